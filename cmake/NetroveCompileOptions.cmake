@@ -1,0 +1,22 @@
+# One interface target that every target of the project links: warnings, sanitizers, the root as include folder.
+add_library(netrove_options INTERFACE)
+target_include_directories(netrove_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(netrove_options INTERFACE -Wall -Wextra -Wpedantic -fvisibility=hidden
+                                                 -fvisibility-inlines-hidden)
+if(NETROVE_WERROR)
+  target_compile_options(netrove_options INTERFACE -Werror)
+endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # Where it optimizes, GCC 12 sees overlapping copies in concatenations of strings that cannot overlap (its bug 105651).
+  target_compile_options(netrove_options INTERFACE "$<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>")
+endif()
+if(NETROVE_SANITIZE)
+  target_compile_options(netrove_options INTERFACE -fsanitize=${NETROVE_SANITIZE} -fno-omit-frame-pointer)
+  target_link_options(netrove_options INTERFACE -fsanitize=${NETROVE_SANITIZE})
+  if(NETROVE_SANITIZE MATCHES "undefined")
+    target_compile_options(netrove_options INTERFACE -fsanitize=float-cast-overflow -fno-sanitize-recover=all)
+  endif()
+endif()
+if(NETROVE_FUZZ)
+  target_compile_options(netrove_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
