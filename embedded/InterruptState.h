@@ -1,0 +1,36 @@
+// The request to stop what runs in a scope: raised by a person, by another thread, or by a total time that is over.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <limits>
+
+namespace vantik::detail {
+
+// Everything here is lock-free, so a signal handler may call it.
+class InterruptState {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    void request() noexcept { Requested.store(true, std::memory_order_release); }
+    // As `request`, once `time` has passed. Zero or less: at once. nanoseconds::max(): never. Replaces an earlier time.
+    void requestAfter(std::chrono::nanoseconds time) noexcept;
+
+    // A request was made, or its time has come, and nobody has taken it yet.
+    bool pending() const noexcept;
+    // Gives what `pending` gives and drops the request. A time that lies ahead stays set.
+    bool take() noexcept;
+    void clear() noexcept { take(); }
+
+private:
+    static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
+    static std::int64_t now() noexcept;
+
+    std::atomic<bool> Requested{false};
+    std::atomic<std::int64_t> Deadline{kNever}; // ns of the steady clock
+    static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free,
+                  "a signal handler must not wait for a lock");
+};
+
+} // namespace vantik::detail

@@ -1,0 +1,52 @@
+// The modules that one scope has loaded.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct vxArray_tag;
+
+namespace vantik::detail {
+
+// The code of a module stays in the process until it ends, since objects, exceptions and thread-local data of it may
+// outlive every scope.
+class ModuleTable {
+public:
+    ModuleTable() = default;
+    ModuleTable(const ModuleTable&) = delete;
+    ModuleTable& operator=(const ModuleTable&) = delete;
+
+    using Builtin = void (*)(int resultCount, vxArray_tag** results, int inputCount, vxArray_tag** inputs);
+
+    // Loads a module by name or path and runs its VKInitialize_<name> in the current scope. A module that could not be
+    // initialised is not in the table.
+    void load(std::string_view nameOrPath);
+
+    // Runs the VKTerminate_<name> of each module that has one, youngest first, once.
+    void terminate() noexcept;
+
+    // A builtin by its plain symbol name or by its qualified C++ name; the youngest module that has it counts. Raises
+    // where none has.
+    Builtin findBuiltin(std::string_view name) const;
+
+private:
+    struct Module {
+        std::string Name;
+        void* Library;
+        const void* Base; // where the library was loaded
+    };
+    std::vector<Module> Modules;
+};
+
+// The symbol name of `void ns::name(int, vxArray_tag**, int, vxArray_tag**)`.
+std::string builtinSymbol(std::string_view qualifiedName);
+
+// The file name of the module and its name: "x" gives "libx.so" and "x", "/a/libx.so" gives itself and "x".
+struct ModuleFile {
+    std::string Name;
+    std::string File;
+};
+ModuleFile moduleFile(std::string_view nameOrPath);
+
+} // namespace vantik::detail

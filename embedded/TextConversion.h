@@ -1,0 +1,27 @@
+// The parts of text conversion that need no converter object.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vantik::detail {
+
+// UTF-16 from UTF-8. The first form maps each byte that is not valid to U+FFFD; the second gives nothing for text that
+// is not valid throughout and stores the offset of the first bad byte.
+std::u16string decodeUtf8(std::string_view text);
+std::optional<std::u16string> decodeUtf8Strictly(std::string_view text, std::size_t& badByte);
+
+// UTF-8 from UTF-16. Raises CvtExceptionBase for an unpaired surrogate.
+std::string encodeUtf8(std::u16string_view text);
+
+// The locale that the environment asks for, from the values of LC_ALL, LC_MESSAGES and LANG (null: not set). The first
+// one that is not empty counts, without its encoding and modifier. "C", "POSIX" and whatever is no locale name give
+// "en".
+std::string localeName(const char* all, const char* messages, const char* language);
+
+// Expansion of a file name; `home` is empty where no home directory is known.
+std::u16string cleanFileName(const std::u16string& name, const std::u16string& home);
+
+} // namespace vantik::detail

@@ -1,0 +1,52 @@
+// Failures and warnings of the host, as a C++ program sees them.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace vantik {
+
+// One argument of a message: a signed integer, or text in UTF-8.
+using MessageArgument = std::variant<std::int64_t, std::string>;
+
+// A message with its identifier. `Text` is in UTF-8 and never empty.
+struct Message {
+    std::string Catalogue;                  // for example "VANTIK:webservices"
+    std::string Key;                        // for example "Timeout"
+    std::vector<MessageArgument> Arguments; // in the order of the identifier
+    std::string Text;
+
+    std::string identifier() const { return Key.empty() ? Catalogue : Catalogue + ":" + Key; }
+};
+
+// A failed operation. `what()` is the message's text in UTF-8. Failures that carry no identifier of their own (an
+// arithmetic overflow, memory) have the catalogue "VANTIK:host" and the key "Failure" or "OutOfMemory".
+class __attribute__((visibility("default"))) Failure : public std::runtime_error {
+public:
+    // An empty text becomes the identifier.
+    explicit Failure(Message message);
+    ~Failure() override;
+    const Message& message() const noexcept { return Content; }
+    std::string identifier() const { return Content.identifier(); }
+
+private:
+    Failure(Message message, int);
+
+    Message Content;
+};
+
+// The operation was stopped: by `Host::interrupt`, by a total time, or by a progress reporter that said stop.
+class __attribute__((visibility("default"))) Interrupted : public Failure {
+public:
+    Interrupted(Message message, bool byProgram);
+    ~Interrupted() override;
+    bool byProgram() const noexcept { return ByProgram; } // a progress reporter said stop
+
+private:
+    bool ByProgram;
+};
+
+} // namespace vantik

@@ -1,0 +1,33 @@
+// The host's interrupt state (libut): the user's request to stop what is running.
+#pragma once
+
+#include "host/HostApi.h"
+#include "host/Messages.h"
+
+#include <exception>
+
+namespace Zentorak::System {
+
+// Raised where a request to stop is seen. It is no IUserException: no message identifier belongs to it.
+class VANTIK_HOST_API InterruptException
+    : public foundation::core::except::Exception<foundation::core::except::IInternalException, std::exception, void> {
+public:
+    // `requestedByProgram` is true where a host object, not the user, asked to stop.
+    explicit InterruptException(bool requestedByProgram);
+    ~InterruptException() noexcept override;
+    bool requestedByProgram() const noexcept;
+    const boost::exception_detail::clone_base* clone() const override;
+    void rethrow() const override;
+
+private:
+    bool RequestedByProgram;
+};
+
+} // namespace Zentorak::System
+
+namespace utInterruptState {
+
+// Returns, or clears the pending request of the current scope and raises InterruptException(false).
+VANTIK_HOST_API void ThrowIfInterruptPending();
+
+} // namespace utInterruptState

@@ -1,0 +1,34 @@
+// Shorthands of the tests of identifiers.
+#pragma once
+
+#include <string>
+
+#include "host/Iri.h"
+#include "host/Messages.h"
+#include "host/Text.h"
+
+inline foundation::network::IRI iri(const std::string& utf8) {
+    return foundation::network::IRI(fl::i18n::to_ustring(utf8));
+}
+
+inline std::string narrow(const std::u16string& text) {
+    return fl::i18n::to_string(text);
+}
+
+inline std::string ascii(const foundation::network::IRI& value) {
+    return narrow(value.toAsciiString(false));
+}
+
+// What a text is refused with; empty where it is accepted.
+inline std::string refusal(const std::u16string& text) {
+    try {
+        const foundation::network::IRI parsed(text);
+    } catch (const foundation::core::except::IInternalException& error) {
+        return error.what();
+    }
+    return {};
+}
+
+inline std::string refusal(const std::string& utf8) {
+    return refusal(fl::i18n::to_ustring(utf8));
+}

@@ -1,0 +1,134 @@
+// Hosts of identifiers: names, their four forms, and addresses.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "IriHelpers.h"
+
+namespace {
+
+using foundation::network::IRI;
+
+struct HostRow {
+    const char* Text;
+    const char* Ascii;
+    const char* Unicode;
+    const char* PercentEncoded;
+};
+
+TEST(IriHost, HasFourForms) {
+    const HostRow rows[] = {
+        {"Example.COM", "example.com", "example.com", "example.com"},
+        {"b\u00FCcher.example", "xn--bcher-kva.example", "b\u00FCcher.example", "b%C3%BCcher.example"},
+        {"B\u00DCCHER.example", "xn--bcher-kva.example", "b\u00FCcher.example", "b%C3%BCcher.example"},
+        {"b%C3%BCcher.example", "xn--bcher-kva.example", "b\u00FCcher.example", "b%C3%BCcher.example"},
+        {"xn--bcher-kva.example", "xn--bcher-kva.example", "b\u00FCcher.example", "b%C3%BCcher.example"},
+        {"stra\u00DFe.example", "xn--strae-oqa.example", "stra\u00DFe.example", "stra%C3%9Fe.example"},
+        {"\u4F8B\u3048.jp", "xn--r8jz45g.jp", "\u4F8B\u3048.jp", "%E4%BE%8B%E3%81%88.jp"},
+        {"\u4F8B\u3002\u30C6\u30B9\u30C8", "xn--fsq.xn--zckzah", "\u4F8B.\u30C6\u30B9\u30C8",
+         "%E4%BE%8B.%E3%83%86%E3%82%B9%E3%83%88"},
+        {"\uFF27\uFF4F.example", "go.example", "go.example", "go.example"},
+        {"%65xample", "example", "example", "example"},
+        {"127.0.0.1", "127.0.0.1", "127.0.0.1", "127.0.0.1"},
+        {"my_host", "my_host", "my_host", "my_host"},
+        {"r3---sn-x.example", "r3---sn-x.example", "r3---sn-x.example", "r3---sn-x.example"},
+        {"-a-.example", "-a-.example", "-a-.example", "-a-.example"},
+        {"example.com.", "example.com.", "example.com.", "example.com."},
+        {"a~b!c$d&e'f(g)h*i+j,k;l=m", "a~b!c$d&e'f(g)h*i+j,k;l=m", "a~b!c$d&e'f(g)h*i+j,k;l=m",
+         "a~b!c$d&e'f(g)h*i+j,k;l=m"},
+    };
+    for (const HostRow& row : rows) {
+        const IRI value = iri("http://" + std::string(row.Text) + "/");
+        EXPECT_TRUE(value.hasHost());
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), row.Ascii);
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Punycode)), row.Ascii);
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Unicode)), row.Unicode);
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::PercentEncoded)), row.PercentEncoded);
+        EXPECT_EQ(ascii(value), "http://" + std::string(row.Ascii) + "/");
+        EXPECT_EQ(ascii(IRI(value.toAsciiString(false))), ascii(value)); // its own form is read back
+    }
+    static_assert(static_cast<int>(IRI::Encoding::Ascii) == 3); // callers name it by its number
+}
+
+TEST(IriHost, Ipv6AddressesStandInBrackets) {
+    for (const char* address : {"::1", "2001:db8::7", "::ffff:192.0.2.1", "1:2:3:4:5:6:7:8", "::"}) {
+        const IRI value = iri("http://[" + std::string(address) + "]:8080/x");
+        EXPECT_TRUE(value.hasHost());
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), "[" + std::string(address) + "]");
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Unicode)), "[" + std::string(address) + "]");
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Punycode)), address);
+        EXPECT_EQ(value.getPortNumber(), 8080);
+        EXPECT_EQ(ascii(value), "http://[" + std::string(address) + "]:8080/x");
+    }
+    EXPECT_EQ(iri("http://[2001:DB8::A]/").getHost(IRI::Encoding::Ascii), u"[2001:db8::a]");
+    for (const char* host : {"[", "[]", "[::1", "::1]", "[1:2:3]", "[::1]x", "[::g]", "[1::2::3]", "[127.0.0.1]",
+                             "[fe80::1%25eth0]", "[v]", "[::1]]", "[[::1]]", "a[::1]", "[::\u0661]"})
+        EXPECT_NE(refusal("http://" + std::string(host) + "/"), "") << host;
+}
+
+TEST(IriHost, WhatIsNoNameIsRefused) {
+    const std::string longLabel(64, 'a');
+    const std::string longName =
+        std::string(63, 'a') + "." + std::string(63, 'b') + "." + std::string(63, 'c') + "." + std::string(62, 'd');
+    for (const std::string& host : {
+             std::string("a..b"),
+             std::string(".a"),
+             longLabel,
+             longName,
+             std::string(100'000, 'a'),
+             std::string("a<b"),
+             std::string("a>b"),
+             std::string("a\"b"),
+             std::string("a^b"),
+             std::string("a`b"),
+             std::string("a{b"),
+             std::string("a|b"),
+             std::string("a}b"),
+             std::string("a%00b"),
+             std::string("a%20b"),
+             std::string("a%2Fb"),
+             std::string("a%3Ab"),
+             std::string("a%40b"),
+             std::string("a%23b"),
+             std::string("a%3Fb"),
+             std::string("a%5Cb"),
+             std::string("a%25b"),
+             std::string("a%FFb"),
+             std::string("a%C3b"),
+             std::string("\u00A0"),
+             std::string("a\u3000b"),
+             std::string("\u00AD"),
+             std::string("a\uFF0Fb"),
+             std::string("a\uFF1Ab"),
+             std::string("a\uFF20b"),
+             std::string("a\uFF03b"),
+             std::string("a\uFF1Fb"),
+             std::string("a\uFF3Cb"),
+             std::string("a\uFF05b"),
+             std::string("a\u2100b"),
+             std::string("\u0301a"),
+             std::string("xn--a"),
+             std::string("xn--0"),
+             std::string("a\u200Db"),
+             std::string("\u05D0a"),
+             std::string("\uFFFD"),
+             std::string("a\u2028b"),
+             std::string("\uD7A4"),
+         }) {
+        EXPECT_NE(refusal("http://" + host + "/"), "") << host.substr(0, 80);
+    }
+    EXPECT_EQ(refusal("http://a..b/"), "empty label in the host name at position 7");
+    EXPECT_EQ(refusal("http://u@" + longLabel + "/"),
+              "label of more than 63 characters in the host name at position 9");
+    EXPECT_EQ(refusal("http://" + longName + "/"), "host name of more than 253 characters at position 7");
+}
+
+// The labels that take the mapping longest are refused by their length first.
+TEST(IriHost, LongHostileNamesAreRefusedAtOnce) {
+    std::u16string host;
+    for (char16_t c = 0x4E00; c < 0x9F00; ++c)
+        host.push_back(c);
+    EXPECT_EQ(refusal(u"http://" + host + u"/"), "host of 20736 characters at position 7");
+}
+
+} // namespace
