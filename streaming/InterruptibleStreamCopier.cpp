@@ -1,0 +1,103 @@
+#include "streaming/InterruptibleStreamCopier.h"
+
+#include "streaming/HostObjectCall.h"
+#include "transfer/HTTPConnection.h"
+#include "transfer/Trace.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t ReceiveReservation = 16384;
+
+} // namespace
+
+InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
+    : Connection(&connection), SendData(connection.Payload.data()), SendLength(connection.Payload.size()),
+      Provider(connection.Provider),
+      ProviderClass(vcos::internal::makeInterned(ProviderClassName)), ProviderArgs{connection.Provider, nullptr} {
+    CURL* easy = connection.Handles->EasyHandle;
+    setOption(easy, CURL_NAMED(CURLOPT_WRITEFUNCTION), &writeCallback);
+    setOption(easy, CURL_NAMED(CURLOPT_WRITEDATA), this);
+    setOption(easy, CURL_NAMED(CURLOPT_READFUNCTION), &readCallback);
+    setOption(easy, CURL_NAMED(CURLOPT_READDATA), this);
+    setOption(easy, CURL_NAMED(CURLOPT_SEEKFUNCTION), &seekCallback);
+    setOption(easy, CURL_NAMED(CURLOPT_SEEKDATA), this);
+    ReceiveBuffer.reserve(ReceiveReservation); // last: a refused option grows no buffer
+}
+
+// Never refuses bytes and never pauses: what libcurl has read stays here until receiveResponse drains it.
+std::size_t InterruptibleStreamCopier::writeCallback(char* data, std::size_t size, std::size_t count, void* copier) {
+    auto* self = static_cast<InterruptibleStreamCopier*>(copier);
+    const std::size_t length = size * count;
+    return self->Connection->inCallback(length, [&] { return self->takeBytes(data, length); });
+}
+
+// Behind a failure that waits for the call's return the upload is aborted: 0 would tell the server that the content is
+// complete.
+std::size_t InterruptibleStreamCopier::readCallback(char* buffer, std::size_t size, std::size_t count, void* copier) {
+    auto* self = static_cast<InterruptibleStreamCopier*>(copier);
+    return self->Connection->inCallback(std::size_t{CURL_READFUNC_ABORT},
+                                        [&] { return self->giveBytes(buffer, size * count); });
+}
+
+// A provider that cannot be restarted fails the seek, which ends the transfer; its failure is rethrown behind the
+// libcurl call.
+int InterruptibleStreamCopier::seekCallback(void* copier, curl_off_t offset, int /*origin*/) {
+    auto* self = static_cast<InterruptibleStreamCopier*>(copier);
+    return self->Connection->inCallback(int{CURL_SEEKFUNC_FAIL}, [&] { return self->rewind(offset); });
+}
+
+std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t length) {
+    Connection->PerformDone = true; // the first byte of content ends the wait for the head
+    const std::int32_t debug = Connection->Debug;
+    if (debug != 0) {
+        traceLine(debug, "RECEIVING " + std::to_string(length) + " BYTES");
+        if (debug > 1) { // on a line of its own, unlike the bytes sent: kept on purpose
+            traceLine(debug, {data, length});
+        }
+    }
+    ReceiveBuffer.append(data, length);
+    return length;
+}
+
+// 0 is the end of the content, for good. libcurl may ask a second time in one perform (8.x does in the perform that
+// starts a request); while the pump can still get more from the provider, the upload is paused instead, and the pump
+// resumes it. Once the provider has said end of content, and for content in memory, nothing on offer is the end.
+std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room) {
+    const std::uint64_t offered = SendPosition < SendLength ? SendLength - SendPosition : 0;
+    const std::size_t length = std::min<std::uint64_t>(room, offered);
+    if (length == 0) {
+        if (PumpWantsData && offered == 0) {
+            ReadPaused = true;
+            return CURL_READFUNC_PAUSE;
+        }
+        return 0;
+    }
+    const std::uint8_t* source = SendData + SendPosition;
+    std::memcpy(buffer, source, length);
+    SendPosition += length;
+    TotalSent += length;
+    const std::int32_t debug = Connection->Debug;
+    if (debug > 1) {
+        traceLine(debug, "SENDING " + std::to_string(length) +
+                             " BYTES: " + std::string(reinterpret_cast<const char*>(source), length));
+    } else if (debug == 1) {
+        traceLine(debug, "SENDING " + std::to_string(length) + " BYTES");
+    }
+    Connection->updateDeadline();
+    return length;
+}
+
+// libcurl sends the body again. Each seek is taken as absolute; the offer stays, so content in memory starts over. A
+// provider is restarted here, inside libcurl's call; its last array is offered again before it is asked for more.
+int InterruptibleStreamCopier::rewind(curl_off_t offset) {
+    TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
+    SendPosition = static_cast<std::uint64_t>(offset);
+    traceLine(Connection->Debug, "RESETTING STREAM TO " + std::to_string(offset));
+    if (Provider != nullptr) {
+        callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+    }
+    return CURL_SEEKFUNC_OK;
+}

@@ -1,0 +1,71 @@
+// The bridge between libcurl's content callbacks and the host's content objects, one for each request. The callbacks
+// only move bytes between libcurl and memory held here; host objects are called by the two pumps, between two performs.
+//
+// Where the operations are:
+//   InterruptibleStreamCopier.cpp          construction, the callbacks
+//   InterruptibleStreamCopierSend.cpp      sendRequest, the pump for request content
+//   InterruptibleStreamCopierReceive.cpp   receiveResponse, the pump for response content
+#pragma once
+
+#include "host/ArrayApi.h"
+#include "host/ClassSystem.h"
+#include "streaming/HostArray.h"
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+class HTTPConnection;
+
+class InterruptibleStreamCopier {
+public:
+    // Registers the callbacks on the connection's easy handle. Raises InternalError where libcurl refuses an option.
+    explicit InterruptibleStreamCopier(HTTPConnection& connection);
+    InterruptibleStreamCopier(const InterruptibleStreamCopier&) = delete;
+    InterruptibleStreamCopier& operator=(const InterruptibleStreamCopier&) = delete;
+
+    // Sends the request's content from memory or from the provider, and so drives the start of the transfer. Returns
+    // when all content is on offer to libcurl or the transfer has ended.
+    void sendRequest();
+
+    // Drains the response's content into the consumer, `saveTo` (may be null), or both, until the transfer ends.
+    void receiveResponse(std::ostream* saveTo);
+
+    static std::size_t writeCallback(char* data, std::size_t size, std::size_t count, void* copier);
+    static std::size_t readCallback(char* buffer, std::size_t size, std::size_t count, void* copier);
+    static int seekCallback(void* copier, curl_off_t offset, int origin);
+
+    HTTPConnection* Connection;       // borrowed; outlives the copier's use
+    const std::uint8_t* SendData;     // bytes on offer to libcurl; in `Payload` or in the provider's last array
+    std::uint64_t SendLength;         // number of bytes at SendData
+    std::uint64_t SendPosition = 0;   // next byte to hand to libcurl
+    std::uint64_t TotalSent = 0;      // bytes handed to libcurl for this request, moved back by a rewind
+    std::string ReceiveBuffer;        // response bytes not yet drained; grows as needed
+    vxArray_tag* Provider;            // borrowed from the connection; null: none
+    vcos::InternedName ProviderClass; // class name for calls on the provider
+    vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
+    bool PumpWantsData = false;       // sendRequest runs with a provider that has not said end of content
+    bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
+
+private:
+    std::size_t takeBytes(const char* data, std::size_t length);
+    std::size_t giveBytes(char* buffer, std::size_t room);
+    int rewind(curl_off_t offset);
+
+    // sendRequest
+    void awaitSending(int& count);
+    bool refill(HostArray& lastArray);
+    void resumeReading();
+    void withdrawOffer() noexcept;
+
+    // receiveResponse
+    struct Receiver;
+    void drainUntilDone(Receiver& receiver);
+    void receiveOnce(Receiver& receiver);
+    std::size_t passToConsumer(Receiver& receiver, std::size_t length);
+    void pollInterrupt(Receiver& receiver);
+    void closeConsumer(Receiver& receiver);
+};

@@ -1,0 +1,165 @@
+#include "streaming/InterruptibleStreamCopier.h"
+
+#include "errors/HTTPException.h"
+#include "host/Interrupt.h"
+#include "streaming/HostObjectCall.h"
+#include "streaming/ProgressReporterCall.h"
+#include "streaming/ScopeExit.h"
+#include "transfer/HTTPConnection.h"
+#include "transfer/MonotonicTime.h"
+#include "transfer/NumericNarrowing.h"
+#include "transfer/Trace.h"
+
+#include <algorithm>
+
+using namespace matrix::detail::noninlined::vx_array_api;
+
+namespace {
+
+constexpr std::uint64_t LargestPiece = 16384;
+constexpr int PumpWaitMs = 1000; // does not follow the timeouts
+
+} // namespace
+
+// What one receiveResponse works with.
+struct InterruptibleStreamCopier::Receiver {
+    vcos::InternedName ConsumerClass;
+    vxArray_tag* Consumer; // borrowed; null: none
+    std::ostream* SaveTo;  // borrowed; null: none
+    ProgressReporterCall Progress;
+    std::uint64_t PieceSize = LargestPiece; // largest piece passed to the consumer
+    int Idle = 0;                           // empty waits in a row
+    int Running = 0;                        // handles that the last perform left running, or set here
+    std::uint64_t Total = 0;                // bytes passed on
+
+    std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
+};
+
+void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
+    Receiver receiver{vcos::internal::makeInterned(ConsumerClassName), Connection->Consumer, saveTo,
+                      ProgressReporterCall(Connection->ProgressReporter)};
+    const ScopeExit leave([] { flushRepeats(); });
+    if (receiver.Consumer != nullptr) {
+        const HostArray wanted = callHostMethod(ConsumerStart, receiver.ConsumerClass, receiver.self());
+        if (!isNothing(wanted)) {
+            // Only a value that truncates to 0 fails, whatever the words say: a negative one wraps to a huge size.
+            const std::uint64_t size = wrapToUInt64(vxGetScalar(wanted.get()));
+            if (size == 0) {
+                throwInternalError("ContentConsumer.startInternal returned bufSize <= 0");
+            }
+            receiver.PieceSize = std::min(size, LargestPiece);
+        }
+    }
+    try {
+        drainUntilDone(receiver);
+    } catch (const std::exception&) {
+        const ScopeExit tell([&] { closeConsumer(receiver); }); // what it raises does not replace the failure
+        throw;
+    }
+    closeConsumer(receiver);
+    // The only test of the stream, after the whole transfer: kept on purpose, the consumer has then seen everything.
+    if (saveTo != nullptr && saveTo->bad()) {
+        throw webservices::HTTPCopyStreamException("Error saving to local data stream.");
+    }
+}
+
+// While bytes are buffered no network step runs, so libcurl is never ahead by more than one perform's worth of data: a
+// slow consumer slows the socket instead of filling memory.
+void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
+    do {
+        if (ReceiveBuffer.empty()) {
+            receiveOnce(receiver);
+        } else {
+            receiver.Running = 1;
+        }
+        std::size_t length = ReceiveBuffer.size();
+        if (length == 0 && receiver.Running == 0) {
+            return;
+        }
+        if (receiver.Consumer == nullptr && receiver.SaveTo == nullptr) {
+            throwInternalError("Message contains data but neither consumer nor savePayload was set");
+        }
+        pollInterrupt(receiver);
+        if (length == 0) {
+            Connection->checkTimeout(NOT_A_TIME, false);
+            continue;
+        }
+        if (receiver.Consumer != nullptr) {
+            length = passToConsumer(receiver, length);
+        } else {
+            receiver.SaveTo->write(ReceiveBuffer.data(), static_cast<std::streamsize>(length));
+        }
+        receiver.Total += length;
+        receiver.Progress.update(receiver.Total);
+        ReceiveBuffer.clear(); // keeps its capacity
+    } while (receiver.Running != 0);
+}
+
+void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
+    int ready = 0;
+    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
+    if (waited != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_wait", waited, "");
+    }
+    if (ready != 0) {
+        receiver.Idle = 0;
+    } else {
+        if (++receiver.Idle > 1) {
+            interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
+        }
+        Connection->checkTimeout(NOT_A_TIME, false);
+    }
+    tracePerform(Connection->Debug, "READER");
+    const CURLMcode performed = Connection->perform(receiver.Running);
+    if (performed != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_perform", performed, "reading from network");
+    }
+    if (receiver.Running == 0) {
+        Connection->checkCompletion(NOT_A_TIME);
+    }
+}
+
+// Gives the number of bytes that count as taken. Taking less than offered ends the copy without a failure.
+std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::size_t length) {
+    for (std::size_t offset = 0; offset < length; offset += receiver.PieceSize) {
+        const std::size_t piece = std::min<std::uint64_t>(receiver.PieceSize, length - offset);
+        const HostArray content = makeByteColumn({ReceiveBuffer.data() + offset, piece});
+        if (receiver.SaveTo != nullptr) { // before the consumer, so also the bytes that it then refuses
+            receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
+        }
+        vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
+        const HostArray result = callHostMethod(ConsumerPutData, receiver.ConsumerClass, arguments);
+        if (isNothing(result)) {
+            throw webservices::HTTPConsumerException("Web service copy operation aborted by consumer");
+        }
+        const std::uint64_t taken = wrapToUInt64(vxGetScalar(result.get()));
+        if (taken < piece) {
+            receiver.Running = 0;
+            return offset + taken;
+        }
+    }
+    return length;
+}
+
+// Only the host's own interrupt is told to the consumer; a stop that a reporter asks for is not.
+void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
+    try {
+        utInterruptState::ThrowIfInterruptPending();
+    } catch (...) {
+        const ScopeExit tell([&] {
+            if (receiver.Consumer != nullptr) {
+                HostArray ignored;
+                tryHostMethod(ConsumerInterrupt, receiver.ConsumerClass, receiver.self(), ignored);
+            }
+        });
+        throw;
+    }
+}
+
+// A consumer without `closeInternal` fails nothing: the one host call whose absence is let pass, on purpose.
+void InterruptibleStreamCopier::closeConsumer(Receiver& receiver) {
+    if (receiver.Consumer != nullptr) {
+        HostArray ignored;
+        tryHostMethod(ConsumerClose, receiver.ConsumerClass, receiver.self(), ignored);
+    }
+}

@@ -1,0 +1,132 @@
+#include "streaming/InterruptibleStreamCopier.h"
+
+#include "host/Interrupt.h"
+#include "streaming/HostObjectCall.h"
+#include "streaming/ProgressReporterCall.h"
+#include "streaming/ScopeExit.h"
+#include "transfer/HTTPConnection.h"
+#include "transfer/MonotonicTime.h"
+#include "transfer/Trace.h"
+
+using namespace matrix::detail::noninlined::vx_array_api;
+
+namespace {
+
+constexpr std::uint64_t DefaultProviderBuffer = 16384;
+constexpr int PumpWaitMs = 1000; // does not follow the timeouts
+
+} // namespace
+
+// `count` has two uses, kept on purpose: it counts empty waits, and it receives the number of running handles. While a
+// transfer runs it is at least 1 after a perform, so the first empty wait behind one already pauses.
+void InterruptibleStreamCopier::sendRequest() {
+    HTTPConnection& connection = *Connection;
+    HostArray wantedSize;
+    if (Provider != nullptr) {
+        wantedSize = makeUInt64Scalar();
+        uint64Of(wantedSize.get()) =
+            connection.ProviderBufferSize == 0 ? DefaultProviderBuffer : connection.ProviderBufferSize;
+        ProviderArgs[1] = wantedSize.get();
+    }
+    ProgressReporterCall progress(connection.ProgressReporter);
+    HostArray lastArray; // SendData points into it
+    const ScopeExit leave([this] {
+        withdrawOffer();
+        flushRepeats();
+    });
+    if (Provider != nullptr) {
+        callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+        PumpWantsData = true;
+    }
+    int count = 0;
+    do {
+        if (!ReadPaused) { // a paused upload has nothing to wake for: refill it first
+            awaitSending(count);
+        }
+        if (!refill(lastArray)) {
+            break;
+        }
+        resumeReading();
+        tracePerform(connection.Debug, "WRITER");
+        const CURLMcode performed = connection.perform(count);
+        if (performed != CURLM_OK) {
+            throwCurlMultiCodeError("curl_multi_perform", performed, "writing to network");
+        }
+        if (count == 0) {
+            connection.checkCompletion(NOT_A_TIME);
+        }
+        utInterruptState::ThrowIfInterruptPending();
+        if (connection.HeadersComplete) {
+            progress.update(TotalSent);
+        }
+    } while (count != 0);
+}
+
+void InterruptibleStreamCopier::awaitSending(int& count) {
+    int ready = 0;
+    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
+    if (waited != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_wait", waited, "");
+    }
+    if (ready != 0) {
+        count = 0;
+        return;
+    }
+    if (++count > 1) {
+        interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
+    }
+    Connection->checkTimeout(NOT_A_TIME, false);
+}
+
+// Asks the provider for more once its last array is used up. False: there is nothing left to offer.
+bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
+    if (SendPosition < SendLength) {
+        return true;
+    }
+    if (Provider == nullptr) {
+        return false;
+    }
+    HostArray next = callHostMethod(ProviderGetData, ProviderClass, ProviderArgs);
+    // Neither class nor size is checked: the first dimension counts as bytes, as far as there are elements.
+    SendData = nullptr;
+    SendLength = 0;
+    if (!isNothing(next)) {
+        SendData = static_cast<const std::uint8_t*>(vxGetData(static_cast<const vxArray_tag*>(next.get())));
+        if (SendData == nullptr) {
+            throwInternalError("vantik.net.http.io.ContentProvider.getDataInternal returned no bytes");
+        }
+        SendLength = vxGetDimensions(next.get())[0];
+    }
+    SendPosition = 0;
+    lastArray = std::move(next);
+    if (SendLength != 0) {
+        return true;
+    }
+    PumpWantsData = false;
+    resumeReading(); // the read callback now tells libcurl the end
+    return false;
+}
+
+void InterruptibleStreamCopier::resumeReading() {
+    if (!ReadPaused) {
+        return;
+    }
+    ReadPaused = false;
+    const CURLcode resumed = curl_easy_pause(Connection->Handles->EasyHandle, CURLPAUSE_CONT);
+    Connection->rethrowEscapedFailure();
+    if (resumed != CURLE_OK) {
+        throwCurlCodeError("curl_easy_pause", resumed, "");
+    }
+}
+
+// The provider's array goes with the pump, so nothing of it may stay on offer. Content in memory does: a rewind in a
+// later phase sends it again.
+void InterruptibleStreamCopier::withdrawOffer() noexcept {
+    PumpWantsData = false;
+    if (Provider != nullptr) {
+        ProviderArgs[1] = nullptr;
+        SendData = nullptr;
+        SendLength = 0;
+        SendPosition = 0;
+    }
+}

@@ -1,0 +1,37 @@
+#include "streaming/ProgressReporterCall.h"
+
+#include "host/Interrupt.h"
+#include "streaming/HostObjectCall.h"
+#include "transfer/CurlCalls.h"
+
+using namespace matrix::detail::noninlined::vx_array_api;
+
+ProgressReporterCall::ProgressReporterCall(vxArray_tag* reporter) : Reporter(reporter), Counter(makeUInt64Scalar()) {
+    if (Reporter == nullptr) {
+        return;
+    }
+    const char* name = vxGetClassName(Reporter);
+    ReporterClass = name == nullptr || *name == '\0' ? nullptr : vcos::internal::makeInterned(name);
+    CounterValue = &uint64Of(Counter.get());
+    UpdateArgs[0] = Reporter;
+    UpdateArgs[1] = Counter.get();
+}
+
+void ProgressReporterCall::update(std::uint64_t bytes) {
+    if (Reporter == nullptr) {
+        return;
+    }
+    CounterValue =
+        &uint64Of(Counter.get()); // where the reporter kept the last count, this gives us contents of our own
+    *CounterValue = bytes;
+    const HostArray goOn = callHostMethod(ReporterUpdate, ReporterClass, UpdateArgs);
+    const bool isScalar = goOn != nullptr && arrayElementCount(goOn.get()) == 1;
+    // The class is not checked: the first byte counts, and it may hold any bits, so it is not read as a bool.
+    const void* first = isScalar ? vxGetLogicals(goOn.get()) : nullptr;
+    if (first == nullptr) {
+        throwInternalError("Expected ProgressReporter.update to return scalar.");
+    }
+    if (*static_cast<const unsigned char*>(first) == 0) {
+        throw Zentorak::System::InterruptException(true);
+    }
+}

@@ -1,0 +1,25 @@
+// The call with which each pump tells a progress reporter the byte count and lets it stop the transfer.
+#pragma once
+
+#include "host/ClassSystem.h"
+#include "streaming/HostArray.h"
+
+#include <cstdint>
+
+// Lives on a pump's stack. Without a reporter it does nothing; the counter is made all the same, so that the pumps need
+// no test.
+class ProgressReporterCall {
+public:
+    explicit ProgressReporterCall(vxArray_tag* reporter);
+
+    // Raises Zentorak::System::InterruptException where the reporter says stop, and InternalError where it has no
+    // `update` or answers with anything but a scalar.
+    void update(std::uint64_t bytes);
+
+private:
+    vxArray_tag* Reporter;                           // borrowed; null: none
+    HostArray Counter;                               // the one uint64 scalar, written in place for every call
+    vcos::InternedName ReporterClass = nullptr;      // the object's own class, read once
+    std::uint64_t* CounterValue = nullptr;           // in Counter
+    vxArray_tag* UpdateArgs[2] = {nullptr, nullptr}; // the reporter, the counter
+};

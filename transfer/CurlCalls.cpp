@@ -1,0 +1,41 @@
+#include "transfer/CurlCalls.h"
+
+#include "errors/MessageIdentifiers.h"
+
+#include <new>
+
+namespace {
+
+// The pieces follow each other with nothing between them but what stands here. A detail that begins with a letter thus
+// runs into libcurl's text: kept on purpose, the message is matched as it stands.
+std::string describe(const std::string& what, std::uint32_t code, const char* codeWord, const char* codeText,
+                     const std::string& detail) {
+    std::string text = '"' + what + "\" failed ";
+    if (code != 0) {
+        text += std::string("with ") + codeWord + ' ' + codeText;
+    }
+    return text + detail;
+}
+
+} // namespace
+
+void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::string& detail) {
+    throwInternalError(describe(what, code, "CURLcode", curl_easy_strerror(static_cast<CURLcode>(code)), detail));
+}
+
+void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail) {
+    throwInternalError(describe(what, code, "CURLMcode", curl_multi_strerror(static_cast<CURLMcode>(code)), detail));
+}
+
+void throwInternalError(const std::string& text) {
+    VANTIK::raise<VANTIK::webservices::InternalError>(text);
+}
+
+void CurlSlist::append(const std::string& line) {
+    curl_slist* list = curl_slist_append(List.get(), line.c_str());
+    if (list == nullptr) {
+        throw std::bad_alloc();
+    }
+    static_cast<void>(List.release()); // libcurl gives the same head back, or the first one
+    List.reset(list);
+}

@@ -1,0 +1,66 @@
+#include "transfer/CurlSingleton.h"
+
+#include "host/SingletonStore.h"
+#include "transfer/CurlCalls.h"
+
+#include <typeinfo>
+
+namespace {
+
+using Store = foundation::usm::Detail<foundation::usm::scope::Vvm>;
+
+// The easy handle goes first, still attached: libcurl detaches it, and what it closes is then dropped with the multi
+// handle.
+void destroyHandles(CurlSingleton& handles) {
+    curl_easy_cleanup(handles.EasyHandle);
+    handles.EasyHandle = nullptr;
+    if (handles.MultiHandle != nullptr) {
+        curl_multi_cleanup(handles.MultiHandle);
+        handles.MultiHandle = nullptr;
+    }
+}
+
+void makeHandles(CurlSingleton& handles) {
+    handles.EasyHandle = curl_easy_init();
+    if (handles.EasyHandle == nullptr) {
+        throwCurlCodeError("curl_easy_init", 0, "");
+    }
+    handles.MultiHandle = curl_multi_init();
+    if (handles.MultiHandle == nullptr) {
+        throwCurlCodeError("curl_multi_init", 0, "");
+    }
+}
+
+void deleteCurlSingleton(void* object) {
+    if (object != nullptr) {
+        auto* handles = static_cast<CurlSingleton*>(object);
+        destroyHandles(*handles);
+        delete handles;
+    }
+}
+
+} // namespace
+
+CurlSingleton& getCurlSingleton() {
+    static const std::size_t key = Store::getNextID(typeid(CurlSingleton));
+    if (foundation::usm::Holder* stored = Store::find(key, typeid(CurlSingleton))) {
+        return *static_cast<CurlSingleton*>(stored->get());
+    }
+    foundation::usm::Holder made(new CurlSingleton, deleteCurlSingleton);
+    makeHandles(*static_cast<CurlSingleton*>(made.get()));
+    // Where another one was stored meanwhile, `made` still owns ours and destroys it here.
+    return *static_cast<CurlSingleton*>(Store::findOrInsert(key, typeid(CurlSingleton), std::move(made))->get());
+}
+
+void resetHandles() {
+    CurlSingleton& handles = getCurlSingleton();
+    if (handles.ConnectionOpen) {
+        throwInternalError("resetHandles() called when connection is open");
+    }
+    const CURLMcode code = curl_multi_remove_handle(handles.MultiHandle, handles.EasyHandle);
+    if (code != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_remove_handle", code, "");
+    }
+    destroyHandles(handles);
+    makeHandles(handles);
+}

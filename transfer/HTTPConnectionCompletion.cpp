@@ -1,0 +1,158 @@
+#include "transfer/HTTPConnection.h"
+
+#include "errors/HTTPException.h"
+#include "errors/MessageIdentifiers.h"
+#include "host/Text.h"
+#include "transfer/HttpSyntax.h"
+#include "transfer/TextEncoding.h"
+
+#include <cstring>
+
+namespace {
+
+namespace id = VANTIK::webservices;
+
+// A line that ends in a colon told libcurl to leave a field out; it was never a field sent.
+void appendSentLines(std::vector<std::string>& lines, const CurlSlist& list) {
+    for (const curl_slist* entry = list.get(); entry != nullptr; entry = entry->next) {
+        const std::string line = entry->data;
+        if (!line.empty() && line.back() != ':') {
+            lines.push_back(line);
+        }
+    }
+}
+
+bool isSuccess(long code) {
+    return code >= 200 && code <= 299;
+}
+
+} // namespace
+
+void HTTPConnection::collectResponseMetadata() {
+    CURL* easy = Handles->EasyHandle;
+    ContentEncoding = getResponseField("Content-Encoding");
+    const char* contentType = getInfo<char*>(easy, CURL_NAMED(CURLINFO_CONTENT_TYPE));
+    ContentType = contentType == nullptr ? "" : contentType;
+    ResponseContentLength = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T));
+    ResponseBytesReceived = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
+    const std::string location = getResponseField("Location");
+    if (!location.empty()) {
+        setRedirectURL(location);
+    }
+}
+
+std::string HTTPConnection::getResponseField(const std::string& name) const {
+    for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) { // line 0 is the status line
+        auto [fieldName, value] = splitFieldLine(ResponseHeaderLines[i]);
+        if (equalIgnoringCase(fieldName, name)) {
+            return value;
+        }
+    }
+    return {};
+}
+
+std::string HTTPConnection::reasonPhrase() const {
+    return ResponseHeaderLines.empty() ? std::string() : reasonPhraseOf(ResponseHeaderLines.front());
+}
+
+std::string HTTPConnection::httpVersion() const {
+    if (!RequestHTTPVersion.empty()) {
+        return RequestHTTPVersion;
+    }
+    switch (getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_HTTP_VERSION))) {
+    case CURL_HTTP_VERSION_1_0:
+        return "HTTP/1.0";
+    case CURL_HTTP_VERSION_2_0:
+        return "HTTP/2.0";
+    default:
+        return "HTTP/1.1";
+    }
+}
+
+// What the end of a transfer means. A response with a head and a status outside 2xx is a good transfer, whatever
+// libcurl's result: the status is for the caller to judge. The message is read once; later calls find none.
+void HTTPConnection::checkCompletion(std::int64_t start) {
+    int remaining = 0;
+    const CURLMsg* message = curl_multi_info_read(Handles->MultiHandle, &remaining);
+    if (message == nullptr || message->msg != CURLMSG_DONE) {
+        return;
+    }
+    const CURLcode result = message->data.result; // valid until the next call on the multi handle
+    if (RequestHeaderLines.empty()) {             // the head never left: tell what was to be sent
+        appendSentLines(RequestHeaderLines, RequestHeaders);
+        appendSentLines(RequestHeaderLines, ProxyHeaders);
+    }
+    CURL* easy = Handles->EasyHandle;
+    long code = getInfo<long>(easy, CURL_NAMED(CURLINFO_RESPONSE_CODE));
+    if (code == 0) {
+        code = getInfo<long>(easy, CURL_NAMED(CURLINFO_HTTP_CONNECTCODE)); // a proxy answered, the server never did
+    }
+    if (code != 0 && !isSuccess(code) && !ResponseHeaderLines.empty()) {
+        return;
+    }
+    if (result != CURLE_OK) {
+        judgeResult(result, start);
+        return;
+    }
+    if (code == 0) {
+        throwInternalError("No response code and no error reported for completed message");
+    }
+    if (!isSuccess(code)) {
+        throwInternalError("Nonzero response code but no headers received");
+    }
+}
+
+void HTTPConnection::judgeResult(CURLcode result, std::int64_t start) {
+    const char* errorText = Handles->ErrorBuffer;
+    const std::string urlText = toNarrow(URL, "");
+    switch (result) {
+    case CURLE_URL_MALFORMAT:
+        throw webservices::HTTPURLException(urlText);
+    case CURLE_COULDNT_RESOLVE_PROXY:
+        throw webservices::HTTPDNSException(ProxyHost);
+    case CURLE_COULDNT_RESOLVE_HOST:
+        throw webservices::HTTPDNSException(urlText);
+    case CURLE_COULDNT_CONNECT:
+        // libcurl's own connect limit: the text has "Timed out" or "timed out".
+        if (std::strstr(errorText, "imed out") != nullptr) {
+            checkTimeout(start, true);
+        }
+        [[fallthrough]];
+    case CURLE_RECV_ERROR:
+        throw webservices::HTTPConnectionRefusedException(errorText);
+    case CURLE_PARTIAL_FILE:
+        matrix::detail::noninlined::vx_array_api::vxWarningMsgId(id::PartialFileWarning(
+            std::to_string(ResponseBytesReceived), std::to_string(ResponseContentLength), errorText));
+        return;
+    case CURLE_WRITE_ERROR:
+        judgeWriteError(urlText);
+        return;
+    case CURLE_OUT_OF_MEMORY:
+    case CURLE_AUTH_ERROR:
+        VANTIK::raise<id::RandomError>(urlText);
+    case CURLE_OPERATION_TIMEDOUT: // always the connect limit: the others are ours and never reach libcurl
+        throw webservices::HTTPTimeoutException(fl::i18n::to_ustring(errorText), getTimeouts()[0],
+                                                HTTPOptionsMode ? u"HTTPOptions.ConnectTimeout"
+                                                                : u"weboptions.Timeout");
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CACERT_BADFILE:
+        throw webservices::SSLException(errorText, urlText, CertificateFilename);
+    case CURLE_BAD_CONTENT_ENCODING:
+        VANTIK::raise<id::DecodingError>(ContentEncoding, errorText);
+    default:
+        throw webservices::HTTPCopyStreamException(errorText + (" (CURLE code " + std::to_string(result)) + ")");
+    }
+}
+
+// Without a text the write callback has stopped the transfer by design. libcurl reports a failed decoding here too.
+void HTTPConnection::judgeWriteError(const std::string& urlText) {
+    const char* errorText = Handles->ErrorBuffer;
+    if (*errorText == '\0') {
+        return;
+    }
+    if (std::strstr(errorText, "encoding") != nullptr) {
+        VANTIK::raise<id::DecodingError>(ContentEncoding, errorText);
+    }
+    VANTIK::raise<id::CopyContentToDataStreamError>(errorText, urlText);
+}

@@ -1,0 +1,176 @@
+#include "transfer/HTTPConnection.h"
+
+#include "transfer/HttpSyntax.h"
+#include "transfer/Trace.h"
+
+#include <boost/algorithm/string/trim.hpp>
+#include <boost/date_time/posix_time/posix_time_types.hpp>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+#include <locale>
+#include <string_view>
+
+namespace {
+
+constexpr std::size_t LongText = 1000; // from here on, a text is traced as a count
+
+// Shows each line end. The search goes on two characters behind a marked pair, so a pair that begins there stays raw:
+// kept on purpose, the blank line at the end of a head is not marked.
+std::string markLineEnds(std::string_view raw) {
+    std::string text;
+    std::size_t from = 0;
+    std::size_t copied = 0;
+    while (from + 2 <= raw.size()) {
+        const std::size_t pair = raw.find("\r\n", from);
+        if (pair == std::string_view::npos) {
+            break;
+        }
+        text.append(raw, copied, pair - copied);
+        copied = pair + 2;
+        text += copied < raw.size() ? "<CRLF>\n" : "<CRLF>";
+        from = copied + 2;
+    }
+    text.append(raw, copied);
+    return text;
+}
+
+bool isPrintable(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char character) {
+        const auto code = static_cast<unsigned char>(character);
+        return std::isspace(code) != 0 || std::isprint(code) != 0;
+    });
+}
+
+const char* typeWord(curl_infotype type) {
+    switch (type) {
+    case CURLINFO_TEXT:
+        return "INFO";
+    case CURLINFO_HEADER_OUT:
+        return "HDR";
+    case CURLINFO_DATA_IN:
+    case CURLINFO_DATA_OUT:
+        return "DATA";
+    default:
+        return "UNKNOWN";
+    }
+}
+
+// Type and time of day in seconds, modulo 1000: it orders the lines of a log and measures nothing.
+std::string label(curl_infotype type) {
+    const auto microseconds = boost::posix_time::microsec_clock::local_time().time_of_day().total_microseconds();
+    const double seconds = static_cast<double>(microseconds / 1000 % 1000000) / 1000.0;
+    std::array<char, 20> text{};
+    std::snprintf(text.data(), text.size(), "%s (%07.3f)", typeWord(type), seconds);
+    return text.data();
+}
+
+bool isTextShown(curl_infotype type, std::size_t length, std::int32_t debug) {
+    if (type == CURLINFO_HEADER_OUT) {
+        return true;
+    }
+    return length < LongText && (type == CURLINFO_TEXT || debug > 1);
+}
+
+} // namespace
+
+// Has two jobs: the record of the traffic where Debug asks for one, and at every level the head of the request as it
+// really went out, which libcurl tells nowhere else. A head that cannot be parsed ends the libcurl call with an
+// InternalError, kept until that call has returned.
+int HTTPConnection::debugCallback(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size,
+                                  void* connection) {
+    auto* self = static_cast<HTTPConnection*>(connection);
+    return self->inCallback(0, [&] { return self->takeTrace(type, data, size); });
+}
+
+int HTTPConnection::takeTrace(curl_infotype type, char* data, std::size_t size) {
+    if (Debug != 0) {
+        // The header callback traces incoming head lines, and encrypted data is never shown.
+        if (type == CURLINFO_HEADER_IN || type >= CURLINFO_SSL_DATA_IN) {
+            return 0;
+        }
+        recordTraffic(type, data, size);
+    }
+    if (type == CURLINFO_HEADER_OUT) {
+        parseRequestHead(data, size);
+    }
+    if (type == CURLINFO_HEADER_OUT || type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN ||
+        type == CURLINFO_DATA_OUT) {
+        updateDeadline();
+    }
+    return 0;
+}
+
+void HTTPConnection::recordTraffic(curl_infotype type, const char* data, std::size_t size) const {
+    std::string text = markLineEnds({data, size});
+    if (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    const bool outgoing = type == CURLINFO_HEADER_OUT || type == CURLINFO_DATA_OUT;
+    traceText(Debug, (outgoing ? "OUT " : "IN ") + label(type) + ": ");
+    if (isTextShown(type, text.size(), Debug) && isPrintable(text)) {
+        traceLine(Debug, text);
+    } else {
+        traceLine(Debug, std::to_string(text.size()) + " bytes"); // of the marked text, not of the wire
+    }
+    traceText(Debug, "");
+}
+
+// Heads may come in parts, cut between lines. A NUL ends the search for a line end, as it ends a C string.
+void HTTPConnection::parseRequestHead(char* data, std::size_t size) {
+    const char* const end = data + size;
+    for (char* start = data; start != end;) {
+        const std::string_view rest(start, static_cast<std::size_t>(end - start));
+        const std::size_t length = rest.substr(0, rest.find('\0')).find("\r\n");
+        if (length == std::string_view::npos) {
+            throwInternalError("CRLF not found in headers:\n" + std::string(rest));
+        }
+        const std::string line = boost::algorithm::trim_copy(std::string(rest.substr(0, length)), std::locale());
+        if (!InRequestHead) {
+            takeRequestLine(line);
+        } else if (line.empty()) {
+            InRequestHead = false;
+            Sent = true;
+        } else {
+            takeRequestField(line, start);
+        }
+        start += length + 2;
+    }
+}
+
+void HTTPConnection::takeRequestLine(const std::string& line) {
+    if (line.empty()) {
+        throwInternalError("Empty CRLF encountered when request line expected");
+    }
+    InRequestHead = true;
+    const std::size_t first = line.find(' ');
+    if (first == std::string::npos) {
+        throwInternalError("No space found in request line");
+    }
+    EffectiveMethod = line.substr(0, first);
+    const std::size_t second = line.find(' ', first + 1);
+    if (second == std::string::npos) {
+        throwInternalError("Second space not found in request line");
+    }
+    RequestURI = line.substr(first + 1, second - first - 1);
+    RequestHTTPVersion = line.substr(second + 1);
+    RequestHeaderLines.clear();
+}
+
+// Some servers refuse the algorithm parameter of a Digest answer in quotes. libcurl sends what stands in its buffer
+// after this callback, so the quotes become blanks there too.
+void HTTPConnection::takeRequestField(std::string line, char* start) {
+    constexpr std::string_view name = "authorization:";
+    constexpr std::string_view quoted = "\"MD5\"";
+    constexpr std::string_view plain = "MD5  ";
+    if (line.size() >= name.size() && equalIgnoringCase(std::string_view(line).substr(0, name.size()), name)) {
+        const std::size_t position = line.find(quoted);
+        if (position != std::string::npos) {
+            line.replace(position, quoted.size(), plain);
+            std::copy(plain.begin(), plain.end(), start + position);
+        }
+    }
+    RequestHeaderLines.push_back(std::move(line));
+}

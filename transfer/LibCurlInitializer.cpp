@@ -1,0 +1,8 @@
+#include "transfer/LibCurlInitializer.h"
+
+#include "transfer/ServiceLookup.h"
+
+std::shared_ptr<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer> newLibCurlInitializer() {
+    return findService<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer>(
+        cppmicroservices::LDAPFilter());
+}

@@ -1,0 +1,10 @@
+// Look-up of the service that keeps libcurl's global state initialised. This library never initialises it itself.
+#pragma once
+
+#include "host/Services.h"
+
+#include <memory>
+
+// A reference to the service, or null where the host has no framework or no such service. Raises std::runtime_error
+// where the framework goes away during the look-up.
+std::shared_ptr<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer> newLibCurlInitializer();

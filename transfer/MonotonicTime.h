@@ -1,0 +1,19 @@
+// The monotonic clock, and a pause on it.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+// Stands for no start time where one is asked for.
+inline constexpr std::int64_t NOT_A_TIME = std::numeric_limits<std::int64_t>::min();
+
+// Nanoseconds of a steady clock.
+std::int64_t monotonicNow();
+
+// How long the loops pause after repeated empty waits.
+inline constexpr std::int64_t EmptyWaitPauseNs = 100'000'000;
+
+// A sleep until a moment of the monotonic clock that interrupting the boost::thread it runs on cuts short (with
+// boost::thread_interrupted). `boost::this_thread::interruptible_wait`, which waits on a handle as well, exists on
+// Windows only.
+void interruptibleWait(std::int64_t untilNs);
