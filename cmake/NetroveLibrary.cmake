@@ -1,4 +1,4 @@
-# The library as a static archive, which lets unit tests reach inside.
+# The module and its static twin, which lets unit tests reach inside.
 set(NETROVE_SOURCES
     errors/HTTPException.cpp
     errors/TranslateTransferException.cpp
@@ -24,8 +24,23 @@ set(NETROVE_SOURCES
     streaming/InterruptibleStreamCopier.cpp
     streaming/InterruptibleStreamCopierReceive.cpp
     streaming/InterruptibleStreamCopierSend.cpp
-    streaming/ProgressReporterCall.cpp)
+    streaming/ProgressReporterCall.cpp
+    hostclass/ClassRegistration.cpp
+    hostclass/ContentMethods.cpp
+    hostclass/HTTPConnectionAdapter.cpp
+    hostclass/MethodTable.cpp
+    hostclass/ModuleEntry.cpp
+    hostclass/PropertyTable.cpp
+    hostclass/ValueConversion.cpp
+    proxy/ProxyLookup.cpp)
 
 set(NETROVE_LIBRARIES netrove_host CURL::libcurl Boost::thread Boost::chrono Boost::date_time Poco::Net)
 add_library(netrove_static STATIC ${NETROVE_SOURCES})
 target_link_libraries(netrove_static PUBLIC ${NETROVE_LIBRARIES})
+
+# The module exports its three entry points and nothing else: the version script also hides what templates of the host's
+# headers leave behind.
+add_library(netrove SHARED $<TARGET_OBJECTS:netrove_static>)
+set_target_properties(netrove PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/netrove.map)
+target_link_libraries(netrove PRIVATE ${NETROVE_LIBRARIES})
+target_link_options(netrove PRIVATE "LINKER:--version-script=${CMAKE_SOURCE_DIR}/cmake/netrove.map")

@@ -1,0 +1,88 @@
+#include "hostclass/ContentMethods.h"
+
+#include "errors/MessageIdentifiers.h"
+#include "host/ArrayApi.h"
+#include "host/Text.h"
+#include "hostclass/HTTPConnectionAdapter.h"
+#include "hostclass/TransferBoundary.h"
+#include "hostclass/ValueConversion.h"
+#include "streaming/HostObjectCall.h"
+
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+
+namespace {
+
+// Hands the consumer what had been saved before a failure. Whatever goes wrong here, or whether the consumer has such a
+// method at all, matters less than the failure on its way to the caller: nothing that this raises takes its place.
+void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
+    try {
+        HostArray saved = makeByteColumn(adapter.responseBytes());
+        vxArray_tag* arguments[] = {adapter.consumer.get(), saved.get()};
+        HostArray none;
+        tryHostMethod(ConsumerSavePayload, vcos::internal::makeInterned(ConsumerClassName), arguments, none);
+    } catch (...) {
+    }
+}
+
+void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
+    try {
+        adapter.connection.copyContentToStream(adapter.responseBuffer, toBuffer);
+    } catch (const std::exception&) {
+        // Without a consumer, or where the content was not for the buffer, the buffer keeps what it has received.
+        if (adapter.consumer && toBuffer) {
+            savePartialPayload(adapter);
+            adapter.emptyResponseBuffer();
+        }
+        throw;
+    }
+}
+
+[[noreturn]] void raiseInvalidFilename(const std::u16string& name) {
+    VANTIK::raise<VANTIK::webservices::InvalidFilename>(fl::i18n::to_string(name));
+}
+
+// The stream is not open where the platform has no file of that name: it cannot be encoded, or holds a NUL, behind
+// which the platform would not look and so would truncate another file.
+std::ofstream openForWriting(const std::u16string& nativeName) {
+    std::ofstream file;
+    if (nativeName.find(u'\0') != std::u16string::npos) {
+        return file;
+    }
+    try {
+        file.open(std::filesystem::path(nativeName), std::ios::binary | std::ios::trunc);
+    } catch (const std::system_error&) {
+        return std::ofstream();
+    }
+    return file;
+}
+
+} // namespace
+
+void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue* results, int,
+                            const vcos::COSValue* inputs) {
+    const bool toBuffer = ValueSlot<bool>::read(inputs[0]);
+    acrossTransferBoundary(*adapter, [&] { collectContent(*adapter, toBuffer); });
+    HostArray content = makeByteColumn(adapter->responseBytes());
+    adapter->emptyResponseBuffer();
+    giveResult(results[0], std::move(content));
+}
+
+void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int, const vcos::COSValue* inputs) {
+    const std::u16string name = matrix::get_ustring(ValueSlot<vxArray_tag*>::read(inputs[0]));
+    std::ofstream file = openForWriting(fl::filesystem::detail::make_native_access_form_with_cleanup_i18n(name));
+    if (!file.is_open()) {
+        raiseInvalidFilename(name);
+    }
+    acrossTransferBoundary(*adapter, [&] { adapter->connection.copyContentToStream(file, true); });
+    // Kept on purpose: the state before the close decides, and a failure of the close is looked at no further. Content
+    // that still waits in the stream's own buffer is therefore written, or lost, unseen.
+    const bool failed = file.fail();
+    file.close();
+    if (failed) {
+        raiseInvalidFilename(name);
+    }
+}

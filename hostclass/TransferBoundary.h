@@ -1,0 +1,23 @@
+// The boundary that failures of the transfer layer do not cross: whatever handler or getter can reach the transfer runs
+// its call through here.
+#pragma once
+
+#include "errors/HTTPException.h"
+#include "errors/TranslateTransferException.h"
+#include "hostclass/HTTPConnectionAdapter.h"
+
+#include <string>
+#include <utility>
+
+// Runs `call`. A failure of the HTTPException family becomes the host's; every other exception passes as it is.
+template <class Call>
+decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& call) {
+    const HTTPConnectionAdapter::Transfer transfer(adapter);
+    try {
+        return std::forward<Call>(call)();
+    } catch (const webservices::HTTPException&) {
+        const std::u16string url =
+            adapter.connection.URL; // a copy: the translation outlives no promise about the field
+        webservices::translateTransferException(url);
+    }
+}
