@@ -1,0 +1,80 @@
+#include "errors/HTTPException.h"
+
+#include "tests/support/ScopeFixture.h"
+
+#include <gtest/gtest.h>
+
+#include <type_traits>
+
+namespace {
+
+using namespace webservices;
+using HTTPExceptionTest = testsupport::ScopeFixture;
+
+template <class... Classes>
+constexpr bool areDirectAndCopyable = ((std::is_base_of_v<HTTPException, Classes> &&
+                                        std::is_copy_constructible_v<Classes>)&&...);
+
+static_assert(std::is_base_of_v<std::runtime_error, HTTPException>);
+static_assert(
+    areDirectAndCopyable<HTTPConnectionFailedException, HTTPConnectionRefusedException, HTTPCopyStreamException,
+                         HTTPDNSException, HTTPFileNotFoundException, HTTPURLException, HTTPConsumerException,
+                         HTTPTimeoutException, SSLException, HTTPCertificateException, HTTPStatusError>);
+static_assert(!std::is_base_of_v<HTTPConnectionFailedException, HTTPConnectionRefusedException>);
+static_assert(std::has_virtual_destructor_v<HTTPException>);
+
+TEST_F(HTTPExceptionTest, NarrowTextBecomesTheMessage) {
+    const HTTPDNSException failure("h\xC3\xA4");
+    EXPECT_STREQ(failure.what(), "h\xC3\xA4");
+    EXPECT_EQ(failure.Message, u"h\u00E4");
+}
+
+TEST_F(HTTPExceptionTest, WideTextBecomesTheNarrowOne) {
+    const HTTPException failure(std::u16string(u"h\u00E4"));
+    EXPECT_STREQ(failure.what(), "h\xC3\xA4");
+    EXPECT_EQ(failure.Message, u"h\u00E4");
+}
+
+TEST_F(HTTPExceptionTest, EmptyTextIsAnUnknownException) {
+    const HTTPConnectionFailedException failure("");
+    EXPECT_STREQ(failure.what(), "Unknown exception");
+    EXPECT_EQ(failure.Message, u"");
+}
+
+// libcurl's texts are bytes from anywhere; none of them may replace the failure by another one.
+TEST_F(HTTPExceptionTest, BytesThatAreNoTextStillMakeAMessage) {
+    const HTTPConnectionRefusedException failure("a\xFF"
+                                                 "b");
+    EXPECT_STREQ(failure.what(), "a\xFF"
+                                 "b");
+    EXPECT_EQ(failure.Message, u"a\uFFFD"
+                               u"b");
+}
+
+TEST_F(HTTPExceptionTest, CopiesKeepEveryField) {
+    const HTTPTimeoutException timeout(u"late", 1500.0, u"Option");
+    const HTTPTimeoutException timeoutCopy = timeout;
+    EXPECT_STREQ(timeoutCopy.what(), "late");
+    EXPECT_EQ(timeoutCopy.Message, u"late");
+    EXPECT_EQ(timeoutCopy.TimeoutMilliseconds, 1500.0);
+    EXPECT_EQ(timeoutCopy.OptionName, u"Option");
+
+    const SSLException tls("text", "url", "file");
+    const SSLException tlsCopy = tls;
+    EXPECT_EQ(tlsCopy.URL, "url");
+    EXPECT_EQ(tlsCopy.CertificateFilename, "file");
+
+    const HTTPCertificateException certificate("text", "url", "file");
+    const HTTPCertificateException certificateCopy = certificate;
+    EXPECT_EQ(certificateCopy.URL, "url");
+    EXPECT_EQ(certificateCopy.CertificateFilename, "file");
+
+    const std::u16string url = u"http://h/";
+    const HTTPStatusError status("Not Found", &url, 404);
+    const HTTPStatusError statusCopy = status;
+    EXPECT_EQ(statusCopy.StatusCode, 404);
+    EXPECT_EQ(statusCopy.StatusURL, &url); // a reference, not a copy
+    EXPECT_EQ(statusCopy.Message, u"Not Found");
+}
+
+} // namespace

@@ -1,0 +1,144 @@
+#include "errors/MessageIdentifiers.h"
+
+#include "tests/support/FailureText.h"
+#include "tests/support/ScopeFixture.h"
+
+#include "host/Text.h"
+
+#include <gmock/gmock.h>
+
+#include <type_traits>
+
+namespace {
+
+using testsupport::failureText;
+using testsupport::identifierText;
+using namespace VANTIK;
+namespace ws = VANTIK::webservices;
+
+// The identifier is made from arguments of exactly these types.
+template <class Tag, class... Arguments>
+constexpr bool takes = std::is_constructible_v<Tag, Arguments...>;
+
+static_assert(takes<ws::StatusError, Integer, Wide, Wide> && !takes<ws::StatusError, Integer, Wide>);
+static_assert(!takes<ws::StatusError, Integer, Narrow, Wide>); // narrow and wide text are told apart
+static_assert(takes<ws::InternalError, Narrow> && takes<ws::InternalError, const char*> && !takes<ws::InternalError>);
+static_assert(!takes<ws::InternalError, Wide>);
+static_assert(takes<http::OnlyOneTransferAtATime> && !takes<http::OnlyOneTransferAtATime, Narrow>);
+static_assert(takes<ws::CopyContentToDataStreamError, Wide, Wide> &&
+              takes<ws::CopyContentToDataStreamError, const char*, Narrow> &&
+              !takes<ws::CopyContentToDataStreamError, Wide, Narrow>);
+
+struct GoldenRow {
+    resource_core::BaseMsgID Id;
+    const char* Text;
+};
+
+const Narrow n1 = "n1";
+const Narrow n2 = "n2";
+const Narrow n3 = "n3";
+const Narrow n4 = "n4";
+const Wide u1 = u"u1";
+const Wide u2 = u"u2";
+const Wide u3 = u"u3";
+const Wide u4 = u"u4";
+
+// Every identifier, with the kind of each argument in its order.
+const std::vector<GoldenRow>& goldenList() {
+    static const std::vector<GoldenRow> rows{
+        {ws::InternalError(n1), "VANTIK:webservices:InternalError[N:n1]"},
+        {ws::CopyContentToDataStreamError(u1, u2), "VANTIK:webservices:CopyContentToDataStreamError[U:u1, U:u2]"},
+        {ws::CopyContentToDataStreamError("n1", n2), "VANTIK:webservices:CopyContentToDataStreamError[N:n1, N:n2]"},
+        {ws::StatusError(404, u1, u2), "VANTIK:webservices:StatusError[I:404, U:u1, U:u2]"},
+        {ws::SSLConnectionNoFile(n1, u1), "VANTIK:webservices:SSLConnectionNoFile[N:n1, U:u1]"},
+        {ws::SSLConnectionSystemFailure(n1, u1), "VANTIK:webservices:SSLConnectionSystemFailure[N:n1, U:u1]"},
+        {ws::SSLConnectionFailure(n1, u1, n2), "VANTIK:webservices:SSLConnectionFailure[N:n1, U:u1, N:n2]"},
+        {ws::CertificateFailedVerification(n1, n2), "VANTIK:webservices:CertificateFailedVerification[N:n1, N:n2]"},
+        {ws::Timeout(u1, n1, u2, u3), "VANTIK:webservices:Timeout[U:u1, N:n1, U:u2, U:u3]"},
+        {ws::MalformedURL(u1), "VANTIK:webservices:MalformedURL[U:u1]"},
+        {ws::UnknownHost(u1), "VANTIK:webservices:UnknownHost[U:u1]"},
+        {ws::FileNotFound(u1), "VANTIK:webservices:FileNotFound[U:u1]"},
+        {ws::OperationTerminatedByConsumer(u1), "VANTIK:webservices:OperationTerminatedByConsumer[U:u1]"},
+        {ws::ConnectionFailed(u1), "VANTIK:webservices:ConnectionFailed[U:u1]"},
+        {ws::ConnectionRefused(u1, u2), "VANTIK:webservices:ConnectionRefused[U:u1, U:u2]"},
+        {ws::DecodingError(n1, n2), "VANTIK:webservices:DecodingError[N:n1, N:n2]"},
+        {ws::RandomError(n1), "VANTIK:webservices:RandomError[N:n1]"},
+        {ws::ExpectedProtocol(n1, n2, n3, n4), "VANTIK:webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"},
+        {ws::PartialFileWarning(n1, n2, n3), "VANTIK:webservices:PartialFileWarning[N:n1, N:n2, N:n3]"},
+        {ws::EncodingFailure(u1, n1, n2), "VANTIK:webservices:EncodingFailure[U:u1, N:n1, N:n2]"},
+        {ws::EmptyName(n1), "VANTIK:webservices:EmptyName[N:n1]"},
+        {ws::InvalidFilename(n1), "VANTIK:webservices:InvalidFilename[N:n1]"},
+        {ws::TimeoutReasonResponseHeader(), "VANTIK:webservices:TimeoutReasonResponseHeader[]"},
+        {ws::TimeoutReasonStoppedSending(), "VANTIK:webservices:TimeoutReasonStoppedSending[]"},
+        {ws::TimeoutReasonSystemLimit(), "VANTIK:webservices:TimeoutReasonSystemLimit[]"},
+        {ws::TimeoutSystemTCP(), "VANTIK:webservices:TimeoutSystemTCP[]"},
+        {http::OnlyOneTransferAtATime(), "VANTIK:http:OnlyOneTransferAtATime[]"},
+        {type::PropSetClsMismatch(n1), "VANTIK:type:PropSetClsMismatch[N:n1]"},
+        {legacy_two_part::UnableToConvert(n1, n2, u1), "VANTIK:legacy_two_part:UnableToConvert[N:n1, N:n2, U:u1]"},
+        {legacy_two_part::undefinedVarOrClass(n1), "VANTIK:legacy_two_part:undefinedVarOrClass[N:n1]"},
+    };
+    return rows;
+}
+
+using MessageIdentifiersTest = testsupport::ScopeFixture;
+
+TEST_F(MessageIdentifiersTest, HaveTheirCataloguesKeysAndArguments) {
+    for (const GoldenRow& row : goldenList()) {
+        EXPECT_EQ(identifierText(row.Id), row.Text);
+    }
+}
+
+// The catalogue that ships has a text for each, and each argument that the text uses is there.
+TEST_F(MessageIdentifiersTest, HaveATextInTheCatalogue) {
+    for (const GoldenRow& row : goldenList()) {
+        const std::string text =
+            fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(row.Id, fl::i18n::VkLocale("en")));
+        EXPECT_NE(text, "");
+        EXPECT_THAT(text, ::testing::Not(::testing::HasSubstr("VANTIK:"))) << "no pattern";
+        EXPECT_THAT(text, ::testing::Not(::testing::ContainsRegex("\\{[0-9]"))) << "argument missing";
+    }
+}
+
+TEST_F(MessageIdentifiersTest, ExceptionCarriesIdentifierAndText) {
+    try {
+        raise<ws::StatusError>(404, u1, u2);
+        FAIL();
+    } catch (const Failure<ws::StatusError>& failure) {
+        EXPECT_EQ(identifierText(failure.msg_id()), "VANTIK:webservices:StatusError[I:404, U:u1, U:u2]");
+        EXPECT_EQ(failure.get_error_id(), "VANTIK:webservices:StatusError");
+        EXPECT_EQ(fl::i18n::to_string(failure.GetUnicodeMessageTxt()), failure.what());
+        EXPECT_STRNE(failure.what(), "");
+    }
+}
+
+// What catches it: each base in turn.
+TEST_F(MessageIdentifiersTest, ExceptionIsOfEveryBase) {
+    using Thrown = Failure<http::OnlyOneTransferAtATime>;
+    const auto raiseIt = [] { raise<http::OnlyOneTransferAtATime>(); };
+    EXPECT_THROW(raiseIt(), Thrown);
+    EXPECT_THROW(raiseIt(), foundation::core::except::IMsgIDException);
+    EXPECT_THROW(raiseIt(), foundation::core::except::IUserException);
+    EXPECT_THROW(raiseIt(), foundation::core::except::IException);
+    EXPECT_THROW(raiseIt(), boost::exception_detail::clone_base);
+    EXPECT_THROW(raiseIt(), boost::exception);
+    EXPECT_THROW(raiseIt(), std::exception);
+    static_assert(!std::is_base_of_v<foundation::core::except::IInternalException, Thrown>);
+}
+
+TEST_F(MessageIdentifiersTest, CloneKeepsItsTypeAndItsMessage) {
+    const Failure<ws::MalformedURL> failure{ws::MalformedURL(u1)};
+    const std::unique_ptr<const boost::exception_detail::clone_base> copy(failure.clone());
+    EXPECT_THROW(copy->rethrow(), Failure<ws::MalformedURL>);
+    EXPECT_EQ(failureText([&] { copy->rethrow(); }), "VANTIK:webservices:MalformedURL[U:u1]");
+}
+
+TEST_F(MessageIdentifiersTest, ArgumentsAreCopied) {
+    Narrow text = "before";
+    const ws::InternalError id(text);
+    text = "after";
+    EXPECT_EQ(identifierText(id), "VANTIK:webservices:InternalError[N:before]");
+    EXPECT_EQ(id.arguments().size(), 1u);
+    EXPECT_EQ(id.arguments().capacity(), 1u); // sized exactly
+}
+
+} // namespace

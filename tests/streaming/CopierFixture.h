@@ -1,0 +1,83 @@
+// Fixture for tests of the copier: a connection on real handles, with libcurl's part played by the test.
+#pragma once
+
+#include "tests/support/CurlInterposer.h"
+#include "tests/support/ScopeFixture.h"
+#include "tests/support/ScriptedObjects.h"
+
+#include "streaming/HostArray.h"
+#include "streaming/InterruptibleStreamCopier.h"
+#include "transfer/HTTPConnection.h"
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace streamingtest {
+
+using testsupport::CurlFunction;
+
+// Handle of a host object or value, as the library holds it: borrowed.
+vxArray_tag* handleOf(const vantik::Array& value);
+
+// The text of the InternalError that an action raises; a test failure where it raises nothing or anything else.
+std::string internalErrorOf(const std::function<void()>& action);
+
+// The identifier and text of the host failure that an action raises, with a blank between them.
+std::string hostFailureOf(const std::function<void()>& action);
+
+// A new value of a class that the embedding API does not make: all zero.
+vantik::Array zeros(std::size_t rows, std::size_t columns, vxClassID classId);
+// rows-by-columns uint8 with these bytes in column order.
+vantik::Array byteMatrix(std::size_t rows, std::size_t columns, const std::string& bytes);
+
+class CopierFixture : public testsupport::ScopeFixture {
+protected:
+    // One perform: what libcurl does in it, and how many handles it leaves running.
+    using Perform = std::function<int()>;
+
+    CopierFixture();
+
+    // What the performs do, in order. One more than these is a test failure and ends the pump.
+    void willPerform(std::vector<Perform> performs);
+    // What the waits report, in order; 1 ready descriptor behind the last of them.
+    void willWait(std::vector<int> ready);
+
+    // Performs in the parts of a script.
+    static Perform leaves(int running) {
+        return [running] { return running; };
+    }
+    Perform receives(std::string bytes, int running); // libcurl writes them
+    Perform sends(std::size_t room, int running);     // libcurl reads once, with so much room; see Uploaded
+
+    // Journal: what the host objects note between the recorded calls.
+    void note(const std::string& text);
+    // Notes, and the recorded calls of these functions, in the order in which they happened.
+    std::vector<std::string> journal(std::initializer_list<CurlFunction> functions) const;
+    // The same with what a pump does in every pass: wait, pause, perform, message, interrupt poll, resume.
+    std::vector<std::string> pumpJournal() const;
+
+    // Scripted objects that note their calls: "start", "get 16384", "put 100", "close", "interrupt", "update 100".
+    testsupport::ScriptedProvider provide(std::string content, const testsupport::Missing& missing = {});
+    testsupport::ScriptedConsumer consume(const testsupport::Missing& missing = {});
+    testsupport::ScriptedReporter report(const testsupport::Missing& missing = {});
+
+    void setPayload(const std::string& bytes) { Connection.Payload.assign(bytes.begin(), bytes.end()); }
+    // A data timeout of one second whose deadline has just passed, on a connection that is up.
+    void letDeadlinePass();
+
+    testsupport::CurlInterposer Curl;
+    HTTPConnection Connection;
+    std::string Uploaded; // everything that `sends` was given
+
+private:
+    std::deque<Perform> Performs;
+    std::deque<int> Waits;
+    std::vector<std::pair<std::size_t, std::string>> Notes; // number of calls recorded before, text
+};
+
+} // namespace streamingtest

@@ -1,0 +1,167 @@
+#include "streaming/ProgressReporterCall.h"
+
+#include "host/Interrupt.h"
+#include "tests/streaming/CopierFixture.h"
+
+#include "vantik/HostClass.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+using namespace matrix::detail::noninlined::vx_array_api;
+using namespace streamingtest;
+using testing::ElementsAre;
+
+namespace {
+
+constexpr const char* kNotScalar = "Expected ProgressReporter.update to return scalar.";
+constexpr const char* kNotFound = "vantik.net.http.internal.ProgressReporter.update not found";
+
+class ProgressReporterCallTest : public testsupport::ScopeFixture {
+protected:
+    // A reporter that gives this answer.
+    testsupport::ScriptedReporter answering(vantik::Array answer) {
+        auto reporter = testsupport::makeScriptedReporter(host());
+        reporter->OnUpdate = [answer = std::move(answer)](int, std::uint64_t) { return answer; };
+        return reporter;
+    }
+
+    static void updateOnce(const vantik::Array& reporter) {
+        ProgressReporterCall call(handleOf(reporter));
+        call.update(1);
+    }
+};
+
+TEST_F(ProgressReporterCallTest, WithoutAReporterNothingHappens) {
+    ProgressReporterCall call(nullptr);
+    EXPECT_NO_THROW(call.update(100));
+}
+
+TEST_F(ProgressReporterCallTest, TrueMeansCarryOn) {
+    const auto reporter = answering(true);
+    ProgressReporterCall call(handleOf(reporter));
+    call.update(0);
+    call.update(16384);
+    call.update(100); // after a rewind
+    call.update(18446744073709551615U);
+    EXPECT_THAT(reporter->Counts, ElementsAre(0U, 16384U, 100U, 18446744073709551615U));
+}
+
+TEST_F(ProgressReporterCallTest, FalseStopsOnBehalfOfTheProgram) {
+    const auto reporter = answering(false);
+    try {
+        updateOnce(reporter);
+        FAIL() << "it did not stop";
+    } catch (const Zentorak::System::InterruptException& stop) {
+        EXPECT_TRUE(stop.requestedByProgram());
+    }
+}
+
+TEST_F(ProgressReporterCallTest, AnswerWithoutExactlyOneElementFails) {
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array())); }), kNotScalar);
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::logicals({}))); }), kNotScalar);
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::logicals({true, true}))); }), kNotScalar);
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(zeros(2, 2, vxDOUBLE_CLASS))); }), kNotScalar);
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering("yes")); }), kNotScalar);
+}
+
+TEST_F(ProgressReporterCallTest, NoAnswerAtAllFails) {
+    vantik::HostClass("test.silent.Reporter")
+        .derivesFrom("vantik.net.http.internal.ProgressReporter")
+        .method("update", [](std::span<const vantik::Array>) { return std::vector<vantik::Array>(); })
+        .defineIn(host());
+    const vantik::Object reporter = host().create("test.silent.Reporter");
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotScalar);
+}
+
+TEST_F(ProgressReporterCallTest, OnlyTheFirstByteOfTheAnswerCounts) {
+    EXPECT_NO_THROW(updateOnce(answering(std::int32_t{1})));
+    EXPECT_NO_THROW(updateOnce(answering(byteMatrix(1, 1, "\x80"))));
+    EXPECT_NO_THROW(updateOnce(answering("y")));
+    EXPECT_NO_THROW(updateOnce(answering(0.1)));                                                  // 9a 99 99 …
+    EXPECT_THROW(updateOnce(answering(1.0)), Zentorak::System::InterruptException);               // 00 00 … f0 3f
+    EXPECT_THROW(updateOnce(answering(std::int32_t{256})), Zentorak::System::InterruptException); // 00 01 00 00
+    EXPECT_THROW(updateOnce(answering(byteMatrix(1, 1, std::string(1, '\0')))), Zentorak::System::InterruptException);
+}
+
+TEST_F(ProgressReporterCallTest, AnswerWithoutPlainElementsFails) {
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::structure({{"Go", true}}))); }), kNotScalar);
+    const auto object = testsupport::makeScriptedReporter(host());
+    const auto reporter = testsupport::makeScriptedReporter(host());
+    reporter->OnUpdate = [&](int, std::uint64_t) -> vantik::Array { return object; };
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotScalar);
+}
+
+TEST_F(ProgressReporterCallTest, MissingMethodFails) {
+    const auto reporter = testsupport::makeScriptedReporter(host(), {"update"});
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotFound);
+}
+
+TEST_F(ProgressReporterCallTest, WhatIsNoObjectHasNoMethod) {
+    EXPECT_EQ(internalErrorOf([&] { updateOnce(vantik::Array(1.0)); }), kNotFound);
+    const HostArray nothing(vxCreateEmptyUnknownArrayNotOnArrayList()); // its class has no name
+    EXPECT_EQ(internalErrorOf([&] { ProgressReporterCall(nothing.get()).update(1); }), kNotFound);
+}
+
+// The reporter is addressed by its own class and not by the base class.
+TEST_F(ProgressReporterCallTest, ReporterOfAnyClassIsCalled) {
+    std::vector<std::uint64_t> counts;
+    vantik::HostClass("test.unrelated.Reporter")
+        .method("update",
+                [&](std::span<const vantik::Array> inputs) {
+                    counts.push_back(inputs[1].unsignedInteger());
+                    return std::vector<vantik::Array>{true};
+                })
+        .defineIn(host());
+    const vantik::Object reporter = host().create("test.unrelated.Reporter");
+    updateOnce(reporter);
+    EXPECT_THAT(counts, ElementsAre(1U));
+}
+
+TEST_F(ProgressReporterCallTest, WhatTheReporterRaisesPasses) {
+    const auto reporter = testsupport::makeScriptedReporter(host());
+    reporter->OnUpdate = [](int, std::uint64_t) -> vantik::Array {
+        throw vantik::Failure({"test:reporter", "Tired", {}, "enough"});
+    };
+    EXPECT_THAT(hostFailureOf([&] { updateOnce(reporter); }), testing::StartsWith("test:reporter:Tired"));
+}
+
+TEST_F(ProgressReporterCallTest, CountIsAUInt64ScalarBesideTheReporter) {
+    std::vector<vantik::Array> seen;
+    vantik::HostClass("test.keeping.Reporter")
+        .method("update",
+                [&](std::span<const vantik::Array> inputs) {
+                    EXPECT_EQ(inputs.size(), 2U);
+                    seen.push_back(inputs[1]);
+                    return std::vector<vantik::Array>{true};
+                })
+        .defineIn(host());
+    const vantik::Object reporter = host().create("test.keeping.Reporter");
+    ProgressReporterCall call(handleOf(reporter));
+    call.update(10);
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_EQ(seen[0].className(), "uint64");
+    EXPECT_THAT(seen[0].dimensions(), ElementsAre(1U, 1U));
+
+    // A count that the reporter has kept stays what it was.
+    call.update(20);
+    call.update(30);
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_EQ(seen[0].unsignedInteger(), 10U);
+    EXPECT_EQ(seen[1].unsignedInteger(), 20U);
+    EXPECT_EQ(seen[2].unsignedInteger(), 30U);
+}
+
+TEST_F(ProgressReporterCallTest, UpdatesLeaveNoArrayBehind) {
+    const auto reporter = answering(true);
+    ProgressReporterCall call(handleOf(reporter));
+    const std::size_t before = vantik::Host::liveArrays();
+    for (std::uint64_t i = 0; i < 10; ++i) {
+        call.update(i);
+    }
+    EXPECT_EQ(vantik::Host::liveArrays(), before);
+}
+
+} // namespace

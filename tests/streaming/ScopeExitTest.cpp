@@ -1,0 +1,49 @@
+#include "streaming/ScopeExit.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+TEST(ScopeExit, RunsOnceOnTheWayOut) {
+    int runs = 0;
+    {
+        const ScopeExit leave([&] { ++runs; });
+        EXPECT_EQ(runs, 0);
+    }
+    EXPECT_EQ(runs, 1);
+}
+
+TEST(ScopeExit, RunsWhileAFailurePassesAndLetsItPass) {
+    bool ran = false;
+    EXPECT_THROW(
+        {
+            const ScopeExit leave([&] { ran = true; });
+            throw std::out_of_range("the failure");
+        },
+        std::out_of_range);
+    EXPECT_TRUE(ran);
+}
+
+TEST(ScopeExit, SwallowsWhatItsFunctionRaises) {
+    EXPECT_NO_THROW({ const ScopeExit leave([] { throw std::runtime_error("nobody sees this"); }); });
+    EXPECT_NO_THROW({ const ScopeExit leave([] { throw 7; }); });
+}
+
+TEST(ScopeExit, WhatItsFunctionRaisesDoesNotTakeThePlaceOfAFailure) {
+    try {
+        const ScopeExit leave([] { throw std::runtime_error("in the guard"); });
+        throw std::out_of_range("first");
+    } catch (const std::exception& failure) {
+        EXPECT_STREQ(failure.what(), "first");
+    }
+}
+
+TEST(ScopeExit, LaterGuardsRunFirst) {
+    std::string order;
+    {
+        const ScopeExit first([&] { order += "first "; });
+        const ScopeExit second([&] { order += "second "; });
+    }
+    EXPECT_EQ(order, "second first ");
+}

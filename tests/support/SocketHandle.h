@@ -1,0 +1,49 @@
+// Owned descriptors and loopback addresses.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+namespace testsupport {
+
+enum class Family { IPv4, IPv6 };
+
+// Closes its descriptor at the end.
+class SocketHandle {
+public:
+    SocketHandle() noexcept = default;
+    explicit SocketHandle(int descriptor) noexcept : Descriptor(descriptor) {}
+    ~SocketHandle() { reset(); }
+    SocketHandle(SocketHandle&& other) noexcept : Descriptor(std::exchange(other.Descriptor, -1)) {}
+    SocketHandle& operator=(SocketHandle&& other) noexcept {
+        std::swap(Descriptor, other.Descriptor);
+        return *this;
+    }
+
+    int get() const noexcept { return Descriptor; }
+    explicit operator bool() const noexcept { return Descriptor >= 0; }
+    void reset() noexcept;
+
+private:
+    int Descriptor = -1;
+};
+
+// A stream socket bound to a free port of the loopback address. Raises std::system_error.
+SocketHandle bindLoopback(Family family, bool blocking);
+
+// The port that a socket is bound to.
+std::uint16_t boundPort(const SocketHandle& socket);
+
+// A blocking socket connected to a port of 127.0.0.1.
+SocketHandle connectLoopback(std::uint16_t port, Family family = Family::IPv4);
+
+// Starts a connection and gives the socket at once, whatever becomes of it.
+SocketHandle beginConnect(std::uint16_t port);
+
+// Blocking transfer on a connected socket, for clients in tests. `readSome` gives an empty text at the end.
+void writeAll(const SocketHandle& socket, const std::string& bytes);
+std::string readSome(const SocketHandle& socket);
+std::string readToEnd(const SocketHandle& socket);
+
+} // namespace testsupport

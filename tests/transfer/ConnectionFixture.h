@@ -1,0 +1,110 @@
+// Fixture for tests of a connection: a fresh scope with the interposer in front of libcurl.
+#pragma once
+
+#include "tests/support/CurlInterposer.h"
+#include "tests/support/FailureText.h"
+#include "tests/support/ScopeFixture.h"
+#include "tests/support/StandardOutputCapture.h"
+
+#include "embedded/WarningSink.h"
+#include "transfer/HTTPConnection.h"
+#include "transfer/MonotonicTime.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testsupport::CurlCall;
+using testsupport::CurlFunction;
+using testsupport::CurlInterposer;
+using testsupport::failureText;
+using testsupport::internalError;
+using testsupport::StandardOutputCapture;
+
+class ConnectionFixture : public testsupport::ScopeFixture {
+protected:
+    ConnectionFixture() {
+        scope().Warnings.setHandler(
+            [this](const resource_core::BaseMsgID& id) { warnings.push_back(testsupport::identifierText(id)); });
+    }
+
+    // Sets the URL and opens.
+    static void open(HTTPConnection& connection, const std::u16string& url = u"http://127.0.0.1/") {
+        connection.setURL(url);
+        connection.openConnection();
+    }
+
+    // The next perform plays a whole exchange without a network: the request's head, the response's head, the result.
+    // libcurl then reports the status of that head. Empty heads are left out.
+    void playExchange(const std::string& responseHead, CURLcode result = CURLE_OK,
+                      const std::string& requestHead = "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n") {
+        const std::size_t blank = responseHead.find(' ');
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, blank == std::string::npos ? 0L : std::stol(responseHead.substr(blank)));
+        curl.OnWait = [](int, int& ready) {
+            ready = 1;
+            return CURLM_OK;
+        };
+        curl.OnPerform = [=, this, played = false](int& running) mutable {
+            running = 0;
+            if (!std::exchange(played, true)) {
+                if (!requestHead.empty()) {
+                    curl.callRequestHead(requestHead);
+                }
+                curl.callResponseHead(responseHead);
+                curl.finishWith(result);
+            }
+            return CURLM_OK;
+        };
+    }
+
+    // The libcurl calls that change the handle or its options, in order.
+    std::vector<std::string> handleCalls() const {
+        return curl.texts({CurlFunction::EasySetopt, CurlFunction::EasyReset, CurlFunction::MultiAddHandle,
+                           CurlFunction::MultiRemoveHandle});
+    }
+
+    CurlInterposer curl;
+    std::vector<std::string> warnings;
+};
+
+// The same with an open connection of the HTTP interface.
+class OpenConnectionFixture : public ConnectionFixture {
+protected:
+    using Field = std::pair<std::string, std::string>;
+
+    OpenConnectionFixture() {
+        connection.HTTPOptionsMode = true;
+        open(connection);
+    }
+    ~OpenConnectionFixture() override { connection.Debug = 0; } // its destruction is not to be traced
+
+    // Sends with only the calls of this send on record; what goes wrong, or "nothing".
+    std::string send() {
+        curl.clear();
+        return failureText([&] { connection.sendRequest(); });
+    }
+    // The same with these fields, and an answer that has no content.
+    std::string sendWith(const std::vector<Field>& fields) {
+        for (const auto& [name, value] : fields) {
+            connection.addField(name, value);
+        }
+        playExchange("HTTP/1.1 200 OK\r\n\r\n");
+        return send();
+    }
+    void reopen() {
+        connection.closeConnection();
+        connection.openConnection();
+    }
+    // What an option was last set to, in words.
+    std::string optionText(CURLoption option) const {
+        const CurlCall* call = curl.lastOption(option);
+        return call == nullptr ? "unset" : call->text();
+    }
+
+    HTTPConnection connection;
+};

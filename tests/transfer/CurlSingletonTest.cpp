@@ -1,0 +1,160 @@
+#include "transfer/CurlSingleton.h"
+
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "embedded/Scope.h"
+
+#include <memory>
+
+namespace {
+
+class CurlSingletonTest : public ConnectionFixture {
+protected:
+    std::vector<std::string> handleMaking() const {
+        return curl.texts({CurlFunction::MultiRemoveHandle, CurlFunction::EasyCleanup, CurlFunction::MultiCleanup,
+                           CurlFunction::EasyInit, CurlFunction::MultiInit});
+    }
+};
+
+TEST_F(CurlSingletonTest, SecondCallGivesTheSameObjectAndMakesNoHandles) {
+    CurlSingleton& first = getCurlSingleton();
+    EXPECT_THAT(handleMaking(), ElementsAre("curl_easy_init", "curl_multi_init"));
+    EXPECT_NE(first.EasyHandle, nullptr);
+    EXPECT_NE(first.MultiHandle, nullptr);
+    EXPECT_FALSE(first.ConnectionOpen);
+    EXPECT_FALSE(first.EasyHandleAttached);
+    curl.clear();
+    EXPECT_EQ(&getCurlSingleton(), &first);
+    EXPECT_THAT(handleMaking(), IsEmpty());
+}
+
+TEST_F(CurlSingletonTest, EachScopeHasItsOwnHandles) {
+    CurlSingleton& outer = getCurlSingleton();
+    outer.ConnectionOpen = true;
+    const auto inner = std::make_shared<vantik::detail::Scope>();
+    {
+        const vantik::detail::ScopeEntry entry(inner);
+        CurlSingleton& other = getCurlSingleton();
+        EXPECT_NE(&other, &outer);
+        EXPECT_NE(other.EasyHandle, outer.EasyHandle);
+        EXPECT_NE(other.MultiHandle, outer.MultiHandle);
+        EXPECT_FALSE(other.ConnectionOpen);
+        resetHandles(); // not refused: the open connection belongs to the other scope
+    }
+    EXPECT_EQ(&getCurlSingleton(), &outer);
+}
+
+TEST_F(CurlSingletonTest, ScopeEndCleansTheEasyHandleFirst) {
+    {
+        auto inner = std::make_shared<vantik::detail::Scope>();
+        {
+            const vantik::detail::ScopeEntry entry(inner);
+            getCurlSingleton();
+        }
+        curl.clear();
+    }
+    EXPECT_THAT(handleMaking(), ElementsAre("curl_easy_cleanup", "curl_multi_cleanup"));
+}
+
+TEST_F(CurlSingletonTest, ResetReplacesBothHandles) {
+    CurlSingleton& handles = getCurlSingleton();
+    handles.EasyHandleAttached = true;
+    curl.clear();
+    resetHandles();
+    EXPECT_THAT(handleMaking(), ElementsAre("curl_multi_remove_handle", "curl_easy_cleanup", "curl_multi_cleanup",
+                                            "curl_easy_init", "curl_multi_init"));
+    EXPECT_EQ(&getCurlSingleton(), &handles);
+    EXPECT_NE(handles.EasyHandle, nullptr);
+    EXPECT_NE(handles.MultiHandle, nullptr);
+    EXPECT_TRUE(handles.EasyHandleAttached);
+    EXPECT_FALSE(handles.ConnectionOpen);
+}
+
+TEST_F(CurlSingletonTest, ResetIsRefusedWhileAConnectionIsOpen) {
+    CurlSingleton& handles = getCurlSingleton();
+    handles.ConnectionOpen = true;
+    CURL* easy = handles.EasyHandle;
+    CURLM* multi = handles.MultiHandle;
+    curl.clear();
+    EXPECT_EQ(failureText([] { resetHandles(); }), internalError("resetHandles() called when connection is open"));
+    EXPECT_THAT(handleMaking(), IsEmpty());
+    EXPECT_EQ(handles.EasyHandle, easy);
+    EXPECT_EQ(handles.MultiHandle, multi);
+    EXPECT_TRUE(handles.ConnectionOpen);
+}
+
+TEST_F(CurlSingletonTest, FailedRemovalKeepsTheHandles) {
+    CurlSingleton& handles = getCurlSingleton();
+    CURL* easy = handles.EasyHandle;
+    curl.clear();
+    curl.failCall(CurlFunction::MultiRemoveHandle, CURLM_BAD_EASY_HANDLE);
+    EXPECT_EQ(failureText([] { resetHandles(); }),
+              internalError(std::string("\"curl_multi_remove_handle\" failed with CURLMcode ") +
+                            curl_multi_strerror(CURLM_BAD_EASY_HANDLE)));
+    EXPECT_THAT(handleMaking(), ElementsAre("curl_multi_remove_handle"));
+    EXPECT_EQ(handles.EasyHandle, easy);
+}
+
+TEST_F(CurlSingletonTest, NothingIsStoredWhereNoEasyHandleCanBeMade) {
+    curl.failCall(CurlFunction::EasyInit, 0);
+    EXPECT_EQ(failureText([] { getCurlSingleton(); }), internalError("\"curl_easy_init\" failed "));
+    EXPECT_EQ(curl.count(CurlFunction::MultiInit), 0u);
+    EXPECT_NE(getCurlSingleton().EasyHandle, nullptr);
+}
+
+TEST_F(CurlSingletonTest, NothingIsStoredOrLeakedWhereNoMultiHandleCanBeMade) {
+    curl.failCall(CurlFunction::MultiInit, 0);
+    EXPECT_EQ(failureText([] { getCurlSingleton(); }), internalError("\"curl_multi_init\" failed "));
+    EXPECT_EQ(curl.count(CurlFunction::EasyInit), curl.count(CurlFunction::EasyCleanup));
+    EXPECT_NE(getCurlSingleton().MultiHandle, nullptr);
+}
+
+// What failed is not repaired. The handles are null then and not dangling, so that everything behind it fails in words.
+class FailedResetTest : public CurlSingletonTest, public ::testing::WithParamInterface<CurlFunction> {};
+
+TEST_P(FailedResetTest, LeavesAScopeWhereOpensFailAndNothingCrashes) {
+    HTTPConnection connection;
+    curl.failCall(GetParam(), 0);
+    const bool noEasyHandle = GetParam() == CurlFunction::EasyInit;
+    EXPECT_EQ(failureText([] { resetHandles(); }),
+              internalError(noEasyHandle ? "\"curl_easy_init\" failed " : "\"curl_multi_init\" failed "));
+    EXPECT_EQ(getCurlSingleton().EasyHandle == nullptr, noEasyHandle);
+    EXPECT_EQ(getCurlSingleton().MultiHandle, nullptr);
+    connection.Handles->EasyHandleAttached = true;
+    EXPECT_THAT(failureText([&] { open(connection); }),
+                ::testing::StartsWith("VANTIK:webservices:InternalError[N:\"curl_multi_remove_handle\" failed with "));
+    EXPECT_FALSE(connection.Opened);
+    EXPECT_FALSE(connection.Handles->ConnectionOpen);
+}
+
+INSTANTIATE_TEST_SUITE_P(Handles, FailedResetTest, ::testing::Values(CurlFunction::EasyInit, CurlFunction::MultiInit));
+
+TEST_F(CurlSingletonTest, OpenAfterAResetOnlyAddsAHarmlessRemoval) {
+    HTTPConnection connection;
+    open(connection);
+    const auto firstOpen = handleCalls();
+    connection.closeConnection();
+    HTTPConnection::closeAllConnections();
+    curl.clear();
+    connection.openConnection();
+    EXPECT_TRUE(connection.Opened);
+    auto secondOpen = handleCalls();
+    ASSERT_GE(secondOpen.size(), 2u);
+    EXPECT_EQ(secondOpen[0], "curl_multi_remove_handle");
+    EXPECT_EQ(secondOpen[1], "curl_easy_reset");
+    secondOpen.erase(secondOpen.begin(), secondOpen.begin() + 2);
+    // Behind the cookie options of the construction, the first open is the same.
+    EXPECT_THAT(secondOpen, ::testing::ElementsAreArray(firstOpen.begin() + 2, firstOpen.end()));
+}
+
+TEST_F(CurlSingletonTest, RefusedResetLeavesTheConnectionUsable) {
+    HTTPConnection connection;
+    open(connection);
+    EXPECT_EQ(failureText([] { HTTPConnection::closeAllConnections(); }),
+              internalError("resetHandles() called when connection is open"));
+    playExchange("HTTP/1.1 204 No Content\r\n\r\n");
+    connection.sendRequest();
+    EXPECT_EQ(connection.ResponseCode, 204);
+}
+
+} // namespace

@@ -1,0 +1,307 @@
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "transfer/Trace.h"
+
+#include <limits>
+
+namespace {
+
+constexpr std::int64_t Ms = 1'000'000;
+
+class HTTPConnectionHeadTest : public ConnectionFixture {
+protected:
+    HTTPConnectionHeadTest() {
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); // so that the status line is parsed
+        connection.Deadline = HTTPConnection::NoDeadline;
+    }
+    ~HTTPConnectionHeadTest() override { connection.Debug = 0; }
+
+    // One line as libcurl passes it. The callback never asks libcurl to stop.
+    void take(std::string line) {
+        EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection), line.size());
+    }
+    void takeAll(const std::vector<std::string>& lines) {
+        for (const std::string& line : lines) {
+            take(line);
+        }
+    }
+    std::string storedFailure() const { return failureText(connection.CallbackFailure); }
+
+    HTTPConnection connection;
+};
+
+const std::string NoLineEnd = internalError("CRLF not found at the end of the received headers");
+
+TEST_F(HTTPConnectionHeadTest, FinalHeadIsKeptLineByLine) {
+    takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "X-A: c\r\n"});
+    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_EQ(connection.ResponseCode, 200);
+    take("\r\n");
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b", "X-A: c"));
+    EXPECT_EQ(storedFailure(), "nothing");
+}
+
+TEST_F(HTTPConnectionHeadTest, SizeAndCountAreMultiplied) {
+    std::string line = "HTTP/1.1 200 OK\r\n_";
+    EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 17, 1, &connection), 17u);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+}
+
+TEST_F(HTTPConnectionHeadTest, InterimHeadIsDropped) {
+    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
+    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+    EXPECT_FALSE(connection.HeadersComplete);
+    takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n"});
+    EXPECT_FALSE(connection.HeadersComplete);
+    take("\r\n");
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
+}
+
+struct FinalRow {
+    const char* Method;
+    const char* StatusLine;
+    bool Final;
+};
+
+class FinalHeadTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<FinalRow> {};
+
+TEST_P(FinalHeadTest, DependsOnStatusAndMethodSent) {
+    connection.EffectiveMethod = GetParam().Method;
+    takeAll({GetParam().StatusLine + std::string("\r\n"), "\r\n"});
+    EXPECT_EQ(connection.HeadersComplete, GetParam().Final);
+    EXPECT_EQ(connection.ResponseHeaderLines.size(), GetParam().Final ? 1u : 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Heads, FinalHeadTest,
+    ::testing::Values(FinalRow{"GET", "HTTP/1.1 100 Continue", false}, FinalRow{"CONNECT", "HTTP/1.1 100 C", false},
+                      FinalRow{"GET", "HTTP/1.1 101 Switching Protocols", true},
+                      FinalRow{"GET", "HTTP/1.1 102 Processing", true}, FinalRow{"GET", "HTTP/1.1 103 Hints", true},
+                      FinalRow{"GET", "HTTP/1.1 200 OK", true}, FinalRow{"CONNECT", "HTTP/1.1 200 OK", false},
+                      FinalRow{"connect", "HTTP/1.1 200 OK", false}, FinalRow{"CONNECTX", "HTTP/1.1 200 OK", true},
+                      FinalRow{"CONNECT", "HTTP/1.1 201 Created", true},
+                      FinalRow{"CONNECT", "HTTP/1.1 407 Authenticate", true},
+                      FinalRow{"GET", "HTTP/1.1 302 Found", true}, FinalRow{"GET", "HTTP/1.1 500 Bad", true},
+                      FinalRow{"", "HTTP/1.1 200 OK", true}, FinalRow{"GET", "garbage", true}));
+
+TEST_F(HTTPConnectionHeadTest, TunnelledHeadTakesThePlaceOfTheProxys) {
+    connection.EffectiveMethod = "CONNECT";
+    takeAll({"HTTP/1.1 200 Connection established\r\n", "Via: p\r\n", "\r\n"});
+    EXPECT_FALSE(connection.HeadersComplete);
+    connection.EffectiveMethod = "GET";
+    takeAll({"HTTP/1.1 404 Not Found\r\n", "\r\n"});
+    EXPECT_EQ(connection.ResponseCode, 404);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 404 Not Found"));
+    EXPECT_TRUE(connection.HeadersComplete);
+}
+
+TEST_F(HTTPConnectionHeadTest, LinesStayUntilTheNextHeadBegins) {
+    takeAll({"HTTP/1.1 302 Found\r\n", "Location: /x\r\n", "\r\n"});
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 302 Found", "Location: /x"));
+    take("HTTP/1.1 200 OK\r\n");
+    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+}
+
+TEST_F(HTTPConnectionHeadTest, BlankLineBehindACompleteHeadChangesNothing) {
+    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n", "\r\n"});
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+}
+
+TEST_F(HTTPConnectionHeadTest, BlankLineWithoutAHeadIsDecidedByTheLastStatus) {
+    connection.ResponseCode = 100;
+    take("\r\n");
+    EXPECT_FALSE(connection.HeadersComplete);
+    connection.ResponseCode = 200;
+    take("\r\n");
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+}
+
+// Kept on purpose: a trailer comes by the same callback and cannot be told from a head.
+TEST_F(HTTPConnectionHeadTest, TrailerEmptiesTheHead) {
+    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    take("X-Checksum: 1\r\n");
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("X-Checksum: 1"));
+    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_EQ(connection.ResponseCode, 200);
+}
+
+struct StatusRow {
+    long Reported;
+    const char* Line;
+    std::int32_t Code;
+};
+
+class StatusLineTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<StatusRow> {};
+
+TEST_P(StatusLineTest, IsParsedOnlyWhereLibcurlHasNoStatus) {
+    connection.ResponseCode = 999;
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Reported);
+    take(GetParam().Line + std::string("\r\n"));
+    EXPECT_EQ(connection.ResponseCode, GetParam().Code);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre(GetParam().Line));
+    EXPECT_EQ(storedFailure(), "nothing");
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, StatusLineTest,
+                         ::testing::Values(StatusRow{418, "HTTP/1.1 200 OK", 418}, StatusRow{0, "HTTP/1.1 200 OK", 200},
+                                           StatusRow{0, "HTTP/1.1   204", 204}, StatusRow{0, "HTTP/1.1 20x OK", 20},
+                                           StatusRow{0, "HTTP/1.1 OK", 0}, StatusRow{0, "HTTP/1.1", 0},
+                                           StatusRow{0, "X-A: 301", 301}, StatusRow{0, " 7", 7},
+                                           StatusRow{0, "a -5", -5}, StatusRow{0, "a ", 0}, StatusRow{0, "a \t 12", 12},
+                                           StatusRow{0, "a 2147483647", 2147483647}));
+
+TEST_F(HTTPConnectionHeadTest, StatusThatIsNoIntIsStoredAsAFailure) {
+    connection.ResponseCode = 200;
+    take("HTTP/1.1 4294967496 OK\r\n");
+    EXPECT_EQ(storedFailure(), internalError("Could not convert response code 4294967496"));
+    EXPECT_EQ(connection.ResponseCode, 200);
+    // The line still counts as a line.
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 4294967496 OK"));
+}
+
+TEST_F(HTTPConnectionHeadTest, StatusBeyondALongIsCutByItsConversion) {
+    take("HTTP/1.1 99999999999999999999 OK\r\n");
+    EXPECT_EQ(storedFailure(),
+              internalError("Could not convert response code " + std::to_string(std::numeric_limits<long>::max())));
+}
+
+TEST_F(HTTPConnectionHeadTest, StatusIsReadOnceAHead) {
+    curl.clear();
+    takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b 301\r\n", "\r\n"});
+    EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 1u);
+    EXPECT_EQ(connection.ResponseCode, 200);
+}
+
+class LineEndTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(LineEndTest, IsChecked) {
+    take("HTTP/1.1 200 OK\r\n");
+    take(GetParam());
+    EXPECT_EQ(storedFailure(), NoLineEnd);
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    take("X-A: b\r\n"); // the transfer runs on
+    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
+    EXPECT_EQ(connection.EscapedFailure, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, LineEndTest,
+                         ::testing::Values("", "\n", "\r", "X", "X-A: b", "X-A: b\n", "X-A: b\r", "\n\r", "X\n\n"));
+
+TEST_F(HTTPConnectionHeadTest, FirstLineWithoutEndStillGivesItsStatus) {
+    take("HTTP/1.1 404 Not Found\n");
+    EXPECT_EQ(connection.ResponseCode, 404);
+    EXPECT_EQ(storedFailure(), NoLineEnd);
+    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+}
+
+TEST_F(HTTPConnectionHeadTest, LastStoredFailureCounts) {
+    take("X\n");
+    take("HTTP/1.1 99999999999 OK\r\n");
+    EXPECT_EQ(storedFailure(), internalError("Could not convert response code 99999999999"));
+    take("X\n");
+    EXPECT_EQ(storedFailure(), NoLineEnd);
+}
+
+// Nothing may unwind through libcurl, so this one waits for the return of the call that ran the callback.
+TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
+    connection.ResponseCode = 7;
+    connection.Deadline = 1;
+    connection.setTimeouts({5000.0, 1000.0});
+    connection.applyTimeouts();
+    const std::string failure =
+        internalError(std::string("\"CURLINFO_RESPONSE_CODE\" failed with CURLcode ") +
+                      curl_easy_strerror(CURLE_UNKNOWN_OPTION) + "getting response code after first header");
+    curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
+    curl.OnPerform = [&](int& running) {
+        take("HTTP/1.1 200 OK\r\n");
+        EXPECT_EQ(failureText(connection.EscapedFailure), failure);
+        EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+        EXPECT_EQ(connection.ResponseCode, 7);
+        EXPECT_EQ(connection.Deadline, 1); // not moved
+        take("X-A: b\r\n");                // nothing runs behind it
+        EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+        running = 1;
+        return CURLM_INTERNAL_ERROR; // not looked at
+    };
+    int running = 0;
+    EXPECT_EQ(failureText([&] { connection.perform(running); }), failure);
+    EXPECT_EQ(connection.EscapedFailure, nullptr);
+    EXPECT_EQ(connection.CallbackFailure, nullptr);
+}
+
+TEST_F(HTTPConnectionHeadTest, EveryLineCountsAsActivity) {
+    connection.setTimeouts({5000.0, 1000.0, 3000.0});
+    connection.applyTimeouts();
+    connection.Deadline = 0;
+    std::int64_t now = 0;
+    for (const std::string line : {"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "bad\n", ""}) {
+        curl.setClock(now += 10 * Ms);
+        take(line);
+        EXPECT_EQ(connection.Deadline, now + 1000 * Ms);
+        EXPECT_EQ(connection.TimeoutReason, 0);
+    }
+    curl.setClock(now += 10 * Ms);
+    take("\r\n");
+    EXPECT_EQ(connection.Deadline, now + 3000 * Ms); // from here on the data limit governs
+    EXPECT_EQ(connection.TimeoutReason, 1);
+}
+
+TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
+    connection.setTimeouts({5000.0, 1000.0});
+    connection.applyTimeouts();
+    connection.Deadline = 0;
+    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
+    EXPECT_NE(connection.Deadline, HTTPConnection::NoDeadline);
+    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
+    EXPECT_EQ(connection.Deadline, HTTPConnection::NoDeadline);
+}
+
+TEST_F(HTTPConnectionHeadTest, TraceKeepsTheReturnAndDropsTheNewline) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    takeAll({"HTTP/1.1 200 OK\r\n", "X\n", "", "Y"});
+    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 200 OK\rIN  HDR: XIN  HDR: IN  HDR: ");
+    take("\r\n");
+    EXPECT_THAT(output.text(), ::testing::EndsWith("IN  HDR: ...DONE RECEIVING HEADERS...\n"));
+    connection.Debug = 0;
+}
+
+TEST_F(HTTPConnectionHeadTest, TraceClosesAPendingRunFirst) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    tracePerform(1, "READER");
+    take("X\r\n");
+    EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\nIN  HDR: X\r");
+    connection.Debug = 0;
+}
+
+TEST_F(HTTPConnectionHeadTest, InterimHeadWithFieldsIsReported) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    connection.EffectiveMethod = "GET";
+    takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
+    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\rIN  HDR: X-A: b\r"
+                             "UNEXPECTED HEADERS FOR RESPONSE 100 TO GET\nHTTP/1.1 100 Continue\nX-A: b\n\n");
+    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+    connection.Debug = 0;
+}
+
+TEST_F(HTTPConnectionHeadTest, InterimHeadWithoutFieldsIsNotReported) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
+    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
+    connection.Debug = 0;
+    takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
+    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
+    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,200 @@
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "streaming/InterruptibleStreamCopier.h"
+
+#include <algorithm>
+
+namespace {
+
+using HTTPConnectionSendTest = OpenConnectionFixture;
+
+TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_THAT(curl.options(),
+                ElementsAre("CURLOPT_HTTPHEADER {Accept:}", "CURLOPT_HEADERDATA", "CURLOPT_HEADERFUNCTION",
+                            "CURLOPT_VERBOSE 1", "CURLOPT_DEBUGDATA", "CURLOPT_DEBUGFUNCTION", "CURLOPT_SSL_OPTIONS 8",
+                            "CURLOPT_SSLVERSION 65541", "CURLOPT_NOSIGNAL 1", "CURLOPT_HTTPAUTH 0",
+                            "CURLOPT_PROXYAUTH 0", "CURLOPT_ERRORBUFFER", "CURLOPT_WRITEFUNCTION", "CURLOPT_WRITEDATA",
+                            "CURLOPT_READFUNCTION", "CURLOPT_READDATA", "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
+    EXPECT_EQ(curl.lastOption(CURLOPT_HEADERDATA)->Pointer, &connection);
+    EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGDATA)->Pointer, &connection);
+    EXPECT_EQ(curl.lastOption(CURLOPT_HEADERFUNCTION)->Pointer,
+              reinterpret_cast<const void*>(&HTTPConnection::headerCallback));
+    EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGFUNCTION)->Pointer,
+              reinterpret_cast<const void*>(&HTTPConnection::debugCallback));
+    EXPECT_EQ(curl.lastOption(CURLOPT_ERRORBUFFER)->Pointer, connection.Handles->ErrorBuffer);
+    EXPECT_EQ(curl.lastOption(CURLOPT_WRITEDATA)->Pointer, connection.Copier.get());
+    EXPECT_EQ(curl.lastOption(CURLOPT_SEEKDATA)->Pointer, connection.Copier.get());
+}
+
+TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
+    connection.HTTPOptionsMode = false;
+    connection.setAuthenticationSchemes({"basic"}, false);
+    connection.Username = "bob";
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(connection.HostAuthSchemes, 0xFFFFFFEFu);
+    EXPECT_EQ(connection.ProxyAuthSchemes, 0xFFFFFFEFu);
+    const auto options = curl.options();
+    const auto first = std::find(options.begin(), options.end(), "CURLOPT_HTTPAUTH 4294967279");
+    ASSERT_GE(options.end() - first, 7);
+    EXPECT_THAT(std::vector<std::string>(first, first + 7),
+                ElementsAre("CURLOPT_HTTPAUTH 4294967279", "CURLOPT_USERNAME bob", "CURLOPT_PASSWORD ",
+                            "CURLOPT_PROXYAUTH 4294967279", "CURLOPT_PROXYUSERNAME ", "CURLOPT_PROXYPASSWORD ",
+                            "CURLOPT_ERRORBUFFER"));
+}
+
+TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
+    connection.Username = "bob";
+    connection.Password = "secret";
+    connection.ProxyUsername = "pat";
+    connection.ProxyPassword = "hidden";
+    connection.HostAuthSchemes = CURLAUTH_BASIC;
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(curl.lastOption(CURLOPT_HTTPAUTH)->Number, 1);
+    EXPECT_EQ(curl.lastOption(CURLOPT_USERNAME)->Text, "bob");
+    EXPECT_EQ(curl.lastOption(CURLOPT_PASSWORD)->Text, "secret");
+    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME), nullptr);
+    connection.HostAuthSchemes = 0;
+    connection.ProxyAuthSchemes = CURLAUTH_DIGEST;
+    reopen();
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(curl.lastOption(CURLOPT_USERNAME), nullptr);
+    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYAUTH)->Number, 2);
+    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME)->Text, "pat");
+    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYPASSWORD)->Text, "hidden");
+}
+
+TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {
+    connection.setRequestMethod("PUT");
+    connection.Payload = {1, 2, 3};
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    const auto options = curl.options();
+    ASSERT_GE(options.size(), 2u);
+    EXPECT_EQ(options[options.size() - 2], "CURLOPT_SEEKDATA");
+    EXPECT_EQ(options.back(), "CURLOPT_UPLOAD 1");
+}
+
+TEST_F(HTTPConnectionSendTest, EachRequestHasACopierOfItsOwn) {
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    const std::shared_ptr<InterruptibleStreamCopier> first = connection.Copier;
+    reopen();
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_NE(connection.Copier, first);
+    EXPECT_EQ(first.use_count(), 1);
+}
+
+struct SendOptionRow {
+    CURLoption Option;
+    const char* Name;
+};
+
+class RefusedSendOptionTest : public HTTPConnectionSendTest, public ::testing::WithParamInterface<SendOptionRow> {};
+
+TEST_P(RefusedSendOptionTest, IsNamedAndFailsTheTransfer) {
+    connection.setRequestMethod("PUT");
+    connection.Payload = {1};
+    connection.HostAuthSchemes = connection.ProxyAuthSchemes = CURLAUTH_BASIC;
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    curl.failOption(GetParam().Option, CURLE_UNKNOWN_OPTION);
+    EXPECT_EQ(send(), internalError('"' + std::string(GetParam().Name) + "\" failed with CURLcode " +
+                                    curl_easy_strerror(CURLE_UNKNOWN_OPTION)));
+    EXPECT_TRUE(connection.TransferFailed);
+    EXPECT_TRUE(connection.Opened);
+    EXPECT_FALSE(connection.ResponseDone);
+    EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
+    EXPECT_EQ(send(), "nothing"); // the same connection sends afterwards
+}
+
+#define SEND_OPTION(option)                                                                                            \
+    SendOptionRow {                                                                                                    \
+        option, #option                                                                                                \
+    }
+INSTANTIATE_TEST_SUITE_P(Options, RefusedSendOptionTest,
+                         ::testing::Values(SEND_OPTION(CURLOPT_HEADERDATA), SEND_OPTION(CURLOPT_HEADERFUNCTION),
+                                           SEND_OPTION(CURLOPT_VERBOSE), SEND_OPTION(CURLOPT_DEBUGDATA),
+                                           SEND_OPTION(CURLOPT_DEBUGFUNCTION), SEND_OPTION(CURLOPT_SSL_OPTIONS),
+                                           SEND_OPTION(CURLOPT_SSLVERSION), SEND_OPTION(CURLOPT_NOSIGNAL),
+                                           SEND_OPTION(CURLOPT_HTTPAUTH), SEND_OPTION(CURLOPT_USERNAME),
+                                           SEND_OPTION(CURLOPT_PASSWORD), SEND_OPTION(CURLOPT_PROXYAUTH),
+                                           SEND_OPTION(CURLOPT_PROXYUSERNAME), SEND_OPTION(CURLOPT_PROXYPASSWORD),
+                                           SEND_OPTION(CURLOPT_ERRORBUFFER), SEND_OPTION(CURLOPT_WRITEFUNCTION),
+                                           SEND_OPTION(CURLOPT_WRITEDATA), SEND_OPTION(CURLOPT_READFUNCTION),
+                                           SEND_OPTION(CURLOPT_READDATA), SEND_OPTION(CURLOPT_SEEKFUNCTION),
+                                           SEND_OPTION(CURLOPT_SEEKDATA), SEND_OPTION(CURLOPT_UPLOAD)),
+                         [](const auto& info) { return std::string(info.param.Name); });
+
+TEST_F(HTTPConnectionSendTest, FlagsAreClearedBetweenTheHeadAndTheTraceOptions) {
+    connection.HeadersComplete = connection.PerformDone = true;
+    curl.failOption(CURLOPT_HEADERFUNCTION, CURLE_UNKNOWN_OPTION);
+    EXPECT_NE(send(), "nothing");
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_TRUE(connection.PerformDone);
+    curl.failOption(CURLOPT_VERBOSE, CURLE_UNKNOWN_OPTION);
+    EXPECT_NE(send(), "nothing");
+    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_FALSE(connection.PerformDone);
+}
+
+TEST_F(HTTPConnectionSendTest, TextOfAnEarlierFailureIsGone) {
+    std::string("timed out").copy(connection.Handles->ErrorBuffer, 9);
+    playExchange("", CURLE_COULDNT_CONNECT, "");
+    EXPECT_EQ(send(), "HTTPConnectionRefusedException[Unknown exception]");
+}
+
+TEST_F(HTTPConnectionSendTest, TraceTellsEachStage) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    connection.Username = "bob";
+    connection.Password = "secret";
+    connection.ProxyPassword = "hidden";
+    connection.HostAuthSchemes = 10;
+    playExchange("", CURLE_OK, "");
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(output.text(),
+              "Host username = bob, Schemes = a\n"
+              "Proxy username = , Schemes = 0\n"
+              "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS *****************\n"
+              "Starting perform loop\n"
+              "ALL HEADERS RECEIVED\n"
+              "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n"
+              "\n"
+              "********************END OF RECEIVE_RESPONSE******************\n");
+    EXPECT_THAT(curl.texts({CurlFunction::VersionInfo}), ElementsAre("curl_version_info 10"));
+}
+
+TEST_F(HTTPConnectionSendTest, TraceTellsOfContent) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    connection.HTTPOptionsMode = false;
+    connection.setRequestMethod("PUT");
+    connection.PostData = u"x";
+    playExchange("", CURLE_OK, "");
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(output.text(),
+              "Host username = , Schemes = ffffffef\n"
+              "Proxy username = , Schemes = ffffffef\n"
+              "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS *****************\n"
+              "PERFORM IN WRITER 1 times\n"
+              "Starting perform loop\n"
+              "ALL HEADERS RECEIVED\n"
+              "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n"
+              "\n"
+              "********************END OF RECEIVE_RESPONSE******************\n");
+}
+
+TEST_F(HTTPConnectionSendTest, VersionIsOnlyAskedForInATrace) {
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(curl.count(CurlFunction::VersionInfo), 0u);
+}
+
+} // namespace

@@ -1,0 +1,267 @@
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "errors/MessageIdentifiers.h"
+#include "host/Text.h"
+
+#include <limits>
+
+namespace {
+
+namespace id = VANTIK::webservices;
+
+constexpr double Unlimited = HTTPConnection::Unlimited;
+constexpr std::int64_t NoDeadline = HTTPConnection::NoDeadline;
+constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t Start = 1'000 * Ms;
+
+std::string catalogueText(const resource_core::BaseMsgID& message) {
+    return fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(message, fl::i18n::VkLocale::global()));
+}
+
+class HTTPConnectionTimeoutsTest : public ConnectionFixture {
+protected:
+    HTTPConnectionTimeoutsTest() {
+        curl.setClock(Start);
+        curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25); // connected
+        connection.HTTPOptionsMode = true;
+    }
+
+    // As after an open and at the start of a send.
+    void begin(double response, double data) {
+        connection.setTimeouts({5000.0, response, data});
+        connection.applyTimeouts();
+        connection.Deadline = Start;
+        connection.updateDeadline();
+    }
+    std::string check(std::int64_t start, bool libcurlTimedOut) {
+        return failureText([&] { connection.checkTimeout(start, libcurlTimedOut); });
+    }
+    void setErrorText(const std::string& text) {
+        text.copy(connection.Handles->ErrorBuffer, sizeof connection.Handles->ErrorBuffer - 1);
+        connection.Handles->ErrorBuffer[text.size()] = '\0';
+    }
+
+    HTTPConnection connection;
+};
+
+TEST_F(HTTPConnectionTimeoutsTest, ArrayHasFourEntriesWhateverWasSet) {
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, Unlimited, Unlimited, Unlimited));
+    connection.setTimeouts({1.0, 2.0, 3.0, 4.0, 5.0});
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, 4.0));
+    connection.setTimeouts({1.0, 2.0, 3.0});
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, Unlimited));
+    connection.setTimeouts({7.0}); // back to no limit
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(7.0, Unlimited, Unlimited, Unlimited));
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, EmptyArrayIsRefusedAndChangesNothing) {
+    connection.setTimeouts({1.0, 2.0, 3.0, 4.0});
+    EXPECT_EQ(failureText([&] { connection.setTimeouts({}); }), internalError("Timeout array is empty"));
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, 4.0));
+}
+
+struct ConnectRow {
+    double Timeout;
+    std::int64_t Option;
+};
+
+class ConnectTimeoutTest : public HTTPConnectionTimeoutsTest, public ::testing::WithParamInterface<ConnectRow> {};
+
+TEST_P(ConnectTimeoutTest, GoesToLibcurlInWholeMilliseconds) {
+    connection.setTimeouts({GetParam().Timeout});
+    curl.clear();
+    failureText([&] { connection.applyTimeouts(); }); // libcurl itself refuses negative times
+    ASSERT_NE(curl.lastOption(CURLOPT_CONNECTTIMEOUT_MS), nullptr);
+    EXPECT_EQ(curl.lastOption(CURLOPT_CONNECTTIMEOUT_MS)->Number, GetParam().Option);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, ConnectTimeoutTest,
+                         ::testing::Values(ConnectRow{5000.0, 5000}, ConnectRow{0.0, 0}, ConnectRow{0.9, 0},
+                                           ConnectRow{-0.9, 0}, ConnectRow{-1.0, -1},
+                                           ConnectRow{2147483647.9, 2147483647}, ConnectRow{2147483648.0, 1000},
+                                           ConnectRow{1e12, 1000}, ConnectRow{Unlimited, 2147483647},
+                                           ConnectRow{-Unlimited, 2147483647}, ConnectRow{-2147483648.9, -2147483648},
+                                           ConnectRow{-2147483649.0, 1000}));
+
+TEST_F(HTTPConnectionTimeoutsTest, FiniteLimitsAreStoredAsIntegers) {
+    connection.ResponseTimeoutMs = connection.DataTimeoutMs = 77;
+    connection.setTimeouts({5000.0, 1500.9, Unlimited});
+    connection.applyTimeouts();
+    EXPECT_EQ(connection.ResponseTimeoutMs, 1500);
+    EXPECT_EQ(connection.DataTimeoutMs, 77); // not written
+    connection.setTimeouts({5000.0, Unlimited, 0.0});
+    connection.applyTimeouts();
+    EXPECT_EQ(connection.ResponseTimeoutMs, 1500);
+    EXPECT_EQ(connection.DataTimeoutMs, 0);
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, OverflowingLimitsFailTheOpen) {
+    for (const std::vector<double>& timeouts : {std::vector{5000.0, 1e12}, std::vector{5000.0, Unlimited, 1e12}}) {
+        connection.setTimeouts(timeouts);
+        EXPECT_THAT(failureText([&] { open(connection); }),
+                    ::testing::StartsWith("boost::numeric::positive_overflow["));
+        EXPECT_FALSE(connection.Opened);
+        EXPECT_FALSE(connection.Handles->ConnectionOpen);
+    }
+    connection.setTimeouts({5000.0, -3e9});
+    EXPECT_THAT(failureText([&] { open(connection); }), ::testing::StartsWith("boost::numeric::negative_overflow["));
+}
+
+struct DeadlineRow {
+    const char* Name;
+    double Response;
+    double Data;
+    bool HeadersComplete;
+    bool OptionsMode;
+    std::int64_t AheadMs; // of the clock; -1: not moved
+    std::int32_t Reason;
+    const char16_t* Option;
+    double Active;
+};
+
+class DeadlineTest : public HTTPConnectionTimeoutsTest, public ::testing::WithParamInterface<DeadlineRow> {};
+
+TEST_P(DeadlineTest, FollowsTheLimitThatGoverns) {
+    const DeadlineRow& row = GetParam();
+    connection.HTTPOptionsMode = row.OptionsMode;
+    connection.setTimeouts({5000.0, row.Response, row.Data});
+    connection.applyTimeouts();
+    connection.HeadersComplete = row.HeadersComplete;
+    connection.Deadline = Start - 1;
+    connection.TimeoutReason = -1;
+    connection.TimeoutOption = u"before";
+    connection.ActiveTimeout = -1.0;
+    curl.advanceClock(5 * Ms);
+    connection.updateDeadline();
+    EXPECT_EQ(connection.Deadline, row.AheadMs < 0 ? Start - 1 : Start + 5 * Ms + row.AheadMs * Ms);
+    EXPECT_EQ(connection.TimeoutReason, row.Reason);
+    EXPECT_EQ(connection.TimeoutOption, row.Option);
+    EXPECT_EQ(connection.ActiveTimeout, row.Active);
+}
+
+constexpr const char16_t* ResponseOption = u"HTTPOptions.ResponseTimeout";
+constexpr const char16_t* DataOption = u"HTTPOptions.DataTimeout";
+constexpr const char16_t* WebOption = u"weboptions.Timeout";
+INSTANTIATE_TEST_SUITE_P(
+    Limits, DeadlineTest,
+    ::testing::Values(DeadlineRow{"ResponseAlone", 3000, Unlimited, false, true, 3000, 0, ResponseOption, 3000},
+                      DeadlineRow{"ResponseAloneOlder", 3000, Unlimited, false, false, 3000, 0, WebOption, 3000},
+                      DeadlineRow{"ResponseAloneBehindHead", 3000, Unlimited, true, true, -1, -1, u"before", -1},
+                      DeadlineRow{"DataAlone", Unlimited, 2000, false, true, 2000, 0, DataOption, 2000},
+                      DeadlineRow{"DataAloneBehindHead", Unlimited, 2000, true, true, 2000, 1, DataOption, 2000},
+                      DeadlineRow{"DataIsShorter", 30000, 10000, false, true, 10000, 0, DataOption, 10000},
+                      DeadlineRow{"DataIsShorterOlder", 30000, 10000, false, false, 10000, 0, DataOption, 10000},
+                      DeadlineRow{"TieGoesToResponse", 10000, 10000, false, true, 10000, 0, ResponseOption, 10000},
+                      DeadlineRow{"ResponseIsShorter", 1000, 10000, false, true, 1000, 0, ResponseOption, 1000},
+                      DeadlineRow{"OnlyDataBehindHead", 1000, 10000, true, true, 10000, 1, DataOption, 10000},
+                      DeadlineRow{"OnlyDataBehindHeadOlder", 1000, 10000, true, false, 10000, 1, DataOption, 10000},
+                      DeadlineRow{"NoneSet", Unlimited, Unlimited, false, true, -1, -1, u"before", -1},
+                      DeadlineRow{"ZeroIsALimit", 0, Unlimited, false, true, 0, 0, ResponseOption, 0}),
+    [](const auto& info) { return info.param.Name; });
+
+TEST_F(HTTPConnectionTimeoutsTest, NoDeadlineIsNeverMoved) {
+    connection.setTimeouts({5000.0, 1000.0, 1000.0});
+    connection.applyTimeouts();
+    connection.Deadline = NoDeadline;
+    connection.updateDeadline();
+    EXPECT_EQ(connection.Deadline, NoDeadline);
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, NothingIsLateWithoutADeadline) {
+    connection.Deadline = NoDeadline;
+    curl.clear();
+    curl.setClock(std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(check(Start, false), "nothing");
+    EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, LateIsStrictlyBehindTheDeadline) {
+    begin(1000.0, Unlimited);
+    curl.setClock(Start + 1000 * Ms);
+    EXPECT_EQ(check(Start, false), "nothing");
+    curl.advanceClock(1);
+    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
+                                       ", 1000, HTTPOptions.ResponseTimeout]");
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, ContentTimeoutNamesTheDataLimit) {
+    connection.HeadersComplete = true;
+    begin(Unlimited, 1000.0);
+    curl.setClock(Start + 1500 * Ms);
+    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonStoppedSending()) +
+                                       ", 1000, HTTPOptions.DataTimeout]");
+    ASSERT_NE(catalogueText(id::TimeoutReasonStoppedSending()), catalogueText(id::TimeoutReasonResponseHeader()));
+}
+
+// The smaller of the elapsed time and the limit is told; without a start, the limit.
+TEST_F(HTTPConnectionTimeoutsTest, ReportedValueIsElapsedOrLimit) {
+    begin(1000.0, Unlimited);
+    const std::string reason = catalogueText(id::TimeoutReasonResponseHeader());
+    curl.setClock(Start + 2500 * Ms + 999999);
+    EXPECT_EQ(check(Start + 2000 * Ms, false),
+              "HTTPTimeoutException[" + reason + ", 500, HTTPOptions.ResponseTimeout]");
+    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + reason + ", 1000, HTTPOptions.ResponseTimeout]");
+    EXPECT_EQ(check(NOT_A_TIME, false), "HTTPTimeoutException[" + reason + ", 1000, HTTPOptions.ResponseTimeout]");
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, OnlyLibcurlsLimitCountsWhileConnecting) {
+    begin(1000.0, Unlimited);
+    curl.setClock(Start + 5000 * Ms);
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
+    EXPECT_EQ(check(Start, false), "nothing");
+    curl.giveInfo(CURLINFO_CONNECT_TIME, -1.0);
+    EXPECT_EQ(check(Start, false), "nothing");
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);
+    curl.failInfo(CURLINFO_CONNECT_TIME, CURLE_BAD_FUNCTION_ARGUMENT); // ignored: counts as not connected
+    EXPECT_EQ(check(Start, false), "nothing");
+    EXPECT_NE(check(Start, false), "nothing");
+}
+
+// The connect time stays 0 for the whole of a transfer on a reused connection.
+TEST_F(HTTPConnectionTimeoutsTest, HeadThatHasGoneOutShowsAReusedConnection) {
+    begin(1000.0, Unlimited);
+    curl.setClock(Start + 5000 * Ms);
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
+    connection.Sent = true;
+    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
+                                       ", 1000, HTTPOptions.ResponseTimeout]");
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNeedsNoDeadlineAndNoConnection) {
+    connection.Deadline = NoDeadline;
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
+    setErrorText("Connection timed out after 9000 ms");
+    curl.setClock(Start + 9000 * Ms);
+    EXPECT_EQ(check(Start, true),
+              "HTTPTimeoutException[Connection timed out after 9000 ms, 9000, HTTPOptions.ConnectTimeout]");
+    EXPECT_EQ(connection.TimeoutOption, u"HTTPOptions.ConnectTimeout");
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNamesTheOlderOption) {
+    connection.HTTPOptionsMode = false;
+    connection.Deadline = NoDeadline;
+    setErrorText("timed out");
+    curl.setClock(Start + 9000 * Ms);
+    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 9000, weboptions.Timeout]");
+}
+
+TEST_F(HTTPConnectionTimeoutsTest, LongConnectIsTheSystemsLimit) {
+    connection.Deadline = NoDeadline;
+    setErrorText("timed out");
+    curl.setClock(Start + 10000 * Ms + 999999); // 10000 whole milliseconds: still libcurl's
+    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 10000, HTTPOptions.ConnectTimeout]");
+    curl.setClock(Start + 11000 * Ms);
+    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonSystemLimit()) +
+                                      ", 11000, " + catalogueText(id::TimeoutSystemTCP()) + "]");
+    EXPECT_EQ(fl::i18n::to_string(connection.TimeoutOption), catalogueText(id::TimeoutSystemTCP()));
+}
+
+// The pumps know no start; what libcurl reports then counts as early, and the last limit is told.
+TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutWithoutAStartTellsTheLimit) {
+    connection.Deadline = NoDeadline;
+    connection.ActiveTimeout = 1234.0;
+    setErrorText("timed out");
+    EXPECT_EQ(check(NOT_A_TIME, true), "HTTPTimeoutException[timed out, 1234, HTTPOptions.ConnectTimeout]");
+}
+
+} // namespace

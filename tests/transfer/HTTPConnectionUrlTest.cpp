@@ -1,0 +1,143 @@
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "host/Text.h"
+#include "transfer/TextEncoding.h"
+
+namespace {
+
+class HTTPConnectionUrlTest : public ConnectionFixture {
+protected:
+    std::string refusal(const std::u16string& url) {
+        return failureText([&] { connection.setURL(url); });
+    }
+    std::string parsedUrl() const { return toNarrow(connection.ParsedURL.toAsciiString(false), ""); }
+    std::string url() const { return toNarrow(connection.URL, ""); }
+
+    HTTPConnection connection;
+};
+
+TEST_F(HTTPConnectionUrlTest, IsKeptInItsAsciiForm) {
+    connection.setURL(u"http://127.0.0.1:8080/a?b=c");
+    EXPECT_EQ(url(), "http://127.0.0.1:8080/a?b=c");
+    EXPECT_EQ(parsedUrl(), "http://127.0.0.1:8080/a?b=c");
+    EXPECT_EQ(connection.InitialURL, "http://127.0.0.1:8080/a?b=c");
+    connection.setURL(u"https://b\u00FCcher.example/\u00E4");
+    EXPECT_EQ(url(), "https://xn--bcher-kva.example/%C3%A4");
+}
+
+TEST_F(HTTPConnectionUrlTest, FragmentStaysInTheTextAndLeavesTheParsedUrl) {
+    connection.setURL(u"http://127.0.0.1/a#part");
+    EXPECT_EQ(url(), "http://127.0.0.1/a#part");
+    EXPECT_EQ(connection.InitialURL, "http://127.0.0.1/a#part");
+    EXPECT_EQ(parsedUrl(), "http://127.0.0.1/a");
+    EXPECT_FALSE(connection.ParsedURL.hasFragment());
+}
+
+TEST_F(HTTPConnectionUrlTest, EmptyTextEmptiesIt) {
+    connection.setURL(u"http://127.0.0.1/");
+    connection.setURL(u"");
+    EXPECT_TRUE(connection.ParsedURL.isEmpty());
+    EXPECT_EQ(url(), "");
+    EXPECT_EQ(connection.InitialURL, "");
+}
+
+TEST_F(HTTPConnectionUrlTest, MissingSchemeIsRefusedWithTheUrlInQuotes) {
+    connection.setURL(u"http://old.example/");
+    EXPECT_EQ(refusal(u"www.example.org/a"), "HTTPURLException[\"www.example.org/a\" (no protocol)]");
+    EXPECT_EQ(url(), "http://old.example/");
+    EXPECT_EQ(parsedUrl(), "www.example.org/a"); // already replaced
+    EXPECT_EQ(refusal(u"//host/a"), "HTTPURLException[\"//host/a\" (no protocol)]");
+    EXPECT_EQ(refusal(u"\u00E4"), "HTTPURLException[\"\u00E4\" (no protocol)]");
+}
+
+TEST_F(HTTPConnectionUrlTest, OtherSchemesAreRefusedWithBothThatAreExpected) {
+    connection.setURL(u"http://old.example/");
+    EXPECT_EQ(refusal(u"ftp://host/a"), "VANTIK:webservices:ExpectedProtocol[N:ftp, N:ftp://host/a, N:http, N:https]");
+    EXPECT_EQ(url(), "http://old.example/");
+    EXPECT_EQ(parsedUrl(), "ftp://host/a");
+    EXPECT_EQ(refusal(u"file:///etc/hosts"),
+              "VANTIK:webservices:ExpectedProtocol[N:file, N:file:///etc/hosts, N:http, N:https]");
+    EXPECT_EQ(refusal(u"httpx://h/"), "VANTIK:webservices:ExpectedProtocol[N:httpx, N:httpx://h/, N:http, N:https]");
+}
+
+// The comparison is exact; it is the parser that gives the scheme in lower case.
+TEST_F(HTTPConnectionUrlTest, SchemeInCapitalsIsLoweredByTheParser) {
+    ASSERT_EQ(foundation::network::IRI(u"HTTPS://h/").getScheme(), u"https");
+    EXPECT_EQ(refusal(u"HTTPS://h/"), "nothing");
+    EXPECT_EQ(url(), "https://h/");
+}
+
+TEST_F(HTTPConnectionUrlTest, TextThatIsNoUrlIsRefusedAndChangesNothing) {
+    connection.setURL(u"http://old.example/");
+    for (const std::u16string text : {u"http://h/\x01", u"http://a b/", u"http://h:99999/", u"http://h\\a"}) {
+        EXPECT_EQ(refusal(text), "HTTPURLException[" + fl::i18n::to_string(text) + "]");
+        EXPECT_EQ(url(), "http://old.example/");
+        EXPECT_EQ(parsedUrl(), "http://old.example/");
+    }
+}
+
+TEST_F(HTTPConnectionUrlTest, RefusedTextThatIsNoTextFailsInItsConversion) {
+    const std::u16string half = u"http://h/\xD800";
+    ASSERT_THROW(foundation::network::IRI{half}, foundation::core::except::IInternalException);
+    EXPECT_THROW(connection.setURL(half), foundation::core::except::IUserException);
+    try {
+        connection.setURL(half);
+    } catch (const foundation::core::except::IUserException& failure) {
+        EXPECT_EQ(failure.msg_id().fullName(), "VANTIK:webservices:EncodingFailure");
+        ASSERT_EQ(failure.msg_id().arguments().size(), 3u);
+        EXPECT_EQ(std::get<std::u16string>(failure.msg_id().arguments()[0]), half);
+        EXPECT_EQ(std::get<std::string>(failure.msg_id().arguments()[1]), "UTF-8");
+        EXPECT_NE(std::get<std::string>(failure.msg_id().arguments()[2]), "");
+    }
+}
+
+TEST_F(HTTPConnectionUrlTest, InitialUrlIsLeftAloneBehindARedirect) {
+    connection.setURL(u"http://first.example/");
+    connection.setRedirectURL("http://second.example/");
+    connection.setURL(u"http://second.example/");
+    EXPECT_EQ(url(), "http://second.example/");
+    EXPECT_EQ(connection.InitialURL, "http://first.example/");
+}
+
+TEST_F(HTTPConnectionUrlTest, TargetIsWhatWasSentOrWouldBe) {
+    EXPECT_EQ(connection.requestTarget(), "");
+    connection.setURL(u"http://h/a%20b?c=d#part");
+    EXPECT_EQ(connection.requestTarget(), "/a%20b?c=d");
+    connection.ProxyHost = "proxy.example"; // a proxy is asked for the whole of it
+    EXPECT_EQ(connection.requestTarget(), "http://h/a%20b?c=d#part");
+    connection.RequestURI = "h:443";
+    EXPECT_EQ(connection.requestTarget(), "h:443");
+}
+
+struct RedirectRow {
+    const char16_t* Base;
+    const char* Location;
+    const char* Redirect;
+};
+
+class RedirectTest : public HTTPConnectionUrlTest, public ::testing::WithParamInterface<RedirectRow> {};
+
+TEST_P(RedirectTest, IsResolvedAgainstTheUrl) {
+    connection.setURL(GetParam().Base);
+    connection.RedirectURL = "http://earlier.example/";
+    connection.setRedirectURL(GetParam().Location);
+    EXPECT_EQ(connection.RedirectURL, GetParam().Redirect);
+}
+
+INSTANTIATE_TEST_SUITE_P(Locations, RedirectTest,
+                         ::testing::Values(RedirectRow{u"http://h/a/b?q", "http://other/x", "http://other/x"},
+                                           RedirectRow{u"http://h/a/b?q", "/x", "http://h/x"},
+                                           RedirectRow{u"http://h/a/b?q", "x", "http://h/a/x"},
+                                           RedirectRow{u"http://h/a/b?q", "../x", "http://h/x"},
+                                           RedirectRow{u"http://h/a/b?q", "?r", "http://h/a/b?r"},
+                                           RedirectRow{u"http://h/a/b?q", "//other/x", "http://other/x"},
+                                           RedirectRow{u"http://h/a/b?q#f", "#g", "http://h/a/b?q#g"},
+                                           RedirectRow{u"https://h/", "ftp://h/x", "ftp://h/x"},
+                                           RedirectRow{u"http://h/", "/\xC3\xA4", "http://h/%C3%A4"},
+                                           RedirectRow{u"http://h/", "", ""},
+                                           // A malformed value fails nothing.
+                                           RedirectRow{u"http://h/", "http://a b/", ""},
+                                           RedirectRow{u"http://h/", "http://h:99999/", ""},
+                                           RedirectRow{u"http://h/", "/\x01", ""}, RedirectRow{u"", "x", ""}));
+
+} // namespace

@@ -1,0 +1,46 @@
+#include "transfer/HttpSyntax.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Field = std::pair<std::string, std::string>;
+
+TEST(HttpSyntax, NamesAreComparedWithoutCaseAndInFullLength) {
+    EXPECT_TRUE(equalIgnoringCase("", ""));
+    EXPECT_TRUE(equalIgnoringCase("Content-Type", "CONTENT-TYPE"));
+    EXPECT_TRUE(equalIgnoringCase("a-1_", "A-1_"));
+    EXPECT_FALSE(equalIgnoringCase("Content-Type", "Content-Typ"));
+    EXPECT_FALSE(equalIgnoringCase("Content-Typ", "Content-Type"));
+    EXPECT_FALSE(equalIgnoringCase("a", ""));
+    EXPECT_FALSE(equalIgnoringCase("[", "{")); // differ in the bit that letters differ in
+    EXPECT_FALSE(equalIgnoringCase(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
+}
+
+TEST(HttpSyntax, FieldLinesAreSplitAtTheFirstColon) {
+    EXPECT_EQ(splitFieldLine("X-A: b"), Field("X-A", "b"));
+    EXPECT_EQ(splitFieldLine("X-A:b"), Field("X-A", "b"));
+    EXPECT_EQ(splitFieldLine("X-A:   b  "), Field("X-A", "b  "));
+    EXPECT_EQ(splitFieldLine("X-A: b:c"), Field("X-A", "b:c"));
+    EXPECT_EQ(splitFieldLine("X-A: \tb"), Field("X-A", "\tb")); // blanks only
+    EXPECT_EQ(splitFieldLine("X-A"), Field("X-A", ""));
+    EXPECT_EQ(splitFieldLine("X-A:"), Field("X-A", ""));
+    EXPECT_EQ(splitFieldLine("X-A:  "), Field("X-A", ""));
+    EXPECT_EQ(splitFieldLine(": b"), Field("", "b"));
+    EXPECT_EQ(splitFieldLine(":"), Field("", ""));
+    EXPECT_EQ(splitFieldLine(""), Field("", ""));
+}
+
+TEST(HttpSyntax, ReasonStandsBehindTheSecondBlank) {
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1 404 Not Found"), "Not Found");
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1 200  OK "), " OK ");
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1  200 OK"), "200 OK");
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1 200 "), "");
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1 200"), "");
+    EXPECT_EQ(reasonPhraseOf("HTTP/1.1"), "");
+    EXPECT_EQ(reasonPhraseOf(""), "");
+    EXPECT_EQ(reasonPhraseOf("  "), "");
+    EXPECT_EQ(reasonPhraseOf("  x"), "x");
+}
+
+} // namespace
