@@ -1,0 +1,211 @@
+#include "hostclass/HTTPConnectionAdapter.h"
+
+#include "hostclass/TransferBoundary.h"
+#include "streaming/HostObjectCall.h"
+#include "tests/hostclass/ClassFixture.h"
+#include "tests/support/ScriptedObjects.h"
+
+#include <boost/numeric/conversion/cast.hpp>
+
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace vx = matrix::detail::noninlined::vx_array_api;
+using vantik::Array;
+
+namespace {
+
+class Adapter : public ScopeFixture {
+protected:
+    void adoptProvider(HTTPConnectionAdapter& adapter, const vxArray_tag* array) {
+        adapter.adoptHostObject(&HTTPConnectionAdapter::provider, array, ProviderClassName, &HTTPConnection::Provider);
+    }
+    vantik::Object makeProvider() { return testsupport::makeScriptedProvider(host()).object(); }
+};
+
+// A class whose objects note when their last reference goes.
+class NotedClass final : public vcos::COSClassInfo {
+public:
+    NotedClass(std::string name, std::vector<std::string>& gone) : Name(std::move(name)), Gone(gone) {}
+    std::string getName() const override { return Name; }
+    bool isConstructible() const override { return true; }
+    bool isHandle() const override { return true; }
+    void defineClass(vcos::COSClass&) override {}
+    void* createInstance() override { return this; }
+    void destroyInstance(void*) override { Gone.push_back(Name); }
+
+private:
+    std::string Name;
+    std::vector<std::string>& Gone;
+};
+
+// An object of a class made for it; the array holds the only reference.
+HostArray notedObject(vantik::Host& host, const std::string& name, std::vector<std::string>& gone) {
+    vcos::COSPackage* package = vcos::COSPackage::getNamespace(vcos::internal::makeInterned("vantik"));
+    package->addClass(new NotedClass(name, gone), 0, 2);
+    return HostArray(vx::vxCreateSharedDataCopy(host.create("vantik." + name).array().handle()));
+}
+
+} // namespace
+
+TEST_F(Adapter, StartsWithItsDefaults) {
+    const HTTPConnectionAdapter adapter;
+    EXPECT_EQ(adapter.connection.ResponseCode, 0);
+    EXPECT_TRUE(adapter.connection.Decode);
+    EXPECT_TRUE(adapter.connection.VerifyServerName);
+    EXPECT_FALSE(adapter.connection.HTTPOptionsMode);
+    EXPECT_EQ(adapter.connection.ProviderBufferSize, 0u);
+    EXPECT_TRUE(adapter.responseBytes().empty());
+    for (const std::u16string* text : {&adapter.contentEncoding, &adapter.contentType, &adapter.certificateFilename,
+                                       &adapter.username, &adapter.password, &adapter.proxyUsername,
+                                       &adapter.proxyPassword, &adapter.requestMethod, &adapter.redirectUrl}) {
+        EXPECT_TRUE(text->empty());
+    }
+    EXPECT_EQ(adapter.progressReporter, nullptr);
+    EXPECT_EQ(adapter.provider, nullptr);
+    EXPECT_EQ(adapter.consumer, nullptr);
+    EXPECT_EQ(adapter.connection.ProgressReporter, nullptr);
+    EXPECT_EQ(adapter.connection.Provider, nullptr);
+    EXPECT_EQ(adapter.connection.Consumer, nullptr);
+}
+
+TEST_F(Adapter, ReleasesReporterThenConsumerThenProvider) {
+    std::vector<std::string> gone;
+    {
+        HTTPConnectionAdapter adapter;
+        adapter.progressReporter = notedObject(host(), "reporter", gone);
+        adapter.provider = notedObject(host(), "provider", gone);
+        adapter.consumer = notedObject(host(), "consumer", gone);
+    }
+    EXPECT_THAT(gone, testing::ElementsAre("reporter", "consumer", "provider"));
+}
+
+TEST_F(Adapter, ResponseCodeIsNarrowedTowardsZero) {
+    HTTPConnectionAdapter adapter;
+    struct Row {
+        double Given;
+        std::int32_t Stored;
+    };
+    for (const Row& row : {Row{200.9, 200}, Row{-0.5, 0}, Row{-1.9, -1}, Row{2147483647.9, 2147483647},
+                           Row{-2147483648.9, std::numeric_limits<std::int32_t>::min()}}) {
+        adapter.setResponseCode(row.Given);
+        EXPECT_EQ(adapter.connection.ResponseCode, row.Stored) << row.Given;
+    }
+}
+
+TEST_F(Adapter, ResponseCodeOutOfRangeRaisesAndChangesNothing) {
+    HTTPConnectionAdapter adapter;
+    adapter.setResponseCode(204.0);
+    EXPECT_THROW(adapter.setResponseCode(2147483648.0), boost::numeric::positive_overflow);
+    EXPECT_THROW(adapter.setResponseCode(-2147483649.0), boost::numeric::negative_overflow);
+    const double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_THROW(adapter.setResponseCode(infinity), boost::numeric::positive_overflow);
+    EXPECT_THROW(adapter.setResponseCode(-infinity), boost::numeric::negative_overflow);
+    EXPECT_EQ(adapter.connection.ResponseCode, 204);
+}
+
+TEST_F(Adapter, ResponseCodeNotANumberPassesBothRangeTests) {
+    HTTPConnectionAdapter adapter;
+    EXPECT_NO_THROW(adapter.setResponseCode(std::nan("")));
+    EXPECT_EQ(adapter.connection.ResponseCode, std::numeric_limits<std::int32_t>::min());
+}
+
+TEST_F(Adapter, AdoptedObjectIsLentToTheConnectionAndOutlivesItsGiver) {
+    HTTPConnectionAdapter adapter;
+    {
+        const vantik::Object provider = makeProvider();
+        adoptProvider(adapter, provider.array().handle());
+    }
+    ASSERT_NE(adapter.provider, nullptr);
+    EXPECT_EQ(adapter.connection.Provider, adapter.provider.get());
+    EXPECT_TRUE(vx::vxIsA(adapter.provider.get(), ProviderClassName));
+}
+
+TEST_F(Adapter, WrongClassLeavesThePreviousObject) {
+    HTTPConnectionAdapter adapter;
+    const vantik::Object provider = makeProvider();
+    adoptProvider(adapter, provider.array().handle());
+    const vxArray_tag* before = adapter.provider.get();
+    const Array wrong("text");
+    EXPECT_THROW(adoptProvider(adapter, wrong.handle()), foundation::core::except::IUserException);
+    EXPECT_EQ(adapter.provider.get(), before);
+    EXPECT_EQ(adapter.connection.Provider, before);
+}
+
+TEST_F(Adapter, NullAndAnyEmptyArrayClear) {
+    HTTPConnectionAdapter adapter;
+    const vantik::Object provider = makeProvider();
+    const Array empty = Array::bytes(std::string_view());
+    for (const vxArray_tag* nothing : {static_cast<const vxArray_tag*>(nullptr), empty.handle()}) {
+        adoptProvider(adapter, provider.array().handle());
+        adoptProvider(adapter, nothing);
+        EXPECT_EQ(adapter.provider, nullptr);
+        EXPECT_EQ(adapter.connection.Provider, nullptr);
+    }
+}
+
+TEST_F(Adapter, AdoptsTheHandleItHoldsAlready) {
+    HTTPConnectionAdapter adapter;
+    const vantik::Object provider = makeProvider();
+    adoptProvider(adapter, provider.array().handle());
+    adoptProvider(adapter, adapter.provider.get());
+    EXPECT_TRUE(vx::vxIsA(adapter.provider.get(), ProviderClassName));
+    EXPECT_EQ(adapter.connection.Provider, adapter.provider.get());
+}
+
+TEST_F(Adapter, ObjectReplacedWithinATransferLivesUntilTheTransferEnds) {
+    HTTPConnectionAdapter adapter;
+    std::vector<std::string> gone;
+    adapter.provider = notedObject(host(), "first", gone);
+    {
+        const HTTPConnectionAdapter::Transfer outer(adapter);
+        {
+            const HTTPConnectionAdapter::Transfer inner(adapter);
+            adoptProvider(adapter, nullptr);
+        }
+        EXPECT_TRUE(gone.empty());
+        EXPECT_EQ(adapter.provider, nullptr);
+    }
+    EXPECT_THAT(gone, testing::ElementsAre("first"));
+}
+
+TEST_F(Adapter, PayloadReplacedWithinATransferLivesUntilTheTransferEnds) {
+    HTTPConnectionAdapter adapter;
+    adapter.setPayload({1, 2, 3});
+    const std::uint8_t* onOffer = adapter.connection.Payload.data();
+    {
+        const HTTPConnectionAdapter::Transfer transfer(adapter);
+        adapter.setPayload({9});
+        EXPECT_EQ(onOffer[2], 3);
+    }
+    EXPECT_EQ(adapter.connection.Payload, std::vector<std::uint8_t>{9});
+}
+
+TEST_F(Adapter, EmptyingTheBufferClearsContentAndErrorState) {
+    HTTPConnectionAdapter adapter;
+    adapter.responseBuffer << std::string(100000, 'x');
+    adapter.responseBuffer.setstate(std::ios::badbit);
+    adapter.emptyResponseBuffer();
+    EXPECT_TRUE(adapter.responseBuffer.good());
+    EXPECT_TRUE(adapter.responseBytes().empty());
+    adapter.responseBuffer << "next";
+    EXPECT_EQ(adapter.responseBytes(), "next");
+}
+
+TEST_F(Adapter, OnlyFailuresOfTheTransferLayerAreTranslated) {
+    HTTPConnectionAdapter adapter;
+    adapter.connection.URL = u"http://h/";
+    try {
+        acrossTransferBoundary(adapter, [] { throw webservices::HTTPFileNotFoundException("No host"); });
+        FAIL() << "nothing was raised";
+    } catch (const foundation::core::except::IMsgIDException& failure) {
+        EXPECT_EQ(failure.get_error_id(), "VANTIK:webservices:FileNotFound");
+        EXPECT_THAT(failure.msg_id().arguments(),
+                    testing::ElementsAre(resource_core::MsgArgument(std::u16string(u"http://h/"))));
+    }
+    EXPECT_THROW(acrossTransferBoundary(adapter, [] { throw std::length_error("other"); }), std::length_error);
+    EXPECT_THROW(acrossTransferBoundary(adapter, [] { throw std::bad_alloc(); }), std::bad_alloc);
+    EXPECT_EQ(acrossTransferBoundary(adapter, [] { return 7; }), 7);
+}

@@ -1,0 +1,156 @@
+#include "hostclass/ValueConversion.h"
+
+#include "errors/MessageIdentifiers.h"
+#include "host/Messages.h"
+#include "host/Text.h"
+#include "streaming/HostObjectCall.h"
+#include "tests/hostclass/ClassFixture.h"
+#include "tests/support/ScriptedObjects.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace vx = matrix::detail::noninlined::vx_array_api;
+using vantik::Array;
+
+namespace {
+
+class ValueConversion : public ScopeFixture {};
+
+Array adopt(HostArray array) {
+    return Array::adopt(array.release());
+}
+
+Array fieldStruct(const std::vector<std::string>& lines) {
+    return adopt(makeFieldStruct(lines.size(), lines.begin(), lines.end()));
+}
+
+} // namespace
+
+TEST_F(ValueConversion, EmptyRunGivesOneByZeroStructWithBothFields) {
+    const Array fields = fieldStruct({});
+    EXPECT_EQ(fields.className(), "struct");
+    EXPECT_EQ(fields.dimensions(), (std::vector<std::size_t>{1, 0}));
+    EXPECT_EQ(fields.fieldNames(), (std::vector<std::string>{"Name", "Value"}));
+}
+
+TEST_F(ValueConversion, CountWithoutLinesGivesElementsWithoutValues) {
+    const std::vector<std::string> none;
+    const HostArray fields = makeFieldStruct(2, none.begin(), none.end());
+    EXPECT_EQ(arrayElementCount(fields.get()), 2u);
+    EXPECT_EQ(vx::vxGetField(fields.get(), 0, "Name"), nullptr);
+}
+
+TEST_F(ValueConversion, StoredLinesBecomeNamesAndValues) {
+    struct Row {
+        std::string Line, Name, Value;
+    };
+    const std::vector<Row> rows = {
+        {"Server: one", "Server", "one"},
+        {"no colon at all", "no colon at all", ""},
+        {"Blank:    behind  ", "Blank", "behind  "},
+        {"Tab:\tkept", "Tab", "\tkept"},
+        {"Only-Blanks:   ", "Only-Blanks", ""},
+        {"End:", "End", ""},
+        {"Url: http://h:1/", "Url", "http://h:1/"},
+        {": nameless", "", "nameless"},
+        {"", "", ""},
+    };
+    std::vector<std::string> lines;
+    std::ranges::transform(rows, std::back_inserter(lines), &Row::Line);
+    const Array fields = fieldStruct(lines);
+    ASSERT_EQ(fields.dimensions(), (std::vector<std::size_t>{1, rows.size()}));
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        EXPECT_EQ(fields.field("Name", i).text(), rows[i].Name) << rows[i].Line;
+        EXPECT_EQ(fields.field("Value", i).text(), rows[i].Value) << rows[i].Line;
+    }
+}
+
+TEST_F(ValueConversion, StoredTextEndsAtItsFirstNul) {
+    using namespace std::string_literals;
+    const Array fields = fieldStruct({"Na\0me: va\0lue"s});
+    EXPECT_EQ(fields.field("Name").text(), "Na");
+    EXPECT_EQ(fields.field("Value").text(), "va");
+}
+
+TEST_F(ValueConversion, LineWithBytesOfNoEncodingIsStillAField) {
+    const Array fields = fieldStruct({"Server: caf\xE9"});
+    EXPECT_EQ(fields.field("Value").wideText(), u"caf\uFFFD");
+}
+
+TEST_F(ValueConversion, BytesBecomeAColumn) {
+    const std::vector<std::uint8_t> bytes = {1, 0, 255};
+    const Array array = adopt(makeByteArray(bytes));
+    EXPECT_EQ(array.className(), "uint8");
+    EXPECT_EQ(array.dimensions(), (std::vector<std::size_t>{3, 1}));
+    EXPECT_EQ(array.byteText(), (std::string{'\x01', '\0', '\xFF'}));
+    EXPECT_EQ(adopt(makeByteArray({})).dimensions(), (std::vector<std::size_t>{0, 1}));
+}
+
+TEST_F(ValueConversion, DoublesBecomeARow) {
+    const std::vector<double> values = {1.5, -2.0};
+    const Array array = adopt(makeDoubleArray(values));
+    EXPECT_EQ(array.className(), "double");
+    EXPECT_EQ(array.dimensions(), (std::vector<std::size_t>{1, 2}));
+    EXPECT_EQ(array.doubles(), values);
+}
+
+TEST_F(ValueConversion, ShapeOfBytesFromTheHostIsIgnored) {
+    for (const auto& [rows, columns] : {std::pair{6, 1}, std::pair{1, 6}, std::pair{2, 3}}) {
+        const HostArray array(vx::vxCreateNumericMatrix(static_cast<std::size_t>(rows),
+                                                        static_cast<std::size_t>(columns), vxUINT8_CLASS, vxREAL));
+        auto* elements = static_cast<std::uint8_t*>(vx::vxGetData(array.get()));
+        for (std::uint8_t i = 0; i < 6; ++i) {
+            elements[i] = i;
+        }
+        EXPECT_THAT(bytesOf(array.get()), testing::ElementsAre(0, 1, 2, 3, 4, 5));
+    }
+}
+
+TEST_F(ValueConversion, ArrayWithoutPlainElementsHasNone) {
+    const HostArray nothing(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
+    EXPECT_TRUE(bytesOf(nothing.get()).empty());
+    EXPECT_TRUE(doublesOf(nothing.get()).empty());
+}
+
+TEST_F(ValueConversion, NullEmptyAndMatchingArraysPassTheClassCheck) {
+    EXPECT_NO_THROW(checkArrayClass(nullptr, ProviderClassName));
+    const Array empty = Array::doubles({});
+    EXPECT_NO_THROW(checkArrayClass(empty.handle(), ProviderClassName));
+    const vantik::Object provider = testsupport::makeScriptedProvider(host()).object();
+    EXPECT_NO_THROW(checkArrayClass(provider.array().handle(), ProviderClassName)); // a derived class
+    const Array number(1.0);
+    EXPECT_NO_THROW(checkArrayClass(number.handle(), "double"));
+}
+
+TEST_F(ValueConversion, WrongClassNamesBothClassesAndCarriesTheRenderedText) {
+    const Array number(1.0);
+    try {
+        checkArrayClass(number.handle(), ProviderClassName);
+        FAIL() << "a double passed as a provider";
+    } catch (const foundation::core::except::IMsgIDException& failure) {
+        EXPECT_EQ(failure.get_error_id(), "VANTIK:legacy_two_part:UnableToConvert");
+        const std::u16string text = fl::i18n::MessageCatalog::get_message(
+            VANTIK::type::PropSetClsMismatch(ProviderClassName), fl::i18n::VkLocale::global());
+        EXPECT_THAT(failure.msg_id().arguments(),
+                    testing::ElementsAre(resource_core::MsgArgument(std::string("double")),
+                                         resource_core::MsgArgument(std::string(ProviderClassName)),
+                                         resource_core::MsgArgument(text)));
+    }
+}
+
+TEST_F(ValueConversion, FieldTextsAreReadInBothForms) {
+    const Array fields =
+        Array::structures({"Name", "Value"}, {{Array("a"), Array("b")}, {Array("c"), Array(u"\u00E9")}});
+    EXPECT_EQ(fieldString(fields.handle(), 1, "Name"), "c");
+    EXPECT_EQ(fieldUString(fields.handle(), 1, "Value"), u"\u00E9");
+}
+
+TEST_F(ValueConversion, FieldThatIsMissingOrHasNoValueIsRefusedByTheHost) {
+    static constexpr const char* names[] = {"Name"};
+    const HostArray fields(vx::vxCreateStructMatrix(1, 1, 1, names));
+    EXPECT_THROW(fieldString(fields.get(), 0, "Name"), foundation::core::except::IUserException);
+    EXPECT_THROW(fieldUString(fields.get(), 0, "Value"), foundation::core::except::IUserException);
+    EXPECT_THROW(fieldString(fields.get(), 7, "Name"), foundation::core::except::IUserException);
+}
