@@ -1,0 +1,45 @@
+// Failures that the command line itself raises, in the same form as those of the module: an identifier with arguments
+// and a text, so that both are reported in one way.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vantik/Failure.h"
+
+namespace netrove::cli {
+
+constexpr std::string_view kCatalogue = "NETROVE:cli";
+
+// Keys of the failures raised here; ExitStatus.cpp gives each its exit status.
+namespace failure {
+constexpr std::string_view kUsage = "Usage";
+constexpr std::string_view kFileNotWritten = "FileNotWritten";       // file, reason
+constexpr std::string_view kFileExists = "FileExists";               // file
+constexpr std::string_view kFileNotRead = "FileNotRead";             // file, reason
+constexpr std::string_view kContentChanged = "ContentChanged";       // file
+constexpr std::string_view kContentNotRewound = "ContentNotRewound"; // file
+constexpr std::string_view kBinaryToTerminal = "BinaryToTerminal";
+constexpr std::string_view kIncompleteContent = "IncompleteContent"; // received, expected
+constexpr std::string_view kStatusError = "StatusError";             // status, reason phrase, URL
+constexpr std::string_view kTooManyRedirects = "TooManyRedirects";   // limit, URL
+constexpr std::string_view kRedirectRefused = "RedirectRefused";     // URL
+constexpr std::string_view kMaxTime = "MaxTime";                     // seconds
+constexpr std::string_view kInterrupted = "Interrupted";             // name of the signal
+constexpr std::string_view kDemoFailed = "DemoFailed";               // number of steps
+constexpr std::string_view kFailure = "Failure";                     // what() of an unforeseen exception
+} // namespace failure
+
+// A message of the command line's own catalogue.
+vantik::Message cliMessage(std::string_view key, std::vector<vantik::MessageArgument> arguments, std::string text);
+
+[[noreturn]] void fail(std::string_view key, std::vector<vantik::MessageArgument> arguments, std::string text);
+[[noreturn]] void failUsage(std::string text);
+// For a failed system call: `errorNumber` gives the reason.
+[[noreturn]] void failSystem(std::string_view key, const std::string& file, int errorNumber);
+
+// The system's text for an error number.
+std::string systemText(int errorNumber);
+
+} // namespace netrove::cli

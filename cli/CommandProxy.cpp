@@ -1,0 +1,55 @@
+#include "cli/Commands.h"
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/ProxyChoice.h"
+#include "cli/SafeText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr const char* kHidden = "***";
+
+// The lookup takes ASCII alone; the class brings http and https URLs into that form.
+std::string asciiUrl(Session& session, const std::string& url) {
+    const bool ascii = std::all_of(url.begin(), url.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
+    if (ascii)
+        return url;
+    session.Connection = session.Host.create(kConnectionClass, {vantik::Array(true)});
+    session.Connection.set("URL", vantik::Array(url));
+    return session.Connection.get("URL").text();
+}
+
+std::string row(const Console& console, std::string_view label, const std::string& value) {
+    std::string padded(label);
+    padded.resize(10, ' ');
+    return console.styled(Style::Bold, padded) + printable(value) + "\n";
+}
+
+} // namespace
+
+int runProxy(Session& session, const Settings& settings, const Console& console) {
+    const ProxyChoice proxy = lookUpProxy(session.Host, asciiUrl(session, settings.Url));
+    const std::string password = proxy.Password.empty() || settings.ShowPassword ? proxy.Password : kHidden;
+    if (settings.Json) {
+        const nlohmann::ordered_json object = {{"url", settings.Url},    {"direct", proxy.Host.empty()},
+                                               {"host", proxy.Host},     {"port", proxy.Port},
+                                               {"username", proxy.User}, {"password", password}};
+        console.print(object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+        return kExitDone;
+    }
+    if (proxy.Host.empty()) {
+        console.print("No proxy: a direct connection.\n");
+        return kExitDone;
+    }
+    std::string text = row(console, "Host", proxy.Host) + row(console, "Port", std::to_string(proxy.Port));
+    if (!proxy.User.empty())
+        text += row(console, "User", proxy.User) + row(console, "Password", password);
+    console.print(text);
+    return kExitDone;
+}
+
+} // namespace netrove::cli

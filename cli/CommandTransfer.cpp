@@ -1,0 +1,138 @@
+#include "cli/Commands.h"
+
+#include <cerrno>
+#include <cstdint>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cli/CliFailure.h"
+#include "cli/Exchange.h"
+#include "cli/OutputFile.h"
+#include "cli/Progress.h"
+#include "cli/SafeText.h"
+#include "cli/UrlText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr int kFirstErrorStatus = 400;
+
+// One command that delivers content somewhere.
+class Transfer {
+public:
+    Transfer(Session& session, const Settings& settings, const Console& console)
+        : State(session), Wanted(settings), Screen(console) {}
+
+    void run() {
+        if (Wanted.Command == Command::Save)
+            return toFile(saveTarget(Wanted), Wanted.Force);
+        if (Wanted.OutputFile.empty() || Wanted.OutputFile == "-")
+            return toDescriptor(STDOUT_FILENO, "standard output", Wanted.OutputFile.empty());
+        if (isSpecialFile(Wanted.OutputFile))
+            return toSpecialFile();
+        toFile(Wanted.OutputFile, true);
+    }
+
+private:
+    // Sends, and refuses the response where the settings say so. Nothing has been written by then.
+    Response send(Exchange& exchange) {
+        Response response = exchange.send();
+        if (Wanted.Fail && response.Status >= kFirstErrorStatus) {
+            exchange.close();
+            fail(failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url},
+                 "the server answered " + std::to_string(response.Status) +
+                     (response.Reason.empty() ? "" : " " + response.Reason) + " for " + response.Url);
+        }
+        return response;
+    }
+
+    void toDescriptor(int descriptor, const std::string& name, bool guardTerminal) {
+        const bool terminal = isatty(descriptor) == 1;
+        BodySink sink(descriptor, name, terminal && guardTerminal, State.Deadline);
+        Exchange exchange(State, Wanted, Screen);
+        const Response response = send(exchange);
+        writeHead(sink, response, terminal);
+        ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());
+        meter.expect(exchange.announcedLength(response));
+        const std::uint64_t delivered = exchange.receive(sink, meter);
+        meter.finish();
+        exchange.finish(response, delivered);
+    }
+
+    void toSpecialFile() {
+        const std::string& name = Wanted.OutputFile;
+        const int descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+        if (descriptor < 0)
+            failSystem(failure::kFileNotWritten, name, errno);
+        struct Closer {
+            int Descriptor;
+            ~Closer() { ::close(Descriptor); }
+        } const closer{descriptor};
+        toDescriptor(descriptor, name, false);
+    }
+
+    void toFile(const std::string& target, bool replace) {
+        OutputFile file(target, replace); // first, so that no request is made in vain
+        Exchange exchange(State, Wanted, Screen);
+        const Response response = send(exchange);
+        ProgressMeter meter("received", Wanted.Progress.value_or(Screen.errIsTerminal()), Screen.errIsTerminal());
+        meter.expect(exchange.announcedLength(response));
+        const std::uint64_t delivered = fill(file, target, exchange, response, meter);
+        meter.finish();
+        exchange.finish(response, delivered);
+        file.keep();
+        if (response.Status >= kFirstErrorStatus)
+            Screen.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
+                        target + " holds that answer");
+        else if (Screen.errIsTerminal() && Wanted.Progress.value_or(true))
+            Screen.note("saved " + target + " (" + sizeText(delivered) + ")");
+    }
+
+    std::uint64_t fill(OutputFile& file, const std::string& target, Exchange& exchange, const Response& response,
+                       ProgressMeter& meter) {
+        // The host's file names are text, so a name in another encoding goes through a consumer of ours.
+        if (Wanted.Consumer || Wanted.Include || !isUtf8(file.temporaryName())) {
+            BodySink sink(file.descriptor(), target, false, State.Deadline);
+            writeHead(sink, response, false);
+            return exchange.receive(sink, meter);
+        }
+        const std::uint64_t delivered = exchange.receiveIntoFile(file.temporaryName(), meter);
+        // The class does not look at the result of its last write, made when it closes the file.
+        if (file.size() != delivered)
+            fail(failure::kFileNotWritten, {target, "not all of the content could be written"},
+                 target + ": not all of the content could be written");
+        return delivered;
+    }
+
+    void writeHead(BodySink& sink, const Response& response, bool terminal) {
+        if (!Wanted.Include)
+            return;
+        const std::string head = response.head();
+        if (!sink.write(terminal ? printableLines(head) : head))
+            throw sink.failure() ? vantik::Failure(*sink.failure())
+                                 : vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
+    }
+
+    Session& State;
+    const Settings& Wanted;
+    const Console& Screen;
+};
+
+} // namespace
+
+std::string saveTarget(const Settings& settings) {
+    if (settings.Target.empty())
+        return fileNameFor(settings.Url);
+    if (!isFolder(settings.Target))
+        return settings.Target;
+    return settings.Target + (settings.Target.ends_with('/') ? "" : "/") + fileNameFor(settings.Url);
+}
+
+int runTransfer(Session& session, const Settings& settings, const Console& console) {
+    Transfer(session, settings, console).run();
+    return kExitDone;
+}
+
+} // namespace netrove::cli

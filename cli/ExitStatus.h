@@ -1,0 +1,60 @@
+// Which exit status says what: one table.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "vantik/Failure.h"
+
+namespace netrove::cli {
+
+enum ExitStatus : int {
+    kExitDone = 0,
+    kExitFailure = 1,
+    kExitUsage = 2,
+    kExitUrl = 3,
+    kExitUnknownHost = 6,
+    kExitConnect = 7,
+    kExitIncomplete = 18,
+    kExitStatus = 22,
+    kExitNotWritten = 23,
+    kExitNotRead = 26,
+    kExitTimeout = 28,
+    kExitStopped = 42,
+    kExitRedirects = 47,
+    kExitTls = 60,
+    kExitDecoding = 61,
+    kExitInterrupted = 130, // 128 and the number of SIGINT
+    kExitTerminated = 143,  // 128 and the number of SIGTERM
+};
+
+// One exit status and what it says to a person, for help texts.
+struct ExitMeaning {
+    int Status;
+    std::string_view Meaning;
+};
+std::span<const ExitMeaning> exitMeanings();
+
+// The exit status of a failure.
+int exitStatus(const vantik::Message& message);
+
+// What the program knows about an operation that failed, beyond the failure itself.
+struct Circumstances {
+    int Signal = 0;              // the signal that this program's own handler saw; 0 for none
+    bool MaxTimeElapsed = false; // the time given by --max-time was over
+    double MaxTimeSeconds = 0;
+    bool Interrupted = false;      // the failure was an interrupt
+    bool StoppedByProgram = false; // …asked for by a progress reporter or consumer of this program
+};
+
+struct Verdict {
+    vantik::Message Message;
+    int Status;
+};
+
+// The failure as it is reported. An interrupt while a request goes out surfaces as a failed connection, so the
+// program's own knowledge counts for more than the identifier: a signal seen is an interrupt, a total time passed is a
+// timeout.
+Verdict judge(const vantik::Message& message, const Circumstances& circumstances);
+
+} // namespace netrove::cli

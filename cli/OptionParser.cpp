@@ -1,0 +1,192 @@
+#include "cli/OptionParser.h"
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "cli/CliFailure.h"
+#include "cli/ExitStatus.h"
+#include "cli/SafeText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr std::size_t kHelpNameWidth = 34;
+constexpr std::size_t kHelpTextWidth = 64;
+
+std::string optionNames(const OptionRow& row) {
+    std::string names = row.ShortName == 0 ? "" : std::string("-") + row.ShortName + ",";
+    return names + "--" + std::string(row.LongName);
+}
+
+// Breaks a help text into lines; the formatter indents what follows a line end.
+std::string wrapped(std::string_view text) {
+    std::string result;
+    std::size_t column = 0;
+    for (std::size_t start = 0; start < text.size();) {
+        const auto end = std::min(text.find(' ', start), text.size());
+        const std::string_view word = text.substr(start, end - start);
+        if (column != 0 && column + 1 + word.size() > kHelpTextWidth) {
+            result += '\n';
+            column = 0;
+        } else if (column != 0) {
+            result += ' ';
+            ++column;
+        }
+        result += word;
+        column += word.size();
+        start = end + 1;
+    }
+    return result;
+}
+
+// Adds one option of the table. It is applied when it is met, so that of two contradicting options the last one counts.
+void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
+    CLI::Option* option = nullptr;
+    const auto apply = row.Apply;
+    if (row.ValueName.empty()) {
+        option = app.add_flag_function(
+            optionNames(row),
+            [apply, &result](std::int64_t count) {
+                if (count > 0)
+                    apply(result.Wanted, "");
+            },
+            wrapped(row.Help));
+    } else {
+        option = app.add_option(
+            optionNames(row),
+            [apply, secret = row.Secret, &result](const CLI::results_t& values) {
+                for (const std::string& value : values) {
+                    apply(result.Wanted, value);
+                    if (secret != Secrecy::None)
+                        result.Secrets.push_back({value, secret});
+                }
+                return true;
+            },
+            wrapped(row.Help));
+        option->type_size(1)->expected(1)->type_name(std::string(row.ValueName));
+        option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    }
+    option->group(std::string(row.Group))->trigger_on_parse();
+}
+
+std::string exitStatusText() {
+    std::string text = "Exit status:\n";
+    for (const ExitMeaning& meaning : exitMeanings()) {
+        std::string number = std::to_string(meaning.Status);
+        text += "  " + std::string(5 - number.size(), ' ') + number + "  " + std::string(meaning.Meaning) + "\n";
+    }
+    return text;
+}
+
+// Last, so that its group stands where the table has it.
+void addHelp(CLI::App& app) {
+    app.set_help_flag("-h,--help", "print this help")->group(std::string(optionTable().back().Group));
+}
+
+void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
+    Settings& settings = result.Wanted;
+    CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
+    sub->set_help_flag();
+    if (command.Url)
+        sub->add_option("URL", settings.Url, "http or https URL")->required()->type_name("");
+    if (command.Target)
+        sub->add_option("FILE", settings.Target, "file or folder; without it the name comes from the URL")
+            ->type_name("");
+    for (const OptionRow& row : optionTable())
+        if ((row.Commands & command.Set) != 0)
+            addOption(*sub, row, result);
+    addHelp(*sub);
+    sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
+    if ((command.Set & kTransfers) != 0)
+        sub->footer(exitStatusText());
+}
+
+// One line, as every failure is.
+std::string firstLine(std::string text) {
+    text.resize(std::min(text.find('\n'), text.size()));
+    return text;
+}
+
+// The part of a value that is secret.
+std::string_view secretPart(const SecretValue& value) {
+    const std::string_view text = value.Text;
+    switch (value.Kind) {
+    case Secrecy::Whole:
+        return text;
+    case Secrecy::AfterColon:
+        return text.find(':') == text.npos ? std::string_view() : text.substr(text.find(':') + 1);
+    case Secrecy::BeforeAt: {
+        const auto start = text.find("://") == text.npos ? 0 : text.find("://") + 3;
+        const auto at = text.rfind('@');
+        return at == text.npos || at < start ? std::string_view() : text.substr(start, at - start);
+    }
+    case Secrecy::None:
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+ParseResult parseCommandLine(int argc, const char* const* argv) {
+    ParseResult result;
+    CLI::App app("HTTP client on the netrove module", "netrove");
+    app.set_help_flag();
+    app.require_subcommand(0, 1);
+    app.get_formatter()->column_width(kHelpNameWidth);
+    for (const OptionRow& row : optionTable())
+        if ((row.Commands & kProgram) != 0)
+            addOption(app, row, result);
+    addHelp(app);
+    for (const CommandRow& command : commandTable())
+        addCommand(app, command, result);
+    app.footer("'netrove COMMAND --help' lists the options of a command.");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        const auto chosen = app.get_subcommands();
+        result.Help = chosen.empty() ? app.help() : chosen.front()->help("netrove");
+        return result;
+    } catch (const CLI::ParseError& error) {
+        failUsage(firstLine(error.what()));
+    }
+    if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion)
+        failUsage("no command; 'netrove --help' lists them");
+    if (!result.Wanted.ShowVersion)
+        completeSettings(result.Wanted);
+    return result;
+}
+
+bool wantsJsonErrors(int argc, const char* const* argv) {
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i)
+        if (std::strcmp(argv[i], "--json-errors") == 0)
+            return true;
+    return false;
+}
+
+void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        // A value stands alone, or behind "--name=" or a letter.
+        for (const SecretValue& value : secrets)
+            if (const std::string_view secret = secretPart(value); !secret.empty() && argument.ends_with(value.Text)) {
+                const auto offset = static_cast<std::size_t>(secret.data() - value.Text.data());
+                std::memset(argv[i] + argument.size() - value.Text.size() + offset, 'x', secret.size());
+            }
+        // The user name and password of a URL.
+        const auto mark = argument.find("://");
+        if (mark == argument.npos)
+            continue;
+        const auto first = mark + 3;
+        const auto at = argument.rfind('@', argument.find_first_of("/?#", first));
+        if (at != argument.npos && at > first)
+            std::memset(argv[i] + first, 'x', at - first);
+    }
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,134 @@
+#include "cli/Progress.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "cli/Output.h"
+
+namespace netrove::cli {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kTerminalInterval = 100ms;
+constexpr auto kLogInterval = 1s;
+constexpr std::size_t kBarWidth = 24;
+constexpr std::size_t kUsualWidth = 80;
+constexpr double kLongestEstimate = 360'000; // seconds; beyond, a time left says nothing
+
+template <class... Values>
+std::string formatted(const char* pattern, Values... values) {
+    std::array<char, 64> buffer;
+    const int length = std::snprintf(buffer.data(), buffer.size(), pattern, values...);
+    return {buffer.data(), static_cast<std::size_t>(std::max(0, length))};
+}
+
+std::string bar(double share) {
+    const auto done = static_cast<std::size_t>(std::floor(share * static_cast<double>(kBarWidth)));
+    return "[" + std::string(done, '#') + std::string(kBarWidth - done, '.') + "]";
+}
+
+std::size_t terminalWidth() {
+    winsize size{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return kUsualWidth;
+}
+
+} // namespace
+
+std::string sizeText(std::uint64_t bytes) {
+    if (bytes < 1024)
+        return formatted("%u B", static_cast<unsigned>(bytes));
+    constexpr std::string_view kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    double value = static_cast<double>(bytes) / 1024.0;
+    std::size_t unit = 0;
+    while (value >= 1023.95 && unit + 1 < std::size(kUnits)) {
+        value /= 1024.0;
+        ++unit;
+    }
+    return formatted("%.1f %s", value, kUnits[unit].data());
+}
+
+std::string durationText(std::chrono::duration<double> time) {
+    const auto seconds = static_cast<unsigned long>(std::clamp(time.count(), 0.0, 1e9));
+    if (seconds < 60)
+        return formatted("%lu s", seconds);
+    if (seconds < 3600)
+        return formatted("%lu min %02lu s", seconds / 60, seconds % 60);
+    return formatted("%lu h %02lu min", seconds / 3600, seconds / 60 % 60);
+}
+
+std::string progressText(const std::string& label, const ProgressState& state, std::size_t width) {
+    const bool known = state.Total && *state.Total > 0 && state.Bytes <= *state.Total;
+    const double elapsed = state.Elapsed.count();
+    const double rate = elapsed > 0 ? static_cast<double>(state.Bytes) / elapsed : 0;
+    std::string text = label + ": ";
+    if (known) {
+        const double share = static_cast<double>(state.Bytes) / static_cast<double>(*state.Total);
+        text += bar(share) + formatted(" %3.0f%%  ", std::floor(share * 100)) + sizeText(state.Bytes) + " of " +
+                sizeText(*state.Total);
+    } else {
+        text += sizeText(state.Bytes);
+    }
+    if (rate >= 1)
+        text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
+    if (known && state.Bytes < *state.Total && rate >= 1) {
+        const double left = static_cast<double>(*state.Total - state.Bytes) / rate;
+        if (left < kLongestEstimate)
+            text += ", " + durationText(std::chrono::duration<double>(left)) + " left";
+    } else {
+        text += ", " + durationText(state.Elapsed);
+    }
+    if (text.size() > width)
+        text.resize(width);
+    return text;
+}
+
+ProgressMeter::ProgressMeter(std::string label, bool shown, bool terminal)
+    : Label(std::move(label)), Shown(shown), Terminal(terminal), Start(Clock::now()),
+      NextDraw(Start + (terminal ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval))) {}
+
+ProgressMeter::~ProgressMeter() {
+    // A line that was begun is ended, so that a failure's text starts on its own.
+    if (Drawn && Terminal) [[maybe_unused]]
+        const bool written = writeAll(STDERR_FILENO, "\n");
+}
+
+void ProgressMeter::update(std::uint64_t bytes) {
+    State.Bytes = bytes;
+    if (!Shown)
+        return;
+    const auto now = Clock::now();
+    if (now >= NextDraw)
+        draw(now);
+}
+
+void ProgressMeter::finish() {
+    if (!Shown)
+        return;
+    draw(Clock::now());
+    if (Terminal) [[maybe_unused]]
+        const bool written = writeAll(STDERR_FILENO, "\n");
+    Drawn = false;
+    Shown = false;
+}
+
+void ProgressMeter::draw(Clock::time_point now) {
+    State.Elapsed = now - Start;
+    NextDraw = now + (Terminal ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval));
+    const std::size_t width = Terminal ? terminalWidth() - 1 : kUsualWidth;
+    const std::string text = progressText(Label, State, width);
+    const std::string drawn = Terminal ? "\r" + text + "\033[K" : text + "\n";
+    Drawn = writeAll(STDERR_FILENO, drawn);
+}
+
+} // namespace netrove::cli

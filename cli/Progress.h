@@ -1,0 +1,52 @@
+// The progress line: its text, and the meter that draws it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace netrove::cli {
+
+struct ProgressState {
+    std::uint64_t Bytes = 0;
+    std::optional<std::uint64_t> Total; // unknown: no percentage and no time left
+    std::chrono::duration<double> Elapsed{};
+};
+
+// "999 B", "1.0 KiB", "12.3 MiB": at most four digits, powers of 1024.
+std::string sizeText(std::uint64_t bytes);
+// "12 s", "3 min 20 s", "5 h 02 min".
+std::string durationText(std::chrono::duration<double> time);
+// One line, at most `width` columns, without a line end. A total that turned out too small counts as unknown.
+std::string progressText(const std::string& label, const ProgressState& state, std::size_t width);
+
+// Draws on standard error, at most ten times a second.
+class ProgressMeter {
+public:
+    // A meter that is not shown only counts. On a terminal the line is drawn over; elsewhere there are whole lines, at
+    // most one a second.
+    ProgressMeter(std::string label, bool shown, bool terminal);
+    ~ProgressMeter();
+    ProgressMeter(const ProgressMeter&) = delete;
+    ProgressMeter& operator=(const ProgressMeter&) = delete;
+
+    void expect(std::optional<std::uint64_t> total) { State.Total = total; }
+    void update(std::uint64_t bytes);
+    void finish(); // draws the last state and ends the line
+    std::uint64_t bytes() const { return State.Bytes; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    void draw(Clock::time_point now);
+
+    std::string Label;
+    bool Shown;
+    bool Terminal;
+    bool Drawn = false;
+    ProgressState State;
+    Clock::time_point Start;
+    Clock::time_point NextDraw;
+};
+
+} // namespace netrove::cli

@@ -1,0 +1,86 @@
+#include "cli/Settings.h"
+
+#include "cli/CliFailure.h"
+#include "cli/FieldText.h"
+#include "cli/UrlText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+// A silent server is given up after this long; a slow one that keeps sending is not.
+constexpr double kDefaultConnectMs = 30'000;
+constexpr double kDefaultSilenceMs = 300'000;
+
+void refuse(bool condition, const char* text) {
+    if (condition)
+        failUsage(text);
+}
+
+void adoptUserInfo(Settings& settings) {
+    const UserInfo found = takeUserInfo(settings.Url);
+    if (!found.Present || settings.User)
+        return;
+    settings.User = found.User;
+    if (!settings.Password && found.Password)
+        settings.Password = found.Password;
+}
+
+void checkBody(const Settings& settings) {
+    const int bodies =
+        int(settings.BodyText.has_value()) + int(!settings.BodyFile.empty()) + int(!settings.StreamFile.empty());
+    refuse(bodies > 1, "only one of --body, --body-file and --stream-file can be given");
+    if (settings.hasBody()) {
+        // The class would send such a request under another method.
+        const std::string method = settings.effectiveMethod();
+        refuse(equalsIgnoringCase(method, "GET") || equalsIgnoringCase(method, "HEAD"),
+               "a request with the method GET or HEAD has no body; choose another with --method");
+    }
+    refuse(settings.Simple && !settings.StreamFile.empty(),
+           "--stream-file needs the newer interface; leave out --simple");
+    refuse(settings.Chunked && !settings.hasBody(), "--chunked needs a body");
+    refuse(settings.BufferSize != 0 && settings.StreamFile.empty(), "--buffer-size needs --stream-file");
+}
+
+} // namespace
+
+Settings::Settings()
+    : ConnectTimeout(kDefaultConnectMs), ResponseTimeout(kDefaultSilenceMs), DataTimeout(kDefaultSilenceMs) {}
+
+std::string Settings::effectiveMethod() const {
+    if (!Method.empty())
+        return Method;
+    if (!StreamFile.empty())
+        return "PUT";
+    return hasBody() ? "POST" : "GET";
+}
+
+int Settings::redirectLimit() const {
+    if (MaxRedirects)
+        return *MaxRedirects;
+    return Command == Command::Send ? 0 : kDefaultRedirects;
+}
+
+void completeSettings(Settings& settings) {
+    if (settings.Command == Command::Demo || settings.Command == Command::Describe || settings.Command == Command::None)
+        return;
+    refuse(settings.Url.empty(), "the URL is empty");
+    refuse(hasControlBytes(settings.Url), "the URL has control characters");
+    adoptUserInfo(settings);
+    if (settings.User)
+        checkUserName(*settings.User);
+    if (settings.Password)
+        checkPassword(*settings.Password);
+    refuse(settings.Password && !settings.User, "--password needs --user");
+    if (settings.Command == Command::Proxy)
+        return;
+    checkBody(settings);
+    refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
+    refuse(settings.Auth && !settings.User, "--auth needs --user");
+    refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
+           "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
+    refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify exclude each other");
+    refuse(settings.Target == "-", "save writes a file; use get for standard output");
+}
+
+} // namespace netrove::cli

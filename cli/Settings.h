@@ -1,0 +1,88 @@
+// What a person asked for on the command line, after parsing and before anything runs.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace netrove::cli {
+
+enum class Command { None, Get, Save, Send, Proxy, Describe, Demo };
+enum class ColorChoice { Auto, Always, Never };
+
+struct Field {
+    std::string Name;
+    std::string Value; // empty: the library's own field of that name is left out
+
+    bool operator==(const Field&) const = default;
+};
+
+// Redirects followed by `get` and `save`, and by `send -L`.
+constexpr int kDefaultRedirects = 20;
+
+struct Settings {
+    cli::Command Command = Command::None;
+    std::string Url;    // without user name and password; those move to User and Password
+    std::string Target; // save: the file or folder named, empty for none
+
+    // the request
+    std::string Method; // empty: GET, POST with a body, PUT with a streamed one
+    std::vector<Field> Fields;
+    std::vector<std::string> RemovedFields;
+    std::optional<std::string> BodyText;
+    std::string BodyFile;         // "-": standard input
+    std::string StreamFile;       // "-": standard input
+    std::uint64_t BufferSize = 0; // bytes asked of the provider at a time; 0: the library's choice
+    bool Chunked = false;         // no Content-Length for content whose length is known
+
+    // the response
+    bool Consumer = false;
+    std::string OutputFile; // "-": standard output, whatever the content
+    bool Include = false;
+    bool Force = false;
+    bool Decode = true;
+    bool Fail = false;
+    bool Simple = false;
+    std::optional<int> MaxRedirects; // 0: none
+
+    // credentials
+    std::optional<std::string> User;
+    std::optional<std::string> Password;
+    std::optional<std::vector<std::string>> Auth;
+    std::string Proxy = "auto";
+    std::optional<std::string> ProxyUser;
+    std::optional<std::string> ProxyPassword;
+    std::optional<std::vector<std::string>> ProxyAuth;
+
+    // limits; milliseconds, +infinity for none
+    double ConnectTimeout;
+    double ResponseTimeout;
+    double DataTimeout;
+    std::optional<double> MaxTime; // seconds
+
+    // TLS
+    std::string CaFile;
+    bool VerifyPeer = true;
+    bool VerifyName = true;
+
+    // what is shown
+    std::optional<bool> Progress;
+    int Debug = 0;
+    bool JsonErrors = false;
+    bool Json = false;
+    bool ShowPassword = false;
+    bool ShowVersion = false;
+    ColorChoice Color = ColorChoice::Auto;
+
+    Settings();
+
+    bool hasBody() const { return BodyText || !BodyFile.empty() || !StreamFile.empty(); }
+    std::string effectiveMethod() const;
+    int redirectLimit() const; // of this command
+};
+
+// Refuses combinations that cannot work, and moves a user name and password out of the URL. Raises a usage failure.
+void completeSettings(Settings& settings);
+
+} // namespace netrove::cli

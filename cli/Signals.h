@@ -1,0 +1,32 @@
+// Ctrl-C and termination. The first signal asks the host to stop what it does; a second one ends the program at once.
+#pragma once
+
+#include <chrono>
+#include <optional>
+
+#include "vantik/Host.h"
+
+namespace netrove::cli {
+
+// Installs the handlers for its lifetime. One at a time in a program.
+class SignalScope {
+public:
+    explicit SignalScope(vantik::Host& host);
+    ~SignalScope();
+    SignalScope(const SignalScope&) = delete;
+    SignalScope& operator=(const SignalScope&) = delete;
+};
+
+// The first signal that arrived; 0 for none.
+int signalSeen() noexcept;
+
+using Clock = std::chrono::steady_clock;
+
+enum class Waited { Ready, Interrupted, TimedOut };
+
+// Blocks until `descriptor` can be read or written (or has failed, which the next call on it tells), a signal arrives,
+// or the moment has come.
+Waited waitReadable(int descriptor, std::optional<Clock::time_point> until);
+Waited waitWritable(int descriptor, std::optional<Clock::time_point> until);
+
+} // namespace netrove::cli

@@ -1,0 +1,42 @@
+// What the command line has to know about a URL by itself: the origin, the user name in it, and a name for the file.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace netrove::cli {
+
+// The parts of "scheme://authority/path?query#fragment". Scheme and host are in lower case.
+struct UrlParts {
+    std::string Scheme; // empty where there is none
+    std::string UserInfo;
+    std::string Host; // with the brackets of an IPv6 address
+    std::string Port; // as written; the scheme's own where none is written
+    std::string Path;
+};
+
+// Never fails: what is missing stays empty.
+UrlParts splitUrl(std::string_view url);
+bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
+
+struct UserInfo {
+    bool Present = false;
+    std::string User; // percent-decoded
+    std::optional<std::string> Password;
+};
+
+// Removes "user:password@" from a URL and gives what it said.
+UserInfo takeUserInfo(std::string& url);
+
+// The text with the user name and password of every URL in it replaced by "***".
+std::string maskUserInfo(std::string_view text);
+
+// Invalid escapes stay as they are.
+std::string percentDecode(std::string_view text);
+
+// A name for what a URL names: the last segment of its path, decoded, with everything that a file name should not hold
+// taken out. "download" where nothing is left.
+std::string fileNameFor(std::string_view url);
+
+} // namespace netrove::cli

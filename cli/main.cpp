@@ -1,0 +1,127 @@
+// netrove, the command line: a program on the embedding API that drives the module as any host would.
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include <unistd.h>
+
+#include "cli/CliFailure.h"
+#include "cli/Commands.h"
+#include "cli/Demo.h"
+#include "cli/ExitStatus.h"
+#include "cli/FieldText.h"
+#include "cli/OptionParser.h"
+#include "cli/Output.h"
+#include "cli/Password.h"
+#include "cli/Session.h"
+#include "cli/Signals.h"
+#include "cli/TraceOutput.h"
+
+namespace {
+
+using namespace netrove::cli;
+
+// `trace` belongs to main, because the objects of the session are traced to their end.
+int runCommand(Session& session, Settings& settings, Console& console, std::optional<TraceOutput>& trace) {
+    session.load();
+    if (settings.ShowVersion)
+        return runVersion(session, console);
+    switch (settings.Command) {
+    case Command::Proxy:
+        return runProxy(session, settings, console);
+    case Command::Describe:
+        return runDescribe(session, settings, console);
+    case Command::Demo:
+        return runDemo(session, console);
+    default:
+        break;
+    }
+    completePasswords(settings);
+    for (const auto& secret : {settings.Password, settings.ProxyPassword})
+        console.hide(secret.value_or(""));
+    for (const Field& field : settings.Fields)
+        if (isSecretField(field.Name))
+            console.hide(field.Value);
+    if (settings.Debug != 0) {
+        console.note("the trace shows credentials and cookies as they are sent");
+        trace.emplace(console.errIsTerminal());
+    }
+    session.Host.onWarning([&](const vantik::Message& message) {
+        if (message.identifier() == "VANTIK:webservices:PartialFileWarning")
+            session.Partial = message; // reported as a failure once the exchange is over
+        else
+            console.warning(message);
+    });
+    if (settings.MaxTime)
+        session.limitTime(*settings.MaxTime);
+    return runTransfer(session, settings, console);
+}
+
+// The exit status of `operation`; what it raises is reported.
+template <class Operation>
+int reported(const Console& console, Circumstances circumstances, const Session* session, Operation operation) {
+    vantik::Message message;
+    try {
+        return operation();
+    } catch (const vantik::Interrupted& interrupted) {
+        message = interrupted.message();
+        circumstances.Interrupted = true;
+        circumstances.StoppedByProgram = interrupted.byProgram();
+    } catch (const vantik::Failure& failure) {
+        message = failure.message();
+    } catch (const std::bad_alloc&) {
+        message = cliMessage(failure::kFailure, {"memory"}, "out of memory");
+    } catch (const std::exception& exception) {
+        message = cliMessage(failure::kFailure, {exception.what()}, exception.what());
+    }
+    circumstances.Signal = signalSeen();
+    if (session != nullptr) {
+        circumstances.MaxTimeElapsed = session->timeIsOver();
+        circumstances.MaxTimeSeconds = session->MaxTimeSeconds;
+    }
+    const Verdict verdict = judge(message, circumstances);
+    console.failure(verdict);
+    return verdict.Status;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Console console;
+    console.configure(ColorChoice::Auto, wantsJsonErrors(argc, argv));
+    ParseResult parsed;
+    const int parseStatus = reported(console, {}, nullptr, [&] {
+        parsed = parseCommandLine(argc, argv);
+        return int{kExitDone};
+    });
+    if (parseStatus != kExitDone)
+        return parseStatus;
+    console.configure(parsed.Wanted.Color, parsed.Wanted.JsonErrors);
+    if (parsed.Help) {
+        console.print(*parsed.Help);
+        return kExitDone;
+    }
+    wipeSecrets(argc, argv, parsed.Secrets);
+
+    std::optional<TraceOutput> trace;
+    std::unique_ptr<Session> session;
+    int status = kExitFailure;
+    std::optional<SignalScope> signals;
+    status = reported(console, {}, nullptr, [&] {
+        session = std::make_unique<Session>();
+        signals.emplace(session->Host);
+        return int{kExitDone};
+    });
+    if (status == kExitDone)
+        status =
+            reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Wanted, console, trace); });
+
+    // Taking the handles down waits for a name lookup that is still under way, longer than a person who pressed Ctrl-C
+    // or set a limit wants to wait. The system takes back everything.
+    if (status == kExitInterrupted || status == kExitTerminated || status == kExitTimeout)
+        _exit(status);
+    return status;
+}

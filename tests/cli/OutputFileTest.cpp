@@ -1,0 +1,130 @@
+#include "cli/OutputFile.h"
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "vantik/Failure.h"
+
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using netrove::cli::OutputFile;
+using testsupport::readFile;
+using testsupport::TemporaryFolder;
+using testsupport::writeFile;
+
+std::size_t entries(const TemporaryFolder& folder) {
+    const auto range = std::filesystem::directory_iterator(folder.path());
+    return static_cast<std::size_t>(std::distance(begin(range), end(range)));
+}
+
+std::string identifierOf(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const vantik::Failure& failure) {
+        return failure.identifier();
+    }
+    return {};
+}
+
+void put(const OutputFile& file, const std::string& text) {
+    ASSERT_EQ(write(file.descriptor(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+TEST(OutputFile, TheNameAppearsWithTheWholeContent) {
+    const TemporaryFolder folder;
+    const std::string target = folder.file("page.html");
+    {
+        OutputFile file(target, false);
+        put(file, "content");
+        EXPECT_EQ(file.size(), 7u);
+        EXPECT_FALSE(std::filesystem::exists(target));
+        EXPECT_EQ(std::filesystem::path(file.temporaryName()).parent_path().string(), folder.path());
+        file.keep();
+    }
+    EXPECT_EQ(readFile(target), "content");
+    EXPECT_EQ(entries(folder), 1u);
+}
+
+TEST(OutputFile, WhatIsNotKeptLeavesNothing) {
+    const TemporaryFolder folder;
+    {
+        OutputFile file(folder.file("page.html"), false);
+        put(file, "half");
+        EXPECT_EQ(entries(folder), 1u);
+    }
+    EXPECT_EQ(entries(folder), 0u);
+}
+
+TEST(OutputFile, TemporaryNamesDiffer) {
+    const TemporaryFolder folder;
+    const OutputFile one(folder.file("x"), false);
+    const OutputFile two(folder.file("x"), false);
+    EXPECT_NE(one.temporaryName(), two.temporaryName());
+}
+
+TEST(OutputFile, AFileThatIsThereIsNotReplacedUnasked) {
+    const TemporaryFolder folder;
+    writeFile(folder.file("old"), "old");
+    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("old"), false); }), "NETROVE:cli:FileExists");
+    std::filesystem::create_symlink("nowhere", folder.file("dangling"));
+    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("dangling"), false); }), "NETROVE:cli:FileExists");
+    EXPECT_EQ(readFile(folder.file("old")), "old");
+}
+
+TEST(OutputFile, AFileThatCameMeanwhileIsNotReplacedEither) {
+    const TemporaryFolder folder;
+    OutputFile file(folder.file("page"), false);
+    put(file, "mine");
+    writeFile(folder.file("page"), "theirs");
+    EXPECT_EQ(identifierOf([&] { file.keep(); }), "NETROVE:cli:FileExists");
+    EXPECT_EQ(readFile(folder.file("page")), "theirs");
+}
+
+TEST(OutputFile, ReplacingKeepsThePermissionsAndTheLink) {
+    const TemporaryFolder folder;
+    writeFile(folder.file("real"), "old");
+    ASSERT_EQ(chmod(folder.file("real").c_str(), 0640), 0);
+    std::filesystem::create_symlink("real", folder.file("link"));
+    OutputFile file(folder.file("link"), true);
+    put(file, "new");
+    EXPECT_EQ(readFile(folder.file("real")), "old");
+    file.keep();
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link")));
+    EXPECT_EQ(readFile(folder.file("real")), "new");
+    struct stat facts {};
+    ASSERT_EQ(stat(folder.file("real").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 07777u, 0640u);
+}
+
+TEST(OutputFile, FoldersAndMissingFoldersAreRefused) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.path(), true); }), "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("no/such"), false); }), "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(identifierOf([&] { OutputFile file("", false); }), "NETROVE:cli:FileNotWritten");
+}
+
+TEST(OutputFile, ALongNameStillHasATemporaryOne) {
+    const TemporaryFolder folder;
+    OutputFile file(folder.file(std::string(255, 'n')), false);
+    file.keep();
+    EXPECT_TRUE(std::filesystem::exists(folder.file(std::string(255, 'n'))));
+}
+
+TEST(OutputFile, KindsOfTargetsAreTold) {
+    const TemporaryFolder folder;
+    EXPECT_TRUE(netrove::cli::isSpecialFile("/dev/null"));
+    EXPECT_FALSE(netrove::cli::isSpecialFile(folder.path()));
+    EXPECT_FALSE(netrove::cli::isSpecialFile(folder.file("missing")));
+    EXPECT_TRUE(netrove::cli::isFolder(folder.path()));
+    EXPECT_FALSE(netrove::cli::isFolder(folder.file("missing")));
+}
+
+} // namespace

@@ -1,0 +1,57 @@
+// Runs the built program as a person or a script does, and tells what came of it.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace clitest {
+
+struct Outcome {
+    int Status = -1; // exit status; -1 where a signal ended the program
+    std::string Out; // with a terminal: both streams
+    std::string Err;
+};
+
+struct Surroundings {
+    std::optional<std::string> Input{};               // on standard input; without one it stays open and silent
+    std::map<std::string, std::string> Environment{}; // besides a plain one without any proxy
+    std::string Folder{};                             // to run in
+    bool Terminal = false;                            // standard output and standard error are a terminal
+    int OutDescriptor = -1;                           // standard output goes here and is not collected
+};
+
+// A program that runs. The destructor ends it.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments, const Surroundings& around = {});
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void signal(int number) const;
+    void type(const std::string& text) const; // on its standard input
+    void closeInput();
+    Outcome wait(); // until it has ended
+    // The largest resident size so far. What rusage says would count this process too, as it was at the start.
+    long peakKiB() const;
+
+private:
+    pid_t Process = -1;
+    int Input = -1;
+    std::thread OutReader;
+    std::thread ErrReader;
+    std::string Out;
+    std::string Err;
+};
+
+Outcome run(std::vector<std::string> arguments, const Surroundings& around = {});
+
+// The last line of a text, without its end.
+std::string lastLine(const std::string& text);
+
+} // namespace clitest
