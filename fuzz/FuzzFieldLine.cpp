@@ -1,0 +1,17 @@
+// Field lines and status lines: splitting one never reads beyond it and never invents text.
+#include "fuzz/FuzzScope.h"
+#include "transfer/HttpSyntax.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view line = textOf(data, size);
+    const auto [name, value] = splitFieldLine(line);
+    if (name.size() + value.size() > line.size() || !line.starts_with(name) || !line.ends_with(value)) {
+        std::abort();
+    }
+    if (!line.ends_with(reasonPhraseOf(line))) {
+        std::abort();
+    }
+    return 0;
+}
