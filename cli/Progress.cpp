@@ -125,7 +125,7 @@ void ProgressMeter::finish() {
 void ProgressMeter::draw(Clock::time_point now) {
     State.Elapsed = now - Start;
     NextDraw = now + (Terminal ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval));
-    const std::size_t width = Terminal ? terminalWidth() - 1 : kUsualWidth;
+    const std::size_t width = Terminal ? terminalWidth() - 1 : std::string::npos;
     const std::string text = progressText(Label, State, width);
     const std::string drawn = Terminal ? "\r" + text + "\033[K" : text + "\n";
     Drawn = writeAll(STDERR_FILENO, drawn);

@@ -16,8 +16,15 @@ HTTPConnection::HTTPConnection() : CurlInitializer(newLibCurlInitializer()) {
     }
     // An empty file name starts the cookie engine without reading a file. A new connection begins without cookies; a
     // reopen keeps those it has received.
-    setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_COOKIEFILE), "");
-    setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
+    CURL* easy = Handles->EasyHandle;
+    setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), "");
+    setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
+    // A reset drops the list of cookie files (libcurl 7.88 leaks it), so an engine that has seen no transfer by then
+    // would never start: the cookies of a whole scope would be lost after an open that failed, or after new handles.
+    // Taking the list back and adding a line without a cookie leaves an empty engine that runs from here on, whatever
+    // is reset.
+    setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), nullptr);
+    setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "#");
 }
 
 // The lists go first, as libcurl reads none of them any more. Removing and resetting may still run the trace callback,

@@ -99,6 +99,33 @@ TEST(Login, AStreamedBodyWithBasicAloneNeedsNoChallenge) {
     EXPECT_EQ(record.Bodies.at(0), "streamed");
 }
 
+Surroundings atTerminal() {
+    Surroundings around;
+    around.Terminal = true;
+    around.TerminalInput = true;
+    return around;
+}
+
+TEST(Login, APasswordIsAskedForAndNotShown) {
+    ScriptedServer server({step::expectHead(), step::send(response("in")), step::awaitPeerEnd()});
+    Program program({"get", "-u", "me", "--auth", "basic", server.url()}, atTerminal());
+    program.waitForOutput("Password for user 'me': ");
+    program.type("secret\n");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Out;
+    EXPECT_EQ(outcome.Out, "Password for user 'me': \r\nin");
+    EXPECT_EQ(fieldValue(server.waitUntilDone().Heads.at(0), "Authorization"), kBasic);
+}
+
+TEST(Login, CtrlCInsteadOfAPasswordIsAnInterrupt) {
+    Program program({"get", "-u", "me", "--color", "never", "http://127.0.0.1:1/"}, atTerminal());
+    program.waitForOutput("Password for user 'me': ");
+    program.type("\x03");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 130) << outcome.Out;
+    EXPECT_EQ(lastLine(outcome.Out), "netrove: NETROVE:cli:Interrupted: interrupted\r");
+}
+
 TEST(Login, WithoutAPasswordAndWithoutATerminalItIsWrongUsage) {
     const Outcome outcome = run({"get", "-u", "me", "http://127.0.0.1:1/"});
     EXPECT_EQ(outcome.Status, 2);

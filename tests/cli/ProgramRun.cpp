@@ -52,19 +52,6 @@ std::pair<int, std::string> openTerminal() {
     return {master, name};
 }
 
-void readToEnd(int descriptor, std::string& text) {
-    char buffer[4096];
-    for (;;) {
-        const ssize_t count = read(descriptor, buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0) // a terminal ends with an error
-            break;
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    close(descriptor);
-}
-
 std::vector<std::string> environment(const Surroundings& around) {
     std::map<std::string, std::string> values = {
         {"PATH", "/usr/bin:/bin"}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"}};
@@ -73,6 +60,7 @@ std::vector<std::string> environment(const Surroundings& around) {
             values[name] = value;
     for (const auto& [name, value] : around.Environment)
         values[name] = value;
+    values["ASAN_OPTIONS"] += ":quarantine_size_mb=1"; // freed memory that is kept back would count as used
     std::vector<std::string> result;
     for (const auto& [name, value] : values)
         result.push_back(name + "=" + value);
@@ -111,6 +99,7 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     actions.duplicate(input.Read, 0);
     int out = -1;
     int err = -1;
+    int typed = -1;
     std::vector<int> childEnds = {input.Read};
     if (around.Terminal) {
         const auto [master, name] = openTerminal();
@@ -120,6 +109,12 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
         actions.duplicate(slave, 2);
         childEnds.push_back(slave);
         out = master;
+        if (around.TerminalInput) {
+            // The leader of a session opens a terminal: it becomes the session's own, which is where passwords are
+            // asked for and where Ctrl-C comes from.
+            check(posix_spawn_file_actions_addopen(actions.get(), 0, name.c_str(), O_RDWR, 0), "open");
+            typed = dup(master);
+        }
     } else {
         const Pipe errors;
         actions.duplicate(errors.Write, 2);
@@ -143,13 +138,16 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     for (const int number : {SIGINT, SIGTERM, SIGPIPE})
         sigaddset(&defaults, number);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setflags(
+        &attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | (around.TerminalInput ? POSIX_SPAWN_SETSID : 0)));
     const int result = posix_spawn(&Process, NETROVE_PROGRAM, actions.get(), &attributes, pointers(arguments).data(),
                                    pointers(variables).data());
     posix_spawnattr_destroy(&attributes);
     for (const int end : childEnds)
         close(end);
     Input = input.Write;
+    if (typed >= 0)
+        close(std::exchange(Input, typed));
     if (out >= 0)
         OutReader = std::thread([this, out] { readToEnd(out, Out); });
     if (err >= 0)
@@ -159,6 +157,30 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
         type(*around.Input);
         closeInput();
     }
+}
+
+void Program::readToEnd(int descriptor, std::string& text) {
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+            continue;
+        const std::lock_guard lock(Guard);
+        Changed.notify_all();
+        if (count <= 0) { // a terminal ends with an error
+            OutEnded = OutEnded || &text == &Out;
+            break;
+        }
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    close(descriptor);
+}
+
+void Program::waitForOutput(const std::string& text) {
+    std::unique_lock lock(Guard);
+    Changed.wait(lock, [&] { return OutEnded || Out.find(text) != std::string::npos; });
+    if (Out.find(text) == std::string::npos)
+        throw std::runtime_error("no such output: " + text + "\n" + Out);
 }
 
 Program::~Program() {

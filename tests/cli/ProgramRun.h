@@ -1,7 +1,9 @@
 // Runs the built program as a person or a script does, and tells what came of it.
 #pragma once
 
+#include <condition_variable>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -22,6 +24,7 @@ struct Surroundings {
     std::map<std::string, std::string> Environment{}; // besides a plain one without any proxy
     std::string Folder{};                             // to run in
     bool Terminal = false;                            // standard output and standard error are a terminal
+    bool TerminalInput = false;                       // …and standard input too, of a login of its own
     int OutDescriptor = -1;                           // standard output goes here and is not collected
 };
 
@@ -36,7 +39,8 @@ public:
     void signal(int number) const;
     void type(const std::string& text) const; // on its standard input
     void closeInput();
-    Outcome wait(); // until it has ended
+    void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
+    Outcome wait();                              // until it has ended
     // The largest resident size so far. What rusage says would count this process too, as it was at the start.
     long peakKiB() const;
 
@@ -45,8 +49,13 @@ private:
     int Input = -1;
     std::thread OutReader;
     std::thread ErrReader;
+    std::mutex Guard; // of what follows
+    std::condition_variable Changed;
+    bool OutEnded = false;
     std::string Out;
     std::string Err;
+
+    void readToEnd(int descriptor, std::string& text);
 };
 
 Outcome run(std::vector<std::string> arguments, const Surroundings& around = {});

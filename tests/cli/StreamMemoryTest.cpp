@@ -30,8 +30,6 @@ protected:
     Surroundings around() const {
         Surroundings result;
         result.Folder = Folder.path();
-        // An address sanitizer keeps freed memory back, which would be counted.
-        result.Environment["ASAN_OPTIONS"] = "quarantine_size_mb=1";
         return result;
     }
 

@@ -263,8 +263,9 @@ TEST_F(ContentToStream, WhatTheStreamHeldBeforeStaysInFront) {
 }
 
 TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
+    constexpr std::int64_t GiB = std::int64_t{1} << 30;
     for (const std::int64_t announced :
-         {std::int64_t{-1}, std::int64_t{0}, std::int64_t{1} << 40, std::numeric_limits<std::int64_t>::max()}) {
+         {std::int64_t{-1}, std::int64_t{0}, GiB + 1, 2 * GiB, 1024 * GiB, std::numeric_limits<std::int64_t>::max()}) {
         respond(200, "small");
         Connection.ResponseContentLength = announced;
         willPerform({[] { return 0; }});

@@ -289,6 +289,19 @@ TEST_F(CopierRead, BehindAFailureOfAnotherCallbackTheUploadIsAborted) {
     Connection.EscapedFailure = nullptr;
 }
 
+// A level below 0 is not 0 and not 1.
+TEST_F(CopierRead, TraceOfANegativeLevelTellsOnlyWhatIsReceived) {
+    setPayload("abc");
+    const InterruptibleStreamCopier copier(Connection);
+    Connection.Debug = -1;
+    const StandardOutputCapture output;
+    std::string given;
+    Curl.callRead(given, 10);
+    Curl.callWrite("abcd");
+    EXPECT_EQ(output.text(), "RECEIVING 4 BYTES\n");
+    Connection.Debug = 0;
+}
+
 TEST_F(CopierSeek, OffersContentInMemoryAgain) {
     setPayload("0123456789");
     const InterruptibleStreamCopier copier(Connection);

@@ -131,6 +131,7 @@ TEST_F(ProgressReporterCallTest, WhatTheReporterRaisesPasses) {
 TEST_F(ProgressReporterCallTest, CountIsAUInt64ScalarBesideTheReporter) {
     std::vector<vantik::Array> seen;
     vantik::HostClass("test.keeping.Reporter")
+        .derivesFrom("vantik.net.http.internal.ProgressReporter")
         .method("update",
                 [&](std::span<const vantik::Array> inputs) {
                     EXPECT_EQ(inputs.size(), 2U);
@@ -144,14 +145,61 @@ TEST_F(ProgressReporterCallTest, CountIsAUInt64ScalarBesideTheReporter) {
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].className(), "uint64");
     EXPECT_THAT(seen[0].dimensions(), ElementsAre(1U, 1U));
+}
 
-    // A count that the reporter has kept stays what it was.
-    call.update(20);
-    call.update(30);
-    ASSERT_EQ(seen.size(), 3U);
-    EXPECT_EQ(seen[0].unsignedInteger(), 10U);
-    EXPECT_EQ(seen[1].unsignedInteger(), 20U);
-    EXPECT_EQ(seen[2].unsignedInteger(), 30U);
+// A reporter on the class system itself, which keeps handles on the very contents that it is given. (Callables of the
+// embedding API get scalars of their own.)
+class KeepingUpdate : public vcos::COSMethodBase {
+public:
+    KeepingUpdate(vcos::InternedName className, std::vector<HostArray>& kept)
+        : COSMethodBase(className, vcos::internal::makeInterned("update"), vcos::MemberAccess::Public, ""), Kept(kept) {
+    }
+
+    void invoke(int&, vcos::COSValue* results, int, const vcos::COSValue* inputs) override {
+        Kept.emplace_back(vxCreateSharedDataCopy(reinterpret_cast<vxArray_tag*>(inputs[1].Bits)));
+        vxSetArrayScope(Kept.back().get(), vxPERSISTENT_SCOPE);
+        results[0].Bits = reinterpret_cast<std::uint64_t>(vxCreateNumericMatrix(1, 1, vxUINT8_CLASS, vxREAL));
+        *static_cast<std::uint8_t*>(vxGetData(reinterpret_cast<vxArray_tag*>(results[0].Bits))) = 1;
+    }
+
+private:
+    std::vector<HostArray>& Kept;
+};
+
+class KeepingReporter : public vcos::COSClassInfo {
+public:
+    explicit KeepingReporter(std::vector<HostArray>& kept) : Kept(kept) {}
+    std::string getName() const override { return "Reporter"; }
+    void defineClass(vcos::COSClass& definition) override {
+        definition.addMethod(new KeepingUpdate(definition.getFullName(), Kept));
+    }
+    void* createInstance() override { return this; }
+    void destroyInstance(void*) override {}
+    bool isHandle() const override { return true; }
+    bool isConstructible() const override { return true; }
+
+private:
+    std::vector<HostArray>& Kept;
+};
+
+class KeepingPackage : public vcos::COSNamespaceInfo {
+public:
+    std::string getName() const override { return "keeping"; }
+};
+
+TEST_F(ProgressReporterCallTest, CountThatAReporterHasKeptStaysWhatItWas) {
+    std::vector<HostArray> kept;
+    vcos::COSPackage::addNamespace(new KeepingPackage);
+    vcos::COSPackage::getNamespace(vcos::internal::makeInterned("keeping"))->addClass(new KeepingReporter(kept), 0, 2);
+    const vantik::Object reporter = host().create("keeping.Reporter");
+    ProgressReporterCall call(handleOf(reporter));
+    for (const std::uint64_t bytes : {10U, 20U, 30U}) {
+        call.update(bytes);
+    }
+    ASSERT_EQ(kept.size(), 3U);
+    EXPECT_EQ(vxGetScalar(kept[0].get()), 10.0);
+    EXPECT_EQ(vxGetScalar(kept[1].get()), 20.0);
+    EXPECT_EQ(vxGetScalar(kept[2].get()), 30.0);
 }
 
 TEST_F(ProgressReporterCallTest, UpdatesLeaveNoArrayBehind) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,6 +71,9 @@ struct Record {
 };
 
 enum class Pace { Whole, SingleBytes };
+inline void PrintTo(Pace pace, std::ostream* stream) { // for GoogleTest
+    *stream << (pace == Pace::Whole ? "whole" : "in single bytes");
+}
 
 struct ServerState;
 

@@ -207,8 +207,10 @@ TEST_F(EscapedFailureTest, FailureDuringTheRemovalFailsTheOpen) {
         curl.callRequestHead("word\r\n");
         return CURLM_OK;
     };
+    curl.clear();
     EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
     EXPECT_FALSE(connection.Opened);
+    EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle")); // at once, before anything else is done
     curl.OnRemoveHandle = nullptr;
     connection.openConnection();
     EXPECT_TRUE(connection.Opened);

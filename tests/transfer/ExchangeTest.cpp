@@ -127,6 +127,26 @@ TEST_F(ExchangeTest, CookiesAreSentAgainOnAReopen) {
     EXPECT_THAT(*cookie, ::testing::AllOf(::testing::HasSubstr("a=1"), ::testing::HasSubstr("b=2")));
 }
 
+// A reset comes before the first transfer of the new handle, as each open but the first of a scope makes one.
+TEST_F(ExchangeTest, CookiesAreKeptOnNewHandlesToo) {
+    const ScriptedServer server(Script{step::expectHead(), step::send(response("", {"Set-Cookie: a=1"})),
+                                       step::expectHead(), step::send(response(""))});
+    connection.Handles->EasyHandleAttached = true;
+    HTTPConnection::closeAllConnections();
+    HTTPConnection fresh;
+    fresh.HTTPOptionsMode = true;
+    for (int i = 0; i < 2; ++i) {
+        open(fresh, wide(server.url()));
+        fresh.setRequestMethod("GET");
+        std::ostringstream content;
+        fresh.copyContentToStream(content, true);
+        fresh.closeConnection();
+    }
+    const auto heads = server.waitUntilDone().Heads;
+    EXPECT_FALSE(fieldValue(heads.at(0), "Cookie"));
+    EXPECT_EQ(fieldValue(heads.at(1), "Cookie"), "a=1");
+}
+
 TEST_F(ExchangeTest, ProxyFieldIsForOneSendOnly) {
     const ScriptedServer proxy(Script{step::expectHead(),
                                       step::send(response("", {"WWW-Authenticate: Other"}, "401 No")),
