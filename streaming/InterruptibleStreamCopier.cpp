@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -24,7 +25,13 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     setOption(easy, CURL_NAMED(CURLOPT_READDATA), this);
     setOption(easy, CURL_NAMED(CURLOPT_SEEKFUNCTION), &seekCallback);
     setOption(easy, CURL_NAMED(CURLOPT_SEEKDATA), this);
-    ReceiveBuffer.reserve(ReceiveReservation); // last: a refused option grows no buffer
+    // Last: a refused option grows no buffer and takes nothing from the copier of the request before. One perform may
+    // deliver far more than the reservation, so a buffer that has grown is worth more than a new one.
+    if (connection.Copier.use_count() == 1) { // nobody drains it any more
+        ReceiveBuffer = std::move(connection.Copier->ReceiveBuffer);
+        ReceiveBuffer.clear();
+    }
+    ReceiveBuffer.reserve(ReceiveReservation);
 }
 
 // Never refuses bytes and never pauses: what libcurl has read stays here until receiveResponse drains it.

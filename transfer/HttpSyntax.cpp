@@ -1,11 +1,16 @@
 #include "transfer/HttpSyntax.h"
 
-#include <boost/algorithm/string/predicate.hpp>
-
+#include <algorithm>
 #include <locale>
 
 bool equalIgnoringCase(std::string_view left, std::string_view right) {
-    return boost::algorithm::iequals(left, right, std::locale());
+    if (left.size() != right.size()) {
+        return false;
+    }
+    const std::locale locale;
+    const auto& letters = std::use_facet<std::ctype<char>>(locale); // once: looking it up costs more than comparing
+    return std::equal(left.begin(), left.end(), right.begin(),
+                      [&](char one, char other) { return letters.toupper(one) == letters.toupper(other); });
 }
 
 std::pair<std::string, std::string> splitFieldLine(std::string_view line) {
