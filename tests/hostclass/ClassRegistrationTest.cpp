@@ -23,19 +23,6 @@ protected:
     }
 };
 
-// The identifier and the first argument of what registering raises.
-std::pair<std::string, resource_core::MsgArgument> registrationFailure() {
-    try {
-        VKInitialize_netrove();
-    } catch (const foundation::core::except::IMsgIDException& failure) {
-        return {failure.get_error_id(), failure.msg_id().arguments().at(0)};
-    }
-    return {"none", std::string()};
-}
-
-const std::pair<std::string, resource_core::MsgArgument> kConsumerMissing = {
-    "VANTIK:legacy_two_part:undefinedVarOrClass", std::string(kConsumerName)};
-
 } // namespace
 
 TEST_F(Registration, MakesThePackagesAndTheClass) {
@@ -67,26 +54,6 @@ TEST_F(Registration, ChildIsMadeUnderItsShortName) {
     EXPECT_EQ(NetroveNamespace("fresh").getName(), "fresh");
 }
 
-TEST_F(Registration, WithASystemForEachScopeEveryCallRegisters) {
-    VKInitialize_netrove();
-    vcos::COSClass* first = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass));
-    ASSERT_TRUE(scope().Classes.removeClass(kAdapterClass));
-    VKInitialize_netrove();
-    EXPECT_NE(first, nullptr);
-    EXPECT_TRUE(hasClass());
-    EXPECT_NO_THROW(VKInitialize_netrove()); // over itself
-    EXPECT_TRUE(hasClass());
-}
-
-TEST_F(Registration, MissingHostClassIsNamedAndALaterCallSucceeds) {
-    ASSERT_TRUE(scope().Classes.removeClass(kConsumerName));
-    EXPECT_EQ(registrationFailure(), kConsumerMissing);
-    EXPECT_FALSE(hasClass());
-    vantik::HostClass(kConsumerName).defineIn(host());
-    VKInitialize_netrove();
-    EXPECT_TRUE(hasClass());
-}
-
 TEST_F(Registration, MissingHostClassLeavesTheDefinitionUpToTheLastPropertyAdded) {
     ASSERT_TRUE(scope().Classes.removeClass(kConsumerName));
     RecordingClass definition(vcos::internal::makeInterned("a.b.C"));
@@ -95,47 +62,6 @@ TEST_F(Registration, MissingHostClassLeavesTheDefinitionUpToTheLastPropertyAdded
     ASSERT_EQ(definition.Properties.size(), 23u);
     EXPECT_EQ(*definition.Properties.back()->getName(), "Provider");
     EXPECT_TRUE(definition.Methods.empty());
-}
-
-TEST_F(Registration, TerminateLeavesTheClass) {
-    VKInitialize_netrove();
-    VKTerminate_netrove();
-    EXPECT_TRUE(hasClass());
-}
-
-// The once flag belongs to the process, so these tests run in processes of their own.
-class RegistrationDeathTest : public Registration {
-protected:
-    RegistrationDeathTest() {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        scope().RegistersPerScope = false;
-    }
-    [[noreturn]] static void leave(bool asExpected) { std::_Exit(asExpected ? 0 : 1); }
-};
-
-TEST_F(RegistrationDeathTest, WithOneSystemForAllASecondCallDoesNothing) {
-    EXPECT_EXIT(
-        {
-            VKInitialize_netrove();
-            const bool registered = hasClass();
-            scope().Classes.removeClass(kAdapterClass);
-            VKInitialize_netrove();
-            leave(registered && !hasClass());
-        },
-        testing::ExitedWithCode(0), "");
-}
-
-TEST_F(RegistrationDeathTest, WithOneSystemForAllAFailureLeavesLaterCallsFreeToTryAgain) {
-    EXPECT_EXIT(
-        {
-            scope().Classes.removeClass(kConsumerName);
-            const bool failed = registrationFailure() == kConsumerMissing;
-            const bool failedAgain = registrationFailure() == kConsumerMissing;
-            vantik::HostClass(kConsumerName).defineIn(host());
-            VKInitialize_netrove();
-            leave(failed && failedAgain && hasClass());
-        },
-        testing::ExitedWithCode(0), "");
 }
 
 namespace {
