@@ -66,6 +66,48 @@ TEST_F(ExchangeTest, ConnectionIsReusedAndStillTimesOut) {
     EXPECT_EQ(server.connectionCount(), 1u);
 }
 
+// Before the first perform libcurl has no descriptor and no timer to wait for, so the wait with which the pump for
+// content begins gives nothing: it must not cost a pause.
+TEST_F(ExchangeTest, WaitBeforeTheFirstPerformIsEmptyAndCostsNoPause) {
+    const ScriptedServer server(Script{step::expectHead(), step::expectBody(4), step::send(response("taken"))});
+    begin(server.url(), "PUT");
+    connection.addField("Content-Length", "4");
+    connection.addField("Expect", "");
+    connection.Payload = {'b', 'o', 'd', 'y'};
+    int ready = -1;
+    EXPECT_EQ(connection.wait(1000, ready), CURLM_OK);
+    EXPECT_EQ(ready, 0);
+    curl.clear();
+    EXPECT_EQ(receive(), "taken");
+    const std::vector<std::string> steps =
+        curl.texts({CurlFunction::MultiWait, CurlFunction::Pause, CurlFunction::MultiPerform});
+    ASSERT_GE(steps.size(), 2u);
+    EXPECT_EQ(steps[0], "curl_multi_wait 1000");
+    EXPECT_EQ(steps[1], "curl_multi_perform");
+}
+
+// libcurl traces that it gives a connection up while the handle is removed: the connection object that the trace
+// callback names must still be alive then, and the handles must serve the next one.
+TEST_F(ExchangeTest, RunningTransferMayBeDestroyedWithTheTraceOn) {
+    const ScriptedServer server(std::vector<Script>{
+        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\npart"), step::awaitPeerEnd()},
+        {step::expectHead(), step::send(response("next"))}});
+    const StandardOutputCapture output;
+    {
+        HTTPConnection abandoned;
+        abandoned.HTTPOptionsMode = true;
+        abandoned.Debug = 1;
+        abandoned.setURL(wide(server.url()));
+        abandoned.openConnection();
+        abandoned.sendRequest();
+        EXPECT_EQ(abandoned.ResponseCode, 200);
+    }
+    EXPECT_THAT(output.text(), ::testing::EndsWith("DESTROYING HTTPCONNECTION\n"));
+    EXPECT_THAT(output.text(), ::testing::ContainsRegex("IN INFO [^\n]*[Cc]losing connection"));
+    begin(server.url());
+    EXPECT_EQ(receive(), "next");
+}
+
 TEST_F(ExchangeTest, RedirectIsReportedAndNotFollowed) {
     const ScriptedServer server(
         Script{step::expectHead(), step::send(response("", {"Location: ../x?y"}, "302 Found"))});
