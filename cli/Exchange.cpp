@@ -107,6 +107,8 @@ Response Exchange::send() {
 }
 
 Response Exchange::readHead(const Request& request) {
+    // Sends first: the status line's version is that of the request as sent, and the class takes it before it sends.
+    State.Connection.get("ResponseCode");
     const std::vector<vantik::Array> line = State.Connection.call("getStatusLine", std::span<const vantik::Array>(), 3);
     if (Upload && request.Body)
         Upload->finish();
