@@ -8,12 +8,16 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cppmicroservices::detail {
 
 // One registration. All but the flag is fixed once it is built, so it needs no lock.
 struct RegisteredService {
+    RegisteredService(InterfaceMapConstPtr objects, ServiceProperties properties, long id, int ranking)
+        : Objects(std::move(objects)), Properties(std::move(properties)), Id(id), Ranking(ranking) {}
+
     InterfaceMapConstPtr Objects;
     ServiceProperties Properties;
     long Id;
