@@ -42,7 +42,7 @@ void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
             if (useStream) {
                 reserveFor(stream, ResponseContentLength);
             }
-            const std::shared_ptr<InterruptibleStreamCopier> copier = Copier; // a consumer may start another send
+            const std::shared_ptr copier = Copier; // held: a consumer may start another send
             copier->receiveResponse(useStream ? &stream : nullptr);
             traceLine(Debug, "CLOSING");
         } catch (const webservices::HTTPException&) {

@@ -2,6 +2,7 @@
 
 #include "streaming/HostObjectCall.h"
 #include "transfer/HTTPConnection.h"
+#include "transfer/MonotonicTime.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 namespace {
 
 constexpr std::size_t ReceiveReservation = 16384;
+constexpr int PumpWaitMs = 1000; // does not follow the timeouts
 
 } // namespace
 
@@ -107,4 +109,22 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
         callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
     }
     return CURL_SEEKFUNC_OK;
+}
+
+// The wait with which a pass of a pump begins. Repeated empty waits pause, so that a pump does not spin while libcurl
+// has no descriptors; the timeout is checked behind an empty wait only.
+void InterruptibleStreamCopier::awaitActivity(int& emptyWaits) {
+    int ready = 0;
+    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
+    if (waited != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_wait", waited, "");
+    }
+    if (ready != 0) {
+        emptyWaits = 0;
+        return;
+    }
+    if (++emptyWaits > 1) {
+        interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
+    }
+    Connection->checkTimeout(NOT_A_TIME, false);
 }

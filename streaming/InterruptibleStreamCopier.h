@@ -2,7 +2,7 @@
 // only move bytes between libcurl and memory held here; host objects are called by the two pumps, between two performs.
 //
 // Where the operations are:
-//   InterruptibleStreamCopier.cpp          construction, the callbacks
+//   InterruptibleStreamCopier.cpp          construction, the callbacks, the wait of both pumps
 //   InterruptibleStreamCopierSend.cpp      sendRequest, the pump for request content
 //   InterruptibleStreamCopierReceive.cpp   receiveResponse, the pump for response content
 #pragma once
@@ -55,8 +55,10 @@ private:
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
 
+    // both pumps
+    void awaitActivity(int& emptyWaits);
+
     // sendRequest
-    void awaitSending(int& count);
     bool refill(HostArray& lastArray);
     void resumeReading();
     void withdrawOffer() noexcept;

@@ -17,7 +17,6 @@ using namespace matrix::detail::noninlined::vx_array_api;
 namespace {
 
 constexpr std::uint64_t LargestPiece = 16384;
-constexpr int PumpWaitMs = 1000; // does not follow the timeouts
 
 } // namespace
 
@@ -96,19 +95,7 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
 }
 
 void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
-    int ready = 0;
-    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
-    if (waited != CURLM_OK) {
-        throwCurlMultiCodeError("curl_multi_wait", waited, "");
-    }
-    if (ready != 0) {
-        receiver.Idle = 0;
-    } else {
-        if (++receiver.Idle > 1) {
-            interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
-        }
-        Connection->checkTimeout(NOT_A_TIME, false);
-    }
+    awaitActivity(receiver.Idle);
     tracePerform(Connection->Debug, "READER");
     const CURLMcode performed = Connection->perform(receiver.Running);
     if (performed != CURLM_OK) {

@@ -13,7 +13,6 @@ using namespace matrix::detail::noninlined::vx_array_api;
 namespace {
 
 constexpr std::uint64_t DefaultProviderBuffer = 16384;
-constexpr int PumpWaitMs = 1000; // does not follow the timeouts
 
 } // namespace
 
@@ -41,7 +40,7 @@ void InterruptibleStreamCopier::sendRequest() {
     int count = 0;
     do {
         if (!ReadPaused) { // a paused upload has nothing to wake for: refill it first
-            awaitSending(count);
+            awaitActivity(count);
         }
         if (!refill(lastArray)) {
             break;
@@ -60,22 +59,6 @@ void InterruptibleStreamCopier::sendRequest() {
             progress.update(TotalSent);
         }
     } while (count != 0);
-}
-
-void InterruptibleStreamCopier::awaitSending(int& count) {
-    int ready = 0;
-    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
-    if (waited != CURLM_OK) {
-        throwCurlMultiCodeError("curl_multi_wait", waited, "");
-    }
-    if (ready != 0) {
-        count = 0;
-        return;
-    }
-    if (++count > 1) {
-        interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
-    }
-    Connection->checkTimeout(NOT_A_TIME, false);
 }
 
 // Asks the provider for more once its last array is used up. False: there is nothing left to offer.

@@ -40,8 +40,7 @@ void HTTPConnection::sendAndWait() {
         }
         const bool hasBody = !Payload.empty() || Provider != nullptr;
         Copier = std::make_shared<InterruptibleStreamCopier>(*this);
-        const std::shared_ptr<InterruptibleStreamCopier> copier =
-            Copier; // a provider may start another send from within
+        const std::shared_ptr copier = Copier; // held: a provider may start another send from within
         if (hasBody) {
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
             traceLine(Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
