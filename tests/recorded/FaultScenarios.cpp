@@ -1,0 +1,198 @@
+#include "tests/recorded/FaultScenarios.h"
+
+#include "embedded/Scope.h"
+#include "hostclass/ModuleEntry.h"
+#include "tests/support/HostFixture.h"
+#include "tests/support/ScriptedObjects.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/WireText.h"
+#include "vantik/Host.h"
+
+#include <optional>
+#include <utility>
+
+namespace testsupport {
+namespace {
+
+using vantik::Array;
+using vantik::Object;
+
+// A scope with the class in it; the one before is current again when it ends.
+struct FreshScope {
+    FreshScope() { VKInitialize_netrove(); }
+    Object makeAdapter() { return Program.create(AdapterClass, {true}); }
+
+    vantik::Host Program;
+    vantik::detail::ScopeEntry Entry{Program.scope()};
+};
+
+Script answers(const std::vector<std::string>& responses) {
+    Script script;
+    for (const std::string& text : responses) {
+        script.push_back(step::expectHead());
+        script.push_back(step::send(text));
+    }
+    return script;
+}
+
+// What a program sees: "VANTIK:webservices:InternalError(text)", or the text of an exception without an identifier.
+std::string failureSeen(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const vantik::Failure& failure) {
+        return describe(failure.message());
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "nothing";
+}
+
+// Whatever happened in the scope before, a new object has to be good for a plain exchange.
+std::string tryPlainGet(FreshScope& scope) {
+    const ScriptedServer server(answers({response("good")}));
+    std::string bytes;
+    const std::string failure = failureSeen([&] {
+        const Object connection = scope.makeAdapter();
+        connection.set("URL", server.url("/"));
+        connection.call("openConnection");
+        bytes = receiveBytes(connection);
+        connection.call("closeConnection");
+    });
+    return failure == "nothing" && bytes == "good" ? "usable" : failure + ", content '" + bytes + "'";
+}
+
+// What an exchange works with: the scope, and what it may leave for the run's record.
+struct Stage {
+    FreshScope Scope;
+    std::optional<ScriptedConsumer> Consumer;
+    std::string Outcome;
+};
+
+PlayedRun play(std::vector<Script> scripts, const std::function<void(CurlInterposer&)>& arm,
+               const std::function<void(Stage&, const ScriptedServer&, const std::function<void()>& start)>& exchange) {
+    PlayedRun run;
+    const std::size_t arraysBefore = vantik::Host::liveArrays();
+    {
+        const ScriptedServer server(std::move(scripts));
+        Stage stage;
+        {
+            CurlInterposer curl;
+            run.Failure = failureSeen([&] {
+                exchange(stage, server, [&] {
+                    curl.clear();
+                    arm(curl);
+                });
+            });
+            run.Calls = curl.calls();
+        }
+        run.Outcome = stage.Outcome;
+        if (stage.Consumer) {
+            for (const std::string& call : (*stage.Consumer)->Calls) {
+                run.ConsumerCalls += (run.ConsumerCalls.empty() ? "" : " ") + call.substr(0, call.find(' '));
+            }
+            stage.Consumer.reset();
+        }
+        run.ScopeAfterwards = tryPlainGet(stage.Scope);
+    }
+    run.ArraysLeft = vantik::Host::liveArrays() - arraysBefore;
+    return run;
+}
+
+PlayedRun getTwice(const std::function<void(CurlInterposer&)>& arm) {
+    return play({answers({response("one", {"Location: /next"}), response("two")})}, arm,
+                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    start();
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    for (int i = 0; i < 2; ++i) {
+                        connection.call("openConnection");
+                        stage.Outcome += receiveBytes(connection) + ' ';
+                    }
+                    stage.Outcome += connection.get("RedirectURL").text().empty() ? "no redirect" : "redirect";
+                    connection.call("closeConnection");
+                });
+}
+
+PlayedRun putFromMemory(const std::function<void(CurlInterposer&)>& arm) {
+    return play({{step::expectHead(), step::continueIfExpected(), step::expectBody(3), step::send(response("stored"))}},
+                arm, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    start();
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    connection.call("openConnection");
+                    connection.set("RequestMethod", "PUT");
+                    connection.set("Payload", Array::bytes("abc"));
+                    connection.call("setFields",
+                                    {Array::structures(
+                                        {"Name", "Value"},
+                                        {{"Content-Length", "3"}, {"Cookie", "a=1"}, {"Proxy-Connection", "close"}})});
+                    stage.Outcome = receiveBytes(connection) + ' ' +
+                                    std::to_string(fieldTexts(connection.call("getRequestFields")).size()) +
+                                    " fields, " + resultTexts(connection, "getStatusLine", 3)[1];
+                    connection.call("closeConnection");
+                });
+}
+
+PlayedRun streamBothWays(const std::function<void(CurlInterposer&)>& arm) {
+    return play(
+        {{step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(), step::send(response("received"))}},
+        arm, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+            const ScriptedProvider provider = makeScriptedProvider(stage.Scope.Program, "content");
+            stage.Consumer = makeScriptedConsumer(stage.Scope.Program);
+            const ScriptedReporter reporter = makeScriptedReporter(stage.Scope.Program);
+            start();
+            const Object connection = stage.Scope.makeAdapter();
+            connection.set("URL", server.url("/"));
+            connection.call("openConnection");
+            connection.set("RequestMethod", "PUT");
+            connection.set("Provider", provider);
+            connection.set("Consumer", *stage.Consumer);
+            connection.set("ProgressReporter", reporter);
+            stage.Outcome = receiveBytes(connection);
+            connection.call("closeConnection");
+        });
+}
+
+PlayedRun saveToFile(const std::function<void(CurlInterposer&)>& arm) {
+    const TemporaryFolder folder;
+    return play({answers({response("saved")})}, arm,
+                [&](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    start();
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    connection.call("openConnection");
+                    connection.call("copyContentToFile", {folder.file("saved")});
+                    stage.Outcome = readFile(folder.file("saved"));
+                    connection.call("closeConnection");
+                });
+}
+
+PlayedRun renewHandles(const std::function<void(CurlInterposer&)>& arm) {
+    return play({answers({response("old")}), answers({response("new")})}, arm,
+                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    connection.call("openConnection");
+                    stage.Outcome = receiveBytes(connection) + ' ';
+                    connection.call("closeConnection");
+                    start();
+                    connection.call("closeAllConnections");
+                    connection.call("openConnection");
+                    stage.Outcome += receiveBytes(connection);
+                    connection.call("closeConnection");
+                });
+}
+
+} // namespace
+
+const std::vector<Scenario>& faultScenarios() {
+    static const std::vector<Scenario> scenarios = {{"GetTwice", getTwice},
+                                                    {"PutFromMemory", putFromMemory},
+                                                    {"StreamBothWays", streamBothWays},
+                                                    {"SaveToFile", saveToFile},
+                                                    {"RenewHandles", renewHandles}};
+    return scenarios;
+}
+
+} // namespace testsupport

@@ -1,0 +1,32 @@
+// Whole exchanges that are run again and again while one call after the other is made to fail.
+#pragma once
+
+#include "tests/support/CurlInterposer.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+// One run of a scenario, in a scope of its own.
+struct PlayedRun {
+    std::string Failure = "nothing"; // "VANTIK:webservices:InternalError(text)", "nothing"
+    std::string Outcome;             // what the scenario has to tell of a run without a failure
+    std::vector<CurlCall> Calls;     // libcurl calls of the exchange, up to its failure or its end
+    std::string ConsumerCalls;       // what the consumer saw, if the scenario has one: "start put close"
+    std::string ScopeAfterwards;     // "usable", or what a plain GET of the same scope then failed with
+    std::size_t ArraysLeft = 0;      // host arrays that live on behind the scope
+};
+
+struct Scenario {
+    const char* Name;
+    // Runs the exchange. `arm` is called once everything that does not belong to it has been prepared.
+    PlayedRun (*Play)(const std::function<void(CurlInterposer&)>& arm);
+};
+
+// A GET and a reopened GET of one object; an upload from memory; an upload from a provider into a consumer with a
+// reporter; content saved to a file; new handles for the scope.
+const std::vector<Scenario>& faultScenarios();
+
+} // namespace testsupport
