@@ -44,6 +44,8 @@ std::string failureSeen(const std::function<void()>& action) {
         return describe(failure.message());
     } catch (const std::exception& failure) {
         return failure.what();
+    } catch (int) {
+        return "an unknown exception";
     }
     return "nothing";
 }
@@ -69,7 +71,7 @@ struct Stage {
     std::string Outcome;
 };
 
-PlayedRun play(std::vector<Script> scripts, const std::function<void(CurlInterposer&)>& arm,
+PlayedRun play(std::vector<Script> scripts, const FaultInjection& faults,
                const std::function<void(Stage&, const ScriptedServer&, const std::function<void()>& start)>& exchange) {
     PlayedRun run;
     const std::size_t arraysBefore = vantik::Host::liveArrays();
@@ -81,9 +83,10 @@ PlayedRun play(std::vector<Script> scripts, const std::function<void(CurlInterpo
             run.Failure = failureSeen([&] {
                 exchange(stage, server, [&] {
                     curl.clear();
-                    arm(curl);
+                    faults.Arm(curl);
                 });
             });
+            faults.Disarm();
             run.Calls = curl.calls();
         }
         run.Outcome = stage.Outcome;
@@ -99,8 +102,8 @@ PlayedRun play(std::vector<Script> scripts, const std::function<void(CurlInterpo
     return run;
 }
 
-PlayedRun getTwice(const std::function<void(CurlInterposer&)>& arm) {
-    return play({answers({response("one", {"Location: /next"}), response("two")})}, arm,
+PlayedRun getTwice(const FaultInjection& faults) {
+    return play({answers({response("one", {"Location: /next"}), response("two")})}, faults,
                 [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
                     start();
                     const Object connection = stage.Scope.makeAdapter();
@@ -114,9 +117,9 @@ PlayedRun getTwice(const std::function<void(CurlInterposer&)>& arm) {
                 });
 }
 
-PlayedRun putFromMemory(const std::function<void(CurlInterposer&)>& arm) {
+PlayedRun putFromMemory(const FaultInjection& faults) {
     return play({{step::expectHead(), step::continueIfExpected(), step::expectBody(3), step::send(response("stored"))}},
-                arm, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                faults, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
                     start();
                     const Object connection = stage.Scope.makeAdapter();
                     connection.set("URL", server.url("/"));
@@ -134,10 +137,10 @@ PlayedRun putFromMemory(const std::function<void(CurlInterposer&)>& arm) {
                 });
 }
 
-PlayedRun streamBothWays(const std::function<void(CurlInterposer&)>& arm) {
+PlayedRun streamBothWays(const FaultInjection& faults) {
     return play(
         {{step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(), step::send(response("received"))}},
-        arm, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+        faults, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
             const ScriptedProvider provider = makeScriptedProvider(stage.Scope.Program, "content");
             stage.Consumer = makeScriptedConsumer(stage.Scope.Program);
             const ScriptedReporter reporter = makeScriptedReporter(stage.Scope.Program);
@@ -154,9 +157,9 @@ PlayedRun streamBothWays(const std::function<void(CurlInterposer&)>& arm) {
         });
 }
 
-PlayedRun saveToFile(const std::function<void(CurlInterposer&)>& arm) {
+PlayedRun saveToFile(const FaultInjection& faults) {
     const TemporaryFolder folder;
-    return play({answers({response("saved")})}, arm,
+    return play({answers({response("saved")})}, faults,
                 [&](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
                     start();
                     const Object connection = stage.Scope.makeAdapter();
@@ -168,8 +171,8 @@ PlayedRun saveToFile(const std::function<void(CurlInterposer&)>& arm) {
                 });
 }
 
-PlayedRun renewHandles(const std::function<void(CurlInterposer&)>& arm) {
-    return play({answers({response("old")}), answers({response("new")})}, arm,
+PlayedRun renewHandles(const FaultInjection& faults) {
+    return play({answers({response("old")}), answers({response("new")})}, faults,
                 [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
                     const Object connection = stage.Scope.makeAdapter();
                     connection.set("URL", server.url("/"));
@@ -185,6 +188,10 @@ PlayedRun renewHandles(const std::function<void(CurlInterposer&)>& arm) {
 }
 
 } // namespace
+
+void PrintTo(const Scenario& scenario, std::ostream* stream) {
+    *stream << scenario.Name;
+}
 
 const std::vector<Scenario>& faultScenarios() {
     static const std::vector<Scenario> scenarios = {{"GetTwice", getTwice},

@@ -4,6 +4,7 @@
 #include "tests/support/CurlInterposer.h"
 
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -19,11 +20,18 @@ struct PlayedRun {
     std::size_t ArraysLeft = 0;      // host arrays that live on behind the scope
 };
 
+// Called around an exchange: what prepares it and what looks at the scope afterwards lies outside.
+struct FaultInjection {
+    std::function<void(CurlInterposer&)> Arm;
+    std::function<void()> Disarm = [] {};
+};
+
 struct Scenario {
     const char* Name;
-    // Runs the exchange. `arm` is called once everything that does not belong to it has been prepared.
-    PlayedRun (*Play)(const std::function<void(CurlInterposer&)>& arm);
+    PlayedRun (*Play)(const FaultInjection& faults);
 };
+
+void PrintTo(const Scenario& scenario, std::ostream* stream); // for GoogleTest
 
 // A GET and a reopened GET of one object; an upload from memory; an upload from a provider into a consumer with a
 // reporter; content saved to a file; new handles for the scope.

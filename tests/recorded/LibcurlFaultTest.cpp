@@ -11,10 +11,6 @@
 
 namespace testsupport {
 
-void PrintTo(const Scenario& scenario, std::ostream* stream) {
-    *stream << scenario.Name;
-}
-
 namespace {
 
 constexpr CURLcode kEasyCode = CURLE_FAILED_INIT;
@@ -139,7 +135,7 @@ std::string expectedScope(CurlFunction function, const std::vector<CurlCall>& ca
 class LibcurlFault : public ::testing::TestWithParam<Scenario> {};
 
 TEST_P(LibcurlFault, IsReportedAndLeavesTheScopeUsable) {
-    const PlayedRun good = GetParam().Play([](CurlInterposer&) {});
+    const PlayedRun good = GetParam().Play({[](CurlInterposer&) {}});
     ASSERT_EQ(good.Failure, "nothing");
     ASSERT_EQ(good.ScopeAfterwards, "usable");
     int tried = 0;
@@ -149,7 +145,7 @@ TEST_P(LibcurlFault, IsReportedAndLeavesTheScopeUsable) {
                              ? static_cast<int>(kEasyCode)
                              : static_cast<int>(kMultiCode);
         for (int nth = 1;; ++nth) {
-            const PlayedRun run = GetParam().Play([&](CurlInterposer& curl) { curl.failCall(function, code, nth); });
+            const PlayedRun run = GetParam().Play({[&](CurlInterposer& curl) { curl.failCall(function, code, nth); }});
             std::size_t index = 0; // of the call that has failed
             int seen = 0;
             while (index < run.Calls.size() && (seen += run.Calls[index].Function == function ? 1 : 0) < nth) {
