@@ -38,11 +38,16 @@ void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
             if (!HTTPOptionsMode && (ResponseCode < 200 || ResponseCode > 299)) {
                 throw webservices::HTTPStatusError(reasonPhrase(), &URL, ResponseCode);
             }
+            const std::shared_ptr copier = Copier; // held: a consumer may start another send
+            if (copier->Detached) {
+                // Nothing has been sent since the open, and libcurl would write a response to standard output.
+                throwInternalError(
+                    "The connection was opened again before the last response was copied. Close it first.");
+            }
             traceLine(Debug, "COPY CONTENT TO STREAM");
             if (useStream) {
                 reserveFor(stream, ResponseContentLength);
             }
-            const std::shared_ptr copier = Copier; // held: a consumer may start another send
             copier->receiveResponse(useStream ? &stream : nullptr);
             traceLine(Debug, "CLOSING");
         } catch (const webservices::HTTPException&) {

@@ -49,6 +49,7 @@ public:
     vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
     bool PumpWantsData = false;       // sendRequest runs with a provider that has not said end of content
     bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
+    bool Detached = false;            // an open has reset the handle, which knows none of the callbacks any more
 
 private:
     std::size_t takeBytes(const char* data, std::size_t length);

@@ -157,6 +157,7 @@ public:
     std::int32_t Debug = 0;                            // trace level
     std::int64_t Deadline = 0;                         // monotonic ns; NoDeadline: none
     bool PerformDone = false;                          // ends the perform loop
+    bool SendBegun = false;                            // on the handle as it is now attached
     std::shared_ptr<InterruptibleStreamCopier> Copier; // of the current request
     std::exception_ptr CallbackFailure;                // a failed check of the header callback; sendRequest rethrows it
     std::exception_ptr EscapedFailure; // what would have left a callback; rethrown behind the libcurl call
@@ -164,6 +165,8 @@ public:
 private:
     void applyUrlOptions();
     void prepareHandle();
+    void detachHandle();
+    void attachHandle();
     void sendAndWait();
     void setSendOptions();
     void runPerformLoop(std::int64_t start, int waitMilliseconds);

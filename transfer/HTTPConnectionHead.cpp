@@ -48,7 +48,9 @@ std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
 }
 
 void HTTPConnection::startHead(const std::string& line) {
-    long code = getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE),
+    // The handle that counts is the current scope's, as libcurl runs it, and not the one that was borrowed at the
+    // start.
+    long code = getInfo<long>(getCurlSingleton().EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE),
                               "getting response code after first header");
     if (code == 0) {
         code = statusFromLine(line);

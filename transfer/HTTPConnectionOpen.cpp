@@ -1,6 +1,7 @@
 #include "transfer/HTTPConnection.h"
 
 #include "errors/HTTPException.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/NumericNarrowing.h"
 #include "transfer/TextEncoding.h"
 #include "transfer/Trace.h"
@@ -32,11 +33,7 @@ void HTTPConnection::openProxyConnection(const std::string& host, double port) {
 void HTTPConnection::prepareHandle() {
     EscapedFailure = nullptr; // of a transfer that nobody waits for any more
     if (Handles->EasyHandleAttached) {
-        const CURLMcode removed = curl_multi_remove_handle(Handles->MultiHandle, Handles->EasyHandle);
-        rethrowEscapedFailure();
-        if (removed != CURLM_OK) {
-            throwCurlMultiCodeError("curl_multi_remove_handle", removed, "");
-        }
+        detachHandle();
         PreviousResponseCode =
             ResponseCode != 0
                 ? ResponseCode
@@ -44,6 +41,9 @@ void HTTPConnection::prepareHandle() {
         // After a challenge the options and libcurl's authentication state must live on into the answer.
         if (PreviousResponseCode != 401) {
             curl_easy_reset(Handles->EasyHandle);
+            if (Copier) {
+                Copier->Detached = true;
+            }
             rethrowEscapedFailure();
         }
         RequestFields.clear();
@@ -52,12 +52,26 @@ void HTTPConnection::prepareHandle() {
     } else {
         Handles->EasyHandleAttached = true;
     }
+    attachHandle();
+    applyUrlOptions();
+}
+
+// Ends whatever transfer runs on the handle.
+void HTTPConnection::detachHandle() {
+    const CURLMcode removed = curl_multi_remove_handle(Handles->MultiHandle, Handles->EasyHandle);
+    rethrowEscapedFailure();
+    if (removed != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_remove_handle", removed, "");
+    }
+    SendBegun = false;
+}
+
+void HTTPConnection::attachHandle() {
     const CURLMcode added = curl_multi_add_handle(Handles->MultiHandle, Handles->EasyHandle);
     rethrowEscapedFailure();
     if (added != CURLM_OK) {
         throwCurlMultiCodeError("curl_multi_add_handle", added, "");
     }
-    applyUrlOptions();
 }
 
 void HTTPConnection::applyUrlOptions() {

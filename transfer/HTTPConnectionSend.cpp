@@ -14,7 +14,7 @@
 namespace {
 
 // Longest wait of one pass: bounds how late an interrupt or a deadline is seen, whatever the timeouts are.
-constexpr double LongestWaitMs = 500.0;
+constexpr std::int32_t LongestWaitMs = 500;
 
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
     std::ostringstream text;
@@ -31,7 +31,8 @@ void HTTPConnection::sendAndWait() {
     EscapedFailure = nullptr;
     try {
         setSendOptions();
-        const int waitMilliseconds = narrowToInt32(std::min(ResponseTimeout, LongestWaitMs));
+        const std::int32_t waitMilliseconds =
+            ResponseTimeout == Unlimited ? LongestWaitMs : std::min(narrowToInt32(ResponseTimeout), LongestWaitMs);
         if (ResponseTimeout == Unlimited && DataTimeout == Unlimited) {
             Deadline = NoDeadline;
         } else {
@@ -39,6 +40,14 @@ void HTTPConnection::sendAndWait() {
             updateDeadline();
         }
         const bool hasBody = !Payload.empty() || Provider != nullptr;
+        if (SendBegun) {
+            // A send that failed before its head was out is due again. libcurl would go on with the first transfer, on
+            // callback data that it took when that began: the copier that goes here. A transfer that has ended it would
+            // not run again at all. So it begins anew.
+            detachHandle();
+            attachHandle();
+        }
+        SendBegun = true;
         Copier = std::make_shared<InterruptibleStreamCopier>(*this);
         const std::shared_ptr copier = Copier; // held: a provider may start another send from within
         if (hasBody) {

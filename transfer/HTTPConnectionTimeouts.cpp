@@ -81,7 +81,8 @@ void HTTPConnection::updateDeadline() {
         TimeoutOption = HTTPOptionsMode ? u"HTTPOptions.ResponseTimeout" : u"weboptions.Timeout";
         ActiveTimeout = ResponseTimeout;
     }
-    if (DataTimeout == Unlimited || (ResponseTimeout <= DataTimeout && !HeadersComplete)) {
+    // "Not greater" rather than "at most": a limit that is no number leaves the response limit in charge.
+    if (DataTimeout == Unlimited || (!(ResponseTimeout > DataTimeout) && !HeadersComplete)) {
         return;
     }
     Deadline = DataTimeoutMs * NsPerMs + now;

@@ -159,8 +159,8 @@ void HTTPConnection::takeRequestLine(const std::string& line) {
     RequestHeaderLines.clear();
 }
 
-// Some servers refuse the algorithm parameter of a Digest answer in quotes. libcurl sends what stands in its buffer
-// after this callback, so the quotes become blanks there too.
+// The algorithm parameter of a Digest answer loses its quotes, in what is stored and in libcurl's own buffer. libcurl
+// traces a head once it has written it, so the bytes that have gone out keep theirs.
 void HTTPConnection::takeRequestField(std::string line, char* start) {
     constexpr std::string_view name = "authorization:";
     constexpr std::string_view quoted = "\"MD5\"";

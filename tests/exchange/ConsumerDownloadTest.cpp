@@ -240,4 +240,21 @@ TEST_F(Consumer, GetsLargeContentInOrder) {
     expectScopeUsable(connection);
 }
 
+// Without a consumer and a buffer the rest has nowhere to go, and a transfer that still runs fails before any of it
+// has come.
+TEST_F(Consumer, ThatIsTakenAwayLeavesARunningTransferNowhereToGo) {
+    ScriptedServer& server = serve(
+        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\npart"), step::awaitPeerEnd()});
+    const ScriptedConsumer consumer = makeScriptedConsumer(host());
+    consumer->OnPut = [](int, const std::string&) { return Array(1.0); };
+    const Object connection = open(server.url("/"));
+    connection.set("Consumer", consumer);
+    receive(connection);
+    EXPECT_EQ(consumer->Calls, (Calls{"start", "put 4", "close"}));
+    connection.set("Consumer", Array());
+    EXPECT_EQ(describe(failureOf([&] { receive(connection); })),
+              "VANTIK:webservices:InternalError(Message contains data but neither consumer nor savePayload was set)");
+    expectScopeUsable(connection);
+}
+
 } // namespace

@@ -106,6 +106,37 @@ TEST_F(Lifecycle, ReopenWithoutCopyingSendsNothing) {
     expectScopeUsable(connection);
 }
 
+// There is nothing to copy then: what the handle would do without a send is nobody's response.
+TEST_F(Lifecycle, CopyBehindAReopenWithoutACloseFailsAndSendsNothing) {
+    ScriptedServer& server =
+        serve({step::expectHead(), step::send(response("x")), step::expectHead(), step::send(response("second"))});
+    const Object connection = open(server.url("/"));
+    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    connection.call("openConnection");
+    const StandardOutputCapture output;
+    EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
+              "VANTIK:webservices:InternalError(The connection was opened again before the last response was copied. "
+              "Close it first.)");
+    EXPECT_EQ(output.text(), "");
+    EXPECT_EQ(server.record().Heads.size(), 1U);
+    connection.call("closeConnection");
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "second");
+    expectScopeUsable(connection);
+}
+
+// Behind a challenge the handle is kept, so that the request goes out again and its response comes to the same copier.
+TEST_F(Lifecycle, CopyBehindAReopenOfAChallengeGivesTheNextResponse) {
+    ScriptedServer& server = serve({step::expectHead(), step::send(response("", {}, "401 Unauthorized")),
+                                    step::expectHead(), step::send(response("let in"))});
+    const Object connection = open(server.url("/"));
+    EXPECT_EQ(connection.get("ResponseCode").number(), 401.0);
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "let in");
+    EXPECT_EQ(server.record().Heads.size(), 2U);
+    expectScopeUsable(connection);
+}
+
 // libcurl may call the trace callback while a handle is removed, reset or cleaned up.
 TEST_F(Lifecycle, ObjectMayBeDroppedInTheMiddleOfATransfer) {
     ScriptedServer& server = serve(

@@ -216,6 +216,66 @@ TEST_F(EscapedFailureTest, FailureDuringTheRemovalFailsTheOpen) {
     EXPECT_TRUE(connection.Opened);
 }
 
+TEST_F(EscapedFailureTest, FailureDuringTheResetFailsTheOpen) {
+    HTTPConnection connection;
+    open(connection);
+    playExchange("HTTP/1.1 204 No Content\r\n\r\n");
+    connection.sendRequest();
+    connection.closeConnection();
+    curl.OnReset = [&] { curl.callRequestHead("word\r\n"); };
+    curl.clear();
+    EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
+    EXPECT_FALSE(connection.Opened);
+    EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle", "curl_easy_reset"));
+    curl.OnReset = nullptr;
+    connection.openConnection();
+    EXPECT_TRUE(connection.Opened);
+}
+
+TEST_F(EscapedFailureTest, FailureDuringTheAttachmentFailsTheOpen) {
+    HTTPConnection connection;
+    open(connection);
+    playExchange("HTTP/1.1 401 Unauthorized\r\n\r\n"); // behind it the callbacks stay
+    connection.sendRequest();
+    connection.closeConnection();
+    curl.OnAddHandle = [&] {
+        curl.callRequestHead("word\r\n");
+        return CURLM_OK;
+    };
+    curl.clear();
+    EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
+    EXPECT_FALSE(connection.Opened);
+    EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle", "curl_multi_add_handle"));
+    curl.OnAddHandle = nullptr;
+    connection.openConnection();
+    EXPECT_TRUE(connection.Opened);
+}
+
+// A callback that ran in a libcurl call of somebody else, such as the destruction of another object.
+TEST_F(EscapedFailureTest, FailureThatNobodyWaitedForIsForgottenByTheOpen) {
+    HTTPConnection connection;
+    open(connection);
+    playExchange("HTTP/1.1 204 No Content\r\n\r\n");
+    connection.sendRequest();
+    curl.callRequestHead("word\r\n");
+    connection.closeConnection();
+    connection.openConnection();
+    EXPECT_TRUE(connection.Opened);
+}
+
+TEST_F(EscapedFailureTest, FailureThatNobodyWaitedForIsForgottenByTheSend) {
+    HTTPConnection connection;
+    open(connection);
+    playExchange("HTTP/1.1 401 Unauthorized\r\n\r\n"); // behind it the callbacks stay
+    connection.sendRequest();
+    connection.closeConnection();
+    connection.openConnection();
+    curl.callRequestHead("word\r\n");
+    playExchange("HTTP/1.1 204 No Content\r\n\r\n");
+    EXPECT_EQ(failureText([&] { connection.sendRequest(); }), "nothing");
+    EXPECT_EQ(connection.ResponseCode, 204);
+}
+
 TEST_F(EscapedFailureTest, FailureDuringTheDestructionIsDropped) {
     {
         HTTPConnection connection;

@@ -236,6 +236,17 @@ TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
     EXPECT_EQ(connection.CallbackFailure, nullptr);
 }
 
+// The handle that is asked is the current scope's, whatever the connection has borrowed.
+TEST_F(HTTPConnectionHeadTest, StatusIsThatOfTheScopesHandle) {
+    curl.keepInfo(CURLINFO_RESPONSE_CODE);
+    CurlSingleton withoutHandles;
+    CurlSingleton* const borrowed = std::exchange(connection.Handles, &withoutHandles);
+    take("HTTP/1.1 200 OK\r\n");
+    connection.Handles = borrowed;
+    EXPECT_EQ(failureText(connection.EscapedFailure), "nothing");
+    EXPECT_EQ(connection.ResponseCode, 200);
+}
+
 TEST_F(HTTPConnectionHeadTest, EveryLineCountsAsActivity) {
     connection.setTimeouts({5000.0, 1000.0, 3000.0});
     connection.applyTimeouts();

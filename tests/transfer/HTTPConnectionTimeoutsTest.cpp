@@ -159,6 +159,25 @@ INSTANTIATE_TEST_SUITE_P(
                       DeadlineRow{"ZeroIsALimit", 0, Unlimited, false, true, 0, 0, ResponseOption, 0}),
     [](const auto& info) { return info.param.Name; });
 
+// It compares false with everything, so the data limit is never the shorter one; behind the head it is the only one.
+TEST_F(HTTPConnectionTimeoutsTest, LimitThatIsNoNumberLeavesTheResponseLimitInCharge) {
+    const double none = std::numeric_limits<double>::quiet_NaN();
+    begin(3000.0, none);
+    EXPECT_EQ(connection.Deadline, Start + 3000 * Ms);
+    EXPECT_EQ(connection.TimeoutOption, ResponseOption);
+    begin(none, 2000.0);
+    EXPECT_EQ(connection.Deadline, Start - 2147483648 * Ms);
+    EXPECT_EQ(connection.TimeoutOption, ResponseOption);
+    connection.TimeoutOption = u"before";
+    begin(Unlimited, none);
+    EXPECT_EQ(connection.Deadline, Start);
+    EXPECT_EQ(connection.TimeoutOption, u"before");
+    connection.HeadersComplete = true;
+    begin(3000.0, none);
+    EXPECT_EQ(connection.Deadline, Start - 2147483648 * Ms);
+    EXPECT_EQ(connection.TimeoutOption, DataOption);
+}
+
 TEST_F(HTTPConnectionTimeoutsTest, NoDeadlineIsNeverMoved) {
     connection.setTimeouts({5000.0, 1000.0, 1000.0});
     connection.applyTimeouts();

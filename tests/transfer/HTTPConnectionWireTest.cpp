@@ -135,7 +135,7 @@ struct Md5Row {
 
 class Md5Test : public HTTPConnectionWireTest, public ::testing::WithParamInterface<Md5Row> {};
 
-TEST_P(Md5Test, QuotesAreTakenOutOnTheWireToo) {
+TEST_P(Md5Test, QuotesAreTakenOutOfLibcurlsBufferToo) {
     const std::string before = "GET / HTTP/1.1\r\nHost: h\r\n";
     const std::string after = "\r\nX-A: \"MD5\"\r\n\r\n";
     EXPECT_EQ(passHead(before + GetParam().Line + after), before + GetParam().Stored + after);

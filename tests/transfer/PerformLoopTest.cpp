@@ -3,6 +3,8 @@
 
 #include "streaming/InterruptibleStreamCopier.h"
 
+#include <boost/numeric/conversion/cast.hpp>
+
 #include <stdexcept>
 
 namespace {
@@ -64,6 +66,24 @@ TEST_F(PerformLoopTest, WaitFollowsALimitSetBehindTheOpen) {
     findReady({1});
     EXPECT_EQ(send(), "nothing");
     EXPECT_THAT(curl.texts({CurlFunction::MultiWait}), ElementsAre("curl_multi_wait 100"));
+}
+
+// The limit is cut to an integer before it is capped, as the open would cut it.
+TEST_F(PerformLoopTest, LimitThatIsNoIntegerEndsTheSendBeforeItBegins) {
+    for (const double limit : {1e12, -1e12}) {
+        connection.TransferFailed = false;
+        connection.setTimeouts({5000.0, limit});
+        const std::string overflow =
+            limit > 0 ? boost::numeric::positive_overflow().what() : boost::numeric::negative_overflow().what();
+        EXPECT_EQ(send(), "HTTPConnectionFailedException[" + overflow + "]");
+        EXPECT_TRUE(connection.TransferFailed);
+        EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
+        EXPECT_TRUE(connection.Opened);
+        EXPECT_FALSE(connection.ResponseDone);
+    }
+    connection.setTimeouts({5000.0});
+    findReady({1});
+    EXPECT_EQ(send(), "nothing");
 }
 
 TEST_F(PerformLoopTest, DeadlineStartsWithTheSend) {

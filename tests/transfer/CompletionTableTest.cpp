@@ -1,0 +1,152 @@
+// What the end of a transfer means: each number that libcurl may end with, with each kind of status, head and text.
+#include "tests/transfer/ConnectionFixture.h"
+
+#include <map>
+#include <ostream>
+
+namespace {
+
+constexpr std::int64_t Start = 1'000'000'000;
+constexpr const char* NoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
+                               "completed message]";
+constexpr const char* NoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
+const std::string Url = "http://host.example/a";
+
+struct StatusRow {
+    const char* Name;
+    long Status;
+    long ConnectStatus; // of a proxy's answer to CONNECT
+    bool Head;
+    const char* WhenOk;         // the failure where libcurl reports none
+    bool ExcusesResult = false; // libcurl's result does not count
+};
+
+void PrintTo(const StatusRow& row, std::ostream* stream) {
+    *stream << row.Name;
+}
+
+const StatusRow StatusRows[] = {
+    {"NoStatus", 0, 0, false, NoCode},
+    {"NoStatusWithHead", 0, 0, true, NoCode},
+    {"Success", 200, 0, false, "nothing"},
+    {"SuccessWithHead", 200, 0, true, "nothing"},
+    {"LastSuccessWithHead", 299, 0, true, "nothing"},
+    {"BelowSuccess", 199, 0, false, NoHead},
+    {"BelowSuccessWithHead", 199, 0, true, "nothing", true},
+    {"AboveSuccessWithHead", 300, 0, true, "nothing", true},
+    {"NotFound", 404, 0, false, NoHead},
+    {"NotFoundWithHead", 404, 0, true, "nothing", true},
+    {"RefusedByTheProxy", 0, 407, false, NoHead},
+    {"RefusedByTheProxyWithHead", 0, 407, true, "nothing", true},
+    {"TunnelOpened", 0, 200, false, "nothing"},
+    {"TunnelOpenedWithHead", 0, 200, true, "nothing"},
+    {"ServersStatusComesFirst", 200, 407, true, "nothing"},
+};
+
+class CompletionTable : public ConnectionFixture, public ::testing::WithParamInterface<StatusRow> {
+protected:
+    CompletionTable() {
+        connection.URL = u"http://host.example/a";
+        connection.ProxyHost = "proxy.example";
+        connection.CertificateFilename = "/ca.pem";
+        connection.ContentEncoding = "gzip";
+        connection.ResponseBytesReceived = 3;
+        connection.ResponseContentLength = -1;
+        connection.RequestHeaderLines = {"Host: h"};
+        connection.setTimeouts({1234.5});
+        curl.setClock(Start + 2'000'000'000);
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Status);
+        curl.giveInfo(CURLINFO_HTTP_CONNECTCODE, GetParam().ConnectStatus);
+        if (GetParam().Head) {
+            connection.ResponseHeaderLines = {"HTTP/1.1 999 Not consulted"};
+        }
+    }
+
+    void setErrorText(const std::string& text) {
+        text.copy(connection.Handles->ErrorBuffer, text.size());
+        connection.Handles->ErrorBuffer[text.size()] = '\0';
+    }
+
+    // The numbers with a meaning of their own, for a text that libcurl may have left.
+    std::map<int, std::string> meanings(const std::string& text) const {
+        const std::string option = connection.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
+        const std::string refused =
+            "HTTPConnectionRefusedException[" + (text.empty() ? "Unknown exception" : text) + "]";
+        const std::string shown = text.empty() ? "Unknown exception" : text;
+        const std::string tls = "SSLException[" + shown + ", " + Url + ", /ca.pem]";
+        const std::string decoding = "VANTIK:webservices:DecodingError[N:gzip, N:" + text + "]";
+        const std::string random = "VANTIK:webservices:RandomError[N:" + Url + "]";
+        const bool late = text.find("imed out") != std::string::npos;
+        return {
+            {3, "HTTPURLException[" + Url + "]"},
+            {5, "HTTPDNSException[proxy.example]"},
+            {6, "HTTPDNSException[" + Url + "]"},
+            {7, late ? "HTTPTimeoutException[" + text + ", 2000, " + option + "]" : refused},
+            {18, "nothing"}, // and a warning
+            {23, text.empty() ? "nothing"
+                 : text.find("encoding") != std::string::npos
+                     ? decoding
+                     : "VANTIK:webservices:CopyContentToDataStreamError[N:" + text + ", N:" + Url + "]"},
+            {27, random},
+            {28, "HTTPTimeoutException[" + shown + ", 1234.5, " + option + "]"},
+            {35, tls},
+            {56, refused},
+            {60, tls},
+            {61, decoding},
+            {77, tls},
+            {94, random},
+        };
+    }
+    std::string meaning(int result, const std::string& text) const {
+        const std::map<int, std::string> known = meanings(text);
+        const auto row = known.find(result);
+        return row != known.end() ? row->second
+                                  : "HTTPCopyStreamException[" + text + " (CURLE code " + std::to_string(result) + ")]";
+    }
+
+    void expectCompletion(int result, const std::string& text) {
+        const StatusRow& row = GetParam();
+        warnings.clear();
+        setErrorText(text);
+        curl.finishWith(static_cast<CURLcode>(result));
+        const std::string expected = result == 0 ? row.WhenOk : row.ExcusesResult ? "nothing" : meaning(result, text);
+        EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), expected);
+        if (result == 18 && !row.ExcusesResult) {
+            EXPECT_THAT(warnings, ElementsAre("VANTIK:webservices:PartialFileWarning[N:3, N:-1, N:" + text + "]"));
+        } else {
+            EXPECT_THAT(warnings, IsEmpty());
+        }
+        // The message is gone, whatever it meant, and nothing that is known of the exchange has changed.
+        EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
+        EXPECT_EQ(connection.ResponseCode, 0);
+        EXPECT_EQ(connection.ContentEncoding, "gzip");
+        EXPECT_EQ(connection.ResponseBytesReceived, 3);
+        EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: h"));
+        EXPECT_EQ(connection.ResponseHeaderLines.size(), row.Head ? 1U : 0U);
+        EXPECT_FALSE(connection.TransferFailed);
+    }
+
+    HTTPConnection connection;
+};
+
+TEST_P(CompletionTable, EveryResultHasItsMeaning) {
+    std::vector<int> results{120, 255, 1000};
+    for (int result = 0; result <= 110; ++result) {
+        results.push_back(result);
+    }
+    for (const bool optionsMode : {true, false}) {
+        connection.HTTPOptionsMode = optionsMode;
+        for (const int result : results) {
+            for (const char* text :
+                 {"", "plain words", "Connection timed out", "Timed out", "bad encoding", "ENCODING"}) {
+                SCOPED_TRACE("result " + std::to_string(result) + ", text \"" + text + '"');
+                expectCompletion(result, text);
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, CompletionTable, ::testing::ValuesIn(StatusRows),
+                         [](const auto& info) { return info.param.Name; });
+
+} // namespace

@@ -1,0 +1,202 @@
+// Each state of the response head with each kind of line: what is stored, whether the head counts as complete, and what
+// is kept of a failure.
+#include "tests/transfer/ConnectionFixture.h"
+
+#include <cstring>
+#include <ostream>
+#include <tuple>
+
+namespace {
+
+constexpr std::int64_t Ms = 1'000'000;
+
+using Lines = std::vector<std::string>;
+
+// The lines that lead to a state, and what is then stored.
+struct State {
+    const char* Name;
+    Lines Before;
+    Lines Stored;
+    bool Complete;
+};
+
+const Lines Interim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
+const Lines Kept{"HTTP/1.1 302 Found", "X-Kept: 1"};
+
+Lines behindInterim(Lines lines) {
+    lines.insert(lines.begin(), Interim.begin(), Interim.end());
+    return lines;
+}
+
+const std::vector<State> States{
+    {"NoHead", {}, {}, false},
+    {"NoHeadBehindInterim", Interim, {}, false},
+    {"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, Kept, false},
+    {"CollectingBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), Kept, false},
+    {"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, Kept, true},
+    {"CompleteBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}), Kept, true},
+    {"CompleteWithoutLines", {"\r\n"}, {}, true},
+};
+
+// A line, and what makes a blank one interim.
+struct Event {
+    const char* Name;
+    std::string Line;
+    std::int32_t StatusBefore = 0; // 0: as the state has left it
+    const char* MethodSent = "GET";
+};
+
+const std::vector<Event> Events{
+    {"StatusLine", "HTTP/1.1 404 Not Found\r\n"},
+    {"FieldLine", "X-New: 503\r\n"},
+    {"BlankLineBehindA100", "\r\n", 100},
+    {"BlankLineOfATunnel", "\r\n", 200, "Connect"},
+    {"BlankLineFinal", "\r\n", 302},
+    {"StatusLineWithoutEnd", "HTTP/1.1 404 Not Found"},
+    {"FieldLineWithoutEnd", "X-New: 503"},
+    {"FieldLineWithLineFeedOnly", "X-New: 503\n"},
+    {"FieldLineWithReturnOnly", "X-New: 503\r"},
+    {"LineFeedAlone", "\n"},
+    {"ReturnAlone", "\r"},
+    {"OneLetter", "X"},
+    {"Nothing", ""},
+};
+
+// What happens, one row a state, one letter an event, both in the order above.
+//   +  the line is stored behind the others
+//   N  the line begins a head: its status counts, the stored lines go
+//   e  the stored lines go, the head's completeness stays as it was
+//   F  the head is complete, the stored lines stay
+//   !  refused and not stored
+//   X  refused and not stored, but taken for the beginning of a head all the same
+const char* const Outcomes[] = {
+    "NNeeFXXXXXXXX", // no head
+    "NNeeFXXXXXXXX", // no head, behind an interim one
+    "++eeF!!!!!!!!", // collecting
+    "++eeF!!!!!!!!", // collecting, behind an interim head
+    "NNeeFXXXXXXXX", // complete
+    "NNeeFXXXXXXXX", // complete, behind an interim head
+    "NNeeFXXXXXXXX", // complete without lines
+};
+
+class HeadStateTest : public ConnectionFixture, public ::testing::WithParamInterface<std::tuple<int, int>> {
+protected:
+    HeadStateTest() { curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); } // so that status lines are parsed
+    ~HeadStateTest() override { connection.Debug = 0; }
+
+    static const State& state() { return States[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
+    static const Event& event() { return Events[static_cast<std::size_t>(std::get<1>(GetParam()))]; }
+    static char outcome() { return Outcomes[std::get<0>(GetParam())][std::get<1>(GetParam())]; }
+
+    void take(std::string line) {
+        EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection), line.size());
+    }
+    void enterState() {
+        connection.setTimeouts({5000.0, 1000.0, 3000.0});
+        connection.applyTimeouts();
+        connection.EffectiveMethod = "GET";
+        curl.setClock(0);
+        for (const std::string& line : state().Before) {
+            take(line);
+        }
+        ASSERT_EQ(connection.ResponseHeaderLines, state().Stored);
+        ASSERT_EQ(connection.HeadersComplete, state().Complete);
+        ASSERT_EQ(connection.CallbackFailure, nullptr);
+    }
+    void takeEvent() {
+        if (event().StatusBefore != 0) {
+            connection.ResponseCode = event().StatusBefore;
+        }
+        connection.EffectiveMethod = event().MethodSent;
+        take(event().Line);
+    }
+    static std::string withoutEnd(const std::string& line) { return line.substr(0, line.size() - 2); }
+
+    static std::int32_t statusIn(const std::string& line) {
+        const std::size_t blank = line.find(' ');
+        return blank == std::string::npos ? 0 : std::atoi(line.c_str() + blank);
+    }
+    static std::string expectedTrace() {
+        if (outcome() == 'F') {
+            return "...DONE RECEIVING HEADERS...\n";
+        }
+        if (outcome() != 'e') { // a line, less its last byte
+            return "IN  HDR: " + event().Line.substr(0, event().Line.empty() ? 0 : event().Line.size() - 1);
+        }
+        if (state().Stored.size() < 2) { // nothing, or a status line alone, is no surprise in an interim head
+            return "";
+        }
+        return "UNEXPECTED HEADERS FOR RESPONSE " + std::to_string(event().StatusBefore) + " TO " + event().MethodSent +
+               "\nHTTP/1.1 302 Found\nX-Kept: 1\n\n";
+    }
+
+    HTTPConnection connection;
+};
+
+TEST_P(HeadStateTest, TakesTheLine) {
+    enterState();
+    const std::int32_t statusBefore = event().StatusBefore == 0 ? connection.ResponseCode : event().StatusBefore;
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    curl.setClock(70 * Ms);
+    takeEvent();
+
+    const bool begins = outcome() == 'N' || outcome() == 'X';
+    Lines stored = begins || outcome() == 'e' ? Lines{} : state().Stored;
+    if (outcome() == '+' || outcome() == 'N') {
+        stored.push_back(withoutEnd(event().Line));
+    }
+    EXPECT_EQ(connection.ResponseHeaderLines, stored);
+    // In the middle of a head a number behind a blank is no status; a refused line that begins one still gives its own.
+    EXPECT_EQ(connection.ResponseCode, begins ? statusIn(event().Line) : statusBefore);
+    const bool complete = outcome() == 'F' || (!begins && state().Complete);
+    EXPECT_EQ(connection.HeadersComplete, complete);
+
+    const bool refused = outcome() == '!' || outcome() == 'X';
+    EXPECT_EQ(failureText(connection.CallbackFailure),
+              refused ? internalError("CRLF not found at the end of the received headers") : "nothing");
+    EXPECT_EQ(connection.EscapedFailure, nullptr);
+
+    // Every line is activity, a refused one too.
+    EXPECT_EQ(connection.Deadline, (complete ? 3070 : 1070) * Ms);
+    EXPECT_EQ(connection.TimeoutReason, complete ? 1 : 0);
+    EXPECT_EQ(output.text(), expectedTrace());
+}
+
+// Whatever came before, a whole head behind it is the one that counts, and the first failure is not lost.
+TEST_P(HeadStateTest, HeadBehindItIsReadAsEver) {
+    enterState();
+    takeEvent();
+    connection.EffectiveMethod = "GET";
+    if (!connection.HeadersComplete) {
+        connection.ResponseCode = 302;
+        take("\r\n"); // ends what is still being collected
+    }
+    EXPECT_TRUE(connection.HeadersComplete);
+    for (const char* line : {"HTTP/1.1 204 No Content\r\n", "X-Last: 1\r\n", "\r\n"}) {
+        take(line);
+    }
+    EXPECT_EQ(connection.ResponseHeaderLines, (Lines{"HTTP/1.1 204 No Content", "X-Last: 1"}));
+    EXPECT_EQ(connection.ResponseCode, 204);
+    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_EQ(connection.CallbackFailure != nullptr, outcome() == '!' || outcome() == 'X');
+}
+
+// The table has a letter for each event, and nothing else.
+TEST(HeadStateTable, IsComplete) {
+    ASSERT_EQ(std::size(Outcomes), States.size());
+    for (const char* row : Outcomes) {
+        EXPECT_EQ(std::strlen(row), Events.size());
+        EXPECT_EQ(std::strspn(row, "+NeF!X"), Events.size());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(StatesAndLines, HeadStateTest,
+                         ::testing::Combine(::testing::Range(0, static_cast<int>(States.size())),
+                                            ::testing::Range(0, static_cast<int>(Events.size()))),
+                         [](const auto& info) {
+                             return std::string(States[static_cast<std::size_t>(std::get<0>(info.param))].Name) + '_' +
+                                    Events[static_cast<std::size_t>(std::get<1>(info.param))].Name;
+                         });
+
+} // namespace

@@ -1,0 +1,203 @@
+// Which limit governs, for any pair of response and data timeout and any course of a transfer.
+#include "tests/transfer/ConnectionFixture.h"
+
+#include "errors/HTTPException.h"
+#include "errors/MessageIdentifiers.h"
+#include "host/Text.h"
+
+#include <rapidcheck/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace {
+
+namespace id = VANTIK::webservices;
+
+constexpr double Unlimited = HTTPConnection::Unlimited;
+constexpr std::int64_t NoDeadline = HTTPConnection::NoDeadline;
+constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t Start = 50'000 * Ms;
+
+// Milliseconds with a fraction, nought included, or none.
+rc::Gen<double> limit() {
+    const auto finite = rc::gen::map(rc::gen::inRange(0, 40'000), [](int quarters) { return quarters / 4.0; });
+    return rc::gen::weightedOneOf<double>({{4, finite}, {1, rc::gen::just(0.0)}, {2, rc::gen::just(Unlimited)}});
+}
+
+// One pair in four is a tie.
+rc::Gen<std::pair<double, double>> limits() {
+    return rc::gen::weightedOneOf<std::pair<double, double>>(
+        {{3, rc::gen::pair(limit(), limit())},
+         {1, rc::gen::map(limit(), [](double both) { return std::make_pair(both, both); })}});
+}
+
+enum class Governs { Nothing, Response, Data };
+
+Governs governing(double response, double data, bool headersComplete) {
+    const bool awaitsHead = !headersComplete && response < Unlimited;
+    if (awaitsHead && !(data < response)) {
+        return Governs::Response;
+    }
+    return data < Unlimited ? Governs::Data : Governs::Nothing;
+}
+
+std::int64_t wholeNs(double milliseconds) {
+    return static_cast<std::int64_t>(milliseconds) * Ms;
+}
+
+class TimeoutProperty : public ConnectionFixture {
+protected:
+    TimeoutProperty() {
+        curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25); // connected
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+        connection.HTTPOptionsMode = *rc::gen::arbitrary<bool>();
+        std::tie(response, data) = *limits();
+        connection.setTimeouts({5000.0, response, data});
+        connection.applyTimeouts();
+        connection.Deadline = Start; // runs
+        curl.setClock(Start);
+    }
+
+    std::string optionOf(Governs governs) const {
+        if (governs == Governs::Data) {
+            return "HTTPOptions.DataTimeout";
+        }
+        return connection.HTTPOptionsMode ? "HTTPOptions.ResponseTimeout" : "weboptions.Timeout";
+    }
+    std::string optionName() const { return fl::i18n::to_string(connection.TimeoutOption); }
+
+    std::optional<webservices::HTTPTimeoutException> check(std::int64_t start, bool libcurlTimedOut = false) {
+        try {
+            connection.checkTimeout(start, libcurlTimedOut);
+        } catch (const webservices::HTTPTimeoutException& late) {
+            return late;
+        }
+        return std::nullopt;
+    }
+
+    void passHeadLine(std::string line) {
+        RC_ASSERT(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection) == line.size());
+    }
+    void moveByte() {
+        char byte = 'x';
+        const auto type = *rc::gen::element(CURLINFO_DATA_IN, CURLINFO_DATA_OUT, CURLINFO_HEADER_IN);
+        RC_ASSERT(HTTPConnection::debugCallback(nullptr, type, &byte, 1, &connection) == 0);
+    }
+
+    HTTPConnection connection;
+    double response = Unlimited;
+    double data = Unlimited;
+};
+
+RC_GTEST_FIXTURE_PROP(TimeoutProperty, DeadlineIsThatOfTheLimitThatGoverns, ()) {
+    connection.HeadersComplete = *rc::gen::arbitrary<bool>();
+    connection.Deadline = Start - 7;
+    connection.TimeoutReason = -1;
+    connection.TimeoutOption = u"before";
+    connection.ActiveTimeout = -1.0;
+    const std::int64_t now = Start + *rc::gen::inRange<std::int64_t>(0, 100'000 * Ms);
+    curl.setClock(now);
+    connection.updateDeadline();
+    const Governs governs = governing(response, data, connection.HeadersComplete);
+    if (governs == Governs::Nothing) {
+        RC_ASSERT(connection.Deadline == Start - 7);
+        RC_ASSERT(connection.TimeoutReason == -1);
+        RC_ASSERT(optionName() == "before");
+        RC_ASSERT(connection.ActiveTimeout == -1.0);
+        return;
+    }
+    const double active = governs == Governs::Response ? response : data;
+    RC_ASSERT(connection.Deadline == now + wholeNs(active));
+    RC_ASSERT(connection.TimeoutReason == (connection.HeadersComplete ? 1 : 0));
+    RC_ASSERT(optionName() == optionOf(governs));
+    RC_ASSERT(connection.ActiveTimeout == active);
+}
+
+RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, ()) {
+    connection.HeadersComplete = *rc::gen::arbitrary<bool>();
+    const Governs governs = governing(response, data, connection.HeadersComplete);
+    RC_PRE(governs != Governs::Nothing);
+    const double active = governs == Governs::Response ? response : data;
+    connection.updateDeadline();
+    curl.setClock(connection.Deadline);
+    RC_ASSERT(!check(Start));
+    curl.advanceClock(1 + *rc::gen::inRange<std::int64_t>(0, 20'000 * Ms));
+    const std::int64_t now = *curl.clock();
+    // The caller's start lies anywhere before, or is not known.
+    const bool known = *rc::gen::arbitrary<bool>();
+    const std::int64_t start = known ? now - *rc::gen::inRange<std::int64_t>(0, 30'000 * Ms) : NOT_A_TIME;
+    const auto late = check(start);
+    RC_ASSERT(late.has_value());
+    const auto elapsed = static_cast<double>(known ? (now - start) / Ms : 0);
+    RC_ASSERT(late->TimeoutMilliseconds == (known ? std::min(elapsed, active) : active));
+    RC_ASSERT(optionName() == optionOf(governs));
+    RC_ASSERT(late->OptionName == connection.TimeoutOption);
+    const resource_core::BaseMsgID reason = connection.HeadersComplete
+                                                ? resource_core::BaseMsgID(id::TimeoutReasonStoppedSending())
+                                                : resource_core::BaseMsgID(id::TimeoutReasonResponseHeader());
+    RC_ASSERT(late->Message == fl::i18n::MessageCatalog::get_message(reason, fl::i18n::VkLocale::global()));
+}
+
+// Activity, time and checks in any order, the head's end somewhere between them: a check fails exactly when the silence
+// has lasted longer than the limit that governed when it began.
+RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
+    if (response == Unlimited && data == Unlimited) {
+        connection.Deadline = NoDeadline; // as the send sets it
+    }
+    connection.updateDeadline();
+    std::int64_t heard = Start;
+    std::int64_t now = Start;
+    const auto steps = *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 5));
+    const int headAt = *rc::gen::inRange(0, 20);
+    for (int step = 0; step < static_cast<int>(steps.size()); ++step) {
+        if (step == headAt) {
+            passHeadLine("HTTP/1.1 200 OK\r\n");
+            passHeadLine("\r\n");
+            RC_ASSERT(connection.HeadersComplete);
+            heard = now;
+        }
+        switch (steps[static_cast<std::size_t>(step)]) {
+        case 0:
+            moveByte();
+            heard = now;
+            break;
+        case 1: { // libcurl's own remarks are no activity
+            char byte = 'x';
+            HTTPConnection::debugCallback(nullptr, CURLINFO_TEXT, &byte, 1, &connection);
+            break;
+        }
+        default:
+            now += *rc::gen::inRange<std::int64_t>(0, 6'000 * Ms);
+            curl.setClock(now);
+        }
+        const Governs governs = governing(response, data, connection.HeadersComplete);
+        const std::int64_t allowed = wholeNs(governs == Governs::Response ? response
+                                             : governs == Governs::Data   ? data
+                                                                          : 0.0);
+        RC_ASSERT(check(Start).has_value() == (governs != Governs::Nothing && now - heard > allowed));
+        RC_ASSERT((connection.Deadline == NoDeadline) == (governs == Governs::Nothing));
+    }
+}
+
+// Whatever the limits are, nothing is late before the connection is up; what libcurl itself reports always is.
+RC_GTEST_FIXTURE_PROP(TimeoutProperty, ConnectingIsLibcurlsAlone, ()) {
+    curl.giveInfo(CURLINFO_CONNECT_TIME, *rc::gen::element(0.0, -1.0));
+    connection.updateDeadline();
+    const std::int64_t elapsedMs = *rc::gen::inRange<std::int64_t>(0, 20'001);
+    curl.setClock(Start + elapsedMs * Ms);
+    RC_ASSERT(!check(Start));
+    std::string("libcurl's words").copy(connection.Handles->ErrorBuffer, 16);
+    connection.Handles->ErrorBuffer[15] = '\0';
+    const auto late = check(Start, true);
+    RC_ASSERT(late.has_value());
+    RC_ASSERT(late->TimeoutMilliseconds == static_cast<double>(elapsedMs));
+    const bool early = elapsedMs <= 10'000;
+    RC_ASSERT((fl::i18n::to_string(late->Message) == "libcurl's words") == early);
+    const std::string own = connection.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
+    RC_ASSERT((optionName() == own) == early);
+    RC_ASSERT(late->OptionName == connection.TimeoutOption);
+}
+
+} // namespace
