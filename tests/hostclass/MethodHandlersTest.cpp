@@ -124,6 +124,15 @@ TEST_F(Methods, FieldsTakeAsciiOnly) {
     EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "\xC3\xA9")));
 }
 
+// Both texts of an element are converted before its name is looked at.
+TEST_F(Methods, FieldWithoutANameWhoseValueCannotBeEncodedFailsForTheValue) {
+    const Array fields = Array::structures({"Name", "Value"}, {{"A", "1"}, {"", Array(u"\u00E9")}});
+    const vantik::Message failure = failureOf([&] { Adapter.call("setFields", {fields}); });
+    EXPECT_EQ(failure.identifier(), "VANTIK:webservices:EncodingFailure");
+    EXPECT_EQ(failure.Arguments.at(0), vantik::MessageArgument(std::string("\xC3\xA9")));
+    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "1")));
+}
+
 TEST_F(Methods, RemovedFieldStaysAsAnEmptyOne) {
     Adapter.call("setRequestProperty", {"Accept", "a"});
     Adapter.call("setRequestProperty", {"Other", "b"});

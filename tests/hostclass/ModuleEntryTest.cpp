@@ -4,7 +4,9 @@
 #include "tests/hostclass/ClassFixture.h"
 
 #include <algorithm>
+#include <latch>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -94,4 +96,47 @@ TEST_F(ModuleEntryDeathTest, WithOneSystemForAllAFailureLeavesLaterCallsFreeToTr
             leave(failed && failedAgain && hasClass());
         },
         testing::ExitedWithCode(0), "");
+}
+
+// Concurrent callers: one registers, in its own scope, and all of them return.
+TEST_F(ModuleEntryDeathTest, WithOneSystemForAllOneOfManyThreadsRegisters) {
+    EXPECT_EXIT(
+        {
+            constexpr std::size_t count = 8;
+            std::latch start(count);
+            std::vector<int> registered(count);
+            std::vector<std::thread> threads;
+            for (int& has : registered) {
+                threads.emplace_back([&] {
+                    vantik::Host own;
+                    const vantik::detail::ScopeEntry entry(own.scope());
+                    own.scope()->RegistersPerScope = false;
+                    start.arrive_and_wait();
+                    VKInitialize_netrove();
+                    has = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr ? 1 : 0;
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+            leave(std::ranges::count(registered, 1) == 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ModuleEntry, WithASystemForEachScopeEveryThreadRegisters) {
+    std::vector<int> registered(4);
+    std::vector<std::thread> threads;
+    for (int& has : registered) {
+        threads.emplace_back([&] {
+            vantik::Host own;
+            const vantik::detail::ScopeEntry entry(own.scope());
+            VKInitialize_netrove();
+            has = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr ? 1 : 0;
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(registered, std::vector<int>(4, 1));
 }

@@ -21,11 +21,16 @@ public:
         return vcos::COSDataTypePtr(Type, reinterpret_cast<const vcos::COSDataType*>(Type.get()));
     }
     void addProperty(vcos::COSPropT* property) override {
+        Order.push_back(*property->getName() + ": " + Validated.back().second);
         GotValidatedType.push_back(static_cast<const void*>(property->getDataType().get()) == Type.get());
         Properties.emplace_back(property);
     }
-    void addMethod(vcos::COSMethodInfo* method) override { Methods.emplace_back(method); }
+    void addMethod(vcos::COSMethodInfo* method) override {
+        Order.push_back(method == nullptr ? "(null)" : method->getName() + "()");
+        Methods.emplace_back(method);
+    }
 
+    std::vector<std::string> Order;                             // "property: type word" and "method()", as they came
     std::vector<std::pair<std::string, std::string>> Validated; // name and type word, in order
     std::vector<bool> GotValidatedType;                         // one for each property
     std::vector<std::unique_ptr<vcos::COSPropT>> Properties;

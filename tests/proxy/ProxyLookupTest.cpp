@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <list>
 #include <memory>
 #include <stdexcept>
@@ -38,13 +39,14 @@ public:
     ProxyList getProxies(const std::string& url) override {
         Asked.push_back(url);
         if (Asked.size() <= Failures) {
-            throw 42; // not even an exception class
+            Raise();
         }
         return ProxyList(Answer);
     }
 
     std::vector<std::string> Asked;
-    std::size_t Failures = 0; // how many of the first calls fail
+    std::size_t Failures = 0;                       // how many of the first calls fail
+    std::function<void()> Raise = [] { throw 42; }; // not even an exception class
     std::list<Proxy> Answer;
 };
 

@@ -1,0 +1,295 @@
+// Properties of identifiers over generated text.
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "IriHelpers.h"
+
+namespace {
+
+using foundation::core::except::IInternalException;
+using foundation::network::IRI;
+
+constexpr const char* kUnreserved = "abcxyzABCXYZ0189-._~";
+constexpr const char* kSubDelimiters = "!$&'()*+,;=";
+
+// Text of the given characters, with percent-encodings among them.
+rc::Gen<std::string> encodedText(const std::string& characters) {
+    const auto character = rc::gen::map(rc::gen::elementOf(characters), [](char c) { return std::string(1, c); });
+    const auto encoding = rc::gen::map(rc::gen::pair(rc::gen::elementOf(std::string("0123456789abcdefABCDEF")),
+                                                     rc::gen::elementOf(std::string("0123456789abcdefABCDEF"))),
+                                       [](const std::pair<char, char>& digits) {
+                                           return std::string{'%', digits.first, digits.second};
+                                       });
+    const auto pieces = rc::gen::container<std::vector<std::string>>(
+        rc::gen::weightedOneOf<std::string>({{9, character}, {1, encoding}}));
+    return rc::gen::map(pieces, [](const std::vector<std::string>& list) {
+        std::string text;
+        for (const std::string& piece : list) {
+            text += piece;
+        }
+        return text;
+    });
+}
+
+std::string lowered(std::string text) {
+    std::ranges::transform(text, text.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 0x20) : c; });
+    return text;
+}
+
+// Labels of letters and digits: names as they are registered.
+rc::Gen<std::string> hostName() {
+    const auto letter =
+        rc::gen::elementOf(std::string("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"));
+    const auto label = rc::gen::resize(20, rc::gen::nonEmpty(rc::gen::container<std::string>(letter)));
+    const auto labels = rc::gen::resize(6, rc::gen::nonEmpty(rc::gen::container<std::vector<std::string>>(label)));
+    return rc::gen::map(labels, [](const std::vector<std::string>& list) {
+        std::string name;
+        for (const std::string& label : list) {
+            name += (name.empty() ? "" : ".") + label;
+        }
+        return name;
+    });
+}
+
+rc::Gen<std::string> host() {
+    return rc::gen::weightedOneOf<std::string>(
+        {{4, hostName()},
+         {1, rc::gen::element<std::string>("127.0.0.1", "[::1]", "[2001:DB8::A]", "my_host", "h.example.")}});
+}
+
+// A part that may be missing.
+rc::Gen<std::optional<std::string>> optionally(const rc::Gen<std::string>& text) {
+    return rc::gen::map(rc::gen::maybe(text), [](const rc::Maybe<std::string>& given) {
+        return given ? std::optional<std::string>(*given) : std::nullopt;
+    });
+}
+
+// The same with the character that leads it.
+std::string part(const char* lead, const std::optional<std::string>& text) {
+    return text ? lead + *text : std::string();
+}
+
+bool isPlainAscii(const std::u16string& text) {
+    return std::ranges::all_of(text, [](char16_t c) { return c > 0x20 && c < 0x7F; });
+}
+
+// The UTF-8 form of one code point, byte by byte, each percent-encoded.
+std::string percentEncoded(std::uint32_t point) {
+    std::vector<std::uint32_t> bytes;
+    if (point < 0x80) {
+        bytes = {point};
+    } else if (point < 0x800) {
+        bytes = {0xC0 | point >> 6, 0x80 | (point & 0x3F)};
+    } else if (point < 0x10000) {
+        bytes = {0xE0 | point >> 12, 0x80 | (point >> 6 & 0x3F), 0x80 | (point & 0x3F)};
+    } else {
+        bytes = {0xF0 | point >> 18, 0x80 | (point >> 12 & 0x3F), 0x80 | (point >> 6 & 0x3F), 0x80 | (point & 0x3F)};
+    }
+    std::string text;
+    for (const std::uint32_t byte : bytes) {
+        text += {'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
+    }
+    return text;
+}
+
+std::u16string utf16(const std::vector<std::uint32_t>& points) {
+    std::u16string text;
+    for (const std::uint32_t point : points) {
+        if (point < 0x10000) {
+            text += static_cast<char16_t>(point);
+        } else {
+            text += static_cast<char16_t>(0xD7C0 + (point >> 10));
+            text += static_cast<char16_t>(0xDC00 + (point & 0x3FF));
+        }
+    }
+    return text;
+}
+
+// Code points that a text may hold: everything but controls, surrogates and the characters in `without`.
+rc::Gen<std::vector<std::uint32_t>> codePoints(const std::string& without) {
+    const auto allowed = [without](std::uint32_t point) {
+        return point >= 0x20 && !(point >= 0x7F && point < 0xA0) && !(point >= 0xD800 && point < 0xE000) &&
+               (point >= 0x80 || without.find(static_cast<char>(point)) == std::string::npos);
+    };
+    const auto point = rc::gen::oneOf(
+        rc::gen::inRange<std::uint32_t>(0x20, 0x80), rc::gen::inRange<std::uint32_t>(0xA0, 0x800),
+        rc::gen::inRange<std::uint32_t>(0x800, 0x10000), rc::gen::inRange<std::uint32_t>(0x10000, 0x110000),
+        rc::gen::element<std::uint32_t>(0xA0, 0x7FF, 0x800, 0xD7FF, 0xE000, 0xFFFD, 0xFFFF, 0x10000, 0x10FFFF));
+    return rc::gen::container<std::vector<std::uint32_t>>(rc::gen::suchThat(point, allowed));
+}
+
+// What a component of those code points looks like in ASCII, where `kept` stands as it is.
+std::string mapped(const std::vector<std::uint32_t>& points, const std::string& kept) {
+    std::string text;
+    for (const std::uint32_t point : points) {
+        const bool plain = point < 0x80 && (std::isalnum(static_cast<int>(point)) != 0 ||
+                                            kept.find(static_cast<char>(point)) != std::string::npos);
+        text += plain ? std::string(1, static_cast<char>(point)) : percentEncoded(point);
+    }
+    return text;
+}
+
+// Units of any kind, the ones that matter to the grammar among them.
+rc::Gen<std::u16string> anyText() {
+    const auto any = rc::gen::map(rc::gen::inRange<int>(0, 0x10000), [](int c) { return static_cast<char16_t>(c); });
+    const auto ascii = rc::gen::map(rc::gen::inRange<int>(0, 0x80), [](int c) { return static_cast<char16_t>(c); });
+    const auto grammar = rc::gen::elementOf(std::u16string(u":/?#[]@%.-_~!$&'()*+,;= \\aAzZ09"));
+    const auto nasty = rc::gen::elementOf(std::u16string(
+        {0x00AD, 0x200D, 0x0301, 0xFF0F, 0x3002, 0x00DF, 0x05D0, 0xD83D, 0xDE00, 0xFFFF, 0x212A, 0xFF05}));
+    // Short, so that a good part of the texts is accepted.
+    return rc::gen::resize(12, rc::gen::container<std::u16string>(rc::gen::weightedOneOf<char16_t>(
+                                   {{20, grammar}, {3, ascii}, {1, any}, {1, nasty}})));
+}
+
+// Pieces of references, the dots of paths among them.
+rc::Gen<std::u16string> referenceText() {
+    const auto piece = rc::gen::element<std::u16string>(u"..", u".", u"/", u"/", u"//", u"g", u"h", u";x=1", u"?y",
+                                                        u"#s", u"http:", u"//h", u":", u"%2e", u"\u00E9", u" ");
+    return rc::gen::map(rc::gen::resize(10, rc::gen::container<std::vector<std::u16string>>(piece)),
+                        [](const std::vector<std::u16string>& pieces) {
+                            std::u16string text;
+                            for (const std::u16string& one : pieces) {
+                                text += one;
+                            }
+                            return text;
+                        });
+}
+
+// The ASCII form where the text is an identifier. Any exception but the host's own fails the property.
+std::optional<std::string> asciiForm(const std::u16string& text) {
+    try {
+        const IRI value(text);
+        const std::u16string form = value.toAsciiString(false);
+        RC_ASSERT(isPlainAscii(form));
+        const IRI again(form);
+        RC_ASSERT(narrow(again.toAsciiString(false)) == narrow(form));
+        RC_ASSERT(again.getHost(IRI::Encoding::Ascii) == value.getHost(IRI::Encoding::Ascii));
+        RC_ASSERT(again.getPath() == value.getPath());
+        RC_ASSERT(again.getQuery() == value.getQuery());
+        RC_ASSERT(again.getFragment() == value.getFragment());
+        return narrow(form);
+    } catch (const IInternalException& refused) {
+        RC_ASSERT(std::string(refused.what()).find(" at position ") != std::string::npos);
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+RC_GTEST_PROP(IriProperties, AsciiUrlsComeOutAsTheyWentIn, ()) {
+    const std::string path = std::string(kUnreserved) + kSubDelimiters + ":@/";
+    const auto scheme = *rc::gen::element<std::string>("http", "https", "HTTP", "hTTps", "ws+x-1.y", "A");
+    const auto user = *optionally(encodedText(std::string(kUnreserved) + kSubDelimiters + ":"));
+    const auto name = *host();
+    const auto port = *optionally(
+        rc::gen::oneOf(rc::gen::map(rc::gen::inRange(0, 65536), [](int number) { return std::to_string(number); }),
+                       rc::gen::element<std::string>("", "0", "00080", "65535")));
+    const auto segments = *optionally(encodedText(path));
+    const auto query = *optionally(encodedText(path + "?"));
+    const auto fragment = *optionally(encodedText(path + "?"));
+    const std::string rest = part(":", port) + part("/", segments) + part("?", query) + part("#", fragment);
+    const std::string userPart = user ? *user + "@" : "";
+    const IRI value = iri(scheme + "://" + userPart + name + rest);
+    RC_ASSERT(ascii(value) == lowered(scheme) + "://" + userPart + lowered(name) + rest);
+    RC_ASSERT(narrow(value.getScheme()) == lowered(scheme));
+    RC_ASSERT(narrow(value.getHost(IRI::Encoding::Ascii)) == lowered(name));
+    RC_ASSERT(narrow(value.getPath()) == part("/", segments));
+    RC_ASSERT(narrow(value.getQuery()) == query.value_or(""));
+    RC_ASSERT(value.hasQuery() == query.has_value());
+    RC_ASSERT(narrow(value.getFragment()) == fragment.value_or(""));
+    RC_ASSERT(value.hasFragment() == fragment.has_value());
+    RC_ASSERT(value.getPortNumber() == (port && !port->empty() ? std::stoi(*port) : 0));
+    RC_ASSERT(ascii(IRI(value.toAsciiString(false))) == ascii(value));
+}
+
+RC_GTEST_PROP(IriProperties, CharactersThatDoNotBelongArePercentEncodedUtf8, ()) {
+    const auto path = *codePoints("%\\?#");
+    const auto query = *codePoints("%\\#");
+    const auto fragment = *codePoints("%\\");
+    const std::string kept = "-._~!$&'()*+,;=:@/";
+    const std::string pathForm = "/" + mapped(path, kept);
+    const std::string queryForm = mapped(query, kept + "?");
+    const std::string fragmentForm = mapped(fragment, kept + "?");
+    const IRI value(u"http://h/" + utf16(path) + u"?" + utf16(query) + u"#" + utf16(fragment));
+    RC_ASSERT(narrow(value.getPath()) == pathForm);
+    RC_ASSERT(narrow(value.getQuery()) == queryForm);
+    RC_ASSERT(narrow(value.getFragment()) == fragmentForm);
+    const std::u16string form = value.toAsciiString(false);
+    RC_ASSERT(narrow(form) == "http://h" + pathForm + "?" + queryForm + "#" + fragmentForm);
+    const IRI again(form);
+    RC_ASSERT(again.toAsciiString(false) == form);
+    RC_ASSERT(again.getPath() == value.getPath());
+    RC_ASSERT(again.getQuery() == value.getQuery());
+    RC_ASSERT(again.getFragment() == value.getFragment());
+}
+
+RC_GTEST_PROP(IriProperties, DecodingUndoesUnreservedCharactersAndNothingElse, ()) {
+    const auto bytes = *rc::gen::container<std::vector<std::uint8_t>>(rc::gen::arbitrary<std::uint8_t>());
+    std::string encoded = "http://h/";
+    std::string decoded = encoded;
+    for (const std::uint8_t byte : bytes) {
+        const std::string piece{'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
+        const bool unreserved = byte < 0x80 && (std::isalnum(byte) != 0 ||
+                                                std::string("-._~").find(static_cast<char>(byte)) != std::string::npos);
+        encoded += piece;
+        decoded += unreserved ? std::string(1, static_cast<char>(byte)) : piece;
+    }
+    RC_ASSERT(ascii(iri(encoded)) == encoded);
+    RC_ASSERT(narrow(iri(encoded).toAsciiString(true)) == decoded);
+}
+
+RC_GTEST_PROP(IriProperties, AnyTextIsAnIdentifierOrRefusedByTheHostsOwnException, ()) {
+    asciiForm(*anyText());
+    asciiForm(u"http://" + *anyText());
+    asciiForm(u"http://h/" + *anyText());
+    asciiForm(u"http://" + *anyText() + u"@h:1/" + *anyText());
+    asciiForm(u"//[" + *anyText() + u"]");
+}
+
+RC_GTEST_PROP(IriProperties, AnyReferenceResolvesToAnAbsoluteTargetThatStays, ()) {
+    const IRI base(u"http://a/b/c/d;p?q");
+    const std::u16string text = *rc::gen::oneOf(referenceText(), anyText());
+    std::optional<IRI> reference;
+    try {
+        reference.emplace(text);
+    } catch (const IInternalException&) {
+        RC_SUCCEED("no reference");
+    }
+    const IRI target = reference->resolveAgainst(base);
+    RC_ASSERT(target.hasScheme());
+    const std::string form = narrow(target.toAsciiString(false));
+    RC_ASSERT(narrow(IRI(target.toAsciiString(false)).toAsciiString(false)) == form);
+    RC_ASSERT(narrow(target.resolveAgainst(base).toAsciiString(false)) == form);
+    RC_ASSERT(target.getFragment() == reference->getFragment());
+    const std::string path = narrow(target.getPath()) + "/";
+    if (target.hasHost()) {
+        RC_ASSERT(path.find("/./") == std::string::npos);
+        RC_ASSERT(path.find("/../") == std::string::npos);
+    }
+}
+
+// Names outside ASCII: what the mapping makes of them is a name in ASCII that maps to itself.
+RC_GTEST_PROP(IriProperties, HostsOfAnyLettersAreMappedOnceOrRefused, ()) {
+    const auto letter =
+        rc::gen::oneOf(rc::gen::inRange<std::uint32_t>('a', 'z' + 1), rc::gen::inRange<std::uint32_t>(0xC0, 0x250),
+                       rc::gen::inRange<std::uint32_t>(0x370, 0x530), rc::gen::inRange<std::uint32_t>(0x4E00, 0x9FA6),
+                       rc::gen::element<std::uint32_t>('.', '-', '0', 0x3002, 0xFF0E, 0x1F600));
+    const auto points = *rc::gen::resize(20, rc::gen::nonEmpty(rc::gen::container<std::vector<std::uint32_t>>(letter)));
+    const auto form = asciiForm(u"http://" + utf16(points) + u"/");
+    if (!form) {
+        RC_SUCCEED("refused");
+    }
+    const IRI value = iri(*form);
+    RC_ASSERT(value.hasHost());
+    const IRI fromUnicode(u"http://" + value.getHost(IRI::Encoding::Unicode) + u"/");
+    RC_ASSERT(ascii(fromUnicode) == *form);
+    const IRI fromEncoded(u"http://" + value.getHost(IRI::Encoding::PercentEncoded) + u"/");
+    RC_ASSERT(ascii(fromEncoded) == *form);
+}
