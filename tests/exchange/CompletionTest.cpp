@@ -4,6 +4,7 @@
 #include "tests/support/ScriptedObjects.h"
 #include "tests/support/WireText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace {
@@ -87,8 +88,10 @@ TEST_F(Completion, WarningOfShortContentTellsTheCountsOfTheSend) {
     connection.call("copyContentToByteArray", {false});
     EXPECT_EQ(consumer->content(), "four56");
     ASSERT_EQ(warnings().size(), 1U);
-    EXPECT_EQ(describe(warnings()[0]),
-              "VANTIK:webservices:PartialFileWarning(4, 10, transfer closed with 4 bytes remaining to read)");
+    // The text behind the counts is libcurl's, in which only its own count is the same in every version.
+    EXPECT_THAT(describe(warnings()[0]),
+                ::testing::AllOf(::testing::StartsWith("VANTIK:webservices:PartialFileWarning(4, 10, "),
+                                 ::testing::HasSubstr("with 4 bytes ")));
     expectObjectUsable(connection);
     EXPECT_EQ(warnings().size(), 1U);
 }
