@@ -50,6 +50,10 @@ HostCalls* HostCalls::current() noexcept {
 #define NEW_METHOD_INFO(prefix) prefix##_ZN4vcos13COSMethodInfonwEm
 #define NEW_OR_NULL(prefix) prefix##_ZnwmRKSt9nothrow_t
 
+// Visible, since the sanitizers' own library refers to these functions as well, and the linker takes that for a
+// reference to the wrapper.
+#define WRAPPER_OF_LIBRARIES __attribute__((visibility("default")))
+
 extern "C" {
 
 vcos::COSPackage* GET_NAMESPACE(__real_)(vcos::InternedName name);
@@ -101,17 +105,17 @@ void* NEW_METHOD_INFO(__wrap_)(std::size_t size) noexcept {
 }
 
 void* NEW_OR_NULL(__real_)(std::size_t size, const std::nothrow_t& tag) noexcept;
-void* NEW_OR_NULL(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept {
+WRAPPER_OF_LIBRARIES void* NEW_OR_NULL(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept {
     return takesTurn(&HostCalls::FailingInstance) ? nullptr : NEW_OR_NULL(__real_)(size, tag);
 }
 
 void* __real_calloc(std::size_t count, std::size_t size);
-void* __wrap_calloc(std::size_t count, std::size_t size) {
+WRAPPER_OF_LIBRARIES void* __wrap_calloc(std::size_t count, std::size_t size) {
     return takesTurn(&HostCalls::FailingPropertyBlock) ? nullptr : __real_calloc(count, size);
 }
 
 int __real_pthread_once(pthread_once_t* flag, void (*routine)());
-int __wrap_pthread_once(pthread_once_t* flag, void (*routine)()) {
+WRAPPER_OF_LIBRARIES int __wrap_pthread_once(pthread_once_t* flag, void (*routine)()) {
     return gCurrent != nullptr && gCurrent->OncePrimitiveFails ? EAGAIN : __real_pthread_once(flag, routine);
 }
 
