@@ -14,17 +14,27 @@ HTTPConnection::HTTPConnection() : CurlInitializer(newLibCurlInitializer()) {
     if (Handles->ConnectionOpen) {
         VANTIK::raise<VANTIK::http::OnlyOneTransferAtATime>();
     }
-    // An empty file name starts the cookie engine without reading a file. A new connection begins without cookies; a
-    // reopen keeps those it has received.
+    startCookieEngine();
+}
+
+// An empty file name starts the cookie engine without reading a file. A new connection begins without cookies; a reopen
+// keeps those it has received.
+void HTTPConnection::startCookieEngine() {
     CURL* easy = Handles->EasyHandle;
-    setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), "");
-    setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
-    // A reset drops the list of cookie files (libcurl 7.88 leaks it), so an engine that has seen no transfer by then
-    // would never start: the cookies of a whole scope would be lost after an open that failed, or after new handles.
-    // Taking the list back and adding a line without a cookie leaves an empty engine that runs from here on, whatever
-    // is reset.
-    setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), nullptr);
-    setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "#");
+    try {
+        setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), "");
+        setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
+        // A reset drops the list of cookie files (libcurl 7.88 leaks it), so an engine that has seen no transfer by
+        // then would never start: the cookies of a whole scope would be lost after an open that failed, or after new
+        // handles. Taking the list back and adding a line without a cookie leaves an empty engine that runs from here
+        // on, whatever is reset.
+        setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), nullptr);
+        setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "#");
+    } catch (...) {
+        static_cast<void>(
+            curl_easy_setopt(easy, CURLOPT_COOKIEFILE, static_cast<char*>(nullptr))); // before a reset can leak it
+        throw;
+    }
 }
 
 // The lists go first, as libcurl reads none of them any more. Removing and resetting may still run the trace callback,

@@ -163,6 +163,7 @@ public:
     std::exception_ptr EscapedFailure; // what would have left a callback; rethrown behind the libcurl call
 
 private:
+    void startCookieEngine();
     void applyUrlOptions();
     void prepareHandle();
     void detachHandle();

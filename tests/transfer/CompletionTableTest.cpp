@@ -130,7 +130,7 @@ protected:
 };
 
 TEST_P(CompletionTable, EveryResultHasItsMeaning) {
-    std::vector<int> results{120, 255, 1000};
+    std::vector<int> results{120, 127}; // as far as the type of the numbers goes
     for (int result = 0; result <= 110; ++result) {
         results.push_back(result);
     }
