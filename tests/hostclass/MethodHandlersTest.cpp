@@ -74,9 +74,12 @@ TEST_F(Methods, ProxyTakesHostAndPort) {
 }
 
 TEST_F(Methods, EmptyProxyPortMeansEighty) {
-    connection().ProxyPort = 1;
-    Adapter.call("openProxyConnection", {proxy("p", Array())});
-    EXPECT_EQ(connection().ProxyPort, 80);
+    for (const Array& description :
+         {proxy("p", Array()), proxy("p", Array::doubles({})), proxy("p", ""), Array::structure({{"Host", "p"}})}) {
+        connection().ProxyPort = 1;
+        Adapter.call("openProxyConnection", {description});
+        EXPECT_EQ(connection().ProxyPort, 80);
+    }
 }
 
 TEST_F(Methods, ProxyPortOutOfRangeChangesTheHostOnly) {

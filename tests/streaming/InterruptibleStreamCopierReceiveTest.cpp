@@ -279,4 +279,13 @@ TEST_F(ReceivePump, TraceLineIsClosedByBytesAndByAFailure) {
     Connection.Debug = 0;
 }
 
+TEST_F(ReceivePump, FailedWaitIsNotTracedAsAPass) {
+    Connection.Debug = 1;
+    Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY, 1);
+    const StandardOutputCapture output;
+    EXPECT_NE(internalErrorOf([&] { receive(); }), "");
+    EXPECT_EQ(output.text(), "");
+    Connection.Debug = 0;
+}
+
 } // namespace

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include <memory>
 #include <string>
 
 using namespace streamingtest;
@@ -43,6 +44,24 @@ TEST_F(CopierConstruction, StartsOnThePayload) {
     EXPECT_EQ(copier.ProviderClass, vcos::internal::makeInterned("vantik.net.http.io.ContentProvider"));
     EXPECT_EQ(copier.ProviderArgs[0], nullptr);
     EXPECT_EQ(copier.ProviderArgs[1], nullptr);
+}
+
+TEST_F(CopierConstruction, TakesTheBufferOfACopierThatIsNoLongerDrained) {
+    Connection.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+    Connection.Copier->ReceiveBuffer.assign(100000, 'x');
+    const char* const memory = Connection.Copier->ReceiveBuffer.data();
+    const InterruptibleStreamCopier next(Connection);
+    EXPECT_TRUE(next.ReceiveBuffer.empty());
+    EXPECT_EQ(next.ReceiveBuffer.data(), memory);
+}
+
+TEST_F(CopierConstruction, LeavesTheBytesOfACopierThatIsStillDrained) {
+    Connection.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+    Connection.Copier->ReceiveBuffer = "not passed on yet";
+    const std::shared_ptr drained = Connection.Copier;
+    const InterruptibleStreamCopier next(Connection);
+    EXPECT_EQ(drained->ReceiveBuffer, "not passed on yet");
+    EXPECT_TRUE(next.ReceiveBuffer.empty());
 }
 
 TEST_F(CopierConstruction, TakesTheProviderWithoutCallingIt) {

@@ -170,6 +170,15 @@ TEST_F(HTTPConnectionSendTest, TraceTellsEachStage) {
     EXPECT_THAT(curl.texts({CurlFunction::VersionInfo}), ElementsAre("curl_version_info 10"));
 }
 
+TEST_F(HTTPConnectionSendTest, FailedTransferIsNotTracedAsDone) {
+    const StandardOutputCapture output;
+    connection.Debug = 1;
+    playExchange("", CURLE_GOT_NOTHING, "");
+    EXPECT_NE(send(), "nothing");
+    EXPECT_THAT(output.text(), ::testing::EndsWith("Starting perform loop\nALL HEADERS RECEIVED\n"));
+    connection.Debug = 0;
+}
+
 TEST_F(HTTPConnectionSendTest, TraceTellsOfContent) {
     const StandardOutputCapture output;
     connection.Debug = 1;
