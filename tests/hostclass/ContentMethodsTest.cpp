@@ -236,6 +236,14 @@ TEST_F(Content, NameWithANulTruncatesNoOtherFile) {
     EXPECT_EQ(readFile(file), "safe");
 }
 
+// Its name has no narrow form for the message either, so that the conversion's own failure comes out.
+TEST_F(Content, NameThatIsNoTextIsRefused) {
+    const std::u16string name = std::filesystem::path(Folder.file("half")).u16string() + u'\xD800';
+    const vantik::Message failure = failureOf([&] { Adapter.call("copyContentToFile", {Array(name)}); });
+    EXPECT_THAT(failure.Text, testing::HasSubstr("unpaired surrogate U+D800"));
+    EXPECT_TRUE(std::filesystem::is_empty(Folder.path()));
+}
+
 TEST_F(Content, TransferThatFailsIsReportedAndNotTheFile) {
     const testsupport::RefusingPort port;
     openTo(port.url());
