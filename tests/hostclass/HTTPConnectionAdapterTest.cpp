@@ -183,6 +183,19 @@ TEST_F(Adapter, PayloadReplacedWithinATransferLivesUntilTheTransferEnds) {
     EXPECT_EQ(adapter.connection.Payload, std::vector<std::uint8_t>{9});
 }
 
+TEST_F(Adapter, EveryPayloadOfATransferLivesUntilTheTransferEnds) {
+    HTTPConnectionAdapter adapter;
+    const HTTPConnectionAdapter::Transfer transfer(adapter);
+    std::vector<const std::uint8_t*> offered;
+    for (const std::uint8_t byte : {1, 2, 3}) {
+        adapter.setPayload({byte});
+        offered.push_back(adapter.connection.Payload.data());
+    }
+    for (std::size_t i = 0; i < offered.size(); ++i) {
+        EXPECT_EQ(*offered[i], i + 1);
+    }
+}
+
 TEST_F(Adapter, EmptyingTheBufferClearsContentAndErrorState) {
     HTTPConnectionAdapter adapter;
     adapter.responseBuffer << std::string(100000, 'x');
