@@ -3,12 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-using namespace clitest;
+using namespace testsupport;
 
 TEST(DemoCommand, EveryStepDoesWhatItSaysAndNothingIsLeft) {
     const testsupport::TemporaryFolder folder;

@@ -5,14 +5,13 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/UnreachablePorts.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 void expectFailure(const std::vector<std::string>& arguments, int status, const std::string& identifier) {

@@ -6,13 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 TEST(DescribeCommand, EveryPropertyAndMethodIsInTheTable) {

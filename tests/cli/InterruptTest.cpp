@@ -7,14 +7,13 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 constexpr const char* kInterrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";

@@ -3,14 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 std::string redirect(const std::string& target, const std::string& status = "302 Found") {

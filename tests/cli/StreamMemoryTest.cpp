@@ -9,14 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 constexpr std::size_t kSmall = 100'000;

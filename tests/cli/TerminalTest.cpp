@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/UnreachablePorts.h"
@@ -11,7 +11,6 @@
 
 namespace {
 
-using namespace clitest;
 using namespace testsupport;
 
 Script answer(const std::string& text) {

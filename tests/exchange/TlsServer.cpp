@@ -1,15 +1,16 @@
 #include "tests/exchange/TlsServer.h"
 
+#include "tests/support/Certificates.h"
+#include "tests/support/OpenSslOwner.h"
+
 #include <openssl/bio.h>
-#include <openssl/ec.h>
-#include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
-#include <openssl/x509v3.h>
+#include <openssl/x509.h>
 
 #include <cerrno>
 #include <csignal>
-#include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include <sys/socket.h>
@@ -18,54 +19,19 @@
 namespace testsupport {
 namespace {
 
-template <auto Function>
-struct Free {
-    template <class Object>
-    void operator()(Object* object) const {
-        Function(object);
-    }
-};
-using Key = std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>>;
-using Certificate = std::unique_ptr<X509, Free<X509_free>>;
-using Extension = std::unique_ptr<X509_EXTENSION, Free<X509_EXTENSION_free>>;
-using Memory = std::unique_ptr<BIO, Free<BIO_free>>;
-using Session = std::unique_ptr<SSL, Free<SSL_free>>;
+using Key = OpenSslOwner<EVP_PKEY, EVP_PKEY_free>;
+using Session = OpenSslOwner<SSL, SSL_free>;
+using Memory = OpenSslOwner<BIO, BIO_free>;
 
-void require(bool good, const char* what) {
-    if (!good) {
-        throw std::runtime_error(std::string("TLS server: ") + what);
-    }
-}
-
-void addExtension(X509& certificate, int kind, const std::string& value) {
-    const Extension extension(X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str()));
-    require(extension != nullptr && X509_add_ext(&certificate, extension.get(), -1) == 1, "extension");
-}
-
-Certificate makeCertificate(EVP_PKEY& key, const std::string& names) {
-    constexpr long Hour = 3600;
-    Certificate made(X509_new());
-    require(made != nullptr, "certificate");
-    X509_set_version(made.get(), X509_VERSION_3);
-    ASN1_INTEGER_set(X509_get_serialNumber(made.get()), 1);
-    X509_gmtime_adj(X509_getm_notBefore(made.get()), -Hour);
-    X509_gmtime_adj(X509_getm_notAfter(made.get()), Hour);
-    X509_NAME* name = X509_get_subject_name(made.get());
-    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, reinterpret_cast<const unsigned char*>("test"), -1, -1, 0);
-    X509_set_issuer_name(made.get(), name);
-    X509_set_pubkey(made.get(), &key);
-    addExtension(*made, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(*made, NID_subject_alt_name, names);
-    require(X509_sign(made.get(), &key, EVP_sha256()) != 0, "signature");
-    return made;
-}
-
-std::string asText(X509& certificate) {
-    const Memory memory(BIO_new(BIO_s_mem()));
-    require(memory != nullptr && PEM_write_bio_X509(memory.get(), &certificate) == 1, "certificate's text");
-    char* data = nullptr;
-    const long length = BIO_get_mem_data(memory.get(), &data);
-    return {data, static_cast<std::size_t>(length)};
+// What a context takes as its certificate and key.
+void useCredentials(SSL_CTX& context, const Credentials& credentials) {
+    const Memory certificateText(BIO_new_mem_buf(credentials.Certificate.data(), -1));
+    const Memory keyText(BIO_new_mem_buf(credentials.Key.data(), -1));
+    const OpenSslOwner<X509, X509_free> certificate(
+        PEM_read_bio_X509(certificateText.get(), nullptr, nullptr, nullptr));
+    const Key key(PEM_read_bio_PrivateKey(keyText.get(), nullptr, nullptr, nullptr));
+    requireOpenSsl(SSL_CTX_use_certificate(&context, certificate.get()) == 1, "use of the certificate");
+    requireOpenSsl(SSL_CTX_use_PrivateKey(&context, key.get()) == 1, "use of the key");
 }
 
 // Up to and with the empty line; what has come where the peer ends before.
@@ -82,20 +48,19 @@ std::string readHead(ReadByte readByte) {
 } // namespace
 
 struct TlsContext {
-    std::unique_ptr<SSL_CTX, Free<SSL_CTX_free>> Handle{SSL_CTX_new(TLS_server_method())};
+    OpenSslOwner<SSL_CTX, SSL_CTX_free> Handle{SSL_CTX_new(TLS_server_method())};
 };
 
 TlsServer::TlsServer(const std::string& names, std::string answer, std::string tunnelAnswer)
     : Context(std::make_unique<TlsContext>()), Answer(std::move(answer)), TunnelAnswer(std::move(tunnelAnswer)),
       Listening(bindLoopback(Family::IPv4, true)), Port(boundPort(Listening)) {
     std::signal(SIGPIPE, SIG_IGN); // a client may close while it is written to
-    const Key key(EVP_EC_gen("P-256"));
-    require(key != nullptr, "key");
-    const testsupport::Certificate made = makeCertificate(*key, names);
-    Certificate = asText(*made);
-    require(SSL_CTX_use_certificate(Context->Handle.get(), made.get()) == 1, "use of the certificate");
-    require(SSL_CTX_use_PrivateKey(Context->Handle.get(), key.get()) == 1, "use of the key");
-    require(::listen(Listening.get(), 16) == 0, "listening");
+    const Credentials credentials = selfSigned({.Names = names});
+    Certificate = credentials.Certificate;
+    useCredentials(*Context->Handle, credentials);
+    if (::listen(Listening.get(), 16) != 0) {
+        throw std::system_error(errno, std::generic_category(), "listen");
+    }
     Worker = std::thread([this] { serve(); });
 }
 

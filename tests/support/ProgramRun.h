@@ -11,7 +11,7 @@
 
 #include <sys/types.h>
 
-namespace clitest {
+namespace testsupport {
 
 struct Outcome {
     int Status = -1; // exit status; -1 where a signal ended the program
@@ -63,4 +63,4 @@ Outcome run(std::vector<std::string> arguments, const Surroundings& around = {})
 // The last line of a text, without its end.
 std::string lastLine(const std::string& text);
 
-} // namespace clitest
+} // namespace testsupport

@@ -1,4 +1,4 @@
-#include "tests/cli/ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 
 #include <cerrno>
 #include <csignal>
@@ -14,7 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-namespace clitest {
+namespace testsupport {
 
 namespace {
 
@@ -240,4 +240,4 @@ std::string lastLine(const std::string& text) {
     return trimmed.substr(trimmed.rfind('\n') + 1);
 }
 
-} // namespace clitest
+} // namespace testsupport
