@@ -71,9 +71,17 @@ using foundation::httpproxy::ProxyList;
 
 namespace {
 
-struct FreeFactory {
-    void operator()(pxProxyFactory* factory) const noexcept { px_proxy_factory_free(factory); }
+// libproxy's reader of settings. It holds the proxy script that it has fetched, and is never freed: that would unload
+// the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone.
+struct SystemSettings {
+    std::mutex Guard; // one for all scopes
+    pxProxyFactory* Factory = nullptr;
 };
+
+SystemSettings& systemSettings() {
+    static SystemSettings& instance = *new SystemSettings;
+    return instance;
+}
 
 struct FreeProxies {
     void operator()(char** proxies) const noexcept { px_proxy_factory_free_proxies(proxies); }
@@ -83,15 +91,16 @@ class SystemProxySelector final : public foundation::httpproxy::ProxySelector {
 public:
     ProxyList getProxies(const std::string& url) override {
         const std::string question = proxyQuestion(url);
-        const std::lock_guard lock(Guard);
-        if (!Factory) {
-            // Kept for good: it holds the proxy script that it has fetched.
-            Factory.reset(px_proxy_factory_new());
+        SystemSettings& settings = systemSettings();
+        const std::lock_guard lock(settings.Guard);
+        if (settings.Factory == nullptr) {
+            settings.Factory = px_proxy_factory_new();
         }
-        if (!Factory) {
+        if (settings.Factory == nullptr) {
             throw std::runtime_error("The proxy settings of this system cannot be read");
         }
-        const std::unique_ptr<char*, FreeProxies> answer(px_proxy_factory_get_proxies(Factory.get(), question.c_str()));
+        const std::unique_ptr<char*, FreeProxies> answer(
+            px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
         if (!answer) {
             throw std::runtime_error("The proxy settings of this system give no answer for this URL");
         }
@@ -107,10 +116,6 @@ public:
         }
         return ProxyList(std::move(proxies));
     }
-
-private:
-    std::mutex Guard; // one service for all scopes
-    std::unique_ptr<pxProxyFactory, FreeFactory> Factory;
 };
 
 } // namespace

@@ -1,13 +1,17 @@
 #include "host/ProxySelector.h"
 #include "embedded/ProxyText.h"
 #include "embedded/Services.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -124,6 +128,19 @@ TEST(ProxyQuestions, NeedASchemeAndNoControlCharacters) {
     EXPECT_THROW(proxyQuestion(std::string("http://a\0b/", 11)), std::invalid_argument);
 }
 
+// The files of code that this process has loaded.
+std::set<std::string> mappedFiles() {
+    std::set<std::string> files;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        const std::size_t path = line.find('/');
+        if (path != std::string::npos && line.find(".so", path) != std::string::npos) {
+            files.insert(line.substr(path));
+        }
+    }
+    return files;
+}
+
 // The system's settings are those of the environment; whatever the caller has set comes back afterwards.
 class SystemProxies : public testing::Test {
 protected:
@@ -196,4 +213,16 @@ TEST_F(SystemProxies, UnusableSettingIsAFailure) {
 
 TEST_F(SystemProxies, TextThatIsNoUrlIsRefused) {
     EXPECT_THROW(Selector->getProxies("nonsense"), std::invalid_argument);
+}
+
+// The engine that runs proxy scripts has threads of its own, which must not find their code gone.
+TEST_F(SystemProxies, PlugInsStayLoadedBehindTheSelector) {
+    const testsupport::TemporaryFolder folder;
+    testsupport::writeFile(folder.file("proxy.pac"), "function FindProxyForURL(url, host) { return 'PROXY h:1'; }");
+    setenv("http_proxy", ("pac+file://" + folder.file("proxy.pac")).c_str(), 1);
+    Selector->getProxies("http://example.org/");
+    const std::set<std::string> during = mappedFiles();
+    Selector.reset();
+    const std::set<std::string> after = mappedFiles();
+    EXPECT_TRUE(std::includes(after.begin(), after.end(), during.begin(), during.end()));
 }

@@ -1,5 +1,6 @@
 #include "tests/integration/support/PeerProcess.h"
 
+#include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -37,6 +38,14 @@ TEST(PeerProcess, EarlyEndIsToldWithWhatWasPrinted) {
     PeerProcess process({"sh", "-c", "echo bad configuration >&2; exit 1"}, folder.file("log"));
     EXPECT_THAT(whatFails([&] { process.awaitListening(freePorts(1)[0]); }),
                 testing::AllOf(HasSubstr("sh has ended before listening on port"), HasSubstr("bad configuration")));
+}
+
+TEST(PeerProcess, PortThatSomebodyElseHasDoesNotCount) {
+    const TemporaryFolder folder;
+    const testsupport::ScriptedServer stranger{testsupport::Script{}};
+    PeerProcess process({"sh", "-c", "exit 0"}, folder.file("log"));
+    EXPECT_THAT(whatFails([&] { process.awaitListening(stranger.port()); }),
+                HasSubstr("sh has ended before listening"));
 }
 
 TEST(PeerProcess, UnknownProgramIsNamed) {

@@ -5,18 +5,18 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <utility>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
+#include <linux/close_range.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,13 +37,57 @@ std::string endOf(const std::string& file) {
     return text.size() <= enough ? text : text.substr(text.size() - enough);
 }
 
-bool takesConnections(std::uint16_t port) {
-    const testsupport::SocketHandle socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+// Inodes of the sockets that listen on a port, as "socket:[number]", the form that a process's descriptors link to.
+std::set<std::string> listenersOn(std::uint16_t port) {
+    std::set<std::string> sockets;
+    for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+        std::ifstream file(table);
+        std::string line;
+        std::getline(file, line); // the heading
+        while (std::getline(file, line)) {
+            std::istringstream words(line);
+            std::string slot;
+            std::string local;
+            std::string remote;
+            std::string state;
+            std::string inode;
+            words >> slot >> local >> remote >> state;
+            for (int skipped = 0; skipped < 6; ++skipped) {
+                words >> inode;
+            }
+            constexpr const char* listening = "0A";
+            if (state == listening && std::stoul(local.substr(local.rfind(':') + 1), nullptr, 16) == port) {
+                sockets.insert("socket:[" + inode + "]");
+            }
+        }
+    }
+    return sockets;
+}
+
+bool holdsOneOf(const std::set<std::string>& sockets, const std::string& process) {
+    std::error_code ended; // in the middle of our looking
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fd", ended)) {
+        if (sockets.contains(std::filesystem::read_symlink(entry.path(), ended).string())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// True where one of the group's own processes listens: somebody else may have taken the port before it could.
+bool groupListensOn(std::uint16_t port, pid_t group) {
+    const std::set<std::string> sockets = listenersOn(port);
+    if (sockets.empty()) {
+        return false;
+    }
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string name = entry.path().filename().string();
+        if (name.find_first_not_of("0123456789") == std::string::npos && ::getpgid(std::stoi(name)) == group &&
+            holdsOneOf(sockets, name)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& words) {
@@ -105,6 +149,8 @@ PeerProcess::PeerProcess(std::vector<std::string> command, std::string log, cons
         // A test that crashes must not leave its servers behind.
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::setpgid(0, 0);
+        // libcurl's connections are not closed by an exec; a server that inherited one would keep it open.
+        ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
         ::dup2(input.get(), 0);
         ::dup2(output.get(), 1);
         ::dup2(output.get(), 2);
@@ -121,7 +167,7 @@ PeerProcess::~PeerProcess() {
 }
 
 void PeerProcess::awaitListening(std::uint16_t port) {
-    awaitCondition([port] { return takesConnections(port); }, "listening on port " + std::to_string(port));
+    awaitCondition([&] { return groupListensOn(port, Process); }, "listening on port " + std::to_string(port));
 }
 
 void PeerProcess::awaitCondition(const std::function<bool()>& condition, const std::string& what) {

@@ -30,8 +30,8 @@ public:
 
     pid_t id() const noexcept { return Process; }
 
-    // Until a loopback port takes connections. Raises std::runtime_error with the end of the log where the program ends
-    // before that, or where it takes unreasonably long.
+    // Until the program, or one that it has started, listens on a port. Raises std::runtime_error with the end of the
+    // log where the program ends before that, or where it takes unreasonably long.
     void awaitListening(std::uint16_t port);
 
     // Until `condition` holds; the same failures.

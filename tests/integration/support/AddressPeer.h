@@ -1,0 +1,40 @@
+// nginx on some of the loopback addresses, with something known on the others.
+#pragma once
+
+#include "tests/integration/support/PeerProcess.h"
+#include "tests/support/SocketHandle.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace integrationtest {
+
+// What happens to a connection on the ports of the server.
+enum class Side {
+    Served,
+    Refused,
+    Silent, // neither accepted nor refused
+};
+
+class AddressPeer {
+public:
+    AddressPeer(Side ipv4, Side ipv6);
+
+    std::uint16_t port(bool secure) const { return Ports.at(secure ? 1 : 0); }
+    // Answered with the value of the request's Host field, a blank and the address that was connected to.
+    std::string url(const std::string& host, bool secure) const;
+    std::string certificateFile() const { return Folder.file("certificate"); } // for 127.0.0.1, ::1 and localhost
+
+private:
+    testsupport::TemporaryFolder Folder;
+    std::vector<std::uint16_t> Ports; // plain, under TLS, and one of 127.0.0.1 to wait for
+    std::vector<testsupport::SocketHandle> Held;
+    std::unique_ptr<PeerProcess> Process;
+
+    void hold(testsupport::Family family, std::uint16_t port, Side side);
+};
+
+} // namespace integrationtest

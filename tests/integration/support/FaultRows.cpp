@@ -1,0 +1,253 @@
+#include "tests/integration/support/FaultRows.h"
+
+#include "tests/support/WireText.h"
+
+namespace integrationtest {
+
+using testsupport::Script;
+namespace step = testsupport::step;
+
+namespace {
+
+Script closing(const std::string& answer) {
+    return {step::send(answer), step::close()};
+}
+
+// All of them say that the connection ends: a proxy must not use it for the next request.
+std::string head(const std::string& fields) {
+    return "HTTP/1.1 200 OK\r\nConnection: close\r\n" + fields + "\r\n";
+}
+
+std::string response(const std::string& body, std::vector<std::string> fields = {}) {
+    fields.push_back("Connection: close");
+    return testsupport::response(body, fields);
+}
+
+std::string repeated(const std::string& text, int count) {
+    std::string result;
+    for (int index = 0; index < count; ++index) {
+        result += text;
+    }
+    return result;
+}
+
+const std::string Hello = "hello hello hello hello";
+const std::string Gzipped( // Hello; the last eight bytes are its sum and length
+    "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x27\x01\xe3\x51\x3d\x8d\x17\x00\x00\x00",
+    28);
+
+// What the proxies make of an answer that they do not pass on: a page of their own.
+const FaultOutcome ProxysPage{"502", "*"};
+// Of a transfer that nobody can go on with; how much has arrived by then is a matter of moments.
+FaultOutcome streamBroken(const std::string& part = "") {
+    return {"CopyContentToDataStreamError(HTTP/2 stream * was not closed cleanly: INTERNAL_ERROR*(CURLE code 92), URL)",
+            part.empty() ? "" : " | " + part};
+}
+FaultOutcome good(const std::string& content) {
+    return {"200", content};
+}
+FaultOutcome partial(const std::string& received, const std::string& announced, const std::string& content) {
+    return {"200 warned PartialFileWarning(" + received + ", " + announced + ", *)", content};
+}
+const FaultOutcome NoAnswer{"CopyContentToDataStreamError(Empty reply from server (CURLE code 52), URL)"};
+const FaultOutcome NotHttp{"CopyContentToDataStreamError(*Unsupported*HTTP* (CURLE code 1), URL)"};
+const FaultOutcome WrongLength{"CopyContentToDataStreamError(Invalid Content-Length: value (CURLE code 8), URL)"};
+const FaultOutcome SilentHead{"Timeout(URL, 0.300, the server sent no response, HTTPOptions.ResponseTimeout)"};
+FaultOutcome silentContent(const std::string& content) {
+    return {"Timeout(URL, 0.300, the server stopped sending, HTTPOptions.DataTimeout)", content};
+}
+FaultOutcome reset(const std::string& part = "") {
+    return {"ConnectionRefused(URL, *Connection reset by peer)", part.empty() ? "" : " | " + part};
+}
+// Also of libcurl's own refusals: it reports them with the code of a connection that broke.
+FaultOutcome refused(const std::string& words, const std::string& part = "") {
+    return {"ConnectionRefused(URL, *" + words + "*)", part.empty() ? "" : " | " + part};
+}
+FaultOutcome undecodable(const std::string& encoding, const std::string& words) {
+    return {"DecodingError(" + encoding + ", *" + words + "*)"};
+}
+// Out of memory is what libcurl says of a line of more than 100 KiB before its version 8.6; then it has a code of its
+// own, and no words for it.
+const FaultOutcome LineTooLong{"RandomError(URL) | CopyContentToDataStreamError(*(CURLE code 100), URL)"};
+
+} // namespace
+
+const FaultOutcome& FaultRow::on(Front front) const {
+    const FaultOutcome* outcomes[] = {&Direct, &Tls, &Nginx, &Nghttpx};
+    return *outcomes[static_cast<int>(front)];
+}
+
+std::string sentBy(const Script& script) {
+    std::string bytes;
+    for (const testsupport::Step& step : script) {
+        if (step.What == testsupport::Step::Kind::Send) {
+            bytes += step.Text;
+        }
+    }
+    return bytes;
+}
+
+// clang-format off
+std::vector<FaultRow> brokenOffRows() {
+    const std::vector<double> response300 = {60000, 300};
+    const std::vector<double> data300 = {60000, 60000, 300};
+    return {
+        {"SilentBeforeTheHead", {step::awaitPeerEnd()}, response300, SilentHead, {}, SilentHead, SilentHead},
+        {"SilentInTheHead", {step::send("HTTP/1.1 200 OK\r\nX-A: 1\r\n"), step::awaitPeerEnd()},
+         response300, SilentHead, {}, SilentHead, SilentHead},
+        {"SilentBehindTheHead", {step::send(head("Content-Length: 9\r\n")), step::awaitPeerEnd()},
+         data300, silentContent(""), {}, silentContent(""), silentContent("")},
+        {"SilentInTheContent", {step::send(head("Content-Length: 9\r\n") + "part"), step::awaitPeerEnd()},
+         data300, silentContent("part"), {}, silentContent("part"), silentContent("part")},
+        {"SilentInAChunk", {step::send(head("Transfer-Encoding: chunked\r\n") + "9\r\npart"), step::awaitPeerEnd()},
+         data300, silentContent("part"), {}, silentContent("part"), silentContent("part")},
+        {"ClosedInTheHead", closing("HTTP/1.1 200 OK\r\nX-A: 1\r\n"),
+         {}, good(""), good(""), ProxysPage, ProxysPage},
+        {"ClosedInAFieldLine", closing("HTTP/1.1 200 OK\r\nX-A"),
+         {}, good(""), good(""), ProxysPage, ProxysPage},
+        {"ResetInTheHead", {step::send("HTTP/1.1 200 OK\r\nX-A: 1\r\n"), step::reset()},
+         {}, reset(), {}, ProxysPage, ProxysPage},
+        {"ResetInTheContent", {step::send(head("Content-Length: 9\r\n") + "part"), step::reset()},
+         {}, reset("part"), {}, partial("4", "9", "part"), streamBroken("part")},
+        {"ResetInAChunk", {step::send(head("Transfer-Encoding: chunked\r\n") + "9\r\npart"), step::reset()},
+         {}, reset("part"), {}, partial("4", "-1", "part"), streamBroken("part")},
+        {"ShortContent", closing(head("Content-Length: 9\r\n") + "part"),
+         {}, partial("4", "9", "part"), partial("4", "9", "part"), partial("4", "9", "part"), streamBroken("part")},
+        {"ShortContentOfAFailedStatus", closing("HTTP/1.1 502 Bad\r\nConnection: close\r\nContent-Length: 9\r\n\r\npart"),
+         {}, {"502", "part"}, {"502", "part"}, {"502", "part"}, {"502 | " + streamBroken().Told, " | part"}},
+        {"NoContentWhereSomeIsAnnounced", closing(head("Content-Length: 9\r\n")),
+         {}, partial("0", "9", ""), partial("0", "9", ""), partial("0", "9", ""), streamBroken()},
+    };
+}
+
+std::vector<FaultRow> strangeHeadRows() {
+    const FaultOutcome lineFeed{"InternalError(CRLF not found at the end of the received headers)"};
+    const FaultOutcome plain{"CopyContentToDataStreamError(Received HTTP/0.9 when not allowed (CURLE code 1), URL)"};
+    const auto noField = [](const std::string& words) { return FaultOutcome{"CopyContentToDataStreamError(" + words + " (CURLE code 8), URL)"}; };
+    return {
+        {"InterimHeadWithFields", closing("HTTP/1.1 100 Continue\r\nX-Dropped: 1\r\n\r\n" + response("after")),
+         {}, good("after"), good("after"), good("after"), good("after")},
+        {"EarlyHints", closing("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + response("after")),
+         {}, good("after"), good("after"), good("after"), good("after")},
+        {"ThreeHeads", closing(repeated("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n", 2) + response("after")),
+         {}, good("after"), good("after"), good("after"), good("after")},
+        {"TwoAnswers", closing(response("first") + response("second")),
+         {}, good("first"), good("first"), good("first"), good("first")},
+        {"MoreThanAnnounced", closing(response("first") + "surplus"),
+         {}, good("first"), good("first"), good("first"), good("first")},
+        {"FieldOf20KiB", closing(response("after", {"X-Long: " + std::string(20480, 'f')})),
+         {}, good("after"), good("after"), good("after"), good("after")},
+        {"FieldsOf20KiB", closing(response("after", std::vector<std::string>(500, "X-Many: " + std::string(32, 'f')))),
+         {}, good("after"), good("after"), good("after"), ProxysPage},
+        {"FieldOf90KiB", closing(response("after", {"X-Long: " + std::string(92160, 'f')})),
+         {}, good("after"), good("after"), ProxysPage, ProxysPage},
+        {"FieldOf200KiB", closing(response("after", {"X-Long: " + std::string(204800, 'f')})),
+         {}, LineTooLong, LineTooLong, ProxysPage, ProxysPage},
+        {"FieldsOf400KiB", closing(response("after", std::vector<std::string>(400, "X-Many: " + std::string(1024, 'f')))),
+         {}, refused("Too large response headers"), refused("Too large response headers"), ProxysPage, ProxysPage},
+        {"StatusLineOf200KiB", closing("HTTP/1.1 200 " + std::string(204800, 'r') + "\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"),
+         {}, LineTooLong, LineTooLong, ProxysPage, good("")},
+        {"LineFeedsOnly", closing("HTTP/1.1 200 OK\nContent-Length: 4\n\nbody"),
+         {}, lineFeed, lineFeed, good("body"), ProxysPage},
+        {"NoBlankInTheStatusLine", closing("HTTP/1.1200\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+        {"NoStatus", closing("HTTP/1.1\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+        {"LettersForAStatus", closing("HTTP/1.1 abc OK\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+        {"StatusOfTwoDigits", closing("HTTP/1.1 20 OK\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+        {"StatusOfFourDigits", closing("HTTP/1.1 2000 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, {NotHttp.Told + " | 200", " | body"}, {NotHttp.Told + " | 200", " | body"}, {NotHttp.Told + " | 200", " | body"}, ProxysPage},
+        {"Version09", closing("all of it is content"), {}, plain, plain, plain, ProxysPage},
+        {"VersionOfTheFuture", closing("HTTP/9.9 200 OK\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, NotHttp, NotHttp, good("body"), ProxysPage},
+        {"FoldedField", closing(response("after", {"X-Folded: one\r\n two"})),
+         {}, good("after"), good("after"), ProxysPage, good("after")},
+        {"FieldWithoutAColon", closing(response("after", {"no colon"})),
+         {}, noField("Header without colon"), noField("Header without colon"), ProxysPage, ProxysPage},
+        {"NulInAField", closing(response("after", {std::string("X-Nul: a\0b", 10)})),
+         {}, noField("Nul byte in header"), noField("Nul byte in header"), ProxysPage, ProxysPage},
+        {"LengthBeyond63Bits", closing(head("Content-Length: 9223372036854775808\r\n") + "body"),
+         {}, good("body"), good("body"), good("body"), ProxysPage},
+        {"LengthOfManyDigits", closing(head("Content-Length: 99999999999999999999999999\r\n") + "body"),
+         {}, good("body"), good("body"), good("body"), ProxysPage},
+        {"NegativeLength", closing(head("Content-Length: -4\r\n") + "body"),
+         {}, WrongLength, WrongLength, good("body"), ProxysPage},
+        {"LengthThatIsNoNumber", closing(head("Content-Length: four\r\n") + "body"),
+         {}, WrongLength, WrongLength, good("body"), ProxysPage},
+        {"TwoLengths", closing(head("Content-Length: 4\r\nContent-Length: 6\r\n") + "bodies"),
+         {}, good("bodies"), good("bodies"), good("bodies"), ProxysPage},
+        {"OneLengthTwice", closing(head("Content-Length: 4\r\nContent-Length: 4\r\n") + "body"),
+         {}, good("body"), good("body"), good("body"), ProxysPage},
+        {"LengthAndChunks", closing(head("Content-Length: 3\r\nTransfer-Encoding: chunked\r\n") + "4\r\nbody\r\n0\r\n\r\n"),
+         {}, good("body"), good("body"), good("body"), ProxysPage},
+        {"UnknownTransferEncoding", closing(head("Transfer-Encoding: fancy\r\n") + "body"),
+         {}, undecodable("", "coding"), undecodable("", "coding"), good("body"), good("body")},
+        {"ContentWhereNoneMayBe", closing("HTTP/1.1 204 No Content\r\nConnection: close\r\nContent-Length: 4\r\n\r\nbody"),
+         {}, {"204"}, {"204"}, {"204"}, ProxysPage},
+    };
+}
+
+std::vector<FaultRow> wrongContentRows() {
+    const std::string chunks = head("Transfer-Encoding: chunked\r\n");
+    const std::string zip = "Content-Encoding: gzip\r\n";
+    return {
+        {"WrongFirstChunk", closing(chunks + "zz\r\nbody\r\n0\r\n\r\n"),
+         {}, refused("hex"), refused("hex"), NoAnswer, streamBroken()},
+        {"WrongSecondChunk", closing(chunks + "4\r\nbody\r\nzz\r\n"),
+         {}, refused("hex", "body"), refused("hex", "body"), NoAnswer, streamBroken("body")},
+        {"ChunkLongerThanItsSize", closing(chunks + "2\r\nbody\r\n0\r\n\r\n"),
+         {}, refused("chunk", "bo"), refused("chunk", "bo"), NoAnswer, streamBroken("bo")},
+        {"ChunkBeyond64Bits", closing(chunks + "10000000000000000\r\nbody\r\n0\r\n\r\n"),
+         {}, refused("hex"), refused("hex"), NoAnswer, streamBroken()},
+        {"NegativeChunk", closing(chunks + "-4\r\nbody\r\n0\r\n\r\n"),
+         {}, refused("hex"), refused("hex"), NoAnswer, streamBroken()},
+        {"ChunksWithoutAnEnd", closing(chunks + "4\r\nbody\r\n"),
+         {}, partial("4", "-1", "body"), partial("4", "-1", "body"), partial("4", "-1", "body"), streamBroken("body")},
+        {"ChunksCutShort", closing(chunks + "4\r\nbody\r\n9\r\npart"),
+         {}, partial("8", "-1", "bodypart"), partial("8", "-1", "bodypart"), partial("8", "-1", "bodypart"), streamBroken("bodypart")},
+        {"NoChunkAtAll", closing(chunks),
+         {}, partial("0", "-1", ""), partial("0", "-1", ""), partial("0", "-1", ""), streamBroken()},
+        {"Trailer", closing(chunks + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\n\r\n"),
+         {}, good("body"), good("body"), good("body"), good("body")},
+        {"TrailerWithoutAnEnd", closing(chunks + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\n"),
+         {}, partial("4", "-1", "body"), partial("4", "-1", "body"), partial("4", "-1", "body"), streamBroken("body")},
+        {"ChunkExtensionOf20KiB", closing(chunks + "4;" + std::string(20480, 'x') + "\r\nbody\r\n0\r\n\r\n"),
+         {}, good("body"), good("body"), good("body"), good("body")},
+        {"CompressedAndCutShort", closing(head(zip + "Content-Length: 28\r\n") + Gzipped.substr(0, 20)),
+         {}, partial("20", "28", Hello), partial("20", "28", Hello), partial("20", "28", Hello), streamBroken(Hello)},
+        {"CompressedAndCutShortInTheServer", closing(head(zip + "Content-Length: 20\r\n") + Gzipped.substr(0, 20)),
+         {}, good(Hello), good(Hello), good(Hello), good(Hello)},
+        {"CompressedAndCutShortInItsHead", closing(head(zip + "Content-Length: 5\r\n") + Gzipped.substr(0, 5)),
+         {}, good(""), good(""), good(""), good("")},
+        {"CompressedWithAWrongSum",
+         closing(head(zip + "Content-Length: 28\r\n") + Gzipped.substr(0, 20) + "\1\2\3\4" + Gzipped.substr(24)),
+         {},
+         undecodable("gzip", "incorrect data check"),
+         undecodable("gzip", "incorrect data check"),
+         undecodable("gzip", "incorrect data check"),
+         undecodable("gzip", "incorrect data check")},
+        {"CompressedAndMoreBehindIt", closing(head(zip + "Content-Length: 33\r\n") + Gzipped + "extra"),
+         {}, good(Hello), good(Hello), good(Hello), good(Hello)},
+        {"NotCompressedAtAll", closing(head(zip + "Content-Length: 10\r\n") + "plain text"),
+         {}, undecodable("gzip", "incorrect header check"), undecodable("gzip", "incorrect header check"), undecodable("gzip", "incorrect header check"), undecodable("gzip", "incorrect header check")},
+        {"UnknownCompression",
+         closing(head("Content-Encoding: fancy\r\nContent-Length: 4\r\n") + "body"),
+         {},
+         undecodable("fancy", "Unrecognized content encoding"),
+         undecodable("fancy", "Unrecognized content encoding"),
+         undecodable("fancy", "Unrecognized content encoding"),
+         undecodable("fancy", "Unrecognized content encoding")},
+        {"CompressedSixTimes",
+         closing(head("Content-Encoding: gzip, gzip, gzip, gzip, gzip, gzip\r\nContent-Length: 28\r\n") + Gzipped),
+         {},
+         undecodable("", "more than 5 content encodings"),
+         undecodable("", "more than 5 content encodings"),
+         undecodable("", "more than 5 content encodings"),
+         undecodable("", "more than 5 content encodings")},
+    };
+}
+// clang-format on
+
+} // namespace integrationtest
