@@ -9,6 +9,7 @@
 
 #include "cli/CliFailure.h"
 #include "cli/ExitStatus.h"
+#include "cli/Reference.h"
 #include "cli/SafeText.h"
 
 namespace netrove::cli {
@@ -97,6 +98,8 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     if (command.Target)
         sub->add_option("FILE", settings.Target, "file or folder; without it the name comes from the URL")
             ->type_name("");
+    if (command.Topic)
+        sub->add_option("TOPIC", settings.Topic, "what to explain; without it the topics are listed")->type_name("");
     for (const OptionRow& row : optionTable())
         if ((row.Commands & command.Set) != 0)
             addOption(*sub, row, result);
@@ -104,6 +107,16 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
     if ((command.Set & kTransfers) != 0)
         sub->footer(exitStatusText());
+}
+
+// A command is explained by its own help, everything else by a topic.
+std::string helpOn(const CLI::App& app, const std::string& topic) {
+    if (topic.empty())
+        return topicList();
+    for (const CommandRow& command : commandTable())
+        if (command.Name == topic)
+            return app.get_subcommand(topic)->help("netrove");
+    return helpTopic(topic);
 }
 
 // One line, as every failure is.
@@ -145,7 +158,7 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
     addHelp(app);
     for (const CommandRow& command : commandTable())
         addCommand(app, command, result);
-    app.footer("'netrove COMMAND --help' lists the options of a command.");
+    app.footer("'netrove COMMAND --help' lists the options of a command, 'netrove help' the topics.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
@@ -154,6 +167,10 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         return result;
     } catch (const CLI::ParseError& error) {
         failUsage(firstLine(error.what()));
+    }
+    if (result.Wanted.Command == Command::Help) {
+        result.Help = helpOn(app, result.Wanted.Topic);
+        return result;
     }
     if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion)
         failUsage("no command; 'netrove --help' lists them");

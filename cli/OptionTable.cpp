@@ -205,19 +205,20 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.ShowPassword = true; }},
     {"json-errors", 0, "", kShowGroup, kAll, "report a failure as one JSON object",
      [](S& s, V) { s.JsonErrors = true; }},
-    {"color", 0, "WHEN", kShowGroup, kAll, "colours: auto, always or never; NO_COLOR in the environment means never for auto",
+    {"color", 0, "auto|always|never", kShowGroup, kAll, "colours: auto, always or never; NO_COLOR in the environment means never for auto",
      [](S& s, V v) { s.Color = colorChoice(v); }},
     {"version", 0, "", kShowGroup, kProgram, "print the version, features and components",
      [](S& s, V) { s.ShowVersion = true; }},
 };
 
 constexpr CommandRow kCommands[] = {
-    {"get", Command::Get, kGet, "Fetch a URL and write its content to standard output", true, false},
-    {"save", Command::Save, kSave, "Fetch a URL into a file, which is complete or not there at all", true, true},
-    {"send", Command::Send, kSend, "Make any request: method, fields, body, streaming", true, false},
-    {"proxy", Command::Proxy, kProxy, "Show which proxy applies to a URL", true, false},
-    {"describe", Command::Describe, kDescribe, "Show the properties and methods of the connection class", false, false},
-    {"demo", Command::Demo, kDemo, "Show what netrove does against a small server of its own", false, false},
+    {"get", Command::Get, kGet, "Fetch a URL and write its content to standard output", true, false, false},
+    {"save", Command::Save, kSave, "Fetch a URL into a file, which is complete or not there at all", true, true, false},
+    {"send", Command::Send, kSend, "Make any request: method, fields, body, streaming", true, false, false},
+    {"proxy", Command::Proxy, kProxy, "Show which proxy applies to a URL", true, false, false},
+    {"describe", Command::Describe, kDescribe, "Show the properties and methods of the connection class", false, false, false},
+    {"demo", Command::Demo, kDemo, "Show what netrove does against a small server of its own", false, false, false},
+    {"help", Command::Help, kHelp, "Explain a topic: options by group, exit statuses, environment, examples", false, false, true},
 };
 // clang-format on
 

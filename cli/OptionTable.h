@@ -17,9 +17,10 @@ enum CommandSet : unsigned {
     kProxy = 1u << 3,
     kDescribe = 1u << 4,
     kDemo = 1u << 5,
-    kProgram = 1u << 6, // before any command
+    kHelp = 1u << 6,
+    kProgram = 1u << 7, // before any command
     kTransfers = kGet | kSave | kSend,
-    kAll = kTransfers | kProxy | kDescribe | kDemo | kProgram,
+    kAll = kTransfers | kProxy | kDescribe | kDemo | kHelp | kProgram,
 };
 
 // Which part of a value is kept from the list of processes.
@@ -46,6 +47,7 @@ struct CommandRow {
     std::string_view Summary;
     bool Url;    // takes a URL
     bool Target; // takes a file after it
+    bool Topic;  // takes a topic
 };
 
 std::span<const CommandRow> commandTable();

@@ -8,7 +8,7 @@
 
 namespace netrove::cli {
 
-enum class Command { None, Get, Save, Send, Proxy, Describe, Demo };
+enum class Command { None, Get, Save, Send, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
 
 struct Field {
@@ -25,6 +25,7 @@ struct Settings {
     cli::Command Command = Command::None;
     std::string Url;    // without user name and password; those move to User and Password
     std::string Target; // save: the file or folder named, empty for none
+    std::string Topic;  // help: empty for the list of topics
 
     // the request
     std::string Method; // empty: GET, POST with a body, PUT with a streamed one

@@ -1,0 +1,33 @@
+// The same facts in the form that each reader wants: help by topic, man page, completions. All of it is made from the
+// tables of commands, options, exit statuses and environment variables.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace netrove::cli {
+
+struct EnvironmentRow {
+    std::string_view Name;
+    std::string_view Meaning;
+};
+std::span<const EnvironmentRow> environmentTable();
+
+// A command line that is worth showing, and what it does.
+struct ExampleRow {
+    std::string_view Line;
+    std::string_view Meaning;
+};
+std::span<const ExampleRow> exampleTable();
+
+// What `netrove help TOPIC` prints; a usage failure names the topics there are. Commands have their own help.
+std::string helpTopic(std::string_view topic);
+std::string topicList();
+
+std::string manPage(); // section 1, as roff
+std::string bashCompletion();
+std::string zshCompletion();
+std::string fishCompletion();
+
+} // namespace netrove::cli
