@@ -2,14 +2,17 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <string>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "cli/CliFailure.h"
 #include "cli/Exchange.h"
 #include "cli/OutputFile.h"
 #include "cli/Progress.h"
+#include "cli/ResponseJson.h"
 #include "cli/SafeText.h"
 #include "cli/UrlText.h"
 
@@ -18,6 +21,17 @@ namespace netrove::cli {
 namespace {
 
 constexpr int kFirstErrorStatus = 400;
+
+struct Descriptor {
+    int Number;
+    explicit Descriptor(int number) : Number(number) {}
+    ~Descriptor() {
+        if (Number >= 0)
+            ::close(Number);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+};
 
 // One command that delivers content somewhere.
 class Transfer {
@@ -28,6 +42,8 @@ public:
     void run() {
         if (Wanted.Command == Command::Save)
             return toFile(saveTarget(Wanted), Wanted.Force);
+        if (Wanted.Json && Wanted.OutputFile.empty())
+            return toJson();
         if (Wanted.OutputFile.empty() || Wanted.OutputFile == "-")
             return toDescriptor(STDOUT_FILENO, "standard output", Wanted.OutputFile.empty());
         if (isSpecialFile(Wanted.OutputFile))
@@ -39,6 +55,7 @@ private:
     // Sends, and refuses the response where the settings say so. Nothing has been written by then.
     Response send(Exchange& exchange) {
         Response response = exchange.send();
+        Facts.UntilHead = Clock::now() - Start;
         if (Wanted.Fail && response.Status >= kFirstErrorStatus) {
             exchange.close();
             fail(failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url},
@@ -59,18 +76,52 @@ private:
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish(response, delivered);
+        if (Wanted.Json)
+            printFacts(response, delivered);
+    }
+
+    // The content goes into the object, so it is collected first: in memory, under a name that nobody sees.
+    void toJson() {
+        const Descriptor memory(memfd_create("content", MFD_CLOEXEC));
+        if (memory.Number < 0)
+            failSystem(failure::kFileNotWritten, "memory for the content", errno);
+        BodySink sink(memory.Number, "memory for the content", false, State.Deadline);
+        Exchange exchange(State, Wanted, Screen);
+        const Response response = send(exchange);
+        ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());
+        const std::uint64_t delivered = exchange.receive(sink, meter);
+        meter.finish();
+        exchange.finish(response, delivered);
+        Facts.Content = contentOf(memory.Number, delivered);
+        printFacts(response, delivered);
+    }
+
+    static std::string contentOf(int descriptor, std::uint64_t length) {
+        std::string content(static_cast<std::size_t>(length), '\0');
+        std::size_t done = 0;
+        while (done < content.size()) {
+            const ssize_t count =
+                pread(descriptor, content.data() + done, content.size() - done, static_cast<off_t>(done));
+            if (count <= 0)
+                failSystem(failure::kFileNotRead, "memory for the content", count == 0 ? EIO : errno);
+            done += static_cast<std::size_t>(count);
+        }
+        return content;
+    }
+
+    void printFacts(const Response& response, std::uint64_t delivered) {
+        Facts.Bytes = delivered;
+        Facts.File = Wanted.OutputFile;
+        Facts.UntilEnd = Clock::now() - Start;
+        Screen.print(responseJson(response, Facts) + "\n");
     }
 
     void toSpecialFile() {
         const std::string& name = Wanted.OutputFile;
-        const int descriptor = open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-        if (descriptor < 0)
+        const Descriptor file(open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+        if (file.Number < 0)
             failSystem(failure::kFileNotWritten, name, errno);
-        struct Closer {
-            int Descriptor;
-            ~Closer() { ::close(Descriptor); }
-        } const closer{descriptor};
-        toDescriptor(descriptor, name, false);
+        toDescriptor(file.Number, name, false);
     }
 
     void toFile(const std::string& target, bool replace) {
@@ -83,6 +134,8 @@ private:
         meter.finish();
         exchange.finish(response, delivered);
         file.keep();
+        if (Wanted.Json)
+            return printFacts(response, delivered);
         if (response.Status >= kFirstErrorStatus)
             Screen.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
                         target + " holds that answer");
@@ -118,6 +171,8 @@ private:
     Session& State;
     const Settings& Wanted;
     const Console& Screen;
+    const Clock::time_point Start = Clock::now();
+    ResponseFacts Facts;
 };
 
 } // namespace

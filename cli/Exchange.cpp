@@ -92,6 +92,7 @@ Response Exchange::send() {
             prepare(request);
             return readHead(request);
         });
+        response.Redirects = followed;
         if (limit == 0 || !isRedirect(response.Status) || response.field("Location") == nullptr)
             return response;
         // Empty where the server's Location is no URL: then its answer is all there is.

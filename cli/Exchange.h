@@ -25,6 +25,7 @@ struct Response {
     int Status = 0;
     std::string Reason;
     std::vector<Field> Fields;
+    int Redirects = 0; // followed on the way to it
 
     const Field* field(std::string_view name) const; // the first of that name; null for none
     // The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8

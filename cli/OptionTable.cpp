@@ -199,7 +199,7 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.Debug = std::min(s.Debug + 1, 1000); }},
     {"debug", 0, "N", kShowGroup, kTransfers, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, 1000); }},
-    {"json", 0, "", kShowGroup, kProxy | kDescribe, "print JSON",
+    {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content, or a failure as with --json-errors",
      [](S& s, V) { s.Json = true; }},
     {"show-password", 0, "", kShowGroup, kProxy, "print the password as it is",
      [](S& s, V) { s.ShowPassword = true; }},

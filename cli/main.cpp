@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
     });
     if (parseStatus != kExitDone)
         return parseStatus;
-    console.configure(parsed.Wanted.Color, parsed.Wanted.JsonErrors);
+    console.configure(parsed.Wanted.Color, parsed.Wanted.JsonErrors || parsed.Wanted.Json);
     if (parsed.Help) {
         console.print(*parsed.Help);
         return kExitDone;

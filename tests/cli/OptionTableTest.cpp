@@ -12,14 +12,25 @@ using namespace netrove::cli;
 
 // What people know, and what the manual says: long names with their letters, by command.
 const std::map<std::string, char> kSendOptions = {
-    {"method", 'X'},         {"field", 'H'},        {"remove-field", 0}, {"body", 'd'},     {"body-file", 0},
-    {"stream-file", 'T'},    {"buffer-size", 0},    {"chunked", 0},      {"simple", 0},     {"output", 'o'},
-    {"include", 'i'},        {"consumer", 0},       {"no-decode", 0},    {"location", 'L'}, {"follow", 0},
-    {"no-follow", 0},        {"fail", 'f'},         {"user", 'u'},       {"password", 0},   {"auth", 0},
-    {"proxy-user", 0},       {"proxy-password", 0}, {"proxy-auth", 0},   {"proxy", 'x'},    {"connect-timeout", 0},
-    {"response-timeout", 0}, {"data-timeout", 0},   {"max-time", 'm'},   {"ca-file", 0},    {"no-verify", 'k'},
-    {"no-verify-name", 0},   {"progress", 0},       {"no-progress", 0},  {"verbose", 'v'},  {"debug", 0},
-    {"json-errors", 0},      {"color", 0},
+    {"method", 'X'},        {"field", 'H'},
+    {"remove-field", 0},    {"body", 'd'},
+    {"body-file", 0},       {"stream-file", 'T'},
+    {"buffer-size", 0},     {"chunked", 0},
+    {"simple", 0},          {"output", 'o'},
+    {"include", 'i'},       {"consumer", 0},
+    {"no-decode", 0},       {"location", 'L'},
+    {"follow", 0},          {"no-follow", 0},
+    {"fail", 'f'},          {"user", 'u'},
+    {"password", 0},        {"auth", 0},
+    {"proxy-user", 0},      {"proxy-password", 0},
+    {"proxy-auth", 0},      {"proxy", 'x'},
+    {"connect-timeout", 0}, {"response-timeout", 0},
+    {"data-timeout", 0},    {"max-time", 'm'},
+    {"ca-file", 0},         {"no-verify", 'k'},
+    {"no-verify-name", 0},  {"progress", 0},
+    {"no-progress", 0},     {"verbose", 'v'},
+    {"debug", 0},           {"json", 0},
+    {"json-errors", 0},     {"color", 0},
 };
 
 std::map<std::string, char> optionsOf(unsigned set) {

@@ -1,0 +1,92 @@
+// `send --json`: one object for programs.
+#include <string>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/ProgramRun.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/UnreachablePorts.h"
+#include "tests/support/WireText.h"
+
+namespace {
+
+using namespace testsupport;
+using nlohmann::json;
+
+TEST(SendJson, TellsTheResponseAndItsContent) {
+    ScriptedServer server({step::expectHead(), step::send(response("caf\xC3\xA9", {"X-One: 1", "X-One: 2"}))});
+    const Outcome outcome = run({"send", "--json", server.url("/a")});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(outcome.Err, "");
+    EXPECT_TRUE(outcome.Out.ends_with("}\n"));
+    const json object = json::parse(outcome.Out);
+    EXPECT_EQ(object.at("url"), server.url("/a"));
+    EXPECT_EQ(object.at("method"), "GET");
+    EXPECT_EQ(object.at("redirects"), 0);
+    EXPECT_EQ(object.at("httpVersion"), "HTTP/1.1");
+    EXPECT_EQ(object.at("status"), 200);
+    EXPECT_EQ(object.at("reason"), "OK");
+    EXPECT_EQ(object.at("bytes"), 5);
+    EXPECT_EQ(object.at("content"), "caf\xC3\xA9");
+    EXPECT_FALSE(object.contains("contentBase64"));
+    EXPECT_FALSE(object.contains("file"));
+    const json fields = object.at("fields");
+    ASSERT_EQ(fields.size(), 3U);
+    EXPECT_EQ(fields[0], (json{{"name", "X-One"}, {"value", "1"}}));
+    EXPECT_EQ(fields[1], (json{{"name", "X-One"}, {"value", "2"}}));
+    EXPECT_GT(object.at("secondsToHead"), 0.0);
+    EXPECT_GE(object.at("seconds"), object.at("secondsToHead"));
+}
+
+TEST(SendJson, ContentThatIsNoTextIsInBase64) {
+    ScriptedServer server({step::expectHead(), step::send(response(std::string("\xFF\0\x01", 3)))});
+    const json object = json::parse(run({"send", "--json", server.url()}).Out);
+    EXPECT_EQ(object.at("contentBase64"), "/wAB");
+    EXPECT_FALSE(object.contains("content"));
+}
+
+TEST(SendJson, ContentThatGoesToAFileIsNamed) {
+    const TemporaryFolder folder;
+    ScriptedServer server({step::expectHead(), step::send(response("12345"))});
+    const json object = json::parse(run({"send", "--json", "-o", folder.file("out"), server.url()}).Out);
+    EXPECT_EQ(object.at("file"), folder.file("out"));
+    EXPECT_EQ(object.at("bytes"), 5);
+    EXPECT_FALSE(object.contains("content"));
+    EXPECT_EQ(readFile(folder.file("out")), "12345");
+}
+
+TEST(SendJson, RedirectsAreCountedAndTheLastUrlIsTold) {
+    ScriptedServer server({step::expectHead(),
+                           step::send("HTTP/1.1 302 Found\r\nLocation: /b\r\nContent-Length: "
+                                      "0\r\n\r\n"),
+                           step::expectHead(), step::send(response("there"))});
+    const json object = json::parse(run({"send", "--json", "-L", server.url("/a")}).Out);
+    EXPECT_EQ(object.at("url"), server.url("/b"));
+    EXPECT_EQ(object.at("redirects"), 1);
+    EXPECT_EQ(object.at("content"), "there");
+}
+
+TEST(SendJson, AnErrorStatusIsAResponseAsLongAsNobodyObjects) {
+    ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 404 Gone Fishing\r\nContent-Length: 2\r\n\r\nno")});
+    const Outcome outcome = run({"send", "--json", server.url()});
+    EXPECT_EQ(outcome.Status, 0);
+    EXPECT_EQ(json::parse(outcome.Out).at("status"), 404);
+    EXPECT_EQ(json::parse(outcome.Out).at("reason"), "Gone Fishing");
+}
+
+TEST(SendJson, AFailureIsAnObjectToo) {
+    const RefusingPort port;
+    const Outcome outcome = run({"send", "--json", port.url()});
+    EXPECT_EQ(outcome.Status, 7);
+    EXPECT_EQ(outcome.Out, "");
+    EXPECT_EQ(json::parse(outcome.Err).at("identifier"), "VANTIK:webservices:ConnectionRefused");
+}
+
+TEST(SendJson, WhatItCannotBeCombinedWithIsNamed) {
+    EXPECT_EQ(run({"send", "--json", "-i", "http://127.0.0.1:1/"}).Status, 2);
+    EXPECT_EQ(run({"send", "--json", "-o", "-", "http://127.0.0.1:1/"}).Status, 2);
+}
+
+} // namespace
