@@ -1,0 +1,150 @@
+// The commands that the pages show are run, and the tables that repeat a fact of the code are compared with it.
+#include "cli/ExitStatus.h"
+#include "cli/OptionTable.h"
+#include "tests/docs/PageServer.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <sys/wait.h>
+
+namespace {
+
+using testsupport::readFile;
+using testsupport::TemporaryFolder;
+
+std::string page(const std::string& name) {
+    return readFile(std::string(NETROVE_SOURCES) + "/" + name);
+}
+
+struct ShownCommand {
+    std::string Line;
+    int Status = 0; // "# exits N" behind it
+};
+
+// Lines of shell blocks that run the program, by itself or through scripts/run.
+std::vector<ShownCommand> shownCommands(const std::string& text) {
+    std::vector<ShownCommand> commands;
+    std::istringstream lines(text);
+    bool inBlock = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("```")) {
+            inBlock = line == "```sh";
+        } else if (inBlock && (line.find("netrove ") < line.find('#') || line.starts_with("scripts/run "))) {
+            ShownCommand command{line};
+            if (const auto mark = line.find("# exits "); mark != line.npos) {
+                command.Status = std::stoi(line.substr(mark + 8));
+            }
+            commands.push_back(command);
+        }
+    }
+    return commands;
+}
+
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+    for (auto at = text.find(from); at != text.npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+    return text;
+}
+
+// A folder with the files that the pages mention and a program in the PATH.
+class Shell {
+public:
+    explicit Shell(std::string authority) : Authority(std::move(authority)) {
+        std::filesystem::create_directory(Folder.file("bin"));
+        std::filesystem::create_symlink(NETROVE_PROGRAM, Folder.file("bin/netrove"));
+        std::filesystem::create_directory(Folder.file("work"));
+        for (const char* name : {"notes.txt", "big.bin"}) {
+            testsupport::writeFile(Folder.file(std::string("work/") + name), "some content\n");
+        }
+    }
+
+    int run(std::string line) const {
+        line = replaced(line, "scripts/run  ", "netrove demo "); // what the script does by itself
+        line = replaced(line, "scripts/run ", "netrove ");
+        line = replaced(line, "https://example.org", "http://" + Authority);
+        line = replaced(line, "http://example.org", "http://" + Authority);
+        line = replaced(line, "proxy.example.org:3128", Authority);
+        testsupport::writeFile(Folder.file("line"), line + "\n");
+        const std::string command = "cd " + Folder.file("work") +
+                                    " && env -u http_proxy -u https_proxy PATH=" + Folder.file("bin") +
+                                    ":$PATH bash ../line > ../out 2> ../err < /dev/null";
+        const int status = std::system(command.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string printed() const { return readFile(Folder.file("out")) + readFile(Folder.file("err")); }
+
+private:
+    TemporaryFolder Folder;
+    std::string Authority;
+};
+
+class ShownCommands : public testing::TestWithParam<const char*> {};
+
+TEST_P(ShownCommands, DoWhatThePageSays) {
+    const docstest::PageServer server;
+    const Shell shell(server.authority());
+    const std::vector<ShownCommand> commands = shownCommands(page(GetParam()));
+    EXPECT_FALSE(commands.empty());
+    for (const ShownCommand& command : commands) {
+        EXPECT_EQ(shell.run(command.Line), command.Status) << command.Line << "\n" << shell.printed();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, ShownCommands, testing::Values("README.md", "docs/cli.md"),
+                         [](const auto& info) { return std::filesystem::path(info.param).stem().string(); });
+
+TEST(Pages, CommandLineTellsEveryExitStatus) {
+    const std::string text = page("docs/cli.md");
+    for (const auto& [status, meaning] : netrove::cli::exitMeanings()) {
+        EXPECT_THAT(text, testing::HasSubstr("\n| " + std::to_string(status) + " | " + std::string(meaning) + " |\n"));
+    }
+}
+
+// A reason that is only rendered into another message is no failure of its own.
+TEST(Pages, ErrorsTellEveryIdentifierOfTheModule) {
+    const std::string text = page("docs/errors.md");
+    std::istringstream catalogue(page("embedded/messages/en.txt"));
+    int identifiers = 0;
+    for (std::string line; std::getline(catalogue, line);) {
+        const std::string name = line.substr(0, line.find(' '));
+        const std::string key = name.substr(name.rfind(':') + 1);
+        if (name.starts_with("VANTIK:webservices:") && !key.starts_with("Timeout")) {
+            EXPECT_THAT(text, testing::HasSubstr("`" + key + "`"));
+            ++identifiers;
+        } else if (name.starts_with("VANTIK:http:") || name.starts_with("VANTIK:legacy_two_part:")) {
+            EXPECT_THAT(text, testing::HasSubstr("`" + name + "`"));
+            ++identifiers;
+        }
+    }
+    EXPECT_GT(identifiers, 20);
+    EXPECT_THAT(text, testing::HasSubstr("`Timeout`"));
+}
+
+TEST(Pages, LinksLeadSomewhere) {
+    const std::filesystem::path root(NETROVE_SOURCES);
+    std::vector<std::filesystem::path> pages = {root / "README.md", root / "CONTRIBUTING.md"};
+    for (const auto& entry : std::filesystem::directory_iterator(root / "docs")) {
+        if (entry.path().extension() == ".md") {
+            pages.push_back(entry.path());
+        }
+    }
+    for (const auto& path : pages) {
+        const std::string text = readFile(path.string());
+        for (auto at = text.find("]("); at != text.npos; at = text.find("](", at + 2)) {
+            const std::string target = text.substr(at + 2, text.find_first_of(")#", at + 2) - at - 2);
+            if (!target.empty() && target.find("://") == target.npos) {
+                EXPECT_TRUE(std::filesystem::exists(path.parent_path() / target)) << path << " links to " << target;
+            }
+        }
+    }
+}
+
+} // namespace
