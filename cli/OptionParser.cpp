@@ -9,6 +9,7 @@
 
 #include "cli/CliFailure.h"
 #include "cli/ExitStatus.h"
+#include "cli/Hints.h"
 #include "cli/Reference.h"
 #include "cli/SafeText.h"
 
@@ -125,6 +126,46 @@ std::string firstLine(std::string text) {
     return text;
 }
 
+std::string suggestion(std::string_view word, const std::vector<std::string>& known) {
+    const std::string_view nearest = nearestWord(word, known);
+    return nearest.empty() ? std::string() : "; did you mean " + std::string(nearest) + "?";
+}
+
+unsigned commandSet(std::string_view name) {
+    for (const CommandRow& command : commandTable())
+        if (command.Name == name)
+            return command.Set;
+    return 0;
+}
+
+// Names the first word that nothing in the table takes.
+[[noreturn]] void failOnExtras(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    const std::vector<std::string> left = app.remaining(true);
+    const auto option =
+        std::find_if(left.begin(), left.end(), [](const std::string& word) { return word.starts_with('-'); });
+    if (option != left.end()) {
+        const std::string name = option->substr(0, option->find('='));
+        std::vector<std::string> known = {"--help"};
+        for (const OptionRow& row : optionTable())
+            if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0)
+                known.push_back("--" + std::string(row.LongName));
+        failUsage("unknown option '" + printable(name) + "'" +
+                  (chosen.empty() ? "" : " for " + chosen.front()->get_name()) + suggestion(name, known));
+    }
+    if (!chosen.empty())
+        failUsage("'" + printable(left.front()) + "' is one word too many for " + chosen.front()->get_name());
+    std::vector<std::string> known;
+    for (const CommandRow& command : commandTable())
+        known.emplace_back(command.Name);
+    const auto isUrl = [](const std::string& word) { return word.find("://") != word.npos; };
+    const auto found = std::find_if_not(left.begin(), left.end(), isUrl);
+    if (found == left.end())
+        failUsage("no command; try 'netrove get " + printable(left.front()) + "'");
+    const std::string& word = *found;
+    failUsage("unknown command '" + printable(word) + "'" + suggestion(word, known));
+}
+
 // The part of a value that is secret.
 std::string_view secretPart(const SecretValue& value) {
     const std::string_view text = value.Text;
@@ -165,6 +206,14 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         const auto chosen = app.get_subcommands();
         result.Help = chosen.empty() ? app.help() : chosen.front()->help("netrove");
         return result;
+    } catch (const CLI::ExtrasError&) {
+        failOnExtras(app);
+    } catch (const CLI::RequiredError& error) {
+        const bool url = std::string_view(error.what()).starts_with("URL");
+        failUsage(url ? "no URL; give it as in 'netrove get https://example.org/'" : firstLine(error.what()));
+    } catch (const CLI::ArgumentMismatch& error) {
+        const std::string text = error.what(); // begins with the option
+        failUsage(text.substr(0, text.find(':')) + " needs a value");
     } catch (const CLI::ParseError& error) {
         failUsage(firstLine(error.what()));
     }
@@ -173,7 +222,7 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         return result;
     }
     if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion)
-        failUsage("no command; 'netrove --help' lists them");
+        failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
     if (!result.Wanted.ShowVersion)
         completeSettings(result.Wanted);
     return result;

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "cli/Hints.h"
 #include "cli/SafeText.h"
 #include "cli/UrlText.h"
 
@@ -47,6 +48,15 @@ bool colorWanted(ColorChoice choice, bool terminal) {
     const char* noColor = std::getenv("NO_COLOR");
     const char* term = std::getenv("TERM");
     return terminal && (noColor == nullptr || *noColor == '\0') && term != nullptr && std::string_view(term) != "dumb";
+}
+
+// Identifier, text, and what can be tried next.
+std::string failureLine(const vantik::Message& message) {
+    std::string text = message.identifier() + ": " + message.Text;
+    const std::string_view hint = hintFor(message);
+    if (!hint.empty())
+        text += (text.ends_with('.') ? " Hint: " : ". Hint: ") + std::string(hint) + ".";
+    return text;
 }
 
 } // namespace
@@ -100,12 +110,12 @@ void Console::failure(const Verdict& verdict) const {
         [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, failureText(verdict) + "\n");
         return;
     }
-    line(Style::Bad, "", verdict.Message.identifier() + ": " + verdict.Message.Text);
+    line(Style::Bad, "", failureLine(verdict.Message));
 }
 
 std::string Console::failureText(const Verdict& verdict) const {
     if (!Json)
-        return "netrove: " + safe(verdict.Message.identifier() + ": " + verdict.Message.Text);
+        return "netrove: " + safe(failureLine(verdict.Message));
     nlohmann::json arguments = nlohmann::json::array();
     for (const vantik::MessageArgument& argument : verdict.Message.Arguments) {
         if (const auto* text = std::get_if<std::string>(&argument))
@@ -113,10 +123,12 @@ std::string Console::failureText(const Verdict& verdict) const {
         else
             arguments.push_back(std::get<std::int64_t>(argument));
     }
-    const nlohmann::ordered_json object = {{"identifier", verdict.Message.identifier()},
-                                           {"message", masked(verdict.Message.Text)},
-                                           {"arguments", arguments},
-                                           {"exit", verdict.Status}};
+    nlohmann::ordered_json object = {{"identifier", verdict.Message.identifier()},
+                                     {"message", masked(verdict.Message.Text)},
+                                     {"arguments", arguments},
+                                     {"exit", verdict.Status}};
+    if (const std::string_view hint = hintFor(verdict.Message); !hint.empty())
+        object["hint"] = hint;
     // Escaped to ASCII: what a server said reaches neither the terminal nor a line-based reader as it stands.
     return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }

@@ -91,7 +91,7 @@ TEST_F(SaveCommand, AMissingFolderIsNamed) {
     ScriptedServer server(answer(response("x")));
     const Outcome outcome = save({server.url(), "no/such/file"});
     EXPECT_EQ(outcome.Status, 23);
-    EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory\n");
+    EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory. Hint: make the folder first.\n");
 }
 
 TEST_F(SaveCommand, ContentCutShortIsAFailureAndLeavesNothing) {

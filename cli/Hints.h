@@ -1,0 +1,26 @@
+// What a person can try next, by failure: one table.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vantik/Failure.h"
+
+namespace netrove::cli {
+
+struct HintRow {
+    std::string_view Identifier;
+    std::string_view Needle; // in the text of the failure, arguments included; empty: whatever it says
+    std::string_view Hint;
+};
+std::span<const HintRow> hintTable();
+
+// Empty where there is nothing to say beyond the failure's own text.
+std::string_view hintFor(const vantik::Message& message);
+
+// The word of a list that a mistyped one is likely to mean: at most two letters away. Empty for none.
+std::string_view nearestWord(std::string_view word, std::span<const std::string> known);
+
+} // namespace netrove::cli
