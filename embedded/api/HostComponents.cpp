@@ -34,14 +34,34 @@ std::string servicesVersion() {
 #endif
 }
 
+// What the linked libcurl can do beyond HTTP/1.1: a table of its bits, and the libraries that it tells by version.
+struct Feature {
+    int Bit;
+    const char* Name;
+};
+constexpr Feature kFeatures[] = {
+    {CURL_VERSION_HTTP2, "HTTP/2"},   {CURL_VERSION_HTTP3, "HTTP/3"},
+    {CURL_VERSION_LIBZ, "gzip"},      {CURL_VERSION_BROTLI, "br"},
+    {CURL_VERSION_ZSTD, "zstd"},      {CURL_VERSION_NTLM, "NTLM"},
+    {CURL_VERSION_GSSAPI, "GSS-API"}, {CURL_VERSION_IPV6, "IPv6"},
+    {CURL_VERSION_IDN, "IDN"},        {CURL_VERSION_ASYNCHDNS, "look-ups in the background"},
+};
+
+std::string curlComponent() {
+    const curl_version_info_data* facts = curl_version_info(CURLVERSION_NOW);
+    std::string text = std::string("libcurl ") + facts->version + " with ";
+    text += facts->ssl_version == nullptr ? "no TLS" : facts->ssl_version;
+    for (const Feature& feature : kFeatures)
+        if ((facts->features & feature.Bit) != 0)
+            text += std::string(", ") + feature.Name;
+    return text;
+}
+
 } // namespace
 
 std::vector<std::string> hostComponents() {
     return {
-        std::string("libcurl ") + curl_version_info(CURLVERSION_NOW)->version,
-        "ICU " + icuVersion(),
-        "Boost " + boostVersion(),
-        "libproxy " VANTIK_LIBPROXY_VERSION,
+        curlComponent(),   "ICU " + icuVersion(), "Boost " + boostVersion(), "libproxy " VANTIK_LIBPROXY_VERSION,
         servicesVersion(),
     };
 }
