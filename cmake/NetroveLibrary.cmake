@@ -41,6 +41,8 @@ target_link_libraries(netrove_static PUBLIC ${NETROVE_LIBRARIES})
 # The module exports its three entry points and nothing else: the version script also hides what templates of the host's
 # headers leave behind.
 add_library(netrove SHARED $<TARGET_OBJECTS:netrove_static>)
-set_target_properties(netrove PROPERTIES LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/netrove.map)
+# Where a program that is no host of its own loads the module, the host's library lies beside it.
+set_target_properties(netrove PROPERTIES
+    LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/netrove.map INSTALL_RPATH "$ORIGIN")
 target_link_libraries(netrove PRIVATE ${NETROVE_LIBRARIES})
 target_link_options(netrove PRIVATE "LINKER:--version-script=${CMAKE_SOURCE_DIR}/cmake/netrove.map")

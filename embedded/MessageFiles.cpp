@@ -33,8 +33,7 @@ std::vector<std::filesystem::path> messageFolders() {
     }
     Dl_info library{};
     if (dladdr(reinterpret_cast<const void*>(&messageFolders), &library) != 0 && library.dli_fname != nullptr) {
-        const std::filesystem::path file(library.dli_fname);
-        folders.push_back(file.parent_path() / ".." / "share" / "netrove" / "messages");
+        folders.push_back(std::filesystem::path(library.dli_fname).parent_path() / VANTIK_MESSAGES_FOLDER);
     }
     return folders;
 }

@@ -1,0 +1,152 @@
+// The Debian packages of this build: what is in them, what they say of themselves, and whether they work once unpacked.
+#include "tests/install/InstallFixture.h"
+
+#include <filesystem>
+
+#include <gmock/gmock.h>
+
+#include "tests/support/ElfFile.h"
+#include "tests/support/ScriptedServer.h"
+#include "tests/support/WireText.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace installtest;
+using namespace testsupport;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+using testing::UnorderedElementsAreArray;
+
+// The packages are made once a process: packing takes seconds.
+class Packages : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        Folder = std::make_unique<TemporaryFolder>();
+        const ShellOutcome outcome = shell("cpack -G DEB --config '" NETROVE_BUILD_FOLDER "/CPackConfig.cmake' -B .\n"
+                                           "for package in *.deb; do\n"
+                                           "    dpkg-deb -x $package ${package%%_*}\n"
+                                           "    dpkg-deb -e $package ${package%%_*}.control\n"
+                                           "    dpkg-deb -x $package root\n"
+                                           "done",
+                                           Folder->path());
+        if (outcome.Status != 0)
+            throw std::runtime_error(outcome.Out);
+    }
+    static void TearDownTestSuite() { Folder.reset(); }
+
+    static std::string place(const std::string& name) { return Folder->file(name); }
+
+    static std::vector<std::string> files(const std::string& package) { return filesBelow(place(package)); }
+
+    // One field of the control file; empty where there is none.
+    static std::string field(const std::string& package, const std::string& name) {
+        const std::string control = "\n" + readFile(place(package + ".control/control"));
+        const std::size_t start = control.find("\n" + name + ": ");
+        if (start == std::string::npos)
+            return {};
+        const std::size_t value = start + name.size() + 3;
+        return control.substr(value, control.find('\n', value) - value);
+    }
+
+private:
+    static std::unique_ptr<TemporaryFolder> Folder;
+};
+
+std::unique_ptr<TemporaryFolder> Packages::Folder;
+
+const std::vector<std::string> kPackages = {"libnetrove0", "libnetrove-dev", "netrove"};
+const std::string kLib = "usr/" NETROVE_LIBRARY_FOLDER "/";
+constexpr const char* kSameVersion = "libnetrove0 (= " NETROVE_VERSION ")";
+
+// What every package has under its own name.
+std::vector<std::string> with(const std::string& package, std::vector<std::string> files) {
+    files.push_back("usr/share/doc/" + package + "/changelog.gz");
+    files.push_back("usr/share/doc/" + package + "/copyright");
+    return files;
+}
+
+} // namespace
+
+TEST_F(Packages, RuntimePackageHoldsWhatRunningProgramsNeed) {
+    EXPECT_THAT(files("libnetrove0"),
+                UnorderedElementsAreArray(with(
+                    "libnetrove0", {kLib + "libnetrove.so", kLib + "libvantik_embedded.so." NETROVE_SOVERSION,
+                                    kLib + "libvantik_embedded.so." NETROVE_VERSION,
+                                    "usr/share/lintian/overrides/libnetrove0", "usr/share/netrove/messages/en.txt"})));
+}
+
+TEST_F(Packages, ToolPackageHoldsTheProgramWithItsPages) {
+    EXPECT_THAT(files("netrove"),
+                UnorderedElementsAreArray(with(
+                    "netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
+                                "usr/share/doc/netrove/README.md", "usr/share/fish/vendor_completions.d/netrove.fish",
+                                "usr/share/man/man1/netrove.1.gz", "usr/share/zsh/vendor-completions/_netrove"})));
+}
+
+TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
+    std::vector<std::string> expected =
+        with("libnetrove-dev", {kLib + "libvantik_embedded.so", kLib + "cmake/netrove/netroveConfig.cmake",
+                                kLib + "cmake/netrove/netroveConfigVersion.cmake", kLib + "pkgconfig/netrove.pc"});
+    for (const std::string& header : filesBelow(source("embedded/include")))
+        expected.push_back("usr/include/" + header);
+    for (const std::string& page : filesBelow(source("docs")))
+        if (page.ends_with(".md"))
+            expected.push_back("usr/share/doc/netrove/docs/" + page);
+    EXPECT_THAT(files("libnetrove-dev"), UnorderedElementsAreArray(expected));
+}
+
+TEST_F(Packages, ControlFieldsSayWhatEachIs) {
+    for (const std::string& package : kPackages) {
+        EXPECT_EQ(field(package, "Package"), package);
+        EXPECT_EQ(field(package, "Version"), NETROVE_VERSION);
+        EXPECT_EQ(field(package, "Priority"), "optional");
+        EXPECT_THAT(field(package, "Maintainer"), HasSubstr("netrove maintainers"));
+        EXPECT_FALSE(field(package, "Description").empty());
+    }
+    EXPECT_EQ(field("libnetrove0", "Section"), "libs");
+    EXPECT_EQ(field("libnetrove-dev", "Section"), "libdevel");
+    EXPECT_EQ(field("netrove", "Section"), "web");
+    EXPECT_EQ(field("netrove", "Description"), "command line for HTTP requests and transfers");
+}
+
+TEST_F(Packages, DependOnTheLibrariesTheyAreLinkedWithAndOnEachOther) {
+    const std::string runtime = field("libnetrove0", "Depends");
+    for (const char* library : {"libcurl4", "libicu", "libboost-url", "libproxy1", "libpoconet", "libc6"})
+        EXPECT_THAT(runtime, HasSubstr(library));
+    EXPECT_EQ(field("libnetrove-dev", "Depends"), kSameVersion);
+    EXPECT_THAT(field("netrove", "Depends"), HasSubstr(kSameVersion));
+    EXPECT_THAT(field("netrove", "Depends"), HasSubstr("ca-certificates"));
+    EXPECT_EQ(readFile(place("libnetrove0.control/shlibs")),
+              "libvantik_embedded " NETROVE_SOVERSION " libnetrove0 (>= " NETROVE_VERSION "), libnetrove0 (<< 0.2~)\n");
+}
+
+TEST_F(Packages, LinkForBuildingLeadsIntoTheRuntimePackage) {
+    EXPECT_EQ(fs::read_symlink(place("libnetrove-dev/" + kLib + "libvantik_embedded.so")).string(),
+              "libvantik_embedded.so." NETROVE_SOVERSION);
+    EXPECT_TRUE(fs::exists(place("root/" + kLib + "libvantik_embedded.so")));
+}
+
+TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
+    for (const std::string& file : {kLib + "libnetrove.so", kLib + "libvantik_embedded.so." NETROVE_VERSION}) {
+        EXPECT_TRUE(ElfFile(place("libnetrove0/" + file)).allSymbols().empty()) << file;
+        EXPECT_THAT(ElfFile(place("libnetrove0/" + file)).runPath(), Not(HasSubstr("/"))) << file;
+    }
+    EXPECT_EQ(ElfFile(place("netrove/usr/bin/netrove")).runPath(), "$ORIGIN/../" NETROVE_LIBRARY_FOLDER);
+}
+
+TEST_F(Packages, CompressedPagesAreTheOnesOfTheSources) {
+    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out,
+              readFile(source("packaging/netrove.1")));
+    EXPECT_EQ(shell("gzip -dc netrove/usr/share/doc/netrove/changelog.gz", place("")).Out,
+              readFile(source("packaging/debian/changelog")));
+    EXPECT_THAT(readFile(source("packaging/debian/changelog")), testing::StartsWith("netrove (" NETROVE_VERSION ") "));
+}
+
+TEST_F(Packages, ToolRunsWhereTheyAreUnpacked) {
+    ScriptedServer server({step::expectHead(), step::send(response("hello")), step::awaitPeerEnd()});
+    const ShellOutcome got = shell("root/usr/bin/netrove get " + server.url(), place(""));
+    EXPECT_EQ(got.Status, 0);
+    EXPECT_EQ(got.Out, "hello");
+}
