@@ -38,7 +38,9 @@ void InterruptException::rethrow() const {
 namespace utInterruptState {
 
 void ThrowIfInterruptPending() {
-    if (vantik::detail::Scope::current().Interrupt.take()) {
+    vantik::detail::InterruptState& state = vantik::detail::Scope::current().Interrupt;
+    if (state.take()) {
+        state.noteStopped();
         throw Zentorak::System::InterruptException(false);
     }
 }

@@ -25,6 +25,11 @@ bool InterruptState::pending() const noexcept {
     return deadline != kNever && now() >= deadline;
 }
 
+void InterruptState::clear() noexcept {
+    take();
+    Stopped.store(false, std::memory_order_release);
+}
+
 bool InterruptState::take() noexcept {
     bool taken = Requested.exchange(false, std::memory_order_acq_rel);
     std::int64_t deadline = Deadline.load(std::memory_order_acquire);

@@ -21,13 +21,19 @@ public:
     bool pending() const noexcept;
     // Gives what `pending` gives and drops the request. A time that lies ahead stays set.
     bool take() noexcept;
-    void clear() noexcept { take(); }
+    // Drops the request, and the memory of one that was seen.
+    void clear() noexcept;
+
+    // A request has stopped something since the last `clear`: noted by whoever raises for it.
+    void noteStopped() noexcept { Stopped.store(true, std::memory_order_release); }
+    bool stopped() const noexcept { return Stopped.load(std::memory_order_acquire); }
 
 private:
     static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
     static std::int64_t now() noexcept;
 
     std::atomic<bool> Requested{false};
+    std::atomic<bool> Stopped{false};
     std::atomic<std::int64_t> Deadline{kNever}; // ns of the steady clock
     static_assert(std::atomic<bool>::is_always_lock_free && std::atomic<std::int64_t>::is_always_lock_free,
                   "a signal handler must not wait for a lock");

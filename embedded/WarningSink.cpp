@@ -10,6 +10,12 @@ namespace vantik::detail {
 
 void WarningSink::show(const resource_core::BaseMsgID& id) noexcept {
     try {
+        if (Failures.contains(id.fullName())) {
+            if (!Kept) {
+                Kept.emplace(id.arguments(), id.catalogue(), id.key());
+            }
+            return;
+        }
         if (Current) {
             const Handler handler = Current; // the handler may set another one
             handler(id);
@@ -23,6 +29,12 @@ void WarningSink::show(const resource_core::BaseMsgID& id) noexcept {
         std::fprintf(stderr, "warning: %s\n", fl::i18n::to_string(text).c_str());
     } catch (const std::exception&) {
         std::fprintf(stderr, "warning: %s:%s\n", id.catalogue().c_str(), id.key().c_str());
+    }
+}
+
+void WarningsOfOperation::raiseKept() const {
+    if (Sink.Kept) {
+        throw HostException(*Sink.Kept);
     }
 }
 

@@ -170,6 +170,10 @@ Array Array::enumeration(std::string_view className, std::span<const std::string
     return adopt(detail::makeEnumerationArray(std::string(className), {members.begin(), members.end()}));
 }
 
+Array Array::enumeration(std::string_view className, std::initializer_list<std::string_view> members) {
+    return adopt(detail::makeEnumerationArray(std::string(className), {members.begin(), members.end()}));
+}
+
 Array Array::structure(std::initializer_list<Field> fields) {
     std::vector<std::string> names;
     std::vector<std::vector<Array>> rows(1);
@@ -215,6 +219,10 @@ std::string Array::text() const {
     }
 }
 
+std::string Array::textOr(std::string_view other) const {
+    return empty() ? std::string(other) : text();
+}
+
 std::u16string Array::wideText() const {
     return std::u16string(textOf(Handle));
 }
@@ -245,7 +253,11 @@ std::span<const std::byte> Array::bytes() const {
     return {contents.elements<std::byte>(), contents.Count};
 }
 
-std::string_view Array::byteText() const {
+std::string Array::byteText() && {
+    return std::string(std::as_const(*this).byteText());
+}
+
+std::string_view Array::byteText() const& {
     const detail::PlainContents& contents = plainOf(Handle, vxUINT8_CLASS, "uint8");
     return {contents.elements<char>(), contents.Count};
 }

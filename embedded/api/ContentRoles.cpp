@@ -100,7 +100,7 @@ struct RoleTable<ContentConsumer> {
          }},
         {"putDataInternal", "uint8 vector", "any",
          [](ContentConsumer& role, const vcos::COSValue* inputs, vcos::COSValue& result) {
-             result = optionalNumber(runCallable([&] { return role.write(bytesIn(inputs[0])); }));
+             result = optionalNumber(runCallable([&] { return role.write(bytesIn(inputs[0])); }).count());
          }},
         {"closeInternal", nullptr, nullptr,
          [](ContentConsumer& role, const vcos::COSValue*, vcos::COSValue&) { runIfSet(role.close); }},

@@ -106,15 +106,21 @@ Object Host::create(std::string_view className, std::span<const Array> arguments
     });
 }
 
+Array Host::callBuiltin(std::string_view name, std::initializer_list<Array> arguments) {
+    return callBuiltin(name, std::span<const Array>(arguments.begin(), arguments.size()));
+}
+
 Array Host::callBuiltin(std::string_view name, std::span<const Array> arguments) {
     return detail::runForProgram([&] {
         const ScopeEntry entry(State);
         const detail::ModuleTable::Builtin builtin = State->Modules.findBuiltin(name);
         std::vector<vxArray_tag*> inputs = detail::borrowedHandles(*State, arguments);
-        detail::CallFrame frame;
-        vxArray_tag* result = nullptr;
-        builtin(1, &result, static_cast<int>(inputs.size()), inputs.data());
-        return Array::adopt(result); // and so off the frame
+        return detail::withWarningsRaised(State->Warnings, [&] {
+            detail::CallFrame frame;
+            vxArray_tag* result = nullptr;
+            builtin(1, &result, static_cast<int>(inputs.size()), inputs.data());
+            return Array::adopt(result); // and so off the frame
+        });
     });
 }
 
@@ -138,6 +144,10 @@ void Host::onWarning(WarningHandler handler) {
         [handler = std::move(handler)](const resource_core::BaseMsgID& id) { handler(detail::messageFor(id)); });
 }
 
+void Host::treatAsFailure(std::string_view identifier) {
+    State->Warnings.treatAsFailure(identifier);
+}
+
 void Host::interrupt() noexcept {
     State->Interrupt.request();
 }
@@ -146,6 +156,9 @@ void Host::clearInterrupt() noexcept {
 }
 bool Host::interruptPending() const noexcept {
     return State->Interrupt.pending();
+}
+bool Host::wasInterrupted() const noexcept {
+    return State->Interrupt.stopped();
 }
 void Host::interruptAfter(std::chrono::nanoseconds time) {
     State->Interrupt.requestAfter(time);

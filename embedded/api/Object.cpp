@@ -39,7 +39,7 @@ auto onObject(const Array& value, Operation operation) {
     return runForProgram([&] {
         HostObject& object = objectIn(value);
         const ScopeEntry entry(object.scope());
-        return operation(object);
+        return withWarningsRaised(object.scope()->Warnings, [&] { return operation(object); });
     });
 }
 
@@ -134,6 +134,11 @@ Array Object::call(std::string_view method, std::initializer_list<Array> argumen
         auto results = detail::callMethod(object, Value, entry, {arguments.begin(), arguments.size()}, 1);
         return results.empty() ? Array() : Array::adopt(results.front().release());
     });
+}
+
+std::vector<Array> Object::call(std::string_view method, std::initializer_list<Array> arguments,
+                                int resultsWanted) const {
+    return call(method, std::span<const Array>(arguments.begin(), arguments.size()), resultsWanted);
 }
 
 std::vector<Array> Object::call(std::string_view method, std::span<const Array> arguments, int resultsWanted) const {

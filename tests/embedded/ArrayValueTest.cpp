@@ -133,12 +133,36 @@ TEST_F(ArrayValues, NumbersAreARow) {
     EXPECT_EQ(flags.doubles(), (std::vector<double>{1, 0, 1}));
 }
 
+TEST_F(ArrayValues, EmptyArraysOfAnyClassHaveAnotherText) {
+    EXPECT_EQ(Array("text").textOr("none"), "text");
+    EXPECT_EQ(Array("").textOr("none"), "none");
+    EXPECT_EQ(Array("").dimensions(), (std::vector<std::size_t>{1, 0}));
+    EXPECT_EQ(Array().textOr("none"), "none");
+    EXPECT_EQ(Array::bytes("").textOr(""), "");
+    EXPECT_EQ(failure([] { Array(1.0).textOr("none"); }), "VANTIK:vx:ExpectedText");
+}
+
+TEST_F(ArrayValues, BytesOfAnArrayThatGoesAreCopied) {
+    const auto make = [] { return Array::bytes("a\0b"); };
+    static_assert(std::is_same_v<decltype(make().byteText()), std::string>);
+    const auto text = make().byteText();
+    EXPECT_EQ(text, "a");
+    const Array kept = Array::bytes("kept");
+    static_assert(std::is_same_v<decltype(kept.byteText()), std::string_view>);
+    EXPECT_EQ(kept.byteText().data(), vantik::asText(kept.bytes()).data());
+    EXPECT_EQ(vantik::asText(kept.bytes()), "kept");
+    EXPECT_EQ(vantik::asText({}), "");
+}
+
 TEST_F(ArrayValues, EnumerationKeepsItsMembers) {
     const std::vector<std::string> members{"Basic", "Digest"};
     const Array value = Array::enumeration("vantik.net.http.AuthenticationScheme", members);
     EXPECT_EQ(value.className(), "vantik.net.http.AuthenticationScheme");
     EXPECT_EQ(value.size(), 2u);
     EXPECT_EQ(omGetNumberOfElementsInUnderlyingArray(value.handle()), 2u);
+    const Array listed = Array::enumeration("vantik.net.http.AuthenticationScheme", {"Basic", "Digest"});
+    EXPECT_EQ(listed.className(), value.className());
+    EXPECT_EQ(listed.dimensions(), (std::vector<std::size_t>{1, 2}));
 }
 
 TEST_F(ArrayValues, StructureHoldsItsFields) {

@@ -115,6 +115,23 @@ TEST_F(ContentRoles, ConsumerIsToldEverything) {
     EXPECT_EQ(events, (std::vector<std::string>{"start", "write abc", "write d", "interrupted", "close", "saved "}));
 }
 
+TEST_F(ContentRoles, WhatWasTakenIsAnyNumberButNoTruth) {
+    vantik::Taken given = std::nullopt;
+    const Object object = makeConsumer(*Home, {.write = [&](std::span<const std::byte>) { return given; }});
+    const auto answer = [&](vantik::Taken taken) {
+        given = taken;
+        const ArrayOwner result = consumer(object, "putDataInternal", Array::bytes("abc"));
+        return vx::vxIsEmpty(result.get()) ? -1.0 : vx::vxGetScalar(result.get());
+    };
+    EXPECT_EQ(answer(std::size_t{3}), 3);
+    EXPECT_EQ(answer(2), 2);
+    EXPECT_EQ(answer(1.5), 1.5);
+    EXPECT_EQ(answer(std::optional<double>(0)), 0);
+    EXPECT_EQ(answer(std::nullopt), -1);
+    EXPECT_EQ(answer(std::optional<double>()), -1);
+    static_assert(!std::is_convertible_v<bool, vantik::Taken>); // true would end the copy after one byte
+}
+
 TEST_F(ContentRoles, ConsumerMayLeaveOutAllButTheWriting) {
     const Object object = makeConsumer(*Home, {{},
                                                [](std::span<const std::byte> piece) {

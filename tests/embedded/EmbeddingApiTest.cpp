@@ -61,6 +61,7 @@ TEST_F(Programs, ObjectIsMadeAndCalled) {
     const std::vector<Array> both = counter.call("both", {}, 2);
     ASSERT_EQ(both.size(), 2u);
     EXPECT_EQ(both[1].text(), "text");
+    EXPECT_EQ(counter.call("add", {Array(1.0)}, 1).at(0).number(), 43);
     EXPECT_EQ(counter.call("both", {}, 1).size(), 1u);
     EXPECT_EQ(counter.call("both", {}, 0).size(), 0u);
 }
@@ -266,6 +267,12 @@ TEST_F(Programs, UnknownEnumerationMemberIsRefused) {
     };
     sink.call("take", {schemes({"Basic", "NTLM"})});
     sink.call("take", {Array()});
+    const char* const className = "vantik.net.http.AuthenticationScheme";
+    EXPECT_EQ(failureOf([&] {
+                  sink.call("take", {Array::enumeration(className, {"Basic", "Digets"})});
+              }),
+              "VANTIK:vcos:UnknownMember(vantik.net.http.AuthenticationScheme, Digets, Basic, Digest, NTLM, Negotiate)")
+        << "the second name of the list is looked at too";
     EXPECT_EQ(failureOf([&] {
                   sink.call("take", {schemes({"Basic", "basic"})});
               }),

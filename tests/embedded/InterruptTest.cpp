@@ -35,6 +35,18 @@ TEST(InterruptState, ClearDropsRequest) {
     EXPECT_FALSE(state.take());
 }
 
+TEST(InterruptState, WhatWasStoppedIsRememberedUntilCleared) {
+    InterruptState state;
+    EXPECT_FALSE(state.stopped());
+    state.request();
+    state.take();
+    EXPECT_FALSE(state.stopped()) << "taking alone stops nothing";
+    state.noteStopped();
+    EXPECT_TRUE(state.stopped());
+    state.clear();
+    EXPECT_FALSE(state.stopped());
+}
+
 TEST(InterruptState, TimeWithoutLengthIsOverAtOnce) {
     for (const auto time : {0ns, -5ns, std::chrono::nanoseconds::min()}) {
         InterruptState state;
@@ -115,7 +127,10 @@ TEST(Interrupt, RaisesOnceAndLeavesOtherScopesAlone) {
         EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
     }
     const ScopeEntry entry(first);
+    EXPECT_FALSE(first->Interrupt.stopped());
     EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), InterruptException);
+    EXPECT_TRUE(first->Interrupt.stopped());
+    EXPECT_FALSE(second->Interrupt.stopped());
     EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
 }
 

@@ -37,6 +37,9 @@ TEST_F(Interrupt, WhileTheAnswerIsAwaitedIsAFailedConnection) {
     const Object connection = open(server.url("/"));
     EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(), "VANTIK:webservices:ConnectionFailed");
     EXPECT_FALSE(host().interruptPending());
+    EXPECT_TRUE(host().wasInterrupted()) << "this tells it from a failure of the network";
+    host().clearInterrupt();
+    EXPECT_FALSE(host().wasInterrupted());
     expectScopeUsable(connection);
 }
 

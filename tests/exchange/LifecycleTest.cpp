@@ -28,6 +28,13 @@ TEST_F(Lifecycle, SecondObjectIsRefusedWhileOneIsOpen) {
     expectScopeUsable();
 }
 
+TEST_F(Lifecycle, LoadingTheModuleAgainDoesNoHarm) {
+    const std::vector<std::string> classes = host().classNames();
+    host().load("netrove"); // by name this time: it lies beside the host's library
+    EXPECT_EQ(host().classNames(), classes);
+    expectScopeUsable();
+}
+
 TEST_F(Lifecycle, DestructionClosesToo) {
     {
         const Object first = open("http://127.0.0.1:9/");

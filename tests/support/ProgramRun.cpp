@@ -92,7 +92,8 @@ private:
 
 Program::Program(std::vector<std::string> arguments, const Surroundings& around) {
     ::signal(SIGPIPE, SIG_IGN); // a program that has ended takes no input
-    arguments.insert(arguments.begin(), NETROVE_PROGRAM);
+    const std::string executable = around.Executable.empty() ? NETROVE_PROGRAM : around.Executable;
+    arguments.insert(arguments.begin(), executable);
     std::vector<std::string> variables = environment(around);
     FileActions actions;
     const Pipe input;
@@ -140,7 +141,7 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(
         &attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | (around.TerminalInput ? POSIX_SPAWN_SETSID : 0)));
-    const int result = posix_spawn(&Process, NETROVE_PROGRAM, actions.get(), &attributes, pointers(arguments).data(),
+    const int result = posix_spawn(&Process, executable.c_str(), actions.get(), &attributes, pointers(arguments).data(),
                                    pointers(variables).data());
     posix_spawnattr_destroy(&attributes);
     for (const int end : childEnds)

@@ -1,4 +1,4 @@
-// Runs the built program as a person or a script does, and tells what came of it.
+// Runs the built program, or another one, as a person or a script does, and tells what came of it.
 #pragma once
 
 #include <condition_variable>
@@ -23,6 +23,7 @@ struct Surroundings {
     std::optional<std::string> Input{};               // on standard input; without one it stays open and silent
     std::map<std::string, std::string> Environment{}; // besides a plain one without any proxy
     std::string Folder{};                             // to run in
+    std::string Executable{};                         // to run instead of netrove
     bool Terminal = false;                            // standard output and standard error are a terminal
     bool TerminalInput = false;                       // …and standard input too, of a login of its own
     int OutDescriptor = -1;                           // standard output goes here and is not collected

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace vantik {
@@ -22,7 +23,8 @@ class Host;
 // between (except that a handler in between may turn it into a failure of its own).
 using Method = std::function<std::vector<Array>(std::span<const Array> inputs)>;
 
-// Defines one class in a Host. Build it once, then make objects of it with `Host::create`.
+// Defines one class in a Host. Build it once, then make objects of it with `Host::create`. A definition may be used in
+// any number of Hosts, on one thread at a time; each keeps copies of the callables.
 class __attribute__((visibility("default"))) HostClass {
 public:
     explicit HostClass(std::string fullName); // dotted, for example "example.FileProvider"
@@ -30,43 +32,67 @@ public:
     HostClass(HostClass&&) noexcept;
     HostClass& operator=(HostClass&&) noexcept;
 
-    HostClass& derivesFrom(std::string fullName);
+    HostClass& derivesFrom(std::string fullName); // may be called for several; looked up by `defineIn`
     // A method named like the class (without its package) is the constructor; its results count for nothing. A class
     // without one takes the one of its base class.
     HostClass& method(std::string name, Method body);
     // The same with declared inputs (after the object) and outputs, in type words; calls that do not fit are refused.
     HostClass& method(std::string name, std::vector<std::string> inputTypes, std::vector<std::string> outputTypes,
                       Method body);
-    void defineIn(Host& host) const; // raises Failure for a name that is taken or a base class that is missing
+    // Raises VANTIK:vcos:InvalidName, VANTIK:vcos:ClassExists, VANTIK:vcos:UnknownClass for a base class that is
+    // missing, VANTIK:vcos:UnknownType for a type word, VANTIK:vcos:MemberExists and VANTIK:vcos:NoCallable.
+    void defineIn(Host& host) const;
 
 private:
     struct Definition;
     std::unique_ptr<Definition> Content;
 };
 
-// Ready-made objects for the three roles. The callables live as long as the object; `read`, `write` and the reporter
-// must be set, the others may be left out.
+// Ready-made objects for the three roles. The callables live as long as the object and run on the Host's thread, in the
+// middle of a transfer; they must not start another one. `read`, `write` and the reporter must be set (otherwise
+// VANTIK:vcos:NoCallable), the others may be left out. What they raise ends the transfer and reaches its caller
+// unchanged, with one exception: an Interrupted while the request is sent becomes VANTIK:webservices:ConnectionFailed.
 
 // Gives the next bytes, at most about `wanted` of them; no bytes mean the end. `rewind` is called before the first read
 // and whenever the content has to be sent again from its start.
 struct ContentProvider {
     std::function<void()> rewind{};
-    std::function<Array(std::uint64_t wanted)> read{}; // n-by-1 uint8
+    // n-by-1 uint8, as `Array::bytes` makes it; text raises VANTIK:vcos:WrongOutputType.
+    std::function<Array(std::uint64_t wanted)> read{};
 };
 
-// Takes bytes. `start` may give the largest piece wanted (at most 16384 count). `write` gives how many bytes it took;
-// fewer than offered end the copy quietly, and nothing at all stops it with a failure.
+// How many bytes a consumer took; std::nullopt for "stop, as a failure".
+class Taken {
+public:
+    // Not from a bool: true would be one byte, and so a quiet end after the first piece.
+    template <class Number>
+    requires(std::is_arithmetic_v<Number> && !std::is_same_v<Number, bool>) Taken(Number bytes)
+        : Count(static_cast<double>(bytes)) {}
+    Taken(std::optional<double> bytes) : Count(bytes) {}
+    Taken(std::nullopt_t) {}
+    const std::optional<double>& count() const noexcept { return Count; }
+
+private:
+    std::optional<double> Count;
+};
+
+// Takes bytes. `start` may give the largest piece wanted, in bytes (at most 16384 count). `write` gets a piece that
+// lies where it is until the call returns, and gives how many of its bytes it took: fewer than offered end the copy
+// quietly, std::nullopt ends it with VANTIK:webservices:OperationTerminatedByConsumer. `close` comes once at the end,
+// behind a failure too, unless `start` itself failed.
 struct ContentConsumer {
     std::function<std::optional<double>()> start{};
-    std::function<std::optional<double>(std::span<const std::byte> piece)> write{};
+    std::function<Taken(std::span<const std::byte> piece)> write{};
     std::function<void()> close{};
-    std::function<void()> interrupted{};                                    // the user stopped the transfer
-    std::function<void(std::span<const std::byte> saved)> savedOnFailure{}; // what had been collected before a failure
+    std::function<void()> interrupted{}; // the user stopped the transfer
+    std::function<void(std::span<const std::byte> saved)>
+        savedOnFailure{}; // behind `close`: what came before a failure
 };
 
-// Told the number of bytes so far; false stops the transfer.
+// Told the number of bytes so far; false stops the transfer, which then raises Interrupted (byProgram).
 using ProgressReporter = std::function<bool(std::uint64_t bytes)>;
 
+// Objects for the properties Provider, Consumer and ProgressReporter of a connection of the same Host.
 __attribute__((visibility("default"))) Object makeProvider(Host& host, ContentProvider provider);
 __attribute__((visibility("default"))) Object makeConsumer(Host& host, ContentConsumer consumer);
 __attribute__((visibility("default"))) Object makeProgressReporter(Host& host, ProgressReporter reporter);

@@ -1,0 +1,66 @@
+// What programs need again and again around the class of the module "netrove": names, header fields, time limits.
+#pragma once
+
+#include "vantik/Array.h"
+
+#include <chrono>
+#include <initializer_list>
+#include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vantik {
+
+// The class, for `Host::create`. Its one input, which may be left out: true for the interface that docs/embedding.md
+// and the examples use; false, the default, for an older one that takes text as content and fails for every status
+// outside 200 to 299.
+inline constexpr std::string_view kHttpConnectionClass = "vantik.internal.webservices.HTTPConnectionAdapter";
+
+// The enumeration that `setAuthenticationSchemes` takes, with the members Basic, Digest, NTLM and Negotiate.
+inline constexpr std::string_view kAuthenticationSchemeClass = "vantik.net.http.AuthenticationScheme";
+
+// For `Host::callBuiltin`: takes a URL in ASCII, as the property URL gives it, and gives a 1-by-1 struct with Host
+// (text, empty for a direct connection), Port (double), Username and Password (text), fit for `openProxyConnection`.
+inline constexpr std::string_view kProxyLookup = "ws_base::getProxyInfoBuiltin";
+
+// The warning of content that ended before its announced length (RFC 9112, section 8), for `Host::treatAsFailure`.
+inline constexpr std::string_view kIncompleteContent = "VANTIK:webservices:PartialFileWarning";
+
+// One header field. Both texts are ASCII on the wire.
+struct HttpField {
+    std::string Name;
+    std::string Value;
+    bool operator==(const HttpField&) const = default;
+};
+
+// Fields as the method setFields takes them: a 1-by-n struct with Name and Value, in the order given. An empty value
+// keeps libcurl from sending its own field of that name. Raises VANTIK:host:InvalidFieldName where a name is no token
+// (RFC 9110, section 5.6.2), VANTIK:host:InvalidFieldValue where a value has CR, LF or NUL (section 5.5): either would
+// let a text that comes from outside add fields of its own. Any thread; the caller owns the Array.
+__attribute__((visibility("default"))) Array httpFields(std::span<const HttpField> fields);
+__attribute__((visibility("default"))) Array httpFields(std::initializer_list<HttpField> fields);
+
+// The other way: what getRequestFields and getResponseFields give, in the order of the wire, repeated names included.
+// Raises VANTIK:vx:ExpectedClass or VANTIK:vx:NoSuchField for an Array that is no struct of Name and Value.
+__attribute__((visibility("default"))) std::vector<HttpField> readHttpFields(const Array& fields);
+
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+inline constexpr Milliseconds kNoLimit{std::numeric_limits<double>::infinity()};
+
+// Limits of one request. Each byte that moves starts Response and Data anew, so none limits the whole of a transfer:
+// `Host::interruptAfter` does. The defaults here are careful; those of the class are 5 s, no limit and no limit.
+struct HttpTimeouts {
+    Milliseconds Connect = std::chrono::seconds(10);  // until there is a connection, name lookup and TLS included
+    Milliseconds Response = std::chrono::seconds(60); // longest silence until the response's head is complete
+    Milliseconds Data = std::chrono::seconds(60);     // longest silence while content moves, in either direction
+};
+
+// Limits as the property TimeoutInMilliseconds takes them: 1-by-3 double, in milliseconds, +infinity for no limit.
+// More than 2147483647 ms (24 days) is no limit, since the class refuses such a number. Raises
+// VANTIK:host:InvalidTimeLimit for a limit that is not above zero. Any thread; the caller owns the Array.
+__attribute__((visibility("default"))) Array httpTimeouts(const HttpTimeouts& limits = {});
+
+} // namespace vantik
