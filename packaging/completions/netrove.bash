@@ -98,7 +98,7 @@ _netrove() {
         ;;
     send)
         [[ $word == -* ]] &&
-            mapfile -t COMPREPLY < <(compgen -W '--method -X --field -H --remove-field --body -d --body-file --stream-file -T --buffer-size --chunked --simple --output -o --include -i --consumer --no-decode --location -L --follow --no-follow --fail -f --user -u --password --auth --proxy-user --proxy-password --proxy-auth --proxy -x --connect-timeout --response-timeout --data-timeout --max-time -m --ca-file --no-verify -k --no-verify-name --progress --no-progress --verbose -v --debug --json-errors --color --help -h' -- "$word")
+            mapfile -t COMPREPLY < <(compgen -W '--method -X --field -H --remove-field --body -d --body-file --stream-file -T --buffer-size --chunked --simple --output -o --include -i --consumer --no-decode --location -L --follow --no-follow --fail -f --user -u --password --auth --proxy-user --proxy-password --proxy-auth --proxy -x --connect-timeout --response-timeout --data-timeout --max-time -m --ca-file --no-verify -k --no-verify-name --progress --no-progress --verbose -v --debug --json --json-errors --color --help -h' -- "$word")
         ;;
     proxy)
         [[ $word == -* ]] &&
