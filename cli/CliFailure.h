@@ -28,6 +28,10 @@ constexpr std::string_view kRedirectRefused = "RedirectRefused";     // URL
 constexpr std::string_view kMaxTime = "MaxTime";                     // seconds
 constexpr std::string_view kInterrupted = "Interrupted";             // name of the signal
 constexpr std::string_view kDemoFailed = "DemoFailed";               // number of steps
+constexpr std::string_view kBadManifest = "BadManifest";             // file, then one text for each bad line
+constexpr std::string_view kNoJournal = "NoJournal";                 // file
+constexpr std::string_view kJournalInUse = "JournalInUse";           // file
+constexpr std::string_view kBatchFailed = "BatchFailed";             // number of failed transfers, of all
 constexpr std::string_view kFailure = "Failure";                     // what() of an unforeseen exception
 } // namespace failure
 

@@ -10,6 +10,7 @@
 namespace netrove::cli {
 
 int runTransfer(Session& session, const Settings& settings, const Console& console); // get, save, send
+int runBatch(Session& session, const Settings& settings, const Console& console);
 int runProxy(Session& session, const Settings& settings, const Console& console);
 int runDescribe(Session& session, const Settings& settings, const Console& console);
 int runVersion(Session& session, const Console& console);

@@ -102,6 +102,7 @@ Response Exchange::send() {
         if (followed == limit)
             fail(failure::kTooManyRedirects, {std::int64_t{limit}, target},
                  "more than " + std::to_string(limit) + " redirects, the next to " + target);
+        Redirected = true;
         request = followRedirect(request, response.Status, target);
         close();
     }

@@ -54,6 +54,9 @@ public:
     void finish(const Response& response, std::uint64_t delivered);
     void close();
 
+    // True once a server has answered with a redirect that was followed.
+    bool redirected() const { return Redirected; }
+
 private:
     // ExchangeSetup.cpp: everything that has to be set before the response can be asked for, in the order in which the
     // class wants it.
@@ -81,6 +84,7 @@ private:
     std::unique_ptr<BodySource> Source;
     std::unique_ptr<ProgressMeter> Upload;
     vantik::Object Provider;
+    bool Redirected = false;
 };
 
 } // namespace netrove::cli

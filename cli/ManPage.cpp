@@ -55,8 +55,8 @@ std::string synopsis() {
     for (const CommandRow& command : commandTable()) {
         text += (text.empty() ? "" : ".br\n") + bold("netrove " + std::string(command.Name)) + " [" +
                 italic("options") + "]";
-        for (const auto& [taken, name] :
-             {std::pair{command.Url, "URL"}, std::pair{command.Topic, "[TOPIC]"}, std::pair{command.Target, "[FILE]"}})
+        for (const auto& [taken, name] : {std::pair{command.Url, "URL"}, std::pair{command.Topic, "[TOPIC]"},
+                                          std::pair{command.Target, "[FILE]"}, std::pair{command.Manifest, "MANIFEST"}})
             if (taken)
                 text += " " + italic(name);
         text += "\n";

@@ -99,6 +99,10 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     if (command.Target)
         sub->add_option("FILE", settings.Target, "file or folder; without it the name comes from the URL")
             ->type_name("");
+    if (command.Manifest)
+        sub->add_option("MANIFEST", settings.Batch.Manifest, "list of transfers; '-' is standard input")
+            ->required()
+            ->type_name("");
     if (command.Topic)
         sub->add_option("TOPIC", settings.Topic, "what to explain; without it the topics are listed")->type_name("");
     for (const OptionRow& row : optionTable())

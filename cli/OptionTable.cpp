@@ -18,6 +18,7 @@ namespace {
 constexpr double kInfinite = std::numeric_limits<double>::infinity();
 constexpr double kLongestMs = 2147483647.0; // what the class can hold
 constexpr double kLongestSeconds = 1e8;     // fits a count of nanoseconds
+constexpr int kMostJobs = 64;
 constexpr std::uint64_t kLargestBuffer = std::uint64_t{64} << 20;
 
 // Numbers are read the same way whatever the locale.
@@ -115,6 +116,7 @@ using V = const std::string&;
 
 constexpr const char* kRequestGroup = "Request";
 constexpr const char* kResponseGroup = "Response";
+constexpr const char* kBatchGroup = "Many transfers";
 constexpr const char* kLoginGroup = "Credentials";
 constexpr const char* kNetGroup = "Proxy and limits";
 constexpr const char* kTlsGroup = "TLS";
@@ -138,16 +140,16 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.BufferSize = byteSize("buffer-size", v); }},
     {"chunked", 0, "", kRequestGroup, kSend, "do not tell the length of the body, even where it is known",
      [](S& s, V) { s.Chunked = true; }},
-    {"simple", 0, "", kRequestGroup, kTransfers, "the older interface: every authentication scheme is allowed, and a status outside 200 to 299 fails",
+    {"simple", 0, "", kRequestGroup, kSingle, "the older interface: every authentication scheme is allowed, and a status outside 200 to 299 fails",
      [](S& s, V) { s.Simple = true; }},
 
     {"output", 'o', "FILE", kResponseGroup, kGet | kSend, "write the content to a file, which appears when it is complete; '-' is standard output, whatever the content",
      [](S& s, V v) { s.OutputFile = nonEmpty("output", v); }},
-    {"force", 0, "", kResponseGroup, kSave, "replace a file that is there",
+    {"force", 0, "", kResponseGroup, kSave | kBatch, "replace a file that is there",
      [](S& s, V) { s.Force = true; }},
     {"include", 'i', "", kResponseGroup, kGet | kSend, "write the head of the response before its content",
      [](S& s, V) { s.Include = true; }},
-    {"consumer", 0, "", kResponseGroup, kTransfers, "receive through a consumer object into a file too; standard output always does",
+    {"consumer", 0, "", kResponseGroup, kSingle, "receive through a consumer object into a file too; standard output always does",
      [](S& s, V) { s.Consumer = true; }},
     {"no-decode", 0, "", kResponseGroup, kTransfers, "leave compressed content as it came",
      [](S& s, V) { s.Decode = false; }},
@@ -157,8 +159,31 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.MaxRedirects = number<int>("follow", v, 0, 1000); }},
     {"no-follow", 0, "", kResponseGroup, kTransfers, "follow no redirect, as send does by itself",
      [](S& s, V) { s.MaxRedirects = 0; }},
-    {"fail", 'f', "", kResponseGroup, kTransfers, "a status of 400 and above is a failure",
-     [](S& s, V) { s.Fail = true; }},
+    {"fail", 'f', "", kResponseGroup, kTransfers, "a status of 400 and above is a failure, as with batch it is by itself",
+     [](S& s, V) { s.Fail = s.Batch.Fail = true; }},
+    {"no-fail", 0, "", kResponseGroup, kBatch, "keep what the server says with a status of 400 and above",
+     [](S& s, V) { s.Batch.Fail = false; }},
+    {"create-dirs", 0, "", kResponseGroup, kBatch, "make the folders of targets that are not there",
+     [](S& s, V) { s.Batch.MakeFolders = true; }},
+
+    {"jobs", 'j', "N", kBatchGroup, kBatch, "transfers at a time, 1 to 64 (default 4)",
+     [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }},
+    {"retry", 0, "N", kBatchGroup, kBatch, "try again up to N times where the cause may pass: timeouts, connections that fail, cut content, status 408, 429, 500, 502, 503 and 504 (default 0)",
+     [](S& s, V v) { s.Batch.Retries = number<int>("retry", v, 0, 1000); }},
+    {"retry-wait", 0, "S", kBatchGroup, kBatch, "seconds before the first further attempt, doubled for each one after it and shortened by up to half at random; a server's Retry-After counts instead (default 1)",
+     [](S& s, V v) { s.Batch.RetryWait = number<double>("retry-wait", v, 0, kLongestSeconds); }},
+    {"retry-max-wait", 0, "S", kBatchGroup, kBatch, "longest wait before a further attempt in seconds, whatever Retry-After says (default 300)",
+     [](S& s, V v) { s.Batch.LongestRetryWait = number<double>("retry-max-wait", v, 0, kLongestSeconds); }},
+    {"retry-unsafe", 0, "", kBatchGroup, kBatch, "also try again what may then be done twice: methods such as POST and PATCH after the request went out",
+     [](S& s, V) { s.Batch.RetryUnsafe = true; }},
+    {"shard", 0, "I/N", kBatchGroup, kBatch, "do part I of N of the manifest, counted from 1; without it Slurm, Open MPI or GNU parallel may say so, and 1/1 does everything",
+     [](S& s, V v) { s.Batch.Shard = nonEmpty("shard", v); }},
+    {"journal", 0, "FILE", kBatchGroup, kBatch, "keep what is done in this file, so that a run that was stopped goes on; shards add their number (default: MANIFEST.journal)",
+     [](S& s, V v) { s.Batch.Journal = nonEmpty("journal", v); }},
+    {"no-journal", 0, "", kBatchGroup, kBatch, "keep no journal and do every line",
+     [](S& s, V) { s.Batch.NoJournal = true; }},
+    {"dry-run", 0, "", kBatchGroup, kBatch, "check the manifest and print what would be done",
+     [](S& s, V) { s.Batch.DryRun = true; }},
 
     {"user", 'u', "NAME", kLoginGroup, kTransfers, "user name, or NAME:PASSWORD. Allows the schemes basic and digest unless --auth says otherwise",
      [](S& s, V v) { takeUser(s.User, s.Password, v); }, Secrecy::AfterColon},
@@ -181,7 +206,7 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.ResponseTimeout = limitMs("response-timeout", v); }},
     {"data-timeout", 0, "MS", kNetGroup, kTransfers, "longest silence while content is moved, 0 for no limit (default 300000)",
      [](S& s, V v) { s.DataTimeout = limitMs("data-timeout", v); }},
-    {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time for everything, in seconds with fractions",
+    {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time for everything, with batch for each attempt, in seconds with fractions",
      [](S& s, V v) { s.MaxTime = number<double>("max-time", v, 0.001, kLongestSeconds); }},
 
     {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "certificates to trust instead of the system's, as PEM",
@@ -195,9 +220,9 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.Progress = true; }},
     {"no-progress", 0, "", kShowGroup, kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
-    {"verbose", 'v', "", kShowGroup, kTransfers, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
+    {"verbose", 'v', "", kShowGroup, kSingle, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
      [](S& s, V) { s.Debug = std::min(s.Debug + 1, 1000); }},
-    {"debug", 0, "N", kShowGroup, kTransfers, "set the trace level: 0 none, 1 heads, 2 content too",
+    {"debug", 0, "N", kShowGroup, kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, 1000); }},
     {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content, or a failure as with --json-errors",
      [](S& s, V) { s.Json = true; }},
@@ -215,6 +240,7 @@ constexpr CommandRow kCommands[] = {
     {"get", Command::Get, kGet, "Fetch a URL and write its content to standard output", true, false, false},
     {"save", Command::Save, kSave, "Fetch a URL into a file, which is complete or not there at all", true, true, false},
     {"send", Command::Send, kSend, "Make any request: method, fields, body, streaming", true, false, false},
+    {"batch", Command::Batch, kBatch, "Do many transfers from a list, some at a time, and go on where a run was stopped", false, false, false, true},
     {"proxy", Command::Proxy, kProxy, "Show which proxy applies to a URL", true, false, false},
     {"describe", Command::Describe, kDescribe, "Show the properties and methods of the connection class", false, false, false},
     {"demo", Command::Demo, kDemo, "Show what netrove does against a small server of its own", false, false, false},

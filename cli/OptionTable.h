@@ -19,7 +19,9 @@ enum CommandSet : unsigned {
     kDemo = 1u << 5,
     kHelp = 1u << 6,
     kProgram = 1u << 7, // before any command
-    kTransfers = kGet | kSave | kSend,
+    kBatch = 1u << 8,
+    kSingle = kGet | kSave | kSend,
+    kTransfers = kSingle | kBatch,
     kAll = kTransfers | kProxy | kDescribe | kDemo | kHelp | kProgram,
 };
 
@@ -45,9 +47,10 @@ struct CommandRow {
     Command Kind;
     unsigned Set;
     std::string_view Summary;
-    bool Url;    // takes a URL
-    bool Target; // takes a file after it
-    bool Topic;  // takes a topic
+    bool Url;              // takes a URL
+    bool Target;           // takes a file after it
+    bool Topic;            // takes a topic
+    bool Manifest = false; // takes a list of transfers
 };
 
 std::span<const CommandRow> commandTable();

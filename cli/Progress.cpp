@@ -105,6 +105,8 @@ ProgressMeter::~ProgressMeter() {
 
 void ProgressMeter::update(std::uint64_t bytes) {
     State.Bytes = bytes;
+    if (Watcher)
+        Watcher(bytes);
     if (!Shown)
         return;
     const auto now = Clock::now();

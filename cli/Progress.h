@@ -3,8 +3,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -33,6 +35,7 @@ public:
 
     void expect(std::optional<std::uint64_t> total) { State.Total = total; }
     void update(std::uint64_t bytes);
+    void onUpdate(std::function<void(std::uint64_t bytes)> handler) { Watcher = std::move(handler); }
     void finish(); // draws the last state and ends the line
     std::uint64_t bytes() const { return State.Bytes; }
 
@@ -45,6 +48,7 @@ private:
     bool Terminal;
     bool Drawn = false;
     ProgressState State;
+    std::function<void(std::uint64_t)> Watcher;
     Clock::time_point Start;
     Clock::time_point NextDraw;
 };

@@ -16,6 +16,7 @@ namespace {
 constexpr EnvironmentRow kEnvironment[] = {
     {"NETROVE_PASSWORD", "password of the user that -u names"},
     {"NETROVE_PROXY_PASSWORD", "password of the user that --proxy-user names"},
+    {"NETROVE_SHARDS", "number of parts of a batch that runs under GNU parallel; PARALLEL_SEQ says which"},
     {"http_proxy, https_proxy", "proxy for URLs of that scheme, as http://HOST:PORT, where --proxy is auto"},
     {"no_proxy", "hosts and domains that are reached without a proxy, by commas"},
     {"NO_COLOR", "when it is set and not empty, no colours unless --color says always"},
@@ -31,6 +32,7 @@ constexpr ExampleRow kExamples[] = {
     {"netrove send -X PUT -T data.bin https://example.org/data.bin", "upload a file of any size"},
     {"netrove send -i -X DELETE https://example.org/data.bin", "any method, with the head of the answer"},
     {"netrove get -u alice https://example.org/private", "log in; the password is asked for"},
+    {"netrove batch list.txt --retry 3", "fetch every URL of a list, four at a time; run it again to go on"},
     {"netrove proxy https://example.org/", "see which proxy applies"},
 };
 // clang-format on

@@ -42,6 +42,12 @@ void checkBody(const Settings& settings) {
     refuse(settings.BufferSize != 0 && settings.StreamFile.empty(), "--buffer-size needs --stream-file");
 }
 
+void checkBatch(const BatchSettings& batch) {
+    refuse(batch.Manifest.empty(), "the name of the manifest is empty");
+    refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal exclude each other");
+    refuse(batch.LongestRetryWait < batch.RetryWait, "--retry-max-wait is less than --retry-wait");
+}
+
 } // namespace
 
 Settings::Settings()
@@ -64,9 +70,13 @@ int Settings::redirectLimit() const {
 void completeSettings(Settings& settings) {
     if (settings.Command == Command::Demo || settings.Command == Command::Describe || settings.Command == Command::None)
         return;
-    refuse(settings.Url.empty(), "the URL is empty");
-    refuse(hasControlBytes(settings.Url), "the URL has control characters");
-    adoptUserInfo(settings);
+    if (settings.Command == Command::Batch) {
+        checkBatch(settings.Batch);
+    } else {
+        refuse(settings.Url.empty(), "the URL is empty");
+        refuse(hasControlBytes(settings.Url), "the URL has control characters");
+        adoptUserInfo(settings);
+    }
     if (settings.User)
         checkUserName(*settings.User);
     if (settings.Password)

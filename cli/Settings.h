@@ -8,7 +8,7 @@
 
 namespace netrove::cli {
 
-enum class Command { None, Get, Save, Send, Proxy, Describe, Demo, Help };
+enum class Command { None, Get, Save, Send, Batch, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
 
 struct Field {
@@ -20,6 +20,22 @@ struct Field {
 
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;
+
+// What only `batch` knows.
+struct BatchSettings {
+    std::string Manifest; // "-": standard input
+    int Jobs = 4;
+    int Retries = 0;
+    double RetryWait = 1;          // seconds before the first of them
+    double LongestRetryWait = 300; // seconds
+    bool RetryUnsafe = false;
+    std::string Shard;   // "I/N"; empty: by the environment
+    std::string Journal; // empty: beside the manifest
+    bool NoJournal = false;
+    bool Fail = true; // a status of 400 and above is a failure
+    bool MakeFolders = false;
+    bool DryRun = false;
+};
 
 struct Settings {
     cli::Command Command = Command::None;
@@ -66,6 +82,8 @@ struct Settings {
     std::string CaFile;
     bool VerifyPeer = true;
     bool VerifyName = true;
+
+    BatchSettings Batch;
 
     // what is shown
     std::optional<bool> Progress;

@@ -55,6 +55,8 @@ int runCommand(Session& session, Settings& settings, Console& console, std::opti
         else
             console.warning(message);
     });
+    if (settings.Command == Command::Batch)
+        return runBatch(session, settings, console);
     if (settings.MaxTime)
         session.limitTime(*settings.MaxTime);
     return runTransfer(session, settings, console);

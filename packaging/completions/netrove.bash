@@ -3,7 +3,7 @@ _netrove() {
     local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i
     for ((i = 1; i < COMP_CWORD; ++i)); do
         case ${COMP_WORDS[i]} in
-        get | save | send | proxy | describe | demo | help)
+        get | save | send | batch | proxy | describe | demo | help)
             command=${COMP_WORDS[i]}
             break
             ;;
@@ -39,6 +39,25 @@ _netrove() {
         return
         ;;
     --follow)
+        return
+        ;;
+    --jobs | -j)
+        return
+        ;;
+    --retry)
+        return
+        ;;
+    --retry-wait)
+        return
+        ;;
+    --retry-max-wait)
+        return
+        ;;
+    --shard)
+        return
+        ;;
+    --journal)
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
         return
         ;;
     --user | -u)
@@ -100,6 +119,10 @@ _netrove() {
         [[ $word == -* ]] &&
             mapfile -t COMPREPLY < <(compgen -W '--method -X --field -H --remove-field --body -d --body-file --stream-file -T --buffer-size --chunked --simple --output -o --include -i --consumer --no-decode --location -L --follow --no-follow --fail -f --user -u --password --auth --proxy-user --proxy-password --proxy-auth --proxy -x --connect-timeout --response-timeout --data-timeout --max-time -m --ca-file --no-verify -k --no-verify-name --progress --no-progress --verbose -v --debug --json --json-errors --color --help -h' -- "$word")
         ;;
+    batch)
+        [[ $word == -* ]] &&
+            mapfile -t COMPREPLY < <(compgen -W '--field -H --remove-field --force --no-decode --location -L --follow --no-follow --fail -f --no-fail --create-dirs --jobs -j --retry --retry-wait --retry-max-wait --retry-unsafe --shard --journal --no-journal --dry-run --user -u --password --auth --proxy-user --proxy-password --proxy-auth --proxy -x --connect-timeout --response-timeout --data-timeout --max-time -m --ca-file --no-verify -k --no-verify-name --progress --no-progress --json-errors --color --help -h' -- "$word")
+        ;;
     proxy)
         [[ $word == -* ]] &&
             mapfile -t COMPREPLY < <(compgen -W '--json --show-password --json-errors --color --help -h' -- "$word")
@@ -117,7 +140,7 @@ _netrove() {
             mapfile -t COMPREPLY < <(compgen -W '--json-errors --color --help -h' -- "$word")
         ;;
     *)
-        mapfile -t COMPREPLY < <(compgen -W 'get save send proxy describe demo help --json-errors --color --version --help -h' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W 'get save send batch proxy describe demo help --json-errors --color --version --help -h' -- "$word")
         ;;
     esac
 }

@@ -55,7 +55,8 @@ std::pair<int, std::string> openTerminal() {
 std::vector<std::string> environment(const Surroundings& around) {
     std::map<std::string, std::string> values = {
         {"PATH", "/usr/bin:/bin"}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"}};
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "LD_LIBRARY_PATH", "TMPDIR"})
+    for (const char* name :
+         {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH", "TMPDIR"})
         if (const char* value = std::getenv(name))
             values[name] = value;
     for (const auto& [name, value] : around.Environment)
@@ -92,7 +93,7 @@ private:
 
 Program::Program(std::vector<std::string> arguments, const Surroundings& around) {
     ::signal(SIGPIPE, SIG_IGN); // a program that has ended takes no input
-    const std::string executable = around.Executable.empty() ? NETROVE_PROGRAM : around.Executable;
+    const std::string executable = around.Executable.empty() ? programFile() : around.Executable;
     arguments.insert(arguments.begin(), executable);
     std::vector<std::string> variables = environment(around);
     FileActions actions;
@@ -234,6 +235,10 @@ long Program::peakKiB() const {
 
 Outcome run(std::vector<std::string> arguments, const Surroundings& around) {
     return Program(std::move(arguments), around).wait();
+}
+
+std::string programFile() {
+    return NETROVE_PROGRAM;
 }
 
 std::string lastLine(const std::string& text) {

@@ -61,6 +61,9 @@ private:
 
 Outcome run(std::vector<std::string> arguments, const Surroundings& around = {});
 
+// The path of the built program, for launchers.
+std::string programFile();
+
 // The last line of a text, without its end.
 std::string lastLine(const std::string& text);
 

@@ -1,0 +1,262 @@
+#include "cli/BatchJournal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/CliFailure.h"
+#include "cli/Output.h"
+#include "cli/SafeText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::string_view kHeader = "{\"journal\":\"netrove batch\",\"version\":1}";
+// What the last moments before a power cut had done is done again; more is not worth waiting for the disk.
+constexpr auto kSyncInterval = std::chrono::seconds(1);
+
+// JSON holds text alone, and names of files need not be any.
+std::string storable(const std::string& name) {
+    if (isUtf8(name))
+        return "=" + name;
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string result = "#";
+    for (const char c : name) {
+        result += kDigits[static_cast<unsigned char>(c) >> 4];
+        result += kDigits[static_cast<unsigned char>(c) & 0x0F];
+    }
+    return result;
+}
+
+std::string restored(const std::string& stored) {
+    if (!stored.starts_with('#'))
+        return stored.substr(std::min<std::size_t>(1, stored.size()));
+    std::string name;
+    for (std::size_t i = 1; i + 1 < stored.size(); i += 2)
+        name += static_cast<char>(std::stoi(stored.substr(i, 2), nullptr, 16));
+    return name;
+}
+
+std::string keyOf(const BatchLine& line) {
+    return line.Target ? storable(*line.Target) : "@" + line.id();
+}
+
+[[noreturn]] void failNoJournal(const std::string& file) {
+    fail(failure::kNoJournal, {file}, file + " is there and is no journal; name another with --journal");
+}
+
+// True for a first line that is the header, or the beginning of one that was not written to its end.
+bool isHeader(std::string_view line, bool ended) {
+    return ended ? line == kHeader : kHeader.starts_with(line);
+}
+
+} // namespace
+
+std::size_t BatchHistory::read(const std::string& file) {
+    std::ifstream source(file, std::ios::binary);
+    if (!source) {
+        if (fileExists(file))
+            failSystem(failure::kFileNotRead, file, errno);
+        return 0;
+    }
+    std::size_t unreadable = 0;
+    bool first = true;
+    for (std::string line; std::getline(source, line);) {
+        const bool ended = !source.eof();
+        if (first && !isHeader(line, ended))
+            failNoJournal(file);
+        if (!first && ended && !takeLine(line))
+            ++unreadable;
+        first = false;
+    }
+    return unreadable;
+}
+
+bool BatchHistory::takeLine(std::string_view text) {
+    const Json line = Json::parse(text, nullptr, false);
+    try {
+        Entry& entry = Entries[line.at("key").get<std::string>()];
+        const std::string& state = line.at("state").get_ref<const std::string&>();
+        if (state == "started") {
+            entry.Unfinished = {line.at("line"), restored(line.at("temporary")), line.at("device"), line.at("inode")};
+            return true;
+        }
+        entry.Unfinished.reset();
+        if (state == "done") {
+            entry.DoneDigest = line.at("line");
+            entry.Result = {line.at("status"), line.at("bytes")};
+        }
+        return state == "done" || state == "failed";
+    } catch (const Json::exception&) {
+        return false;
+    }
+}
+
+std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) const {
+    const auto found = Entries.find(keyOf(line));
+    if (found == Entries.end())
+        return std::nullopt;
+    const Entry& entry = found->second;
+    struct stat facts {};
+    const bool there = line.Target && stat(line.Target->c_str(), &facts) == 0;
+    // A file gets its name when it is complete, so a run that was killed between that and its last line to the journal
+    // has left a file that is known by its number.
+    const auto& unfinished = entry.Unfinished;
+    if (unfinished && unfinished->Digest == line.digest() && there && facts.st_ino == unfinished->Inode &&
+        facts.st_dev == unfinished->Device)
+        return Ended{0, static_cast<std::uint64_t>(facts.st_size)};
+    if (entry.DoneDigest != line.digest())
+        return std::nullopt;
+    const bool intact = there && static_cast<std::uint64_t>(facts.st_size) == entry.Result.Bytes;
+    return !line.Target || intact ? std::optional(entry.Result) : std::nullopt;
+}
+
+void BatchHistory::removeLeftovers() const {
+    for (const auto& [key, entry] : Entries) {
+        if (!entry.Unfinished)
+            continue;
+        const std::string& name = entry.Unfinished->Temporary;
+        struct stat facts {};
+        if (lstat(name.c_str(), &facts) == 0 && facts.st_ino == entry.Unfinished->Inode &&
+            facts.st_dev == entry.Unfinished->Device)
+            unlink(name.c_str());
+    }
+}
+
+BatchJournal::BatchJournal(const std::string& file) : Name(file) {
+    Descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666);
+    if (Descriptor < 0) {
+        const std::string reason = systemText(errno);
+        fail(failure::kFileNotWritten, {file, reason},
+             file + ": " + reason + "; --journal FILE names another place, --no-journal does without");
+    }
+    try {
+        // Where a file system knows no locks, nobody is kept out.
+        if (flock(Descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+            fail(failure::kJournalInUse, {file}, "another run is using " + file);
+        mend();
+    } catch (...) {
+        close(Descriptor);
+        throw;
+    }
+    NextSync = std::chrono::steady_clock::now() + kSyncInterval;
+}
+
+BatchJournal::~BatchJournal() {
+    close(Descriptor);
+}
+
+// A run that was killed may have left half a line. What stands behind the last line end is taken off, so that the next
+// line is one by itself.
+void BatchJournal::mend() {
+    struct stat facts {};
+    if (fstat(Descriptor, &facts) != 0 || !S_ISREG(facts.st_mode))
+        failNoJournal(Name);
+    // Whatever is somebody else's stays as it is.
+    const std::string header = std::string(kHeader) + "\n";
+    std::string head(std::min<std::size_t>(static_cast<std::size_t>(facts.st_size), header.size()), '\0');
+    if (pread(Descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
+        failSystem(failure::kFileNotRead, Name, errno);
+    if (!header.starts_with(head))
+        failNoJournal(Name);
+    off_t end = facts.st_size;
+    for (char last = 0; end > 0; --end) {
+        if (pread(Descriptor, &last, 1, end - 1) != 1)
+            failSystem(failure::kFileNotRead, Name, errno);
+        if (last == '\n')
+            break;
+    }
+    if (end != facts.st_size && ftruncate(Descriptor, end) != 0)
+        failSystem(failure::kFileNotWritten, Name, errno);
+    if (end == 0)
+        append(std::string(kHeader));
+}
+
+void BatchJournal::append(const std::string& text) {
+    const std::lock_guard lock(Guard);
+    if (!writeAll(Descriptor, text + "\n"))
+        failSystem(failure::kFileNotWritten, Name, errno);
+    const auto now = std::chrono::steady_clock::now();
+    if (now < NextSync)
+        return;
+    NextSync = now + kSyncInterval;
+    [[maybe_unused]] const int result = fdatasync(Descriptor);
+}
+
+void BatchJournal::sync() {
+    if (fdatasync(Descriptor) != 0 && errno != EINVAL && errno != EROFS)
+        failSystem(failure::kFileNotWritten, Name, errno);
+}
+
+namespace {
+
+Json lineFor(const BatchLine& line, const char* state) {
+    return {{"id", line.id()}, {"key", keyOf(line)}, {"line", line.digest()}, {"state", state}};
+}
+
+std::string dumped(const Json& object) {
+    return object.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+} // namespace
+
+void BatchJournal::started(const BatchLine& line, const OutputFile& file) {
+    struct stat facts {};
+    if (fstat(file.descriptor(), &facts) != 0)
+        failSystem(failure::kFileNotWritten, file.temporaryName(), errno);
+    Json object = lineFor(line, "started");
+    object["temporary"] = storable(file.temporaryName());
+    object["device"] = std::uint64_t{facts.st_dev};
+    object["inode"] = std::uint64_t{facts.st_ino};
+    append(dumped(object));
+}
+
+void BatchJournal::done(const BatchLine& line, int status, std::uint64_t bytes) {
+    Json object = lineFor(line, "done");
+    object["status"] = status;
+    object["bytes"] = bytes;
+    append(dumped(object));
+}
+
+void BatchJournal::failed(const BatchLine& line, const vantik::Message& message) {
+    Json object = lineFor(line, "failed");
+    object["identifier"] = message.identifier();
+    append(dumped(object));
+}
+
+std::vector<std::string> siblingJournals(const std::string& base) {
+    const std::filesystem::path path(base);
+    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
+    const std::string name = path.filename().string();
+    const auto isNumber = [](std::string_view text) {
+        return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
+    std::vector<std::string> found;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        const std::string file = entry.path().filename().string();
+        if (!file.starts_with(name))
+            continue;
+        const std::string_view rest = std::string_view(file).substr(name.size());
+        const auto middle = rest.find("-of-");
+        if (rest.empty() || (rest.front() == '.' && middle != rest.npos && isNumber(rest.substr(1, middle - 1)) &&
+                             isNumber(rest.substr(middle + 4))))
+            found.push_back(path.has_parent_path() ? entry.path().string() : file);
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,87 @@
+// What a run has done, kept beside the manifest so that a run that was killed can go on: one JSON line when a transfer
+// begins to write and one when it has ended, only ever appended.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "vantik/Failure.h"
+
+#include "cli/BatchManifest.h"
+#include "cli/OutputFile.h"
+
+namespace netrove::cli {
+
+// What earlier runs say of the transfers of a manifest.
+class BatchHistory {
+public:
+    struct Ended {
+        int Status = 0; // of the response
+        std::uint64_t Bytes = 0;
+    };
+
+    // Takes a journal over; a later line counts for more than an earlier one. A file that is not there is an empty one.
+    // Gives how many lines could not be read. Raises NoJournal for a file that is something else.
+    std::size_t read(const std::string& file);
+
+    // How the transfer ended where it is done: by the same line of the manifest, and with its file still there. Nothing
+    // where it is to be done.
+    std::optional<Ended> done(const BatchLine& line) const;
+
+    // Removes the temporary files of transfers that never ended. For the journal of a run that is certainly over.
+    void removeLeftovers() const;
+
+private:
+    struct Begun {
+        std::string Digest;
+        std::string Temporary;
+        std::uint64_t Device = 0;
+        std::uint64_t Inode = 0;
+    };
+    struct Entry {
+        std::string DoneDigest; // empty: not done
+        Ended Result;
+        std::optional<Begun> Unfinished;
+    };
+    bool takeLine(std::string_view text);
+
+    std::unordered_map<std::string, Entry> Entries; // by target, or by id where there is none
+};
+
+// Appends. Callable from any thread.
+class BatchJournal {
+public:
+    // Opens the file, and cuts off a line that was not written to its end. Raises JournalInUse where another run has it
+    // open, NoJournal for a file that is something else, FileNotWritten.
+    explicit BatchJournal(const std::string& file);
+    ~BatchJournal();
+    BatchJournal(const BatchJournal&) = delete;
+    BatchJournal& operator=(const BatchJournal&) = delete;
+
+    // Each raises FileNotWritten.
+    void started(const BatchLine& line, const OutputFile& file);
+    void done(const BatchLine& line, int status, std::uint64_t bytes);
+    void failed(const BatchLine& line, const vantik::Message& message);
+    void sync(); // to the disk
+
+private:
+    void append(const std::string& text);
+    void mend();
+
+    std::string Name;
+    int Descriptor = -1;
+    std::mutex Guard; // of what follows, and of the order of lines
+    std::chrono::steady_clock::time_point NextSync;
+};
+
+// The journals that other shards of the same manifest, whatever their number, have written beside `base`.
+std::vector<std::string> siblingJournals(const std::string& base);
+
+} // namespace netrove::cli

@@ -1,0 +1,59 @@
+// Whether a failed transfer is tried again, and when.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "vantik/Failure.h"
+
+namespace netrove::cli {
+
+struct RetrySettings {
+    int Retries = 0;          // after the first attempt
+    double FirstWait = 1;     // seconds; doubled for each further attempt
+    double LongestWait = 300; // seconds; for the server's own wish too
+    bool Unsafe = false;      // also what might then be done twice
+};
+
+// How an attempt ended that did not succeed.
+struct FailedAttempt {
+    vantik::Message Message;
+    int Status = 0;           // of the response; 0 for none
+    std::string RetryAfter{}; // the field's value; empty for none
+    std::string Method{};
+    bool NothingSent = false; // no request has gone out
+};
+
+using WallClock = std::chrono::system_clock;
+
+class RetryPolicy {
+public:
+    // `random` gives numbers from 0 up to, but not including, 1.
+    RetryPolicy(const RetrySettings& settings, std::function<double()> random,
+                std::function<WallClock::time_point()> now)
+        : Wanted(settings), Random(std::move(random)), Now(std::move(now)) {}
+
+    // How long to wait before the next attempt, after this many; nothing where there is to be none.
+    std::optional<std::chrono::milliseconds> waitAfter(int attempts, const FailedAttempt& failed) const;
+
+private:
+    RetrySettings Wanted;
+    std::function<double()> Random;
+    std::function<WallClock::time_point()> Now;
+};
+
+// True for causes that may be gone a moment later.
+bool isTransient(const FailedAttempt& failed);
+bool isTransientStatus(int status);
+// True for methods that do no more when they are repeated.
+bool isIdempotent(std::string_view method);
+
+// Seconds from `now` by the value of Retry-After: a number, or one of the three forms of an HTTP date. Nothing for a
+// value that is neither; 0 for a moment that has passed.
+std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_point now);
+
+} // namespace netrove::cli

@@ -1,0 +1,13 @@
+// The value of Retry-After: no date that a server makes up gives a time before now or no number at all.
+#include "cli/BatchRetry.h"
+#include "fuzz/FuzzScope.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto seconds = netrove::cli::parseRetryAfter(textOf(data, size), std::chrono::system_clock::now());
+    if (seconds && !(*seconds >= 0 && *seconds <= 1e12)) {
+        std::abort();
+    }
+    return 0;
+}
