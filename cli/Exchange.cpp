@@ -24,6 +24,15 @@ std::optional<std::uint64_t> wholeNumber(std::string_view text) {
     return value;
 }
 
+// The warning tells a length of -1 where none was announced, which says nothing to a person.
+vantik::Message worded(vantik::Message partial) {
+    if (partial.Arguments.size() > 1 && partial.Arguments[1] == vantik::MessageArgument("-1")) {
+        const std::string received = std::get<std::string>(partial.Arguments[0]);
+        partial.Text = "The content is incomplete: the connection ended behind " + received + " bytes, before its end.";
+    }
+    return partial;
+}
+
 } // namespace
 
 const Field* Response::field(std::string_view name) const {
@@ -161,7 +170,7 @@ std::uint64_t Exchange::receiveIntoFile(const std::string& file, ProgressMeter& 
 void Exchange::finish(const Response& response, std::uint64_t delivered) {
     close();
     if (State.Partial)
-        throw vantik::Failure(*State.Partial);
+        throw vantik::Failure(worded(*State.Partial));
     // The library takes a status outside 200 to 299 for a good response even where its content broke off.
     const auto announced = announcedLength(response);
     if (announced && delivered < *announced) {

@@ -44,8 +44,9 @@ constexpr HintRow kHints[] = {
     {kCopy, "HTTP/0.9", kNotHttp},
     {"VANTIK:webservices:ConnectionRefused", "Connection reset", kNotHttp},
     {"VANTIK:webservices:MalformedURL", " ", "put the URL in quotes, and write %20 for a blank in it"},
-    {"NETROVE:cli:StatusError", "answered 401", "log in with --user NAME"},
-    {"NETROVE:cli:StatusError", "answered 407", "log in to the proxy with --proxy-user NAME"},
+    {"NETROVE:cli:StatusError", "answered 401", "log in with --user NAME, or check name and password"},
+    {"NETROVE:cli:StatusError", "answered 407",
+     "log in to the proxy with --proxy-user NAME, or check name and password"},
     {"NETROVE:cli:FileNotWritten", "No such file or directory", "make the folder first"},
 };
 

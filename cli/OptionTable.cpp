@@ -209,7 +209,7 @@ const OptionRow kOptions[] = {
     {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time for everything, with batch for each attempt, in seconds with fractions",
      [](S& s, V v) { s.MaxTime = number<double>("max-time", v, 0.001, kLongestSeconds); }},
 
-    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "certificates to trust instead of the system's, as PEM",
+    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "certificates to trust besides the system's folder of them, as PEM",
      [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }},
     {"no-verify", 'k', "", kTlsGroup, kTransfers, "accept any certificate: anybody on the way can read and change everything",
      [](S& s, V) { s.VerifyPeer = false; }},

@@ -48,7 +48,7 @@ complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l conn
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l response-timeout -x -d 'longest silence before the response, 0 for no limit (default 300000)'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l data-timeout -x -d 'longest silence while content is moved, 0 for no limit (default 300000)'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l max-time -s m -x -d 'longest time for everything, with batch for each attempt, in seconds with fractions'
-complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l ca-file -r -F -d 'certificates to trust instead of the system'\''s, as PEM'
+complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l ca-file -r -F -d 'certificates to trust besides the system'\''s folder of them, as PEM'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l no-verify -s k -d 'accept any certificate: anybody on the way can read and change everything'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l no-verify-name -d 'accept a trusted certificate for another host name: its owner can pose as the server'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l progress -d 'show progress even where standard error is no terminal'

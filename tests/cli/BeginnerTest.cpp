@@ -70,7 +70,8 @@ TEST(Beginner, WhoIsNotLoggedInIsToldHow) {
     ScriptedServer server(
         {step::expectHead(),
          step::send("HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=x\r\nContent-Length: 0\r\n\r\n")});
-    EXPECT_THAT(complaint({"get", "-f", server.url()}, 22), HasSubstr("Hint: log in with --user NAME."));
+    EXPECT_THAT(complaint({"get", "-f", server.url()}, 22),
+                HasSubstr("Hint: log in with --user NAME, or check name and password."));
 }
 
 TEST(Beginner, HintsAreForProgramsToo) {

@@ -140,7 +140,8 @@ TEST_F(HttpbinLogin, CommandLineLogsIn) {
         const Outcome refused = run({"get", "-f", "-u", "Aladdin:wrong", server().url(path)});
         EXPECT_EQ(refused.Status, 22);
         EXPECT_EQ(refused.Err, "netrove: NETROVE:cli:StatusError: the server answered 401 UNAUTHORIZED for " +
-                                   server().url(path) + "\n");
+                                   server().url(path) +
+                                   ". Hint: log in with --user NAME, or check name and password.\n");
     }
 }
 
