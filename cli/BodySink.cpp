@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "cli/CliFailure.h"
-#include "cli/SafeText.h"
 
 namespace netrove::cli {
 
@@ -59,7 +58,7 @@ vantik::ContentConsumer BodySink::consumer() {
     result.start = []() -> std::optional<double> { return std::nullopt; };
     result.write = [this](std::span<const std::byte> piece) -> std::optional<double> {
         const std::string_view bytes(reinterpret_cast<const char*>(piece.data()), piece.size());
-        if (GuardTerminal && hasTerminalControls(bytes)) {
+        if (GuardTerminal && Controls.findsIn(bytes)) {
             Failed = cliMessage(failure::kBinaryToTerminal, {},
                                 "the content has control characters and is not shown on a terminal; use --output FILE, "
                                 "or '-o -' to show it all the same");

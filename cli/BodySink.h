@@ -8,6 +8,7 @@
 
 #include "vantik/HostClass.h"
 
+#include "cli/SafeText.h"
 #include "cli/Signals.h"
 
 namespace netrove::cli {
@@ -34,6 +35,7 @@ private:
     int Descriptor;
     std::string Name;
     bool GuardTerminal;
+    ControlFinder Controls; // of what has been taken so far
     bool Regular;
     std::optional<Clock::time_point> Deadline;
     std::uint64_t Taken = 0;

@@ -38,7 +38,7 @@ int runProxy(Session& session, const Settings& settings, const Console& console)
         const nlohmann::ordered_json object = {{"url", settings.Url},    {"direct", proxy.Host.empty()},
                                                {"host", proxy.Host},     {"port", proxy.Port},
                                                {"username", proxy.User}, {"password", password}};
-        console.print(object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+        console.print(object.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
         return kExitDone;
     }
     if (proxy.Host.empty()) {

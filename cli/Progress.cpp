@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 constexpr auto kTerminalInterval = 100ms;
 constexpr auto kLogInterval = 1s;
 constexpr std::size_t kBarWidth = 24;
+constexpr std::size_t kShortBarWidth = 10;
 constexpr std::size_t kUsualWidth = 80;
 constexpr double kLongestEstimate = 360'000; // seconds; beyond, a time left says nothing
 
@@ -31,9 +32,9 @@ std::string formatted(const char* pattern, Values... values) {
     return {buffer.data(), static_cast<std::size_t>(std::max(0, length))};
 }
 
-std::string bar(double share) {
-    const auto done = static_cast<std::size_t>(std::floor(share * static_cast<double>(kBarWidth)));
-    return "[" + std::string(done, '#') + std::string(kBarWidth - done, '.') + "]";
+std::string bar(double share, std::size_t cells) {
+    const auto done = static_cast<std::size_t>(std::floor(share * static_cast<double>(cells)));
+    return "[" + std::string(done, '#') + std::string(cells - done, '.') + "]";
 }
 
 std::size_t terminalWidth() {
@@ -71,26 +72,29 @@ std::string progressText(const std::string& label, const ProgressState& state, s
     const bool known = state.Total && *state.Total > 0 && state.Bytes <= *state.Total;
     const double elapsed = state.Elapsed.count();
     const double rate = elapsed > 0 ? static_cast<double>(state.Bytes) / elapsed : 0;
-    std::string text = label + ": ";
-    if (known) {
-        const double share = static_cast<double>(state.Bytes) / static_cast<double>(*state.Total);
-        text += bar(share) + formatted(" %3.0f%%  ", std::floor(share * 100)) + sizeText(state.Bytes) + " of " +
-                sizeText(*state.Total);
-    } else {
-        text += sizeText(state.Bytes);
-    }
-    if (rate >= 1)
-        text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
+    const double share = known ? static_cast<double>(state.Bytes) / static_cast<double>(*state.Total) : 0;
+    const std::string percent = known ? formatted("%3.0f%%  ", std::floor(share * 100)) : "";
+    const std::string size = sizeText(state.Bytes) + (known ? " of " + sizeText(*state.Total) : "");
+    const std::string speed = rate >= 1 ? ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s" : "";
+    std::string time = ", " + durationText(state.Elapsed);
     if (known && state.Bytes < *state.Total && rate >= 1) {
         const double left = static_cast<double>(*state.Total - state.Bytes) / rate;
-        if (left < kLongestEstimate)
-            text += ", " + durationText(std::chrono::duration<double>(left)) + " left";
-    } else {
-        text += ", " + durationText(state.Elapsed);
+        time = left < kLongestEstimate ? ", " + durationText(std::chrono::duration<double>(left)) + " left"
+                                       : std::string();
     }
-    if (text.size() > width)
-        text.resize(width);
-    return text;
+    const auto withBar = [&](std::size_t cells) { return known ? bar(share, cells) + " " + percent : percent; };
+    // What there is no room for is left out whole: half a number would be another one.
+    const std::string narrower[] = {
+        label + ": " + withBar(kBarWidth) + size + speed + time,
+        label + ": " + withBar(kShortBarWidth) + size + speed + time,
+        label + ": " + percent + size + speed + time,
+        label + ": " + percent + size + time,
+        label + ": " + percent + size,
+        sizeText(state.Bytes),
+    };
+    const auto fitting = std::find_if(std::begin(narrower), std::end(narrower),
+                                      [&](const std::string& text) { return text.size() <= width; });
+    return fitting == std::end(narrower) ? std::string() : *fitting;
 }
 
 ProgressMeter::ProgressMeter(std::string label, bool shown, bool terminal)

@@ -48,7 +48,7 @@ std::string responseJson(const Response& response, const ResponseFacts& facts) {
         object["content"] = *facts.Content;
     else
         object["contentBase64"] = base64(*facts.Content);
-    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 
 } // namespace netrove::cli

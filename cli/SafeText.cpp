@@ -86,14 +86,20 @@ std::string printableLines(std::string_view text) {
     return result;
 }
 
-bool hasTerminalControls(std::string_view text) {
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const unsigned value = byteAt(text, i);
-        const bool plain = text[i] == '\t' || text[i] == '\n' || text[i] == '\r';
-        if ((value < 0x20 && !plain) || value == 0x7F)
+bool ControlFinder::findsIn(std::string_view piece) {
+    for (const char c : piece) {
+        const unsigned value = static_cast<unsigned char>(c);
+        const bool continues = Missing > 0 && value >= Least && value < 0xC0;
+        if (continues) {
+            --Missing;
+            Least = 0x80;
+            continue;
+        }
+        const bool plain = c == '\t' || c == '\n' || c == '\r';
+        if ((value < 0x20 && !plain) || (value >= 0x7F && value < 0xA0))
             return true;
-        if (value == 0xC2 && i + 1 < text.size() && byteAt(text, i + 1) >= 0x80 && byteAt(text, i + 1) < 0xA0)
-            return true;
+        Missing = value < 0xC2 ? 0 : value < 0xE0 ? 1 : value < 0xF0 ? 2 : value < 0xF5 ? 3 : 0;
+        Least = value == 0xC2 || value == 0xE0 ? 0xA0 : value == 0xF0 ? 0x90 : 0x80;
     }
     return false;
 }

@@ -15,9 +15,17 @@ std::string printable(std::string_view text);
 // As `printable`, but line breaks and tabs stay.
 std::string printableLines(std::string_view text);
 
-// True for bytes that a terminal would obey: anything below 0x20 but tab, line feed and carriage return; DEL; the C1
-// controls in UTF-8.
-bool hasTerminalControls(std::string_view text);
+// Looks for bytes that a terminal would obey, in text that comes in pieces cut anywhere: anything below 0x20 but tab,
+// line feed and carriage return; DEL; the C1 controls (0x80 to 0x9F) in UTF-8, overlong or as bytes of their own.
+class ControlFinder {
+public:
+    // True where `piece`, read behind those before it, has one.
+    bool findsIn(std::string_view piece);
+
+private:
+    unsigned Missing = 0;  // continuation bytes of the sequence that has begun
+    unsigned Least = 0x80; // of the next of them, so that it makes neither a C1 control nor an overlong sequence
+};
 
 bool isUtf8(std::string_view text);
 

@@ -57,9 +57,23 @@ TEST(Progress, AHopelessEstimateIsLeftOut) {
     EXPECT_EQ(text(10, 10'000'000'000, 10).find("left"), std::string::npos);
 }
 
-TEST(Progress, TheLineFitsTheTerminal) {
-    EXPECT_EQ(text(512, 1024, 2, 30).size(), 30u);
-    EXPECT_EQ(text(512, 1024, 2, 0), "");
+TEST(Progress, WhatHasNoRoomIsLeftOutWhole) {
+    const auto large = [](std::size_t width) {
+        return text(std::uint64_t{37} << 30, std::uint64_t{90} << 30, 3700, width);
+    };
+    const std::pair<std::size_t, std::string> rows[] = {
+        {99, "received: [#########...............]  41%  37.0 GiB of 90.0 GiB, 10.2 MiB/s, 1 h 28 min left"},
+        {79, "received: [####......]  41%  37.0 GiB of 90.0 GiB, 10.2 MiB/s, 1 h 28 min left"},
+        {78, "received: [####......]  41%  37.0 GiB of 90.0 GiB, 10.2 MiB/s, 1 h 28 min left"},
+        {77, "received:  41%  37.0 GiB of 90.0 GiB, 10.2 MiB/s, 1 h 28 min left"},
+        {60, "received:  41%  37.0 GiB of 90.0 GiB, 1 h 28 min left"},
+        {40, "received:  41%  37.0 GiB of 90.0 GiB"},
+        {20, "37.0 GiB"},
+        {7, ""},
+        {0, ""},
+    };
+    for (const auto& [width, expected] : rows)
+        EXPECT_EQ(large(width), expected) << width;
 }
 
 TEST(ProgressMeter, AHiddenMeterWritesNothingAndCounts) {

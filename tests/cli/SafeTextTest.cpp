@@ -1,5 +1,6 @@
 #include "cli/SafeText.h"
 
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -42,12 +43,44 @@ TEST(SafeText, ReplacementStandsForEachByte) {
               "a__b_");
 }
 
-TEST(SafeText, TerminalControlsAreFound) {
-    EXPECT_FALSE(hasTerminalControls("line\r\n\ttab caf\xC3\xA9"));
-    EXPECT_TRUE(hasTerminalControls("\x1b[2J"));
-    EXPECT_TRUE(hasTerminalControls("a\0b"s));
-    EXPECT_TRUE(hasTerminalControls("\x7F"));
-    EXPECT_TRUE(hasTerminalControls("\xC2\x9B"));
+// Each of them is found wherever the text is cut, into two pieces or into single bytes.
+TEST(ControlFinder, FindsWhatATerminalWouldObey) {
+    for (const std::string& text : {
+             "\x1b[2J"s,
+             "a\0b"s,
+             "\x7F"s,
+             "\xC2\x9B"s,     // in UTF-8
+             "\xE0\x82\x9B"s, // overlong, of three and of four bytes
+             "\xF0\x80\x82\x9B"s,
+             "\xC0\x9B"s,        // behind a byte that begins nothing
+             "\x9B"s,            // by itself, which is what an 8-bit terminal obeys
+             "caf\xC3\xA9\x9B"s, // behind a sequence that is complete
+             "\xC3"              // and in one that is not
+             "a\x9B"s,
+         }) {
+        EXPECT_TRUE(ControlFinder().findsIn(text)) << printable(text);
+        for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+            ControlFinder finder;
+            const bool before = finder.findsIn(text.substr(0, cut));
+            EXPECT_TRUE(before || finder.findsIn(text.substr(cut))) << printable(text) << " cut at " << cut;
+        }
+        ControlFinder finder;
+        EXPECT_TRUE(std::any_of(text.begin(), text.end(), [&](char c) { return finder.findsIn({&c, 1}); }));
+    }
+}
+
+TEST(ControlFinder, LetsTextPass) {
+    for (const std::string& text : {
+             "line\r\n\ttab"s,
+             "caf\xC3\xA9 \xC3\x89 \xC2\xA0 \xE2\x82\xAC \xE0\xA4\x84 \xF0\x9F\x98\x80 \xF4\x8F\xBF\xBD"s,
+             "caf\xE9 in Latin-1"s,
+         }) {
+        EXPECT_FALSE(ControlFinder().findsIn(text)) << printable(text);
+        ControlFinder finder;
+        EXPECT_TRUE(std::none_of(text.begin(), text.end(), [&](char c) {
+            return finder.findsIn({&c, 1});
+        })) << printable(text);
+    }
 }
 
 TEST(SafeText, Utf8IsTold) {

@@ -1,4 +1,5 @@
 // `send --json`: one object for programs.
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -45,6 +46,19 @@ TEST(SendJson, ContentThatIsNoTextIsInBase64) {
     const json object = json::parse(run({"send", "--json", server.url()}).Out);
     EXPECT_EQ(object.at("contentBase64"), "/wAB");
     EXPECT_FALSE(object.contains("content"));
+}
+
+// Whatever the server says, the line is ASCII without controls: a terminal has nothing to obey.
+TEST(SendJson, ControlsOfTheServerAreEscaped) {
+    ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 N\xC2\x9B"
+                                                          "31m\r\nX-Evil: \x1b[2J\x7F\r\n"
+                                                          "Content-Length: 2\r\n\r\n\xC2\x9B")});
+    const Outcome outcome = run({"send", "--json", server.url()});
+    EXPECT_TRUE(std::all_of(outcome.Out.begin(), outcome.Out.end() - 1, [](char c) { return c >= 0x20 && c < 0x7F; }))
+        << outcome.Out;
+    EXPECT_EQ(json::parse(outcome.Out).at("reason"), "N\xC2\x9B"
+                                                     "31m");
+    EXPECT_EQ(json::parse(outcome.Out).at("content"), "\xC2\x9B");
 }
 
 TEST(SendJson, ContentThatGoesToAFileIsNamed) {

@@ -43,6 +43,21 @@ TEST(Terminal, ContentThatWouldControlItIsRefused) {
     }
 }
 
+TEST(Terminal, ContentThatWouldControlItIsRefusedWhereverItIsCut) {
+    ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhi\xC2"),
+                           step::await("shown"),
+                           step::send("\x9B"
+                                      "31mred"),
+                           step::awaitPeerEnd()});
+    Program program({"get", "--color", "never", server.url()}, onTerminal());
+    program.waitForOutput("hi");
+    server.raise("shown");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 23);
+    EXPECT_NE(outcome.Out.find("NETROVE:cli:BinaryToTerminal: "), std::string::npos) << outcome.Out;
+    EXPECT_EQ(outcome.Out.find('\x9B'), std::string::npos);
+}
+
 TEST(Terminal, ADashShowsItAllTheSame) {
     ScriptedServer server(answer(response("\x1b[2Jgone")));
     const Outcome outcome = run({"get", "-o", "-", server.url()}, onTerminal());
