@@ -122,10 +122,6 @@ void BatchRun::work(std::atomic<std::uint64_t>& live) {
         const std::lock_guard lock(Guard);
         Hosts.erase(&session->Host);
     }
-    // Kept on purpose: taking the handles down waits for a name lookup that is still under way, and after a signal the
-    // program ends without that, as soon as the other threads are here.
-    if (signalSeen() != 0) [[maybe_unused]]
-        const Session* left = session.release();
     session.reset();
     leave();
 }

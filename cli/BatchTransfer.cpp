@@ -181,9 +181,7 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
     state.Request.reset();
     state.File.reset(); // removes what was not kept
     Live = 0;
-    // Taking a connection down may wait for a name lookup, which somebody who wants to stop does not.
-    if (!Stop.raised())
-        tidy();
+    tidy();
 }
 
 Response BatchTransfer::send(Attempt& state, const std::string& method) {

@@ -6,8 +6,6 @@
 #include <new>
 #include <optional>
 
-#include <unistd.h>
-
 #include "cli/CliFailure.h"
 #include "cli/Commands.h"
 #include "cli/Demo.h"
@@ -120,10 +118,5 @@ int main(int argc, char** argv) {
     if (status == kExitDone)
         status =
             reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Wanted, console, trace); });
-
-    // Taking the handles down waits for a name lookup that is still under way, longer than a person who pressed Ctrl-C
-    // or set a limit wants to wait. The system takes back everything.
-    if (status == kExitInterrupted || status == kExitTerminated || status == kExitTimeout)
-        _exit(status);
     return status;
 }

@@ -60,6 +60,9 @@ std::vector<double> HTTPConnection::getTimeouts() const {
 
 void HTTPConnection::applyTimeouts() {
     setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_CONNECTTIMEOUT_MS), connectTimeoutForCurl(ConnectTimeout));
+    // Otherwise libcurl waits for the system's answer to a name look-up, inside the call that ends the transfer: behind
+    // a limit or an interrupt, and in the next open.
+    setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_QUICK_EXIT), 1L);
     if (ResponseTimeout != Unlimited) {
         ResponseTimeoutMs = narrowToInt32(ResponseTimeout);
     }

@@ -137,26 +137,25 @@ TEST_F(InterruptPhases, ConnectingFromAnotherThread) {
     });
 }
 
+// The requests behind each stop complete while the look-up is still held.
 TEST_F(InterruptPhases, LookingUpTheName) {
     std::unique_ptr<HeldLookup> lookup;
-    stopManyTimes(
-        Outcome::FailedConnection,
-        [&](const Object& connection, const std::string&) {
-            lookup = std::make_unique<HeldLookup>();
-            openLimited(connection, "http://held.test/", Short);
-            std::thread other([&] {
-                lookup->awaitBegun();
-                host().interrupt();
-            });
-            try {
-                receiveBytes(connection);
-            } catch (...) {
-                other.join();
-                throw;
-            }
+    stopManyTimes(Outcome::FailedConnection, [&](const Object& connection, const std::string&) {
+        lookup.reset();
+        lookup = std::make_unique<HeldLookup>();
+        openLimited(connection, "http://held.test/", Short);
+        std::thread other([&] {
+            lookup->awaitBegun();
+            host().interrupt();
+        });
+        try {
+            receiveBytes(connection);
+        } catch (...) {
             other.join();
-        },
-        [&] { lookup.reset(); }); // the next open waits until the look-up has ended
+            throw;
+        }
+        other.join();
+    });
 }
 
 // The byte behind each stop only wakes the client up.

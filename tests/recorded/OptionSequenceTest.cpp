@@ -31,8 +31,9 @@ const Calls kConstruction = {"CURLOPT_COOKIEFILE ", "CURLOPT_COOKIELIST ALL", "C
 const Calls kAttach = {"curl_multi_add_handle"};
 const Calls kReattach = {"curl_multi_remove_handle", "curl_easy_reset", "curl_multi_add_handle"};
 const Calls kReattachBehind401 = {"curl_multi_remove_handle", "curl_multi_add_handle"};
-const Calls kPlainOpen = {"CURLOPT_SSL_VERIFYHOST 2", "CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 5000",
-                          "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://SERVER/a"};
+const Calls kPlainOpen = {"CURLOPT_SSL_VERIFYHOST 2",       "CURLOPT_PROXY ",
+                          "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
+                          "CURLOPT_DEFAULT_PROTOCOL http",  "CURLOPT_URL http://SERVER/a"};
 const Calls kFields = {"CURLOPT_ACCEPT_ENCODING ", "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:}"};
 const Calls kSend = {"CURLOPT_HEADERDATA",       "CURLOPT_HEADERFUNCTION", "CURLOPT_VERBOSE 1",
                      "CURLOPT_DEBUGDATA",        "CURLOPT_DEBUGFUNCTION",  "CURLOPT_SSL_OPTIONS 8",
@@ -224,10 +225,10 @@ TEST_F(OptionSequence, OfARequestThroughAProxy) {
     curl.clear();
     connection.call("openProxyConnection",
                     {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(server.port())}})});
-    EXPECT_EQ(taken(server),
-              kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 2", "CURLOPT_PROXY 127.0.0.1",
-                               "CURLOPT_PROXYPORT " + std::to_string(server.port()), "CURLOPT_CONNECTTIMEOUT_MS 5000",
-                               "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://far.test/a"}));
+    EXPECT_EQ(taken(server), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 2", "CURLOPT_PROXY 127.0.0.1",
+                                              "CURLOPT_PROXYPORT " + std::to_string(server.port()),
+                                              "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
+                                              "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://far.test/a"}));
     EXPECT_EQ(receiveBytes(connection), "x");
     EXPECT_EQ(taken(server), kGet);
 }
@@ -240,9 +241,9 @@ TEST_F(OptionSequence, OfTimeoutsThatAreSetBeforeTheOpen) {
     connection.set("VerifyServerName", false);
     curl.clear();
     connection.call("openConnection");
-    EXPECT_EQ(taken(server),
-              kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 0", "CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 1234",
-                               "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://SERVER/a"}));
+    EXPECT_EQ(taken(server), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 0", "CURLOPT_PROXY ",
+                                              "CURLOPT_CONNECTTIMEOUT_MS 1234", "CURLOPT_QUICK_EXIT 1",
+                                              "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://SERVER/a"}));
 }
 
 // TLS: certificate file as set, whether the name is verified, and the options that follow.
@@ -266,7 +267,7 @@ TEST_P(TlsOptionSequence, FollowsTheSettings) {
     curl.clear();
     connection.call("openConnection");
     EXPECT_EQ(taken(server), kAttach + GetParam().Options +
-                                 (Calls{"CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 5000",
+                                 (Calls{"CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
                                         "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL https://SERVER/a"}));
 }
 

@@ -16,7 +16,8 @@ namespace {
 struct Gate {
     std::mutex Guard;
     std::condition_variable Changed;
-    int Begun = 0; // look-ups that are held now
+    int Begun = 0;       // look-ups that are held now
+    unsigned Passed = 0; // how often those that were held have been released
     bool Open = false;
 };
 
@@ -28,13 +29,16 @@ Gate& gate() {
 
 void hold() {
     std::unique_lock lock(gate().Guard);
+    if (gate().Open) {
+        return;
+    }
+    const unsigned mine = gate().Passed;
     ++gate().Begun;
     gate().Changed.notify_all();
 #ifdef NETROVE_LOOKUP_IS_TOLD
     [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, "looking up\n", 11);
 #endif
-    gate().Changed.wait(lock, [] { return gate().Open; });
-    --gate().Begun;
+    gate().Changed.wait(lock, [mine] { return gate().Passed != mine; });
 }
 
 } // namespace
@@ -56,6 +60,8 @@ void HeldLookup::awaitBegun() const {
 void HeldLookup::release() {
     const std::lock_guard lock(gate().Guard);
     gate().Open = true;
+    ++gate().Passed;
+    gate().Begun = 0;
     gate().Changed.notify_all();
 }
 
