@@ -39,7 +39,6 @@ public:
     SlotValue& operator=(const SlotValue&) = delete;
 
     const vcos::COSValue& slot() const noexcept { return Slot; }
-    // Where the slot holds an array: that array, owned by the caller.
     // Where the slot holds an array: an owned handle on it, or null.
     vxArray_tag* takeArray();
     // Where the slot holds a text: that text.
