@@ -1,0 +1,141 @@
+// scripts/deps as an ordinary user starts it. The package system and sudo are stand-ins that write down what is asked
+// of them, and nothing else that could change the machine is in the PATH.
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+using testsupport::Outcome;
+using testsupport::Program;
+using testsupport::readFile;
+
+// Everything is there but what the file "missing" names.
+constexpr const char* kDpkgQuery = R"(
+for name in "$@"; do
+    case $name in -*|*Package*) ;; *) grep -qx "$name" missing || echo "ii  $name" ;; esac
+done
+)";
+constexpr const char* kAptGet = "\necho \"apt-get $*\" >> log\n";
+constexpr const char* kAptCache = "\necho \"Package: $*\"\n";
+constexpr const char* kId = "\necho 1000\n";
+// Asks on the terminal of the session, as sudo does, unless the file "free" is there. What would write below /usr is
+// only written down.
+constexpr const char* kSudo = R"(
+echo "sudo $*" >> log
+if [ "$1" = -n ]; then
+    [ -e free ] || { echo 'sudo: a password is required' >&2; exit 1; }
+    shift
+elif [ "$1" = -v ]; then
+    printf '[sudo] password: ' > /dev/tty
+    read -r answer < /dev/tty
+    [ "$answer" = right ]
+    exit
+fi
+case $1 in
+tee) cat > /dev/null ;;
+env) exec "$@" ;;
+esac
+)";
+
+class Deps : public testing::Test {
+protected:
+    Deps() {
+        fs::create_directory(Folder.file("bin"));
+        for (const char* tool : {"bash", "env", "tr", "xargs", "cat", "grep"}) {
+            const std::string inUsr = std::string("/usr/bin/") + tool;
+            fs::create_symlink(fs::exists(inUsr) ? inUsr : std::string("/bin/") + tool, Folder.file("bin/") + tool);
+        }
+        standIn("id", kId);
+        standIn("dpkg-query", kDpkgQuery);
+        standIn("apt-get", kAptGet);
+        standIn("apt-cache", kAptCache);
+        standIn("sudo", kSudo);
+        write("missing", "ninja-build\n");
+        write("log", "");
+    }
+
+    void standIn(const std::string& name, const std::string& text) {
+        const std::string file = Folder.file("bin/" + name);
+        testsupport::writeFile(file, "#!/usr/bin/env bash\nset -u\n" + text);
+        fs::permissions(file, fs::perms::owner_all);
+    }
+    void write(const std::string& name, const std::string& text) { testsupport::writeFile(Folder.file(name), text); }
+    std::string log() const { return readFile(Folder.file("log")); }
+
+    testsupport::Surroundings surroundings(bool terminal) const {
+        testsupport::Surroundings around;
+        around.Environment["PATH"] = Folder.file("bin");
+        around.Folder = Folder.path();
+        around.Executable = NETROVE_SOURCES "/scripts/deps";
+        around.Terminal = terminal;
+        around.TerminalInput = terminal;
+        return around;
+    }
+    Outcome withoutTerminal() const { return testsupport::run({}, surroundings(false)); }
+    Outcome onTerminal(const std::string& password) const {
+        Program program({}, surroundings(true));
+        program.waitForOutput("[sudo] password: ");
+        program.type(password + "\n");
+        return program.wait();
+    }
+
+    static constexpr const char* kInstalled =
+        "apt-get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends ninja-build\n";
+
+    const testsupport::TemporaryFolder Folder;
+};
+
+} // namespace
+
+TEST_F(Deps, WhereNothingIsMissingNobodyIsAsked) {
+    write("missing", "");
+    const Outcome outcome = withoutTerminal();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(outcome.Out + outcome.Err + log(), "");
+}
+
+TEST_F(Deps, WhatIsMissingIsInstalled) {
+    write("free", "");
+    const Outcome outcome = withoutTerminal();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(outcome.Err, "Installing ninja-build\n");
+    EXPECT_THAT(log(), HasSubstr(kInstalled));
+    EXPECT_THAT(log(), Not(HasSubstr("sudo -v")));
+}
+
+TEST_F(Deps, OnATerminalSudoAsksForThePassword) {
+    const Outcome outcome = onTerminal("right");
+    EXPECT_EQ(outcome.Status, 0) << outcome.Out;
+    EXPECT_THAT(outcome.Out, HasSubstr("sudo wants your password to install them:\r\n  ninja-build\r\n"));
+    EXPECT_THAT(log(), HasSubstr("sudo env DEBIAN_FRONTEND=noninteractive apt-get"));
+    EXPECT_THAT(log(), HasSubstr(kInstalled));
+}
+
+TEST_F(Deps, AWrongPasswordChangesNothing) {
+    const Outcome outcome = onTerminal("wrong");
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Out, HasSubstr("needs root or the right to use sudo:\r\n  ninja-build\r\n"));
+    EXPECT_EQ(log(), "sudo -n true\nsudo -v\n");
+}
+
+TEST_F(Deps, WithoutATerminalNobodyIsAsked) {
+    const Outcome outcome = withoutTerminal();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Err, HasSubstr("or a terminal on which sudo can ask for it:\n  ninja-build\n"));
+    EXPECT_EQ(log(), "sudo -n true\n");
+}
+
+TEST_F(Deps, WithoutSudoThePackagesAreNamed) {
+    fs::remove(Folder.file("bin/sudo"));
+    const Outcome outcome = withoutTerminal();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Err, HasSubstr("installing them needs root or sudo:\n  ninja-build\n"));
+    EXPECT_EQ(log(), "");
+}
