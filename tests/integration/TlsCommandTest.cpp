@@ -89,6 +89,20 @@ TEST_F(TlsCommand, ExpiredCertificateIsRefused) {
                   "certificate has expired");
 }
 
+// As docs/security.md says. That the list counts where somebody asks for it shows that it is in order.
+TEST_F(TlsCommand, RevokedCertificateIsAccepted) {
+    const testsupport::Credentials revoked = Authority.issue({.Names = "DNS:localhost"});
+    const TlsPeer peer{{{.Identity = revoked}}};
+    writeFile(CaFile, Authority.certificate() + Authority.revoke(revoked));
+    const std::string leaf = Folder.file("leaf.pem");
+    writeFile(leaf, revoked.Certificate);
+    const Outcome asked =
+        testsupport::run({"verify", "-crl_check", "-CAfile", CaFile, leaf}, {.Executable = "/usr/bin/openssl"});
+    EXPECT_NE(asked.Status, 0);
+    EXPECT_THAT(asked.Out + asked.Err, HasSubstr("certificate revoked"));
+    expectSaved(save(peer.url(0), {"--ca-file", CaFile}));
+}
+
 TEST_F(TlsCommand, OldVersionIsRefusedEvenWithoutVerification) {
     expectRefused(save(Peer.url(3), {"-k"}), "SSLConnectionNoFile", Peer.url(3), "protocol version");
 }

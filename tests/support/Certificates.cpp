@@ -66,6 +66,18 @@ Memory readable(const std::string& text) {
     return memory;
 }
 
+Certificate certificateOf(const Credentials& credentials) {
+    Certificate read(PEM_read_bio_X509(readable(credentials.Certificate).get(), nullptr, nullptr, nullptr));
+    requireOpenSsl(read != nullptr, "certificate");
+    return read;
+}
+
+Key keyOf(const Credentials& credentials) {
+    Key read(PEM_read_bio_PrivateKey(readable(credentials.Key).get(), nullptr, nullptr, nullptr));
+    requireOpenSsl(read != nullptr, "key");
+    return read;
+}
+
 template <class Write>
 std::string written(Write write) {
     const Memory memory(BIO_new(BIO_s_mem()));
@@ -96,14 +108,32 @@ CertificateAuthority::CertificateAuthority(const std::string& name) {
 }
 
 Credentials CertificateAuthority::issue(const CertificateRequest& request) const {
-    const Memory certificateText = readable(Own.Certificate);
-    const Memory keyText = readable(Own.Key);
-    const Certificate issuer(PEM_read_bio_X509(certificateText.get(), nullptr, nullptr, nullptr));
-    const Key issuerKey(PEM_read_bio_PrivateKey(keyText.get(), nullptr, nullptr, nullptr));
-    requireOpenSsl(issuer != nullptr && issuerKey != nullptr, "issuer");
+    const Certificate issuer = certificateOf(Own);
+    const Key issuerKey = keyOf(Own);
     const Key key = makeKey();
     const Certificate made = makeCertificate(*key, request, false, issuer.get(), *issuerKey);
     return asText(*made, *key);
+}
+
+std::string CertificateAuthority::revoke(const Credentials& issued) const {
+    const Certificate issuer = certificateOf(Own);
+    const Certificate bad = certificateOf(issued);
+    const Key issuerKey = keyOf(Own);
+    const OpenSslOwner<X509_CRL, X509_CRL_free> list(X509_CRL_new());
+    OpenSslOwner<X509_REVOKED, X509_REVOKED_free> entry(X509_REVOKED_new());
+    const OpenSslOwner<ASN1_TIME, ASN1_TIME_free> before(X509_gmtime_adj(nullptr, -60));
+    const OpenSslOwner<ASN1_TIME, ASN1_TIME_free> after(X509_gmtime_adj(nullptr, 24 * 3600));
+    requireOpenSsl(list && entry && before && after, "list");
+    X509_CRL_set_version(list.get(), X509_CRL_VERSION_2);
+    X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(issuer.get()));
+    X509_CRL_set1_lastUpdate(list.get(), before.get());
+    X509_CRL_set1_nextUpdate(list.get(), after.get());
+    X509_REVOKED_set_serialNumber(entry.get(), X509_get_serialNumber(bad.get()));
+    X509_REVOKED_set_revocationDate(entry.get(), before.get());
+    requireOpenSsl(X509_CRL_add0_revoked(list.get(), entry.get()) == 1, "entry");
+    entry.release(); // it is the list's now
+    requireOpenSsl(X509_CRL_sign(list.get(), issuerKey.get(), EVP_sha256()) != 0, "signature");
+    return written([&](BIO* out) { return PEM_write_bio_X509_CRL(out, list.get()); });
 }
 
 } // namespace testsupport

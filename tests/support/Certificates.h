@@ -28,6 +28,8 @@ public:
 
     const std::string& certificate() const { return Own.Certificate; }
     Credentials issue(const CertificateRequest& request) const;
+    // PEM of a list with that certificate alone.
+    std::string revoke(const Credentials& issued) const;
 
 private:
     Credentials Own;
