@@ -1,50 +1,21 @@
-// The commands that the pages show are run, and the tables that repeat a fact of the code are compared with it.
+// What the pages repeat of the code is compared with it: tables and names. Their links lead somewhere.
 #include "cli/ExitStatus.h"
 #include "cli/OptionTable.h"
-#include "tests/docs/PageServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include <sys/wait.h>
-
 namespace {
 
 using testsupport::readFile;
-using testsupport::TemporaryFolder;
 
 std::string page(const std::string& name) {
     return readFile(std::string(NETROVE_SOURCES) + "/" + name);
-}
-
-struct ShownCommand {
-    std::string Line;
-    int Status = 0; // "# exits N" behind it
-};
-
-// Lines of shell blocks that run the program, by itself or through scripts/run.
-std::vector<ShownCommand> shownCommands(const std::string& text) {
-    std::vector<ShownCommand> commands;
-    std::istringstream lines(text);
-    bool inBlock = false;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with("```")) {
-            inBlock = line == "```sh";
-        } else if (inBlock && (line.find("netrove ") < line.find('#') || line.starts_with("scripts/run "))) {
-            ShownCommand command{line};
-            if (const auto mark = line.find("# exits "); mark != line.npos) {
-                command.Status = std::stoi(line.substr(mark + 8));
-            }
-            commands.push_back(command);
-        }
-    }
-    return commands;
 }
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
@@ -53,68 +24,6 @@ std::string replaced(std::string text, const std::string& from, const std::strin
     }
     return text;
 }
-
-// A folder with the files that the pages mention and a program in the PATH.
-class Shell {
-public:
-    explicit Shell(std::string authority) : Authority(std::move(authority)) {
-        std::filesystem::create_directory(Folder.file("bin"));
-        std::filesystem::create_symlink(NETROVE_PROGRAM, Folder.file("bin/netrove"));
-        std::filesystem::create_directory(Folder.file("work"));
-        for (const char* name : {"notes.txt", "big.bin"}) {
-            testsupport::writeFile(Folder.file(std::string("work/") + name), "some content\n");
-        }
-        std::string list;
-        for (const char* name : {"a", "b", "c"}) {
-            list += "http://" + Authority + "/" + name + " " + name + ".csv\n";
-        }
-        testsupport::writeFile(Folder.file("work/list.txt"), list);
-        // In the place of Slurm, which wants a cluster: as many tasks as asked for, each told which it is.
-        const std::string srun = Folder.file("bin/srun");
-        testsupport::writeFile(srun, "#!/bin/sh\nset -e\ntasks=$2\nshift 2\nfor id in $(seq 0 $((tasks - 1))); do\n"
-                                     "    SLURM_JOB_ID=1 SLURM_STEP_ID=0 SLURM_PROCID=$id SLURM_NTASKS=$tasks \"$@\"\n"
-                                     "done\n");
-        std::filesystem::permissions(srun, std::filesystem::perms::owner_all);
-    }
-
-    int run(std::string line) const {
-        line = replaced(line, "scripts/run  ", "netrove demo "); // what the script does by itself
-        line = replaced(line, "scripts/run ", "netrove ");
-        line = replaced(line, "https://example.org", "http://" + Authority);
-        line = replaced(line, "http://example.org", "http://" + Authority);
-        line = replaced(line, "proxy.example.org:3128", Authority);
-        testsupport::writeFile(Folder.file("line"), line + "\n");
-        const std::string command = "cd " + Folder.file("work") + " && env -u http_proxy -u https_proxy " + Launchers +
-                                    " PATH=" + Folder.file("bin") +
-                                    ":$PATH bash ../line > ../out 2> ../err < /dev/null";
-        const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    std::string printed() const { return readFile(Folder.file("out")) + readFile(Folder.file("err")); }
-
-private:
-    // Open MPI asks whether it may run as root, and more tasks than there are cores.
-    static constexpr const char* Launchers =
-        "OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1 OMPI_MCA_rmaps_base_oversubscribe=1";
-
-    TemporaryFolder Folder;
-    std::string Authority;
-};
-
-class ShownCommands : public testing::TestWithParam<const char*> {};
-
-TEST_P(ShownCommands, DoWhatThePageSays) {
-    const docstest::PageServer server;
-    const Shell shell(server.authority());
-    const std::vector<ShownCommand> commands = shownCommands(page(GetParam()));
-    EXPECT_FALSE(commands.empty());
-    for (const ShownCommand& command : commands) {
-        EXPECT_EQ(shell.run(command.Line), command.Status) << command.Line << "\n" << shell.printed();
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Pages, ShownCommands, testing::Values("README.md", "docs/batch.md", "docs/cli.md"),
-                         [](const auto& info) { return std::filesystem::path(info.param).stem().string(); });
 
 TEST(Pages, CommandLineTellsEveryExitStatus) {
     const std::string text = page("docs/cli.md");

@@ -1,0 +1,41 @@
+// Where the commands of the pages are run: a folder with what the pages take for granted, and a server in the place of
+// example.org.
+#pragma once
+
+#include "tests/docs/PageServer.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <string>
+
+namespace docstest {
+
+class PageShell {
+public:
+    PageShell();
+
+    // In a folder with the files that the pages mention, the program in the PATH and a project that builds in no time:
+    // the scripts and the presets are those of the sources, its targets do what the scripts need. What `before` does
+    // comes first, in the same shell.
+    testsupport::Outcome run(const std::string& command, const std::string& before) const;
+
+    // In a folder that has all of the sources, with builds of its own. Where the command ends with a build, that only
+    // tells what it would do; `target` is built in earnest behind it.
+    testsupport::Outcome runInSources(const std::string& command, const std::string& target) const;
+
+    // A file of the first folder.
+    std::string file(const std::string& name) const { return Folder.file("work/" + name); }
+    // The folder with the sources, or a file of it.
+    std::string sources(const std::string& name = ".") const { return Folder.file("sources/" + name); }
+
+    // A text of a page as it is here: the server for example.org.
+    std::string here(std::string text) const;
+
+private:
+    const PageServer Server;
+    const testsupport::TemporaryFolder Folder;
+
+    testsupport::Outcome bash(const std::string& script, const std::string& folder) const;
+};
+
+} // namespace docstest

@@ -1,0 +1,148 @@
+#include "tests/docs/ShownCommandTable.h"
+
+namespace docstest {
+namespace {
+
+constexpr const char* kInstallPage = "tests/install/InstallPageTest.cpp: InstallPage, CommandsWorkInTheOrderOfThePage";
+constexpr const char* kPackaging =
+    "builds a release, which takes minutes, and asks lintian, which the tests do without; "
+    "tests/install/PackagesTest.cpp makes the same packages of the build under test";
+constexpr const char* kInstalling = "changes the machine; tests/install/PackagesTest.cpp unpacks the packages instead";
+constexpr const char* kMeasuring = "measures for minutes, and tells nothing unless it is alone on the machine";
+constexpr const char* kReplaying = "fuzz/CMakeLists.txt: .replaysItsSeeds";
+constexpr const char* kClang = "needs clang, which the tests do without; they replay the seeds";
+constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
+
+// clang-format off
+constexpr CommandRow kCommands[] = {
+    {"CONTRIBUTING.md", "scripts/deps", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
+    {"CONTRIBUTING.md", "cmake --preset dev", Way::Sources, ""},
+    {"CONTRIBUTING.md", "cmake --build --preset dev", Way::Sources, ""},
+    {"CONTRIBUTING.md", "ctest --preset dev -R Messages", Way::Here, ""},
+    {"CONTRIBUTING.md", "scripts/test --quick", Way::Here, ""},
+    {"CONTRIBUTING.md", "scripts/test", Way::Here, ""},
+    {"CONTRIBUTING.md", "scripts/format", Way::Never, "needs clang-format and git, which the tests do without"},
+    {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format and scripts/test behind each other, and the first needs clang-format"},
+    {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
+    {"CONTRIBUTING.md", "cmake --build --preset dev --target reference_pages", Way::Sources, ""},
+    {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
+    {"CONTRIBUTING.md", "scripts/mutate --count 20", Way::Never, "builds the library and runs its tests for each of the changes"},
+    {"CONTRIBUTING.md", "export CMAKE_CXX_COMPILER_LAUNCHER=ccache", Way::Never, "a variable of CMake for a program that the tests do without"},
+
+    {"README.md", "scripts/test", Way::Here, ""},
+    {"README.md", "scripts/package", Way::Never, kPackaging},
+    {"README.md", "sudo apt install ./build/packages/*.deb", Way::Never, kInstalling},
+    {"README.md", "cmake --install", Way::Elsewhere, kInstallPage},
+
+    {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_bench netrove_stream_memory", Way::Sources, ""},
+    {"bench/README.md", "build/release/bin/netrove_bench --benchmark_repetitions=9 --benchmark_report_aggregates_only=true --benchmark_enable_random_interleaving=true --benchmark_min_time=0.15", Way::Never, kMeasuring},
+    {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
+
+    {"docs/batch.md", "netrove batch", Way::Never, "the name of the command in the heading"},
+    {"docs/batch.md", "sbatch --array", Way::Elsewhere, "tests/cli/BatchShardCommandTest.cpp: BatchShardCommand, ASlurmArraySaysWhich"},
+
+    {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/InformationCommandsTest.cpp: HelpOption, GoesToStandardOutput"},
+    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/ReferencePagesTest.cpp: ReferencePage, IsWhatTheProgramPrints"},
+    {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list stand below it"},
+
+    {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
+
+    {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
+
+    {"docs/errors.md", "netrove proxy URL", Way::Elsewhere, "tests/integration/ProxySettingsTest.cpp: ProxySettingRow, IsAnsweredInTheProgramAndOnTheCommandLine"},
+
+    {"docs/hosting.md", "cmake --preset release -DNETROVE_EMBEDDED_HOST=OFF -DNETROVE_BUILD_TESTS=OFF -DNETROVE_HOST_LIBRARIES=\"/path/to/libhost1.so;/path/to/libhost2.so\"", Way::Sources, ""},
+    {"docs/hosting.md", "cmake --build --preset release --target netrove", Way::Sources, "CMakeFiles/netrove_static.dir/hostclass/ModuleEntry.cpp.o"},
+    {"docs/hosting.md", "cmake --install", Way::Elsewhere, "tests/docs/ShownCommandsTest.cpp: ModuleForAnotherHost, IsInstalledAsThePageSays"},
+
+    {"docs/install.md", "scripts/package", Way::Never, kPackaging},
+    {"docs/install.md", "sudo apt install ./build/packages/*.deb", Way::Never, kInstalling},
+    {"docs/install.md", "packaging/try-in-chroot build/packages", Way::Never, "needs root, debootstrap and a Debian mirror"},
+    {"docs/install.md", "cmake --preset release", Way::Sources, ""},
+    {"docs/install.md", "cmake --build --preset release", Way::Sources, ""},
+    {"docs/install.md", "cmake --install build/release --prefix \"$HOME/netrove\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "\"$HOME/netrove/bin/netrove\" --version", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "mv \"$HOME/netrove\" \"$HOME/tools\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "\"$HOME/tools/bin/netrove\" get https://example.org/", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "cmake -S . -B build -DCMAKE_PREFIX_PATH=\"$HOME/tools\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "cmake --build build", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "build/fetch https://example.org/", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "export PKG_CONFIG_PATH=\"$HOME/tools/lib/pkgconfig\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "g++ -std=c++20 main.cpp -o fetch $(pkg-config --cflags --libs netrove) -Wl,-rpath,\"$(pkg-config --variable=libdir netrove)\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "./fetch https://example.org/", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "cmake --install", Way::Elsewhere, "tests/docs/ShownCommandsTest.cpp: ModuleForAnotherHost, IsInstalledAsThePageSays"},
+
+    {"docs/performance.md", "cmake --preset release && cmake --build --preset release --target netrove_bench netrove_stream_memory", Way::Sources, ""},
+    {"docs/performance.md", "build/release/bin/netrove_bench --benchmark_repetitions=9 --benchmark_report_aggregates_only=true", Way::Never, kMeasuring},
+    {"docs/performance.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
+
+    {"fuzz/README.md", "cmake --preset fuzz && cmake --build --preset fuzz", Way::Never, kClang},
+    {"fuzz/README.md", "build/fuzz/bin/fuzz_iri -max_total_time=60 fuzz/seeds/iri", Way::Elsewhere, kReplaying},
+};
+// clang-format on
+
+constexpr const char* kOneFails =
+    "echo 'https://example.org/missing gone.csv' > more.txt\n"
+    "cat list.txt >> more.txt; netrove batch --force more.txt > results.jsonl || test $? = 22";
+constexpr const char* kOneDone = "\"url\":\"https://example.org/b\",\"target\":\"b.csv\",\"status\":200";
+constexpr const char* kOnePlanned =
+    "\"target\":\"b.csv\",\"status\":null,\"bytes\":0,\"seconds\":0.0,\"attempts\":0,\"result\":\"planned\"";
+constexpr const char* kOneSkipped = "\"result\":\"skipped\"";
+constexpr const char* kAnew = "rm -f *.csv *.journal*";
+
+// clang-format off
+constexpr ResultRow kResults[] = {
+    {"CONTRIBUTING.md", "ctest --preset dev -R Messages", "cmake --preset dev && cmake --build --preset dev", "100% tests passed, 0 tests failed out of 1", "", ""},
+    {"CONTRIBUTING.md", "scripts/test --quick", "", "\n2 passed, 0 failed\n", "build/dev/test.log", "Messages.Stand"},
+    {"CONTRIBUTING.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/tsan/test.log", "Threads.Stand"},
+
+    {"README.md", "scripts/run", "", "Every step did what it says.", "", ""},
+    {"README.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/asan/test.log", "Messages.Stand"},
+    {"README.md", "scripts/run get https://example.org/", "", "GET with 0 bytes\n", "", ""},
+    {"README.md", "scripts/run save https://example.org/data.csv", "", "", "data.csv", "GET with 0 bytes\n"},
+    {"README.md", "scripts/run send https://example.org/items -H 'Content-Type: application/json' -d '{\"name\":\"x\"}'", "", "POST with 12 bytes\n", "", ""},
+    {"README.md", "scripts/run send https://example.org/upload -T big.bin --progress", "", "PUT with 13 bytes\n", "", ""},
+    {"README.md", "scripts/run proxy https://example.org/", "", "No proxy: a direct connection.\n", "", ""},
+    {"README.md", "scripts/run describe --json", "", "{\n  \"name\": \"vantik.internal.webservices.HTTPConnectionAdapter\",", "", ""},
+    {"README.md", "scripts/run --help", "", "Usage: netrove ", "", ""},
+
+    {"docs/batch.md", "netrove batch list.txt", kAnew, kOneDone, "b.csv", "GET with 0 bytes\n"},
+    {"docs/batch.md", "netrove batch list.txt", "", kOneSkipped, "", ""},
+    {"docs/batch.md", "netrove batch list.txt --retry 5", "", kOneSkipped, "", ""},
+    {"docs/batch.md", "jq -r 'select(.result == \"failed\") | .url' results.jsonl", kOneFails, "https://example.org/missing\n", "", ""},
+    {"docs/batch.md", "srun -n 8 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/batch.md", "mpirun -n 8 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/batch.md", "seq 8 | NETROVE_SHARDS=8 parallel -N0 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/batch.md", "parallel netrove batch list.txt --shard {}/8 ::: 1 2 3 4 5 6 7 8", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/batch.md", "netrove batch list.txt --shard 2/8 --dry-run", kAnew, kOnePlanned, "", ""},
+
+    {"docs/cli.md", "netrove get https://example.org/", "", "GET with 0 bytes\n", "", ""},
+    {"docs/cli.md", "netrove get -i https://example.org/", "", "HTTP/1.1 200 OK\r\n", "", ""},
+    {"docs/cli.md", "netrove get -o page.html https://example.org/", "", "", "page.html", "GET with 0 bytes\n"},
+    {"docs/cli.md", "netrove save https://example.org/data.csv", "", "", "data.csv", "GET with 0 bytes\n"},
+    {"docs/cli.md", "netrove save --force https://example.org/data.csv", "echo old > data.csv", "", "data.csv", "GET with 0 bytes\n"},
+    {"docs/cli.md", "netrove save https://example.org/data.csv copy.csv", "", "", "copy.csv", "GET with 0 bytes\n"},
+    {"docs/cli.md", "netrove send -d @notes.txt https://example.org/form", "echo twenty bytes in all > notes.txt", "POST with 20 bytes\n", "", ""},
+    {"docs/cli.md", "netrove send -T big.bin https://example.org/big.bin", "", "PUT with 13 bytes\n", "", ""},
+    {"docs/cli.md", "netrove send -T - https://example.org/log < notes.txt", "echo twenty bytes in all > notes.txt", "PUT with 20 bytes\n", "", ""},
+    {"docs/cli.md", "netrove send --json https://example.org/items", "", "\"content\":\"GET with 0 bytes\\n\"", "", ""},
+    {"docs/cli.md", "netrove send --json -o items.json https://example.org/items", "", "\"file\":\"items.json\"", "items.json", "GET with 0 bytes\n"},
+    {"docs/cli.md", "netrove proxy https://example.org/", "export https_proxy=http://proxy.corp:3128 http_proxy=http://proxy.corp:3128", "proxy.corp", "", ""},
+    {"docs/cli.md", "netrove get -x none https://example.org/", "export https_proxy=http://127.0.0.1:1 http_proxy=http://127.0.0.1:1", "GET with 0 bytes\n", "", ""},
+    {"docs/cli.md", "srun -n 8 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/cli.md", "mpirun -n 8 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+    {"docs/cli.md", "seq 8 | NETROVE_SHARDS=8 parallel -N0 netrove batch list.txt", kAnew, kOneDone, "c.csv", "GET with 0 bytes\n"},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const CommandRow> commandTable() {
+    return kCommands;
+}
+
+std::span<const ResultRow> resultTable() {
+    return kResults;
+}
+
+} // namespace docstest

@@ -1,0 +1,221 @@
+// Every command that a page shows is run, here or by another test, or has a row that says why it is not.
+#include "tests/docs/ShownCommands.h"
+#include "tests/docs/PageShell.h"
+#include "tests/docs/ShownCommandTable.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <map>
+#include <set>
+
+namespace {
+
+using namespace docstest;
+using testing::HasSubstr;
+using testsupport::Outcome;
+using testsupport::readFile;
+
+std::string source(const std::string& path) {
+    return readFile(std::string(NETROVE_SOURCES) + "/" + path);
+}
+
+std::vector<ShownCommand> commandsOf(const std::string& page) {
+    return shownCommands(source(page));
+}
+
+const CommandRow* rowOf(const std::string& page, const std::string& command) {
+    const auto found = std::ranges::find_if(
+        commandTable(), [&](const CommandRow& row) { return page == row.Page && command == row.Command; });
+    return found == commandTable().end() ? nullptr : &*found;
+}
+
+// Nothing else runs on a machine because a page shows it.
+bool runsWithoutARow(const std::string& command) {
+    constexpr const char* kBeginnings[] = {
+        "netrove ",          "scripts/run", "srun -n 8 netrove ", "mpirun -n 8 netrove ", "seq 8 | ",
+        "parallel netrove ", "jq ",         "NETROVE_PASSWORD="};
+    return std::ranges::any_of(kBeginnings, [&](const char* beginning) { return command.starts_with(beginning); });
+}
+
+// The row of a command that stands there for the time of that number, from 0.
+const ResultRow* resultOf(const std::string& page, const std::string& command, int time) {
+    for (const ResultRow& row : resultTable()) {
+        if (page == row.Page && command == row.Command && time-- == 0) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
+
+bool runsInThisProgram(const std::string& page, const ShownCommand& command) {
+    const CommandRow* row = rowOf(page, command.Text);
+    return row == nullptr ? runsWithoutARow(command.Text) : row->Way == Way::Here || row->Way == Way::Sources;
+}
+
+std::vector<std::string> pagesToRun() {
+    std::vector<std::string> pages = allPages();
+    std::erase_if(pages, [](const std::string& page) {
+        return std::ranges::none_of(commandsOf(page),
+                                    [&](const ShownCommand& command) { return runsInThisProgram(page, command); });
+    });
+    return pages;
+}
+
+class ShownCommandsOf : public testing::TestWithParam<std::string> {};
+
+TEST_P(ShownCommandsOf, DoWhatThePageSays) {
+    const std::string& page = GetParam();
+    const PageShell shell;
+    std::map<std::string, int> times;
+    for (const ShownCommand& command : commandsOf(page)) {
+        if (!runsInThisProgram(page, command)) {
+            continue;
+        }
+        SCOPED_TRACE(command.Text);
+        const CommandRow* row = rowOf(page, command.Text);
+        if (row != nullptr && row->Way == Way::Sources) {
+            const Outcome outcome = shell.runInSources(command.Text, row->Detail);
+            EXPECT_EQ(outcome.Status, 0) << outcome.Out << outcome.Err;
+            continue;
+        }
+        const ResultRow* result = resultOf(page, command.Text, times[command.Text]++);
+        const Outcome outcome = shell.run(command.Text, result == nullptr ? "" : result->Before);
+        EXPECT_EQ(outcome.Status, command.Status) << outcome.Out << outcome.Err;
+        if (result != nullptr) {
+            EXPECT_THAT(outcome.Out, HasSubstr(shell.here(result->Prints))) << outcome.Err;
+            if (*result->File != '\0') {
+                EXPECT_THAT(readFile(shell.file(result->File)), HasSubstr(result->Holds));
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Pages, ShownCommandsOf, testing::ValuesIn(pagesToRun()), [](const auto& info) {
+    std::string name = info.param.substr(0, info.param.rfind('.'));
+    std::ranges::replace_if(
+        name, [](unsigned char c) { return !std::isalnum(c); }, '_');
+    return name;
+});
+
+TEST(ShownCommands, AreAllAccountedFor) {
+    for (const std::string& page : allPages()) {
+        for (const ShownCommand& command : commandsOf(page)) {
+            EXPECT_TRUE(rowOf(page, command.Text) != nullptr || runsWithoutARow(command.Text))
+                << page << " shows \"" << command.Text << "\", which has no row in the table of commands";
+        }
+    }
+}
+
+TEST(ShownCommands, TableHasNothingThatNoPageShows) {
+    for (const CommandRow& row : commandTable()) {
+        const std::vector<ShownCommand> shown = commandsOf(row.Page);
+        EXPECT_TRUE(
+            std::ranges::any_of(shown, [&](const ShownCommand& command) { return command.Text == row.Command; }))
+            << row.Page << " does not show \"" << row.Command << '"';
+    }
+    std::map<std::pair<std::string, std::string>, std::ptrdiff_t> rows;
+    for (const ResultRow& row : resultTable()) {
+        const std::vector<ShownCommand> shown = commandsOf(row.Page);
+        EXPECT_LE(
+            ++rows[std::pair(std::string(row.Page), std::string(row.Command))],
+            std::ranges::count_if(shown, [&](const ShownCommand& command) { return command.Text == row.Command; }))
+            << row.Page << ": " << row.Command;
+    }
+}
+
+TEST(ShownCommands, TestsOfOtherFoldersAreThere) {
+    for (const CommandRow& row : commandTable()) {
+        const std::string detail = row.Detail;
+        if (row.Way == Way::Elsewhere) {
+            const auto colon = detail.find(": ");
+            ASSERT_NE(colon, detail.npos) << detail;
+            EXPECT_THAT(source(detail.substr(0, colon)), HasSubstr(detail.substr(colon + 2)));
+        } else if (row.Way == Way::Never) {
+            EXPECT_THAT(detail, HasSubstr(" ")) << row.Page << ": " << row.Command << " is not run, without a reason";
+        }
+    }
+}
+
+TEST(ShownCommands, WhatTheirCommentsSayIsCompared) {
+    for (const std::string& page : allPages()) {
+        std::map<std::string, int> times;
+        for (const ShownCommand& command : commandsOf(page)) {
+            const CommandRow* row = rowOf(page, command.Text);
+            const int time = times[command.Text]++;
+            if (runsInThisProgram(page, command) && (row == nullptr || row->Way == Way::Here) &&
+                !command.Comment.empty() && !command.Comment.starts_with("exits ")) {
+                const ResultRow* result = resultOf(page, command.Text, time);
+                EXPECT_TRUE(result != nullptr && (*result->Prints != '\0' || *result->Holds != '\0'))
+                    << page << " says of \"" << command.Text << "\": " << command.Comment;
+            }
+        }
+    }
+}
+
+// What the build of docs/hosting.md would make is that of the build under test: the same objects.
+TEST(ModuleForAnotherHost, IsInstalledAsThePageSays) {
+    const PageShell shell;
+    const std::vector<ShownCommand> commands = commandsOf("docs/hosting.md");
+    const auto configure = std::ranges::find_if(
+        commands, [](const ShownCommand& command) { return command.Text.starts_with("cmake --preset "); });
+    ASSERT_NE(configure, commands.end());
+    ASSERT_EQ(shell.runInSources(configure->Text, "").Status, 0);
+    std::filesystem::create_directories(shell.sources("build/release/lib"));
+    std::filesystem::copy_file(NETROVE_MODULE_FILE, shell.sources("build/release/lib/libnetrove.so"));
+    const Outcome installed = shell.runInSources("cmake --install build/release --prefix build/installed", "");
+    ASSERT_EQ(installed.Status, 0) << installed.Out << installed.Err;
+
+    testsupport::writeFile(shell.file("CMakeLists.txt"), "cmake_minimum_required(VERSION 3.25)\n"
+                                                         "project(host LANGUAGES NONE)\n"
+                                                         "find_package(netrove CONFIG REQUIRED)\n"
+                                                         "get_target_property(module netrove::netrove LOCATION)\n"
+                                                         "file(REAL_PATH ${module} module)\n"
+                                                         "message(STATUS \"module ${module}\")\n"
+                                                         "if(TARGET netrove::embedded)\n"
+                                                         "  message(FATAL_ERROR \"there is an embedded host\")\n"
+                                                         "endif()\n");
+    const Outcome found =
+        shell.run("cmake -S . -B found -DCMAKE_PREFIX_PATH='" + shell.sources("build/installed") + "'", "");
+    EXPECT_EQ(found.Status, 0) << found.Err;
+    const std::filesystem::path module = shell.sources("build/installed/lib/libnetrove.so");
+    EXPECT_THAT(found.Out, HasSubstr("-- module " + std::filesystem::canonical(module).string() + "\n"));
+}
+
+// Presets that are named only in commands that no test runs.
+TEST(ShownCommands, PresetsAreThere) {
+    const std::string presets = source("CMakePresets.json");
+    std::set<std::string> named;
+    for (const std::string& page : allPages()) {
+        for (const ShownCommand& command : commandsOf(page)) {
+            for (auto at = command.Text.find("--preset "); at != std::string::npos;
+                 at = command.Text.find("--preset ", at + 1)) {
+                named.insert(command.Text.substr(at + 9, command.Text.find(' ', at + 9) - at - 9));
+            }
+        }
+    }
+    EXPECT_THAT(named, testing::IsSupersetOf({"dev", "release", "fuzz"}));
+    for (const std::string& name : named) {
+        EXPECT_THAT(presets, HasSubstr("\"name\": \"" + name + "\"")) << name;
+    }
+}
+
+TEST(ShownCommands, AreReadFromEveryKindOfBlock) {
+    const std::vector<ShownCommand> commands = shownCommands("Say `netrove help` or `netrove`, not `a list`.\n"
+                                                             "```sh\nanything 'with # in it' # exits 22\na \\\n  b\n\n"
+                                                             "# only a remark\n```\n"
+                                                             "```\nhttps://example.org/ a.csv\nnetrove get x\n```\n"
+                                                             "```cpp\ncmake --build x\n```\n\n"
+                                                             "    X=1 scripts/test --quick\n    other text\n");
+    std::vector<std::string> texts;
+    for (const ShownCommand& command : commands) {
+        texts.push_back(command.Text);
+    }
+    EXPECT_THAT(texts, testing::ElementsAre("netrove help", "anything 'with # in it'", "a b", "netrove get x",
+                                            "X=1 scripts/test --quick"));
+    EXPECT_EQ(commands.at(1).Status, 22);
+}
+
+} // namespace
