@@ -1,5 +1,6 @@
 // What is different where a person looks on.
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -115,6 +116,21 @@ TEST(Terminal, FailuresAreInColourUnlessTheUserObjects) {
     EXPECT_EQ(run({"get", port.url()}, around).Out.find("netrove: "), 0u);
     EXPECT_EQ(run({"get", "--color", "always", port.url()}).Err.find(red), 0u);
     EXPECT_EQ(run({"get", port.url()}).Err.find("netrove: "), 0u);
+}
+
+TEST(Terminal, ABatchDrawsNoBarBetweenItsResultsUnlessAskedTo) {
+    for (const bool asked : {false, true}) {
+        const TemporaryFolder folder;
+        ScriptedServer server(answer(response("x")));
+        writeFile(folder.file("list"), server.url() + " file\n");
+        std::vector<std::string> arguments = {"batch", "list", "--color", "never"};
+        if (asked)
+            arguments.push_back("--progress");
+        const Outcome outcome = run(arguments, onTerminal(folder.path()));
+        EXPECT_EQ(outcome.Status, 0) << outcome.Out;
+        EXPECT_NE(outcome.Out.find("\"result\":\"done\""), std::string::npos) << outcome.Out;
+        EXPECT_EQ(outcome.Out.find("\033[K") != std::string::npos, asked) << outcome.Out;
+    }
 }
 
 } // namespace

@@ -1,9 +1,11 @@
-// What the pages repeat of the code is compared with it: tables and names. Their links lead somewhere.
+// What the pages repeat of the code is compared with it: tables, names, members. Their links lead somewhere.
 #include "cli/ExitStatus.h"
 #include "cli/OptionTable.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <sstream>
@@ -13,6 +15,7 @@
 namespace {
 
 using testsupport::readFile;
+using testsupport::TemporaryFolder;
 
 std::string page(const std::string& name) {
     return readFile(std::string(NETROVE_SOURCES) + "/" + name);
@@ -65,6 +68,37 @@ TEST(Pages, ErrorsTellEveryIdentifierOfTheCommandLine) {
         }
     }
     EXPECT_GT(identifiers, 15);
+}
+
+// The part of a page below a heading.
+std::string section(const std::string& text, const std::string& heading) {
+    const auto begin = text.find("\n## " + heading + "\n");
+    EXPECT_NE(begin, text.npos) << heading;
+    return text.substr(begin, text.find("\n## ", begin + 1) - begin);
+}
+
+void expectEveryMember(const nlohmann::json& object, const std::string& text) {
+    for (const auto& [name, value] : object.items()) {
+        EXPECT_NE(text.find("`" + name + "`"), text.npos) << name;
+    }
+}
+
+// A folder that is missing: a failure with an advice.
+TEST(Pages, CommandLineTellsEveryMemberOfAFailure) {
+    const testsupport::Outcome outcome =
+        testsupport::run({"save", "--json-errors", "http://127.0.0.1/", "/missing/file"});
+    const nlohmann::json failure = nlohmann::json::parse(outcome.Err);
+    EXPECT_TRUE(failure.contains("hint")) << outcome.Err;
+    expectEveryMember(failure, section(page("docs/cli.md"), "For programs"));
+}
+
+TEST(Pages, BatchTellsEveryMemberOfAResult) {
+    const TemporaryFolder folder;
+    testsupport::writeFile(folder.file("list"), "http://127.0.0.1/ missing/file\n");
+    const testsupport::Outcome outcome = testsupport::run({"batch", "list"}, {.Folder = folder.path()});
+    const nlohmann::json result = nlohmann::json::parse(outcome.Out);
+    EXPECT_TRUE(result.contains("hint")) << outcome.Out;
+    expectEveryMember(result, section(page("docs/batch.md"), "Results"));
 }
 
 // Names in front of the parenthesis of every free function that a host must supply.
