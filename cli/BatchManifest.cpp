@@ -10,6 +10,7 @@
 #include "cli/CliFailure.h"
 #include "cli/FieldText.h"
 #include "cli/OutputFile.h"
+#include "cli/RefusedUrl.h"
 #include "cli/SafeText.h"
 #include "cli/UrlText.h"
 
@@ -36,9 +37,9 @@ void checkUrl(const std::string& url) {
         failUsage("the URL has control characters or is not UTF-8");
     const UrlParts parts = splitUrl(url);
     if (parts.Scheme != "http" && parts.Scheme != "https")
-        failUsage("'" + printable(maskUserInfo(url)) + "' is no http or https URL");
+        failUsage("'" + printable(maskRefusedUrl(url)) + "' is no http or https URL");
     if (parts.Host.empty())
-        failUsage("'" + printable(maskUserInfo(url)) + "' has no host");
+        failUsage("'" + printable(maskRefusedUrl(url)) + "' has no host");
 }
 
 void takeCredentials(BatchLine& line) {
@@ -169,7 +170,7 @@ BatchLine BatchManifestParser::parseText(std::string_view text) const {
 void BatchManifestParser::complete(BatchLine& line) {
     checkUrl(line.Url);
     takeCredentials(line);
-    Check(line.Url);
+    maskingRefused(line.Url, [&] { Check(line.Url); });
     settleTarget(line);
     settleId(line);
 }

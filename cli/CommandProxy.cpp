@@ -1,10 +1,11 @@
 #include "cli/Commands.h"
 
-#include <algorithm>
+#include <span>
 
 #include <nlohmann/json.hpp>
 
 #include "cli/ProxyChoice.h"
+#include "cli/RefusedUrl.h"
 #include "cli/SafeText.h"
 
 namespace netrove::cli {
@@ -13,14 +14,17 @@ namespace {
 
 constexpr const char* kHidden = "***";
 
-// The lookup takes ASCII alone; the class brings http and https URLs into that form.
+// The lookup takes ASCII alone and says "direct" to what is no URL; the class refuses that as it does for `get`, the
+// lack of a host when it opens a connection, which reaches no server yet.
 std::string asciiUrl(Session& session, const std::string& url) {
-    const bool ascii = std::all_of(url.begin(), url.end(), [](char c) { return static_cast<signed char>(c) >= 0; });
-    if (ascii)
-        return url;
-    session.Connection = session.Host.create(kConnectionClass, {vantik::Array(true)});
-    session.Connection.set("URL", vantik::Array(url));
-    return session.Connection.get("URL").text();
+    return maskingRefused(url, [&] {
+        session.Connection = session.Host.create(kConnectionClass, {vantik::Array(true)});
+        session.Connection.set("URL", vantik::Array(url));
+        session.Connection.call("openConnection", std::span<const vantik::Array>(), 0);
+        const std::string ascii = session.Connection.get("URL").text();
+        session.Connection = vantik::Object();
+        return ascii;
+    });
 }
 
 std::string row(const Console& console, std::string_view label, const std::string& value) {

@@ -6,6 +6,7 @@
 
 #include "cli/CliFailure.h"
 #include "cli/FieldText.h"
+#include "cli/RefusedUrl.h"
 #include "cli/UrlText.h"
 
 namespace netrove::cli {
@@ -98,8 +99,10 @@ Response Exchange::send() {
         checkStop();
         State.Partial.reset();
         Response response = guarded([&] {
-            prepare(request);
-            return readHead(request);
+            return maskingRefused(request.Url, [&] {
+                prepare(request);
+                return readHead(request);
+            });
         });
         response.Redirects = followed;
         if (limit == 0 || !isRedirect(response.Status) || response.field("Location") == nullptr)

@@ -11,6 +11,7 @@
 #include "cli/ExitStatus.h"
 #include "cli/Hints.h"
 #include "cli/Reference.h"
+#include "cli/RefusedUrl.h"
 #include "cli/SafeText.h"
 
 namespace netrove::cli {
@@ -158,16 +159,17 @@ unsigned commandSet(std::string_view name) {
                   (chosen.empty() ? "" : " for " + chosen.front()->get_name()) + suggestion(name, known));
     }
     if (!chosen.empty())
-        failUsage("'" + printable(left.front()) + "' is one word too many for " + chosen.front()->get_name());
+        failUsage("'" + printable(maskRefusedUrl(left.front())) + "' is one word too many for " +
+                  chosen.front()->get_name());
     std::vector<std::string> known;
     for (const CommandRow& command : commandTable())
         known.emplace_back(command.Name);
     const auto isUrl = [](const std::string& word) { return word.find("://") != word.npos; };
     const auto found = std::find_if_not(left.begin(), left.end(), isUrl);
     if (found == left.end())
-        failUsage("no command; try 'netrove get " + printable(left.front()) + "'");
+        failUsage("no command; try 'netrove get " + printable(maskRefusedUrl(left.front())) + "'");
     const std::string& word = *found;
-    failUsage("unknown command '" + printable(word) + "'" + suggestion(word, known));
+    failUsage("unknown command '" + printable(maskRefusedUrl(word)) + "'" + suggestion(word, known));
 }
 
 // The part of a value that is secret.

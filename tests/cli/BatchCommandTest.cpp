@@ -75,6 +75,18 @@ TEST_F(BatchCommand, BadLinesAreOneObjectInJson) {
     EXPECT_EQ(failure["arguments"], Json({"list", "line 1: 'nonsense' is no http or https URL"}));
 }
 
+TEST_F(BatchCommand, CredentialsOfABadLineAreNotShown) {
+    writeFile(Folder.file("list"), "alice:s3cr3t@h/x\nhttp:/alice:s3cr3t@h/\nhttp:///alice:s3cr3t@h/\n"
+                                   "http://alice:s3cr3t/more@h/\n{\"url\":\"https//alice:s3cr3t@h\"}\n");
+    for (const std::string option : {"--no-progress", "--json-errors"}) {
+        const Outcome outcome = batch({"list", option});
+        EXPECT_EQ(outcome.Status, 2);
+        EXPECT_NE(outcome.Err.find("5 bad lines"), std::string::npos) << outcome.Err;
+        for (const char* secret : {"s3cr3t", "more", "alice"})
+            EXPECT_EQ(outcome.Err.find(secret), std::string::npos) << outcome.Err;
+    }
+}
+
 TEST_F(BatchCommand, AMissingManifestIsNamed) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 26);

@@ -124,6 +124,35 @@ TEST(FailureReport, CredentialsNeverAppear) {
     }
 }
 
+TEST(FailureReport, CredentialsOfAUrlThatIsRefusedNeverAppear) {
+    for (const std::string url :
+         {"alice:s3cr3t@h/x", "http:/alice:s3cr3t@h/", "http:alice:s3cr3t@h/", "https//alice:s3cr3t@h",
+          "//alice:s3cr3t@h/", "://alice:s3cr3t@h/", "http://alice:s3cr3t/more@h/", "http://alice:s3cr3t?more@h/",
+          "alice:s3cr3t more@h/", "ftp://alice:s3cr3t/more@h/", "alice:s3cr3t\xFF@h/"})
+        for (const std::vector<std::string>& command :
+             {std::vector<std::string>{"get", "-x", "none"}, {"get", "-x", "none", "--json-errors"}, {"proxy"}}) {
+            std::vector<std::string> arguments = command;
+            arguments.push_back(url);
+            const Outcome outcome = run(arguments);
+            EXPECT_EQ(outcome.Status, 3) << url << ": " << outcome.Err << outcome.Out;
+            EXPECT_EQ(outcome.Out, "");
+            EXPECT_NE(outcome.Err.find("***@h"), std::string::npos) << outcome.Err;
+            for (const char* secret : {"s3cr3t", "more", "alice"})
+                EXPECT_EQ(outcome.Err.find(secret), std::string::npos) << outcome.Err;
+        }
+}
+
+TEST(FailureReport, CredentialsInAMisplacedUrlNeverAppear) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"alice:s3cr3t@h/x"},
+                                                      {"http://alice:s3cr3t/@h/"},
+                                                      {"get", "http://h/", "alice:s3cr3t@h/x"}}) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.Status, 2);
+        EXPECT_NE(outcome.Err.find("***@h/"), std::string::npos) << outcome.Err;
+        EXPECT_EQ(outcome.Err.find("s3cr3t"), std::string::npos) << outcome.Err;
+    }
+}
+
 TEST(FailureReport, WhatAServerSaysIsNotObeyed) {
     ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 404 \x1b[31mred\r\nContent-Length: 0\r\n\r\n"),
                            step::awaitPeerEnd()});
