@@ -10,6 +10,8 @@ namespace {
 constexpr std::string_view kSystemTls = "VANTIK:webservices:SSLConnectionSystemFailure";
 constexpr std::string_view kFileTls = "VANTIK:webservices:SSLConnectionFailure";
 constexpr std::string_view kOpenTls = "VANTIK:webservices:SSLConnectionNoFile";
+constexpr std::string_view kTimeout = "VANTIK:webservices:Timeout";
+constexpr std::string_view kStatus = "NETROVE:cli:StatusError";
 constexpr std::string_view kCopy = "VANTIK:webservices:CopyContentToDataStreamError";
 
 constexpr std::string_view kNoTls = "the server does not speak TLS on this port; try http:// or another port";
@@ -21,34 +23,52 @@ constexpr std::string_view kUnknownIssuer =
     "if you know this server, name the file of its authority with --ca-file; -k "
     "would accept anybody";
 constexpr std::string_view kNotHttp = "the server may expect TLS on this port; try https://";
+constexpr std::string_view kNoScheme = "write http:// or https:// in front of it";
+constexpr std::string_view kConnectTime = "--connect-timeout MS sets that limit, 0 lifts it";
 
-// The first row that fits counts.
+// The first row that fits counts. The reason of a TLS failure is argument 1, that of a failed copy 0.
 constexpr HintRow kHints[] = {
-    {kSystemTls, "wrong version number", kNoTls},
-    {kFileTls, "wrong version number", kNoTls},
-    {kOpenTls, "wrong version number", kNoTls},
-    {kSystemTls, "has expired", kExpired},
-    {kFileTls, "has expired", kExpired},
-    {kSystemTls, "not yet valid", kExpired},
-    {kFileTls, "not yet valid", kExpired},
-    {kSystemTls, "does not match", kOtherName},
-    {kFileTls, "does not match", kOtherName},
-    {kSystemTls, "no alternative certificate subject name matches", kOtherName},
-    {kFileTls, "no alternative certificate subject name matches", kOtherName},
-    {kFileTls, "error setting certificate", "the file of --ca-file must exist and hold certificates as PEM text"},
-    {kSystemTls, "certificate", kUnknownIssuer},
-    {kFileTls, "issuer certificate", "the file of --ca-file has to hold the authority that issued this certificate"},
-    {kFileTls, "self-signed certificate",
+    {kSystemTls, 1, "wrong version number", kNoTls},
+    {kFileTls, 1, "wrong version number", kNoTls},
+    {kOpenTls, 1, "wrong version number", kNoTls},
+    {kSystemTls, 1, "has expired", kExpired},
+    {kFileTls, 1, "has expired", kExpired},
+    {kSystemTls, 1, "not yet valid", kExpired},
+    {kFileTls, 1, "not yet valid", kExpired},
+    {kSystemTls, 1, "does not match", kOtherName},
+    {kFileTls, 1, "does not match", kOtherName},
+    {kSystemTls, 1, "no alternative certificate subject name matches", kOtherName},
+    {kFileTls, 1, "no alternative certificate subject name matches", kOtherName},
+    {kFileTls, 1, "error setting certificate", "the file of --ca-file must exist and hold certificates as PEM text"},
+    {kSystemTls, 1, "SSL certificate", kUnknownIssuer},
+    {kFileTls, 1, "issuer certificate", "the file of --ca-file has to hold the authority that issued this certificate"},
+    {kFileTls, 1, "self-signed certificate",
      "the file of --ca-file has to hold this certificate, or the authority that issued it"},
-    {kCopy, "Empty reply from server", kNotHttp},
-    {kCopy, "HTTP/0.9", kNotHttp},
-    {"VANTIK:webservices:ConnectionRefused", "Connection reset", kNotHttp},
-    {"VANTIK:webservices:MalformedURL", " ", "put the URL in quotes, and write %20 for a blank in it"},
-    {"NETROVE:cli:StatusError", "answered 401", "log in with --user NAME, or check name and password"},
-    {"NETROVE:cli:StatusError", "answered 407",
-     "log in to the proxy with --proxy-user NAME, or check name and password"},
-    {"NETROVE:cli:FileNotWritten", "No such file or directory", "make the folder first"},
+    {kCopy, 0, "Empty reply from server", kNotHttp},
+    {kCopy, 0, "HTTP/0.9", kNotHttp},
+    {"VANTIK:webservices:ConnectionRefused", 1, "Connection reset", kNotHttp},
+    {"VANTIK:webservices:MalformedURL", 0, "(no protocol)", kNoScheme},
+    {"VANTIK:webservices:MalformedURL", 0, " ", "put the URL in quotes, and write %20 for a blank in it"},
+    {"VANTIK:webservices:ExpectedProtocol", 1, "://", kNoScheme, true}, // "localhost:8080/x"
+    {"VANTIK:webservices:FileNotFound", 0, "://", "two slashes follow the scheme, as in http://host/path", true},
+    {kTimeout, 3, "HTTPOptions.ConnectTimeout", kConnectTime},
+    {kTimeout, 3, "HTTPOptions.ResponseTimeout", "--response-timeout MS sets that limit, 0 lifts it"},
+    {kTimeout, 3, "HTTPOptions.DataTimeout", "--data-timeout MS sets that limit, 0 lifts it"},
+    {kTimeout, 3, "weboptions.Timeout", "--connect-timeout MS and --response-timeout MS set that limit, 0 lifts it"},
+    {"VANTIK:webservices:DecodingError", 0, "", "--no-decode keeps the content as it was sent"},
+    {kStatus, 0, "401", "log in with --user NAME, or check name and password"},
+    {kStatus, 0, "407", "log in to the proxy with --proxy-user NAME, or check name and password"},
+    {"NETROVE:cli:FileNotWritten", 1, "No such file or directory", "make the folder first"},
 };
+
+bool fits(const HintRow& row, const vantik::Message& message) {
+    if (row.Identifier != message.identifier() || static_cast<std::size_t>(row.Argument) >= message.Arguments.size())
+        return false;
+    const vantik::MessageArgument& argument = message.Arguments[static_cast<std::size_t>(row.Argument)];
+    const auto* words = std::get_if<std::string>(&argument);
+    const std::string text = words != nullptr ? *words : std::to_string(std::get<std::int64_t>(argument));
+    return (text.find(row.Needle) == text.npos) == row.Lacks;
+}
 
 // Insertions, deletions and replacements from one word to the other.
 std::size_t distance(std::string_view from, std::string_view to) {
@@ -73,9 +93,8 @@ std::span<const HintRow> hintTable() {
 }
 
 std::string_view hintFor(const vantik::Message& message) {
-    const std::string identifier = message.identifier();
     for (const HintRow& row : kHints)
-        if (row.Identifier == identifier && message.Text.find(row.Needle) != message.Text.npos)
+        if (fits(row, message))
             return row.Hint;
     return {};
 }

@@ -12,8 +12,10 @@ namespace netrove::cli {
 
 struct HintRow {
     std::string_view Identifier;
-    std::string_view Needle; // in the text of the failure, arguments included; empty: whatever it says
+    int Argument;            // the one that tells, by number. The catalogue's own words around it are always the same.
+    std::string_view Needle; // in that argument; empty: whatever it says
     std::string_view Hint;
+    bool Lacks = false; // the needle has to be missing instead
 };
 std::span<const HintRow> hintTable();
 

@@ -7,12 +7,15 @@
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/UnreachablePorts.h"
 #include "tests/support/WireText.h"
 
 namespace {
 
 using namespace testsupport;
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 
 std::string complaint(const std::vector<std::string>& arguments, int status, const std::string& folder = {}) {
     const Outcome outcome = run(arguments, {.Folder = folder});
@@ -42,8 +45,41 @@ TEST(Beginner, WhoMistypesIsToldWhatWasMeant) {
 }
 
 TEST(Beginner, WhoForgetsTheSchemeIsToldToWriteIt) {
-    EXPECT_THAT(complaint({"get", "example.org/x"}, 3), HasSubstr("Write it as http://host/path or https://host/path"));
+    for (const char* url : {"example.org/x", "localhost:8080/x", "my page"})
+        EXPECT_THAT(complaint({"get", url}, 3),
+                    AllOf(HasSubstr("Hint: write http:// or https:// in front of it.\n"), Not(HasSubstr("quotes"))))
+            << url;
+    EXPECT_THAT(complaint({"get", "http:/h/"}, 3), HasSubstr("Hint: two slashes follow the scheme"));
+}
+
+TEST(Beginner, WhoHasABlankInAUrlIsToldAndNobodyElse) {
     EXPECT_THAT(complaint({"get", "http://a b/"}, 3), HasSubstr("put the URL in quotes, and write %20 for a blank"));
+    for (const char* url : {"http://h:99999/", "ftp://h/", "http:///x"})
+        EXPECT_THAT(complaint({"get", url}, 3), Not(HasSubstr("Hint:"))) << url;
+}
+
+TEST(Beginner, WhoMeetsALimitIsToldItsOption) {
+    ScriptedServer silent({step::expectHead(), step::awaitPeerEnd()});
+    EXPECT_THAT(complaint({"get", "--response-timeout", "100", silent.url()}, 28),
+                HasSubstr("Hint: --response-timeout MS sets that limit, 0 lifts it.\n"));
+    ScriptedServer slow(
+        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n"), step::awaitPeerEnd()});
+    EXPECT_THAT(complaint({"get", "--data-timeout", "100", slow.url()}, 28),
+                HasSubstr("Hint: --data-timeout MS sets that limit, 0 lifts it.\n"));
+    const SilentPort unreachable;
+    EXPECT_THAT(complaint({"get", "--connect-timeout", "100", unreachable.url()}, 28),
+                HasSubstr("Hint: --connect-timeout MS sets that limit, 0 lifts it.\n"));
+    ScriptedServer old({step::expectHead(), step::awaitPeerEnd()});
+    EXPECT_THAT(complaint({"get", "--simple", "--response-timeout", "100", old.url()}, 28),
+                HasSubstr("Hint: --connect-timeout MS and --response-timeout MS set that limit"));
+}
+
+TEST(Beginner, WhoCannotDecodeIsToldHowNotTo) {
+    ScriptedServer server({step::expectHead(),
+                           step::send("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 5\r\n\r\nplain"),
+                           step::awaitPeerEnd()});
+    EXPECT_THAT(complaint({"get", server.url()}, 61),
+                HasSubstr("Hint: --no-decode keeps the content as it was sent.\n"));
 }
 
 TEST(Beginner, WhoMixesUpHttpAndHttpsIsToldSo) {

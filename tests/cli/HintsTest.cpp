@@ -18,7 +18,8 @@ vantik::Message messageOf(const HintRow& row) {
     vantik::Message message;
     message.Catalogue = identifier.substr(0, colon);
     message.Key = identifier.substr(colon + 1);
-    message.Text = "before " + std::string(row.Needle) + " behind";
+    message.Arguments.assign(static_cast<std::size_t>(row.Argument) + 1, "");
+    message.Arguments.back() = row.Lacks ? "something else" : "before " + std::string(row.Needle) + " behind";
     return message;
 }
 
@@ -36,11 +37,26 @@ TEST(Hints, AreAPartOfASentence) {
 }
 
 TEST(Hints, OtherFailuresHaveNone) {
-    vantik::Message message;
-    message.Catalogue = "VANTIK:webservices";
-    message.Key = "UnknownHost";
-    message.Text = "wrong version number";
-    EXPECT_EQ(hintFor(message), "");
+    EXPECT_EQ(hintFor({"VANTIK:webservices", "UnknownHost", {"a b", "wrong version number"}, "wrong version number"}),
+              "");
+    EXPECT_EQ(hintFor({"VANTIK:webservices", "Timeout", {"http://h/", "1", "reason", "the system"}, "a text"}), "");
+}
+
+// The catalogue speaks of certificates, and has blanks, whatever the reason is.
+TEST(Hints, TheWordsOfTheCatalogueDoNotCount) {
+    EXPECT_EQ(
+        hintFor({"VANTIK:webservices", "MalformedURL", {"http://h:99999/"}, "Not a usable URL: http://h:99999/."}), "");
+    EXPECT_EQ(hintFor({"VANTIK:webservices",
+                       "SSLConnectionSystemFailure",
+                       {"https://h/", "unexpected eof while reading"},
+                       "No secure connection with the certificates of this system"}),
+              "");
+}
+
+TEST(Hints, AnArgumentThatIsMissingOrANumberIsNoTrouble) {
+    EXPECT_EQ(hintFor({"VANTIK:webservices", "MalformedURL", {}, "a b"}), "");
+    EXPECT_EQ(hintFor({"NETROVE:cli", "StatusError", {std::int64_t{404}}, "answered 401"}), "");
+    EXPECT_NE(hintFor({"NETROVE:cli", "StatusError", {std::int64_t{401}}, "it said so"}), "");
 }
 
 TEST(NearestWord, IsAtMostTwoLettersAway) {
