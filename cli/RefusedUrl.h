@@ -17,9 +17,10 @@ std::string maskRefusedUrl(std::string_view url);
 // The message with that URL masked wherever it stands, and with it the user name where that was taken for a scheme.
 vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view url);
 
-// The result of `operation`; where it fails because `url` is no usable one, the failure does not show what is secret.
+// The result of `operation`, which may change what `url` was taken from; where it fails because that is no usable URL,
+// the failure does not show what is secret.
 template <class Operation>
-auto maskingRefused(std::string_view url, Operation operation) {
+auto maskingRefused(const std::string url, Operation operation) {
     try {
         return operation();
     } catch (const vantik::Failure& failure) {

@@ -127,8 +127,8 @@ TEST(FailureReport, CredentialsNeverAppear) {
 TEST(FailureReport, CredentialsOfAUrlThatIsRefusedNeverAppear) {
     for (const std::string url :
          {"alice:s3cr3t@h/x", "http:/alice:s3cr3t@h/", "http:alice:s3cr3t@h/", "https//alice:s3cr3t@h",
-          "//alice:s3cr3t@h/", "://alice:s3cr3t@h/", "http://alice:s3cr3t/more@h/", "http://alice:s3cr3t?more@h/",
-          "alice:s3cr3t more@h/", "ftp://alice:s3cr3t/more@h/", "alice:s3cr3t\xFF@h/"})
+          "//alice:s3cr3t@h/", ":/alice:s3cr3t@h/", "http://alice:s3cr3t/more@h/", "http://alice:s3cr3t?more@h/",
+          "alice:s3cr3t more@h/", "ftp://alice:s3cr3t/more@h/"})
         for (const std::vector<std::string>& command :
              {std::vector<std::string>{"get", "-x", "none"}, {"get", "-x", "none", "--json-errors"}, {"proxy"}}) {
             std::vector<std::string> arguments = command;

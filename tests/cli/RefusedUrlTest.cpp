@@ -66,4 +66,17 @@ TEST(RefusedUrl, OnlyFailuresOfTheUrlAreChanged) {
     EXPECT_EQ(maskingRefused("", [] { return 7; }), 7);
 }
 
+TEST(RefusedUrl, TheUrlMayChangeMeanwhile) {
+    std::string url = "http:/alice:wonder@h/";
+    try {
+        maskingRefused(url, [&] {
+            url = "another URL, which is longer";
+            throw vantik::Failure(refusal("FileNotFound", {}, "about http:/alice:wonder@h/"));
+        });
+        FAIL();
+    } catch (const vantik::Failure& failure) {
+        EXPECT_STREQ(failure.what(), "about http:/***@h/");
+    }
+}
+
 } // namespace
