@@ -85,6 +85,10 @@ std::string askPassword(const std::string& prompt) {
         const ssize_t count = read(terminal.descriptor(), &c, 1);
         if (count < 0 && errno == EINTR)
             continue;
+        if (count <= 0 && answer.empty()) { // Ctrl-D: nobody wants to answer, which is not an empty password
+            writeAll(terminal.descriptor(), "\n");
+            failUsage("no password was given");
+        }
         if (count <= 0 || c == '\n')
             break;
         answer += c;

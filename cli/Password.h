@@ -11,7 +11,8 @@ namespace netrove::cli {
 // asked for without echo where standard input is a terminal. Raises a usage failure where there is neither.
 void completePasswords(Settings& settings);
 
-// Asks on the controlling terminal, without echo. Raises an interrupt where the user presses Ctrl-C.
+// Asks on the controlling terminal, without echo. Raises an interrupt where the user presses Ctrl-C, and a usage
+// failure where the input ends without a password.
 std::string askPassword(const std::string& prompt);
 
 } // namespace netrove::cli

@@ -125,6 +125,24 @@ TEST(Login, CtrlCInsteadOfAPasswordIsAnInterrupt) {
     EXPECT_EQ(lastLine(outcome.Out), "netrove: NETROVE:cli:Interrupted: interrupted\r");
 }
 
+TEST(Login, CtrlDInsteadOfAPasswordSendsNothing) {
+    Program program({"get", "-u", "me", "--color", "never", "http://127.0.0.1:1/"}, atTerminal());
+    program.waitForOutput("Password for user 'me': ");
+    program.type("\x04");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 2) << outcome.Out;
+    EXPECT_EQ(lastLine(outcome.Out), "netrove: NETROVE:cli:Usage: no password was given\r");
+}
+
+TEST(Login, AnEmptyLineIsAnEmptyPassword) {
+    ScriptedServer server({step::expectHead(), step::send(response("in")), step::awaitPeerEnd()});
+    Program program({"get", "-u", "me", "--auth", "basic", server.url()}, atTerminal());
+    program.waitForOutput("Password for user 'me': ");
+    program.type("\n");
+    EXPECT_EQ(program.wait().Status, 0);
+    EXPECT_EQ(fieldValue(server.waitUntilDone().Heads.at(0), "Authorization"), "Basic bWU6"); // me:
+}
+
 TEST(Login, WithoutAPasswordAndWithoutATerminalItIsWrongUsage) {
     const Outcome outcome = run({"get", "-u", "me", "http://127.0.0.1:1/"});
     EXPECT_EQ(outcome.Status, 2);
