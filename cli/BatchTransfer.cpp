@@ -106,6 +106,7 @@ Settings batchSettings(const Settings& all, const BatchLine& line) {
 // What is known of an attempt when it fails.
 struct BatchTransfer::Attempt {
     BatchOutcome& Outcome;
+    int Number; // from 1, whether or not a request is made
     std::optional<OutputFile> File;
     std::optional<Exchange> Request{};
     FailedAttempt Failed{};
@@ -121,11 +122,10 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
     const Settings wanted = batchSettings(All, line);
     BatchOutcome outcome;
     try {
-        for (;;) {
+        for (int number = 1;; ++number) {
             if (Stop.raised())
                 break;
-            ++outcome.Attempts;
-            Attempt state{outcome, std::nullopt};
+            Attempt state{outcome, number, std::nullopt};
             state.Failed.Method = wanted.effectiveMethod();
             attempt(line, wanted, state);
             outcome.Time = Clock::now() - start;
@@ -135,7 +135,7 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
             }
             if (Stop.raised())
                 break;
-            const auto wait = Policy.waitAfter(outcome.Attempts, state.Failed);
+            const auto wait = Policy.waitAfter(number, state.Failed);
             if (!wait) {
                 journaled(Journal, [&](BatchJournal& journal) { journal.failed(line, outcome.Failed->Message); });
                 return outcome;
@@ -168,6 +168,7 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
             journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *state.File); });
         }
         state.Request.emplace(State, wanted, Screen);
+        ++outcome.Attempts; // a target or a body that is not to be had costs no request
         deliver(line, send(state, wanted.effectiveMethod()), state);
     } catch (const vantik::Interrupted& interrupted) {
         settle(state, interrupted.message(), {.Interrupted = true, .StoppedByProgram = interrupted.byProgram()});
@@ -197,7 +198,7 @@ Response BatchTransfer::send(Attempt& state, const std::string& method) {
     FailedAttempt judged = state.Failed;
     judged.Message = message;
     judged.Method = method;
-    if (All.Batch.Fail || Policy.waitAfter(state.Outcome.Attempts, judged))
+    if (All.Batch.Fail || Policy.waitAfter(state.Number, judged))
         throw vantik::Failure(std::move(message));
     return response;
 }

@@ -20,7 +20,7 @@ constexpr ExitMeaning kMeanings[] = {
     {kExitIncomplete, "incomplete content"},
     {kExitStatus, "status 400 and above with --fail, or outside 200 to 299 with --simple"},
     {kExitNotWritten, "file or output not written"},
-    {kExitNotRead, "content to send not read"},
+    {kExitNotRead, "content to send, or the list of batch, not read"},
     {kExitTimeout, "timeout"},
     {kExitStopped, "stopped by the consumer or the progress reporter"},
     {kExitRedirects, "too many redirects"},

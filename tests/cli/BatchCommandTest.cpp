@@ -87,6 +87,19 @@ TEST_F(BatchCommand, CredentialsOfABadLineAreNotShown) {
     }
 }
 
+TEST_F(BatchCommand, WhatFailsBeforeARequestIsNoAttempt) {
+    writeFile(Folder.file("list"), Server.url("/a") + " missing/a\n" + "{\"url\":\"" + Server.url("/b") +
+                                       "\",\"body_file\":\"nowhere\",\"target\":null}\n");
+    const Outcome outcome = batch({"list", "-j", "1", "--retry", "3"});
+    EXPECT_EQ(outcome.Status, 1) << outcome.Err;
+    ASSERT_EQ(results(outcome).size(), 2u);
+    EXPECT_EQ(results(outcome).at(0)["identifier"], "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(results(outcome).at(1)["identifier"], "NETROVE:cli:FileNotRead");
+    for (const Json& one : results(outcome))
+        EXPECT_EQ(one["attempts"], 0);
+    EXPECT_EQ(Server.allRequests(), 0u);
+}
+
 TEST_F(BatchCommand, AMissingManifestIsNamed) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 26);
