@@ -49,9 +49,12 @@ bool isSecretField(std::string_view name) {
 
 Field parseField(std::string_view text) {
     const auto colon = text.find(':');
+    // What is no field may be a credential all the same, so no more of it is shown than a word in front of a colon.
     if (colon == text.npos)
-        failUsage("a header field is written 'Name: value', not '" + printable(text) + "'");
+        failUsage("a header field is written 'Name: value'; this one has no colon");
     const std::string_view name = text.substr(0, colon);
+    if (const auto blank = name.find_first_of(" \t"); blank != name.npos)
+        failUsage("'" + printable(name.substr(0, blank)) + " ...' is not the name of a header field");
     checkFieldName(name);
     const std::string_view value = trimBlanks(text.substr(colon + 1));
     // A tab between words is the one control character that a value may hold.
@@ -61,6 +64,25 @@ Field parseField(std::string_view text) {
     if (bad)
         failUsage("the value of the header field '" + std::string(name) + "' is not printable ASCII");
     return {std::string(name), std::string(value)};
+}
+
+std::vector<Field> parseFieldLines(std::string_view text, std::string_view file) {
+    std::vector<Field> fields;
+    for (std::size_t start = 0, number = 1; start < text.size(); ++number) {
+        const auto end = std::min(text.find('\n', start), text.size());
+        std::string_view line = text.substr(start, end - start);
+        start = end + 1;
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
+        if (trimBlanks(line).empty())
+            continue;
+        try {
+            fields.push_back(parseField(line));
+        } catch (const vantik::Failure& failure) {
+            failUsage(printable(file) + ":" + std::to_string(number) + ": " + failure.message().Text);
+        }
+    }
+    return fields;
 }
 
 void checkFieldName(std::string_view name) {

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cli/Settings.h"
 
@@ -20,6 +21,8 @@ bool isSecretField(std::string_view name);
 // "Name: value"; blanks around the value are dropped. "Name:" leaves the library's own field out. Raises a usage
 // failure for anything that is not a field line of printable ASCII.
 Field parseField(std::string_view text);
+// A field a line, as parseField takes it; empty lines are skipped. `file` is named where a line is refused.
+std::vector<Field> parseFieldLines(std::string_view text, std::string_view file);
 
 // Each raises a usage failure naming what was wrong. A password is never repeated in the text.
 void checkFieldName(std::string_view name);

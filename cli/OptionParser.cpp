@@ -9,6 +9,7 @@
 
 #include "cli/CliFailure.h"
 #include "cli/ExitStatus.h"
+#include "cli/FieldText.h"
 #include "cli/Hints.h"
 #include "cli/Reference.h"
 #include "cli/RefusedUrl.h"
@@ -184,6 +185,13 @@ std::string_view secretPart(const SecretValue& value) {
         const auto start = text.find("://") == text.npos ? 0 : text.find("://") + 3;
         const auto at = text.rfind('@');
         return at == text.npos || at < start ? std::string_view() : text.substr(start, at - start);
+    }
+    case Secrecy::FieldValue: {
+        const auto colon = text.find(':');
+        if (colon == text.npos || !isSecretField(text.substr(0, colon)))
+            return {};
+        const auto first = text.find_first_not_of(" \t", colon + 1);
+        return first == text.npos ? std::string_view() : text.substr(first);
     }
     case Secrecy::None:
         break;

@@ -106,9 +106,25 @@ ColorChoice colorChoice(const std::string& text) {
     return ColorChoice::Auto;
 }
 
+// What "@FILE" names.
+std::string fileText(Settings& settings, const std::string& text) {
+    settings.InputReaders += text == "@-" ? 1 : 0;
+    return readWhole(text.substr(1));
+}
+
 void addBody(Settings& settings, const std::string& text) {
-    const std::string part = text.starts_with('@') ? readWhole(text.substr(1)) : text;
+    const std::string part = text.starts_with('@') ? fileText(settings, text) : text;
     settings.BodyText = settings.BodyText ? *settings.BodyText + "&" + part : part;
+}
+
+// A '@' begins no name of a field.
+void addFields(Settings& settings, const std::string& text) {
+    if (!text.starts_with('@')) {
+        settings.Fields.push_back(parseField(text));
+        return;
+    }
+    const std::vector<Field> fields = parseFieldLines(fileText(settings, text), text.substr(1));
+    settings.Fields.insert(settings.Fields.end(), fields.begin(), fields.end());
 }
 
 using S = Settings;
@@ -126,8 +142,8 @@ constexpr const char* kShowGroup = "What is shown";
 const OptionRow kOptions[] = {
     {"method", 'X', "M", kRequestGroup, kSend, "request method; without it GET, POST with a body, PUT with a streamed one",
      [](S& s, V v) { checkMethod(v); s.Method = v; }},
-    {"field", 'H', "'NAME: VALUE'", kRequestGroup, kTransfers, "add a header field; 'NAME:' leaves out the library's own. Repeatable",
-     [](S& s, V v) { s.Fields.push_back(parseField(v)); }},
+    {"field", 'H', "'NAME: VALUE'|@FILE", kRequestGroup, kTransfers, "add a header field, or with @FILE one a line from a file, where other users do not see them ('@-': standard input); 'NAME:' leaves out the library's own. Repeatable",
+     addFields, Secrecy::FieldValue},
     {"remove-field", 0, "NAME", kRequestGroup, kTransfers, "leave out all header fields of that name. Repeatable",
      [](S& s, V v) { checkFieldName(v); s.RemovedFields.push_back(v); }},
     {"body", 'd', "TEXT", kRequestGroup, kSend, "body from the command line, or from a file with @FILE; several are joined by '&'. Sent as a form unless -H names another Content-Type",

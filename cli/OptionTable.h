@@ -26,7 +26,7 @@ enum CommandSet : unsigned {
 };
 
 // Which part of a value is kept from the list of processes.
-enum class Secrecy { None, Whole, AfterColon, BeforeAt };
+enum class Secrecy { None, Whole, AfterColon, BeforeAt, FieldValue };
 
 struct OptionRow {
     std::string_view LongName;

@@ -38,6 +38,9 @@ void checkBody(const Settings& settings) {
     }
     refuse(settings.Simple && !settings.StreamFile.empty(),
            "--stream-file needs the newer interface; leave out --simple");
+    const int readers = settings.InputReaders + int(settings.BodyFile == "-") + int(settings.StreamFile == "-") +
+                        int(settings.Batch.Manifest == "-");
+    refuse(readers > 1, "standard input can be read for one thing only");
     refuse(settings.Chunked && !settings.hasBody(), "--chunked needs a body");
     refuse(settings.BufferSize != 0 && settings.StreamFile.empty(), "--buffer-size needs --stream-file");
 }

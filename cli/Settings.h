@@ -51,6 +51,7 @@ struct Settings {
     std::string BodyFile;         // "-": standard input
     std::string StreamFile;       // "-": standard input
     std::uint64_t BufferSize = 0; // bytes asked of the provider at a time; 0: the library's choice
+    int InputReaders = 0;         // options that have read standard input to its end
     bool Chunked = false;         // no Content-Length for content whose length is known
 
     // the response

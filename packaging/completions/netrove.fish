@@ -9,7 +9,7 @@ complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch p
 complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -a demo -d 'Show what netrove does against a small server of its own'
 complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -a help -d 'Explain a topic: options by group, exit statuses, environment, examples'
 complete -c netrove -n '__fish_seen_subcommand_from send' -l method -s X -x -d 'request method; without it GET, POST with a body, PUT with a streamed one'
-complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l field -s H -x -d 'add a header field; '\''NAME:'\'' leaves out the library'\''s own. Repeatable'
+complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l field -s H -x -d 'add a header field, or with @FILE one a line from a file, where other users do not see them ('\''@-'\'': standard input); '\''NAME:'\'' leaves out the library'\''s own. Repeatable'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l remove-field -x -d 'leave out all header fields of that name. Repeatable'
 complete -c netrove -n '__fish_seen_subcommand_from send' -l body -s d -x -d 'body from the command line, or from a file with @FILE; several are joined by '\''&'\''. Sent as a form unless -H names another Content-Type'
 complete -c netrove -n '__fish_seen_subcommand_from send' -l body-file -r -F -d 'body from a file held in memory; '\''-'\'' is standard input'

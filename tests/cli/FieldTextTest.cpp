@@ -47,6 +47,22 @@ TEST(FieldText, TheTextOfARefusalHoldsNoControlCharacters) {
         EXPECT_FALSE(hasControlBytes(usageText([&] { parseField(text); }))) << text;
 }
 
+TEST(FieldText, ARefusalRepeatsNoCredential) {
+    for (const std::string& text :
+         {"Authorization Bearer hush"s, "Cookie s=hush:x"s, "Authorization: hush\x01"s, "hush"s})
+        EXPECT_EQ(usageText([&] { parseField(text); }).find("hush"), std::string::npos) << text;
+}
+
+TEST(FieldText, LinesOfAFileAreFields) {
+    EXPECT_EQ(parseFieldLines("A: 1\r\n\n \t\nB:two\nA: 3", "file"),
+              (std::vector<Field>{{"A", "1"}, {"B", "two"}, {"A", "3"}}));
+    EXPECT_EQ(parseFieldLines("", "file"), std::vector<Field>{});
+    EXPECT_EQ(parseFieldLines("\n", "file"), std::vector<Field>{});
+    EXPECT_EQ(usageText([] { parseFieldLines("A: 1\n\nBearer hush\n", "to\nken"); }),
+              "to ken:3: a header field is written 'Name: value'; this one has no colon");
+    EXPECT_NE(usageText([] { parseFieldLines("A: 1\0B: 2"s, "file"); }), "");
+}
+
 TEST(FieldText, MethodsAreTokens) {
     for (const char* method : {"GET", "post", "M-SEARCH", "X_1"})
         EXPECT_EQ(usageText([&] { checkMethod(method); }), "") << method;

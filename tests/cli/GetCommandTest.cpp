@@ -49,6 +49,40 @@ TEST(GetCommand, ChunkedContentIsPutTogether) {
     EXPECT_EQ(difference(outcome.Out, content), "");
 }
 
+TEST(GetCommand, FieldsComeFromStandardInputWhereNobodySeesThem) {
+    ScriptedServer server(answer(response("")));
+    Surroundings around;
+    around.Input = "Authorization: Bearer tok\r\n\nX-Key: k\n";
+    const Outcome outcome = run({"get", server.url(), "-H", "@-", "-H", "X-One: 1"}, around);
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    const std::string head = server.waitUntilDone().Heads.at(0);
+    EXPECT_EQ(fieldValue(head, "Authorization"), "Bearer tok");
+    EXPECT_EQ(fieldValue(head, "X-Key"), "k");
+    EXPECT_EQ(fieldValue(head, "X-One"), "1");
+}
+
+TEST(GetCommand, StandardInputServesOneThing) {
+    for (const std::vector<std::string>& more :
+         {std::vector<std::string>{"-T", "-"}, {"--body-file", "-"}, {"-d", "@-"}}) {
+        Surroundings around;
+        around.Input = "A: 1\n";
+        std::vector<std::string> arguments = {"send", "http://127.0.0.1:1/", "-H", "@-"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        const Outcome outcome = run(arguments, around);
+        EXPECT_EQ(outcome.Status, 2);
+        EXPECT_NE(outcome.Err.find("standard input can be read for one thing only"), std::string::npos) << outcome.Err;
+    }
+}
+
+TEST(GetCommand, ATokenIsNotInTheListOfProcesses) {
+    ScriptedServer server({step::expectHead(), step::signal("sent"), step::awaitPeerEnd()});
+    const Program program({"get", "-H", "Authorization: Bearer tok", "-H", "Accept: text/html", server.url()});
+    server.waitFor("sent");
+    const std::string words = program.commandLine();
+    EXPECT_EQ(words.find("tok"), std::string::npos) << words;
+    EXPECT_NE(words.find("Accept: text/html"), std::string::npos) << words;
+}
+
 TEST(GetCommand, FieldsAreAddedReplacedAndRemoved) {
     ScriptedServer server(answer(response("")));
     const Outcome outcome = run({"get", server.url(), "-H", "X-One: 1", "-H", "X-One: 2", "-H", "User-Agent: me/2",

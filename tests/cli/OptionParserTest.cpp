@@ -157,6 +157,14 @@ TEST(OptionParser, SeveralBodiesAreJoinedAndFilesAreRead) {
     EXPECT_EQ(parse({"send", "http://h/", "-T", "-"}).Wanted.effectiveMethod(), "PUT");
 }
 
+TEST(OptionParser, FieldsOfAFileStandAmongTheOthers) {
+    const testsupport::TemporaryFolder folder;
+    testsupport::writeFile(folder.file("fields"), "Authorization: Bearer hush\nX-Key: k\n");
+    EXPECT_EQ(parse({"get", "-H", "A: 1", "-H", "@" + folder.file("fields"), "-H", "B: 2", "http://h/"}).Wanted.Fields,
+              (std::vector<Field>{{"A", "1"}, {"Authorization", "Bearer hush"}, {"X-Key", "k"}, {"B", "2"}}));
+    EXPECT_THROW(parse({"get", "-H", "@" + folder.file("none"), "http://h/"}), vantik::Failure);
+}
+
 TEST(OptionParser, CredentialsInTheUrlAreTakenOutOfIt) {
     Settings settings = parse({"get", "http://me:pass%20word@h/x"}).Wanted;
     EXPECT_EQ(settings.Url, "http://h/x");
@@ -260,6 +268,26 @@ TEST(OptionParser, SecretsAreWipedFromTheArguments) {
     EXPECT_EQ(words[10], "xxx@p:1");
     EXPECT_EQ(words[11], "http://xxxxxxxx@h/p@th");
     EXPECT_EQ(words[6], "you");
+}
+
+TEST(OptionParser, CredentialsInFieldsAreWipedFromTheArguments) {
+    std::vector<std::string> words = {"netrove",      "get",
+                                      "-H",           "Authorization: Bearer tok",
+                                      "-HCookie:s=1", "--field=proxy-authorization: \tb",
+                                      "-H",           "Accept: text/html",
+                                      "-H",           "Cookie:",
+                                      "http://h/"};
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
+    EXPECT_EQ(result.Wanted.Fields.at(0), (Field{"Authorization", "Bearer tok"}));
+    wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
+    EXPECT_EQ(words[3], "Authorization: xxxxxxxxxx");
+    EXPECT_EQ(words[4], "-HCookie:xxx");
+    EXPECT_EQ(words[5], "--field=proxy-authorization: \tx");
+    EXPECT_EQ(words[7], "Accept: text/html");
+    EXPECT_EQ(words[9], "Cookie:");
 }
 
 } // namespace

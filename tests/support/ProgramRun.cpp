@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -231,6 +232,11 @@ long Program::peakKiB() const {
         if (line.starts_with("VmHWM:"))
             return std::strtol(line.c_str() + 6, nullptr, 10);
     throw std::runtime_error("the program has ended");
+}
+
+std::string Program::commandLine() const {
+    std::ifstream words("/proc/" + std::to_string(Process) + "/cmdline", std::ios::binary);
+    return {std::istreambuf_iterator<char>(words), {}};
 }
 
 Outcome run(std::vector<std::string> arguments, const Surroundings& around) {

@@ -44,6 +44,7 @@ public:
     Outcome wait();                              // until it has ended
     // The largest resident size so far. What rusage says would count this process too, as it was at the start.
     long peakKiB() const;
+    std::string commandLine() const; // as the list of processes shows it, with a NUL behind each word
 
 private:
     pid_t Process = -1;
