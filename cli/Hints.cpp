@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -70,17 +71,30 @@ bool fits(const HintRow& row, const vantik::Message& message) {
     return (text.find(row.Needle) == text.npos) == row.Lacks;
 }
 
-// Insertions, deletions and replacements from one word to the other.
+// What people type who know other programs.
+struct OtherName {
+    std::string_view Word;
+    std::string_view Ours;
+};
+constexpr OtherName kOtherNames[] = {
+    {"-V", "--version"}, {"version", "--version"}, {"fetch", "get"},   {"download", "save"},
+    {"post", "send"},    {"put", "send"},          {"upload", "send"},
+};
+
+// Insertions, deletions, replacements and swaps of neighbours from one word to the other.
 std::size_t distance(std::string_view from, std::string_view to) {
+    std::vector<std::size_t> before(to.size() + 1);
+    std::vector<std::size_t> above(to.size() + 1);
     std::vector<std::size_t> row(to.size() + 1);
     std::iota(row.begin(), row.end(), std::size_t{0});
     for (std::size_t i = 0; i < from.size(); ++i) {
-        std::size_t diagonal = row[0];
+        std::swap(before, above);
+        std::swap(above, row);
         row[0] = i + 1;
         for (std::size_t j = 0; j < to.size(); ++j) {
-            const std::size_t above = row[j + 1];
-            row[j + 1] = std::min({above + 1, row[j] + 1, diagonal + (from[i] == to[j] ? 0 : 1)});
-            diagonal = above;
+            row[j + 1] = std::min({above[j + 1] + 1, row[j] + 1, above[j] + (from[i] == to[j] ? 0 : 1)});
+            if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j])
+                row[j + 1] = std::min(row[j + 1], before[j - 1] + 1);
         }
     }
     return row.back();
@@ -100,7 +114,12 @@ std::string_view hintFor(const vantik::Message& message) {
 }
 
 std::string_view nearestWord(std::string_view word, std::span<const std::string> known) {
-    constexpr std::size_t farthest = 2;
+    for (const OtherName& other : kOtherNames)
+        if (other.Word == word && std::find(known.begin(), known.end(), other.Ours) != known.end())
+            return other.Ours;
+    // Two letters of a short word make it another one.
+    constexpr std::size_t shortWord = 5;
+    const std::size_t farthest = word.size() <= shortWord ? 1 : 2;
     std::string_view nearest;
     std::size_t least = farthest + 1;
     for (const std::string& candidate : known)

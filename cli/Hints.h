@@ -22,7 +22,8 @@ std::span<const HintRow> hintTable();
 // Empty where there is nothing to say beyond the failure's own text.
 std::string_view hintFor(const vantik::Message& message);
 
-// The word of a list that a mistyped one is likely to mean: at most two letters away. Empty for none.
+// The word of a list that another one is likely to mean: what other programs call it, or a mistyped one, at most two
+// letters away and one where it is short. Empty for none.
 std::string_view nearestWord(std::string_view word, std::span<const std::string> known);
 
 } // namespace netrove::cli

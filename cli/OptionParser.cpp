@@ -144,6 +144,29 @@ unsigned commandSet(std::string_view name) {
     return 0;
 }
 
+// "--name" without its value, or a letter without what is written behind it, which may be a password.
+std::string optionName(const std::string& word) {
+    return word.starts_with("--") ? word.substr(0, word.find('=')) : word.substr(0, 2);
+}
+
+// "get and send have it"; empty where no command has an option of that name.
+std::string takersOf(std::string_view name) {
+    std::vector<std::string_view> takers;
+    for (const OptionRow& row : optionTable()) {
+        const bool named = name.starts_with("--") ? name.substr(2) == row.LongName
+                                                  : row.ShortName != 0 && name.ends_with(row.ShortName);
+        for (const CommandRow& command : commandTable())
+            if (named && (row.Commands & command.Set) != 0)
+                takers.push_back(command.Name);
+    }
+    if (takers.empty())
+        return {};
+    std::string text(takers.front());
+    for (std::size_t i = 1; i < takers.size(); ++i)
+        text += (i + 1 == takers.size() ? " and " : ", ") + std::string(takers[i]);
+    return text + (takers.size() == 1 ? " has it" : " have it");
+}
+
 // Names the first word that nothing in the table takes.
 [[noreturn]] void failOnExtras(const CLI::App& app) {
     const auto chosen = app.get_subcommands();
@@ -151,18 +174,20 @@ unsigned commandSet(std::string_view name) {
     const auto option =
         std::find_if(left.begin(), left.end(), [](const std::string& word) { return word.starts_with('-'); });
     if (option != left.end()) {
-        const std::string name = option->substr(0, option->find('='));
+        const std::string name = optionName(*option);
         std::vector<std::string> known = {"--help"};
         for (const OptionRow& row : optionTable())
             if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0)
                 known.push_back("--" + std::string(row.LongName));
+        const std::string takers = takersOf(name);
         failUsage("unknown option '" + printable(name) + "'" +
-                  (chosen.empty() ? "" : " for " + chosen.front()->get_name()) + suggestion(name, known));
+                  (chosen.empty() ? "" : " for " + chosen.front()->get_name()) +
+                  (takers.empty() ? suggestion(name, known) : "; " + takers));
     }
     if (!chosen.empty())
         failUsage("'" + printable(maskRefusedUrl(left.front())) + "' is one word too many for " +
                   chosen.front()->get_name());
-    std::vector<std::string> known;
+    std::vector<std::string> known = {"--help", "--version"};
     for (const CommandRow& command : commandTable())
         known.emplace_back(command.Name);
     const auto isUrl = [](const std::string& word) { return word.find("://") != word.npos; };

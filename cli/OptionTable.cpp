@@ -1,9 +1,12 @@
 #include "cli/OptionTable.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <optional>
+#include <type_traits>
 
 #include "cli/BodySource.h"
 #include "cli/CliFailure.h"
@@ -19,9 +22,10 @@ constexpr double kInfinite = std::numeric_limits<double>::infinity();
 constexpr double kLongestMs = 2147483647.0; // what the class can hold
 constexpr double kLongestSeconds = 1e8;     // fits a count of nanoseconds
 constexpr int kMostJobs = 64;
+constexpr int kMostDebug = 2;
 constexpr std::uint64_t kLargestBuffer = std::uint64_t{64} << 20;
 
-// Numbers are read the same way whatever the locale.
+// Numbers are read and shown the same way whatever the locale.
 template <class Number>
 std::optional<Number> parsed(std::string_view text) {
     Number value{};
@@ -31,11 +35,33 @@ std::optional<Number> parsed(std::string_view text) {
     return value;
 }
 
+[[noreturn]] void failValue(const char* option, const std::string& text, const std::string& wanted) {
+    failUsage("'" + printable(text) + "' is no value for --" + option + "; it takes " + wanted);
+}
+
+template <class Number>
+std::string shown(Number value) {
+    if constexpr (std::is_integral_v<Number>) {
+        return std::to_string(value);
+    } else {
+        std::array<char, 64> buffer{};
+        const auto written =
+            std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::fixed);
+        return {buffer.data(), written.ptr};
+    }
+}
+
+template <class Number>
+std::string rangeText(Number least, Number most) {
+    return std::string(std::is_integral_v<Number> ? "a whole number" : "a number") + " from " + shown(least) + " to " +
+           shown(most);
+}
+
 template <class Number>
 Number number(const char* option, const std::string& text, Number least, Number most) {
     const auto value = parsed<Number>(text);
     if (!value || !(*value >= least && *value <= most))
-        failUsage("'" + printable(text) + "' is no value for --" + option);
+        failValue(option, text, rangeText(least, most));
     return *value;
 }
 
@@ -45,28 +71,36 @@ double limitMs(const char* option, const std::string& text) {
     return value == 0 ? kInfinite : value;
 }
 
-// Bytes, with k, M or G for powers of 1024.
-std::uint64_t byteSize(const char* option, std::string text) {
+// Bytes, with k or M for powers of 1024.
+std::uint64_t byteSize(const char* option, const std::string& text) {
+    std::string_view digits = text;
     std::uint64_t factor = 1;
-    if (!text.empty()) {
-        const auto unit = std::string_view("kKmMgG").find(text.back());
-        if (unit != std::string_view::npos) {
-            factor = std::uint64_t{1} << (10 * (unit / 2 + 1));
-            text.pop_back();
-        }
-    }
-    return number<std::uint64_t>(option, text, 1, kLargestBuffer / factor) * factor;
+    if (text.ends_with('k') || text.ends_with('K'))
+        factor = std::uint64_t{1} << 10;
+    else if (text.ends_with('M') || text.ends_with('m'))
+        factor = std::uint64_t{1} << 20;
+    if (factor != 1)
+        digits.remove_suffix(1);
+    const auto value = parsed<std::uint64_t>(digits);
+    if (!value || *value == 0 || *value > kLargestBuffer / factor)
+        failValue(option, text,
+                  "a whole number from 1 to " + std::to_string(kLargestBuffer >> 20) + "M, with k or M behind it");
+    return *value * factor;
 }
 
+// The members of the class that holds them are written in the same way but for the case of letters.
+constexpr std::string_view kSchemes[] = {"Basic", "Digest", "NTLM", "Negotiate"};
+constexpr std::string_view kTypedSchemes[] = {"basic", "digest", "ntlm", "negotiate"};
+static_assert(std::size(kSchemes) == std::size(kTypedSchemes));
+
 std::vector<std::string> schemes(const char* option, const std::string& text) {
-    constexpr std::string_view kKnown[] = {"Basic", "Digest", "NTLM", "Negotiate"};
     std::vector<std::string> result;
     for (std::size_t start = 0; start <= text.size();) {
         const auto comma = std::min(text.find(',', start), text.size());
         const std::string_view word = std::string_view(text).substr(start, comma - start);
-        const auto* known = std::find_if(std::begin(kKnown), std::end(kKnown),
+        const auto* known = std::find_if(std::begin(kSchemes), std::end(kSchemes),
                                          [&](std::string_view name) { return equalsIgnoringCase(name, word); });
-        if (known == std::end(kKnown))
+        if (known == std::end(kSchemes))
             failUsage("'" + printable(word) + "' is no scheme for --" + option +
                       "; known are basic, digest, ntlm and negotiate");
         result.emplace_back(*known);
@@ -237,9 +271,9 @@ const OptionRow kOptions[] = {
     {"no-progress", 0, "", kShowGroup, kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
     {"verbose", 'v', "", kShowGroup, kSingle, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
-     [](S& s, V) { s.Debug = std::min(s.Debug + 1, 1000); }},
+     [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }},
     {"debug", 0, "N", kShowGroup, kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
-     [](S& s, V v) { s.Debug = number<int>("debug", v, 0, 1000); }},
+     [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
     {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content, or a failure as with --json-errors",
      [](S& s, V) { s.Json = true; }},
     {"show-password", 0, "", kShowGroup, kProxy, "print the password as it is",

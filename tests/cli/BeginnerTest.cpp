@@ -39,7 +39,12 @@ TEST(Beginner, WhoMistypesIsToldWhatWasMeant) {
     EXPECT_EQ(complaint({"gte", "http://h/"}, 2), std::string(Usage) + "unknown command 'gte'; did you mean get?\n");
     EXPECT_EQ(complaint({"get", "--ouput=x", "http://h/"}, 2),
               std::string(Usage) + "unknown option '--ouput' for get; did you mean --output?\n");
-    EXPECT_EQ(complaint({"demo", "--location"}, 2), std::string(Usage) + "unknown option '--location' for demo\n");
+    EXPECT_EQ(complaint({"demo", "--location"}, 2),
+              std::string(Usage) + "unknown option '--location' for demo; get, save, send and batch have it\n");
+    EXPECT_EQ(complaint({"fetch", "http://h/"}, 2),
+              std::string(Usage) + "unknown command 'fetch'; did you mean get?\n");
+    for (const char* word : {"version", "-V"})
+        EXPECT_THAT(complaint({word}, 2), HasSubstr("; did you mean --version?\n"));
     EXPECT_EQ(complaint({"get", "http://h/", "more"}, 2), std::string(Usage) + "'more' is one word too many for get\n");
     EXPECT_EQ(complaint({"get", "-o"}, 2), std::string(Usage) + "--output needs a value\n");
 }

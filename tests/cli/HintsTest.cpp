@@ -59,15 +59,27 @@ TEST(Hints, AnArgumentThatIsMissingOrANumberIsNoTrouble) {
     EXPECT_NE(hintFor({"NETROVE:cli", "StatusError", {std::int64_t{401}}, "it said so"}), "");
 }
 
-TEST(NearestWord, IsAtMostTwoLettersAway) {
-    const std::vector<std::string> known = {"get", "save", "send", "describe"};
+TEST(NearestWord, IsAtMostTwoLettersAwayAndOneWhereItIsShort) {
+    const std::vector<std::string> known = {"save", "send", "batch", "describe", "get"};
     EXPECT_EQ(nearestWord("gte", known), "get");
     EXPECT_EQ(nearestWord("sned", known), "send");
     EXPECT_EQ(nearestWord("discribe", known), "describe");
     EXPECT_EQ(nearestWord("describes", known), "describe");
-    EXPECT_EQ(nearestWord("fetch", known), "");
+    EXPECT_EQ(nearestWord("beach", known), "");
+    EXPECT_EQ(nearestWord("batsh", known), "batch");
+    EXPECT_EQ(nearestWord("gat", known), "get");
+    EXPECT_EQ(nearestWord("gut!", known), "");
+    EXPECT_EQ(nearestWord("decsribed", known), "describe");
     EXPECT_EQ(nearestWord("x", known), "");
     EXPECT_EQ(nearestWord("", known), "");
+}
+
+TEST(NearestWord, KnowsWhatOtherProgramsSay) {
+    const std::vector<std::string> known = {"batch", "get", "--version"};
+    EXPECT_EQ(nearestWord("fetch", known), "get");
+    EXPECT_EQ(nearestWord("version", known), "--version");
+    EXPECT_EQ(nearestWord("-V", known), "--version");
+    EXPECT_EQ(nearestWord("upload", known), "") << "no word of this list";
 }
 
 } // namespace

@@ -219,6 +219,8 @@ TEST(OptionParser, WrongUsageIsRefused) {
         {"get", "--proxy-password", "pw", "http://h/"},
         {"get", "-u", "me:pw", "--auth", "basic", "--simple", "http://h/"},
         {"get", "-x", "p:99999", "http://h/"},
+        {"get", "-x", "ftp://h:80", "http://h/"},
+        {"get", "--debug", "3", "http://h/"},
         {"get", "-x", "p:3128/path", "http://h/"},
         {"save", "http://h/", "-"},
         {"describe", "http://h/"},
@@ -232,6 +234,33 @@ TEST(OptionParser, WrongUsageIsRefused) {
         EXPECT_NE(text, "") << shown;
         EXPECT_EQ(text.find('\n'), std::string::npos) << shown;
     }
+}
+
+TEST(OptionParser, ARefusedValueComesWithItsRange) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> lines = {
+        {{"get", "--connect-timeout", "abc", "http://h/"},
+         "'abc' is no value for --connect-timeout; it takes a number from 0 to 2147483647"},
+        {{"get", "-m", "0", "http://h/"}, "'0' is no value for --max-time; it takes a number from 0.001 to 100000000"},
+        {{"batch", "--jobs", "65", "list"}, "'65' is no value for --jobs; it takes a whole number from 1 to 64"},
+        {{"get", "--debug", "7", "http://h/"}, "'7' is no value for --debug; it takes a whole number from 0 to 2"},
+        {{"send", "-T", "f", "--buffer-size", "1G", "http://h/"},
+         "'1G' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it"},
+        {{"send", "-T", "f", "--buffer-size", "65M", "http://h/"},
+         "'65M' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it"},
+    };
+    for (const auto& [line, text] : lines)
+        EXPECT_EQ(refusal(line), text);
+    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "64M", "http://h/"}).Wanted.BufferSize, 64u << 20);
+    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "67108864", "http://h/"}).Wanted.BufferSize, 64u << 20);
+}
+
+TEST(OptionParser, AnOptionOfAnotherCommandIsSaidToBeThere) {
+    EXPECT_EQ(refusal({"get", "-X", "POST", "http://h/"}), "unknown option '-X' for get; send has it");
+    EXPECT_EQ(refusal({"get", "-d", "a=b", "http://h/"}), "unknown option '-d' for get; send has it");
+    EXPECT_EQ(refusal({"save", "-ox", "http://h/"}), "unknown option '-o' for save; get and send have it");
+    EXPECT_EQ(refusal({"get", "--jobs=3", "http://h/"}), "unknown option '--jobs' for get; batch has it");
+    EXPECT_EQ(refusal({"-i", "http://h/"}), "unknown option '-i'; get and send have it");
+    EXPECT_EQ(refusal({"get", "-psecret", "http://h/"}), "unknown option '-p' for get");
 }
 
 TEST(OptionParser, HelpIsTextAndNoFailure) {
