@@ -248,7 +248,7 @@ const OptionRow kOptions[] = {
     {"proxy-auth", 0, "LIST", kLoginGroup, kTransfers, "authentication schemes for the proxy",
      [](S& s, V v) { s.ProxyAuth = schemes("proxy-auth", v); }},
 
-    {"proxy", 'x', "HOST:PORT|auto|none", kNetGroup, kTransfers, "proxy; auto (the default) asks the environment and the desktop's settings, none connects directly",
+    {"proxy", 'x', "HOST:PORT|auto|none", kNetGroup, kTransfers, "proxy, or a URL with http, https, socks4, socks4a, socks5 or socks5h in front; without a port 80, with https 443, with socks 1080. auto (the default) asks the environment and the desktop's settings, none connects directly",
      takeProxy, Secrecy::BeforeAt},
     {"connect-timeout", 0, "MS", kNetGroup, kTransfers, "longest wait for a connection in milliseconds, 0 for no limit (default 30000)",
      [](S& s, V v) { s.ConnectTimeout = limitMs("connect-timeout", v); }},

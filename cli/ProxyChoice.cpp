@@ -1,6 +1,8 @@
 #include "cli/ProxyChoice.h"
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 
 #include "cli/CliFailure.h"
 #include "cli/FieldText.h"
@@ -10,6 +12,7 @@ namespace netrove::cli {
 
 namespace {
 
+constexpr std::string_view kSchemes[] = {"http", "https", "socks4", "socks4a", "socks5", "socks5h"};
 constexpr unsigned kHttpPort = 80;
 constexpr unsigned kSocksPort = 1080;
 
@@ -38,6 +41,8 @@ ProxyChoice parseProxy(std::string_view text) {
     const UrlParts parts = splitUrl(url);
     if (parts.Host.empty() || (!parts.Path.empty() && parts.Path != "/"))
         failUsage("a proxy is written [scheme://][user@]host[:port]");
+    if (std::find(std::begin(kSchemes), std::end(kSchemes), parts.Scheme) == std::end(kSchemes))
+        failUsage("the scheme of a proxy is http, https, socks4, socks4a, socks5 or socks5h");
     choice.Host = parts.Scheme == "http" ? parts.Host : parts.Scheme + "://" + parts.Host;
     choice.Port = parsePort(parts.Port, parts.Scheme);
     choice.User = user.User;

@@ -39,7 +39,8 @@ TEST(ProxyChoice, CredentialsAreTakenOut) {
 }
 
 TEST(ProxyChoice, WhatIsNoProxyIsRefused) {
-    for (const char* text : {"proxy:0", "proxy:65536", "proxy:abc", "proxy:1/x", "http://", ":3128", "a\r\nb:1"}) {
+    for (const char* text : {"proxy:0", "proxy:65536", "proxy:abc", "proxy:1/x", "http://", ":3128", "a\r\nb:1",
+                             "ftp://h:80", "socks://h:1080", "me:pw://h"}) {
         try {
             parseProxy(text);
             ADD_FAILURE() << text;
