@@ -193,7 +193,7 @@ const OptionRow kOptions[] = {
     {"simple", 0, "", kRequestGroup, kSingle, "the older interface: every authentication scheme is allowed, and a status outside 200 to 299 fails",
      [](S& s, V) { s.Simple = true; }},
 
-    {"output", 'o', "FILE", kResponseGroup, kGet | kSend, "write the content to a file, which appears when it is complete; '-' is standard output, whatever the content",
+    {"output", 'o', "FILE", kResponseGroup, kGet | kSend, "write the content to a file, which appears when it is complete and replaces one that is there; '-' is standard output, whatever the content",
      [](S& s, V v) { s.OutputFile = nonEmpty("output", v); }},
     {"force", 0, "", kResponseGroup, kSave | kBatch, "replace a file that is there",
      [](S& s, V) { s.Force = true; }},

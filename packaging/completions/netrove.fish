@@ -17,7 +17,7 @@ complete -c netrove -n '__fish_seen_subcommand_from send' -l stream-file -s T -r
 complete -c netrove -n '__fish_seen_subcommand_from send' -l buffer-size -x -d 'bytes asked of the provider at a time; k and M are 1024 and 1048576'
 complete -c netrove -n '__fish_seen_subcommand_from send' -l chunked -d 'do not tell the length of the body, even where it is known'
 complete -c netrove -n '__fish_seen_subcommand_from get save send' -l simple -d 'the older interface: every authentication scheme is allowed, and a status outside 200 to 299 fails'
-complete -c netrove -n '__fish_seen_subcommand_from get send' -l output -s o -r -F -d 'write the content to a file, which appears when it is complete; '\''-'\'' is standard output, whatever the content'
+complete -c netrove -n '__fish_seen_subcommand_from get send' -l output -s o -r -F -d 'write the content to a file, which appears when it is complete and replaces one that is there; '\''-'\'' is standard output, whatever the content'
 complete -c netrove -n '__fish_seen_subcommand_from save batch' -l force -d 'replace a file that is there'
 complete -c netrove -n '__fish_seen_subcommand_from get send' -l include -s i -d 'write the head of the response before its content'
 complete -c netrove -n '__fish_seen_subcommand_from get save send' -l consumer -d 'receive through a consumer object into a file too; standard output always does'
