@@ -15,12 +15,16 @@ constexpr std::string_view kOrigin = "Change the tables of the command line inst
 // How the value of an option is completed: the name of the value says it.
 struct Values {
     bool Files = false;
+    bool List = false; // several of the words, by commas
     std::vector<std::string> Words;
 };
 
 Values valuesOf(const OptionRow& row) {
     Values values;
     values.Files = row.ValueName == "FILE";
+    values.List = row.ValueName == "LIST";
+    if (values.List)
+        values.Words.assign(knownSchemes().begin(), knownSchemes().end());
     if (row.ValueName.find('|') == row.ValueName.npos)
         return values;
     for (std::size_t start = 0; start <= row.ValueName.size();) {
@@ -61,6 +65,14 @@ std::vector<std::string> commandWords() {
     return words;
 }
 
+// What can stand behind a command that takes a topic.
+std::vector<std::string> helpWords() {
+    std::vector<std::string> words = commandWords();
+    const std::vector<std::string> topics = topicNames();
+    words.insert(words.end(), topics.begin(), topics.end());
+    return words;
+}
+
 // Text in single quotes, for a shell that ends and begins them around a quote.
 std::string quoted(std::string_view text) {
     std::string result = "'";
@@ -91,6 +103,8 @@ std::string zshValue(const OptionRow& row) {
     const std::string what = ":" + zshText(row.ValueName) + ":";
     if (values.Files)
         return what + "_files";
+    if (values.List)
+        return what + "_values -s , scheme " + joined(values.Words);
     return values.Words.empty() ? what : what + "(" + joined(values.Words) + ")";
 }
 
@@ -105,6 +119,19 @@ std::string zshOptions(unsigned commands) {
         text += "        " + quoted("*--" + std::string(row.LongName) + description) + "\n";
     }
     return text + "        '(- *)'{-h,--help}'[print help]'\n";
+}
+
+// What follows the condition in a line of fish.
+std::string fishOption(const OptionRow& row) {
+    std::string text = "-l " + std::string(row.LongName);
+    if (row.ShortName != 0)
+        text += std::string(" -s ") + row.ShortName;
+    const Values values = valuesOf(row);
+    if (!row.ValueName.empty())
+        text += values.Files ? " -r -F" : " -x";
+    if (!values.Words.empty())
+        text += " -a " + quoted(joined(values.Words));
+    return text + " -d " + quoted(row.Help) + "\n";
 }
 
 } // namespace
@@ -140,6 +167,9 @@ std::string bashCompletion() {
         text += ")\n";
         if (values.Files)
             text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
+        else if (values.List)
+            text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
+                    quoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
         else if (!values.Words.empty())
             text += "        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(values.Words)) + " -- \"$word\")\n";
         text += "        return\n        ;;\n";
@@ -148,7 +178,11 @@ std::string bashCompletion() {
     for (const CommandRow& command : commandTable()) {
         text += "    " + std::string(command.Name) + ")\n        [[ $word == -* ]] &&\n" +
                 "            mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(optionWords(command.Set))) +
-                " -- \"$word\")\n        ;;\n";
+                " -- \"$word\")\n";
+        if (command.Topic)
+            text += "        [[ $word == -* ]] ||\n            mapfile -t COMPREPLY < <(compgen -W " +
+                    quoted(joined(helpWords())) + " -- \"$word\")\n";
+        text += "        ;;\n";
     }
     std::vector<std::string> first = commandWords();
     for (const std::string& word : optionWords(kProgram))
@@ -167,8 +201,10 @@ std::string zshCompletion() {
         text += "            " + quoted(std::string(command.Name) + ":" + std::string(command.Summary)) + "\n";
     text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
     for (const CommandRow& command : commandTable()) {
+        const std::string rest =
+            command.Topic ? "'1:topic:(" + joined(helpWords()) + ")'" : std::string("'*:argument:_default'");
         text += "        " + std::string(command.Name) + ")\n            local -a options=(\n" +
-                zshOptions(command.Set) + "            )\n            _arguments -s $options '*:argument:_default'\n" +
+                zshOptions(command.Set) + "            )\n            _arguments -s $options " + rest + "\n" +
                 "            ;;\n";
     }
     return text + "        esac\n        ;;\n    esac\n}\n_netrove \"$@\"\n";
@@ -176,29 +212,25 @@ std::string zshCompletion() {
 
 std::string fishCompletion() {
     std::string text = "# Completion for fish, made by 'netrove help fish'. " + std::string(kOrigin);
-    const std::string all = joined(commandWords());
-    text += "complete -c netrove -f -n 'not __fish_seen_subcommand_from " + all + "' -l version\n";
+    const std::string before = "not __fish_seen_subcommand_from " + joined(commandWords());
+    for (const OptionRow& row : optionTable())
+        if ((row.Commands & kProgram) != 0)
+            text += "complete -c netrove -f -n '" + before + "' " + fishOption(row);
     for (const CommandRow& command : commandTable())
-        text += "complete -c netrove -f -n 'not __fish_seen_subcommand_from " + all + "' -a " +
-                std::string(command.Name) + " -d " + quoted(command.Summary) + "\n";
+        text += "complete -c netrove -f -n '" + before + "' -a " + std::string(command.Name) + " -d " +
+                quoted(command.Summary) + "\n";
     for (const OptionRow& row : optionTable()) {
         std::vector<std::string> takers;
         for (const CommandRow& command : commandTable())
             if ((row.Commands & command.Set) != 0)
                 takers.emplace_back(command.Name);
-        if (takers.empty())
-            continue;
-        text += "complete -c netrove -n '__fish_seen_subcommand_from " + joined(takers) + "' -l " +
-                std::string(row.LongName);
-        if (row.ShortName != 0)
-            text += std::string(" -s ") + row.ShortName;
-        const Values values = valuesOf(row);
-        if (!row.ValueName.empty())
-            text += values.Files ? " -r -F" : " -x";
-        if (!values.Words.empty())
-            text += " -a " + quoted(joined(values.Words));
-        text += " -d " + quoted(row.Help) + "\n";
+        if (!takers.empty())
+            text += "complete -c netrove -n '__fish_seen_subcommand_from " + joined(takers) + "' " + fishOption(row);
     }
+    for (const CommandRow& command : commandTable())
+        if (command.Topic)
+            text += "complete -c netrove -f -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
+                    quoted(joined(helpWords())) + "\n";
     return text;
 }
 

@@ -304,6 +304,10 @@ std::span<const OptionRow> optionTable() {
     return kOptions;
 }
 
+std::span<const std::string_view> knownSchemes() {
+    return kTypedSchemes;
+}
+
 std::span<const CommandRow> commandTable() {
     return kCommands;
 }

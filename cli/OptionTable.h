@@ -42,6 +42,9 @@ struct OptionRow {
 
 std::span<const OptionRow> optionTable(); // in the order of the help
 
+// The authentication schemes that an option with the value LIST takes, as they are written.
+std::span<const std::string_view> knownSchemes();
+
 struct CommandRow {
     std::string_view Name;
     Command Kind;

@@ -134,6 +134,7 @@ std::string allText() {
 constexpr TopicRow kTopics[] = {
     {"request", "what is sent", [] { return groupText("Request"); }},
     {"response", "what becomes of the answer", [] { return groupText("Response"); }},
+    {"transfers", "many transfers: jobs, attempts, parts, journal", [] { return groupText("Many transfers"); }},
     {"credentials", "users, passwords, schemes", [] { return groupText("Credentials"); }},
     {"limits", "proxy and timeouts", [] { return groupText("Proxy and limits"); }},
     {"tls", "certificates", [] { return groupText("TLS"); }},
@@ -163,6 +164,13 @@ std::string topicList() {
     for (const TopicRow& row : kTopics)
         text += "  " + std::string(row.Name) + std::string(14 - row.Name.size(), ' ') + std::string(row.Summary) + "\n";
     return text;
+}
+
+std::vector<std::string> topicNames() {
+    std::vector<std::string> names;
+    for (const TopicRow& row : kTopics)
+        names.emplace_back(row.Name);
+    return names;
 }
 
 std::string helpTopic(std::string_view topic) {

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -24,6 +25,7 @@ std::span<const ExampleRow> exampleTable();
 // What `netrove help TOPIC` prints; a usage failure names the topics there are. Commands have their own help.
 std::string helpTopic(std::string_view topic);
 std::string topicList();
+std::vector<std::string> topicNames(); // without the commands
 
 std::string manPage(); // section 1, as roff
 std::string bashCompletion();

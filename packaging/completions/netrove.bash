@@ -67,6 +67,7 @@ _netrove() {
         return
         ;;
     --auth)
+        mapfile -t COMPREPLY < <(compgen -P "${word%"${word##*,}"}" -W 'basic digest ntlm negotiate' -- "${word##*,}")
         return
         ;;
     --proxy-user)
@@ -76,6 +77,7 @@ _netrove() {
         return
         ;;
     --proxy-auth)
+        mapfile -t COMPREPLY < <(compgen -P "${word%"${word##*,}"}" -W 'basic digest ntlm negotiate' -- "${word##*,}")
         return
         ;;
     --proxy | -x)
@@ -138,6 +140,8 @@ _netrove() {
     help)
         [[ $word == -* ]] &&
             mapfile -t COMPREPLY < <(compgen -W '--json-errors --color --help -h' -- "$word")
+        [[ $word == -* ]] ||
+            mapfile -t COMPREPLY < <(compgen -W 'get save send batch proxy describe demo help request response transfers credentials limits tls output exit environment examples all man bash zsh fish' -- "$word")
         ;;
     *)
         mapfile -t COMPREPLY < <(compgen -W 'get save send batch proxy describe demo help --json-errors --color --version --help -h' -- "$word")

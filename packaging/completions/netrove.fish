@@ -1,5 +1,7 @@
 # Completion for fish, made by 'netrove help fish'. Change the tables of the command line instead.
-complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -l version
+complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -l json-errors -d 'report a failure as one JSON object'
+complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -l color -x -a 'auto always never' -d 'colours: auto, always or never; NO_COLOR in the environment means never for auto'
+complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -l version -d 'print the version, features and components'
 complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -a get -d 'Fetch a URL and write its content to standard output'
 complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -a save -d 'Fetch a URL into a file, which is complete or not there at all'
 complete -c netrove -f -n 'not __fish_seen_subcommand_from get save send batch proxy describe demo help' -a send -d 'Make any request: method, fields, body, streaming'
@@ -59,3 +61,4 @@ complete -c netrove -n '__fish_seen_subcommand_from send proxy describe' -l json
 complete -c netrove -n '__fish_seen_subcommand_from proxy' -l show-password -d 'print the password as it is'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch proxy describe demo help' -l json-errors -d 'report a failure as one JSON object'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch proxy describe demo help' -l color -x -a 'auto always never' -d 'colours: auto, always or never; NO_COLOR in the environment means never for auto'
+complete -c netrove -f -n '__fish_seen_subcommand_from help' -a 'get save send batch proxy describe demo help request response transfers credentials limits tls output exit environment examples all man bash zsh fish'

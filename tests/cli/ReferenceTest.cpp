@@ -1,6 +1,8 @@
 // Help by topic, man page and completions: everything in the tables is in them.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -13,6 +15,7 @@
 namespace {
 
 using namespace netrove::cli;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -56,10 +59,15 @@ TEST(Reference, EveryCommandExitStatusVariableAndExampleIsInTheManPage) {
 // Groups of the table and topics of the help are two lists.
 TEST(Reference, EveryGroupOfOptionsHasATopic) {
     const std::string all = helpTopic("all");
-    for (const char* topic : {"request", "response", "credentials", "limits", "tls", "output"}) {
-        const std::string text = helpTopic(topic);
-        EXPECT_THAT(all, HasSubstr(text));
-        EXPECT_THAT(text, HasSubstr("--")) << topic;
+    const std::vector<std::string> topics = topicNames();
+    for (const OptionRow& row : optionTable()) {
+        const std::string beginning = std::string(row.Group) + "\n\n";
+        const auto topic = std::find_if(topics.begin(), topics.end(), [&](const std::string& name) {
+            return name != "all" && helpTopic(name).starts_with(beginning);
+        });
+        ASSERT_NE(topic, topics.end()) << row.Group;
+        EXPECT_THAT(helpTopic(*topic), HasSubstr("--" + std::string(row.LongName)));
+        EXPECT_THAT(all, HasSubstr(helpTopic(*topic)));
     }
 }
 
@@ -72,12 +80,35 @@ TEST(Reference, ShellsAcceptTheirCompletions) {
                                                "printf '%s\\n' \"${COMPREPLY[@]}\" > options\n"
                                                "COMP_WORDS=(netrove send --color a); COMP_CWORD=3; _netrove\n"
                                                "printf '%s\\n' \"${COMPREPLY[@]}\" > values\n"
+                                               "COMP_WORDS=(netrove get --auth d); COMP_CWORD=3; _netrove\n"
+                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > scheme\n"
+                                               "COMP_WORDS=(netrove get --auth basic,n); COMP_CWORD=3; _netrove\n"
+                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > schemes\n"
+                                               "COMP_WORDS=(netrove help e); COMP_CWORD=2; _netrove\n"
+                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > topics\n"
                                                "COMP_WORDS=(netrove d); COMP_CWORD=1; _netrove\n"
                                                "printf '%s\\n' \"${COMPREPLY[@]}\" > commands\n");
     ASSERT_EQ(std::system(("cd " + folder.path() + " && bash try").c_str()), 0);
     EXPECT_EQ(testsupport::readFile(folder.file("options")), "--consumer\n--connect-timeout\n--color\n");
     EXPECT_EQ(testsupport::readFile(folder.file("values")), "auto\nalways\n");
+    EXPECT_EQ(testsupport::readFile(folder.file("scheme")), "digest\n");
+    EXPECT_EQ(testsupport::readFile(folder.file("schemes")), "basic,ntlm\nbasic,negotiate\n");
+    EXPECT_EQ(testsupport::readFile(folder.file("topics")), "exit\nenvironment\nexamples\n");
     EXPECT_EQ(testsupport::readFile(folder.file("commands")), "describe\ndemo\n");
+}
+
+TEST(Reference, TopicsSchemesAndOptionsInFrontOfACommandAreOffered) {
+    const std::string fish = fishCompletion();
+    const std::string zsh = zshCompletion();
+    EXPECT_THAT(fish, HasSubstr("-n '__fish_seen_subcommand_from help' -a 'get save"));
+    EXPECT_THAT(fish, HasSubstr("-l auth -x -a 'basic digest ntlm negotiate'"));
+    for (const char* name : {"version", "json-errors", "color"})
+        EXPECT_THAT(fish, ContainsRegex("not __fish_seen_subcommand_from [a-z ]*' -l " + std::string(name)));
+    EXPECT_THAT(zsh, HasSubstr("'1:topic:(get save"));
+    EXPECT_THAT(zsh, HasSubstr(":LIST:_values -s , scheme basic digest ntlm negotiate'"));
+    const std::string words = fish.substr(fish.rfind(" -a "));
+    for (const std::string& topic : topicNames())
+        EXPECT_THAT(words, HasSubstr(" " + topic));
 }
 
 TEST(Help, TopicsAreListedAndExplained) {
