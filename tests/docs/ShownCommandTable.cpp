@@ -43,6 +43,7 @@ constexpr CommandRow kCommands[] = {
 
     {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/InformationCommandsTest.cpp: HelpOption, GoesToStandardOutput"},
     {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/ReferencePagesTest.cpp: ReferencePage, IsWhatTheProgramPrints"},
+    {"docs/cli.md", R"(printf 'Authorization: Bearer %s\n' "$TOKEN" | netrove get -H @- https://example.org/)", Way::Here, ""},
     {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list stand below it"},
 
     {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
