@@ -26,6 +26,7 @@ constexpr ExitMeaning kMeanings[] = {
     {kExitRedirects, "too many redirects"},
     {kExitTls, "TLS: certificate or handshake"},
     {kExitDecoding, "content could not be decoded"},
+    {kExitHungUp, "hung up (the terminal is gone)"},
     {kExitInterrupted, "interrupted (Ctrl-C)"},
     {kExitTerminated, "terminated"},
 };
@@ -73,6 +74,18 @@ constexpr Row kRows[] = {
     {"NETROVE:cli:TooManyRedirects", kExitRedirects},
 };
 
+struct SignalRow {
+    int Number;
+    std::string_view Name;
+    int Status;
+};
+
+constexpr SignalRow kSignals[] = {
+    {SIGHUP, "SIGHUP", kExitHungUp},
+    {SIGINT, "SIGINT", kExitInterrupted},
+    {SIGTERM, "SIGTERM", kExitTerminated},
+};
+
 bool firstArgumentIs(const vantik::Message& message, std::string_view text) {
     if (message.Arguments.empty())
         return false;
@@ -110,11 +123,9 @@ int exitStatus(const vantik::Message& message) {
 }
 
 Verdict judge(const vantik::Message& message, const Circumstances& circumstances) {
-    if (circumstances.Signal != 0) {
-        const bool terminated = circumstances.Signal == SIGTERM;
-        return {cliMessage(failure::kInterrupted, {terminated ? "SIGTERM" : "SIGINT"}, "interrupted"),
-                terminated ? kExitTerminated : kExitInterrupted};
-    }
+    for (const SignalRow& row : kSignals)
+        if (row.Number == circumstances.Signal)
+            return {cliMessage(failure::kInterrupted, {std::string(row.Name)}, "interrupted"), row.Status};
     if (circumstances.MaxTimeElapsed && couldBeInterrupt(message, circumstances)) {
         const std::string seconds = secondsText(circumstances.MaxTimeSeconds);
         return {

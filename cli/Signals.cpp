@@ -20,6 +20,7 @@ std::atomic<int> theSignal = 0;
 std::atomic<int> theWakeEnd = -1; // written by the handler, so that a poll cannot miss a signal that came before it
 
 int wakePipe[2] = {-1, -1};
+struct sigaction previousHup;
 struct sigaction previousInt;
 struct sigaction previousTerm;
 struct sigaction previousPipe;
@@ -34,6 +35,12 @@ extern "C" void onSignal(int number) {
     if (const int end = theWakeEnd.load(); end >= 0) [[maybe_unused]]
         const auto written = write(end, "!", 1); // full: the reader wakes anyhow
     errno = savedErrno;
+}
+
+void handleUnlessIgnored(int number, const struct sigaction& action, struct sigaction& previous) {
+    sigaction(number, nullptr, &previous);
+    if (previous.sa_handler != SIG_IGN)
+        sigaction(number, &action, nullptr);
 }
 
 int remainingMs(std::optional<Clock::time_point> until) {
@@ -70,9 +77,9 @@ SignalScope::SignalScope(vantik::Host& host) {
     struct sigaction action = {};
     action.sa_handler = onSignal; // without SA_RESTART: a blocked read or write of this program must return
     sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, nullptr, &previousInt);
-    if (previousInt.sa_handler != SIG_IGN) // a shell ignores Ctrl-C for what it runs in the background
-        sigaction(SIGINT, &action, nullptr);
+    // A shell ignores Ctrl-C for what it runs in the background, and nohup the end of the terminal.
+    handleUnlessIgnored(SIGHUP, action, previousHup);
+    handleUnlessIgnored(SIGINT, action, previousInt);
     sigaction(SIGTERM, &action, &previousTerm);
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN; // a reader that went away is a failed write
@@ -80,6 +87,7 @@ SignalScope::SignalScope(vantik::Host& host) {
 }
 
 SignalScope::~SignalScope() {
+    sigaction(SIGHUP, &previousHup, nullptr);
     sigaction(SIGINT, &previousInt, nullptr);
     sigaction(SIGTERM, &previousTerm, nullptr);
     sigaction(SIGPIPE, &previousPipe, nullptr);

@@ -1,4 +1,5 @@
-// Ctrl-C and termination. The first signal asks the host to stop what it does; a second one ends the program at once.
+// Ctrl-C, termination and a terminal that goes away. The first signal asks the host to stop what it does; a second one
+// ends the program at once.
 #pragma once
 
 #include <chrono>

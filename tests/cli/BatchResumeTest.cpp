@@ -55,9 +55,10 @@ TEST_F(BatchResume, AKilledRunGoesOnWhereItStopped) {
 }
 
 TEST_F(BatchResume, AnInterruptedRunGoesOnWhereItStopped) {
-    for (const int number : {SIGINT, SIGTERM}) {
+    std::size_t runs = 0;
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         Program program = stoppedAtThree();
-        Server.waitForRequest("/n/3", number == SIGINT ? 1 : 2);
+        Server.waitForRequest("/n/3", ++runs);
         program.signal(number);
         const Outcome outcome = program.wait();
         EXPECT_EQ(outcome.Status, 128 + number) << outcome.Err;

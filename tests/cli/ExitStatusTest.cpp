@@ -66,7 +66,7 @@ TEST(ExitStatus, EveryStatusOfTheTableIsExplained) {
         EXPECT_FALSE(meaning.Meaning.empty());
         EXPECT_TRUE(explained.insert(meaning.Status).second) << meaning.Status;
     }
-    EXPECT_EQ(explained, (std::set<int>{0, 1, 2, 3, 6, 7, 18, 22, 23, 26, 28, 42, 47, 60, 61, 130, 143}));
+    EXPECT_EQ(explained, (std::set<int>{0, 1, 2, 3, 6, 7, 18, 22, 23, 26, 28, 42, 47, 60, 61, 129, 130, 143}));
 }
 
 TEST(ExitStatus, ALocalWriteFailureIsToldFromOtherCopyFailures) {
@@ -83,6 +83,7 @@ TEST(Judge, ASignalSeenIsAnInterruptWhateverTheIdentifier) {
         EXPECT_EQ(verdict.Message.identifier(), "NETROVE:cli:Interrupted");
     }
     EXPECT_EQ(judge(message("VANTIK:webservices:ConnectionFailed"), {.Signal = SIGTERM}).Status, 143);
+    EXPECT_EQ(judge(message("VANTIK:webservices:ConnectionFailed"), {.Signal = SIGHUP}).Status, 129);
 }
 
 TEST(Judge, AnElapsedTotalTimeIsATimeoutWhereAnInterruptCouldBeBehindTheFailure) {

@@ -1,5 +1,6 @@
 #include <csignal>
 #include <string>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -18,8 +19,8 @@ using namespace testsupport;
 
 constexpr const char* kInterrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
 
-TEST(Interrupt, WhileTheServerIsSilentIsOneHundredAndThirty) {
-    for (const int number : {SIGINT, SIGTERM}) {
+TEST(Interrupt, WhileTheServerIsSilentIsOneHundredAndTwentyEightAndTheSignal) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         ScriptedServer server({step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
         Program program({"get", server.url()});
         server.waitFor("asked");
@@ -86,12 +87,15 @@ TEST(Interrupt, WhileNobodyReadsTheOutputIsOneHundredAndThirty) {
 }
 
 TEST(Interrupt, JsonSaysSo) {
-    ScriptedServer server({step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
-    Program program({"get", "--json-errors", server.url()});
-    server.waitFor("asked");
-    program.signal(SIGINT);
-    EXPECT_EQ(program.wait().Err, "{\"identifier\":\"NETROVE:cli:Interrupted\",\"message\":\"interrupted\","
-                                  "\"arguments\":[\"SIGINT\"],\"exit\":130}\n");
+    for (const auto& [number, name] : {std::pair(SIGINT, "SIGINT"), {SIGTERM, "SIGTERM"}, {SIGHUP, "SIGHUP"}}) {
+        ScriptedServer server({step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
+        Program program({"get", "--json-errors", server.url()});
+        server.waitFor("asked");
+        program.signal(number);
+        EXPECT_EQ(program.wait().Err, "{\"identifier\":\"NETROVE:cli:Interrupted\",\"message\":\"interrupted\","
+                                      "\"arguments\":[\"" +
+                                          std::string(name) + "\"],\"exit\":" + std::to_string(128 + number) + "}\n");
+    }
 }
 
 } // namespace

@@ -151,7 +151,7 @@ TEST_F(SaveCommand, ProgressIsShownWhereAsked) {
 }
 
 TEST_F(SaveCommand, AnInterruptLeavesNothing) {
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         ScriptedServer server(
             {step::expectHead(),
              step::send("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n" + patternedBytes(50'000)),
@@ -167,6 +167,21 @@ TEST_F(SaveCommand, AnInterruptLeavesNothing) {
         EXPECT_EQ(namesIn(Folder), Names{});
         EXPECT_TRUE(server.waitUntilDone().PeerEnded);
     }
+}
+
+TEST_F(SaveCommand, AHangUpThatIsIgnoredStaysIgnored) {
+    ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 11\r\n\r\nfirst"),
+                           step::signal("half"), step::await("hung up"), step::send(", rest"), step::awaitPeerEnd()});
+    Surroundings around;
+    around.Folder = Folder.path();
+    around.Executable = "/usr/bin/nohup";
+    Program program({programFile(), "save", server.url(), "file"}, around);
+    server.waitFor("half");
+    program.signal(SIGHUP);
+    server.raise("hung up");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(readFile(Folder.file("file")), "first, rest");
 }
 
 } // namespace

@@ -138,7 +138,7 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     check(posix_spawnattr_init(&attributes), "attributes");
     sigset_t defaults;
     sigemptyset(&defaults);
-    for (const int number : {SIGINT, SIGTERM, SIGPIPE})
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
         sigaddset(&defaults, number);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
     posix_spawnattr_setflags(
