@@ -53,6 +53,11 @@ bool BodySink::writePiece(std::string_view bytes) {
     return true;
 }
 
+void BodySink::limit(std::uint64_t most, vantik::Message excess) {
+    Most = most;
+    Excess = std::move(excess);
+}
+
 vantik::ContentConsumer BodySink::consumer() {
     vantik::ContentConsumer result;
     result.start = []() -> std::optional<double> { return std::nullopt; };
@@ -62,6 +67,10 @@ vantik::ContentConsumer BodySink::consumer() {
             Failed = cliMessage(failure::kBinaryToTerminal, {},
                                 "the content has control characters and is not shown on a terminal; use --output FILE, "
                                 "or '-o -' to show it all the same");
+            return std::nullopt;
+        }
+        if (piece.size() > Most - Taken) {
+            Failed = Excess;
             return std::nullopt;
         }
         if (!write(bytes))

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,9 @@ public:
 
     // False, with the failure kept, where not all could be written.
     bool write(std::string_view bytes);
+
+    // The consumer takes no more than `most` bytes; `excess` is the failure of content that is longer.
+    void limit(std::uint64_t most, vantik::Message excess);
 
     // The callables refer to this object.
     vantik::ContentConsumer consumer();
@@ -39,6 +43,8 @@ private:
     bool Regular;
     std::optional<Clock::time_point> Deadline;
     std::uint64_t Taken = 0;
+    std::uint64_t Most = std::numeric_limits<std::uint64_t>::max();
+    std::optional<vantik::Message> Excess;
     std::function<void(std::uint64_t)> WriteHandler;
     std::optional<vantik::Message> Failed;
 };

@@ -21,6 +21,7 @@ constexpr std::string_view kFileNotRead = "FileNotRead";             // file, re
 constexpr std::string_view kContentChanged = "ContentChanged";       // file
 constexpr std::string_view kContentNotRewound = "ContentNotRewound"; // file
 constexpr std::string_view kBinaryToTerminal = "BinaryToTerminal";
+constexpr std::string_view kContentTooLarge = "ContentTooLarge";     // most bytes
 constexpr std::string_view kIncompleteContent = "IncompleteContent"; // received, expected
 constexpr std::string_view kStatusError = "StatusError";             // status, reason phrase, URL
 constexpr std::string_view kTooManyRedirects = "TooManyRedirects";   // limit, URL

@@ -21,6 +21,9 @@ namespace netrove::cli {
 namespace {
 
 constexpr int kFirstErrorStatus = 400;
+// Of content in the object of --json. It is held several times over while the object is made, and a control byte takes
+// six characters there.
+constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
 
 struct Descriptor {
     int Number;
@@ -86,6 +89,10 @@ private:
         if (memory.Number < 0)
             failSystem(failure::kFileNotWritten, "memory for the content", errno);
         BodySink sink(memory.Number, "memory for the content", false, State.Deadline);
+        sink.limit(kLargestJsonContent,
+                   cliMessage(failure::kContentTooLarge, {std::int64_t{kLargestJsonContent}},
+                              "the content is larger than " + std::to_string(kLargestJsonContent >> 20) +
+                                  " MiB, the most that --json puts into its object; use --output FILE"));
         Exchange exchange(State, Wanted, Screen);
         const Response response = send(exchange);
         ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());

@@ -67,6 +67,7 @@ constexpr Row kRows[] = {
     {"NETROVE:cli:FileNotWritten", kExitNotWritten},
     {"NETROVE:cli:FileExists", kExitNotWritten},
     {"NETROVE:cli:BinaryToTerminal", kExitNotWritten},
+    {"NETROVE:cli:ContentTooLarge", kExitNotWritten},
     {"NETROVE:cli:FileNotRead", kExitNotRead},
     {"NETROVE:cli:ContentChanged", kExitNotRead},
     {"NETROVE:cli:ContentNotRewound", kExitNotRead},

@@ -274,7 +274,7 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }},
     {"debug", 0, "N", kShowGroup, kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
-    {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content, or a failure as with --json-errors",
+    {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
      [](S& s, V) { s.Json = true; }},
     {"show-password", 0, "", kShowGroup, kProxy, "print the password as it is",
      [](S& s, V) { s.ShowPassword = true; }},

@@ -57,7 +57,7 @@ complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l prog
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l no-progress -d 'show no progress'
 complete -c netrove -n '__fish_seen_subcommand_from get save send' -l verbose -s v -d 'show the wire trace on standard error, with credentials as they are sent; twice: content too'
 complete -c netrove -n '__fish_seen_subcommand_from get save send' -l debug -x -d 'set the trace level: 0 none, 1 heads, 2 content too'
-complete -c netrove -n '__fish_seen_subcommand_from send proxy describe' -l json -d 'print JSON; of send: one object with final URL, status, fields, times and content, or a failure as with --json-errors'
+complete -c netrove -n '__fish_seen_subcommand_from send proxy describe' -l json -d 'print JSON; of send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors'
 complete -c netrove -n '__fish_seen_subcommand_from proxy' -l show-password -d 'print the password as it is'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch proxy describe demo help' -l json-errors -d 'report a failure as one JSON object'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch proxy describe demo help' -l color -x -a 'auto always never' -d 'colours: auto, always or never; NO_COLOR in the environment means never for auto'

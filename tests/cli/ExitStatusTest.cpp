@@ -48,6 +48,7 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {"NETROVE:cli:FileNotWritten", 23},
         {"NETROVE:cli:FileExists", 23},
         {"NETROVE:cli:BinaryToTerminal", 23},
+        {"NETROVE:cli:ContentTooLarge", 23},
         {"NETROVE:cli:FileNotRead", 26},
         {"NETROVE:cli:ContentChanged", 26},
         {"NETROVE:cli:ContentNotRewound", 26},

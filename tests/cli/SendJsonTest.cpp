@@ -1,6 +1,7 @@
 // `send --json`: one object for programs.
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -69,6 +70,24 @@ TEST(SendJson, ContentThatGoesToAFileIsNamed) {
     EXPECT_EQ(object.at("bytes"), 5);
     EXPECT_FALSE(object.contains("content"));
     EXPECT_EQ(readFile(folder.file("out")), "12345");
+}
+
+TEST(SendJson, ContentBeyondWhatAnObjectHoldsIsAFailureThatNamesTheWayOut) {
+    constexpr std::size_t kMost = std::size_t{16} << 20;
+    const std::string head = "HTTP/1.1 200 OK\r\n\r\n"; // no length: whatever comes until the end
+    ScriptedServer server(
+        std::vector<Script>{{step::expectHead(), step::send(head + std::string(kMost, 'x')), step::close()},
+                            {step::expectHead(), step::send(head + std::string(kMost + 1, 'x')), step::close()}});
+    const Outcome held = run({"send", "--json", server.url()});
+    EXPECT_EQ(held.Status, 0) << held.Err;
+    EXPECT_NE(held.Out.find("\"bytes\":16777216,"), held.Out.npos);
+    EXPECT_GT(held.Out.size(), kMost);
+    const Outcome refused = run({"send", "--json", server.url()});
+    EXPECT_EQ(refused.Status, 23);
+    EXPECT_EQ(refused.Out.size(), 0u);
+    EXPECT_EQ(refused.Err, "{\"identifier\":\"NETROVE:cli:ContentTooLarge\",\"message\":\"the content is larger than "
+                           "16 MiB, the most that --json puts into its object; use --output FILE\","
+                           "\"arguments\":[16777216],\"exit\":23}\n");
 }
 
 TEST(SendJson, RedirectsAreCountedAndTheLastUrlIsTold) {
