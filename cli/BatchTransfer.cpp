@@ -162,8 +162,6 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
         if (line.Target) {
             if (All.Batch.MakeFolders)
                 makeFoldersFor(*line.Target);
-            if (isSpecialFile(*line.Target))
-                fail(failure::kFileNotWritten, {*line.Target, "no regular file"}, *line.Target + ": no regular file");
             state.File.emplace(*line.Target, All.Force);
             journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *state.File); });
         }

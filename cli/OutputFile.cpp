@@ -47,6 +47,9 @@ OutputFile::OutputFile(const std::string& target, bool replace)
     : Target(replace ? realTarget(target) : target), Replace(replace) {
     if (isFolder(Target))
         failSystem(failure::kFileNotWritten, target, EISDIR);
+    // By the name as it was given: a pipe that is known only by its descriptor has no other.
+    if (isSpecialFile(target))
+        fail(failure::kFileNotWritten, {target, "no regular file"}, target + ": no regular file");
     struct stat old {};
     const bool exists = lstat(Target.c_str(), &old) == 0;
     if (exists && !replace)
@@ -56,15 +59,17 @@ OutputFile::OutputFile(const std::string& target, bool replace)
     const std::string name = Target.substr(folder.size());
     if (name.empty())
         failSystem(failure::kFileNotWritten, target, ENOENT);
+    // Set-user-ID and its like do not stay: the content comes from elsewhere, and the owner may be another one.
+    if (exists && S_ISREG(old.st_mode))
+        Permissions = old.st_mode & 0777;
+    // Nobody opens meanwhile what the permissions of the file that is replaced will not let them read.
+    const mode_t mode = Permissions ? 0600 : 0666;
     for (int attempt = 0; Descriptor < 0; ++attempt) {
         Temporary = folder + "." + name.substr(0, kLongestPrefix) + "." + randomText() + ".part";
-        Descriptor = open(Temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        Descriptor = open(Temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         if (Descriptor < 0 && (errno != EEXIST || attempt == kAttempts))
             failSystem(failure::kFileNotWritten, target, errno);
     }
-    // A file that is replaced keeps its permissions, as far as we may set them.
-    if (exists && S_ISREG(old.st_mode)) [[maybe_unused]]
-        const int result = fchmod(Descriptor, old.st_mode & 07777);
 }
 
 OutputFile::~OutputFile() {
@@ -80,6 +85,10 @@ std::uint64_t OutputFile::size() const {
 }
 
 void OutputFile::keep() {
+    // A file that is replaced keeps its permissions, as far as we may set them. Only now: the content may have been
+    // written by name, which permissions to read alone would not allow.
+    if (Permissions) [[maybe_unused]]
+        const int result = fchmod(Descriptor, *Permissions);
     // Some file systems report a failed write only here.
     const int closed = close(Descriptor);
     Descriptor = -1;

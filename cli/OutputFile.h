@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace netrove::cli {
@@ -9,7 +10,8 @@ namespace netrove::cli {
 class OutputFile {
 public:
     // Makes a temporary file with an unforeseeable name in the folder of `target`. Raises FileExists where the target
-    // is there and is not to be replaced, FileNotWritten where none can be made.
+    // is there and is not to be replaced, FileNotWritten where none can be made, or the target is a folder, a device,
+    // a pipe or a socket.
     OutputFile(const std::string& target, bool replace);
     ~OutputFile(); // removes the temporary file unless it was kept
     OutputFile(const OutputFile&) = delete;
@@ -29,6 +31,7 @@ private:
     std::string Temporary;
     bool Replace;
     int Descriptor = -1;
+    std::optional<unsigned> Permissions; // of the file that is replaced
 };
 
 // True for a device, a pipe or a socket: content goes into such a target and never in its place.

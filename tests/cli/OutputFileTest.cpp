@@ -34,6 +34,12 @@ std::string identifierOf(const std::function<void()>& operation) {
     return {};
 }
 
+unsigned permissions(const std::string& path) {
+    struct stat facts {};
+    EXPECT_EQ(stat(path.c_str(), &facts), 0) << path;
+    return facts.st_mode & 07777u;
+}
+
 void put(const OutputFile& file, const std::string& text) {
     ASSERT_EQ(write(file.descriptor(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
@@ -99,9 +105,41 @@ TEST(OutputFile, ReplacingKeepsThePermissionsAndTheLink) {
     file.keep();
     EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link")));
     EXPECT_EQ(readFile(folder.file("real")), "new");
-    struct stat facts {};
-    ASSERT_EQ(stat(folder.file("real").c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 07777u, 0640u);
+    EXPECT_EQ(permissions(folder.file("real")), 0640u);
+}
+
+TEST(OutputFile, ReplacingMakesNothingThatRunsAsItsOwner) {
+    const TemporaryFolder folder;
+    writeFile(folder.file("tool"), "old");
+    ASSERT_EQ(chmod(folder.file("tool").c_str(), 06755), 0);
+    OutputFile file(folder.file("tool"), true);
+    file.keep();
+    EXPECT_EQ(permissions(folder.file("tool")), 0755u);
+}
+
+TEST(OutputFile, NobodyElseReadsWhatReplacesASecretFileMeanwhile) {
+    const TemporaryFolder folder;
+    // Not even as far as an open, which lasts longer than the permissions that allowed it; hence one that will be
+    // readable again.
+    for (const unsigned mode : {0600u, 0644u, 0400u}) {
+        writeFile(folder.file("secret"), "old");
+        ASSERT_EQ(chmod(folder.file("secret").c_str(), mode), 0);
+        OutputFile file(folder.file("secret"), true);
+        EXPECT_EQ(permissions(file.temporaryName()), 0600u);
+        file.keep();
+        EXPECT_EQ(permissions(folder.file("secret")), mode);
+        std::filesystem::remove(folder.file("secret"));
+    }
+}
+
+TEST(OutputFile, DevicesAndPipesAreRefused) {
+    const TemporaryFolder folder;
+    ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    for (const bool replace : {false, true}) {
+        EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("pipe"), replace); }), "NETROVE:cli:FileNotWritten");
+        EXPECT_EQ(identifierOf([&] { OutputFile file("/dev/null", replace); }), "NETROVE:cli:FileNotWritten");
+    }
+    EXPECT_EQ(entries(folder), 1u);
 }
 
 TEST(OutputFile, FoldersAndMissingFoldersAreRefused) {

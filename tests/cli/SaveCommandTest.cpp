@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/ProgramRun.h"
@@ -87,11 +89,26 @@ TEST_F(SaveCommand, AFileThatIsThereStaysUnlessForced) {
     EXPECT_EQ(namesIn(Folder), Names{"old"});
 }
 
+TEST_F(SaveCommand, APipeIsNotReplacedEvenWhereForced) {
+    ASSERT_EQ(mkfifo(Folder.file("pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("pipe", Folder.file("link"));
+    ScriptedServer server(answer(response("new")));
+    for (const std::string target : {"pipe", "link"}) {
+        const Outcome outcome = save({"--force", server.url(), target});
+        EXPECT_EQ(outcome.Status, 23) << target;
+        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: " + target + ": no regular file\n");
+    }
+    EXPECT_TRUE(std::filesystem::is_fifo(Folder.file("pipe")));
+    EXPECT_EQ(server.connectionCount(), 0u) << "a request was made in vain";
+}
+
 TEST_F(SaveCommand, AMissingFolderIsNamed) {
     ScriptedServer server(answer(response("x")));
     const Outcome outcome = save({server.url(), "no/such/file"});
     EXPECT_EQ(outcome.Status, 23);
-    EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory. Hint: make the folder first.\n");
+    EXPECT_EQ(
+        outcome.Err,
+        "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory. Hint: make the folder first.\n");
 }
 
 TEST_F(SaveCommand, ContentCutShortIsAFailureAndLeavesNothing) {
