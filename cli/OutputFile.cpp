@@ -84,11 +84,22 @@ std::uint64_t OutputFile::size() const {
     return fstat(Descriptor, &facts) == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
 }
 
+// A name that is on the disk before the content would stand for an empty file after a power cut.
+void OutputFile::sync() const {
+    int result = 0;
+    do
+        result = fdatasync(Descriptor);
+    while (result != 0 && errno == EINTR);
+    if (result != 0 && errno != EINVAL) // a file system that knows no such operation
+        failSystem(failure::kFileNotWritten, Target, errno);
+}
+
 void OutputFile::keep() {
     // A file that is replaced keeps its permissions, as far as we may set them. Only now: the content may have been
     // written by name, which permissions to read alone would not allow.
     if (Permissions) [[maybe_unused]]
         const int result = fchmod(Descriptor, *Permissions);
+    sync();
     // Some file systems report a failed write only here.
     const int closed = close(Descriptor);
     Descriptor = -1;

@@ -21,10 +21,12 @@ public:
     int descriptor() const { return Descriptor; }
     std::uint64_t size() const;
 
-    // Gives the file its name. Raises FileNotWritten, or FileExists where somebody else made the target meanwhile.
+    // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists where somebody
+    // else made the target meanwhile.
     void keep();
 
 private:
+    void sync() const;
     void rename();
 
     std::string Target;
