@@ -93,6 +93,11 @@ bool BatchHistory::takeLine(std::string_view text) {
             entry.Unfinished = {line.at("line"), restored(line.at("temporary")), line.at("device"), line.at("inode")};
             return true;
         }
+        if (state == "written") {
+            if (entry.Unfinished && entry.Unfinished->Digest == line.at("line").get_ref<const std::string&>())
+                entry.Unfinished->Bytes = line.at("bytes").get<std::uint64_t>();
+            return true;
+        }
         entry.Unfinished.reset();
         if (state == "done") {
             entry.DoneDigest = line.at("line");
@@ -111,15 +116,16 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
     const Entry& entry = found->second;
     struct stat facts {};
     const bool there = line.Target && stat(line.Target->c_str(), &facts) == 0;
+    const auto size = static_cast<std::uint64_t>(facts.st_size);
     // A file gets its name when it is complete, so a run that was killed between that and its last line to the journal
-    // has left a file that is known by its number.
+    // has left a file that is known by its number and its size.
     const auto& unfinished = entry.Unfinished;
     if (unfinished && unfinished->Digest == line.digest() && there && facts.st_ino == unfinished->Inode &&
-        facts.st_dev == unfinished->Device)
-        return Ended{0, static_cast<std::uint64_t>(facts.st_size)};
+        facts.st_dev == unfinished->Device && size == unfinished->Bytes)
+        return Ended{0, size};
     if (entry.DoneDigest != line.digest())
         return std::nullopt;
-    const bool intact = there && static_cast<std::uint64_t>(facts.st_size) == entry.Result.Bytes;
+    const bool intact = there && size == entry.Result.Bytes;
     return !line.Target || intact ? std::optional(entry.Result) : std::nullopt;
 }
 
@@ -220,6 +226,12 @@ void BatchJournal::started(const BatchLine& line, const OutputFile& file) {
     object["temporary"] = storable(file.temporaryName());
     object["device"] = std::uint64_t{facts.st_dev};
     object["inode"] = std::uint64_t{facts.st_ino};
+    append(dumped(object));
+}
+
+void BatchJournal::written(const BatchLine& line, const OutputFile& file) {
+    Json object = lineFor(line, "written");
+    object["bytes"] = file.size();
     append(dumped(object));
 }
 

@@ -1,5 +1,5 @@
 // What a run has done, kept beside the manifest so that a run that was killed can go on: one JSON line when a transfer
-// begins to write and one when it has ended, only ever appended.
+// begins to write, one when it has written everything and one when it has ended, only ever appended.
 #pragma once
 
 #include <chrono>
@@ -44,6 +44,7 @@ private:
         std::string Temporary;
         std::uint64_t Device = 0;
         std::uint64_t Inode = 0;
+        std::optional<std::uint64_t> Bytes{}; // once all is written
     };
     struct Entry {
         std::string DoneDigest; // empty: not done
@@ -67,6 +68,7 @@ public:
 
     // Each raises FileNotWritten.
     void started(const BatchLine& line, const OutputFile& file);
+    void written(const BatchLine& line, const OutputFile& file); // before the file gets its name
     void done(const BatchLine& line, int status, std::uint64_t bytes);
     void failed(const BatchLine& line, const vantik::Message& message);
     void sync(); // to the disk

@@ -219,8 +219,10 @@ void BatchTransfer::deliver(const BatchLine& line, const Response& response, Att
     const std::uint64_t delivered = state.Request->receive(sink, meter);
     state.Outcome.Bytes = delivered;
     state.Request->finish(response, delivered);
-    if (state.File)
-        state.File->keep();
+    if (!state.File)
+        return;
+    journaled(Journal, [&](BatchJournal& journal) { journal.written(line, *state.File); });
+    state.File->keep();
 }
 
 // The connection still knows whether its request went out.

@@ -39,6 +39,7 @@ protected:
         OutputFile file(*Line.Target, true);
         journal.started(Line, file);
         writeFile(file.temporaryName(), content);
+        journal.written(Line, file);
         file.keep();
         journal.done(Line, 200, content.size());
     }
@@ -82,13 +83,30 @@ TEST_F(BatchJournalFile, AFileThatGotItsNameIsDoneWithoutTheLastLine) {
         journal.started(Line, file);
         writeFile(file.temporaryName(), "all of it");
         EXPECT_FALSE(isDone(Line));
+        journal.written(Line, file);
+        EXPECT_FALSE(isDone(Line));
         file.keep();
     }
+    ASSERT_TRUE(isDone(Line));
     EXPECT_EQ(history().done(Line)->Bytes, 9u);
     // Somebody else's file is not ours, even under that name.
     writeFile(Folder.file("other"), "all of it");
     std::filesystem::rename(Folder.file("other"), Folder.file("a"));
     EXPECT_FALSE(isDone(Line));
+}
+
+TEST_F(BatchJournalFile, AFileThatGotItsNameWithoutItsContentIsNot) {
+    for (const bool said : {false, true}) {
+        BatchJournal journal(Name);
+        OutputFile file(*Line.Target, true);
+        journal.started(Line, file);
+        writeFile(file.temporaryName(), "all of it");
+        if (said)
+            journal.written(Line, file);
+        file.keep();
+        std::filesystem::resize_file(*Line.Target, 0);
+        EXPECT_FALSE(isDone(Line)) << said;
+    }
 }
 
 TEST_F(BatchJournalFile, LeftoversOfAKilledRunAreRemoved) {

@@ -105,6 +105,20 @@ TEST_F(BatchResume, ALineThatWasNotWrittenToItsEndDoesNotCount) {
     EXPECT_EQ(journal().find("{\"half"), std::string::npos);
 }
 
+// As a power cut could leave it where a file system had the name before the content.
+TEST_F(BatchResume, AFileWithoutItsContentIsNotDone) {
+    writeList(1);
+    ASSERT_EQ(batch({"list"}).Status, 0);
+    const std::string whole = journal();
+    writeFile(Folder.file("list.journal"), whole.substr(0, whole.rfind('\n', whole.size() - 2) + 1));
+    std::filesystem::resize_file(Folder.file("1"), 0);
+    const Outcome refused = batch({"list"});
+    EXPECT_EQ(refused.Status, 23) << refused.Out;
+    EXPECT_EQ(results(refused).at(0)["identifier"], "NETROVE:cli:FileExists");
+    EXPECT_EQ(batch({"list", "--force"}).Status, 0);
+    expectFiles(1);
+}
+
 TEST_F(BatchResume, AChangedLineIsDoneAgain) {
     writeList(2);
     ASSERT_EQ(batch({"list"}).Status, 0);
