@@ -68,24 +68,25 @@ int fullYear(int year, WallClock::time_point now) {
     return guess > current + 50 ? guess - 100 : guess;
 }
 
-std::optional<WallClock::time_point> moment(std::optional<int> year, std::optional<unsigned> month,
-                                            std::optional<int> day, std::string_view time) {
+// In seconds: the clock's own unit is too fine for dates that a server may name.
+std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::optional<unsigned> month,
+                                               std::optional<int> day, std::string_view time) {
     const auto parts = split(time, ":");
-    if (!year || !month || !day || parts.size() != 3)
+    if (!year || *year > 9999 || !month || !day || *day > 31 || parts.size() != 3)
         return std::nullopt;
     const auto hour = smallNumber(parts[0]);
     const auto minute = smallNumber(parts[1]);
     const auto second = smallNumber(parts[2]);
     const std::chrono::year_month_day date(std::chrono::year(*year), std::chrono::month(*month),
                                            std::chrono::day(static_cast<unsigned>(*day)));
-    if (!date.ok() || *year > 9999 || !hour || *hour > 23 || !minute || *minute > 59 || !second || *second > 60)
+    if (!date.ok() || !hour || *hour > 23 || !minute || *minute > 59 || !second || *second > 60)
         return std::nullopt;
     return std::chrono::sys_days(date) + std::chrono::hours(*hour) + std::chrono::minutes(*minute) +
            std::chrono::seconds(*second);
 }
 
 // "Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994".
-std::optional<WallClock::time_point> parseHttpDate(std::string_view text, WallClock::time_point now) {
+std::optional<std::chrono::sys_seconds> parseHttpDate(std::string_view text, WallClock::time_point now) {
     const auto words = split(text, " ");
     if (words.size() == 6 && words[0].ends_with(',') && words[5] == "GMT")
         return moment(smallNumber(words[3]), monthNumber(words[2]), smallNumber(words[1]), words[4]);
@@ -115,7 +116,9 @@ std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_po
     const auto when = parseHttpDate(value, now);
     if (!when)
         return std::nullopt;
-    return std::max(0.0, std::chrono::duration<double>(*when - now).count());
+    const auto second = std::chrono::floor<std::chrono::seconds>(now);
+    const std::chrono::duration<double> rest = now - second;
+    return std::max(0.0, static_cast<double>((*when - second).count()) - rest.count());
 }
 
 bool isTransientStatus(int status) {
