@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <utility>
@@ -40,13 +41,26 @@ std::string storable(const std::string& name) {
     return result;
 }
 
-std::string restored(const std::string& stored) {
-    if (!stored.starts_with('#'))
-        return stored.substr(std::min<std::size_t>(1, stored.size()));
+// Nothing for what `storable` never makes.
+std::optional<std::string> restored(const std::string& stored) {
+    if (stored.starts_with('='))
+        return stored.substr(1);
+    if (!stored.starts_with('#') || stored.size() % 2 == 0)
+        return std::nullopt;
     std::string name;
-    for (std::size_t i = 1; i + 1 < stored.size(); i += 2)
-        name += static_cast<char>(std::stoi(stored.substr(i, 2), nullptr, 16));
+    for (std::size_t i = 1; i < stored.size(); i += 2) {
+        unsigned byte = 0;
+        const char* const digits = stored.data() + i;
+        const auto [end, error] = std::from_chars(digits, digits + 2, byte, 16);
+        if (error != std::errc() || end != digits + 2)
+            return std::nullopt;
+        name += static_cast<char>(byte);
+    }
     return name;
+}
+
+std::uint64_t wholeNumber(const Json& value) {
+    return value.get_ref<const Json::number_unsigned_t&>(); // raises for a fraction or a negative one
 }
 
 std::string keyOf(const BatchLine& line) {
@@ -90,20 +104,27 @@ bool BatchHistory::takeLine(std::string_view text) {
         Entry& entry = Entries[line.at("key").get<std::string>()];
         const std::string& state = line.at("state").get_ref<const std::string&>();
         if (state == "started") {
-            entry.Unfinished = {line.at("line"), restored(line.at("temporary")), line.at("device"), line.at("inode")};
+            const auto temporary = restored(line.at("temporary"));
+            if (!temporary)
+                return false;
+            entry.Unfinished = {line.at("line"), *temporary, wholeNumber(line.at("device")),
+                                wholeNumber(line.at("inode"))};
             return true;
         }
         if (state == "written") {
             if (entry.Unfinished && entry.Unfinished->Digest == line.at("line").get_ref<const std::string&>())
-                entry.Unfinished->Bytes = line.at("bytes").get<std::uint64_t>();
+                entry.Unfinished->Bytes = wholeNumber(line.at("bytes"));
             return true;
         }
-        entry.Unfinished.reset();
         if (state == "done") {
+            const Ended result{static_cast<int>(wholeNumber(line.at("status"))), wholeNumber(line.at("bytes"))};
             entry.DoneDigest = line.at("line");
-            entry.Result = {line.at("status"), line.at("bytes")};
+            entry.Result = result;
+        } else if (state != "failed") {
+            return false;
         }
-        return state == "done" || state == "failed";
+        entry.Unfinished.reset();
+        return true;
     } catch (const Json::exception&) {
         return false;
     }

@@ -118,7 +118,9 @@ private:
                 unreadable += history.read(file);
         unreadable += history.read(JournalName);
         if (unreadable != 0)
-            Screen.note(std::to_string(unreadable) + " lines of the journal cannot be read and do not count");
+            Screen.note(unreadable == 1
+                            ? "1 line of the journal cannot be read and does not count"
+                            : std::to_string(unreadable) + " lines of the journal cannot be read and do not count");
         std::erase_if(lines, [&](const BatchLine& line) {
             const auto ended = history.done(line);
             if (ended)

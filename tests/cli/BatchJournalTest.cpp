@@ -154,6 +154,34 @@ TEST_F(BatchJournalFile, LinesThatCannotBeReadAreCounted) {
     EXPECT_TRUE(result.done(Line));
 }
 
+TEST_F(BatchJournalFile, ADamagedLineDoesNotCountWhateverItHolds) {
+    save("content");
+    const std::string whole = readFile(Name);
+    const std::string digest = Line.digest();
+    const BatchLine ping = lineOf(R"({"url":"http://h/ping","target":null,"id":"ping"})");
+    const auto started = [&](const std::string& temporary, const std::string& inode = "1") {
+        return R"({"key":"=x","line":")" + digest + R"(","state":"started","temporary":)" + temporary +
+               R"(,"device":1,"inode":)" + inode + "}";
+    };
+    const auto done = [&](const std::string& numbers) {
+        return R"({"key":"@ping","line":")" + ping.digest() + R"(","state":"done")" + numbers + "}";
+    };
+    for (const std::string& line :
+         {started("\"#zz\""), started("\"#6\""), started("\"#6 \""), started("\"#-1\""), started("\"#610\""),
+          started("\"a\""), started("\"\""), started("7"), started("\"=a\"", "1e300"), started("\"=a\"", "-1"),
+          done(""), done(R"(,"status":200)"), done(R"(,"status":200,"bytes":"7")"),
+          done(R"(,"status":200,"bytes":1e300)"), std::string(100'000, '[') + std::string(100'000, ']')}) {
+        writeFile(Name, whole + line + "\n");
+        BatchHistory result;
+        EXPECT_EQ(result.read(Name), 1u) << line.substr(0, 200);
+        EXPECT_TRUE(result.done(Line)) << line.substr(0, 200);
+        EXPECT_FALSE(result.done(ping)) << line.substr(0, 200);
+    }
+    // Whole, they count.
+    writeFile(Name, whole + started("\"#61ff\"") + "\n" + done(R"(,"status":200,"bytes":7)") + "\n");
+    EXPECT_TRUE(isDone(ping));
+}
+
 TEST_F(BatchJournalFile, WhatIsNoJournalIsRefusedAndStaysAsItIs) {
     for (const std::string text : {"x", "a text\nof two lines", "{\"journal\":\"netrove batch\",\"version\":2}\n"}) {
         writeFile(Name, text);

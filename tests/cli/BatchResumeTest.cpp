@@ -119,6 +119,18 @@ TEST_F(BatchResume, AFileWithoutItsContentIsNotDone) {
     expectFiles(1);
 }
 
+TEST_F(BatchResume, ADamagedLineOfTheJournalIsToldOfAndTheRestCounts) {
+    writeList(3);
+    ASSERT_EQ(batch({"list"}).Status, 0);
+    writeFile(Folder.file("list.journal"),
+              journal() + R"({"key":"=3","line":"0","state":"started","temporary":"#zz","device":1,"inode":1})" + "\n");
+    const Outcome outcome = batch({"list"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(count(outcome, "skipped"), 3u);
+    EXPECT_EQ(outcome.Err.find("netrove: note: 1 line of the journal cannot be read and does not count\n"), 0u)
+        << outcome.Err;
+}
+
 TEST_F(BatchResume, AChangedLineIsDoneAgain) {
     writeList(2);
     ASSERT_EQ(batch({"list"}).Status, 0);
