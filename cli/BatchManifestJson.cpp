@@ -17,6 +17,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kLongestId = 200;
+// Writing a body out again calls itself for each array in an array, and no service wants more.
+constexpr int kDeepest = 500;
 
 std::string inQuotes(std::string_view text) {
     return "'" + printable(text) + "'";
@@ -103,11 +105,18 @@ constexpr KeyRow kKeys[] = {
     {"body", takeBody}, {"body_file", takeBodyFile}, {"id", takeId},
 };
 
+bool begins(Json::parse_event_t event) {
+    return event == Json::parse_event_t::array_start || event == Json::parse_event_t::object_start;
+}
+
 // The parser keeps the last of several equal keys; here they are a mistake.
 Json parsed(std::string_view source) {
     std::set<std::string> names;
     std::string twice;
     const auto look = [&](int depth, Json::parse_event_t event, Json& value) {
+        if (depth > kDeepest && begins(event))
+            failUsage("no JSON that can be used: arrays and objects are in each other more than " +
+                      std::to_string(kDeepest) + " deep");
         if (event == Json::parse_event_t::key && depth == 1 && !names.insert(value.get<std::string>()).second)
             twice = value.get<std::string>();
         return true;

@@ -144,6 +144,25 @@ TEST(BatchManifest, BrokenJsonIsToldOfWithoutItsSecrets) {
     EXPECT_EQ(problem("{bad").find("no JSON: "), 0u);
 }
 
+TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
+    const auto line = [](std::size_t depth) {
+        return R"({"url":"http://h/a","target":"t","body":)" + std::string(depth, '[') + std::string(depth, ']') + "}";
+    };
+    EXPECT_EQ(only(line(500)).Extras->Body, std::string(500, '[') + std::string(500, ']'));
+    const std::string expected = "no JSON that can be used: arrays and objects are in each other more than 500 deep";
+    for (const std::size_t depth : {501, 50'000}) {
+        const BatchManifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
+        ASSERT_EQ(manifest.Bad.size(), 1u);
+        EXPECT_EQ(manifest.Bad[0].Number, 2u);
+        EXPECT_EQ(manifest.Bad[0].Problem, expected);
+        EXPECT_EQ(manifest.Lines.size(), 2u);
+    }
+    std::string objects;
+    for (int depth = 0; depth < 50'000; ++depth)
+        objects += R"({"a":)";
+    EXPECT_EQ(problem(R"({"url":"http://h/a","body":)" + objects), expected) << "whether they end or not";
+}
+
 TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
     std::vector<std::string> asked;
     BatchManifestParser parser([&](const std::string& url) {
