@@ -85,5 +85,7 @@ private:
 
 // The journals that other shards of the same manifest, whatever their number, have written beside `base`.
 std::vector<std::string> siblingJournals(const std::string& base);
+// True for `base` and for what a shard's journal beside it is called.
+bool isJournalName(std::string_view file, std::string_view base);
 
 } // namespace netrove::cli

@@ -2,11 +2,11 @@
 
 #include <array>
 #include <cstdio>
-#include <filesystem>
 #include <utility>
 
 #include <Poco/SHA2Engine.h>
 
+#include "cli/BatchJournal.h"
 #include "cli/CliFailure.h"
 #include "cli/FieldText.h"
 #include "cli/OutputFile.h"
@@ -20,14 +20,11 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr const char* kJournal = "a journal of this manifest";
 
 std::string_view withoutLeadingBlanks(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
     return text;
-}
-
-std::string normalForm(const std::string& path) {
-    return std::filesystem::path(path).lexically_normal().string();
 }
 
 void checkUrl(const std::string& url) {
@@ -113,7 +110,14 @@ std::string BatchLine::method() const {
 }
 
 void BatchManifestParser::reserve(const std::string& file, const std::string& what) {
-    Reserved[normalForm(file)] = what;
+    Reserved[Names.of(file)] = what;
+}
+
+void BatchManifestParser::reserveJournals(const std::string& base) {
+    JournalBase = Names.ofEntry(base);
+    for (const std::string& file : siblingJournals(base))
+        reserve(file, kJournal);
+    reserve(base, kJournal);
 }
 
 void BatchManifestParser::feed(std::string_view piece) {
@@ -190,10 +194,12 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
         target += "/" + fileNameFor(line.Url);
     if (isSpecialFile(target))
         failUsage("the target '" + printable(target) + "' is no regular file; \"target\":null drops the content");
-    const std::string normal = normalForm(target);
-    if (const auto found = Reserved.find(normal); found != Reserved.end())
+    const std::string name = Names.of(target);
+    if (const auto found = Reserved.find(name); found != Reserved.end())
         failUsage("the target '" + printable(target) + "' is " + found->second);
-    const auto [found, isNew] = Targets.emplace(normal, Number);
+    if (!JournalBase.empty() && isJournalName(name, JournalBase))
+        failUsage("the target '" + printable(target) + "' is " + kJournal);
+    const auto [found, isNew] = Targets.emplace(name, Number);
     if (!isNew)
         failUsage("the target '" + printable(target) + "' is that of line " + std::to_string(found->second) + " too");
 }

@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "cli/RealNames.h"
 #include "cli/Settings.h"
 
 namespace netrove::cli {
@@ -63,6 +64,8 @@ public:
 
     // Files that no line may name as its target, with what they are ("the manifest").
     void reserve(const std::string& file, const std::string& what);
+    // The same for journals: this file, and those beside it that shards have or will have.
+    void reserveJournals(const std::string& base);
 
     void feed(std::string_view piece);
     BatchManifest finish();
@@ -78,8 +81,10 @@ private:
     std::string Rest; // of a line whose end has not come
     std::size_t Number = 0;
     BatchManifest Result;
-    std::map<std::string, std::string> Reserved;            // by the normal form of the path
-    std::unordered_map<std::string, std::size_t> Targets;   // normal form of the path, and its line
+    RealNames Names;
+    std::map<std::string, std::string> Reserved;            // by the real name
+    std::string JournalBase;                                // a link at its end not followed; empty for none
+    std::unordered_map<std::string, std::size_t> Targets;   // real name, and its line
     std::unordered_map<std::string, std::size_t> Ids;       // given ones
     std::unordered_map<std::uint64_t, std::size_t> Unnamed; // how many lines without a target have this content
 };

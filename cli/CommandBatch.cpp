@@ -62,8 +62,8 @@ private:
         BatchManifestParser parser([this](const std::string& url) { checkUrl(url); });
         if (name != "-")
             parser.reserve(name, "the manifest");
-        if (!JournalName.empty())
-            parser.reserve(JournalName, "the journal");
+        if (!JournalBase.empty())
+            parser.reserveJournals(JournalBase);
         BodySource source(name, std::nullopt);
         const vantik::ContentProvider provider = source.provider();
         for (vantik::Array piece = provider.read(kPiece); !piece.empty(); piece = provider.read(kPiece))

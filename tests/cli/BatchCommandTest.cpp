@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
@@ -97,6 +98,25 @@ TEST_F(BatchCommand, WhatFailsBeforeARequestIsNoAttempt) {
     EXPECT_EQ(results(outcome).at(1)["identifier"], "NETROVE:cli:FileNotRead");
     for (const Json& one : results(outcome))
         EXPECT_EQ(one["attempts"], 0);
+    EXPECT_EQ(Server.allRequests(), 0u);
+}
+
+TEST_F(BatchCommand, NoLineReplacesTheManifestOrAJournal) {
+    std::filesystem::create_directory_symlink(".", Folder.file("here"));
+    for (const std::string& name : {Folder.file("list"), std::string("here/list")}) {
+        const std::string text = Server.url("/a") + " " + name + "\n";
+        writeFile(Folder.file("list"), text);
+        const Outcome outcome = batch({"list", "--force"});
+        EXPECT_EQ(outcome.Status, 2);
+        EXPECT_EQ(outcome.Err, "netrove: note: list:1: the target '" + name +
+                                   "' is the manifest\n"
+                                   "netrove: NETROVE:cli:BadManifest: list: one bad line; nothing was done\n");
+        EXPECT_EQ(readFile(Folder.file("list")), text);
+    }
+    // Every machine refuses what one would, whether that journal is there or not.
+    writeFile(Folder.file("list"), Server.url("/a") + " here/list.journal.2-of-2\n");
+    for (const char* shard : {"1/2", "2/2"})
+        EXPECT_EQ(batch({"list", "--force", "--shard", shard}).Status, 2) << shard;
     EXPECT_EQ(Server.allRequests(), 0u);
 }
 

@@ -1,5 +1,6 @@
 #include "cli/BatchManifest.h"
 
+#include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
@@ -161,6 +162,57 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
     for (int depth = 0; depth < 50'000; ++depth)
         objects += R"({"a":)";
     EXPECT_EQ(problem(R"({"url":"http://h/a","body":)" + objects), expected) << "whether they end or not";
+}
+
+TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
+    const testsupport::TemporaryFolder folder;
+    const std::filesystem::path path = folder.path();
+    std::filesystem::create_directories(path / "real/deep");
+    std::filesystem::create_directory_symlink("real", path / "linked");
+    std::filesystem::create_directory_symlink("real/deep", path / "below");
+    testsupport::writeFile(folder.file("real/list"), "");
+    testsupport::writeFile(folder.file("real/there"), "");
+    std::filesystem::create_symlink("real/there", path / "link");
+    std::filesystem::create_symlink("nowhere", path / "dangling");
+    const std::string relative = std::filesystem::relative(path).string();
+    const auto problems = [&](const std::string& first, const std::string& second) -> std::string {
+        BatchManifestParser parser([](const std::string&) {});
+        parser.reserve(folder.file("real/list"), "the manifest");
+        parser.feed("http://h/1 " + first + "\nhttp://h/2 " + second + "\n");
+        const BatchManifest manifest = parser.finish();
+        return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
+    };
+    const auto same = [&](const std::string& first, const std::string& second) {
+        return problems(first, second) == "the target '" + second + "' is that of line 1 too";
+    };
+    EXPECT_TRUE(same(folder.file("new"), relative + "/new"));
+    EXPECT_TRUE(same("new", std::filesystem::current_path().string() + "/new"));
+    EXPECT_TRUE(same("not/there", std::filesystem::current_path().string() + "//not/./there"));
+    EXPECT_TRUE(same(folder.file("real/new"), folder.file("linked/new")));
+    EXPECT_TRUE(same(folder.file("real/new"), relative + "/below/../new")) << "the folder above what the link names";
+    EXPECT_TRUE(same(folder.file("real/not/there"), folder.file("linked/not/there")));
+    EXPECT_TRUE(same(folder.file("link"), folder.file("real/there"))) << "with --force the file behind it is replaced";
+    EXPECT_EQ(problems(folder.file("new"), folder.file("below/../new")), "");
+    EXPECT_EQ(problems(folder.file("dangling"), folder.file("nowhere")), "") << "such a link is replaced itself";
+    for (const std::string& name : {relative + "/real/list", folder.file("linked/list"), relative + "/below/../list"})
+        EXPECT_EQ(problems("other", name), "the target '" + name + "' is the manifest");
+}
+
+TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
+    const testsupport::TemporaryFolder folder;
+    testsupport::writeFile(folder.file("elsewhere"), "");
+    std::filesystem::create_symlink("elsewhere", folder.file("j.3-of-4"));
+    const auto problems = [&](const std::string& target) -> std::string {
+        BatchManifestParser parser([](const std::string&) {});
+        parser.reserveJournals(folder.file("j"));
+        parser.feed("http://h/1 " + folder.file(target) + "\n");
+        const BatchManifest manifest = parser.finish();
+        return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
+    };
+    for (const char* name : {"j", "./j", "j.1-of-2", "not-there/../j.12-of-30", "j.3-of-4", "elsewhere"})
+        EXPECT_EQ(problems(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
+    for (const char* name : {"j2", "j.1-of-", "j.old", "k.1-of-2", "below/j.1-of-2"})
+        EXPECT_EQ(problems(name), "") << name;
 }
 
 TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
