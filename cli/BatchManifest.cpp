@@ -20,11 +20,30 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+// Something else given as a manifest has as many bad lines as it has lines.
+constexpr std::size_t kMostBadLines = 100;
+constexpr std::size_t kLongestProblem = 1000;
 constexpr const char* kJournal = "a journal of this manifest";
 
 std::string_view withoutLeadingBlanks(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
     return text;
+}
+
+// Without its middle, where it is too long to be read: what is wrong stands at the end.
+std::string shortened(std::string text) {
+    if (text.size() <= kLongestProblem)
+        return text;
+    const auto insideCharacter = [&](std::size_t place) {
+        return (static_cast<unsigned char>(text[place]) & 0xC0) == 0x80;
+    };
+    std::size_t head = kLongestProblem * 3 / 4;
+    std::size_t tail = text.size() - (kLongestProblem - head);
+    while (head > 0 && insideCharacter(head))
+        --head;
+    while (tail < text.size() && insideCharacter(tail))
+        ++tail;
+    return text.replace(head, tail - head, " ... ");
 }
 
 void checkUrl(const std::string& url) {
@@ -156,7 +175,10 @@ void BatchManifestParser::takeLine(std::string_view text) {
         complete(line);
         Result.Lines.push_back(std::move(line));
     } catch (const vantik::Failure& failure) {
-        Result.Bad.push_back({Number, failure.message().Text});
+        if (Result.Bad.size() < kMostBadLines)
+            Result.Bad.push_back({Number, shortened(failure.message().Text)});
+        else
+            ++Result.MoreBad;
     }
 }
 

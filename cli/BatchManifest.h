@@ -50,7 +50,8 @@ struct BadLine {
 
 struct BatchManifest {
     std::vector<BatchLine> Lines;
-    std::vector<BadLine> Bad;
+    std::vector<BadLine> Bad; // the first of them
+    std::size_t MoreBad = 0;  // how many there are besides
 };
 
 // Reads a manifest piece by piece. A line is a URL and, behind blanks, a target; or a JSON object with the keys url,

@@ -71,7 +71,7 @@ private:
         BatchManifest manifest = parser.finish();
         State.Connection = vantik::Object();
         if (!manifest.Bad.empty())
-            refuse(manifest.Bad);
+            refuse(manifest);
         All = manifest.Lines.size();
         if (Share.whole())
             return std::move(manifest.Lines);
@@ -89,17 +89,21 @@ private:
         State.Connection.set("URL", url);
     }
 
-    [[noreturn]] void refuse(const std::vector<BadLine>& bad) const {
+    [[noreturn]] void refuse(const BatchManifest& manifest) const {
         const std::string name = Wanted.Batch.Manifest == "-" ? "standard input" : Wanted.Batch.Manifest;
+        const std::vector<BadLine>& bad = manifest.Bad;
+        const std::size_t all = bad.size() + manifest.MoreBad;
         std::vector<vantik::MessageArgument> arguments = {name};
         for (const BadLine& line : bad)
             arguments.push_back("line " + std::to_string(line.Number) + ": " + line.Problem);
-        if (!Wanted.JsonErrors)
+        if (!Wanted.JsonErrors) {
             for (const BadLine& line : bad)
                 Screen.note(name + ":" + std::to_string(line.Number) + ": " + line.Problem);
+            if (manifest.MoreBad != 0)
+                Screen.note(name + ": and " + std::to_string(manifest.MoreBad) + " more");
+        }
         fail(failure::kBadManifest, std::move(arguments),
-             name + ": " + (bad.size() == 1 ? "one bad line" : std::to_string(bad.size()) + " bad lines") +
-                 "; nothing was done");
+             name + ": " + (all == 1 ? "one bad line" : std::to_string(all) + " bad lines") + "; nothing was done");
     }
 
     // Every journal of the manifest counts, whatever the number of shards was then.

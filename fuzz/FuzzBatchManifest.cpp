@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view text = textOf(data, size);
     const auto whole = parsed(text, text.size() + 1);
     const auto pieces = parsed(text, 3);
-    if (whole.Lines.size() != pieces.Lines.size() || whole.Bad.size() != pieces.Bad.size()) {
+    if (whole.Lines.size() != pieces.Lines.size() || whole.Bad.size() != pieces.Bad.size() ||
+        whole.MoreBad != pieces.MoreBad) {
         std::abort();
     }
     for (std::size_t i = 0; i < whole.Lines.size(); ++i) {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -99,6 +100,24 @@ TEST_F(BatchCommand, WhatFailsBeforeARequestIsNoAttempt) {
     for (const Json& one : results(outcome))
         EXPECT_EQ(one["attempts"], 0);
     EXPECT_EQ(Server.allRequests(), 0u);
+}
+
+TEST_F(BatchCommand, OfManyBadLinesAHundredAreShown) {
+    std::string text;
+    for (int i = 0; i < 250; ++i)
+        text += "nonsense\n";
+    writeFile(Folder.file("list"), text);
+    const Outcome outcome = batch({"list"});
+    EXPECT_EQ(outcome.Status, 2);
+    EXPECT_EQ(std::count(outcome.Err.begin(), outcome.Err.end(), '\n'), 102);
+    EXPECT_NE(outcome.Err.find("list:100: 'nonsense' is no http or https URL\n"
+                               "netrove: note: list: and 150 more\n"
+                               "netrove: NETROVE:cli:BadManifest: list: 250 bad lines; nothing was done\n"),
+              outcome.Err.npos)
+        << outcome.Err;
+    const Json failure = Json::parse(batch({"list", "--json-errors"}).Err);
+    EXPECT_EQ(failure["arguments"].size(), 101u);
+    EXPECT_EQ(failure["message"], "list: 250 bad lines; nothing was done");
 }
 
 TEST_F(BatchCommand, NoLineReplacesTheManifestOrAJournal) {

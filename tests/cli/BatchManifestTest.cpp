@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/CliFailure.h"
+#include "cli/SafeText.h"
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -213,6 +214,35 @@ TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
         EXPECT_EQ(problems(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
     for (const char* name : {"j2", "j.1-of-", "j.old", "k.1-of-2", "below/j.1-of-2"})
         EXPECT_EQ(problems(name), "") << name;
+}
+
+TEST(BatchManifest, OfManyBadLinesTheFirstAreKeptAndTheRestCounted) {
+    std::string text = "http://h/a\n";
+    for (int i = 0; i < 100; ++i)
+        text += "bad\n";
+    const BatchManifest few = parsed(text);
+    EXPECT_EQ(few.Bad.size(), 100u);
+    EXPECT_EQ(few.MoreBad, 0u);
+    for (int i = 0; i < 900; ++i)
+        text += "bad\n";
+    const BatchManifest many = parsed(text, 1000);
+    EXPECT_EQ(many.Bad.size(), 100u);
+    EXPECT_EQ(many.Bad.back().Number, 101u);
+    EXPECT_EQ(many.MoreBad, 900u);
+}
+
+TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
+    for (const std::size_t shift : {0, 1}) { // so that the cut falls into a character and beside one
+        std::string text(10 + shift, 'a');
+        for (int i = 0; i < 100'000; ++i)
+            text += "\u00e4";
+        const std::string told = problem(text);
+        EXPECT_LT(told.size(), 1100u);
+        EXPECT_TRUE(told.starts_with("'aaaaaaaaaa")) << told;
+        EXPECT_NE(told.find("\u00e4 ... \u00e4"), told.npos) << told;
+        EXPECT_TRUE(told.ends_with("\u00e4' is no http or https URL")) << told;
+        EXPECT_TRUE(isUtf8(told)) << told;
+    }
 }
 
 TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
