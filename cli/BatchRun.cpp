@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <optional>
 #include <random>
 #include <utility>
 
 #include <sys/eventfd.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "cli/CliFailure.h"
@@ -21,10 +19,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kTerminalInterval = 100ms;
-constexpr auto kLogInterval = 1s;
-constexpr std::size_t kUsualWidth = 80;
-
 RetrySettings retrySettings(const BatchSettings& wanted) {
     return {wanted.Retries, wanted.RetryWait, wanted.LongestRetryWait, wanted.RetryUnsafe};
 }
@@ -32,11 +26,6 @@ RetrySettings retrySettings(const BatchSettings& wanted) {
 double randomShare() {
     thread_local std::minstd_rand engine(std::random_device{}());
     return std::uniform_real_distribution<double>(0, 1)(engine);
-}
-
-std::size_t terminalWidth() {
-    winsize size{};
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
 }
 
 } // namespace
@@ -61,7 +50,7 @@ BatchRun::~BatchRun() {
 void BatchRun::run() {
     // On a terminal the lines on standard output tell enough.
     const bool shown = Wanted.Progress.value_or(Screen.errIsTerminal() && !Screen.outIsTerminal());
-    const auto interval = Screen.errIsTerminal() ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval);
+    const auto interval = progressInterval(Screen.errIsTerminal());
     Workers = Live.size();
     for (std::atomic<std::uint64_t>& live : Live) {
         try {
@@ -108,12 +97,7 @@ void BatchRun::work(std::atomic<std::uint64_t>& live) {
             Hosts.insert(&session->Host);
         }
         session->load();
-        session->Host.onWarning([&state = *session, this](const vantik::Message& message) {
-            if (message.identifier() == "VANTIK:webservices:PartialFileWarning")
-                state.Partial = message; // reported as a failure once the exchange is over
-            else
-                Screen.warning(message);
-        });
+        session->reportWarnings(Screen);
         workThrough(*session, live);
     } catch (...) {
         stop(std::current_exception());
@@ -163,7 +147,7 @@ void BatchRun::draw(bool last) {
     for (const std::atomic<std::uint64_t>& live : Live)
         totals.Bytes += live.load();
     const bool terminal = Screen.errIsTerminal();
-    const std::size_t width = terminal ? terminalWidth() - 1 : std::numeric_limits<std::size_t>::max();
+    const std::size_t width = progressWidth(terminal);
     const std::string text = batchProgressText(totals, Running.load(), width);
     const std::string drawn = terminal ? "\r" + text + "\033[K" + (last ? "\n" : "") : text + "\n";
     [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, drawn);

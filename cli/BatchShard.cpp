@@ -1,10 +1,10 @@
 #include "cli/BatchShard.h"
 
-#include <charconv>
 #include <optional>
 #include <string_view>
 
 #include "cli/CliFailure.h"
+#include "cli/NumberText.h"
 #include "cli/SafeText.h"
 
 namespace netrove::cli {
@@ -14,14 +14,6 @@ namespace {
 constexpr std::size_t kMostShards = 1'000'000;
 // Slurm gives steps that are none, such as the batch script itself, numbers from here on.
 constexpr std::size_t kFirstReservedStep = 0xFFFFFF00;
-
-std::optional<std::size_t> wholeNumber(std::string_view text) {
-    std::size_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
-}
 
 class Surrounding {
 public:

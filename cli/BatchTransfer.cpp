@@ -13,6 +13,7 @@
 
 #include "cli/BodySink.h"
 #include "cli/CliFailure.h"
+#include "cli/Descriptor.h"
 #include "cli/FieldText.h"
 #include "cli/OutputFile.h"
 #include "cli/Progress.h"
@@ -21,7 +22,6 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr int kFirstErrorStatus = 400;
 // A body up to this size is held in memory, so that a server may ask for it twice; a larger one is streamed.
 constexpr std::uintmax_t kLargestHeldBody = std::uintmax_t{8} << 20;
 
@@ -32,11 +32,6 @@ void makeFoldersFor(const std::string& target) {
         std::filesystem::create_directories(folder, error);
     if (error)
         failSystem(failure::kFileNotWritten, folder.string(), error.value());
-}
-
-std::string statusText(const Response& response) {
-    return "the server answered " + std::to_string(response.Status) +
-           (response.Reason.empty() ? "" : " " + response.Reason) + " for " + response.Url;
 }
 
 // A journal that cannot be written ends the run, whatever the transfer did.
@@ -191,7 +186,7 @@ Response BatchTransfer::send(Attempt& state, const std::string& method) {
     if (response.Status < kFirstErrorStatus)
         return response;
     vantik::Message message = cliMessage(
-        failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url}, statusText(response));
+        failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url}, response.statusText());
     // What may be better the next time is not kept, even where such answers are wanted.
     FailedAttempt judged = state.Failed;
     judged.Message = message;
@@ -202,17 +197,10 @@ Response BatchTransfer::send(Attempt& state, const std::string& method) {
 }
 
 void BatchTransfer::deliver(const BatchLine& line, const Response& response, Attempt& state) {
-    struct Closer {
-        int Descriptor;
-        ~Closer() {
-            if (Descriptor >= 0)
-                ::close(Descriptor);
-        }
-    };
-    const Closer nowhere{state.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC)};
-    if (!state.File && nowhere.Descriptor < 0)
+    const Descriptor nowhere(state.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (!state.File && nowhere.Number < 0)
         failSystem(failure::kFileNotWritten, "/dev/null", errno);
-    BodySink sink(state.File ? state.File->descriptor() : nowhere.Descriptor, line.Target.value_or("/dev/null"), false,
+    BodySink sink(state.File ? state.File->descriptor() : nowhere.Number, line.Target.value_or("/dev/null"), false,
                   State.Deadline);
     ProgressMeter meter("received", false, false);
     meter.onUpdate([this](std::uint64_t bytes) { Live = bytes; });

@@ -85,7 +85,7 @@ private:
     // By the class itself, which knows what a URL is.
     void checkUrl(const std::string& url) {
         if (!State.Connection)
-            State.Connection = State.Host.create(kConnectionClass, {vantik::Array(true)});
+            State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
         State.Connection.set("URL", url);
     }
 

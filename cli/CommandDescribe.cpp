@@ -71,7 +71,7 @@ nlohmann::ordered_json asJson(const vantik::ClassDescription& description) {
 } // namespace
 
 int runDescribe(Session& session, const Settings& settings, const Console& console) {
-    const vantik::ClassDescription description = session.Host.describe(kConnectionClass);
+    const vantik::ClassDescription description = session.Host.describe(vantik::kHttpConnectionClass);
     if (settings.Json) {
         console.print(asJson(description).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
         return kExitDone;

@@ -18,7 +18,7 @@ constexpr const char* kHidden = "***";
 // lack of a host when it opens a connection, which reaches no server yet.
 std::string asciiUrl(Session& session, const std::string& url) {
     return maskingRefused(url, [&] {
-        session.Connection = session.Host.create(kConnectionClass, {vantik::Array(true)});
+        session.Connection = session.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
         session.Connection.set("URL", vantik::Array(url));
         session.Connection.call("openConnection", std::span<const vantik::Array>(), 0);
         const std::string ascii = session.Connection.get("URL").text();

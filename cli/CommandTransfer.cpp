@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "cli/CliFailure.h"
+#include "cli/Descriptor.h"
 #include "cli/Exchange.h"
 #include "cli/OutputFile.h"
 #include "cli/Progress.h"
@@ -24,17 +25,6 @@ constexpr int kFirstErrorStatus = 400;
 // Of content in the object of --json. It is held several times over while the object is made, and a control byte takes
 // six characters there.
 constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
-
-struct Descriptor {
-    int Number;
-    explicit Descriptor(int number) : Number(number) {}
-    ~Descriptor() {
-        if (Number >= 0)
-            ::close(Number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-};
 
 // One command that delivers content somewhere.
 class Transfer {
@@ -62,8 +52,7 @@ private:
         if (Wanted.Fail && response.Status >= kFirstErrorStatus) {
             exchange.close();
             fail(failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url},
-                 "the server answered " + std::to_string(response.Status) +
-                     (response.Reason.empty() ? "" : " " + response.Reason) + " for " + response.Url);
+                 response.statusText());
         }
         return response;
     }

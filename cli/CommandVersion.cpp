@@ -3,7 +3,7 @@
 namespace netrove::cli {
 
 int runVersion(Session& session, const Console& console) {
-    const vantik::ClassDescription description = session.Host.describe(kConnectionClass);
+    const vantik::ClassDescription description = session.Host.describe(vantik::kHttpConnectionClass);
     std::string text = console.styled(Style::Bold, "netrove " NETROVE_VERSION) + "\n";
     text += "Class: " + description.Name + ", " + std::to_string(description.Properties.size()) + " properties, " +
             std::to_string(description.Methods.size() - 1) + " methods\n";

@@ -288,7 +288,7 @@ void DemoStage::say(std::string_view text) const {
 
 const vantik::Object& DemoStage::open(const std::string& url, std::string_view method, bool newer) {
     State.Connection = vantik::Object();
-    State.Connection = State.Host.create(kConnectionClass, {vantik::Array(newer)});
+    State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(newer)});
     State.Connection.set("URL", vantik::Array(url));
     State.Connection.set("CertificateFilename", vantik::Array("default"));
     State.Connection.set("TimeoutInMilliseconds",

@@ -1,11 +1,11 @@
 #include "cli/Exchange.h"
 
-#include <charconv>
 #include <span>
 #include <utility>
 
 #include "cli/CliFailure.h"
 #include "cli/FieldText.h"
+#include "cli/NumberText.h"
 #include "cli/RefusedUrl.h"
 #include "cli/UrlText.h"
 
@@ -15,14 +15,6 @@ namespace {
 
 std::string textOf(const vantik::Array& value) {
     return value.empty() ? std::string() : value.text();
-}
-
-std::optional<std::uint64_t> wholeNumber(std::string_view text) {
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
 }
 
 // The warning tells a length of -1 where none was announced, which says nothing to a person.
@@ -48,6 +40,10 @@ std::string Response::head() const {
     for (const Field& field : Fields)
         text += field.Name + ": " + field.Value + "\r\n";
     return text + "\r\n";
+}
+
+std::string Response::statusText() const {
+    return "the server answered " + std::to_string(Status) + (Reason.empty() ? "" : " " + Reason) + " for " + Url;
 }
 
 // What the library makes of a failure of our own objects is less than we know ourselves.

@@ -17,6 +17,8 @@
 
 namespace netrove::cli {
 
+constexpr int kFirstErrorStatus = 400;
+
 // The head of the final response.
 struct Response {
     std::string Url; // of the request that it answers, in ASCII
@@ -28,6 +30,7 @@ struct Response {
     int Redirects = 0; // followed on the way to it
 
     const Field* field(std::string_view name) const; // the first of that name; null for none
+    std::string statusText() const; // "the server answered ...", for a status that is taken as a failure
     // The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8
     // come out as replacement characters.
     std::string head() const;

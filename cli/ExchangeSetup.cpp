@@ -54,7 +54,7 @@ void Exchange::makeConnection() {
     if (State.Connection && !Wanted.Simple)
         return;
     State.Connection = vantik::Object();
-    State.Connection = State.Host.create(kConnectionClass, {vantik::Array(!Wanted.Simple)});
+    State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Wanted.Simple)});
 }
 
 void Exchange::setBeforeOpen(const Request& request) {

@@ -27,27 +27,6 @@ std::string optionNames(const OptionRow& row) {
     return names + "--" + std::string(row.LongName);
 }
 
-// Breaks a help text into lines; the formatter indents what follows a line end.
-std::string wrapped(std::string_view text) {
-    std::string result;
-    std::size_t column = 0;
-    for (std::size_t start = 0; start < text.size();) {
-        const auto end = std::min(text.find(' ', start), text.size());
-        const std::string_view word = text.substr(start, end - start);
-        if (column != 0 && column + 1 + word.size() > kHelpTextWidth) {
-            result += '\n';
-            column = 0;
-        } else if (column != 0) {
-            result += ' ';
-            ++column;
-        }
-        result += word;
-        column += word.size();
-        start = end + 1;
-    }
-    return result;
-}
-
 // Adds one option of the table. It is applied when it is met, so that of two contradicting options the last one counts.
 void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
     CLI::Option* option = nullptr;
@@ -59,7 +38,7 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
                 if (count > 0)
                     apply(result.Wanted, "");
             },
-            wrapped(row.Help));
+            wrapped(row.Help, kHelpTextWidth));
     } else {
         option = app.add_option(
             optionNames(row),
@@ -71,20 +50,11 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
                 }
                 return true;
             },
-            wrapped(row.Help));
+            wrapped(row.Help, kHelpTextWidth));
         option->type_size(1)->expected(1)->type_name(std::string(row.ValueName));
         option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
     option->group(std::string(row.Group))->trigger_on_parse();
-}
-
-std::string exitStatusText() {
-    std::string text = "Exit status:\n";
-    for (const ExitMeaning& meaning : exitMeanings()) {
-        std::string number = std::to_string(meaning.Status);
-        text += "  " + std::string(5 - number.size(), ' ') + number + "  " + std::string(meaning.Meaning) + "\n";
-    }
-    return text;
 }
 
 // Last, so that its group stands where the table has it.
@@ -113,7 +83,7 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     addHelp(*sub);
     sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
     if ((command.Set & kTransfers) != 0)
-        sub->footer(exitStatusText());
+        sub->footer("Exit status:\n" + exitLines(2));
 }
 
 // A command is explained by its own help, everything else by a topic.

@@ -18,8 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kTerminalInterval = 100ms;
-constexpr auto kLogInterval = 1s;
+constexpr std::chrono::steady_clock::duration kTerminalInterval = 100ms;
+constexpr std::chrono::steady_clock::duration kLogInterval = 1s;
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kShortBarWidth = 10;
 constexpr std::size_t kUsualWidth = 80;
@@ -37,14 +37,19 @@ std::string bar(double share, std::size_t cells) {
     return "[" + std::string(done, '#') + std::string(cells - done, '.') + "]";
 }
 
-std::size_t terminalWidth() {
-    winsize size{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
-        return size.ws_col;
-    return kUsualWidth;
+} // namespace
+
+std::chrono::steady_clock::duration progressInterval(bool terminal) {
+    return terminal ? kTerminalInterval : kLogInterval;
 }
 
-} // namespace
+std::size_t progressWidth(bool terminal) {
+    if (!terminal)
+        return std::string::npos;
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return (known ? size.ws_col : kUsualWidth) - 1; // a full line would break
+}
 
 std::string sizeText(std::uint64_t bytes) {
     if (bytes < 1024)
@@ -99,7 +104,7 @@ std::string progressText(const std::string& label, const ProgressState& state, s
 
 ProgressMeter::ProgressMeter(std::string label, bool shown, bool terminal)
     : Label(std::move(label)), Shown(shown), Terminal(terminal), Start(Clock::now()),
-      NextDraw(Start + (terminal ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval))) {}
+      NextDraw(Start + progressInterval(terminal)) {}
 
 ProgressMeter::~ProgressMeter() {
     // A line that was begun is ended, so that a failure's text starts on its own.
@@ -130,9 +135,8 @@ void ProgressMeter::finish() {
 
 void ProgressMeter::draw(Clock::time_point now) {
     State.Elapsed = now - Start;
-    NextDraw = now + (Terminal ? Clock::duration(kTerminalInterval) : Clock::duration(kLogInterval));
-    const std::size_t width = Terminal ? terminalWidth() - 1 : std::string::npos;
-    const std::string text = progressText(Label, State, width);
+    NextDraw = now + progressInterval(Terminal);
+    const std::string text = progressText(Label, State, progressWidth(Terminal));
     const std::string drawn = Terminal ? "\r" + text + "\033[K" : text + "\n";
     Drawn = writeAll(STDERR_FILENO, drawn);
 }

@@ -23,6 +23,10 @@ std::string durationText(std::chrono::duration<double> time);
 // One line, at most `width` columns, without a line end. A total that turned out too small counts as unknown.
 std::string progressText(const std::string& label, const ProgressState& state, std::size_t width);
 
+// How long a line stands before it is drawn again, and how many columns it may take, on a terminal and elsewhere.
+std::chrono::steady_clock::duration progressInterval(bool terminal);
+std::size_t progressWidth(bool terminal);
+
 // Draws on standard error, at most ten times a second.
 class ProgressMeter {
 public:

@@ -69,24 +69,7 @@ std::string commandsOf(const OptionRow& row) {
 std::string entry(std::string_view name, std::string_view text) {
     constexpr std::size_t indent = 6;
     constexpr std::size_t width = 72;
-    std::string result = "  " + std::string(name) + "\n" + std::string(indent, ' ');
-    std::size_t column = 0;
-    for (std::size_t start = 0; start < text.size();) {
-        const auto end = std::min(text.find(' ', start), text.size());
-        const std::string_view word = text.substr(start, end - start);
-        if (column != 0 && column + 1 + word.size() > width) {
-            result += "\n" + std::string(indent, ' ');
-            column = 0;
-        }
-        if (column != 0) {
-            result += ' ';
-            ++column;
-        }
-        result += word;
-        column += word.size();
-        start = end + 1;
-    }
-    return result + "\n";
+    return "  " + std::string(name) + "\n" + std::string(indent, ' ') + wrapped(text, width, indent) + "\n";
 }
 
 std::string groupText(std::string_view group) {
@@ -98,12 +81,7 @@ std::string groupText(std::string_view group) {
 }
 
 std::string exitText() {
-    std::string text = "Exit status\n\n";
-    for (const ExitMeaning& meaning : exitMeanings()) {
-        const std::string number = std::to_string(meaning.Status);
-        text += std::string(5 - number.size(), ' ') + number + "  " + std::string(meaning.Meaning) + "\n";
-    }
-    return text;
+    return "Exit status\n\n" + exitLines(0);
 }
 
 std::string environmentText() {
@@ -150,6 +128,37 @@ constexpr TopicRow kTopics[] = {
 };
 
 } // namespace
+
+std::string wrapped(std::string_view text, std::size_t width, std::size_t indent) {
+    std::string result;
+    std::size_t column = 0;
+    for (std::size_t start = 0; start < text.size();) {
+        const auto end = std::min(text.find(' ', start), text.size());
+        const std::string_view word = text.substr(start, end - start);
+        if (column != 0 && column + 1 + word.size() > width) {
+            result += "\n" + std::string(indent, ' ');
+            column = 0;
+        } else if (column != 0) {
+            result += ' ';
+            ++column;
+        }
+        result += word;
+        column += word.size();
+        start = end + 1;
+    }
+    return result;
+}
+
+std::string exitLines(std::size_t indent) {
+    constexpr std::size_t numberWidth = 5;
+    std::string text;
+    for (const ExitMeaning& meaning : exitMeanings()) {
+        const std::string number = std::to_string(meaning.Status);
+        text += std::string(indent + numberWidth - number.size(), ' ') + number + "  " + std::string(meaning.Meaning) +
+                "\n";
+    }
+    return text;
+}
 
 std::span<const EnvironmentRow> environmentTable() {
     return kEnvironment;

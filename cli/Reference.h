@@ -22,6 +22,12 @@ struct ExampleRow {
 };
 std::span<const ExampleRow> exampleTable();
 
+// `text` in lines of at most `width` columns, broken at blanks; each line behind the first begins with `indent` blanks,
+// which do not count.
+std::string wrapped(std::string_view text, std::size_t width, std::size_t indent = 0);
+// One line for each exit status, each behind `indent` blanks.
+std::string exitLines(std::size_t indent);
+
 // What `netrove help TOPIC` prints; a usage failure names the topics there are. Commands have their own help.
 std::string helpTopic(std::string_view topic);
 std::string topicList();

@@ -5,14 +5,15 @@
 #include <string>
 
 #include "vantik/Host.h"
+#include "vantik/Http.h"
 
+#include "cli/Output.h"
 #include "cli/Settings.h"
 #include "cli/Signals.h"
 
 namespace netrove::cli {
 
 constexpr const char* kModule = "netrove";
-constexpr const char* kConnectionClass = "vantik.internal.webservices.HTTPConnectionAdapter";
 
 struct Session {
     vantik::Host Host;
@@ -23,6 +24,17 @@ struct Session {
 
     // Loads the module. Nothing else may be done before.
     void load() { Host.load(kModule); }
+
+    // From here on warnings go to `console`, which must outlive the session; that of cut content is kept instead, since
+    // it is reported as a failure once the exchange is over.
+    void reportWarnings(const Console& console) {
+        Host.onWarning([this, &console](const vantik::Message& message) {
+            if (message.identifier() == vantik::kIncompleteContent)
+                Partial = message;
+            else
+                console.warning(message);
+        });
+    }
 
     void limitTime(double seconds) {
         const auto time = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));

@@ -47,12 +47,7 @@ int runCommand(Session& session, Settings& settings, Console& console, std::opti
         console.note("the trace shows credentials and cookies as they are sent");
         trace.emplace(console.errIsTerminal());
     }
-    session.Host.onWarning([&](const vantik::Message& message) {
-        if (message.identifier() == "VANTIK:webservices:PartialFileWarning")
-            session.Partial = message; // reported as a failure once the exchange is over
-        else
-            console.warning(message);
-    });
+    session.reportWarnings(console);
     if (settings.Command == Command::Batch)
         return runBatch(session, settings, console);
     if (settings.MaxTime)
