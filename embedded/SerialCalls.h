@@ -1,0 +1,31 @@
+// Calls that may block for as long as they like, one at a time and off the calling thread, so that whoever waits for
+// one can give up.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vantik::detail {
+
+class SerialCalls {
+public:
+    using Answer = std::vector<std::string>;
+
+    SerialCalls();
+    ~SerialCalls();
+    SerialCalls(const SerialCalls&) = delete;
+    SerialCalls& operator=(const SerialCalls&) = delete;
+
+    // Gives what `call` gives, and raises std::runtime_error with the words of what it raises. `checkStop` is called
+    // again and again meanwhile; what it raises ends the wait. The call itself cannot be ended: it goes on for itself,
+    // and the next one begins when it is over. So it owns what it needs, and all of that outlives it.
+    Answer run(std::function<Answer()> call, const std::function<void()>& checkStop);
+
+private:
+    struct State;
+    std::shared_ptr<State> Shared; // with the thread that runs a call
+};
+
+} // namespace vantik::detail
