@@ -5,12 +5,15 @@
 
 #include <proxy.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
 #include <list>
 #include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace foundation::httpproxy {
 
@@ -67,9 +70,22 @@ ProxySelector::~ProxySelector() = default;
 namespace vantik::detail {
 
 using foundation::httpproxy::Proxy;
+using foundation::httpproxy::ProxyCredentials;
 using foundation::httpproxy::ProxyList;
 
 namespace {
+
+class StoredCredentials final : public ProxyCredentials {
+public:
+    StoredCredentials(std::string username, std::string password)
+        : Username(std::move(username)), Password(std::move(password)) {}
+    std::string getUsername() const override { return Username; }
+    std::string getPassword() const override { return Password; }
+
+private:
+    std::string Username;
+    std::string Password;
+};
 
 // libproxy's reader of settings. It holds the proxy script that it has fetched, and is never freed: that would unload
 // the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone.
@@ -87,32 +103,79 @@ struct FreeProxies {
     void operator()(char** proxies) const noexcept { px_proxy_factory_free_proxies(proxies); }
 };
 
+std::vector<std::string> askSettings(SystemSettings& settings, const std::string& question) {
+    if (settings.Factory == nullptr) {
+        settings.Factory = px_proxy_factory_new();
+    }
+    if (settings.Factory == nullptr) {
+        throw std::runtime_error("The proxy settings of this system cannot be read");
+    }
+    const std::unique_ptr<char*, FreeProxies> answer(px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
+    if (!answer) {
+        throw std::runtime_error("The proxy settings of this system give no answer for this URL");
+    }
+    std::vector<std::string> texts;
+    for (char** entry = answer.get(); *entry != nullptr; ++entry) {
+        texts.emplace_back(*entry);
+    }
+    return texts;
+}
+
+[[noreturn]] void refuseSetting(const std::string& reason) {
+    throw std::runtime_error("A proxy setting of this system cannot be used: " + reason);
+}
+
+Proxy proxyOf(const std::string& setting) {
+    try {
+        ProxyText text = readProxy(setting);
+        std::shared_ptr<const ProxyCredentials> credentials;
+        if (text.HasCredentials) {
+            credentials = std::make_shared<StoredCredentials>(std::move(text.Username), std::move(text.Password));
+        }
+        return Proxy(std::move(text.Host), text.Port, std::move(credentials));
+    } catch (const std::invalid_argument& refusal) {
+        refuseSetting(refusal.what());
+    }
+}
+
+// The name of the variable that libproxy reads for a URL: one that is set and empty counts as well.
+const char* environmentVariable(const std::string& question) {
+    constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY"};
+    const std::size_t first = question.starts_with("https:") ? 0 : 2;
+    const auto* const set =
+        std::find_if(names + first, std::end(names), [](const char* name) { return std::getenv(name) != nullptr; });
+    return set == std::end(names) ? nullptr : *set;
+}
+
+// A setting that libproxy does not understand means a direct connection for it. Somebody wanted a proxy, and may need
+// it to stay unseen.
+void refuseIgnoredSetting(const std::string& question) {
+    const char* const name = environmentVariable(question);
+    const char* const value = name == nullptr ? nullptr : std::getenv(name);
+    if (value != nullptr && *value != '\0' && !beginsLikeUrl(value)) {
+        refuseSetting(std::string(name) + " is not written http://HOST:PORT");
+    }
+}
+
 class SystemProxySelector final : public foundation::httpproxy::ProxySelector {
 public:
     ProxyList getProxies(const std::string& url) override {
         const std::string question = proxyQuestion(url);
         SystemSettings& settings = systemSettings();
-        const std::lock_guard lock(settings.Guard);
-        if (settings.Factory == nullptr) {
-            settings.Factory = px_proxy_factory_new();
-        }
-        if (settings.Factory == nullptr) {
-            throw std::runtime_error("The proxy settings of this system cannot be read");
-        }
-        const std::unique_ptr<char*, FreeProxies> answer(
-            px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
-        if (!answer) {
-            throw std::runtime_error("The proxy settings of this system give no answer for this URL");
+        std::vector<std::string> answer;
+        {
+            const std::lock_guard lock(settings.Guard);
+            answer = askSettings(settings, question);
         }
         std::list<Proxy> proxies;
-        for (char** entry = answer.get(); *entry != nullptr; ++entry) {
-            const std::string text(*entry);
+        for (const std::string& text : answer) {
             if (text.starts_with("direct://")) {
                 break; // what comes behind a direct connection is for a failure of that
             }
-            if (std::optional<Proxy> proxy = parseProxy(text)) {
-                proxies.push_back(std::move(*proxy));
-            }
+            proxies.push_back(proxyOf(text));
+        }
+        if (proxies.empty()) {
+            refuseIgnoredSetting(question);
         }
         return ProxyList(std::move(proxies));
     }

@@ -2,33 +2,35 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdint>
-#include <memory>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
 
 namespace vantik::detail {
 
-using foundation::httpproxy::Proxy;
-using foundation::httpproxy::ProxyCredentials;
-
 namespace {
 
-class StoredCredentials final : public ProxyCredentials {
-public:
-    StoredCredentials(std::string username, std::string password)
-        : Username(std::move(username)), Password(std::move(password)) {}
-    std::string getUsername() const override { return Username; }
-    std::string getPassword() const override { return Password; }
-
-private:
-    std::string Username;
-    std::string Password;
+struct SchemeRow {
+    std::string_view Name;
+    std::uint16_t Port; // where the text names none
 };
+
+// What libcurl knows; "socks" is socks4 for it.
+constexpr SchemeRow kSchemes[] = {
+    {"http", 80},      {"https", 443},   {"socks", 1080},   {"socks4", 1080},
+    {"socks4a", 1080}, {"socks5", 1080}, {"socks5h", 1080},
+};
+constexpr std::string_view kUnmarked = "http"; // "host:port" alone is usual in environments
 
 char lowered(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool isLetter(char c) {
+    return lowered(c) >= 'a' && lowered(c) <= 'z';
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
 
 bool isControl(char c) {
@@ -37,10 +39,10 @@ bool isControl(char c) {
 }
 
 int hexDigit(char c) {
-    const char digit = lowered(c);
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
+    if (isDigit(c)) {
+        return c - '0';
     }
+    const char digit = lowered(c);
     return digit >= 'a' && digit <= 'f' ? digit - 'a' + 10 : -1;
 }
 
@@ -64,7 +66,17 @@ std::size_t authorityEnd(std::string_view url, std::size_t start) {
 }
 
 [[noreturn]] void refuse(const char* reason) {
-    throw std::runtime_error(std::string("A proxy setting of this system cannot be used: ") + reason);
+    throw std::invalid_argument(reason);
+}
+
+const SchemeRow& findScheme(std::string_view text) {
+    std::string name(text);
+    std::ranges::transform(name, name.begin(), lowered);
+    const auto* const row = std::ranges::find(kSchemes, name, &SchemeRow::Name);
+    if (row == std::end(kSchemes)) {
+        refuse("its scheme is none of http, https, socks4, socks4a, socks5 and socks5h");
+    }
+    return *row;
 }
 
 std::uint16_t parsePort(std::string_view text) {
@@ -88,20 +100,17 @@ std::pair<std::string_view, std::string_view> splitCredentials(std::string_view 
 
 } // namespace
 
-std::optional<Proxy> parseProxy(const std::string& setting) {
-    if (std::ranges::any_of(setting, isControl)) {
+ProxyText readProxy(std::string_view text) {
+    if (std::ranges::any_of(text, isControl)) {
         refuse("it holds a control character");
     }
-    std::string scheme = "http"; // "host:port" alone is usual in environments
-    std::string_view rest = setting;
+    std::string_view schemeName = kUnmarked;
+    std::string_view rest = text;
     if (const std::size_t mark = rest.find("://"); mark != std::string_view::npos) {
-        scheme = rest.substr(0, mark);
-        std::ranges::transform(scheme, scheme.begin(), lowered);
+        schemeName = rest.substr(0, mark);
         rest.remove_prefix(mark + 3);
     }
-    if (scheme != "http" && scheme != "https") {
-        return std::nullopt;
-    }
+    const SchemeRow& scheme = findScheme(schemeName);
 
     const auto [credentials, location] = splitCredentials(rest);
     const std::string_view authority = location.substr(0, authorityEnd(location, 0));
@@ -112,19 +121,29 @@ std::optional<Proxy> parseProxy(const std::string& setting) {
     if (host.empty() || (host.front() == '[') != (host.back() == ']') || host.find(' ') != std::string_view::npos) {
         refuse("it names no host");
     }
-    std::uint16_t port = scheme == "https" ? 443 : 80;
-    if (colon != std::string_view::npos && colon + 1 < authority.size()) {
-        port = parsePort(authority.substr(colon + 1));
-    }
 
-    std::shared_ptr<const ProxyCredentials> stored;
+    ProxyText proxy;
+    proxy.Host = scheme.Name == kUnmarked ? std::string(host) : std::string(scheme.Name) + "://" + std::string(host);
+    proxy.Port = scheme.Port;
+    if (colon != std::string_view::npos && colon + 1 < authority.size()) {
+        proxy.Port = parsePort(authority.substr(colon + 1));
+    }
     if (!credentials.empty()) {
         const std::size_t separator = std::min(credentials.find(':'), credentials.size());
         const std::size_t password = std::min(separator + 1, credentials.size());
-        stored = std::make_shared<StoredCredentials>(percentDecoded(credentials.substr(0, separator)),
-                                                     percentDecoded(credentials.substr(password)));
+        proxy.HasCredentials = true;
+        proxy.Username = percentDecoded(credentials.substr(0, separator));
+        proxy.Password = percentDecoded(credentials.substr(password));
     }
-    return Proxy(std::string(host), port, std::move(stored));
+    proxy.Path = location.substr(authority.size());
+    return proxy;
+}
+
+bool beginsLikeUrl(std::string_view text) {
+    const std::size_t colon = text.find(':');
+    return colon != std::string_view::npos && colon > 0 && isLetter(text.front()) &&
+           std::ranges::all_of(text.substr(0, colon),
+                               [](char c) { return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.'; });
 }
 
 std::string proxyQuestion(const std::string& url) {

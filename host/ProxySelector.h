@@ -20,7 +20,8 @@ public:
     virtual ~ProxyCredentials();
 };
 
-// One proxy. `NO_PROXY` has an empty host and no credentials.
+// One proxy. Its host is handed to libcurl as it is, so it may begin with a scheme, as in "socks5://host"; without one
+// the proxy speaks HTTP. `NO_PROXY` has an empty host and no credentials.
 class VANTIK_HOST_API Proxy {
 public:
     Proxy(std::string host, std::uint16_t port, std::shared_ptr<const ProxyCredentials> credentials = nullptr);

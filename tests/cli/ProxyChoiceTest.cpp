@@ -36,6 +36,7 @@ TEST(ProxyChoice, CredentialsAreTakenOut) {
     EXPECT_EQ(choice.Host, "proxy");
     EXPECT_EQ(choice.User, "me");
     EXPECT_EQ(choice.Password, "p@ss");
+    expectProxy("https://me:p/w@proxy:3128", "https://proxy", 3128);
 }
 
 TEST(ProxyChoice, WhatIsNoProxyIsRefused) {

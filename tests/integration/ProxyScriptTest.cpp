@@ -33,6 +33,8 @@ std::string scriptFor(const ScriptedServer& proxy) {
            "  if (url.substring(0, 6) == 'https:') return 'PROXY secure.test:8443';\n"
            "  if (dnsDomainIs(host, '.two.test')) return 'PROXY first.test:1; PROXY second.test:2; DIRECT';\n"
            "  if (shExpMatch(url, '*/socks/*')) return 'SOCKS socks.test:1080; PROXY behind.test:3128';\n"
+           "  if (shExpMatch(url, '*/socks5/*')) return 'SOCKS5 socks.test:1080';\n"
+           "  if (shExpMatch(url, '*/tls/*')) return 'HTTPS tls.test:8443; PROXY behind.test:3128';\n"
            "  if (host == 'nonsense.test') return 'nonsense';\n"
            "  if (host == 'throws.test') throw 'on purpose';\n"
            "  return 'PROXY " +
@@ -47,7 +49,9 @@ protected:
         EXPECT_EQ(described(lookUp("http://direct.test/")), Direct);
         EXPECT_EQ(described(lookUp("https://any.test/")), "secure.test 8443");
         EXPECT_EQ(described(lookUp("http://a.two.test/")), "first.test 1");
-        EXPECT_EQ(described(lookUp("http://any.test/socks/x")), "behind.test 3128") << "the first that speaks HTTP";
+        EXPECT_EQ(described(lookUp("http://any.test/socks/x")), "socks://socks.test 1080");
+        EXPECT_EQ(described(lookUp("http://any.test/socks5/x")), "socks5://socks.test 1080");
+        EXPECT_EQ(described(lookUp("http://any.test/tls/x")), "behind.test 3128") << "libproxy leaves HTTPS out";
         EXPECT_EQ(described(lookUp("http://any.test/")), "127.0.0.1 " + std::to_string(proxy.port()));
         // What a script does wrong counts as no proxy.
         EXPECT_EQ(described(lookUp("http://nonsense.test/")), Direct);
