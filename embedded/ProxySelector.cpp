@@ -1,7 +1,10 @@
 #include "host/ProxySelector.h"
 
 #include "embedded/ProxyText.h"
+#include "embedded/Scope.h"
+#include "embedded/SerialCalls.h"
 #include "embedded/Services.h"
+#include "host/Interrupt.h"
 
 #include <proxy.h>
 
@@ -9,11 +12,9 @@
 #include <cstdlib>
 #include <iterator>
 #include <list>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace foundation::httpproxy {
 
@@ -88,10 +89,11 @@ private:
 };
 
 // libproxy's reader of settings. It holds the proxy script that it has fetched, and is never freed: that would unload
-// the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone.
+// the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone. It answers one
+// question at a time, whatever the thread. A server of proxy scripts that says nothing holds it up without a limit.
 struct SystemSettings {
-    std::mutex Guard; // one for all scopes
-    pxProxyFactory* Factory = nullptr;
+    SerialCalls Calls;                 // for all scopes
+    pxProxyFactory* Factory = nullptr; // within a call alone
 };
 
 SystemSettings& systemSettings() {
@@ -103,7 +105,7 @@ struct FreeProxies {
     void operator()(char** proxies) const noexcept { px_proxy_factory_free_proxies(proxies); }
 };
 
-std::vector<std::string> askSettings(SystemSettings& settings, const std::string& question) {
+SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& question) {
     if (settings.Factory == nullptr) {
         settings.Factory = px_proxy_factory_new();
     }
@@ -114,11 +116,24 @@ std::vector<std::string> askSettings(SystemSettings& settings, const std::string
     if (!answer) {
         throw std::runtime_error("The proxy settings of this system give no answer for this URL");
     }
-    std::vector<std::string> texts;
+    SerialCalls::Answer texts;
     for (char** entry = answer.get(); *entry != nullptr; ++entry) {
         texts.emplace_back(*entry);
     }
     return texts;
+}
+
+// Whoever asks takes every failure for one of the URL, and asks again with the scheme alone. So the wish to stop stays
+// for that second question, which takes it.
+void stopWhereWanted(bool askedAgain) {
+    const Scope* const scope = Scope::currentOrNull();
+    if (scope == nullptr || !scope->Interrupt.pending()) {
+        return;
+    }
+    if (!askedAgain) {
+        throw Zentorak::System::InterruptException(false);
+    }
+    utInterruptState::ThrowIfInterruptPending();
 }
 
 [[noreturn]] void refuseSetting(const std::string& reason) {
@@ -161,12 +176,11 @@ class SystemProxySelector final : public foundation::httpproxy::ProxySelector {
 public:
     ProxyList getProxies(const std::string& url) override {
         const std::string question = proxyQuestion(url);
+        const bool schemeAlone = question.ends_with("://");
         SystemSettings& settings = systemSettings();
-        std::vector<std::string> answer;
-        {
-            const std::lock_guard lock(settings.Guard);
-            answer = askSettings(settings, question);
-        }
+        const SerialCalls::Answer answer =
+            settings.Calls.run([&settings, question] { return askSettings(settings, question); },
+                               [schemeAlone] { stopWhereWanted(schemeAlone); });
         std::list<Proxy> proxies;
         for (const std::string& text : answer) {
             if (text.starts_with("direct://")) {
