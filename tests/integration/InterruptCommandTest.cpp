@@ -1,4 +1,5 @@
-// Ctrl-C at the command line in each phase of a request: it ends with the status for that, and leaves no file.
+// Ctrl-C at the command line in each phase of a request, many times: it ends soon, with the status for that, and leaves
+// no file.
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
@@ -7,11 +8,11 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -23,44 +24,56 @@ using namespace testsupport;
 using Texts = std::vector<std::string>;
 
 const std::string Interrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
-constexpr std::size_t Much = 30'000'000; // more than all buffers on the way hold
+constexpr int Rounds = 50;
+constexpr std::chrono::seconds Patience{2}; // of the person who has pressed Ctrl-C
+constexpr std::size_t Much = 30'000'000;    // more than all buffers on the way hold
 
 class InterruptedCommand : public testing::Test {
 protected:
-    // Presses Ctrl-C and looks at what is left. How long it takes is told with the test and asserted by nobody.
-    void interrupt(Program& program, const std::string& output = {}) {
-        const auto start = std::chrono::steady_clock::now();
+    // Presses Ctrl-C and looks at what is left. A program that goes on for too long is killed, and has no status then.
+    Outcome stop(Program& program) {
         program.signal(SIGINT);
-        const Outcome outcome = program.wait();
-        const auto elapsed = std::chrono::steady_clock::now() - start;
-        Longest = std::max(Longest, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed));
-        RecordProperty("milliseconds", static_cast<int>(Longest.count()));
+        const Outcome outcome = program.waitAtMost(Patience);
         EXPECT_EQ(outcome.Status, 130);
+        EXPECT_TRUE(std::filesystem::is_empty(Folder.path())) << "something is left of the file";
+        return outcome;
+    }
+    void interrupt(Program& program, const std::string& output = {}) {
+        const Outcome outcome = stop(program);
         EXPECT_EQ(outcome.Err, Interrupted);
         EXPECT_EQ(outcome.Out, output);
-        EXPECT_TRUE(std::filesystem::is_empty(Folder.path())) << "something is left of the file";
     }
 
-    // Every command that writes: to standard output, to a file through the class, to a file through a consumer.
-    std::vector<Texts> commands(const std::string& url) const {
-        return {{"get", "-k", url},
-                {"save", "-k", url, target()},
-                {"save", "-k", "--consumer", url, target()},
-                {"send", "-k", "-o", target(), url}};
+    // Each phase is interrupted as often as this, unless something fails.
+    void repeat(const std::function<void(int round)>& action) {
+        for (int round = 0; round < Rounds && !HasFailure(); ++round) {
+            SCOPED_TRACE(round);
+            action(round);
+        }
+    }
+
+    // Every command that writes, by turns: to standard output, to a file through the class, to a file through a
+    // consumer, to a file behind a request with content.
+    Texts command(int round, const std::string& url) const {
+        const std::vector<Texts> commands = {{"get", "-k", url},
+                                             {"save", "-k", url, target()},
+                                             {"save", "-k", "--consumer", url, target()},
+                                             {"send", "-k", "-o", target(), url}};
+        return commands.at(static_cast<std::size_t>(round) % commands.size());
     }
     std::string target() const { return Folder.file("target"); }
 
-    // With the URL in its place, where it was not known before.
-    static Texts filled(Texts command, const std::string& url) {
-        std::replace(command.begin(), command.end(), std::string(), url);
-        return command;
-    }
-    std::string folder() const { return Folder.path(); }
-
 private:
     TemporaryFolder Folder;
-    std::chrono::milliseconds Longest{0};
 };
+
+// What the limit is worth: without it a program that does not end would hold the test instead of failing it.
+TEST(InterruptedProgram, IsKilledWhereItDoesNotEnd) {
+    Program silent({}, {.Executable = "/bin/cat"}); // nothing is typed
+    EXPECT_EQ(silent.waitAtMost(std::chrono::milliseconds(1)).Status, -1);
+    Program ending({"-c", "exit 7"}, {.Executable = "/bin/sh"});
+    EXPECT_EQ(ending.waitAtMost(Patience).Status, 7);
+}
 
 // Something that a program does which a server can see, in turn with what it then waits for.
 struct Phase {
@@ -91,14 +104,13 @@ Script withinAChunk() {
 class InterruptedPhase : public InterruptedCommand, public testing::WithParamInterface<Phase> {};
 
 TEST_P(InterruptedPhase, EndsEveryCommand) {
-    for (const Texts& command : commands("")) {
-        SCOPED_TRACE(command.front() + " " + command.at(2));
+    repeat([&](int round) {
         ScriptedServer server(GetParam().Play());
-        Program program(filled(command, server.url()));
+        Program program(command(round, server.url()));
         server.waitFor("reached");
         interrupt(program);
         EXPECT_TRUE(server.waitUntilDone().PeerEnded);
-    }
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPhase,
@@ -108,46 +120,52 @@ INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPhase,
                          [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(InterruptedCommand, WithinTheContent) {
-    for (const Texts& command : commands("")) {
-        SCOPED_TRACE(command.front() + " " + command.at(2));
+    repeat([&](int round) {
         ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\npart"),
                                step::signal("reached"), step::awaitPeerEnd()});
-        Program program(filled(command, server.url()));
+        const Texts arguments = command(round, server.url());
+        Program program(arguments);
         server.waitFor("reached");
-        if (command.front() == "get") {
+        if (arguments.front() == "get") {
             program.waitForOutput("part");
         }
-        interrupt(program, command.front() == "get" ? "part" : "");
-    }
+        interrupt(program, arguments.front() == "get" ? "part" : "");
+    });
 }
 
 // A server that answers nothing but takes every byte, and one that takes none once the buffers are full.
 TEST_F(InterruptedCommand, WhileContentIsSent) {
     const TemporaryFolder source;
     writeFile(source.file("content"), patternedBytes(Much));
-    for (const char* option : {"-T", "--body-file"}) {
-        for (const bool reads : {true, false}) {
-            SCOPED_TRACE(std::string(option) + (reads ? ", somebody reads" : ", nobody reads"));
-            ScriptedServer server({step::expectHead(), step::discard(reads ? Much / 2 : 1), step::signal("reached"),
-                                   reads ? step::awaitPeerEnd() : step::await("the end")});
-            Program program({"send", "-X", "PUT", option, source.file("content"), "-o", target(), server.url()});
-            server.waitFor("reached");
-            interrupt(program);
-            server.raise("the end");
-        }
-    }
+    repeat([&](int round) {
+        const char* option = round % 2 == 0 ? "-T" : "--body-file";
+        const bool reads = round % 4 < 2;
+        SCOPED_TRACE(std::string(option) + (reads ? ", somebody reads" : ", nobody reads"));
+        ScriptedServer server({step::expectHead(), step::discard(reads ? Much / 2 : 1), step::signal("reached"),
+                               reads ? step::awaitPeerEnd() : step::await("the end")});
+        Program program({"send", "-X", "PUT", option, source.file("content"), "-o", target(), server.url()});
+        server.waitFor("reached");
+        interrupt(program);
+        server.raise("the end");
+    });
 }
 
 TEST_F(InterruptedCommand, WhileStandardInputIsSilent) {
-    ScriptedServer server({step::expectHead(), step::signal("reached"), step::awaitPeerEnd()});
-    Program program({"send", "-T", "-", "-o", target(), server.url()});
-    program.type("first");
-    server.waitFor("reached");
-    interrupt(program);
+    repeat([&](int) {
+        ScriptedServer server({step::expectHead(), step::signal("reached"), step::awaitPeerEnd()});
+        Program program({"send", "-T", "-", "-o", target(), server.url()});
+        program.type("first");
+        server.waitFor("reached");
+        interrupt(program);
+    });
 }
 
-// A consumer that waits for its own output, which nobody reads.
-TEST_F(InterruptedCommand, WhileAConsumerWaitsForAFullPipe) {
+class InterruptedPipe : public InterruptedCommand {
+protected:
+    void interruptWhenFull();
+};
+
+void InterruptedPipe::interruptWhenFull() {
     ScriptedServer server({step::expectHead(), step::send(response(patternedBytes(5'000'000))), step::awaitPeerEnd()});
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -163,6 +181,11 @@ TEST_F(InterruptedCommand, WhileAConsumerWaitsForAFullPipe) {
     interrupt(program);
 }
 
+// A consumer that waits for its own output, which nobody reads.
+TEST_F(InterruptedPipe, WhileAConsumerWaitsForIt) {
+    repeat([&](int) { interruptWhenFull(); });
+}
+
 // Connecting, and what comes before and behind it. No server sees when that begins; the program's trace tells.
 
 class InterruptedConnect : public InterruptedCommand, public testing::WithParamInterface<const char*> {};
@@ -170,38 +193,38 @@ class InterruptedConnect : public InterruptedCommand, public testing::WithParamI
 TEST_P(InterruptedConnect, EndsEveryCommand) {
     const SilentPort silent;
     const std::string url = std::string(GetParam()) + "://127.0.0.1:" + std::to_string(silent.port()) + "/";
-    for (Texts command : commands(url)) {
-        SCOPED_TRACE(command.front());
-        command.insert(command.end(), {"-v", "--color", "never", "--no-progress"});
-        Program program(command, {.Terminal = true}); // output and errors in one
+    repeat([&](int round) {
+        Texts arguments = command(round, url);
+        arguments.insert(arguments.end(), {"-v", "--color", "never", "--no-progress"});
+        Program program(arguments, {.Terminal = true}); // output and errors in one
         program.waitForOutput("Trying 127.0.0.1");
-        program.signal(SIGINT);
-        const Outcome outcome = program.wait();
-        EXPECT_EQ(outcome.Status, 130);
+        const Outcome outcome = stop(program);
         EXPECT_THAT(outcome.Out, testing::HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted"));
-        EXPECT_TRUE(std::filesystem::is_empty(folder()));
-    }
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(Schemes, InterruptedConnect, testing::Values("http", "https"),
                          [](const auto& info) { return std::string(info.param); });
 
 TEST_F(InterruptedCommand, WithinAHandshakeThatGetsNoAnswer) {
-    for (const Texts& command : commands("")) {
-        SCOPED_TRACE(command.front() + " " + command.at(2));
+    repeat([&](int round) {
         ScriptedServer server({step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
-        Program program(filled(command, "https://" + server.authority() + "/"));
+        Program program(command(round, "https://" + server.authority() + "/"));
         server.waitFor("reached");
         interrupt(program);
-    }
+    });
 }
 
 TEST_F(InterruptedCommand, WithinAHandshakeThatAProxyHasOpened) {
-    ScriptedServer proxy({step::expectHead(), step::send("HTTP/1.1 200 Connection established\r\n\r\n"),
-                          step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
-    Program program({"get", "-x", proxy.authority(), "https://origin.test/"});
-    proxy.waitFor("reached");
-    interrupt(program);
+    repeat([&](int round) {
+        ScriptedServer proxy({step::expectHead(), step::send("HTTP/1.1 200 Connection established\r\n\r\n"),
+                              step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
+        Texts arguments = command(round, "https://origin.test/");
+        arguments.insert(arguments.end(), {"-x", proxy.authority()});
+        Program program(arguments);
+        proxy.waitFor("reached");
+        interrupt(program);
+    });
 }
 
 // The name server never answers. libcurl asks it on a thread of its own, which cannot be stopped.
@@ -212,14 +235,12 @@ TEST_F(InterruptedCommand, WithinALookUpOfTheName) {
         // A sanitizer wants to be the first library in a program.
         {"ASAN_OPTIONS",
          (sanitizer == nullptr ? std::string() : std::string(sanitizer) + ":") + "verify_asan_link_order=0"}};
-    for (const char* scheme : {"http", "https"}) {
-        for (const Texts& command : commands(std::string(scheme) + "://held.test/")) {
-            SCOPED_TRACE(command.front() + " " + command.at(2));
-            Program program(command, {.Environment = environment});
-            program.waitForOutput("looking up\n");
-            interrupt(program, "looking up\n");
-        }
-    }
+    repeat([&](int round) {
+        const std::string scheme = round % 8 < 4 ? "http" : "https";
+        Program program(command(round, scheme + "://held.test/"), {.Environment = environment});
+        program.waitForOutput("looking up\n");
+        interrupt(program, "looking up\n");
+    });
 }
 
 } // namespace

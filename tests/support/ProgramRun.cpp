@@ -10,8 +10,10 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -224,6 +226,18 @@ Outcome Program::wait() {
         if (reader->joinable())
             reader->join();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Out, Err};
+}
+
+Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
+    pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, Process, 0)), POLLIN, 0};
+    checkErrno(ended.fd >= 0, "pidfd_open");
+    int count = 0;
+    while ((count = poll(&ended, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) {
+    }
+    close(ended.fd);
+    if (count == 0)
+        signal(SIGKILL);
+    return wait();
 }
 
 long Program::peakKiB() const {

@@ -1,6 +1,7 @@
 // Runs the built program, or another one, as a person or a script does, and tells what came of it.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -42,6 +43,8 @@ public:
     void closeInput();
     void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
     Outcome wait();                              // until it has ended
+    // The same, but a program that goes on for longer is killed, so that its status is -1.
+    Outcome waitAtMost(std::chrono::milliseconds limit);
     // The largest resident size so far. What rusage says would count this process too, as it was at the start.
     long peakKiB() const;
     std::string commandLine() const; // as the list of processes shows it, with a NUL behind each word
