@@ -42,9 +42,13 @@ std::vector<UploadRow> uploadRows() {
     // libcurl 7 gives up an upload over HTTP/2 when the stream is ended early, and does not look at the answer.
     const std::string ended = " | CopyContentToDataStreamError(* (CURLE code 92), URL)";
     const FaultOutcome tooLargeOrEnded{"413" + ended, " | too large"};
-    const FaultOutcome proxysPageOrEnded{"502" + ended, "*"};
+    const FaultOutcome nginxPage{"502", NginxPage};
+    const FaultOutcome nghttpxPageOrEnded{"502" + ended, std::string(" | ") + NghttpxPage};
     // Whether libcurl notices it on sending or on receiving is a matter of moments.
-    const FaultOutcome broken{"ConnectionRefused(URL, *) | CopyContentToDataStreamError(*, URL)"};
+    const FaultOutcome broken{
+        "ConnectionRefused(URL, Recv failure: Connection reset by peer) | "
+        "CopyContentToDataStreamError(Send failure: Connection reset by peer (CURLE code 55), URL) | "
+        "CopyContentToDataStreamError(Send failure: Broken pipe (CURLE code 55), URL)"};
     const std::string refusal = response("too large", {"Connection: close"}, "413 Too Large");
     const std::vector<double> data300 = {60000, 60000, 300};
     const Step reading = step::discard(100000);
@@ -74,7 +78,7 @@ std::vector<UploadRow> uploadRows() {
          tooLarge,
          tooLarge,
          tooLargeOrEnded},
-        {"ResetInTheContent", {reading, step::reset()}, {}, broken, {"502", "*"}, proxysPageOrEnded},
+        {"ResetInTheContent", {reading, step::reset()}, {}, broken, nginxPage, nghttpxPageOrEnded},
     };
 }
 

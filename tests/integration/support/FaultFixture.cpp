@@ -33,6 +33,18 @@ std::string told(const vantik::Message& message, const std::string& url) {
     return replaced(replaced(testsupport::describe(message), "VANTIK:webservices:", ""), url, "URL");
 }
 
+std::string fieldsOf(const Object& connection) {
+    std::string lines;
+    for (std::string field : testsupport::fieldTexts(connection.call("getResponseFields"))) {
+        const auto end = field.begin() + static_cast<std::ptrdiff_t>(std::min(field.find(':'), field.size()));
+        std::transform(field.begin(), end, field.begin(), [](unsigned char letter) { return std::tolower(letter); });
+        if (field.starts_with("x-")) {
+            lines += field + "\n";
+        }
+    }
+    return lines;
+}
+
 // The answer by turns with a good one, each on a connection of its own.
 std::vector<Script> scriptsOf(const FaultRow& row) {
     Script faulty = {step::expectHead()};
@@ -101,6 +113,7 @@ FaultOutcome FaultFixture::receive(const Object& connection, Way way) {
             connection.call("copyContentToByteArray", {false});
         }
         outcome.Told = std::to_string(static_cast<int>(connection.get("ResponseCode").number()));
+        outcome.Fields = fieldsOf(connection);
     } catch (const vantik::Failure& failure) {
         EXPECT_NE(failure.message().Text, "");
         outcome.Told = told(failure.message(), url);
@@ -133,8 +146,8 @@ void FaultFixture::compare(const FaultOutcome& outcome, const FaultOutcome& expe
     EXPECT_TRUE(matches(outcome.Told, expected.Told)) << outcome.Told << "\nin place of\n" << expected.Told;
     const bool failed = std::isdigit(static_cast<unsigned char>(outcome.Told.at(0))) == 0;
     const std::string delivered = way == Way::Bytes && failed ? "" : expected.Delivered;
-    EXPECT_TRUE(matches(shown(outcome.Delivered), delivered)) << shown(outcome.Delivered) << "\nin place of\n"
-                                                              << delivered;
+    EXPECT_TRUE(matches(outcome.Delivered, delivered)) << shown(outcome.Delivered) << "\nin place of\n" << delivered;
+    EXPECT_EQ(shown(outcome.Fields), failed ? "" : shown(expected.Fields));
 }
 
 void FaultFixture::expectOutcome(const FaultRow& row, Front front) {
@@ -145,11 +158,7 @@ void FaultFixture::expectOutcome(const FaultRow& row, Front front) {
         SCOPED_TRACE(nameOf(way));
         const Object connection = openThrough(road, row.Limits);
         const FaultOutcome outcome = receive(connection, way);
-        EXPECT_TRUE(matches(outcome.Told, expected.Told)) << outcome.Told << "\nin place of\n" << expected.Told;
-        const bool failed = std::isdigit(static_cast<unsigned char>(outcome.Told.at(0))) == 0;
-        const std::string delivered = way == Way::Bytes && failed ? "" : expected.Delivered;
-        EXPECT_TRUE(matches(shown(outcome.Delivered), delivered)) << shown(outcome.Delivered) << "\nin place of\n"
-                                                                  << delivered;
+        compare(outcome, expected, way);
         expectScopeUsable(connection);
         if (front != Front::Tls) {
             expectRoadUsable(road);

@@ -36,15 +36,15 @@ const std::string Gzipped( // Hello; the last eight bytes are its sum and length
     "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x27\x01\xe3\x51\x3d\x8d\x17\x00\x00\x00",
     28);
 
-// What the proxies make of an answer that they do not pass on: a page of their own.
-const FaultOutcome ProxysPage{"502", "*"};
+const FaultOutcome ByNginx{"502", NginxPage};
+const FaultOutcome ByNghttpx{"502", NghttpxPage};
 // Of a transfer that nobody can go on with; how much has arrived by then is a matter of moments.
 FaultOutcome streamBroken(const std::string& part = "") {
     return {"CopyContentToDataStreamError(HTTP/2 stream * was not closed cleanly: INTERNAL_ERROR*(CURLE code 92), URL)",
             part.empty() ? "" : " | " + part};
 }
-FaultOutcome good(const std::string& content) {
-    return {"200", content};
+FaultOutcome good(const std::string& content, const std::string& fields = "") {
+    return {"200", content, fields};
 }
 FaultOutcome partial(const std::string& received, const std::string& announced, const std::string& content) {
     return {"200 warned PartialFileWarning(" + received + ", " + announced + ", *)", content};
@@ -102,11 +102,11 @@ std::vector<FaultRow> brokenOffRows() {
         {"SilentInAChunk", {step::send(head("Transfer-Encoding: chunked\r\n") + "9\r\npart"), step::awaitPeerEnd()},
          data300, silentContent("part"), {}, silentContent("part"), silentContent("part")},
         {"ClosedInTheHead", closing("HTTP/1.1 200 OK\r\nX-A: 1\r\n"),
-         {}, good(""), good(""), ProxysPage, ProxysPage},
+         {}, good("", "x-a: 1\n"), good("", "x-a: 1\n"), ByNginx, ByNghttpx},
         {"ClosedInAFieldLine", closing("HTTP/1.1 200 OK\r\nX-A"),
-         {}, good(""), good(""), ProxysPage, ProxysPage},
+         {}, good(""), good(""), ByNginx, ByNghttpx},
         {"ResetInTheHead", {step::send("HTTP/1.1 200 OK\r\nX-A: 1\r\n"), step::reset()},
-         {}, reset(), {}, ProxysPage, ProxysPage},
+         {}, reset(), {}, ByNginx, ByNghttpx},
         {"ResetInTheContent", {step::send(head("Content-Length: 9\r\n") + "part"), step::reset()},
          {}, reset("part"), {}, partial("4", "9", "part"), streamBroken("part")},
         {"ResetInAChunk", {step::send(head("Transfer-Encoding: chunked\r\n") + "9\r\npart"), step::reset()},
@@ -121,71 +121,74 @@ std::vector<FaultRow> brokenOffRows() {
 }
 
 std::vector<FaultRow> strangeHeadRows() {
+    const FaultOutcome after = good("after", "x-after: 2\n");
+    const auto longField = [](std::size_t length) { return good("after", "x-long: " + std::string(length, 'f') + "\n"); };
+    const FaultOutcome many = good("after", repeated("x-many: " + std::string(32, 'f') + "\n", 500));
     const FaultOutcome lineFeed{"InternalError(CRLF not found at the end of the received headers)"};
     const FaultOutcome plain{"CopyContentToDataStreamError(Received HTTP/0.9 when not allowed (CURLE code 1), URL)"};
     const auto noField = [](const std::string& words) { return FaultOutcome{"CopyContentToDataStreamError(" + words + " (CURLE code 8), URL)"}; };
     return {
-        {"InterimHeadWithFields", closing("HTTP/1.1 100 Continue\r\nX-Dropped: 1\r\n\r\n" + response("after")),
-         {}, good("after"), good("after"), good("after"), good("after")},
-        {"EarlyHints", closing("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + response("after")),
-         {}, good("after"), good("after"), good("after"), good("after")},
-        {"ThreeHeads", closing(repeated("HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n", 2) + response("after")),
-         {}, good("after"), good("after"), good("after"), good("after")},
+        {"InterimHeadWithFields", closing("HTTP/1.1 100 Continue\r\nX-Dropped: 1\r\n\r\n" + response("after", {"X-After: 2"})),
+         {}, after, after, after, after},
+        {"EarlyHints", closing("HTTP/1.1 103 Early Hints\r\nLink: x\r\nX-Dropped: 1\r\n\r\n" + response("after", {"X-After: 2"})),
+         {}, after, after, after, after},
+        {"ThreeHeads", closing(repeated("HTTP/1.1 103 Early Hints\r\nLink: x\r\nX-Dropped: 1\r\n\r\n", 2) + response("after", {"X-After: 2"})),
+         {}, after, after, after, after},
         {"TwoAnswers", closing(response("first") + response("second")),
          {}, good("first"), good("first"), good("first"), good("first")},
         {"MoreThanAnnounced", closing(response("first") + "surplus"),
          {}, good("first"), good("first"), good("first"), good("first")},
         {"FieldOf20KiB", closing(response("after", {"X-Long: " + std::string(20480, 'f')})),
-         {}, good("after"), good("after"), good("after"), good("after")},
+         {}, longField(20480), longField(20480), longField(20480), longField(20480)},
         {"FieldsOf20KiB", closing(response("after", std::vector<std::string>(500, "X-Many: " + std::string(32, 'f')))),
-         {}, good("after"), good("after"), good("after"), ProxysPage},
+         {}, many, many, many, ByNghttpx},
         {"FieldOf90KiB", closing(response("after", {"X-Long: " + std::string(92160, 'f')})),
-         {}, good("after"), good("after"), ProxysPage, ProxysPage},
+         {}, longField(92160), longField(92160), ByNginx, ByNghttpx},
         {"FieldOf200KiB", closing(response("after", {"X-Long: " + std::string(204800, 'f')})),
-         {}, LineTooLong, LineTooLong, ProxysPage, ProxysPage},
+         {}, LineTooLong, LineTooLong, ByNginx, ByNghttpx},
         {"FieldsOf400KiB", closing(response("after", std::vector<std::string>(400, "X-Many: " + std::string(1024, 'f')))),
-         {}, refused("Too large response headers"), refused("Too large response headers"), ProxysPage, ProxysPage},
+         {}, refused("Too large response headers"), refused("Too large response headers"), ByNginx, ByNghttpx},
         {"StatusLineOf200KiB", closing("HTTP/1.1 200 " + std::string(204800, 'r') + "\r\nConnection: close\r\nContent-Length: 0\r\n\r\n"),
-         {}, LineTooLong, LineTooLong, ProxysPage, good("")},
+         {}, LineTooLong, LineTooLong, ByNginx, good("")},
         {"LineFeedsOnly", closing("HTTP/1.1 200 OK\nContent-Length: 4\n\nbody"),
-         {}, lineFeed, lineFeed, good("body"), ProxysPage},
+         {}, lineFeed, lineFeed, good("body"), ByNghttpx},
         {"NoBlankInTheStatusLine", closing("HTTP/1.1200\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+         {}, NotHttp, NotHttp, NotHttp, ByNghttpx},
         {"NoStatus", closing("HTTP/1.1\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+         {}, NotHttp, NotHttp, NotHttp, ByNghttpx},
         {"LettersForAStatus", closing("HTTP/1.1 abc OK\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+         {}, NotHttp, NotHttp, NotHttp, ByNghttpx},
         {"StatusOfTwoDigits", closing("HTTP/1.1 20 OK\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, NotHttp, NotHttp, NotHttp, ProxysPage},
+         {}, NotHttp, NotHttp, NotHttp, ByNghttpx},
         {"StatusOfFourDigits", closing("HTTP/1.1 2000 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, {NotHttp.Told + " | 200", " | body"}, {NotHttp.Told + " | 200", " | body"}, {NotHttp.Told + " | 200", " | body"}, ProxysPage},
-        {"Version09", closing("all of it is content"), {}, plain, plain, plain, ProxysPage},
+         {}, NotHttp, NotHttp, NotHttp, ByNghttpx},
+        {"Version09", closing("all of it is content"), {}, plain, plain, plain, ByNghttpx},
         {"VersionOfTheFuture", closing("HTTP/9.9 200 OK\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, NotHttp, NotHttp, good("body"), ProxysPage},
+         {}, NotHttp, NotHttp, good("body"), ByNghttpx},
         {"FoldedField", closing(response("after", {"X-Folded: one\r\n two"})),
-         {}, good("after"), good("after"), ProxysPage, good("after")},
+         {}, good("after", "x-folded: one\n"), good("after", "x-folded: one\n"), ByNginx, good("after", "x-folded: one two\n")},
         {"FieldWithoutAColon", closing(response("after", {"no colon"})),
-         {}, noField("Header without colon"), noField("Header without colon"), ProxysPage, ProxysPage},
+         {}, noField("Header without colon"), noField("Header without colon"), ByNginx, ByNghttpx},
         {"NulInAField", closing(response("after", {std::string("X-Nul: a\0b", 10)})),
-         {}, noField("Nul byte in header"), noField("Nul byte in header"), ProxysPage, ProxysPage},
+         {}, noField("Nul byte in header"), noField("Nul byte in header"), ByNginx, ByNghttpx},
         {"LengthBeyond63Bits", closing(head("Content-Length: 9223372036854775808\r\n") + "body"),
-         {}, good("body"), good("body"), good("body"), ProxysPage},
+         {}, good("body"), good("body"), good("body"), ByNghttpx},
         {"LengthOfManyDigits", closing(head("Content-Length: 99999999999999999999999999\r\n") + "body"),
-         {}, good("body"), good("body"), good("body"), ProxysPage},
+         {}, good("body"), good("body"), good("body"), ByNghttpx},
         {"NegativeLength", closing(head("Content-Length: -4\r\n") + "body"),
-         {}, WrongLength, WrongLength, good("body"), ProxysPage},
+         {}, WrongLength, WrongLength, good("body"), ByNghttpx},
         {"LengthThatIsNoNumber", closing(head("Content-Length: four\r\n") + "body"),
-         {}, WrongLength, WrongLength, good("body"), ProxysPage},
+         {}, WrongLength, WrongLength, good("body"), ByNghttpx},
         {"TwoLengths", closing(head("Content-Length: 4\r\nContent-Length: 6\r\n") + "bodies"),
-         {}, good("bodies"), good("bodies"), good("bodies"), ProxysPage},
+         {}, good("bodies"), good("bodies"), good("bodies"), ByNghttpx},
         {"OneLengthTwice", closing(head("Content-Length: 4\r\nContent-Length: 4\r\n") + "body"),
-         {}, good("body"), good("body"), good("body"), ProxysPage},
+         {}, good("body"), good("body"), good("body"), ByNghttpx},
         {"LengthAndChunks", closing(head("Content-Length: 3\r\nTransfer-Encoding: chunked\r\n") + "4\r\nbody\r\n0\r\n\r\n"),
-         {}, good("body"), good("body"), good("body"), ProxysPage},
+         {}, good("body"), good("body"), good("body"), ByNghttpx},
         {"UnknownTransferEncoding", closing(head("Transfer-Encoding: fancy\r\n") + "body"),
          {}, undecodable("", "coding"), undecodable("", "coding"), good("body"), good("body")},
         {"ContentWhereNoneMayBe", closing("HTTP/1.1 204 No Content\r\nConnection: close\r\nContent-Length: 4\r\n\r\nbody"),
-         {}, {"204"}, {"204"}, {"204"}, ProxysPage},
+         {}, {"204"}, {"204"}, {"204"}, ByNghttpx},
     };
 }
 

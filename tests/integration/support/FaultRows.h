@@ -12,14 +12,21 @@ namespace integrationtest {
 
 // What the caller is told, and what has been delivered by then. Both are patterns, with * where libcurl's words differ
 // from version to version, and with " | " between alternatives where it is a matter of moments. "URL" stands for the
-// URL, "VANTIK:webservices:" is left out.
+// URL, "VANTIK:webservices:" is left out. Fields are those whose name begins with "X-", which no server and no proxy
+// adds by itself: exact, in lower case, "name: value" and a line feed each. Behind a failure they are not asked for.
 //   "200"                          the status of an exchange that came to its end
 //   "200 warned PartialFileWarning(2, 9, *)"
 //   "Timeout(URL, 0.300, ...)"     a failure
 struct FaultOutcome {
     std::string Told{};      // empty: this road is not taken
     std::string Delivered{}; // to a consumer and into a file; as bytes only where nothing failed
+    std::string Fields{};
 };
+
+// What the proxies make of an answer that they do not pass on: a page of their own. Patterns, as in FaultOutcome.
+inline constexpr const char* NginxPage = "<html>*<h1>502 Bad Gateway</h1>*<center>nginx*</center>*</html>*";
+inline constexpr const char* NghttpxPage =
+    "<!DOCTYPE html>*<h1>502 Bad Gateway</h1><footer>nghttpx</footer></body></html>";
 
 struct FaultRow {
     const char* Name;
