@@ -88,8 +88,22 @@ std::vector<std::string> TlsPeer::requests() const {
     return lines;
 }
 
-void TlsPeer::awaitRequests(std::size_t count) const {
-    Process->awaitCondition([&] { return requests().size() >= count; }, std::to_string(count) + " requests");
+std::vector<std::string> TlsPeer::requestsUpToNow() const {
+    static int calls = 0;
+    const std::string request = "GET /up-to-now/" + std::to_string(++calls) + " HTTP/1.0";
+    const testsupport::SocketHandle client = testsupport::connectLoopback(plainPort());
+    testsupport::writeAll(client, request + "\r\n\r\n");
+    testsupport::readToEnd(client);
+    const std::string mark = std::to_string(plainPort()) + " " + request;
+    std::vector<std::string> lines;
+    Process->awaitCondition(
+        [&] {
+            lines = requests();
+            return !lines.empty() && lines.back() == mark;
+        },
+        "telling its requests");
+    std::erase_if(lines, [](const std::string& line) { return line.find("/up-to-now/") != std::string::npos; });
+    return lines;
 }
 
 } // namespace integrationtest

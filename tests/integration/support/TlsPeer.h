@@ -27,10 +27,9 @@ public:
     std::uint16_t plainPort() const { return Ports.back(); }
     // "https://localhost:port/path"
     std::string url(std::size_t site, const std::string& path = "/", const std::string& host = "localhost") const;
-    // What the server has been asked for so far, one line a request: "port GET /path".
-    std::vector<std::string> requests() const;
-    // Until there are as many: the server writes them down behind its answers.
-    void awaitRequests(std::size_t count) const;
+    // What the server has been asked for before this call, one line a request: "port GET /path HTTP/1.1". It writes
+    // them down behind its answers and in their order, so a request of its own is sent and waited for.
+    std::vector<std::string> requestsUpToNow() const;
 
 private:
     testsupport::TemporaryFolder Folder;
@@ -38,6 +37,7 @@ private:
     std::unique_ptr<PeerProcess> Process;
 
     std::string configuration(const std::vector<TlsSite>& sites) const;
+    std::vector<std::string> requests() const; // as far as they are written down
 };
 
 // The part of an nginx configuration that keeps it in the foreground, in one process and within a folder. It belongs
