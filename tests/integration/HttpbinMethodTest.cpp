@@ -195,13 +195,18 @@ TEST_F(HttpbinStatus, OlderInterfaceTakesTwoHundredsOnly) {
 }
 
 // The server can send a status below 200 alone, with an empty chunked content behind it. What libcurl makes of that has
-// changed over its releases: an empty response of that status, a failure, or silence. It is never taken for a success,
-// and the next exchange is not disturbed by what lies around.
+// changed over its releases: an empty response of that status, a failure, or silence. With 7.88 it is always the same:
+// behind 100 it looks for another head and finds the content, behind 101 for the end of the connection, and the others
+// it takes for a response. The next exchange is not disturbed by what lies around.
 TEST_F(HttpbinStatus, InterimOneAloneIsNoSuccess) {
-    for (const int code : {100, 101, 102, 103, 150, 199}) {
+    const std::string failed = "VANTIK:webservices:CopyContentToDataStreamError";
+    const std::string silent = "VANTIK:webservices:Timeout";
+    const bool exact = run({"--version"}).Out.find("libcurl 7.88.") != std::string::npos;
+    for (int code = 100; code < 200; ++code) {
         SCOPED_TRACE(code);
         const std::string path = "/status/" + std::to_string(code);
-        const Object connection = openPath(path, Array::doubles({5000, 400, 400}));
+        const Object connection = openPath(path, exact && code != 101 ? Array::doubles({60000, 60000, 60000})
+                                                                      : Array::doubles({60000, 400, 400}));
         std::string outcome;
         try {
             const std::string content = receiveBytes(connection);
@@ -209,8 +214,11 @@ TEST_F(HttpbinStatus, InterimOneAloneIsNoSuccess) {
         } catch (const vantik::Failure& failure) {
             outcome = failure.identifier();
         }
-        EXPECT_THAT(outcome, testing::AnyOf("empty", "VANTIK:webservices:CopyContentToDataStreamError",
-                                            "VANTIK:webservices:Timeout"));
+        if (exact) {
+            EXPECT_EQ(outcome, code == 100 ? failed : code == 101 ? silent : "empty");
+        } else {
+            EXPECT_THAT(outcome, testing::AnyOf("empty", failed, silent));
+        }
         expectServerUsable(connection);
     }
 }
