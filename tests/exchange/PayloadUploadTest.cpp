@@ -37,6 +37,7 @@ TEST_P(PayloadUpload, ArrivesWhole) {
               withLength ? std::optional(std::to_string(size)) : std::nullopt);
     EXPECT_EQ(fieldValue(record.Heads.at(0), "Transfer-Encoding"),
               withLength ? std::nullopt : std::optional<std::string>("chunked"));
+    EXPECT_EQ(fieldValue(record.Heads.at(0), "Expect"), "100-continue");
     expectScopeUsable(connection);
 }
 
