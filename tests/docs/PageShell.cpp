@@ -21,6 +21,7 @@ constexpr const char* kProject = "cmake_minimum_required(VERSION 3.25)\n"
                                  "    COMMAND ${CMAKE_COMMAND} -E make_directory bin\n"
                                  "    COMMAND ${CMAKE_COMMAND} -E create_symlink " NETROVE_PROGRAM " bin/netrove)\n"
                                  "add_custom_target(netrove_integration_threads_tests)\n"
+                                 "add_custom_target(vantik_serial_calls_tests)\n"
                                  "add_test(NAME Messages.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
                                  "add_test(NAME Threads.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
                                  "set_tests_properties(Threads.Stand PROPERTIES LABELS threads)\n";
