@@ -196,6 +196,26 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(std::get<0>(info.param).Name) + (std::get<1>(info.param) ? "UnderTls" : "");
     });
 
+TEST(AddressesWithoutIPv6, IPv4IsServedAndTheOtherSaysWhatIsMissing) {
+    const AddressPeer both(Side::Served, Side::Served, false);
+    for (const char* host : {"127.0.0.1", "localhost"}) {
+        const Outcome outcome = run({"get", both.url(host, false)});
+        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+        EXPECT_THAT(outcome.Out, EndsWith(" 127.0.0.1"));
+    }
+    const AddressPeer second(Side::Refused, Side::Served, false);
+    EXPECT_THAT(second.url("127.0.0.1", false), StartsWith("http://127.0.0.1:"));
+    const std::pair<const AddressPeer*, const char*> lacking[] = {{&both, "[::1]"}, {&second, "localhost"}};
+    for (const auto& [peer, host] : lacking) {
+        try {
+            peer->url(host, false);
+            ADD_FAILURE() << host << " has a URL";
+        } catch (const std::runtime_error& failure) {
+            EXPECT_THAT(failure.what(), HasSubstr("no IPv6 loopback address (::1)"));
+        }
+    }
+}
+
 // Names below "invalid" are reserved: nobody ever has them.
 TEST_F(Addresses, NameThatNobodyHasIsUnknown) {
     for (const bool secure : {false, true}) {

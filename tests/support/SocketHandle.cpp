@@ -41,10 +41,15 @@ Address loopback(Family family, std::uint16_t port) {
     throw std::system_error(errno, std::generic_category(), call);
 }
 
+[[noreturn]] void failWithAddress(const char* call, Family family) {
+    const bool missing = errno == EADDRNOTAVAIL || errno == EAFNOSUPPORT;
+    fail(missing && family == Family::IPv6 ? MissingIPv6 : call);
+}
+
 SocketHandle open(Family family, int flags) {
     SocketHandle socket(::socket(family == Family::IPv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
     if (!socket) {
-        fail("socket");
+        failWithAddress("socket", family);
     }
     return socket;
 }
@@ -61,9 +66,18 @@ SocketHandle bindLoopback(Family family, bool blocking) {
     SocketHandle socket = open(family, blocking ? 0 : SOCK_NONBLOCK);
     Address address = loopback(family, 0);
     if (::bind(socket.get(), address.raw(), address.Length) != 0) {
-        fail("bind");
+        failWithAddress("bind", family);
     }
     return socket;
+}
+
+bool hasLoopback(Family family) {
+    try {
+        bindLoopback(family, true);
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
 }
 
 std::uint16_t boundPort(const SocketHandle& socket) {

@@ -9,6 +9,9 @@ namespace testsupport {
 
 enum class Family { IPv4, IPv6 };
 
+// What a test says that needs the address.
+inline constexpr const char* MissingIPv6 = "this machine has no IPv6 loopback address (::1), which this test needs";
+
 // Closes its descriptor at the end.
 class SocketHandle {
 public:
@@ -29,8 +32,12 @@ private:
     int Descriptor = -1;
 };
 
-// A stream socket bound to a free port of the loopback address. Raises std::system_error.
+// A stream socket bound to a free port of the loopback address. Raises std::system_error, with a text of its own where
+// the machine has no such address.
 SocketHandle bindLoopback(Family family, bool blocking);
+
+// False where IPv6 is switched off, as it is in many containers.
+bool hasLoopback(Family family);
 
 // The port that a socket is bound to.
 std::uint16_t boundPort(const SocketHandle& socket);

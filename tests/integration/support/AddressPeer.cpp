@@ -66,8 +66,10 @@ void AddressPeer::hold(Family family, std::uint16_t port, Side side) {
     }
 }
 
-AddressPeer::AddressPeer(Side ipv4, Side ipv6) {
-    const testsupport::Credentials identity = testsupport::selfSigned({.Names = "IP:127.0.0.1,IP:::1,IP:::ffff:127.0.0.1,DNS:localhost"});
+AddressPeer::AddressPeer(Side ipv4, Side ipv6, bool hasIPv6)
+    : HasIPv6(hasIPv6), OnlyIPv6Serves(ipv4 != Side::Served && ipv6 == Side::Served) {
+    const testsupport::Credentials identity =
+        testsupport::selfSigned({.Names = "IP:127.0.0.1,IP:::1,IP:::ffff:127.0.0.1,DNS:localhost"});
     testsupport::writeFile(Folder.file("certificate"), identity.Certificate);
     testsupport::writeFile(Folder.file("key"), identity.Key);
     Process = startOnFreePorts(3, [&](const std::vector<std::uint16_t>& ports) {
@@ -76,6 +78,9 @@ AddressPeer::AddressPeer(Side ipv4, Side ipv6) {
         std::string listening;
         for (const auto& [side, family, address] :
              {std::tuple{ipv4, Family::IPv4, "127.0.0.1:"}, std::tuple{ipv6, Family::IPv6, "[::1]:"}}) {
+            if (family == Family::IPv6 && !HasIPv6) {
+                continue;
+            }
             for (const bool secure : {false, true}) {
                 if (side == Side::Served) {
                     listening += std::string("    listen ") + address + std::to_string(port(secure)) +
@@ -95,6 +100,11 @@ AddressPeer::AddressPeer(Side ipv4, Side ipv6) {
 }
 
 std::string AddressPeer::url(const std::string& host, bool secure) const {
+    const bool withinIPv6 = host.starts_with("[::ffff:"); // goes to 127.0.0.1
+    const bool isName = host.find_first_not_of("0123456789.") != std::string::npos && host.front() != '[';
+    if (!HasIPv6 && ((host.front() == '[' && !withinIPv6) || (isName && OnlyIPv6Serves))) {
+        throw std::runtime_error(testsupport::MissingIPv6);
+    }
     return (secure ? "https://" : "http://") + host + ":" + std::to_string(port(secure)) + "/";
 }
 

@@ -3,22 +3,12 @@
 #include "tests/support/SocketHandle.h"
 
 #include <fstream>
-#include <system_error>
 
 namespace integrationtest {
 namespace {
 
 using testsupport::TemporaryFolder;
 using testsupport::writeFile;
-
-bool hasSecondLoopback() {
-    try {
-        testsupport::bindLoopback(testsupport::Family::IPv6, true);
-        return true;
-    } catch (const std::system_error&) {
-        return false;
-    }
-}
 
 } // namespace
 
@@ -46,7 +36,7 @@ std::unique_ptr<PeerProcess> startNginx(const TemporaryFolder& folder, const std
 
 std::string listenDirectives(std::uint16_t port, const std::string& more) {
     const std::string end = ":" + std::to_string(port) + " " + more + ";\n";
-    static const bool second = hasSecondLoopback();
+    static const bool second = testsupport::hasLoopback(testsupport::Family::IPv6);
     return "    listen 127.0.0.1" + end + (second ? "    listen [::1]" + end : "");
 }
 
