@@ -1,5 +1,6 @@
 // Compressed content from nginx: compressed by itself on the way, and given to it compressed.
 #include "tests/integration/support/RoadFixture.h"
+#include "tests/support/ProgramRun.h"
 
 #include <gtest/gtest.h>
 
@@ -110,6 +111,13 @@ INSTANTIATE_TEST_SUITE_P(Formats, NginxEncoding,
 // Large enough for several blocks of the compressor and several pieces on the way.
 class NginxCompression : public RoadFixture, public ::testing::WithParamInterface<Row> {
 protected:
+    void SetUp() override {
+        RoadFixture::SetUp();
+        const bool brotli = std::get<1>(GetParam()).Name == std::string("br");
+        ASSERT_TRUE(!brotli || nginx().knowsBrotli())
+            << "nginx's Brotli module is not installed; scripts/deps test installs what the tests need";
+    }
+
     const std::string Content = repeated(PlainText + generated(500), 300);
 };
 
@@ -171,5 +179,15 @@ TEST_P(NginxUnknownEncoding, FailsUnlessDecodingIsOff) {
 
 INSTANTIATE_TEST_SUITE_P(Roads, NginxUnknownEncoding, ::testing::ValuesIn(AllRoads),
                          [](const auto& info) { return std::string(nameOf(info.param)); });
+
+TEST(NginxWithoutBrotli, ServesEverythingElse) {
+    const integrationtest::Nginx nginx("/nonexistent");
+    EXPECT_FALSE(nginx.knowsBrotli());
+    writeFile(nginx.documentFile("content"), PlainText);
+    const testsupport::Outcome outcome =
+        testsupport::run({"get", "-H", "Accept-Encoding: br", nginx.url("/brotli/content")});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(outcome.Out, PlainText);
+}
 
 } // namespace

@@ -15,7 +15,7 @@ master_process off;
 pid FOLDER/nginx.pid;
 lock_file FOLDER/nginx.lock;
 error_log FOLDER/error.log;
-load_module /usr/lib/nginx/modules/ngx_http_brotli_filter_module.so;
+LOAD_BROTLI
 events { worker_connections 256; }
 http {
     access_log off;
@@ -31,7 +31,6 @@ http {
     client_max_body_size 0;
     ssl_certificate FOLDER/server.pem;
     ssl_certificate_key FOLDER/server.key;
-    brotli_min_length 1;
     gzip_min_length 1;
 
     server {
@@ -41,7 +40,7 @@ http {
 
         location /files/ { alias FOLDER/files/; }
         location /gzip/ { alias FOLDER/files/; gzip on; gzip_types *; gzip_proxied any; }
-        location /brotli/ { alias FOLDER/files/; brotli on; brotli_types *; }
+        location /brotli/ { alias FOLDER/files/; USE_BROTLI }
         location /named-gzip/ { alias FOLDER/files/; add_header Content-Encoding gzip; }
         location /named-br/ { alias FOLDER/files/; add_header Content-Encoding br; }
         location /named-zstd/ { alias FOLDER/files/; add_header Content-Encoding zstd; }
@@ -86,7 +85,9 @@ std::string onLoopback(const std::string& scheme, std::uint16_t port, const std:
 
 } // namespace
 
-Nginx::Nginx() {
+Nginx::Nginx(const std::string& modules) {
+    const std::string brotli = modules + "/ngx_http_brotli_filter_module.so";
+    BrotliModule = std::filesystem::exists(brotli) ? brotli : "";
     for (const char* name : {"files", "stored", "temp"}) {
         std::filesystem::create_directory(Folder.file(name));
     }
@@ -124,6 +125,8 @@ std::string Nginx::http2Url(const std::string& path) const {
 
 std::string Nginx::configuration() const {
     std::string text = Configuration;
+    replaceAll(text, "LOAD_BROTLI", knowsBrotli() ? "load_module " + BrotliModule + ";" : "");
+    replaceAll(text, "USE_BROTLI", knowsBrotli() ? "brotli on; brotli_types *; brotli_min_length 1;" : "");
     replaceAll(text, "FOLDER", Folder.path());
     replaceAll(text, "PLAIN_PORT", std::to_string(PlainPort));
     replaceAll(text, "SECURE_PORT", std::to_string(SecurePort));

@@ -22,10 +22,12 @@ namespace integrationtest {
 //   /upstream/PORT/…     passed on to a server on that loopback port as it comes, in both directions
 class Nginx {
 public:
-    Nginx(); // returns when it takes connections
+    // Returns when it takes connections. Without its Brotli module in the folder it does not compress with that.
+    explicit Nginx(const std::string& modules = "/usr/lib/nginx/modules");
     Nginx(const Nginx&) = delete;
     Nginx& operator=(const Nginx&) = delete;
 
+    bool knowsBrotli() const { return !BrotliModule.empty(); }
     std::uint16_t plainPort() const { return PlainPort; }
     std::string url(const std::string& path) const;       // HTTP/1.1
     std::string secureUrl(const std::string& path) const; // HTTP/1.1 under TLS
@@ -37,6 +39,7 @@ public:
 
 private:
     testsupport::TemporaryFolder Folder;
+    std::string BrotliModule; // its file, or empty
     std::uint16_t PlainPort = 0;
     std::uint16_t SecurePort = 0;
     std::uint16_t Http2Port = 0;
