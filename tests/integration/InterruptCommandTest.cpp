@@ -175,9 +175,11 @@ void InterruptedPipe::interruptWhenFull() {
     Surroundings around;
     around.OutDescriptor = write.get();
     Program program({"get", "--consumer", server.url()}, around);
-    for (int filled = 0; filled < capacity;) {
-        ASSERT_EQ(ioctl(read.get(), FIONREAD, &filled), 0);
-    }
+    const auto pipeIsFull = [&] {
+        int filled = 0;
+        return ioctl(read.get(), FIONREAD, &filled) == 0 && filled >= capacity;
+    };
+    program.awaitCondition(pipeIsFull, "its output is full");
     interrupt(program);
 }
 

@@ -1,5 +1,6 @@
 #include "tests/integration/support/PeerProcess.h"
 
+#include "tests/support/Await.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -7,13 +8,22 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
+#include <utility>
 
 namespace {
 
 using namespace integrationtest;
 using testing::HasSubstr;
+using testsupport::Awaited;
+using testsupport::awaitOrEnd;
+using testsupport::processHasEnded;
 using testsupport::readFile;
 using testsupport::TemporaryFolder;
+
+std::string textOf(const std::string& path) {
+    return std::filesystem::exists(path) ? readFile(path) : "";
+}
 
 std::string whatFails(const std::function<void()>& action) {
     try {
@@ -62,11 +72,27 @@ TEST(PeerProcess, StopEndsWhateverItHasStarted) {
     const pid_t child = std::stoi(readFile(folder.file("child")));
     EXPECT_EQ(::kill(child, 0), 0);
     process.stop();
-    // Without a parent it is somebody else's to collect; until then its state says that it has ended.
-    const std::string status = "/proc/" + std::to_string(child) + "/stat";
-    while (std::filesystem::exists(status) && readFile(status).find(") Z ") == std::string::npos) {
-    }
+    // Without a parent it is somebody else's to collect.
+    EXPECT_EQ(awaitOrEnd([child] { return processHasEnded(child); }, [] { return false; }), Awaited::Held);
     process.stop();
+}
+
+TEST(PeerProcess, WhatItDidBeforeItsEndCounts) {
+    const TemporaryFolder folder;
+    PeerProcess process({"sh", "-c", "echo $$ > id; until [ -e go ]; do sleep 0.01; done; touch done"},
+                        folder.file("log"), {.Folder = folder.path()});
+    process.awaitCondition([&] { return !textOf(folder.file("id")).empty(); }, "running");
+    const pid_t id = std::stoi(readFile(folder.file("id")));
+    bool first = true;
+    const auto doneBehindTheFirstLook = [&] {
+        const bool done = !first && std::filesystem::exists(folder.file("done"));
+        if (std::exchange(first, false)) {
+            testsupport::writeFile(folder.file("go"), "");
+            EXPECT_EQ(awaitOrEnd([id] { return processHasEnded(id); }, [] { return false; }), Awaited::Held);
+        }
+        return done;
+    };
+    EXPECT_EQ(whatFails([&] { process.awaitCondition(doneBehindTheFirstLook, "done"); }), "nothing failed");
 }
 
 TEST(FreePorts, AreDifferent) {

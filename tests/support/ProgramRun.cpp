@@ -1,5 +1,7 @@
 #include "tests/support/ProgramRun.h"
 
+#include "tests/support/Await.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -11,7 +13,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -71,37 +72,18 @@ std::vector<std::string> environment(const Surroundings& around) {
     return result;
 }
 
-std::vector<char*> pointers(std::vector<std::string>& words) {
-    std::vector<char*> result;
-    for (std::string& word : words)
-        result.push_back(word.data());
-    result.push_back(nullptr);
-    return result;
-}
-
-class FileActions {
-public:
-    FileActions() { check(posix_spawn_file_actions_init(&Actions), "file actions"); }
-    ~FileActions() { posix_spawn_file_actions_destroy(&Actions); }
-    FileActions(const FileActions&) = delete;
-    FileActions& operator=(const FileActions&) = delete;
-    posix_spawn_file_actions_t* get() { return &Actions; }
-    void duplicate(int from, int to) { check(posix_spawn_file_actions_adddup2(&Actions, from, to), "dup2"); }
-
-private:
-    posix_spawn_file_actions_t Actions{};
-};
-
 } // namespace
 
 Program::Program(std::vector<std::string> arguments, const Surroundings& around) {
     ::signal(SIGPIPE, SIG_IGN); // a program that has ended takes no input
     const std::string executable = around.Executable.empty() ? programFile() : around.Executable;
     arguments.insert(arguments.begin(), executable);
-    std::vector<std::string> variables = environment(around);
-    FileActions actions;
     const Pipe input;
-    actions.duplicate(input.Read, 0);
+    ProcessStart start{.File = executable,
+                       .Arguments = std::move(arguments),
+                       .Environment = environment(around),
+                       .Folder = around.Folder,
+                       .Streams = {input.Read, -1, -1}};
     int out = -1;
     int err = -1;
     int typed = -1;
@@ -110,46 +92,41 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
         const auto [master, name] = openTerminal();
         const int slave = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
         checkErrno(slave >= 0, "terminal");
-        actions.duplicate(slave, 1);
-        actions.duplicate(slave, 2);
+        start.Streams[1] = start.Streams[2] = slave;
         childEnds.push_back(slave);
         out = master;
         if (around.TerminalInput) {
-            // The leader of a session opens a terminal: it becomes the session's own, which is where passwords are
-            // asked for and where Ctrl-C comes from.
-            check(posix_spawn_file_actions_addopen(actions.get(), 0, name.c_str(), O_RDWR, 0), "open");
-            typed = dup(master);
+            start.Terminal = name;
+            typed = fcntl(master, F_DUPFD_CLOEXEC, 0);
         }
     } else {
         const Pipe errors;
-        actions.duplicate(errors.Write, 2);
+        start.Streams[2] = errors.Write;
         childEnds.push_back(errors.Write);
         err = errors.Read;
         if (around.OutDescriptor >= 0) {
-            actions.duplicate(around.OutDescriptor, 1);
+            start.Streams[1] = around.OutDescriptor;
         } else {
             const Pipe output;
-            actions.duplicate(output.Write, 1);
+            start.Streams[1] = output.Write;
             childEnds.push_back(output.Write);
             out = output.Read;
         }
     }
-    if (!around.Folder.empty())
-        check(posix_spawn_file_actions_addchdir_np(actions.get(), around.Folder.c_str()), "chdir");
-    posix_spawnattr_t attributes;
-    check(posix_spawnattr_init(&attributes), "attributes");
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE})
-        sigaddset(&defaults, number);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(
-        &attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | (around.TerminalInput ? POSIX_SPAWN_SETSID : 0)));
-    const int result = posix_spawn(&Process, executable.c_str(), actions.get(), &attributes, pointers(arguments).data(),
-                                   pointers(variables).data());
-    posix_spawnattr_destroy(&attributes);
+    std::exception_ptr failure;
+    try {
+        Process.emplace(start);
+    } catch (...) {
+        failure = std::current_exception();
+    }
     for (const int end : childEnds)
         close(end);
+    if (failure) {
+        for (const int end : {input.Write, out, err, typed})
+            if (end >= 0)
+                close(end);
+        std::rethrow_exception(failure);
+    }
     Input = input.Write;
     if (typed >= 0)
         close(std::exchange(Input, typed));
@@ -157,7 +134,6 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
         OutReader = std::thread([this, out] { readToEnd(out, Out); });
     if (err >= 0)
         ErrReader = std::thread([this, err] { readToEnd(err, Err); });
-    check(result, "cannot start the program");
     if (around.Input) {
         type(*around.Input);
         closeInput();
@@ -188,15 +164,24 @@ void Program::waitForOutput(const std::string& text) {
         throw std::runtime_error("no such output: " + text + "\n" + Out);
 }
 
+void Program::awaitCondition(const std::function<bool()>& condition, const std::string& what) {
+    awaitOrRaise(
+        "the program", condition, what, [this] { return Process->hasEnded(); },
+        [this] {
+            const std::lock_guard lock(Guard);
+            return Out + Err;
+        });
+}
+
 Program::~Program() {
-    if (Process > 0) {
-        kill(Process, SIGKILL);
+    if (Process->id() > 0) {
+        Process->killGroup();
         wait();
     }
 }
 
 void Program::signal(int number) const {
-    checkErrno(kill(Process, number) == 0, "kill");
+    checkErrno(Process->signal(number), "kill");
 }
 
 void Program::type(const std::string& text) const {
@@ -217,19 +202,17 @@ void Program::closeInput() {
 }
 
 Outcome Program::wait() {
-    int status = 0;
-    while (waitpid(Process, &status, 0) < 0 && errno == EINTR) {
-    }
-    Process = -1;
+    Process->awaitEnd();
     closeInput();
     for (std::thread* reader : {&OutReader, &ErrReader})
         if (reader->joinable())
             reader->join();
+    const int status = Process->collect();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Out, Err};
 }
 
 Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
-    pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, Process, 0)), POLLIN, 0};
+    pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, Process->id(), 0)), POLLIN, 0};
     checkErrno(ended.fd >= 0, "pidfd_open");
     int count = 0;
     while ((count = poll(&ended, 1, static_cast<int>(limit.count()))) < 0 && errno == EINTR) {
@@ -241,7 +224,7 @@ Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
 }
 
 long Program::peakKiB() const {
-    std::ifstream status("/proc/" + std::to_string(Process) + "/status");
+    std::ifstream status("/proc/" + std::to_string(Process->id()) + "/status");
     for (std::string line; std::getline(status, line);)
         if (line.starts_with("VmHWM:"))
             return std::strtol(line.c_str() + 6, nullptr, 10);
@@ -249,7 +232,7 @@ long Program::peakKiB() const {
 }
 
 std::string Program::commandLine() const {
-    std::ifstream words("/proc/" + std::to_string(Process) + "/cmdline", std::ios::binary);
+    std::ifstream words("/proc/" + std::to_string(Process->id()) + "/cmdline", std::ios::binary);
     return {std::istreambuf_iterator<char>(words), {}};
 }
 

@@ -1,16 +1,17 @@
 // Runs the built program, or another one, as a person or a script does, and tells what came of it.
 #pragma once
 
+#include "tests/support/WatchedProcess.h"
+
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace testsupport {
 
@@ -30,7 +31,7 @@ struct Surroundings {
     int OutDescriptor = -1;                           // standard output goes here and is not collected
 };
 
-// A program that runs. The destructor ends it.
+// A program that runs in a session and a process group of its own. The destructor ends it and whoever it has started.
 class Program {
 public:
     explicit Program(std::vector<std::string> arguments, const Surroundings& around = {});
@@ -42,7 +43,10 @@ public:
     void type(const std::string& text) const; // on its standard input
     void closeInput();
     void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
-    Outcome wait();                              // until it has ended
+    // Until `condition` holds. Raises std::runtime_error where the program ends before, or where that takes
+    // unreasonably long.
+    void awaitCondition(const std::function<bool()>& condition, const std::string& what);
+    Outcome wait(); // until it has ended
     // The same, but a program that goes on for longer is killed, so that its status is -1.
     Outcome waitAtMost(std::chrono::milliseconds limit);
     // The largest resident size so far. What rusage says would count this process too, as it was at the start.
@@ -50,7 +54,7 @@ public:
     std::string commandLine() const; // as the list of processes shows it, with a NUL behind each word
 
 private:
-    pid_t Process = -1;
+    std::optional<WatchedProcess> Process;
     int Input = -1;
     std::thread OutReader;
     std::thread ErrReader;

@@ -1,5 +1,7 @@
-// A folder of its own for a test; removed with everything in it at the end.
+// A folder of its own for a test; removed with everything in it at the end, also where the test is killed.
 #pragma once
+
+#include "tests/support/WatchedPath.h"
 
 #include <filesystem>
 #include <fstream>
@@ -13,25 +15,19 @@ namespace testsupport {
 
 class TemporaryFolder {
 public:
-    TemporaryFolder() {
+    std::string path() const { return Path.path(); }
+    std::string file(const std::string& name) const { return (std::filesystem::path(path()) / name).string(); }
+
+private:
+    WatchedPath Path{create()};
+
+    static std::string create() {
         std::string pattern = (std::filesystem::temp_directory_path() / "netrove-test-XXXXXX").string();
         if (::mkdtemp(pattern.data()) == nullptr) {
             throw std::runtime_error("no temporary folder");
         }
-        Path = pattern;
+        return pattern;
     }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(Path, ignored);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    std::string path() const { return Path.string(); }
-    std::string file(const std::string& name) const { return (Path / name).string(); }
-
-private:
-    std::filesystem::path Path;
 };
 
 inline void writeFile(const std::string& path, const std::string& content) {

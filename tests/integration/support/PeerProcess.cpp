@@ -1,10 +1,10 @@
 #include "tests/integration/support/PeerProcess.h"
 
+#include "tests/support/Await.h"
 #include "tests/support/SocketHandle.h"
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -15,16 +15,12 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <linux/close_range.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace integrationtest {
 namespace {
 
 constexpr const char* ProgramFolders = "/usr/sbin:/usr/bin:/sbin:/bin";
-constexpr std::chrono::seconds Unreasonable{60};
 constexpr std::chrono::milliseconds BetweenLooks{10};
 constexpr std::chrono::seconds Patience{10}; // with a program that is asked to end
 constexpr int Attempts = 5;
@@ -90,16 +86,6 @@ bool groupListensOn(std::uint16_t port, pid_t group) {
     return false;
 }
 
-std::vector<char*> pointers(std::vector<std::string>& words) {
-    std::vector<char*> result;
-    result.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        result.push_back(word.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
 std::vector<std::string> environment(const std::map<std::string, std::string>& more) {
     std::map<std::string, std::string> values = {
         {"PATH", ProgramFolders}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}};
@@ -131,35 +117,16 @@ std::string programFile(const std::string& name) {
 
 PeerProcess::PeerProcess(std::vector<std::string> command, std::string log, const PeerOptions& options)
     : Name(command.at(0)), Log(std::move(log)), StopSignal(options.StopSignal) {
-    const std::string file = programFile(Name);
-    std::vector<std::string> variables = environment(options.Environment);
-    const std::vector<char*> arguments = pointers(command);
-    const std::vector<char*> environ = pointers(variables);
     const testsupport::SocketHandle output(::open(Log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
     const testsupport::SocketHandle input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     if (!output || !input) {
         throw std::system_error(errno, std::generic_category(), Log);
     }
-    const pid_t parent = ::getpid();
-    Process = ::fork();
-    if (Process < 0) {
-        throw std::system_error(errno, std::generic_category(), "fork");
-    }
-    if (Process == 0) {
-        // A test that crashes must not leave its servers behind.
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ::setpgid(0, 0);
-        // libcurl's connections are not closed by an exec; a server that inherited one would keep it open.
-        ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
-        ::dup2(input.get(), 0);
-        ::dup2(output.get(), 1);
-        ::dup2(output.get(), 2);
-        if (::getppid() == parent && (options.Folder.empty() || ::chdir(options.Folder.c_str()) == 0)) {
-            ::execve(file.c_str(), arguments.data(), environ.data());
-        }
-        ::_exit(127);
-    }
-    ::setpgid(Process, Process); // by both, whoever comes first
+    Process.emplace(testsupport::ProcessStart{.File = programFile(Name),
+                                              .Arguments = std::move(command),
+                                              .Environment = environment(options.Environment),
+                                              .Folder = options.Folder,
+                                              .Streams = {input.get(), output.get(), output.get()}});
 }
 
 PeerProcess::~PeerProcess() {
@@ -167,41 +134,24 @@ PeerProcess::~PeerProcess() {
 }
 
 void PeerProcess::awaitListening(std::uint16_t port) {
-    awaitCondition([&] { return groupListensOn(port, Process); }, "listening on port " + std::to_string(port));
+    awaitCondition([&] { return groupListensOn(port, Process->id()); }, "listening on port " + std::to_string(port));
 }
 
 void PeerProcess::awaitCondition(const std::function<bool()>& condition, const std::string& what) {
-    const auto limit = std::chrono::steady_clock::now() + Unreasonable;
-    while (!condition()) {
-        const bool ended = hasEnded();
-        if (ended || std::chrono::steady_clock::now() > limit) {
-            throw std::runtime_error(Name + (ended ? " has ended before " : " takes too long until ") + what + ":\n" +
-                                     endOf(Log));
-        }
-        std::this_thread::sleep_for(BetweenLooks);
-    }
-}
-
-bool PeerProcess::hasEnded() noexcept {
-    if (Process < 0) {
-        return true;
-    }
-    siginfo_t state{};
-    return ::waitid(P_PID, static_cast<id_t>(Process), &state, WEXITED | WNOHANG | WNOWAIT) != 0 || state.si_pid != 0;
+    testsupport::awaitOrRaise(
+        Name, condition, what, [this] { return Process->hasEnded(); }, [this] { return endOf(Log); });
 }
 
 void PeerProcess::stop() noexcept {
-    if (Process < 0) {
+    if (!Process->signal(StopSignal)) {
         return;
     }
-    ::kill(Process, StopSignal);
     const auto limit = std::chrono::steady_clock::now() + Patience;
-    while (!hasEnded() && std::chrono::steady_clock::now() < limit) {
+    while (!Process->hasEnded() && std::chrono::steady_clock::now() < limit) {
         std::this_thread::sleep_for(BetweenLooks);
     }
-    ::kill(-Process, SIGKILL); // whoever is left of its group
-    ::waitpid(Process, nullptr, 0);
-    Process = -1;
+    Process->killGroup();
+    Process->collect();
 }
 
 std::vector<std::uint16_t> freePorts(std::size_t count) {

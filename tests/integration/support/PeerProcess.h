@@ -1,14 +1,15 @@
 // A server program that nobody here wrote, started by a test and stopped by its process id.
 #pragma once
 
+#include "tests/support/WatchedProcess.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace integrationtest {
 
@@ -18,7 +19,7 @@ struct PeerOptions {
     int StopSignal = 15;                              // SIGTERM
 };
 
-// Every process that it starts in turn is ended with it: they form a process group.
+// Every process that it starts in turn is ended with it, and with a test that is killed: they form a process group.
 class PeerProcess {
 public:
     // The program is looked for in the PATH and in the folders of system programs. What it prints goes to the file
@@ -27,8 +28,6 @@ public:
     ~PeerProcess();
     PeerProcess(const PeerProcess&) = delete;
     PeerProcess& operator=(const PeerProcess&) = delete;
-
-    pid_t id() const noexcept { return Process; }
 
     // Until the program, or one that it has started, listens on a port. Raises std::runtime_error with the end of the
     // log where the program ends before that, or where it takes unreasonably long.
@@ -41,12 +40,10 @@ public:
     void stop() noexcept;
 
 private:
-    pid_t Process = -1;
+    std::optional<testsupport::WatchedProcess> Process;
     std::string Name;
     std::string Log;
     int StopSignal;
-
-    bool hasEnded() noexcept;
 };
 
 // Loopback ports that were free when asked for, all of them different. Somebody else may take one before the server

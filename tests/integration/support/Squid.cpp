@@ -2,10 +2,13 @@
 
 #include "tests/integration/support/PasswordFiles.h"
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <system_error>
 
-#include <sys/mman.h>
+#include <pwd.h>
+#include <unistd.h>
 
 namespace integrationtest {
 namespace {
@@ -23,6 +26,7 @@ shutdown_lifetime 0 seconds
 max_filedescriptors 256
 pinger_enable off
 netdb_filename none
+cache_effective_user proxy
 dns_nameservers 127.255.255.254
 dns_timeout 1 second
 dns_retransmit_interval 1 second
@@ -43,31 +47,51 @@ auth_param digest children 1 startup=0
 auth_param digest realm test
 )";
 
+// Started as root it becomes another user, who writes into the folder and reads what is in it.
+constexpr const char* OtherUser = "proxy";
+
+void giveAway(const std::string& folder) {
+    if (::geteuid() != 0) {
+        return;
+    }
+    const passwd* user = ::getpwnam(OtherUser);
+    if (user == nullptr) {
+        throw std::runtime_error(std::string("no such user: ") + OtherUser);
+    }
+    std::vector<std::string> paths = {folder};
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        paths.push_back(entry.path().string());
+    }
+    for (const std::string& path : paths) {
+        if (::chown(path.c_str(), user->pw_uid, user->pw_gid) != 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+}
+
 } // namespace
 
 Squid::Squid(SquidLogin login) {
-    std::filesystem::permissions(Folder.path(), std::filesystem::perms::all); // started as root it becomes another user
     writeFile(Folder.file("hosts"), "127.0.0.1 localhost origin.test refused.test\n");
     writeFile(Folder.file("basic.users"), basicPasswordLine(KnownUser, KnownPassword));
     writeFile(Folder.file("digest.users"), digestPasswordLine(KnownUser, "test", KnownPassword));
     const std::string common = configuration(login);
+    giveAway(Folder.path());
     Process = startOnFreePorts(1, [&](const std::vector<std::uint16_t>& ports) {
         Port = ports[0];
+        Memory.clear(); // of a start that has failed
+        for (const char* part : {"metadata", "queues", "readers"}) {
+            Memory.emplace_back("/dev/shm/" + service() + "-cf__" + part + ".shm");
+        }
         writeFile(Folder.file("squid.conf"), "http_port 127.0.0.1:" + std::to_string(Port) + "\n" + common);
         auto process = std::make_unique<PeerProcess>(
             std::vector<std::string>{"squid", "-N", "-n", service(), "-f", Folder.file("squid.conf")},
-            Folder.file("output"), PeerOptions{.Folder = Folder.path(), .StopSignal = SIGKILL});
+            Folder.file("output"),
+            // Asked to end, it takes seconds. Killed, it leaves its shared memory behind.
+            PeerOptions{.Folder = Folder.path(), .StopSignal = SIGKILL});
         process->awaitListening(Port);
         return process;
     });
-}
-
-// Asked to end, it takes seconds. Killed, it leaves its shared memory behind, which has the name of the service.
-Squid::~Squid() {
-    Process.reset();
-    for (const char* part : {"metadata", "queues", "readers"}) {
-        ::shm_unlink(("/" + service() + "-cf__" + part + ".shm").c_str());
-    }
 }
 
 std::string Squid::configuration(SquidLogin login) const {

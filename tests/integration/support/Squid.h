@@ -5,6 +5,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <string>
 
@@ -17,17 +18,18 @@ enum class SquidLogin { None, Basic, Digest, Both };
 class Squid {
 public:
     explicit Squid(SquidLogin login);
-    ~Squid();
     Squid(const Squid&) = delete;
     Squid& operator=(const Squid&) = delete;
 
     std::uint16_t port() const { return Port; }
+    std::string folder() const { return Folder.path(); }
     std::string authority() const { return "127.0.0.1:" + std::to_string(Port); }
 
 private:
     testsupport::TemporaryFolder Folder;
     std::uint16_t Port = 0;
-    std::unique_ptr<PeerProcess> Process;
+    std::list<testsupport::WatchedPath> Memory; // what it shares with its helpers; has the name of the service
+    std::unique_ptr<PeerProcess> Process;       // goes first
 
     std::string service() const { return "netrove" + std::to_string(Port); }
     std::string configuration(SquidLogin login) const;
