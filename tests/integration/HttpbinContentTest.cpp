@@ -212,7 +212,8 @@ TEST_F(HttpbinContent, PausesLongerThanTheDataTimeoutEndTheTransfer) {
     const std::string file = folder().file("slow");
     const Outcome outcome = run({"save", "--data-timeout", "300", server().url(path), file});
     EXPECT_EQ(outcome.Status, 28);
-    EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:Timeout: " + text + "\n");
+    EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:Timeout: " + text +
+                               " Hint: --data-timeout MS sets that limit, 0 lifts it.\n");
     EXPECT_TRUE(std::filesystem::is_empty(folder().path()));
 }
 
@@ -235,7 +236,8 @@ TEST_F(HttpbinContent, ResponseThatIsLate) {
     }
     const Outcome outcome = run({"get", "--response-timeout", "300", server().url("/delay/3")});
     EXPECT_EQ(outcome.Status, 28);
-    EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:Timeout: " + text + "\n");
+    EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:Timeout: " + text +
+                               " Hint: --response-timeout MS sets that limit, 0 lifts it.\n");
 }
 
 class HttpbinRedirect : public HttpbinFixture {};
