@@ -59,6 +59,8 @@ constexpr HintRow kHints[] = {
     {"VANTIK:webservices:DecodingError", 0, "", "--no-decode keeps the content as it was sent"},
     {kStatus, 0, "401", "log in with --user NAME, or check name and password"},
     {kStatus, 0, "407", "log in to the proxy with --proxy-user NAME, or check name and password"},
+    {"VANTIK:host:Failure", 0, "A proxy setting of this system",
+     "--proxy HOST:PORT names a proxy, --proxy none does without"},
     {"NETROVE:cli:FileNotWritten", 1, "No such file or directory", "make the folder first"},
 };
 

@@ -135,7 +135,8 @@ TEST_F(ProxySettings, UnusableOnesAreToldWithoutTheirPassword) {
         for (const Texts& command : {Texts{"proxy", "http://a.corp/"}, Texts{"get", "-x", "auto", "http://a.corp/"}}) {
             const Outcome outcome = run(command, {.Environment = {{"http_proxy", setting}}});
             EXPECT_EQ(outcome.Status, 1);
-            EXPECT_EQ(outcome.Err, "netrove: VANTIK:host:Failure: " + text + "\n");
+            EXPECT_EQ(outcome.Err, "netrove: VANTIK:host:Failure: " + text +
+                                       ". Hint: --proxy HOST:PORT names a proxy, --proxy none does without.\n");
         }
     }
     expectScopeUsable();
