@@ -142,13 +142,18 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
 
 void Program::readToEnd(int descriptor, std::string& text) {
     char buffer[4096];
+    bool leftByAll = false; // by the last program of a terminal
     for (;;) {
         const ssize_t count = read(descriptor, buffer, sizeof buffer);
         if (count < 0 && errno == EINTR)
             continue;
+        // A terminal tells its end with this error, now and then before the last words have been read: the kernel
+        // looks for words first and for the end then. Behind it no more are written, so the next read has them.
+        if (count < 0 && errno == EIO && !std::exchange(leftByAll, true))
+            continue;
         const std::lock_guard lock(Guard);
         Changed.notify_all();
-        if (count <= 0) { // a terminal ends with an error
+        if (count <= 0) {
             OutEnded = OutEnded || &text == &Out;
             break;
         }
