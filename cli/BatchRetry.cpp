@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 #include "cli/FieldText.h"
+#include "cli/NumberText.h"
 
 namespace netrove::cli {
 
@@ -33,11 +34,8 @@ bool contains(const Range& range, const Value& value) {
 }
 
 std::optional<int> smallNumber(std::string_view text) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || text.front() == '-' || error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return value;
+    const auto value = wholeNumber(text);
+    return value && *value <= std::numeric_limits<int>::max() ? std::optional(static_cast<int>(*value)) : std::nullopt;
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separators) {

@@ -185,8 +185,7 @@ Response BatchTransfer::send(Attempt& state, const std::string& method) {
         state.Failed.RetryAfter = field->Value;
     if (response.Status < kFirstErrorStatus)
         return response;
-    vantik::Message message = cliMessage(
-        failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url}, response.statusText());
+    vantik::Message message = response.statusError();
     // What may be better the next time is not kept, even where such answers are wanted.
     FailedAttempt judged = state.Failed;
     judged.Message = message;

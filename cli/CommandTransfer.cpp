@@ -21,7 +21,6 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr int kFirstErrorStatus = 400;
 // Of content in the object of --json. It is held several times over while the object is made, and a control byte takes
 // six characters there.
 constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
@@ -51,8 +50,7 @@ private:
         Facts.UntilHead = Clock::now() - Start;
         if (Wanted.Fail && response.Status >= kFirstErrorStatus) {
             exchange.close();
-            fail(failure::kStatusError, {std::int64_t{response.Status}, response.Reason, response.Url},
-                 response.statusText());
+            throw vantik::Failure(response.statusError());
         }
         return response;
     }

@@ -42,8 +42,10 @@ std::string Response::head() const {
     return text + "\r\n";
 }
 
-std::string Response::statusText() const {
-    return "the server answered " + std::to_string(Status) + (Reason.empty() ? "" : " " + Reason) + " for " + Url;
+vantik::Message Response::statusError() const {
+    return cliMessage(failure::kStatusError, {std::int64_t{Status}, Reason, Url},
+                      "the server answered " + std::to_string(Status) + (Reason.empty() ? "" : " " + Reason) + " for " +
+                          Url);
 }
 
 // What the library makes of a failure of our own objects is less than we know ourselves.

@@ -17,7 +17,7 @@
 
 namespace netrove::cli {
 
-constexpr int kFirstErrorStatus = 400;
+constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
 
 // The head of the final response.
 struct Response {
@@ -30,7 +30,7 @@ struct Response {
     int Redirects = 0; // followed on the way to it
 
     const Field* field(std::string_view name) const; // the first of that name; null for none
-    std::string statusText() const; // "the server answered ...", for a status that is taken as a failure
+    vantik::Message statusError() const;             // for a status that is taken as a failure
     // The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8
     // come out as replacement characters.
     std::string head() const;

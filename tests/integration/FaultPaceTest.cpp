@@ -38,8 +38,8 @@ protected:
 
     // Says that it closes, so that no front takes the connection for the next request.
     static Script drippedContent(int announced) {
-        Script script = {step::send("HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " +
-                                    std::to_string(announced) + "\r\n\r\n")};
+        Script script = {step::send(
+            "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n")};
         drip(script, std::string(Drops, 'd'));
         return script;
     }

@@ -1,5 +1,6 @@
 // Ctrl-C at the command line in each phase of a request, many times: it ends soon, with the status for that, and leaves
 // no file.
+#include "tests/integration/support/HeldLookupEnvironment.h"
 #include "tests/support/ProgramRun.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"
@@ -10,7 +11,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 
@@ -231,15 +231,10 @@ TEST_F(InterruptedCommand, WithinAHandshakeThatAProxyHasOpened) {
 
 // The name server never answers. libcurl asks it on a thread of its own, which cannot be stopped.
 TEST_F(InterruptedCommand, WithinALookUpOfTheName) {
-    const char* sanitizer = std::getenv("ASAN_OPTIONS");
-    const std::map<std::string, std::string> environment = {
-        {"LD_PRELOAD", NETROVE_HELD_LOOKUP},
-        // A sanitizer wants to be the first library in a program.
-        {"ASAN_OPTIONS",
-         (sanitizer == nullptr ? std::string() : std::string(sanitizer) + ":") + "verify_asan_link_order=0"}};
     repeat([&](int round) {
         const std::string scheme = round % 8 < 4 ? "http" : "https";
-        Program program(command(round, scheme + "://held.test/"), {.Environment = environment});
+        Program program(command(round, scheme + "://held.test/"),
+                        {.Environment = integrationtest::heldLookupEnvironment()});
         program.waitForOutput("looking up\n");
         interrupt(program, "looking up\n");
     });
