@@ -1,0 +1,116 @@
+// scripts/test with stand-ins for cmake, ctest and scripts/deps: what its last lines say of what it has run.
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::EndsWith;
+using testsupport::Outcome;
+
+// Builds every preset but the one that the file "unbuildable" names.
+constexpr const char* kCMake = R"(
+while [ "$1" != --preset ]; do shift; done
+mkdir -p "build/$2"
+! grep -qx "$2" unbuildable
+)";
+// Writes what the file of the preset's name holds.
+constexpr const char* kCTest = R"(
+output=$(cat "$(basename "$2").output")
+printf '%s\n' "$output"
+case $output in *' 0 tests failed'*) ;; *) exit 8 ;; esac
+)";
+constexpr const char* kAllPassed = "1/1 Test #1: Some.Test ....   Passed    0.01 sec\n"
+                                   "\n"
+                                   "100% tests passed, 0 tests failed out of 1\n";
+constexpr const char* kOneFailed = "    Start 1: Some.Test\n"
+                                   "1/2 Test #1: Some.Test ........***Failed    0.01 sec\n"
+                                   "SomeTest.cpp:7: Failure\n"
+                                   "Value of: three\n"
+                                   "\n"
+                                   "    Start 2: Some.OtherTest\n"
+                                   "2/2 Test #2: Some.OtherTest ...   Passed    0.01 sec\n"
+                                   "\n"
+                                   "50% tests passed, 1 tests failed out of 2\n";
+
+class AllTests : public testing::Test {
+protected:
+    AllTests() {
+        for (const char* folder : {"bin", "scripts"}) {
+            fs::create_directory(Folder.file(folder));
+        }
+        fs::copy_file(NETROVE_SOURCES "/scripts/test", Folder.file("scripts/test"));
+        standIn("scripts/deps", "");
+        standIn("bin/cmake", kCMake);
+        standIn("bin/ctest", kCTest);
+        write("unbuildable", "");
+        for (const char* preset : {"dev", "asan", "tsan"}) {
+            write(std::string(preset) + ".output", kAllPassed);
+        }
+    }
+
+    void standIn(const std::string& name, const std::string& text) {
+        write(name, "#!/usr/bin/env bash\nset -u\n" + text);
+        fs::permissions(Folder.file(name), fs::perms::owner_all);
+    }
+    void write(const std::string& name, const std::string& text) { testsupport::writeFile(Folder.file(name), text); }
+
+    Outcome runAll() const {
+        testsupport::Surroundings around;
+        around.Environment["PATH"] = Folder.file("bin") + ":/usr/bin:/bin";
+        around.Folder = Folder.path();
+        around.Executable = Folder.file("scripts/test");
+        return testsupport::run({}, around);
+    }
+
+    const testsupport::TemporaryFolder Folder;
+};
+
+} // namespace
+
+TEST_F(AllTests, WhereAllPassTheLastLineCountsThem) {
+    const Outcome outcome = runAll();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome.Out, EndsWith("out of 1\n\n3 passed, 0 failed\n"));
+}
+
+TEST_F(AllTests, WhatFailedIsToldAgainAtTheEnd) {
+    write("dev.output", kOneFailed);
+    const Outcome outcome = runAll();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n"
+                                      "dev: 1 failed\n"
+                                      "1/2 Test #1: Some.Test ...***Failed    0.01 sec\n"
+                                      "SomeTest.cpp:7: Failure\n"
+                                      "Value of: three\n"
+                                      "\n"
+                                      "3 passed, 1 failed\n"));
+}
+
+TEST_F(AllTests, OfALongOutputTheBeginningIsToldAgain) {
+    std::string lines;
+    for (int line = 0; line < 100; ++line) {
+        lines += "line " + std::to_string(line) + "\n";
+    }
+    write("asan.output",
+          "1/1 Test #1: Some.Test ...***Failed    0.01 sec\n" + lines + "0% tests passed, 1 tests failed out of 1\n");
+    EXPECT_THAT(runAll().Out, EndsWith("\nline 57\nline 58\n...\n\n2 passed, 1 failed\n"));
+}
+
+TEST_F(AllTests, WhatCannotBeBuiltCountsAsAFailure) {
+    write("unbuildable", "asan\n");
+    const Outcome outcome = runAll();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\nasan: the build failed\n\n2 passed, 1 failed\n"));
+}
+
+TEST_F(AllTests, NoTestAtAllCountsAsAFailure) {
+    write("tsan.output", "No tests were found!!!\n");
+    const Outcome outcome = runAll();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\ntsan: no test has run\n\n2 passed, 1 failed\n"));
+}
