@@ -19,7 +19,8 @@ using Calls = std::vector<std::string>;
 class Progress : public HostFixture {
 protected:
     // An upload whose good answer begins before its content is complete, so that the sending side reports. The provider
-    // waits for the head to be on its way before it gives its second piece.
+    // waits for the head to be on its way before it gives its second piece, and goes on until a report shows that it
+    // has come.
     struct Upload {
         ScriptedServer& Server;
         ScriptedProvider Provider;
@@ -29,11 +30,11 @@ protected:
         ScriptedServer& server = serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n"),
                                         step::signal("head"), step::expectChunkedBody(), step::send("done")});
         const ScriptedProvider provider = makeScriptedProvider(host());
-        provider->OnRead = [&server, pieces](int call, std::uint64_t) {
+        provider->OnRead = [&server, pieces, reports = reporter.operator->()](int call, std::uint64_t) {
             if (call == 2) {
                 server.waitFor("head");
             }
-            return Array::bytes(std::string_view(call <= pieces ? "0123456789" : ""));
+            return Array::bytes(std::string_view(call <= pieces || reports->Counts.empty() ? "0123456789" : ""));
         };
         const Object connection = open(server.url("/"));
         connection.set("RequestMethod", "PUT");
@@ -87,11 +88,12 @@ TEST_F(Progress, OfAnUploadIsReportedOnceTheHeadIsThere) {
     const ScriptedReporter reporter = makeScriptedReporter(host());
     const Upload upload = openEarlyAnsweredUpload(6, reporter);
     EXPECT_EQ(receiveBytes(upload.Connection), "done");
-    EXPECT_EQ(upload.Server.record().Bodies.at(0).size(), 60U);
+    const std::size_t sent = upload.Server.record().Bodies.at(0).size();
+    EXPECT_GE(sent, 60U);
     ASSERT_GE(reporter->Counts.size(), 2U);
     EXPECT_EQ(reporter->Counts.back(), 4U) << "the count of receiving does not go on from that of sending";
     EXPECT_TRUE(std::is_sorted(reporter->Counts.begin(), reporter->Counts.end() - 1));
-    EXPECT_EQ(*(reporter->Counts.end() - 2), 60U);
+    EXPECT_EQ(*(reporter->Counts.end() - 2), sent);
     expectScopeUsable(upload.Connection);
 }
 

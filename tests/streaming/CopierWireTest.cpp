@@ -197,7 +197,7 @@ TEST_F(CopierWire, NextRequestStartsWithACopierOfItsOwn) {
 // reads from its own copier alone.
 TEST_F(CopierWire, SendThatIsDueAgainTakesTheHandleOffAndOn) {
     ScriptedServer server(
-        std::vector<Script>{{step::awaitPeerEnd()},
+        std::vector<Script>{{step::run([this] { host().interrupt(); }), step::awaitPeerEnd()},
                             {step::expectBody(9), step::send(std::string("\0\x5a\0\0\0\0\0\0", 8)), step::expectHead(),
                              step::expectBody(4), step::send(testsupport::response("taken"))}});
     Connection.setURL(u"http://127.0.0.1/");
@@ -206,7 +206,6 @@ TEST_F(CopierWire, SendThatIsDueAgainTakesTheHandleOffAndOn) {
     Connection.addField("Content-Length", "4");
     Connection.addField("Expect", "");
     Connection.Payload = {'b', 'o', 'd', 'y'};
-    host().interrupt();
     EXPECT_EQ(testsupport::failureText([&] { Connection.sendRequest(); }),
               "HTTPConnectionFailedException[The operation was stopped on request.]");
     EXPECT_FALSE(Connection.Sent);
