@@ -60,8 +60,12 @@ TEST(Abandoned, NothingOutlivesATestThatIsKilled) {
     const Outcome outcome = parent.wait();
     EXPECT_EQ(outcome.Status, -1);
     const std::string sharedMemory = "netrove" + outcome.Out.substr(0, outcome.Out.find('\n')) + "-";
-    awaitOrEnd([&] { return processesNaming(folder.path()).empty() && fs::is_empty(folder.path()); },
-               [] { return false; });
+    awaitOrEnd(
+        [&] {
+            return processesNaming(folder.path()).empty() && fs::is_empty(folder.path()) &&
+                   filesNaming("/dev/shm", sharedMemory).empty();
+        },
+        [] { return false; });
     EXPECT_THAT(processesNaming(folder.path()), IsEmpty());
     EXPECT_THAT(filesNaming(folder.path(), ""), IsEmpty());
     EXPECT_THAT(filesNaming("/dev/shm", sharedMemory), IsEmpty());

@@ -13,11 +13,11 @@ Nghttpx::Nghttpx(std::uint16_t backendPort) {
     Process = startOnFreePorts(1, [&](const std::vector<std::uint16_t>& ports) {
         Port = ports[0];
         auto process = std::make_unique<PeerProcess>(
-            std::vector<std::string>{"nghttpx", "--conf=/dev/null", "--frontend=127.0.0.1," + std::to_string(Port),
-                                     "--backend=127.0.0.1," + std::to_string(backendPort), "--workers=1",
-                                     "--single-thread", "--no-ocsp", "--no-server-push", "--no-location-rewrite",
-                                     "--errorlog-file=" + Folder.file("error.log"), Folder.file("server.key"),
-                                     Folder.file("server.pem")},
+            std::vector<std::string>{
+                "nghttpx", "--conf=/dev/null", "--frontend=127.0.0.1," + std::to_string(Port),
+                "--backend=127.0.0.1," + std::to_string(backendPort), "--workers=1", "--single-thread",
+                "--backend-keep-alive-timeout=60", "--no-ocsp", "--no-server-push", "--no-location-rewrite",
+                "--errorlog-file=" + Folder.file("error.log"), Folder.file("server.key"), Folder.file("server.pem")},
             Folder.file("output.log"));
         process->awaitListening(Port);
         return process;

@@ -2,6 +2,7 @@
 
 #include "tests/support/SocketHandle.h"
 
+#include <filesystem>
 #include <fstream>
 
 namespace integrationtest {
@@ -31,6 +32,8 @@ std::unique_ptr<PeerProcess> startNginx(const TemporaryFolder& folder, const std
                                                                folder.file("nginx.conf"), "-e", folder.file("log")},
                                       folder.file("log"));
     process->awaitListening(port);
+    // While it tries again and again for a port that somebody has taken, it listens on the others already.
+    process->awaitCondition([&] { return std::filesystem::exists(folder.file("pid")); }, "listening on all ports");
     return process;
 }
 
