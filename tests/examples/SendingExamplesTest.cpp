@@ -100,7 +100,7 @@ TEST(ThroughProxy, AServerThatSaysNothingIsATimeout) {
 TEST(ThroughProxy, AServerThatStopsInTheMiddleIsATimeoutToo) {
     ScriptedServer server(
         {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\npart"), step::awaitPeerEnd()});
-    const Outcome outcome = runExample("through_proxy", {server.url(), "0.05"});
+    const Outcome outcome = runExample("through_proxy", {server.url(), "3"}); // limits the wait for the head too
     EXPECT_EQ(outcome.Status, 1);
     EXPECT_EQ(outcome.Out, "");
     EXPECT_THAT(outcome.Err, HasSubstr("HTTPOptions.DataTimeout"));

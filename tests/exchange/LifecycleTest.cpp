@@ -153,7 +153,7 @@ TEST_F(Lifecycle, ObjectMayBeDroppedInTheMiddleOfATransfer) {
         const Object connection = makeAdapter();
         connection.set("Debug", std::int32_t{2});
         connection.set("URL", server.url("/"));
-        connection.set("TimeoutInMilliseconds", Array::doubles({5000, 200, 200}));
+        connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, 60000}));
         connection.call("openConnection");
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0) << "the head is complete, the content is not";
     }

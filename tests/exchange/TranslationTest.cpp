@@ -191,7 +191,7 @@ TEST_P(Translation, GivesIdentifierAndArguments) {
     const std::string url = urlFor(row);
     connection.set("URL", url);
     connection.set("CertificateFilename", row.CertificateFile);
-    connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, row.DataTimeout == 0 ? 60000.0 : 500.0}));
+    connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, row.DataTimeout == 0 ? 60000.0 : 2000.0}));
     const vantik::Message message = failureOf([&] {
         connection.call("openConnection");
         if (row.DataTimeout != 0) { // behind the open it only changes what is told

@@ -44,7 +44,7 @@ std::vector<Row> rows() {
     const std::string nine = head + "Content-Length: 9\r\n\r\n";
     return {
         {"SilentHead", {step::awaitPeerEnd()}, {"--response-timeout", "300"}, 28, "Timeout", "0.300 seconds"},
-        {"SilentContent", {step::send(nine + "part"), step::awaitPeerEnd()}, {"--data-timeout", "300"}, 28, "Timeout", "stopped sending"},
+        {"SilentContent", {step::send(nine + "part"), step::awaitPeerEnd()}, {"--data-timeout", "3000"}, 28, "Timeout", "stopped sending"},
         {"EmptyAnswer", {step::close()}, {}, 1, "CopyContentToDataStreamError", "Empty reply from server"},
         {"ResetInTheHead", {step::send(head), step::reset()}, {}, 7, "ConnectionRefused", "reset by peer"},
         {"ResetInTheContent", {step::send(nine + "part"), step::reset()}, {}, 7, "ConnectionRefused", "reset by peer"},
@@ -59,7 +59,7 @@ std::vector<Row> rows() {
         {"UnknownCompression", closing(response("body", {"Content-Encoding: fancy"})), {}, 61, "DecodingError", "Content-Encoding \"fancy\""},
         {"UnknownTransferEncoding", closing(head + "Transfer-Encoding: fancy\r\n\r\nbody"), {"--no-decode"}, 61, "DecodingError", "Content-Encoding \"\""},
         {"SilentHead", {step::awaitPeerEnd()}, {"--response-timeout", "300"}, 28, "Timeout", "0.300 seconds", Front::Nghttpx},
-        {"SilentContent", {step::send(nine + "part"), step::awaitPeerEnd()}, {"--data-timeout", "300"}, 28, "Timeout", "stopped sending", Front::Nghttpx},
+        {"SilentContent", {step::send(nine + "part"), step::awaitPeerEnd()}, {"--data-timeout", "3000"}, 28, "Timeout", "stopped sending", Front::Nghttpx},
         {"ResetInTheContent", {step::send(nine + "part"), step::reset()}, {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},
         {"ShortContent", closing(nine + "part"), {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},
         {"ChunksWithoutAnEnd", closing(chunks + "4\r\nbody\r\n"), {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},

@@ -15,9 +15,9 @@ constexpr std::chrono::milliseconds Pause{20};
 constexpr int Drops = 40;
 
 // `text` byte by byte, with a pause before each.
-void drip(Script& script, const std::string& text) {
+void drip(Script& script, const std::string& text, std::chrono::milliseconds pause = Pause) {
     for (const char byte : text) {
-        script.push_back(step::run([] { std::this_thread::sleep_for(Pause); }));
+        script.push_back(step::run([pause] { std::this_thread::sleep_for(pause); }));
         script.push_back(step::send(std::string(1, byte)));
     }
 }
@@ -37,10 +37,10 @@ protected:
     }
 
     // Says that it closes, so that no front takes the connection for the next request.
-    static Script drippedContent(int announced) {
+    static Script drippedContent(int announced, std::chrono::milliseconds pause = Pause) {
         Script script = {step::send(
             "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n")};
-        drip(script, std::string(Drops, 'd'));
+        drip(script, std::string(Drops, 'd'), pause);
         return script;
     }
 };
@@ -54,12 +54,12 @@ TEST_P(FaultPace, SteadyDropsAreNoSilence) {
     }
 }
 
-// Each drop begins the limit anew; the silence behind the last one does not end.
+// Longer than the limit in all, but each drop begins it anew; the silence behind the last one does not end.
 TEST_P(FaultPace, PauseBeyondTheLimitEndsTheTransfer) {
-    Script script = drippedContent(Drops + 1);
+    Script script = drippedContent(Drops + 1, 4 * Pause);
     script.push_back(step::awaitPeerEnd());
-    compare(receiveThrough(script, {60000, 10000, 1000}, Way::Consumer),
-            {"Timeout(URL, 1.000, the server stopped sending, HTTPOptions.DataTimeout)", std::string(Drops, 'd')},
+    compare(receiveThrough(script, {60000, 10000, 3000}, Way::Consumer),
+            {"Timeout(URL, 3.000, the server stopped sending, HTTPOptions.DataTimeout)", std::string(Drops, 'd')},
             Way::Consumer);
 }
 

@@ -131,11 +131,11 @@ TEST_F(Http2, SilenceInTheMiddleOfTheContentIsATimeout) {
         {{step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n" + generated(50'000)),
           step::awaitPeerEnd()},
          nextAnswer()});
-    connection.set("TimeoutInMilliseconds", Array::doubles({30000, 30000, 500}));
+    connection.set("TimeoutInMilliseconds", Array::doubles({30000, 30000, 3000}));
     connection.call("openConnection"); // which takes the limits
     EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
               "VANTIK:webservices:Timeout(" + Front->url("/") +
-                  ", 0.500, the server stopped sending, HTTPOptions.DataTimeout)");
+                  ", 3.000, the server stopped sending, HTTPOptions.DataTimeout)");
     expectUsable(connection);
     EXPECT_TRUE(Behind->waitUntilDone(0).PeerEnded) << "nghttpx was not told";
 }

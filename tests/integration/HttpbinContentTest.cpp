@@ -197,20 +197,20 @@ TEST_F(HttpbinContent, PausesShorterThanTheDataTimeoutAreWaitedFor) {
 }
 
 TEST_F(HttpbinContent, PausesLongerThanTheDataTimeoutEndTheTransfer) {
-    const std::string path = "/drip?numbytes=3&duration=6";
+    const std::string path = "/drip?numbytes=3&duration=30";
     std::string text; // the same in both interfaces, and what the command line prints
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(modeName(optionsMode));
-        const Object connection = openPath(path, Array::doubles({5000, 10000, 300}), optionsMode);
+        const Object connection = openPath(path, Array::doubles({5000, 10000, 3000}), optionsMode);
         const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
         EXPECT_EQ(describe(failure), "VANTIK:webservices:Timeout(" + server().url(path) +
-                                         ", 0.300, the server stopped sending, HTTPOptions.DataTimeout)");
+                                         ", 3.000, the server stopped sending, HTTPOptions.DataTimeout)");
         EXPECT_EQ(connection.get("ResponsePayload").byteText(), "*");
         text = failure.Text;
         expectServerUsable(connection);
     }
     const std::string file = folder().file("slow");
-    const Outcome outcome = run({"save", "--data-timeout", "300", server().url(path), file});
+    const Outcome outcome = run({"save", "--data-timeout", "3000", server().url(path), file});
     EXPECT_EQ(outcome.Status, 28);
     EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:Timeout: " + text +
                                " Hint: --data-timeout MS sets that limit, 0 lifts it.\n");

@@ -58,9 +58,11 @@ TEST_F(StalledProxyScript, DoesNotHoldUpTheTimeLimit) {
 
 TEST_F(StalledProxyScript, FailsEveryTransferOfAListAtItsTimeLimit) {
     ScriptedServer source(silent());
-    const Outcome outcome = run({"batch", list(), "--jobs", "2", "--no-journal", "-m", "0.2"},
+    // Long enough for the question to be on its way.
+    const Outcome outcome = run({"batch", list(), "--jobs", "2", "--no-journal", "-m", "2"},
                                 {.Environment = environment(source), .Folder = folder().path()});
     EXPECT_EQ(outcome.Status, 28) << outcome.Err;
+    source.waitFor("reached");
     EXPECT_EQ(source.connectionCount(), 1U);
 }
 

@@ -31,6 +31,7 @@ protected:
         const vantik::Array answer = lookUp(url);
         vantik::Object connection = makeAdapter();
         connection.set("URL", url);
+        connection.set("TimeoutInMilliseconds", vantik::Array::doubles({60000})); // a resolver may have to ask again
         connection.set("ProxyUsername", answer.field("Username"));
         connection.set("ProxyPassword", answer.field("Password"));
         connection.call("setAuthenticationSchemes", {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme",
