@@ -56,6 +56,9 @@ protected:
         connection.set("CertificateFilename", trustFile());
         connection.set("VerifyServerName", true);
         connection.set("URL", url);
+        // Part of the way to the server: a proxy that starts its helper for logins, and a page that libcurl reads byte
+        // by byte.
+        connection.set("TimeoutInMilliseconds", Array::doubles({60000}));
         openAgain(connection, login);
         return connection;
     }
