@@ -15,7 +15,6 @@
 #include <functional>
 
 #include <fcntl.h>
-#include <sys/ioctl.h>
 
 namespace {
 
@@ -171,15 +170,10 @@ void InterruptedPipe::interruptWhenFull() {
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const SocketHandle read(ends[0]);
     const SocketHandle write(ends[1]);
-    const int capacity = fcntl(write.get(), F_GETPIPE_SZ);
     Surroundings around;
     around.OutDescriptor = write.get();
     Program program({"get", "--consumer", server.url()}, around);
-    const auto pipeIsFull = [&] {
-        int filled = 0;
-        return ioctl(read.get(), FIONREAD, &filled) == 0 && filled >= capacity;
-    };
-    program.awaitCondition(pipeIsFull, "its output is full");
+    program.awaitCondition([&] { return isFull(write.get()); }, "its output is full");
     interrupt(program);
 }
 

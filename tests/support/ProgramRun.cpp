@@ -255,6 +255,11 @@ std::string programFile() {
     return NETROVE_PROGRAM;
 }
 
+bool isFull(int writeEnd) {
+    pollfd room{writeEnd, POLLOUT, 0};
+    return poll(&room, 1, 0) == 0;
+}
+
 std::string lastLine(const std::string& text) {
     const std::string trimmed = text.substr(0, text.find_last_not_of('\n') + 1);
     return trimmed.substr(trimmed.rfind('\n') + 1);

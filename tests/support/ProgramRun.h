@@ -72,6 +72,9 @@ Outcome run(std::vector<std::string> arguments, const Surroundings& around = {})
 // The path of the built program, for launchers.
 std::string programFile();
 
+// Whether who writes into a pipe has to wait. Its bytes do not tell: a piece that fills no page takes a whole one.
+bool isFull(int writeEnd);
+
 // The last line of a text, without its end.
 std::string lastLine(const std::string& text);
 
