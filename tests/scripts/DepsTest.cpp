@@ -1,7 +1,7 @@
 // scripts/deps as an ordinary user starts it. The package system and sudo are stand-ins that write down what is asked
 // of them, and nothing else that could change the machine is in the PATH.
+#include "tests/scripts/ScriptFixture.h"
 #include "tests/support/ProgramRun.h"
-#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -44,7 +44,7 @@ env) exec "$@" ;;
 esac
 )";
 
-class Deps : public testing::Test {
+class Deps : public ScriptFixture {
 protected:
     Deps() {
         fs::create_directory(Folder.file("bin"));
@@ -52,21 +52,15 @@ protected:
             const std::string inUsr = std::string("/usr/bin/") + tool;
             fs::create_symlink(fs::exists(inUsr) ? inUsr : std::string("/bin/") + tool, Folder.file("bin/") + tool);
         }
-        standIn("id", kId);
-        standIn("dpkg-query", kDpkgQuery);
-        standIn("apt-get", kAptGet);
-        standIn("apt-cache", kAptCache);
-        standIn("sudo", kSudo);
+        standIn("bin/id", kId);
+        standIn("bin/dpkg-query", kDpkgQuery);
+        standIn("bin/apt-get", kAptGet);
+        standIn("bin/apt-cache", kAptCache);
+        standIn("bin/sudo", kSudo);
         write("missing", "ninja-build\n");
         write("log", "");
     }
 
-    void standIn(const std::string& name, const std::string& text) {
-        const std::string file = Folder.file("bin/" + name);
-        testsupport::writeFile(file, "#!/usr/bin/env bash\nset -u\n" + text);
-        fs::permissions(file, fs::perms::owner_all);
-    }
-    void write(const std::string& name, const std::string& text) { testsupport::writeFile(Folder.file(name), text); }
     std::string log() const { return readFile(Folder.file("log")); }
 
     testsupport::Surroundings surroundings(bool terminal) const {
@@ -88,8 +82,6 @@ protected:
 
     static constexpr const char* kInstalled =
         "apt-get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends ninja-build\n";
-
-    const testsupport::TemporaryFolder Folder;
 };
 
 } // namespace

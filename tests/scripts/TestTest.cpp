@@ -1,6 +1,6 @@
 // scripts/test with stand-ins for cmake, ctest and scripts/deps: what its last lines say of what it has run.
+#include "tests/scripts/ScriptFixture.h"
 #include "tests/support/ProgramRun.h"
-#include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -37,7 +37,7 @@ constexpr const char* kOneFailed = "    Start 1: Some.Test\n"
                                    "\n"
                                    "50% tests passed, 1 tests failed out of 2\n";
 
-class AllTests : public testing::Test {
+class AllTests : public ScriptFixture {
 protected:
     AllTests() {
         for (const char* folder : {"bin", "scripts"}) {
@@ -53,12 +53,6 @@ protected:
         }
     }
 
-    void standIn(const std::string& name, const std::string& text) {
-        write(name, "#!/usr/bin/env bash\nset -u\n" + text);
-        fs::permissions(Folder.file(name), fs::perms::owner_all);
-    }
-    void write(const std::string& name, const std::string& text) { testsupport::writeFile(Folder.file(name), text); }
-
     Outcome runAll() const {
         testsupport::Surroundings around;
         around.Environment["PATH"] = Folder.file("bin") + ":/usr/bin:/bin";
@@ -66,8 +60,6 @@ protected:
         around.Executable = Folder.file("scripts/test");
         return testsupport::run({}, around);
     }
-
-    const testsupport::TemporaryFolder Folder;
 };
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "tests/support/Await.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -223,13 +222,10 @@ Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
     // In short waits, so that a machine that stands still for a while takes one of them from the program and not all.
     constexpr std::chrono::milliseconds once{10};
     int count = 0;
-    for (std::chrono::milliseconds waited{0}; count == 0 && waited < limit; waited += once) {
-        while ((count = poll(&ended, 1, static_cast<int>(std::min(once, limit - waited).count()))) < 0 &&
-               errno == EINTR) {
-        }
-    }
+    for (std::chrono::milliseconds waited{0}; count <= 0 && waited < limit; waited += once)
+        count = poll(&ended, 1, static_cast<int>(once.count()));
     close(ended.fd);
-    if (count == 0)
+    if (count <= 0)
         signal(SIGKILL);
     return wait();
 }
