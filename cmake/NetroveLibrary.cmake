@@ -1,15 +1,16 @@
 # The module and its static twin, which lets unit tests reach inside.
 set(NETROVE_SOURCES
     errors/HTTPException.cpp
+    errors/InternalError.cpp
     errors/TranslateTransferException.cpp
     transfer/CurlCalls.cpp
     transfer/CurlSingleton.cpp
     transfer/LibCurlInitializer.cpp
-    transfer/TextEncoding.cpp
-    transfer/NumericNarrowing.cpp
-    transfer/MonotonicTime.cpp
+    hostcalls/TextEncoding.cpp
+    hostcalls/NumericNarrowing.cpp
+    http/MonotonicTime.cpp
     transfer/Trace.cpp
-    transfer/HttpSyntax.cpp
+    http/HttpSyntax.cpp
     transfer/HTTPConnection.cpp
     transfer/HTTPConnectionUrl.cpp
     transfer/HTTPConnectionOpen.cpp
@@ -20,7 +21,7 @@ set(NETROVE_SOURCES
     transfer/HTTPConnectionTimeouts.cpp
     transfer/HTTPConnectionRequest.cpp
     streaming/HTTPConnectionContent.cpp
-    streaming/HostObjectCall.cpp
+    hostcalls/HostObjectCall.cpp
     streaming/InterruptibleStreamCopier.cpp
     streaming/InterruptibleStreamCopierReceive.cpp
     streaming/InterruptibleStreamCopierSend.cpp

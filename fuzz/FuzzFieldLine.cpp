@@ -1,6 +1,6 @@
 // Field lines and status lines: splitting one never reads beyond it and never invents text.
 #include "fuzz/FuzzScope.h"
-#include "transfer/HttpSyntax.h"
+#include "http/HttpSyntax.h"
 
 #include <cstdlib>
 

@@ -1,12 +1,12 @@
 #include "hostclass/ClassRegistration.h"
 
+#include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/ArrayApi.h"
 #include "hostclass/HTTPConnectionAdapter.h"
 #include "hostclass/MemberTemplates.h"
 #include "hostclass/MethodTable.h"
 #include "hostclass/PropertyTable.h"
-#include "transfer/CurlCalls.h"
 
 #include <new>
 

@@ -3,10 +3,10 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/ArrayApi.h"
 #include "host/Text.h"
+#include "hostcalls/HostObjectCall.h"
 #include "hostclass/HTTPConnectionAdapter.h"
 #include "hostclass/TransferBoundary.h"
 #include "hostclass/ValueConversion.h"
-#include "streaming/HostObjectCall.h"
 
 #include <exception>
 #include <filesystem>

@@ -1,8 +1,8 @@
 #include "hostclass/HTTPConnectionAdapter.h"
 
+#include "hostcalls/HostObjectCall.h"
+#include "hostcalls/NumericNarrowing.h"
 #include "hostclass/ValueConversion.h"
-#include "streaming/HostObjectCall.h"
-#include "transfer/NumericNarrowing.h"
 
 #include <utility>
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "host/ArrayApi.h"
-#include "streaming/HostArray.h"
+#include "hostcalls/HostArray.h"
 #include "transfer/HTTPConnection.h"
 
 #include <cstdint>

@@ -2,9 +2,9 @@
 // and call an accessor or a handler.
 #pragma once
 
+#include "errors/InternalError.h"
 #include "host/ClassSystem.h"
 #include "hostclass/ValueSlot.h"
-#include "transfer/CurlCalls.h"
 
 #include <memory>
 #include <type_traits>

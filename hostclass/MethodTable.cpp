@@ -3,11 +3,11 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/ArrayApi.h"
 #include "host/Text.h"
+#include "hostcalls/TextEncoding.h"
 #include "hostclass/ContentMethods.h"
 #include "hostclass/HTTPConnectionAdapter.h"
 #include "hostclass/TransferBoundary.h"
 #include "hostclass/ValueConversion.h"
-#include "transfer/TextEncoding.h"
 
 #include <memory>
 #include <string>

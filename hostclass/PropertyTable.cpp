@@ -4,11 +4,11 @@
 #include "host/Heap.h"
 #include "host/Messages.h"
 #include "host/Text.h"
+#include "hostcalls/HostObjectCall.h"
+#include "hostcalls/TextEncoding.h"
 #include "hostclass/HTTPConnectionAdapter.h"
 #include "hostclass/TransferBoundary.h"
 #include "hostclass/ValueConversion.h"
-#include "streaming/HostObjectCall.h"
-#include "transfer/TextEncoding.h"
 
 #include <cstdlib>
 #include <memory>

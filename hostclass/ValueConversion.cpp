@@ -3,8 +3,8 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/Messages.h"
 #include "host/Text.h"
-#include "streaming/HostObjectCall.h"
-#include "transfer/HttpSyntax.h"
+#include "hostcalls/HostObjectCall.h"
+#include "http/HttpSyntax.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "host/ArrayApi.h"
+#include "hostcalls/HostArray.h"
 #include "hostclass/ValueSlot.h"
-#include "streaming/HostArray.h"
 
 #include <cstddef>
 #include <cstdint>

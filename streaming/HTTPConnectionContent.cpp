@@ -1,4 +1,5 @@
 #include "errors/HTTPException.h"
+#include "errors/InternalError.h"
 #include "host/Messages.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/HTTPConnection.h"

@@ -1,8 +1,8 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
+#include "http/MonotonicTime.h"
 #include "transfer/HTTPConnection.h"
-#include "transfer/MonotonicTime.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>

@@ -9,7 +9,7 @@
 
 #include "host/ArrayApi.h"
 #include "host/ClassSystem.h"
-#include "streaming/HostArray.h"
+#include "hostcalls/HostArray.h"
 
 #include <curl/curl.h>
 

@@ -1,13 +1,14 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
 #include "errors/HTTPException.h"
+#include "errors/InternalError.h"
+#include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
+#include "hostcalls/NumericNarrowing.h"
+#include "http/MonotonicTime.h"
 #include "streaming/ProgressReporterCall.h"
-#include "streaming/ScopeExit.h"
 #include "transfer/HTTPConnection.h"
-#include "transfer/MonotonicTime.h"
-#include "transfer/NumericNarrowing.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>

@@ -1,11 +1,12 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
+#include "errors/InternalError.h"
+#include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
+#include "http/MonotonicTime.h"
 #include "streaming/ProgressReporterCall.h"
-#include "streaming/ScopeExit.h"
 #include "transfer/HTTPConnection.h"
-#include "transfer/MonotonicTime.h"
 #include "transfer/Trace.h"
 
 using namespace matrix::detail::noninlined::vx_array_api;

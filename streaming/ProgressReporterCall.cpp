@@ -1,8 +1,8 @@
 #include "streaming/ProgressReporterCall.h"
 
+#include "errors/InternalError.h"
 #include "host/Interrupt.h"
-#include "streaming/HostObjectCall.h"
-#include "transfer/CurlCalls.h"
+#include "hostcalls/HostObjectCall.h"
 
 using namespace matrix::detail::noninlined::vx_array_api;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "host/ClassSystem.h"
-#include "streaming/HostArray.h"
+#include "hostcalls/HostArray.h"
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 #include "transfer/CurlCalls.h"
 
-#include "errors/MessageIdentifiers.h"
+#include "errors/InternalError.h"
 
 #include <new>
 
@@ -25,10 +25,6 @@ void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::
 
 void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail) {
     throwInternalError(describe(what, code, "CURLMcode", curl_multi_strerror(static_cast<CURLMcode>(code)), detail));
-}
-
-void throwInternalError(const std::string& text) {
-    VANTIK::raise<VANTIK::webservices::InternalError>(text);
 }
 
 void CurlSlist::append(const std::string& line) {

@@ -13,8 +13,6 @@
 // call that gives a null pointer and no code.
 [[noreturn]] void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::string& detail);
 [[noreturn]] void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail);
-// Raises VANTIK:webservices:InternalError with a text of our own.
-[[noreturn]] void throwInternalError(const std::string& text);
 
 // A libcurl constant together with its name, for the failure's text.
 template <class Constant>

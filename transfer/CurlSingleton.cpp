@@ -1,5 +1,6 @@
 #include "transfer/CurlSingleton.h"
 
+#include "errors/InternalError.h"
 #include "host/SingletonStore.h"
 #include "transfer/CurlCalls.h"
 

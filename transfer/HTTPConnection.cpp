@@ -1,5 +1,6 @@
 #include "transfer/HTTPConnection.h"
 
+#include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/LibCurlInitializer.h"

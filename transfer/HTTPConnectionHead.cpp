@@ -1,6 +1,7 @@
 #include "transfer/HTTPConnection.h"
 
-#include "transfer/HttpSyntax.h"
+#include "errors/InternalError.h"
+#include "http/HttpSyntax.h"
 #include "transfer/Trace.h"
 
 #include <boost/numeric/conversion/cast.hpp>

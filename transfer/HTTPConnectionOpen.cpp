@@ -1,9 +1,9 @@
 #include "transfer/HTTPConnection.h"
 
 #include "errors/HTTPException.h"
+#include "hostcalls/NumericNarrowing.h"
+#include "hostcalls/TextEncoding.h"
 #include "streaming/InterruptibleStreamCopier.h"
-#include "transfer/NumericNarrowing.h"
-#include "transfer/TextEncoding.h"
 #include "transfer/Trace.h"
 
 void HTTPConnection::openConnection() {

@@ -1,10 +1,11 @@
 #include "transfer/HTTPConnection.h"
 
 #include "errors/HTTPException.h"
+#include "errors/InternalError.h"
 #include "host/Messages.h"
 #include "host/Text.h"
-#include "transfer/HttpSyntax.h"
-#include "transfer/TextEncoding.h"
+#include "hostcalls/TextEncoding.h"
+#include "http/HttpSyntax.h"
 #include "transfer/Trace.h"
 
 #include <Poco/Exception.h>

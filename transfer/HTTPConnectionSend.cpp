@@ -3,9 +3,9 @@
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
 #include "host/State.h"
+#include "hostcalls/NumericNarrowing.h"
+#include "http/MonotonicTime.h"
 #include "streaming/InterruptibleStreamCopier.h"
-#include "transfer/MonotonicTime.h"
-#include "transfer/NumericNarrowing.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>

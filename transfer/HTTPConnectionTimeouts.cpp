@@ -1,10 +1,11 @@
 #include "transfer/HTTPConnection.h"
 
 #include "errors/HTTPException.h"
+#include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/Messages.h"
-#include "transfer/MonotonicTime.h"
-#include "transfer/NumericNarrowing.h"
+#include "hostcalls/NumericNarrowing.h"
+#include "http/MonotonicTime.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 

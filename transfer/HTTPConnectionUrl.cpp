@@ -3,7 +3,7 @@
 #include "errors/HTTPException.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
-#include "transfer/TextEncoding.h"
+#include "hostcalls/TextEncoding.h"
 
 using foundation::network::IRI;
 using foundation::network::IRIArgs;

@@ -1,6 +1,6 @@
 #include "transfer/LibCurlInitializer.h"
 
-#include "transfer/ServiceLookup.h"
+#include "hostcalls/ServiceLookup.h"
 
 std::shared_ptr<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer> newLibCurlInitializer() {
     return findService<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer>(

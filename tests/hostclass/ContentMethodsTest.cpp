@@ -1,6 +1,6 @@
 #include "hostclass/ContentMethods.h"
 
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/support/ScriptedServer.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,7 +1,7 @@
 #include "hostclass/HTTPConnectionAdapter.h"
 
+#include "hostcalls/HostObjectCall.h"
 #include "hostclass/TransferBoundary.h"
-#include "streaming/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/support/ScriptedObjects.h"
 

@@ -1,6 +1,6 @@
 // The three properties that hold host objects: what clears them, what they refuse, and what stays then.
 #include "host/Messages.h"
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/support/FailureText.h"

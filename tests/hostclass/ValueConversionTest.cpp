@@ -3,7 +3,7 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/Messages.h"
 #include "host/Text.h"
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/support/ScriptedObjects.h"
 

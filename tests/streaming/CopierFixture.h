@@ -5,7 +5,7 @@
 #include "tests/support/ScopeFixture.h"
 #include "tests/support/ScriptedObjects.h"
 
-#include "streaming/HostArray.h"
+#include "hostcalls/HostArray.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/HTTPConnection.h"
 

@@ -1,6 +1,6 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 #include "tests/streaming/CopierFixture.h"
 #include "tests/support/StandardOutputCapture.h"
 

@@ -7,8 +7,8 @@
 #include "tests/support/StandardOutputCapture.h"
 
 #include "embedded/WarningSink.h"
+#include "http/MonotonicTime.h"
 #include "transfer/HTTPConnection.h"
-#include "transfer/MonotonicTime.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // Field lines and status lines as properties of any text.
+#include "tests/support/PropertyTexts.h"
 #include "tests/transfer/ConnectionFixture.h"
-#include "tests/transfer/PropertyTexts.h"
 
-#include "transfer/HttpSyntax.h"
+#include "http/HttpSyntax.h"
 
 #include <rapidcheck/gtest.h>
 

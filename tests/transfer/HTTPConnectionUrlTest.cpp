@@ -1,7 +1,7 @@
 #include "tests/transfer/ConnectionFixture.h"
 
 #include "host/Text.h"
-#include "transfer/TextEncoding.h"
+#include "hostcalls/TextEncoding.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The header lists as a property of any list of fields.
+#include "tests/support/PropertyTexts.h"
 #include "tests/transfer/ConnectionFixture.h"
-#include "tests/transfer/PropertyTexts.h"
 
 #include <boost/multiprecision/cpp_int.hpp>
 #include <rapidcheck/gtest.h>

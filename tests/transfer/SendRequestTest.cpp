@@ -1,3 +1,5 @@
+#include "errors/InternalError.h"
+
 // sendRequest of a connection: content from PostData, when it sends at all, and what it makes of a failure.
 #include "tests/transfer/ConnectionFixture.h"
 

@@ -1,6 +1,6 @@
 // The trace of any text, and request heads cut anywhere between their lines.
+#include "tests/support/PropertyTexts.h"
 #include "tests/transfer/ConnectionFixture.h"
-#include "tests/transfer/PropertyTexts.h"
 
 #include <rapidcheck/gtest.h>
 

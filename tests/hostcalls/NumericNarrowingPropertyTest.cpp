@@ -1,5 +1,5 @@
 // Narrowing against a model that takes each double apart into its exact whole number.
-#include "transfer/NumericNarrowing.h"
+#include "hostcalls/NumericNarrowing.h"
 
 #include <boost/multiprecision/cpp_int.hpp>
 #include <boost/numeric/conversion/cast.hpp>

@@ -1,4 +1,4 @@
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 
 #include "tests/streaming/CopierFixture.h"
 

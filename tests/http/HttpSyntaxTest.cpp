@@ -1,4 +1,4 @@
-#include "transfer/HttpSyntax.h"
+#include "http/HttpSyntax.h"
 
 #include <gtest/gtest.h>
 

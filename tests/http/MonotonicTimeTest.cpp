@@ -1,4 +1,4 @@
-#include "transfer/MonotonicTime.h"
+#include "http/MonotonicTime.h"
 
 #include <boost/thread/thread.hpp>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "transfer/TextEncoding.h"
+#include "hostcalls/TextEncoding.h"
 
 #include "tests/support/FailureText.h"
 #include "tests/support/ScopeFixture.h"

@@ -1,4 +1,4 @@
-#include "transfer/TextEncoding.h"
+#include "hostcalls/TextEncoding.h"
 
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"

@@ -1,6 +1,6 @@
-#include "streaming/HostObjectCall.h"
+#include "hostcalls/HostObjectCall.h"
 
-#include "transfer/CurlCalls.h"
+#include "errors/InternalError.h"
 
 #include <cstring>
 

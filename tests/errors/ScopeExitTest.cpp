@@ -1,4 +1,4 @@
-#include "streaming/ScopeExit.h"
+#include "errors/ScopeExit.h"
 
 #include <gtest/gtest.h>
 

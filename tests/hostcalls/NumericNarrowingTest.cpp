@@ -1,4 +1,4 @@
-#include "transfer/NumericNarrowing.h"
+#include "hostcalls/NumericNarrowing.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "transfer/MonotonicTime.h"
+#include "http/MonotonicTime.h"
 
 #include <boost/chrono/system_clocks.hpp>
 #include <boost/thread/thread_only.hpp>
