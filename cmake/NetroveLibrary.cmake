@@ -5,12 +5,16 @@ set(NETROVE_SOURCES
     errors/TranslateTransferException.cpp
     transfer/CurlCalls.cpp
     transfer/CurlSingleton.cpp
+    transfer/CurlSlist.cpp
     transfer/LibCurlInitializer.cpp
     hostcalls/TextEncoding.cpp
     hostcalls/NumericNarrowing.cpp
     http/MonotonicTime.cpp
     transfer/Trace.cpp
     http/HttpSyntax.cpp
+    http/RequestHead.cpp
+    http/ResponseHead.cpp
+    http/SilenceLimits.cpp
     transfer/HTTPConnection.cpp
     transfer/HTTPConnectionUrl.cpp
     transfer/HTTPConnectionOpen.cpp

@@ -1,6 +1,7 @@
 // The request head as libcurl traces it. The first byte says where the rest is cut in two, since a head may come in
 // parts. The buffer has no byte behind its end that could be read unnoticed.
 #include "fuzz/FuzzScope.h"
+#include "transfer/CurlCallbacks.h"
 #include "transfer/HTTPConnection.h"
 
 #include <algorithm>
@@ -18,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::string_view part : {head.substr(0, cut), head.substr(cut)}) {
         std::vector<char> bytes(part.begin(), part.end());
         bytes.shrink_to_fit();
-        if (HTTPConnection::debugCallback(nullptr, CURLINFO_HEADER_OUT, bytes.data(), bytes.size(), &connection) != 0) {
+        if (debugCallback(nullptr, CURLINFO_HEADER_OUT, bytes.data(), bytes.size(), &connection) != 0) {
             std::abort();
         }
     }

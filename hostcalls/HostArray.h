@@ -1,4 +1,4 @@
-// Owner of a host array handle, and what both the streaming code and the host class ask of arrays.
+// Owners of a host array handle, and what both the streaming code and the host class ask of arrays.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -7,6 +7,8 @@
 #include <memory>
 
 using HostArray = std::unique_ptr<vxArray_tag, matrix::vxDestroy_deleter>;
+// One that several share: the last one releases it. Made from a HostArray.
+using SharedHostArray = std::shared_ptr<vxArray_tag>;
 
 // Product of the dimensions; 1 for an array with no dimensions listed.
 inline std::size_t arrayElementCount(const vxArray_tag* array) {

@@ -20,8 +20,9 @@ namespace {
 // method at all, matters less than the failure on its way to the caller: nothing that this raises takes its place.
 void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
     try {
+        const SharedHostArray consumer = adapter.connection.Settings.Consumer;
         HostArray saved = makeByteColumn(adapter.responseBytes());
-        vxArray_tag* arguments[] = {adapter.consumer.get(), saved.get()};
+        vxArray_tag* arguments[] = {consumer.get(), saved.get()};
         HostArray none;
         tryHostMethod(ConsumerSavePayload, vcos::internal::makeInterned(ConsumerClassName), arguments, none);
     } catch (...) {
@@ -33,7 +34,7 @@ void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
         adapter.connection.copyContentToStream(adapter.responseBuffer, toBuffer);
     } catch (const std::exception&) {
         // Without a consumer, or where the content was not for the buffer, the buffer keeps what it has received.
-        if (adapter.consumer && toBuffer) {
+        if (adapter.connection.Settings.Consumer && toBuffer) {
             savePartialPayload(adapter);
             adapter.emptyResponseBuffer();
         }
@@ -72,6 +73,7 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
 }
 
 void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int, const vcos::COSValue* inputs) {
+    adapter->connection.requireCopyable(nullptr); // before a file that holds a copy already loses it
     const std::u16string name = matrix::get_ustring(ValueSlot<vxArray_tag*>::read(inputs[0]));
     std::ofstream file = openForWriting(fl::filesystem::detail::make_native_access_form_with_cleanup_i18n(name));
     if (!file.is_open()) {

@@ -3,14 +3,11 @@
 #pragma once
 
 #include "host/ArrayApi.h"
-#include "hostcalls/HostArray.h"
 #include "transfer/HTTPConnection.h"
 
-#include <cstdint>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 // Full class name of the progress reporters that an adapter takes; those of the content objects stand with the calls
 // into them.
@@ -30,31 +27,22 @@ public:
     // Narrows as host numbers are narrowed; raises an overflow before anything changes.
     void setResponseCode(double code);
 
-    // Replaces the request's content in memory.
-    void setPayload(std::vector<std::uint8_t> payload);
+    // Keeps a persistent handle on `array` in the connection's field. Null and an empty array clear it. An array of
+    // another class raises VANTIK:legacy_two_part:UnableToConvert, and the previous object stays.
+    void adoptHostObject(SharedHostArray RequestSettings::*field, const vxArray_tag* array, const char* className);
 
-    // Keeps a persistent handle on `array` in the field and lends it to the connection. Null and an empty array clear
-    // both. An array of another class raises VANTIK:legacy_two_part:UnableToConvert, and the previous object stays.
-    void adoptHostObject(HostArray HTTPConnectionAdapter::*field, const vxArray_tag* array, const char* className,
-                         vxArray_tag* HTTPConnection::*borrowed);
+    // Opens by `open`. What an interrupted copy has left in responseBuffer is then no part of the content to come; what
+    // the host itself has put there is.
+    template <class Open>
+    void openBy(Open open) {
+        open();
+        dropReceived();
+    }
 
     // What has been collected of the response.
     std::string_view responseBytes() const noexcept { return responseBuffer.view(); }
     // Forgets it, gives its memory back, and clears the stream's error state.
     void emptyResponseBuffer();
-
-    // While one lives, host objects and content that a callback of the running transfer replaces stay alive, because
-    // the transfer still points to them. The last one releases them.
-    class Transfer {
-    public:
-        explicit Transfer(HTTPConnectionAdapter& adapter) noexcept : Adapter(adapter) { ++Adapter.runningTransfers; }
-        ~Transfer();
-        Transfer(const Transfer&) = delete;
-        Transfer& operator=(const Transfer&) = delete;
-
-    private:
-        HTTPConnectionAdapter& Adapter;
-    };
 
     std::ostringstream responseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
     HTTPConnection connection;
@@ -67,12 +55,7 @@ public:
     std::u16string proxyPassword;       // as set by the host
     std::u16string requestMethod;       // as set by the host, not the method in effect
     std::u16string redirectUrl;         // written by reading the property only
-    HostArray progressReporter;         // persistent; the connection borrows it
-    HostArray provider;                 // persistent; the connection borrows it
-    HostArray consumer;                 // persistent; the connection borrows it
 
 private:
-    int runningTransfers = 0;                                // nested calls that may be moving content
-    std::vector<HostArray> replacedObjects;                  // empty while no transfer runs
-    std::vector<std::vector<std::uint8_t>> replacedPayloads; // empty while no transfer runs
+    void dropReceived();
 };

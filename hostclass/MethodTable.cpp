@@ -28,7 +28,7 @@ vxArray_tag* arrayAt(const Slot* inputs, std::size_t index) {
 // Open and close
 
 void openConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
-    acrossTransferBoundary(*adapter, [&] { adapter->connection.openConnection(); });
+    acrossTransferBoundary(*adapter, [&] { adapter->openBy([&] { adapter->connection.openConnection(); }); });
 }
 
 void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
@@ -37,7 +37,8 @@ void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) 
     const std::string host = fieldString(proxy, 0, "Host");
     const vxArray_tag* portField = vx::vxGetField(proxy, 0, "Port");
     const double port = portField == nullptr || vx::vxIsEmpty(portField) ? defaultPort : vx::vxGetScalar(portField);
-    acrossTransferBoundary(*adapter, [&] { adapter->connection.openProxyConnection(host, port); });
+    acrossTransferBoundary(*adapter,
+                           [&] { adapter->openBy([&] { adapter->connection.openProxyConnection(host, port); }); });
 }
 
 void closeConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
@@ -91,20 +92,20 @@ void setAuthenticationSchemes(Adapter* adapter, int, Slot*, int, const Slot* inp
 // What was sent, and what came back
 
 void getRequestFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    const auto& lines = adapter->connection.RequestHeaderLines;
+    const auto& lines = adapter->connection.SentHead.RequestHeaderLines;
     giveResult(results[0], makeFieldStruct(lines.size(), lines.begin(), lines.end()));
 }
 
 void getRequestURI(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    giveResult(results[0], makeString(fl::i18n::to_string(adapter->connection.URL)));
+    giveResult(results[0], makeString(fl::i18n::to_string(adapter->connection.Settings.URL)));
 }
 
 void getRequestMethod(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    giveResult(results[0], makeString(adapter->connection.RequestMethod));
+    giveResult(results[0], makeString(adapter->connection.Settings.RequestMethod));
 }
 
 void getResponseFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    const auto& lines = adapter->connection.ResponseHeaderLines;
+    const auto& lines = adapter->connection.ReceivedHead.ResponseHeaderLines;
     const std::size_t statusLines = lines.empty() ? 0 : 1; // the first line is no field
     giveResult(results[0], makeFieldStruct(lines.size() - statusLines,
                                            lines.begin() + static_cast<std::ptrdiff_t>(statusLines), lines.end()));
@@ -112,7 +113,7 @@ void getResponseFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
 
 // An absent field and one with an empty value both give the array of no class, not an empty text.
 void getResponseField(Adapter* adapter, int, Slot* results, int, const Slot* inputs) {
-    const std::string value = adapter->connection.getResponseField(matrix::get_string(arrayAt(inputs, 0)));
+    const std::string value = adapter->connection.ReceivedHead.getResponseField(matrix::get_string(arrayAt(inputs, 0)));
     giveResult(results[0],
                value.empty() ? HostArray(vx::vxCreateEmptyUnknownArrayNotOnArrayList()) : makeString(value));
 }
@@ -120,7 +121,7 @@ void getResponseField(Adapter* adapter, int, Slot* results, int, const Slot* inp
 // Results: method, target, version. The second and third only where they are asked for; nothing is handed over before
 // all of them are there.
 void getRequestLine(Adapter* adapter, int resultCount, Slot* results, int, const Slot*) {
-    HostArray method = makeString(adapter->connection.RequestMethod);
+    HostArray method = makeString(adapter->connection.Settings.RequestMethod);
     HostArray target;
     HostArray version;
     if (resultCount >= 2) {
@@ -149,7 +150,7 @@ void getStatusLine(Adapter* adapter, int resultCount, Slot* results, int, const 
         status = acrossTransferBoundary(*adapter, [&] { return adapter->connection.getResponseCode(); });
     }
     if (resultCount >= 3) {
-        reason = makeString(adapter->connection.reasonPhrase());
+        reason = makeString(adapter->connection.ReceivedHead.reasonPhrase());
     }
     giveResult(results[0], std::move(version));
     if (resultCount >= 2) {

@@ -34,9 +34,9 @@ Text keptText(Adapter& adapter) {
     return &(adapter.*Kept);
 }
 
-template <std::u16string HTTPConnection::*Stored>
+template <std::u16string RequestSettings::*Stored>
 Text storedText(Adapter& adapter) {
-    return &(adapter.connection.*Stored);
+    return &(adapter.connection.Settings.*Stored);
 }
 
 void setUrl(Adapter& adapter, Text value) {
@@ -50,25 +50,25 @@ void setUrl(Adapter& adapter, Text value) {
 }
 
 // Keeps the host's text and gives the connection its narrow form. The text is kept also where it cannot be encoded.
-void setEncoded(Adapter& adapter, Text value, std::u16string Adapter::*kept, std::string HTTPConnection::*stored,
+void setEncoded(Adapter& adapter, Text value, std::u16string Adapter::*kept, std::string& stored,
                 const char* encoding) {
     adapter.*kept = textOrEmpty(value);
-    adapter.connection.*stored = toNarrow(adapter.*kept, encoding);
+    stored = toNarrow(adapter.*kept, encoding);
 }
 
-template <std::u16string Adapter::*Kept, std::string HTTPConnection::*Stored>
+template <std::u16string Adapter::*Kept, std::string RequestSettings::*Stored>
 void setFileName(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, Stored, kFileNameEncoding);
+    setEncoded(adapter, value, Kept, adapter.connection.Settings.*Stored, kFileNameEncoding);
 }
 
-template <std::u16string Adapter::*Kept, std::string HTTPConnection::*Stored>
+template <std::u16string Adapter::*Kept, std::string RequestSettings::*Stored>
 void setCredential(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, Stored, kCredentialEncoding);
+    setEncoded(adapter, value, Kept, adapter.connection.Settings.*Stored, kCredentialEncoding);
 }
 
-template <std::u16string Adapter::*Kept, std::string HTTPConnection::*Stored>
-void setFieldText(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, Stored, kFieldEncoding);
+template <std::u16string Adapter::*Kept, std::string ResponseMetadata::*Stored>
+void setResponseText(Adapter& adapter, Text value) {
+    setEncoded(adapter, value, Kept, adapter.connection.Metadata.*Stored, kFieldEncoding);
 }
 
 // A text of the response. Reading it sends the request where that is due, and replaces what the host had set.
@@ -91,7 +91,7 @@ void setRequestMethod(Adapter& adapter, Text value) {
 }
 
 void setPostData(Adapter& adapter, Text value) {
-    adapter.connection.PostData = textOrEmpty(value);
+    adapter.connection.Settings.PostData = textOrEmpty(value);
 }
 
 // Numbers and flags
@@ -106,26 +106,30 @@ void setResponseCode(Adapter& adapter, double value) {
 
 template <auto Stored>
 auto storedFlag(Adapter& adapter) {
-    return adapter.connection.*Stored;
+    return adapter.connection.Settings.*Stored;
 }
 
 template <auto Stored, class T>
 void storeFlag(Adapter& adapter, T value) {
-    adapter.connection.*Stored = value;
+    adapter.connection.Settings.*Stored = value;
+}
+
+bool getSent(Adapter& adapter) {
+    return adapter.connection.SentHead.Sent;
 }
 
 unsigned long long getProviderBufferSize(Adapter& adapter) {
-    return adapter.connection.ProviderBufferSize;
+    return adapter.connection.Settings.ProviderBufferSize;
 }
 
 void setProviderBufferSize(Adapter& adapter, unsigned long long value) {
-    adapter.connection.ProviderBufferSize = value;
+    adapter.connection.Settings.ProviderBufferSize = value;
 }
 
 // Arrays
 
 vxArray_tag* getPayload(Adapter& adapter) {
-    return makeByteArray(adapter.connection.Payload).release();
+    return makeByteArray(adapter.connection.Settings.payload()).release();
 }
 
 void setPayload(Adapter& adapter, vxArray_tag* array) {
@@ -134,7 +138,7 @@ void setPayload(Adapter& adapter, vxArray_tag* array) {
         const auto bytes = bytesOf(array);
         payload.assign(bytes.begin(), bytes.end());
     }
-    adapter.setPayload(std::move(payload));
+    adapter.connection.Settings.setPayload(std::move(payload));
 }
 
 vxArray_tag* getResponsePayload(Adapter& adapter) {
@@ -144,7 +148,7 @@ vxArray_tag* getResponsePayload(Adapter& adapter) {
 void setResponsePayload(Adapter& adapter, vxArray_tag* array) {
     if (array == nullptr) {
         // Kept on purpose: null clears the request's content and leaves the response's bytes.
-        adapter.setPayload({});
+        adapter.connection.Settings.setPayload({});
         return;
     }
     const auto bytes = bytesOf(array);
@@ -168,24 +172,23 @@ void destroyGiven(Adapter&, vxArray_tag* array) {
     matrix::destroyArray(array);
 }
 
-// Host objects. The getter gives the adapter's own handle, so there is nothing to release.
+// Host objects. The getter gives the connection's own handle, so there is nothing to release.
 
-template <HostArray Adapter::*Kept>
+template <SharedHostArray RequestSettings::*Kept>
 vxArray_tag* keptObject(Adapter& adapter) {
-    return (adapter.*Kept).get();
+    return (adapter.connection.Settings.*Kept).get();
 }
 
 void setProgressReporter(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&Adapter::progressReporter, array, ProgressReporterClassName,
-                            &HTTPConnection::ProgressReporter);
+    adapter.adoptHostObject(&RequestSettings::ProgressReporter, array, ProgressReporterClassName);
 }
 
 void setProvider(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&Adapter::provider, array, ProviderClassName, &HTTPConnection::Provider);
+    adapter.adoptHostObject(&RequestSettings::Provider, array, ProviderClassName);
 }
 
 void setConsumer(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&Adapter::consumer, array, ConsumerClassName, &HTTPConnection::Consumer);
+    adapter.adoptHostObject(&RequestSettings::Consumer, array, ConsumerClassName);
 }
 
 // The two attribute words that occur. Only Sent and VerifyServerName have the second, although VerifyServerName can be
@@ -200,6 +203,8 @@ using Flags = Accessors<bool>;
 using Sizes = Accessors<unsigned long long>;
 using Ints = Accessors<int>;
 using C = HTTPConnection;
+using S = RequestSettings;
+using M = ResponseMetadata;
 using A = HTTPConnectionAdapter;
 
 // clang-format off
@@ -207,21 +212,21 @@ using A = HTTPConnectionAdapter;
 // of TimeoutInMilliseconds is the host's from the start.
 constexpr PropertyRow kValueProperties[] = {
     {"URL", "unicodeString", kUsual, "string for URL",
-     Texts{storedText<&C::URL>, setUrl}},
+     Texts{storedText<&S::URL>, setUrl}},
     {"CertificateFilename", "unicodeString", kUsual, "string for CertificateFilename",
-     Texts{keptText<&A::certificateFilename>, setFileName<&A::certificateFilename, &C::CertificateFilename>}},
+     Texts{keptText<&A::certificateFilename>, setFileName<&A::certificateFilename, &S::CertificateFilename>}},
     {"ContentType", "unicodeString", kUsual, "string for ContentType",
-     Texts{responseText<&A::contentType, &C::getContentType>, setFieldText<&A::contentType, &C::ContentType>}},
+     Texts{responseText<&A::contentType, &C::getContentType>, setResponseText<&A::contentType, &M::ContentType>}},
     {"ContentEncoding", "unicodeString", kUsual, "string for ContentEncoding",
-     Texts{responseText<&A::contentEncoding, &C::getContentEncoding>, setFieldText<&A::contentEncoding, &C::ContentEncoding>}},
+     Texts{responseText<&A::contentEncoding, &C::getContentEncoding>, setResponseText<&A::contentEncoding, &M::ContentEncoding>}},
     {"ProxyUsername", "unicodeString", kUsual, "string for ProxyUsername",
-     Texts{keptText<&A::proxyUsername>, setCredential<&A::proxyUsername, &C::ProxyUsername>}},
+     Texts{keptText<&A::proxyUsername>, setCredential<&A::proxyUsername, &S::ProxyUsername>}},
     {"ProxyPassword", "unicodeString", kUsual, "string for ProxyPassword",
-     Texts{keptText<&A::proxyPassword>, setCredential<&A::proxyPassword, &C::ProxyPassword>}},
+     Texts{keptText<&A::proxyPassword>, setCredential<&A::proxyPassword, &S::ProxyPassword>}},
     {"Username", "unicodeString", kUsual, "string for Username",
-     Texts{keptText<&A::username>, setCredential<&A::username, &C::Username>}},
+     Texts{keptText<&A::username>, setCredential<&A::username, &S::Username>}},
     {"Password", "unicodeString", kUsual, "string for Password",
-     Texts{keptText<&A::password>, setCredential<&A::password, &C::Password>}},
+     Texts{keptText<&A::password>, setCredential<&A::password, &S::Password>}},
     {"ResponseCode", "double scalar", kUsual, "double scalar for ResponseCode",
      Doubles{getResponseCode, setResponseCode}},
     {"RedirectURL", "unicodeString", kUsual, "string for RedirectURL",
@@ -229,7 +234,7 @@ constexpr PropertyRow kValueProperties[] = {
     {"RequestMethod", "unicodeString", kUsual, "string for RequestMethod",
      Texts{keptText<&A::requestMethod>, setRequestMethod}},
     {"PostData", "unicodeString", kUsual, "string for PostData",
-     Texts{storedText<&C::PostData>, setPostData}},
+     Texts{storedText<&S::PostData>, setPostData}},
     {"Payload", "uint8 vector", kUsual, "uint8 vector for Payload",
      Arrays{getPayload, setPayload, destroyGiven}},
     {"ResponsePayload", "uint8 vector", kUsual, "uint8 vector for ResponsePayload",
@@ -237,26 +242,26 @@ constexpr PropertyRow kValueProperties[] = {
     {"TimeoutInMilliseconds", "double vector", kUsual, "double vector for TimeoutInMilliseconds",
      Arrays{getTimeouts, setTimeouts}},
     {"Sent", "logical scalar", kFlagged, "logical scalar for Sent",
-     Flags{storedFlag<&C::Sent>, nullptr}},
+     Flags{getSent, nullptr}},
     {"VerifyServerName", "logical scalar", kFlagged, "logical scalar for VerifyServerName",
-     Flags{storedFlag<&C::VerifyServerName>, storeFlag<&C::VerifyServerName>}},
+     Flags{storedFlag<&S::VerifyServerName>, storeFlag<&S::VerifyServerName>}},
     {"Decode", "logical scalar", kUsual, "logical scalar for Decode",
-     Flags{storedFlag<&C::Decode>, storeFlag<&C::Decode>}},
+     Flags{storedFlag<&S::Decode>, storeFlag<&S::Decode>}},
     {"ProviderBufferSize", "uint64 scalar", kUsual, "uint64 scalar for ProviderBufferSize",
      Sizes{getProviderBufferSize, setProviderBufferSize}},
     {"Chunked", "logical scalar", kUsual, "logical scalar for Chunked",
-     Flags{storedFlag<&C::Chunked>, storeFlag<&C::Chunked>}},
+     Flags{storedFlag<&S::Chunked>, storeFlag<&S::Chunked>}},
     {"Debug", "int32 scalar", kUsual, "int32 scalar for Debug",
-     Ints{storedFlag<&C::Debug>, storeFlag<&C::Debug>}},
+     Ints{storedFlag<&S::Debug>, storeFlag<&S::Debug>}},
 };
 
 constexpr PropertyRow kObjectProperties[] = {
     {"ProgressReporter", "any", kUsual, ProgressReporterClassName,
-     Arrays{keptObject<&A::progressReporter>, setProgressReporter}},
+     Arrays{keptObject<&S::ProgressReporter>, setProgressReporter}},
     {"Provider", "any", kUsual, ProviderClassName,
-     Arrays{keptObject<&A::provider>, setProvider}},
+     Arrays{keptObject<&S::Provider>, setProvider}},
     {"Consumer", "any", kUsual, ConsumerClassName,
-     Arrays{keptObject<&A::consumer>, setConsumer}},
+     Arrays{keptObject<&S::Consumer>, setConsumer}},
 };
 // clang-format on
 

@@ -12,12 +12,11 @@
 // Runs `call`. A failure of the HTTPException family becomes the host's; every other exception passes as it is.
 template <class Call>
 decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& call) {
-    const HTTPConnectionAdapter::Transfer transfer(adapter);
     try {
         return std::forward<Call>(call)();
     } catch (const webservices::HTTPException&) {
         const std::u16string url =
-            adapter.connection.URL; // a copy: the translation outlives no promise about the field
+            adapter.connection.Settings.URL; // a copy: the translation outlives no promise about the field
         webservices::translateTransferException(url);
     }
 }

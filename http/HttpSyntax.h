@@ -5,6 +5,11 @@
 #include <string_view>
 #include <utility>
 
+// A head that cannot be parsed. The text may quote its bytes, a NUL among them.
+struct MalformedHead {
+    std::string Text;
+};
+
 // Equal without regard to case, by the upper-case mapping of the default locale.
 bool equalIgnoringCase(std::string_view left, std::string_view right);
 

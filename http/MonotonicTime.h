@@ -10,6 +10,8 @@ inline constexpr std::int64_t NOT_A_TIME = std::numeric_limits<std::int64_t>::mi
 // Nanoseconds of a steady clock.
 std::int64_t monotonicNow();
 
+inline constexpr std::int64_t NsPerMs = 1'000'000;
+
 // How long the loops pause after repeated empty waits.
 inline constexpr std::int64_t EmptyWaitPauseNs = 100'000'000;
 

@@ -1,9 +1,9 @@
 #include "proxy/ProxyLookup.h"
 
 #include "host/Messages.h"
+#include "hostcalls/HostArray.h"
 #include "hostcalls/ServiceLookup.h"
 #include "hostcalls/TextEncoding.h"
-#include "hostclass/ValueConversion.h"
 
 #include <stdexcept>
 #include <string>

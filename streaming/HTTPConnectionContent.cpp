@@ -1,5 +1,6 @@
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
+#include "errors/ScopeExit.h"
 #include "host/Messages.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/HTTPConnection.h"
@@ -31,37 +32,85 @@ void reserveFor(std::ostream& stream, std::int64_t contentLength) {
 
 } // namespace
 
+// A copier takes the place of the last one; where it cannot be built, that one stays.
+void HTTPConnection::startContent() {
+    Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(*this);
+}
+
+void HTTPConnection::sendContent() {
+    Transfer.Copier->sendRequest();
+}
+
+void HTTPConnection::requireCopyable(std::ostream* target) const {
+    refuseWithin("Copying the content");
+    if (!Transfer.Opened || sendIsDue()) {
+        return;
+    }
+    requireOwnTransfer();
+    constexpr const char* remedy = " Close the connection and open it again.";
+    if (Transfer.Fault == TransferFault::UploadBroken) {
+        throwInternalError(std::string("The upload was broken off before its end, so there is no response to copy.") +
+                           remedy);
+    }
+    if (Transfer.Fault == TransferFault::Failed) {
+        throwInternalError(std::string("The transfer has failed, so there is nothing to copy.") + remedy);
+    }
+    // A stream that holds all that was passed on, and nothing after it, takes the rest.
+    const bool goesOn = target != nullptr && target == Transfer.Target && !Settings.Consumer &&
+                        target->tellp() == Transfer.TargetStart + static_cast<std::streamoff>(Transfer.PassedOn);
+    if (Transfer.PassedOn != 0 && !goesOn) {
+        throwInternalError(
+            std::string(
+                "The content of this response has been copied already, in whole or in part, and comes only once.") +
+            remedy);
+    }
+}
+
 // Gives the response's content to the stream, the consumer, or both.
 void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
-    if (Opened) {
+    refuseWithin("Copying the content");
+    if (Transfer.Opened) {
         try {
             sendRequest();
-            if (!HTTPOptionsMode && (ResponseCode < 200 || ResponseCode > 299)) {
-                throw webservices::HTTPStatusError(reasonPhrase(), &URL, ResponseCode);
+            std::ostream* const target = useStream ? &stream : nullptr;
+            requireCopyable(target);
+            const std::int32_t status = ReceivedHead.ResponseCode;
+            if (!Settings.HTTPOptionsMode && (status < 200 || status > 299)) {
+                throw webservices::HTTPStatusError(ReceivedHead.reasonPhrase(), &Settings.URL, status);
             }
-            const std::shared_ptr copier = Copier; // held: a consumer may start another send
-            if (copier->Detached) {
-                // Nothing has been sent since the open, and libcurl would write a response to standard output.
-                throwInternalError(
-                    "The connection was opened again before the last response was copied. Close it first.");
-            }
-            traceLine(Debug, "COPY CONTENT TO STREAM");
-            if (useStream) {
-                reserveFor(stream, ResponseContentLength);
-            }
-            copier->receiveResponse(useStream ? &stream : nullptr);
-            traceLine(Debug, "CLOSING");
+            traceLine(Settings.Debug, "COPY CONTENT TO STREAM");
+            receiveContent(target);
+            traceLine(Settings.Debug, "CLOSING");
         } catch (const webservices::HTTPException&) {
             throw;
         } catch (const foundation::core::except::IException&) { // the host's interrupt as well
             throw;
         } catch (const std::exception& failure) {
-            if (!HTTPOptionsMode) {
-                ResponseCode = 400;
+            if (!Settings.HTTPOptionsMode) {
+                ReceivedHead.ResponseCode = 400;
             }
             throw webservices::HTTPConnectionFailedException(failure.what());
         }
     }
-    traceLine(Debug, "******************** DONE WITH TRANSFER ***************");
-    ResponseDone = false;
+    traceLine(Settings.Debug, "******************** DONE WITH TRANSFER ***************");
+    Transfer.ResponseDone = false;
+}
+
+void HTTPConnection::receiveContent(std::ostream* target) {
+    if (target != nullptr) {
+        reserveFor(*target, Metadata.ResponseContentLength);
+    }
+    if (Transfer.PassedOn == 0) {
+        Transfer.Target = Settings.Consumer ? nullptr : target; // what a consumer has taken, no other copy can repeat
+        Transfer.TargetStart = target != nullptr ? std::streamoff(target->tellp()) : 0;
+    }
+    {
+        Transfer.InProgress = true;
+        const ScopeExit ended([this] { Transfer.InProgress = false; });
+        Transfer.Copier->receiveResponse(target);
+    }
+    Transfer.Copier->releaseContent();
+    if (!Transfer.ResponseDone) { // the send was left before it could look at the head
+        collectResponseMetadata();
+    }
 }

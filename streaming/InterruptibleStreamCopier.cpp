@@ -2,6 +2,8 @@
 
 #include "hostcalls/HostObjectCall.h"
 #include "http/MonotonicTime.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
@@ -17,9 +19,10 @@ constexpr int PumpWaitMs = 1000; // does not follow the timeouts
 } // namespace
 
 InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
-    : Connection(&connection), SendData(connection.Payload.data()), SendLength(connection.Payload.size()),
-      Provider(connection.Provider),
-      ProviderClass(vcos::internal::makeInterned(ProviderClassName)), ProviderArgs{connection.Provider, nullptr} {
+    : Connection(&connection), SendData(connection.Settings.payload().data()),
+      SendLength(connection.Settings.payload().size()), Payload(connection.Settings.Payload),
+      Provider(connection.Settings.Provider),
+      ProviderClass(vcos::internal::makeInterned(ProviderClassName)), ProviderArgs{Provider.get(), nullptr} {
     CURL* easy = connection.Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_WRITEFUNCTION), &writeCallback);
     setOption(easy, CURL_NAMED(CURLOPT_WRITEDATA), this);
@@ -29,11 +32,19 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     setOption(easy, CURL_NAMED(CURLOPT_SEEKDATA), this);
     // Last: a refused option grows no buffer and takes nothing from the copier of the request before. One perform may
     // deliver far more than the reservation, so a buffer that has grown is worth more than a new one.
-    if (connection.Copier.use_count() == 1) { // nobody drains it any more
-        ReceiveBuffer = std::move(connection.Copier->ReceiveBuffer);
+    if (connection.Transfer.Copier) {
+        ReceiveBuffer = std::move(connection.Transfer.Copier->ReceiveBuffer);
         ReceiveBuffer.clear();
     }
     ReceiveBuffer.reserve(ReceiveReservation);
+}
+
+void InterruptibleStreamCopier::releaseContent() noexcept {
+    SendData = nullptr;
+    SendLength = SendPosition = 0;
+    Payload.reset();
+    ProviderArgs[0] = nullptr;
+    Provider.reset();
 }
 
 // Never refuses bytes and never pauses: what libcurl has read stays here until receiveResponse drains it.
@@ -43,8 +54,7 @@ std::size_t InterruptibleStreamCopier::writeCallback(char* data, std::size_t siz
     return self->Connection->inCallback(length, [&] { return self->takeBytes(data, length); });
 }
 
-// Behind a failure that waits for the call's return the upload is aborted: 0 would tell the server that the content is
-// complete.
+// After a failure the upload is aborted: 0 would tell the server that the content is complete.
 std::size_t InterruptibleStreamCopier::readCallback(char* buffer, std::size_t size, std::size_t count, void* copier) {
     auto* self = static_cast<InterruptibleStreamCopier*>(copier);
     return self->Connection->inCallback(std::size_t{CURL_READFUNC_ABORT},
@@ -59,8 +69,8 @@ int InterruptibleStreamCopier::seekCallback(void* copier, curl_off_t offset, int
 }
 
 std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t length) {
-    Connection->PerformDone = true; // the first byte of content ends the wait for the head
-    const std::int32_t debug = Connection->Debug;
+    Connection->Transfer.PerformDone = true; // the first byte of content ends the wait for the head
+    const std::int32_t debug = Connection->Settings.Debug;
     if (debug != 0) {
         traceLine(debug, "RECEIVING " + std::to_string(length) + " BYTES");
         if (debug > 1) { // on a line of its own, unlike the bytes sent: kept on purpose
@@ -75,6 +85,9 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
 // starts a request); while the pump can still get more from the provider, the upload is paused instead, and the pump
 // resumes it. Once the provider has said end of content, and for content in memory, nothing on offer is the end.
 std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room) {
+    if (Connection->Transfer.Fault != TransferFault::None) {
+        return CURL_READFUNC_ABORT;
+    }
     const std::uint64_t offered = SendPosition < SendLength ? SendLength - SendPosition : 0;
     const std::size_t length = std::min<std::uint64_t>(room, offered);
     if (length == 0) {
@@ -88,7 +101,7 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     std::memcpy(buffer, source, length);
     SendPosition += length;
     TotalSent += length;
-    const std::int32_t debug = Connection->Debug;
+    const std::int32_t debug = Connection->Settings.Debug;
     if (debug > 1) {
         traceLine(debug, "SENDING " + std::to_string(length) +
                              " BYTES: " + std::string(reinterpret_cast<const char*>(source), length));
@@ -99,27 +112,30 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     return length;
 }
 
-// libcurl sends the body again. Each seek is taken as absolute; the offer stays, so content in memory starts over. A
-// provider is restarted here, inside libcurl's call; its last array is offered again before it is asked for more.
+// libcurl sends the body again. Each seek is taken as absolute; content in memory is offered again from there. A
+// provider is restarted here, inside libcurl's call, and gives all of it again, so nothing of its last array stays on
+// offer. Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a
+// server could take no content for all of it.
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
     TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
     SendPosition = static_cast<std::uint64_t>(offset);
-    traceLine(Connection->Debug, "RESETTING STREAM TO " + std::to_string(offset));
-    if (Provider != nullptr) {
-        callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+    traceLine(Connection->Settings.Debug, "RESETTING STREAM TO " + std::to_string(offset));
+    if (Provider == nullptr) {
+        return CURL_SEEKFUNC_OK;
     }
+    callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+    if (!PumpWantsData) {
+        Connection->Transfer.Fault = TransferFault::UploadBroken;
+        return CURL_SEEKFUNC_FAIL;
+    }
+    SendLength = SendPosition = 0;
     return CURL_SEEKFUNC_OK;
 }
 
 // The wait with which a pass of a pump begins. Repeated empty waits pause, so that a pump does not spin while libcurl
-// has no descriptors; the timeout is checked behind an empty wait only.
+// has no descriptors; the timeout is checked after an empty wait only.
 void InterruptibleStreamCopier::awaitActivity(int& emptyWaits) {
-    int ready = 0;
-    const CURLMcode waited = Connection->wait(PumpWaitMs, ready);
-    if (waited != CURLM_OK) {
-        throwCurlMultiCodeError("curl_multi_wait", waited, "");
-    }
-    if (ready != 0) {
+    if (Connection->wait(PumpWaitMs) != 0) {
         emptyWaits = 0;
         return;
     }

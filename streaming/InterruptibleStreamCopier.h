@@ -15,8 +15,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 class HTTPConnection;
 
@@ -34,22 +36,26 @@ public:
     // Drains the response's content into the consumer, `saveTo` (may be null), or both, until the transfer ends.
     void receiveResponse(std::ostream* saveTo);
 
+    // Lets go of the request's content: nothing will be sent again.
+    void releaseContent() noexcept;
+
     static std::size_t writeCallback(char* data, std::size_t size, std::size_t count, void* copier);
     static std::size_t readCallback(char* buffer, std::size_t size, std::size_t count, void* copier);
     static int seekCallback(void* copier, curl_off_t offset, int origin);
 
-    HTTPConnection* Connection;       // borrowed; outlives the copier's use
-    const std::uint8_t* SendData;     // bytes on offer to libcurl; in `Payload` or in the provider's last array
-    std::uint64_t SendLength;         // number of bytes at SendData
-    std::uint64_t SendPosition = 0;   // next byte to hand to libcurl
-    std::uint64_t TotalSent = 0;      // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;        // response bytes not yet drained; grows as needed
-    vxArray_tag* Provider;            // borrowed from the connection; null: none
+    HTTPConnection* Connection;     // borrowed; outlives the copier's use
+    const std::uint8_t* SendData;   // bytes on offer to libcurl; in `Payload` or in the provider's last array
+    std::uint64_t SendLength;       // number of bytes at SendData
+    std::uint64_t SendPosition = 0; // next byte to hand to libcurl
+    std::uint64_t TotalSent = 0;    // bytes handed to libcurl for this request, moved back by a rewind
+    std::string ReceiveBuffer;      // response bytes not yet drained; grows as needed
+    std::shared_ptr<const std::vector<std::uint8_t>>
+        Payload;                      // shared with the connection, which may have another by now
+    SharedHostArray Provider;         // the same; null: none
     vcos::InternedName ProviderClass; // class name for calls on the provider
     vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
     bool PumpWantsData = false;       // sendRequest runs with a provider that has not said end of content
     bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
-    bool Detached = false;            // an open has reset the handle, which knows none of the callbacks any more
 
 private:
     std::size_t takeBytes(const char* data, std::size_t length);
@@ -63,6 +69,7 @@ private:
     bool refill(HostArray& lastArray);
     void resumeReading();
     void withdrawOffer() noexcept;
+    void breakUpload() noexcept;
 
     // receiveResponse
     struct Receiver;

@@ -24,8 +24,9 @@ constexpr std::uint64_t LargestPiece = 16384;
 // What one receiveResponse works with.
 struct InterruptibleStreamCopier::Receiver {
     vcos::InternedName ConsumerClass;
-    vxArray_tag* Consumer; // borrowed; null: none
-    std::ostream* SaveTo;  // borrowed; null: none
+    SharedHostArray ConsumerShare; // the connection may have another by the next piece
+    vxArray_tag* Consumer;         // in ConsumerShare; null: none
+    std::ostream* SaveTo;          // borrowed; null: none
     ProgressReporterCall Progress;
     std::uint64_t PieceSize = LargestPiece; // largest piece passed to the consumer
     int Idle = 0;                           // empty waits in a row
@@ -36,8 +37,9 @@ struct InterruptibleStreamCopier::Receiver {
 };
 
 void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
-    Receiver receiver{vcos::internal::makeInterned(ConsumerClassName), Connection->Consumer, saveTo,
-                      ProgressReporterCall(Connection->ProgressReporter)};
+    const RequestSettings& settings = Connection->Settings;
+    Receiver receiver{vcos::internal::makeInterned(ConsumerClassName), settings.Consumer, settings.Consumer.get(),
+                      saveTo, ProgressReporterCall(settings.ProgressReporter)};
     const ScopeExit leave([] { flushRepeats(); });
     if (receiver.Consumer != nullptr) {
         const HostArray wanted = callHostMethod(ConsumerStart, receiver.ConsumerClass, receiver.self());
@@ -88,20 +90,18 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
             length = passToConsumer(receiver, length);
         } else {
             receiver.SaveTo->write(ReceiveBuffer.data(), static_cast<std::streamsize>(length));
+            Connection->Transfer.PassedOn += length;
         }
         receiver.Total += length;
+        const ScopeExit drained([this] { ReceiveBuffer.clear(); }); // keeps its capacity; a stop gives no byte twice
         receiver.Progress.update(receiver.Total);
-        ReceiveBuffer.clear(); // keeps its capacity
     } while (receiver.Running != 0);
 }
 
 void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
     awaitActivity(receiver.Idle);
-    tracePerform(Connection->Debug, "READER");
-    const CURLMcode performed = Connection->perform(receiver.Running);
-    if (performed != CURLM_OK) {
-        throwCurlMultiCodeError("curl_multi_perform", performed, "reading from network");
-    }
+    tracePerform(Connection->Settings.Debug, "READER");
+    receiver.Running = Connection->perform("reading from network");
     if (receiver.Running == 0) {
         Connection->checkCompletion(NOT_A_TIME);
     }
@@ -115,6 +115,7 @@ std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::s
         if (receiver.SaveTo != nullptr) { // before the consumer, so also the bytes that it then refuses
             receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
         }
+        Connection->Transfer.PassedOn += piece; // whatever the consumer makes of it
         vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
         const HostArray result = callHostMethod(ConsumerPutData, receiver.ConsumerClass, arguments);
         if (isNothing(result)) {

@@ -6,6 +6,8 @@
 #include "hostcalls/HostObjectCall.h"
 #include "http/MonotonicTime.h"
 #include "streaming/ProgressReporterCall.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
@@ -24,14 +26,19 @@ void InterruptibleStreamCopier::sendRequest() {
     HostArray wantedSize;
     if (Provider != nullptr) {
         wantedSize = makeUInt64Scalar();
-        uint64Of(wantedSize.get()) =
-            connection.ProviderBufferSize == 0 ? DefaultProviderBuffer : connection.ProviderBufferSize;
+        uint64Of(wantedSize.get()) = connection.Settings.ProviderBufferSize == 0
+                                         ? DefaultProviderBuffer
+                                         : connection.Settings.ProviderBufferSize;
         ProviderArgs[1] = wantedSize.get();
     }
-    ProgressReporterCall progress(connection.ProgressReporter);
+    ProgressReporterCall progress(connection.Settings.ProgressReporter);
     HostArray lastArray; // SendData points into it
-    const ScopeExit leave([this] {
+    bool hasEnded = false;
+    const ScopeExit leave([&] {
         withdrawOffer();
+        if (!hasEnded) {
+            breakUpload();
+        }
         flushRepeats();
     });
     if (Provider != nullptr) {
@@ -47,19 +54,17 @@ void InterruptibleStreamCopier::sendRequest() {
             break;
         }
         resumeReading();
-        tracePerform(connection.Debug, "WRITER");
-        const CURLMcode performed = connection.perform(count);
-        if (performed != CURLM_OK) {
-            throwCurlMultiCodeError("curl_multi_perform", performed, "writing to network");
-        }
+        tracePerform(connection.Settings.Debug, "WRITER");
+        count = connection.perform("writing to network");
         if (count == 0) {
             connection.checkCompletion(NOT_A_TIME);
         }
         utInterruptState::ThrowIfInterruptPending();
-        if (connection.HeadersComplete) {
+        if (connection.ReceivedHead.HeadersComplete) {
             progress.update(TotalSent);
         }
     } while (count != 0);
+    hasEnded = true;
 }
 
 // Asks the provider for more once its last array is used up. False: there is nothing left to offer.
@@ -112,5 +117,16 @@ void InterruptibleStreamCopier::withdrawOffer() noexcept {
         SendData = nullptr;
         SendLength = 0;
         SendPosition = 0;
+    }
+}
+
+// No server may take what it has got for all of it: from here on the read callback aborts, and a pause is ended so that
+// libcurl comes to ask.
+void InterruptibleStreamCopier::breakUpload() noexcept {
+    if (Connection->Transfer.Fault == TransferFault::None) {
+        Connection->Transfer.Fault = TransferFault::UploadBroken;
+    }
+    if (std::exchange(ReadPaused, false)) {
+        static_cast<void>(curl_easy_pause(Connection->Handles->EasyHandle, CURLPAUSE_CONT));
     }
 }

@@ -6,14 +6,15 @@
 
 using namespace matrix::detail::noninlined::vx_array_api;
 
-ProgressReporterCall::ProgressReporterCall(vxArray_tag* reporter) : Reporter(reporter), Counter(makeUInt64Scalar()) {
+ProgressReporterCall::ProgressReporterCall(SharedHostArray reporter)
+    : Reporter(std::move(reporter)), Counter(makeUInt64Scalar()) {
     if (Reporter == nullptr) {
         return;
     }
-    const char* name = vxGetClassName(Reporter);
+    const char* name = vxGetClassName(Reporter.get());
     ReporterClass = name == nullptr || *name == '\0' ? nullptr : vcos::internal::makeInterned(name);
     CounterValue = &uint64Of(Counter.get());
-    UpdateArgs[0] = Reporter;
+    UpdateArgs[0] = Reporter.get();
     UpdateArgs[1] = Counter.get();
 }
 

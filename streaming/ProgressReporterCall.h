@@ -10,14 +10,14 @@
 // no test.
 class ProgressReporterCall {
 public:
-    explicit ProgressReporterCall(vxArray_tag* reporter);
+    explicit ProgressReporterCall(SharedHostArray reporter);
 
     // Raises Zentorak::System::InterruptException where the reporter says stop, and InternalError where it has no
     // `update` or answers with anything but a scalar.
     void update(std::uint64_t bytes);
 
 private:
-    vxArray_tag* Reporter;                           // borrowed; null: none
+    SharedHostArray Reporter;                        // null: none
     HostArray Counter;                               // the one uint64 scalar, written in place for every call
     vcos::InternedName ReporterClass = nullptr;      // the object's own class, read once
     std::uint64_t* CounterValue = nullptr;           // in Counter

@@ -2,8 +2,6 @@
 
 #include "errors/InternalError.h"
 
-#include <new>
-
 namespace {
 
 // The pieces follow each other with nothing between them but what stands here. A detail that begins with a letter thus
@@ -25,13 +23,4 @@ void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::
 
 void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail) {
     throwInternalError(describe(what, code, "CURLMcode", curl_multi_strerror(static_cast<CURLMcode>(code)), detail));
-}
-
-void CurlSlist::append(const std::string& line) {
-    curl_slist* list = curl_slist_append(List.get(), line.c_str());
-    if (list == nullptr) {
-        throw std::bad_alloc();
-    }
-    static_cast<void>(List.release()); // libcurl gives the same head back, or the first one
-    List.reset(list);
 }

@@ -1,11 +1,10 @@
-// Checked libcurl calls, owners of libcurl objects, and the wording of libcurl failures.
+// Checked libcurl calls, and the wording of libcurl failures.
 #pragma once
 
 #include <curl/curl.h>
 
 #include <concepts>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -58,19 +57,3 @@ requires std::same_as<Value, long> || std::same_as<Value, curl_off_t> || std::sa
     }
     return value;
 }
-
-// Owns a list of header lines. libcurl keeps only the pointer that it was given, so the owner must outlive the
-// transfer.
-class CurlSlist {
-public:
-    void append(const std::string& line); // raises std::bad_alloc
-    void clear() noexcept { List.reset(); }
-    curl_slist* get() const noexcept { return List.get(); }
-    explicit operator bool() const noexcept { return List != nullptr; }
-
-private:
-    struct Free {
-        void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
-    };
-    std::unique_ptr<curl_slist, Free> List;
-};

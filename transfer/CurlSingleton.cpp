@@ -22,6 +22,9 @@ void destroyHandles(CurlSingleton& handles) {
 }
 
 void makeHandles(CurlSingleton& handles) {
+    ++handles.Generation;
+    handles.Owner = nullptr;
+    handles.CookieEngineRuns = false;
     handles.EasyHandle = curl_easy_init();
     if (handles.EasyHandle == nullptr) {
         throwCurlCodeError("curl_easy_init", 0, "");
@@ -42,6 +45,21 @@ void deleteCurlSingleton(void* object) {
 
 } // namespace
 
+CURLMcode CurlSingleton::detach() noexcept {
+    ++Generation;
+    return curl_multi_remove_handle(MultiHandle, EasyHandle);
+}
+
+CURLMcode CurlSingleton::attach() noexcept {
+    ++Generation;
+    return curl_multi_add_handle(MultiHandle, EasyHandle);
+}
+
+void CurlSingleton::reset() noexcept {
+    ++Generation;
+    curl_easy_reset(EasyHandle);
+}
+
 CurlSingleton& getCurlSingleton() {
     static const std::size_t key = Store::getNextID(typeid(CurlSingleton));
     if (foundation::usm::Holder* stored = Store::find(key, typeid(CurlSingleton))) {
@@ -58,7 +76,7 @@ void resetHandles() {
     if (handles.ConnectionOpen) {
         throwInternalError("resetHandles() called when connection is open");
     }
-    const CURLMcode code = curl_multi_remove_handle(handles.MultiHandle, handles.EasyHandle);
+    const CURLMcode code = handles.detach();
     if (code != CURLM_OK) {
         throwCurlMultiCodeError("curl_multi_remove_handle", code, "");
     }

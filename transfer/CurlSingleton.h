@@ -1,15 +1,31 @@
 // The one easy handle and multi handle of a host scope. They outlive every connection, which is how connections, TLS
 // sessions and cookies pass from one request to the next.
+//
+// All connections of a scope share them, so they know whose options, callbacks and data are on them, and count: a
+// transfer runs only as long as the number under which it began is still theirs.
 #pragma once
 
 #include <curl/curl.h>
 
+#include <cstdint>
+
+class HTTPConnection;
+
 struct CurlSingleton {
+    // The libcurl calls that end whatever transfer runs on the handle, or let one begin. Callbacks of the owner may run
+    // in each.
+    CURLMcode detach() noexcept; // from the multi handle
+    CURLMcode attach() noexcept;
+    void reset() noexcept; // all options; the owner's callbacks go with them
+
     CURL* EasyHandle = nullptr;          // never null once built
     CURLM* MultiHandle = nullptr;        // never null once built
     char ErrorBuffer[CURL_ERROR_SIZE]{}; // given to CURLOPT_ERRORBUFFER before every transfer
-    bool ConnectionOpen = false;         // a connection is open: no second one may be built, no handle replaced
+    bool ConnectionOpen = false;         // the owner is open: no other may be built or opened, no handle replaced
     bool EasyHandleAttached = false;     // set by the first open and never cleared: from then on an open first removes
+    bool CookieEngineRuns = false;       // on the easy handle as it is now; no reset stops it
+    const HTTPConnection* Owner = nullptr; // whose options and callbacks are on the easy handle; null: nobody's
+    std::uint64_t Generation = 0;          // raised by open, removal, reset, attachment and replacement
 };
 
 // The current scope's handles, made on first use. Raises InternalError where libcurl gives none.

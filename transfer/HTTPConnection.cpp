@@ -2,7 +2,8 @@
 
 #include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
-#include "streaming/InterruptibleStreamCopier.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/LibCurlInitializer.h"
 #include "transfer/Trace.h"
 
@@ -26,9 +27,8 @@ void HTTPConnection::startCookieEngine() {
         setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), "");
         setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
         // A reset drops the list of cookie files (libcurl 7.88 leaks it), so an engine that has seen no transfer by
-        // then would never start: the cookies of a whole scope would be lost after an open that failed, or after new
-        // handles. Taking the list back and adding a line without a cookie leaves an empty engine that runs from here
-        // on, whatever is reset.
+        // then would never start: the cookies of a whole scope would be lost after an open that failed. Taking the list
+        // back and adding a line without a cookie leaves an empty engine that runs from here on, whatever is reset.
         setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), nullptr);
         setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "#");
     } catch (...) {
@@ -36,54 +36,90 @@ void HTTPConnection::startCookieEngine() {
             curl_easy_setopt(easy, CURLOPT_COOKIEFILE, static_cast<char*>(nullptr))); // before a reset can leak it
         throw;
     }
+    Handles->CookieEngineRuns = true;
 }
 
-// The lists go first, as libcurl reads none of them any more. Removing and resetting may still run the trace callback,
-// so this connection has to be alive for both; after the reset the handle knows nothing of it. ConnectionOpen is
-// cleared even if this connection never opened.
+// The lists go first, as libcurl reads none of them any more. The handles are touched by their owner alone: on them may
+// be another connection's transfer. Removing and resetting may still run the trace callback, so the owner has to be
+// alive for both; after the reset the handle knows nothing of it. No handle is reset while libcurl runs on it.
 HTTPConnection::~HTTPConnection() {
-    CookieList.clear();
-    RequestHeaders.clear();
-    ProxyHeaders.clear();
-    curl_multi_remove_handle(Handles->MultiHandle, Handles->EasyHandle);
-    if (Handles->EasyHandle != nullptr) { // a reset that could make no new handle has left none
-        curl_easy_reset(Handles->EasyHandle);
+    Settings.CookieList.clear();
+    Transfer.RequestHeaders.clear();
+    Transfer.ProxyHeaders.clear();
+    if (Handles->Owner == this && !Transfer.InProgress) {
+        static_cast<void>(Handles->detach());
+        Handles->reset();
+        Handles->ConnectionOpen = false;
+        Handles->Owner = nullptr;
     }
-    Handles->ConnectionOpen = false;
     try {
-        traceLine(Debug, "DESTROYING HTTPCONNECTION");
+        traceLine(Settings.Debug, "DESTROYING HTTPCONNECTION");
     } catch (...) { // a trace that cannot be written stops no destruction
-        EscapedFailure = nullptr;
+        Transfer.EscapedFailure = nullptr;
     }
 }
 
 // The handle stays attached and libcurl keeps its connection, which is how a later request reuses it.
-void HTTPConnection::closeConnection() noexcept {
-    Opened = false;
-    ResponseDone = false;
-    Sent = false;
-    HeadersComplete = false;
-    Handles->ConnectionOpen = false;
+void HTTPConnection::closeConnection() {
+    refuseWithin("Closing the connection");
+    Transfer.Opened = false;
+    Transfer.ResponseDone = false;
+    SentHead.Sent = false;
+    ReceivedHead.HeadersComplete = false;
+    if (Handles->Owner == this) {
+        Handles->ConnectionOpen = false;
+    }
 }
 
 void HTTPConnection::closeAllConnections() {
     resetHandles();
 }
 
+// What is read from the handle, or written to it outside an open, must not be another connection's.
+bool HTTPConnection::mayUseHandle() const {
+    return Handles->Owner == nullptr || Handles->Owner == this;
+}
+
+// Host objects are called in the middle of the transfer. What they call here may not pull it away from under itself.
+void HTTPConnection::refuseWithin(const char* what) const {
+    if (Transfer.InProgress) {
+        throwInternalError(std::string(what) +
+                           " is not possible from within the transfer that runs. Wait until it has ended.");
+    }
+}
+
+// Each call that ends a transfer or lets another one begin raises the number.
+void HTTPConnection::requireOwnTransfer() const {
+    if (Transfer.Generation != Handles->Generation) {
+        throwInternalError("The connection was opened again before the last response was copied. Close it first.");
+    }
+}
+
 void HTTPConnection::rethrowEscapedFailure() {
-    if (EscapedFailure) {
-        std::rethrow_exception(std::exchange(EscapedFailure, nullptr));
+    if (Transfer.EscapedFailure) {
+        std::rethrow_exception(std::exchange(Transfer.EscapedFailure, nullptr));
     }
 }
 
 // What a callback raised is rethrown here, before anything looks at the result: an exception that passed through
 // libcurl's own frames would leave the multi handle in its "inside a callback" state for good.
-CURLMcode HTTPConnection::perform(int& running) {
+int HTTPConnection::perform(const char* detail) {
+    requireOwnTransfer();
+    int running = 0;
     const CURLMcode code = curl_multi_perform(Handles->MultiHandle, &running);
     rethrowEscapedFailure();
-    return code;
+    if (code != CURLM_OK) {
+        Transfer.Fault = TransferFault::Failed;
+        throwCurlMultiCodeError("curl_multi_perform", code, detail);
+    }
+    return running;
 }
 
-CURLMcode HTTPConnection::wait(int milliseconds, int& ready) {
-    return curl_multi_wait(Handles->MultiHandle, nullptr, 0, milliseconds, &ready);
+int HTTPConnection::wait(int milliseconds) {
+    int ready = 0;
+    const CURLMcode code = curl_multi_wait(Handles->MultiHandle, nullptr, 0, milliseconds, &ready);
+    if (code != CURLM_OK) {
+        throwCurlMultiCodeError("curl_multi_wait", code, "");
+    }
+    return ready;
 }

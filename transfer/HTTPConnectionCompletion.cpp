@@ -5,7 +5,8 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
 #include "hostcalls/TextEncoding.h"
-#include "http/HttpSyntax.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 
 #include <cstring>
 
@@ -31,36 +32,22 @@ bool isSuccess(long code) {
 
 void HTTPConnection::collectResponseMetadata() {
     CURL* easy = Handles->EasyHandle;
-    ContentEncoding = getResponseField("Content-Encoding");
+    Metadata.ContentEncoding = ReceivedHead.getResponseField("Content-Encoding");
     const char* contentType = getInfo<char*>(easy, CURL_NAMED(CURLINFO_CONTENT_TYPE));
-    ContentType = contentType == nullptr ? "" : contentType;
-    ResponseContentLength = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T));
-    ResponseBytesReceived = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
-    const std::string location = getResponseField("Location");
+    Metadata.ContentType = contentType == nullptr ? "" : contentType;
+    Metadata.ResponseContentLength = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T));
+    Metadata.ResponseBytesReceived = getInfo<curl_off_t>(easy, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
+    const std::string location = ReceivedHead.getResponseField("Location");
     if (!location.empty()) {
         setRedirectURL(location);
     }
 }
 
-std::string HTTPConnection::getResponseField(const std::string& name) const {
-    for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) { // line 0 is the status line
-        auto [fieldName, value] = splitFieldLine(ResponseHeaderLines[i]);
-        if (equalIgnoringCase(fieldName, name)) {
-            return value;
-        }
-    }
-    return {};
-}
-
-std::string HTTPConnection::reasonPhrase() const {
-    return ResponseHeaderLines.empty() ? std::string() : reasonPhraseOf(ResponseHeaderLines.front());
-}
-
 std::string HTTPConnection::httpVersion() const {
-    if (!RequestHTTPVersion.empty()) {
-        return RequestHTTPVersion;
+    if (!SentHead.RequestHTTPVersion.empty()) {
+        return SentHead.RequestHTTPVersion;
     }
-    switch (getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_HTTP_VERSION))) {
+    switch (mayUseHandle() ? getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_HTTP_VERSION)) : 0L) {
     case CURL_HTTP_VERSION_1_0:
         return "HTTP/1.0";
     case CURL_HTTP_VERSION_2_0:
@@ -79,20 +66,29 @@ void HTTPConnection::checkCompletion(std::int64_t start) {
         return;
     }
     const CURLcode result = message->data.result; // valid until the next call on the multi handle
-    if (RequestHeaderLines.empty()) {             // the head never left: tell what was to be sent
-        appendSentLines(RequestHeaderLines, RequestHeaders);
-        appendSentLines(RequestHeaderLines, ProxyHeaders);
+    if (SentHead.RequestHeaderLines.empty()) {    // the head never left: tell what was to be sent
+        appendSentLines(SentHead.RequestHeaderLines, Transfer.RequestHeaders);
+        appendSentLines(SentHead.RequestHeaderLines, Transfer.ProxyHeaders);
     }
+    try {
+        judgeCompletion(result, start);
+    } catch (...) {
+        Transfer.Fault = TransferFault::Failed; // the message is gone: nothing would tell a later copy
+        throw;
+    }
+}
+
+void HTTPConnection::judgeCompletion(int result, std::int64_t start) {
     CURL* easy = Handles->EasyHandle;
     long code = getInfo<long>(easy, CURL_NAMED(CURLINFO_RESPONSE_CODE));
     if (code == 0) {
         code = getInfo<long>(easy, CURL_NAMED(CURLINFO_HTTP_CONNECTCODE)); // a proxy answered, the server never did
     }
-    if (code != 0 && !isSuccess(code) && !ResponseHeaderLines.empty()) {
+    if (code != 0 && !isSuccess(code) && !ReceivedHead.ResponseHeaderLines.empty()) {
         return;
     }
     if (result != CURLE_OK) {
-        judgeResult(result, start);
+        judgeFailure(result, start);
         return;
     }
     if (code == 0) {
@@ -103,14 +99,14 @@ void HTTPConnection::checkCompletion(std::int64_t start) {
     }
 }
 
-void HTTPConnection::judgeResult(CURLcode result, std::int64_t start) {
+void HTTPConnection::judgeFailure(int result, std::int64_t start) {
     const char* errorText = Handles->ErrorBuffer;
-    const std::string urlText = toNarrow(URL, "");
+    const std::string urlText = toNarrow(Settings.URL, "");
     switch (result) {
     case CURLE_URL_MALFORMAT:
         throw webservices::HTTPURLException(urlText);
     case CURLE_COULDNT_RESOLVE_PROXY:
-        throw webservices::HTTPDNSException(ProxyHost);
+        throw webservices::HTTPDNSException(Settings.ProxyHost);
     case CURLE_COULDNT_RESOLVE_HOST:
         throw webservices::HTTPDNSException(urlText);
     case CURLE_COULDNT_CONNECT:
@@ -123,7 +119,7 @@ void HTTPConnection::judgeResult(CURLcode result, std::int64_t start) {
         throw webservices::HTTPConnectionRefusedException(errorText);
     case CURLE_PARTIAL_FILE:
         matrix::detail::noninlined::vx_array_api::vxWarningMsgId(id::PartialFileWarning(
-            std::to_string(ResponseBytesReceived), std::to_string(ResponseContentLength), errorText));
+            std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), errorText));
         return;
     case CURLE_WRITE_ERROR:
         judgeWriteError(urlText);
@@ -133,14 +129,14 @@ void HTTPConnection::judgeResult(CURLcode result, std::int64_t start) {
         VANTIK::raise<id::RandomError>(urlText);
     case CURLE_OPERATION_TIMEDOUT: // always the connect limit: the others are ours and never reach libcurl
         throw webservices::HTTPTimeoutException(fl::i18n::to_ustring(errorText), getTimeouts()[0],
-                                                HTTPOptionsMode ? u"HTTPOptions.ConnectTimeout"
-                                                                : u"weboptions.Timeout");
+                                                Settings.HTTPOptionsMode ? u"HTTPOptions.ConnectTimeout"
+                                                                         : u"weboptions.Timeout");
     case CURLE_SSL_CONNECT_ERROR:
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_CACERT_BADFILE:
-        throw webservices::SSLException(errorText, urlText, CertificateFilename);
+        throw webservices::SSLException(errorText, urlText, Settings.CertificateFilename);
     case CURLE_BAD_CONTENT_ENCODING:
-        VANTIK::raise<id::DecodingError>(ContentEncoding, errorText);
+        VANTIK::raise<id::DecodingError>(Metadata.ContentEncoding, errorText);
     default:
         throw webservices::HTTPCopyStreamException(errorText + (" (CURLE code " + std::to_string(result)) + ")");
     }
@@ -153,7 +149,7 @@ void HTTPConnection::judgeWriteError(const std::string& urlText) {
         return;
     }
     if (std::strstr(errorText, "encoding") != nullptr) {
-        VANTIK::raise<id::DecodingError>(ContentEncoding, errorText);
+        VANTIK::raise<id::DecodingError>(Metadata.ContentEncoding, errorText);
     }
     VANTIK::raise<id::CopyContentToDataStreamError>(errorText, urlText);
 }

@@ -6,6 +6,8 @@
 #include "host/Text.h"
 #include "hostcalls/TextEncoding.h"
 #include "http/HttpSyntax.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/Trace.h"
 
 #include <Poco/Exception.h>
@@ -56,23 +58,29 @@ std::optional<std::string> charsetOf(const std::string& contentType) {
 
 } // namespace
 
-// HTTPGET also takes back an earlier NOBODY; any other method is sent under its own name.
+// HTTPGET also takes back an earlier NOBODY; any other method is sent under its own name. Where the handle is another
+// connection's, the method goes no further than the settings: that connection sends its own.
 void HTTPConnection::setRequestMethod(const std::string& method) {
-    EffectiveMethod = method.empty() ? "GET" : method;
-    RequestMethod = EffectiveMethod;
+    refuseWithin("Setting the request method");
+    SentHead.EffectiveMethod = method.empty() ? "GET" : method;
+    Settings.RequestMethod = SentHead.EffectiveMethod;
+    if (!mayUseHandle()) {
+        return;
+    }
+    Handles->Owner = this;
     CURL* easy = Handles->EasyHandle;
-    if (equalIgnoringCase(EffectiveMethod, "HEAD")) {
+    if (equalIgnoringCase(SentHead.EffectiveMethod, "HEAD")) {
         setOption(easy, CURL_NAMED(CURLOPT_NOBODY), 1L);
-    } else if (equalIgnoringCase(EffectiveMethod, "GET")) {
+    } else if (equalIgnoringCase(SentHead.EffectiveMethod, "GET")) {
         setOption(easy, CURL_NAMED(CURLOPT_HTTPGET), 1L);
     } else {
         setOption(easy, CURL_NAMED(CURLOPT_NOBODY), 0L);
-        setOption(easy, CURL_NAMED(CURLOPT_CUSTOMREQUEST), RequestMethod.c_str());
+        setOption(easy, CURL_NAMED(CURLOPT_CUSTOMREQUEST), Settings.RequestMethod.c_str());
     }
 }
 
 void HTTPConnection::setAuthenticationSchemes(const std::vector<std::string>& names, bool forProxy) {
-    std::uint32_t& schemes = forProxy ? ProxyAuthSchemes : HostAuthSchemes;
+    std::uint32_t& schemes = forProxy ? Settings.ProxyAuthSchemes : Settings.HostAuthSchemes;
     schemes = 0;
     for (const std::string& name : names) {
         for (const SchemeRow& row : kSchemes) {
@@ -84,51 +92,52 @@ void HTTPConnection::setAuthenticationSchemes(const std::vector<std::string>& na
 }
 
 void HTTPConnection::addField(const std::string& name, const std::string& value) {
-    RequestFields.emplace_back(name, value);
+    Settings.RequestFields.emplace_back(name, value);
 }
 
 // An empty value makes libcurl leave out its own field of that name.
 void HTTPConnection::removeField(const std::string& name) {
-    RequestFields.remove_if([&](const auto& field) { return equalIgnoringCase(field.first, name); });
+    Settings.RequestFields.remove_if([&](const auto& field) { return equalIgnoringCase(field.first, name); });
     addField(name, "");
 }
 
 std::string HTTPConnection::getRequestField(const std::string& name) const {
-    const auto field = std::find_if(RequestFields.begin(), RequestFields.end(),
+    const auto field = std::find_if(Settings.RequestFields.begin(), Settings.RequestFields.end(),
                                     [&](const auto& candidate) { return equalIgnoringCase(candidate.first, name); });
-    return field == RequestFields.end() ? std::string() : field->second;
+    return field == Settings.RequestFields.end() ? std::string() : field->second;
 }
 
 const std::string& HTTPConnection::getContentEncoding() {
     sendRequest();
-    return ContentEncoding;
+    return Metadata.ContentEncoding;
 }
 
 const std::string& HTTPConnection::getContentType() {
     sendRequest();
-    return ContentType;
+    return Metadata.ContentType;
 }
 
 const std::string& HTTPConnection::getRedirectURL() {
     sendRequest();
-    return RedirectURL;
+    return Metadata.RedirectURL;
 }
 
 std::int32_t HTTPConnection::getResponseCode() {
     sendRequest();
-    return ResponseCode != 0
-               ? ResponseCode
+    return ReceivedHead.ResponseCode != 0 || !mayUseHandle()
+               ? ReceivedHead.ResponseCode
                : static_cast<std::int32_t>(getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE)));
 }
 
 // Once for each exchange, at the first operation that asks for the response.
 void HTTPConnection::sendRequest() {
-    if (!Opened || ResponseDone || Sent) {
+    if (!sendIsDue()) {
         return;
     }
+    refuseWithin("Sending the request");
     try {
-        ResponseDone = false;
-        if (Decode) {
+        Transfer.ResponseDone = false;
+        if (Settings.Decode) {
             if (getRequestField("Accept-Encoding").empty()) {
                 addField("Accept-Encoding", ""); // decode what comes, but advertise nothing unasked
             }
@@ -137,22 +146,23 @@ void HTTPConnection::sendRequest() {
         if (getRequestField("Accept").empty()) {
             addField("Accept", "");
         }
-        if (!HTTPOptionsMode) {
-            if (RequestMethod == "POST" || RequestMethod == "PUT" || RequestMethod == "PATCH") {
+        if (!Settings.HTTPOptionsMode) {
+            if (Settings.RequestMethod == "POST" || Settings.RequestMethod == "PUT" ||
+                Settings.RequestMethod == "PATCH") {
                 encodePostData();
             }
-            EffectiveMethod = RequestMethod;
+            SentHead.EffectiveMethod = Settings.RequestMethod;
         }
         buildHeaderLists();
         sendCookieList();
         sendAndWait();
-        if (CallbackFailure) {
-            std::rethrow_exception(CallbackFailure);
+        if (Transfer.CallbackFailure) {
+            std::rethrow_exception(Transfer.CallbackFailure);
         }
         collectResponseMetadata();
-        traceLine(Debug, "");
-        traceLine(Debug, "********************END OF RECEIVE_RESPONSE******************");
-        ResponseDone = true;
+        traceLine(Settings.Debug, "");
+        traceLine(Settings.Debug, "********************END OF RECEIVE_RESPONSE******************");
+        Transfer.ResponseDone = true;
     } catch (const webservices::HTTPException&) {
         throw;
     } catch (const foundation::core::except::IUserException&) {
@@ -164,59 +174,59 @@ void HTTPConnection::sendRequest() {
 
 void HTTPConnection::encodePostData() {
     const std::optional<std::string> charset = charsetOf(getRequestField("Content-Type"));
-    const std::string body = charset ? toNarrow(PostData, *charset) : fl::i18n::to_string(PostData);
-    Payload.assign(body.begin(), body.end());
-    BodyFromPostData = true;
-    ContentLengthToSend = static_cast<std::int64_t>(Payload.size());
+    const std::string body = charset ? toNarrow(Settings.PostData, *charset) : fl::i18n::to_string(Settings.PostData);
+    Settings.setPayload({body.begin(), body.end()});
+    Transfer.BodyFromPostData = true;
+    Transfer.ContentLengthToSend = static_cast<std::int64_t>(body.size());
 }
 
 void HTTPConnection::buildHeaderLists() {
     CURL* easy = Handles->EasyHandle;
-    if (ProxyHeaders) {
+    if (Transfer.ProxyHeaders) {
         // Behind a 401 the handle keeps its options, and below this one is set only where there is a list: without
         // this, libcurl would read the list that is freed here.
         setOption(easy, CURL_NAMED(CURLOPT_PROXYHEADER), nullptr);
     }
-    RequestHeaders.clear();
-    ProxyHeaders.clear();
-    HasContentLength = false;
+    Transfer.RequestHeaders.clear();
+    Transfer.ProxyHeaders.clear();
+    Transfer.HasContentLength = false;
     bool transferEncodingSeen = false;
     std::string cookies;
-    if (RequestFields.empty()) {
+    if (Settings.RequestFields.empty()) {
         return;
     }
-    for (const auto& [name, value] : RequestFields) {
+    for (const auto& [name, value] : Settings.RequestFields) {
         if (!value.empty() && equalIgnoringCase(name, "Cookie")) {
             cookies += value + "; "; // libcurl's own cookies go beside these, which a header line would prevent
             continue;
         }
         const std::string line = value.empty() ? name + ":" : name + ": " + value;
-        (equalIgnoringCase(name, "Proxy-Connection") ? ProxyHeaders : RequestHeaders).append(line);
-        if (!HasContentLength && equalIgnoringCase(name, "Content-Length")) {
-            HasContentLength = true;
-            ContentLengthToSend = parseContentLength(value);
+        (equalIgnoringCase(name, "Proxy-Connection") ? Transfer.ProxyHeaders : Transfer.RequestHeaders).append(line);
+        if (!Transfer.HasContentLength && equalIgnoringCase(name, "Content-Length")) {
+            Transfer.HasContentLength = true;
+            Transfer.ContentLengthToSend = parseContentLength(value);
         }
         transferEncodingSeen = transferEncodingSeen || equalIgnoringCase(name, "Transfer-Encoding");
     }
-    if (!HasContentLength && BodyFromPostData) {
-        HasContentLength = true;
-        RequestHeaders.append("Content-Length: " + std::to_string(ContentLengthToSend));
+    if (!Transfer.HasContentLength && Transfer.BodyFromPostData) {
+        Transfer.HasContentLength = true;
+        Transfer.RequestHeaders.append("Content-Length: " + std::to_string(Transfer.ContentLengthToSend));
     }
-    if (HasContentLength && !transferEncodingSeen) {
-        RequestHeaders.append("Transfer-Encoding:"); // libcurl would upload in chunks: it is told no size
+    if (Transfer.HasContentLength && !transferEncodingSeen) {
+        Transfer.RequestHeaders.append("Transfer-Encoding:"); // libcurl would upload in chunks: it is told no size
     }
     if (!cookies.empty()) {
         setOption(easy, CURL_NAMED(CURLOPT_COOKIE), cookies.c_str());
     }
-    setOption(easy, CURL_NAMED(CURLOPT_HTTPHEADER), RequestHeaders.get());
-    if (ProxyHeaders) {
-        setOption(easy, CURL_NAMED(CURLOPT_PROXYHEADER), ProxyHeaders.get());
+    setOption(easy, CURL_NAMED(CURLOPT_HTTPHEADER), Transfer.RequestHeaders.get());
+    if (Transfer.ProxyHeaders) {
+        setOption(easy, CURL_NAMED(CURLOPT_PROXYHEADER), Transfer.ProxyHeaders.get());
     }
 }
 
 void HTTPConnection::sendCookieList() {
     std::string cookies;
-    for (const curl_slist* entry = CookieList.get(); entry != nullptr; entry = entry->next) {
+    for (const curl_slist* entry = Settings.CookieList.get(); entry != nullptr; entry = entry->next) {
         if (entry->data != nullptr) {
             cookies += std::string(entry->data) + "; ";
         }

@@ -1,15 +1,20 @@
 #include "transfer/HTTPConnection.h"
 
 #include "errors/HTTPException.h"
+#include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
 #include "host/State.h"
 #include "hostcalls/NumericNarrowing.h"
 #include "http/MonotonicTime.h"
-#include "streaming/InterruptibleStreamCopier.h"
+#include "transfer/CurlCallbacks.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>
-#include <sstream>
+#include <charconv>
+#include <iterator>
+#include <string>
 
 namespace {
 
@@ -17,9 +22,9 @@ namespace {
 constexpr std::int32_t LongestWaitMs = 500;
 
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
-    std::ostringstream text;
-    text << side << " username = " << username << ", Schemes = " << std::hex << schemes;
-    return text.str();
+    char digits[8]; // of 32 bits; to_chars follows no locale
+    char* const end = std::to_chars(std::begin(digits), std::end(digits), schemes, 16).ptr;
+    return std::string(side) + " username = " + username + ", Schemes = " + std::string(digits, end);
 }
 
 } // namespace
@@ -27,48 +32,45 @@ std::string describeLogin(const char* side, const std::string& username, std::ui
 // Runs the request up to the complete response head and the first byte of content, or to the end of the transfer.
 void HTTPConnection::sendAndWait() {
     const services::state::ImpersonationGuard guard;
-    CallbackFailure = nullptr;
-    EscapedFailure = nullptr;
+    Transfer.CallbackFailure = nullptr;
+    Transfer.EscapedFailure = nullptr;
+    Transfer.InProgress = true;
+    const ScopeExit ended([this] { Transfer.InProgress = false; });
     try {
         setSendOptions();
-        const std::int32_t waitMilliseconds =
-            ResponseTimeout == Unlimited ? LongestWaitMs : std::min(narrowToInt32(ResponseTimeout), LongestWaitMs);
-        if (ResponseTimeout == Unlimited && DataTimeout == Unlimited) {
-            Deadline = NoDeadline;
-        } else {
-            Deadline = monotonicNow();
-            updateDeadline();
-        }
-        const bool hasBody = !Payload.empty() || Provider != nullptr;
-        if (SendBegun) {
+        const std::int32_t waitMilliseconds = SilenceLimits::isUnlimited(Limits.ResponseTimeout)
+                                                  ? LongestWaitMs
+                                                  : std::min(narrowToInt32(Limits.ResponseTimeout), LongestWaitMs);
+        Limits.begin(ReceivedHead.HeadersComplete, Settings.HTTPOptionsMode);
+        const bool hasBody = !Settings.payload().empty() || Settings.Provider != nullptr;
+        if (Transfer.Generation == Handles->Generation) {
             // A send that failed before its head was out is due again. libcurl would go on with the first transfer, on
             // callback data that it took when that began: the copier that goes here. A transfer that has ended it would
             // not run again at all. So it begins anew.
             detachHandle();
             attachHandle();
         }
-        SendBegun = true;
-        Copier = std::make_shared<InterruptibleStreamCopier>(*this);
-        const std::shared_ptr copier = Copier; // held: a provider may start another send from within
+        Transfer.begin(Handles->Generation);
+        startContent();
         if (hasBody) {
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
-            traceLine(Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
-                             "*****************");
-            copier->sendRequest();
+            traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
+                                      "*****************");
+            sendContent();
         } else {
-            traceLine(Debug, "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS "
-                             "*****************");
+            traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS "
+                                      "*****************");
         }
         const std::int64_t start = monotonicNow();
         runPerformLoop(start, waitMilliseconds);
-        traceLine(Debug, "ALL HEADERS RECEIVED");
+        traceLine(Settings.Debug, "ALL HEADERS RECEIVED");
         collectResponseMetadata();
         checkCompletion(start);
-        traceLine(Debug, "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK");
+        traceLine(Settings.Debug, "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK");
     } catch (const webservices::HTTPCopyStreamException&) {
         throw;
     } catch (const std::exception&) {
-        TransferFailed = true;
+        Transfer.TransferFailed = true;
         throw;
     }
 }
@@ -77,32 +79,32 @@ void HTTPConnection::setSendOptions() {
     CURL* easy = Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_HEADERDATA), this);
     setOption(easy, CURL_NAMED(CURLOPT_HEADERFUNCTION), &headerCallback);
-    HeadersComplete = false;
-    PerformDone = false;
+    ReceivedHead.HeadersComplete = false;
+    Transfer.PerformDone = false;
     setOption(easy, CURL_NAMED(CURLOPT_VERBOSE), 1L); // always: the request head is read from the trace
     setOption(easy, CURL_NAMED(CURLOPT_DEBUGDATA), this);
     setOption(easy, CURL_NAMED(CURLOPT_DEBUGFUNCTION), &debugCallback);
     setOption(easy, CURL_NAMED(CURLOPT_SSL_OPTIONS), static_cast<long>(CURLSSLOPT_REVOKE_BEST_EFFORT));
     setOption(easy, CURL_NAMED(CURLOPT_SSLVERSION), long{CURL_SSLVERSION_TLSv1_1} | long{CURL_SSLVERSION_MAX_DEFAULT});
     setOption(easy, CURL_NAMED(CURLOPT_NOSIGNAL), 1L);
-    if (!HTTPOptionsMode) { // the older interface cannot narrow the schemes
-        HostAuthSchemes = static_cast<std::uint32_t>(CURLAUTH_ANY);
-        ProxyAuthSchemes = static_cast<std::uint32_t>(CURLAUTH_ANY);
+    if (!Settings.HTTPOptionsMode) { // the older interface cannot narrow the schemes
+        Settings.HostAuthSchemes = static_cast<std::uint32_t>(CURLAUTH_ANY);
+        Settings.ProxyAuthSchemes = static_cast<std::uint32_t>(CURLAUTH_ANY);
     }
-    if (Debug != 0) {
-        traceLine(Debug, describeLogin("Host", Username, HostAuthSchemes));
-        traceLine(Debug, describeLogin("Proxy", ProxyUsername, ProxyAuthSchemes));
+    if (Settings.Debug != 0) {
+        traceLine(Settings.Debug, describeLogin("Host", Settings.Username, Settings.HostAuthSchemes));
+        traceLine(Settings.Debug, describeLogin("Proxy", Settings.ProxyUsername, Settings.ProxyAuthSchemes));
         static_cast<void>(curl_version_info(static_cast<CURLversion>(10)));
     }
-    setOption(easy, CURL_NAMED(CURLOPT_HTTPAUTH), static_cast<long>(HostAuthSchemes));
-    if (HostAuthSchemes != 0) {
-        setOption(easy, CURL_NAMED(CURLOPT_USERNAME), Username.c_str());
-        setOption(easy, CURL_NAMED(CURLOPT_PASSWORD), Password.c_str());
+    setOption(easy, CURL_NAMED(CURLOPT_HTTPAUTH), static_cast<long>(Settings.HostAuthSchemes));
+    if (Settings.HostAuthSchemes != 0) {
+        setOption(easy, CURL_NAMED(CURLOPT_USERNAME), Settings.Username.c_str());
+        setOption(easy, CURL_NAMED(CURLOPT_PASSWORD), Settings.Password.c_str());
     }
-    setOption(easy, CURL_NAMED(CURLOPT_PROXYAUTH), static_cast<long>(ProxyAuthSchemes));
-    if (ProxyAuthSchemes != 0) {
-        setOption(easy, CURL_NAMED(CURLOPT_PROXYUSERNAME), ProxyUsername.c_str());
-        setOption(easy, CURL_NAMED(CURLOPT_PROXYPASSWORD), ProxyPassword.c_str());
+    setOption(easy, CURL_NAMED(CURLOPT_PROXYAUTH), static_cast<long>(Settings.ProxyAuthSchemes));
+    if (Settings.ProxyAuthSchemes != 0) {
+        setOption(easy, CURL_NAMED(CURLOPT_PROXYUSERNAME), Settings.ProxyUsername.c_str());
+        setOption(easy, CURL_NAMED(CURLOPT_PROXYPASSWORD), Settings.ProxyPassword.c_str());
     }
     // The multi interface leaves the buffer as the last transfer left it; its text must not explain this one.
     Handles->ErrorBuffer[0] = '\0';
@@ -113,35 +115,23 @@ void HTTPConnection::setSendOptions() {
 // at once; each further one in a row by a pause, so that the loop does not spin while libcurl has no descriptors, as it
 // has none before the first connect.
 void HTTPConnection::runPerformLoop(std::int64_t start, int waitMilliseconds) {
-    int running = 0;
-    const CURLMcode first = perform(running);
-    if (first != CURLM_OK) {
-        throwCurlMultiCodeError("curl_multi_perform", first, "Initial multi-perform call for request");
-    }
-    traceLine(Debug, "Starting perform loop");
+    int running = perform("Initial multi-perform call for request");
+    traceLine(Settings.Debug, "Starting perform loop");
     int idle = 0;
     while (true) {
         if (running == 0) {
-            PerformDone = true;
+            Transfer.PerformDone = true;
             return;
         }
-        if (PerformDone) {
+        if (Transfer.PerformDone) {
             return;
         }
-        int ready = 0;
-        const CURLMcode waited = wait(waitMilliseconds, ready);
-        if (waited != CURLM_OK) {
-            throwCurlMultiCodeError("curl_multi_wait", waited, "");
-        }
-        if (ready != 0) {
+        if (wait(waitMilliseconds) != 0) {
             idle = 0;
         } else if (++idle > 1) {
             interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
         }
-        const CURLMcode performed = perform(running);
-        if (performed != CURLM_OK) {
-            throwCurlMultiCodeError("curl_multi_perform", performed, "start reading response");
-        }
+        running = perform("start reading response");
         utInterruptState::ThrowIfInterruptPending();
         checkTimeout(start, false);
     }

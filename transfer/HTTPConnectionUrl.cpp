@@ -12,55 +12,55 @@ using foundation::network::IRIArgs;
 // ASCII.
 void HTTPConnection::setURL(const std::u16string& url) {
     try {
-        ParsedURL = IRI(url);
+        Settings.ParsedURL = IRI(url);
     } catch (const foundation::core::except::IInternalException&) {
         throw webservices::HTTPURLException(toNarrow(url, "UTF-8"));
     }
-    if (ParsedURL.isEmpty()) {
-        URL.clear();
+    if (Settings.ParsedURL.isEmpty()) {
+        Settings.URL.clear();
     } else {
-        const std::u16string scheme = ParsedURL.getScheme();
-        if (!ParsedURL.hasScheme() || scheme.empty()) {
+        const std::u16string scheme = Settings.ParsedURL.getScheme();
+        if (!Settings.ParsedURL.hasScheme() || scheme.empty()) {
             throw webservices::HTTPURLException('"' + toNarrow(url, "UTF-8") + "\" (no protocol)");
         }
         if (scheme != u"https" && scheme != u"http") {
             VANTIK::raise<VANTIK::webservices::ExpectedProtocol>(toNarrow(scheme, "UTF-8"), toNarrow(url, "UTF-8"),
                                                                  "http", "https");
         }
-        URL = ParsedURL.toAsciiString(false);
+        Settings.URL = Settings.ParsedURL.toAsciiString(false);
     }
-    if (ParsedURL.hasFragment()) {
-        ParsedURL = IRI(IRIArgs(ParsedURL).clearFragment());
+    if (Settings.ParsedURL.hasFragment()) {
+        Settings.ParsedURL = IRI(IRIArgs(Settings.ParsedURL).clearFragment());
     }
-    if (RedirectURL.empty()) {
-        InitialURL = toNarrow(URL, "");
+    if (Metadata.RedirectURL.empty()) {
+        Settings.InitialURL = toNarrow(Settings.URL, "");
     }
 }
 
 // A malformed "Location" is the server's mistake and fails nothing: there is then no redirect URL.
 void HTTPConnection::setRedirectURL(const std::string& location) {
-    RedirectURL.clear();
+    Metadata.RedirectURL.clear();
     if (location.empty()) {
         return;
     }
     try {
-        const IRI target = IRI(fl::i18n::to_ustring(location)).resolveAgainst(ParsedURL);
-        RedirectURL = toNarrow(target.toAsciiString(false), "");
+        const IRI target = IRI(fl::i18n::to_ustring(location)).resolveAgainst(Settings.ParsedURL);
+        Metadata.RedirectURL = toNarrow(target.toAsciiString(false), "");
     } catch (...) {
-        RedirectURL.clear();
+        Metadata.RedirectURL.clear();
     }
 }
 
 std::string HTTPConnection::requestTarget() const {
-    if (!RequestURI.empty()) {
-        return RequestURI;
+    if (!SentHead.RequestURI.empty()) {
+        return SentHead.RequestURI;
     }
-    if (!ProxyHost.empty()) {
-        return toNarrow(URL, "");
+    if (!Settings.ProxyHost.empty()) {
+        return toNarrow(Settings.URL, "");
     }
-    std::u16string target = ParsedURL.getPath();
-    if (ParsedURL.hasQuery()) {
-        target += u'?' + ParsedURL.getQuery();
+    std::u16string target = Settings.ParsedURL.getPath();
+    if (Settings.ParsedURL.hasQuery()) {
+        target += u'?' + Settings.ParsedURL.getQuery();
     }
     return toNarrow(target, "");
 }

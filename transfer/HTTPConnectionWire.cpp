@@ -2,16 +2,16 @@
 
 #include "errors/InternalError.h"
 #include "http/HttpSyntax.h"
+#include "transfer/CurlCallbacks.h"
 #include "transfer/Trace.h"
 
-#include <boost/algorithm/string/trim.hpp>
 #include <boost/date_time/posix_time/posix_time_types.hpp>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdio>
-#include <locale>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -75,103 +75,49 @@ bool isTextShown(curl_infotype type, std::size_t length, std::int32_t debug) {
     return length < LongText && (type == CURLINFO_TEXT || debug > 1);
 }
 
+void recordTraffic(std::int32_t debug, curl_infotype type, const char* data, std::size_t size) {
+    std::string text = markLineEnds({data, size});
+    if (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    const bool outgoing = type == CURLINFO_HEADER_OUT || type == CURLINFO_DATA_OUT;
+    traceText(debug, (outgoing ? "OUT " : "IN ") + label(type) + ": ");
+    if (isTextShown(type, text.size(), debug) && isPrintable(text)) {
+        traceLine(debug, text);
+    } else {
+        traceLine(debug, std::to_string(text.size()) + " bytes"); // of the marked text, not of the wire
+    }
+    traceText(debug, "");
+}
+
 } // namespace
 
-// Has two jobs: the record of the traffic where Debug asks for one, and at every level the head of the request as it
-// really went out, which libcurl tells nowhere else. A head that cannot be parsed ends the libcurl call with an
-// InternalError, kept until that call has returned.
-int HTTPConnection::debugCallback(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size,
-                                  void* connection) {
+// A head that cannot be parsed ends the libcurl call with an InternalError, kept until that call has returned.
+int debugCallback(CURL* /*handle*/, curl_infotype type, char* data, std::size_t size, void* connection) {
     auto* self = static_cast<HTTPConnection*>(connection);
     return self->inCallback(0, [&] { return self->takeTrace(type, data, size); });
 }
 
-int HTTPConnection::takeTrace(curl_infotype type, char* data, std::size_t size) {
-    if (Debug != 0) {
+// Has two jobs: the record of the traffic where Debug asks for one, and at every level the head of the request as it
+// really went out.
+int HTTPConnection::takeTrace(int type, char* data, std::size_t size) {
+    if (Settings.Debug != 0) {
         // The header callback traces incoming head lines, and encrypted data is never shown.
         if (type == CURLINFO_HEADER_IN || type >= CURLINFO_SSL_DATA_IN) {
             return 0;
         }
-        recordTraffic(type, data, size);
+        recordTraffic(Settings.Debug, static_cast<curl_infotype>(type), data, size);
     }
     if (type == CURLINFO_HEADER_OUT) {
-        parseRequestHead(data, size);
+        try {
+            SentHead.take(data, size);
+        } catch (const MalformedHead& failure) {
+            throwInternalError(failure.Text);
+        }
     }
     if (type == CURLINFO_HEADER_OUT || type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN ||
         type == CURLINFO_DATA_OUT) {
         updateDeadline();
     }
     return 0;
-}
-
-void HTTPConnection::recordTraffic(curl_infotype type, const char* data, std::size_t size) const {
-    std::string text = markLineEnds({data, size});
-    if (!text.empty() && text.back() == '\n') {
-        text.pop_back();
-    }
-    const bool outgoing = type == CURLINFO_HEADER_OUT || type == CURLINFO_DATA_OUT;
-    traceText(Debug, (outgoing ? "OUT " : "IN ") + label(type) + ": ");
-    if (isTextShown(type, text.size(), Debug) && isPrintable(text)) {
-        traceLine(Debug, text);
-    } else {
-        traceLine(Debug, std::to_string(text.size()) + " bytes"); // of the marked text, not of the wire
-    }
-    traceText(Debug, "");
-}
-
-// Heads may come in parts, cut between lines. A NUL ends the search for a line end, as it ends a C string.
-void HTTPConnection::parseRequestHead(char* data, std::size_t size) {
-    const char* const end = data + size;
-    for (char* start = data; start != end;) {
-        const std::string_view rest(start, static_cast<std::size_t>(end - start));
-        const std::size_t length = rest.substr(0, rest.find('\0')).find("\r\n");
-        if (length == std::string_view::npos) {
-            throwInternalError("CRLF not found in headers:\n" + std::string(rest));
-        }
-        const std::string line = boost::algorithm::trim_copy(std::string(rest.substr(0, length)), std::locale());
-        if (!InRequestHead) {
-            takeRequestLine(line);
-        } else if (line.empty()) {
-            InRequestHead = false;
-            Sent = true;
-        } else {
-            takeRequestField(line, start);
-        }
-        start += length + 2;
-    }
-}
-
-void HTTPConnection::takeRequestLine(const std::string& line) {
-    if (line.empty()) {
-        throwInternalError("Empty CRLF encountered when request line expected");
-    }
-    InRequestHead = true;
-    const std::size_t first = line.find(' ');
-    if (first == std::string::npos) {
-        throwInternalError("No space found in request line");
-    }
-    EffectiveMethod = line.substr(0, first);
-    const std::size_t second = line.find(' ', first + 1);
-    if (second == std::string::npos) {
-        throwInternalError("Second space not found in request line");
-    }
-    RequestURI = line.substr(first + 1, second - first - 1);
-    RequestHTTPVersion = line.substr(second + 1);
-    RequestHeaderLines.clear();
-}
-
-// The algorithm parameter of a Digest answer loses its quotes, in what is stored and in libcurl's own buffer. libcurl
-// traces a head once it has written it, so the bytes that have gone out keep theirs.
-void HTTPConnection::takeRequestField(std::string line, char* start) {
-    constexpr std::string_view name = "authorization:";
-    constexpr std::string_view quoted = "\"MD5\"";
-    constexpr std::string_view plain = "MD5  ";
-    if (line.size() >= name.size() && equalIgnoringCase(std::string_view(line).substr(0, name.size()), name)) {
-        const std::size_t position = line.find(quoted);
-        if (position != std::string::npos) {
-            line.replace(position, quoted.size(), plain);
-            std::copy(plain.begin(), plain.end(), start + position);
-        }
-    }
-    RequestHeaderLines.push_back(std::move(line));
 }

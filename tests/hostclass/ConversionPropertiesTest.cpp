@@ -137,18 +137,19 @@ RC_GTEST_FIXTURE_PROP(Conversions, StoredLinesBecomeNamesAndValues, ()) {
     const auto lines = *rc::gen::container<std::vector<std::string>>(lineText());
     Fields expected;
     std::ranges::transform(lines, std::back_inserter(expected), readLine);
-    connection().RequestHeaderLines = lines;
+    connection().SentHead.RequestHeaderLines = lines;
     const Array request = Adapter.call("getRequestFields");
     RC_ASSERT(request.dimensions() == (Shape{1, lines.size()}));
     RC_ASSERT(request.fieldNames() == (std::vector<std::string>{"Name", "Value"}));
     RC_ASSERT(fieldsOf(request) == expected);
-    connection().ResponseHeaderLines = lines;
-    connection().ResponseHeaderLines.insert(connection().ResponseHeaderLines.begin(), "HTTP/1.1 200 OK");
+    connection().ReceivedHead.ResponseHeaderLines = lines;
+    connection().ReceivedHead.ResponseHeaderLines.insert(connection().ReceivedHead.ResponseHeaderLines.begin(),
+                                                         "HTTP/1.1 200 OK");
     RC_ASSERT(fieldsOf(Adapter.call("getResponseFields")) == expected);
 }
 
 RC_GTEST_FIXTURE_PROP(Conversions, LinesOfAnyBytesStillGiveAsManyFields, (std::vector<std::string> lines)) {
-    connection().RequestHeaderLines = lines;
+    connection().SentHead.RequestHeaderLines = lines;
     const Array fields = Adapter.call("getRequestFields");
     RC_ASSERT(fields.dimensions() == (Shape{1, lines.size()}));
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -191,7 +192,7 @@ RC_GTEST_FIXTURE_PROP(Conversions, GivenFieldsAreAppendedUpToTheFirstThatCannotB
     }
     RC_ASSERT(seen == failure);
     RC_ASSERT(argument == Array(told).text());
-    RC_ASSERT(connection().RequestFields == expected);
+    RC_ASSERT(connection().Settings.RequestFields == expected);
 }
 
 RC_GTEST_FIXTURE_PROP(Conversions, FieldsThatAreSetReadBackAsTheyWereSent, ()) {
@@ -203,8 +204,8 @@ RC_GTEST_FIXTURE_PROP(Conversions, FieldsThatAreSetReadBackAsTheyWereSent, ()) {
     }
     Adapter.call("setFields", {Array::structures({"Name", "Value"}, rows)});
     // What the wire would carry of them.
-    for (const auto& [name, value] : connection().RequestFields) {
-        connection().RequestHeaderLines.push_back(name + ": " + value);
+    for (const auto& [name, value] : connection().Settings.RequestFields) {
+        connection().SentHead.RequestHeaderLines.push_back(name + ": " + value);
     }
     RC_ASSERT(fieldsOf(Adapter.call("getRequestFields")) == given);
 }
@@ -212,14 +213,14 @@ RC_GTEST_FIXTURE_PROP(Conversions, FieldsThatAreSetReadBackAsTheyWereSent, ()) {
 RC_GTEST_FIXTURE_PROP(Conversions, PayloadOfAnyBytesAndShapeComesBackAsAColumn, (Bytes first, Bytes second, bool row)) {
     for (const Bytes& bytes : {first, second}) {
         Adapter.set("Payload", bytesAs(bytes, row));
-        RC_ASSERT(connection().Payload == bytes);
+        RC_ASSERT(std::ranges::equal(connection().Settings.payload(), bytes));
         const Array read = Adapter.get("Payload");
         RC_ASSERT(read.className() == "uint8");
         RC_ASSERT(read.dimensions() == (Shape{bytes.size(), 1}));
         RC_ASSERT(bytesIn(read) == bytes);
     }
     Adapter.set("Payload", Array());
-    RC_ASSERT(connection().Payload.empty());
+    RC_ASSERT(connection().Settings.payload().empty());
 }
 
 RC_GTEST_FIXTURE_PROP(Conversions, PayloadSharesNothingWithTheHostsArray, (Bytes bytes)) {
@@ -231,7 +232,7 @@ RC_GTEST_FIXTURE_PROP(Conversions, PayloadSharesNothingWithTheHostsArray, (Bytes
             byte = ~byte;
         }
     }
-    RC_ASSERT(connection().Payload == bytes);
+    RC_ASSERT(std::ranges::equal(connection().Settings.payload(), bytes));
     RC_ASSERT(bytesIn(Adapter.get("Payload")) == bytes);
 }
 
@@ -243,7 +244,7 @@ RC_GTEST_FIXTURE_PROP(Conversions, ShapeOfAByteMatrixIsIgnored, ()) {
     HostArray matrix(vx::vxCreateNumericMatrix(rows, columns, vxUINT8_CLASS, vxREAL));
     std::copy(bytes.begin(), bytes.end(), static_cast<std::uint8_t*>(vx::vxGetData(matrix.get())));
     accessorsOf<vxArray_tag*>("Payload").Setter(native(Adapter), matrix.get());
-    RC_ASSERT(connection().Payload == bytes);
+    RC_ASSERT(std::ranges::equal(connection().Settings.payload(), bytes));
     accessorsOf<vxArray_tag*>("ResponsePayload").Setter(native(Adapter), matrix.get());
     RC_ASSERT(bytesIn(Adapter.get("ResponsePayload")) == bytes);
 }

@@ -2,6 +2,7 @@
 
 #include "hostcalls/HostObjectCall.h"
 #include "hostclass/TransferBoundary.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/support/ScriptedObjects.h"
 
@@ -20,7 +21,7 @@ namespace {
 class Adapter : public ScopeFixture {
 protected:
     void adoptProvider(HTTPConnectionAdapter& adapter, const vxArray_tag* array) {
-        adapter.adoptHostObject(&HTTPConnectionAdapter::provider, array, ProviderClassName, &HTTPConnection::Provider);
+        adapter.adoptHostObject(&RequestSettings::Provider, array, ProviderClassName);
     }
     vantik::Object makeProvider() { return testsupport::makeScriptedProvider(host()).object(); }
 };
@@ -52,32 +53,30 @@ HostArray notedObject(vantik::Host& host, const std::string& name, std::vector<s
 
 TEST_F(Adapter, StartsWithItsDefaults) {
     const HTTPConnectionAdapter adapter;
-    EXPECT_EQ(adapter.connection.ResponseCode, 0);
-    EXPECT_TRUE(adapter.connection.Decode);
-    EXPECT_TRUE(adapter.connection.VerifyServerName);
-    EXPECT_FALSE(adapter.connection.HTTPOptionsMode);
-    EXPECT_EQ(adapter.connection.ProviderBufferSize, 0u);
+    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, 0);
+    EXPECT_TRUE(adapter.connection.Settings.Decode);
+    EXPECT_TRUE(adapter.connection.Settings.VerifyServerName);
+    EXPECT_FALSE(adapter.connection.Settings.HTTPOptionsMode);
+    EXPECT_EQ(adapter.connection.Settings.ProviderBufferSize, 0u);
     EXPECT_TRUE(adapter.responseBytes().empty());
     for (const std::u16string* text : {&adapter.contentEncoding, &adapter.contentType, &adapter.certificateFilename,
                                        &adapter.username, &adapter.password, &adapter.proxyUsername,
                                        &adapter.proxyPassword, &adapter.requestMethod, &adapter.redirectUrl}) {
         EXPECT_TRUE(text->empty());
     }
-    EXPECT_EQ(adapter.progressReporter, nullptr);
-    EXPECT_EQ(adapter.provider, nullptr);
-    EXPECT_EQ(adapter.consumer, nullptr);
-    EXPECT_EQ(adapter.connection.ProgressReporter, nullptr);
-    EXPECT_EQ(adapter.connection.Provider, nullptr);
-    EXPECT_EQ(adapter.connection.Consumer, nullptr);
+    EXPECT_EQ(adapter.connection.Settings.ProgressReporter, nullptr);
+    EXPECT_EQ(adapter.connection.Settings.Provider, nullptr);
+    EXPECT_EQ(adapter.connection.Settings.Consumer, nullptr);
 }
 
 TEST_F(Adapter, ReleasesReporterThenConsumerThenProvider) {
     std::vector<std::string> gone;
     {
         HTTPConnectionAdapter adapter;
-        adapter.progressReporter = notedObject(host(), "reporter", gone);
-        adapter.provider = notedObject(host(), "provider", gone);
-        adapter.consumer = notedObject(host(), "consumer", gone);
+        RequestSettings& settings = adapter.connection.Settings;
+        settings.ProgressReporter = notedObject(host(), "reporter", gone);
+        settings.Provider = notedObject(host(), "provider", gone);
+        settings.Consumer = notedObject(host(), "consumer", gone);
     }
     EXPECT_THAT(gone, testing::ElementsAre("reporter", "consumer", "provider"));
 }
@@ -91,7 +90,7 @@ TEST_F(Adapter, ResponseCodeIsNarrowedTowardsZero) {
     for (const Row& row : {Row{200.9, 200}, Row{-0.5, 0}, Row{-1.9, -1}, Row{2147483647.9, 2147483647},
                            Row{-2147483648.9, std::numeric_limits<std::int32_t>::min()}}) {
         adapter.setResponseCode(row.Given);
-        EXPECT_EQ(adapter.connection.ResponseCode, row.Stored) << row.Given;
+        EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, row.Stored) << row.Given;
     }
 }
 
@@ -103,13 +102,13 @@ TEST_F(Adapter, ResponseCodeOutOfRangeRaisesAndChangesNothing) {
     const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_THROW(adapter.setResponseCode(infinity), boost::numeric::positive_overflow);
     EXPECT_THROW(adapter.setResponseCode(-infinity), boost::numeric::negative_overflow);
-    EXPECT_EQ(adapter.connection.ResponseCode, 204);
+    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, 204);
 }
 
 TEST_F(Adapter, ResponseCodeNotANumberPassesBothRangeTests) {
     HTTPConnectionAdapter adapter;
     EXPECT_NO_THROW(adapter.setResponseCode(std::nan("")));
-    EXPECT_EQ(adapter.connection.ResponseCode, std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, std::numeric_limits<std::int32_t>::min());
 }
 
 TEST_F(Adapter, AdoptedObjectIsLentToTheConnectionAndOutlivesItsGiver) {
@@ -118,20 +117,18 @@ TEST_F(Adapter, AdoptedObjectIsLentToTheConnectionAndOutlivesItsGiver) {
         const vantik::Object provider = makeProvider();
         adoptProvider(adapter, provider.array().handle());
     }
-    ASSERT_NE(adapter.provider, nullptr);
-    EXPECT_EQ(adapter.connection.Provider, adapter.provider.get());
-    EXPECT_TRUE(vx::vxIsA(adapter.provider.get(), ProviderClassName));
+    ASSERT_NE(adapter.connection.Settings.Provider, nullptr);
+    EXPECT_TRUE(vx::vxIsA(adapter.connection.Settings.Provider.get(), ProviderClassName));
 }
 
 TEST_F(Adapter, WrongClassLeavesThePreviousObject) {
     HTTPConnectionAdapter adapter;
     const vantik::Object provider = makeProvider();
     adoptProvider(adapter, provider.array().handle());
-    const vxArray_tag* before = adapter.provider.get();
+    const SharedHostArray before = adapter.connection.Settings.Provider;
     const Array wrong("text");
     EXPECT_THROW(adoptProvider(adapter, wrong.handle()), foundation::core::except::IUserException);
-    EXPECT_EQ(adapter.provider.get(), before);
-    EXPECT_EQ(adapter.connection.Provider, before);
+    EXPECT_EQ(adapter.connection.Settings.Provider, before);
 }
 
 TEST_F(Adapter, NullAndAnyEmptyArrayClear) {
@@ -141,8 +138,7 @@ TEST_F(Adapter, NullAndAnyEmptyArrayClear) {
     for (const vxArray_tag* nothing : {static_cast<const vxArray_tag*>(nullptr), empty.handle()}) {
         adoptProvider(adapter, provider.array().handle());
         adoptProvider(adapter, nothing);
-        EXPECT_EQ(adapter.provider, nullptr);
-        EXPECT_EQ(adapter.connection.Provider, nullptr);
+        EXPECT_EQ(adapter.connection.Settings.Provider, nullptr);
     }
 }
 
@@ -150,50 +146,26 @@ TEST_F(Adapter, AdoptsTheHandleItHoldsAlready) {
     HTTPConnectionAdapter adapter;
     const vantik::Object provider = makeProvider();
     adoptProvider(adapter, provider.array().handle());
-    adoptProvider(adapter, adapter.provider.get());
-    EXPECT_TRUE(vx::vxIsA(adapter.provider.get(), ProviderClassName));
-    EXPECT_EQ(adapter.connection.Provider, adapter.provider.get());
+    adoptProvider(adapter, adapter.connection.Settings.Provider.get());
+    EXPECT_TRUE(vx::vxIsA(adapter.connection.Settings.Provider.get(), ProviderClassName));
 }
 
-TEST_F(Adapter, ObjectReplacedWithinATransferLivesUntilTheTransferEnds) {
+TEST_F(Adapter, ContentReplacedWhileATransferSendsItLivesUntilThen) {
     HTTPConnectionAdapter adapter;
+    RequestSettings& settings = adapter.connection.Settings;
     std::vector<std::string> gone;
-    adapter.provider = notedObject(host(), "first", gone);
+    settings.Provider = notedObject(host(), "first", gone);
+    settings.setPayload({1, 2, 3});
     {
-        const HTTPConnectionAdapter::Transfer outer(adapter);
-        {
-            const HTTPConnectionAdapter::Transfer inner(adapter);
-            adoptProvider(adapter, nullptr);
-        }
+        const InterruptibleStreamCopier copier(adapter.connection);
+        adoptProvider(adapter, nullptr);
+        settings.setPayload({9});
         EXPECT_TRUE(gone.empty());
-        EXPECT_EQ(adapter.provider, nullptr);
+        EXPECT_EQ(copier.SendData[2], 3);
     }
     EXPECT_THAT(gone, testing::ElementsAre("first"));
-}
-
-TEST_F(Adapter, PayloadReplacedWithinATransferLivesUntilTheTransferEnds) {
-    HTTPConnectionAdapter adapter;
-    adapter.setPayload({1, 2, 3});
-    const std::uint8_t* onOffer = adapter.connection.Payload.data();
-    {
-        const HTTPConnectionAdapter::Transfer transfer(adapter);
-        adapter.setPayload({9});
-        EXPECT_EQ(onOffer[2], 3);
-    }
-    EXPECT_EQ(adapter.connection.Payload, std::vector<std::uint8_t>{9});
-}
-
-TEST_F(Adapter, EveryPayloadOfATransferLivesUntilTheTransferEnds) {
-    HTTPConnectionAdapter adapter;
-    const HTTPConnectionAdapter::Transfer transfer(adapter);
-    std::vector<const std::uint8_t*> offered;
-    for (const std::uint8_t byte : {1, 2, 3}) {
-        adapter.setPayload({byte});
-        offered.push_back(adapter.connection.Payload.data());
-    }
-    for (std::size_t i = 0; i < offered.size(); ++i) {
-        EXPECT_EQ(*offered[i], i + 1);
-    }
+    EXPECT_EQ(settings.Provider, nullptr);
+    EXPECT_THAT(settings.payload(), testing::ElementsAre(9));
 }
 
 TEST_F(Adapter, EmptyingTheBufferClearsContentAndErrorState) {
@@ -209,7 +181,7 @@ TEST_F(Adapter, EmptyingTheBufferClearsContentAndErrorState) {
 
 TEST_F(Adapter, OnlyFailuresOfTheTransferLayerAreTranslated) {
     HTTPConnectionAdapter adapter;
-    adapter.connection.URL = u"http://h/";
+    adapter.connection.Settings.URL = u"http://h/";
     try {
         acrossTransferBoundary(adapter, [] { throw webservices::HTTPFileNotFoundException("No host"); });
         FAIL() << "nothing was raised";

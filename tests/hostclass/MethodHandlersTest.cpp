@@ -2,6 +2,7 @@
 #include "host/Messages.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/support/ScriptedServer.h"
+#include "transfer/CurlSingleton.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -54,12 +55,12 @@ Array proxy(Array host, Array port) {
 
 TEST_F(Methods, OpenWithoutAUrlStaysClosed) {
     Adapter.call("openConnection");
-    EXPECT_FALSE(connection().Opened);
+    EXPECT_FALSE(connection().Transfer.Opened);
 }
 
 TEST_F(Methods, OpenWithoutAHostNamesTheUrl) {
-    connection().ParsedURL = foundation::network::IRI(u"http:/path");
-    connection().URL = u"http:/path";
+    connection().Settings.ParsedURL = foundation::network::IRI(u"http:/path");
+    connection().Settings.URL = u"http:/path";
     const vantik::Message failure = failureOf([&] { Adapter.call("openConnection"); });
     EXPECT_EQ(failure.identifier(), "VANTIK:webservices:FileNotFound");
     EXPECT_EQ(failure.Arguments, arguments({std::string("http:/path")}));
@@ -67,18 +68,18 @@ TEST_F(Methods, OpenWithoutAHostNamesTheUrl) {
 
 TEST_F(Methods, ProxyTakesHostAndPort) {
     Adapter.call("openProxyConnection", {proxy("proxy.example", 3128.0)});
-    EXPECT_EQ(connection().ProxyHost, "proxy.example");
-    EXPECT_EQ(connection().ProxyPort, 3128);
+    EXPECT_EQ(connection().Settings.ProxyHost, "proxy.example");
+    EXPECT_EQ(connection().Settings.ProxyPort, 3128);
     Adapter.call("openProxyConnection", {proxy("proxy.example", 65535.9)});
-    EXPECT_EQ(connection().ProxyPort, 65535);
+    EXPECT_EQ(connection().Settings.ProxyPort, 65535);
 }
 
 TEST_F(Methods, EmptyProxyPortMeansEighty) {
     for (const Array& description :
          {proxy("p", Array()), proxy("p", Array::doubles({})), proxy("p", ""), Array::structure({{"Host", "p"}})}) {
-        connection().ProxyPort = 1;
+        connection().Settings.ProxyPort = 1;
         Adapter.call("openProxyConnection", {description});
-        EXPECT_EQ(connection().ProxyPort, 80);
+        EXPECT_EQ(connection().Settings.ProxyPort, 80);
     }
 }
 
@@ -86,8 +87,8 @@ TEST_F(Methods, ProxyPortOutOfRangeChangesTheHostOnly) {
     Adapter.call("openProxyConnection", {proxy("first", 1.0)});
     for (const double port : {65536.0, -1.0}) {
         EXPECT_THROW(Adapter.call("openProxyConnection", {proxy("second", port)}), vantik::Failure);
-        EXPECT_EQ(connection().ProxyHost, "second");
-        EXPECT_EQ(connection().ProxyPort, 1);
+        EXPECT_EQ(connection().Settings.ProxyHost, "second");
+        EXPECT_EQ(connection().Settings.ProxyPort, 1);
     }
 }
 
@@ -100,14 +101,14 @@ TEST_F(Methods, RequestPropertiesAreAppendedUntested) {
     Adapter.call("setRequestProperty", {"A", "1"});
     Adapter.call("setRequestProperty", {"A", "2"});
     Adapter.call("setRequestProperty", {"", "nameless"});
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "1"), Pair("A", "2"), Pair("", "nameless")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("A", "1"), Pair("A", "2"), Pair("", "nameless")));
 }
 
 TEST_F(Methods, FieldsAreAppendedInOrder) {
     Adapter.call("setFields", {Array::structures({"Name", "Value"}, {{"A", "1"}, {"B", ""}, {"A", "2"}})});
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "1"), Pair("B", ""), Pair("A", "2")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("A", "1"), Pair("B", ""), Pair("A", "2")));
     Adapter.call("setFields", {Array::structures({"Name", "Value"}, {})});
-    EXPECT_EQ(connection().RequestFields.size(), 3u);
+    EXPECT_EQ(connection().Settings.RequestFields.size(), 3u);
 }
 
 TEST_F(Methods, FieldWithoutANameIsNamedByItsValueAndTheFieldsBeforeItStay) {
@@ -115,7 +116,7 @@ TEST_F(Methods, FieldWithoutANameIsNamedByItsValueAndTheFieldsBeforeItStay) {
     const vantik::Message failure = failureOf([&] { Adapter.call("setFields", {fields}); });
     EXPECT_EQ(failure.identifier(), "VANTIK:webservices:EmptyName");
     EXPECT_EQ(failure.Arguments, arguments({std::string("lost")}));
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "1")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("A", "1")));
 }
 
 TEST_F(Methods, FieldsTakeAsciiOnly) {
@@ -124,7 +125,7 @@ TEST_F(Methods, FieldsTakeAsciiOnly) {
               "VANTIK:webservices:EncodingFailure");
     // The other way in takes the host's narrow text as it is.
     Adapter.call("setRequestProperty", {"A", Array(u"\u00E9")});
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "\xC3\xA9")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("A", "\xC3\xA9")));
 }
 
 // Both texts of an element are converted before its name is looked at.
@@ -133,14 +134,14 @@ TEST_F(Methods, FieldWithoutANameWhoseValueCannotBeEncodedFailsForTheValue) {
     const vantik::Message failure = failureOf([&] { Adapter.call("setFields", {fields}); });
     EXPECT_EQ(failure.identifier(), "VANTIK:webservices:EncodingFailure");
     EXPECT_EQ(failure.Arguments.at(0), vantik::MessageArgument(std::string("\xC3\xA9")));
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("A", "1")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("A", "1")));
 }
 
 TEST_F(Methods, RemovedFieldStaysAsAnEmptyOne) {
     Adapter.call("setRequestProperty", {"Accept", "a"});
     Adapter.call("setRequestProperty", {"Other", "b"});
     Adapter.call("removeField", {"ACCEPT"});
-    EXPECT_THAT(connection().RequestFields, ElementsAre(Pair("Other", "b"), Pair("ACCEPT", "")));
+    EXPECT_THAT(connection().Settings.RequestFields, ElementsAre(Pair("Other", "b"), Pair("ACCEPT", "")));
 }
 
 TEST_F(Methods, SchemesBecomeBitsOfTheServerOrTheProxy) {
@@ -148,12 +149,12 @@ TEST_F(Methods, SchemesBecomeBitsOfTheServerOrTheProxy) {
         return Array::enumeration("vantik.net.http.AuthenticationScheme", names);
     };
     Adapter.call("setAuthenticationSchemes", {schemes({"Basic", "Digest"}), false});
-    EXPECT_EQ(connection().HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
-    EXPECT_EQ(connection().ProxyAuthSchemes, 0u);
+    EXPECT_EQ(connection().Settings.HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+    EXPECT_EQ(connection().Settings.ProxyAuthSchemes, 0u);
     Adapter.call("setAuthenticationSchemes", {schemes({"NTLM", "Negotiate"}), true});
-    EXPECT_EQ(connection().ProxyAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
+    EXPECT_EQ(connection().Settings.ProxyAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
     Adapter.call("setAuthenticationSchemes", {schemes({}), false});
-    EXPECT_EQ(connection().HostAuthSchemes, 0u);
+    EXPECT_EQ(connection().Settings.HostAuthSchemes, 0u);
 }
 
 TEST_F(Methods, SchemeNamesAreComparedWithoutCaseAndUnknownOnesIgnored) {
@@ -161,7 +162,8 @@ TEST_F(Methods, SchemeNamesAreComparedWithoutCaseAndUnknownOnesIgnored) {
     const Array schemes = Array::enumeration("test.Scheme", members);
     const std::vector<vcos::COSValue> inputs = {{reinterpret_cast<std::uint64_t>(schemes.handle())}, {7}};
     runHandler("setAuthenticationSchemes", native(Adapter), 0, nullptr, inputs);
-    EXPECT_EQ(connection().ProxyAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC)); // any non-zero slot is true
+    EXPECT_EQ(connection().Settings.ProxyAuthSchemes,
+              static_cast<std::uint32_t>(CURLAUTH_BASIC)); // any non-zero slot is true
 }
 
 TEST_F(Methods, NothingSentMeansNoFields) {
@@ -174,9 +176,9 @@ TEST_F(Methods, NothingSentMeansNoFields) {
 }
 
 TEST_F(Methods, StoredLinesAreGivenAsFields) {
-    connection().RequestHeaderLines = {"Host: a", "X: 1"};
-    connection().ResponseHeaderLines = {"HTTP/1.1 200 Fine: indeed", "Server: s", "X-Empty:", "x-twice: 1",
-                                        "X-Twice: 2"};
+    connection().SentHead.RequestHeaderLines = {"Host: a", "X: 1"};
+    connection().ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 200 Fine: indeed", "Server: s", "X-Empty:", "x-twice: 1",
+                                                     "X-Twice: 2"};
     EXPECT_THAT(fieldsOf(Adapter.call("getRequestFields")), ElementsAre(Pair("Host", "a"), Pair("X", "1")));
     EXPECT_THAT(fieldsOf(Adapter.call("getResponseFields")),
                 ElementsAre(Pair("Server", "s"), Pair("X-Empty", ""), Pair("x-twice", "1"), Pair("X-Twice", "2")));
@@ -186,7 +188,7 @@ TEST_F(Methods, StoredLinesAreGivenAsFields) {
 }
 
 TEST_F(Methods, AbsentAndEmptyFieldsGiveTheArrayOfNoClass) {
-    connection().ResponseHeaderLines = {"HTTP/1.1 200 OK", "X-Empty:"};
+    connection().ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 200 OK", "X-Empty:"};
     for (const char* name : {"Absent", "X-Empty"}) {
         const Array field = Adapter.call("getResponseField", {name});
         EXPECT_EQ(field.className(), "") << name;
@@ -204,7 +206,7 @@ TEST_F(Methods, RequestLineBeforeASendTellsWhatWouldBeSent) {
     Adapter.set("URL", "http://example.com/p/x?q=1#f");
     Adapter.set("RequestMethod", "PUT");
     EXPECT_THAT(textsOf(ask("getRequestLine", 3)), ElementsAre("PUT", "/p/x?q=1", "HTTP/1.1"));
-    connection().ProxyHost = "proxy.example";
+    connection().Settings.ProxyHost = "proxy.example";
     EXPECT_THAT(textsOf(ask("getRequestLine", 2)), ElementsAre("PUT", "http://example.com/p/x?q=1#f"));
 }
 
@@ -262,7 +264,7 @@ TEST_F(Methods, CloseIsHarmlessTwice) {
     openTo("http://127.0.0.1:1/");
     Adapter.call("closeConnection");
     Adapter.call("closeConnection");
-    EXPECT_FALSE(connection().Opened);
+    EXPECT_FALSE(connection().Transfer.Opened);
     EXPECT_FALSE(connection().Handles->ConnectionOpen);
 }
 
@@ -271,7 +273,7 @@ TEST_F(Methods, AllConnectionsCloseOnlyWhileNoneIsOpen) {
     const vantik::Message failure = failureOf([&] { Adapter.call("closeAllConnections"); });
     EXPECT_EQ(failure.identifier(), "VANTIK:webservices:InternalError");
     EXPECT_EQ(failure.Arguments, arguments({std::string("resetHandles() called when connection is open")}));
-    EXPECT_TRUE(connection().Opened);
+    EXPECT_TRUE(connection().Transfer.Opened);
     Adapter.call("closeConnection");
     EXPECT_NO_THROW(Adapter.call("closeAllConnections"));
 }

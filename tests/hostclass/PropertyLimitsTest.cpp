@@ -5,6 +5,7 @@
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/support/FailureText.h"
+#include "transfer/CurlSingleton.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -109,10 +110,10 @@ TEST_F(Limits, ProxyPortsThatFitAreRoundedTowardsZero) {
                              {above(-1.0), 0},
                              {kSmallest, 0},
                              {kNaN, 0}}) { // passes both range tests
-        connection().ProxyPort = 7;
+        connection().Settings.ProxyPort = 7;
         openThroughProxy("proxy.example", row.Given);
-        EXPECT_EQ(connection().ProxyPort, row.Stored) << row.Given;
-        EXPECT_EQ(connection().ProxyHost, "proxy.example");
+        EXPECT_EQ(connection().Settings.ProxyPort, row.Stored) << row.Given;
+        EXPECT_EQ(connection().Settings.ProxyHost, "proxy.example");
     }
 }
 
@@ -126,19 +127,19 @@ TEST_F(Limits, ProxyPortsThatDoNotFitAreRefusedBeforeTheOpen) {
                                {below(-1.0), kTooSmall},
                                {-kLargest, kTooSmall},
                                {-kInfinity, kTooSmall}}) {
-        connection().ProxyHost = "before";
-        connection().ProxyPort = 7;
+        connection().Settings.ProxyHost = "before";
+        connection().Settings.ProxyPort = 7;
         const vantik::Message failure = failureOf([&] { openThroughProxy("after", row.Given); });
         EXPECT_EQ(failure.identifier(), "VANTIK:host:Failure");
         EXPECT_EQ(failure.Text, row.Text) << row.Given;
-        EXPECT_EQ(connection().ProxyHost, "after");
-        EXPECT_EQ(connection().ProxyPort, 7);
-        EXPECT_FALSE(connection().Opened);
+        EXPECT_EQ(connection().Settings.ProxyHost, "after");
+        EXPECT_EQ(connection().Settings.ProxyPort, 7);
+        EXPECT_FALSE(connection().Transfer.Opened);
         EXPECT_FALSE(connection().Handles->ConnectionOpen);
     }
     openThroughProxy("after", 8080.0);
-    EXPECT_TRUE(connection().Opened);
-    EXPECT_EQ(connection().ProxyPort, 8080);
+    EXPECT_TRUE(connection().Transfer.Opened);
+    EXPECT_EQ(connection().Settings.ProxyPort, 8080);
 }
 
 TEST_F(Limits, ProxyPortIsTheFirstNumberOfAnyArrayAndEightyForAnyEmptyOne) {
@@ -156,9 +157,9 @@ TEST_F(Limits, ProxyPortIsTheFirstNumberOfAnyArrayAndEightyForAnyEmptyOne) {
                            {"empty char", Array(""), 80},
                            {"empty bytes", Array::bytes(std::string_view()), 80},
                            {"empty struct", Array::structures({"A"}, {}), 80}}) {
-        connection().ProxyPort = 7;
+        connection().Settings.ProxyPort = 7;
         openThroughProxy("p", row.Port);
-        EXPECT_EQ(connection().ProxyPort, row.Stored) << row.Name;
+        EXPECT_EQ(connection().Settings.ProxyPort, row.Stored) << row.Name;
     }
 }
 
@@ -203,24 +204,25 @@ TEST_F(Limits, NumbersThatTheirSlotLacksNeverReachTheLibrary) {
 TEST_F(Limits, TextThatCannotBeEncodedIsKeptForTheHostAndTheConnectionKeepsTheOldOne) {
     struct Row {
         const char* Property;
-        std::string HTTPConnection::*Stored;
+        std::string* Stored;
         const char16_t* Lacking;
         const char* Encoding;
     };
-    for (const Row& row : {Row{"Username", &HTTPConnection::Username, u"\u4E2D", "windows-1252"},
-                           {"Password", &HTTPConnection::Password, u"\u4E2D", "windows-1252"},
-                           {"ProxyUsername", &HTTPConnection::ProxyUsername, u"\u4E2D", "windows-1252"},
-                           {"ProxyPassword", &HTTPConnection::ProxyPassword, u"\u4E2D", "windows-1252"},
-                           {"ContentType", &HTTPConnection::ContentType, u"\u00E9", "ascii"},
-                           {"ContentEncoding", &HTTPConnection::ContentEncoding, u"\u00E9", "ascii"},
-                           {"RequestMethod", &HTTPConnection::RequestMethod, u"\u00E9", "ascii"}}) {
+    RequestSettings& settings = connection().Settings;
+    for (const Row& row : {Row{"Username", &settings.Username, u"\u4E2D", "windows-1252"},
+                           {"Password", &settings.Password, u"\u4E2D", "windows-1252"},
+                           {"ProxyUsername", &settings.ProxyUsername, u"\u4E2D", "windows-1252"},
+                           {"ProxyPassword", &settings.ProxyPassword, u"\u4E2D", "windows-1252"},
+                           {"ContentType", &connection().Metadata.ContentType, u"\u00E9", "ascii"},
+                           {"ContentEncoding", &connection().Metadata.ContentEncoding, u"\u00E9", "ascii"},
+                           {"RequestMethod", &settings.RequestMethod, u"\u00E9", "ascii"}}) {
         Adapter.set(row.Property, "OLD");
         const vantik::Message failure = failureOf([&] { Adapter.set(row.Property, Array(row.Lacking)); });
         EXPECT_EQ(failure.identifier(), "VANTIK:webservices:EncodingFailure") << row.Property;
         ASSERT_EQ(failure.Arguments.size(), 3u);
         EXPECT_EQ(failure.Arguments[0], vantik::MessageArgument(Array(row.Lacking).text()));
         EXPECT_EQ(failure.Arguments[1], vantik::MessageArgument(std::string(row.Encoding)));
-        EXPECT_EQ(connection().*row.Stored, "OLD") << row.Property;
+        EXPECT_EQ(*row.Stored, "OLD") << row.Property;
     }
     // Those that are read back from the adapter show what the host last set.
     for (const char* property : {"Username", "Password", "ProxyUsername", "ProxyPassword"}) {
@@ -288,5 +290,5 @@ TEST_F(Limits, NullTextsCountAsEmptyOnes) {
         Adapter.set(property, Array()); // reaches the setter as null
         EXPECT_EQ(Adapter.get(property).text(), "") << property;
     }
-    EXPECT_EQ(connection().RequestMethod, "GET");
+    EXPECT_EQ(connection().Settings.RequestMethod, "GET");
 }

@@ -15,6 +15,10 @@ vxArray_tag* handleOf(const vantik::Array& value) {
     return const_cast<vxArray_tag*>(value.handle());
 }
 
+SharedHostArray sharedOf(const vantik::Array& value) {
+    return {handleOf(value), [](vxArray_tag*) {}};
+}
+
 std::string internalErrorOf(const std::function<void()>& action) {
     try {
         action();
@@ -69,6 +73,7 @@ CopierFixture::CopierFixture() {
         return nullptr;
     };
     willPerform({});
+    Connection.Transfer.begin(Connection.Handles->Generation);
 }
 
 void CopierFixture::willPerform(std::vector<Perform> performs) {
@@ -139,7 +144,7 @@ testsupport::ScriptedProvider CopierFixture::provide(std::string content, const 
         state->Position += piece.size();
         return vantik::Array::bytes(std::string_view(piece));
     };
-    Connection.Provider = handleOf(provider);
+    Connection.Settings.Provider = sharedOf(provider);
     return provider;
 }
 
@@ -154,7 +159,7 @@ testsupport::ScriptedConsumer CopierFixture::consume(const testsupport::Missing&
         return vantik::Array(static_cast<double>(piece.size()));
     };
     consumer->OnClose = [this] { note("close"); };
-    Connection.Consumer = handleOf(consumer);
+    Connection.Settings.Consumer = sharedOf(consumer);
     return consumer;
 }
 
@@ -164,14 +169,14 @@ testsupport::ScriptedReporter CopierFixture::report(const testsupport::Missing& 
         note("update " + std::to_string(bytes));
         return vantik::Array(true);
     };
-    Connection.ProgressReporter = handleOf(reporter);
+    Connection.Settings.ProgressReporter = sharedOf(reporter);
     return reporter;
 }
 
 void CopierFixture::letDeadlinePass() {
-    Connection.HeadersComplete = true;
-    Connection.DataTimeout = 1000.0;
-    Connection.DataTimeoutMs = 1000;
+    Connection.ReceivedHead.HeadersComplete = true;
+    Connection.Limits.DataTimeout = 1000.0;
+    Connection.Limits.DataTimeoutMs = 1000;
     Connection.updateDeadline();
     Curl.advanceClock(1'000'000'001);
     Curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);

@@ -7,6 +7,9 @@
 
 #include "hostcalls/HostArray.h"
 #include "streaming/InterruptibleStreamCopier.h"
+#include "transfer/CurlCallbacks.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 
 #include <cstddef>
@@ -23,6 +26,7 @@ using testsupport::CurlFunction;
 
 // Handle of a host object or value, as the library holds it: borrowed.
 vxArray_tag* handleOf(const vantik::Array& value);
+SharedHostArray sharedOf(const vantik::Array& value);
 
 // The text of the InternalError that an action raises; a test failure where it raises nothing or anything else.
 std::string internalErrorOf(const std::function<void()>& action);
@@ -66,7 +70,9 @@ protected:
     testsupport::ScriptedConsumer consume(const testsupport::Missing& missing = {});
     testsupport::ScriptedReporter report(const testsupport::Missing& missing = {});
 
-    void setPayload(const std::string& bytes) { Connection.Payload.assign(bytes.begin(), bytes.end()); }
+    void setPayload(const std::string& bytes) {
+        Connection.Settings.setPayload(RequestSettings::Bytes(bytes.begin(), bytes.end()));
+    }
     // A data timeout of one second whose deadline has just passed, on a connection that is up.
     void letDeadlinePass();
 

@@ -52,9 +52,8 @@ protected:
     }
     // The loop behind the pump.
     void readToTheEnd() {
-        int running = 0;
         while (!AtEnd) {
-            Connection.perform(running);
+            Connection.perform("");
         }
     }
 
@@ -88,7 +87,7 @@ RC_GTEST_FIXTURE_PROP(CopierProperties, UploadOfAProviderArrivesWhole, ()) {
     RC_ASSERT(Uploaded == patterned(given));
     RC_ASSERT(copier.TotalSent == given);
     RC_ASSERT(provider->Wanted.size() == pieces.size() + 1);
-    Connection.Provider = nullptr;
+    Connection.Settings.Provider = nullptr;
 }
 
 RC_GTEST_FIXTURE_PROP(CopierProperties, UploadFromMemoryArrivesWholeAgainBehindEachRewind, ()) {
@@ -157,8 +156,8 @@ RC_GTEST_FIXTURE_PROP(CopierProperties, ConsumerAndStreamGetTheContentUpToWhereI
     RC_ASSERT(std::is_sorted(reporter->Counts.begin(), reporter->Counts.end()));
     RC_ASSERT(consumer->Calls.back() == "close");
     RC_ASSERT(copier.ReceiveBuffer.empty());
-    Connection.Consumer = nullptr;
-    Connection.ProgressReporter = nullptr;
+    Connection.Settings.Consumer = nullptr;
+    Connection.Settings.ProgressReporter = nullptr;
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The pumps on a real transfer: libcurl runs as it is, only the waits are scripted, so that no test has to sit through
 // them.
+#include "tests/streaming/CopierFixture.h"
 #include "tests/support/CurlInterposer.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/ScopeFixture.h"
@@ -31,7 +32,7 @@ constexpr int kPumpWait = 1000; // the pumps wait that long at most, the loop be
 class CopierWire : public testsupport::ScopeFixture {
 protected:
     CopierWire() {
-        Connection.HTTPOptionsMode = true;
+        Connection.Settings.HTTPOptionsMode = true;
         Curl.setClock(1'000'000'000'000); // the length of a pause is told from the clock's now
         Curl.OnWait = [this](int milliseconds, int& ready) {
             ready = 1;
@@ -98,7 +99,7 @@ TEST_F(CopierWire, FirstEmptyWaitOfASendBehindAPerformPauses) {
                            step::send(testsupport::response("taken"))});
     begin(server.url("/"), "PUT");
     Connection.addField("Content-Length", std::to_string(body.size()));
-    Connection.Payload.assign(body.begin(), body.end());
+    Connection.Settings.setPayload(RequestSettings::Bytes(body.begin(), body.end()));
     OnPumpWait = [&](int wait, int& ready) {
         ready = wait <= 2 ? 0 : 1;
         if (wait == 3) {
@@ -128,13 +129,13 @@ TEST_F(CopierWire, ProgressOfAnUploadFallsBehindARewind) {
     const auto reporter = testsupport::makeScriptedReporter(host());
     begin(server.url("/"), "PUT");
     Connection.addField("Content-Length", std::to_string(body.size()));
-    Connection.Payload.assign(body.begin(), body.end());
-    Connection.ProgressReporter = const_cast<vxArray_tag*>(reporter.object().array().handle());
-    Connection.HostAuthSchemes = CURLAUTH_BASIC | CURLAUTH_DIGEST;
-    Connection.Username = "someone";
-    Connection.Password = "secret";
+    Connection.Settings.setPayload(RequestSettings::Bytes(body.begin(), body.end()));
+    Connection.Settings.ProgressReporter = streamingtest::sharedOf(reporter);
+    Connection.Settings.HostAuthSchemes = CURLAUTH_BASIC | CURLAUTH_DIGEST;
+    Connection.Settings.Username = "someone";
+    Connection.Settings.Password = "secret";
     EXPECT_EQ(receive(), "taken");
-    EXPECT_EQ(Connection.Copier->TotalSent, body.size());
+    EXPECT_EQ(Connection.Transfer.Copier->TotalSent, body.size());
     const std::vector<std::uint64_t>& counts = reporter->Counts;
     ASSERT_GE(counts.size(), 2U);
     EXPECT_EQ(counts.back(), 5U) << "of the response";
@@ -151,7 +152,7 @@ TEST_F(CopierWire, EmptyContentOfAProviderIsSentBehindThePump) {
         return vantik::Array();
     };
     begin(server.url("/"), "PUT");
-    Connection.Provider = const_cast<vxArray_tag*>(provider.object().array().handle());
+    Connection.Settings.Provider = streamingtest::sharedOf(provider);
     EXPECT_EQ(receive(), "taken");
     EXPECT_EQ(provider->Wanted.size(), 1U);
     EXPECT_EQ(server.record().Bodies.at(0), "");
@@ -163,12 +164,12 @@ TEST_F(CopierWire, ContentInMemoryIsHandedOverInWholeReads) {
     ScriptedServer server({step::expectHead(), step::expectBody(5000), step::send(testsupport::response("taken"))});
     begin(server.url("/"), "PUT");
     Connection.addField("Content-Length", "5000");
-    Connection.Payload.assign(5000, 'x');
-    Connection.ProviderBufferSize = 1;
-    Connection.Debug = 1;
+    Connection.Settings.setPayload(RequestSettings::Bytes(5000, 'x'));
+    Connection.Settings.ProviderBufferSize = 1;
+    Connection.Settings.Debug = 1;
     const testsupport::StandardOutputCapture output;
     EXPECT_EQ(receive(), "taken");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
     EXPECT_THAT(output.text(), testing::HasSubstr("\nSENDING 5000 BYTES\n"));
 }
 
@@ -180,17 +181,17 @@ TEST_F(CopierWire, NextRequestStartsWithACopierOfItsOwn) {
                             {step::expectHead(), step::expectBody(4), step::send(testsupport::response("second"))}});
     begin(server.url("/first"));
     Connection.sendRequest();
-    const std::weak_ptr<InterruptibleStreamCopier> first = Connection.Copier;
+    const std::weak_ptr<InterruptibleStreamCopier> first = Connection.Transfer.Copier;
     EXPECT_EQ(first.lock()->ReceiveBuffer, "0123456789");
 
     Connection.closeConnection();
     begin(server.url("/second"), "PUT");
     Connection.addField("Content-Length", "4");
-    Connection.Payload = {'b', 'o', 'd', 'y'};
+    Connection.Settings.setPayload({'b', 'o', 'd', 'y'});
     EXPECT_FALSE(first.expired()) << "it goes when the next one takes its place";
     EXPECT_EQ(receive(), "second");
     EXPECT_TRUE(first.expired());
-    EXPECT_EQ(Connection.Copier->TotalSent, 4U);
+    EXPECT_EQ(Connection.Transfer.Copier->TotalSent, 4U);
 }
 
 // What the transfer begins with is what it ends with: behind a send that failed early the next one begins anew and
@@ -205,10 +206,10 @@ TEST_F(CopierWire, SendThatIsDueAgainTakesTheHandleOffAndOn) {
     Connection.setRequestMethod("PUT");
     Connection.addField("Content-Length", "4");
     Connection.addField("Expect", "");
-    Connection.Payload = {'b', 'o', 'd', 'y'};
+    Connection.Settings.setPayload({'b', 'o', 'd', 'y'});
     EXPECT_EQ(testsupport::failureText([&] { Connection.sendRequest(); }),
               "HTTPConnectionFailedException[The operation was stopped on request.]");
-    EXPECT_FALSE(Connection.Sent);
+    EXPECT_FALSE(Connection.SentHead.Sent);
     Curl.clear();
     EXPECT_EQ(receive(), "taken");
     EXPECT_EQ(server.record(1).Bodies.at(1), "body");

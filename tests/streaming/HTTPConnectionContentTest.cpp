@@ -23,10 +23,11 @@ class ContentToStream : public CopierFixture {
 protected:
     // A request that has been sent: its head has come with this status, its content is waiting.
     void respond(std::int32_t status, const std::string& content = {}) {
-        Connection.Opened = true;
-        Connection.ResponseDone = true;
-        Connection.ResponseCode = status;
-        Connection.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+        Connection.Transfer.begin(Connection.Handles->Generation);
+        Connection.Transfer.Opened = true;
+        Connection.Transfer.ResponseDone = true;
+        Connection.ReceivedHead.ResponseCode = status;
+        Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
         if (!content.empty()) {
             Curl.callWrite(content);
         }
@@ -47,26 +48,26 @@ protected:
 };
 
 TEST_F(ContentToStream, ClosedConnectionCopiesNothing) {
-    Connection.ResponseDone = true;
-    Connection.Debug = 1;
+    Connection.Transfer.ResponseDone = true;
+    Connection.Settings.Debug = 1;
     const StandardOutputCapture output;
     EXPECT_EQ(copied(), "");
     EXPECT_EQ(output.text(), "******************** DONE WITH TRANSFER ***************\n");
-    EXPECT_FALSE(Connection.ResponseDone);
+    EXPECT_FALSE(Connection.Transfer.ResponseDone);
     EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 0U);
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(ContentToStream, ContentGoesToTheStreamAndTheExchangeIsOver) {
     respond(200, "first ");
     willPerform({receives("second", 0)});
     EXPECT_EQ(copied(), "first second");
-    EXPECT_FALSE(Connection.ResponseDone);
-    EXPECT_TRUE(Connection.Opened);
+    EXPECT_FALSE(Connection.Transfer.ResponseDone);
+    EXPECT_TRUE(Connection.Transfer.Opened);
 }
 
 TEST_F(ContentToStream, SendsTheRequestWhereThatIsDue) {
-    Connection.Opened = true;
+    Connection.Transfer.Opened = true;
     Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     willPerform({[&] {
                      Curl.callRequestHead("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
@@ -75,8 +76,8 @@ TEST_F(ContentToStream, SendsTheRequestWhereThatIsDue) {
                  },
                  [] { return 0; }});
     EXPECT_EQ(copied(), "body");
-    EXPECT_TRUE(Connection.Sent);
-    EXPECT_EQ(Connection.ResponseCode, 200);
+    EXPECT_TRUE(Connection.SentHead.Sent);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
 }
 
 // The identity of the user is taken on for the send alone.
@@ -86,8 +87,8 @@ TEST_F(ContentToStream, ProviderRunsAsTheUserAndConsumerDoesNot) {
     std::vector<std::size_t> depths;
     provider->OnStart = [&](int) { depths.push_back(host().impersonationDepth()); };
     consumer->OnClose = [&] { depths.push_back(host().impersonationDepth()); };
-    Connection.Opened = true;
-    Connection.HTTPOptionsMode = true;
+    Connection.Transfer.Opened = true;
+    Connection.Settings.HTTPOptionsMode = true;
     Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     willPerform({sends(100, 1), receives("down", 1), [] { return 0; }});
     std::ostringstream stream;
@@ -116,13 +117,13 @@ TEST_F(ContentToStream, WithoutTheStreamAndAConsumerContentFails) {
 
 TEST_F(ContentToStream, TraceHasItsLinesInOrder) {
     respond(200, "abc");
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     willPerform({[] { return 0; }});
     const StandardOutputCapture output;
     copied();
     EXPECT_EQ(output.text(), "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n"
                              "******************** DONE WITH TRANSFER ***************\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 // Status in the two modes.
@@ -130,21 +131,21 @@ TEST_F(ContentToStream, TraceHasItsLinesInOrder) {
 TEST_F(ContentToStream, OlderModeFailsOutside200To299) {
     for (const std::int32_t status : {0, 101, 199, 300, 404, 503}) {
         respond(status, "error page");
-        Connection.URL = u"http://host/path";
-        Connection.ResponseHeaderLines = {"HTTP/1.1 404 Not Found at all", "A: b"};
+        Connection.Settings.URL = u"http://host/path";
+        Connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 404 Not Found at all", "A: b"};
         const auto consumer = consume();
         try {
             copied();
             ADD_FAILURE() << "status " << status << " passed";
         } catch (const webservices::HTTPStatusError& failure) {
             EXPECT_EQ(failure.StatusCode, status);
-            EXPECT_EQ(failure.StatusURL, &Connection.URL);
+            EXPECT_EQ(failure.StatusURL, &Connection.Settings.URL);
             EXPECT_EQ(failure.Message, u"Not Found at all");
         }
-        EXPECT_EQ(Connection.ResponseCode, status);
+        EXPECT_EQ(Connection.ReceivedHead.ResponseCode, status);
         EXPECT_TRUE(consumer->Calls.empty()) << "the content is not received at all";
-        EXPECT_EQ(Connection.Copier->ReceiveBuffer, "error page");
-        EXPECT_TRUE(Connection.ResponseDone);
+        EXPECT_EQ(Connection.Transfer.Copier->ReceiveBuffer, "error page");
+        EXPECT_TRUE(Connection.Transfer.ResponseDone);
     }
 }
 
@@ -157,7 +158,7 @@ TEST_F(ContentToStream, OlderModeTakes200To299) {
 }
 
 TEST_F(ContentToStream, OptionsModeTakesEveryStatus) {
-    Connection.HTTPOptionsMode = true;
+    Connection.Settings.HTTPOptionsMode = true;
     for (const std::int32_t status : {0, 199, 404, 503}) {
         respond(status, "page");
         willPerform({[] { return 0; }});
@@ -171,15 +172,15 @@ TEST_F(ContentToStream, TransferFailurePassesUnchanged) {
     respond(200);
     raiseWhileReceiving(webservices::HTTPDNSException("host"));
     EXPECT_THROW(copied(), webservices::HTTPDNSException);
-    EXPECT_EQ(Connection.ResponseCode, 200);
-    EXPECT_TRUE(Connection.ResponseDone) << "a failure leaves it";
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
+    EXPECT_TRUE(Connection.Transfer.ResponseDone) << "a failure leaves it";
 }
 
 TEST_F(ContentToStream, HostFailurePassesUnchanged) {
     respond(200);
     Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY);
     EXPECT_EQ(internalErrorOf([&] { copied(); }), "\"curl_multi_wait\" failed with CURLMcode Out of memory");
-    EXPECT_EQ(Connection.ResponseCode, 200);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
 }
 
 TEST_F(ContentToStream, InterruptPassesUnchanged) {
@@ -187,7 +188,7 @@ TEST_F(ContentToStream, InterruptPassesUnchanged) {
     host().interrupt();
     willPerform({[] { return 1; }});
     EXPECT_THROW(copied(), Zentorak::System::InterruptException);
-    EXPECT_EQ(Connection.ResponseCode, 200);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
 }
 
 TEST_F(ContentToStream, AnythingElseIsAFailedConnectionAndStatus400InTheOlderMode) {
@@ -199,29 +200,29 @@ TEST_F(ContentToStream, AnythingElseIsAFailedConnectionAndStatus400InTheOlderMod
     } catch (const webservices::HTTPConnectionFailedException& failure) {
         EXPECT_STREQ(failure.what(), "what happened");
     }
-    EXPECT_EQ(Connection.ResponseCode, 400);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 400);
 }
 
 TEST_F(ContentToStream, AnythingElseLeavesTheStatusInOptionsMode) {
-    Connection.HTTPOptionsMode = true;
+    Connection.Settings.HTTPOptionsMode = true;
     respond(206);
     raiseWhileReceiving(std::bad_alloc());
     EXPECT_THROW(copied(), webservices::HTTPConnectionFailedException);
-    EXPECT_EQ(Connection.ResponseCode, 206);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 206);
 }
 
 TEST_F(ContentToStream, WhatIsNoStandardExceptionPassesUnchanged) {
     respond(200);
     raiseWhileReceiving(42);
     EXPECT_THROW(copied(), int);
-    EXPECT_EQ(Connection.ResponseCode, 200);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
 }
 
 TEST_F(ContentToStream, FailureToSendIsSortedTheSameWay) {
-    Connection.Opened = true;
+    Connection.Transfer.Opened = true;
     raiseWhileReceiving(std::out_of_range("while sending"));
     EXPECT_THROW(copied(), webservices::HTTPConnectionFailedException);
-    EXPECT_EQ(Connection.ResponseCode, 0) << "it has left the send as a failure of the transfer";
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 0) << "it has left the send as a failure of the transfer";
 }
 
 TEST_F(ContentToStream, BadStreamIsToldAtTheEnd) {
@@ -242,7 +243,7 @@ TEST_F(ContentToStream, BadStreamIsToldAtTheEnd) {
 TEST_F(ContentToStream, MemoryGetsRoomForTheAnnouncedContentOnce) {
     constexpr std::int64_t announced = 1'000'003; // no size that growth would arrive at
     respond(200, std::string(announced, 'c'));
-    Connection.ResponseContentLength = announced;
+    Connection.Metadata.ResponseContentLength = announced;
     willPerform({[] { return 0; }});
     std::ostringstream stream;
     Connection.copyContentToStream(stream, true);
@@ -253,7 +254,7 @@ TEST_F(ContentToStream, MemoryGetsRoomForTheAnnouncedContentOnce) {
 
 TEST_F(ContentToStream, WhatTheStreamHeldBeforeStaysInFront) {
     respond(200, "new");
-    Connection.ResponseContentLength = 50'000;
+    Connection.Metadata.ResponseContentLength = 50'000;
     willPerform({[] { return 0; }});
     std::ostringstream stream;
     stream << "before ";
@@ -267,7 +268,7 @@ TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
     for (const std::int64_t announced :
          {std::int64_t{-1}, std::int64_t{0}, GiB + 1, 2 * GiB, 1024 * GiB, std::numeric_limits<std::int64_t>::max()}) {
         respond(200, "small");
-        Connection.ResponseContentLength = announced;
+        Connection.Metadata.ResponseContentLength = announced;
         willPerform({[] { return 0; }});
         std::ostringstream stream;
         Connection.copyContentToStream(stream, true);
@@ -279,7 +280,7 @@ TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
 TEST_F(ContentToStream, ContentMayBeLongerThanAnnounced) {
     const std::string content(100'000, 'd');
     respond(200, content);
-    Connection.ResponseContentLength = 10; // as with decoded content
+    Connection.Metadata.ResponseContentLength = 10; // as with decoded content
     willPerform({[] { return 0; }});
     EXPECT_EQ(copied(), content);
 }
@@ -296,7 +297,7 @@ TEST_F(ContentToStream, OtherStreamsAreLeftAsTheyAre) {
         }
     };
     respond(200, "to the device");
-    Connection.ResponseContentLength = 13;
+    Connection.Metadata.ResponseContentLength = 13;
     willPerform({[] { return 0; }});
     Counting device;
     std::ostream stream(&device);

@@ -69,7 +69,7 @@ TEST_F(Consumer, GetsEachPieceAsAColumnOfBytes) {
         .method("closeInternal", [](std::span<const vantik::Array>) { return std::vector<vantik::Array>(); })
         .defineIn(host());
     const vantik::Object consumer = host().create("test.looking.Consumer");
-    Connection.Consumer = handleOf(consumer);
+    Connection.Settings.Consumer = sharedOf(consumer);
     Curl.callWrite(std::string("a\0b\r\n", 5));
     willEnd();
     receive();
@@ -302,7 +302,7 @@ TEST_F(Consumer, WithoutCloseAFailureIsTheSame) {
 
 TEST_F(Consumer, ObjectThatIsNoConsumerFails) {
     const auto provider = testsupport::makeScriptedProvider(host());
-    Connection.Consumer = handleOf(provider);
+    Connection.Settings.Consumer = sharedOf(provider);
     EXPECT_EQ(internalErrorOf([&] { receive(); }), "vantik.net.http.io.ContentConsumer.startInternal not found");
     EXPECT_EQ(provider->Starts, 0);
 }

@@ -70,7 +70,7 @@ TEST_F(ProviderArray, NoResultAtAllIsTheEnd) {
         .method("getDataInternal", [](std::span<const vantik::Array>) { return std::vector<vantik::Array>(); })
         .defineIn(host());
     const vantik::Object provider = host().create("test.silent.Provider");
-    Connection.Provider = handleOf(provider);
+    Connection.Settings.Provider = sharedOf(provider);
     InterruptibleStreamCopier copier(Connection);
     EXPECT_NO_THROW(copier.sendRequest());
 }
@@ -84,7 +84,7 @@ TEST_F(ProviderArray, ArrayWithoutPlainBytesFails) {
     InterruptibleStreamCopier copier(Connection);
     EXPECT_EQ(internalErrorOf([&] { copier.sendRequest(); }), text);
     std::string given;
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
+    EXPECT_EQ(Curl.callRead(given, 100), std::size_t{CURL_READFUNC_ABORT});
 }
 
 // The bytes on offer are those of the array itself: it stays until the next one takes its place, and no longer.

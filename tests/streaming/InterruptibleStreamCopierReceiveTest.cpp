@@ -261,31 +261,31 @@ TEST_F(ReceivePump, NoMemoryIsTakenByAPassThatBringsNothing) {
 // Trace.
 
 TEST_F(ReceivePump, TraceCountsThePassesOnTheNetwork) {
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     willPerform({[] { return 1; }, [] { return 1; }, [] { return 0; }});
     const StandardOutputCapture output;
     receive();
     EXPECT_EQ(output.text(), "PERFORM IN READER 3 times\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(ReceivePump, TraceLineIsClosedByBytesAndByAFailure) {
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     Curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 3);
     willPerform({[] { return 1; }, receives("abc", 1)});
     const StandardOutputCapture output;
     EXPECT_NE(internalErrorOf([&] { receive(); }), "");
     EXPECT_EQ(output.text(), "PERFORM IN READER 2 times\nRECEIVING 3 BYTES\nPERFORM IN READER 1 times\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(ReceivePump, FailedWaitIsNotTracedAsAPass) {
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY, 1);
     const StandardOutputCapture output;
     EXPECT_NE(internalErrorOf([&] { receive(); }), "");
     EXPECT_EQ(output.text(), "");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 } // namespace

@@ -51,7 +51,7 @@ TEST_F(SendPump, StepsWithAProvider) {
 
 TEST_F(SendPump, ProviderIsAskedOnlyWhenItsLastBytesAreGone) {
     const auto provider = provide("0123456789");
-    Connection.ProviderBufferSize = 10;
+    Connection.Settings.ProviderBufferSize = 10;
     willPerform({sends(4, 1), sends(4, 1), sends(4, 1)});
     send();
     EXPECT_EQ(Uploaded, "0123456789");
@@ -70,9 +70,9 @@ TEST_F(SendPump, ContentInMemoryGoesBeforeThatOfAProvider) {
 TEST_F(SendPump, WantedSizeIs16384UnlessSet) {
     const auto provider = provide("");
     send();
-    Connection.ProviderBufferSize = 1;
+    Connection.Settings.ProviderBufferSize = 1;
     send();
-    Connection.ProviderBufferSize = 5'000'000'000'000U;
+    Connection.Settings.ProviderBufferSize = 5'000'000'000'000U;
     send();
     EXPECT_THAT(provider->Wanted, ElementsAre(16384U, 1U, 5'000'000'000'000U));
 }
@@ -91,9 +91,9 @@ TEST_F(SendPump, WantedSizeLivesOnlyAsLongAsThePump) {
 
 TEST_F(SendPump, WantedSizeStaysTheSameDuringThePump) {
     const auto provider = provide("abcdef");
-    Connection.ProviderBufferSize = 3;
+    Connection.Settings.ProviderBufferSize = 3;
     willPerform({[&] {
-                     Connection.ProviderBufferSize = 999;
+                     Connection.Settings.ProviderBufferSize = 999;
                      return sends(100, 1)();
                  },
                  sends(100, 1)});
@@ -132,9 +132,19 @@ TEST_F(SendPump, NothingOfAProviderStaysOnOfferBehindThePump) {
     copier.sendRequest();
     std::string given;
     EXPECT_EQ(Curl.callRead(given, 100), 0U);
-    EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
+}
+
+// Nothing would ask the provider any more: no content must not pass for all of it.
+TEST_F(SendPump, RewindOfAProviderAfterThePumpFails) {
+    const auto provider = provide(std::string(1000, 'x'));
+    InterruptibleStreamCopier copier(Connection);
+    willPerform({sends(2000, 1), [] { return 1; }});
+    copier.sendRequest();
+    EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_FAIL);
     EXPECT_EQ(provider->Starts, 2) << "a rewind restarts it all the same";
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
+    EXPECT_EQ(Connection.Transfer.Fault, TransferFault::UploadBroken);
+    std::string given;
+    EXPECT_EQ(Curl.callRead(given, 100), std::size_t{CURL_READFUNC_ABORT});
 }
 
 TEST_F(SendPump, ContentInMemoryIsReplayedByARewindBehindThePump) {
@@ -230,7 +240,7 @@ TEST_F(SendPump, ProgressIsToldInEveryPassOnceTheHeadIsComplete) {
     const auto reporter = report();
     willPerform({sends(4, 1),
                  [&] {
-                     Connection.HeadersComplete = true;
+                     Connection.ReceivedHead.HeadersComplete = true;
                      return 1;
                  },
                  [] { return 1; }, sends(3, 1), sends(100, 0)});
@@ -250,7 +260,7 @@ TEST_F(SendPump, PlainUploadReportsNothingHere) {
 TEST_F(SendPump, ProgressIsLowerBehindARewind) {
     setPayload("0123456789");
     const auto reporter = report();
-    Connection.HeadersComplete = true;
+    Connection.ReceivedHead.HeadersComplete = true;
     willPerform({sends(8, 1),
                  [&] {
                      EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
@@ -265,7 +275,7 @@ TEST_F(SendPump, ReporterThatSaysStopStops) {
     setPayload("0123456789");
     const auto reporter = report();
     reporter->OnUpdate = [](int, std::uint64_t) { return vantik::Array(false); };
-    Connection.HeadersComplete = true;
+    Connection.ReceivedHead.HeadersComplete = true;
     willPerform({sends(4, 1)});
     try {
         send();
@@ -305,7 +315,7 @@ TEST_F(SendPump, FailureOfAFinishedTransferComesBeforeAnInterrupt) {
 TEST_F(SendPump, InterruptComesBeforeProgress) {
     setPayload("abc");
     const auto reporter = report();
-    Connection.HeadersComplete = true;
+    Connection.ReceivedHead.HeadersComplete = true;
     host().interrupt();
     willPerform({sends(100, 1)});
     EXPECT_THROW(send(), Zentorak::System::InterruptException);
@@ -341,7 +351,7 @@ TEST_F(SendPump, ProviderWithoutContentMethodFails) {
 
 TEST_F(SendPump, ObjectThatIsNoProviderFails) {
     const auto consumer = testsupport::makeScriptedConsumer(host());
-    Connection.Provider = handleOf(consumer);
+    Connection.Settings.Provider = sharedOf(consumer);
     EXPECT_EQ(internalErrorOf([&] { send(); }), "vantik.net.http.io.ContentProvider.startInternal not found");
     EXPECT_TRUE(consumer->Calls.empty());
 }
@@ -383,34 +393,34 @@ TEST_F(SendPump, ProviderThatCannotBeRestartedInARewindFailsThePump) {
 
 TEST_F(SendPump, TraceCountsThePassesAndClosesTheLine) {
     setPayload("abc");
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     willPerform({[] { return 1; }, [] { return 1; }, [] { return 0; }});
     const StandardOutputCapture output;
     send();
     EXPECT_EQ(output.text(), "PERFORM IN WRITER 3 times\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(SendPump, TraceLineIsClosedByWhatIsTracedInAPerform) {
     setPayload("abc");
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     willPerform({sends(2, 1), sends(2, 0)});
     const StandardOutputCapture output;
     send();
     EXPECT_EQ(output.text(),
               "PERFORM IN WRITER 1 times\nSENDING 2 BYTES\nPERFORM IN WRITER 1 times\nSENDING 1 BYTES\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(SendPump, TraceLineIsClosedOnAFailureToo) {
     setPayload("abc");
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     Curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 2);
     willPerform({[] { return 1; }});
     const StandardOutputCapture output;
     EXPECT_NE(internalErrorOf([&] { send(); }), "");
     EXPECT_EQ(output.text(), "PERFORM IN WRITER 2 times\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 } // namespace

@@ -34,40 +34,39 @@ TEST_F(CopierConstruction, StartsOnThePayload) {
     setPayload("request content");
     const InterruptibleStreamCopier copier(Connection);
     EXPECT_EQ(copier.Connection, &Connection);
-    EXPECT_EQ(copier.SendData, Connection.Payload.data());
+    EXPECT_EQ(copier.SendData, Connection.Settings.payload().data());
     EXPECT_EQ(copier.SendLength, 15U);
     EXPECT_EQ(copier.SendPosition, 0U);
     EXPECT_EQ(copier.TotalSent, 0U);
     EXPECT_TRUE(copier.ReceiveBuffer.empty());
     EXPECT_GE(copier.ReceiveBuffer.capacity(), 16384U);
-    EXPECT_EQ(copier.Provider, nullptr);
+    EXPECT_EQ(copier.Provider.get(), nullptr);
     EXPECT_EQ(copier.ProviderClass, vcos::internal::makeInterned("vantik.net.http.io.ContentProvider"));
     EXPECT_EQ(copier.ProviderArgs[0], nullptr);
     EXPECT_EQ(copier.ProviderArgs[1], nullptr);
 }
 
 TEST_F(CopierConstruction, TakesTheBufferOfACopierThatIsNoLongerDrained) {
-    Connection.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
-    Connection.Copier->ReceiveBuffer.assign(100000, 'x');
-    const char* const memory = Connection.Copier->ReceiveBuffer.data();
+    Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+    Connection.Transfer.Copier->ReceiveBuffer.assign(100000, 'x');
+    const char* const memory = Connection.Transfer.Copier->ReceiveBuffer.data();
     const InterruptibleStreamCopier next(Connection);
     EXPECT_TRUE(next.ReceiveBuffer.empty());
     EXPECT_EQ(next.ReceiveBuffer.data(), memory);
 }
 
-TEST_F(CopierConstruction, LeavesTheBytesOfACopierThatIsStillDrained) {
-    Connection.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
-    Connection.Copier->ReceiveBuffer = "not passed on yet";
-    const std::shared_ptr drained = Connection.Copier;
-    const InterruptibleStreamCopier next(Connection);
-    EXPECT_EQ(drained->ReceiveBuffer, "not passed on yet");
-    EXPECT_TRUE(next.ReceiveBuffer.empty());
+TEST_F(CopierConstruction, RefusedOptionLeavesTheBufferOfTheCopierBefore) {
+    Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+    Connection.Transfer.Copier->ReceiveBuffer = "not passed on yet";
+    Curl.failOption(CURLOPT_SEEKDATA, CURLE_OUT_OF_MEMORY); // the last one
+    EXPECT_NE(internalErrorOf([&] { const InterruptibleStreamCopier next(Connection); }), "");
+    EXPECT_EQ(Connection.Transfer.Copier->ReceiveBuffer, "not passed on yet");
 }
 
 TEST_F(CopierConstruction, TakesTheProviderWithoutCallingIt) {
     const auto provider = provide("abc");
     const InterruptibleStreamCopier copier(Connection);
-    EXPECT_EQ(copier.Provider, handleOf(provider));
+    EXPECT_EQ(copier.Provider.get(), handleOf(provider));
     EXPECT_EQ(copier.ProviderArgs[0], handleOf(provider));
     EXPECT_EQ(copier.ProviderArgs[1], nullptr);
     EXPECT_EQ(provider->Starts, 0);
@@ -95,12 +94,12 @@ TEST_P(CopierOption, RefusedOptionIsNamedAndEndsTheConstruction) {
 
 TEST_P(CopierOption, RefusedOptionLeavesThePreviousCopier) {
     const auto previous = std::make_shared<InterruptibleStreamCopier>(Connection);
-    Connection.Copier = previous;
-    Connection.Opened = true;
+    Connection.Transfer.Copier = previous;
+    Connection.Transfer.Opened = true;
     Curl.failOption(GetParam().Option, CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(internalErrorOf([&] { Connection.sendRequest(); }),
               std::string("\"") + GetParam().Name + "\" failed with CURLcode Out of memory");
-    EXPECT_EQ(Connection.Copier, previous);
+    EXPECT_EQ(Connection.Transfer.Copier, previous);
     EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 0U);
 }
 
@@ -114,43 +113,43 @@ INSTANTIATE_TEST_SUITE_P(Each, CopierOption,
                          [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(CopierConstruction, EachSendGetsACopierOfItsOwn) {
-    Connection.Opened = true;
+    Connection.Transfer.Opened = true;
     Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     willPerform({receives("left over", 0)});
     Connection.sendRequest();
-    const std::weak_ptr<InterruptibleStreamCopier> first = Connection.Copier;
+    const std::weak_ptr<InterruptibleStreamCopier> first = Connection.Transfer.Copier;
     EXPECT_EQ(first.lock()->ReceiveBuffer, "left over");
 
     Connection.closeConnection();
-    Connection.Opened = true;
+    Connection.Transfer.Opened = true;
     willPerform({[&] {
         EXPECT_TRUE(first.expired()) << "the copier of the request before is still there";
-        EXPECT_TRUE(Connection.Copier->ReceiveBuffer.empty());
-        EXPECT_EQ(Connection.Copier->TotalSent, 0U);
+        EXPECT_TRUE(Connection.Transfer.Copier->ReceiveBuffer.empty());
+        EXPECT_EQ(Connection.Transfer.Copier->TotalSent, 0U);
         return 0;
     }});
     Connection.sendRequest();
 }
 
 TEST_F(CopierConstruction, RequestWithoutContentNeverUploads) {
-    Connection.Opened = true;
-    Connection.ProviderBufferSize = 5;
+    Connection.Transfer.Opened = true;
+    Connection.Settings.ProviderBufferSize = 5;
     Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     willPerform({sends(100, 0)});
     Connection.sendRequest();
     EXPECT_EQ(Curl.lastOption(CURLOPT_UPLOAD), nullptr);
     EXPECT_EQ(Uploaded, "");
-    EXPECT_EQ(Connection.Copier->SendLength, 0U);
+    EXPECT_EQ(Connection.Transfer.Copier->SendLength, 0U);
 }
 
 TEST_F(CopierWrite, AppendsToTheBufferAndEndsTheWaitForTheHead) {
     InterruptibleStreamCopier copier(Connection);
-    Connection.PerformDone = false;
+    Connection.Transfer.PerformDone = false;
     EXPECT_EQ(Curl.callWrite("first "), 6U);
-    EXPECT_TRUE(Connection.PerformDone);
-    Connection.PerformDone = false;
+    EXPECT_TRUE(Connection.Transfer.PerformDone);
+    Connection.Transfer.PerformDone = false;
     EXPECT_EQ(Curl.callWrite(std::string("se\0cond", 7)), 7U);
-    EXPECT_TRUE(Connection.PerformDone) << "every call sets it";
+    EXPECT_TRUE(Connection.Transfer.PerformDone) << "every call sets it";
     EXPECT_EQ(copier.ReceiveBuffer, std::string("first se\0cond", 13));
 }
 
@@ -164,7 +163,7 @@ TEST_F(CopierWrite, LengthIsSizeTimesCount) {
 TEST_F(CopierWrite, NoBytesAreTakenToo) {
     InterruptibleStreamCopier copier(Connection);
     EXPECT_EQ(Curl.callWrite(""), 0U);
-    EXPECT_TRUE(Connection.PerformDone);
+    EXPECT_TRUE(Connection.Transfer.PerformDone);
     EXPECT_TRUE(copier.ReceiveBuffer.empty());
 }
 
@@ -186,28 +185,28 @@ TEST_F(CopierWrite, TraceIsSilentAtLevel0) {
 
 TEST_F(CopierWrite, TraceTellsTheLengthAtLevel1) {
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     const StandardOutputCapture output;
     Curl.callWrite("abc");
     EXPECT_EQ(output.text(), "RECEIVING 3 BYTES\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierWrite, TraceHasTheBytesOnALineOfTheirOwnAtLevel2) {
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Debug = 2;
+    Connection.Settings.Debug = 2;
     const StandardOutputCapture output;
     Curl.callWrite(std::string("a\0b\r\n", 5));
     EXPECT_EQ(output.text(), std::string("RECEIVING 5 BYTES\na\0b\r\n\n", 24));
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierWrite, BehindAFailureOfAnotherCallbackBytesAreOnlyCounted) {
     InterruptibleStreamCopier copier(Connection);
-    Connection.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
+    Connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
     EXPECT_EQ(Curl.callWrite("abc"), 3U);
     EXPECT_TRUE(copier.ReceiveBuffer.empty());
-    Connection.EscapedFailure = nullptr;
+    Connection.Transfer.EscapedFailure = nullptr;
 }
 
 TEST_F(CopierRead, HandsOutThePayloadInOrderAndThenTheEnd) {
@@ -252,17 +251,17 @@ TEST_F(CopierRead, WithoutContentGivesTheEnd) {
 
 TEST_F(CopierRead, BytesMoveTheDeadlineAndTheEndDoesNot) {
     setPayload("0123456789");
-    Connection.ResponseTimeout = 2000.0;
-    Connection.ResponseTimeoutMs = 2000;
+    Connection.Limits.ResponseTimeout = 2000.0;
+    Connection.Limits.ResponseTimeoutMs = 2000;
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Deadline = 5;
+    Connection.Limits.Deadline = 5;
     Curl.setClock(7'000'000'000);
     std::string given;
     Curl.callRead(given, 10);
-    EXPECT_EQ(Connection.Deadline, 9'000'000'000);
+    EXPECT_EQ(Connection.Limits.Deadline, 9'000'000'000);
     Curl.advanceClock(1'000'000'000);
     Curl.callRead(given, 10);
-    EXPECT_EQ(Connection.Deadline, 9'000'000'000);
+    EXPECT_EQ(Connection.Limits.Deadline, 9'000'000'000);
 }
 
 TEST_F(CopierRead, TraceIsSilentAtLevel0) {
@@ -277,48 +276,48 @@ TEST_F(CopierRead, TraceIsSilentAtLevel0) {
 TEST_F(CopierRead, TraceTellsTheLengthAtLevel1AndNothingOfTheEnd) {
     setPayload("abc");
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     const StandardOutputCapture output;
     std::string given;
     Curl.callRead(given, 2);
     Curl.callRead(given, 2);
     Curl.callRead(given, 2);
     EXPECT_EQ(output.text(), "SENDING 2 BYTES\nSENDING 1 BYTES\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierRead, TraceHasTheBytesOnTheSameLineAtLevel2) {
     setPayload(std::string("a\0b\r\n", 5));
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Debug = 2;
+    Connection.Settings.Debug = 2;
     const StandardOutputCapture output;
     std::string given;
     Curl.callRead(given, 10);
     EXPECT_EQ(output.text(), std::string("SENDING 5 BYTES: a\0b\r\n\n", 23));
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierRead, BehindAFailureOfAnotherCallbackTheUploadIsAborted) {
     setPayload("abc");
     const InterruptibleStreamCopier copier(Connection);
-    Connection.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
+    Connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
     std::string given;
     EXPECT_EQ(Curl.callRead(given, 10), std::size_t{CURL_READFUNC_ABORT});
     EXPECT_EQ(copier.SendPosition, 0U);
-    Connection.EscapedFailure = nullptr;
+    Connection.Transfer.EscapedFailure = nullptr;
 }
 
 // A level below 0 is not 0 and not 1.
 TEST_F(CopierRead, TraceOfANegativeLevelTellsOnlyWhatIsReceived) {
     setPayload("abc");
     const InterruptibleStreamCopier copier(Connection);
-    Connection.Debug = -1;
+    Connection.Settings.Debug = -1;
     const StandardOutputCapture output;
     std::string given;
     Curl.callRead(given, 10);
     Curl.callWrite("abcd");
     EXPECT_EQ(output.text(), "RECEIVING 4 BYTES\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierSeek, OffersContentInMemoryAgain) {
@@ -374,16 +373,17 @@ TEST_F(CopierSeek, TraceTellsTheOffset) {
     const StandardOutputCapture output;
     Curl.callSeek(3);
     EXPECT_EQ(output.text(), "");
-    Connection.Debug = 1;
+    Connection.Settings.Debug = 1;
     Curl.callSeek(0);
     Curl.callSeek(-5);
     EXPECT_EQ(output.text(), "RESETTING STREAM TO 0\nRESETTING STREAM TO -5\n");
-    Connection.Debug = 0;
+    Connection.Settings.Debug = 0;
 }
 
 TEST_F(CopierSeek, RestartsTheProvider) {
     const auto provider = provide("abc");
-    const InterruptibleStreamCopier copier(Connection);
+    InterruptibleStreamCopier copier(Connection);
+    copier.PumpWantsData = true;
     EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
     EXPECT_EQ(provider->Starts, 1);
     EXPECT_TRUE(provider->Wanted.empty()) << "only the pump asks for content";
@@ -396,12 +396,9 @@ TEST_F(CopierSeek, ProviderThatCannotBeRestartedFailsTheSeekAndIsReportedBehindT
         EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_FAIL);
         return 1;
     }});
-    EXPECT_EQ(internalErrorOf([&] {
-                  int running = 0;
-                  Connection.perform(running);
-              }),
+    EXPECT_EQ(internalErrorOf([&] { Connection.perform(""); }),
               "vantik.net.http.io.ContentProvider.startInternal not found");
-    EXPECT_EQ(Connection.EscapedFailure, nullptr);
+    EXPECT_EQ(Connection.Transfer.EscapedFailure, nullptr);
     EXPECT_EQ(copier.SendPosition, 0U);
 }
 
@@ -418,11 +415,7 @@ TEST_F(CopierSeek, WhatTheProviderRaisesIsKeptUntilLibcurlHasReturned) {
         ranToItsEnd = true;
         return 1;
     }});
-    EXPECT_THAT(hostFailureOf([&] {
-                    int running = 0;
-                    Connection.perform(running);
-                }),
-                testing::StartsWith("test:provider:Broken"));
+    EXPECT_THAT(hostFailureOf([&] { Connection.perform(""); }), testing::StartsWith("test:provider:Broken"));
     EXPECT_TRUE(ranToItsEnd);
     EXPECT_EQ(provider->Starts, 1) << "behind a failure nothing is called any more";
 }

@@ -29,7 +29,7 @@ protected:
     }
 
     static void updateOnce(const vantik::Array& reporter) {
-        ProgressReporterCall call(handleOf(reporter));
+        ProgressReporterCall call(sharedOf(reporter));
         call.update(1);
     }
 };
@@ -41,7 +41,7 @@ TEST_F(ProgressReporterCallTest, WithoutAReporterNothingHappens) {
 
 TEST_F(ProgressReporterCallTest, TrueMeansCarryOn) {
     const auto reporter = answering(true);
-    ProgressReporterCall call(handleOf(reporter));
+    ProgressReporterCall call(sharedOf(reporter));
     call.update(0);
     call.update(16384);
     call.update(100); // after a rewind
@@ -101,8 +101,8 @@ TEST_F(ProgressReporterCallTest, MissingMethodFails) {
 
 TEST_F(ProgressReporterCallTest, WhatIsNoObjectHasNoMethod) {
     EXPECT_EQ(internalErrorOf([&] { updateOnce(vantik::Array(1.0)); }), kNotFound);
-    const HostArray nothing(vxCreateEmptyUnknownArrayNotOnArrayList()); // its class has no name
-    EXPECT_EQ(internalErrorOf([&] { ProgressReporterCall(nothing.get()).update(1); }), kNotFound);
+    const SharedHostArray nothing = HostArray(vxCreateEmptyUnknownArrayNotOnArrayList()); // its class has no name
+    EXPECT_EQ(internalErrorOf([&] { ProgressReporterCall(nothing).update(1); }), kNotFound);
 }
 
 // The reporter is addressed by its own class and not by the base class.
@@ -140,7 +140,7 @@ TEST_F(ProgressReporterCallTest, CountIsAUInt64ScalarBesideTheReporter) {
                 })
         .defineIn(host());
     const vantik::Object reporter = host().create("test.keeping.Reporter");
-    ProgressReporterCall call(handleOf(reporter));
+    ProgressReporterCall call(sharedOf(reporter));
     call.update(10);
     ASSERT_EQ(seen.size(), 1U);
     EXPECT_EQ(seen[0].className(), "uint64");
@@ -192,7 +192,7 @@ TEST_F(ProgressReporterCallTest, CountThatAReporterHasKeptStaysWhatItWas) {
     vcos::COSPackage::addNamespace(new KeepingPackage);
     vcos::COSPackage::getNamespace(vcos::internal::makeInterned("keeping"))->addClass(new KeepingReporter(kept), 0, 2);
     const vantik::Object reporter = host().create("keeping.Reporter");
-    ProgressReporterCall call(handleOf(reporter));
+    ProgressReporterCall call(sharedOf(reporter));
     for (const std::uint64_t bytes : {10U, 20U, 30U}) {
         call.update(bytes);
     }
@@ -204,7 +204,7 @@ TEST_F(ProgressReporterCallTest, CountThatAReporterHasKeptStaysWhatItWas) {
 
 TEST_F(ProgressReporterCallTest, UpdatesLeaveNoArrayBehind) {
     const auto reporter = answering(true);
-    ProgressReporterCall call(handleOf(reporter));
+    ProgressReporterCall call(sharedOf(reporter));
     const std::size_t before = vantik::Host::liveArrays();
     for (std::uint64_t i = 0; i < 10; ++i) {
         call.update(i);

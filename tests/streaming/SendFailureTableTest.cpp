@@ -153,7 +153,7 @@ protected:
         case How::ReporterStops:
         case How::ReporterFails:
         case How::ReporterGivesNoAnswer:
-            Connection.HeadersComplete = true;
+            Connection.ReceivedHead.HeadersComplete = true;
             break;
         case How::RewindFails:
             willPerform({[this] {
@@ -168,7 +168,7 @@ protected:
     }
 };
 
-TEST_P(SendFailure, IsReportedAndLeavesNothingOnOffer) {
+TEST_P(SendFailure, IsReportedAndBreaksTheUpload) {
     const auto provider = failingProvider();
     const auto reporter =
         report(GetParam().What == How::ReporterFails ? testsupport::Missing{"update"} : testsupport::Missing{});
@@ -188,11 +188,12 @@ TEST_P(SendFailure, IsReportedAndLeavesNothingOnOffer) {
     EXPECT_EQ(copier.SendData, nullptr);
     EXPECT_EQ(copier.SendLength, 0U);
     EXPECT_FALSE(copier.PumpWantsData);
-    EXPECT_EQ(Connection.EscapedFailure, nullptr);
+    EXPECT_EQ(Connection.Transfer.EscapedFailure, nullptr);
     EXPECT_FALSE(host().interruptPending());
     EXPECT_EQ(vantik::Host::liveArrays(), arrays);
     std::string given;
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
+    EXPECT_EQ(Curl.callRead(given, 100), std::size_t{CURL_READFUNC_ABORT}) << "no server sees a good end";
+    EXPECT_NE(Connection.Transfer.Fault, TransferFault::None);
     for (const CurlFunction stops :
          {CurlFunction::MultiRemoveHandle, CurlFunction::MultiAddHandle, CurlFunction::EasyReset}) {
         EXPECT_EQ(Curl.count(stops), 0U);
@@ -211,10 +212,11 @@ TEST_P(SendFailure, DoesNotReachTheNextPump) {
         InterruptibleStreamCopier copier(Connection);
         EXPECT_NE(failureText([&] { copier.sendRequest(); }), "nothing");
     }
+    Connection.Transfer.begin(Connection.Handles->Generation);
     const auto provider = provide("all of the next one");
     const auto reporter = report();
-    Connection.HeadersComplete = true;
-    Connection.Deadline = HTTPConnection::NoDeadline;
+    Connection.ReceivedHead.HeadersComplete = true;
+    Connection.Limits.Deadline = SilenceLimits::NoDeadline;
     Uploaded.clear();
     willPerform({sends(100, 1)});
     InterruptibleStreamCopier copier(Connection);
@@ -224,16 +226,16 @@ TEST_P(SendFailure, DoesNotReachTheNextPump) {
     EXPECT_EQ(reporter->Counts, (std::vector<std::uint64_t>{19}));
 }
 
-// The same from memory, where no provider stands between: the bytes stay on offer.
-TEST_F(CopierFixture, FailureLeavesContentInMemoryOnOffer) {
+// The same from memory: what is left of it is not sent any more.
+TEST_F(CopierFixture, FailureBreaksTheUploadFromMemory) {
     setPayload("0123456789");
     InterruptibleStreamCopier copier(Connection);
     Curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 2);
     willPerform({sends(4, 1)});
     EXPECT_NE(failureText([&] { copier.sendRequest(); }), "nothing");
     std::string given;
-    EXPECT_EQ(Curl.callRead(given, 100), 6U);
-    EXPECT_EQ(given, "456789");
+    EXPECT_EQ(Curl.callRead(given, 100), std::size_t{CURL_READFUNC_ABORT});
+    EXPECT_NE(Connection.Transfer.Fault, TransferFault::None);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, SendFailure, testing::ValuesIn(rows()),

@@ -52,7 +52,7 @@ protected:
     CompletionRoad() {
         connection.setTimeouts({1234.0});
         reopen();
-        connection.ProxyHost = "proxy.example";
+        connection.Settings.ProxyHost = "proxy.example";
         curl.setClock(0);
     }
 
@@ -73,7 +73,7 @@ protected:
             try {
                 connection.sendRequest();
             } catch (...) {
-                webservices::translateTransferException(connection.URL);
+                webservices::translateTransferException(connection.Settings.URL);
             }
         });
     }
@@ -86,21 +86,21 @@ TEST_P(CompletionRoad, TellsTheHostAndLeavesTheConnectionGood) {
     endWith(row.Result, row.Text);
     EXPECT_EQ(told(), row.Told);
     const bool completed = std::string(row.Told) == "nothing";
-    EXPECT_EQ(connection.ResponseDone, completed);
-    EXPECT_EQ(connection.TransferFailed, row.TransferFailed);
-    EXPECT_TRUE(connection.Opened);
-    EXPECT_FALSE(connection.Sent);
-    EXPECT_EQ(connection.ResponseCode, 0);
+    EXPECT_EQ(connection.Transfer.ResponseDone, completed);
+    EXPECT_EQ(connection.Transfer.TransferFailed, row.TransferFailed);
+    EXPECT_TRUE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.SentHead.Sent);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
     // The head never left, so the fields are those that were to be sent.
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("X-A: b"));
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b"));
     EXPECT_EQ(warnings.size(), row.Result == CURLE_PARTIAL_FILE ? 1U : 0U);
 
     reopen();
     playExchange("HTTP/1.1 201 Created\r\nX-B: c\r\n\r\n");
     EXPECT_EQ(told(), "nothing");
     EXPECT_EQ(connection.getResponseCode(), 201);
-    EXPECT_EQ(connection.getResponseField("X-B"), "c");
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
+    EXPECT_EQ(connection.ReceivedHead.getResponseField("X-B"), "c");
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Results, CompletionRoad, ::testing::ValuesIn(RoadRows),

@@ -46,19 +46,19 @@ const StatusRow StatusRows[] = {
 class CompletionTable : public ConnectionFixture, public ::testing::WithParamInterface<StatusRow> {
 protected:
     CompletionTable() {
-        connection.URL = u"http://host.example/a";
-        connection.ProxyHost = "proxy.example";
-        connection.CertificateFilename = "/ca.pem";
-        connection.ContentEncoding = "gzip";
-        connection.ResponseBytesReceived = 3;
-        connection.ResponseContentLength = -1;
-        connection.RequestHeaderLines = {"Host: h"};
+        connection.Settings.URL = u"http://host.example/a";
+        connection.Settings.ProxyHost = "proxy.example";
+        connection.Settings.CertificateFilename = "/ca.pem";
+        connection.Metadata.ContentEncoding = "gzip";
+        connection.Metadata.ResponseBytesReceived = 3;
+        connection.Metadata.ResponseContentLength = -1;
+        connection.SentHead.RequestHeaderLines = {"Host: h"};
         connection.setTimeouts({1234.5});
         curl.setClock(Start + 2'000'000'000);
         curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Status);
         curl.giveInfo(CURLINFO_HTTP_CONNECTCODE, GetParam().ConnectStatus);
         if (GetParam().Head) {
-            connection.ResponseHeaderLines = {"HTTP/1.1 999 Not consulted"};
+            connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 999 Not consulted"};
         }
     }
 
@@ -69,7 +69,8 @@ protected:
 
     // The numbers with a meaning of their own, for a text that libcurl may have left.
     std::map<int, std::string> meanings(const std::string& text) const {
-        const std::string option = connection.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
+        const std::string option =
+            connection.Settings.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
         const std::string refused =
             "HTTPConnectionRefusedException[" + (text.empty() ? "Unknown exception" : text) + "]";
         const std::string shown = text.empty() ? "Unknown exception" : text;
@@ -118,12 +119,12 @@ protected:
         }
         // The message is gone, whatever it meant, and nothing that is known of the exchange has changed.
         EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
-        EXPECT_EQ(connection.ResponseCode, 0);
-        EXPECT_EQ(connection.ContentEncoding, "gzip");
-        EXPECT_EQ(connection.ResponseBytesReceived, 3);
-        EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: h"));
-        EXPECT_EQ(connection.ResponseHeaderLines.size(), row.Head ? 1U : 0U);
-        EXPECT_FALSE(connection.TransferFailed);
+        EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
+        EXPECT_EQ(connection.Metadata.ContentEncoding, "gzip");
+        EXPECT_EQ(connection.Metadata.ResponseBytesReceived, 3);
+        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: h"));
+        EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), row.Head ? 1U : 0U);
+        EXPECT_FALSE(connection.Transfer.TransferFailed);
     }
 
     HTTPConnection connection;
@@ -135,7 +136,7 @@ TEST_P(CompletionTable, EveryResultHasItsMeaning) {
         results.push_back(result);
     }
     for (const bool optionsMode : {true, false}) {
-        connection.HTTPOptionsMode = optionsMode;
+        connection.Settings.HTTPOptionsMode = optionsMode;
         for (const int result : results) {
             for (const char* text :
                  {"", "plain words", "Connection timed out", "Timed out", "bad encoding", "ENCODING"}) {

@@ -8,6 +8,9 @@
 
 #include "embedded/WarningSink.h"
 #include "http/MonotonicTime.h"
+#include "transfer/CurlCallbacks.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 
 #include <gmock/gmock.h>
@@ -78,10 +81,10 @@ protected:
     using Field = std::pair<std::string, std::string>;
 
     OpenConnectionFixture() {
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         open(connection);
     }
-    ~OpenConnectionFixture() override { connection.Debug = 0; } // its destruction is not to be traced
+    ~OpenConnectionFixture() override { connection.Settings.Debug = 0; } // its destruction is not to be traced
 
     // Sends with only the calls of this send on record; what goes wrong, or "nothing".
     std::string send() {

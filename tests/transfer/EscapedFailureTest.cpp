@@ -58,14 +58,14 @@ protected:
     void expectScopeUsable() {
         HTTPConnection connection;
         const ScriptedServer server(Script{step::expectHead(), step::send(response("fine"))});
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         open(connection, wide(server.url()));
         connection.setRequestMethod("GET");
         std::ostringstream content;
         connection.copyContentToStream(content, true);
-        EXPECT_EQ(connection.ResponseCode, 200);
+        EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
         EXPECT_EQ(content.str(), "fine");
-        EXPECT_EQ(connection.EffectiveMethod, "GET");
+        EXPECT_EQ(connection.SentHead.EffectiveMethod, "GET");
     }
 };
 
@@ -73,17 +73,17 @@ TEST_F(EscapedFailureTest, UnreadableStatusEndsTheSend) {
     {
         const ScriptedServer server(Script{step::expectHead(), step::send(response("x")), step::awaitPeerEnd()});
         HTTPConnection connection;
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         open(connection, wide(server.url()));
         connection.setRequestMethod("GET");
         curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
         EXPECT_EQ(failureText([&] { connection.sendRequest(); }),
                   internalError(std::string("\"CURLINFO_RESPONSE_CODE\" failed with CURLcode ") +
                                 curl_easy_strerror(CURLE_UNKNOWN_OPTION) + "getting response code after first header"));
-        EXPECT_TRUE(connection.Opened);
-        EXPECT_FALSE(connection.ResponseDone);
-        EXPECT_EQ(connection.EscapedFailure, nullptr);
-        EXPECT_TRUE(connection.TransferFailed);
+        EXPECT_TRUE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
+        EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+        EXPECT_TRUE(connection.Transfer.TransferFailed);
         connection.closeConnection();
     }
     expectScopeUsable();
@@ -94,13 +94,13 @@ TEST_F(EscapedFailureTest, HeadThatCannotBeParsedEndsTheSend) {
     {
         const ScriptedServer server(Script{step::expectHead(), step::awaitPeerEnd()});
         HTTPConnection connection;
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         open(connection, wide(server.url()));
         connection.setRequestMethod("GET");
         connection.addField("X-A", "b\r\n\r\nword");
         EXPECT_EQ(failureText([&] { connection.sendRequest(); }), internalError("No space found in request line"));
-        EXPECT_FALSE(connection.ResponseDone);
-        EXPECT_EQ(connection.EscapedFailure, nullptr);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
+        EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
     }
     expectScopeUsable();
 }
@@ -109,13 +109,13 @@ TEST_F(EscapedFailureTest, SameConnectionCanBeReopened) {
     const ScriptedServer server(
         {Script{step::expectHead(), step::awaitPeerEnd()}, Script{step::expectHead(), step::send(response("again"))}});
     HTTPConnection connection;
-    connection.HTTPOptionsMode = true;
+    connection.Settings.HTTPOptionsMode = true;
     open(connection, wide(server.url()));
     connection.setRequestMethod("GET");
     connection.addField("X-A", "b\r\n\r\nword");
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }), internalError("No space found in request line"));
     connection.closeConnection();
-    connection.InRequestHead = false;
+    connection.SentHead.InRequestHead = false;
     connection.openConnection();
     connection.setRequestMethod("GET");
     std::ostringstream content;
@@ -137,20 +137,20 @@ TEST_P(FailingTraceTest, ReachesTheCallerFromEachCallback) {
         const ScriptedServer server(Script{step::expectHead(), step::continueIfExpected(),
                                            step::send(response("content")), step::awaitPeerEnd()});
         HTTPConnection connection;
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         open(connection, wide(server.url()));
         connection.setRequestMethod(GetParam().Upload ? "PUT" : "GET");
         if (GetParam().Upload) {
-            connection.Payload.assign(100, 'x');
+            connection.Settings.setPayload(RequestSettings::Bytes(100, 'x'));
         }
-        connection.Debug = 1;
+        connection.Settings.Debug = 1;
         const FailingOutput output(GetParam().Trigger);
         std::ostringstream content;
         const std::string failure = failureText([&] { connection.copyContentToStream(content, true); });
         EXPECT_TRUE(output.failed());
         EXPECT_EQ(failure, "HTTPConnectionFailedException[output failed]");
-        EXPECT_EQ(connection.EscapedFailure, nullptr);
-        connection.Debug = 0;
+        EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+        connection.Settings.Debug = 0;
     }
     expectScopeUsable();
 }
@@ -168,26 +168,26 @@ class EscapedSeekTest : public ConnectionFixture {};
 TEST_F(EscapedSeekTest, FailingSeekIsKeptAndRefused) {
     HTTPConnection connection;
     InterruptibleStreamCopier copier(connection);
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     {
         const FailingOutput output("RESETTING");
         EXPECT_EQ(curl.callSeek(0), CURL_SEEKFUNC_FAIL);
     }
-    connection.Debug = 0;
-    EXPECT_EQ(failureText(connection.EscapedFailure), "std::runtime_error[output failed]");
+    connection.Settings.Debug = 0;
+    EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), "std::runtime_error[output failed]");
 }
 
 TEST_F(EscapedSeekTest, NothingRunsBehindAKeptFailure) {
     HTTPConnection connection;
-    connection.Payload = {1, 2, 3};
+    connection.Settings.setPayload({1, 2, 3});
     InterruptibleStreamCopier copier(connection);
-    connection.EscapedFailure = std::make_exception_ptr(std::runtime_error("kept"));
+    connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("kept"));
     std::string buffer;
     EXPECT_EQ(curl.callRead(buffer, 3), std::size_t{CURL_READFUNC_ABORT}); // 0 would mean that the content is complete
     EXPECT_EQ(copier.SendPosition, 0u);
     EXPECT_EQ(curl.callWrite("abc"), 3u);
     EXPECT_EQ(copier.ReceiveBuffer, "");
-    EXPECT_FALSE(connection.PerformDone);
+    EXPECT_FALSE(connection.Transfer.PerformDone);
     copier.SendPosition = 2;
     EXPECT_EQ(curl.callSeek(0), CURL_SEEKFUNC_FAIL);
     EXPECT_EQ(copier.SendPosition, 2u);
@@ -209,11 +209,11 @@ TEST_F(EscapedFailureTest, FailureDuringTheRemovalFailsTheOpen) {
     };
     curl.clear();
     EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
-    EXPECT_FALSE(connection.Opened);
+    EXPECT_FALSE(connection.Transfer.Opened);
     EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle")); // at once, before anything else is done
     curl.OnRemoveHandle = nullptr;
     connection.openConnection();
-    EXPECT_TRUE(connection.Opened);
+    EXPECT_TRUE(connection.Transfer.Opened);
 }
 
 TEST_F(EscapedFailureTest, FailureDuringTheResetFailsTheOpen) {
@@ -225,11 +225,11 @@ TEST_F(EscapedFailureTest, FailureDuringTheResetFailsTheOpen) {
     curl.OnReset = [&] { curl.callRequestHead("word\r\n"); };
     curl.clear();
     EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
-    EXPECT_FALSE(connection.Opened);
+    EXPECT_FALSE(connection.Transfer.Opened);
     EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle", "curl_easy_reset"));
     curl.OnReset = nullptr;
     connection.openConnection();
-    EXPECT_TRUE(connection.Opened);
+    EXPECT_TRUE(connection.Transfer.Opened);
 }
 
 TEST_F(EscapedFailureTest, FailureDuringTheAttachmentFailsTheOpen) {
@@ -244,11 +244,11 @@ TEST_F(EscapedFailureTest, FailureDuringTheAttachmentFailsTheOpen) {
     };
     curl.clear();
     EXPECT_EQ(failureText([&] { connection.openConnection(); }), internalError("No space found in request line"));
-    EXPECT_FALSE(connection.Opened);
+    EXPECT_FALSE(connection.Transfer.Opened);
     EXPECT_THAT(handleCalls(), ElementsAre("curl_multi_remove_handle", "curl_multi_add_handle"));
     curl.OnAddHandle = nullptr;
     connection.openConnection();
-    EXPECT_TRUE(connection.Opened);
+    EXPECT_TRUE(connection.Transfer.Opened);
 }
 
 // A callback that ran in a libcurl call of somebody else, such as the destruction of another object.
@@ -260,7 +260,7 @@ TEST_F(EscapedFailureTest, FailureThatNobodyWaitedForIsForgottenByTheOpen) {
     curl.callRequestHead("word\r\n");
     connection.closeConnection();
     connection.openConnection();
-    EXPECT_TRUE(connection.Opened);
+    EXPECT_TRUE(connection.Transfer.Opened);
 }
 
 TEST_F(EscapedFailureTest, FailureThatNobodyWaitedForIsForgottenByTheSend) {
@@ -273,7 +273,7 @@ TEST_F(EscapedFailureTest, FailureThatNobodyWaitedForIsForgottenByTheSend) {
     curl.callRequestHead("word\r\n");
     playExchange("HTTP/1.1 204 No Content\r\n\r\n");
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }), "nothing");
-    EXPECT_EQ(connection.ResponseCode, 204);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 204);
 }
 
 TEST_F(EscapedFailureTest, FailureDuringTheDestructionIsDropped) {

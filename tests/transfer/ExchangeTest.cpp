@@ -21,7 +21,7 @@ std::u16string wide(const std::string& ascii) {
 
 class ExchangeTest : public ConnectionFixture {
 protected:
-    ExchangeTest() { connection.HTTPOptionsMode = true; }
+    ExchangeTest() { connection.Settings.HTTPOptionsMode = true; }
 
     void begin(const std::string& url, const std::string& method = "GET") {
         connection.setURL(wide(url));
@@ -41,11 +41,11 @@ TEST_F(ExchangeTest, HeadIsCompleteBeforeTheContentIsRead) {
     const ScriptedServer server(Script{step::expectHead(), step::send(response("hello", {"X-A: b"}))});
     begin(server.url("/a?b#part"));
     connection.sendRequest();
-    EXPECT_EQ(connection.ResponseCode, 200);
-    EXPECT_EQ(connection.getResponseField("x-a"), "b");
-    EXPECT_EQ(connection.ResponseContentLength, 5);
-    EXPECT_EQ(connection.RequestURI, "/a?b");
-    EXPECT_EQ(connection.reasonPhrase(), "OK");
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
+    EXPECT_EQ(connection.ReceivedHead.getResponseField("x-a"), "b");
+    EXPECT_EQ(connection.Metadata.ResponseContentLength, 5);
+    EXPECT_EQ(connection.SentHead.RequestURI, "/a?b");
+    EXPECT_EQ(connection.ReceivedHead.reasonPhrase(), "OK");
     EXPECT_EQ(receive(), "hello");
     const std::string head = server.waitUntilDone().Heads.at(0);
     EXPECT_EQ(startLine(head), "GET /a?b HTTP/1.1");
@@ -73,10 +73,8 @@ TEST_F(ExchangeTest, WaitBeforeTheFirstPerformIsEmptyAndCostsNoPause) {
     begin(server.url(), "PUT");
     connection.addField("Content-Length", "4");
     connection.addField("Expect", "");
-    connection.Payload = {'b', 'o', 'd', 'y'};
-    int ready = -1;
-    EXPECT_EQ(connection.wait(1000, ready), CURLM_OK);
-    EXPECT_EQ(ready, 0);
+    connection.Settings.setPayload({'b', 'o', 'd', 'y'});
+    EXPECT_EQ(connection.wait(1000), 0);
     curl.clear();
     EXPECT_EQ(receive(), "taken");
     const std::vector<std::string> steps =
@@ -95,12 +93,12 @@ TEST_F(ExchangeTest, RunningTransferMayBeDestroyedWithTheTraceOn) {
     const StandardOutputCapture output;
     {
         HTTPConnection abandoned;
-        abandoned.HTTPOptionsMode = true;
-        abandoned.Debug = 1;
+        abandoned.Settings.HTTPOptionsMode = true;
+        abandoned.Settings.Debug = 1;
         abandoned.setURL(wide(server.url()));
         abandoned.openConnection();
         abandoned.sendRequest();
-        EXPECT_EQ(abandoned.ResponseCode, 200);
+        EXPECT_EQ(abandoned.ReceivedHead.ResponseCode, 200);
     }
     EXPECT_THAT(output.text(), ::testing::EndsWith("DESTROYING HTTPCONNECTION\n"));
     EXPECT_THAT(output.text(), ::testing::ContainsRegex("IN INFO [^\n]*[Cc]losing connection"));
@@ -113,7 +111,7 @@ TEST_F(ExchangeTest, RedirectIsReportedAndNotFollowed) {
         Script{step::expectHead(), step::send(response("", {"Location: ../x?y"}, "302 Found"))});
     begin(server.url("/a/b"));
     EXPECT_EQ(connection.getRedirectURL(), server.url("/x?y"));
-    EXPECT_EQ(connection.ResponseCode, 302);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 302);
     EXPECT_EQ(server.connectionCount(), 1u);
 }
 
@@ -122,9 +120,9 @@ TEST_F(ExchangeTest, ContinueIsDroppedFromTheHead) {
         Script{step::expectHead(), step::send("HTTP/1.1 100 Continue\r\n\r\n"), step::send(response("x", {"X-A: b"}))});
     begin(server.url());
     connection.sendRequest();
-    EXPECT_EQ(connection.ResponseCode, 200);
-    ASSERT_FALSE(connection.ResponseHeaderLines.empty());
-    EXPECT_EQ(connection.ResponseHeaderLines[0], "HTTP/1.1 200 OK");
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
+    ASSERT_FALSE(connection.ReceivedHead.ResponseHeaderLines.empty());
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines[0], "HTTP/1.1 200 OK");
 }
 
 TEST_F(ExchangeTest, RefusedConnectionIsToldInLibcurlsWords) {
@@ -133,7 +131,7 @@ TEST_F(ExchangeTest, RefusedConnectionIsToldInLibcurlsWords) {
     EXPECT_THAT(failureText([&] { connection.sendRequest(); }),
                 ::testing::MatchesRegex("HTTPConnectionRefusedException\\[.*[Rr]efused.*\\]|"
                                         "HTTPConnectionRefusedException\\[.*connect.*\\]"));
-    EXPECT_THAT(connection.RequestHeaderLines, IsEmpty()); // only a removed field was configured
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty()); // only a removed field was configured
 }
 
 TEST_F(ExchangeTest, ShortContentIsAWarning) {
@@ -151,7 +149,7 @@ TEST_F(ExchangeTest, ErrorStatusWithABrokenBodyIsAGoodResponse) {
         step::expectHead(), step::send("HTTP/1.1 404 Not Found\r\nContent-Length: 10\r\n\r\nhello"), step::close()});
     begin(server.url());
     EXPECT_EQ(receive(), "hello");
-    EXPECT_EQ(connection.ResponseCode, 404);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
     EXPECT_THAT(warnings, IsEmpty());
 }
 
@@ -176,7 +174,7 @@ TEST_F(ExchangeTest, CookiesAreKeptOnNewHandlesToo) {
     connection.Handles->EasyHandleAttached = true;
     HTTPConnection::closeAllConnections();
     HTTPConnection fresh;
-    fresh.HTTPOptionsMode = true;
+    fresh.Settings.HTTPOptionsMode = true;
     for (int i = 0; i < 2; ++i) {
         open(fresh, wide(server.url()));
         fresh.setRequestMethod("GET");
@@ -193,12 +191,12 @@ TEST_F(ExchangeTest, ProxyFieldIsForOneSendOnly) {
     const ScriptedServer proxy(Script{step::expectHead(),
                                       step::send(response("", {"WWW-Authenticate: Other"}, "401 No")),
                                       step::expectHead(), step::send(response("ok"))});
-    connection.ProxyHost = "127.0.0.1";
-    connection.ProxyPort = proxy.port();
+    connection.Settings.ProxyHost = "127.0.0.1";
+    connection.Settings.ProxyPort = proxy.port();
     begin("http://target.example/");
     connection.addField("Proxy-Connection", "X-Once");
     EXPECT_EQ(receive(), "");
-    EXPECT_EQ(connection.ResponseCode, 401);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 401);
     connection.closeConnection();
     begin("http://target.example/");
     EXPECT_EQ(receive(), "ok");
@@ -210,10 +208,10 @@ TEST_F(ExchangeTest, ProxyFieldIsForOneSendOnly) {
 TEST_F(ExchangeTest, PostDataGoesOutWithItsLength) {
     const ScriptedServer server(
         Script{step::expectHead(), step::continueIfExpected(), step::expectBody(6), step::send(response("ok"))});
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     begin(server.url(), "POST");
     connection.addField("Content-Type", "text/plain; charset=utf-8");
-    connection.PostData = u"\u00E4=\u20AC";
+    connection.Settings.PostData = u"\u00E4=\u20AC";
     EXPECT_EQ(receive(), "ok");
     const auto record = server.waitUntilDone();
     EXPECT_EQ(record.Bodies.at(0), "\xC3\xA4=\xE2\x82\xAC");
@@ -224,7 +222,7 @@ TEST_F(ExchangeTest, PostDataGoesOutWithItsLength) {
 
 TEST_F(ExchangeTest, OlderInterfaceFailsOnAStatus) {
     const ScriptedServer server(Script{step::expectHead(), step::send(response("x", {}, "404 Not Found"))});
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     begin(server.url());
     EXPECT_EQ(failureText([&] { receive(); }), "HTTPStatusError[Not Found, " + server.url() + ", 404]");
 }
@@ -237,12 +235,12 @@ TEST_F(ExchangeTest, TransferInFlightIsDroppedWithItsConnection) {
     const StandardOutputCapture output;
     {
         HTTPConnection dropped;
-        dropped.HTTPOptionsMode = true;
-        dropped.Debug = 2;
+        dropped.Settings.HTTPOptionsMode = true;
+        dropped.Settings.Debug = 2;
         open(dropped, wide(server.url()));
         dropped.setRequestMethod("GET");
         dropped.sendRequest();
-        EXPECT_EQ(dropped.ResponseCode, 200);
+        EXPECT_EQ(dropped.ReceivedHead.ResponseCode, 200);
     }
     EXPECT_THAT(output.text(), ::testing::EndsWith("DESTROYING HTTPCONNECTION\n"));
     EXPECT_TRUE(server.waitUntilDone().PeerEnded);
@@ -252,7 +250,7 @@ TEST_F(ExchangeTest, InterruptEndsASilentTransfer) {
     ScriptedServer server(Script{step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
     begin(server.url());
     curl.OnInterruptPoll = [&] {
-        if (connection.Sent) {
+        if (connection.SentHead.Sent) {
             server.waitFor("asked");
             host().interrupt();
         }

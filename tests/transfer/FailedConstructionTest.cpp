@@ -52,11 +52,11 @@ TEST_P(FailedConstructionTest, IsReportedAndForgotten) {
     EXPECT_FALSE(connection.Handles->EasyHandleAttached);
     EXPECT_NE(connection.Handles->EasyHandle, nullptr);
     EXPECT_NE(connection.Handles->MultiHandle, nullptr);
-    connection.HTTPOptionsMode = true;
+    connection.Settings.HTTPOptionsMode = true;
     open(connection);
     playExchange("HTTP/1.1 204 No Content\r\n\r\n");
     connection.sendRequest();
-    EXPECT_EQ(connection.ResponseCode, 204);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 204);
 }
 
 // The same while an earlier connection of the scope, closed by now, has left its handles: they stay the same ones.
@@ -76,7 +76,7 @@ TEST_P(FailedConstructionTest, LeavesTheHandlesOfTheScope) {
     EXPECT_EQ(earlier.Handles->EasyHandle, before.EasyHandle);
     EXPECT_EQ(earlier.Handles->MultiHandle, before.MultiHandle);
     open(earlier);
-    EXPECT_TRUE(earlier.Opened);
+    EXPECT_TRUE(earlier.Transfer.Opened);
 }
 
 Cause optionRefused(const char* name, CURLoption option, const char* what, CURLcode code, int nth) {

@@ -68,11 +68,12 @@ RC_GTEST_FIXTURE_PROP(ConnectionFixture, ResponseFieldIsTheFirstOfItsName, ()) {
                                      rc::gen::elementOf(names),
                                      rc::gen::element<std::string>("", ":", ": ", ":v", ":  w: x ", " :y"));
     HTTPConnection connection;
-    connection.ResponseHeaderLines = *rc::gen::container<Lines>(line);
+    connection.ReceivedHead.ResponseHeaderLines = *rc::gen::container<Lines>(line);
     const std::string wanted = *rc::gen::elementOf(names);
     std::string expected;
-    for (std::size_t i = connection.ResponseHeaderLines.size(); i-- > 1;) { // from behind: the first is written last
-        const std::string& text = connection.ResponseHeaderLines[i];
+    for (std::size_t i = connection.ReceivedHead.ResponseHeaderLines.size();
+         i-- > 1;) { // from behind: the first is written last
+        const std::string& text = connection.ReceivedHead.ResponseHeaderLines[i];
         const std::size_t colon = text.find(':');
         std::string name = text.substr(0, colon);
         std::string sought = wanted;
@@ -85,7 +86,7 @@ RC_GTEST_FIXTURE_PROP(ConnectionFixture, ResponseFieldIsTheFirstOfItsName, ()) {
             expected = colon == std::string::npos ? "" : withoutLeadingBlanks(text.substr(colon + 1));
         }
     }
-    RC_ASSERT(connection.getResponseField(wanted) == expected);
+    RC_ASSERT(connection.ReceivedHead.getResponseField(wanted) == expected);
 }
 
 } // namespace

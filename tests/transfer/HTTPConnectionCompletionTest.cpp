@@ -9,12 +9,12 @@ constexpr std::int64_t Start = 1'000'000'000;
 class HTTPConnectionCompletionTest : public ConnectionFixture {
 protected:
     HTTPConnectionCompletionTest() {
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
         connection.setURL(u"http://host.example/a#part");
-        connection.ProxyHost = "proxy.example";
-        connection.CertificateFilename = "/ca.pem";
-        connection.ContentEncoding = "gzip";
-        connection.RequestHeaderLines = {"Host: h"};
+        connection.Settings.ProxyHost = "proxy.example";
+        connection.Settings.CertificateFilename = "/ca.pem";
+        connection.Metadata.ContentEncoding = "gzip";
+        connection.SentHead.RequestHeaderLines = {"Host: h"};
         curl.setClock(Start);
     }
 
@@ -51,12 +51,12 @@ TEST_P(CompletionTest, IsJudgedByStatusThenResult) {
     const CompletionRow& row = GetParam();
     reportStatus(row.Status);
     if (row.Head) {
-        connection.ResponseHeaderLines = {"HTTP/1.1 " + std::to_string(row.Status)};
+        connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 " + std::to_string(row.Status)};
     }
     setErrorText(row.ErrorText);
     EXPECT_EQ(complete(row.Result), row.Failure);
     EXPECT_THAT(warnings, IsEmpty());
-    EXPECT_EQ(connection.ResponseCode, 0); // not changed here
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0); // not changed here
 }
 
 constexpr const char* NoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
@@ -145,8 +145,8 @@ TEST_F(HTTPConnectionCompletionTest, EveryResultOutsideTheTableTellsItsNumber) {
 
 TEST_F(HTTPConnectionCompletionTest, PartialContentIsAWarning) {
     reportStatus(200);
-    connection.ResponseBytesReceived = 5;
-    connection.ResponseContentLength = 10;
+    connection.Metadata.ResponseBytesReceived = 5;
+    connection.Metadata.ResponseContentLength = 10;
     setErrorText("transfer closed with 5 bytes remaining to read");
     EXPECT_EQ(complete(CURLE_PARTIAL_FILE), "nothing");
     EXPECT_THAT(warnings, ElementsAre("VANTIK:webservices:PartialFileWarning[N:5, N:10, N:transfer closed with 5 bytes "
@@ -154,7 +154,7 @@ TEST_F(HTTPConnectionCompletionTest, PartialContentIsAWarning) {
 }
 
 TEST_F(HTTPConnectionCompletionTest, TimeoutNamesTheOlderOption) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setTimeouts({1234.5});
     reportStatus(0);
     setErrorText("late");
@@ -171,10 +171,10 @@ TEST_F(HTTPConnectionCompletionTest, ConnectTimeoutTellsTheTimeSinceTheStart) {
 }
 
 TEST_F(HTTPConnectionCompletionTest, AnswerToConnectCountsWhereTheServerNeverAnswered) {
-    connection.ResponseHeaderLines = {"HTTP/1.1 407 Proxy Authentication Required"};
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 407 Proxy Authentication Required"};
     reportStatus(0, 407);
     EXPECT_EQ(complete(CURLE_RECV_ERROR), "nothing");
-    connection.ResponseHeaderLines.clear();
+    connection.ReceivedHead.ResponseHeaderLines.clear();
     EXPECT_EQ(complete(CURLE_OK), NoHead);
     reportStatus(0, 200);
     EXPECT_EQ(complete(CURLE_OK), "nothing");
@@ -186,11 +186,11 @@ TEST_F(HTTPConnectionCompletionTest, AnswerToConnectCountsWhereTheServerNeverAns
 TEST_F(HTTPConnectionCompletionTest, NothingIsJudgedWithoutAMessage) {
     curl.OnInfoRead = [](int&) -> CURLMsg* { return nullptr; };
     curl.clear();
-    connection.RequestHeaderLines.clear();
-    connection.RequestHeaders.append("X-A: b");
+    connection.SentHead.RequestHeaderLines.clear();
+    connection.Transfer.RequestHeaders.append("X-A: b");
     EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
-    EXPECT_THAT(connection.RequestHeaderLines, IsEmpty());
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty());
 }
 
 TEST_F(HTTPConnectionCompletionTest, OtherMessagesAreIgnored) {
@@ -218,25 +218,25 @@ TEST_F(HTTPConnectionCompletionTest, FailingInformationIsNamed) {
 
 TEST_F(HTTPConnectionCompletionTest, RequestLinesFallBackToWhatWasConfigured) {
     reportStatus(200);
-    connection.RequestHeaderLines.clear();
-    connection.RequestHeaders.append("Accept:");
-    connection.RequestHeaders.append("X-A: b");
-    connection.RequestHeaders.append("X-B: c:");
-    connection.ProxyHeaders.append("Proxy-Connection: close");
+    connection.SentHead.RequestHeaderLines.clear();
+    connection.Transfer.RequestHeaders.append("Accept:");
+    connection.Transfer.RequestHeaders.append("X-A: b");
+    connection.Transfer.RequestHeaders.append("X-B: c:");
+    connection.Transfer.ProxyHeaders.append("Proxy-Connection: close");
     EXPECT_EQ(complete(CURLE_OK), "nothing");
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("X-A: b", "Proxy-Connection: close"));
-    connection.RequestHeaders.append("X-C: d");
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b", "Proxy-Connection: close"));
+    connection.Transfer.RequestHeaders.append("X-C: d");
     EXPECT_EQ(complete(CURLE_OK), "nothing"); // what is known stays
-    EXPECT_EQ(connection.RequestHeaderLines.size(), 2u);
+    EXPECT_EQ(connection.SentHead.RequestHeaderLines.size(), 2u);
 }
 
 // Before any status is read, so that it holds even if that fails.
 TEST_F(HTTPConnectionCompletionTest, FallbackComesBeforeTheStatus) {
-    connection.RequestHeaderLines.clear();
-    connection.RequestHeaders.append("X-A: b");
+    connection.SentHead.RequestHeaderLines.clear();
+    connection.Transfer.RequestHeaders.append("X-A: b");
     curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
     EXPECT_NE(complete(CURLE_OK), "nothing");
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("X-A: b"));
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b"));
 }
 
 } // namespace

@@ -12,20 +12,18 @@ class HTTPConnectionHeadTest : public ConnectionFixture {
 protected:
     HTTPConnectionHeadTest() {
         curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); // so that the status line is parsed
-        connection.Deadline = HTTPConnection::NoDeadline;
+        connection.Limits.Deadline = SilenceLimits::NoDeadline;
     }
-    ~HTTPConnectionHeadTest() override { connection.Debug = 0; }
+    ~HTTPConnectionHeadTest() override { connection.Settings.Debug = 0; }
 
     // One line as libcurl passes it. The callback never asks libcurl to stop.
-    void take(std::string line) {
-        EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection), line.size());
-    }
+    void take(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), line.size()); }
     void takeAll(const std::vector<std::string>& lines) {
         for (const std::string& line : lines) {
             take(line);
         }
     }
-    std::string storedFailure() const { return failureText(connection.CallbackFailure); }
+    std::string storedFailure() const { return failureText(connection.Transfer.CallbackFailure); }
 
     HTTPConnection connection;
 };
@@ -34,29 +32,29 @@ const std::string NoLineEnd = internalError("CRLF not found at the end of the re
 
 TEST_F(HTTPConnectionHeadTest, FinalHeadIsKeptLineByLine) {
     takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "X-A: c\r\n"});
-    EXPECT_FALSE(connection.HeadersComplete);
-    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
     take("\r\n");
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b", "X-A: c"));
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b", "X-A: c"));
     EXPECT_EQ(storedFailure(), "nothing");
 }
 
 TEST_F(HTTPConnectionHeadTest, SizeAndCountAreMultiplied) {
     std::string line = "HTTP/1.1 200 OK\r\n_";
-    EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 17, 1, &connection), 17u);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    EXPECT_EQ(headerCallback(line.data(), 17, 1, &connection), 17u);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
 }
 
 TEST_F(HTTPConnectionHeadTest, InterimHeadIsDropped) {
     takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
-    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
     takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n"});
-    EXPECT_FALSE(connection.HeadersComplete);
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
     take("\r\n");
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
 }
 
 struct FinalRow {
@@ -68,10 +66,10 @@ struct FinalRow {
 class FinalHeadTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<FinalRow> {};
 
 TEST_P(FinalHeadTest, DependsOnStatusAndMethodSent) {
-    connection.EffectiveMethod = GetParam().Method;
+    connection.SentHead.EffectiveMethod = GetParam().Method;
     takeAll({GetParam().StatusLine + std::string("\r\n"), "\r\n"});
-    EXPECT_EQ(connection.HeadersComplete, GetParam().Final);
-    EXPECT_EQ(connection.ResponseHeaderLines.size(), GetParam().Final ? 1u : 0u);
+    EXPECT_EQ(connection.ReceivedHead.HeadersComplete, GetParam().Final);
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), GetParam().Final ? 1u : 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -87,39 +85,39 @@ INSTANTIATE_TEST_SUITE_P(
                       FinalRow{"", "HTTP/1.1 200 OK", true}, FinalRow{"GET", "garbage", true}));
 
 TEST_F(HTTPConnectionHeadTest, TunnelledHeadTakesThePlaceOfTheProxys) {
-    connection.EffectiveMethod = "CONNECT";
+    connection.SentHead.EffectiveMethod = "CONNECT";
     takeAll({"HTTP/1.1 200 Connection established\r\n", "Via: p\r\n", "\r\n"});
-    EXPECT_FALSE(connection.HeadersComplete);
-    connection.EffectiveMethod = "GET";
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    connection.SentHead.EffectiveMethod = "GET";
     takeAll({"HTTP/1.1 404 Not Found\r\n", "\r\n"});
-    EXPECT_EQ(connection.ResponseCode, 404);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 404 Not Found"));
-    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 404 Not Found"));
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
 }
 
 TEST_F(HTTPConnectionHeadTest, LinesStayUntilTheNextHeadBegins) {
     takeAll({"HTTP/1.1 302 Found\r\n", "Location: /x\r\n", "\r\n"});
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 302 Found", "Location: /x"));
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 302 Found", "Location: /x"));
     take("HTTP/1.1 200 OK\r\n");
-    EXPECT_FALSE(connection.HeadersComplete);
-    EXPECT_EQ(connection.ResponseCode, 200);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
 }
 
 TEST_F(HTTPConnectionHeadTest, BlankLineBehindACompleteHeadChangesNothing) {
     takeAll({"HTTP/1.1 200 OK\r\n", "\r\n", "\r\n"});
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
 }
 
 TEST_F(HTTPConnectionHeadTest, BlankLineWithoutAHeadIsDecidedByTheLastStatus) {
-    connection.ResponseCode = 100;
+    connection.ReceivedHead.ResponseCode = 100;
     take("\r\n");
-    EXPECT_FALSE(connection.HeadersComplete);
-    connection.ResponseCode = 200;
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    connection.ReceivedHead.ResponseCode = 200;
     take("\r\n");
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
 }
 
 // Kept on purpose: a trailer comes by the same callback and cannot be told from a head.
@@ -127,9 +125,9 @@ TEST_F(HTTPConnectionHeadTest, TrailerEmptiesTheHead) {
     takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
     curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     take("X-Checksum: 1\r\n");
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("X-Checksum: 1"));
-    EXPECT_FALSE(connection.HeadersComplete);
-    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("X-Checksum: 1"));
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
 }
 
 struct StatusRow {
@@ -141,11 +139,11 @@ struct StatusRow {
 class StatusLineTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<StatusRow> {};
 
 TEST_P(StatusLineTest, IsParsedOnlyWhereLibcurlHasNoStatus) {
-    connection.ResponseCode = 999;
+    connection.ReceivedHead.ResponseCode = 999;
     curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Reported);
     take(GetParam().Line + std::string("\r\n"));
-    EXPECT_EQ(connection.ResponseCode, GetParam().Code);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre(GetParam().Line));
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, GetParam().Code);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre(GetParam().Line));
     EXPECT_EQ(storedFailure(), "nothing");
 }
 
@@ -158,12 +156,12 @@ INSTANTIATE_TEST_SUITE_P(Lines, StatusLineTest,
                                            StatusRow{0, "a 2147483647", 2147483647}));
 
 TEST_F(HTTPConnectionHeadTest, StatusThatIsNoIntIsStoredAsAFailure) {
-    connection.ResponseCode = 200;
+    connection.ReceivedHead.ResponseCode = 200;
     take("HTTP/1.1 4294967496 OK\r\n");
     EXPECT_EQ(storedFailure(), internalError("Could not convert response code 4294967496"));
-    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
     // The line still counts as a line.
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 4294967496 OK"));
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 4294967496 OK"));
 }
 
 TEST_F(HTTPConnectionHeadTest, StatusBeyondALongIsCutByItsConversion) {
@@ -176,7 +174,7 @@ TEST_F(HTTPConnectionHeadTest, StatusIsReadOnceAHead) {
     curl.clear();
     takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b 301\r\n", "\r\n"});
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 1u);
-    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
 }
 
 class LineEndTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::string> {};
@@ -185,10 +183,10 @@ TEST_P(LineEndTest, IsChecked) {
     take("HTTP/1.1 200 OK\r\n");
     take(GetParam());
     EXPECT_EQ(storedFailure(), NoLineEnd);
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
     take("X-A: b\r\n"); // the transfer runs on
-    EXPECT_THAT(connection.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
-    EXPECT_EQ(connection.EscapedFailure, nullptr);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, LineEndTest,
@@ -196,9 +194,9 @@ INSTANTIATE_TEST_SUITE_P(Lines, LineEndTest,
 
 TEST_F(HTTPConnectionHeadTest, FirstLineWithoutEndStillGivesItsStatus) {
     take("HTTP/1.1 404 Not Found\n");
-    EXPECT_EQ(connection.ResponseCode, 404);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
     EXPECT_EQ(storedFailure(), NoLineEnd);
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
 }
 
 TEST_F(HTTPConnectionHeadTest, LastStoredFailureCounts) {
@@ -211,8 +209,9 @@ TEST_F(HTTPConnectionHeadTest, LastStoredFailureCounts) {
 
 // Nothing may unwind through libcurl, so this one waits for the return of the call that ran the callback.
 TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
-    connection.ResponseCode = 7;
-    connection.Deadline = 1;
+    connection.Transfer.begin(connection.Handles->Generation);
+    connection.ReceivedHead.ResponseCode = 7;
+    connection.Limits.Deadline = 1;
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
     const std::string failure =
@@ -221,19 +220,18 @@ TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
     curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
     curl.OnPerform = [&](int& running) {
         take("HTTP/1.1 200 OK\r\n");
-        EXPECT_EQ(failureText(connection.EscapedFailure), failure);
-        EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
-        EXPECT_EQ(connection.ResponseCode, 7);
-        EXPECT_EQ(connection.Deadline, 1); // not moved
-        take("X-A: b\r\n");                // nothing runs behind it
-        EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+        EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), failure);
+        EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
+        EXPECT_EQ(connection.ReceivedHead.ResponseCode, 7);
+        EXPECT_EQ(connection.Limits.Deadline, 1); // not moved
+        take("X-A: b\r\n");                       // nothing runs behind it
+        EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
         running = 1;
         return CURLM_INTERNAL_ERROR; // not looked at
     };
-    int running = 0;
-    EXPECT_EQ(failureText([&] { connection.perform(running); }), failure);
-    EXPECT_EQ(connection.EscapedFailure, nullptr);
-    EXPECT_EQ(connection.CallbackFailure, nullptr);
+    EXPECT_EQ(failureText([&] { connection.perform(""); }), failure);
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
 }
 
 // The handle that is asked is the current scope's, whatever the connection has borrowed.
@@ -243,76 +241,76 @@ TEST_F(HTTPConnectionHeadTest, StatusIsThatOfTheScopesHandle) {
     CurlSingleton* const borrowed = std::exchange(connection.Handles, &withoutHandles);
     take("HTTP/1.1 200 OK\r\n");
     connection.Handles = borrowed;
-    EXPECT_EQ(failureText(connection.EscapedFailure), "nothing");
-    EXPECT_EQ(connection.ResponseCode, 200);
+    EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), "nothing");
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
 }
 
 TEST_F(HTTPConnectionHeadTest, EveryLineCountsAsActivity) {
     connection.setTimeouts({5000.0, 1000.0, 3000.0});
     connection.applyTimeouts();
-    connection.Deadline = 0;
+    connection.Limits.Deadline = 0;
     std::int64_t now = 0;
     for (const std::string line : {"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "bad\n", ""}) {
         curl.setClock(now += 10 * Ms);
         take(line);
-        EXPECT_EQ(connection.Deadline, now + 1000 * Ms);
-        EXPECT_EQ(connection.TimeoutReason, 0);
+        EXPECT_EQ(connection.Limits.Deadline, now + 1000 * Ms);
+        EXPECT_EQ(connection.Limits.TimeoutReason, 0);
     }
     curl.setClock(now += 10 * Ms);
     take("\r\n");
-    EXPECT_EQ(connection.Deadline, now + 3000 * Ms); // from here on the data limit governs
-    EXPECT_EQ(connection.TimeoutReason, 1);
+    EXPECT_EQ(connection.Limits.Deadline, now + 3000 * Ms); // from here on the data limit governs
+    EXPECT_EQ(connection.Limits.TimeoutReason, 1);
 }
 
 TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
-    connection.Deadline = 0;
+    connection.Limits.Deadline = 0;
     takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_NE(connection.Deadline, HTTPConnection::NoDeadline);
+    EXPECT_NE(connection.Limits.Deadline, SilenceLimits::NoDeadline);
     takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
-    EXPECT_EQ(connection.Deadline, HTTPConnection::NoDeadline);
+    EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::NoDeadline);
 }
 
 TEST_F(HTTPConnectionHeadTest, TraceKeepsTheReturnAndDropsTheNewline) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     takeAll({"HTTP/1.1 200 OK\r\n", "X\n", "", "Y"});
     EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 200 OK\rIN  HDR: XIN  HDR: IN  HDR: ");
     take("\r\n");
     EXPECT_THAT(output.text(), ::testing::EndsWith("IN  HDR: ...DONE RECEIVING HEADERS...\n"));
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
 }
 
 TEST_F(HTTPConnectionHeadTest, TraceClosesAPendingRunFirst) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     tracePerform(1, "READER");
     take("X\r\n");
     EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\nIN  HDR: X\r");
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
 }
 
 TEST_F(HTTPConnectionHeadTest, InterimHeadWithFieldsIsReported) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
-    connection.EffectiveMethod = "GET";
+    connection.Settings.Debug = 1;
+    connection.SentHead.EffectiveMethod = "GET";
     takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
     EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\rIN  HDR: X-A: b\r"
                              "UNEXPECTED HEADERS FOR RESPONSE 100 TO GET\nHTTP/1.1 100 Continue\nX-A: b\n\n");
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
-    connection.Debug = 0;
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
+    connection.Settings.Debug = 0;
 }
 
 TEST_F(HTTPConnectionHeadTest, InterimHeadWithoutFieldsIsNotReported) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
     EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
     takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
     EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
 }
 
 } // namespace

@@ -21,8 +21,8 @@ class MethodTest : public HTTPConnectionRequestTest, public ::testing::WithParam
 TEST_P(MethodTest, BecomesOptions) {
     curl.clear();
     connection.setRequestMethod(GetParam().Method);
-    EXPECT_EQ(connection.RequestMethod, GetParam().Stored);
-    EXPECT_EQ(connection.EffectiveMethod, GetParam().Stored);
+    EXPECT_EQ(connection.Settings.RequestMethod, GetParam().Stored);
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, GetParam().Stored);
     EXPECT_EQ(curl.options(), GetParam().Options);
 }
 
@@ -50,19 +50,19 @@ TEST_F(HTTPConnectionRequestTest, RefusedMethodOptionsAreNamed) {
 
 TEST_F(HTTPConnectionRequestTest, SchemesBecomeBits) {
     connection.setAuthenticationSchemes({"basic", "digest", "ntlm", "negotiate"}, false);
-    EXPECT_EQ(connection.HostAuthSchemes, 15u);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 0u);
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, 15u);
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 0u);
     connection.setAuthenticationSchemes({"BASIC", "unknown", "Basic "}, false);
-    EXPECT_EQ(connection.HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
     connection.setAuthenticationSchemes({"Digest"}, true);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 2u);
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 2u);
     connection.setAuthenticationSchemes({"Negotiate"}, true);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 4u);
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 4u);
     connection.setAuthenticationSchemes({"NTLM"}, true);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 8u);
-    EXPECT_EQ(connection.HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 8u);
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
     connection.setAuthenticationSchemes({}, false);
-    EXPECT_EQ(connection.HostAuthSchemes, 0u);
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, 0u);
 }
 
 TEST_F(HTTPConnectionRequestTest, FieldsAreFoundByNameWhateverItsCase) {
@@ -74,9 +74,9 @@ TEST_F(HTTPConnectionRequestTest, FieldsAreFoundByNameWhateverItsCase) {
 }
 
 TEST_F(HTTPConnectionRequestTest, RemovalErasesAllOfThatNameAndSuppressesLibcurls) {
-    connection.RequestFields = {{"user-agent", "a"}, {"X-A", "b"}, {"User-Agent", "c"}};
+    connection.Settings.RequestFields = {{"user-agent", "a"}, {"X-A", "b"}, {"User-Agent", "c"}};
     connection.removeField("USER-AGENT");
-    EXPECT_THAT(connection.RequestFields, ElementsAre(Field("X-A", "b"), Field("USER-AGENT", "")));
+    EXPECT_THAT(connection.Settings.RequestFields, ElementsAre(Field("X-A", "b"), Field("USER-AGENT", "")));
 }
 
 struct FieldsRow {
@@ -141,10 +141,10 @@ class BadLengthTest : public HTTPConnectionRequestTest, public ::testing::WithPa
 TEST_P(BadLengthTest, IsRefusedWithItsValue) {
     const std::string value = GetParam();
     EXPECT_EQ(sendWith({{"Content-Length", value}}), internalError("Bad Content-Length value " + value));
-    EXPECT_FALSE(connection.ResponseDone);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
     EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
     connection.removeField("content-length");
-    connection.RequestFields.pop_back();
+    connection.Settings.RequestFields.pop_back();
     EXPECT_EQ(sendWith({}), "nothing"); // a later send rebuilds the lists, from fields that the first one has added to
     EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {Accept:|Accept:}");
 }
@@ -155,19 +155,19 @@ INSTANTIATE_TEST_SUITE_P(Values, BadLengthTest,
 
 TEST_F(HTTPConnectionRequestTest, LengthAtTheEdgesIsTaken) {
     EXPECT_EQ(sendWith({{"Content-Length", "9223372036854775807"}}), "nothing");
-    EXPECT_EQ(connection.ContentLengthToSend, std::numeric_limits<std::int64_t>::max());
-    EXPECT_TRUE(connection.HasContentLength);
+    EXPECT_EQ(connection.Transfer.ContentLengthToSend, std::numeric_limits<std::int64_t>::max());
+    EXPECT_TRUE(connection.Transfer.HasContentLength);
 }
 
 TEST_F(HTTPConnectionRequestTest, DecodingIsAskedForWithoutAdvertisingIt) {
-    connection.Decode = true;
+    connection.Settings.Decode = true;
     EXPECT_EQ(sendWith({}), "nothing");
     EXPECT_EQ(optionText(CURLOPT_ACCEPT_ENCODING), "CURLOPT_ACCEPT_ENCODING ");
     EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:}");
 }
 
 TEST_F(HTTPConnectionRequestTest, OwnAcceptEncodingIsSentAndDecodedAllTheSame) {
-    connection.Decode = true;
+    connection.Settings.Decode = true;
     EXPECT_EQ(sendWith({{"accept-encoding", "br"}}), "nothing");
     EXPECT_EQ(optionText(CURLOPT_ACCEPT_ENCODING), "CURLOPT_ACCEPT_ENCODING ");
     EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {accept-encoding: br|Accept:}");
@@ -176,18 +176,18 @@ TEST_F(HTTPConnectionRequestTest, OwnAcceptEncodingIsSentAndDecodedAllTheSame) {
 TEST_F(HTTPConnectionRequestTest, ListsLiveUntilTheNextSend) {
     EXPECT_EQ(sendWith({{"X-A", "b"}, {"Proxy-Connection", "close"}}), "nothing");
     const void* given = curl.lastOption(CURLOPT_HTTPHEADER)->Pointer;
-    EXPECT_EQ(connection.RequestHeaders.get(), given);
+    EXPECT_EQ(connection.Transfer.RequestHeaders.get(), given);
     reopen();
-    EXPECT_EQ(connection.RequestHeaders.get(), given);
+    EXPECT_EQ(connection.Transfer.RequestHeaders.get(), given);
     EXPECT_EQ(sendWith({}), "nothing");
-    EXPECT_FALSE(connection.ProxyHeaders);
+    EXPECT_FALSE(connection.Transfer.ProxyHeaders);
     EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {Accept:}");
 }
 
 // Behind a challenge the handle keeps its options: a list that is freed must not stay among them.
 TEST_F(HTTPConnectionRequestTest, FreedProxyListIsTakenBackFirst) {
     EXPECT_EQ(sendWith({{"Proxy-Connection", "close"}}), "nothing");
-    connection.ResponseCode = 401;
+    connection.ReceivedHead.ResponseCode = 401;
     reopen();
     EXPECT_EQ(sendWith({}), "nothing");
     EXPECT_EQ(optionText(CURLOPT_PROXYHEADER), "CURLOPT_PROXYHEADER (null)");
@@ -195,8 +195,8 @@ TEST_F(HTTPConnectionRequestTest, FreedProxyListIsTakenBackFirst) {
 }
 
 TEST_F(HTTPConnectionRequestTest, CookieListWouldBeSentBehindTheLists) {
-    connection.CookieList.append("a=1");
-    connection.CookieList.append("b=2");
+    connection.Settings.CookieList.append("a=1");
+    connection.Settings.CookieList.append("b=2");
     EXPECT_EQ(sendWith({}), "nothing");
     EXPECT_EQ(optionText(CURLOPT_COOKIE), "CURLOPT_COOKIE a=1; b=2; ");
     const auto options = curl.options();
@@ -213,13 +213,13 @@ struct RefusedRow {
 class RefusedListTest : public HTTPConnectionRequestTest, public ::testing::WithParamInterface<RefusedRow> {};
 
 TEST_P(RefusedListTest, OptionIsNamed) {
-    connection.Decode = true;
+    connection.Settings.Decode = true;
     curl.failOption(GetParam().Option, CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(
         sendWith({{"Cookie", "a=1"}, {"Proxy-Connection", "close"}}),
         internalError('"' + std::string(GetParam().Name) + "\" failed with CURLcode " + easyText(CURLE_OUT_OF_MEMORY)));
-    EXPECT_FALSE(connection.ResponseDone);
-    EXPECT_TRUE(connection.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
+    EXPECT_TRUE(connection.Transfer.Opened);
 }
 
 INSTANTIATE_TEST_SUITE_P(Options, RefusedListTest,

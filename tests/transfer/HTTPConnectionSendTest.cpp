@@ -19,23 +19,21 @@ TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
                             "CURLOPT_READFUNCTION", "CURLOPT_READDATA", "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
     EXPECT_EQ(curl.lastOption(CURLOPT_HEADERDATA)->Pointer, &connection);
     EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGDATA)->Pointer, &connection);
-    EXPECT_EQ(curl.lastOption(CURLOPT_HEADERFUNCTION)->Pointer,
-              reinterpret_cast<const void*>(&HTTPConnection::headerCallback));
-    EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGFUNCTION)->Pointer,
-              reinterpret_cast<const void*>(&HTTPConnection::debugCallback));
+    EXPECT_EQ(curl.lastOption(CURLOPT_HEADERFUNCTION)->Pointer, reinterpret_cast<const void*>(&headerCallback));
+    EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGFUNCTION)->Pointer, reinterpret_cast<const void*>(&debugCallback));
     EXPECT_EQ(curl.lastOption(CURLOPT_ERRORBUFFER)->Pointer, connection.Handles->ErrorBuffer);
-    EXPECT_EQ(curl.lastOption(CURLOPT_WRITEDATA)->Pointer, connection.Copier.get());
-    EXPECT_EQ(curl.lastOption(CURLOPT_SEEKDATA)->Pointer, connection.Copier.get());
+    EXPECT_EQ(curl.lastOption(CURLOPT_WRITEDATA)->Pointer, connection.Transfer.Copier.get());
+    EXPECT_EQ(curl.lastOption(CURLOPT_SEEKDATA)->Pointer, connection.Transfer.Copier.get());
 }
 
 TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setAuthenticationSchemes({"basic"}, false);
-    connection.Username = "bob";
+    connection.Settings.Username = "bob";
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
-    EXPECT_EQ(connection.HostAuthSchemes, 0xFFFFFFEFu);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 0xFFFFFFEFu);
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, 0xFFFFFFEFu);
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 0xFFFFFFEFu);
     const auto options = curl.options();
     const auto first = std::find(options.begin(), options.end(), "CURLOPT_HTTPAUTH 4294967279");
     ASSERT_GE(options.end() - first, 7);
@@ -46,19 +44,19 @@ TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
 }
 
 TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
-    connection.Username = "bob";
-    connection.Password = "secret";
-    connection.ProxyUsername = "pat";
-    connection.ProxyPassword = "hidden";
-    connection.HostAuthSchemes = CURLAUTH_BASIC;
+    connection.Settings.Username = "bob";
+    connection.Settings.Password = "secret";
+    connection.Settings.ProxyUsername = "pat";
+    connection.Settings.ProxyPassword = "hidden";
+    connection.Settings.HostAuthSchemes = CURLAUTH_BASIC;
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
     EXPECT_EQ(curl.lastOption(CURLOPT_HTTPAUTH)->Number, 1);
     EXPECT_EQ(curl.lastOption(CURLOPT_USERNAME)->Text, "bob");
     EXPECT_EQ(curl.lastOption(CURLOPT_PASSWORD)->Text, "secret");
     EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME), nullptr);
-    connection.HostAuthSchemes = 0;
-    connection.ProxyAuthSchemes = CURLAUTH_DIGEST;
+    connection.Settings.HostAuthSchemes = 0;
+    connection.Settings.ProxyAuthSchemes = CURLAUTH_DIGEST;
     reopen();
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
@@ -70,7 +68,7 @@ TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
 
 TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {
     connection.setRequestMethod("PUT");
-    connection.Payload = {1, 2, 3};
+    connection.Settings.setPayload({1, 2, 3});
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
     const auto options = curl.options();
@@ -82,11 +80,11 @@ TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {
 TEST_F(HTTPConnectionSendTest, EachRequestHasACopierOfItsOwn) {
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
-    const std::shared_ptr<InterruptibleStreamCopier> first = connection.Copier;
+    const std::shared_ptr<InterruptibleStreamCopier> first = connection.Transfer.Copier;
     reopen();
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
-    EXPECT_NE(connection.Copier, first);
+    EXPECT_NE(connection.Transfer.Copier, first);
     EXPECT_EQ(first.use_count(), 1);
 }
 
@@ -99,15 +97,15 @@ class RefusedSendOptionTest : public HTTPConnectionSendTest, public ::testing::W
 
 TEST_P(RefusedSendOptionTest, IsNamedAndFailsTheTransfer) {
     connection.setRequestMethod("PUT");
-    connection.Payload = {1};
-    connection.HostAuthSchemes = connection.ProxyAuthSchemes = CURLAUTH_BASIC;
+    connection.Settings.setPayload({1});
+    connection.Settings.HostAuthSchemes = connection.Settings.ProxyAuthSchemes = CURLAUTH_BASIC;
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     curl.failOption(GetParam().Option, CURLE_UNKNOWN_OPTION);
     EXPECT_EQ(send(), internalError('"' + std::string(GetParam().Name) + "\" failed with CURLcode " +
                                     curl_easy_strerror(CURLE_UNKNOWN_OPTION)));
-    EXPECT_TRUE(connection.TransferFailed);
-    EXPECT_TRUE(connection.Opened);
-    EXPECT_FALSE(connection.ResponseDone);
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
+    EXPECT_TRUE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
     EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
     EXPECT_EQ(send(), "nothing"); // the same connection sends afterwards
 }
@@ -131,15 +129,15 @@ INSTANTIATE_TEST_SUITE_P(Options, RefusedSendOptionTest,
                          [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(HTTPConnectionSendTest, FlagsAreClearedBetweenTheHeadAndTheTraceOptions) {
-    connection.HeadersComplete = connection.PerformDone = true;
+    connection.ReceivedHead.HeadersComplete = connection.Transfer.PerformDone = true;
     curl.failOption(CURLOPT_HEADERFUNCTION, CURLE_UNKNOWN_OPTION);
     EXPECT_NE(send(), "nothing");
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_TRUE(connection.PerformDone);
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_TRUE(connection.Transfer.PerformDone);
     curl.failOption(CURLOPT_VERBOSE, CURLE_UNKNOWN_OPTION);
     EXPECT_NE(send(), "nothing");
-    EXPECT_FALSE(connection.HeadersComplete);
-    EXPECT_FALSE(connection.PerformDone);
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_FALSE(connection.Transfer.PerformDone);
 }
 
 TEST_F(HTTPConnectionSendTest, TextOfAnEarlierFailureIsGone) {
@@ -150,11 +148,11 @@ TEST_F(HTTPConnectionSendTest, TextOfAnEarlierFailureIsGone) {
 
 TEST_F(HTTPConnectionSendTest, TraceTellsEachStage) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
-    connection.Username = "bob";
-    connection.Password = "secret";
-    connection.ProxyPassword = "hidden";
-    connection.HostAuthSchemes = 10;
+    connection.Settings.Debug = 1;
+    connection.Settings.Username = "bob";
+    connection.Settings.Password = "secret";
+    connection.Settings.ProxyPassword = "hidden";
+    connection.Settings.HostAuthSchemes = 10;
     playExchange("", CURLE_OK, "");
     curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     EXPECT_EQ(send(), "nothing");
@@ -172,19 +170,19 @@ TEST_F(HTTPConnectionSendTest, TraceTellsEachStage) {
 
 TEST_F(HTTPConnectionSendTest, FailedTransferIsNotTracedAsDone) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     playExchange("", CURLE_GOT_NOTHING, "");
     EXPECT_NE(send(), "nothing");
     EXPECT_THAT(output.text(), ::testing::EndsWith("Starting perform loop\nALL HEADERS RECEIVED\n"));
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
 }
 
 TEST_F(HTTPConnectionSendTest, TraceTellsOfContent) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
-    connection.HTTPOptionsMode = false;
+    connection.Settings.Debug = 1;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("PUT");
-    connection.PostData = u"x";
+    connection.Settings.PostData = u"x";
     playExchange("", CURLE_OK, "");
     curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
     EXPECT_EQ(send(), "nothing");

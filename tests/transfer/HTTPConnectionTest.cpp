@@ -22,53 +22,54 @@ TEST_F(HTTPConnectionTest, StartsWithItsDefaults) {
     const HTTPConnection connection;
     EXPECT_NE(connection.CurlInitializer, nullptr);
     EXPECT_EQ(connection.Handles, &getCurlSingleton());
-    EXPECT_TRUE(connection.ParsedURL.isEmpty());
-    EXPECT_TRUE(connection.URL.empty());
-    EXPECT_EQ(connection.EffectiveMethod, "");
-    EXPECT_EQ(connection.RequestMethod, "");
-    EXPECT_EQ(connection.ConnectTimeout, 5000.0);
-    EXPECT_EQ(connection.ResponseTimeout, HTTPConnection::Unlimited);
-    EXPECT_EQ(connection.DataTimeout, HTTPConnection::Unlimited);
-    EXPECT_EQ(connection.ExtraTimeout, HTTPConnection::Unlimited);
-    EXPECT_EQ(connection.ProxyPort, 80);
-    EXPECT_EQ(connection.ProxyHost, "");
-    EXPECT_EQ(connection.ResponseCode, 0);
-    EXPECT_EQ(connection.HostAuthSchemes, 0u);
-    EXPECT_EQ(connection.ProxyAuthSchemes, 0u);
-    EXPECT_EQ(connection.Deadline, 0);
-    EXPECT_EQ(connection.Debug, 0);
-    EXPECT_FALSE(connection.HTTPOptionsMode);
-    EXPECT_TRUE(connection.VerifyServerName);
-    EXPECT_FALSE(connection.Decode);
-    EXPECT_FALSE(connection.Opened);
-    EXPECT_FALSE(connection.ResponseDone);
-    EXPECT_FALSE(connection.Sent);
-    EXPECT_FALSE(connection.BodyFromPostData);
-    EXPECT_FALSE(connection.HasContentLength);
-    EXPECT_FALSE(connection.TransferFailed);
-    EXPECT_FALSE(connection.Chunked);
-    EXPECT_FALSE(connection.InRequestHead);
-    EXPECT_FALSE(connection.HeadersComplete);
-    EXPECT_FALSE(connection.PerformDone);
-    EXPECT_EQ(connection.PreviousResponseCode, 0);
-    EXPECT_EQ(connection.InitialURL + connection.CertificateFilename + connection.RedirectURL, "");
-    EXPECT_EQ(connection.ContentType + connection.ContentEncoding, "");
-    EXPECT_EQ(connection.RequestURI + connection.RequestHTTPVersion, "");
-    EXPECT_EQ(connection.Username + connection.Password, "");
-    EXPECT_EQ(connection.ProxyUsername + connection.ProxyPassword, "");
-    EXPECT_EQ(connection.PostData + connection.TimeoutOption, u"");
-    EXPECT_THAT(connection.Payload, IsEmpty());
-    EXPECT_THAT(connection.RequestFields, IsEmpty());
-    EXPECT_THAT(connection.ResponseHeaderLines, IsEmpty());
-    EXPECT_THAT(connection.RequestHeaderLines, IsEmpty());
-    EXPECT_EQ(connection.RequestHeaders.get(), nullptr);
-    EXPECT_EQ(connection.ProxyHeaders.get(), nullptr);
-    EXPECT_EQ(connection.CookieList.get(), nullptr);
-    EXPECT_EQ(connection.CallbackFailure, nullptr);
-    EXPECT_EQ(connection.Provider, nullptr);
-    EXPECT_EQ(connection.Consumer, nullptr);
-    EXPECT_EQ(connection.ProgressReporter, nullptr);
-    EXPECT_EQ(connection.Copier, nullptr);
+    EXPECT_TRUE(connection.Settings.ParsedURL.isEmpty());
+    EXPECT_TRUE(connection.Settings.URL.empty());
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "");
+    EXPECT_EQ(connection.Settings.RequestMethod, "");
+    EXPECT_EQ(connection.Limits.ConnectTimeout, 5000.0);
+    EXPECT_EQ(connection.Limits.ResponseTimeout, SilenceLimits::Unlimited);
+    EXPECT_EQ(connection.Limits.DataTimeout, SilenceLimits::Unlimited);
+    EXPECT_EQ(connection.Limits.ExtraTimeout, SilenceLimits::Unlimited);
+    EXPECT_EQ(connection.Settings.ProxyPort, 80);
+    EXPECT_EQ(connection.Settings.ProxyHost, "");
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
+    EXPECT_EQ(connection.Settings.HostAuthSchemes, 0u);
+    EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 0u);
+    EXPECT_EQ(connection.Limits.Deadline, 0);
+    EXPECT_EQ(connection.Settings.Debug, 0);
+    EXPECT_FALSE(connection.Settings.HTTPOptionsMode);
+    EXPECT_TRUE(connection.Settings.VerifyServerName);
+    EXPECT_FALSE(connection.Settings.Decode);
+    EXPECT_FALSE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
+    EXPECT_FALSE(connection.SentHead.Sent);
+    EXPECT_FALSE(connection.Transfer.BodyFromPostData);
+    EXPECT_FALSE(connection.Transfer.HasContentLength);
+    EXPECT_FALSE(connection.Transfer.TransferFailed);
+    EXPECT_FALSE(connection.Settings.Chunked);
+    EXPECT_FALSE(connection.SentHead.InRequestHead);
+    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_FALSE(connection.Transfer.PerformDone);
+    EXPECT_EQ(connection.Metadata.PreviousResponseCode, 0);
+    EXPECT_EQ(
+        connection.Settings.InitialURL + connection.Settings.CertificateFilename + connection.Metadata.RedirectURL, "");
+    EXPECT_EQ(connection.Metadata.ContentType + connection.Metadata.ContentEncoding, "");
+    EXPECT_EQ(connection.SentHead.RequestURI + connection.SentHead.RequestHTTPVersion, "");
+    EXPECT_EQ(connection.Settings.Username + connection.Settings.Password, "");
+    EXPECT_EQ(connection.Settings.ProxyUsername + connection.Settings.ProxyPassword, "");
+    EXPECT_EQ(connection.Settings.PostData + connection.Limits.TimeoutOption, u"");
+    EXPECT_THAT(connection.Settings.payload(), IsEmpty());
+    EXPECT_THAT(connection.Settings.RequestFields, IsEmpty());
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty());
+    EXPECT_EQ(connection.Transfer.RequestHeaders.get(), nullptr);
+    EXPECT_EQ(connection.Transfer.ProxyHeaders.get(), nullptr);
+    EXPECT_EQ(connection.Settings.CookieList.get(), nullptr);
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
+    EXPECT_EQ(connection.Settings.Provider, nullptr);
+    EXPECT_EQ(connection.Settings.Consumer, nullptr);
+    EXPECT_EQ(connection.Settings.ProgressReporter, nullptr);
+    EXPECT_EQ(connection.Transfer.Copier, nullptr);
 }
 
 TEST_F(HTTPConnectionTest, ConstructionStartsAndEmptiesTheCookieEngine) {
@@ -124,11 +125,11 @@ TEST_F(HTTPConnectionTest, SecondConnectionIsRefusedWhileOneIsOpen) {
     // The refused one has touched neither the handle nor the flag.
     EXPECT_THAT(handleCalls(), IsEmpty());
     EXPECT_TRUE(first.Handles->ConnectionOpen);
-    EXPECT_TRUE(first.Opened);
+    EXPECT_TRUE(first.Transfer.Opened);
     EXPECT_EQ(failureText([] { HTTPConnection(); }), "VANTIK:http:OnlyOneTransferAtATime[]");
     playExchange("HTTP/1.1 204 No Content\r\n\r\n");
     first.sendRequest();
-    EXPECT_EQ(first.ResponseCode, 204);
+    EXPECT_EQ(first.ReceivedHead.ResponseCode, 204);
 }
 
 TEST_F(HTTPConnectionTest, SecondConnectionIsBuiltOnceTheFirstIsClosed) {
@@ -138,34 +139,34 @@ TEST_F(HTTPConnectionTest, SecondConnectionIsBuiltOnceTheFirstIsClosed) {
     HTTPConnection second;
     EXPECT_EQ(second.Handles, first.Handles);
     open(second);
-    EXPECT_TRUE(second.Opened);
+    EXPECT_TRUE(second.Transfer.Opened);
 }
 
 TEST_F(HTTPConnectionTest, CloseOnlyClearsFlags) {
     HTTPConnection connection;
     open(connection);
-    connection.ResponseDone = connection.Sent = connection.HeadersComplete = true;
+    connection.Transfer.ResponseDone = connection.SentHead.Sent = connection.ReceivedHead.HeadersComplete = true;
     connection.addField("X-A", "b");
     curl.clear();
     for (int i = 0; i < 2; ++i) { // closing twice is harmless
         connection.closeConnection();
-        EXPECT_FALSE(connection.Opened);
-        EXPECT_FALSE(connection.ResponseDone);
-        EXPECT_FALSE(connection.Sent);
-        EXPECT_FALSE(connection.HeadersComplete);
+        EXPECT_FALSE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
+        EXPECT_FALSE(connection.SentHead.Sent);
+        EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
         EXPECT_FALSE(connection.Handles->ConnectionOpen);
     }
     EXPECT_THAT(curl.calls(), IsEmpty());
-    EXPECT_EQ(connection.RequestFields.size(), 1u);
+    EXPECT_EQ(connection.Settings.RequestFields.size(), 1u);
 }
 
 TEST_F(HTTPConnectionTest, DestructionDetachesBeforeItResets) {
     {
         HTTPConnection connection;
         open(connection);
-        connection.RequestHeaders.append("X-A: b");
-        connection.ProxyHeaders.append("Proxy-Connection: close");
-        connection.CookieList.append("a=1");
+        connection.Transfer.RequestHeaders.append("X-A: b");
+        connection.Transfer.ProxyHeaders.append("Proxy-Connection: close");
+        connection.Settings.CookieList.append("a=1");
         curl.clear();
     }
     EXPECT_THAT(curl.texts({CurlFunction::SlistFreeAll, CurlFunction::MultiRemoveHandle, CurlFunction::EasyReset}),
@@ -186,13 +187,20 @@ TEST_F(HTTPConnectionTest, DestructionIgnoresAFailedRemoval) {
     curl_multi_remove_handle(getCurlSingleton().MultiHandle, getCurlSingleton().EasyHandle);
 }
 
-// Kept on purpose: nothing remembers which connection set the flag.
-TEST_F(HTTPConnectionTest, DestructionClearsTheFlagEvenIfItNeverOpened) {
+// On the handles may be another connection's transfer.
+TEST_F(HTTPConnectionTest, DestructionTouchesNothingThatIsNotItsOwn) {
+    HTTPConnection owner;
     {
-        const HTTPConnection connection;
-        getCurlSingleton().ConnectionOpen = true;
+        const HTTPConnection other;
+        open(owner);
+        curl.clear();
     }
-    EXPECT_FALSE(getCurlSingleton().ConnectionOpen);
+    EXPECT_THAT(handleCalls(), IsEmpty());
+    EXPECT_TRUE(getCurlSingleton().ConnectionOpen);
+    EXPECT_EQ(getCurlSingleton().Owner, &owner);
+    playExchange("HTTP/1.1 204 No Content\r\n\r\n");
+    owner.sendRequest();
+    EXPECT_EQ(owner.ReceivedHead.ResponseCode, 204);
 }
 
 TEST_F(HTTPConnectionTest, DestructionIsTracedAtItsEnd) {
@@ -201,7 +209,7 @@ TEST_F(HTTPConnectionTest, DestructionIsTracedAtItsEnd) {
     EXPECT_EQ(output.text(), "");
     {
         HTTPConnection connection;
-        connection.Debug = 1;
+        connection.Settings.Debug = 1;
         curl.OnReset = [&] { EXPECT_EQ(output.text(), ""); };
     }
     EXPECT_EQ(output.text(), "DESTROYING HTTPCONNECTION\n");
@@ -213,8 +221,8 @@ TEST_F(HTTPConnectionTest, DestructionIsAllowedInEveryState) {
             {
                 HTTPConnection connection;
                 open(connection);
-                connection.ResponseDone = done;
-                connection.Sent = sent;
+                connection.Transfer.ResponseDone = done;
+                connection.SentHead.Sent = sent;
             }
             EXPECT_FALSE(getCurlSingleton().ConnectionOpen);
         }
@@ -264,7 +272,8 @@ TEST_F(HTTPConnectionTest, LibcurlIsLetGoLast) {
         }));
     {
         HTTPConnection connection;
-        connection.Debug = 1;
+        connection.setRequestMethod("GET"); // the handle is its own from here on
+        connection.Settings.Debug = 1;
         registration.Unregister();
         registration = nullptr;
         EXPECT_FALSE(released);

@@ -9,8 +9,8 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-constexpr double Unlimited = HTTPConnection::Unlimited;
-constexpr std::int64_t NoDeadline = HTTPConnection::NoDeadline;
+constexpr double Unlimited = SilenceLimits::Unlimited;
+constexpr std::int64_t NoDeadline = SilenceLimits::NoDeadline;
 constexpr std::int64_t Ms = 1'000'000;
 constexpr std::int64_t Start = 1'000 * Ms;
 
@@ -23,14 +23,14 @@ protected:
     HTTPConnectionTimeoutsTest() {
         curl.setClock(Start);
         curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25); // connected
-        connection.HTTPOptionsMode = true;
+        connection.Settings.HTTPOptionsMode = true;
     }
 
     // As after an open and at the start of a send.
     void begin(double response, double data) {
         connection.setTimeouts({5000.0, response, data});
         connection.applyTimeouts();
-        connection.Deadline = Start;
+        connection.Limits.Deadline = Start;
         connection.updateDeadline();
     }
     std::string check(std::int64_t start, bool libcurlTimedOut) {
@@ -84,15 +84,15 @@ INSTANTIATE_TEST_SUITE_P(Values, ConnectTimeoutTest,
                                            ConnectRow{-2147483649.0, 1000}));
 
 TEST_F(HTTPConnectionTimeoutsTest, FiniteLimitsAreStoredAsIntegers) {
-    connection.ResponseTimeoutMs = connection.DataTimeoutMs = 77;
+    connection.Limits.ResponseTimeoutMs = connection.Limits.DataTimeoutMs = 77;
     connection.setTimeouts({5000.0, 1500.9, Unlimited});
     connection.applyTimeouts();
-    EXPECT_EQ(connection.ResponseTimeoutMs, 1500);
-    EXPECT_EQ(connection.DataTimeoutMs, 77); // not written
+    EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 1500);
+    EXPECT_EQ(connection.Limits.DataTimeoutMs, 77); // not written
     connection.setTimeouts({5000.0, Unlimited, 0.0});
     connection.applyTimeouts();
-    EXPECT_EQ(connection.ResponseTimeoutMs, 1500);
-    EXPECT_EQ(connection.DataTimeoutMs, 0);
+    EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 1500);
+    EXPECT_EQ(connection.Limits.DataTimeoutMs, 0);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, OverflowingLimitsFailTheOpen) {
@@ -100,7 +100,7 @@ TEST_F(HTTPConnectionTimeoutsTest, OverflowingLimitsFailTheOpen) {
         connection.setTimeouts(timeouts);
         EXPECT_THAT(failureText([&] { open(connection); }),
                     ::testing::StartsWith("boost::numeric::positive_overflow["));
-        EXPECT_FALSE(connection.Opened);
+        EXPECT_FALSE(connection.Transfer.Opened);
         EXPECT_FALSE(connection.Handles->ConnectionOpen);
     }
     connection.setTimeouts({5000.0, -3e9});
@@ -123,20 +123,20 @@ class DeadlineTest : public HTTPConnectionTimeoutsTest, public ::testing::WithPa
 
 TEST_P(DeadlineTest, FollowsTheLimitThatGoverns) {
     const DeadlineRow& row = GetParam();
-    connection.HTTPOptionsMode = row.OptionsMode;
+    connection.Settings.HTTPOptionsMode = row.OptionsMode;
     connection.setTimeouts({5000.0, row.Response, row.Data});
     connection.applyTimeouts();
-    connection.HeadersComplete = row.HeadersComplete;
-    connection.Deadline = Start - 1;
-    connection.TimeoutReason = -1;
-    connection.TimeoutOption = u"before";
-    connection.ActiveTimeout = -1.0;
+    connection.ReceivedHead.HeadersComplete = row.HeadersComplete;
+    connection.Limits.Deadline = Start - 1;
+    connection.Limits.TimeoutReason = -1;
+    connection.Limits.TimeoutOption = u"before";
+    connection.Limits.ActiveTimeout = -1.0;
     curl.advanceClock(5 * Ms);
     connection.updateDeadline();
-    EXPECT_EQ(connection.Deadline, row.AheadMs < 0 ? Start - 1 : Start + 5 * Ms + row.AheadMs * Ms);
-    EXPECT_EQ(connection.TimeoutReason, row.Reason);
-    EXPECT_EQ(connection.TimeoutOption, row.Option);
-    EXPECT_EQ(connection.ActiveTimeout, row.Active);
+    EXPECT_EQ(connection.Limits.Deadline, row.AheadMs < 0 ? Start - 1 : Start + 5 * Ms + row.AheadMs * Ms);
+    EXPECT_EQ(connection.Limits.TimeoutReason, row.Reason);
+    EXPECT_EQ(connection.Limits.TimeoutOption, row.Option);
+    EXPECT_EQ(connection.Limits.ActiveTimeout, row.Active);
 }
 
 constexpr const char16_t* ResponseOption = u"HTTPOptions.ResponseTimeout";
@@ -163,31 +163,31 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(HTTPConnectionTimeoutsTest, LimitThatIsNoNumberLeavesTheResponseLimitInCharge) {
     const double none = std::numeric_limits<double>::quiet_NaN();
     begin(3000.0, none);
-    EXPECT_EQ(connection.Deadline, Start + 3000 * Ms);
-    EXPECT_EQ(connection.TimeoutOption, ResponseOption);
+    EXPECT_EQ(connection.Limits.Deadline, Start + 3000 * Ms);
+    EXPECT_EQ(connection.Limits.TimeoutOption, ResponseOption);
     begin(none, 2000.0);
-    EXPECT_EQ(connection.Deadline, Start - 2147483648 * Ms);
-    EXPECT_EQ(connection.TimeoutOption, ResponseOption);
-    connection.TimeoutOption = u"before";
+    EXPECT_EQ(connection.Limits.Deadline, Start - 2147483648 * Ms);
+    EXPECT_EQ(connection.Limits.TimeoutOption, ResponseOption);
+    connection.Limits.TimeoutOption = u"before";
     begin(Unlimited, none);
-    EXPECT_EQ(connection.Deadline, Start);
-    EXPECT_EQ(connection.TimeoutOption, u"before");
-    connection.HeadersComplete = true;
+    EXPECT_EQ(connection.Limits.Deadline, Start);
+    EXPECT_EQ(connection.Limits.TimeoutOption, u"before");
+    connection.ReceivedHead.HeadersComplete = true;
     begin(3000.0, none);
-    EXPECT_EQ(connection.Deadline, Start - 2147483648 * Ms);
-    EXPECT_EQ(connection.TimeoutOption, DataOption);
+    EXPECT_EQ(connection.Limits.Deadline, Start - 2147483648 * Ms);
+    EXPECT_EQ(connection.Limits.TimeoutOption, DataOption);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, NoDeadlineIsNeverMoved) {
     connection.setTimeouts({5000.0, 1000.0, 1000.0});
     connection.applyTimeouts();
-    connection.Deadline = NoDeadline;
+    connection.Limits.Deadline = NoDeadline;
     connection.updateDeadline();
-    EXPECT_EQ(connection.Deadline, NoDeadline);
+    EXPECT_EQ(connection.Limits.Deadline, NoDeadline);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, NothingIsLateWithoutADeadline) {
-    connection.Deadline = NoDeadline;
+    connection.Limits.Deadline = NoDeadline;
     curl.clear();
     curl.setClock(std::numeric_limits<std::int64_t>::max());
     EXPECT_EQ(check(Start, false), "nothing");
@@ -204,7 +204,7 @@ TEST_F(HTTPConnectionTimeoutsTest, LateIsStrictlyBehindTheDeadline) {
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, ContentTimeoutNamesTheDataLimit) {
-    connection.HeadersComplete = true;
+    connection.ReceivedHead.HeadersComplete = true;
     begin(Unlimited, 1000.0);
     curl.setClock(Start + 1500 * Ms);
     EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonStoppedSending()) +
@@ -241,44 +241,44 @@ TEST_F(HTTPConnectionTimeoutsTest, HeadThatHasGoneOutShowsAReusedConnection) {
     begin(1000.0, Unlimited);
     curl.setClock(Start + 5000 * Ms);
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
-    connection.Sent = true;
+    connection.SentHead.Sent = true;
     EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
                                        ", 1000, HTTPOptions.ResponseTimeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNeedsNoDeadlineAndNoConnection) {
-    connection.Deadline = NoDeadline;
+    connection.Limits.Deadline = NoDeadline;
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
     setErrorText("Connection timed out after 9000 ms");
     curl.setClock(Start + 9000 * Ms);
     EXPECT_EQ(check(Start, true),
               "HTTPTimeoutException[Connection timed out after 9000 ms, 9000, HTTPOptions.ConnectTimeout]");
-    EXPECT_EQ(connection.TimeoutOption, u"HTTPOptions.ConnectTimeout");
+    EXPECT_EQ(connection.Limits.TimeoutOption, u"HTTPOptions.ConnectTimeout");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNamesTheOlderOption) {
-    connection.HTTPOptionsMode = false;
-    connection.Deadline = NoDeadline;
+    connection.Settings.HTTPOptionsMode = false;
+    connection.Limits.Deadline = NoDeadline;
     setErrorText("timed out");
     curl.setClock(Start + 9000 * Ms);
     EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 9000, weboptions.Timeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LongConnectIsTheSystemsLimit) {
-    connection.Deadline = NoDeadline;
+    connection.Limits.Deadline = NoDeadline;
     setErrorText("timed out");
     curl.setClock(Start + 10000 * Ms + 999999); // 10000 whole milliseconds: still libcurl's
     EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 10000, HTTPOptions.ConnectTimeout]");
     curl.setClock(Start + 11000 * Ms);
     EXPECT_EQ(check(Start, true), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonSystemLimit()) +
                                       ", 11000, " + catalogueText(id::TimeoutSystemTCP()) + "]");
-    EXPECT_EQ(fl::i18n::to_string(connection.TimeoutOption), catalogueText(id::TimeoutSystemTCP()));
+    EXPECT_EQ(fl::i18n::to_string(connection.Limits.TimeoutOption), catalogueText(id::TimeoutSystemTCP()));
 }
 
 // The pumps know no start; what libcurl reports then counts as early, and the last limit is told.
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutWithoutAStartTellsTheLimit) {
-    connection.Deadline = NoDeadline;
-    connection.ActiveTimeout = 1234.0;
+    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.ActiveTimeout = 1234.0;
     setErrorText("timed out");
     EXPECT_EQ(check(NOT_A_TIME, true), "HTTPTimeoutException[timed out, 1234, HTTPOptions.ConnectTimeout]");
 }

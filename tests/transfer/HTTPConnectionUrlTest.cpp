@@ -10,8 +10,8 @@ protected:
     std::string refusal(const std::u16string& url) {
         return failureText([&] { connection.setURL(url); });
     }
-    std::string parsedUrl() const { return toNarrow(connection.ParsedURL.toAsciiString(false), ""); }
-    std::string url() const { return toNarrow(connection.URL, ""); }
+    std::string parsedUrl() const { return toNarrow(connection.Settings.ParsedURL.toAsciiString(false), ""); }
+    std::string url() const { return toNarrow(connection.Settings.URL, ""); }
 
     HTTPConnection connection;
 };
@@ -20,7 +20,7 @@ TEST_F(HTTPConnectionUrlTest, IsKeptInItsAsciiForm) {
     connection.setURL(u"http://127.0.0.1:8080/a?b=c");
     EXPECT_EQ(url(), "http://127.0.0.1:8080/a?b=c");
     EXPECT_EQ(parsedUrl(), "http://127.0.0.1:8080/a?b=c");
-    EXPECT_EQ(connection.InitialURL, "http://127.0.0.1:8080/a?b=c");
+    EXPECT_EQ(connection.Settings.InitialURL, "http://127.0.0.1:8080/a?b=c");
     connection.setURL(u"https://b\u00FCcher.example/\u00E4");
     EXPECT_EQ(url(), "https://xn--bcher-kva.example/%C3%A4");
 }
@@ -28,17 +28,17 @@ TEST_F(HTTPConnectionUrlTest, IsKeptInItsAsciiForm) {
 TEST_F(HTTPConnectionUrlTest, FragmentStaysInTheTextAndLeavesTheParsedUrl) {
     connection.setURL(u"http://127.0.0.1/a#part");
     EXPECT_EQ(url(), "http://127.0.0.1/a#part");
-    EXPECT_EQ(connection.InitialURL, "http://127.0.0.1/a#part");
+    EXPECT_EQ(connection.Settings.InitialURL, "http://127.0.0.1/a#part");
     EXPECT_EQ(parsedUrl(), "http://127.0.0.1/a");
-    EXPECT_FALSE(connection.ParsedURL.hasFragment());
+    EXPECT_FALSE(connection.Settings.ParsedURL.hasFragment());
 }
 
 TEST_F(HTTPConnectionUrlTest, EmptyTextEmptiesIt) {
     connection.setURL(u"http://127.0.0.1/");
     connection.setURL(u"");
-    EXPECT_TRUE(connection.ParsedURL.isEmpty());
+    EXPECT_TRUE(connection.Settings.ParsedURL.isEmpty());
     EXPECT_EQ(url(), "");
-    EXPECT_EQ(connection.InitialURL, "");
+    EXPECT_EQ(connection.Settings.InitialURL, "");
 }
 
 TEST_F(HTTPConnectionUrlTest, MissingSchemeIsRefusedWithTheUrlInQuotes) {
@@ -96,16 +96,16 @@ TEST_F(HTTPConnectionUrlTest, InitialUrlIsLeftAloneBehindARedirect) {
     connection.setRedirectURL("http://second.example/");
     connection.setURL(u"http://second.example/");
     EXPECT_EQ(url(), "http://second.example/");
-    EXPECT_EQ(connection.InitialURL, "http://first.example/");
+    EXPECT_EQ(connection.Settings.InitialURL, "http://first.example/");
 }
 
 TEST_F(HTTPConnectionUrlTest, TargetIsWhatWasSentOrWouldBe) {
     EXPECT_EQ(connection.requestTarget(), "");
     connection.setURL(u"http://h/a%20b?c=d#part");
     EXPECT_EQ(connection.requestTarget(), "/a%20b?c=d");
-    connection.ProxyHost = "proxy.example"; // a proxy is asked for the whole of it
+    connection.Settings.ProxyHost = "proxy.example"; // a proxy is asked for the whole of it
     EXPECT_EQ(connection.requestTarget(), "http://h/a%20b?c=d#part");
-    connection.RequestURI = "h:443";
+    connection.SentHead.RequestURI = "h:443";
     EXPECT_EQ(connection.requestTarget(), "h:443");
 }
 
@@ -119,9 +119,9 @@ class RedirectTest : public HTTPConnectionUrlTest, public ::testing::WithParamIn
 
 TEST_P(RedirectTest, IsResolvedAgainstTheUrl) {
     connection.setURL(GetParam().Base);
-    connection.RedirectURL = "http://earlier.example/";
+    connection.Metadata.RedirectURL = "http://earlier.example/";
     connection.setRedirectURL(GetParam().Location);
-    EXPECT_EQ(connection.RedirectURL, GetParam().Redirect);
+    EXPECT_EQ(connection.Metadata.RedirectURL, GetParam().Redirect);
 }
 
 INSTANTIATE_TEST_SUITE_P(Locations, RedirectTest,

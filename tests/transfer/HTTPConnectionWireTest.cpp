@@ -10,15 +10,15 @@ constexpr std::int64_t Ms = 1'000'000;
 
 class HTTPConnectionWireTest : public ConnectionFixture {
 protected:
-    HTTPConnectionWireTest() { connection.Deadline = HTTPConnection::NoDeadline; }
-    ~HTTPConnectionWireTest() override { connection.Debug = 0; }
+    HTTPConnectionWireTest() { connection.Limits.Deadline = SilenceLimits::NoDeadline; }
+    ~HTTPConnectionWireTest() override { connection.Settings.Debug = 0; }
 
     // Gives the bytes as they stand in libcurl's buffer afterwards. Passed in a block of exactly their size, so that a
     // sanitizer sees every read beyond it.
     std::string pass(curl_infotype type, const std::string& bytes) {
         std::vector<char> block(bytes.begin(), bytes.end());
         block.shrink_to_fit();
-        EXPECT_EQ(HTTPConnection::debugCallback(nullptr, type, block.data(), block.size(), &connection), 0);
+        EXPECT_EQ(debugCallback(nullptr, type, block.data(), block.size(), &connection), 0);
         return {block.begin(), block.end()};
     }
     std::string passHead(const std::string& head) { return pass(CURLINFO_HEADER_OUT, head); }
@@ -30,10 +30,10 @@ protected:
     // What is traced of one block at a level, with "T" for the time stamp.
     std::string trace(std::int32_t debug, curl_infotype type, const std::string& bytes) {
         const StandardOutputCapture output;
-        connection.Debug = debug;
+        connection.Settings.Debug = debug;
         pass(type, bytes);
-        connection.Debug = 0;
-        connection.EscapedFailure = nullptr;
+        connection.Settings.Debug = 0;
+        connection.Transfer.EscapedFailure = nullptr;
         return std::regex_replace(output.text(), std::regex("\\([0-9]{3}\\.[0-9]{3}\\)"), "(T)");
     }
 
@@ -43,59 +43,59 @@ protected:
 TEST_F(HTTPConnectionWireTest, HeadIsReadAtEveryLevel) {
     for (const std::int32_t debug : {0, 1, 2, -1}) {
         const StandardOutputCapture output;
-        connection.Debug = debug;
-        connection.Sent = false;
-        connection.RequestHeaderLines = {"old"};
+        connection.Settings.Debug = debug;
+        connection.SentHead.Sent = false;
+        connection.SentHead.RequestHeaderLines = {"old"};
         passHead("PUT /a?b=c HTTP/1.1\r\nHost: h\r\nX-A:  b \r\n\r\n");
-        EXPECT_EQ(connection.EffectiveMethod, "PUT");
-        EXPECT_EQ(connection.RequestURI, "/a?b=c");
-        EXPECT_EQ(connection.RequestHTTPVersion, "HTTP/1.1");
-        EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: h", "X-A:  b"));
-        EXPECT_TRUE(connection.Sent);
-        EXPECT_FALSE(connection.InRequestHead);
+        EXPECT_EQ(connection.SentHead.EffectiveMethod, "PUT");
+        EXPECT_EQ(connection.SentHead.RequestURI, "/a?b=c");
+        EXPECT_EQ(connection.SentHead.RequestHTTPVersion, "HTTP/1.1");
+        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: h", "X-A:  b"));
+        EXPECT_TRUE(connection.SentHead.Sent);
+        EXPECT_FALSE(connection.SentHead.InRequestHead);
         EXPECT_EQ(output.text().empty(), debug == 0);
-        EXPECT_EQ(connection.EscapedFailure, nullptr);
-        connection.Debug = 0;
+        EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+        connection.Settings.Debug = 0;
     }
 }
 
 TEST_F(HTTPConnectionWireTest, HeadMayComeInParts) {
     passHead("GET / HTTP/1.1\r\nHost: h\r\n");
-    EXPECT_TRUE(connection.InRequestHead);
-    EXPECT_FALSE(connection.Sent);
+    EXPECT_TRUE(connection.SentHead.InRequestHead);
+    EXPECT_FALSE(connection.SentHead.Sent);
     passHead("X-A: b\r\n");
     passHead("");
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: h", "X-A: b"));
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: h", "X-A: b"));
     passHead("\r\n");
-    EXPECT_FALSE(connection.InRequestHead);
-    EXPECT_TRUE(connection.Sent);
-    EXPECT_EQ(connection.RequestURI, "/");
+    EXPECT_FALSE(connection.SentHead.InRequestHead);
+    EXPECT_TRUE(connection.SentHead.Sent);
+    EXPECT_EQ(connection.SentHead.RequestURI, "/");
 }
 
 TEST_F(HTTPConnectionWireTest, LastHeadRemains) {
     passHead("CONNECT h:443 HTTP/1.1\r\nHost: h:443\r\n\r\n");
-    EXPECT_EQ(connection.EffectiveMethod, "CONNECT");
-    EXPECT_EQ(connection.RequestURI, "h:443");
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "CONNECT");
+    EXPECT_EQ(connection.SentHead.RequestURI, "h:443");
     passHead("GET /x HTTP/1.0\r\nHost: h\r\n\r\nHEAD /y HTTP/2\r\n\r\n"); // two heads in one block
-    EXPECT_EQ(connection.EffectiveMethod, "HEAD");
-    EXPECT_EQ(connection.RequestURI, "/y");
-    EXPECT_EQ(connection.RequestHTTPVersion, "HTTP/2");
-    EXPECT_THAT(connection.RequestHeaderLines, IsEmpty());
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "HEAD");
+    EXPECT_EQ(connection.SentHead.RequestURI, "/y");
+    EXPECT_EQ(connection.SentHead.RequestHTTPVersion, "HTTP/2");
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty());
 }
 
 TEST_F(HTTPConnectionWireTest, RequestLineIsCutAtItsFirstTwoBlanks) {
     passHead("  GET  HTTP/1.1 more \r\n");
-    EXPECT_EQ(connection.EffectiveMethod, "GET");
-    EXPECT_EQ(connection.RequestURI, "");
-    EXPECT_EQ(connection.RequestHTTPVersion, "HTTP/1.1 more");
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "GET");
+    EXPECT_EQ(connection.SentHead.RequestURI, "");
+    EXPECT_EQ(connection.SentHead.RequestHTTPVersion, "HTTP/1.1 more");
 }
 
 TEST_F(HTTPConnectionWireTest, LineEndIsNeededInEachBlock) {
     EXPECT_EQ(headFailure("GET / HTTP/1.1"), internalError("CRLF not found in headers:\nGET / HTTP/1.1"));
-    EXPECT_FALSE(connection.InRequestHead);
+    EXPECT_FALSE(connection.SentHead.InRequestHead);
     EXPECT_EQ(headFailure("GET / HTTP/1.1\r\nHost: h\r"), internalError("CRLF not found in headers:\nHost: h\r"));
-    EXPECT_TRUE(connection.InRequestHead);
-    EXPECT_EQ(connection.RequestURI, "/"); // what was read keeps its value
+    EXPECT_TRUE(connection.SentHead.InRequestHead);
+    EXPECT_EQ(connection.SentHead.RequestURI, "/"); // what was read keeps its value
     EXPECT_EQ(headFailure("X: y\n\r"), internalError("CRLF not found in headers:\nX: y\n\r"));
 }
 
@@ -109,23 +109,23 @@ TEST_F(HTTPConnectionWireTest, EmptyLineIsNoRequestLine) {
     const std::string failure = internalError("Empty CRLF encountered when request line expected");
     EXPECT_EQ(headFailure("\r\n"), failure);
     EXPECT_EQ(headFailure(" \t\r\nGET / HTTP/1.1\r\n\r\n"), failure);
-    EXPECT_FALSE(connection.InRequestHead);
-    EXPECT_FALSE(connection.Sent);
+    EXPECT_FALSE(connection.SentHead.InRequestHead);
+    EXPECT_FALSE(connection.SentHead.Sent);
 }
 
 TEST_F(HTTPConnectionWireTest, RequestLineNeedsTwoBlanks) {
-    connection.EffectiveMethod = "before";
-    connection.RequestHeaderLines = {"before"};
+    connection.SentHead.EffectiveMethod = "before";
+    connection.SentHead.RequestHeaderLines = {"before"};
     EXPECT_EQ(headFailure("GET\r\n\r\n"), internalError("No space found in request line"));
-    EXPECT_TRUE(connection.InRequestHead);
-    EXPECT_EQ(connection.EffectiveMethod, "before");
-    connection.InRequestHead = false;
+    EXPECT_TRUE(connection.SentHead.InRequestHead);
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "before");
+    connection.SentHead.InRequestHead = false;
     EXPECT_EQ(headFailure("PUT /\r\n\r\n"), internalError("Second space not found in request line"));
-    EXPECT_TRUE(connection.InRequestHead);
-    EXPECT_EQ(connection.EffectiveMethod, "PUT");
-    EXPECT_EQ(connection.RequestURI, "");
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("before"));
-    EXPECT_FALSE(connection.Sent); // the parse has stopped
+    EXPECT_TRUE(connection.SentHead.InRequestHead);
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "PUT");
+    EXPECT_EQ(connection.SentHead.RequestURI, "");
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("before"));
+    EXPECT_FALSE(connection.SentHead.Sent); // the parse has stopped
 }
 
 struct Md5Row {
@@ -139,7 +139,7 @@ TEST_P(Md5Test, QuotesAreTakenOutOfLibcurlsBufferToo) {
     const std::string before = "GET / HTTP/1.1\r\nHost: h\r\n";
     const std::string after = "\r\nX-A: \"MD5\"\r\n\r\n";
     EXPECT_EQ(passHead(before + GetParam().Line + after), before + GetParam().Stored + after);
-    EXPECT_THAT(connection.RequestHeaderLines, ElementsAre("Host: h", GetParam().Stored, "X-A: \"MD5\""));
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: h", GetParam().Stored, "X-A: \"MD5\""));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -246,9 +246,9 @@ TEST_F(HTTPConnectionWireTest, RecordClosesAPendingRun) {
 
 TEST_F(HTTPConnectionWireTest, TimeStampIsSecondsWithThreeDecimals) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     pass(CURLINFO_TEXT, "x");
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
     EXPECT_TRUE(std::regex_match(output.text(), std::regex("IN INFO \\([0-9]{3}\\.[0-9]{3}\\): x\n"))) << output.text();
 }
 
@@ -264,12 +264,12 @@ TEST_P(ActivityTest, BytesThatMoveMoveTheDeadline) {
     const StandardOutputCapture output;
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
-    connection.Deadline = 1;
+    connection.Limits.Deadline = 1;
     curl.setClock(5 * Ms);
-    connection.Debug = GetParam().Debug;
+    connection.Settings.Debug = GetParam().Debug;
     pass(GetParam().Type, "GET / HTTP/1.1\r\n");
-    EXPECT_EQ(connection.Deadline, GetParam().Counts ? 1005 * Ms : 1);
-    connection.Debug = 0;
+    EXPECT_EQ(connection.Limits.Deadline, GetParam().Counts ? 1005 * Ms : 1);
+    connection.Settings.Debug = 0;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -285,27 +285,27 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(HTTPConnectionWireTest, RefusedHeadIsNoActivity) {
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
-    connection.Deadline = 1;
+    connection.Limits.Deadline = 1;
     EXPECT_NE(headFailure("GET\r\n"), "nothing");
-    EXPECT_EQ(connection.Deadline, 1);
+    EXPECT_EQ(connection.Limits.Deadline, 1);
 }
 
 // Nothing may unwind through libcurl: the failure waits for the return of the call, and nothing runs behind it.
 TEST_F(HTTPConnectionWireTest, RefusedHeadEscapesBehindThePerform) {
+    connection.Transfer.begin(connection.Handles->Generation);
     curl.OnPerform = [&](int& running) {
         passHead("GET\r\n");
-        connection.InRequestHead = false;
+        connection.SentHead.InRequestHead = false;
         passHead("PUT / HTTP/1.1\r\n\r\n");
-        EXPECT_EQ(connection.EffectiveMethod, "");
+        EXPECT_EQ(connection.SentHead.EffectiveMethod, "");
         running = 1;
         return CURLM_OK;
     };
-    int running = 0;
-    EXPECT_EQ(failureText([&] { connection.perform(running); }), internalError("No space found in request line"));
-    EXPECT_EQ(connection.EscapedFailure, nullptr);
-    EXPECT_EQ(connection.CallbackFailure, nullptr);
+    EXPECT_EQ(failureText([&] { connection.perform(""); }), internalError("No space found in request line"));
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
     passHead("PUT / HTTP/1.1\r\n\r\n");
-    EXPECT_EQ(connection.EffectiveMethod, "PUT");
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "PUT");
 }
 
 } // namespace

@@ -76,13 +76,13 @@ rc::Gen<Answer> answers() {
 
 class HeadCutPropertyTest : public ConnectionFixture {
 protected:
-    HeadCutPropertyTest() { connection.HTTPOptionsMode = true; }
+    HeadCutPropertyTest() { connection.Settings.HTTPOptionsMode = true; }
 
     // The second piece leaves only when a perform has taken the first: it has arrived before a poll, and the pass
     // behind that poll reads it.
     void sendOnCut(ScriptedServer& server, std::size_t& passesBetween) {
         curl.OnInterruptPoll = [&, seen = false]() mutable {
-            if (!connection.Sent) {
+            if (!connection.SentHead.Sent) {
                 return;
             }
             if (!seen) {
@@ -103,10 +103,10 @@ protected:
         RC_ASSERT(content.str().empty());
     }
     void expectArrived(const Answer& answer) const {
-        RC_ASSERT(connection.ResponseCode == answer.Status);
-        RC_ASSERT(connection.reasonPhrase() == answer.Reason);
-        RC_ASSERT(connection.ResponseHeaderLines == answer.head());
-        RC_ASSERT(connection.HeadersComplete);
+        RC_ASSERT(connection.ReceivedHead.ResponseCode == answer.Status);
+        RC_ASSERT(connection.ReceivedHead.reasonPhrase() == answer.Reason);
+        RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines == answer.head());
+        RC_ASSERT(connection.ReceivedHead.HeadersComplete);
     }
 
     HTTPConnection connection;

@@ -46,7 +46,7 @@ class HeadLinesPropertyTest : public ConnectionFixture {
 protected:
     HeadLinesPropertyTest() {
         curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-        connection.Deadline = HTTPConnection::NoDeadline;
+        connection.Limits.Deadline = SilenceLimits::NoDeadline;
     }
 
     // libcurl is free to cut a line in items of any size: here of the largest one up to `Items` that divides it.
@@ -55,7 +55,7 @@ protected:
         while (line.size() % count != 0) {
             --count;
         }
-        RC_ASSERT(HTTPConnection::headerCallback(line.data(), line.size() / count, count, &connection) == line.size());
+        RC_ASSERT(headerCallback(line.data(), line.size() / count, count, &connection) == line.size());
     }
     static std::string statusLine(const Head& head) { return "HTTP/1.1 " + std::to_string(head.Status) + " Reason"; }
     void takeHead(const Head& head) {
@@ -63,7 +63,7 @@ protected:
         for (const std::string& field : head.Fields) {
             take(field + "\r\n");
         }
-        RC_ASSERT(!connection.HeadersComplete);
+        RC_ASSERT(!connection.ReceivedHead.HeadersComplete);
         take("\r\n");
     }
     static Lines linesOf(const Head& head) {
@@ -73,10 +73,10 @@ protected:
     }
     void startAfresh() {
         Items = *rc::gen::inRange<std::size_t>(1, 40);
-        connection.ResponseHeaderLines.clear();
-        connection.HeadersComplete = false;
-        connection.ResponseCode = 0;
-        connection.CallbackFailure = nullptr;
+        connection.ReceivedHead.ResponseHeaderLines.clear();
+        connection.ReceivedHead.HeadersComplete = false;
+        connection.ReceivedHead.ResponseCode = 0;
+        connection.Transfer.CallbackFailure = nullptr;
     }
 
     std::size_t Items = 1;
@@ -88,15 +88,15 @@ TEST_F(HeadLinesPropertyTest, InterimHeadsLeaveNothingBehind) {
         startAfresh();
         for (const Head& interim : *fewOf<Head>(headWith(rc::gen::just(100)))) {
             takeHead(interim);
-            RC_ASSERT(connection.ResponseHeaderLines.empty());
-            RC_ASSERT(!connection.HeadersComplete);
+            RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines.empty());
+            RC_ASSERT(!connection.ReceivedHead.HeadersComplete);
         }
         const Head last = *finalHead();
         takeHead(last);
-        RC_ASSERT(connection.HeadersComplete);
-        RC_ASSERT(connection.ResponseCode == last.Status);
-        RC_ASSERT(connection.ResponseHeaderLines == linesOf(last));
-        RC_ASSERT(connection.CallbackFailure == nullptr);
+        RC_ASSERT(connection.ReceivedHead.HeadersComplete);
+        RC_ASSERT(connection.ReceivedHead.ResponseCode == last.Status);
+        RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines == linesOf(last));
+        RC_ASSERT(connection.Transfer.CallbackFailure == nullptr);
     }));
 }
 
@@ -106,13 +106,14 @@ TEST_F(HeadLinesPropertyTest, LastOfAnyHeadsCounts) {
         const auto any = rc::gen::oneOf(headWith(rc::gen::just(100)), finalHead());
         for (const Head& earlier : *fewOf<Head>(any)) {
             takeHead(earlier);
-            RC_ASSERT(connection.HeadersComplete == (earlier.Status != 100));
-            RC_ASSERT(connection.ResponseHeaderLines == (earlier.Status == 100 ? Lines{} : linesOf(earlier)));
+            RC_ASSERT(connection.ReceivedHead.HeadersComplete == (earlier.Status != 100));
+            RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines ==
+                      (earlier.Status == 100 ? Lines{} : linesOf(earlier)));
         }
         const Head last = *finalHead();
         takeHead(last);
-        RC_ASSERT(connection.ResponseHeaderLines == linesOf(last));
-        RC_ASSERT(connection.ResponseCode == last.Status);
+        RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines == linesOf(last));
+        RC_ASSERT(connection.ReceivedHead.ResponseCode == last.Status);
     }));
 }
 
@@ -136,10 +137,10 @@ TEST_F(HeadLinesPropertyTest, RefusedLinesAreLeftOut) {
                 refused = true;
             }
         }
-        RC_ASSERT(connection.ResponseHeaderLines == stored);
-        RC_ASSERT(connection.ResponseCode == 200);
-        RC_ASSERT((connection.CallbackFailure != nullptr) == refused);
-        RC_ASSERT(connection.EscapedFailure == nullptr);
+        RC_ASSERT(connection.ReceivedHead.ResponseHeaderLines == stored);
+        RC_ASSERT(connection.ReceivedHead.ResponseCode == 200);
+        RC_ASSERT((connection.Transfer.CallbackFailure != nullptr) == refused);
+        RC_ASSERT(connection.Transfer.EscapedFailure == nullptr);
     }));
 }
 

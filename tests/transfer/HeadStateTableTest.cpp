@@ -82,32 +82,30 @@ const char* const Outcomes[] = {
 class HeadStateTest : public ConnectionFixture, public ::testing::WithParamInterface<std::tuple<int, int>> {
 protected:
     HeadStateTest() { curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); } // so that status lines are parsed
-    ~HeadStateTest() override { connection.Debug = 0; }
+    ~HeadStateTest() override { connection.Settings.Debug = 0; }
 
     static const State& state() { return States[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
     static const Event& event() { return Events[static_cast<std::size_t>(std::get<1>(GetParam()))]; }
     static char outcome() { return Outcomes[std::get<0>(GetParam())][std::get<1>(GetParam())]; }
 
-    void take(std::string line) {
-        EXPECT_EQ(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection), line.size());
-    }
+    void take(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), line.size()); }
     void enterState() {
         connection.setTimeouts({5000.0, 1000.0, 3000.0});
         connection.applyTimeouts();
-        connection.EffectiveMethod = "GET";
+        connection.SentHead.EffectiveMethod = "GET";
         curl.setClock(0);
         for (const std::string& line : state().Before) {
             take(line);
         }
-        ASSERT_EQ(connection.ResponseHeaderLines, state().Stored);
-        ASSERT_EQ(connection.HeadersComplete, state().Complete);
-        ASSERT_EQ(connection.CallbackFailure, nullptr);
+        ASSERT_EQ(connection.ReceivedHead.ResponseHeaderLines, state().Stored);
+        ASSERT_EQ(connection.ReceivedHead.HeadersComplete, state().Complete);
+        ASSERT_EQ(connection.Transfer.CallbackFailure, nullptr);
     }
     void takeEvent() {
         if (event().StatusBefore != 0) {
-            connection.ResponseCode = event().StatusBefore;
+            connection.ReceivedHead.ResponseCode = event().StatusBefore;
         }
-        connection.EffectiveMethod = event().MethodSent;
+        connection.SentHead.EffectiveMethod = event().MethodSent;
         take(event().Line);
     }
     static std::string withoutEnd(const std::string& line) { return line.substr(0, line.size() - 2); }
@@ -135,9 +133,10 @@ protected:
 
 TEST_P(HeadStateTest, TakesTheLine) {
     enterState();
-    const std::int32_t statusBefore = event().StatusBefore == 0 ? connection.ResponseCode : event().StatusBefore;
+    const std::int32_t statusBefore =
+        event().StatusBefore == 0 ? connection.ReceivedHead.ResponseCode : event().StatusBefore;
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     curl.setClock(70 * Ms);
     takeEvent();
 
@@ -146,20 +145,20 @@ TEST_P(HeadStateTest, TakesTheLine) {
     if (outcome() == '+' || outcome() == 'N') {
         stored.push_back(withoutEnd(event().Line));
     }
-    EXPECT_EQ(connection.ResponseHeaderLines, stored);
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines, stored);
     // In the middle of a head a number behind a blank is no status; a refused line that begins one still gives its own.
-    EXPECT_EQ(connection.ResponseCode, begins ? statusIn(event().Line) : statusBefore);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, begins ? statusIn(event().Line) : statusBefore);
     const bool complete = outcome() == 'F' || (!begins && state().Complete);
-    EXPECT_EQ(connection.HeadersComplete, complete);
+    EXPECT_EQ(connection.ReceivedHead.HeadersComplete, complete);
 
     const bool refused = outcome() == '!' || outcome() == 'X';
-    EXPECT_EQ(failureText(connection.CallbackFailure),
+    EXPECT_EQ(failureText(connection.Transfer.CallbackFailure),
               refused ? internalError("CRLF not found at the end of the received headers") : "nothing");
-    EXPECT_EQ(connection.EscapedFailure, nullptr);
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
 
     // Every line is activity, a refused one too.
-    EXPECT_EQ(connection.Deadline, (complete ? 3070 : 1070) * Ms);
-    EXPECT_EQ(connection.TimeoutReason, complete ? 1 : 0);
+    EXPECT_EQ(connection.Limits.Deadline, (complete ? 3070 : 1070) * Ms);
+    EXPECT_EQ(connection.Limits.TimeoutReason, complete ? 1 : 0);
     EXPECT_EQ(output.text(), expectedTrace());
 }
 
@@ -167,19 +166,19 @@ TEST_P(HeadStateTest, TakesTheLine) {
 TEST_P(HeadStateTest, HeadBehindItIsReadAsEver) {
     enterState();
     takeEvent();
-    connection.EffectiveMethod = "GET";
-    if (!connection.HeadersComplete) {
-        connection.ResponseCode = 302;
+    connection.SentHead.EffectiveMethod = "GET";
+    if (!connection.ReceivedHead.HeadersComplete) {
+        connection.ReceivedHead.ResponseCode = 302;
         take("\r\n"); // ends what is still being collected
     }
-    EXPECT_TRUE(connection.HeadersComplete);
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
     for (const char* line : {"HTTP/1.1 204 No Content\r\n", "X-Last: 1\r\n", "\r\n"}) {
         take(line);
     }
-    EXPECT_EQ(connection.ResponseHeaderLines, (Lines{"HTTP/1.1 204 No Content", "X-Last: 1"}));
-    EXPECT_EQ(connection.ResponseCode, 204);
-    EXPECT_TRUE(connection.HeadersComplete);
-    EXPECT_EQ(connection.CallbackFailure != nullptr, outcome() == '!' || outcome() == 'X');
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines, (Lines{"HTTP/1.1 204 No Content", "X-Last: 1"}));
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 204);
+    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
+    EXPECT_EQ(connection.Transfer.CallbackFailure != nullptr, outcome() == '!' || outcome() == 'X');
 }
 
 // The table has a letter for each event, and nothing else.

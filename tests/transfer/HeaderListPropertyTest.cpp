@@ -132,7 +132,7 @@ rc::Gen<Fields> fieldList() {
 class HeaderListProperty : public OpenConnectionFixture {
 protected:
     void sendAndCompare(const Fields& fields, std::optional<std::size_t> postBytes) {
-        const Expected expected = expectedOf(fields, connection.Decode, postBytes);
+        const Expected expected = expectedOf(fields, connection.Settings.Decode, postBytes);
         const std::string outcome = sendWith(fields);
         const CurlCall* headers = curl.lastOption(CURLOPT_HTTPHEADER);
         if (expected.BadLength) {
@@ -153,21 +153,21 @@ protected:
 };
 
 RC_GTEST_FIXTURE_PROP(HeaderListProperty, ListsFollowTheFieldsOfEachSend, ()) {
-    connection.Decode = *rc::gen::arbitrary<bool>();
+    connection.Settings.Decode = *rc::gen::arbitrary<bool>();
     const bool post = *rc::gen::arbitrary<bool>();
-    connection.HTTPOptionsMode = !post;
+    connection.Settings.HTTPOptionsMode = !post;
     const int sends = *rc::gen::inRange(1, 4);
     for (int send = 0; send < sends; ++send) {
         std::optional<std::size_t> bytes;
         if (post) {
             connection.setRequestMethod(*rc::gen::element<std::string>("POST", "PUT", "PATCH"));
             bytes = *rc::gen::inRange<std::size_t>(0, 50);
-            connection.PostData = std::u16string(*bytes, u'x');
+            connection.Settings.PostData = std::u16string(*bytes, u'x');
         }
         const Fields fields = *fieldList();
         sendAndCompare(fields, bytes);
         reopen(); // behind a failed send, too
-        RC_ASSERT(connection.RequestFields.empty());
+        RC_ASSERT(connection.Settings.RequestFields.empty());
     }
 }
 
@@ -183,7 +183,7 @@ RC_GTEST_FIXTURE_PROP(HeaderListProperty, RemovalLeavesTheOthersInOrder, ()) {
     std::copy_if(fields.begin(), fields.end(), std::back_inserter(expected),
                  [&](const Field& each) { return !isNamed(each, lower(name)); });
     expected.emplace_back(name, "");
-    RC_ASSERT(Fields(connection.RequestFields.begin(), connection.RequestFields.end()) == expected);
+    RC_ASSERT(Fields(connection.Settings.RequestFields.begin(), connection.Settings.RequestFields.end()) == expected);
 }
 
 } // namespace

@@ -56,9 +56,8 @@ TEST_P(WaitTest, FollowsTheResponseTimeoutUpToItsCap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Limits, WaitTest,
-                         ::testing::Values(WaitRow{HTTPConnection::Unlimited, 500}, WaitRow{0.0, 0},
-                                           WaitRow{100.0, 100}, WaitRow{499.9, 499}, WaitRow{500.0, 500},
-                                           WaitRow{30000.0, 500}));
+                         ::testing::Values(WaitRow{SilenceLimits::Unlimited, 500}, WaitRow{0.0, 0}, WaitRow{100.0, 100},
+                                           WaitRow{499.9, 499}, WaitRow{500.0, 500}, WaitRow{30000.0, 500}));
 
 // As the limit stands at the send, even if the open has not seen it.
 TEST_F(PerformLoopTest, WaitFollowsALimitSetBehindTheOpen) {
@@ -71,15 +70,15 @@ TEST_F(PerformLoopTest, WaitFollowsALimitSetBehindTheOpen) {
 // The limit is cut to an integer before it is capped, as the open would cut it.
 TEST_F(PerformLoopTest, LimitThatIsNoIntegerEndsTheSendBeforeItBegins) {
     for (const double limit : {1e12, -1e12}) {
-        connection.TransferFailed = false;
+        connection.Transfer.TransferFailed = false;
         connection.setTimeouts({5000.0, limit});
         const std::string overflow =
             limit > 0 ? boost::numeric::positive_overflow().what() : boost::numeric::negative_overflow().what();
         EXPECT_EQ(send(), "HTTPConnectionFailedException[" + overflow + "]");
-        EXPECT_TRUE(connection.TransferFailed);
+        EXPECT_TRUE(connection.Transfer.TransferFailed);
         EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
-        EXPECT_TRUE(connection.Opened);
-        EXPECT_FALSE(connection.ResponseDone);
+        EXPECT_TRUE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
     }
     connection.setTimeouts({5000.0});
     findReady({1});
@@ -91,8 +90,8 @@ TEST_F(PerformLoopTest, DeadlineStartsWithTheSend) {
     connection.setTimeouts({5000.0, 3000.0, 9000.0});
     connection.openConnection();
     curl.OnPerform = [&](int& running) {
-        EXPECT_EQ(connection.Deadline, 10000 * Ms);
-        EXPECT_EQ(connection.TimeoutReason, 0);
+        EXPECT_EQ(connection.Limits.Deadline, 10000 * Ms);
+        EXPECT_EQ(connection.Limits.TimeoutReason, 0);
         running = 0;
         return CURLM_OK;
     };
@@ -100,9 +99,9 @@ TEST_F(PerformLoopTest, DeadlineStartsWithTheSend) {
 }
 
 TEST_F(PerformLoopTest, ThereIsNoDeadlineWithoutLimits) {
-    connection.Deadline = 17;
+    connection.Limits.Deadline = 17;
     curl.OnPerform = [&](int& running) {
-        EXPECT_EQ(connection.Deadline, HTTPConnection::NoDeadline);
+        EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::NoDeadline);
         running = 0;
         return CURLM_OK;
     };
@@ -167,14 +166,14 @@ TEST_F(PerformLoopTest, FirstByteOfContentEndsTheLoop) {
     EXPECT_EQ(send(), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 2u);
     EXPECT_EQ(curl.count(CurlFunction::MultiWait), 1u);
-    EXPECT_TRUE(connection.ResponseDone);
-    EXPECT_EQ(connection.Copier->ReceiveBuffer, "x");
+    EXPECT_TRUE(connection.Transfer.ResponseDone);
+    EXPECT_EQ(connection.Transfer.Copier->ReceiveBuffer, "x");
 }
 
 TEST_F(PerformLoopTest, EndOfTheTransferEndsTheLoop) {
     runFor(1);
     EXPECT_EQ(send(), "nothing");
-    EXPECT_TRUE(connection.PerformDone);
+    EXPECT_TRUE(connection.Transfer.PerformDone);
     EXPECT_EQ(curl.count(CurlFunction::MultiWait), 0u);
 }
 
@@ -187,14 +186,14 @@ TEST_F(PerformLoopTest, FailingMultiCallsAreToldApart) {
     curl.failCall(CurlFunction::MultiPerform, CURLM_INTERNAL_ERROR);
     EXPECT_EQ(send(), internalError("\"curl_multi_perform\" failed with CURLMcode " + multiText(CURLM_INTERNAL_ERROR) +
                                     "Initial multi-perform call for request"));
-    EXPECT_TRUE(connection.TransferFailed);
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
     curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 2);
     EXPECT_EQ(send(), internalError("\"curl_multi_perform\" failed with CURLMcode " + multiText(CURLM_OUT_OF_MEMORY) +
                                     "start reading response"));
     curl.failCall(CurlFunction::MultiWait, CURLM_BAD_HANDLE);
     EXPECT_EQ(send(), internalError("\"curl_multi_wait\" failed with CURLMcode " + multiText(CURLM_BAD_HANDLE)));
-    EXPECT_TRUE(connection.Opened);
-    EXPECT_FALSE(connection.ResponseDone);
+    EXPECT_TRUE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
 }
 
 TEST_F(PerformLoopTest, LateResponseEndsTheLoop) {
@@ -212,7 +211,7 @@ TEST_F(PerformLoopTest, LateResponseEndsTheLoop) {
         return CURLM_OK;
     };
     EXPECT_THAT(send(), ::testing::MatchesRegex("HTTPTimeoutException\\[.*, 1000, HTTPOptions.ResponseTimeout\\]"));
-    EXPECT_TRUE(connection.TransferFailed);
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
     EXPECT_EQ(curl.count(CurlFunction::MultiWait), 2u); // 500 ms, then 500 ms and a pause
 }
 
@@ -233,17 +232,17 @@ TEST_F(PerformLoopTest, RunsOnTheUsersBehalfThroughout) {
 }
 
 TEST_F(PerformLoopTest, FailureOfAnEarlierSendIsForgotten) {
-    connection.CallbackFailure = std::make_exception_ptr(std::runtime_error("old"));
+    connection.Transfer.CallbackFailure = std::make_exception_ptr(std::runtime_error("old"));
     playExchange("HTTP/1.1 200 OK\r\n\r\n");
     EXPECT_EQ(send(), "nothing");
-    EXPECT_EQ(connection.CallbackFailure, nullptr);
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
 }
 
 // A failure that the completion reports comes before one that a callback has stored.
 TEST_F(PerformLoopTest, CompletionComesBeforeAStoredFailure) {
     playExchange("HTTP/1.1 200 OK\r\nbad\n", CURLE_RECV_ERROR);
     EXPECT_EQ(send(), "HTTPConnectionRefusedException[Unknown exception]");
-    EXPECT_EQ(failureText(connection.CallbackFailure),
+    EXPECT_EQ(failureText(connection.Transfer.CallbackFailure),
               internalError("CRLF not found at the end of the received headers"));
 }
 

@@ -14,10 +14,10 @@ std::string refusal(const std::string& option) {
 class RequestFailure : public OpenConnectionFixture {
 protected:
     void expectUnsent() {
-        EXPECT_TRUE(connection.Opened);
-        EXPECT_FALSE(connection.Sent);
-        EXPECT_FALSE(connection.ResponseDone);
-        EXPECT_FALSE(connection.TransferFailed) << "the send routine was never reached";
+        EXPECT_TRUE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.SentHead.Sent);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
+        EXPECT_FALSE(connection.Transfer.TransferFailed) << "the send routine was never reached";
         EXPECT_TRUE(connection.Handles->ConnectionOpen);
         EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0U);
     }
@@ -25,7 +25,7 @@ protected:
     void expectSentNext(const std::string& headers) {
         EXPECT_EQ(sendWith({}), "nothing");
         EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER " + headers);
-        EXPECT_TRUE(connection.ResponseDone);
+        EXPECT_TRUE(connection.Transfer.ResponseDone);
         EXPECT_EQ(connection.getResponseCode(), 200);
     }
     static Lines linesOf(const CurlSlist& list) {
@@ -50,7 +50,7 @@ void PrintTo(const OptionRow& row, std::ostream* stream) {
 class RefusedOption : public RequestFailure, public ::testing::WithParamInterface<OptionRow> {};
 
 TEST_P(RefusedOption, StopsTheSendAndTheNextOneIsWhole) {
-    connection.Decode = true;
+    connection.Settings.Decode = true;
     curl.failOption(GetParam().Option, CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(sendWith({{"Cookie", "a=1"}, {"Proxy-Connection", "close"}}), refusal(GetParam().Name));
     Lines options = curl.options();
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(Options, RefusedOption,
                          [](const auto& info) { return std::string(info.param.Name).substr(8); });
 
 TEST_F(RequestFailure, RefusedCookieListIsNamed) {
-    connection.CookieList.append("a=1");
+    connection.Settings.CookieList.append("a=1");
     curl.failOption(CURLOPT_COOKIE, CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(sendWith({}), refusal("CURLOPT_COOKIE"));
     expectUnsent();
@@ -106,8 +106,8 @@ TEST_P(RefusedMethod, IsStoredAllTheSameAndCanBeSetAgain) {
     curl.clear();
     curl.failOption(row.Option, CURLE_OUT_OF_MEMORY);
     EXPECT_EQ(failureText([&] { connection.setRequestMethod(row.Method); }), refusal(row.Name));
-    EXPECT_EQ(connection.RequestMethod, row.Method);
-    EXPECT_EQ(connection.EffectiveMethod, row.Method);
+    EXPECT_EQ(connection.Settings.RequestMethod, row.Method);
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, row.Method);
     Lines options = curl.options();
     ASSERT_FALSE(options.empty());
     options.pop_back();
@@ -129,45 +129,45 @@ TEST_F(RequestFailure, BadLengthLeavesTheListsPartlyBuilt) {
               internalError("Bad Content-Length value 12abc"));
     expectUnsent();
     EXPECT_THAT(curl.options(), IsEmpty());
-    EXPECT_EQ(linesOf(connection.RequestHeaders), (Lines{"X-A: 1", "Content-Length: 12abc"}));
-    EXPECT_EQ(linesOf(connection.ProxyHeaders), (Lines{"Proxy-Connection: close"}));
-    EXPECT_TRUE(connection.HasContentLength);
+    EXPECT_EQ(linesOf(connection.Transfer.RequestHeaders), (Lines{"X-A: 1", "Content-Length: 12abc"}));
+    EXPECT_EQ(linesOf(connection.Transfer.ProxyHeaders), (Lines{"Proxy-Connection: close"}));
+    EXPECT_TRUE(connection.Transfer.HasContentLength);
     reopen();
     expectSentNext("{Accept:}");
-    EXPECT_FALSE(connection.HasContentLength);
-    EXPECT_EQ(linesOf(connection.ProxyHeaders), Lines{});
+    EXPECT_FALSE(connection.Transfer.HasContentLength);
+    EXPECT_EQ(linesOf(connection.Transfer.ProxyHeaders), Lines{});
 }
 
 TEST_F(RequestFailure, RefusedTextLeavesEverythingAsItWas) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("POST");
-    connection.EffectiveMethod = "before";
-    connection.Payload = {'o', 'l', 'd'};
-    connection.ContentLengthToSend = 77;
-    connection.PostData = u"\u20AC";
+    connection.SentHead.EffectiveMethod = "before";
+    connection.Settings.setPayload({'o', 'l', 'd'});
+    connection.Transfer.ContentLengthToSend = 77;
+    connection.Settings.PostData = u"\u20AC";
     EXPECT_THAT(sendWith({{"Content-Type", "text/plain; charset=us-ascii"}}),
                 ::testing::StartsWith("VANTIK:webservices:EncodingFailure[U:\u20AC, N:us-ascii, N:"));
     expectUnsent();
-    EXPECT_EQ(std::string(connection.Payload.begin(), connection.Payload.end()), "old");
-    EXPECT_EQ(connection.ContentLengthToSend, 77);
-    EXPECT_FALSE(connection.BodyFromPostData);
-    EXPECT_EQ(connection.EffectiveMethod, "before");
-    EXPECT_FALSE(connection.RequestHeaders);
+    EXPECT_EQ(std::string(connection.Settings.payload().begin(), connection.Settings.payload().end()), "old");
+    EXPECT_EQ(connection.Transfer.ContentLengthToSend, 77);
+    EXPECT_FALSE(connection.Transfer.BodyFromPostData);
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "before");
+    EXPECT_FALSE(connection.Transfer.RequestHeaders);
     EXPECT_THAT(curl.options(), IsEmpty());
-    connection.PostData = u"text";
+    connection.Settings.PostData = u"text";
     expectSentNext("{Content-Type: text/plain; charset=us-ascii|Accept:|Accept:|Content-Length: 4|Transfer-Encoding:}");
 }
 
 // The default conversion has no encoding to name, so what it refuses is a failure like any other.
 TEST_F(RequestFailure, TextThatTheDefaultConversionRefusesIsAFailedConnection) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("POST");
-    connection.PostData = std::u16string(1, char16_t{0xD800});
+    connection.Settings.PostData = std::u16string(1, char16_t{0xD800});
     EXPECT_THAT(sendWith({}), ::testing::StartsWith("HTTPConnectionFailedException["));
     expectUnsent();
-    EXPECT_THAT(connection.Payload, IsEmpty());
-    EXPECT_FALSE(connection.BodyFromPostData);
-    connection.PostData = u"text";
+    EXPECT_THAT(connection.Settings.payload(), IsEmpty());
+    EXPECT_FALSE(connection.Transfer.BodyFromPostData);
+    connection.Settings.PostData = u"text";
     expectSentNext("{Accept:|Accept:|Content-Length: 4|Transfer-Encoding:}");
 }
 
@@ -176,12 +176,12 @@ TEST_F(RequestFailure, RefusedMetadataKeepWhatIsKnown) {
     curl.failInfo(CURLINFO_SIZE_DOWNLOAD_T, CURLE_OUT_OF_MEMORY, 2);
     playExchange("HTTP/1.1 302 Found\r\nContent-Encoding: gzip\r\nLocation: /x\r\n\r\n");
     EXPECT_EQ(send(), refusal("CURLINFO_SIZE_DOWNLOAD_T"));
-    EXPECT_FALSE(connection.ResponseDone);
-    EXPECT_TRUE(connection.Sent);
-    EXPECT_FALSE(connection.TransferFailed);
-    EXPECT_EQ(connection.ContentEncoding, "gzip");
-    EXPECT_EQ(connection.RedirectURL, "http://127.0.0.1/x");
-    EXPECT_EQ(connection.ResponseCode, 302);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
+    EXPECT_TRUE(connection.SentHead.Sent);
+    EXPECT_FALSE(connection.Transfer.TransferFailed);
+    EXPECT_EQ(connection.Metadata.ContentEncoding, "gzip");
+    EXPECT_EQ(connection.Metadata.RedirectURL, "http://127.0.0.1/x");
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 302);
     reopen();
     expectSentNext("{Accept:}");
 }
@@ -189,11 +189,11 @@ TEST_F(RequestFailure, RefusedMetadataKeepWhatIsKnown) {
 class OpenFailure : public ConnectionFixture {
 protected:
     void expectClosedThenGood() {
-        EXPECT_FALSE(connection.Opened);
+        EXPECT_FALSE(connection.Transfer.Opened);
         EXPECT_FALSE(connection.Handles->ConnectionOpen);
         connection.setTimeouts({5000.0});
         EXPECT_EQ(failureText([&] { open(connection); }), "nothing");
-        EXPECT_TRUE(connection.Opened);
+        EXPECT_TRUE(connection.Transfer.Opened);
         playExchange("HTTP/1.1 200 OK\r\n\r\n");
         EXPECT_EQ(connection.getResponseCode(), 200);
     }
@@ -208,22 +208,22 @@ TEST_F(OpenFailure, RefusedConnectTimeoutIsNamed) {
 }
 
 TEST_F(OpenFailure, OverflowOfTheResponseLimitKeepsTheOldIntegers) {
-    connection.ResponseTimeoutMs = 11;
-    connection.DataTimeoutMs = 22;
+    connection.Limits.ResponseTimeoutMs = 11;
+    connection.Limits.DataTimeoutMs = 22;
     connection.setTimeouts({5000.0, 1e12, 10.0});
     EXPECT_THAT(failureText([&] { open(connection); }), ::testing::StartsWith("boost::numeric::positive_overflow["));
-    EXPECT_EQ(connection.ResponseTimeoutMs, 11);
-    EXPECT_EQ(connection.DataTimeoutMs, 22);
-    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, 1e12, 10.0, HTTPConnection::Unlimited));
+    EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 11);
+    EXPECT_EQ(connection.Limits.DataTimeoutMs, 22);
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, 1e12, 10.0, SilenceLimits::Unlimited));
     expectClosedThenGood();
 }
 
 TEST_F(OpenFailure, OverflowOfTheDataLimitComesBehindTheResponseLimit) {
-    connection.DataTimeoutMs = 22;
+    connection.Limits.DataTimeoutMs = 22;
     connection.setTimeouts({5000.0, 10.0, -1e12});
     EXPECT_THAT(failureText([&] { open(connection); }), ::testing::StartsWith("boost::numeric::negative_overflow["));
-    EXPECT_EQ(connection.ResponseTimeoutMs, 10);
-    EXPECT_EQ(connection.DataTimeoutMs, 22);
+    EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 10);
+    EXPECT_EQ(connection.Limits.DataTimeoutMs, 22);
     expectClosedThenGood();
 }
 

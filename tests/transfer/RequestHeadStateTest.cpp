@@ -84,24 +84,23 @@ protected:
     RequestHeadState() {
         connection.setTimeouts({5000.0, 1000.0});
         connection.applyTimeouts();
-        connection.Deadline = 1;
+        connection.Limits.Deadline = 1;
         curl.setClock(5 * Ms);
-        connection.EffectiveMethod = "M";
-        connection.RequestURI = "U";
-        connection.RequestHTTPVersion = "V";
-        connection.RequestHeaderLines = {"L"};
+        connection.SentHead.EffectiveMethod = "M";
+        connection.SentHead.RequestURI = "U";
+        connection.SentHead.RequestHTTPVersion = "V";
+        connection.SentHead.RequestHeaderLines = {"L"};
     }
 
     std::string pass(std::string block) {
-        EXPECT_EQ(HTTPConnection::debugCallback(nullptr, CURLINFO_HEADER_OUT, block.data(), block.size(), &connection),
-                  0);
+        EXPECT_EQ(debugCallback(nullptr, CURLINFO_HEADER_OUT, block.data(), block.size(), &connection), 0);
         return failureText([&] { connection.rethrowEscapedFailure(); });
     }
     void expectTaken(const Taken& taken) const {
-        EXPECT_EQ(connection.EffectiveMethod, taken.Method);
-        EXPECT_EQ(connection.RequestURI, taken.Uri);
-        EXPECT_EQ(connection.RequestHTTPVersion, taken.Version);
-        EXPECT_EQ(connection.RequestHeaderLines, taken.Lines);
+        EXPECT_EQ(connection.SentHead.EffectiveMethod, taken.Method);
+        EXPECT_EQ(connection.SentHead.RequestURI, taken.Uri);
+        EXPECT_EQ(connection.SentHead.RequestHTTPVersion, taken.Version);
+        EXPECT_EQ(connection.SentHead.RequestHeaderLines, taken.Lines);
     }
 
     HTTPConnection connection;
@@ -109,40 +108,40 @@ protected:
 
 TEST_P(RequestHeadState, TakesOrRefusesABlock) {
     const StateRow& row = GetParam();
-    connection.InRequestHead = row.InHead;
+    connection.SentHead.InRequestHead = row.InHead;
     const bool taken = row.Refusal.empty();
     EXPECT_EQ(pass(row.Block), taken ? "nothing" : internalError(row.Refusal));
-    EXPECT_EQ(connection.InRequestHead, row.InHeadAfter);
-    EXPECT_EQ(connection.Sent, row.Sent);
+    EXPECT_EQ(connection.SentHead.InRequestHead, row.InHeadAfter);
+    EXPECT_EQ(connection.SentHead.Sent, row.Sent);
     expectTaken(row.After);
-    EXPECT_EQ(connection.Deadline, taken ? 1005 * Ms : 1); // what is refused is no activity
-    EXPECT_EQ(connection.CallbackFailure, nullptr);
-    EXPECT_FALSE(connection.TransferFailed);
+    EXPECT_EQ(connection.Limits.Deadline, taken ? 1005 * Ms : 1); // what is refused is no activity
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
+    EXPECT_FALSE(connection.Transfer.TransferFailed);
 }
 
 TEST_P(RequestHeadState, SentStaysTrueWhateverFollows) {
-    connection.InRequestHead = GetParam().InHead;
-    connection.Sent = true;
+    connection.SentHead.InRequestHead = GetParam().InHead;
+    connection.SentHead.Sent = true;
     pass(GetParam().Block);
-    EXPECT_TRUE(connection.Sent);
+    EXPECT_TRUE(connection.SentHead.Sent);
 }
 
 // A parser that stopped among field lines takes the next head as such, up to its end; the head behind that is whole.
 TEST_P(RequestHeadState, HeadBehindItIsReadFromTheStateThatWasLeft) {
-    connection.InRequestHead = GetParam().InHead;
+    connection.SentHead.InRequestHead = GetParam().InHead;
     pass(GetParam().Block);
     Taken expected = GetParam().After;
-    if (connection.InRequestHead) {
+    if (connection.SentHead.InRequestHead) {
         expected.Lines.insert(expected.Lines.end(), {"GET /next HTTP/1.1", "Host: n"});
     } else {
         expected = {"GET", "/next", "HTTP/1.1", {"Host: n"}};
     }
     EXPECT_EQ(pass("GET /next HTTP/1.1\r\nHost: n\r\n\r\n"), "nothing");
     expectTaken(expected);
-    EXPECT_TRUE(connection.Sent);
+    EXPECT_TRUE(connection.SentHead.Sent);
     EXPECT_EQ(pass("PUT /last HTTP/1.0\r\nHost: l\r\n\r\n"), "nothing");
     expectTaken({"PUT", "/last", "HTTP/1.0", {"Host: l"}});
-    EXPECT_FALSE(connection.InRequestHead);
+    EXPECT_FALSE(connection.SentHead.InRequestHead);
 }
 
 INSTANTIATE_TEST_SUITE_P(Blocks, RequestHeadState, ::testing::ValuesIn(rows()),

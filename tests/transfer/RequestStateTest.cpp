@@ -38,16 +38,18 @@ using State = std::tuple<bool, bool, bool>; // Opened, ResponseDone, Sent
 
 class RequestState : public OpenConnectionFixture, public ::testing::WithParamInterface<std::tuple<State, Operation>> {
 protected:
-    State state() const { return {connection.Opened, connection.ResponseDone, connection.Sent}; }
+    State state() const {
+        return {connection.Transfer.Opened, connection.Transfer.ResponseDone, connection.SentHead.Sent};
+    }
 };
 
 TEST_P(RequestState, SendsOnlyWhereItIsOpenAndNothingHasBeenSent) {
     const auto& [before, operation] = GetParam();
-    std::tie(connection.Opened, connection.ResponseDone, connection.Sent) = before;
-    connection.ContentEncoding = "old encoding";
-    connection.ContentType = "old type";
-    connection.RedirectURL = "http://old/";
-    connection.ResponseCode = 299;
+    std::tie(connection.Transfer.Opened, connection.Transfer.ResponseDone, connection.SentHead.Sent) = before;
+    connection.Metadata.ContentEncoding = "old encoding";
+    connection.Metadata.ContentType = "old type";
+    connection.Metadata.RedirectURL = "http://old/";
+    connection.ReceivedHead.ResponseCode = 299;
     playExchange("HTTP/1.1 302 Found\r\nContent-Encoding: br\r\nLocation: http://new/\r\n\r\n");
     curl.giveInfo(CURLINFO_CONTENT_TYPE, "new type");
     curl.clear();
@@ -56,7 +58,7 @@ TEST_P(RequestState, SendsOnlyWhereItIsOpenAndNothingHasBeenSent) {
     EXPECT_EQ(state(), due ? State(true, true, true) : before);
     EXPECT_EQ(curl.count(CurlFunction::MultiPerform), due ? 1U : 0U);
     EXPECT_EQ(curl.calls().empty(), !due);
-    EXPECT_EQ(connection.RequestFields.size(), due ? 1U : 0U); // "Accept"
+    EXPECT_EQ(connection.Settings.RequestFields.size(), due ? 1U : 0U); // "Accept"
 
     // What is done is not done again, and what was not due does not become it.
     curl.clear();
@@ -66,7 +68,7 @@ TEST_P(RequestState, SendsOnlyWhereItIsOpenAndNothingHasBeenSent) {
 
 TEST_P(RequestState, CloseAndReopenMakeTheNextOneDue) {
     const auto& [before, operation] = GetParam();
-    std::tie(connection.Opened, connection.ResponseDone, connection.Sent) = before;
+    std::tie(connection.Transfer.Opened, connection.Transfer.ResponseDone, connection.SentHead.Sent) = before;
     reopen();
     EXPECT_EQ(state(), State(true, false, false));
     playExchange("HTTP/1.1 302 Found\r\nContent-Encoding: br\r\nLocation: http://new/\r\n\r\n");
@@ -78,8 +80,8 @@ TEST_P(RequestState, CloseAndReopenMakeTheNextOneDue) {
 // An open alone takes back that the head went out, but not that the exchange is done.
 TEST_P(RequestState, ReopenAloneKeepsAnExchangeDone) {
     const auto& [before, operation] = GetParam();
-    std::tie(connection.Opened, connection.ResponseDone, connection.Sent) = before;
-    const bool done = connection.ResponseDone;
+    std::tie(connection.Transfer.Opened, connection.Transfer.ResponseDone, connection.SentHead.Sent) = before;
+    const bool done = connection.Transfer.ResponseDone;
     connection.openConnection();
     EXPECT_EQ(state(), State(true, done, false));
     playExchange("HTTP/1.1 302 Found\r\n\r\n");

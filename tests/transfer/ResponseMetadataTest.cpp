@@ -7,43 +7,43 @@ class ResponseMetadataTest : public ConnectionFixture {
 protected:
     ResponseMetadataTest() { connection.setURL(u"http://host.example/a/b"); }
 
-    std::string field(const std::string& name) const { return connection.getResponseField(name); }
+    std::string field(const std::string& name) const { return connection.ReceivedHead.getResponseField(name); }
 
     HTTPConnection connection;
 };
 
 TEST_F(ResponseMetadataTest, IsCopiedFromLibcurlAndTheHead) {
-    connection.ResponseHeaderLines = {"HTTP/1.1 302 Found", "content-encoding: br", "Content-Encoding: gzip",
-                                      "Location: ../x"};
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 302 Found", "content-encoding: br",
+                                                   "Content-Encoding: gzip", "Location: ../x"};
     curl.giveInfo(CURLINFO_CONTENT_TYPE, "text/html; charset=utf-8");
     curl.giveInfo(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, -1L);
     curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, 1L << 40);
     curl.clear();
     connection.collectResponseMetadata();
-    EXPECT_EQ(connection.ContentEncoding, "br"); // the first one counts
-    EXPECT_EQ(connection.ContentType, "text/html; charset=utf-8");
-    EXPECT_EQ(connection.ResponseContentLength, -1);
-    EXPECT_EQ(connection.ResponseBytesReceived, std::int64_t{1} << 40);
-    EXPECT_EQ(connection.RedirectURL, "http://host.example/x");
+    EXPECT_EQ(connection.Metadata.ContentEncoding, "br"); // the first one counts
+    EXPECT_EQ(connection.Metadata.ContentType, "text/html; charset=utf-8");
+    EXPECT_EQ(connection.Metadata.ResponseContentLength, -1);
+    EXPECT_EQ(connection.Metadata.ResponseBytesReceived, std::int64_t{1} << 40);
+    EXPECT_EQ(connection.Metadata.RedirectURL, "http://host.example/x");
     EXPECT_THAT(curl.texts({CurlFunction::EasyGetinfo}),
                 ElementsAre("CURLINFO_CONTENT_TYPE", "CURLINFO_CONTENT_LENGTH_DOWNLOAD_T", "CURLINFO_SIZE_DOWNLOAD_T"));
 }
 
 TEST_F(ResponseMetadataTest, MissingFieldsLeaveEmptyTexts) {
-    connection.ContentType = connection.ContentEncoding = "old";
-    connection.RedirectURL = "http://old.example/";
+    connection.Metadata.ContentType = connection.Metadata.ContentEncoding = "old";
+    connection.Metadata.RedirectURL = "http://old.example/";
     curl.giveInfo(CURLINFO_CONTENT_TYPE, static_cast<const char*>(nullptr));
     connection.collectResponseMetadata();
-    EXPECT_EQ(connection.ContentType, "");
-    EXPECT_EQ(connection.ContentEncoding, "");
-    EXPECT_EQ(connection.RedirectURL, "http://old.example/"); // only a new value replaces it
+    EXPECT_EQ(connection.Metadata.ContentType, "");
+    EXPECT_EQ(connection.Metadata.ContentEncoding, "");
+    EXPECT_EQ(connection.Metadata.RedirectURL, "http://old.example/"); // only a new value replaces it
 }
 
 TEST_F(ResponseMetadataTest, EmptyLocationLeavesTheRedirectAsItWas) {
-    connection.RedirectURL = "http://old.example/";
-    connection.ResponseHeaderLines = {"HTTP/1.1 302 Found", "Location:  "};
+    connection.Metadata.RedirectURL = "http://old.example/";
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 302 Found", "Location:  "};
     connection.collectResponseMetadata();
-    EXPECT_EQ(connection.RedirectURL, "http://old.example/");
+    EXPECT_EQ(connection.Metadata.RedirectURL, "http://old.example/");
 }
 
 struct InfoRow {
@@ -54,12 +54,12 @@ struct InfoRow {
 class RefusedInfoTest : public ResponseMetadataTest, public ::testing::WithParamInterface<InfoRow> {};
 
 TEST_P(RefusedInfoTest, IsNamedAndStopsTheRest) {
-    connection.ResponseHeaderLines = {"HTTP/1.1 302 Found", "Location: /x"};
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 302 Found", "Location: /x"};
     curl.failInfo(GetParam().Info, CURLE_UNKNOWN_OPTION);
     EXPECT_EQ(failureText([&] { connection.collectResponseMetadata(); }),
               internalError('"' + std::string(GetParam().Name) + "\" failed with CURLcode " +
                             curl_easy_strerror(CURLE_UNKNOWN_OPTION)));
-    EXPECT_EQ(connection.RedirectURL, "");
+    EXPECT_EQ(connection.Metadata.RedirectURL, "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Infos, RefusedInfoTest,
@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(Infos, RefusedInfoTest,
                                            InfoRow{CURLINFO_SIZE_DOWNLOAD_T, "CURLINFO_SIZE_DOWNLOAD_T"}));
 
 TEST_F(ResponseMetadataTest, FieldsAreFoundBehindTheStatusLine) {
-    connection.ResponseHeaderLines = {
+    connection.ReceivedHead.ResponseHeaderLines = {
         "X-A: status line", "x-a:   b : c ", "X-A: second", "X-B:\tt", "X-C", "X-D:", "X-E:   ", "X-F : g"};
     EXPECT_EQ(field("X-A"), "b : c "); // blanks are only dropped in front
     EXPECT_EQ(field("X-B"), "\tt");    // and only blanks
@@ -82,19 +82,19 @@ TEST_F(ResponseMetadataTest, FieldsAreFoundBehindTheStatusLine) {
 }
 
 TEST_F(ResponseMetadataTest, HeadOfOneLineHasNoFields) {
-    connection.ResponseHeaderLines = {"X-A: b"};
+    connection.ReceivedHead.ResponseHeaderLines = {"X-A: b"};
     EXPECT_EQ(field("X-A"), "");
-    connection.ResponseHeaderLines.clear();
+    connection.ReceivedHead.ResponseHeaderLines.clear();
     EXPECT_EQ(field("X-A"), "");
 }
 
 TEST_F(ResponseMetadataTest, HttpVersionIsTheRequests) {
-    connection.ResponseHeaderLines = {"HTTP/1.0 200 OK"}; // not consulted
-    connection.RequestHTTPVersion = "HTTP/9";
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.0 200 OK"}; // not consulted
+    connection.SentHead.RequestHTTPVersion = "HTTP/9";
     curl.clear();
     EXPECT_EQ(connection.httpVersion(), "HTTP/9");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
-    connection.RequestHTTPVersion.clear();
+    connection.SentHead.RequestHTTPVersion.clear();
     const std::vector<std::pair<long, std::string>> rows{{0, "HTTP/1.1"}, {1, "HTTP/1.0"}, {2, "HTTP/1.1"},
                                                          {3, "HTTP/2.0"}, {4, "HTTP/1.1"}, {30, "HTTP/1.1"}};
     for (const auto& [reported, version] : rows) {
@@ -108,11 +108,11 @@ TEST_F(ResponseMetadataTest, HttpVersionIsTheRequests) {
 }
 
 TEST_F(ResponseMetadataTest, ReasonPhraseIsReadFromTheFirstLine) {
-    EXPECT_EQ(connection.reasonPhrase(), "");
-    connection.ResponseHeaderLines = {"HTTP/1.1 404 Not Found", "X-A: b c d"};
-    EXPECT_EQ(connection.reasonPhrase(), "Not Found");
-    connection.ResponseHeaderLines = {"HTTP/2 404 "};
-    EXPECT_EQ(connection.reasonPhrase(), "");
+    EXPECT_EQ(connection.ReceivedHead.reasonPhrase(), "");
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 404 Not Found", "X-A: b c d"};
+    EXPECT_EQ(connection.ReceivedHead.reasonPhrase(), "Not Found");
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/2 404 "};
+    EXPECT_EQ(connection.ReceivedHead.reasonPhrase(), "");
 }
 
 } // namespace

@@ -27,24 +27,24 @@ class PostDataTest : public SendRequestTest, public ::testing::WithParamInterfac
 
 TEST_P(PostDataTest, IsEncodedAsTheContentTypeSays) {
     const PostRow& row = GetParam();
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod(row.Method);
-    connection.PostData = row.Text;
+    connection.Settings.PostData = row.Text;
     std::vector<Field> fields;
     if (row.ContentType != nullptr) {
         fields.emplace_back("content-type", row.ContentType);
     }
     EXPECT_EQ(sendWith(fields).substr(0, std::string(row.Failure).size()), row.Failure);
     const std::string expected = row.Payload;
-    EXPECT_EQ(std::string(connection.Payload.begin(), connection.Payload.end()), expected);
+    EXPECT_EQ(std::string(connection.Settings.payload().begin(), connection.Settings.payload().end()), expected);
     if (std::string(row.Failure) == "nothing") {
-        EXPECT_TRUE(connection.BodyFromPostData);
+        EXPECT_TRUE(connection.Transfer.BodyFromPostData);
         std::string lines = fields.empty() ? "{" : "{content-type: " + fields[0].second + '|';
         lines += "Accept:|Content-Length: " + std::to_string(expected.size()) + "|Transfer-Encoding:}";
         EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER " + lines);
         EXPECT_EQ(optionText(CURLOPT_UPLOAD), expected.empty() ? "unset" : "CURLOPT_UPLOAD 1");
     } else {
-        EXPECT_FALSE(connection.BodyFromPostData);
+        EXPECT_FALSE(connection.Transfer.BodyFromPostData);
     }
 }
 
@@ -74,45 +74,45 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SendRequestTest, PostDataIsNotReadByTheHttpInterface) {
     connection.setRequestMethod("PUT");
-    connection.PostData = u"text";
+    connection.Settings.PostData = u"text";
     EXPECT_EQ(sendWith({}), "nothing");
-    EXPECT_THAT(connection.Payload, IsEmpty());
-    EXPECT_FALSE(connection.BodyFromPostData);
+    EXPECT_THAT(connection.Settings.payload(), IsEmpty());
+    EXPECT_FALSE(connection.Transfer.BodyFromPostData);
 }
 
 TEST_F(SendRequestTest, OnlyTheExactMethodsSendPostData) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     for (const char* method : {"post", "Put", "GET", "DELETE", "POST "}) {
         connection.setRequestMethod(method);
-        connection.PostData = u"text";
+        connection.Settings.PostData = u"text";
         EXPECT_EQ(sendWith({}), "nothing");
-        EXPECT_THAT(connection.Payload, IsEmpty()) << method;
+        EXPECT_THAT(connection.Settings.payload(), IsEmpty()) << method;
         connection.openConnection();
-        connection.ResponseDone = false;
+        connection.Transfer.ResponseDone = false;
     }
 }
 
 TEST_F(SendRequestTest, OwnLengthReplacesTheComputedOne) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("POST");
-    connection.PostData = u"text";
+    connection.Settings.PostData = u"text";
     EXPECT_EQ(sendWith({{"Content-Length", "4"}}), "nothing");
     EXPECT_EQ(optionText(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {Content-Length: 4|Accept:|Transfer-Encoding:}");
 }
 
 TEST_F(SendRequestTest, OlderInterfaceStartsFromTheMethodThatWasSet) {
-    connection.HTTPOptionsMode = false;
+    connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("DELETE");
-    connection.EffectiveMethod = "CONNECT";
+    connection.SentHead.EffectiveMethod = "CONNECT";
     playExchange("HTTP/1.1 200 OK\r\n\r\n", CURLE_OK, "");
     connection.sendRequest();
-    EXPECT_EQ(connection.EffectiveMethod, "DELETE");
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "DELETE");
 }
 
 TEST_F(SendRequestTest, IsSentOncePerExchange) {
     EXPECT_EQ(sendWith({}), "nothing");
-    EXPECT_TRUE(connection.ResponseDone);
-    EXPECT_TRUE(connection.Sent);
+    EXPECT_TRUE(connection.Transfer.ResponseDone);
+    EXPECT_TRUE(connection.SentHead.Sent);
     curl.clear();
     connection.sendRequest();
     EXPECT_EQ(connection.getContentEncoding(), "");
@@ -124,13 +124,13 @@ TEST_F(SendRequestTest, IsSentOncePerExchange) {
 
 TEST_F(SendRequestTest, NothingIsSentInAnyOtherState) {
     curl.clear();
-    connection.ResponseDone = true;
+    connection.Transfer.ResponseDone = true;
     connection.sendRequest();
-    connection.ResponseDone = false;
-    connection.Sent = true;
+    connection.Transfer.ResponseDone = false;
+    connection.SentHead.Sent = true;
     connection.sendRequest();
-    connection.Sent = false;
-    connection.Opened = false;
+    connection.SentHead.Sent = false;
+    connection.Transfer.Opened = false;
     connection.sendRequest();
     EXPECT_THAT(curl.calls(), IsEmpty());
 }
@@ -144,16 +144,16 @@ TEST_F(SendRequestTest, EachGetterSendsFirst) {
         connection.closeConnection();
         connection.openConnection();
         getter();
-        EXPECT_TRUE(connection.ResponseDone);
+        EXPECT_TRUE(connection.Transfer.ResponseDone);
     }
 }
 
 TEST_F(SendRequestTest, UnknownStatusIsAskedOfLibcurl) {
     EXPECT_EQ(sendWith({}), "nothing");
-    connection.ResponseCode = 0;
+    connection.ReceivedHead.ResponseCode = 0;
     curl.giveInfo(CURLINFO_RESPONSE_CODE, 503L);
     EXPECT_EQ(connection.getResponseCode(), 503);
-    EXPECT_EQ(connection.ResponseCode, 0);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
     curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
     EXPECT_EQ(failureText([&] { connection.getResponseCode(); }),
               internalError(std::string("\"CURLINFO_RESPONSE_CODE\" failed with CURLcode ") +
@@ -164,8 +164,8 @@ TEST_F(SendRequestTest, StoredFailureOfACallbackIsRaisedBehindTheSend) {
     playExchange("HTTP/1.1 200 OK\r\nX-A: b\n\r\n");
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }),
               internalError("CRLF not found at the end of the received headers"));
-    EXPECT_FALSE(connection.ResponseDone);
-    EXPECT_FALSE(connection.TransferFailed); // the send routine itself has ended well
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
+    EXPECT_FALSE(connection.Transfer.TransferFailed); // the send routine itself has ended well
 }
 
 // What leaves the loop, what the caller then sees, and whether the transfer counts as failed.
@@ -189,9 +189,9 @@ TEST_P(SendGuardTest, PassesWhatItKnowsAndWrapsTheRest) {
     };
     curl.OnInterruptPoll = GetParam().Raise;
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }), GetParam().Failure);
-    EXPECT_EQ(connection.TransferFailed, GetParam().TransferFailed);
-    EXPECT_TRUE(connection.Opened);
-    EXPECT_FALSE(connection.ResponseDone);
+    EXPECT_EQ(connection.Transfer.TransferFailed, GetParam().TransferFailed);
+    EXPECT_TRUE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -214,17 +214,17 @@ TEST_F(SendRequestTest, InterruptBecomesAFailedConnection) {
     };
     host().interrupt();
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }), "HTTPConnectionFailedException[" + text + "]");
-    EXPECT_TRUE(connection.TransferFailed);
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
     EXPECT_FALSE(host().interruptPending());
 }
 
 TEST_F(SendRequestTest, EndOfTheExchangeIsTracedBehindAnEmptyLine) {
     const StandardOutputCapture output;
-    connection.Debug = 1;
+    connection.Settings.Debug = 1;
     EXPECT_EQ(sendWith({}), "nothing");
     EXPECT_THAT(output.text(), ::testing::EndsWith("DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n\n"
                                                    "********************END OF RECEIVE_RESPONSE******************\n"));
-    connection.Debug = 0;
+    connection.Settings.Debug = 0;
 }
 
 } // namespace

@@ -15,8 +15,8 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-constexpr double Unlimited = HTTPConnection::Unlimited;
-constexpr std::int64_t NoDeadline = HTTPConnection::NoDeadline;
+constexpr double Unlimited = SilenceLimits::Unlimited;
+constexpr std::int64_t NoDeadline = SilenceLimits::NoDeadline;
 constexpr std::int64_t Ms = 1'000'000;
 constexpr std::int64_t Start = 50'000 * Ms;
 
@@ -52,11 +52,11 @@ protected:
     TimeoutProperty() {
         curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25); // connected
         curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
-        connection.HTTPOptionsMode = *rc::gen::arbitrary<bool>();
+        connection.Settings.HTTPOptionsMode = *rc::gen::arbitrary<bool>();
         std::tie(response, data) = *limits();
         connection.setTimeouts({5000.0, response, data});
         connection.applyTimeouts();
-        connection.Deadline = Start; // runs
+        connection.Limits.Deadline = Start; // runs
         curl.setClock(Start);
     }
 
@@ -64,9 +64,9 @@ protected:
         if (governs == Governs::Data) {
             return "HTTPOptions.DataTimeout";
         }
-        return connection.HTTPOptionsMode ? "HTTPOptions.ResponseTimeout" : "weboptions.Timeout";
+        return connection.Settings.HTTPOptionsMode ? "HTTPOptions.ResponseTimeout" : "weboptions.Timeout";
     }
-    std::string optionName() const { return fl::i18n::to_string(connection.TimeoutOption); }
+    std::string optionName() const { return fl::i18n::to_string(connection.Limits.TimeoutOption); }
 
     std::optional<webservices::HTTPTimeoutException> check(std::int64_t start, bool libcurlTimedOut = false) {
         try {
@@ -78,12 +78,12 @@ protected:
     }
 
     void passHeadLine(std::string line) {
-        RC_ASSERT(HTTPConnection::headerCallback(line.data(), 1, line.size(), &connection) == line.size());
+        RC_ASSERT(headerCallback(line.data(), 1, line.size(), &connection) == line.size());
     }
     void moveByte() {
         char byte = 'x';
         const auto type = *rc::gen::element(CURLINFO_DATA_IN, CURLINFO_DATA_OUT, CURLINFO_HEADER_IN);
-        RC_ASSERT(HTTPConnection::debugCallback(nullptr, type, &byte, 1, &connection) == 0);
+        RC_ASSERT(debugCallback(nullptr, type, &byte, 1, &connection) == 0);
     }
 
     HTTPConnection connection;
@@ -92,36 +92,36 @@ protected:
 };
 
 RC_GTEST_FIXTURE_PROP(TimeoutProperty, DeadlineIsThatOfTheLimitThatGoverns, ()) {
-    connection.HeadersComplete = *rc::gen::arbitrary<bool>();
-    connection.Deadline = Start - 7;
-    connection.TimeoutReason = -1;
-    connection.TimeoutOption = u"before";
-    connection.ActiveTimeout = -1.0;
+    connection.ReceivedHead.HeadersComplete = *rc::gen::arbitrary<bool>();
+    connection.Limits.Deadline = Start - 7;
+    connection.Limits.TimeoutReason = -1;
+    connection.Limits.TimeoutOption = u"before";
+    connection.Limits.ActiveTimeout = -1.0;
     const std::int64_t now = Start + *rc::gen::inRange<std::int64_t>(0, 100'000 * Ms);
     curl.setClock(now);
     connection.updateDeadline();
-    const Governs governs = governing(response, data, connection.HeadersComplete);
+    const Governs governs = governing(response, data, connection.ReceivedHead.HeadersComplete);
     if (governs == Governs::Nothing) {
-        RC_ASSERT(connection.Deadline == Start - 7);
-        RC_ASSERT(connection.TimeoutReason == -1);
+        RC_ASSERT(connection.Limits.Deadline == Start - 7);
+        RC_ASSERT(connection.Limits.TimeoutReason == -1);
         RC_ASSERT(optionName() == "before");
-        RC_ASSERT(connection.ActiveTimeout == -1.0);
+        RC_ASSERT(connection.Limits.ActiveTimeout == -1.0);
         return;
     }
     const double active = governs == Governs::Response ? response : data;
-    RC_ASSERT(connection.Deadline == now + wholeNs(active));
-    RC_ASSERT(connection.TimeoutReason == (connection.HeadersComplete ? 1 : 0));
+    RC_ASSERT(connection.Limits.Deadline == now + wholeNs(active));
+    RC_ASSERT(connection.Limits.TimeoutReason == (connection.ReceivedHead.HeadersComplete ? 1 : 0));
     RC_ASSERT(optionName() == optionOf(governs));
-    RC_ASSERT(connection.ActiveTimeout == active);
+    RC_ASSERT(connection.Limits.ActiveTimeout == active);
 }
 
 RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, ()) {
-    connection.HeadersComplete = *rc::gen::arbitrary<bool>();
-    const Governs governs = governing(response, data, connection.HeadersComplete);
+    connection.ReceivedHead.HeadersComplete = *rc::gen::arbitrary<bool>();
+    const Governs governs = governing(response, data, connection.ReceivedHead.HeadersComplete);
     RC_PRE(governs != Governs::Nothing);
     const double active = governs == Governs::Response ? response : data;
     connection.updateDeadline();
-    curl.setClock(connection.Deadline);
+    curl.setClock(connection.Limits.Deadline);
     RC_ASSERT(!check(Start));
     curl.advanceClock(1 + *rc::gen::inRange<std::int64_t>(0, 20'000 * Ms));
     const std::int64_t now = *curl.clock();
@@ -133,8 +133,8 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, (
     const auto elapsed = static_cast<double>(known ? (now - start) / Ms : 0);
     RC_ASSERT(late->TimeoutMilliseconds == (known ? std::min(elapsed, active) : active));
     RC_ASSERT(optionName() == optionOf(governs));
-    RC_ASSERT(late->OptionName == connection.TimeoutOption);
-    const resource_core::BaseMsgID reason = connection.HeadersComplete
+    RC_ASSERT(late->OptionName == connection.Limits.TimeoutOption);
+    const resource_core::BaseMsgID reason = connection.ReceivedHead.HeadersComplete
                                                 ? resource_core::BaseMsgID(id::TimeoutReasonStoppedSending())
                                                 : resource_core::BaseMsgID(id::TimeoutReasonResponseHeader());
     RC_ASSERT(late->Message == fl::i18n::MessageCatalog::get_message(reason, fl::i18n::VkLocale::global()));
@@ -144,7 +144,7 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, (
 // has lasted longer than the limit that governed when it began.
 RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
     if (response == Unlimited && data == Unlimited) {
-        connection.Deadline = NoDeadline; // as the send sets it
+        connection.Limits.Deadline = NoDeadline; // as the send sets it
     }
     connection.updateDeadline();
     std::int64_t heard = Start;
@@ -155,7 +155,7 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
         if (step == headAt) {
             passHeadLine("HTTP/1.1 200 OK\r\n");
             passHeadLine("\r\n");
-            RC_ASSERT(connection.HeadersComplete);
+            RC_ASSERT(connection.ReceivedHead.HeadersComplete);
             heard = now;
         }
         switch (steps[static_cast<std::size_t>(step)]) {
@@ -165,19 +165,19 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
             break;
         case 1: { // libcurl's own remarks are no activity
             char byte = 'x';
-            HTTPConnection::debugCallback(nullptr, CURLINFO_TEXT, &byte, 1, &connection);
+            debugCallback(nullptr, CURLINFO_TEXT, &byte, 1, &connection);
             break;
         }
         default:
             now += *rc::gen::inRange<std::int64_t>(0, 6'000 * Ms);
             curl.setClock(now);
         }
-        const Governs governs = governing(response, data, connection.HeadersComplete);
+        const Governs governs = governing(response, data, connection.ReceivedHead.HeadersComplete);
         const std::int64_t allowed = wholeNs(governs == Governs::Response ? response
                                              : governs == Governs::Data   ? data
                                                                           : 0.0);
         RC_ASSERT(check(Start).has_value() == (governs != Governs::Nothing && now - heard > allowed));
-        RC_ASSERT((connection.Deadline == NoDeadline) == (governs == Governs::Nothing));
+        RC_ASSERT((connection.Limits.Deadline == NoDeadline) == (governs == Governs::Nothing));
     }
 }
 
@@ -195,9 +195,9 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, ConnectingIsLibcurlsAlone, ()) {
     RC_ASSERT(late->TimeoutMilliseconds == static_cast<double>(elapsedMs));
     const bool early = elapsedMs <= 10'000;
     RC_ASSERT((fl::i18n::to_string(late->Message) == "libcurl's words") == early);
-    const std::string own = connection.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
+    const std::string own = connection.Settings.HTTPOptionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
     RC_ASSERT((optionName() == own) == early);
-    RC_ASSERT(late->OptionName == connection.TimeoutOption);
+    RC_ASSERT(late->OptionName == connection.Limits.TimeoutOption);
 }
 
 } // namespace

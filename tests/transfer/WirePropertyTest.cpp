@@ -27,20 +27,20 @@ std::string marked(std::string text) {
 
 class WireProperty : public ConnectionFixture {
 protected:
-    WireProperty() { connection.Deadline = HTTPConnection::NoDeadline; }
-    ~WireProperty() override { connection.Debug = 0; }
+    WireProperty() { connection.Limits.Deadline = SilenceLimits::NoDeadline; }
+    ~WireProperty() override { connection.Settings.Debug = 0; }
 
     void pass(curl_infotype type, std::string bytes) {
-        HTTPConnection::debugCallback(nullptr, type, bytes.data(), bytes.size(), &connection);
+        debugCallback(nullptr, type, bytes.data(), bytes.size(), &connection);
     }
     // What stands in the trace behind the label, which has the given words in front of the time of day.
     std::string traced(curl_infotype type, const std::string& bytes, const std::string& words) {
         const StandardOutputCapture output;
-        connection.Debug = 1;
+        connection.Settings.Debug = 1;
         pass(type, bytes);
-        connection.Debug = 0;
-        connection.EscapedFailure = nullptr; // of a head that is none
-        connection.InRequestHead = false;
+        connection.Settings.Debug = 0;
+        connection.Transfer.EscapedFailure = nullptr; // of a head that is none
+        connection.SentHead.InRequestHead = false;
         const std::string text = output.text();
         const std::size_t time = words.size();
         const bool labelled = text.compare(0, time, words) == 0 && text.compare(time + 7, 3, "): ") == 0;
@@ -129,7 +129,7 @@ std::string kept(std::string line) {
 RC_GTEST_FIXTURE_PROP(WireProperty, HeadCutBetweenItsLinesIsTheSameHead, ()) {
     const auto heads = *rc::gen::resize(15, rc::gen::nonEmpty(rc::gen::container<std::vector<Head>>(head())));
     const StandardOutputCapture output;
-    connection.Debug = *rc::gen::element(0, 0, 1);
+    connection.Settings.Debug = *rc::gen::element(0, 0, 1);
     std::vector<std::string> lines;
     for (const Head& each : heads) {
         lines.push_back(each.Method + ' ' + each.Uri + ' ' + each.Version);
@@ -142,20 +142,20 @@ RC_GTEST_FIXTURE_PROP(WireProperty, HeadCutBetweenItsLinesIsTheSameHead, ()) {
         block += lines[i] + "\r\n";
         if (cuts[i] != 0) {
             pass(CURLINFO_HEADER_OUT, std::exchange(block, {}));
-            RC_ASSERT(connection.InRequestHead == !lines[i].empty());
+            RC_ASSERT(connection.SentHead.InRequestHead == !lines[i].empty());
         }
     }
     pass(CURLINFO_HEADER_OUT, block); // may be empty
     const Head& last = heads.back();
     std::vector<std::string> fields;
     std::transform(last.Fields.begin(), last.Fields.end(), std::back_inserter(fields), kept);
-    RC_ASSERT(connection.EscapedFailure == nullptr);
-    RC_ASSERT(connection.EffectiveMethod == last.Method);
-    RC_ASSERT(connection.RequestURI == last.Uri);
-    RC_ASSERT(connection.RequestHTTPVersion == last.Version);
-    RC_ASSERT(connection.RequestHeaderLines == fields);
-    RC_ASSERT(connection.Sent);
-    RC_ASSERT(!connection.InRequestHead);
+    RC_ASSERT(connection.Transfer.EscapedFailure == nullptr);
+    RC_ASSERT(connection.SentHead.EffectiveMethod == last.Method);
+    RC_ASSERT(connection.SentHead.RequestURI == last.Uri);
+    RC_ASSERT(connection.SentHead.RequestHTTPVersion == last.Version);
+    RC_ASSERT(connection.SentHead.RequestHeaderLines == fields);
+    RC_ASSERT(connection.SentHead.Sent);
+    RC_ASSERT(!connection.SentHead.InRequestHead);
 }
 
 } // namespace

@@ -1,0 +1,54 @@
+#include "http/SilenceLimits.h"
+
+#include "http/MonotonicTime.h"
+
+#include <algorithm>
+
+void SilenceLimits::setTimeouts(std::vector<double> timeouts) {
+    timeouts.resize(std::max<std::size_t>(timeouts.size(), 4), Unlimited);
+    ConnectTimeout = timeouts[0];
+    ResponseTimeout = timeouts[1];
+    DataTimeout = timeouts[2];
+    ExtraTimeout = timeouts[3];
+}
+
+std::vector<double> SilenceLimits::getTimeouts() const {
+    return {ConnectTimeout, ResponseTimeout, DataTimeout, ExtraTimeout};
+}
+
+void SilenceLimits::begin(bool headersComplete, bool httpOptions) {
+    if (isUnlimited(ResponseTimeout) && isUnlimited(DataTimeout)) {
+        Deadline = NoDeadline;
+    } else {
+        Deadline = monotonicNow();
+        updateDeadline(headersComplete, httpOptions);
+    }
+}
+
+void SilenceLimits::updateDeadline(bool headersComplete, bool httpOptions) {
+    if (Deadline == NoDeadline) {
+        return;
+    }
+    const std::int64_t now = monotonicNow();
+    const double responseLimit = isUnlimited(ResponseTimeout) ? Unlimited : ResponseTimeout;
+    if (responseLimit != Unlimited && !headersComplete) {
+        Deadline = ResponseTimeoutMs * NsPerMs + now;
+        TimeoutReason = 0;
+        TimeoutOption = httpOptions ? u"HTTPOptions.ResponseTimeout" : u"weboptions.Timeout";
+        ActiveTimeout = ResponseTimeout;
+    }
+    // "Not greater" rather than "at most": a limit that is not a number leaves the response limit in charge.
+    if (isUnlimited(DataTimeout) || (!(responseLimit > DataTimeout) && !headersComplete)) {
+        return;
+    }
+    Deadline = DataTimeoutMs * NsPerMs + now;
+    TimeoutReason = headersComplete ? 1 : 0;
+    TimeoutOption = u"HTTPOptions.DataTimeout";
+    ActiveTimeout = DataTimeout;
+}
+
+void SilenceLimits::endHead() {
+    if (isUnlimited(DataTimeout)) {
+        Deadline = NoDeadline;
+    }
+}

@@ -1,0 +1,39 @@
+// The limits of silence and the one moving deadline. Every sign of activity moves the deadline ahead, so they bound
+// silence and not the whole transfer.
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+struct SilenceLimits {
+    static constexpr double Unlimited = std::numeric_limits<double>::infinity();
+    static constexpr std::int64_t NoDeadline = std::numeric_limits<std::int64_t>::max();
+
+    // An infinite timeout of either sign is no limit.
+    static bool isUnlimited(double timeout) { return std::isinf(timeout); }
+
+    // Milliseconds: connect, response, data, extra. What is missing has no limit.
+    void setTimeouts(std::vector<double> timeouts);
+    std::vector<double> getTimeouts() const;
+
+    // Until the head is complete the shorter limit governs, the response limit on a tie; afterwards only the data limit
+    // does. `httpOptions` chooses the interface's name for the limit.
+    void begin(bool headersComplete, bool httpOptions); // with the send
+    void updateDeadline(bool headersComplete, bool httpOptions);
+    void endHead(); // without a data limit no silence ends the transfer from here on
+    bool isPassed(std::int64_t now) const { return now > Deadline; }
+
+    double ConnectTimeout = 5000.0;     // ms; libcurl's alone
+    double ResponseTimeout = Unlimited; // ms of silence until the response head is complete
+    double DataTimeout = Unlimited;     // ms of silence while content moves
+    double ExtraTimeout = Unlimited;    // stored and returned only
+    std::int64_t ResponseTimeoutMs = 0; // the same as integers, written at open when finite
+    std::int64_t DataTimeoutMs = 0;
+    double ActiveTimeout = 0.0;     // ms behind the running Deadline
+    std::int32_t TimeoutReason = 0; // 0: the head was awaited, 1: content
+    std::u16string TimeoutOption;   // name of the option behind Deadline
+    std::int64_t Deadline = 0;      // monotonic ns; NoDeadline: none
+};

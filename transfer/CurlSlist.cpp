@@ -1,0 +1,18 @@
+#include "transfer/CurlSlist.h"
+
+#include <curl/curl.h>
+
+#include <new>
+
+void CurlSlist::append(const std::string& line) {
+    curl_slist* list = curl_slist_append(List.get(), line.c_str());
+    if (list == nullptr) {
+        throw std::bad_alloc();
+    }
+    static_cast<void>(List.release()); // libcurl gives the same head back, or the first one
+    List.reset(list);
+}
+
+void CurlSlist::Free::operator()(curl_slist* list) const noexcept {
+    curl_slist_free_all(list);
+}

@@ -1,0 +1,50 @@
+// The transfer that runs on the handles, or ran on them last: from the send that begins it to the next one.
+#pragma once
+
+#include "transfer/CurlSlist.h"
+
+#include <cstdint>
+#include <exception>
+#include <iosfwd>
+#include <memory>
+
+class InterruptibleStreamCopier;
+
+// Why nothing whole can come of a transfer any more.
+enum class TransferFault {
+    None,
+    UploadBroken, // the send pump was left before its end, or content cannot be sent again
+    Failed,       // libcurl's result was judged a failure, or a callback failed
+};
+
+struct RunningTransfer {
+    // A new one, under the number that the handles have now.
+    void begin(std::uint64_t generation) {
+        Generation = generation;
+        Fault = TransferFault::None;
+        PassedOn = 0;
+        Target = nullptr;
+    }
+
+    bool Opened = false;          // after a successful open
+    bool ResponseDone = false;    // sendRequest has finished; an open leaves it alone
+    bool PerformDone = false;     // ends the perform loop
+    bool InProgress = false;      // libcurl runs, or a host object is called for it: no call from there may disturb it
+    std::uint64_t Generation = 0; // of the handles when it began; it runs as long as they have the same. 0: none began
+    TransferFault Fault = TransferFault::None;
+
+    std::uint64_t PassedOn = 0;           // bytes of the response's content that were given away
+    const std::ostream* Target = nullptr; // the stream that still holds them all; null: there is none
+    std::streamoff TargetStart = 0;       // where they begin in it
+
+    bool BodyFromPostData = false;                     // the content is encoded PostData, so its length is announced
+    bool HasContentLength = false;                     // of the request being built
+    std::int64_t ContentLengthToSend = 0;              // goes with HasContentLength
+    CurlSlist RequestHeaders;                          // given to CURLOPT_HTTPHEADER; lives until the next send
+    CurlSlist ProxyHeaders;                            // given to CURLOPT_PROXYHEADER; lives until the next send
+    std::shared_ptr<InterruptibleStreamCopier> Copier; // of the current request
+
+    bool TransferFailed = false;        // an exception has left the send routine; nothing reads it
+    std::exception_ptr CallbackFailure; // a failed check of the header callback; sendRequest rethrows it
+    std::exception_ptr EscapedFailure;  // what would have left a callback; rethrown after the libcurl call
+};
