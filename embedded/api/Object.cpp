@@ -67,7 +67,8 @@ void checkValue(const Scope& scope, const Array& value) {
     const std::vector<std::string>* members = scope.Classes.enumerationMembers(className);
     const std::size_t count = members ? omGetNumberOfElementsInUnderlyingArray(array) : 0;
     for (std::size_t index = 0; index < count; ++index) {
-        const std::string& member = *omGetEnumerationID(array, index);
+        const vcos::InternedName id = omGetEnumerationID(array, index);
+        const std::string member = id == nullptr ? std::string() : *id; // an empty name has no key
         if (std::find(members->begin(), members->end(), member) == members->end()) {
             std::string known;
             for (const std::string& name : *members) {

@@ -277,6 +277,8 @@ TEST_F(Programs, UnknownEnumerationMemberIsRefused) {
                   sink.call("take", {schemes({"Basic", "basic"})});
               }),
               "VANTIK:vcos:UnknownMember(vantik.net.http.AuthenticationScheme, basic, Basic, Digest, NTLM, Negotiate)");
+    EXPECT_EQ(failureOf([&] { sink.call("take", {schemes({""})}); }),
+              "VANTIK:vcos:UnknownMember(vantik.net.http.AuthenticationScheme, , Basic, Digest, NTLM, Negotiate)");
     EXPECT_EQ(seen, (std::vector<std::string>(2, "vantik.net.http.AuthenticationScheme")));
 }
 
