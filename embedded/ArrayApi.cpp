@@ -67,6 +67,9 @@ vxArray_tag* vxCreateSharedDataCopy(const vxArray_tag* array) {
 }
 
 double vxGetScalar(const vxArray_tag* array) {
+    const vxClassID classId = vxGetClassID(array);
+    if (classId != vxLOGICAL_CLASS && !isNumeric(classId))
+        raiseHostFailure("VANTIK:vx", "ExpectedClass", {std::string("number"), std::string(vxGetClassName(array))});
     return elementAsDouble(array, 0);
 }
 

@@ -76,7 +76,8 @@ VANTIK_HOST_API vxArray_tag* vxGetField(const vxArray_tag* array, std::size_t in
 // ExpectedClass): the value is released then. Null removes the field's value. A borrowed field value is copied.
 VANTIK_HOST_API void vxSetField(vxArray_tag* array, std::size_t index, const char* name, vxArray_tag* value);
 
-// First element as a double; 0 for an array without numbers.
+// First element of a numeric or logical array as a double; 0 where it has none. Raises VANTIK:vx:ExpectedClass for
+// every other class: no number is an answer too, and a wrong one.
 VANTIK_HOST_API double vxGetScalar(const vxArray_tag* array);
 VANTIK_HOST_API bool vxIsEmpty(const vxArray_tag* array);
 // True where the array's class is `className` or derives from it.

@@ -172,8 +172,20 @@ TEST_F(Arrays, ScalarReadsEachNumericClass) {
     EXPECT_EQ(vxGetScalar(ArrayOwner(vantik::detail::makeInt32(INT32_MIN)).get()), -2147483648.0);
     EXPECT_EQ(vxGetScalar(ArrayOwner(vantik::detail::makeUInt64(UINT64_MAX)).get()), 18446744073709551616.0);
     EXPECT_EQ(vxGetScalar(ArrayOwner(vantik::detail::makeLogical(true)).get()), 1.0);
-    EXPECT_EQ(vxGetScalar(ArrayOwner(vxCreateString("7")).get()), 0.0);
-    EXPECT_EQ(vxGetScalar(nullptr), 0.0);
+}
+
+TEST_F(Arrays, ScalarOfAClassWithoutNumbersRaises) {
+    const ArrayOwner emptyText(vxCreateString(""));
+    const ArrayOwner text(vxCreateString("7"));
+    const ArrayOwner structure(vxCreateStructMatrix(1, 1, 0, nullptr));
+    const ArrayOwner object(vantik::detail::makeObjectArray("test.Thing", {}));
+    const ArrayOwner member(vantik::detail::makeEnumerationArray("test.Color", {"Red"}));
+    const ArrayOwner unknown(vxCreateEmptyUnknownArrayNotOnArrayList());
+    for (const vxArray_tag* array : {emptyText.get(), text.get(), structure.get(), object.get(), member.get(),
+                                     unknown.get(), static_cast<vxArray_tag*>(nullptr)}) {
+        EXPECT_EQ(raisedIdentifier([array] { vxGetScalar(array); }), "VANTIK:vx:ExpectedClass")
+            << vxGetClassName(array);
+    }
 }
 
 TEST_F(Arrays, LogicalsAreReadInPlace) {

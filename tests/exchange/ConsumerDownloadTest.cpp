@@ -107,6 +107,21 @@ TEST_F(Consumer, SizeThatTruncatesToNothingFails) {
     }
 }
 
+// An answer that is no number says neither how much is wanted nor how much was taken.
+TEST_F(Consumer, AnswerThatIsNoNumberFails) {
+    const ScriptedConsumer sized = makeScriptedConsumer(host());
+    sized->OnStart = [] { return Array("100"); };
+    const ScriptedConsumer taking = makeScriptedConsumer(host());
+    taking->OnPut = [](int, const std::string& piece) { return Array(std::to_string(piece.size())); };
+    for (const auto& [consumer, calls] :
+         {std::pair<ScriptedConsumer, Calls>{sized, {"start"}}, {taking, {"start", "put 16384", "close"}}}) {
+        const Object connection = openDownload(response(patternedBytes(40000)), consumer);
+        EXPECT_EQ(describe(failureOf([&] { receive(connection); })), "VANTIK:vx:ExpectedClass(number, char)");
+        EXPECT_EQ(consumer->Calls, calls);
+        expectScopeUsable(connection);
+    }
+}
+
 TEST_F(Consumer, TakingLessStopsQuietly) {
     for (const double taken : {0.0, 60.0}) {
         const ScriptedConsumer consumer = makeScriptedConsumer(host());

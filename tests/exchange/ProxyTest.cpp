@@ -101,6 +101,33 @@ TEST_F(Proxy, PortOutOfRangeIsRefused) {
     }
 }
 
+// Taken for the number 0, it would send the request to the port that libcurl has for proxies.
+TEST_F(Proxy, PortThatIsNoNumberIsRefused) {
+    for (const auto& [port, className] : {std::pair<Array, std::string>{Array("3128"), "char"},
+                                          {Array::structure({{"Number", 3128.0}}), "struct"},
+                                          {Array::enumeration("vantik.net.http.AuthenticationScheme", {"Basic"}),
+                                           "vantik.net.http.AuthenticationScheme"}}) {
+        const Object connection = makeAdapter();
+        connection.set("URL", "http://127.0.0.1:9/");
+        const Array proxy = Array::structure({{"Host", "127.0.0.1"}, {"Port", port}});
+        const vantik::Message message = failureOf([&] { connection.call("openProxyConnection", {proxy}); });
+        EXPECT_EQ(describe(message), "VANTIK:vx:ExpectedClass(number, " + className + ")");
+        EXPECT_EQ(message.Text,
+                  "Expected an array of the class \"number\", found one of the class \"" + className + "\".");
+        expectScopeUsable(connection);
+    }
+}
+
+TEST_F(Proxy, PortMayBeAnyNumericClass) {
+    ScriptedServer& proxy = serve({step::expectHead(), step::send(response("by proxy"))});
+    const Object connection = makeAdapter();
+    connection.set("URL", "http://origin.test/");
+    connection.call("openProxyConnection",
+                    {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<std::int32_t>(proxy.port())}})});
+    EXPECT_EQ(receiveBytes(connection), "by proxy");
+    expectScopeUsable(connection);
+}
+
 TEST_F(Proxy, EmptyPortStandsFor80) {
     const Object connection = makeAdapter();
     connection.set("URL", "http://127.0.0.1:9/");

@@ -137,12 +137,6 @@ TEST_F(Consumer, SizeMayBeOfAnyNumericClassOrEmpty) {
     EXPECT_EQ(pieceFor(zeros(0, 1, vxDOUBLE_CLASS)), 16384U);
 }
 
-TEST_F(Consumer, SizeThatIsNoNumberFails) {
-    const auto consumer = consume();
-    consumer->OnStart = [] { return vantik::Array::structure({{"Size", 100.0}}); };
-    EXPECT_EQ(internalErrorOf([&] { receive(); }), "ContentConsumer.startInternal returned bufSize <= 0");
-}
-
 // Pieces of one drain.
 
 TEST_F(Consumer, OneDrainMayTakeSeveralPiecesAndIsOneUpdate) {
@@ -240,14 +234,6 @@ TEST_F(Consumer, TakingLessEndsTheCopyQuietlyAndCountsWhatWasTaken) {
     EXPECT_EQ(saveTo.view(), "01234567") << "the piece that was refused in part has been saved whole";
     EXPECT_EQ(Curl.count(CurlFunction::MultiInfoRead), 0U);
     EXPECT_TRUE(Copier.ReceiveBuffer.empty());
-}
-
-TEST_F(Consumer, AnswerThatIsNoNumberTakesNothing) {
-    const auto consumer = consume();
-    consumer->OnPut = [](int, const std::string&) { return vantik::Array::structure({{"Taken", 3.0}}); };
-    Curl.callWrite("abc");
-    receive();
-    EXPECT_THAT(consumer->Calls, ElementsAre("start", "put 3", "close"));
 }
 
 TEST_F(Consumer, EmptyAnswerAbortsTheOperation) {
