@@ -93,6 +93,13 @@ TEST_F(ProxyLookup, NoProxyGivesAnEmptyHostAndPortEighty) {
     EXPECT_THAT(Selector->Asked, testing::ElementsAre("http://example.com/"));
 }
 
+// The port goes by the list, not by the host.
+TEST_F(ProxyLookup, FirstProxyWithoutAHostGivesItsPort) {
+    Selector->Answer.emplace_back("", std::uint16_t{3128});
+    Selector->Answer.emplace_back("second", std::uint16_t{2});
+    expectProxy(lookUp("http://example.com/"), "", 3128.0, "", "");
+}
+
 TEST_F(ProxyLookup, ProxyWithoutCredentialsHasEmptyTexts) {
     Selector->Answer.emplace_back("proxy.example", std::uint16_t{3128});
     expectProxy(lookUp("http://example.com/"), "proxy.example", 3128.0, "", "");
