@@ -120,3 +120,7 @@ WRAPPER_OF_LIBRARIES int __wrap_pthread_once(pthread_once_t* flag, void (*routin
 }
 
 } // extern "C"
+
+vcos::COSPackage* HostCalls::hostNamespace(const std::string& fullName) {
+    return GET_NAMESPACE(__real_)(vcos::internal::makeInterned(std::string(fullName)));
+}

@@ -32,4 +32,6 @@ public:
     bool OncePrimitiveFails = false; // pthread_once
 
     static HostCalls* current() noexcept;
+    // What the host itself says, within a replacement too.
+    static vcos::COSPackage* hostNamespace(const std::string& fullName);
 };

@@ -2,13 +2,21 @@
 
 #include "host/Messages.h"
 #include "tests/hostclass/ClassFixture.h"
+#include "tests/hostclass/HostCalls.h"
+#include "tests/support/Await.h"
 
 #include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <latch>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -30,6 +38,13 @@ std::pair<std::string, resource_core::MsgArgument> registrationFailure() {
         return {failure.get_error_id(), failure.msg_id().arguments().at(0)};
     }
     return {"none", std::string()};
+}
+
+// Whether a thread of this process waits for something.
+bool sleeps(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    return text.find(") S ") != std::string::npos;
 }
 
 const std::pair<std::string, resource_core::MsgArgument> kConsumerMissing = {
@@ -70,6 +85,15 @@ protected:
         GTEST_FLAG_SET(death_test_style, "threadsafe");
         scope().RegistersPerScope = false;
     }
+    // Whether a call of the module's entry left the class in a new scope, on this thread. `before` runs just before it.
+    static bool registersInAScopeOfItsOwn(const std::function<void()>& before) {
+        vantik::Host own;
+        const vantik::detail::ScopeEntry entry(own.scope());
+        own.scope()->RegistersPerScope = false;
+        before();
+        VKInitialize_netrove();
+        return vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr;
+    }
     [[noreturn]] static void leave(bool asExpected) { std::_Exit(asExpected ? 0 : 1); }
 };
 
@@ -107,19 +131,49 @@ TEST_F(ModuleEntryDeathTest, WithOneSystemForAllOneOfManyThreadsRegisters) {
             std::vector<int> registered(count);
             std::vector<std::thread> threads;
             for (int& has : registered) {
-                threads.emplace_back([&] {
-                    vantik::Host own;
-                    const vantik::detail::ScopeEntry entry(own.scope());
-                    own.scope()->RegistersPerScope = false;
-                    start.arrive_and_wait();
-                    VKInitialize_netrove();
-                    has = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr ? 1 : 0;
-                });
+                threads.emplace_back(
+                    [&] { has = registersInAScopeOfItsOwn([&] { start.arrive_and_wait(); }) ? 1 : 0; });
             }
             for (std::thread& thread : threads) {
                 thread.join();
             }
             leave(std::ranges::count(registered, 1) == 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+// The class is there for whoever returns, not for the one alone who registered it.
+TEST_F(ModuleEntryDeathTest, WithOneSystemForAllACallWaitsForTheRegistrationThatRuns) {
+    EXPECT_EXIT(
+        {
+            HostCalls calls;
+            std::atomic_flag held;
+            std::latch begun(1);
+            std::latch mayEnd(1);
+            calls.OnGetNamespace = [&](const std::string& name) {
+                if (!held.test_and_set()) {
+                    begun.count_down();
+                    mayEnd.wait();
+                }
+                return HostCalls::hostNamespace(name);
+            };
+            bool firstRegistered = false;
+            std::thread first([&] { firstRegistered = registersInAScopeOfItsOwn([] {}); });
+            begun.wait();
+            std::atomic<pid_t> caller = 0;
+            std::atomic<bool> returned = false;
+            bool secondRegistered = true;
+            std::thread second([&] {
+                secondRegistered = registersInAScopeOfItsOwn([&] { caller = gettid(); });
+                returned = true;
+            });
+            const auto waits =
+                testsupport::awaitOrEnd([&] { return caller != 0 && sleeps(caller); }, [&] { return returned.load(); });
+            const bool tooEarly = returned;
+            mayEnd.count_down();
+            first.join();
+            second.join();
+            leave(waits == testsupport::Awaited::Held && !tooEarly && firstRegistered && !secondRegistered);
         },
         testing::ExitedWithCode(0), "");
 }
