@@ -6,12 +6,35 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
+
+#include <sys/resource.h>
 
 namespace {
 
 using namespace testsupport;
 using vantik::Object;
+
+// No file of this process grows beyond `bytes` while it lives: writing fails, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &Before);
+        const rlimit now{bytes, Before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &now);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &Before);
+        std::signal(SIGXFSZ, Handler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit Before{};
+    void (*Handler)(int) = std::signal(SIGXFSZ, SIG_IGN);
+};
 
 class SaveFile : public HostFixture {
 protected:
@@ -95,6 +118,28 @@ TEST_F(SaveFile, FullDiskIsFoundAtTheEndOfTheTransfer) {
                   ")");
     EXPECT_EQ(difference(consumer->content(), body), "") << "the consumer has seen everything";
     EXPECT_EQ(consumer->Calls.back(), "close");
+    expectScopeUsable(connection);
+}
+
+// It fails under the URL and not as a file that cannot be written. The file keeps what fitted, and the same object is
+// good for the next save.
+TEST_F(SaveFile, WriteThatFailsOnTheWayLeavesWhatHadFitted) {
+    const std::string body = patternedBytes(100000);
+    ScriptedServer& server =
+        serve({step::expectHead(), step::send(response(body)), step::expectHead(), step::send(response(body))});
+    const Object connection = open(server.url("/"));
+    const std::string path = Folder.file("saved");
+    {
+        const FileSizeLimit limit(50000);
+        EXPECT_EQ(describe(failureOf([&] { connection.call("copyContentToFile", {path}); })),
+                  "VANTIK:webservices:CopyContentToDataStreamError(Error saving to local data stream., " +
+                      server.url("/") + ")");
+    }
+    EXPECT_EQ(difference(readFile(path), body.substr(0, 50000)), "");
+    connection.call("closeConnection");
+    connection.call("openConnection");
+    connection.call("copyContentToFile", {path});
+    EXPECT_EQ(difference(readFile(path), body), "");
     expectScopeUsable(connection);
 }
 
