@@ -4,6 +4,7 @@
 
 #include "cli/CliFailure.h"
 #include "cli/SafeText.h"
+#include "vantik/Http.h"
 
 namespace netrove::cli {
 
@@ -43,8 +44,8 @@ bool isToken(std::string_view text) {
 }
 
 bool isSecretField(std::string_view name) {
-    return equalsIgnoringCase(name, "Authorization") || equalsIgnoringCase(name, "Proxy-Authorization") ||
-           equalsIgnoringCase(name, "Cookie");
+    return std::any_of(std::begin(vantik::kSecretHttpFields), std::end(vantik::kSecretHttpFields),
+                       [&](std::string_view secret) { return equalsIgnoringCase(name, secret); });
 }
 
 Field parseField(std::string_view text) {

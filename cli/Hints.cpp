@@ -45,6 +45,8 @@ constexpr HintRow kHints[] = {
     {kFileTls, 1, "issuer certificate", "the file of --ca-file has to hold the authority that issued this certificate"},
     {kFileTls, 1, "self-signed certificate",
      "the file of --ca-file has to hold this certificate, or the authority that issued it"},
+    {"VANTIK:webservices:InternalError", 0, "CRLF not found in headers",
+     "the request's head is too long to be sent at once; shorten its fields"},
     {kCopy, 0, "Empty reply from server", kNotHttp},
     {kCopy, 0, "HTTP/0.9", kNotHttp},
     {"VANTIK:webservices:ConnectionRefused", 1, "Connection reset", kNotHttp},

@@ -12,6 +12,7 @@
 #include "cli/Hints.h"
 #include "cli/SafeText.h"
 #include "cli/UrlText.h"
+#include "vantik/Http.h"
 
 namespace netrove::cli {
 
@@ -50,9 +51,10 @@ bool colorWanted(ColorChoice choice, bool terminal) {
     return terminal && (noColor == nullptr || *noColor == '\0') && term != nullptr && std::string_view(term) != "dumb";
 }
 
-// Identifier, text, and what can be tried next.
+// Identifier, text, and what can be tried next. The secrets go first, since a quoted head may be in the way of the
+// rest.
 std::string failureLine(const vantik::Message& message) {
-    std::string text = message.identifier() + ": " + message.Text;
+    std::string text = message.identifier() + ": " + vantik::withoutSecrets(message.Text);
     const std::string_view hint = hintFor(message);
     if (!hint.empty())
         text += (text.ends_with('.') ? " Hint: " : ". Hint: ") + std::string(hint) + ".";
@@ -134,7 +136,7 @@ std::string Console::failureText(const Verdict& verdict) const {
 }
 
 std::string Console::masked(std::string_view text) const {
-    std::string result = maskUserInfo(text);
+    std::string result = maskUserInfo(vantik::withoutSecrets(text));
     for (const std::string& secret : Secrets)
         for (auto at = result.find(secret); at != result.npos; at = result.find(secret, at + 3))
             result.replace(at, secret.size(), "***");

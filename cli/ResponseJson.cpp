@@ -6,6 +6,7 @@
 #include <Poco/Base64Encoder.h>
 #include <nlohmann/json.hpp>
 
+#include "cli/FieldText.h"
 #include "cli/SafeText.h"
 
 namespace netrove::cli {
@@ -31,7 +32,7 @@ double seconds(std::chrono::duration<double> time) {
 std::string responseJson(const Response& response, const ResponseFacts& facts) {
     nlohmann::ordered_json fields = nlohmann::ordered_json::array();
     for (const Field& field : response.Fields)
-        fields.push_back({{"name", field.Name}, {"value", field.Value}});
+        fields.push_back({{"name", field.Name}, {"value", isSecretField(field.Name) ? "***" : field.Value}});
     nlohmann::ordered_json object = {{"url", response.Url},
                                      {"method", response.Method},
                                      {"redirects", response.Redirects},

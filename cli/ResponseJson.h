@@ -18,8 +18,8 @@ struct ResponseFacts {
     std::optional<std::string> Content; // UTF-8 goes in as text, anything else in base64
 };
 
-// One line without its end: url, method, redirects, httpVersion, status, reason, fields (in order, as name and value),
-// bytes, seconds, secondsToHead, and file, content or contentBase64.
+// One line without its end: url, method, redirects, httpVersion, status, reason, fields (in order, as name and value,
+// that of a secret field masked), bytes, seconds, secondsToHead, and file, content or contentBase64.
 std::string responseJson(const Response& response, const ResponseFacts& facts);
 
 } // namespace netrove::cli

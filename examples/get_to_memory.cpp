@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
             return 1;
         }
     } catch (const vantik::Failure& failure) {
-        std::cerr << failure.identifier() << ": " << failure.what() << '\n';
+        std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
         return 1;
     }
 }

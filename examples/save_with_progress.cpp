@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
         std::filesystem::rename(part, argv[2]);
         return 0;
     } catch (const vantik::Failure& failure) {
-        std::cerr << failure.identifier() << ": " << failure.what() << '\n';
+        std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
     } catch (const std::exception& failure) {
         std::cerr << failure.what() << '\n';
     }

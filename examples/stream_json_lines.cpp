@@ -45,7 +45,7 @@ int main(int argc, char** argv) {
             examine(rest); // the last line may lack its end
         return found ? 0 : 1;
     } catch (const vantik::Failure& failure) {
-        std::cerr << failure.identifier() << ": " << failure.what() << '\n';
+        std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
     } catch (const std::exception& failure) {
         std::cerr << failure.what() << '\n';
     }

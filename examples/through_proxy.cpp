@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
     try {
         return get(host, argv[1], std::chrono::duration<double>(seconds));
     } catch (const vantik::Failure& failure) {
-        std::cerr << failure.identifier() << ": " << failure.what() << '\n';
+        std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
         return host.wasInterrupted() ? 130 : 1; // stopped before the response it is a failed connection
     }
 }

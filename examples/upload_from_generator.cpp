@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
         std::cerr << "sent " << next << " lines, the server answered " << status << '\n';
         return status >= 200 && status < 300 ? 0 : 1;
     } catch (const vantik::Failure& failure) {
-        std::cerr << failure.identifier() << ": " << failure.what() << '\n';
+        std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
         return 1;
     }
 }

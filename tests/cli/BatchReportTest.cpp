@@ -65,6 +65,18 @@ TEST(BatchReport, SecretsOfALineAreHidden) {
     EXPECT_EQ(Json::parse(text)["url"], "http://h/a");
 }
 
+// Of secrets that nobody has told the console, such as those of a redirect's cookies, and of pieces of those it knows.
+TEST(BatchReport, AHeadInAFailureIsMasked) {
+    const std::string whole = "a head: set-cookie: topsecret\nX: y";
+    const std::string cut = "CRLF not found in headers:\nopsecret";
+    BatchOutcome outcome{.Failed = Verdict{{"A", "B", {whole, cut}, whole + " " + cut}, 1}};
+    const Json object = Json::parse(resultLine(lineOf("http://h/a"), outcome, Console()));
+    const std::string wholeShown = "a head: set-cookie: ***\nX: y";
+    const std::string cutShown = "CRLF not found in headers (8 bytes, not shown)";
+    EXPECT_EQ(object["arguments"], Json({wholeShown, cutShown}));
+    EXPECT_EQ(object["message"], wholeShown + " " + cutShown);
+}
+
 TEST(BatchReport, WithoutAResponseThereIsNoStatus) {
     const Json object = Json::parse(plainLine(lineOf("{\"url\":\"http://h/a\",\"target\":null}"), "planned", nullptr));
     EXPECT_EQ(object["status"], nullptr);

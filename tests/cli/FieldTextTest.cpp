@@ -91,6 +91,7 @@ TEST(FieldText, FieldsWithCredentialsAreKnown) {
     EXPECT_TRUE(isSecretField("authorization"));
     EXPECT_TRUE(isSecretField("Cookie"));
     EXPECT_TRUE(isSecretField("Proxy-Authorization"));
+    EXPECT_TRUE(isSecretField("set-cookie"));
     EXPECT_FALSE(isSecretField("Accept"));
 }
 

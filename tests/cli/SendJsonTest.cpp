@@ -42,6 +42,19 @@ TEST(SendJson, TellsTheResponseAndItsContent) {
     EXPECT_GE(object.at("seconds"), object.at("secondsToHead"));
 }
 
+// Such objects are kept in logs. Who wants the head as it came has --include.
+TEST(SendJson, SecretsOfTheHeadAreMasked) {
+    const std::string answer = response("", {"Set-Cookie: id=s3cr3t", "authorization: s3cr3t", "X-One: 1"});
+    ScriptedServer server(std::vector<Script>(2, {step::expectHead(), step::send(answer)}));
+    const Outcome outcome = run({"send", "--json", server.url()});
+    EXPECT_EQ(outcome.Out.find("s3cr3t"), std::string::npos) << outcome.Out;
+    const json fields = json::parse(outcome.Out).at("fields");
+    EXPECT_EQ(fields.at(0), (json{{"name", "Set-Cookie"}, {"value", "***"}}));
+    EXPECT_EQ(fields.at(1), (json{{"name", "authorization"}, {"value", "***"}}));
+    EXPECT_EQ(fields.at(2), (json{{"name", "X-One"}, {"value", "1"}}));
+    EXPECT_NE(run({"send", "-i", server.url()}).Out.find("Set-Cookie: id=s3cr3t\r\n"), std::string::npos);
+}
+
 TEST(SendJson, ContentThatIsNoTextIsInBase64) {
     ScriptedServer server({step::expectHead(), step::send(response(std::string("\xFF\0\x01", 3)))});
     const json object = json::parse(run({"send", "--json", server.url()}).Out);

@@ -67,6 +67,45 @@ TEST_F(HttpHelpers, AFieldWithoutAValueHasAnEmptyOne) {
     EXPECT_EQ(vantik::readHttpFields(sparse), (Fields{{"X", ""}}));
 }
 
+struct SecretRow {
+    std::string Text;
+    std::string Shown;
+};
+
+TEST(HttpSecrets, ValuesOfSecretFieldsAreReplaced) {
+    for (const SecretRow& row : {
+             SecretRow{"", ""},
+             {"no head at all", "no head at all"},
+             {"Authorization: Bearer abc", "Authorization: ***"},
+             {"AUTHORIZATION:abc\r\nHost: h\r\n", "AUTHORIZATION: ***\r\nHost: h\r\n"},
+             {"a head:\r\nproxy-authorization \t: abc\nX: y", "a head:\r\nproxy-authorization: ***\nX: y"},
+             {"cookie: a=1; b=2\nset-cookie: c=3\n", "cookie: ***\nset-cookie: ***\n"},
+             {"Set-Cookie:", "Set-Cookie: ***"},
+             {"Cookie: a\r\n b\n\tc\r\nHost: h", "Cookie: ***\r\nHost: h"},
+             {"the line 'Cookie: a' is bad", "the line 'Cookie: ***"},
+             {"Cookie: a\rb", "Cookie: ***"},
+             {"X-Authorization: a\nCookies: b\nCookie\nAuthorization = c",
+              "X-Authorization: a\nCookies: b\nCookie\nAuthorization = c"},
+             {"Cookie: ***", "Cookie: ***"},
+         }) {
+        EXPECT_EQ(vantik::withoutSecrets(row.Text), row.Shown);
+        EXPECT_EQ(vantik::withoutSecrets(row.Shown), row.Shown) << "once is enough";
+    }
+}
+
+// Where the piece begins is not known, so that no name in it can be told from a value.
+TEST(HttpSecrets, BytesOfAHeadThatWasCutAreCounted) {
+    for (const std::string& piece : {std::string("Authorization: Bearer abc"), std::string("ization: Bearer abc"),
+                                     std::string("abc: def\r"), std::string("abc\0\r\nCookie: d", 15)}) {
+        const std::string shown =
+            "A state: CRLF not found in headers (" + std::to_string(piece.size()) + " bytes, not shown)";
+        EXPECT_EQ(vantik::withoutSecrets("A state: CRLF not found in headers:\n" + piece), shown);
+        EXPECT_EQ(vantik::withoutSecrets(shown), shown);
+    }
+    EXPECT_EQ(vantik::withoutSecrets("CRLF not found at the end of the received headers"),
+              "CRLF not found at the end of the received headers");
+}
+
 TEST_F(HttpHelpers, LimitsAreMilliseconds) {
     const Array limits = vantik::httpTimeouts({.Connect = 2s, .Response = 1500us, .Data = 1min});
     EXPECT_EQ(limits.dimensions(), (std::vector<std::size_t>{1, 3}));

@@ -46,6 +46,15 @@ __attribute__((visibility("default"))) Array httpFields(std::initializer_list<Ht
 // Raises VANTIK:vx:ExpectedClass or VANTIK:vx:NoSuchField for an Array that is no struct of Name and Value.
 __attribute__((visibility("default"))) std::vector<HttpField> readHttpFields(const Array& fields);
 
+// Fields whose values are credentials; names of fields are the same in any case.
+inline constexpr std::string_view kSecretHttpFields[] = {"Authorization", "Proxy-Authorization", "Cookie",
+                                                         "Set-Cookie"};
+
+// A text for a screen or a log, such as that of a failure or one of its arguments: where it quotes a head, the values
+// of the fields above are replaced by "***", whole lines with those that continue them. Of a head that the class could
+// not read, the failure quotes a piece that may begin and end within a value: its bytes are only counted. Any thread.
+__attribute__((visibility("default"))) std::string withoutSecrets(std::string_view text);
+
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
 inline constexpr Milliseconds kNoLimit{std::numeric_limits<double>::infinity()};
