@@ -1,6 +1,6 @@
 // A manifest: every line is taken, told of or skipped, and cut into pieces it says the same.
 #include "cli/BatchManifest.h"
-#include "fuzz/FuzzScope.h"
+#include "fuzz/FuzzInput.h"
 
 #include <cstdlib>
 

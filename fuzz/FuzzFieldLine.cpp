@@ -1,5 +1,5 @@
 // Field lines and status lines: splitting one never reads beyond it and never invents text.
-#include "fuzz/FuzzScope.h"
+#include "fuzz/FuzzInput.h"
 #include "http/HttpSyntax.h"
 
 #include <cstdlib>

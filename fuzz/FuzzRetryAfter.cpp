@@ -1,6 +1,6 @@
 // The value of Retry-After: no date that a server makes up gives a time before now or no number at all.
 #include "cli/BatchRetry.h"
-#include "fuzz/FuzzScope.h"
+#include "fuzz/FuzzInput.h"
 
 #include <cstdlib>
 

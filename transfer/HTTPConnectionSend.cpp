@@ -51,6 +51,7 @@ void HTTPConnection::sendAndWait() {
             attachHandle();
         }
         Transfer.begin(Handles->Generation);
+        SentHead.InRequestHead = false; // no head of an earlier transfer goes on
         startContent();
         if (hasBody) {
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);

@@ -115,12 +115,12 @@ TEST_F(EscapedFailureTest, SameConnectionCanBeReopened) {
     connection.addField("X-A", "b\r\n\r\nword");
     EXPECT_EQ(failureText([&] { connection.sendRequest(); }), internalError("No space found in request line"));
     connection.closeConnection();
-    connection.SentHead.InRequestHead = false;
     connection.openConnection();
     connection.setRequestMethod("GET");
     std::ostringstream content;
     connection.copyContentToStream(content, true);
     EXPECT_EQ(content.str(), "again");
+    EXPECT_EQ(connection.SentHead.EffectiveMethod, "GET") << "the second head is read from its request line on";
 }
 
 // Which write fails, and in which callback that is.

@@ -1,5 +1,6 @@
 #include "tests/transfer/ConnectionFixture.h"
 
+#include "errors/HTTPException.h"
 #include "streaming/InterruptibleStreamCopier.h"
 
 #include <algorithm>
@@ -64,6 +65,37 @@ TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
     EXPECT_EQ(curl.lastOption(CURLOPT_PROXYAUTH)->Number, 2);
     EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME)->Text, "pat");
     EXPECT_EQ(curl.lastOption(CURLOPT_PROXYPASSWORD)->Text, "hidden");
+}
+
+// The time that a limit reports counts from the end of the pump, however long that took.
+TEST_F(HTTPConnectionSendTest, TimeCountsFromTheEndOfTheUpload) {
+    constexpr std::int64_t second = 1'000'000'000;
+    curl.setClock(5 * second);
+    curl.OnWait = [](int, int& ready) {
+        ready = 1;
+        return CURLM_OK;
+    };
+    curl.OnPerform = [&, performs = 0](int& running) mutable {
+        running = ++performs == 1 ? 1 : 0;
+        if (performs == 1) {
+            std::string given;
+            curl.callRead(given, 100);
+            curl.advanceClock(7 * second);
+        } else {
+            curl.advanceClock(2 * second);
+            std::string("Connection timed out").copy(connection.Handles->ErrorBuffer, 20);
+            connection.Handles->ErrorBuffer[20] = '\0';
+            curl.finishWith(CURLE_COULDNT_CONNECT);
+        }
+        return CURLM_OK;
+    };
+    connection.Settings.setPayload({1, 2, 3});
+    try {
+        connection.sendRequest();
+        FAIL() << "nothing was raised";
+    } catch (const webservices::HTTPTimeoutException& failure) {
+        EXPECT_EQ(failure.TimeoutMilliseconds, 2000.0);
+    }
 }
 
 TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {

@@ -2,6 +2,9 @@
 
 #include "transfer/Trace.h"
 
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
 #include <regex>
 
 namespace {
@@ -39,6 +42,36 @@ protected:
 
     HTTPConnection connection;
 };
+
+// Milliseconds since midnight in local time, here half past five hours ahead of UTC.
+std::int64_t localMilliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    constexpr std::int64_t ahead = (5 * 60 + 30) * 60;
+    return (now.tv_sec + ahead) % (24 * 60 * 60) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+TEST_F(HTTPConnectionWireTest, TimeStampIsTheLocalTimeOfDayModuloAThousandSeconds) {
+    setenv("TZ", "XST-05:30", 1);
+    tzset();
+    std::int64_t before = 0;
+    std::int64_t after = 0;
+    std::string text;
+    do {
+        before = localMilliseconds();
+        const StandardOutputCapture output;
+        connection.Settings.Debug = 1;
+        pass(CURLINFO_TEXT, "x");
+        connection.Settings.Debug = 0;
+        text = output.text();
+        after = localMilliseconds();
+    } while (after < before); // midnight came in between
+    unsetenv("TZ");
+    tzset();
+    ASSERT_TRUE(text.starts_with("IN INFO (")) << text;
+    const auto stamp = std::llround(std::stod(text.substr(9)) * 1000.0);
+    EXPECT_LE((stamp - before % 1'000'000 + 1'000'000) % 1'000'000, after - before) << text;
+}
 
 TEST_F(HTTPConnectionWireTest, HeadIsReadAtEveryLevel) {
     for (const std::int32_t debug : {0, 1, 2, -1}) {

@@ -1,9 +1,10 @@
 // Field lines and status lines as properties of any text.
 #include "tests/support/PropertyTexts.h"
-#include "tests/transfer/ConnectionFixture.h"
 
 #include "http/HttpSyntax.h"
+#include "http/ResponseHead.h"
 
+#include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 namespace {
@@ -61,19 +62,18 @@ RC_GTEST_PROP(FieldLineProperty, ReasonIsWhatFollowsTwoBlanks, ()) {
 }
 
 // The first field of the name counts, the first line never does.
-RC_GTEST_FIXTURE_PROP(ConnectionFixture, ResponseFieldIsTheFirstOfItsName, ()) {
+RC_GTEST_PROP(FieldLineProperty, ResponseFieldIsTheFirstOfItsName, ()) {
     using Lines = std::vector<std::string>;
     const std::vector<std::string> names{"X-A", "x-a", "X-a", "X-B", "", "X-A "};
     const auto line = rc::gen::apply([](const std::string& name, const std::string& behind) { return name + behind; },
                                      rc::gen::elementOf(names),
                                      rc::gen::element<std::string>("", ":", ": ", ":v", ":  w: x ", " :y"));
-    HTTPConnection connection;
-    connection.ReceivedHead.ResponseHeaderLines = *rc::gen::container<Lines>(line);
+    ResponseHead head;
+    head.ResponseHeaderLines = *rc::gen::container<Lines>(line);
     const std::string wanted = *rc::gen::elementOf(names);
     std::string expected;
-    for (std::size_t i = connection.ReceivedHead.ResponseHeaderLines.size();
-         i-- > 1;) { // from behind: the first is written last
-        const std::string& text = connection.ReceivedHead.ResponseHeaderLines[i];
+    for (std::size_t i = head.ResponseHeaderLines.size(); i-- > 1;) { // from behind: the first is written last
+        const std::string& text = head.ResponseHeaderLines[i];
         const std::size_t colon = text.find(':');
         std::string name = text.substr(0, colon);
         std::string sought = wanted;
@@ -86,7 +86,7 @@ RC_GTEST_FIXTURE_PROP(ConnectionFixture, ResponseFieldIsTheFirstOfItsName, ()) {
             expected = colon == std::string::npos ? "" : withoutLeadingBlanks(text.substr(colon + 1));
         }
     }
-    RC_ASSERT(connection.ReceivedHead.getResponseField(wanted) == expected);
+    RC_ASSERT(head.getResponseField(wanted) == expected);
 }
 
 } // namespace
