@@ -95,12 +95,19 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
             ReadPaused = true;
             return CURL_READFUNC_PAUSE;
         }
+        if (offered == 0) {
+            noteEndOfUpload();
+        }
         return 0;
     }
     const std::uint8_t* source = SendData + SendPosition;
     std::memcpy(buffer, source, length);
     SendPosition += length;
     TotalSent += length;
+    const RunningTransfer& transfer = Connection->Transfer;
+    if (transfer.HasContentLength && TotalSent >= static_cast<std::uint64_t>(transfer.ContentLengthToSend)) {
+        noteEndOfUpload();
+    }
     const std::int32_t debug = Connection->Settings.Debug;
     if (debug > 1) {
         traceLine(debug, "SENDING " + std::to_string(length) +
@@ -112,6 +119,13 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     return length;
 }
 
+// All content has been handed over. A head that came before it has forbidden to use the network connection again.
+void InterruptibleStreamCopier::noteEndOfUpload() {
+    if (std::exchange(Connection->Transfer.UploadPending, false) && Connection->ReceivedHead.HeadersComplete) {
+        setOption(Connection->Handles->EasyHandle, CURL_NAMED(CURLOPT_FORBID_REUSE), 0L);
+    }
+}
+
 // libcurl sends the body again. Each seek is taken as absolute; content in memory is offered again from there. A
 // provider is restarted here, inside libcurl's call, and gives all of it again, so nothing of its last array stays on
 // offer. Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a
@@ -119,6 +133,7 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
     TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
     SendPosition = static_cast<std::uint64_t>(offset);
+    Connection->Transfer.UploadPending = true;
     traceLine(Connection->Settings.Debug, "RESETTING STREAM TO " + std::to_string(offset));
     if (Provider == nullptr) {
         return CURL_SEEKFUNC_OK;

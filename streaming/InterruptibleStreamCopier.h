@@ -61,6 +61,7 @@ private:
     std::size_t takeBytes(const char* data, std::size_t length);
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
+    void noteEndOfUpload();
 
     // both pumps
     void awaitActivity(int& emptyWaits);

@@ -66,6 +66,12 @@ void HTTPConnection::endHead() {
     const std::int32_t debug = Settings.Debug;
     if (ReceivedHead.end(SentHead.EffectiveMethod)) {
         Limits.endHead();
+        if (Transfer.UploadPending && ReceivedHead.ResponseCode >= 200 && ReceivedHead.ResponseCode <= 299) {
+            // An answer while libcurl still waits for "100 Continue" ends the upload, and libcurl 7.88 keeps the
+            // network connection: the next request's head would be taken for the content that is missing. Should the
+            // content go out after all, its end takes this back.
+            setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_FORBID_REUSE), 1L);
+        }
         traceLine(debug, "...DONE RECEIVING HEADERS...");
         return;
     }

@@ -54,6 +54,7 @@ void HTTPConnection::sendAndWait() {
         SentHead.InRequestHead = false; // no head of an earlier transfer goes on
         startContent();
         if (hasBody) {
+            Transfer.UploadPending = true;
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
             traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
                                       "*****************");

@@ -22,6 +22,7 @@ struct RunningTransfer {
     void begin(std::uint64_t generation) {
         Generation = generation;
         Fault = TransferFault::None;
+        UploadPending = false;
         PassedOn = 0;
         Target = nullptr;
     }
@@ -37,6 +38,7 @@ struct RunningTransfer {
     const std::ostream* Target = nullptr; // the stream that still holds them all; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it
 
+    bool UploadPending = false;                        // libcurl has not been told the end of the request's content
     bool BodyFromPostData = false;                     // the content is encoded PostData, so its length is announced
     bool HasContentLength = false;                     // of the request being built
     std::int64_t ContentLengthToSend = 0;              // goes with HasContentLength

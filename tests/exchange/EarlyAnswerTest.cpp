@@ -79,6 +79,37 @@ TEST_F(EarlyAnswer, SuccessInTheMiddleLetsTheContentGoOn) {
     expectScopeUsable(connection);
 }
 
+// On the same network connection the next request's head would be taken for the content that never went out.
+TEST_F(EarlyAnswer, SuccessInPlaceOfTheInterimHeadEndsTheNetworkConnection) {
+    ScriptedServer& server = serve({Script{step::expectHead(), step::send(response("early")), step::awaitPeerEnd()},
+                                    Script{step::expectHead(), step::send(response("next"))}});
+    const Object connection = open(server.url("/"));
+    connection.set("RequestMethod", "PUT");
+    connection.set("Payload", Array::bytes(std::string_view(patternedBytes(200000))));
+    EXPECT_EQ(receiveBytes(connection), "early");
+    connection.call("closeConnection");
+    connection.set("Payload", Array());
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "next");
+    EXPECT_TRUE(server.waitUntilDone().PeerEnded);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(EarlyAnswer, ContentThatGoesOutAfterTheAnswerKeepsTheNetworkConnection) {
+    ScriptedServer& server =
+        serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n"),
+               step::expectChunkedBody(), step::send("done"), step::expectHead(), step::send(response("next"))});
+    const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(100000));
+    const Object connection = openUpload(server.url("/"), provider);
+    connection.call("removeField", {"Expect"});
+    EXPECT_EQ(receiveBytes(connection), "done");
+    connection.call("closeConnection");
+    connection.set("Provider", Array());
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "next");
+    EXPECT_EQ(server.connectionCount(), 1U);
+}
+
 TEST_F(EarlyAnswer, CloseInTheMiddleOfTheContentIsAFailure) {
     ScriptedServer& server = serve({step::expectHead(), step::expectBody(50000), step::reset()});
     const ScriptedProvider provider = makeEndlessProvider();

@@ -105,8 +105,9 @@ TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {
     EXPECT_EQ(send(), "nothing");
     const auto options = curl.options();
     ASSERT_GE(options.size(), 2u);
-    EXPECT_EQ(options[options.size() - 2], "CURLOPT_SEEKDATA");
-    EXPECT_EQ(options.back(), "CURLOPT_UPLOAD 1");
+    EXPECT_EQ(options[options.size() - 3], "CURLOPT_SEEKDATA");
+    EXPECT_EQ(options[options.size() - 2], "CURLOPT_UPLOAD 1");
+    EXPECT_EQ(options.back(), "CURLOPT_FORBID_REUSE 1") << "the answer came before the content";
 }
 
 TEST_F(HTTPConnectionSendTest, EachRequestHasACopierOfItsOwn) {
