@@ -1,5 +1,6 @@
 // Several objects on the one pair of handles of a scope: what is one object's is not changed, shown or sent by another.
 // And one object opened again: nothing of its last exchange comes into the next.
+#include "tests/exchange/ChallengedUpload.h"
 #include "tests/exchange/TransferFixture.h"
 #include "tests/support/ScriptedObjects.h"
 #include "tests/support/WireText.h"
@@ -272,9 +273,7 @@ TEST_P(AfterTheChallengeOfAnother, NothingOfItIsSent) {
     const Object b = makeFor(second.url("/b"), row.OptionsMode);
     a.call("openConnection");
     a.set("RequestMethod", method);
-    setLogin(a, "Aladdin", "open sesame");
-    a.call("setAuthenticationSchemes",
-           {Array::enumeration("vantik.net.http.AuthenticationScheme", {row.Scheme}), false});
+    setLogin(a, "Aladdin", "open sesame", {row.Scheme});
     for (const auto& [name, value] :
          {std::pair{"Cookie", "of=a"}, {"X-Field", "1"}, {"Proxy-Connection", "close"}, {"Expect", ""}}) {
         a.call("setRequestProperty", {name, value});
@@ -350,13 +349,7 @@ TEST_P(ReopenWithoutACopy, LeavesNothingToCopyUntilTheClose) {
     openIt();
     EXPECT_EQ(receiveBytes(connection), "let in");
     EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    Texts bodies = server.record(0).Bodies;
-    if (server.connectionCount() == 2) {
-        for (const std::string& body : server.record(1).Bodies) {
-            bodies.push_back(body);
-        }
-    }
-    EXPECT_EQ(bodies, row.WithUpload ? (Texts{"content", "content"}) : Texts{});
+    EXPECT_EQ(allBodies(server), row.WithUpload ? (Texts{"content", "content"}) : Texts{});
     expectScopeUsable(connection);
 }
 

@@ -31,11 +31,12 @@ vantik::Object TransferFixture::makeFor(const std::string& url, bool optionsMode
     return connection;
 }
 
-void TransferFixture::setLogin(const vantik::Object& connection, const char* username, const char* password) {
+void TransferFixture::setLogin(const vantik::Object& connection, const char* username, const char* password,
+                               std::initializer_list<std::string_view> schemes) {
     connection.set("Username", username);
     connection.set("Password", password);
     connection.call("setAuthenticationSchemes",
-                    {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme", {"Basic"}), false});
+                    {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), false});
 }
 
 void TransferFixture::expectCopyRefused(const vantik::Object& connection, const std::string& failure) {

@@ -7,7 +7,9 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <functional>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace testsupport {
 
@@ -35,8 +37,10 @@ protected:
 
     // A new object with its URL set, not opened.
     vantik::Object makeFor(const std::string& url, bool optionsMode = true);
-    // Credentials that go out with the first request.
-    static void setLogin(const vantik::Object& connection, const char* username, const char* password);
+    // Basic alone goes out with the first request. With several schemes the content goes out before libcurl knows that
+    // it needs a login, and again with one.
+    static void setLogin(const vantik::Object& connection, const char* username, const char* password,
+                         std::initializer_list<std::string_view> schemes = {"Basic"});
 
     // Copies into the byte array, into a file and into a consumer are each refused with this failure: the file keeps
     // what it holds, and the consumer is not even started.
