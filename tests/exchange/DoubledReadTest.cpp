@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <tuple>
 
 namespace {
@@ -64,6 +65,36 @@ TEST_F(DoubledRead, SecondReadIsAnsweredWithAPauseAndNotWithTheEnd) {
     const DoubledReads reads = takeDoubledReads();
     EXPECT_EQ(reads.Pauses, 10U) << "once for each piece, since the end had not been said";
     EXPECT_EQ(reads.Ends, 0U);
+    expectScopeUsable(connection);
+}
+
+// Nobody takes up a pause again once the upload is broken off, so nobody may wait for it either.
+TEST_F(DoubledRead, PausedUploadThatFailsIsOverForGood) {
+    ScriptedServer& server = serve({{step::expectHead(), step::expectChunkedBody(), step::send(response("taken"))},
+                                    {step::expectHead(), step::expectChunkedBody(), step::send(response("taken"))}});
+    const Object connection = openUpload(server.url("/"));
+    const ScriptedProvider provider = makeScriptedProvider(host());
+    provider->OnRead = [](int call, std::uint64_t) {
+        return call == 3 ? throw std::domain_error("torn") : Array::bytes(std::string_view("piece"));
+    };
+    connection.set("Provider", provider);
+    connection.call("removeField", {"Expect"});
+    takeDoubledReads();
+    EXPECT_THROW(receiveBytes(connection), std::domain_error);
+    EXPECT_EQ(takeDoubledReads().Pauses, 2U) << "the last one is not over";
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
+                  "VANTIK:webservices:InternalError(The upload was broken off before its end, so there is no response "
+                  "to copy. Close the connection and open it again.)");
+    }
+    connection.call("closeConnection");
+    connection.set("Provider", makeScriptedProvider(host(), "whole"));
+    connection.call("openConnection");
+    connection.set("RequestMethod", "PUT");
+    connection.call("removeField", {"Expect"});
+    EXPECT_EQ(receiveBytes(connection), "taken");
+    EXPECT_EQ(server.record(1).Bodies.at(0), "whole");
+    EXPECT_TRUE(server.record(0).Bodies.empty()) << "the cut content got no good end";
     expectScopeUsable(connection);
 }
 

@@ -58,6 +58,8 @@ const SilenceRow SilenceRows[] = {
     {true, {5000, Unlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {false, {5000, 60000, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {true, {5000, 150, 60000}, "0.150", "HTTPOptions.ResponseTimeout"},
+    {true, {5000, -Unlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
+    {true, {5000, 150, -Unlimited}, "0.150", "HTTPOptions.ResponseTimeout"},
 };
 
 TEST_F(Timeouts, SilentServerOnAFreshConnection) {
@@ -198,10 +200,30 @@ TEST_F(Timeouts, ShortArrayResetsTheLaterLimits) {
 }
 
 TEST_F(Timeouts, OutOfRangeLimitsOfConnectingAreBounded) {
-    for (const double limit : {1e12, -1e12, Unlimited, 2147483648.0}) {
+    for (const double limit : {1e12, -1e12, Unlimited, -Unlimited, 2147483648.0}) {
         ScriptedServer& server = serve({step::expectHead(), step::send(response("connected"))});
         const Object connection = openWithTimeouts(server.url("/"), Array::doubles({limit}));
         EXPECT_EQ(receiveBytes(connection), "connected") << limit;
+        expectScopeUsable(connection);
+    }
+}
+
+TEST_F(Timeouts, InfinityOfEitherSignIsNoLimit) {
+    for (const Array& limits :
+         {Array::doubles({-Unlimited}), Array::doubles({-Unlimited, -Unlimited, -Unlimited, -Unlimited}),
+          Array::doubles({60000, -Unlimited, 60000}), Array::doubles({60000, 60000, -Unlimited})}) {
+        ScriptedServer& server = serve({step::expectHead(), step::expectChunkedBody(),
+                                        step::send("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\npart"),
+                                        step::await("the rest"), step::send("rest")});
+        const Object connection = openWithTimeouts(server.url("/"), limits);
+        EXPECT_EQ(connection.get("TimeoutInMilliseconds").doubles()[0], limits.doubles()[0]);
+        connection.set("RequestMethod", "PUT");
+        connection.call("removeField", {"Expect"});
+        connection.set("Payload", Array::bytes(std::string_view("content")));
+        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        server.raise("the rest");
+        EXPECT_EQ(receiveBytes(connection), "partrest");
+        EXPECT_EQ(server.record().Bodies, Texts{"content"});
         expectScopeUsable(connection);
     }
 }
