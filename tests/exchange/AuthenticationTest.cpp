@@ -126,18 +126,4 @@ TEST_F(Authentication, ProviderWithDigestAloneSendsItsContentOnce) {
     expectScopeUsable(connection);
 }
 
-// Once the provider has said end of content, only its start is called on a rewind: nothing is left to offer.
-TEST_F(Authentication, ProviderIsRestartedOnARewindBehindItsEnd) {
-    ScriptedServer& server = serve(challengedUpload(step::expectChunkedBody()));
-    const ScriptedProvider provider = makeScriptedProvider(host(), "content");
-    const Object connection = open(server.url("/"));
-    connection.set("RequestMethod", "PUT");
-    connection.set("Provider", provider);
-    setCredentials(connection, {"Basic", "Digest"});
-    EXPECT_EQ(receiveBytes(connection), "taken");
-    EXPECT_EQ(provider->Starts, 2);
-    EXPECT_EQ(allBodies(server), (Texts{"content", ""}));
-    expectScopeUsable(connection);
-}
-
 } // namespace

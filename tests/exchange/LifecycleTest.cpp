@@ -132,18 +132,6 @@ TEST_F(Lifecycle, CopyBehindAReopenWithoutACloseFailsAndSendsNothing) {
     expectScopeUsable(connection);
 }
 
-// Behind a challenge the handle is kept, so that the request goes out again and its response comes to the same copier.
-TEST_F(Lifecycle, CopyBehindAReopenOfAChallengeGivesTheNextResponse) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("", {}, "401 Unauthorized")),
-                                    step::expectHead(), step::send(response("let in"))});
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(connection.get("ResponseCode").number(), 401.0);
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "let in");
-    EXPECT_EQ(server.record().Heads.size(), 2U);
-    expectScopeUsable(connection);
-}
-
 // libcurl may call the trace callback while a handle is removed, reset or cleaned up.
 TEST_F(Lifecycle, ObjectMayBeDroppedInTheMiddleOfATransfer) {
     ScriptedServer& server = serve(

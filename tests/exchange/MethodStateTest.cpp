@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <tuple>
@@ -114,7 +115,10 @@ protected:
             texts.push_back(describe(message));
         }
         const std::string text = joined(texts);
-        return method == "copyContentToFile" ? text + "file: " + readFile(file) : text;
+        if (method == "copyContentToFile") {
+            return text + "file: " + (std::filesystem::exists(file) ? readFile(file) : "none");
+        }
+        return text;
     }
 
     // What stands in for the server's own address in the tables.
@@ -152,18 +156,21 @@ private:
 };
 
 const std::string kRefused = "VANTIK:webservices:ConnectionRefused(URL)";
+const std::string kCopied =
+    "VANTIK:webservices:InternalError(The content of this response has been copied already, in whole "
+    "or in part, and comes only once. Close the connection and open it again.)";
 const std::string kStillOpen = "VANTIK:webservices:InternalError(resetHandles() called when connection is open)";
 
 // What each method answers by state, in the order New, UrlSet, Open, HeadRead, Copied, Closed, Failed. A wrong state is
-// a silent one: only closing all connections minds that one is open. Behind a send that failed before its head was out,
-// what asks for the response sends again.
+// a silent one: only closing all connections minds that one is open, and only a copy that there was one. Behind a send
+// that failed before its head was out, what asks for the response sends again.
 // clang-format off
 const std::map<std::string, std::array<std::string, 7>> kAnswers = {
     {"openConnection",           {"", "", "", "", "", "", ""}},
     {"openProxyConnection",      {"", "", "", "", "", "", ""}},
     {"closeConnection",          {"", "", "", "", "", "", ""}},
-    {"copyContentToByteArray",   {"0x1 []", "0x1 []", "4x1 [body]", "4x1 [body]", "0x1 []", "0x1 []", kRefused}},
-    {"copyContentToFile",        {"file: ", "file: ", "file: body", "file: body", "file: ", "file: ", kRefused + "file: "}},
+    {"copyContentToByteArray",   {"0x1 []", "0x1 []", "4x1 [body]", "4x1 [body]", kCopied, "0x1 []", kRefused}},
+    {"copyContentToFile",        {"file: ", "file: ", "file: body", "file: body", kCopied + "file: none", "file: ", kRefused + "file: "}},
     {"setRequestProperty",       {"", "", "", "", "", "", ""}},
     {"setFields",                {"", "", "", "", "", "", ""}},
     {"removeField",              {"", "", "", "", "", "", ""}},
