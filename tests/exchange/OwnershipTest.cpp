@@ -186,6 +186,54 @@ INSTANTIATE_TEST_SUITE_P(Rows, ActionOnAnother,
                                     "_" + StageNames[static_cast<int>(std::get<2>(info.param))];
                          });
 
+class Turns : public TransferFixture {};
+
+// Each object leaves the handles in another state than the one before it: unsent, in the middle of a response, with all
+// of it waiting, or copied.
+TEST_F(Turns, OfSeveralObjectsGiveEachItsOwn) {
+    const auto answers = [](const std::string& name) {
+        return Script{step::expectHead(), step::send(response("of " + name, {"X-Of: " + name}))};
+    };
+    const std::vector<std::string> names = {"a", "b", "c"};
+    std::vector<Object> objects;
+    std::vector<ScriptedServer*> servers;
+    for (const std::string& name : names) {
+        // A response that is not read to its end costs the connection.
+        const Script unfinished{step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart"),
+                                step::awaitPeerEnd()};
+        servers.push_back(&serve({answers(name), unfinished, answers(name)}));
+        objects.push_back(makeFor(servers.back()->url("/" + name)));
+    }
+    for (int round = 0; round < 4; ++round) {
+        for (std::size_t index = 0; index < objects.size(); ++index) {
+            const Object& object = objects[index];
+            object.call("openConnection");
+            object.set("RequestMethod", "OPTIONS");
+            object.call("setRequestProperty", {"X-From", names[index]});
+            if (round == 0 || round == 3) {
+                EXPECT_EQ(receiveBytes(object), "of " + names[index]);
+                EXPECT_EQ(object.call("getResponseField", {"X-Of"}).text(), names[index]);
+            }
+            if (round == 2) {
+                EXPECT_EQ(object.get("ResponseCode").number(), 200.0);
+            }
+            object.call("closeConnection");
+            if (round == 0) {
+                object.call("closeAllConnections");
+            }
+        }
+    }
+    for (std::size_t index = 0; index < objects.size(); ++index) {
+        EXPECT_EQ(servers[index]->connectionCount(), 3U);
+        for (std::size_t connection = 0; connection < 3; ++connection) {
+            EXPECT_EQ(servers[index]->record(connection).Received,
+                      "OPTIONS /" + names[index] + " HTTP/1.1\r\nHost: " + servers[index]->authority() +
+                          "\r\nX-From: " + names[index] + "\r\n\r\n");
+        }
+    }
+    expectScopeUsable(objects.front());
+}
+
 class FreshObject : public TransferFixture {};
 
 TEST_F(FreshObject, ShowsNothingOfTheExchangeOfAnother) {
