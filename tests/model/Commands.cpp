@@ -1,0 +1,332 @@
+#include "tests/model/Commands.h"
+
+#include <array>
+#include <random>
+#include <utility>
+
+namespace model {
+namespace {
+
+char name(std::uint8_t object) {
+    return static_cast<char>('a' + object);
+}
+
+std::string choice(std::uint8_t number, std::initializer_list<const char*> words) {
+    return *(words.begin() + number % words.size());
+}
+
+std::string describe(const Shape& shape) {
+    std::string text = choice(static_cast<std::uint8_t>(shape.What),
+                              {"200", "404", "401 always", "401 without credentials, then 200", "a redirect's status"});
+    text += " with " + std::to_string(answerSize(shape.Size)) + " bytes" + (shape.Chunked ? " in chunks" : "");
+    if (shape.Last != Plan::End::Whole) {
+        text += choice(static_cast<std::uint8_t>(shape.Last), {"", ", closed ", ", reset ", ", silent "}) +
+                choice(shape.Part, {"before its head", "after its head", "in the middle"});
+    }
+    return text + (shape.Early ? ", before the request's content" : "") + (shape.Cookie ? ", sets a cookie" : "");
+}
+
+std::string describe(Op op, std::uint8_t object, std::uint8_t number) {
+    const std::string of = std::string("(") + name(object);
+    const std::string size = number == 0 ? ", none" : ", " + std::to_string(requestSize(number)) + " bytes";
+    switch (op) {
+    case Op::Create:
+        return "create" + of + (number == 1 ? ", older interface)" : ")");
+    case Op::Destroy:
+        return "destroy" + of + ")";
+    case Op::SetUrl:
+        return "setURL" + of;
+    case Op::Open:
+        return "openConnection" + of + ")";
+    case Op::Close:
+        return "closeConnection" + of + ")";
+    case Op::CloseAll:
+        return "closeAllConnections(any)";
+    case Op::Status:
+        return "get ResponseCode" + of + ")";
+    case Op::Copy:
+        return "copyContentToByteArray" + of + ", true)";
+    case Op::CopyToConsumer:
+        return "copyContentToByteArray" + of + ", false)";
+    case Op::Save:
+        return "copyContentToFile" + of + ")";
+    case Op::SetMethod:
+        return "set RequestMethod" + of + choice(number, {", GET)", ", a name of its own)", ", HEAD)"});
+    case Op::SetPayload:
+        return "set Payload" + of + size + ")";
+    case Op::SetProvider:
+        return "set Provider" + of + size;
+    case Op::SetConsumer:
+        return "set Consumer" + of + (number == 0 ? ", none" : "");
+    case Op::SetReporter:
+        return "set ProgressReporter" + of + (number == 0 ? ", none" : "");
+    case Op::SetLogin:
+        return "set login" + of + choice(number, {", no scheme)", ", Basic)", ", Basic and Digest)"});
+    case Op::SetField:
+        return "set field" + of + choice(number, {", Cookie)", ", no Expect)"});
+    case Op::SetLead:
+        return "set ResponsePayload" + of + ", 3 bytes)";
+    case Op::Interrupt:
+        return "interrupt";
+    }
+    return "?";
+}
+
+std::string describe(const Hook& hook) {
+    if (hook.What == Act::Nothing) {
+        return {};
+    }
+    const std::string event = hook.Event == 0             ? "start"
+                              : hook.Event == Hook::Again ? "restart"
+                              : hook.Event == Hook::End   ? "close"
+                                                          : "call " + std::to_string(hook.Event);
+    std::string text = "; at " + event + ": ";
+    if (hook.What == Act::Call) {
+        text += describe(hook.Nested, hook.Target, hook.Number);
+        if (hook.Nested == Op::SetUrl || hook.Nested == Op::SetProvider || hook.Nested == Op::SetConsumer ||
+            hook.Nested == Op::SetReporter) {
+            text += ')';
+        }
+        return text + (hook.Swallow ? ", failures swallowed" : "");
+    }
+    return text + choice(static_cast<std::uint8_t>(hook.What), {"", "raise", "interrupt", "say stop", "take half"});
+}
+
+// Draws sequences that get far: whole exchanges with something in between, more often than operations without rhyme or
+// reason.
+class Drawer {
+public:
+    explicit Drawer(std::uint64_t seed) : Random(seed) {}
+
+    Sequence draw() {
+        const std::uint8_t objects = static_cast<std::uint8_t>(1 + weighted({3, 4, 2}));
+        const std::size_t length = 4 + below(20);
+        Known = objects;
+        for (std::uint8_t object = 0; object < objects; ++object) {
+            if (object == 0 || chance(70)) {
+                add(Op::Create, object, chance(12) ? 1 : 0);
+            }
+        }
+        while (Drawn.size() < length) {
+            chance(60) ? exchange(anyObject()) : single(anyObject());
+        }
+        return std::move(Drawn);
+    }
+
+private:
+    std::uint8_t below(unsigned bound) {
+        return static_cast<std::uint8_t>(std::uniform_int_distribution<unsigned>(0, bound - 1)(Random));
+    }
+    bool chance(unsigned percent) { return std::uniform_int_distribution<unsigned>(0, 99)(Random) < percent; }
+    std::uint8_t weighted(std::initializer_list<double> weights) {
+        return static_cast<std::uint8_t>(std::discrete_distribution<int>(weights)(Random));
+    }
+    std::uint8_t anyObject() { return below(Known); }
+
+    Command& add(Op op, std::uint8_t object, std::uint8_t number = 0) {
+        Drawn.push_back({op, object, number});
+        return Drawn.back();
+    }
+
+    void exchange(std::uint8_t object) {
+        if (chance(70)) {
+            add(Op::Close, chance(80) ? Last : anyObject());
+        }
+        if (chance(10)) {
+            add(Op::Create, object, chance(12) ? 1 : 0);
+        }
+        if (chance(85)) {
+            add(Op::SetUrl, object).Answer = shape();
+        }
+        add(Op::Open, object);
+        Last = object;
+        for (std::uint8_t count = weighted({2, 4, 4, 2}); count > 0; --count) {
+            setting(object);
+        }
+        if (chance(8)) {
+            add(Op::Interrupt, object);
+        }
+        if (chance(35)) {
+            add(Op::Status, object);
+        }
+        if (chance(25)) {
+            single(anyObject());
+        }
+        for (unsigned more = 85; chance(more); more = 25) {
+            receive(object);
+        }
+    }
+
+    void receive(std::uint8_t object) {
+        constexpr std::array ways{Op::Copy, Op::Save, Op::CopyToConsumer};
+        add(ways.at(weighted({6, 2, 2})), object);
+    }
+
+    void setting(std::uint8_t object) {
+        constexpr std::array settings{Op::SetMethod,   Op::SetPayload, Op::SetProvider, Op::SetConsumer,
+                                      Op::SetReporter, Op::SetLogin,   Op::SetField,    Op::SetLead};
+        set(settings.at(weighted({3, 4, 5, 4, 3, 3, 2, 0.5})), object);
+    }
+
+    void set(Op op, std::uint8_t object) {
+        Command& command = add(op, object, value(op));
+        if (op == Op::SetProvider || op == Op::SetConsumer || op == Op::SetReporter) {
+            command.Then = hook(op);
+        }
+        if (op == Op::SetUrl) {
+            command.Answer = shape();
+        }
+    }
+
+    std::uint8_t value(Op op) {
+        switch (op) {
+        case Op::SetMethod:
+            return weighted({2, 5, 2});
+        case Op::SetPayload:
+        case Op::SetProvider:
+            return weighted({2, 1, 2, 4, 3});
+        case Op::SetConsumer:
+        case Op::SetReporter:
+            return weighted({1, 5});
+        case Op::SetLogin:
+            return weighted({1, 4, 3});
+        case Op::SetField:
+            return weighted({1, 1});
+        default:
+            return 0;
+        }
+    }
+
+    Hook hook(Op of) {
+        Hook drawn;
+        if (chance(45)) {
+            return drawn;
+        }
+        drawn.Event = weighted({2, 5, 4, 2, 1});
+        if (of == Op::SetProvider && chance(12)) {
+            drawn.Event = Hook::Again;
+        }
+        if (of == Op::SetConsumer && chance(12)) {
+            drawn.Event = Hook::End;
+        }
+        constexpr std::array acts{Act::Raise, Act::Interrupt, Act::Stop, Act::TakeLess, Act::Call};
+        drawn.What = acts.at(weighted({1.5, 1.5, 1.5, of == Op::SetConsumer ? 1.0 : 0.0, 6}));
+        constexpr std::array calls{Op::Open,       Op::Close,       Op::Copy,           Op::Status,
+                                   Op::SetMethod,  Op::Destroy,     Op::CloseAll,       Op::Save,
+                                   Op::SetPayload, Op::SetProvider, Op::SetConsumer,    Op::SetReporter,
+                                   Op::Create,     Op::SetUrl,      Op::CopyToConsumer, Op::SetField};
+        drawn.Nested = calls.at(weighted({4, 4, 4, 3, 2, 3, 2, 1, 3, 3, 3, 1, 1, 1, 1, 1}));
+        drawn.Target = anyObject();
+        drawn.Number = value(drawn.Nested);
+        drawn.Swallow = chance(65);
+        return drawn;
+    }
+
+    void single(std::uint8_t object) {
+        constexpr std::array operations{Op::Create, Op::Destroy,  Op::SetUrl, Op::Open,
+                                        Op::Close,  Op::CloseAll, Op::Status, Op::Interrupt};
+        switch (weighted({4, 3, 3})) {
+        case 0:
+            set(operations.at(weighted({3, 3, 2, 3, 3, 2, 3, 1})), object);
+            break;
+        case 1:
+            setting(object);
+            break;
+        default:
+            receive(object);
+        }
+    }
+
+    Shape shape() {
+        Shape drawn;
+        drawn.What = static_cast<Kind>(weighted({10, 2, 3, 3, 1}));
+        drawn.Size = weighted({2, 3, 4, 4});
+        drawn.Last = static_cast<Plan::End>(weighted({16, 2, 2, 0.7}));
+        drawn.Part = weighted({1, 1, 3});
+        drawn.Chunked = chance(30);
+        drawn.Early = chance(25);
+        drawn.Cookie = chance(20);
+        return drawn;
+    }
+
+    std::mt19937_64 Random;
+    Sequence Drawn;
+    std::uint8_t Known = 1; // objects
+    std::uint8_t Last = 0;  // object of the latest exchange
+};
+
+bool same(const Command& left, const Command& right) {
+    return describe(left) == describe(right);
+}
+
+rc::Seq<Command> smallerCommands(const Command& command) {
+    std::vector<Command> smaller;
+    const auto offer = [&](auto&& change) {
+        Command changed = command;
+        change(changed);
+        if (!same(changed, command)) {
+            smaller.push_back(changed);
+        }
+    };
+    offer([](Command& c) { c.Then = {}; });
+    offer([](Command& c) { c.Answer = {}; });
+    offer([](Command& c) { c.Number = std::min<std::uint8_t>(c.Number, 1); });
+    offer([](Command& c) { c.Number = c.Number > 2 ? c.Number - 1 : c.Number; });
+    offer([](Command& c) { c.Then.Event = c.Then.Event > 1 ? c.Then.Event - 1 : c.Then.Event; });
+    offer([](Command& c) { c.Answer.What = Kind::Success; });
+    offer([](Command& c) { c.Answer.Last = Plan::End::Whole; });
+    offer([](Command& c) { c.Answer.Size = c.Answer.Size > 0 ? c.Answer.Size - 1 : 0; });
+    offer([](Command& c) { c.Answer.Chunked = false; });
+    offer([](Command& c) { c.Answer.Early = false; });
+    offer([](Command& c) { c.Answer.Cookie = false; });
+    offer([](Command& c) { c.Object = 0; });
+    return rc::seq::fromContainer(std::move(smaller));
+}
+
+} // namespace
+
+std::size_t requestSize(std::uint8_t number) {
+    constexpr std::array<std::size_t, 5> sizes{0, 0, 5, 40000, 200000};
+    return sizes.at(number % sizes.size());
+}
+
+std::size_t answerSize(std::uint8_t index) {
+    constexpr std::array<std::size_t, 4> sizes{0, 5, 2000, 100000};
+    return sizes.at(index % sizes.size());
+}
+
+std::string describe(const Command& command) {
+    std::string text = describe(command.What, command.Object, command.Number);
+    switch (command.What) {
+    case Op::SetUrl:
+        return text + ", answered with " + describe(command.Answer) + ")";
+    case Op::SetProvider:
+    case Op::SetConsumer:
+    case Op::SetReporter:
+        return text + (command.Number == 0 ? std::string() : describe(command.Then)) + ")";
+    default:
+        return text;
+    }
+}
+
+std::ostream& operator<<(std::ostream& stream, const Command& command) {
+    return stream << describe(command);
+}
+
+std::string describe(const Sequence& sequence) {
+    std::string text;
+    for (std::size_t step = 0; step < sequence.size(); ++step) {
+        text += "    " + std::to_string(step + 1) + "  " + describe(sequence[step]) + '\n';
+    }
+    return text;
+}
+
+rc::Gen<Sequence> sequences() {
+    const auto whole = rc::gen::resize(rc::kNominalSize, rc::gen::arbitrary<std::uint64_t>());
+    const auto drawn = rc::gen::noShrink(rc::gen::map(whole, [](std::uint64_t seed) { return Drawer(seed).draw(); }));
+    return rc::gen::shrink(drawn, [](const Sequence& sequence) {
+        return rc::seq::concat(rc::shrink::removeChunks(sequence), rc::shrink::eachElement(sequence, smallerCommands));
+    });
+}
+
+} // namespace model

@@ -1,0 +1,214 @@
+// Plays one sequence through the host class and holds what happens against what may happen.
+#pragma once
+
+#include "tests/model/Commands.h"
+#include "tests/model/ModelServer.h"
+
+#include "vantik/Host.h"
+#include "vantik/HostClass.h"
+
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace model {
+
+class Runner {
+public:
+    // `file`: a descriptor of a file to save to.
+    Runner(ModelServer& server, int file);
+    ~Runner();
+    Runner(const Runner&) = delete;
+    Runner& operator=(const Runner&) = delete;
+
+    // Plays it, ends the scope, and says what was wrong, a line each; empty where nothing was.
+    std::string run(const Sequence& sequence);
+
+private:
+    // Where an object stands between two calls.
+    enum class Phase {
+        Closed,
+        Opened,   // nothing sent yet
+        Answered, // the status is known, the content has not been copied
+        Copied,
+        Reopened, // opened again in front of a copy: the earlier answer is told, and nothing can be copied
+        Spoilt,   // something has failed: a call may fail, but what it gives must be right
+    };
+
+    // What a host object gives or gets. The object's callables share it.
+    struct Provided {
+        std::string Content;
+        std::size_t Position = 0;
+        std::uint8_t Starts = 0;
+        std::uint8_t Reads = 0;
+    };
+    struct Consumed {
+        std::string Content; // of this call
+        std::uint8_t Writes = 0;
+    };
+
+    struct Slot {
+        std::optional<vantik::Object> Object;
+        std::string Instance; // "i3": no other object of this sequence has it
+        bool Older = false;   // interface
+        std::size_t Port = 0;
+        Phase Now = Phase::Closed;
+        std::string Path; // as set; empty: none
+        Shape Answer;     // planned for it
+        // Of the open connection
+        std::string OpenPath;
+        Shape OpenAnswer;
+        std::string Marker;       // "i3-7": of the latest open
+        bool OptionsKept = false; // the handle may have options of an earlier request of this object
+        int Methods = 0;          // how often one was set
+        std::uint8_t Method = MethodGet;
+        bool Warned = false;    // of content that is not whole
+        bool Given = false;     // content has gone to a file or a consumer, or a copy was handed out
+        bool Resumable = false; // only an interrupt has stopped a copy into the byte array
+        bool Empty = false;     // Copied: the content had no bytes
+        bool Limited = false;   // limits of silence are set
+        int LastStatus = 0;     // as told
+        // What is set
+        std::uint8_t LastMethod = MethodGet; // set last, whenever that was
+        std::string Payload;
+        std::set<std::string> Encoded{""}; // older interface: what a send may have made of the text
+        std::shared_ptr<Provided> Provider;
+        std::shared_ptr<Consumed> Consumer;
+        std::uint8_t Login = LoginNone;
+        std::string Credentials;             // as the field Authorization has them
+        std::set<std::string> Cookies;       // values of its own
+        std::optional<std::string> Lead{""}; // led in through ResponsePayload; nothing: not known any more
+    };
+
+    // What is set when a call may send, for the requests that come of it.
+    struct Snapshot {
+        std::string Instance;
+        std::string Path;
+        std::size_t Port = 0;
+        std::set<std::string> Bodies;      // one of them
+        std::optional<std::string> Method; // nothing: any of its own
+        std::set<std::string> Cookies;     // of its own
+        bool Basic = false;                // Credentials go out at once
+        bool Older = false;
+        std::string Credentials;
+        std::optional<std::string> Jar; // nothing: not known; empty: no cookie
+    };
+
+    // The call that moves content at this moment.
+    struct Run {
+        std::uint8_t Object = 0;
+        std::set<std::string> Allowed; // identifiers with which it may fail
+        bool OnlyInterrupts = true;    // nothing but those is allowed
+        bool MustFail = false;
+        bool Quiet = false; // a consumer took less
+        std::shared_ptr<Consumed> ConsumerBefore;
+        std::vector<std::shared_ptr<Consumed>> Started;
+    };
+
+    struct Outcome {
+        bool Failed = false;
+        std::string Identifier;
+        std::string Text;
+        std::exception_ptr Raised;
+        vantik::Array Result;
+    };
+
+    // In Runner.cpp
+    Outcome apply(const Command& command);
+    Outcome create(Slot& slot, std::uint8_t object, bool older);
+    Outcome destroy(Slot& slot, std::uint8_t object);
+    Outcome setUrl(Slot& slot, const Shape& shape);
+    Outcome open(Slot& slot, std::uint8_t object);
+    Outcome close(Slot& slot, std::uint8_t object);
+    Outcome closeAll(const Slot& slot);
+    Outcome set(Slot& slot, const Command& command);
+    Outcome setMethod(Slot& slot, std::uint8_t method);
+    Outcome setLogin(Slot& slot, std::uint8_t login);
+    Outcome setField(Slot& slot, std::uint8_t field);
+    void finish();
+
+    // In RunnerTransfer.cpp
+    Outcome receive(Slot& slot, const Command& command);
+    Outcome receiveFromWithin(const Slot& slot, Op op);
+    Outcome callReceive(const Slot& slot, Op op) const;
+    void allowFailures(const Slot& slot, Op op, Run& run) const;
+    void judgeClosed(Slot& slot, Op op, const Outcome& outcome);
+    void judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run);
+    void judgeStatus(Slot& slot, const Outcome& outcome);
+    void judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run);
+    std::optional<Request> answered(Slot& slot);
+    void expectOwnStatus(const Slot& slot, int status);
+    void expectLead(Slot& slot, std::string& bytes);
+    Snapshot snapshot(Slot& slot) const;
+    std::string saved() const;
+
+    // In RunnerRequests.cpp
+    void checkRequests();
+    std::string wrongRequest(const Request& request) const;
+
+    // In RunnerObjects.cpp
+    vantik::Object provider(const std::shared_ptr<Provided>& memory, const Hook& hook);
+    vantik::Object consumer(const std::shared_ptr<Consumed>& memory, const Hook& hook);
+    vantik::Object reporter(const Hook& hook);
+    // Plays the hook where it is due. True: its Act is for the caller to play.
+    bool play(const Hook& hook, std::uint8_t event, bool& done);
+
+    template <class Action>
+    static Outcome attempt(Action&& action);
+    void expectSuccess(const Outcome& outcome, const std::string& what);
+    void expectFailure(const Outcome& outcome, const std::string& identifier, const std::string& words,
+                       const std::string& what);
+    void wrong(const std::string& what);
+
+    bool runs(std::uint8_t object) const { return Running != nullptr && Running->Object == object; }
+
+    ModelServer& Server;
+    int File;
+    std::optional<vantik::Host> Host;
+    std::array<Slot, Objects> Slots;
+    std::optional<std::uint8_t> Owner;  // whose connection is open
+    bool Attached = false;              // the handles have seen an open
+    std::optional<std::string> Jar{""}; // the cookie that the scope has; nothing: not known
+    Run* Running = nullptr;
+    int Created = 0;
+    int Serial = 0;
+    std::map<std::string, std::vector<Snapshot>> Sends; // by marker
+    std::map<std::string, std::string> Logins;          // field value, instance
+    std::string Now;                                    // the command that is played
+    std::vector<std::string> Wrong;
+};
+
+// What a failure is called.
+inline constexpr const char* InternalError = "VANTIK:webservices:InternalError";
+inline constexpr const char* OnlyOne = "VANTIK:http:OnlyOneTransferAtATime";
+inline constexpr const char* Interrupted = "VANTIK:host:Interrupted";
+inline constexpr const char* ConnectionFailed = "VANTIK:webservices:ConnectionFailed";
+inline constexpr const char* ConnectionRefused = "VANTIK:webservices:ConnectionRefused";
+inline constexpr const char* CopyFailed = "VANTIK:webservices:CopyContentToDataStreamError";
+inline constexpr const char* PartialFile = "VANTIK:webservices:PartialFileWarning";
+inline constexpr const char* Timeout = "VANTIK:webservices:Timeout";
+inline constexpr const char* StatusError = "VANTIK:webservices:StatusError";
+inline constexpr const char* Terminated = "VANTIK:webservices:OperationTerminatedByConsumer";
+inline constexpr const char* Raised = "model:Raised";
+
+template <class Action>
+Runner::Outcome Runner::attempt(Action&& action) {
+    Outcome outcome;
+    try {
+        outcome.Result = action();
+    } catch (const vantik::Failure& failure) {
+        outcome = {true, failure.identifier(), failure.what(), std::current_exception(), {}};
+    } catch (const std::exception& failure) {
+        outcome = {true, "std::exception", failure.what(), std::current_exception(), {}};
+    }
+    return outcome;
+}
+
+} // namespace model

@@ -1,0 +1,325 @@
+// What a call that sends or copies may give, by what has been before it and by what its host objects do.
+#include "tests/model/Runner.h"
+
+#include "tests/support/WireText.h"
+
+#include <algorithm>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace model {
+namespace {
+
+constexpr const char* Earlier = "saved before";
+
+bool isSuccess(int status) {
+    return status >= 200 && status <= 299;
+}
+
+} // namespace
+
+Runner::Outcome Runner::callReceive(const Slot& slot, Op op) const {
+    const vantik::Object connection = *slot.Object; // the slot may change meanwhile
+    return attempt([&]() -> vantik::Array {
+        switch (op) {
+        case Op::Status:
+            return connection.get("ResponseCode");
+        case Op::Save:
+            return connection.call("copyContentToFile", {"/proc/self/fd/" + std::to_string(File)});
+        default:
+            return connection.call("copyContentToByteArray", {op == Op::Copy});
+        }
+    });
+}
+
+Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
+    Outcome outcome = callReceive(slot, op);
+    if (op != Op::Status) {
+        expectFailure(outcome, InternalError, "Copying the content is not possible from within", "a copy");
+    } else if (outcome.Failed) {
+        expectFailure(outcome, InternalError, "Sending the request is not possible from within", "get ResponseCode");
+    } else {
+        expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
+    }
+    return outcome;
+}
+
+Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
+    const Op op = command.What;
+    if (op == Op::Save && (::ftruncate(File, 0) != 0 || ::pwrite(File, Earlier, 12, 0) != 12)) {
+        throw std::system_error(errno, std::generic_category(), "the file to save to");
+    }
+    if (slot.Now == Phase::Closed) {
+        Outcome outcome = callReceive(slot, op);
+        judgeClosed(slot, op, outcome);
+        return outcome;
+    }
+    Run run;
+    run.Object = command.Object;
+    run.ConsumerBefore = slot.Consumer;
+    allowFailures(slot, op, run);
+    if (slot.Now == Phase::Opened || slot.Now == Phase::Spoilt) {
+        Sends[slot.Marker].push_back(snapshot(slot));
+    }
+    Running = &run;
+    Outcome outcome = callReceive(slot, op);
+    Running = nullptr;
+    if (outcome.Failed) {
+        judgeFailure(slot, op, outcome, run);
+    } else if (run.MustFail) {
+        wrong("is a success and should not be");
+    } else if (op == Op::Status) {
+        judgeStatus(slot, outcome);
+    } else {
+        judgeCopy(slot, op, outcome, run);
+    }
+    return outcome;
+}
+
+void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
+    const auto allow = [&](std::initializer_list<const char*> identifiers) {
+        run.Allowed.insert(identifiers.begin(), identifiers.end());
+        run.OnlyInterrupts = false;
+    };
+    const bool copies = op != Op::Status;
+    const bool moves =
+        slot.Now == Phase::Opened || slot.Now == Phase::Spoilt || (copies && slot.Now == Phase::Answered);
+    if (!moves) {
+        run.MustFail = copies && (slot.Now == Phase::Reopened || !slot.Empty);
+        if (run.MustFail) {
+            allow({InternalError});
+        }
+        return;
+    }
+    if (Host->interruptPending()) {
+        run.Allowed.insert({Interrupted, ConnectionFailed});
+    }
+    const Shape& answer = slot.OpenAnswer;
+    if (answer.Last == Plan::End::Closed || answer.Last == Plan::End::Reset) {
+        allow({PartialFile, ConnectionRefused, CopyFailed});
+    }
+    if (answer.Last == Plan::End::Silent || slot.Limited) {
+        allow({Timeout});
+    }
+    if (slot.Older && copies && answer.What != Kind::Success) {
+        allow({StatusError});
+    }
+    if (op == Op::CopyToConsumer && !slot.Consumer) {
+        allow({InternalError}); // nobody is there for the content
+    }
+    if (slot.Provider && slot.Login == LoginSeveral &&
+        (answer.What == Kind::Denied || answer.What == Kind::Challenge)) {
+        allow({CopyFailed, InternalError}); // content that is wanted again when the provider is no more asked
+    }
+    if (slot.Now == Phase::Spoilt && !slot.Resumable) {
+        allow({InternalError});
+        run.MustFail = copies && slot.Given;
+    }
+}
+
+// Sends nothing and copies nothing.
+void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome) {
+    expectSuccess(outcome, "a call of a closed object");
+    if (outcome.Failed) {
+        return;
+    }
+    if (op == Op::Status) {
+        expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
+    } else if (op == Op::Save) {
+        if (!saved().empty()) {
+            wrong("a closed object saves " + saved());
+        }
+    } else {
+        std::string bytes(outcome.Result.byteText());
+        expectLead(slot, bytes);
+        if (!bytes.empty()) {
+            wrong("a closed object gives " + std::to_string(bytes.size()) + " bytes");
+        }
+    }
+}
+
+void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run) {
+    if (!run.Allowed.contains(outcome.Identifier)) {
+        wrong("fails with " + outcome.Identifier + " (" + outcome.Text + ")");
+        return;
+    }
+    if (slot.Lead != "") {
+        slot.Lead.reset();
+    }
+    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved() != Earlier) {
+        wrong("empties the file for content that is not to be had again");
+    }
+    if (slot.Now == Phase::Copied || slot.Now == Phase::Reopened) {
+        return;
+    }
+    if (slot.OpenAnswer.Cookie) {
+        Jar.reset();
+    }
+    const bool uploads = !slot.Payload.empty() || slot.Provider;
+    slot.Resumable = (slot.Now != Phase::Spoilt || slot.Resumable) && run.OnlyInterrupts && !uploads && !slot.Older &&
+                     (op == Op::Status || (op == Op::Copy && run.Started.empty()));
+    slot.Warned = slot.Warned || outcome.Identifier == PartialFile;
+    for (const auto& consumer : run.Started) {
+        slot.Given = slot.Given || !consumer->Content.empty();
+    }
+    slot.Given = slot.Given || (op == Op::Save && !saved().empty() && saved() != Earlier);
+    slot.Now = Phase::Spoilt;
+}
+
+void Runner::expectOwnStatus(const Slot& slot, int status) {
+    const bool refused = slot.Older && status == 400; // the older interface's word for a copy that failed
+    if (status != 0 && !refused && !Server.statusesBelow("/" + slot.Instance + "/").contains(status)) {
+        wrong("tells the status " + std::to_string(status) + ", which no answer to this object had");
+    }
+}
+
+// The request that the head at hand answers; it has to be one of the open connection.
+std::optional<Request> Runner::answered(Slot& slot) {
+    const std::string number = slot.Object->call("getResponseField", {"X-Request"}).textOr("");
+    if (number.empty()) {
+        wrong("is a success without an answer");
+        return std::nullopt;
+    }
+    const Request request = Server.request(std::stoul(number));
+    std::string marker;
+    for (const auto& [name, value] : testsupport::fieldLines(request.Head)) {
+        marker = name == "X-Marker" ? value : marker;
+    }
+    if (request.Path != slot.OpenPath || marker != slot.Marker) {
+        wrong("has the answer to " + request.Path + " of " + marker + " for " + slot.OpenPath + " of " + slot.Marker);
+        return std::nullopt;
+    }
+    slot.LastStatus = request.Status;
+    if (request.Cookie) {
+        Jar = number;
+    }
+    return request;
+}
+
+void Runner::judgeStatus(Slot& slot, const Outcome& outcome) {
+    const int status = static_cast<int>(outcome.Result.number());
+    if (slot.Now == Phase::Spoilt) {
+        expectOwnStatus(slot, status);
+        return;
+    }
+    if (slot.Now == Phase::Opened) {
+        if (!answered(slot)) {
+            return;
+        }
+        slot.Now = Phase::Answered;
+    }
+    if (status != slot.LastStatus) {
+        wrong("tells the status " + std::to_string(status) + " for " + std::to_string(slot.LastStatus));
+    }
+}
+
+// Takes from the front of the bytes what was led in through ResponsePayload.
+void Runner::expectLead(Slot& slot, std::string& bytes) {
+    const std::string lead = slot.Lead.value_or(bytes.starts_with("abc") ? "abc" : "");
+    slot.Lead = "";
+    if (!bytes.starts_with(lead)) {
+        wrong("lacks what was led in through ResponsePayload");
+        return;
+    }
+    bytes.erase(0, lead.size());
+}
+
+void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run) {
+    std::string bytes = op == Op::Save ? std::string() : std::string(outcome.Result.byteText());
+    if (op != Op::Save) {
+        expectLead(slot, bytes);
+    }
+    if (slot.Now == Phase::Copied) { // and there was no content
+        if (!bytes.empty() || (op == Op::Save && !saved().empty())) {
+            wrong("gives more than there was");
+        }
+        return;
+    }
+    const std::optional<Request> request = answered(slot);
+    if (!request) {
+        return;
+    }
+    const bool refused = !isSuccess(request->Status);
+    if (slot.Older && refused) {
+        wrong("is a success with the status " + std::to_string(request->Status));
+    }
+    if (!request->Whole && !refused && !slot.Warned) {
+        wrong("takes content that was cut off for whole");
+    }
+    // What is less than the whole without a failure: behind such a status, after the warning, when the consumer says
+    // so, and of a challenge that libcurl goes on to answer.
+    const bool partial = run.Quiet || (!request->Whole && (refused || slot.Warned)) ||
+                         (request->Status == 401 && (slot.Older || slot.Login == LoginSeveral));
+    const auto expect = [&](const std::string& got, const char* where) {
+        const std::string difference = testsupport::difference(
+            got,
+            partial ? request->Content.substr(0, std::min(got.size(), request->Content.size())) : request->Content);
+        if (!difference.empty()) {
+            wrong(std::string(where) + " has not what the server sent: " + difference);
+        }
+    };
+    if (op == Op::Copy) {
+        expect(bytes, "the byte array");
+    } else if (!bytes.empty()) {
+        wrong("gives bytes that were not asked for");
+    }
+    if (op == Op::Save) {
+        expect(saved(), "the file");
+    }
+    if (run.ConsumerBefore && run.ConsumerBefore == slot.Consumer && run.Started.size() != 1) {
+        wrong("the consumer was started " + std::to_string(run.Started.size()) + " times");
+    }
+    for (const auto& consumer : run.Started) {
+        expect(consumer->Content, "the consumer");
+    }
+    if (op == Op::CopyToConsumer && run.Started.empty() && !request->Content.empty() && !partial) {
+        wrong("loses the content");
+    }
+    slot.Now = partial && !run.Quiet ? Phase::Spoilt : Phase::Copied;
+    slot.Empty = request->Content.empty();
+    slot.Resumable = false;
+}
+
+Runner::Snapshot Runner::snapshot(Slot& slot) const {
+    Snapshot made;
+    made.Instance = slot.Instance;
+    made.Path = slot.OpenPath;
+    made.Port = slot.Port;
+    made.Cookies = slot.Cookies;
+    made.Older = slot.Older;
+    made.Basic = slot.Login == LoginBasic && !slot.Older;
+    made.Credentials = slot.Credentials;
+    made.Jar = Jar;
+    if (slot.OpenAnswer.Cookie && (slot.Older || slot.Login == LoginSeveral)) {
+        made.Jar.reset(); // a challenge may set one for the second request
+    }
+    if (slot.Older) {
+        if (slot.LastMethod == MethodOwn) { // PUT
+            if (slot.Now == Phase::Opened) {
+                slot.Encoded.clear();
+            }
+            slot.Encoded.insert(slot.Payload);
+        }
+        made.Bodies = slot.Encoded;
+    } else {
+        made.Bodies = {slot.Payload + (slot.Provider ? slot.Provider->Content : std::string())};
+    }
+    const bool uploads = slot.Provider || !made.Bodies.begin()->empty();
+    if (!slot.OptionsKept && slot.Methods <= 1 && made.Bodies.size() == 1) {
+        const std::uint8_t method = slot.Methods == 0 ? MethodGet : slot.Method;
+        const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
+        made.Method = method == MethodOwn ? own : uploads ? "PUT" : method == MethodHead ? "HEAD" : "GET";
+    }
+    return made;
+}
+
+std::string Runner::saved() const {
+    std::string content(static_cast<std::size_t>(::lseek(File, 0, SEEK_END)), '\0');
+    if (::pread(File, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+        throw std::system_error(errno, std::generic_category(), "the file saved to");
+    }
+    return content;
+}
+
+} // namespace model

@@ -1,0 +1,37 @@
+// Another process that plays the sequences, so that one that ends its process is found, shown and made smaller like any
+// other.
+#pragma once
+
+#include "tests/model/Commands.h"
+#include "tests/support/SocketHandle.h"
+
+#include <string>
+
+#include <sys/types.h>
+
+namespace model {
+
+class Worker {
+public:
+    Worker();
+    ~Worker(); // ends the process
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    // What was wrong; empty where nothing was. After anything wrong the next sequence has a new process.
+    std::string play(const Sequence& sequence);
+
+    // Lets the process end by itself, and says what it then complains of: a sanitizer tells of leaks.
+    std::string end();
+
+private:
+    void start();
+    void kill() noexcept;
+    std::string complaints() const; // the end of what it wrote to standard error
+
+    testsupport::SocketHandle Errors; // its standard error, a file
+    testsupport::SocketHandle Channel;
+    pid_t Process = -1;
+};
+
+} // namespace model
