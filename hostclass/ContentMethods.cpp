@@ -30,6 +30,7 @@ void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
 }
 
 void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
+    adapter.connection.requireCopyable(toBuffer ? &adapter.responseBuffer : nullptr); // a refusal costs nothing kept
     try {
         adapter.connection.copyContentToStream(adapter.responseBuffer, toBuffer);
     } catch (const std::exception&) {

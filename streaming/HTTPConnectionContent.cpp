@@ -47,22 +47,26 @@ void HTTPConnection::requireCopyable(std::ostream* target) const {
         return;
     }
     requireOwnTransfer();
-    constexpr const char* remedy = " Close the connection and open it again.";
-    if (Transfer.Fault == TransferFault::UploadBroken) {
-        throwInternalError(std::string("The upload was broken off before its end, so there is no response to copy.") +
-                           remedy);
-    }
-    if (Transfer.Fault == TransferFault::Failed) {
-        throwInternalError(std::string("The transfer has failed, so there is nothing to copy.") + remedy);
-    }
+    requireNoFault();
     // A stream that holds all that was passed on, and nothing after it, takes the rest.
     const bool goesOn = target != nullptr && target == Transfer.Target && !Settings.Consumer &&
                         target->tellp() == Transfer.TargetStart + static_cast<std::streamoff>(Transfer.PassedOn);
     if (Transfer.PassedOn != 0 && !goesOn) {
+        throwInternalError("The content of this response has been copied already, in whole or in part, and comes only "
+                           "once. Close the connection and open it again.");
+    }
+}
+
+void HTTPConnection::requireNoFault() const {
+    switch (Transfer.Fault) {
+    case TransferFault::None:
+        return;
+    case TransferFault::UploadBroken:
+        throwInternalError("The upload was broken off before its end, so there is no response to copy. Close the "
+                           "connection and open it again.");
+    case TransferFault::Failed:
         throwInternalError(
-            std::string(
-                "The content of this response has been copied already, in whole or in part, and comes only once.") +
-            remedy);
+            "The transfer has failed, so there is nothing to copy. Close the connection and open it again.");
     }
 }
 
@@ -107,8 +111,16 @@ void HTTPConnection::receiveContent(std::ostream* target) {
     {
         Transfer.InProgress = true;
         const ScopeExit ended([this] { Transfer.InProgress = false; });
-        Transfer.Copier->receiveResponse(target);
+        try {
+            Transfer.Copier->receiveResponse(target);
+        } catch (...) {
+            if (Transfer.IsPartial) { // the warning has gone under in this failure: no later copy would be told
+                Transfer.Fault = TransferFault::Failed;
+            }
+            throw;
+        }
     }
+    requireNoFault(); // a challenge that came this late may have broken the upload
     Transfer.Copier->releaseContent();
     if (!Transfer.ResponseDone) { // the send was left before it could look at the head
         collectResponseMetadata();

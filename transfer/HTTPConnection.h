@@ -117,6 +117,7 @@ private:
     bool mayUseHandle() const;
     void refuseWithin(const char* what) const;
     void requireOwnTransfer() const;
+    void requireNoFault() const;
     void startCookieEngine();
     void applyUrlOptions();
     void prepareHandle();

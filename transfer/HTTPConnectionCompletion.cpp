@@ -118,6 +118,7 @@ void HTTPConnection::judgeFailure(int result, std::int64_t start) {
     case CURLE_RECV_ERROR:
         throw webservices::HTTPConnectionRefusedException(errorText);
     case CURLE_PARTIAL_FILE:
+        Transfer.IsPartial = true;
         matrix::detail::noninlined::vx_array_api::vxWarningMsgId(id::PartialFileWarning(
             std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), errorText));
         return;

@@ -157,6 +157,7 @@ void HTTPConnection::sendRequest() {
         sendCookieList();
         sendAndWait();
         if (Transfer.CallbackFailure) {
+            Transfer.Fault = TransferFault::Failed;
             std::rethrow_exception(Transfer.CallbackFailure);
         }
         collectResponseMetadata();

@@ -23,6 +23,7 @@ struct RunningTransfer {
         Generation = generation;
         Fault = TransferFault::None;
         UploadPending = false;
+        IsPartial = false;
         PassedOn = 0;
         Target = nullptr;
     }
@@ -38,6 +39,7 @@ struct RunningTransfer {
     const std::ostream* Target = nullptr; // the stream that still holds them all; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it
 
+    bool IsPartial = false;                            // less came than was announced, and a warning told so
     bool UploadPending = false;                        // libcurl has not been told the end of the request's content
     bool BodyFromPostData = false;                     // the content is encoded PostData, so its length is announced
     bool HasContentLength = false;                     // of the request being built

@@ -4,7 +4,7 @@
 #include "tests/support/UnreachablePorts.h"
 #include "tests/support/WireText.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
 #include <ostream>
@@ -337,6 +337,18 @@ INSTANTIATE_TEST_SUITE_P(Rows, CopyAfterAFailure, ::testing::ValuesIn(FailureRow
                          [](const auto& info) { return std::string(info.param.Name); });
 
 // Nothing of the request has gone out, so that it is due again.
+// The first copy has nowhere to go, so nobody hears its warning of what is missing.
+TEST_F(CopyOnce, CutContentWhoseWarningWentUnderIsNotCopiedLater) {
+    ScriptedServer& cutting =
+        serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nab"), step::close()});
+    Connection.call("closeConnection");
+    Connection.set("URL", cutting.url("/"));
+    Connection.call("openConnection");
+    EXPECT_THAT(outcomeOf([&] { Connection.call("copyContentToByteArray", {false}); }),
+                ::testing::HasSubstr("neither consumer nor savePayload"));
+    EXPECT_THAT(outcomeOf([&] { receiveBytes(Connection); }), ::testing::HasSubstr("The transfer has failed"));
+}
+
 TEST_F(CopyOnce, FailureBeforeTheHeadIsOutIsTriedAgain) {
     const RefusingPort refusing;
     Connection.call("closeConnection");

@@ -204,21 +204,25 @@ TEST_P(EndOfACutUpload, IsNoGoodEnd) {
     expectScopeUsable(other);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, EndOfACutUpload,
-    ::testing::Values(EndRow{"Destruction", [](Object& connection, const Object&) { connection = Object(); }},
-                      EndRow{"CloseOfAll",
-                             [](Object& connection, const Object&) {
-                                 connection.call("closeConnection");
-                                 connection.call("closeAllConnections");
-                             }},
-                      EndRow{"OpenOfAnother",
-                             [](Object& connection, const Object& other) {
-                                 connection.call("closeConnection");
-                                 other.call("openConnection");
-                             }},
-                      EndRow{"Reopen", [](Object& connection, const Object&) { connection.call("openConnection"); }}),
-    [](const auto& info) { return std::string(info.param.Name); });
+INSTANTIATE_TEST_SUITE_P(Rows, EndOfACutUpload,
+                         ::testing::Values(EndRow{"Destruction",
+                                                  [](Object& connection, const Object&) { connection = Object(); }},
+                                           EndRow{"CloseOfAll",
+                                                  [](Object& connection, const Object&) {
+                                                      connection.call("closeConnection");
+                                                      connection.call("closeAllConnections");
+                                                  }},
+                                           EndRow{"OpenOfAnother",
+                                                  [](Object& connection, const Object& other) {
+                                                      connection.call("closeConnection");
+                                                      other.call("openConnection");
+                                                  }},
+                                           EndRow{"Reopen",
+                                                  [](Object& connection, const Object&) {
+                                                      connection.call("openConnection");
+                                                      connection.call("closeConnection");
+                                                  }}),
+                         [](const auto& info) { return std::string(info.param.Name); });
 
 // Nothing of the request has gone out by then, so that it can still be sent as it was meant.
 TEST_F(Upload, ThatFailsBeforeItsHeadIsOutIsSentWholeByTheNextCopy) {
