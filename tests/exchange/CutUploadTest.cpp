@@ -68,6 +68,16 @@ protected:
             EXPECT_EQ(difference(body, content), "");
         }
     }
+    // No copy gives anything, and of the second request no content came to a good end.
+    void expectBrokenOff(const Object& connection, const ScriptedServer& server, const std::string& content) {
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), UploadBroken);
+        EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing");
+        expectCopyRefused(connection, UploadBroken);
+        connection.call("closeConnection");
+        connection.call("closeAllConnections");
+        server.waitUntilAllEnded();
+        expectBodies(server, content, 1);
+    }
     void expectWholeUpload(const Object& connection, ScriptedServer& server, std::size_t index) {
         connection.call("closeConnection");
         connection.set("Provider", Array());
@@ -201,7 +211,12 @@ TEST_P(EndOfACutUpload, IsNoGoodEnd) {
     const Record record = server.waitUntilDone();
     EXPECT_TRUE(record.PeerEnded);
     EXPECT_EQ(record.Bodies, Texts{});
-    expectScopeUsable(other);
+    for (const Object& object : {connection, other}) {
+        if (object) {
+            object.call("closeConnection");
+        }
+    }
+    expectScopeUsable();
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, EndOfACutUpload,
@@ -280,11 +295,7 @@ TEST_P(SentUpload, IsTheOneThatWasSetWhateverIsSetMeanwhile) {
     change(connection, from, after);
     server.raise("the copy again");
     if (from == Source::Provider && challenged) {
-        EXPECT_NE(outcomeOf([&] { receiveBytes(connection); }), "nothing");
-        connection.call("closeConnection");
-        connection.call("closeAllConnections");
-        server.waitUntilAllEnded();
-        expectBodies(server, content, 1);
+        expectBrokenOff(connection, server, content);
     } else {
         EXPECT_EQ(receiveBytes(connection), "taken");
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
@@ -398,12 +409,7 @@ TEST_F(Rewind, AfterTheContentFailsAndSendsNoGoodEnd) {
         openUpload(connection);
         setContent(connection, Source::Provider, content);
         setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
-        EXPECT_NE(outcomeOf([&] { receiveBytes(connection); }), "nothing");
-        EXPECT_NE(outcomeOf([&] { receiveBytes(connection); }), "nothing");
-        connection.call("closeConnection");
-        connection.call("closeAllConnections");
-        server.waitUntilAllEnded();
-        expectBodies(server, content, 1);
+        expectBrokenOff(connection, server, content);
         expectScopeUsable(connection);
     }
 }
