@@ -336,6 +336,33 @@ TEST_P(CopyAfterAFailure, IsRefusedForAConsumer) {
 INSTANTIATE_TEST_SUITE_P(Rows, CopyAfterAFailure, ::testing::ValuesIn(FailureRows),
                          [](const auto& info) { return std::string(info.param.Name); });
 
+// The request is out, and its answer comes to the next copy with all that belongs to it.
+TEST_F(CopyOnce, InterruptBeforeTheAnswerIsNotItsEnd) {
+    Connection.call("closeConnection");
+    for (const bool toFile : {false, true}) {
+        ScriptedServer& server =
+            serve({step::expectHead(), step::run([this] { host().interrupt(); }), step::await("the copy again"),
+                   step::send(response("late", {"Content-Type: a/b", "Location: /moved"}, "203 Other"))});
+        const Object connection = open(server.url("/"));
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }),
+                  "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)");
+        EXPECT_EQ(connection.get("ResponseCode").number(), 0.0);
+        server.raise("the copy again");
+        if (toFile) {
+            connection.call("copyContentToFile", {Folder.file("saved")});
+            EXPECT_EQ(readFile(Folder.file("saved")), "late");
+        } else {
+            EXPECT_EQ(receiveBytes(connection), "late");
+        }
+        EXPECT_EQ(connection.get("ResponseCode").number(), 203.0);
+        EXPECT_EQ(connection.get("ContentType").text(), "a/b");
+        EXPECT_EQ(connection.get("RedirectURL").text(), server.url("/moved"));
+        EXPECT_EQ(server.record().Heads.size(), 1U);
+        expectCopyRefused(connection, CopiedAlready);
+        expectScopeUsable(connection);
+    }
+}
+
 // Nothing of the request has gone out, so that it is due again.
 // The first copy has nowhere to go, so nobody hears its warning of what is missing.
 TEST_F(CopyOnce, CutContentWhoseWarningWentUnderIsNotCopiedLater) {
