@@ -363,7 +363,6 @@ TEST_F(CopyOnce, InterruptBeforeTheAnswerIsNotItsEnd) {
     }
 }
 
-// Nothing of the request has gone out, so that it is due again.
 // The first copy has nowhere to go, so nobody hears its warning of what is missing.
 TEST_F(CopyOnce, CutContentWhoseWarningWentUnderIsNotCopiedLater) {
     ScriptedServer& cutting =
@@ -376,6 +375,7 @@ TEST_F(CopyOnce, CutContentWhoseWarningWentUnderIsNotCopiedLater) {
     EXPECT_THAT(outcomeOf([&] { receiveBytes(Connection); }), ::testing::HasSubstr("The transfer has failed"));
 }
 
+// Nothing of the request has gone out, so that it is due again.
 TEST_F(CopyOnce, FailureBeforeTheHeadIsOutIsTriedAgain) {
     const RefusingPort refusing;
     Connection.call("closeConnection");
