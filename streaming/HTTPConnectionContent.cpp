@@ -122,7 +122,4 @@ void HTTPConnection::receiveContent(std::ostream* target) {
     }
     requireNoFault(); // a challenge that came this late may have broken the upload
     Transfer.Copier->releaseContent();
-    if (!Transfer.ResponseDone) { // the send was left before it could look at the head
-        collectResponseMetadata();
-    }
 }

@@ -124,7 +124,9 @@ private:
     void detachHandle();
     void resetHandle();
     void attachHandle();
+    void prepareRequest();
     void sendAndWait();
+    void beginTransfer();
     void setSendOptions();
     void startContent();
     void sendContent();

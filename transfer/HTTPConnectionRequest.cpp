@@ -129,32 +129,19 @@ std::int32_t HTTPConnection::getResponseCode() {
                : static_cast<std::int32_t>(getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE)));
 }
 
-// Once for each exchange, at the first operation that asks for the response.
+// Once for each exchange, at the first operation that asks for the response. A send that was left on the way goes on,
+// so that nothing of an earlier response is told for this one's.
 void HTTPConnection::sendRequest() {
-    if (!sendIsDue()) {
+    const bool goesOn = Transfer.Opened && !Transfer.ResponseDone && SentHead.Sent && Transfer.HeadAwaited &&
+                        Transfer.Fault == TransferFault::None && !Transfer.InProgress;
+    if (!goesOn && !sendIsDue()) {
         return;
     }
     refuseWithin("Sending the request");
     try {
-        Transfer.ResponseDone = false;
-        if (Settings.Decode) {
-            if (getRequestField("Accept-Encoding").empty()) {
-                addField("Accept-Encoding", ""); // decode what comes, but advertise nothing unasked
-            }
-            setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_ACCEPT_ENCODING), "");
+        if (!SentHead.Sent) {
+            prepareRequest();
         }
-        if (getRequestField("Accept").empty()) {
-            addField("Accept", "");
-        }
-        if (!Settings.HTTPOptionsMode) {
-            if (Settings.RequestMethod == "POST" || Settings.RequestMethod == "PUT" ||
-                Settings.RequestMethod == "PATCH") {
-                encodePostData();
-            }
-            SentHead.EffectiveMethod = Settings.RequestMethod;
-        }
-        buildHeaderLists();
-        sendCookieList();
         sendAndWait();
         if (Transfer.CallbackFailure) {
             Transfer.Fault = TransferFault::Failed;
@@ -171,6 +158,26 @@ void HTTPConnection::sendRequest() {
     } catch (const std::exception& failure) { // the host's interrupt as well: it is no user exception
         throw webservices::HTTPConnectionFailedException(failure.what());
     }
+}
+
+void HTTPConnection::prepareRequest() {
+    if (Settings.Decode) {
+        if (getRequestField("Accept-Encoding").empty()) {
+            addField("Accept-Encoding", ""); // decode what comes, but advertise nothing unasked
+        }
+        setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_ACCEPT_ENCODING), "");
+    }
+    if (getRequestField("Accept").empty()) {
+        addField("Accept", "");
+    }
+    if (!Settings.HTTPOptionsMode) {
+        if (Settings.RequestMethod == "POST" || Settings.RequestMethod == "PUT" || Settings.RequestMethod == "PATCH") {
+            encodePostData();
+        }
+        SentHead.EffectiveMethod = Settings.RequestMethod;
+    }
+    buildHeaderLists();
+    sendCookieList();
 }
 
 void HTTPConnection::encodePostData() {

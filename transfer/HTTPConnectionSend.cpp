@@ -29,51 +29,65 @@ std::string describeLogin(const char* side, const std::string& username, std::ui
 
 } // namespace
 
-// Runs the request up to the complete response head and the first byte of content, or to the end of the transfer.
+// Runs the request up to the complete response head and the first byte of content, or to the end of the transfer. A
+// send that was left after its head had gone out, by an interrupt or a limit, goes on where it was.
 void HTTPConnection::sendAndWait() {
     const services::state::ImpersonationGuard guard;
-    Transfer.CallbackFailure = nullptr;
-    Transfer.EscapedFailure = nullptr;
     Transfer.InProgress = true;
     const ScopeExit ended([this] { Transfer.InProgress = false; });
     try {
-        setSendOptions();
+        const bool begins = !SentHead.Sent;
+        if (begins) {
+            Transfer.CallbackFailure = nullptr;
+            Transfer.EscapedFailure = nullptr;
+            setSendOptions();
+        }
         const std::int32_t waitMilliseconds = SilenceLimits::isUnlimited(Limits.ResponseTimeout)
                                                   ? LongestWaitMs
                                                   : std::min(narrowToInt32(Limits.ResponseTimeout), LongestWaitMs);
-        Limits.begin(ReceivedHead.HeadersComplete, Settings.HTTPOptionsMode);
-        const bool hasBody = !Settings.payload().empty() || Settings.Provider != nullptr;
-        if (Transfer.Generation == Handles->Generation) {
-            // A send that failed before its head was out is due again. libcurl would go on with the first transfer, on
-            // callback data that it took when that began: the copier that goes here. A transfer that has ended it would
-            // not run again at all. So it begins anew.
-            detachHandle();
-            attachHandle();
+        if (begins || !ReceivedHead.HeadersComplete) {
+            Limits.begin(ReceivedHead.HeadersComplete, Settings.HTTPOptionsMode); // silence counts from here
         }
-        Transfer.begin(Handles->Generation);
-        SentHead.InRequestHead = false; // no head of an earlier transfer goes on
-        startContent();
-        if (hasBody) {
-            Transfer.UploadPending = true;
-            setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
-            traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
-                                      "*****************");
-            sendContent();
-        } else {
-            traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS "
-                                      "*****************");
+        if (begins) {
+            beginTransfer();
         }
         const std::int64_t start = monotonicNow();
         runPerformLoop(start, waitMilliseconds);
         traceLine(Settings.Debug, "ALL HEADERS RECEIVED");
         collectResponseMetadata();
         checkCompletion(start);
+        Transfer.HeadAwaited = false;
         traceLine(Settings.Debug, "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK");
     } catch (const webservices::HTTPCopyStreamException&) {
         throw;
     } catch (const std::exception&) {
         Transfer.TransferFailed = true;
         throw;
+    }
+}
+
+void HTTPConnection::beginTransfer() {
+    const bool hasBody = !Settings.payload().empty() || Settings.Provider != nullptr;
+    if (Transfer.Generation == Handles->Generation) {
+        // A send that failed before its head was out is due again. libcurl would go on with the first transfer, on
+        // callback data that it took when that began: the copier that goes here. A transfer that has ended it would
+        // not run again at all. So it begins anew.
+        detachHandle();
+        attachHandle();
+    }
+    Transfer.begin(Handles->Generation);
+    SentHead.InRequestHead = false; // no head of an earlier transfer goes on, and no status is told again
+    ReceivedHead.ResponseCode = 0;
+    startContent();
+    if (hasBody) {
+        Transfer.UploadPending = true;
+        setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
+        traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
+                                  "*****************");
+        sendContent();
+    } else {
+        traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS "
+                                  "*****************");
     }
 }
 

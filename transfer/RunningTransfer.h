@@ -22,6 +22,7 @@ struct RunningTransfer {
     void begin(std::uint64_t generation) {
         Generation = generation;
         Fault = TransferFault::None;
+        HeadAwaited = true;
         UploadPending = false;
         IsPartial = false;
         PassedOn = 0;
@@ -39,13 +40,14 @@ struct RunningTransfer {
     const std::ostream* Target = nullptr; // the stream that still holds them all; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it
 
-    bool IsPartial = false;                            // less came than was announced, and a warning told so
-    bool UploadPending = false;                        // libcurl has not been told the end of the request's content
-    bool BodyFromPostData = false;                     // the content is encoded PostData, so its length is announced
-    bool HasContentLength = false;                     // of the request being built
-    std::int64_t ContentLengthToSend = 0;              // goes with HasContentLength
-    CurlSlist RequestHeaders;                          // given to CURLOPT_HTTPHEADER; lives until the next send
-    CurlSlist ProxyHeaders;                            // given to CURLOPT_PROXYHEADER; lives until the next send
+    bool HeadAwaited = false;             // the send has not come to its end, which is the response's complete head
+    bool IsPartial = false;               // less came than was announced, and a warning told so
+    bool UploadPending = false;           // libcurl has not been told the end of the request's content
+    bool BodyFromPostData = false;        // the content is encoded PostData, so its length is announced
+    bool HasContentLength = false;        // of the request being built
+    std::int64_t ContentLengthToSend = 0; // goes with HasContentLength
+    CurlSlist RequestHeaders;             // given to CURLOPT_HTTPHEADER; lives until the next send
+    CurlSlist ProxyHeaders;               // given to CURLOPT_PROXYHEADER; lives until the next send
     std::shared_ptr<InterruptibleStreamCopier> Copier; // of the current request
 
     bool TransferFailed = false;        // an exception has left the send routine; nothing reads it
