@@ -68,6 +68,9 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
                             const vcos::COSValue* inputs) {
     const bool toBuffer = ValueSlot<bool>::read(inputs[0]);
     acrossTransferBoundary(*adapter, [&] { collectContent(*adapter, toBuffer); });
+    if (!adapter->connection.Transfer.Opened) {
+        adapter->dropReceived(); // what a failed copy had kept is no content of a closed connection
+    }
     HostArray content = makeByteColumn(adapter->responseBytes());
     adapter->emptyResponseBuffer();
     giveResult(results[0], std::move(content));

@@ -31,13 +31,8 @@ public:
     // another class raises VANTIK:legacy_two_part:UnableToConvert, and the previous object stays.
     void adoptHostObject(SharedHostArray RequestSettings::*field, const vxArray_tag* array, const char* className);
 
-    // Opens by `open`. What an interrupted copy has left in responseBuffer is then no part of the content to come; what
-    // the host itself has put there is.
-    template <class Open>
-    void openBy(Open open) {
-        open();
-        dropReceived();
-    }
+    // Takes what an interrupted copy has left out of responseBuffer. What the host itself has put there stays.
+    void dropReceived();
 
     // What has been collected of the response.
     std::string_view responseBytes() const noexcept { return responseBuffer.view(); }
@@ -55,7 +50,4 @@ public:
     std::u16string proxyPassword;       // as set by the host
     std::u16string requestMethod;       // as set by the host, not the method in effect
     std::u16string redirectUrl;         // written by reading the property only
-
-private:
-    void dropReceived();
 };

@@ -28,7 +28,8 @@ vxArray_tag* arrayAt(const Slot* inputs, std::size_t index) {
 // Open and close
 
 void openConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
-    acrossTransferBoundary(*adapter, [&] { adapter->openBy([&] { adapter->connection.openConnection(); }); });
+    acrossTransferBoundary(*adapter, [&] { adapter->connection.openConnection(); });
+    adapter->dropReceived(); // no part of the content to come
 }
 
 void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
@@ -37,8 +38,8 @@ void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) 
     const std::string host = fieldString(proxy, 0, "Host");
     const vxArray_tag* portField = vx::vxGetField(proxy, 0, "Port");
     const double port = portField == nullptr || vx::vxIsEmpty(portField) ? defaultPort : vx::vxGetScalar(portField);
-    acrossTransferBoundary(*adapter,
-                           [&] { adapter->openBy([&] { adapter->connection.openProxyConnection(host, port); }); });
+    acrossTransferBoundary(*adapter, [&] { adapter->connection.openProxyConnection(host, port); });
+    adapter->dropReceived();
 }
 
 void closeConnection(Adapter* adapter, int, Slot*, int, const Slot*) {

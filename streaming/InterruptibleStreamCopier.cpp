@@ -19,10 +19,9 @@ constexpr int PumpWaitMs = 1000; // does not follow the timeouts
 } // namespace
 
 InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
-    : Connection(&connection), SendData(connection.Settings.payload().data()),
-      SendLength(connection.Settings.payload().size()), Payload(connection.Settings.Payload),
-      Provider(connection.Settings.Provider),
+    : Connection(&connection), Payload(connection.Settings.Payload), Provider(connection.Settings.Provider),
       ProviderClass(vcos::internal::makeInterned(ProviderClassName)), ProviderArgs{Provider.get(), nullptr} {
+    offerPayload();
     CURL* easy = connection.Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_WRITEFUNCTION), &writeCallback);
     setOption(easy, CURL_NAMED(CURLOPT_WRITEDATA), this);
@@ -39,10 +38,16 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     ReceiveBuffer.reserve(ReceiveReservation);
 }
 
+// Content in memory comes first, and before that of a provider.
+void InterruptibleStreamCopier::offerPayload() noexcept {
+    SendData = Payload ? Payload->data() : nullptr;
+    SendLength = Payload ? Payload->size() : 0;
+    SendPosition = 0;
+}
+
 void InterruptibleStreamCopier::releaseContent() noexcept {
-    SendData = nullptr;
-    SendLength = SendPosition = 0;
     Payload.reset();
+    offerPayload();
     ProviderArgs[0] = nullptr;
     Provider.reset();
 }
@@ -127,9 +132,9 @@ void InterruptibleStreamCopier::noteEndOfUpload() {
 }
 
 // libcurl sends the body again. Each seek is taken as absolute; content in memory is offered again from there. A
-// provider is restarted here, inside libcurl's call, and gives all of it again, so nothing of its last array stays on
-// offer. Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a
-// server could take no content for all of it.
+// provider is restarted here, inside libcurl's call, and gives all of it again, so its last array leaves the offer.
+// Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a server
+// could take no content for all of it.
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
     TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
     SendPosition = static_cast<std::uint64_t>(offset);
@@ -143,7 +148,7 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
         Connection->Transfer.Fault = TransferFault::UploadBroken;
         return CURL_SEEKFUNC_FAIL;
     }
-    SendLength = SendPosition = 0;
+    offerPayload();
     return CURL_SEEKFUNC_OK;
 }
 

@@ -43,12 +43,12 @@ public:
     static std::size_t readCallback(char* buffer, std::size_t size, std::size_t count, void* copier);
     static int seekCallback(void* copier, curl_off_t offset, int origin);
 
-    HTTPConnection* Connection;     // borrowed; outlives the copier's use
-    const std::uint8_t* SendData;   // bytes on offer to libcurl; in `Payload` or in the provider's last array
-    std::uint64_t SendLength;       // number of bytes at SendData
-    std::uint64_t SendPosition = 0; // next byte to hand to libcurl
-    std::uint64_t TotalSent = 0;    // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;      // response bytes not yet drained; grows as needed
+    HTTPConnection* Connection;             // borrowed; outlives the copier's use
+    const std::uint8_t* SendData = nullptr; // bytes on offer to libcurl; in `Payload` or in the provider's last array
+    std::uint64_t SendLength = 0;           // number of bytes at SendData
+    std::uint64_t SendPosition = 0;         // next byte to hand to libcurl
+    std::uint64_t TotalSent = 0;            // bytes handed to libcurl for this request, moved back by a rewind
+    std::string ReceiveBuffer;              // response bytes not yet drained; grows as needed
     std::shared_ptr<const std::vector<std::uint8_t>>
         Payload;                      // shared with the connection, which may have another by now
     SharedHostArray Provider;         // the same; null: none
@@ -61,6 +61,7 @@ private:
     std::size_t takeBytes(const char* data, std::size_t length);
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
+    void offerPayload() noexcept;
     void noteEndOfUpload();
 
     // both pumps

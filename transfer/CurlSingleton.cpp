@@ -25,6 +25,7 @@ void makeHandles(CurlSingleton& handles) {
     ++handles.Generation;
     handles.Owner = nullptr;
     handles.CookieEngineRuns = false;
+    handles.Uploads = false;
     handles.EasyHandle = curl_easy_init();
     if (handles.EasyHandle == nullptr) {
         throwCurlCodeError("curl_easy_init", 0, "");
@@ -57,6 +58,7 @@ CURLMcode CurlSingleton::attach() noexcept {
 
 void CurlSingleton::reset() noexcept {
     ++Generation;
+    Uploads = false;
     curl_easy_reset(EasyHandle);
 }
 

@@ -79,9 +79,10 @@ void HTTPConnection::beginTransfer() {
     SentHead.InRequestHead = false; // no head of an earlier transfer goes on, and no status is told again
     ReceivedHead.ResponseCode = 0;
     startContent();
+    Transfer.UploadPending = hasBody || Handles->Uploads;
     if (hasBody) {
-        Transfer.UploadPending = true;
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
+        Handles->Uploads = true;
         traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
                                   "*****************");
         sendContent();

@@ -215,6 +215,14 @@ TEST_F(CopyOnce, ByteArrayThatWasStoppedGoesOnInTheByteArrayAlone) {
     expectNextIsWhole();
 }
 
+TEST_F(CopyOnce, BytesThatWereKeptAreNoContentOfAClosedConnection) {
+    Connection.set("ResponsePayload", Array::bytes(std::string_view("host ")));
+    stopInTheMiddle([&] { receiveBytes(Connection); });
+    Connection.call("closeConnection");
+    EXPECT_EQ(Connection.get("ResponsePayload").size(), 50'005U) << "until they are asked for as content";
+    EXPECT_EQ(receiveBytes(Connection), "host ");
+}
+
 TEST_F(CopyOnce, BytesThatWereKeptNeverLeadTheNextContent) {
     stopInTheMiddle([&] { receiveBytes(Connection); });
     Connection.call("closeConnection");

@@ -134,6 +134,22 @@ TEST_F(SendPump, NothingOfAProviderStaysOnOfferBehindThePump) {
     EXPECT_EQ(Curl.callRead(given, 100), 0U);
 }
 
+TEST_F(SendPump, RewindOffersContentInMemoryBeforeThatOfTheProvider) {
+    setPayload("memory ");
+    const auto provider = provide("provider");
+    InterruptibleStreamCopier copier(Connection);
+    willPerform({sends(100, 1),
+                 [&] {
+                     sends(100, 1)();
+                     EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
+                     Uploaded.clear();
+                     return 1;
+                 },
+                 sends(100, 1), sends(100, 1)});
+    copier.sendRequest();
+    EXPECT_EQ(Uploaded, "memory provider");
+}
+
 // Nothing would ask the provider any more: no content must not pass for all of it.
 TEST_F(SendPump, RewindOfAProviderAfterThePumpFails) {
     const auto provider = provide(std::string(1000, 'x'));
