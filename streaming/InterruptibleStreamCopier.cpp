@@ -136,6 +136,7 @@ void InterruptibleStreamCopier::noteEndOfUpload() {
 // Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a server
 // could take no content for all of it.
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
+    const bool nothingWasSent = TotalSent == 0;
     TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
     SendPosition = static_cast<std::uint64_t>(offset);
     Connection->Transfer.UploadPending = true;
@@ -144,11 +145,13 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
         return CURL_SEEKFUNC_OK;
     }
     callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
-    if (!PumpWantsData) {
+    if (!PumpWantsData && !nothingWasSent) {
         Connection->Transfer.Fault = TransferFault::UploadBroken;
         return CURL_SEEKFUNC_FAIL;
     }
-    offerPayload();
+    if (PumpWantsData) {
+        offerPayload();
+    }
     return CURL_SEEKFUNC_OK;
 }
 
