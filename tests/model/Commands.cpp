@@ -135,12 +135,18 @@ private:
         if (chance(10)) {
             add(Op::Create, object, chance(12) ? 1 : 0);
         }
-        if (chance(85)) {
-            add(Op::SetUrl, object).Answer = shape();
+        const bool challenged = chance(10); // content that is wanted twice
+        if (challenged || chance(85)) {
+            Shape& answer = add(Op::SetUrl, object).Answer = shape();
+            answer.What = challenged ? (chance(70) ? Kind::Challenge : Kind::Denied) : answer.What;
         }
         add(Op::Open, object);
         Last = object;
-        for (std::uint8_t count = weighted({2, 4, 4, 2}); count > 0; --count) {
+        if (challenged) {
+            add(Op::SetLogin, object, LoginSeveral);
+            set(chance(70) ? Op::SetProvider : Op::SetPayload, object);
+        }
+        for (std::uint8_t count = weighted({1, 3, 4, 3}); count > 0; --count) {
             setting(object);
         }
         if (chance(8)) {
@@ -148,6 +154,9 @@ private:
         }
         if (chance(35)) {
             add(Op::Status, object);
+            if (chance(15)) {
+                add(Op::Open, object);
+            }
         }
         if (chance(25)) {
             single(anyObject());
@@ -165,7 +174,7 @@ private:
     void setting(std::uint8_t object) {
         constexpr std::array settings{Op::SetMethod,   Op::SetPayload, Op::SetProvider, Op::SetConsumer,
                                       Op::SetReporter, Op::SetLogin,   Op::SetField,    Op::SetLead};
-        set(settings.at(weighted({3, 4, 5, 4, 3, 3, 2, 0.5})), object);
+        set(settings.at(weighted({3, 4, 6, 5, 4, 3, 2, 0.5})), object);
     }
 
     void set(Op op, std::uint8_t object) {
@@ -199,10 +208,10 @@ private:
 
     Hook hook(Op of) {
         Hook drawn;
-        if (chance(45)) {
+        if (chance(25)) {
             return drawn;
         }
-        drawn.Event = weighted({2, 5, 4, 2, 1});
+        drawn.Event = weighted({3, 6, 4, 2, 1});
         if (of == Op::SetProvider && chance(12)) {
             drawn.Event = Hook::Again;
         }

@@ -242,7 +242,7 @@ Runner::Outcome Runner::open(Slot& slot, std::uint8_t object) {
     slot.OpenPath = slot.Path;
     slot.OpenAnswer = slot.Answer;
     slot.Methods = 0;
-    slot.Warned = slot.Given = slot.Resumable = slot.Empty = false;
+    slot.Warned = slot.Given = slot.Resumable = slot.Empty = slot.SentProvided = false;
     slot.Marker = slot.Instance + "-" + std::to_string(++Serial);
     const vantik::HttpField marker{"X-Marker", slot.Marker};
     expectSuccess(attempt([&] { return connection.call("setFields", {vantik::httpFields({marker})}); }), "setFields");

@@ -58,10 +58,12 @@ Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
     Run run;
     run.Object = command.Object;
     run.ConsumerBefore = slot.Consumer;
-    allowFailures(slot, op, run);
     if (slot.Now == Phase::Opened || slot.Now == Phase::Spoilt) {
+        slot.SentLogin = slot.Login;
+        slot.SentProvided = slot.SentProvided || slot.Provider;
         Sends[slot.Marker].push_back(snapshot(slot));
     }
+    allowFailures(slot, op, run);
     Running = &run;
     Outcome outcome = callReceive(slot, op);
     Running = nullptr;
@@ -108,7 +110,7 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     if (op == Op::CopyToConsumer && !slot.Consumer) {
         allow({InternalError}); // nobody is there for the content
     }
-    if (slot.Provider && slot.Login == LoginSeveral &&
+    if (slot.SentProvided && slot.SentLogin == LoginSeveral &&
         (answer.What == Kind::Denied || answer.What == Kind::Challenge)) {
         allow({CopyFailed, InternalError}); // content that is wanted again when the provider is no more asked
     }
@@ -257,7 +259,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     // What is less than the whole without a failure: behind such a status, after the warning, when the consumer says
     // so, and of a challenge that libcurl goes on to answer.
     const bool partial = run.Quiet || (!request->Whole && (refused || slot.Warned)) ||
-                         (request->Status == 401 && (slot.Older || slot.Login == LoginSeveral));
+                         (request->Status == 401 && (slot.Older || slot.SentLogin == LoginSeveral));
     const auto expect = [&](const std::string& got, const char* where) {
         const std::string difference = testsupport::difference(
             got,
@@ -298,7 +300,7 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
     made.Basic = slot.Login == LoginBasic && !slot.Older;
     made.Credentials = slot.Credentials;
     made.Jar = Jar;
-    if (slot.OpenAnswer.Cookie && (slot.Older || slot.Login == LoginSeveral)) {
+    if (slot.OpenAnswer.Cookie && (slot.Older || slot.SentLogin == LoginSeveral)) {
         made.Jar.reset(); // a challenge may set one for the second request
     }
     if (slot.Older) {
