@@ -35,7 +35,7 @@ std::string base64(const std::string& text) {
 
 } // namespace
 
-Runner::Runner(ModelServer& server, int file) : Server(server), File(file) {}
+Runner::Runner(ModelServer& server, std::array<int, 2> files) : Server(server), Files(files) {}
 
 Runner::~Runner() = default;
 

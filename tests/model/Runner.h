@@ -22,8 +22,8 @@ namespace model {
 
 class Runner {
 public:
-    // `file`: a descriptor of a file to save to.
-    Runner(ModelServer& server, int file);
+    // `files`: descriptors of two files to save to, the second one from within another call.
+    Runner(ModelServer& server, std::array<int, 2> files);
     ~Runner();
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
@@ -139,9 +139,9 @@ private:
     // In RunnerTransfer.cpp
     Outcome receive(Slot& slot, const Command& command);
     Outcome receiveFromWithin(const Slot& slot, Op op);
-    Outcome callReceive(const Slot& slot, Op op) const;
+    static Outcome callReceive(const Slot& slot, Op op, int file);
     void allowFailures(const Slot& slot, Op op, Run& run) const;
-    void judgeClosed(Slot& slot, Op op, const Outcome& outcome);
+    void judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file);
     void judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run);
     void judgeStatus(Slot& slot, const Outcome& outcome);
     void judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run);
@@ -149,7 +149,8 @@ private:
     void expectOwnStatus(const Slot& slot, int status);
     void expectLead(Slot& slot, std::string& bytes);
     Snapshot snapshot(Slot& slot) const;
-    std::string saved() const;
+    int file() const { return Files[Running == nullptr ? 0 : 1]; }
+    static std::string saved(int file);
 
     // In RunnerRequests.cpp
     void checkRequests();
@@ -172,7 +173,7 @@ private:
     bool runs(std::uint8_t object) const { return Running != nullptr && Running->Object == object; }
 
     ModelServer& Server;
-    int File;
+    std::array<int, 2> Files;
     std::optional<vantik::Host> Host;
     std::array<Slot, Objects> Slots;
     std::optional<std::uint8_t> Owner;  // whose connection is open

@@ -19,14 +19,14 @@ bool isSuccess(int status) {
 
 } // namespace
 
-Runner::Outcome Runner::callReceive(const Slot& slot, Op op) const {
+Runner::Outcome Runner::callReceive(const Slot& slot, Op op, int file) {
     const vantik::Object connection = *slot.Object; // the slot may change meanwhile
     return attempt([&]() -> vantik::Array {
         switch (op) {
         case Op::Status:
             return connection.get("ResponseCode");
         case Op::Save:
-            return connection.call("copyContentToFile", {"/proc/self/fd/" + std::to_string(File)});
+            return connection.call("copyContentToFile", {"/proc/self/fd/" + std::to_string(file)});
         default:
             return connection.call("copyContentToByteArray", {op == Op::Copy});
         }
@@ -34,7 +34,7 @@ Runner::Outcome Runner::callReceive(const Slot& slot, Op op) const {
 }
 
 Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
-    Outcome outcome = callReceive(slot, op);
+    Outcome outcome = callReceive(slot, op, file());
     if (op != Op::Status) {
         expectFailure(outcome, InternalError, "Copying the content is not possible from within", "a copy");
     } else if (outcome.Failed) {
@@ -47,12 +47,13 @@ Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
 
 Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
     const Op op = command.What;
-    if (op == Op::Save && (::ftruncate(File, 0) != 0 || ::pwrite(File, Earlier, 12, 0) != 12)) {
+    const int target = file();
+    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, Earlier, 12, 0) != 12)) {
         throw std::system_error(errno, std::generic_category(), "the file to save to");
     }
     if (slot.Now == Phase::Closed) {
-        Outcome outcome = callReceive(slot, op);
-        judgeClosed(slot, op, outcome);
+        Outcome outcome = callReceive(slot, op, target);
+        judgeClosed(slot, op, outcome, target);
         return outcome;
     }
     Run run;
@@ -65,7 +66,7 @@ Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
     }
     allowFailures(slot, op, run);
     Running = &run;
-    Outcome outcome = callReceive(slot, op);
+    Outcome outcome = callReceive(slot, op, target);
     Running = nullptr;
     if (outcome.Failed) {
         judgeFailure(slot, op, outcome, run);
@@ -121,7 +122,7 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
 }
 
 // Sends nothing and copies nothing.
-void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome) {
+void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
     expectSuccess(outcome, "a call of a closed object");
     if (outcome.Failed) {
         return;
@@ -129,8 +130,8 @@ void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome) {
     if (op == Op::Status) {
         expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
     } else if (op == Op::Save) {
-        if (!saved().empty()) {
-            wrong("a closed object saves " + saved());
+        if (!saved(file).empty()) {
+            wrong("a closed object saves " + saved(file));
         }
     } else {
         std::string bytes(outcome.Result.byteText());
@@ -149,7 +150,7 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     if (slot.Lead != "") {
         slot.Lead.reset();
     }
-    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved() != Earlier) {
+    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved(file()) != Earlier) {
         wrong("empties the file for content that is not to be had again");
     }
     if (slot.Now == Phase::Copied || slot.Now == Phase::Reopened) {
@@ -165,7 +166,7 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     for (const auto& consumer : run.Started) {
         slot.Given = slot.Given || !consumer->Content.empty();
     }
-    slot.Given = slot.Given || (op == Op::Save && !saved().empty() && saved() != Earlier);
+    slot.Given = slot.Given || (op == Op::Save && !saved(file()).empty() && saved(file()) != Earlier);
     slot.Now = Phase::Spoilt;
 }
 
@@ -240,7 +241,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
         expectLead(slot, bytes);
     }
     if (slot.Now == Phase::Copied) { // and there was no content
-        if (!bytes.empty() || (op == Op::Save && !saved().empty())) {
+        if (!bytes.empty() || (op == Op::Save && !saved(file()).empty())) {
             wrong("gives more than there was");
         }
         return;
@@ -274,7 +275,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
         wrong("gives bytes that were not asked for");
     }
     if (op == Op::Save) {
-        expect(saved(), "the file");
+        expect(saved(file()), "the file");
     }
     if (run.ConsumerBefore && run.ConsumerBefore == slot.Consumer && run.Started.size() != 1) {
         wrong("the consumer was started " + std::to_string(run.Started.size()) + " times");
@@ -323,9 +324,9 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
     return made;
 }
 
-std::string Runner::saved() const {
-    std::string content(static_cast<std::size_t>(::lseek(File, 0, SEEK_END)), '\0');
-    if (::pread(File, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+std::string Runner::saved(int file) {
+    std::string content(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
+    if (::pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
         throw std::system_error(errno, std::generic_category(), "the file saved to");
     }
     return content;

@@ -4,6 +4,7 @@
 #include "tests/model/Runner.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -100,7 +101,7 @@ std::string takeOutput(int file) {
 // The other process, until its channel is closed.
 void work(int channel) {
     const SocketHandle output = memoryFile("output");
-    const SocketHandle saved = memoryFile("saved");
+    const std::array files{memoryFile("saved"), memoryFile("saved from within")};
     if (::dup2(output.get(), STDOUT_FILENO) < 0) {
         fail("dup2");
     }
@@ -108,7 +109,7 @@ void work(int channel) {
     for (Sequence sequence; receiveElements(channel, sequence);) {
         std::string problem;
         try {
-            problem = Runner(server, saved.get()).run(sequence);
+            problem = Runner(server, {files[0].get(), files[1].get()}).run(sequence);
         } catch (const std::exception& failure) {
             problem = std::string("the test itself failed: ") + failure.what() + '\n';
         }
