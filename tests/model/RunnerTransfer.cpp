@@ -105,8 +105,8 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     if (answer.Last == Plan::End::Silent || slot.Limited) {
         allow({Timeout});
     }
-    if (slot.Older && copies && (answer.What != Kind::Success || slot.Now == Phase::Spoilt)) {
-        allow({StatusError}); // also for a status that is not known, 0
+    if (slot.Older && copies && answer.What != Kind::Success) {
+        allow({StatusError});
     }
     if (op == Op::CopyToConsumer && !slot.Consumer) {
         allow({InternalError}); // nobody is there for the content
@@ -160,7 +160,7 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
         Jar.reset();
     }
     const bool uploads = !slot.Payload.empty() || slot.Provider;
-    slot.Resumable = (slot.Now != Phase::Spoilt || slot.Resumable) && run.OnlyInterrupts && !uploads && !slot.Older &&
+    slot.Resumable = (slot.Now != Phase::Spoilt || slot.Resumable) && run.OnlyInterrupts && !uploads &&
                      (op == Op::Status || (op == Op::Copy && run.Started.empty()));
     slot.Warned = slot.Warned || outcome.Identifier == PartialFile;
     for (const auto& consumer : run.Started) {

@@ -180,7 +180,9 @@ std::string Worker::play(const Sequence& sequence) {
     } else if (::poll(&answer, 1, UnreasonableMs) <= 0) {
         problem = "takes unreasonably long\n" + complaints();
     } else if (!receiveElements(Channel.get(), problem)) {
-        problem = "ends its process\n" + complaints();
+        int status = 0;
+        ::waitpid(std::exchange(Process, -1), &status, 0);
+        problem = "ends its process, with the status " + std::to_string(status) + "\n" + complaints();
     }
     if (!problem.empty()) {
         kill();
