@@ -239,8 +239,8 @@ TEST_F(ApacheKeptHandle, ContentOfARefusedRequestDoesNotComeBack) {
     }
 }
 
-// Kept on purpose: after a 401 the handle keeps its options for the same object, and the method is one of them. GET does
-// not take it back; closing all connections does. Another object's request is its own.
+// Kept on purpose: after a 401 the handle keeps its options for the same object, and the method is one of them. GET
+// does not take it back; closing all connections does. Another object's request is its own.
 TEST_F(ApacheKeptHandle, MethodOfARefusedRequestStandsForTheSameObject) {
     for (const bool same : {true, false}) {
         for (const bool closeAll : {false, true}) {

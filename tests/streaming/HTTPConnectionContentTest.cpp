@@ -225,6 +225,18 @@ TEST_F(ContentToStream, FailureToSendIsSortedTheSameWay) {
     EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 0) << "it has left the send as a failure of the transfer";
 }
 
+// Whatever has taken the handles away: no perform of this transfer runs on what is there now.
+TEST_F(ContentToStream, TransferThatHasLostItsHandlesPerformsNoMore) {
+    respond(200);
+    willPerform({[this] {
+        ++Connection.Handles->Generation;
+        return 1;
+    }});
+    EXPECT_EQ(internalErrorOf([&] { copied(); }),
+              "The connection was opened again before the last response was copied. Close it first.");
+    EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 1U);
+}
+
 TEST_F(ContentToStream, BadStreamIsToldAtTheEnd) {
     respond(200, "content");
     willPerform({[] { return 0; }});

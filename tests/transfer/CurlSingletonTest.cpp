@@ -147,6 +147,28 @@ TEST_F(CurlSingletonTest, OpenAfterAResetAddsAHarmlessRemovalAndStartsTheCookieE
     EXPECT_THAT(secondOpen, ::testing::ElementsAreArray(firstOpen)) << "construction and first open";
 }
 
+TEST_F(CurlSingletonTest, WhateverEndsATransferRaisesTheGeneration) {
+    HTTPConnection connection;
+    CurlSingleton& handles = getCurlSingleton();
+    const std::vector<std::pair<const char*, std::function<void()>>> acts = {
+        {"attachment", [&] { EXPECT_EQ(handles.attach(), CURLM_OK); }},
+        {"removal", [&] { EXPECT_EQ(handles.detach(), CURLM_OK); }},
+        {"reset", [&] { handles.reset(); }},
+        {"first open", [&] { open(connection); }},
+        {"reopen", [&] { connection.openConnection(); }},
+        {"close and replacement",
+         [&] {
+             connection.closeConnection();
+             HTTPConnection::closeAllConnections();
+         }},
+    };
+    for (const auto& [name, act] : acts) {
+        const std::uint64_t before = handles.Generation;
+        act();
+        EXPECT_GT(handles.Generation, before) << name;
+    }
+}
+
 TEST_F(CurlSingletonTest, RefusedResetLeavesTheConnectionUsable) {
     HTTPConnection connection;
     open(connection);

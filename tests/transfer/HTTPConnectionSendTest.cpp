@@ -4,6 +4,7 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
 #include <algorithm>
+#include <locale>
 
 namespace {
 
@@ -42,6 +43,22 @@ TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
                 ElementsAre("CURLOPT_HTTPAUTH 4294967279", "CURLOPT_USERNAME bob", "CURLOPT_PASSWORD ",
                             "CURLOPT_PROXYAUTH 4294967279", "CURLOPT_PROXYUSERNAME ", "CURLOPT_PROXYPASSWORD ",
                             "CURLOPT_ERRORBUFFER"));
+}
+
+// Groups digits in twos.
+struct Grouping : std::numpunct<char> {
+    std::string do_grouping() const override { return "\2"; }
+};
+
+TEST_F(HTTPConnectionSendTest, TracedNumbersFollowNoLocale) {
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    connection.Settings.HTTPOptionsMode = false;
+    connection.Settings.Debug = 1;
+    playExchange("HTTP/1.1 200 OK\r\n\r\n");
+    const StandardOutputCapture output;
+    EXPECT_EQ(send(), "nothing");
+    std::locale::global(before);
+    EXPECT_THAT(output.text(), ::testing::HasSubstr("Host username = , Schemes = ffffffef\n"));
 }
 
 TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
