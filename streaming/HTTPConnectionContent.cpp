@@ -49,7 +49,8 @@ void HTTPConnection::requireCopyable(std::ostream* target) const {
     requireOwnTransfer();
     requireNoFault();
     // A stream that holds all that was passed on, and nothing after it, takes the rest.
-    const bool goesOn = target != nullptr && target == Transfer.Target && !Settings.Consumer &&
+    const bool goesOn = target != nullptr && target == Transfer.Target && !Transfer.ConsumerHasPart &&
+                        !Settings.Consumer &&
                         target->tellp() == Transfer.TargetStart + static_cast<std::streamoff>(Transfer.PassedOn);
     if (Transfer.PassedOn != 0 && !goesOn) {
         throwInternalError("The content of this response has been copied already, in whole or in part, and comes only "
@@ -105,7 +106,7 @@ void HTTPConnection::receiveContent(std::ostream* target) {
         reserveFor(*target, Metadata.ResponseContentLength);
     }
     if (Transfer.PassedOn == 0) {
-        Transfer.Target = Settings.Consumer ? nullptr : target; // what a consumer has taken, no other copy can repeat
+        Transfer.Target = target;
         Transfer.TargetStart = target != nullptr ? std::streamoff(target->tellp()) : 0;
     }
     {

@@ -116,6 +116,7 @@ std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::s
             receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
         }
         Connection->Transfer.PassedOn += piece; // whatever the consumer makes of it
+        Connection->Transfer.ConsumerHasPart = true;
         vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
         const HostArray result = callHostMethod(ConsumerPutData, receiver.ConsumerClass, arguments);
         if (isNothing(result)) {

@@ -27,6 +27,7 @@ struct RunningTransfer {
         IsPartial = false;
         PassedOn = 0;
         Target = nullptr;
+        ConsumerHasPart = false;
     }
 
     bool Opened = false;          // after a successful open
@@ -37,8 +38,9 @@ struct RunningTransfer {
     TransferFault Fault = TransferFault::None;
 
     std::uint64_t PassedOn = 0;           // bytes of the response's content that were given away
-    const std::ostream* Target = nullptr; // the stream that still holds them all; null: there is none
+    const std::ostream* Target = nullptr; // the stream that holds them; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it
+    bool ConsumerHasPart = false;         // of them, so that no further copy can give the whole
 
     bool HeadAwaited = false;             // the send has not come to its end, which is the response's complete head
     bool IsPartial = false;               // less came than was announced, and a warning told so

@@ -223,6 +223,18 @@ TEST_F(CopyOnce, BytesThatWereKeptAreNoContentOfAClosedConnection) {
     EXPECT_EQ(receiveBytes(Connection), "host ");
 }
 
+// The consumer is gone by the time of the failure, so nobody is given what was saved.
+TEST_F(CopyOnce, BytesSavedForAConsumerThatIsGoneNeverLeadTheNextContent) {
+    const ScriptedConsumer consumer = makeScriptedConsumer(host());
+    consumer->OnPut = [&](int, const std::string& piece) {
+        Connection.set("Consumer", Array());
+        return Array(static_cast<double>(piece.size()));
+    };
+    Connection.set("Consumer", consumer);
+    stopInTheMiddle([&] { receiveBytes(Connection); });
+    expectNextIsWhole();
+}
+
 TEST_F(CopyOnce, BytesThatWereKeptNeverLeadTheNextContent) {
     stopInTheMiddle([&] { receiveBytes(Connection); });
     Connection.call("closeConnection");
