@@ -69,7 +69,7 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
     const bool toBuffer = ValueSlot<bool>::read(inputs[0]);
     acrossTransferBoundary(*adapter, [&] { collectContent(*adapter, toBuffer); });
     if (!adapter->connection.Transfer.Opened) {
-        adapter->dropReceived(); // what a failed copy had kept is no content of a closed connection
+        adapter->dropReceived(); // a closed connection has no content, whatever a failed copy had kept
     }
     HostArray content = makeByteColumn(adapter->responseBytes());
     adapter->emptyResponseBuffer();

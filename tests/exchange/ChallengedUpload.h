@@ -12,7 +12,7 @@ namespace testsupport {
 inline const std::string Challenge = response(
     "", {"WWW-Authenticate: Digest realm=\"r\", nonce=\"abc\", qop=\"auth\", algorithm=MD5"}, "401 Unauthorized");
 
-// libcurl may close the connection behind the challenge, since content was sent on it, or go on using it. The steps of
+// libcurl may close the connection after the challenge, since content was sent on it, or go on using it. The steps of
 // `beforeTheChallenge` come once the content is there.
 inline std::vector<Script> challengedUpload(const Step& content, const Script& beforeTheChallenge = {}) {
     const Script answered{step::expectHead(), step::continueIfExpected(), content, step::send(response("taken"))};
