@@ -5,14 +5,10 @@
 
 #include "vantik/Http.h"
 
-#include <chrono>
 #include <limits>
 
 namespace model {
 namespace {
-
-// A call that hangs ends as a failure that nothing explains.
-constexpr std::chrono::seconds Unreasonable{45};
 
 // Far more than a loopback connection takes, and the silence after which a limit acts.
 constexpr double ConnectLimitMs = 60000;
@@ -35,7 +31,8 @@ std::string base64(const std::string& text) {
 
 } // namespace
 
-Runner::Runner(ModelServer& server, std::array<int, 2> files) : Server(server), Files(files) {}
+Runner::Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience)
+    : Server(server), Files(files), Patience(patience) {}
 
 Runner::~Runner() = default;
 
@@ -46,7 +43,7 @@ std::string Runner::run(const Sequence& sequence) {
     Host->onWarning([](const vantik::Message&) {});
     Host->treatAsFailure(vantik::kIncompleteContent);
     Host->load(testsupport::modulePath());
-    Host->interruptAfter(Unreasonable);
+    Host->interruptAfter(Patience);
     for (std::size_t step = 0; step < sequence.size() && Wrong.empty(); ++step) {
         Now = "step " + std::to_string(step + 1) + ", " + describe(sequence[step]);
         apply(sequence[step]);

@@ -8,6 +8,7 @@
 #include "vantik/HostClass.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <exception>
 #include <map>
@@ -22,8 +23,9 @@ namespace model {
 
 class Runner {
 public:
-    // `files`: descriptors of two files to save to, the second one from within another call.
-    Runner(ModelServer& server, std::array<int, 2> files);
+    // `files`: descriptors of two files to save to, the second one from within another call. What takes longer
+    // than `patience` is interrupted, and so fails where nothing explains it.
+    Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience);
     ~Runner();
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
@@ -174,6 +176,7 @@ private:
 
     ModelServer& Server;
     std::array<int, 2> Files;
+    std::chrono::seconds Patience;
     std::optional<vantik::Host> Host;
     std::array<Slot, Objects> Slots;
     std::optional<std::uint8_t> Owner;  // whose connection is open

@@ -29,8 +29,6 @@ using testsupport::SocketHandle;
 
 static_assert(std::is_trivially_copyable_v<Command>);
 
-constexpr int UnreasonableMs = 180'000; // for one sequence
-
 [[noreturn]] void fail(const char* call) {
     throw std::system_error(errno, std::generic_category(), call);
 }
@@ -99,7 +97,7 @@ std::string takeOutput(int file) {
 }
 
 // The other process, until its channel is closed.
-void work(int channel) {
+void work(int channel, std::chrono::seconds patience) {
     const SocketHandle output = memoryFile("output");
     const std::array files{memoryFile("saved"), memoryFile("saved from within")};
     if (::dup2(output.get(), STDOUT_FILENO) < 0) {
@@ -109,7 +107,7 @@ void work(int channel) {
     for (Sequence sequence; receiveElements(channel, sequence);) {
         std::string problem;
         try {
-            problem = Runner(server, {files[0].get(), files[1].get()}).run(sequence);
+            problem = Runner(server, {files[0].get(), files[1].get()}, patience).run(sequence);
         } catch (const std::exception& failure) {
             problem = std::string("the test itself failed: ") + failure.what() + '\n';
         }
@@ -149,7 +147,7 @@ void Worker::start() {
         ours.reset();
         ::dup2(Errors.get(), STDERR_FILENO);
         try {
-            work(theirs.get());
+            work(theirs.get(), Patience);
         } catch (const std::exception& failure) {
             std::cerr << failure.what() << '\n';
             std::_Exit(1);
@@ -177,7 +175,7 @@ std::string Worker::play(const Sequence& sequence) {
     pollfd answer{Channel.get(), POLLIN, 0};
     if (!sendElements(Channel.get(), sequence)) {
         problem = "the process that plays sequences has gone in front of this one\n" + complaints();
-    } else if (::poll(&answer, 1, UnreasonableMs) <= 0) {
+    } else if (::poll(&answer, 1, static_cast<int>(std::chrono::milliseconds(4 * Patience).count())) <= 0) {
         problem = "takes unreasonably long\n" + complaints();
     } else if (!receiveElements(Channel.get(), problem)) {
         int status = 0;

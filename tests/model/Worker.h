@@ -5,6 +5,7 @@
 #include "tests/model/Commands.h"
 #include "tests/support/SocketHandle.h"
 
+#include <chrono>
 #include <string>
 
 #include <sys/types.h>
@@ -21,6 +22,10 @@ public:
     // What was wrong; empty where nothing was. After anything wrong the next sequence has a new process.
     std::string play(const Sequence& sequence);
 
+    // From the next process on. A sequence that hangs is made smaller in far less time, at the price that on a very
+    // slow machine one that does not may be taken for it then.
+    void losePatience() { Patience = std::chrono::seconds(4); }
+
     // Lets the process end by itself, and says what it then complains of: a sanitizer tells of leaks.
     std::string end();
 
@@ -29,7 +34,8 @@ private:
     void kill() noexcept;
     std::string complaints() const; // the end of what it wrote to standard error
 
-    testsupport::SocketHandle Errors; // its standard error, a file
+    std::chrono::seconds Patience{45}; // for one sequence
+    testsupport::SocketHandle Errors;  // its standard error, a file
     testsupport::SocketHandle Channel;
     pid_t Process = -1;
 };
