@@ -69,7 +69,7 @@ private:
         if (length <= 0) {
             return false;
         }
-        if (Last == Plan::End::Whole || Current) { // behind its last answer a connection is only read empty
+        if (Last == Plan::End::Whole || Current) { // after its last answer a connection is only read empty
             Pending.append(block.data(), static_cast<std::size_t>(length));
             takeRequests();
         }

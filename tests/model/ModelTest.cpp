@@ -41,7 +41,7 @@ TEST_P(Sequences, HoldTheirPromises) {
         },
         rc::detail::TestMetadata{}, params);
     EXPECT_TRUE(result.is<rc::detail::SuccessResult>()) << smallest;
-    EXPECT_EQ(worker.end(), "") << "behind the last sequence";
+    EXPECT_EQ(worker.end(), "") << "after the last sequence";
 }
 
 INSTANTIATE_TEST_SUITE_P(Part, Sequences, ::testing::Range(1, 5));

@@ -162,8 +162,7 @@ Runner::Outcome Runner::destroy(Slot& slot, std::uint8_t object) {
 }
 
 Runner::Outcome Runner::setUrl(Slot& slot, const Shape& shape) {
-    const std::size_t number = static_cast<std::size_t>(&slot - Slots.data());
-    const int own = static_cast<int>(number); // statuses of objects differ
+    const int own = static_cast<int>(&slot - Slots.data()); // the statuses of the objects differ
     slot.Path = "/" + slot.Instance + "/s" + std::to_string(++Serial);
     slot.Answer = shape;
     Plan plan;
@@ -326,7 +325,7 @@ Runner::Outcome Runner::set(Slot& slot, const Command& command) {
 
 Runner::Outcome Runner::setMethod(Slot& slot, std::uint8_t method) {
     if (method == MethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
-        return {}; // behind another name libcurl sends that name, and yet expects no content
+        return {}; // after another name libcurl sends that name, and yet expects no content
     }
     const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
     Outcome outcome = attempt([&] {

@@ -40,7 +40,7 @@ private:
         Opened,   // nothing sent yet
         Answered, // the status is known, the content has not been copied
         Copied,
-        Reopened, // opened again in front of a copy: the earlier answer is told, and nothing can be copied
+        Reopened, // opened again before a copy: the earlier answer is told, and nothing can be copied
         Spoilt,   // something has failed: a call may fail, but what it gives must be right
     };
 

@@ -257,7 +257,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     if (!request->Whole && !refused && !slot.Warned && !run.Quiet) {
         wrong("takes content that was cut off for whole");
     }
-    // What is less than the whole without a failure: behind such a status, after the warning, when the consumer says
+    // What is less than the whole without a failure: with such a status, after the warning, when the consumer says
     // so, and of a challenge that libcurl goes on to answer.
     const bool partial = run.Quiet || (!request->Whole && (refused || slot.Warned)) ||
                          (request->Status == 401 && (slot.Older || slot.SentLogin == LoginSeveral));

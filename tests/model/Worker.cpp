@@ -174,7 +174,7 @@ std::string Worker::play(const Sequence& sequence) {
     std::string problem;
     pollfd answer{Channel.get(), POLLIN, 0};
     if (!sendElements(Channel.get(), sequence)) {
-        problem = "the process that plays sequences has gone in front of this one\n" + complaints();
+        problem = "the process that plays sequences has gone before this one\n" + complaints();
     } else if (::poll(&answer, 1, static_cast<int>(std::chrono::milliseconds(4 * Patience).count())) <= 0) {
         problem = "takes unreasonably long\n" + complaints();
     } else if (!receiveElements(Channel.get(), problem)) {
