@@ -1,5 +1,6 @@
 // Writes what a URL answers to standard output.
 #include <vantik/Host.h>
+#include <vantik/Http.h>
 
 #include <cstdio>
 #include <span>
@@ -23,7 +24,7 @@ int main(int argc, char** argv) {
         std::fwrite(bytes.data(), 1, bytes.size(), stdout);
         return 0;
     } catch (const vantik::Failure& failure) {
-        std::fprintf(stderr, "%s: %s\n", failure.identifier().c_str(), failure.what());
+        std::fprintf(stderr, "%s: %s\n", failure.identifier().c_str(), vantik::withoutSecrets(failure.what()).c_str());
         return 1;
     }
 }
