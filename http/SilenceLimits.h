@@ -12,7 +12,7 @@ struct SilenceLimits {
     static constexpr double Unlimited = std::numeric_limits<double>::infinity();
     static constexpr std::int64_t NoDeadline = std::numeric_limits<std::int64_t>::max();
 
-    // An infinite timeout of either sign is no limit.
+    // An infinite timeout of either sign means no limit.
     static bool isUnlimited(double timeout) { return std::isinf(timeout); }
 
     // Milliseconds: connect, response, data, extra. What is missing has no limit.
@@ -32,8 +32,8 @@ struct SilenceLimits {
     double ExtraTimeout = Unlimited;    // stored and returned only
     std::int64_t ResponseTimeoutMs = 0; // the same as integers, written at open when finite
     std::int64_t DataTimeoutMs = 0;
-    double ActiveTimeout = 0.0;     // ms behind the running Deadline
+    double ActiveTimeout = 0.0;     // ms; the timeout that set Deadline
     std::int32_t TimeoutReason = 0; // 0: the head was awaited, 1: content
-    std::u16string TimeoutOption;   // name of the option behind Deadline
+    std::u16string TimeoutOption;   // name of the option that set Deadline
     std::int64_t Deadline = 0;      // monotonic ns; NoDeadline: none
 };

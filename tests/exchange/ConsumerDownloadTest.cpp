@@ -107,7 +107,7 @@ TEST_F(Consumer, SizeThatTruncatesToNothingFails) {
     }
 }
 
-// An answer that is no number says neither how much is wanted nor how much was taken.
+// An answer that is not a number says neither how much is wanted nor how much was taken.
 TEST_F(Consumer, AnswerThatIsNoNumberFails) {
     const ScriptedConsumer sized = makeScriptedConsumer(host());
     sized->OnStart = [] { return Array("100"); };

@@ -162,8 +162,8 @@ const std::string kCopied =
 const std::string kStillOpen = "VANTIK:webservices:InternalError(resetHandles() called when connection is open)";
 
 // What each method answers by state, in the order New, UrlSet, Open, HeadRead, Copied, Closed, Failed. A wrong state is
-// a silent one: only closing all connections minds that one is open, and only a copy that there was one. Behind a send
-// that failed before its head was out, what asks for the response sends again.
+// silent, with two exceptions: closing all connections fails while one is open, and a copy fails after a copy. After a
+// send that failed before its head was out, what asks for the response sends again.
 // clang-format off
 const std::map<std::string, std::array<std::string, 7>> kAnswers = {
     {"openConnection",           {"", "", "", "", "", "", ""}},
