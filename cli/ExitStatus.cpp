@@ -57,6 +57,7 @@ constexpr Row kRows[] = {
     {"VANTIK:webservices:SSLConnectionFailure", kExitTls},
     {"VANTIK:webservices:CertificateFailedVerification", kExitTls},
     {"VANTIK:webservices:DecodingError", kExitDecoding},
+    {"VANTIK:webservices:DecodedContentTooLarge", kExitDecoding},
     {"NETROVE:cli:Usage", kExitUsage},
     {"NETROVE:cli:BadManifest", kExitUsage},
     {"NETROVE:cli:NoJournal", kExitNotWritten},

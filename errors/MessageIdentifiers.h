@@ -67,6 +67,7 @@ struct OperationTerminatedByConsumer: Id<"OperationTerminatedByConsumer", Wide> 
 struct ConnectionFailed             : Id<"ConnectionFailed", Wide>                             { using Identifier::Identifier; };
 struct ConnectionRefused            : Id<"ConnectionRefused", Wide, Wide>                      { using Identifier::Identifier; };
 struct DecodingError                : Id<"DecodingError", Narrow, Narrow>                      { using Identifier::Identifier; };
+struct DecodedContentTooLarge       : Id<"DecodedContentTooLarge", Narrow, Narrow>             { using Identifier::Identifier; };
 struct RandomError                  : Id<"RandomError", Narrow>                                { using Identifier::Identifier; };
 struct ExpectedProtocol             : Id<"ExpectedProtocol", Narrow, Narrow, Narrow, Narrow>   { using Identifier::Identifier; };
 struct PartialFileWarning           : Id<"PartialFileWarning", Narrow, Narrow, Narrow>         { using Identifier::Identifier; }; // only warned with

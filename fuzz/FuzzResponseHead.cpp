@@ -15,9 +15,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         rest.remove_prefix(line.size());
         try {
             if (line == "\r\n") {
-                if (!head.end("GET")) {
-                    head.dropInterim();
+                if (head.end("GET") == ResponseHead::End::Passing) {
+                    head.dropPassing();
                 }
+                continue;
+            }
+            if (head.isTrailer(line)) {
                 continue;
             }
             if (head.beginsWithNext()) {

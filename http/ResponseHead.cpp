@@ -2,9 +2,13 @@
 
 #include "http/HttpSyntax.h"
 
+#include <boost/algorithm/string.hpp>
 #include <boost/numeric/conversion/cast.hpp>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <initializer_list>
 
 namespace {
 
@@ -16,10 +20,23 @@ long statusFromLine(const std::string& line) {
 
 } // namespace
 
+void ResponseHead::begin() {
+    ResponseHeaderLines.clear();
+    HeadersComplete = false;
+    HasInterim = false;
+    Size = 0;
+}
+
+bool ResponseHead::count(std::size_t length) {
+    Size += length;
+    return Size <= LargestSize;
+}
+
 bool ResponseHead::beginsWithNext() {
-    if (HeadersComplete) { // a further response: the next leg of an authentication, a trailer
+    if (HeadersComplete || HasInterim) { // a further response: the next leg of an authentication, the one announced
         ResponseHeaderLines.clear();
         HeadersComplete = false;
+        HasInterim = false;
     }
     return ResponseHeaderLines.empty();
 }
@@ -40,10 +57,19 @@ void ResponseHead::keep(std::string_view line) {
     ResponseHeaderLines.emplace_back(line.substr(0, line.size() - 2));
 }
 
-bool ResponseHead::end(const std::string& effectiveMethod) {
-    const bool interim = ResponseCode == 100 || (equalIgnoringCase(effectiveMethod, "CONNECT") && ResponseCode == 200);
-    HeadersComplete = HeadersComplete || !interim;
-    return !interim;
+ResponseHead::End ResponseHead::end(const std::string& effectiveMethod) {
+    if (HeadersComplete) { // the end of a trailer section
+        return End::Final;
+    }
+    if (ResponseCode == 100 || (equalIgnoringCase(effectiveMethod, "CONNECT") && ResponseCode == 200)) {
+        return End::Passing;
+    }
+    if (ResponseCode >= 102 && ResponseCode <= 199) {
+        HasInterim = true;
+        return End::Interim;
+    }
+    HeadersComplete = true;
+    return End::Final;
 }
 
 std::string ResponseHead::getResponseField(const std::string& name) const {
@@ -54,6 +80,55 @@ std::string ResponseHead::getResponseField(const std::string& name) const {
         }
     }
     return {};
+}
+
+std::vector<std::string> ResponseHead::listOf(const std::string& name) const {
+    std::vector<std::string> all;
+    for (const std::string& line : ResponseHeaderLines) {
+        const auto [fieldName, value] = splitFieldLine(line);
+        if (equalIgnoringCase(fieldName, name)) {
+            std::vector<std::string> elements;
+            boost::split(elements, value, boost::is_any_of(","));
+            for (std::string& element : elements) {
+                all.push_back(boost::trim_copy(element));
+            }
+        }
+    }
+    return all;
+}
+
+bool ResponseHead::lengthIsUnclear() const {
+    for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) {
+        const std::string name = splitFieldLine(ResponseHeaderLines[i - 1]).first;
+        if (boost::starts_with(ResponseHeaderLines[i], " ") || boost::starts_with(ResponseHeaderLines[i], "\t")) {
+            if (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding")) {
+                return true;
+            }
+        }
+    }
+    const std::vector<std::string> lengths = listOf("Content-Length");
+    if (lengths.empty() || !listOf("Transfer-Encoding").empty()) {
+        return false;
+    }
+    std::int64_t length = 0;
+    const std::string& first = lengths.front();
+    const char* const end = first.data() + first.size();
+    const bool isNumber = std::from_chars(first.data(), end, length) == std::from_chars_result{end, std::errc()};
+    return !isNumber || length < 0 ||
+           std::any_of(lengths.begin(), lengths.end(), [&](const auto& other) { return other != first; });
+}
+
+bool ResponseHead::expandsLittle() const {
+    std::vector<std::string> codings = listOf("Content-Encoding");
+    for (std::string& coding : listOf("Transfer-Encoding")) {
+        codings.push_back(std::move(coding));
+    }
+    const auto isOneOf = [](const std::string& coding, std::initializer_list<const char*> names) {
+        return std::any_of(names.begin(), names.end(),
+                           [&](const char* name) { return equalIgnoringCase(coding, name); });
+    };
+    std::erase_if(codings, [&](const auto& coding) { return isOneOf(coding, {"identity", "chunked"}); });
+    return codings.empty() || (codings.size() == 1 && isOneOf(codings[0], {"gzip", "x-gzip", "deflate"}));
 }
 
 std::string ResponseHead::reasonPhrase() const {

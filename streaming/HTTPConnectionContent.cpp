@@ -41,6 +41,12 @@ void HTTPConnection::sendContent() {
     Transfer.Copier->sendRequest();
 }
 
+void HTTPConnection::boundContent() {
+    if (Transfer.Copier) {
+        Transfer.Copier->pauseAtLimit();
+    }
+}
+
 void HTTPConnection::requireCopyable(std::ostream* target) const {
     refuseWithin("Copying the content");
     if (!Transfer.Opened || sendIsDue()) {

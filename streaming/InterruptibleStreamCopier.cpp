@@ -1,5 +1,6 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
+#include "errors/MessageIdentifiers.h"
 #include "hostcalls/HostObjectCall.h"
 #include "http/MonotonicTime.h"
 #include "transfer/CurlCalls.h"
@@ -52,11 +53,12 @@ void InterruptibleStreamCopier::releaseContent() noexcept {
     Provider.reset();
 }
 
-// Never refuses bytes and never pauses: what libcurl has read stays here until receiveResponse drains it.
+// What libcurl has read stays here until receiveResponse drains it. Nothing is refused, after a failure apart: it ends
+// the transfer at once.
 std::size_t InterruptibleStreamCopier::writeCallback(char* data, std::size_t size, std::size_t count, void* copier) {
     auto* self = static_cast<InterruptibleStreamCopier*>(copier);
     const std::size_t length = size * count;
-    return self->Connection->inCallback(length, [&] { return self->takeBytes(data, length); });
+    return self->Connection->inCallback(std::size_t{0}, [&] { return self->takeBytes(data, length); });
 }
 
 // After a failure the upload is aborted: 0 would tell the server that the content is complete.
@@ -82,8 +84,33 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
             traceLine(debug, {data, length});
         }
     }
+    const std::size_t size = ReceiveBuffer.size() + length;
+    const std::size_t largest = ReceiveLimit + LargestExpansion;
+    if (size > largest) {
+        VANTIK::raise<VANTIK::webservices::DecodingError>(Connection->ReceivedHead.getResponseField("Content-Encoding"),
+                                                          "a few bytes of it stand for more than " +
+                                                              std::to_string(LargestExpansion) + " bytes of content");
+    }
+    if (size > 2 * ReceiveLimit) { // growing step by step would need twice as much
+        ReceiveBuffer.reserve(largest);
+    }
     ReceiveBuffer.append(data, length);
+    if (ReceiveBuffer.size() >= ReceiveLimit && !WritePaused && Connection->ReceivedHead.expandsLittle()) {
+        pause();
+    }
     return length;
+}
+
+// By the call, not by the callback's answer: after that libcurl would copy what it keeps again for each piece we take.
+void InterruptibleStreamCopier::pause() {
+    WritePaused = true;
+    applyPauses();
+}
+
+void InterruptibleStreamCopier::pauseAtLimit() {
+    if (ReceiveBuffer.size() >= ReceiveLimit && !WritePaused) {
+        pause();
+    }
 }
 
 // 0 is the end of the content, for good. libcurl may ask a second time in one perform (8.x does in the perform that
@@ -153,6 +180,25 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
         offerPayload();
     }
     return CURL_SEEKFUNC_OK;
+}
+
+// Ends the pauses named and keeps the other one. libcurl may run the write callback in here, which may pause again. The
+// time of the pause was ours, so it counts as no silence of the server.
+void InterruptibleStreamCopier::resume(bool reading, bool writing) {
+    ReadPaused = ReadPaused && !reading;
+    WritePaused = WritePaused && !writing;
+    Connection->updateDeadline();
+    applyPauses();
+}
+
+void InterruptibleStreamCopier::applyPauses() {
+    const int paused = (ReadPaused ? CURLPAUSE_SEND : 0) | (WritePaused ? CURLPAUSE_RECV : 0);
+    const CURLcode code = curl_easy_pause(Connection->Handles->EasyHandle, paused);
+    Connection->rethrowEscapedFailure();
+    if (code != CURLE_OK) {
+        Connection->Transfer.Fault = TransferFault::Failed;
+        throwCurlCodeError("curl_easy_pause", code, "");
+    }
 }
 
 // The wait with which a pass of a pump begins. Repeated empty waits pause, so that a pump does not spin while libcurl

@@ -36,6 +36,11 @@ public:
     // Drains the response's content into the consumer, `saveTo` (may be null), or both, until the transfer ends.
     void receiveResponse(std::ostream* saveTo);
 
+    // With each read of the network: no further one before what is here has been drained. Content that expands little
+    // is paused at the limit itself. What libcurl has read by then it decodes all the same, into a buffer of its own;
+    // there it would run out of memory over content that expands without limit.
+    void pauseAtLimit();
+
     // Lets go of the request's content: nothing will be sent again.
     void releaseContent() noexcept;
 
@@ -48,7 +53,16 @@ public:
     std::uint64_t SendLength = 0;           // number of bytes at SendData
     std::uint64_t SendPosition = 0;         // next byte to hand to libcurl
     std::uint64_t TotalSent = 0;            // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;              // response bytes not yet drained; grows as needed
+    std::string ReceiveBuffer;              // response bytes not yet drained
+    std::size_t ReceiveLimit = ReceiveStep; // from this size of ReceiveBuffer on libcurl reads no more
+
+    // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
+    static constexpr std::size_t ReceiveStep = std::size_t{512} << 10;
+    // What is decoded comes in whole reads all the same. One of 16 KiB gives 16.2 MiB where gzip has done its best;
+    // what gives more, as several encodings on top of each other do, is there to fill the memory.
+    static constexpr std::size_t LargestExpansion = std::size_t{20} << 20;
+    // Most content that is kept while the request's content is still going out, where nothing is drained.
+    static constexpr std::size_t LargestEarlyContent = std::size_t{16} << 20;
     std::shared_ptr<const std::vector<std::uint8_t>>
         Payload;                      // shared with the connection, which may have another by now
     SharedHostArray Provider;         // the same; null: none
@@ -56,6 +70,7 @@ public:
     vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
     bool PumpWantsData = false;       // sendRequest runs with a provider that has not said end of content
     bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
+    bool WritePaused = false;         // the download is paused; the pumps resume it
 
 private:
     std::size_t takeBytes(const char* data, std::size_t length);
@@ -66,16 +81,21 @@ private:
 
     // both pumps
     void awaitActivity(int& emptyWaits);
+    void resume(bool reading, bool writing);
+    void pause();
+    void applyPauses();
 
     // sendRequest
     bool refill(HostArray& lastArray);
     void resumeReading();
+    void makeRoomForEarlyContent();
     void withdrawOffer() noexcept;
     void breakUpload() noexcept;
 
     // receiveResponse
     struct Receiver;
     void drainUntilDone(Receiver& receiver);
+    void requireRoom(const Receiver& receiver, std::size_t length) const;
     void receiveOnce(Receiver& receiver);
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);

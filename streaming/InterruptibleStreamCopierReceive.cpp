@@ -2,22 +2,27 @@
 
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
+#include "errors/MessageIdentifiers.h"
 #include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
 #include "hostcalls/HostObjectCall.h"
 #include "hostcalls/NumericNarrowing.h"
 #include "http/MonotonicTime.h"
 #include "streaming/ProgressReporterCall.h"
+#include "transfer/CurlCalls.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>
+#include <sstream>
 
 using namespace matrix::detail::noninlined::vx_array_api;
 
 namespace {
 
 constexpr std::uint64_t LargestPiece = 16384;
+constexpr std::uint64_t LargestDecodedInMemory = std::uint64_t{512} << 20;
 
 } // namespace
 
@@ -41,6 +46,7 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     Receiver receiver{vcos::internal::makeInterned(ConsumerClassName), settings.Consumer, settings.Consumer.get(),
                       saveTo, ProgressReporterCall(settings.ProgressReporter)};
     const ScopeExit leave([] { flushRepeats(); });
+    ReceiveLimit = ReceiveStep;
     if (receiver.Consumer != nullptr) {
         const HostArray wanted = callHostMethod(ConsumerStart, receiver.ConsumerClass, receiver.self());
         if (!isNothing(wanted)) {
@@ -65,7 +71,7 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     }
 }
 
-// While bytes are buffered no network step runs, so libcurl is never ahead by more than one perform's worth of data: a
+// While bytes are buffered no network step runs, so libcurl is never ahead by more than what it was let to bring: a
 // slow consumer slows the socket instead of filling memory.
 void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
     do {
@@ -86,6 +92,7 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
             Connection->checkTimeout(NOT_A_TIME, false);
             continue;
         }
+        requireRoom(receiver, length);
         if (receiver.Consumer != nullptr) {
             length = passToConsumer(receiver, length);
         } else {
@@ -98,12 +105,35 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
     } while (receiver.Running != 0);
 }
 
+// After a pause libcurl first gives what it has kept, which may be all that it has.
 void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
-    awaitActivity(receiver.Idle);
+    if (WritePaused) {
+        resume(false, true);
+        if (!ReceiveBuffer.empty()) {
+            receiver.Running = 1;
+            return;
+        }
+    } else {
+        awaitActivity(receiver.Idle);
+    }
     tracePerform(Connection->Settings.Debug, "READER");
     receiver.Running = Connection->perform("reading from network");
     if (receiver.Running == 0) {
         Connection->checkCompletion(NOT_A_TIME);
+    }
+}
+
+// A few bytes on the wire may stand for as much content as fills the memory. Content that came as it is cost its sender
+// as much.
+void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_t length) const {
+    if (dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr ||
+        Connection->Transfer.PassedOn + length <= LargestDecodedInMemory) {
+        return;
+    }
+    const auto wire = getInfo<curl_off_t>(Connection->Handles->EasyHandle, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
+    if (Connection->Transfer.PassedOn + length > static_cast<std::uint64_t>(wire)) {
+        VANTIK::raise<VANTIK::webservices::DecodedContentTooLarge>(std::to_string(LargestDecodedInMemory),
+                                                                   Connection->Metadata.ContentEncoding);
     }
 }
 

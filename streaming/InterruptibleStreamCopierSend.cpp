@@ -1,5 +1,6 @@
 #include "streaming/InterruptibleStreamCopier.h"
 
+#include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
@@ -47,13 +48,14 @@ void InterruptibleStreamCopier::sendRequest() {
     }
     int count = 0;
     do {
-        if (!ReadPaused) { // a paused upload has nothing to wake for: refill it first
+        if (!ReadPaused && !WritePaused) { // a pause has nothing to wake for
             awaitActivity(count);
         }
         if (!refill(lastArray)) {
             break;
         }
         resumeReading();
+        makeRoomForEarlyContent();
         tracePerform(connection.Settings.Debug, "WRITER");
         count = connection.perform("writing to network");
         if (count == 0) {
@@ -97,15 +99,22 @@ bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
 }
 
 void InterruptibleStreamCopier::resumeReading() {
-    if (!ReadPaused) {
+    if (ReadPaused) {
+        resume(true, false);
+    }
+}
+
+// A server may answer while it still reads, and may read no further until its answer is taken.
+void InterruptibleStreamCopier::makeRoomForEarlyContent() {
+    if (!WritePaused) {
         return;
     }
-    ReadPaused = false;
-    const CURLcode resumed = curl_easy_pause(Connection->Handles->EasyHandle, CURLPAUSE_CONT);
-    Connection->rethrowEscapedFailure();
-    if (resumed != CURLE_OK) {
-        throwCurlCodeError("curl_easy_pause", resumed, "");
+    if (ReceiveLimit >= LargestEarlyContent) {
+        throw webservices::HTTPCopyStreamException("More than " + std::to_string(LargestEarlyContent) +
+                                                   " bytes of the response came before the request had been sent.");
     }
+    ReceiveLimit += ReceiveStep;
+    resume(false, true);
 }
 
 // The provider's array goes with the pump, so nothing of it may stay on offer. Content in memory does: a rewind in a
@@ -127,6 +136,7 @@ void InterruptibleStreamCopier::breakUpload() noexcept {
         Connection->Transfer.Fault = TransferFault::UploadBroken;
     }
     if (std::exchange(ReadPaused, false)) {
-        static_cast<void>(curl_easy_pause(Connection->Handles->EasyHandle, CURLPAUSE_CONT));
+        static_cast<void>(
+            curl_easy_pause(Connection->Handles->EasyHandle, WritePaused ? CURLPAUSE_RECV : CURLPAUSE_CONT));
     }
 }

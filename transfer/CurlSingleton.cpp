@@ -34,6 +34,10 @@ void makeHandles(CurlSingleton& handles) {
     if (handles.MultiHandle == nullptr) {
         throwCurlCodeError("curl_multi_init", 0, "");
     }
+#if LIBCURL_VERSION_NUM >= 0x081400
+    // Otherwise cleaning up waits for the system's answer to a name look-up that hangs.
+    static_cast<void>(curl_multi_setopt(handles.MultiHandle, CURLMOPT_QUICK_EXIT, 1L));
+#endif
 }
 
 void deleteCurlSingleton(void* object) {

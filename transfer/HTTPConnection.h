@@ -130,6 +130,7 @@ private:
     void setSendOptions();
     void startContent();
     void sendContent();
+    void boundContent();
     void receiveContent(std::ostream* target);
     void runPerformLoop(std::int64_t start, int waitMilliseconds);
     void encodePostData();
@@ -138,11 +139,14 @@ private:
     void endHead();
     void startHead(const std::string& line);
     void keepHeadLine(const std::string& line);
+    void traceHeadLine(const std::string& line) const;
     template <class Check>
     void keepFailure(Check check); // runs it; what it raises goes to CallbackFailure
     void judgeCompletion(int result, std::int64_t start);
     void judgeFailure(int result, std::int64_t start);
     void judgeWriteError(const std::string& urlText);
+    void warnOfPart(const std::string& text);
+    void warnUnlessWhole(int result);
 };
 
 template <class Result, class Body>

@@ -85,6 +85,7 @@ void HTTPConnection::judgeCompletion(int result, std::int64_t start) {
         code = getInfo<long>(easy, CURL_NAMED(CURLINFO_HTTP_CONNECTCODE)); // a proxy answered, the server never did
     }
     if (code != 0 && !isSuccess(code) && !ReceivedHead.ResponseHeaderLines.empty()) {
+        warnUnlessWhole(result);
         return;
     }
     if (result != CURLE_OK) {
@@ -97,6 +98,34 @@ void HTTPConnection::judgeCompletion(int result, std::int64_t start) {
     if (!isSuccess(code)) {
         throwInternalError("Nonzero response code but no headers received");
     }
+    warnUnlessWhole(result);
+}
+
+void HTTPConnection::warnOfPart(const std::string& text) {
+    Transfer.IsPartial = true;
+    matrix::detail::noninlined::vx_array_api::vxWarningMsgId(id::PartialFileWarning(
+        std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), text));
+}
+
+// The call goes on as after a whole response, so nothing else would tell that less has come. The numbers are those of
+// now: the end may come before the send has collected any.
+void HTTPConnection::warnUnlessWhole(int result) {
+    std::string text;
+    if (result != CURLE_OK && *Handles->ErrorBuffer != '\0') {
+        text = Handles->ErrorBuffer;
+    } else if (ReceivedHead.isCut()) {
+        text = ReceivedHead.HasInterim ? "No response came after an interim one." : "The head of the response was cut.";
+    } else if (result == CURLE_WRITE_ERROR) {
+        text = "The content goes on after the end of its compressed data.";
+    } else if (result != CURLE_OK) {
+        text = curl_easy_strerror(static_cast<CURLcode>(result));
+    } else if (ReceivedHead.lengthIsUnclear()) {
+        text = "The head of the response does not tell for certain where its content ends.";
+    } else {
+        return;
+    }
+    collectResponseMetadata();
+    warnOfPart(text);
 }
 
 void HTTPConnection::judgeFailure(int result, std::int64_t start) {
@@ -118,9 +147,7 @@ void HTTPConnection::judgeFailure(int result, std::int64_t start) {
     case CURLE_RECV_ERROR:
         throw webservices::HTTPConnectionRefusedException(errorText);
     case CURLE_PARTIAL_FILE:
-        Transfer.IsPartial = true;
-        matrix::detail::noninlined::vx_array_api::vxWarningMsgId(id::PartialFileWarning(
-            std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), errorText));
+        warnOfPart(errorText);
         return;
     case CURLE_WRITE_ERROR:
         judgeWriteError(urlText);
@@ -143,10 +170,12 @@ void HTTPConnection::judgeFailure(int result, std::int64_t start) {
     }
 }
 
-// Without a text the write callback has stopped the transfer by design. libcurl reports a failed decoding here too.
+// libcurl reports a failed decoding here too. The write callback refuses nothing, so without a text libcurl itself has
+// not taken all of the content.
 void HTTPConnection::judgeWriteError(const std::string& urlText) {
     const char* errorText = Handles->ErrorBuffer;
     if (*errorText == '\0') {
+        warnUnlessWhole(CURLE_WRITE_ERROR);
         return;
     }
     if (std::strstr(errorText, "encoding") != nullptr) {

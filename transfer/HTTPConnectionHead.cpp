@@ -1,5 +1,6 @@
 #include "transfer/HTTPConnection.h"
 
+#include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "http/HttpSyntax.h"
 #include "transfer/CurlCallbacks.h"
@@ -7,12 +8,12 @@
 #include "transfer/CurlSingleton.h"
 #include "transfer/Trace.h"
 
-// libcurl calls this for every line of every head on the connection. A failed check is stored in CallbackFailure and
-// the transfer runs on.
+// libcurl calls this for every line of every head on the connection, and of a trailer section. A failed check is stored
+// in CallbackFailure and the transfer runs on; what raises here ends it.
 std::size_t headerCallback(char* buffer, std::size_t size, std::size_t count, void* connection) {
     auto* self = static_cast<HTTPConnection*>(connection);
     const std::size_t length = size * count;
-    return self->inCallback(length, [&] { return self->takeHeadLine(buffer, length); });
+    return self->inCallback(std::size_t{0}, [&] { return self->takeHeadLine(buffer, length); });
 }
 
 // The last failure counts.
@@ -30,9 +31,16 @@ void HTTPConnection::keepFailure(Check check) {
 }
 
 std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
+    // libcurl keeps what it hands over here, so a server that never ends its trailers would fill the memory.
+    if (!ReceivedHead.count(length)) {
+        throw webservices::HTTPConnectionRefusedException("Heads and trailers of the response are larger than " +
+                                                          std::to_string(ResponseHead::LargestSize) + " bytes.");
+    }
     const std::string line(data, length);
     if (line == "\r\n") {
         endHead();
+    } else if (ReceivedHead.isTrailer(line)) {
+        traceHeadLine(line);
     } else {
         if (ReceivedHead.beginsWithNext()) {
             startHead(line);
@@ -53,19 +61,25 @@ void HTTPConnection::startHead(const std::string& line) {
 
 void HTTPConnection::keepHeadLine(const std::string& line) {
     keepFailure([&] {
-        // Without a newline, kept on purpose: the CR stays at the end, and what is traced next follows on the same
-        // line.
-        if (Settings.Debug != 0) {
-            traceText(Settings.Debug, "IN  HDR: " + line.substr(0, line.empty() ? 0 : line.size() - 1));
-        }
+        traceHeadLine(line);
         ReceivedHead.keep(line);
     });
 }
 
+// Without a newline, kept on purpose: the CR stays at the end, and what is traced next follows on the same line.
+void HTTPConnection::traceHeadLine(const std::string& line) const {
+    if (Settings.Debug != 0) {
+        traceText(Settings.Debug, "IN  HDR: " + line.substr(0, line.empty() ? 0 : line.size() - 1));
+    }
+}
+
 void HTTPConnection::endHead() {
     const std::int32_t debug = Settings.Debug;
-    if (ReceivedHead.end(SentHead.EffectiveMethod)) {
-        Limits.endHead();
+    const ResponseHead::End end = ReceivedHead.end(SentHead.EffectiveMethod);
+    if (end != ResponseHead::End::Passing) {
+        if (end == ResponseHead::End::Final) {
+            Limits.endHead();
+        }
         if (Transfer.UploadPending && ReceivedHead.ResponseCode >= 200 && ReceivedHead.ResponseCode <= 299) {
             // An answer while libcurl still waits for "100 Continue" ends the upload, and libcurl 7.88 keeps the
             // network connection: the next request's head would be taken for the content that is missing. Should the
@@ -83,5 +97,5 @@ void HTTPConnection::endHead() {
         }
         traceLine(debug, report);
     }
-    ReceivedHead.dropInterim();
+    ReceivedHead.dropPassing();
 }

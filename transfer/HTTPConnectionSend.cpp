@@ -96,7 +96,7 @@ void HTTPConnection::setSendOptions() {
     CURL* easy = Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_HEADERDATA), this);
     setOption(easy, CURL_NAMED(CURLOPT_HEADERFUNCTION), &headerCallback);
-    ReceivedHead.HeadersComplete = false;
+    ReceivedHead.begin();
     Transfer.PerformDone = false;
     setOption(easy, CURL_NAMED(CURLOPT_VERBOSE), 1L); // always: the request head is read from the trace
     setOption(easy, CURL_NAMED(CURLOPT_DEBUGDATA), this);

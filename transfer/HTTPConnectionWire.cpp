@@ -115,6 +115,9 @@ int HTTPConnection::takeTrace(int type, char* data, std::size_t size) {
             throwInternalError(failure.Text);
         }
     }
+    if (type == CURLINFO_DATA_IN) {
+        boundContent();
+    }
     if (type == CURLINFO_HEADER_OUT || type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN ||
         type == CURLINFO_DATA_OUT) {
         updateDeadline();

@@ -37,6 +37,7 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {"VANTIK:webservices:SSLConnectionFailure", 60},
         {"VANTIK:webservices:CertificateFailedVerification", 60},
         {"VANTIK:webservices:DecodingError", 61},
+        {"VANTIK:webservices:DecodedContentTooLarge", 61},
         {"VANTIK:webservices:InternalError", 1},
         {"VANTIK:webservices:EncodingFailure", 1},
         {"VANTIK:webservices:RandomError", 1},

@@ -105,6 +105,7 @@ TEST(MessageTable, EveryIdentifierOfTheClientShowsAllItsArguments) {
         ws::ConnectionFailed(u"alpha"),
         ws::ConnectionRefused(u"alpha", u"beta"),
         ws::DecodingError("alpha", "beta"),
+        ws::DecodedContentTooLarge("alpha", "beta"),
         ws::RandomError("alpha"),
         ws::ExpectedProtocol("alpha", "beta", "http", "https"),
         ws::PartialFileWarning("7", "99", "alpha"),

@@ -55,6 +55,7 @@ const std::vector<Row>& rows() {
         row<ws::ConnectionFailed>("ConnectionFailed", Thrown),
         row<ws::ConnectionRefused>("ConnectionRefused", Thrown),
         row<ws::DecodingError>("DecodingError", Thrown),
+        row<ws::DecodedContentTooLarge>("DecodedContentTooLarge", Thrown),
         row<ws::RandomError>("RandomError", Thrown),
         row<ws::ExpectedProtocol>("ExpectedProtocol", Thrown),
         row<ws::PartialFileWarning>("PartialFileWarning", OnlyText),

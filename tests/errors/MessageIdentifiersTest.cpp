@@ -62,6 +62,7 @@ const std::vector<GoldenRow>& goldenList() {
         {ws::ConnectionFailed(u1), "VANTIK:webservices:ConnectionFailed[U:u1]"},
         {ws::ConnectionRefused(u1, u2), "VANTIK:webservices:ConnectionRefused[U:u1, U:u2]"},
         {ws::DecodingError(n1, n2), "VANTIK:webservices:DecodingError[N:n1, N:n2]"},
+        {ws::DecodedContentTooLarge(n1, n2), "VANTIK:webservices:DecodedContentTooLarge[N:n1, N:n2]"},
         {ws::RandomError(n1), "VANTIK:webservices:RandomError[N:n1]"},
         {ws::ExpectedProtocol(n1, n2, n3, n4), "VANTIK:webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"},
         {ws::PartialFileWarning(n1, n2, n3), "VANTIK:webservices:PartialFileWarning[N:n1, N:n2, N:n3]"},

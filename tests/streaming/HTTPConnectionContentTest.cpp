@@ -253,7 +253,7 @@ TEST_F(ContentToStream, BadStreamIsToldAtTheEnd) {
 // Room for the announced content.
 
 TEST_F(ContentToStream, MemoryGetsRoomForTheAnnouncedContentOnce) {
-    constexpr std::int64_t announced = 1'000'003; // no size that growth would arrive at
+    constexpr std::int64_t announced = 300'003; // no size that growth would arrive at
     respond(200, std::string(announced, 'c'));
     Connection.Metadata.ResponseContentLength = announced;
     willPerform({[] { return 0; }});

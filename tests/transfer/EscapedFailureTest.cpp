@@ -185,7 +185,7 @@ TEST_F(EscapedSeekTest, NothingRunsBehindAKeptFailure) {
     std::string buffer;
     EXPECT_EQ(curl.callRead(buffer, 3), std::size_t{CURL_READFUNC_ABORT}); // 0 would mean that the content is complete
     EXPECT_EQ(copier.SendPosition, 0u);
-    EXPECT_EQ(curl.callWrite("abc"), 3u);
+    EXPECT_EQ(curl.callWrite("abc"), 0u); // libcurl ends the transfer, which is lost anyway
     EXPECT_EQ(copier.ReceiveBuffer, "");
     EXPECT_FALSE(connection.Transfer.PerformDone);
     copier.SendPosition = 2;

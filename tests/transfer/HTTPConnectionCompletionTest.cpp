@@ -52,10 +52,11 @@ TEST_P(CompletionTest, IsJudgedByStatusThenResult) {
     reportStatus(row.Status);
     if (row.Head) {
         connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 " + std::to_string(row.Status)};
+        connection.ReceivedHead.HeadersComplete = true;
     }
     setErrorText(row.ErrorText);
     EXPECT_EQ(complete(row.Result), row.Failure);
-    EXPECT_THAT(warnings, IsEmpty());
+    EXPECT_EQ(warnings.size(), row.Result != CURLE_OK && std::string(row.Failure) == "nothing" ? 1U : 0U);
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0); // not changed here
 }
 
@@ -151,6 +152,36 @@ TEST_F(HTTPConnectionCompletionTest, PartialContentIsAWarning) {
     EXPECT_EQ(complete(CURLE_PARTIAL_FILE), "nothing");
     EXPECT_THAT(warnings, ElementsAre("VANTIK:webservices:PartialFileWarning[N:5, N:10, N:transfer closed with 5 bytes "
                                       "remaining to read]"));
+}
+
+// A status that libcurl has read makes no response of a head that never ended.
+TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
+    const auto warned = [&](std::initializer_list<const char*> lines, CURLcode result, const std::string& text) {
+        connection.ReceivedHead.begin();
+        warnings.clear();
+        for (std::string line : lines) {
+            headerCallback(line.data(), 1, line.size(), &connection);
+        }
+        reportStatus(connection.ReceivedHead.ResponseCode);
+        setErrorText(text);
+        EXPECT_EQ(complete(result), "nothing");
+        return warnings;
+    };
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
+    curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, curl_off_t{0});
+    curl.giveInfo(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, curl_off_t{-1});
+    const std::string begin = "VANTIK:webservices:PartialFileWarning[N:0, N:-1, N:";
+    EXPECT_THAT(warned({"HTTP/1.1 200 OK\r\n"}, CURLE_OK, ""),
+                ElementsAre(begin + "The head of the response was cut.]"));
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
+    EXPECT_THAT(warned({"HTTP/1.1 302 Found\r\n", "Location: /\r\n"}, CURLE_RECV_ERROR, "reset"),
+                ElementsAre(begin + "reset]"));
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
+    EXPECT_THAT(warned({"HTTP/1.1 103 Early Hints\r\n", "\r\n"}, CURLE_OK, ""),
+                ElementsAre(begin + "No response came after an interim one.]"));
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
+    EXPECT_THAT(warned({"HTTP/1.1 103 Early Hints\r\n", "\r\n", "HTTP/1.1 200 OK\r\n", "\r\n"}, CURLE_OK, ""),
+                IsEmpty());
 }
 
 TEST_F(HTTPConnectionCompletionTest, TimeoutNamesTheOlderOption) {

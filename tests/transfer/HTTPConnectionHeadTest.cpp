@@ -16,8 +16,9 @@ protected:
     }
     ~HTTPConnectionHeadTest() override { connection.Settings.Debug = 0; }
 
-    // One line as libcurl passes it. The callback never asks libcurl to stop.
+    // One line as libcurl passes it. The callback asks libcurl to stop only after a failure that it cannot keep.
     void take(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), line.size()); }
+    void refuse(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), 0U); }
     void takeAll(const std::vector<std::string>& lines) {
         for (const std::string& line : lines) {
             take(line);
@@ -61,6 +62,7 @@ struct FinalRow {
     const char* Method;
     const char* StatusLine;
     bool Final;
+    bool Kept = false; // although it is not final
 };
 
 class FinalHeadTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<FinalRow> {};
@@ -69,17 +71,17 @@ TEST_P(FinalHeadTest, DependsOnStatusAndMethodSent) {
     connection.SentHead.EffectiveMethod = GetParam().Method;
     takeAll({GetParam().StatusLine + std::string("\r\n"), "\r\n"});
     EXPECT_EQ(connection.ReceivedHead.HeadersComplete, GetParam().Final);
-    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), GetParam().Final ? 1u : 0u);
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), GetParam().Final || GetParam().Kept ? 1u : 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Heads, FinalHeadTest,
     ::testing::Values(FinalRow{"GET", "HTTP/1.1 100 Continue", false}, FinalRow{"CONNECT", "HTTP/1.1 100 C", false},
                       FinalRow{"GET", "HTTP/1.1 101 Switching Protocols", true},
-                      FinalRow{"GET", "HTTP/1.1 102 Processing", true}, FinalRow{"GET", "HTTP/1.1 103 Hints", true},
-                      FinalRow{"GET", "HTTP/1.1 200 OK", true}, FinalRow{"CONNECT", "HTTP/1.1 200 OK", false},
-                      FinalRow{"connect", "HTTP/1.1 200 OK", false}, FinalRow{"CONNECTX", "HTTP/1.1 200 OK", true},
-                      FinalRow{"CONNECT", "HTTP/1.1 201 Created", true},
+                      FinalRow{"GET", "HTTP/1.1 102 Processing", false, true},
+                      FinalRow{"GET", "HTTP/1.1 199 Last", false, true}, FinalRow{"GET", "HTTP/1.1 200 OK", true},
+                      FinalRow{"CONNECT", "HTTP/1.1 200 OK", false}, FinalRow{"connect", "HTTP/1.1 200 OK", false},
+                      FinalRow{"CONNECTX", "HTTP/1.1 200 OK", true}, FinalRow{"CONNECT", "HTTP/1.1 201 Created", true},
                       FinalRow{"CONNECT", "HTTP/1.1 407 Authenticate", true},
                       FinalRow{"GET", "HTTP/1.1 302 Found", true}, FinalRow{"GET", "HTTP/1.1 500 Bad", true},
                       FinalRow{"", "HTTP/1.1 200 OK", true}, FinalRow{"GET", "garbage", true}));
@@ -121,13 +123,19 @@ TEST_F(HTTPConnectionHeadTest, BlankLineWithoutAHeadIsDecidedByTheLastStatus) {
 }
 
 // Kept on purpose: a trailer comes by the same callback and cannot be told from a head.
-TEST_F(HTTPConnectionHeadTest, TrailerEmptiesTheHead) {
-    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
-    take("X-Checksum: 1\r\n");
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("X-Checksum: 1"));
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
+// What libcurl keeps of heads and trailers grows with them, so the callback ends the transfer.
+TEST_F(HTTPConnectionHeadTest, LinesOfAllHeadsAndTrailersAreCounted) {
+    const std::string line = "X-Line: " + std::string(1014, 'x') + "\r\n"; // 1 KiB
+    takeAll({"HTTP/1.1 103 Early Hints\r\n", "\r\n", "HTTP/1.1 200 OK\r\n", "\r\n"});
+    for (int i = 0; i < 1023; ++i) {
+        take(line);
+    }
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+    std::string last = line;
+    EXPECT_EQ(headerCallback(last.data(), 1, last.size(), &connection), 0U);
+    EXPECT_EQ(failureText(connection.Transfer.EscapedFailure),
+              "HTTPConnectionRefusedException[Heads and trailers of the response are larger than 1048576 bytes.]");
+    EXPECT_EQ(connection.Transfer.Fault, TransferFault::Failed);
 }
 
 struct StatusRow {
@@ -219,12 +227,12 @@ TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
                       curl_easy_strerror(CURLE_UNKNOWN_OPTION) + "getting response code after first header");
     curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
     curl.OnPerform = [&](int& running) {
-        take("HTTP/1.1 200 OK\r\n");
+        refuse("HTTP/1.1 200 OK\r\n");
         EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), failure);
         EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
         EXPECT_EQ(connection.ReceivedHead.ResponseCode, 7);
         EXPECT_EQ(connection.Limits.Deadline, 1); // not moved
-        take("X-A: b\r\n");                       // nothing runs behind it
+        refuse("X-A: b\r\n");                     // nothing runs after it
         EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
         running = 1;
         return CURLM_INTERNAL_ERROR; // not looked at

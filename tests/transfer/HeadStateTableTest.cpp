@@ -21,6 +21,7 @@ struct State {
 };
 
 const Lines Interim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
+const Lines Hints{"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"};
 const Lines Kept{"HTTP/1.1 302 Found", "X-Kept: 1"};
 
 Lines behindInterim(Lines lines) {
@@ -31,6 +32,7 @@ Lines behindInterim(Lines lines) {
 const std::vector<State> States{
     {"NoHead", {}, {}, false},
     {"NoHeadBehindInterim", Interim, {}, false},
+    {"Hints", Hints, {"HTTP/1.1 103 Early Hints", "X-Kept: 1"}, false},
     {"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, Kept, false},
     {"CollectingBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), Kept, false},
     {"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, Kept, true},
@@ -52,6 +54,7 @@ const std::vector<Event> Events{
     {"BlankLineBehindA100", "\r\n", 100},
     {"BlankLineOfATunnel", "\r\n", 200, "Connect"},
     {"BlankLineFinal", "\r\n", 302},
+    {"BlankLineOfHints", "\r\n", 103},
     {"StatusLineWithoutEnd", "HTTP/1.1 404 Not Found"},
     {"FieldLineWithoutEnd", "X-New: 503"},
     {"FieldLineWithLineFeedOnly", "X-New: 503\n"},
@@ -67,16 +70,19 @@ const std::vector<Event> Events{
 //   N  the line begins a head: its status counts, the stored lines go
 //   e  the stored lines go, the head's completeness stays as it was
 //   F  the head is complete, the stored lines stay
+//   I  an interim head has ended, the stored lines stay until the next one
+//   T  of a trailer section: traced and not stored
 //   !  refused and not stored
 //   X  refused and not stored, but taken for the beginning of a head all the same
 const char* const Outcomes[] = {
-    "NNeeFXXXXXXXX", // no head
-    "NNeeFXXXXXXXX", // no head, behind an interim one
-    "++eeF!!!!!!!!", // collecting
-    "++eeF!!!!!!!!", // collecting, behind an interim head
-    "NNeeFXXXXXXXX", // complete
-    "NNeeFXXXXXXXX", // complete, behind an interim head
-    "NNeeFXXXXXXXX", // complete without lines
+    "NNeeFIXXXXXXXX", // no head
+    "NNeeFIXXXXXXXX", // no head, behind an interim one
+    "NNeeFIXXXXXXXX", // an interim one whose lines stay
+    "++eeFI!!!!!!!!", // collecting
+    "++eeFI!!!!!!!!", // collecting, behind an interim head
+    "NTFFFFXTTTTTTT", // complete
+    "NTFFFFXTTTTTTT", // complete, behind an interim head
+    "NTFFFFXTTTTTTT", // complete without lines
 };
 
 class HeadStateTest : public ConnectionFixture, public ::testing::WithParamInterface<std::tuple<int, int>> {
@@ -115,7 +121,7 @@ protected:
         return blank == std::string::npos ? 0 : std::atoi(line.c_str() + blank);
     }
     static std::string expectedTrace() {
-        if (outcome() == 'F') {
+        if (outcome() == 'F' || outcome() == 'I') {
             return "...DONE RECEIVING HEADERS...\n";
         }
         if (outcome() != 'e') { // a line, less its last byte
@@ -125,7 +131,7 @@ protected:
             return "";
         }
         return "UNEXPECTED HEADERS FOR RESPONSE " + std::to_string(event().StatusBefore) + " TO " + event().MethodSent +
-               "\nHTTP/1.1 302 Found\nX-Kept: 1\n\n";
+               '\n' + state().Stored[0] + "\nX-Kept: 1\n\n";
     }
 
     HTTPConnection connection;
@@ -186,7 +192,7 @@ TEST(HeadStateTable, IsComplete) {
     ASSERT_EQ(std::size(Outcomes), States.size());
     for (const char* row : Outcomes) {
         EXPECT_EQ(std::strlen(row), Events.size());
-        EXPECT_EQ(std::strspn(row, "+NeF!X"), Events.size());
+        EXPECT_EQ(std::strspn(row, "+NeFIT!X"), Events.size());
     }
 }
 
