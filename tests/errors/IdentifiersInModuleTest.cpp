@@ -113,7 +113,7 @@ TEST(IdentifiersInModule, AreTheOnesOfTheTable) {
     for (const Row& identifier : rows()) {
         expected.insert(boost::core::demangle(identifier.Type.c_str()));
     }
-    EXPECT_EQ(expected.size(), 29U);
+    EXPECT_EQ(expected.size(), 30U);
     EXPECT_EQ(found, expected);
 }
 
