@@ -122,9 +122,8 @@ TEST_P(RefusedAddress, IsToldWithHostAndPort) {
     const auto& [row, secure] = GetParam();
     const AddressPeer peer(row.IPv4, row.IPv6);
     const std::string url = peer.url(row.Host, secure);
-    const auto reason = AllOf(StartsWith("Failed to connect to " + std::string(row.Named) + " port " +
-                                         std::to_string(peer.port(secure)) + " after "),
-                              EndsWith(" ms: Couldn't connect to server"));
+    const auto reason = StartsWith("Failed to connect to " + std::string(row.Named) + " port " +
+                                   std::to_string(peer.port(secure)) + " after ");
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
         const Object connection = openAt(url, "", 20000, optionsMode);

@@ -4,6 +4,7 @@
 #include "tests/integration/support/Nghttpx.h"
 #include "tests/support/WireText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -227,12 +228,18 @@ TEST_P(Http2EarlyAnswer, OfRefusalEndsTheUpload) {
     expectUsable(connection);
 }
 
-TEST_P(Http2EarlyAnswer, ResetInTheMiddleOfTheUploadFails) {
+// The front answers with an error page and resets the stream, all in one. libcurl 7.88 tells the reset and loses the
+// page, newer ones pass it on; neither is a success.
+TEST_P(Http2EarlyAnswer, ResetInTheMiddleOfTheUploadIsNoSuccess) {
     const Object connection =
         openUpload({step::expectHead(), step::expectBody(1000), step::reset()}, makeEndlessProvider());
-    const vantik::Message message = failureOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(message.identifier(), "VANTIK:webservices:CopyContentToDataStreamError");
-    EXPECT_TRUE(describe(message).ends_with("(CURLE code 92), " + Front->url("/") + ")")) << describe(message);
+    try {
+        EXPECT_THAT(receiveBytes(connection), testing::HasSubstr("502 Bad Gateway"));
+        EXPECT_EQ(connection.get("ResponseCode").number(), 502.0);
+    } catch (const vantik::Failure& failure) {
+        EXPECT_EQ(failure.identifier(), "VANTIK:webservices:CopyContentToDataStreamError");
+        EXPECT_THAT(describe(failure.message()), testing::EndsWith("(CURLE code 92), " + Front->url("/") + ")"));
+    }
     expectUsable(connection);
 }
 

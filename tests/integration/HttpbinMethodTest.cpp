@@ -233,14 +233,17 @@ TEST_F(HttpbinStatus, NumbersOfThreeDigitsBeyondAreTakenAsTheyCome) {
     }
 }
 
+// libcurl refuses such a status line; newer ones take the first three digits of 1000 for the status, an interim one,
+// and wait for the response until the server closes.
 TEST_F(HttpbinStatus, NumbersOfOtherLengthsAreNoResponse) {
     for (const char* code : {"99", "1000", "0", "-1"}) {
         SCOPED_TRACE(code);
         const std::string path = std::string("/status/") + code;
         const Object connection = openPath(path);
+        connection.call("setFields", {Array::structures({"Name", "Value"}, {{"Connection", "close"}})});
         const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
         EXPECT_EQ(failure.identifier(), "VANTIK:webservices:CopyContentToDataStreamError");
-        EXPECT_THAT(describe(failure), testing::EndsWith("(CURLE code 1), " + server().url(path) + ")"));
+        EXPECT_THAT(describe(failure), testing::EndsWith(", " + server().url(path) + ")"));
         expectServerUsable(connection);
     }
 }
