@@ -50,6 +50,7 @@ public:
 
     // Keeps something of the process alive until every member of the scope is gone.
     void keepAlive(std::shared_ptr<void> services) noexcept { ProcessServices = std::move(services); }
+    const void* keptAlive() const noexcept { return ProcessServices.get(); }
 
     InternTable Names;
     ClassRegistry Classes;

@@ -3,9 +3,11 @@
 #include "embedded/Scope.h"
 
 #include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/FrameworkFactory.h>
 #include <curl/curl.h>
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -54,6 +56,7 @@ struct AtExit {
         const std::lock_guard lock(process.Guard);
         if (process.Own) {
             process.Own->Stop();
+            process.Own->WaitForStop(std::chrono::milliseconds::zero());
         }
         process.Own.reset();
         process.Curl.reset();

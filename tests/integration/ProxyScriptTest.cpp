@@ -123,7 +123,8 @@ protected:
     // The look-ups of the test ask `Selector`; connections are made with the host's own services again.
     Array lookUpByIt(const std::string& url) {
         const auto framework = vantik::detail::makeEmptyFramework();
-        framework->GetBundleContext().RegisterService<foundation::httpproxy::ProxySelector>(Selector);
+        static_cast<void>(
+            framework->GetBundleContext().RegisterService<foundation::httpproxy::ProxySelector>(Selector));
         const vantik::detail::FrameworkReplacement replacement(framework);
         return lookUp(url);
     }

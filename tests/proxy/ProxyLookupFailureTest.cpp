@@ -53,7 +53,7 @@ struct Strange {
 class ProxyLookupFailure : public testsupport::ScopeFixture {
 protected:
     ProxyLookupFailure() {
-        Framework->GetBundleContext().RegisterService<ProxySelector>(Selector);
+        static_cast<void>(Framework->GetBundleContext().RegisterService<ProxySelector>(Selector));
         vantik::detail::replaceFramework(Framework);
     }
     ~ProxyLookupFailure() override { vantik::detail::restoreFramework(); }

@@ -54,7 +54,7 @@ public:
 class ProxyLookup : public testsupport::ScopeFixture {
 protected:
     ProxyLookup() {
-        Framework->GetBundleContext().RegisterService<ProxySelector>(Selector);
+        static_cast<void>(Framework->GetBundleContext().RegisterService<ProxySelector>(Selector));
         vantik::detail::replaceFramework(Framework);
     }
     ~ProxyLookup() override { vantik::detail::restoreFramework(); }
@@ -181,7 +181,7 @@ TEST_F(ProxyLookup, SelectorIsFoundThroughTheServiceFramework) {
 
 TEST_F(ProxyLookup, FirstReferenceWins) {
     const auto second = std::make_shared<ScriptedSelector>();
-    Framework->GetBundleContext().RegisterService<ProxySelector>(second);
+    static_cast<void>(Framework->GetBundleContext().RegisterService<ProxySelector>(second));
     EXPECT_EQ(findProxySelector(cppmicroservices::LDAPFilter()).get(), Selector.get());
 }
 

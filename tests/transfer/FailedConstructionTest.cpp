@@ -6,6 +6,7 @@
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
+#include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/ServiceRegistration.h>
 
 #include <chrono>
@@ -109,26 +110,31 @@ INSTANTIATE_TEST_SUITE_P(
         optionRefused("Cookie_list_again", CURLOPT_COOKIELIST, "CURLOPT_COOKIELIST", CURLE_UNKNOWN_OPTION, 2)),
     [](const auto& info) { return info.param.Name; });
 
-// A construction that is refused lets go of libcurl's start-up too, and so does one that fails later.
+// A construction that is refused lets go of libcurl's start-up too, and so does one that fails later: nothing keeps the
+// service alive once it is unregistered.
 TEST_F(ConstructionTest, LetsGoOfTheInitializer) {
+    using LibCurlInitializer = HTTPConnection::LibCurlInitializer;
     const auto framework = makeEmptyFramework();
     const FrameworkReplacement replaced(framework);
-    const auto service = std::make_shared<HTTPConnection::LibCurlInitializer>();
-    const auto registration =
-        framework->GetBundleContext().RegisterService<HTTPConnection::LibCurlInitializer>(service);
-    const auto unused = service.use_count();
+    const auto heldAfter = [&](const auto& construct) {
+        auto service = std::make_shared<LibCurlInitializer>();
+        const std::weak_ptr<LibCurlInitializer> observed = service;
+        auto registration = framework->GetBundleContext().RegisterService<LibCurlInitializer>(service);
+        service.reset();
+        const auto constructed = construct();
+        registration.Unregister();
+        registration = nullptr;
+        return !observed.expired();
+    };
+    EXPECT_TRUE(heldAfter([] { return std::make_unique<HTTPConnection>(); }));
     getCurlSingleton().ConnectionOpen = true;
-    EXPECT_EQ(construction(), "VANTIK:http:OnlyOneTransferAtATime[]");
-    EXPECT_EQ(service.use_count(), unused);
+    std::string failure;
+    EXPECT_FALSE(heldAfter([&] { return failure = construction(); }));
+    EXPECT_EQ(failure, "VANTIK:http:OnlyOneTransferAtATime[]");
     getCurlSingleton().ConnectionOpen = false;
     curl.failOption(CURLOPT_COOKIELIST, CURLE_OUT_OF_MEMORY);
-    EXPECT_NE(construction(), "nothing");
-    EXPECT_EQ(service.use_count(), unused);
-    {
-        const HTTPConnection connection;
-        EXPECT_GT(service.use_count(), unused);
-    }
-    EXPECT_EQ(service.use_count(), unused);
+    EXPECT_FALSE(heldAfter([&] { return failure = construction(); }));
+    EXPECT_NE(failure, "nothing");
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "embedded/Services.h"
 
 #include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/FrameworkEvent.h>
 #include <cppmicroservices/ServiceRegistration.h>
 
 #include <memory>

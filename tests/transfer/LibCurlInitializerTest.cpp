@@ -6,6 +6,7 @@
 #include "embedded/Services.h"
 
 #include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/FrameworkEvent.h>
 
 #include <gtest/gtest.h>
 
@@ -40,8 +41,8 @@ TEST_F(LibCurlInitializerTest, TakesTheFirstOfSeveral) {
     const auto framework = makeEmptyFramework();
     const auto first = std::make_shared<LibCurlInitializer>();
     const auto second = std::make_shared<LibCurlInitializer>();
-    framework->GetBundleContext().RegisterService<LibCurlInitializer>(first);
-    framework->GetBundleContext().RegisterService<LibCurlInitializer>(second);
+    static_cast<void>(framework->GetBundleContext().RegisterService<LibCurlInitializer>(first));
+    static_cast<void>(framework->GetBundleContext().RegisterService<LibCurlInitializer>(second));
     const FrameworkReplacement replaced(framework);
     EXPECT_EQ(newLibCurlInitializer(), first);
 }

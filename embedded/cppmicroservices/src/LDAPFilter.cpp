@@ -1,62 +1,39 @@
 #include "cppmicroservices/LDAPFilter.h"
 
-#include "ServiceRegistry.h"
+#include "LDAPFilterData.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <charconv>
 #include <stdexcept>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 namespace cppmicroservices {
 
-// One node of a filter: a comparison, or operands under an operator.
-class LDAPFilterData {
-public:
-    enum class Kind { Equal, Present, And, Or, Not };
-
-    bool matches(const ServiceProperties& properties) const;
-    std::string text() const;
-
-    Kind Operation = Kind::Equal;
-    std::string Key;
-    std::string Value;
-    std::vector<LDAPFilterData> Operands;
-};
-
 namespace {
 
-template <class Number>
-bool equalsNumber(const Any& property, const std::string& text) {
-    const Number* value = any_cast<Number>(&property);
-    Number wanted{};
-    const char* const end = text.data() + text.size();
-    return value != nullptr && std::from_chars(text.data(), end, wanted) == std::from_chars_result{end, std::errc()} &&
-           *value == wanted;
+using Kind = LDAPFilterData::Kind;
+
+constexpr std::array<std::pair<Kind, std::string_view>, 7> kSigns = {{{Kind::And, "&"},
+                                                                      {Kind::Or, "|"},
+                                                                      {Kind::Not, "!"},
+                                                                      {Kind::Equal, "="},
+                                                                      {Kind::AtLeast, ">="},
+                                                                      {Kind::AtMost, "<="},
+                                                                      {Kind::Approximate, "~="}}};
+
+bool isBlank(char character) {
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
 }
 
-bool equalsText(const Any& property, const std::string& text) {
-    if (const auto* value = any_cast<std::string>(&property)) {
-        return *value == text;
-    }
-    if (const auto* value = any_cast<const char*>(&property)) {
-        return *value == text;
-    }
-    if (const auto* value = any_cast<bool>(&property)) {
-        return text == (*value ? "true" : "false");
-    }
-    return equalsNumber<int>(property, text) || equalsNumber<long>(property, text) ||
-           equalsNumber<double>(property, text);
-}
-
-// Reads one filter text. The nesting is bounded, since the reading is recursive.
-class Parser {
+// Reads one filter text.
+class Reader {
 public:
-    explicit Parser(std::string_view text) : Text(text) {}
+    explicit Reader(std::string_view text) : Text(text) {}
 
-    LDAPFilterData parse() {
-        LDAPFilterData filter = node(0);
+    LDAPFilterData read() {
+        LDAPFilterData filter = node();
         skipBlanks();
         if (Place != Text.size()) {
             fail("nothing may follow the last parenthesis");
@@ -65,115 +42,137 @@ public:
     }
 
 private:
-    static constexpr int kDeepest = 64;
-    using Kind = LDAPFilterData::Kind;
-
     [[noreturn]] void fail(const std::string& reason) const {
         throw std::invalid_argument("Filter \"" + std::string(Text) + "\", position " + std::to_string(Place) + ": " +
                                     reason);
     }
 
     void skipBlanks() {
-        while (Place < Text.size() && (Text[Place] == ' ' || Text[Place] == '\t')) {
+        while (Place < Text.size() && isBlank(Text[Place])) {
             ++Place;
         }
     }
 
-    bool accept(char wanted) {
-        skipBlanks();
-        if (Place < Text.size() && Text[Place] == wanted) {
-            ++Place;
-            return true;
-        }
-        return false;
+    bool accept(std::string_view wanted) {
+        const bool found = Text.substr(Place).starts_with(wanted);
+        Place += found ? wanted.size() : 0;
+        return found;
     }
 
-    void expect(char wanted) {
+    void expect(std::string_view wanted) {
         if (!accept(wanted)) {
-            fail(std::string("expected '") + wanted + "'");
+            fail("expected '" + std::string(wanted) + "'");
         }
     }
 
-    LDAPFilterData node(int depth) {
-        if (depth > kDeepest) {
-            fail("nested too deeply");
+    Kind sign(std::size_t first, std::size_t last, Kind otherwise) {
+        for (std::size_t index = first; index < last; ++index) {
+            if (accept(kSigns[index].second)) {
+                return kSigns[index].first;
+            }
         }
-        expect('(');
+        return otherwise;
+    }
+
+    LDAPFilterData node() {
         LDAPFilterData result;
-        if (accept('&')) {
-            result = operands(Kind::And, depth);
-        } else if (accept('|')) {
-            result = operands(Kind::Or, depth);
-        } else if (accept('!')) {
-            result.Operation = Kind::Not;
-            result.Operands.push_back(node(depth + 1));
-        } else {
-            result = comparison();
-        }
-        expect(')');
-        return result;
-    }
-
-    LDAPFilterData operands(Kind operation, int depth) {
-        LDAPFilterData result;
-        result.Operation = operation;
-        do {
-            result.Operands.push_back(node(depth + 1));
-            skipBlanks();
-        } while (Place < Text.size() && Text[Place] == '(');
-        return result;
-    }
-
-    LDAPFilterData comparison() {
         skipBlanks();
-        LDAPFilterData result;
-        const std::size_t start = Place;
-        while (Place < Text.size() && std::string_view("=<>~()").find(Text[Place]) == std::string_view::npos) {
-            ++Place;
+        expect("(");
+        skipBlanks();
+        result.Operation = sign(0, 3, Kind::Equal);
+        if (result.Operation == Kind::Equal) {
+            compare(result);
+        } else {
+            do {
+                result.Operands.push_back(node());
+                skipBlanks();
+            } while (result.Operation != Kind::Not && Place < Text.size() && Text[Place] == '(');
         }
-        result.Key = Text.substr(start, Place - start);
-        result.Key.erase(result.Key.find_last_not_of(" \t") + 1);
+        expect(")");
+        return result;
+    }
+
+    void compare(LDAPFilterData& result) {
+        const std::size_t end = std::min(Text.find_first_of("=<>~()", Place), Text.size());
+        result.Key = Text.substr(Place, end - Place);
+        while (!result.Key.empty() && isBlank(result.Key.back())) {
+            result.Key.pop_back();
+        }
         if (result.Key.empty()) {
             fail("expected a key");
         }
-        if (Place < Text.size() && Text[Place] != '=') {
-            fail("only comparisons with '=' are supported");
+        Place = end;
+        result.Operation = sign(3, kSigns.size(), Kind::Not);
+        if (result.Operation == Kind::Not) {
+            fail("expected '=', '>=', '<=' or '~='");
         }
-        expect('=');
-        bool pattern = false;
-        while (Place < Text.size() && Text[Place] != ')' && Text[Place] != '(') {
-            if (Text[Place] == '\\' && Place + 1 < Text.size()) {
-                ++Place;
-            } else if (Text[Place] == '*') {
-                pattern = true;
+        result.Pieces.emplace_back();
+        for (; Place < Text.size() && Text[Place] != ')' && Text[Place] != '('; ++Place) {
+            if (Text[Place] == '*') {
+                result.Pieces.emplace_back();
+            } else {
+                Place += Text[Place] == '\\' && Place + 1 < Text.size() ? 1 : 0;
+                result.Pieces.back() += Text[Place];
             }
-            result.Value += Text[Place++];
         }
-        if (pattern && result.Value != "*") {
-            fail("patterns within a value are not supported");
-        }
-        result.Operation = pattern ? Kind::Present : Kind::Equal;
-        return result;
     }
 
     std::string_view Text;
     std::size_t Place = 0;
 };
 
-std::string escaped(const std::string& value) {
-    std::string result;
-    for (const char c : value) {
-        if (std::string_view("()*\\").find(c) != std::string_view::npos) {
-            result += '\\';
-        }
-        result += c;
+std::string joined(const std::vector<std::string>& pieces) {
+    std::string result = pieces.front();
+    for (std::size_t index = 1; index < pieces.size(); ++index) {
+        result += "*" + pieces[index];
     }
     return result;
 }
 
+std::string escaped(const std::string& value) {
+    std::string result;
+    for (const char character : value) {
+        if (std::string_view("()*\\").find(character) != std::string_view::npos) {
+            result += '\\';
+        }
+        result += character;
+    }
+    return result;
+}
+
+// In lower case and without blanks: how texts are compared that need only be alike.
+std::string simplified(std::string_view text) {
+    std::string result;
+    for (const char character : text) {
+        if (!isBlank(character)) {
+            result += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+        }
+    }
+    return result;
+}
+
+bool fitsPattern(std::string_view text, const std::vector<std::string>& pieces) {
+    if (!text.starts_with(pieces.front())) {
+        return false;
+    }
+    text.remove_prefix(pieces.front().size());
+    for (std::size_t index = 1; index + 1 < pieces.size(); ++index) {
+        const std::size_t found = text.find(pieces[index]);
+        if (found == std::string_view::npos) {
+            return false;
+        }
+        text.remove_prefix(found + pieces[index].size());
+    }
+    return pieces.size() == 1 ? text.empty() : text.ends_with(pieces.back());
+}
+
 } // namespace
 
-bool LDAPFilterData::matches(const ServiceProperties& properties) const {
+LDAPFilterData LDAPFilterData::read(std::string_view text) {
+    return Reader(text).read();
+}
+
+bool LDAPFilterData::matches(const std::vector<Property>& properties) const {
     const auto holds = [&](const LDAPFilterData& operand) { return operand.matches(properties); };
     switch (Operation) {
     case Kind::And:
@@ -182,65 +181,59 @@ bool LDAPFilterData::matches(const ServiceProperties& properties) const {
         return std::ranges::any_of(Operands, holds);
     case Kind::Not:
         return !holds(Operands.front());
-    case Kind::Equal:
-    case Kind::Present:
+    default:
         break;
     }
-    const Any* property = detail::findProperty(properties, Key);
-    return property != nullptr && (Operation == Kind::Present || equalsText(*property, Value));
+    return std::ranges::any_of(properties, [this](const Property& property) {
+        return std::ranges::equal(
+                   Key, property.Key,
+                   [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); }) &&
+               std::visit([this](auto value) { return holdsFor(value); }, property.Value);
+    });
+}
+
+bool LDAPFilterData::holdsFor(std::string_view property) const {
+    const std::string value = joined(Pieces);
+    return Operation == Kind::AtLeast  ? property >= value
+           : Operation == Kind::AtMost ? property <= value
+           : Operation == Kind::Equal  ? fitsPattern(property, Pieces)
+                                       : simplified(property) == simplified(value);
+}
+
+bool LDAPFilterData::holdsFor(long property) const {
+    const std::string value = joined(Pieces);
+    if (Operation == Kind::Equal && value == "*") {
+        return true;
+    }
+    long wanted = 0;
+    const char* const end = value.data() + value.size();
+    if (std::from_chars(value.data(), end, wanted) != std::from_chars_result{end, std::errc()}) {
+        return false;
+    }
+    return Operation == Kind::AtLeast  ? property >= wanted
+           : Operation == Kind::AtMost ? property <= wanted
+                                       : property == wanted;
 }
 
 std::string LDAPFilterData::text() const {
-    switch (Operation) {
-    case Kind::Equal:
-        return "(" + Key + "=" + escaped(Value) + ")";
-    case Kind::Present:
-        return "(" + Key + "=*)";
-    case Kind::And:
-    case Kind::Or:
-    case Kind::Not:
-        break;
+    const auto sign = std::ranges::find(kSigns, Operation, &std::pair<Kind, std::string_view>::first)->second;
+    if (Operands.empty()) {
+        std::vector<std::string> pieces;
+        std::ranges::transform(Pieces, std::back_inserter(pieces), escaped);
+        return "(" + Key + std::string(sign) + joined(pieces) + ")";
     }
-    std::string result = Operation == Kind::And ? "(&" : Operation == Kind::Or ? "(|" : "(!";
+    std::string result = "(" + std::string(sign);
     for (const LDAPFilterData& operand : Operands) {
         result += operand.text();
     }
     return result + ")";
 }
 
-LDAPFilter::LDAPFilter() = default;
-LDAPFilter::LDAPFilter(const LDAPFilter&) = default;
-LDAPFilter& LDAPFilter::operator=(const LDAPFilter&) = default;
-LDAPFilter::~LDAPFilter() = default;
-
-LDAPFilter::LDAPFilter(const std::string& filter) {
-    if (!filter.empty()) {
-        d = std::make_shared<const LDAPFilterData>(Parser(filter).parse());
-    }
-}
-
-LDAPFilter::operator bool() const {
-    return d != nullptr;
-}
-
-bool LDAPFilter::Match(const ServiceReferenceBase& reference) const {
-    return reference.Service && Match(reference.Service->Properties);
-}
-
-bool LDAPFilter::Match(const ServiceProperties& dictionary) const {
-    return !d || d->matches(dictionary);
-}
+LDAPFilter::LDAPFilter(const std::string& filter)
+    : d(std::make_shared<const LDAPFilterData>(LDAPFilterData::read(filter))) {}
 
 std::string LDAPFilter::ToString() const {
     return d ? d->text() : std::string();
-}
-
-bool LDAPFilter::operator==(const LDAPFilter& other) const {
-    return ToString() == other.ToString();
-}
-
-std::ostream& operator<<(std::ostream& os, const LDAPFilter& filter) {
-    return os << filter.ToString();
 }
 
 } // namespace cppmicroservices

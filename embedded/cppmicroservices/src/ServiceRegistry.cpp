@@ -1,12 +1,14 @@
 #include "ServiceRegistry.h"
 
+#include "LDAPFilterData.h"
+
 #include <cxxabi.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
+#include <iterator>
+#include <optional>
 #include <stdexcept>
-#include <utility>
 
 namespace cppmicroservices {
 
@@ -21,42 +23,14 @@ std::string GetDemangledName(const std::type_info& typeInfo) {
     return status == 0 && name ? name.get() : typeInfo.name();
 }
 
-bool sameKey(const std::string& left, const std::string& right) {
-    return std::ranges::equal(left, right,
-                              [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
-}
-
-const Any* findProperty(const ServiceProperties& properties, const std::string& key) {
-    const auto found = std::ranges::find_if(properties, [&](const auto& entry) { return sameKey(entry.first, key); });
-    return found == properties.end() ? nullptr : &found->second;
-}
-
-std::shared_ptr<RegisteredService> ServiceRegistry::add(const InterfaceMapConstPtr& objects,
-                                                        const ServiceProperties& properties) {
-    if (!objects || objects->empty()) {
-        throw std::invalid_argument("A service must have at least one interface");
+std::shared_ptr<RegisteredService> ServiceRegistry::add(const std::string& interfaceId, std::shared_ptr<void> object) {
+    if (interfaceId.empty() || !object) {
+        throw std::invalid_argument("A service must have an object and an interface with a name");
     }
-    for (const auto& [interfaceId, object] : *objects) {
-        if (interfaceId.empty()) {
-            throw std::invalid_argument("A service interface must have a name");
-        }
-        if (!object) {
-            throw std::invalid_argument("The service object for " + interfaceId + " is null");
-        }
-    }
-    const Any* ranking = findProperty(properties, Constants::SERVICE_RANKING);
-    const int* rank = ranking == nullptr ? nullptr : any_cast<int>(ranking);
-    auto service = std::make_shared<RegisteredService>(objects, properties, 0L, rank == nullptr ? 0 : *rank);
-
     const std::lock_guard lock(Guard);
     requireOpen();
-    service->Id = ++LastId;
-    service->Properties.insert_or_assign(Constants::SERVICE_ID, Any(service->Id));
-    // Behind every service of the same or a higher ranking, so that the elder one stays preferred.
-    const auto place =
-        std::ranges::find_if(Services, [&](const auto& other) { return other->Ranking < service->Ranking; });
-    Services.insert(place, service);
-    return service;
+    Services.push_back(std::make_shared<RegisteredService>(interfaceId, std::move(object), ++LastId));
+    return Services.back();
 }
 
 void ServiceRegistry::remove(const std::shared_ptr<RegisteredService>& service) {
@@ -69,17 +43,21 @@ void ServiceRegistry::remove(const std::shared_ptr<RegisteredService>& service) 
     Services.erase(found);
 }
 
-std::vector<ServiceReferenceU> ServiceRegistry::find(const std::string& interfaceId, const std::string& filter) const {
-    const LDAPFilter condition(filter);
+std::vector<std::shared_ptr<RegisteredService>> ServiceRegistry::find(const std::string& interfaceId,
+                                                                      const std::string& filter) const {
+    std::optional<LDAPFilterData> condition;
+    if (!filter.empty()) {
+        condition = LDAPFilterData::read(filter);
+    }
+    std::vector<std::shared_ptr<RegisteredService>> result;
     const std::lock_guard lock(Guard);
     requireOpen();
-    std::vector<ServiceReferenceU> result;
-    for (const auto& service : Services) {
-        const bool named = interfaceId.empty() || service->Objects->contains(interfaceId);
-        if (named && condition.Match(service->Properties)) {
-            result.emplace_back(ServiceReferenceBase(service, interfaceId));
-        }
-    }
+    std::ranges::copy_if(Services, std::back_inserter(result), [&](const auto& service) {
+        return service->InterfaceId == interfaceId &&
+               (!condition || condition->matches({{"objectclass", service->InterfaceId},
+                                                  {"service.id", service->Id},
+                                                  {"service.scope", "singleton"}}));
+    });
     return result;
 }
 
@@ -98,97 +76,28 @@ void ServiceRegistry::close() noexcept {
 
 void ServiceRegistry::requireOpen() const {
     if (!isOpen()) {
-        throw std::runtime_error("The bundle context is no longer valid");
+        throwInvalidContext();
     }
+}
+
+void throwInvalidContext() {
+    throw std::runtime_error("The bundle context is no longer valid");
 }
 
 } // namespace detail
-
-ServiceReferenceBase::ServiceReferenceBase() = default;
-ServiceReferenceBase::ServiceReferenceBase(const ServiceReferenceBase&) = default;
-ServiceReferenceBase& ServiceReferenceBase::operator=(const ServiceReferenceBase&) = default;
-ServiceReferenceBase::~ServiceReferenceBase() = default;
-
-ServiceReferenceBase::ServiceReferenceBase(std::shared_ptr<detail::RegisteredService> service, std::string interfaceId)
-    : Service(std::move(service)), InterfaceId(std::move(interfaceId)) {}
-
-ServiceReferenceBase ServiceReferenceBase::boundTo(const std::string& interfaceId) const {
-    if (!Service || !Service->Objects->contains(interfaceId)) {
-        return {};
-    }
-    return {Service, interfaceId};
-}
-
-ServiceReferenceBase& ServiceReferenceBase::operator=(std::nullptr_t) {
-    Service.reset();
-    InterfaceId.clear();
-    return *this;
-}
 
 ServiceReferenceBase::operator bool() const {
     return Service && Service->Registered.load(std::memory_order_acquire);
 }
 
-Any ServiceReferenceBase::GetProperty(const std::string& key) const {
-    const Any* value = Service ? detail::findProperty(Service->Properties, key) : nullptr;
-    return value == nullptr ? Any() : *value;
+std::shared_ptr<void> ServiceReferenceBase::object() const {
+    return *this ? Service->Object : nullptr;
 }
-
-std::vector<std::string> ServiceReferenceBase::GetPropertyKeys() const {
-    std::vector<std::string> keys;
-    if (Service) {
-        for (const auto& entry : Service->Properties) {
-            keys.push_back(entry.first);
-        }
-    }
-    return keys;
-}
-
-std::string ServiceReferenceBase::GetInterfaceId() const {
-    return InterfaceId;
-}
-
-bool ServiceReferenceBase::operator<(const ServiceReferenceBase& reference) const {
-    if (!Service || !reference.Service) {
-        return !Service && reference.Service;
-    }
-    if (Service->Ranking != reference.Service->Ranking) {
-        return Service->Ranking < reference.Service->Ranking;
-    }
-    return Service->Id > reference.Service->Id;
-}
-
-bool ServiceReferenceBase::operator==(const ServiceReferenceBase& reference) const {
-    return Service == reference.Service;
-}
-
-ServiceRegistrationBase::ServiceRegistrationBase() = default;
-ServiceRegistrationBase::ServiceRegistrationBase(const ServiceRegistrationBase&) = default;
-ServiceRegistrationBase::ServiceRegistrationBase(ServiceRegistrationBase&&) noexcept = default;
-ServiceRegistrationBase& ServiceRegistrationBase::operator=(const ServiceRegistrationBase&) = default;
-ServiceRegistrationBase& ServiceRegistrationBase::operator=(ServiceRegistrationBase&&) noexcept = default;
-ServiceRegistrationBase::~ServiceRegistrationBase() = default;
-
-ServiceRegistrationBase::ServiceRegistrationBase(std::shared_ptr<detail::ServiceRegistry> registry,
-                                                 std::shared_ptr<detail::RegisteredService> service)
-    : Registry(std::move(registry)), Service(std::move(service)) {}
 
 ServiceRegistrationBase& ServiceRegistrationBase::operator=(std::nullptr_t) {
     Registry.reset();
     Service.reset();
     return *this;
-}
-
-ServiceRegistrationBase::operator bool() const {
-    return Service != nullptr;
-}
-
-ServiceReferenceBase ServiceRegistrationBase::GetReference(const std::string& interfaceId) const {
-    const ServiceReferenceBase reference(Service, interfaceId);
-    if (!reference) {
-        throw std::logic_error("The service is no longer registered");
-    }
-    return interfaceId.empty() ? reference : reference.boundTo(interfaceId);
 }
 
 void ServiceRegistrationBase::Unregister() {
@@ -198,54 +107,33 @@ void ServiceRegistrationBase::Unregister() {
     Registry->remove(Service);
 }
 
-BundleContext::BundleContext() = default;
-
-BundleContext::BundleContext(std::shared_ptr<detail::ServiceRegistry> registry) : Registry(std::move(registry)) {}
-
-bool BundleContext::operator==(const BundleContext& rhs) const {
-    return *this ? Registry == rhs.Registry : !rhs;
-}
-
 BundleContext::operator bool() const {
     return Registry && Registry->isOpen();
 }
 
-BundleContext& BundleContext::operator=(std::nullptr_t) {
-    Registry.reset();
-    return *this;
-}
-
 detail::ServiceRegistry& BundleContext::registry() const {
     if (!Registry) {
-        throw std::runtime_error("The bundle context is no longer valid");
+        detail::throwInvalidContext();
     }
-    Registry->requireOpen();
     return *Registry;
 }
 
-ServiceRegistrationU BundleContext::RegisterService(const InterfaceMapConstPtr& service,
-                                                    const ServiceProperties& properties) {
-    return ServiceRegistrationBase(Registry, registry().add(service, properties));
+ServiceRegistrationBase BundleContext::add(const std::string& interfaceId, std::shared_ptr<void> object) {
+    return {Registry, registry().add(interfaceId, std::move(object))};
 }
 
-std::vector<ServiceReferenceU> BundleContext::GetServiceReferences(const std::string& clazz,
-                                                                   const std::string& filter) {
-    return registry().find(clazz, filter);
+std::vector<std::shared_ptr<detail::RegisteredService>> BundleContext::find(const std::string& interfaceId,
+                                                                            const std::string& filter) const {
+    return registry().find(interfaceId, filter);
 }
 
-ServiceReferenceU BundleContext::GetServiceReference(const std::string& clazz) {
-    const std::vector<ServiceReferenceU> found = GetServiceReferences(clazz);
-    return found.empty() ? ServiceReferenceU() : found.front();
-}
-
-std::shared_ptr<void> BundleContext::GetService(const ServiceReferenceBase& reference) {
-    registry();
-    if (!reference) {
-        return nullptr;
+std::shared_ptr<void> BundleContext::object(const ServiceReferenceBase& reference) const {
+    std::shared_ptr<void> result = reference.object();
+    if (!result) {
+        throw std::invalid_argument("The service reference is invalid");
     }
-    const InterfaceMap& objects = *reference.Service->Objects;
-    const auto found = reference.InterfaceId.empty() ? objects.begin() : objects.find(reference.InterfaceId);
-    return found == objects.end() ? nullptr : found->second;
+    registry().requireOpen();
+    return result;
 }
 
 } // namespace cppmicroservices

@@ -2,79 +2,73 @@
 #pragma once
 
 #include "cppmicroservices/ServiceInterface.h"
-#include "cppmicroservices/ServiceReference.h"
 #include "cppmicroservices/ServiceRegistration.h"
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cppmicroservices {
 
-class Bundle;
 template <class S>
 class ServiceObjects;
 
-// Valid while its bundle runs. Every operation on an invalid context raises std::runtime_error with the text "The
-// bundle context is no longer valid". May be used by any number of threads.
+namespace detail {
+[[noreturn]] US_Framework_EXPORT void throwInvalidContext();
+}
+
+// Valid while its bundle runs; a later run has a context of its own. Operations on an invalid context raise
+// std::runtime_error with the text "The bundle context is no longer valid". May be used by any number of threads.
 class US_Framework_EXPORT BundleContext {
 public:
-    BundleContext(); // invalid
-    bool operator==(const BundleContext& rhs) const;
-    bool operator!=(const BundleContext& rhs) const { return !(*this == rhs); }
+    BundleContext() = default; // invalid
     explicit operator bool() const;
-    BundleContext& operator=(std::nullptr_t);
 
-    // Raises std::invalid_argument for an empty map, a null object or an interface without a name.
-    ServiceRegistrationU RegisterService(const InterfaceMapConstPtr& service, const ServiceProperties& properties = {});
-
-    template <class I1, class... Interfaces, class Impl>
-    ServiceRegistration<I1, Interfaces...> RegisterService(const std::shared_ptr<Impl>& impl,
-                                                           const ServiceProperties& properties = {}) {
-        const InterfaceMapConstPtr services = MakeInterfaceMap<I1, Interfaces...>(impl);
-        return ServiceRegistration<I1, Interfaces...>(RegisterService(services, properties));
+    // Raises std::invalid_argument for a null object or an interface without a name.
+    template <class I, class Impl>
+    [[nodiscard]] ServiceRegistration<I> RegisterService(const std::shared_ptr<Impl>& impl) {
+        return ServiceRegistration<I>(add(us_service_interface_iid<I>(), std::static_pointer_cast<I>(impl)));
     }
 
-    // The services of an interface whose properties match, the preferred one first. An empty name stands for every
-    // interface, an empty filter for no constraint. Raises std::invalid_argument for a filter that cannot be read.
-    std::vector<ServiceReferenceU> GetServiceReferences(const std::string& clazz, const std::string& filter = {});
-
+    // The services of an interface that match, in the order of their registration. An empty filter matches all. Raises
+    // std::invalid_argument for a filter that cannot be read.
     template <class S>
     std::vector<ServiceReference<S>> GetServiceReferences(const std::string& filter = {}) {
-        const std::vector<ServiceReferenceU> found = GetServiceReferences(namedInterface<S>(), filter);
-        return {found.begin(), found.end()};
+        std::vector<ServiceReference<S>> result;
+        for (const auto& service : find(nameOf<S>(), filter)) {
+            result.push_back(ServiceReference<S>(service));
+        }
+        return result;
     }
 
-    // The preferred service of an interface; a reference that names nothing where there is none.
-    ServiceReferenceU GetServiceReference(const std::string& clazz);
-
+    // The first of them; a reference that names nothing where there is none.
     template <class S>
     ServiceReference<S> GetServiceReference() {
-        const ServiceReferenceU found = GetServiceReference(namedInterface<S>());
-        return found ? ServiceReference<S>(found) : ServiceReference<S>();
+        const auto found = GetServiceReferences<S>();
+        return found.empty() ? ServiceReference<S>() : found.front();
     }
 
-    // Null where the service is no longer registered.
-    std::shared_ptr<void> GetService(const ServiceReferenceBase& reference);
-
+    // Both raise std::invalid_argument for a reference that names no registered service, no longer or never.
     template <class S>
     std::shared_ptr<S> GetService(const ServiceReference<S>& reference) {
-        return std::static_pointer_cast<S>(GetService(static_cast<const ServiceReferenceBase&>(reference)));
+        return std::static_pointer_cast<S>(object(reference));
     }
-
     template <class S>
     ServiceObjects<S> GetServiceObjects(const ServiceReference<S>& reference) {
-        registry(); // raises where the context is invalid
-        return ServiceObjects<S>(*this, reference);
+        if (!Registry) {
+            detail::throwInvalidContext();
+        }
+        return ServiceObjects<S>(reference);
     }
 
 private:
     friend class Bundle;
-    explicit BundleContext(std::shared_ptr<detail::ServiceRegistry> registry);
+    explicit BundleContext(std::shared_ptr<detail::ServiceRegistry> registry) : Registry(std::move(registry)) {}
 
     template <class S>
-    static std::string namedInterface() {
-        std::string name = us_service_interface_iid<S>();
+    static const std::string& nameOf() {
+        const std::string& name = us_service_interface_iid<S>();
         if (name.empty()) {
             throw ServiceException(
                 "The service interface class has no CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE macro");
@@ -82,10 +76,12 @@ private:
         return name;
     }
     detail::ServiceRegistry& registry() const;
+    ServiceRegistrationBase add(const std::string& interfaceId, std::shared_ptr<void> object);
+    std::vector<std::shared_ptr<detail::RegisteredService>> find(const std::string& interfaceId,
+                                                                 const std::string& filter) const;
+    std::shared_ptr<void> object(const ServiceReferenceBase& reference) const;
 
     std::shared_ptr<detail::ServiceRegistry> Registry;
 };
 
 } // namespace cppmicroservices
-
-#include "cppmicroservices/ServiceObjects.h"

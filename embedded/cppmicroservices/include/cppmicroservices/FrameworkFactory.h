@@ -1,10 +1,11 @@
 // Makes frameworks.
 #pragma once
 
-#include "cppmicroservices/Framework.h"
 #include "cppmicroservices/GlobalConfig.h"
 
 namespace cppmicroservices {
+
+class Framework;
 
 class US_Framework_EXPORT FrameworkFactory {
 public:

@@ -5,7 +5,7 @@
 #include "cppmicroservices/ServiceReference.h"
 
 #include <memory>
-#include <utility>
+#include <stdexcept>
 
 namespace cppmicroservices {
 
@@ -17,16 +17,17 @@ public:
     ServiceObjects(ServiceObjects&& other) noexcept = default;
     ServiceObjects& operator=(ServiceObjects&& other) noexcept = default;
 
-    // Null where the service is no longer registered. Raises where the context is no longer valid.
-    std::shared_ptr<S> GetService() const { return Context.GetService(Reference); }
-    ServiceReference<S> GetServiceReference() const { return Reference; }
+    // Null where the service is no longer registered, also because its framework has stopped.
+    std::shared_ptr<S> GetService() const { return std::static_pointer_cast<S>(Reference.object()); }
 
 private:
     friend class BundleContext;
-    ServiceObjects(BundleContext context, ServiceReference<S> reference)
-        : Context(std::move(context)), Reference(std::move(reference)) {}
+    explicit ServiceObjects(const ServiceReference<S>& reference) : Reference(reference) {
+        if (!Reference) {
+            throw std::invalid_argument("The service reference is invalid");
+        }
+    }
 
-    mutable BundleContext Context;
     ServiceReference<S> Reference;
 };
 
