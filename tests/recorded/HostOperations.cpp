@@ -73,10 +73,11 @@ using HostString = std::unique_ptr<vxArray_tag, matrix::vxDestroy_deleter>;
 using HostFramework = std::shared_ptr<cppmicroservices::Framework>;
 
 #define HOST_OPERATION(name, symbol, Result, parameters, arguments)                                                    \
-    extern "C" Result __real_##symbol parameters;                                                                      \
-    extern "C" Result __wrap_##symbol parameters {                                                                     \
+    Result real_##symbol parameters __asm__("__real_" #symbol);                                                        \
+    Result wrap_##symbol parameters __asm__("__wrap_" #symbol);                                                        \
+    Result wrap_##symbol parameters {                                                                                  \
         testsupport::HostOperations::enter(name);                                                                      \
-        return __real_##symbol arguments;                                                                              \
+        return real_##symbol arguments;                                                                                \
     }
 
 // clang-format off

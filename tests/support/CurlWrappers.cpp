@@ -62,6 +62,9 @@ static_assert(sizeof(long) == sizeof(curl_off_t), "both kinds of integers are wr
 
 } // namespace
 
+// libcurl's prototypes have an enumeration before the ellipsis, and clang warns of what va_start makes of one.
+#pragma GCC diagnostic ignored "-Wvarargs"
+
 extern "C" {
 
 CURL* __real_curl_easy_init();

@@ -63,7 +63,6 @@ TEST_P(CompletionTest, IsJudgedByStatusThenResult) {
 constexpr const char* NoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
                                "completed message]";
 constexpr const char* NoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
-constexpr const char* Url = "http://host.example/a#part";
 INSTANTIATE_TEST_SUITE_P(
     Results, CompletionTest,
     ::testing::Values(
