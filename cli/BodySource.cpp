@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "cli/CliFailure.h"
+#include "cli/Descriptor.h"
 
 namespace netrove::cli {
 
@@ -24,7 +25,7 @@ std::string shownName(const std::string& file) {
 int openForReading(const std::string& file) {
     if (file == "-")
         return STDIN_FILENO;
-    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const int descriptor = retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC); });
     if (descriptor < 0)
         failSystem(failure::kFileNotRead, file, errno);
     return descriptor;

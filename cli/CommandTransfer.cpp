@@ -112,7 +112,7 @@ private:
 
     void toSpecialFile() {
         const std::string& name = Wanted.OutputFile;
-        const Descriptor file(open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+        const Descriptor file(retried([&] { return open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY); }));
         if (file.Number < 0)
             failSystem(failure::kFileNotWritten, name, errno);
         toDescriptor(file.Number, name, false);
@@ -124,7 +124,10 @@ private:
         const Response response = send(exchange);
         ProgressMeter meter("received", Wanted.Progress.value_or(Screen.errIsTerminal()), Screen.errIsTerminal());
         meter.expect(exchange.announcedLength(response));
-        const std::uint64_t delivered = fill(file, target, exchange, response, meter);
+        // By descriptor and never by name: whoever may write in the folder could put a link under it.
+        BodySink sink(file.descriptor(), target, false, State.Deadline);
+        writeHead(sink, response, false);
+        const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish(response, delivered);
         file.keep();
@@ -135,22 +138,6 @@ private:
                         target + " holds that answer");
         else if (Screen.errIsTerminal() && Wanted.Progress.value_or(true))
             Screen.note("saved " + target + " (" + sizeText(delivered) + ")");
-    }
-
-    std::uint64_t fill(OutputFile& file, const std::string& target, Exchange& exchange, const Response& response,
-                       ProgressMeter& meter) {
-        // The host's file names are text, so a name in another encoding goes through a consumer of ours.
-        if (Wanted.Consumer || Wanted.Include || !isUtf8(file.temporaryName())) {
-            BodySink sink(file.descriptor(), target, false, State.Deadline);
-            writeHead(sink, response, false);
-            return exchange.receive(sink, meter);
-        }
-        const std::uint64_t delivered = exchange.receiveIntoFile(file.temporaryName(), meter);
-        // The class does not look at the result of its last write, made when it closes the file.
-        if (file.size() != delivered)
-            fail(failure::kFileNotWritten, {target, "not all of the content could be written"},
-                 target + ": not all of the content could be written");
-        return delivered;
     }
 
     void writeHead(BodySink& sink, const Response& response, bool terminal) {

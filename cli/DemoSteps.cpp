@@ -10,7 +10,6 @@
 
 #include "vantik/HostClass.h"
 
-#include "cli/OutputFile.h"
 #include "cli/Progress.h"
 #include "cli/SafeText.h"
 
@@ -83,7 +82,7 @@ void getIntoArray(DemoStage& stage) {
 void saveWithProgress(DemoStage& stage) {
     const std::filesystem::path target = stage.Folder / "saved.bin";
     const vantik::Object& connection = stage.open(stage.Server.url("/file"));
-    OutputFile file(target.string(), false);
+    const std::filesystem::path part = target.string() + ".part"; // in a folder of our own
     ProgressMeter meter("   received", stage.Screen.errIsTerminal(), true);
     meter.expect(DemoServer::kFileSize);
     std::size_t reports = 0;
@@ -92,11 +91,11 @@ void saveWithProgress(DemoStage& stage) {
                        meter.update(bytes);
                        return true;
                    }));
-    stage.invoke("copyContentToFile", {vantik::Array(file.temporaryName())});
+    stage.invoke("copyContentToFile", {vantik::Array(part.string())});
     stage.expect(!std::filesystem::exists(target), "the file should not have its name before it is complete");
     meter.finish();
     stage.invoke("closeConnection");
-    file.keep();
+    std::filesystem::rename(part, target);
     std::ifstream stream(target, std::ios::binary);
     std::ostringstream content;
     content << stream.rdbuf();

@@ -1,5 +1,7 @@
-// An owner of a file descriptor.
+// An owner of a file descriptor, and how its calls are made.
 #pragma once
+
+#include <cerrno>
 
 #include <unistd.h>
 
@@ -15,5 +17,20 @@ struct Descriptor {
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 };
+
+// Makes a system call, again where a signal has cut it off, and gives its result. Not for close, which is never to be
+// repeated: the descriptor is gone, whatever the result.
+template <class Call>
+auto retried(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+// Brings content to the disk. 0, or an error number; a file system that knows no such operation is no error.
+inline int syncContent(int descriptor) {
+    return retried([=] { return fdatasync(descriptor); }) == 0 || errno == EINVAL ? 0 : errno;
+}
 
 } // namespace netrove::cli

@@ -158,16 +158,6 @@ std::uint64_t Exchange::receive(BodySink& sink, ProgressMeter& meter) {
     return sink.taken();
 }
 
-std::uint64_t Exchange::receiveIntoFile(const std::string& file, ProgressMeter& meter) {
-    const vantik::Object reporter = makeProgressReporter(State.Host, [&](std::uint64_t bytes) {
-        meter.update(bytes);
-        return true;
-    });
-    State.Connection.set("ProgressReporter", reporter);
-    guarded([&] { invoke("copyContentToFile", {vantik::Array(file)}); });
-    return meter.bytes();
-}
-
 void Exchange::finish(const Response& response, std::uint64_t delivered) {
     close();
     if (State.Partial)

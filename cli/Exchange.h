@@ -49,9 +49,8 @@ public:
     // How many bytes of content the response announces, as they are delivered; nothing where that cannot be known.
     std::optional<std::uint64_t> announcedLength(const Response& response) const;
 
-    // Reads the content through a consumer, or into a file by its name; gives the number of bytes delivered.
+    // Reads the content through a consumer; gives the number of bytes delivered.
     std::uint64_t receive(BodySink& sink, ProgressMeter& meter);
-    std::uint64_t receiveIntoFile(const std::string& file, ProgressMeter& meter);
 
     // Ends the exchange. Raises where fewer bytes came than were announced.
     void finish(const Response& response, std::uint64_t delivered);

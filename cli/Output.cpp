@@ -68,6 +68,8 @@ bool writeAll(int descriptor, std::string_view bytes) {
         const ssize_t written = write(descriptor, bytes.data(), bytes.size());
         if (written < 0 && errno == EINTR)
             continue;
+        if (written == 0)
+            errno = ENOSPC;
         if (written <= 0)
             return false;
         bytes.remove_prefix(static_cast<std::size_t>(written));

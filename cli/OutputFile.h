@@ -5,36 +5,53 @@
 #include <optional>
 #include <string>
 
+#include "cli/Descriptor.h"
+#include "cli/TemporaryEntry.h"
+
 namespace netrove::cli {
 
 class OutputFile {
 public:
-    // Makes a temporary file with an unforeseeable name in the folder of `target`. Raises FileExists where the target
-    // is there and is not to be replaced, FileNotWritten where none can be made, or the target is a folder, a device,
-    // a pipe or a socket.
+    // Makes a file in the folder of `target`, without a name where the file system can, else under an unforeseeable
+    // one. Raises FileExists where the target is there and is not to be replaced, FileNotWritten where none can be
+    // made, or the target is a folder, a device, a pipe or a socket.
     OutputFile(const std::string& target, bool replace);
-    ~OutputFile(); // removes the temporary file unless it was kept
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    const std::string& temporaryName() const { return Temporary; }
-    int descriptor() const { return Descriptor; }
-    std::uint64_t size() const;
+    // What is not a complete file yet can have no name but this one; a file without a name has it for the moment in
+    // which it replaces another one.
+    const std::string& temporaryName() const { return TemporaryPath; }
+    int descriptor() const { return File.Number; }
+    std::uint64_t size() const; // raises FileNotWritten
 
     // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists where somebody
     // else made the target meanwhile.
     void keep();
 
 private:
-    void sync() const;
+    OutputFile(const std::string& target, const std::string& real, bool replace);
+    bool openWithoutName(unsigned mode);
+    void settlePermissions() const;
+    void checkClose() const;
+    void checkTemporary() const;
+    int link(const char* name) const;
     void rename();
+    [[noreturn]] void failNotWritten(int errorNumber) const;
 
-    std::string Target;
-    std::string Temporary;
+    std::string Target; // as given
     bool Replace;
-    int Descriptor = -1;
+    Descriptor Folder; // the names that follow are in it, whatever becomes of its own
+    std::string Name;
+    TemporaryEntry Temporary;
+    std::string TemporaryPath;
     std::optional<unsigned> Permissions; // of the file that is replaced
+    bool Named = false;                  // by its temporary name
+    Descriptor File;
 };
+
+// True for a name that OutputFile gives to what is not complete.
+bool isTemporaryName(const std::string& path);
 
 // True for a device, a pipe or a socket: content goes into such a target and never in its place.
 bool isSpecialFile(const std::string& path);

@@ -10,6 +10,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "cli/TemporaryEntry.h"
+
 namespace netrove::cli {
 
 namespace {
@@ -24,12 +26,15 @@ struct sigaction previousHup;
 struct sigaction previousInt;
 struct sigaction previousTerm;
 struct sigaction previousPipe;
+struct sigaction previousXfsz;
 
 extern "C" void onSignal(int number) {
     const int savedErrno = errno;
     int none = 0;
-    if (!theSignal.compare_exchange_strong(none, number))
+    if (!theSignal.compare_exchange_strong(none, number)) {
+        removeTemporaryEntries();
         _exit(128 + number);
+    }
     if (vantik::Host* host = theHost.load())
         host->interrupt();
     if (const int end = theWakeEnd.load(); end >= 0) [[maybe_unused]]
@@ -84,6 +89,7 @@ SignalScope::SignalScope(vantik::Host& host) {
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN; // a reader that went away is a failed write
     sigaction(SIGPIPE, &ignore, &previousPipe);
+    sigaction(SIGXFSZ, &ignore, &previousXfsz); // so is a file that may not grow further
 }
 
 SignalScope::~SignalScope() {
@@ -91,6 +97,7 @@ SignalScope::~SignalScope() {
     sigaction(SIGINT, &previousInt, nullptr);
     sigaction(SIGTERM, &previousTerm, nullptr);
     sigaction(SIGPIPE, &previousPipe, nullptr);
+    sigaction(SIGXFSZ, &previousXfsz, nullptr);
     theHost = nullptr;
     theWakeEnd = -1;
     for (int& end : wakePipe) {

@@ -1,5 +1,5 @@
 // Ctrl-C, termination and a terminal that goes away. The first signal asks the host to stop what it does; a second one
-// ends the program at once.
+// ends the program at once, and takes what has a temporary name with it.
 #pragma once
 
 #include <chrono>

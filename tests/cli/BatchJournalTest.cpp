@@ -5,7 +5,13 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
+
+#include "cli/Output.h"
 
 #include "tests/support/TemporaryFolder.h"
 
@@ -20,6 +26,10 @@ BatchLine lineOf(const std::string& text) {
     parser.feed(text);
     BatchManifest manifest = parser.finish();
     return std::move(manifest.Lines.at(0));
+}
+
+void put(const OutputFile& file, const std::string& text) {
+    ASSERT_TRUE(writeAll(file.descriptor(), text));
 }
 
 class BatchJournalFile : public testing::Test {
@@ -38,10 +48,15 @@ protected:
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, true);
         journal.started(Line, file);
-        writeFile(file.temporaryName(), content);
+        put(file, content);
         journal.written(Line, file);
         file.keep();
         journal.done(Line, 200, content.size());
+    }
+    // Another name for what has none yet, or a temporary one.
+    static void keepAs(const OutputFile& file, const std::string& name) {
+        const std::string own = "/proc/self/fd/" + std::to_string(file.descriptor());
+        ASSERT_EQ(linkat(AT_FDCWD, own.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW), 0);
     }
     static std::string identifierOf(const std::string& name) {
         try {
@@ -81,7 +96,7 @@ TEST_F(BatchJournalFile, AFileThatGotItsNameIsDoneWithoutTheLastLine) {
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, false);
         journal.started(Line, file);
-        writeFile(file.temporaryName(), "all of it");
+        put(file, "all of it");
         EXPECT_FALSE(isDone(Line));
         journal.written(Line, file);
         EXPECT_FALSE(isDone(Line));
@@ -100,7 +115,7 @@ TEST_F(BatchJournalFile, AFileThatGotItsNameWithoutItsContentIsNot) {
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, true);
         journal.started(Line, file);
-        writeFile(file.temporaryName(), "all of it");
+        put(file, "all of it");
         if (said)
             journal.written(Line, file);
         file.keep();
@@ -116,9 +131,9 @@ TEST_F(BatchJournalFile, LeftoversOfAKilledRunAreRemoved) {
         OutputFile file(*Line.Target, false);
         journal.started(Line, file);
         leftover = file.temporaryName();
-        std::filesystem::create_hard_link(leftover, Folder.file("link"));
+        keepAs(file, Folder.file("kept"));
     }
-    std::filesystem::create_hard_link(Folder.file("link"), leftover); // as if nobody had cleaned up
+    std::filesystem::create_hard_link(Folder.file("kept"), leftover); // as if nobody had cleaned up
     history().removeLeftovers();
     EXPECT_FALSE(std::filesystem::exists(leftover));
     writeFile(leftover, "somebody else's by now");

@@ -3,32 +3,18 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "vantik/Failure.h"
 
+#include "tests/cli/DiskCalls.h"
 #include "tests/support/TemporaryFolder.h"
-
-namespace {
-
-std::function<int(int descriptor)> theDisk; // gives an error number; 0: done
-
-} // namespace
-
-extern "C" int fdatasync(int descriptor) {
-    if (!theDisk)
-        return static_cast<int>(syscall(SYS_fdatasync, descriptor));
-    errno = theDisk(descriptor);
-    return errno == 0 ? 0 : -1;
-}
 
 namespace {
 
@@ -41,10 +27,11 @@ protected:
     testsupport::TemporaryFolder Folder;
     std::string Target = Folder.file("page.html");
 
-    ~OutputFileDisk() override { theDisk = nullptr; }
+    const diskcalls::Scope Calls;
+
     void save(const std::string& content) const {
         OutputFile file(Target, true);
-        writeFile(file.temporaryName(), content); // by name, as the library does
+        ASSERT_EQ(write(file.descriptor(), content.data(), content.size()), static_cast<ssize_t>(content.size()));
         file.keep();
     }
     std::size_t entries() const {
@@ -55,7 +42,7 @@ protected:
 
 TEST_F(OutputFileDisk, HasTheContentBeforeTheFileHasItsName) {
     std::vector<off_t> sizes;
-    theDisk = [&](int descriptor) {
+    diskcalls::Sync = [&](int descriptor) {
         struct stat facts {};
         EXPECT_EQ(fstat(descriptor, &facts), 0);
         sizes.push_back(facts.st_size);
@@ -70,7 +57,7 @@ TEST_F(OutputFileDisk, HasTheContentBeforeTheFileHasItsName) {
 TEST_F(OutputFileDisk, ThatFailsLeavesTheOldFileAndNothingElse) {
     writeFile(Target, "old");
     for (const int error : {EIO, ENOSPC}) {
-        theDisk = [&](int) { return error; };
+        diskcalls::Sync = [&](int) { return error; };
         try {
             save("content");
             ADD_FAILURE() << "the failure was not noticed";
@@ -84,7 +71,7 @@ TEST_F(OutputFileDisk, ThatFailsLeavesTheOldFileAndNothingElse) {
 
 TEST_F(OutputFileDisk, IsAskedAgainAfterASignalAndNotWhereNobodyCanAskIt) {
     int calls = 0;
-    theDisk = [&](int) { return ++calls < 3 ? EINTR : EINVAL; };
+    diskcalls::Sync = [&](int) { return ++calls < 3 ? EINTR : EINVAL; };
     save("content");
     EXPECT_EQ(calls, 3);
     EXPECT_EQ(readFile(Target), "content");

@@ -11,6 +11,7 @@
 
 #include "vantik/Failure.h"
 
+#include "tests/cli/DiskCalls.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -40,12 +41,31 @@ unsigned permissions(const std::string& path) {
     return facts.st_mode & 07777u;
 }
 
+unsigned permissions(const OutputFile& file) {
+    struct stat facts {};
+    EXPECT_EQ(fstat(file.descriptor(), &facts), 0);
+    return facts.st_mode & 07777u;
+}
+
 void put(const OutputFile& file, const std::string& text) {
     ASSERT_EQ(write(file.descriptor(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
-TEST(OutputFile, TheNameAppearsWithTheWholeContent) {
+// Whether or not the file system makes files without a name.
+class OutputFileRoad : public testing::TestWithParam<bool> {
+protected:
+    OutputFileRoad() { diskcalls::FilesWithoutNames = GetParam(); }
+    bool nameless() const { return GetParam(); }
     const TemporaryFolder folder;
+
+private:
+    const diskcalls::Scope Calls;
+};
+
+INSTANTIATE_TEST_SUITE_P(Roads, OutputFileRoad, testing::Bool(),
+                         [](const auto& info) { return info.param ? "WithoutAName" : "ByATemporaryName"; });
+
+TEST_P(OutputFileRoad, TheNameAppearsWithTheWholeContent) {
     const std::string target = folder.file("page.html");
     {
         OutputFile file(target, false);
@@ -59,12 +79,12 @@ TEST(OutputFile, TheNameAppearsWithTheWholeContent) {
     EXPECT_EQ(entries(folder), 1u);
 }
 
-TEST(OutputFile, WhatIsNotKeptLeavesNothing) {
-    const TemporaryFolder folder;
+TEST_P(OutputFileRoad, WhatIsNotKeptLeavesNothing) {
     {
         OutputFile file(folder.file("page.html"), false);
         put(file, "half");
-        EXPECT_EQ(entries(folder), 1u);
+        EXPECT_EQ(entries(folder), nameless() ? 0u : 1u);
+        EXPECT_EQ(std::filesystem::exists(file.temporaryName()), !nameless());
     }
     EXPECT_EQ(entries(folder), 0u);
 }
@@ -85,8 +105,7 @@ TEST(OutputFile, AFileThatIsThereIsNotReplacedUnasked) {
     EXPECT_EQ(readFile(folder.file("old")), "old");
 }
 
-TEST(OutputFile, AFileThatCameMeanwhileIsNotReplacedEither) {
-    const TemporaryFolder folder;
+TEST_P(OutputFileRoad, AFileThatCameMeanwhileIsNotReplacedEither) {
     OutputFile file(folder.file("page"), false);
     put(file, "mine");
     writeFile(folder.file("page"), "theirs");
@@ -94,8 +113,55 @@ TEST(OutputFile, AFileThatCameMeanwhileIsNotReplacedEither) {
     EXPECT_EQ(readFile(folder.file("page")), "theirs");
 }
 
-TEST(OutputFile, ReplacingKeepsThePermissionsAndTheLink) {
+// Somebody who may write in the folder puts a link where our file is, or will be.
+TEST_P(OutputFileRoad, ALinkInThePlaceOfTheTemporaryFileIsNotWrittenThrough) {
+    for (const bool replace : {false, true}) {
+        writeFile(folder.file("other"), "precious");
+        if (replace)
+            writeFile(folder.file("page"), "old");
+        {
+            OutputFile file(folder.file("page"), replace);
+            std::filesystem::remove(file.temporaryName());
+            std::filesystem::create_symlink("other", file.temporaryName());
+            put(file, "mine");
+            if (nameless() && !replace) {
+                file.keep();
+                EXPECT_EQ(readFile(folder.file("page")), "mine");
+            } else {
+                EXPECT_EQ(identifierOf([&] { file.keep(); }), "NETROVE:cli:FileNotWritten");
+            }
+            EXPECT_TRUE(!replace || readFile(folder.file("page")) == "old");
+            std::filesystem::remove(file.temporaryName());
+        }
+        EXPECT_EQ(readFile(folder.file("other")), "precious");
+        EXPECT_FALSE(std::filesystem::is_symlink(folder.file("page")));
+    }
+}
+
+TEST_P(OutputFileRoad, TheFolderIsTheOneOfTheBeginning) {
+    std::filesystem::create_directory(folder.file("in"));
+    std::filesystem::create_directory(folder.file("other"));
+    writeFile(folder.file("other/page"), "precious");
+    OutputFile file(folder.file("in/page"), true);
+    put(file, "mine");
+    std::filesystem::rename(folder.file("in"), folder.file("moved"));
+    std::filesystem::create_directory_symlink("other", folder.file("in"));
+    file.keep();
+    EXPECT_EQ(readFile(folder.file("moved/page")), "mine");
+    EXPECT_EQ(readFile(folder.file("other/page")), "precious");
+}
+
+TEST(OutputFile, TemporaryNamesAreKnown) {
     const TemporaryFolder folder;
+    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(folder.file("x"), false).temporaryName()));
+    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(folder.file(std::string(255, 'n')), false).temporaryName()));
+    for (const char* other :
+         {"", ".part", "x.part", ".x.abc.part", ".x.abcdefghijklmno9.part", "x.abcdefghijklmnop.part",
+          ".x.abcdefghijklmnop.par", ".abcdefghijklmnop.part/x", ".xabcdefghijklmnop.part"})
+        EXPECT_FALSE(netrove::cli::isTemporaryName(other)) << other;
+}
+
+TEST_P(OutputFileRoad, ReplacingKeepsThePermissionsAndTheLink) {
     writeFile(folder.file("real"), "old");
     ASSERT_EQ(chmod(folder.file("real").c_str(), 0640), 0);
     std::filesystem::create_symlink("real", folder.file("link"));
@@ -108,8 +174,7 @@ TEST(OutputFile, ReplacingKeepsThePermissionsAndTheLink) {
     EXPECT_EQ(permissions(folder.file("real")), 0640u);
 }
 
-TEST(OutputFile, ReplacingMakesNothingThatRunsAsItsOwner) {
-    const TemporaryFolder folder;
+TEST_P(OutputFileRoad, ReplacingMakesNothingThatRunsAsItsOwner) {
     writeFile(folder.file("tool"), "old");
     ASSERT_EQ(chmod(folder.file("tool").c_str(), 06755), 0);
     OutputFile file(folder.file("tool"), true);
@@ -117,15 +182,14 @@ TEST(OutputFile, ReplacingMakesNothingThatRunsAsItsOwner) {
     EXPECT_EQ(permissions(folder.file("tool")), 0755u);
 }
 
-TEST(OutputFile, NobodyElseReadsWhatReplacesASecretFileMeanwhile) {
-    const TemporaryFolder folder;
+TEST_P(OutputFileRoad, NobodyElseReadsWhatReplacesASecretFileMeanwhile) {
     // Not even as far as an open, which lasts longer than the permissions that allowed it; hence one that will be
     // readable again.
     for (const unsigned mode : {0600u, 0644u, 0400u}) {
         writeFile(folder.file("secret"), "old");
         ASSERT_EQ(chmod(folder.file("secret").c_str(), mode), 0);
         OutputFile file(folder.file("secret"), true);
-        EXPECT_EQ(permissions(file.temporaryName()), 0600u);
+        EXPECT_EQ(permissions(file), 0600u);
         file.keep();
         EXPECT_EQ(permissions(folder.file("secret")), mode);
         std::filesystem::remove(folder.file("secret"));
@@ -149,8 +213,7 @@ TEST(OutputFile, FoldersAndMissingFoldersAreRefused) {
     EXPECT_EQ(identifierOf([&] { OutputFile file("", false); }), "NETROVE:cli:FileNotWritten");
 }
 
-TEST(OutputFile, ALongNameStillHasATemporaryOne) {
-    const TemporaryFolder folder;
+TEST_P(OutputFileRoad, ALongNameStillHasATemporaryOne) {
     OutputFile file(folder.file(std::string(255, 'n')), false);
     file.keep();
     EXPECT_TRUE(std::filesystem::exists(folder.file(std::string(255, 'n'))));

@@ -1,6 +1,5 @@
 // Content streamed in either direction is never held: the program's peak does not follow its length. The peak is read
 // while the program waits for the very end, with everything else behind it.
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -37,6 +36,7 @@ protected:
         return {step::expectHead(),
                 step::send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n"),
                 step::send(std::string(length - 1, 'x')),
+                step::signal("sent"),
                 step::await("measured"),
                 step::send("x"),
                 step::awaitPeerEnd()};
@@ -72,21 +72,10 @@ protected:
         return peak;
     }
 
-    // The size of what is being saved, under whatever name.
-    std::uintmax_t savedSoFar() const {
-        std::uintmax_t size = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path()))
-            if (entry.path().filename().string().ends_with(".part"))
-                size = entry.file_size();
-        return size;
-    }
-
     long peakOfSave(std::size_t length, const std::string& name) const {
-        constexpr std::size_t kBuffered = 64 * 1024; // what a file stream may hold back
         ScriptedServer server(slowlyEnding(length));
         Program program({"save", server.url(), name}, around());
-        while (savedSoFar() + kBuffered < length)
-            program.peakKiB(); // raises once the program has ended
+        server.waitFor("sent"); // all but what the sockets hold
         return finish(program, server);
     }
 

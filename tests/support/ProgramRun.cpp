@@ -189,6 +189,17 @@ void Program::signal(int number) const {
     checkErrno(Process->signal(number), "kill");
 }
 
+void Program::freeze() const {
+    signal(SIGSTOP);
+    const auto stopped = [this] {
+        std::ifstream file("/proc/" + std::to_string(Process->id()) + "/stat");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        return text.at(text.rfind(") ") + 2) == 'T';
+    };
+    awaitOrRaise(
+        "the program", stopped, "it has stopped", [this] { return Process->hasEnded(); }, [] { return std::string(); });
+}
+
 void Program::type(const std::string& text) const {
     std::size_t written = 0;
     while (written < text.size()) {

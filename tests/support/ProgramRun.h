@@ -40,6 +40,7 @@ public:
     Program& operator=(const Program&) = delete;
 
     void signal(int number) const;
+    void freeze() const;                      // until it gets SIGCONT; what is sent meanwhile comes to it at once then
     void type(const std::string& text) const; // on its standard input
     void closeInput();
     void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
