@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include <fcntl.h>
@@ -15,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/CliFailure.h"
+#include "cli/Descriptor.h"
 #include "cli/Output.h"
 #include "cli/SafeText.h"
 
@@ -26,6 +26,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kHeader = "{\"journal\":\"netrove batch\",\"version\":1}";
 // What the last moments before a power cut had done is done again; more is not worth waiting for the disk.
+constexpr std::size_t kPiece = std::size_t{1} << 16; // read at a time
 constexpr auto kSyncInterval = std::chrono::seconds(1);
 
 // JSON holds text alone, and names of files need not be any.
@@ -79,22 +80,49 @@ bool isHeader(std::string_view line, bool ended) {
 } // namespace
 
 std::size_t BatchHistory::read(const std::string& file) {
-    std::ifstream source(file, std::ios::binary);
-    if (!source) {
+    // A pipe of that name would hold us up for ever.
+    const Descriptor source(retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    if (source.Number < 0) {
+        const int error = errno;
         if (fileExists(file))
-            failSystem(failure::kFileNotRead, file, errno);
+            failSystem(failure::kFileNotRead, file, error);
         return 0;
     }
+    struct stat facts {};
+    if (fstat(source.Number, &facts) != 0)
+        failSystem(failure::kFileNotRead, file, errno);
+    if (!S_ISREG(facts.st_mode))
+        failNoJournal(file);
     std::size_t unreadable = 0;
     bool first = true;
-    for (std::string line; std::getline(source, line);) {
-        const bool ended = !source.eof();
+    const auto takeNext = [&](std::string_view line, bool ended) {
         if (first && !isHeader(line, ended))
             failNoJournal(file);
         if (!first && ended && !takeLine(line))
             ++unreadable;
         first = false;
+    };
+    std::string rest; // of a line whose end has not come
+    std::vector<char> piece(kPiece);
+    for (;;) {
+        const ssize_t count = retried([&] { return ::read(source.Number, piece.data(), piece.size()); });
+        if (count < 0)
+            failSystem(failure::kFileNotRead, file, errno);
+        if (count == 0)
+            break;
+        std::string_view bytes(piece.data(), static_cast<std::size_t>(count));
+        for (auto end = bytes.find('\n'); end != bytes.npos; end = bytes.find('\n')) {
+            rest += bytes.substr(0, end);
+            takeNext(rest, true);
+            rest.clear();
+            bytes.remove_prefix(end + 1);
+        }
+        rest += bytes;
+        if (first && rest.size() > kHeader.size())
+            failNoJournal(file);
     }
+    if (!rest.empty())
+        takeNext(rest, false);
     return unreadable;
 }
 
@@ -150,62 +178,66 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
     return !line.Target || intact ? std::optional(entry.Result) : std::nullopt;
 }
 
+// Whoever could write the journal must not make us remove anything else by it: a file goes where its name is one that
+// we make, and it is ours and the very one that was written.
 void BatchHistory::removeLeftovers() const {
     for (const auto& [key, entry] : Entries) {
-        if (!entry.Unfinished)
+        if (!entry.Unfinished || !isTemporaryName(entry.Unfinished->Temporary))
             continue;
         const std::string& name = entry.Unfinished->Temporary;
         struct stat facts {};
-        if (lstat(name.c_str(), &facts) == 0 && facts.st_ino == entry.Unfinished->Inode &&
-            facts.st_dev == entry.Unfinished->Device)
+        if (lstat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
+            facts.st_ino == entry.Unfinished->Inode && facts.st_dev == entry.Unfinished->Device)
             unlink(name.c_str());
     }
 }
 
-BatchJournal::BatchJournal(const std::string& file) : Name(file) {
-    Descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666);
-    if (Descriptor < 0) {
+BatchJournal::BatchJournal(const std::string& file)
+    : Name(file),
+      File(retried([&] { return open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666); })) {
+    if (File.Number < 0) {
         const std::string reason = systemText(errno);
         fail(failure::kFileNotWritten, {file, reason},
              file + ": " + reason + "; --journal FILE names another place, --no-journal does without");
     }
-    try {
-        // Where a file system knows no locks, nobody is kept out.
-        if (flock(Descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
-            fail(failure::kJournalInUse, {file}, "another run is using " + file);
-        mend();
-    } catch (...) {
-        close(Descriptor);
-        throw;
-    }
+    // Where a file system knows no locks, nobody is kept out.
+    if (retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK)
+        fail(failure::kJournalInUse, {file}, "another run is using " + file);
+    mend();
     NextSync = std::chrono::steady_clock::now() + kSyncInterval;
-}
-
-BatchJournal::~BatchJournal() {
-    close(Descriptor);
 }
 
 // A run that was killed may have left half a line. What stands behind the last line end is taken off, so that the next
 // line is one by itself.
 void BatchJournal::mend() {
     struct stat facts {};
-    if (fstat(Descriptor, &facts) != 0 || !S_ISREG(facts.st_mode))
+    if (fstat(File.Number, &facts) != 0)
+        failSystem(failure::kFileNotRead, Name, errno);
+    if (!S_ISREG(facts.st_mode))
         failNoJournal(Name);
+    const auto readAt = [this](char* to, std::size_t length, off_t place) {
+        while (length > 0) {
+            const ssize_t count = retried([&] { return pread(File.Number, to, length, place); });
+            if (count <= 0)
+                failSystem(failure::kFileNotRead, Name, count < 0 ? errno : EIO);
+            to += count;
+            place += count;
+            length -= static_cast<std::size_t>(count);
+        }
+    };
     // Whatever is somebody else's stays as it is.
     const std::string header = std::string(kHeader) + "\n";
     std::string head(std::min<std::size_t>(static_cast<std::size_t>(facts.st_size), header.size()), '\0');
-    if (pread(Descriptor, head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()))
-        failSystem(failure::kFileNotRead, Name, errno);
+    readAt(head.data(), head.size(), 0);
     if (!header.starts_with(head))
         failNoJournal(Name);
     off_t end = facts.st_size;
     for (char last = 0; end > 0; --end) {
-        if (pread(Descriptor, &last, 1, end - 1) != 1)
-            failSystem(failure::kFileNotRead, Name, errno);
+        readAt(&last, 1, end - 1);
         if (last == '\n')
             break;
     }
-    if (end != facts.st_size && ftruncate(Descriptor, end) != 0)
+    if (end != facts.st_size && retried([&] { return ftruncate(File.Number, end); }) != 0)
         failSystem(failure::kFileNotWritten, Name, errno);
     if (end == 0)
         append(std::string(kHeader));
@@ -213,18 +245,20 @@ void BatchJournal::mend() {
 
 void BatchJournal::append(const std::string& text) {
     const std::lock_guard lock(Guard);
-    if (!writeAll(Descriptor, text + "\n"))
+    if (!writeAll(File.Number, text + "\n"))
         failSystem(failure::kFileNotWritten, Name, errno);
     const auto now = std::chrono::steady_clock::now();
     if (now < NextSync)
         return;
     NextSync = now + kSyncInterval;
-    [[maybe_unused]] const int result = fdatasync(Descriptor);
+    sync();
 }
 
+// The system tells of a failed write once, to whoever asks first.
 void BatchJournal::sync() {
-    if (fdatasync(Descriptor) != 0 && errno != EINVAL && errno != EROFS)
-        failSystem(failure::kFileNotWritten, Name, errno);
+    const int error = syncContent(File.Number);
+    if (error != 0 && error != EROFS)
+        failSystem(failure::kFileNotWritten, Name, error);
 }
 
 namespace {
@@ -287,11 +321,14 @@ std::vector<std::string> siblingJournals(const std::string& base) {
     const std::string name = path.filename().string();
     std::vector<std::string> found;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
-        const std::string file = entry.path().filename().string();
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        const std::string file = entry->path().filename().string();
         if (isJournalName(file, name))
-            found.push_back(path.has_parent_path() ? entry.path().string() : file);
+            found.push_back(path.has_parent_path() ? entry->path().string() : file);
     }
+    if (error && error.value() != EACCES && error.value() != ENOENT)
+        failSystem(failure::kFileNotRead, folder.string(), error.value());
     std::sort(found.begin(), found.end());
     return found;
 }

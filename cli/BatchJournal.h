@@ -15,6 +15,7 @@
 #include "vantik/Failure.h"
 
 #include "cli/BatchManifest.h"
+#include "cli/Descriptor.h"
 #include "cli/OutputFile.h"
 
 namespace netrove::cli {
@@ -28,7 +29,7 @@ public:
     };
 
     // Takes a journal over; a later line counts for more than an earlier one. A file that is not there is an empty one.
-    // Gives how many lines could not be read. Raises NoJournal for a file that is something else.
+    // Gives how many lines could not be read. Raises NoJournal for a file that is something else, FileNotRead.
     std::size_t read(const std::string& file);
 
     // How the transfer ended where it is done: by the same line of the manifest, and with its file still there. Nothing
@@ -60,9 +61,8 @@ private:
 class BatchJournal {
 public:
     // Opens the file, and cuts off a line that was not written to its end. Raises JournalInUse where another run has it
-    // open, NoJournal for a file that is something else, FileNotWritten.
+    // open, NoJournal for a file that is something else, FileNotRead, FileNotWritten.
     explicit BatchJournal(const std::string& file);
-    ~BatchJournal();
     BatchJournal(const BatchJournal&) = delete;
     BatchJournal& operator=(const BatchJournal&) = delete;
 
@@ -78,12 +78,13 @@ private:
     void mend();
 
     std::string Name;
-    int Descriptor = -1;
+    Descriptor File;
     std::mutex Guard; // of what follows, and of the order of lines
     std::chrono::steady_clock::time_point NextSync;
 };
 
-// The journals that other shards of the same manifest, whatever their number, have written beside `base`.
+// The journals that other shards of the same manifest, whatever their number, have written beside `base`. Raises
+// FileNotRead; a folder that may not be listed has none.
 std::vector<std::string> siblingJournals(const std::string& base);
 // True for `base` and for what a shard's journal beside it is called.
 bool isJournalName(std::string_view file, std::string_view base);

@@ -141,6 +141,19 @@ TEST_F(BatchJournalFile, LeftoversOfAKilledRunAreRemoved) {
     EXPECT_EQ(readFile(leftover), "somebody else's by now");
 }
 
+// Whoever writes in the folder could have written the journal.
+TEST_F(BatchJournalFile, NothingElseIsRemovedWhateverTheJournalSays) {
+    writeFile(Folder.file("precious"), "x");
+    struct stat facts {};
+    ASSERT_EQ(stat(Folder.file("precious").c_str(), &facts), 0);
+    { const BatchJournal journal(Name); }
+    writeFile(Name, readFile(Name) + R"({"key":"=a","line":"0","state":"started","temporary":"=)" +
+                        Folder.file("precious") + R"(","device":)" + std::to_string(facts.st_dev) + R"(,"inode":)" +
+                        std::to_string(facts.st_ino) + "}\n");
+    history().removeLeftovers();
+    EXPECT_EQ(readFile(Folder.file("precious")), "x");
+}
+
 TEST_F(BatchJournalFile, ATornEndIsCutOffAndTheRestCounts) {
     save("content");
     const std::string whole = readFile(Name);
