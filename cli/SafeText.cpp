@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include <unicode/uchar.h>
+
 namespace netrove::cli {
 
 namespace {
@@ -30,15 +32,35 @@ std::size_t sequenceLength(std::string_view text, std::size_t position) {
     return overlong || outside ? 0 : length;
 }
 
+// The character of a well-formed sequence.
+UChar32 characterOf(std::string_view sequence) {
+    const unsigned first = byteAt(sequence, 0);
+    unsigned value = sequence.size() == 1 ? first : first & (0xFFu >> (sequence.size() + 1));
+    for (std::size_t i = 1; i < sequence.size(); ++i)
+        value = value << 6 | (byteAt(sequence, i) & 0x3F);
+    return static_cast<UChar32>(value);
+}
+
+// True for what a terminal obeys, and for what nobody sees but what turns or hides the text around it: directions of
+// writing, characters without width, separators of lines and paragraphs.
+bool isDeceptive(UChar32 character) {
+    switch (u_charType(character)) {
+    case U_CONTROL_CHAR:
+    case U_FORMAT_CHAR:
+    case U_LINE_SEPARATOR:
+    case U_PARAGRAPH_SEPARATOR:
+        return true;
+    default:
+        return false;
+    }
+}
+
 // Calls `keep` with each harmless piece and `mend` with each byte that is not.
 template <class Keep, class Mend>
 void eachPiece(std::string_view text, Keep keep, Mend mend) {
     for (std::size_t i = 0; i < text.size();) {
         const std::size_t length = sequenceLength(text, i);
-        const unsigned first = byteAt(text, i);
-        const bool control = length == 1 && (first < 0x20 || first == 0x7F);
-        const bool control1 = length == 2 && first == 0xC2 && byteAt(text, i + 1) < 0xA0;
-        if (length == 0 || control || control1) {
+        if (length == 0 || isDeceptive(characterOf(text.substr(i, length)))) {
             const std::size_t bad = length == 0 ? 1 : length;
             for (std::size_t k = 0; k < bad; ++k)
                 mend(static_cast<char>(text[i + k]));

@@ -6,7 +6,8 @@
 
 namespace netrove::cli {
 
-// Each control character (C0, DEL, C1) and each byte that is not UTF-8 replaced by `replacement`.
+// Each byte of a control character (C0, DEL, C1), of a format character (directions of writing, characters without
+// width) or of a separator of lines or paragraphs, and each byte that is not UTF-8, replaced by `replacement`.
 std::string replaceControls(std::string_view text, std::string_view replacement);
 
 // The same with "\xNN" for each such byte; line breaks and tabs become blanks, so that the result is one line.

@@ -36,6 +36,26 @@ TEST(SafeText, Utf8StaysAndOtherBytesAreShown) {
               "\\x9B31m");
 }
 
+// Directions of writing, characters without width, separators of lines and paragraphs, a tag.
+TEST(SafeText, WhatTurnsOrHidesTheTextAroundItIsShown) {
+    EXPECT_EQ(printable("gpj\u202Eexe.\u2066"), "gpj\\xE2\\x80\\xAEexe.\\xE2\\x81\\xA6");
+    for (const std::string& hidden :
+         {"\u061C"s, "\u200B"s, "\u200C"s, "\u200D"s, "\u200E"s, "\u200F"s, "\u2028"s,
+          "\u2029"s, "\u202A"s, "\u202B"s, "\u202C"s, "\u202D"s, "\u202E"s, "\u2060"s,
+          "\u2066"s, "\u2067"s, "\u2068"s, "\u2069"s, "\uFEFF"s, "\u00AD"s, "\U000E0041"s}) {
+        EXPECT_EQ(printable("a" + hidden + "b").find(hidden), std::string::npos) << printable(hidden);
+        EXPECT_EQ(printableLines("a" + hidden + "b"), printable("a" + hidden + "b"));
+        EXPECT_EQ(replaceControls("a" + hidden + "b", "_"), "a" + std::string(hidden.size(), '_') + "b");
+    }
+}
+
+TEST(SafeText, LettersOfAllScriptsStay) {
+    const std::string text =
+        "\u05E9\u05DC\u05D5\u05DD \u0645\u0631\u062D\u0628\u0627 \u0928\u092E\u0938\u094D\u0924\u0947 "
+        "\u4F60\u597D e\u0301 \u00A0 \u2026 \U0001F600";
+    EXPECT_EQ(printable(text), text);
+}
+
 TEST(SafeText, ReplacementStandsForEachByte) {
     EXPECT_EQ(replaceControls("a\x01\x02"
                               "b\xFF",

@@ -73,6 +73,17 @@ TEST(Terminal, AnIncludedHeadIsMadeHarmless) {
     EXPECT_EQ(outcome.Out, "HTTP/1.1 200 OK\r\nX-Evil: \\x1B[31mred\r\nContent-Length: 2\r\n\r\nok");
 }
 
+TEST(Terminal, AReasonThatTurnsTheLineAroundIsMadeHarmless) {
+    const TemporaryFolder folder;
+    ScriptedServer server(answer(response("x", {"X-Evil: \u202Egpj.exe"}, "404 \u202EdnuoF toN")));
+    const Outcome outcome =
+        run({"save", "-v", "--color", "never", server.url("/file"), "file"}, onTerminal(folder.path()));
+    EXPECT_EQ(outcome.Status, 0) << outcome.Out;
+    EXPECT_EQ(outcome.Out.find("\u202E"), std::string::npos) << outcome.Out;
+    EXPECT_NE(outcome.Out.find("404 \\xE2\\x80\\xAEdnuoF toN; file holds that answer"), std::string::npos)
+        << outcome.Out;
+}
+
 TEST(Terminal, TheTraceIsMadeHarmless) {
     ScriptedServer server(answer("HTTP/1.1 200 OK\r\nX-Evil: \x1b[31mred\r\nContent-Length: 2\r\n\r\nok"));
     const Outcome outcome = run({"get", "-v", "--color", "never", server.url()}, onTerminal());

@@ -86,6 +86,7 @@ TEST(UrlText, AFileNameNeverLeavesTheFolderNorHidesNorControls) {
     EXPECT_EQ(fileNameFor("http://h/.bashrc"), "bashrc");
     EXPECT_EQ(fileNameFor("http://h/a%0Ab%1Bc%00d%7F"), "a_b_c_d_");
     EXPECT_EQ(fileNameFor("http://h/a%FFb"), "a_b");
+    EXPECT_EQ(fileNameFor("http://h/photo%E2%80%AEgpj.exe"), "photo___gpj.exe");
     const std::string name = fileNameFor("http://h/" + std::string(150, 'x') + "%C3%A9" + std::string(300, 'y'));
     EXPECT_LE(name.size(), 200u);
 }
