@@ -86,6 +86,11 @@ void Exchange::checkStop() {
         throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
 }
 
+void Exchange::requireWhole() const {
+    if (State.Partial)
+        throw vantik::Failure(worded(*State.Partial));
+}
+
 void Exchange::invoke(std::string_view method, std::initializer_list<vantik::Array> arguments) {
     State.Connection.call(method, std::span<const vantik::Array>(arguments.begin(), arguments.size()), 0);
 }
@@ -103,12 +108,17 @@ Response Exchange::send() {
             });
         });
         response.Redirects = followed;
-        if (limit == 0 || !isRedirect(response.Status) || response.field("Location") == nullptr)
+        const Field* location = response.field("Location");
+        if (limit == 0 || !isRedirect(response.Status) || location == nullptr)
             return response;
-        // Empty where the server's Location is no URL: then its answer is all there is.
+        requireWhole(); // the Location of a head that was cut may be half of one
         const std::string target = textOf(State.Connection.get("RedirectURL"));
-        if (target.empty())
-            return response;
+        if (target.empty()) {
+            const std::string shown = maskRefusedUrl(location->Value);
+            fail(failure::kRedirectRefused, {shown},
+                 shown.empty() ? "the server redirects, but its Location is empty"
+                               : "the server redirects to what is not a valid URL: " + shown);
+        }
         if (followed == limit)
             fail(failure::kTooManyRedirects, {std::int64_t{limit}, target},
                  "more than " + std::to_string(limit) + " redirects, the next to " + target);
@@ -160,8 +170,7 @@ std::uint64_t Exchange::receive(BodySink& sink, ProgressMeter& meter) {
 
 void Exchange::finish(const Response& response, std::uint64_t delivered) {
     close();
-    if (State.Partial)
-        throw vantik::Failure(worded(*State.Partial));
+    requireWhole();
     // The library takes a status outside 200 to 299 for a good response even where its content broke off.
     const auto announced = announcedLength(response);
     if (announced && delivered < *announced) {

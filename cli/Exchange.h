@@ -52,7 +52,7 @@ public:
     // Reads the content through a consumer; gives the number of bytes delivered.
     std::uint64_t receive(BodySink& sink, ProgressMeter& meter);
 
-    // Ends the exchange. Raises where fewer bytes came than were announced.
+    // Ends the exchange. Raises where less came than the whole.
     void finish(const Response& response, std::uint64_t delivered);
     void close();
 
@@ -77,6 +77,7 @@ private:
     template <class Operation>
     auto guarded(Operation operation, const BodySink* sink = nullptr);
     void checkStop();
+    void requireWhole() const; // raises what the library has warned of
     void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
 
     Session& State;
