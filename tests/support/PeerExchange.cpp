@@ -1,0 +1,168 @@
+#include "tests/support/PeerExchange.h"
+
+#include "hostclass/ModuleEntry.h"
+#include "vantik/HostClass.h"
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace testsupport {
+namespace {
+
+using vantik::Array;
+using vantik::Object;
+
+constexpr std::string_view Upload = "what is sent";
+
+// As the class splits them. Text that is not ASCII has been converted, so it is not compared.
+bool sameFields(const std::vector<std::string>& head, const std::vector<vantik::HttpField>& fields) {
+    return std::equal(head.begin() + 1, head.end(), fields.begin(), fields.end(),
+                      [](const std::string& line, const vantik::HttpField& field) {
+                          const bool plain =
+                              std::all_of(line.begin(), line.end(), [](char unit) { return unit > 0 && unit < 0x7F; });
+                          return !plain || (line.starts_with(field.Name) && line.ends_with(field.Value));
+                      });
+}
+
+} // namespace
+
+PeerStage::PeerStage() : File(::memfd_create("content", MFD_CLOEXEC)) {
+    VKInitialize_netrove();
+    Program.onWarning([this](const vantik::Message& message) {
+        Partial = Partial || message.identifier() == vantik::kIncompleteContent;
+    });
+}
+
+PeerOutcome PeerStage::exchange(const PeerRequest& request) {
+    PeerOutcome outcome;
+    Partial = false;
+    try {
+        const Object connection = Program.create(vantik::kHttpConnectionClass, {request.OptionsMode});
+        receive(connection, request, outcome.Content);
+        outcome.Status = static_cast<int>(connection.get("ResponseCode").number());
+        outcome.Fields = vantik::readHttpFields(connection.call("getResponseFields"));
+        connection.call("closeConnection");
+    } catch (const std::exception& failure) {
+        outcome.Failure = *failure.what() == '\0' ? "a failure without words" : failure.what();
+    }
+    outcome.Partial = Partial;
+    return outcome;
+}
+
+void PeerStage::renewHandles() {
+    Program.create(vantik::kHttpConnectionClass).call("closeAllConnections");
+}
+
+void PeerStage::receive(const Object& connection, const PeerRequest& request, std::string& content) {
+    connection.set("URL", ScriptedPeer::Url);
+    connection.set("TimeoutInMilliseconds", Array::doubles({1000, 2000, 3000, 4000}));
+    connection.set("Decode", request.Decode);
+    if (request.LogsIn) {
+        connection.set("Username", "user");
+        connection.set("Password", "word");
+        connection.call("setAuthenticationSchemes",
+                        {Array::enumeration(vantik::kAuthenticationSchemeClass, {"Basic", "Digest"}), false});
+    }
+    connection.call("openConnection");
+    connection.set("RequestMethod", request.Method);
+    if (request.Method == "PUT") {
+        giveUpload(connection, request);
+    }
+    switch (request.To) {
+    case Target::Memory:
+        content = connection.call("copyContentToByteArray", {true}).byteText();
+        return;
+    case Target::Consumer:
+        connection.set("Consumer", makeConsumer(request.ConsumesSlowly, content));
+        connection.call("copyContentToByteArray", {false});
+        return;
+    case Target::File:
+        connection.call("copyContentToFile", {"/proc/self/fd/" + std::to_string(File.get())});
+        content = fileContent();
+        return;
+    }
+}
+
+void PeerStage::giveUpload(const Object& connection, const PeerRequest& request) {
+    if (!request.AwaitsContinue) {
+        connection.call("setRequestProperty", {"Expect", ""});
+    }
+    if (!request.OptionsMode) {
+        connection.set("PostData", Upload);
+    } else if (request.FromProvider) {
+        connection.set("Provider", makeProvider());
+    } else {
+        connection.set("Payload", Array::bytes(Upload));
+    }
+}
+
+Object PeerStage::makeConsumer(bool slow, std::string& content) {
+    vantik::ContentConsumer consumer;
+    consumer.start = [slow] { return slow ? std::optional(7.0) : std::nullopt; };
+    consumer.write = [&content](std::span<const std::byte> piece) {
+        content += vantik::asText(piece);
+        return vantik::Taken(piece.size());
+    };
+    return vantik::makeConsumer(Program, std::move(consumer));
+}
+
+Object PeerStage::makeProvider() {
+    const auto given = std::make_shared<std::size_t>(0);
+    vantik::ContentProvider provider;
+    provider.rewind = [given] { *given = 0; };
+    provider.read = [given](std::uint64_t) {
+        const std::string_view piece = Upload.substr(*given, 5);
+        *given += piece.size();
+        return Array::bytes(piece);
+    };
+    return vantik::makeProvider(Program, std::move(provider));
+}
+
+std::string PeerStage::fileContent() const {
+    std::string content(static_cast<std::size_t>(::lseek(File.get(), 0, SEEK_END)), '\0');
+    content.resize(static_cast<std::size_t>(::pread(File.get(), content.data(), content.size(), 0)));
+    return content;
+}
+
+std::string complaint(const PeerRequest& request, const PeerOutcome& outcome, ScriptedPeer& peer) {
+    if (peer.stuck()) {
+        return "the exchange does not end";
+    }
+    if (!outcome.isSuccess()) {
+        return {};
+    }
+    const ScriptedPeer::Exchange went = peer.lastExchange();
+    const ResponseReading reading = readResponse(went.Sent, went.End, request.Method, went.Requests);
+    if (!reading.Whole) {
+        return "a success without " + reading.Missing;
+    }
+    if (reading.Status != outcome.Status) {
+        return "status " + std::to_string(outcome.Status) + " in the place of " + std::to_string(reading.Status);
+    }
+    if (!sameFields(reading.Head, outcome.Fields)) {
+        return std::to_string(outcome.Fields.size()) + " fields that are not those of the head";
+    }
+    if (!reading.Coded && reading.Content != outcome.Content) {
+        return "other content: " + outcome.Content;
+    }
+    return {};
+}
+
+std::string plainExchangeComplaint(PeerStage& stage, ScriptedPeer& peer) {
+    if (peer.hasUnread()) { // libcurl 7.88 takes bytes that came unasked for the answer to the next request
+        stage.renewHandles();
+    }
+    peer.answerWith("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ngood");
+    const PeerOutcome outcome = stage.exchange({});
+    return outcome.isSuccess() && outcome.Content == "good"
+               ? ""
+               : "the scope is not usable: " + outcome.Failure + outcome.Content;
+}
+
+} // namespace testsupport
