@@ -18,8 +18,6 @@ namespace {
 using vantik::Array;
 using vantik::Object;
 
-constexpr std::string_view Upload = "what is sent";
-
 // As the class splits them. Text that is not ASCII has been converted, so it is not compared.
 bool sameFields(const std::vector<std::string>& head, const std::vector<vantik::HttpField>& fields) {
     return std::equal(head.begin() + 1, head.end(), fields.begin(), fields.end(),
@@ -93,12 +91,15 @@ void PeerStage::giveUpload(const Object& connection, const PeerRequest& request)
     if (!request.AwaitsContinue) {
         connection.call("setRequestProperty", {"Expect", ""});
     }
+    if (!request.ContentType.empty()) {
+        connection.call("setRequestProperty", {"Content-Type", request.ContentType});
+    }
     if (!request.OptionsMode) {
-        connection.set("PostData", Upload);
+        connection.set("PostData", request.Upload);
     } else if (request.FromProvider) {
-        connection.set("Provider", makeProvider());
+        connection.set("Provider", makeProvider(request.Upload));
     } else {
-        connection.set("Payload", Array::bytes(Upload));
+        connection.set("Payload", Array::bytes(request.Upload));
     }
 }
 
@@ -112,12 +113,12 @@ Object PeerStage::makeConsumer(bool slow, std::string& content) {
     return vantik::makeConsumer(Program, std::move(consumer));
 }
 
-Object PeerStage::makeProvider() {
+Object PeerStage::makeProvider(const std::string& content) {
     const auto given = std::make_shared<std::size_t>(0);
     vantik::ContentProvider provider;
     provider.rewind = [given] { *given = 0; };
-    provider.read = [given](std::uint64_t) {
-        const std::string_view piece = Upload.substr(*given, 5);
+    provider.read = [given, content](std::uint64_t) {
+        const std::string piece = content.substr(*given, 5);
         *given += piece.size();
         return Array::bytes(piece);
     };

@@ -21,8 +21,10 @@ struct PeerRequest {
     Target To = Target::Memory;
     bool OptionsMode = true; // false: the older interface
     bool Decode = true;
-    bool FromProvider = false;   // the content of a PUT; not with the older interface
-    bool AwaitsContinue = false; // a PUT
+    bool FromProvider = false;           // the content of a PUT; not with the older interface
+    bool AwaitsContinue = false;         // a PUT
+    std::string Upload = "what is sent"; // by a PUT; UTF-8 with the older interface
+    std::string ContentType{};
     bool LogsIn = false;
     bool ConsumesSlowly = false; // in small pieces
 };
@@ -51,7 +53,7 @@ private:
     void receive(const vantik::Object& connection, const PeerRequest& request, std::string& content);
     void giveUpload(const vantik::Object& connection, const PeerRequest& request);
     vantik::Object makeConsumer(bool slow, std::string& content);
-    vantik::Object makeProvider();
+    vantik::Object makeProvider(const std::string& content);
     std::string fileContent() const;
 
     vantik::Host Program;

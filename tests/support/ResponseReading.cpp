@@ -56,14 +56,20 @@ std::optional<std::string_view> takeLine(std::string_view& rest) {
     return line;
 }
 
-// The number after the first blank; 200 without one, as libcurl has it.
+// Of "HTTP/1.1 404 Not Found" 404, of "HTTP/2 404" too; 200 where that form is not kept, as libcurl has it.
 int statusOf(std::string_view line) {
+    line.remove_prefix(std::string_view("HTTP/").size());
     const std::size_t blank = line.find(' ');
-    line = blank == std::string_view::npos ? std::string_view() : trimmed(line.substr(blank));
+    const std::string_view version = line.substr(0, blank);
+    const bool regular = (version.size() == 1 || (version.size() == 3 && version[1] == '.')) &&
+                         isDigit(version.front()) && isDigit(version.back());
     int status = 0;
     std::size_t digits = 0;
-    for (; digits < std::min<std::size_t>(line.size(), 3) && isDigit(line[digits]); ++digits) {
-        status = status * 10 + (line[digits] - '0');
+    if (regular && blank != std::string_view::npos) {
+        line = trimmed(line.substr(blank));
+        for (; digits < std::min<std::size_t>(line.size(), 3) && isDigit(line[digits]); ++digits) {
+            status = status * 10 + (line[digits] - '0');
+        }
     }
     return digits == 0 ? 200 : status;
 }

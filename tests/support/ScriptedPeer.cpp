@@ -34,27 +34,26 @@ struct ScriptedPeer::Connection {
     std::size_t Next = 0;     // piece
     std::size_t Position = 0; // in it
     Exchange Went;
-    std::string Tail; // of what was received: the beginning of a request may come in parts
+    std::size_t Unread = 0;   // of what has been received, at its end
+    std::size_t Searched = 0; // of what has been received, for requests
 
-    // One byte always stays unread: closing a socket with unread bytes is a reset. Gives the number of requests that
-    // began in what was read.
-    std::size_t receive() {
+    // One byte always stays unread: closing a socket with unread bytes is a reset. True: requests have come in.
+    bool receive() {
         std::array<char, 4096> block;
-        std::size_t begun = 0;
-        for (;;) {
-            const ssize_t seen = Socket ? ::recv(Socket.get(), block.data(), block.size(), MSG_PEEK | MSG_DONTWAIT) : 0;
-            if (seen <= 1) {
-                return begun;
-            }
+        ssize_t seen = 0;
+        while (Socket && (seen = ::recv(Socket.get(), block.data(), block.size(), MSG_PEEK | MSG_DONTWAIT)) > 1) {
             ::recv(Socket.get(), block.data(), static_cast<std::size_t>(seen - 1), MSG_DONTWAIT);
-            Tail.append(block.data(), static_cast<std::size_t>(seen - 1));
-            constexpr std::string_view mark = " HTTP/1.1\r\n"; // no content that a test sends holds it
-            for (std::size_t at = Tail.find(mark); at != std::string::npos; at = Tail.find(mark)) {
-                ++begun;
-                Tail.erase(0, at + mark.size());
-            }
-            Tail.erase(0, Tail.size() - std::min(Tail.size(), mark.size() - 1));
+            Went.Received.resize(Went.Received.size() - Unread);
+            Went.Received.append(block.data(), static_cast<std::size_t>(seen));
+            Unread = 1;
         }
+        constexpr std::string_view mark = " HTTP/1.1\r\n"; // nothing else that a test sends holds it
+        const std::size_t before = Went.Requests;
+        for (std::size_t at; (at = Went.Received.find(mark, Searched)) != std::string::npos; Searched = at + 1) {
+            ++Went.Requests;
+        }
+        Searched = std::max(Searched, Went.Received.size() - std::min(Went.Received.size(), mark.size()));
+        return Went.Requests != before;
     }
 
     bool sendNext() {
@@ -122,9 +121,7 @@ void ScriptedPeer::answerWith(std::string response) {
 void ScriptedPeer::takeRequests() {
     for (std::size_t i = 0; i < Connections.size(); ++i) {
         Connection& connection = *Connections[i];
-        const std::size_t begun = connection.receive();
-        if (begun != 0) {
-            connection.Went.Requests += begun;
+        if (connection.receive()) {
             LastAsked = i;
             if (Answers) {
                 connection.Pieces.push_back(Answer);

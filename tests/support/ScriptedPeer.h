@@ -48,6 +48,7 @@ public:
         std::string Sent; // by the peer
         StreamEnd End = StreamEnd::Open;
         std::size_t Requests = 0; // heads that have come in
+        std::string Received;
     };
     Exchange lastExchange();
 

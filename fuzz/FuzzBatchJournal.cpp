@@ -1,0 +1,50 @@
+// A journal that earlier runs, or anybody, have left: it is read or refused, and what is then written to it is known to
+// the next run. The first byte says whether the rest follows a good first line.
+#include "cli/BatchJournal.h"
+#include "fuzz/FuzzInput.h"
+#include "tests/support/SocketHandle.h"
+
+#include <string>
+#include <utility>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace netrove::cli;
+
+BatchLine lineWithoutTarget() {
+    BatchManifestParser parser([](const std::string&) {});
+    parser.feed(R"({"url":"http://h/","target":null,"id":"a"})");
+    return std::move(parser.finish().Lines.at(0));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    static const BatchLine line = lineWithoutTarget();
+    std::string text = data[0] % 2 != 0 ? "{\"journal\":\"netrove batch\",\"version\":1}\n" : "";
+    text += textOf(data + 1, size - 1);
+    const testsupport::SocketHandle memory(::memfd_create("journal", MFD_CLOEXEC));
+    const std::string file = "/proc/self/fd/" + std::to_string(memory.get());
+    require(::write(memory.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "memory takes bytes");
+    std::size_t unreadable = 0;
+    try {
+        BatchHistory before;
+        unreadable = before.read(file);
+        static_cast<void>(before.done(line));
+    } catch (const vantik::Failure&) {
+        return 0; // no journal
+    }
+    require(unreadable <= linesOf(text).size(), "no more lines are unreadable than there are");
+    BatchJournal(file).done(line, 200, 3);
+    BatchHistory after;
+    require(after.read(file) == unreadable, "a journal that goes on is read as before");
+    const auto ended = after.done(line);
+    require(ended && ended->Status == 200 && ended->Bytes == 3, "what is done is known to the next run");
+    return 0;
+}
