@@ -79,7 +79,9 @@ constexpr CommandRow kCommands[] = {
     {"docs/performance.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
 
     {"fuzz/README.md", "cmake --preset fuzz && cmake --build --preset fuzz", Way::Never, kClang},
-    {"fuzz/README.md", "build/fuzz/bin/fuzz_iri -max_total_time=60 fuzz/seeds/iri", Way::Elsewhere, kReplaying},
+    {"fuzz/README.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
+    {"fuzz/README.md", "scripts/fuzz exchange 3600", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, OneRunsAsLongAsIsSaid"},
+    {"fuzz/README.md", "build/fuzz/bin/fuzz_iri fuzz/seeds/iri/*", Way::Elsewhere, kReplaying},
 };
 // clang-format on
 
