@@ -214,12 +214,12 @@ std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method,
     const int declared = method.Declared ? static_cast<int>(method.Outputs.size()) : std::max(resultsWanted, 0);
     const int wanted = std::clamp(resultsWanted, 0, declared);
     std::vector<vcos::COSValue> slots(static_cast<std::size_t>(std::max(declared, 1)));
+    std::vector<ArrayOwner> results(slots.size()); // made now: once there are handles, nothing may fail before them
     int delivered = wanted;
     method.Info->invoke(delivered, slots.data(), inputs.count(), inputs.data());
     delivered = std::clamp(delivered, 0, static_cast<int>(slots.size()));
 
     // Every handle has an owner before anything below can fail.
-    std::vector<ArrayOwner> results(slots.size());
     static const TypeWord any;
     const auto typeOf = [&](std::size_t index) -> const TypeWord& {
         return index < method.Outputs.size() ? method.Outputs[index] : any;

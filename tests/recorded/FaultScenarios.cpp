@@ -8,6 +8,7 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/WireText.h"
 #include "vantik/Host.h"
+#include "vantik/Http.h"
 
 #include <optional>
 #include <utility>
@@ -20,7 +21,10 @@ using vantik::Object;
 
 // A scope with the class in it; the one before is current again when it ends.
 struct FreshScope {
-    FreshScope() { VKInitialize_netrove(); }
+    FreshScope() {
+        VKInitialize_netrove();
+        Program.treatAsFailure(vantik::kIncompleteContent);
+    }
     Object makeAdapter() { return Program.create(AdapterClass, {true}); }
 
     vantik::Host Program;

@@ -1,5 +1,7 @@
 #include "tests/support/CurlInterposer.h"
 
+#include "tests/support/AllocationFaults.h"
+
 #include <cstdarg>
 #include <optional>
 #include <string>
@@ -8,6 +10,7 @@
 
 // The wrapped functions. Their names are the linker's: a call of `name` comes to `__wrap_name`, and `__real_name` is
 // the function itself.
+using testsupport::AllocationsSpared;
 using testsupport::CurlCall;
 using testsupport::CurlFunction;
 using testsupport::CurlInterposer;
@@ -15,11 +18,13 @@ using testsupport::CurlInterposer;
 namespace {
 
 std::optional<int> record(CurlCall call) {
+    const AllocationsSpared spared;
     CurlInterposer* interposer = CurlInterposer::current();
     return interposer == nullptr ? std::nullopt : interposer->enter(std::move(call));
 }
 
 CurlCall describeOption(CURLoption option, void* pointer) {
+    const AllocationsSpared spared;
     CurlCall call{CurlFunction::EasySetopt};
     call.Id = option;
     call.Pointer = pointer;
@@ -41,6 +46,13 @@ CurlCall describeNumber(CURLoption option, std::int64_t number) {
     CurlCall call{CurlFunction::EasySetopt};
     call.Id = option;
     call.Number = number;
+    return call;
+}
+
+CurlCall described(CurlFunction function, const char* text) {
+    const AllocationsSpared spared;
+    CurlCall call{function};
+    call.Text = text;
     return call;
 }
 
@@ -125,6 +137,7 @@ CURLcode __wrap_curl_easy_setopt(CURL* easy, CURLoption option, ...) {
         const auto failure = record(describeOption(option, pointer));
         code = failure ? static_cast<CURLcode>(*failure) : __real_curl_easy_setopt(easy, option, pointer);
         if (CurlInterposer::current() != nullptr && !failure) {
+            const AllocationsSpared spared;
             CurlInterposer::current()->rememberSlot(option, pointer);
         }
     }
@@ -223,9 +236,7 @@ CURLMsg* __wrap_curl_multi_info_read(CURLM* multi, int* remaining) {
 }
 
 curl_slist* __wrap_curl_slist_append(curl_slist* list, const char* line) {
-    CurlCall call{CurlFunction::SlistAppend};
-    call.Text = line;
-    return record(std::move(call)) ? nullptr : __real_curl_slist_append(list, line);
+    return record(described(CurlFunction::SlistAppend, line)) ? nullptr : __real_curl_slist_append(list, line);
 }
 
 void __wrap_curl_slist_free_all(curl_slist* list) {
