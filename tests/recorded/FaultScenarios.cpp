@@ -175,6 +175,22 @@ PlayedRun saveToFile(const FaultInjection& faults) {
                 });
 }
 
+// The content in gzip: "hello hello hello".
+PlayedRun decode(const FaultInjection& faults) {
+    const std::string content("\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00\x80\x88"
+                              "\xf9\xe5\x11\x00\x00\x00",
+                              28);
+    return play({answers({response(content, {"Content-Encoding: gzip"})})}, faults,
+                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    start();
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    connection.call("openConnection");
+                    stage.Outcome = receiveBytes(connection);
+                    connection.call("closeConnection");
+                });
+}
+
 PlayedRun renewHandles(const FaultInjection& faults) {
     return play({answers({response("old")}), answers({response("new")})}, faults,
                 [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
@@ -202,6 +218,7 @@ const std::vector<Scenario>& faultScenarios() {
                                                     {"PutFromMemory", putFromMemory},
                                                     {"StreamBothWays", streamBothWays},
                                                     {"SaveToFile", saveToFile},
+                                                    {"Decode", decode},
                                                     {"RenewHandles", renewHandles}};
     return scenarios;
 }
