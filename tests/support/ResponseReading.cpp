@@ -212,7 +212,8 @@ private:
         for (;;) {
             const auto line = takeLine(Rest);
             if (!line) {
-                return "the end of the trailers";
+                // By RFC 9112, section 8, the last chunk is enough. libcurl wants all but the last line feed.
+                return Rest == "\r" && End == StreamEnd::Closed ? "" : "the end of the trailers";
             }
             if (line->empty()) {
                 return {};

@@ -43,6 +43,8 @@ const Row kRows[] = {
     {"Chunks",               Chunks + "1\r\na\r\n02;x=y\r\nbc\r\n0\r\n\r\n",            Open,   "GET",  "", 200, "abc"},
     {"Trailers",             Chunks + "3\r\nabc\r\n0\r\nA: b\r\n\r\n",                  Open,   "GET",  "", 200, "abc"},
     {"TrailersCut",          Chunks + "3\r\nabc\r\n0\r\nA: b\r\n",                      Closed, "GET",  "the end of the trailers", 200, "abc"},
+    {"LineFeedCut",          Chunks + "3\r\nabc\r\n0\r\n\r",                           Closed, "GET",  "", 200, "abc"},
+    {"LineFeedReset",        Chunks + "3\r\nabc\r\n0\r\n\r",                           Reset,  "GET",  "the end of the trailers", 200, "abc"},
     {"ChunkCut",             Chunks + "3\r\nab",                                        Closed, "GET",  "the rest of a chunk", 200, "ab"},
     {"ChunkEndCut",          Chunks + "3\r\nabc\r",                                     Closed, "GET",  "the end of a chunk", 200, "abc"},
     {"ChunkTooLong",         Chunks + "3\r\nabcd\r\n0\r\n\r\n",                         Closed, "GET",  "the end of a chunk", 200, "abc"},
