@@ -35,6 +35,8 @@ PeerRequest requestFrom(std::uint8_t first, std::uint8_t second) {
     request.AwaitsContinue = (second & 2) != 0;
     request.LogsIn = (second & 4) != 0;
     request.ConsumesSlowly = (second & 8) != 0;
+    request.StatusFirst = (second & 0x10) != 0;
+    request.Reports = (second & 0x20) != 0;
     return request;
 }
 

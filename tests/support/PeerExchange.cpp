@@ -72,6 +72,12 @@ void PeerStage::receive(const Object& connection, const PeerRequest& request, st
     if (request.Method == "PUT") {
         giveUpload(connection, request);
     }
+    if (request.Reports) {
+        connection.set("ProgressReporter", vantik::makeProgressReporter(Program, [](std::uint64_t) { return true; }));
+    }
+    if (request.StatusFirst) {
+        connection.call("getStatusLine", std::span<const Array>(), 3);
+    }
     switch (request.To) {
     case Target::Memory:
         content = connection.call("copyContentToByteArray", {true}).byteText();

@@ -26,6 +26,8 @@ struct PeerRequest {
     std::string Upload = "what is sent"; // by a PUT; UTF-8 with the older interface
     std::string ContentType{};
     bool LogsIn = false;
+    bool StatusFirst = false;    // asks for the status line before it receives the content
+    bool Reports = false;        // has a progress reporter
     bool ConsumesSlowly = false; // in small pieces
 };
 
