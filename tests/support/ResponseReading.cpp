@@ -58,10 +58,11 @@ std::optional<std::string_view> takeLine(std::string_view& rest) {
 
 // Of "HTTP/1.1 404 Not Found" 404, of "HTTP/2 404" too; 200 where that form is not kept, as libcurl has it.
 int statusOf(std::string_view line) {
+    const bool exact = line.starts_with("HTTP/");
     line.remove_prefix(std::string_view("HTTP/").size());
     const std::size_t blank = line.find(' ');
     const std::string_view version = line.substr(0, blank);
-    const bool regular = (version.size() == 1 || (version.size() == 3 && version[1] == '.')) &&
+    const bool regular = exact && (version.size() == 1 || (version.size() == 3 && version[1] == '.')) &&
                          isDigit(version.front()) && isDigit(version.back());
     int status = 0;
     std::size_t digits = 0;
@@ -152,7 +153,7 @@ private:
             std::vector<std::string> head;
             for (;;) {
                 const auto line = takeLine(Rest);
-                if (!line || (head.empty() && !line->starts_with("HTTP/"))) {
+                if (!line || (head.empty() && !sameWord(line->substr(0, 5), "HTTP/"))) {
                     return false;
                 }
                 if (line->empty()) {

@@ -45,6 +45,7 @@ const Row kRows[] = {
     {"TrailersCut",          Chunks + "3\r\nabc\r\n0\r\nA: b\r\n",                      Closed, "GET",  "the end of the trailers", 200, "abc"},
     {"LineFeedCut",          Chunks + "3\r\nabc\r\n0\r\n\r",                           Closed, "GET",  "", 200, "abc"},
     {"LineFeedReset",        Chunks + "3\r\nabc\r\n0\r\n\r",                           Reset,  "GET",  "the end of the trailers", 200, "abc"},
+    {"StatusLineInAnyCase",  "HtTP/1.1 404 Not Found\r\n\r\n",                          Closed, "GET",  "", 200, ""},
     {"ChunkCut",             Chunks + "3\r\nab",                                        Closed, "GET",  "the rest of a chunk", 200, "ab"},
     {"ChunkEndCut",          Chunks + "3\r\nabc\r",                                     Closed, "GET",  "the end of a chunk", 200, "abc"},
     {"ChunkTooLong",         Chunks + "3\r\nabcd\r\n0\r\n\r\n",                         Closed, "GET",  "the end of a chunk", 200, "abc"},
