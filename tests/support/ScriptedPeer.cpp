@@ -51,6 +51,7 @@ struct ScriptedPeer::Connection {
         const std::size_t before = Went.Requests;
         for (std::size_t at; (at = Went.Received.find(mark, Searched)) != std::string::npos; Searched = at + 1) {
             ++Went.Requests;
+            Went.SentBeforeLast = Went.Sent.size();
         }
         Searched = std::max(Searched, Went.Received.size() - std::min(Went.Received.size(), mark.size()));
         return Went.Requests != before;

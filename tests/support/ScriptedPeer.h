@@ -47,7 +47,8 @@ public:
     struct Exchange {
         std::string Sent; // by the peer
         StreamEnd End = StreamEnd::Open;
-        std::size_t Requests = 0; // heads that have come in
+        std::size_t Requests = 0;       // heads that have come in
+        std::size_t SentBeforeLast = 0; // of Sent, when the last of them came in
         std::string Received;
     };
     Exchange lastExchange();
