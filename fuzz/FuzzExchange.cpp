@@ -37,6 +37,7 @@ PeerRequest requestFrom(std::uint8_t first, std::uint8_t second) {
     request.ConsumesSlowly = (second & 8) != 0;
     request.StatusFirst = (second & 0x10) != 0;
     request.Reports = (second & 0x20) != 0;
+    request.Traced = (second & 0x80) != 0;
     return request;
 }
 

@@ -42,8 +42,8 @@ protected:
 TEST_F(FuzzDrivers, AllRunForAMinuteWithoutArguments) {
     const Outcome outcome = fuzz({});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_THAT(outcome.Out, HasSubstr("ran fuzz_one_two -entropic=0 -max_total_time=60 "));
-    EXPECT_THAT(outcome.Out, HasSubstr("ran fuzz_three -entropic=0 -max_total_time=60 "));
+    EXPECT_THAT(outcome.Out, HasSubstr("ran fuzz_one_two -entropic=0 -close_fd_mask=1 -max_total_time=60 "));
+    EXPECT_THAT(outcome.Out, HasSubstr("ran fuzz_three -entropic=0 -close_fd_mask=1 -max_total_time=60 "));
 }
 
 TEST_F(FuzzDrivers, OneRunsAsLongAsIsSaid) {

@@ -78,6 +78,7 @@ void PeerStage::receive(const Object& connection, const PeerRequest& request, st
     connection.set("URL", ScriptedPeer::Url);
     connection.set("TimeoutInMilliseconds", Array::doubles({1000, 2000, 3000, 4000}));
     connection.set("Decode", request.Decode);
+    connection.set("Debug", request.Traced ? 2 : 0);
     if (request.LogsIn) {
         connection.set("Username", "user");
         connection.set("Password", "word");

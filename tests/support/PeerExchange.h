@@ -28,6 +28,7 @@ struct PeerRequest {
     bool LogsIn = false;
     bool StatusFirst = false;    // asks for the status line before it receives the content
     bool Reports = false;        // has a progress reporter
+    bool Traced = false;         // on standard output
     bool ConsumesSlowly = false; // in small pieces
 };
 
