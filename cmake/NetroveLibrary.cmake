@@ -11,6 +11,7 @@ set(NETROVE_SOURCES
     hostcalls/NumericNarrowing.cpp
     http/MonotonicTime.cpp
     transfer/Trace.cpp
+    http/ContentTail.cpp
     http/HttpSyntax.cpp
     http/RequestHead.cpp
     http/ResponseHead.cpp

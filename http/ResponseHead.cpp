@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <initializer_list>
 
 namespace {
 
@@ -58,8 +57,8 @@ void ResponseHead::keep(std::string_view line) {
 }
 
 ResponseHead::End ResponseHead::end(const std::string& effectiveMethod) {
-    if (HeadersComplete) { // the end of a trailer section
-        return End::Final;
+    if (HeadersComplete) {
+        return End::Trailer;
     }
     if (ResponseCode == 100 || (equalIgnoringCase(effectiveMethod, "CONNECT") && ResponseCode == 200)) {
         return End::Passing;
@@ -106,29 +105,45 @@ bool ResponseHead::lengthIsUnclear() const {
             }
         }
     }
-    const std::vector<std::string> lengths = listOf("Content-Length");
-    if (lengths.empty() || !listOf("Transfer-Encoding").empty()) {
-        return false;
-    }
-    std::int64_t length = 0;
-    const std::string& first = lengths.front();
-    const char* const end = first.data() + first.size();
-    const bool isNumber = std::from_chars(first.data(), end, length) == std::from_chars_result{end, std::errc()};
-    return !isNumber || length < 0 ||
-           std::any_of(lengths.begin(), lengths.end(), [&](const auto& other) { return other != first; });
+    return contentLength() < 0 && !listOf("Content-Length").empty() && listOf("Transfer-Encoding").empty();
 }
 
-bool ResponseHead::expandsLittle() const {
+std::int64_t ResponseHead::contentLength() const {
+    const std::vector<std::string> lengths = listOf("Content-Length");
+    const bool isOne = !lengths.empty() && std::all_of(lengths.begin(), lengths.end(),
+                                                       [&](const auto& length) { return length == lengths[0]; });
+    std::int64_t length = 0;
+    const char* const end = isOne ? lengths[0].data() + lengths[0].size() : nullptr;
+    const bool isNumber =
+        isOne && std::from_chars(lengths[0].data(), end, length) == std::from_chars_result{end, std::errc()};
+    return isNumber && length >= 0 ? length : -1;
+}
+
+bool ResponseHead::isChunked() const {
+    const std::vector<std::string> codings = listOf("Transfer-Encoding");
+    return !codings.empty() && equalIgnoringCase(codings.back(), "chunked");
+}
+
+// What is done to the content, in order, less what changes no byte of it.
+std::vector<std::string> ResponseHead::codings() const {
     std::vector<std::string> codings = listOf("Content-Encoding");
     for (std::string& coding : listOf("Transfer-Encoding")) {
         codings.push_back(std::move(coding));
     }
-    const auto isOneOf = [](const std::string& coding, std::initializer_list<const char*> names) {
-        return std::any_of(names.begin(), names.end(),
-                           [&](const char* name) { return equalIgnoringCase(coding, name); });
-    };
-    std::erase_if(codings, [&](const auto& coding) { return isOneOf(coding, {"identity", "chunked"}); });
-    return codings.empty() || (codings.size() == 1 && isOneOf(codings[0], {"gzip", "x-gzip", "deflate"}));
+    std::erase_if(codings, [&](const auto& coding) {
+        return equalIgnoringCase(coding, "identity") || equalIgnoringCase(coding, "chunked");
+    });
+    return codings;
+}
+
+bool ResponseHead::isGzip() const {
+    const std::vector<std::string> all = codings();
+    return all.size() == 1 && (equalIgnoringCase(all[0], "gzip") || equalIgnoringCase(all[0], "x-gzip"));
+}
+
+bool ResponseHead::expandsLittle() const {
+    const std::vector<std::string> all = codings();
+    return all.empty() || isGzip() || (all.size() == 1 && equalIgnoringCase(all[0], "deflate"));
 }
 
 std::string ResponseHead::reasonPhrase() const {

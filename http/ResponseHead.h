@@ -1,6 +1,8 @@
 // The head of the response that counts, collected line by line from all heads of one exchange.
 #pragma once
 
+#include "http/HttpSyntax.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,6 +16,7 @@ struct ResponseHead {
         Interim, // 102 to 199 (RFC 9110 section 15.2) except 101: its lines stay until the next head, and it ends
                  // nothing
         Final,   // any other
+        Trailer, // of a trailer section, after a complete head
     };
 
     // Heads and trailers of one exchange together; no server needs as much.
@@ -22,8 +25,11 @@ struct ResponseHead {
     void begin(); // a new exchange; the status stays
     // Counts a line of a head or trailer. False: all lines together are larger than LargestSize.
     bool count(std::size_t length);
-    // A trailer field (RFC 9110 section 6.5): a line after a complete head that begins no further one.
-    bool isTrailer(std::string_view line) const { return HeadersComplete && !line.starts_with("HTTP/"); }
+    // A trailer field (RFC 9110 section 6.5): a line after a complete head that begins no further one. libcurl takes a
+    // status line in any case.
+    bool isTrailer(std::string_view line) const {
+        return HeadersComplete && !equalIgnoringCase(line.substr(0, 5), "HTTP/");
+    }
     // For each line but a blank one or a trailer: whether it is the first of its head. A line after a head that has
     // ended begins a further one, which takes the place of the lines kept.
     bool beginsWithNext();
@@ -39,6 +45,9 @@ struct ResponseHead {
     // Where the content is to end is not certain: its lengths differ or cannot be counted, or a field that says it goes
     // on in a line of its own (RFC 9112 sections 5.2 and 6.3). libcurl chooses one of the readings.
     bool lengthIsUnclear() const;
+    bool isChunked() const;
+    std::int64_t contentLength() const; // as announced; -1: not, or unclear
+    bool isGzip() const;                // the content is encoded once, by gzip
 
     // Value of the first field of that name, compared without regard to case; empty without one.
     std::string getResponseField(const std::string& name) const;
@@ -53,6 +62,7 @@ struct ResponseHead {
 
 private:
     std::vector<std::string> listOf(const std::string& name) const; // elements of all fields of that name
+    std::vector<std::string> codings() const;
 
     std::size_t Size = 0; // of all lines of the exchange
 };

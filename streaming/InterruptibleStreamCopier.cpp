@@ -95,6 +95,7 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
         ReceiveBuffer.reserve(largest);
     }
     ReceiveBuffer.append(data, length);
+    Connection->Transfer.Tail.noteDecoded(length);
     if (ReceiveBuffer.size() >= ReceiveLimit && !WritePaused && Connection->ReceivedHead.expandsLittle()) {
         pause();
     }

@@ -121,6 +121,8 @@ void HTTPConnection::warnUnlessWhole(int result) {
         text = curl_easy_strerror(static_cast<CURLcode>(result));
     } else if (ReceivedHead.lengthIsUnclear()) {
         text = "The head of the response does not tell for certain where its content ends.";
+    } else if (ReceivedHead.isGzip() && Transfer.Tail.contradictsGzip()) {
+        text = "The compressed data of the content is not whole.";
     } else {
         return;
     }

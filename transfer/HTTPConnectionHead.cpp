@@ -79,6 +79,7 @@ void HTTPConnection::endHead() {
     if (end != ResponseHead::End::Passing) {
         if (end == ResponseHead::End::Final) {
             Limits.endHead();
+            Transfer.Tail.begin(ReceivedHead.isChunked(), ReceivedHead.contentLength());
         }
         if (Transfer.UploadPending && ReceivedHead.ResponseCode >= 200 && ReceivedHead.ResponseCode <= 299) {
             // An answer while libcurl still waits for "100 Continue" ends the upload, and libcurl 7.88 keeps the

@@ -117,6 +117,7 @@ int HTTPConnection::takeTrace(int type, char* data, std::size_t size) {
     }
     if (type == CURLINFO_DATA_IN) {
         boundContent();
+        Transfer.Tail.take({data, size});
     }
     if (type == CURLINFO_HEADER_OUT || type == CURLINFO_HEADER_IN || type == CURLINFO_DATA_IN ||
         type == CURLINFO_DATA_OUT) {

@@ -1,6 +1,7 @@
 // The transfer that runs on the handles, or ran on them last: from the send that begins it to the next one.
 #pragma once
 
+#include "http/ContentTail.h"
 #include "transfer/CurlSlist.h"
 
 #include <cstdint>
@@ -37,6 +38,7 @@ struct RunningTransfer {
     std::uint64_t Generation = 0; // of the handles when it began; it runs as long as they have the same. 0: none began
     TransferFault Fault = TransferFault::None;
 
+    ContentTail Tail;                     // of the response's content
     std::uint64_t PassedOn = 0;           // bytes of the response's content that were given away
     const std::ostream* Target = nullptr; // the stream that holds them; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it

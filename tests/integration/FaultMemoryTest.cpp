@@ -102,6 +102,15 @@ TEST_F(FaultMemory, CompressedThousandfoldIsReceivedInPieces) {
     expectScopeUsable(connection);
 }
 
+TEST_F(FaultMemory, DecodedContentForAByteArrayHasALimit) {
+    const std::string content = bomb(513 * Mebi);
+    ScriptedServer& server = serve({step::expectHead(), step::send(answer(content)), step::close()});
+    const Object connection = open(server.url("/"));
+    EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
+              "VANTIK:webservices:DecodedContentTooLarge(536870912, gzip)");
+    expectScopeUsable(connection);
+}
+
 // Compared, since what the program needs by itself is several times as much under a sanitizer.
 TEST_F(FaultMemory, CommandLineHoldsOnlyWhatHasArrived) {
     EXPECT_LT(peakOfGet(Length), peakOfGet(SmallLength) + AllowedKiB);

@@ -49,7 +49,7 @@ struct Event {
 };
 
 const std::vector<Event> Events{
-    {"StatusLine", "HTTP/1.1 404 Not Found\r\n"},
+    {"StatusLine", "HtTP/1.1 404 Not Found\r\n"},
     {"FieldLine", "X-New: 503\r\n"},
     {"BlankLineBehindA100", "\r\n", 100},
     {"BlankLineOfATunnel", "\r\n", 200, "Connect"},
