@@ -18,9 +18,11 @@ constexpr std::string_view kIdempotentMethods[] = {"GET", "HEAD", "PUT", "DELETE
 
 // A name that is not known may be one whose server did not answer: the library cannot tell them apart.
 constexpr std::string_view kTransientCauses[] = {
-    "VANTIK:webservices:Timeout",     "VANTIK:webservices:ConnectionRefused",
-    "VANTIK:webservices:UnknownHost", "VANTIK:webservices:PartialFileWarning",
-    "NETROVE:cli:IncompleteContent",  "NETROVE:cli:MaxTime",
+    "VANTIK:webservices:Timeout",
+    "VANTIK:webservices:ConnectionRefused",
+    "VANTIK:webservices:UnknownHost",
+    "VANTIK:webservices:PartialFileWarning",
+    "NETROVE:cli:MaxTime",
 };
 // Connections that end without an answer have an identifier in common with other failures; libcurl's number, at the
 // end of the first argument, says which it is: HTTP/2 framing, no answer, not sent, an HTTP/2 stream that was reset.

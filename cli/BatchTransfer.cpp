@@ -162,7 +162,8 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
         }
         state.Request.emplace(State, wanted, Screen);
         ++outcome.Attempts; // a target or a body that is not to be had costs no request
-        deliver(line, send(state, wanted.effectiveMethod()), state);
+        send(state, wanted.effectiveMethod());
+        deliver(line, state);
     } catch (const vantik::Interrupted& interrupted) {
         settle(state, interrupted.message(), {.Interrupted = true, .StoppedByProgram = interrupted.byProgram()});
     } catch (const vantik::Failure& failure) {
@@ -178,13 +179,13 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
     tidy();
 }
 
-Response BatchTransfer::send(Attempt& state, const std::string& method) {
-    Response response = state.Request->send();
+void BatchTransfer::send(Attempt& state, const std::string& method) {
+    const Response response = state.Request->send();
     state.Outcome.Status = state.Failed.Status = response.Status;
     if (const Field* field = response.field("Retry-After"))
         state.Failed.RetryAfter = field->Value;
     if (response.Status < kFirstErrorStatus)
-        return response;
+        return;
     vantik::Message message = response.statusError();
     // What may be better the next time is not kept, even where such answers are wanted.
     FailedAttempt judged = state.Failed;
@@ -192,10 +193,9 @@ Response BatchTransfer::send(Attempt& state, const std::string& method) {
     judged.Method = method;
     if (All.Batch.Fail || Policy.waitAfter(state.Number, judged))
         throw vantik::Failure(std::move(message));
-    return response;
 }
 
-void BatchTransfer::deliver(const BatchLine& line, const Response& response, Attempt& state) {
+void BatchTransfer::deliver(const BatchLine& line, Attempt& state) {
     const Descriptor nowhere(state.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC));
     if (!state.File && nowhere.Number < 0)
         failSystem(failure::kFileNotWritten, "/dev/null", errno);
@@ -205,7 +205,7 @@ void BatchTransfer::deliver(const BatchLine& line, const Response& response, Att
     meter.onUpdate([this](std::uint64_t bytes) { Live = bytes; });
     const std::uint64_t delivered = state.Request->receive(sink, meter);
     state.Outcome.Bytes = delivered;
-    state.Request->finish(response, delivered);
+    state.Request->finish();
     if (!state.File)
         return;
     journaled(Journal, [&](BatchJournal& journal) { journal.written(line, *state.File); });

@@ -57,8 +57,8 @@ public:
 private:
     struct Attempt;
     void attempt(const BatchLine& line, const Settings& wanted, Attempt& state);
-    Response send(Attempt& state, const std::string& method);
-    void deliver(const BatchLine& line, const Response& response, Attempt& state);
+    void send(Attempt& state, const std::string& method);
+    void deliver(const BatchLine& line, Attempt& state);
     void settle(Attempt& state, const vantik::Message& message, Circumstances circumstances);
     void tidy();
 

@@ -21,19 +21,18 @@ constexpr std::string_view kFileNotRead = "FileNotRead";             // file, re
 constexpr std::string_view kContentChanged = "ContentChanged";       // file
 constexpr std::string_view kContentNotRewound = "ContentNotRewound"; // file
 constexpr std::string_view kBinaryToTerminal = "BinaryToTerminal";
-constexpr std::string_view kContentTooLarge = "ContentTooLarge";     // most bytes
-constexpr std::string_view kIncompleteContent = "IncompleteContent"; // received, expected
-constexpr std::string_view kStatusError = "StatusError";             // status, reason phrase, URL
-constexpr std::string_view kTooManyRedirects = "TooManyRedirects";   // limit, URL
-constexpr std::string_view kRedirectRefused = "RedirectRefused";     // URL
-constexpr std::string_view kMaxTime = "MaxTime";                     // seconds
-constexpr std::string_view kInterrupted = "Interrupted";             // name of the signal
-constexpr std::string_view kDemoFailed = "DemoFailed";               // number of steps
-constexpr std::string_view kBadManifest = "BadManifest";             // file, then one text for each bad line
-constexpr std::string_view kNoJournal = "NoJournal";                 // file
-constexpr std::string_view kJournalInUse = "JournalInUse";           // file
-constexpr std::string_view kBatchFailed = "BatchFailed";             // number of failed transfers, of all
-constexpr std::string_view kFailure = "Failure";                     // what() of an unforeseen exception
+constexpr std::string_view kContentTooLarge = "ContentTooLarge";   // most bytes
+constexpr std::string_view kStatusError = "StatusError";           // status, reason phrase, URL
+constexpr std::string_view kTooManyRedirects = "TooManyRedirects"; // limit, URL
+constexpr std::string_view kRedirectRefused = "RedirectRefused";   // URL
+constexpr std::string_view kMaxTime = "MaxTime";                   // seconds
+constexpr std::string_view kInterrupted = "Interrupted";           // name of the signal
+constexpr std::string_view kDemoFailed = "DemoFailed";             // number of steps
+constexpr std::string_view kBadManifest = "BadManifest";           // file, then one text for each bad line
+constexpr std::string_view kNoJournal = "NoJournal";               // file
+constexpr std::string_view kJournalInUse = "JournalInUse";         // file
+constexpr std::string_view kBatchFailed = "BatchFailed";           // number of failed transfers, of all
+constexpr std::string_view kFailure = "Failure";                   // what() of an unforeseen exception
 } // namespace failure
 
 // A message of the command line's own catalogue.

@@ -65,7 +65,7 @@ private:
         meter.expect(exchange.announcedLength(response));
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
-        exchange.finish(response, delivered);
+        exchange.finish();
         if (Wanted.Json)
             printFacts(response, delivered);
     }
@@ -85,7 +85,7 @@ private:
         ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
-        exchange.finish(response, delivered);
+        exchange.finish();
         Facts.Content = contentOf(memory.Number, delivered);
         printFacts(response, delivered);
     }
@@ -129,7 +129,7 @@ private:
         writeHead(sink, response, false);
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
-        exchange.finish(response, delivered);
+        exchange.finish();
         file.keep();
         if (Wanted.Json)
             return printFacts(response, delivered);

@@ -53,7 +53,7 @@ public:
     std::uint64_t receive(BodySink& sink, ProgressMeter& meter);
 
     // Ends the exchange. Raises where less came than the whole.
-    void finish(const Response& response, std::uint64_t delivered);
+    void finish();
     void close();
 
     // True once a server has answered with a redirect that was followed.

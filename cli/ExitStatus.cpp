@@ -63,7 +63,6 @@ constexpr Row kRows[] = {
     {"NETROVE:cli:NoJournal", kExitNotWritten},
     {"NETROVE:cli:JournalInUse", kExitNotWritten},
     {"NETROVE:cli:RedirectRefused", kExitUrl},
-    {"NETROVE:cli:IncompleteContent", kExitIncomplete},
     {"NETROVE:cli:StatusError", kExitStatus},
     {"NETROVE:cli:FileNotWritten", kExitNotWritten},
     {"NETROVE:cli:FileExists", kExitNotWritten},

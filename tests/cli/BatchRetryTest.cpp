@@ -47,8 +47,7 @@ TEST_F(BatchRetry, OnlyCausesThatMayPass) {
     for (const char* key : {"MalformedURL", "SSLConnectionFailure", "CertificateFailedVerification", "DecodingError",
                             "CopyContentToDataStreamError"})
         EXPECT_FALSE(wait(1, cause("VANTIK:webservices", key))) << key;
-    for (const char* key : {"IncompleteContent", "MaxTime"})
-        EXPECT_TRUE(wait(1, cause("NETROVE:cli", key))) << key;
+    EXPECT_TRUE(wait(1, cause("NETROVE:cli", "MaxTime")));
     for (const char* key : {"FileExists", "FileNotWritten", "TooManyRedirects", "Failure"})
         EXPECT_FALSE(wait(1, cause("NETROVE:cli", key))) << key;
     // A connection that ended without an answer, and one whose content cannot be used.

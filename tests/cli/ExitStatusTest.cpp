@@ -44,7 +44,6 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {"VANTIK:http:OnlyOneTransferAtATime", 1},
         {"NETROVE:cli:Usage", 2},
         {"NETROVE:cli:RedirectRefused", 3},
-        {"NETROVE:cli:IncompleteContent", 18},
         {"NETROVE:cli:StatusError", 22},
         {"NETROVE:cli:FileNotWritten", 23},
         {"NETROVE:cli:FileExists", 23},

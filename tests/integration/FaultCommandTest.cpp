@@ -41,6 +41,8 @@ Script closing(const std::string& answer) {
 std::vector<Row> rows() {
     const std::string head = "HTTP/1.1 200 OK\r\n";
     const std::string chunks = head + "Transfer-Encoding: chunked\r\n\r\n";
+    const std::string hints = "HTTP/1.1 103 Early Hints\r\n\r\n";
+    const std::string missing = "HTTP/1.1 404 Not Found\r\n";
     const std::string nine = head + "Content-Length: 9\r\n\r\n";
     return {
         {"SilentHead", {step::awaitPeerEnd()}, {"--response-timeout", "300"}, 28, "Timeout", "0.300 seconds"},
@@ -48,8 +50,12 @@ std::vector<Row> rows() {
         {"EmptyAnswer", {step::close()}, {}, 1, "CopyContentToDataStreamError", "Empty reply from server"},
         {"ResetInTheHead", {step::send(head), step::reset()}, {}, 7, "ConnectionRefused", "reset by peer"},
         {"ResetInTheContent", {step::send(nine + "part"), step::reset()}, {}, 7, "ConnectionRefused", "reset by peer"},
+        {"InterimHeadAlone", closing(hints), {}, 18, "PartialFileWarning", "incomplete"},
+        {"InterimHeadThenSilence", {step::send(hints), step::awaitPeerEnd()}, {"--response-timeout", "300"}, 28, "Timeout", "0.300 seconds"},
+        {"CutHeadOfAnError", closing(missing + "Content-Le"), {}, 18, "PartialFileWarning", "incomplete"},
+        {"ShortContentOfAnError", closing(missing + "Content-Length: 9\r\n\r\npart"), {}, 18, "PartialFileWarning", "4 of 9 bytes"},
         {"ShortContent", closing(nine + "part"), {}, 18, "PartialFileWarning", "4 of 9 bytes"},
-        {"ChunksWithoutAnEnd", closing(chunks + "4\r\nbody\r\n"), {}, 18, "PartialFileWarning", "behind 4 bytes"},
+        {"ChunksWithoutAnEnd", closing(chunks + "4\r\nbody\r\n"), {}, 18, "PartialFileWarning", "after 4 bytes"},
         {"WrongChunk", closing(chunks + "4\r\nbody\r\nzz\r\n"), {}, 7, "ConnectionRefused", "hex"},
         {"WrongLength", closing(head + "Content-Length: -4\r\n\r\nbody"), {}, 1, "CopyContentToDataStreamError", "Invalid Content-Length"},
         {"LineFeedsOnly", closing("HTTP/1.1 200 OK\nContent-Length: 4\n\nbody"), {}, 1, "InternalError", "CRLF not found"},
@@ -64,6 +70,7 @@ std::vector<Row> rows() {
         {"ShortContent", closing(nine + "part"), {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},
         {"ChunksWithoutAnEnd", closing(chunks + "4\r\nbody\r\n"), {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},
         {"WrongChunk", closing(chunks + "4\r\nbody\r\nzz\r\n"), {}, 1, "CopyContentToDataStreamError", "CURLE code 92", Front::Nghttpx},
+        {"InterimHeadThenSilence", {step::send(hints), step::awaitPeerEnd()}, {"--response-timeout", "300"}, 28, "Timeout", "0.300 seconds", Front::Nghttpx},
         {"NotCompressed", closing(response("plain text", {"Content-Encoding: gzip"})), {}, 61, "DecodingError", "Content-Encoding \"gzip\"", Front::Nghttpx},
     };
 }
