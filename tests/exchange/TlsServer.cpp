@@ -34,6 +34,17 @@ void useCredentials(SSL_CTX& context, const Credentials& credentials) {
     requireOpenSsl(SSL_CTX_use_PrivateKey(&context, key.get()) == 1, "use of the key");
 }
 
+int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length, const unsigned char* offered,
+                   unsigned offeredLength, void* own) {
+    const auto& protocol = *static_cast<const std::string*>(own);
+    unsigned char* found = nullptr;
+    const bool agreed =
+        SSL_select_next_proto(&found, length, reinterpret_cast<const unsigned char*>(protocol.data()),
+                              static_cast<unsigned>(protocol.size()), offered, offeredLength) == OPENSSL_NPN_NEGOTIATED;
+    *chosen = found;
+    return agreed ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_ALERT_FATAL;
+}
+
 // Up to and with the empty line; what has come where the peer ends before.
 template <class ReadByte>
 std::string readHead(ReadByte readByte) {
@@ -49,15 +60,21 @@ std::string readHead(ReadByte readByte) {
 
 struct TlsContext {
     OpenSslOwner<SSL_CTX, SSL_CTX_free> Handle{SSL_CTX_new(TLS_server_method())};
+    std::string Protocol; // its length in front
 };
 
-TlsServer::TlsServer(const std::string& names, std::string answer, std::string tunnelAnswer)
+TlsServer::TlsServer(const std::string& names, std::string answer, std::string tunnelAnswer, TlsEnd end,
+                     const std::string& protocol)
     : Context(std::make_unique<TlsContext>()), Answer(std::move(answer)), TunnelAnswer(std::move(tunnelAnswer)),
-      Listening(bindLoopback(Family::IPv4, true)), Port(boundPort(Listening)) {
+      End(end), Listening(bindLoopback(Family::IPv4, true)), Port(boundPort(Listening)) {
     std::signal(SIGPIPE, SIG_IGN); // a client may close while it is written to
     const Credentials credentials = selfSigned({.Names = names});
     Certificate = credentials.Certificate;
     useCredentials(*Context->Handle, credentials);
+    if (!protocol.empty()) {
+        Context->Protocol = static_cast<char>(protocol.size()) + protocol;
+        SSL_CTX_set_alpn_select_cb(Context->Handle.get(), chooseProtocol, &Context->Protocol);
+    }
     if (::listen(Listening.get(), 16) != 0) {
         throw std::system_error(errno, std::generic_category(), "listen");
     }
@@ -115,8 +132,14 @@ void TlsServer::serveOne(const SocketHandle& client) {
         const std::lock_guard lock(Guard);
         Heads.push_back(std::move(head));
     }
-    if (SSL_write(session.get(), Answer.data(), static_cast<int>(Answer.size())) > 0) {
+    if (SSL_write(session.get(), Answer.data(), static_cast<int>(Answer.size())) > 0 && End == TlsEnd::Told) {
         SSL_shutdown(session.get());
+    }
+    if (End == TlsEnd::Torn || !Context->Protocol.empty()) {
+        // What is closed with bytes to read is reset, and the client may lose what it has not read yet.
+        ::shutdown(client.get(), SHUT_WR);
+        for (char rest[256]; ::read(client.get(), rest, sizeof rest) > 0;) {
+        }
     }
 }
 

@@ -15,12 +15,18 @@ namespace testsupport {
 
 struct TlsContext;
 
+// How a connection ends after its answer: with the word of TLS that no more comes, or without. The latter waits for the
+// client's end.
+enum class TlsEnd { Told, Torn };
+
 class TlsServer {
 public:
     // `names` is what the certificate is for: "IP:127.0.0.1", "DNS:origin.test". `tunnelAnswer`: each client is read a
     // head and given this answer in plain text first, as a proxy would before it opens a tunnel; empty: TLS from the
-    // first byte. It is played byte by byte.
-    TlsServer(const std::string& names, std::string answer, std::string tunnelAnswer = {});
+    // first byte. It is played byte by byte. `protocol`: what the server speaks of all that a client offers ("h2");
+    // empty: it is not asked. The answer is frames then, and what is read before it the client's preface.
+    TlsServer(const std::string& names, std::string answer, std::string tunnelAnswer = {}, TlsEnd end = TlsEnd::Told,
+              const std::string& protocol = {});
     ~TlsServer(); // waits until no connection is served any more
     TlsServer(const TlsServer&) = delete;
     TlsServer& operator=(const TlsServer&) = delete;
@@ -40,6 +46,7 @@ private:
     std::string Certificate;
     std::string Answer;
     std::string TunnelAnswer;
+    TlsEnd End;
     SocketHandle Listening;
     std::uint16_t Port = 0;
     mutable std::mutex Guard;
