@@ -55,7 +55,6 @@ struct Settings {
     bool Chunked = false;         // no Content-Length for content whose length is known
 
     // the response
-    bool Consumer = false;
     std::string OutputFile; // "-": standard output, whatever the content
     bool Include = false;
     bool Force = false;

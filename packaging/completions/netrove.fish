@@ -22,7 +22,7 @@ complete -c netrove -n '__fish_seen_subcommand_from get save send' -l simple -d 
 complete -c netrove -n '__fish_seen_subcommand_from get send' -l output -s o -r -F -d 'write the content to a file, which appears when it is complete and replaces one that is there; '\''-'\'' is standard output, whatever the content'
 complete -c netrove -n '__fish_seen_subcommand_from save batch' -l force -d 'replace a file that is there'
 complete -c netrove -n '__fish_seen_subcommand_from get send' -l include -s i -d 'write the head of the response before its content'
-complete -c netrove -n '__fish_seen_subcommand_from get save send' -l consumer -d 'receive through a consumer object into a file too; standard output always does'
+complete -c netrove -n '__fish_seen_subcommand_from get save send' -l consumer -d 'kept for older scripts: content always comes through a consumer object'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l no-decode -d 'leave compressed content as it came'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l location -s L -d 'follow up to 20 redirects, as get and save do by themselves'
 complete -c netrove -n '__fish_seen_subcommand_from get save send batch' -l follow -x -d 'follow up to N redirects'

@@ -106,7 +106,7 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
     EXPECT_EQ(s.RemovedFields, (std::vector<std::string>{"C"}));
     EXPECT_EQ(s.StreamFile, "data");
     EXPECT_EQ(s.BufferSize, 4096u);
-    EXPECT_TRUE(s.Chunked && s.Include && s.Consumer && !s.Decode && s.Fail);
+    EXPECT_TRUE(s.Chunked && s.Include && !s.Decode && s.Fail);
     EXPECT_EQ(s.OutputFile, "out");
     EXPECT_EQ(s.redirectLimit(), 3);
     EXPECT_EQ(s.User, "me");
