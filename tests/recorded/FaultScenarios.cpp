@@ -11,6 +11,7 @@
 #include "vantik/Http.h"
 
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 namespace testsupport {
@@ -175,6 +176,27 @@ PlayedRun saveToFile(const FaultInjection& faults) {
                 });
 }
 
+PlayedRun logIn(const FaultInjection& faults) {
+    const std::string refusal =
+        response("who?", {"WWW-Authenticate: Digest realm=\"a\", nonce=\"b\""}, "401 Unauthorized");
+    return play({answers({refusal, response("welcome")})}, faults,
+                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+                    start();
+                    const Object connection = stage.Scope.makeAdapter();
+                    connection.set("URL", server.url("/"));
+                    connection.set("Username", "user");
+                    connection.set("Password", "word");
+                    connection.call("setAuthenticationSchemes",
+                                    {Array::enumeration(vantik::kAuthenticationSchemeClass, {"Digest"}), false});
+                    connection.call("openConnection");
+                    stage.Outcome = receiveBytes(connection);
+                    if (connection.get("ResponseCode").number() == 401.0) {
+                        throw std::runtime_error("401 " + stage.Outcome);
+                    }
+                    connection.call("closeConnection");
+                });
+}
+
 // The content in gzip: "hello hello hello".
 PlayedRun decode(const FaultInjection& faults) {
     const std::string content("\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00\x80\x88"
@@ -218,6 +240,7 @@ const std::vector<Scenario>& faultScenarios() {
                                                     {"PutFromMemory", putFromMemory},
                                                     {"StreamBothWays", streamBothWays},
                                                     {"SaveToFile", saveToFile},
+                                                    {"LogIn", logIn},
                                                     {"Decode", decode},
                                                     {"RenewHandles", renewHandles}};
     return scenarios;

@@ -34,8 +34,8 @@ struct Scenario {
 void PrintTo(const Scenario& scenario, std::ostream* stream); // for GoogleTest
 
 // A GET and a reopened GET of one object; an upload from memory; an upload from a provider into a consumer with a
-// reporter; content saved to a file; content
-// in gzip; new handles for the scope.
+// reporter; content saved to a file; a login
+// by Digest; content in gzip; new handles for the scope.
 const std::vector<Scenario>& faultScenarios();
 
 } // namespace testsupport

@@ -39,6 +39,7 @@ const std::map<std::string, Names> kQuiet = {
     {"PutFromMemory", {"find", "findOrInsert", "find"}},
     {"StreamBothWays", {"find", "findOrInsert", "find"}},
     {"SaveToFile", {"find", "findOrInsert"}},
+    {"LogIn", {"find", "findOrInsert"}},
     {"Decode", {"find", "findOrInsert"}},
     {"RenewHandles", {"find"}},
 };

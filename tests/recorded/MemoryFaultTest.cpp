@@ -61,7 +61,8 @@ TEST_P(MemoryFault, IsReportedAndLeavesTheScopeUsable) {
             EXPECT_THAT(run.Failure, AnyOf("VANTIK:host:OutOfMemory()", HasSubstr("std::bad_alloc")));
         } else {
             ++reported;
-            EXPECT_THAT(run.Failure, StartsWith("VANTIK:webservices:"));
+            // Without memory for its answer to a challenge, libcurl leaves it at that: the refusal, whole.
+            EXPECT_THAT(run.Failure, AnyOf(StartsWith("VANTIK:webservices:"), "401 who?"));
         }
         if (handlesAreGone(scenario, run)) {
             EXPECT_THAT(run.ScopeAfterwards, StartsWith("VANTIK:webservices:InternalError("));
