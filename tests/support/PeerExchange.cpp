@@ -28,6 +28,15 @@ bool sameFields(const std::vector<std::string>& head, const std::vector<vantik::
                       });
 }
 
+// The length of what was compressed, which stands at the end of it (RFC 1952, section 2.3.1).
+std::size_t lengthInGzip(std::string_view content) {
+    std::size_t length = 0;
+    for (const char byte : content.substr(content.size() - std::min<std::size_t>(content.size(), 4))) {
+        length = length >> 8 | std::size_t{static_cast<unsigned char>(byte)} << 24;
+    }
+    return length;
+}
+
 // What a success lacks of what was read, or has besides.
 std::string differenceFrom(const ResponseReading& reading, const PeerOutcome& outcome) {
     if (!reading.Whole) {
@@ -41,6 +50,9 @@ std::string differenceFrom(const ResponseReading& reading, const PeerOutcome& ou
     }
     if (!reading.Coded && reading.Content != outcome.Content) {
         return "other content: " + outcome.Content;
+    }
+    if (reading.Gzip && reading.Content != outcome.Content && lengthInGzip(reading.Content) != outcome.Content.size()) {
+        return "a success that is not as long as its gzip content says";
     }
     return {};
 }

@@ -78,7 +78,7 @@ int statusOf(std::string_view line) {
 // How the head frames the content.
 struct Framing {
     bool Chunked = false;
-    bool Coded = false;
+    std::vector<std::string> Codings;    // others than chunked
     std::optional<std::uint64_t> Length; // the largest that is announced
 };
 
@@ -125,7 +125,7 @@ Framing framingOf(const std::vector<std::string>& head) {
                 if (transfer && sameWord(coding, "chunked")) {
                     framing.Chunked = true;
                 } else if (!sameWord(coding, "identity")) {
-                    framing.Coded = true;
+                    framing.Codings.emplace_back(coding);
                 }
             }
         }
@@ -171,7 +171,9 @@ private:
 
     std::string readContent() {
         const Framing framing = framingOf(Reading.Head);
-        Reading.Coded = framing.Coded;
+        Reading.Coded = !framing.Codings.empty();
+        Reading.Gzip = framing.Codings.size() == 1 &&
+                       (sameWord(framing.Codings[0], "gzip") || sameWord(framing.Codings[0], "x-gzip"));
         if (Method == "HEAD" || Reading.Status == 204 || Reading.Status == 304) {
             return {};
         }

@@ -21,6 +21,7 @@ struct ResponseReading {
     std::vector<std::string> Head;
     std::string Content;    // without chunk sizes, as far as it came
     bool Coded = false;     // a coding other than chunked is on the content
+    bool Gzip = false;      // this one alone, and once
     std::size_t Length = 0; // bytes up to the end of the response
 };
 
