@@ -57,5 +57,5 @@ void ContentTail::takeChunked(std::string_view bytes) {
 }
 
 bool ContentTail::contradictsGzip() const {
-    return Size != Decoded && static_cast<std::uint32_t>(Decoded) != LastFour;
+    return Size != 0 && static_cast<std::uint32_t>(Decoded) != LastFour;
 }

@@ -13,7 +13,7 @@ public:
     // The next bytes of the connection, with the framing of chunks (RFC 9112 section 7.1).
     void take(std::string_view bytes);
     void noteDecoded(std::uint64_t length) { Decoded += length; }
-    // What was decoded is not as long as the last four bytes say. Never of content that was not decoded.
+    // What was decoded is not as long as the last four bytes say. No content at all contradicts nothing.
     bool contradictsGzip() const;
 
 private:

@@ -17,6 +17,10 @@ long statusFromLine(const std::string& line) {
     return blank == std::string::npos ? 0 : std::strtol(line.c_str() + blank, nullptr, 10);
 }
 
+bool isGzipName(const std::string& coding) {
+    return equalIgnoringCase(coding, "gzip") || equalIgnoringCase(coding, "x-gzip");
+}
+
 } // namespace
 
 void ResponseHead::begin() {
@@ -137,13 +141,13 @@ std::vector<std::string> ResponseHead::codings() const {
 }
 
 bool ResponseHead::isGzip() const {
-    const std::vector<std::string> all = codings();
-    return all.size() == 1 && (equalIgnoringCase(all[0], "gzip") || equalIgnoringCase(all[0], "x-gzip"));
+    const std::vector<std::string> ofContent = listOf("Content-Encoding");
+    return codings().size() == 1 && std::any_of(ofContent.begin(), ofContent.end(), isGzipName);
 }
 
 bool ResponseHead::expandsLittle() const {
     const std::vector<std::string> all = codings();
-    return all.empty() || isGzip() || (all.size() == 1 && equalIgnoringCase(all[0], "deflate"));
+    return all.empty() || (all.size() == 1 && (isGzipName(all[0]) || equalIgnoringCase(all[0], "deflate")));
 }
 
 std::string ResponseHead::reasonPhrase() const {

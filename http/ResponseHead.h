@@ -47,7 +47,7 @@ struct ResponseHead {
     bool lengthIsUnclear() const;
     bool isChunked() const;
     std::int64_t contentLength() const; // as announced; -1: not, or unclear
-    bool isGzip() const;                // the content is encoded once, by gzip
+    bool isGzip() const;                // the content is encoded once, by gzip, and its transfer by nothing
 
     // Value of the first field of that name, compared without regard to case; empty without one.
     std::string getResponseField(const std::string& name) const;

@@ -26,6 +26,7 @@ void makeHandles(CurlSingleton& handles) {
     handles.Owner = nullptr;
     handles.CookieEngineRuns = false;
     handles.Uploads = false;
+    handles.Decodes = false;
     handles.EasyHandle = curl_easy_init();
     if (handles.EasyHandle == nullptr) {
         throwCurlCodeError("curl_easy_init", 0, "");
@@ -63,6 +64,7 @@ CURLMcode CurlSingleton::attach() noexcept {
 void CurlSingleton::reset() noexcept {
     ++Generation;
     Uploads = false;
+    Decodes = false;
     curl_easy_reset(EasyHandle);
 }
 

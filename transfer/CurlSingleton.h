@@ -24,6 +24,7 @@ struct CurlSingleton {
     bool ConnectionOpen = false;         // the owner is open: no other may be built or opened, no handle replaced
     bool EasyHandleAttached = false;     // set by the first open and never cleared: from then on an open first removes
     bool Uploads = false;                // CURLOPT_UPLOAD is set, as it stays after a challenge
+    bool Decodes = false;                // CURLOPT_ACCEPT_ENCODING is set, as it stays after a challenge
     bool CookieEngineRuns = false;       // on the easy handle as it is now; no reset stops it
     const HTTPConnection* Owner = nullptr; // whose options and callbacks are on the easy handle; null: nobody's
     std::uint64_t Generation = 0;          // raised by open, removal, reset, attachment and replacement

@@ -145,6 +145,7 @@ private:
     void judgeCompletion(int result, std::int64_t start);
     void judgeFailure(int result, std::int64_t start);
     void judgeWriteError(const std::string& urlText);
+    std::string whatIsMissing(int result) const;
     void warnOfPart(const std::string& text);
     void warnUnlessWhole(int result);
 };

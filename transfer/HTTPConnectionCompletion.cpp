@@ -107,27 +107,36 @@ void HTTPConnection::warnOfPart(const std::string& text) {
         std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), text));
 }
 
+// What libcurl says of less than the whole response, or what it does not look at; empty where all of it came.
+std::string HTTPConnection::whatIsMissing(int result) const {
+    if (result != CURLE_OK && *Handles->ErrorBuffer != '\0') {
+        return Handles->ErrorBuffer;
+    }
+    if (ReceivedHead.isCut()) {
+        return ReceivedHead.HasInterim ? "No response came after an interim one." : "The head of the response was cut.";
+    }
+    if (result != CURLE_OK) {
+        return result == CURLE_WRITE_ERROR ? "The content goes on after the end of its compressed data."
+                                           : curl_easy_strerror(static_cast<CURLcode>(result));
+    }
+    if (ReceivedHead.lengthIsUnclear()) {
+        return "The head of the response does not tell for certain where its content ends.";
+    }
+    const bool isRange = ReceivedHead.ResponseCode == 206; // of compressed data, so it may end anywhere
+    if (Handles->Decodes && ReceivedHead.isGzip() && !isRange && Transfer.Tail.contradictsGzip()) {
+        return "The compressed data of the content is not whole.";
+    }
+    return {};
+}
+
 // The call goes on as after a whole response, so nothing else would tell that less has come. The numbers are those of
 // now: the end may come before the send has collected any.
 void HTTPConnection::warnUnlessWhole(int result) {
-    std::string text;
-    if (result != CURLE_OK && *Handles->ErrorBuffer != '\0') {
-        text = Handles->ErrorBuffer;
-    } else if (ReceivedHead.isCut()) {
-        text = ReceivedHead.HasInterim ? "No response came after an interim one." : "The head of the response was cut.";
-    } else if (result == CURLE_WRITE_ERROR) {
-        text = "The content goes on after the end of its compressed data.";
-    } else if (result != CURLE_OK) {
-        text = curl_easy_strerror(static_cast<CURLcode>(result));
-    } else if (ReceivedHead.lengthIsUnclear()) {
-        text = "The head of the response does not tell for certain where its content ends.";
-    } else if (ReceivedHead.isGzip() && Transfer.Tail.contradictsGzip()) {
-        text = "The compressed data of the content is not whole.";
-    } else {
-        return;
+    const std::string text = whatIsMissing(result);
+    if (!text.empty()) {
+        collectResponseMetadata();
+        warnOfPart(text);
     }
-    collectResponseMetadata();
-    warnOfPart(text);
 }
 
 void HTTPConnection::judgeFailure(int result, std::int64_t start) {

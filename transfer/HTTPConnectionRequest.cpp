@@ -166,6 +166,7 @@ void HTTPConnection::prepareRequest() {
             addField("Accept-Encoding", ""); // decode what comes, but advertise nothing unasked
         }
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_ACCEPT_ENCODING), "");
+        Handles->Decodes = true;
     }
     if (getRequestField("Accept").empty()) {
         addField("Accept", "");

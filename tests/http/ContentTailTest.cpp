@@ -45,7 +45,7 @@ const Row Rows[] = {
     {"MoreAfterIt", false, 10, EndOfAThousand + "xy", 1000, true},
     {"MoreThanTheAnnouncedLength", false, 8, EndOfAThousand + "HTTP/1.1 200", 1000, false},
     {"Nothing", false, 0, "", 0, false},
-    {"NotDecoded", false, 4, "abcd", 4, false},
+    {"AsLongAsItCame", false, 8, "12345678", 8, true},
     {"OneChunk", true, -1, "8\r\n" + EndOfAThousand + "\r\n0\r\n\r\n", 1000, false},
     {"ManyChunks", true, -1,
      "4;x=8\r\n" + EndOfAThousand.substr(0, 4) + "\r\n003\r\n" + EndOfAThousand.substr(4, 3) + "\r\n1\r\n" +
