@@ -28,7 +28,7 @@ auto retried(Call call) {
     return result;
 }
 
-// Brings content to the disk. 0, or an error number; a file system that knows no such operation is no error.
+// Brings content to the disk. 0, or an error number; also 0 where the file system knows no such operation.
 inline int syncContent(int descriptor) {
     return retried([=] { return fdatasync(descriptor); }) == 0 || errno == EINVAL ? 0 : errno;
 }
