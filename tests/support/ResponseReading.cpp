@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -56,23 +57,16 @@ std::optional<std::string_view> takeLine(std::string_view& rest) {
     return line;
 }
 
-// Of "HTTP/1.1 404 Not Found" 404, of "HTTP/2 404" too; 200 where that form is not kept, as libcurl has it.
-int statusOf(std::string_view line) {
-    const bool exact = line.starts_with("HTTP/");
-    line.remove_prefix(std::string_view("HTTP/").size());
-    const std::size_t blank = line.find(' ');
-    const std::string_view version = line.substr(0, blank);
-    const bool regular = exact && (version.size() == 1 || (version.size() == 3 && version[1] == '.')) &&
-                         isDigit(version.front()) && isDigit(version.back());
+// As lenient as libcurl: blanks may stand before each number, and 200 is what a line without one says.
+int statusOf(const std::string& line) {
+    int major = 0;
+    int minor = 0;
+    char separator = 0;
     int status = 0;
-    std::size_t digits = 0;
-    if (regular && blank != std::string_view::npos) {
-        line = trimmed(line.substr(blank));
-        for (; digits < std::min<std::size_t>(line.size(), 3) && isDigit(line[digits]); ++digits) {
-            status = status * 10 + (line[digits] - '0');
-        }
+    if (std::sscanf(line.c_str(), "HTTP/%1d.%1d%c%3d", &major, &minor, &separator, &status) == 4 && separator == ' ') {
+        return status;
     }
-    return digits == 0 ? 200 : status;
+    return std::sscanf(line.c_str(), "HTTP/%1d %3d", &major, &status) == 2 ? status : 200;
 }
 
 // How the head frames the content.
