@@ -30,6 +30,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "cmake --build --preset dev --target reference_pages", Way::Sources, ""},
     {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
     {"CONTRIBUTING.md", "scripts/mutate --count 20", Way::Never, "builds the library and runs its tests for each of the changes"},
+    {"CONTRIBUTING.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
     {"CONTRIBUTING.md", "export CMAKE_CXX_COMPILER_LAUNCHER=ccache", Way::Never, "a variable of CMake for a program that the tests do without"},
 
     {"README.md", "scripts/test", Way::Here, ""},
