@@ -72,6 +72,7 @@ int statusOf(const std::string& line) {
 // How the head frames the content.
 struct Framing {
     bool Chunked = false;
+    bool TransferCoded = false;          // otherwise than by chunks
     std::vector<std::string> Codings;    // others than chunked
     std::optional<std::uint64_t> Length; // the largest that is announced
 };
@@ -120,6 +121,7 @@ Framing framingOf(const std::vector<std::string>& head) {
                     framing.Chunked = true;
                 } else if (!sameWord(coding, "identity")) {
                     framing.Codings.emplace_back(coding);
+                    framing.TransferCoded = framing.TransferCoded || transfer;
                 }
             }
         }
@@ -177,7 +179,9 @@ private:
         const std::uint64_t wanted = framing.Length.value_or(Rest.size());
         Reading.Content = Rest.substr(0, wanted);
         Rest.remove_prefix(Reading.Content.size());
-        if (framing.Length) {
+        // By RFC 9112, section 6.3, the close ends what is coded for the transfer otherwise, whatever length is
+        // announced.
+        if (framing.Length && !(framing.TransferCoded && End == StreamEnd::Closed)) {
             return Reading.Content.size() == wanted ? "" : "content of the announced length";
         }
         return End == StreamEnd::Closed ? "" : "the close that ends the content";

@@ -50,6 +50,7 @@ const Row kRows[] = {
     {"ChunkEndCut",          Chunks + "3\r\nabc\r",                                     Closed, "GET",  "the end of a chunk", 200, "abc"},
     {"ChunkTooLong",         Chunks + "3\r\nabcd\r\n0\r\n\r\n",                         Closed, "GET",  "the end of a chunk", 200, "abc"},
     {"LastChunkMissing",     Chunks + "3\r\nabc\r\n",                                   Closed, "GET",  "the size of a chunk", 200, "abc"},
+    {"CloseBeforeLength", Ok + "Content-Length: 9\r\nTransfer-Encoding: x\r\n\r\nabc", Closed, "GET", "", 200, "abc"},
     {"ChunksBeforeLength",   Ok + "Content-Length: 9\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", Open, "GET", "", 200, ""},
     {"FoldedChunks",         Ok + "Transfer-Encoding:\r\n chunked\r\n\r\n3\r\nabc",     Closed, "GET",  "the end of a chunk", 200, "abc"},
     {"BareLineFeeds",        "HTTP/1.1 200 OK\nContent-Length: 1\n\na",                 Open,   "GET",  "", 200, "a"},
