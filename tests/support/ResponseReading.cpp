@@ -66,7 +66,7 @@ int statusOf(const std::string& line) {
     if (std::sscanf(line.c_str(), "HTTP/%1d.%1d%c%3d", &major, &minor, &separator, &status) == 4 && separator == ' ') {
         return status;
     }
-    return std::sscanf(line.c_str(), "HTTP/%1d %3d", &major, &status) == 2 ? status : 200;
+    return std::sscanf(line.c_str(), "HTTP/%1d %3d", &major, &status) == 2 && status >= 100 ? status : 200;
 }
 
 // How the head frames the content.
