@@ -313,7 +313,8 @@ TEST_P(HalfReceived, TwoSignalsAtOnceLeaveNothing) {
 TEST_P(HalfReceived, TheSameSignalTwiceLeavesNothing) {
     Saving->signal(SIGTERM);
     Saving->signal(SIGTERM);
-    EXPECT_EQ(Saving->wait().Status, 128 + SIGTERM);
+    // The second may come when the program has cleaned up and leaves signals to the system, which ends it (-1).
+    EXPECT_THAT(Saving->wait().Status, testing::AnyOf(128 + SIGTERM, -1));
     expectUntouched();
 }
 
