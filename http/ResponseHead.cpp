@@ -103,10 +103,10 @@ std::vector<std::string> ResponseHead::listOf(const std::string& name) const {
 bool ResponseHead::lengthIsUnclear() const {
     for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) {
         const std::string name = splitFieldLine(ResponseHeaderLines[i - 1]).first;
-        if (boost::starts_with(ResponseHeaderLines[i], " ") || boost::starts_with(ResponseHeaderLines[i], "\t")) {
-            if (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding")) {
-                return true;
-            }
+        const std::string& line = ResponseHeaderLines[i];
+        const bool isFolded = line.starts_with(' ') || line.starts_with('\t');
+        if (isFolded && (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding"))) {
+            return true;
         }
     }
     return contentLength() < 0 && !listOf("Content-Length").empty() && listOf("Transfer-Encoding").empty();

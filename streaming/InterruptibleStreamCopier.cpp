@@ -53,8 +53,8 @@ void InterruptibleStreamCopier::releaseContent() noexcept {
     Provider.reset();
 }
 
-// What libcurl has read stays here until receiveResponse drains it. Nothing is refused, after a failure apart: it ends
-// the transfer at once.
+// What libcurl has read stays here until receiveResponse drains it. Nothing is refused, except after a failure, which
+// ends the transfer at once.
 std::size_t InterruptibleStreamCopier::writeCallback(char* data, std::size_t size, std::size_t count, void* copier) {
     auto* self = static_cast<InterruptibleStreamCopier*>(copier);
     const std::size_t length = size * count;
@@ -184,7 +184,7 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
 }
 
 // Ends the pauses named and keeps the other one. libcurl may run the write callback in here, which may pause again. The
-// time of the pause was ours, so it counts as no silence of the server.
+// time of the pause was ours, so it is not silence of the server.
 void InterruptibleStreamCopier::resume(bool reading, bool writing) {
     ReadPaused = ReadPaused && !reading;
     WritePaused = WritePaused && !writing;

@@ -126,12 +126,12 @@ void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
 // A few bytes on the wire may stand for as much content as fills the memory. Content that came as it is cost its sender
 // as much.
 void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_t length) const {
-    if (dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr ||
-        Connection->Transfer.PassedOn + length <= LargestDecodedInMemory) {
+    const std::uint64_t size = Connection->Transfer.PassedOn + length;
+    if (size <= LargestDecodedInMemory || dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr) {
         return;
     }
     const auto wire = getInfo<curl_off_t>(Connection->Handles->EasyHandle, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
-    if (Connection->Transfer.PassedOn + length > static_cast<std::uint64_t>(wire)) {
+    if (size > static_cast<std::uint64_t>(wire)) {
         VANTIK::raise<VANTIK::webservices::DecodedContentTooLarge>(std::to_string(LargestDecodedInMemory),
                                                                    Connection->Metadata.ContentEncoding);
     }

@@ -19,8 +19,7 @@ using vantik::Array;
 using vantik::Object;
 
 constexpr std::size_t Length = 48'000'000;
-// One perform delivers up to a hundred reads of 16 KiB, and the buffer for them doubles as it grows: with its copy
-// while it grows some 4 MiB, whenever the socket happens to hold that much. Far less than the content all the same.
+// libcurl is paused once half a megabyte waits, and the buffer for it doubles as it grows. Far less than the content.
 constexpr std::size_t Tolerated = 8'000'000;
 
 // What the pumps hold at each call into a host object. Under AddressSanitizer the heap reads as empty; then the arrays

@@ -113,7 +113,7 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     }
     if (slot.SentProvided && slot.SentLogin == LoginSeveral &&
         (answer.What == Kind::Denied || answer.What == Kind::Challenge)) {
-        // Content that is wanted again when the provider is no more asked.
+        // Content that is wanted again when the provider is no longer asked.
         allow({PartialFile, CopyFailed, InternalError});
     }
     if (slot.Now == Phase::Spoilt && !slot.Resumable) {
