@@ -6,17 +6,17 @@
 #include <new>
 #include <optional>
 
-#include "cli/CliFailure.h"
-#include "cli/Commands.h"
-#include "cli/Demo.h"
-#include "cli/ExitStatus.h"
-#include "cli/FieldText.h"
-#include "cli/OptionParser.h"
-#include "cli/Output.h"
-#include "cli/Password.h"
-#include "cli/Session.h"
-#include "cli/Signals.h"
-#include "cli/TraceOutput.h"
+#include "cli/commands/Commands.h"
+#include "cli/demo/Demo.h"
+#include "cli/exchange/Session.h"
+#include "cli/failures/CliFailure.h"
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/FieldText.h"
+#include "cli/options/OptionParser.h"
+#include "cli/system/Signals.h"
+#include "cli/terminal/Output.h"
+#include "cli/terminal/Password.h"
+#include "cli/terminal/TraceOutput.h"
 
 namespace {
 

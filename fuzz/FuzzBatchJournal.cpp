@@ -1,8 +1,8 @@
 // A journal that earlier runs, or anybody, have left: it is read or refused, and what is then written to it is known to
 // the next run. The first byte says whether the rest follows a good first line.
-#include "cli/BatchJournal.h"
+#include "cli/batch/BatchJournal.h"
 #include "fuzz/FuzzInput.h"
-#include "tests/support/SocketHandle.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <string>
 #include <utility>

@@ -1,5 +1,5 @@
 // A manifest: every line is taken, told of or skipped, and cut into pieces it says the same.
-#include "cli/BatchManifest.h"
+#include "cli/batch/BatchManifest.h"
 #include "fuzz/FuzzInput.h"
 
 #include <cstdlib>

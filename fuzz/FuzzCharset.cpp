@@ -2,8 +2,8 @@
 // the field, the rest the text. What is sent is as long as the head says, text without a charset is sent as it is, and
 // the scope goes on.
 #include "fuzz/FuzzInput.h"
-#include "tests/support/PeerExchange.h"
-#include "tests/support/WireText.h"
+#include "tests/support/server/PeerExchange.h"
+#include "tests/support/server/WireText.h"
 
 #include <algorithm>
 #include <string>

@@ -8,7 +8,7 @@
 //   FF 'C'  the connection is closed, FF 'R' it is reset, FF 'N' it stays open; what follows is for the next one
 // At the end of the input the connection stays open and silent.
 #include "fuzz/FuzzInput.h"
-#include "tests/support/PeerExchange.h"
+#include "tests/support/server/PeerExchange.h"
 
 #include <array>
 #include <string>

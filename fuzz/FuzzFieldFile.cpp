@@ -1,6 +1,6 @@
 // A file of header fields: what is taken is a field that cannot become two, and reads the same when it is written
 // again.
-#include "cli/FieldText.h"
+#include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
 
 #include "vantik/Failure.h"

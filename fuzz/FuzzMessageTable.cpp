@@ -1,6 +1,6 @@
 // A file of the message catalogue: what is taken from it can be filled, with fewer arguments than it names or with
 // more.
-#include "embedded/MessageTable.h"
+#include "embedded/messages/MessageTable.h"
 #include "fuzz/FuzzInput.h"
 
 #include <string>

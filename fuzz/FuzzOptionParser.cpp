@@ -1,6 +1,6 @@
 // The command line, a word a line: it is taken or refused in one line of text, and secrets in it are wiped.
-#include "cli/FieldText.h"
-#include "cli/OptionParser.h"
+#include "cli/options/FieldText.h"
+#include "cli/options/OptionParser.h"
 #include "fuzz/FuzzInput.h"
 
 #include "vantik/Failure.h"

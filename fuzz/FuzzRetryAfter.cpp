@@ -1,5 +1,5 @@
 // The value of Retry-After: no date that a server makes up gives a time before now or no number at all.
-#include "cli/BatchRetry.h"
+#include "cli/batch/BatchRetry.h"
 #include "fuzz/FuzzInput.h"
 
 #include <cstdlib>

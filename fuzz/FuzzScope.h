@@ -1,7 +1,7 @@
 // One host scope for a whole fuzz run: making one for each input would measure the host and not the parser.
 #pragma once
 
-#include "embedded/Scope.h"
+#include "embedded/scope/Scope.h"
 #include "fuzz/FuzzInput.h"
 
 #include <memory>

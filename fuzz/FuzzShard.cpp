@@ -1,7 +1,7 @@
 // Which part of a manifest a run does: the first line is the value of --shard, the others are variables of the
 // environment. What is taken is a part that there is.
-#include "cli/BatchShard.h"
-#include "cli/FieldText.h"
+#include "cli/batch/BatchShard.h"
+#include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
 
 #include "vantik/Failure.h"

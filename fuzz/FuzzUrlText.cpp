@@ -1,9 +1,9 @@
 // What the command line reads out of a URL: credentials are taken or masked with nothing else changed, and a file name
 // never leads out of its folder or deceives a reader.
-#include "cli/FieldText.h"
-#include "cli/RefusedUrl.h"
-#include "cli/SafeText.h"
-#include "cli/UrlText.h"
+#include "cli/options/FieldText.h"
+#include "cli/options/RefusedUrl.h"
+#include "cli/text/SafeText.h"
+#include "cli/text/UrlText.h"
 #include "fuzz/FuzzInput.h"
 
 #include <string>

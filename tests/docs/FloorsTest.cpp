@@ -1,5 +1,5 @@
 // The floors that the page on architecture draws, held against what the sources include.
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 #pragma once
 
 #include "tests/docs/PageServer.h"
-#include "tests/support/ProgramRun.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 // What the pages repeat of the code is compared with it: tables, names, members. Their links lead somewhere.
-#include "cli/ExitStatus.h"
-#include "cli/OptionTable.h"
-#include "tests/support/ProgramRun.h"
-#include "tests/support/TemporaryFolder.h"
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/OptionTable.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -57,7 +57,7 @@ TEST(Pages, ErrorsTellEveryIdentifierOfTheCatalogue) {
 
 TEST(Pages, ErrorsTellEveryIdentifierOfTheCommandLine) {
     const std::string text = page("docs/errors.md");
-    std::istringstream header(page("cli/CliFailure.h"));
+    std::istringstream header(page("cli/failures/CliFailure.h"));
     int identifiers = 0;
     for (std::string line; std::getline(header, line);) {
         if (line.starts_with("constexpr std::string_view k") && line.find("kCatalogue") == line.npos) {

@@ -43,10 +43,10 @@ constexpr CommandRow kCommands[] = {
     {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
 
     {"docs/batch.md", "netrove batch", Way::Never, "the name of the command in the heading"},
-    {"docs/batch.md", "sbatch --array", Way::Elsewhere, "tests/cli/BatchShardCommandTest.cpp: BatchShardCommand, ASlurmArraySaysWhich"},
+    {"docs/batch.md", "sbatch --array", Way::Elsewhere, "tests/cli/batch/BatchShardCommandTest.cpp: BatchShardCommand, ASlurmArraySaysWhich"},
 
-    {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/InformationCommandsTest.cpp: HelpOption, GoesToStandardOutput"},
-    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/ReferencePagesTest.cpp: ReferencePage, IsWhatTheProgramPrints"},
+    {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/commands/InformationCommandsTest.cpp: HelpOption, GoesToStandardOutput"},
+    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/ReferencePagesTest.cpp: ReferencePage, IsWhatTheProgramPrints"},
     {"docs/cli.md", R"(printf 'Authorization: Bearer %s\n' "$TOKEN" | netrove get -H @- https://example.org/)", Way::Here, ""},
     {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list stand below it"},
 

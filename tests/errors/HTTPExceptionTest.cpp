@@ -1,6 +1,6 @@
 #include "errors/HTTPException.h"
 
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/ScopeFixture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Which identifiers the module can make, and which of them it can throw, as its type information says.
 #include "errors/MessageIdentifiers.h"
 
-#include "tests/support/HostFixture.h"
+#include "tests/support/host/HostFixture.h"
 
 #include <boost/core/demangle.hpp>
 

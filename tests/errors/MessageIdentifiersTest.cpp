@@ -1,7 +1,7 @@
 #include "errors/MessageIdentifiers.h"
 
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
 
 #include "host/Text.h"
 

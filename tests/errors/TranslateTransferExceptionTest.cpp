@@ -3,8 +3,8 @@
 #include "errors/HTTPException.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/Interrupt.h"
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
 
 #include <gtest/gtest.h>
 

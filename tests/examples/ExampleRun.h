@@ -1,7 +1,7 @@
 // Runs the example programs as a person does.
 #pragma once
 
-#include "tests/support/ProgramRun.h"
+#include "tests/support/process/ProgramRun.h"
 
 #include <string>
 #include <utility>

@@ -9,8 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/HostFixture.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include "vantik/Host.h"
 #include "vantik/Http.h"

@@ -7,10 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "tests/examples/ExampleRun.h"
-#include "tests/exchange/TlsServer.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/UnreachablePorts.h"
-#include "tests/support/WireText.h"
+#include "tests/exchange/request/TlsServer.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
+#include "tests/support/server/WireText.h"
 
 namespace {
 

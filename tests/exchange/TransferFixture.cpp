@@ -1,6 +1,6 @@
 #include "tests/exchange/TransferFixture.h"
 
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include <exception>
 

@@ -2,9 +2,9 @@
 // a test does, nothing may come on the process's standard output.
 #pragma once
 
-#include "tests/support/HostFixture.h"
-#include "tests/support/ProcessOutputCapture.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/process/ProcessOutputCapture.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <functional>
 #include <initializer_list>

@@ -1,7 +1,7 @@
 #include "hostcalls/TextEncoding.h"
 
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
 
 #include <gmock/gmock.h>
 

@@ -7,8 +7,8 @@
 #include "hostclass/MethodTable.h"
 #include "hostclass/ModuleEntry.h"
 #include "hostclass/PropertyTable.h"
-#include "tests/support/HostFixture.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScopeFixture.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 

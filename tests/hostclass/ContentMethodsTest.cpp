@@ -2,9 +2,9 @@
 
 #include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TemporaryFolder.h"
-#include "tests/support/UnreachablePorts.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
 
 #include <filesystem>
 #include <functional>

@@ -4,7 +4,7 @@
 #include "hostclass/TransferBoundary.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 

@@ -3,8 +3,8 @@
 #include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
-#include "tests/support/FailureText.h"
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include <memory>
 #include <ostream>

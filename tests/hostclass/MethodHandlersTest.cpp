@@ -1,7 +1,7 @@
 // The thin methods, through the class.
 #include "host/Messages.h"
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedServer.h"
+#include "tests/support/server/ScriptedServer.h"
 #include "transfer/CurlSingleton.h"
 
 #include <boost/numeric/conversion/cast.hpp>

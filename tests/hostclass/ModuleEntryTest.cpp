@@ -3,7 +3,7 @@
 #include "host/Messages.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
-#include "tests/support/Await.h"
+#include "tests/support/process/Await.h"
 
 #include <algorithm>
 #include <atomic>

@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/ElfFile.h"
+#include "tests/support/process/ElfFile.h"
 
 TEST(ModuleExports, AreTheThreeEntryPointsAndNothingElse) {
     std::vector<std::string> names = testsupport::ElfFile(NETROVE_MODULE_FILE).exportedSymbols();

@@ -1,9 +1,9 @@
 // What the accessors do, through the class where the host can see it.
 #include "host/Text.h"
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedObjects.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/UnreachablePorts.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 

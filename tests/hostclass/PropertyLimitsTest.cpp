@@ -4,7 +4,7 @@
 #include "host/Messages.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
-#include "tests/support/FailureText.h"
+#include "tests/support/host/FailureText.h"
 #include "transfer/CurlSingleton.h"
 
 #include <boost/numeric/conversion/cast.hpp>

@@ -3,7 +3,7 @@
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/RecordingClass.h"
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include <string>
 #include <tuple>

@@ -5,7 +5,7 @@
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/hostclass/RecordingClass.h"
-#include "tests/support/FailureText.h"
+#include "tests/support/host/FailureText.h"
 
 #include <map>
 #include <memory>

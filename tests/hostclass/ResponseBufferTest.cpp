@@ -1,7 +1,7 @@
 // How long the bytes written through ResponsePayload stay: until they are taken as a byte array, and no shorter.
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
 
 #include <functional>
 #include <string>

@@ -5,7 +5,7 @@
 #include "host/Text.h"
 #include "hostcalls/HostObjectCall.h"
 #include "tests/hostclass/ClassFixture.h"
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include <algorithm>
 #include <string>

@@ -1,5 +1,5 @@
 // Field lines and status lines as properties of any text.
-#include "tests/support/PropertyTexts.h"
+#include "tests/support/host/PropertyTexts.h"
 
 #include "http/HttpSyntax.h"
 #include "http/ResponseHead.h"

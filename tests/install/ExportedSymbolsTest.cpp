@@ -1,5 +1,5 @@
 // What the host's library lets others see: what host/ and the embedding API declare, and nothing that it is made of.
-#include "tests/support/ElfFile.h"
+#include "tests/support/process/ElfFile.h"
 
 #include <algorithm>
 #include <cctype>
@@ -28,7 +28,7 @@ bool isNameCharacter(char c) {
 // Every word of the headers that declare what the library supplies.
 std::set<std::string> declaredWords() {
     std::set<std::string> words;
-    for (const char* folder : {"host", "embedded/include", "embedded/cppmicroservices/include"})
+    for (const char* folder : {"host", "embedded/include", "embedded/services/cppmicroservices/include"})
         for (const std::string& file : filesBelow(source(folder))) {
             if (!file.ends_with(".h"))
                 continue;

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 namespace installtest {
 

@@ -4,8 +4,8 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/WireText.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 namespace {
 

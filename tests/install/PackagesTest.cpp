@@ -5,9 +5,9 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/support/ElfFile.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/WireText.h"
+#include "tests/support/process/ElfFile.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 namespace {
 

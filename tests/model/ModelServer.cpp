@@ -1,7 +1,7 @@
 #include "tests/model/ModelServer.h"
 
-#include "tests/support/ChunkedReader.h"
-#include "tests/support/WireText.h"
+#include "tests/support/server/ChunkedReader.h"
+#include "tests/support/server/WireText.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 // is planned by path; every answer is unlike any other, and every request is kept as it came.
 #pragma once
 
-#include "tests/support/SocketHandle.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <array>
 #include <condition_variable>

@@ -1,7 +1,7 @@
 #include "tests/model/Runner.h"
 
 #include "tests/model/CurlHandles.h"
-#include "tests/support/HostFixture.h"
+#include "tests/support/host/HostFixture.h"
 
 #include "vantik/Http.h"
 

@@ -1,7 +1,7 @@
 // What the server saw of a sequence: each request whole as it was set, and nothing of one object with another's.
 #include "tests/model/Runner.h"
 
-#include "tests/support/WireText.h"
+#include "tests/support/server/WireText.h"
 
 #include <algorithm>
 #include <sstream>

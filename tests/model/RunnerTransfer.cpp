@@ -1,7 +1,7 @@
 // What a call that sends or copies may give, by what has been before it and by what its host objects do.
 #include "tests/model/Runner.h"
 
-#include "tests/support/WireText.h"
+#include "tests/support/server/WireText.h"
 
 #include <algorithm>
 #include <system_error>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "tests/model/Commands.h"
-#include "tests/support/SocketHandle.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <chrono>
 #include <string>

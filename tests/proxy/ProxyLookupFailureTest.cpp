@@ -1,10 +1,10 @@
 // What the look-up does with inputs that it cannot use and with selectors that fail.
 #include "proxy/ProxyLookup.h"
 
-#include "embedded/Services.h"
+#include "embedded/services/Services.h"
 #include "host/Interrupt.h"
 #include "host/Messages.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/ScopeFixture.h"
 #include "vantik/Array.h"
 
 #include <cppmicroservices/BundleContext.h>

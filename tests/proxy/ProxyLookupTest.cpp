@@ -1,8 +1,8 @@
 #include "proxy/ProxyLookup.h"
 
-#include "embedded/Services.h"
+#include "embedded/services/Services.h"
 #include "host/Messages.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/ScopeFixture.h"
 #include "vantik/Array.h"
 
 #include <cppmicroservices/BundleContext.h>

@@ -1,12 +1,12 @@
 #include "tests/recorded/FaultScenarios.h"
 
-#include "embedded/Scope.h"
+#include "embedded/scope/Scope.h"
 #include "hostclass/ModuleEntry.h"
-#include "tests/support/HostFixture.h"
-#include "tests/support/ScriptedObjects.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/TemporaryFolder.h"
-#include "tests/support/WireText.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 #include "vantik/Host.h"
 #include "vantik/Http.h"
 

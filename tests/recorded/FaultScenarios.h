@@ -1,7 +1,7 @@
 // Whole exchanges that are run again and again while one call after the other is made to fail.
 #pragma once
 
-#include "tests/support/CurlInterposer.h"
+#include "tests/support/curl/CurlInterposer.h"
 
 #include <functional>
 #include <ostream>

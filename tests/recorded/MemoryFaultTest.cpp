@@ -2,7 +2,7 @@
 // libcurl. The caller is told, or gets what he gets without the failure; nothing is left behind, and the scope stays
 // usable.
 #include "tests/recorded/FaultScenarios.h"
-#include "tests/support/AllocationFaults.h"
+#include "tests/support/host/AllocationFaults.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

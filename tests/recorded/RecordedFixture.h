@@ -3,12 +3,12 @@
 #pragma once
 
 #include "hostclass/ModuleEntry.h"
-#include "tests/support/CurlInterposer.h"
-#include "tests/support/HostFixture.h"
-#include "tests/support/ScopeFixture.h"
-#include "tests/support/ScriptedObjects.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/WireText.h"
+#include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // scripts/deps as an ordinary user starts it. The package system and sudo are stand-ins that write down what is asked
 // of them, and nothing else that could change the machine is in the PATH.
 #include "tests/scripts/ScriptFixture.h"
-#include "tests/support/ProgramRun.h"
+#include "tests/support/process/ProgramRun.h"
 
 #include <gmock/gmock.h>
 

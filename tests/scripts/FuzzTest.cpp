@@ -1,6 +1,6 @@
 // scripts/fuzz with stand-ins for cmake, clang and the drivers: which of them it runs, for how long, and what it says.
 #include "tests/scripts/ScriptFixture.h"
-#include "tests/support/ProgramRun.h"
+#include "tests/support/process/ProgramRun.h"
 
 #include <gmock/gmock.h>
 

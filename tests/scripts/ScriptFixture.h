@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // scripts/test with stand-ins for cmake, ctest and scripts/deps: what its last lines say of what it has run.
 #include "tests/scripts/ScriptFixture.h"
-#include "tests/support/ProgramRun.h"
+#include "tests/support/process/ProgramRun.h"
 
 #include <curl/curlver.h>
 #include <gmock/gmock.h>

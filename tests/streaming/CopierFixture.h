@@ -1,9 +1,9 @@
 // Fixture for tests of the copier: a connection on real handles, with libcurl's part played by the test.
 #pragma once
 
-#include "tests/support/CurlInterposer.h"
-#include "tests/support/ScopeFixture.h"
-#include "tests/support/ScriptedObjects.h"
+#include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
 
 #include "hostcalls/HostArray.h"
 #include "streaming/InterruptibleStreamCopier.h"

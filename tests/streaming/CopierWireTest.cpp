@@ -1,13 +1,13 @@
 // The pumps on a real transfer: libcurl runs as it is, only the waits are scripted, so that no test has to sit through
 // them.
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/CurlInterposer.h"
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
-#include "tests/support/ScriptedObjects.h"
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/StandardOutputCapture.h"
-#include "tests/support/WireText.h"
+#include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/process/StandardOutputCapture.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 #include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/HTTPConnection.h"

@@ -3,7 +3,7 @@
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/StandardOutputCapture.h"
+#include "tests/support/process/StandardOutputCapture.h"
 
 #include <gmock/gmock.h>
 

@@ -2,7 +2,7 @@
 
 #include "hostcalls/HostObjectCall.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/StandardOutputCapture.h"
+#include "tests/support/process/StandardOutputCapture.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,7 @@
 // Every failure of the pump for response content: what is reported, who is told, what is left, and that the next
 // request is none the worse for it.
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/FailureText.h"
+#include "tests/support/host/FailureText.h"
 
 #include <gmock/gmock.h>
 

@@ -2,7 +2,7 @@
 // it stays on offer, and that the next pump is none the worse for it.
 #include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/FailureText.h"
+#include "tests/support/host/FailureText.h"
 
 #include <gmock/gmock.h>
 

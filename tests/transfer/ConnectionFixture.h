@@ -1,12 +1,12 @@
 // Fixture for tests of a connection: a fresh scope with the interposer in front of libcurl.
 #pragma once
 
-#include "tests/support/CurlInterposer.h"
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
-#include "tests/support/StandardOutputCapture.h"
+#include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/process/StandardOutputCapture.h"
 
-#include "embedded/WarningSink.h"
+#include "embedded/messages/WarningSink.h"
 #include "http/MonotonicTime.h"
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"

@@ -2,7 +2,7 @@
 
 #include "tests/transfer/ConnectionFixture.h"
 
-#include "embedded/Scope.h"
+#include "embedded/scope/Scope.h"
 
 #include <memory>
 

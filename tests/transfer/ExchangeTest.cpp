@@ -1,7 +1,7 @@
 // What only a real server shows: the callbacks as libcurl runs them, reused connections, the end of a transfer.
-#include "tests/support/ScriptedServer.h"
-#include "tests/support/UnreachablePorts.h"
-#include "tests/support/WireText.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
+#include "tests/support/server/WireText.h"
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <sstream>

@@ -2,7 +2,7 @@
 // the scope is as good as a first one.
 #include "tests/transfer/ConnectionFixture.h"
 
-#include "embedded/Services.h"
+#include "embedded/services/Services.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>

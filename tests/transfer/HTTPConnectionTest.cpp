@@ -2,7 +2,7 @@
 
 #include "tests/transfer/ConnectionFixture.h"
 
-#include "embedded/Services.h"
+#include "embedded/services/Services.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/FrameworkEvent.h>

@@ -1,5 +1,5 @@
 // Heads made at random, sent by a real server in two pieces: wherever the cut lies, the same head arrives.
-#include "tests/support/ScriptedServer.h"
+#include "tests/support/server/ScriptedServer.h"
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <rapidcheck.h>

@@ -1,5 +1,5 @@
 // The header lists as a property of any list of fields.
-#include "tests/support/PropertyTexts.h"
+#include "tests/support/host/PropertyTexts.h"
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <boost/multiprecision/cpp_int.hpp>

@@ -1,9 +1,9 @@
 #include "transfer/LibCurlInitializer.h"
 
-#include "tests/support/FailureText.h"
-#include "tests/support/ScopeFixture.h"
+#include "tests/support/host/FailureText.h"
+#include "tests/support/host/ScopeFixture.h"
 
-#include "embedded/Services.h"
+#include "embedded/services/Services.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/FrameworkEvent.h>

@@ -1,7 +1,7 @@
 #include "transfer/Trace.h"
 
-#include "tests/support/ScopeFixture.h"
-#include "tests/support/StandardOutputCapture.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/process/StandardOutputCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The trace of any text, and request heads cut anywhere between their lines.
-#include "tests/support/PropertyTexts.h"
+#include "tests/support/host/PropertyTexts.h"
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <rapidcheck/gtest.h>

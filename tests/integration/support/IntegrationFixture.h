@@ -1,10 +1,10 @@
 // Fixture for exchanges with servers that nobody here wrote, on the road of a real host.
 #pragma once
 
-#include "tests/support/Digest.h"
-#include "tests/support/HostFixture.h"
-#include "tests/support/ScriptedObjects.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/crypto/Digest.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #include "tests/integration/support/PeerProcess.h"
 
-#include "tests/support/Await.h"
-#include "tests/support/SocketHandle.h"
+#include "tests/support/process/Await.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <cerrno>
 #include <chrono>

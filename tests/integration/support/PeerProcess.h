@@ -1,7 +1,7 @@
 // A server program that nobody here wrote, started by a test and stopped by its process id.
 #pragma once
 
-#include "tests/support/WatchedProcess.h"
+#include "tests/support/process/WatchedProcess.h"
 
 #include <cstdint>
 #include <functional>

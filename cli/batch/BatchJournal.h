@@ -1,0 +1,92 @@
+// What a run has done, kept beside the manifest so that a run that was killed can go on: one JSON line when a transfer
+// begins to write, one when it has written everything and one when it has ended, only ever appended.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "vantik/Failure.h"
+
+#include "cli/batch/BatchManifest.h"
+#include "cli/system/Descriptor.h"
+#include "cli/system/OutputFile.h"
+
+namespace netrove::cli {
+
+// What earlier runs say of the transfers of a manifest.
+class BatchHistory {
+public:
+    struct Ended {
+        int Status = 0; // of the response
+        std::uint64_t Bytes = 0;
+    };
+
+    // Takes a journal over; a later line counts for more than an earlier one. A file that is not there is an empty one.
+    // Gives how many lines could not be read. Raises NoJournal for a file that is something else, FileNotRead.
+    std::size_t read(const std::string& file);
+
+    // How the transfer ended where it is done: by the same line of the manifest, and with its file still there. Nothing
+    // where it is to be done.
+    std::optional<Ended> done(const BatchLine& line) const;
+
+    // Removes the temporary files of transfers that never ended. For the journal of a run that is certainly over.
+    void removeLeftovers() const;
+
+private:
+    struct Begun {
+        std::string Digest;
+        std::string Temporary;
+        std::uint64_t Device = 0;
+        std::uint64_t Inode = 0;
+        std::optional<std::uint64_t> Bytes{}; // once all is written
+    };
+    struct Entry {
+        std::string DoneDigest; // empty: not done
+        Ended Result;
+        std::optional<Begun> Unfinished;
+    };
+    bool takeLine(std::string_view text);
+
+    std::unordered_map<std::string, Entry> Entries; // by target, or by id where there is none
+};
+
+// Appends. Callable from any thread.
+class BatchJournal {
+public:
+    // Opens the file, and cuts off a line that was not written to its end. Raises JournalInUse where another run has it
+    // open, NoJournal for a file that is something else, FileNotRead, FileNotWritten.
+    explicit BatchJournal(const std::string& file);
+    BatchJournal(const BatchJournal&) = delete;
+    BatchJournal& operator=(const BatchJournal&) = delete;
+
+    // Each raises FileNotWritten.
+    void started(const BatchLine& line, const OutputFile& file);
+    void written(const BatchLine& line, const OutputFile& file); // before the file gets its name
+    void done(const BatchLine& line, int status, std::uint64_t bytes);
+    void failed(const BatchLine& line, const vantik::Message& message);
+    void sync(); // to the disk
+
+private:
+    void append(const std::string& text);
+    void mend();
+
+    std::string Name;
+    Descriptor File;
+    std::mutex Guard; // of what follows, and of the order of lines
+    std::chrono::steady_clock::time_point NextSync;
+};
+
+// The journals that other shards of the same manifest, whatever their number, have written beside `base`. Raises
+// FileNotRead; a folder that may not be listed has none.
+std::vector<std::string> siblingJournals(const std::string& base);
+// True for `base` and for what a shard's journal beside it is called.
+bool isJournalName(std::string_view file, std::string_view base);
+
+} // namespace netrove::cli

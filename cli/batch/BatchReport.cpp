@@ -1,0 +1,156 @@
+#include "cli/batch/BatchReport.h"
+
+#include <cmath>
+
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/failures/CliFailure.h"
+#include "cli/options/FieldText.h"
+#include "cli/terminal/Progress.h"
+#include "cli/text/UrlText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kBarWidth = 20;
+
+std::string dumped(const Json& object) {
+    return object.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+Json targetOf(const BatchLine& line) {
+    return line.Target ? Json(*line.Target) : Json(nullptr);
+}
+
+// Where its own line, too, has secrets, this is the console that hides them.
+Console consoleFor(const BatchLine& line, const Console& console) {
+    Console result = console;
+    result.configure(ColorChoice::Never, true);
+    if (!line.Extras)
+        return result;
+    result.hide(line.Extras->Password.value_or(""));
+    for (const Field& field : line.Extras->Fields)
+        if (isSecretField(field.Name))
+            result.hide(field.Value);
+    return result;
+}
+
+std::string count(std::size_t number, const char* what) {
+    return std::to_string(number) + " " + what;
+}
+
+} // namespace
+
+std::string summaryText(const BatchTotals& totals) {
+    std::string text = count(totals.Done, "done");
+    if (totals.Failed != 0)
+        text += ", " + count(totals.Failed, "failed");
+    if (totals.Skipped != 0)
+        text += ", " + count(totals.Skipped, "done before");
+    if (totals.left() != 0)
+        text += ", " + count(totals.left(), "left");
+    return text + "; " + sizeText(totals.Bytes) + " in " + durationText(totals.Elapsed);
+}
+
+std::string batchProgressText(const BatchTotals& totals, std::size_t running, std::size_t width) {
+    const std::size_t over = totals.All - totals.left();
+    const std::size_t filled = totals.All == 0 ? kBarWidth : kBarWidth * over / totals.All;
+    std::string text = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
+                       std::to_string(over) + " of " + std::to_string(totals.All);
+    if (totals.Failed != 0)
+        text += ", " + count(totals.Failed, "failed");
+    text += ", " + count(running, "running") + ", " + sizeText(totals.Bytes);
+    const double rate = totals.Elapsed.count() > 0 ? static_cast<double>(totals.Bytes) / totals.Elapsed.count() : 0;
+    if (rate >= 1)
+        text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
+    text += ", " + durationText(totals.Elapsed);
+    if (text.size() > width)
+        text.resize(width);
+    return text;
+}
+
+std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console) {
+    Json object = {{"id", line.id()},
+                   {"line", line.Number},
+                   {"url", line.Url},
+                   {"target", targetOf(line)},
+                   {"status", outcome.Status == 0 ? Json(nullptr) : Json(outcome.Status)},
+                   {"bytes", outcome.Bytes},
+                   {"seconds", std::round(outcome.Time.count() * 1000) / 1000},
+                   {"attempts", outcome.Attempts},
+                   {"result", outcome.Failed ? "failed" : "done"}};
+    if (outcome.Failed)
+        object.update(Json::parse(consoleFor(line, console).failureText(*outcome.Failed)));
+    return dumped(object);
+}
+
+std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended) {
+    return dumped({{"id", line.id()},
+                   {"line", line.Number},
+                   {"url", line.Url},
+                   {"target", targetOf(line)},
+                   {"status", ended == nullptr || ended->Status == 0 ? Json(nullptr) : Json(ended->Status)},
+                   {"bytes", ended == nullptr ? 0 : ended->Bytes},
+                   {"seconds", 0.0},
+                   {"attempts", 0},
+                   {"result", result}});
+}
+
+BatchReport::BatchReport(const Console& console, std::size_t all)
+    : Screen(console), Out(STDOUT_FILENO, "standard output", false, std::nullopt),
+      Start(std::chrono::steady_clock::now()) {
+    Counts.All = all;
+}
+
+void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
+    const std::string text = resultLine(line, outcome, Screen);
+    const std::lock_guard lock(Guard);
+    if (outcome.Failed) {
+        ++Counts.Failed;
+        ++Statuses[outcome.Failed->Status];
+    } else {
+        ++Counts.Done;
+        Counts.Bytes += outcome.Bytes;
+    }
+    print(text);
+}
+
+void BatchReport::skipped(const BatchLine& line, const BatchHistory::Ended& ended) {
+    const std::string text = plainLine(line, "skipped", &ended);
+    const std::lock_guard lock(Guard);
+    ++Counts.Skipped;
+    print(text);
+}
+
+void BatchReport::planned(const BatchLine& line) {
+    const std::string text = plainLine(line, "planned", nullptr);
+    const std::lock_guard lock(Guard);
+    print(text);
+}
+
+void BatchReport::print(const std::string& text) {
+    // After a signal the line is lost; the journal has the transfer.
+    if (!Out.write(text + "\n") && Out.failure())
+        throw vantik::Failure(*Out.failure());
+}
+
+BatchTotals BatchReport::totals() const {
+    const std::lock_guard lock(Guard);
+    BatchTotals result = Counts;
+    result.Elapsed = std::chrono::steady_clock::now() - Start;
+    return result;
+}
+
+int BatchReport::exitStatus() const {
+    const std::lock_guard lock(Guard);
+    if (Statuses.empty())
+        return kExitDone;
+    return Statuses.size() == 1 ? Statuses.begin()->first : int{kExitFailure};
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,64 @@
+// What a run tells: one JSON line for each transfer on standard output, progress and a summary for people.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchTransfer.h"
+#include "cli/exchange/BodySink.h"
+#include "cli/terminal/Output.h"
+
+namespace netrove::cli {
+
+struct BatchTotals {
+    std::size_t All = 0; // of this shard
+    std::size_t Done = 0;
+    std::size_t Failed = 0;
+    std::size_t Skipped = 0; // done by an earlier run
+    std::uint64_t Bytes = 0; // received by this run, for good
+    std::chrono::duration<double> Elapsed{};
+
+    std::size_t left() const { return All - Done - Failed - Skipped; }
+};
+
+// "98 done, 1 failed, 1 done before; 12.3 MiB in 3 s".
+std::string summaryText(const BatchTotals& totals);
+// One line, at most `width` columns.
+std::string batchProgressText(const BatchTotals& totals, std::size_t running, std::size_t width);
+// The line of a transfer, without its end. Credentials are masked, and the text is ASCII.
+std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console);
+std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended);
+
+// Callable from any thread.
+class BatchReport {
+public:
+    BatchReport(const Console& console, std::size_t all);
+
+    // Each prints the line and counts it. They raise FileNotWritten where nobody takes standard output any more.
+    void ended(const BatchLine& line, const BatchOutcome& outcome);
+    void skipped(const BatchLine& line, const BatchHistory::Ended& ended);
+    void planned(const BatchLine& line);
+
+    BatchTotals totals() const;
+    // 0 without a failure; the exit status that all failures share; otherwise the one of any failure.
+    int exitStatus() const;
+
+private:
+    void print(const std::string& text);
+
+    const Console& Screen;
+    BodySink Out;
+    std::chrono::steady_clock::time_point Start;
+    mutable std::mutex Guard; // of what follows, and of the order of lines
+    BatchTotals Counts;
+    std::map<int, std::size_t> Statuses; // of failures, by exit status
+};
+
+} // namespace netrove::cli

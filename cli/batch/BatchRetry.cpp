@@ -1,0 +1,159 @@
+#include "cli/batch/BatchRetry.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "cli/options/FieldText.h"
+#include "cli/text/NumberText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr int kTransientStatuses[] = {408, 429, 500, 502, 503, 504};
+constexpr std::string_view kIdempotentMethods[] = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "TRACE"};
+
+// A name that is not known may be one whose server did not answer: the library cannot tell them apart.
+constexpr std::string_view kTransientCauses[] = {
+    "VANTIK:webservices:Timeout",
+    "VANTIK:webservices:ConnectionRefused",
+    "VANTIK:webservices:UnknownHost",
+    "VANTIK:webservices:PartialFileWarning",
+    "NETROVE:cli:MaxTime",
+};
+// Connections that end without an answer have an identifier in common with other failures; libcurl's number, at the
+// end of the first argument, says which it is: HTTP/2 framing, no answer, not sent, an HTTP/2 stream that was reset.
+constexpr std::string_view kCopyFailure = "VANTIK:webservices:CopyContentToDataStreamError";
+constexpr std::string_view kTransientEnds[] = {"(CURLE code 16)", "(CURLE code 52)", "(CURLE code 55)",
+                                               "(CURLE code 92)"};
+
+template <class Range, class Value>
+bool contains(const Range& range, const Value& value) {
+    return std::find(std::begin(range), std::end(range), value) != std::end(range);
+}
+
+std::optional<int> smallNumber(std::string_view text) {
+    const auto value = wholeNumber(text);
+    return value && *value <= std::numeric_limits<int>::max() ? std::optional(static_cast<int>(*value)) : std::nullopt;
+}
+
+std::vector<std::string_view> split(std::string_view text, std::string_view separators) {
+    std::vector<std::string_view> words;
+    while (!text.empty()) {
+        const auto end = std::min(text.find_first_of(separators), text.size());
+        if (end != 0)
+            words.push_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return words;
+}
+
+std::optional<unsigned> monthNumber(std::string_view name) {
+    constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    const auto* found = std::find(kMonths.begin(), kMonths.end(), name);
+    if (found == kMonths.end())
+        return std::nullopt;
+    return static_cast<unsigned>(found - kMonths.begin()) + 1;
+}
+
+// A year of two digits that seems to lie more than fifty years ahead is the last one that ended so.
+int fullYear(int year, WallClock::time_point now) {
+    const int current =
+        static_cast<int>(std::chrono::year_month_day(std::chrono::floor<std::chrono::days>(now)).year());
+    const int guess = current - current % 100 + year;
+    return guess > current + 50 ? guess - 100 : guess;
+}
+
+// In seconds: the clock's own unit is too fine for dates that a server may name.
+std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::optional<unsigned> month,
+                                               std::optional<int> day, std::string_view time) {
+    const auto parts = split(time, ":");
+    if (!year || *year > 9999 || !month || !day || *day > 31 || parts.size() != 3)
+        return std::nullopt;
+    const auto hour = smallNumber(parts[0]);
+    const auto minute = smallNumber(parts[1]);
+    const auto second = smallNumber(parts[2]);
+    const std::chrono::year_month_day date(std::chrono::year(*year), std::chrono::month(*month),
+                                           std::chrono::day(static_cast<unsigned>(*day)));
+    if (!date.ok() || !hour || *hour > 23 || !minute || *minute > 59 || !second || *second > 60)
+        return std::nullopt;
+    return std::chrono::sys_days(date) + std::chrono::hours(*hour) + std::chrono::minutes(*minute) +
+           std::chrono::seconds(*second);
+}
+
+// "Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994".
+std::optional<std::chrono::sys_seconds> parseHttpDate(std::string_view text, WallClock::time_point now) {
+    const auto words = split(text, " ");
+    if (words.size() == 6 && words[0].ends_with(',') && words[5] == "GMT")
+        return moment(smallNumber(words[3]), monthNumber(words[2]), smallNumber(words[1]), words[4]);
+    if (words.size() == 5 && !words[0].ends_with(','))
+        return moment(smallNumber(words[4]), monthNumber(words[1]), smallNumber(words[2]), words[3]);
+    if (words.size() != 4 || !words[0].ends_with(',') || words[3] != "GMT")
+        return std::nullopt;
+    const auto date = split(words[1], "-");
+    const auto year = date.size() == 3 ? smallNumber(date[2]) : std::nullopt;
+    if (!year || *year > 99)
+        return std::nullopt;
+    return moment(fullYear(*year, now), monthNumber(date[1]), smallNumber(date[0]), words[2]);
+}
+
+} // namespace
+
+std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_point now) {
+    const bool digits =
+        !value.empty() && std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
+    if (digits) {
+        // However many digits there are: what does not fit is longer than anybody waits.
+        double seconds = 0;
+        for (const char c : value)
+            seconds = std::min(seconds * 10 + (c - '0'), 1e12);
+        return seconds;
+    }
+    const auto when = parseHttpDate(value, now);
+    if (!when)
+        return std::nullopt;
+    const auto second = std::chrono::floor<std::chrono::seconds>(now);
+    const std::chrono::duration<double> rest = now - second;
+    return std::max(0.0, static_cast<double>((*when - second).count()) - rest.count());
+}
+
+bool isTransientStatus(int status) {
+    return contains(kTransientStatuses, status);
+}
+
+bool isIdempotent(std::string_view method) {
+    return contains(kIdempotentMethods, method);
+}
+
+bool isTransient(const FailedAttempt& failed) {
+    const std::string identifier = failed.Message.identifier();
+    if (identifier == "NETROVE:cli:StatusError")
+        return isTransientStatus(failed.Status);
+    if (contains(kTransientCauses, identifier))
+        return true;
+    if (identifier != kCopyFailure || failed.Message.Arguments.empty())
+        return false;
+    const auto* text = std::get_if<std::string>(&failed.Message.Arguments.front());
+    return text != nullptr && std::any_of(std::begin(kTransientEnds), std::end(kTransientEnds),
+                                          [&](std::string_view end) { return text->ends_with(end); });
+}
+
+std::optional<std::chrono::milliseconds> RetryPolicy::waitAfter(int attempts, const FailedAttempt& failed) const {
+    if (attempts > Wanted.Retries || !isTransient(failed))
+        return std::nullopt;
+    if (!Wanted.Unsafe && !failed.NothingSent && !isIdempotent(failed.Method))
+        return std::nullopt;
+    // Many clients that failed at once must not come back at once.
+    double seconds = 0;
+    if (const auto wish = parseRetryAfter(failed.RetryAfter, Now()))
+        seconds = *wish + Wanted.FirstWait * Random();
+    else
+        seconds = std::min(std::ldexp(Wanted.FirstWait, attempts - 1), Wanted.LongestWait) * (0.5 + 0.5 * Random());
+    return std::chrono::milliseconds(std::llround(std::min(seconds, Wanted.LongestWait) * 1000));
+}
+
+} // namespace netrove::cli

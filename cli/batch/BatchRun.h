@@ -1,0 +1,64 @@
+// Works a list of transfers off on several threads, each with a scope of its own.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cli/batch/BatchJournal.h"
+#include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchReport.h"
+#include "cli/batch/BatchTransfer.h"
+#include "cli/options/Settings.h"
+#include "cli/terminal/Output.h"
+
+namespace netrove::cli {
+
+class BatchRun {
+public:
+    // What is given outlives this object; `journal` may be null.
+    BatchRun(const Settings& settings, const Console& console, const std::vector<BatchLine>& lines,
+             BatchJournal* journal, BatchReport& report);
+    ~BatchRun();
+    BatchRun(const BatchRun&) = delete;
+    BatchRun& operator=(const BatchRun&) = delete;
+
+    // Until every line has been dealt with, or a signal has come: then each transfer that runs is interrupted and
+    // leaves nothing behind. Raises what ended the run early: output or journal that cannot be written.
+    void run();
+
+private:
+    void work(std::atomic<std::uint64_t>& live);
+    void workThrough(Session& session, std::atomic<std::uint64_t>& live);
+    void leave();
+    void stop(std::exception_ptr reason);
+    void draw(bool last);
+
+    const Settings& Wanted;
+    const Console& Screen;
+    const std::vector<BatchLine>& Lines;
+    BatchJournal* Journal;
+    BatchReport& Report;
+    RetryPolicy Policy;
+    BatchStop Stop;
+    std::atomic<std::size_t> Next = 0;
+    std::vector<std::atomic<std::uint64_t>> Live; // bytes of the transfers that run, one a thread
+    std::atomic<std::size_t> Running = 0;         // transfers
+
+    std::mutex Guard; // of what follows
+    std::set<vantik::Host*> Hosts;
+    std::size_t Workers = 0;
+    std::exception_ptr Reason; // the first
+    int Ended = -1;            // can be read from once a thread has ended
+    std::vector<std::thread> Threads;
+};
+
+} // namespace netrove::cli

@@ -1,0 +1,77 @@
+// One line of a manifest, with its further attempts, in one scope.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "cli/batch/BatchJournal.h"
+#include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchRetry.h"
+#include "cli/exchange/Exchange.h"
+#include "cli/exchange/Session.h"
+#include "cli/failures/ExitStatus.h"
+#include "cli/terminal/Output.h"
+
+namespace netrove::cli {
+
+// How a transfer ended.
+struct BatchOutcome {
+    bool Abandoned = false; // the run was stopped before the transfer had ended; nothing else counts then
+    std::optional<Verdict> Failed;
+    int Status = 0; // of the last response; 0 for none
+    std::uint64_t Bytes = 0;
+    int Attempts = 0;
+    std::chrono::duration<double> Time{}; // waits included
+};
+
+// The wish that a whole run ends: a signal came, or its results cannot be written.
+class BatchStop {
+public:
+    BatchStop();
+    ~BatchStop();
+    BatchStop(const BatchStop&) = delete;
+    BatchStop& operator=(const BatchStop&) = delete;
+
+    void raise() noexcept;
+    bool raised() const noexcept { return Raised.load() || signalSeen() != 0; }
+    // True once the moment has come; false where the run is to end first.
+    bool sleepUntil(Clock::time_point moment) const;
+
+private:
+    std::atomic<bool> Raised = false;
+    int Wake; // can be read from once it is raised
+};
+
+class BatchTransfer {
+public:
+    // What is given outlives this object. `live` gets the bytes of the running attempt; `journal` may be null.
+    BatchTransfer(Session& session, const Settings& settings, const Console& console, const RetryPolicy& policy,
+                  const BatchStop& stop, BatchJournal* journal, std::atomic<std::uint64_t>& live);
+
+    // Raises only what ends the run: a journal that cannot be written, memory.
+    BatchOutcome run(const BatchLine& line);
+
+private:
+    struct Attempt;
+    void attempt(const BatchLine& line, const Settings& wanted, Attempt& state);
+    void send(Attempt& state, const std::string& method);
+    void deliver(const BatchLine& line, Attempt& state);
+    void settle(Attempt& state, const vantik::Message& message, Circumstances circumstances);
+    void tidy();
+
+    Session& State;
+    const Settings& All;
+    const Console& Screen;
+    const RetryPolicy& Policy;
+    const BatchStop& Stop;
+    BatchJournal* Journal;
+    std::atomic<std::uint64_t>& Live;
+};
+
+// The settings of one line: those of the command line, with what the line says itself.
+Settings batchSettings(const Settings& all, const BatchLine& line);
+
+} // namespace netrove::cli

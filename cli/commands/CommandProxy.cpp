@@ -1,0 +1,59 @@
+#include "cli/commands/Commands.h"
+
+#include <span>
+
+#include <nlohmann/json.hpp>
+
+#include "cli/options/ProxyChoice.h"
+#include "cli/options/RefusedUrl.h"
+#include "cli/text/SafeText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr const char* kHidden = "***";
+
+// The lookup takes ASCII alone and says "direct" to what is no URL; the class refuses that as it does for `get`, the
+// lack of a host when it opens a connection, which reaches no server yet.
+std::string asciiUrl(Session& session, const std::string& url) {
+    return maskingRefused(url, [&] {
+        session.Connection = session.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
+        session.Connection.set("URL", vantik::Array(url));
+        session.Connection.call("openConnection", std::span<const vantik::Array>(), 0);
+        const std::string ascii = session.Connection.get("URL").text();
+        session.Connection = vantik::Object();
+        return ascii;
+    });
+}
+
+std::string row(const Console& console, std::string_view label, const std::string& value) {
+    std::string padded(label);
+    padded.resize(10, ' ');
+    return console.styled(Style::Bold, padded) + printable(value) + "\n";
+}
+
+} // namespace
+
+int runProxy(Session& session, const Settings& settings, const Console& console) {
+    const ProxyChoice proxy = lookUpProxy(session.Host, asciiUrl(session, settings.Url));
+    const std::string password = proxy.Password.empty() || settings.ShowPassword ? proxy.Password : kHidden;
+    if (settings.Json) {
+        const nlohmann::ordered_json object = {{"url", settings.Url},    {"direct", proxy.Host.empty()},
+                                               {"host", proxy.Host},     {"port", proxy.Port},
+                                               {"username", proxy.User}, {"password", password}};
+        console.print(object.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
+        return kExitDone;
+    }
+    if (proxy.Host.empty()) {
+        console.print("No proxy: a direct connection.\n");
+        return kExitDone;
+    }
+    std::string text = row(console, "Host", proxy.Host) + row(console, "Port", std::to_string(proxy.Port));
+    if (!proxy.User.empty())
+        text += row(console, "User", proxy.User) + row(console, "Password", password);
+    console.print(text);
+    return kExitDone;
+}
+
+} // namespace netrove::cli

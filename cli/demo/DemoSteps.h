@@ -1,0 +1,64 @@
+// The steps of the tour.
+#pragma once
+
+#include <filesystem>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "cli/demo/DemoServer.h"
+#include "cli/exchange/Session.h"
+#include "cli/terminal/Output.h"
+
+namespace netrove::cli {
+
+// What a step found not to be as it should.
+class StepFailed : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// What a step works with.
+class DemoStage {
+public:
+    DemoStage(Session& session, const Console& console, DemoServer& server, std::filesystem::path folder)
+        : State(session), Screen(console), Server(server), Folder(std::move(folder)) {}
+
+    void say(std::string_view text) const;
+    void expect(bool condition, const char* what) const {
+        if (!condition)
+            throw StepFailed(what);
+    }
+
+    // The session's connection, made anew and opened for a URL, with the method set. `newer` is the interface that it
+    // speaks for. Nothing else may hold the object: one that is destroyed later would close the next one.
+    const vantik::Object& open(const std::string& url, std::string_view method = "GET", bool newer = true);
+    void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
+    // The failure that an operation raises; StepFailed where it raises none. A real Ctrl-C is passed on.
+    template <class Operation>
+    vantik::Message failureOf(Operation operation, const char* what) const {
+        try {
+            operation();
+        } catch (const vantik::Failure& failure) {
+            if (signalSeen() != 0)
+                throw;
+            return failure.message();
+        }
+        throw StepFailed(what);
+    }
+
+    Session& State;
+    const Console& Screen;
+    DemoServer& Server;
+    std::filesystem::path Folder; // for files, removed at the end
+};
+
+struct DemoStep {
+    std::string_view Title;
+    std::string_view Explanation;
+    void (*Run)(DemoStage& stage);
+};
+
+std::span<const DemoStep> demoSteps();
+
+} // namespace netrove::cli

@@ -1,0 +1,93 @@
+// One exchange through the connection object: requests until no redirect is left to follow, then the content.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/exchange/BodySink.h"
+#include "cli/exchange/BodySource.h"
+#include "cli/exchange/Redirects.h"
+#include "cli/exchange/Session.h"
+#include "cli/terminal/Output.h"
+#include "cli/terminal/Progress.h"
+
+namespace netrove::cli {
+
+constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
+
+// The head of the final response.
+struct Response {
+    std::string Url; // of the request that it answers, in ASCII
+    std::string Method;
+    std::string Version;
+    int Status = 0;
+    std::string Reason;
+    std::vector<Field> Fields;
+    int Redirects = 0; // followed on the way to it
+
+    const Field* field(std::string_view name) const; // the first of that name; null for none
+    vantik::Message statusError() const;             // for a status that is taken as a failure
+    // The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8
+    // come out as replacement characters.
+    std::string head() const;
+};
+
+class Exchange {
+public:
+    Exchange(Session& session, const Settings& settings, const Console& console);
+    ~Exchange();
+    Exchange(const Exchange&) = delete;
+    Exchange& operator=(const Exchange&) = delete;
+
+    // Sends, and follows redirects as the settings say. The content has not been read afterwards.
+    Response send();
+
+    // How many bytes of content the response announces, as they are delivered; nothing where that cannot be known.
+    std::optional<std::uint64_t> announcedLength(const Response& response) const;
+
+    // Reads the content through a consumer; gives the number of bytes delivered.
+    std::uint64_t receive(BodySink& sink, ProgressMeter& meter);
+
+    // Ends the exchange. Raises where less came than the whole.
+    void finish();
+    void close();
+
+    // True once a server has answered with a redirect that was followed.
+    bool redirected() const { return Redirected; }
+
+private:
+    // ExchangeSetup.cpp: everything that has to be set before the response can be asked for, in the order in which the
+    // class wants it.
+    void prepare(Request& request);
+    void makeConnection();
+    void setBeforeOpen(const Request& request);
+    void openThroughProxy(const std::string& url);
+    void setAfterOpen(const Request& request);
+    void setBody(const Request& request);
+    std::vector<Field> fieldsFor(const Request& request) const;
+    std::optional<std::uint64_t> bodyLength() const;
+    bool sendsPostData(const Request& request) const;
+
+    Response readHead(const Request& request);
+    // Runs an operation of the library; a failure of our own source or sink comes out of it as it was raised there.
+    template <class Operation>
+    auto guarded(Operation operation, const BodySink* sink = nullptr);
+    void checkStop();
+    void requireWhole() const; // raises what the library has warned of
+    void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
+
+    Session& State;
+    const Settings& Wanted;
+    const Console& Screen;
+    std::optional<std::string> Body; // held in memory
+    std::unique_ptr<BodySource> Source;
+    std::unique_ptr<ProgressMeter> Upload;
+    vantik::Object Provider;
+    bool Redirected = false;
+};
+
+} // namespace netrove::cli

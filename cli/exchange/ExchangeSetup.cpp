@@ -1,0 +1,156 @@
+// The part of an exchange that comes before the response: see Exchange.h.
+#include "cli/exchange/Exchange.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "cli/options/FieldText.h"
+#include "cli/options/ProxyChoice.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr const char* kSchemeClass = "vantik.net.http.AuthenticationScheme";
+constexpr const char* kSystemStore = "default"; // as CertificateFilename: the system's certificates
+const std::vector<std::string> kUsualSchemes = {"Basic", "Digest"};
+
+vantik::Array schemeArray(const std::vector<std::string>& names) {
+    return vantik::Array::enumeration(kSchemeClass, names);
+}
+
+bool hasField(const std::vector<Field>& fields, std::string_view name) {
+    return std::any_of(fields.begin(), fields.end(),
+                       [&](const Field& field) { return equalsIgnoringCase(field.Name, name); });
+}
+
+bool removes(const std::vector<std::string>& names, std::string_view name) {
+    return std::any_of(names.begin(), names.end(),
+                       [&](const std::string& removed) { return equalsIgnoringCase(removed, name); });
+}
+
+// The class takes an empty name for "do not verify", and one of its own for the system's store.
+std::string certificateName(const Settings& settings) {
+    if (!settings.VerifyPeer)
+        return "";
+    if (settings.CaFile.empty())
+        return kSystemStore;
+    return settings.CaFile == kSystemStore ? "./" + settings.CaFile : settings.CaFile;
+}
+
+} // namespace
+
+void Exchange::prepare(Request& request) {
+    makeConnection();
+    setBeforeOpen(request);
+    request.Url = State.Connection.get("URL").text(); // the ASCII form, which the proxy lookup needs
+    openThroughProxy(request.Url);
+    setAfterOpen(request);
+}
+
+// In the newer interface one object serves a whole chain of redirects, so that cookies set on the way count. The older
+// one keeps what it made of a body, which must not reach a request without one.
+void Exchange::makeConnection() {
+    if (State.Connection && !Wanted.Simple)
+        return;
+    State.Connection = vantik::Object();
+    State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Wanted.Simple)});
+}
+
+void Exchange::setBeforeOpen(const Request& request) {
+    const vantik::Object& connection = State.Connection;
+    connection.set("Debug", vantik::Array(static_cast<std::int32_t>(Wanted.Debug)));
+    connection.set("URL", request.Url);
+    connection.set("CertificateFilename", certificateName(Wanted));
+    connection.set("VerifyServerName", Wanted.VerifyName && Wanted.VerifyPeer);
+    connection.set("Decode", Wanted.Decode);
+    connection.set("TimeoutInMilliseconds",
+                   vantik::Array::doubles({Wanted.ConnectTimeout, Wanted.ResponseTimeout, Wanted.DataTimeout}));
+    const bool known = request.Credentials && Wanted.User.has_value();
+    connection.set("Username", known ? *Wanted.User : std::string());
+    connection.set("Password", known ? Wanted.Password.value_or("") : std::string());
+}
+
+void Exchange::openThroughProxy(const std::string& url) {
+    const ProxyChoice proxy = chooseProxy(State.Host, Wanted.Proxy, url);
+    const std::string user = Wanted.ProxyUser.value_or(proxy.User);
+    const std::string password = Wanted.ProxyUser ? Wanted.ProxyPassword.value_or("") : proxy.Password;
+    State.Connection.set("ProxyUsername", user);
+    State.Connection.set("ProxyPassword", password);
+    // Without a host this is a direct connection. It is opened in the same way, because the object would remember the
+    // proxy of the request before.
+    invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
+                                                             {"Port", vantik::Array(double(proxy.Port))}})});
+    if (Wanted.Simple)
+        return; // allows every scheme by itself
+    const bool wanted = !user.empty();
+    invoke("setAuthenticationSchemes",
+           {schemeArray(wanted ? Wanted.ProxyAuth.value_or(kUsualSchemes) : std::vector<std::string>()),
+            vantik::Array(true)});
+}
+
+void Exchange::setAfterOpen(const Request& request) {
+    State.Connection.set("RequestMethod", request.Method);
+    if (!Wanted.Simple) {
+        const bool known = request.Credentials && Wanted.User.has_value();
+        invoke("setAuthenticationSchemes",
+               {schemeArray(known ? Wanted.Auth.value_or(kUsualSchemes) : std::vector<std::string>()),
+                vantik::Array(false)});
+    }
+    setBody(request);
+    const std::vector<Field> fields = fieldsFor(request);
+    if (!fields.empty()) {
+        std::vector<std::vector<vantik::Array>> rows;
+        for (const Field& field : fields)
+            rows.push_back({vantik::Array(field.Name), vantik::Array(field.Value)});
+        invoke("setFields", {vantik::Array::structures({"Name", "Value"}, rows)});
+    }
+    for (const std::string& name : request.RemovedFields)
+        invoke("removeField", {vantik::Array(name)});
+}
+
+// True where the older interface makes the body from PostData and adds the length itself.
+bool Exchange::sendsPostData(const Request& request) const {
+    return Wanted.Simple && (request.Method == "POST" || request.Method == "PUT" || request.Method == "PATCH");
+}
+
+void Exchange::setBody(const Request& request) {
+    const vantik::Object& connection = State.Connection;
+    const bool inMemory = request.Body && Body.has_value();
+    connection.set("PostData", inMemory && sendsPostData(request) ? vantik::Array(*Body) : vantik::Array(""));
+    connection.set("Payload", vantik::Array::bytes(inMemory && !sendsPostData(request) ? std::string_view(*Body)
+                                                                                       : std::string_view()));
+    if (request.Body && Source) {
+        Source->beginRequest();
+        connection.set("ProviderBufferSize", vantik::Array(Wanted.BufferSize));
+        connection.set("Provider", Provider);
+    } else {
+        connection.set("Provider", vantik::Array());
+    }
+}
+
+std::optional<std::uint64_t> Exchange::bodyLength() const {
+    if (Wanted.Chunked)
+        return std::nullopt;
+    return Source ? Source->length() : std::optional<std::uint64_t>(Body ? Body->size() : 0);
+}
+
+std::vector<Field> Exchange::fieldsFor(const Request& request) const {
+    std::vector<Field> fields = request.Fields;
+    const auto addUnlessSet = [&](const char* name, std::string value) {
+        if (!hasField(request.Fields, name) && !removes(request.RemovedFields, name))
+            fields.push_back({name, std::move(value)});
+    };
+    addUnlessSet("User-Agent", "netrove/" NETROVE_VERSION);
+    if (!request.Body)
+        return fields;
+    if (Wanted.BodyText)
+        addUnlessSet("Content-Type", "application/x-www-form-urlencoded");
+    if (const auto length = bodyLength(); length && !sendsPostData(request) && !hasField(fields, "Transfer-Encoding"))
+        addUnlessSet("Content-Length", std::to_string(*length));
+    // An empty value keeps the request from waiting a second for servers that do not answer an expectation.
+    addUnlessSet("Expect", "");
+    return fields;
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,55 @@
+#include "cli/exchange/ResponseJson.h"
+
+#include <cmath>
+#include <sstream>
+
+#include <Poco/Base64Encoder.h>
+#include <nlohmann/json.hpp>
+
+#include "cli/options/FieldText.h"
+#include "cli/text/SafeText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+std::string base64(const std::string& bytes) {
+    std::ostringstream text;
+    Poco::Base64Encoder encoder(text);
+    encoder.rdbuf()->setLineLength(0);
+    encoder << bytes;
+    encoder.close();
+    return text.str();
+}
+
+// To the microsecond: the digits behind say nothing.
+double seconds(std::chrono::duration<double> time) {
+    return std::round(time.count() * 1e6) / 1e6;
+}
+
+} // namespace
+
+std::string responseJson(const Response& response, const ResponseFacts& facts) {
+    nlohmann::ordered_json fields = nlohmann::ordered_json::array();
+    for (const Field& field : response.Fields)
+        fields.push_back({{"name", field.Name}, {"value", isSecretField(field.Name) ? "***" : field.Value}});
+    nlohmann::ordered_json object = {{"url", response.Url},
+                                     {"method", response.Method},
+                                     {"redirects", response.Redirects},
+                                     {"httpVersion", response.Version},
+                                     {"status", response.Status},
+                                     {"reason", response.Reason},
+                                     {"fields", fields},
+                                     {"bytes", facts.Bytes},
+                                     {"secondsToHead", seconds(facts.UntilHead)},
+                                     {"seconds", seconds(facts.UntilEnd)}};
+    if (!facts.Content)
+        object["file"] = facts.File;
+    else if (isUtf8(*facts.Content))
+        object["content"] = *facts.Content;
+    else
+        object["contentBase64"] = base64(*facts.Content);
+    return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,25 @@
+// What came of a request as one JSON object, for programs that read it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "cli/exchange/Exchange.h"
+
+namespace netrove::cli {
+
+struct ResponseFacts {
+    std::uint64_t Bytes = 0; // of content, as delivered
+    std::chrono::duration<double> UntilHead{};
+    std::chrono::duration<double> UntilEnd{};
+    std::string File;                   // that holds the content; empty: Content does
+    std::optional<std::string> Content; // UTF-8 goes in as text, anything else in base64
+};
+
+// One line without its end: url, method, redirects, httpVersion, status, reason, fields (in order, as name and value,
+// that of a secret field masked), bytes, seconds, secondsToHead, and file, content or contentBase64.
+std::string responseJson(const Response& response, const ResponseFacts& facts);
+
+} // namespace netrove::cli

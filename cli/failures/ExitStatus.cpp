@@ -1,0 +1,141 @@
+#include "cli/failures/ExitStatus.h"
+
+#include <csignal>
+#include <cstdio>
+#include <string>
+
+#include "cli/failures/CliFailure.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr ExitMeaning kMeanings[] = {
+    {kExitDone, "completed"},
+    {kExitFailure, "another failure"},
+    {kExitUsage, "wrong usage"},
+    {kExitUrl, "malformed URL, or a scheme other than http and https"},
+    {kExitUnknownHost, "unknown host"},
+    {kExitConnect, "connection refused or failed"},
+    {kExitIncomplete, "incomplete content"},
+    {kExitStatus, "status 400 and above with --fail, or outside 200 to 299 with --simple"},
+    {kExitNotWritten, "file or output not written"},
+    {kExitNotRead, "content to send, or the list of batch, not read"},
+    {kExitTimeout, "timeout"},
+    {kExitStopped, "stopped by the consumer or the progress reporter"},
+    {kExitRedirects, "too many redirects"},
+    {kExitTls, "TLS: certificate or handshake"},
+    {kExitDecoding, "content could not be decoded"},
+    {kExitHungUp, "hung up (the terminal is gone)"},
+    {kExitInterrupted, "interrupted (Ctrl-C)"},
+    {kExitTerminated, "terminated"},
+};
+
+struct Row {
+    std::string_view Identifier;
+    int Status;
+    std::string_view FirstArgument = {}; // empty: whatever the arguments are
+};
+
+// The first row that fits counts; an identifier without a row is another failure.
+constexpr Row kRows[] = {
+    {"VANTIK:webservices:MalformedURL", kExitUrl},
+    {"VANTIK:webservices:ExpectedProtocol", kExitUrl},
+    {"VANTIK:webservices:FileNotFound", kExitUrl}, // a URL without a host
+    {"VANTIK:webservices:UnknownHost", kExitUnknownHost},
+    {"VANTIK:webservices:ConnectionRefused", kExitConnect},
+    // Also what every unforeseen exception during a send becomes; interrupts among them are told apart by `judge`.
+    {"VANTIK:webservices:ConnectionFailed", kExitConnect},
+    {"VANTIK:webservices:PartialFileWarning", kExitIncomplete},
+    {"VANTIK:webservices:StatusError", kExitStatus},
+    {"VANTIK:webservices:InvalidFilename", kExitNotWritten},
+    {"VANTIK:webservices:CopyContentToDataStreamError", kExitNotWritten, "Error saving to local data stream."},
+    {"VANTIK:webservices:Timeout", kExitTimeout},
+    {"VANTIK:webservices:OperationTerminatedByConsumer", kExitStopped},
+    {"VANTIK:webservices:SSLConnectionNoFile", kExitTls},
+    {"VANTIK:webservices:SSLConnectionSystemFailure", kExitTls},
+    {"VANTIK:webservices:SSLConnectionFailure", kExitTls},
+    {"VANTIK:webservices:CertificateFailedVerification", kExitTls},
+    {"VANTIK:webservices:DecodingError", kExitDecoding},
+    {"VANTIK:webservices:DecodedContentTooLarge", kExitDecoding},
+    {"NETROVE:cli:Usage", kExitUsage},
+    {"NETROVE:cli:BadManifest", kExitUsage},
+    {"NETROVE:cli:NoJournal", kExitNotWritten},
+    {"NETROVE:cli:JournalInUse", kExitNotWritten},
+    {"NETROVE:cli:RedirectRefused", kExitUrl},
+    {"NETROVE:cli:StatusError", kExitStatus},
+    {"NETROVE:cli:FileNotWritten", kExitNotWritten},
+    {"NETROVE:cli:FileExists", kExitNotWritten},
+    {"NETROVE:cli:BinaryToTerminal", kExitNotWritten},
+    {"NETROVE:cli:ContentTooLarge", kExitNotWritten},
+    {"NETROVE:cli:FileNotRead", kExitNotRead},
+    {"NETROVE:cli:ContentChanged", kExitNotRead},
+    {"NETROVE:cli:ContentNotRewound", kExitNotRead},
+    {"NETROVE:cli:MaxTime", kExitTimeout},
+    {"NETROVE:cli:TooManyRedirects", kExitRedirects},
+};
+
+struct SignalRow {
+    int Number;
+    std::string_view Name;
+    int Status;
+};
+
+constexpr SignalRow kSignals[] = {
+    {SIGHUP, "SIGHUP", kExitHungUp},
+    {SIGINT, "SIGINT", kExitInterrupted},
+    {SIGTERM, "SIGTERM", kExitTerminated},
+};
+
+bool firstArgumentIs(const vantik::Message& message, std::string_view text) {
+    if (message.Arguments.empty())
+        return false;
+    const auto* argument = std::get_if<std::string>(&message.Arguments.front());
+    return argument != nullptr && *argument == text;
+}
+
+bool couldBeInterrupt(const vantik::Message& message, const Circumstances& circumstances) {
+    return circumstances.Interrupted || message.identifier() == "VANTIK:webservices:ConnectionFailed" ||
+           message.identifier() == "VANTIK:webservices:OperationTerminatedByConsumer";
+}
+
+std::string secondsText(double seconds) {
+    char buffer[32];
+    const int length = std::snprintf(buffer, sizeof buffer, "%.3f", seconds);
+    std::string text(buffer, static_cast<std::size_t>(length));
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.'))
+        text.pop_back();
+    return text;
+}
+
+} // namespace
+
+std::span<const ExitMeaning> exitMeanings() {
+    return kMeanings;
+}
+
+int exitStatus(const vantik::Message& message) {
+    const std::string identifier = message.identifier();
+    for (const Row& row : kRows)
+        if (row.Identifier == identifier && (row.FirstArgument.empty() || firstArgumentIs(message, row.FirstArgument)))
+            return row.Status;
+    return kExitFailure;
+}
+
+Verdict judge(const vantik::Message& message, const Circumstances& circumstances) {
+    for (const SignalRow& row : kSignals)
+        if (row.Number == circumstances.Signal)
+            return {cliMessage(failure::kInterrupted, {std::string(row.Name)}, "interrupted"), row.Status};
+    if (circumstances.MaxTimeElapsed && couldBeInterrupt(message, circumstances)) {
+        const std::string seconds = secondsText(circumstances.MaxTimeSeconds);
+        return {
+            cliMessage(failure::kMaxTime, {seconds}, "not complete after " + seconds + " s, the limit of --max-time"),
+            kExitTimeout};
+    }
+    if (circumstances.Interrupted)
+        return {message, circumstances.StoppedByProgram ? kExitStopped : kExitInterrupted};
+    return {message, exitStatus(message)};
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,237 @@
+// Completions for the shells.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "cli/options/OptionTable.h"
+#include "cli/options/Reference.h"
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr std::string_view kOrigin = "Change the tables of the command line instead.\n";
+
+// How the value of an option is completed: the name of the value says it.
+struct Values {
+    bool Files = false;
+    bool List = false; // several of the words, by commas
+    std::vector<std::string> Words;
+};
+
+Values valuesOf(const OptionRow& row) {
+    Values values;
+    values.Files = row.ValueName == "FILE";
+    values.List = row.ValueName == "LIST";
+    if (values.List)
+        values.Words.assign(knownSchemes().begin(), knownSchemes().end());
+    if (row.ValueName.find('|') == row.ValueName.npos)
+        return values;
+    for (std::size_t start = 0; start <= row.ValueName.size();) {
+        const auto end = std::min(row.ValueName.find('|', start), row.ValueName.size());
+        const std::string word(row.ValueName.substr(start, end - start));
+        const bool placeholder = std::any_of(word.begin(), word.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
+        if (!placeholder)
+            values.Words.push_back(word);
+        start = end + 1;
+    }
+    return values;
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += (text.empty() ? "" : " ") + word;
+    return text;
+}
+
+std::vector<std::string> optionWords(unsigned commands) {
+    std::vector<std::string> words;
+    for (const OptionRow& row : optionTable())
+        if ((row.Commands & commands) != 0) {
+            words.push_back("--" + std::string(row.LongName));
+            if (row.ShortName != 0)
+                words.push_back(std::string("-") + row.ShortName);
+        }
+    words.emplace_back("--help");
+    words.emplace_back("-h");
+    return words;
+}
+
+std::vector<std::string> commandWords() {
+    std::vector<std::string> words;
+    for (const CommandRow& command : commandTable())
+        words.emplace_back(command.Name);
+    return words;
+}
+
+// What can stand behind a command that takes a topic.
+std::vector<std::string> helpWords() {
+    std::vector<std::string> words = commandWords();
+    const std::vector<std::string> topics = topicNames();
+    words.insert(words.end(), topics.begin(), topics.end());
+    return words;
+}
+
+// Text in single quotes, for a shell that ends and begins them around a quote.
+std::string quoted(std::string_view text) {
+    std::string result = "'";
+    for (const char c : text) {
+        if (c == '\'')
+            result += "'\\''";
+        else
+            result += c;
+    }
+    return result + "'";
+}
+
+// In a description of zsh brackets and colons end what they stand in.
+std::string zshText(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        if (c == '[' || c == ']' || c == ':' || c == '\\')
+            result += '\\';
+        result += c;
+    }
+    return result;
+}
+
+std::string zshValue(const OptionRow& row) {
+    if (row.ValueName.empty())
+        return "";
+    const Values values = valuesOf(row);
+    const std::string what = ":" + zshText(row.ValueName) + ":";
+    if (values.Files)
+        return what + "_files";
+    if (values.List)
+        return what + "_values -s , scheme " + joined(values.Words);
+    return values.Words.empty() ? what : what + "(" + joined(values.Words) + ")";
+}
+
+std::string zshOptions(unsigned commands) {
+    std::string text;
+    for (const OptionRow& row : optionTable()) {
+        if ((row.Commands & commands) == 0)
+            continue;
+        const std::string description = "[" + zshText(row.Help) + "]" + zshValue(row);
+        if (row.ShortName != 0)
+            text += "        " + quoted("*-" + std::string(1, row.ShortName) + description) + "\n";
+        text += "        " + quoted("*--" + std::string(row.LongName) + description) + "\n";
+    }
+    return text + "        '(- *)'{-h,--help}'[print help]'\n";
+}
+
+// What follows the condition in a line of fish.
+std::string fishOption(const OptionRow& row) {
+    std::string text = "-l " + std::string(row.LongName);
+    if (row.ShortName != 0)
+        text += std::string(" -s ") + row.ShortName;
+    const Values values = valuesOf(row);
+    if (!row.ValueName.empty())
+        text += values.Files ? " -r -F" : " -x";
+    if (!values.Words.empty())
+        text += " -a " + quoted(joined(values.Words));
+    return text + " -d " + quoted(row.Help) + "\n";
+}
+
+} // namespace
+
+std::string bashCompletion() {
+    std::string text = "# Completion for bash, made by 'netrove help bash'. " + std::string(kOrigin);
+    text += "_netrove() {\n"
+            "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i\n"
+            "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
+            "        case ${COMP_WORDS[i]} in\n"
+            "        " +
+            [] {
+                std::string pattern;
+                for (const std::string& name : commandWords())
+                    pattern += (pattern.empty() ? "" : " | ") + name;
+                return pattern;
+            }() +
+            ")\n"
+            "            command=${COMP_WORDS[i]}\n"
+            "            break\n"
+            "            ;;\n"
+            "        esac\n"
+            "    done\n"
+            "    COMPREPLY=()\n"
+            "    case $before in\n";
+    for (const OptionRow& row : optionTable()) {
+        const Values values = valuesOf(row);
+        if (row.ValueName.empty())
+            continue;
+        text += "    --" + std::string(row.LongName);
+        if (row.ShortName != 0)
+            text += std::string(" | -") + row.ShortName;
+        text += ")\n";
+        if (values.Files)
+            text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
+        else if (values.List)
+            text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
+                    quoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
+        else if (!values.Words.empty())
+            text += "        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(values.Words)) + " -- \"$word\")\n";
+        text += "        return\n        ;;\n";
+    }
+    text += "    esac\n    case $command in\n";
+    for (const CommandRow& command : commandTable()) {
+        text += "    " + std::string(command.Name) + ")\n        [[ $word == -* ]] &&\n" +
+                "            mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(optionWords(command.Set))) +
+                " -- \"$word\")\n";
+        if (command.Topic)
+            text += "        [[ $word == -* ]] ||\n            mapfile -t COMPREPLY < <(compgen -W " +
+                    quoted(joined(helpWords())) + " -- \"$word\")\n";
+        text += "        ;;\n";
+    }
+    std::vector<std::string> first = commandWords();
+    for (const std::string& word : optionWords(kProgram))
+        first.push_back(word);
+    text += "    *)\n        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(first)) +
+            " -- \"$word\")\n        ;;\n    esac\n}\ncomplete -o default -F _netrove netrove\n";
+    return text;
+}
+
+std::string zshCompletion() {
+    std::string text = "#compdef netrove\n# Completion for zsh, made by 'netrove help zsh'. " + std::string(kOrigin);
+    text += "_netrove() {\n    local context state line\n    _arguments -C \\\n"
+            "        '1:command:->command' \\\n        '*::arguments:->arguments'\n"
+            "    case $state in\n    command)\n        local -a commands=(\n";
+    for (const CommandRow& command : commandTable())
+        text += "            " + quoted(std::string(command.Name) + ":" + std::string(command.Summary)) + "\n";
+    text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
+    for (const CommandRow& command : commandTable()) {
+        const std::string rest =
+            command.Topic ? "'1:topic:(" + joined(helpWords()) + ")'" : std::string("'*:argument:_default'");
+        text += "        " + std::string(command.Name) + ")\n            local -a options=(\n" +
+                zshOptions(command.Set) + "            )\n            _arguments -s $options " + rest + "\n" +
+                "            ;;\n";
+    }
+    return text + "        esac\n        ;;\n    esac\n}\n_netrove \"$@\"\n";
+}
+
+std::string fishCompletion() {
+    std::string text = "# Completion for fish, made by 'netrove help fish'. " + std::string(kOrigin);
+    const std::string before = "not __fish_seen_subcommand_from " + joined(commandWords());
+    for (const OptionRow& row : optionTable())
+        if ((row.Commands & kProgram) != 0)
+            text += "complete -c netrove -f -n '" + before + "' " + fishOption(row);
+    for (const CommandRow& command : commandTable())
+        text += "complete -c netrove -f -n '" + before + "' -a " + std::string(command.Name) + " -d " +
+                quoted(command.Summary) + "\n";
+    for (const OptionRow& row : optionTable()) {
+        std::vector<std::string> takers;
+        for (const CommandRow& command : commandTable())
+            if ((row.Commands & command.Set) != 0)
+                takers.emplace_back(command.Name);
+        if (!takers.empty())
+            text += "complete -c netrove -n '__fish_seen_subcommand_from " + joined(takers) + "' " + fishOption(row);
+    }
+    for (const CommandRow& command : commandTable())
+        if (command.Topic)
+            text += "complete -c netrove -f -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
+                    quoted(joined(helpWords())) + "\n";
+    return text;
+}
+
+} // namespace netrove::cli

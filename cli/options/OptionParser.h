@@ -1,0 +1,35 @@
+// The parser, filled from the option table.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/options/OptionTable.h"
+#include "cli/options/Settings.h"
+
+namespace netrove::cli {
+
+// The value of an option with a secret in it, as it was written.
+struct SecretValue {
+    std::string Text;
+    Secrecy Kind;
+};
+
+struct ParseResult {
+    Settings Wanted;
+    std::vector<SecretValue> Secrets;
+    std::optional<std::string> Help; // asked for: print this and stop
+};
+
+// Raises a usage failure. The settings are complete but for passwords that are to be asked for.
+ParseResult parseCommandLine(int argc, const char* const* argv);
+
+// True where `--json-errors` stands among the arguments; for failures of the parse itself.
+bool wantsJsonErrors(int argc, const char* const* argv);
+
+// Overwrites the values of secret options, and user names and passwords in URLs, so that the list of processes no
+// longer shows them. Best effort: they were there for a moment.
+void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets);
+
+} // namespace netrove::cli

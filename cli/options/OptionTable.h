@@ -1,0 +1,61 @@
+// Every option of the command line, as data: the parser and the help are made from this one table.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "cli/options/Settings.h"
+
+namespace netrove::cli {
+
+// The commands that an option belongs to, as a set.
+enum CommandSet : unsigned {
+    kGet = 1u << 0,
+    kSave = 1u << 1,
+    kSend = 1u << 2,
+    kProxy = 1u << 3,
+    kDescribe = 1u << 4,
+    kDemo = 1u << 5,
+    kHelp = 1u << 6,
+    kProgram = 1u << 7, // before any command
+    kBatch = 1u << 8,
+    kSingle = kGet | kSave | kSend,
+    kTransfers = kSingle | kBatch,
+    kAll = kTransfers | kProxy | kDescribe | kDemo | kHelp | kProgram,
+};
+
+// Which part of a value is kept from the list of processes.
+enum class Secrecy { None, Whole, AfterColon, BeforeAt, FieldValue };
+
+struct OptionRow {
+    std::string_view LongName;
+    char ShortName;             // 0 for none
+    std::string_view ValueName; // empty for a flag
+    std::string_view Group;     // the heading in the help
+    unsigned Commands;
+    std::string_view Help;
+    // Takes one occurrence over; a flag's value is empty. Raises a usage failure. Repeated: in the order given.
+    void (*Apply)(Settings& settings, const std::string& value);
+    Secrecy Secret = Secrecy::None;
+};
+
+std::span<const OptionRow> optionTable(); // in the order of the help
+
+// The authentication schemes that an option with the value LIST takes, as they are written.
+std::span<const std::string_view> knownSchemes();
+
+struct CommandRow {
+    std::string_view Name;
+    Command Kind;
+    unsigned Set;
+    std::string_view Summary;
+    bool Url;              // takes a URL
+    bool Target;           // takes a file after it
+    bool Topic;            // takes a topic
+    bool Manifest = false; // takes a list of transfers
+};
+
+std::span<const CommandRow> commandTable();
+
+} // namespace netrove::cli

@@ -1,0 +1,101 @@
+#include "cli/options/Settings.h"
+
+#include "cli/failures/CliFailure.h"
+#include "cli/options/FieldText.h"
+#include "cli/text/UrlText.h"
+
+namespace netrove::cli {
+
+namespace {
+
+// A silent server is given up after this long; a slow one that keeps sending is not.
+constexpr double kDefaultConnectMs = 30'000;
+constexpr double kDefaultSilenceMs = 300'000;
+
+void refuse(bool condition, const char* text) {
+    if (condition)
+        failUsage(text);
+}
+
+void adoptUserInfo(Settings& settings) {
+    const UserInfo found = takeUserInfo(settings.Url);
+    if (!found.Present || settings.User)
+        return;
+    settings.User = found.User;
+    if (!settings.Password && found.Password)
+        settings.Password = found.Password;
+}
+
+void checkBody(const Settings& settings) {
+    const int bodies =
+        int(settings.BodyText.has_value()) + int(!settings.BodyFile.empty()) + int(!settings.StreamFile.empty());
+    refuse(bodies > 1, "only one of --body, --body-file and --stream-file can be given");
+    if (settings.hasBody()) {
+        // The class would send such a request under another method.
+        const std::string method = settings.effectiveMethod();
+        refuse(equalsIgnoringCase(method, "GET") || equalsIgnoringCase(method, "HEAD"),
+               "a request with the method GET or HEAD has no body; choose another with --method");
+    }
+    refuse(settings.Simple && !settings.StreamFile.empty(),
+           "--stream-file needs the newer interface; leave out --simple");
+    const int readers = settings.InputReaders + int(settings.BodyFile == "-") + int(settings.StreamFile == "-") +
+                        int(settings.Batch.Manifest == "-");
+    refuse(readers > 1, "standard input can be read for one thing only");
+    refuse(settings.Chunked && !settings.hasBody(), "--chunked needs a body");
+    refuse(settings.BufferSize != 0 && settings.StreamFile.empty(), "--buffer-size needs --stream-file");
+}
+
+void checkBatch(const BatchSettings& batch) {
+    refuse(batch.Manifest.empty(), "the name of the manifest is empty");
+    refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal exclude each other");
+    refuse(batch.LongestRetryWait < batch.RetryWait, "--retry-max-wait is less than --retry-wait");
+}
+
+} // namespace
+
+Settings::Settings()
+    : ConnectTimeout(kDefaultConnectMs), ResponseTimeout(kDefaultSilenceMs), DataTimeout(kDefaultSilenceMs) {}
+
+std::string Settings::effectiveMethod() const {
+    if (!Method.empty())
+        return Method;
+    if (!StreamFile.empty())
+        return "PUT";
+    return hasBody() ? "POST" : "GET";
+}
+
+int Settings::redirectLimit() const {
+    if (MaxRedirects)
+        return *MaxRedirects;
+    return Command == Command::Send ? 0 : kDefaultRedirects;
+}
+
+void completeSettings(Settings& settings) {
+    if (settings.Command == Command::Demo || settings.Command == Command::Describe || settings.Command == Command::None)
+        return;
+    if (settings.Command == Command::Batch) {
+        checkBatch(settings.Batch);
+    } else {
+        refuse(settings.Url.empty(), "the URL is empty");
+        refuse(hasControlBytes(settings.Url), "the URL has control characters");
+        adoptUserInfo(settings);
+    }
+    if (settings.User)
+        checkUserName(*settings.User);
+    if (settings.Password)
+        checkPassword(*settings.Password);
+    refuse(settings.Password && !settings.User, "--password needs --user");
+    if (settings.Command == Command::Proxy)
+        return;
+    checkBody(settings);
+    refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
+    refuse(settings.Auth && !settings.User, "--auth needs --user");
+    refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
+           "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
+    refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify exclude each other");
+    refuse(settings.Json && settings.Include, "--json tells the head by itself; leave out --include");
+    refuse(settings.Json && settings.OutputFile == "-", "--json writes its object to standard output; name a file");
+    refuse(settings.Target == "-", "save writes a file; use get for standard output");
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,81 @@
+#include "cli/system/TemporaryEntry.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <vector>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace netrove::cli {
+
+namespace {
+
+std::vector<TemporaryEntry*> theEntries; // guarded by theLock
+std::atomic<bool> theLock = false;       // a lock that a signal handler can take too
+
+// Holds the lock. No signal comes to this thread meanwhile, so that its handler cannot wait for us here.
+class Undivided {
+public:
+    Undivided() {
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int number : {SIGHUP, SIGINT, SIGTERM})
+            sigaddset(&ending, number);
+        pthread_sigmask(SIG_BLOCK, &ending, &Before);
+        while (theLock.exchange(true))
+            theLock.wait(true);
+    }
+    ~Undivided() {
+        const int savedErrno = errno;
+        theLock = false;
+        theLock.notify_one();
+        pthread_sigmask(SIG_SETMASK, &Before, nullptr);
+        errno = savedErrno;
+    }
+    Undivided(const Undivided&) = delete;
+    Undivided& operator=(const Undivided&) = delete;
+
+private:
+    sigset_t Before;
+};
+
+} // namespace
+
+TemporaryEntry::~TemporaryEntry() {
+    if (!There)
+        return;
+    const Undivided step;
+    unlinkat(Folder, name(), 0);
+    std::erase(theEntries, this);
+}
+
+int TemporaryEntry::make(const std::function<int()>& call) {
+    const Undivided step;
+    theEntries.push_back(this);
+    const int result = call();
+    There = result >= 0;
+    if (!There)
+        theEntries.pop_back();
+    return result;
+}
+
+int TemporaryEntry::take(const std::function<int()>& call) {
+    const Undivided step;
+    const int result = call();
+    if (result >= 0) {
+        There = false;
+        std::erase(theEntries, this);
+    }
+    return result;
+}
+
+void removeTemporaryEntries() noexcept {
+    while (theLock.exchange(true))
+        poll(nullptr, 0, 1); // ms
+    for (const TemporaryEntry* entry : theEntries)
+        unlinkat(entry->Folder, entry->name(), 0);
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,56 @@
+// What goes to the terminal or to whoever reads standard output and standard error.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/Settings.h"
+
+namespace netrove::cli {
+
+// Writes all of it, again after a signal. False with errno set where that is impossible.
+bool writeAll(int descriptor, std::string_view bytes);
+
+enum class Style { Plain, Bold, Good, Bad, Faint };
+
+class Console {
+public:
+    Console();
+
+    // Colours by choice, by NO_COLOR and by what the streams are; failures as text or JSON.
+    void configure(ColorChoice color, bool jsonErrors);
+    // Texts that are never to be shown; shorter ones than four characters would garble every message and are not taken.
+    void hide(std::string secret);
+
+    bool outIsTerminal() const { return OutTerminal; }
+    bool errIsTerminal() const { return ErrTerminal; }
+
+    // To standard output as it stands; whoever prints what a server said makes it safe first.
+    void print(std::string_view text) const;
+    // Wraps text for standard output in colour where that is wanted.
+    std::string styled(Style style, std::string_view text) const;
+
+    // One line each on standard error.
+    void note(std::string_view text) const;
+    void warning(const vantik::Message& message) const;
+    void failure(const Verdict& verdict) const;
+
+    // The line or JSON object that `failure` writes, without colour and without the line end.
+    std::string failureText(const Verdict& verdict) const;
+
+private:
+    std::string safe(std::string_view text) const;
+    std::string masked(std::string_view text) const;
+    void line(Style style, std::string_view label, std::string_view text) const;
+
+    bool OutTerminal;
+    bool ErrTerminal;
+    bool OutColor = false;
+    bool ErrColor = false;
+    bool Json = false;
+    std::vector<std::string> Secrets;
+};
+
+} // namespace netrove::cli

@@ -1,0 +1,168 @@
+#include "embedded/iri/IriHost.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include <boost/url/ipv6_address.hpp>
+#include <boost/url/parse.hpp>
+#include <unicode/uidna.h>
+
+#include "embedded/iri/IriText.h"
+#include "embedded/text/TextConversion.h"
+
+namespace vantik::detail {
+
+namespace {
+
+// A name has at most 253 ASCII characters. This allows for percent-encodings and for characters that the mapping drops,
+// and keeps the mapping, which is slow for long labels, from being given more than it can do at once.
+constexpr std::size_t kLongestHost = 2048;
+
+constexpr std::uint32_t kUts46Options =
+    UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ | UIDNA_NONTRANSITIONAL_TO_ASCII | UIDNA_NONTRANSITIONAL_TO_UNICODE;
+
+// Names with hyphens in these places are in use ("r3---sn.example"), so they are no reason to refuse one.
+constexpr std::uint32_t kAcceptedErrors =
+    UIDNA_ERROR_HYPHEN_3_4 | UIDNA_ERROR_LEADING_HYPHEN | UIDNA_ERROR_TRAILING_HYPHEN;
+
+struct Reason {
+    std::uint32_t Error;
+    const char* Text;
+};
+
+// The first one that applies is named.
+constexpr Reason kReasons[] = {
+    {UIDNA_ERROR_EMPTY_LABEL, "empty label in the host name"},
+    {UIDNA_ERROR_LABEL_TOO_LONG, "label of more than 63 characters in the host name"},
+    {UIDNA_ERROR_DOMAIN_NAME_TOO_LONG, "host name of more than 253 characters"},
+    {UIDNA_ERROR_LEADING_COMBINING_MARK, "label that starts with a combining mark in the host name"},
+    {UIDNA_ERROR_DISALLOWED, "character that host names must not hold"},
+    {UIDNA_ERROR_PUNYCODE, "label whose ASCII form cannot be decoded in the host name"},
+    {UIDNA_ERROR_LABEL_HAS_DOT, "label with a dot in its ASCII form in the host name"},
+    {UIDNA_ERROR_INVALID_ACE_LABEL, "label with an invalid ASCII form in the host name"},
+    {UIDNA_ERROR_BIDI, "label that mixes writing directions in the host name"},
+    {UIDNA_ERROR_CONTEXTJ, "joiner in a place where it must not stand in the host name"},
+};
+
+const char* reasonFor(std::uint32_t errors) {
+    const auto* found = std::find_if(std::begin(kReasons), std::end(kReasons),
+                                     [errors](const Reason& row) { return (errors & row.Error) != 0; });
+    return found == std::end(kReasons) ? "host name that is not valid" : found->Text;
+}
+
+struct CloseIdna {
+    void operator()(UIDNA* idna) const noexcept { uidna_close(idna); }
+};
+
+// ICU's object for UTS 46 never changes after it has been opened, so all threads share it.
+const UIDNA* uts46() {
+    static const std::unique_ptr<UIDNA, CloseIdna> instance = [] {
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<UIDNA, CloseIdna> opened(uidna_openUTS46(kUts46Options, &status));
+        if (U_FAILURE(status))
+            throw std::runtime_error(std::string("the host name rules cannot be loaded: ") + u_errorName(status));
+        return opened;
+    }();
+    return instance.get();
+}
+
+using Mapping = int32_t (*)(const UIDNA*, const UChar*, int32_t, UChar*, int32_t, UIDNAInfo*, UErrorCode*);
+
+// Applies one direction of UTS 46; what it found wrong is in `errors`.
+std::u16string mapName(Mapping mapping, std::u16string_view name, std::uint32_t& errors) {
+    std::u16string result(name.size() + 256, u'\0');
+    for (;;) {
+        UErrorCode status = U_ZERO_ERROR;
+        UIDNAInfo info = UIDNA_INFO_INITIALIZER;
+        const int32_t length = mapping(uts46(), name.data(), static_cast<int32_t>(name.size()), result.data(),
+                                       static_cast<int32_t>(result.size()), &info, &status);
+        if (status == U_BUFFER_OVERFLOW_ERROR) {
+            result.resize(static_cast<std::size_t>(length));
+            continue;
+        }
+        errors = U_FAILURE(status) ? std::uint32_t{UIDNA_ERROR_DISALLOWED} : info.errors;
+        result.resize(U_FAILURE(status) ? 0 : static_cast<std::size_t>(length));
+        return result;
+    }
+}
+
+std::string lowered(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 0x20) : c; });
+    return text;
+}
+
+// The characters of a checked text that are in ASCII; refuses others.
+std::string asciiOnly(std::u16string_view text, std::size_t position) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] > 0x7F)
+            refuseIri("character outside ASCII in an address", position + i);
+        result.push_back(static_cast<char>(text[i]));
+    }
+    return result;
+}
+
+// "[" address "]"
+std::string addressToAscii(std::u16string_view host, std::size_t position) {
+    const std::string text = lowered(asciiOnly(host, position));
+    const std::string_view address = std::string_view(text).substr(1, text.size() - 2);
+    // The form reserved for future addresses is a matter of the grammar alone.
+    if (!address.starts_with('v') && !boost::urls::parse_ipv6_address(address))
+        refuseIri("malformed IPv6 address", position);
+    return text;
+}
+
+std::string nameToAscii(std::u16string_view host, std::size_t position) {
+    // Percent-encodings stand for bytes of UTF-8.
+    std::size_t badByte = 0;
+    const auto decoded = decodeUtf8Strictly(percentDecode(encodeUtf8(host)), badByte);
+    if (!decoded)
+        refuseIri("percent-encoding that is no UTF-8 in the host name", position);
+
+    std::uint32_t errors = 0;
+    const std::u16string mapped = mapName(uidna_nameToASCII, *decoded, errors);
+    if ((errors & ~kAcceptedErrors) != 0)
+        refuseIri(reasonFor(errors & ~kAcceptedErrors), position);
+
+    // The mapping turns look-alikes of delimiters into delimiters (U+FF0F becomes "/"), and leaves blanks.
+    std::string result;
+    for (const char16_t c : mapped) {
+        if (c > 0x7F || !isHostCharacter(static_cast<char>(c)))
+            refuseIri("character that host names must not hold", position);
+        result.push_back(static_cast<char>(c));
+    }
+    if (result.empty())
+        refuseIri("host name without a character", position);
+    return lowered(std::move(result));
+}
+
+} // namespace
+
+std::string hostToAscii(std::u16string_view host, std::size_t position) {
+    if (host.empty())
+        return {};
+    if (host.size() > kLongestHost)
+        refuseIri("host of " + std::to_string(host.size()) + " characters", position);
+    const std::size_t blank = host.find(u' ');
+    if (blank != host.npos)
+        refuseIri("blank in the host", position + blank);
+    if (host.front() == u'[' && host.back() == u']')
+        return addressToAscii(host, position);
+    return nameToAscii(host, position);
+}
+
+std::u16string hostToUnicode(const std::string& asciiHost) {
+    const std::u16string wide(asciiHost.begin(), asciiHost.end());
+    if (wide.empty() || wide.front() == u'[')
+        return wide;
+    std::uint32_t errors = 0;
+    const std::u16string name = mapName(uidna_nameToUnicode, wide, errors);
+    return (errors & ~kAcceptedErrors) == 0 ? name : wide;
+}
+
+} // namespace vantik::detail

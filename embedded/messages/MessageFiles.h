@@ -1,0 +1,19 @@
+// Where the tables of the message catalogue come from.
+#pragma once
+
+#include "embedded/messages/MessageTable.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vantik::detail {
+
+// The tables for a locale, the most special one first; the last one is always the English table that is compiled in. A
+// file that is there but cannot be used is told once on standard error and otherwise passed over.
+std::vector<std::shared_ptr<const MessageTable>> messageTables(const std::string& localeName);
+
+// The names under which a locale is looked up: "de_AT.UTF-8" gives "de_AT" and "de". Empty for what is no locale.
+std::vector<std::string> localeChain(const std::string& localeName);
+
+} // namespace vantik::detail

@@ -1,0 +1,237 @@
+#include "embedded/messages/MessageTable.h"
+
+#include "embedded/messages/MessageFiles.h"
+#include "host/Text.h"
+
+#include <unicode/fmtable.h>
+#include <unicode/locid.h>
+#include <unicode/messagepattern.h>
+#include <unicode/msgfmt.h>
+#include <unicode/unistr.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+
+namespace vantik::detail {
+
+extern const char kEnglishMessages[]; // made from messages/en.txt
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t\r";
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+// A catalogue of one or more parts, a colon and a key.
+bool isFullName(std::string_view name) {
+    const auto isPartCharacter = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+    };
+    std::size_t parts = 0;
+    for (std::size_t start = 0; start <= name.size(); ++parts) {
+        const std::size_t end = std::min(name.find(':', start), name.size());
+        const std::string_view part = name.substr(start, end - start);
+        if (part.empty() || !std::ranges::all_of(part, isPartCharacter)) {
+            return false;
+        }
+        start = end + 1;
+    }
+    return parts >= 2;
+}
+
+// Undoes \n and \\; any other pair stays as it is.
+icu::UnicodeString withoutEscapes(const icu::UnicodeString& text) {
+    icu::UnicodeString result;
+    for (std::int32_t i = 0; i < text.length(); ++i) {
+        const char16_t next = text.charAt(i + 1); // U+FFFF at the end
+        if (text.charAt(i) == u'\\' && (next == u'n' || next == u'\\')) {
+            result.append(next == u'n' ? u'\n' : u'\\');
+            ++i;
+        } else {
+            result.append(text.charAt(i));
+        }
+    }
+    return result;
+}
+
+// Why a pattern cannot be used; empty where it can. `pattern` keeps what the parser read.
+std::string patternProblem(icu::MessagePattern& pattern, const icu::UnicodeString& text) {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError place{};
+    pattern.parse(text, &place, status);
+    if (U_FAILURE(status)) {
+        return std::string("bad pattern at character ") + std::to_string(place.offset + 1) + " (" +
+               u_errorName(status) + ")";
+    }
+    for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
+        const UMessagePatternPartType type = pattern.getPartType(i);
+        if (type == UMSGPAT_PART_TYPE_ARG_NAME) {
+            return "arguments have numbers, not names";
+        }
+        if (type == UMSGPAT_PART_TYPE_ARG_START) {
+            const UMessagePatternArgType kind = pattern.getPart(i).getArgType();
+            if (kind != UMSGPAT_ARG_TYPE_NONE && kind != UMSGPAT_ARG_TYPE_SELECT) {
+                return "arguments are text: only {0} and {0,select,...} are allowed";
+            }
+        }
+    }
+    return {};
+}
+
+// One more than the highest argument number of a pattern.
+std::size_t argumentCount(const icu::MessagePattern& pattern) {
+    std::size_t count = 0;
+    for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
+        if (pattern.getPartType(i) == UMSGPAT_PART_TYPE_ARG_NUMBER) {
+            count = std::max<std::size_t>(count, static_cast<std::size_t>(pattern.getPart(i).getValue()) + 1);
+        }
+    }
+    return count;
+}
+
+// More of one argument than this helps nobody, and ICU counts in 32 bits.
+constexpr std::size_t kLongestArgument = 1U << 20U;
+
+// Text from outside may hold halves of surrogate pairs; a text that shows a failure must not fail itself.
+std::u16string wellFormed(std::u16string text) {
+    if (text.size() > kLongestArgument) {
+        text.resize(kLongestArgument);
+        text += u'\u2026';
+    }
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (U16_IS_LEAD(text[i]) && i + 1 < text.size() && U16_IS_TRAIL(text[i + 1])) {
+            ++i;
+        } else if (U16_IS_SURROGATE(text[i])) {
+            text[i] = u'\uFFFD';
+        }
+    }
+    return text;
+}
+
+std::u16string argumentText(const resource_core::MsgArgument& argument) {
+    if (const auto* number = std::get_if<std::int64_t>(&argument)) {
+        return fl::i18n::to_ustring(std::to_string(*number)); // no grouping: 1404, not 1,404
+    }
+    if (const auto* narrow = std::get_if<std::string>(&argument)) {
+        return wellFormed(fl::i18n::to_ustring(*narrow));
+    }
+    return wellFormed(std::get<std::u16string>(argument));
+}
+
+std::u16string textWithoutPattern(const resource_core::BaseMsgID& id) {
+    std::u16string text = fl::i18n::to_ustring(id.fullName());
+    const char16_t* separator = u" ";
+    for (const resource_core::MsgArgument& argument : id.arguments()) {
+        text += separator + argumentText(argument);
+        separator = u", ";
+    }
+    return text;
+}
+
+} // namespace
+
+MessageTable MessageTable::parse(std::string_view utf8, const std::string& source) {
+    MessageTable table;
+    std::size_t lineNumber = 0;
+    for (std::size_t start = 0; start < utf8.size();) {
+        const std::size_t end = std::min(utf8.find('\n', start), utf8.size());
+        const std::string_view line = trimmed(utf8.substr(start, end - start));
+        start = end + 1;
+        ++lineNumber;
+        if (line.empty() || line.front() == '#') {
+            continue;
+        }
+        const auto problem = [&](const std::string& text) {
+            table.Problems.push_back(source + ":" + std::to_string(lineNumber) + ": " + text);
+        };
+        const std::string name(line.substr(0, line.find_first_of(kBlanks)));
+        if (!isFullName(name)) {
+            problem("\"" + name + "\" is no message name of the form catalogue:key");
+            continue;
+        }
+        const std::string_view text = trimmed(line.substr(name.size()));
+        if (text.empty()) {
+            problem(name + " has no text");
+            continue;
+        }
+        const icu::UnicodeString wide = withoutEscapes(
+            icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size()))));
+        UErrorCode status = U_ZERO_ERROR;
+        icu::MessagePattern pattern(status);
+        if (const std::string reason = patternProblem(pattern, wide); !reason.empty()) {
+            problem(name + ": " + reason);
+            continue;
+        }
+        if (!table.Patterns.try_emplace(name, wide.getBuffer(), static_cast<std::size_t>(wide.length())).second) {
+            problem(name + " stands here for the second time; the first one counts");
+        }
+    }
+    return table;
+}
+
+const std::u16string* MessageTable::find(std::string_view fullName) const {
+    const auto found = Patterns.find(fullName);
+    return found == Patterns.end() ? nullptr : &found->second;
+}
+
+std::vector<std::string> MessageTable::names() const {
+    std::vector<std::string> result;
+    for (const auto& entry : Patterns) {
+        result.push_back(entry.first);
+    }
+    return result;
+}
+
+const MessageTable& MessageTable::english() {
+    // Never destroyed: messages may be wanted while the process ends.
+    static const MessageTable& table = *new MessageTable(parse(kEnglishMessages, "en.txt"));
+    return table;
+}
+
+std::u16string fillPattern(const std::u16string& pattern, const std::vector<resource_core::MsgArgument>& arguments) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::MessagePattern parsed(status);
+    const icu::UnicodeString text(pattern.data(), static_cast<std::int32_t>(pattern.size()));
+    if (U_FAILURE(status) || !patternProblem(parsed, text).empty()) {
+        return {};
+    }
+    // An argument that the pattern names and the message lacks becomes empty; ICU would leave "{2}" in the text.
+    std::vector<icu::Formattable> values(std::max(arguments.size(), argumentCount(parsed)),
+                                         icu::Formattable(icu::UnicodeString()));
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const std::u16string value = argumentText(arguments[i]);
+        values[i] = icu::Formattable(icu::UnicodeString(value.data(), static_cast<std::int32_t>(value.size())));
+    }
+    const icu::MessageFormat format(text, icu::Locale::getRoot(), status);
+    icu::UnicodeString result;
+    icu::FieldPosition ignored;
+    if (U_SUCCESS(status)) {
+        format.format(values.data(), static_cast<std::int32_t>(values.size()), result, ignored, status);
+    }
+    return U_SUCCESS(status) ? std::u16string(result.getBuffer(), static_cast<std::size_t>(result.length()))
+                             : std::u16string();
+}
+
+std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName) {
+    const std::string fullName = id.fullName();
+    for (const auto& table : messageTables(localeName)) {
+        const std::u16string* pattern = table->find(fullName);
+        if (pattern == nullptr) {
+            continue;
+        }
+        std::u16string text = fillPattern(*pattern, id.arguments());
+        if (text.find_first_not_of(u" \t\r\n") != std::u16string::npos) {
+            return text;
+        }
+    }
+    return textWithoutPattern(id);
+}
+
+} // namespace vantik::detail

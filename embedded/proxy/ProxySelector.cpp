@@ -1,0 +1,204 @@
+#include "host/ProxySelector.h"
+
+#include "embedded/proxy/ProxyText.h"
+#include "embedded/proxy/SerialCalls.h"
+#include "embedded/scope/Scope.h"
+#include "embedded/services/Services.h"
+#include "host/Interrupt.h"
+
+#include <proxy.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <list>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace foundation::httpproxy {
+
+ProxyCredentials::~ProxyCredentials() = default;
+
+Proxy::Proxy(std::string host, std::uint16_t port, std::shared_ptr<const ProxyCredentials> credentials)
+    : Host(std::move(host)), Port(port), Credentials(std::move(credentials)) {}
+Proxy::Proxy(const Proxy& other) = default;
+Proxy& Proxy::operator=(const Proxy& other) = default;
+Proxy::~Proxy() = default;
+
+std::string Proxy::getHost() const {
+    return Host;
+}
+
+std::uint16_t Proxy::getPort() const {
+    return Port;
+}
+
+bool Proxy::hasCredentials() const {
+    return Credentials != nullptr;
+}
+
+const ProxyCredentials& Proxy::getCredentials() const {
+    if (!Credentials) {
+        throw std::logic_error("The proxy has no credentials");
+    }
+    return *Credentials;
+}
+
+const Proxy Proxy::NO_PROXY("", 0);
+
+ProxyList::ProxyList() = default;
+ProxyList::ProxyList(std::list<Proxy> proxies) : Proxies(std::move(proxies)) {}
+ProxyList::ProxyList(ProxyList&& other) noexcept = default;
+ProxyList& ProxyList::operator=(ProxyList&& other) noexcept = default;
+ProxyList::~ProxyList() = default;
+
+bool ProxyList::empty() const {
+    return Proxies.empty();
+}
+
+const Proxy& ProxyList::front() const {
+    if (Proxies.empty()) {
+        throw std::logic_error("The list of proxies is empty");
+    }
+    return Proxies.front();
+}
+
+ProxySelector::~ProxySelector() = default;
+
+} // namespace foundation::httpproxy
+
+namespace vantik::detail {
+
+using foundation::httpproxy::Proxy;
+using foundation::httpproxy::ProxyCredentials;
+using foundation::httpproxy::ProxyList;
+
+namespace {
+
+class StoredCredentials final : public ProxyCredentials {
+public:
+    StoredCredentials(std::string username, std::string password)
+        : Username(std::move(username)), Password(std::move(password)) {}
+    std::string getUsername() const override { return Username; }
+    std::string getPassword() const override { return Password; }
+
+private:
+    std::string Username;
+    std::string Password;
+};
+
+// libproxy's reader of settings. It holds the proxy script that it has fetched, and is never freed: that would unload
+// the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone. It answers one
+// question at a time, whatever the thread. A server of proxy scripts that says nothing holds it up without a limit.
+struct SystemSettings {
+    SerialCalls Calls;                 // for all scopes
+    pxProxyFactory* Factory = nullptr; // within a call alone
+};
+
+SystemSettings& systemSettings() {
+    static SystemSettings& instance = *new SystemSettings;
+    return instance;
+}
+
+struct FreeProxies {
+    void operator()(char** proxies) const noexcept { px_proxy_factory_free_proxies(proxies); }
+};
+
+SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& question) {
+    if (settings.Factory == nullptr) {
+        settings.Factory = px_proxy_factory_new();
+    }
+    if (settings.Factory == nullptr) {
+        throw std::runtime_error("The proxy settings of this system cannot be read");
+    }
+    const std::unique_ptr<char*, FreeProxies> answer(px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
+    if (!answer) {
+        throw std::runtime_error("The proxy settings of this system give no answer for this URL");
+    }
+    SerialCalls::Answer texts;
+    for (char** entry = answer.get(); *entry != nullptr; ++entry) {
+        texts.emplace_back(*entry);
+    }
+    return texts;
+}
+
+// Whoever asks takes every failure for one of the URL, and asks again with the scheme alone. So the wish to stop stays
+// for that second question, which takes it.
+void stopWhereWanted(bool askedAgain) {
+    const Scope* const scope = Scope::currentOrNull();
+    if (scope == nullptr || !scope->Interrupt.pending()) {
+        return;
+    }
+    if (!askedAgain) {
+        throw Zentorak::System::InterruptException(false);
+    }
+    utInterruptState::ThrowIfInterruptPending();
+}
+
+[[noreturn]] void refuseSetting(const std::string& reason) {
+    throw std::runtime_error("A proxy setting of this system cannot be used: " + reason);
+}
+
+Proxy proxyOf(const std::string& setting) {
+    try {
+        ProxyText text = readProxy(setting);
+        std::shared_ptr<const ProxyCredentials> credentials;
+        if (text.HasCredentials) {
+            credentials = std::make_shared<StoredCredentials>(std::move(text.Username), std::move(text.Password));
+        }
+        return Proxy(std::move(text.Host), text.Port, std::move(credentials));
+    } catch (const std::invalid_argument& refusal) {
+        refuseSetting(refusal.what());
+    }
+}
+
+// The name of the variable that libproxy reads for a URL: one that is set and empty counts as well.
+const char* environmentVariable(const std::string& question) {
+    constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY"};
+    const std::size_t first = question.starts_with("https:") ? 0 : 2;
+    const auto* const set =
+        std::find_if(names + first, std::end(names), [](const char* name) { return std::getenv(name) != nullptr; });
+    return set == std::end(names) ? nullptr : *set;
+}
+
+// A setting that libproxy does not understand means a direct connection for it. Somebody wanted a proxy, and may need
+// it to stay unseen.
+void refuseIgnoredSetting(const std::string& question) {
+    const char* const name = environmentVariable(question);
+    const char* const value = name == nullptr ? nullptr : std::getenv(name);
+    if (value != nullptr && *value != '\0' && !beginsLikeUrl(value)) {
+        refuseSetting(std::string(name) + " is not written http://HOST:PORT");
+    }
+}
+
+class SystemProxySelector final : public foundation::httpproxy::ProxySelector {
+public:
+    ProxyList getProxies(const std::string& url) override {
+        const std::string question = proxyQuestion(url);
+        const bool schemeAlone = question.ends_with("://");
+        SystemSettings& settings = systemSettings();
+        const SerialCalls::Answer answer =
+            settings.Calls.run([&settings, question] { return askSettings(settings, question); },
+                               [schemeAlone] { stopWhereWanted(schemeAlone); });
+        std::list<Proxy> proxies;
+        for (const std::string& text : answer) {
+            if (text.starts_with("direct://")) {
+                break; // what comes behind a direct connection is for a failure of that
+            }
+            proxies.push_back(proxyOf(text));
+        }
+        if (proxies.empty()) {
+            refuseIgnoredSetting(question);
+        }
+        return ProxyList(std::move(proxies));
+    }
+};
+
+} // namespace
+
+std::shared_ptr<foundation::httpproxy::ProxySelector> makeProxySelector() {
+    return std::make_shared<SystemProxySelector>();
+}
+
+} // namespace vantik::detail

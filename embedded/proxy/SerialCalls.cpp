@@ -1,0 +1,107 @@
+#include "embedded/proxy/SerialCalls.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <exception>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include <pthread.h>
+
+namespace vantik::detail {
+
+namespace {
+
+// How often somebody who waits looks whether to go on. A wish to stop is raised in a signal handler, which can wake
+// nobody.
+constexpr std::chrono::milliseconds kLookInterval{20};
+
+// One call, shared by who waits for it and who runs it. The result is written before `Done`, under the guard of both.
+struct Call {
+    std::function<SerialCalls::Answer()> What;
+    SerialCalls::Answer Result;
+    std::string Failure; // words
+    bool Failed = false;
+    bool Done = false;
+};
+
+// A thread that is started meanwhile takes no signal: they are meant for the program's own threads.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &Before);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &Before, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t Before;
+};
+
+void runKeepingWords(Call& call) {
+    try {
+        call.Result = call.What();
+        return;
+    } catch (const std::exception& failure) {
+        call.Failure = failure.what();
+    } catch (...) {
+        call.Failure = "unknown failure";
+    }
+    call.Failed = true;
+}
+
+} // namespace
+
+struct SerialCalls::State {
+    std::mutex Guard;
+    std::condition_variable Changed;
+    bool Busy = false;
+
+    template <class Condition>
+    void await(std::unique_lock<std::mutex>& lock, const std::function<void()>& checkStop, Condition condition) {
+        while (!condition()) {
+            lock.unlock();
+            checkStop();
+            lock.lock();
+            Changed.wait_for(lock, kLookInterval, condition);
+        }
+    }
+};
+
+SerialCalls::SerialCalls() : Shared(std::make_shared<State>()) {}
+
+SerialCalls::~SerialCalls() = default;
+
+// Each call has a thread of its own, which ends with it: nothing is left behind that a process which forks, or ends,
+// would have to mind.
+SerialCalls::Answer SerialCalls::run(std::function<Answer()> what, const std::function<void()>& checkStop) {
+    const auto call = std::make_shared<Call>();
+    call->What = std::move(what);
+    State& state = *Shared;
+    std::unique_lock lock(state.Guard);
+    state.await(lock, checkStop, [&] { return !state.Busy; });
+    {
+        const SignalsBlocked blocked;
+        std::thread([shared = Shared, call] {
+            runKeepingWords(*call);
+            const std::lock_guard guard(shared->Guard);
+            call->Done = true;
+            shared->Busy = false;
+            shared->Changed.notify_all();
+        }).detach();
+    }
+    state.Busy = true; // still under the guard, which the thread needs to say the contrary
+    state.await(lock, checkStop, [&] { return call->Done; });
+    if (call->Failed) {
+        throw std::runtime_error(call->Failure);
+    }
+    return std::move(call->Result);
+}
+
+} // namespace vantik::detail

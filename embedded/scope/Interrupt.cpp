@@ -1,0 +1,48 @@
+#include "host/Interrupt.h"
+
+#include "embedded/messages/HostFailure.h"
+#include "embedded/scope/Scope.h"
+
+#include <string>
+
+namespace Zentorak::System {
+
+namespace {
+
+std::string interruptText() {
+    const vantik::detail::HostMessage id({}, "VANTIK:host", "Interrupted");
+    return fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(id, fl::i18n::VkLocale::global()));
+}
+
+} // namespace
+
+InterruptException::InterruptException(bool requestedByProgram)
+    : Exception(interruptText()), RequestedByProgram(requestedByProgram) {}
+
+InterruptException::~InterruptException() noexcept = default;
+
+bool InterruptException::requestedByProgram() const noexcept {
+    return RequestedByProgram;
+}
+
+const boost::exception_detail::clone_base* InterruptException::clone() const {
+    return new InterruptException(*this);
+}
+
+void InterruptException::rethrow() const {
+    throw *this;
+}
+
+} // namespace Zentorak::System
+
+namespace utInterruptState {
+
+void ThrowIfInterruptPending() {
+    vantik::detail::InterruptState& state = vantik::detail::Scope::current().Interrupt;
+    if (state.take()) {
+        state.noteStopped();
+        throw Zentorak::System::InterruptException(false);
+    }
+}
+
+} // namespace utInterruptState

@@ -1,0 +1,156 @@
+#include "cli/batch/BatchRetry.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace netrove::cli;
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+// Sunday, 6 November 1994, 08:49:37.
+const WallClock::time_point kNow{784111777s};
+
+class BatchRetry : public testing::Test {
+protected:
+    RetrySettings Settings{.Retries = 10, .FirstWait = 1, .LongestWait = 300, .Unsafe = false};
+    double Share = 0;
+    WallClock::time_point Now = kNow;
+
+    std::optional<milliseconds> wait(int attempts, const FailedAttempt& failed) const {
+        return RetryPolicy(
+                   Settings, [this] { return Share; }, [this] { return Now; })
+            .waitAfter(attempts, failed);
+    }
+    static FailedAttempt cause(const std::string& catalogue, const std::string& key, const std::string& argument = "") {
+        return {.Message = {catalogue, key, {argument}, "x"}, .Method = "GET"};
+    }
+    static FailedAttempt status(int number, const std::string& retryAfter = "") {
+        return {.Message = {"NETROVE:cli", "StatusError", {}, "x"},
+                .Status = number,
+                .RetryAfter = retryAfter,
+                .Method = "GET"};
+    }
+};
+
+TEST_F(BatchRetry, OnlyCausesThatMayPass) {
+    for (const int number : {408, 429, 500, 502, 503, 504})
+        EXPECT_TRUE(wait(1, status(number))) << number;
+    for (const int number : {400, 401, 403, 404, 410, 501, 505})
+        EXPECT_FALSE(wait(1, status(number))) << number;
+    for (const char* key : {"Timeout", "ConnectionRefused", "UnknownHost", "PartialFileWarning"})
+        EXPECT_TRUE(wait(1, cause("VANTIK:webservices", key))) << key;
+    for (const char* key : {"MalformedURL", "SSLConnectionFailure", "CertificateFailedVerification", "DecodingError",
+                            "CopyContentToDataStreamError"})
+        EXPECT_FALSE(wait(1, cause("VANTIK:webservices", key))) << key;
+    EXPECT_TRUE(wait(1, cause("NETROVE:cli", "MaxTime")));
+    for (const char* key : {"FileExists", "FileNotWritten", "TooManyRedirects", "Failure"})
+        EXPECT_FALSE(wait(1, cause("NETROVE:cli", key))) << key;
+    // A connection that ended without an answer, and one whose content cannot be used.
+    const std::string copy = "CopyContentToDataStreamError";
+    EXPECT_TRUE(wait(1, cause("VANTIK:webservices", copy, "Empty reply from server (CURLE code 52)")));
+    EXPECT_FALSE(wait(1, cause("VANTIK:webservices", copy, "Unsupported protocol (CURLE code 1)")));
+}
+
+TEST_F(BatchRetry, AsOftenAsAsked) {
+    Settings.Retries = 2;
+    EXPECT_TRUE(wait(1, status(503)));
+    EXPECT_TRUE(wait(2, status(503)));
+    EXPECT_FALSE(wait(3, status(503)));
+    Settings.Retries = 0;
+    EXPECT_FALSE(wait(1, status(503)));
+}
+
+TEST_F(BatchRetry, WaitsDoubleUpToALimit) {
+    Share = 1; // no shortening
+    Settings.LongestWait = 10;
+    std::vector<long long> waits;
+    for (int attempts = 1; attempts <= 6; ++attempts)
+        waits.push_back(wait(attempts, status(503))->count());
+    EXPECT_EQ(waits, (std::vector<long long>{1000, 2000, 4000, 8000, 10000, 10000}));
+    Settings.Retries = 5000;
+    EXPECT_EQ(wait(4000, status(503)), 10s);
+}
+
+TEST_F(BatchRetry, ChanceShortensUpToHalf) {
+    Share = 0;
+    EXPECT_EQ(wait(3, status(503)), 2s);
+    Share = 0.5;
+    EXPECT_EQ(wait(3, status(503)), 3s);
+}
+
+TEST_F(BatchRetry, RetryAfterCountsInsteadAndHasTheSameLimit) {
+    EXPECT_EQ(wait(3, status(503, "7")), 7s);
+    EXPECT_EQ(wait(3, status(503, "0")), 0s);
+    Share = 0.5;
+    EXPECT_EQ(wait(1, status(429, "7")), 7500ms) << "a little later, so that not all come back at once";
+    EXPECT_EQ(wait(1, status(503, "100000")), 300s);
+    Share = 0;
+    EXPECT_EQ(wait(1, status(503, "Sun, 06 Nov 1994 08:50:00 GMT")), 23s);
+    Now += 20s;
+    EXPECT_EQ(wait(1, status(503, "Sun, 06 Nov 1994 08:50:00 GMT")), 3s);
+    EXPECT_EQ(wait(1, status(503, "Fri, 31 Dec 9999 23:59:59 GMT")), 300s) << "never is not at once";
+    Share = 1;
+    EXPECT_EQ(wait(1, status(503, "soon")), 1s) << "as if it had said nothing";
+}
+
+TEST_F(BatchRetry, WhatMayBeDoneTwiceOnlyWhereNothingWasSentOrWhereAsked) {
+    for (const char* method : {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "TRACE"}) {
+        FailedAttempt failed = status(503);
+        failed.Method = method;
+        EXPECT_TRUE(wait(1, failed)) << method;
+    }
+    for (const char* method : {"POST", "PATCH", "LOCK", "get"}) {
+        FailedAttempt failed = status(503);
+        failed.Method = method;
+        EXPECT_FALSE(wait(1, failed)) << method;
+        failed.NothingSent = true;
+        EXPECT_TRUE(wait(1, failed)) << method;
+        failed.NothingSent = false;
+        Settings.Unsafe = true;
+        EXPECT_TRUE(wait(1, failed)) << method;
+        Settings.Unsafe = false;
+    }
+}
+
+TEST(RetryAfter, ThreeFormsOfADateAreTheSameMoment) {
+    for (const char* text :
+         {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994"}) {
+        EXPECT_EQ(parseRetryAfter(text, kNow - 90s), 90.0) << text;
+        EXPECT_EQ(parseRetryAfter(text, kNow + 90s), 0.0) << text;
+    }
+}
+
+TEST(RetryAfter, AYearOfTwoDigitsIsTheNearOne) {
+    const auto in2026 = WallClock::time_point(std::chrono::sys_days(std::chrono::year(2026) / 1 / 1));
+    EXPECT_EQ(parseRetryAfter("Thursday, 01-Jan-26 00:00:05 GMT", in2026), 5.0);
+    EXPECT_EQ(parseRetryAfter("Sunday, 06-Nov-94 08:49:37 GMT", in2026), 0.0) << "1994, not 2094";
+}
+
+TEST(RetryAfter, ADateFarAwayIsAsFarAsItSays) {
+    // A clock that counts nanoseconds ends in 2262 and begins in 1677.
+    for (const auto& [text, seconds] :
+         {std::pair{"Tue, 01 Jan 2261 00:00:00 GMT", 8398998623.0},
+          std::pair{"Sun, 01 Jan 2299 00:00:00 GMT", 9598144223.0},
+          std::pair{"Fri, 31 Dec 9999 23:59:59 GMT", 252618189022.0},
+          std::pair{"Fri Dec 31 23:59:59 9999", 252618189022.0}, std::pair{"Mon, 01 Jan 1601 00:00:00 GMT", 0.0},
+          std::pair{"Sat, 01 Jan 0000 00:00:00 GMT", 0.0}})
+        EXPECT_EQ(parseRetryAfter(text, kNow), seconds) << text;
+    EXPECT_EQ(parseRetryAfter("Fri, 31 Dec 9999 23:59:59 GMT", kNow + 250ms), 252618189021.75);
+}
+
+TEST(RetryAfter, AnythingElseIsNothing) {
+    for (const char* text :
+         {"", "-1", "1.5", "1 ", "soon", "Sun, 06 Nov 1994 08:49:37", "Sun, 06 Foo 1994 08:49:37 GMT",
+          "Sun, 31 Feb 1994 08:49:37 GMT", "Sun, 262 Nov 1994 08:49:37 GMT", "Sun, 06 Nov 1994 24:49:37 GMT",
+          "Sun, 06 Nov 1994 08:49 GMT", "Sunday, 06-Nov-1994 08:49:37 GMT", "Sun, 06 Nov 99999 08:49:37 GMT",
+          "Sun Nov 6 08:49:37 1994 GMT", "Sun, -6 Nov 1994 08:49:37 GMT", ", , , , , GMT"})
+        EXPECT_FALSE(parseRetryAfter(text, kNow)) << text;
+    EXPECT_EQ(parseRetryAfter("99999999999999999999999999999999", kNow), 1e12);
+}
+
+} // namespace

@@ -1,0 +1,108 @@
+#include "cli/text/UrlText.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::string_literals;
+using namespace netrove::cli;
+
+TEST(UrlText, APartIsFoundWhereverItStands) {
+    const UrlParts parts = splitUrl("HTTP://user:pa@ss@Example.ORG:8080/a/b?c=/d#e/f");
+    EXPECT_EQ(parts.Scheme, "http");
+    EXPECT_EQ(parts.UserInfo, "user:pa@ss");
+    EXPECT_EQ(parts.Host, "example.org");
+    EXPECT_EQ(parts.Port, "8080");
+    EXPECT_EQ(parts.Path, "/a/b");
+}
+
+TEST(UrlText, MissingPartsStayEmptyAndPortsHaveDefaults) {
+    EXPECT_EQ(splitUrl("https://h").Port, "443");
+    EXPECT_EQ(splitUrl("http://h:").Port, "80");
+    EXPECT_EQ(splitUrl("ftp://h").Port, "");
+    EXPECT_EQ(splitUrl("http://h?x=/y").Path, "");
+    EXPECT_EQ(splitUrl("http://[::1]/").Host, "[::1]");
+    EXPECT_EQ(splitUrl("http://[::1]/").Port, "80");
+    EXPECT_EQ(splitUrl("http://[::1]:99/").Port, "99");
+    for (const char* text : {"", "example.org", "://", "mailto:a@b", "http:/h"})
+        EXPECT_EQ(splitUrl(text).Host, "") << text;
+}
+
+TEST(UrlText, TheOriginIsSchemeHostAndPort) {
+    EXPECT_TRUE(sameOrigin("http://h/a", "HTTP://H:80/b"));
+    EXPECT_TRUE(sameOrigin("https://h:443/", "https://h"));
+    EXPECT_FALSE(sameOrigin("http://h/", "https://h/"));
+    EXPECT_FALSE(sameOrigin("http://h/", "http://h:8080/"));
+    EXPECT_FALSE(sameOrigin("http://h/", "http://www.h/"));
+    EXPECT_FALSE(sameOrigin("http://h/", "http://h@evil/"));
+    EXPECT_FALSE(sameOrigin("http://h/", "http://h\\@evil/"));
+}
+
+TEST(UrlText, UserNameAndPasswordAreTakenOutOfAUrl) {
+    std::string url = "http://J%C3%BCrgen:p%40ss:word@h:1/path@here";
+    const UserInfo info = takeUserInfo(url);
+    EXPECT_EQ(url, "http://h:1/path@here");
+    EXPECT_TRUE(info.Present);
+    EXPECT_EQ(info.User, "J\xC3\xBCrgen");
+    EXPECT_EQ(info.Password, "p@ss:word");
+
+    url = "http://only@h/";
+    EXPECT_EQ(takeUserInfo(url).Password, std::nullopt);
+    EXPECT_EQ(url, "http://h/");
+
+    url = "http://h/?next=a@b";
+    EXPECT_FALSE(takeUserInfo(url).Present);
+    EXPECT_EQ(url, "http://h/?next=a@b");
+}
+
+TEST(UrlText, CredentialsInUrlsAreMasked) {
+    EXPECT_EQ(maskUserInfo("http://u:p@h/x"), "http://***@h/x");
+    EXPECT_EQ(maskUserInfo("\"http://u:p@w@h/x\" (no protocol), ftp://a@b"),
+              "\"http://***@h/x\" (no protocol), ftp://***@b");
+    EXPECT_EQ(maskUserInfo("http://h/a@b and me@home"), "http://h/a@b and me@home");
+    EXPECT_EQ(maskUserInfo("http://@h/"), "http://***@h/");
+    EXPECT_EQ(maskUserInfo("://@"), "://***@");
+    EXPECT_EQ(maskUserInfo(""), "");
+}
+
+TEST(UrlText, EscapesAreDecodedAndInvalidOnesStay) {
+    EXPECT_EQ(percentDecode("a%20b%2Fc%c3%a9"), "a b/c\xC3\xA9");
+    EXPECT_EQ(percentDecode("%zz%4%"), "%zz%4%");
+    EXPECT_EQ(percentDecode("%41"), "A");
+}
+
+TEST(UrlText, AFileNameComesFromTheLastSegment) {
+    EXPECT_EQ(fileNameFor("http://h/dir/report.pdf?version=2#page"), "report.pdf");
+    EXPECT_EQ(fileNameFor("http://h/a%20b.txt"), "a b.txt");
+    EXPECT_EQ(fileNameFor("http://h/caf%C3%A9"), "caf\xC3\xA9");
+}
+
+TEST(UrlText, AFileNameNeverLeavesTheFolderNorHidesNorControls) {
+    EXPECT_EQ(fileNameFor("http://h/%2e%2e%2Fetc%2Fpasswd"), "_etc_passwd");
+    EXPECT_EQ(fileNameFor("http://h/..%5C..%5Cx"), "_.._x");
+    EXPECT_EQ(fileNameFor("http://h/.bashrc"), "bashrc");
+    EXPECT_EQ(fileNameFor("http://h/a%0Ab%1Bc%00d%7F"), "a_b_c_d_");
+    EXPECT_EQ(fileNameFor("http://h/a%FFb"), "a_b");
+    EXPECT_EQ(fileNameFor("http://h/photo%E2%80%AEgpj.exe"), "photo___gpj.exe");
+    const std::string name = fileNameFor("http://h/" + std::string(150, 'x') + "%C3%A9" + std::string(300, 'y'));
+    EXPECT_LE(name.size(), 200u);
+}
+
+TEST(UrlText, ALongNameIsCutBetweenCharacters) {
+    std::string url = "http://h/x";
+    for (int i = 0; i < 200; ++i)
+        url += "%C3%A9";
+    const std::string name = fileNameFor(url);
+    EXPECT_EQ(name.size(), 199u);
+    EXPECT_TRUE(name.ends_with("\xC3\xA9"));
+}
+
+TEST(UrlText, AUrlWithoutANameGivesAFixedOne) {
+    for (const char* url : {"http://h", "http://h/", "http://h/dir/", "http://h/..", "http://h/%2e", "http://h/?q=/x"})
+        EXPECT_EQ(fileNameFor(url), "download") << url;
+}
+
+} // namespace

@@ -1,0 +1,231 @@
+#include "embedded/arrays/CallFrame.h"
+
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "ArrayFixture.h"
+#include "host/ArrayApi.h"
+
+namespace {
+
+using namespace matrix::detail::noninlined::vx_array_api;
+using vantik::detail::ArrayOwner;
+using vantik::detail::CallFrame;
+using vantik::detail::liveArrays;
+
+vxArray_tag* number() {
+    return vxCreateDoubleScalar(1);
+}
+
+class CallFrames : public ArrayFixture {
+protected:
+    std::size_t reclaimedHere() const { return CallFrame::reclaimed() - Before; }
+
+private:
+    std::size_t Before = CallFrame::reclaimed();
+};
+
+TEST_F(CallFrames, WhatIsLeftIsReleasedAndCounted) {
+    {
+        CallFrame frame;
+        number();
+        vxCreateString("text");
+        vxCreateNumericMatrix(3, 1, vxUINT8_CLASS, vxREAL);
+        EXPECT_EQ(liveArrays(), 3u);
+    }
+    EXPECT_EQ(liveArrays(), 0u);
+    EXPECT_EQ(reclaimedHere(), 3u);
+}
+
+TEST_F(CallFrames, OutsideEveryFrameArraysBelongToTheirMaker) {
+    EXPECT_EQ(CallFrame::current(), nullptr);
+    vxArray_tag* array = number();
+    {
+        CallFrame frame;
+        EXPECT_EQ(CallFrame::current(), &frame);
+    }
+    EXPECT_EQ(liveArrays(), 1u);
+    matrix::destroyArray(array);
+    EXPECT_EQ(reclaimedHere(), 0u);
+}
+
+TEST_F(CallFrames, ReleasedArrayLeavesTheFrame) {
+    {
+        CallFrame frame;
+        vxArray_tag* first = number();
+        vxArray_tag* middle = number();
+        vxArray_tag* last = number();
+        matrix::destroyArray(middle);
+        matrix::destroyArray(last);
+        matrix::destroyArray(first);
+        EXPECT_EQ(liveArrays(), 0u);
+    }
+    EXPECT_EQ(reclaimedHere(), 0u);
+}
+
+TEST_F(CallFrames, PersistentArrayOutlivesTheFrame) {
+    vxArray_tag* kept = nullptr;
+    {
+        CallFrame frame;
+        kept = vxCreateSharedDataCopy(number());
+        vxSetArrayScope(kept, vxPERSISTENT_SCOPE);
+        vxSetArrayScope(kept, vxPERSISTENT_SCOPE);
+    }
+    EXPECT_EQ(reclaimedHere(), 1u);
+    EXPECT_EQ(vxGetScalar(kept), 1.0);
+    matrix::destroyArray(kept);
+}
+
+TEST_F(CallFrames, TemporaryScopeGivesTheArrayToTheFrame) {
+    vxArray_tag* array = number();
+    {
+        CallFrame frame;
+        vxSetArrayScope(array, vxTEMPORARY_SCOPE);
+        vxSetArrayScope(array, vxTEMPORARY_SCOPE);
+    }
+    EXPECT_EQ(liveArrays(), 0u);
+    EXPECT_EQ(reclaimedHere(), 1u);
+
+    array = number();
+    vxSetArrayScope(array, vxTEMPORARY_SCOPE); // no call is running
+    matrix::destroyArray(array);
+}
+
+TEST_F(CallFrames, NothingArrayIsOnNoFrame) {
+    vxArray_tag* nothing = nullptr;
+    {
+        CallFrame frame;
+        nothing = vxCreateEmptyUnknownArrayNotOnArrayList();
+    }
+    EXPECT_EQ(liveArrays(), 1u);
+    matrix::destroyArray(nothing);
+}
+
+TEST_F(CallFrames, ResultGoesToTheEnclosingCall) {
+    {
+        CallFrame outer;
+        vxArray_tag* result = nullptr;
+        {
+            CallFrame inner;
+            number();
+            result = number();
+            inner.handOut(result);
+        }
+        EXPECT_EQ(reclaimedHere(), 1u);
+        EXPECT_EQ(vxGetScalar(result), 1.0);
+        EXPECT_EQ(CallFrame::current(), &outer);
+    }
+    EXPECT_EQ(reclaimedHere(), 2u);
+}
+
+TEST_F(CallFrames, ResultOfTheOutermostCallBelongsToItsReceiver) {
+    ArrayOwner result;
+    {
+        CallFrame frame;
+        result.reset(number());
+        frame.handOut(result.get());
+    }
+    EXPECT_EQ(reclaimedHere(), 0u);
+    EXPECT_EQ(vxGetScalar(result.get()), 1.0);
+}
+
+TEST_F(CallFrames, HandingOutLeavesOtherArraysAlone) {
+    const ArrayOwner persistent(number());
+    {
+        CallFrame outer;
+        vxArray_tag* ofOuter = number();
+        {
+            CallFrame inner;
+            inner.handOut(nullptr);
+            inner.handOut(ofOuter);
+            inner.handOut(persistent.get());
+        }
+        EXPECT_EQ(reclaimedHere(), 0u);
+    }
+    EXPECT_EQ(reclaimedHere(), 1u); // the outer one's
+    EXPECT_EQ(liveArrays(), 1u);
+}
+
+TEST_F(CallFrames, ExceptionReleasesWhatTheCallMade) {
+    try {
+        CallFrame frame;
+        number();
+        throw std::runtime_error("the call failed");
+    } catch (const std::runtime_error&) {
+        EXPECT_EQ(CallFrame::current(), nullptr);
+    }
+    EXPECT_EQ(reclaimedHere(), 1u);
+}
+
+TEST_F(CallFrames, FailedCreationLeavesNothingOnTheFrame) {
+    CallFrame frame;
+    EXPECT_THROW(vxCreateNumericMatrix(SIZE_MAX, 2, vxDOUBLE_CLASS, vxREAL), std::bad_alloc);
+    EXPECT_EQ(liveArrays(), 0u);
+}
+
+TEST_F(CallFrames, EachThreadHasItsOwn) {
+    CallFrame frame;
+    std::thread([] {
+        EXPECT_EQ(CallFrame::current(), nullptr);
+        const ArrayOwner array(number());
+        CallFrame own;
+        EXPECT_EQ(CallFrame::current(), &own);
+        number();
+    }).join();
+    EXPECT_EQ(CallFrame::current(), &frame);
+    EXPECT_EQ(reclaimedHere(), 1u);
+}
+
+// An object that makes an array while it goes, as a native instance may.
+class LastWords final : public vcos::COSInterface {
+public:
+    void* getInstanceData(vcos::InternedName) override { return nullptr; }
+
+private:
+    void addReference() noexcept override {}
+    void release() noexcept override { number(); }
+};
+
+TEST_F(CallFrames, ArrayMadeWhileTheFrameEndsIsReleasedToo) {
+    LastWords object;
+    {
+        CallFrame frame;
+        std::vector<vcos::COSInterfacePtr> elements;
+        elements.emplace_back(&object);
+        vantik::detail::makeObjectArray("example.Thing", std::move(elements));
+    }
+    EXPECT_EQ(reclaimedHere(), 2u);
+}
+
+// Whatever the order of linking and unlinking, every array is released once.
+TEST_F(CallFrames, AnyOrderOfReleasesWorks) {
+    std::mt19937 random(20240611);
+    for (int round = 0; round < 200; ++round) {
+        std::vector<vxArray_tag*> persistent;
+        {
+            CallFrame frame;
+            std::vector<vxArray_tag*> linked;
+            for (int step = 0; step < 60; ++step) {
+                if (linked.empty() || random() % 3 == 0) {
+                    linked.push_back(number());
+                    continue;
+                }
+                const std::size_t at = random() % linked.size();
+                if (random() % 2 == 0) {
+                    matrix::destroyArray(linked[at]);
+                } else {
+                    vxSetArrayScope(linked[at], vxPERSISTENT_SCOPE);
+                    persistent.push_back(linked[at]);
+                }
+                linked.erase(linked.begin() + static_cast<std::ptrdiff_t>(at));
+            }
+        }
+        ASSERT_EQ(liveArrays(), persistent.size());
+        for (vxArray_tag* array : persistent)
+            matrix::destroyArray(array);
+        ASSERT_EQ(liveArrays(), 0u);
+    }
+}
+
+} // namespace

@@ -1,0 +1,228 @@
+// Content providers, content consumers and progress reporters made of callables, called as a client calls them.
+#include "vantik/HostClass.h"
+
+#include <limits>
+
+#include "embedded/arrays/Array.h"
+#include "embedded/classes/HostClasses.h"
+#include "embedded/scope/Scope.h"
+#include "host/ClassSystem.h"
+#include "tests/embedded/program/ProgramFixture.h"
+
+namespace vx = matrix::detail::noninlined::vx_array_api;
+using vantik::Array;
+using vantik::ContentConsumer;
+using vantik::ContentProvider;
+using vantik::Object;
+using vantik::detail::ArrayOwner;
+
+namespace {
+
+class ContentRoles : public ProgramFixture {
+protected:
+    // The method's first result, null where it gave none. Raises where the method was not found.
+    ArrayOwner call(const Object& object, const char* className, const char* method, Array input = {}, int wanted = 1,
+                    vcos::COSClient* client = getSystemClient()) {
+        const vantik::detail::ScopeEntry entry(Home->scope());
+        vxArray_tag* arguments[] = {const_cast<vxArray_tag*>(object.array().handle()),
+                                    const_cast<vxArray_tag*>(input.handle())};
+        vxArray_tag* result = nullptr;
+        if (!omCallMethod(vcos::internal::makeInterned(className), vcos::internal::makeInterned(method), client, wanted,
+                          wanted == 0 ? nullptr : &result, input.handle() ? 2 : 1, arguments, false)) {
+            throw std::runtime_error(std::string(method) + " not found");
+        }
+        return ArrayOwner(result);
+    }
+    ArrayOwner provider(const Object& object, const char* method, Array input = {}, int wanted = 1) {
+        return call(object, vantik::detail::kContentProviderClass, method, std::move(input), wanted);
+    }
+    ArrayOwner consumer(const Object& object, const char* method, Array input = {}, int wanted = 1) {
+        return call(object, vantik::detail::kContentConsumerClass, method, std::move(input), wanted);
+    }
+    static std::vector<std::size_t> dimensions(const ArrayOwner& array) {
+        const std::size_t* sizes = vx::vxGetDimensions(array.get());
+        return {sizes[0], sizes[1]};
+    }
+};
+
+} // namespace
+
+TEST_F(ContentRoles, ProviderIsRewoundAndRead) {
+    std::vector<std::uint64_t> wanted;
+    int rewinds = 0;
+    const Object object = makeProvider(*Home, {[&] { ++rewinds; },
+                                               [&](std::uint64_t most) {
+                                                   wanted.push_back(most);
+                                                   return Array::bytes("abc");
+                                               }});
+    EXPECT_TRUE(object.isA(vantik::detail::kContentProviderClass));
+    provider(object, "startInternal", {}, 0);
+    EXPECT_EQ(rewinds, 1);
+    const ArrayOwner content = provider(object, "getDataInternal", Array(std::uint64_t{16384}));
+    EXPECT_EQ(wanted, std::vector<std::uint64_t>{16384});
+    EXPECT_EQ(vx::vxGetClassID(content.get()), vxUINT8_CLASS);
+    EXPECT_EQ(dimensions(content), (std::vector<std::size_t>{3, 1}));
+}
+
+TEST_F(ContentRoles, ContentIsAlwaysAColumnOfBytes) {
+    Array given;
+    const Object object = makeProvider(*Home, {{}, [&](std::uint64_t) { return given; }});
+    provider(object, "startInternal", {}, 0); // nothing to rewind
+    const auto get = [&] { return provider(object, "getDataInternal", Array(std::uint64_t{1})); };
+    EXPECT_EQ(dimensions(get())[0], 0u) << "nothing is the end";
+    given = Array::bytes("");
+    EXPECT_EQ(dimensions(get())[0], 0u);
+    given = Array::doubles({97, 98, 99});
+    const ArrayOwner row = get();
+    EXPECT_EQ(dimensions(row), (std::vector<std::size_t>{3, 1})) << "the client counts the rows";
+    EXPECT_EQ(std::string_view(static_cast<const char*>(vx::vxGetData(static_cast<const vxArray_tag*>(row.get()))), 3),
+              "abc");
+    given = Array("text");
+    try {
+        get();
+        FAIL();
+    } catch (const foundation::core::except::IUserException& error) {
+        EXPECT_EQ(error.msg_id().fullName(), "VANTIK:vcos:WrongOutputType");
+    }
+}
+
+TEST_F(ContentRoles, ConsumerIsToldEverything) {
+    std::vector<std::string> events;
+    const auto text = [](std::span<const std::byte> bytes) {
+        return std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    };
+    std::optional<double> taken = 2;
+    const Object object =
+        makeConsumer(*Home, {[&] {
+                                 events.push_back("start");
+                                 return std::optional<double>(100);
+                             },
+                             [&](std::span<const std::byte> piece) {
+                                 events.push_back("write " + text(piece));
+                                 return taken;
+                             },
+                             [&] { events.push_back("close"); }, [&] { events.push_back("interrupted"); },
+                             [&](std::span<const std::byte> saved) { events.push_back("saved " + text(saved)); }});
+    EXPECT_EQ(vx::vxGetScalar(consumer(object, "startInternal").get()), 100);
+    EXPECT_EQ(vx::vxGetScalar(consumer(object, "putDataInternal", Array::bytes("abc")).get()), 2);
+    taken.reset();
+    const ArrayOwner stop = consumer(object, "putDataInternal", Array::bytes("d"));
+    ASSERT_TRUE(stop);
+    EXPECT_TRUE(vx::vxIsEmpty(stop.get()));
+    consumer(object, "interruptInternal", {}, 0);
+    consumer(object, "closeInternal", {}, 0);
+    consumer(object, "savePayloadInternal", Array::bytes(""), 0);
+    EXPECT_EQ(events, (std::vector<std::string>{"start", "write abc", "write d", "interrupted", "close", "saved "}));
+}
+
+TEST_F(ContentRoles, WhatWasTakenIsAnyNumberButNoTruth) {
+    vantik::Taken given = std::nullopt;
+    const Object object = makeConsumer(*Home, {.write = [&](std::span<const std::byte>) { return given; }});
+    const auto answer = [&](vantik::Taken taken) {
+        given = taken;
+        const ArrayOwner result = consumer(object, "putDataInternal", Array::bytes("abc"));
+        return vx::vxIsEmpty(result.get()) ? -1.0 : vx::vxGetScalar(result.get());
+    };
+    EXPECT_EQ(answer(std::size_t{3}), 3);
+    EXPECT_EQ(answer(2), 2);
+    EXPECT_EQ(answer(1.5), 1.5);
+    EXPECT_EQ(answer(std::optional<double>(0)), 0);
+    EXPECT_EQ(answer(std::nullopt), -1);
+    EXPECT_EQ(answer(std::optional<double>()), -1);
+    static_assert(!std::is_convertible_v<bool, vantik::Taken>); // true would end the copy after one byte
+}
+
+TEST_F(ContentRoles, ConsumerMayLeaveOutAllButTheWriting) {
+    const Object object = makeConsumer(*Home, {{},
+                                               [](std::span<const std::byte> piece) {
+                                                   return std::optional<double>(static_cast<double>(piece.size()));
+                                               },
+                                               {},
+                                               {},
+                                               {}});
+    const ArrayOwner size = consumer(object, "startInternal");
+    ASSERT_TRUE(size);
+    EXPECT_TRUE(vx::vxIsEmpty(size.get()));
+    EXPECT_EQ(vx::vxGetScalar(consumer(object, "putDataInternal", Array::bytes("abc")).get()), 3);
+    for (const char* method : {"interruptInternal", "closeInternal"}) {
+        EXPECT_NO_THROW(consumer(object, method, {}, 0)) << method;
+    }
+    EXPECT_NO_THROW(consumer(object, "savePayloadInternal", Array::bytes("abc"), 0));
+}
+
+TEST_F(ContentRoles, ReporterAnswersEveryClient) {
+    std::vector<std::uint64_t> seen;
+    const Object object = makeProgressReporter(*Home, [&](std::uint64_t bytes) {
+        seen.push_back(bytes);
+        return bytes < 10;
+    });
+    const std::string className = object.className();
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    for (const std::uint64_t bytes : {std::uint64_t{5}, kMost}) {
+        const ArrayOwner answer = call(object, className.c_str(), "update", Array(bytes), 1, COSGetPublicClient());
+        EXPECT_EQ(vx::vxGetClassID(answer.get()), vxLOGICAL_CLASS);
+        EXPECT_EQ(vantik::detail::elementCount(answer.get()), 1u);
+        EXPECT_EQ(*vx::vxGetLogicals(answer.get()), bytes < 10);
+    }
+    EXPECT_EQ(seen, (std::vector<std::uint64_t>{5, kMost}));
+    EXPECT_FALSE(object.call("update", {Array(10.0)}).truth());
+}
+
+TEST_F(ContentRoles, InternalMethodsAreHiddenFromThePublicClient) {
+    const Object object = makeProvider(*Home, {{}, [](std::uint64_t) { return Array(); }});
+    EXPECT_THROW(call(object, vantik::detail::kContentProviderClass, "startInternal", {}, 0, COSGetPublicClient()),
+                 std::runtime_error);
+    EXPECT_EQ(failureOf([&] { object.call("startInternal"); }),
+              "VANTIK:vcos:UnknownMethod(vantik.embedded.ContentProvider, startInternal, none)");
+}
+
+TEST_F(ContentRoles, MissingCallableIsRefused) {
+    EXPECT_EQ(failureOf([&] { makeProvider(*Home, {}); }),
+              "VANTIK:vcos:NoCallable(vantik.net.http.io.ContentProvider, read)");
+    EXPECT_EQ(failureOf([&] { makeConsumer(*Home, {}); }),
+              "VANTIK:vcos:NoCallable(vantik.net.http.io.ContentConsumer, write)");
+    EXPECT_EQ(failureOf([&] { makeProgressReporter(*Home, {}); }),
+              "VANTIK:vcos:NoCallable(vantik.net.http.internal.ProgressReporter, update)");
+}
+
+TEST_F(ContentRoles, AnyNumberOfObjectsNeedsOneHiddenClass) {
+    const std::vector<std::string> before = Home->classNames();
+    std::vector<Object> objects;
+    for (int number = 0; number < 100; ++number) {
+        objects.push_back(makeProgressReporter(*Home, [number](std::uint64_t) { return number % 2 == 0; }));
+    }
+    EXPECT_TRUE(objects[0].call("update", {Array(1.0)}).truth()) << "each has its own callable";
+    EXPECT_FALSE(objects[1].call("update", {Array(1.0)}).truth());
+    EXPECT_EQ(Home->classNames(), before);
+    EXPECT_EQ(failureOf([&] { Home->create(objects[0].className()); }),
+              "VANTIK:vcos:NotConstructible(vantik.embedded.ProgressReporter)");
+}
+
+TEST_F(ContentRoles, CallablesGoWithTheirObject) {
+    auto alive = std::make_shared<int>(1);
+    const std::weak_ptr<int> watched = alive;
+    Object object = makeProvider(*Home, {[alive] {}, [alive](std::uint64_t) { return Array(); }});
+    alive.reset();
+    EXPECT_FALSE(watched.expired());
+    Home.reset();
+    EXPECT_FALSE(watched.expired()) << "the object keeps its host's scope";
+    object = Object();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST_F(ContentRoles, WhatACallableRaisesIsCarried) {
+    const Object reporter = makeProgressReporter(*Home, [](std::uint64_t) -> bool { throw std::out_of_range("mine"); });
+    EXPECT_THROW(reporter.call("update", {Array(1.0)}), std::out_of_range);
+    const Object source = makeProvider(*Home, {{}, [](std::uint64_t) -> Array { throw 7; }});
+    EXPECT_THROW(provider(source, "getDataInternal", Array(std::uint64_t{1})),
+                 foundation::core::except::IUserException);
+}
+
+TEST_F(ContentRoles, WithoutTheBaseClassThereIsNoRole) {
+    Home->scope()->Classes.removeClass(vantik::detail::kContentConsumerClass);
+    EXPECT_EQ(
+        failureOf([&] {
+            makeConsumer(*Home, {{}, [](std::span<const std::byte>) { return std::optional<double>(); }, {}, {}, {}});
+        }),
+        "VANTIK:vcos:UnknownClass(vantik.net.http.io.ContentConsumer, none)");
+}

@@ -1,0 +1,141 @@
+#include "embedded/scope/Scope.h"
+#include "host/State.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+using services::state::ImpersonationGuard;
+using vantik::detail::Scope;
+using vantik::detail::ScopeEntry;
+
+TEST(Scopes, CurrentOneIsTheInnermostEntry) {
+    EXPECT_EQ(Scope::currentOrNull(), nullptr);
+    EXPECT_THROW(Scope::current(), std::logic_error);
+    const auto outer = std::make_shared<Scope>();
+    const auto inner = std::make_shared<Scope>();
+    EXPECT_EQ(Scope::currentOrNull(), nullptr);
+    {
+        const ScopeEntry outerEntry(outer);
+        EXPECT_EQ(&Scope::current(), outer.get());
+        {
+            const ScopeEntry innerEntry(inner);
+            EXPECT_EQ(&Scope::current(), inner.get());
+            const ScopeEntry again(outer);
+            EXPECT_EQ(&Scope::current(), outer.get());
+        }
+        EXPECT_EQ(&Scope::current(), outer.get());
+    }
+    EXPECT_EQ(Scope::currentOrNull(), nullptr);
+}
+
+TEST(Scopes, BuildingOneLeavesTheCurrentOneInForce) {
+    const auto outer = std::make_shared<Scope>();
+    const ScopeEntry entry(outer);
+    {
+        const Scope inner;
+        EXPECT_EQ(&Scope::current(), outer.get());
+    }
+    EXPECT_EQ(&Scope::current(), outer.get());
+}
+
+TEST(Scopes, EntryKeepsItsScopeAlive) {
+    auto scope = std::make_shared<Scope>();
+    const std::weak_ptr<Scope> watched = scope;
+    {
+        const ScopeEntry entry(std::move(scope));
+        EXPECT_FALSE(watched.expired());
+        EXPECT_EQ(&Scope::current(), watched.lock().get());
+    }
+    EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(Scope::currentOrNull(), nullptr);
+}
+
+TEST(Scopes, SingletonsGoInsideTheirScope) {
+    static Scope* seen = nullptr;
+    auto scope = std::make_shared<Scope>();
+    Scope* const address = scope.get();
+    const auto look = [](void* object) {
+        delete static_cast<int*>(object);
+        seen = Scope::currentOrNull();
+    };
+    scope->Singletons.findOrInsert(1, typeid(int), {new int(1), look});
+    scope.reset();
+    EXPECT_EQ(seen, address);
+    EXPECT_EQ(Scope::currentOrNull(), nullptr);
+}
+
+TEST(Scopes, ProcessServicesOutliveSingletons) {
+    static std::string log;
+    log.clear();
+    auto scope = std::make_shared<Scope>();
+    scope->keepAlive(std::shared_ptr<void>(new int(0), [](int* service) {
+        delete service;
+        log += "service ";
+    }));
+    scope->Singletons.findOrInsert(1, typeid(int), {new int(1), [](void* object) {
+                                                        delete static_cast<int*>(object);
+                                                        log += "singleton ";
+                                                    }});
+    scope.reset();
+    EXPECT_EQ(log, "singleton service ");
+}
+
+TEST(Scopes, EachThreadHasItsOwn) {
+    const auto here = std::make_shared<Scope>();
+    const ScopeEntry entry(here);
+    Scope* before = here.get();
+    Scope* inside = nullptr;
+    std::thread([&] {
+        before = Scope::currentOrNull();
+        const auto there = std::make_shared<Scope>();
+        const ScopeEntry otherEntry(there);
+        inside = there.get() == &Scope::current() ? there.get() : nullptr;
+    }).join();
+    EXPECT_EQ(before, nullptr);
+    EXPECT_NE(inside, nullptr);
+    EXPECT_EQ(&Scope::current(), here.get());
+}
+
+class Impersonation : public testing::Test {
+protected:
+    std::shared_ptr<Scope> Home = std::make_shared<Scope>();
+    ScopeEntry Entry{Home};
+};
+
+TEST_F(Impersonation, GuardCountsAndCallsHooks) {
+    std::string log;
+    Home->Impersonation.OnEntry = [&] { log += "in" + std::to_string(Home->Impersonation.Depth) + " "; };
+    Home->Impersonation.OnExit = [&] { log += "out" + std::to_string(Home->Impersonation.Depth) + " "; };
+    {
+        const ImpersonationGuard outer;
+        EXPECT_EQ(Home->Impersonation.Depth, 1U);
+        const ImpersonationGuard inner;
+        EXPECT_EQ(Home->Impersonation.Depth, 2U);
+    }
+    EXPECT_EQ(Home->Impersonation.Depth, 0U);
+    EXPECT_EQ(log, "in0 in1 out1 out0 ");
+}
+
+TEST_F(Impersonation, FailedEntryIsNotCounted) {
+    bool left = false;
+    Home->Impersonation.OnEntry = [] { throw std::runtime_error("refused"); };
+    Home->Impersonation.OnExit = [&] { left = true; };
+    EXPECT_THROW(ImpersonationGuard(), std::runtime_error);
+    EXPECT_EQ(Home->Impersonation.Depth, 0U);
+    EXPECT_FALSE(left);
+}
+
+TEST_F(Impersonation, FailedExitIsSwallowedAlsoWhileUnwinding) {
+    Home->Impersonation.OnExit = [] { throw std::runtime_error("exit"); };
+    try {
+        const ImpersonationGuard guard;
+        throw std::invalid_argument("first");
+    } catch (const std::invalid_argument& failure) {
+        EXPECT_STREQ(failure.what(), "first");
+    }
+    EXPECT_EQ(Home->Impersonation.Depth, 0U);
+}

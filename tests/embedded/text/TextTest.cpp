@@ -1,0 +1,295 @@
+#include "host/Text.h"
+
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "embedded/text/TextConversion.h"
+
+namespace {
+
+using fl::i18n::codecvt_ustring_to_ascii;
+using fl::i18n::codecvt_ustring_to_string;
+using fl::i18n::CvtExceptionBase;
+using fl::i18n::to_string;
+using fl::i18n::to_ustring;
+
+// What a conversion is refused with; empty where it is not refused.
+template <class Operation>
+std::string refusal(Operation operation) {
+    try {
+        operation();
+    } catch (const CvtExceptionBase& error) {
+        return error.what();
+    }
+    return {};
+}
+
+std::string convert(const std::string& encoding, const std::u16string& text) {
+    return to_string(text, codecvt_ustring_to_string(encoding, false));
+}
+
+TEST(AsciiConverter, TakesEveryAsciiCharacter) {
+    std::u16string wide;
+    std::string narrow;
+    for (int c = 0; c < 0x80; ++c) {
+        wide.push_back(static_cast<char16_t>(c));
+        narrow.push_back(static_cast<char>(c));
+    }
+    EXPECT_EQ(codecvt_ustring_to_ascii(false).convert(wide), narrow);
+    EXPECT_EQ(convert("ascii", wide), narrow);
+    EXPECT_EQ(convert("us-ascii", wide), narrow);
+    EXPECT_EQ(codecvt_ustring_to_ascii(false).convert(u""), "");
+}
+
+TEST(AsciiConverter, RefusesEveryOtherCharacterWithItsPlace) {
+    for (int c = 0x80; c < 0x10000; c += c < 0x200 ? 1 : 41) {
+        const std::u16string text{u'a', u'b', static_cast<char16_t>(c), u'c'};
+        ASSERT_THROW(codecvt_ustring_to_ascii(false).convert(text), CvtExceptionBase) << c;
+        ASSERT_THROW(codecvt_ustring_to_ascii(true).convert(text), CvtExceptionBase) << c;
+    }
+    EXPECT_EQ(refusal([] { codecvt_ustring_to_ascii(false).convert(u"ab\u00E9"); }),
+              "the character U+00E9 at position 2 does not exist in the encoding ascii");
+    EXPECT_EQ(refusal([] { codecvt_ustring_to_ascii(false).convert(u"\U0001F600"); }),
+              "the character U+1F600 at position 0 does not exist in the encoding ascii");
+    EXPECT_EQ(refusal([] { codecvt_ustring_to_ascii(false).convert(std::u16string(1, 0xDC00)); }),
+              "the unpaired surrogate U+DC00 at position 0 has no form in the encoding ascii");
+}
+
+TEST(NamedConverter, NamesAreComparedWithoutRegardToCase) {
+    for (const char* name : {"utf-8", "UTF-8", "Utf-8", "utf8"})
+        EXPECT_EQ(convert(name, u"\u00E9"), "\xC3\xA9") << name;
+    for (const char* name : {"windows-1252", "Windows-1252", "WINDOWS-1252", "cp1252"})
+        EXPECT_EQ(convert(name, u"\u00E9"), "\xE9") << name;
+}
+
+TEST(NamedConverter, UnknownNamesAreRefusedOnConstruction) {
+    struct Row {
+        std::string Name;
+        std::string Shown;
+    };
+    const Row rows[] = {
+        {"", ""},
+        {"no-such-encoding", "no-such-encoding"},
+        {"utf-8,version=1", "utf-8,version=1"},
+        {"utf-8 ", "utf-8 "},
+        {std::string("utf-8\0x", 7), "utf-8?x"},
+        {"utf-8\n", "utf-8?"},
+        {"../utf-8", "../utf-8"},
+        {"\xC3\xA9", "??"},
+        {std::string(1000, 'x'), std::string(60, 'x') + "..."},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(refusal([&] { codecvt_ustring_to_string(row.Name, false); }),
+                  "there is no encoding named \"" + row.Shown + "\"");
+    }
+}
+
+TEST(NamedConverter, Windows1252HasItsOwnLettersBetween80And9F) {
+    EXPECT_EQ(convert("windows-1252", u"\u20AC\u201A\u0192\u2026\u0160\u0152\u017D\u2019\u2022\u2122\u0178"),
+              "\x80\x82\x83\x85\x8A\x8C\x8E\x92\x95\x99\x9F");
+    for (int c = 0xA0; c < 0x100; ++c) {
+        EXPECT_EQ(convert("windows-1252", std::u16string(1, static_cast<char16_t>(c))),
+                  std::string(1, static_cast<char>(c)))
+            << c;
+    }
+}
+
+TEST(NamedConverter, WhatTheEncodingLacksIsRefusedAndNeverReplaced) {
+    EXPECT_EQ(refusal([] { convert("windows-1252", u"pass\u0107word"); }),
+              "the character U+0107 at position 4 does not exist in the encoding windows-1252");
+    EXPECT_EQ(refusal([] { convert("iso-8859-1", u"\u20AC"); }),
+              "the character U+20AC at position 0 does not exist in the encoding iso-8859-1");
+    EXPECT_EQ(refusal([] { convert("windows-1252", u"ab\U0001F600"); }),
+              "the character U+1F600 at position 2 does not exist in the encoding windows-1252");
+    // Invisible characters, and letters that only look like one that exists.
+    for (const char16_t c : {u'\u200B', u'\u200D', u'\u2060', u'\uFEFF', u'\uFF21', u'\u2215', u'\u0301', u'\uE000'}) {
+        for (const char* encoding : {"windows-1252", "iso-8859-1", "us-ascii", "koi8-r"})
+            EXPECT_NE(refusal([&] { convert(encoding, std::u16string{u'x', c, u'y'}); }), "") << encoding << int(c);
+    }
+}
+
+TEST(NamedConverter, UnpairedSurrogatesAreRefusedWithTheirPlace) {
+    const std::u16string lead(1, 0xD83D);
+    const std::u16string trail(1, 0xDE00);
+    for (const char* encoding : {"utf-8", "windows-1252"}) {
+        const std::string end = " has no form in the encoding " + std::string(encoding);
+        EXPECT_EQ(refusal([&] { convert(encoding, u"ab" + lead); }),
+                  "the unpaired surrogate U+D83D at position 2" + end);
+        EXPECT_EQ(refusal([&] { convert(encoding, u"a" + lead + u"b"); }),
+                  "the unpaired surrogate U+D83D at position 1" + end);
+        EXPECT_EQ(refusal([&] { convert(encoding, trail + u"b"); }),
+                  "the unpaired surrogate U+DE00 at position 0" + end);
+        EXPECT_EQ(refusal([&] { convert(encoding, trail + lead); }),
+                  "the unpaired surrogate U+DE00 at position 0" + end);
+    }
+    EXPECT_EQ(convert("utf-8", lead + trail), "\xF0\x9F\x98\x80");
+}
+
+TEST(NamedConverter, PlaceIsRightBehindManyPieces) {
+    const std::u16string text = std::u16string(100'000, u'\u00E9') + u"\u0107";
+    EXPECT_EQ(refusal([&] { convert("windows-1252", text); }),
+              "the character U+0107 at position 100000 does not exist in the encoding windows-1252");
+    EXPECT_EQ(convert("windows-1252", text.substr(0, 100'000)), std::string(100'000, '\xE9'));
+}
+
+TEST(NamedConverter, NulIsACharacterLikeAnyOther) {
+    const std::u16string text(u"a\0b", 3);
+    EXPECT_EQ(convert("utf-8", text), std::string("a\0b", 3));
+    EXPECT_EQ(convert("windows-1252", text), std::string("a\0b", 3));
+    EXPECT_EQ(codecvt_ustring_to_ascii(false).convert(text), std::string("a\0b", 3));
+    EXPECT_EQ(to_string(text), std::string("a\0b", 3));
+    EXPECT_EQ(to_ustring(std::string("a\0b", 3)), text);
+}
+
+TEST(NamedConverter, ServesSeveralThreads) {
+    const codecvt_ustring_to_string converter("windows-1252", false);
+    std::vector<std::thread> threads;
+    std::vector<int> good(4);
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 500; ++round)
+                good[i] += converter.convert(u"\u20ACuro") == "\x80uro";
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(good, std::vector<int>(4, 500));
+}
+
+TEST(DefaultEncoding, EveryCharacterSurvivesBothWays) {
+    for (char32_t c = 0; c <= 0x10FFFF; c += c < 0x3000 ? 1 : 37) {
+        if (c >= 0xD800 && c <= 0xDFFF)
+            continue;
+        std::u16string wide;
+        if (c < 0x10000) {
+            wide.push_back(static_cast<char16_t>(c));
+        } else {
+            wide.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+            wide.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+        }
+        const std::string narrow = to_string(wide);
+        ASSERT_EQ(to_ustring(narrow), wide) << static_cast<unsigned>(c);
+        ASSERT_EQ(convert("utf-8", wide), narrow) << static_cast<unsigned>(c);
+    }
+}
+
+TEST(DefaultEncoding, UnpairedSurrogatesAreRefused) {
+    EXPECT_EQ(refusal([] {
+                  to_string(std::u16string{u'a', 0xD800});
+              }),
+              "the unpaired surrogate U+D800 at position 1 has no form in the encoding utf-8");
+    EXPECT_EQ(refusal([] {
+                  to_string(std::u16string{0xD800, 0xD800, 0xDC00});
+              }),
+              "the unpaired surrogate U+D800 at position 0 has no form in the encoding utf-8");
+}
+
+TEST(DefaultEncoding, EachBadByteBecomesOneReplacementCharacter) {
+    struct Row {
+        std::string Narrow;
+        std::u16string Wide;
+    };
+    const Row rows[] = {
+        {"", u""},
+        {"\x80", u"\uFFFD"},
+        {"a\xFFz", u"a\uFFFDz"},
+        {"\xC3", u"\uFFFD"},                               // cut off
+        {"\xE2\x82", u"\uFFFD\uFFFD"},                     // cut off
+        {"\xE2\x82z", u"\uFFFD\uFFFDz"},                   // cut short
+        {"\xC0\xAF", u"\uFFFD\uFFFD"},                     // "/" in two bytes
+        {"\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},           // "/" in three bytes
+        {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},           // a surrogate
+        {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"}, // above U+10FFFF
+        {"\xF8\x88\x80\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {"\xC3\xA9\xFF\xC3\xA9", u"\u00E9\uFFFD\u00E9"},
+        {"\xEF\xBB\xBFx", u"\uFEFFx"}, // a byte order mark is a character
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(to_ustring(row.Narrow), row.Wide);
+        std::size_t badByte = 0;
+        const bool valid = row.Wide.find(u'\uFFFD') == row.Wide.npos;
+        EXPECT_EQ(vantik::detail::decodeUtf8Strictly(row.Narrow, badByte).has_value(), valid);
+        if (!valid) {
+            EXPECT_EQ(badByte, to_string(row.Wide.substr(0, row.Wide.find(u'\uFFFD'))).size());
+        }
+    }
+}
+
+TEST(Locale, FirstVariableThatIsSetCounts) {
+    using vantik::detail::localeName;
+    EXPECT_EQ(localeName(nullptr, nullptr, nullptr), "en");
+    EXPECT_EQ(localeName("de_DE.UTF-8", "fr_FR", "it_IT"), "de_DE");
+    EXPECT_EQ(localeName("", "fr_FR@euro", "it_IT"), "fr_FR");
+    EXPECT_EQ(localeName(nullptr, "", "it"), "it");
+    EXPECT_EQ(localeName("C", "fr_FR", "it_IT"), "en");
+    EXPECT_EQ(localeName("C.UTF-8", nullptr, nullptr), "en");
+    EXPECT_EQ(localeName("POSIX", nullptr, nullptr), "en");
+    EXPECT_EQ(localeName("zh-Hant-TW", nullptr, nullptr), "zh-Hant-TW");
+}
+
+TEST(Locale, TextThatIsNoLocaleNameGivesEnglish) {
+    using vantik::detail::localeName;
+    for (const char* name : {"../../etc/passwd", "de/DE", "d e", "\xC3\xA9", ".UTF-8", "@euro", "a;b",
+                             "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"})
+        EXPECT_EQ(localeName(name, nullptr, nullptr), "en") << name;
+}
+
+TEST(Locale, TheOneInForceHasAName) {
+    EXPECT_FALSE(fl::i18n::VkLocale::global().name().empty());
+    EXPECT_EQ(fl::i18n::VkLocale::global().name(), fl::i18n::VkLocale::global().name());
+    EXPECT_EQ(fl::i18n::VkLocale("de_AT").name(), "de_AT");
+}
+
+TEST(FileNames, AreCleanedUp) {
+    struct Row {
+        std::u16string Given;
+        std::u16string Expected;
+    };
+    const Row rows[] = {
+        {u"", u""},
+        {u"   ", u""},
+        {u"plain.txt", u"plain.txt"},
+        {u"  /tmp/a b.txt\t ", u"/tmp/a b.txt"},
+        {u"file:///tmp/a.txt", u"/tmp/a.txt"},
+        {u"FILE:/tmp/a.txt", u"/tmp/a.txt"},
+        {u"file:a.txt", u"a.txt"},
+        {u"file://localhost/tmp/a.txt", u"/tmp/a.txt"},
+        {u"file://LOCALHOST/tmp/a.txt", u"/tmp/a.txt"},
+        {u"file://server/share/a.txt", u"//server/share/a.txt"},
+        {u"file:///tmp/a%20b", u"/tmp/a%20b"},
+        {u"files:a", u"files:a"},
+        {u"file", u"file"},
+        {u"~", u"/home/someone"},
+        {u"~/a.txt", u"/home/someone/a.txt"},
+        {u" file:~/a.txt", u"/home/someone/a.txt"},
+        {u"~other/a.txt", u"~other/a.txt"},
+        {u"a/~/b", u"a/~/b"},
+        {u"\u00E9t\u00E9.txt", u"\u00E9t\u00E9.txt"},
+        {std::u16string(u"a\0b", 3), u""},
+        {std::u16string(u"~/\0", 3), u""},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(vantik::detail::cleanFileName(row.Given, u"/home/someone"), row.Expected);
+}
+
+TEST(FileNames, WithoutAHomeFolderTheTildeStays) {
+    EXPECT_EQ(vantik::detail::cleanFileName(u"~/a", u""), u"~/a");
+}
+
+TEST(FileNames, HomeFolderIsThatOfTheUser) {
+    using fl::filesystem::detail::make_native_access_form_with_cleanup_i18n;
+    const std::u16string expanded = make_native_access_form_with_cleanup_i18n(u" ~/x ");
+    const char* home = std::getenv("HOME");
+    if (home && *home) {
+        EXPECT_EQ(expanded, to_ustring(home) + u"/x");
+    } else {
+        EXPECT_TRUE(expanded.ends_with(u"/x"));
+    }
+    EXPECT_EQ(make_native_access_form_with_cleanup_i18n(u"/tmp/x"), u"/tmp/x");
+}
+
+} // namespace

@@ -1,0 +1,147 @@
+// Exchanges under TLS: which certificates are accepted under which settings, and tunnels through a proxy.
+#include "tests/exchange/request/TlsServer.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace testsupport;
+using vantik::Array;
+using vantik::Object;
+
+using Texts = std::vector<std::string>;
+
+const std::string OwnName = "IP:127.0.0.1";
+const std::string OtherName = "DNS:other.test";
+
+enum class File { None, Default, OfTheServer, OfAnother };
+
+struct Row {
+    const char* Name;
+    File CertificateFile;
+    bool VerifyServerName;
+    bool OwnNameInCertificate;
+    const char* Failure; // empty: the exchange succeeds
+};
+
+void PrintTo(const Row& row, std::ostream* stream) { // for GoogleTest
+    *stream << row.Name;
+}
+
+class Tls : public HostFixture {
+protected:
+    std::string fileWith(const std::string& certificate) {
+        const std::string path = Folder.file("ca.pem");
+        writeFile(path, certificate);
+        return path;
+    }
+
+    TemporaryFolder Folder;
+};
+
+class TlsVerification : public Tls, public ::testing::WithParamInterface<Row> {};
+
+TEST_P(TlsVerification, FollowsTheSettings) {
+    const Row& row = GetParam();
+    const std::string names = row.OwnNameInCertificate ? OwnName : OtherName;
+    const TlsServer server(names, response("secret"));
+    const TlsServer another(names, "");
+    const Object connection = makeAdapter();
+    connection.set("URL", "https://" + server.authority() + "/p");
+    if (row.CertificateFile == File::Default) {
+        connection.set("CertificateFilename", "default");
+    } else if (row.CertificateFile != File::None) {
+        const bool own = row.CertificateFile == File::OfTheServer;
+        connection.set("CertificateFilename", fileWith(own ? server.certificate() : another.certificate()));
+    }
+    connection.set("VerifyServerName", row.VerifyServerName);
+    connection.call("openConnection");
+    if (std::string(row.Failure).empty()) {
+        EXPECT_EQ(receiveBytes(connection), "secret");
+        ASSERT_EQ(server.heads().size(), 1U);
+        EXPECT_EQ(startLine(server.heads()[0]), "GET /p HTTP/1.1");
+    } else {
+        EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(),
+                  std::string("VANTIK:webservices:") + row.Failure);
+        EXPECT_TRUE(server.heads().empty()) << "nothing was sent to a server that was not accepted";
+    }
+    expectScopeUsable(connection);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Settings, TlsVerification,
+    ::testing::Values(Row{"NoFileAcceptsAnyPeer", File::None, true, true, ""},
+                      Row{"NoFileStillLooksAtTheName", File::None, true, false, "SSLConnectionNoFile"},
+                      Row{"NoFileAndNoName", File::None, false, false, ""},
+                      Row{"DefaultRefusesAnUnknownPeer", File::Default, true, true, "SSLConnectionSystemFailure"},
+                      Row{"DefaultRefusesItWithoutTheNameToo", File::Default, false, false,
+                          "SSLConnectionSystemFailure"},
+                      Row{"FileOfTheServer", File::OfTheServer, true, true, ""},
+                      Row{"FileOfTheServerUnderAnotherName", File::OfTheServer, true, false, "SSLConnectionFailure"},
+                      Row{"FileOfTheServerWithoutTheName", File::OfTheServer, false, false, ""},
+                      Row{"FileOfAnother", File::OfAnother, true, true, "SSLConnectionFailure"}),
+    [](const auto& info) { return info.param.Name; });
+
+// The settings of one open do not outlive the next: a reset comes between them.
+TEST_F(Tls, VerificationIsSetAnewByEachOpen) {
+    const TlsServer server(OwnName, response("secret"));
+    const Object connection = makeAdapter();
+    connection.set("URL", "https://" + server.authority() + "/");
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "secret");
+    connection.set("CertificateFilename", "default");
+    connection.call("openConnection");
+    EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(),
+              "VANTIK:webservices:SSLConnectionSystemFailure");
+    connection.set("CertificateFilename", fileWith(server.certificate()));
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "secret");
+    expectScopeUsable(connection);
+}
+
+class TlsTunnel : public Tls {
+protected:
+    Object openThrough(const TlsServer& proxy) {
+        Object connection = makeAdapter();
+        connection.set("URL", "https://origin.test/p");
+        connection.set("CertificateFilename", fileWith(proxy.certificate()));
+        connection.call("openProxyConnection",
+                        {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(proxy.port())}})});
+        return connection;
+    }
+};
+
+// The proxy's 200 is interim; the answer of the server behind it takes its place.
+TEST_F(TlsTunnel, HeadOfTheServerTakesThePlaceOfTheProxys) {
+    const TlsServer proxy("DNS:origin.test", response("through", {"X-Origin: 1"}, "404 Not Found"),
+                          "HTTP/1.1 200 Connection established\r\nX-Proxy: 1\r\n\r\n");
+    const Object connection = openThrough(proxy);
+    EXPECT_EQ(receiveBytes(connection), "through");
+    EXPECT_EQ(connection.get("ResponseCode").number(), 404.0);
+    EXPECT_EQ(resultTexts(connection, "getStatusLine", 3)[2], "Not Found");
+    EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
+    EXPECT_EQ(resultTexts(connection, "getRequestLine", 3)[1], "/p") << "the last request, not the proxy's";
+    EXPECT_EQ(startLine(proxy.tunnelHeads().at(0)), "CONNECT origin.test:443 HTTP/1.1");
+    EXPECT_EQ(startLine(proxy.heads().at(0)), "GET /p HTTP/1.1");
+    expectScopeUsable(connection);
+}
+
+// Any other success of the proxy is a final head, which the server's replaces as that of a further response.
+TEST_F(TlsTunnel, OtherSuccessOfTheProxyIsReplacedToo) {
+    const TlsServer proxy("DNS:origin.test", response("through", {"X-Origin: 1"}),
+                          "HTTP/1.1 201 Created\r\nX-Proxy: 1\r\n\r\n");
+    const Object connection = openThrough(proxy);
+    EXPECT_EQ(receiveBytes(connection), "through");
+    EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
+    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    expectScopeUsable(connection);
+}
+
+} // namespace

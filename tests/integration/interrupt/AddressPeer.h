@@ -1,0 +1,45 @@
+// nginx on some of the loopback addresses, with something known on the others.
+#pragma once
+
+#include "tests/integration/support/PeerProcess.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/SocketHandle.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace integrationtest {
+
+// What happens to a connection on the ports of the server.
+enum class Side {
+    Served,
+    Refused,
+    Silent, // neither accepted nor refused
+};
+
+class AddressPeer {
+public:
+    // Where the machine has no IPv6 loopback address, what is said of it is left out, and so is what the peer can say
+    // about it: see url.
+    AddressPeer(Side ipv4, Side ipv6, bool hasIPv6 = testsupport::hasLoopback(testsupport::Family::IPv6));
+
+    std::uint16_t port(bool secure) const { return Ports.at(secure ? 1 : 0); }
+    // Answered with the value of the request's Host field, a blank and the address that was connected to. Raises
+    // std::runtime_error, with what the machine lacks, for a host that has nobody to be reached at without ::1.
+    std::string url(const std::string& host, bool secure) const;
+    std::string certificateFile() const { return Folder.file("certificate"); } // for 127.0.0.1, ::1 and localhost
+
+private:
+    testsupport::TemporaryFolder Folder;
+    bool HasIPv6;
+    bool OnlyIPv6Serves;
+    std::vector<std::uint16_t> Ports; // plain, under TLS, and one of 127.0.0.1 to wait for
+    std::vector<testsupport::SocketHandle> Held;
+    std::unique_ptr<PeerProcess> Process;
+
+    void hold(testsupport::Family family, std::uint16_t port, Side side);
+};
+
+} // namespace integrationtest

@@ -1,0 +1,237 @@
+// Ctrl-C at the command line in each phase of a request, many times: it ends soon, with the status for that, and leaves
+// no file.
+#include "tests/integration/interrupt/HeldLookupEnvironment.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
+#include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+
+#include <fcntl.h>
+
+namespace {
+
+using namespace testsupport;
+
+using Texts = std::vector<std::string>;
+
+const std::string Interrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
+constexpr int Rounds = 50;
+constexpr std::chrono::seconds Patience{2}; // of the person who has pressed Ctrl-C
+constexpr std::size_t Much = 30'000'000;    // more than all buffers on the way hold
+
+class InterruptedCommand : public testing::Test {
+protected:
+    // Presses Ctrl-C and looks at what is left. A program that goes on for too long is killed, and has no status then.
+    Outcome stop(Program& program) {
+        program.signal(SIGINT);
+        const Outcome outcome = program.waitAtMost(Patience);
+        EXPECT_EQ(outcome.Status, 130);
+        EXPECT_TRUE(std::filesystem::is_empty(Folder.path())) << "something is left of the file";
+        return outcome;
+    }
+    void interrupt(Program& program, const std::string& output = {}) {
+        const Outcome outcome = stop(program);
+        EXPECT_EQ(outcome.Err, Interrupted);
+        EXPECT_EQ(outcome.Out, output);
+    }
+
+    // Each phase is interrupted as often as this, unless something fails.
+    void repeat(const std::function<void(int round)>& action) {
+        for (int round = 0; round < Rounds && !HasFailure(); ++round) {
+            SCOPED_TRACE(round);
+            action(round);
+        }
+    }
+
+    // Every command that writes, by turns: to standard output, to a file through the class, to a file through a
+    // consumer, to a file behind a request with content.
+    Texts command(int round, const std::string& url) const {
+        const std::vector<Texts> commands = {{"get", "-k", url},
+                                             {"save", "-k", url, target()},
+                                             {"save", "-k", "--consumer", url, target()},
+                                             {"send", "-k", "-o", target(), url}};
+        return commands.at(static_cast<std::size_t>(round) % commands.size());
+    }
+    std::string target() const { return Folder.file("target"); }
+
+private:
+    TemporaryFolder Folder;
+};
+
+// What the limit is worth: without it a program that does not end would hold the test instead of failing it.
+TEST(InterruptedProgram, IsKilledWhereItDoesNotEnd) {
+    Program silent({}, {.Executable = "/bin/cat"}); // nothing is typed
+    EXPECT_EQ(silent.waitAtMost(std::chrono::milliseconds(1)).Status, -1);
+    Program ending({"-c", "exit 7"}, {.Executable = "/bin/sh"});
+    EXPECT_EQ(ending.waitAtMost(Patience).Status, 7);
+}
+
+// Something that a program does which a server can see, in turn with what it then waits for.
+struct Phase {
+    const char* Name;
+    Script (*Play)();
+};
+
+Script beforeTheHead() {
+    return {step::expectHead(), step::signal("reached"), step::awaitPeerEnd()};
+}
+Script withinTheHead() {
+    return {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Le"), step::signal("reached"),
+            step::awaitPeerEnd()};
+}
+Script behindAnInterimHead() {
+    return {step::expectHead(), step::send("HTTP/1.1 103 Early Hints\r\n\r\n"), step::signal("reached"),
+            step::awaitPeerEnd()};
+}
+Script behindTheHead() {
+    return {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"), step::signal("reached"),
+            step::awaitPeerEnd()};
+}
+Script withinAChunk() {
+    return {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nff\r\n"),
+            step::signal("reached"), step::awaitPeerEnd()};
+}
+
+class InterruptedPhase : public InterruptedCommand, public testing::WithParamInterface<Phase> {};
+
+TEST_P(InterruptedPhase, EndsEveryCommand) {
+    repeat([&](int round) {
+        ScriptedServer server(GetParam().Play());
+        Program program(command(round, server.url()));
+        server.waitFor("reached");
+        interrupt(program);
+        EXPECT_TRUE(server.waitUntilDone().PeerEnded);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPhase,
+                         testing::Values(Phase{"BeforeTheHead", beforeTheHead}, Phase{"WithinTheHead", withinTheHead},
+                                         Phase{"BehindAnInterimHead", behindAnInterimHead},
+                                         Phase{"BehindTheHead", behindTheHead}, Phase{"WithinAChunk", withinAChunk}),
+                         [](const auto& info) { return std::string(info.param.Name); });
+
+TEST_F(InterruptedCommand, WithinTheContent) {
+    repeat([&](int round) {
+        ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\npart"),
+                               step::signal("reached"), step::awaitPeerEnd()});
+        const Texts arguments = command(round, server.url());
+        Program program(arguments);
+        server.waitFor("reached");
+        if (arguments.front() == "get") {
+            program.waitForOutput("part");
+        }
+        interrupt(program, arguments.front() == "get" ? "part" : "");
+    });
+}
+
+// A server that answers nothing but takes every byte, and one that takes none once the buffers are full.
+TEST_F(InterruptedCommand, WhileContentIsSent) {
+    const TemporaryFolder source;
+    writeFile(source.file("content"), patternedBytes(Much));
+    repeat([&](int round) {
+        const char* option = round % 2 == 0 ? "-T" : "--body-file";
+        const bool reads = round % 4 < 2;
+        SCOPED_TRACE(std::string(option) + (reads ? ", somebody reads" : ", nobody reads"));
+        ScriptedServer server({step::expectHead(), step::discard(reads ? Much / 2 : 1), step::signal("reached"),
+                               reads ? step::awaitPeerEnd() : step::await("the end")});
+        Program program({"send", "-X", "PUT", option, source.file("content"), "-o", target(), server.url()});
+        server.waitFor("reached");
+        interrupt(program);
+        server.raise("the end");
+    });
+}
+
+TEST_F(InterruptedCommand, WhileStandardInputIsSilent) {
+    repeat([&](int) {
+        ScriptedServer server({step::expectHead(), step::signal("reached"), step::awaitPeerEnd()});
+        Program program({"send", "-T", "-", "-o", target(), server.url()});
+        program.type("first");
+        server.waitFor("reached");
+        interrupt(program);
+    });
+}
+
+class InterruptedPipe : public InterruptedCommand {
+protected:
+    void interruptWhenFull();
+};
+
+void InterruptedPipe::interruptWhenFull() {
+    ScriptedServer server({step::expectHead(), step::send(response(patternedBytes(5'000'000))), step::awaitPeerEnd()});
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const SocketHandle read(ends[0]);
+    const SocketHandle write(ends[1]);
+    Surroundings around;
+    around.OutDescriptor = write.get();
+    Program program({"get", "--consumer", server.url()}, around);
+    program.awaitCondition([&] { return isFull(write.get()); }, "its output is full");
+    interrupt(program);
+}
+
+// A consumer that waits for its own output, which nobody reads.
+TEST_F(InterruptedPipe, WhileAConsumerWaitsForIt) {
+    repeat([&](int) { interruptWhenFull(); });
+}
+
+// Connecting, and what comes before and behind it. No server sees when that begins; the program's trace tells.
+
+class InterruptedConnect : public InterruptedCommand, public testing::WithParamInterface<const char*> {};
+
+TEST_P(InterruptedConnect, EndsEveryCommand) {
+    const SilentPort silent;
+    const std::string url = std::string(GetParam()) + "://127.0.0.1:" + std::to_string(silent.port()) + "/";
+    repeat([&](int round) {
+        Texts arguments = command(round, url);
+        arguments.insert(arguments.end(), {"-v", "--color", "never", "--no-progress"});
+        Program program(arguments, {.Terminal = true}); // output and errors in one
+        program.waitForOutput("Trying 127.0.0.1");
+        const Outcome outcome = stop(program);
+        EXPECT_THAT(outcome.Out, testing::HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted"));
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Schemes, InterruptedConnect, testing::Values("http", "https"),
+                         [](const auto& info) { return std::string(info.param); });
+
+TEST_F(InterruptedCommand, WithinAHandshakeThatGetsNoAnswer) {
+    repeat([&](int round) {
+        ScriptedServer server({step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
+        Program program(command(round, "https://" + server.authority() + "/"));
+        server.waitFor("reached");
+        interrupt(program);
+    });
+}
+
+TEST_F(InterruptedCommand, WithinAHandshakeThatAProxyHasOpened) {
+    repeat([&](int round) {
+        ScriptedServer proxy({step::expectHead(), step::send("HTTP/1.1 200 Connection established\r\n\r\n"),
+                              step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
+        Texts arguments = command(round, "https://origin.test/");
+        arguments.insert(arguments.end(), {"-x", proxy.authority()});
+        Program program(arguments);
+        proxy.waitFor("reached");
+        interrupt(program);
+    });
+}
+
+// The name server never answers. libcurl asks it on a thread of its own, which cannot be stopped.
+TEST_F(InterruptedCommand, WithinALookUpOfTheName) {
+    repeat([&](int round) {
+        const std::string scheme = round % 8 < 4 ? "http" : "https";
+        Program program(command(round, scheme + "://held.test/"),
+                        {.Environment = integrationtest::heldLookupEnvironment()});
+        program.waitForOutput("looking up\n");
+        interrupt(program, "looking up\n");
+    });
+}
+
+} // namespace

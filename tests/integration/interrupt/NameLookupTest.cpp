@@ -1,0 +1,76 @@
+// A name server that never answers: libcurl asks on a thread of its own, which cannot be stopped. Nothing waits for it.
+#include "tests/integration/interrupt/HeldLookup.h"
+#include "tests/integration/interrupt/HeldLookupEnvironment.h"
+#include "tests/integration/support/IntegrationFixture.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace integrationtest;
+using namespace testsupport;
+using vantik::Array;
+using vantik::Object;
+
+class NameLookup : public IntegrationFixture {
+protected:
+    static constexpr double Limit = 100; // ms, on connecting
+
+    // Runs into the limit on connecting while the look-up is held.
+    static void runIntoTheLimit(const Object& connection) {
+        connection.set("URL", "http://held.test/");
+        connection.set("TimeoutInMilliseconds", Array::doubles({Limit, 60000}));
+        connection.call("openConnection");
+        const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
+        EXPECT_EQ(failure.identifier(), "VANTIK:webservices:Timeout");
+        EXPECT_NE(failure.Text.find("Resolving timed out"), std::string::npos) << failure.Text;
+    }
+};
+
+TEST_F(NameLookup, EndsWithTheLimitOnConnecting) {
+    const HeldLookup lookup;
+    runIntoTheLimit(makeAdapter());
+}
+
+TEST_F(NameLookup, HoldsUpNeitherTheNextOpenNorANewObject) {
+    const HeldLookup lookup;
+    const std::string good =
+        serve({step::expectHead(), step::send(response("good")), step::expectHead(), step::send(response("good"))})
+            .url("/good");
+    {
+        const Object connection = makeAdapter();
+        runIntoTheLimit(connection);
+        connection.call("closeConnection");
+        connection.set("URL", good);
+        connection.call("openConnection");
+        EXPECT_EQ(receiveBytes(connection), "good");
+        connection.call("closeConnection");
+    }
+    EXPECT_EQ(receiveBytes(open(good)), "good");
+}
+
+TEST_F(NameLookup, HoldsUpTheEndOfNoScope) {
+    const HeldLookup lookup;
+    {
+        vantik::Host scope;
+        scope.load(modulePath());
+        runIntoTheLimit(scope.create(AdapterClass, {true}));
+    }
+    expectScopeUsable();
+}
+
+TEST(NameLookupOfTheCommand, EndsWithEachLimit) {
+    // Long enough for the look-up to begin: --max-time counts from before the program has an object to ask with.
+    for (const std::vector<std::string>& limit :
+         {std::vector<std::string>{"--connect-timeout", "2000"}, {"--connect-timeout", "300000", "-m", "3"}}) {
+        std::vector<std::string> command = {"get", "http://held.test/"};
+        command.insert(command.end(), limit.begin(), limit.end());
+        const Outcome outcome = run(command, {.Environment = heldLookupEnvironment()});
+        EXPECT_EQ(outcome.Status, 28) << outcome.Err;
+        EXPECT_EQ(outcome.Out, "looking up\n"); // said by the look-up
+    }
+}
+
+} // namespace

@@ -1,0 +1,128 @@
+// Proxies that are spoken to otherwise than in plain HTTP: what the wire sees of each, whoever named them.
+#include "tests/integration/proxy/ProxySettingsFixture.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using namespace integrationtest;
+using namespace std::string_literals;
+using namespace testsupport;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using vantik::Object;
+
+using Texts = std::vector<std::string>;
+
+const std::string Granted = "\5\0\0\1\0\0\0\0\0\0"s; // of a SOCKS5 connect
+const std::string TlsHandshake = "\x16\3"s;          // how the first record of a TLS client begins
+
+// A SOCKS5 server that plays the origin too. It may answer ahead of what it is asked, which has to come in this order:
+// the ways to log in that the client knows, its login, the connect, the request.
+Script socksExchange(const std::string& login) {
+    return {step::expectBody(2), step::send(login + Granted), step::expectHead(), step::send(response("by socks")),
+            step::awaitPeerEnd()};
+}
+const std::string NoLogin = "\5\0"s;
+const std::string PasswordLogin = "\5\2\1\0"s; // wanted, and accepted
+
+class ProxyProtocols : public ProxySettings {
+protected:
+    // The same proxy by the environment, in the program and at the command line, and by the option.
+    void getByEveryRoad(const std::string& proxy, const std::string& url, const std::string& content) {
+        Settings.set("http_proxy", proxy);
+        const Object connection = openByLookUp(url);
+        EXPECT_EQ(receiveBytes(connection), content);
+        expectScopeUsable(connection);
+        expectGot(run({"get", url}, {.Environment = {{"http_proxy", proxy}}}), content);
+        expectGot(run({"get", "-x", proxy, url}), content);
+    }
+
+private:
+    static void expectGot(const Outcome& outcome, const std::string& content) {
+        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+        EXPECT_EQ(outcome.Out, content);
+    }
+};
+
+TEST_F(ProxyProtocols, TlsIsSpokenBeforeAnyPassword) {
+    const Script hangsUp = {step::expectBody(3), step::close()};
+    ScriptedServer& proxy = serve(std::vector<Script>(3, hangsUp));
+    const std::string setting = "https://u:secret@" + proxy.authority();
+    Settings.set("http_proxy", setting);
+    const Object connection = openByLookUp("http://example.test/");
+    EXPECT_THROW(receiveBytes(connection), vantik::Failure);
+    expectScopeUsable(connection);
+    EXPECT_NE(run({"get", "http://example.test/"}, {.Environment = {{"http_proxy", setting}}}).Status, 0);
+    EXPECT_NE(run({"get", "-x", setting, "http://example.test/"}).Status, 0);
+    ASSERT_EQ(proxy.connectionCount(), 3U);
+    for (std::size_t road = 0; road < 3; ++road) {
+        const Record record = proxy.waitUntilDone(road);
+        EXPECT_THAT(record.Received, StartsWith(TlsHandshake)) << road;
+        EXPECT_THAT(record.Received, Not(HasSubstr("dTpzZWNyZXQ="))) << road; // u:secret
+    }
+}
+
+TEST_F(ProxyProtocols, Socks5WithNamesIsAskedForTheNameOfTheServer) {
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(NoLogin)));
+    getByEveryRoad("socks5h://" + proxy.authority(), "http://origin.test/x", "by socks");
+    for (std::size_t road = 0; road < 3; ++road) {
+        const Record record = proxy.record(road);
+        EXPECT_EQ(record.Bodies.at(0).front(), '\5');
+        EXPECT_THAT(record.Heads.at(0), HasSubstr("\5\1\0\3\13origin.test\0\120GET /x HTTP/1.1\r\n"s)) << road;
+    }
+}
+
+TEST_F(ProxyProtocols, Socks5IsAskedForTheAddressOfTheServer) {
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(NoLogin)));
+    getByEveryRoad("socks5://" + proxy.authority(), "http://127.0.0.1/x", "by socks");
+    for (std::size_t road = 0; road < 3; ++road) {
+        EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\5\1\0\1\177\0\0\1\0\120GET /x HTTP/1.1\r\n"s)) << road;
+    }
+}
+
+TEST_F(ProxyProtocols, Socks5GetsTheCredentialsOfTheSetting) {
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(PasswordLogin)));
+    getByEveryRoad("socks5://me:p%40w@" + proxy.authority(), "http://127.0.0.1/x", "by socks");
+    for (std::size_t road = 0; road < 3; ++road) {
+        EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\1\2me\3p@w\5\1\0\1"s)) << road;
+    }
+}
+
+TEST_F(ProxyProtocols, Socks4IsAskedForTheAddressOfTheServer) {
+    const Script exchange = {step::expectBody(9), step::send("\0\x5a\0\0\0\0\0\0"s), step::expectHead(),
+                             step::send(response("by socks")), step::awaitPeerEnd()};
+    ScriptedServer& proxy = serve(std::vector<Script>(3, exchange));
+    getByEveryRoad("socks4://" + proxy.authority(), "http://127.0.0.1/x", "by socks");
+    for (std::size_t road = 0; road < 3; ++road) {
+        EXPECT_EQ(proxy.record(road).Bodies.at(0), "\4\1\0\120\177\0\0\1\0"s) << road;
+        EXPECT_EQ(startLine(proxy.record(road).Heads.at(0)), "GET /x HTTP/1.1") << road;
+    }
+}
+
+// A setting may leave the version open, as scripts do.
+TEST_F(ProxyProtocols, SocksWithoutAVersionIsSocks4) {
+    ScriptedServer& proxy = serve({step::expectBody(9), step::send("\0\x5a\0\0\0\0\0\0"s), step::expectHead(),
+                                   step::send(response("by socks")), step::awaitPeerEnd()});
+    Settings.set("http_proxy", "socks://" + proxy.authority());
+    const Object connection = openByLookUp("http://127.0.0.1/x");
+    EXPECT_EQ(receiveBytes(connection), "by socks");
+    EXPECT_EQ(proxy.record().Bodies.at(0), "\4\1\0\120\177\0\0\1\0"s);
+    expectScopeUsable(connection);
+}
+
+TEST_F(ProxyProtocols, SocksProxyOfAScriptIsUsed) {
+    ScriptedServer& proxy = serve({socksExchange(NoLogin)});
+    writeFile(folder().file("proxy.pac"),
+              "function FindProxyForURL(url, host) { return 'SOCKS5 " + proxy.authority() + "'; }");
+    Settings.set("http_proxy", "pac+file://" + folder().file("proxy.pac"));
+    const Object connection = openByLookUp("http://127.0.0.1/x");
+    EXPECT_EQ(receiveBytes(connection), "by socks");
+    EXPECT_THAT(proxy.record().Heads.at(0), HasSubstr("\5\1\0\1\177\0\0\1"s));
+    expectScopeUsable(connection);
+}
+
+} // namespace

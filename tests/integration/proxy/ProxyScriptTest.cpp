@@ -1,0 +1,157 @@
+// Proxy scripts, and selectors of a program's own.
+#include "tests/integration/proxy/ProxySettingsFixture.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/server/UnreachablePorts.h"
+#include "tests/support/server/WireText.h"
+
+#include "embedded/services/Services.h"
+#include "host/ProxySelector.h"
+
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/Framework.h>
+
+#include <gmock/gmock.h>
+
+// For the run under a sanitizer: libproxy itself loses the address of a script that it could not get.
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+    return "leak:libproxy.so";
+}
+
+namespace {
+
+using namespace integrationtest;
+using namespace testsupport;
+using foundation::httpproxy::ProxyList;
+using vantik::Array;
+using vantik::Object;
+
+using Texts = std::vector<std::string>;
+
+std::string scriptFor(const ScriptedServer& proxy) {
+    return "function FindProxyForURL(url, host) {\n"
+           "  if (host == 'direct.test') return 'DIRECT';\n"
+           "  if (url.substring(0, 6) == 'https:') return 'PROXY secure.test:8443';\n"
+           "  if (dnsDomainIs(host, '.two.test')) return 'PROXY first.test:1; PROXY second.test:2; DIRECT';\n"
+           "  if (shExpMatch(url, '*/socks/*')) return 'SOCKS socks.test:1080; PROXY behind.test:3128';\n"
+           "  if (shExpMatch(url, '*/socks5/*')) return 'SOCKS5 socks.test:1080';\n"
+           "  if (shExpMatch(url, '*/tls/*')) return 'HTTPS tls.test:8443; PROXY behind.test:3128';\n"
+           "  if (host == 'nonsense.test') return 'nonsense';\n"
+           "  if (host == 'throws.test') throw 'on purpose';\n"
+           "  return 'PROXY " +
+           proxy.authority() +
+           "';\n"
+           "}\n";
+}
+
+class ProxyScripts : public ProxySettings {
+protected:
+    void expectAnswersOf(const ScriptedServer& proxy) {
+        EXPECT_EQ(described(lookUp("http://direct.test/")), Direct);
+        EXPECT_EQ(described(lookUp("https://any.test/")), "secure.test 8443");
+        EXPECT_EQ(described(lookUp("http://a.two.test/")), "first.test 1");
+        EXPECT_EQ(described(lookUp("http://any.test/socks/x")), "socks://socks.test 1080");
+        EXPECT_EQ(described(lookUp("http://any.test/socks5/x")), "socks5://socks.test 1080");
+        EXPECT_EQ(described(lookUp("http://any.test/tls/x")), "behind.test 3128") << "libproxy leaves HTTPS out";
+        EXPECT_EQ(described(lookUp("http://any.test/")), "127.0.0.1 " + std::to_string(proxy.port()));
+        // What a script does wrong counts as no proxy.
+        EXPECT_EQ(described(lookUp("http://nonsense.test/")), Direct);
+        EXPECT_EQ(described(lookUp("http://throws.test/")), Direct);
+    }
+};
+
+TEST_F(ProxyScripts, FromAFileDecideByTheUrl) {
+    ScriptedServer& proxy =
+        serve(std::vector<Script>(2, {step::expectHead(), step::send(response("by script")), step::awaitPeerEnd()}));
+    writeFile(folder().file("proxy.pac"), scriptFor(proxy));
+    const std::string setting = "pac+file://" + folder().file("proxy.pac");
+    Settings.set("http_proxy", setting);
+    expectAnswersOf(proxy);
+    const Object connection = openByLookUp("http://origin.test/x");
+    EXPECT_EQ(receiveBytes(connection), "by script");
+    EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET http://origin.test/x HTTP/1.1");
+    const Outcome outcome =
+        run({"get", "-x", "auto", "http://origin.test/y"}, {.Environment = {{"http_proxy", setting}}});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(outcome.Out, "by script");
+    expectScopeUsable(connection);
+}
+
+// It is fetched once and kept for as long as the setting stays.
+TEST_F(ProxyScripts, FromAServerDecideByTheUrl) {
+    ScriptedServer& proxy = serve({step::expectHead(), step::send(response("by script"))});
+    const std::string script = scriptFor(proxy);
+    ScriptedServer& source =
+        serve({step::expectHead(), step::send(response(script, {"Content-Type: application/x-ns-proxy-autoconfig"})),
+               step::close()});
+    Settings.set("http_proxy", "pac+" + source.url("/proxy.pac"));
+    expectAnswersOf(proxy);
+    EXPECT_EQ(source.connectionCount(), 1U);
+    const Object connection = openByLookUp("http://origin.test/x");
+    EXPECT_EQ(receiveBytes(connection), "by script");
+    expectScopeUsable(connection);
+}
+
+TEST_F(ProxyScripts, ThatCannotBeHadMeanADirectConnection) {
+    const RefusingPort refusing;
+    for (const std::string& setting :
+         {std::string("pac+file:///nonexistent/proxy.pac"), "pac+" + refusing.url("/proxy.pac")}) {
+        SCOPED_TRACE(setting);
+        Settings.set("http_proxy", setting);
+        EXPECT_EQ(described(lookUp("http://a.corp/")), Direct);
+    }
+    expectScopeUsable();
+}
+
+// A program's own selector
+
+class OwnSelector final : public foundation::httpproxy::ProxySelector {
+public:
+    ProxyList getProxies(const std::string& url) override {
+        Asked.push_back(url);
+        if (static_cast<int>(Asked.size()) <= Failures) {
+            throw std::runtime_error("no settings today");
+        }
+        return ProxyList(std::list<foundation::httpproxy::Proxy>{Answer});
+    }
+    Texts Asked;
+    int Failures = 0;
+    foundation::httpproxy::Proxy Answer{"", 0};
+};
+
+class ProxySelectorOfTheProgram : public ProxySettings {
+protected:
+    // The look-ups of the test ask `Selector`; connections are made with the host's own services again.
+    Array lookUpByIt(const std::string& url) {
+        const auto framework = vantik::detail::makeEmptyFramework();
+        static_cast<void>(
+            framework->GetBundleContext().RegisterService<foundation::httpproxy::ProxySelector>(Selector));
+        const vantik::detail::FrameworkReplacement replacement(framework);
+        return lookUp(url);
+    }
+    std::shared_ptr<OwnSelector> Selector = std::make_shared<OwnSelector>();
+};
+
+TEST_F(ProxySelectorOfTheProgram, FailsOnTheUrlAndAnswersForTheScheme) {
+    ScriptedServer& proxy = serve({step::expectHead(), step::send(response("by selector"))});
+    Selector->Failures = 1;
+    Selector->Answer = foundation::httpproxy::Proxy("127.0.0.1", proxy.port());
+    const Array answer = lookUpByIt("http://origin.test/x");
+    EXPECT_EQ(Selector->Asked, (Texts{"http://origin.test/x", "http://"}));
+    const Object connection = makeAdapter();
+    connection.set("URL", "http://origin.test/x");
+    connection.call("openProxyConnection", {answer});
+    EXPECT_EQ(receiveBytes(connection), "by selector");
+    EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET http://origin.test/x HTTP/1.1");
+    expectScopeUsable(connection);
+}
+
+TEST_F(ProxySelectorOfTheProgram, FailsOnBothAndItsTextReachesTheCaller) {
+    Selector->Failures = 2;
+    EXPECT_EQ(describe(failureOf([&] { lookUpByIt("https://origin.test/x"); })),
+              "VANTIK:host:Failure(no settings today)");
+    EXPECT_EQ(Selector->Asked, (Texts{"https://origin.test/x", "https://"}));
+    EXPECT_EQ(described(lookUpByIt("https://origin.test/x")), " 0") << "the list is not empty";
+    expectScopeUsable();
+}
+
+} // namespace

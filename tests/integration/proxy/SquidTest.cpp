@@ -1,0 +1,348 @@
+// Requests through the proxy Squid: forwarded, through a tunnel, with a login, refused.
+#include "tests/integration/proxy/Squid.h"
+#include "tests/integration/apache/Apache.h"
+#include "tests/integration/support/IntegrationFixture.h"
+#include "tests/integration/tls/TlsPeer.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/server/UnreachablePorts.h"
+
+#include <gmock/gmock.h>
+
+#include <map>
+#include <ostream>
+
+namespace {
+
+using namespace integrationtest;
+using testing::HasSubstr;
+using testsupport::makeScriptedProvider;
+using testsupport::Outcome;
+using testsupport::RefusingPort;
+using testsupport::run;
+using testsupport::writeFile;
+using vantik::Array;
+using vantik::Object;
+
+using Texts = std::vector<std::string>;
+using Schemes = std::vector<std::string>;
+
+constexpr const char* Secret = "told under TLS";
+
+// The origins are known to the proxy alone by their names.
+class ThroughSquid : public IntegrationFixture {
+protected:
+    static void SetUpTestSuite() { Peers = std::make_unique<PeerSet>(); }
+    static void TearDownTestSuite() { Peers.reset(); }
+
+    // Started before the first exchange of a test: it would inherit libcurl's connections and hold them open.
+    static const Squid& squid(SquidLogin login) {
+        std::unique_ptr<Squid>& proxy = Peers->Proxies[login];
+        if (!proxy) {
+            proxy = std::make_unique<Squid>(login);
+        }
+        return *proxy;
+    }
+    static Apache& origin() { return Peers->Origin; }
+    static std::string plainUrl(const std::string& path = "/open/page") { return origin().url(path, "origin.test"); }
+    // Under TLS, with a certificate for "origin.test".
+    static std::string secureUrl() { return Peers->SecureOrigin.url(0, "/", "origin.test"); }
+    std::string trustFile() {
+        writeFile(folder().file("trust.pem"), Peers->Authority.certificate());
+        return folder().file("trust.pem");
+    }
+
+    Object openThrough(SquidLogin login, const std::string& url, bool optionsMode = true) {
+        Object connection = makeAdapter(optionsMode);
+        connection.set("CertificateFilename", trustFile());
+        connection.set("VerifyServerName", true);
+        connection.set("URL", url);
+        // Part of the way to the server: a proxy that starts its helper for logins, and a page that libcurl reads byte
+        // by byte.
+        connection.set("TimeoutInMilliseconds", Array::doubles({60000}));
+        openAgain(connection, login);
+        return connection;
+    }
+    static void openAgain(const Object& connection, SquidLogin login) {
+        connection.call(
+            "openProxyConnection",
+            {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(squid(login).port())}})});
+    }
+    static void logIn(const Object& connection, const Schemes& allowed, const std::string& password = KnownPassword) {
+        connection.set("ProxyUsername", KnownUser);
+        connection.set("ProxyPassword", password);
+        connection.call("setAuthenticationSchemes",
+                        {Array::enumeration("vantik.net.http.AuthenticationScheme", allowed), true});
+    }
+    static double status(const Object& connection) { return connection.get("ResponseCode").number(); }
+    static std::string field(const Object& connection, const char* name) {
+        return connection.call("getResponseField", {name}).text();
+    }
+
+private:
+    struct PeerSet {
+        testsupport::CertificateAuthority Authority;
+        std::map<SquidLogin, std::unique_ptr<Squid>> Proxies;
+        Apache Origin;
+        TlsPeer SecureOrigin{{{.Identity = Authority.issue({.Names = "DNS:origin.test"}), .Content = Secret}}};
+    };
+    inline static std::unique_ptr<PeerSet> Peers;
+};
+
+TEST_F(ThroughSquid, PageIsForwarded) {
+    const Object connection = openThrough(SquidLogin::None, plainUrl());
+    EXPECT_EQ(receiveDigest(connection).hex(), digestOf(origin().page()));
+    EXPECT_EQ(status(connection), 200);
+    EXPECT_EQ(field(connection, "X-Cache"), "MISS from proxy.test");
+    expectScopeUsable(connection);
+}
+
+TEST_F(ThroughSquid, OlderInterfaceIsForwardedToo) {
+    const Object connection = openThrough(SquidLogin::None, plainUrl(), false);
+    EXPECT_EQ(receiveDigest(connection).hex(), digestOf(origin().page()));
+    expectScopeUsable(connection);
+}
+
+TEST_F(ThroughSquid, TunnelIsOpenedForASecurePage) {
+    const Object connection = openThrough(SquidLogin::None, secureUrl());
+    EXPECT_EQ(receiveBytes(connection), Secret);
+    EXPECT_EQ(status(connection), 200);
+    EXPECT_EQ(connection.call("getResponseField", {"X-Cache"}).size(), 0U) << "what the proxy said is no response";
+    expectScopeUsable(connection);
+}
+
+TEST_F(ThroughSquid, RequestsInARowUseTheSameProxy) {
+    for (int round = 0; round < 5; ++round) {
+        for (const bool secure : {false, true}) {
+            const Object connection = openThrough(SquidLogin::None, secure ? secureUrl() : plainUrl());
+            EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page()));
+            connection.call("closeConnection");
+        }
+    }
+    expectScopeUsable();
+}
+
+// What the origin asks for is passed on.
+TEST_F(ThroughSquid, OriginsOwnLoginWorks) {
+    const Object connection = openThrough(SquidLogin::None, plainUrl("/digest/page"));
+    connection.set("Username", KnownUser);
+    connection.set("Password", KnownPassword);
+    connection.call("setAuthenticationSchemes",
+                    {Array::enumeration("vantik.net.http.AuthenticationScheme", Schemes{"Digest"}), false});
+    EXPECT_EQ(receiveDigest(connection).hex(), digestOf(origin().page()));
+    EXPECT_EQ(status(connection), 200);
+    expectScopeUsable(connection);
+}
+
+struct LoginRow {
+    std::string Name;
+    SquidLogin Asked;
+    Schemes Allowed;
+};
+
+void PrintTo(const LoginRow& row, std::ostream* out) {
+    *out << row.Name;
+}
+
+const LoginRow LoginRows[] = {
+    {"Basic", SquidLogin::Basic, {"Basic"}},
+    {"Digest", SquidLogin::Digest, {"Digest"}},
+    {"EitherAtBasic", SquidLogin::Basic, {"Basic", "Digest"}},
+    {"EitherAtDigest", SquidLogin::Digest, {"Basic", "Digest"}},
+    {"EitherAtBoth", SquidLogin::Both, {"Basic", "Digest"}},
+    {"BasicAtBoth", SquidLogin::Both, {"Basic"}},
+};
+
+class SquidLetsThrough : public ThroughSquid, public testing::WithParamInterface<LoginRow> {};
+
+TEST_P(SquidLetsThrough, PlainAndSecurePages) {
+    for (const bool secure : {false, true}) {
+        const Object connection = openThrough(GetParam().Asked, secure ? secureUrl() : plainUrl());
+        logIn(connection, GetParam().Allowed);
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page())) << secure;
+        EXPECT_EQ(status(connection), 200) << secure;
+        expectScopeUsable(connection);
+    }
+}
+
+TEST_P(SquidLetsThrough, ContentOnItsWay) {
+    const std::string content = generated(300'000);
+    for (const bool provider : {false, true}) {
+        const Object connection = openThrough(GetParam().Asked, plainUrl("/open/echo"));
+        logIn(connection, GetParam().Allowed);
+        connection.set("RequestMethod", "PUT");
+        if (provider) {
+            connection.set("Provider", makeScriptedProvider(host(), content));
+        } else {
+            connection.set("Payload", Array::bytes(std::string_view(content)));
+        }
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(content)) << provider;
+        EXPECT_EQ(status(connection), 200) << provider;
+        expectScopeUsable(connection);
+    }
+}
+
+struct RefusalRow {
+    std::string Name;
+    SquidLogin Asked;
+    Schemes Allowed;
+    std::string Password;
+    std::string Challenge;
+};
+
+void PrintTo(const RefusalRow& row, std::ostream* out) {
+    *out << row.Name;
+}
+
+const RefusalRow RefusalRows[] = {
+    {"NoSchemeAtBasic", SquidLogin::Basic, {}, KnownPassword, "Basic realm=\"test\""},
+    {"NoSchemeAtDigest", SquidLogin::Digest, {}, KnownPassword, "Digest realm=\"test\""},
+    {"WrongPasswordAtBasic", SquidLogin::Basic, {"Basic"}, "wrong", "Basic realm=\"test\""},
+    {"WrongPasswordAtDigest", SquidLogin::Digest, {"Digest"}, "wrong", "Digest realm=\"test\""},
+    {"WrongPasswordWithEither", SquidLogin::Digest, {"Basic", "Digest"}, "wrong", "Digest realm=\"test\""},
+    {"BasicWhereDigestIsAsked", SquidLogin::Digest, {"Basic"}, KnownPassword, "Digest realm=\"test\""},
+    {"DigestWhereBasicIsAsked", SquidLogin::Basic, {"Digest"}, KnownPassword, "Basic realm=\"test\""},
+};
+
+class SquidAsksForALogin : public ThroughSquid, public testing::WithParamInterface<RefusalRow> {};
+
+// The answer is a response. That to a request for a tunnel comes without its page, which libcurl drops.
+TEST_P(SquidAsksForALogin, AndTheAnswerIsAResponse) {
+    const RefusalRow& row = GetParam();
+    for (const bool secure : {false, true}) {
+        SCOPED_TRACE(secure ? "tunnel" : "plain");
+        const Object connection = openThrough(row.Asked, secure ? secureUrl() : plainUrl());
+        logIn(connection, row.Allowed, row.Password);
+        const std::string page = receiveBytes(connection);
+        EXPECT_EQ(page.find("ERR_CACHE_ACCESS_DENIED") != std::string::npos, !secure);
+        EXPECT_EQ(status(connection), 407);
+        EXPECT_THAT(field(connection, "Proxy-Authenticate"), HasSubstr(row.Challenge));
+        connection.call("closeConnection");
+
+        // The right login counts at once, for the same object.
+        openAgain(connection, row.Asked);
+        logIn(connection, {row.Asked == SquidLogin::Basic ? "Basic" : "Digest"});
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page()));
+        EXPECT_EQ(status(connection), 200);
+        expectScopeUsable(connection);
+    }
+}
+
+struct ErrorRow {
+    std::string Name;
+    std::string Url; // with "down" for the port of a server that is not there
+    int Status;
+    std::string Page; // Squid's name for it
+};
+
+void PrintTo(const ErrorRow& row, std::ostream* out) {
+    *out << row.Name;
+}
+
+// Squid hears nothing about the unknown names, which is not the same to it as a "no".
+const ErrorRow ErrorRows[] = {
+    {"RefusedDestination", "http://refused.test:80/", 403, "ERR_ACCESS_DENIED"},
+    {"RefusedTunnel", "https://refused.test:443/", 403, "ERR_ACCESS_DENIED"},
+    {"ServerThatIsDown", "http://origin.test:down/", 503, "ERR_CONNECT_FAIL"},
+    {"SecureServerThatIsDown", "https://origin.test:down/", 503, "ERR_CONNECT_FAIL"},
+    {"UnknownServer", "http://no-such-host.invalid/", 502, "ERR_READ_ERROR"},
+    {"UnknownSecureServer", "https://no-such-host.invalid/", 500, "ERR_CANNOT_FORWARD"},
+};
+
+class SquidFails : public ThroughSquid, public testing::WithParamInterface<ErrorRow> {
+protected:
+    std::string url() const {
+        std::string text = GetParam().Url;
+        if (const auto word = text.find("down"); word != text.npos) {
+            text.replace(word, 4, std::to_string(Down.port()));
+        }
+        return text;
+    }
+
+private:
+    RefusingPort Down;
+};
+
+TEST_P(SquidFails, AndTheAnswerIsAResponse) {
+    const ErrorRow& row = GetParam();
+    const bool secure = row.Url.starts_with("https");
+    const Object connection = openThrough(SquidLogin::None, url());
+    const std::string page = receiveBytes(connection);
+    EXPECT_EQ(page.find(row.Page) != std::string::npos, !secure);
+    EXPECT_EQ(status(connection), row.Status);
+    EXPECT_THAT(field(connection, "X-Squid-Error"), HasSubstr(row.Page));
+    connection.call("closeConnection");
+
+    const Object next = openThrough(SquidLogin::None, plainUrl());
+    EXPECT_EQ(receiveDigest(next).hex(), digestOf(origin().page()));
+    expectScopeUsable(next);
+}
+
+TEST_P(SquidFails, AndTheOlderInterfaceFailsWithTheStatus) {
+    const Object connection = openThrough(SquidLogin::None, url(), false);
+    const vantik::Message message = failureOf([&] { receiveBytes(connection); });
+    EXPECT_EQ(message.identifier(), "VANTIK:webservices:StatusError") << message.Text;
+    EXPECT_THAT(describe(message), HasSubstr("(" + std::to_string(GetParam().Status) + ", "));
+    expectScopeUsable(connection);
+}
+
+TEST_P(SquidFails, AndTheProgramTellsTheStatus) {
+    const Outcome outcome = run({"get", "--fail", "-x", squid(SquidLogin::None).authority(), url()});
+    EXPECT_EQ(outcome.Status, 22);
+    EXPECT_EQ(outcome.Out, "");
+    EXPECT_THAT(outcome.Err, HasSubstr(std::to_string(GetParam().Status)));
+}
+
+template <class Row>
+std::string rowName(const testing::TestParamInfo<Row>& info) {
+    return info.param.Name;
+}
+
+INSTANTIATE_TEST_SUITE_P(, SquidLetsThrough, testing::ValuesIn(LoginRows), rowName<LoginRow>);
+INSTANTIATE_TEST_SUITE_P(, SquidAsksForALogin, testing::ValuesIn(RefusalRows), rowName<RefusalRow>);
+INSTANTIATE_TEST_SUITE_P(, SquidFails, testing::ValuesIn(ErrorRows), rowName<ErrorRow>);
+
+class SquidCommand : public ThroughSquid {
+protected:
+    Outcome get(SquidLogin login, Texts arguments) {
+        const Texts start = {"get", "-o", "-", "--ca-file", trustFile(), "-x", squid(login).authority()};
+        arguments.insert(arguments.begin(), start.begin(), start.end());
+        return run(arguments);
+    }
+};
+
+TEST_F(SquidCommand, GetsThroughWithALogin) {
+    const std::string user = std::string(KnownUser) + ":" + KnownPassword;
+    for (const auto& [asked, options] :
+         {std::pair(SquidLogin::Basic, Texts{"--proxy-auth", "basic"}),
+          std::pair(SquidLogin::Digest, Texts{"--proxy-auth", "digest"}), std::pair(SquidLogin::Both, Texts{})}) {
+        for (const bool secure : {false, true}) {
+            Texts arguments = {"--fail", "--proxy-user", user, secure ? secureUrl() : plainUrl()};
+            arguments.insert(arguments.begin(), options.begin(), options.end());
+            const Outcome outcome = get(asked, arguments);
+            EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+            EXPECT_EQ(digestOf(outcome.Out), digestOf(secure ? Secret : origin().page()));
+            EXPECT_EQ(outcome.Err, "");
+        }
+    }
+}
+
+TEST_F(SquidCommand, WrongLoginFailsAndTellsNoSecret) {
+    for (const bool secure : {false, true}) {
+        const Outcome outcome =
+            get(SquidLogin::Digest,
+                {"--fail", "--proxy-user", std::string(KnownUser) + ":hush-hush", secure ? secureUrl() : plainUrl()});
+        EXPECT_EQ(outcome.Status, 22);
+        EXPECT_EQ(outcome.Out, "");
+        EXPECT_THAT(outcome.Err, HasSubstr("407"));
+        EXPECT_THAT(outcome.Err, testing::Not(HasSubstr("hush-hush")));
+    }
+}
+
+TEST_F(SquidCommand, ProxyOfTheEnvironmentIsUsed) {
+    const Outcome outcome = run({"get", "-o", "-", plainUrl()},
+                                {.Environment = {{"http_proxy", "http://" + squid(SquidLogin::None).authority()}}});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(digestOf(outcome.Out), digestOf(origin().page()));
+}
+
+} // namespace

@@ -1,0 +1,124 @@
+#include "tests/integration/support/PeerProcess.h"
+
+#include "tests/support/process/Await.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <utility>
+
+namespace {
+
+using namespace integrationtest;
+using testing::HasSubstr;
+using testsupport::Awaited;
+using testsupport::awaitOrEnd;
+using testsupport::processHasEnded;
+using testsupport::readFile;
+using testsupport::TemporaryFolder;
+
+std::string textOf(const std::string& path) {
+    return std::filesystem::exists(path) ? readFile(path) : "";
+}
+
+std::string whatFails(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "nothing failed";
+}
+
+TEST(PeerProcess, RunsInItsFolderWithItsEnvironment) {
+    const TemporaryFolder folder;
+    PeerProcess process({"sh", "-c", "echo $GREETING from $PWD > said; exec sleep 600"}, folder.file("log"),
+                        {.Environment = {{"GREETING", "hello"}}, .Folder = folder.path()});
+    process.awaitCondition(
+        [&] { return std::filesystem::exists(folder.file("said")) && !readFile(folder.file("said")).empty(); }, "said");
+    EXPECT_EQ(readFile(folder.file("said")), "hello from " + folder.path() + "\n");
+}
+
+TEST(PeerProcess, EarlyEndIsToldWithWhatWasPrinted) {
+    const TemporaryFolder folder;
+    PeerProcess process({"sh", "-c", "echo bad configuration >&2; exit 1"}, folder.file("log"));
+    EXPECT_THAT(whatFails([&] { process.awaitListening(freePorts(1)[0]); }),
+                testing::AllOf(HasSubstr("sh has ended before listening on port"), HasSubstr("bad configuration")));
+}
+
+TEST(PeerProcess, PortThatSomebodyElseHasDoesNotCount) {
+    const TemporaryFolder folder;
+    const testsupport::ScriptedServer stranger{testsupport::Script{}};
+    PeerProcess process({"sh", "-c", "exit 0"}, folder.file("log"));
+    EXPECT_THAT(whatFails([&] { process.awaitListening(stranger.port()); }),
+                HasSubstr("sh has ended before listening"));
+}
+
+TEST(PeerProcess, UnknownProgramIsNamed) {
+    const TemporaryFolder folder;
+    EXPECT_THAT(whatFails([&] { const PeerProcess process({"no-such-server"}, folder.file("log")); }),
+                HasSubstr("no-such-server is not installed"));
+}
+
+TEST(PeerProcess, StopEndsWhateverItHasStarted) {
+    const TemporaryFolder folder;
+    PeerProcess process({"sh", "-c", "sleep 600 & echo $! > child; trap '' TERM; echo > ready; wait; wait"},
+                        folder.file("log"), {.Folder = folder.path(), .StopSignal = SIGKILL});
+    process.awaitCondition([&] { return std::filesystem::exists(folder.file("ready")); }, "ready");
+    const pid_t child = std::stoi(readFile(folder.file("child")));
+    EXPECT_EQ(::kill(child, 0), 0);
+    process.stop();
+    // Without a parent it is somebody else's to collect.
+    EXPECT_EQ(awaitOrEnd([child] { return processHasEnded(child); }, [] { return false; }), Awaited::Held);
+    process.stop();
+}
+
+TEST(PeerProcess, WhatItDidBeforeItsEndCounts) {
+    const TemporaryFolder folder;
+    PeerProcess process({"sh", "-c", "echo $$ > id; until [ -e go ]; do sleep 0.01; done; touch done"},
+                        folder.file("log"), {.Folder = folder.path()});
+    process.awaitCondition([&] { return !textOf(folder.file("id")).empty(); }, "running");
+    const pid_t id = std::stoi(readFile(folder.file("id")));
+    bool first = true;
+    const auto doneBehindTheFirstLook = [&] {
+        const bool done = !first && std::filesystem::exists(folder.file("done"));
+        if (std::exchange(first, false)) {
+            testsupport::writeFile(folder.file("go"), "");
+            EXPECT_EQ(awaitOrEnd([id] { return processHasEnded(id); }, [] { return false; }), Awaited::Held);
+        }
+        return done;
+    };
+    EXPECT_EQ(whatFails([&] { process.awaitCondition(doneBehindTheFirstLook, "done"); }), "nothing failed");
+}
+
+TEST(FreePorts, AreDifferent) {
+    std::vector<std::uint16_t> ports = freePorts(20);
+    std::sort(ports.begin(), ports.end());
+    EXPECT_EQ(std::adjacent_find(ports.begin(), ports.end()), ports.end());
+}
+
+TEST(FreePorts, StartIsTriedAgainOnOthers) {
+    const TemporaryFolder folder;
+    std::vector<std::vector<std::uint16_t>> tried;
+    const auto process = startOnFreePorts(2, [&](const std::vector<std::uint16_t>& ports) {
+        tried.push_back(ports);
+        if (tried.size() < 3) {
+            throw std::runtime_error("taken");
+        }
+        return std::make_unique<PeerProcess>(std::vector<std::string>{"sleep", "600"}, folder.file("log"));
+    });
+    EXPECT_NE(process, nullptr);
+    EXPECT_EQ(tried.size(), 3U);
+    EXPECT_NE(tried[0], tried[2]);
+    EXPECT_EQ(whatFails([] {
+                  startOnFreePorts(
+                      1, [](const auto&) -> std::unique_ptr<PeerProcess> { throw std::runtime_error("always taken"); });
+              }),
+              "always taken");
+}
+
+} // namespace

@@ -1,0 +1,214 @@
+// Which certificates of a server are accepted under which settings, and what is told about those that are not.
+#include "tests/integration/support/IntegrationFixture.h"
+#include "tests/integration/tls/CertificateChain.h"
+#include "tests/integration/tls/TlsPeer.h"
+
+#include <gmock/gmock.h>
+
+#include <ostream>
+
+namespace {
+
+using namespace integrationtest;
+using std::chrono::hours;
+using testing::HasSubstr;
+using testsupport::CertificateAuthority;
+using testsupport::Credentials;
+using testsupport::writeFile;
+using vantik::Object;
+
+const std::string Localhost = "DNS:localhost";
+
+// What a test is given: the server's identity, and the certificate that a client who knows it trusts.
+struct Identity {
+    Credentials Server;
+    std::string Trusted;
+};
+
+Identity issued(const testsupport::CertificateRequest& request) {
+    const CertificateAuthority authority;
+    return {authority.issue(request), authority.certificate()};
+}
+
+Identity chained(bool complete) {
+    CertificateChain chain = makeCertificateChain(Localhost);
+    if (complete) {
+        chain.Leaf.Certificate += chain.Intermediate;
+    }
+    return {chain.Leaf, chain.Root};
+}
+
+Identity ownSignature(bool trusted) {
+    const Credentials server = testsupport::selfSigned({.Names = Localhost});
+    return {server, trusted ? server.Certificate : CertificateAuthority().certificate()};
+}
+
+Identity unknownIssuer() {
+    return {CertificateAuthority("nobody").issue({.Names = Localhost}), CertificateAuthority().certificate()};
+}
+
+// Nothing: accepted. Otherwise a part of the reason that is told.
+using Verdict = const char*;
+constexpr Verdict Accepted = nullptr;
+constexpr Verdict OtherName = "no alternative certificate subject name matches";
+constexpr Verdict NoIssuer = "unable to get local issuer certificate";
+constexpr Verdict OwnIssuer = "self-signed certificate";
+
+struct Row {
+    const char* Name;
+    const char* Host; // in the URL
+    Identity (*Make)();
+    // Where the certificate is verified against: nothing; the system's authorities; the right file. The name is looked
+    // at in the first of each pair. A file of another authority gives what the system's give.
+    Verdict Nothing[2];
+    Verdict System[2];
+    Verdict RightFile[2];
+};
+
+void PrintTo(const Row& row, std::ostream* stream) {
+    *stream << row.Name;
+}
+
+const Row Rows[] = {
+    {"Good",
+     "localhost",
+     [] { return issued({.Names = Localhost}); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {Accepted, Accepted}},
+    {"Expired",
+     "localhost",
+     [] { return issued({.Names = Localhost, .ValidFrom = hours(-48), .ValidUntil = hours(-24)}); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {"certificate has expired", "certificate has expired"}},
+    {"NotYetValid",
+     "localhost",
+     [] { return issued({.Names = Localhost, .ValidFrom = hours(24), .ValidUntil = hours(48)}); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {"certificate is not yet valid", "certificate is not yet valid"}},
+    {"OtherName",
+     "localhost",
+     [] { return issued({.Names = "DNS:other.test"}); },
+     {OtherName, Accepted},
+     {NoIssuer, NoIssuer},
+     {OtherName, Accepted}},
+    {"WildcardOfAnotherDomain",
+     "localhost",
+     [] { return issued({.Names = "DNS:*.test"}); },
+     {OtherName, Accepted},
+     {NoIssuer, NoIssuer},
+     {OtherName, Accepted}},
+    {"CommonNameOnly",
+     "localhost",
+     [] { return issued({.CommonName = "localhost"}); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {Accepted, Accepted}},
+    {"SelfSignedAndTrusted",
+     "localhost",
+     [] { return ownSignature(true); },
+     {Accepted, Accepted},
+     {OwnIssuer, OwnIssuer},
+     {Accepted, Accepted}},
+    {"SelfSigned",
+     "localhost",
+     [] { return ownSignature(false); },
+     {Accepted, Accepted},
+     {OwnIssuer, OwnIssuer},
+     {OwnIssuer, OwnIssuer}},
+    {"UnknownIssuer", "localhost", unknownIssuer, {Accepted, Accepted}, {NoIssuer, NoIssuer}, {NoIssuer, NoIssuer}},
+    {"AddressInTheCertificate",
+     "127.0.0.1",
+     [] { return issued({.Names = "IP:127.0.0.1"}); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {Accepted, Accepted}},
+    {"AddressNotInTheCertificate",
+     "127.0.0.1",
+     [] { return issued({.Names = Localhost}); },
+     {OtherName, Accepted},
+     {NoIssuer, NoIssuer},
+     {OtherName, Accepted}},
+    {"AddressWrittenAsAName",
+     "127.0.0.1",
+     [] { return issued({.Names = "DNS:127.0.0.1"}); },
+     {OtherName, Accepted},
+     {NoIssuer, NoIssuer},
+     {OtherName, Accepted}},
+    {"CompleteChain",
+     "localhost",
+     [] { return chained(true); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {Accepted, Accepted}},
+    {"IntermediateMissing",
+     "localhost",
+     [] { return chained(false); },
+     {Accepted, Accepted},
+     {NoIssuer, NoIssuer},
+     {NoIssuer, NoIssuer}},
+};
+
+class Certificates : public IntegrationFixture, public testing::WithParamInterface<Row> {
+protected:
+    // One cell of the table. `failure`: the identifier's key where it is not accepted.
+    void expect(const std::string& file, bool verifyName, Verdict verdict, const char* key) {
+        SCOPED_TRACE("certificate file \"" + file + "\", name " + (verifyName ? "verified" : "not verified"));
+        const std::string url = Peer.url(0, "/p", GetParam().Host);
+        const Object connection = makeAdapter();
+        connection.set("URL", url);
+        connection.set("CertificateFilename", file);
+        connection.set("VerifyServerName", verifyName);
+        connection.call("openConnection");
+        if (verdict == Accepted) {
+            EXPECT_EQ(digestOf(receiveBytes(connection)), digestOf("secret"));
+            EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+            Served.push_back(std::to_string(Peer.port(0)) + " GET /p HTTP/1.1");
+        } else {
+            const vantik::Message message = failureOf([&] { receiveBytes(connection); });
+            EXPECT_EQ(message.identifier(), std::string("VANTIK:webservices:") + key);
+            ASSERT_EQ(message.Arguments.size(), std::string(key) == "SSLConnectionFailure" ? 3U : 2U);
+            EXPECT_EQ(std::get<std::string>(message.Arguments[0]), url);
+            EXPECT_THAT(std::get<std::string>(message.Arguments[1]), HasSubstr(verdict));
+            if (message.Arguments.size() == 3) {
+                EXPECT_EQ(std::get<std::string>(message.Arguments[2]), file);
+            }
+        }
+        expectScopeUsable(connection);
+    }
+
+    std::string fileWith(const std::string& name, const std::string& content) {
+        writeFile(folder().file(name), content);
+        return folder().file(name);
+    }
+
+    const Identity Own = GetParam().Make();
+    const TlsPeer Peer{{{.Identity = Own.Server}}};
+    std::vector<std::string> Served; // what the server has to have been asked for
+};
+
+TEST_P(Certificates, AreJudgedByTheSettings) {
+    const Row& row = GetParam();
+    const std::string right = fileWith("right.pem", Own.Trusted);
+    const std::string another = fileWith("another.pem", CertificateAuthority("another").certificate());
+    const std::string missing = folder().file("missing.pem");
+    const std::string noPem = fileWith("no.pem", "no certificate at all\n");
+    for (const bool verifyName : {true, false}) {
+        const int column = verifyName ? 0 : 1;
+        expect("", verifyName, row.Nothing[column], "SSLConnectionNoFile");
+        expect("default", verifyName, row.System[column], "SSLConnectionSystemFailure");
+        expect(right, verifyName, row.RightFile[column], "SSLConnectionFailure");
+        expect(another, verifyName, row.System[column], "SSLConnectionFailure");
+        // A file that cannot be used never means that nothing is verified.
+        expect(missing, verifyName, missing.c_str(), "SSLConnectionFailure");
+        expect(noPem, verifyName, noPem.c_str(), "SSLConnectionFailure");
+    }
+    EXPECT_EQ(Peer.requestsUpToNow(), Served) << "nothing is sent to a server that is not accepted";
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, Certificates, testing::ValuesIn(Rows),
+                         [](const auto& info) { return info.param.Name; });
+
+} // namespace

@@ -1,0 +1,275 @@
+#include "tests/support/process/ProgramRun.h"
+
+#include "tests/support/process/Await.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace testsupport {
+
+namespace {
+
+void check(int result, const char* what) {
+    if (result != 0)
+        throw std::system_error(result, std::generic_category(), what);
+}
+
+void checkErrno(bool good, const char* what) {
+    if (!good)
+        check(errno, what);
+}
+
+struct Pipe {
+    int Read = -1;
+    int Write = -1;
+    Pipe() {
+        int ends[2];
+        checkErrno(pipe2(ends, O_CLOEXEC) == 0, "pipe");
+        Read = ends[0];
+        Write = ends[1];
+    }
+};
+
+// The master end of a new terminal, and the name of the other.
+std::pair<int, std::string> openTerminal() {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    checkErrno(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0, "terminal");
+    char name[64];
+    check(ptsname_r(master, name, sizeof name), "ptsname_r");
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = 100;
+    checkErrno(ioctl(master, TIOCSWINSZ, &size) == 0, "TIOCSWINSZ");
+    return {master, name};
+}
+
+std::vector<std::string> environment(const Surroundings& around) {
+    std::map<std::string, std::string> values = {
+        {"PATH", "/usr/bin:/bin"}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"}};
+    for (const char* name :
+         {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH", "TMPDIR"})
+        if (const char* value = std::getenv(name))
+            values[name] = value;
+    for (const auto& [name, value] : around.Environment)
+        values[name] = value;
+    values["ASAN_OPTIONS"] += ":quarantine_size_mb=1"; // freed memory that is kept back would count as used
+    std::vector<std::string> result;
+    for (const auto& [name, value] : values)
+        result.push_back(name + "=" + value);
+    return result;
+}
+
+} // namespace
+
+Program::Program(std::vector<std::string> arguments, const Surroundings& around) {
+    ::signal(SIGPIPE, SIG_IGN); // a program that has ended takes no input
+    const std::string executable = around.Executable.empty() ? programFile() : around.Executable;
+    arguments.insert(arguments.begin(), executable);
+    const Pipe input;
+    ProcessStart start{.File = executable,
+                       .Arguments = std::move(arguments),
+                       .Environment = environment(around),
+                       .Folder = around.Folder,
+                       .Streams = {input.Read, -1, -1}};
+    int out = -1;
+    int err = -1;
+    int typed = -1;
+    std::vector<int> childEnds = {input.Read};
+    if (around.Terminal) {
+        const auto [master, name] = openTerminal();
+        const int slave = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        checkErrno(slave >= 0, "terminal");
+        start.Streams[1] = start.Streams[2] = slave;
+        childEnds.push_back(slave);
+        out = master;
+        if (around.TerminalInput) {
+            start.Terminal = name;
+            typed = fcntl(master, F_DUPFD_CLOEXEC, 0);
+        }
+    } else {
+        const Pipe errors;
+        start.Streams[2] = errors.Write;
+        childEnds.push_back(errors.Write);
+        err = errors.Read;
+        if (around.OutDescriptor >= 0) {
+            start.Streams[1] = around.OutDescriptor;
+        } else {
+            const Pipe output;
+            start.Streams[1] = output.Write;
+            childEnds.push_back(output.Write);
+            out = output.Read;
+        }
+    }
+    std::exception_ptr failure;
+    try {
+        Process.emplace(start);
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    for (const int end : childEnds)
+        close(end);
+    if (failure) {
+        for (const int end : {input.Write, out, err, typed})
+            if (end >= 0)
+                close(end);
+        std::rethrow_exception(failure);
+    }
+    Input = input.Write;
+    if (typed >= 0)
+        close(std::exchange(Input, typed));
+    if (out >= 0)
+        OutReader = std::thread([this, out] { readToEnd(out, Out); });
+    if (err >= 0)
+        ErrReader = std::thread([this, err] { readToEnd(err, Err); });
+    if (around.Input) {
+        type(*around.Input);
+        closeInput();
+    }
+}
+
+void Program::readToEnd(int descriptor, std::string& text) {
+    char buffer[4096];
+    bool leftByAll = false; // by the last program of a terminal
+    for (;;) {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+            continue;
+        // A terminal tells its end with this error, now and then before the last words have been read: the kernel
+        // looks for words first and for the end then. Behind it no more are written, so the next read has them.
+        if (count < 0 && errno == EIO && !std::exchange(leftByAll, true))
+            continue;
+        const std::lock_guard lock(Guard);
+        Changed.notify_all();
+        if (count <= 0) {
+            OutEnded = OutEnded || &text == &Out;
+            break;
+        }
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    close(descriptor);
+}
+
+void Program::waitForOutput(const std::string& text) {
+    std::unique_lock lock(Guard);
+    Changed.wait(lock, [&] { return OutEnded || Out.find(text) != std::string::npos; });
+    if (Out.find(text) == std::string::npos)
+        throw std::runtime_error("no such output: " + text + "\n" + Out);
+}
+
+void Program::awaitCondition(const std::function<bool()>& condition, const std::string& what) {
+    awaitOrRaise(
+        "the program", condition, what, [this] { return Process->hasEnded(); },
+        [this] {
+            const std::lock_guard lock(Guard);
+            return Out + Err;
+        });
+}
+
+Program::~Program() {
+    if (Process->id() > 0) {
+        Process->killGroup();
+        wait();
+    }
+}
+
+void Program::signal(int number) const {
+    checkErrno(Process->signal(number), "kill");
+}
+
+void Program::freeze() const {
+    signal(SIGSTOP);
+    const auto stopped = [this] {
+        std::ifstream file("/proc/" + std::to_string(Process->id()) + "/stat");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        return text.at(text.rfind(") ") + 2) == 'T';
+    };
+    awaitOrRaise(
+        "the program", stopped, "it has stopped", [this] { return Process->hasEnded(); }, [] { return std::string(); });
+}
+
+void Program::type(const std::string& text) const {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = write(Input, text.data() + written, text.size() - written);
+        if (count < 0 && errno == EPIPE)
+            return;
+        checkErrno(count > 0, "write");
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+void Program::closeInput() {
+    if (Input >= 0)
+        close(Input);
+    Input = -1;
+}
+
+Outcome Program::wait() {
+    Process->awaitEnd();
+    closeInput();
+    for (std::thread* reader : {&OutReader, &ErrReader})
+        if (reader->joinable())
+            reader->join();
+    const int status = Process->collect();
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Out, Err};
+}
+
+Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
+    pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, Process->id(), 0)), POLLIN, 0};
+    checkErrno(ended.fd >= 0, "pidfd_open");
+    // In short waits, so that a machine that stands still for a while takes one of them from the program and not all.
+    constexpr std::chrono::milliseconds once{10};
+    int count = 0;
+    for (std::chrono::milliseconds waited{0}; count <= 0 && waited < limit; waited += once)
+        count = poll(&ended, 1, static_cast<int>(once.count()));
+    close(ended.fd);
+    if (count <= 0)
+        signal(SIGKILL);
+    return wait();
+}
+
+long Program::peakKiB() const {
+    std::ifstream status("/proc/" + std::to_string(Process->id()) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmHWM:"))
+            return std::strtol(line.c_str() + 6, nullptr, 10);
+    throw std::runtime_error("the program has ended");
+}
+
+std::string Program::commandLine() const {
+    std::ifstream words("/proc/" + std::to_string(Process->id()) + "/cmdline", std::ios::binary);
+    return {std::istreambuf_iterator<char>(words), {}};
+}
+
+Outcome run(std::vector<std::string> arguments, const Surroundings& around) {
+    return Program(std::move(arguments), around).wait();
+}
+
+std::string programFile() {
+    return NETROVE_PROGRAM;
+}
+
+bool isFull(int writeEnd) {
+    pollfd room{writeEnd, POLLOUT, 0};
+    return poll(&room, 1, 0) == 0;
+}
+
+std::string lastLine(const std::string& text) {
+    const std::string trimmed = text.substr(0, text.find_last_not_of('\n') + 1);
+    return trimmed.substr(trimmed.rfind('\n') + 1);
+}
+
+} // namespace testsupport

@@ -1,0 +1,82 @@
+// Runs the built program, or another one, as a person or a script does, and tells what came of it.
+#pragma once
+
+#include "tests/support/process/WatchedProcess.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace testsupport {
+
+struct Outcome {
+    int Status = -1; // exit status; -1 where a signal ended the program
+    std::string Out; // with a terminal: both streams
+    std::string Err;
+};
+
+struct Surroundings {
+    std::optional<std::string> Input{};               // on standard input; without one it stays open and silent
+    std::map<std::string, std::string> Environment{}; // besides a plain one without any proxy
+    std::string Folder{};                             // to run in
+    std::string Executable{};                         // to run instead of netrove
+    bool Terminal = false;                            // standard output and standard error are a terminal
+    bool TerminalInput = false;                       // …and standard input too, of a login of its own
+    int OutDescriptor = -1;                           // standard output goes here and is not collected
+};
+
+// A program that runs in a session and a process group of its own. The destructor ends it and whoever it has started.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments, const Surroundings& around = {});
+    ~Program();
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    void signal(int number) const;
+    void freeze() const;                      // until it gets SIGCONT; what is sent meanwhile comes to it at once then
+    void type(const std::string& text) const; // on its standard input
+    void closeInput();
+    void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
+    // Until `condition` holds. Raises std::runtime_error where the program ends before, or where that takes
+    // unreasonably long.
+    void awaitCondition(const std::function<bool()>& condition, const std::string& what);
+    Outcome wait(); // until it has ended
+    // The same, but a program that goes on for longer is killed, so that its status is -1.
+    Outcome waitAtMost(std::chrono::milliseconds limit);
+    // The largest resident size so far. What rusage says would count this process too, as it was at the start.
+    long peakKiB() const;
+    std::string commandLine() const; // as the list of processes shows it, with a NUL behind each word
+
+private:
+    std::optional<WatchedProcess> Process;
+    int Input = -1;
+    std::thread OutReader;
+    std::thread ErrReader;
+    std::mutex Guard; // of what follows
+    std::condition_variable Changed;
+    bool OutEnded = false;
+    std::string Out;
+    std::string Err;
+
+    void readToEnd(int descriptor, std::string& text);
+};
+
+Outcome run(std::vector<std::string> arguments, const Surroundings& around = {});
+
+// The path of the built program, for launchers.
+std::string programFile();
+
+// Whether who writes into a pipe has to wait. Its bytes do not tell: a piece that fills no page takes a whole one.
+bool isFull(int writeEnd);
+
+// The last line of a text, without its end.
+std::string lastLine(const std::string& text);
+
+} // namespace testsupport
