@@ -6,25 +6,24 @@
 #include <charconv>
 #include <csignal>
 #include <cstring>
-#include <string_view>
-#include <strings.h>
-#include <system_error>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <string_view>
+#include <strings.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
+#include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace bench {
 namespace {
 
-constexpr std::size_t BlockSize = 256 * 1024;
-constexpr std::size_t LongestHead = 64 * 1024;
+constexpr std::size_t kBlockSize = 256 * 1024;
+constexpr std::size_t kLongestHead = 64 * 1024;
 
 [[noreturn]] void raiseSystemError(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -94,7 +93,7 @@ RequestHead parseHead(std::string_view head) {
 
 class Connection {
 public:
-    explicit Connection(Socket peer) : Peer(std::move(peer)), Input(BlockSize) {}
+    explicit Connection(Socket peer) : Peer(std::move(peer)), Input(kBlockSize) {}
 
     void serve() {
         while (true) {
@@ -142,7 +141,7 @@ private:
                 Begin += text.size();
                 return text;
             }
-            if (buffered().size() > LongestHead) {
+            if (buffered().size() > kLongestHead) {
                 throw ConnectionEnd();
             }
             fill();
@@ -189,7 +188,7 @@ private:
     void sendText(std::string_view text) { send(text.data(), text.size()); }
 
     void sendContent(std::uint64_t length) {
-        static const std::vector<char> block(BlockSize, 'n');
+        static const std::vector<char> block(kBlockSize, 'n');
         for (std::uint64_t left = length; left > 0;) {
             const std::size_t count = std::min<std::uint64_t>(left, block.size());
             send(block.data(), count);

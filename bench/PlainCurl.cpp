@@ -6,7 +6,7 @@ namespace bench {
 namespace {
 
 // As in the module's pumps.
-constexpr int WaitMs = 1000;
+constexpr int kWaitMs = 1000;
 
 void require(bool condition, const std::string& what) {
     if (!condition) {
@@ -73,7 +73,7 @@ void PlainCurl::run() {
     int running = 1;
     require(curl_multi_perform(Multi.get(), &running));
     while (running != 0) {
-        require(curl_multi_wait(Multi.get(), nullptr, 0, WaitMs, nullptr));
+        require(curl_multi_wait(Multi.get(), nullptr, 0, kWaitMs, nullptr));
         require(curl_multi_perform(Multi.get(), &running));
     }
     int remaining = 0;

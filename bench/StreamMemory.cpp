@@ -20,9 +20,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <system_error>
-
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -30,10 +29,10 @@ namespace {
 using bench::LoopbackServer;
 using bench::ModuleClient;
 
-constexpr std::uint64_t MiB = 1024 * 1024;
-constexpr std::uint64_t ShortLength = 16 * MiB;
+constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kShortLength = 16 * kMiB;
 // Noise of the heap between two processes; a body that is kept anywhere needs as much as its length.
-constexpr std::uint64_t AllowedGrowthKiB = 4 * 1024;
+constexpr std::uint64_t kAllowedGrowthKiB = 4 * 1024;
 
 void require(bool condition, const char* what) {
     if (!condition) {
@@ -130,26 +129,26 @@ constexpr Direction kDirections[] = {
 
 std::uint64_t longLength(int argumentCount, char** arguments) {
     if (argumentCount < 2) {
-        return 1024 * MiB;
+        return 1024 * kMiB;
     }
     const std::string_view text = arguments[1];
     std::uint64_t mebibytes = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), mebibytes);
-    require(error == std::errc() && end == text.data() + text.size() && mebibytes > ShortLength / MiB &&
+    require(error == std::errc() && end == text.data() + text.size() && mebibytes > kShortLength / kMiB &&
                 mebibytes <= 1024 * 1024,
             "usage: netrove_stream_memory [LONG_MIB], more than 16");
-    return mebibytes * MiB;
+    return mebibytes * kMiB;
 }
 
 int run(int argumentCount, char** arguments) {
     const std::uint64_t length = longLength(argumentCount, arguments);
     const LoopbackServer server;
     bool grows = false;
-    std::printf("%-26s %12s %12s\n", "peak memory in KiB", "16 MiB", (std::to_string(length / MiB) + " MiB").c_str());
+    std::printf("%-26s %12s %12s\n", "peak memory in KiB", "16 MiB", (std::to_string(length / kMiB) + " MiB").c_str());
     for (const Direction& direction : kDirections) {
-        const std::uint64_t shortPeak = peakOf(direction.Run, server, ShortLength);
+        const std::uint64_t shortPeak = peakOf(direction.Run, server, kShortLength);
         const std::uint64_t longPeak = peakOf(direction.Run, server, length);
-        const bool grown = longPeak > shortPeak + AllowedGrowthKiB;
+        const bool grown = longPeak > shortPeak + kAllowedGrowthKiB;
         grows = grows || grown;
         std::printf("%-26s %12llu %12llu%s\n", direction.Name, static_cast<unsigned long long>(shortPeak),
                     static_cast<unsigned long long>(longPeak), grown ? "  grows with the length" : "");

@@ -16,10 +16,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
-
-#include <unistd.h>
 
 namespace {
 
@@ -27,8 +26,8 @@ using bench::LoopbackServer;
 using bench::ModuleClient;
 using bench::PlainCurl;
 
-constexpr std::int64_t MiB = 1024 * 1024;
-constexpr std::size_t PieceSize = 16384;
+constexpr std::int64_t kMiB = 1024 * 1024;
+constexpr std::size_t kPieceSize = 16384;
 
 const LoopbackServer* theServer = nullptr;
 
@@ -237,13 +236,13 @@ void uploadProviderPlain(benchmark::State& state) {
 
 // Lengths, in bytes; for providers with the size of one array.
 void downloads(benchmark::internal::Benchmark* setup) {
-    setup->Arg(1 * MiB)->Arg(64 * MiB)->Arg(256 * MiB)->UseRealTime()->Unit(benchmark::kMillisecond);
+    setup->Arg(1 * kMiB)->Arg(64 * kMiB)->Arg(256 * kMiB)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 void uploads(benchmark::internal::Benchmark* setup) {
-    setup->Arg(64 * MiB)->UseRealTime()->Unit(benchmark::kMillisecond);
+    setup->Arg(64 * kMiB)->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 void providedUploads(benchmark::internal::Benchmark* setup) {
-    setup->Args({64 * MiB, PieceSize})->Args({64 * MiB, MiB})->UseRealTime()->Unit(benchmark::kMillisecond);
+    setup->Args({64 * kMiB, kPieceSize})->Args({64 * kMiB, kMiB})->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 void smallRequests(benchmark::internal::Benchmark* setup) {
     setup->Arg(100)->UseRealTime()->Unit(benchmark::kMicrosecond);

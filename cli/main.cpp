@@ -1,11 +1,5 @@
 // netrove, the command line: a program on the embedding API that drives the module as any host would.
 
-#include <cstdlib>
-#include <exception>
-#include <memory>
-#include <new>
-#include <optional>
-
 #include "cli/commands/Commands.h"
 #include "cli/demo/Demo.h"
 #include "cli/exchange/Session.h"
@@ -18,6 +12,12 @@
 #include "cli/terminal/Password.h"
 #include "cli/terminal/TraceOutput.h"
 
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <new>
+#include <optional>
+
 namespace {
 
 using namespace netrove::cli;
@@ -25,8 +25,9 @@ using namespace netrove::cli;
 // `trace` belongs to main, because the objects of the session are traced to their end.
 int runCommand(Session& session, Settings& settings, Console& console, std::optional<TraceOutput>& trace) {
     session.load();
-    if (settings.ShowVersion)
+    if (settings.ShowVersion) {
         return runVersion(session, console);
+    }
     switch (settings.Command) {
     case Command::Proxy:
         return runProxy(session, settings, console);
@@ -38,20 +39,25 @@ int runCommand(Session& session, Settings& settings, Console& console, std::opti
         break;
     }
     completePasswords(settings);
-    for (const auto& secret : {settings.Password, settings.ProxyPassword})
+    for (const auto& secret : {settings.Password, settings.ProxyPassword}) {
         console.hide(secret.value_or(""));
-    for (const Field& field : settings.Fields)
-        if (isSecretField(field.Name))
+    }
+    for (const Field& field : settings.Fields) {
+        if (isSecretField(field.Name)) {
             console.hide(field.Value);
+        }
+    }
     if (settings.Debug != 0) {
         console.note("the trace shows credentials and cookies as they are sent");
         trace.emplace(console.errIsTerminal());
     }
     session.reportWarnings(console);
-    if (settings.Command == Command::Batch)
+    if (settings.Command == Command::Batch) {
         return runBatch(session, settings, console);
-    if (settings.MaxTime)
+    }
+    if (settings.MaxTime) {
         session.limitTime(*settings.MaxTime);
+    }
     return runTransfer(session, settings, console);
 }
 
@@ -92,8 +98,9 @@ int main(int argc, char** argv) {
         parsed = parseCommandLine(argc, argv);
         return int{kExitDone};
     });
-    if (parseStatus != kExitDone)
+    if (parseStatus != kExitDone) {
         return parseStatus;
+    }
     console.configure(parsed.Wanted.Color, parsed.Wanted.JsonErrors || parsed.Wanted.Json);
     if (parsed.Help) {
         console.print(*parsed.Help);
@@ -110,8 +117,9 @@ int main(int argc, char** argv) {
         signals.emplace(session->Host);
         return int{kExitDone};
     });
-    if (status == kExitDone)
+    if (status == kExitDone) {
         status =
             reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Wanted, console, trace); });
+    }
     return status;
 }

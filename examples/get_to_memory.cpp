@@ -1,9 +1,9 @@
 // Gets a URL into memory and prints what came: get_to_memory URL
 // Exit status: 0 done, 1 failed or refused by the server, 2 wrong usage.
-#include <iostream>
-
 #include <vantik/Host.h>
 #include <vantik/Http.h>
+
+#include <iostream>
 
 using namespace std::chrono_literals;
 

@@ -1,11 +1,11 @@
 // Saves a URL to a file, and tells how far it is: save_with_progress URL FILE
 // The file is complete or not there at all. Exit status: 0 saved, 1 failed, 2 wrong usage.
-#include <filesystem>
-#include <iostream>
-
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>
 #include <vantik/Http.h>
+
+#include <filesystem>
+#include <iostream>
 
 void save(const std::string& url, const std::string& part) {
     vantik::Host host;
@@ -18,8 +18,9 @@ void save(const std::string& url, const std::string& part) {
     connection.call("openConnection");
 
     // Asking for the status sends the request and waits for the head of the response.
-    if (const double status = connection.get("ResponseCode").number(); status != 200)
+    if (const double status = connection.get("ResponseCode").number(); status != 200) {
         throw std::runtime_error("the server answered " + std::to_string(static_cast<int>(status)));
+    }
     const std::string total = connection.call("getResponseField", {"Content-Length"}).textOr("unknown");
 
     std::uint64_t received = 0;
@@ -31,8 +32,9 @@ void save(const std::string& url, const std::string& part) {
     connection.call("copyContentToFile", {part});
     connection.call("closeConnection");
     std::cerr << '\n';
-    if (std::filesystem::file_size(part) != received) // a full disk may show only when the file is closed
+    if (std::filesystem::file_size(part) != received) { // a full disk may show only when the file is closed
         throw std::runtime_error("the file could not be written");
+    }
 }
 
 int main(int argc, char** argv) {

@@ -1,13 +1,13 @@
 // Gets a URL through the proxy that this machine's settings name for it, until Ctrl-C: through_proxy URL SECONDS
 // SECONDS limits how long the server may be silent. Exit status: 0 done, 1 failed or refused, 2 wrong usage, 130
 // interrupted.
+#include <vantik/Host.h>
+#include <vantik/Http.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <thread>
-
-#include <vantik/Host.h>
-#include <vantik/Http.h>
 
 int get(vantik::Host& host, const char* url, std::chrono::duration<double> silence) {
     host.load("netrove");
@@ -44,9 +44,11 @@ int main(int argc, char** argv) {
     vantik::Host host;
     const std::jthread watcher([&](const std::stop_token& over) {
         const timespec pause{0, 100'000'000};
-        while (!over.stop_requested())
-            if (sigtimedwait(&signals, nullptr, &pause) == SIGINT)
+        while (!over.stop_requested()) {
+            if (sigtimedwait(&signals, nullptr, &pause) == SIGINT) {
                 host.interrupt(); // one of the few operations for any thread
+            }
+        }
     });
     try {
         return get(host, argv[1], std::chrono::duration<double>(seconds));

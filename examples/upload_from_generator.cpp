@@ -1,11 +1,11 @@
 // Uploads lines that are made while they are sent, so that no memory holds them all: upload_from_generator URL COUNT
 // Exit status: 0 taken by the server, 1 failed or refused, 2 wrong usage.
-#include <charconv>
-#include <iostream>
-
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>
 #include <vantik/Http.h>
+
+#include <charconv>
+#include <iostream>
 
 int main(int argc, char** argv) {
     const std::string_view number = argc == 3 ? argv[2] : "";
@@ -33,8 +33,9 @@ int main(int argc, char** argv) {
         lines.rewind = [&] { next = 0; }; // before the first line, and where the server wants all of it again
         lines.read = [&](std::uint64_t wanted) {
             std::string piece;
-            for (; next < count && piece.size() < wanted; ++next)
+            for (; next < count && piece.size() < wanted; ++next) {
                 piece += std::to_string(next) + "," + std::to_string(next * next) + "\n";
+            }
             return vantik::Array::bytes(piece); // no bytes: that was all
         };
         connection.set("Provider", makeProvider(host, lines));

@@ -5,10 +5,9 @@
 #include "tests/support/server/SocketHandle.h"
 
 #include <string>
-#include <utility>
-
 #include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 

@@ -2,7 +2,6 @@
 // again.
 #include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
-
 #include "vantik/Failure.h"
 
 #include <string>

@@ -2,7 +2,6 @@
 #include "cli/options/FieldText.h"
 #include "cli/options/OptionParser.h"
 #include "fuzz/FuzzInput.h"
-
 #include "vantik/Failure.h"
 
 #include <algorithm>

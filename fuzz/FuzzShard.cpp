@@ -3,7 +3,6 @@
 #include "cli/batch/BatchShard.h"
 #include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
-
 #include "vantik/Failure.h"
 
 #include <map>

@@ -16,18 +16,18 @@ struct HostMethod {
     const char* MissingText; // InternalError's text where the object lacks the method
 };
 
-inline constexpr const char* ProviderClassName = "vantik.net.http.io.ContentProvider";
-inline constexpr const char* ConsumerClassName = "vantik.net.http.io.ContentConsumer";
+inline constexpr const char* kProviderClassName = "vantik.net.http.io.ContentProvider";
+inline constexpr const char* kConsumerClassName = "vantik.net.http.io.ContentConsumer";
 
 // clang-format off
-inline constexpr HostMethod ProviderStart      {"startInternal",       HostClient::System, 0, "vantik.net.http.io.ContentProvider.startInternal not found"};
-inline constexpr HostMethod ProviderGetData    {"getDataInternal",     HostClient::System, 1, "vantik.net.http.io.ContentProvider.getDataInternal not found"};
-inline constexpr HostMethod ConsumerStart      {"startInternal",       HostClient::System, 1, "vantik.net.http.io.ContentConsumer.startInternal not found"};
-inline constexpr HostMethod ConsumerPutData    {"putDataInternal",     HostClient::System, 1, "vantik.net.http.io.ContentConsumer.putDataInternal not found"};
-inline constexpr HostMethod ConsumerClose      {"closeInternal",       HostClient::System, 0, "vantik.net.http.io.ContentConsumer.closeInternal not found"};
-inline constexpr HostMethod ConsumerInterrupt  {"interruptInternal",   HostClient::System, 0, nullptr};
-inline constexpr HostMethod ConsumerSavePayload{"savePayloadInternal", HostClient::System, 0, nullptr};
-inline constexpr HostMethod ReporterUpdate     {"update",              HostClient::Public, 1, "vantik.net.http.internal.ProgressReporter.update not found"};
+inline constexpr HostMethod kProviderStart      {"startInternal",       HostClient::System, 0, "vantik.net.http.io.ContentProvider.startInternal not found"};
+inline constexpr HostMethod kProviderGetData    {"getDataInternal",     HostClient::System, 1, "vantik.net.http.io.ContentProvider.getDataInternal not found"};
+inline constexpr HostMethod kConsumerStart      {"startInternal",       HostClient::System, 1, "vantik.net.http.io.ContentConsumer.startInternal not found"};
+inline constexpr HostMethod kConsumerPutData    {"putDataInternal",     HostClient::System, 1, "vantik.net.http.io.ContentConsumer.putDataInternal not found"};
+inline constexpr HostMethod kConsumerClose      {"closeInternal",       HostClient::System, 0, "vantik.net.http.io.ContentConsumer.closeInternal not found"};
+inline constexpr HostMethod kConsumerInterrupt  {"interruptInternal",   HostClient::System, 0, nullptr};
+inline constexpr HostMethod kConsumerSavePayload{"savePayloadInternal", HostClient::System, 0, nullptr};
+inline constexpr HostMethod kReporterUpdate     {"update",              HostClient::Public, 1, "vantik.net.http.internal.ProgressReporter.update not found"};
 // clang-format on
 
 // True if the method was found and run; its result, if it has one and gave one, goes to `result`. What the method

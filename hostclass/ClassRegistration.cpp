@@ -73,7 +73,7 @@ void HTTPConnectionAdapterConstructorInfo::invoke(int&, vcos::COSValue* results,
     const bool httpOptionsMode = inputCount > 0 && ValueSlot<bool>::read(inputs[0]);
     const vcos::COSInterfacePtr object = omGetArrayElement(ValueSlot<vxArray_tag*>::read(results[0]), 0);
     void* instance = object ? object->getInstanceData(classKey) : nullptr;
-    requireInstance<HTTPConnectionAdapter*>(instance)->connection.Settings.HTTPOptionsMode = httpOptionsMode;
+    requireInstance<HTTPConnectionAdapter*>(instance)->Connection.Settings.HTTPOptionsMode = httpOptionsMode;
 }
 
 vcos::COSPackage* getWebservicesPackage() {

@@ -20,22 +20,22 @@ namespace {
 // method at all, matters less than the failure on its way to the caller: nothing that this raises takes its place.
 void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
     try {
-        const SharedHostArray consumer = adapter.connection.Settings.Consumer;
+        const SharedHostArray consumer = adapter.Connection.Settings.Consumer;
         HostArray saved = makeByteColumn(adapter.responseBytes());
         vxArray_tag* arguments[] = {consumer.get(), saved.get()};
         HostArray none;
-        tryHostMethod(ConsumerSavePayload, vcos::internal::makeInterned(ConsumerClassName), arguments, none);
+        tryHostMethod(kConsumerSavePayload, vcos::internal::makeInterned(kConsumerClassName), arguments, none);
     } catch (...) {
     }
 }
 
 void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
-    adapter.connection.requireCopyable(toBuffer ? &adapter.responseBuffer : nullptr); // a refusal costs nothing kept
+    adapter.Connection.requireCopyable(toBuffer ? &adapter.ResponseBuffer : nullptr); // a refusal costs nothing kept
     try {
-        adapter.connection.copyContentToStream(adapter.responseBuffer, toBuffer);
+        adapter.Connection.copyContentToStream(adapter.ResponseBuffer, toBuffer);
     } catch (const std::exception&) {
         // Without a consumer, or where the content was not for the buffer, the buffer keeps what it has received.
-        if (adapter.connection.Settings.Consumer && toBuffer) {
+        if (adapter.Connection.Settings.Consumer && toBuffer) {
             savePartialPayload(adapter);
             adapter.emptyResponseBuffer();
         }
@@ -68,7 +68,7 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
                             const vcos::COSValue* inputs) {
     const bool toBuffer = ValueSlot<bool>::read(inputs[0]);
     acrossTransferBoundary(*adapter, [&] { collectContent(*adapter, toBuffer); });
-    if (!adapter->connection.Transfer.Opened) {
+    if (!adapter->Connection.Transfer.Opened) {
         adapter->dropReceived(); // a closed connection has no content, whatever a failed copy had kept
     }
     HostArray content = makeByteColumn(adapter->responseBytes());
@@ -77,13 +77,13 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
 }
 
 void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int, const vcos::COSValue* inputs) {
-    adapter->connection.requireCopyable(nullptr); // before a file that holds a copy already loses it
+    adapter->Connection.requireCopyable(nullptr); // before a file that holds a copy already loses it
     const std::u16string name = matrix::get_ustring(ValueSlot<vxArray_tag*>::read(inputs[0]));
     std::ofstream file = openForWriting(fl::filesystem::detail::make_native_access_form_with_cleanup_i18n(name));
     if (!file.is_open()) {
         raiseInvalidFilename(name);
     }
-    acrossTransferBoundary(*adapter, [&] { adapter->connection.copyContentToStream(file, true); });
+    acrossTransferBoundary(*adapter, [&] { adapter->Connection.copyContentToStream(file, true); });
     // Kept on purpose: the state before the close decides, and a failure of the close is looked at no further. Content
     // that still waits in the stream's own buffer is therefore written, or lost, unseen.
     const bool failed = file.fail();

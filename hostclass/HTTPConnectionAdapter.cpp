@@ -10,19 +10,19 @@ namespace vx = matrix::detail::noninlined::vx_array_api;
 
 HTTPConnectionAdapter::HTTPConnectionAdapter() {
     setResponseCode(0.0);
-    connection.Settings.Decode = true;
-    connection.Settings.VerifyServerName = true;
+    Connection.Settings.Decode = true;
+    Connection.Settings.VerifyServerName = true;
 }
 
 // The reporter, the consumer and the provider go in this order, before any other field.
 HTTPConnectionAdapter::~HTTPConnectionAdapter() {
-    connection.Settings.ProgressReporter.reset();
-    connection.Settings.Consumer.reset();
-    connection.Settings.Provider.reset();
+    Connection.Settings.ProgressReporter.reset();
+    Connection.Settings.Consumer.reset();
+    Connection.Settings.Provider.reset();
 }
 
 void HTTPConnectionAdapter::setResponseCode(double code) {
-    connection.ReceivedHead.ResponseCode = narrowToInt32(code);
+    Connection.ReceivedHead.ResponseCode = narrowToInt32(code);
 }
 
 void HTTPConnectionAdapter::adoptHostObject(SharedHostArray RequestSettings::*field, const vxArray_tag* array,
@@ -34,23 +34,23 @@ void HTTPConnectionAdapter::adoptHostObject(SharedHostArray RequestSettings::*fi
         vx::vxSetArrayScope(copy.get(), vxPERSISTENT_SCOPE);
     }
     // The old object goes last: the connection no longer names it then, and `array` may have been that very handle.
-    const SharedHostArray previous = std::exchange(connection.Settings.*field, SharedHostArray(std::move(copy)));
+    const SharedHostArray previous = std::exchange(Connection.Settings.*field, SharedHostArray(std::move(copy)));
 }
 
 void HTTPConnectionAdapter::emptyResponseBuffer() {
     // A swap gives the memory of a large response back now; an emptied string would keep it until the object goes.
-    std::ostringstream().swap(responseBuffer);
-    if (connection.Transfer.Target == &responseBuffer) {
-        connection.Transfer.Target = nullptr;
+    std::ostringstream().swap(ResponseBuffer);
+    if (Connection.Transfer.Target == &ResponseBuffer) {
+        Connection.Transfer.Target = nullptr;
     }
 }
 
 void HTTPConnectionAdapter::dropReceived() {
-    const RunningTransfer& transfer = connection.Transfer;
-    if (transfer.Target == &responseBuffer && transfer.PassedOn != 0) {
-        std::string bytes = std::move(responseBuffer).str();
+    const RunningTransfer& transfer = Connection.Transfer;
+    if (transfer.Target == &ResponseBuffer && transfer.PassedOn != 0) {
+        std::string bytes = std::move(ResponseBuffer).str();
         bytes.erase(static_cast<std::size_t>(transfer.TargetStart), transfer.PassedOn);
         emptyResponseBuffer();
-        responseBuffer << bytes;
+        ResponseBuffer << bytes;
     }
 }

@@ -11,7 +11,7 @@
 
 // Full class name of the progress reporters that an adapter takes; those of the content objects stand with the calls
 // into them.
-inline constexpr const char* ProgressReporterClassName = "vantik.net.http.internal.ProgressReporter";
+inline constexpr const char* kProgressReporterClassName = "vantik.net.http.internal.ProgressReporter";
 
 // The wide texts stand here because a getter gives the host a pointer to its text, which must outlive the call, while
 // the connection keeps a narrow derivative.
@@ -31,23 +31,23 @@ public:
     // another class raises VANTIK:legacy_two_part:UnableToConvert, and the previous object stays.
     void adoptHostObject(SharedHostArray RequestSettings::*field, const vxArray_tag* array, const char* className);
 
-    // Takes what an interrupted copy has left out of responseBuffer. What the host itself has put there stays.
+    // Takes what an interrupted copy has left out of ResponseBuffer. What the host itself has put there stays.
     void dropReceived();
 
     // What has been collected of the response.
-    std::string_view responseBytes() const noexcept { return responseBuffer.view(); }
+    std::string_view responseBytes() const noexcept { return ResponseBuffer.view(); }
     // Forgets it, gives its memory back, and clears the stream's error state.
     void emptyResponseBuffer();
 
-    std::ostringstream responseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
-    HTTPConnection connection;
-    std::u16string contentEncoding;     // overwritten by the first read of the property
-    std::u16string contentType;         // overwritten by the first read of the property
-    std::u16string certificateFilename; // as set by the host
-    std::u16string username;            // as set by the host
-    std::u16string password;            // as set by the host
-    std::u16string proxyUsername;       // as set by the host
-    std::u16string proxyPassword;       // as set by the host
-    std::u16string requestMethod;       // as set by the host, not the method in effect
-    std::u16string redirectUrl;         // written by reading the property only
+    std::ostringstream ResponseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
+    HTTPConnection Connection;
+    std::u16string ContentEncoding;     // overwritten by the first read of the property
+    std::u16string ContentType;         // overwritten by the first read of the property
+    std::u16string CertificateFilename; // as set by the host
+    std::u16string Username;            // as set by the host
+    std::u16string Password;            // as set by the host
+    std::u16string ProxyUsername;       // as set by the host
+    std::u16string ProxyPassword;       // as set by the host
+    std::u16string RequestMethod;       // as set by the host, not the method in effect
+    std::u16string RedirectUrl;         // written by reading the property only
 };

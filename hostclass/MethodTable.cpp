@@ -28,7 +28,7 @@ vxArray_tag* arrayAt(const Slot* inputs, std::size_t index) {
 // Open and close
 
 void openConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
-    acrossTransferBoundary(*adapter, [&] { adapter->connection.openConnection(); });
+    acrossTransferBoundary(*adapter, [&] { adapter->Connection.openConnection(); });
     adapter->dropReceived(); // no part of the content to come
 }
 
@@ -38,12 +38,12 @@ void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) 
     const std::string host = fieldString(proxy, 0, "Host");
     const vxArray_tag* portField = vx::vxGetField(proxy, 0, "Port");
     const double port = portField == nullptr || vx::vxIsEmpty(portField) ? defaultPort : vx::vxGetScalar(portField);
-    acrossTransferBoundary(*adapter, [&] { adapter->connection.openProxyConnection(host, port); });
+    acrossTransferBoundary(*adapter, [&] { adapter->Connection.openProxyConnection(host, port); });
     adapter->dropReceived();
 }
 
 void closeConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
-    adapter->connection.closeConnection();
+    adapter->Connection.closeConnection();
 }
 
 // The handles belong to the scope, so that the object does not matter.
@@ -57,7 +57,7 @@ void closeAllConnections(Adapter*, int, Slot*, int, const Slot*) {
 void setRequestProperty(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
     const std::string name = matrix::get_string(arrayAt(inputs, 0));
     const std::string value = matrix::get_string(arrayAt(inputs, 1));
-    adapter->connection.addField(name, value);
+    adapter->Connection.addField(name, value);
 }
 
 void setFields(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
@@ -70,12 +70,12 @@ void setFields(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
             // The value is the only text that tells the user which element it was. Those before it stay.
             VANTIK::raise<VANTIK::webservices::EmptyName>(value);
         }
-        adapter->connection.addField(name, value);
+        adapter->Connection.addField(name, value);
     }
 }
 
 void removeField(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
-    adapter->connection.removeField(matrix::get_string(arrayAt(inputs, 0)));
+    adapter->Connection.removeField(matrix::get_string(arrayAt(inputs, 0)));
 }
 
 void setAuthenticationSchemes(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
@@ -87,26 +87,26 @@ void setAuthenticationSchemes(Adapter* adapter, int, Slot*, int, const Slot* inp
         const vcos::InternedName member = omGetEnumerationID(schemes, i);
         names.push_back(member != nullptr ? *member : std::string());
     }
-    adapter->connection.setAuthenticationSchemes(names, forProxy);
+    adapter->Connection.setAuthenticationSchemes(names, forProxy);
 }
 
 // What was sent, and what came back
 
 void getRequestFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    const auto& lines = adapter->connection.SentHead.RequestHeaderLines;
+    const auto& lines = adapter->Connection.SentHead.RequestHeaderLines;
     giveResult(results[0], makeFieldStruct(lines.size(), lines.begin(), lines.end()));
 }
 
 void getRequestURI(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    giveResult(results[0], makeString(fl::i18n::to_string(adapter->connection.Settings.URL)));
+    giveResult(results[0], makeString(fl::i18n::to_string(adapter->Connection.Settings.URL)));
 }
 
 void getRequestMethod(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    giveResult(results[0], makeString(adapter->connection.Settings.RequestMethod));
+    giveResult(results[0], makeString(adapter->Connection.Settings.RequestMethod));
 }
 
 void getResponseFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
-    const auto& lines = adapter->connection.ReceivedHead.ResponseHeaderLines;
+    const auto& lines = adapter->Connection.ReceivedHead.ResponseHeaderLines;
     const std::size_t statusLines = lines.empty() ? 0 : 1; // the first line is no field
     giveResult(results[0], makeFieldStruct(lines.size() - statusLines,
                                            lines.begin() + static_cast<std::ptrdiff_t>(statusLines), lines.end()));
@@ -114,7 +114,7 @@ void getResponseFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
 
 // An absent field and one with an empty value both give the array of no class, not an empty text.
 void getResponseField(Adapter* adapter, int, Slot* results, int, const Slot* inputs) {
-    const std::string value = adapter->connection.ReceivedHead.getResponseField(matrix::get_string(arrayAt(inputs, 0)));
+    const std::string value = adapter->Connection.ReceivedHead.getResponseField(matrix::get_string(arrayAt(inputs, 0)));
     giveResult(results[0],
                value.empty() ? HostArray(vx::vxCreateEmptyUnknownArrayNotOnArrayList()) : makeString(value));
 }
@@ -122,14 +122,14 @@ void getResponseField(Adapter* adapter, int, Slot* results, int, const Slot* inp
 // Results: method, target, version. The second and third only where they are asked for; nothing is handed over before
 // all of them are there.
 void getRequestLine(Adapter* adapter, int resultCount, Slot* results, int, const Slot*) {
-    HostArray method = makeString(adapter->connection.Settings.RequestMethod);
+    HostArray method = makeString(adapter->Connection.Settings.RequestMethod);
     HostArray target;
     HostArray version;
     if (resultCount >= 2) {
-        target = makeString(adapter->connection.requestTarget());
+        target = makeString(adapter->Connection.requestTarget());
     }
     if (resultCount >= 3) {
-        version = makeString(adapter->connection.httpVersion());
+        version = makeString(adapter->Connection.httpVersion());
     }
     giveResult(results[0], std::move(method));
     if (target) {
@@ -144,14 +144,14 @@ void getRequestLine(Adapter* adapter, int resultCount, Slot* results, int, const
 // version alone gets it without sending. The version is taken before that, kept on purpose: it is the one of the
 // request line sent so far.
 void getStatusLine(Adapter* adapter, int resultCount, Slot* results, int, const Slot*) {
-    HostArray version = makeString(adapter->connection.httpVersion());
+    HostArray version = makeString(adapter->Connection.httpVersion());
     std::int32_t status = 0;
     HostArray reason;
     if (resultCount >= 2) {
-        status = acrossTransferBoundary(*adapter, [&] { return adapter->connection.getResponseCode(); });
+        status = acrossTransferBoundary(*adapter, [&] { return adapter->Connection.getResponseCode(); });
     }
     if (resultCount >= 3) {
-        reason = makeString(adapter->connection.ReceivedHead.reasonPhrase());
+        reason = makeString(adapter->Connection.ReceivedHead.reasonPhrase());
     }
     giveResult(results[0], std::move(version));
     if (resultCount >= 2) {

@@ -36,12 +36,12 @@ Text keptText(Adapter& adapter) {
 
 template <std::u16string RequestSettings::*Stored>
 Text storedText(Adapter& adapter) {
-    return &(adapter.connection.Settings.*Stored);
+    return &(adapter.Connection.Settings.*Stored);
 }
 
 void setUrl(Adapter& adapter, Text value) {
     try {
-        adapter.connection.setURL(textOrEmpty(value));
+        adapter.Connection.setURL(textOrEmpty(value));
     } catch (const webservices::HTTPURLException& failure) {
         VANTIK::raise<VANTIK::webservices::MalformedURL>(failure.Message);
     } catch (const webservices::HTTPDNSException& failure) {
@@ -58,46 +58,46 @@ void setEncoded(Adapter& adapter, Text value, std::u16string Adapter::*kept, std
 
 template <std::u16string Adapter::*Kept, std::string RequestSettings::*Stored>
 void setFileName(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, adapter.connection.Settings.*Stored, kFileNameEncoding);
+    setEncoded(adapter, value, Kept, adapter.Connection.Settings.*Stored, kFileNameEncoding);
 }
 
 template <std::u16string Adapter::*Kept, std::string RequestSettings::*Stored>
 void setCredential(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, adapter.connection.Settings.*Stored, kCredentialEncoding);
+    setEncoded(adapter, value, Kept, adapter.Connection.Settings.*Stored, kCredentialEncoding);
 }
 
 template <std::u16string Adapter::*Kept, std::string ResponseMetadata::*Stored>
 void setResponseText(Adapter& adapter, Text value) {
-    setEncoded(adapter, value, Kept, adapter.connection.Metadata.*Stored, kFieldEncoding);
+    setEncoded(adapter, value, Kept, adapter.Connection.Metadata.*Stored, kFieldEncoding);
 }
 
 // A text of the response. Reading it sends the request where that is due, and replaces what the host had set.
 template <std::u16string Adapter::*Kept, const std::string& (HTTPConnection::*Read)()>
 Text responseText(Adapter& adapter) {
     return acrossTransferBoundary(adapter, [&] {
-        adapter.*Kept = fl::i18n::to_ustring((adapter.connection.*Read)());
+        adapter.*Kept = fl::i18n::to_ustring((adapter.Connection.*Read)());
         return Text(&(adapter.*Kept));
     });
 }
 
 // Shows on the next read only, as the target that the connection made of it.
 void setRedirectUrl(Adapter& adapter, Text value) {
-    adapter.connection.setRedirectURL(toNarrow(textOrEmpty(value), kFieldEncoding));
+    adapter.Connection.setRedirectURL(toNarrow(textOrEmpty(value), kFieldEncoding));
 }
 
 void setRequestMethod(Adapter& adapter, Text value) {
-    adapter.requestMethod = textOrEmpty(value);
-    adapter.connection.setRequestMethod(toNarrow(adapter.requestMethod, kFieldEncoding));
+    adapter.RequestMethod = textOrEmpty(value);
+    adapter.Connection.setRequestMethod(toNarrow(adapter.RequestMethod, kFieldEncoding));
 }
 
 void setPostData(Adapter& adapter, Text value) {
-    adapter.connection.Settings.PostData = textOrEmpty(value);
+    adapter.Connection.Settings.PostData = textOrEmpty(value);
 }
 
 // Numbers and flags
 
 double getResponseCode(Adapter& adapter) {
-    return acrossTransferBoundary(adapter, [&] { return static_cast<double>(adapter.connection.getResponseCode()); });
+    return acrossTransferBoundary(adapter, [&] { return static_cast<double>(adapter.Connection.getResponseCode()); });
 }
 
 void setResponseCode(Adapter& adapter, double value) {
@@ -106,30 +106,30 @@ void setResponseCode(Adapter& adapter, double value) {
 
 template <auto Stored>
 auto storedFlag(Adapter& adapter) {
-    return adapter.connection.Settings.*Stored;
+    return adapter.Connection.Settings.*Stored;
 }
 
 template <auto Stored, class T>
 void storeFlag(Adapter& adapter, T value) {
-    adapter.connection.Settings.*Stored = value;
+    adapter.Connection.Settings.*Stored = value;
 }
 
 bool getSent(Adapter& adapter) {
-    return adapter.connection.SentHead.Sent;
+    return adapter.Connection.SentHead.Sent;
 }
 
 unsigned long long getProviderBufferSize(Adapter& adapter) {
-    return adapter.connection.Settings.ProviderBufferSize;
+    return adapter.Connection.Settings.ProviderBufferSize;
 }
 
 void setProviderBufferSize(Adapter& adapter, unsigned long long value) {
-    adapter.connection.Settings.ProviderBufferSize = value;
+    adapter.Connection.Settings.ProviderBufferSize = value;
 }
 
 // Arrays
 
 vxArray_tag* getPayload(Adapter& adapter) {
-    return makeByteArray(adapter.connection.Settings.payload()).release();
+    return makeByteArray(adapter.Connection.Settings.payload()).release();
 }
 
 void setPayload(Adapter& adapter, vxArray_tag* array) {
@@ -138,7 +138,7 @@ void setPayload(Adapter& adapter, vxArray_tag* array) {
         const auto bytes = bytesOf(array);
         payload.assign(bytes.begin(), bytes.end());
     }
-    adapter.connection.Settings.setPayload(std::move(payload));
+    adapter.Connection.Settings.setPayload(std::move(payload));
 }
 
 vxArray_tag* getResponsePayload(Adapter& adapter) {
@@ -148,16 +148,16 @@ vxArray_tag* getResponsePayload(Adapter& adapter) {
 void setResponsePayload(Adapter& adapter, vxArray_tag* array) {
     if (array == nullptr) {
         // Kept on purpose: null clears the request's content and leaves the response's bytes.
-        adapter.connection.Settings.setPayload({});
+        adapter.Connection.Settings.setPayload({});
         return;
     }
     const auto bytes = bytesOf(array);
-    adapter.responseBuffer.write(reinterpret_cast<const char*>(bytes.data()),
+    adapter.ResponseBuffer.write(reinterpret_cast<const char*>(bytes.data()),
                                  static_cast<std::streamsize>(bytes.size()));
 }
 
 vxArray_tag* getTimeouts(Adapter& adapter) {
-    return makeDoubleArray(adapter.connection.getTimeouts()).release();
+    return makeDoubleArray(adapter.Connection.getTimeouts()).release();
 }
 
 void setTimeouts(Adapter& adapter, vxArray_tag* array) {
@@ -165,7 +165,7 @@ void setTimeouts(Adapter& adapter, vxArray_tag* array) {
         return;
     }
     const auto values = doublesOf(array);
-    adapter.connection.setTimeouts({values.begin(), values.end()});
+    adapter.Connection.setTimeouts({values.begin(), values.end()});
 }
 
 void destroyGiven(Adapter&, vxArray_tag* array) {
@@ -176,19 +176,19 @@ void destroyGiven(Adapter&, vxArray_tag* array) {
 
 template <SharedHostArray RequestSettings::*Kept>
 vxArray_tag* keptObject(Adapter& adapter) {
-    return (adapter.connection.Settings.*Kept).get();
+    return (adapter.Connection.Settings.*Kept).get();
 }
 
 void setProgressReporter(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&RequestSettings::ProgressReporter, array, ProgressReporterClassName);
+    adapter.adoptHostObject(&RequestSettings::ProgressReporter, array, kProgressReporterClassName);
 }
 
 void setProvider(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&RequestSettings::Provider, array, ProviderClassName);
+    adapter.adoptHostObject(&RequestSettings::Provider, array, kProviderClassName);
 }
 
 void setConsumer(Adapter& adapter, vxArray_tag* array) {
-    adapter.adoptHostObject(&RequestSettings::Consumer, array, ConsumerClassName);
+    adapter.adoptHostObject(&RequestSettings::Consumer, array, kConsumerClassName);
 }
 
 // The two attribute words that occur. Only Sent and VerifyServerName have the second, although VerifyServerName can be
@@ -214,25 +214,25 @@ constexpr PropertyRow kValueProperties[] = {
     {"URL", "unicodeString", kUsual, "string for URL",
      Texts{storedText<&S::URL>, setUrl}},
     {"CertificateFilename", "unicodeString", kUsual, "string for CertificateFilename",
-     Texts{keptText<&A::certificateFilename>, setFileName<&A::certificateFilename, &S::CertificateFilename>}},
+     Texts{keptText<&A::CertificateFilename>, setFileName<&A::CertificateFilename, &S::CertificateFilename>}},
     {"ContentType", "unicodeString", kUsual, "string for ContentType",
-     Texts{responseText<&A::contentType, &C::getContentType>, setResponseText<&A::contentType, &M::ContentType>}},
+     Texts{responseText<&A::ContentType, &C::getContentType>, setResponseText<&A::ContentType, &M::ContentType>}},
     {"ContentEncoding", "unicodeString", kUsual, "string for ContentEncoding",
-     Texts{responseText<&A::contentEncoding, &C::getContentEncoding>, setResponseText<&A::contentEncoding, &M::ContentEncoding>}},
+     Texts{responseText<&A::ContentEncoding, &C::getContentEncoding>, setResponseText<&A::ContentEncoding, &M::ContentEncoding>}},
     {"ProxyUsername", "unicodeString", kUsual, "string for ProxyUsername",
-     Texts{keptText<&A::proxyUsername>, setCredential<&A::proxyUsername, &S::ProxyUsername>}},
+     Texts{keptText<&A::ProxyUsername>, setCredential<&A::ProxyUsername, &S::ProxyUsername>}},
     {"ProxyPassword", "unicodeString", kUsual, "string for ProxyPassword",
-     Texts{keptText<&A::proxyPassword>, setCredential<&A::proxyPassword, &S::ProxyPassword>}},
+     Texts{keptText<&A::ProxyPassword>, setCredential<&A::ProxyPassword, &S::ProxyPassword>}},
     {"Username", "unicodeString", kUsual, "string for Username",
-     Texts{keptText<&A::username>, setCredential<&A::username, &S::Username>}},
+     Texts{keptText<&A::Username>, setCredential<&A::Username, &S::Username>}},
     {"Password", "unicodeString", kUsual, "string for Password",
-     Texts{keptText<&A::password>, setCredential<&A::password, &S::Password>}},
+     Texts{keptText<&A::Password>, setCredential<&A::Password, &S::Password>}},
     {"ResponseCode", "double scalar", kUsual, "double scalar for ResponseCode",
      Doubles{getResponseCode, setResponseCode}},
     {"RedirectURL", "unicodeString", kUsual, "string for RedirectURL",
-     Texts{responseText<&A::redirectUrl, &C::getRedirectURL>, setRedirectUrl}},
+     Texts{responseText<&A::RedirectUrl, &C::getRedirectURL>, setRedirectUrl}},
     {"RequestMethod", "unicodeString", kUsual, "string for RequestMethod",
-     Texts{keptText<&A::requestMethod>, setRequestMethod}},
+     Texts{keptText<&A::RequestMethod>, setRequestMethod}},
     {"PostData", "unicodeString", kUsual, "string for PostData",
      Texts{storedText<&S::PostData>, setPostData}},
     {"Payload", "uint8 vector", kUsual, "uint8 vector for Payload",
@@ -256,11 +256,11 @@ constexpr PropertyRow kValueProperties[] = {
 };
 
 constexpr PropertyRow kObjectProperties[] = {
-    {"ProgressReporter", "any", kUsual, ProgressReporterClassName,
+    {"ProgressReporter", "any", kUsual, kProgressReporterClassName,
      Arrays{keptObject<&S::ProgressReporter>, setProgressReporter}},
-    {"Provider", "any", kUsual, ProviderClassName,
+    {"Provider", "any", kUsual, kProviderClassName,
      Arrays{keptObject<&S::Provider>, setProvider}},
-    {"Consumer", "any", kUsual, ConsumerClassName,
+    {"Consumer", "any", kUsual, kConsumerClassName,
      Arrays{keptObject<&S::Consumer>, setConsumer}},
 };
 // clang-format on

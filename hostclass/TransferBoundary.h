@@ -16,7 +16,7 @@ decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& cal
         return std::forward<Call>(call)();
     } catch (const webservices::HTTPException&) {
         const std::u16string url =
-            adapter.connection.Settings.URL; // a copy: the translation outlives no promise about the field
+            adapter.Connection.Settings.URL; // a copy: the translation outlives no promise about the field
         webservices::translateTransferException(url);
     }
 }

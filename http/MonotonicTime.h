@@ -10,10 +10,10 @@ inline constexpr std::int64_t NOT_A_TIME = std::numeric_limits<std::int64_t>::mi
 // Nanoseconds of a steady clock.
 std::int64_t monotonicNow();
 
-inline constexpr std::int64_t NsPerMs = 1'000'000;
+inline constexpr std::int64_t kNsPerMs = 1'000'000;
 
 // How long the loops pause after repeated empty waits.
-inline constexpr std::int64_t EmptyWaitPauseNs = 100'000'000;
+inline constexpr std::int64_t kEmptyWaitPauseNs = 100'000'000;
 
 // A sleep until a moment of the monotonic clock that interrupting the boost::thread it runs on cuts short (with
 // boost::thread_interrupted). `boost::this_thread::interruptible_wait`, which waits on a handle as well, exists on

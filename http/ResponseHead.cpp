@@ -32,7 +32,7 @@ void ResponseHead::begin() {
 
 bool ResponseHead::count(std::size_t length) {
     Size += length;
-    return Size <= LargestSize;
+    return Size <= kLargestSize;
 }
 
 bool ResponseHead::beginsWithNext() {

@@ -20,10 +20,10 @@ struct ResponseHead {
     };
 
     // Heads and trailers of one exchange together; no server needs as much.
-    static constexpr std::size_t LargestSize = std::size_t{1} << 20;
+    static constexpr std::size_t kLargestSize = std::size_t{1} << 20;
 
     void begin(); // a new exchange; the status stays
-    // Counts a line of a head or trailer. False: all lines together are larger than LargestSize.
+    // Counts a line of a head or trailer. False: all lines together are larger than kLargestSize.
     bool count(std::size_t length);
     // A trailer field (RFC 9110 section 6.5): a line after a complete head that begins no further one. libcurl takes a
     // status line in any case.

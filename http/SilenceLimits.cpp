@@ -5,7 +5,7 @@
 #include <algorithm>
 
 void SilenceLimits::setTimeouts(std::vector<double> timeouts) {
-    timeouts.resize(std::max<std::size_t>(timeouts.size(), 4), Unlimited);
+    timeouts.resize(std::max<std::size_t>(timeouts.size(), 4), kUnlimited);
     ConnectTimeout = timeouts[0];
     ResponseTimeout = timeouts[1];
     DataTimeout = timeouts[2];
@@ -18,7 +18,7 @@ std::vector<double> SilenceLimits::getTimeouts() const {
 
 void SilenceLimits::begin(bool headersComplete, bool httpOptions) {
     if (isUnlimited(ResponseTimeout) && isUnlimited(DataTimeout)) {
-        Deadline = NoDeadline;
+        Deadline = kNoDeadline;
     } else {
         Deadline = monotonicNow();
         updateDeadline(headersComplete, httpOptions);
@@ -26,13 +26,13 @@ void SilenceLimits::begin(bool headersComplete, bool httpOptions) {
 }
 
 void SilenceLimits::updateDeadline(bool headersComplete, bool httpOptions) {
-    if (Deadline == NoDeadline) {
+    if (Deadline == kNoDeadline) {
         return;
     }
     const std::int64_t now = monotonicNow();
-    const double responseLimit = isUnlimited(ResponseTimeout) ? Unlimited : ResponseTimeout;
-    if (responseLimit != Unlimited && !headersComplete) {
-        Deadline = ResponseTimeoutMs * NsPerMs + now;
+    const double responseLimit = isUnlimited(ResponseTimeout) ? kUnlimited : ResponseTimeout;
+    if (responseLimit != kUnlimited && !headersComplete) {
+        Deadline = ResponseTimeoutMs * kNsPerMs + now;
         TimeoutReason = 0;
         TimeoutOption = httpOptions ? u"HTTPOptions.ResponseTimeout" : u"weboptions.Timeout";
         ActiveTimeout = ResponseTimeout;
@@ -41,7 +41,7 @@ void SilenceLimits::updateDeadline(bool headersComplete, bool httpOptions) {
     if (isUnlimited(DataTimeout) || (!(responseLimit > DataTimeout) && !headersComplete)) {
         return;
     }
-    Deadline = DataTimeoutMs * NsPerMs + now;
+    Deadline = DataTimeoutMs * kNsPerMs + now;
     TimeoutReason = headersComplete ? 1 : 0;
     TimeoutOption = u"HTTPOptions.DataTimeout";
     ActiveTimeout = DataTimeout;
@@ -49,6 +49,6 @@ void SilenceLimits::updateDeadline(bool headersComplete, bool httpOptions) {
 
 void SilenceLimits::endHead() {
     if (isUnlimited(DataTimeout)) {
-        Deadline = NoDeadline;
+        Deadline = kNoDeadline;
     }
 }

@@ -9,8 +9,8 @@
 #include <vector>
 
 struct SilenceLimits {
-    static constexpr double Unlimited = std::numeric_limits<double>::infinity();
-    static constexpr std::int64_t NoDeadline = std::numeric_limits<std::int64_t>::max();
+    static constexpr double kUnlimited = std::numeric_limits<double>::infinity();
+    static constexpr std::int64_t kNoDeadline = std::numeric_limits<std::int64_t>::max();
 
     // An infinite timeout of either sign means no limit.
     static bool isUnlimited(double timeout) { return std::isinf(timeout); }
@@ -26,14 +26,14 @@ struct SilenceLimits {
     void endHead(); // without a data limit no silence ends the transfer from here on
     bool isPassed(std::int64_t now) const { return now > Deadline; }
 
-    double ConnectTimeout = 5000.0;     // ms; libcurl's alone
-    double ResponseTimeout = Unlimited; // ms of silence until the response head is complete
-    double DataTimeout = Unlimited;     // ms of silence while content moves
-    double ExtraTimeout = Unlimited;    // stored and returned only
-    std::int64_t ResponseTimeoutMs = 0; // the same as integers, written at open when finite
+    double ConnectTimeout = 5000.0;      // ms; libcurl's alone
+    double ResponseTimeout = kUnlimited; // ms of silence until the response head is complete
+    double DataTimeout = kUnlimited;     // ms of silence while content moves
+    double ExtraTimeout = kUnlimited;    // stored and returned only
+    std::int64_t ResponseTimeoutMs = 0;  // the same as integers, written at open when finite
     std::int64_t DataTimeoutMs = 0;
     double ActiveTimeout = 0.0;     // ms; the timeout that set Deadline
     std::int32_t TimeoutReason = 0; // 0: the head was awaited, 1: content
     std::u16string TimeoutOption;   // name of the option that set Deadline
-    std::int64_t Deadline = 0;      // monotonic ns; NoDeadline: none
+    std::int64_t Deadline = 0;      // monotonic ns; kNoDeadline: none
 };

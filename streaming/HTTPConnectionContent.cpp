@@ -12,13 +12,13 @@
 namespace {
 
 // No announced length makes us reserve more than this. Reserved memory is not touched until bytes arrive.
-constexpr std::int64_t LargestReservation = std::int64_t{1} << 30;
+constexpr std::int64_t kLargestReservation = std::int64_t{1} << 30;
 
 // Gives a memory stream room for the announced content at once: growing step by step copies all of it several times.
 // Only a hint, so a length that lies or memory that is not there changes nothing.
 void reserveFor(std::ostream& stream, std::int64_t contentLength) {
     auto* memory = dynamic_cast<std::ostringstream*>(&stream);
-    if (memory == nullptr || contentLength <= 0 || contentLength > LargestReservation) {
+    if (memory == nullptr || contentLength <= 0 || contentLength > kLargestReservation) {
         return;
     }
     std::string content = std::move(*memory).str();

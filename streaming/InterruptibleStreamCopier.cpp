@@ -14,14 +14,14 @@
 
 namespace {
 
-constexpr std::size_t ReceiveReservation = 16384;
-constexpr int PumpWaitMs = 1000; // does not follow the timeouts
+constexpr std::size_t kReceiveReservation = 16384;
+constexpr int kPumpWaitMs = 1000; // does not follow the timeouts
 
 } // namespace
 
 InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     : Connection(&connection), Payload(connection.Settings.Payload), Provider(connection.Settings.Provider),
-      ProviderClass(vcos::internal::makeInterned(ProviderClassName)), ProviderArgs{Provider.get(), nullptr} {
+      ProviderClass(vcos::internal::makeInterned(kProviderClassName)), ProviderArgs{Provider.get(), nullptr} {
     offerPayload();
     CURL* easy = connection.Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_WRITEFUNCTION), &writeCallback);
@@ -36,7 +36,7 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
         ReceiveBuffer = std::move(connection.Transfer.Copier->ReceiveBuffer);
         ReceiveBuffer.clear();
     }
-    ReceiveBuffer.reserve(ReceiveReservation);
+    ReceiveBuffer.reserve(kReceiveReservation);
 }
 
 // Content in memory comes first, and before that of a provider.
@@ -85,11 +85,11 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
         }
     }
     const std::size_t size = ReceiveBuffer.size() + length;
-    const std::size_t largest = ReceiveLimit + LargestExpansion;
+    const std::size_t largest = ReceiveLimit + kLargestExpansion;
     if (size > largest) {
         VANTIK::raise<VANTIK::webservices::DecodingError>(Connection->ReceivedHead.getResponseField("Content-Encoding"),
                                                           "a few bytes of it stand for more than " +
-                                                              std::to_string(LargestExpansion) + " bytes of content");
+                                                              std::to_string(kLargestExpansion) + " bytes of content");
     }
     if (size > 2 * ReceiveLimit) { // growing step by step would need twice as much
         ReceiveBuffer.reserve(largest);
@@ -172,7 +172,7 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
     if (Provider == nullptr) {
         return CURL_SEEKFUNC_OK;
     }
-    callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+    callHostMethod(kProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
     if (!PumpWantsData && !nothingWasSent) {
         Connection->Transfer.Fault = TransferFault::UploadBroken;
         return CURL_SEEKFUNC_FAIL;
@@ -205,12 +205,12 @@ void InterruptibleStreamCopier::applyPauses() {
 // The wait with which a pass of a pump begins. Repeated empty waits pause, so that a pump does not spin while libcurl
 // has no descriptors; the timeout is checked after an empty wait only.
 void InterruptibleStreamCopier::awaitActivity(int& emptyWaits) {
-    if (Connection->wait(PumpWaitMs) != 0) {
+    if (Connection->wait(kPumpWaitMs) != 0) {
         emptyWaits = 0;
         return;
     }
     if (++emptyWaits > 1) {
-        interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
+        interruptibleWait(monotonicNow() + kEmptyWaitPauseNs);
     }
     Connection->checkTimeout(NOT_A_TIME, false);
 }

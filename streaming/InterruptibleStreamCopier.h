@@ -54,15 +54,15 @@ public:
     std::uint64_t SendPosition = 0;         // next byte to hand to libcurl
     std::uint64_t TotalSent = 0;            // bytes handed to libcurl for this request, moved back by a rewind
     std::string ReceiveBuffer;              // response bytes not yet drained
-    std::size_t ReceiveLimit = ReceiveStep; // from this size of ReceiveBuffer on libcurl reads no more
+    std::size_t ReceiveLimit = kReceiveStep; // from this size of ReceiveBuffer on libcurl reads no more
 
     // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
-    static constexpr std::size_t ReceiveStep = std::size_t{512} << 10;
+    static constexpr std::size_t kReceiveStep = std::size_t{512} << 10;
     // What is decoded comes in whole reads all the same. One of 16 KiB gives 16.2 MiB where gzip has done its best;
     // what gives more, as several encodings on top of each other do, is there to fill the memory.
-    static constexpr std::size_t LargestExpansion = std::size_t{20} << 20;
+    static constexpr std::size_t kLargestExpansion = std::size_t{20} << 20;
     // Most content that is kept while the request's content is still going out, where nothing is drained.
-    static constexpr std::size_t LargestEarlyContent = std::size_t{16} << 20;
+    static constexpr std::size_t kLargestEarlyContent = std::size_t{16} << 20;
     std::shared_ptr<const std::vector<std::uint8_t>>
         Payload;                      // shared with the connection, which may have another by now
     SharedHostArray Provider;         // the same; null: none

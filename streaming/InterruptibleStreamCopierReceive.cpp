@@ -1,5 +1,3 @@
-#include "streaming/InterruptibleStreamCopier.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
@@ -8,6 +6,7 @@
 #include "hostcalls/HostObjectCall.h"
 #include "hostcalls/NumericNarrowing.h"
 #include "http/MonotonicTime.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "streaming/ProgressReporterCall.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
@@ -21,8 +20,8 @@ using namespace matrix::detail::noninlined::vx_array_api;
 
 namespace {
 
-constexpr std::uint64_t LargestPiece = 16384;
-constexpr std::uint64_t LargestDecodedInMemory = std::uint64_t{512} << 20;
+constexpr std::uint64_t kLargestPiece = 16384;
+constexpr std::uint64_t kLargestDecodedInMemory = std::uint64_t{512} << 20;
 
 } // namespace
 
@@ -33,29 +32,29 @@ struct InterruptibleStreamCopier::Receiver {
     vxArray_tag* Consumer;         // in ConsumerShare; null: none
     std::ostream* SaveTo;          // borrowed; null: none
     ProgressReporterCall Progress;
-    std::uint64_t PieceSize = LargestPiece; // largest piece passed to the consumer
-    int Idle = 0;                           // empty waits in a row
-    int Running = 0;                        // handles that the last perform left running, or set here
-    std::uint64_t Total = 0;                // bytes passed on
+    std::uint64_t PieceSize = kLargestPiece; // largest piece passed to the consumer
+    int Idle = 0;                            // empty waits in a row
+    int Running = 0;                         // handles that the last perform left running, or set here
+    std::uint64_t Total = 0;                 // bytes passed on
 
     std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
 };
 
 void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     const RequestSettings& settings = Connection->Settings;
-    Receiver receiver{vcos::internal::makeInterned(ConsumerClassName), settings.Consumer, settings.Consumer.get(),
+    Receiver receiver{vcos::internal::makeInterned(kConsumerClassName), settings.Consumer, settings.Consumer.get(),
                       saveTo, ProgressReporterCall(settings.ProgressReporter)};
     const ScopeExit leave([] { flushRepeats(); });
-    ReceiveLimit = ReceiveStep;
+    ReceiveLimit = kReceiveStep;
     if (receiver.Consumer != nullptr) {
-        const HostArray wanted = callHostMethod(ConsumerStart, receiver.ConsumerClass, receiver.self());
+        const HostArray wanted = callHostMethod(kConsumerStart, receiver.ConsumerClass, receiver.self());
         if (!isNothing(wanted)) {
             // Only a value that truncates to 0 fails, whatever the words say: a negative one wraps to a huge size.
             const std::uint64_t size = wrapToUInt64(vxGetScalar(wanted.get()));
             if (size == 0) {
                 throwInternalError("ContentConsumer.startInternal returned bufSize <= 0");
             }
-            receiver.PieceSize = std::min(size, LargestPiece);
+            receiver.PieceSize = std::min(size, kLargestPiece);
         }
     }
     try {
@@ -127,12 +126,12 @@ void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
 // as much.
 void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_t length) const {
     const std::uint64_t size = Connection->Transfer.PassedOn + length;
-    if (size <= LargestDecodedInMemory || dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr) {
+    if (size <= kLargestDecodedInMemory || dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr) {
         return;
     }
     const auto wire = getInfo<curl_off_t>(Connection->Handles->EasyHandle, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
     if (size > static_cast<std::uint64_t>(wire)) {
-        VANTIK::raise<VANTIK::webservices::DecodedContentTooLarge>(std::to_string(LargestDecodedInMemory),
+        VANTIK::raise<VANTIK::webservices::DecodedContentTooLarge>(std::to_string(kLargestDecodedInMemory),
                                                                    Connection->Metadata.ContentEncoding);
     }
 }
@@ -148,7 +147,7 @@ std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::s
         Connection->Transfer.PassedOn += piece; // whatever the consumer makes of it
         Connection->Transfer.ConsumerHasPart = true;
         vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
-        const HostArray result = callHostMethod(ConsumerPutData, receiver.ConsumerClass, arguments);
+        const HostArray result = callHostMethod(kConsumerPutData, receiver.ConsumerClass, arguments);
         if (isNothing(result)) {
             throw webservices::HTTPConsumerException("Web service copy operation aborted by consumer");
         }
@@ -169,7 +168,7 @@ void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
         const ScopeExit tell([&] {
             if (receiver.Consumer != nullptr) {
                 HostArray ignored;
-                tryHostMethod(ConsumerInterrupt, receiver.ConsumerClass, receiver.self(), ignored);
+                tryHostMethod(kConsumerInterrupt, receiver.ConsumerClass, receiver.self(), ignored);
             }
         });
         throw;
@@ -180,6 +179,6 @@ void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
 void InterruptibleStreamCopier::closeConsumer(Receiver& receiver) {
     if (receiver.Consumer != nullptr) {
         HostArray ignored;
-        tryHostMethod(ConsumerClose, receiver.ConsumerClass, receiver.self(), ignored);
+        tryHostMethod(kConsumerClose, receiver.ConsumerClass, receiver.self(), ignored);
     }
 }

@@ -1,11 +1,10 @@
-#include "streaming/InterruptibleStreamCopier.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
 #include "hostcalls/HostObjectCall.h"
 #include "http/MonotonicTime.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "streaming/ProgressReporterCall.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
@@ -16,7 +15,7 @@ using namespace matrix::detail::noninlined::vx_array_api;
 
 namespace {
 
-constexpr std::uint64_t DefaultProviderBuffer = 16384;
+constexpr std::uint64_t kDefaultProviderBuffer = 16384;
 
 } // namespace
 
@@ -28,7 +27,7 @@ void InterruptibleStreamCopier::sendRequest() {
     if (Provider != nullptr) {
         wantedSize = makeUInt64Scalar();
         uint64Of(wantedSize.get()) = connection.Settings.ProviderBufferSize == 0
-                                         ? DefaultProviderBuffer
+                                         ? kDefaultProviderBuffer
                                          : connection.Settings.ProviderBufferSize;
         ProviderArgs[1] = wantedSize.get();
     }
@@ -43,7 +42,7 @@ void InterruptibleStreamCopier::sendRequest() {
         flushRepeats();
     });
     if (Provider != nullptr) {
-        callHostMethod(ProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
+        callHostMethod(kProviderStart, ProviderClass, std::span<vxArray_tag*>(ProviderArgs, 1));
         PumpWantsData = true;
     }
     int count = 0;
@@ -77,7 +76,7 @@ bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
     if (Provider == nullptr) {
         return false;
     }
-    HostArray next = callHostMethod(ProviderGetData, ProviderClass, ProviderArgs);
+    HostArray next = callHostMethod(kProviderGetData, ProviderClass, ProviderArgs);
     // Neither class nor size is checked: the first dimension counts as bytes, as far as there are elements.
     SendData = nullptr;
     SendLength = 0;
@@ -109,11 +108,11 @@ void InterruptibleStreamCopier::makeRoomForEarlyContent() {
     if (!WritePaused) {
         return;
     }
-    if (ReceiveLimit >= LargestEarlyContent) {
-        throw webservices::HTTPCopyStreamException("More than " + std::to_string(LargestEarlyContent) +
+    if (ReceiveLimit >= kLargestEarlyContent) {
+        throw webservices::HTTPCopyStreamException("More than " + std::to_string(kLargestEarlyContent) +
                                                    " bytes of the response came before the request had been sent.");
     }
-    ReceiveLimit += ReceiveStep;
+    ReceiveLimit += kReceiveStep;
     resume(false, true);
 }
 

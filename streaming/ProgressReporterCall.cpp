@@ -25,7 +25,7 @@ void ProgressReporterCall::update(std::uint64_t bytes) {
     CounterValue =
         &uint64Of(Counter.get()); // where the reporter kept the last count, this gives us contents of our own
     *CounterValue = bytes;
-    const HostArray goOn = callHostMethod(ReporterUpdate, ReporterClass, UpdateArgs);
+    const HostArray goOn = callHostMethod(kReporterUpdate, ReporterClass, UpdateArgs);
     const bool isScalar = goOn != nullptr && arrayElementCount(goOn.get()) == 1;
     // The class is not checked: the first byte counts, and it may hold any bits, so it is not read as a bool.
     const void* first = isScalar ? vxGetLogicals(goOn.get()) : nullptr;

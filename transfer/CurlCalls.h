@@ -30,7 +30,7 @@ CurlNamed(Constant, const char*) -> CurlNamed<Constant>;
 // int would be read as garbage, so it does not compile here.
 template <class Value>
 concept CurlArgument = std::same_as<Value, long> || std::same_as<Value, curl_off_t> || std::is_pointer_v<Value> ||
-    std::is_null_pointer_v<Value>;
+                       std::is_null_pointer_v<Value>;
 
 template <CurlArgument Value>
 void setOption(CURL* easy, CurlNamed<CURLoption> option, Value value, const std::string& detail = {}) {
@@ -47,9 +47,9 @@ void setOption(CURL* easy, CurlNamed<CURLoption> option, Value value, const std:
 
 // Reads one information value; the caller names a type of the size that libcurl writes.
 template <class Value>
-requires std::same_as<Value, long> || std::same_as<Value, curl_off_t> || std::same_as<Value, double> ||
-    std::same_as<Value, char*>
-        Value getInfo(CURL* easy, CurlNamed<CURLINFO> info, const std::string& detail = {}) {
+    requires std::same_as<Value, long> || std::same_as<Value, curl_off_t> || std::same_as<Value, double> ||
+             std::same_as<Value, char*>
+Value getInfo(CURL* easy, CurlNamed<CURLINFO> info, const std::string& detail = {}) {
     Value value{};
     const CURLcode code = curl_easy_getinfo(easy, info.Value, &value);
     if (code != CURLE_OK) {

@@ -1,5 +1,3 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
@@ -7,6 +5,7 @@
 #include "hostcalls/TextEncoding.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 
 #include <cstring>
 

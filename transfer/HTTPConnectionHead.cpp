@@ -1,11 +1,10 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "http/HttpSyntax.h"
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 // libcurl calls this for every line of every head on the connection, and of a trailer section. A failed check is stored
@@ -34,7 +33,7 @@ std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
     // libcurl keeps what it hands over here, so a server that never ends its trailers would fill the memory.
     if (!ReceivedHead.count(length)) {
         throw webservices::HTTPConnectionRefusedException("Heads and trailers of the response are larger than " +
-                                                          std::to_string(ResponseHead::LargestSize) + " bytes.");
+                                                          std::to_string(ResponseHead::kLargestSize) + " bytes.");
     }
     const std::string line(data, length);
     if (line == "\r\n") {

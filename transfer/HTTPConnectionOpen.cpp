@@ -1,11 +1,10 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/MessageIdentifiers.h"
 #include "hostcalls/NumericNarrowing.h"
 #include "hostcalls/TextEncoding.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 void HTTPConnection::openConnection() {

@@ -1,5 +1,3 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "host/Messages.h"
@@ -8,6 +6,7 @@
 #include "http/HttpSyntax.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 #include <Poco/Exception.h>

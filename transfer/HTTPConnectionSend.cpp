@@ -1,5 +1,3 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/ScopeExit.h"
 #include "host/Interrupt.h"
@@ -9,6 +7,7 @@
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 #include <algorithm>
@@ -19,7 +18,7 @@
 namespace {
 
 // Longest wait of one pass: bounds how late an interrupt or a deadline is seen, whatever the timeouts are.
-constexpr std::int32_t LongestWaitMs = 500;
+constexpr std::int32_t kLongestWaitMs = 500;
 
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
     char digits[8]; // of 32 bits; to_chars follows no locale
@@ -43,8 +42,8 @@ void HTTPConnection::sendAndWait() {
             setSendOptions();
         }
         const std::int32_t waitMilliseconds = SilenceLimits::isUnlimited(Limits.ResponseTimeout)
-                                                  ? LongestWaitMs
-                                                  : std::min(narrowToInt32(Limits.ResponseTimeout), LongestWaitMs);
+                                                  ? kLongestWaitMs
+                                                  : std::min(narrowToInt32(Limits.ResponseTimeout), kLongestWaitMs);
         if (begins || !ReceivedHead.HeadersComplete) {
             Limits.begin(ReceivedHead.HeadersComplete, Settings.HTTPOptionsMode); // silence counts from here
         }
@@ -146,7 +145,7 @@ void HTTPConnection::runPerformLoop(std::int64_t start, int waitMilliseconds) {
         if (wait(waitMilliseconds) != 0) {
             idle = 0;
         } else if (++idle > 1) {
-            interruptibleWait(monotonicNow() + EmptyWaitPauseNs);
+            interruptibleWait(monotonicNow() + kEmptyWaitPauseNs);
         }
         running = perform("start reading response");
         utInterruptState::ThrowIfInterruptPending();

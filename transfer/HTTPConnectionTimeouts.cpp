@@ -1,5 +1,3 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
@@ -8,6 +6,7 @@
 #include "http/MonotonicTime.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
+#include "transfer/HTTPConnection.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -18,7 +17,7 @@ namespace {
 namespace id = VANTIK::webservices;
 
 // Longer than this, and a connect that failed was ended by the system and not by our limit.
-constexpr double SystemLimitMs = 10000.0;
+constexpr double kSystemLimitMs = 10000.0;
 
 const char16_t* connectOption(bool httpOptions) {
     return httpOptions ? u"HTTPOptions.ConnectTimeout" : u"weboptions.Timeout";
@@ -31,7 +30,7 @@ std::u16string catalogueText(const resource_core::BaseMsgID& message) {
 // Modular, since NOT_A_TIME lies a whole range away: the result is then negative and counts as a short time.
 double elapsedMs(std::int64_t start, std::int64_t now) {
     const auto elapsed = static_cast<std::int64_t>(static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(start));
-    return static_cast<double>(elapsed / NsPerMs);
+    return static_cast<double>(elapsed / kNsPerMs);
 }
 
 long connectTimeoutForCurl(double milliseconds) {
@@ -69,7 +68,7 @@ void HTTPConnection::updateDeadline() {
 }
 
 void HTTPConnection::checkTimeout(std::int64_t start, bool libcurlTimedOut) {
-    if (!libcurlTimedOut && Limits.Deadline == SilenceLimits::NoDeadline) {
+    if (!libcurlTimedOut && Limits.Deadline == SilenceLimits::kNoDeadline) {
         return;
     }
     // While the connection is not up, only libcurl's connect limit counts. The connect time stays 0 for the whole of a
@@ -93,7 +92,7 @@ void HTTPConnection::checkTimeout(std::int64_t start, bool libcurlTimedOut) {
     if (!libcurlTimedOut) {
         reason = Limits.TimeoutReason == 0 ? catalogueText(id::TimeoutReasonResponseHeader())
                                            : catalogueText(id::TimeoutReasonStoppedSending());
-    } else if (elapsed <= SystemLimitMs) {
+    } else if (elapsed <= kSystemLimitMs) {
         reason = fl::i18n::to_ustring(Handles->ErrorBuffer);
         Limits.TimeoutOption = connectOption(Settings.HTTPOptionsMode);
     } else {

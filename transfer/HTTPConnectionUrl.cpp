@@ -1,9 +1,8 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
 #include "hostcalls/TextEncoding.h"
+#include "transfer/HTTPConnection.h"
 
 using foundation::network::IRI;
 using foundation::network::IRIArgs;

@@ -1,8 +1,7 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/InternalError.h"
 #include "http/HttpSyntax.h"
 #include "transfer/CurlCallbacks.h"
+#include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
 #include <boost/date_time/posix_time/posix_time_types.hpp>
@@ -16,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t LongText = 1000; // from here on, a text is traced as a count
+constexpr std::size_t kLongText = 1000; // from here on, a text is traced as a count
 
 // Shows each line end. The search goes on two characters behind a marked pair, so a pair that begins there stays raw:
 // kept on purpose, the blank line at the end of a head is not marked.
@@ -72,7 +71,7 @@ bool isTextShown(curl_infotype type, std::size_t length, std::int32_t debug) {
     if (type == CURLINFO_HEADER_OUT) {
         return true;
     }
-    return length < LongText && (type == CURLINFO_TEXT || debug > 1);
+    return length < kLongText && (type == CURLINFO_TEXT || debug > 1);
 }
 
 void recordTraffic(std::int32_t debug, curl_infotype type, const char* data, std::size_t size) {

@@ -1,22 +1,21 @@
 #include "cli/batch/BatchJournal.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <charconv>
-#include <filesystem>
-#include <utility>
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <nlohmann/json.hpp>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/system/Descriptor.h"
 #include "cli/terminal/Output.h"
 #include "cli/text/SafeText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -31,8 +30,9 @@ constexpr auto kSyncInterval = std::chrono::seconds(1);
 
 // JSON holds text alone, and names of files need not be any.
 std::string storable(const std::string& name) {
-    if (isUtf8(name))
+    if (isUtf8(name)) {
         return "=" + name;
+    }
     constexpr char kDigits[] = "0123456789abcdef";
     std::string result = "#";
     for (const char c : name) {
@@ -44,17 +44,20 @@ std::string storable(const std::string& name) {
 
 // Nothing for what `storable` never makes.
 std::optional<std::string> restored(const std::string& stored) {
-    if (stored.starts_with('='))
+    if (stored.starts_with('=')) {
         return stored.substr(1);
-    if (!stored.starts_with('#') || stored.size() % 2 == 0)
+    }
+    if (!stored.starts_with('#') || stored.size() % 2 == 0) {
         return std::nullopt;
+    }
     std::string name;
     for (std::size_t i = 1; i < stored.size(); i += 2) {
         unsigned byte = 0;
         const char* const digits = stored.data() + i;
         const auto [end, error] = std::from_chars(digits, digits + 2, byte, 16);
-        if (error != std::errc() || end != digits + 2)
+        if (error != std::errc() || end != digits + 2) {
             return std::nullopt;
+        }
         name += static_cast<char>(byte);
     }
     return name;
@@ -84,32 +87,39 @@ std::size_t BatchHistory::read(const std::string& file) {
     const Descriptor source(retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     if (source.Number < 0) {
         const int error = errno;
-        if (fileExists(file))
+        if (fileExists(file)) {
             failSystem(failure::kFileNotRead, file, error);
+        }
         return 0;
     }
     struct stat facts {};
-    if (fstat(source.Number, &facts) != 0)
+    if (fstat(source.Number, &facts) != 0) {
         failSystem(failure::kFileNotRead, file, errno);
-    if (!S_ISREG(facts.st_mode))
+    }
+    if (!S_ISREG(facts.st_mode)) {
         failNoJournal(file);
+    }
     std::size_t unreadable = 0;
     bool first = true;
     const auto takeNext = [&](std::string_view line, bool ended) {
-        if (first && !isHeader(line, ended))
+        if (first && !isHeader(line, ended)) {
             failNoJournal(file);
-        if (!first && ended && !takeLine(line))
+        }
+        if (!first && ended && !takeLine(line)) {
             ++unreadable;
+        }
         first = false;
     };
     std::string rest; // of a line whose end has not come
     std::vector<char> piece(kPiece);
     for (;;) {
         const ssize_t count = retried([&] { return ::read(source.Number, piece.data(), piece.size()); });
-        if (count < 0)
+        if (count < 0) {
             failSystem(failure::kFileNotRead, file, errno);
-        if (count == 0)
+        }
+        if (count == 0) {
             break;
+        }
         std::string_view bytes(piece.data(), static_cast<std::size_t>(count));
         for (auto end = bytes.find('\n'); end != bytes.npos; end = bytes.find('\n')) {
             rest += bytes.substr(0, end);
@@ -118,11 +128,13 @@ std::size_t BatchHistory::read(const std::string& file) {
             bytes.remove_prefix(end + 1);
         }
         rest += bytes;
-        if (first && rest.size() > kHeader.size())
+        if (first && rest.size() > kHeader.size()) {
             failNoJournal(file);
+        }
     }
-    if (!rest.empty())
+    if (!rest.empty()) {
         takeNext(rest, false);
+    }
     return unreadable;
 }
 
@@ -133,15 +145,17 @@ bool BatchHistory::takeLine(std::string_view text) {
         const std::string& state = line.at("state").get_ref<const std::string&>();
         if (state == "started") {
             const auto temporary = restored(line.at("temporary"));
-            if (!temporary)
+            if (!temporary) {
                 return false;
+            }
             entry.Unfinished = {line.at("line"), *temporary, wholeNumber(line.at("device")),
                                 wholeNumber(line.at("inode"))};
             return true;
         }
         if (state == "written") {
-            if (entry.Unfinished && entry.Unfinished->Digest == line.at("line").get_ref<const std::string&>())
+            if (entry.Unfinished && entry.Unfinished->Digest == line.at("line").get_ref<const std::string&>()) {
                 entry.Unfinished->Bytes = wholeNumber(line.at("bytes"));
+            }
             return true;
         }
         if (state == "done") {
@@ -160,8 +174,9 @@ bool BatchHistory::takeLine(std::string_view text) {
 
 std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) const {
     const auto found = Entries.find(keyOf(line));
-    if (found == Entries.end())
+    if (found == Entries.end()) {
         return std::nullopt;
+    }
     const Entry& entry = found->second;
     struct stat facts {};
     const bool there = line.Target && stat(line.Target->c_str(), &facts) == 0;
@@ -170,10 +185,12 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
     // has left a file that is known by its number and its size.
     const auto& unfinished = entry.Unfinished;
     if (unfinished && unfinished->Digest == line.digest() && there && facts.st_ino == unfinished->Inode &&
-        facts.st_dev == unfinished->Device && size == unfinished->Bytes)
+        facts.st_dev == unfinished->Device && size == unfinished->Bytes) {
         return Ended{0, size};
-    if (entry.DoneDigest != line.digest())
+    }
+    if (entry.DoneDigest != line.digest()) {
         return std::nullopt;
+    }
     const bool intact = there && size == entry.Result.Bytes;
     return !line.Target || intact ? std::optional(entry.Result) : std::nullopt;
 }
@@ -182,13 +199,15 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
 // we make, and it is ours and the very one that was written.
 void BatchHistory::removeLeftovers() const {
     for (const auto& [key, entry] : Entries) {
-        if (!entry.Unfinished || !isTemporaryName(entry.Unfinished->Temporary))
+        if (!entry.Unfinished || !isTemporaryName(entry.Unfinished->Temporary)) {
             continue;
+        }
         const std::string& name = entry.Unfinished->Temporary;
         struct stat facts {};
         if (lstat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
-            facts.st_ino == entry.Unfinished->Inode && facts.st_dev == entry.Unfinished->Device)
+            facts.st_ino == entry.Unfinished->Inode && facts.st_dev == entry.Unfinished->Device) {
             unlink(name.c_str());
+        }
     }
 }
 
@@ -201,8 +220,9 @@ BatchJournal::BatchJournal(const std::string& file)
              file + ": " + reason + "; --journal FILE names another place, --no-journal does without");
     }
     // Where a file system knows no locks, nobody is kept out.
-    if (retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK)
+    if (retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK) {
         fail(failure::kJournalInUse, {file}, "another run is using " + file);
+    }
     mend();
     NextSync = std::chrono::steady_clock::now() + kSyncInterval;
 }
@@ -211,15 +231,18 @@ BatchJournal::BatchJournal(const std::string& file)
 // line is one by itself.
 void BatchJournal::mend() {
     struct stat facts {};
-    if (fstat(File.Number, &facts) != 0)
+    if (fstat(File.Number, &facts) != 0) {
         failSystem(failure::kFileNotRead, Name, errno);
-    if (!S_ISREG(facts.st_mode))
+    }
+    if (!S_ISREG(facts.st_mode)) {
         failNoJournal(Name);
+    }
     const auto readAt = [this](char* to, std::size_t length, off_t place) {
         while (length > 0) {
             const ssize_t count = retried([&] { return pread(File.Number, to, length, place); });
-            if (count <= 0)
+            if (count <= 0) {
                 failSystem(failure::kFileNotRead, Name, count < 0 ? errno : EIO);
+            }
             to += count;
             place += count;
             length -= static_cast<std::size_t>(count);
@@ -229,27 +252,33 @@ void BatchJournal::mend() {
     const std::string header = std::string(kHeader) + "\n";
     std::string head(std::min<std::size_t>(static_cast<std::size_t>(facts.st_size), header.size()), '\0');
     readAt(head.data(), head.size(), 0);
-    if (!header.starts_with(head))
+    if (!header.starts_with(head)) {
         failNoJournal(Name);
+    }
     off_t end = facts.st_size;
     for (char last = 0; end > 0; --end) {
         readAt(&last, 1, end - 1);
-        if (last == '\n')
+        if (last == '\n') {
             break;
+        }
     }
-    if (end != facts.st_size && retried([&] { return ftruncate(File.Number, end); }) != 0)
+    if (end != facts.st_size && retried([&] { return ftruncate(File.Number, end); }) != 0) {
         failSystem(failure::kFileNotWritten, Name, errno);
-    if (end == 0)
+    }
+    if (end == 0) {
         append(std::string(kHeader));
+    }
 }
 
 void BatchJournal::append(const std::string& text) {
     const std::lock_guard lock(Guard);
-    if (!writeAll(File.Number, text + "\n"))
+    if (!writeAll(File.Number, text + "\n")) {
         failSystem(failure::kFileNotWritten, Name, errno);
+    }
     const auto now = std::chrono::steady_clock::now();
-    if (now < NextSync)
+    if (now < NextSync) {
         return;
+    }
     NextSync = now + kSyncInterval;
     sync();
 }
@@ -257,8 +286,9 @@ void BatchJournal::append(const std::string& text) {
 // The system tells of a failed write once, to whoever asks first.
 void BatchJournal::sync() {
     const int error = syncContent(File.Number);
-    if (error != 0 && error != EROFS)
+    if (error != 0 && error != EROFS) {
         failSystem(failure::kFileNotWritten, Name, error);
+    }
 }
 
 namespace {
@@ -275,8 +305,9 @@ std::string dumped(const Json& object) {
 
 void BatchJournal::started(const BatchLine& line, const OutputFile& file) {
     struct stat facts {};
-    if (fstat(file.descriptor(), &facts) != 0)
+    if (fstat(file.descriptor(), &facts) != 0) {
         failSystem(failure::kFileNotWritten, file.temporaryName(), errno);
+    }
     Json object = lineFor(line, "started");
     object["temporary"] = storable(file.temporaryName());
     object["device"] = std::uint64_t{facts.st_dev};
@@ -301,36 +332,6 @@ void BatchJournal::failed(const BatchLine& line, const vantik::Message& message)
     Json object = lineFor(line, "failed");
     object["identifier"] = message.identifier();
     append(dumped(object));
-}
-
-bool isJournalName(std::string_view file, std::string_view base) {
-    const auto isNumber = [](std::string_view text) {
-        return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-    };
-    if (!file.starts_with(base))
-        return false;
-    const std::string_view rest = file.substr(base.size());
-    const auto middle = rest.find("-of-");
-    return rest.empty() || (rest.front() == '.' && middle != rest.npos && isNumber(rest.substr(1, middle - 1)) &&
-                            isNumber(rest.substr(middle + 4)));
-}
-
-std::vector<std::string> siblingJournals(const std::string& base) {
-    const std::filesystem::path path(base);
-    const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
-    const std::string name = path.filename().string();
-    std::vector<std::string> found;
-    std::error_code error;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
-         entry.increment(error)) {
-        const std::string file = entry->path().filename().string();
-        if (isJournalName(file, name))
-            found.push_back(path.has_parent_path() ? entry->path().string() : file);
-    }
-    if (error && error.value() != EACCES && error.value() != ENOENT)
-        failSystem(failure::kFileNotRead, folder.string(), error.value());
-    std::sort(found.begin(), found.end());
-    return found;
 }
 
 } // namespace netrove::cli

@@ -2,6 +2,11 @@
 // begins to write, one when it has written everything and one when it has ended, only ever appended.
 #pragma once
 
+#include "cli/batch/BatchManifest.h"
+#include "cli/system/Descriptor.h"
+#include "cli/system/OutputFile.h"
+#include "vantik/Failure.h"
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -11,12 +16,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-#include "vantik/Failure.h"
-
-#include "cli/batch/BatchManifest.h"
-#include "cli/system/Descriptor.h"
-#include "cli/system/OutputFile.h"
 
 namespace netrove::cli {
 
@@ -82,11 +81,5 @@ private:
     std::mutex Guard; // of what follows, and of the order of lines
     std::chrono::steady_clock::time_point NextSync;
 };
-
-// The journals that other shards of the same manifest, whatever their number, have written beside `base`. Raises
-// FileNotRead; a folder that may not be listed has none.
-std::vector<std::string> siblingJournals(const std::string& base);
-// True for `base` and for what a shard's journal beside it is called.
-bool isJournalName(std::string_view file, std::string_view base);
 
 } // namespace netrove::cli

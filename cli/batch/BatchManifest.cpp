@@ -1,18 +1,18 @@
 #include "cli/batch/BatchManifest.h"
 
-#include <array>
-#include <cstdio>
-#include <utility>
-
-#include <Poco/SHA2Engine.h>
-
-#include "cli/batch/BatchJournal.h"
+#include "cli/batch/JournalNames.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/RefusedUrl.h"
 #include "cli/system/OutputFile.h"
 #include "cli/text/SafeText.h"
 #include "cli/text/UrlText.h"
+
+#include <Poco/SHA2Engine.h>
+
+#include <array>
+#include <cstdio>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -32,40 +32,49 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
 
 // Without its middle, where it is too long to be read: what is wrong stands at the end.
 std::string shortened(std::string text) {
-    if (text.size() <= kLongestProblem)
+    if (text.size() <= kLongestProblem) {
         return text;
+    }
     const auto insideCharacter = [&](std::size_t place) {
         return (static_cast<unsigned char>(text[place]) & 0xC0) == 0x80;
     };
     std::size_t head = kLongestProblem * 3 / 4;
     std::size_t tail = text.size() - (kLongestProblem - head);
-    while (head > 0 && insideCharacter(head))
+    while (head > 0 && insideCharacter(head)) {
         --head;
-    while (tail < text.size() && insideCharacter(tail))
+    }
+    while (tail < text.size() && insideCharacter(tail)) {
         ++tail;
+    }
     return text.replace(head, tail - head, " ... ");
 }
 
 void checkUrl(const std::string& url) {
-    if (url.empty())
+    if (url.empty()) {
         failUsage("the URL is empty");
-    if (hasControlBytes(url) || !isUtf8(url))
+    }
+    if (hasControlBytes(url) || !isUtf8(url)) {
         failUsage("the URL has control characters or is not UTF-8");
+    }
     const UrlParts parts = splitUrl(url);
-    if (parts.Scheme != "http" && parts.Scheme != "https")
+    if (parts.Scheme != "http" && parts.Scheme != "https") {
         failUsage("'" + printable(maskRefusedUrl(url)) + "' is no http or https URL");
-    if (parts.Host.empty())
+    }
+    if (parts.Host.empty()) {
         failUsage("'" + printable(maskRefusedUrl(url)) + "' has no host");
+    }
 }
 
 void takeCredentials(BatchLine& line) {
     UserInfo found = takeUserInfo(line.Url);
-    if (!found.Present)
+    if (!found.Present) {
         return;
+    }
     checkUserName(found.User);
     checkPassword(found.Password.value_or(""));
-    if (!line.Extras)
+    if (!line.Extras) {
         line.Extras = std::make_unique<BatchExtras>();
+    }
     line.Extras->User = std::move(found.User);
     line.Extras->Password = std::move(found.Password);
 }
@@ -80,8 +89,9 @@ public:
     std::uint64_t value() {
         const Poco::DigestEngine::Digest bytes = Engine.digest();
         std::uint64_t result = 0;
-        for (std::size_t i = 0; i < sizeof result; ++i)
+        for (std::size_t i = 0; i < sizeof result; ++i) {
             result = result << 8 | bytes[i];
+        }
         return result;
     }
 
@@ -101,11 +111,12 @@ std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {
         digest.add(line.Extras->Body.value_or(""));
         digest.add(line.Extras->BodyFile);
     }
-    if (line.Extras)
+    if (line.Extras) {
         for (const Field& field : line.Extras->Fields) {
             digest.add(field.Name);
             digest.add(isSecretField(field.Name) ? std::string_view() : std::string_view(field.Value));
         }
+    }
     digest.add(std::to_string(repetition));
     return digest.value();
 }
@@ -123,8 +134,9 @@ std::string BatchLine::digest() const {
 }
 
 std::string BatchLine::method() const {
-    if (Extras && !Extras->Method.empty())
+    if (Extras && !Extras->Method.empty()) {
         return Extras->Method;
+    }
     return Extras && Extras->hasBody() ? "POST" : "GET";
 }
 
@@ -134,8 +146,9 @@ void BatchManifestParser::reserve(const std::string& file, const std::string& wh
 
 void BatchManifestParser::reserveJournals(const std::string& base) {
     JournalBase = Names.ofEntry(base);
-    for (const std::string& file : siblingJournals(base))
+    for (const std::string& file : siblingJournals(base)) {
         reserve(file, kJournal);
+    }
     reserve(base, kJournal);
 }
 
@@ -153,8 +166,9 @@ void BatchManifestParser::feed(std::string_view piece) {
 }
 
 BatchManifest BatchManifestParser::finish() {
-    if (!Rest.empty())
+    if (!Rest.empty()) {
         takeLine(std::exchange(Rest, {}));
+    }
     Targets.clear();
     Ids.clear();
     Unnamed.clear();
@@ -162,23 +176,27 @@ BatchManifest BatchManifestParser::finish() {
 }
 
 void BatchManifestParser::takeLine(std::string_view text) {
-    if (++Number == 1 && text.starts_with(kByteOrderMark))
+    if (++Number == 1 && text.starts_with(kByteOrderMark)) {
         text.remove_prefix(kByteOrderMark.size());
-    if (text.ends_with('\r'))
+    }
+    if (text.ends_with('\r')) {
         text.remove_suffix(1);
+    }
     text = withoutLeadingBlanks(text);
-    if (text.empty() || text.front() == '#')
+    if (text.empty() || text.front() == '#') {
         return;
+    }
     try {
         BatchLine line = text.front() == '{' ? parseBatchJson(text) : parseText(text);
         line.Number = Number;
         complete(line);
         Result.Lines.push_back(std::move(line));
     } catch (const vantik::Failure& failure) {
-        if (Result.Bad.size() < kMostBadLines)
+        if (Result.Bad.size() < kMostBadLines) {
             Result.Bad.push_back({Number, shortened(failure.message().Text)});
-        else
+        } else {
             ++Result.MoreBad;
+        }
     }
 }
 
@@ -187,8 +205,9 @@ BatchLine BatchManifestParser::parseText(std::string_view text) const {
     const auto end = std::min(text.find_first_of(kBlanks), text.size());
     line.Url = text.substr(0, end);
     const std::string_view target = withoutLeadingBlanks(text.substr(end));
-    if (!target.empty() && kBlanks.find(target.back()) != kBlanks.npos)
+    if (!target.empty() && kBlanks.find(target.back()) != kBlanks.npos) {
         failUsage("a blank ends the line; a target that ends so is written as JSON");
+    }
     line.Target = target;
     return line;
 }
@@ -203,41 +222,52 @@ void BatchManifestParser::complete(BatchLine& line) {
 
 // Without a name of its own a target gets the one of the URL, as with `save`.
 void BatchManifestParser::settleTarget(BatchLine& line) {
-    if (!line.Target)
+    if (!line.Target) {
         return;
+    }
     std::string& target = *line.Target;
-    if (hasControlBytes(target))
+    if (hasControlBytes(target)) {
         failUsage("the target has control characters");
-    if (target.empty())
+    }
+    if (target.empty()) {
         target = fileNameFor(line.Url);
-    else if (target.ends_with('/'))
+    } else if (target.ends_with('/')) {
         target += fileNameFor(line.Url);
-    else if (isFolder(target))
+    } else if (isFolder(target)) {
         target += "/" + fileNameFor(line.Url);
-    if (isSpecialFile(target))
+    }
+    if (isSpecialFile(target)) {
         failUsage("the target '" + printable(target) + "' is no regular file; \"target\":null drops the content");
+    }
     const std::string name = Names.of(target);
-    if (const auto found = Reserved.find(name); found != Reserved.end())
+    if (const auto found = Reserved.find(name); found != Reserved.end()) {
         failUsage("the target '" + printable(target) + "' is " + found->second);
-    if (!JournalBase.empty() && isJournalName(name, JournalBase))
+    }
+    if (!JournalBase.empty() && isJournalName(name, JournalBase)) {
         failUsage("the target '" + printable(target) + "' is " + kJournal);
+    }
     const auto [found, isNew] = Targets.emplace(name, Number);
-    if (!isNew)
+    if (!isNew) {
         failUsage("the target '" + printable(target) + "' is that of line " + std::to_string(found->second) + " too");
+    }
 }
 
 void BatchManifestParser::settleId(BatchLine& line) {
     line.Content = digestOf(line, 0);
     // Lines without a target may be equal on purpose: the same request, made several times.
-    if (!line.Target)
-        if (const std::size_t earlier = Unnamed[line.Content]++; earlier != 0)
+    if (!line.Target) {
+        if (const std::size_t earlier = Unnamed[line.Content]++; earlier != 0) {
             line.Content = digestOf(line, earlier);
-    if (!line.Extras || line.Extras->Id.empty())
+        }
+    }
+    if (!line.Extras || line.Extras->Id.empty()) {
         return;
+    }
     const auto [found, isNew] = Ids.emplace(line.Extras->Id, Number);
-    if (!isNew)
+    if (!isNew) {
         failUsage("the id '" + printable(line.Extras->Id) + "' is that of line " + std::to_string(found->second) +
                   " too");
+    }
 }
 
 } // namespace netrove::cli

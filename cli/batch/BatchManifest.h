@@ -1,6 +1,9 @@
 // The list of transfers that `batch` works off, read and checked before anything runs.
 #pragma once
 
+#include "cli/options/Settings.h"
+#include "cli/system/RealNames.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -11,9 +14,6 @@
 #include <string_view>
 #include <unordered_map>
 #include <vector>
-
-#include "cli/options/Settings.h"
-#include "cli/system/RealNames.h"
 
 namespace netrove::cli {
 

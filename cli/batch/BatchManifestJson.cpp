@@ -1,14 +1,14 @@
 // Lines of a manifest that are JSON objects.
-#include <algorithm>
-#include <set>
-#include <utility>
-
-#include <nlohmann/json.hpp>
-
 #include "cli/batch/BatchManifest.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/text/SafeText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <set>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -25,22 +25,25 @@ std::string inQuotes(std::string_view text) {
 }
 
 const std::string& text(const Json& value, const char* key) {
-    if (!value.is_string())
+    if (!value.is_string()) {
         failUsage(std::string("the value of \"") + key + "\" is no text");
+    }
     return value.get_ref<const std::string&>();
 }
 
 std::string nonEmpty(const Json& value, const char* key) {
     const std::string& result = text(value, key);
-    if (result.empty())
+    if (result.empty()) {
         failUsage(std::string("the value of \"") + key + "\" is empty");
+    }
     return result;
 }
 
 void addField(BatchExtras& extras, const std::string& name, const Json& value) {
     if (value.is_array()) {
-        for (const Json& one : value)
+        for (const Json& one : value) {
             extras.Fields.push_back(parseField(name + ":" + text(one, "fields")));
+        }
         return;
     }
     extras.Fields.push_back(parseField(name + ":" + text(value, "fields")));
@@ -52,8 +55,9 @@ void takeUrl(BatchLine& line, BatchExtras&, const Json& value) {
 
 void takeTarget(BatchLine& line, BatchExtras&, const Json& value) {
     line.Target.reset();
-    if (!value.is_null())
+    if (!value.is_null()) {
         line.Target = nonEmpty(value, "target");
+    }
 }
 
 void takeMethod(BatchLine&, BatchExtras& extras, const Json& value) {
@@ -69,8 +73,9 @@ void takeFields(BatchLine&, BatchExtras& extras, const Json& value) {
             addField(extras, name, content);
         }
     } else if (value.is_array()) {
-        for (const Json& one : value)
+        for (const Json& one : value) {
             extras.Fields.push_back(parseField(text(one, "fields")));
+        }
     } else {
         failUsage("the value of \"fields\" is neither an object nor an array");
     }
@@ -78,22 +83,25 @@ void takeFields(BatchLine&, BatchExtras& extras, const Json& value) {
 
 // An object or an array is sent as JSON.
 void takeBody(BatchLine&, BatchExtras& extras, const Json& value) {
-    if (value.is_object() || value.is_array())
+    if (value.is_object() || value.is_array()) {
         extras.Body = value.dump();
-    else
+    } else {
         extras.Body = text(value, "body");
+    }
 }
 
 void takeBodyFile(BatchLine&, BatchExtras& extras, const Json& value) {
     extras.BodyFile = nonEmpty(value, "body_file");
-    if (extras.BodyFile == "-")
+    if (extras.BodyFile == "-") {
         failUsage("\"body_file\" names a file; standard input serves no line by itself");
+    }
 }
 
 void takeId(BatchLine&, BatchExtras& extras, const Json& value) {
     extras.Id = value.is_number_integer() ? value.dump() : nonEmpty(value, "id");
-    if (hasControlBytes(extras.Id) || extras.Id.size() > kLongestId)
+    if (hasControlBytes(extras.Id) || extras.Id.size() > kLongestId) {
         failUsage("the value of \"id\" has control characters or more than " + std::to_string(kLongestId) + " bytes");
+    }
 }
 
 struct KeyRow {
@@ -114,11 +122,13 @@ Json parsed(std::string_view source) {
     std::set<std::string> names;
     std::string twice;
     const auto look = [&](int depth, Json::parse_event_t event, Json& value) {
-        if (depth > kDeepest && begins(event))
+        if (depth > kDeepest && begins(event)) {
             failUsage("no JSON that can be used: arrays and objects are in each other more than " +
                       std::to_string(kDeepest) + " deep");
-        if (event == Json::parse_event_t::key && depth == 1 && !names.insert(value.get<std::string>()).second)
+        }
+        if (event == Json::parse_event_t::key && depth == 1 && !names.insert(value.get<std::string>()).second) {
             twice = value.get<std::string>();
+        }
         return true;
     };
     Json object;
@@ -130,8 +140,9 @@ Json parsed(std::string_view source) {
         reason.erase(0, std::min(reason.find("] "), reason.size() - 2) + 2);
         failUsage("no JSON: " + printable(reason.substr(0, reason.find("; last read"))));
     }
-    if (!twice.empty())
+    if (!twice.empty()) {
         failUsage("the key " + inQuotes(twice) + " stands there twice");
+    }
     return object;
 }
 
@@ -141,16 +152,20 @@ bool named(const std::vector<Field>& fields, std::string_view name) {
 }
 
 void checkBody(const BatchLine& line, BatchExtras& extras, const Json& object) {
-    if (extras.Body && !extras.BodyFile.empty())
+    if (extras.Body && !extras.BodyFile.empty()) {
         failUsage("only one of \"body\" and \"body_file\" can be given");
-    if (!extras.hasBody())
+    }
+    if (!extras.hasBody()) {
         return;
+    }
     const std::string method = line.method();
-    if (equalsIgnoringCase(method, "GET") || equalsIgnoringCase(method, "HEAD"))
+    if (equalsIgnoringCase(method, "GET") || equalsIgnoringCase(method, "HEAD")) {
         failUsage("a request with the method GET or HEAD has no body; name another as \"method\"");
+    }
     const bool structured = extras.Body && !object["body"].is_string();
-    if (structured && !named(extras.Fields, "Content-Type"))
+    if (structured && !named(extras.Fields, "Content-Type")) {
         extras.Fields.push_back({"Content-Type", "application/json"});
+    }
 }
 
 } // namespace
@@ -163,13 +178,15 @@ BatchLine parseBatchJson(std::string_view source) {
     for (const auto& [name, value] : object.items()) {
         const auto* row = std::find_if(std::begin(kKeys), std::end(kKeys),
                                        [&name = name](const KeyRow& known) { return known.Name == name; });
-        if (row == std::end(kKeys))
+        if (row == std::end(kKeys)) {
             failUsage("unknown key " + inQuotes(name) +
                       "; known are url, target, method, fields, body, body_file and id");
+        }
         row->Take(line, *line.Extras, value);
     }
-    if (!object.contains("url"))
+    if (!object.contains("url")) {
         failUsage("the key 'url' is missing");
+    }
     checkBody(line, *line.Extras, object);
     return line;
 }

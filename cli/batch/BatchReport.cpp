@@ -1,15 +1,14 @@
 #include "cli/batch/BatchReport.h"
 
-#include <cmath>
-
-#include <unistd.h>
-
-#include <nlohmann/json.hpp>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/terminal/Progress.h"
 #include "cli/text/UrlText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <unistd.h>
 
 namespace netrove::cli {
 
@@ -31,12 +30,15 @@ Json targetOf(const BatchLine& line) {
 Console consoleFor(const BatchLine& line, const Console& console) {
     Console result = console;
     result.configure(ColorChoice::Never, true);
-    if (!line.Extras)
+    if (!line.Extras) {
         return result;
+    }
     result.hide(line.Extras->Password.value_or(""));
-    for (const Field& field : line.Extras->Fields)
-        if (isSecretField(field.Name))
+    for (const Field& field : line.Extras->Fields) {
+        if (isSecretField(field.Name)) {
             result.hide(field.Value);
+        }
+    }
     return result;
 }
 
@@ -48,12 +50,15 @@ std::string count(std::size_t number, const char* what) {
 
 std::string summaryText(const BatchTotals& totals) {
     std::string text = count(totals.Done, "done");
-    if (totals.Failed != 0)
+    if (totals.Failed != 0) {
         text += ", " + count(totals.Failed, "failed");
-    if (totals.Skipped != 0)
+    }
+    if (totals.Skipped != 0) {
         text += ", " + count(totals.Skipped, "done before");
-    if (totals.left() != 0)
+    }
+    if (totals.left() != 0) {
         text += ", " + count(totals.left(), "left");
+    }
     return text + "; " + sizeText(totals.Bytes) + " in " + durationText(totals.Elapsed);
 }
 
@@ -62,15 +67,18 @@ std::string batchProgressText(const BatchTotals& totals, std::size_t running, st
     const std::size_t filled = totals.All == 0 ? kBarWidth : kBarWidth * over / totals.All;
     std::string text = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
                        std::to_string(over) + " of " + std::to_string(totals.All);
-    if (totals.Failed != 0)
+    if (totals.Failed != 0) {
         text += ", " + count(totals.Failed, "failed");
+    }
     text += ", " + count(running, "running") + ", " + sizeText(totals.Bytes);
     const double rate = totals.Elapsed.count() > 0 ? static_cast<double>(totals.Bytes) / totals.Elapsed.count() : 0;
-    if (rate >= 1)
+    if (rate >= 1) {
         text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
+    }
     text += ", " + durationText(totals.Elapsed);
-    if (text.size() > width)
+    if (text.size() > width) {
         text.resize(width);
+    }
     return text;
 }
 
@@ -84,8 +92,9 @@ std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const
                    {"seconds", std::round(outcome.Time.count() * 1000) / 1000},
                    {"attempts", outcome.Attempts},
                    {"result", outcome.Failed ? "failed" : "done"}};
-    if (outcome.Failed)
+    if (outcome.Failed) {
         object.update(Json::parse(consoleFor(line, console).failureText(*outcome.Failed)));
+    }
     return dumped(object);
 }
 
@@ -135,8 +144,9 @@ void BatchReport::planned(const BatchLine& line) {
 
 void BatchReport::print(const std::string& text) {
     // After a signal the line is lost; the journal has the transfer.
-    if (!Out.write(text + "\n") && Out.failure())
+    if (!Out.write(text + "\n") && Out.failure()) {
         throw vantik::Failure(*Out.failure());
+    }
 }
 
 BatchTotals BatchReport::totals() const {
@@ -148,8 +158,9 @@ BatchTotals BatchReport::totals() const {
 
 int BatchReport::exitStatus() const {
     const std::lock_guard lock(Guard);
-    if (Statuses.empty())
+    if (Statuses.empty()) {
         return kExitDone;
+    }
     return Statuses.size() == 1 ? Statuses.begin()->first : int{kExitFailure};
 }
 

@@ -1,6 +1,11 @@
 // What a run tells: one JSON line for each transfer on standard output, progress and a summary for people.
 #pragma once
 
+#include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchTransfer.h"
+#include "cli/exchange/BodySink.h"
+#include "cli/terminal/Output.h"
+
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -9,11 +14,6 @@
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "cli/batch/BatchManifest.h"
-#include "cli/batch/BatchTransfer.h"
-#include "cli/exchange/BodySink.h"
-#include "cli/terminal/Output.h"
 
 namespace netrove::cli {
 

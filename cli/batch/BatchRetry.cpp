@@ -1,13 +1,13 @@
 #include "cli/batch/BatchRetry.h"
 
+#include "cli/options/FieldText.h"
+#include "cli/text/NumberText.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <limits>
 #include <vector>
-
-#include "cli/options/FieldText.h"
-#include "cli/text/NumberText.h"
 
 namespace netrove::cli {
 
@@ -44,8 +44,9 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
     std::vector<std::string_view> words;
     while (!text.empty()) {
         const auto end = std::min(text.find_first_of(separators), text.size());
-        if (end != 0)
+        if (end != 0) {
             words.push_back(text.substr(0, end));
+        }
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return words;
@@ -55,8 +56,9 @@ std::optional<unsigned> monthNumber(std::string_view name) {
     constexpr std::array<std::string_view, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     const auto* found = std::find(kMonths.begin(), kMonths.end(), name);
-    if (found == kMonths.end())
+    if (found == kMonths.end()) {
         return std::nullopt;
+    }
     return static_cast<unsigned>(found - kMonths.begin()) + 1;
 }
 
@@ -72,15 +74,17 @@ int fullYear(int year, WallClock::time_point now) {
 std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::optional<unsigned> month,
                                                std::optional<int> day, std::string_view time) {
     const auto parts = split(time, ":");
-    if (!year || *year > 9999 || !month || !day || *day > 31 || parts.size() != 3)
+    if (!year || *year > 9999 || !month || !day || *day > 31 || parts.size() != 3) {
         return std::nullopt;
+    }
     const auto hour = smallNumber(parts[0]);
     const auto minute = smallNumber(parts[1]);
     const auto second = smallNumber(parts[2]);
     const std::chrono::year_month_day date(std::chrono::year(*year), std::chrono::month(*month),
                                            std::chrono::day(static_cast<unsigned>(*day)));
-    if (!date.ok() || !hour || *hour > 23 || !minute || *minute > 59 || !second || *second > 60)
+    if (!date.ok() || !hour || *hour > 23 || !minute || *minute > 59 || !second || *second > 60) {
         return std::nullopt;
+    }
     return std::chrono::sys_days(date) + std::chrono::hours(*hour) + std::chrono::minutes(*minute) +
            std::chrono::seconds(*second);
 }
@@ -88,16 +92,20 @@ std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::opt
 // "Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994".
 std::optional<std::chrono::sys_seconds> parseHttpDate(std::string_view text, WallClock::time_point now) {
     const auto words = split(text, " ");
-    if (words.size() == 6 && words[0].ends_with(',') && words[5] == "GMT")
+    if (words.size() == 6 && words[0].ends_with(',') && words[5] == "GMT") {
         return moment(smallNumber(words[3]), monthNumber(words[2]), smallNumber(words[1]), words[4]);
-    if (words.size() == 5 && !words[0].ends_with(','))
+    }
+    if (words.size() == 5 && !words[0].ends_with(',')) {
         return moment(smallNumber(words[4]), monthNumber(words[1]), smallNumber(words[2]), words[3]);
-    if (words.size() != 4 || !words[0].ends_with(',') || words[3] != "GMT")
+    }
+    if (words.size() != 4 || !words[0].ends_with(',') || words[3] != "GMT") {
         return std::nullopt;
+    }
     const auto date = split(words[1], "-");
     const auto year = date.size() == 3 ? smallNumber(date[2]) : std::nullopt;
-    if (!year || *year > 99)
+    if (!year || *year > 99) {
         return std::nullopt;
+    }
     return moment(fullYear(*year, now), monthNumber(date[1]), smallNumber(date[0]), words[2]);
 }
 
@@ -109,13 +117,15 @@ std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_po
     if (digits) {
         // However many digits there are: what does not fit is longer than anybody waits.
         double seconds = 0;
-        for (const char c : value)
+        for (const char c : value) {
             seconds = std::min(seconds * 10 + (c - '0'), 1e12);
+        }
         return seconds;
     }
     const auto when = parseHttpDate(value, now);
-    if (!when)
+    if (!when) {
         return std::nullopt;
+    }
     const auto second = std::chrono::floor<std::chrono::seconds>(now);
     const std::chrono::duration<double> rest = now - second;
     return std::max(0.0, static_cast<double>((*when - second).count()) - rest.count());
@@ -131,28 +141,34 @@ bool isIdempotent(std::string_view method) {
 
 bool isTransient(const FailedAttempt& failed) {
     const std::string identifier = failed.Message.identifier();
-    if (identifier == "NETROVE:cli:StatusError")
+    if (identifier == "NETROVE:cli:StatusError") {
         return isTransientStatus(failed.Status);
-    if (contains(kTransientCauses, identifier))
+    }
+    if (contains(kTransientCauses, identifier)) {
         return true;
-    if (identifier != kCopyFailure || failed.Message.Arguments.empty())
+    }
+    if (identifier != kCopyFailure || failed.Message.Arguments.empty()) {
         return false;
+    }
     const auto* text = std::get_if<std::string>(&failed.Message.Arguments.front());
     return text != nullptr && std::any_of(std::begin(kTransientEnds), std::end(kTransientEnds),
                                           [&](std::string_view end) { return text->ends_with(end); });
 }
 
 std::optional<std::chrono::milliseconds> RetryPolicy::waitAfter(int attempts, const FailedAttempt& failed) const {
-    if (attempts > Wanted.Retries || !isTransient(failed))
+    if (attempts > Wanted.Retries || !isTransient(failed)) {
         return std::nullopt;
-    if (!Wanted.Unsafe && !failed.NothingSent && !isIdempotent(failed.Method))
+    }
+    if (!Wanted.Unsafe && !failed.NothingSent && !isIdempotent(failed.Method)) {
         return std::nullopt;
+    }
     // Many clients that failed at once must not come back at once.
     double seconds = 0;
-    if (const auto wish = parseRetryAfter(failed.RetryAfter, Now()))
+    if (const auto wish = parseRetryAfter(failed.RetryAfter, Now())) {
         seconds = *wish + Wanted.FirstWait * Random();
-    else
+    } else {
         seconds = std::min(std::ldexp(Wanted.FirstWait, attempts - 1), Wanted.LongestWait) * (0.5 + 0.5 * Random());
+    }
     return std::chrono::milliseconds(std::llround(std::min(seconds, Wanted.LongestWait) * 1000));
 }
 

@@ -1,14 +1,14 @@
 // Whether a failed transfer is tried again, and when.
 #pragma once
 
+#include "vantik/Failure.h"
+
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "vantik/Failure.h"
 
 namespace netrove::cli {
 

@@ -1,17 +1,16 @@
 #include "cli/batch/BatchRun.h"
 
+#include "cli/exchange/Session.h"
+#include "cli/failures/CliFailure.h"
+#include "cli/system/Signals.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <random>
-#include <utility>
-
 #include <sys/eventfd.h>
 #include <unistd.h>
-
-#include "cli/exchange/Session.h"
-#include "cli/failures/CliFailure.h"
-#include "cli/system/Signals.h"
+#include <utility>
 
 namespace netrove::cli {
 
@@ -36,14 +35,16 @@ BatchRun::BatchRun(const Settings& settings, const Console& console, const std::
       Policy(retrySettings(settings.Batch), randomShare, [] { return WallClock::now(); }),
       Live(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))),
       Ended(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (Ended < 0)
+    if (Ended < 0) {
         failSystem(failure::kFailure, "eventfd", errno);
+    }
 }
 
 BatchRun::~BatchRun() {
     stop(nullptr);
-    for (std::thread& thread : Threads)
+    for (std::thread& thread : Threads) {
         thread.join();
+    }
     close(Ended);
 }
 
@@ -59,8 +60,9 @@ void BatchRun::run() {
             // Fewer threads than wanted do the same work; without any there is none to do it.
             const std::lock_guard lock(Guard);
             Workers -= Live.size() - Threads.size();
-            if (Threads.empty())
+            if (Threads.empty()) {
                 throw;
+            }
             break;
         }
     }
@@ -70,22 +72,28 @@ void BatchRun::run() {
     };
     while (!over()) {
         const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
-        if (waitReadable(Ended, next) == Waited::Interrupted)
+        if (waitReadable(Ended, next) == Waited::Interrupted) {
             break;
+        }
         std::uint64_t count = 0;
         [[maybe_unused]] const auto length = read(Ended, &count, sizeof count);
-        if (shown)
+        if (shown) {
             draw(false);
+        }
     }
-    if (signalSeen() != 0)
+    if (signalSeen() != 0) {
         stop(nullptr);
-    for (std::thread& thread : Threads)
+    }
+    for (std::thread& thread : Threads) {
         thread.join();
+    }
     Threads.clear();
-    if (shown)
+    if (shown) {
         draw(true);
-    if (Reason)
+    }
+    if (Reason) {
         std::rethrow_exception(Reason);
+    }
 }
 
 void BatchRun::work(std::atomic<std::uint64_t>& live) {
@@ -114,13 +122,15 @@ void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& live) {
     BatchTransfer transfer(session, Wanted, Screen, Policy, Stop, Journal, live);
     while (!Stop.raised()) {
         const std::size_t place = Next++;
-        if (place >= Lines.size())
+        if (place >= Lines.size()) {
             return;
+        }
         ++Running;
         const BatchOutcome outcome = transfer.run(Lines[place]);
         --Running;
-        if (outcome.Abandoned)
+        if (outcome.Abandoned) {
             return;
+        }
         Report.ended(Lines[place], outcome);
     }
 }
@@ -136,16 +146,19 @@ void BatchRun::leave() {
 void BatchRun::stop(std::exception_ptr reason) {
     Stop.raise();
     const std::lock_guard lock(Guard);
-    if (!Reason)
+    if (!Reason) {
         Reason = std::move(reason);
-    for (vantik::Host* host : Hosts)
+    }
+    for (vantik::Host* host : Hosts) {
         host->interrupt();
+    }
 }
 
 void BatchRun::draw(bool last) {
     BatchTotals totals = Report.totals();
-    for (const std::atomic<std::uint64_t>& live : Live)
+    for (const std::atomic<std::uint64_t>& live : Live) {
         totals.Bytes += live.load();
+    }
     const bool terminal = Screen.errIsTerminal();
     const std::size_t width = progressWidth(terminal);
     const std::string text = batchProgressText(totals, Running.load(), width);

@@ -1,6 +1,13 @@
 // Works a list of transfers off on several threads, each with a scope of its own.
 #pragma once
 
+#include "cli/batch/BatchJournal.h"
+#include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchReport.h"
+#include "cli/batch/BatchTransfer.h"
+#include "cli/options/Settings.h"
+#include "cli/terminal/Output.h"
+
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
@@ -12,13 +19,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include "cli/batch/BatchJournal.h"
-#include "cli/batch/BatchManifest.h"
-#include "cli/batch/BatchReport.h"
-#include "cli/batch/BatchTransfer.h"
-#include "cli/options/Settings.h"
-#include "cli/terminal/Output.h"
 
 namespace netrove::cli {
 

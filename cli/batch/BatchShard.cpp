@@ -1,11 +1,11 @@
 #include "cli/batch/BatchShard.h"
 
-#include <optional>
-#include <string_view>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/text/NumberText.h"
 #include "cli/text/SafeText.h"
+
+#include <optional>
+#include <string_view>
 
 namespace netrove::cli {
 
@@ -26,8 +26,9 @@ public:
     std::size_t number(const char* name) const {
         const char* value = Get(name);
         const auto result = wholeNumber(value == nullptr ? "" : value);
-        if (!result)
+        if (!result) {
             failUsage(std::string("the variable ") + name + " holds no number; say which part with --shard I/N");
+        }
         return *result;
     }
 
@@ -37,9 +38,10 @@ private:
 
 BatchShard checked(BatchShard shard) {
     const std::string from = shard.Source.empty() ? "" : ", by " + shard.Source;
-    if (shard.Count == 0 || shard.Count > kMostShards || shard.Index == 0 || shard.Index > shard.Count)
+    if (shard.Count == 0 || shard.Count > kMostShards || shard.Index == 0 || shard.Index > shard.Count) {
         failUsage("there is no shard " + std::to_string(shard.Index) + " of " + std::to_string(shard.Count) + from +
                   "; shards are counted from 1");
+    }
     return shard;
 }
 
@@ -47,22 +49,25 @@ BatchShard parseOption(const std::string& text) {
     const auto slash = text.find('/');
     const auto index = wholeNumber(std::string_view(text).substr(0, slash));
     const auto count = slash == text.npos ? std::nullopt : wholeNumber(std::string_view(text).substr(slash + 1));
-    if (!index || !count)
+    if (!index || !count) {
         failUsage("'" + printable(text) + "' is no value for --shard; it is written I/N, as in 2/8");
+    }
     return {*index, *count, "--shard"};
 }
 
 // GNU parallel numbers its jobs but does not tell them how many there are.
 std::optional<BatchShard> byParallel(const Surrounding& around) {
-    if (!around.has("PARALLEL_SEQ") || !around.has("NETROVE_SHARDS"))
+    if (!around.has("PARALLEL_SEQ") || !around.has("NETROVE_SHARDS")) {
         return std::nullopt;
+    }
     return BatchShard{around.number("PARALLEL_SEQ"), around.number("NETROVE_SHARDS"),
                       "PARALLEL_SEQ and NETROVE_SHARDS"};
 }
 
 std::optional<BatchShard> byOpenMpi(const Surrounding& around) {
-    if (!around.has("OMPI_COMM_WORLD_RANK") || !around.has("OMPI_COMM_WORLD_SIZE"))
+    if (!around.has("OMPI_COMM_WORLD_RANK") || !around.has("OMPI_COMM_WORLD_SIZE")) {
         return std::nullopt;
+    }
     return BatchShard{around.number("OMPI_COMM_WORLD_RANK") + 1, around.number("OMPI_COMM_WORLD_SIZE"),
                       "OMPI_COMM_WORLD_RANK"};
 }
@@ -70,23 +75,27 @@ std::optional<BatchShard> byOpenMpi(const Surrounding& around) {
 // The tasks of a job step. A batch script has the variables of the job's tasks too, but it runs once: without a step
 // there is nobody to do the other parts.
 std::optional<BatchShard> bySlurmStep(const Surrounding& around) {
-    if (!around.has("SLURM_PROCID"))
+    if (!around.has("SLURM_PROCID")) {
         return std::nullopt;
+    }
     const char* count = around.has("SLURM_STEP_NUM_TASKS") ? "SLURM_STEP_NUM_TASKS" : "SLURM_NTASKS";
-    if (!around.has(count))
+    if (!around.has(count)) {
         return std::nullopt;
+    }
     if (around.has("SLURM_JOB_ID")) {
         const char* step = around.has("SLURM_STEP_ID") ? "SLURM_STEP_ID" : "SLURM_STEPID";
-        if (!around.has(step) || around.number(step) >= kFirstReservedStep)
+        if (!around.has(step) || around.number(step) >= kFirstReservedStep) {
             return std::nullopt;
+        }
     }
     return BatchShard{around.number("SLURM_PROCID") + 1, around.number(count), "SLURM_PROCID"};
 }
 
 // An array may begin anywhere and leave numbers out in even steps.
 std::optional<BatchShard> bySlurmArray(const Surrounding& around) {
-    if (!around.has("SLURM_ARRAY_TASK_ID") || !around.has("SLURM_ARRAY_TASK_COUNT"))
+    if (!around.has("SLURM_ARRAY_TASK_ID") || !around.has("SLURM_ARRAY_TASK_COUNT")) {
         return std::nullopt;
+    }
     const std::size_t id = around.number("SLURM_ARRAY_TASK_ID");
     const std::size_t count = around.number("SLURM_ARRAY_TASK_COUNT");
     const std::size_t first = around.has("SLURM_ARRAY_TASK_MIN") ? around.number("SLURM_ARRAY_TASK_MIN") : 0;
@@ -96,8 +105,9 @@ std::optional<BatchShard> bySlurmArray(const Surrounding& around) {
     const bool even = count != 0 && id >= first && last >= first && (last - first) % steps == 0 &&
                       (count > 1 ? last > first : last == first);
     const std::size_t step = even && count > 1 ? (last - first) / steps : 1;
-    if (!even || (id - first) % step != 0)
+    if (!even || (id - first) % step != 0) {
         failUsage("the numbers of this Slurm array are not even steps; say which part with --shard I/N");
+    }
     return BatchShard{(id - first) / step + 1, count, "SLURM_ARRAY_TASK_ID"};
 }
 
@@ -115,19 +125,24 @@ std::string BatchShard::fileSuffix() const {
 
 // Whoever is nearest counts: mpirun inside a Slurm job leaves Slurm's variables as those of its own helpers.
 BatchShard chooseShard(const std::string& option, const Environment& environment) {
-    if (!option.empty())
+    if (!option.empty()) {
         return checked(parseOption(option));
+    }
     const Surrounding around(environment);
-    if (const auto shard = byParallel(around))
+    if (const auto shard = byParallel(around)) {
         return checked(*shard);
+    }
     auto tasks = byOpenMpi(around);
-    if (!tasks)
+    if (!tasks) {
         tasks = bySlurmStep(around);
+    }
     const auto array = bySlurmArray(around);
-    if (tasks && array)
+    if (tasks && array) {
         return checked(within(checked(*array), checked(*tasks)));
-    if (tasks || array)
+    }
+    if (tasks || array) {
         return checked(tasks ? *tasks : *array);
+    }
     return {};
 }
 

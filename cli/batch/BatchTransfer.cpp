@@ -1,22 +1,21 @@
 #include "cli/batch/BatchTransfer.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <filesystem>
-#include <memory>
-#include <new>
-#include <utility>
-
-#include <fcntl.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include "cli/exchange/BodySink.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/system/Descriptor.h"
 #include "cli/system/OutputFile.h"
 #include "cli/terminal/Progress.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -28,10 +27,12 @@ constexpr std::uintmax_t kLargestHeldBody = std::uintmax_t{8} << 20;
 void makeFoldersFor(const std::string& target) {
     const std::filesystem::path folder = std::filesystem::path(target).parent_path();
     std::error_code error;
-    if (!folder.empty())
+    if (!folder.empty()) {
         std::filesystem::create_directories(folder, error);
-    if (error)
+    }
+    if (error) {
         failSystem(failure::kFileNotWritten, folder.string(), error.value());
+    }
 }
 
 // A journal that cannot be written ends the run, whatever the transfer did.
@@ -41,8 +42,9 @@ struct JournalFailure {
 
 template <class Operation>
 void journaled(BatchJournal* journal, Operation operation) {
-    if (journal == nullptr)
+    if (journal == nullptr) {
         return;
+    }
     try {
         operation(*journal);
     } catch (const vantik::Failure& failure) {
@@ -53,8 +55,9 @@ void journaled(BatchJournal* journal, Operation operation) {
 } // namespace
 
 BatchStop::BatchStop() : Wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (Wake < 0)
+    if (Wake < 0) {
         failSystem(failure::kFailure, "eventfd", errno);
+    }
 }
 
 BatchStop::~BatchStop() {
@@ -76,8 +79,9 @@ Settings batchSettings(const Settings& all, const BatchLine& line) {
     wanted.Url = line.Url;
     wanted.Method = line.method();
     wanted.Progress = false; // the run draws one for all
-    if (!line.Extras)
+    if (!line.Extras) {
         return wanted;
+    }
     const BatchExtras& extras = *line.Extras;
     // What the line says of a field counts instead of what the command line says.
     std::erase_if(wanted.Fields, [&](const Field& field) {
@@ -118,8 +122,9 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
     BatchOutcome outcome;
     try {
         for (int number = 1;; ++number) {
-            if (Stop.raised())
+            if (Stop.raised()) {
                 break;
+            }
             Attempt state{outcome, number, std::nullopt};
             state.Failed.Method = wanted.effectiveMethod();
             attempt(line, wanted, state);
@@ -128,15 +133,17 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
                 journaled(Journal, [&](BatchJournal& journal) { journal.done(line, outcome.Status, outcome.Bytes); });
                 return outcome;
             }
-            if (Stop.raised())
+            if (Stop.raised()) {
                 break;
+            }
             const auto wait = Policy.waitAfter(number, state.Failed);
             if (!wait) {
                 journaled(Journal, [&](BatchJournal& journal) { journal.failed(line, outcome.Failed->Message); });
                 return outcome;
             }
-            if (!Stop.sleepUntil(Clock::now() + *wait))
+            if (!Stop.sleepUntil(Clock::now() + *wait)) {
                 break;
+            }
             outcome.Failed.reset();
         }
     } catch (const JournalFailure& failure) {
@@ -151,12 +158,14 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
     outcome.Status = 0;
     outcome.Bytes = 0;
     Live = 0;
-    if (All.MaxTime)
+    if (All.MaxTime) {
         State.limitTime(*All.MaxTime);
+    }
     try {
         if (line.Target) {
-            if (All.Batch.MakeFolders)
+            if (All.Batch.MakeFolders) {
                 makeFoldersFor(*line.Target);
+            }
             state.File.emplace(*line.Target, All.Force);
             journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *state.File); });
         }
@@ -182,23 +191,27 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attem
 void BatchTransfer::send(Attempt& state, const std::string& method) {
     const Response response = state.Request->send();
     state.Outcome.Status = state.Failed.Status = response.Status;
-    if (const Field* field = response.field("Retry-After"))
+    if (const Field* field = response.field("Retry-After")) {
         state.Failed.RetryAfter = field->Value;
-    if (response.Status < kFirstErrorStatus)
+    }
+    if (response.Status < kFirstErrorStatus) {
         return;
+    }
     vantik::Message message = response.statusError();
     // What may be better the next time is not kept, even where such answers are wanted.
     FailedAttempt judged = state.Failed;
     judged.Message = message;
     judged.Method = method;
-    if (All.Batch.Fail || Policy.waitAfter(state.Number, judged))
+    if (All.Batch.Fail || Policy.waitAfter(state.Number, judged)) {
         throw vantik::Failure(std::move(message));
+    }
 }
 
 void BatchTransfer::deliver(const BatchLine& line, Attempt& state) {
     const Descriptor nowhere(state.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC));
-    if (!state.File && nowhere.Number < 0)
+    if (!state.File && nowhere.Number < 0) {
         failSystem(failure::kFileNotWritten, "/dev/null", errno);
+    }
     BodySink sink(state.File ? state.File->descriptor() : nowhere.Number, line.Target.value_or("/dev/null"), false,
                   State.Deadline);
     ProgressMeter meter("received", false, false);
@@ -206,8 +219,9 @@ void BatchTransfer::deliver(const BatchLine& line, Attempt& state) {
     const std::uint64_t delivered = state.Request->receive(sink, meter);
     state.Outcome.Bytes = delivered;
     state.Request->finish();
-    if (!state.File)
+    if (!state.File) {
         return;
+    }
     journaled(Journal, [&](BatchJournal& journal) { journal.written(line, *state.File); });
     state.File->keep();
 }

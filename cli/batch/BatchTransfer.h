@@ -1,12 +1,6 @@
 // One line of a manifest, with its further attempts, in one scope.
 #pragma once
 
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchRetry.h"
@@ -14,6 +8,12 @@
 #include "cli/exchange/Session.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/terminal/Output.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
 
 namespace netrove::cli {
 

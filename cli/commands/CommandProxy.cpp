@@ -1,12 +1,11 @@
 #include "cli/commands/Commands.h"
-
-#include <span>
-
-#include <nlohmann/json.hpp>
-
 #include "cli/options/ProxyChoice.h"
 #include "cli/options/RefusedUrl.h"
 #include "cli/text/SafeText.h"
+
+#include <nlohmann/json.hpp>
+
+#include <span>
 
 namespace netrove::cli {
 
@@ -50,8 +49,9 @@ int runProxy(Session& session, const Settings& settings, const Console& console)
         return kExitDone;
     }
     std::string text = row(console, "Host", proxy.Host) + row(console, "Port", std::to_string(proxy.Port));
-    if (!proxy.User.empty())
+    if (!proxy.User.empty()) {
         text += row(console, "User", proxy.User) + row(console, "Password", password);
+    }
     console.print(text);
     return kExitDone;
 }

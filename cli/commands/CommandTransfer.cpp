@@ -1,13 +1,4 @@
 #include "cli/commands/Commands.h"
-
-#include <cerrno>
-#include <cstdint>
-#include <string>
-
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include "cli/exchange/Exchange.h"
 #include "cli/exchange/ResponseJson.h"
 #include "cli/failures/CliFailure.h"
@@ -16,6 +7,13 @@
 #include "cli/terminal/Progress.h"
 #include "cli/text/SafeText.h"
 #include "cli/text/UrlText.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <fcntl.h>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace netrove::cli {
 
@@ -32,14 +30,18 @@ public:
         : State(session), Wanted(settings), Screen(console) {}
 
     void run() {
-        if (Wanted.Command == Command::Save)
+        if (Wanted.Command == Command::Save) {
             return toFile(saveTarget(Wanted), Wanted.Force);
-        if (Wanted.Json && Wanted.OutputFile.empty())
+        }
+        if (Wanted.Json && Wanted.OutputFile.empty()) {
             return toJson();
-        if (Wanted.OutputFile.empty() || Wanted.OutputFile == "-")
+        }
+        if (Wanted.OutputFile.empty() || Wanted.OutputFile == "-") {
             return toDescriptor(STDOUT_FILENO, "standard output", Wanted.OutputFile.empty());
-        if (isSpecialFile(Wanted.OutputFile))
+        }
+        if (isSpecialFile(Wanted.OutputFile)) {
             return toSpecialFile();
+        }
         toFile(Wanted.OutputFile, true);
     }
 
@@ -66,15 +68,17 @@ private:
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish();
-        if (Wanted.Json)
+        if (Wanted.Json) {
             printFacts(response, delivered);
+        }
     }
 
     // The content goes into the object, so it is collected first: in memory, under a name that nobody sees.
     void toJson() {
         const Descriptor memory(memfd_create("content", MFD_CLOEXEC));
-        if (memory.Number < 0)
+        if (memory.Number < 0) {
             failSystem(failure::kFileNotWritten, "memory for the content", errno);
+        }
         BodySink sink(memory.Number, "memory for the content", false, State.Deadline);
         sink.limit(kLargestJsonContent,
                    cliMessage(failure::kContentTooLarge, {std::int64_t{kLargestJsonContent}},
@@ -96,8 +100,9 @@ private:
         while (done < content.size()) {
             const ssize_t count =
                 pread(descriptor, content.data() + done, content.size() - done, static_cast<off_t>(done));
-            if (count <= 0)
+            if (count <= 0) {
                 failSystem(failure::kFileNotRead, "memory for the content", count == 0 ? EIO : errno);
+            }
             done += static_cast<std::size_t>(count);
         }
         return content;
@@ -113,8 +118,9 @@ private:
     void toSpecialFile() {
         const std::string& name = Wanted.OutputFile;
         const Descriptor file(retried([&] { return open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY); }));
-        if (file.Number < 0)
+        if (file.Number < 0) {
             failSystem(failure::kFileNotWritten, name, errno);
+        }
         toDescriptor(file.Number, name, false);
     }
 
@@ -131,22 +137,26 @@ private:
         meter.finish();
         exchange.finish();
         file.keep();
-        if (Wanted.Json)
+        if (Wanted.Json) {
             return printFacts(response, delivered);
-        if (response.Status >= kFirstErrorStatus)
+        }
+        if (response.Status >= kFirstErrorStatus) {
             Screen.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
                         target + " holds that answer");
-        else if (Screen.errIsTerminal() && Wanted.Progress.value_or(true))
+        } else if (Screen.errIsTerminal() && Wanted.Progress.value_or(true)) {
             Screen.note("saved " + target + " (" + sizeText(delivered) + ")");
+        }
     }
 
     void writeHead(BodySink& sink, const Response& response, bool terminal) {
-        if (!Wanted.Include)
+        if (!Wanted.Include) {
             return;
+        }
         const std::string head = response.head();
-        if (!sink.write(terminal ? printableLines(head) : head))
+        if (!sink.write(terminal ? printableLines(head) : head)) {
             throw sink.failure() ? vantik::Failure(*sink.failure())
                                  : vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
+        }
     }
 
     Session& State;
@@ -159,10 +169,12 @@ private:
 } // namespace
 
 std::string saveTarget(const Settings& settings) {
-    if (settings.Target.empty())
+    if (settings.Target.empty()) {
         return fileNameFor(settings.Url);
-    if (!isFolder(settings.Target))
+    }
+    if (!isFolder(settings.Target)) {
         return settings.Target;
+    }
     return settings.Target + (settings.Target.ends_with('/') ? "" : "/") + fileNameFor(settings.Url);
 }
 

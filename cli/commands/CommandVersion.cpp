@@ -11,8 +11,9 @@ int runVersion(Session& session, const Console& console) {
             "Authentication: basic digest ntlm negotiate\n"
             "Features: streamed content in both directions, progress, interruption, decoding, proxy lookup\n"
             "Made of:\n";
-    for (const std::string& component : vantik::hostComponents())
+    for (const std::string& component : vantik::hostComponents()) {
         text += "  " + component + "\n";
+    }
     console.print(text);
     return kExitDone;
 }

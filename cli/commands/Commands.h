@@ -1,11 +1,11 @@
 // What each command does. Each gives the exit status, or raises the failure that main reports.
 #pragma once
 
-#include <string>
-
 #include "cli/exchange/Session.h"
 #include "cli/options/Settings.h"
 #include "cli/terminal/Output.h"
+
+#include <string>
 
 namespace netrove::cli {
 

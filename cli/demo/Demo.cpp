@@ -1,16 +1,16 @@
 #include "cli/demo/Demo.h"
 
+#include "cli/demo/DemoServer.h"
+#include "cli/demo/DemoSteps.h"
+#include "cli/failures/CliFailure.h"
+#include "cli/text/SafeText.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <system_error>
-
-#include "cli/demo/DemoServer.h"
-#include "cli/demo/DemoSteps.h"
-#include "cli/failures/CliFailure.h"
-#include "cli/text/SafeText.h"
 
 namespace netrove::cli {
 
@@ -20,8 +20,9 @@ namespace {
 class TemporaryFolder {
 public:
     TemporaryFolder() : Path((std::filesystem::temp_directory_path() / "netrove-demo-XXXXXX").string()) {
-        if (mkdtemp(Path.data()) == nullptr)
+        if (mkdtemp(Path.data()) == nullptr) {
             failSystem(failure::kFileNotWritten, Path, errno);
+        }
     }
     ~TemporaryFolder() {
         std::error_code ignored;
@@ -47,8 +48,9 @@ bool runStep(DemoStage& stage, const DemoStep& step, int number) {
     } catch (const StepFailed& failed) {
         problem = failed.what();
     } catch (const vantik::Failure& failure) {
-        if (signalSeen() != 0)
+        if (signalSeen() != 0) {
             throw;
+        }
         problem = failure.identifier() + ": " + failure.what();
     }
     if (problem.empty()) {
@@ -57,8 +59,9 @@ bool runStep(DemoStage& stage, const DemoStep& step, int number) {
     }
     // What the step left open must not stand in the way of the next one.
     stage.State.Host.clearInterrupt();
-    if (stage.State.Connection)
+    if (stage.State.Connection) {
         stage.invoke("closeConnection");
+    }
     console.print("   " + console.styled(Style::Bad, "not as it should be: " + printable(problem)) + "\n\n");
     return false;
 }
@@ -72,11 +75,13 @@ int runDemo(Session& session, const Console& console) {
     console.print("netrove against a server of its own, " + server.url("/") + "\n\n");
     std::int64_t failed = 0;
     int number = 0;
-    for (const DemoStep& step : demoSteps())
+    for (const DemoStep& step : demoSteps()) {
         failed += runStep(stage, step, ++number) ? 0 : 1;
+    }
     session.Connection = vantik::Object();
-    if (failed != 0)
+    if (failed != 0) {
         fail(failure::kDemoFailed, {failed}, std::to_string(failed) + " of the steps did not do what they say");
+    }
     console.print(console.styled(Style::Good, "Every step did what it says.") + "\n");
     return kExitDone;
 }

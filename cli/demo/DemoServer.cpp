@@ -1,9 +1,5 @@
 #include "cli/demo/DemoServer.h"
 
-#include <algorithm>
-#include <iostream>
-#include <sstream>
-
 #include <Poco/Event.h>
 #include <Poco/Net/HTTPRequestHandler.h>
 #include <Poco/Net/HTTPRequestHandlerFactory.h>
@@ -13,6 +9,10 @@
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/ServerSocket.h>
 #include <Poco/SHA2Engine.h>
+
+#include <algorithm>
+#include <iostream>
+#include <sstream>
 
 namespace netrove::cli {
 
@@ -29,8 +29,9 @@ void writePattern(std::ostream& out, std::size_t from, std::size_t to) {
     while (from < to && out) {
         const std::size_t end = std::min(to, from + kBlock);
         block.clear();
-        for (std::size_t i = from; i < end; ++i)
+        for (std::size_t i = from; i < end; ++i) {
             block += patternByte(i);
+        }
         out.write(block.data(), static_cast<std::streamsize>(block.size()));
         from = end;
     }
@@ -43,14 +44,18 @@ public:
     void handleRequest(HTTPServerRequest& request, HTTPServerResponse& response) override {
         const std::string& path = request.getURI();
         response.setContentType("text/plain");
-        if (path == "/hello")
+        if (path == "/hello") {
             return answer(response, "Hello from the loopback interface.\n");
-        if (path == "/upload")
+        }
+        if (path == "/upload") {
             return upload(request, response);
-        if (path == "/file")
+        }
+        if (path == "/file") {
             return file(response, DemoServer::kFileSize);
-        if (path == "/half")
+        }
+        if (path == "/half") {
             return file(response, DemoServer::kFileSize / 2);
+        }
         if (path == "/silent") {
             Released.tryWait(kLongestWaitMs);
             return answer(response, "at last\n");
@@ -78,8 +83,9 @@ private:
         std::ostream& out = response.send();
         writePattern(out, 0, size);
         out.flush();
-        if (size < DemoServer::kFileSize)
+        if (size < DemoServer::kFileSize) {
             Released.tryWait(kLongestWaitMs);
+        }
     }
 
     Poco::Event& Released;

@@ -1,17 +1,16 @@
 #include "cli/demo/DemoSteps.h"
 
+#include "cli/terminal/Progress.h"
+#include "cli/text/SafeText.h"
+#include "vantik/HostClass.h"
+
+#include <Poco/Net/StreamSocket.h>
+
 #include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
-
-#include <Poco/Net/StreamSocket.h>
-
-#include "vantik/HostClass.h"
-
-#include "cli/terminal/Progress.h"
-#include "cli/text/SafeText.h"
 
 namespace netrove::cli {
 
@@ -23,8 +22,9 @@ constexpr std::size_t kTraceLines = 12;
 std::string pattern(std::size_t size) {
     std::string bytes;
     bytes.reserve(size);
-    for (std::size_t i = 0; i < size; ++i)
+    for (std::size_t i = 0; i < size; ++i) {
         bytes += patternByte(i);
+    }
     return bytes;
 }
 
@@ -209,8 +209,9 @@ void interruptedTransfer(DemoStage& stage) {
     vantik::ContentConsumer consumer;
     consumer.start = []() -> std::optional<double> { return std::nullopt; };
     consumer.write = [&](std::span<const std::byte> piece) -> std::optional<double> {
-        if (taken == 0)
+        if (taken == 0) {
             stage.State.Host.interrupt(); // as a signal handler would
+        }
         taken += piece.size();
         return static_cast<double>(piece.size());
     };
@@ -222,8 +223,9 @@ void interruptedTransfer(DemoStage& stage) {
     try {
         connection.call("copyContentToByteArray", {vantik::Array(false)});
     } catch (const vantik::Interrupted&) {
-        if (signalSeen() != 0)
+        if (signalSeen() != 0) {
             throw;
+        }
         interrupted = true;
     }
     stage.invoke("closeConnection");
@@ -254,8 +256,9 @@ void wireTrace(DemoStage& stage) {
     std::size_t shown = 0;
     for (std::string line; std::getline(lines, line) && shown < kTraceLines;) {
         // What libcurl tells about itself differs from run to run.
-        if (printable(line).find_first_not_of(' ') == std::string::npos || line.find(" INFO ") != std::string::npos)
+        if (printable(line).find_first_not_of(' ') == std::string::npos || line.find(" INFO ") != std::string::npos) {
             continue;
+        }
         stage.say("| " + printable(line));
         ++shown;
     }

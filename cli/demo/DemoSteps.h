@@ -1,15 +1,15 @@
 // The steps of the tour.
 #pragma once
 
+#include "cli/demo/DemoServer.h"
+#include "cli/exchange/Session.h"
+#include "cli/terminal/Output.h"
+
 #include <filesystem>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-
-#include "cli/demo/DemoServer.h"
-#include "cli/exchange/Session.h"
-#include "cli/terminal/Output.h"
 
 namespace netrove::cli {
 
@@ -26,8 +26,9 @@ public:
 
     void say(std::string_view text) const;
     void expect(bool condition, const char* what) const {
-        if (!condition)
+        if (!condition) {
             throw StepFailed(what);
+        }
     }
 
     // The session's connection, made anew and opened for a URL, with the method set. `newer` is the interface that it
@@ -40,8 +41,9 @@ public:
         try {
             operation();
         } catch (const vantik::Failure& failure) {
-            if (signalSeen() != 0)
+            if (signalSeen() != 0) {
                 throw;
+            }
             return failure.message();
         }
         throw StepFailed(what);

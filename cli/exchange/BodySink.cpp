@@ -1,14 +1,13 @@
 #include "cli/exchange/BodySink.h"
 
+#include "cli/failures/CliFailure.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <utility>
-
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "cli/failures/CliFailure.h"
+#include <utility>
 
 namespace netrove::cli {
 
@@ -30,8 +29,9 @@ bool BodySink::write(std::string_view bytes) {
         // A pipe that is ready takes PIPE_BUF bytes without blocking; more could hold us past a signal or the time
         // limit.
         const auto piece = Regular ? bytes : bytes.substr(0, PIPE_BUF);
-        if (!writePiece(piece))
+        if (!writePiece(piece)) {
             return false;
+        }
         bytes.remove_prefix(piece.size());
     }
     return true;
@@ -39,8 +39,9 @@ bool BodySink::write(std::string_view bytes) {
 
 bool BodySink::writePiece(std::string_view bytes) {
     while (!bytes.empty()) {
-        if (!Regular && waitWritable(Descriptor, Deadline) != Waited::Ready)
+        if (!Regular && waitWritable(Descriptor, Deadline) != Waited::Ready) {
             return false; // a signal or the end of the time allowed; the program knows which
+        }
         const ssize_t count = ::write(Descriptor, bytes.data(), bytes.size());
         if (count > 0) {
             bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -73,11 +74,13 @@ vantik::ContentConsumer BodySink::consumer() {
             Failed = Excess;
             return std::nullopt;
         }
-        if (!write(bytes))
+        if (!write(bytes)) {
             return std::nullopt;
+        }
         Taken += piece.size();
-        if (WriteHandler)
+        if (WriteHandler) {
             WriteHandler(Taken);
+        }
         return static_cast<double>(piece.size());
     };
     result.close = [] {};

@@ -1,16 +1,15 @@
 // Where a consumer puts response content: standard output, or a file that is open.
 #pragma once
 
+#include "cli/system/Signals.h"
+#include "cli/text/SafeText.h"
+#include "vantik/HostClass.h"
+
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <optional>
 #include <string>
-
-#include "vantik/HostClass.h"
-
-#include "cli/system/Signals.h"
-#include "cli/text/SafeText.h"
 
 namespace netrove::cli {
 

@@ -1,13 +1,13 @@
 #include "cli/exchange/Exchange.h"
 
-#include <span>
-#include <utility>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/RefusedUrl.h"
 #include "cli/text/NumberText.h"
 #include "cli/text/UrlText.h"
+
+#include <span>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -20,26 +20,30 @@ std::string textOf(const vantik::Array& value) {
 // The warning tells a length of -1 where none was announced, or none is known where the head was cut, which says
 // nothing to a person.
 vantik::Message worded(vantik::Message partial) {
-    if (partial.Arguments.size() > 2 &&
-        (partial.Arguments[1] == vantik::MessageArgument("-1") || partial.Arguments[1] == vantik::MessageArgument("0")))
+    if (partial.Arguments.size() > 2 && (partial.Arguments[1] == vantik::MessageArgument("-1") ||
+                                         partial.Arguments[1] == vantik::MessageArgument("0"))) {
         partial.Text = "The answer is incomplete: it ended after " + std::get<std::string>(partial.Arguments[0]) +
                        " bytes of content, before its end. " + std::get<std::string>(partial.Arguments[2]);
+    }
     return partial;
 }
 
 } // namespace
 
 const Field* Response::field(std::string_view name) const {
-    for (const Field& field : Fields)
-        if (equalsIgnoringCase(field.Name, name))
+    for (const Field& field : Fields) {
+        if (equalsIgnoringCase(field.Name, name)) {
             return &field;
+        }
+    }
     return nullptr;
 }
 
 std::string Response::head() const {
     std::string text = Version + " " + std::to_string(Status) + (Reason.empty() ? "" : " " + Reason) + "\r\n";
-    for (const Field& field : Fields)
+    for (const Field& field : Fields) {
         text += field.Name + ": " + field.Value + "\r\n";
+    }
     return text + "\r\n";
 }
 
@@ -55,10 +59,12 @@ auto Exchange::guarded(Operation operation, const BodySink* sink) {
     try {
         return operation();
     } catch (const vantik::Failure&) {
-        if (Source && Source->failure())
+        if (Source && Source->failure()) {
             throw vantik::Failure(*Source->failure());
-        if (sink != nullptr && sink->failure())
+        }
+        if (sink != nullptr && sink->failure()) {
             throw vantik::Failure(*sink->failure());
+        }
         throw;
     }
 }
@@ -67,8 +73,9 @@ Exchange::Exchange(Session& session, const Settings& settings, const Console& co
     : State(session), Wanted(settings), Screen(console) {
     if (!settings.StreamFile.empty()) {
         Source = std::make_unique<BodySource>(settings.StreamFile, session.Deadline);
-        if (Source->length() && !settings.Chunked)
+        if (Source->length() && !settings.Chunked) {
             Source->promiseLength();
+        }
         Upload = std::make_unique<ProgressMeter>("sent", settings.Progress.value_or(false), console.errIsTerminal());
         Upload->expect(Source->length());
         Source->onRead([this](std::uint64_t given) { Upload->update(given); });
@@ -83,13 +90,15 @@ Exchange::Exchange(Session& session, const Settings& settings, const Console& co
 Exchange::~Exchange() = default;
 
 void Exchange::checkStop() {
-    if (signalSeen() != 0 || State.timeIsOver())
+    if (signalSeen() != 0 || State.timeIsOver()) {
         throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
+    }
 }
 
 void Exchange::requireWhole() const {
-    if (State.Partial)
+    if (State.Partial) {
         throw vantik::Failure(worded(*State.Partial));
+    }
 }
 
 void Exchange::invoke(std::string_view method, std::initializer_list<vantik::Array> arguments) {
@@ -110,8 +119,9 @@ Response Exchange::send() {
         });
         response.Redirects = followed;
         const Field* location = response.field("Location");
-        if (limit == 0 || !isRedirect(response.Status) || location == nullptr)
+        if (limit == 0 || !isRedirect(response.Status) || location == nullptr) {
             return response;
+        }
         requireWhole(); // the Location of a head that was cut may be half of one
         const std::string target = textOf(State.Connection.get("RedirectURL"));
         if (target.empty()) {
@@ -120,9 +130,10 @@ Response Exchange::send() {
                  shown.empty() ? "the server redirects, but its Location is empty"
                                : "the server redirects to what is not a valid URL: " + shown);
         }
-        if (followed == limit)
+        if (followed == limit) {
             fail(failure::kTooManyRedirects, {std::int64_t{limit}, target},
                  "more than " + std::to_string(limit) + " redirects, the next to " + target);
+        }
         Redirected = true;
         request = followRedirect(request, response.Status, target);
         close();
@@ -133,8 +144,9 @@ Response Exchange::readHead(const Request& request) {
     // Sends first: the status line's version is that of the request as sent, and the class takes it before it sends.
     State.Connection.get("ResponseCode");
     const std::vector<vantik::Array> line = State.Connection.call("getStatusLine", std::span<const vantik::Array>(), 3);
-    if (Upload && request.Body)
+    if (Upload && request.Body) {
         Upload->finish();
+    }
     Response response;
     response.Url = request.Url;
     response.Method = request.Method;
@@ -142,19 +154,22 @@ Response Exchange::readHead(const Request& request) {
     response.Status = static_cast<int>(line.at(1).number());
     response.Reason = textOf(line.at(2));
     const vantik::Array fields = State.Connection.call("getResponseFields");
-    for (std::size_t i = 0; i < fields.size(); ++i)
+    for (std::size_t i = 0; i < fields.size(); ++i) {
         response.Fields.push_back({textOf(fields.field("Name", i)), textOf(fields.field("Value", i))});
+    }
     return response;
 }
 
 std::optional<std::uint64_t> Exchange::announcedLength(const Response& response) const {
-    if (equalsIgnoringCase(response.Method, "HEAD") || response.Status == 204 || response.Status == 304)
+    if (equalsIgnoringCase(response.Method, "HEAD") || response.Status == 204 || response.Status == 304) {
         return 0;
+    }
     const Field* encoding = response.field("Content-Encoding");
     const bool decoded = Wanted.Decode && encoding != nullptr && !equalsIgnoringCase(encoding->Value, "identity");
     const Field* length = response.field("Content-Length");
-    if (decoded || length == nullptr || response.field("Transfer-Encoding") != nullptr)
+    if (decoded || length == nullptr || response.field("Transfer-Encoding") != nullptr) {
         return std::nullopt;
+    }
     return wholeNumber(length->Value);
 }
 
@@ -175,8 +190,9 @@ void Exchange::finish() {
 }
 
 void Exchange::close() {
-    if (State.Connection)
+    if (State.Connection) {
         invoke("closeConnection");
+    }
 }
 
 } // namespace netrove::cli

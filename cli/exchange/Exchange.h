@@ -1,19 +1,19 @@
 // One exchange through the connection object: requests until no redirect is left to follow, then the content.
 #pragma once
 
+#include "cli/exchange/BodySink.h"
+#include "cli/exchange/Redirects.h"
+#include "cli/exchange/Session.h"
+#include "cli/system/BodySource.h"
+#include "cli/terminal/Output.h"
+#include "cli/terminal/Progress.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "cli/exchange/BodySink.h"
-#include "cli/exchange/BodySource.h"
-#include "cli/exchange/Redirects.h"
-#include "cli/exchange/Session.h"
-#include "cli/terminal/Output.h"
-#include "cli/terminal/Progress.h"
 
 namespace netrove::cli {
 

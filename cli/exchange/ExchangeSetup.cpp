@@ -1,11 +1,10 @@
 // The part of an exchange that comes before the response: see Exchange.h.
 #include "cli/exchange/Exchange.h"
+#include "cli/options/FieldText.h"
+#include "cli/options/ProxyChoice.h"
 
 #include <algorithm>
 #include <utility>
-
-#include "cli/options/FieldText.h"
-#include "cli/options/ProxyChoice.h"
 
 namespace netrove::cli {
 
@@ -31,10 +30,12 @@ bool removes(const std::vector<std::string>& names, std::string_view name) {
 
 // The class takes an empty name for "do not verify", and one of its own for the system's store.
 std::string certificateName(const Settings& settings) {
-    if (!settings.VerifyPeer)
+    if (!settings.VerifyPeer) {
         return "";
-    if (settings.CaFile.empty())
+    }
+    if (settings.CaFile.empty()) {
         return kSystemStore;
+    }
     return settings.CaFile == kSystemStore ? "./" + settings.CaFile : settings.CaFile;
 }
 
@@ -51,8 +52,9 @@ void Exchange::prepare(Request& request) {
 // In the newer interface one object serves a whole chain of redirects, so that cookies set on the way count. The older
 // one keeps what it made of a body, which must not reach a request without one.
 void Exchange::makeConnection() {
-    if (State.Connection && !Wanted.Simple)
+    if (State.Connection && !Wanted.Simple) {
         return;
+    }
     State.Connection = vantik::Object();
     State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Wanted.Simple)});
 }
@@ -81,8 +83,9 @@ void Exchange::openThroughProxy(const std::string& url) {
     // proxy of the request before.
     invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
                                                              {"Port", vantik::Array(double(proxy.Port))}})});
-    if (Wanted.Simple)
+    if (Wanted.Simple) {
         return; // allows every scheme by itself
+    }
     const bool wanted = !user.empty();
     invoke("setAuthenticationSchemes",
            {schemeArray(wanted ? Wanted.ProxyAuth.value_or(kUsualSchemes) : std::vector<std::string>()),
@@ -101,12 +104,14 @@ void Exchange::setAfterOpen(const Request& request) {
     const std::vector<Field> fields = fieldsFor(request);
     if (!fields.empty()) {
         std::vector<std::vector<vantik::Array>> rows;
-        for (const Field& field : fields)
+        for (const Field& field : fields) {
             rows.push_back({vantik::Array(field.Name), vantik::Array(field.Value)});
+        }
         invoke("setFields", {vantik::Array::structures({"Name", "Value"}, rows)});
     }
-    for (const std::string& name : request.RemovedFields)
+    for (const std::string& name : request.RemovedFields) {
         invoke("removeField", {vantik::Array(name)});
+    }
 }
 
 // True where the older interface makes the body from PostData and adds the length itself.
@@ -130,24 +135,29 @@ void Exchange::setBody(const Request& request) {
 }
 
 std::optional<std::uint64_t> Exchange::bodyLength() const {
-    if (Wanted.Chunked)
+    if (Wanted.Chunked) {
         return std::nullopt;
+    }
     return Source ? Source->length() : std::optional<std::uint64_t>(Body ? Body->size() : 0);
 }
 
 std::vector<Field> Exchange::fieldsFor(const Request& request) const {
     std::vector<Field> fields = request.Fields;
     const auto addUnlessSet = [&](const char* name, std::string value) {
-        if (!hasField(request.Fields, name) && !removes(request.RemovedFields, name))
+        if (!hasField(request.Fields, name) && !removes(request.RemovedFields, name)) {
             fields.push_back({name, std::move(value)});
+        }
     };
     addUnlessSet("User-Agent", "netrove/" NETROVE_VERSION);
-    if (!request.Body)
+    if (!request.Body) {
         return fields;
-    if (Wanted.BodyText)
+    }
+    if (Wanted.BodyText) {
         addUnlessSet("Content-Type", "application/x-www-form-urlencoded");
-    if (const auto length = bodyLength(); length && !sendsPostData(request) && !hasField(fields, "Transfer-Encoding"))
+    }
+    if (const auto length = bodyLength(); length && !sendsPostData(request) && !hasField(fields, "Transfer-Encoding")) {
         addUnlessSet("Content-Length", std::to_string(*length));
+    }
     // An empty value keeps the request from waiting a second for servers that do not answer an expectation.
     addUnlessSet("Expect", "");
     return fields;

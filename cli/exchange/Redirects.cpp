@@ -1,11 +1,11 @@
 #include "cli/exchange/Redirects.h"
 
-#include <algorithm>
-#include <span>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/text/UrlText.h"
+
+#include <algorithm>
+#include <span>
 
 namespace netrove::cli {
 
@@ -25,8 +25,9 @@ void dropFields(std::vector<Field>& fields, std::span<const std::string_view> na
 }
 
 bool becomesGet(const Request& request, int status) {
-    if (status == 303)
+    if (status == 303) {
         return !equalsIgnoringCase(request.Method, "HEAD");
+    }
     return (status == 301 || status == 302) && request.Method == "POST";
 }
 
@@ -41,9 +42,10 @@ Request followRedirect(const Request& current, int status, std::string_view targ
     next.Url = target;
     takeUserInfo(next.Url); // a server does not choose our user name
     const std::string scheme = splitUrl(next.Url).Scheme;
-    if (scheme != "http" && scheme != "https")
+    if (scheme != "http" && scheme != "https") {
         fail(failure::kRedirectRefused, {next.Url},
              "the server redirects to a URL that is neither http nor https: " + next.Url);
+    }
     if (becomesGet(current, status)) {
         next.Method = "GET";
         next.Body = false;

@@ -1,11 +1,11 @@
 // The rules of following a redirect, without any transfer.
 #pragma once
 
+#include "cli/options/Settings.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "cli/options/Settings.h"
 
 namespace netrove::cli {
 

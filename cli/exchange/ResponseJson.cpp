@@ -1,13 +1,13 @@
 #include "cli/exchange/ResponseJson.h"
 
-#include <cmath>
-#include <sstream>
+#include "cli/options/FieldText.h"
+#include "cli/text/SafeText.h"
 
 #include <Poco/Base64Encoder.h>
 #include <nlohmann/json.hpp>
 
-#include "cli/options/FieldText.h"
-#include "cli/text/SafeText.h"
+#include <cmath>
+#include <sstream>
 
 namespace netrove::cli {
 
@@ -31,8 +31,9 @@ double seconds(std::chrono::duration<double> time) {
 
 std::string responseJson(const Response& response, const ResponseFacts& facts) {
     nlohmann::ordered_json fields = nlohmann::ordered_json::array();
-    for (const Field& field : response.Fields)
+    for (const Field& field : response.Fields) {
         fields.push_back({{"name", field.Name}, {"value", isSecretField(field.Name) ? "***" : field.Value}});
+    }
     nlohmann::ordered_json object = {{"url", response.Url},
                                      {"method", response.Method},
                                      {"redirects", response.Redirects},
@@ -43,12 +44,13 @@ std::string responseJson(const Response& response, const ResponseFacts& facts) {
                                      {"bytes", facts.Bytes},
                                      {"secondsToHead", seconds(facts.UntilHead)},
                                      {"seconds", seconds(facts.UntilEnd)}};
-    if (!facts.Content)
+    if (!facts.Content) {
         object["file"] = facts.File;
-    else if (isUtf8(*facts.Content))
+    } else if (isUtf8(*facts.Content)) {
         object["content"] = *facts.Content;
-    else
+    } else {
         object["contentBase64"] = base64(*facts.Content);
+    }
     return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 

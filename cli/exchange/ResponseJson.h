@@ -1,12 +1,12 @@
 // What came of a request as one JSON object, for programs that read it.
 #pragma once
 
+#include "cli/exchange/Exchange.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include "cli/exchange/Exchange.h"
 
 namespace netrove::cli {
 

@@ -1,15 +1,14 @@
 // What one run of the program works with: the host, the connection object, and the moment at which it is to be over.
 #pragma once
 
-#include <optional>
-#include <string>
-
-#include "vantik/Host.h"
-#include "vantik/Http.h"
-
 #include "cli/options/Settings.h"
 #include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
+#include "vantik/Host.h"
+#include "vantik/Http.h"
+
+#include <optional>
+#include <string>
 
 namespace netrove::cli {
 
@@ -29,10 +28,11 @@ struct Session {
     // it is reported as a failure once the exchange is over.
     void reportWarnings(const Console& console) {
         Host.onWarning([this, &console](const vantik::Message& message) {
-            if (message.identifier() == vantik::kIncompleteContent)
+            if (message.identifier() == vantik::kIncompleteContent) {
                 Partial = message;
-            else
+            } else {
                 console.warning(message);
+            }
         });
     }
 

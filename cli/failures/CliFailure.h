@@ -2,11 +2,11 @@
 // and a text, so that both are reported in one way.
 #pragma once
 
+#include "vantik/Failure.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "vantik/Failure.h"
 
 namespace netrove::cli {
 

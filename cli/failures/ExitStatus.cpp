@@ -1,10 +1,10 @@
 #include "cli/failures/ExitStatus.h"
 
+#include "cli/failures/CliFailure.h"
+
 #include <csignal>
 #include <cstdio>
 #include <string>
-
-#include "cli/failures/CliFailure.h"
 
 namespace netrove::cli {
 
@@ -88,8 +88,9 @@ constexpr SignalRow kSignals[] = {
 };
 
 bool firstArgumentIs(const vantik::Message& message, std::string_view text) {
-    if (message.Arguments.empty())
+    if (message.Arguments.empty()) {
         return false;
+    }
     const auto* argument = std::get_if<std::string>(&message.Arguments.front());
     return argument != nullptr && *argument == text;
 }
@@ -104,8 +105,9 @@ std::string secondsText(double seconds) {
     const int length = std::snprintf(buffer, sizeof buffer, "%.3f", seconds);
     std::string text(buffer, static_cast<std::size_t>(length));
     text.erase(text.find_last_not_of('0') + 1);
-    if (text.ends_with('.'))
+    if (text.ends_with('.')) {
         text.pop_back();
+    }
     return text;
 }
 
@@ -117,24 +119,30 @@ std::span<const ExitMeaning> exitMeanings() {
 
 int exitStatus(const vantik::Message& message) {
     const std::string identifier = message.identifier();
-    for (const Row& row : kRows)
-        if (row.Identifier == identifier && (row.FirstArgument.empty() || firstArgumentIs(message, row.FirstArgument)))
+    for (const Row& row : kRows) {
+        if (row.Identifier == identifier &&
+            (row.FirstArgument.empty() || firstArgumentIs(message, row.FirstArgument))) {
             return row.Status;
+        }
+    }
     return kExitFailure;
 }
 
 Verdict judge(const vantik::Message& message, const Circumstances& circumstances) {
-    for (const SignalRow& row : kSignals)
-        if (row.Number == circumstances.Signal)
+    for (const SignalRow& row : kSignals) {
+        if (row.Number == circumstances.Signal) {
             return {cliMessage(failure::kInterrupted, {std::string(row.Name)}, "interrupted"), row.Status};
+        }
+    }
     if (circumstances.MaxTimeElapsed && couldBeInterrupt(message, circumstances)) {
         const std::string seconds = secondsText(circumstances.MaxTimeSeconds);
         return {
             cliMessage(failure::kMaxTime, {seconds}, "not complete after " + seconds + " s, the limit of --max-time"),
             kExitTimeout};
     }
-    if (circumstances.Interrupted)
+    if (circumstances.Interrupted) {
         return {message, circumstances.StoppedByProgram ? kExitStopped : kExitInterrupted};
+    }
     return {message, exitStatus(message)};
 }
 

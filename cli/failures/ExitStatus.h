@@ -1,10 +1,10 @@
 // Which exit status says what: one table.
 #pragma once
 
+#include "vantik/Failure.h"
+
 #include <span>
 #include <string_view>
-
-#include "vantik/Failure.h"
 
 namespace netrove::cli {
 

@@ -67,8 +67,9 @@ constexpr HintRow kHints[] = {
 };
 
 bool fits(const HintRow& row, const vantik::Message& message) {
-    if (row.Identifier != message.identifier() || static_cast<std::size_t>(row.Argument) >= message.Arguments.size())
+    if (row.Identifier != message.identifier() || static_cast<std::size_t>(row.Argument) >= message.Arguments.size()) {
         return false;
+    }
     const vantik::MessageArgument& argument = message.Arguments[static_cast<std::size_t>(row.Argument)];
     const auto* words = std::get_if<std::string>(&argument);
     const std::string text = words != nullptr ? *words : std::to_string(std::get<std::int64_t>(argument));
@@ -97,8 +98,9 @@ std::size_t distance(std::string_view from, std::string_view to) {
         row[0] = i + 1;
         for (std::size_t j = 0; j < to.size(); ++j) {
             row[j + 1] = std::min({above[j + 1] + 1, row[j] + 1, above[j] + (from[i] == to[j] ? 0 : 1)});
-            if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j])
+            if (i > 0 && j > 0 && from[i] == to[j - 1] && from[i - 1] == to[j]) {
                 row[j + 1] = std::min(row[j + 1], before[j - 1] + 1);
+            }
         }
     }
     return row.back();
@@ -111,26 +113,31 @@ std::span<const HintRow> hintTable() {
 }
 
 std::string_view hintFor(const vantik::Message& message) {
-    for (const HintRow& row : kHints)
-        if (fits(row, message))
+    for (const HintRow& row : kHints) {
+        if (fits(row, message)) {
             return row.Hint;
+        }
+    }
     return {};
 }
 
 std::string_view nearestWord(std::string_view word, std::span<const std::string> known) {
-    for (const OtherName& other : kOtherNames)
-        if (other.Word == word && std::find(known.begin(), known.end(), other.Ours) != known.end())
+    for (const OtherName& other : kOtherNames) {
+        if (other.Word == word && std::find(known.begin(), known.end(), other.Ours) != known.end()) {
             return other.Ours;
+        }
+    }
     // Two letters of a short word make it another one.
     constexpr std::size_t shortWord = 5;
     const std::size_t farthest = word.size() <= shortWord ? 1 : 2;
     std::string_view nearest;
     std::size_t least = farthest + 1;
-    for (const std::string& candidate : known)
+    for (const std::string& candidate : known) {
         if (const std::size_t steps = distance(word, candidate); steps < least && steps < word.size()) {
             least = steps;
             nearest = candidate;
         }
+    }
     return nearest;
 }
 

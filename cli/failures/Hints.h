@@ -1,12 +1,12 @@
 // What a person can try next, by failure: one table.
 #pragma once
 
+#include "vantik/Failure.h"
+
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "vantik/Failure.h"
 
 namespace netrove::cli {
 

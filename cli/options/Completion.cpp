@@ -1,10 +1,10 @@
 // Completions for the shells.
+#include "cli/options/OptionTable.h"
+#include "cli/options/Reference.h"
+
 #include <algorithm>
 #include <string>
 #include <vector>
-
-#include "cli/options/OptionTable.h"
-#include "cli/options/Reference.h"
 
 namespace netrove::cli {
 
@@ -23,16 +23,19 @@ Values valuesOf(const OptionRow& row) {
     Values values;
     values.Files = row.ValueName == "FILE";
     values.List = row.ValueName == "LIST";
-    if (values.List)
+    if (values.List) {
         values.Words.assign(knownSchemes().begin(), knownSchemes().end());
-    if (row.ValueName.find('|') == row.ValueName.npos)
+    }
+    if (row.ValueName.find('|') == row.ValueName.npos) {
         return values;
+    }
     for (std::size_t start = 0; start <= row.ValueName.size();) {
         const auto end = std::min(row.ValueName.find('|', start), row.ValueName.size());
         const std::string word(row.ValueName.substr(start, end - start));
         const bool placeholder = std::any_of(word.begin(), word.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-        if (!placeholder)
+        if (!placeholder) {
             values.Words.push_back(word);
+        }
         start = end + 1;
     }
     return values;
@@ -40,19 +43,22 @@ Values valuesOf(const OptionRow& row) {
 
 std::string joined(const std::vector<std::string>& words) {
     std::string text;
-    for (const std::string& word : words)
+    for (const std::string& word : words) {
         text += (text.empty() ? "" : " ") + word;
+    }
     return text;
 }
 
 std::vector<std::string> optionWords(unsigned commands) {
     std::vector<std::string> words;
-    for (const OptionRow& row : optionTable())
+    for (const OptionRow& row : optionTable()) {
         if ((row.Commands & commands) != 0) {
             words.push_back("--" + std::string(row.LongName));
-            if (row.ShortName != 0)
+            if (row.ShortName != 0) {
                 words.push_back(std::string("-") + row.ShortName);
+            }
         }
+    }
     words.emplace_back("--help");
     words.emplace_back("-h");
     return words;
@@ -60,8 +66,9 @@ std::vector<std::string> optionWords(unsigned commands) {
 
 std::vector<std::string> commandWords() {
     std::vector<std::string> words;
-    for (const CommandRow& command : commandTable())
+    for (const CommandRow& command : commandTable()) {
         words.emplace_back(command.Name);
+    }
     return words;
 }
 
@@ -77,10 +84,11 @@ std::vector<std::string> helpWords() {
 std::string quoted(std::string_view text) {
     std::string result = "'";
     for (const char c : text) {
-        if (c == '\'')
+        if (c == '\'') {
             result += "'\\''";
-        else
+        } else {
             result += c;
+        }
     }
     return result + "'";
 }
@@ -89,33 +97,39 @@ std::string quoted(std::string_view text) {
 std::string zshText(std::string_view text) {
     std::string result;
     for (const char c : text) {
-        if (c == '[' || c == ']' || c == ':' || c == '\\')
+        if (c == '[' || c == ']' || c == ':' || c == '\\') {
             result += '\\';
+        }
         result += c;
     }
     return result;
 }
 
 std::string zshValue(const OptionRow& row) {
-    if (row.ValueName.empty())
+    if (row.ValueName.empty()) {
         return "";
+    }
     const Values values = valuesOf(row);
     const std::string what = ":" + zshText(row.ValueName) + ":";
-    if (values.Files)
+    if (values.Files) {
         return what + "_files";
-    if (values.List)
+    }
+    if (values.List) {
         return what + "_values -s , scheme " + joined(values.Words);
+    }
     return values.Words.empty() ? what : what + "(" + joined(values.Words) + ")";
 }
 
 std::string zshOptions(unsigned commands) {
     std::string text;
     for (const OptionRow& row : optionTable()) {
-        if ((row.Commands & commands) == 0)
+        if ((row.Commands & commands) == 0) {
             continue;
+        }
         const std::string description = "[" + zshText(row.Help) + "]" + zshValue(row);
-        if (row.ShortName != 0)
+        if (row.ShortName != 0) {
             text += "        " + quoted("*-" + std::string(1, row.ShortName) + description) + "\n";
+        }
         text += "        " + quoted("*--" + std::string(row.LongName) + description) + "\n";
     }
     return text + "        '(- *)'{-h,--help}'[print help]'\n";
@@ -124,13 +138,16 @@ std::string zshOptions(unsigned commands) {
 // What follows the condition in a line of fish.
 std::string fishOption(const OptionRow& row) {
     std::string text = "-l " + std::string(row.LongName);
-    if (row.ShortName != 0)
+    if (row.ShortName != 0) {
         text += std::string(" -s ") + row.ShortName;
+    }
     const Values values = valuesOf(row);
-    if (!row.ValueName.empty())
+    if (!row.ValueName.empty()) {
         text += values.Files ? " -r -F" : " -x";
-    if (!values.Words.empty())
+    }
+    if (!values.Words.empty()) {
         text += " -a " + quoted(joined(values.Words));
+    }
     return text + " -d " + quoted(row.Help) + "\n";
 }
 
@@ -145,8 +162,9 @@ std::string bashCompletion() {
             "        " +
             [] {
                 std::string pattern;
-                for (const std::string& name : commandWords())
+                for (const std::string& name : commandWords()) {
                     pattern += (pattern.empty() ? "" : " | ") + name;
+                }
                 return pattern;
             }() +
             ")\n"
@@ -159,19 +177,22 @@ std::string bashCompletion() {
             "    case $before in\n";
     for (const OptionRow& row : optionTable()) {
         const Values values = valuesOf(row);
-        if (row.ValueName.empty())
+        if (row.ValueName.empty()) {
             continue;
+        }
         text += "    --" + std::string(row.LongName);
-        if (row.ShortName != 0)
+        if (row.ShortName != 0) {
             text += std::string(" | -") + row.ShortName;
+        }
         text += ")\n";
-        if (values.Files)
+        if (values.Files) {
             text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
-        else if (values.List)
+        } else if (values.List) {
             text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
                     quoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
-        else if (!values.Words.empty())
+        } else if (!values.Words.empty()) {
             text += "        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(values.Words)) + " -- \"$word\")\n";
+        }
         text += "        return\n        ;;\n";
     }
     text += "    esac\n    case $command in\n";
@@ -179,14 +200,16 @@ std::string bashCompletion() {
         text += "    " + std::string(command.Name) + ")\n        [[ $word == -* ]] &&\n" +
                 "            mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(optionWords(command.Set))) +
                 " -- \"$word\")\n";
-        if (command.Topic)
+        if (command.Topic) {
             text += "        [[ $word == -* ]] ||\n            mapfile -t COMPREPLY < <(compgen -W " +
                     quoted(joined(helpWords())) + " -- \"$word\")\n";
+        }
         text += "        ;;\n";
     }
     std::vector<std::string> first = commandWords();
-    for (const std::string& word : optionWords(kProgram))
+    for (const std::string& word : optionWords(kProgram)) {
         first.push_back(word);
+    }
     text += "    *)\n        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(first)) +
             " -- \"$word\")\n        ;;\n    esac\n}\ncomplete -o default -F _netrove netrove\n";
     return text;
@@ -197,8 +220,9 @@ std::string zshCompletion() {
     text += "_netrove() {\n    local context state line\n    _arguments -C \\\n"
             "        '1:command:->command' \\\n        '*::arguments:->arguments'\n"
             "    case $state in\n    command)\n        local -a commands=(\n";
-    for (const CommandRow& command : commandTable())
+    for (const CommandRow& command : commandTable()) {
         text += "            " + quoted(std::string(command.Name) + ":" + std::string(command.Summary)) + "\n";
+    }
     text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
     for (const CommandRow& command : commandTable()) {
         const std::string rest =
@@ -213,24 +237,32 @@ std::string zshCompletion() {
 std::string fishCompletion() {
     std::string text = "# Completion for fish, made by 'netrove help fish'. " + std::string(kOrigin);
     const std::string before = "not __fish_seen_subcommand_from " + joined(commandWords());
-    for (const OptionRow& row : optionTable())
-        if ((row.Commands & kProgram) != 0)
+    for (const OptionRow& row : optionTable()) {
+        if ((row.Commands & kProgram) != 0) {
             text += "complete -c netrove -f -n '" + before + "' " + fishOption(row);
-    for (const CommandRow& command : commandTable())
+        }
+    }
+    for (const CommandRow& command : commandTable()) {
         text += "complete -c netrove -f -n '" + before + "' -a " + std::string(command.Name) + " -d " +
                 quoted(command.Summary) + "\n";
+    }
     for (const OptionRow& row : optionTable()) {
         std::vector<std::string> takers;
-        for (const CommandRow& command : commandTable())
-            if ((row.Commands & command.Set) != 0)
+        for (const CommandRow& command : commandTable()) {
+            if ((row.Commands & command.Set) != 0) {
                 takers.emplace_back(command.Name);
-        if (!takers.empty())
+            }
+        }
+        if (!takers.empty()) {
             text += "complete -c netrove -n '__fish_seen_subcommand_from " + joined(takers) + "' " + fishOption(row);
+        }
     }
-    for (const CommandRow& command : commandTable())
-        if (command.Topic)
+    for (const CommandRow& command : commandTable()) {
+        if (command.Topic) {
             text += "complete -c netrove -f -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
                     quoted(joined(helpWords())) + "\n";
+        }
+    }
     return text;
 }
 

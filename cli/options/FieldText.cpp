@@ -1,10 +1,10 @@
 #include "cli/options/FieldText.h"
 
-#include <algorithm>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/text/SafeText.h"
 #include "vantik/Http.h"
+
+#include <algorithm>
 
 namespace netrove::cli {
 
@@ -22,8 +22,9 @@ bool isTokenByte(char c) {
 
 std::string_view trimBlanks(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");
-    if (first == text.npos)
+    if (first == text.npos) {
         return {};
+    }
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
@@ -51,19 +52,22 @@ bool isSecretField(std::string_view name) {
 Field parseField(std::string_view text) {
     const auto colon = text.find(':');
     // What is no field may be a credential all the same, so no more of it is shown than a word in front of a colon.
-    if (colon == text.npos)
+    if (colon == text.npos) {
         failUsage("a header field is written 'Name: value'; this one has no colon");
+    }
     const std::string_view name = text.substr(0, colon);
-    if (const auto blank = name.find_first_of(" \t"); blank != name.npos)
+    if (const auto blank = name.find_first_of(" \t"); blank != name.npos) {
         failUsage("'" + printable(name.substr(0, blank)) + " ...' is not the name of a header field");
+    }
     checkFieldName(name);
     const std::string_view value = trimBlanks(text.substr(colon + 1));
     // A tab between words is the one control character that a value may hold.
     const bool bad = std::any_of(value.begin(), value.end(), [](char c) {
         return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || static_cast<unsigned char>(c) >= 0x7F;
     });
-    if (bad)
+    if (bad) {
         failUsage("the value of the header field '" + std::string(name) + "' is not printable ASCII");
+    }
     return {std::string(name), std::string(value)};
 }
 
@@ -73,10 +77,12 @@ std::vector<Field> parseFieldLines(std::string_view text, std::string_view file)
         const auto end = std::min(text.find('\n', start), text.size());
         std::string_view line = text.substr(start, end - start);
         start = end + 1;
-        if (line.ends_with('\r'))
+        if (line.ends_with('\r')) {
             line.remove_suffix(1);
-        if (trimBlanks(line).empty())
+        }
+        if (trimBlanks(line).empty()) {
             continue;
+        }
         try {
             fields.push_back(parseField(line));
         } catch (const vantik::Failure& failure) {
@@ -87,25 +93,30 @@ std::vector<Field> parseFieldLines(std::string_view text, std::string_view file)
 }
 
 void checkFieldName(std::string_view name) {
-    if (!isToken(name))
+    if (!isToken(name)) {
         failUsage("'" + printable(name) + "' is not the name of a header field");
+    }
 }
 
 void checkMethod(std::string_view method) {
-    if (!isToken(method))
+    if (!isToken(method)) {
         failUsage("'" + printable(method) + "' is not a request method");
+    }
 }
 
 void checkUserName(std::string_view name) {
-    if (hasControlBytes(name))
+    if (hasControlBytes(name)) {
         failUsage("the user name has control characters");
-    if (name.find(':') != name.npos)
+    }
+    if (name.find(':') != name.npos) {
         failUsage("the user name has a colon");
+    }
 }
 
 void checkPassword(std::string_view password) {
-    if (hasControlBytes(password))
+    if (hasControlBytes(password)) {
         failUsage("the password has control characters");
+    }
 }
 
 } // namespace netrove::cli

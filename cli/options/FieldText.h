@@ -6,9 +6,14 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/options/Settings.h"
-
 namespace netrove::cli {
+
+struct Field {
+    std::string Name;
+    std::string Value; // empty: the library's own field of that name is left out
+
+    bool operator==(const Field&) const = default;
+};
 
 bool equalsIgnoringCase(std::string_view left, std::string_view right); // ASCII
 bool hasControlBytes(std::string_view text);                            // below 0x20, and 0x7F

@@ -11,15 +11,17 @@ namespace {
 std::string roff(std::string_view text) {
     std::string result;
     for (const char c : text) {
-        if (c == '\\')
+        if (c == '\\') {
             result += "\\e";
-        else if (c == '-')
+        } else if (c == '-') {
             result += "\\-";
-        else
+        } else {
             result += c;
+        }
     }
-    if (!result.empty() && (result.front() == '.' || result.front() == '\''))
+    if (!result.empty() && (result.front() == '.' || result.front() == '\'')) {
         result.insert(0, "\\&");
+    }
     return result;
 }
 
@@ -42,11 +44,13 @@ std::string italic(std::string_view text) {
 
 std::string optionTag(const OptionRow& row) {
     std::string tag;
-    if (row.ShortName != 0)
+    if (row.ShortName != 0) {
         tag += bold(std::string("-") + row.ShortName) + ", ";
+    }
     tag += bold("--" + std::string(row.LongName));
-    if (!row.ValueName.empty())
+    if (!row.ValueName.empty()) {
         tag += " " + italic(row.ValueName);
+    }
     return tag;
 }
 
@@ -55,10 +59,13 @@ std::string synopsis() {
     for (const CommandRow& command : commandTable()) {
         text += (text.empty() ? "" : ".br\n") + bold("netrove " + std::string(command.Name)) + " [" +
                 italic("options") + "]";
-        for (const auto& [taken, name] : {std::pair{command.Url, "URL"}, std::pair{command.Topic, "[TOPIC]"},
-                                          std::pair{command.Target, "[FILE]"}, std::pair{command.Manifest, "MANIFEST"}})
-            if (taken)
+        for (const auto& [taken, name] :
+             {std::pair{command.Url, "URL"}, std::pair{command.Topic, "[TOPIC]"}, std::pair{command.Target, "[FILE]"},
+              std::pair{command.Manifest, "MANIFEST"}}) {
+            if (taken) {
                 text += " " + italic(name);
+            }
+        }
         text += "\n";
     }
     return text + ".br\n" + bold("netrove --version") + "\n";
@@ -66,8 +73,9 @@ std::string synopsis() {
 
 std::string commands() {
     std::string text;
-    for (const CommandRow& command : commandTable())
+    for (const CommandRow& command : commandTable()) {
         text += tagged(bold(command.Name), command.Summary);
+    }
     return text;
 }
 
@@ -101,14 +109,17 @@ std::string manPage() {
             "\\fB\\-\\-help\\fR lists them.\n" +
             options();
     text += section("EXIT STATUS");
-    for (const ExitMeaning& meaning : exitMeanings())
+    for (const ExitMeaning& meaning : exitMeanings()) {
         text += tagged(bold(std::to_string(meaning.Status)), meaning.Meaning);
+    }
     text += section("ENVIRONMENT");
-    for (const EnvironmentRow& row : environmentTable())
+    for (const EnvironmentRow& row : environmentTable()) {
         text += tagged(bold(row.Name), row.Meaning);
+    }
     text += section("EXAMPLES");
-    for (const ExampleRow& row : exampleTable())
+    for (const ExampleRow& row : exampleTable()) {
         text += tagged(roff(row.Line), row.Meaning);
+    }
     return text;
 }
 

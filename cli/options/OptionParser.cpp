@@ -1,12 +1,5 @@
 #include "cli/options/OptionParser.h"
 
-#include <algorithm>
-#include <cstring>
-#include <string_view>
-#include <vector>
-
-#include <CLI/CLI.hpp>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/failures/Hints.h"
@@ -14,6 +7,13 @@
 #include "cli/options/Reference.h"
 #include "cli/options/RefusedUrl.h"
 #include "cli/text/SafeText.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -35,8 +35,9 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
         option = app.add_flag_function(
             optionNames(row),
             [apply, &result](std::int64_t count) {
-                if (count > 0)
+                if (count > 0) {
                     apply(result.Wanted, "");
+                }
             },
             wrapped(row.Help, kHelpTextWidth));
     } else {
@@ -45,8 +46,9 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
             [apply, secret = row.Secret, &result](const CLI::results_t& values) {
                 for (const std::string& value : values) {
                     apply(result.Wanted, value);
-                    if (secret != Secrecy::None)
+                    if (secret != Secrecy::None) {
                         result.Secrets.push_back({value, secret});
+                    }
                 }
                 return true;
             },
@@ -66,33 +68,43 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     Settings& settings = result.Wanted;
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
     sub->set_help_flag();
-    if (command.Url)
+    if (command.Url) {
         sub->add_option("URL", settings.Url, "http or https URL")->required()->type_name("");
-    if (command.Target)
+    }
+    if (command.Target) {
         sub->add_option("FILE", settings.Target, "file or folder; without it the name comes from the URL")
             ->type_name("");
-    if (command.Manifest)
+    }
+    if (command.Manifest) {
         sub->add_option("MANIFEST", settings.Batch.Manifest, "list of transfers; '-' is standard input")
             ->required()
             ->type_name("");
-    if (command.Topic)
+    }
+    if (command.Topic) {
         sub->add_option("TOPIC", settings.Topic, "what to explain; without it the topics are listed")->type_name("");
-    for (const OptionRow& row : optionTable())
-        if ((row.Commands & command.Set) != 0)
+    }
+    for (const OptionRow& row : optionTable()) {
+        if ((row.Commands & command.Set) != 0) {
             addOption(*sub, row, result);
+        }
+    }
     addHelp(*sub);
     sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
-    if ((command.Set & kTransfers) != 0)
+    if ((command.Set & kTransfers) != 0) {
         sub->footer("Exit status:\n" + exitLines(2));
+    }
 }
 
 // A command is explained by its own help, everything else by a topic.
 std::string helpOn(const CLI::App& app, const std::string& topic) {
-    if (topic.empty())
+    if (topic.empty()) {
         return topicList();
-    for (const CommandRow& command : commandTable())
-        if (command.Name == topic)
+    }
+    for (const CommandRow& command : commandTable()) {
+        if (command.Name == topic) {
             return app.get_subcommand(topic)->help("netrove");
+        }
+    }
     return helpTopic(topic);
 }
 
@@ -108,9 +120,11 @@ std::string suggestion(std::string_view word, const std::vector<std::string>& kn
 }
 
 unsigned commandSet(std::string_view name) {
-    for (const CommandRow& command : commandTable())
-        if (command.Name == name)
+    for (const CommandRow& command : commandTable()) {
+        if (command.Name == name) {
             return command.Set;
+        }
+    }
     return 0;
 }
 
@@ -125,15 +139,19 @@ std::string takersOf(std::string_view name) {
     for (const OptionRow& row : optionTable()) {
         const bool named = name.starts_with("--") ? name.substr(2) == row.LongName
                                                   : row.ShortName != 0 && name.ends_with(row.ShortName);
-        for (const CommandRow& command : commandTable())
-            if (named && (row.Commands & command.Set) != 0)
+        for (const CommandRow& command : commandTable()) {
+            if (named && (row.Commands & command.Set) != 0) {
                 takers.push_back(command.Name);
+            }
+        }
     }
-    if (takers.empty())
+    if (takers.empty()) {
         return {};
+    }
     std::string text(takers.front());
-    for (std::size_t i = 1; i < takers.size(); ++i)
+    for (std::size_t i = 1; i < takers.size(); ++i) {
         text += (i + 1 == takers.size() ? " and " : ", ") + std::string(takers[i]);
+    }
     return text + (takers.size() == 1 ? " has it" : " have it");
 }
 
@@ -146,24 +164,29 @@ std::string takersOf(std::string_view name) {
     if (option != left.end()) {
         const std::string name = optionName(*option);
         std::vector<std::string> known = {"--help"};
-        for (const OptionRow& row : optionTable())
-            if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0)
+        for (const OptionRow& row : optionTable()) {
+            if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0) {
                 known.push_back("--" + std::string(row.LongName));
+            }
+        }
         const std::string takers = takersOf(name);
         failUsage("unknown option '" + printable(name) + "'" +
                   (chosen.empty() ? "" : " for " + chosen.front()->get_name()) +
                   (takers.empty() ? suggestion(name, known) : "; " + takers));
     }
-    if (!chosen.empty())
+    if (!chosen.empty()) {
         failUsage("'" + printable(maskRefusedUrl(left.front())) + "' is one word too many for " +
                   chosen.front()->get_name());
+    }
     std::vector<std::string> known = {"--help", "--version"};
-    for (const CommandRow& command : commandTable())
+    for (const CommandRow& command : commandTable()) {
         known.emplace_back(command.Name);
+    }
     const auto isUrl = [](const std::string& word) { return word.find("://") != word.npos; };
     const auto found = std::find_if_not(left.begin(), left.end(), isUrl);
-    if (found == left.end())
+    if (found == left.end()) {
         failUsage("no command; try 'netrove get " + printable(maskRefusedUrl(left.front())) + "'");
+    }
     const std::string& word = *found;
     failUsage("unknown command '" + printable(maskRefusedUrl(word)) + "'" + suggestion(word, known));
 }
@@ -183,8 +206,9 @@ std::string_view secretPart(const SecretValue& value) {
     }
     case Secrecy::FieldValue: {
         const auto colon = text.find(':');
-        if (colon == text.npos || !isSecretField(text.substr(0, colon)))
+        if (colon == text.npos || !isSecretField(text.substr(0, colon))) {
             return {};
+        }
         const auto first = text.find_first_not_of(" \t", colon + 1);
         return first == text.npos ? std::string_view() : text.substr(first);
     }
@@ -202,12 +226,15 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
     app.set_help_flag();
     app.require_subcommand(0, 1);
     app.get_formatter()->column_width(kHelpNameWidth);
-    for (const OptionRow& row : optionTable())
-        if ((row.Commands & kProgram) != 0)
+    for (const OptionRow& row : optionTable()) {
+        if ((row.Commands & kProgram) != 0) {
             addOption(app, row, result);
+        }
+    }
     addHelp(app);
-    for (const CommandRow& command : commandTable())
+    for (const CommandRow& command : commandTable()) {
         addCommand(app, command, result);
+    }
     app.footer("'netrove COMMAND --help' lists the options of a command, 'netrove help' the topics.");
     try {
         app.parse(argc, argv);
@@ -230,17 +257,21 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         result.Help = helpOn(app, result.Wanted.Topic);
         return result;
     }
-    if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion)
+    if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion) {
         failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
-    if (!result.Wanted.ShowVersion)
+    }
+    if (!result.Wanted.ShowVersion) {
         completeSettings(result.Wanted);
+    }
     return result;
 }
 
 bool wantsJsonErrors(int argc, const char* const* argv) {
-    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i)
-        if (std::strcmp(argv[i], "--json-errors") == 0)
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+        if (std::strcmp(argv[i], "--json-errors") == 0) {
             return true;
+        }
+    }
     return false;
 }
 
@@ -248,19 +279,22 @@ void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets)
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
         // A value stands alone, or behind "--name=" or a letter.
-        for (const SecretValue& value : secrets)
+        for (const SecretValue& value : secrets) {
             if (const std::string_view secret = secretPart(value); !secret.empty() && argument.ends_with(value.Text)) {
                 const auto offset = static_cast<std::size_t>(secret.data() - value.Text.data());
                 std::memset(argv[i] + argument.size() - value.Text.size() + offset, 'x', secret.size());
             }
+        }
         // The user name and password of a URL.
         const auto mark = argument.find("://");
-        if (mark == argument.npos)
+        if (mark == argument.npos) {
             continue;
+        }
         const auto first = mark + 3;
         const auto at = argument.rfind('@', argument.find_first_of("/?#", first));
-        if (at != argument.npos && at > first)
+        if (at != argument.npos && at > first) {
             std::memset(argv[i] + first, 'x', at - first);
+        }
     }
 }
 

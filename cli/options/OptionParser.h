@@ -1,12 +1,12 @@
 // The parser, filled from the option table.
 #pragma once
 
+#include "cli/options/OptionTable.h"
+#include "cli/options/Settings.h"
+
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "cli/options/OptionTable.h"
-#include "cli/options/Settings.h"
 
 namespace netrove::cli {
 

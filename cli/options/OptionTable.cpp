@@ -1,5 +1,11 @@
 #include "cli/options/OptionTable.h"
 
+#include "cli/failures/CliFailure.h"
+#include "cli/options/FieldText.h"
+#include "cli/options/ProxyChoice.h"
+#include "cli/system/BodySource.h"
+#include "cli/text/SafeText.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,12 +13,6 @@
 #include <limits>
 #include <optional>
 #include <type_traits>
-
-#include "cli/exchange/BodySource.h"
-#include "cli/failures/CliFailure.h"
-#include "cli/options/FieldText.h"
-#include "cli/options/ProxyChoice.h"
-#include "cli/text/SafeText.h"
 
 namespace netrove::cli {
 
@@ -30,8 +30,9 @@ template <class Number>
 std::optional<Number> parsed(std::string_view text) {
     Number value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size())
+    if (error != std::errc() || end != text.data() + text.size()) {
         return std::nullopt;
+    }
     return value;
 }
 
@@ -60,8 +61,9 @@ std::string rangeText(Number least, Number most) {
 template <class Number>
 Number number(const char* option, const std::string& text, Number least, Number most) {
     const auto value = parsed<Number>(text);
-    if (!value || !(*value >= least && *value <= most))
+    if (!value || !(*value >= least && *value <= most)) {
         failValue(option, text, rangeText(least, most));
+    }
     return *value;
 }
 
@@ -75,16 +77,19 @@ double limitMs(const char* option, const std::string& text) {
 std::uint64_t byteSize(const char* option, const std::string& text) {
     std::string_view digits = text;
     std::uint64_t factor = 1;
-    if (text.ends_with('k') || text.ends_with('K'))
+    if (text.ends_with('k') || text.ends_with('K')) {
         factor = std::uint64_t{1} << 10;
-    else if (text.ends_with('M') || text.ends_with('m'))
+    } else if (text.ends_with('M') || text.ends_with('m')) {
         factor = std::uint64_t{1} << 20;
-    if (factor != 1)
+    }
+    if (factor != 1) {
         digits.remove_suffix(1);
+    }
     const auto value = parsed<std::uint64_t>(digits);
-    if (!value || *value == 0 || *value > kLargestBuffer / factor)
+    if (!value || *value == 0 || *value > kLargestBuffer / factor) {
         failValue(option, text,
                   "a whole number from 1 to " + std::to_string(kLargestBuffer >> 20) + "M, with k or M behind it");
+    }
     return *value * factor;
 }
 
@@ -100,9 +105,10 @@ std::vector<std::string> schemes(const char* option, const std::string& text) {
         const std::string_view word = std::string_view(text).substr(start, comma - start);
         const auto* known = std::find_if(std::begin(kSchemes), std::end(kSchemes),
                                          [&](std::string_view name) { return equalsIgnoringCase(name, word); });
-        if (known == std::end(kSchemes))
+        if (known == std::end(kSchemes)) {
             failUsage("'" + printable(word) + "' is no scheme for --" + option +
                       "; known are basic, digest, ntlm and negotiate");
+        }
         result.emplace_back(*known);
         start = comma + 1;
     }
@@ -110,8 +116,9 @@ std::vector<std::string> schemes(const char* option, const std::string& text) {
 }
 
 std::string nonEmpty(const char* option, const std::string& text) {
-    if (text.empty())
+    if (text.empty()) {
         failUsage(std::string("--") + option + " needs a value that is not empty");
+    }
     return text;
 }
 
@@ -120,23 +127,28 @@ void takeUser(std::optional<std::string>& user, std::optional<std::string>& pass
     const auto colon = text.find(':');
     user = text.substr(0, colon);
     checkUserName(*user);
-    if (colon != text.npos)
+    if (colon != text.npos) {
         password = text.substr(colon + 1);
+    }
 }
 
 void takeProxy(Settings& settings, const std::string& text) {
-    if (text != "auto" && text != "none")
+    if (text != "auto" && text != "none") {
         parseProxy(text); // refuses now what could not be used later
+    }
     settings.Proxy = text.empty() ? "none" : text;
 }
 
 ColorChoice colorChoice(const std::string& text) {
-    if (text == "always")
+    if (text == "always") {
         return ColorChoice::Always;
-    if (text == "never")
+    }
+    if (text == "never") {
         return ColorChoice::Never;
-    if (text != "auto")
+    }
+    if (text != "auto") {
         failUsage("'" + printable(text) + "' is no value for --color; known are auto, always and never");
+    }
     return ColorChoice::Auto;
 }
 

@@ -1,11 +1,11 @@
 // Every option of the command line, as data: the parser and the help are made from this one table.
 #pragma once
 
+#include "cli/options/Settings.h"
+
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "cli/options/Settings.h"
 
 namespace netrove::cli {
 

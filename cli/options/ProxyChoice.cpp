@@ -1,17 +1,17 @@
 #include "cli/options/ProxyChoice.h"
 
-#include <stdexcept>
-#include <utility>
-
+#include "cli/failures/CliFailure.h"
 #include "embedded/proxy/ProxyText.h"
 
-#include "cli/failures/CliFailure.h"
+#include <stdexcept>
+#include <utility>
 
 namespace netrove::cli {
 
 ProxyChoice parseProxy(std::string_view text) {
-    if (text.empty())
+    if (text.empty()) {
         return {};
+    }
     vantik::detail::ProxyText proxy;
     try {
         proxy = vantik::detail::readProxy(text);
@@ -19,10 +19,12 @@ ProxyChoice parseProxy(std::string_view text) {
         failUsage(std::string("the proxy cannot be used: ") + refusal.what());
     }
     // A setting may have a path, which means nothing, and may leave the version of SOCKS open. Here they are slips.
-    if (!proxy.Path.empty() && proxy.Path != "/")
+    if (!proxy.Path.empty() && proxy.Path != "/") {
         failUsage("a proxy is written [scheme://][user@]host[:port]");
-    if (proxy.Host.starts_with("socks://"))
+    }
+    if (proxy.Host.starts_with("socks://")) {
         failUsage("the scheme of a SOCKS proxy is socks4, socks4a, socks5 or socks5h");
+    }
     return {std::move(proxy.Host), proxy.Port, std::move(proxy.Username), std::move(proxy.Password)};
 }
 
@@ -38,8 +40,9 @@ ProxyChoice lookUpProxy(vantik::Host& host, const std::string& url) {
 }
 
 ProxyChoice chooseProxy(vantik::Host& host, const std::string& setting, const std::string& url) {
-    if (setting == "none")
+    if (setting == "none") {
         return {};
+    }
     return setting == "auto" ? lookUpProxy(host, url) : parseProxy(setting);
 }
 

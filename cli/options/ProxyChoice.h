@@ -1,10 +1,10 @@
 // Which proxy a request goes through: the one named by --proxy, the one that the host's settings name, or none.
 #pragma once
 
+#include "vantik/Host.h"
+
 #include <string>
 #include <string_view>
-
-#include "vantik/Host.h"
 
 namespace netrove::cli {
 

@@ -1,12 +1,12 @@
 #include "cli/options/Reference.h"
 
-#include <algorithm>
-#include <vector>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
 #include "cli/text/SafeText.h"
+
+#include <algorithm>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -47,8 +47,9 @@ struct TopicRow {
 std::string usageOf(const OptionRow& row) {
     std::string text = row.ShortName == 0 ? "    " : std::string("-") + row.ShortName + ", ";
     text += "--" + std::string(row.LongName);
-    if (!row.ValueName.empty())
+    if (!row.ValueName.empty()) {
         text += " " + std::string(row.ValueName);
+    }
     return text;
 }
 
@@ -74,9 +75,11 @@ std::string entry(std::string_view name, std::string_view text) {
 
 std::string groupText(std::string_view group) {
     std::string text = std::string(group) + "\n\n";
-    for (const OptionRow& row : optionTable())
-        if (row.Group == group)
+    for (const OptionRow& row : optionTable()) {
+        if (row.Group == group) {
             text += entry(usageOf(row), std::string(row.Help) + " (" + commandsOf(row) + ")");
+        }
+    }
     return text;
 }
 
@@ -86,26 +89,29 @@ std::string exitText() {
 
 std::string environmentText() {
     std::string text = "Environment\n\n";
-    for (const EnvironmentRow& row : kEnvironment)
+    for (const EnvironmentRow& row : kEnvironment) {
         text += entry(row.Name, row.Meaning);
+    }
     return text;
 }
 
 std::string exampleText() {
     std::string text = "Examples\n\n";
-    for (const ExampleRow& row : kExamples)
+    for (const ExampleRow& row : kExamples) {
         text += entry(row.Line, row.Meaning);
+    }
     return text;
 }
 
 std::string allText() {
     std::string text;
     std::string_view group;
-    for (const OptionRow& row : optionTable())
+    for (const OptionRow& row : optionTable()) {
         if (row.Group != group) {
             group = row.Group;
             text += groupText(group) + "\n";
         }
+    }
     return text + exitText() + "\n" + environmentText() + "\n" + exampleText();
 }
 
@@ -170,25 +176,30 @@ std::span<const ExampleRow> exampleTable() {
 
 std::string topicList() {
     std::string text = "Topics of 'netrove help TOPIC'; 'netrove COMMAND --help' tells of a command.\n\n";
-    for (const TopicRow& row : kTopics)
+    for (const TopicRow& row : kTopics) {
         text += "  " + std::string(row.Name) + std::string(14 - row.Name.size(), ' ') + std::string(row.Summary) + "\n";
+    }
     return text;
 }
 
 std::vector<std::string> topicNames() {
     std::vector<std::string> names;
-    for (const TopicRow& row : kTopics)
+    for (const TopicRow& row : kTopics) {
         names.emplace_back(row.Name);
+    }
     return names;
 }
 
 std::string helpTopic(std::string_view topic) {
-    for (const TopicRow& row : kTopics)
-        if (row.Name == topic)
+    for (const TopicRow& row : kTopics) {
+        if (row.Name == topic) {
             return row.Text();
+        }
+    }
     std::string names;
-    for (const TopicRow& row : kTopics)
+    for (const TopicRow& row : kTopics) {
         names += (names.empty() ? "" : ", ") + std::string(row.Name);
+    }
     failUsage("no help on '" + printable(topic) + "'; there are the commands and " + names);
 }
 

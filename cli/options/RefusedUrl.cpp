@@ -1,9 +1,9 @@
 #include "cli/options/RefusedUrl.h"
 
+#include "cli/options/FieldText.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "cli/options/FieldText.h"
 
 namespace netrove::cli {
 
@@ -18,14 +18,16 @@ std::size_t schemeLength(std::string_view url) {
     const bool ours =
         equalsIgnoringCase(url.substr(0, word), "http") || equalsIgnoringCase(url.substr(0, word), "https");
     const auto behind = std::min(url.find_first_not_of(kMarks, word), url.size());
-    if (ours || word == 0)
+    if (ours || word == 0) {
         return behind;
+    }
     return url.substr(word).starts_with("://") ? word + 3 : 0;
 }
 
 void replaceAll(std::string& text, std::string_view from, std::string_view to) {
-    for (auto at = text.find(from); at != text.npos; at = text.find(from, at + to.size()))
+    for (auto at = text.find(from); at != text.npos; at = text.find(from, at + to.size())) {
         text.replace(at, from.size(), to);
+    }
 }
 
 // Where the URL stands in another form, as a word with an '@'.
@@ -43,15 +45,17 @@ std::string maskWords(const std::string& text) {
 
 std::string maskRefusedUrl(std::string_view url) {
     const auto at = url.rfind('@');
-    if (at == url.npos)
+    if (at == url.npos) {
         return std::string(url);
+    }
     const std::size_t first = std::min(schemeLength(url), at);
     return std::string(url.substr(0, first)) + std::string(kMask) + std::string(url.substr(at));
 }
 
 vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view url) {
-    if (url.find('@') == url.npos)
+    if (url.find('@') == url.npos) {
         return message;
+    }
     const std::string shown = maskRefusedUrl(url);
     const auto masked = [&](std::string text) {
         replaceAll(text, url, shown);
@@ -67,9 +71,11 @@ vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view u
             scheme = std::string(kMask);
         }
     }
-    for (vantik::MessageArgument& argument : message.Arguments)
-        if (const auto* text = std::get_if<std::string>(&argument))
+    for (vantik::MessageArgument& argument : message.Arguments) {
+        if (const auto* text = std::get_if<std::string>(&argument)) {
             argument = masked(*text);
+        }
+    }
     return message;
 }
 

@@ -2,12 +2,11 @@
 // user name and a password in it begin, so everything in front of its last '@' is taken for them.
 #pragma once
 
-#include <string>
-#include <string_view>
-
+#include "cli/failures/ExitStatus.h"
 #include "vantik/Failure.h"
 
-#include "cli/failures/ExitStatus.h"
+#include <string>
+#include <string_view>
 
 namespace netrove::cli {
 
@@ -24,8 +23,9 @@ auto maskingRefused(const std::string url, Operation operation) {
     try {
         return operation();
     } catch (const vantik::Failure& failure) {
-        if (exitStatus(failure.message()) != kExitUrl)
+        if (exitStatus(failure.message()) != kExitUrl) {
             throw;
+        }
         throw vantik::Failure(withRefusedUrlMasked(failure.message(), url));
     }
 }

@@ -13,17 +13,20 @@ constexpr double kDefaultConnectMs = 30'000;
 constexpr double kDefaultSilenceMs = 300'000;
 
 void refuse(bool condition, const char* text) {
-    if (condition)
+    if (condition) {
         failUsage(text);
+    }
 }
 
 void adoptUserInfo(Settings& settings) {
     const UserInfo found = takeUserInfo(settings.Url);
-    if (!found.Present || settings.User)
+    if (!found.Present || settings.User) {
         return;
+    }
     settings.User = found.User;
-    if (!settings.Password && found.Password)
+    if (!settings.Password && found.Password) {
         settings.Password = found.Password;
+    }
 }
 
 void checkBody(const Settings& settings) {
@@ -57,22 +60,27 @@ Settings::Settings()
     : ConnectTimeout(kDefaultConnectMs), ResponseTimeout(kDefaultSilenceMs), DataTimeout(kDefaultSilenceMs) {}
 
 std::string Settings::effectiveMethod() const {
-    if (!Method.empty())
+    if (!Method.empty()) {
         return Method;
-    if (!StreamFile.empty())
+    }
+    if (!StreamFile.empty()) {
         return "PUT";
+    }
     return hasBody() ? "POST" : "GET";
 }
 
 int Settings::redirectLimit() const {
-    if (MaxRedirects)
+    if (MaxRedirects) {
         return *MaxRedirects;
+    }
     return Command == Command::Send ? 0 : kDefaultRedirects;
 }
 
 void completeSettings(Settings& settings) {
-    if (settings.Command == Command::Demo || settings.Command == Command::Describe || settings.Command == Command::None)
+    if (settings.Command == Command::Demo || settings.Command == Command::Describe ||
+        settings.Command == Command::None) {
         return;
+    }
     if (settings.Command == Command::Batch) {
         checkBatch(settings.Batch);
     } else {
@@ -80,13 +88,16 @@ void completeSettings(Settings& settings) {
         refuse(hasControlBytes(settings.Url), "the URL has control characters");
         adoptUserInfo(settings);
     }
-    if (settings.User)
+    if (settings.User) {
         checkUserName(*settings.User);
-    if (settings.Password)
+    }
+    if (settings.Password) {
         checkPassword(*settings.Password);
+    }
     refuse(settings.Password && !settings.User, "--password needs --user");
-    if (settings.Command == Command::Proxy)
+    if (settings.Command == Command::Proxy) {
         return;
+    }
     checkBody(settings);
     refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
     refuse(settings.Auth && !settings.User, "--auth needs --user");

@@ -1,6 +1,8 @@
 // What a person asked for on the command line, after parsing and before anything runs.
 #pragma once
 
+#include "cli/options/FieldText.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,13 +12,6 @@ namespace netrove::cli {
 
 enum class Command { None, Get, Save, Send, Batch, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
-
-struct Field {
-    std::string Name;
-    std::string Value; // empty: the library's own field of that name is left out
-
-    bool operator==(const Field&) const = default;
-};
 
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;

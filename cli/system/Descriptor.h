@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cerrno>
-
 #include <unistd.h>
 
 namespace netrove::cli {
@@ -11,8 +10,9 @@ struct Descriptor {
     int Number; // negative: none
     explicit Descriptor(int number) : Number(number) {}
     ~Descriptor() {
-        if (Number >= 0)
+        if (Number >= 0) {
             ::close(Number);
+        }
     }
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
@@ -23,8 +23,9 @@ struct Descriptor {
 template <class Call>
 auto retried(Call call) {
     auto result = call();
-    while (result < 0 && errno == EINTR)
+    while (result < 0 && errno == EINTR) {
         result = call();
+    }
     return result;
 }
 

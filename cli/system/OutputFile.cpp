@@ -1,18 +1,17 @@
 #include "cli/system/OutputFile.h"
 
+#include "cli/failures/CliFailure.h"
+
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <memory>
 #include <string_view>
-#include <utility>
-
-#include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include "cli/failures/CliFailure.h"
+#include <utility>
 
 namespace netrove::cli {
 
@@ -25,11 +24,13 @@ constexpr std::string_view kEnd = ".part";
 
 std::string randomText() {
     std::array<unsigned char, kRandomLetters> bytes{};
-    if (retried([&] { return getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size()))
+    if (retried([&] { return getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size())) {
         failSystem(failure::kFileNotWritten, "temporary file", errno);
+    }
     std::string text;
-    for (const unsigned char byte : bytes)
+    for (const unsigned char byte : bytes) {
         text += kLetters[byte % kLetters.size()];
+    }
     return text;
 }
 
@@ -77,36 +78,45 @@ OutputFile::OutputFile(const std::string& target, bool replace)
 OutputFile::OutputFile(const std::string& target, const std::string& real, bool replace)
     : Target(target), Replace(replace), Folder(openFolder(folderOf(real))), Name(nameOf(real)),
       Temporary(Folder.Number, temporaryNameFor(Name)), TemporaryPath(folderOf(real) + Temporary.name()), File(-1) {
-    if (Folder.Number < 0)
+    if (Folder.Number < 0) {
         failNotWritten(errno);
-    if (Name.empty())
+    }
+    if (Name.empty()) {
         failNotWritten(isFolder(real) ? EISDIR : ENOENT);
+    }
     struct stat old {};
     const bool exists = fstatat(Folder.Number, Name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
-    if (!exists && errno != ENOENT)
+    if (!exists && errno != ENOENT) {
         failNotWritten(errno);
-    if (exists && S_ISDIR(old.st_mode))
+    }
+    if (exists && S_ISDIR(old.st_mode)) {
         failNotWritten(EISDIR);
+    }
     // By the name as it was given too: a pipe that is known only by its descriptor has no other.
-    if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target))
+    if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target)) {
         fail(failure::kFileNotWritten, {target, "no regular file"}, target + ": no regular file");
-    if (exists && !replace)
+    }
+    if (exists && !replace) {
         failExists(target);
+    }
     // Set-user-ID and its like do not stay: the content comes from elsewhere, and the owner may be another one.
-    if (exists && S_ISREG(old.st_mode))
+    if (exists && S_ISREG(old.st_mode)) {
         Permissions = old.st_mode & 0777;
+    }
     // Nobody opens meanwhile what the permissions of the file that is replaced will not let them read.
     const mode_t mode = Permissions ? 0600 : 0666;
-    if (openWithoutName(mode))
+    if (openWithoutName(mode)) {
         return;
+    }
     Named = Temporary.make([&] {
         File.Number = retried([&] {
             return openat(Folder.Number, Temporary.name(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         });
         return File.Number;
     }) >= 0;
-    if (!Named)
+    if (!Named) {
         failNotWritten(errno);
+    }
 }
 
 // A file that nobody else can open or put another one in the place of, and that goes with the program. False where the
@@ -116,35 +126,41 @@ bool OutputFile::openWithoutName(unsigned mode) {
     struct stat own {};
     struct stat seen {};
     if (file.Number < 0 || fstat(file.Number, &own) != 0 || stat(nameOfDescriptor(file.Number).c_str(), &seen) != 0 ||
-        !sameFile(own, seen))
+        !sameFile(own, seen)) {
         return false;
+    }
     std::swap(File.Number, file.Number);
     return true;
 }
 
 std::uint64_t OutputFile::size() const {
     struct stat facts {};
-    if (fstat(File.Number, &facts) != 0)
+    if (fstat(File.Number, &facts) != 0) {
         failNotWritten(errno);
+    }
     return static_cast<std::uint64_t>(facts.st_size);
 }
 
 void OutputFile::keep() {
     settlePermissions();
     // A name that is on the disk before the content would stand for an empty file after a power cut.
-    if (const int error = syncContent(File.Number))
+    if (const int error = syncContent(File.Number)) {
         failNotWritten(error);
+    }
     checkClose();
     if (Named) {
         checkTemporary();
     } else {
-        if (link(Name.c_str()) == 0)
+        if (link(Name.c_str()) == 0) {
             return;
-        if (errno == EEXIST && !Replace)
+        }
+        if (errno == EEXIST && !Replace) {
             failExists(Target);
+        }
         // Only a rename replaces, and it needs a name to begin with.
-        if (errno != EEXIST || Temporary.make([&] { return link(Temporary.name()); }) != 0)
+        if (errno != EEXIST || Temporary.make([&] { return link(Temporary.name()); }) != 0) {
             failNotWritten(errno);
+        }
     }
     rename();
 }
@@ -152,26 +168,30 @@ void OutputFile::keep() {
 // A file that is replaced keeps its permissions, as far as the file system knows any.
 void OutputFile::settlePermissions() const {
     if (Permissions && retried([&] { return fchmod(File.Number, *Permissions); }) != 0 && errno != EPERM &&
-        errno != EOPNOTSUPP && errno != ENOSYS)
+        errno != EOPNOTSUPP && errno != ENOSYS) {
         failNotWritten(errno);
+    }
 }
 
 // Some file systems report a failed write only at a close, and each close of the file is one.
 void OutputFile::checkClose() const {
     const int copy = fcntl(File.Number, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0 || (close(copy) != 0 && errno != EINTR))
+    if (copy < 0 || (close(copy) != 0 && errno != EINTR)) {
         failNotWritten(errno);
+    }
 }
 
 // What somebody else has put in the place of the temporary file is not what was received.
 void OutputFile::checkTemporary() const {
     struct stat own {};
     struct stat there {};
-    if (fstat(File.Number, &own) != 0 || fstatat(Folder.Number, Temporary.name(), &there, AT_SYMLINK_NOFOLLOW) != 0)
+    if (fstat(File.Number, &own) != 0 || fstatat(Folder.Number, Temporary.name(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
         failNotWritten(errno);
-    if (!sameFile(own, there))
+    }
+    if (!sameFile(own, there)) {
         fail(failure::kFileNotWritten, {Target, "somebody replaced its temporary file"},
              Target + ": somebody replaced its temporary file");
+    }
 }
 
 int OutputFile::link(const char* name) const {
@@ -186,14 +206,17 @@ void OutputFile::rename() {
                              Replace ? 0 : RENAME_NOREPLACE);
         });
     });
-    if (moved == 0)
+    if (moved == 0) {
         return;
+    }
     // A file system without that operation: a link never replaces anything either. The first name goes at the end.
     if (!Replace && (errno == EINVAL || errno == ENOSYS) &&
-        retried([&] { return linkat(Folder.Number, Temporary.name(), Folder.Number, Name.c_str(), 0); }) == 0)
+        retried([&] { return linkat(Folder.Number, Temporary.name(), Folder.Number, Name.c_str(), 0); }) == 0) {
         return;
-    if (errno == EEXIST && !Replace)
+    }
+    if (errno == EEXIST && !Replace) {
         failExists(Target);
+    }
     failNotWritten(errno);
 }
 
@@ -203,8 +226,9 @@ void OutputFile::failNotWritten(int errorNumber) const {
 
 bool isTemporaryName(const std::string& path) {
     const std::string name = nameOf(path);
-    if (!name.starts_with('.') || !name.ends_with(kEnd) || name.size() < 2 + kRandomLetters + kEnd.size())
+    if (!name.starts_with('.') || !name.ends_with(kEnd) || name.size() < 2 + kRandomLetters + kEnd.size()) {
         return false;
+    }
     const std::string_view random =
         std::string_view(name).substr(name.size() - kEnd.size() - kRandomLetters, kRandomLetters);
     return random.find_first_not_of(kLetters) == random.npos &&

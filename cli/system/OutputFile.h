@@ -1,12 +1,12 @@
 // A file that appears under its name only when it is complete.
 #pragma once
 
+#include "cli/system/Descriptor.h"
+#include "cli/system/TemporaryEntry.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
-
-#include "cli/system/Descriptor.h"
-#include "cli/system/TemporaryEntry.h"
 
 namespace netrove::cli {
 

@@ -12,8 +12,9 @@ namespace fs = std::filesystem;
 std::string resolved(const fs::path& path) {
     std::error_code error;
     const fs::path absolute = fs::absolute(path, error);
-    if (error)
+    if (error) {
         return path.lexically_normal().string();
+    }
     const fs::path real = fs::weakly_canonical(absolute, error);
     return error ? absolute.lexically_normal().string() : real.string();
 }
@@ -29,8 +30,9 @@ std::string RealNames::of(const std::string& path) {
 std::string RealNames::ofEntry(const std::string& path) {
     const auto slash = path.rfind('/');
     const std::string name = path.substr(slash == path.npos ? 0 : slash + 1);
-    if (name.empty() || name == "." || name == "..")
+    if (name.empty() || name == "." || name == "..") {
         return resolved(path.empty() ? "." : path);
+    }
     return folder(slash == path.npos ? "." : path.substr(0, slash + 1)) + name;
 }
 
@@ -38,8 +40,9 @@ const std::string& RealNames::folder(const std::string& path) {
     std::string& known = Folders[path];
     if (known.empty()) {
         known = resolved(path);
-        if (!known.ends_with('/'))
+        if (!known.ends_with('/')) {
             known += '/';
+        }
     }
     return known;
 }

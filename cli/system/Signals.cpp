@@ -1,16 +1,15 @@
 #include "cli/system/Signals.h"
 
+#include "cli/system/TemporaryEntry.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
-
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
-
-#include "cli/system/TemporaryEntry.h"
 
 namespace netrove::cli {
 
@@ -35,40 +34,49 @@ extern "C" void onSignal(int number) {
         removeTemporaryEntries();
         _exit(128 + number);
     }
-    if (vantik::Host* host = theHost.load())
+    if (vantik::Host* host = theHost.load()) {
         host->interrupt();
-    if (const int end = theWakeEnd.load(); end >= 0) [[maybe_unused]]
-        const auto written = write(end, "!", 1); // full: the reader wakes anyhow
+    }
+    if (const int end = theWakeEnd.load(); end >= 0) {
+        [[maybe_unused]] const auto written = write(end, "!", 1); // full: the reader wakes anyhow
+    }
     errno = savedErrno;
 }
 
 void handleUnlessIgnored(int number, const struct sigaction& action, struct sigaction& previous) {
     sigaction(number, nullptr, &previous);
-    if (previous.sa_handler != SIG_IGN)
+    if (previous.sa_handler != SIG_IGN) {
         sigaction(number, &action, nullptr);
+    }
 }
 
 int remainingMs(std::optional<Clock::time_point> until) {
-    if (!until)
+    if (!until) {
         return -1;
+    }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
 Waited waitFor(int descriptor, short events, std::optional<Clock::time_point> until) {
     for (;;) {
-        if (signalSeen() != 0)
+        if (signalSeen() != 0) {
             return Waited::Interrupted;
+        }
         pollfd entries[2] = {{descriptor, events, 0}, {wakePipe[0], POLLIN, 0}};
         const int ready = poll(entries, 2, remainingMs(until));
-        if (ready < 0 && errno != EINTR)
+        if (ready < 0 && errno != EINTR) {
             return Waited::Ready;
-        if (signalSeen() != 0)
+        }
+        if (signalSeen() != 0) {
             return Waited::Interrupted;
-        if (ready > 0 && entries[0].revents != 0)
+        }
+        if (ready > 0 && entries[0].revents != 0) {
             return Waited::Ready;
-        if (until && Clock::now() >= *until)
+        }
+        if (until && Clock::now() >= *until) {
             return Waited::TimedOut;
+        }
     }
 }
 
@@ -76,8 +84,9 @@ Waited waitFor(int descriptor, short events, std::optional<Clock::time_point> un
 
 SignalScope::SignalScope(vantik::Host& host) {
     theSignal = 0;
-    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) == 0)
+    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) == 0) {
         theWakeEnd = wakePipe[1];
+    }
     theHost = &host;
     struct sigaction action = {};
     action.sa_handler = onSignal; // without SA_RESTART: a blocked read or write of this program must return
@@ -101,8 +110,9 @@ SignalScope::~SignalScope() {
     theHost = nullptr;
     theWakeEnd = -1;
     for (int& end : wakePipe) {
-        if (end >= 0)
+        if (end >= 0) {
             close(end);
+        }
         end = -1;
     }
 }

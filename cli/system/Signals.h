@@ -2,10 +2,10 @@
 // ends the program at once, and takes what has a temporary name with it.
 #pragma once
 
+#include "vantik/Host.h"
+
 #include <chrono>
 #include <optional>
-
-#include "vantik/Host.h"
 
 namespace netrove::cli {
 

@@ -3,10 +3,9 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <vector>
-
 #include <poll.h>
 #include <unistd.h>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -21,11 +20,13 @@ public:
     Undivided() {
         sigset_t ending;
         sigemptyset(&ending);
-        for (const int number : {SIGHUP, SIGINT, SIGTERM})
+        for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
             sigaddset(&ending, number);
+        }
         pthread_sigmask(SIG_BLOCK, &ending, &Before);
-        while (theLock.exchange(true))
+        while (theLock.exchange(true)) {
             theLock.wait(true);
+        }
     }
     ~Undivided() {
         const int savedErrno = errno;
@@ -44,8 +45,9 @@ private:
 } // namespace
 
 TemporaryEntry::~TemporaryEntry() {
-    if (!There)
+    if (!There) {
         return;
+    }
     const Undivided step;
     unlinkat(Folder, name(), 0);
     std::erase(theEntries, this);
@@ -56,8 +58,9 @@ int TemporaryEntry::make(const std::function<int()>& call) {
     theEntries.push_back(this);
     const int result = call();
     There = result >= 0;
-    if (!There)
+    if (!There) {
         theEntries.pop_back();
+    }
     return result;
 }
 
@@ -72,10 +75,12 @@ int TemporaryEntry::take(const std::function<int()>& call) {
 }
 
 void removeTemporaryEntries() noexcept {
-    while (theLock.exchange(true))
+    while (theLock.exchange(true)) {
         poll(nullptr, 0, 1); // ms
-    for (const TemporaryEntry* entry : theEntries)
+    }
+    for (const TemporaryEntry* entry : theEntries) {
         unlinkat(entry->Folder, entry->name(), 0);
+    }
 }
 
 } // namespace netrove::cli

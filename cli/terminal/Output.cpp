@@ -1,18 +1,17 @@
 #include "cli/terminal/Output.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <utility>
-#include <variant>
-
-#include <unistd.h>
-
-#include <nlohmann/json.hpp>
-
 #include "cli/failures/Hints.h"
 #include "cli/text/SafeText.h"
 #include "cli/text/UrlText.h"
 #include "vantik/Http.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cerrno>
+#include <cstdlib>
+#include <unistd.h>
+#include <utility>
+#include <variant>
 
 namespace netrove::cli {
 
@@ -38,14 +37,16 @@ std::string_view colorCode(Style style) {
 
 std::string colored(bool wanted, Style style, std::string_view text) {
     const std::string_view code = colorCode(style);
-    if (!wanted || code.empty())
+    if (!wanted || code.empty()) {
         return std::string(text);
+    }
     return std::string(code) + std::string(text) + "\033[0m";
 }
 
 bool colorWanted(ColorChoice choice, bool terminal) {
-    if (choice != ColorChoice::Auto)
+    if (choice != ColorChoice::Auto) {
         return choice == ColorChoice::Always;
+    }
     const char* noColor = std::getenv("NO_COLOR");
     const char* term = std::getenv("TERM");
     return terminal && (noColor == nullptr || *noColor == '\0') && term != nullptr && std::string_view(term) != "dumb";
@@ -56,8 +57,9 @@ bool colorWanted(ColorChoice choice, bool terminal) {
 std::string failureLine(const vantik::Message& message) {
     std::string text = message.identifier() + ": " + vantik::withoutSecrets(message.Text);
     const std::string_view hint = hintFor(message);
-    if (!hint.empty())
+    if (!hint.empty()) {
         text += (text.ends_with('.') ? " Hint: " : ". Hint: ") + std::string(hint) + ".";
+    }
     return text;
 }
 
@@ -66,12 +68,15 @@ std::string failureLine(const vantik::Message& message) {
 bool writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR)
+        if (written < 0 && errno == EINTR) {
             continue;
-        if (written == 0)
+        }
+        if (written == 0) {
             errno = ENOSPC;
-        if (written <= 0)
+        }
+        if (written <= 0) {
             return false;
+        }
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
@@ -88,8 +93,9 @@ void Console::configure(ColorChoice color, bool jsonErrors) {
 }
 
 void Console::hide(std::string secret) {
-    if (secret.size() >= kShortestSecret)
+    if (secret.size() >= kShortestSecret) {
         Secrets.push_back(std::move(secret));
+    }
 }
 
 std::string Console::styled(Style style, std::string_view text) const {
@@ -118,30 +124,35 @@ void Console::failure(const Verdict& verdict) const {
 }
 
 std::string Console::failureText(const Verdict& verdict) const {
-    if (!Json)
+    if (!Json) {
         return "netrove: " + safe(failureLine(verdict.Message));
+    }
     nlohmann::json arguments = nlohmann::json::array();
     for (const vantik::MessageArgument& argument : verdict.Message.Arguments) {
-        if (const auto* text = std::get_if<std::string>(&argument))
+        if (const auto* text = std::get_if<std::string>(&argument)) {
             arguments.push_back(masked(*text));
-        else
+        } else {
             arguments.push_back(std::get<std::int64_t>(argument));
+        }
     }
     nlohmann::ordered_json object = {{"identifier", verdict.Message.identifier()},
                                      {"message", masked(verdict.Message.Text)},
                                      {"arguments", arguments},
                                      {"exit", verdict.Status}};
-    if (const std::string_view hint = hintFor(verdict.Message); !hint.empty())
+    if (const std::string_view hint = hintFor(verdict.Message); !hint.empty()) {
         object["hint"] = hint;
+    }
     // Escaped to ASCII: what a server said reaches neither the terminal nor a line-based reader as it stands.
     return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 
 std::string Console::masked(std::string_view text) const {
     std::string result = maskUserInfo(vantik::withoutSecrets(text));
-    for (const std::string& secret : Secrets)
-        for (auto at = result.find(secret); at != result.npos; at = result.find(secret, at + 3))
+    for (const std::string& secret : Secrets) {
+        for (auto at = result.find(secret); at != result.npos; at = result.find(secret, at + 3)) {
             result.replace(at, secret.size(), "***");
+        }
+    }
     return result;
 }
 

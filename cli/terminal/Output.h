@@ -1,12 +1,12 @@
 // What goes to the terminal or to whoever reads standard output and standard error.
 #pragma once
 
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/Settings.h"
+
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "cli/failures/ExitStatus.h"
-#include "cli/options/Settings.h"
 
 namespace netrove::cli {
 

@@ -1,18 +1,17 @@
 #include "cli/terminal/Password.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <optional>
-
-#include <fcntl.h>
-#include <termios.h>
-#include <unistd.h>
-
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
 #include "cli/text/SafeText.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <optional>
+#include <termios.h>
+#include <unistd.h>
 
 namespace netrove::cli {
 
@@ -23,18 +22,21 @@ constexpr std::size_t kLongestPassword = 4096;
 class Terminal {
 public:
     Terminal() : Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-        if (Descriptor < 0)
+        if (Descriptor < 0) {
             failSystem(failure::kFileNotRead, "/dev/tty", errno);
+        }
         HasSaved = tcgetattr(Descriptor, &Saved) == 0;
-        if (!HasSaved)
+        if (!HasSaved) {
             return;
+        }
         termios silent = Saved;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         tcsetattr(Descriptor, TCSAFLUSH, &silent);
     }
     ~Terminal() {
-        if (HasSaved)
+        if (HasSaved) {
             tcsetattr(Descriptor, TCSAFLUSH, &Saved);
+        }
         close(Descriptor);
     }
     Terminal(const Terminal&) = delete;
@@ -55,12 +57,14 @@ std::optional<std::string> fromEnvironment(const char* name) {
 
 void complete(std::optional<std::string>& password, const std::optional<std::string>& user, const char* variable,
               const std::string& what) {
-    if (!user || password)
+    if (!user || password) {
         return;
+    }
     password = fromEnvironment(variable);
     if (!password) {
-        if (isatty(STDIN_FILENO) != 1)
+        if (isatty(STDIN_FILENO) != 1) {
             failUsage("no password for " + what + "; set " + variable + " in the environment");
+        }
         password = askPassword("Password for " + what + " '" + printable(*user) + "': ");
     }
     checkPassword(*password);
@@ -83,14 +87,16 @@ std::string askPassword(const std::string& prompt) {
             fail(failure::kInterrupted, {"SIGINT"}, "interrupted");
         }
         const ssize_t count = read(terminal.descriptor(), &c, 1);
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
+        }
         if (count <= 0 && answer.empty()) { // Ctrl-D: nobody wants to answer, which is not an empty password
             writeAll(terminal.descriptor(), "\n");
             failUsage("no password was given");
         }
-        if (count <= 0 || c == '\n')
+        if (count <= 0 || c == '\n') {
             break;
+        }
         answer += c;
     }
     writeAll(terminal.descriptor(), "\n");

@@ -1,9 +1,9 @@
 // Where a password comes from when it is not on the command line.
 #pragma once
 
-#include <string>
-
 #include "cli/options/Settings.h"
+
+#include <string>
 
 namespace netrove::cli {
 

@@ -1,16 +1,15 @@
 #include "cli/terminal/Progress.h"
 
+#include "cli/terminal/Output.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <string_view>
-#include <utility>
-
 #include <sys/ioctl.h>
 #include <unistd.h>
-
-#include "cli/terminal/Output.h"
+#include <utility>
 
 namespace netrove::cli {
 
@@ -44,16 +43,18 @@ std::chrono::steady_clock::duration progressInterval(bool terminal) {
 }
 
 std::size_t progressWidth(bool terminal) {
-    if (!terminal)
+    if (!terminal) {
         return std::string::npos;
+    }
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return (known ? size.ws_col : kUsualWidth) - 1; // a full line would break
 }
 
 std::string sizeText(std::uint64_t bytes) {
-    if (bytes < 1024)
+    if (bytes < 1024) {
         return formatted("%u B", static_cast<unsigned>(bytes));
+    }
     constexpr std::string_view kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
     double value = static_cast<double>(bytes) / 1024.0;
     std::size_t unit = 0;
@@ -66,10 +67,12 @@ std::string sizeText(std::uint64_t bytes) {
 
 std::string durationText(std::chrono::duration<double> time) {
     const auto seconds = static_cast<unsigned long>(std::clamp(time.count(), 0.0, 1e9));
-    if (seconds < 60)
+    if (seconds < 60) {
         return formatted("%lu s", seconds);
-    if (seconds < 3600)
+    }
+    if (seconds < 3600) {
         return formatted("%lu min %02lu s", seconds / 60, seconds % 60);
+    }
     return formatted("%lu h %02lu min", seconds / 3600, seconds / 60 % 60);
 }
 
@@ -108,27 +111,33 @@ ProgressMeter::ProgressMeter(std::string label, bool shown, bool terminal)
 
 ProgressMeter::~ProgressMeter() {
     // A line that was begun is ended, so that a failure's text starts on its own.
-    if (Drawn && Terminal) [[maybe_unused]]
-        const bool written = writeAll(STDERR_FILENO, "\n");
+    if (Drawn && Terminal) {
+        [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, "\n");
+    }
 }
 
 void ProgressMeter::update(std::uint64_t bytes) {
     State.Bytes = bytes;
-    if (Watcher)
+    if (Watcher) {
         Watcher(bytes);
-    if (!Shown)
+    }
+    if (!Shown) {
         return;
+    }
     const auto now = Clock::now();
-    if (now >= NextDraw)
+    if (now >= NextDraw) {
         draw(now);
+    }
 }
 
 void ProgressMeter::finish() {
-    if (!Shown)
+    if (!Shown) {
         return;
+    }
     draw(Clock::now());
-    if (Terminal) [[maybe_unused]]
-        const bool written = writeAll(STDERR_FILENO, "\n");
+    if (Terminal) {
+        [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, "\n");
+    }
     Drawn = false;
     Shown = false;
 }

@@ -1,12 +1,11 @@
 #include "cli/terminal/TraceOutput.h"
 
-#include <iostream>
-#include <string>
-
-#include <unistd.h>
-
 #include "cli/terminal/Output.h"
 #include "cli/text/SafeText.h"
+
+#include <iostream>
+#include <string>
+#include <unistd.h>
 
 namespace netrove::cli {
 
@@ -20,8 +19,9 @@ public:
 
 protected:
     int_type overflow(int_type c) override {
-        if (!traits_type::eq_int_type(c, traits_type::eof()))
+        if (!traits_type::eq_int_type(c, traits_type::eof())) {
             Pending += traits_type::to_char_type(c);
+        }
         return traits_type::not_eof(c);
     }
 

@@ -1,8 +1,8 @@
 #include "cli/text/SafeText.h"
 
-#include <cstddef>
-
 #include <unicode/uchar.h>
+
+#include <cstddef>
 
 namespace netrove::cli {
 
@@ -15,17 +15,21 @@ unsigned byteAt(std::string_view text, std::size_t position) {
 // Length of the well-formed UTF-8 sequence at `position`; 0 where there is none.
 std::size_t sequenceLength(std::string_view text, std::size_t position) {
     const unsigned first = byteAt(text, position);
-    if (first < 0x80)
+    if (first < 0x80) {
         return 1;
+    }
     const std::size_t length = first >= 0xC2 && first <= 0xDF   ? 2
                                : first >= 0xE0 && first <= 0xEF ? 3
                                : first >= 0xF0 && first <= 0xF4 ? 4
                                                                 : 0;
-    if (length == 0 || position + length > text.size())
+    if (length == 0 || position + length > text.size()) {
         return 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if ((byteAt(text, position + i) & 0xC0) != 0x80)
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byteAt(text, position + i) & 0xC0) != 0x80) {
             return 0;
+        }
+    }
     const unsigned second = byteAt(text, position + 1);
     const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
     const bool outside = (first == 0xED && second > 0x9F) || (first == 0xF4 && second > 0x8F);
@@ -36,8 +40,9 @@ std::size_t sequenceLength(std::string_view text, std::size_t position) {
 UChar32 characterOf(std::string_view sequence) {
     const unsigned first = byteAt(sequence, 0);
     unsigned value = sequence.size() == 1 ? first : first & (0xFFu >> (sequence.size() + 1));
-    for (std::size_t i = 1; i < sequence.size(); ++i)
+    for (std::size_t i = 1; i < sequence.size(); ++i) {
         value = value << 6 | (byteAt(sequence, i) & 0x3F);
+    }
     return static_cast<UChar32>(value);
 }
 
@@ -62,8 +67,9 @@ void eachPiece(std::string_view text, Keep keep, Mend mend) {
         const std::size_t length = sequenceLength(text, i);
         if (length == 0 || isDeceptive(characterOf(text.substr(i, length)))) {
             const std::size_t bad = length == 0 ? 1 : length;
-            for (std::size_t k = 0; k < bad; ++k)
+            for (std::size_t k = 0; k < bad; ++k) {
                 mend(static_cast<char>(text[i + k]));
+            }
             i += bad;
         } else {
             keep(text.substr(i, length));
@@ -118,8 +124,9 @@ bool ControlFinder::findsIn(std::string_view piece) {
             continue;
         }
         const bool plain = c == '\t' || c == '\n' || c == '\r';
-        if ((value < 0x20 && !plain) || (value >= 0x7F && value < 0xA0))
+        if ((value < 0x20 && !plain) || (value >= 0x7F && value < 0xA0)) {
             return true;
+        }
         Missing = value < 0xC2 ? 0 : value < 0xE0 ? 1 : value < 0xF0 ? 2 : value < 0xF5 ? 3 : 0;
         Least = value == 0xC2 || value == 0xE0 ? 0xA0 : value == 0xF0 ? 0x90 : 0x80;
     }
@@ -129,8 +136,9 @@ bool ControlFinder::findsIn(std::string_view piece) {
 bool isUtf8(std::string_view text) {
     for (std::size_t i = 0; i < text.size();) {
         const std::size_t length = sequenceLength(text, i);
-        if (length == 0)
+        if (length == 0) {
             return false;
+        }
         i += length;
     }
     return true;

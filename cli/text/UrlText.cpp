@@ -1,9 +1,9 @@
 #include "cli/text/UrlText.h"
 
+#include "cli/text/SafeText.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "cli/text/SafeText.h"
 
 namespace netrove::cli {
 
@@ -19,12 +19,15 @@ std::string lowered(std::string_view text) {
 }
 
 int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
+    if (c >= '0' && c <= '9') {
         return c - '0';
-    if (c >= 'a' && c <= 'f')
+    }
+    if (c >= 'a' && c <= 'f') {
         return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
+    }
+    if (c >= 'A' && c <= 'F') {
         return c - 'A' + 10;
+    }
     return -1;
 }
 
@@ -41,25 +44,30 @@ constexpr std::string_view kUrlEnds = "/?# \t\r\n\"'<>\\";
 std::optional<AuthorityRange> findAuthority(std::string_view text, std::string_view ends = kAuthorityEnds,
                                             std::size_t start = 0) {
     const auto mark = text.find("://", start);
-    if (mark == text.npos)
+    if (mark == text.npos) {
         return std::nullopt;
+    }
     AuthorityRange range{mark + 3, text.size()};
-    if (const auto end = text.find_first_of(ends, range.First); end != text.npos)
+    if (const auto end = text.find_first_of(ends, range.First); end != text.npos) {
         range.Last = end;
+    }
     return range;
 }
 
 std::string_view defaultPort(std::string_view scheme) {
-    if (scheme == "http")
+    if (scheme == "http") {
         return "80";
+    }
     return scheme == "https" ? "443" : "";
 }
 
 void cutAtCharacter(std::string& text, std::size_t limit) {
-    if (text.size() <= limit)
+    if (text.size() <= limit) {
         return;
-    while (limit > 0 && (static_cast<unsigned char>(text[limit]) & 0xC0) == 0x80)
+    }
+    while (limit > 0 && (static_cast<unsigned char>(text[limit]) & 0xC0) == 0x80) {
         --limit;
+    }
     text.resize(limit);
 }
 
@@ -68,8 +76,9 @@ void cutAtCharacter(std::string& text, std::size_t limit) {
 UrlParts splitUrl(std::string_view url) {
     UrlParts parts;
     const auto range = findAuthority(url);
-    if (!range)
+    if (!range) {
         return parts;
+    }
     parts.Scheme = lowered(url.substr(0, range->First - 3));
     std::string_view authority = url.substr(range->First, range->Last - range->First);
     if (const auto at = authority.rfind('@'); at != authority.npos) {
@@ -81,8 +90,9 @@ UrlParts splitUrl(std::string_view url) {
     const bool hasPort = colon != authority.npos && (bracket == authority.npos || colon > bracket);
     parts.Host = lowered(authority.substr(0, hasPort ? colon : authority.size()));
     parts.Port = hasPort ? authority.substr(colon + 1) : std::string_view{};
-    if (parts.Port.empty())
+    if (parts.Port.empty()) {
         parts.Port = defaultPort(parts.Scheme);
+    }
     std::string_view rest = url.substr(range->Last);
     parts.Path = rest.substr(0, rest.find_first_of("?#"));
     return parts;
@@ -97,21 +107,25 @@ bool sameOrigin(std::string_view left, std::string_view right) {
 UserInfo takeUserInfo(std::string& url) {
     UserInfo result;
     const auto range = findAuthority(url);
-    if (!range)
+    if (!range) {
         return result;
+    }
     const std::string authority = url.substr(range->First, range->Last - range->First);
     const auto at = authority.rfind('@');
-    if (at == authority.npos)
+    if (at == authority.npos) {
         return result;
+    }
     const std::string info = authority.substr(0, at);
     url.erase(range->First, at + 1);
-    if (info.empty())
+    if (info.empty()) {
         return result;
+    }
     result.Present = true;
     const auto colon = info.find(':');
     result.User = percentDecode(info.substr(0, colon));
-    if (colon != info.npos)
+    if (colon != info.npos) {
         result.Password = percentDecode(info.substr(colon + 1));
+    }
     return result;
 }
 
@@ -121,8 +135,9 @@ std::string maskUserInfo(std::string_view text) {
     while (const auto range = findAuthority(result, kUrlEnds, position)) {
         position = range->First;
         const auto at = result.rfind('@', range->Last == 0 ? 0 : range->Last - 1);
-        if (at == result.npos || at < range->First)
+        if (at == result.npos || at < range->First) {
             continue;
+        }
         result.replace(range->First, at - range->First, "***");
     }
     return result;
@@ -147,8 +162,9 @@ std::string fileNameFor(std::string_view url) {
     const std::string name = percentDecode(path.substr(path.rfind('/') + 1));
     // An escaped slash must not lead out of the folder, and a line break in a listing deceives the reader.
     std::string clean;
-    for (const char c : replaceControls(name, "_"))
+    for (const char c : replaceControls(name, "_")) {
         clean += c == '/' || c == '\\' ? '_' : c;
+    }
     clean.erase(0, clean.find_first_not_of(". "));
     clean.erase(clean.find_last_not_of(' ') + 1);
     cutAtCharacter(clean, kLongestFileName);

@@ -7,6 +7,12 @@
 //   ArrayObjects.cpp    object and enumeration arrays, the is-a test
 #pragma once
 
+#include "host/ArrayApi.h"
+#include "host/ClassSystem.h"
+
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <boost/smart_ptr/intrusive_ref_counter.hpp>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -15,12 +21,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <boost/smart_ptr/intrusive_ptr.hpp>
-#include <boost/smart_ptr/intrusive_ref_counter.hpp>
-
-#include "host/ArrayApi.h"
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

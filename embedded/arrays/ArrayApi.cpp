@@ -1,12 +1,12 @@
 // The host's operations on arrays of every class. Reading null is reading the array of no class.
 #include "host/ArrayApi.h"
 
-#include <cstring>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/messages/HostFailure.h"
 #include "host/Text.h"
+
+#include <cstring>
 
 using namespace vantik::detail;
 
@@ -18,9 +18,10 @@ std::string get_string(const vxArray_tag* array) {
 
 std::u16string get_ustring(const vxArray_tag* array) {
     const PlainContents* contents = plainContents(array);
-    if (!contents || contents->ClassId != vxCHAR_CLASS)
+    if (!contents || contents->ClassId != vxCHAR_CLASS) {
         raiseHostFailure("VANTIK:vx", "ExpectedText",
                          {std::string(detail::noninlined::vx_array_api::vxGetClassName(array))});
+    }
     return std::u16string(textElements(*contents));
 }
 
@@ -34,8 +35,9 @@ std::unique_ptr<vxArray_tag, vxDestroy_deleter> create(const char* text, std::si
 
 void destroyArray(vxArray_tag* array) noexcept {
     // A borrowed field value belongs to its struct.
-    if (!array || array->Nested)
+    if (!array || array->Nested) {
         return;
+    }
     CallFrame::unlink(array);
     delete array;
 }
@@ -51,10 +53,12 @@ vxArray_tag* vxCreateEmptyUnknownArrayNotOnArrayList() {
 }
 
 vxArray_tag* vxCreateNumericMatrix(std::size_t rows, std::size_t columns, vxClassID classId, vxComplexity complexity) {
-    if (!isNumeric(classId))
+    if (!isNumeric(classId)) {
         raiseHostFailure("VANTIK:vx", "ExpectedNumericClass", {static_cast<std::int64_t>(classId)});
-    if (complexity != vxREAL)
+    }
+    if (complexity != vxREAL) {
         raiseHostFailure("VANTIK:vx", "ExpectedReal", {static_cast<std::int64_t>(complexity)});
+    }
     return makePlain(classId, rows, columns);
 }
 
@@ -68,8 +72,9 @@ vxArray_tag* vxCreateSharedDataCopy(const vxArray_tag* array) {
 
 double vxGetScalar(const vxArray_tag* array) {
     const vxClassID classId = vxGetClassID(array);
-    if (classId != vxLOGICAL_CLASS && !isNumeric(classId))
+    if (classId != vxLOGICAL_CLASS && !isNumeric(classId)) {
         raiseHostFailure("VANTIK:vx", "ExpectedClass", {std::string("number"), std::string(vxGetClassName(array))});
+    }
     return elementAsDouble(array, 0);
 }
 
@@ -86,12 +91,14 @@ vxClassID vxGetClassID(const vxArray_tag* array) {
 }
 
 void vxSetArrayScope(vxArray_tag* array, vxVariableScope scope) {
-    if (!array)
+    if (!array) {
         return;
-    if (scope == vxPERSISTENT_SCOPE)
+    }
+    if (scope == vxPERSISTENT_SCOPE) {
         CallFrame::unlink(array);
-    else if (CallFrame* frame = CallFrame::current())
+    } else if (CallFrame* frame = CallFrame::current()) {
         frame->link(array);
+    }
 }
 
 const void* vxGetData(const vxArray_tag* array) {

@@ -1,4 +1,5 @@
 #include "embedded/arrays/Array.h"
+#include "embedded/arrays/CallFrame.h"
 
 #include <algorithm>
 #include <atomic>
@@ -7,8 +8,6 @@
 #include <new>
 #include <stdexcept>
 #include <utility>
-
-#include "embedded/arrays/CallFrame.h"
 
 namespace vantik::detail {
 
@@ -41,18 +40,21 @@ constexpr std::size_t kLargestBlock = std::numeric_limits<std::ptrdiff_t>::max()
 
 std::size_t product(std::size_t left, std::size_t right) {
     std::size_t result = 0;
-    if (__builtin_mul_overflow(left, right, &result))
+    if (__builtin_mul_overflow(left, right, &result)) {
         throw std::bad_alloc();
+    }
     return result;
 }
 
 std::size_t blockSize(vxClassID classId, std::size_t count) {
     const PlainClass* row = plainClass(classId);
-    if (!row)
+    if (!row) {
         throw std::invalid_argument("an array of class " + std::to_string(classId) + " has no plain elements");
+    }
     const std::size_t size = product(count, row->ElementSize);
-    if (size > kLargestBlock)
+    if (size > kLargestBlock) {
         throw std::bad_alloc();
+    }
     return size;
 }
 
@@ -62,8 +64,9 @@ void* allocateBlock(std::size_t size, PlainContents::Fill fill) {
     // before it is written.
     void* block = fill == PlainContents::Fill::Zero ? std::calloc(std::max<std::size_t>(size, 1), 1)
                                                     : std::malloc(std::max<std::size_t>(size, 1));
-    if (!block)
+    if (!block) {
         throw std::bad_alloc();
+    }
     return block;
 }
 
@@ -94,8 +97,9 @@ const char* PlainContents::className() const noexcept {
 
 vxArray_tag* makeArray(ContentsPtr contents) {
     auto* array = new vxArray_tag(std::move(contents));
-    if (CallFrame* frame = CallFrame::current())
+    if (CallFrame* frame = CallFrame::current()) {
         frame->link(array);
+    }
     return array;
 }
 
@@ -126,8 +130,9 @@ vxArray_tag* makePlain(vxClassID classId, std::size_t rows, std::size_t columns)
 vxArray_tag* makePlainFrom(vxClassID classId, std::size_t rows, std::size_t columns, const void* elements) {
     boost::intrusive_ptr<PlainContents> contents(
         new PlainContents(classId, rows, columns, PlainContents::Fill::Undefined));
-    if (contents->byteCount() != 0)
+    if (contents->byteCount() != 0) {
         std::memcpy(contents->elements<std::byte>(), elements, contents->byteCount());
+    }
     return makeArray(std::move(contents));
 }
 
@@ -137,8 +142,9 @@ std::size_t elementCount(const vxArray_tag* array) noexcept {
 
 double elementAsDouble(const vxArray_tag* array, std::size_t index) noexcept {
     const PlainContents* contents = plainContents(array);
-    if (!contents || index >= contents->Count)
+    if (!contents || index >= contents->Count) {
         return 0;
+    }
     switch (contents->ClassId) {
     case vxLOGICAL_CLASS:
     case vxUINT8_CLASS:
@@ -165,17 +171,20 @@ std::size_t elementSize(vxClassID classId) noexcept {
 }
 
 const PlainContents* plainContents(const vxArray_tag* array) noexcept {
-    if (!array || !array->Contents || !plainClass(array->Contents->ClassId))
+    if (!array || !array->Contents || !plainClass(array->Contents->ClassId)) {
         return nullptr;
+    }
     return static_cast<const PlainContents*>(array->Contents.get());
 }
 
 PlainContents* writablePlainContents(vxArray_tag* array) {
     const PlainContents* contents = plainContents(array);
-    if (!contents)
+    if (!contents) {
         return nullptr;
-    if (contents->use_count() > 1)
+    }
+    if (contents->use_count() > 1) {
         array->Contents = new PlainContents(*contents);
+    }
     return static_cast<PlainContents*>(array->Contents.get());
 }
 

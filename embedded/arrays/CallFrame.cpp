@@ -1,8 +1,8 @@
 #include "embedded/arrays/CallFrame.h"
 
-#include <atomic>
-
 #include "embedded/arrays/Array.h"
+
+#include <atomic>
 
 namespace vantik::detail {
 
@@ -31,11 +31,13 @@ CallFrame::~CallFrame() {
 }
 
 void CallFrame::handOut(vxArray_tag* result) noexcept {
-    if (!result || result->Frame != this)
+    if (!result || result->Frame != this) {
         return;
+    }
     unlink(result);
-    if (Enclosing)
+    if (Enclosing) {
         Enclosing->link(result);
+    }
 }
 
 CallFrame* CallFrame::current() noexcept {
@@ -47,24 +49,29 @@ std::size_t CallFrame::reclaimed() noexcept {
 }
 
 void CallFrame::link(vxArray_tag* array) noexcept {
-    if (array->Frame || array->Nested)
+    if (array->Frame || array->Nested) {
         return;
+    }
     array->Frame = this;
     array->Older = Newest;
-    if (Newest)
+    if (Newest) {
         Newest->Newer = array;
+    }
     Newest = array;
 }
 
 void CallFrame::unlink(vxArray_tag* array) noexcept {
-    if (!array->Frame)
+    if (!array->Frame) {
         return;
-    if (array->Newer)
+    }
+    if (array->Newer) {
         array->Newer->Older = array->Older;
-    else
+    } else {
         array->Frame->Newest = array->Older;
-    if (array->Older)
+    }
+    if (array->Older) {
         array->Older->Newer = array->Newer;
+    }
     array->Frame = nullptr;
     array->Newer = nullptr;
     array->Older = nullptr;

@@ -1,11 +1,10 @@
 // What the bases of the information classes do by themselves, and the storage that a library shares with them.
+#include "embedded/messages/HostFailure.h"
 #include "host/ClassSystem.h"
+#include "host/Heap.h"
 
 #include <cstdlib>
 #include <utility>
-
-#include "embedded/messages/HostFailure.h"
-#include "host/Heap.h"
 
 namespace vcos {
 

@@ -1,12 +1,10 @@
 #include "embedded/classes/ClassDefinition.h"
 
+#include "embedded/messages/HostFailure.h"
+#include "host/Messages.h"
+
 #include <algorithm>
 #include <utility>
-
-#include "embedded/classes/ClassRegistry.h"
-#include "embedded/messages/HostFailure.h"
-#include "embedded/scope/Scope.h"
-#include "host/Messages.h"
 
 namespace vantik::detail {
 
@@ -32,9 +30,9 @@ std::vector<TypeWord> parseAll(const std::vector<vcos::InternedName>& words, aut
 
 } // namespace
 
-ClassDefinition::ClassDefinition(const ClassRegistry& registry, std::string fullName,
+ClassDefinition::ClassDefinition(const KnownClasses& known, std::string fullName,
                                  std::unique_ptr<vcos::COSClassInfo> description)
-    : Registry(registry), FullName(std::move(fullName)), Description(std::move(description)), Lineage{this} {}
+    : Known(known), FullName(std::move(fullName)), Description(std::move(description)), Lineage{this} {}
 
 // Members and methods may still use the description.
 ClassDefinition::~ClassDefinition() {
@@ -43,7 +41,7 @@ ClassDefinition::~ClassDefinition() {
 }
 
 void ClassDefinition::addBaseClass(std::string_view fullName) {
-    std::shared_ptr<const ClassDefinition> base = Registry.require(fullName);
+    std::shared_ptr<const ClassDefinition> base = Known.require(fullName);
     // A class that is being replaced must not derive from its former self: an object would hold two instances of one
     // name.
     if (base->isA(FullName)) {
@@ -116,7 +114,7 @@ const MethodEntry* ClassDefinition::findConstructor() const noexcept {
 void ClassDefinition::load(bool) {}
 
 vcos::InternedName ClassDefinition::getFullName() const {
-    return Scope::current().Names.intern(FullName);
+    return vcos::internal::makeInterned(std::string(FullName));
 }
 
 TypeWord ClassDefinition::parseType(std::string_view member, vcos::InternedName word) const {
@@ -134,7 +132,7 @@ vcos::COSDataTypePtr ClassDefinition::validatePropertyType(vcos::InternedName na
     TypeWord type = parseType(textOf(name), typeWord);
     // A method's types are looked at with each call; a property's type must be there from the start.
     if (type.Content == TypeWord::Kind::Object && !type.ClassName.empty() && type.ClassName != FullName &&
-        !Registry.find(type.ClassName)) {
+        !Known.find(type.ClassName)) {
         raiseHostFailure("VANTIK:vcos", "UnknownType", {FullName, std::string(textOf(name)), type.Text});
     }
     return std::make_shared<const vcos::COSDataType>(std::move(type));

@@ -1,17 +1,29 @@
 // One class of a scope: what its description added to it, and what it inherits.
 #pragma once
 
+#include "embedded/classes/TypeWord.h"
+#include "host/ClassSystem.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "embedded/classes/TypeWord.h"
-#include "host/ClassSystem.h"
-
 namespace vantik::detail {
 
-class ClassRegistry;
+class ClassDefinition;
+
+// What a definition may name: the classes of its scope.
+class KnownClasses {
+public:
+    // The class in force under a full name; null where there is none.
+    virtual std::shared_ptr<ClassDefinition> find(std::string_view fullName) const = 0;
+    // The same, and a failure that names the nearest known class where there is none.
+    virtual std::shared_ptr<ClassDefinition> require(std::string_view fullName) const = 0;
+
+protected:
+    ~KnownClasses() = default;
+};
 
 // A method with what its signature declares.
 struct MethodEntry {
@@ -34,8 +46,7 @@ struct PropertyEntry {
 // Complete once `defineClass` has run; never changed afterwards, so objects share it with the registry.
 class ClassDefinition final : public vcos::COSClass {
 public:
-    ClassDefinition(const ClassRegistry& registry, std::string fullName,
-                    std::unique_ptr<vcos::COSClassInfo> description);
+    ClassDefinition(const KnownClasses& known, std::string fullName, std::unique_ptr<vcos::COSClassInfo> description);
     ~ClassDefinition() override;
 
     // From `defineClass` of a description that knows this host: a base class, which must be there, and the members of
@@ -72,7 +83,7 @@ public:
 private:
     TypeWord parseType(std::string_view member, vcos::InternedName word) const;
 
-    const ClassRegistry& Registry; // used only while the class is being defined
+    const KnownClasses& Known; // used only while the class is being defined
     std::string FullName;
     std::unique_ptr<vcos::COSClassInfo> Description;
     std::vector<std::shared_ptr<const ClassDefinition>> Bases;

@@ -1,14 +1,12 @@
 #include "embedded/classes/ClassRegistry.h"
 
-#include <algorithm>
-#include <utility>
-
-#include "embedded/classes/ClassDefinition.h"
-#include "embedded/classes/HostClasses.h"
 #include "embedded/classes/Package.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/text/NearestName.h"
 #include "host/Messages.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace vantik::detail {
 
@@ -55,9 +53,7 @@ std::string Package::getFullName() const {
     return FullName;
 }
 
-ClassRegistry::ClassRegistry() {
-    defineHostClasses(*this);
-}
+ClassRegistry::ClassRegistry() = default; // here, where a package is known
 
 // Classes go youngest first, since a class may still look at what was there before it; then the packages, inner ones
 // first.

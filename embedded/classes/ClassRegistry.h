@@ -10,22 +10,21 @@
 //   ClassDefaults.cpp  what the bases of the information classes answer by themselves
 #pragma once
 
+#include "embedded/classes/ClassDefinition.h"
+#include "host/ClassSystem.h"
+
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/ClassSystem.h"
-
 namespace vantik::detail {
 
-class ClassDefinition;
 class Package;
 
-class ClassRegistry {
+class ClassRegistry final : public KnownClasses {
 public:
-    // With the classes that the host itself supplies (HostClasses.h).
     ClassRegistry();
     ~ClassRegistry();
     ClassRegistry(const ClassRegistry&) = delete;
@@ -39,10 +38,8 @@ public:
     // The package of that full name; it and its parents are added where they are missing.
     void ensurePackage(std::string_view fullName);
 
-    // The class in force under a full name; null where there is none.
-    std::shared_ptr<ClassDefinition> find(std::string_view fullName) const;
-    // The same, and a failure that names the nearest known class where there is none.
-    std::shared_ptr<ClassDefinition> require(std::string_view fullName) const;
+    std::shared_ptr<ClassDefinition> find(std::string_view fullName) const override;
+    std::shared_ptr<ClassDefinition> require(std::string_view fullName) const override;
 
     // Adds a class to a package that is there, and has its description define it. A class of the same name is replaced:
     // objects made before keep the old description alive. Where `defineClass` raises, everything is as it was before,

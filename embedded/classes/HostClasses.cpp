@@ -1,13 +1,13 @@
 #include "embedded/classes/HostClasses.h"
 
+#include "embedded/classes/ClassDefinition.h"
+#include "embedded/classes/ClassRegistry.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "embedded/classes/ClassDefinition.h"
-#include "embedded/classes/ClassRegistry.h"
 
 namespace vantik::detail {
 

@@ -2,13 +2,13 @@
 // pointers.
 #pragma once
 
+#include "host/ClassSystem.h"
+
 #include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
-
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

@@ -1,10 +1,10 @@
 // One package of a scope.
 #pragma once
 
+#include "host/ClassSystem.h"
+
 #include <memory>
 #include <string>
-
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

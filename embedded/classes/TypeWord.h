@@ -1,12 +1,12 @@
 // Type words: the short texts with which a signature declares what a property or a method takes and gives.
 #pragma once
 
+#include "host/ArrayApi.h"
+#include "host/ClassSystem.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "host/ArrayApi.h"
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

@@ -1,13 +1,13 @@
 #include "host/Iri.h"
 
-#include <exception>
-#include <utility>
-
 #include "embedded/iri/IriHost.h"
 #include "embedded/iri/IriParts.h"
 #include "embedded/iri/IriText.h"
 #include "embedded/text/TextConversion.h"
 #include "host/Messages.h"
+
+#include <exception>
+#include <utility>
 
 namespace foundation::network {
 
@@ -28,8 +28,9 @@ struct IRI::Parts : vantik::detail::IriParts {};
 IRI::IRI() = default;
 
 IRI::IRI(const std::u16string& text) {
-    if (!text.empty())
+    if (!text.empty()) {
         Data = std::make_unique<Parts>(Parts{vantik::detail::parseIri(text)});
+    }
 }
 
 IRI::IRI(const IRIArgs& parts) : Data(parts.Data ? std::make_unique<Parts>(*parts.Data) : nullptr) {}
@@ -64,8 +65,9 @@ bool IRI::hasHost() const {
 }
 
 std::u16string IRI::getHost(Encoding encoding) const {
-    if (!hasHost())
+    if (!hasHost()) {
         return {};
+    }
     const std::string& host = Data->Host;
     switch (encoding) {
     case Encoding::Unicode:
@@ -114,8 +116,9 @@ std::u16string IRI::toAsciiString(bool decode) const {
 }
 
 IRI IRI::resolveAgainst(const IRI& base) const {
-    if (!base.hasScheme())
+    if (!base.hasScheme()) {
         vantik::detail::refuseIri("base without a scheme", 0);
+    }
     IRI result;
     result.Data = std::make_unique<Parts>(Parts{vantik::detail::resolveIri(Data ? *Data : Parts{}, *base.Data)});
     return result;
@@ -133,8 +136,9 @@ IRIArgs& IRIArgs::operator=(const IRIArgs& other) {
 IRIArgs::~IRIArgs() = default;
 
 IRIArgs& IRIArgs::clearFragment() {
-    if (Data)
+    if (Data) {
         Data->Fragment.reset();
+    }
     return *this;
 }
 

@@ -1,18 +1,18 @@
 #include "embedded/iri/IriHost.h"
 
+#include "embedded/iri/IriText.h"
+#include "embedded/text/TextConversion.h"
+
+#include <boost/url/ipv6_address.hpp>
+#include <boost/url/parse.hpp>
+#include <unicode/uidna.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <utility>
-
-#include <boost/url/ipv6_address.hpp>
-#include <boost/url/parse.hpp>
-#include <unicode/uidna.h>
-
-#include "embedded/iri/IriText.h"
-#include "embedded/text/TextConversion.h"
 
 namespace vantik::detail {
 
@@ -63,8 +63,9 @@ const UIDNA* uts46() {
     static const std::unique_ptr<UIDNA, CloseIdna> instance = [] {
         UErrorCode status = U_ZERO_ERROR;
         std::unique_ptr<UIDNA, CloseIdna> opened(uidna_openUTS46(kUts46Options, &status));
-        if (U_FAILURE(status))
+        if (U_FAILURE(status)) {
             throw std::runtime_error(std::string("the host name rules cannot be loaded: ") + u_errorName(status));
+        }
         return opened;
     }();
     return instance.get();
@@ -100,8 +101,9 @@ std::string lowered(std::string text) {
 std::string asciiOnly(std::u16string_view text, std::size_t position) {
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] > 0x7F)
+        if (text[i] > 0x7F) {
             refuseIri("character outside ASCII in an address", position + i);
+        }
         result.push_back(static_cast<char>(text[i]));
     }
     return result;
@@ -112,8 +114,9 @@ std::string addressToAscii(std::u16string_view host, std::size_t position) {
     const std::string text = lowered(asciiOnly(host, position));
     const std::string_view address = std::string_view(text).substr(1, text.size() - 2);
     // The form reserved for future addresses is a matter of the grammar alone.
-    if (!address.starts_with('v') && !boost::urls::parse_ipv6_address(address))
+    if (!address.starts_with('v') && !boost::urls::parse_ipv6_address(address)) {
         refuseIri("malformed IPv6 address", position);
+    }
     return text;
 }
 
@@ -121,45 +124,54 @@ std::string nameToAscii(std::u16string_view host, std::size_t position) {
     // Percent-encodings stand for bytes of UTF-8.
     std::size_t badByte = 0;
     const auto decoded = decodeUtf8Strictly(percentDecode(encodeUtf8(host)), badByte);
-    if (!decoded)
+    if (!decoded) {
         refuseIri("percent-encoding that is no UTF-8 in the host name", position);
+    }
 
     std::uint32_t errors = 0;
     const std::u16string mapped = mapName(uidna_nameToASCII, *decoded, errors);
-    if ((errors & ~kAcceptedErrors) != 0)
+    if ((errors & ~kAcceptedErrors) != 0) {
         refuseIri(reasonFor(errors & ~kAcceptedErrors), position);
+    }
 
     // The mapping turns look-alikes of delimiters into delimiters (U+FF0F becomes "/"), and leaves blanks.
     std::string result;
     for (const char16_t c : mapped) {
-        if (c > 0x7F || !isHostCharacter(static_cast<char>(c)))
+        if (c > 0x7F || !isHostCharacter(static_cast<char>(c))) {
             refuseIri("character that host names must not hold", position);
+        }
         result.push_back(static_cast<char>(c));
     }
-    if (result.empty())
+    if (result.empty()) {
         refuseIri("host name without a character", position);
+    }
     return lowered(std::move(result));
 }
 
 } // namespace
 
 std::string hostToAscii(std::u16string_view host, std::size_t position) {
-    if (host.empty())
+    if (host.empty()) {
         return {};
-    if (host.size() > kLongestHost)
+    }
+    if (host.size() > kLongestHost) {
         refuseIri("host of " + std::to_string(host.size()) + " characters", position);
+    }
     const std::size_t blank = host.find(u' ');
-    if (blank != host.npos)
+    if (blank != host.npos) {
         refuseIri("blank in the host", position + blank);
-    if (host.front() == u'[' && host.back() == u']')
+    }
+    if (host.front() == u'[' && host.back() == u']') {
         return addressToAscii(host, position);
+    }
     return nameToAscii(host, position);
 }
 
 std::u16string hostToUnicode(const std::string& asciiHost) {
     const std::u16string wide(asciiHost.begin(), asciiHost.end());
-    if (wide.empty() || wide.front() == u'[')
+    if (wide.empty() || wide.front() == u'[') {
         return wide;
+    }
     std::uint32_t errors = 0;
     const std::u16string name = mapName(uidna_nameToUnicode, wide, errors);
     return (errors & ~kAcceptedErrors) == 0 ? name : wide;

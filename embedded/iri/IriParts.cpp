@@ -1,14 +1,14 @@
 #include "embedded/iri/IriParts.h"
 
-#include <charconv>
-#include <cstddef>
-#include <limits>
+#include "embedded/iri/IriHost.h"
+#include "embedded/iri/IriText.h"
 
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 
-#include "embedded/iri/IriHost.h"
-#include "embedded/iri/IriText.h"
+#include <charconv>
+#include <cstddef>
+#include <limits>
 
 namespace vantik::detail {
 
@@ -52,8 +52,9 @@ Pieces split(std::u16string_view text) {
         pieces.Query = Piece{text.substr(position, end - position), position};
         position = end;
     }
-    if (position < text.size())
+    if (position < text.size()) {
         pieces.Fragment = Piece{text.substr(position + 1), position + 1};
+    }
     return pieces;
 }
 
@@ -64,12 +65,14 @@ std::string mapScheme(const Piece& scheme) {
         const bool upper = c >= u'A' && c <= u'Z';
         const bool letter = upper || (c >= u'a' && c <= u'z');
         const bool other = (c >= u'0' && c <= u'9') || c == u'+' || c == u'-' || c == u'.';
-        if (!letter && (i == 0 || !other))
+        if (!letter && (i == 0 || !other)) {
             refuseIri("character that a scheme must not hold before the first \":\"", i);
+        }
         result.push_back(static_cast<char>(upper ? c + 0x20 : c));
     }
-    if (result.empty())
+    if (result.empty()) {
         refuseIri("\":\" without a scheme", 0);
+    }
     return result;
 }
 
@@ -79,11 +82,13 @@ std::string mapPort(const Piece& port) {
     unsigned value = 0;
     for (std::size_t i = 0; i < port.Text.size(); ++i) {
         const char16_t c = port.Text[i];
-        if (c < u'0' || c > u'9')
+        if (c < u'0' || c > u'9') {
             refuseIri("character that is no digit in the port", port.Position + i);
+        }
         value = value * 10 + static_cast<unsigned>(c - u'0');
-        if (value > std::numeric_limits<std::uint16_t>::max())
+        if (value > std::numeric_limits<std::uint16_t>::max()) {
             refuseIri("port above 65535", port.Position);
+        }
         result.push_back(static_cast<char>(c));
     }
     return result;
@@ -96,23 +101,27 @@ void mapAuthority(const Piece& authority, std::string& result) {
         result += encodeComponent(IriComponent::UserInfo, rest.Text.substr(0, at), rest.Position) + "@";
         rest = {rest.Text.substr(at + 1), rest.Position + at + 1};
         // Readers differ in which "@" ends the user information, and so in which host is meant.
-        if (const std::size_t second = rest.Text.find(u'@'); second != rest.Text.npos)
+        if (const std::size_t second = rest.Text.find(u'@'); second != rest.Text.npos) {
             refuseIri("second \"@\" in the authority", rest.Position + second);
+        }
     }
     std::size_t hostEnd = 0;
     if (rest.Text.starts_with(u'[')) {
         hostEnd = rest.Text.find(u']');
-        if (hostEnd == rest.Text.npos)
+        if (hostEnd == rest.Text.npos) {
             refuseIri("\"[\" without \"]\"", rest.Position);
+        }
         ++hostEnd;
-        if (hostEnd < rest.Text.size() && rest.Text[hostEnd] != u':')
+        if (hostEnd < rest.Text.size() && rest.Text[hostEnd] != u':') {
             refuseIri("text between \"]\" and the port", rest.Position + hostEnd);
+        }
     } else {
         hostEnd = std::min(rest.Text.find(u':'), rest.Text.size());
     }
     result += hostToAscii(rest.Text.substr(0, hostEnd), rest.Position);
-    if (hostEnd < rest.Text.size())
+    if (hostEnd < rest.Text.size()) {
         result += ":" + mapPort({rest.Text.substr(hostEnd + 1), rest.Position + hostEnd + 1});
+    }
 }
 
 // RFC 3987 section 3.1: the identifier in ASCII.
@@ -120,17 +129,20 @@ std::string mapToUri(std::u16string_view text) {
     const Pieces pieces = split(text);
     std::string uri;
     uri.reserve(text.size());
-    if (pieces.Scheme)
+    if (pieces.Scheme) {
         uri += mapScheme(*pieces.Scheme) + ":";
+    }
     if (pieces.Authority) {
         uri += "//";
         mapAuthority(*pieces.Authority, uri);
     }
     uri += encodeComponent(IriComponent::Path, pieces.Path.Text, pieces.Path.Position);
-    if (pieces.Query)
+    if (pieces.Query) {
         uri += "?" + encodeComponent(IriComponent::Query, pieces.Query->Text, pieces.Query->Position);
-    if (pieces.Fragment)
+    }
+    if (pieces.Fragment) {
         uri += "#" + encodeComponent(IriComponent::Fragment, pieces.Fragment->Text, pieces.Fragment->Position);
+    }
     return uri;
 }
 
@@ -143,8 +155,9 @@ std::string toText(const Text& text) {
 
 std::uint16_t IriParts::portNumber() const noexcept {
     std::uint16_t number = 0;
-    if (Port)
+    if (Port) {
         std::from_chars(Port->data(), Port->data() + Port->size(), number);
+    }
     return number;
 }
 
@@ -152,47 +165,58 @@ IriParts parseIri(std::u16string_view text) {
     checkIriText(text);
     const std::string uri = mapToUri(text);
     const auto parsed = boost::urls::parse_uri_reference(uri);
-    if (!parsed)
+    if (!parsed) {
         refuseIri("text that is no identifier (" + parsed.error().message() + ")", 0);
+    }
 
     const boost::urls::url_view& view = *parsed;
     IriParts parts;
-    if (view.has_scheme())
+    if (view.has_scheme()) {
         parts.Scheme = toText(view.scheme());
+    }
     parts.HasAuthority = view.has_authority();
-    if (view.has_userinfo())
+    if (view.has_userinfo()) {
         parts.UserInfo = toText(view.encoded_userinfo());
+    }
     parts.Host = toText(view.encoded_host());
-    if (view.has_port())
+    if (view.has_port()) {
         parts.Port = toText(view.port());
+    }
     parts.Path = toText(view.encoded_path());
-    if (view.has_query())
+    if (view.has_query()) {
         parts.Query = toText(view.encoded_query());
-    if (view.has_fragment())
+    }
+    if (view.has_fragment()) {
         parts.Fragment = toText(view.encoded_fragment());
+    }
     return parts;
 }
 
 std::string composeIri(const IriParts& parts, bool decode) {
     const auto form = [decode](const std::string& text) { return decode ? decodeUnreserved(text) : text; };
     std::string result;
-    if (parts.Scheme)
+    if (parts.Scheme) {
         result += *parts.Scheme + ":";
+    }
     if (parts.HasAuthority) {
         result += "//";
-        if (parts.UserInfo)
+        if (parts.UserInfo) {
             result += form(*parts.UserInfo) + "@";
+        }
         result += parts.Host;
-        if (parts.Port)
+        if (parts.Port) {
             result += ":" + *parts.Port;
+        }
     } else if (parts.Path.starts_with("//")) {
         result += "/."; // else the path would be read as an authority
     }
     result += form(parts.Path);
-    if (parts.Query)
+    if (parts.Query) {
         result += "?" + form(*parts.Query);
-    if (parts.Fragment)
+    }
+    if (parts.Fragment) {
         result += "#" + form(*parts.Fragment);
+    }
     return result;
 }
 

@@ -1,8 +1,8 @@
 // Resolution of references by RFC 3986 section 5.2.
+#include "embedded/iri/IriParts.h"
+
 #include <algorithm>
 #include <cstddef>
-
-#include "embedded/iri/IriParts.h"
 
 namespace vantik::detail {
 
@@ -10,8 +10,9 @@ namespace {
 
 // Section 5.2.3.
 std::string mergePaths(const IriParts& base, const std::string& path) {
-    if (base.HasAuthority && base.Path.empty())
+    if (base.HasAuthority && base.Path.empty()) {
         return "/" + path;
+    }
     return base.Path.substr(0, base.Path.rfind('/') + 1) + path; // without a "/" nothing of the base stays
 }
 

@@ -1,12 +1,12 @@
 #include "embedded/iri/IriText.h"
 
-#include <cstdint>
-#include <exception>
+#include "embedded/text/TextConversion.h"
+#include "host/Messages.h"
 
 #include <unicode/utf16.h>
 
-#include "embedded/text/TextConversion.h"
-#include "host/Messages.h"
+#include <cstdint>
+#include <exception>
 
 namespace vantik::detail {
 
@@ -49,12 +49,15 @@ constexpr bool isAllowed(IriComponent component, char16_t c) {
 
 // Value of a hexadecimal digit; negative for every other character.
 constexpr int hexValue(char16_t c) {
-    if (c >= u'0' && c <= u'9')
+    if (c >= u'0' && c <= u'9') {
         return c - u'0';
-    if (c >= u'a' && c <= u'f')
+    }
+    if (c >= u'a' && c <= u'f') {
         return c - u'a' + 10;
-    if (c >= u'A' && c <= u'F')
+    }
+    if (c >= u'A' && c <= u'F') {
         return c - u'A' + 10;
+    }
     return -1;
 }
 
@@ -81,16 +84,21 @@ void refuseIri(const std::string& what, std::size_t position) {
 void checkIriText(std::u16string_view text) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char16_t c = text[i];
-        if (c < 0x20 || (c >= 0x7F && c <= 0x9F))
+        if (c < 0x20 || (c >= 0x7F && c <= 0x9F)) {
             refuseIri("control character", i);
-        if (c == u'\\')
+        }
+        if (c == u'\\') {
             refuseIri("backslash", i);
-        if (c == u'%' && (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0))
+        }
+        if (c == u'%' && (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0)) {
             refuseIri("\"%\" without two hexadecimal digits", i);
-        if (!U16_IS_SURROGATE(c))
+        }
+        if (!U16_IS_SURROGATE(c)) {
             continue;
-        if (!U16_IS_LEAD(c) || i + 1 == text.size() || !U16_IS_TRAIL(text[i + 1]))
+        }
+        if (!U16_IS_LEAD(c) || i + 1 == text.size() || !U16_IS_TRAIL(text[i + 1])) {
             refuseIri("unpaired surrogate", i);
+        }
         ++i;
     }
 }
@@ -106,8 +114,9 @@ std::string encodeComponent(IriComponent component, std::u16string_view text, st
             refuseIri(std::string("character \"") + static_cast<char>(c) + "\" in the user information", position + i);
         } else {
             const std::size_t units = U16_IS_LEAD(c) ? 2 : 1;
-            for (const char byte : encodeUtf8(text.substr(i, units)))
+            for (const char byte : encodeUtf8(text.substr(i, units))) {
                 appendEncoded(result, byte);
+            }
             i += units - 1;
         }
     }
@@ -132,10 +141,11 @@ std::string percentEncodeNonAscii(std::string_view utf8) {
     std::string result;
     result.reserve(utf8.size());
     for (const char c : utf8) {
-        if (static_cast<unsigned char>(c) < 0x80)
+        if (static_cast<unsigned char>(c) < 0x80) {
             result.push_back(c);
-        else
+        } else {
             appendEncoded(result, c);
+        }
     }
     return result;
 }

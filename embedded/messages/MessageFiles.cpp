@@ -1,10 +1,9 @@
 #include "embedded/messages/MessageFiles.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -112,6 +111,21 @@ std::vector<std::shared_ptr<const MessageTable>> messageTables(const std::string
     }
     tables.emplace_back(std::shared_ptr<const void>(), &MessageTable::english());
     return tables;
+}
+
+std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName) {
+    const std::string fullName = id.fullName();
+    for (const auto& table : messageTables(localeName)) {
+        const std::u16string* pattern = table->find(fullName);
+        if (pattern == nullptr) {
+            continue;
+        }
+        std::u16string text = fillPattern(*pattern, id.arguments());
+        if (text.find_first_not_of(u" \t\r\n") != std::u16string::npos) {
+            return text;
+        }
+    }
+    return textWithoutPattern(id);
 }
 
 } // namespace vantik::detail

@@ -16,4 +16,8 @@ std::vector<std::shared_ptr<const MessageTable>> messageTables(const std::string
 // The names under which a locale is looked up: "de_AT.UTF-8" gives "de_AT" and "de". Empty for what is no locale.
 std::vector<std::string> localeChain(const std::string& localeName);
 
+// The text of a message in a locale ("de", "de_AT.UTF-8"): from the tables of the locale, of its language, then from
+// the English one. Never empty.
+std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName);
+
 } // namespace vantik::detail

@@ -1,6 +1,5 @@
 #include "embedded/messages/MessageTable.h"
 
-#include "embedded/messages/MessageFiles.h"
 #include "host/Text.h"
 
 #include <unicode/fmtable.h>
@@ -125,16 +124,6 @@ std::u16string argumentText(const resource_core::MsgArgument& argument) {
     return wellFormed(std::get<std::u16string>(argument));
 }
 
-std::u16string textWithoutPattern(const resource_core::BaseMsgID& id) {
-    std::u16string text = fl::i18n::to_ustring(id.fullName());
-    const char16_t* separator = u" ";
-    for (const resource_core::MsgArgument& argument : id.arguments()) {
-        text += separator + argumentText(argument);
-        separator = u", ";
-    }
-    return text;
-}
-
 } // namespace
 
 MessageTable MessageTable::parse(std::string_view utf8, const std::string& source) {
@@ -219,19 +208,14 @@ std::u16string fillPattern(const std::u16string& pattern, const std::vector<reso
                              : std::u16string();
 }
 
-std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName) {
-    const std::string fullName = id.fullName();
-    for (const auto& table : messageTables(localeName)) {
-        const std::u16string* pattern = table->find(fullName);
-        if (pattern == nullptr) {
-            continue;
-        }
-        std::u16string text = fillPattern(*pattern, id.arguments());
-        if (text.find_first_not_of(u" \t\r\n") != std::u16string::npos) {
-            return text;
-        }
+std::u16string textWithoutPattern(const resource_core::BaseMsgID& id) {
+    std::u16string text = fl::i18n::to_ustring(id.fullName());
+    const char16_t* separator = u" ";
+    for (const resource_core::MsgArgument& argument : id.arguments()) {
+        text += separator + argumentText(argument);
+        separator = u", ";
     }
-    return textWithoutPattern(id);
+    return text;
 }
 
 } // namespace vantik::detail

@@ -32,8 +32,7 @@ private:
 // A pattern with its arguments in place; empty where the pattern cannot be used.
 std::u16string fillPattern(const std::u16string& pattern, const std::vector<resource_core::MsgArgument>& arguments);
 
-// The text of a message in a locale ("de", "de_AT.UTF-8"): from the tables of the locale, of its language, then from
-// the English one. Never empty: a message that no table has gives its full name and its arguments.
-std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName);
+// What stands in for the text of a message that no table has: its full name and its arguments.
+std::u16string textWithoutPattern(const resource_core::BaseMsgID& id);
 
 } // namespace vantik::detail

@@ -1,8 +1,7 @@
 #include "host/Messages.h"
 
 #include "embedded/messages/HostFailure.h"
-#include "embedded/messages/MessageTable.h"
-#include "embedded/scope/Scope.h"
+#include "embedded/messages/MessageFiles.h"
 
 #include <utility>
 
@@ -72,14 +71,6 @@ void error_maxrhs() {
 void error_minrhs() {
     vantik::detail::raiseHostFailure("VANTIK:builtin", "NotEnoughInputs", {});
 }
-
-namespace noninlined::vx_array_api {
-
-void vxWarningMsgId(const resource_core::BaseMsgID& id) {
-    vantik::detail::Scope::current().Warnings.show(id);
-}
-
-} // namespace noninlined::vx_array_api
 
 } // namespace matrix::detail
 

@@ -1,19 +1,19 @@
 // Object and enumeration arrays, and the is-a test.
 #include "embedded/arrays/Array.h"
+#include "embedded/objects/HostObject.h"
+#include "embedded/scope/Scope.h"
 
 #include <cstring>
 #include <utility>
-
-#include "embedded/objects/HostObject.h"
-#include "embedded/scope/Scope.h"
 
 namespace vantik::detail {
 
 namespace {
 
 const EnumerationContents* enumerationContents(const vxArray_tag* array) noexcept {
-    if (!array || !array->Contents || array->Contents->ClassId != vxENUMERATION_CLASS)
+    if (!array || !array->Contents || array->Contents->ClassId != vxENUMERATION_CLASS) {
         return nullptr;
+    }
     return static_cast<const EnumerationContents*>(array->Contents.get());
 }
 
@@ -21,11 +21,13 @@ const EnumerationContents* enumerationContents(const vxArray_tag* array) noexcep
 // a class that derives from nothing, and outside every scope.
 const Scope* definingScope(const vxArray_tag* array) {
     const vxClassID classId = array->Contents->ClassId;
-    if (classId != vxOBJECT_CLASS && classId != vxENUMERATION_CLASS)
+    if (classId != vxOBJECT_CLASS && classId != vxENUMERATION_CLASS) {
         return nullptr;
+    }
     const auto& objects = objectElements(array);
-    if (!objects.empty() && objects.front())
+    if (!objects.empty() && objects.front()) {
         return HostObject::of(*objects.front().get()).scope().get();
+    }
     return Scope::currentOrNull();
 }
 
@@ -53,8 +55,9 @@ vxArray_tag* makeEnumerationArray(const std::string& className, std::vector<std:
 
 const std::vector<vcos::COSInterfacePtr>& objectElements(const vxArray_tag* array) {
     static const std::vector<vcos::COSInterfacePtr> none;
-    if (!array || !array->Contents || array->Contents->ClassId != vxOBJECT_CLASS)
+    if (!array || !array->Contents || array->Contents->ClassId != vxOBJECT_CLASS) {
         return none;
+    }
     return static_cast<const ObjectContents*>(array->Contents.get())->Elements;
 }
 
@@ -63,11 +66,13 @@ const std::vector<vcos::COSInterfacePtr>& objectElements(const vxArray_tag* arra
 namespace matrix::detail::noninlined::vx_array_api {
 
 bool vxIsA(const vxArray_tag* array, const char* className) {
-    if (!array || !array->Contents || !className)
+    if (!array || !array->Contents || !className) {
         return false;
+    }
     const char* ownName = array->Contents->className();
-    if (std::strcmp(ownName, className) == 0)
+    if (std::strcmp(ownName, className) == 0) {
         return true;
+    }
     const vantik::detail::Scope* scope = vantik::detail::definingScope(array);
     return scope && scope->Classes.derivesFrom(ownName, className);
 }
@@ -81,7 +86,8 @@ std::size_t omGetNumberOfElementsInUnderlyingArray(const vxArray_tag* array) {
 
 const std::string* omGetEnumerationID(const vxArray_tag* array, std::size_t index) {
     const auto* contents = vantik::detail::enumerationContents(array);
-    if (!contents || index >= contents->Count)
+    if (!contents || index >= contents->Count) {
         return nullptr;
+    }
     return vcos::internal::makeInterned(std::string(contents->Members[index]));
 }

@@ -1,15 +1,15 @@
 #include "host/ClassSystem.h"
 
-#include <algorithm>
-#include <memory>
-#include <utility>
-
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/objects/HostObject.h"
 #include "embedded/objects/ObjectCalls.h"
 #include "embedded/objects/SlotValue.h"
 #include "embedded/scope/Scope.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
 
 using vantik::detail::Scope;
 

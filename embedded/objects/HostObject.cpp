@@ -1,10 +1,10 @@
 #include "embedded/objects/HostObject.h"
 
-#include <utility>
-
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/scope/Scope.h"
 #include "host/Messages.h"
+
+#include <utility>
 
 namespace vantik::detail {
 

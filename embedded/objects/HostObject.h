@@ -1,11 +1,11 @@
 // One object of a class: the native instances behind it, one for each class that it derives from.
 #pragma once
 
+#include "host/ClassSystem.h"
+
 #include <cstddef>
 #include <memory>
 #include <vector>
-
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

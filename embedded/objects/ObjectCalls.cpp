@@ -1,16 +1,16 @@
 #include "embedded/objects/ObjectCalls.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <deque>
-#include <string>
-#include <utility>
-
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/objects/SlotValue.h"
 #include "embedded/text/NearestName.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <utility>
 
 namespace vantik::detail {
 

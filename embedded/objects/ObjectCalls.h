@@ -2,13 +2,13 @@
 // current scope and inside a call frame of its own; results belong to the caller.
 #pragma once
 
-#include <span>
-#include <string_view>
-#include <vector>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/objects/HostObject.h"
 #include "host/ClassSystem.h"
+
+#include <span>
+#include <string_view>
+#include <vector>
 
 namespace vcos {
 

@@ -1,5 +1,8 @@
 #include "embedded/objects/SlotValue.h"
 
+#include "embedded/messages/HostFailure.h"
+#include "embedded/scope/Scope.h"
+
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -7,9 +10,6 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
-
-#include "embedded/messages/HostFailure.h"
-#include "embedded/scope/Scope.h"
 
 namespace vantik::detail {
 

@@ -1,14 +1,14 @@
 // Values on their way through a value slot, in the direction of a handler and back.
 #pragma once
 
+#include "embedded/arrays/Array.h"
+#include "embedded/classes/TypeWord.h"
+#include "host/ClassSystem.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "embedded/arrays/Array.h"
-#include "embedded/classes/TypeWord.h"
-#include "host/ClassSystem.h"
 
 namespace vantik::detail {
 

@@ -1,8 +1,5 @@
 #include "vantik/Array.h"
 
-#include <cmath>
-#include <utility>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/messages/HostFailure.h"
@@ -10,6 +7,9 @@
 #include "embedded/text/TextConversion.h"
 #include "host/Text.h"
 #include "vantik/Failure.h"
+
+#include <cmath>
+#include <utility>
 
 namespace vantik {
 
@@ -35,8 +35,9 @@ auto translated(Operation operation) {
 
 // An Array may live longer than the host call that it is made in.
 vxArray_tag* kept(vxArray_tag* handle) noexcept {
-    if (handle)
+    if (handle) {
         detail::CallFrame::unlink(handle);
+    }
     return handle;
 }
 
@@ -47,8 +48,9 @@ vxArray_tag* sharedCopy(const vxArray_tag* handle) {
 vxArray_tag* textHandle(std::string_view utf8) {
     std::size_t badByte = 0;
     const auto text = detail::decodeUtf8Strictly(utf8, badByte);
-    if (!text)
+    if (!text) {
         fail("NotUtf8", {static_cast<std::int64_t>(badByte)});
+    }
     return kept(detail::makeText(*text));
 }
 
@@ -58,35 +60,40 @@ vxArray_tag* textHandle(std::string_view utf8) {
 
 const detail::PlainContents& plainOf(const vxArray_tag* handle, vxClassID classId, const char* expected) {
     const detail::PlainContents* contents = detail::plainContents(handle);
-    if (!contents || contents->ClassId != classId)
+    if (!contents || contents->ClassId != classId) {
         failClass(expected, handle);
+    }
     return *contents;
 }
 
 const detail::StructContents& structOf(const vxArray_tag* handle) {
     const detail::StructContents* contents = detail::structContents(handle);
-    if (!contents)
+    if (!contents) {
         failClass("struct", handle);
+    }
     return *contents;
 }
 
 void checkNumbers(const vxArray_tag* handle) {
     const vxClassID classId = vx::vxGetClassID(handle);
-    if (classId != vxLOGICAL_CLASS && !detail::isNumeric(classId))
+    if (classId != vxLOGICAL_CLASS && !detail::isNumeric(classId)) {
         failClass("number", handle);
+    }
 }
 
 void checkNumber(const vxArray_tag* handle) {
     checkNumbers(handle);
     const std::size_t* size = vx::vxGetDimensions(handle);
-    if (detail::elementCount(handle) != 1)
+    if (detail::elementCount(handle) != 1) {
         fail("ExpectedScalar", {static_cast<std::int64_t>(size[0]), static_cast<std::int64_t>(size[1])});
+    }
 }
 
 std::u16string_view textOf(const vxArray_tag* handle) {
     const detail::PlainContents* contents = detail::plainContents(handle);
-    if (!contents || contents->ClassId != vxCHAR_CLASS)
+    if (!contents || contents->ClassId != vxCHAR_CLASS) {
         fail("ExpectedText", {std::string(vx::vxGetClassName(handle))});
+    }
     return detail::textElements(*contents);
 }
 
@@ -98,8 +105,9 @@ Array makeStructure(std::size_t elements, std::vector<std::string> names, const 
         for (std::size_t row = 0; row < elements; ++row) {
             for (std::size_t field = 0; field < contents->FieldNames.size(); ++field) {
                 vxArray_tag* value = sharedCopy(rows[row][field].handle());
-                if (!value)
+                if (!value) {
                     continue;
+                }
                 value->Nested = true;
                 contents->value(row, field) = value;
             }
@@ -186,9 +194,10 @@ Array Array::structure(std::initializer_list<Field> fields) {
 
 Array Array::structures(const std::vector<std::string>& fieldNames, const std::vector<std::vector<Array>>& rows) {
     for (std::size_t row = 0; row < rows.size(); ++row) {
-        if (rows[row].size() != fieldNames.size())
+        if (rows[row].size() != fieldNames.size()) {
             fail("RowLength", {static_cast<std::int64_t>(row), static_cast<std::int64_t>(fieldNames.size()),
                                static_cast<std::int64_t>(rows[row].size())});
+        }
     }
     return makeStructure(rows.size(), fieldNames, rows);
 }
@@ -239,12 +248,14 @@ bool Array::truth() const {
 std::uint64_t Array::unsignedInteger() const {
     checkNumber(Handle);
     // A double does not hold every 64-bit integer.
-    if (vx::vxGetClassID(Handle) == vxUINT64_CLASS)
+    if (vx::vxGetClassID(Handle) == vxUINT64_CLASS) {
         return detail::plainContents(Handle)->elements<std::uint64_t>()[0];
+    }
     const double value = detail::elementAsDouble(Handle, 0);
     constexpr double limit = 18446744073709551616.0; // 2^64
-    if (!(value >= 0 && value < limit) || std::trunc(value) != value)
+    if (!(value >= 0 && value < limit) || std::trunc(value) != value) {
         fail("ExpectedUnsignedInteger", {std::to_string(value)});
+    }
     return static_cast<std::uint64_t>(value);
 }
 
@@ -265,8 +276,9 @@ std::string_view Array::byteText() const& {
 std::vector<double> Array::doubles() const {
     checkNumbers(Handle);
     std::vector<double> values(size());
-    for (std::size_t i = 0; i < values.size(); ++i)
+    for (std::size_t i = 0; i < values.size(); ++i) {
         values[i] = detail::elementAsDouble(Handle, i);
+    }
     return values;
 }
 
@@ -277,10 +289,12 @@ std::vector<std::string> Array::fieldNames() const {
 Array Array::field(std::string_view name, std::size_t index) const {
     const detail::StructContents& contents = structOf(Handle);
     const std::size_t field = contents.fieldNumber(name);
-    if (field == contents.FieldNames.size())
+    if (field == contents.FieldNames.size()) {
         fail("NoSuchField", {std::string(name)});
-    if (index >= contents.Count)
+    }
+    if (index >= contents.Count) {
         fail("IndexOutOfRange", {static_cast<std::int64_t>(index), static_cast<std::int64_t>(contents.Count)});
+    }
     return adopt(sharedCopy(contents.value(index, field)));
 }
 

@@ -5,11 +5,11 @@
 // comes out again, and what began in the host becomes a vantik::Failure or vantik::Interrupted.
 #pragma once
 
-#include <exception>
-#include <utility>
-
 #include "embedded/messages/HostFailure.h"
 #include "vantik/Failure.h"
+
+#include <exception>
+#include <utility>
 
 namespace vantik::detail {
 

@@ -1,12 +1,12 @@
 #include "embedded/program/CallableClass.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/objects/SlotValue.h"
 #include "embedded/program/Boundary.h"
 #include "embedded/scope/Scope.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace vantik::detail {
 

@@ -1,13 +1,13 @@
 // Host classes whose methods are callables of the program.
 #pragma once
 
-#include <deque>
-#include <string>
-#include <vector>
-
 #include "embedded/classes/TypeWord.h"
 #include "host/ClassSystem.h"
 #include "vantik/HostClass.h"
+
+#include <deque>
+#include <string>
+#include <vector>
 
 namespace vantik::detail {
 

@@ -1,10 +1,4 @@
 // Content providers, content consumers and progress reporters made of plain callables.
-#include "vantik/HostClass.h"
-
-#include <new>
-#include <optional>
-#include <utility>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/classes/ClassRegistry.h"
@@ -15,6 +9,11 @@
 #include "embedded/program/Boundary.h"
 #include "embedded/scope/Scope.h"
 #include "vantik/Host.h"
+#include "vantik/HostClass.h"
+
+#include <new>
+#include <optional>
+#include <utility>
 
 namespace vantik {
 

@@ -1,13 +1,13 @@
 #include "vantik/Failure.h"
 
-#include <new>
-#include <type_traits>
-#include <utility>
-
 #include "embedded/program/Boundary.h"
 #include "embedded/text/TextConversion.h"
 #include "host/Interrupt.h"
 #include "host/Messages.h"
+
+#include <new>
+#include <type_traits>
+#include <utility>
 
 namespace vantik {
 

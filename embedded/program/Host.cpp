@@ -1,8 +1,5 @@
 #include "vantik/Host.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/classes/ClassDefinition.h"
@@ -10,6 +7,9 @@
 #include "embedded/program/Boundary.h"
 #include "embedded/program/ProgramValues.h"
 #include "embedded/scope/Scope.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace vantik {
 

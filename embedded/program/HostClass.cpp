@@ -1,7 +1,5 @@
 #include "vantik/HostClass.h"
 
-#include <utility>
-
 #include "embedded/classes/ClassRegistry.h"
 #include "embedded/classes/TypeWord.h"
 #include "embedded/messages/HostFailure.h"
@@ -9,6 +7,8 @@
 #include "embedded/program/CallableClass.h"
 #include "embedded/scope/Scope.h"
 #include "vantik/Host.h"
+
+#include <utility>
 
 namespace vantik {
 

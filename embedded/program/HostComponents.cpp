@@ -1,12 +1,12 @@
 // What this host is made of.
 #include "vantik/Host.h"
 
-#include <algorithm>
-#include <string>
-
 #include <boost/version.hpp>
 #include <curl/curl.h>
 #include <unicode/uversion.h>
+
+#include <algorithm>
+#include <string>
 
 namespace vantik {
 
@@ -51,9 +51,11 @@ std::string curlComponent() {
     const curl_version_info_data* facts = curl_version_info(CURLVERSION_NOW);
     std::string text = std::string("libcurl ") + facts->version + " with ";
     text += facts->ssl_version == nullptr ? "no TLS" : facts->ssl_version;
-    for (const Feature& feature : kFeatures)
-        if ((facts->features & feature.Bit) != 0)
+    for (const Feature& feature : kFeatures) {
+        if ((facts->features & feature.Bit) != 0) {
             text += std::string(", ") + feature.Name;
+        }
+    }
     return text;
 }
 

@@ -1,12 +1,12 @@
 #include "vantik/Http.h"
 
+#include "embedded/messages/HostFailure.h"
+#include "embedded/program/Boundary.h"
+
 #include <algorithm>
 #include <iterator>
 #include <string>
 #include <utility>
-
-#include "embedded/messages/HostFailure.h"
-#include "embedded/program/Boundary.h"
 
 namespace vantik {
 
@@ -45,10 +45,12 @@ bool isSecretField(std::string_view name) {
 // Where the value of a field ends: before the first line end that no line continues.
 std::size_t valueEnd(std::string_view text) {
     std::size_t end = text.find('\n');
-    while (end != std::string_view::npos && end + 1 < text.size() && (text[end + 1] == ' ' || text[end + 1] == '\t'))
+    while (end != std::string_view::npos && end + 1 < text.size() && (text[end + 1] == ' ' || text[end + 1] == '\t')) {
         end = text.find('\n', end + 1);
-    if (end == std::string_view::npos)
+    }
+    if (end == std::string_view::npos) {
         return text.size();
+    }
     return end > 0 && text[end - 1] == '\r' ? end - 1 : end;
 }
 

@@ -1,9 +1,5 @@
 #include "vantik/Object.h"
 
-#include <algorithm>
-#include <cstdint>
-#include <utility>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/messages/HostFailure.h"
@@ -11,6 +7,10 @@
 #include "embedded/program/Boundary.h"
 #include "embedded/program/ProgramValues.h"
 #include "embedded/scope/Scope.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
 
 namespace vantik {
 

@@ -1,11 +1,11 @@
 // Values on their way from a program into a scope.
 #pragma once
 
-#include <span>
-#include <vector>
-
 #include "embedded/scope/Scope.h"
 #include "vantik/Array.h"
+
+#include <span>
+#include <vector>
 
 namespace vantik::detail {
 

@@ -5,11 +5,10 @@
 #include <csignal>
 #include <exception>
 #include <mutex>
+#include <pthread.h>
 #include <stdexcept>
 #include <thread>
 #include <utility>
-
-#include <pthread.h>
 
 namespace vantik::detail {
 

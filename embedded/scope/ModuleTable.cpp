@@ -1,12 +1,11 @@
 #include "embedded/scope/ModuleTable.h"
 
+#include "embedded/messages/HostFailure.h"
+
 #include <cstdlib>
+#include <dlfcn.h>
 #include <filesystem>
 #include <utility>
-
-#include <dlfcn.h>
-
-#include "embedded/messages/HostFailure.h"
 
 namespace vantik::detail {
 

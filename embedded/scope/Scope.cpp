@@ -1,5 +1,7 @@
 #include "embedded/scope/Scope.h"
 
+#include "embedded/classes/HostClasses.h"
+
 #include <stdexcept>
 #include <utility>
 
@@ -34,6 +36,7 @@ void Scope::Presence::leave() noexcept {
 }
 
 Scope::Scope() : Present(*this) {
+    defineHostClasses(Classes);
     Present.leave();
 }
 

@@ -1,12 +1,12 @@
 // The hint in a failure about a name that nobody knows: which known one may have been meant.
 #pragma once
 
+#include "host/Messages.h"
+
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include "host/Messages.h"
 
 namespace vantik::detail {
 

@@ -1,5 +1,12 @@
 #include "host/Text.h"
 
+#include "embedded/text/TextConversion.h"
+
+#include <unicode/ucnv.h>
+#include <unicode/ucnv_err.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -7,13 +14,6 @@
 #include <cstdlib>
 #include <memory>
 #include <utility>
-
-#include <unicode/ucnv.h>
-#include <unicode/ucnv_err.h>
-#include <unicode/utf16.h>
-#include <unicode/utf8.h>
-
-#include "embedded/text/TextConversion.h"
 
 namespace fl::i18n {
 
@@ -32,8 +32,9 @@ private:
         char name[16];
         std::snprintf(name, sizeof name, "U+%04X", static_cast<unsigned>(character));
         const std::string where = std::string(name) + " at position " + std::to_string(position);
-        if (U_IS_SURROGATE(character))
+        if (U_IS_SURROGATE(character)) {
             return "the unpaired surrogate " + where + " has no form in the encoding " + encoding;
+        }
         return "the character " + where + " does not exist in the encoding " + encoding;
     }
 };
@@ -74,18 +75,22 @@ bool isEncodingName(const std::string& name) {
 }
 
 Converter openConverter(const std::string& encoding) {
-    if (!isEncodingName(encoding))
+    if (!isEncodingName(encoding)) {
         throw UnknownEncoding(encoding);
+    }
     UErrorCode status = U_ZERO_ERROR;
     Converter converter(ucnv_open(encoding.c_str(), &status));
-    if (status == U_MEMORY_ALLOCATION_ERROR)
+    if (status == U_MEMORY_ALLOCATION_ERROR) {
         throw std::bad_alloc();
-    if (U_FAILURE(status))
+    }
+    if (U_FAILURE(status)) {
         throw UnknownEncoding(encoding);
+    }
     ucnv_setFallback(converter.get(), false); // a letter that only looks alike is a substitute, too
     ucnv_setFromUCallBack(converter.get(), refuse, nullptr, nullptr, nullptr, &status);
-    if (U_FAILURE(status))
+    if (U_FAILURE(status)) {
         throw CvtExceptionBase("the encoding " + encoding + " cannot be used: " + u_errorName(status));
+    }
     return converter;
 }
 
@@ -96,11 +101,13 @@ Converter openConverter(const std::string& encoding) {
     auto length = static_cast<int8_t>(units.size());
     UErrorCode status = U_ZERO_ERROR;
     ucnv_getInvalidUChars(converter, units.data(), &length, &status);
-    if (U_FAILURE(status) || length <= 0)
+    if (U_FAILURE(status) || length <= 0) {
         throw CvtExceptionBase("the text cannot be converted to the encoding " + encoding + ": " + u_errorName(reason));
+    }
     std::uint32_t character = units[0];
-    if (length >= 2 && U16_IS_LEAD(units[0]) && U16_IS_TRAIL(units[1]))
+    if (length >= 2 && U16_IS_LEAD(units[0]) && U16_IS_TRAIL(units[1])) {
         character = static_cast<std::uint32_t>(U16_GET_SUPPLEMENTARY(units[0], units[1]));
+    }
     throw UnmappableCharacter(character, consumed - static_cast<std::size_t>(length), encoding);
 }
 
@@ -145,10 +152,12 @@ std::string codecvt_ustring_to_string::convert(const std::u16string& text) const
         UErrorCode status = U_ZERO_ERROR;
         ucnv_fromUnicode(converter.get(), &target, piece.data() + piece.size(), &source, end, nullptr, true, &status);
         result.append(piece.data(), target);
-        if (status == U_BUFFER_OVERFLOW_ERROR)
+        if (status == U_BUFFER_OVERFLOW_ERROR) {
             continue;
-        if (U_FAILURE(status))
+        }
+        if (U_FAILURE(status)) {
             raiseStop(converter.get(), status, static_cast<std::size_t>(source - text.data()), Encoding);
+        }
         return result;
     }
 }
@@ -199,8 +208,9 @@ UChar32 nextCharacter(std::string_view text, std::size_t& position) {
     std::size_t next = position;
     UChar32 character = 0;
     U8_NEXT(bytes, next, text.size(), character);
-    if (character >= 0)
+    if (character >= 0) {
         position = next;
+    }
     return character;
 }
 
@@ -242,8 +252,9 @@ std::string encodeUtf8(std::u16string_view text) {
         const std::size_t start = i;
         UChar32 character = 0;
         U16_NEXT(text, i, text.size(), character);
-        if (U_IS_SURROGATE(character))
+        if (U_IS_SURROGATE(character)) {
             throw fl::i18n::UnmappableCharacter(static_cast<std::uint32_t>(character), start, "utf-8");
+        }
         std::array<char, U8_MAX_LENGTH> bytes;
         std::size_t length = 0;
         U8_APPEND_UNSAFE(bytes, length, character);

@@ -14,7 +14,7 @@ namespace {
 using Names = std::set<std::string>;
 
 // What each folder may include besides itself.
-const std::map<std::string, Names> Below = {
+const std::map<std::string, Names> kBelow = {
     {"http", {}},
     {"errors", {"host"}},
     {"hostcalls", {"host", "errors"}},
@@ -23,20 +23,20 @@ const std::map<std::string, Names> Below = {
     {"hostclass", {"host", "errors", "hostcalls", "http", "transfer", "streaming"}},
     {"proxy", {"host", "errors", "hostcalls"}},
 };
-const Names KnowLibcurl = {"transfer", "streaming"};
+const Names kKnowLibcurl = {"transfer", "streaming"};
 
 TEST(Floors, IncludesGoDown) {
     const std::regex include(R"re(#include ["<]([a-z]+)/[^">]+[">])re");
     const Names folders = {"http",  "errors",   "hostcalls", "transfer", "streaming", "hostclass",
                            "proxy", "embedded", "cli",       "host",     "curl"};
-    for (const auto& [folder, below] : Below) {
+    for (const auto& [folder, below] : kBelow) {
         int seen = 0;
         for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/" + folder)) {
             const std::string source = testsupport::readFile(entry.path());
             for (std::sregex_iterator found(source.begin(), source.end(), include), end; found != end; ++found) {
                 const std::string target = (*found)[1];
                 const bool mayBe =
-                    target == "curl" ? KnowLibcurl.contains(folder) : target == folder || below.contains(target);
+                    target == "curl" ? kKnowLibcurl.contains(folder) : target == folder || below.contains(target);
                 EXPECT_TRUE(mayBe || !folders.contains(target)) << entry.path() << " includes " << (*found)[0];
                 ++seen;
             }

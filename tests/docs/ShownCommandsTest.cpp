@@ -1,5 +1,6 @@
 // Every command that a page shows is run, here or by another test, or has a row that says why it is not.
 #include "tests/docs/ShownCommands.h"
+
 #include "tests/docs/PageShell.h"
 #include "tests/docs/ShownCommandTable.h"
 

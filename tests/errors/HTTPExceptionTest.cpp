@@ -12,8 +12,8 @@ using namespace webservices;
 using HTTPExceptionTest = testsupport::ScopeFixture;
 
 template <class... Classes>
-constexpr bool areDirectAndCopyable = ((std::is_base_of_v<HTTPException, Classes> &&
-                                        std::is_copy_constructible_v<Classes>)&&...);
+constexpr bool areDirectAndCopyable =
+    ((std::is_base_of_v<HTTPException, Classes> && std::is_copy_constructible_v<Classes>)&&...);
 
 static_assert(std::is_base_of_v<std::runtime_error, HTTPException>);
 static_assert(

@@ -1,10 +1,8 @@
 // Which identifiers the module can make, and which of them it can throw, as its type information says.
 #include "errors/MessageIdentifiers.h"
-
 #include "tests/support/host/HostFixture.h"
 
 #include <boost/core/demangle.hpp>
-
 #include <gmock/gmock.h>
 
 #include <fstream>
@@ -35,41 +33,41 @@ Row row(const char* name, bool thrown) {
     return {name, typeid(Tag).name(), typeid(Failure<Tag>).name(), thrown};
 }
 
-constexpr bool Thrown = true;
-constexpr bool OnlyText = false; // rendered, or warned with
+constexpr bool kThrown = true;
+constexpr bool kOnlyText = false; // rendered, or warned with
 
 const std::vector<Row>& rows() {
     static const std::vector<Row> table{
-        row<ws::InternalError>("InternalError", Thrown),
-        row<ws::CopyContentToDataStreamError>("CopyContentToDataStreamError", Thrown),
-        row<ws::StatusError>("StatusError", Thrown),
-        row<ws::SSLConnectionNoFile>("SSLConnectionNoFile", Thrown),
-        row<ws::SSLConnectionSystemFailure>("SSLConnectionSystemFailure", Thrown),
-        row<ws::SSLConnectionFailure>("SSLConnectionFailure", Thrown),
-        row<ws::CertificateFailedVerification>("CertificateFailedVerification", Thrown),
-        row<ws::Timeout>("Timeout", Thrown),
-        row<ws::MalformedURL>("MalformedURL", Thrown),
-        row<ws::UnknownHost>("UnknownHost", Thrown),
-        row<ws::FileNotFound>("FileNotFound", Thrown),
-        row<ws::OperationTerminatedByConsumer>("OperationTerminatedByConsumer", Thrown),
-        row<ws::ConnectionFailed>("ConnectionFailed", Thrown),
-        row<ws::ConnectionRefused>("ConnectionRefused", Thrown),
-        row<ws::DecodingError>("DecodingError", Thrown),
-        row<ws::DecodedContentTooLarge>("DecodedContentTooLarge", Thrown),
-        row<ws::RandomError>("RandomError", Thrown),
-        row<ws::ExpectedProtocol>("ExpectedProtocol", Thrown),
-        row<ws::PartialFileWarning>("PartialFileWarning", OnlyText),
-        row<ws::EncodingFailure>("EncodingFailure", Thrown),
-        row<ws::EmptyName>("EmptyName", Thrown),
-        row<ws::InvalidFilename>("InvalidFilename", Thrown),
-        row<ws::TimeoutReasonResponseHeader>("TimeoutReasonResponseHeader", OnlyText),
-        row<ws::TimeoutReasonStoppedSending>("TimeoutReasonStoppedSending", OnlyText),
-        row<ws::TimeoutReasonSystemLimit>("TimeoutReasonSystemLimit", OnlyText),
-        row<ws::TimeoutSystemTCP>("TimeoutSystemTCP", OnlyText),
-        row<http::OnlyOneTransferAtATime>("OnlyOneTransferAtATime", Thrown),
-        row<type::PropSetClsMismatch>("PropSetClsMismatch", OnlyText),
-        row<legacy_two_part::UnableToConvert>("UnableToConvert", Thrown),
-        row<legacy_two_part::undefinedVarOrClass>("undefinedVarOrClass", Thrown),
+        row<ws::InternalError>("InternalError", kThrown),
+        row<ws::CopyContentToDataStreamError>("CopyContentToDataStreamError", kThrown),
+        row<ws::StatusError>("StatusError", kThrown),
+        row<ws::SSLConnectionNoFile>("SSLConnectionNoFile", kThrown),
+        row<ws::SSLConnectionSystemFailure>("SSLConnectionSystemFailure", kThrown),
+        row<ws::SSLConnectionFailure>("SSLConnectionFailure", kThrown),
+        row<ws::CertificateFailedVerification>("CertificateFailedVerification", kThrown),
+        row<ws::Timeout>("Timeout", kThrown),
+        row<ws::MalformedURL>("MalformedURL", kThrown),
+        row<ws::UnknownHost>("UnknownHost", kThrown),
+        row<ws::FileNotFound>("FileNotFound", kThrown),
+        row<ws::OperationTerminatedByConsumer>("OperationTerminatedByConsumer", kThrown),
+        row<ws::ConnectionFailed>("ConnectionFailed", kThrown),
+        row<ws::ConnectionRefused>("ConnectionRefused", kThrown),
+        row<ws::DecodingError>("DecodingError", kThrown),
+        row<ws::DecodedContentTooLarge>("DecodedContentTooLarge", kThrown),
+        row<ws::RandomError>("RandomError", kThrown),
+        row<ws::ExpectedProtocol>("ExpectedProtocol", kThrown),
+        row<ws::PartialFileWarning>("PartialFileWarning", kOnlyText),
+        row<ws::EncodingFailure>("EncodingFailure", kThrown),
+        row<ws::EmptyName>("EmptyName", kThrown),
+        row<ws::InvalidFilename>("InvalidFilename", kThrown),
+        row<ws::TimeoutReasonResponseHeader>("TimeoutReasonResponseHeader", kOnlyText),
+        row<ws::TimeoutReasonStoppedSending>("TimeoutReasonStoppedSending", kOnlyText),
+        row<ws::TimeoutReasonSystemLimit>("TimeoutReasonSystemLimit", kOnlyText),
+        row<ws::TimeoutSystemTCP>("TimeoutSystemTCP", kOnlyText),
+        row<http::OnlyOneTransferAtATime>("OnlyOneTransferAtATime", kThrown),
+        row<type::PropSetClsMismatch>("PropSetClsMismatch", kOnlyText),
+        row<legacy_two_part::UnableToConvert>("UnableToConvert", kThrown),
+        row<legacy_two_part::undefinedVarOrClass>("undefinedVarOrClass", kThrown),
     };
     return table;
 }

@@ -1,9 +1,8 @@
 #include "errors/MessageIdentifiers.h"
 
+#include "host/Text.h"
 #include "tests/support/host/FailureText.h"
 #include "tests/support/host/ScopeFixture.h"
-
-#include "host/Text.h"
 
 #include <gmock/gmock.h>
 

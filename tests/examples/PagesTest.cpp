@@ -1,19 +1,18 @@
 // Pages that quote programs and list the class: each says what the files and the class say.
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "vantik/Host.h"
+#include "vantik/Http.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/process/TemporaryFolder.h"
-
-#include "vantik/Host.h"
-#include "vantik/Http.h"
 
 namespace {
 
@@ -33,14 +32,17 @@ std::vector<Quote> quotations(const std::string& page) {
     std::vector<Quote> found;
     std::istringstream lines(page);
     for (std::string line; std::getline(lines, line);) {
-        if (!line.starts_with("<!-- ") || !line.ends_with(".cpp -->"))
+        if (!line.starts_with("<!-- ") || !line.ends_with(".cpp -->")) {
             continue;
+        }
         Quote quote{line.substr(5, line.size() - 9), ""};
         std::getline(lines, line);
-        if (line != "```cpp")
+        if (line != "```cpp") {
             throw std::runtime_error("no block of C++ behind the mark of " + quote.File);
-        while (std::getline(lines, line) && line != "```")
+        }
+        while (std::getline(lines, line) && line != "```") {
             quote.Text += line + "\n";
+        }
         found.push_back(std::move(quote));
     }
     return found;
@@ -48,23 +50,26 @@ std::vector<Quote> quotations(const std::string& page) {
 
 std::vector<std::string> filesQuoted(const std::string& page) {
     std::vector<std::string> files;
-    for (const Quote& quote : quotations(page))
+    for (const Quote& quote : quotations(page)) {
         files.push_back(quote.File);
+    }
     return files;
 }
 
 // Rows of the first table behind a heading, cell by cell, without its head.
 std::vector<std::vector<std::string>> tableBehind(const std::string& page, const std::string& heading) {
     const std::size_t place = page.find("\n" + heading + "\n");
-    if (place == std::string::npos)
+    if (place == std::string::npos) {
         throw std::runtime_error("no heading " + heading);
+    }
     std::vector<std::vector<std::string>> rows;
     std::istringstream lines(page.substr(place + heading.size() + 2));
     bool inTable = false;
     for (std::string line; std::getline(lines, line);) {
         if (!line.starts_with("| ") && !line.starts_with("|-")) {
-            if (inTable)
+            if (inTable) {
                 break;
+            }
             continue;
         }
         inTable = true;
@@ -81,8 +86,9 @@ std::vector<std::vector<std::string>> tableBehind(const std::string& page, const
 
 std::string joined(const std::vector<std::string>& words) {
     std::string text;
-    for (const std::string& word : words)
+    for (const std::string& word : words) {
         text += (text.empty() ? "" : ", ") + word;
+    }
     return text.empty() ? "none" : text;
 }
 
@@ -91,8 +97,9 @@ std::vector<std::string> decidedColumns(const std::vector<std::vector<std::strin
     std::vector<std::string> lines;
     for (const auto& row : rows) {
         std::string line;
-        for (std::size_t column = 0; column < decided && column < row.size(); ++column)
+        for (std::size_t column = 0; column < decided && column < row.size(); ++column) {
             line += row[column] + " | ";
+        }
         lines.push_back(line);
         EXPECT_EQ(row.size(), decided + 1) << line;
         EXPECT_TRUE(row.size() > decided && row[decided].ends_with('.')) << "no sentence: " << line;
@@ -102,11 +109,13 @@ std::vector<std::string> decidedColumns(const std::vector<std::vector<std::strin
 
 TEST(Pages, QuoteTheirFilesInFull) {
     std::vector<std::filesystem::path> pages = {std::string(NETROVE_SOURCES) + "/README.md"};
-    for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/docs"))
+    for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/docs")) {
         pages.push_back(entry.path());
+    }
     for (const std::filesystem::path& page : pages) {
-        if (page.extension() != ".md")
+        if (page.extension() != ".md") {
             continue;
+        }
         for (const Quote& quote : quotations(readFile(page.string()))) {
             EXPECT_EQ(quote.Text, source(quote.File)) << page.filename() << " quotes " << quote.File;
         }
@@ -116,9 +125,11 @@ TEST(Pages, QuoteTheirFilesInFull) {
 TEST(Pages, EveryExampleIsQuotedAndShort) {
     const std::vector<std::string> quoted = filesQuoted(source("docs/embedding.md"));
     std::vector<std::string> examples;
-    for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/examples"))
-        if (entry.path().extension() == ".cpp")
+    for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/examples")) {
+        if (entry.path().extension() == ".cpp") {
             examples.push_back("examples/" + entry.path().filename().string());
+        }
+    }
     EXPECT_THAT(quoted, testing::UnorderedElementsAreArray(examples));
     EXPECT_THAT(filesQuoted(source("README.md")), testing::ElementsAre("examples/get_to_memory.cpp"));
     for (const std::string& example : examples) {
@@ -132,8 +143,9 @@ TEST(Pages, HaveNoProgramThatIsNotQuoted) {
     for (const char* page : {"README.md", "docs/embedding.md"}) {
         const std::string text = source(page);
         std::size_t blocks = 0;
-        for (std::size_t at = text.find("```cpp"); at != std::string::npos; at = text.find("```cpp", at + 1))
+        for (std::size_t at = text.find("```cpp"); at != std::string::npos; at = text.find("```cpp", at + 1)) {
             ++blocks;
+        }
         EXPECT_EQ(blocks, quotations(text).size()) << page;
     }
 }
@@ -155,9 +167,10 @@ protected:
 
 TEST_F(ClassTables, EveryPropertyHasItsTypeAndASentence) {
     std::vector<std::string> expected;
-    for (const vantik::PropertyDescription& property : Class.Properties)
+    for (const vantik::PropertyDescription& property : Class.Properties) {
         expected.push_back("`" + property.Name + "` | " + property.Type + (property.Settable ? "" : ", read only") +
                            " | ");
+    }
     EXPECT_EQ(expected.size(), 24u);
     EXPECT_THAT(decidedColumns(tableBehind(Page, "### Properties"), 2), testing::ElementsAreArray(expected));
 }
@@ -165,8 +178,9 @@ TEST_F(ClassTables, EveryPropertyHasItsTypeAndASentence) {
 TEST_F(ClassTables, EveryMethodHasItsSignatureAndASentence) {
     std::vector<std::string> expected;
     for (const vantik::MethodDescription& method : Class.Methods) {
-        if (&method == &Class.Methods.front())
+        if (&method == &Class.Methods.front()) {
             continue; // the constructor
+        }
         const std::vector<std::string> inputs(method.Inputs.begin() + 1, method.Inputs.end());
         expected.push_back("`" + method.Name + "` | " + joined(inputs) + " | " + joined(method.Outputs) + " | ");
     }
@@ -180,8 +194,9 @@ std::vector<std::string> identifiersIn(const std::string& text) {
     std::vector<std::string> found;
     for (std::size_t at = text.find("VANTIK:"); at != std::string::npos; at = text.find("VANTIK:", at + 1)) {
         const std::size_t colon = text.find_first_not_of(kLetters, at + 7);
-        if (colon == std::string::npos || text[colon] != ':')
+        if (colon == std::string::npos || text[colon] != ':') {
             continue; // a catalogue alone
+        }
         found.push_back(text.substr(at, text.find_first_not_of(kLetters, colon + 1) - at));
     }
     return found;
@@ -193,11 +208,14 @@ TEST(Pages, IdentifiersThatTheySpeakOfHaveAMessage) {
     const std::string catalogue = source("embedded/messages/en.txt");
     std::vector<std::string> files = {"docs/embedding.md"};
     for (const auto& entry :
-         std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/embedded/include/vantik"))
+         std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/embedded/include/vantik")) {
         files.push_back("embedded/include/vantik/" + entry.path().filename().string());
-    for (const std::string& file : files)
-        for (const std::string& name : identifiersIn(source(file)))
+    }
+    for (const std::string& file : files) {
+        for (const std::string& name : identifiersIn(source(file))) {
             EXPECT_NE(catalogue.find("\n" + name + " "), std::string::npos) << file << ": " << name;
+        }
+    }
     EXPECT_GT(identifiersIn(source(files.front())).size(), 5u);
 }
 

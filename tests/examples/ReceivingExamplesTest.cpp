@@ -1,16 +1,16 @@
 // The examples that receive content: into memory, into a file, line by line.
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "tests/examples/ExampleRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -69,8 +69,9 @@ protected:
     std::string target() const { return Folder.file("saved"); }
     std::vector<std::string> names() const {
         std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path()))
+        for (const auto& entry : std::filesystem::directory_iterator(Folder.path())) {
             found.push_back(entry.path().filename().string());
+        }
         return found;
     }
     // What was there before stays as it was, and nothing else is there.
@@ -174,8 +175,9 @@ TEST(StreamJsonLines, NothingFoundIsOne) {
 
 TEST(StreamJsonLines, LongContentAndALastLineWithoutItsEnd) {
     std::string content;
-    while (content.size() < 200'000)
+    while (content.size() < 200'000) {
         content += "{\"level\":\"info\",\"text\":\"" + std::string(997, 'x') + "\"}\n";
+    }
     ScriptedServer server(answering(response(content + "{\"level\":\"error\"}")));
     const Outcome outcome = runExample("stream_json_lines", {server.url(), "level", "error"});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;

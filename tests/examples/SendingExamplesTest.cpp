@@ -1,16 +1,16 @@
 // The examples that upload and that go through a proxy, and what all examples share.
-#include <csignal>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include "tests/examples/ExampleRun.h"
 #include "tests/exchange/request/TlsServer.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -25,8 +25,9 @@ Script takingUpload(const std::string& answer) {
 
 std::string generated(int count) {
     std::string lines;
-    for (int line = 0; line < count; ++line)
+    for (int line = 0; line < count; ++line) {
         lines += std::to_string(line) + "," + std::to_string(line * line) + "\n";
+    }
     return lines;
 }
 
@@ -167,10 +168,12 @@ TEST(Examples, WrongUsageIsShown) {
         EXPECT_EQ(outcome.Status, usage.Wrong);
         EXPECT_THAT(outcome.Err, StartsWith(std::string("usage: ") + usage.Example + " URL"));
     }
-    for (const char* count : {"", "x", "1x", "-1", "99999999999999999999"})
+    for (const char* count : {"", "x", "1x", "-1", "99999999999999999999"}) {
         EXPECT_EQ(runExample("upload_from_generator", {"http://127.0.0.1:1/", count}).Status, 2) << count;
-    for (const char* seconds : {"", "x", "1x", "-1", "0", "nan"})
+    }
+    for (const char* seconds : {"", "x", "1x", "-1", "0", "nan"}) {
         EXPECT_EQ(runExample("through_proxy", {"http://127.0.0.1:1/", seconds}).Status, 2) << seconds;
+    }
 }
 
 TEST(Examples, TextThatIsNoUrlIsNamed) {

@@ -13,17 +13,17 @@
 
 namespace testsupport {
 
-inline constexpr const char* OnlyOneTransfer = "VANTIK:http:OnlyOneTransferAtATime()";
-inline constexpr const char* OpenedAgain =
+inline constexpr const char* kOnlyOneTransfer = "VANTIK:http:OnlyOneTransferAtATime()";
+inline constexpr const char* kOpenedAgain =
     "VANTIK:webservices:InternalError(The connection was opened again before the last response was copied. Close it "
     "first.)";
-inline constexpr const char* UploadBroken =
+inline constexpr const char* kUploadBroken =
     "VANTIK:webservices:InternalError(The upload was broken off before its end, so there is no response to copy. Close "
     "the connection and open it again.)";
-inline constexpr const char* TransferFailed =
+inline constexpr const char* kTransferFailed =
     "VANTIK:webservices:InternalError(The transfer has failed, so there is nothing to copy. Close the connection and "
     "open it again.)";
-inline constexpr const char* CopiedAlready =
+inline constexpr const char* kCopiedAlready =
     "VANTIK:webservices:InternalError(The content of this response has been copied already, in whole or in part, and "
     "comes only once. Close the connection and open it again.)";
 

@@ -15,7 +15,7 @@ namespace {
 
 class HostObjectCall : public testsupport::ScopeFixture {
 protected:
-    vcos::InternedName providerClass() { return vcos::internal::makeInterned(ProviderClassName); }
+    vcos::InternedName providerClass() { return vcos::internal::makeInterned(kProviderClassName); }
 };
 
 struct MethodCase {
@@ -43,14 +43,14 @@ TEST_P(HostMethodRow, NamesMethodClientResultAndText) {
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Table, HostMethodRow, testing::Values(
-    MethodCase{"ProviderStart", ProviderStart, "startInternal", HostClient::System, 0, "vantik.net.http.io.ContentProvider.startInternal not found"},
-    MethodCase{"ProviderGetData", ProviderGetData, "getDataInternal", HostClient::System, 1, "vantik.net.http.io.ContentProvider.getDataInternal not found"},
-    MethodCase{"ConsumerStart", ConsumerStart, "startInternal", HostClient::System, 1, "vantik.net.http.io.ContentConsumer.startInternal not found"},
-    MethodCase{"ConsumerPutData", ConsumerPutData, "putDataInternal", HostClient::System, 1, "vantik.net.http.io.ContentConsumer.putDataInternal not found"},
-    MethodCase{"ConsumerClose", ConsumerClose, "closeInternal", HostClient::System, 0, "vantik.net.http.io.ContentConsumer.closeInternal not found"},
-    MethodCase{"ConsumerInterrupt", ConsumerInterrupt, "interruptInternal", HostClient::System, 0, nullptr},
-    MethodCase{"ConsumerSavePayload", ConsumerSavePayload, "savePayloadInternal", HostClient::System, 0, nullptr},
-    MethodCase{"ReporterUpdate", ReporterUpdate, "update", HostClient::Public, 1, "vantik.net.http.internal.ProgressReporter.update not found"}),
+    MethodCase{"ProviderStart", kProviderStart, "startInternal", HostClient::System, 0, "vantik.net.http.io.ContentProvider.startInternal not found"},
+    MethodCase{"ProviderGetData", kProviderGetData, "getDataInternal", HostClient::System, 1, "vantik.net.http.io.ContentProvider.getDataInternal not found"},
+    MethodCase{"ConsumerStart", kConsumerStart, "startInternal", HostClient::System, 1, "vantik.net.http.io.ContentConsumer.startInternal not found"},
+    MethodCase{"ConsumerPutData", kConsumerPutData, "putDataInternal", HostClient::System, 1, "vantik.net.http.io.ContentConsumer.putDataInternal not found"},
+    MethodCase{"ConsumerClose", kConsumerClose, "closeInternal", HostClient::System, 0, "vantik.net.http.io.ContentConsumer.closeInternal not found"},
+    MethodCase{"ConsumerInterrupt", kConsumerInterrupt, "interruptInternal", HostClient::System, 0, nullptr},
+    MethodCase{"ConsumerSavePayload", kConsumerSavePayload, "savePayloadInternal", HostClient::System, 0, nullptr},
+    MethodCase{"ReporterUpdate", kReporterUpdate, "update", HostClient::Public, 1, "vantik.net.http.internal.ProgressReporter.update not found"}),
     [](const auto& info) { return std::string(info.param.Label); });
 // clang-format on
 
@@ -58,7 +58,7 @@ TEST_F(HostObjectCall, GivesTheResultOfAMethodThatIsThere) {
     const auto provider = testsupport::makeScriptedProvider(host(), "abcdef");
     const vantik::Array wanted(std::uint64_t{4});
     vxArray_tag* arguments[] = {handleOf(provider), handleOf(wanted)};
-    const HostArray result = callHostMethod(ProviderGetData, providerClass(), arguments);
+    const HostArray result = callHostMethod(kProviderGetData, providerClass(), arguments);
     ASSERT_NE(result, nullptr);
     EXPECT_EQ(vxGetDimensions(result.get())[0], 4U);
     EXPECT_EQ(std::memcmp(vxGetData(static_cast<const vxArray_tag*>(result.get())), "abcd", 4), 0);
@@ -68,7 +68,7 @@ TEST_F(HostObjectCall, GivesTheResultOfAMethodThatIsThere) {
 TEST_F(HostObjectCall, MethodWithoutAResultGivesNull) {
     const auto provider = testsupport::makeScriptedProvider(host());
     vxArray_tag* arguments[] = {handleOf(provider)};
-    const HostArray result = callHostMethod(ProviderStart, providerClass(), arguments);
+    const HostArray result = callHostMethod(kProviderStart, providerClass(), arguments);
     EXPECT_EQ(result, nullptr);
     EXPECT_EQ(provider->Starts, 1);
 }
@@ -77,21 +77,21 @@ TEST_F(HostObjectCall, AskingForAMissingMethodSaysSo) {
     const auto provider = testsupport::makeScriptedProvider(host(), "", {"getDataInternal"});
     vxArray_tag* arguments[] = {handleOf(provider), nullptr};
     HostArray result;
-    EXPECT_FALSE(tryHostMethod(ProviderGetData, providerClass(), arguments, result));
+    EXPECT_FALSE(tryHostMethod(kProviderGetData, providerClass(), arguments, result));
     EXPECT_EQ(result, nullptr);
 }
 
 TEST_F(HostObjectCall, NeedingAMissingMethodRaisesItsText) {
     const auto provider = testsupport::makeScriptedProvider(host(), "", {"getDataInternal"});
     vxArray_tag* arguments[] = {handleOf(provider), nullptr};
-    EXPECT_EQ(internalErrorOf([&] { callHostMethod(ProviderGetData, providerClass(), arguments); }),
+    EXPECT_EQ(internalErrorOf([&] { callHostMethod(kProviderGetData, providerClass(), arguments); }),
               "vantik.net.http.io.ContentProvider.getDataInternal not found");
 }
 
 TEST_F(HostObjectCall, InternalMethodsAreHiddenFromThePublicClient) {
     const auto provider = testsupport::makeScriptedProvider(host(), "abc");
     vxArray_tag* arguments[] = {handleOf(provider)};
-    HostMethod asPublic = ProviderStart;
+    HostMethod asPublic = kProviderStart;
     asPublic.Client = HostClient::Public;
     HostArray result;
     EXPECT_FALSE(tryHostMethod(asPublic, providerClass(), arguments, result));
@@ -102,7 +102,7 @@ TEST_F(HostObjectCall, AnObjectOfAnotherClassHasNoSuchMethod) {
     const auto consumer = testsupport::makeScriptedConsumer(host());
     vxArray_tag* arguments[] = {handleOf(consumer)};
     HostArray result;
-    EXPECT_FALSE(tryHostMethod(ProviderStart, providerClass(), arguments, result));
+    EXPECT_FALSE(tryHostMethod(kProviderStart, providerClass(), arguments, result));
     EXPECT_TRUE(consumer->Calls.empty());
 }
 
@@ -110,7 +110,7 @@ TEST_F(HostObjectCall, WhatAMethodRaisesPasses) {
     const auto provider = testsupport::makeScriptedProvider(host());
     provider->OnStart = [](int) { throw vantik::Failure({"test:provider", "Broken", {}, "it is broken"}); };
     vxArray_tag* arguments[] = {handleOf(provider)};
-    EXPECT_THAT(hostFailureOf([&] { callHostMethod(ProviderStart, providerClass(), arguments); }),
+    EXPECT_THAT(hostFailureOf([&] { callHostMethod(kProviderStart, providerClass(), arguments); }),
                 testing::StartsWith("test:provider:Broken"));
 }
 
@@ -120,7 +120,7 @@ TEST_F(HostObjectCall, CallsLeaveNoArrayBehind) {
     vxArray_tag* arguments[] = {handleOf(provider), handleOf(wanted)};
     const std::size_t before = vantik::Host::liveArrays();
     for (int i = 0; i < 5; ++i) {
-        const HostArray result = callHostMethod(ProviderGetData, providerClass(), arguments);
+        const HostArray result = callHostMethod(kProviderGetData, providerClass(), arguments);
         EXPECT_EQ(vantik::Host::liveArrays(), before + 1);
     }
     EXPECT_EQ(vantik::Host::liveArrays(), before);

@@ -16,10 +16,10 @@ namespace {
 
 using Whole = boost::multiprecision::cpp_int;
 
-constexpr std::uint64_t ExponentMask = 0x7FF;
+constexpr std::uint64_t kExponentMask = 0x7FF;
 
 bool isFinite(double value) {
-    return ((std::bit_cast<std::uint64_t>(value) >> 52U) & ExponentMask) != ExponentMask;
+    return ((std::bit_cast<std::uint64_t>(value) >> 52U) & kExponentMask) != kExponentMask;
 }
 
 bool isNaN(double value) {
@@ -33,7 +33,7 @@ bool isNegative(double value) {
 // What stands in front of the point of a finite value, read from its bits.
 Whole wholePart(double value) {
     const auto bits = std::bit_cast<std::uint64_t>(value);
-    const auto exponent = static_cast<int>((bits >> 52U) & ExponentMask) - 1075;
+    const auto exponent = static_cast<int>((bits >> 52U) & kExponentMask) - 1075;
     Whole whole = bits & ((std::uint64_t{1} << 52U) - 1);
     if (exponent != -1075) {
         whole += std::uint64_t{1} << 52U;
@@ -69,7 +69,7 @@ std::string outcome(Function narrow, double value) {
     }
 }
 
-const double Limits[] = {0.0,
+const double kLimits[] = {0.0,
                          -0.0,
                          1.0,
                          -1.0,
@@ -99,7 +99,7 @@ double near(double limit, int steps) {
 }
 
 rc::Gen<double> anyDouble() {
-    const auto limit = rc::gen::elementOf(std::vector<double>(std::begin(Limits), std::end(Limits)));
+    const auto limit = rc::gen::elementOf(std::vector<double>(std::begin(kLimits), std::end(kLimits)));
     return rc::gen::oneOf(limit, rc::gen::apply(near, limit, rc::gen::inRange(-3, 4)),
                           rc::gen::apply([](double value, int quarters) { return value + quarters / 4.0; }, limit,
                                          rc::gen::inRange(-12, 13)),
@@ -111,7 +111,7 @@ rc::Gen<double> anyDouble() {
                                        [](std::uint64_t bits) { return std::bit_cast<double>(bits); }));
 }
 
-const Whole TwoTo63 = Whole(1) << 63;
+const Whole kTwoTo63 = Whole(1) << 63;
 
 std::string modelOfInt32(double value) {
     return model(value, -(Whole(1) << 31), (Whole(1) << 31) - 1, -(Whole(1) << 31));
@@ -122,11 +122,11 @@ std::string modelOfUInt16(double value) {
 }
 
 std::string modelOfUInt64(double value) {
-    if (!isFinite(value) || wholePart(value) < -TwoTo63 || wholePart(value) >= 2 * TwoTo63) {
-        return TwoTo63.str();
+    if (!isFinite(value) || wholePart(value) < -kTwoTo63 || wholePart(value) >= 2 * kTwoTo63) {
+        return kTwoTo63.str();
     }
     const Whole whole = wholePart(value);
-    return Whole(whole < 0 ? whole + 2 * TwoTo63 : whole).str();
+    return Whole(whole < 0 ? whole + 2 * kTwoTo63 : whole).str();
 }
 
 RC_GTEST_PROP(NumericNarrowingProperty, Int32FollowsTheModel, ()) {
@@ -145,7 +145,7 @@ RC_GTEST_PROP(NumericNarrowingProperty, WrappingFollowsTheModel, ()) {
 }
 
 TEST(NumericNarrowingProperty, HoldsAtEveryLimitAndItsNeighbours) {
-    for (const double limit : Limits) {
+    for (const double limit : kLimits) {
         for (int steps = -3; steps <= 3; ++steps) {
             for (const double offset : {0.0, 0.5, -0.5, 1.0, -1.0}) {
                 const double value = near(limit, steps) + offset;

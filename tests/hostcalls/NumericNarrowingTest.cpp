@@ -11,10 +11,10 @@ namespace {
 using boost::numeric::negative_overflow;
 using boost::numeric::positive_overflow;
 
-constexpr double Infinite = std::numeric_limits<double>::infinity();
-constexpr double NotANumber = std::numeric_limits<double>::quiet_NaN();
-constexpr double TwoTo63 = 9223372036854775808.0;
-constexpr std::uint64_t TopBit = std::uint64_t{1} << 63U;
+constexpr double kInfinite = std::numeric_limits<double>::infinity();
+constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
+constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr std::uint64_t kTopBit = std::uint64_t{1} << 63U;
 
 TEST(NumericNarrowing, Int32RoundsTowardsZero) {
     EXPECT_EQ(narrowToInt32(0.0), 0);
@@ -30,15 +30,15 @@ TEST(NumericNarrowing, Int32RoundsTowardsZero) {
 TEST(NumericNarrowing, Int32RefusesWhatLiesOutside) {
     EXPECT_THROW(narrowToInt32(2147483648.0), positive_overflow);
     EXPECT_THROW(narrowToInt32(1e300), positive_overflow);
-    EXPECT_THROW(narrowToInt32(Infinite), positive_overflow);
+    EXPECT_THROW(narrowToInt32(kInfinite), positive_overflow);
     EXPECT_THROW(narrowToInt32(-2147483649.0), negative_overflow);
-    EXPECT_THROW(narrowToInt32(-Infinite), negative_overflow);
+    EXPECT_THROW(narrowToInt32(-kInfinite), negative_overflow);
 }
 
 TEST(NumericNarrowing, NotANumberHasADefinedResult) {
-    EXPECT_EQ(narrowToInt32(NotANumber), std::numeric_limits<std::int32_t>::min());
-    EXPECT_EQ(narrowToUInt16(NotANumber), 0);
-    EXPECT_EQ(wrapToUInt64(NotANumber), TopBit);
+    EXPECT_EQ(narrowToInt32(kNotANumber), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(narrowToUInt16(kNotANumber), 0);
+    EXPECT_EQ(wrapToUInt64(kNotANumber), kTopBit);
 }
 
 TEST(NumericNarrowing, PortRoundsTowardsZero) {
@@ -51,9 +51,9 @@ TEST(NumericNarrowing, PortRoundsTowardsZero) {
 
 TEST(NumericNarrowing, PortRefusesWhatLiesOutside) {
     EXPECT_THROW(narrowToUInt16(65536.0), positive_overflow);
-    EXPECT_THROW(narrowToUInt16(Infinite), positive_overflow);
+    EXPECT_THROW(narrowToUInt16(kInfinite), positive_overflow);
     EXPECT_THROW(narrowToUInt16(-1.0), negative_overflow);
-    EXPECT_THROW(narrowToUInt16(-Infinite), negative_overflow);
+    EXPECT_THROW(narrowToUInt16(-kInfinite), negative_overflow);
 }
 
 TEST(NumericNarrowing, WrappingTakesNegativeNumbersAsHugeOnes) {
@@ -62,19 +62,19 @@ TEST(NumericNarrowing, WrappingTakesNegativeNumbersAsHugeOnes) {
     EXPECT_EQ(wrapToUInt64(16384.9), 16384u);
     EXPECT_EQ(wrapToUInt64(-1.0), std::numeric_limits<std::uint64_t>::max());
     EXPECT_EQ(wrapToUInt64(-2.9), std::numeric_limits<std::uint64_t>::max() - 1);
-    EXPECT_EQ(wrapToUInt64(-TwoTo63), TopBit);
+    EXPECT_EQ(wrapToUInt64(-kTwoTo63), kTopBit);
 }
 
 TEST(NumericNarrowing, WrappingUsesTheWholeRange) {
-    EXPECT_EQ(wrapToUInt64(std::nextafter(TwoTo63, 0.0)), TopBit - 1024);
-    EXPECT_EQ(wrapToUInt64(TwoTo63), TopBit);
-    EXPECT_EQ(wrapToUInt64(TwoTo63 + 2048.0), TopBit + 2048);
-    EXPECT_EQ(wrapToUInt64(std::nextafter(2.0 * TwoTo63, 0.0)), std::numeric_limits<std::uint64_t>::max() - 2047);
+    EXPECT_EQ(wrapToUInt64(std::nextafter(kTwoTo63, 0.0)), kTopBit - 1024);
+    EXPECT_EQ(wrapToUInt64(kTwoTo63), kTopBit);
+    EXPECT_EQ(wrapToUInt64(kTwoTo63 + 2048.0), kTopBit + 2048);
+    EXPECT_EQ(wrapToUInt64(std::nextafter(2.0 * kTwoTo63, 0.0)), std::numeric_limits<std::uint64_t>::max() - 2047);
 }
 
 TEST(NumericNarrowing, WrappingGivesTheTopBitForTheRest) {
-    for (const double value : {2.0 * TwoTo63, 1e300, Infinite, -Infinite, -1e300, std::nextafter(-TwoTo63, -1e30)}) {
-        EXPECT_EQ(wrapToUInt64(value), TopBit) << value;
+    for (const double value : {2.0 * kTwoTo63, 1e300, kInfinite, -kInfinite, -1e300, std::nextafter(-kTwoTo63, -1e30)}) {
+        EXPECT_EQ(wrapToUInt64(value), kTopBit) << value;
     }
 }
 

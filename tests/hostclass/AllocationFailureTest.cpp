@@ -1,7 +1,6 @@
 // Memory that runs out while the class is registered or an object is made, and a once primitive that fails.
-#include "hostclass/ClassRegistration.h"
-
 #include "host/Messages.h"
+#include "hostclass/ClassRegistration.h"
 #include "hostclass/MethodTable.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"

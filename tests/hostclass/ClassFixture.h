@@ -23,7 +23,7 @@
 
 using testsupport::failureOf;
 
-inline constexpr const char* kAdapterClass = testsupport::AdapterClass;
+inline constexpr const char* kAdapterClass = testsupport::kAdapterClass;
 
 using testsupport::ScopeFixture;
 

@@ -87,9 +87,9 @@ TEST_F(ClassInfo, MakesAndDestroysInstances) {
 }
 
 TEST_F(ClassInfo, ConstructorInputBecomesTheMode) {
-    EXPECT_FALSE(native(makeAdapter()).connection.Settings.HTTPOptionsMode);
-    EXPECT_FALSE(native(makeAdapter(false)).connection.Settings.HTTPOptionsMode);
-    EXPECT_TRUE(native(makeAdapter(true)).connection.Settings.HTTPOptionsMode);
+    EXPECT_FALSE(native(makeAdapter()).Connection.Settings.HTTPOptionsMode);
+    EXPECT_FALSE(native(makeAdapter(false)).Connection.Settings.HTTPOptionsMode);
+    EXPECT_TRUE(native(makeAdapter(true)).Connection.Settings.HTTPOptionsMode);
 }
 
 TEST_F(ClassInfo, ConstructorTakesNoMoreThanOneInput) {

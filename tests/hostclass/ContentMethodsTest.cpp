@@ -76,9 +76,9 @@ TEST_F(Content, BytesOfResponsePayloadComeFirstAndTheBufferIsEmptyAfterwards) {
 }
 
 TEST_F(Content, ErrorStateOfTheBufferIsCleared) {
-    native(Adapter).responseBuffer.setstate(std::ios::failbit);
+    native(Adapter).ResponseBuffer.setstate(std::ios::failbit);
     copyToBytes(true);
-    EXPECT_TRUE(native(Adapter).responseBuffer.good());
+    EXPECT_TRUE(native(Adapter).ResponseBuffer.good());
 }
 
 TEST_F(Content, WithoutTheBufferTheConsumerGetsTheContent) {
@@ -127,7 +127,7 @@ TEST_F(Content, FailureHandsTheConsumerWhatWasSaved) {
     EXPECT_EQ(failureOf([&] { copyToBytes(true); }).identifier(), "VANTIK:webservices:ConnectionRefused");
     EXPECT_THAT(saved, testing::ElementsAre("partial"));
     EXPECT_EQ(buffered(), "");
-    EXPECT_TRUE(native(Adapter).responseBuffer.good());
+    EXPECT_TRUE(native(Adapter).ResponseBuffer.good());
 }
 
 TEST_F(Content, ResponseThatBreaksOffIsSavedUpToThere) {
@@ -172,11 +172,11 @@ TEST_F(Content, ConsumerThatFailsToSaveDoesNotReplaceTheFailure) {
 TEST_F(Content, ConsumerWithoutAPlaceToSaveIsNoFurtherFailure) {
     const testsupport::RefusingPort port;
     // A class of its own, derived from nothing that has the method.
-    ASSERT_TRUE(host().scope()->Classes.removeClass(ConsumerClassName));
-    vantik::HostClass bare(ConsumerClassName);
+    ASSERT_TRUE(host().scope()->Classes.removeClass(kConsumerClassName));
+    vantik::HostClass bare(kConsumerClassName);
     bare.method("closeInternal", [](std::span<const Array>) { return std::vector<Array>(); });
     bare.defineIn(host());
-    Adapter.set("Consumer", host().create(ConsumerClassName));
+    Adapter.set("Consumer", host().create(kConsumerClassName));
     openTo(port.url());
     EXPECT_EQ(failureOf([&] { copyToBytes(true); }).identifier(), "VANTIK:webservices:ConnectionRefused");
 }
@@ -196,7 +196,7 @@ TEST_F(Content, ObjectsReplacedByACallbackAreSafe) {
     openTo(server.url());
     EXPECT_EQ(copyToBytes(true).byteText(), body);
     EXPECT_EQ(taken, body.size());
-    EXPECT_EQ(native(Adapter).connection.Settings.Consumer, nullptr);
+    EXPECT_EQ(native(Adapter).Connection.Settings.Consumer, nullptr);
 }
 
 TEST_F(Content, FileHoldsTheContent) {

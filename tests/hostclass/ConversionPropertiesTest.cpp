@@ -21,7 +21,7 @@ namespace {
 class Conversions : public ClassFixture {
 protected:
     Object Adapter = makeAdapter(true);
-    HTTPConnection& connection() { return native(Adapter).connection; }
+    HTTPConnection& connection() { return native(Adapter).Connection; }
 };
 
 using Bytes = std::vector<std::uint8_t>;

@@ -21,7 +21,7 @@ namespace {
 class Adapter : public ScopeFixture {
 protected:
     void adoptProvider(HTTPConnectionAdapter& adapter, const vxArray_tag* array) {
-        adapter.adoptHostObject(&RequestSettings::Provider, array, ProviderClassName);
+        adapter.adoptHostObject(&RequestSettings::Provider, array, kProviderClassName);
     }
     vantik::Object makeProvider() { return testsupport::makeScriptedProvider(host()).object(); }
 };
@@ -53,27 +53,27 @@ HostArray notedObject(vantik::Host& host, const std::string& name, std::vector<s
 
 TEST_F(Adapter, StartsWithItsDefaults) {
     const HTTPConnectionAdapter adapter;
-    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, 0);
-    EXPECT_TRUE(adapter.connection.Settings.Decode);
-    EXPECT_TRUE(adapter.connection.Settings.VerifyServerName);
-    EXPECT_FALSE(adapter.connection.Settings.HTTPOptionsMode);
-    EXPECT_EQ(adapter.connection.Settings.ProviderBufferSize, 0u);
+    EXPECT_EQ(adapter.Connection.ReceivedHead.ResponseCode, 0);
+    EXPECT_TRUE(adapter.Connection.Settings.Decode);
+    EXPECT_TRUE(adapter.Connection.Settings.VerifyServerName);
+    EXPECT_FALSE(adapter.Connection.Settings.HTTPOptionsMode);
+    EXPECT_EQ(adapter.Connection.Settings.ProviderBufferSize, 0u);
     EXPECT_TRUE(adapter.responseBytes().empty());
-    for (const std::u16string* text : {&adapter.contentEncoding, &adapter.contentType, &adapter.certificateFilename,
-                                       &adapter.username, &adapter.password, &adapter.proxyUsername,
-                                       &adapter.proxyPassword, &adapter.requestMethod, &adapter.redirectUrl}) {
+    for (const std::u16string* text : {&adapter.ContentEncoding, &adapter.ContentType, &adapter.CertificateFilename,
+                                       &adapter.Username, &adapter.Password, &adapter.ProxyUsername,
+                                       &adapter.ProxyPassword, &adapter.RequestMethod, &adapter.RedirectUrl}) {
         EXPECT_TRUE(text->empty());
     }
-    EXPECT_EQ(adapter.connection.Settings.ProgressReporter, nullptr);
-    EXPECT_EQ(adapter.connection.Settings.Provider, nullptr);
-    EXPECT_EQ(adapter.connection.Settings.Consumer, nullptr);
+    EXPECT_EQ(adapter.Connection.Settings.ProgressReporter, nullptr);
+    EXPECT_EQ(adapter.Connection.Settings.Provider, nullptr);
+    EXPECT_EQ(adapter.Connection.Settings.Consumer, nullptr);
 }
 
 TEST_F(Adapter, ReleasesReporterThenConsumerThenProvider) {
     std::vector<std::string> gone;
     {
         HTTPConnectionAdapter adapter;
-        RequestSettings& settings = adapter.connection.Settings;
+        RequestSettings& settings = adapter.Connection.Settings;
         settings.ProgressReporter = notedObject(host(), "reporter", gone);
         settings.Provider = notedObject(host(), "provider", gone);
         settings.Consumer = notedObject(host(), "consumer", gone);
@@ -90,7 +90,7 @@ TEST_F(Adapter, ResponseCodeIsNarrowedTowardsZero) {
     for (const Row& row : {Row{200.9, 200}, Row{-0.5, 0}, Row{-1.9, -1}, Row{2147483647.9, 2147483647},
                            Row{-2147483648.9, std::numeric_limits<std::int32_t>::min()}}) {
         adapter.setResponseCode(row.Given);
-        EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, row.Stored) << row.Given;
+        EXPECT_EQ(adapter.Connection.ReceivedHead.ResponseCode, row.Stored) << row.Given;
     }
 }
 
@@ -102,13 +102,13 @@ TEST_F(Adapter, ResponseCodeOutOfRangeRaisesAndChangesNothing) {
     const double infinity = std::numeric_limits<double>::infinity();
     EXPECT_THROW(adapter.setResponseCode(infinity), boost::numeric::positive_overflow);
     EXPECT_THROW(adapter.setResponseCode(-infinity), boost::numeric::negative_overflow);
-    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, 204);
+    EXPECT_EQ(adapter.Connection.ReceivedHead.ResponseCode, 204);
 }
 
 TEST_F(Adapter, ResponseCodeNotANumberPassesBothRangeTests) {
     HTTPConnectionAdapter adapter;
     EXPECT_NO_THROW(adapter.setResponseCode(std::nan("")));
-    EXPECT_EQ(adapter.connection.ReceivedHead.ResponseCode, std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(adapter.Connection.ReceivedHead.ResponseCode, std::numeric_limits<std::int32_t>::min());
 }
 
 TEST_F(Adapter, AdoptedObjectIsLentToTheConnectionAndOutlivesItsGiver) {
@@ -117,18 +117,18 @@ TEST_F(Adapter, AdoptedObjectIsLentToTheConnectionAndOutlivesItsGiver) {
         const vantik::Object provider = makeProvider();
         adoptProvider(adapter, provider.array().handle());
     }
-    ASSERT_NE(adapter.connection.Settings.Provider, nullptr);
-    EXPECT_TRUE(vx::vxIsA(adapter.connection.Settings.Provider.get(), ProviderClassName));
+    ASSERT_NE(adapter.Connection.Settings.Provider, nullptr);
+    EXPECT_TRUE(vx::vxIsA(adapter.Connection.Settings.Provider.get(), kProviderClassName));
 }
 
 TEST_F(Adapter, WrongClassLeavesThePreviousObject) {
     HTTPConnectionAdapter adapter;
     const vantik::Object provider = makeProvider();
     adoptProvider(adapter, provider.array().handle());
-    const SharedHostArray before = adapter.connection.Settings.Provider;
+    const SharedHostArray before = adapter.Connection.Settings.Provider;
     const Array wrong("text");
     EXPECT_THROW(adoptProvider(adapter, wrong.handle()), foundation::core::except::IUserException);
-    EXPECT_EQ(adapter.connection.Settings.Provider, before);
+    EXPECT_EQ(adapter.Connection.Settings.Provider, before);
 }
 
 TEST_F(Adapter, NullAndAnyEmptyArrayClear) {
@@ -138,7 +138,7 @@ TEST_F(Adapter, NullAndAnyEmptyArrayClear) {
     for (const vxArray_tag* nothing : {static_cast<const vxArray_tag*>(nullptr), empty.handle()}) {
         adoptProvider(adapter, provider.array().handle());
         adoptProvider(adapter, nothing);
-        EXPECT_EQ(adapter.connection.Settings.Provider, nullptr);
+        EXPECT_EQ(adapter.Connection.Settings.Provider, nullptr);
     }
 }
 
@@ -146,18 +146,18 @@ TEST_F(Adapter, AdoptsTheHandleItHoldsAlready) {
     HTTPConnectionAdapter adapter;
     const vantik::Object provider = makeProvider();
     adoptProvider(adapter, provider.array().handle());
-    adoptProvider(adapter, adapter.connection.Settings.Provider.get());
-    EXPECT_TRUE(vx::vxIsA(adapter.connection.Settings.Provider.get(), ProviderClassName));
+    adoptProvider(adapter, adapter.Connection.Settings.Provider.get());
+    EXPECT_TRUE(vx::vxIsA(adapter.Connection.Settings.Provider.get(), kProviderClassName));
 }
 
 TEST_F(Adapter, ContentReplacedWhileATransferSendsItLivesUntilThen) {
     HTTPConnectionAdapter adapter;
-    RequestSettings& settings = adapter.connection.Settings;
+    RequestSettings& settings = adapter.Connection.Settings;
     std::vector<std::string> gone;
     settings.Provider = notedObject(host(), "first", gone);
     settings.setPayload({1, 2, 3});
     {
-        const InterruptibleStreamCopier copier(adapter.connection);
+        const InterruptibleStreamCopier copier(adapter.Connection);
         adoptProvider(adapter, nullptr);
         settings.setPayload({9});
         EXPECT_TRUE(gone.empty());
@@ -170,18 +170,18 @@ TEST_F(Adapter, ContentReplacedWhileATransferSendsItLivesUntilThen) {
 
 TEST_F(Adapter, EmptyingTheBufferClearsContentAndErrorState) {
     HTTPConnectionAdapter adapter;
-    adapter.responseBuffer << std::string(100000, 'x');
-    adapter.responseBuffer.setstate(std::ios::badbit);
+    adapter.ResponseBuffer << std::string(100000, 'x');
+    adapter.ResponseBuffer.setstate(std::ios::badbit);
     adapter.emptyResponseBuffer();
-    EXPECT_TRUE(adapter.responseBuffer.good());
+    EXPECT_TRUE(adapter.ResponseBuffer.good());
     EXPECT_TRUE(adapter.responseBytes().empty());
-    adapter.responseBuffer << "next";
+    adapter.ResponseBuffer << "next";
     EXPECT_EQ(adapter.responseBytes(), "next");
 }
 
 TEST_F(Adapter, OnlyFailuresOfTheTransferLayerAreTranslated) {
     HTTPConnectionAdapter adapter;
-    adapter.connection.Settings.URL = u"http://h/";
+    adapter.Connection.Settings.URL = u"http://h/";
     try {
         acrossTransferBoundary(adapter, [] { throw webservices::HTTPFileNotFoundException("No host"); });
         FAIL() << "nothing was raised";

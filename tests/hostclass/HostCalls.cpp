@@ -2,11 +2,10 @@
 
 #include "transfer/HTTPConnection.h"
 
-#include <pthread.h>
-
 #include <cerrno>
 #include <cstddef>
 #include <new>
+#include <pthread.h>
 #include <stdexcept>
 
 namespace {

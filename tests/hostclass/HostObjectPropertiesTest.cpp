@@ -38,7 +38,7 @@ class HostObjects : public ClassFixture, public testing::WithParamInterface<Role
 protected:
     Object Adapter = makeAdapter();
 
-    const vxArray_tag* kept() { return (native(Adapter).connection.Settings.*GetParam().Kept).get(); }
+    const vxArray_tag* kept() { return (native(Adapter).Connection.Settings.*GetParam().Kept).get(); }
     Object makeObject(const std::string& property) {
         if (property == "Provider") {
             return testsupport::makeScriptedProvider(host()).object();

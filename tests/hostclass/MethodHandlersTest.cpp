@@ -19,7 +19,7 @@ namespace {
 class Methods : public ClassFixture {
 protected:
     Object Adapter = makeAdapter(true);
-    HTTPConnection& connection() { return native(Adapter).connection; }
+    HTTPConnection& connection() { return native(Adapter).Connection; }
     std::vector<Array> ask(const char* method, int resultsWanted) { return Adapter.call(method, {}, resultsWanted); }
     std::vector<std::string> textsOf(const std::vector<Array>& results) {
         std::vector<std::string> texts;

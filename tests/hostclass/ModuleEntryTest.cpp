@@ -13,10 +13,9 @@
 #include <latch>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 #include <vector>
-
-#include <unistd.h>
 
 namespace {
 

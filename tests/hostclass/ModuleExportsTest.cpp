@@ -1,12 +1,12 @@
 // What the module lets others see, read from its dynamic symbol table.
-#include <algorithm>
-#include <string>
-#include <vector>
+#include "tests/support/process/ElfFile.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/process/ElfFile.h"
+#include <algorithm>
+#include <string>
+#include <vector>
 
 TEST(ModuleExports, AreTheThreeEntryPointsAndNothingElse) {
     std::vector<std::string> names = testsupport::ElfFile(NETROVE_MODULE_FILE).exportedSymbols();

@@ -20,7 +20,7 @@ namespace {
 class Properties : public ClassFixture {
 protected:
     Object Adapter = makeAdapter();
-    HTTPConnection& connection() { return native(Adapter).connection; }
+    HTTPConnection& connection() { return native(Adapter).Connection; }
     std::string text(const char* property) { return Adapter.get(property).text(); }
     // A property set to a null text, as only a host can.
     void setNull(const char* property) { accessorsOf<Text>(property).Setter(native(Adapter), nullptr); }
@@ -129,9 +129,9 @@ TEST_F(Properties, RequestMethodReadsAsSetAndNotAsInEffect) {
 TEST_F(Properties, RedirectUrlIsResolvedAndShownByReading) {
     Adapter.set("URL", "http://example.com/a/b");
     Adapter.set("RedirectURL", "../c");
-    EXPECT_EQ(native(Adapter).redirectUrl, u"");
+    EXPECT_EQ(native(Adapter).RedirectUrl, u"");
     EXPECT_EQ(text("RedirectURL"), "http://example.com/c");
-    EXPECT_EQ(native(Adapter).redirectUrl, u"http://example.com/c");
+    EXPECT_EQ(native(Adapter).RedirectUrl, u"http://example.com/c");
     Adapter.set("RedirectURL", "");
     EXPECT_EQ(text("RedirectURL"), "");
 }

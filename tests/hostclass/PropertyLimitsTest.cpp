@@ -51,7 +51,7 @@ constexpr const char* kTooSmall = "bad numeric conversion: negative overflow";
 class Limits : public ClassFixture {
 protected:
     Object Adapter = makeAdapter();
-    HTTPConnection& connection() { return native(Adapter).connection; }
+    HTTPConnection& connection() { return native(Adapter).Connection; }
     void openThroughProxy(const char* host, Array port) {
         Adapter.call("openProxyConnection", {Array::structure({{"Host", host}, {"Port", std::move(port)}})});
     }

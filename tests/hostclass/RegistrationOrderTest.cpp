@@ -1,7 +1,6 @@
 // What registering asks of the host, call by call: the packages, the class, and everything that defines it, in order.
-#include "hostclass/ClassRegistration.h"
-
 #include "host/Messages.h"
+#include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/hostclass/RecordingClass.h"

@@ -90,7 +90,7 @@ TEST_F(ResponseBuffer, NullsClearTheRequestsContentOnly) {
 
 TEST_F(ResponseBuffer, BytesAreLostOnlyWhileTheStreamHasFailed) {
     Adapter.set("ResponsePayload", Array::bytes(std::string_view("one")));
-    native(Adapter).responseBuffer.setstate(std::ios::badbit);
+    native(Adapter).ResponseBuffer.setstate(std::ios::badbit);
     Adapter.set("ResponsePayload", Array::bytes(std::string_view("two")));
     EXPECT_EQ(Adapter.call("copyContentToByteArray", {true}).byteText(), "one");
     Adapter.set("ResponsePayload", Array::bytes(std::string_view("three")));

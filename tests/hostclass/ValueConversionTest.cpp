@@ -115,11 +115,11 @@ TEST_F(ValueConversion, ArrayWithoutPlainElementsHasNone) {
 }
 
 TEST_F(ValueConversion, NullEmptyAndMatchingArraysPassTheClassCheck) {
-    EXPECT_NO_THROW(checkArrayClass(nullptr, ProviderClassName));
+    EXPECT_NO_THROW(checkArrayClass(nullptr, kProviderClassName));
     const Array empty = Array::doubles({});
-    EXPECT_NO_THROW(checkArrayClass(empty.handle(), ProviderClassName));
+    EXPECT_NO_THROW(checkArrayClass(empty.handle(), kProviderClassName));
     const vantik::Object provider = testsupport::makeScriptedProvider(host()).object();
-    EXPECT_NO_THROW(checkArrayClass(provider.array().handle(), ProviderClassName)); // a derived class
+    EXPECT_NO_THROW(checkArrayClass(provider.array().handle(), kProviderClassName)); // a derived class
     const Array number(1.0);
     EXPECT_NO_THROW(checkArrayClass(number.handle(), "double"));
 }
@@ -127,15 +127,15 @@ TEST_F(ValueConversion, NullEmptyAndMatchingArraysPassTheClassCheck) {
 TEST_F(ValueConversion, WrongClassNamesBothClassesAndCarriesTheRenderedText) {
     const Array number(1.0);
     try {
-        checkArrayClass(number.handle(), ProviderClassName);
+        checkArrayClass(number.handle(), kProviderClassName);
         FAIL() << "a double passed as a provider";
     } catch (const foundation::core::except::IMsgIDException& failure) {
         EXPECT_EQ(failure.get_error_id(), "VANTIK:legacy_two_part:UnableToConvert");
         const std::u16string text = fl::i18n::MessageCatalog::get_message(
-            VANTIK::type::PropSetClsMismatch(ProviderClassName), fl::i18n::VkLocale::global());
+            VANTIK::type::PropSetClsMismatch(kProviderClassName), fl::i18n::VkLocale::global());
         EXPECT_THAT(failure.msg_id().arguments(),
                     testing::ElementsAre(resource_core::MsgArgument(std::string("double")),
-                                         resource_core::MsgArgument(std::string(ProviderClassName)),
+                                         resource_core::MsgArgument(std::string(kProviderClassName)),
                                          resource_core::MsgArgument(text)));
     }
 }

@@ -7,7 +7,7 @@
 namespace {
 
 // As gzip ends: a sum that nobody looks at here, and the length of what was compressed.
-const std::string EndOfAThousand("data\xe8\x03\x00\x00", 8);
+const std::string kEndOfAThousand("data\xe8\x03\x00\x00", 8);
 
 struct Row {
     const char* Name;
@@ -36,26 +36,26 @@ TEST_P(ContentTailTest, ComparesTheLengthsHoweverTheBytesCome) {
     }
 }
 
-const Row Rows[] = {
-    {"Whole", false, 8, EndOfAThousand, 1000, false},
-    {"WholeUntilTheClose", false, -1, EndOfAThousand, 1000, false},
-    {"WholeBeyond32Bits", false, 8, EndOfAThousand, (std::uint64_t{1} << 32) + 1000, false},
-    {"Cut", false, 7, EndOfAThousand.substr(0, 7), 1000, true},
-    {"CutUntilTheClose", false, -1, EndOfAThousand.substr(0, 5), 900, true},
-    {"MoreAfterIt", false, 10, EndOfAThousand + "xy", 1000, true},
-    {"MoreThanTheAnnouncedLength", false, 8, EndOfAThousand + "HTTP/1.1 200", 1000, false},
+const Row kRows[] = {
+    {"Whole", false, 8, kEndOfAThousand, 1000, false},
+    {"WholeUntilTheClose", false, -1, kEndOfAThousand, 1000, false},
+    {"WholeBeyond32Bits", false, 8, kEndOfAThousand, (std::uint64_t{1} << 32) + 1000, false},
+    {"Cut", false, 7, kEndOfAThousand.substr(0, 7), 1000, true},
+    {"CutUntilTheClose", false, -1, kEndOfAThousand.substr(0, 5), 900, true},
+    {"MoreAfterIt", false, 10, kEndOfAThousand + "xy", 1000, true},
+    {"MoreThanTheAnnouncedLength", false, 8, kEndOfAThousand + "HTTP/1.1 200", 1000, false},
     {"Nothing", false, 0, "", 0, false},
     {"AsLongAsItCame", false, 8, "12345678", 8, true},
-    {"OneChunk", true, -1, "8\r\n" + EndOfAThousand + "\r\n0\r\n\r\n", 1000, false},
+    {"OneChunk", true, -1, "8\r\n" + kEndOfAThousand + "\r\n0\r\n\r\n", 1000, false},
     {"ManyChunks", true, -1,
-     "4;x=8\r\n" + EndOfAThousand.substr(0, 4) + "\r\n003\r\n" + EndOfAThousand.substr(4, 3) + "\r\n1\r\n" +
-         EndOfAThousand.substr(7) + "\r\n0\r\nX-Sum: 1\r\n\r\n",
+     "4;x=8\r\n" + kEndOfAThousand.substr(0, 4) + "\r\n003\r\n" + kEndOfAThousand.substr(4, 3) + "\r\n1\r\n" +
+         kEndOfAThousand.substr(7) + "\r\n0\r\nX-Sum: 1\r\n\r\n",
      1000, false},
-    {"LongChunk", true, -1, "1C\r\n" + std::string(20, '\n') + EndOfAThousand + "\r\n00\r\n\r\n", 1000, false},
-    {"CutInAChunk", true, -1, "7\r\n" + EndOfAThousand.substr(0, 7) + "\r\n0\r\n\r\n", 1000, true},
+    {"LongChunk", true, -1, "1C\r\n" + std::string(20, '\n') + kEndOfAThousand + "\r\n00\r\n\r\n", 1000, false},
+    {"CutInAChunk", true, -1, "7\r\n" + kEndOfAThousand.substr(0, 7) + "\r\n0\r\n\r\n", 1000, true},
 };
 
-INSTANTIATE_TEST_SUITE_P(Rows, ContentTailTest, ::testing::ValuesIn(Rows),
+INSTANTIATE_TEST_SUITE_P(kRows, ContentTailTest, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return info.param.Name; });
 
 } // namespace

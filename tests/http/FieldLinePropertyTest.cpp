@@ -1,8 +1,7 @@
 // Field lines and status lines as properties of any text.
-#include "tests/support/host/PropertyTexts.h"
-
 #include "http/HttpSyntax.h"
 #include "http/ResponseHead.h"
+#include "tests/support/host/PropertyTexts.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>

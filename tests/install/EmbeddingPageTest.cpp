@@ -1,12 +1,11 @@
 // The build lines of docs/embedding.md, with the installed tree: all examples by CMake, the first one by hand.
 #include "tests/install/InstallFixture.h"
-
-#include <filesystem>
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 #include <gmock/gmock.h>
 
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/WireText.h"
+#include <filesystem>
 
 namespace {
 

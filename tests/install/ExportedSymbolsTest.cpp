@@ -1,5 +1,9 @@
 // What the host's library lets others see: what host/ and the embedding API declare, and nothing that it is made of.
+#include "tests/install/InstallFixture.h"
 #include "tests/support/process/ElfFile.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
@@ -7,11 +11,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/install/InstallFixture.h"
 
 namespace {
 
@@ -28,10 +27,11 @@ bool isNameCharacter(char c) {
 // Every word of the headers that declare what the library supplies.
 std::set<std::string> declaredWords() {
     std::set<std::string> words;
-    for (const char* folder : {"host", "embedded/include", "embedded/services/cppmicroservices/include"})
+    for (const char* folder : {"host", "embedded/include", "embedded/services/cppmicroservices/include"}) {
         for (const std::string& file : filesBelow(source(folder))) {
-            if (!file.ends_with(".h"))
+            if (!file.ends_with(".h")) {
                 continue;
+            }
             std::string word;
             for (const char c : readFile(source(folder) + "/" + file) + "\n") {
                 if (isNameCharacter(c)) {
@@ -42,17 +42,21 @@ std::set<std::string> declaredWords() {
                 }
             }
         }
+    }
     return words;
 }
 
 // "std" of "typeinfo name for std::any".
 std::string outermostName(std::string symbol) {
-    for (const char* prefix : {"typeinfo name for ", "typeinfo for ", "vtable for ", "non-virtual thunk to "})
-        if (symbol.starts_with(prefix))
+    for (const char* prefix : {"typeinfo name for ", "typeinfo for ", "vtable for ", "non-virtual thunk to "}) {
+        if (symbol.starts_with(prefix)) {
             symbol.erase(0, std::string(prefix).size());
+        }
+    }
     std::size_t end = 0;
-    while (end < symbol.size() && isNameCharacter(symbol[end]))
+    while (end < symbol.size() && isNameCharacter(symbol[end])) {
         ++end;
+    }
     return symbol.substr(0, end);
 }
 
@@ -70,11 +74,14 @@ std::set<std::string> setOf(const std::vector<std::string>& names) {
 std::vector<ElfFile::Symbol> objectSymbols() {
     std::vector<ElfFile::Symbol> result;
     std::istringstream files(readFile(NETROVE_EMBEDDED_OBJECTS));
-    for (std::string file; std::getline(files, file);)
-        for (const ElfFile::Symbol& symbol : ElfFile(file).allSymbols())
+    for (std::string file; std::getline(files, file);) {
+        for (const ElfFile::Symbol& symbol : ElfFile(file).allSymbols()) {
             if (symbol.Defined && symbol.Strong && !symbol.Name.starts_with("__") &&
-                symbol.Name.find("DW.ref") == std::string::npos)
+                symbol.Name.find("DW.ref") == std::string::npos) {
                 result.push_back(symbol);
+            }
+        }
+    }
     return result;
 }
 
@@ -114,13 +121,15 @@ TEST(ExportedSymbols, OfTheHostAreAllThatTheModuleNeeds) {
     const std::set<std::string> exported = setOf(ElfFile(NETROVE_EMBEDDED_FILE).exportedSymbols());
     std::size_t found = 0;
     for (const std::string& symbol : ElfFile(NETROVE_MODULE_FILE).undefinedSymbols()) {
-        for (const char* mark : {"4vcos", "6matrix", "2fl4i18n", "10foundation", "13resource_core", "8services5state",
-                                 "16cppmicroservices", "8Zentorak", "16utInterruptState", "omCall", "omGet", "utFree"})
+        for (const char* mark :
+             {"4vcos", "6matrix", "2fl4i18n", "10foundation", "13resource_core", "8services5state",
+              "16cppmicroservices", "8Zentorak", "16utInterruptState", "omCall", "omGet", "utFree"}) {
             if (symbol.find(mark) != std::string::npos) {
                 EXPECT_TRUE(exported.contains(symbol)) << symbol;
                 ++found;
                 break;
             }
+        }
     }
     EXPECT_GT(found, 50u);
 }

@@ -1,14 +1,14 @@
 // The tree that `cmake --install` makes of this build, in a folder of its own, and moved before it is used.
 #pragma once
 
+#include "tests/support/process/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "tests/support/process/TemporaryFolder.h"
 
 namespace installtest {
 

@@ -1,11 +1,10 @@
 // docs/install.md is done as it says, in order, by one shell: from the installation to programs of both build systems.
 // What differs: this build instead of a release, a loopback server instead of a site, this build's sanitizers.
 #include "tests/install/InstallFixture.h"
-
-#include <gmock/gmock.h>
-
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -13,15 +12,17 @@ using namespace installtest;
 using namespace testsupport;
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
         text.replace(at, from.size(), to);
+    }
     return text;
 }
 
 std::size_t countOf(const std::string& text, const std::string& part) {
     std::size_t count = 0;
-    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size())
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
         ++count;
+    }
     return count;
 }
 
@@ -54,8 +55,9 @@ TEST(InstallPage, QuotesTheProgramThatTheTestsBuild) {
 TEST(InstallPage, CommandsWorkInTheOrderOfThePage) {
     const std::string page = readFile(source("docs/install.md"));
     std::string commands;
-    for (const std::string& block : blocks(page, "sh", "## Into a folder"))
+    for (const std::string& block : blocks(page, "sh", "## Into a folder")) {
         commands += block;
+    }
     const std::size_t requests = countOf(commands, kSite);
     ASSERT_EQ(requests, 3u) << "one with the tool, one for each build system";
 
@@ -67,12 +69,14 @@ TEST(InstallPage, CommandsWorkInTheOrderOfThePage) {
     commands = replaced(commands, "g++ ", "g++ " + sanitizerFlags() + " ");
 
     const TemporaryFolder home;
-    for (const char* file : {"main.cpp", "CMakeLists.txt"})
+    for (const char* file : {"main.cpp", "CMakeLists.txt"}) {
         writeFile(home.file(file), readFile(source(std::string("tests/install/consumer/") + file)));
+    }
     const ShellOutcome outcome =
         shell(commands, home.path(), {{"CMAKE_GENERATOR", "Ninja"}, {"CXXFLAGS", sanitizerFlags()}});
     ASSERT_EQ(outcome.Status, 0) << commands << "\n" << outcome.Out;
     EXPECT_EQ(countOf(outcome.Out, "[content]"), requests) << outcome.Out;
-    for (std::size_t index = 0; index < requests; ++index)
+    for (std::size_t index = 0; index < requests; ++index) {
         EXPECT_EQ(startLine(server.waitUntilDone(index).Heads.at(0)), "GET / HTTP/1.1");
+    }
 }

@@ -1,14 +1,13 @@
 // What `cmake --install` puts where, and whether it works from another place than the one it was made for.
 #include "tests/install/InstallFixture.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-
-#include <gmock/gmock.h>
-
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/WireText.h"
 
 namespace {
 
@@ -21,8 +20,9 @@ using testing::StartsWith;
 
 std::vector<std::string> installedHeaders(const std::string& prefix) {
     std::vector<std::string> headers;
-    for (const std::string& file : filesBelow(prefix + "/include"))
+    for (const std::string& file : filesBelow(prefix + "/include")) {
         headers.push_back(file);
+    }
     return headers;
 }
 
@@ -71,8 +71,9 @@ TEST_F(InstalledTree, HasEachKindOfFileInItsUsualPlace) {
 TEST_F(InstalledTree, NamesNoFolderOfTheBuild) {
     for (const std::string& file : filesBelow(prefix())) {
         if (file.find("/libvantik_embedded") != std::string::npos || file.ends_with("libnetrove.so") ||
-            file == "bin/netrove")
+            file == "bin/netrove") {
             continue; // debug information names its sources
+        }
         const std::string content = readFile(prefix() + "/" + file);
         EXPECT_EQ(content.find(NETROVE_BUILD_FOLDER), std::string::npos) << file;
         EXPECT_EQ(content.find(NETROVE_SOURCE_FOLDER), std::string::npos) << file;
@@ -113,8 +114,9 @@ TEST_F(InstalledTree, EachHeaderCompilesAlone) {
 TEST_F(InstalledTree, HeadersShowNoTypeOfAnotherLibrary) {
     for (const std::string& header : installedHeaders(prefix())) {
         const std::string code = withoutComments(readFile(prefix() + "/include/" + header));
-        for (const char* name : {"curl", "boost", "icu", "unicode/", "uchar", "poco", "libproxy", "cppmicroservices"})
+        for (const char* name : {"curl", "boost", "icu", "unicode/", "uchar", "poco", "libproxy", "cppmicroservices"}) {
             EXPECT_EQ(code.find(name), std::string::npos) << header << " shows " << name;
+        }
     }
 }
 
@@ -129,8 +131,9 @@ TEST_F(InstalledTree, PackageForCMakeSuitsTheMinorVersionsThatItShould) {
                                           "endforeach()\n");
     const ShellOutcome outcome = shell("cmake -S . -B build -G Ninja -DCMAKE_PREFIX_PATH='" + prefix() + "'", folder);
     EXPECT_EQ(outcome.Status, 0) << outcome.Out;
-    for (const char* line : {"0.0: 0\n", "0.1: 1\n", NETROVE_VERSION ": 1\n", "0.1.99: 0\n", "0.2: 0\n", "1.0: 0\n"})
+    for (const char* line : {"0.0: 0\n", "0.1: 1\n", NETROVE_VERSION ": 1\n", "0.1.99: 0\n", "0.2: 0\n", "1.0: 0\n"}) {
         EXPECT_THAT(outcome.Out, HasSubstr(line));
+    }
 }
 
 TEST_F(InstalledTree, BothPackagesSayWhereTheModuleIs) {

@@ -1,13 +1,12 @@
 // The Debian packages of this build: what is in them, what they say of themselves, and whether they work once unpacked.
 #include "tests/install/InstallFixture.h"
-
-#include <filesystem>
-
-#include <gmock/gmock.h>
-
 #include "tests/support/process/ElfFile.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
 
 namespace {
 
@@ -31,8 +30,9 @@ protected:
                                            "    dpkg-deb -x $package root\n"
                                            "done",
                                            Folder->path());
-        if (outcome.Status != 0)
+        if (outcome.Status != 0) {
             throw std::runtime_error(outcome.Out);
+        }
     }
     static void TearDownTestSuite() { Folder.reset(); }
 
@@ -44,8 +44,9 @@ protected:
     static std::string field(const std::string& package, const std::string& name) {
         const std::string control = "\n" + readFile(place(package + ".control/control"));
         const std::size_t start = control.find("\n" + name + ": ");
-        if (start == std::string::npos)
+        if (start == std::string::npos) {
             return {};
+        }
         const std::size_t value = start + name.size() + 3;
         return control.substr(value, control.find('\n', value) - value);
     }
@@ -89,11 +90,14 @@ TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
     std::vector<std::string> expected =
         with("libnetrove-dev", {kLib + "libvantik_embedded.so", kLib + "cmake/netrove/netroveConfig.cmake",
                                 kLib + "cmake/netrove/netroveConfigVersion.cmake", kLib + "pkgconfig/netrove.pc"});
-    for (const std::string& header : filesBelow(source("embedded/include")))
+    for (const std::string& header : filesBelow(source("embedded/include"))) {
         expected.push_back("usr/include/" + header);
-    for (const std::string& page : filesBelow(source("docs")))
-        if (page.ends_with(".md"))
+    }
+    for (const std::string& page : filesBelow(source("docs"))) {
+        if (page.ends_with(".md")) {
             expected.push_back("usr/share/doc/netrove/docs/" + page);
+        }
+    }
     EXPECT_THAT(files("libnetrove-dev"), UnorderedElementsAreArray(expected));
 }
 
@@ -113,8 +117,9 @@ TEST_F(Packages, ControlFieldsSayWhatEachIs) {
 
 TEST_F(Packages, DependOnTheLibrariesTheyAreLinkedWithAndOnEachOther) {
     const std::string runtime = field("libnetrove0", "Depends");
-    for (const char* library : {"libcurl4", "libicu", "libboost-url", "libproxy1", "libpoconet", "libc6"})
+    for (const char* library : {"libcurl4", "libicu", "libboost-url", "libproxy1", "libpoconet", "libc6"}) {
         EXPECT_THAT(runtime, HasSubstr(library));
+    }
     EXPECT_EQ(field("libnetrove-dev", "Depends"), kSameVersion);
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr(kSameVersion));
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr("ca-certificates"));

@@ -77,8 +77,8 @@ std::string describe(const Hook& hook) {
         return {};
     }
     const std::string event = hook.Event == 0             ? "start"
-                              : hook.Event == Hook::Again ? "restart"
-                              : hook.Event == Hook::End   ? "close"
+                              : hook.Event == Hook::kAgain ? "restart"
+                              : hook.Event == Hook::kEnd   ? "close"
                                                           : "call " + std::to_string(hook.Event);
     std::string text = "; at " + event + ": ";
     if (hook.What == Act::Call) {
@@ -143,7 +143,7 @@ private:
         add(Op::Open, object);
         Last = object;
         if (challenged) {
-            add(Op::SetLogin, object, LoginSeveral);
+            add(Op::SetLogin, object, kLoginSeveral);
             set(chance(70) ? Op::SetProvider : Op::SetPayload, object);
         }
         for (std::uint8_t count = weighted({1, 3, 4, 3}); count > 0; --count) {
@@ -213,10 +213,10 @@ private:
         }
         drawn.Event = weighted({3, 6, 4, 2, 1});
         if (of == Op::SetProvider && chance(12)) {
-            drawn.Event = Hook::Again;
+            drawn.Event = Hook::kAgain;
         }
         if (of == Op::SetConsumer && chance(12)) {
-            drawn.Event = Hook::End;
+            drawn.Event = Hook::kEnd;
         }
         constexpr std::array acts{Act::Raise, Act::Interrupt, Act::Stop, Act::TakeLess, Act::Call};
         drawn.What = acts.at(weighted({1.5, 1.5, 1.5, of == Op::SetConsumer ? 1.0 : 0.0, 6}));

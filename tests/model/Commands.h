@@ -13,7 +13,7 @@
 
 namespace model {
 
-constexpr std::uint8_t Objects = 3; // a, b, c
+constexpr std::uint8_t kObjects = 3; // a, b, c
 
 enum class Op : std::uint8_t {
     Create,
@@ -50,8 +50,8 @@ enum class Act : std::uint8_t {
 // 0: the first start; 1 and above: that read, write or update; Again: a provider is started once more; End: a consumer
 // is closed. Once only.
 struct Hook {
-    static constexpr std::uint8_t Again = 8;
-    static constexpr std::uint8_t End = 9;
+    static constexpr std::uint8_t kAgain = 8;
+    static constexpr std::uint8_t kEnd = 9;
     std::uint8_t Event = 0;
     Act What = Act::Nothing;
     Op Nested = Op::Create; // of Act::Call
@@ -85,16 +85,16 @@ struct Command {
 using Sequence = std::vector<Command>;
 
 // SetMethod
-constexpr std::uint8_t MethodGet = 0;
-constexpr std::uint8_t MethodOwn = 1; // a name that no other object uses
-constexpr std::uint8_t MethodHead = 2;
+constexpr std::uint8_t kMethodGet = 0;
+constexpr std::uint8_t kMethodOwn = 1; // a name that no other object uses
+constexpr std::uint8_t kMethodHead = 2;
 // SetLogin
-constexpr std::uint8_t LoginNone = 0;
-constexpr std::uint8_t LoginBasic = 1;
-constexpr std::uint8_t LoginSeveral = 2; // Basic and Digest are allowed
+constexpr std::uint8_t kLoginNone = 0;
+constexpr std::uint8_t kLoginBasic = 1;
+constexpr std::uint8_t kLoginSeveral = 2; // Basic and Digest are allowed
 // SetField
-constexpr std::uint8_t FieldCookie = 0;
-constexpr std::uint8_t FieldNoExpect = 1;
+constexpr std::uint8_t kFieldCookie = 0;
+constexpr std::uint8_t kFieldNoExpect = 1;
 
 // Bytes of a request's content by the number of SetPayload and SetProvider; 0 stands for none at all.
 std::size_t requestSize(std::uint8_t number);

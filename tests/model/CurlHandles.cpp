@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <cstdlib>
-
 #include <dlfcn.h>
 
 namespace {

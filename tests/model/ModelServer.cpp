@@ -8,16 +8,15 @@
 #include <cerrno>
 #include <chrono>
 #include <list>
-#include <optional>
-#include <system_error>
-#include <utility>
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace model {
 
@@ -26,7 +25,7 @@ using testsupport::SocketHandle;
 
 namespace {
 
-constexpr const char* Barrier = "/barrier"; // not a request of the library's
+constexpr const char* kBarrier = "/barrier"; // not a request of the library's
 
 } // namespace
 
@@ -305,7 +304,7 @@ std::set<int> ModelServer::statusesBelow(const std::string& folder) const {
 bool ModelServer::awaitNoConnections() const {
     for (const std::uint16_t port : Ports) {
         const SocketHandle last = testsupport::connectLoopback(port);
-        testsupport::writeAll(last, std::string("GET ") + Barrier + " HTTP/1.1\r\n\r\n");
+        testsupport::writeAll(last, std::string("GET ") + kBarrier + " HTTP/1.1\r\n\r\n");
         testsupport::readSome(last);
     }
     std::unique_lock lock(Guard);
@@ -313,7 +312,7 @@ bool ModelServer::awaitNoConnections() const {
 }
 
 bool ModelServer::isOurs(const Request& request) {
-    return request.Path == Barrier;
+    return request.Path == kBarrier;
 }
 
 std::vector<Request> ModelServer::requests() const {

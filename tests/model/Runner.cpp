@@ -2,7 +2,6 @@
 
 #include "tests/model/CurlHandles.h"
 #include "tests/support/host/HostFixture.h"
-
 #include "vantik/Http.h"
 
 #include <limits>
@@ -11,8 +10,8 @@ namespace model {
 namespace {
 
 // Far more than a loopback connection takes, and the silence after which a limit acts.
-constexpr double ConnectLimitMs = 60000;
-constexpr double SilenceLimitMs = 40;
+constexpr double kConnectLimitMs = 60000;
+constexpr double kSilenceLimitMs = 40;
 
 std::string base64(const std::string& text) {
     constexpr const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -135,7 +134,7 @@ Runner::Outcome Runner::create(Slot& slot, std::uint8_t object, bool older) {
         return vantik::Array();
     });
     if (Owner) {
-        expectFailure(outcome, OnlyOne, "", "create while another one is open");
+        expectFailure(outcome, kOnlyOne, "", "create while another one is open");
         return outcome;
     }
     expectSuccess(outcome, "create");
@@ -210,17 +209,17 @@ Runner::Outcome Runner::open(Slot& slot, std::uint8_t object) {
     }
     if (runs(object)) {
         Outcome outcome = callOpen();
-        expectFailure(outcome, InternalError, "Opening the connection is not possible from within", "openConnection");
+        expectFailure(outcome, kInternalError, "Opening the connection is not possible from within", "openConnection");
         return outcome;
     }
     // A server that falls silent needs limits; any other one is given the time that it takes.
     const bool limited = slot.Answer.Last == Plan::End::Silent;
-    const double limit = limited ? SilenceLimitMs : std::numeric_limits<double>::infinity();
-    connection.set("TimeoutInMilliseconds", vantik::Array::doubles({ConnectLimitMs, limit, limit}));
+    const double limit = limited ? kSilenceLimitMs : std::numeric_limits<double>::infinity();
+    connection.set("TimeoutInMilliseconds", vantik::Array::doubles({kConnectLimitMs, limit, limit}));
     slot.Limited = limited;
     Outcome outcome = callOpen();
     if (Owner && Owner != object) {
-        expectFailure(outcome, OnlyOne, "", "openConnection while another one is open");
+        expectFailure(outcome, kOnlyOne, "", "openConnection while another one is open");
         return outcome;
     }
     expectSuccess(outcome, "openConnection");
@@ -248,7 +247,7 @@ Runner::Outcome Runner::open(Slot& slot, std::uint8_t object) {
 Runner::Outcome Runner::close(Slot& slot, std::uint8_t object) {
     Outcome outcome = attempt([&] { return slot.Object->call("closeConnection"); });
     if (runs(object)) {
-        expectFailure(outcome, InternalError, "Closing the connection is not possible from within", "closeConnection");
+        expectFailure(outcome, kInternalError, "Closing the connection is not possible from within", "closeConnection");
         return outcome;
     }
     expectSuccess(outcome, "closeConnection");
@@ -262,7 +261,7 @@ Runner::Outcome Runner::close(Slot& slot, std::uint8_t object) {
 Runner::Outcome Runner::closeAll(const Slot& slot) {
     Outcome outcome = attempt([&] { return slot.Object->call("closeAllConnections"); });
     if (Owner) {
-        expectFailure(outcome, InternalError, "", "closeAllConnections while one is open");
+        expectFailure(outcome, kInternalError, "", "closeAllConnections while one is open");
         return outcome;
     }
     expectSuccess(outcome, "closeAllConnections");
@@ -324,16 +323,16 @@ Runner::Outcome Runner::set(Slot& slot, const Command& command) {
 }
 
 Runner::Outcome Runner::setMethod(Slot& slot, std::uint8_t method) {
-    if (method == MethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
+    if (method == kMethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
         return {}; // after another name libcurl sends that name, and yet expects no content
     }
     const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
     Outcome outcome = attempt([&] {
-        slot.Object->set("RequestMethod", method == MethodOwn ? own : method == MethodHead ? "HEAD" : "GET");
+        slot.Object->set("RequestMethod", method == kMethodOwn ? own : method == kMethodHead ? "HEAD" : "GET");
         return vantik::Array();
     });
     if (runs(static_cast<std::uint8_t>(&slot - Slots.data()))) {
-        expectFailure(outcome, InternalError, "Setting the request method is not possible from within",
+        expectFailure(outcome, kInternalError, "Setting the request method is not possible from within",
                       "set RequestMethod");
         return outcome;
     }
@@ -347,17 +346,17 @@ Runner::Outcome Runner::setLogin(Slot& slot, std::uint8_t login) {
     const std::string user = "u" + slot.Instance + "n" + std::to_string(++Serial);
     slot.Login = login;
     Outcome outcome = attempt([&] {
-        if (login != LoginNone) {
+        if (login != kLoginNone) {
             slot.Object->set("Username", user);
             slot.Object->set("Password", "secret");
             slot.Credentials = "Basic " + base64(user + ":secret");
             Logins[slot.Credentials] = slot.Instance;
         }
         std::vector<std::string> schemes;
-        if (login != LoginNone) {
+        if (login != kLoginNone) {
             schemes.emplace_back("Basic");
         }
-        if (login == LoginSeveral) {
+        if (login == kLoginSeveral) {
             schemes.emplace_back("Digest");
         }
         return slot.Object->call("setAuthenticationSchemes",
@@ -369,7 +368,7 @@ Runner::Outcome Runner::setLogin(Slot& slot, std::uint8_t login) {
 
 Runner::Outcome Runner::setField(Slot& slot, std::uint8_t field) {
     Outcome outcome = attempt([&]() -> vantik::Array {
-        if (field == FieldNoExpect) {
+        if (field == kFieldNoExpect) {
             return slot.Object->call("removeField", {"Expect"});
         }
         const std::string value = "own" + slot.Instance + "=" + std::to_string(++Serial);
@@ -384,7 +383,7 @@ Runner::Outcome Runner::setField(Slot& slot, std::uint8_t field) {
 // Whatever came before, each object is as good as new after a close and an open.
 void Runner::finish() {
     Host->clearInterrupt();
-    for (std::uint8_t object = 0; object < Objects && Wrong.empty(); ++object) {
+    for (std::uint8_t object = 0; object < kObjects && Wrong.empty(); ++object) {
         if (!Slots[object].Object) {
             continue;
         }

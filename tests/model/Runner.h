@@ -3,7 +3,6 @@
 
 #include "tests/model/Commands.h"
 #include "tests/model/ModelServer.h"
-
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 
@@ -70,22 +69,22 @@ private:
         std::string Marker;       // "i3-7": of the latest open
         bool OptionsKept = false; // the handle may have options of an earlier request of this object
         int Methods = 0;          // how often one was set
-        std::uint8_t Method = MethodGet;
+        std::uint8_t Method = kMethodGet;
         bool Warned = false;                // of content that is not whole
         bool Given = false;                 // content has gone to a file or a consumer, or a copy was handed out
         bool Resumable = false;             // only an interrupt has stopped a copy into the byte array
         bool Empty = false;                 // Copied: the content had no bytes
         bool Limited = false;               // limits of silence are set
         int LastStatus = 0;                 // as told
-        std::uint8_t SentLogin = LoginNone; // as it was when a call could send
+        std::uint8_t SentLogin = kLoginNone; // as it was when a call could send
         bool SentProvided = false;          // a provider was set then
         // What is set
-        std::uint8_t LastMethod = MethodGet; // set last, whenever that was
+        std::uint8_t LastMethod = kMethodGet; // set last, whenever that was
         std::string Payload;
         std::set<std::string> Encoded{""}; // older interface: what a send may have made of the text
         std::shared_ptr<Provided> Provider;
         std::shared_ptr<Consumed> Consumer;
-        std::uint8_t Login = LoginNone;
+        std::uint8_t Login = kLoginNone;
         std::string Credentials;             // as the field Authorization has them
         std::set<std::string> Cookies;       // values of its own
         std::optional<std::string> Lead{""}; // led in through ResponsePayload; nothing: not known any more
@@ -120,7 +119,7 @@ private:
         bool Failed = false;
         std::string Identifier;
         std::string Text;
-        std::exception_ptr Raised;
+        std::exception_ptr kRaised;
         vantik::Array Result;
     };
 
@@ -178,7 +177,7 @@ private:
     std::array<int, 2> Files;
     std::chrono::seconds Patience;
     std::optional<vantik::Host> Host;
-    std::array<Slot, Objects> Slots;
+    std::array<Slot, kObjects> Slots;
     std::optional<std::uint8_t> Owner;  // whose connection is open
     bool Attached = false;              // the handles have seen an open
     std::optional<std::string> Jar{""}; // the cookie that the scope has; nothing: not known
@@ -192,17 +191,17 @@ private:
 };
 
 // What a failure is called.
-inline constexpr const char* InternalError = "VANTIK:webservices:InternalError";
-inline constexpr const char* OnlyOne = "VANTIK:http:OnlyOneTransferAtATime";
-inline constexpr const char* Interrupted = "VANTIK:host:Interrupted";
-inline constexpr const char* ConnectionFailed = "VANTIK:webservices:ConnectionFailed";
-inline constexpr const char* ConnectionRefused = "VANTIK:webservices:ConnectionRefused";
-inline constexpr const char* CopyFailed = "VANTIK:webservices:CopyContentToDataStreamError";
-inline constexpr const char* PartialFile = "VANTIK:webservices:PartialFileWarning";
-inline constexpr const char* Timeout = "VANTIK:webservices:Timeout";
-inline constexpr const char* StatusError = "VANTIK:webservices:StatusError";
-inline constexpr const char* Terminated = "VANTIK:webservices:OperationTerminatedByConsumer";
-inline constexpr const char* Raised = "model:Raised";
+inline constexpr const char* kInternalError = "VANTIK:webservices:InternalError";
+inline constexpr const char* kOnlyOne = "VANTIK:http:OnlyOneTransferAtATime";
+inline constexpr const char* kInterrupted = "VANTIK:host:Interrupted";
+inline constexpr const char* kConnectionFailed = "VANTIK:webservices:ConnectionFailed";
+inline constexpr const char* kConnectionRefused = "VANTIK:webservices:ConnectionRefused";
+inline constexpr const char* kCopyFailed = "VANTIK:webservices:CopyContentToDataStreamError";
+inline constexpr const char* kPartialFile = "VANTIK:webservices:PartialFileWarning";
+inline constexpr const char* kTimeout = "VANTIK:webservices:Timeout";
+inline constexpr const char* kStatusError = "VANTIK:webservices:StatusError";
+inline constexpr const char* kTerminated = "VANTIK:webservices:OperationTerminatedByConsumer";
+inline constexpr const char* kRaised = "model:Raised";
 
 template <class Action>
 Runner::Outcome Runner::attempt(Action&& action) {

@@ -11,7 +11,7 @@ namespace {
 }
 
 std::uint8_t counted(std::uint8_t& count) {
-    count = static_cast<std::uint8_t>(std::min(count + 1, Hook::Again - 1));
+    count = static_cast<std::uint8_t>(std::min(count + 1, Hook::kAgain - 1));
     return count;
 }
 
@@ -34,11 +34,11 @@ bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
     };
     switch (hook.What) {
     case Act::Interrupt:
-        run.Allowed.insert({Interrupted, ConnectionFailed});
+        run.Allowed.insert({kInterrupted, kConnectionFailed});
         Host->interrupt();
         return false;
     case Act::Raise:
-        mustFail({Raised});
+        mustFail({kRaised});
         raise();
     case Act::Call: {
         const std::string before = Now;
@@ -60,7 +60,7 @@ vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const H
     const auto done = std::make_shared<bool>(false);
     const auto happen = [this, memory, hook, done](std::uint8_t event) {
         if (play(hook, event, *done)) {
-            Running->Allowed.insert(Raised);
+            Running->Allowed.insert(kRaised);
             Running->MustFail = true;
             Running->OnlyInterrupts = false;
             raise();
@@ -69,7 +69,7 @@ vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const H
     vantik::ContentProvider provider;
     provider.rewind = [memory, happen] {
         memory->Position = 0;
-        happen(memory->Starts++ == 0 ? 0 : Hook::Again);
+        happen(memory->Starts++ == 0 ? 0 : Hook::kAgain);
     };
     provider.read = [memory, happen](std::uint64_t wanted) {
         happen(counted(memory->Reads));
@@ -95,7 +95,7 @@ vantik::Object Runner::consumer(const std::shared_ptr<Consumed>& memory, const H
         std::string_view bytes = vantik::asText(piece);
         const bool act = play(hook, counted(memory->Writes), *done);
         if (act && hook.What == Act::Stop) {
-            Running->Allowed.insert(Terminated);
+            Running->Allowed.insert(kTerminated);
             Running->OnlyInterrupts = false;
             Running->MustFail = true;
             return std::nullopt;
@@ -107,7 +107,7 @@ vantik::Object Runner::consumer(const std::shared_ptr<Consumed>& memory, const H
         memory->Content += bytes;
         return bytes.size();
     };
-    consumer.close = [this, hook, done] { play(hook, Hook::End, *done); };
+    consumer.close = [this, hook, done] { play(hook, Hook::kEnd, *done); };
     return vantik::makeConsumer(*Host, consumer);
 }
 
@@ -118,7 +118,7 @@ vantik::Object Runner::reporter(const Hook& hook) {
         if (!play(hook, counted(*updates), *done)) {
             return true;
         }
-        Running->Allowed.insert({Interrupted, ConnectionFailed, Terminated});
+        Running->Allowed.insert({kInterrupted, kConnectionFailed, kTerminated});
         Running->OnlyInterrupts = false;
         Running->MustFail = true;
         return false;

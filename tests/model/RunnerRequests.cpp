@@ -1,6 +1,5 @@
 // What the server saw of a sequence: each request whole as it was set, and nothing of one object with another's.
 #include "tests/model/Runner.h"
-
 #include "tests/support/server/WireText.h"
 
 #include <algorithm>

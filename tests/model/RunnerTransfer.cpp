@@ -1,17 +1,15 @@
 // What a call that sends or copies may give, by what has been before it and by what its host objects do.
 #include "tests/model/Runner.h"
-
 #include "tests/support/server/WireText.h"
 
 #include <algorithm>
 #include <system_error>
-
 #include <unistd.h>
 
 namespace model {
 namespace {
 
-constexpr const char* Earlier = "saved before";
+constexpr const char* kEarlier = "saved before";
 
 bool isSuccess(int status) {
     return status >= 200 && status <= 299;
@@ -36,9 +34,9 @@ Runner::Outcome Runner::callReceive(const Slot& slot, Op op, int file) {
 Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
     Outcome outcome = callReceive(slot, op, file());
     if (op != Op::Status) {
-        expectFailure(outcome, InternalError, "Copying the content is not possible from within", "a copy");
+        expectFailure(outcome, kInternalError, "Copying the content is not possible from within", "a copy");
     } else if (outcome.Failed) {
-        expectFailure(outcome, InternalError, "Sending the request is not possible from within", "get ResponseCode");
+        expectFailure(outcome, kInternalError, "Sending the request is not possible from within", "get ResponseCode");
     } else {
         expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
     }
@@ -48,7 +46,7 @@ Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
 Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
     const Op op = command.What;
     const int target = file();
-    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, Earlier, 12, 0) != 12)) {
+    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, kEarlier, 12, 0) != 12)) {
         throw std::system_error(errno, std::generic_category(), "the file to save to");
     }
     if (slot.Now == Phase::Closed) {
@@ -91,33 +89,33 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     if (!moves) {
         run.MustFail = copies && (slot.Now == Phase::Reopened || !slot.Empty);
         if (run.MustFail) {
-            allow({InternalError});
+            allow({kInternalError});
         }
         return;
     }
     if (Host->interruptPending()) {
-        run.Allowed.insert({Interrupted, ConnectionFailed});
+        run.Allowed.insert({kInterrupted, kConnectionFailed});
     }
     const Shape& answer = slot.OpenAnswer;
     if (answer.Last == Plan::End::Closed || answer.Last == Plan::End::Reset) {
-        allow({PartialFile, ConnectionRefused, CopyFailed});
+        allow({kPartialFile, kConnectionRefused, kCopyFailed});
     }
     if (answer.Last == Plan::End::Silent || slot.Limited) {
-        allow({Timeout});
+        allow({kTimeout});
     }
     if (slot.Older && copies && answer.What != Kind::Success) {
-        allow({StatusError});
+        allow({kStatusError});
     }
     if (op == Op::CopyToConsumer && !slot.Consumer) {
-        allow({InternalError}); // nobody is there for the content
+        allow({kInternalError}); // nobody is there for the content
     }
-    if (slot.SentProvided && slot.SentLogin == LoginSeveral &&
+    if (slot.SentProvided && slot.SentLogin == kLoginSeveral &&
         (answer.What == Kind::Denied || answer.What == Kind::Challenge)) {
         // Content that is wanted again when the provider is no longer asked.
-        allow({PartialFile, CopyFailed, InternalError});
+        allow({kPartialFile, kCopyFailed, kInternalError});
     }
     if (slot.Now == Phase::Spoilt && !slot.Resumable) {
-        allow({InternalError});
+        allow({kInternalError});
         run.MustFail = copies && slot.Given;
     }
 }
@@ -151,7 +149,7 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     if (slot.Lead != "") {
         slot.Lead.reset();
     }
-    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved(file()) != Earlier) {
+    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved(file()) != kEarlier) {
         wrong("empties the file for content that is not to be had again");
     }
     if (slot.Now == Phase::Copied || slot.Now == Phase::Reopened) {
@@ -163,11 +161,11 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     const bool uploads = !slot.Payload.empty() || slot.Provider;
     slot.Resumable = (slot.Now != Phase::Spoilt || slot.Resumable) && run.OnlyInterrupts && !uploads &&
                      (op == Op::Status || (op == Op::Copy && run.Started.empty()));
-    slot.Warned = slot.Warned || outcome.Identifier == PartialFile;
+    slot.Warned = slot.Warned || outcome.Identifier == kPartialFile;
     for (const auto& consumer : run.Started) {
         slot.Given = slot.Given || !consumer->Content.empty();
     }
-    slot.Given = slot.Given || (op == Op::Save && !saved(file()).empty() && saved(file()) != Earlier);
+    slot.Given = slot.Given || (op == Op::Save && !saved(file()).empty() && saved(file()) != kEarlier);
     slot.Now = Phase::Spoilt;
 }
 
@@ -261,7 +259,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     // What is less than the whole without a failure: with such a status, after the warning, when the consumer says
     // so, and of a challenge that libcurl goes on to answer.
     const bool partial = run.Quiet || (!request->Whole && (refused || slot.Warned)) ||
-                         (request->Status == 401 && (slot.Older || slot.SentLogin == LoginSeveral));
+                         (request->Status == 401 && (slot.Older || slot.SentLogin == kLoginSeveral));
     const auto expect = [&](const std::string& got, const char* where) {
         const std::string difference = testsupport::difference(
             got,
@@ -299,14 +297,14 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
     made.Port = slot.Port;
     made.Cookies = slot.Cookies;
     made.Older = slot.Older;
-    made.Basic = slot.Login == LoginBasic && !slot.Older;
+    made.Basic = slot.Login == kLoginBasic && !slot.Older;
     made.Credentials = slot.Credentials;
     made.Jar = Jar;
-    if (slot.OpenAnswer.Cookie && (slot.Older || slot.SentLogin == LoginSeveral)) {
+    if (slot.OpenAnswer.Cookie && (slot.Older || slot.SentLogin == kLoginSeveral)) {
         made.Jar.reset(); // a challenge may set one for the second request
     }
     if (slot.Older) {
-        if (slot.LastMethod == MethodOwn) { // PUT
+        if (slot.LastMethod == kMethodOwn) { // PUT
             if (slot.Now == Phase::Opened) {
                 slot.Encoded.clear();
             }
@@ -318,9 +316,9 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
     }
     const bool uploads = slot.Provider || !made.Bodies.begin()->empty();
     if (!slot.OptionsKept && slot.Methods <= 1 && made.Bodies.size() == 1) {
-        const std::uint8_t method = slot.Methods == 0 ? MethodGet : slot.Method;
+        const std::uint8_t method = slot.Methods == 0 ? kMethodGet : slot.Method;
         const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
-        made.Method = method == MethodOwn ? own : uploads ? "PUT" : method == MethodHead ? "HEAD" : "GET";
+        made.Method = method == kMethodOwn ? own : uploads ? "PUT" : method == kMethodHead ? "HEAD" : "GET";
     }
     return made;
 }

@@ -11,16 +11,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <system_error>
-#include <type_traits>
-#include <utility>
-
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
+#include <type_traits>
 #include <unistd.h>
+#include <utility>
 
 namespace model {
 namespace {

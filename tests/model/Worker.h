@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <string>
-
 #include <sys/types.h>
 
 namespace model {

@@ -1,15 +1,13 @@
 // What the look-up does with inputs that it cannot use and with selectors that fail.
-#include "proxy/ProxyLookup.h"
-
 #include "embedded/services/Services.h"
 #include "host/Interrupt.h"
 #include "host/Messages.h"
+#include "proxy/ProxyLookup.h"
 #include "tests/support/host/ScopeFixture.h"
 #include "vantik/Array.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -7,7 +7,6 @@
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

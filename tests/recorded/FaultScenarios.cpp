@@ -26,7 +26,7 @@ struct FreshScope {
         VKInitialize_netrove();
         Program.treatAsFailure(vantik::kIncompleteContent);
     }
-    Object makeAdapter() { return Program.create(AdapterClass, {true}); }
+    Object makeAdapter() { return Program.create(kAdapterClass, {true}); }
 
     vantik::Host Program;
     vantik::detail::ScopeEntry Entry{Program.scope()};

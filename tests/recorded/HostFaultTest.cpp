@@ -22,7 +22,7 @@ using Names = std::vector<std::string>;
 Names expectedReports(HostFault fault) {
     switch (fault) {
     case HostFault::UserException:
-        return {std::string(InjectedIdentifier) + "()"};
+        return {std::string(kInjectedIdentifier) + "()"};
     case HostFault::OutOfMemory: // as it is, or from the send and the copy as a failed connection
         return {"VANTIK:host:OutOfMemory()", "VANTIK:webservices:ConnectionFailed(std::bad_alloc)"};
     default:

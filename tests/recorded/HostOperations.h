@@ -15,7 +15,7 @@ enum class HostFault {
     UnknownException // not derived from std::exception
 };
 
-inline constexpr const char* InjectedIdentifier = "VANTIK:test:Injected";
+inline constexpr const char* kInjectedIdentifier = "VANTIK:test:Injected";
 
 // One at a time, on the thread of the test. Without an instance alive every call goes to the host. The names of the
 // calls are those of the operations, without their namespaces.

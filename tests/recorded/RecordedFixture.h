@@ -24,7 +24,7 @@ class RecordedFixture : public ScopeFixture {
 protected:
     RecordedFixture() { VKInitialize_netrove(); }
 
-    vantik::Object makeAdapter(bool optionsMode = true) { return host().create(AdapterClass, {optionsMode}); }
+    vantik::Object makeAdapter(bool optionsMode = true) { return host().create(kAdapterClass, {optionsMode}); }
 
     // A server that lives until after the scope's objects.
     ScriptedServer& serve(std::vector<Script> scripts) {

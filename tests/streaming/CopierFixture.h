@@ -1,12 +1,11 @@
 // Fixture for tests of the copier: a connection on real handles, with libcurl's part played by the test.
 #pragma once
 
+#include "hostcalls/HostArray.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/support/curl/CurlInterposer.h"
 #include "tests/support/host/ScopeFixture.h"
 #include "tests/support/host/ScriptedObjects.h"
-
-#include "hostcalls/HostArray.h"
-#include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"

@@ -1,7 +1,6 @@
 // For any sizes: an upload arrives whole and in order however the provider cuts it and libcurl reads it, and a consumer
 // and a stream get the content whole however it comes in and is cut.
 #include "streaming/InterruptibleStreamCopier.h"
-
 #include "tests/streaming/CopierFixture.h"
 
 #include <rapidcheck/gtest.h>

@@ -1,6 +1,5 @@
 // What each callback does in each state of the copier, as a table.
 #include "streaming/InterruptibleStreamCopier.h"
-
 #include "tests/streaming/CopierFixture.h"
 
 #include <gtest/gtest.h>
@@ -45,7 +44,7 @@ void PrintTo(const State& state, std::ostream* stream) {
 }
 
 // clang-format off
-const State States[] = {
+const State kStates[] = {
     // name                  provider wants  offer     pos paused failed |  read    given  paused  nothing  seek                starts moves  buffered
     {"ProviderBeforeThePump",  true,  false, "",       0,  false, false,    0,      "",     false,  0,       CURL_SEEKFUNC_FAIL, 1,     true,  "xy"},
     {"PumpBeforeTheFirstBytes",true,  true,  "",       0,  false, false,    kPause, "",     true,   kPause,  CURL_SEEKFUNC_OK,   1,     true,  "xy"},
@@ -129,7 +128,7 @@ TEST_P(CopierState, Write) {
     EXPECT_EQ(Copier->TotalSent, kTotalBefore);
 }
 
-INSTANTIATE_TEST_SUITE_P(States, CopierState, testing::ValuesIn(States),
+INSTANTIATE_TEST_SUITE_P(kStates, CopierState, testing::ValuesIn(kStates),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 } // namespace

@@ -1,5 +1,6 @@
 // The pumps on a real transfer: libcurl runs as it is, only the waits are scripted, so that no test has to sit through
 // them.
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 #include "tests/support/curl/CurlInterposer.h"
 #include "tests/support/host/FailureText.h"
@@ -8,8 +9,6 @@
 #include "tests/support/process/StandardOutputCapture.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
-
-#include "streaming/InterruptibleStreamCopier.h"
 #include "transfer/HTTPConnection.h"
 
 #include <gmock/gmock.h>

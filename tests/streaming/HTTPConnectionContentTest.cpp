@@ -1,9 +1,8 @@
-#include "transfer/HTTPConnection.h"
-
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
 #include "tests/support/process/StandardOutputCapture.h"
+#include "transfer/HTTPConnection.h"
 
 #include <gmock/gmock.h>
 

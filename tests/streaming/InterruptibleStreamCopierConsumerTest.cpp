@@ -1,12 +1,10 @@
 // The pump for response content with a consumer: what it is given, what its answers mean, how it is closed.
-#include "streaming/InterruptibleStreamCopier.h"
-
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 
 #include <boost/thread/exceptions.hpp>
-
 #include <gmock/gmock.h>
 
 #include <cmath>

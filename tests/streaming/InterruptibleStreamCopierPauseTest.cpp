@@ -1,7 +1,6 @@
 // libcurl may read more than once in one perform. While the provider can still give content, that must pause the upload
 // and never end it.
 #include "streaming/InterruptibleStreamCopier.h"
-
 #include "tests/streaming/CopierFixture.h"
 
 #include <gmock/gmock.h>

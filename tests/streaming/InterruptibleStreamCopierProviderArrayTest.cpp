@@ -1,6 +1,5 @@
 // What a provider's array offers: its first dimension counts as bytes, whatever the class.
 #include "streaming/InterruptibleStreamCopier.h"
-
 #include "tests/streaming/CopierFixture.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,6 @@
 // The pump for response content: order and conditions of its steps.
-#include "streaming/InterruptibleStreamCopier.h"
-
 #include "errors/HTTPException.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 #include "tests/support/process/StandardOutputCapture.h"
 

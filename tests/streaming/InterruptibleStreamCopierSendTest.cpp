@@ -1,8 +1,7 @@
 // The pump for request content: order and conditions of its steps.
-#include "streaming/InterruptibleStreamCopier.h"
-
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 #include "tests/support/process/StandardOutputCapture.h"
 

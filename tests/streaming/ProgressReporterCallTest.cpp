@@ -2,7 +2,6 @@
 
 #include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
-
 #include "vantik/HostClass.h"
 
 #include <gmock/gmock.h>

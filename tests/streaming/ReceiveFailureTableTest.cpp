@@ -208,8 +208,8 @@ TEST_P(ReceiveFailure, DoesNotReachTheNextRequest) {
     Connection.closeConnection();
     Connection.Transfer.Opened = true;
     Connection.Settings.HTTPOptionsMode = true; // the content comes without a head
-    Connection.Limits.Deadline = SilenceLimits::NoDeadline;
-    Connection.Limits.DataTimeout = SilenceLimits::Unlimited;
+    Connection.Limits.Deadline = SilenceLimits::kNoDeadline;
+    Connection.Limits.DataTimeout = SilenceLimits::kUnlimited;
     willPerform({receives("all new", 1), leaves(0)});
     std::ostringstream next;
     Connection.copyContentToStream(next, true);

@@ -216,7 +216,7 @@ TEST_P(SendFailure, DoesNotReachTheNextPump) {
     const auto provider = provide("all of the next one");
     const auto reporter = report();
     Connection.ReceivedHead.HeadersComplete = true;
-    Connection.Limits.Deadline = SilenceLimits::NoDeadline;
+    Connection.Limits.Deadline = SilenceLimits::kNoDeadline;
     Uploaded.clear();
     willPerform({sends(100, 1)});
     InterruptibleStreamCopier copier(Connection);

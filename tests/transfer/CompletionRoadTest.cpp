@@ -1,7 +1,6 @@
 // A result of libcurl on its whole road: through the send, to what the host is told, and to the next request.
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "errors/TranslateTransferException.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <ostream>
 
@@ -19,7 +18,7 @@ void PrintTo(const RoadRow& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-const RoadRow RoadRows[] = {
+const RoadRow kRoadRows[] = {
     {"NoStatus", CURLE_OK, "",
      "VANTIK:webservices:InternalError[N:No response code and no error reported for completed message]"},
     {"MalformedUrl", CURLE_URL_MALFORMAT, "x", "VANTIK:webservices:MalformedURL[U:http://127.0.0.1/]"},
@@ -103,7 +102,7 @@ TEST_P(CompletionRoad, TellsTheHostAndLeavesTheConnectionGood) {
     EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Results, CompletionRoad, ::testing::ValuesIn(RoadRows),
+INSTANTIATE_TEST_SUITE_P(Results, CompletionRoad, ::testing::ValuesIn(kRoadRows),
                          [](const auto& info) { return info.param.Name; });
 
 } // namespace

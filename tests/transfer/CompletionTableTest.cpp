@@ -6,11 +6,11 @@
 
 namespace {
 
-constexpr std::int64_t Start = 1'000'000'000;
-constexpr const char* NoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
+constexpr std::int64_t kStart = 1'000'000'000;
+constexpr const char* kNoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
                                "completed message]";
-constexpr const char* NoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
-const std::string Url = "http://host.example/a";
+constexpr const char* kNoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
+const std::string kUrl = "http://host.example/a";
 
 struct StatusRow {
     const char* Name;
@@ -25,18 +25,18 @@ void PrintTo(const StatusRow& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-const StatusRow StatusRows[] = {
-    {"NoStatus", 0, 0, false, NoCode},
-    {"NoStatusWithHead", 0, 0, true, NoCode},
+const StatusRow kStatusRows[] = {
+    {"NoStatus", 0, 0, false, kNoCode},
+    {"NoStatusWithHead", 0, 0, true, kNoCode},
     {"Success", 200, 0, false, "nothing"},
     {"SuccessWithHead", 200, 0, true, "nothing"},
     {"LastSuccessWithHead", 299, 0, true, "nothing"},
-    {"BelowSuccess", 199, 0, false, NoHead},
+    {"BelowSuccess", 199, 0, false, kNoHead},
     {"BelowSuccessWithHead", 199, 0, true, "nothing", true},
     {"AboveSuccessWithHead", 300, 0, true, "nothing", true},
-    {"NotFound", 404, 0, false, NoHead},
+    {"NotFound", 404, 0, false, kNoHead},
     {"NotFoundWithHead", 404, 0, true, "nothing", true},
-    {"RefusedByTheProxy", 0, 407, false, NoHead},
+    {"RefusedByTheProxy", 0, 407, false, kNoHead},
     {"RefusedByTheProxyWithHead", 0, 407, true, "nothing", true},
     {"TunnelOpened", 0, 200, false, "nothing"},
     {"TunnelOpenedWithHead", 0, 200, true, "nothing"},
@@ -53,7 +53,7 @@ protected:
         connection.Metadata.ResponseContentLength = -1;
         connection.SentHead.RequestHeaderLines = {"Host: h"};
         connection.setTimeouts({1234.5});
-        curl.setClock(Start + 2'000'000'000);
+        curl.setClock(kStart + 2'000'000'000);
         curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Status);
         curl.giveInfo(CURLINFO_HTTP_CONNECTCODE, GetParam().ConnectStatus);
         if (GetParam().Head) {
@@ -76,20 +76,20 @@ protected:
         const std::string refused =
             "HTTPConnectionRefusedException[" + (text.empty() ? "Unknown exception" : text) + "]";
         const std::string shown = text.empty() ? "Unknown exception" : text;
-        const std::string tls = "SSLException[" + shown + ", " + Url + ", /ca.pem]";
+        const std::string tls = "SSLException[" + shown + ", " + kUrl + ", /ca.pem]";
         const std::string decoding = "VANTIK:webservices:DecodingError[N:gzip, N:" + text + "]";
-        const std::string random = "VANTIK:webservices:RandomError[N:" + Url + "]";
+        const std::string random = "VANTIK:webservices:RandomError[N:" + kUrl + "]";
         const bool late = text.find("imed out") != std::string::npos;
         return {
-            {3, "HTTPURLException[" + Url + "]"},
+            {3, "HTTPURLException[" + kUrl + "]"},
             {5, "HTTPDNSException[proxy.example]"},
-            {6, "HTTPDNSException[" + Url + "]"},
+            {6, "HTTPDNSException[" + kUrl + "]"},
             {7, late ? "HTTPTimeoutException[" + text + ", 2000, " + option + "]" : refused},
             {18, "nothing"}, // and a warning
             {23, text.empty() ? "nothing"
                  : text.find("encoding") != std::string::npos
                      ? decoding
-                     : "VANTIK:webservices:CopyContentToDataStreamError[N:" + text + ", N:" + Url + "]"},
+                     : "VANTIK:webservices:CopyContentToDataStreamError[N:" + text + ", N:" + kUrl + "]"},
             {27, random},
             {28, "HTTPTimeoutException[" + shown + ", 1234.5, " + option + "]"},
             {35, tls},
@@ -114,7 +114,7 @@ protected:
         setErrorText(text);
         curl.finishWith(static_cast<CURLcode>(result));
         const std::string expected = result == 0 ? row.WhenOk : row.ExcusesResult ? "nothing" : meaning(result, text);
-        EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), expected);
+        EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), expected);
         if (result != 0 && expected == "nothing") {
             const std::string ours = result == 23 ? "The content goes on after the end of its compressed data."
                                                   : curl_easy_strerror(static_cast<CURLcode>(result));
@@ -124,7 +124,7 @@ protected:
             EXPECT_THAT(warnings, IsEmpty());
         }
         // The message is gone, whatever it meant, and nothing that is known of the exchange has changed.
-        EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
+        EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
         EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
         EXPECT_EQ(connection.Metadata.ContentEncoding, row.Head || warnings.empty() || result == 18 ? "gzip" : "");
         EXPECT_EQ(connection.Metadata.ResponseBytesReceived, 3);
@@ -153,7 +153,7 @@ TEST_P(CompletionTable, EveryResultHasItsMeaning) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Statuses, CompletionTable, ::testing::ValuesIn(StatusRows),
+INSTANTIATE_TEST_SUITE_P(Statuses, CompletionTable, ::testing::ValuesIn(kStatusRows),
                          [](const auto& info) { return info.param.Name; });
 
 } // namespace

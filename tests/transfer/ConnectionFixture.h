@@ -1,13 +1,12 @@
 // Fixture for tests of a connection: a fresh scope with the interposer in front of libcurl.
 #pragma once
 
+#include "embedded/messages/WarningSink.h"
+#include "http/MonotonicTime.h"
 #include "tests/support/curl/CurlInterposer.h"
 #include "tests/support/host/FailureText.h"
 #include "tests/support/host/ScopeFixture.h"
 #include "tests/support/process/StandardOutputCapture.h"
-
-#include "embedded/messages/WarningSink.h"
-#include "http/MonotonicTime.h"
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"

@@ -1,8 +1,7 @@
 #include "transfer/CurlSingleton.h"
 
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "embedded/scope/Scope.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <memory>
 

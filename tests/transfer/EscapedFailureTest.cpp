@@ -1,10 +1,9 @@
 // A failure in any of libcurl's callbacks reaches the caller, and the handles of the scope stay good: what unwound
 // through libcurl's frames would leave them unusable for good. Real exchanges with a server.
+#include "streaming/InterruptibleStreamCopier.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
 #include "tests/transfer/ConnectionFixture.h"
-
-#include "streaming/InterruptibleStreamCopier.h"
 
 #include <iostream>
 #include <sstream>

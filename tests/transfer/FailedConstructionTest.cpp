@@ -1,8 +1,7 @@
 // Constructions that fail, one cause a row: what is reported, and that nothing of them stays. The next connection of
 // the scope is as good as a first one.
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "embedded/services/Services.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::int64_t Start = 1'000'000'000;
+constexpr std::int64_t kStart = 1'000'000'000;
 
 class HTTPConnectionCompletionTest : public ConnectionFixture {
 protected:
@@ -15,7 +15,7 @@ protected:
         connection.Settings.CertificateFilename = "/ca.pem";
         connection.Metadata.ContentEncoding = "gzip";
         connection.SentHead.RequestHeaderLines = {"Host: h"};
-        curl.setClock(Start);
+        curl.setClock(kStart);
     }
 
     void reportStatus(long code, long connectCode = 0) {
@@ -29,7 +29,7 @@ protected:
     std::string complete(CURLcode result) {
         curl.finishWith(result);
         curl.clear();
-        return failureText([&] { connection.checkCompletion(Start); });
+        return failureText([&] { connection.checkCompletion(kStart); });
     }
 
     HTTPConnection connection;
@@ -60,21 +60,21 @@ TEST_P(CompletionTest, IsJudgedByStatusThenResult) {
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0); // not changed here
 }
 
-constexpr const char* NoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
+constexpr const char* kNoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
                                "completed message]";
-constexpr const char* NoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
+constexpr const char* kNoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
 INSTANTIATE_TEST_SUITE_P(
     Results, CompletionTest,
     ::testing::Values(
         CompletionRow{"OkWithHead", 200, true, CURLE_OK, "", "nothing"},
         CompletionRow{"OkWithoutHead", 200, false, CURLE_OK, "", "nothing"},
         CompletionRow{"LastSuccessWithoutHead", 299, false, CURLE_OK, "", "nothing"},
-        CompletionRow{"NoStatus", 0, false, CURLE_OK, "", NoCode},
-        CompletionRow{"NoStatusWithHead", 0, true, CURLE_OK, "", NoCode},
+        CompletionRow{"NoStatus", 0, false, CURLE_OK, "", kNoCode},
+        CompletionRow{"NoStatusWithHead", 0, true, CURLE_OK, "", kNoCode},
         CompletionRow{"StatusWithHead", 404, true, CURLE_OK, "", "nothing"},
-        CompletionRow{"StatusWithoutHead", 404, false, CURLE_OK, "", NoHead},
-        CompletionRow{"InterimWithoutHead", 199, false, CURLE_OK, "", NoHead},
-        CompletionRow{"RedirectWithoutHead", 300, false, CURLE_OK, "", NoHead},
+        CompletionRow{"StatusWithoutHead", 404, false, CURLE_OK, "", kNoHead},
+        CompletionRow{"InterimWithoutHead", 199, false, CURLE_OK, "", kNoHead},
+        CompletionRow{"RedirectWithoutHead", 300, false, CURLE_OK, "", kNoHead},
         CompletionRow{"StatusExcusesTheResult", 404, true, CURLE_RECV_ERROR, "broken", "nothing"},
         CompletionRow{"StatusExcusesEveryResult", 502, true, CURLE_OUT_OF_MEMORY, "", "nothing"},
         CompletionRow{"HeadIsNeededForThat", 404, false, CURLE_RECV_ERROR, "broken",
@@ -196,7 +196,7 @@ TEST_F(HTTPConnectionCompletionTest, TimeoutNamesTheOlderOption) {
 TEST_F(HTTPConnectionCompletionTest, ConnectTimeoutTellsTheTimeSinceTheStart) {
     reportStatus(0);
     setErrorText("timed out");
-    curl.setClock(Start + 3'000'000'000);
+    curl.setClock(kStart + 3'000'000'000);
     EXPECT_EQ(complete(CURLE_COULDNT_CONNECT), "HTTPTimeoutException[timed out, 3000, HTTPOptions.ConnectTimeout]");
 }
 
@@ -205,11 +205,11 @@ TEST_F(HTTPConnectionCompletionTest, AnswerToConnectCountsWhereTheServerNeverAns
     reportStatus(0, 407);
     EXPECT_EQ(complete(CURLE_RECV_ERROR), "nothing");
     connection.ReceivedHead.ResponseHeaderLines.clear();
-    EXPECT_EQ(complete(CURLE_OK), NoHead);
+    EXPECT_EQ(complete(CURLE_OK), kNoHead);
     reportStatus(0, 200);
     EXPECT_EQ(complete(CURLE_OK), "nothing");
     reportStatus(404, 200); // the server's own answer comes first
-    EXPECT_EQ(complete(CURLE_OK), NoHead);
+    EXPECT_EQ(complete(CURLE_OK), kNoHead);
     EXPECT_EQ(curl.texts({CurlFunction::EasyGetinfo}), std::vector<std::string>{"CURLINFO_RESPONSE_CODE"});
 }
 
@@ -218,14 +218,14 @@ TEST_F(HTTPConnectionCompletionTest, NothingIsJudgedWithoutAMessage) {
     curl.clear();
     connection.SentHead.RequestHeaderLines.clear();
     connection.Transfer.RequestHeaders.append("X-A: b");
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
+    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
     EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty());
 }
 
 TEST_F(HTTPConnectionCompletionTest, OtherMessagesAreIgnored) {
     curl.finishWith(CURLE_RECV_ERROR, CURLMSG_NONE);
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
+    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
 }
 
@@ -234,7 +234,7 @@ TEST_F(HTTPConnectionCompletionTest, OneMessageIsReadAndThenGone) {
     setErrorText("broken");
     EXPECT_EQ(complete(CURLE_RECV_ERROR), "HTTPConnectionRefusedException[broken]");
     EXPECT_EQ(curl.count(CurlFunction::MultiInfoRead), 1u);
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(Start); }), "nothing");
+    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
 }
 
 TEST_F(HTTPConnectionCompletionTest, FailingInformationIsNamed) {

@@ -1,18 +1,17 @@
 #include "tests/transfer/ConnectionFixture.h"
-
 #include "transfer/Trace.h"
 
 #include <limits>
 
 namespace {
 
-constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t kMs = 1'000'000;
 
 class HTTPConnectionHeadTest : public ConnectionFixture {
 protected:
     HTTPConnectionHeadTest() {
         curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); // so that the status line is parsed
-        connection.Limits.Deadline = SilenceLimits::NoDeadline;
+        connection.Limits.Deadline = SilenceLimits::kNoDeadline;
     }
     ~HTTPConnectionHeadTest() override { connection.Settings.Debug = 0; }
 
@@ -29,7 +28,7 @@ protected:
     HTTPConnection connection;
 };
 
-const std::string NoLineEnd = internalError("CRLF not found at the end of the received headers");
+const std::string kNoLineEnd = internalError("CRLF not found at the end of the received headers");
 
 TEST_F(HTTPConnectionHeadTest, FinalHeadIsKeptLineByLine) {
     takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "X-A: c\r\n"});
@@ -190,7 +189,7 @@ class LineEndTest : public HTTPConnectionHeadTest, public ::testing::WithParamIn
 TEST_P(LineEndTest, IsChecked) {
     take("HTTP/1.1 200 OK\r\n");
     take(GetParam());
-    EXPECT_EQ(storedFailure(), NoLineEnd);
+    EXPECT_EQ(storedFailure(), kNoLineEnd);
     EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
     take("X-A: b\r\n"); // the transfer runs on
     EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
@@ -203,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(Lines, LineEndTest,
 TEST_F(HTTPConnectionHeadTest, FirstLineWithoutEndStillGivesItsStatus) {
     take("HTTP/1.1 404 Not Found\n");
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
-    EXPECT_EQ(storedFailure(), NoLineEnd);
+    EXPECT_EQ(storedFailure(), kNoLineEnd);
     EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
 }
 
@@ -212,7 +211,7 @@ TEST_F(HTTPConnectionHeadTest, LastStoredFailureCounts) {
     take("HTTP/1.1 99999999999 OK\r\n");
     EXPECT_EQ(storedFailure(), internalError("Could not convert response code 99999999999"));
     take("X\n");
-    EXPECT_EQ(storedFailure(), NoLineEnd);
+    EXPECT_EQ(storedFailure(), kNoLineEnd);
 }
 
 // Nothing may unwind through libcurl, so this one waits for the return of the call that ran the callback.
@@ -259,14 +258,14 @@ TEST_F(HTTPConnectionHeadTest, EveryLineCountsAsActivity) {
     connection.Limits.Deadline = 0;
     std::int64_t now = 0;
     for (const std::string line : {"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "bad\n", ""}) {
-        curl.setClock(now += 10 * Ms);
+        curl.setClock(now += 10 * kMs);
         take(line);
-        EXPECT_EQ(connection.Limits.Deadline, now + 1000 * Ms);
+        EXPECT_EQ(connection.Limits.Deadline, now + 1000 * kMs);
         EXPECT_EQ(connection.Limits.TimeoutReason, 0);
     }
-    curl.setClock(now += 10 * Ms);
+    curl.setClock(now += 10 * kMs);
     take("\r\n");
-    EXPECT_EQ(connection.Limits.Deadline, now + 3000 * Ms); // from here on the data limit governs
+    EXPECT_EQ(connection.Limits.Deadline, now + 3000 * kMs); // from here on the data limit governs
     EXPECT_EQ(connection.Limits.TimeoutReason, 1);
 }
 
@@ -275,9 +274,9 @@ TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
     connection.applyTimeouts();
     connection.Limits.Deadline = 0;
     takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_NE(connection.Limits.Deadline, SilenceLimits::NoDeadline);
+    EXPECT_NE(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
     takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
-    EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::NoDeadline);
+    EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
 }
 
 TEST_F(HTTPConnectionHeadTest, TraceKeepsTheReturnAndDropsTheNewline) {

@@ -1,7 +1,6 @@
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "errors/HTTPException.h"
 #include "streaming/InterruptibleStreamCopier.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <algorithm>
 #include <locale>

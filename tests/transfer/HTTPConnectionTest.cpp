@@ -1,8 +1,7 @@
 #include "transfer/HTTPConnection.h"
 
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "embedded/services/Services.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/FrameworkEvent.h>
@@ -28,9 +27,9 @@ TEST_F(HTTPConnectionTest, StartsWithItsDefaults) {
     EXPECT_EQ(connection.SentHead.EffectiveMethod, "");
     EXPECT_EQ(connection.Settings.RequestMethod, "");
     EXPECT_EQ(connection.Limits.ConnectTimeout, 5000.0);
-    EXPECT_EQ(connection.Limits.ResponseTimeout, SilenceLimits::Unlimited);
-    EXPECT_EQ(connection.Limits.DataTimeout, SilenceLimits::Unlimited);
-    EXPECT_EQ(connection.Limits.ExtraTimeout, SilenceLimits::Unlimited);
+    EXPECT_EQ(connection.Limits.ResponseTimeout, SilenceLimits::kUnlimited);
+    EXPECT_EQ(connection.Limits.DataTimeout, SilenceLimits::kUnlimited);
+    EXPECT_EQ(connection.Limits.ExtraTimeout, SilenceLimits::kUnlimited);
     EXPECT_EQ(connection.Settings.ProxyPort, 80);
     EXPECT_EQ(connection.Settings.ProxyHost, "");
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);

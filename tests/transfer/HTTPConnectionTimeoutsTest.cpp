@@ -1,7 +1,6 @@
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <limits>
 
@@ -9,10 +8,10 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-constexpr double Unlimited = SilenceLimits::Unlimited;
-constexpr std::int64_t NoDeadline = SilenceLimits::NoDeadline;
-constexpr std::int64_t Ms = 1'000'000;
-constexpr std::int64_t Start = 1'000 * Ms;
+constexpr double kUnlimited = SilenceLimits::kUnlimited;
+constexpr std::int64_t kNoDeadline = SilenceLimits::kNoDeadline;
+constexpr std::int64_t kMs = 1'000'000;
+constexpr std::int64_t kStart = 1'000 * kMs;
 
 std::string catalogueText(const resource_core::BaseMsgID& message) {
     return fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(message, fl::i18n::VkLocale::global()));
@@ -21,7 +20,7 @@ std::string catalogueText(const resource_core::BaseMsgID& message) {
 class HTTPConnectionTimeoutsTest : public ConnectionFixture {
 protected:
     HTTPConnectionTimeoutsTest() {
-        curl.setClock(Start);
+        curl.setClock(kStart);
         curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25); // connected
         connection.Settings.HTTPOptionsMode = true;
     }
@@ -30,7 +29,7 @@ protected:
     void begin(double response, double data) {
         connection.setTimeouts({5000.0, response, data});
         connection.applyTimeouts();
-        connection.Limits.Deadline = Start;
+        connection.Limits.Deadline = kStart;
         connection.updateDeadline();
     }
     std::string check(std::int64_t start, bool libcurlTimedOut) {
@@ -45,13 +44,13 @@ protected:
 };
 
 TEST_F(HTTPConnectionTimeoutsTest, ArrayHasFourEntriesWhateverWasSet) {
-    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, Unlimited, Unlimited, Unlimited));
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, kUnlimited, kUnlimited, kUnlimited));
     connection.setTimeouts({1.0, 2.0, 3.0, 4.0, 5.0});
     EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, 4.0));
     connection.setTimeouts({1.0, 2.0, 3.0});
-    EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, Unlimited));
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(1.0, 2.0, 3.0, kUnlimited));
     connection.setTimeouts({7.0}); // back to no limit
-    EXPECT_THAT(connection.getTimeouts(), ElementsAre(7.0, Unlimited, Unlimited, Unlimited));
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(7.0, kUnlimited, kUnlimited, kUnlimited));
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, EmptyArrayIsRefusedAndChangesNothing) {
@@ -79,24 +78,24 @@ INSTANTIATE_TEST_SUITE_P(Values, ConnectTimeoutTest,
                          ::testing::Values(ConnectRow{5000.0, 5000}, ConnectRow{0.0, 0}, ConnectRow{0.9, 0},
                                            ConnectRow{-0.9, 0}, ConnectRow{-1.0, -1},
                                            ConnectRow{2147483647.9, 2147483647}, ConnectRow{2147483648.0, 1000},
-                                           ConnectRow{1e12, 1000}, ConnectRow{Unlimited, 2147483647},
-                                           ConnectRow{-Unlimited, 2147483647}, ConnectRow{-2147483648.9, -2147483648},
+                                           ConnectRow{1e12, 1000}, ConnectRow{kUnlimited, 2147483647},
+                                           ConnectRow{-kUnlimited, 2147483647}, ConnectRow{-2147483648.9, -2147483648},
                                            ConnectRow{-2147483649.0, 1000}));
 
 TEST_F(HTTPConnectionTimeoutsTest, FiniteLimitsAreStoredAsIntegers) {
     connection.Limits.ResponseTimeoutMs = connection.Limits.DataTimeoutMs = 77;
-    connection.setTimeouts({5000.0, 1500.9, Unlimited});
+    connection.setTimeouts({5000.0, 1500.9, kUnlimited});
     connection.applyTimeouts();
     EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 1500);
     EXPECT_EQ(connection.Limits.DataTimeoutMs, 77); // not written
-    connection.setTimeouts({5000.0, Unlimited, 0.0});
+    connection.setTimeouts({5000.0, kUnlimited, 0.0});
     connection.applyTimeouts();
     EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 1500);
     EXPECT_EQ(connection.Limits.DataTimeoutMs, 0);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, OverflowingLimitsFailTheOpen) {
-    for (const std::vector<double>& timeouts : {std::vector{5000.0, 1e12}, std::vector{5000.0, Unlimited, 1e12}}) {
+    for (const std::vector<double>& timeouts : {std::vector{5000.0, 1e12}, std::vector{5000.0, kUnlimited, 1e12}}) {
         connection.setTimeouts(timeouts);
         EXPECT_THAT(failureText([&] { open(connection); }),
                     ::testing::StartsWith("boost::numeric::positive_overflow["));
@@ -127,157 +126,157 @@ TEST_P(DeadlineTest, FollowsTheLimitThatGoverns) {
     connection.setTimeouts({5000.0, row.Response, row.Data});
     connection.applyTimeouts();
     connection.ReceivedHead.HeadersComplete = row.HeadersComplete;
-    connection.Limits.Deadline = Start - 1;
+    connection.Limits.Deadline = kStart - 1;
     connection.Limits.TimeoutReason = -1;
     connection.Limits.TimeoutOption = u"before";
     connection.Limits.ActiveTimeout = -1.0;
-    curl.advanceClock(5 * Ms);
+    curl.advanceClock(5 * kMs);
     connection.updateDeadline();
-    EXPECT_EQ(connection.Limits.Deadline, row.AheadMs < 0 ? Start - 1 : Start + 5 * Ms + row.AheadMs * Ms);
+    EXPECT_EQ(connection.Limits.Deadline, row.AheadMs < 0 ? kStart - 1 : kStart + 5 * kMs + row.AheadMs * kMs);
     EXPECT_EQ(connection.Limits.TimeoutReason, row.Reason);
     EXPECT_EQ(connection.Limits.TimeoutOption, row.Option);
     EXPECT_EQ(connection.Limits.ActiveTimeout, row.Active);
 }
 
-constexpr const char16_t* ResponseOption = u"HTTPOptions.ResponseTimeout";
-constexpr const char16_t* DataOption = u"HTTPOptions.DataTimeout";
-constexpr const char16_t* WebOption = u"weboptions.Timeout";
+constexpr const char16_t* kResponseOption = u"HTTPOptions.ResponseTimeout";
+constexpr const char16_t* kDataOption = u"HTTPOptions.DataTimeout";
+constexpr const char16_t* kWebOption = u"weboptions.Timeout";
 INSTANTIATE_TEST_SUITE_P(
     Limits, DeadlineTest,
-    ::testing::Values(DeadlineRow{"ResponseAlone", 3000, Unlimited, false, true, 3000, 0, ResponseOption, 3000},
-                      DeadlineRow{"ResponseAloneOlder", 3000, Unlimited, false, false, 3000, 0, WebOption, 3000},
-                      DeadlineRow{"ResponseAloneBehindHead", 3000, Unlimited, true, true, -1, -1, u"before", -1},
-                      DeadlineRow{"DataAlone", Unlimited, 2000, false, true, 2000, 0, DataOption, 2000},
-                      DeadlineRow{"DataAloneBehindHead", Unlimited, 2000, true, true, 2000, 1, DataOption, 2000},
-                      DeadlineRow{"DataIsShorter", 30000, 10000, false, true, 10000, 0, DataOption, 10000},
-                      DeadlineRow{"DataIsShorterOlder", 30000, 10000, false, false, 10000, 0, DataOption, 10000},
-                      DeadlineRow{"TieGoesToResponse", 10000, 10000, false, true, 10000, 0, ResponseOption, 10000},
-                      DeadlineRow{"ResponseIsShorter", 1000, 10000, false, true, 1000, 0, ResponseOption, 1000},
-                      DeadlineRow{"OnlyDataBehindHead", 1000, 10000, true, true, 10000, 1, DataOption, 10000},
-                      DeadlineRow{"OnlyDataBehindHeadOlder", 1000, 10000, true, false, 10000, 1, DataOption, 10000},
-                      DeadlineRow{"NoneSet", Unlimited, Unlimited, false, true, -1, -1, u"before", -1},
-                      DeadlineRow{"ZeroIsALimit", 0, Unlimited, false, true, 0, 0, ResponseOption, 0}),
+    ::testing::Values(DeadlineRow{"ResponseAlone", 3000, kUnlimited, false, true, 3000, 0, kResponseOption, 3000},
+                      DeadlineRow{"ResponseAloneOlder", 3000, kUnlimited, false, false, 3000, 0, kWebOption, 3000},
+                      DeadlineRow{"ResponseAloneBehindHead", 3000, kUnlimited, true, true, -1, -1, u"before", -1},
+                      DeadlineRow{"DataAlone", kUnlimited, 2000, false, true, 2000, 0, kDataOption, 2000},
+                      DeadlineRow{"DataAloneBehindHead", kUnlimited, 2000, true, true, 2000, 1, kDataOption, 2000},
+                      DeadlineRow{"DataIsShorter", 30000, 10000, false, true, 10000, 0, kDataOption, 10000},
+                      DeadlineRow{"DataIsShorterOlder", 30000, 10000, false, false, 10000, 0, kDataOption, 10000},
+                      DeadlineRow{"TieGoesToResponse", 10000, 10000, false, true, 10000, 0, kResponseOption, 10000},
+                      DeadlineRow{"ResponseIsShorter", 1000, 10000, false, true, 1000, 0, kResponseOption, 1000},
+                      DeadlineRow{"OnlyDataBehindHead", 1000, 10000, true, true, 10000, 1, kDataOption, 10000},
+                      DeadlineRow{"OnlyDataBehindHeadOlder", 1000, 10000, true, false, 10000, 1, kDataOption, 10000},
+                      DeadlineRow{"NoneSet", kUnlimited, kUnlimited, false, true, -1, -1, u"before", -1},
+                      DeadlineRow{"ZeroIsALimit", 0, kUnlimited, false, true, 0, 0, kResponseOption, 0}),
     [](const auto& info) { return info.param.Name; });
 
 // It compares false with everything, so the data limit is never the shorter one; behind the head it is the only one.
 TEST_F(HTTPConnectionTimeoutsTest, LimitThatIsNoNumberLeavesTheResponseLimitInCharge) {
     const double none = std::numeric_limits<double>::quiet_NaN();
     begin(3000.0, none);
-    EXPECT_EQ(connection.Limits.Deadline, Start + 3000 * Ms);
-    EXPECT_EQ(connection.Limits.TimeoutOption, ResponseOption);
+    EXPECT_EQ(connection.Limits.Deadline, kStart + 3000 * kMs);
+    EXPECT_EQ(connection.Limits.TimeoutOption, kResponseOption);
     begin(none, 2000.0);
-    EXPECT_EQ(connection.Limits.Deadline, Start - 2147483648 * Ms);
-    EXPECT_EQ(connection.Limits.TimeoutOption, ResponseOption);
+    EXPECT_EQ(connection.Limits.Deadline, kStart - 2147483648 * kMs);
+    EXPECT_EQ(connection.Limits.TimeoutOption, kResponseOption);
     connection.Limits.TimeoutOption = u"before";
-    begin(Unlimited, none);
-    EXPECT_EQ(connection.Limits.Deadline, Start);
+    begin(kUnlimited, none);
+    EXPECT_EQ(connection.Limits.Deadline, kStart);
     EXPECT_EQ(connection.Limits.TimeoutOption, u"before");
     connection.ReceivedHead.HeadersComplete = true;
     begin(3000.0, none);
-    EXPECT_EQ(connection.Limits.Deadline, Start - 2147483648 * Ms);
-    EXPECT_EQ(connection.Limits.TimeoutOption, DataOption);
+    EXPECT_EQ(connection.Limits.Deadline, kStart - 2147483648 * kMs);
+    EXPECT_EQ(connection.Limits.TimeoutOption, kDataOption);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, NoDeadlineIsNeverMoved) {
     connection.setTimeouts({5000.0, 1000.0, 1000.0});
     connection.applyTimeouts();
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     connection.updateDeadline();
-    EXPECT_EQ(connection.Limits.Deadline, NoDeadline);
+    EXPECT_EQ(connection.Limits.Deadline, kNoDeadline);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, NothingIsLateWithoutADeadline) {
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     curl.clear();
     curl.setClock(std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(check(Start, false), "nothing");
+    EXPECT_EQ(check(kStart, false), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LateIsStrictlyBehindTheDeadline) {
-    begin(1000.0, Unlimited);
-    curl.setClock(Start + 1000 * Ms);
-    EXPECT_EQ(check(Start, false), "nothing");
+    begin(1000.0, kUnlimited);
+    curl.setClock(kStart + 1000 * kMs);
+    EXPECT_EQ(check(kStart, false), "nothing");
     curl.advanceClock(1);
-    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
+    EXPECT_EQ(check(kStart, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
                                        ", 1000, HTTPOptions.ResponseTimeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, ContentTimeoutNamesTheDataLimit) {
     connection.ReceivedHead.HeadersComplete = true;
-    begin(Unlimited, 1000.0);
-    curl.setClock(Start + 1500 * Ms);
-    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonStoppedSending()) +
+    begin(kUnlimited, 1000.0);
+    curl.setClock(kStart + 1500 * kMs);
+    EXPECT_EQ(check(kStart, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonStoppedSending()) +
                                        ", 1000, HTTPOptions.DataTimeout]");
     ASSERT_NE(catalogueText(id::TimeoutReasonStoppedSending()), catalogueText(id::TimeoutReasonResponseHeader()));
 }
 
 // The smaller of the elapsed time and the limit is told; without a start, the limit.
 TEST_F(HTTPConnectionTimeoutsTest, ReportedValueIsElapsedOrLimit) {
-    begin(1000.0, Unlimited);
+    begin(1000.0, kUnlimited);
     const std::string reason = catalogueText(id::TimeoutReasonResponseHeader());
-    curl.setClock(Start + 2500 * Ms + 999999);
-    EXPECT_EQ(check(Start + 2000 * Ms, false),
+    curl.setClock(kStart + 2500 * kMs + 999999);
+    EXPECT_EQ(check(kStart + 2000 * kMs, false),
               "HTTPTimeoutException[" + reason + ", 500, HTTPOptions.ResponseTimeout]");
-    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + reason + ", 1000, HTTPOptions.ResponseTimeout]");
+    EXPECT_EQ(check(kStart, false), "HTTPTimeoutException[" + reason + ", 1000, HTTPOptions.ResponseTimeout]");
     EXPECT_EQ(check(NOT_A_TIME, false), "HTTPTimeoutException[" + reason + ", 1000, HTTPOptions.ResponseTimeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, OnlyLibcurlsLimitCountsWhileConnecting) {
-    begin(1000.0, Unlimited);
-    curl.setClock(Start + 5000 * Ms);
+    begin(1000.0, kUnlimited);
+    curl.setClock(kStart + 5000 * kMs);
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
-    EXPECT_EQ(check(Start, false), "nothing");
+    EXPECT_EQ(check(kStart, false), "nothing");
     curl.giveInfo(CURLINFO_CONNECT_TIME, -1.0);
-    EXPECT_EQ(check(Start, false), "nothing");
+    EXPECT_EQ(check(kStart, false), "nothing");
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);
     curl.failInfo(CURLINFO_CONNECT_TIME, CURLE_BAD_FUNCTION_ARGUMENT); // ignored: counts as not connected
-    EXPECT_EQ(check(Start, false), "nothing");
-    EXPECT_NE(check(Start, false), "nothing");
+    EXPECT_EQ(check(kStart, false), "nothing");
+    EXPECT_NE(check(kStart, false), "nothing");
 }
 
 // The connect time stays 0 for the whole of a transfer on a reused connection.
 TEST_F(HTTPConnectionTimeoutsTest, HeadThatHasGoneOutShowsAReusedConnection) {
-    begin(1000.0, Unlimited);
-    curl.setClock(Start + 5000 * Ms);
+    begin(1000.0, kUnlimited);
+    curl.setClock(kStart + 5000 * kMs);
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
     connection.SentHead.Sent = true;
-    EXPECT_EQ(check(Start, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
+    EXPECT_EQ(check(kStart, false), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonResponseHeader()) +
                                        ", 1000, HTTPOptions.ResponseTimeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNeedsNoDeadlineAndNoConnection) {
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
     setErrorText("Connection timed out after 9000 ms");
-    curl.setClock(Start + 9000 * Ms);
-    EXPECT_EQ(check(Start, true),
+    curl.setClock(kStart + 9000 * kMs);
+    EXPECT_EQ(check(kStart, true),
               "HTTPTimeoutException[Connection timed out after 9000 ms, 9000, HTTPOptions.ConnectTimeout]");
     EXPECT_EQ(connection.Limits.TimeoutOption, u"HTTPOptions.ConnectTimeout");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutNamesTheOlderOption) {
     connection.Settings.HTTPOptionsMode = false;
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     setErrorText("timed out");
-    curl.setClock(Start + 9000 * Ms);
-    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 9000, weboptions.Timeout]");
+    curl.setClock(kStart + 9000 * kMs);
+    EXPECT_EQ(check(kStart, true), "HTTPTimeoutException[timed out, 9000, weboptions.Timeout]");
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, LongConnectIsTheSystemsLimit) {
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     setErrorText("timed out");
-    curl.setClock(Start + 10000 * Ms + 999999); // 10000 whole milliseconds: still libcurl's
-    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[timed out, 10000, HTTPOptions.ConnectTimeout]");
-    curl.setClock(Start + 11000 * Ms);
-    EXPECT_EQ(check(Start, true), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonSystemLimit()) +
+    curl.setClock(kStart + 10000 * kMs + 999999); // 10000 whole milliseconds: still libcurl's
+    EXPECT_EQ(check(kStart, true), "HTTPTimeoutException[timed out, 10000, HTTPOptions.ConnectTimeout]");
+    curl.setClock(kStart + 11000 * kMs);
+    EXPECT_EQ(check(kStart, true), "HTTPTimeoutException[" + catalogueText(id::TimeoutReasonSystemLimit()) +
                                       ", 11000, " + catalogueText(id::TimeoutSystemTCP()) + "]");
     EXPECT_EQ(fl::i18n::to_string(connection.Limits.TimeoutOption), catalogueText(id::TimeoutSystemTCP()));
 }
 
 // The pumps know no start; what libcurl reports then counts as early, and the last limit is told.
 TEST_F(HTTPConnectionTimeoutsTest, LibcurlsTimeoutWithoutAStartTellsTheLimit) {
-    connection.Limits.Deadline = NoDeadline;
+    connection.Limits.Deadline = kNoDeadline;
     connection.Limits.ActiveTimeout = 1234.0;
     setErrorText("timed out");
     EXPECT_EQ(check(NOT_A_TIME, true), "HTTPTimeoutException[timed out, 1234, HTTPOptions.ConnectTimeout]");

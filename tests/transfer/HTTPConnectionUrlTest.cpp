@@ -1,7 +1,6 @@
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "host/Text.h"
 #include "hostcalls/TextEncoding.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 namespace {
 

@@ -1,5 +1,4 @@
 #include "tests/transfer/ConnectionFixture.h"
-
 #include "transfer/Trace.h"
 
 #include <cmath>
@@ -9,11 +8,11 @@
 
 namespace {
 
-constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t kMs = 1'000'000;
 
 class HTTPConnectionWireTest : public ConnectionFixture {
 protected:
-    HTTPConnectionWireTest() { connection.Limits.Deadline = SilenceLimits::NoDeadline; }
+    HTTPConnectionWireTest() { connection.Limits.Deadline = SilenceLimits::kNoDeadline; }
     ~HTTPConnectionWireTest() override { connection.Settings.Debug = 0; }
 
     // Gives the bytes as they stand in libcurl's buffer afterwards. Passed in a block of exactly their size, so that a
@@ -236,19 +235,19 @@ TEST_P(TraceRecordTest, IsTextOrCount) {
     EXPECT_EQ(trace(GetParam().Debug, GetParam().Type, GetParam().Bytes), GetParam().Output);
 }
 
-const std::string Longest(999, 'x');
-const std::string TooLong(1000, 'x');
+const std::string kLongest(999, 'x');
+const std::string kTooLong(1000, 'x');
 INSTANTIATE_TEST_SUITE_P(
     Blocks, TraceRecordTest,
     ::testing::Values(
         TraceRow{"QuietText", 0, CURLINFO_TEXT, "a", ""}, TraceRow{"QuietData", 0, CURLINFO_DATA_IN, "a", ""},
         TraceRow{"QuietHead", 0, CURLINFO_HEADER_OUT, "GET / HTTP/1.1\r\n\r\n", ""},
         TraceRow{"Text", 1, CURLINFO_TEXT, "Connected\n", "IN INFO (T): Connected\n"},
-        TraceRow{"LongestText", 1, CURLINFO_TEXT, Longest, "IN INFO (T): " + Longest + "\n"},
-        TraceRow{"TooLongText", 2, CURLINFO_TEXT, TooLong, "IN INFO (T): 1000 bytes\n"},
+        TraceRow{"LongestText", 1, CURLINFO_TEXT, kLongest, "IN INFO (T): " + kLongest + "\n"},
+        TraceRow{"TooLongText", 2, CURLINFO_TEXT, kTooLong, "IN INFO (T): 1000 bytes\n"},
         TraceRow{"BinaryText", 2, CURLINFO_TEXT, std::string("a\0b", 3), "IN INFO (T): 3 bytes\n"},
-        TraceRow{"LongHead", 1, CURLINFO_HEADER_OUT, "G " + TooLong + " H\r\n",
-                 "OUT HDR (T): G " + TooLong + " H<CRLF>\n"},
+        TraceRow{"LongHead", 1, CURLINFO_HEADER_OUT, "G " + kTooLong + " H\r\n",
+                 "OUT HDR (T): G " + kTooLong + " H<CRLF>\n"},
         TraceRow{"BinaryHead", 1, CURLINFO_HEADER_OUT, "G /\x01 H\r\n", "OUT HDR (T): 12 bytes\n"},
         TraceRow{"IncomingHead", 2, CURLINFO_HEADER_IN, "HTTP/1.1 200 OK\r\n", ""},
         TraceRow{"TlsIn", 2, CURLINFO_SSL_DATA_IN, "secret", ""},
@@ -260,9 +259,9 @@ INSTANTIATE_TEST_SUITE_P(
         TraceRow{"CountIsOfTheMarkedText", 1, CURLINFO_DATA_IN, "a\r\nb", "IN DATA (T): 9 bytes\n"},
         TraceRow{"CountIsWithoutTheLastNewline", 1, CURLINFO_DATA_IN, "ab\n", "IN DATA (T): 2 bytes\n"},
         TraceRow{"DataIsShown", 2, CURLINFO_DATA_OUT, "a\tb", "OUT DATA (T): a\tb\n"},
-        TraceRow{"LongestData", 2, CURLINFO_DATA_IN, Longest, "IN DATA (T): " + Longest + "\n"},
-        TraceRow{"LongestDataWithNewline", 2, CURLINFO_DATA_IN, Longest + "\n", "IN DATA (T): " + Longest + "\n"},
-        TraceRow{"TooLongData", 2, CURLINFO_DATA_IN, TooLong, "IN DATA (T): 1000 bytes\n"},
+        TraceRow{"LongestData", 2, CURLINFO_DATA_IN, kLongest, "IN DATA (T): " + kLongest + "\n"},
+        TraceRow{"LongestDataWithNewline", 2, CURLINFO_DATA_IN, kLongest + "\n", "IN DATA (T): " + kLongest + "\n"},
+        TraceRow{"TooLongData", 2, CURLINFO_DATA_IN, kTooLong, "IN DATA (T): 1000 bytes\n"},
         TraceRow{"TooLongByItsMarks", 2, CURLINFO_DATA_IN, std::string(992, 'x') + "\r\nx",
                  "IN DATA (T): 1000 bytes\n"},
         TraceRow{"NulInData", 3, CURLINFO_DATA_IN, std::string("a\0b", 3), "IN DATA (T): 3 bytes\n"},
@@ -298,10 +297,10 @@ TEST_P(ActivityTest, BytesThatMoveMoveTheDeadline) {
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
     connection.Limits.Deadline = 1;
-    curl.setClock(5 * Ms);
+    curl.setClock(5 * kMs);
     connection.Settings.Debug = GetParam().Debug;
     pass(GetParam().Type, "GET / HTTP/1.1\r\n");
-    EXPECT_EQ(connection.Limits.Deadline, GetParam().Counts ? 1005 * Ms : 1);
+    EXPECT_EQ(connection.Limits.Deadline, GetParam().Counts ? 1005 * kMs : 1);
     connection.Settings.Debug = 0;
 }
 

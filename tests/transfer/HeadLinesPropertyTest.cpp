@@ -50,7 +50,7 @@ class HeadLinesPropertyTest : public ConnectionFixture {
 protected:
     HeadLinesPropertyTest() {
         curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-        connection.Limits.Deadline = SilenceLimits::NoDeadline;
+        connection.Limits.Deadline = SilenceLimits::kNoDeadline;
     }
 
     // libcurl is free to cut a line in items of any size: here of the largest one up to `Items` that divides it.

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t kMs = 1'000'000;
 
 using Lines = std::vector<std::string>;
 
@@ -20,23 +20,23 @@ struct State {
     bool Complete;
 };
 
-const Lines Interim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
-const Lines Hints{"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"};
-const Lines Kept{"HTTP/1.1 302 Found", "X-Kept: 1"};
+const Lines kInterim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
+const Lines kHints{"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"};
+const Lines kKept{"HTTP/1.1 302 Found", "X-Kept: 1"};
 
 Lines behindInterim(Lines lines) {
-    lines.insert(lines.begin(), Interim.begin(), Interim.end());
+    lines.insert(lines.begin(), kInterim.begin(), kInterim.end());
     return lines;
 }
 
-const std::vector<State> States{
+const std::vector<State> kStates{
     {"NoHead", {}, {}, false},
-    {"NoHeadBehindInterim", Interim, {}, false},
-    {"Hints", Hints, {"HTTP/1.1 103 Early Hints", "X-Kept: 1"}, false},
-    {"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, Kept, false},
-    {"CollectingBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), Kept, false},
-    {"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, Kept, true},
-    {"CompleteBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}), Kept, true},
+    {"NoHeadBehindInterim", kInterim, {}, false},
+    {"Hints", kHints, {"HTTP/1.1 103 Early Hints", "X-Kept: 1"}, false},
+    {"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, kKept, false},
+    {"CollectingBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), kKept, false},
+    {"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, kKept, true},
+    {"CompleteBehindInterim", behindInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}), kKept, true},
     {"CompleteWithoutLines", {"\r\n"}, {}, true},
 };
 
@@ -48,7 +48,7 @@ struct Event {
     const char* MethodSent = "GET";
 };
 
-const std::vector<Event> Events{
+const std::vector<Event> kEvents{
     {"StatusLine", "HtTP/1.1 404 Not Found\r\n"},
     {"FieldLine", "X-New: 503\r\n"},
     {"BlankLineBehindA100", "\r\n", 100},
@@ -74,7 +74,7 @@ const std::vector<Event> Events{
 //   T  of a trailer section: traced and not stored
 //   !  refused and not stored
 //   X  refused and not stored, but taken for the beginning of a head all the same
-const char* const Outcomes[] = {
+const char* const kOutcomes[] = {
     "NNeeFIXXXXXXXX", // no head
     "NNeeFIXXXXXXXX", // no head, behind an interim one
     "NNeeFIXXXXXXXX", // an interim one whose lines stay
@@ -90,9 +90,9 @@ protected:
     HeadStateTest() { curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); } // so that status lines are parsed
     ~HeadStateTest() override { connection.Settings.Debug = 0; }
 
-    static const State& state() { return States[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
-    static const Event& event() { return Events[static_cast<std::size_t>(std::get<1>(GetParam()))]; }
-    static char outcome() { return Outcomes[std::get<0>(GetParam())][std::get<1>(GetParam())]; }
+    static const State& state() { return kStates[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
+    static const Event& event() { return kEvents[static_cast<std::size_t>(std::get<1>(GetParam()))]; }
+    static char outcome() { return kOutcomes[std::get<0>(GetParam())][std::get<1>(GetParam())]; }
 
     void take(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), line.size()); }
     void enterState() {
@@ -143,7 +143,7 @@ TEST_P(HeadStateTest, TakesTheLine) {
         event().StatusBefore == 0 ? connection.ReceivedHead.ResponseCode : event().StatusBefore;
     const StandardOutputCapture output;
     connection.Settings.Debug = 1;
-    curl.setClock(70 * Ms);
+    curl.setClock(70 * kMs);
     takeEvent();
 
     const bool begins = outcome() == 'N' || outcome() == 'X';
@@ -163,7 +163,7 @@ TEST_P(HeadStateTest, TakesTheLine) {
     EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
 
     // Every line is activity, a refused one too.
-    EXPECT_EQ(connection.Limits.Deadline, (complete ? 3070 : 1070) * Ms);
+    EXPECT_EQ(connection.Limits.Deadline, (complete ? 3070 : 1070) * kMs);
     EXPECT_EQ(connection.Limits.TimeoutReason, complete ? 1 : 0);
     EXPECT_EQ(output.text(), expectedTrace());
 }
@@ -189,19 +189,19 @@ TEST_P(HeadStateTest, HeadBehindItIsReadAsEver) {
 
 // The table has a letter for each event, and nothing else.
 TEST(HeadStateTable, IsComplete) {
-    ASSERT_EQ(std::size(Outcomes), States.size());
-    for (const char* row : Outcomes) {
-        EXPECT_EQ(std::strlen(row), Events.size());
-        EXPECT_EQ(std::strspn(row, "+NeFIT!X"), Events.size());
+    ASSERT_EQ(std::size(kOutcomes), kStates.size());
+    for (const char* row : kOutcomes) {
+        EXPECT_EQ(std::strlen(row), kEvents.size());
+        EXPECT_EQ(std::strspn(row, "+NeFIT!X"), kEvents.size());
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(StatesAndLines, HeadStateTest,
-                         ::testing::Combine(::testing::Range(0, static_cast<int>(States.size())),
-                                            ::testing::Range(0, static_cast<int>(Events.size()))),
+                         ::testing::Combine(::testing::Range(0, static_cast<int>(kStates.size())),
+                                            ::testing::Range(0, static_cast<int>(kEvents.size()))),
                          [](const auto& info) {
-                             return std::string(States[static_cast<std::size_t>(std::get<0>(info.param))].Name) + '_' +
-                                    Events[static_cast<std::size_t>(std::get<1>(info.param))].Name;
+                             return std::string(kStates[static_cast<std::size_t>(std::get<0>(info.param))].Name) + '_' +
+                                    kEvents[static_cast<std::size_t>(std::get<1>(info.param))].Name;
                          });
 
 } // namespace

@@ -1,13 +1,11 @@
 #include "transfer/LibCurlInitializer.h"
 
+#include "embedded/services/Services.h"
 #include "tests/support/host/FailureText.h"
 #include "tests/support/host/ScopeFixture.h"
 
-#include "embedded/services/Services.h"
-
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/FrameworkEvent.h>
-
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -10,9 +10,9 @@ namespace {
 enum class State { Fresh, Closed, Open, FailedBeforeItsHead, FailedBehindItsHead, Available, Copied, Reopened };
 enum class Operation { Open, OpenWithoutUrl, Close, Send, Copy, Destroy };
 
-constexpr const char* StateNames[] = {"Fresh",     "Closed", "Open",    "FailedBeforeItsHead", "FailedBehindItsHead",
+constexpr const char* kStateNames[] = {"Fresh",     "Closed", "Open",    "FailedBeforeItsHead", "FailedBehindItsHead",
                                       "Available", "Copied", "Reopened"};
-constexpr const char* OperationNames[] = {"Open", "OpenWithoutUrl", "Close", "Send", "Copy", "Destroy"};
+constexpr const char* kOperationNames[] = {"Open", "OpenWithoutUrl", "Close", "Send", "Copy", "Destroy"};
 
 // The flags in one word: o opened, d response done, s sent, c complete head, f the scope counts as open. A capital is
 // set. Behind it how many requests the operation sends, and what it copies.
@@ -29,23 +29,23 @@ struct Row {
 
 // In the order of the states. An open leaves ResponseDone alone, so that what was never copied is not asked for again,
 // and a copy has nothing to take it from. Content comes once.
-constexpr const char* NothingToCopy = "VANTIK:webservices:InternalError[N:The connection was opened again before the "
+constexpr const char* kNothingToCopy = "VANTIK:webservices:InternalError[N:The connection was opened again before the "
                                       "last response was copied. Close it first.]";
-constexpr const char* NothingCame =
+constexpr const char* kNothingCame =
     "VANTIK:webservices:InternalError[N:The transfer has failed, so there is nothing to copy. Close the connection and "
     "open it again.]";
-constexpr const char* CopiedAlready =
+constexpr const char* kCopiedAlready =
     "VANTIK:webservices:InternalError[N:The content of this response has been copied already, in whole or in part, and "
     "comes only once. Close the connection and open it again.]";
-const Row Rows[] = {
+const Row kRows[] = {
     {"odscf", {"OdscF"}, {"odscf"}, {"odscf"}, {"odscf"}, {"odscf"}},                   // fresh
     {"odscf", {"OdscF"}, {"odscf"}, {"odscf"}, {"odscf"}, {"odscf"}},                   // closed
     {"OdscF", {"OdscF"}, {"odscF"}, {"odscf"}, {"ODSCF", 1}, {"OdSCF", 1, "content"}},  // open
     {"OdscF", {"OdscF"}, {"odscF"}, {"odscf"}, {"ODSCF", 1}, {"OdSCF", 1, "content"}},  // failed early
-    {"OdScF", {"OdscF"}, {"odscF"}, {"odscf"}, {"OdScF"}, {"OdScF", 0, NothingCame}},   // failed late
+    {"OdScF", {"OdscF"}, {"odscF"}, {"odscf"}, {"OdScF"}, {"OdScF", 0, kNothingCame}},   // failed late
     {"ODSCF", {"ODscF"}, {"oDsCF"}, {"odscf"}, {"ODSCF"}, {"OdSCF", 0, "content"}},     // available
-    {"OdSCF", {"OdscF"}, {"odsCF"}, {"odscf"}, {"OdSCF"}, {"OdSCF", 0, CopiedAlready}}, // copied
-    {"ODscF", {"ODscF"}, {"oDscF"}, {"odscf"}, {"ODscF"}, {"ODscF", 0, NothingToCopy}}, // reopened
+    {"OdSCF", {"OdscF"}, {"odsCF"}, {"odscf"}, {"OdSCF"}, {"OdSCF", 0, kCopiedAlready}}, // copied
+    {"ODscF", {"ODscF"}, {"oDscF"}, {"odscf"}, {"ODscF"}, {"ODscF", 0, kNothingToCopy}}, // reopened
 };
 
 class LifecycleFixture : public ConnectionFixture {
@@ -139,7 +139,7 @@ protected:
 
 class LifecycleTableTest : public LifecycleFixture, public ::testing::WithParamInterface<std::tuple<State, Operation>> {
 protected:
-    static const Row& row() { return Rows[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
+    static const Row& row() { return kRows[static_cast<std::size_t>(std::get<0>(GetParam()))]; }
 };
 
 TEST_P(LifecycleTableTest, LeavesFlagsRequestsAndContent) {
@@ -230,17 +230,17 @@ TEST_P(LifecycleTableTest, NextExchangeIsAGoodOne) {
     EXPECT_EQ(requests, 1);
 }
 
-constexpr State States[] = {
+constexpr State kStates[] = {
     State::Fresh,     State::Closed, State::Open,    State::FailedBeforeItsHead, State::FailedBehindItsHead,
     State::Available, State::Copied, State::Reopened};
-constexpr Operation Operations[] = {Operation::Open, Operation::OpenWithoutUrl, Operation::Close,
+constexpr Operation kOperations[] = {Operation::Open, Operation::OpenWithoutUrl, Operation::Close,
                                     Operation::Send, Operation::Copy,           Operation::Destroy};
 
 INSTANTIATE_TEST_SUITE_P(StatesAndOperations, LifecycleTableTest,
-                         ::testing::Combine(::testing::ValuesIn(States), ::testing::ValuesIn(Operations)),
+                         ::testing::Combine(::testing::ValuesIn(kStates), ::testing::ValuesIn(kOperations)),
                          [](const auto& info) {
-                             return std::string(StateNames[static_cast<int>(std::get<0>(info.param))]) + '_' +
-                                    OperationNames[static_cast<int>(std::get<1>(info.param))];
+                             return std::string(kStateNames[static_cast<int>(std::get<0>(info.param))]) + '_' +
+                                    kOperationNames[static_cast<int>(std::get<1>(info.param))];
                          });
 
 class LifecycleStateTest : public LifecycleFixture, public ::testing::WithParamInterface<State> {};
@@ -262,7 +262,7 @@ TEST_P(LifecycleStateTest, RefusesNewHandlesWhereOneIsOpen) {
     EXPECT_EQ(flags(), before);
 }
 
-INSTANTIATE_TEST_SUITE_P(States, LifecycleStateTest, ::testing::ValuesIn(States),
-                         [](const auto& info) { return StateNames[static_cast<int>(info.param)]; });
+INSTANTIATE_TEST_SUITE_P(kStates, LifecycleStateTest, ::testing::ValuesIn(kStates),
+                         [](const auto& info) { return kStateNames[static_cast<int>(info.param)]; });
 
 } // namespace

@@ -1,7 +1,6 @@
 // The loop of a send around wait and perform.
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "streaming/InterruptibleStreamCopier.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <boost/numeric/conversion/cast.hpp>
 
@@ -9,7 +8,7 @@
 
 namespace {
 
-constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t kMs = 1'000'000;
 
 std::string multiText(CURLMcode code) {
     return curl_multi_strerror(code);
@@ -56,7 +55,7 @@ TEST_P(WaitTest, FollowsTheResponseTimeoutUpToItsCap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Limits, WaitTest,
-                         ::testing::Values(WaitRow{SilenceLimits::Unlimited, 500}, WaitRow{0.0, 0}, WaitRow{100.0, 100},
+                         ::testing::Values(WaitRow{SilenceLimits::kUnlimited, 500}, WaitRow{0.0, 0}, WaitRow{100.0, 100},
                                            WaitRow{499.9, 499}, WaitRow{500.0, 500}, WaitRow{30000.0, 500}));
 
 // As the limit stands at the send, even if the open has not seen it.
@@ -86,11 +85,11 @@ TEST_F(PerformLoopTest, LimitThatIsNoIntegerEndsTheSendBeforeItBegins) {
 }
 
 TEST_F(PerformLoopTest, DeadlineStartsWithTheSend) {
-    curl.setClock(7000 * Ms);
+    curl.setClock(7000 * kMs);
     connection.setTimeouts({5000.0, 3000.0, 9000.0});
     connection.openConnection();
     curl.OnPerform = [&](int& running) {
-        EXPECT_EQ(connection.Limits.Deadline, 10000 * Ms);
+        EXPECT_EQ(connection.Limits.Deadline, 10000 * kMs);
         EXPECT_EQ(connection.Limits.TimeoutReason, 0);
         running = 0;
         return CURLM_OK;
@@ -101,7 +100,7 @@ TEST_F(PerformLoopTest, DeadlineStartsWithTheSend) {
 TEST_F(PerformLoopTest, ThereIsNoDeadlineWithoutLimits) {
     connection.Limits.Deadline = 17;
     curl.OnPerform = [&](int& running) {
-        EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::NoDeadline);
+        EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
         running = 0;
         return CURLM_OK;
     };
@@ -202,7 +201,7 @@ TEST_F(PerformLoopTest, LateResponseEndsTheLoop) {
     curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);
     connection.openConnection();
     curl.OnWait = [&](int milliseconds, int& ready) {
-        curl.advanceClock(milliseconds * Ms);
+        curl.advanceClock(milliseconds * kMs);
         ready = 0;
         return CURLM_OK;
     };

@@ -214,7 +214,7 @@ TEST_F(OpenFailure, OverflowOfTheResponseLimitKeepsTheOldIntegers) {
     EXPECT_THAT(failureText([&] { open(connection); }), ::testing::StartsWith("boost::numeric::positive_overflow["));
     EXPECT_EQ(connection.Limits.ResponseTimeoutMs, 11);
     EXPECT_EQ(connection.Limits.DataTimeoutMs, 22);
-    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, 1e12, 10.0, SilenceLimits::Unlimited));
+    EXPECT_THAT(connection.getTimeouts(), ElementsAre(5000.0, 1e12, 10.0, SilenceLimits::kUnlimited));
     expectClosedThenGood();
 }
 

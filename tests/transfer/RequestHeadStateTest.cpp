@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::int64_t Ms = 1'000'000;
+constexpr std::int64_t kMs = 1'000'000;
 
 // What the parser has taken from heads so far.
 struct Taken {
@@ -30,11 +30,11 @@ void PrintTo(const StateRow& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-const std::string NoLine = "CRLF not found in headers:\n";
-const std::string NoRequestLine = "Empty CRLF encountered when request line expected";
-const std::string NoBlank = "No space found in request line";
-const std::string OneBlank = "Second space not found in request line";
-const std::string NulInLine("GET /\0 HTTP/1.1\r\n", 17);
+const std::string kNoLine = "CRLF not found in headers:\n";
+const std::string kNoRequestLine = "Empty CRLF encountered when request line expected";
+const std::string kNoBlank = "No space found in request line";
+const std::string kOneBlank = "Second space not found in request line";
+const std::string kNulInLine("GET /\0 HTTP/1.1\r\n", 17);
 
 std::vector<StateRow> rows() {
     return {
@@ -44,18 +44,18 @@ std::vector<StateRow> rows() {
         {"RequestLineOfEmptyParts", false, "a  b\r\n", true, false, {"a", "", "b", {}}},
         {"RequestLineOfFourWords", false, "a b c d\r\n", true, false, {"a", "b", "c d", {}}},
         {"FieldOfTwoBlanksAsRequestLine", false, "X: y z\r\n", true, false, {"X:", "y", "z", {}}},
-        {"FieldAsRequestLine", false, "Host: h\r\n", true, false, {"Host:", "U", "V", {"L"}}, OneBlank},
-        {"OneBlank", false, "GET /x\r\n", true, false, {"GET", "U", "V", {"L"}}, OneBlank},
-        {"TabIsNoBlank", false, "GET\t/x HTTP/1.1\r\n", true, false, {"GET\t/x", "U", "V", {"L"}}, OneBlank},
-        {"BlankAtTheEndIsCut", false, "GET \r\n", true, false, {}, NoBlank},
-        {"NoBlank", false, "GET\r\n", true, false, {}, NoBlank},
-        {"FieldWithoutBlanksAsRequestLine", false, "X:y\r\n", true, false, {}, NoBlank},
-        {"EmptyLine", false, "\r\n", false, false, {}, NoRequestLine},
-        {"LineOfBlanks", false, " \t \r\n", false, false, {}, NoRequestLine},
-        {"NoLineEnd", false, "GET /x HTTP/1.1", false, false, {}, NoLine + "GET /x HTTP/1.1"},
-        {"LineFeedAlone", false, "GET /x HTTP/1.1\n", false, false, {}, NoLine + "GET /x HTTP/1.1\n"},
-        {"CarriageReturnAlone", false, "GET /x HTTP/1.1\r", false, false, {}, NoLine + "GET /x HTTP/1.1\r"},
-        {"NulInRequestLine", false, NulInLine, false, false, {}, NoLine + NulInLine},
+        {"FieldAsRequestLine", false, "Host: h\r\n", true, false, {"Host:", "U", "V", {"L"}}, kOneBlank},
+        {"OneBlank", false, "GET /x\r\n", true, false, {"GET", "U", "V", {"L"}}, kOneBlank},
+        {"TabIsNoBlank", false, "GET\t/x HTTP/1.1\r\n", true, false, {"GET\t/x", "U", "V", {"L"}}, kOneBlank},
+        {"BlankAtTheEndIsCut", false, "GET \r\n", true, false, {}, kNoBlank},
+        {"NoBlank", false, "GET\r\n", true, false, {}, kNoBlank},
+        {"FieldWithoutBlanksAsRequestLine", false, "X:y\r\n", true, false, {}, kNoBlank},
+        {"EmptyLine", false, "\r\n", false, false, {}, kNoRequestLine},
+        {"LineOfBlanks", false, " \t \r\n", false, false, {}, kNoRequestLine},
+        {"NoLineEnd", false, "GET /x HTTP/1.1", false, false, {}, kNoLine + "GET /x HTTP/1.1"},
+        {"LineFeedAlone", false, "GET /x HTTP/1.1\n", false, false, {}, kNoLine + "GET /x HTTP/1.1\n"},
+        {"CarriageReturnAlone", false, "GET /x HTTP/1.1\r", false, false, {}, kNoLine + "GET /x HTTP/1.1\r"},
+        {"NulInRequestLine", false, kNulInLine, false, false, {}, kNoLine + kNulInLine},
         {"NothingAwaited", false, "", false, false},
         // Field lines are awaited.
         {"Field", true, "Host: h\r\n", true, false, {"M", "U", "V", {"L", "Host: h"}}},
@@ -66,16 +66,16 @@ std::vector<StateRow> rows() {
         {"LineFeedInAField", true, "a\nb\r\n", true, false, {"M", "U", "V", {"L", "a\nb"}}},
         {"EndOfTheHead", true, "\r\n", false, true},
         {"LineOfBlanksEndsTheHead", true, " \t \r\n", false, true},
-        {"FieldWithoutLineEnd", true, "Host: h", true, false, {}, NoLine + "Host: h"},
-        {"FieldWithLineFeedAlone", true, "Host: h\n", true, false, {}, NoLine + "Host: h\n"},
-        {"NulInField", true, std::string("a\0b\r\n", 5), true, false, {}, NoLine + std::string("a\0b\r\n", 5)},
+        {"FieldWithoutLineEnd", true, "Host: h", true, false, {}, kNoLine + "Host: h"},
+        {"FieldWithLineFeedAlone", true, "Host: h\n", true, false, {}, kNoLine + "Host: h\n"},
+        {"NulInField", true, std::string("a\0b\r\n", 5), true, false, {}, kNoLine + std::string("a\0b\r\n", 5)},
         {"NothingInHead", true, "", true, false},
         // Several lines in one block.
         {"WholeHead", false, "PUT / H\r\nA: b\r\n\r\n", false, true, {"PUT", "/", "H", {"A: b"}}},
         {"EndAndNextRequestLine", true, "\r\nPUT / H\r\n", true, true, {"PUT", "/", "H", {}}},
-        {"EndAndEmptyLine", true, "A: b\r\n\r\n\r\n", false, true, {"M", "U", "V", {"L", "A: b"}}, NoRequestLine},
-        {"EndAndHalfALine", true, "\r\nPUT", false, true, {}, NoLine + "PUT"},
-        {"RequestLineAndHalfAField", false, "PUT / H\r\nA: b", true, false, {"PUT", "/", "H", {}}, NoLine + "A: b"},
+        {"EndAndEmptyLine", true, "A: b\r\n\r\n\r\n", false, true, {"M", "U", "V", {"L", "A: b"}}, kNoRequestLine},
+        {"EndAndHalfALine", true, "\r\nPUT", false, true, {}, kNoLine + "PUT"},
+        {"RequestLineAndHalfAField", false, "PUT / H\r\nA: b", true, false, {"PUT", "/", "H", {}}, kNoLine + "A: b"},
     };
 }
 
@@ -85,7 +85,7 @@ protected:
         connection.setTimeouts({5000.0, 1000.0});
         connection.applyTimeouts();
         connection.Limits.Deadline = 1;
-        curl.setClock(5 * Ms);
+        curl.setClock(5 * kMs);
         connection.SentHead.EffectiveMethod = "M";
         connection.SentHead.RequestURI = "U";
         connection.SentHead.RequestHTTPVersion = "V";
@@ -114,7 +114,7 @@ TEST_P(RequestHeadState, TakesOrRefusesABlock) {
     EXPECT_EQ(connection.SentHead.InRequestHead, row.InHeadAfter);
     EXPECT_EQ(connection.SentHead.Sent, row.Sent);
     expectTaken(row.After);
-    EXPECT_EQ(connection.Limits.Deadline, taken ? 1005 * Ms : 1); // what is refused is no activity
+    EXPECT_EQ(connection.Limits.Deadline, taken ? 1005 * kMs : 1); // what is refused is no activity
     EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
     EXPECT_FALSE(connection.Transfer.TransferFailed);
 }

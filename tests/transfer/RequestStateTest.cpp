@@ -18,7 +18,7 @@ void PrintTo(const Operation& operation, std::ostream* stream) {
     *stream << operation.Name;
 }
 
-const Operation Operations[] = {
+const Operation kOperations[] = {
     {"sendRequest",
      [](HTTPConnection& connection) {
          connection.sendRequest();
@@ -98,7 +98,7 @@ std::string caseName(const ::testing::TestParamInfo<std::tuple<State, Operation>
 
 INSTANTIATE_TEST_SUITE_P(States, RequestState,
                          ::testing::Combine(::testing::Combine(::testing::Bool(), ::testing::Bool(), ::testing::Bool()),
-                                            ::testing::ValuesIn(Operations)),
+                                            ::testing::ValuesIn(kOperations)),
                          caseName);
 
 } // namespace

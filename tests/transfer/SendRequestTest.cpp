@@ -1,10 +1,9 @@
 #include "errors/InternalError.h"
 
 // sendRequest of a connection: content from PostData, when it sends at all, and what it makes of a failure.
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <new>
 #include <stdexcept>

@@ -1,9 +1,8 @@
 // Which limit governs, for any pair of response and data timeout and any course of a transfer.
-#include "tests/transfer/ConnectionFixture.h"
-
 #include "errors/HTTPException.h"
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
+#include "tests/transfer/ConnectionFixture.h"
 
 #include <rapidcheck/gtest.h>
 
@@ -15,15 +14,15 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-constexpr double Unlimited = SilenceLimits::Unlimited;
-constexpr std::int64_t NoDeadline = SilenceLimits::NoDeadline;
-constexpr std::int64_t Ms = 1'000'000;
-constexpr std::int64_t Start = 50'000 * Ms;
+constexpr double kUnlimited = SilenceLimits::kUnlimited;
+constexpr std::int64_t kNoDeadline = SilenceLimits::kNoDeadline;
+constexpr std::int64_t kMs = 1'000'000;
+constexpr std::int64_t kStart = 50'000 * kMs;
 
 // Milliseconds with a fraction, nought included, or none.
 rc::Gen<double> limit() {
     const auto finite = rc::gen::map(rc::gen::inRange(0, 40'000), [](int quarters) { return quarters / 4.0; });
-    return rc::gen::weightedOneOf<double>({{4, finite}, {1, rc::gen::just(0.0)}, {2, rc::gen::just(Unlimited)}});
+    return rc::gen::weightedOneOf<double>({{4, finite}, {1, rc::gen::just(0.0)}, {2, rc::gen::just(kUnlimited)}});
 }
 
 // One pair in four is a tie.
@@ -36,15 +35,15 @@ rc::Gen<std::pair<double, double>> limits() {
 enum class Governs { Nothing, Response, Data };
 
 Governs governing(double response, double data, bool headersComplete) {
-    const bool awaitsHead = !headersComplete && response < Unlimited;
+    const bool awaitsHead = !headersComplete && response < kUnlimited;
     if (awaitsHead && !(data < response)) {
         return Governs::Response;
     }
-    return data < Unlimited ? Governs::Data : Governs::Nothing;
+    return data < kUnlimited ? Governs::Data : Governs::Nothing;
 }
 
 std::int64_t wholeNs(double milliseconds) {
-    return static_cast<std::int64_t>(milliseconds) * Ms;
+    return static_cast<std::int64_t>(milliseconds) * kMs;
 }
 
 class TimeoutProperty : public ConnectionFixture {
@@ -56,8 +55,8 @@ protected:
         std::tie(response, data) = *limits();
         connection.setTimeouts({5000.0, response, data});
         connection.applyTimeouts();
-        connection.Limits.Deadline = Start; // runs
-        curl.setClock(Start);
+        connection.Limits.Deadline = kStart; // runs
+        curl.setClock(kStart);
     }
 
     std::string optionOf(Governs governs) const {
@@ -87,22 +86,22 @@ protected:
     }
 
     HTTPConnection connection;
-    double response = Unlimited;
-    double data = Unlimited;
+    double response = kUnlimited;
+    double data = kUnlimited;
 };
 
 RC_GTEST_FIXTURE_PROP(TimeoutProperty, DeadlineIsThatOfTheLimitThatGoverns, ()) {
     connection.ReceivedHead.HeadersComplete = *rc::gen::arbitrary<bool>();
-    connection.Limits.Deadline = Start - 7;
+    connection.Limits.Deadline = kStart - 7;
     connection.Limits.TimeoutReason = -1;
     connection.Limits.TimeoutOption = u"before";
     connection.Limits.ActiveTimeout = -1.0;
-    const std::int64_t now = Start + *rc::gen::inRange<std::int64_t>(0, 100'000 * Ms);
+    const std::int64_t now = kStart + *rc::gen::inRange<std::int64_t>(0, 100'000 * kMs);
     curl.setClock(now);
     connection.updateDeadline();
     const Governs governs = governing(response, data, connection.ReceivedHead.HeadersComplete);
     if (governs == Governs::Nothing) {
-        RC_ASSERT(connection.Limits.Deadline == Start - 7);
+        RC_ASSERT(connection.Limits.Deadline == kStart - 7);
         RC_ASSERT(connection.Limits.TimeoutReason == -1);
         RC_ASSERT(optionName() == "before");
         RC_ASSERT(connection.Limits.ActiveTimeout == -1.0);
@@ -122,15 +121,15 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, (
     const double active = governs == Governs::Response ? response : data;
     connection.updateDeadline();
     curl.setClock(connection.Limits.Deadline);
-    RC_ASSERT(!check(Start));
-    curl.advanceClock(1 + *rc::gen::inRange<std::int64_t>(0, 20'000 * Ms));
+    RC_ASSERT(!check(kStart));
+    curl.advanceClock(1 + *rc::gen::inRange<std::int64_t>(0, 20'000 * kMs));
     const std::int64_t now = *curl.clock();
     // The caller's start lies anywhere before, or is not known.
     const bool known = *rc::gen::arbitrary<bool>();
-    const std::int64_t start = known ? now - *rc::gen::inRange<std::int64_t>(0, 30'000 * Ms) : NOT_A_TIME;
+    const std::int64_t start = known ? now - *rc::gen::inRange<std::int64_t>(0, 30'000 * kMs) : NOT_A_TIME;
     const auto late = check(start);
     RC_ASSERT(late.has_value());
-    const auto elapsed = static_cast<double>(known ? (now - start) / Ms : 0);
+    const auto elapsed = static_cast<double>(known ? (now - start) / kMs : 0);
     RC_ASSERT(late->TimeoutMilliseconds == (known ? std::min(elapsed, active) : active));
     RC_ASSERT(optionName() == optionOf(governs));
     RC_ASSERT(late->OptionName == connection.Limits.TimeoutOption);
@@ -143,12 +142,12 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, LateIsStrictlyBehindTheLimitAndNamesIt, (
 // Activity, time and checks in any order, the head's end somewhere between them: a check fails exactly when the silence
 // has lasted longer than the limit that governed when it began.
 RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
-    if (response == Unlimited && data == Unlimited) {
-        connection.Limits.Deadline = NoDeadline; // as the send sets it
+    if (response == kUnlimited && data == kUnlimited) {
+        connection.Limits.Deadline = kNoDeadline; // as the send sets it
     }
     connection.updateDeadline();
-    std::int64_t heard = Start;
-    std::int64_t now = Start;
+    std::int64_t heard = kStart;
+    std::int64_t now = kStart;
     const auto steps = *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 5));
     const int headAt = *rc::gen::inRange(0, 20);
     for (int step = 0; step < static_cast<int>(steps.size()); ++step) {
@@ -169,15 +168,15 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, OnlySilenceIsLate, ()) {
             break;
         }
         default:
-            now += *rc::gen::inRange<std::int64_t>(0, 6'000 * Ms);
+            now += *rc::gen::inRange<std::int64_t>(0, 6'000 * kMs);
             curl.setClock(now);
         }
         const Governs governs = governing(response, data, connection.ReceivedHead.HeadersComplete);
         const std::int64_t allowed = wholeNs(governs == Governs::Response ? response
                                              : governs == Governs::Data   ? data
                                                                           : 0.0);
-        RC_ASSERT(check(Start).has_value() == (governs != Governs::Nothing && now - heard > allowed));
-        RC_ASSERT((connection.Limits.Deadline == NoDeadline) == (governs == Governs::Nothing));
+        RC_ASSERT(check(kStart).has_value() == (governs != Governs::Nothing && now - heard > allowed));
+        RC_ASSERT((connection.Limits.Deadline == kNoDeadline) == (governs == Governs::Nothing));
     }
 }
 
@@ -186,11 +185,11 @@ RC_GTEST_FIXTURE_PROP(TimeoutProperty, ConnectingIsLibcurlsAlone, ()) {
     curl.giveInfo(CURLINFO_CONNECT_TIME, *rc::gen::element(0.0, -1.0));
     connection.updateDeadline();
     const std::int64_t elapsedMs = *rc::gen::inRange<std::int64_t>(0, 20'001);
-    curl.setClock(Start + elapsedMs * Ms);
-    RC_ASSERT(!check(Start));
+    curl.setClock(kStart + elapsedMs * kMs);
+    RC_ASSERT(!check(kStart));
     std::string("libcurl's words").copy(connection.Handles->ErrorBuffer, 16);
     connection.Handles->ErrorBuffer[15] = '\0';
-    const auto late = check(Start, true);
+    const auto late = check(kStart, true);
     RC_ASSERT(late.has_value());
     RC_ASSERT(late->TimeoutMilliseconds == static_cast<double>(elapsedMs));
     const bool early = elapsedMs <= 10'000;

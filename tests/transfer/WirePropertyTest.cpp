@@ -27,7 +27,7 @@ std::string marked(std::string text) {
 
 class WireProperty : public ConnectionFixture {
 protected:
-    WireProperty() { connection.Limits.Deadline = SilenceLimits::NoDeadline; }
+    WireProperty() { connection.Limits.Deadline = SilenceLimits::kNoDeadline; }
     ~WireProperty() override { connection.Settings.Debug = 0; }
 
     void pass(curl_infotype type, std::string bytes) {

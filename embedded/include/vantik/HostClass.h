@@ -66,8 +66,8 @@ class Taken {
 public:
     // Not from a bool: true would be one byte, and so a quiet end after the first piece.
     template <class Number>
-    requires(std::is_arithmetic_v<Number> && !std::is_same_v<Number, bool>) Taken(Number bytes)
-        : Count(static_cast<double>(bytes)) {}
+        requires(std::is_arithmetic_v<Number> && !std::is_same_v<Number, bool>)
+    Taken(Number bytes) : Count(static_cast<double>(bytes)) {}
     Taken(std::optional<double> bytes) : Count(bytes) {}
     Taken(std::nullopt_t) {}
     const std::optional<double>& count() const noexcept { return Count; }

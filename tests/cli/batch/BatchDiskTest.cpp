@@ -1,5 +1,10 @@
 // What a batch run leaves where the disk is in its way: whole files under their names or none, and a journal with which
 // the next run does the rest.
+#include "tests/cli/batch/BatchFixture.h"
+#include "tests/support/process/FailingCalls.h"
+
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -7,11 +12,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gmock/gmock.h>
-
-#include "tests/cli/batch/BatchFixture.h"
-#include "tests/support/process/FailingCalls.h"
 
 namespace {
 
@@ -28,8 +28,9 @@ protected:
     testsupport::TemporaryFolder Elsewhere;
 
     Surroundings failing(std::vector<FailingCall> calls, const std::string& record = {}) const {
-        if (GetParam() == Disk::Named)
+        if (GetParam() == Disk::Named) {
             calls.push_back({"tmpfile", 0, EOPNOTSUPP});
+        }
         Surroundings result = around();
         result.Environment = failingCalls(Folder.path(), calls, record);
         return result;
@@ -40,22 +41,26 @@ protected:
     std::map<std::string, int> callsOf(const std::string& record) const {
         std::istringstream lines(readFile(record));
         std::map<std::string, int> result;
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             ++result[line];
+        }
         std::filesystem::remove(record);
         return result;
     }
     void begin() {
-        for (const char* name : {"a", "list.journal"})
+        for (const char* name : {"a", "list.journal"}) {
             std::filesystem::remove_all(Folder.file(name));
+        }
         writeFile(Folder.file("list"), Server.url("/n/1") + " a/1\n" + Server.url("/n/2") + " a/2\n");
     }
     // Names in the folder of the targets.
     Names targets() const {
         Names names;
-        if (std::filesystem::exists(Folder.file("a")))
-            for (const auto& entry : std::filesystem::directory_iterator(Folder.file("a")))
+        if (std::filesystem::exists(Folder.file("a"))) {
+            for (const auto& entry : std::filesystem::directory_iterator(Folder.file("a"))) {
                 names.push_back(entry.path().filename().string());
+            }
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -124,8 +129,9 @@ TEST_P(BatchDisk, EachCallThatFailsIsToldOrSurvived) {
     const std::string record = Elsewhere.file("calls");
     ASSERT_EQ(run({}, record).Status, 0);
     const std::map<std::string, int> first = callsOf(record);
-    for (const char* call : {"open", "write", "read", "fdatasync", "mkdir"})
+    for (const char* call : {"open", "write", "read", "fdatasync", "mkdir"}) {
         EXPECT_EQ(first.count(call), 1u) << call;
+    }
     for (const Failing& failing : kFailing) {
         for (int number = 1; first.count(failing.Call) != 0 && number <= first.at(failing.Call); ++number) {
             for (const int error : failing.Fatal) {
@@ -153,8 +159,9 @@ TEST_P(BatchDisk, EachCallThatFailsWhileAJournalIsTakenOverIsToldOrSurvived) {
     const std::string record = Elsewhere.file("calls");
     ASSERT_EQ(run({}, record).Status, 0);
     const std::map<std::string, int> calls = callsOf(record);
-    for (const char* call : {"pread", "read", "ftruncate", "flock"})
+    for (const char* call : {"pread", "read", "ftruncate", "flock"}) {
         EXPECT_EQ(calls.count(call), 1u) << call;
+    }
     for (const Failing& failing : kFailing) {
         for (int number = 1; calls.count(failing.Call) != 0 && number <= calls.at(failing.Call); ++number) {
             for (const int error : failing.Fatal) {

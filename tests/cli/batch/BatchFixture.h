@@ -1,19 +1,19 @@
 // What the tests of whole batch runs share.
 #pragma once
 
+#include "tests/cli/batch/BatchServer.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <filesystem>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-#include "tests/cli/batch/BatchServer.h"
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
 
 namespace batchtest {
 
@@ -44,21 +44,25 @@ protected:
     // A manifest of `count` lines, the URL /n/I into the file I.
     void writeList(std::size_t count, const std::string& name = "list") {
         std::string text;
-        for (std::size_t i = 1; i <= count; ++i)
+        for (std::size_t i = 1; i <= count; ++i) {
             text += Server.url("/n/" + std::to_string(i)) + " " + std::to_string(i) + "\n";
+        }
         writeFile(Folder.file(name), text);
     }
     void expectFiles(std::size_t count) const {
-        for (std::size_t i = 1; i <= count; ++i)
+        for (std::size_t i = 1; i <= count; ++i) {
             EXPECT_EQ(readFile(Folder.file(std::to_string(i))), BatchServer::contentOf("/n/" + std::to_string(i)));
+        }
     }
 
     // Names of all files, hidden ones included, but for manifest and journals.
     std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path()))
-            if (const std::string name = entry.path().filename().string(); !name.starts_with("list"))
+        for (const auto& entry : std::filesystem::directory_iterator(Folder.path())) {
+            if (const std::string name = entry.path().filename().string(); !name.starts_with("list")) {
                 names.push_back(name);
+            }
+        }
         std::sort(names.begin(), names.end());
         return names;
     }
@@ -67,8 +71,9 @@ protected:
     static std::vector<Json> results(const Outcome& outcome) {
         std::vector<Json> found;
         std::istringstream lines(outcome.Out);
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             found.push_back(Json::parse(line));
+        }
         return found;
     }
     static std::size_t count(const Outcome& outcome, const std::string& result) {

@@ -1,19 +1,17 @@
 #include "cli/batch/BatchJournal.h"
 
-#include <filesystem>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "cli/terminal/Output.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include "cli/terminal/Output.h"
-
-#include "tests/support/process/TemporaryFolder.h"
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -116,8 +114,9 @@ TEST_F(BatchJournalFile, AFileThatGotItsNameWithoutItsContentIsNot) {
         OutputFile file(*Line.Target, true);
         journal.started(Line, file);
         put(file, "all of it");
-        if (said)
+        if (said) {
             journal.written(Line, file);
+        }
         file.keep();
         std::filesystem::resize_file(*Line.Target, 0);
         EXPECT_FALSE(isDone(Line)) << said;
@@ -237,27 +236,33 @@ TEST_F(BatchJournalFile, ThreadsWriteWholeLines) {
     {
         BatchJournal journal(Name);
         std::vector<std::thread> threads;
-        for (int thread = 0; thread < kThreads; ++thread)
+        for (int thread = 0; thread < kThreads; ++thread) {
             threads.emplace_back([&journal, thread] {
-                for (int i = 0; i < kLines; ++i)
+                for (int i = 0; i < kLines; ++i) {
                     journal.done(lineOf("{\"url\":\"http://h/" + std::to_string(thread) + "/" + std::to_string(i) +
                                         "\",\"target\":null}"),
                                  200, 1);
+                }
             });
-        for (std::thread& thread : threads)
+        }
+        for (std::thread& thread : threads) {
             thread.join();
+        }
     }
     const BatchHistory result = history();
-    for (int thread = 0; thread < kThreads; ++thread)
-        for (int i = 0; i < kLines; ++i)
+    for (int thread = 0; thread < kThreads; ++thread) {
+        for (int i = 0; i < kLines; ++i) {
             EXPECT_TRUE(result.done(lineOf("{\"url\":\"http://h/" + std::to_string(thread) + "/" + std::to_string(i) +
                                            "\",\"target\":null}")));
+        }
+    }
 }
 
 TEST_F(BatchJournalFile, JournalsOfOtherShardsAreFound) {
     for (const char* name : {"list.journal", "list.journal.1-of-3", "list.journal.12-of-30", "list.journal.x-of-3",
-                             "list.journal.old", "list.journal.1-of-", "other.journal"})
+                             "list.journal.old", "list.journal.1-of-", "other.journal"}) {
         writeFile(Folder.file(name), "");
+    }
     EXPECT_EQ(siblingJournals(Name), (std::vector<std::string>{Name, Name + ".1-of-3", Name + ".12-of-30"}));
 }
 

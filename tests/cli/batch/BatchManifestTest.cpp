@@ -1,16 +1,15 @@
 #include "cli/batch/BatchManifest.h"
 
+#include "cli/failures/CliFailure.h"
+#include "cli/text/SafeText.h"
+#include "tests/support/process/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "cli/failures/CliFailure.h"
-#include "cli/text/SafeText.h"
-
-#include "tests/support/process/TemporaryFolder.h"
 
 namespace {
 
@@ -19,8 +18,9 @@ using namespace netrove::cli;
 BatchManifest parsed(const std::string& text, std::size_t piece = std::string::npos) {
     BatchManifestParser parser([](const std::string&) {});
     parser.reserve("list.txt", "the manifest");
-    for (std::size_t i = 0; i < text.size(); i += std::min(piece, text.size()))
+    for (std::size_t i = 0; i < text.size(); i += std::min(piece, text.size())) {
         parser.feed(std::string_view(text).substr(i, piece));
+    }
     return parser.finish();
 }
 
@@ -135,8 +135,9 @@ TEST(BatchManifest, EveryBadLineIsToldOf) {
         {"{\"url\":\"http://h/a\",\"id\":1}\n{\"url\":\"http://h/b\",\"id\":\"1\"}",
          "the id '1' is that of line 1 too"},
     };
-    for (const auto& [text, expected] : rows)
+    for (const auto& [text, expected] : rows) {
         EXPECT_EQ(problem(text), expected) << text;
+    }
 }
 
 TEST(BatchManifest, BrokenJsonIsToldOfWithoutItsSecrets) {
@@ -160,8 +161,9 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
         EXPECT_EQ(manifest.Lines.size(), 2u);
     }
     std::string objects;
-    for (int depth = 0; depth < 50'000; ++depth)
+    for (int depth = 0; depth < 50'000; ++depth) {
         objects += R"({"a":)";
+    }
     EXPECT_EQ(problem(R"({"url":"http://h/a","body":)" + objects), expected) << "whether they end or not";
 }
 
@@ -195,8 +197,9 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
     EXPECT_TRUE(same(folder.file("link"), folder.file("real/there"))) << "with --force the file behind it is replaced";
     EXPECT_EQ(problems(folder.file("new"), folder.file("below/../new")), "");
     EXPECT_EQ(problems(folder.file("dangling"), folder.file("nowhere")), "") << "such a link is replaced itself";
-    for (const std::string& name : {relative + "/real/list", folder.file("linked/list"), relative + "/below/../list"})
+    for (const std::string& name : {relative + "/real/list", folder.file("linked/list"), relative + "/below/../list"}) {
         EXPECT_EQ(problems("other", name), "the target '" + name + "' is the manifest");
+    }
 }
 
 TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
@@ -210,21 +213,25 @@ TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
         const BatchManifest manifest = parser.finish();
         return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
     };
-    for (const char* name : {"j", "./j", "j.1-of-2", "not-there/../j.12-of-30", "j.3-of-4", "elsewhere"})
+    for (const char* name : {"j", "./j", "j.1-of-2", "not-there/../j.12-of-30", "j.3-of-4", "elsewhere"}) {
         EXPECT_EQ(problems(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
-    for (const char* name : {"j2", "j.1-of-", "j.old", "k.1-of-2", "below/j.1-of-2"})
+    }
+    for (const char* name : {"j2", "j.1-of-", "j.old", "k.1-of-2", "below/j.1-of-2"}) {
         EXPECT_EQ(problems(name), "") << name;
+    }
 }
 
 TEST(BatchManifest, OfManyBadLinesTheFirstAreKeptAndTheRestCounted) {
     std::string text = "http://h/a\n";
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 100; ++i) {
         text += "bad\n";
+    }
     const BatchManifest few = parsed(text);
     EXPECT_EQ(few.Bad.size(), 100u);
     EXPECT_EQ(few.MoreBad, 0u);
-    for (int i = 0; i < 900; ++i)
+    for (int i = 0; i < 900; ++i) {
         text += "bad\n";
+    }
     const BatchManifest many = parsed(text, 1000);
     EXPECT_EQ(many.Bad.size(), 100u);
     EXPECT_EQ(many.Bad.back().Number, 101u);
@@ -234,8 +241,9 @@ TEST(BatchManifest, OfManyBadLinesTheFirstAreKeptAndTheRestCounted) {
 TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
     for (const std::size_t shift : {0, 1}) { // so that the cut falls into a character and beside one
         std::string text(10 + shift, 'a');
-        for (int i = 0; i < 100'000; ++i)
+        for (int i = 0; i < 100'000; ++i) {
             text += "\u00e4";
+        }
         const std::string told = problem(text);
         EXPECT_LT(told.size(), 1100u);
         EXPECT_TRUE(told.starts_with("'aaaaaaaaaa")) << told;
@@ -249,8 +257,9 @@ TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
     std::vector<std::string> asked;
     BatchManifestParser parser([&](const std::string& url) {
         asked.push_back(url);
-        if (url.ends_with("bad"))
+        if (url.ends_with("bad")) {
             failUsage("not that one");
+        }
     });
     parser.feed("http://u:p@h/good\nhttp://h/bad\n");
     const BatchManifest manifest = parser.finish();
@@ -279,8 +288,9 @@ TEST(BatchManifest, TheDigestIsThatOfTheContentWithoutCredentials) {
           R"({"url":"http://h/a","target":"t","body":"x"})", R"({"url":"http://h/a","target":"t","body_file":"x"})",
           R"({"url":"http://h/a","target":"t","fields":["A: 1"]})",
           R"({"url":"http://h/a","target":"t","fields":["A: 2"]})",
-          R"({"url":"http://h/a","target":"t","fields":["Cookie: 2"]})"})
+          R"({"url":"http://h/a","target":"t","fields":["Cookie: 2"]})"}) {
         EXPECT_TRUE(digests.insert(only(text).digest()).second) << text;
+    }
     EXPECT_TRUE(digests.contains(only(R"({"url":"http://h/a","target":"t","fields":["Cookie: 3"]})").digest()));
 }
 

@@ -1,9 +1,9 @@
 #include "cli/batch/BatchReport.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <string>
 
 namespace {
 

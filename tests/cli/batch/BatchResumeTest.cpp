@@ -1,7 +1,7 @@
+#include "tests/cli/batch/BatchFixture.h"
+
 #include <csignal>
 #include <string>
-
-#include "tests/cli/batch/BatchFixture.h"
 
 namespace {
 
@@ -73,11 +73,13 @@ TEST_F(BatchResume, AnInterruptedRunGoesOnWhereItStopped) {
 
 TEST_F(BatchResume, EveryJobIsInterrupted) {
     writeList(6);
-    for (const char* path : {"/n/1", "/n/2", "/n/3"})
+    for (const char* path : {"/n/1", "/n/2", "/n/3"}) {
         Server.hold(path);
+    }
     Program program({"batch", "list", "-j", "3"}, around());
-    for (const char* path : {"/n/1", "/n/2", "/n/3"})
+    for (const char* path : {"/n/1", "/n/2", "/n/3"}) {
         Server.waitForRequest(path);
+    }
     program.signal(SIGINT);
     EXPECT_EQ(program.wait().Status, 130);
     EXPECT_EQ(files(), Names{});

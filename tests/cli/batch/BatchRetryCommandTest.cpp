@@ -1,8 +1,8 @@
-#include <csignal>
-#include <string>
-
 #include "tests/cli/batch/BatchFixture.h"
 #include "tests/support/server/UnreachablePorts.h"
+
+#include <csignal>
+#include <string>
 
 namespace {
 

@@ -1,10 +1,10 @@
 #include "cli/batch/BatchRetry.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -38,18 +38,23 @@ protected:
 };
 
 TEST_F(BatchRetry, OnlyCausesThatMayPass) {
-    for (const int number : {408, 429, 500, 502, 503, 504})
+    for (const int number : {408, 429, 500, 502, 503, 504}) {
         EXPECT_TRUE(wait(1, status(number))) << number;
-    for (const int number : {400, 401, 403, 404, 410, 501, 505})
+    }
+    for (const int number : {400, 401, 403, 404, 410, 501, 505}) {
         EXPECT_FALSE(wait(1, status(number))) << number;
-    for (const char* key : {"Timeout", "ConnectionRefused", "UnknownHost", "PartialFileWarning"})
+    }
+    for (const char* key : {"Timeout", "ConnectionRefused", "UnknownHost", "PartialFileWarning"}) {
         EXPECT_TRUE(wait(1, cause("VANTIK:webservices", key))) << key;
+    }
     for (const char* key : {"MalformedURL", "SSLConnectionFailure", "CertificateFailedVerification", "DecodingError",
-                            "CopyContentToDataStreamError"})
+                            "CopyContentToDataStreamError"}) {
         EXPECT_FALSE(wait(1, cause("VANTIK:webservices", key))) << key;
+    }
     EXPECT_TRUE(wait(1, cause("NETROVE:cli", "MaxTime")));
-    for (const char* key : {"FileExists", "FileNotWritten", "TooManyRedirects", "Failure"})
+    for (const char* key : {"FileExists", "FileNotWritten", "TooManyRedirects", "Failure"}) {
         EXPECT_FALSE(wait(1, cause("NETROVE:cli", key))) << key;
+    }
     // A connection that ended without an answer, and one whose content cannot be used.
     const std::string copy = "CopyContentToDataStreamError";
     EXPECT_TRUE(wait(1, cause("VANTIK:webservices", copy, "Empty reply from server (CURLE code 52)")));
@@ -69,8 +74,9 @@ TEST_F(BatchRetry, WaitsDoubleUpToALimit) {
     Share = 1; // no shortening
     Settings.LongestWait = 10;
     std::vector<long long> waits;
-    for (int attempts = 1; attempts <= 6; ++attempts)
+    for (int attempts = 1; attempts <= 6; ++attempts) {
         waits.push_back(wait(attempts, status(503))->count());
+    }
     EXPECT_EQ(waits, (std::vector<long long>{1000, 2000, 4000, 8000, 10000, 10000}));
     Settings.Retries = 5000;
     EXPECT_EQ(wait(4000, status(503)), 10s);
@@ -138,8 +144,9 @@ TEST(RetryAfter, ADateFarAwayIsAsFarAsItSays) {
           std::pair{"Sun, 01 Jan 2299 00:00:00 GMT", 9598144223.0},
           std::pair{"Fri, 31 Dec 9999 23:59:59 GMT", 252618189022.0},
           std::pair{"Fri Dec 31 23:59:59 9999", 252618189022.0}, std::pair{"Mon, 01 Jan 1601 00:00:00 GMT", 0.0},
-          std::pair{"Sat, 01 Jan 0000 00:00:00 GMT", 0.0}})
+          std::pair{"Sat, 01 Jan 0000 00:00:00 GMT", 0.0}}) {
         EXPECT_EQ(parseRetryAfter(text, kNow), seconds) << text;
+    }
     EXPECT_EQ(parseRetryAfter("Fri, 31 Dec 9999 23:59:59 GMT", kNow + 250ms), 252618189021.75);
 }
 
@@ -148,8 +155,9 @@ TEST(RetryAfter, AnythingElseIsNothing) {
          {"", "-1", "1.5", "1 ", "soon", "Sun, 06 Nov 1994 08:49:37", "Sun, 06 Foo 1994 08:49:37 GMT",
           "Sun, 31 Feb 1994 08:49:37 GMT", "Sun, 262 Nov 1994 08:49:37 GMT", "Sun, 06 Nov 1994 24:49:37 GMT",
           "Sun, 06 Nov 1994 08:49 GMT", "Sunday, 06-Nov-1994 08:49:37 GMT", "Sun, 06 Nov 99999 08:49:37 GMT",
-          "Sun Nov 6 08:49:37 1994 GMT", "Sun, -6 Nov 1994 08:49:37 GMT", ", , , , , GMT"})
+          "Sun Nov 6 08:49:37 1994 GMT", "Sun, -6 Nov 1994 08:49:37 GMT", ", , , , , GMT"}) {
         EXPECT_FALSE(parseRetryAfter(text, kNow)) << text;
+    }
     EXPECT_EQ(parseRetryAfter("99999999999999999999999999999999", kNow), 1e12);
 }
 

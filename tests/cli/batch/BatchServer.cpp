@@ -1,11 +1,5 @@
 #include "tests/cli/batch/BatchServer.h"
 
-#include <algorithm>
-#include <cctype>
-#include <chrono>
-#include <sstream>
-#include <stdexcept>
-
 #include <Poco/Net/HTTPRequestHandler.h>
 #include <Poco/Net/HTTPRequestHandlerFactory.h>
 #include <Poco/Net/HTTPServer.h>
@@ -13,6 +7,12 @@
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/ServerSocket.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <sstream>
+#include <stdexcept>
 
 namespace batchtest {
 
@@ -57,11 +57,13 @@ struct BatchServer::State {
         const bool free = Changed.wait_for(
             lock, kUnreasonable, [&] { return Ending || (!Held.contains(path) && (!meets || Arrived >= Meeting)); });
         --Now;
-        if (!free)
+        if (!free) {
             return {500, {}, "waited in vain"};
+        }
         const auto found = Answers.find(path);
-        if (found == Answers.end())
+        if (found == Answers.end()) {
             return {200, {}, contentOf(path)};
+        }
         return found->second[std::min(turn, found->second.size() - 1)];
     }
 };
@@ -74,16 +76,19 @@ public:
 
     void handleRequest(HTTPServerRequest& request, HTTPServerResponse& response) override {
         SeenRequest seen{request.getMethod(), {}, {}};
-        for (const auto& [name, value] : request)
+        for (const auto& [name, value] : request) {
             seen.Fields[lowered(name)] = value;
+        }
         std::ostringstream body;
-        if (request.hasContentLength() || request.getChunkedTransferEncoding())
+        if (request.hasContentLength() || request.getChunkedTransferEncoding()) {
             body << request.stream().rdbuf();
+        }
         seen.Body = body.str();
         const Answer answer = Shared.take(request.getURI(), std::move(seen), request.clientAddress().port());
         response.setStatusAndReason(static_cast<HTTPServerResponse::HTTPStatus>(answer.Status));
-        for (const auto& [name, value] : answer.Fields)
+        for (const auto& [name, value] : answer.Fields) {
             response.set(name, value);
+        }
         const std::string content = request.getMethod() == "HEAD" ? "" : answer.Content;
         response.setContentLength64(static_cast<Poco::Int64>(content.size()) + (answer.CutShort ? 1 : 0));
         if (answer.CutShort) {
@@ -147,8 +152,9 @@ std::string BatchServer::url(const std::string& path) const {
 
 std::string BatchServer::contentOf(const std::string& path) {
     std::string content;
-    while (content.size() < 5000)
+    while (content.size() < 5000) {
         content += path + "\n";
+    }
     return content;
 }
 
@@ -179,8 +185,9 @@ void BatchServer::waitForRequest(const std::string& path, std::size_t count) con
         const auto found = Shared->Requests.find(path);
         return found != Shared->Requests.end() && found->second.size() >= count;
     };
-    if (!Shared->Changed.wait_for(lock, kUnreasonable, there))
+    if (!Shared->Changed.wait_for(lock, kUnreasonable, there)) {
         throw std::runtime_error("waited in vain for a request for " + path);
+    }
 }
 
 std::size_t BatchServer::requests(const std::string& path) const {
@@ -190,8 +197,9 @@ std::size_t BatchServer::requests(const std::string& path) const {
 std::size_t BatchServer::allRequests() const {
     const std::lock_guard lock(Shared->Guard);
     std::size_t count = 0;
-    for (const auto& [path, requests] : Shared->Requests)
+    for (const auto& [path, requests] : Shared->Requests) {
         count += requests.size();
+    }
     return count;
 }
 
@@ -214,8 +222,9 @@ std::size_t BatchServer::mostAtOnce() const {
 std::size_t BatchServer::repeatedRequests() const {
     const std::lock_guard lock(Shared->Guard);
     std::size_t count = 0;
-    for (const auto& [path, requests] : Shared->Requests)
+    for (const auto& [path, requests] : Shared->Requests) {
         count += requests.size() - 1;
+    }
     return count;
 }
 

@@ -1,6 +1,6 @@
-#include <string>
-
 #include "tests/cli/batch/BatchFixture.h"
+
+#include <string>
 
 namespace {
 
@@ -70,20 +70,22 @@ TEST_F(BatchShardCommand, SlurmSaysWhich) {
 
 TEST_F(BatchShardCommand, ASlurmArraySaysWhich) {
     writeList(kLines);
-    for (const char* task : {"5", "6", "7"})
+    for (const char* task : {"5", "6", "7"}) {
         EXPECT_EQ(batch({"list"}, {{"SLURM_ARRAY_TASK_ID", task},
                                    {"SLURM_ARRAY_TASK_COUNT", "3"},
                                    {"SLURM_ARRAY_TASK_MIN", "5"},
                                    {"SLURM_ARRAY_TASK_MAX", "7"}})
                       .Status,
                   0);
+    }
     expectEverythingOnce();
 }
 
 TEST_F(BatchShardCommand, OpenMpiSaysWhich) {
     writeList(kLines);
-    for (const char* rank : {"0", "1", "2", "3"})
+    for (const char* rank : {"0", "1", "2", "3"}) {
         EXPECT_EQ(batch({"list"}, {{"OMPI_COMM_WORLD_RANK", rank}, {"OMPI_COMM_WORLD_SIZE", "4"}}).Status, 0);
+    }
     expectEverythingOnce();
 }
 

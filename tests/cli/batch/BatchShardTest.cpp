@@ -1,11 +1,11 @@
 #include "cli/batch/BatchShard.h"
 
-#include <map>
-#include <string>
+#include "vantik/Failure.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
+#include <map>
+#include <string>
 
 namespace {
 
@@ -35,13 +35,15 @@ bool refused(const std::string& option, const Variables& variables = {}) {
 }
 
 TEST(BatchShard, EveryPlaceBelongsToExactlyOne) {
-    for (const std::size_t count : {1u, 2u, 3u, 7u})
+    for (const std::size_t count : {1u, 2u, 3u, 7u}) {
         for (std::size_t place = 0; place < 50; ++place) {
             std::size_t owners = 0;
-            for (std::size_t index = 1; index <= count; ++index)
+            for (std::size_t index = 1; index <= count; ++index) {
                 owners += BatchShard{index, count}.has(place) ? 1 : 0;
+            }
             EXPECT_EQ(owners, 1u) << place << " of " << count;
         }
+    }
 }
 
 TEST(BatchShard, WithoutAWordItIsEverything) {
@@ -57,8 +59,9 @@ TEST(BatchShard, TheOptionIsIOfN) {
     EXPECT_EQ(shard.Count, 8u);
     EXPECT_EQ(shard.fileSuffix(), ".2-of-8");
     for (const char* bad :
-         {"0/2", "3/2", "1/0", "1", "/2", "1/", "-1/2", "1/2x", "a/b", "1/2/3", "1/99999999999999999999"})
+         {"0/2", "3/2", "1/0", "1", "/2", "1/", "-1/2", "1/2x", "a/b", "1/2/3", "1/99999999999999999999"}) {
         EXPECT_TRUE(refused(bad)) << bad;
+    }
 }
 
 TEST(BatchShard, TheEnvironmentSaysWhereALauncherRuns) {
@@ -112,8 +115,9 @@ TEST(BatchShard, TheEnvironmentSaysWhereALauncherRuns) {
         {{{"PARALLEL_SEQ", "2"}, {"PARALLEL_JOBSLOT", "1"}}, "1/1"},
         {{{"NETROVE_SHARDS", "5"}}, "1/1"},
     };
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         EXPECT_EQ(shownAs(row.Given), row.Expected) << row.Given.begin()->first;
+    }
 }
 
 TEST(BatchShard, NonsenseInTheEnvironmentIsRefusedAndTheOptionHelps) {

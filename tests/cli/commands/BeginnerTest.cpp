@@ -1,14 +1,14 @@
 // What somebody sees who makes the mistakes that everybody makes first: one sentence, and what to do.
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -25,42 +25,45 @@ std::string complaint(const std::vector<std::string>& arguments, int status, con
     return outcome.Err;
 }
 
-constexpr const char* Usage = "netrove: NETROVE:cli:Usage: ";
+constexpr const char* kUsage = "netrove: NETROVE:cli:Usage: ";
 
 TEST(Beginner, WhoGivesNoUrlIsToldHow) {
-    EXPECT_EQ(complaint({}, 2), std::string(Usage) +
+    EXPECT_EQ(complaint({}, 2), std::string(kUsage) +
                                     "no command; try 'netrove get URL', or 'netrove --help' for all of "
                                     "them\n");
-    EXPECT_EQ(complaint({"get"}, 2), std::string(Usage) + "no URL; give it as in 'netrove get https://example.org/'\n");
-    EXPECT_EQ(complaint({"http://h/"}, 2), std::string(Usage) + "no command; try 'netrove get http://h/'\n");
+    EXPECT_EQ(complaint({"get"}, 2), std::string(kUsage) + "no URL; give it as in 'netrove get https://example.org/'\n");
+    EXPECT_EQ(complaint({"http://h/"}, 2), std::string(kUsage) + "no command; try 'netrove get http://h/'\n");
 }
 
 TEST(Beginner, WhoMistypesIsToldWhatWasMeant) {
-    EXPECT_EQ(complaint({"gte", "http://h/"}, 2), std::string(Usage) + "unknown command 'gte'; did you mean get?\n");
+    EXPECT_EQ(complaint({"gte", "http://h/"}, 2), std::string(kUsage) + "unknown command 'gte'; did you mean get?\n");
     EXPECT_EQ(complaint({"get", "--ouput=x", "http://h/"}, 2),
-              std::string(Usage) + "unknown option '--ouput' for get; did you mean --output?\n");
+              std::string(kUsage) + "unknown option '--ouput' for get; did you mean --output?\n");
     EXPECT_EQ(complaint({"demo", "--location"}, 2),
-              std::string(Usage) + "unknown option '--location' for demo; get, save, send and batch have it\n");
+              std::string(kUsage) + "unknown option '--location' for demo; get, save, send and batch have it\n");
     EXPECT_EQ(complaint({"fetch", "http://h/"}, 2),
-              std::string(Usage) + "unknown command 'fetch'; did you mean get?\n");
-    for (const char* word : {"version", "-V"})
+              std::string(kUsage) + "unknown command 'fetch'; did you mean get?\n");
+    for (const char* word : {"version", "-V"}) {
         EXPECT_THAT(complaint({word}, 2), HasSubstr("; did you mean --version?\n"));
-    EXPECT_EQ(complaint({"get", "http://h/", "more"}, 2), std::string(Usage) + "'more' is one word too many for get\n");
-    EXPECT_EQ(complaint({"get", "-o"}, 2), std::string(Usage) + "--output needs a value\n");
+    }
+    EXPECT_EQ(complaint({"get", "http://h/", "more"}, 2), std::string(kUsage) + "'more' is one word too many for get\n");
+    EXPECT_EQ(complaint({"get", "-o"}, 2), std::string(kUsage) + "--output needs a value\n");
 }
 
 TEST(Beginner, WhoForgetsTheSchemeIsToldToWriteIt) {
-    for (const char* url : {"example.org/x", "localhost:8080/x", "my page"})
+    for (const char* url : {"example.org/x", "localhost:8080/x", "my page"}) {
         EXPECT_THAT(complaint({"get", url}, 3),
                     AllOf(HasSubstr("Hint: write http:// or https:// in front of it.\n"), Not(HasSubstr("quotes"))))
             << url;
+    }
     EXPECT_THAT(complaint({"get", "http:/h/"}, 3), HasSubstr("Hint: two slashes follow the scheme"));
 }
 
 TEST(Beginner, WhoHasABlankInAUrlIsToldAndNobodyElse) {
     EXPECT_THAT(complaint({"get", "http://a b/"}, 3), HasSubstr("put the URL in quotes, and write %20 for a blank"));
-    for (const char* url : {"http://h:99999/", "ftp://h/", "http:///x"})
+    for (const char* url : {"http://h:99999/", "ftp://h/", "http:///x"}) {
         EXPECT_THAT(complaint({"get", url}, 3), Not(HasSubstr("Hint:"))) << url;
+    }
 }
 
 TEST(Beginner, WhoMeetsALimitIsToldItsOption) {

@@ -1,18 +1,17 @@
 // Little on the wire that grows to much in memory, where nobody has set a bound.
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/Gzip.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -44,8 +43,9 @@ protected:
         close(ends[1]);
         std::size_t passed = 0;
         std::vector<char> buffer(1 << 16);
-        for (ssize_t count = 0; (count = read(ends[0], buffer.data(), buffer.size())) > 0;)
+        for (ssize_t count = 0; (count = read(ends[0], buffer.data(), buffer.size())) > 0;) {
             passed += static_cast<std::size_t>(count);
+        }
         close(ends[0]);
         Outcome outcome = program.wait();
         return {std::move(outcome), std::stol(readFile(Folder.file("peak"))), passed};
@@ -93,8 +93,9 @@ TEST_F(BombMemory, ContentForAnObjectEndsAtItsLimit) {
 
 TEST_F(BombMemory, TrailersEndAtTheirLimit) {
     std::string trailers;
-    while (trailers.size() < std::size_t{96} << 20)
+    while (trailers.size() < std::size_t{96} << 20) {
         trailers += "X-Trailer: " + std::string(10'000, 'x') + "\r\n";
+    }
     const Peak got = ask("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\npage\r\n0\r\n" + trailers, {"get"});
     EXPECT_NE(got.Result.Status, 0);
     EXPECT_LT(got.KiB, allowed());

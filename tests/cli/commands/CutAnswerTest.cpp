@@ -1,21 +1,21 @@
 // Answers that are cut, in every place and in every way: no program takes less than the whole for a success. The exit
 // status says so, an old file stays, an upload does not count as stored, no redirect is followed.
-#include <filesystem>
-#include <map>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
 #include "tests/exchange/request/TlsServer.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/Gzip.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -42,8 +42,9 @@ void PrintTo(const Row& row, std::ostream* stream) {
 
 std::string repeated(const std::string& text, int count) {
     std::string result;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         result += text;
+    }
     return result;
 }
 
@@ -112,8 +113,9 @@ protected:
 
     Words names() const {
         Words result;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path()))
+        for (const auto& entry : std::filesystem::directory_iterator(Folder.path())) {
             result.push_back(entry.path().filename().string());
+        }
         std::sort(result.begin(), result.end());
         return result;
     }
@@ -350,15 +352,17 @@ TEST(RandomCuts, GiveNoFileThatIsNotWhole) {
                            random() % 2 == 0 ? step::close() : step::reset()});
     }
     const ScriptedServer server(scripts);
-    for (std::size_t i = 0; i < kCuts; ++i)
+    for (std::size_t i = 0; i < kCuts; ++i) {
         list += server.url() + " " + std::to_string(i) + "\n";
+    }
     writeFile(folder.file("list"), list);
     const Outcome outcome = run({"batch", "list", "-j", "1", "--no-fail", "--no-follow"}, {.Folder = folder.path()});
     EXPECT_NE(outcome.Status, 0);
     EXPECT_EQ(server.connectionCount(), kCuts);
     EXPECT_THAT(outcome.Out, testing::Not(HasSubstr("\"result\":\"done\"")));
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
         EXPECT_THAT(entry.path().filename().string(), StartsWith("list"));
+    }
 }
 
 } // namespace

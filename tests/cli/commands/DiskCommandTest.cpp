@@ -1,5 +1,14 @@
 // What `save` leaves where the disk or somebody else in the folder is in its way: the whole new file or the old one,
 // and nothing besides.
+#include "tests/support/process/FailingCalls.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -11,15 +20,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/support/process/FailingCalls.h"
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/WireText.h"
 
 namespace {
 
@@ -58,12 +58,14 @@ protected:
     std::string target() const { return Folder.file("file"); }
 
     void SetUp() override {
-        if (force())
+        if (force()) {
             writeFile(target(), "old");
+        }
     }
     Surroundings around(std::vector<FailingCall> failing = {}, const std::string& record = {}) const {
-        if (GetParam().Kind == Disk::Named)
+        if (GetParam().Kind == Disk::Named) {
             failing.push_back(kNoNamelessFiles);
+        }
         Surroundings result;
         result.Folder = Folder.path();
         result.Environment = failingCalls(Folder.path(), failing, record);
@@ -71,8 +73,9 @@ protected:
     }
     std::vector<std::string> words(const ScriptedServer& server) const {
         std::vector<std::string> result = {"save", server.url(), "file"};
-        if (force())
+        if (force()) {
             result.push_back("--force");
+        }
         return result;
     }
     Outcome save(const std::vector<FailingCall>& failing = {}, const std::string& record = {}) const {
@@ -82,8 +85,9 @@ protected:
 
     Names names() const {
         Names result;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path()))
+        for (const auto& entry : std::filesystem::directory_iterator(Folder.path())) {
             result.push_back(entry.path().filename().string());
+        }
         std::sort(result.begin(), result.end());
         return result;
     }
@@ -96,10 +100,12 @@ protected:
         EXPECT_TRUE(!force() || readFile(target()) == "old");
     }
     void restore() const {
-        for (const std::string& name : names())
+        for (const std::string& name : names()) {
             std::filesystem::remove(Folder.file(name));
-        if (force())
+        }
+        if (force()) {
             writeFile(target(), "old");
+        }
     }
 
     // How often each call is made.
@@ -110,8 +116,9 @@ protected:
         std::istringstream lines(readFile(file));
         std::filesystem::remove(file);
         Calls made;
-        for (std::string line; std::getline(lines, line);)
+        for (std::string line; std::getline(lines, line);) {
             ++made[line];
+        }
         return {outcome, made};
     }
 };
@@ -150,10 +157,12 @@ TEST_P(DiskCommand, EachCallThatFailsIsToldOrSurvived) {
     expectWhole();
     restore();
     Names kinds;
-    for (const auto& [call, count] : made)
+    for (const auto& [call, count] : made) {
         kinds.push_back(call);
-    for (const char* call : {"open", "tmpfile", "write", "fdatasync", "dup", "close", "fstatat"})
+    }
+    for (const char* call : {"open", "tmpfile", "write", "fdatasync", "dup", "close", "fstatat"}) {
         EXPECT_THAT(kinds, testing::Contains(call));
+    }
     EXPECT_THAT(kinds, testing::Contains(GetParam().Kind == Disk::Nameless ? "linkat" : "openat"));
     EXPECT_EQ(made.count("fchmod"), force() ? 1u : 0u);
     EXPECT_EQ(made.count("renameat2"), force() || GetParam().Kind == Disk::Named ? 1u : 0u);
@@ -237,8 +246,9 @@ TEST_P(DiskCommand, ALimitOfFileSizesEndsItAtOnce) {
     Surroundings limited = around();
     limited.Executable = "/bin/sh";
     std::vector<std::string> arguments = {"-c", "ulimit -f 100; exec \"$0\" \"$@\"", programFile()}; // of 512 bytes
-    for (const std::string& word : words(server))
+    for (const std::string& word : words(server)) {
         arguments.push_back(word);
+    }
     const Outcome outcome = run(arguments, limited);
     EXPECT_EQ(outcome.Status, 23);
     EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: file: File too large\n");
@@ -259,9 +269,11 @@ protected:
         Server.waitFor("half");
     }
     std::string temporary() const {
-        for (const std::string& name : names())
-            if (name.ends_with(".part"))
+        for (const std::string& name : names()) {
+            if (name.ends_with(".part")) {
                 return Folder.file(name);
+            }
+        }
         return {};
     }
 };

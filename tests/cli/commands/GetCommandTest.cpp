@@ -1,15 +1,14 @@
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -90,9 +89,11 @@ TEST(GetCommand, FieldsAreAddedReplacedAndRemoved) {
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     const std::string head = server.waitUntilDone().Heads.at(0);
     std::vector<std::string> ones;
-    for (const auto& [name, value] : fieldLines(head))
-        if (name == "X-One")
+    for (const auto& [name, value] : fieldLines(head)) {
+        if (name == "X-One") {
             ones.push_back(value);
+        }
+    }
     EXPECT_EQ(ones, (std::vector<std::string>{"1", "2"}));
     EXPECT_EQ(fieldValue(head, "User-Agent"), "me/2");
     EXPECT_EQ(fieldValue(head, "Cookie").value_or("").find("a=1"), 0u);
@@ -128,8 +129,9 @@ TEST(GetCommand, AStatusIsNoFailureUnlessAsked) {
     for (const bool fail : {false, true}) {
         ScriptedServer server(answer(response("sorry", {}, "404 Not Found")));
         std::vector<std::string> arguments = {"get", server.url("/missing")};
-        if (fail)
+        if (fail) {
             arguments.push_back("--fail");
+        }
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.Status, fail ? 22 : 0) << outcome.Err;
         EXPECT_EQ(outcome.Out, fail ? "" : "sorry");
@@ -159,8 +161,9 @@ TEST(GetCommand, CompressedContentIsDecodedUnlessAskedNotTo) {
     for (const bool decode : {true, false}) {
         ScriptedServer server(answer(response(packed, {"Content-Encoding: gzip"})));
         std::vector<std::string> arguments = {"get", server.url()};
-        if (!decode)
+        if (!decode) {
             arguments.push_back("--no-decode");
+        }
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.Status, 0) << outcome.Err;
         EXPECT_EQ(outcome.Out, decode ? "hello\n" : packed);

@@ -1,14 +1,13 @@
-#include <algorithm>
-#include <set>
-#include <string>
-
-#include <nlohmann/json.hpp>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <set>
+#include <string>
 
 namespace {
 
@@ -19,8 +18,9 @@ TEST(DescribeCommand, EveryPropertyAndMethodIsInTheTable) {
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     EXPECT_EQ(outcome.Out.find("vantik.internal.webservices.HTTPConnectionAdapter"), 0u);
     for (const char* text : {"24 properties", "TimeoutInMilliseconds  double vector", "read only",
-                             "copyContentToByteArray", "(logical scalar)", "uint8 vector", "closeAllConnections"})
+                             "copyContentToByteArray", "(logical scalar)", "uint8 vector", "closeAllConnections"}) {
         EXPECT_NE(outcome.Out.find(text), std::string::npos) << text << "\n" << outcome.Out;
+    }
 }
 
 TEST(DescribeCommand, JsonHoldsTheSignatures) {
@@ -30,9 +30,11 @@ TEST(DescribeCommand, JsonHoldsTheSignatures) {
     EXPECT_EQ(description.at("properties").size(), 24u);
     EXPECT_EQ(description["properties"][0].at("name"), "URL");
     std::set<std::string> readOnly;
-    for (const auto& property : description["properties"])
-        if (!property.at("settable").get<bool>())
+    for (const auto& property : description["properties"]) {
+        if (!property.at("settable").get<bool>()) {
             readOnly.insert(property.at("name").get<std::string>());
+        }
+    }
     EXPECT_EQ(readOnly, std::set<std::string>{"Sent"});
     const auto& methods = description.at("methods");
     EXPECT_EQ(methods.size(), 18u); // the constructor and seventeen

@@ -1,16 +1,15 @@
-#include <csignal>
-#include <string>
-#include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+#include <utility>
 
 namespace {
 

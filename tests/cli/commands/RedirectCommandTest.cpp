@@ -1,12 +1,12 @@
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -86,15 +86,17 @@ TEST(RedirectCommand, APostBecomesAGetWithoutItsBody) {
                 {step::expectHead(), step::expectBody(3), step::send(lastRedirect("/b", status)), step::close()},
                 answer(response("there"))});
             std::vector<std::string> arguments = {"send", "-L", server.url("/a"), "-d", "a=1"};
-            if (!option.empty())
+            if (!option.empty()) {
                 arguments.push_back(option);
+            }
             const Outcome outcome = run(arguments);
             EXPECT_EQ(outcome.Status, 0) << outcome.Err;
             EXPECT_EQ(outcome.Out, "there");
             const Record record = server.waitUntilDone(1);
             EXPECT_EQ(startLine(record.Heads.at(0)), "GET /b HTTP/1.1") << status;
-            for (const char* name : {"Content-Length", "Content-Type", "Transfer-Encoding"})
+            for (const char* name : {"Content-Length", "Content-Type", "Transfer-Encoding"}) {
                 EXPECT_EQ(fieldValue(record.Heads[0], name), std::nullopt) << name << " " << status << option;
+            }
         }
     }
 }

@@ -1,17 +1,16 @@
-#include <algorithm>
-#include <csignal>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <sys/stat.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
 
 namespace {
 
@@ -23,8 +22,9 @@ Script answer(const std::string& text) {
 
 std::vector<std::string> namesIn(const TemporaryFolder& folder) {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder.path()))
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
         names.push_back(entry.path().filename().string());
+    }
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -116,8 +116,9 @@ TEST_F(SaveCommand, ContentCutShortIsAFailureAndLeavesNothing) {
         ScriptedServer server(
             {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly this"), step::close()});
         std::vector<std::string> arguments = {server.url(), "file"};
-        if (consumer)
+        if (consumer) {
             arguments.push_back("--consumer");
+        }
         const Outcome outcome = save(arguments);
         EXPECT_EQ(outcome.Status, 18) << outcome.Err;
         EXPECT_EQ(outcome.Err.find("netrove: VANTIK:webservices:PartialFileWarning: "), 0u) << outcome.Err;

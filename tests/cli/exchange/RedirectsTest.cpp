@@ -1,11 +1,11 @@
 #include "cli/exchange/Redirects.h"
 
-#include <string>
-#include <vector>
+#include "vantik/Failure.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -26,10 +26,12 @@ Request post() {
 }
 
 TEST(Redirects, OnlyTheFiveStatusesAreFollowed) {
-    for (const int status : {301, 302, 303, 307, 308})
+    for (const int status : {301, 302, 303, 307, 308}) {
         EXPECT_TRUE(isRedirect(status)) << status;
-    for (const int status : {200, 201, 300, 304, 305, 306, 309, 400})
+    }
+    for (const int status : {200, 201, 300, 304, 305, 306, 309, 400}) {
         EXPECT_FALSE(isRedirect(status)) << status;
+    }
 }
 
 TEST(Redirects, PostTurnsIntoGetWithoutItsBody) {

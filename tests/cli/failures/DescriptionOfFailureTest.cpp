@@ -1,14 +1,12 @@
 // How a failure is shown: the line, the JSON object, and what is kept out of both.
+#include "cli/failures/CliFailure.h"
 #include "cli/terminal/Output.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <string>
-
-#include <nlohmann/json.hpp>
-
-#include <gtest/gtest.h>
-
-#include "cli/failures/CliFailure.h"
 
 namespace {
 
@@ -45,8 +43,9 @@ TEST(DescriptionOfFailure, JsonHoldsIdentifierMessageArgumentsAndStatus) {
     console.configure(ColorChoice::Never, true);
     const std::string text = console.failureText(verdict("caf\xC3\xA9 \x1b \xFF", {std::int64_t{404}, "two\nlines"}));
     EXPECT_EQ(text.find('\n'), std::string::npos);
-    for (const char c : text)
+    for (const char c : text) {
         EXPECT_GE(c, ' ') << "not plain ASCII";
+    }
     const auto object = nlohmann::json::parse(text);
     EXPECT_EQ(object.at("identifier"), "VANTIK:webservices:Timeout");
     EXPECT_EQ(object.at("message"), "caf\xC3\xA9 \x1b \xEF\xBF\xBD");

@@ -1,14 +1,14 @@
 #include "cli/failures/ExitStatus.h"
 
+#include "cli/failures/CliFailure.h"
+
+#include <gtest/gtest.h>
+
 #include <csignal>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "cli/failures/CliFailure.h"
 
 namespace {
 
@@ -57,8 +57,9 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {"NETROVE:cli:Failure", 1},
         {"NETROVE:cli:DemoFailed", 1},
     };
-    for (const auto& [identifier, status] : expected)
+    for (const auto& [identifier, status] : expected) {
         EXPECT_EQ(exitStatus(message(identifier)), status) << identifier;
+    }
 }
 
 TEST(ExitStatus, EveryStatusOfTheTableIsExplained) {

@@ -1,14 +1,13 @@
-#include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -128,7 +127,7 @@ TEST(FailureReport, CredentialsOfAUrlThatIsRefusedNeverAppear) {
     for (const std::string url :
          {"alice:s3cr3t@h/x", "http:/alice:s3cr3t@h/", "http:alice:s3cr3t@h/", "https//alice:s3cr3t@h",
           "//alice:s3cr3t@h/", ":/alice:s3cr3t@h/", "http://alice:s3cr3t/more@h/", "http://alice:s3cr3t?more@h/",
-          "alice:s3cr3t more@h/", "ftp://alice:s3cr3t/more@h/"})
+          "alice:s3cr3t more@h/", "ftp://alice:s3cr3t/more@h/"}) {
         for (const std::vector<std::string>& command :
              {std::vector<std::string>{"get", "-x", "none"}, {"get", "-x", "none", "--json-errors"}, {"proxy"}}) {
             std::vector<std::string> arguments = command;
@@ -137,9 +136,11 @@ TEST(FailureReport, CredentialsOfAUrlThatIsRefusedNeverAppear) {
             EXPECT_EQ(outcome.Status, 3) << url << ": " << outcome.Err << outcome.Out;
             EXPECT_EQ(outcome.Out, "");
             EXPECT_NE(outcome.Err.find("***@h"), std::string::npos) << outcome.Err;
-            for (const char* secret : {"s3cr3t", "more", "alice"})
+            for (const char* secret : {"s3cr3t", "more", "alice"}) {
                 EXPECT_EQ(outcome.Err.find(secret), std::string::npos) << outcome.Err;
+            }
         }
+    }
 }
 
 TEST(FailureReport, CredentialsInAMisplacedUrlNeverAppear) {

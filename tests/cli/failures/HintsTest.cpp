@@ -1,12 +1,12 @@
 #include "cli/failures/Hints.h"
 
-#include <string>
-#include <vector>
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/OptionTable.h"
 
 #include <gmock/gmock.h>
 
-#include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -24,8 +24,9 @@ vantik::Message messageOf(const HintRow& row) {
 }
 
 TEST(Hints, EachRowIsTheFirstThatFitsItsOwnWords) {
-    for (const HintRow& row : hintTable())
+    for (const HintRow& row : hintTable()) {
         EXPECT_EQ(hintFor(messageOf(row)), row.Hint) << row.Identifier << ": " << row.Needle;
+    }
 }
 
 TEST(Hints, AreAPartOfASentence) {

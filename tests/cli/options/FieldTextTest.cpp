@@ -1,11 +1,11 @@
 #include "cli/options/FieldText.h"
 
-#include <functional>
-#include <string>
+#include "vantik/Failure.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
+#include <functional>
+#include <string>
 
 namespace {
 
@@ -38,19 +38,22 @@ TEST(FieldText, WhatIsNoFieldIsRefused) {
         "no colon",      ": value",       "",         "X One: v", "X\r\nY: v",      "X: v\r\nEvil: 1",
         "X: v\nEvil: 1", "X: v\rEvil: 1", "X: a\0b"s, "X\0: v"s,  "X: caf\xC3\xA9", "X: \x1b[31m",
         "X(: v",         "X : v",         "X: a\x7F"};
-    for (const std::string& text : refused)
+    for (const std::string& text : refused) {
         EXPECT_NE(usageText([&] { parseField(text); }), "") << text;
+    }
 }
 
 TEST(FieldText, TheTextOfARefusalHoldsNoControlCharacters) {
-    for (const std::string& text : {"X\r\n\x1b[31mY: v"s, "\x1b[31m"s, "X: v\r\nEvil: 1"s})
+    for (const std::string& text : {"X\r\n\x1b[31mY: v"s, "\x1b[31m"s, "X: v\r\nEvil: 1"s}) {
         EXPECT_FALSE(hasControlBytes(usageText([&] { parseField(text); }))) << text;
+    }
 }
 
 TEST(FieldText, ARefusalRepeatsNoCredential) {
     for (const std::string& text :
-         {"Authorization Bearer hush"s, "Cookie s=hush:x"s, "Authorization: hush\x01"s, "hush"s})
+         {"Authorization Bearer hush"s, "Cookie s=hush:x"s, "Authorization: hush\x01"s, "hush"s}) {
         EXPECT_EQ(usageText([&] { parseField(text); }).find("hush"), std::string::npos) << text;
+    }
 }
 
 TEST(FieldText, LinesOfAFileAreFields) {
@@ -64,16 +67,19 @@ TEST(FieldText, LinesOfAFileAreFields) {
 }
 
 TEST(FieldText, MethodsAreTokens) {
-    for (const char* method : {"GET", "post", "M-SEARCH", "X_1"})
+    for (const char* method : {"GET", "post", "M-SEARCH", "X_1"}) {
         EXPECT_EQ(usageText([&] { checkMethod(method); }), "") << method;
-    for (const std::string& method : {""s, "GET /"s, "GET\r\n"s, "G\0T"s, "GÉT"s, "GET "s})
+    }
+    for (const std::string& method : {""s, "GET /"s, "GET\r\n"s, "G\0T"s, "GÉT"s, "GET "s}) {
         EXPECT_NE(usageText([&] { checkMethod(method); }), "") << method;
+    }
 }
 
 TEST(FieldText, UserNamesAndPasswordsHoldNoControlCharacters) {
     EXPECT_EQ(usageText([] { checkUserName("J\xC3\xBCrgen Example"); }), "");
-    for (const std::string& name : {"a\nb"s, "a\rb"s, "a\0b"s, "a:b"s})
+    for (const std::string& name : {"a\nb"s, "a\rb"s, "a\0b"s, "a:b"s}) {
         EXPECT_NE(usageText([&] { checkUserName(name); }), "") << name;
+    }
     EXPECT_EQ(usageText([] { checkPassword("with: everything"); }), "");
     const std::string text = usageText([] { checkPassword("hush\nhush"); });
     EXPECT_NE(text, "");

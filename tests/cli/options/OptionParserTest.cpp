@@ -1,15 +1,14 @@
 #include "cli/options/OptionParser.h"
 
+#include "tests/support/process/TemporaryFolder.h"
+#include "vantik/Failure.h"
+
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <limits>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "vantik/Failure.h"
-
-#include "tests/support/process/TemporaryFolder.h"
 
 namespace {
 
@@ -17,8 +16,9 @@ using namespace netrove::cli;
 
 ParseResult parse(const std::vector<std::string>& words) {
     std::vector<const char*> argv = {"netrove"};
-    for (const std::string& word : words)
+    for (const std::string& word : words) {
         argv.push_back(word.c_str());
+    }
     return parseCommandLine(static_cast<int>(argv.size()), argv.data());
 }
 
@@ -228,8 +228,9 @@ TEST(OptionParser, WrongUsageIsRefused) {
     };
     for (const auto& line : lines) {
         std::string shown;
-        for (const std::string& word : line)
+        for (const std::string& word : line) {
             shown += word + " ";
+        }
         const std::string text = refusal(line);
         EXPECT_NE(text, "") << shown;
         EXPECT_EQ(text.find('\n'), std::string::npos) << shown;
@@ -248,8 +249,9 @@ TEST(OptionParser, ARefusedValueComesWithItsRange) {
         {{"send", "-T", "f", "--buffer-size", "65M", "http://h/"},
          "'65M' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it"},
     };
-    for (const auto& [line, text] : lines)
+    for (const auto& [line, text] : lines) {
         EXPECT_EQ(refusal(line), text);
+    }
     EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "64M", "http://h/"}).Wanted.BufferSize, 64u << 20);
     EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "67108864", "http://h/"}).Wanted.BufferSize, 64u << 20);
 }
@@ -266,12 +268,14 @@ TEST(OptionParser, AnOptionOfAnotherCommandIsSaidToBeThere) {
 TEST(OptionParser, HelpIsTextAndNoFailure) {
     const auto help = parse({"--help"}).Help;
     ASSERT_TRUE(help);
-    for (const char* word : {"get", "save", "send", "proxy", "describe", "demo", "--version"})
+    for (const char* word : {"get", "save", "send", "proxy", "describe", "demo", "--version"}) {
         EXPECT_NE(help->find(word), std::string::npos) << word;
+    }
     const auto sendHelp = parse({"send", "--help"}).Help;
     ASSERT_TRUE(sendHelp);
-    for (const char* word : {"-X,--method", "-T,--stream-file", "--no-verify", "130", "basic and digest"})
+    for (const char* word : {"-X,--method", "-T,--stream-file", "--no-verify", "130", "basic and digest"}) {
         EXPECT_NE(sendHelp->find(word), std::string::npos) << word;
+    }
 }
 
 TEST(OptionParser, JsonErrorsAreNoticedBeforeTheParse) {
@@ -286,8 +290,9 @@ TEST(OptionParser, SecretsAreWipedFromTheArguments) {
         "netrove",          "send",  "-u", "me:first", "--password=second",     "--proxy-user", "you",
         "--proxy-password", "third", "-x", "a:b@p:1",  "http://x:fourth@h/p@th"};
     std::vector<char*> argv;
-    for (std::string& word : words)
+    for (std::string& word : words) {
         argv.push_back(word.data());
+    }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
     EXPECT_EQ(result.Wanted.Password, "second");
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
@@ -307,8 +312,9 @@ TEST(OptionParser, CredentialsInFieldsAreWipedFromTheArguments) {
                                       "-H",           "Cookie:",
                                       "http://h/"};
     std::vector<char*> argv;
-    for (std::string& word : words)
+    for (std::string& word : words) {
         argv.push_back(word.data());
+    }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
     EXPECT_EQ(result.Wanted.Fields.at(0), (Field{"Authorization", "Bearer tok"}));
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);

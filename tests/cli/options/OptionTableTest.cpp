@@ -1,10 +1,10 @@
 #include "cli/options/OptionTable.h"
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <set>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -35,9 +35,11 @@ const std::map<std::string, char> kSendOptions = {
 
 std::map<std::string, char> optionsOf(unsigned set) {
     std::map<std::string, char> result;
-    for (const OptionRow& row : optionTable())
-        if ((row.Commands & set) != 0)
+    for (const OptionRow& row : optionTable()) {
+        if ((row.Commands & set) != 0) {
             result[std::string(row.LongName)] = row.ShortName;
+        }
+    }
     return result;
 }
 
@@ -46,9 +48,11 @@ TEST(OptionTable, SendHasEveryOptionItPromises) {
 }
 
 TEST(OptionTable, GetAndSaveSendNoBody) {
-    for (const unsigned set : {kGet, kSave})
-        for (const char* name : {"method", "body", "body-file", "stream-file", "buffer-size", "chunked"})
+    for (const unsigned set : {kGet, kSave}) {
+        for (const char* name : {"method", "body", "body-file", "stream-file", "buffer-size", "chunked"}) {
             EXPECT_EQ(optionsOf(set).count(name), 0u) << name;
+        }
+    }
     EXPECT_EQ(optionsOf(kSave).count("output"), 0u);
     EXPECT_EQ(optionsOf(kSave).count("force"), 1u);
 }

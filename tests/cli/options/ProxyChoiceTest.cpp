@@ -1,10 +1,10 @@
 #include "cli/options/ProxyChoice.h"
 
-#include <string>
+#include "vantik/Failure.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
+#include <string>
 
 namespace {
 

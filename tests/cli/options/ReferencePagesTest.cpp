@@ -1,11 +1,11 @@
 // The manual page and the completions that packages carry are those that the program prints. Where one differs, the
 // target `reference_pages` writes them anew.
-#include <string>
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
+#include <string>
 
 namespace {
 

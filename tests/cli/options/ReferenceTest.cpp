@@ -1,16 +1,17 @@
 // Help by topic, man page and completions: everything in the tables is in them.
+#include "cli/options/Reference.h"
+
+#include "cli/failures/ExitStatus.h"
+#include "cli/options/OptionTable.h"
+#include "tests/support/process/ProgramRun.h"
+#include "tests/support/process/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <gmock/gmock.h>
-
-#include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
-#include "cli/options/Reference.h"
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
 
 namespace {
 
@@ -22,8 +23,9 @@ using testing::Not;
 // A long name with its hyphens as roff writes them.
 std::string roffName(std::string_view name) {
     std::string text = "\\-\\-";
-    for (const char c : name)
+    for (const char c : name) {
         text += c == '-' ? std::string("\\-") : std::string(1, c);
+    }
     return text;
 }
 
@@ -47,12 +49,15 @@ TEST(Reference, EveryOptionIsInEveryForm) {
 
 TEST(Reference, EveryCommandExitStatusVariableAndExampleIsInTheManPage) {
     const std::string man = manPage();
-    for (const CommandRow& row : commandTable())
+    for (const CommandRow& row : commandTable()) {
         EXPECT_THAT(man, HasSubstr("\\fB" + std::string(row.Name) + "\\fR\n"));
-    for (const ExitMeaning& row : exitMeanings())
+    }
+    for (const ExitMeaning& row : exitMeanings()) {
         EXPECT_THAT(man, HasSubstr("\\fB" + std::to_string(row.Status) + "\\fR\n"));
-    for (const EnvironmentRow& row : environmentTable())
+    }
+    for (const EnvironmentRow& row : environmentTable()) {
         EXPECT_THAT(man, HasSubstr("\\fB" + std::string(row.Name) + "\\fR\n"));
+    }
     EXPECT_FALSE(exampleTable().empty());
 }
 
@@ -102,13 +107,15 @@ TEST(Reference, TopicsSchemesAndOptionsInFrontOfACommandAreOffered) {
     const std::string zsh = zshCompletion();
     EXPECT_THAT(fish, HasSubstr("-n '__fish_seen_subcommand_from help' -a 'get save"));
     EXPECT_THAT(fish, HasSubstr("-l auth -x -a 'basic digest ntlm negotiate'"));
-    for (const char* name : {"version", "json-errors", "color"})
+    for (const char* name : {"version", "json-errors", "color"}) {
         EXPECT_THAT(fish, ContainsRegex("not __fish_seen_subcommand_from [a-z ]*' -l " + std::string(name)));
+    }
     EXPECT_THAT(zsh, HasSubstr("'1:topic:(get save"));
     EXPECT_THAT(zsh, HasSubstr(":LIST:_values -s , scheme basic digest ntlm negotiate'"));
     const std::string words = fish.substr(fish.rfind(" -a "));
-    for (const std::string& topic : topicNames())
+    for (const std::string& topic : topicNames()) {
         EXPECT_THAT(words, HasSubstr(" " + topic));
+    }
 }
 
 TEST(Help, TopicsAreListedAndExplained) {
@@ -127,8 +134,9 @@ TEST(Help, UnknownTopicNamesThoseThereAre) {
 }
 
 TEST(Help, NoSecretIsInAnyExample) {
-    for (const ExampleRow& row : exampleTable())
+    for (const ExampleRow& row : exampleTable()) {
         EXPECT_THAT(std::string(row.Line), Not(HasSubstr("password")));
+    }
 }
 
 } // namespace

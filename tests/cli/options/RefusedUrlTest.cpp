@@ -1,8 +1,8 @@
 #include "cli/options/RefusedUrl.h"
 
-#include <string>
-
 #include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
@@ -24,8 +24,9 @@ TEST(RefusedUrl, WhatStandsBeforeTheLastAtIsMasked) {
     EXPECT_EQ(maskRefusedUrl("ftp://alice:won/der@h/"), "ftp://***@h/");
     EXPECT_EQ(maskRefusedUrl("alice:https://@h/"), "***@h/");
     EXPECT_EQ(maskRefusedUrl("@"), "***@");
-    for (const char* url : {"", "example.org", "http://h:99999/", "mailto:"})
+    for (const char* url : {"", "example.org", "http://h:99999/", "mailto:"}) {
         EXPECT_EQ(maskRefusedUrl(url), url);
+    }
 }
 
 TEST(RefusedUrl, AMessageShowsItMaskedInTextAndArguments) {

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdarg>
-
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,8 +14,9 @@ bool FilesWithoutNames = true;
 } // namespace diskcalls
 
 extern "C" int fdatasync(int descriptor) {
-    if (!diskcalls::Sync)
+    if (!diskcalls::Sync) {
         return static_cast<int>(syscall(SYS_fdatasync, descriptor));
+    }
     errno = diskcalls::Sync(descriptor);
     return errno == 0 ? 0 : -1;
 }

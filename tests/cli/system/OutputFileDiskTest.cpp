@@ -1,20 +1,17 @@
 // What is asked of the disk, and when: the system's own operation is replaced for this program.
 #include "cli/system/OutputFile.h"
+#include "tests/cli/system/DiskCalls.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "vantik/Failure.h"
+
+#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <string>
-#include <vector>
-
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <gtest/gtest.h>
-
-#include "vantik/Failure.h"
-
-#include "tests/cli/system/DiskCalls.h"
-#include "tests/support/process/TemporaryFolder.h"
+#include <vector>
 
 namespace {
 

@@ -1,18 +1,16 @@
 #include "cli/system/OutputFile.h"
 
-#include <filesystem>
-#include <functional>
-#include <string>
-
-#include <sys/stat.h>
-#include <unistd.h>
+#include "tests/cli/system/DiskCalls.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "vantik/Failure.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
-
-#include "tests/cli/system/DiskCalls.h"
-#include "tests/support/process/TemporaryFolder.h"
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -117,8 +115,9 @@ TEST_P(OutputFileRoad, AFileThatCameMeanwhileIsNotReplacedEither) {
 TEST_P(OutputFileRoad, ALinkInThePlaceOfTheTemporaryFileIsNotWrittenThrough) {
     for (const bool replace : {false, true}) {
         writeFile(folder.file("other"), "precious");
-        if (replace)
+        if (replace) {
             writeFile(folder.file("page"), "old");
+        }
         {
             OutputFile file(folder.file("page"), replace);
             std::filesystem::remove(file.temporaryName());
@@ -157,8 +156,9 @@ TEST(OutputFile, TemporaryNamesAreKnown) {
     EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(folder.file(std::string(255, 'n')), false).temporaryName()));
     for (const char* other :
          {"", ".part", "x.part", ".x.abc.part", ".x.abcdefghijklmno9.part", "x.abcdefghijklmnop.part",
-          ".x.abcdefghijklmnop.par", ".abcdefghijklmnop.part/x", ".xabcdefghijklmnop.part"})
+          ".x.abcdefghijklmnop.par", ".abcdefghijklmnop.part/x", ".xabcdefghijklmnop.part"}) {
         EXPECT_FALSE(netrove::cli::isTemporaryName(other)) << other;
+    }
 }
 
 TEST_P(OutputFileRoad, ReplacingKeepsThePermissionsAndTheLink) {

@@ -1,11 +1,11 @@
 #include "cli/system/RealNames.h"
 
-#include <filesystem>
-#include <string>
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/support/process/TemporaryFolder.h"
+#include <filesystem>
+#include <string>
 
 namespace {
 

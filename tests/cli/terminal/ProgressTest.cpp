@@ -1,11 +1,11 @@
 #include "cli/terminal/Progress.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -72,8 +72,9 @@ TEST(Progress, WhatHasNoRoomIsLeftOutWhole) {
         {7, ""},
         {0, ""},
     };
-    for (const auto& [width, expected] : rows)
+    for (const auto& [width, expected] : rows) {
         EXPECT_EQ(large(width), expected) << width;
+    }
 }
 
 TEST(ProgressMeter, AHiddenMeterWritesNothingAndCounts) {
@@ -81,8 +82,9 @@ TEST(ProgressMeter, AHiddenMeterWritesNothingAndCounts) {
     {
         ProgressMeter meter("received", false, true);
         meter.expect(100);
-        for (std::uint64_t i = 0; i <= 100; ++i)
+        for (std::uint64_t i = 0; i <= 100; ++i) {
             meter.update(i);
+        }
         meter.finish();
         EXPECT_EQ(meter.bytes(), 100u);
     }
@@ -95,8 +97,9 @@ TEST(ProgressMeter, ManyUpdatesInARowAreNotDrawnOneByOne) {
     std::size_t intervals = 0;
     {
         ProgressMeter meter("received", true, true);
-        for (std::uint64_t i = 1; i <= 20'000; ++i)
+        for (std::uint64_t i = 1; i <= 20'000; ++i) {
             meter.update(i);
+        }
         const auto spent = std::chrono::steady_clock::now() - start;
         intervals = static_cast<std::size_t>(spent / std::chrono::milliseconds(100));
         meter.finish();

@@ -1,14 +1,14 @@
 // What is different where a person looks on.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -135,8 +135,9 @@ TEST(Terminal, ABatchDrawsNoBarBetweenItsResultsUnlessAskedTo) {
         ScriptedServer server(answer(response("x")));
         writeFile(folder.file("list"), server.url() + " file\n");
         std::vector<std::string> arguments = {"batch", "list", "--color", "never"};
-        if (asked)
+        if (asked) {
             arguments.push_back("--progress");
+        }
         const Outcome outcome = run(arguments, onTerminal(folder.path()));
         EXPECT_EQ(outcome.Status, 0) << outcome.Out;
         EXPECT_NE(outcome.Out.find("\"result\":\"done\""), std::string::npos) << outcome.Out;

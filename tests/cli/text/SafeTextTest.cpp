@@ -1,9 +1,9 @@
 #include "cli/text/SafeText.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <string>
-
-#include <gtest/gtest.h>
 
 namespace {
 

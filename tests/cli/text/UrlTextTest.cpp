@@ -1,9 +1,9 @@
 #include "cli/text/UrlText.h"
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -27,8 +27,9 @@ TEST(UrlText, MissingPartsStayEmptyAndPortsHaveDefaults) {
     EXPECT_EQ(splitUrl("http://[::1]/").Host, "[::1]");
     EXPECT_EQ(splitUrl("http://[::1]/").Port, "80");
     EXPECT_EQ(splitUrl("http://[::1]:99/").Port, "99");
-    for (const char* text : {"", "example.org", "://", "mailto:a@b", "http:/h"})
+    for (const char* text : {"", "example.org", "://", "mailto:a@b", "http:/h"}) {
         EXPECT_EQ(splitUrl(text).Host, "") << text;
+    }
 }
 
 TEST(UrlText, TheOriginIsSchemeHostAndPort) {
@@ -93,16 +94,19 @@ TEST(UrlText, AFileNameNeverLeavesTheFolderNorHidesNorControls) {
 
 TEST(UrlText, ALongNameIsCutBetweenCharacters) {
     std::string url = "http://h/x";
-    for (int i = 0; i < 200; ++i)
+    for (int i = 0; i < 200; ++i) {
         url += "%C3%A9";
+    }
     const std::string name = fileNameFor(url);
     EXPECT_EQ(name.size(), 199u);
     EXPECT_TRUE(name.ends_with("\xC3\xA9"));
 }
 
 TEST(UrlText, AUrlWithoutANameGivesAFixedOne) {
-    for (const char* url : {"http://h", "http://h/", "http://h/dir/", "http://h/..", "http://h/%2e", "http://h/?q=/x"})
+    for (const char* url :
+         {"http://h", "http://h/", "http://h/dir/", "http://h/..", "http://h/%2e", "http://h/?q=/x"}) {
         EXPECT_EQ(fileNameFor(url), "download") << url;
+    }
 }
 
 } // namespace

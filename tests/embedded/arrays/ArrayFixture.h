@@ -1,12 +1,12 @@
 // Base of the tests that make arrays: no handle may be left at the end.
 #pragma once
 
-#include <string>
+#include "embedded/arrays/Array.h"
+#include "embedded/messages/HostFailure.h"
 
 #include <gtest/gtest.h>
 
-#include "embedded/arrays/Array.h"
-#include "embedded/messages/HostFailure.h"
+#include <string>
 
 class ArrayFixture : public testing::Test {
 protected:

@@ -1,15 +1,15 @@
 // Operations when memory runs out at each step in turn: std::bad_alloc, nothing lost and nothing half done.
-#include <cstdlib>
-#include <functional>
-#include <new>
-#include <string>
-
 #include "ArrayFixture.h"
 #include "embedded/arrays/CallFrame.h"
 #include "host/ArrayApi.h"
 #include "host/Iri.h"
 #include "host/Text.h"
 #include "vantik/Array.h"
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
 
 namespace {
 
@@ -19,12 +19,15 @@ thread_local long allocationsLeft = -1; // negative: no limit
 
 // Never inlined: the compiler would take `free` for the counterpart of another operator new.
 __attribute__((noinline)) void* operator new(std::size_t size) {
-    if (allocationsLeft == 0)
+    if (allocationsLeft == 0) {
         throw std::bad_alloc();
-    if (allocationsLeft > 0)
+    }
+    if (allocationsLeft > 0) {
         --allocationsLeft;
-    if (void* block = std::malloc(size))
+    }
+    if (void* block = std::malloc(size)) {
         return block;
+    }
     throw std::bad_alloc();
 }
 
@@ -53,8 +56,9 @@ int failAtEachStep(const std::function<void()>& operation, const std::function<v
             failed = true;
         }
         allocationsLeft = -1;
-        if (!failed)
+        if (!failed) {
             return step;
+        }
         check();
     }
     ADD_FAILURE() << "never enough memory";

@@ -1,9 +1,9 @@
-#include <stdexcept>
-#include <string>
-
 #include "ArrayFixture.h"
 #include "embedded/arrays/CallFrame.h"
 #include "host/ArrayApi.h"
+
+#include <stdexcept>
+#include <string>
 
 namespace {
 

@@ -1,4 +1,7 @@
+#include "ArrayFixture.h"
 #include "host/ArrayApi.h"
+#include "host/Heap.h"
+#include "host/Text.h"
 
 #include <atomic>
 #include <cmath>
@@ -8,13 +11,8 @@
 #include <memory>
 #include <new>
 #include <thread>
-#include <vector>
-
 #include <unistd.h>
-
-#include "ArrayFixture.h"
-#include "host/Heap.h"
-#include "host/Text.h"
+#include <vector>
 
 namespace {
 
@@ -146,8 +144,9 @@ TEST_F(Arrays, ThreadsShareContents) {
     constexpr int rounds = 2000;
     const ArrayOwner array = numeric(64, 1, vxUINT8_CLASS);
     std::vector<ArrayOwner> given;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         given.push_back(shared(array));
+    }
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < given.size(); ++i) {
@@ -155,13 +154,15 @@ TEST_F(Arrays, ThreadsShareContents) {
             for (int round = 0; round < rounds; ++round) {
                 ArrayOwner copy(vxCreateSharedDataCopy(own.get()));
                 static_cast<std::uint8_t*>(vxGetData(copy.get()))[i] = 1;
-                if (elements<std::uint8_t>(own)[i] != 0)
+                if (elements<std::uint8_t>(own)[i] != 0) {
                     ++wrong;
+                }
             }
         });
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(elements<std::uint8_t>(array)[0], 0);
 }

@@ -1,14 +1,13 @@
+#include "ArrayFixture.h"
+#include "embedded/arrays/CallFrame.h"
 #include "vantik/Array.h"
+#include "vantik/Failure.h"
 
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <type_traits>
 #include <vector>
-
-#include "ArrayFixture.h"
-#include "embedded/arrays/CallFrame.h"
-#include "vantik/Failure.h"
 
 namespace {
 
@@ -90,8 +89,9 @@ TEST_F(ArrayValues, TextThatIsNotUtf8IsRefusedWithItsPlace) {
         ASSERT_EQ(error.message().Arguments.size(), 1u);
         EXPECT_EQ(std::get<std::int64_t>(error.message().Arguments[0]), 2);
     }
-    for (const char* text : {"\x80", "\xC0\xAF", "\xED\xA0\x80", "\xE2\x82", "\xF5\x80\x80\x80"})
+    for (const char* text : {"\x80", "\xC0\xAF", "\xED\xA0\x80", "\xE2\x82", "\xF5\x80\x80\x80"}) {
         EXPECT_EQ(failure([text] { Array{text}; }), "VANTIK:vx:NotUtf8");
+    }
 }
 
 TEST_F(ArrayValues, HalfACharacterHasNoUtf8) {
@@ -232,8 +232,9 @@ TEST_F(ArrayValues, UnsignedIntegersAreWholeAndInRange) {
     EXPECT_EQ(Array(-0.0).unsignedInteger(), 0u);
     EXPECT_EQ(Array(std::int32_t{5}).unsignedInteger(), 5u);
     EXPECT_EQ(Array::bytes("A").unsignedInteger(), 65u);
-    for (const double value : {-1.0, 0.5, 18446744073709551616.0, double(INFINITY), double(-INFINITY), double(NAN)})
+    for (const double value : {-1.0, 0.5, 18446744073709551616.0, double(INFINITY), double(-INFINITY), double(NAN)}) {
         EXPECT_EQ(failure([value] { Array(value).unsignedInteger(); }), "VANTIK:vx:ExpectedUnsignedInteger");
+    }
     EXPECT_EQ(failure([] { Array(std::int32_t{-1}).unsignedInteger(); }), "VANTIK:vx:ExpectedUnsignedInteger");
 }
 

@@ -1,11 +1,11 @@
 #include "embedded/arrays/CallFrame.h"
 
+#include "ArrayFixture.h"
+#include "host/ArrayApi.h"
+
 #include <random>
 #include <thread>
 #include <vector>
-
-#include "ArrayFixture.h"
-#include "host/ArrayApi.h"
 
 namespace {
 
@@ -222,8 +222,9 @@ TEST_F(CallFrames, AnyOrderOfReleasesWorks) {
             }
         }
         ASSERT_EQ(liveArrays(), persistent.size());
-        for (vxArray_tag* array : persistent)
+        for (vxArray_tag* array : persistent) {
             matrix::destroyArray(array);
+        }
         ASSERT_EQ(liveArrays(), 0u);
     }
 }

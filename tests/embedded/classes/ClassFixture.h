@@ -1,17 +1,6 @@
 // Base of the tests of the class system: a scope of its own, classes described by lambdas, and a log of what happened.
 #pragma once
 
-#include <cstdint>
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/classes/ClassRegistry.h"
@@ -20,6 +9,17 @@
 #include "embedded/objects/SlotValue.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 using Log = std::vector<std::string>;
 

@@ -1,10 +1,9 @@
 // Packages, classes and names.
 #include "host/ClassSystem.h"
 
-#include "tests/embedded/classes/ClassFixture.h"
-
 #include "embedded/classes/HostClasses.h"
 #include "embedded/text/NearestName.h"
+#include "tests/embedded/classes/ClassFixture.h"
 
 using testing::Test;
 using vantik::detail::ArrayOwner;

@@ -1,11 +1,11 @@
 // Shorthands of the tests of identifiers.
 #pragma once
 
-#include <string>
-
 #include "host/Iri.h"
 #include "host/Messages.h"
 #include "host/Text.h"
+
+#include <string>
 
 inline foundation::network::IRI iri(const std::string& utf8) {
     return foundation::network::IRI(fl::i18n::to_ustring(utf8));

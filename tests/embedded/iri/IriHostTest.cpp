@@ -1,9 +1,9 @@
 // Hosts of identifiers: names, their four forms, and addresses.
-#include <string>
+#include "IriHelpers.h"
 
 #include <gtest/gtest.h>
 
-#include "IriHelpers.h"
+#include <string>
 
 namespace {
 
@@ -62,8 +62,9 @@ TEST(IriHost, Ipv6AddressesStandInBrackets) {
     }
     EXPECT_EQ(iri("http://[2001:DB8::A]/").getHost(IRI::Encoding::Ascii), u"[2001:db8::a]");
     for (const char* host : {"[", "[]", "[::1", "::1]", "[1:2:3]", "[::1]x", "[::g]", "[1::2::3]", "[127.0.0.1]",
-                             "[fe80::1%25eth0]", "[v]", "[::1]]", "[[::1]]", "a[::1]", "[::\u0661]"})
+                             "[fe80::1%25eth0]", "[v]", "[::1]]", "[[::1]]", "a[::1]", "[::\u0661]"}) {
         EXPECT_NE(refusal("http://" + std::string(host) + "/"), "") << host;
+    }
 }
 
 TEST(IriHost, WhatIsNoNameIsRefused) {
@@ -126,8 +127,9 @@ TEST(IriHost, WhatIsNoNameIsRefused) {
 // The labels that take the mapping longest are refused by their length first.
 TEST(IriHost, LongHostileNamesAreRefusedAtOnce) {
     std::u16string host;
-    for (char16_t c = 0x4E00; c < 0x9F00; ++c)
+    for (char16_t c = 0x4E00; c < 0x9F00; ++c) {
         host.push_back(c);
+    }
     EXPECT_EQ(refusal(u"http://" + host + u"/"), "host of 20736 characters at position 7");
 }
 

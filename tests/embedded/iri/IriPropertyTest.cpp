@@ -1,15 +1,15 @@
 // Properties of identifiers over generated text.
+#include "IriHelpers.h"
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
-
-#include "IriHelpers.h"
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "embedded/iri/IriParts.h"
 #include "host/Iri.h"
 #include "host/Messages.h"
 #include "host/Text.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
 
 namespace {
 
@@ -75,13 +75,15 @@ constexpr Row kAbnormal[] = {
 };
 
 TEST(IriResolve, NormalExamples) {
-    for (const Row& row : kNormal)
+    for (const Row& row : kNormal) {
         EXPECT_EQ(resolved(row.Reference, "http://a/b/c/d;p?q"), row.Target) << row.Reference;
+    }
 }
 
 TEST(IriResolve, AbnormalExamples) {
-    for (const Row& row : kAbnormal)
+    for (const Row& row : kAbnormal) {
         EXPECT_EQ(resolved(row.Reference, "http://a/b/c/d;p?q"), row.Target) << row.Reference;
+    }
 }
 
 TEST(IriResolve, BaseKeepsItsAuthority) {
@@ -157,8 +159,9 @@ TEST(IriResolve, DotSegments) {
         {"/%2e%2e/a", "/%2e%2e/a"},
         {"..//../a", "/a"},
     };
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         EXPECT_EQ(removeDotSegments(row.Reference), row.Target) << row.Reference;
+    }
 }
 
 } // namespace

@@ -1,13 +1,13 @@
 #include "host/Iri.h"
 
+#include "IriHelpers.h"
+
+#include <gtest/gtest.h>
+
 #include <random>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "IriHelpers.h"
 
 namespace {
 
@@ -171,8 +171,9 @@ TEST(Iri, UnreservedCharactersAreDecodedOnRequest) {
 
 TEST(Iri, ControlCharactersAreRefusedEverywhere) {
     for (int c = 0; c <= 0x9F; ++c) {
-        if (c >= 0x20 && c < 0x7F)
+        if (c >= 0x20 && c < 0x7F) {
             continue;
+        }
         const std::u16string control(1, static_cast<char16_t>(c));
         EXPECT_EQ(refusal(u"http://host/a" + control + u"b"), "control character at position 13") << c;
         EXPECT_EQ(refusal(u"http://ho" + control + u"st/"), "control character at position 9") << c;
@@ -221,8 +222,9 @@ TEST(Iri, LongTextsAreFine) {
     const std::string path(2'000'000, 'p');
     EXPECT_EQ(ascii(iri("http://host/" + path)), "http://host/" + path);
     std::string dots = "http://host";
-    for (int i = 0; i < 200'000; ++i)
+    for (int i = 0; i < 200'000; ++i) {
         dots += "/..";
+    }
     EXPECT_EQ(ascii(iri(dots).resolveAgainst(iri("http://host/"))), "http://host/");
     const IRI encoded(u"http://host/" + std::u16string(100'000, u'\u00E9'));
     EXPECT_EQ(encoded.getPath().size(), 600'001u);
@@ -251,18 +253,23 @@ TEST(Iri, ValidAsciiIsKept) {
         const bool authority = random() % 4 != 0;
         if (authority) {
             text += "//";
-            if (random() % 4 == 0)
+            if (random() % 4 == 0) {
                 text += pick(unreserved + subDelimiters + ":", 8) + "@";
+            }
             text += std::vector<std::string>{"host", "a.example", "10.0.0.1", "[::1]", "x_y-z", ""}[random() % 6];
-            if (random() % 3 == 0)
+            if (random() % 3 == 0) {
                 text += ":" + std::to_string(random() % 65536);
+            }
         }
-        if (random() % 5 != 0)
+        if (random() % 5 != 0) {
             text += "/" + (authority ? "" : std::string("s")) + pick(unreserved + subDelimiters + ":@/", 20);
-        if (random() % 2 == 0)
+        }
+        if (random() % 2 == 0) {
             text += "?" + pick(unreserved + subDelimiters + ":@/?", 20);
-        if (random() % 3 == 0)
+        }
+        if (random() % 3 == 0) {
             text += "#" + pick(unreserved + subDelimiters + ":@/?", 20);
+        }
         ASSERT_EQ(ascii(iri(text)), text);
     }
 }
@@ -276,14 +283,16 @@ TEST(Iri, AnyTextIsEitherRefusedOrReadBack) {
     int accepted = 0;
     for (int round = 0; round < 20'000; ++round) {
         std::u16string text = random() % 2 ? u"http://" : u"";
-        for (std::size_t length = random() % 14; length > 0; --length)
+        for (std::size_t length = random() % 14; length > 0; --length) {
             text += alphabet[random() % alphabet.size()];
+        }
         try {
             const IRI value(text);
             ++accepted;
             const std::u16string form = value.toAsciiString(false);
-            for (const char16_t c : form)
+            for (const char16_t c : form) {
                 ASSERT_TRUE(c > 0x20 && c < 0x7F) << narrow(form);
+            }
             ASSERT_EQ(narrow(IRI(form).toAsciiString(false)), narrow(form));
             ASSERT_EQ(IRI(form).getHost(IRI::Encoding::Ascii), value.getHost(IRI::Encoding::Ascii));
             value.getHost(IRI::Encoding::PercentEncoded);

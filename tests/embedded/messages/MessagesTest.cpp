@@ -1,4 +1,5 @@
 #include "host/Messages.h"
+
 #include "embedded/messages/HostFailure.h"
 #include "embedded/messages/MessageFiles.h"
 #include "embedded/messages/MessageTable.h"

@@ -1,14 +1,14 @@
 // Object and enumeration arrays with the class system behind them.
-#include <string>
-
-#include "tests/embedded/arrays/ArrayFixture.h"
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/scope/Scope.h"
 #include "host/ArrayApi.h"
 #include "host/ClassSystem.h"
+#include "tests/embedded/arrays/ArrayFixture.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 #include "vantik/Object.h"
+
+#include <string>
 
 namespace {
 

@@ -1,10 +1,9 @@
 // Calling methods through the class system.
+#include "embedded/arrays/CallFrame.h"
 #include "embedded/objects/ObjectCalls.h"
+#include "tests/embedded/classes/ClassFixture.h"
 
 #include <bit>
-
-#include "embedded/arrays/CallFrame.h"
-#include "tests/embedded/classes/ClassFixture.h"
 
 namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::detail::arrayIn;

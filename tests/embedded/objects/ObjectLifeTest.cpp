@@ -1,6 +1,5 @@
 // Objects: how they are made, what they hold, when they go.
 #include "embedded/objects/HostObject.h"
-
 #include "tests/embedded/classes/ClassFixture.h"
 
 using vantik::detail::ArrayOwner;

@@ -1,11 +1,11 @@
 // Type words, and the conversions on the way into a value slot.
 #include "embedded/objects/SlotValue.h"
 
+#include "tests/embedded/classes/ClassFixture.h"
+
 #include <bit>
 #include <cmath>
 #include <limits>
-
-#include "tests/embedded/classes/ClassFixture.h"
 
 namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::detail::arrayIn;

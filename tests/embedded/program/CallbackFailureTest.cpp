@@ -1,8 +1,5 @@
 // Failures that cross the boundaries between a program, the host and the program's own callables.
 #include "embedded/program/Boundary.h"
-
-#include <boost/numeric/conversion/cast.hpp>
-
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "host/Interrupt.h"
@@ -10,6 +7,8 @@
 #include "host/Text.h"
 #include "tests/embedded/program/ProgramFixture.h"
 #include "vantik/HostClass.h"
+
+#include <boost/numeric/conversion/cast.hpp>
 
 using vantik::Array;
 using vantik::Failure;

@@ -1,13 +1,12 @@
 // Content providers, content consumers and progress reporters made of callables, called as a client calls them.
-#include "vantik/HostClass.h"
-
-#include <limits>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/classes/HostClasses.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "tests/embedded/program/ProgramFixture.h"
+#include "vantik/HostClass.h"
+
+#include <limits>
 
 namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::Array;

@@ -1,20 +1,19 @@
 // Hosts, objects and classes as a C++ program sees them.
-#include "vantik/Host.h"
-#include "vantik/HostClass.h"
-
-#include <algorithm>
-#include <atomic>
-#include <optional>
-#include <thread>
-
-#include <gtest/gtest.h>
-
 #include "embedded/arrays/Array.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "host/Messages.h"
 #include "tests/embedded/program/ProgramFixture.h"
+#include "vantik/Host.h"
+#include "vantik/HostClass.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+#include <thread>
 
 using vantik::Array;
 using vantik::Host;

@@ -1,11 +1,10 @@
 // Header fields and time limits on their way into and out of a connection.
+#include "tests/embedded/program/ProgramFixture.h"
 #include "vantik/Http.h"
 
 #include <cmath>
 #include <string>
 #include <vector>
-
-#include "tests/embedded/program/ProgramFixture.h"
 
 using namespace std::chrono_literals;
 using vantik::Array;

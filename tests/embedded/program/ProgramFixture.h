@@ -1,14 +1,14 @@
 // Base of the tests that use the host as a program does: one host, and nothing left when it is gone.
 #pragma once
 
-#include <optional>
-#include <string>
-#include <utility>
+#include "vantik/Failure.h"
+#include "vantik/Host.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Failure.h"
-#include "vantik/Host.h"
+#include <optional>
+#include <string>
+#include <utility>
 
 class ProgramFixture : public testing::Test {
 protected:

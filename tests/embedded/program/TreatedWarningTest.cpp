@@ -1,14 +1,13 @@
 // Warnings that a program treats as failures of the operation that issued them.
+#include "embedded/messages/HostFailure.h"
+#include "host/Messages.h"
+#include "tests/embedded/program/ProgramFixture.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "embedded/messages/HostFailure.h"
-#include "host/Messages.h"
-#include "tests/embedded/program/ProgramFixture.h"
 
 using vantik::Array;
 using vantik::HostClass;

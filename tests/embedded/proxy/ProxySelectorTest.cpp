@@ -1,4 +1,5 @@
 #include "host/ProxySelector.h"
+
 #include "embedded/services/Services.h"
 #include "tests/support/process/TemporaryFolder.h"
 

@@ -7,12 +7,11 @@
 #include <csignal>
 #include <future>
 #include <memory>
+#include <pthread.h>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <pthread.h>
 
 using testing::ElementsAre;
 using vantik::detail::SerialCalls;
@@ -21,7 +20,7 @@ namespace {
 
 using Answer = SerialCalls::Answer;
 
-const auto NeverStop = [] {};
+const auto kNeverStop = [] {};
 
 struct GivenUp {};
 
@@ -58,20 +57,20 @@ private:
 
 TEST(SerialCallsOfAThread, AnswerReachesTheCaller) {
     SerialCalls calls;
-    EXPECT_THAT(calls.run([] { return Answer{"a", "b"}; }, NeverStop), ElementsAre("a", "b"));
-    EXPECT_THAT(calls.run([] { return Answer{}; }, NeverStop), ElementsAre());
+    EXPECT_THAT(calls.run([] { return Answer{"a", "b"}; }, kNeverStop), ElementsAre("a", "b"));
+    EXPECT_THAT(calls.run([] { return Answer{}; }, kNeverStop), ElementsAre());
 }
 
 TEST(SerialCallsOfAThread, FailureReachesTheCallerWithItsWords) {
     SerialCalls calls;
     try {
-        calls.run([]() -> Answer { throw std::logic_error("on purpose"); }, NeverStop);
+        calls.run([]() -> Answer { throw std::logic_error("on purpose"); }, kNeverStop);
         FAIL() << "nothing was raised";
     } catch (const std::runtime_error& failure) {
         EXPECT_STREQ(failure.what(), "on purpose");
     }
-    EXPECT_THROW(calls.run([]() -> Answer { throw 42; }, NeverStop), std::runtime_error);
-    EXPECT_THAT(calls.run([] { return Answer{"again"}; }, NeverStop), ElementsAre("again"));
+    EXPECT_THROW(calls.run([]() -> Answer { throw 42; }, kNeverStop), std::runtime_error);
+    EXPECT_THAT(calls.run([] { return Answer{"again"}; }, kNeverStop), ElementsAre("again"));
 }
 
 TEST(SerialCallsOfAThread, CallRunsElsewhereAndTakesNoSignal) {
@@ -84,7 +83,7 @@ TEST(SerialCallsOfAThread, CallRunsElsewhereAndTakesNoSignal) {
             return Answer{std::this_thread::get_id() == here ? "here" : "elsewhere",
                           sigismember(&blocked, SIGINT) == 1 ? "blocked" : "open"};
         },
-        NeverStop);
+        kNeverStop);
     EXPECT_THAT(seen, ElementsAre("elsewhere", "blocked"));
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
@@ -112,7 +111,7 @@ TEST(SerialCallsOfAThread, WhoGivesUpLeavesTheCallRunning) {
                  GivenUp);
     EXPECT_FALSE(ran);
     held.release();
-    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "behind" : "beside"}; }, NeverStop), ElementsAre("behind"));
+    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "behind" : "beside"}; }, kNeverStop), ElementsAre("behind"));
 }
 
 TEST(SerialCallsOfAThread, CallOutlivesWhatRanIt) {
@@ -136,7 +135,7 @@ TEST(SerialCallsOfManyThreads, RunOneAtATime) {
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < kRounds; ++round) {
-                const Answer answer = calls.run([&] { return Answer{std::to_string(++count)}; }, NeverStop);
+                const Answer answer = calls.run([&] { return Answer{std::to_string(++count)}; }, kNeverStop);
                 right += answer.size() == 1 ? 1 : 0;
             }
         });

@@ -1,4 +1,5 @@
 #include "host/Interrupt.h"
+
 #include "embedded/scope/InterruptState.h"
 #include "embedded/scope/Scope.h"
 

@@ -1,10 +1,9 @@
 // Loading modules and calling their builtins.
 #include "embedded/scope/ModuleTable.h"
+#include "tests/embedded/program/ProgramFixture.h"
 
 #include <cstdlib>
 #include <filesystem>
-
-#include "tests/embedded/program/ProgramFixture.h"
 
 using vantik::Array;
 

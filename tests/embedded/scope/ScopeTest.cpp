@@ -1,4 +1,5 @@
 #include "embedded/scope/Scope.h"
+
 #include "host/State.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #include "host/SingletonStore.h"
+
 #include "embedded/scope/Scope.h"
 #include "embedded/scope/SingletonTable.h"
 

@@ -1,10 +1,10 @@
 // A module that the tests load. It registers nothing and counts what the host does with it.
+#include "host/ArrayApi.h"
+#include "host/ClassSystem.h"
+
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
-
-#include "host/ArrayApi.h"
-#include "host/ClassSystem.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // The services of the embedded host. What the service framework itself does is in ServicesContractTest.cpp.
 #include "embedded/services/Services.h"
+
 #include "embedded/scope/Scope.h"
 #include "host/ProxySelector.h"
 #include "host/Services.h"

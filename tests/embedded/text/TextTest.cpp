@@ -1,13 +1,13 @@
 #include "host/Text.h"
 
+#include "embedded/text/TextConversion.h"
+
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <gtest/gtest.h>
-
-#include "embedded/text/TextConversion.h"
 
 namespace {
 
@@ -60,10 +60,12 @@ TEST(AsciiConverter, RefusesEveryOtherCharacterWithItsPlace) {
 }
 
 TEST(NamedConverter, NamesAreComparedWithoutRegardToCase) {
-    for (const char* name : {"utf-8", "UTF-8", "Utf-8", "utf8"})
+    for (const char* name : {"utf-8", "UTF-8", "Utf-8", "utf8"}) {
         EXPECT_EQ(convert(name, u"\u00E9"), "\xC3\xA9") << name;
-    for (const char* name : {"windows-1252", "Windows-1252", "WINDOWS-1252", "cp1252"})
+    }
+    for (const char* name : {"windows-1252", "Windows-1252", "WINDOWS-1252", "cp1252"}) {
         EXPECT_EQ(convert(name, u"\u00E9"), "\xE9") << name;
+    }
 }
 
 TEST(NamedConverter, UnknownNamesAreRefusedOnConstruction) {
@@ -107,8 +109,9 @@ TEST(NamedConverter, WhatTheEncodingLacksIsRefusedAndNeverReplaced) {
               "the character U+1F600 at position 2 does not exist in the encoding windows-1252");
     // Invisible characters, and letters that only look like one that exists.
     for (const char16_t c : {u'\u200B', u'\u200D', u'\u2060', u'\uFEFF', u'\uFF21', u'\u2215', u'\u0301', u'\uE000'}) {
-        for (const char* encoding : {"windows-1252", "iso-8859-1", "us-ascii", "koi8-r"})
+        for (const char* encoding : {"windows-1252", "iso-8859-1", "us-ascii", "koi8-r"}) {
             EXPECT_NE(refusal([&] { convert(encoding, std::u16string{u'x', c, u'y'}); }), "") << encoding << int(c);
+        }
     }
 }
 
@@ -151,19 +154,22 @@ TEST(NamedConverter, ServesSeveralThreads) {
     std::vector<int> good(4);
     for (std::size_t i = 0; i < good.size(); ++i) {
         threads.emplace_back([&, i] {
-            for (int round = 0; round < 500; ++round)
+            for (int round = 0; round < 500; ++round) {
                 good[i] += converter.convert(u"\u20ACuro") == "\x80uro";
+            }
         });
     }
-    for (std::thread& thread : threads)
+    for (std::thread& thread : threads) {
         thread.join();
+    }
     EXPECT_EQ(good, std::vector<int>(4, 500));
 }
 
 TEST(DefaultEncoding, EveryCharacterSurvivesBothWays) {
     for (char32_t c = 0; c <= 0x10FFFF; c += c < 0x3000 ? 1 : 37) {
-        if (c >= 0xD800 && c <= 0xDFFF)
+        if (c >= 0xD800 && c <= 0xDFFF) {
             continue;
+        }
         std::u16string wide;
         if (c < 0x10000) {
             wide.push_back(static_cast<char16_t>(c));
@@ -234,8 +240,9 @@ TEST(Locale, FirstVariableThatIsSetCounts) {
 TEST(Locale, TextThatIsNoLocaleNameGivesEnglish) {
     using vantik::detail::localeName;
     for (const char* name : {"../../etc/passwd", "de/DE", "d e", "\xC3\xA9", ".UTF-8", "@euro", "a;b",
-                             "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"})
+                             "xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx"}) {
         EXPECT_EQ(localeName(name, nullptr, nullptr), "en") << name;
+    }
 }
 
 TEST(Locale, TheOneInForceHasAName) {
@@ -272,8 +279,9 @@ TEST(FileNames, AreCleanedUp) {
         {std::u16string(u"a\0b", 3), u""},
         {std::u16string(u"~/\0", 3), u""},
     };
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         EXPECT_EQ(vantik::detail::cleanFileName(row.Given, u"/home/someone"), row.Expected);
+    }
 }
 
 TEST(FileNames, WithoutAHomeFolderTheTildeStays) {

@@ -44,8 +44,8 @@ TEST_F(BadInput, IsRefusedAndTheOpenConnectionIsStillGood) {
 
 TEST_F(BadInput, UnknownClassesAndWrongInputsOfTheConstructor) {
     expectRefused([&] { host().create("vantik.internal.webservices.NoSuchClass"); }, "NoSuchClass");
-    expectRefused([&] { host().create(AdapterClass, {"yes"}); }, "HTTPConnectionAdapter");
-    expectRefused([&] { host().create(AdapterClass, {true, true}); }, "HTTPConnectionAdapter");
+    expectRefused([&] { host().create(kAdapterClass, {"yes"}); }, "HTTPConnectionAdapter");
+    expectRefused([&] { host().create(kAdapterClass, {true, true}); }, "HTTPConnectionAdapter");
     expectScopeUsable();
 }
 

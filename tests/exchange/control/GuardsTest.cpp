@@ -32,29 +32,29 @@ void PrintTo(const Row& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-constexpr const char* Stopped = "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)";
-constexpr const char* NoMemory = "VANTIK:webservices:ConnectionFailed(std::bad_alloc)";
-constexpr const char* OutOfRange = "VANTIK:webservices:ConnectionFailed(raised on the way)";
-constexpr const char* OfTheHost = "test:host:Unreadable(x.bin)";
+constexpr const char* kStopped = "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)";
+constexpr const char* kNoMemory = "VANTIK:webservices:ConnectionFailed(std::bad_alloc)";
+constexpr const char* kOutOfRange = "VANTIK:webservices:ConnectionFailed(raised on the way)";
+constexpr const char* kOfTheHost = "test:host:Unreadable(x.bin)";
 
 // clang-format off
-const Row Rows[] = {
-    {"InterruptWhileSending",                   "getDataInternal", true,  Raised::Interrupt,   Stopped,     0},
-    {"InterruptWhileSendingInTheOlderMode",     "getDataInternal", false, Raised::Interrupt,   Stopped,     0},
-    {"HostFailureWhileSending",                 "getDataInternal", true,  Raised::HostFailure, OfTheHost,   0},
-    {"MemoryWhileSending",                      "getDataInternal", true,  Raised::Memory,      NoMemory,    0},
-    {"MemoryWhileSendingInTheOlderMode",        "getDataInternal", false, Raised::Memory,      NoMemory,    0},
-    {"StandardWhileSending",                    "getDataInternal", true,  Raised::Standard,    OutOfRange,  0},
+const Row kRows[] = {
+    {"InterruptWhileSending",                   "getDataInternal", true,  Raised::Interrupt,   kStopped,     0},
+    {"InterruptWhileSendingInTheOlderMode",     "getDataInternal", false, Raised::Interrupt,   kStopped,     0},
+    {"HostFailureWhileSending",                 "getDataInternal", true,  Raised::HostFailure, kOfTheHost,   0},
+    {"MemoryWhileSending",                      "getDataInternal", true,  Raised::Memory,      kNoMemory,    0},
+    {"MemoryWhileSendingInTheOlderMode",        "getDataInternal", false, Raised::Memory,      kNoMemory,    0},
+    {"StandardWhileSending",                    "getDataInternal", true,  Raised::Standard,    kOutOfRange,  0},
     {"InterruptWhileCopying",                   "putDataInternal", true,  Raised::Interrupt,   "interrupt", 200},
     {"InterruptWhileCopyingInTheOlderMode",     "putDataInternal", false, Raised::Interrupt,   "interrupt", 200},
-    {"HostFailureWhileCopying",                 "putDataInternal", true,  Raised::HostFailure, OfTheHost,   200},
-    {"HostFailureWhileCopyingInTheOlderMode",   "putDataInternal", false, Raised::HostFailure, OfTheHost,   200},
-    {"MemoryWhileCopying",                      "putDataInternal", true,  Raised::Memory,      NoMemory,    200},
-    {"MemoryWhileCopyingInTheOlderMode",        "putDataInternal", false, Raised::Memory,      NoMemory,    400},
-    {"StandardWhileCopying",                    "putDataInternal", true,  Raised::Standard,    OutOfRange,  200},
-    {"StandardWhileCopyingInTheOlderMode",      "putDataInternal", false, Raised::Standard,    OutOfRange,  400},
-    {"MemoryBeforeTheCopyInTheOlderMode",       "startInternal",   false, Raised::Memory,      NoMemory,    400},
-    {"StandardInAReportInTheOlderMode",         "update",          false, Raised::Standard,    OutOfRange,  400},
+    {"HostFailureWhileCopying",                 "putDataInternal", true,  Raised::HostFailure, kOfTheHost,   200},
+    {"HostFailureWhileCopyingInTheOlderMode",   "putDataInternal", false, Raised::HostFailure, kOfTheHost,   200},
+    {"MemoryWhileCopying",                      "putDataInternal", true,  Raised::Memory,      kNoMemory,    200},
+    {"MemoryWhileCopyingInTheOlderMode",        "putDataInternal", false, Raised::Memory,      kNoMemory,    400},
+    {"StandardWhileCopying",                    "putDataInternal", true,  Raised::Standard,    kOutOfRange,  200},
+    {"StandardWhileCopyingInTheOlderMode",      "putDataInternal", false, Raised::Standard,    kOutOfRange,  400},
+    {"MemoryBeforeTheCopyInTheOlderMode",       "startInternal",   false, Raised::Memory,      kNoMemory,    400},
+    {"StandardInAReportInTheOlderMode",         "update",          false, Raised::Standard,    kOutOfRange,  400},
 };
 // clang-format on
 
@@ -121,7 +121,7 @@ TEST_P(Guards, SortWhatIsRaised) {
     expectScopeUsable(connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Guards, ::testing::ValuesIn(Rows),
+INSTANTIATE_TEST_SUITE_P(kRows, Guards, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 } // namespace

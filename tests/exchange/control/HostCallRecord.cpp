@@ -5,10 +5,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <dlfcn.h>
 #include <stdexcept>
 #include <utility>
-
-#include <dlfcn.h>
 
 namespace testsupport {
 

@@ -19,9 +19,9 @@ using Texts = std::vector<std::string>;
 
 // The provider and the consumer are addressed by the name of their base class on behalf of the system, the reporter by
 // its own class on behalf of the public.
-constexpr const char* ProviderStart = "system vantik.net.http.io.ContentProvider.startInternal(<provider>) -> 0";
-constexpr const char* ConsumerStart = "system vantik.net.http.io.ContentConsumer.startInternal(<consumer>) -> 1";
-constexpr const char* ConsumerClose = "system vantik.net.http.io.ContentConsumer.closeInternal(<consumer>) -> 0";
+constexpr const char* kProviderStart = "system vantik.net.http.io.ContentProvider.startInternal(<provider>) -> 0";
+constexpr const char* kConsumerStart = "system vantik.net.http.io.ContentConsumer.startInternal(<consumer>) -> 1";
+constexpr const char* kConsumerClose = "system vantik.net.http.io.ContentConsumer.closeInternal(<consumer>) -> 0";
 
 class HostCalls : public HostFixture {
 protected:
@@ -100,7 +100,7 @@ TEST_F(HostCalls, UploadThatIsRewoundAfterItsEnd) {
     failureOf([&] { receiveBytes(connection); });
     const std::string get =
         "system vantik.net.http.io.ContentProvider.getDataInternal(<provider>, uint64 1x1: 16384) -> 1";
-    EXPECT_THAT(Calls.lines(), ElementsAre(ProviderStart, get, get, ProviderStart));
+    EXPECT_THAT(Calls.lines(), ElementsAre(kProviderStart, get, get, kProviderStart));
     expectScopeUsable(connection);
 }
 
@@ -131,7 +131,7 @@ TEST_F(HostCalls, DownloadWithoutContentStartsAndClosesTheConsumer) {
     ScriptedServer& server = serve({step::expectHead(), step::send("HTTP/1.1 204 No Content\r\n\r\n")});
     const Object connection = openDownload(server.url("/"));
     EXPECT_EQ(receiveBytes(connection), "");
-    EXPECT_THAT(Calls.lines(), ElementsAre(ConsumerStart, ConsumerClose));
+    EXPECT_THAT(Calls.lines(), ElementsAre(kConsumerStart, kConsumerClose));
     expectScopeUsable(connection);
 }
 

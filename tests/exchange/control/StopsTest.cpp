@@ -35,52 +35,52 @@ void PrintTo(const Row& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-constexpr const char* ProviderStart = "system vantik.net.http.io.ContentProvider.startInternal(<provider>) -> 0";
-constexpr const char* ProviderGet =
+constexpr const char* kProviderStart = "system vantik.net.http.io.ContentProvider.startInternal(<provider>) -> 0";
+constexpr const char* kProviderGet =
     "system vantik.net.http.io.ContentProvider.getDataInternal(<provider>, uint64 1x1) -> 1";
-constexpr const char* ConsumerStart = "system vantik.net.http.io.ContentConsumer.startInternal(<consumer>) -> 1";
-constexpr const char* ConsumerPut =
+constexpr const char* kConsumerStart = "system vantik.net.http.io.ContentConsumer.startInternal(<consumer>) -> 1";
+constexpr const char* kConsumerPut =
     "system vantik.net.http.io.ContentConsumer.putDataInternal(<consumer>, uint8 10x1) -> 1";
-constexpr const char* ConsumerInterrupt =
+constexpr const char* kConsumerInterrupt =
     "system vantik.net.http.io.ContentConsumer.interruptInternal(<consumer>) -> 0";
-constexpr const char* ConsumerClose = "system vantik.net.http.io.ContentConsumer.closeInternal(<consumer>) -> 0";
-constexpr const char* Update = "public <reporter>.update(<reporter>, uint64 1x1) -> 1";
+constexpr const char* kConsumerClose = "system vantik.net.http.io.ContentConsumer.closeInternal(<consumer>) -> 0";
+constexpr const char* kUpdate = "public <reporter>.update(<reporter>, uint64 1x1) -> 1";
 
-constexpr const char* Failed = "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)";
+constexpr const char* kFailed = "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)";
 
 std::vector<Row> rows() {
     return {
         // The provider is told nothing, and the consumer has not been started.
-        {"HostInterruptWhileSending", Stop::HostInterrupt, Stage::Send, {ProviderStart, ProviderGet}, Failed, "0x1"},
+        {"HostInterruptWhileSending", Stop::HostInterrupt, Stage::Send, {kProviderStart, kProviderGet}, kFailed, "0x1"},
         {"HostInterruptWhileReceiving",
          Stop::HostInterrupt,
          Stage::Receive,
-         {ProviderStart, ProviderGet, ConsumerStart, ConsumerPut, Update, ConsumerInterrupt, ConsumerClose},
+         {kProviderStart, kProviderGet, kConsumerStart, kConsumerPut, kUpdate, kConsumerInterrupt, kConsumerClose},
          "interrupt by the host",
          "10x1"},
         {"ReporterSaysStopWhileSending",
          Stop::ReporterSaysStop,
          Stage::Send,
-         {ProviderStart, ProviderGet, Update},
-         Failed,
+         {kProviderStart, kProviderGet, kUpdate},
+         kFailed,
          "0x1"},
         // Only an interrupt of the host's own is told to the consumer.
         {"ReporterSaysStopWhileReceiving",
          Stop::ReporterSaysStop,
          Stage::Receive,
-         {ProviderStart, ProviderGet, ConsumerStart, ConsumerPut, Update, ConsumerClose},
+         {kProviderStart, kProviderGet, kConsumerStart, kConsumerPut, kUpdate, kConsumerClose},
          "interrupt by the program",
          "10x1"},
         {"ConsumerAborts",
          Stop::ConsumerAborts,
          Stage::Receive,
-         {ProviderStart, ProviderGet, ConsumerStart, ConsumerPut, ConsumerClose},
+         {kProviderStart, kProviderGet, kConsumerStart, kConsumerPut, kConsumerClose},
          "VANTIK:webservices:OperationTerminatedByConsumer(<url>)",
          "10x1"},
         {"ConsumerTakesLess",
          Stop::ConsumerTakesLess,
          Stage::Receive,
-         {ProviderStart, ProviderGet, ConsumerStart, ConsumerPut, Update, ConsumerClose},
+         {kProviderStart, kProviderGet, kConsumerStart, kConsumerPut, kUpdate, kConsumerClose},
          "nothing",
          nullptr},
     };

@@ -15,7 +15,7 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-constexpr double Unlimited = std::numeric_limits<double>::infinity();
+constexpr double kUnlimited = std::numeric_limits<double>::infinity();
 
 class Timeouts : public HostFixture {
 protected:
@@ -50,20 +50,20 @@ struct SilenceRow {
     const char* Option;
 };
 
-const SilenceRow SilenceRows[] = {
+const SilenceRow kSilenceRows[] = {
     {true, {5000, 200}, "0.200", "HTTPOptions.ResponseTimeout"},
     {false, {5000, 200}, "0.200", "weboptions.Timeout"},
     {true, {5000, 200, 200}, "0.200", "HTTPOptions.ResponseTimeout"}, // a tie goes to the response
     {true, {5000, 60000, 150}, "0.150", "HTTPOptions.DataTimeout"},   // the shorter one governs
-    {true, {5000, Unlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
+    {true, {5000, kUnlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {false, {5000, 60000, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {true, {5000, 150, 60000}, "0.150", "HTTPOptions.ResponseTimeout"},
-    {true, {5000, -Unlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
-    {true, {5000, 150, -Unlimited}, "0.150", "HTTPOptions.ResponseTimeout"},
+    {true, {5000, -kUnlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
+    {true, {5000, 150, -kUnlimited}, "0.150", "HTTPOptions.ResponseTimeout"},
 };
 
 TEST_F(Timeouts, SilentServerOnAFreshConnection) {
-    for (const SilenceRow& row : SilenceRows) {
+    for (const SilenceRow& row : kSilenceRows) {
         ScriptedServer& server = serve({step::expectHead(), step::awaitPeerEnd()});
         const Object connection = openWithTimeouts(server.url("/"), Array::doubles(row.Limits), row.OptionsMode);
         EXPECT_EQ(timeoutOf([&] { receiveBytes(connection); }), (Texts{server.url("/"), row.Seconds, row.Option}));
@@ -74,7 +74,7 @@ TEST_F(Timeouts, SilentServerOnAFreshConnection) {
 // The time of connecting reads as zero for the whole of a transfer on a connection that is used again; the limits hold
 // all the same.
 TEST_F(Timeouts, SilentServerOnAReusedConnection) {
-    for (const SilenceRow& row : SilenceRows) {
+    for (const SilenceRow& row : kSilenceRows) {
         ScriptedServer& server =
             serve({step::expectHead(), step::send(response("first")), step::expectHead(), step::awaitPeerEnd()});
         const Object connection = openWithTimeouts(server.url("/"), Array::doubles({60000}), row.OptionsMode);
@@ -187,20 +187,20 @@ TEST_F(Timeouts, ResponseTimeoutDoesNotCountWhileConnecting) {
 TEST_F(Timeouts, ShortArrayResetsTheLaterLimits) {
     const Object connection = makeAdapter();
     EXPECT_EQ(connection.get("TimeoutInMilliseconds").doubles(),
-              (std::vector<double>{5000, Unlimited, Unlimited, Unlimited}));
+              (std::vector<double>{5000, kUnlimited, kUnlimited, kUnlimited}));
     connection.set("TimeoutInMilliseconds", Array::doubles({1, 2, 3, 4, 5}));
     const Array four = connection.get("TimeoutInMilliseconds");
     EXPECT_EQ(four.doubles(), (std::vector<double>{1, 2, 3, 4}));
     EXPECT_EQ(four.dimensions(), (std::vector<std::size_t>{1, 4}));
     connection.set("TimeoutInMilliseconds", Array::doubles({3000}));
     EXPECT_EQ(connection.get("TimeoutInMilliseconds").doubles(),
-              (std::vector<double>{3000, Unlimited, Unlimited, Unlimited}));
+              (std::vector<double>{3000, kUnlimited, kUnlimited, kUnlimited}));
     connection.set("TimeoutInMilliseconds", Array());
     EXPECT_EQ(connection.get("TimeoutInMilliseconds").doubles()[0], 3000.0);
 }
 
 TEST_F(Timeouts, OutOfRangeLimitsOfConnectingAreBounded) {
-    for (const double limit : {1e12, -1e12, Unlimited, -Unlimited, 2147483648.0}) {
+    for (const double limit : {1e12, -1e12, kUnlimited, -kUnlimited, 2147483648.0}) {
         ScriptedServer& server = serve({step::expectHead(), step::send(response("connected"))});
         const Object connection = openWithTimeouts(server.url("/"), Array::doubles({limit}));
         EXPECT_EQ(receiveBytes(connection), "connected") << limit;
@@ -210,8 +210,8 @@ TEST_F(Timeouts, OutOfRangeLimitsOfConnectingAreBounded) {
 
 TEST_F(Timeouts, InfinityOfEitherSignIsNoLimit) {
     for (const Array& limits :
-         {Array::doubles({-Unlimited}), Array::doubles({-Unlimited, -Unlimited, -Unlimited, -Unlimited}),
-          Array::doubles({60000, -Unlimited, 60000}), Array::doubles({60000, 60000, -Unlimited})}) {
+         {Array::doubles({-kUnlimited}), Array::doubles({-kUnlimited, -kUnlimited, -kUnlimited, -kUnlimited}),
+          Array::doubles({60000, -kUnlimited, 60000}), Array::doubles({60000, 60000, -kUnlimited})}) {
         ScriptedServer& server = serve({step::expectHead(), step::expectChunkedBody(),
                                         step::send("HTTP/1.1 200 OK\r\nContent-Length: 8\r\n\r\npart"),
                                         step::await("the rest"), step::send("rest")});

@@ -15,14 +15,14 @@ using vantik::Object;
 
 class Lifecycle : public HostFixture {};
 
-const std::string OnlyOne = "VANTIK:http:OnlyOneTransferAtATime()";
+const std::string kOnlyOne = "VANTIK:http:OnlyOneTransferAtATime()";
 
 TEST_F(Lifecycle, SecondObjectIsRefusedWhileOneIsOpen) {
     ScriptedServer& server = serve({step::expectHead(), step::send(response("first"))});
     const Object first = open(server.url("/"));
-    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), OnlyOne);
+    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne);
     EXPECT_EQ(receiveBytes(first), "first") << "the open connection is not touched";
-    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), OnlyOne) << "a finished transfer is still open";
+    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne) << "a finished transfer is still open";
     first.call("closeConnection");
     makeAdapter();
     expectScopeUsable();
@@ -38,7 +38,7 @@ TEST_F(Lifecycle, LoadingTheModuleAgainDoesNoHarm) {
 TEST_F(Lifecycle, DestructionClosesToo) {
     {
         const Object first = open("http://127.0.0.1:9/");
-        EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), OnlyOne);
+        EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne);
     }
     makeAdapter();
     expectScopeUsable();
@@ -169,7 +169,7 @@ TEST_F(Lifecycle, ScopesOnSeveralThreadsDoNotMeet) {
         threads.emplace_back([url = server.url("/")] {
             vantik::Host own;
             own.load(modulePath());
-            const Object connection = own.create(AdapterClass, {true});
+            const Object connection = own.create(kAdapterClass, {true});
             connection.set("URL", url);
             for (const char* expected : {"one", "two"}) {
                 connection.call("openConnection");

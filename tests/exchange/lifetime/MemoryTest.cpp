@@ -2,15 +2,13 @@
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/host/ScriptedObjects.h"
 #include "tests/support/server/WireText.h"
-
 #include "vantik/HostClass.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <set>
-
 #include <malloc.h>
+#include <set>
 
 namespace {
 
@@ -18,9 +16,9 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-constexpr std::size_t Length = 48'000'000;
+constexpr std::size_t kLength = 48'000'000;
 // libcurl is paused once half a megabyte waits, and the buffer for it doubles as it grows. Far less than the content.
-constexpr std::size_t Tolerated = 8'000'000;
+constexpr std::size_t kTolerated = 8'000'000;
 
 // What the pumps hold at each call into a host object. Under AddressSanitizer the heap reads as empty; then the arrays
 // alone are compared.
@@ -34,7 +32,7 @@ public:
     void expectSteady(std::size_t leastCalls) const {
         ASSERT_GE(Bytes.size(), leastCalls);
         const std::size_t early = *std::max_element(Bytes.begin(), Bytes.begin() + 10);
-        EXPECT_LE(*std::max_element(Bytes.begin(), Bytes.end()), early + Tolerated);
+        EXPECT_LE(*std::max_element(Bytes.begin(), Bytes.end()), early + kTolerated);
         EXPECT_LE(*Arrays.rbegin() - *Arrays.begin(), 2U) << "arrays pile up";
     }
 
@@ -46,7 +44,7 @@ private:
 class Memory : public HostFixture {};
 
 TEST_F(Memory, OfADownloadIsSteady) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(std::string(Length, 'x')))});
+    ScriptedServer& server = serve({step::expectHead(), step::send(response(std::string(kLength, 'x')))});
     Usage usage;
     std::size_t received = 0;
     const Object consumer =
@@ -58,14 +56,14 @@ TEST_F(Memory, OfADownloadIsSteady) {
     const Object connection = open(server.url("/"));
     connection.set("Consumer", consumer);
     connection.call("copyContentToByteArray", {false});
-    EXPECT_EQ(received, Length);
-    usage.expectSteady(Length / 16384);
+    EXPECT_EQ(received, kLength);
+    usage.expectSteady(kLength / 16384);
     expectScopeUsable(connection);
 }
 
 TEST_F(Memory, OfAnUploadIsSteady) {
     ScriptedServer& server =
-        serve({step::expectHead(), step::continueIfExpected(), step::discard(Length), step::send(response("taken"))});
+        serve({step::expectHead(), step::continueIfExpected(), step::discard(kLength), step::send(response("taken"))});
     Usage usage;
     std::size_t given = 0;
     const std::string block(100000, 'x');
@@ -74,7 +72,7 @@ TEST_F(Memory, OfAnUploadIsSteady) {
                                       .read =
                                           [&](std::uint64_t wanted) {
                                               usage.note();
-                                              const std::size_t length = std::min<std::size_t>(wanted, Length - given);
+                                              const std::size_t length = std::min<std::size_t>(wanted, kLength - given);
                                               given += length;
                                               return Array::bytes(std::string_view(block).substr(0, length));
                                           }});
@@ -82,9 +80,9 @@ TEST_F(Memory, OfAnUploadIsSteady) {
     connection.set("RequestMethod", "PUT");
     connection.set("Provider", provider);
     connection.set("ProviderBufferSize", std::uint64_t{block.size()});
-    connection.call("setRequestProperty", {"Content-Length", std::to_string(Length)});
+    connection.call("setRequestProperty", {"Content-Length", std::to_string(kLength)});
     EXPECT_EQ(receiveBytes(connection), "taken");
-    usage.expectSteady(Length / block.size());
+    usage.expectSteady(kLength / block.size());
     expectScopeUsable(connection);
 }
 

@@ -31,9 +31,9 @@ enum class Place {
     ReceiveReport,
     ConsumerClose,
 };
-constexpr Place Places[] = {Place::ProviderStart, Place::SendReport,    Place::ProviderRead, Place::ConsumerStart,
+constexpr Place kPlaces[] = {Place::ProviderStart, Place::SendReport,    Place::ProviderRead, Place::ConsumerStart,
                             Place::ConsumerPut,   Place::ReceiveReport, Place::ConsumerClose};
-constexpr const char* PlaceNames[] = {"ProviderStart", "SendReport",    "ProviderRead", "ConsumerStart",
+constexpr const char* kPlaceNames[] = {"ProviderStart", "SendReport",    "ProviderRead", "ConsumerStart",
                                       "ConsumerPut",   "ReceiveReport", "ConsumerClose"};
 
 class WithAnother : public TransferFixture {
@@ -153,10 +153,10 @@ void PrintTo(const Member& member, std::ostream* stream) { // for GoogleTest
     *stream << member.Name;
 }
 
-constexpr const char* Sending = "Sending the request"; // refused as long as nothing has been sent
+constexpr const char* kSending = "Sending the request"; // refused as long as nothing has been sent
 
 // clang-format off
-const Member Members[] = {
+const Member kMembers[] = {
     {"openConnection", "Opening the connection", [](const Object& connection, const std::string&) { connection.call("openConnection"); }},
     {"openProxyConnection", "Opening the connection", [](const Object& connection, const std::string&) { connection.call("openProxyConnection", {Array::structure({{"Host", ""}, {"Port", Array()}})}); }},
     {"closeConnection", "Closing the connection", [](const Object& connection, const std::string&) { connection.call("closeConnection"); }},
@@ -164,11 +164,11 @@ const Member Members[] = {
     {"copyContentToConsumer", "Copying the content", [](const Object& connection, const std::string&) { connection.call("copyContentToByteArray", {false}); }},
     {"copyContentToFile", "Copying the content", [](const Object& connection, const std::string& file) { connection.call("copyContentToFile", {file}); }},
     {"RequestMethod", "Setting the request method", [](const Object& connection, const std::string&) { connection.set("RequestMethod", "DELETE"); }},
-    {"ResponseCode", Sending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ResponseCode").number(), 200.0); }},
-    {"ContentType", Sending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentType").text(), ""); }},
-    {"ContentEncoding", Sending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentEncoding").text(), ""); }},
-    {"RedirectURL", Sending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("RedirectURL").text(), ""); }},
-    {"getStatusLine", Sending, [](const Object& connection, const std::string&) { EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), (Texts{"HTTP/1.1", "200", "OK"})); }},
+    {"ResponseCode", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ResponseCode").number(), 200.0); }},
+    {"ContentType", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentType").text(), ""); }},
+    {"ContentEncoding", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentEncoding").text(), ""); }},
+    {"RedirectURL", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("RedirectURL").text(), ""); }},
+    {"getStatusLine", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), (Texts{"HTTP/1.1", "200", "OK"})); }},
     {"getRequestLine", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(resultTexts(connection, "getRequestLine", 3), (Texts{"PUT", "/", "HTTP/1.1"})); }},
     {"getRequestMethod", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.call("getRequestMethod").text(), "PUT"); }},
     {"properties", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("RequestMethod").text(), "PUT"); connection.get("ResponsePayload"); connection.get("Sent"); connection.get("Provider"); }},
@@ -176,10 +176,10 @@ const Member Members[] = {
     {"settings", nullptr, [](const Object& connection, const std::string&) { connection.set("Payload", Array::bytes(std::string_view("x"))); connection.set("Username", "me"); connection.set("URL", "http://127.0.0.1:9/"); connection.call("setRequestProperty", {"X-Late", "1"}); }},
 };
 // clang-format on
-const Member* const FirstReading = std::begin(Members) + 7; // those before it are refused at any time
+const Member* const kFirstReading = std::begin(kMembers) + 7; // those before it are refused at any time
 
 std::string refusalOf(const Member& member, bool beforeTheSend) {
-    const bool refused = member.Refused != nullptr && (member.Refused != Sending || beforeTheSend);
+    const bool refused = member.Refused != nullptr && (member.Refused != kSending || beforeTheSend);
     return refused ? std::string("VANTIK:webservices:InternalError(") + member.Refused +
                          " is not possible from within the transfer that runs. Wait until it has ended.)"
                    : "nothing";
@@ -201,9 +201,9 @@ TEST_P(NestedCall, LeavesTheRunningTransferWhole) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NestedCall,
-                         ::testing::Combine(::testing::ValuesIn(Places), ::testing::ValuesIn(Members)),
+                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kMembers)),
                          [](const auto& info) {
-                             return std::string(PlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
+                             return std::string(kPlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
                                     std::get<1>(info.param).Name;
                          });
 
@@ -216,14 +216,14 @@ TEST_P(NestedFailure, ReachesTheCaller) {
     EXPECT_EQ(outcomeOf([&] { receiveBytes(Connection); }),
               "VANTIK:webservices:InternalError(Closing the connection is not possible from within the transfer that "
               "runs. Wait until it has ended.)");
-    EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), OnlyOneTransfer) << "it was not closed";
+    EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), kOnlyOneTransfer) << "it was not closed";
     expectUsable();
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NestedFailure,
                          ::testing::Values(Place::ProviderStart, Place::ProviderRead, Place::SendReport,
                                            Place::ConsumerStart, Place::ConsumerPut, Place::ReceiveReport),
-                         [](const auto& info) { return std::string(PlaceNames[static_cast<int>(info.param)]); });
+                         [](const auto& info) { return std::string(kPlaceNames[static_cast<int>(info.param)]); });
 
 // What is done with another object of the scope, and what is seen of it.
 struct Act {
@@ -237,10 +237,10 @@ void PrintTo(const Act& act, std::ostream* stream) {
 }
 
 // clang-format off
-const Act Acts[] = {
+const Act kActs[] = {
     {"Destroy", "nothing", [](Object& other) { other = Object(); }},
     {"Close", "nothing", [](Object& other) { other.call("closeConnection"); }},
-    {"Open", OnlyOneTransfer, [](Object& other) { other.call("openConnection"); }},
+    {"Open", kOnlyOneTransfer, [](Object& other) { other.call("openConnection"); }},
     {"Copy", "nothing", [](Object& other) { EXPECT_EQ(receiveBytes(other), ""); }},
     {"ReadStatus", "nothing", [](Object& other) { EXPECT_EQ(other.get("ResponseCode").number(), 202.0); }},
     {"SetMethod", "nothing", [](Object& other) { other.set("RequestMethod", "DELETE"); }},
@@ -262,9 +262,9 @@ TEST_P(CallOfAnother, LeavesTheRunningTransferWhole) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, CallOfAnother,
-                         ::testing::Combine(::testing::ValuesIn(Places), ::testing::ValuesIn(Acts)),
+                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kActs)),
                          [](const auto& info) {
-                             return std::string(PlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
+                             return std::string(kPlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
                                     std::get<1>(info.param).Name;
                          });
 
@@ -275,7 +275,7 @@ TEST_P(NestedLife, CannotBeginForAnotherObject) {
     runAt(GetParam(), [&] { outcome = outcomeOf([&] { makeAdapter(); }); });
     openUpload();
     expectWhole();
-    EXPECT_EQ(outcome, OnlyOneTransfer);
+    EXPECT_EQ(outcome, kOnlyOneTransfer);
     expectUsable();
 }
 
@@ -290,8 +290,8 @@ TEST_P(NestedLife, EndsAfterTheTransfer) {
     expectScopeUsable();
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NestedLife, ::testing::ValuesIn(Places),
-                         [](const auto& info) { return std::string(PlaceNames[static_cast<int>(info.param)]); });
+INSTANTIATE_TEST_SUITE_P(Rows, NestedLife, ::testing::ValuesIn(kPlaces),
+                         [](const auto& info) { return std::string(kPlaceNames[static_cast<int>(info.param)]); });
 
 // A rewind calls the provider inside libcurl's own call, where nothing may touch the handles.
 class NestedRewind : public WithAnother {
@@ -299,7 +299,7 @@ protected:
     void expectTakenAfter(const std::function<void(const Object& connection, Object& other)>& action) {
         Object other = makeOther();
         ScriptedServer& server =
-            serve({{step::expectHead(), step::expectBody(2000), step::send(Challenge), step::signal("challenged"),
+            serve({{step::expectHead(), step::expectBody(2000), step::send(kChallenge), step::signal("challenged"),
                     step::awaitPeerEnd()},
                    {step::expectHead(), step::expectChunkedBody(), step::send(response("taken"))}});
         const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(10'000));
@@ -343,7 +343,7 @@ TEST_P(CallOfARewind, LeavesTheTransferWhole) {
     EXPECT_EQ(readFile(file), "older");
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CallOfARewind, ::testing::ValuesIn(std::begin(Members), FirstReading),
+INSTANTIATE_TEST_SUITE_P(Rows, CallOfARewind, ::testing::ValuesIn(std::begin(kMembers), kFirstReading),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 class ActOfARewind : public NestedRewind, public ::testing::WithParamInterface<Act> {};
@@ -354,7 +354,7 @@ TEST_P(ActOfARewind, LeavesTheTransferWhole) {
     EXPECT_EQ(outcome, GetParam().Outcome);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ActOfARewind, ::testing::ValuesIn(Acts),
+INSTANTIATE_TEST_SUITE_P(Rows, ActOfARewind, ::testing::ValuesIn(kActs),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 } // namespace

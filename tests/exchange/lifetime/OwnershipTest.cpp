@@ -20,11 +20,11 @@ using vantik::Object;
 
 using Texts = std::vector<std::string>;
 
-const std::string Login = "Basic YjpzZWNyZXQ="; // b:secret
+const std::string kLogin = "Basic YjpzZWNyZXQ="; // b:secret
 
 // How far the exchange of the open object has come.
 enum class Stage { Opened, StatusRead, Copied };
-constexpr const char* StageNames[] = {"Opened", "StatusRead", "Copied"};
+constexpr const char* kStageNames[] = {"Opened", "StatusRead", "Copied"};
 
 // An object b with a login that is open on a server of its own. The second half of its content comes once the test
 // lets it.
@@ -59,9 +59,9 @@ protected:
         }
         EXPECT_EQ(b.get("ResponseCode").number(), 200.0);
         EXPECT_EQ(Server.record().Received,
-                  "GET /b HTTP/1.1\r\nHost: " + Server.authority() + "\r\nAuthorization: " + Login + "\r\n\r\n");
+                  "GET /b HTTP/1.1\r\nHost: " + Server.authority() + "\r\nAuthorization: " + kLogin + "\r\n\r\n");
         EXPECT_EQ(Server.connectionCount(), 1U);
-        EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), OnlyOneTransfer) << "b is still open";
+        EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), kOnlyOneTransfer) << "b is still open";
         b.call("closeConnection");
         b.call("openConnection");
         EXPECT_EQ(receiveBytes(b), "next");
@@ -89,7 +89,7 @@ TEST_P(OpenOfAnother, IsRefusedAndTouchesNothing) {
             a.call("openConnection");
         }
     };
-    EXPECT_EQ(outcomeOf(openOther), OnlyOneTransfer);
+    EXPECT_EQ(outcomeOf(openOther), kOnlyOneTransfer);
     expectWhole(stage, b);
     EXPECT_EQ(receiveBytes(a), "") << "a is not open";
     EXPECT_EQ(other.connectionCount(), 0U) << other.record().Received;
@@ -102,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, OpenOfAnother,
                          ::testing::Combine(::testing::Values(Stage::Opened, Stage::StatusRead, Stage::Copied),
                                             ::testing::Bool()),
                          [](const auto& info) {
-                             return std::string(StageNames[static_cast<int>(std::get<0>(info.param))]) +
+                             return std::string(kStageNames[static_cast<int>(std::get<0>(info.param))]) +
                                     (std::get<1>(info.param) ? "ByProxy" : "");
                          });
 
@@ -111,7 +111,7 @@ struct Past {
     const char* Name;
     double Status; // that a shows then
 };
-const Past Pasts[] = {{"Fresh", 0}, {"OpenedAndClosed", 0}, {"ClosedInTheMiddle", 202}, {"Copied", 202}};
+const Past kPasts[] = {{"Fresh", 0}, {"OpenedAndClosed", 0}, {"ClosedInTheMiddle", 202}, {"Copied", 202}};
 
 void PrintTo(const Past& past, std::ostream* stream) { // for GoogleTest
     *stream << past.Name;
@@ -124,7 +124,7 @@ struct Action {
     void (*Run)(Object& a, double status);
 };
 // clang-format off
-const Action Actions[] = {
+const Action kActions[] = {
     {"Close", "nothing", [](Object& a, double) { a.call("closeConnection"); }},
     {"Destroy", "nothing", [](Object& a, double) { a = Object(); }},
     {"CloseAndDestroy", "nothing", [](Object& a, double) { a.call("closeConnection"); a = Object(); }},
@@ -179,11 +179,11 @@ TEST_P(ActionOnAnother, ChangesNothingForTheOpenOne) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ActionOnAnother,
-                         ::testing::Combine(::testing::ValuesIn(Pasts), ::testing::ValuesIn(Actions),
+                         ::testing::Combine(::testing::ValuesIn(kPasts), ::testing::ValuesIn(kActions),
                                             ::testing::Values(Stage::Opened, Stage::StatusRead)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).Name) + "_" + std::get<1>(info.param).Name +
-                                    "_" + StageNames[static_cast<int>(std::get<2>(info.param))];
+                                    "_" + kStageNames[static_cast<int>(std::get<2>(info.param))];
                          });
 
 class Turns : public TransferFixture {};
@@ -268,8 +268,8 @@ TEST_F(FreshObject, GivesItsMethodToNobody) {
             vantik::Host own;
             own.load(modulePath());
             ScriptedServer& server = serve({step::expectHead(), step::send(response("whole"))});
-            Object other = own.create(AdapterClass, {true});
-            const Object connection = own.create(AdapterClass, {true});
+            Object other = own.create(kAdapterClass, {true});
+            const Object connection = own.create(kAdapterClass, {true});
             connection.set("URL", server.url("/"));
             other.set("RequestMethod", method);
             if (dropped) {
@@ -390,7 +390,7 @@ TEST_P(ReopenWithoutACopy, LeavesNothingToCopyUntilTheClose) {
     openIt();
     connection.get(row.Read);
     openIt();
-    expectCopyRefused(connection, OpenedAgain);
+    expectCopyRefused(connection, kOpenedAgain);
     EXPECT_EQ(server.connectionCount(), 1U);
     EXPECT_EQ(server.record().Heads.size(), 1U);
     connection.call("closeConnection");

@@ -58,7 +58,7 @@ TEST_F(Authentication, CredentialsAreEncodedAsWindows1252) {
 
 TEST_F(Authentication, ChallengeIsAnsweredWithinOneTransfer) {
     ScriptedServer& server =
-        serve({step::expectHead(), step::send(Challenge), step::expectHead(), step::send(response("welcome"))});
+        serve({step::expectHead(), step::send(kChallenge), step::expectHead(), step::send(response("welcome"))});
     const Object connection = open(server.url("/"));
     setCredentials(connection, {"Digest"});
     EXPECT_EQ(receiveBytes(connection), "welcome");
@@ -114,7 +114,7 @@ TEST_F(Authentication, PostDataIsSentAgainBehindAChallenge) {
 TEST_F(Authentication, ProviderWithDigestAloneSendsItsContentOnce) {
     const std::string body = patternedBytes(50000);
     ScriptedServer& server =
-        serve({step::expectHead(), step::send(Challenge), step::expectHead(), step::continueIfExpected(),
+        serve({step::expectHead(), step::send(kChallenge), step::expectHead(), step::continueIfExpected(),
                step::expectChunkedBody(), step::send(response("taken"))});
     const ScriptedProvider provider = makeScriptedProvider(host(), body);
     const Object connection = open(server.url("/"));

@@ -9,7 +9,7 @@
 
 namespace testsupport {
 
-inline const std::string Challenge = response(
+inline const std::string kChallenge = response(
     "", {"WWW-Authenticate: Digest realm=\"r\", nonce=\"abc\", qop=\"auth\", algorithm=MD5"}, "401 Unauthorized");
 
 // libcurl may close the connection after the challenge, since content was sent on it, or go on using it. The steps of
@@ -18,7 +18,7 @@ inline std::vector<Script> challengedUpload(const Step& content, const Script& b
     const Script answered{step::expectHead(), step::continueIfExpected(), content, step::send(response("taken"))};
     Script challenged{step::expectHead(), step::continueIfExpected(), content};
     challenged.insert(challenged.end(), beforeTheChallenge.begin(), beforeTheChallenge.end());
-    challenged.push_back(step::send(Challenge));
+    challenged.push_back(step::send(kChallenge));
     challenged.insert(challenged.end(), answered.begin(), answered.end());
     return {challenged, answered};
 }

@@ -24,8 +24,8 @@ using Texts = std::vector<std::string>;
 
 enum class Source { Memory, Provider };
 enum class After { Kept, Replaced, Cleared };
-constexpr const char* SourceNames[] = {"Memory", "Provider"};
-constexpr const char* AfterNames[] = {"Kept", "Replaced", "Cleared"};
+constexpr const char* kSourceNames[] = {"Memory", "Provider"};
+constexpr const char* kAfterNames[] = {"Kept", "Replaced", "Cleared"};
 
 class Upload : public TransferFixture {
 protected:
@@ -70,9 +70,9 @@ protected:
     }
     // No copy gives anything, and of the second request no content came to a good end.
     void expectBrokenOff(const Object& connection, const ScriptedServer& server, const std::string& content) {
-        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), UploadBroken);
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kUploadBroken);
         EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing");
-        expectCopyRefused(connection, UploadBroken);
+        expectCopyRefused(connection, kUploadBroken);
         connection.call("closeConnection");
         connection.call("closeAllConnections");
         server.waitUntilAllEnded();
@@ -106,16 +106,16 @@ void PrintTo(const StopRow& row, std::ostream* stream) { // for GoogleTest
     *stream << row.Name;
 }
 
-constexpr const char* Failed = "VANTIK:webservices:ConnectionFailed";
-constexpr const char* TimedOut = "VANTIK:webservices:Timeout";
+constexpr const char* kFailed = "VANTIK:webservices:ConnectionFailed";
+constexpr const char* kTimedOut = "VANTIK:webservices:Timeout";
 
-const StopRow StopRows[] = {
-    {"MemoryInterrupted", Source::Memory, Stop::HostInterrupt, Failed},
-    {"MemoryStoppedByTheReporter", Source::Memory, Stop::ReporterSaysStop, Failed},
-    {"MemoryTimedOut", Source::Memory, Stop::Timeout, TimedOut},
-    {"ProviderInterrupted", Source::Provider, Stop::HostInterrupt, Failed},
-    {"ProviderStoppedByTheReporter", Source::Provider, Stop::ReporterSaysStop, Failed},
-    {"ProviderTimedOut", Source::Provider, Stop::Timeout, TimedOut},
+const StopRow kStopRows[] = {
+    {"MemoryInterrupted", Source::Memory, Stop::HostInterrupt, kFailed},
+    {"MemoryStoppedByTheReporter", Source::Memory, Stop::ReporterSaysStop, kFailed},
+    {"MemoryTimedOut", Source::Memory, Stop::Timeout, kTimedOut},
+    {"ProviderInterrupted", Source::Provider, Stop::HostInterrupt, kFailed},
+    {"ProviderStoppedByTheReporter", Source::Provider, Stop::ReporterSaysStop, kFailed},
+    {"ProviderTimedOut", Source::Provider, Stop::Timeout, kTimedOut},
     {"ProviderRaises", Source::Provider, Stop::ProviderRaises, "torn"},
 };
 
@@ -164,9 +164,9 @@ TEST_P(CutUpload, GetsNoGoodEndAndNoResponse) {
     connection.set("ProgressReporter", Array());
     change(connection, row.From, after);
     server.raise("the copy again");
-    expectCopyRefused(connection, UploadBroken);
+    expectCopyRefused(connection, kUploadBroken);
     EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing");
-    expectCopyRefused(connection, UploadBroken);
+    expectCopyRefused(connection, kUploadBroken);
 
     expectWholeUpload(connection, server, 1);
     const Record record = server.waitUntilDone(0);
@@ -176,11 +176,11 @@ TEST_P(CutUpload, GetsNoGoodEndAndNoResponse) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, CutUpload,
-                         ::testing::Combine(::testing::ValuesIn(StopRows),
+                         ::testing::Combine(::testing::ValuesIn(kStopRows),
                                             ::testing::Values(After::Kept, After::Replaced, After::Cleared)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).Name) + "_" +
-                                    AfterNames[static_cast<int>(std::get<1>(info.param))];
+                                    kAfterNames[static_cast<int>(std::get<1>(info.param))];
                          });
 
 struct EndRow {
@@ -291,7 +291,7 @@ TEST_P(SentUpload, IsTheOneThatWasSetWhateverIsSetMeanwhile) {
         setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
     }
     const std::string outcome = outcomeOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(outcome.substr(0, outcome.find('(')), Failed) << outcome;
+    EXPECT_EQ(outcome.substr(0, outcome.find('(')), kFailed) << outcome;
     change(connection, from, after);
     server.raise("the copy again");
     if (from == Source::Provider && challenged) {
@@ -309,8 +309,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, SentUpload,
                                             ::testing::Values(After::Kept, After::Replaced, After::Cleared),
                                             ::testing::Bool()),
                          [](const auto& info) {
-                             return std::string(SourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    AfterNames[static_cast<int>(std::get<1>(info.param))] +
+                             return std::string(kSourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
+                                    kAfterNames[static_cast<int>(std::get<1>(info.param))] +
                                     (std::get<2>(info.param) ? "_Challenged" : "");
                          });
 
@@ -350,8 +350,8 @@ INSTANTIATE_TEST_SUITE_P(Rows, ReplacedFromWithin,
                          ::testing::Combine(::testing::Values(Source::Memory, Source::Provider),
                                             ::testing::Values(After::Replaced, After::Cleared)),
                          [](const auto& info) {
-                             return std::string(SourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    AfterNames[static_cast<int>(std::get<1>(info.param))];
+                             return std::string(kSourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
+                                    kAfterNames[static_cast<int>(std::get<1>(info.param))];
                          });
 
 class Rewind : public Upload {};
@@ -359,7 +359,7 @@ class Rewind : public Upload {};
 // The last array is still on offer then, and is not to come before the content that begins anew.
 TEST_F(Rewind, InTheMiddleOfTheContentSendsItFromItsStart) {
     for (const std::uint64_t piece : {1000U, 16384U}) {
-        ScriptedServer& server = serve({{step::expectHead(), step::expectBody(2 * piece), step::send(Challenge),
+        ScriptedServer& server = serve({{step::expectHead(), step::expectBody(2 * piece), step::send(kChallenge),
                                          step::signal("challenged"), step::awaitPeerEnd()},
                                         Good});
         const std::string content = patternedBytes(10 * piece + 1);
@@ -386,7 +386,7 @@ TEST_F(Rewind, InTheMiddleOfTheContentSendsItFromItsStart) {
 TEST_F(Rewind, BeforeTheContentSendsItWhole) {
     const Script answered{step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(),
                           step::send(response("taken"))};
-    Script challenged{step::expectHead(), step::send(Challenge)};
+    Script challenged{step::expectHead(), step::send(kChallenge)};
     challenged.insert(challenged.end(), answered.begin(), answered.end());
     ScriptedServer& server = serve({challenged, answered});
     const std::string content = patternedBytes(100'000);

@@ -22,8 +22,8 @@ std::ostream& operator<<(std::ostream& stream, const Row& row) {
     return stream << row.Name;
 }
 
-const std::u16string Text = u"na\u00efve \u20ac";
-const std::string Utf8 = "na\xc3\xafve \xe2\x82\xac";
+const std::u16string kText = u"na\u00efve \u20ac";
+const std::string kUtf8 = "na\xc3\xafve \xe2\x82\xac";
 
 class PostData : public HostFixture, public ::testing::WithParamInterface<Row> {};
 
@@ -36,7 +36,7 @@ TEST_P(PostData, IsEncodedAndItsLengthAnnounced) {
     if (row.ContentType != nullptr) {
         connection.call("setRequestProperty", {"Content-Type", row.ContentType});
     }
-    connection.set("PostData", std::u16string_view(Text));
+    connection.set("PostData", std::u16string_view(kText));
     EXPECT_EQ(receiveBytes(connection), "taken");
     const Record record = server.record();
     EXPECT_EQ(record.Bodies.at(0), row.Bytes);
@@ -48,10 +48,10 @@ TEST_P(PostData, IsEncodedAndItsLengthAnnounced) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, PostData,
-    ::testing::Values(Row{"Utf8", "POST", "text/plain; charset=utf-8", Utf8},
+    ::testing::Values(Row{"Utf8", "POST", "text/plain; charset=utf-8", kUtf8},
                       Row{"Windows1252", "PUT", "text/plain; charset=windows-1252", "na\xefve \x80"},
-                      Row{"QuotedCharset", "PATCH", "text/plain; charset=\"UTF-8\"; x=y", Utf8},
-                      Row{"NoCharset", "POST", "application/json", Utf8}, Row{"NoContentType", "POST", nullptr, Utf8}),
+                      Row{"QuotedCharset", "PATCH", "text/plain; charset=\"UTF-8\"; x=y", kUtf8},
+                      Row{"NoCharset", "POST", "application/json", kUtf8}, Row{"NoContentType", "POST", nullptr, kUtf8}),
     [](const auto& info) { return std::string(info.param.Name); });
 
 class OlderMode : public HostFixture {};
@@ -61,11 +61,11 @@ TEST_F(OlderMode, TextThatTheCharsetLacksIsRefused) {
     const Object connection = open(server.url("/"), false);
     connection.set("RequestMethod", "POST");
     connection.call("setRequestProperty", {"Content-Type", "text/plain; charset=ISO-8859-1"});
-    connection.set("PostData", std::u16string_view(Text));
+    connection.set("PostData", std::u16string_view(kText));
     const vantik::Message message = failureOf([&] { receiveBytes(connection); });
     EXPECT_EQ(message.identifier(), "VANTIK:webservices:EncodingFailure");
     ASSERT_EQ(message.Arguments.size(), 3U);
-    EXPECT_EQ(std::get<std::string>(message.Arguments[0]), Utf8);
+    EXPECT_EQ(std::get<std::string>(message.Arguments[0]), kUtf8);
     EXPECT_EQ(std::get<std::string>(message.Arguments[1]), "ISO-8859-1");
     EXPECT_EQ(server.connectionCount(), 0U);
     expectScopeUsable(connection);

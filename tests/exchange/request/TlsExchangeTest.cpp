@@ -18,8 +18,8 @@ using vantik::Object;
 
 using Texts = std::vector<std::string>;
 
-const std::string OwnName = "IP:127.0.0.1";
-const std::string OtherName = "DNS:other.test";
+const std::string kOwnName = "IP:127.0.0.1";
+const std::string kOtherName = "DNS:other.test";
 
 enum class File { None, Default, OfTheServer, OfAnother };
 
@@ -50,7 +50,7 @@ class TlsVerification : public Tls, public ::testing::WithParamInterface<Row> {}
 
 TEST_P(TlsVerification, FollowsTheSettings) {
     const Row& row = GetParam();
-    const std::string names = row.OwnNameInCertificate ? OwnName : OtherName;
+    const std::string names = row.OwnNameInCertificate ? kOwnName : kOtherName;
     const TlsServer server(names, response("secret"));
     const TlsServer another(names, "");
     const Object connection = makeAdapter();
@@ -91,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // The settings of one open do not outlive the next: a reset comes between them.
 TEST_F(Tls, VerificationIsSetAnewByEachOpen) {
-    const TlsServer server(OwnName, response("secret"));
+    const TlsServer server(kOwnName, response("secret"));
     const Object connection = makeAdapter();
     connection.set("URL", "https://" + server.authority() + "/");
     connection.call("openConnection");

@@ -10,11 +10,10 @@
 
 #include <cerrno>
 #include <csignal>
-#include <system_error>
-#include <utility>
-
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace testsupport {
 namespace {

@@ -65,8 +65,8 @@ TEST_F(CopyOnce, SaveThatWasStoppedCannotGoOnInAnotherFile) {
     EXPECT_EQ(difference(saved, Content.substr(0, saved.size())), "");
     EXPECT_LT(saved.size(), Content.size());
     Server.raise("the rest");
-    expectCopyRefused(Connection, CopiedAlready);
-    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
+    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), kCopiedAlready);
     EXPECT_EQ(difference(readFile(file), saved), "") << "the file that was begun keeps what it has";
     expectNextIsWhole();
 }
@@ -82,7 +82,7 @@ TEST_F(CopyOnce, SaveThatWasInterruptedCannotGoOnInAnotherFile) {
               "interrupt by the host");
     Connection.set("ProgressReporter", Array());
     Server.raise("the rest");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     expectNextIsWhole();
 }
 
@@ -90,16 +90,16 @@ TEST_F(CopyOnce, SavingTwiceLeavesTheFirstFileWhole) {
     Server.raise("the rest");
     const std::string file = Folder.file("saved");
     Connection.call("copyContentToFile", {file});
-    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), CopiedAlready);
+    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), kCopiedAlready);
     EXPECT_EQ(difference(readFile(file), Content), "");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     expectNextIsWhole();
 }
 
 TEST_F(CopyOnce, ByteArrayComesOnce) {
     Server.raise("the rest");
     EXPECT_EQ(difference(receiveBytes(Connection), Content), "");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     EXPECT_EQ(Connection.get("ResponsePayload").size(), 0U);
     expectNextIsWhole();
 }
@@ -110,7 +110,7 @@ TEST_F(CopyOnce, ConsumerGetsTheContentAndNobodyElse) {
     Connection.set("Consumer", consumer);
     Connection.call("copyContentToByteArray", {false});
     EXPECT_EQ(difference(consumer->content(), Content), "");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     expectNextIsWhole();
 }
 
@@ -142,9 +142,9 @@ TEST_P(StoppedByTheConsumer, CopyCannotGoOn) {
     EXPECT_EQ(Connection.get("ResponsePayload").size(), 0U) << "the consumer or the caller has it";
     const std::size_t pieces = consumer->Pieces.size();
     Server.raise("the rest");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     Connection.set("Consumer", Array());
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     EXPECT_EQ(consumer->Pieces.size(), pieces);
     expectNextIsWhole();
 }
@@ -192,7 +192,7 @@ TEST_F(CopyOnce, ByteArrayThatWasStoppedGoesOnToTheWhole) {
         EXPECT_EQ(difference(kept, Content.substr(0, kept.size())), "");
     }
     EXPECT_EQ(difference(receiveBytes(Connection), Content), "");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     expectNextIsWhole();
 }
 
@@ -200,12 +200,12 @@ TEST_F(CopyOnce, ByteArrayThatWasStoppedGoesOnInTheByteArrayAlone) {
     stopInTheMiddle([&] { receiveBytes(Connection); });
     const std::string file = Folder.file("saved");
     writeFile(file, "older");
-    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), CopiedAlready);
+    EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToFile", {file}); }), kCopiedAlready);
     EXPECT_EQ(readFile(file), "older");
     const ScriptedConsumer consumer = makeScriptedConsumer(host());
     Connection.set("Consumer", consumer);
     for (const bool toBuffer : {false, true}) {
-        EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToByteArray", {toBuffer}); }), CopiedAlready);
+        EXPECT_EQ(outcomeOf([&] { Connection.call("copyContentToByteArray", {toBuffer}); }), kCopiedAlready);
     }
     EXPECT_EQ(consumer->Calls, Texts{});
     EXPECT_GT(Connection.get("ResponsePayload").size(), 0U) << "it is still there";
@@ -249,7 +249,7 @@ TEST_F(CopyOnce, BytesThatWereKeptNeverLeadTheNextContentOfAnUnclosedObject) {
     stopInTheMiddle([&] { receiveBytes(Connection); });
     Connection.call("openConnection");
     EXPECT_EQ(Connection.get("ResponsePayload").size(), 0U);
-    expectCopyRefused(Connection, OpenedAgain);
+    expectCopyRefused(Connection, kOpenedAgain);
     Connection.call("closeConnection");
     Connection.call("openConnection");
     EXPECT_EQ(receiveBytes(Connection), "next");
@@ -275,7 +275,7 @@ TEST_F(CopyOnce, BytesOfTheHostLeadTheWholeThatGoesOn) {
     stopInTheMiddle([&] { receiveBytes(Connection); });
     Server.raise("the rest");
     EXPECT_EQ(difference(receiveBytes(Connection), "lead " + Content), "");
-    expectCopyRefused(Connection, CopiedAlready);
+    expectCopyRefused(Connection, kCopiedAlready);
     expectNextIsWhole();
 }
 
@@ -291,7 +291,7 @@ void PrintTo(const FailureRow& row, std::ostream* stream) { // for GoogleTest
     *stream << row.Name;
 }
 
-const FailureRow FailureRows[] = {
+const FailureRow kFailureRows[] = {
     {"NoAnswer", "", false, "CopyContentToDataStreamError"},
     {"ResetInPlaceOfAnAnswer", "", true, "ConnectionRefused"},
     {"ResetInTheHead", "HTTP/1.1 200 OK\r\nX-A: 1\r\n", true, "ConnectionRefused"},
@@ -319,9 +319,9 @@ protected:
         return connection;
     }
     void expectOver(const Object& connection) {
-        expectCopyRefused(connection, TransferFailed);
+        expectCopyRefused(connection, kTransferFailed);
         EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing") << "what is known stays known";
-        expectCopyRefused(connection, TransferFailed);
+        expectCopyRefused(connection, kTransferFailed);
         connection.call("closeConnection");
         connection.set("Consumer", Array());
         connection.call("openConnection");
@@ -353,7 +353,7 @@ TEST_P(CopyAfterAFailure, IsRefusedForAConsumer) {
     expectOver(connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CopyAfterAFailure, ::testing::ValuesIn(FailureRows),
+INSTANTIATE_TEST_SUITE_P(Rows, CopyAfterAFailure, ::testing::ValuesIn(kFailureRows),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 // The request is out, and its answer comes to the next copy with all that belongs to it.
@@ -378,7 +378,7 @@ TEST_F(CopyOnce, InterruptBeforeTheAnswerIsNotItsEnd) {
         EXPECT_EQ(connection.get("ContentType").text(), "a/b");
         EXPECT_EQ(connection.get("RedirectURL").text(), server.url("/moved"));
         EXPECT_EQ(server.record().Heads.size(), 1U);
-        expectCopyRefused(connection, CopiedAlready);
+        expectCopyRefused(connection, kCopiedAlready);
         expectScopeUsable(connection);
     }
 }

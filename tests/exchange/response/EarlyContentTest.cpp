@@ -1,7 +1,6 @@
 // A response whose content comes while the request's content is still going out: nothing drains it then.
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/server/WireText.h"
-
 #include "vantik/HostClass.h"
 
 #include <gtest/gtest.h>
@@ -15,8 +14,8 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-constexpr std::size_t Mebi = std::size_t{1} << 20;
-constexpr std::size_t UploadLength = 16 * Mebi; // more than the sockets take
+constexpr std::size_t kMebi = std::size_t{1} << 20;
+constexpr std::size_t kUploadLength = 16 * kMebi; // more than the sockets take
 
 class EarlyContent : public HostFixture {
 protected:
@@ -26,14 +25,14 @@ protected:
                                                               .read =
                                                                   [this](std::uint64_t wanted) {
                                                                       const std::size_t length = std::min<std::size_t>(
-                                                                          wanted, UploadLength - Given);
+                                                                          wanted, kUploadLength - Given);
                                                                       Given += length;
                                                                       return Array::bytes(std::string(length, 'u'));
                                                                   }});
         const Object connection = open(server.url("/"));
         connection.set("RequestMethod", "PUT");
         connection.set("Provider", provider);
-        connection.call("setRequestProperty", {"Content-Length", std::to_string(UploadLength)});
+        connection.call("setRequestProperty", {"Content-Length", std::to_string(kUploadLength)});
         connection.call("removeField", {"Expect"});
         return connection;
     }
@@ -42,8 +41,8 @@ protected:
 };
 
 TEST_F(EarlyContent, IsKeptUntilTheUploadIsDone) {
-    const std::string content(8 * Mebi, 'r');
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(content)), step::discard(UploadLength)});
+    const std::string content(8 * kMebi, 'r');
+    ScriptedServer& server = serve({step::expectHead(), step::send(response(content)), step::discard(kUploadLength)});
     const Object connection = put(server);
     EXPECT_EQ(difference(receiveBytes(connection), content), "");
     EXPECT_EQ(warnings().size(), 0U);
@@ -52,7 +51,7 @@ TEST_F(EarlyContent, IsKeptUntilTheUploadIsDone) {
 }
 
 TEST_F(EarlyContent, BeyondItsLimitEndsTheUpload) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(std::string(64 * Mebi, 'r')))});
+    ScriptedServer& server = serve({step::expectHead(), step::send(response(std::string(64 * kMebi, 'r')))});
     const Object connection = put(server);
     EXPECT_EQ(
         describe(failureOf([&] { receiveBytes(connection); })),

@@ -27,7 +27,7 @@ void PrintTo(const Before& before, std::ostream* stream) { // for GoogleTest
     *stream << before.Name;
 }
 
-const Before Befores[] = {
+const Before kBefores[] = {
     {"NoHead", ""},
     {"Interim", "HTTP/1.1 100 Continue\r\n\r\n"},
     {"InterimWithField", "HTTP/1.1 100 Continue\r\nX-Early: 1\r\n\r\n"},
@@ -49,7 +49,7 @@ void PrintTo(const Head& head, std::ostream* stream) {
 }
 
 // What follows a line that is refused is read all the same: where that line began the head, the one behind it does.
-const Head Heads[] = {
+const Head kHeads[] = {
     {"Good",
      "HTTP/1.1 200 OK\r\nX-A: 1\r\nContent-Length: 4\r\n\r\nbody",
      "body",
@@ -124,7 +124,7 @@ TEST_P(HeadState, GivesTheHeadThatCounts) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Wire, HeadState,
-                         ::testing::Combine(::testing::ValuesIn(Befores), ::testing::ValuesIn(Heads),
+                         ::testing::Combine(::testing::ValuesIn(kBefores), ::testing::ValuesIn(kHeads),
                                             ::testing::Values(Pace::Whole, Pace::SingleBytes)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).Name) + '_' + std::get<1>(info.param).Name +

@@ -21,8 +21,8 @@ struct Response {
     PeerRequest Request{};
 };
 
-const std::string Ok = "HTTP/1.1 200 OK\r\n";
-const std::string Gzip(
+const std::string kOk = "HTTP/1.1 200 OK\r\n";
+const std::string kGzip(
     "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00\x80\x88\xf9\xe5\x11\x00\x00\x00",
     28); // "hello hello hello"
 
@@ -38,10 +38,10 @@ std::vector<Response> responses() {
     return {
         {"length", {response("some content", {"Content-Type: text/plain"})}},
         {"nothing", {response("")}},
-        {"chunks", {Ok + chunks}},
+        {"chunks", {kOk + chunks}},
         {"trailers",
-         {Ok + "Trailer: A\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2;x=y\r\nde\r\n0\r\nA: b\r\nC: d\r\n\r\n"}},
-        {"until the close", {Ok + "Connection: close\r\n\r\ncontent without a length"}},
+         {kOk + "Trailer: A\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2;x=y\r\nde\r\n0\r\nA: b\r\nC: d\r\n\r\n"}},
+        {"until the close", {kOk + "Connection: close\r\n\r\ncontent without a length"}},
         {"of an old server", {"HTTP/1.0 200 OK\r\nServer: old\r\n\r\ncontent"}},
         {"interim heads",
          {"HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\nHTTP/1.1 103 Early Hints\r\n\r\n" + response("x")}},
@@ -51,9 +51,9 @@ std::vector<Response> responses() {
         {"no content", {"HTTP/1.1 204 No Content\r\nA: b\r\n\r\n"}},
         {"not modified", {"HTTP/1.1 304 Not Modified\r\nContent-Length: 3\r\nETag: \"a\"\r\n\r\n"}},
         {"range", {response("part", {"Content-Range: bytes 3-6/9"}, "206 Partial Content")}},
-        {"gzip", {response(Gzip, {"Content-Encoding: gzip"})}},
-        {"gzip in chunks", {Ok + "Content-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked(Gzip, 7)}},
-        {"head only", {Ok + "Content-Length: 300\r\nA: b\r\n\r\n"}, with("HEAD")},
+        {"gzip", {response(kGzip, {"Content-Encoding: gzip"})}},
+        {"gzip in chunks", {kOk + "Content-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked(kGzip, 7)}},
+        {"head only", {kOk + "Content-Length: 300\r\nA: b\r\n\r\n"}, with("HEAD")},
         {"upload", {"HTTP/1.1 100 Continue\r\n\r\n" + response("stored", {}, "201 Created")}, with("PUT")},
         {"upload with no answer to it", {"HTTP/1.1 204 No Content\r\n\r\n"}, with("PUT")},
         {"login",
@@ -143,7 +143,7 @@ INSTANTIATE_TEST_SUITE_P(Seeds, RandomCuts, ::testing::Values(1, 2, 3, 4));
 TEST(PeerExchangeComplaint, NamesASuccessThatIsCut) {
     const LeakCheck leaks;
     PeerStage stage;
-    ScriptedPeer peer({{{Ok + "Content-Length: 3\r\n\r\nab"}, StreamEnd::Closed}});
+    ScriptedPeer peer({{{kOk + "Content-Length: 3\r\n\r\nab"}, StreamEnd::Closed}});
     PeerOutcome outcome = stage.exchange({});
     EXPECT_TRUE(outcome.Partial);
     outcome.Partial = false;

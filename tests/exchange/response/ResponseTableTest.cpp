@@ -1,7 +1,6 @@
 // What a server sends and what the caller gets, as a table; each row whole and in single bytes.
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/server/WireText.h"
-
 #include "vantik/HostClass.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +14,7 @@ using namespace testsupport;
 using vantik::Object;
 
 // "hello hello hello hello" as gzip.
-const std::string Gzipped(
+const std::string kGzipped(
     "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x27\x01\xe3\x51\x3d\x8d\x17\x00\x00\x00",
     28);
 
@@ -121,7 +120,7 @@ std::vector<Row> rows() {
          {"Content-Length: 10"},
          true},
         {"CompressedContent",
-         response(Gzipped, {"Content-Encoding: gzip"}),
+         response(kGzipped, {"Content-Encoding: gzip"}),
          {"HTTP/1.1", "200", "OK"},
          "hello hello hello hello",
          {"Content-Encoding: gzip", "Content-Length: 28"}},
@@ -173,16 +172,16 @@ INSTANTIATE_TEST_SUITE_P(Rows, ResponseTable,
 class Decoding : public HostFixture {};
 
 TEST_F(Decoding, OffGivesTheBytesOfTheWire) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(Gzipped, {"Content-Encoding: gzip"}))});
+    ScriptedServer& server = serve({step::expectHead(), step::send(response(kGzipped, {"Content-Encoding: gzip"}))});
     const Object connection = open(server.url("/"));
     connection.set("Decode", false);
-    EXPECT_EQ(receiveBytes(connection), Gzipped);
+    EXPECT_EQ(receiveBytes(connection), kGzipped);
     EXPECT_EQ(connection.get("ContentEncoding").text(), "gzip");
     expectScopeUsable(connection);
 }
 
 TEST_F(Decoding, CallersAcceptEncodingIsSentUnchanged) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(Gzipped, {"Content-Encoding: gzip"}))});
+    ScriptedServer& server = serve({step::expectHead(), step::send(response(kGzipped, {"Content-Encoding: gzip"}))});
     const Object connection = open(server.url("/"));
     connection.call("setRequestProperty", {"Accept-Encoding", "gzip;q=0.5"});
     connection.call("setRequestProperty", {"Accept", "text/*"});

@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <filesystem>
-
 #include <sys/resource.h>
 
 namespace {

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-
 #include <unistd.h>
 
 namespace integrationtest {
@@ -14,9 +13,9 @@ namespace {
 using testsupport::readFile;
 using testsupport::writeFile;
 
-constexpr std::size_t PageSize = 100'000;
+constexpr std::size_t kPageSize = 100'000;
 
-constexpr const char* Echo = R"(#!/usr/bin/perl
+constexpr const char* kEcho = R"(#!/usr/bin/perl
 binmode STDIN;
 binmode STDOUT;
 my $content = do { local $/; <STDIN> };
@@ -31,7 +30,7 @@ print "\r\n", $content;
 )";
 
 // A connection that a client keeps open holds a worker.
-constexpr const char* Configuration = R"(
+constexpr const char* kConfiguration = R"(
 StartServers 2
 MinSpareServers 1
 MaxSpareServers 4
@@ -73,7 +72,7 @@ ScriptAliasMatch ^/[a-z]+/echo$ ${folder}/echo
 
 } // namespace
 
-Apache::Apache(const ApacheOptions& options) : Page(testsupport::generated(PageSize)) {
+Apache::Apache(const ApacheOptions& options) : Page(testsupport::generated(kPageSize)) {
     writeFiles();
     const std::string common = configuration(options);
     Server = startOnFreePorts(1, [&](const std::vector<std::uint16_t>& ports) {
@@ -112,12 +111,12 @@ std::vector<std::string> Apache::requests(const std::string& query, std::size_t 
 void Apache::writeFiles() const {
     std::filesystem::permissions(Folder.path(), std::filesystem::perms(0755)); // for workers of another user
     writeFile(Folder.file("page"), Page);
-    writeFile(Folder.file("echo"), Echo);
+    writeFile(Folder.file("echo"), kEcho);
     std::filesystem::permissions(Folder.file("echo"), std::filesystem::perms(0755));
     // The second user in windows-1252.
     writeFile(Folder.file("basic.users"),
-              basicPasswordLine(KnownUser, KnownPassword) + basicPasswordLine("Jos\xe9", "p\xe4ss w\xf6rd \x80"));
-    writeFile(Folder.file("digest.users"), digestPasswordLine(KnownUser, "digest", KnownPassword) +
+              basicPasswordLine(kKnownUser, kKnownPassword) + basicPasswordLine("Jos\xe9", "p\xe4ss w\xf6rd \x80"));
+    writeFile(Folder.file("digest.users"), digestPasswordLine(kKnownUser, "digest", kKnownPassword) +
                                                digestPasswordLine("Jos\xe9", "digest", "p\xe4ss w\xf6rd \x80"));
 }
 
@@ -134,7 +133,7 @@ std::string Apache::configuration(const ApacheOptions& options) const {
     if (::geteuid() == 0) {
         text += "User www-data\nGroup www-data\n";
     }
-    return text + Configuration + options.Configuration;
+    return text + kConfiguration + options.Configuration;
 }
 
 } // namespace integrationtest

@@ -14,8 +14,8 @@
 namespace integrationtest {
 
 // Besides KnownUser, httpd knows this one, in windows-1252.
-inline constexpr const char* LatinUser = "Jos\u00e9";
-inline constexpr const char* LatinPassword = "p\u00e4ss w\u00f6rd \u20ac";
+inline constexpr const char* kLatinUser = "Jos\u00e9";
+inline constexpr const char* kLatinPassword = "p\u00e4ss w\u00f6rd \u20ac";
 
 struct ApacheOptions {
     std::vector<std::string> Modules{};               // to load besides the usual ones: "auth_gssapi"

@@ -22,8 +22,8 @@ protected:
     static void TearDownTestSuite() { Server.reset(); }
     static Apache& server() { return *Server; }
 
-    static std::string login(const std::string& password = KnownPassword) {
-        return std::string(KnownUser) + ":" + password;
+    static std::string login(const std::string& password = kKnownPassword) {
+        return std::string(kKnownUser) + ":" + password;
     }
 
     const testsupport::TemporaryFolder Folder;

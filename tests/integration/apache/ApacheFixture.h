@@ -15,8 +15,8 @@ namespace integrationtest {
 using Schemes = std::vector<std::string>;
 
 struct Login {
-    std::string User = KnownUser;
-    std::string Password = KnownPassword;
+    std::string User = kKnownUser;
+    std::string Password = kKnownPassword;
     std::optional<Schemes> Allowed{}; // none: left as they are
 };
 

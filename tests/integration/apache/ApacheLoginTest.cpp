@@ -26,7 +26,7 @@ void PrintTo(const LoginRow& row, std::ostream* out) {
 }
 
 // Basic as the only scheme goes out with the first request; whatever has to be negotiated costs a request more.
-const LoginRow LoginRows[] = {
+const LoginRow kLoginRows[] = {
     {"BasicAlone", "basic", {.Allowed = Schemes{"Basic"}}, {"GET 200"}},
     {"BasicOrDigestAtBasic", "basic", {.Allowed = Schemes{"Basic", "Digest"}}, {"GET 401", "GET 200"}},
     {"BasicOrDigestAtDigest", "digest", {.Allowed = Schemes{"Basic", "Digest"}}, {"GET 401", "GET 200"}},
@@ -39,36 +39,36 @@ const LoginRow LoginRows[] = {
      "digest",
      {.Allowed = Schemes{"Basic", "Digest", "NTLM", "Negotiate"}},
      {"GET 401", "GET 200"}},
-    {"LatinPasswordAtBasic", "basic", {LatinUser, LatinPassword, Schemes{"Basic"}}, {"GET 200"}},
-    {"LatinPasswordAtDigest", "digest", {LatinUser, LatinPassword, Schemes{"Digest"}}, {"GET 401", "GET 200"}},
+    {"LatinPasswordAtBasic", "basic", {kLatinUser, kLatinPassword, Schemes{"Basic"}}, {"GET 200"}},
+    {"LatinPasswordAtDigest", "digest", {kLatinUser, kLatinPassword, Schemes{"Digest"}}, {"GET 401", "GET 200"}},
     {"NotAskedAtAll", "open", {.Allowed = Schemes{"Basic", "Digest"}}, {"GET 200"}},
     {"BasicThoughNotAsked", "open", {.Allowed = Schemes{"Basic"}}, {"GET 200"}},
 };
 
 // The answer stays a response like any other: its page can be read, and the same scope goes on.
-const LoginRow RefusalRows[] = {
+const LoginRow kRefusalRows[] = {
     {"NoScheme", "basic", {.Allowed = Schemes{}}, {"GET 401"}, "Basic realm=\"the basic realm\""},
     {"NothingSaid", "basic", {}, {"GET 401"}, "Basic realm=\"the basic realm\""},
     {"BasicWhereDigestIsOffered", "digest", {.Allowed = Schemes{"Basic"}}, {"GET 401"}, "Digest realm=\"digest\""},
     {"DigestWhereBasicIsOffered", "basic", {.Allowed = Schemes{"Digest"}}, {"GET 401"}, "Basic realm"},
-    {"WrongPasswordAtBasic", "basic", {KnownUser, "wrong", Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
+    {"WrongPasswordAtBasic", "basic", {kKnownUser, "wrong", Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
     {"WrongPasswordAtBasicOrDigest",
      "basic",
-     {KnownUser, "wrong", Schemes{"Basic", "Digest"}},
+     {kKnownUser, "wrong", Schemes{"Basic", "Digest"}},
      {"GET 401", "GET 401"},
      "Basic realm"},
     {"WrongPasswordAtDigest",
      "digest",
-     {KnownUser, "wrong", Schemes{"Digest"}},
+     {kKnownUser, "wrong", Schemes{"Digest"}},
      {"GET 401", "GET 401"},
      "Digest realm"},
-    {"UnknownUserAtBasic", "basic", {"nobody", KnownPassword, Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
+    {"UnknownUserAtBasic", "basic", {"nobody", kKnownPassword, Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
     {"UnknownUserAtDigest",
      "digest",
-     {"nobody", KnownPassword, Schemes{"Digest"}},
+     {"nobody", kKnownPassword, Schemes{"Digest"}},
      {"GET 401", "GET 401"},
      "Digest realm"},
-    {"NoPasswordAtBasic", "basic", {KnownUser, "", Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
+    {"NoPasswordAtBasic", "basic", {kKnownUser, "", Schemes{"Basic"}}, {"GET 401"}, "Basic realm"},
     {"NoUserAtDigest", "digest", {"", "", Schemes{"Digest"}}, {"GET 401", "GET 401"}, "Digest realm"},
     {"KnownUserWhoIsNotLetIn",
      "closed",
@@ -96,7 +96,7 @@ TEST_P(ApacheLetsIn, AndGivesThePage) {
     expectScopeUsable(connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(, ApacheLetsIn, testing::ValuesIn(LoginRows), rowName<LoginRow>);
+INSTANTIATE_TEST_SUITE_P(, ApacheLetsIn, testing::ValuesIn(kLoginRows), rowName<LoginRow>);
 
 TEST_P(ApacheRefuses, AndTheAnswerIsAResponse) {
     const LoginRow& row = GetParam();
@@ -114,7 +114,7 @@ TEST_P(ApacheRefuses, AndTheAnswerIsAResponse) {
     expectScopeUsable(next);
 }
 
-INSTANTIATE_TEST_SUITE_P(, ApacheRefuses, testing::ValuesIn(RefusalRows), rowName<LoginRow>);
+INSTANTIATE_TEST_SUITE_P(, ApacheRefuses, testing::ValuesIn(kRefusalRows), rowName<LoginRow>);
 
 // The older interface allows every scheme by itself, and fails for a refusal.
 TEST_F(ApacheLogin, OlderInterfaceAnswersWhateverIsAsked) {
@@ -150,7 +150,7 @@ void PrintTo(const MendRow& row, std::ostream* out) {
     *out << row.Name;
 }
 
-const MendRow MendRows[] = {
+const MendRow kMendRows[] = {
     {"BasicOnTheSameObject", "basic", {"Basic"}, true},
     {"BasicOnAnother", "basic", {"Basic"}, false},
     {"DigestOnTheSameObject", "digest", {"Digest"}, true},
@@ -187,7 +187,7 @@ TEST_P(ApacheLoginMended, TheRightPasswordCountsAfterAWrongOne) {
     expectScopeUsable(again);
 }
 
-INSTANTIATE_TEST_SUITE_P(, ApacheLoginMended, testing::ValuesIn(MendRows), rowName<MendRow>);
+INSTANTIATE_TEST_SUITE_P(, ApacheLoginMended, testing::ValuesIn(kMendRows), rowName<MendRow>);
 
 TEST_F(ApacheLogin, CredentialsStayBehindWhereTheNextRequestAllowsNoScheme) {
     const Object refused = openAt("/basic/echo");

@@ -89,7 +89,7 @@ TEST_P(ApacheUpload, ComesBackAsItWasSent) {
         EXPECT_EQ(field(connection, "X-Method"), row.Method);
         EXPECT_EQ(field(connection, "X-Type"), "application/x-test");
         if (!row.Scheme.empty()) {
-            EXPECT_EQ(field(connection, "X-User"), KnownUser);
+            EXPECT_EQ(field(connection, "X-User"), kKnownUser);
             EXPECT_EQ(field(connection, "X-Scheme"), row.Scheme);
         }
         expectScopeUsable(connection);
@@ -112,7 +112,7 @@ void PrintTo(const AgainRow& row, std::ostream* out) {
     *out << row.Name;
 }
 
-const AgainRow AgainRows[] = {
+const AgainRow kAgainRows[] = {
     {"MemoryInChunks", Source::Memory, true, false},
     {"MemoryWithItsLength", Source::Memory, true, true},
     {"MemoryInChunksSentAtOnce", Source::Memory, false, false},
@@ -155,14 +155,14 @@ TEST_P(ApacheUploadAgain, ContentArrivesWholeBehindAChallenge) {
             }
             EXPECT_EQ(receiveDigest(connection).hex(), digestOf(content));
             EXPECT_EQ(status(connection), 200);
-            EXPECT_EQ(field(connection, "X-User"), KnownUser);
+            EXPECT_EQ(field(connection, "X-User"), kKnownUser);
             EXPECT_EQ(provider->Starts, row.From == Source::Provider ? 1 : 0);
             expectScopeUsable(connection);
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, ApacheUploadAgain, testing::ValuesIn(AgainRows),
+INSTANTIATE_TEST_SUITE_P(, ApacheUploadAgain, testing::ValuesIn(kAgainRows),
                          [](const testing::TestParamInfo<AgainRow>& info) { return info.param.Name; });
 
 class ApacheProviderAgain : public ApacheUploadAgain {

@@ -44,7 +44,7 @@ std::string centerConfiguration(const std::string& folder, std::uint16_t port) {
 }
 
 // Taking a key into a key table changes it.
-constexpr const char* CenterScript = R"(
+constexpr const char* kCenterScript = R"(
 set -e
 rm -f principal* stash *.keytab
 kdb5_util create -s -r NETROVE.TEST -P master
@@ -69,7 +69,7 @@ Kerberos::Kerberos() {
         std::map<std::string, std::string> environment = this->environment("none");
         environment["KRB5_KDC_PROFILE"] = Folder.file("kdc.conf");
         auto center =
-            std::make_unique<PeerProcess>(std::vector<std::string>{"sh", "-c", CenterScript}, Folder.file("output"),
+            std::make_unique<PeerProcess>(std::vector<std::string>{"sh", "-c", kCenterScript}, Folder.file("output"),
                                           PeerOptions{.Environment = environment, .Folder = Folder.path()});
         center->awaitListening(ports[0]);
         return center;

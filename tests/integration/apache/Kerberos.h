@@ -12,8 +12,8 @@ namespace integrationtest {
 
 class Kerberos {
 public:
-    static constexpr const char* Realm = "NETROVE.TEST";
-    static constexpr const char* Principal = "alice@NETROVE.TEST"; // whoever holds a ticket
+    static constexpr const char* kRealm = "NETROVE.TEST";
+    static constexpr const char* kPrincipal = "alice@NETROVE.TEST"; // whoever holds a ticket
 
     Kerberos();
 

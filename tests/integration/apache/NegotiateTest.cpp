@@ -20,7 +20,7 @@ using vantik::Object;
 
 using Texts = std::vector<std::string>;
 
-const Schemes Every = {"Basic", "Digest", "NTLM", "Negotiate"};
+const Schemes kEvery = {"Basic", "Digest", "NTLM", "Negotiate"};
 
 class Negotiate : public IntegrationFixture {
 protected:
@@ -81,7 +81,7 @@ TEST_F(Negotiate, TicketLetsIn) {
     realm().fetchTicket("good");
     useTickets("good");
     for (const auto& [query, allowed, seen] : {std::tuple("alone", Schemes{"Negotiate"}, Texts{"GET 200"}),
-                                               std::tuple("every", Every, Texts{"GET 401", "GET 200"})}) {
+                                               std::tuple("every", kEvery, Texts{"GET 401", "GET 200"})}) {
         const Object connection = openAt(std::string("/negotiate/page?") + query, allowed);
         EXPECT_EQ(receiveDigest(connection).hex(), digestOf(server().page()));
         EXPECT_EQ(status(connection), 200);
@@ -95,7 +95,7 @@ TEST_F(Negotiate, ServerKnowsWhoAsks) {
     useTickets("who");
     const Object connection = openAt("/negotiate/echo", Schemes{"Negotiate"});
     EXPECT_EQ(receiveBytes(connection), "");
-    EXPECT_EQ(field(connection, "X-User"), Kerberos::Principal);
+    EXPECT_EQ(field(connection, "X-User"), Kerberos::kPrincipal);
     EXPECT_EQ(field(connection, "X-Scheme"), "Negotiate");
     expectScopeUsable(connection);
 }
@@ -142,7 +142,7 @@ TEST_F(Negotiate, RequestsInARowAreLetInOnTheSameConnection) {
 TEST_F(Negotiate, WithoutATicketTheAnswerIsARefusal) {
     useTickets("missing");
     expectRefused("/negotiate/page", {"Negotiate"});
-    expectRefused("/negotiate/page", Every);
+    expectRefused("/negotiate/page", kEvery);
 }
 
 TEST_F(Negotiate, TicketThatTheServerCannotReadDoesNotLetIn) {

@@ -1,11 +1,11 @@
 #include "tests/integration/apache/PasswordFiles.h"
 
+#include <crypt.h>
+#include <openssl/evp.h>
+
 #include <array>
 #include <memory>
 #include <stdexcept>
-
-#include <crypt.h>
-#include <openssl/evp.h>
 
 namespace integrationtest {
 namespace {

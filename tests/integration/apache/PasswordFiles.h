@@ -5,8 +5,8 @@
 
 namespace integrationtest {
 
-inline constexpr const char* KnownUser = "Aladdin";
-inline constexpr const char* KnownPassword = "open sesame";
+inline constexpr const char* kKnownUser = "Aladdin";
+inline constexpr const char* kKnownPassword = "open sesame";
 
 // "user:hash" for Basic, hashed as the C library's crypt does, which every server that runs here understands.
 std::string basicPasswordLine(const std::string& user, const std::string& password);

@@ -146,7 +146,7 @@ void PrintTo(const UploadRow& row, std::ostream* stream) {
 }
 
 // More than every buffer on the way holds.
-constexpr std::size_t Much = 24'000'000;
+constexpr std::size_t kMuch = 24'000'000;
 
 Script refusing() {
     return {step::discard(100'000), step::send(response("too large", {"Connection: close"}, "413 Too Large")),
@@ -177,7 +177,7 @@ std::vector<UploadRow> uploadRows() {
 
 class FaultUploadCommand : public testing::Test {
 protected:
-    FaultUploadCommand() { writeFile(Source.file("content"), patternedBytes(Much)); }
+    FaultUploadCommand() { writeFile(Source.file("content"), patternedBytes(kMuch)); }
 
     // Sends to a server that plays a script, and receives into "file".
     Outcome send(Front front, const Script& answer, const std::vector<std::string>& options) {

@@ -2,12 +2,12 @@
 
 #include "tests/support/server/WireText.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <functional>
-
-#include <fnmatch.h>
 
 namespace integrationtest {
 
@@ -20,7 +20,7 @@ namespace step = testsupport::step;
 
 namespace {
 
-constexpr const char* GoodContent = "good again";
+constexpr const char* kGoodContent = "good again";
 
 std::string replaced(std::string text, const std::string& what, const std::string& by) {
     for (std::size_t place = text.find(what); place != std::string::npos; place = text.find(what, place + by.size())) {
@@ -60,7 +60,7 @@ const char* nameOf(Way way) {
 }
 
 Script goodScript() {
-    return {step::expectHead(), step::send(testsupport::response(GoodContent, {"Connection: close"})), step::close()};
+    return {step::expectHead(), step::send(testsupport::response(kGoodContent, {"Connection: close"})), step::close()};
 }
 
 std::string shown(const std::string& content) {
@@ -137,7 +137,7 @@ FaultOutcome FaultFixture::receive(const Object& connection, Way way) {
 
 void FaultFixture::expectRoadUsable(const FrontPeer& road) {
     const Object next = openThrough(road);
-    EXPECT_EQ(receiveBytes(next), GoodContent);
+    EXPECT_EQ(receiveBytes(next), kGoodContent);
     EXPECT_EQ(next.get("ResponseCode").number(), 200.0);
     next.call("closeConnection");
 }
@@ -154,7 +154,7 @@ void FaultFixture::expectOutcome(const FaultRow& row, Front front) {
     const FaultOutcome& expected = row.on(front);
     ScriptedServer& server = serve(scriptsOf(row));
     const FrontPeer road(front, server.port(), sentBy(row.Answer));
-    for (const Way way : AllWays) {
+    for (const Way way : kAllWays) {
         SCOPED_TRACE(nameOf(way));
         const Object connection = openThrough(road, row.Limits);
         const FaultOutcome outcome = receive(connection, way);

@@ -12,7 +12,7 @@ namespace integrationtest {
 
 enum class Way { Bytes, File, Consumer };
 
-inline constexpr Way AllWays[] = {Way::Bytes, Way::File, Way::Consumer};
+inline constexpr Way kAllWays[] = {Way::Bytes, Way::File, Way::Consumer};
 const char* nameOf(Way way);
 
 class FaultFixture : public IntegrationFixture {

@@ -2,10 +2,9 @@
 #include "tests/integration/faults/FaultFixture.h"
 #include "tests/support/process/ProgramRun.h"
 
+#include <array>
 #include <fcntl.h>
 #include <unistd.h>
-
-#include <array>
 
 namespace {
 
@@ -16,12 +15,12 @@ using testsupport::Step;
 using vantik::Object;
 namespace step = testsupport::step;
 
-constexpr std::size_t Mebi = std::size_t{1} << 20;
-constexpr std::size_t Length = 64 * Mebi;
-constexpr std::size_t SmallLength = 8 * Mebi;
-constexpr std::size_t PieceSize = 4096;       // of what is on the wire
-constexpr std::size_t OnTheWay = 4 * Mebi;    // in the decoder and in the pipe
-constexpr long AllowedKiB = 16 * Mebi / 1024; // a quarter of the content
+constexpr std::size_t kMebi = std::size_t{1} << 20;
+constexpr std::size_t kLength = 64 * kMebi;
+constexpr std::size_t kSmallLength = 8 * kMebi;
+constexpr std::size_t kPieceSize = 4096;       // of what is on the wire
+constexpr std::size_t kOnTheWay = 4 * kMebi;    // in the decoder and in the pipe
+constexpr long kAllowedKiB = 16 * kMebi / 1024; // a quarter of the content
 
 class FaultMemory : public FaultFixture {
 protected:
@@ -42,7 +41,7 @@ protected:
     }
 
     static std::string expectedDigest(std::size_t length) {
-        const std::string piece(Mebi, '\0');
+        const std::string piece(kMebi, '\0');
         Digest digest;
         for (std::size_t done = 0; done < length; done += piece.size()) {
             digest.add(piece);
@@ -56,9 +55,9 @@ protected:
         const std::string whole = answer(bomb(length));
         const std::size_t expansion = length / whole.size();
         std::vector<Step> script = {step::expectHead()};
-        for (std::size_t start = 0; start < whole.size(); start += PieceSize) {
+        for (std::size_t start = 0; start < whole.size(); start += kPieceSize) {
             script.push_back(step::await(std::to_string(start)));
-            script.push_back(step::send(whole.substr(start, PieceSize)));
+            script.push_back(step::send(whole.substr(start, kPieceSize)));
         }
         script.push_back(step::close());
         ScriptedServer server(script);
@@ -71,12 +70,12 @@ protected:
         std::size_t next = 0; // of the pieces, by its start
         long peak = 0;
         for (ssize_t count = 1; count > 0;) {
-            while (next < whole.size() && received.size() + OnTheWay >= next * expansion) {
-                if (next + PieceSize >= whole.size()) {
+            while (next < whole.size() && received.size() + kOnTheWay >= next * expansion) {
+                if (next + kPieceSize >= whole.size()) {
                     peak = program.peakKiB();
                 }
                 server.raise(std::to_string(next));
-                next += PieceSize;
+                next += kPieceSize;
             }
             count = ::read(ends[0], buffer.data(), buffer.size());
             received.add({buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))});
@@ -91,19 +90,19 @@ protected:
 };
 
 TEST_F(FaultMemory, CompressedThousandfoldIsReceivedInPieces) {
-    const std::string content = bomb(Length);
-    EXPECT_LT(content.size() * 900, Length);
+    const std::string content = bomb(kLength);
+    EXPECT_LT(content.size() * 900, kLength);
     ScriptedServer& server = serve({step::expectHead(), step::send(answer(content)), step::close()});
     const Object connection = open(server.url("/"));
     const Digest received = receiveDigest(connection);
-    EXPECT_EQ(received.size(), Length);
-    EXPECT_EQ(received.hex(), expectedDigest(Length));
+    EXPECT_EQ(received.size(), kLength);
+    EXPECT_EQ(received.hex(), expectedDigest(kLength));
     EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
     expectScopeUsable(connection);
 }
 
 TEST_F(FaultMemory, DecodedContentForAByteArrayHasALimit) {
-    const std::string content = bomb(513 * Mebi);
+    const std::string content = bomb(513 * kMebi);
     ScriptedServer& server = serve({step::expectHead(), step::send(answer(content)), step::close()});
     const Object connection = open(server.url("/"));
     EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
@@ -113,7 +112,7 @@ TEST_F(FaultMemory, DecodedContentForAByteArrayHasALimit) {
 
 // Compared, since what the program needs by itself is several times as much under a sanitizer.
 TEST_F(FaultMemory, CommandLineHoldsOnlyWhatHasArrived) {
-    EXPECT_LT(peakOfGet(Length), peakOfGet(SmallLength) + AllowedKiB);
+    EXPECT_LT(peakOfGet(kLength), peakOfGet(kSmallLength) + kAllowedKiB);
 }
 
 } // namespace

@@ -11,11 +11,11 @@ using testsupport::Script;
 using vantik::Object;
 namespace step = testsupport::step;
 
-constexpr std::chrono::milliseconds Pause{20};
-constexpr int Drops = 40;
+constexpr std::chrono::milliseconds kPause{20};
+constexpr int kDrops = 40;
 
 // `text` byte by byte, with a pause before each.
-void drip(Script& script, const std::string& text, std::chrono::milliseconds pause = Pause) {
+void drip(Script& script, const std::string& text, std::chrono::milliseconds pause = kPause) {
     for (const char byte : text) {
         script.push_back(step::run([pause] { std::this_thread::sleep_for(pause); }));
         script.push_back(step::send(std::string(1, byte)));
@@ -37,29 +37,29 @@ protected:
     }
 
     // Says that it closes, so that no front takes the connection for the next request.
-    static Script drippedContent(int announced, std::chrono::milliseconds pause = Pause) {
+    static Script drippedContent(int announced, std::chrono::milliseconds pause = kPause) {
         Script script = {step::send(
             "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(announced) + "\r\n\r\n")};
-        drip(script, std::string(Drops, 'd'), pause);
+        drip(script, std::string(kDrops, 'd'), pause);
         return script;
     }
 };
 
 TEST_P(FaultPace, SteadyDropsAreNoSilence) {
-    for (const Way way : AllWays) {
+    for (const Way way : kAllWays) {
         SCOPED_TRACE(nameOf(way));
-        Script script = drippedContent(Drops);
+        Script script = drippedContent(kDrops);
         script.push_back(step::close());
-        compare(receiveThrough(script, {60000, 10000, 10000}, way), {"200", std::string(Drops, 'd')}, way);
+        compare(receiveThrough(script, {60000, 10000, 10000}, way), {"200", std::string(kDrops, 'd')}, way);
     }
 }
 
 // Longer than the limit in all, but each drop begins it anew; the silence behind the last one does not end.
 TEST_P(FaultPace, PauseBeyondTheLimitEndsTheTransfer) {
-    Script script = drippedContent(Drops + 1, 4 * Pause);
+    Script script = drippedContent(kDrops + 1, 4 * kPause);
     script.push_back(step::awaitPeerEnd());
     compare(receiveThrough(script, {60000, 10000, 3000}, Way::Consumer),
-            {"Timeout(URL, 3.000, the server stopped sending, HTTPOptions.DataTimeout)", std::string(Drops, 'd')},
+            {"Timeout(URL, 3.000, the server stopped sending, HTTPOptions.DataTimeout)", std::string(kDrops, 'd')},
             Way::Consumer);
 }
 
@@ -84,7 +84,7 @@ TEST_P(FaultPaceDirect, HeadThatComesInDropsIsNoSilence) {
 // In the head a whole line is what counts.
 TEST_P(FaultPaceDirect, FieldLineThatTakesLongerThanTheLimitIsSilence) {
     Script script = {step::send("HTTP/1.1 200 OK\r\n")};
-    drip(script, "X-Slow: " + std::string(Drops, 's'));
+    drip(script, "X-Slow: " + std::string(kDrops, 's'));
     script.push_back(step::awaitPeerEnd());
     compare(receiveThrough(script, {60000, 300}, Way::Bytes),
             {"Timeout(URL, 0.300, the server sent no response, HTTPOptions.ResponseTimeout)"}, Way::Bytes);

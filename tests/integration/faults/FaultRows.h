@@ -24,8 +24,8 @@ struct FaultOutcome {
 };
 
 // What the proxies make of an answer that they do not pass on: a page of their own. Patterns, as in FaultOutcome.
-inline constexpr const char* NginxPage = "<html>*<h1>502 Bad Gateway</h1>*<center>nginx*</center>*</html>*";
-inline constexpr const char* NghttpxPage =
+inline constexpr const char* kNginxPage = "<html>*<h1>502 Bad Gateway</h1>*<center>nginx*</center>*</html>*";
+inline constexpr const char* kNghttpxPage =
     "<!DOCTYPE html>*<h1>502 Bad Gateway</h1><footer>nghttpx</footer></body></html>";
 
 struct FaultRow {

@@ -16,7 +16,7 @@ using vantik::Object;
 namespace step = testsupport::step;
 
 // More than every buffer on the way holds.
-constexpr std::size_t Length = 24'000'000;
+constexpr std::size_t kLength = 24'000'000;
 
 struct UploadRow {
     const char* Name;
@@ -42,8 +42,8 @@ std::vector<UploadRow> uploadRows() {
     // libcurl 7 gives up an upload over HTTP/2 when the stream is ended early, and does not look at the answer.
     const std::string ended = " | CopyContentToDataStreamError(* (CURLE code 92), URL)";
     const FaultOutcome tooLargeOrEnded{"413" + ended, " | too large"};
-    const FaultOutcome nginxPage{"502", NginxPage};
-    const FaultOutcome nghttpxPageOrEnded{"502" + ended, std::string(" | ") + NghttpxPage};
+    const FaultOutcome nginxPage{"502", kNginxPage};
+    const FaultOutcome nghttpxPageOrEnded{"502" + ended, std::string(" | ") + kNghttpxPage};
     // Whether libcurl notices it on sending or on receiving is a matter of moments.
     const FaultOutcome broken{
         "ConnectionRefused(URL, Recv failure: Connection reset by peer) | "
@@ -112,7 +112,7 @@ TEST_P(FaultUpload, IsTold) {
         const Object connection = openThrough(road, row.Limits);
         connection.set("RequestMethod", "PUT");
         connection.call("removeField", {"Expect"});
-        const std::string content = generated(Length);
+        const std::string content = generated(kLength);
         const auto provider = testsupport::makeScriptedProvider(host(), fromMemory ? std::string() : content);
         if (fromMemory) {
             connection.set("Payload", Array::bytes(std::string_view(content)));

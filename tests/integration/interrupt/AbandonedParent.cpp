@@ -6,7 +6,6 @@
 #include "tests/support/process/ProgramRun.h"
 
 #include <iostream>
-
 #include <unistd.h>
 
 int main() {

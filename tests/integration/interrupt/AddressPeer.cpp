@@ -4,10 +4,9 @@
 #include "tests/support/crypto/Certificates.h"
 
 #include <cerrno>
-#include <system_error>
-
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <system_error>
 
 namespace integrationtest {
 namespace {
@@ -103,7 +102,7 @@ std::string AddressPeer::url(const std::string& host, bool secure) const {
     const bool withinIPv6 = host.starts_with("[::ffff:"); // goes to 127.0.0.1
     const bool isName = host.find_first_not_of("0123456789.") != std::string::npos && host.front() != '[';
     if (!HasIPv6 && ((host.front() == '[' && !withinIPv6) || (isName && OnlyIPv6Serves))) {
-        throw std::runtime_error(testsupport::MissingIPv6);
+        throw std::runtime_error(testsupport::kMissingIPv6);
     }
     return (secure ? "https://" : "http://") + host + ":" + std::to_string(port(secure)) + "/";
 }

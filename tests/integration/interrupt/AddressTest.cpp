@@ -61,7 +61,7 @@ void PrintTo(const ReachedRow& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-const ReachedRow ReachedRows[] = {
+const ReachedRow kReachedRows[] = {
     {"IPv4Address", Side::Served, Side::Refused, "127.0.0.1", "127.0.0.1", "127.0.0.1"},
     {"IPv6Address", Side::Refused, Side::Served, "[::1]", "[::1]", "::1"},
     {"IPv6AddressInFull", Side::Refused, Side::Served, "[0:0:0:0:0:0:0:1]", "[::1]", "::1"},
@@ -98,7 +98,7 @@ TEST_P(ReachedAddress, AnswersEveryInterface) {
     EXPECT_EQ(outcome.Err, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ReachedAddress, testing::Combine(testing::ValuesIn(ReachedRows), testing::Bool()),
+INSTANTIATE_TEST_SUITE_P(Rows, ReachedAddress, testing::Combine(testing::ValuesIn(kReachedRows), testing::Bool()),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param).Name) +
                                     (std::get<1>(info.param) ? "UnderTls" : "");

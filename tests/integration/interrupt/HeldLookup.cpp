@@ -4,9 +4,8 @@
 
 #include <condition_variable>
 #include <cstring>
-#include <mutex>
-
 #include <dlfcn.h>
+#include <mutex>
 #include <netdb.h>
 #include <unistd.h>
 

@@ -11,10 +11,9 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <functional>
-
-#include <fcntl.h>
 
 namespace {
 
@@ -22,30 +21,30 @@ using namespace testsupport;
 
 using Texts = std::vector<std::string>;
 
-const std::string Interrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
-constexpr int Rounds = 50;
-constexpr std::chrono::seconds Patience{2}; // of the person who has pressed Ctrl-C
-constexpr std::size_t Much = 30'000'000;    // more than all buffers on the way hold
+const std::string kInterrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
+constexpr int kRounds = 50;
+constexpr std::chrono::seconds kPatience{2}; // of the person who has pressed Ctrl-C
+constexpr std::size_t kMuch = 30'000'000;    // more than all buffers on the way hold
 
 class InterruptedCommand : public testing::Test {
 protected:
     // Presses Ctrl-C and looks at what is left. A program that goes on for too long is killed, and has no status then.
     Outcome stop(Program& program) {
         program.signal(SIGINT);
-        const Outcome outcome = program.waitAtMost(Patience);
+        const Outcome outcome = program.waitAtMost(kPatience);
         EXPECT_EQ(outcome.Status, 130);
         EXPECT_TRUE(std::filesystem::is_empty(Folder.path())) << "something is left of the file";
         return outcome;
     }
     void interrupt(Program& program, const std::string& output = {}) {
         const Outcome outcome = stop(program);
-        EXPECT_EQ(outcome.Err, Interrupted);
+        EXPECT_EQ(outcome.Err, kInterrupted);
         EXPECT_EQ(outcome.Out, output);
     }
 
     // Each phase is interrupted as often as this, unless something fails.
     void repeat(const std::function<void(int round)>& action) {
-        for (int round = 0; round < Rounds && !HasFailure(); ++round) {
+        for (int round = 0; round < kRounds && !HasFailure(); ++round) {
             SCOPED_TRACE(round);
             action(round);
         }
@@ -71,7 +70,7 @@ TEST(InterruptedProgram, IsKilledWhereItDoesNotEnd) {
     Program silent({}, {.Executable = "/bin/cat"}); // nothing is typed
     EXPECT_EQ(silent.waitAtMost(std::chrono::milliseconds(1)).Status, -1);
     Program ending({"-c", "exit 7"}, {.Executable = "/bin/sh"});
-    EXPECT_EQ(ending.waitAtMost(Patience).Status, 7);
+    EXPECT_EQ(ending.waitAtMost(kPatience).Status, 7);
 }
 
 // Something that a program does which a server can see, in turn with what it then waits for.
@@ -135,12 +134,12 @@ TEST_F(InterruptedCommand, WithinTheContent) {
 // A server that answers nothing but takes every byte, and one that takes none once the buffers are full.
 TEST_F(InterruptedCommand, WhileContentIsSent) {
     const TemporaryFolder source;
-    writeFile(source.file("content"), patternedBytes(Much));
+    writeFile(source.file("content"), patternedBytes(kMuch));
     repeat([&](int round) {
         const char* option = round % 2 == 0 ? "-T" : "--body-file";
         const bool reads = round % 4 < 2;
         SCOPED_TRACE(std::string(option) + (reads ? ", somebody reads" : ", nobody reads"));
-        ScriptedServer server({step::expectHead(), step::discard(reads ? Much / 2 : 1), step::signal("reached"),
+        ScriptedServer server({step::expectHead(), step::discard(reads ? kMuch / 2 : 1), step::signal("reached"),
                                reads ? step::awaitPeerEnd() : step::await("the end")});
         Program program({"send", "-X", "PUT", option, source.file("content"), "-o", target(), server.url()});
         server.waitFor("reached");

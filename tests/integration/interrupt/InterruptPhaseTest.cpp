@@ -19,8 +19,8 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-constexpr int Rounds = 50;
-constexpr double Short = 20; // ms: bounds a wait of the send while nothing can come, and with it the time of a round
+constexpr int kRounds = 50;
+constexpr double kShort = 20; // ms: bounds a wait of the send while nothing can come, and with it the time of a round
 
 class InterruptPhases : public IntegrationFixture {
 protected:
@@ -30,7 +30,7 @@ protected:
     // A server that plays the same script to as many connections as there are rounds. Events have the round's number.
     ScriptedServer& serveRounds(const std::function<Script(const std::string& round)>& script) {
         std::vector<Script> scripts;
-        for (int round = 0; round < Rounds; ++round) {
+        for (int round = 0; round < kRounds; ++round) {
             scripts.push_back(script(std::to_string(round)));
         }
         return serve(std::move(scripts));
@@ -57,11 +57,11 @@ protected:
         Outcome outcome, const std::function<void(const Object&, const std::string& round)>& request,
         const std::function<void()>& behind = [] {}) {
         Script answers;
-        for (int count = 0; count < 3 * Rounds; ++count) {
+        for (int count = 0; count < 3 * kRounds; ++count) {
             answers.insert(answers.end(), {step::expectHead(), step::send(response("good"))});
         }
-        const std::string good = serve(std::vector<Script>(3 * Rounds, answers)).url("/good");
-        for (int round = 0; round < Rounds; ++round) {
+        const std::string good = serve(std::vector<Script>(3 * kRounds, answers)).url("/good");
+        for (int round = 0; round < kRounds; ++round) {
             SCOPED_TRACE(round);
             {
                 const Object connection = makeAdapter();
@@ -116,7 +116,7 @@ TEST_F(InterruptPhases, Connecting) {
         },
         {});
     stopManyTimes(Outcome::FailedConnection, [&](const Object& connection, const std::string&) {
-        openLimited(connection, silent.url(), Short);
+        openLimited(connection, silent.url(), kShort);
         armed = true;
         receiveBytes(connection);
     });
@@ -126,7 +126,7 @@ TEST_F(InterruptPhases, Connecting) {
 TEST_F(InterruptPhases, ConnectingFromAnotherThread) {
     const SilentPort silent;
     stopManyTimes(Outcome::FailedConnection, [&](const Object& connection, const std::string&) {
-        openLimited(connection, silent.url(), Short);
+        openLimited(connection, silent.url(), kShort);
         std::thread other([this] { host().interrupt(); });
         try {
             receiveBytes(connection);
@@ -144,7 +144,7 @@ TEST_F(InterruptPhases, LookingUpTheName) {
     stopManyTimes(Outcome::FailedConnection, [&](const Object& connection, const std::string&) {
         lookup.reset();
         lookup = std::make_unique<HeldLookup>();
-        openLimited(connection, "http://held.test/", Short);
+        openLimited(connection, "http://held.test/", kShort);
         std::thread other([&] {
             lookup->awaitBegun();
             host().interrupt();
@@ -281,7 +281,7 @@ TEST_F(InterruptPhases, WithinTheConsumer) {
         connection.set("Consumer", consumer);
         connection.call("copyContentToByteArray", {false});
     });
-    EXPECT_EQ(consumer->Pieces.size(), static_cast<std::size_t>(Rounds)) << "none behind a stop";
+    EXPECT_EQ(consumer->Pieces.size(), static_cast<std::size_t>(kRounds)) << "none behind a stop";
 }
 
 TEST_F(InterruptPhases, WithinTheProgressReporter) {

@@ -16,12 +16,12 @@ using vantik::Object;
 
 class NameLookup : public IntegrationFixture {
 protected:
-    static constexpr double Limit = 100; // ms, on connecting
+    static constexpr double kLimit = 100; // ms, on connecting
 
     // Runs into the limit on connecting while the look-up is held.
     static void runIntoTheLimit(const Object& connection) {
         connection.set("URL", "http://held.test/");
-        connection.set("TimeoutInMilliseconds", Array::doubles({Limit, 60000}));
+        connection.set("TimeoutInMilliseconds", Array::doubles({kLimit, 60000}));
         connection.call("openConnection");
         const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
         EXPECT_EQ(failure.identifier(), "VANTIK:webservices:Timeout");
@@ -56,7 +56,7 @@ TEST_F(NameLookup, HoldsUpTheEndOfNoScope) {
     {
         vantik::Host scope;
         scope.load(modulePath());
-        runIntoTheLimit(scope.create(AdapterClass, {true}));
+        runIntoTheLimit(scope.create(kAdapterClass, {true}));
     }
     expectScopeUsable();
 }

@@ -69,7 +69,7 @@ void PrintTo(const BreakRow& row, std::ostream* stream) { // for GoogleTest
     *stream << row.Name;
 }
 
-const BreakRow BreakRows[] = {
+const BreakRow kBreakRows[] = {
     {"OfAKnownLengthByClose", "Content-Length: 100000\r\n\r\n", step::close()},
     {"OfAKnownLengthByReset", "Content-Length: 100000\r\n\r\n", step::reset()},
     {"InChunksByClose", "Transfer-Encoding: chunked\r\n\r\n186a0\r\n", step::close()},
@@ -117,7 +117,7 @@ TEST_P(Http2Break, OfAnErrorPageIsAnAnswer) {
     expectUsable(connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(OfContent, Http2Break, ::testing::ValuesIn(BreakRows),
+INSTANTIATE_TEST_SUITE_P(OfContent, Http2Break, ::testing::ValuesIn(kBreakRows),
                          [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(Http2, ServerThatClosesWithoutAnAnswerIsABadGateway) {

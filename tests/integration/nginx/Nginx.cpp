@@ -9,7 +9,7 @@ namespace {
 
 // The words in capitals are replaced. One process without a master runs as whoever runs the test, so that no folder has
 // to be opened for another user.
-constexpr const char* Configuration = R"(
+constexpr const char* kConfiguration = R"(
 daemon off;
 master_process off;
 pid FOLDER/nginx.pid;
@@ -124,7 +124,7 @@ std::string Nginx::http2Url(const std::string& path) const {
 }
 
 std::string Nginx::configuration() const {
-    std::string text = Configuration;
+    std::string text = kConfiguration;
     replaceAll(text, "LOAD_BROTLI", knowsBrotli() ? "load_module " + BrotliModule + ";" : "");
     replaceAll(text, "USE_BROTLI", knowsBrotli() ? "brotli on; brotli_types *; brotli_min_length 1;" : "");
     replaceAll(text, "FOLDER", Folder.path());

@@ -59,7 +59,7 @@ std::string sizeName(const ::testing::TestParamInfo<NginxDownload::ParamType>& i
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NginxDownload,
-                         ::testing::Combine(::testing::ValuesIn(AllRoads),
+                         ::testing::Combine(::testing::ValuesIn(kAllRoads),
                                             ::testing::Values(0U, 1U, 200U, 16384U, 3'000'000U)),
                          sizeName);
 
@@ -76,7 +76,7 @@ void PrintTo(const RangeRow& row, std::ostream* stream) { // for GoogleTest
     *stream << row.Name;
 }
 
-const RangeRow RangeRows[] = {
+const RangeRow kRangeRows[] = {
     {"TheFirst", "bytes=0-4", "206", "Partial Content", "bytes 0-4/20", "01234"},
     {"InTheMiddle", "bytes=8-11", "206", "Partial Content", "bytes 8-11/20", "8901"},
     {"FromAPlaceOn", "bytes=17-", "206", "Partial Content", "bytes 17-19/20", "789"},
@@ -104,7 +104,7 @@ TEST_P(NginxRange, GivesThePart) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NginxRange,
-                         ::testing::Combine(::testing::ValuesIn(AllRoads), ::testing::ValuesIn(RangeRows)),
+                         ::testing::Combine(::testing::ValuesIn(kAllRoads), ::testing::ValuesIn(kRangeRows)),
                          [](const auto& info) {
                              return std::string(nameOf(std::get<0>(info.param))) + std::get<1>(info.param).Name;
                          });
@@ -198,7 +198,7 @@ TEST_P(NginxAnswer, NamesWithBlanksAndOtherLettersAreFound) {
     expectRoadUsable(GetParam(), connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, NginxAnswer, ::testing::ValuesIn(AllRoads),
+INSTANTIATE_TEST_SUITE_P(Roads, NginxAnswer, ::testing::ValuesIn(kAllRoads),
                          [](const auto& info) { return std::string(nameOf(info.param)); });
 
 class NginxUnderTls : public RoadFixture, public ::testing::WithParamInterface<Road> {};

@@ -27,7 +27,7 @@ void PrintTo(const Row& row, std::ostream* stream) { // for GoogleTest
     *stream << row.Name;
 }
 
-const Row Rows[] = {
+const Row kRows[] = {
     {"ToARelativePath", "relative", 302, "/files/200", "two hundred"},
     {"ToAPathWithAQuery", "path", 301, "/files/200?x=1&y=2", "two hundred"},
     {"ToAFragment", "fragment", 303, "/files/200#part", "two hundred"},
@@ -105,8 +105,8 @@ TEST_P(NginxRedirectRow, IsFollowedOnTheCommandLine) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NginxRedirectRow,
-                         ::testing::Combine(::testing::ValuesIn(AllRoads), ::testing::ValuesIn(Rows)),
+INSTANTIATE_TEST_SUITE_P(kRows, NginxRedirectRow,
+                         ::testing::Combine(::testing::ValuesIn(kAllRoads), ::testing::ValuesIn(kRows)),
                          [](const auto& info) {
                              return std::string(nameOf(std::get<0>(info.param))) + std::get<1>(info.param).Name;
                          });
@@ -145,7 +145,7 @@ TEST_P(NginxRedirectChain, WithoutEndIsOneAnswerForTheClass) {
     expectRoadUsable(GetParam(), connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, NginxRedirectChain, ::testing::ValuesIn(AllRoads),
+INSTANTIATE_TEST_SUITE_P(Roads, NginxRedirectChain, ::testing::ValuesIn(kAllRoads),
                          [](const auto& info) { return std::string(nameOf(info.param)); });
 
 } // namespace

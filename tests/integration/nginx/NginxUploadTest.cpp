@@ -102,7 +102,7 @@ std::string providerName(const ::testing::TestParamInfo<NginxProviderUpload::Par
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NginxProviderUpload,
-                         ::testing::Combine(::testing::ValuesIn(AllRoads),
+                         ::testing::Combine(::testing::ValuesIn(kAllRoads),
                                             ::testing::Values(1U, 1000U, 16384U, 100000U),
                                             ::testing::Values(Length::Told, Length::Untold),
                                             ::testing::Values(Expectation::AsItComes, Expectation::Off)),
@@ -131,7 +131,7 @@ std::string payloadName(const ::testing::TestParamInfo<NginxPayloadUpload::Param
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NginxPayloadUpload,
-                         ::testing::Combine(::testing::ValuesIn(AllRoads), ::testing::Values(1U, 16384U, 2'500'000U),
+                         ::testing::Combine(::testing::ValuesIn(kAllRoads), ::testing::Values(1U, 16384U, 2'500'000U),
                                             ::testing::Values(Length::Told, Length::Untold),
                                             ::testing::Values(Expectation::AsItComes, Expectation::Off)),
                          payloadName);
@@ -178,7 +178,7 @@ TEST_P(NginxRefusal, OfTheMethodIsAnAnswer) {
     expectRoadUsable(GetParam(), connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, NginxRefusal, ::testing::ValuesIn(AllRoads),
+INSTANTIATE_TEST_SUITE_P(Roads, NginxRefusal, ::testing::ValuesIn(kAllRoads),
                          [](const auto& info) { return std::string(nameOf(info.param)); });
 
 } // namespace

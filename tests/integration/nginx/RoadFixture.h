@@ -14,7 +14,7 @@ namespace integrationtest {
 
 enum class Road { Plain, Tls, NginxHttp2, NghttpxHttp2 };
 
-inline constexpr Road AllRoads[] = {Road::Plain, Road::Tls, Road::NginxHttp2, Road::NghttpxHttp2};
+inline constexpr Road kAllRoads[] = {Road::Plain, Road::Tls, Road::NginxHttp2, Road::NghttpxHttp2};
 
 const char* nameOf(Road road);
 void PrintTo(Road road, std::ostream* stream); // for GoogleTest

@@ -4,7 +4,6 @@
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/host/LeakCheck.h"
 #include "tests/support/host/ScriptedObjects.h"
-
 #include "vantik/Host.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +22,7 @@ using vantik::Array;
 using vantik::Host;
 using vantik::Object;
 
-constexpr int Exchanges = 500;
+constexpr int kExchanges = 500;
 
 // One thread's work: a scope of its own, and exchanges of all kinds in turn.
 class Worker {
@@ -34,7 +33,7 @@ public:
         try {
             Host host;
             host.load(testsupport::modulePath());
-            for (int number = 0; number < Exchanges; ++number) {
+            for (int number = 0; number < kExchanges; ++number) {
                 exchange(host, number);
             }
         } catch (const std::exception& failure) {
@@ -51,7 +50,7 @@ private:
     const std::string Piece = generated(16384);
 
     Object open(Host& host, const std::string& path, bool tls) {
-        Object connection = host.create(testsupport::AdapterClass, {true});
+        Object connection = host.create(testsupport::kAdapterClass, {true});
         connection.set("URL", tls ? Server.http2Url(path) : Server.url(path));
         connection.set("CertificateFilename", Server.certificateFile());
         connection.call("openConnection");
@@ -61,7 +60,7 @@ private:
     void exchange(Host& host, int number) {
         // Now and then everything begins anew, TLS included, while the other thread goes on.
         if (number % 50 == 49) {
-            host.create(testsupport::AdapterClass, {true}).call("closeAllConnections");
+            host.create(testsupport::kAdapterClass, {true}).call("closeAllConnections");
         }
         const bool tls = number % 2 == 1;
         switch (number % 6) {
@@ -120,8 +119,8 @@ TEST(TwoScopes, RunSideBySideOnTwoThreads) {
     std::thread another([&] { second.run(); });
     thread.join();
     another.join();
-    EXPECT_EQ(first.done(), Exchanges);
-    EXPECT_EQ(second.done(), Exchanges);
+    EXPECT_EQ(first.done(), kExchanges);
+    EXPECT_EQ(second.done(), kExchanges);
 }
 
 // The first scope of a process starts libcurl and the last drops it; both can happen at the same time as the other's.
@@ -134,7 +133,7 @@ TEST(TwoScopes, ComeAndGoOnTwoThreads) {
             for (int round = 0; round < 20; ++round) {
                 Host host;
                 host.load(testsupport::modulePath());
-                const Object connection = host.create(testsupport::AdapterClass, {true});
+                const Object connection = host.create(testsupport::kAdapterClass, {true});
                 connection.set("URL", round % 2 == 0 ? server.url("/files/small") : server.http2Url("/files/small"));
                 connection.call("openConnection");
                 EXPECT_EQ(receiveBytes(connection), generated(200));
@@ -160,7 +159,7 @@ TEST(TwoScopes, AreInterruptedOneByOne) {
     Host waiting;
     std::thread thread([&] {
         waiting.load(testsupport::modulePath());
-        const Object connection = waiting.create(testsupport::AdapterClass, {true});
+        const Object connection = waiting.create(testsupport::kAdapterClass, {true});
         connection.set("URL", silent.url("/"));
         connection.call("openConnection");
         EXPECT_EQ(testsupport::failureOf([&] { receiveBytes(connection); }).identifier(),
@@ -171,7 +170,7 @@ TEST(TwoScopes, AreInterruptedOneByOne) {
     std::thread another([&] {
         Host host;
         host.load(testsupport::modulePath());
-        const Object connection = host.create(testsupport::AdapterClass, {true});
+        const Object connection = host.create(testsupport::kAdapterClass, {true});
         connection.set("URL", server.url("/files/small"));
         connection.call("openConnection");
         waiting.interrupt();

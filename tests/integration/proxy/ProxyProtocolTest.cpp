@@ -17,17 +17,17 @@ using vantik::Object;
 
 using Texts = std::vector<std::string>;
 
-const std::string Granted = "\5\0\0\1\0\0\0\0\0\0"s; // of a SOCKS5 connect
-const std::string TlsHandshake = "\x16\3"s;          // how the first record of a TLS client begins
+const std::string kGranted = "\5\0\0\1\0\0\0\0\0\0"s; // of a SOCKS5 connect
+const std::string kTlsHandshake = "\x16\3"s;          // how the first record of a TLS client begins
 
 // A SOCKS5 server that plays the origin too. It may answer ahead of what it is asked, which has to come in this order:
 // the ways to log in that the client knows, its login, the connect, the request.
 Script socksExchange(const std::string& login) {
-    return {step::expectBody(2), step::send(login + Granted), step::expectHead(), step::send(response("by socks")),
+    return {step::expectBody(2), step::send(login + kGranted), step::expectHead(), step::send(response("by socks")),
             step::awaitPeerEnd()};
 }
-const std::string NoLogin = "\5\0"s;
-const std::string PasswordLogin = "\5\2\1\0"s; // wanted, and accepted
+const std::string kNoLogin = "\5\0"s;
+const std::string kPasswordLogin = "\5\2\1\0"s; // wanted, and accepted
 
 class ProxyProtocols : public ProxySettings {
 protected:
@@ -61,13 +61,13 @@ TEST_F(ProxyProtocols, TlsIsSpokenBeforeAnyPassword) {
     ASSERT_EQ(proxy.connectionCount(), 3U);
     for (std::size_t road = 0; road < 3; ++road) {
         const Record record = proxy.waitUntilDone(road);
-        EXPECT_THAT(record.Received, StartsWith(TlsHandshake)) << road;
+        EXPECT_THAT(record.Received, StartsWith(kTlsHandshake)) << road;
         EXPECT_THAT(record.Received, Not(HasSubstr("dTpzZWNyZXQ="))) << road; // u:secret
     }
 }
 
 TEST_F(ProxyProtocols, Socks5WithNamesIsAskedForTheNameOfTheServer) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(NoLogin)));
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kNoLogin)));
     getByEveryRoad("socks5h://" + proxy.authority(), "http://origin.test/x", "by socks");
     for (std::size_t road = 0; road < 3; ++road) {
         const Record record = proxy.record(road);
@@ -77,7 +77,7 @@ TEST_F(ProxyProtocols, Socks5WithNamesIsAskedForTheNameOfTheServer) {
 }
 
 TEST_F(ProxyProtocols, Socks5IsAskedForTheAddressOfTheServer) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(NoLogin)));
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kNoLogin)));
     getByEveryRoad("socks5://" + proxy.authority(), "http://127.0.0.1/x", "by socks");
     for (std::size_t road = 0; road < 3; ++road) {
         EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\5\1\0\1\177\0\0\1\0\120GET /x HTTP/1.1\r\n"s)) << road;
@@ -85,7 +85,7 @@ TEST_F(ProxyProtocols, Socks5IsAskedForTheAddressOfTheServer) {
 }
 
 TEST_F(ProxyProtocols, Socks5GetsTheCredentialsOfTheSetting) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(PasswordLogin)));
+    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kPasswordLogin)));
     getByEveryRoad("socks5://me:p%40w@" + proxy.authority(), "http://127.0.0.1/x", "by socks");
     for (std::size_t road = 0; road < 3; ++road) {
         EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\1\2me\3p@w\5\1\0\1"s)) << road;
@@ -115,7 +115,7 @@ TEST_F(ProxyProtocols, SocksWithoutAVersionIsSocks4) {
 }
 
 TEST_F(ProxyProtocols, SocksProxyOfAScriptIsUsed) {
-    ScriptedServer& proxy = serve({socksExchange(NoLogin)});
+    ScriptedServer& proxy = serve({socksExchange(kNoLogin)});
     writeFile(folder().file("proxy.pac"),
               "function FindProxyForURL(url, host) { return 'SOCKS5 " + proxy.authority() + "'; }");
     Settings.set("http_proxy", "pac+file://" + folder().file("proxy.pac"));

@@ -1,15 +1,13 @@
 // Proxy scripts, and selectors of a program's own.
+#include "embedded/services/Services.h"
+#include "host/ProxySelector.h"
 #include "tests/integration/proxy/ProxySettingsFixture.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
 
-#include "embedded/services/Services.h"
-#include "host/ProxySelector.h"
-
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
-
 #include <gmock/gmock.h>
 
 // For the run under a sanitizer: libproxy itself loses the address of a script that it could not get.
@@ -46,7 +44,7 @@ std::string scriptFor(const ScriptedServer& proxy) {
 class ProxyScripts : public ProxySettings {
 protected:
     void expectAnswersOf(const ScriptedServer& proxy) {
-        EXPECT_EQ(described(lookUp("http://direct.test/")), Direct);
+        EXPECT_EQ(described(lookUp("http://direct.test/")), kDirect);
         EXPECT_EQ(described(lookUp("https://any.test/")), "secure.test 8443");
         EXPECT_EQ(described(lookUp("http://a.two.test/")), "first.test 1");
         EXPECT_EQ(described(lookUp("http://any.test/socks/x")), "socks://socks.test 1080");
@@ -54,8 +52,8 @@ protected:
         EXPECT_EQ(described(lookUp("http://any.test/tls/x")), "behind.test 3128") << "libproxy leaves HTTPS out";
         EXPECT_EQ(described(lookUp("http://any.test/")), "127.0.0.1 " + std::to_string(proxy.port()));
         // What a script does wrong counts as no proxy.
-        EXPECT_EQ(described(lookUp("http://nonsense.test/")), Direct);
-        EXPECT_EQ(described(lookUp("http://throws.test/")), Direct);
+        EXPECT_EQ(described(lookUp("http://nonsense.test/")), kDirect);
+        EXPECT_EQ(described(lookUp("http://throws.test/")), kDirect);
     }
 };
 
@@ -97,7 +95,7 @@ TEST_F(ProxyScripts, ThatCannotBeHadMeanADirectConnection) {
          {std::string("pac+file:///nonexistent/proxy.pac"), "pac+" + refusing.url("/proxy.pac")}) {
         SCOPED_TRACE(setting);
         Settings.set("http_proxy", setting);
-        EXPECT_EQ(described(lookUp("http://a.corp/")), Direct);
+        EXPECT_EQ(described(lookUp("http://a.corp/")), kDirect);
     }
     expectScopeUsable();
 }

@@ -45,6 +45,6 @@ protected:
 };
 
 // The answer where no proxy applies: no host, and the port that stands for none.
-inline const char* const Direct = " 80";
+inline const char* const kDirect = " 80";
 
 } // namespace integrationtest

@@ -5,9 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
-#include <system_error>
-
 #include <pwd.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace integrationtest {
@@ -16,7 +15,7 @@ namespace {
 using testsupport::writeFile;
 
 // A name that the hosts file does not have is asked of a server that is not there.
-constexpr const char* Configuration = R"(
+constexpr const char* kConfiguration = R"(
 pid_filename none
 cache deny all
 cache_mem 0 MB
@@ -36,27 +35,27 @@ acl refused dstdomain refused.test
 http_access deny refused
 )";
 
-constexpr const char* Basic = R"(
+constexpr const char* kBasic = R"(
 auth_param basic children 1 startup=0
 auth_param basic realm test
 auth_param basic casesensitive on
 )";
 
-constexpr const char* Digest = R"(
+constexpr const char* kDigest = R"(
 auth_param digest children 1 startup=0
 auth_param digest realm test
 )";
 
 // Started as root it becomes another user, who writes into the folder and reads what is in it.
-constexpr const char* OtherUser = "proxy";
+constexpr const char* kOtherUser = "proxy";
 
 void giveAway(const std::string& folder) {
     if (::geteuid() != 0) {
         return;
     }
-    const passwd* user = ::getpwnam(OtherUser);
+    const passwd* user = ::getpwnam(kOtherUser);
     if (user == nullptr) {
-        throw std::runtime_error(std::string("no such user: ") + OtherUser);
+        throw std::runtime_error(std::string("no such user: ") + kOtherUser);
     }
     std::vector<std::string> paths = {folder};
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
@@ -73,8 +72,8 @@ void giveAway(const std::string& folder) {
 
 Squid::Squid(SquidLogin login) {
     writeFile(Folder.file("hosts"), "127.0.0.1 localhost origin.test refused.test\n");
-    writeFile(Folder.file("basic.users"), basicPasswordLine(KnownUser, KnownPassword));
-    writeFile(Folder.file("digest.users"), digestPasswordLine(KnownUser, "test", KnownPassword));
+    writeFile(Folder.file("basic.users"), basicPasswordLine(kKnownUser, kKnownPassword));
+    writeFile(Folder.file("digest.users"), digestPasswordLine(kKnownUser, "test", kKnownPassword));
     const std::string common = configuration(login);
     giveAway(Folder.path());
     Process = startOnFreePorts(1, [&](const std::vector<std::uint16_t>& ports) {
@@ -97,12 +96,12 @@ Squid::Squid(SquidLogin login) {
 std::string Squid::configuration(SquidLogin login) const {
     const std::string folder = Folder.path();
     std::string text = "hosts_file " + folder + "/hosts\ncache_log " + folder + "/cache.log\ncoredump_dir " + folder +
-                       "\n" + Configuration;
+                       "\n" + kConfiguration;
     if (login == SquidLogin::Basic || login == SquidLogin::Both) {
-        text += "auth_param basic program /usr/lib/squid/basic_ncsa_auth " + folder + "/basic.users" + Basic;
+        text += "auth_param basic program /usr/lib/squid/basic_ncsa_auth " + folder + "/basic.users" + kBasic;
     }
     if (login == SquidLogin::Digest || login == SquidLogin::Both) {
-        text += "auth_param digest program /usr/lib/squid/digest_file_auth -c " + folder + "/digest.users" + Digest;
+        text += "auth_param digest program /usr/lib/squid/digest_file_auth -c " + folder + "/digest.users" + kDigest;
     }
     if (login != SquidLogin::None) {
         text += "acl known proxy_auth REQUIRED\nhttp_access deny !known\n";

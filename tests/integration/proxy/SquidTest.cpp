@@ -1,5 +1,6 @@
 // Requests through the proxy Squid: forwarded, through a tunnel, with a login, refused.
 #include "tests/integration/proxy/Squid.h"
+
 #include "tests/integration/apache/Apache.h"
 #include "tests/integration/support/IntegrationFixture.h"
 #include "tests/integration/tls/TlsPeer.h"
@@ -26,7 +27,7 @@ using vantik::Object;
 using Texts = std::vector<std::string>;
 using Schemes = std::vector<std::string>;
 
-constexpr const char* Secret = "told under TLS";
+constexpr const char* kSecret = "told under TLS";
 
 // The origins are known to the proxy alone by their names.
 class ThroughSquid : public IntegrationFixture {
@@ -67,8 +68,8 @@ protected:
             "openProxyConnection",
             {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(squid(login).port())}})});
     }
-    static void logIn(const Object& connection, const Schemes& allowed, const std::string& password = KnownPassword) {
-        connection.set("ProxyUsername", KnownUser);
+    static void logIn(const Object& connection, const Schemes& allowed, const std::string& password = kKnownPassword) {
+        connection.set("ProxyUsername", kKnownUser);
         connection.set("ProxyPassword", password);
         connection.call("setAuthenticationSchemes",
                         {Array::enumeration("vantik.net.http.AuthenticationScheme", allowed), true});
@@ -83,7 +84,7 @@ private:
         testsupport::CertificateAuthority Authority;
         std::map<SquidLogin, std::unique_ptr<Squid>> Proxies;
         Apache Origin;
-        TlsPeer SecureOrigin{{{.Identity = Authority.issue({.Names = "DNS:origin.test"}), .Content = Secret}}};
+        TlsPeer SecureOrigin{{{.Identity = Authority.issue({.Names = "DNS:origin.test"}), .Content = kSecret}}};
     };
     inline static std::unique_ptr<PeerSet> Peers;
 };
@@ -104,7 +105,7 @@ TEST_F(ThroughSquid, OlderInterfaceIsForwardedToo) {
 
 TEST_F(ThroughSquid, TunnelIsOpenedForASecurePage) {
     const Object connection = openThrough(SquidLogin::None, secureUrl());
-    EXPECT_EQ(receiveBytes(connection), Secret);
+    EXPECT_EQ(receiveBytes(connection), kSecret);
     EXPECT_EQ(status(connection), 200);
     EXPECT_EQ(connection.call("getResponseField", {"X-Cache"}).size(), 0U) << "what the proxy said is no response";
     expectScopeUsable(connection);
@@ -114,7 +115,7 @@ TEST_F(ThroughSquid, RequestsInARowUseTheSameProxy) {
     for (int round = 0; round < 5; ++round) {
         for (const bool secure : {false, true}) {
             const Object connection = openThrough(SquidLogin::None, secure ? secureUrl() : plainUrl());
-            EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page()));
+            EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? kSecret : origin().page()));
             connection.call("closeConnection");
         }
     }
@@ -124,8 +125,8 @@ TEST_F(ThroughSquid, RequestsInARowUseTheSameProxy) {
 // What the origin asks for is passed on.
 TEST_F(ThroughSquid, OriginsOwnLoginWorks) {
     const Object connection = openThrough(SquidLogin::None, plainUrl("/digest/page"));
-    connection.set("Username", KnownUser);
-    connection.set("Password", KnownPassword);
+    connection.set("Username", kKnownUser);
+    connection.set("Password", kKnownPassword);
     connection.call("setAuthenticationSchemes",
                     {Array::enumeration("vantik.net.http.AuthenticationScheme", Schemes{"Digest"}), false});
     EXPECT_EQ(receiveDigest(connection).hex(), digestOf(origin().page()));
@@ -143,7 +144,7 @@ void PrintTo(const LoginRow& row, std::ostream* out) {
     *out << row.Name;
 }
 
-const LoginRow LoginRows[] = {
+const LoginRow kLoginRows[] = {
     {"Basic", SquidLogin::Basic, {"Basic"}},
     {"Digest", SquidLogin::Digest, {"Digest"}},
     {"EitherAtBasic", SquidLogin::Basic, {"Basic", "Digest"}},
@@ -158,7 +159,7 @@ TEST_P(SquidLetsThrough, PlainAndSecurePages) {
     for (const bool secure : {false, true}) {
         const Object connection = openThrough(GetParam().Asked, secure ? secureUrl() : plainUrl());
         logIn(connection, GetParam().Allowed);
-        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page())) << secure;
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? kSecret : origin().page())) << secure;
         EXPECT_EQ(status(connection), 200) << secure;
         expectScopeUsable(connection);
     }
@@ -193,14 +194,14 @@ void PrintTo(const RefusalRow& row, std::ostream* out) {
     *out << row.Name;
 }
 
-const RefusalRow RefusalRows[] = {
-    {"NoSchemeAtBasic", SquidLogin::Basic, {}, KnownPassword, "Basic realm=\"test\""},
-    {"NoSchemeAtDigest", SquidLogin::Digest, {}, KnownPassword, "Digest realm=\"test\""},
+const RefusalRow kRefusalRows[] = {
+    {"NoSchemeAtBasic", SquidLogin::Basic, {}, kKnownPassword, "Basic realm=\"test\""},
+    {"NoSchemeAtDigest", SquidLogin::Digest, {}, kKnownPassword, "Digest realm=\"test\""},
     {"WrongPasswordAtBasic", SquidLogin::Basic, {"Basic"}, "wrong", "Basic realm=\"test\""},
     {"WrongPasswordAtDigest", SquidLogin::Digest, {"Digest"}, "wrong", "Digest realm=\"test\""},
     {"WrongPasswordWithEither", SquidLogin::Digest, {"Basic", "Digest"}, "wrong", "Digest realm=\"test\""},
-    {"BasicWhereDigestIsAsked", SquidLogin::Digest, {"Basic"}, KnownPassword, "Digest realm=\"test\""},
-    {"DigestWhereBasicIsAsked", SquidLogin::Basic, {"Digest"}, KnownPassword, "Basic realm=\"test\""},
+    {"BasicWhereDigestIsAsked", SquidLogin::Digest, {"Basic"}, kKnownPassword, "Digest realm=\"test\""},
+    {"DigestWhereBasicIsAsked", SquidLogin::Basic, {"Digest"}, kKnownPassword, "Basic realm=\"test\""},
 };
 
 class SquidAsksForALogin : public ThroughSquid, public testing::WithParamInterface<RefusalRow> {};
@@ -221,7 +222,7 @@ TEST_P(SquidAsksForALogin, AndTheAnswerIsAResponse) {
         // The right login counts at once, for the same object.
         openAgain(connection, row.Asked);
         logIn(connection, {row.Asked == SquidLogin::Basic ? "Basic" : "Digest"});
-        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? Secret : origin().page()));
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(secure ? kSecret : origin().page()));
         EXPECT_EQ(status(connection), 200);
         expectScopeUsable(connection);
     }
@@ -239,7 +240,7 @@ void PrintTo(const ErrorRow& row, std::ostream* out) {
 }
 
 // Squid hears nothing about the unknown names, which is not the same to it as a "no".
-const ErrorRow ErrorRows[] = {
+const ErrorRow kErrorRows[] = {
     {"RefusedDestination", "http://refused.test:80/", 403, "ERR_ACCESS_DENIED"},
     {"RefusedTunnel", "https://refused.test:443/", 403, "ERR_ACCESS_DENIED"},
     {"ServerThatIsDown", "http://origin.test:down/", 503, "ERR_CONNECT_FAIL"},
@@ -297,9 +298,9 @@ std::string rowName(const testing::TestParamInfo<Row>& info) {
     return info.param.Name;
 }
 
-INSTANTIATE_TEST_SUITE_P(, SquidLetsThrough, testing::ValuesIn(LoginRows), rowName<LoginRow>);
-INSTANTIATE_TEST_SUITE_P(, SquidAsksForALogin, testing::ValuesIn(RefusalRows), rowName<RefusalRow>);
-INSTANTIATE_TEST_SUITE_P(, SquidFails, testing::ValuesIn(ErrorRows), rowName<ErrorRow>);
+INSTANTIATE_TEST_SUITE_P(, SquidLetsThrough, testing::ValuesIn(kLoginRows), rowName<LoginRow>);
+INSTANTIATE_TEST_SUITE_P(, SquidAsksForALogin, testing::ValuesIn(kRefusalRows), rowName<RefusalRow>);
+INSTANTIATE_TEST_SUITE_P(, SquidFails, testing::ValuesIn(kErrorRows), rowName<ErrorRow>);
 
 class SquidCommand : public ThroughSquid {
 protected:
@@ -311,7 +312,7 @@ protected:
 };
 
 TEST_F(SquidCommand, GetsThroughWithALogin) {
-    const std::string user = std::string(KnownUser) + ":" + KnownPassword;
+    const std::string user = std::string(kKnownUser) + ":" + kKnownPassword;
     for (const auto& [asked, options] :
          {std::pair(SquidLogin::Basic, Texts{"--proxy-auth", "basic"}),
           std::pair(SquidLogin::Digest, Texts{"--proxy-auth", "digest"}), std::pair(SquidLogin::Both, Texts{})}) {
@@ -320,7 +321,7 @@ TEST_F(SquidCommand, GetsThroughWithALogin) {
             arguments.insert(arguments.begin(), options.begin(), options.end());
             const Outcome outcome = get(asked, arguments);
             EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-            EXPECT_EQ(digestOf(outcome.Out), digestOf(secure ? Secret : origin().page()));
+            EXPECT_EQ(digestOf(outcome.Out), digestOf(secure ? kSecret : origin().page()));
             EXPECT_EQ(outcome.Err, "");
         }
     }
@@ -330,7 +331,7 @@ TEST_F(SquidCommand, WrongLoginFailsAndTellsNoSecret) {
     for (const bool secure : {false, true}) {
         const Outcome outcome =
             get(SquidLogin::Digest,
-                {"--fail", "--proxy-user", std::string(KnownUser) + ":hush-hush", secure ? secureUrl() : plainUrl()});
+                {"--fail", "--proxy-user", std::string(kKnownUser) + ":hush-hush", secure ? secureUrl() : plainUrl()});
         EXPECT_EQ(outcome.Status, 22);
         EXPECT_EQ(outcome.Out, "");
         EXPECT_THAT(outcome.Err, HasSubstr("407"));

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -12,18 +13,16 @@
 #include <stdexcept>
 #include <system_error>
 #include <thread>
-#include <utility>
-
-#include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace integrationtest {
 namespace {
 
-constexpr const char* ProgramFolders = "/usr/sbin:/usr/bin:/sbin:/bin";
-constexpr std::chrono::milliseconds BetweenLooks{10};
-constexpr std::chrono::seconds Patience{10}; // with a program that is asked to end
-constexpr int Attempts = 5;
+constexpr const char* kProgramFolders = "/usr/sbin:/usr/bin:/sbin:/bin";
+constexpr std::chrono::milliseconds kBetweenLooks{10};
+constexpr std::chrono::seconds kPatience{10}; // with a program that is asked to end
+constexpr int kAttempts = 5;
 
 std::string endOf(const std::string& file) {
     constexpr std::size_t enough = 4000;
@@ -88,7 +87,7 @@ bool groupListensOn(std::uint16_t port, pid_t group) {
 
 std::vector<std::string> environment(const std::map<std::string, std::string>& more) {
     std::map<std::string, std::string> values = {
-        {"PATH", ProgramFolders}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}};
+        {"PATH", kProgramFolders}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}};
     for (const auto& [name, value] : more) {
         values[name] = value;
     }
@@ -103,7 +102,7 @@ std::string programFile(const std::string& name) {
     if (name.find('/') != std::string::npos) {
         return name;
     }
-    std::istringstream folders(ProgramFolders);
+    std::istringstream folders(kProgramFolders);
     for (std::string folder; std::getline(folders, folder, ':');) {
         const std::string file = folder + "/" + name;
         if (::access(file.c_str(), X_OK) == 0) {
@@ -146,9 +145,9 @@ void PeerProcess::stop() noexcept {
     if (!Process->signal(StopSignal)) {
         return;
     }
-    const auto limit = std::chrono::steady_clock::now() + Patience;
+    const auto limit = std::chrono::steady_clock::now() + kPatience;
     while (!Process->hasEnded() && std::chrono::steady_clock::now() < limit) {
-        std::this_thread::sleep_for(BetweenLooks);
+        std::this_thread::sleep_for(kBetweenLooks);
     }
     Process->killGroup();
     Process->collect();
@@ -171,7 +170,7 @@ startOnFreePorts(std::size_t count,
         try {
             return start(freePorts(count));
         } catch (const std::runtime_error&) {
-            if (attempt == Attempts) {
+            if (attempt == kAttempts) {
                 throw;
             }
         }

@@ -17,7 +17,7 @@ using testsupport::Credentials;
 using testsupport::writeFile;
 using vantik::Object;
 
-const std::string Localhost = "DNS:localhost";
+const std::string kLocalhost = "DNS:localhost";
 
 // What a test is given: the server's identity, and the certificate that a client who knows it trusts.
 struct Identity {
@@ -31,7 +31,7 @@ Identity issued(const testsupport::CertificateRequest& request) {
 }
 
 Identity chained(bool complete) {
-    CertificateChain chain = makeCertificateChain(Localhost);
+    CertificateChain chain = makeCertificateChain(kLocalhost);
     if (complete) {
         chain.Leaf.Certificate += chain.Intermediate;
     }
@@ -39,20 +39,20 @@ Identity chained(bool complete) {
 }
 
 Identity ownSignature(bool trusted) {
-    const Credentials server = testsupport::selfSigned({.Names = Localhost});
+    const Credentials server = testsupport::selfSigned({.Names = kLocalhost});
     return {server, trusted ? server.Certificate : CertificateAuthority().certificate()};
 }
 
 Identity unknownIssuer() {
-    return {CertificateAuthority("nobody").issue({.Names = Localhost}), CertificateAuthority().certificate()};
+    return {CertificateAuthority("nobody").issue({.Names = kLocalhost}), CertificateAuthority().certificate()};
 }
 
 // Nothing: accepted. Otherwise a part of the reason that is told.
 using Verdict = const char*;
-constexpr Verdict Accepted = nullptr;
-constexpr Verdict OtherName = "no alternative certificate subject name matches";
-constexpr Verdict NoIssuer = "unable to get local issuer certificate";
-constexpr Verdict OwnIssuer = "self-signed certificate";
+constexpr Verdict kAccepted = nullptr;
+constexpr Verdict kOtherName = "no alternative certificate subject name matches";
+constexpr Verdict kNoIssuer = "unable to get local issuer certificate";
+constexpr Verdict kOwnIssuer = "self-signed certificate";
 
 struct Row {
     const char* Name;
@@ -69,86 +69,86 @@ void PrintTo(const Row& row, std::ostream* stream) {
     *stream << row.Name;
 }
 
-const Row Rows[] = {
+const Row kRows[] = {
     {"Good",
      "localhost",
-     [] { return issued({.Names = Localhost}); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
-     {Accepted, Accepted}},
+     [] { return issued({.Names = kLocalhost}); },
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kAccepted, kAccepted}},
     {"Expired",
      "localhost",
-     [] { return issued({.Names = Localhost, .ValidFrom = hours(-48), .ValidUntil = hours(-24)}); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
+     [] { return issued({.Names = kLocalhost, .ValidFrom = hours(-48), .ValidUntil = hours(-24)}); },
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
      {"certificate has expired", "certificate has expired"}},
     {"NotYetValid",
      "localhost",
-     [] { return issued({.Names = Localhost, .ValidFrom = hours(24), .ValidUntil = hours(48)}); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
+     [] { return issued({.Names = kLocalhost, .ValidFrom = hours(24), .ValidUntil = hours(48)}); },
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
      {"certificate is not yet valid", "certificate is not yet valid"}},
     {"OtherName",
      "localhost",
      [] { return issued({.Names = "DNS:other.test"}); },
-     {OtherName, Accepted},
-     {NoIssuer, NoIssuer},
-     {OtherName, Accepted}},
+     {kOtherName, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kOtherName, kAccepted}},
     {"WildcardOfAnotherDomain",
      "localhost",
      [] { return issued({.Names = "DNS:*.test"}); },
-     {OtherName, Accepted},
-     {NoIssuer, NoIssuer},
-     {OtherName, Accepted}},
+     {kOtherName, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kOtherName, kAccepted}},
     {"CommonNameOnly",
      "localhost",
      [] { return issued({.CommonName = "localhost"}); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
-     {Accepted, Accepted}},
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kAccepted, kAccepted}},
     {"SelfSignedAndTrusted",
      "localhost",
      [] { return ownSignature(true); },
-     {Accepted, Accepted},
-     {OwnIssuer, OwnIssuer},
-     {Accepted, Accepted}},
+     {kAccepted, kAccepted},
+     {kOwnIssuer, kOwnIssuer},
+     {kAccepted, kAccepted}},
     {"SelfSigned",
      "localhost",
      [] { return ownSignature(false); },
-     {Accepted, Accepted},
-     {OwnIssuer, OwnIssuer},
-     {OwnIssuer, OwnIssuer}},
-    {"UnknownIssuer", "localhost", unknownIssuer, {Accepted, Accepted}, {NoIssuer, NoIssuer}, {NoIssuer, NoIssuer}},
+     {kAccepted, kAccepted},
+     {kOwnIssuer, kOwnIssuer},
+     {kOwnIssuer, kOwnIssuer}},
+    {"UnknownIssuer", "localhost", unknownIssuer, {kAccepted, kAccepted}, {kNoIssuer, kNoIssuer}, {kNoIssuer, kNoIssuer}},
     {"AddressInTheCertificate",
      "127.0.0.1",
      [] { return issued({.Names = "IP:127.0.0.1"}); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
-     {Accepted, Accepted}},
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kAccepted, kAccepted}},
     {"AddressNotInTheCertificate",
      "127.0.0.1",
-     [] { return issued({.Names = Localhost}); },
-     {OtherName, Accepted},
-     {NoIssuer, NoIssuer},
-     {OtherName, Accepted}},
+     [] { return issued({.Names = kLocalhost}); },
+     {kOtherName, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kOtherName, kAccepted}},
     {"AddressWrittenAsAName",
      "127.0.0.1",
      [] { return issued({.Names = "DNS:127.0.0.1"}); },
-     {OtherName, Accepted},
-     {NoIssuer, NoIssuer},
-     {OtherName, Accepted}},
+     {kOtherName, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kOtherName, kAccepted}},
     {"CompleteChain",
      "localhost",
      [] { return chained(true); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
-     {Accepted, Accepted}},
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kAccepted, kAccepted}},
     {"IntermediateMissing",
      "localhost",
      [] { return chained(false); },
-     {Accepted, Accepted},
-     {NoIssuer, NoIssuer},
-     {NoIssuer, NoIssuer}},
+     {kAccepted, kAccepted},
+     {kNoIssuer, kNoIssuer},
+     {kNoIssuer, kNoIssuer}},
 };
 
 class Certificates : public IntegrationFixture, public testing::WithParamInterface<Row> {
@@ -162,7 +162,7 @@ protected:
         connection.set("CertificateFilename", file);
         connection.set("VerifyServerName", verifyName);
         connection.call("openConnection");
-        if (verdict == Accepted) {
+        if (verdict == kAccepted) {
             EXPECT_EQ(digestOf(receiveBytes(connection)), digestOf("secret"));
             EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
             Served.push_back(std::to_string(Peer.port(0)) + " GET /p HTTP/1.1");
@@ -208,7 +208,7 @@ TEST_P(Certificates, AreJudgedByTheSettings) {
     EXPECT_EQ(Peer.requestsUpToNow(), Served) << "nothing is sent to a server that is not accepted";
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, Certificates, testing::ValuesIn(Rows),
+INSTANTIATE_TEST_SUITE_P(Table, Certificates, testing::ValuesIn(kRows),
                          [](const auto& info) { return info.param.Name; });
 
 } // namespace

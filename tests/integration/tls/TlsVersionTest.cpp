@@ -16,7 +16,7 @@ using testsupport::writeFile;
 using vantik::Object;
 
 // OpenSSL's own level would keep the server from offering its older versions at all.
-constexpr const char* AnyCipher = "ALL:@SECLEVEL=0";
+constexpr const char* kAnyCipher = "ALL:@SECLEVEL=0";
 
 struct VersionRow {
     const char* Name;
@@ -33,7 +33,7 @@ protected:
     const CertificateAuthority Authority;
     const TlsPeer Peer{{{.Identity = Authority.issue({.Names = "DNS:localhost"}),
                          .Protocols = GetParam().Protocol,
-                         .Ciphers = AnyCipher}}};
+                         .Ciphers = kAnyCipher}}};
 };
 
 TEST_P(TlsVersions, AreAcceptedFrom12On) {

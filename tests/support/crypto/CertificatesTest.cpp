@@ -3,7 +3,6 @@
 #include "tests/support/crypto/OpenSslOwner.h"
 
 #include <gtest/gtest.h>
-
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 

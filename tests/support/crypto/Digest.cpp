@@ -14,12 +14,12 @@
 namespace testsupport {
 namespace {
 
-constexpr std::size_t BlockSize = std::size_t{1} << 20;
+constexpr std::size_t kBlockSize = std::size_t{1} << 20;
 
 std::string randomBlock() {
     std::mt19937_64 random(20261121); // any number, but the same in every run
-    std::string block(BlockSize, '\0');
-    for (std::size_t position = 0; position < BlockSize; position += sizeof(std::uint64_t)) {
+    std::string block(kBlockSize, '\0');
+    for (std::size_t position = 0; position < kBlockSize; position += sizeof(std::uint64_t)) {
         const std::uint64_t value = random();
         std::memcpy(&block[position], &value, sizeof value);
     }
@@ -31,7 +31,7 @@ void generate(std::uint64_t size, const std::function<void(std::string_view)>& t
     std::string block = randomBlock();
     for (std::uint64_t number = 0; size > 0; ++number) {
         std::memcpy(block.data(), &number, sizeof number);
-        const std::uint64_t length = std::min<std::uint64_t>(size, BlockSize);
+        const std::uint64_t length = std::min<std::uint64_t>(size, kBlockSize);
         take(std::string_view(block).substr(0, static_cast<std::size_t>(length)));
         size -= length;
     }
@@ -84,7 +84,7 @@ std::string digestOfFile(const std::string& path) {
         throw std::runtime_error("cannot read " + path);
     }
     Digest digest;
-    std::string block(BlockSize, '\0');
+    std::string block(kBlockSize, '\0');
     while (file.read(block.data(), static_cast<std::streamsize>(block.size())) || file.gcount() > 0) {
         digest.add(std::string_view(block).substr(0, static_cast<std::size_t>(file.gcount())));
     }

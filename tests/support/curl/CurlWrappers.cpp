@@ -1,5 +1,4 @@
 #include "tests/support/curl/CurlInterposer.h"
-
 #include "tests/support/host/AllocationFaults.h"
 
 #include <cstdarg>

@@ -1,6 +1,5 @@
 #include "tests/support/host/LeakCheck.h"
 #include "tests/support/host/ScopeFixture.h"
-
 #include "vantik/Array.h"
 
 #include <gtest/gtest-spi.h>

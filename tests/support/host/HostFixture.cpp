@@ -11,14 +11,14 @@ namespace testsupport {
 namespace {
 
 // A transfer that hangs ends as a failed test and not with the whole program.
-constexpr std::chrono::seconds Unreasonable{90};
+constexpr std::chrono::seconds kUnreasonable{90};
 
 } // namespace
 
 HostFixture::HostFixture() : Program(std::make_unique<vantik::Host>()) {
     Program->onWarning([warnings = Warnings](const vantik::Message& message) { warnings->push_back(message); });
     Program->load(modulePath());
-    Program->interruptAfter(Unreasonable);
+    Program->interruptAfter(kUnreasonable);
 }
 
 HostFixture::~HostFixture() {
@@ -33,7 +33,7 @@ HostFixture::~HostFixture() {
 }
 
 vantik::Object HostFixture::makeAdapter(bool optionsMode) {
-    return host().create(AdapterClass, {optionsMode});
+    return host().create(kAdapterClass, {optionsMode});
 }
 
 vantik::Object HostFixture::open(const std::string& url, bool optionsMode) {

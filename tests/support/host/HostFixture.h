@@ -4,7 +4,6 @@
 
 #include "tests/support/host/LeakCheck.h"
 #include "tests/support/server/ScriptedServer.h"
-
 #include "vantik/Host.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@
 
 namespace testsupport {
 
-inline constexpr const char* AdapterClass = "vantik.internal.webservices.HTTPConnectionAdapter";
+inline constexpr const char* kAdapterClass = "vantik.internal.webservices.HTTPConnectionAdapter";
 
 // At the end the scope is dropped; then every connection to the servers of the fixture must have gone and no array may
 // be left.

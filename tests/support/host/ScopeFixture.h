@@ -1,9 +1,8 @@
 // Fixture for tests that reach inside the library or the embedded host: each test runs in a fresh scope.
 #pragma once
 
-#include "tests/support/host/LeakCheck.h"
-
 #include "embedded/scope/Scope.h"
+#include "tests/support/host/LeakCheck.h"
 #include "vantik/Host.h"
 
 #include <gtest/gtest.h>

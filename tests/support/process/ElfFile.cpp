@@ -1,14 +1,14 @@
 #include "tests/support/process/ElfFile.h"
 
+#include <elf.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <cxxabi.h>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
-
-#include <cxxabi.h>
-#include <elf.h>
 
 namespace testsupport {
 
@@ -21,8 +21,9 @@ std::string demangled(const std::string& name) {
 
 template <class Structure>
 Structure ElfFile::at(std::size_t offset) const {
-    if (offset > Bytes.size() || Bytes.size() - offset < sizeof(Structure))
+    if (offset > Bytes.size() || Bytes.size() - offset < sizeof(Structure)) {
         throw std::runtime_error("the file ends too early");
+    }
     Structure value;
     std::memcpy(&value, Bytes.data() + offset, sizeof(Structure));
     return value;
@@ -32,8 +33,9 @@ ElfFile::ElfFile(const std::string& name) {
     std::ifstream stream(name, std::ios::binary);
     Bytes.assign(std::istreambuf_iterator<char>(stream), {});
     const auto header = at<Elf64_Ehdr>(0);
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64)
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
         throw std::runtime_error(name + " is no 64-bit ELF file");
+    }
     for (std::size_t i = 0; i < header.e_shnum; ++i) {
         const auto section = at<Elf64_Shdr>(header.e_shoff + i * header.e_shentsize);
         Sections.push_back({section.sh_type, section.sh_link, section.sh_offset, section.sh_size});
@@ -41,16 +43,18 @@ ElfFile::ElfFile(const std::string& name) {
 }
 
 std::string ElfFile::text(const Section& strings, std::size_t offset) const {
-    if (offset >= strings.Size || strings.Offset + strings.Size > Bytes.size())
+    if (offset >= strings.Size || strings.Offset + strings.Size > Bytes.size()) {
         throw std::runtime_error("a name lies outside of its section");
+    }
     return Bytes.data() + strings.Offset + offset;
 }
 
 std::vector<ElfFile::Symbol> ElfFile::symbols(unsigned sectionType) const {
     std::vector<Symbol> result;
     for (const Section& section : Sections) {
-        if (section.Type != sectionType)
+        if (section.Type != sectionType) {
             continue;
+        }
         for (std::size_t offset = 0; offset < section.Size; offset += sizeof(Elf64_Sym)) {
             const auto symbol = at<Elf64_Sym>(section.Offset + offset);
             const unsigned char visibility = ELF64_ST_VISIBILITY(symbol.st_other);
@@ -73,29 +77,35 @@ std::vector<ElfFile::Symbol> ElfFile::allSymbols() const {
 
 std::vector<std::string> ElfFile::exportedSymbols() const {
     std::vector<std::string> names;
-    for (const Symbol& symbol : dynamicSymbols())
-        if (symbol.Defined && symbol.Shown)
+    for (const Symbol& symbol : dynamicSymbols()) {
+        if (symbol.Defined && symbol.Shown) {
             names.push_back(symbol.Name);
+        }
+    }
     return names;
 }
 
 std::vector<std::string> ElfFile::undefinedSymbols() const {
     std::vector<std::string> names;
-    for (const Symbol& symbol : dynamicSymbols())
-        if (!symbol.Defined && !symbol.Name.empty())
+    for (const Symbol& symbol : dynamicSymbols()) {
+        if (!symbol.Defined && !symbol.Name.empty()) {
             names.push_back(symbol.Name);
+        }
+    }
     return names;
 }
 
 std::vector<std::string> ElfFile::dynamicTexts(long tag) const {
     std::vector<std::string> texts;
     for (const Section& section : Sections) {
-        if (section.Type != SHT_DYNAMIC)
+        if (section.Type != SHT_DYNAMIC) {
             continue;
+        }
         for (std::size_t offset = 0; offset < section.Size; offset += sizeof(Elf64_Dyn)) {
             const auto entry = at<Elf64_Dyn>(section.Offset + offset);
-            if (entry.d_tag == tag)
+            if (entry.d_tag == tag) {
                 texts.push_back(text(Sections.at(section.Link), entry.d_un.d_val));
+            }
         }
     }
     return texts;

@@ -1,6 +1,8 @@
 // A library that is loaded in front of the C library of another program: system calls on the files of one folder are
 // recorded, and fail where the environment says so. See FailingCalls.h. Lock-free, since signal handlers make calls
 // too.
+#include <linux/limits.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -8,18 +10,16 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <linux/limits.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -46,8 +46,9 @@ struct Plan {
 
     Plan() {
         std::istringstream words(textOf("NETROVE_CALLS_FAIL"));
-        for (Rule rule; words >> rule.Call >> rule.Number >> rule.Error;)
+        for (Rule rule; words >> rule.Call >> rule.Number >> rule.Error;) {
             Rules.push_back(rule);
+        }
     }
 };
 
@@ -84,8 +85,9 @@ constexpr int kAsUsual = -1;
 // The error number that this call is to fail with.
 int verdict(std::string_view call, bool inside) {
     static std::array<std::atomic<int>, kCalls.size()> counts{};
-    if (!inside)
+    if (!inside) {
         return kAsUsual;
+    }
     const auto place = static_cast<std::size_t>(std::find(kCalls.begin(), kCalls.end(), call) - kCalls.begin());
     const int number = ++counts.at(place);
     if (!plan().Record.empty()) {
@@ -96,9 +98,11 @@ int verdict(std::string_view call, bool inside) {
         syscall(SYS_close, record);
         errno = savedErrno;
     }
-    for (const Rule& rule : plan().Rules)
-        if (rule.Call == call && (rule.Number == 0 || rule.Number == number))
+    for (const Rule& rule : plan().Rules) {
+        if (rule.Call == call && (rule.Number == 0 || rule.Number == number)) {
             return rule.Error;
+        }
+    }
     return kAsUsual;
 }
 

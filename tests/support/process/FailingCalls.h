@@ -22,8 +22,9 @@ struct FailingCall {
 inline std::map<std::string, std::string>
 failingCalls(const std::string& folder, const std::vector<FailingCall>& failing, const std::string& record = {}) {
     std::string text;
-    for (const FailingCall& each : failing)
+    for (const FailingCall& each : failing) {
         text += each.Call + " " + std::to_string(each.Number) + " " + std::to_string(each.Error) + " ";
+    }
     const char* sanitizer = std::getenv("ASAN_OPTIONS");
     const std::string before = sanitizer == nullptr ? std::string() : std::string(sanitizer) + ":";
     return {{"LD_PRELOAD", NETROVE_FAILING_CALLS},

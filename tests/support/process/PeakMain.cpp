@@ -2,14 +2,14 @@
 // What the system tells of a process begins with the size of the one that it was forked from, so a test that is large
 // itself has it forked here.
 #include <fstream>
-
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 int main(int argc, char** argv) {
-    if (argc < 3)
+    if (argc < 3) {
         return 127;
+    }
     const pid_t child = fork();
     if (child == 0) {
         execv(argv[2], argv + 2);
@@ -17,8 +17,9 @@ int main(int argc, char** argv) {
     }
     int status = 0;
     rusage usage{};
-    if (child < 0 || wait4(child, &status, 0, &usage) != child)
+    if (child < 0 || wait4(child, &status, 0, &usage) != child) {
         return 127;
+    }
     std::ofstream(argv[1]) << usage.ru_maxrss; // KiB
     return WIFEXITED(status) ? WEXITSTATUS(status) : 126;
 }

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
-
 #include <unistd.h>
 
 namespace testsupport {

@@ -5,31 +5,32 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
-#include <system_error>
-#include <utility>
-
-#include <fcntl.h>
 #include <poll.h>
+#include <stdexcept>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace testsupport {
 
 namespace {
 
 void check(int result, const char* what) {
-    if (result != 0)
+    if (result != 0) {
         throw std::system_error(result, std::generic_category(), what);
+    }
 }
 
 void checkErrno(bool good, const char* what) {
-    if (!good)
+    if (!good) {
         check(errno, what);
+    }
 }
 
 struct Pipe {
@@ -60,15 +61,19 @@ std::vector<std::string> environment(const Surroundings& around) {
     std::map<std::string, std::string> values = {
         {"PATH", "/usr/bin:/bin"}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}, {"TERM", "xterm"}};
     for (const char* name :
-         {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH", "TMPDIR"})
-        if (const char* value = std::getenv(name))
+         {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LD_LIBRARY_PATH", "TMPDIR"}) {
+        if (const char* value = std::getenv(name)) {
             values[name] = value;
-    for (const auto& [name, value] : around.Environment)
+        }
+    }
+    for (const auto& [name, value] : around.Environment) {
         values[name] = value;
+    }
     values["ASAN_OPTIONS"] += ":quarantine_size_mb=1"; // freed memory that is kept back would count as used
     std::vector<std::string> result;
-    for (const auto& [name, value] : values)
+    for (const auto& [name, value] : values) {
         result.push_back(name + "=" + value);
+    }
     return result;
 }
 
@@ -119,21 +124,27 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     } catch (...) {
         failure = std::current_exception();
     }
-    for (const int end : childEnds)
+    for (const int end : childEnds) {
         close(end);
+    }
     if (failure) {
-        for (const int end : {input.Write, out, err, typed})
-            if (end >= 0)
+        for (const int end : {input.Write, out, err, typed}) {
+            if (end >= 0) {
                 close(end);
+            }
+        }
         std::rethrow_exception(failure);
     }
     Input = input.Write;
-    if (typed >= 0)
+    if (typed >= 0) {
         close(std::exchange(Input, typed));
-    if (out >= 0)
+    }
+    if (out >= 0) {
         OutReader = std::thread([this, out] { readToEnd(out, Out); });
-    if (err >= 0)
+    }
+    if (err >= 0) {
         ErrReader = std::thread([this, err] { readToEnd(err, Err); });
+    }
     if (around.Input) {
         type(*around.Input);
         closeInput();
@@ -145,12 +156,14 @@ void Program::readToEnd(int descriptor, std::string& text) {
     bool leftByAll = false; // by the last program of a terminal
     for (;;) {
         const ssize_t count = read(descriptor, buffer, sizeof buffer);
-        if (count < 0 && errno == EINTR)
+        if (count < 0 && errno == EINTR) {
             continue;
+        }
         // A terminal tells its end with this error, now and then before the last words have been read: the kernel
         // looks for words first and for the end then. Behind it no more are written, so the next read has them.
-        if (count < 0 && errno == EIO && !std::exchange(leftByAll, true))
+        if (count < 0 && errno == EIO && !std::exchange(leftByAll, true)) {
             continue;
+        }
         const std::lock_guard lock(Guard);
         Changed.notify_all();
         if (count <= 0) {
@@ -165,8 +178,9 @@ void Program::readToEnd(int descriptor, std::string& text) {
 void Program::waitForOutput(const std::string& text) {
     std::unique_lock lock(Guard);
     Changed.wait(lock, [&] { return OutEnded || Out.find(text) != std::string::npos; });
-    if (Out.find(text) == std::string::npos)
+    if (Out.find(text) == std::string::npos) {
         throw std::runtime_error("no such output: " + text + "\n" + Out);
+    }
 }
 
 void Program::awaitCondition(const std::function<bool()>& condition, const std::string& what) {
@@ -204,25 +218,29 @@ void Program::type(const std::string& text) const {
     std::size_t written = 0;
     while (written < text.size()) {
         const ssize_t count = write(Input, text.data() + written, text.size() - written);
-        if (count < 0 && errno == EPIPE)
+        if (count < 0 && errno == EPIPE) {
             return;
+        }
         checkErrno(count > 0, "write");
         written += static_cast<std::size_t>(count);
     }
 }
 
 void Program::closeInput() {
-    if (Input >= 0)
+    if (Input >= 0) {
         close(Input);
+    }
     Input = -1;
 }
 
 Outcome Program::wait() {
     Process->awaitEnd();
     closeInput();
-    for (std::thread* reader : {&OutReader, &ErrReader})
-        if (reader->joinable())
+    for (std::thread* reader : {&OutReader, &ErrReader}) {
+        if (reader->joinable()) {
             reader->join();
+        }
+    }
     const int status = Process->collect();
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Out, Err};
 }
@@ -233,19 +251,23 @@ Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
     // In short waits, so that a machine that stands still for a while takes one of them from the program and not all.
     constexpr std::chrono::milliseconds once{10};
     int count = 0;
-    for (std::chrono::milliseconds waited{0}; count <= 0 && waited < limit; waited += once)
+    for (std::chrono::milliseconds waited{0}; count <= 0 && waited < limit; waited += once) {
         count = poll(&ended, 1, static_cast<int>(once.count()));
+    }
     close(ended.fd);
-    if (count <= 0)
+    if (count <= 0) {
         signal(SIGKILL);
+    }
     return wait();
 }
 
 long Program::peakKiB() const {
     std::ifstream status("/proc/" + std::to_string(Process->id()) + "/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmHWM:"))
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) {
             return std::strtol(line.c_str() + 6, nullptr, 10);
+        }
+    }
     throw std::runtime_error("the program has ended");
 }
 

@@ -7,9 +7,8 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
-#include <filesystem>
-
 #include <fcntl.h>
+#include <filesystem>
 #include <unistd.h>
 
 namespace {

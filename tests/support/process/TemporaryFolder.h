@@ -7,19 +7,18 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <string>
-
 #include <stdlib.h>
+#include <string>
 
 namespace testsupport {
 
 class TemporaryFolder {
 public:
-    std::string path() const { return Path.path(); }
+    std::string path() const { return kPath.path(); }
     std::string file(const std::string& name) const { return (std::filesystem::path(path()) / name).string(); }
 
 private:
-    WatchedPath Path{create()};
+    WatchedPath kPath{create()};
 
     static std::string create() {
         std::string pattern = (std::filesystem::temp_directory_path() / "netrove-test-XXXXXX").string();

@@ -13,19 +13,19 @@ namespace testsupport {
 class WatchedPath {
 public:
     // It may come to be later, or never.
-    explicit WatchedPath(std::string path) : Path(std::move(path)) { watcher::watchPath(Path); }
+    explicit WatchedPath(std::string path) : kPath(std::move(path)) { watcher::watchPath(kPath); }
     ~WatchedPath() {
         std::error_code ignored;
-        std::filesystem::remove_all(Path, ignored);
-        watcher::forgetPath(Path);
+        std::filesystem::remove_all(kPath, ignored);
+        watcher::forgetPath(kPath);
     }
     WatchedPath(const WatchedPath&) = delete;
     WatchedPath& operator=(const WatchedPath&) = delete;
 
-    const std::string& path() const noexcept { return Path; }
+    const std::string& path() const noexcept { return kPath; }
 
 private:
-    std::string Path;
+    std::string kPath;
 };
 
 } // namespace testsupport

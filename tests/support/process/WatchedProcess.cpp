@@ -2,15 +2,15 @@
 
 #include "tests/support/process/Watcher.h"
 
+#include <linux/close_range.h>
+
 #include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
-#include <system_error>
-
-#include <fcntl.h>
-#include <linux/close_range.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace testsupport {

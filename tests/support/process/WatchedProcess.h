@@ -3,9 +3,8 @@
 
 #include <array>
 #include <string>
-#include <vector>
-
 #include <sys/types.h>
+#include <vector>
 
 namespace testsupport {
 

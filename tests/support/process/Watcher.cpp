@@ -4,14 +4,13 @@
 
 #include <array>
 #include <cerrno>
-#include <system_error>
-#include <vector>
-
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 extern char** environ;
 
@@ -73,7 +72,7 @@ int link() {
 }
 
 bool tell(char verb, char kind, const char* value, std::size_t length) noexcept {
-    std::array<char, MaximumWord> word{verb, kind};
+    std::array<char, kMaximumWord> word{verb, kind};
     if (length + 2 > word.size()) {
         errno = ENAMETOOLONG;
         return false;
@@ -91,7 +90,7 @@ bool tellGroup(char verb, pid_t group) noexcept {
     for (pid_t rest = group; rest > 0; rest /= 10) {
         digits[--start] = static_cast<char>('0' + rest % 10);
     }
-    return tell(verb, Group, digits.data() + start, digits.size() - start);
+    return tell(verb, kGroup, digits.data() + start, digits.size() - start);
 }
 
 void require(bool told) {
@@ -107,20 +106,20 @@ void start() {
 }
 
 void watchGroup(pid_t group) {
-    require(tellGroup(Watch, group));
+    require(tellGroup(kWatch, group));
 }
 
 void watchPath(const std::string& path) {
     start();
-    require(tell(Watch, Path, path.data(), path.size()));
+    require(tell(kWatch, kPath, path.data(), path.size()));
 }
 
 void forgetGroup(pid_t group) noexcept {
-    tellGroup(Forget, group);
+    tellGroup(kForget, group);
 }
 
 void forgetPath(const std::string& path) noexcept {
-    tell(Forget, Path, path.data(), path.size());
+    tell(kForget, kPath, path.data(), path.size());
 }
 
 } // namespace testsupport::watcher

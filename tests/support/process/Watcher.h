@@ -4,7 +4,6 @@
 #pragma once
 
 #include <string>
-
 #include <sys/types.h>
 
 namespace testsupport::watcher {

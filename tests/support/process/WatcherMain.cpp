@@ -9,10 +9,9 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/socket.h>
 #include <system_error>
 #include <thread>
-
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -74,11 +73,11 @@ int main() {
     }
     std::set<pid_t> groups;
     std::set<std::string> paths;
-    std::array<char, MaximumWord> word;
+    std::array<char, kMaximumWord> word;
     for (ssize_t length = 0; (length = ::recv(STDIN_FILENO, word.data(), word.size(), 0)) > 2;) {
         const std::string value(word.data() + 2, static_cast<std::size_t>(length) - 2);
-        const bool watch = word[0] == Watch;
-        if (word[1] == Group) {
+        const bool watch = word[0] == kWatch;
+        if (word[1] == kGroup) {
             const pid_t group = std::stoi(value);
             watch ? static_cast<void>(groups.insert(group)) : static_cast<void>(groups.erase(group));
         } else {

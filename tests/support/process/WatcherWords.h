@@ -5,10 +5,10 @@
 
 namespace testsupport::watcher {
 
-constexpr char Watch = '+';
-constexpr char Forget = '-';
-constexpr char Group = 'g';
-constexpr char Path = 'p';
-constexpr std::size_t MaximumWord = 4200; // a path of the system's limit
+constexpr char kWatch = '+';
+constexpr char kForget = '-';
+constexpr char kGroup = 'g';
+constexpr char kPath = 'p';
+constexpr std::size_t kMaximumWord = 4200; // a path of the system's limit
 
 } // namespace testsupport::watcher

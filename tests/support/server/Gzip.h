@@ -1,12 +1,12 @@
 // Content as servers compress it.
 #pragma once
 
+#include <Poco/DeflatingStream.h>
+
 #include <algorithm>
 #include <sstream>
 #include <string>
 #include <string_view>
-
-#include <Poco/DeflatingStream.h>
 
 namespace testsupport {
 
@@ -23,8 +23,9 @@ inline std::string gzippedZeros(std::size_t length) {
     const std::string piece(std::size_t{1} << 20, '\0');
     std::ostringstream compressed;
     Poco::DeflatingOutputStream stream(compressed, Poco::DeflatingStreamBuf::STREAM_GZIP);
-    for (; length > 0; length -= std::min(length, piece.size()))
+    for (; length > 0; length -= std::min(length, piece.size())) {
         stream.write(piece.data(), static_cast<std::streamsize>(std::min(length, piece.size())));
+    }
     stream.close();
     return compressed.str();
 }

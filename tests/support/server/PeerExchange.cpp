@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <string_view>
-
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -87,7 +86,7 @@ void PeerStage::renewHandles() {
 }
 
 void PeerStage::receive(const Object& connection, const PeerRequest& request, std::string& content) {
-    connection.set("URL", ScriptedPeer::Url);
+    connection.set("URL", ScriptedPeer::kUrl);
     // libcurl counts the first by the real clock, which must not matter however slow the machine is.
     connection.set("TimeoutInMilliseconds", Array::doubles({600000, 2000, 3000, 4000}));
     connection.set("Decode", request.Decode);

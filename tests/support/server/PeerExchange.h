@@ -2,10 +2,9 @@
 // target `netrove_scripted_peer`.
 #pragma once
 
+#include "embedded/scope/Scope.h"
 #include "tests/support/server/ScriptedPeer.h"
 #include "tests/support/server/SocketHandle.h"
-
-#include "embedded/scope/Scope.h"
 #include "vantik/Host.h"
 #include "vantik/Http.h"
 

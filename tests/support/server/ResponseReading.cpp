@@ -11,18 +11,18 @@
 namespace testsupport {
 namespace {
 
-constexpr std::string_view Blanks = " \t";
+constexpr std::string_view kBlanks = " \t";
 
 bool isDigit(char character) {
     return character >= '0' && character <= '9';
 }
 
 std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(Blanks);
+    const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) {
         return {};
     }
-    return text.substr(first, text.find_last_not_of(Blanks) - first + 1);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 bool sameWord(std::string_view one, std::string_view other) {
@@ -93,7 +93,7 @@ std::uint64_t lengthFrom(std::string_view text) {
 std::vector<std::string> unfolded(const std::vector<std::string>& head) {
     std::vector<std::string> fields;
     for (std::size_t i = 1; i < head.size(); ++i) {
-        if (!fields.empty() && Blanks.find(head[i].front()) != std::string_view::npos) {
+        if (!fields.empty() && kBlanks.find(head[i].front()) != std::string_view::npos) {
             fields.back() += head[i];
         } else {
             fields.push_back(head[i]);

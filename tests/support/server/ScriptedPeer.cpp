@@ -1,20 +1,20 @@
 #include "tests/support/server/ScriptedPeer.h"
 
+#include <linux/sockios.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <netinet/in.h>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
-#include <utility>
-
-#include <linux/sockios.h>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace testsupport {
 namespace {
@@ -162,7 +162,7 @@ curl_socket_t ScriptedPeer::open() {
 }
 
 bool ScriptedPeer::advance() {
-    if (++Waits > MostWaits) {
+    if (++Waits > kMostWaits) {
         throw std::runtime_error("the exchange does not end");
     }
     takeRequests();

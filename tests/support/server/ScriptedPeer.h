@@ -31,7 +31,7 @@ struct PeerScript {
 
 class ScriptedPeer {
 public:
-    static constexpr const char* Url = "http://127.0.0.1:9/"; // numeric, and nothing is sent there
+    static constexpr const char* kUrl = "http://127.0.0.1:9/"; // numeric, and nothing is sent there
 
     // The connections are given their scripts in the order in which they come in; one beyond the last is refused.
     explicit ScriptedPeer(std::vector<PeerScript> scripts);
@@ -57,7 +57,7 @@ public:
     bool hasUnread() const;
 
     // The library has waited more often than any exchange needs.
-    bool stuck() const { return Waits > MostWaits; }
+    bool stuck() const { return Waits > kMostWaits; }
 
     // For the wrapped functions.
     static ScriptedPeer* current() noexcept;
@@ -66,7 +66,7 @@ public:
     std::int64_t Now = 1'000'000'000;
 
 private:
-    static constexpr std::size_t MostWaits = 20000;
+    static constexpr std::size_t kMostWaits = 20000;
     struct Connection;
 
     void takeRequests();

@@ -6,19 +6,18 @@
 #include <cerrno>
 #include <chrono>
 #include <list>
-#include <stdexcept>
-#include <system_error>
-#include <utility>
-
 #include <poll.h>
+#include <stdexcept>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace testsupport {
 namespace {
 
-constexpr std::chrono::minutes Unreasonable{1};
+constexpr std::chrono::minutes kUnreasonable{1};
 
 Step make(Step::Kind kind) {
     return {.What = kind};
@@ -194,7 +193,7 @@ void ScriptedServer::raise(const std::string& event) {
 template <class Condition>
 void ScriptedServer::waitUntil(const std::string& what, Condition condition) const {
     std::unique_lock lock(State->Guard);
-    if (State->Changed.wait_for(lock, Unreasonable, condition)) {
+    if (State->Changed.wait_for(lock, kUnreasonable, condition)) {
         return;
     }
     std::string text = "waited in vain until " + what + "; connections:";

@@ -12,18 +12,18 @@ namespace {
 
 using namespace testsupport;
 
-const std::string Request = "GET /x HTTP/1.1\r\nHost: h\r\n\r\n";
+const std::string kRequest = "GET /x HTTP/1.1\r\nHost: h\r\n\r\n";
 
 TEST(ScriptedServer, PlaysBytesAndRecordsWhatItSaw) {
     for (const Pace pace : {Pace::Whole, Pace::SingleBytes}) {
         ScriptedServer server({step::expectHead(), step::send("answer"), step::close()}, pace);
         const SocketHandle client = connectLoopback(server.port());
-        writeAll(client, Request);
+        writeAll(client, kRequest);
         EXPECT_EQ(readToEnd(client), "answer");
         const Record record = server.waitUntilDone();
         ASSERT_EQ(record.Heads.size(), 1U);
-        EXPECT_EQ(record.Heads[0], Request);
-        EXPECT_EQ(record.Received, Request);
+        EXPECT_EQ(record.Heads[0], kRequest);
+        EXPECT_EQ(record.Received, kRequest);
         EXPECT_EQ(record.StepsDone, 3U);
         EXPECT_TRUE(record.Ended);
         EXPECT_EQ(record.Problem, "");
@@ -41,7 +41,7 @@ TEST(ScriptedServer, ReadsBodiesOfKnownLengthAndInChunks) {
     ScriptedServer server({step::expectHead(), step::expectBody(body.size()), step::expectHead(),
                            step::expectChunkedBody(), step::send("done"), step::close()});
     const SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request + body + Request + chunked(body, 777));
+    writeAll(client, kRequest + body + kRequest + chunked(body, 777));
     EXPECT_EQ(readToEnd(client), "done");
     const Record record = server.record();
     ASSERT_EQ(record.Bodies.size(), 2U);
@@ -54,7 +54,7 @@ TEST(ScriptedServer, DiscardsWithoutKeeping) {
     ScriptedServer server(
         {step::expectHead(), step::discard(200000), step::expectBody(3), step::send("done"), step::close()});
     const SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request);
+    writeAll(client, kRequest);
     writeAll(client, std::string(200000, 'x') + "end");
     EXPECT_EQ(readToEnd(client), "done");
     EXPECT_EQ(server.record().Bodies, std::vector<std::string>{"end"});
@@ -75,7 +75,7 @@ TEST(ScriptedServer, EventsGoBothWays) {
     ScriptedServer server({step::expectHead(), step::signal("seen"), step::await("go on"),
                            step::run([&] { ran = true; }), step::send("on"), step::close()});
     const SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request);
+    writeAll(client, kRequest);
     server.waitFor("seen");
     EXPECT_EQ(server.record().StepsDone, 2U);
     EXPECT_FALSE(ran);
@@ -88,13 +88,13 @@ TEST(ScriptedServer, SaysAtWhichStepThePeerWent) {
     ScriptedServer server({step::expectHead(), step::expectBody(10), step::send("never")});
     {
         const SocketHandle client = connectLoopback(server.port());
-        writeAll(client, Request + "12345");
+        writeAll(client, kRequest + "12345");
     }
     const Record record = server.waitUntilDone();
     EXPECT_EQ(record.StepsDone, 1U);
     EXPECT_TRUE(record.PeerEnded);
     EXPECT_EQ(record.Problem, "the peer has gone at step 1");
-    EXPECT_EQ(record.Received, Request + "12345");
+    EXPECT_EQ(record.Received, kRequest + "12345");
 }
 
 TEST(ScriptedServer, NoticesThePeerGoingWhileItAwaitsAnEvent) {
@@ -106,12 +106,12 @@ TEST(ScriptedServer, NoticesThePeerGoingWhileItAwaitsAnEvent) {
 TEST(ScriptedServer, StaysSilentUntilThePeerCloses) {
     ScriptedServer server({step::expectHead(), step::awaitPeerEnd()});
     SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request + "more");
+    writeAll(client, kRequest + "more");
     client.reset();
     const Record record = server.waitUntilDone();
     EXPECT_EQ(record.Problem, "");
     EXPECT_EQ(record.StepsDone, 2U);
-    EXPECT_EQ(record.Received, Request + "more");
+    EXPECT_EQ(record.Received, kRequest + "more");
 }
 
 TEST(ScriptedServer, HalfClosesAndResets) {
@@ -119,13 +119,13 @@ TEST(ScriptedServer, HalfClosesAndResets) {
         ScriptedServer server({step::send("a"), step::halfClose(), step::expectHead(), step::awaitPeerEnd()});
         SocketHandle client = connectLoopback(server.port());
         EXPECT_EQ(readToEnd(client), "a");
-        writeAll(client, Request);
+        writeAll(client, kRequest);
         client.reset();
         EXPECT_EQ(server.waitUntilDone().Heads.size(), 1U);
     }
     ScriptedServer server({step::expectHead(), step::reset()});
     const SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request);
+    writeAll(client, kRequest);
     EXPECT_THROW(readToEnd(client), std::system_error);
 }
 
@@ -158,7 +158,7 @@ TEST(ScriptedServer, StopsWithConnectionsInEveryState) {
 TEST(ScriptedServer, ReportsABodyThatIsNotChunked) {
     ScriptedServer server({step::expectHead(), step::expectChunkedBody()});
     const SocketHandle client = connectLoopback(server.port());
-    writeAll(client, Request + "nonsense\r\n");
+    writeAll(client, kRequest + "nonsense\r\n");
     EXPECT_EQ(server.waitUntilDone().Problem, "not a chunk size: nonsense");
 }
 

@@ -7,17 +7,16 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <utility>
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <utility>
 
 namespace testsupport {
 namespace {
 
-const std::string InterimHead = "HTTP/1.1 100 Continue\r\n\r\n";
+const std::string kInterimHead = "HTTP/1.1 100 Continue\r\n\r\n";
 const std::string Nothing;
 
 } // namespace
@@ -130,7 +129,7 @@ bool ServerConnection::play(const Step& step) {
     case Step::Kind::SendSingly:
         return transmit(step.Text, true);
     case Step::Kind::Continue:
-        return transmit(ContinueExpected ? InterimHead : Nothing, Speed == Pace::SingleBytes);
+        return transmit(ContinueExpected ? kInterimHead : Nothing, Speed == Pace::SingleBytes);
     case Step::Kind::Await: {
         const std::lock_guard lock(State.Guard);
         return State.RaisedByTest.contains(step.Text);

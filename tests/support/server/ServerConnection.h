@@ -2,7 +2,7 @@
 #pragma once
 
 #include "tests/support/server/ChunkedReader.h"
-#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/Script.h"
 #include "tests/support/server/SocketHandle.h"
 
 #include <condition_variable>

@@ -1,13 +1,12 @@
 #include "tests/support/server/SocketHandle.h"
 
+#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
-
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace testsupport {
@@ -43,7 +42,7 @@ Address loopback(Family family, std::uint16_t port) {
 
 [[noreturn]] void failWithAddress(const char* call, Family family) {
     const bool missing = errno == EADDRNOTAVAIL || errno == EAFNOSUPPORT;
-    fail(missing && family == Family::IPv6 ? MissingIPv6 : call);
+    fail(missing && family == Family::IPv6 ? kMissingIPv6 : call);
 }
 
 SocketHandle open(Family family, int flags) {

@@ -10,7 +10,7 @@ namespace testsupport {
 enum class Family { IPv4, IPv6 };
 
 // What a test says that needs the address.
-inline constexpr const char* MissingIPv6 = "this machine has no IPv6 loopback address (::1), which this test needs";
+inline constexpr const char* kMissingIPv6 = "this machine has no IPv6 loopback address (::1), which this test needs";
 
 // Closes its descriptor at the end.
 class SocketHandle {

@@ -1,9 +1,8 @@
 #include "tests/support/server/UnreachablePorts.h"
 
 #include <cerrno>
-#include <system_error>
-
 #include <sys/socket.h>
+#include <system_error>
 
 namespace testsupport {
 namespace {

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <system_error>
-
 #include <poll.h>
+#include <system_error>
 
 namespace {
 

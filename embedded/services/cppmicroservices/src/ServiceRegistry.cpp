@@ -2,10 +2,9 @@
 
 #include "LDAPFilterData.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <cstdlib>
+#include <cxxabi.h>
 #include <iterator>
 #include <optional>
 #include <stdexcept>

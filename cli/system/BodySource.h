@@ -1,16 +1,15 @@
 // Request content that is streamed from a file or from standard input through a content provider.
 #pragma once
 
+#include "cli/system/Signals.h"
+#include "vantik/HostClass.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "vantik/HostClass.h"
-
-#include "cli/system/Signals.h"
 
 namespace netrove::cli {
 

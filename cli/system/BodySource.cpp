@@ -1,15 +1,14 @@
-#include "cli/exchange/BodySource.h"
-
-#include <algorithm>
-#include <cerrno>
-#include <utility>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include "cli/system/BodySource.h"
 
 #include "cli/failures/CliFailure.h"
 #include "cli/system/Descriptor.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -23,11 +22,13 @@ std::string shownName(const std::string& file) {
 }
 
 int openForReading(const std::string& file) {
-    if (file == "-")
+    if (file == "-") {
         return STDIN_FILENO;
+    }
     const int descriptor = retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC); });
-    if (descriptor < 0)
+    if (descriptor < 0) {
         failSystem(failure::kFileNotRead, file, errno);
+    }
     return descriptor;
 }
 
@@ -37,34 +38,41 @@ BodySource::BodySource(std::string file, std::optional<Clock::time_point> deadli
     : Name(shownName(file)), Descriptor(openForReading(file)), Owned(file != "-"), Deadline(deadline) {
     struct stat facts {};
     int error = fstat(Descriptor, &facts) == 0 ? 0 : errno;
-    if (error == 0 && S_ISDIR(facts.st_mode))
+    if (error == 0 && S_ISDIR(facts.st_mode)) {
         error = EISDIR;
+    }
     if (error != 0) {
-        if (Owned)
+        if (Owned) {
             close(Descriptor);
+        }
         failSystem(failure::kFileNotRead, Name, error);
     }
     Regular = S_ISREG(facts.st_mode);
-    if (!Regular)
+    if (!Regular) {
         return;
+    }
     // Standard input may have been read from before.
     Start = std::max<std::int64_t>(0, lseek(Descriptor, 0, SEEK_CUR));
     Length = static_cast<std::uint64_t>(std::max<std::int64_t>(0, facts.st_size - Start));
 }
 
 BodySource::~BodySource() {
-    if (Owned)
+    if (Owned) {
         close(Descriptor);
+    }
 }
 
 void BodySource::beginRequest() {
-    if (Given == 0)
+    if (Given == 0) {
         return;
-    if (!Regular)
+    }
+    if (!Regular) {
         fail(failure::kContentNotRewound, {Name},
              Name + " cannot be read a second time for the redirected request; give the content as a file");
-    if (lseek(Descriptor, Start, SEEK_SET) < 0)
+    }
+    if (lseek(Descriptor, Start, SEEK_SET) < 0) {
         failSystem(failure::kFileNotRead, Name, errno);
+    }
     Given = 0;
 }
 
@@ -73,8 +81,9 @@ vantik::ContentProvider BodySource::provider() {
 }
 
 void BodySource::rewind() {
-    if (Given == 0)
+    if (Given == 0) {
         return;
+    }
     // Within one request the library goes on with what it holds of the content, so a second reading from the start
     // would send the content twice or in part. A clear failure is all that can be done.
     failWith(cliMessage(failure::kContentNotRewound, {Name},
@@ -85,28 +94,33 @@ void BodySource::rewind() {
 
 vantik::Array BodySource::read(std::uint64_t wanted) {
     std::uint64_t limit = std::clamp<std::uint64_t>(wanted, 1, kLargestPiece);
-    if (Promised && Length)
+    if (Promised && Length) {
         limit = std::min(limit, *Length - Given);
+    }
     const std::size_t count = limit == 0 ? 0 : readSome(static_cast<std::size_t>(limit));
-    if (Promised && Length && count == 0 && Given < *Length)
+    if (Promised && Length && count == 0 && Given < *Length) {
         failWith(cliMessage(failure::kContentChanged, {Name}, Name + " became shorter while it was sent"));
+    }
     Given += count;
-    if (ReadHandler)
+    if (ReadHandler) {
         ReadHandler(Given);
+    }
     return vantik::Array::bytes(std::span<const std::byte>(Buffer.data(), count));
 }
 
 std::size_t BodySource::readSome(std::size_t wanted) {
-    if (Buffer.size() < wanted)
+    if (Buffer.size() < wanted) {
         Buffer.resize(wanted);
+    }
     for (;;) {
         if (!Regular && waitReadable(Descriptor, Deadline) != Waited::Ready) {
             // A signal or the end of the time allowed; the program knows which.
             throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
         }
         const ssize_t count = ::read(Descriptor, Buffer.data(), wanted);
-        if (count >= 0)
+        if (count >= 0) {
             return static_cast<std::size_t>(count);
+        }
         if (errno != EINTR && errno != EAGAIN) {
             const std::string reason = systemText(errno);
             failWith(cliMessage(failure::kFileNotRead, {Name, reason}, Name + ": " + reason));
@@ -125,11 +139,13 @@ std::string readWhole(const std::string& file, std::optional<Clock::time_point> 
     std::string content;
     for (;;) {
         const vantik::Array piece = provider.read(1 << 20);
-        if (piece.empty())
+        if (piece.empty()) {
             return content;
-        if (content.size() + piece.size() > kLargestInMemory)
+        }
+        if (content.size() + piece.size() > kLargestInMemory) {
             fail(failure::kFileNotRead, {shownName(file), "more than 1 GiB"},
                  shownName(file) + " is too large to be held in memory; use --stream-file");
+        }
         content += piece.byteText();
     }
 }

@@ -1,17 +1,15 @@
-#include "cli/exchange/BodySource.h"
+#include "cli/system/BodySource.h"
 
-#include <filesystem>
-#include <functional>
-#include <string>
-
-#include <fcntl.h>
-#include <unistd.h>
+#include "tests/support/process/TemporaryFolder.h"
+#include "vantik/Host.h"
 
 #include <gtest/gtest.h>
 
-#include "vantik/Host.h"
-
-#include "tests/support/process/TemporaryFolder.h"
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -32,8 +30,9 @@ std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wante
     std::string content;
     for (;;) {
         const vantik::Array piece = provider.read(wanted);
-        if (piece.empty())
+        if (piece.empty()) {
             return content;
+        }
         EXPECT_LE(piece.size(), wanted);
         content += piece.byteText();
     }
