@@ -1,5 +1,8 @@
 #include "tests/docs/PageShell.h"
 
+#include "tests/support/process/BuiltFile.h"
+#include "tests/support/process/ProgramRun.h"
+
 #include <filesystem>
 
 namespace docstest {
@@ -14,16 +17,18 @@ constexpr const char* kSrun = "#!/bin/sh\nset -e\ntasks=$2\nshift 2\nfor id in $
                               "done\n";
 
 // What scripts/run and scripts/test ask of the project.
-constexpr const char* kProject = "cmake_minimum_required(VERSION 3.25)\n"
-                                 "project(pages LANGUAGES NONE)\n"
-                                 "enable_testing()\n"
-                                 "add_custom_target(netrove_cli ALL\n"
-                                 "    COMMAND ${CMAKE_COMMAND} -E make_directory bin\n"
-                                 "    COMMAND ${CMAKE_COMMAND} -E create_symlink " NETROVE_PROGRAM " bin/netrove)\n"
-                                 "add_custom_target(netrove_threads_tests)\n"
-                                 "add_test(NAME Messages.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
-                                 "add_test(NAME Threads.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
-                                 "set_tests_properties(Threads.Stand PROPERTIES LABELS threads)\n";
+const std::string kProject = "cmake_minimum_required(VERSION 3.25)\n"
+                             "project(pages LANGUAGES NONE)\n"
+                             "enable_testing()\n"
+                             "add_custom_target(netrove_cli ALL\n"
+                             "    COMMAND ${CMAKE_COMMAND} -E make_directory bin\n"
+                             "    COMMAND ${CMAKE_COMMAND} -E create_symlink " +
+                             testsupport::programFile() +
+                             " bin/netrove)\n"
+                             "add_custom_target(netrove_threads_tests)\n"
+                             "add_test(NAME Messages.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
+                             "add_test(NAME Threads.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
+                             "set_tests_properties(Threads.Stand PROPERTIES LABELS threads)\n";
 
 std::string replaced(std::string text, const std::string& from, const std::string& to) {
     for (auto at = text.find(from); at != text.npos; at = text.find(from, at + to.size())) {
@@ -39,7 +44,7 @@ PageShell::PageShell() {
     for (const char* folder : {"bin", "work", "sources"}) {
         fs::create_directory(Folder.file(folder));
     }
-    fs::create_symlink(NETROVE_PROGRAM, Folder.file("bin/netrove"));
+    fs::create_symlink(testsupport::programFile(), Folder.file("bin/netrove"));
     const std::string srun = Folder.file("bin/srun");
     writeFile(srun, kSrun);
     fs::permissions(srun, fs::perms::owner_all);
@@ -68,8 +73,8 @@ std::string PageShell::here(std::string text) const {
     text = replaced(text, "https://example.org", "http://" + Server.authority());
     text = replaced(text, "http://example.org", "http://" + Server.authority());
     text = replaced(text, "proxy.example.org:3128", Server.authority());
-    return replaced(replaced(text, "/path/to/libhost1.so", NETROVE_HOST_FILE), "/path/to/libhost2.so",
-                    NETROVE_HOST_FILE);
+    return replaced(replaced(text, "/path/to/libhost1.so", testsupport::builtFile("lib/libvantik_embedded.so")),
+                    "/path/to/libhost2.so", testsupport::builtFile("lib/libvantik_embedded.so"));
 }
 
 testsupport::Outcome PageShell::bash(const std::string& script, const std::string& folder) const {

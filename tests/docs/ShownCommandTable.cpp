@@ -18,14 +18,15 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/deps", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
     {"CONTRIBUTING.md", "cmake --preset dev", Way::Sources, ""},
     {"CONTRIBUTING.md", "cmake --build --preset dev", Way::Sources, ""},
-    {"CONTRIBUTING.md", "ctest --preset dev -R Messages", Way::Here, ""},
+    {"CONTRIBUTING.md", "scripts/test --only 'Messages.*'", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test --quick", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test --quick --libcurl curl8/usr/lib/x86_64-linux-gnu", Way::Elsewhere, "tests/scripts/TestTest.cpp: AllTests, AnotherLibcurlServesAllOfThem"},
     {"CONTRIBUTING.md", "apt-get download libcurl4/bookworm-backports", Way::Never, "needs Debian's backports"},
     {"CONTRIBUTING.md", "dpkg-deb -x libcurl4_8*.deb curl8", Way::Never, "needs Debian's backports"},
     {"CONTRIBUTING.md", "scripts/format", Way::Never, "needs clang-format and git, which the tests do without"},
-    {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format and scripts/test behind each other, and the first needs clang-format"},
+    {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format, scripts/tidy and scripts/test one after the other, and the first two need tools of clang"},
+    {"CONTRIBUTING.md", "scripts/tidy cli/main.cpp", Way::Never, "needs clang-tidy"},
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
     {"CONTRIBUTING.md", "cmake --build --preset dev --target reference_pages", Way::Sources, ""},
     {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
@@ -97,12 +98,12 @@ constexpr const char* kAnew = "rm -f *.csv *.journal*";
 
 // clang-format off
 constexpr ResultRow kResults[] = {
-    {"CONTRIBUTING.md", "ctest --preset dev -R Messages", "cmake --preset dev && cmake --build --preset dev", "100% tests passed, 0 tests failed out of 1", "", ""},
-    {"CONTRIBUTING.md", "scripts/test --quick", "", "\n2 passed, 0 failed\n", "build/dev/test.log", "Messages.Stand"},
+    {"CONTRIBUTING.md", "scripts/test --only 'Messages.*'", "", "\n2 passed, 0 failed\n", "build/dev/Testing/Temporary/LastTest.log", "Messages.Stand"},
+    {"CONTRIBUTING.md", "scripts/test --quick", "", "\n2 passed, 0 failed\n", "build/dev/Testing/Temporary/LastTest.log", "Messages.Stand"},
     {"CONTRIBUTING.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/tsan/test.log", "Threads.Stand"},
 
     {"README.md", "scripts/run", "", "Every step did what it says.", "", ""},
-    {"README.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/asan/test.log", "Messages.Stand"},
+    {"README.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/asan/Testing/Temporary/LastTest.log", "Messages.Stand"},
     {"README.md", "scripts/run get https://example.org/", "", "GET with 0 bytes\n", "", ""},
     {"README.md", "scripts/run save https://example.org/data.csv", "", "", "data.csv", "GET with 0 bytes\n"},
     {"README.md", "scripts/run send https://example.org/items -H 'Content-Type: application/json' -d '{\"name\":\"x\"}'", "", "POST with 12 bytes\n", "", ""},

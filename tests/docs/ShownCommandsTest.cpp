@@ -3,6 +3,7 @@
 
 #include "tests/docs/PageShell.h"
 #include "tests/docs/ShownCommandTable.h"
+#include "tests/support/process/BuiltFile.h"
 
 #include <gmock/gmock.h>
 
@@ -165,7 +166,8 @@ TEST(ModuleForAnotherHost, IsInstalledAsThePageSays) {
     ASSERT_NE(configure, commands.end());
     ASSERT_EQ(shell.runInSources(configure->Text, "").Status, 0);
     std::filesystem::create_directories(shell.sources("build/release/lib"));
-    std::filesystem::copy_file(NETROVE_MODULE_FILE, shell.sources("build/release/lib/libnetrove.so"));
+    std::filesystem::copy_file(testsupport::builtFile("lib/libnetrove.so"),
+                               shell.sources("build/release/lib/libnetrove.so"));
     const Outcome installed = shell.runInSources("cmake --install build/release --prefix build/installed", "");
     ASSERT_EQ(installed.Status, 0) << installed.Out << installed.Err;
 

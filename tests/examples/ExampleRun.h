@@ -1,6 +1,7 @@
 // Runs the example programs as a person does.
 #pragma once
 
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/ProgramRun.h"
 
 #include <string>
@@ -10,7 +11,7 @@
 namespace testsupport {
 
 inline Surroundings exampleSurroundings(const std::string& example, Surroundings around = {}) {
-    around.Executable = std::string(NETROVE_EXAMPLES) + "/" + example;
+    around.Executable = testsupport::builtFile("examples/" + example);
     return around;
 }
 

@@ -1,4 +1,5 @@
 // What the module lets others see, read from its dynamic symbol table.
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/ElfFile.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +10,8 @@
 #include <vector>
 
 TEST(ModuleExports, AreTheThreeEntryPointsAndNothingElse) {
-    std::vector<std::string> names = testsupport::ElfFile(NETROVE_MODULE_FILE).exportedSymbols();
+    std::vector<std::string> names =
+        testsupport::ElfFile(testsupport::builtFile("lib/libnetrove.so")).exportedSymbols();
     std::ranges::transform(names, names.begin(), testsupport::demangled);
     EXPECT_THAT(names,
                 testing::UnorderedElementsAre("VKInitialize_netrove", "VKTerminate_netrove",

@@ -70,14 +70,14 @@ private:
         bool OptionsKept = false; // the handle may have options of an earlier request of this object
         int Methods = 0;          // how often one was set
         std::uint8_t Method = kMethodGet;
-        bool Warned = false;                // of content that is not whole
-        bool Given = false;                 // content has gone to a file or a consumer, or a copy was handed out
-        bool Resumable = false;             // only an interrupt has stopped a copy into the byte array
-        bool Empty = false;                 // Copied: the content had no bytes
-        bool Limited = false;               // limits of silence are set
-        int LastStatus = 0;                 // as told
+        bool Warned = false;                 // of content that is not whole
+        bool Given = false;                  // content has gone to a file or a consumer, or a copy was handed out
+        bool Resumable = false;              // only an interrupt has stopped a copy into the byte array
+        bool Empty = false;                  // Copied: the content had no bytes
+        bool Limited = false;                // limits of silence are set
+        int LastStatus = 0;                  // as told
         std::uint8_t SentLogin = kLoginNone; // as it was when a call could send
-        bool SentProvided = false;          // a provider was set then
+        bool SentProvided = false;           // a provider was set then
         // What is set
         std::uint8_t LastMethod = kMethodGet; // set last, whenever that was
         std::string Payload;
@@ -119,7 +119,7 @@ private:
         bool Failed = false;
         std::string Identifier;
         std::string Text;
-        std::exception_ptr kRaised;
+        std::exception_ptr Raised;
         vantik::Array Result;
     };
 

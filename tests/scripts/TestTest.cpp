@@ -27,25 +27,36 @@ read -r program < program
 ln -sf "$program" "build/$2/bin/netrove"
 ! grep -qx "$2" unbuildable
 )";
-// Writes what the file of the preset's name holds.
+// Leaves the log that the file of the preset's name holds.
 constexpr const char* kCTest = R"(
-output=$(cat "$(basename "$2").output")
-printf '%s\n' "$output"
+mkdir -p "$2/Testing/Temporary"
+cp "$(basename "$2").log" "$2/Testing/Temporary/LastTest.log"
 echo "${LD_LIBRARY_PATH:-}" > "$(basename "$2").libraries"
-case $output in *' 0 tests failed'*) ;; *) exit 8 ;; esac
+echo "${GTEST_FILTER:-}" > filter
+! grep -q '^Test Failed' "$2/Testing/Temporary/LastTest.log"
 )";
-constexpr const char* kAllPassed = "1/1 Test #1: Some.Test ....   Passed    0.01 sec\n"
-                                   "\n"
-                                   "100% tests passed, 0 tests failed out of 1\n";
-constexpr const char* kOneFailed = "    Start 1: Some.Test\n"
-                                   "1/2 Test #1: Some.Test ........***Failed    0.01 sec\n"
-                                   "SomeTest.cpp:7: Failure\n"
-                                   "Value of: three\n"
-                                   "\n"
-                                   "    Start 2: Some.OtherTest\n"
-                                   "2/2 Test #2: Some.OtherTest ...   Passed    0.01 sec\n"
-                                   "\n"
-                                   "50% tests passed, 1 tests failed out of 2\n";
+
+// What ctest logs of an executable.
+std::string entry(const std::string& name, const std::string& output, bool passes) {
+    return "1/2 Testing: " + name + "\n1/2 Test: " + name + "\n\"" + name + "\" start time: now\nOutput:\n" + output +
+           "<end of output>\n" + (passes ? "Test Passed.\n" : "Test Failed.\n") + "\"" + name + "\" end time: now\n";
+}
+std::string ok(const std::string& test) {
+    return "[ RUN      ] " + test + "\n[       OK ] " + test + " (1 ms)\n";
+}
+const std::string kTwoPassed =
+    entry("some_tests.1", ok("Some.Test") + ok("Some.OtherTest") + "[  PASSED  ] 2 tests.\n", true);
+const std::string kOneFailed = entry("some_tests.1",
+                                     ok("Some.Test") +
+                                         "[ RUN      ] Some.OtherTest\n"
+                                         "SomeTest.cpp:7: Failure\n"
+                                         "Value of: three\n"
+                                         "[  FAILED  ] Some.OtherTest, where GetParam() = 3 (1 ms)\n" +
+                                         ok("Some.Last") +
+                                         "[  PASSED  ] 2 tests.\n"
+                                         "[  FAILED  ] 1 test, listed below:\n"
+                                         "[  FAILED  ] Some.OtherTest, where GetParam() = 3\n",
+                                     false);
 
 class AllTests : public ScriptFixture {
 protected:
@@ -60,7 +71,7 @@ protected:
         write("unbuildable", "");
         write("program", testsupport::programFile() + "\n");
         for (const char* preset : {"dev", "asan", "tsan"}) {
-            write(std::string(preset) + ".output", kAllPassed);
+            write(std::string(preset) + ".log", kTwoPassed);
         }
     }
 
@@ -85,44 +96,66 @@ protected:
 TEST_F(AllTests, WhereAllPassTheLastLineCountsThem) {
     const Outcome outcome = runAll();
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_THAT(outcome.Out, EndsWith("out of 1\n\n3 passed, 0 failed\n"));
+    EXPECT_THAT(outcome.Out, EndsWith("tsan: 2 passed, 0 failed\n\n6 passed, 0 failed\n"));
 }
 
-TEST_F(AllTests, WhatFailedIsToldAgainAtTheEnd) {
-    write("dev.output", kOneFailed);
+TEST_F(AllTests, WhatFailedIsShownAgainAtTheEnd) {
+    write("dev.log", kTwoPassed + kOneFailed);
     const Outcome outcome = runAll();
     EXPECT_EQ(outcome.Status, 1);
     EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n"
                                       "dev: 1 failed\n"
-                                      "1/2 Test #1: Some.Test ...***Failed    0.01 sec\n"
+                                      "[ RUN      ] Some.OtherTest\n"
                                       "SomeTest.cpp:7: Failure\n"
                                       "Value of: three\n"
+                                      "[  FAILED  ] Some.OtherTest, where GetParam() = 3 (1 ms)\n"
                                       "\n"
-                                      "3 passed, 1 failed\n"));
+                                      "8 passed, 1 failed\n"));
 }
 
-TEST_F(AllTests, OfALongOutputTheBeginningIsToldAgain) {
+// A crash takes GoogleTest's last words with it; a test that is no executable of GoogleTest has none.
+TEST_F(AllTests, EntryWithoutASummaryIsOneTest) {
+    write("asan.log", entry("headers", "", true) +
+                          entry("some_tests.2", ok("Some.Test") + "[ RUN      ] Some.Crash\nhalf a li\n", false));
+    const Outcome outcome = runAll();
+    EXPECT_EQ(outcome.Status, 1);
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n"
+                                      "asan: 1 failed\n"
+                                      "\"some_tests.2\" ended with:\n"
+                                      "[ RUN      ] Some.Crash\n"
+                                      "half a li\n"
+                                      "\n"
+                                      "5 passed, 1 failed\n"));
+}
+
+TEST_F(AllTests, OfALongOutputTheBeginningIsShownAgain) {
     std::string lines;
     for (int line = 0; line < 100; ++line) {
         lines += "line " + std::to_string(line) + "\n";
     }
-    write("asan.output",
-          "1/1 Test #1: Some.Test ...***Failed    0.01 sec\n" + lines + "0% tests passed, 1 tests failed out of 1\n");
-    EXPECT_THAT(runAll().Out, EndsWith("\nline 57\nline 58\n...\n\n2 passed, 1 failed\n"));
+    write("asan.log", entry("some_tests.1", "[ RUN      ] Some.Test\n" + lines, false));
+    EXPECT_THAT(runAll().Out, EndsWith("\nline 57\nline 58\n...\n\n4 passed, 1 failed\n"));
+}
+
+TEST_F(AllTests, OneTestIsRunByItsName) {
+    const Outcome outcome = runAll({"--only", "Some.*"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome.Out, EndsWith("\n2 passed, 0 failed\n"));
+    EXPECT_EQ(testsupport::readFile(Folder.file("filter")), "Some.*\n");
 }
 
 TEST_F(AllTests, WhatCannotBeBuiltCountsAsAFailure) {
     write("unbuildable", "asan\n");
     const Outcome outcome = runAll();
     EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\nasan: the build failed\n\n2 passed, 1 failed\n"));
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\nasan: the build failed\n\n4 passed, 1 failed\n"));
 }
 
 TEST_F(AllTests, NoTestAtAllCountsAsAFailure) {
-    write("tsan.output", "No tests were found!!!\n");
+    write("tsan.log", "Start testing: now\n");
     const Outcome outcome = runAll();
     EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\ntsan: no test has run\n\n2 passed, 1 failed\n"));
+    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\ntsan: no test has run\n\n4 passed, 1 failed\n"));
 }
 
 TEST_F(AllTests, AnotherLibcurlServesAllOfThem) {

@@ -1,5 +1,6 @@
 #include "cli/batch/BatchJournal.h"
 
+#include "cli/batch/JournalNames.h"
 #include "cli/terminal/Output.h"
 #include "tests/support/process/TemporaryFolder.h"
 

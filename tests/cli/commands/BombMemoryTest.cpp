@@ -1,4 +1,5 @@
 // Little on the wire that grows to much in memory, where nobody has set a bound.
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/Gzip.h"
@@ -37,7 +38,7 @@ protected:
         EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
         Surroundings around;
         around.Folder = Folder.path();
-        around.Executable = NETROVE_TEST_PEAK;
+        around.Executable = testsupport::builtFile("bin/netrove_test_peak");
         around.OutDescriptor = ends[1];
         Program program(std::move(arguments), around);
         close(ends[1]);
@@ -57,11 +58,7 @@ protected:
     }
     // A sanitizer takes memory of its own, and the program as such does.
     long allowed() const {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        return ask(response("x"), {"get"}).KiB + kAllowedKiB;
-#else
-        return kAllowedKiB;
-#endif
+        return testsupport::isSanitized() ? ask(response("x"), {"get"}).KiB + kAllowedKiB : kAllowedKiB;
     }
 };
 

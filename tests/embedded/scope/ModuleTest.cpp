@@ -1,6 +1,7 @@
 // Loading modules and calling their builtins.
 #include "embedded/scope/ModuleTable.h"
 #include "tests/embedded/program/ProgramFixture.h"
+#include "tests/support/process/BuiltFile.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -9,7 +10,7 @@ using vantik::Array;
 
 namespace {
 
-const std::filesystem::path kModule = VANTIK_TEST_MODULE;
+const std::filesystem::path kModule = testsupport::builtFile("lib/libvantik_test_module.so");
 
 class Modules : public ProgramFixture {
 protected:

@@ -1,6 +1,7 @@
 // A test that is killed leaves nothing behind: no server, no program, no file.
 #include "tests/integration/proxy/Squid.h"
 #include "tests/support/process/Await.h"
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 
@@ -48,7 +49,8 @@ std::vector<std::string> filesNaming(const std::string& folder, const std::strin
 TEST(Abandoned, NothingOutlivesATestThatIsKilled) {
     const TemporaryFolder folder;
     fs::permissions(folder.path(), fs::perms(0755)); // for servers of another user
-    Program parent({}, {.Environment = {{"TMPDIR", folder.path()}}, .Executable = NETROVE_ABANDONED_PARENT});
+    Program parent({}, {.Environment = {{"TMPDIR", folder.path()}},
+                        .Executable = testsupport::builtFile("bin/netrove_abandoned_parent")});
     parent.waitForOutput("ready\n");
     const std::vector<std::string> before = processesNaming(folder.path());
     for (const char* name : {"squid", "apache2", "netrove"}) {

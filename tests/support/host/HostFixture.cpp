@@ -1,5 +1,6 @@
 #include "tests/support/host/HostFixture.h"
 
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/server/WireText.h"
 
 #include <chrono>
@@ -69,7 +70,7 @@ void HostFixture::expectScopeUsable(const vantik::Object& used) {
 }
 
 std::string modulePath() {
-    return NETROVE_MODULE_FILE;
+    return builtFile("lib/libnetrove.so");
 }
 
 std::string receiveBytes(const vantik::Object& connection) {

@@ -1,12 +1,12 @@
 #include "tests/support/process/ElfFile.h"
 
+#include "tests/support/process/TemporaryFolder.h"
+
 #include <elf.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 
@@ -29,12 +29,10 @@ Structure ElfFile::at(std::size_t offset) const {
     return value;
 }
 
-ElfFile::ElfFile(const std::string& name) {
-    std::ifstream stream(name, std::ios::binary);
-    Bytes.assign(std::istreambuf_iterator<char>(stream), {});
+ElfFile::ElfFile(const std::string& name) : Bytes(readFile(name)) {
     const auto header = at<Elf64_Ehdr>(0);
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
-        throw std::runtime_error(name + " is no 64-bit ELF file");
+        throw std::runtime_error(name + " is not a 64-bit ELF file");
     }
     for (std::size_t i = 0; i < header.e_shnum; ++i) {
         const auto section = at<Elf64_Shdr>(header.e_shoff + i * header.e_shentsize);

@@ -1,6 +1,8 @@
 // Makes system calls of another program fail, on the files of one folder.
 #pragma once
 
+#include "tests/support/process/BuiltFile.h"
+
 #include <cstdlib>
 #include <map>
 #include <string>
@@ -27,7 +29,7 @@ failingCalls(const std::string& folder, const std::vector<FailingCall>& failing,
     }
     const char* sanitizer = std::getenv("ASAN_OPTIONS");
     const std::string before = sanitizer == nullptr ? std::string() : std::string(sanitizer) + ":";
-    return {{"LD_PRELOAD", NETROVE_FAILING_CALLS},
+    return {{"LD_PRELOAD", builtFile("lib/libnetrove_failing_calls_module.so")},
             {"NETROVE_CALLS_FOLDER", folder},
             {"NETROVE_CALLS_RECORD", record},
             {"NETROVE_CALLS_FAIL", text},

@@ -1,6 +1,7 @@
 #include "tests/support/process/ProgramRun.h"
 
 #include "tests/support/process/Await.h"
+#include "tests/support/process/BuiltFile.h"
 
 #include <cerrno>
 #include <csignal>
@@ -281,7 +282,7 @@ Outcome run(std::vector<std::string> arguments, const Surroundings& around) {
 }
 
 std::string programFile() {
-    return NETROVE_PROGRAM;
+    return builtFile("bin/netrove");
 }
 
 bool isFull(int writeEnd) {

@@ -1,5 +1,6 @@
 #include "tests/support/process/Watcher.h"
 
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/WatcherWords.h"
 
 #include <array>
@@ -19,7 +20,7 @@ namespace {
 
 void check(int result) {
     if (result != 0) {
-        throw std::system_error(result, std::generic_category(), "cannot start " NETROVE_TEST_WATCHER);
+        throw std::system_error(result, std::generic_category(), "cannot start the watcher of tests");
     }
 }
 
@@ -41,7 +42,7 @@ pid_t spawn(int socket) {
     }
     pid_t process = -1;
     if (result == 0) {
-        std::array<char, sizeof NETROVE_TEST_WATCHER> name = {NETROVE_TEST_WATCHER};
+        std::string name = builtFile("bin/netrove_test_watcher");
         const std::array<char*, 2> arguments = {name.data(), nullptr};
         result = ::posix_spawn(&process, name.data(), &actions, &attributes, arguments.data(), environ);
     }
