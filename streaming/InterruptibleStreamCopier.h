@@ -48,12 +48,12 @@ public:
     static std::size_t readCallback(char* buffer, std::size_t size, std::size_t count, void* copier);
     static int seekCallback(void* copier, curl_off_t offset, int origin);
 
-    HTTPConnection* Connection;             // borrowed; outlives the copier's use
-    const std::uint8_t* SendData = nullptr; // bytes on offer to libcurl; in `Payload` or in the provider's last array
-    std::uint64_t SendLength = 0;           // number of bytes at SendData
-    std::uint64_t SendPosition = 0;         // next byte to hand to libcurl
-    std::uint64_t TotalSent = 0;            // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;              // response bytes not yet drained
+    HTTPConnection* Connection;              // borrowed; outlives the copier's use
+    const std::uint8_t* SendData = nullptr;  // bytes on offer to libcurl; in `Payload` or in the provider's last array
+    std::uint64_t SendLength = 0;            // number of bytes at SendData
+    std::uint64_t SendPosition = 0;          // next byte to hand to libcurl
+    std::uint64_t TotalSent = 0;             // bytes handed to libcurl for this request, moved back by a rewind
+    std::string ReceiveBuffer;               // response bytes not yet drained
     std::size_t ReceiveLimit = kReceiveStep; // from this size of ReceiveBuffer on libcurl reads no more
 
     // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
@@ -99,5 +99,4 @@ private:
     void receiveOnce(Receiver& receiver);
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);
-    void closeConsumer(Receiver& receiver);
 };

@@ -38,6 +38,21 @@ struct InterruptibleStreamCopier::Receiver {
     std::uint64_t Total = 0;                 // bytes passed on
 
     std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
+
+    // Calls a method of the consumer, if there is one. A method that it lacks fails nothing.
+    void notify(const HostMethod& method) {
+        if (Consumer != nullptr) {
+            HostArray ignored;
+            tryHostMethod(method, ConsumerClass, self(), ignored);
+        }
+    }
+    // The same while a failure is being handled: what the consumer raises does not replace that failure.
+    void notifyOfFailure(const HostMethod& method) noexcept {
+        try {
+            notify(method);
+        } catch (...) { // see above
+        }
+    }
 };
 
 void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
@@ -60,10 +75,10 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     try {
         drainUntilDone(receiver);
     } catch (const std::exception&) {
-        const ScopeExit tell([&] { closeConsumer(receiver); }); // what it raises does not replace the failure
+        receiver.notifyOfFailure(kConsumerClose);
         throw;
     }
-    closeConsumer(receiver);
+    receiver.notify(kConsumerClose);
     // The only test of the stream, after the whole transfer: kept on purpose, the consumer has then seen everything.
     if (saveTo != nullptr && saveTo->bad()) {
         throw webservices::HTTPCopyStreamException("Error saving to local data stream.");
@@ -165,20 +180,7 @@ void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
     try {
         utInterruptState::ThrowIfInterruptPending();
     } catch (...) {
-        const ScopeExit tell([&] {
-            if (receiver.Consumer != nullptr) {
-                HostArray ignored;
-                tryHostMethod(kConsumerInterrupt, receiver.ConsumerClass, receiver.self(), ignored);
-            }
-        });
+        receiver.notifyOfFailure(kConsumerInterrupt);
         throw;
-    }
-}
-
-// A consumer without `closeInternal` fails nothing: the one host call whose absence is let pass, on purpose.
-void InterruptibleStreamCopier::closeConsumer(Receiver& receiver) {
-    if (receiver.Consumer != nullptr) {
-        HostArray ignored;
-        tryHostMethod(kConsumerClose, receiver.ConsumerClass, receiver.self(), ignored);
     }
 }

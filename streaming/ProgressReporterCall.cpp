@@ -13,7 +13,6 @@ ProgressReporterCall::ProgressReporterCall(SharedHostArray reporter)
     }
     const char* name = vxGetClassName(Reporter.get());
     ReporterClass = name == nullptr || *name == '\0' ? nullptr : vcos::internal::makeInterned(name);
-    CounterValue = &uint64Of(Counter.get());
     UpdateArgs[0] = Reporter.get();
     UpdateArgs[1] = Counter.get();
 }
@@ -22,9 +21,7 @@ void ProgressReporterCall::update(std::uint64_t bytes) {
     if (Reporter == nullptr) {
         return;
     }
-    CounterValue =
-        &uint64Of(Counter.get()); // where the reporter kept the last count, this gives us contents of our own
-    *CounterValue = bytes;
+    uint64Of(Counter.get()) = bytes; // where the reporter has kept the last count, this writes to a copy of our own
     const HostArray goOn = callHostMethod(kReporterUpdate, ReporterClass, UpdateArgs);
     const bool isScalar = goOn != nullptr && arrayElementCount(goOn.get()) == 1;
     // The class is not checked: the first byte counts, and it may hold any bits, so it is not read as a bool.

@@ -20,6 +20,5 @@ private:
     SharedHostArray Reporter;                        // null: none
     HostArray Counter;                               // the one uint64 scalar, written in place for every call
     vcos::InternedName ReporterClass = nullptr;      // the object's own class, read once
-    std::uint64_t* CounterValue = nullptr;           // in Counter
     vxArray_tag* UpdateArgs[2] = {nullptr, nullptr}; // the reporter, the counter
 };
