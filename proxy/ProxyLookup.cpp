@@ -1,11 +1,11 @@
 #include "proxy/ProxyLookup.h"
 
+#include "errors/InternalError.h"
 #include "host/Messages.h"
 #include "hostcalls/HostArray.h"
 #include "hostcalls/ServiceLookup.h"
 #include "hostcalls/TextEncoding.h"
 
-#include <stdexcept>
 #include <string>
 
 namespace vx = matrix::detail::noninlined::vx_array_api;
@@ -62,7 +62,7 @@ void ws_base::getProxyInfoBuiltin(int lhsCount, vxArray_tag** lhs, int rhsCount,
     const std::shared_ptr<ProxySelector> selector = findProxySelector(cppmicroservices::LDAPFilter());
     if (!selector) {
         // Every host registers one; a host that does not gets an answer it can read instead of a crash.
-        throw std::runtime_error("The host has no proxy selector");
+        throwInternalError("The host has no proxy selector");
     }
     const ProxyList list = askSelector(*selector, url);
     const Proxy proxy = list.empty() ? Proxy::NO_PROXY : list.front();

@@ -187,7 +187,12 @@ TEST_F(ProxyLookup, FirstReferenceWins) {
 TEST_F(ProxyLookup, HostWithoutASelectorFailsWithWords) {
     vantik::detail::replaceFramework(vantik::detail::makeEmptyFramework());
     EXPECT_EQ(findProxySelector(cppmicroservices::LDAPFilter()), nullptr);
-    EXPECT_THROW(lookUp("http://example.com/"), std::runtime_error);
+    try {
+        lookUp("http://example.com/");
+        FAIL() << "a host without a selector answered";
+    } catch (const foundation::core::except::IMsgIDException& failure) {
+        EXPECT_EQ(failure.get_error_id(), "VANTIK:webservices:InternalError");
+    }
 }
 
 TEST_F(ProxyLookup, HostWithoutAFrameworkHasNoSelector) {
