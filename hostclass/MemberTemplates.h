@@ -27,11 +27,12 @@ template <class Instance>
 using MethodHandler = void (*)(Instance instance, int resultCount, vcos::COSValue* results, int inputCount,
                                const vcos::COSValue* inputs);
 
-// Takes the object off the inputs and calls the handler with the rest.
+// Takes the object off the inputs and calls the handler with the rest. Without an instance vcosGetScalarObjectValue
+// raises, so the handler never sees null.
 template <class Instance>
 void callHandler(MethodHandler<Instance> handler, vcos::InternedName classKey, int resultCount, vcos::COSValue* results,
                  int inputCount, const vcos::COSValue* inputs) {
-    handler(requireInstance<Instance>(vcos::vcosGetScalarObjectValue(classKey, inputs[0])), resultCount, results,
+    handler(static_cast<Instance>(vcos::vcosGetScalarObjectValue(classKey, inputs[0])), resultCount, results,
             inputCount - 1, inputs + 1);
 }
 

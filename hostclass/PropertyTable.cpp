@@ -105,12 +105,12 @@ void setResponseCode(Adapter& adapter, double value) {
 }
 
 template <auto Stored>
-auto storedFlag(Adapter& adapter) {
+auto storedSetting(Adapter& adapter) {
     return adapter.Connection.Settings.*Stored;
 }
 
 template <auto Stored, class T>
-void storeFlag(Adapter& adapter, T value) {
+void storeSetting(Adapter& adapter, T value) {
     adapter.Connection.Settings.*Stored = value;
 }
 
@@ -244,15 +244,15 @@ constexpr PropertyRow kValueProperties[] = {
     {"Sent", "logical scalar", kFlagged, "logical scalar for Sent",
      Flags{getSent, nullptr}},
     {"VerifyServerName", "logical scalar", kFlagged, "logical scalar for VerifyServerName",
-     Flags{storedFlag<&S::VerifyServerName>, storeFlag<&S::VerifyServerName>}},
+     Flags{storedSetting<&S::VerifyServerName>, storeSetting<&S::VerifyServerName>}},
     {"Decode", "logical scalar", kUsual, "logical scalar for Decode",
-     Flags{storedFlag<&S::Decode>, storeFlag<&S::Decode>}},
+     Flags{storedSetting<&S::Decode>, storeSetting<&S::Decode>}},
     {"ProviderBufferSize", "uint64 scalar", kUsual, "uint64 scalar for ProviderBufferSize",
      Sizes{getProviderBufferSize, setProviderBufferSize}},
     {"Chunked", "logical scalar", kUsual, "logical scalar for Chunked",
-     Flags{storedFlag<&S::Chunked>, storeFlag<&S::Chunked>}},
+     Flags{storedSetting<&S::Chunked>, storeSetting<&S::Chunked>}},
     {"Debug", "int32 scalar", kUsual, "int32 scalar for Debug",
-     Ints{storedFlag<&S::Debug>, storeFlag<&S::Debug>}},
+     Ints{storedSetting<&S::Debug>, storeSetting<&S::Debug>}},
 };
 
 constexpr PropertyRow kObjectProperties[] = {
