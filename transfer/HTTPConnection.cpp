@@ -54,8 +54,7 @@ HTTPConnection::~HTTPConnection() {
     }
     try {
         traceLine(Settings.Debug, "DESTROYING HTTPCONNECTION");
-    } catch (...) { // a trace that cannot be written stops no destruction
-        Transfer.EscapedFailure = nullptr;
+    } catch (...) { // nobody is left to whom a trace that cannot be written could be reported
     }
 }
 

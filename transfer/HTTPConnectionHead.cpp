@@ -1,5 +1,5 @@
 #include "errors/HTTPException.h"
-#include "errors/InternalError.h"
+#include "errors/MessageIdentifiers.h"
 #include "http/HttpSyntax.h"
 #include "transfer/CurlCallbacks.h"
 #include "transfer/CurlCalls.h"
@@ -19,11 +19,10 @@ std::size_t headerCallback(char* buffer, std::size_t size, std::size_t count, vo
 template <class Check>
 void HTTPConnection::keepFailure(Check check) {
     try {
-        try {
-            check();
-        } catch (const MalformedHead& failure) {
-            throwInternalError(failure.Text);
-        }
+        check();
+    } catch (const MalformedHead& failure) {
+        using VANTIK::webservices::InternalError;
+        Transfer.CallbackFailure = std::make_exception_ptr(VANTIK::Failure<InternalError>(InternalError(failure.Text)));
     } catch (...) {
         Transfer.CallbackFailure = std::current_exception();
     }
