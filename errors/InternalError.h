@@ -3,5 +3,9 @@
 
 #include <string>
 
+namespace netrove {
+
 // Raises VANTIK:webservices:InternalError with this text.
 [[noreturn]] void throwInternalError(const std::string& text);
+
+} // namespace netrove

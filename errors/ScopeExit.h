@@ -3,6 +3,8 @@
 
 #include <utility>
 
+namespace netrove {
+
 // What the function raises is swallowed: it runs while another failure may be under way.
 template <class Function>
 class ScopeExit {
@@ -20,3 +22,5 @@ public:
 private:
     Function Run;
 };
+
+} // namespace netrove

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+using namespace netrove;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view line = textOf(data, size);
     const auto [name, value] = splitFieldLine(line);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <vector>
 
+using namespace netrove;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <string>
 
+using namespace netrove;
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     ResponseHead head;
     std::string_view rest = textOf(data, size);

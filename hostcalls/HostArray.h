@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <memory>
 
+namespace netrove {
+
 using HostArray = std::unique_ptr<vxArray_tag, matrix::vxDestroy_deleter>;
 // One that several share: the last one releases it. Made from a HostArray.
 using SharedHostArray = std::shared_ptr<vxArray_tag>;
@@ -20,3 +22,5 @@ inline std::size_t arrayElementCount(const vxArray_tag* array) {
     }
     return count;
 }
+
+} // namespace netrove

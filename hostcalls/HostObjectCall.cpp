@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+namespace netrove {
+
 using namespace matrix::detail::noninlined::vx_array_api;
 
 bool tryHostMethod(const HostMethod& method, vcos::InternedName className, std::span<vxArray_tag*> arguments,
@@ -43,3 +45,5 @@ HostArray makeByteColumn(std::span<const char> bytes) {
     }
     return array;
 }
+
+} // namespace netrove

@@ -6,6 +6,8 @@
 
 #include <span>
 
+namespace netrove {
+
 // On whose behalf a method is called: the `Internal` methods are hidden from the public client.
 enum class HostClient { System, Public };
 
@@ -46,3 +48,5 @@ bool isNothing(const HostArray& array);
 HostArray makeUInt64Scalar(); // 0; write its value in place with uint64Of
 std::uint64_t& uint64Of(vxArray_tag* scalar);
 HostArray makeByteColumn(std::span<const char> bytes); // n rows, 1 column
+
+} // namespace netrove

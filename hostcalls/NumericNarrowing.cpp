@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+namespace netrove {
+
 namespace {
 
 // `belowMinimum` and `aboveMaximum` are the nearest values that fail. NaN compares false with both.
@@ -40,3 +42,5 @@ std::uint64_t wrapToUInt64(double value) noexcept {
     }
     return topBit;
 }
+
+} // namespace netrove

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+namespace netrove {
+
 // Rounds towards zero. A value at or below the target's minimum less 1 raises boost::numeric::negative_overflow, one at
 // or above its maximum plus 1 boost::numeric::positive_overflow. NaN passes and gives the smallest 32-bit integer, or 0
 // for the port.
@@ -13,3 +15,5 @@ std::uint16_t narrowToUInt16(double value);
 // Below 2^63: truncated to a signed 64-bit integer whose bits are read as unsigned, so that -1 gives the largest value.
 // From 2^63 to below 2^64: truncated. NaN, infinities and everything else give 2^63.
 std::uint64_t wrapToUInt64(double value) noexcept;
+
+} // namespace netrove

@@ -12,6 +12,8 @@
 #include <memory>
 #include <stdexcept>
 
+namespace netrove {
+
 // The service behind the first reference that the framework gives for `Interface` and the filter; other references are
 // ignored. Empty where the host has no framework or no such service. The reference keeps the service in use.
 template <class Interface>
@@ -31,3 +33,5 @@ std::shared_ptr<Interface> findService(const cppmicroservices::LDAPFilter& filte
     }
     return context.GetServiceObjects(references.front()).GetService();
 }
+
+} // namespace netrove

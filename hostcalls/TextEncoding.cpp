@@ -3,6 +3,8 @@
 #include "errors/MessageIdentifiers.h"
 #include "host/Text.h"
 
+namespace netrove {
+
 std::string toNarrow(const std::u16string& wide, const std::string& encoding) {
     try {
         if (encoding.empty()) {
@@ -14,3 +16,5 @@ std::string toNarrow(const std::u16string& wide, const std::string& encoding) {
                                                             failure.what());
     }
 }
+
+} // namespace netrove

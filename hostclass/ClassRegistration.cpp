@@ -10,6 +10,8 @@
 
 #include <new>
 
+namespace netrove {
+
 namespace {
 
 constexpr const char* kShortName = "HTTPConnectionAdapter";
@@ -107,3 +109,5 @@ void registerAdapterClass() {
     // Null where there is no memory: the class system reports that.
     package->addClass(new HTTPConnectionAdapterClassInfo, 0, 2);
 }
+
+} // namespace netrove

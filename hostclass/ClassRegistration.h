@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+namespace netrove {
+
 // A package that we create where the host does not have it yet.
 class NetroveNamespace final : public vcos::COSNamespaceInfo {
 public:
@@ -57,3 +59,5 @@ vcos::COSPackage* getChildPackage(vcos::COSPackage* parent, const std::string& n
 
 // Adds the class to the current scope.
 void registerAdapterClass();
+
+} // namespace netrove

@@ -14,6 +14,8 @@
 #include <string>
 #include <system_error>
 
+namespace netrove {
+
 namespace {
 
 // Hands the consumer what had been saved before a failure. Whatever goes wrong here, or whether the consumer has such a
@@ -92,3 +94,5 @@ void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int
         raiseInvalidFilename(name);
     }
 }
+
+} // namespace netrove

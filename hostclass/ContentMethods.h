@@ -5,6 +5,8 @@
 
 class HTTPConnectionAdapter;
 
+namespace netrove {
+
 // Result: the content as bytes, behind whatever ResponsePayload held. Input: whether the content goes there; without it
 // the consumer alone receives the content.
 void copyContentToByteArray(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue* results, int inputCount,
@@ -14,3 +16,5 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int resultCount, vco
 // be opened, or where a write to it failed.
 void copyContentToFile(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue* results, int inputCount,
                        const vcos::COSValue* inputs);
+
+} // namespace netrove

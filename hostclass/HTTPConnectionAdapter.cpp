@@ -6,6 +6,7 @@
 
 #include <utility>
 
+using namespace netrove;
 namespace vx = matrix::detail::noninlined::vx_array_api;
 
 HTTPConnectionAdapter::HTTPConnectionAdapter() {

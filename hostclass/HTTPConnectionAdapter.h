@@ -9,9 +9,13 @@
 #include <string>
 #include <string_view>
 
-// Full class name of the progress reporters that an adapter takes; those of the content objects stand with the calls
-// into them.
+namespace netrove {
+
+// Full class name of the progress reporters that an adapter takes; those of the content objects are with the calls into
+// them.
 inline constexpr const char* kProgressReporterClassName = "vantik.net.http.internal.ProgressReporter";
+
+} // namespace netrove
 
 // The wide texts stand here because a getter gives the host a pointer to its text, which must outlive the call, while
 // the connection keeps a narrow derivative.
@@ -29,7 +33,8 @@ public:
 
     // Keeps a persistent handle on `array` in the connection's field. Null and an empty array clear it. An array of
     // another class raises VANTIK:legacy_two_part:UnableToConvert, and the previous object stays.
-    void adoptHostObject(SharedHostArray RequestSettings::*field, const vxArray_tag* array, const char* className);
+    void adoptHostObject(netrove::SharedHostArray netrove::RequestSettings::*field, const vxArray_tag* array,
+                         const char* className);
 
     // Takes what an interrupted copy has left out of ResponseBuffer. What the host itself has put there stays.
     void dropReceived();
@@ -40,7 +45,7 @@ public:
     void emptyResponseBuffer();
 
     std::ostringstream ResponseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
-    HTTPConnection Connection;
+    netrove::HTTPConnection Connection;
     std::u16string ContentEncoding;     // overwritten by the first read of the property
     std::u16string ContentType;         // overwritten by the first read of the property
     std::u16string CertificateFilename; // as set by the host

@@ -10,6 +10,8 @@
 #include <type_traits>
 #include <utility>
 
+namespace netrove {
+
 // The native instance that the class system found. It finds one for every object whose construction succeeded, so that
 // null means a host that has lost track.
 template <class Instance>
@@ -121,3 +123,5 @@ private:
     void (*setter)(Native&, T);
     void (*releaser)(Native&, T);
 };
+
+} // namespace netrove

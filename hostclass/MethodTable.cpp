@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+namespace netrove {
+
 namespace vx = matrix::detail::noninlined::vx_array_api;
 
 namespace {
@@ -224,3 +226,5 @@ void addMethodEntry(vcos::COSClass& definition, const MethodRow& row) {
     definition.addMethod(row.WithAns ? newMethod<COSMethodWithAnsCLNRN<Adapter*>>(className, row)
                                      : newMethod<COSMethodCLNRN<Adapter*>>(className, row));
 }
+
+} // namespace netrove

@@ -9,6 +9,8 @@
 
 class HTTPConnectionAdapter;
 
+namespace netrove {
+
 // One method. Access is always public; the object stands in front of the inputs. Unused places are null.
 struct MethodRow {
     const char* Name;
@@ -23,3 +25,5 @@ std::span<const MethodRow> methodTable();
 
 // Adds one method to the class being defined.
 void addMethodEntry(vcos::COSClass& definition, const MethodRow& row);
+
+} // namespace netrove

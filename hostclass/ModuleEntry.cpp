@@ -16,7 +16,7 @@ void registerOnce() {
     try {
         std::call_once(registered, [&] {
             registrationFailed = true;
-            registerAdapterClass();
+            netrove::registerAdapterClass();
             registrationFailed = false;
         });
     } catch (...) {
@@ -32,7 +32,7 @@ void registerOnce() {
 void VKInitialize_netrove() {
     // One class system for each scope: every scope needs its own registration.
     if (omGetVcosUsingUSM()) {
-        registerAdapterClass();
+        netrove::registerAdapterClass();
     } else {
         registerOnce();
     }

@@ -14,6 +14,8 @@
 #include <memory>
 #include <new>
 
+namespace netrove {
+
 namespace {
 
 using Adapter = HTTPConnectionAdapter;
@@ -302,3 +304,5 @@ void addPropertyEntry(vcos::COSClass& definition, const PropertyRow& row) {
         row.Access);
     definition.addProperty(property.release());
 }
+
+} // namespace netrove

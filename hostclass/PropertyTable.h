@@ -11,6 +11,8 @@
 
 class HTTPConnectionAdapter;
 
+namespace netrove {
+
 template <class T>
 using Accessors = PropertyAccessors<HTTPConnectionAdapter, T>;
 
@@ -33,3 +35,5 @@ std::span<const PropertyRow> objectProperties();
 
 // Adds one property to the class being defined. Raises foundation::core::except::bad_alloc where there is no memory.
 void addPropertyEntry(vcos::COSClass& definition, const PropertyRow& row);
+
+} // namespace netrove

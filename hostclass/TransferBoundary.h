@@ -9,6 +9,8 @@
 #include <string>
 #include <utility>
 
+namespace netrove {
+
 // Runs `call`. A failure of the HTTPException family becomes the host's; every other exception passes as it is.
 template <class Call>
 decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& call) {
@@ -20,3 +22,5 @@ decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& cal
         webservices::translateTransferException(url);
     }
 }
+
+} // namespace netrove

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cstring>
 
+namespace netrove {
+
 namespace vx = matrix::detail::noninlined::vx_array_api;
 
 namespace {
@@ -92,3 +94,5 @@ std::string fieldString(const vxArray_tag* array, std::size_t index, const char*
 std::u16string fieldUString(const vxArray_tag* array, std::size_t index, const char* name) {
     return convertField(array, index, name, [](const vxArray_tag* field) { return matrix::get_ustring(field); });
 }
+
+} // namespace netrove

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+namespace netrove {
+
 // Returns for null, for an empty array and for one whose class is `className` or derives from it. Otherwise raises
 // VANTIK:legacy_two_part:UnableToConvert.
 void checkArrayClass(const vxArray_tag* array, const char* className);
@@ -40,3 +42,5 @@ std::u16string fieldUString(const vxArray_tag* array, std::size_t index, const c
 inline void giveResult(vcos::COSValue& slot, HostArray array) {
     ValueSlot<vxArray_tag*>::write(slot, array.release());
 }
+
+} // namespace netrove

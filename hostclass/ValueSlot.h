@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+namespace netrove {
+
 // The text of a "unicodeString"; null where the host sets nothing.
 using Text = const std::u16string*;
 
@@ -55,3 +57,5 @@ struct ValueSlot<Pointee*> {
         slot.Bits = std::bit_cast<std::uint64_t>(value);
     }
 };
+
+} // namespace netrove

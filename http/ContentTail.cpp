@@ -4,6 +4,8 @@
 #include <cctype>
 #include <limits>
 
+namespace netrove {
+
 void ContentTail::begin(bool isChunked, std::int64_t length) {
     *this = ContentTail();
     IsChunked = isChunked;
@@ -59,3 +61,5 @@ void ContentTail::takeChunked(std::string_view bytes) {
 bool ContentTail::contradictsGzip() const {
     return Size != 0 && static_cast<std::uint32_t>(Decoded) != LastFour;
 }
+
+} // namespace netrove

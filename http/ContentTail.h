@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+namespace netrove {
+
 class ContentTail {
 public:
     // After a head. `length` is the announced one; -1: none.
@@ -30,3 +32,5 @@ private:
     std::uint32_t LastFour = 0; // bytes, the first one lowest
     bool InDigits = true;       // of a size line
 };
+
+} // namespace netrove

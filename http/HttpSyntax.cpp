@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <locale>
 
+namespace netrove {
+
 bool equalIgnoringCase(std::string_view left, std::string_view right) {
     if (left.size() != right.size()) {
         return false;
@@ -28,3 +30,5 @@ std::string reasonPhraseOf(std::string_view statusLine) {
     const std::size_t second = first == std::string_view::npos ? first : statusLine.find(' ', first + 1);
     return second == std::string_view::npos ? std::string() : std::string(statusLine.substr(second + 1));
 }
+
+} // namespace netrove

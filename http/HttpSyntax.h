@@ -5,6 +5,8 @@
 #include <string_view>
 #include <utility>
 
+namespace netrove {
+
 // A head that cannot be parsed. The text may quote its bytes, a NUL among them.
 struct MalformedHead {
     std::string Text;
@@ -19,3 +21,5 @@ std::pair<std::string, std::string> splitFieldLine(std::string_view line);
 
 // What stands behind the second blank of a status line; empty without one.
 std::string reasonPhraseOf(std::string_view statusLine);
+
+} // namespace netrove

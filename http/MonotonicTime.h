@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <limits>
 
+namespace netrove {
+
 // Stands for no start time where one is asked for.
 inline constexpr std::int64_t NOT_A_TIME = std::numeric_limits<std::int64_t>::min();
 
@@ -19,3 +21,5 @@ inline constexpr std::int64_t kEmptyWaitPauseNs = 100'000'000;
 // boost::thread_interrupted). `boost::this_thread::interruptible_wait`, which waits on a handle as well, exists on
 // Windows only.
 void interruptibleWait(std::int64_t untilNs);
+
+} // namespace netrove

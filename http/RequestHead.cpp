@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+namespace netrove {
+
 // A NUL ends the search for a line end, as it ends a C string.
 void RequestHead::take(char* data, std::size_t size) {
     const char* const end = data + size;
@@ -64,3 +66,5 @@ void RequestHead::takeRequestField(std::string line, char* start) {
     }
     RequestHeaderLines.push_back(std::move(line));
 }
+
+} // namespace netrove

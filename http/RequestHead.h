@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace netrove {
+
 struct RequestHead {
     // Takes the next part of a head. Heads may come in parts that are cut between lines, and one after another: what is
     // kept is the head of the last request. Raises MalformedHead; what was parsed until then stays. The algorithm
@@ -22,3 +24,5 @@ private:
     void takeRequestLine(const std::string& line);
     void takeRequestField(std::string line, char* start);
 };
+
+} // namespace netrove

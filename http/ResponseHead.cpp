@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cstdlib>
 
+namespace netrove {
+
 namespace {
 
 // The number after the first blank, as atol reads it; 0 without one.
@@ -153,3 +155,5 @@ bool ResponseHead::expandsLittle() const {
 std::string ResponseHead::reasonPhrase() const {
     return ResponseHeaderLines.empty() ? std::string() : reasonPhraseOf(ResponseHeaderLines.front());
 }
+
+} // namespace netrove

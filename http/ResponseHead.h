@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+namespace netrove {
+
 struct ResponseHead {
     // What the blank line has ended.
     enum class End {
@@ -66,3 +68,5 @@ private:
 
     std::size_t Size = 0; // of all lines of the exchange
 };
+
+} // namespace netrove

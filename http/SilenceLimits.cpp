@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace netrove {
+
 void SilenceLimits::setTimeouts(std::vector<double> timeouts) {
     timeouts.resize(std::max<std::size_t>(timeouts.size(), 4), kUnlimited);
     ConnectTimeout = timeouts[0];
@@ -52,3 +54,5 @@ void SilenceLimits::endHead() {
         Deadline = kNoDeadline;
     }
 }
+
+} // namespace netrove

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace netrove {
+
 struct SilenceLimits {
     static constexpr double kUnlimited = std::numeric_limits<double>::infinity();
     static constexpr std::int64_t kNoDeadline = std::numeric_limits<std::int64_t>::max();
@@ -37,3 +39,5 @@ struct SilenceLimits {
     std::u16string TimeoutOption;   // name of the option that set Deadline
     std::int64_t Deadline = 0;      // monotonic ns; kNoDeadline: none
 };
+
+} // namespace netrove

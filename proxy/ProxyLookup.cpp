@@ -8,6 +8,7 @@
 
 #include <string>
 
+using namespace netrove;
 namespace vx = matrix::detail::noninlined::vx_array_api;
 
 using foundation::httpproxy::Proxy;
@@ -44,7 +45,7 @@ HostArray makeProxyStruct(const std::string& host, double port, const std::strin
 
 } // namespace
 
-std::shared_ptr<ProxySelector> findProxySelector(const cppmicroservices::LDAPFilter& filter) {
+std::shared_ptr<ProxySelector> netrove::findProxySelector(const cppmicroservices::LDAPFilter& filter) {
     return findService<ProxySelector>(filter);
 }
 

@@ -9,8 +9,12 @@
 
 #include <memory>
 
+namespace netrove {
+
 // The host's proxy selector; empty where the host has none.
 std::shared_ptr<foundation::httpproxy::ProxySelector> findProxySelector(const cppmicroservices::LDAPFilter& filter);
+
+} // namespace netrove
 
 namespace ws_base {
 

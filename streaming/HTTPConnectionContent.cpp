@@ -9,6 +9,8 @@
 #include <new>
 #include <sstream>
 
+namespace netrove {
+
 namespace {
 
 // No announced length makes us reserve more than this. Reserved memory is not touched until bytes arrive.
@@ -130,3 +132,5 @@ void HTTPConnection::receiveContent(std::ostream* target) {
     requireNoFault(); // a challenge that came this late may have broken the upload
     Transfer.Copier->releaseContent();
 }
+
+} // namespace netrove

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <utility>
 
+namespace netrove {
+
 namespace {
 
 constexpr std::size_t kReceiveReservation = 16384;
@@ -214,3 +216,5 @@ void InterruptibleStreamCopier::awaitActivity(int& emptyWaits) {
     }
     Connection->checkTimeout(NOT_A_TIME, false);
 }
+
+} // namespace netrove

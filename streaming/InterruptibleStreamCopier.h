@@ -20,6 +20,8 @@
 #include <string>
 #include <vector>
 
+namespace netrove {
+
 class HTTPConnection;
 
 class InterruptibleStreamCopier {
@@ -100,3 +102,5 @@ private:
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);
 };
+
+} // namespace netrove

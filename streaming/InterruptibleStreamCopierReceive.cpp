@@ -16,6 +16,8 @@
 #include <algorithm>
 #include <sstream>
 
+namespace netrove {
+
 using namespace matrix::detail::noninlined::vx_array_api;
 
 namespace {
@@ -184,3 +186,5 @@ void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
         throw;
     }
 }
+
+} // namespace netrove

@@ -11,6 +11,8 @@
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
+namespace netrove {
+
 using namespace matrix::detail::noninlined::vx_array_api;
 
 namespace {
@@ -139,3 +141,5 @@ void InterruptibleStreamCopier::breakUpload() noexcept {
             curl_easy_pause(Connection->Handles->EasyHandle, WritePaused ? CURLPAUSE_RECV : CURLPAUSE_CONT));
     }
 }
+
+} // namespace netrove

@@ -4,6 +4,8 @@
 #include "host/Interrupt.h"
 #include "hostcalls/HostObjectCall.h"
 
+namespace netrove {
+
 using namespace matrix::detail::noninlined::vx_array_api;
 
 ProgressReporterCall::ProgressReporterCall(SharedHostArray reporter)
@@ -33,3 +35,5 @@ void ProgressReporterCall::update(std::uint64_t bytes) {
         throw Zentorak::System::InterruptException(true);
     }
 }
+
+} // namespace netrove

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+namespace netrove {
+
 // Lives on a pump's stack. Without a reporter it does nothing; the counter is made all the same, so that the pumps need
 // no test.
 class ProgressReporterCall {
@@ -22,3 +24,5 @@ private:
     vcos::InternedName ReporterClass = nullptr;      // the object's own class, read once
     vxArray_tag* UpdateArgs[2] = {nullptr, nullptr}; // the reporter, the counter
 };
+
+} // namespace netrove

@@ -2,6 +2,8 @@
 
 #include "errors/InternalError.h"
 
+namespace netrove {
+
 namespace {
 
 // The pieces follow each other with nothing between them but what stands here. A detail that begins with a letter thus
@@ -24,3 +26,5 @@ void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::
 void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail) {
     throwInternalError(describe(what, code, "CURLMcode", curl_multi_strerror(static_cast<CURLMcode>(code)), detail));
 }
+
+} // namespace netrove

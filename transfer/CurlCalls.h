@@ -8,6 +8,8 @@
 #include <string>
 #include <type_traits>
 
+namespace netrove {
+
 // Raise VANTIK:webservices:InternalError with `what`, the code's name and text, and `detail`. A code of 0 stands for a
 // call that gives a null pointer and no code.
 [[noreturn]] void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::string& detail);
@@ -22,7 +24,7 @@ struct CurlNamed {
 template <class Constant>
 CurlNamed(Constant, const char*) -> CurlNamed<Constant>;
 #define CURL_NAMED(constant)                                                                                           \
-    CurlNamed {                                                                                                        \
+    netrove::CurlNamed {                                                                                               \
         constant, #constant                                                                                            \
     }
 
@@ -57,3 +59,5 @@ Value getInfo(CURL* easy, CurlNamed<CURLINFO> info, const std::string& detail = 
     }
     return value;
 }
+
+} // namespace netrove

@@ -6,6 +6,8 @@
 
 #include <typeinfo>
 
+namespace netrove {
+
 namespace {
 
 using Store = foundation::usm::Detail<foundation::usm::scope::Vvm>;
@@ -91,3 +93,5 @@ void resetHandles() {
     destroyHandles(handles);
     makeHandles(handles);
 }
+
+} // namespace netrove

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+namespace netrove {
+
 class HTTPConnection;
 
 struct CurlSingleton {
@@ -36,3 +38,5 @@ CurlSingleton& getCurlSingleton();
 // Replaces both handles, and so drops every pooled connection and every cookie. Raises InternalError while a connection
 // is open.
 void resetHandles();
+
+} // namespace netrove

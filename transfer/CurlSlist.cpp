@@ -4,6 +4,8 @@
 
 #include <new>
 
+namespace netrove {
+
 void CurlSlist::append(const std::string& line) {
     curl_slist* list = curl_slist_append(List.get(), line.c_str());
     if (list == nullptr) {
@@ -16,3 +18,5 @@ void CurlSlist::append(const std::string& line) {
 void CurlSlist::Free::operator()(curl_slist* list) const noexcept {
     curl_slist_free_all(list);
 }
+
+} // namespace netrove

@@ -6,6 +6,8 @@
 
 struct curl_slist;
 
+namespace netrove {
+
 // libcurl keeps only the pointer that it was given, so the owner must outlive the transfer.
 class CurlSlist {
 public:
@@ -20,3 +22,5 @@ private:
     };
     std::unique_ptr<curl_slist, Free> List;
 };
+
+} // namespace netrove

@@ -7,6 +7,8 @@
 #include "transfer/LibCurlInitializer.h"
 #include "transfer/Trace.h"
 
+namespace netrove {
+
 HTTPConnection::HTTPConnection() : CurlInitializer(newLibCurlInitializer()) {
     // libcurl must be up before the first handle is made, so the service comes first and goes last.
     if (CurlInitializer == nullptr) {
@@ -122,3 +124,5 @@ int HTTPConnection::wait(int milliseconds) {
     }
     return ready;
 }
+
+} // namespace netrove

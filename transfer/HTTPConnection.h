@@ -30,6 +30,8 @@
 #include <string>
 #include <vector>
 
+namespace netrove {
+
 struct CurlSingleton;
 
 // What is known of the last response besides its head. An open leaves it as it is.
@@ -163,3 +165,5 @@ Result HTTPConnection::inCallback(Result whenFailed, Body&& body) noexcept {
         return whenFailed;
     }
 }
+
+} // namespace netrove

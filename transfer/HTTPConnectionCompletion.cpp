@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+namespace netrove {
+
 namespace {
 
 namespace id = VANTIK::webservices;
@@ -193,3 +195,5 @@ void HTTPConnection::judgeWriteError(const std::string& urlText) {
     }
     VANTIK::raise<id::CopyContentToDataStreamError>(errorText, urlText);
 }
+
+} // namespace netrove

@@ -7,6 +7,8 @@
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
+namespace netrove {
+
 // libcurl calls this for every line of every head on the connection, and of a trailer section. A failed check is stored
 // in CallbackFailure and the transfer runs on; what raises here ends it.
 std::size_t headerCallback(char* buffer, std::size_t size, std::size_t count, void* connection) {
@@ -98,3 +100,5 @@ void HTTPConnection::endHead() {
     }
     ReceivedHead.dropPassing();
 }
+
+} // namespace netrove

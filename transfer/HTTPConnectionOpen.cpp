@@ -7,6 +7,8 @@
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
+namespace netrove {
+
 void HTTPConnection::openConnection() {
     refuseWithin("Opening the connection");
     traceLine(Settings.Debug, "********************** OPEN CONNECTION **********************");
@@ -112,3 +114,5 @@ void HTTPConnection::applyUrlOptions() {
                   std::to_string(Settings.ProxyPort));
     }
 }
+
+} // namespace netrove

@@ -17,6 +17,8 @@
 #include <optional>
 #include <stdexcept>
 
+namespace netrove {
+
 namespace {
 
 struct SchemeRow {
@@ -243,3 +245,5 @@ void HTTPConnection::sendCookieList() {
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_COOKIE), cookies.c_str());
     }
 }
+
+} // namespace netrove

@@ -15,6 +15,8 @@
 #include <iterator>
 #include <string>
 
+namespace netrove {
+
 namespace {
 
 // Longest wait of one pass: bounds how late an interrupt or a deadline is seen, whatever the timeouts are.
@@ -154,3 +156,5 @@ void HTTPConnection::runPerformLoop(std::int64_t start, int waitMilliseconds) {
         checkTimeout(start, false);
     }
 }
+
+} // namespace netrove

@@ -12,6 +12,8 @@
 
 #include <algorithm>
 
+namespace netrove {
+
 namespace {
 
 namespace id = VANTIK::webservices;
@@ -101,3 +103,5 @@ void HTTPConnection::checkTimeout(std::int64_t start, bool libcurlTimedOut) {
     }
     throw webservices::HTTPTimeoutException(reason, reported, Limits.TimeoutOption);
 }
+
+} // namespace netrove

@@ -4,6 +4,8 @@
 #include "hostcalls/TextEncoding.h"
 #include "transfer/HTTPConnection.h"
 
+namespace netrove {
+
 using foundation::network::IRI;
 using foundation::network::IRIArgs;
 
@@ -63,3 +65,5 @@ std::string HTTPConnection::requestTarget() const {
     }
     return toNarrow(target, "");
 }
+
+} // namespace netrove

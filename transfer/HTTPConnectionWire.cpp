@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+namespace netrove {
+
 namespace {
 
 constexpr std::size_t kLongText = 1000; // from here on, a text is traced as a count
@@ -124,3 +126,5 @@ int HTTPConnection::takeTrace(int type, char* data, std::size_t size) {
     }
     return 0;
 }
+
+} // namespace netrove

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+namespace netrove {
+
 struct RequestSettings {
     using Bytes = std::vector<std::uint8_t>;
 
@@ -48,3 +50,5 @@ struct RequestSettings {
     bool Chunked = false;                 // stored and returned only
     std::int32_t Debug = 0;               // trace level
 };
+
+} // namespace netrove

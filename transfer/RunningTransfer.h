@@ -9,6 +9,8 @@
 #include <iosfwd>
 #include <memory>
 
+namespace netrove {
+
 class InterruptibleStreamCopier;
 
 // Why nothing whole can come of a transfer any more.
@@ -58,3 +60,5 @@ struct RunningTransfer {
     std::exception_ptr CallbackFailure; // a failed check of the header callback; sendRequest rethrows it
     std::exception_ptr EscapedFailure;  // what would have left a callback; rethrown after the libcurl call
 };
+
+} // namespace netrove

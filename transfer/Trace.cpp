@@ -5,6 +5,8 @@
 #include <iostream>
 #include <typeinfo>
 
+namespace netrove {
+
 namespace {
 
 using Store = foundation::usm::Detail<foundation::usm::scope::Vvm>;
@@ -62,3 +64,5 @@ void flushRepeats() {
         log.LastText.clear();
     }
 }
+
+} // namespace netrove

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+namespace netrove {
+
 // Repeated perform lines of a host scope. A run of equal lines is written once; its count closes the line when anything
 // else is written.
 struct LogPerformData {
@@ -19,3 +21,5 @@ void traceLine(std::int32_t debug, std::string_view text);    // text and a newl
 void traceText(std::int32_t debug, std::string_view text);    // text alone
 void tracePerform(std::int32_t debug, std::string_view text); // one pass of a pump
 void flushRepeats(); // closes a pending run with its count; needs no trace level, since only tracing makes one pending
+
+} // namespace netrove

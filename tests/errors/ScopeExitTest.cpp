@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string>
 
+using namespace netrove;
+
 TEST(ScopeExit, RunsOnceOnTheWayOut) {
     int runs = 0;
     {

@@ -12,6 +12,8 @@
 #include <limits>
 #include <string>
 
+using namespace netrove;
+
 namespace {
 
 using Whole = boost::multiprecision::cpp_int;
@@ -70,23 +72,23 @@ std::string outcome(Function narrow, double value) {
 }
 
 const double kLimits[] = {0.0,
-                         -0.0,
-                         1.0,
-                         -1.0,
-                         65535.0,
-                         65536.0,
-                         2147483647.0,
-                         2147483648.0,
-                         -2147483648.0,
-                         -2147483649.0,
-                         9223372036854775808.0,
-                         -9223372036854775808.0,
-                         18446744073709551616.0,
-                         std::numeric_limits<double>::max(),
-                         std::numeric_limits<double>::denorm_min(),
-                         std::numeric_limits<double>::infinity(),
-                         -std::numeric_limits<double>::infinity(),
-                         std::numeric_limits<double>::quiet_NaN()};
+                          -0.0,
+                          1.0,
+                          -1.0,
+                          65535.0,
+                          65536.0,
+                          2147483647.0,
+                          2147483648.0,
+                          -2147483648.0,
+                          -2147483649.0,
+                          9223372036854775808.0,
+                          -9223372036854775808.0,
+                          18446744073709551616.0,
+                          std::numeric_limits<double>::max(),
+                          std::numeric_limits<double>::denorm_min(),
+                          std::numeric_limits<double>::infinity(),
+                          -std::numeric_limits<double>::infinity(),
+                          std::numeric_limits<double>::quiet_NaN()};
 
 // Up to some steps of the smallest size away from a limit, to either side.
 double near(double limit, int steps) {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <limits>
 
+using namespace netrove;
+
 namespace {
 
 using boost::numeric::negative_overflow;
@@ -73,7 +75,8 @@ TEST(NumericNarrowing, WrappingUsesTheWholeRange) {
 }
 
 TEST(NumericNarrowing, WrappingGivesTheTopBitForTheRest) {
-    for (const double value : {2.0 * kTwoTo63, 1e300, kInfinite, -kInfinite, -1e300, std::nextafter(-kTwoTo63, -1e30)}) {
+    for (const double value :
+         {2.0 * kTwoTo63, 1e300, kInfinite, -kInfinite, -1e300, std::nextafter(-kTwoTo63, -1e30)}) {
         EXPECT_EQ(wrapToUInt64(value), kTopBit) << value;
     }
 }

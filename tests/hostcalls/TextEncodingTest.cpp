@@ -5,6 +5,8 @@
 
 #include <gmock/gmock.h>
 
+using namespace netrove;
+
 namespace {
 
 using testsupport::failureText;

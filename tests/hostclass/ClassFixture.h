@@ -21,6 +21,7 @@
 #include <variant>
 #include <vector>
 
+using namespace netrove;
 using testsupport::failureOf;
 
 inline constexpr const char* kAdapterClass = testsupport::kAdapterClass;

@@ -8,6 +8,8 @@
 #include <pthread.h>
 #include <stdexcept>
 
+using namespace netrove;
+
 namespace {
 
 HostCalls* gCurrent = nullptr;
@@ -44,7 +46,8 @@ HostCalls* HostCalls::current() noexcept {
 #define ADD_NAMESPACE(prefix) prefix##_ZN4vcos10COSPackage12addNamespaceEPNS_16COSNamespaceInfoE
 #define GET_CLASS(prefix) prefix##_ZN4vcos8COSClass8getClassEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE
 #define LEGACY_ERROR(prefix) prefix##_ZN6matrix6detail18do_legacy_vx_errorERKN10foundation4core6except14IUserExceptionE
-#define SET_URL(prefix) prefix##_ZN14HTTPConnection6setURLERKNSt7__cxx1112basic_stringIDsSt11char_traitsIDsESaIDsEEE
+#define SET_URL(prefix)                                                                                                \
+    prefix##_ZN7netrove14HTTPConnection6setURLERKNSt7__cxx1112basic_stringIDsSt11char_traitsIDsESaIDsEEE
 #define NEW_CLASS_INFO(prefix) prefix##_ZN4vcos12COSClassInfonwEm
 #define NEW_METHOD_INFO(prefix) prefix##_ZN4vcos13COSMethodInfonwEm
 #define NEW_OR_NULL(prefix) prefix##_ZnwmRKSt9nothrow_t

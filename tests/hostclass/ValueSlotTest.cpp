@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <limits>
 
+using namespace netrove;
+
 namespace {
 
 constexpr std::uint64_t kAllOnes = std::numeric_limits<std::uint64_t>::max();

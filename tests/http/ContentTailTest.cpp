@@ -4,6 +4,8 @@
 
 #include <string>
 
+using namespace netrove;
+
 namespace {
 
 // As gzip ends: a sum that nobody looks at here, and the length of what was compressed.

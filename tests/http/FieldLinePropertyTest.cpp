@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+using namespace netrove;
+
 namespace {
 
 using Field = std::pair<std::string, std::string>;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace netrove;
+
 namespace {
 
 using Field = std::pair<std::string, std::string>;

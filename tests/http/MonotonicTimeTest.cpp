@@ -5,6 +5,8 @@
 
 #include <limits>
 
+using namespace netrove;
+
 namespace {
 
 TEST(MonotonicTime, NeverGoesBack) {

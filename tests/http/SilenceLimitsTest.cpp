@@ -6,6 +6,8 @@
 
 #include <string>
 
+using namespace netrove;
+
 namespace {
 
 constexpr double kInfinite = SilenceLimits::kUnlimited;

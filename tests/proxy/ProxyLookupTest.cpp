@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+using namespace netrove;
 using foundation::httpproxy::Proxy;
 using foundation::httpproxy::ProxyCredentials;
 using foundation::httpproxy::ProxyList;

@@ -21,6 +21,8 @@
 
 namespace streamingtest {
 
+using namespace netrove;
+
 using testsupport::CurlFunction;
 
 // Handle of a host object or value, as the library holds it: borrowed.

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+using namespace netrove;
 using testing::ElementsAre;
 using testsupport::CurlFunction;
 using testsupport::Script;

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+using namespace netrove;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testsupport::CurlCall;

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <memory>
 
+using namespace netrove;
 using foundation::httpclient_core::libcurlinitializer::LibCurlInitializer;
 using vantik::detail::FrameworkReplacement;
 using vantik::detail::makeEmptyFramework;

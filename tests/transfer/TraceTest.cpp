@@ -9,6 +9,8 @@
 #include <memory>
 #include <sstream>
 
+using namespace netrove;
+
 namespace {
 
 using testsupport::StandardOutputCapture;

@@ -94,8 +94,8 @@ CURLMsg* __real_curl_multi_info_read(CURLM* multi, int* remaining);
 curl_slist* __real_curl_slist_append(curl_slist* list, const char* line);
 void __real_curl_slist_free_all(curl_slist* list);
 curl_version_info_data* __real_curl_version_info(CURLversion age);
-void __real__Z17interruptibleWaitl(std::int64_t until);
-std::int64_t __real__Z12monotonicNowv();
+void __real__ZN7netrove17interruptibleWaitEl(std::int64_t until);
+std::int64_t __real__ZN7netrove12monotonicNowEv();
 void __real__ZN16utInterruptState23ThrowIfInterruptPendingEv();
 
 CURL* __wrap_curl_easy_init() {
@@ -248,18 +248,18 @@ curl_version_info_data* __wrap_curl_version_info(CURLversion age) {
     return __real_curl_version_info(age);
 }
 
-std::int64_t __wrap__Z12monotonicNowv() {
+std::int64_t __wrap__ZN7netrove12monotonicNowEv() {
     const CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->clock() ? *interposer->clock() : __real__Z12monotonicNowv();
+    return interposer != nullptr && interposer->clock() ? *interposer->clock() : __real__ZN7netrove12monotonicNowEv();
 }
 
-void __wrap__Z17interruptibleWaitl(std::int64_t until) {
+void __wrap__ZN7netrove17interruptibleWaitEl(std::int64_t until) {
     CurlInterposer* interposer = CurlInterposer::current();
     if (interposer == nullptr) {
-        __real__Z17interruptibleWaitl(until);
+        __real__ZN7netrove17interruptibleWaitEl(until);
         return;
     }
-    record(numbered(CurlFunction::Pause, until - __wrap__Z12monotonicNowv()));
+    record(numbered(CurlFunction::Pause, until - __wrap__ZN7netrove12monotonicNowEv()));
     if (interposer->OnPause) {
         interposer->OnPause();
     }

@@ -203,8 +203,8 @@ __attribute__((visibility("default"))) int getpeername(int socket, sockaddr* add
 
 CURLMcode __real_curl_multi_add_handle(CURLM* multi, CURL* easy);
 CURLMcode __real_curl_multi_wait(CURLM* multi, curl_waitfd* extra, unsigned int count, int milliseconds, int* ready);
-void __real__Z17interruptibleWaitl(std::int64_t until);
-std::int64_t __real__Z12monotonicNowv();
+void __real__ZN7netrove17interruptibleWaitEl(std::int64_t until);
+std::int64_t __real__ZN7netrove12monotonicNowEv();
 
 CURLMcode __wrap_curl_multi_add_handle(CURLM* multi, CURL* easy) {
     if (ScriptedPeer::current() != nullptr) {
@@ -226,15 +226,15 @@ CURLMcode __wrap_curl_multi_wait(CURLM* multi, curl_waitfd* extra, unsigned int 
     return code;
 }
 
-std::int64_t __wrap__Z12monotonicNowv() {
+std::int64_t __wrap__ZN7netrove12monotonicNowEv() {
     const ScriptedPeer* peer = ScriptedPeer::current();
-    return peer == nullptr ? __real__Z12monotonicNowv() : peer->Now;
+    return peer == nullptr ? __real__ZN7netrove12monotonicNowEv() : peer->Now;
 }
 
-void __wrap__Z17interruptibleWaitl(std::int64_t until) {
+void __wrap__ZN7netrove17interruptibleWaitEl(std::int64_t until) {
     ScriptedPeer* peer = ScriptedPeer::current();
     if (peer == nullptr) {
-        __real__Z17interruptibleWaitl(until);
+        __real__ZN7netrove17interruptibleWaitEl(until);
     } else {
         peer->Now = std::max(peer->Now, until);
     }
