@@ -1,5 +1,5 @@
 // Failures of the transfer layer. They know nothing of message identifiers: they carry raw text and the few values that
-// the transfer alone knows, and `translateTransferException` turns them into what the host sees.
+// only the transfer knows, and `translateTransferException` turns them into what the host sees.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@ namespace webservices {
 
 class HTTPException : public std::runtime_error {
 public:
-    explicit HTTPException(const std::string& text);    // `Message` by the default narrow encoding
-    explicit HTTPException(const std::u16string& text); // `what` by the default narrow encoding
+    explicit HTTPException(const std::string& text);    // `Message` from the default narrow encoding
+    explicit HTTPException(const std::u16string& text); // `what` in the default narrow encoding
     HTTPException(const HTTPException&) = default;
     HTTPException& operator=(const HTTPException&) = default;
     ~HTTPException() override;
-    const char* what() const noexcept override; // "Unknown exception" where the text is empty
+    const char* what() const noexcept override; // "Unknown exception" if the text is empty
 
     std::u16string Message; // the failure's text in UTF-16
 };

@@ -1,4 +1,4 @@
-// Every message identifier that the library uses, with the kinds of its arguments in their order. One line each.
+// Every message identifier that the library uses, with the kinds of its arguments in order. One line each.
 #pragma once
 
 #include "host/Messages.h"
@@ -70,7 +70,7 @@ struct DecodingError                : Id<"DecodingError", Narrow, Narrow>       
 struct DecodedContentTooLarge       : Id<"DecodedContentTooLarge", Narrow, Narrow>             { using Identifier::Identifier; };
 struct RandomError                  : Id<"RandomError", Narrow>                                { using Identifier::Identifier; };
 struct ExpectedProtocol             : Id<"ExpectedProtocol", Narrow, Narrow, Narrow, Narrow>   { using Identifier::Identifier; };
-struct PartialFileWarning           : Id<"PartialFileWarning", Narrow, Narrow, Narrow>         { using Identifier::Identifier; }; // only warned with
+struct PartialFileWarning           : Id<"PartialFileWarning", Narrow, Narrow, Narrow>         { using Identifier::Identifier; }; // warnings only
 struct EncodingFailure              : Id<"EncodingFailure", Wide, Narrow, Narrow>              { using Identifier::Identifier; };
 struct EmptyName                    : Id<"EmptyName", Narrow>                                  { using Identifier::Identifier; };
 struct InvalidFilename              : Id<"InvalidFilename", Narrow>                            { using Identifier::Identifier; };

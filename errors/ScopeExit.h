@@ -5,7 +5,7 @@
 
 namespace netrove {
 
-// What the function raises is swallowed: it runs while another failure may be under way.
+// Whatever the function raises is swallowed, because another failure may already be unwinding.
 template <class Function>
 class ScopeExit {
 public:

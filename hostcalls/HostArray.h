@@ -9,10 +9,10 @@
 namespace netrove {
 
 using HostArray = std::unique_ptr<vxArray_tag, matrix::vxDestroy_deleter>;
-// One that several share: the last one releases it. Made from a HostArray.
+// A shared handle: the last owner releases it. Made from a HostArray.
 using SharedHostArray = std::shared_ptr<vxArray_tag>;
 
-// Product of the dimensions; 1 for an array with no dimensions listed.
+// Product of the dimensions; 1 for an array that lists none.
 inline std::size_t arrayElementCount(const vxArray_tag* array) {
     using namespace matrix::detail::noninlined::vx_array_api;
     const std::size_t* dimensions = vxGetDimensions(array);

@@ -1,4 +1,4 @@
-// Calls into the host's content and progress objects: one row for each method, one function that makes the call.
+// Calls into the host's content and progress objects: one row per method, one function that makes the call.
 #pragma once
 
 #include "host/ClassSystem.h"
@@ -15,7 +15,7 @@ struct HostMethod {
     const char* Name;
     HostClient Client;
     int ResultCount;         // 0 or 1
-    const char* MissingText; // InternalError's text where the object lacks the method
+    const char* MissingText; // InternalError's text if the object lacks the method
 };
 
 inline constexpr const char* kProviderClassName = "vantik.net.http.io.ContentProvider";
@@ -32,13 +32,13 @@ inline constexpr HostMethod kConsumerSavePayload{"savePayloadInternal", HostClie
 inline constexpr HostMethod kReporterUpdate     {"update",              HostClient::Public, 1, "vantik.net.http.internal.ProgressReporter.update not found"};
 // clang-format on
 
-// True if the method was found and run; its result, if it has one and gave one, goes to `result`. What the method
-// raises passes unchanged. The object is `arguments[0]`.
+// True if the method was found and run; its result, if it returned one, goes to `result`. Whatever the method raises
+// passes through unchanged. The object is `arguments[0]`.
 bool tryHostMethod(const HostMethod& method, vcos::InternedName className, std::span<vxArray_tag*> arguments,
                    HostArray& result);
 
-// The same for a method that must exist: raises InternalError with `MissingText` where it does not. The result is null
-// where the method gave none.
+// The same for a method that must exist: raises InternalError with `MissingText` if it does not. The result is null if
+// the method returned none.
 HostArray callHostMethod(const HostMethod& method, vcos::InternedName className, std::span<vxArray_tag*> arguments);
 
 // True for null and for an array with no elements.

@@ -1,4 +1,4 @@
-// Looks a service up in the host's service framework. Nothing is kept between two look-ups.
+// Looks up a service in the host's service framework. Nothing is kept between look-ups.
 #pragma once
 
 #include "host/Services.h"
@@ -14,8 +14,8 @@
 
 namespace netrove {
 
-// The service behind the first reference that the framework gives for `Interface` and the filter; other references are
-// ignored. Empty where the host has no framework or no such service. The reference keeps the service in use.
+// The service of the first reference that the framework returns for `Interface` and the filter; other references are
+// ignored. Empty if the host has no framework or no such service. The reference keeps the service in use.
 template <class Interface>
 std::shared_ptr<Interface> findService(const cppmicroservices::LDAPFilter& filter) {
     const auto framework = foundation::cppmicroservices::getFramework();
@@ -27,7 +27,8 @@ std::shared_ptr<Interface> findService(const cppmicroservices::LDAPFilter& filte
     if (references.empty()) {
         return nullptr;
     }
-    // The framework may have stopped since it gave its context away.
+    // The framework may have stopped since it handed out its context. The type and the words are those of the
+    // framework's own library.
     if (!context) {
         throw std::runtime_error("The bundle context is no longer valid");
     }

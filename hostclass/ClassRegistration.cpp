@@ -60,7 +60,7 @@ void HTTPConnectionAdapterClassInfo::destroyInstance(void* instance) {
 }
 
 HTTPConnectionAdapterConstructorInfo::HTTPConnectionAdapterConstructorInfo(vcos::InternedName key)
-    : Signature(vcos::COSMethodSignature::createMethodSignature()), classKey(key) {
+    : Signature(vcos::COSMethodSignature::createMethodSignature()), ClassKey(key) {
     Signature->addInputType(interned("logical scalar"));
     Signature->setOptionalInputCount(1);
     Signature->addOutputType(interned(kFullName));
@@ -74,7 +74,7 @@ void HTTPConnectionAdapterConstructorInfo::invoke(int&, vcos::COSValue* results,
                                                   const vcos::COSValue* inputs) {
     const bool httpOptionsMode = inputCount > 0 && ValueSlot<bool>::read(inputs[0]);
     const vcos::COSInterfacePtr object = omGetArrayElement(ValueSlot<vxArray_tag*>::read(results[0]), 0);
-    void* instance = object ? object->getInstanceData(classKey) : nullptr;
+    void* instance = object ? object->getInstanceData(ClassKey) : nullptr;
     requireInstance<HTTPConnectionAdapter*>(instance)->Connection.Settings.HTTPOptionsMode = httpOptionsMode;
 }
 
@@ -106,7 +106,7 @@ void registerAdapterClass() {
     if (package == nullptr) {
         throwInternalError("Package vantik.internal.webservices not found");
     }
-    // Null where there is no memory: the class system reports that.
+    // Null if there is no memory: the class system reports that.
     package->addClass(new HTTPConnectionAdapterClassInfo, 0, 2);
 }
 

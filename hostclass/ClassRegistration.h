@@ -9,7 +9,7 @@
 
 namespace netrove {
 
-// A package that we create where the host does not have it yet.
+// A package that we create if the host does not have it yet.
 class NetroveNamespace final : public vcos::COSNamespaceInfo {
 public:
     explicit NetroveNamespace(std::string name) : Name(std::move(name)) {}
@@ -27,8 +27,8 @@ public:
     HTTPConnectionAdapterClassInfo() = default;
     ~HTTPConnectionAdapterClassInfo() override = default;
     std::string getName() const override;
-    // Raises VANTIK:legacy_two_part:undefinedVarOrClass where the host lacks a class that a property holds; the class
-    // is then defined up to the last property added.
+    // Raises VANTIK:legacy_two_part:undefinedVarOrClass if the host lacks a class that a property holds; the class is
+    // then defined up to the last property added.
     void defineClass(vcos::COSClass& definition) override;
     void* createInstance() override;
     void destroyInstance(void* instance) override;
@@ -37,8 +37,8 @@ public:
     bool isTransient() const override { return true; }
 };
 
-// The constructor: one optional input, which tells that the object serves the HTTP interface and not the older
-// web-options interface.
+// The constructor: one optional input, which says whether the object serves the HTTP interface or the older web-options
+// interface.
 class HTTPConnectionAdapterConstructorInfo final : public vcos::COSMethodInfo {
 public:
     explicit HTTPConnectionAdapterConstructorInfo(vcos::InternedName classKey);
@@ -49,12 +49,12 @@ public:
 
 private:
     std::unique_ptr<vcos::COSMethodSignature> Signature;
-    vcos::InternedName classKey; // full class name
+    vcos::InternedName ClassKey; // full class name
 };
 
-// The package vantik.internal.webservices of the current scope; each package on the way is created where it is missing.
+// The package vantik.internal.webservices of the current scope; each package on the way is created if it is missing.
 vcos::COSPackage* getWebservicesPackage();
-// A child of `parent` by its short name, created where it is missing. A null parent gives null.
+// A child of `parent` by its short name, created if it is missing. Null for a null parent.
 vcos::COSPackage* getChildPackage(vcos::COSPackage* parent, const std::string& name);
 
 // Adds the class to the current scope.

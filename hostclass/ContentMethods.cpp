@@ -18,8 +18,8 @@ namespace netrove {
 
 namespace {
 
-// Hands the consumer what had been saved before a failure. Whatever goes wrong here, or whether the consumer has such a
-// method at all, matters less than the failure on its way to the caller: nothing that this raises takes its place.
+// Hands the consumer what had been saved before a failure. Whatever goes wrong here matters less than the failure on
+// its way to the caller, and must not replace it. The consumer need not have the method.
 void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
     try {
         const SharedHostArray consumer = adapter.Connection.Settings.Consumer;
@@ -32,11 +32,12 @@ void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
 }
 
 void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
-    adapter.Connection.requireCopyable(toBuffer ? &adapter.ResponseBuffer : nullptr); // a refusal costs nothing kept
+    adapter.Connection.requireCopyable(toBuffer ? &adapter.ResponseBuffer
+                                                : nullptr); // a refusal loses nothing that was kept
     try {
         adapter.Connection.copyContentToStream(adapter.ResponseBuffer, toBuffer);
     } catch (const std::exception&) {
-        // Without a consumer, or where the content was not for the buffer, the buffer keeps what it has received.
+        // Without a consumer, or if the content was not for the buffer, the buffer keeps what it has received.
         if (adapter.Connection.Settings.Consumer && toBuffer) {
             savePartialPayload(adapter);
             adapter.emptyResponseBuffer();
@@ -49,8 +50,8 @@ void collectContent(HTTPConnectionAdapter& adapter, bool toBuffer) {
     VANTIK::raise<VANTIK::webservices::InvalidFilename>(fl::i18n::to_string(name));
 }
 
-// The stream is not open where the platform has no file of that name: it cannot be encoded, or holds a NUL, behind
-// which the platform would not look and so would truncate another file.
+// The stream is not open if the platform cannot have a file of that name: the name cannot be encoded, or it holds a
+// NUL, at which the platform would stop reading and so truncate another file.
 std::ofstream openForWriting(const std::u16string& nativeName) {
     std::ofstream file;
     if (nativeName.find(u'\0') != std::u16string::npos) {
@@ -79,15 +80,15 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
 }
 
 void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int, const vcos::COSValue* inputs) {
-    adapter->Connection.requireCopyable(nullptr); // before a file that holds a copy already loses it
+    adapter->Connection.requireCopyable(nullptr); // before a file that already holds a copy loses it
     const std::u16string name = matrix::get_ustring(ValueSlot<vxArray_tag*>::read(inputs[0]));
     std::ofstream file = openForWriting(fl::filesystem::detail::make_native_access_form_with_cleanup_i18n(name));
     if (!file.is_open()) {
         raiseInvalidFilename(name);
     }
     acrossTransferBoundary(*adapter, [&] { adapter->Connection.copyContentToStream(file, true); });
-    // Kept on purpose: the state before the close decides, and a failure of the close is looked at no further. Content
-    // that still waits in the stream's own buffer is therefore written, or lost, unseen.
+    // Kept on purpose: the state before the close decides, and a failure of the close is ignored. Content still in the
+    // stream's own buffer is therefore written, or lost, unnoticed.
     const bool failed = file.fail();
     file.close();
     if (failed) {

@@ -7,13 +7,13 @@ class HTTPConnectionAdapter;
 
 namespace netrove {
 
-// Result: the content as bytes, behind whatever ResponsePayload held. Input: whether the content goes there; without it
-// the consumer alone receives the content.
+// Result: the content as bytes, after whatever ResponsePayload held. Input: whether the content goes there; if not,
+// only the consumer receives it.
 void copyContentToByteArray(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue* results, int inputCount,
                             const vcos::COSValue* inputs);
 
-// Input: the name of the file, which is created or truncated. Raises VANTIK:webservices:InvalidFilename where it cannot
-// be opened, or where a write to it failed.
+// Input: the name of the file, which is created or truncated. Raises VANTIK:webservices:InvalidFilename if it cannot be
+// opened or a write to it failed.
 void copyContentToFile(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue* results, int inputCount,
                        const vcos::COSValue* inputs);
 

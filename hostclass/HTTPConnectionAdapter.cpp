@@ -34,12 +34,12 @@ void HTTPConnectionAdapter::adoptHostObject(SharedHostArray RequestSettings::*fi
         copy.reset(vx::vxCreateSharedDataCopy(array));
         vx::vxSetArrayScope(copy.get(), vxPERSISTENT_SCOPE);
     }
-    // The old object goes last: the connection no longer names it then, and `array` may have been that very handle.
+    // The old object goes last: the connection no longer refers to it then, and `array` may have been that very handle.
     const SharedHostArray previous = std::exchange(Connection.Settings.*field, SharedHostArray(std::move(copy)));
 }
 
 void HTTPConnectionAdapter::emptyResponseBuffer() {
-    // A swap gives the memory of a large response back now; an emptied string would keep it until the object goes.
+    // A swap frees the memory of a large response now; an emptied string would keep it for as long as the object lives.
     std::ostringstream().swap(ResponseBuffer);
     if (Connection.Transfer.Target == &ResponseBuffer) {
         Connection.Transfer.Target = nullptr;

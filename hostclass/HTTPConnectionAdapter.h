@@ -1,5 +1,5 @@
-// The native instance behind one host object: the connection, and beside it everything that the host reads back as it
-// wrote it. The class information makes and destroys it.
+// The native instance behind one host object: the connection, and everything that the host reads back as it wrote it.
+// The class information makes and destroys it.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -17,8 +17,8 @@ inline constexpr const char* kProgressReporterClassName = "vantik.net.http.inter
 
 } // namespace netrove
 
-// The wide texts stand here because a getter gives the host a pointer to its text, which must outlive the call, while
-// the connection keeps a narrow derivative.
+// The wide texts are kept here because a getter returns a pointer to its text, which must outlive the call, while the
+// connection keeps only a narrow form.
 class HTTPConnectionAdapter {
 public:
     // Raises what building a connection raises.
@@ -36,12 +36,12 @@ public:
     void adoptHostObject(netrove::SharedHostArray netrove::RequestSettings::*field, const vxArray_tag* array,
                          const char* className);
 
-    // Takes what an interrupted copy has left out of ResponseBuffer. What the host itself has put there stays.
+    // Removes from ResponseBuffer what an interrupted copy has left there. What the host itself has put there stays.
     void dropReceived();
 
     // What has been collected of the response.
     std::string_view responseBytes() const noexcept { return ResponseBuffer.view(); }
-    // Forgets it, gives its memory back, and clears the stream's error state.
+    // Drops it, frees its memory, and clears the stream's error state.
     void emptyResponseBuffer();
 
     std::ostringstream ResponseBuffer; // response bytes for copyContentToByteArray and ResponsePayload

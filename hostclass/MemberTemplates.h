@@ -1,5 +1,5 @@
-// The objects that carry the class's properties and methods: the class system calls them, they find the native instance
-// and call an accessor or a handler.
+// The objects that carry the class's properties and methods: the class system calls them, and they find the native
+// instance and call an accessor or a handler.
 #pragma once
 
 #include "errors/InternalError.h"
@@ -12,8 +12,8 @@
 
 namespace netrove {
 
-// The native instance that the class system found. It finds one for every object whose construction succeeded, so that
-// null means a host that has lost track.
+// The native instance that the class system found. It finds one for every object whose construction succeeded, so null
+// means that the host has lost track.
 template <class Instance>
 Instance requireInstance(void* instance) {
     static_assert(std::is_pointer_v<Instance>);
@@ -23,8 +23,8 @@ Instance requireInstance(void* instance) {
     return static_cast<Instance>(instance);
 }
 
-// One method's code: the instance, the number of results wanted and their slots, the number of inputs behind the object
-// and their slots. Arrays stored in result slots pass to the host, input arrays are borrowed.
+// One method's code: the instance, the number of results wanted and their slots, the number of inputs after the object
+// and their slots. Arrays stored in result slots belong to the host, input arrays are borrowed.
 template <class Instance>
 using MethodHandler = void (*)(Instance instance, int resultCount, vcos::COSValue* results, int inputCount,
                                const vcos::COSValue* inputs);
@@ -57,7 +57,7 @@ private:
     MethodHandler<Instance> Handler;
 };
 
-// A method that always delivers a first result, also to a caller who asks for none.
+// A method that always delivers a first result, even to a caller who asks for none.
 template <class Instance>
 class COSMethodWithAnsCLNRN final : public vcos::COSMethodBase {
 public:
@@ -79,7 +79,7 @@ private:
     MethodHandler<Instance> Handler;
 };
 
-// The accessors of one property. What a getter gives belongs to the instance unless there is a releaser, which is
+// The accessors of one property. What a getter returns belongs to the instance unless there is a releaser, which is
 // called with it once the host has finished.
 template <class Native, class T>
 struct PropertyAccessors {
@@ -97,31 +97,31 @@ public:
                 std::uint32_t attributes, const char* description, PropertyAccessors<Native, T> accessors)
         : COSPropT(className, propertyName, std::move(type), vcos::MemberAccess::Public, vcos::MemberAccess::Public,
                    attributes, description),
-          getter(accessors.Getter), setter(accessors.Setter), releaser(accessors.Releaser) {}
+          Getter(accessors.Getter), Setter(accessors.Setter), Releaser(accessors.Releaser) {}
     ~COSPropCPPT() override = default;
 
     void getPropertyValue(vcos::COSInterface& object, vcos::COSValue& value) override {
-        ValueSlot<T>::write(value, getter(instanceOf(object)));
+        ValueSlot<T>::write(value, Getter(instanceOf(object)));
     }
-    // Not called where hasSetter says false.
+    // Not called if hasSetter returns false.
     void setPropertyValue(vcos::COSInterface& object, const vcos::COSValue& value) override {
-        setter(instanceOf(object), ValueSlot<T>::read(value));
+        Setter(instanceOf(object), ValueSlot<T>::read(value));
     }
     void releasePropertyValue(vcos::COSInterface& object, const vcos::COSValue& value) override {
-        if (releaser != nullptr) {
-            releaser(instanceOf(object), ValueSlot<T>::read(value));
+        if (Releaser != nullptr) {
+            Releaser(instanceOf(object), ValueSlot<T>::read(value));
         }
     }
-    bool hasSetter() const override { return setter != nullptr; }
+    bool hasSetter() const override { return Setter != nullptr; }
 
 private:
     Native& instanceOf(vcos::COSInterface& object) const {
         return *requireInstance<Native*>(object.getInstanceData(className()));
     }
 
-    T (*getter)(Native&);
-    void (*setter)(Native&, T);
-    void (*releaser)(Native&, T);
+    T (*Getter)(Native&);
+    void (*Setter)(Native&, T);
+    void (*Releaser)(Native&, T);
 };
 
 } // namespace netrove

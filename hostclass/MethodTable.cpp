@@ -31,7 +31,7 @@ vxArray_tag* arrayAt(const Slot* inputs, std::size_t index) {
 
 void openConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
     acrossTransferBoundary(*adapter, [&] { adapter->Connection.openConnection(); });
-    adapter->dropReceived(); // no part of the content to come
+    adapter->dropReceived(); // it is not part of the content to come
 }
 
 void openProxyConnection(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
@@ -48,14 +48,14 @@ void closeConnection(Adapter* adapter, int, Slot*, int, const Slot*) {
     adapter->Connection.closeConnection();
 }
 
-// The handles belong to the scope, so that the object does not matter.
+// The handles belong to the scope, so the object does not matter.
 void closeAllConnections(Adapter*, int, Slot*, int, const Slot*) {
     HTTPConnection::closeAllConnections();
 }
 
 // Request
 
-// An empty name is accepted here, in contrast to setFields.
+// An empty name is accepted here, unlike in setFields.
 void setRequestProperty(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
     const std::string name = matrix::get_string(arrayAt(inputs, 0));
     const std::string value = matrix::get_string(arrayAt(inputs, 1));
@@ -69,7 +69,7 @@ void setFields(Adapter* adapter, int, Slot*, int, const Slot* inputs) {
         const std::string name = toNarrow(fieldUString(fields, i, "Name"), "");
         const std::string value = toNarrow(fieldUString(fields, i, "Value"), "");
         if (name.empty()) {
-            // The value is the only text that tells the user which element it was. Those before it stay.
+            // Only the value shows the user which element it was. Those before it stay.
             VANTIK::raise<VANTIK::webservices::EmptyName>(value);
         }
         adapter->Connection.addField(name, value);
@@ -109,20 +109,20 @@ void getRequestMethod(Adapter* adapter, int, Slot* results, int, const Slot*) {
 
 void getResponseFields(Adapter* adapter, int, Slot* results, int, const Slot*) {
     const auto& lines = adapter->Connection.ReceivedHead.ResponseHeaderLines;
-    const std::size_t statusLines = lines.empty() ? 0 : 1; // the first line is no field
+    const std::size_t statusLines = lines.empty() ? 0 : 1; // the first line is not a field
     giveResult(results[0], makeFieldStruct(lines.size() - statusLines,
                                            lines.begin() + static_cast<std::ptrdiff_t>(statusLines), lines.end()));
 }
 
-// An absent field and one with an empty value both give the array of no class, not an empty text.
+// An absent field and one with an empty value both yield the array of no class, not an empty text.
 void getResponseField(Adapter* adapter, int, Slot* results, int, const Slot* inputs) {
     const std::string value = adapter->Connection.ReceivedHead.getResponseField(matrix::get_string(arrayAt(inputs, 0)));
     giveResult(results[0],
                value.empty() ? HostArray(vx::vxCreateEmptyUnknownArrayNotOnArrayList()) : makeString(value));
 }
 
-// Results: method, target, version. The second and third only where they are asked for; nothing is handed over before
-// all of them are there.
+// Results: method, target, version. The second and third only if they are asked for; nothing is handed over before all
+// of them exist.
 void getRequestLine(Adapter* adapter, int resultCount, Slot* results, int, const Slot*) {
     HostArray method = makeString(adapter->Connection.Settings.RequestMethod);
     HostArray target;
@@ -142,8 +142,8 @@ void getRequestLine(Adapter* adapter, int resultCount, Slot* results, int, const
     }
 }
 
-// Results: version, status, reason phrase. The status starts the transfer where it is due, so a caller who wants the
-// version alone gets it without sending. The version is taken before that, kept on purpose: it is the one of the
+// Results: version, status, reason phrase. Asking for the status sends the request if that is due, so a caller who
+// wants only the version gets it without sending. The version is taken first, kept on purpose: it is that of the
 // request line sent so far.
 void getStatusLine(Adapter* adapter, int resultCount, Slot* results, int, const Slot*) {
     HostArray version = makeString(adapter->Connection.httpVersion());
@@ -187,7 +187,7 @@ constexpr MethodRow kMethods[] = {
 };
 // clang-format on
 
-// The word for the object itself, which is every method's first input.
+// The type word of the object itself, which is every method's first input.
 std::string objectTypeWord(vcos::InternedName className) {
     return className != nullptr ? *className + " scalar" : "scalar";
 }
@@ -210,7 +210,7 @@ std::unique_ptr<vcos::COSMethodSignature> makeSignature(vcos::InternedName class
 
 template <class Method>
 vcos::COSMethodInfo* newMethod(vcos::InternedName className, const MethodRow& row) {
-    // Null where there is no memory: the class system reports that.
+    // Null if there is no memory: the class system reports that.
     return new Method(className, vcos::internal::makeInterned(row.Name), vcos::MemberAccess::Public,
                       makeSignature(className, row), row.Handler);
 }

@@ -11,13 +11,13 @@ class HTTPConnectionAdapter;
 
 namespace netrove {
 
-// One method. Access is always public; the object stands in front of the inputs. Unused places are null.
+// One method. Access is always public; the object comes before the inputs. Unused places are null.
 struct MethodRow {
     const char* Name;
     std::array<const char*, 3> Outputs;
     std::array<const char*, 2> Inputs;
     MethodHandler<HTTPConnectionAdapter*> Handler;
-    bool WithAns; // delivers its first result even where none is asked for
+    bool WithAns; // delivers its first result even if none is asked for
 };
 
 // In order of registration.

@@ -23,7 +23,7 @@ void registerOnce() {
         if (registrationFailed) {
             throw;
         }
-        std::abort(); // the once primitive itself: nothing can be said about the class any more
+        std::abort(); // the once primitive itself failed: nothing is known about the class any more
     }
 }
 

@@ -51,7 +51,7 @@ void setUrl(Adapter& adapter, Text value) {
     }
 }
 
-// Keeps the host's text and gives the connection its narrow form. The text is kept also where it cannot be encoded.
+// Keeps the host's text and gives the connection its narrow form. The text is kept even if it cannot be encoded.
 void setEncoded(Adapter& adapter, Text value, std::u16string Adapter::*kept, std::string& stored,
                 const char* encoding) {
     adapter.*kept = textOrEmpty(value);
@@ -73,7 +73,7 @@ void setResponseText(Adapter& adapter, Text value) {
     setEncoded(adapter, value, Kept, adapter.Connection.Metadata.*Stored, kFieldEncoding);
 }
 
-// A text of the response. Reading it sends the request where that is due, and replaces what the host had set.
+// A text of the response. Reading it sends the request if that is due, and replaces what the host had set.
 template <std::u16string Adapter::*Kept, const std::string& (HTTPConnection::*Read)()>
 Text responseText(Adapter& adapter) {
     return acrossTransferBoundary(adapter, [&] {
@@ -82,7 +82,7 @@ Text responseText(Adapter& adapter) {
     });
 }
 
-// Shows on the next read only, as the target that the connection made of it.
+// Takes effect on the next read only, as the target that the connection made of it.
 void setRedirectUrl(Adapter& adapter, Text value) {
     adapter.Connection.setRedirectURL(toNarrow(textOrEmpty(value), kFieldEncoding));
 }
@@ -174,7 +174,7 @@ void destroyGiven(Adapter&, vxArray_tag* array) {
     matrix::destroyArray(array);
 }
 
-// Host objects. The getter gives the connection's own handle, so there is nothing to release.
+// Host objects. The getter returns the connection's own handle, so there is nothing to release.
 
 template <SharedHostArray RequestSettings::*Kept>
 vxArray_tag* keptObject(Adapter& adapter) {
@@ -194,7 +194,7 @@ void setConsumer(Adapter& adapter, vxArray_tag* array) {
 }
 
 // The two attribute words that occur. Only Sent and VerifyServerName have the second, although VerifyServerName can be
-// set and Sent cannot: kept on purpose, the class system knows them so.
+// set and Sent cannot: kept on purpose, the class system knows them that way.
 constexpr std::uint32_t kUsual = 0x0BCE;
 constexpr std::uint32_t kFlagged = 0x2820;
 
@@ -209,18 +209,17 @@ using S = RequestSettings;
 using M = ResponseMetadata;
 using A = HTTPConnectionAdapter;
 
-// clang-format off
-// Order is the order of registration, and the host sees it. Only Payload and ResponsePayload have a releaser: the array
-// of TimeoutInMilliseconds is the host's from the start.
+// clang-format off Order is the order of registration, and the host sees it. Only Payload and ResponsePayload have a
+// releaser: the array of TimeoutInMilliseconds belongs to the host from the start.
 constexpr PropertyRow kValueProperties[] = {
-    {"URL", "unicodeString", kUsual, "string for URL",
-     Texts{storedText<&S::URL>, setUrl}},
+    {"URL", "unicodeString", kUsual, "string for URL", Texts{storedText<&S::URL>, setUrl}},
     {"CertificateFilename", "unicodeString", kUsual, "string for CertificateFilename",
      Texts{keptText<&A::CertificateFilename>, setFileName<&A::CertificateFilename, &S::CertificateFilename>}},
     {"ContentType", "unicodeString", kUsual, "string for ContentType",
      Texts{responseText<&A::ContentType, &C::getContentType>, setResponseText<&A::ContentType, &M::ContentType>}},
     {"ContentEncoding", "unicodeString", kUsual, "string for ContentEncoding",
-     Texts{responseText<&A::ContentEncoding, &C::getContentEncoding>, setResponseText<&A::ContentEncoding, &M::ContentEncoding>}},
+     Texts{responseText<&A::ContentEncoding, &C::getContentEncoding>,
+           setResponseText<&A::ContentEncoding, &M::ContentEncoding>}},
     {"ProxyUsername", "unicodeString", kUsual, "string for ProxyUsername",
      Texts{keptText<&A::ProxyUsername>, setCredential<&A::ProxyUsername, &S::ProxyUsername>}},
     {"ProxyPassword", "unicodeString", kUsual, "string for ProxyPassword",
@@ -235,16 +234,13 @@ constexpr PropertyRow kValueProperties[] = {
      Texts{responseText<&A::RedirectUrl, &C::getRedirectURL>, setRedirectUrl}},
     {"RequestMethod", "unicodeString", kUsual, "string for RequestMethod",
      Texts{keptText<&A::RequestMethod>, setRequestMethod}},
-    {"PostData", "unicodeString", kUsual, "string for PostData",
-     Texts{storedText<&S::PostData>, setPostData}},
-    {"Payload", "uint8 vector", kUsual, "uint8 vector for Payload",
-     Arrays{getPayload, setPayload, destroyGiven}},
+    {"PostData", "unicodeString", kUsual, "string for PostData", Texts{storedText<&S::PostData>, setPostData}},
+    {"Payload", "uint8 vector", kUsual, "uint8 vector for Payload", Arrays{getPayload, setPayload, destroyGiven}},
     {"ResponsePayload", "uint8 vector", kUsual, "uint8 vector for ResponsePayload",
      Arrays{getResponsePayload, setResponsePayload, destroyGiven}},
     {"TimeoutInMilliseconds", "double vector", kUsual, "double vector for TimeoutInMilliseconds",
      Arrays{getTimeouts, setTimeouts}},
-    {"Sent", "logical scalar", kFlagged, "logical scalar for Sent",
-     Flags{getSent, nullptr}},
+    {"Sent", "logical scalar", kFlagged, "logical scalar for Sent", Flags{getSent, nullptr}},
     {"VerifyServerName", "logical scalar", kFlagged, "logical scalar for VerifyServerName",
      Flags{storedSetting<&S::VerifyServerName>, storeSetting<&S::VerifyServerName>}},
     {"Decode", "logical scalar", kUsual, "logical scalar for Decode",
@@ -260,10 +256,8 @@ constexpr PropertyRow kValueProperties[] = {
 constexpr PropertyRow kObjectProperties[] = {
     {"ProgressReporter", "any", kUsual, kProgressReporterClassName,
      Arrays{keptObject<&S::ProgressReporter>, setProgressReporter}},
-    {"Provider", "any", kUsual, kProviderClassName,
-     Arrays{keptObject<&S::Provider>, setProvider}},
-    {"Consumer", "any", kUsual, kConsumerClassName,
-     Arrays{keptObject<&S::Consumer>, setConsumer}},
+    {"Provider", "any", kUsual, kProviderClassName, Arrays{keptObject<&S::Provider>, setProvider}},
+    {"Consumer", "any", kUsual, kConsumerClassName, Arrays{keptObject<&S::Consumer>, setConsumer}},
 };
 // clang-format on
 

@@ -16,8 +16,7 @@ namespace netrove {
 template <class T>
 using Accessors = PropertyAccessors<HTTPConnectionAdapter, T>;
 
-// One property. Get and set access are always public. The attribute word is the class system's affair and passes
-// unread.
+// One property. Get and set access are always public. The attribute word is passed to the class system unread.
 struct PropertyRow {
     const char* Name;
     const char* TypeWord;
@@ -33,7 +32,7 @@ struct PropertyRow {
 std::span<const PropertyRow> valueProperties();
 std::span<const PropertyRow> objectProperties();
 
-// Adds one property to the class being defined. Raises foundation::core::except::bad_alloc where there is no memory.
+// Adds one property to the class being defined. Raises foundation::core::except::bad_alloc if there is no memory.
 void addPropertyEntry(vcos::COSClass& definition, const PropertyRow& row);
 
 } // namespace netrove

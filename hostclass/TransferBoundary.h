@@ -1,5 +1,5 @@
-// The boundary that failures of the transfer layer do not cross: whatever handler or getter can reach the transfer runs
-// its call through here.
+// The boundary that failures of the transfer layer do not cross: every handler or getter that can reach the transfer
+// runs its call through here.
 #pragma once
 
 #include "errors/HTTPException.h"
@@ -11,14 +11,13 @@
 
 namespace netrove {
 
-// Runs `call`. A failure of the HTTPException family becomes the host's; every other exception passes as it is.
+// Runs `call`. A failure of the HTTPException family becomes the host's; every other exception passes unchanged.
 template <class Call>
 decltype(auto) acrossTransferBoundary(HTTPConnectionAdapter& adapter, Call&& call) {
     try {
         return std::forward<Call>(call)();
     } catch (const webservices::HTTPException&) {
-        const std::u16string url =
-            adapter.Connection.Settings.URL; // a copy: the translation outlives no promise about the field
+        const std::u16string url = adapter.Connection.Settings.URL; // a copy: the failure must not depend on the field
         webservices::translateTransferException(url);
     }
 }

@@ -24,7 +24,7 @@ std::span<const Element> elementsOf(const vxArray_tag* array) {
     return {static_cast<const Element*>(data), arrayElementCount(array)};
 }
 
-// The text's length up to its first NUL: a stored line may hold one, and no host text goes beyond it.
+// Up to the text's first NUL: a stored line may hold one, and no host text goes beyond it.
 HostArray makeText(const std::string& text) {
     return matrix::create(text.c_str(), std::strlen(text.c_str()));
 }
@@ -48,7 +48,7 @@ void checkArrayClass(const vxArray_tag* array, const char* className) {
                                                                           fl::i18n::VkLocale::global());
     const VANTIK::Failure<VANTIK::legacy_two_part::UnableToConvert> failure(
         VANTIK::legacy_two_part::UnableToConvert(vx::vxGetClassName(array), className, mismatch));
-    // The host's own route first, which usually does not come back.
+    // The host's own route first, which usually does not return.
     matrix::detail::do_legacy_vx_error(failure);
     throw failure;
 }

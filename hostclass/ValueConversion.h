@@ -1,4 +1,5 @@
-// Values on their way across the host boundary: byte vectors, vectors of doubles, Name/Value structs and host objects.
+// Conversion of values that cross the host boundary: byte vectors, vectors of doubles, Name/Value structs and host
+// objects.
 #pragma once
 
 #include "host/ArrayApi.h"

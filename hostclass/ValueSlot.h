@@ -10,7 +10,7 @@
 
 namespace netrove {
 
-// The text of a "unicodeString"; null where the host sets nothing.
+// The text of a "unicodeString"; null if the host sets nothing.
 using Text = const std::u16string*;
 
 template <class T>
@@ -48,7 +48,7 @@ struct ValueSlot<double> {
     static void write(vcos::COSValue& slot, double value) noexcept { slot.Bits = std::bit_cast<std::uint64_t>(value); }
 };
 
-// Texts and array handles. Who owns what is behind the pointer is each accessor's affair.
+// Texts and array handles. Each accessor decides who owns what the pointer refers to.
 template <class Pointee>
 struct ValueSlot<Pointee*> {
     static_assert(sizeof(Pointee*) == sizeof(std::uint64_t), "a slot holds exactly one pointer");

@@ -47,7 +47,7 @@ void ContentTail::takeChunked(std::string_view bytes) {
             Next = Next == Part::DataEnd ? Part::SizeLine : Left != 0 ? Part::Data : Part::Trailers;
             InDigits = true;
         } else if (Next == Part::SizeLine && InDigits) {
-            InDigits = std::isxdigit(static_cast<unsigned char>(byte)) != 0; // then comes an extension
+            InDigits = std::isxdigit(static_cast<unsigned char>(byte)) != 0; // an extension follows
             if (InDigits) {
                 const int digit = std::isdigit(static_cast<unsigned char>(byte)) != 0
                                       ? byte - '0'

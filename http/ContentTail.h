@@ -1,5 +1,5 @@
-// The end of a response's content as it came over the network. libcurl does not look whether compressed data comes to
-// its end, so what a server leaves out inside it would not be missed; gzip writes the content's length there (RFC 1952
+// The end of a response's content as it arrived over the network. libcurl does not check whether compressed data is
+// complete, so a part that the server left out would go unnoticed; gzip puts the content's length at the end (RFC 1952
 // section 2.3.1).
 #pragma once
 
@@ -10,12 +10,13 @@ namespace netrove {
 
 class ContentTail {
 public:
-    // After a head. `length` is the announced one; -1: none.
+    // Call after a head. `length` is the announced length; -1: none.
     void begin(bool isChunked, std::int64_t length);
-    // The next bytes of the connection, with the framing of chunks (RFC 9112 section 7.1).
+    // The next bytes of the connection, chunk framing included (RFC 9112 section 7.1).
     void take(std::string_view bytes);
     void noteDecoded(std::uint64_t length) { Decoded += length; }
-    // What was decoded is not as long as the last four bytes say. No content at all contradicts nothing.
+    // Whether the length of what was decoded differs from what the last four bytes say. Empty content contradicts
+    // nothing.
     bool contradictsGzip() const;
 
 private:
@@ -27,9 +28,9 @@ private:
     bool IsChunked = false;
     Part Next = Part::SizeLine;
     std::uint64_t Left = 0;     // of the announced length, or of the chunk
-    std::uint64_t Size = 0;     // of the content, as it came
-    std::uint64_t Decoded = 0;  // what libcurl has made of it
-    std::uint32_t LastFour = 0; // bytes, the first one lowest
+    std::uint64_t Size = 0;     // of the content as it arrived
+    std::uint64_t Decoded = 0;  // bytes that libcurl has decoded
+    std::uint32_t LastFour = 0; // bytes of the content, the first of them lowest
     bool InDigits = true;       // of a size line
 };
 

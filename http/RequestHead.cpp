@@ -52,7 +52,7 @@ void RequestHead::takeRequestLine(const std::string& line) {
     RequestHeaderLines.clear();
 }
 
-// libcurl traces a head once it has written it, so the bytes that have gone out keep their quotes.
+// libcurl traces a head after it has written it, so the bytes on the wire keep their quotes.
 void RequestHead::takeRequestField(std::string line, char* start) {
     constexpr std::string_view name = "authorization:";
     constexpr std::string_view quoted = "\"MD5\"";

@@ -13,7 +13,7 @@ namespace netrove {
 
 namespace {
 
-// The number after the first blank, as atol reads it; 0 without one.
+// The number after the first blank, as atol reads it; 0 if there is none.
 long statusFromLine(const std::string& line) {
     const std::size_t blank = line.find(' ');
     return blank == std::string::npos ? 0 : std::strtol(line.c_str() + blank, nullptr, 10);
@@ -38,7 +38,8 @@ bool ResponseHead::count(std::size_t length) {
 }
 
 bool ResponseHead::beginsWithNext() {
-    if (HeadersComplete || HasInterim) { // a further response: the next leg of an authentication, the one announced
+    if (HeadersComplete ||
+        HasInterim) { // another response follows: the next leg of an authentication, or the final one
         ResponseHeaderLines.clear();
         HeadersComplete = false;
         HasInterim = false;
@@ -130,7 +131,7 @@ bool ResponseHead::isChunked() const {
     return !codings.empty() && equalIgnoringCase(codings.back(), "chunked");
 }
 
-// What is done to the content, in order, less what changes no byte of it.
+// The codings of the content in order, without those that change no byte of it.
 std::vector<std::string> ResponseHead::codings() const {
     std::vector<std::string> codings = listOf("Content-Encoding");
     for (std::string& coding : listOf("Transfer-Encoding")) {

@@ -1,4 +1,4 @@
-// The head of the response that counts, collected line by line from all heads of one exchange.
+// The response head that counts, collected line by line from all heads of one exchange.
 #pragma once
 
 #include "http/HttpSyntax.h"
@@ -12,55 +12,56 @@
 namespace netrove {
 
 struct ResponseHead {
-    // What the blank line has ended.
+    // What a blank line has ended.
     enum class End {
         Passing, // 100, or a proxy's 200 to CONNECT: its lines stay until `dropPassing`
         Interim, // 102 to 199 (RFC 9110 section 15.2) except 101: its lines stay until the next head, and it ends
                  // nothing
         Final,   // any other
-        Trailer, // of a trailer section, after a complete head
+        Trailer, // a trailer section, after a complete head
     };
 
-    // Heads and trailers of one exchange together; no server needs as much.
+    // Limit for all heads and trailers of one exchange together; no server needs that much.
     static constexpr std::size_t kLargestSize = std::size_t{1} << 20;
 
     void begin(); // a new exchange; the status stays
-    // Counts a line of a head or trailer. False: all lines together are larger than kLargestSize.
+    // Counts a line of a head or trailer. False: all lines together exceed kLargestSize.
     bool count(std::size_t length);
-    // A trailer field (RFC 9110 section 6.5): a line after a complete head that begins no further one. libcurl takes a
-    // status line in any case.
+    // A trailer field (RFC 9110 section 6.5): a line after a complete head that does not begin another one. Like
+    // libcurl, this accepts a status line in upper or lower case.
     bool isTrailer(std::string_view line) const {
         return HeadersComplete && !equalIgnoringCase(line.substr(0, 5), "HTTP/");
     }
-    // For each line but a blank one or a trailer: whether it is the first of its head. A line after a head that has
-    // ended begins a further one, which takes the place of the lines kept.
+    // Call for each line except blank ones and trailers: whether it is the first of its head. A line after a head that
+    // has ended begins another one, which replaces the lines kept.
     bool beginsWithNext();
-    // The status for a first line: libcurl's, or where libcurl has none, the one in the line. Raises MalformedHead
-    // where it is out of range; the status then stays.
+    // Takes the status for a first line: libcurl's or, if libcurl has none, the one in the line. Raises MalformedHead
+    // if it is out of range; the status then stays as it was.
     void takeStatus(long codeOfLibcurl, const std::string& line);
-    // Keeps the line without its CR LF. Raises MalformedHead, and keeps nothing, where it does not end so.
+    // Keeps the line without its CR LF. If there is none, raises MalformedHead and keeps nothing.
     void keep(std::string_view line);
     End end(const std::string& effectiveMethod); // the blank line
     void dropPassing() { ResponseHeaderLines.clear(); }
-    // Lines are kept and no final head is among them: it was cut, or an interim one was the last.
+    // There are lines but no final head: it was cut off, or the last head was an interim one.
     bool isCut() const { return !ResponseHeaderLines.empty() && !HeadersComplete; }
-    // Where the content is to end is not certain: its lengths differ or cannot be counted, or a field that says it goes
-    // on in a line of its own (RFC 9112 sections 5.2 and 6.3). libcurl chooses one of the readings.
+    // It is uncertain where the content ends: the announced lengths differ or are not numbers, or a field that says it
+    // is folded onto a further line (RFC 9112 sections 5.2 and 6.3). libcurl picks one of the readings.
     bool lengthIsUnclear() const;
     bool isChunked() const;
-    std::int64_t contentLength() const; // as announced; -1: not, or unclear
-    bool isGzip() const;                // the content is encoded once, by gzip, and its transfer by nothing
+    std::int64_t contentLength() const; // as announced; -1: not announced, or unclear
+    bool isGzip() const;                // the content is encoded once, by gzip, and the transfer adds no coding
 
-    // Value of the first field of that name, compared without regard to case; empty without one.
+    // Value of the first field of that name, ignoring case; empty if there is none.
     std::string getResponseField(const std::string& name) const;
     std::string reasonPhrase() const;
-    // The content grows a thousandfold at most when it is decoded: it is not encoded, or once, by gzip or deflate.
+    // Decoding makes the content at most a thousand times larger: it is not encoded at all, or once, by gzip or
+    // deflate.
     bool expandsLittle() const;
 
     std::int32_t ResponseCode = 0;                // latest status; the host may set it
     std::vector<std::string> ResponseHeaderLines; // raw lines, status line first
-    bool HeadersComplete = false;                 // a final head has ended and no further one has begun
-    bool HasInterim = false;                      // the lines are those of an interim head that has ended
+    bool HeadersComplete = false;                 // a final head has ended and no other has begun
+    bool HasInterim = false;                      // the lines are those of a complete interim head
 
 private:
     std::vector<std::string> listOf(const std::string& name) const; // elements of all fields of that name

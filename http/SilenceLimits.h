@@ -17,18 +17,18 @@ struct SilenceLimits {
     // An infinite timeout of either sign means no limit.
     static bool isUnlimited(double timeout) { return std::isinf(timeout); }
 
-    // Milliseconds: connect, response, data, extra. What is missing has no limit.
+    // Milliseconds: connect, response, data, extra. A missing one means no limit.
     void setTimeouts(std::vector<double> timeouts);
     std::vector<double> getTimeouts() const;
 
-    // Until the head is complete the shorter limit governs, the response limit on a tie; afterwards only the data limit
-    // does. `httpOptions` chooses the interface's name for the limit.
-    void begin(bool headersComplete, bool httpOptions); // with the send
+    // Until the head is complete the shorter limit applies, the response limit on a tie; afterwards only the data limit
+    // does. `httpOptions` selects the interface's name for the limit.
+    void begin(bool headersComplete, bool httpOptions); // called with the send
     void updateDeadline(bool headersComplete, bool httpOptions);
     void endHead(); // without a data limit no silence ends the transfer from here on
     bool isPassed(std::int64_t now) const { return now > Deadline; }
 
-    double ConnectTimeout = 5000.0;      // ms; libcurl's alone
+    double ConnectTimeout = 5000.0;      // ms; enforced by libcurl alone
     double ResponseTimeout = kUnlimited; // ms of silence until the response head is complete
     double DataTimeout = kUnlimited;     // ms of silence while content moves
     double ExtraTimeout = kUnlimited;    // stored and returned only

@@ -62,7 +62,7 @@ void ws_base::getProxyInfoBuiltin(int lhsCount, vxArray_tag** lhs, int rhsCount,
     const std::string url = toNarrow(matrix::get_ustring(rhs[0]), "");
     const std::shared_ptr<ProxySelector> selector = findProxySelector(cppmicroservices::LDAPFilter());
     if (!selector) {
-        // Every host registers one; a host that does not gets an answer it can read instead of a crash.
+        // Every host registers one; one that does not gets a readable failure instead of a crash.
         throwInternalError("The host has no proxy selector");
     }
     const ProxyList list = askSelector(*selector, url);
@@ -72,6 +72,6 @@ void ws_base::getProxyInfoBuiltin(int lhsCount, vxArray_tag** lhs, int rhsCount,
     const double port = list.empty() ? 80.0 : static_cast<double>(proxy.getPort());
     const std::string username = proxy.hasCredentials() ? proxy.getCredentials().getUsername() : std::string();
     const std::string password = proxy.hasCredentials() ? proxy.getCredentials().getPassword() : std::string();
-    // A caller who asks for no result gets it too.
+    // A caller who asks for no result gets one too.
     lhs[0] = makeProxyStruct(host, port, username, password).release();
 }

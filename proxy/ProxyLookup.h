@@ -1,5 +1,5 @@
-// Which proxy applies to a URL: the library's second entry point beside the class. It asks the host's proxy selector
-// anew each time and keeps nothing.
+// Which proxy applies to a URL: the library's second entry point, besides the class. It asks the host's proxy selector
+// every time and keeps nothing.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -11,7 +11,7 @@
 
 namespace netrove {
 
-// The host's proxy selector; empty where the host has none.
+// The host's proxy selector; empty if the host has none.
 std::shared_ptr<foundation::httpproxy::ProxySelector> findProxySelector(const cppmicroservices::LDAPFilter& filter);
 
 } // namespace netrove
@@ -19,7 +19,7 @@ std::shared_ptr<foundation::httpproxy::ProxySelector> findProxySelector(const cp
 namespace ws_base {
 
 // Builtin with one input, the URL, and one result, a 1-by-1 struct with the fields Host, Port, Username and Password of
-// the first proxy for it. The result passes to the caller. Without a proxy the host is empty and the port is 80.
+// the first proxy for it. The caller owns the result. Without a proxy the host is empty and the port is 80.
 __attribute__((visibility("default"))) void getProxyInfoBuiltin(int lhsCount, vxArray_tag** lhs, int rhsCount,
                                                                 vxArray_tag** rhs);
 

@@ -16,8 +16,8 @@ namespace {
 // No announced length makes us reserve more than this. Reserved memory is not touched until bytes arrive.
 constexpr std::int64_t kLargestReservation = std::int64_t{1} << 30;
 
-// Gives a memory stream room for the announced content at once: growing step by step copies all of it several times.
-// Only a hint, so a length that lies or memory that is not there changes nothing.
+// Makes room in a memory stream for the announced content at once: growing step by step would copy all of it several
+// times. Only a hint, so a false length or a lack of memory changes nothing.
 void reserveFor(std::ostream& stream, std::int64_t contentLength) {
     auto* memory = dynamic_cast<std::ostringstream*>(&stream);
     if (memory == nullptr || contentLength <= 0 || contentLength > kLargestReservation) {
@@ -34,7 +34,7 @@ void reserveFor(std::ostream& stream, std::int64_t contentLength) {
 
 } // namespace
 
-// A copier takes the place of the last one; where it cannot be built, that one stays.
+// The new copier replaces the last one, which stays if the new one cannot be built.
 void HTTPConnection::startContent() {
     Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(*this);
 }
@@ -56,7 +56,7 @@ void HTTPConnection::requireCopyable(std::ostream* target) const {
     }
     requireOwnTransfer();
     requireNoFault();
-    // A stream that holds all that was passed on, and nothing after it, takes the rest.
+    // A stream that holds all that was delivered, and nothing after it, may take the rest.
     const bool goesOn = target != nullptr && target == Transfer.Target && !Transfer.ConsumerHasPart &&
                         !Settings.Consumer &&
                         target->tellp() == Transfer.TargetStart + static_cast<std::streamoff>(Transfer.PassedOn);
@@ -79,7 +79,7 @@ void HTTPConnection::requireNoFault() const {
     }
 }
 
-// Gives the response's content to the stream, the consumer, or both.
+// Delivers the response's content to the stream, the consumer, or both.
 void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
     refuseWithin("Copying the content");
     if (Transfer.Opened) {
@@ -96,7 +96,7 @@ void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
             traceLine(Settings.Debug, "CLOSING");
         } catch (const webservices::HTTPException&) {
             throw;
-        } catch (const foundation::core::except::IException&) { // the host's interrupt as well
+        } catch (const foundation::core::except::IException&) { // the host's interrupt too
             throw;
         } catch (const std::exception& failure) {
             if (!Settings.HTTPOptionsMode) {
@@ -123,7 +123,7 @@ void HTTPConnection::receiveContent(std::ostream* target) {
         try {
             Transfer.Copier->receiveResponse(target);
         } catch (...) {
-            if (Transfer.IsPartial) { // the warning has gone under in this failure: no later copy would be told
+            if (Transfer.IsPartial) { // the warning is lost in this failure: a later copy would not learn of it
                 Transfer.Fault = TransferFault::Failed;
             }
             throw;

@@ -17,7 +17,7 @@ namespace netrove {
 namespace {
 
 constexpr std::size_t kReceiveReservation = 16384;
-constexpr int kPumpWaitMs = 1000; // does not follow the timeouts
+constexpr int kPumpWaitMs = 1000; // whatever the timeouts are
 
 } // namespace
 
@@ -32,8 +32,8 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     setOption(easy, CURL_NAMED(CURLOPT_READDATA), this);
     setOption(easy, CURL_NAMED(CURLOPT_SEEKFUNCTION), &seekCallback);
     setOption(easy, CURL_NAMED(CURLOPT_SEEKDATA), this);
-    // Last: a refused option grows no buffer and takes nothing from the copier of the request before. One perform may
-    // deliver far more than the reservation, so a buffer that has grown is worth more than a new one.
+    // Last, so that a refused option neither grows a buffer nor takes anything from the previous request's copier. One
+    // perform may deliver far more than the reservation, so a buffer that has grown is worth keeping.
     if (connection.Transfer.Copier) {
         ReceiveBuffer = std::move(connection.Transfer.Copier->ReceiveBuffer);
         ReceiveBuffer.clear();
@@ -41,7 +41,7 @@ InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     ReceiveBuffer.reserve(kReceiveReservation);
 }
 
-// Content in memory comes first, and before that of a provider.
+// Content in memory is offered first, before a provider's.
 void InterruptibleStreamCopier::offerPayload() noexcept {
     SendData = Payload ? Payload->data() : nullptr;
     SendLength = Payload ? Payload->size() : 0;
@@ -70,7 +70,7 @@ std::size_t InterruptibleStreamCopier::readCallback(char* buffer, std::size_t si
                                         [&] { return self->giveBytes(buffer, size * count); });
 }
 
-// A provider that cannot be restarted fails the seek, which ends the transfer; its failure is rethrown behind the
+// A provider that cannot be restarted fails the seek, which ends the transfer; its failure is rethrown after the
 // libcurl call.
 int InterruptibleStreamCopier::seekCallback(void* copier, curl_off_t offset, int /*origin*/) {
     auto* self = static_cast<InterruptibleStreamCopier*>(copier);
@@ -90,7 +90,7 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
     const std::size_t largest = ReceiveLimit + kLargestExpansion;
     if (size > largest) {
         VANTIK::raise<VANTIK::webservices::DecodingError>(Connection->ReceivedHead.getResponseField("Content-Encoding"),
-                                                          "a few bytes of it stand for more than " +
+                                                          "a few bytes of it expand to more than " +
                                                               std::to_string(kLargestExpansion) + " bytes of content");
     }
     if (size > 2 * ReceiveLimit) { // growing step by step would need twice as much
@@ -104,7 +104,8 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
     return length;
 }
 
-// By the call, not by the callback's answer: after that libcurl would copy what it keeps again for each piece we take.
+// By the call and not by the callback's return value: after that, libcurl would copy what it keeps again for each piece
+// we take.
 void InterruptibleStreamCopier::pause() {
     WritePaused = true;
     applyPauses();
@@ -116,9 +117,9 @@ void InterruptibleStreamCopier::pauseAtLimit() {
     }
 }
 
-// 0 is the end of the content, for good. libcurl may ask a second time in one perform (8.x does in the perform that
+// Returning 0 ends the content for good. libcurl may ask a second time in one perform (8.x does in the perform that
 // starts a request); while the pump can still get more from the provider, the upload is paused instead, and the pump
-// resumes it. Once the provider has said end of content, and for content in memory, nothing on offer is the end.
+// resumes it. Once the provider has reported the end, and for content in memory, having nothing on offer means the end.
 std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room) {
     if (Connection->Transfer.Fault != TransferFault::None) {
         return CURL_READFUNC_ABORT;
@@ -154,17 +155,17 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     return length;
 }
 
-// All content has been handed over. A head that came before it has forbidden to use the network connection again.
+// All content has been handed over. A head that arrived earlier has forbidden the reuse of the network connection.
 void InterruptibleStreamCopier::noteEndOfUpload() {
     if (std::exchange(Connection->Transfer.UploadPending, false) && Connection->ReceivedHead.HeadersComplete) {
         setOption(Connection->Handles->EasyHandle, CURL_NAMED(CURLOPT_FORBID_REUSE), 0L);
     }
 }
 
-// libcurl sends the body again. Each seek is taken as absolute; content in memory is offered again from there. A
-// provider is restarted here, inside libcurl's call, and gives all of it again, so its last array leaves the offer.
-// Once the pump has ended nothing asks a provider any more: the seek fails, which ends the transfer, before a server
-// could take no content for all of it.
+// libcurl is about to send the body again. Each seek is taken as absolute; content in memory is offered again from
+// there. A provider is restarted here, inside libcurl's call, and delivers everything again, so its last array is
+// withdrawn. Once the pump has ended, nothing asks a provider any more: the seek fails, which ends the transfer before
+// a server could take no content for all of it.
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
     const bool nothingWasSent = TotalSent == 0;
     TotalSent += static_cast<std::uint64_t>(offset) - SendPosition; // modular: may go back
@@ -186,7 +187,7 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
 }
 
 // Ends the pauses named and keeps the other one. libcurl may run the write callback in here, which may pause again. The
-// time of the pause was ours, so it is not silence of the server.
+// pause was ours, so it does not count as silence of the server.
 void InterruptibleStreamCopier::resume(bool reading, bool writing) {
     ReadPaused = ReadPaused && !reading;
     WritePaused = WritePaused && !writing;
@@ -204,8 +205,8 @@ void InterruptibleStreamCopier::applyPauses() {
     }
 }
 
-// The wait with which a pass of a pump begins. Repeated empty waits pause, so that a pump does not spin while libcurl
-// has no descriptors; the timeout is checked after an empty wait only.
+// The wait at the start of a pump's pass. Repeated empty waits pause, so that a pump does not spin while libcurl has no
+// descriptors; the timeout is checked only after an empty wait.
 void InterruptibleStreamCopier::awaitActivity(int& emptyWaits) {
     if (Connection->wait(kPumpWaitMs) != 0) {
         emptyWaits = 0;

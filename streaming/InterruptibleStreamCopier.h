@@ -1,5 +1,5 @@
-// The bridge between libcurl's content callbacks and the host's content objects, one for each request. The callbacks
-// only move bytes between libcurl and memory held here; host objects are called by the two pumps, between two performs.
+// The bridge between libcurl's content callbacks and the host's content objects, one per request. The callbacks only
+// move bytes between libcurl and memory held here; host objects are called by the two pumps, between two performs.
 //
 // Where the operations are:
 //   InterruptibleStreamCopier.cpp          construction, the callbacks, the wait of both pumps
@@ -38,12 +38,13 @@ public:
     // Drains the response's content into the consumer, `saveTo` (may be null), or both, until the transfer ends.
     void receiveResponse(std::ostream* saveTo);
 
-    // With each read of the network: no further one before what is here has been drained. Content that expands little
-    // is paused at the limit itself. What libcurl has read by then it decodes all the same, into a buffer of its own;
-    // there it would run out of memory over content that expands without limit.
+    // Called for each read of the network: beyond the limit there is no further one before what is here has been
+    // drained. Content that expands little is paused right at the limit. Any other is not, since libcurl goes on
+    // decoding what it has read into a buffer of its own, where content that expands without limit would exhaust the
+    // memory.
     void pauseAtLimit();
 
-    // Lets go of the request's content: nothing will be sent again.
+    // Releases the request's content: nothing will be sent again.
     void releaseContent() noexcept;
 
     static std::size_t writeCallback(char* data, std::size_t size, std::size_t count, void* copier);
@@ -56,21 +57,21 @@ public:
     std::uint64_t SendPosition = 0;          // next byte to hand to libcurl
     std::uint64_t TotalSent = 0;             // bytes handed to libcurl for this request, moved back by a rewind
     std::string ReceiveBuffer;               // response bytes not yet drained
-    std::size_t ReceiveLimit = kReceiveStep; // from this size of ReceiveBuffer on libcurl reads no more
+    std::size_t ReceiveLimit = kReceiveStep; // once ReceiveBuffer has this size, libcurl reads no more
 
     // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
     static constexpr std::size_t kReceiveStep = std::size_t{512} << 10;
-    // What is decoded comes in whole reads all the same. One of 16 KiB gives 16.2 MiB where gzip has done its best;
-    // what gives more, as several encodings on top of each other do, is there to fill the memory.
+    // Decoded content still arrives in whole reads. A read of 16 KiB expands to 16.2 MiB at gzip's best; what expands
+    // further, such as several encodings on top of each other, is meant to fill the memory.
     static constexpr std::size_t kLargestExpansion = std::size_t{20} << 20;
-    // Most content that is kept while the request's content is still going out, where nothing is drained.
+    // Limit of what is kept while the request's content is still being sent, when nothing is drained.
     static constexpr std::size_t kLargestEarlyContent = std::size_t{16} << 20;
     std::shared_ptr<const std::vector<std::uint8_t>>
         Payload;                      // shared with the connection, which may have another by now
     SharedHostArray Provider;         // the same; null: none
     vcos::InternedName ProviderClass; // class name for calls on the provider
     vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
-    bool PumpWantsData = false;       // sendRequest runs with a provider that has not said end of content
+    bool PumpWantsData = false;       // sendRequest runs with a provider that has not reported its end
     bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
     bool WritePaused = false;         // the download is paused; the pumps resume it
 

@@ -27,7 +27,7 @@ constexpr std::uint64_t kLargestDecodedInMemory = std::uint64_t{512} << 20;
 
 } // namespace
 
-// What one receiveResponse works with.
+// The state of one receiveResponse.
 struct InterruptibleStreamCopier::Receiver {
     vcos::InternedName ConsumerClass;
     SharedHostArray ConsumerShare; // the connection may have another by the next piece
@@ -41,7 +41,7 @@ struct InterruptibleStreamCopier::Receiver {
 
     std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
 
-    // Calls a method of the consumer, if there is one. A method that it lacks fails nothing.
+    // Calls a method of the consumer, if there is one. A consumer without the method is accepted, on purpose.
     void notify(const HostMethod& method) {
         if (Consumer != nullptr) {
             HostArray ignored;
@@ -66,7 +66,7 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     if (receiver.Consumer != nullptr) {
         const HostArray wanted = callHostMethod(kConsumerStart, receiver.ConsumerClass, receiver.self());
         if (!isNothing(wanted)) {
-            // Only a value that truncates to 0 fails, whatever the words say: a negative one wraps to a huge size.
+            // Only a value that truncates to 0 fails, whatever the text says: a negative one wraps to a huge size.
             const std::uint64_t size = wrapToUInt64(vxGetScalar(wanted.get()));
             if (size == 0) {
                 throwInternalError("ContentConsumer.startInternal returned bufSize <= 0");
@@ -87,8 +87,8 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     }
 }
 
-// While bytes are buffered no network step runs, so libcurl is never ahead by more than what it was let to bring: a
-// slow consumer slows the socket instead of filling memory.
+// While bytes are buffered no network step runs, so libcurl never gets ahead by more than it is allowed: a slow
+// consumer slows the socket instead of filling memory.
 void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
     do {
         if (ReceiveBuffer.empty()) {
@@ -116,12 +116,12 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
             Connection->Transfer.PassedOn += length;
         }
         receiver.Total += length;
-        const ScopeExit drained([this] { ReceiveBuffer.clear(); }); // keeps its capacity; a stop gives no byte twice
+        const ScopeExit drained([this] { ReceiveBuffer.clear(); }); // keeps its capacity; no byte comes twice
         receiver.Progress.update(receiver.Total);
     } while (receiver.Running != 0);
 }
 
-// After a pause libcurl first gives what it has kept, which may be all that it has.
+// After a pause libcurl first delivers what it has kept, which may be all that there is.
 void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
     if (WritePaused) {
         resume(false, true);
@@ -139,8 +139,8 @@ void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
     }
 }
 
-// A few bytes on the wire may stand for as much content as fills the memory. Content that came as it is cost its sender
-// as much.
+// A few bytes on the wire may expand to enough content to fill the memory. Content that arrives unencoded cost its
+// sender just as much.
 void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_t length) const {
     const std::uint64_t size = Connection->Transfer.PassedOn + length;
     if (size <= kLargestDecodedInMemory || dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr) {
@@ -153,15 +153,15 @@ void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_
     }
 }
 
-// Gives the number of bytes that count as taken. Taking less than offered ends the copy without a failure.
+// Returns the number of bytes that count as taken. Taking less than offered ends the copy without a failure.
 std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::size_t length) {
     for (std::size_t offset = 0; offset < length; offset += receiver.PieceSize) {
         const std::size_t piece = std::min<std::uint64_t>(receiver.PieceSize, length - offset);
         const HostArray content = makeByteColumn({ReceiveBuffer.data() + offset, piece});
-        if (receiver.SaveTo != nullptr) { // before the consumer, so also the bytes that it then refuses
+        if (receiver.SaveTo != nullptr) { // before the consumer, so it includes what that then refuses
             receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
         }
-        Connection->Transfer.PassedOn += piece; // whatever the consumer makes of it
+        Connection->Transfer.PassedOn += piece; // whatever the consumer does with it
         Connection->Transfer.ConsumerHasPart = true;
         vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
         const HostArray result = callHostMethod(kConsumerPutData, receiver.ConsumerClass, arguments);
@@ -177,7 +177,7 @@ std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::s
     return length;
 }
 
-// Only the host's own interrupt is told to the consumer; a stop that a reporter asks for is not.
+// Only the host's own interrupt is reported to the consumer; a stop that a reporter asks for is not.
 void InterruptibleStreamCopier::pollInterrupt(Receiver& receiver) {
     try {
         utInterruptState::ThrowIfInterruptPending();

@@ -22,7 +22,7 @@ constexpr std::uint64_t kDefaultProviderBuffer = 16384;
 } // namespace
 
 // `count` has two uses, kept on purpose: it counts empty waits, and it receives the number of running handles. While a
-// transfer runs it is at least 1 after a perform, so the first empty wait behind one already pauses.
+// transfer runs it is at least 1 after a perform, so the first empty wait after one already pauses.
 void InterruptibleStreamCopier::sendRequest() {
     HTTPConnection& connection = *Connection;
     HostArray wantedSize;
@@ -49,7 +49,7 @@ void InterruptibleStreamCopier::sendRequest() {
     }
     int count = 0;
     do {
-        if (!ReadPaused && !WritePaused) { // a pause has nothing to wake for
+        if (!ReadPaused && !WritePaused) { // during a pause there is nothing to wait for
             awaitActivity(count);
         }
         if (!refill(lastArray)) {
@@ -79,7 +79,7 @@ bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
         return false;
     }
     HostArray next = callHostMethod(kProviderGetData, ProviderClass, ProviderArgs);
-    // Neither class nor size is checked: the first dimension counts as bytes, as far as there are elements.
+    // Neither class nor size is checked: the first dimension is the number of bytes, unless the array is empty.
     SendData = nullptr;
     SendLength = 0;
     if (!isNothing(next)) {
@@ -95,7 +95,7 @@ bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
         return true;
     }
     PumpWantsData = false;
-    resumeReading(); // the read callback now tells libcurl the end
+    resumeReading(); // the read callback now signals the end to libcurl
     return false;
 }
 
@@ -118,8 +118,8 @@ void InterruptibleStreamCopier::makeRoomForEarlyContent() {
     resume(false, true);
 }
 
-// The provider's array goes with the pump, so nothing of it may stay on offer. Content in memory does: a rewind in a
-// later phase sends it again.
+// The provider's array is released with the pump, so none of it may stay on offer. Content in memory stays: a rewind in
+// a later phase sends it again.
 void InterruptibleStreamCopier::withdrawOffer() noexcept {
     PumpWantsData = false;
     if (Provider != nullptr) {
@@ -130,8 +130,8 @@ void InterruptibleStreamCopier::withdrawOffer() noexcept {
     }
 }
 
-// No server may take what it has got for all of it: from here on the read callback aborts, and a pause is ended so that
-// libcurl comes to ask.
+// No server may take what it has received for all of it: from here on the read callback aborts, and a pause is ended so
+// that libcurl calls it.
 void InterruptibleStreamCopier::breakUpload() noexcept {
     if (Connection->Transfer.Fault == TransferFault::None) {
         Connection->Transfer.Fault = TransferFault::UploadBroken;

@@ -23,7 +23,7 @@ void ProgressReporterCall::update(std::uint64_t bytes) {
     if (Reporter == nullptr) {
         return;
     }
-    uint64Of(Counter.get()) = bytes; // where the reporter has kept the last count, this writes to a copy of our own
+    uint64Of(Counter.get()) = bytes; // if the reporter has kept the last count, this writes to a copy of our own
     const HostArray goOn = callHostMethod(kReporterUpdate, ReporterClass, UpdateArgs);
     const bool isScalar = goOn != nullptr && arrayElementCount(goOn.get()) == 1;
     // The class is not checked: the first byte counts, and it may hold any bits, so it is not read as a bool.

@@ -1,4 +1,4 @@
-// The call with which each pump tells a progress reporter the byte count and lets it stop the transfer.
+// The call by which each pump reports the byte count to a progress reporter, which may stop the transfer.
 #pragma once
 
 #include "host/ClassSystem.h"
@@ -14,8 +14,8 @@ class ProgressReporterCall {
 public:
     explicit ProgressReporterCall(SharedHostArray reporter);
 
-    // Raises Zentorak::System::InterruptException where the reporter says stop, and InternalError where it has no
-    // `update` or answers with anything but a scalar.
+    // Raises Zentorak::System::InterruptException if the reporter says stop, and InternalError if it has no `update` or
+    // returns anything but a scalar.
     void update(std::uint64_t bytes);
 
 private:

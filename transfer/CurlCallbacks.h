@@ -7,12 +7,12 @@
 
 namespace netrove {
 
-// CURLOPT_HEADERFUNCTION: one line of a response's head. Always gives the full length back: libcurl is never asked to
-// stop.
+// CURLOPT_HEADERFUNCTION: one line of a response head. A failed check does not stop libcurl: the full length is
+// returned all the same.
 std::size_t headerCallback(char* buffer, std::size_t size, std::size_t count, void* connection);
 
-// CURLOPT_DEBUGFUNCTION: what moves on the wire, and the only place where libcurl tells the request head as it went
-// out.
+// CURLOPT_DEBUGFUNCTION: what moves on the wire, and the only place where libcurl shows the request head as it was
+// sent.
 int debugCallback(CURL* handle, curl_infotype type, char* data, std::size_t size, void* connection);
 
 } // namespace netrove

@@ -6,8 +6,8 @@ namespace netrove {
 
 namespace {
 
-// The pieces follow each other with nothing between them but what stands here. A detail that begins with a letter thus
-// runs into libcurl's text: kept on purpose, the message is matched as it stands.
+// Nothing separates the pieces except what is written here, so a detail that begins with a letter runs into libcurl's
+// text: kept on purpose, the message is matched byte for byte.
 std::string describe(const std::string& what, std::uint32_t code, const char* codeWord, const char* codeText,
                      const std::string& detail) {
     std::string text = '"' + what + "\" failed ";

@@ -10,8 +10,8 @@
 
 namespace netrove {
 
-// Raise VANTIK:webservices:InternalError with `what`, the code's name and text, and `detail`. A code of 0 stands for a
-// call that gives a null pointer and no code.
+// Raise VANTIK:webservices:InternalError with `what`, the code's name and text, and `detail`. A code of 0 means that
+// the call returned a null pointer and no code.
 [[noreturn]] void throwCurlCodeError(const std::string& what, std::uint32_t code, const std::string& detail);
 [[noreturn]] void throwCurlMultiCodeError(const std::string& what, std::uint32_t code, const std::string& detail);
 

@@ -38,7 +38,7 @@ void makeHandles(CurlSingleton& handles) {
         throwCurlCodeError("curl_multi_init", 0, "");
     }
 #if LIBCURL_VERSION_NUM >= 0x081400
-    // Otherwise cleaning up waits for the system's answer to a name look-up that hangs.
+    // Without this, cleaning up would wait for the system to answer a name look-up that hangs.
     static_cast<void>(curl_multi_setopt(handles.MultiHandle, CURLMOPT_QUICK_EXIT, 1L));
 #endif
 }
@@ -77,7 +77,7 @@ CurlSingleton& getCurlSingleton() {
     }
     foundation::usm::Holder made(new CurlSingleton, deleteCurlSingleton);
     makeHandles(*static_cast<CurlSingleton*>(made.get()));
-    // Where another one was stored meanwhile, `made` still owns ours and destroys it here.
+    // If another one was stored in the meantime, `made` still owns ours and destroys it here.
     return *static_cast<CurlSingleton*>(Store::findOrInsert(key, typeid(CurlSingleton), std::move(made))->get());
 }
 

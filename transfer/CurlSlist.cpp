@@ -11,7 +11,7 @@ void CurlSlist::append(const std::string& line) {
     if (list == nullptr) {
         throw std::bad_alloc();
     }
-    static_cast<void>(List.release()); // libcurl gives the same head back, or the first one
+    static_cast<void>(List.release()); // libcurl returns the same head or, for an empty list, the first one
     List.reset(list);
 }
 

@@ -30,7 +30,8 @@ void HTTPConnection::startCookieEngine() {
         setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
         // A reset drops the list of cookie files (libcurl 7.88 leaks it), so an engine that has seen no transfer by
         // then would never start: the cookies of a whole scope would be lost after an open that failed. Taking the list
-        // back and adding a line without a cookie leaves an empty engine that runs from here on, whatever is reset.
+        // back and adding a line without a cookie leaves an empty engine that runs from here on, whatever is reset
+        // later.
         setOption(easy, CURL_NAMED(CURLOPT_COOKIEFILE), nullptr);
         setOption(easy, CURL_NAMED(CURLOPT_COOKIELIST), "#");
     } catch (...) {
@@ -41,9 +42,9 @@ void HTTPConnection::startCookieEngine() {
     Handles->CookieEngineRuns = true;
 }
 
-// The lists go first, as libcurl reads none of them any more. The handles are touched by their owner alone: on them may
-// be another connection's transfer. Removing and resetting may still run the trace callback, so the owner has to be
-// alive for both; after the reset the handle knows nothing of it. No handle is reset while libcurl runs on it.
+// The lists go first: libcurl no longer reads them. Only their owner touches the handles, since another connection's
+// transfer may be on them. Detaching and resetting may still run the trace callback, so the owner has to be alive for
+// both; after the reset the handle no longer refers to it. A handle is never reset while libcurl is running on it.
 HTTPConnection::~HTTPConnection() {
     Settings.CookieList.clear();
     Transfer.RequestHeaders.clear();
@@ -56,7 +57,7 @@ HTTPConnection::~HTTPConnection() {
     }
     try {
         traceLine(Settings.Debug, "DESTROYING HTTPCONNECTION");
-    } catch (...) { // nobody is left to whom a trace that cannot be written could be reported
+    } catch (...) { // a trace that cannot be written must not stop the destruction
     }
 }
 
@@ -76,12 +77,13 @@ void HTTPConnection::closeAllConnections() {
     resetHandles();
 }
 
-// What is read from the handle, or written to it outside an open, must not be another connection's.
+// What is read from the handle, or written to it outside an open, must not belong to another connection.
 bool HTTPConnection::mayUseHandle() const {
     return Handles->Owner == nullptr || Handles->Owner == this;
 }
 
-// Host objects are called in the middle of the transfer. What they call here may not pull it away from under itself.
+// Host objects are called in the middle of a transfer. What they call here must not pull the transfer out from under
+// itself.
 void HTTPConnection::refuseWithin(const char* what) const {
     if (Transfer.InProgress) {
         throwInternalError(std::string(what) +
@@ -89,7 +91,7 @@ void HTTPConnection::refuseWithin(const char* what) const {
     }
 }
 
-// Each call that ends a transfer or lets another one begin raises the number.
+// Every call that ends a transfer or starts another one increments the number.
 void HTTPConnection::requireOwnTransfer() const {
     if (Transfer.Generation != Handles->Generation) {
         throwInternalError("The connection was opened again before the last response was copied. Close it first.");

@@ -2,7 +2,7 @@
 // at most one connection may be open on them.
 //
 // Where the operations are, in the order of one exchange:
-//   HTTPConnection.cpp             build, close, destroy; what keeps a transfer apart from other calls
+//   HTTPConnection.cpp             build, close, destroy; what protects a transfer from other calls
 //   HTTPConnectionUrl.cpp          request URL and redirect URL
 //   HTTPConnectionOpen.cpp         the open: reset, TLS, proxy and URL options
 //   HTTPConnectionTimeouts.cpp     timeouts and the moving deadline
@@ -13,7 +13,7 @@
 //   HTTPConnectionCompletion.cpp   what the end of a transfer means, response metadata
 //   ../streaming/HTTPConnectionContent.cpp   the copier, copyContentToStream
 //
-// The state is grouped by how long it lives, and open to the copier, the callbacks and the host class, which work on
+// The state is grouped by how long it lives, and public to the copier, the callbacks and the host class, which work on
 // one transfer together.
 #pragma once
 
@@ -34,7 +34,7 @@ namespace netrove {
 
 struct CurlSingleton;
 
-// What is known of the last response besides its head. An open leaves it as it is.
+// What is known about the last response besides its head. An open leaves it as it is.
 struct ResponseMetadata {
     std::string ContentType;
     std::string ContentEncoding;
@@ -75,12 +75,12 @@ public:
     // Request
     void setRequestMethod(const std::string& method);
     void setAuthenticationSchemes(const std::vector<std::string>& names, bool forProxy);
-    void addField(const std::string& name, const std::string& value); // behind setRequestProperty and setFields
+    void addField(const std::string& name, const std::string& value); // serves setRequestProperty and setFields
     void removeField(const std::string& name);
     std::string getRequestField(const std::string& name) const;
     void sendRequest();
 
-    // Response. The getters send the request first where that is due.
+    // Response. The getters send the request first if that is due.
     const std::string& getContentEncoding();
     const std::string& getContentType();
     const std::string& getRedirectURL();
@@ -88,27 +88,27 @@ public:
     std::string httpVersion() const;
     std::string requestTarget() const; // as sent, or as it would be sent
     void copyContentToStream(std::ostream& stream, bool useStream);
-    // Raises InternalError where a copy into `target` could not give the whole content of the response; null stands for
-    // a target that holds nothing yet. Where the request is still to be sent nothing is known against it.
+    // Raises InternalError if a copy into `target` could not deliver the whole content of the response; null means a
+    // target that holds nothing yet. Raises nothing while the request is still to be sent.
     void requireCopyable(std::ostream* target) const;
 
     // What the send routine and the pumps share. perform and wait report libcurl's failures themselves.
     void collectResponseMetadata();
     void checkCompletion(std::int64_t start);
-    int perform(const char* detail); // the number of handles left running; rethrows what escaped from a callback
-    int wait(int milliseconds);      // the number of descriptors that are ready
+    int perform(const char* detail); // returns the number of running handles; rethrows what escaped from a callback
+    int wait(int milliseconds);      // returns the number of descriptors that are ready
     void rethrowEscapedFailure();
-    // Runs a callback's body: nothing that it raises crosses libcurl's frames, and nothing runs after a failure.
+    // Runs a callback's body: nothing that it raises crosses libcurl's frames, and after a failure it is not run.
     template <class Result, class Body>
     Result inCallback(Result whenFailed, Body&& body) noexcept;
-    // Libcurl's header and trace callbacks hand over what they are given; `type` is a curl_infotype.
+    // libcurl's header and trace callbacks pass their arguments on to these; `type` is a curl_infotype.
     std::size_t takeHeadLine(const char* data, std::size_t length);
     int takeTrace(int type, char* data, std::size_t size);
 
     std::shared_ptr<LibCurlInitializer> CurlInitializer; // keeps libcurl initialised; released last
     CurlSingleton* Handles = nullptr;                    // borrowed from the scope's store; never null
     RequestSettings Settings;                            // what the caller has set
-    RequestHead SentHead;                                // as it went out
+    RequestHead SentHead;                                // as it was sent
     ResponseHead ReceivedHead;
     ResponseMetadata Metadata;
     SilenceLimits Limits;

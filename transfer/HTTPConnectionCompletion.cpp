@@ -15,7 +15,7 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-// A line that ends in a colon told libcurl to leave a field out; it was never a field sent.
+// A line that ends in a colon told libcurl to leave a field out; it was never sent.
 void appendSentLines(std::vector<std::string>& lines, const CurlSlist& list) {
     for (const curl_slist* entry = list.get(); entry != nullptr; entry = entry->next) {
         const std::string line = entry->data;
@@ -67,14 +67,14 @@ void HTTPConnection::checkCompletion(std::int64_t start) {
         return;
     }
     const CURLcode result = message->data.result; // valid until the next call on the multi handle
-    if (SentHead.RequestHeaderLines.empty()) {    // the head never left: tell what was to be sent
+    if (SentHead.RequestHeaderLines.empty()) {    // the head was never sent: report what would have been
         appendSentLines(SentHead.RequestHeaderLines, Transfer.RequestHeaders);
         appendSentLines(SentHead.RequestHeaderLines, Transfer.ProxyHeaders);
     }
     try {
         judgeCompletion(result, start);
     } catch (...) {
-        Transfer.Fault = TransferFault::Failed; // the message is gone: nothing would tell a later copy
+        Transfer.Fault = TransferFault::Failed; // the message is gone, so a later copy would not learn of it
         throw;
     }
 }
@@ -108,7 +108,8 @@ void HTTPConnection::warnOfPart(const std::string& text) {
         std::to_string(Metadata.ResponseBytesReceived), std::to_string(Metadata.ResponseContentLength), text));
 }
 
-// What libcurl says of less than the whole response, or what it does not look at; empty where all of it came.
+// Why the response is incomplete: in libcurl's words or, for what libcurl does not check, in ours. Empty if all of it
+// arrived.
 std::string HTTPConnection::whatIsMissing(int result) const {
     if (result != CURLE_OK && *Handles->ErrorBuffer != '\0') {
         return Handles->ErrorBuffer;
@@ -121,17 +122,17 @@ std::string HTTPConnection::whatIsMissing(int result) const {
                                            : curl_easy_strerror(static_cast<CURLcode>(result));
     }
     if (ReceivedHead.lengthIsUnclear()) {
-        return "The head of the response does not tell for certain where its content ends.";
+        return "The head of the response does not say for certain where its content ends.";
     }
     const bool isRange = ReceivedHead.ResponseCode == 206; // of compressed data, so it may end anywhere
     if (Handles->Decodes && ReceivedHead.isGzip() && !isRange && Transfer.Tail.contradictsGzip()) {
-        return "The compressed data of the content is not whole.";
+        return "The compressed data of the content is incomplete.";
     }
     return {};
 }
 
-// The call goes on as after a whole response, so nothing else would tell that less has come. The numbers are those of
-// now: the end may come before the send has collected any.
+// The call goes on as if the response were whole, so nothing else would report that it is not. The numbers are
+// collected now: the end may come before the send has collected any.
 void HTTPConnection::warnUnlessWhole(int result) {
     const std::string text = whatIsMissing(result);
     if (!text.empty()) {
@@ -182,8 +183,8 @@ void HTTPConnection::judgeFailure(int result, std::int64_t start) {
     }
 }
 
-// libcurl reports a failed decoding here too. The write callback refuses nothing, so without a text libcurl itself has
-// not taken all of the content.
+// libcurl reports a failed decoding here too. The write callback refuses nothing, so if there is no text, libcurl
+// itself has not taken all of the content.
 void HTTPConnection::judgeWriteError(const std::string& urlText) {
     const char* errorText = Handles->ErrorBuffer;
     if (*errorText == '\0') {

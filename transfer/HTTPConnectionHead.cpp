@@ -10,7 +10,7 @@
 namespace netrove {
 
 // libcurl calls this for every line of every head on the connection, and of a trailer section. A failed check is stored
-// in CallbackFailure and the transfer runs on; what raises here ends it.
+// in CallbackFailure and the transfer runs on; anything else that is raised here ends it.
 std::size_t headerCallback(char* buffer, std::size_t size, std::size_t count, void* connection) {
     auto* self = static_cast<HTTPConnection*>(connection);
     const std::size_t length = size * count;
@@ -52,8 +52,7 @@ std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
 }
 
 void HTTPConnection::startHead(const std::string& line) {
-    // The handle that counts is the current scope's, as libcurl runs it, and not the one that was borrowed at the
-    // start.
+    // The handle to ask is the current scope's, which libcurl is running, not the one that was borrowed at the start.
     const long code = getInfo<long>(getCurlSingleton().EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE),
                                     "getting response code after first header");
     keepFailure([&] { ReceivedHead.takeStatus(code, line); });
@@ -82,9 +81,9 @@ void HTTPConnection::endHead() {
             Transfer.Tail.begin(ReceivedHead.isChunked(), ReceivedHead.contentLength());
         }
         if (Transfer.UploadPending && ReceivedHead.ResponseCode >= 200 && ReceivedHead.ResponseCode <= 299) {
-            // An answer while libcurl still waits for "100 Continue" ends the upload, and libcurl 7.88 keeps the
-            // network connection: the next request's head would be taken for the content that is missing. Should the
-            // content go out after all, its end takes this back.
+            // An answer that arrives while libcurl still waits for "100 Continue" ends the upload, but libcurl 7.88
+            // keeps the network connection: the server would take the next request's head for the missing content. If
+            // the content is sent after all, its end undoes this.
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_FORBID_REUSE), 1L);
         }
         traceLine(debug, "...DONE RECEIVING HEADERS...");

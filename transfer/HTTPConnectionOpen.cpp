@@ -34,12 +34,12 @@ void HTTPConnection::openProxyConnection(const std::string& host, double port) {
     openConnection();
 }
 
-// From the second open of a scope on, the handle is still attached to the last transfer, which removing it ends.
+// From a scope's second open on, the handle is still attached for the last transfer, which detaching it ends.
 void HTTPConnection::prepareHandle() {
     if (Handles->ConnectionOpen && Handles->Owner != this) {
         VANTIK::raise<VANTIK::http::OnlyOneTransferAtATime>();
     }
-    Transfer.EscapedFailure = nullptr; // of a transfer that nobody waits for any more
+    Transfer.EscapedFailure = nullptr; // from a transfer that nobody waits for any more
     const bool isOwn = mayUseHandle();
     if (Handles->EasyHandleAttached) {
         detachHandle();
@@ -47,7 +47,7 @@ void HTTPConnection::prepareHandle() {
             ReceivedHead.ResponseCode != 0
                 ? ReceivedHead.ResponseCode
                 : static_cast<std::int32_t>(getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE)));
-        // After a challenge the options and libcurl's authentication state must live on into the answer. Those of
+        // After a challenge the options and libcurl's authentication state must survive into the answer. Those of
         // another connection never do.
         if (!isOwn || Metadata.PreviousResponseCode != 401) {
             resetHandle();
@@ -62,14 +62,14 @@ void HTTPConnection::prepareHandle() {
         }
     }
     Handles->Owner = this;
-    if (!Handles->CookieEngineRuns) { // on handles made anew
+    if (!Handles->CookieEngineRuns) { // on new handles
         startCookieEngine();
     }
     attachHandle();
     applyUrlOptions();
 }
 
-// Ends whatever transfer runs on the handle.
+// Ends whatever transfer is running on the handle.
 void HTTPConnection::detachHandle() {
     const CURLMcode removed = Handles->detach();
     rethrowEscapedFailure();

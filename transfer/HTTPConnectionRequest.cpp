@@ -33,7 +33,7 @@ constexpr SchemeRow kSchemes[] = {
     {"negotiate", CURLAUTH_NEGOTIATE},
 };
 
-// Leading white space and a sign are accepted, as by std::stoll; anything behind the number is not.
+// Leading white space and a sign are accepted, as by std::stoll; anything after the number is not.
 std::int64_t parseContentLength(const std::string& value) {
     try {
         std::size_t used = 0;
@@ -59,8 +59,8 @@ std::optional<std::string> charsetOf(const std::string& contentType) {
 
 } // namespace
 
-// HTTPGET also takes back an earlier NOBODY; any other method is sent under its own name. Where the handle is another
-// connection's, the method goes no further than the settings: that connection sends its own.
+// HTTPGET also undoes an earlier NOBODY; any other method is sent by name. If the handle belongs to another connection,
+// the method goes no further than the settings: that connection sends its own.
 void HTTPConnection::setRequestMethod(const std::string& method) {
     refuseWithin("Setting the request method");
     SentHead.EffectiveMethod = method.empty() ? "GET" : method;
@@ -130,8 +130,8 @@ std::int32_t HTTPConnection::getResponseCode() {
                : static_cast<std::int32_t>(getInfo<long>(Handles->EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE)));
 }
 
-// Once for each exchange, at the first operation that asks for the response. A send that was left on the way goes on,
-// so that nothing of an earlier response is told for this one's.
+// Sends once per exchange, at the first operation that asks for the response. A send that was cut short is resumed, so
+// that nothing of an earlier response passes for this one's.
 void HTTPConnection::sendRequest() {
     const bool goesOn = Transfer.Opened && !Transfer.ResponseDone && SentHead.Sent && Transfer.HeadAwaited &&
                         Transfer.Fault == TransferFault::None && !Transfer.InProgress;
@@ -156,7 +156,7 @@ void HTTPConnection::sendRequest() {
         throw;
     } catch (const foundation::core::except::IUserException&) {
         throw;
-    } catch (const std::exception& failure) { // the host's interrupt as well: it is no user exception
+    } catch (const std::exception& failure) { // the host's interrupt too, which is not a user exception
         throw webservices::HTTPConnectionFailedException(failure.what());
     }
 }
@@ -164,7 +164,7 @@ void HTTPConnection::sendRequest() {
 void HTTPConnection::prepareRequest() {
     if (Settings.Decode) {
         if (getRequestField("Accept-Encoding").empty()) {
-            addField("Accept-Encoding", ""); // decode what comes, but advertise nothing unasked
+            addField("Accept-Encoding", ""); // decode what arrives, but advertise nothing unasked
         }
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_ACCEPT_ENCODING), "");
         Handles->Decodes = true;
@@ -193,8 +193,8 @@ void HTTPConnection::encodePostData() {
 void HTTPConnection::buildHeaderLists() {
     CURL* easy = Handles->EasyHandle;
     if (Transfer.ProxyHeaders) {
-        // Behind a 401 the handle keeps its options, and below this one is set only where there is a list: without
-        // this, libcurl would read the list that is freed here.
+        // After a 401 the handle keeps its options, and this one is set below only if there is a list. Without this,
+        // libcurl would read the list that is freed here.
         setOption(easy, CURL_NAMED(CURLOPT_PROXYHEADER), nullptr);
     }
     Transfer.RequestHeaders.clear();
@@ -207,7 +207,7 @@ void HTTPConnection::buildHeaderLists() {
     }
     for (const auto& [name, value] : Settings.RequestFields) {
         if (!value.empty() && equalIgnoringCase(name, "Cookie")) {
-            cookies += value + "; "; // libcurl's own cookies go beside these, which a header line would prevent
+            cookies += value + "; "; // libcurl adds its own cookies, which a header line would prevent
             continue;
         }
         const std::string line = value.empty() ? name + ":" : name + ": " + value;
@@ -223,7 +223,7 @@ void HTTPConnection::buildHeaderLists() {
         Transfer.RequestHeaders.append("Content-Length: " + std::to_string(Transfer.ContentLengthToSend));
     }
     if (Transfer.HasContentLength && !transferEncodingSeen) {
-        Transfer.RequestHeaders.append("Transfer-Encoding:"); // libcurl would upload in chunks: it is told no size
+        Transfer.RequestHeaders.append("Transfer-Encoding:"); // otherwise chunks: libcurl is told no size
     }
     if (!cookies.empty()) {
         setOption(easy, CURL_NAMED(CURLOPT_COOKIE), cookies.c_str());

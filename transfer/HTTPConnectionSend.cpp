@@ -23,7 +23,7 @@ namespace {
 constexpr std::int32_t kLongestWaitMs = 500;
 
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
-    char digits[8]; // of 32 bits; to_chars follows no locale
+    char digits[8]; // for 32 bits; to_chars ignores the locale
     char* const end = std::to_chars(std::begin(digits), std::end(digits), schemes, 16).ptr;
     return std::string(side) + " username = " + username + ", Schemes = " + std::string(digits, end);
 }
@@ -31,7 +31,7 @@ std::string describeLogin(const char* side, const std::string& username, std::ui
 } // namespace
 
 // Runs the request up to the complete response head and the first byte of content, or to the end of the transfer. A
-// send that was left after its head had gone out, by an interrupt or a limit, goes on where it was.
+// send that an interrupt or a limit ended after its head had been sent is resumed where it was.
 void HTTPConnection::sendAndWait() {
     const services::state::ImpersonationGuard guard;
     Transfer.InProgress = true;
@@ -70,14 +70,14 @@ void HTTPConnection::sendAndWait() {
 void HTTPConnection::beginTransfer() {
     const bool hasBody = !Settings.payload().empty() || Settings.Provider != nullptr;
     if (Transfer.Generation == Handles->Generation) {
-        // A send that failed before its head was out is due again. libcurl would go on with the first transfer, on
-        // callback data that it took when that began: the copier that goes here. A transfer that has ended it would
-        // not run again at all. So it begins anew.
+        // A send that failed before its head was sent is due again. libcurl would go on with the first transfer and the
+        // callback data that it took then: the copier that is replaced here. A transfer that has ended would not run
+        // again at all. So it starts over.
         detachHandle();
         attachHandle();
     }
     Transfer.begin(Handles->Generation);
-    SentHead.InRequestHead = false; // no head of an earlier transfer goes on, and no status is told again
+    SentHead.InRequestHead = false; // no head of an earlier transfer continues, no status is reported again
     ReceivedHead.ResponseCode = 0;
     startContent();
     Transfer.UploadPending = hasBody || Handles->Uploads;

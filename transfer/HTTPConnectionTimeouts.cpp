@@ -18,7 +18,7 @@ namespace {
 
 namespace id = VANTIK::webservices;
 
-// Longer than this, and a connect that failed was ended by the system and not by our limit.
+// A failed connect that took longer than this was ended by the system and not by our limit.
 constexpr double kSystemLimitMs = 10000.0;
 
 const char16_t* connectOption(bool httpOptions) {
@@ -29,7 +29,7 @@ std::u16string catalogueText(const resource_core::BaseMsgID& message) {
     return fl::i18n::MessageCatalog::get_message(message, fl::i18n::VkLocale::global());
 }
 
-// Modular, since NOT_A_TIME lies a whole range away: the result is then negative and counts as a short time.
+// Modular arithmetic, since NOT_A_TIME is a whole range away: the result is then negative and counts as a short time.
 double elapsedMs(std::int64_t start, std::int64_t now) {
     const auto elapsed = static_cast<std::int64_t>(static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(start));
     return static_cast<double>(elapsed / kNsPerMs);
@@ -54,8 +54,8 @@ void HTTPConnection::setTimeouts(std::vector<double> timeouts) {
 
 void HTTPConnection::applyTimeouts() {
     setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_CONNECTTIMEOUT_MS), connectTimeoutForCurl(Limits.ConnectTimeout));
-    // Otherwise libcurl waits for the system's answer to a name look-up, inside the call that ends the transfer: after
-    // a limit or an interrupt, and in the next open.
+    // Without this, libcurl would wait for the system to answer a name look-up inside the call that ends the transfer:
+    // after a limit or an interrupt, and in the next open.
     setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_QUICK_EXIT), 1L);
     if (!SilenceLimits::isUnlimited(Limits.ResponseTimeout)) {
         Limits.ResponseTimeoutMs = narrowToInt32(Limits.ResponseTimeout);
@@ -74,7 +74,7 @@ void HTTPConnection::checkTimeout(std::int64_t start, bool libcurlTimedOut) {
         return;
     }
     // While the connection is not up, only libcurl's connect limit counts. The connect time stays 0 for the whole of a
-    // transfer on a reused connection; there the head that has gone out shows that the connection is up.
+    // transfer on a reused connection; there, a head that has been sent shows that the connection is up.
     double connectSeconds = 0.0;
     static_cast<void>(curl_easy_getinfo(Handles->EasyHandle, CURLINFO_CONNECT_TIME, &connectSeconds));
     const bool connected = connectSeconds > 0.0 || SentHead.Sent;

@@ -9,7 +9,7 @@ namespace netrove {
 using foundation::network::IRI;
 using foundation::network::IRIArgs;
 
-// A URL is refused in words that show it as the caller wrote it, so the messages take UTF-8; what goes to libcurl is
+// The message that refuses a URL shows it as the caller wrote it, so messages take UTF-8; what goes to libcurl is
 // ASCII.
 void HTTPConnection::setURL(const std::u16string& url) {
     try {
@@ -38,7 +38,7 @@ void HTTPConnection::setURL(const std::u16string& url) {
     }
 }
 
-// A malformed "Location" is the server's mistake and fails nothing: there is then no redirect URL.
+// A malformed "Location" is the server's mistake and not a failure: there is just no redirect URL.
 void HTTPConnection::setRedirectURL(const std::string& location) {
     Metadata.RedirectURL.clear();
     if (location.empty()) {

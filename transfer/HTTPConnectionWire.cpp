@@ -17,10 +17,10 @@ namespace netrove {
 
 namespace {
 
-constexpr std::size_t kLongText = 1000; // from here on, a text is traced as a count
+constexpr std::size_t kLongText = 1000; // from this length on, only the length of a text is traced
 
-// Shows each line end. The search goes on two characters behind a marked pair, so a pair that begins there stays raw:
-// kept on purpose, the blank line at the end of a head is not marked.
+// Makes line ends visible. The search resumes two characters after a marked pair, so a pair that begins right there
+// stays raw: kept on purpose, the blank line at the end of a head is not marked.
 std::string markLineEnds(std::string_view raw) {
     std::string text;
     std::size_t from = 0;
@@ -99,8 +99,8 @@ int debugCallback(CURL* /*handle*/, curl_infotype type, char* data, std::size_t 
     return self->inCallback(0, [&] { return self->takeTrace(type, data, size); });
 }
 
-// Has two jobs: the record of the traffic where Debug asks for one, and at every level the head of the request as it
-// really went out.
+// Has two jobs: it traces the traffic if Debug asks for that and, at every level, collects the request head as it was
+// really sent.
 int HTTPConnection::takeTrace(int type, char* data, std::size_t size) {
     if (Settings.Debug != 0) {
         // The header callback traces incoming head lines, and encrypted data is never shown.

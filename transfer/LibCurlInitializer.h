@@ -7,8 +7,8 @@
 
 namespace netrove {
 
-// A reference to the service, or null where the host has no framework or no such service. Raises std::runtime_error
-// where the framework goes away during the look-up.
+// A reference to the service, or null if the host has no framework or no such service. Raises std::runtime_error if the
+// framework goes away during the look-up.
 std::shared_ptr<foundation::httpclient_core::libcurlinitializer::LibCurlInitializer> newLibCurlInitializer();
 
 } // namespace netrove

@@ -28,7 +28,7 @@ struct RequestSettings {
     std::string InitialURL;               // copy of URL, written while RedirectURL is empty; nothing reads it
     std::string CertificateFilename;      // CA file; empty: peers are not verified; "default": libcurl's own store
     std::string RequestMethod;            // method as set
-    std::u16string PostData;              // text body where HTTPOptionsMode is false
+    std::u16string PostData;              // text body while HTTPOptionsMode is false
     std::shared_ptr<const Bytes> Payload; // request body in memory, shared with the transfer that sends it; null: none
     SharedHostArray ProgressReporter;     // shared with the pump that calls it; null: none
     SharedHostArray Consumer;             // shared with the pump that calls it; null: none
@@ -46,7 +46,7 @@ struct RequestSettings {
     std::string ProxyPassword;
     bool HTTPOptionsMode = false; // driven by the HTTP interface; false: by the older web-options interface
     bool VerifyServerName = true;
-    std::uint64_t ProviderBufferSize = 0; // bytes asked of the provider at a time; 0: 16384
+    std::uint64_t ProviderBufferSize = 0; // bytes requested from the provider at a time; 0: 16384
     bool Chunked = false;                 // stored and returned only
     std::int32_t Debug = 0;               // trace level
 };

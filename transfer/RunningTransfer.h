@@ -13,7 +13,7 @@ namespace netrove {
 
 class InterruptibleStreamCopier;
 
-// Why nothing whole can come of a transfer any more.
+// Why a transfer can no longer deliver a whole response.
 enum class TransferFault {
     None,
     UploadBroken, // the send pump was left before its end, or content cannot be sent again
@@ -21,7 +21,7 @@ enum class TransferFault {
 };
 
 struct RunningTransfer {
-    // A new one, under the number that the handles have now.
+    // Begins a new one under the number that the handles have now.
     void begin(std::uint64_t generation) {
         Generation = generation;
         Fault = TransferFault::None;
@@ -36,19 +36,19 @@ struct RunningTransfer {
     bool Opened = false;          // after a successful open
     bool ResponseDone = false;    // sendRequest has finished; an open leaves it alone
     bool PerformDone = false;     // ends the perform loop
-    bool InProgress = false;      // libcurl runs, or a host object is called for it: no call from there may disturb it
-    std::uint64_t Generation = 0; // of the handles when it began; it runs as long as they have the same. 0: none began
+    bool InProgress = false;      // libcurl or a host object is being called for it: no call from there may disturb it
+    std::uint64_t Generation = 0; // of the handles when it began; it runs while theirs is the same. 0: none began
     TransferFault Fault = TransferFault::None;
 
     ContentTail Tail;                     // of the response's content
-    std::uint64_t PassedOn = 0;           // bytes of the response's content that were given away
+    std::uint64_t PassedOn = 0;           // bytes of the response's content that were delivered
     const std::ostream* Target = nullptr; // the stream that holds them; null: there is none
     std::streamoff TargetStart = 0;       // where they begin in it
-    bool ConsumerHasPart = false;         // of them, so that no further copy can give the whole
+    bool ConsumerHasPart = false;         // a consumer has some of them, so no further copy can deliver all
 
-    bool HeadAwaited = false;             // the send has not come to its end, which is the response's complete head
-    bool IsPartial = false;               // less came than was announced, and a warning told so
-    bool UploadPending = false;           // libcurl has not been told the end of the request's content
+    bool HeadAwaited = false;             // the send has not reached its end, which is the complete response head
+    bool IsPartial = false;               // less arrived than was announced, and a warning said so
+    bool UploadPending = false;           // libcurl has not been told that the request's content has ended
     bool BodyFromPostData = false;        // the content is encoded PostData, so its length is announced
     bool HasContentLength = false;        // of the request being built
     std::int64_t ContentLengthToSend = 0; // goes with HasContentLength

@@ -149,7 +149,7 @@ std::vector<FaultRow> strangeHeadRows() {
     const FaultOutcome many = good("after", repeated("x-many: " + std::string(32, 'f') + "\n", 500));
     const FaultOutcome lineFeed{"InternalError(CRLF not found at the end of the received headers)"};
     const FaultOutcome plain{"CopyContentToDataStreamError(Received HTTP/0.9 when not allowed (CURLE code 1), URL)"};
-    const auto unclear = [](const std::string& content) { return FaultOutcome{"200 warned PartialFileWarning(*, *does not tell for certain*)", content}; };
+    const auto unclear = [](const std::string& content) { return FaultOutcome{"200 warned PartialFileWarning(*, *does not say for certain*)", content}; };
     // libcurl 7.88 refuses such a line, newer ones take the first three digits.
     const FaultOutcome fourDigits = curl_version_info(CURLVERSION_NOW)->version_num < 0x080000 ? kNotHttp : good("body");
     const auto noField = [](const std::string& words) { return FaultOutcome{"CopyContentToDataStreamError(" + words + " (CURLE code 8), URL)"}; };
