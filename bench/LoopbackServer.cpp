@@ -1,5 +1,7 @@
 #include "bench/LoopbackServer.h"
 
+#include "tests/support/server/SocketHandle.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -22,30 +24,16 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kBlockSize = 256 * 1024;
-constexpr std::size_t kLongestHead = 64 * 1024;
+using testsupport::SocketHandle;
+
+constexpr std::size_t kBlockSize = std::size_t{256} << 10;
+constexpr std::size_t kLongestHead = std::size_t{64} << 10;
 
 [[noreturn]] void raiseSystemError(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-class Socket {
-public:
-    explicit Socket(int descriptor) : Descriptor(descriptor) {}
-    Socket(Socket&& other) noexcept : Descriptor(std::exchange(other.Descriptor, -1)) {}
-    Socket& operator=(Socket&&) = delete;
-    ~Socket() {
-        if (Descriptor >= 0) {
-            ::close(Descriptor);
-        }
-    }
-    int get() const { return Descriptor; }
-
-private:
-    int Descriptor;
-};
-
-// The peer went away, or sent what is no request: the connection ends.
+// The peer went away, or sent something that is not a request: the connection ends.
 struct ConnectionEnd {};
 
 struct RequestHead {
@@ -93,7 +81,7 @@ RequestHead parseHead(std::string_view head) {
 
 class Connection {
 public:
-    explicit Connection(Socket peer) : Peer(std::move(peer)), Input(kBlockSize) {}
+    explicit Connection(SocketHandle peer) : Peer(std::move(peer)), Input(kBlockSize) {}
 
     void serve() {
         while (true) {
@@ -117,7 +105,7 @@ public:
 private:
     std::string_view buffered() const { return {Input.data() + Begin, End - Begin}; }
 
-    // Reads more behind what is buffered.
+    // Reads more after what is buffered.
     void fill() {
         if (Begin == End) {
             Begin = End = 0;
@@ -167,7 +155,7 @@ private:
         while (true) {
             const std::uint64_t length = parseNumber(takeThrough("\r\n"), 16);
             total += takeBytes(length);
-            takeThrough("\r\n"); // behind the chunk, or the end of the trailer, which is empty
+            takeThrough("\r\n"); // after the chunk, or the end of the trailer, which is empty
             if (length == 0) {
                 return total;
             }
@@ -196,7 +184,7 @@ private:
         }
     }
 
-    Socket Peer;
+    SocketHandle Peer;
     std::vector<char> Input;
     std::size_t Begin = 0; // of what is buffered
     std::size_t End = 0;
@@ -204,19 +192,19 @@ private:
 
 [[noreturn]] void serveForever(int listening) {
     while (true) {
-        const int peer = ::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC);
-        if (peer < 0) {
+        SocketHandle peer(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+        if (!peer) {
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
             }
             ::_exit(1);
         }
         const int on = 1;
-        ::setsockopt(peer, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        std::thread([connection = Connection(Socket(peer))]() mutable {
+        ::setsockopt(peer.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        std::thread([connection = Connection(std::move(peer))]() mutable {
             try {
                 connection.serve();
-            } catch (const ConnectionEnd&) { // the peer is done with it
+            } catch (const ConnectionEnd&) { // the peer has finished
             }
         }).detach();
     }
@@ -225,17 +213,11 @@ private:
 } // namespace
 
 LoopbackServer::LoopbackServer() {
-    const Socket listening(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    if (listening.get() < 0 || ::bind(listening.get(), generic, length) != 0 || ::listen(listening.get(), 16) != 0 ||
-        ::getsockname(listening.get(), generic, &length) != 0) {
+    const SocketHandle listening = testsupport::bindLoopback(testsupport::Family::IPv4, true);
+    if (::listen(listening.get(), 16) != 0) {
         raiseSystemError("listening on loopback");
     }
-    Port = ntohs(address.sin_port);
+    Port = testsupport::boundPort(listening);
     const pid_t parent = ::getpid();
     Process = ::fork();
     if (Process < 0) {

@@ -1,5 +1,5 @@
-// A server for measurements: it gives and takes bytes on loopback as fast as sockets do, and runs in a process of its
-// own, so that neither its time nor its memory is counted as the client's.
+// A server for measurements: it sends and receives bytes on loopback as fast as sockets allow, in a process of its own,
+// so that neither its time nor its memory is counted as the client's.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace bench {
 
 //   GET /N          answers with N bytes
 //   anything else   takes the content, sized or chunked, and answers with its length in decimal
-// Connections are kept, and 100 is sent where a request expects it.
+// Connections are kept, and 100 is sent if a request expects it.
 class LoopbackServer {
 public:
     LoopbackServer(); // forks; raises std::system_error. Make it before any thread is started.

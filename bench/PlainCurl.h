@@ -1,4 +1,4 @@
-// The peer: a bare libcurl multi loop that does what the module does, with nothing around it.
+// What the module is compared with: a bare libcurl multi loop that does the same work with nothing around it.
 #pragma once
 
 #include <curl/curl.h>
@@ -20,7 +20,7 @@ public:
 
     PlainCurl();
 
-    // Each raises std::runtime_error where the exchange does not end with status 200.
+    // Each raises std::runtime_error if the exchange does not end with status 200.
     void download(const std::string& url, const Sink& sink);
     // An empty list of fields makes libcurl upload in chunks.
     void upload(const std::string& url, const std::vector<std::string>& fields, const Source& source, const Sink& sink);

@@ -1,9 +1,10 @@
-// Peak memory of streamed content, in either direction, for a short and a long body. It must not grow with the length:
-// the program says so with its exit status.
+// Peak memory of streamed content, in either direction, for a short and a long body. It must not grow with the length;
+// the exit status shows whether it does.
 //
 //     netrove_stream_memory [LONG_MIB]        default 1024
 #include "bench/LoopbackServer.h"
 #include "bench/ModuleClient.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -28,11 +29,13 @@ namespace {
 
 using bench::LoopbackServer;
 using bench::ModuleClient;
+using testsupport::SocketHandle;
 
-constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
+constexpr std::size_t kBlockSize = std::size_t{64} << 10;
 constexpr std::uint64_t kShortLength = 16 * kMiB;
 // Noise of the heap between two processes; a body that is kept anywhere needs as much as its length.
-constexpr std::uint64_t kAllowedGrowthKiB = 4 * 1024;
+constexpr std::uint64_t kAllowedGrowthKiB = 4096;
 
 void require(bool condition, const char* what) {
     if (!condition) {
@@ -57,7 +60,7 @@ void save(ModuleClient& client, const LoopbackServer& server, std::uint64_t leng
 }
 
 void upload(ModuleClient& client, const LoopbackServer& server, std::uint64_t length) {
-    const std::string block(64 * 1024, 'u');
+    const std::string block(kBlockSize, 'u');
     std::uint64_t left = 0;
     vantik::ContentProvider provider;
     provider.rewind = [&] { left = length; };
@@ -80,7 +83,7 @@ std::uint64_t peakMemory() {
             return kibibytes;
         }
     }
-    throw std::runtime_error("the system does not tell the peak of memory");
+    throw std::runtime_error("the system does not report the peak of memory");
 }
 
 using Transfer = void (*)(ModuleClient&, const LoopbackServer&, std::uint64_t);
@@ -91,6 +94,8 @@ std::uint64_t peakOf(Transfer transfer, const LoopbackServer& server, std::uint6
     if (::pipe(ends) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
     }
+    const SocketHandle reading(ends[0]);
+    SocketHandle writing(ends[1]);
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
@@ -104,15 +109,14 @@ std::uint64_t peakOf(Transfer transfer, const LoopbackServer& server, std::uint6
         } catch (const std::exception& failure) {
             std::fprintf(stderr, "%s\n", failure.what());
         }
-        const bool told = peak != 0 && ::write(ends[1], &peak, sizeof peak) == sizeof peak;
-        ::_exit(told ? 0 : 1);
+        const bool sent = peak != 0 && ::write(writing.get(), &peak, sizeof peak) == sizeof peak;
+        ::_exit(sent ? 0 : 1);
     }
-    ::close(ends[1]);
+    writing.reset(); // the end of the child is then the end of what can be read
     std::uint64_t peak = 0;
-    const bool told = ::read(ends[0], &peak, sizeof peak) == sizeof peak;
-    ::close(ends[0]);
+    const bool received = ::read(reading.get(), &peak, sizeof peak) == sizeof peak;
     ::waitpid(child, nullptr, 0);
-    require(told, "a transfer has failed");
+    require(received, "a transfer has failed");
     return peak;
 }
 
@@ -135,7 +139,7 @@ std::uint64_t longLength(int argumentCount, char** arguments) {
     std::uint64_t mebibytes = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), mebibytes);
     require(error == std::errc() && end == text.data() + text.size() && mebibytes > kShortLength / kMiB &&
-                mebibytes <= 1024 * 1024,
+                mebibytes <= kMiB,
             "usage: netrove_stream_memory [LONG_MIB], more than 16");
     return mebibytes * kMiB;
 }

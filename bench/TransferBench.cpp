@@ -1,5 +1,5 @@
-// The module and a bare libcurl loop at the same work, side by side. Every exchange goes over loopback to a server in
-// another process; connections are kept.
+// The module and a bare libcurl loop doing the same work, side by side. Every exchange goes over loopback to a server
+// in another process; connections are kept.
 #include "bench/LoopbackServer.h"
 #include "bench/ModuleClient.h"
 #include "bench/PlainCurl.h"
@@ -26,7 +26,7 @@ using bench::LoopbackServer;
 using bench::ModuleClient;
 using bench::PlainCurl;
 
-constexpr std::int64_t kMiB = 1024 * 1024;
+constexpr std::int64_t kMiB = std::int64_t{1} << 20;
 constexpr std::size_t kPieceSize = 16384;
 
 const LoopbackServer* theServer = nullptr;
@@ -37,7 +37,7 @@ void require(bool condition, const std::string& what) {
     }
 }
 
-// A file name that is free, and nothing there any more behind the measurement.
+// A file name that is free, and is free again after the measurement.
 class TargetFile {
 public:
     TargetFile() : Name(std::filesystem::temp_directory_path() / ("netrove-bench-" + std::to_string(::getpid()))) {}
@@ -81,7 +81,7 @@ void downloadBytesModule(benchmark::State& state) {
     });
 }
 
-// The room is made at once here too: this is the best that such a loop does.
+// The room is made at once here too: this is the best that such a loop can do.
 void downloadBytesPlain(benchmark::State& state) {
     PlainCurl client;
     const auto length = static_cast<std::uint64_t>(state.range(0));
@@ -188,7 +188,7 @@ void uploadMemoryPlain(benchmark::State& state) {
     });
 }
 
-// Whole arrays share their contents, so that what the provider itself does is next to nothing.
+// Whole arrays share their contents, so the provider itself does next to nothing.
 void uploadProviderModule(benchmark::State& state) {
     ModuleClient client;
     const auto length = static_cast<std::uint64_t>(state.range(0));
@@ -200,7 +200,7 @@ void uploadProviderModule(benchmark::State& state) {
     provider.read = [&](std::uint64_t) {
         if (left >= block.size()) {
             left -= block.size();
-            return block;
+            return vantik::Array(block);
         }
         return vantik::Array::bytes(block.byteText().substr(0, std::exchange(left, 0)));
     };

@@ -1,5 +1,5 @@
-// A journal that earlier runs, or anybody, have left: it is read or refused, and what is then written to it is known to
-// the next run. The first byte says whether the rest follows a good first line.
+// A journal that earlier runs, or anybody else, left behind: it is read or refused, and the next run knows what is then
+// written to it. The first byte says whether the rest follows a good first line.
 #include "cli/batch/BatchJournal.h"
 #include "fuzz/FuzzInput.h"
 #include "tests/support/server/SocketHandle.h"
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         unreadable = before.read(file);
         static_cast<void>(before.done(line));
     } catch (const vantik::Failure&) {
-        return 0; // no journal
+        return 0; // not a journal
     }
     require(unreadable <= linesOf(text).size(), "no more lines are unreadable than there are");
     BatchJournal(file).done(line, 200, 3);

@@ -1,4 +1,4 @@
-// A manifest: every line is taken, told of or skipped, and cut into pieces it says the same.
+// A manifest: every line is taken, reported or skipped, and the result is the same if it is read in pieces.
 #include "cli/batch/BatchManifest.h"
 #include "fuzz/FuzzInput.h"
 

@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             if (oneLine) {
                 require(testsupport::fieldValue(sent.substr(0, body), "Content-Length") ==
                             std::to_string(sent.size() - body),
-                        "the head tells the length of the content");
+                        "the head states the length of the content");
             }
             if (oneLine && request.ContentType.find('=') == std::string::npos) {
                 require(sent.substr(body) == request.Upload, "text without a charset is sent as it is");

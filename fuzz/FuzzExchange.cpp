@@ -1,9 +1,9 @@
-// Whole exchanges through the class: the input is what the server sends and how its connections end. What counts as a
-// success is the whole of a response by an independent reading of the same bytes; nothing is left behind, and the scope
-// is good for a plain exchange.
+// Whole exchanges through the class: the input is what the server sends and how its connections end. A success must be
+// the whole of a response according to an independent reading of the same bytes; nothing is left behind, and the scope
+// is fit for a plain exchange.
 //
-// The first two bytes choose the request and its target ('@' and '@': a GET to memory), the rest is sent as it stands
-// but for these pairs of bytes:
+// The first two bytes choose the request and its target ('@' and '@': a GET to memory), the rest is sent as it is,
+// except for these pairs of bytes:
 //   FF 'P'  what follows is sent once the library waits again
 //   FF 'C'  the connection is closed, FF 'R' it is reset, FF 'N' it stays open; what follows is for the next one
 // At the end of the input the connection stays open and silent.
@@ -71,7 +71,7 @@ std::vector<PeerScript> scriptsFrom(std::string_view text, bool singleBytes) {
 }
 
 void requireNone(const std::string& complaint) {
-    require(complaint.empty(), ("an exchange gives no complaint; this gives: " + complaint).c_str());
+    require(complaint.empty(), ("an exchange is without complaint; this one has: " + complaint).c_str());
 }
 
 void play(const PeerRequest& request, std::vector<PeerScript> scripts) {
@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 2) {
         return 0;
     }
-    static const bool warm = (play({}, {{}}), true); // what is made once, lives on
+    static const bool warm = (play({}, {{}}), true); // what is made once lives on
     static_cast<void>(warm);
     const std::size_t arrays = vantik::Host::liveArrays();
     play(requestFrom(data[0], data[1]), scriptsFrom(textOf(data + 2, size - 2), (data[0] & 0x80) != 0));

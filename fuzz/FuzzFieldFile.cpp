@@ -1,4 +1,4 @@
-// A file of header fields: what is taken is a field that cannot become two, and reads the same when it is written
+// A file of header fields: what is accepted is a field that cannot become two, and reads the same after it is written
 // again.
 #include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"

@@ -1,4 +1,4 @@
-// Field lines and status lines: splitting one never reads beyond it and never invents text.
+// Field lines and status lines: splitting one never reads beyond it and never makes up text.
 #include "fuzz/FuzzInput.h"
 #include "http/HttpSyntax.h"
 

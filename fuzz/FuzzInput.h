@@ -1,4 +1,4 @@
-// An input as text, and what must hold of it.
+// An input as text, and a check of what must hold for it.
 #pragma once
 
 #include <algorithm>

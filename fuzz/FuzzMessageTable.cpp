@@ -1,4 +1,4 @@
-// A file of the message catalogue: what is taken from it can be filled, with fewer arguments than it names or with
+// A file of the message catalogue: what is accepted from it can be filled, with fewer arguments than it names or with
 // more.
 #include "embedded/messages/MessageTable.h"
 #include "fuzz/FuzzInput.h"
@@ -28,7 +28,7 @@ bool isWellFormed(const std::u16string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text = textOf(data, size);
     const MessageTable table = MessageTable::parse(text, "file");
-    require(table.names().size() + table.problems().size() <= linesOf(text).size(), "a line gives one thing");
+    require(table.names().size() + table.problems().size() <= linesOf(text).size(), "a line yields one thing");
     const std::vector<resource_core::MsgArgument> some{std::string("first"),
                                                        std::u16string(u"se\xD800"
                                                                       "cond"),
@@ -36,8 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const std::string& name : table.names()) {
         const std::u16string* pattern = table.find(name);
         require(pattern != nullptr && !pattern->empty(), "a name that is there has a pattern");
-        require(isWellFormed(fillPattern(*pattern, {})), "a pattern without arguments gives text");
-        require(isWellFormed(fillPattern(*pattern, some)), "a pattern with arguments gives text");
+        require(isWellFormed(fillPattern(*pattern, {})), "a pattern without arguments yields text");
+        require(isWellFormed(fillPattern(*pattern, some)), "a pattern with arguments yields text");
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// The command line, a word a line: it is taken or refused in one line of text, and secrets in it are wiped.
+// The command line, one word per line: it is accepted, or refused in one line of text, and secrets in it are wiped.
 #include "cli/options/FieldText.h"
 #include "cli/options/OptionParser.h"
 #include "fuzz/FuzzInput.h"
@@ -12,13 +12,14 @@ namespace {
 
 using namespace netrove::cli;
 
-// The parser reads what these name, and a fuzzer is to read no file.
+// The parser reads the files that these name, and a fuzzer must not read files.
 bool namesFile(const std::string& word) {
     return word.starts_with('@') || (word.starts_with('-') && word.find('@') != word.npos);
 }
 
 void requireWiped(std::vector<std::string> words, const ParseResult& result) {
     std::vector<char*> pointers;
+    pointers.reserve(words.size());
     for (std::string& word : words) {
         pointers.push_back(word.data());
     }
@@ -43,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     std::vector<const char*> arguments;
+    arguments.reserve(words.size());
     for (const std::string& word : words) {
         arguments.push_back(word.c_str());
     }

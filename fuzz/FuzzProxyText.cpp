@@ -1,5 +1,5 @@
-// A proxy as a setting or the command line names it: what is taken can be connected to and reads the same when it is
-// written again, and a refusal repeats nothing of a text that may hold a password.
+// A proxy as a setting or the command line names it: what is accepted can be connected to and reads the same after it
+// is written again, and a refusal repeats nothing of a text that may hold a password.
 #include "embedded/proxy/ProxyText.h"
 #include "fuzz/FuzzInput.h"
 

@@ -1,4 +1,4 @@
-// The value of Retry-After: no date that a server makes up gives a time before now or no number at all.
+// The value of Retry-After: no date that a server makes up yields a time before now, or something that is not a number.
 #include "cli/batch/BatchRetry.h"
 #include "fuzz/FuzzInput.h"
 

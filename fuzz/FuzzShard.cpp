@@ -1,5 +1,5 @@
-// Which part of a manifest a run does: the first line is the value of --shard, the others are variables of the
-// environment. What is taken is a part that there is.
+// Which part of a manifest a run does: the first line is the value of --shard, the others are environment variables.
+// What is accepted is a part that exists.
 #include "cli/batch/BatchShard.h"
 #include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             return found == variables.end() ? nullptr : found->second.c_str();
         });
         require(shard.Index >= 1 && shard.Index <= shard.Count && shard.Count <= 1'000'000,
-                "a part is one that there is");
+                "a part is one that exists");
         require(shard.has(shard.Index - 1) && !(shard.Count > 1 && shard.has(shard.Index)), "a part has its own lines");
         require(shard.whole() == shard.fileSuffix().empty(), "files of parts have names of their own");
     } catch (const vantik::Failure& failure) {

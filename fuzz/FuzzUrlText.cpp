@@ -1,4 +1,4 @@
-// What the command line reads out of a URL: credentials are taken or masked with nothing else changed, and a file name
+// What the command line reads from a URL: credentials are taken out or masked and nothing else changes, and a file name
 // never leads out of its folder or deceives a reader.
 #include "cli/options/FieldText.h"
 #include "cli/options/RefusedUrl.h"
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string refused = maskRefusedUrl(url);
     require(maskRefusedUrl(refused).size() <= refused.size() + 3, "masking twice adds no text");
     if (const std::size_t at = url.rfind('@'); at != url.npos) {
-        require(refused.ends_with("***" + url.substr(at)), "what stands before the last @ is masked");
+        require(refused.ends_with("***" + url.substr(at)), "what comes before the last @ is masked");
     }
 
     const std::string name = fileNameFor(url);
