@@ -276,7 +276,7 @@ std::unique_ptr<vcos::COSPropT> makeProperty(vcos::COSClass& definition, vcos::I
     }
     std::unique_ptr<vcos::COSPropT> property(new (block.get()) Property(definition.getFullName(), name, std::move(type),
                                                                         row.Attributes, row.Description, accessors));
-    block.release(); // the property's own operator delete frees it from here on
+    static_cast<void>(block.release()); // the property's own operator delete frees it from here on
     return property;
 }
 

@@ -32,7 +32,10 @@ void SilenceLimits::updateDeadline(bool headersComplete, bool httpOptions) {
         return;
     }
     const std::int64_t now = monotonicNow();
-    const double responseLimit = isUnlimited(ResponseTimeout) ? kUnlimited : ResponseTimeout;
+    double responseLimit = ResponseTimeout;
+    if (isUnlimited(ResponseTimeout)) { // of either sign
+        responseLimit = kUnlimited;
+    }
     if (responseLimit != kUnlimited && !headersComplete) {
         Deadline = ResponseTimeoutMs * kNsPerMs + now;
         TimeoutReason = 0;

@@ -210,7 +210,10 @@ void HTTPConnection::buildHeaderLists() {
             cookies += value + "; "; // libcurl adds its own cookies, which a header line would prevent
             continue;
         }
-        const std::string line = value.empty() ? name + ":" : name + ": " + value;
+        std::string line = name + ':';
+        if (!value.empty()) {
+            line.append(" ").append(value);
+        }
         (equalIgnoringCase(name, "Proxy-Connection") ? Transfer.ProxyHeaders : Transfer.RequestHeaders).append(line);
         if (!Transfer.HasContentLength && equalIgnoringCase(name, "Content-Length")) {
             Transfer.HasContentLength = true;

@@ -32,7 +32,8 @@ std::u16string catalogueText(const resource_core::BaseMsgID& message) {
 // Modular arithmetic, since NOT_A_TIME is a whole range away: the result is then negative and counts as a short time.
 double elapsedMs(std::int64_t start, std::int64_t now) {
     const auto elapsed = static_cast<std::int64_t>(static_cast<std::uint64_t>(now) - static_cast<std::uint64_t>(start));
-    return static_cast<double>(elapsed / kNsPerMs);
+    const std::int64_t milliseconds = elapsed / kNsPerMs; // whole ones
+    return static_cast<double>(milliseconds);
 }
 
 long connectTimeoutForCurl(double milliseconds) {
