@@ -84,7 +84,6 @@ VANTIK_HOST_API bool vxIsEmpty(const vxArray_tag* array);
 VANTIK_HOST_API bool vxIsA(const vxArray_tag* array, const char* className);
 // Full class name, valid as long as the array.
 VANTIK_HOST_API const char* vxGetClassName(const vxArray_tag* array);
-VANTIK_HOST_API vxClassID vxGetClassID(const vxArray_tag* array);
 VANTIK_HOST_API void vxSetArrayScope(vxArray_tag* array, vxVariableScope scope);
 
 // Elements in column order: the const form reads in place; the other form first makes the contents this handle's own.

@@ -63,8 +63,8 @@ public:
     virtual bool canLoadDynamicContent() const;
 };
 
-// What a method takes and gives, in type words such as "uint8 vector", "logical scalar" or a class name followed by
-// "scalar" or "vector".
+// What a method takes and returns, in type words such as "uint8 vector", "logical scalar" or a class name followed by
+// "scalar" or "vector". Only the host derives from it and reads it.
 class VANTIK_HOST_API COSMethodSignature {
 public:
     static COSMethodSignature* createMethodSignature(); // the caller owns it
@@ -73,9 +73,6 @@ public:
     virtual void addInputType(InternedName typeWord) = 0;
     virtual void addOutputType(InternedName typeWord) = 0;
     virtual void setOptionalInputCount(int count) = 0; // how many inputs at the end may be left out
-    virtual const std::vector<InternedName>& inputTypes() const = 0;
-    virtual const std::vector<InternedName>& outputTypes() const = 0;
-    virtual int optionalInputCount() const = 0;
 };
 
 // Describes a method and runs it.

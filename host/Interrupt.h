@@ -8,19 +8,15 @@
 
 namespace Zentorak::System {
 
-// Raised where a request to stop is seen. It is no IUserException: no message identifier belongs to it.
+// Raised where a request to stop is seen. It is not an IUserException: no message identifier belongs to it.
 class VANTIK_HOST_API InterruptException
     : public foundation::core::except::Exception<foundation::core::except::IInternalException, std::exception, void> {
 public:
-    // `requestedByProgram` is true where a host object, not the user, asked to stop.
-    explicit InterruptException(bool requestedByProgram);
+    // `byProgram` is true where a host object, not the user, asked to stop. Only the host needs to know it later.
+    explicit InterruptException(bool byProgram);
     ~InterruptException() noexcept override;
-    bool requestedByProgram() const noexcept;
     const boost::exception_detail::clone_base* clone() const override;
     void rethrow() const override;
-
-private:
-    bool RequestedByProgram;
 };
 
 } // namespace Zentorak::System

@@ -4,7 +4,6 @@
 
 #include "host/HostApi.h"
 
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -18,10 +17,7 @@ class VANTIK_HOST_API IRI {
 public:
     // Form in which a host is printed.
     enum class Encoding : int {
-        Unicode = 0,        // as Unicode text
-        PercentEncoded = 1, // UTF-8, percent-encoded
-        Punycode = 2,       // the ASCII form of UTS 46, IPv6 addresses without brackets
-        Ascii = 3           // the ASCII form of UTS 46, IPv6 addresses in brackets; what goes on the wire
+        Ascii = 3 // the ASCII form of UTS 46, IPv6 addresses in brackets; what goes on the wire
     };
 
     IRI();
@@ -31,9 +27,7 @@ public:
     // gives the empty IRI.
     explicit IRI(const std::u16string& text);
     explicit IRI(const IRIArgs& parts);
-    IRI(const IRI&);
     IRI(IRI&&) noexcept;
-    IRI& operator=(const IRI&);
     IRI& operator=(IRI&&) noexcept;
     ~IRI();
 
@@ -42,13 +36,10 @@ public:
     std::u16string getScheme() const;
     bool hasHost() const; // true for an authority whose host is not empty
     std::u16string getHost(Encoding encoding) const;
-    bool hasPort() const;
-    std::uint16_t getPortNumber() const; // 0 without a port
-    std::u16string getPath() const;      // ASCII form
+    std::u16string getPath() const; // ASCII form
     bool hasQuery() const;
     std::u16string getQuery() const; // ASCII form, without the "?"
     bool hasFragment() const;
-    std::u16string getFragment() const; // ASCII form, without the "#"
 
     // The whole identifier in ASCII. `decode` true undoes percent-encodings of unreserved characters.
     std::u16string toAsciiString(bool decode) const;
@@ -67,8 +58,6 @@ private:
 class VANTIK_HOST_API IRIArgs {
 public:
     explicit IRIArgs(const IRI& iri);
-    IRIArgs(const IRIArgs&);
-    IRIArgs& operator=(const IRIArgs&);
     ~IRIArgs();
     IRIArgs& clearFragment();
 

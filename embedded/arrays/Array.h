@@ -133,6 +133,15 @@ struct vxArray_tag {
     bool Nested = false; // a field's value: only the struct's contents destroy it
 };
 
+namespace matrix::detail::noninlined::vx_array_api {
+
+// For this host alone: the contract asks for class names only.
+inline vxClassID vxGetClassID(const vxArray_tag* array) noexcept {
+    return array && array->Contents ? array->Contents->ClassId : vxUNKNOWN_CLASS;
+}
+
+} // namespace matrix::detail::noninlined::vx_array_api
+
 namespace vantik::detail {
 
 using ArrayOwner = std::unique_ptr<vxArray_tag, matrix::vxDestroy_deleter>;

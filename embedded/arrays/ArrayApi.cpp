@@ -86,10 +86,6 @@ const char* vxGetClassName(const vxArray_tag* array) {
     return array && array->Contents ? array->Contents->className() : "";
 }
 
-vxClassID vxGetClassID(const vxArray_tag* array) {
-    return array && array->Contents ? array->Contents->ClassId : vxUNKNOWN_CLASS;
-}
-
 void vxSetArrayScope(vxArray_tag* array, vxVariableScope scope) {
     if (!array) {
         return;

@@ -1,4 +1,5 @@
 // What the bases of the information classes do by themselves, and the storage that a library shares with them.
+#include "embedded/classes/MethodSignature.h"
 #include "embedded/messages/HostFailure.h"
 #include "host/ClassSystem.h"
 #include "host/Heap.h"
@@ -9,21 +10,6 @@
 namespace vcos {
 
 namespace {
-
-class DeclaredSignature final : public COSMethodSignature {
-public:
-    void addInputType(InternedName typeWord) override { Inputs.push_back(typeWord); }
-    void addOutputType(InternedName typeWord) override { Outputs.push_back(typeWord); }
-    void setOptionalInputCount(int count) override { Optional = count; }
-    const std::vector<InternedName>& inputTypes() const override { return Inputs; }
-    const std::vector<InternedName>& outputTypes() const override { return Outputs; }
-    int optionalInputCount() const override { return Optional; }
-
-private:
-    std::vector<InternedName> Inputs;
-    std::vector<InternedName> Outputs;
-    int Optional = 0;
-};
 
 std::string textOf(InternedName name) {
     return name ? *name : std::string();
@@ -99,7 +85,7 @@ bool COSNamespaceInfo::canLoadDynamicContent() const {
 }
 
 COSMethodSignature* COSMethodSignature::createMethodSignature() {
-    return new DeclaredSignature;
+    return new vantik::detail::MethodSignature;
 }
 COSMethodSignature::~COSMethodSignature() = default;
 

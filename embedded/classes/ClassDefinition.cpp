@@ -1,5 +1,6 @@
 #include "embedded/classes/ClassDefinition.h"
 
+#include "embedded/classes/MethodSignature.h"
 #include "embedded/messages/HostFailure.h"
 #include "host/Messages.h"
 
@@ -170,17 +171,18 @@ void ClassDefinition::addMethod(vcos::COSMethodInfo* method) {
         raiseHostFailure("VANTIK:vcos", "MemberExists", {FullName, entry.Name});
     }
     entry.Constructor = entry.Name == shortName();
-    if (const vcos::COSMethodSignature* signature = method->getMethodSignature()) {
+    if (const vcos::COSMethodSignature* declared = method->getMethodSignature()) {
+        const MethodSignature& signature = MethodSignature::of(*declared);
         const auto parse = [&](vcos::InternedName word) { return parseType(entry.Name, word); };
         entry.Declared = true;
-        entry.Inputs = parseAll(signature->inputTypes(), parse);
-        entry.Outputs = parseAll(signature->outputTypes(), parse);
+        entry.Inputs = parseAll(signature.Inputs, parse);
+        entry.Outputs = parseAll(signature.Outputs, parse);
         if (!entry.Constructor && entry.Inputs.empty()) {
             entry.Inputs.push_back(*TypeWord::parse("scalar")); // the object is there, declared or not
         }
         const std::size_t objects = entry.Constructor ? 0 : 1;
         const int most = static_cast<int>(entry.Inputs.size() - objects);
-        entry.OptionalInputs = std::clamp(signature->optionalInputCount(), 0, most);
+        entry.OptionalInputs = std::clamp(signature.OptionalInputs, 0, most);
     }
     Methods.push_back(std::move(entry));
 }

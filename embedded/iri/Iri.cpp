@@ -1,9 +1,7 @@
 #include "host/Iri.h"
 
-#include "embedded/iri/IriHost.h"
 #include "embedded/iri/IriParts.h"
 #include "embedded/iri/IriText.h"
-#include "embedded/text/TextConversion.h"
 #include "host/Messages.h"
 
 #include <exception>
@@ -35,14 +33,7 @@ IRI::IRI(const std::u16string& text) {
 
 IRI::IRI(const IRIArgs& parts) : Data(parts.Data ? std::make_unique<Parts>(*parts.Data) : nullptr) {}
 
-IRI::IRI(const IRI& other) : Data(other.Data ? std::make_unique<Parts>(*other.Data) : nullptr) {}
-
 IRI::IRI(IRI&&) noexcept = default;
-
-IRI& IRI::operator=(const IRI& other) {
-    *this = IRI(other);
-    return *this;
-}
 
 IRI& IRI::operator=(IRI&&) noexcept = default;
 
@@ -64,31 +55,8 @@ bool IRI::hasHost() const {
     return Data && !Data->Host.empty();
 }
 
-std::u16string IRI::getHost(Encoding encoding) const {
-    if (!hasHost()) {
-        return {};
-    }
-    const std::string& host = Data->Host;
-    switch (encoding) {
-    case Encoding::Unicode:
-        return vantik::detail::hostToUnicode(host);
-    case Encoding::PercentEncoded:
-        return widened(
-            vantik::detail::percentEncodeNonAscii(vantik::detail::encodeUtf8(vantik::detail::hostToUnicode(host))));
-    case Encoding::Punycode:
-        return widened(host.front() == '[' ? host.substr(1, host.size() - 2) : host);
-    case Encoding::Ascii:
-        break;
-    }
-    return widened(host);
-}
-
-bool IRI::hasPort() const {
-    return Data && Data->Port && !Data->Port->empty();
-}
-
-std::uint16_t IRI::getPortNumber() const {
-    return Data ? Data->portNumber() : 0;
+std::u16string IRI::getHost(Encoding) const {
+    return Data ? widened(Data->Host) : std::u16string();
 }
 
 std::u16string IRI::getPath() const {
@@ -107,10 +75,6 @@ bool IRI::hasFragment() const {
     return Data && Data->Fragment;
 }
 
-std::u16string IRI::getFragment() const {
-    return Data ? widened(Data->Fragment) : std::u16string();
-}
-
 std::u16string IRI::toAsciiString(bool decode) const {
     return Data ? widened(vantik::detail::composeIri(*Data, decode)) : std::u16string();
 }
@@ -125,13 +89,6 @@ IRI IRI::resolveAgainst(const IRI& base) const {
 }
 
 IRIArgs::IRIArgs(const IRI& iri) : Data(iri.Data ? std::make_unique<IRI::Parts>(*iri.Data) : nullptr) {}
-
-IRIArgs::IRIArgs(const IRIArgs& other) : Data(other.Data ? std::make_unique<IRI::Parts>(*other.Data) : nullptr) {}
-
-IRIArgs& IRIArgs::operator=(const IRIArgs& other) {
-    Data = other.Data ? std::make_unique<IRI::Parts>(*other.Data) : nullptr;
-    return *this;
-}
 
 IRIArgs::~IRIArgs() = default;
 

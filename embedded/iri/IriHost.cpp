@@ -22,8 +22,7 @@ namespace {
 // and keeps the mapping, which is slow for long labels, from being given more than it can do at once.
 constexpr std::size_t kLongestHost = 2048;
 
-constexpr std::uint32_t kUts46Options =
-    UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ | UIDNA_NONTRANSITIONAL_TO_ASCII | UIDNA_NONTRANSITIONAL_TO_UNICODE;
+constexpr std::uint32_t kUts46Options = UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ | UIDNA_NONTRANSITIONAL_TO_ASCII;
 
 // Names with hyphens in these places are in use ("r3---sn.example"), so they are no reason to refuse one.
 constexpr std::uint32_t kAcceptedErrors =
@@ -71,16 +70,14 @@ const UIDNA* uts46() {
     return instance.get();
 }
 
-using Mapping = int32_t (*)(const UIDNA*, const UChar*, int32_t, UChar*, int32_t, UIDNAInfo*, UErrorCode*);
-
-// Applies one direction of UTS 46; what it found wrong is in `errors`.
-std::u16string mapName(Mapping mapping, std::u16string_view name, std::uint32_t& errors) {
+// The ASCII form by UTS 46; what it found wrong is in `errors`.
+std::u16string mapName(std::u16string_view name, std::uint32_t& errors) {
     std::u16string result(name.size() + 256, u'\0');
     for (;;) {
         UErrorCode status = U_ZERO_ERROR;
         UIDNAInfo info = UIDNA_INFO_INITIALIZER;
-        const int32_t length = mapping(uts46(), name.data(), static_cast<int32_t>(name.size()), result.data(),
-                                       static_cast<int32_t>(result.size()), &info, &status);
+        const int32_t length = uidna_nameToASCII(uts46(), name.data(), static_cast<int32_t>(name.size()), result.data(),
+                                                 static_cast<int32_t>(result.size()), &info, &status);
         if (status == U_BUFFER_OVERFLOW_ERROR) {
             result.resize(static_cast<std::size_t>(length));
             continue;
@@ -129,7 +126,7 @@ std::string nameToAscii(std::u16string_view host, std::size_t position) {
     }
 
     std::uint32_t errors = 0;
-    const std::u16string mapped = mapName(uidna_nameToASCII, *decoded, errors);
+    const std::u16string mapped = mapName(*decoded, errors);
     if ((errors & ~kAcceptedErrors) != 0) {
         refuseIri(reasonFor(errors & ~kAcceptedErrors), position);
     }
@@ -165,16 +162,6 @@ std::string hostToAscii(std::u16string_view host, std::size_t position) {
         return addressToAscii(host, position);
     }
     return nameToAscii(host, position);
-}
-
-std::u16string hostToUnicode(const std::string& asciiHost) {
-    const std::u16string wide(asciiHost.begin(), asciiHost.end());
-    if (wide.empty() || wide.front() == u'[') {
-        return wide;
-    }
-    std::uint32_t errors = 0;
-    const std::u16string name = mapName(uidna_nameToUnicode, wide, errors);
-    return (errors & ~kAcceptedErrors) == 0 ? name : wide;
 }
 
 } // namespace vantik::detail

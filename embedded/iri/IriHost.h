@@ -1,4 +1,4 @@
-// Host names of identifiers: between Unicode and the ASCII form that goes on the wire.
+// Host names of identifiers, in the ASCII form that goes on the wire.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +10,5 @@ namespace vantik::detail {
 // The ASCII form, in lower case, of a host as it stands in a checked text from `position` on: a name by UTS 46, an
 // address in brackets as it is. Refuses what is neither.
 std::string hostToAscii(std::u16string_view host, std::size_t position);
-
-// The Unicode form of a host in ASCII form. A label that has none stays as it is.
-std::u16string hostToUnicode(const std::string& asciiHost);
 
 } // namespace vantik::detail

@@ -6,8 +6,9 @@
 #include <boost/url/parse.hpp>
 #include <boost/url/url_view.hpp>
 
-#include <charconv>
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 
 namespace vantik::detail {
@@ -152,14 +153,6 @@ std::string toText(const Text& text) {
 }
 
 } // namespace
-
-std::uint16_t IriParts::portNumber() const noexcept {
-    std::uint16_t number = 0;
-    if (Port) {
-        std::from_chars(Port->data(), Port->data() + Port->size(), number);
-    }
-    return number;
-}
 
 IriParts parseIri(std::u16string_view text) {
     checkIriText(text);

@@ -1,7 +1,6 @@
 // An identifier taken apart, and the operations of RFC 3986 on its parts.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,9 +17,6 @@ struct IriParts {
     std::string Path;
     std::optional<std::string> Query;
     std::optional<std::string> Fragment;
-
-    // 0 where there is no port or an empty one.
-    std::uint16_t portNumber() const noexcept;
 };
 
 // Takes a text apart; raises an IInternalException for one that is no identifier.

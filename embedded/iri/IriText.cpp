@@ -137,19 +137,6 @@ std::string percentDecode(std::string_view text) {
     return result;
 }
 
-std::string percentEncodeNonAscii(std::string_view utf8) {
-    std::string result;
-    result.reserve(utf8.size());
-    for (const char c : utf8) {
-        if (static_cast<unsigned char>(c) < 0x80) {
-            result.push_back(c);
-        } else {
-            appendEncoded(result, c);
-        }
-    }
-    return result;
-}
-
 std::string decodeUnreserved(std::string_view text) {
     std::string result;
     result.reserve(text.size());

@@ -24,8 +24,6 @@ std::string encodeComponent(IriComponent component, std::u16string_view text, st
 
 // The bytes behind the percent-encodings of a checked text.
 std::string percentDecode(std::string_view text);
-// The same text with each byte of a character outside ASCII percent-encoded.
-std::string percentEncodeNonAscii(std::string_view utf8);
 // Undoes percent-encodings of letters, digits, "-", ".", "_" and "~".
 std::string decodeUnreserved(std::string_view text);
 

@@ -1,6 +1,7 @@
 #include "vantik/Failure.h"
 
 #include "embedded/program/Boundary.h"
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/text/TextConversion.h"
 #include "host/Interrupt.h"
 #include "host/Messages.h"
@@ -138,7 +139,7 @@ void throwToProgram() {
     } catch (const CallbackFailure& failure) {
         std::rethrow_exception(failure.original());
     } catch (const Zentorak::System::InterruptException& stop) {
-        throw Interrupted(messageFor(HostMessage({}, "VANTIK:host", "Interrupted")), stop.requestedByProgram());
+        throw Interrupted(messageFor(HostMessage({}, "VANTIK:host", "Interrupted")), requestedByProgram(stop));
     } catch (const Failure&) {
         throw;
     } catch (const foundation::core::except::IMsgIDException& error) {

@@ -1,6 +1,7 @@
 #include "host/Interrupt.h"
 
 #include "embedded/messages/HostFailure.h"
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/scope/Scope.h"
 
 #include <string>
@@ -16,14 +17,11 @@ std::string interruptText() {
 
 } // namespace
 
-InterruptException::InterruptException(bool requestedByProgram)
-    : Exception(interruptText()), RequestedByProgram(requestedByProgram) {}
+InterruptException::InterruptException(bool byProgram) : Exception(interruptText()) {
+    *this << vantik::detail::RequestedByProgram(byProgram);
+}
 
 InterruptException::~InterruptException() noexcept = default;
-
-bool InterruptException::requestedByProgram() const noexcept {
-    return RequestedByProgram;
-}
 
 const boost::exception_detail::clone_base* InterruptException::clone() const {
     return new InterruptException(*this);

@@ -1,5 +1,6 @@
 #include "hostclass/MethodTable.h"
 
+#include "embedded/classes/MethodSignature.h"
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/RecordingClass.h"
@@ -12,6 +13,7 @@ namespace {
 
 class MethodTable : public ClassFixture {};
 
+using vantik::detail::MethodSignature;
 using Words = std::vector<std::string>;
 using Row = std::tuple<std::string, Words, Words, bool>; // name, outputs, inputs, answers unasked
 
@@ -67,14 +69,14 @@ TEST_F(MethodTable, EachRowBecomesOneMethodBehindTheConstructor) {
     std::vector<Row> methods;
     for (std::size_t i = 1; i < definition.Methods.size(); ++i) {
         const vcos::COSMethodInfo& method = *definition.Methods[i];
-        const vcos::COSMethodSignature& signature = *method.getMethodSignature();
-        EXPECT_EQ(signature.optionalInputCount(), 0);
+        const auto& signature = MethodSignature::of(*method.getMethodSignature());
+        EXPECT_EQ(signature.OptionalInputs, 0);
         EXPECT_EQ(method.getMemberAccess(), vcos::MemberAccess::Public);
         EXPECT_EQ(method.getDescription(), "");
         EXPECT_TRUE(answersUnasked(method) ||
                     dynamic_cast<const COSMethodCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr);
-        methods.emplace_back(method.getName(), textsOf(signature.outputTypes()),
-                             withoutObject(textsOf(signature.inputTypes()), "a.b.C scalar"), answersUnasked(method));
+        methods.emplace_back(method.getName(), textsOf(signature.Outputs),
+                             withoutObject(textsOf(signature.Inputs), "a.b.C scalar"), answersUnasked(method));
     }
     EXPECT_THAT(methods, testing::ElementsAreArray(kExpected));
 }
@@ -101,7 +103,7 @@ TEST_F(MethodTable, HostSeesTheSameMethods) {
 TEST_F(MethodTable, ClassWithoutANameStillHasItsObjectInput) {
     RecordingClass definition(nullptr);
     addMethodEntry(definition, methodTable().front());
-    EXPECT_EQ(textsOf(definition.Methods.at(0)->getMethodSignature()->inputTypes()), Words{"scalar"});
+    EXPECT_EQ(textsOf(MethodSignature::of(*definition.Methods.at(0)->getMethodSignature()).Inputs), Words{"scalar"});
 }
 
 namespace {

@@ -1,4 +1,5 @@
 // The pump for response content with a consumer: what it is given, what its answers mean, how it is closed.
+#include "embedded/scope/InterruptOrigin.h"
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
 #include "streaming/InterruptibleStreamCopier.h"
@@ -379,7 +380,7 @@ TEST_F(Consumer, IsToldOfAnInterruptOfTheHostAndClosed) {
         receive();
         FAIL() << "the interrupt was not seen";
     } catch (const Zentorak::System::InterruptException& stop) {
-        EXPECT_FALSE(stop.requestedByProgram());
+        EXPECT_FALSE(vantik::detail::requestedByProgram(stop));
     }
     EXPECT_THAT(consumer->Calls, ElementsAre("start", "interrupt", "close"));
     EXPECT_EQ(Copier.ReceiveBuffer, "abc") << "what was not drained stays";
@@ -433,7 +434,7 @@ TEST_F(Consumer, StopOfAReporterIsNoInterruptOfTheHost) {
         receive();
         FAIL() << "it did not stop";
     } catch (const Zentorak::System::InterruptException& stop) {
-        EXPECT_TRUE(stop.requestedByProgram());
+        EXPECT_TRUE(vantik::detail::requestedByProgram(stop));
     }
     EXPECT_THAT(consumer->Calls, ElementsAre("start", "put 3", "close"));
 }

@@ -1,4 +1,5 @@
 // The pump for request content: order and conditions of its steps.
+#include "embedded/scope/InterruptOrigin.h"
 #include "errors/HTTPException.h"
 #include "host/Interrupt.h"
 #include "streaming/InterruptibleStreamCopier.h"
@@ -296,7 +297,7 @@ TEST_F(SendPump, ReporterThatSaysStopStops) {
         send();
         FAIL() << "it did not stop";
     } catch (const Zentorak::System::InterruptException& stop) {
-        EXPECT_TRUE(stop.requestedByProgram());
+        EXPECT_TRUE(vantik::detail::requestedByProgram(stop));
     }
 }
 
@@ -308,7 +309,7 @@ TEST_F(SendPump, InterruptIsSeenBehindTheJudgementOfAFinishedTransfer) {
         send();
         FAIL() << "the interrupt was not seen";
     } catch (const Zentorak::System::InterruptException& stop) {
-        EXPECT_FALSE(stop.requestedByProgram());
+        EXPECT_FALSE(vantik::detail::requestedByProgram(stop));
     }
     EXPECT_THAT(pumpJournal(),
                 ElementsAre("curl_multi_wait 1000", "curl_multi_perform", "curl_multi_info_read", "interrupt poll"));

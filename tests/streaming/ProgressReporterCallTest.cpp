@@ -1,5 +1,6 @@
 #include "streaming/ProgressReporterCall.h"
 
+#include "embedded/scope/InterruptOrigin.h"
 #include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
 #include "vantik/HostClass.h"
@@ -54,7 +55,7 @@ TEST_F(ProgressReporterCallTest, FalseStopsOnBehalfOfTheProgram) {
         updateOnce(reporter);
         FAIL() << "it did not stop";
     } catch (const Zentorak::System::InterruptException& stop) {
-        EXPECT_TRUE(stop.requestedByProgram());
+        EXPECT_TRUE(vantik::detail::requestedByProgram(stop));
     }
 }
 

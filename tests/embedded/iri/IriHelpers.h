@@ -5,6 +5,7 @@
 #include "host/Messages.h"
 #include "host/Text.h"
 
+#include <algorithm>
 #include <string>
 
 inline foundation::network::IRI iri(const std::string& utf8) {
@@ -17,6 +18,12 @@ inline std::string narrow(const std::u16string& text) {
 
 inline std::string ascii(const foundation::network::IRI& value) {
     return narrow(value.toAsciiString(false));
+}
+
+// After the "#"; empty where there is none.
+inline std::string fragmentOf(const foundation::network::IRI& value) {
+    const std::string text = ascii(value);
+    return text.substr(std::min(text.find('#'), text.size() - 1) + 1);
 }
 
 // What a text is refused with; empty where it is accepted.

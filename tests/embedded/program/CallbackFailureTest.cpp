@@ -1,5 +1,6 @@
 // Failures that cross the boundaries between a program, the host and the program's own callables.
 #include "embedded/program/Boundary.h"
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "host/Interrupt.h"
@@ -141,7 +142,7 @@ TEST_F(CallbackFailures, StopBecomesTheHostsInterrupt) {
             try {
                 throw;
             } catch (const Zentorak::System::InterruptException& stop) {
-                EXPECT_EQ(stop.requestedByProgram(), byProgram);
+                EXPECT_EQ(vantik::detail::requestedByProgram(stop), byProgram);
             }
         });
         try {

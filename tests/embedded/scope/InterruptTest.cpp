@@ -1,5 +1,6 @@
 #include "host/Interrupt.h"
 
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/scope/InterruptState.h"
 #include "embedded/scope/Scope.h"
 
@@ -142,7 +143,7 @@ TEST(Interrupt, RaisedByThePersonNotByTheProgram) {
         utInterruptState::ThrowIfInterruptPending();
         FAIL();
     } catch (const InterruptException& interrupt) {
-        EXPECT_FALSE(interrupt.requestedByProgram());
+        EXPECT_FALSE(vantik::detail::requestedByProgram(interrupt));
         EXPECT_STREQ(interrupt.what(), "The operation was stopped on request.");
     }
 }
@@ -168,7 +169,7 @@ TEST(Interrupt, CloneAndRethrowKeepTypeAndOrigin) {
             copy->rethrow();
             FAIL();
         } catch (const InterruptException& thrown) {
-            EXPECT_EQ(thrown.requestedByProgram(), byProgram);
+            EXPECT_EQ(vantik::detail::requestedByProgram(thrown), byProgram);
         }
     }
 }

@@ -1,5 +1,6 @@
 #include "tests/exchange/control/HostCallRecord.h"
 
+#include "embedded/arrays/Array.h"
 #include "host/ArrayApi.h"
 #include "host/ClassSystem.h"
 
