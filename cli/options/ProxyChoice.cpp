@@ -1,10 +1,12 @@
 #include "cli/options/ProxyChoice.h"
 
 #include "cli/failures/CliFailure.h"
-#include "embedded/proxy/ProxyText.h"
+#include "vantik/Failure.h"
+#include "vantik/Http.h"
 
-#include <stdexcept>
+#include <string>
 #include <utility>
+#include <variant>
 
 namespace netrove::cli {
 
@@ -12,11 +14,11 @@ ProxyChoice parseProxy(std::string_view text) {
     if (text.empty()) {
         return {};
     }
-    vantik::detail::ProxyText proxy;
+    vantik::HttpProxy proxy;
     try {
-        proxy = vantik::detail::readProxy(text);
-    } catch (const std::invalid_argument& refusal) {
-        failUsage(std::string("the proxy cannot be used: ") + refusal.what());
+        proxy = vantik::readHttpProxy(text);
+    } catch (const vantik::Failure& refusal) {
+        failUsage("the proxy cannot be used: " + std::get<std::string>(refusal.message().Arguments.front()));
     }
     // A setting may have a path, which means nothing, and may leave the version of SOCKS open. Here they are slips.
     if (!proxy.Path.empty() && proxy.Path != "/") {

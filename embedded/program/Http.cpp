@@ -2,9 +2,11 @@
 
 #include "embedded/messages/HostFailure.h"
 #include "embedded/program/Boundary.h"
+#include "embedded/proxy/ProxyText.h"
 
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -114,6 +116,16 @@ std::string withoutSecrets(std::string_view text) {
             std::string(kCutHead.substr(0, kCutHead.find(':'))) + " (" + std::to_string(quoted) + " bytes, not shown)";
     }
     return result;
+}
+
+HttpProxy readHttpProxy(std::string_view text) {
+    try {
+        detail::ProxyText proxy = detail::readProxy(text);
+        return {std::move(proxy.Host), proxy.Port, std::move(proxy.Username), std::move(proxy.Password),
+                std::move(proxy.Path)};
+    } catch (const std::invalid_argument& refusal) {
+        fail("InvalidProxy", refusal.what());
+    }
 }
 
 Array httpTimeouts(const HttpTimeouts& limits) {
