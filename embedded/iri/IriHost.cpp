@@ -3,6 +3,7 @@
 #include "embedded/iri/IriText.h"
 #include "embedded/text/TextConversion.h"
 
+#include <boost/url/grammar/ci_string.hpp>
 #include <boost/url/ipv6_address.hpp>
 #include <boost/url/parse.hpp>
 #include <unicode/uidna.h>
@@ -89,8 +90,7 @@ std::u16string mapName(std::u16string_view name, std::uint32_t& errors) {
 }
 
 std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 0x20) : c; });
+    std::transform(text.begin(), text.end(), text.begin(), boost::urls::grammar::to_lower);
     return text;
 }
 

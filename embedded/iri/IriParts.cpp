@@ -21,7 +21,8 @@ struct Piece {
     std::size_t Position = 0;
 };
 
-// The components as their delimiters separate them (RFC 3986 appendix B), nothing checked.
+// The components as their delimiters separate them (RFC 3986 appendix B), nothing checked. Boost.URL reads the ASCII
+// form only, and that form differs from component to component.
 struct Pieces {
     std::optional<Piece> Scheme;
     std::optional<Piece> Authority;

@@ -1,4 +1,5 @@
-// Resolution of references by RFC 3986 section 5.2.
+// Resolution of references by RFC 3986 section 5.2. Boost.URL's own also undoes percent-encodings, which may change
+// what a server sees, and leaves a ".." above the root standing.
 #include "embedded/iri/IriParts.h"
 
 #include <algorithm>

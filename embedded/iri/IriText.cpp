@@ -3,6 +3,12 @@
 #include "embedded/text/TextConversion.h"
 #include "host/Messages.h"
 
+#include <boost/url/grammar/hexdig_chars.hpp>
+#include <boost/url/grammar/lut_chars.hpp>
+#include <boost/url/pct_string_view.hpp>
+#include <boost/url/rfc/pchars.hpp>
+#include <boost/url/rfc/sub_delim_chars.hpp>
+#include <boost/url/rfc/unreserved_chars.hpp>
 #include <unicode/utf16.h>
 
 #include <cstdint>
@@ -15,50 +21,20 @@ namespace {
 using IriException =
     foundation::core::except::Exception<foundation::core::except::IInternalException, std::exception, void>;
 
-constexpr bool isAlphanumeric(char16_t c) {
-    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9');
-}
-
-constexpr bool isOneOf(char16_t c, std::u16string_view set) {
-    return set.find(c) != set.npos;
-}
-
-constexpr std::u16string_view kMarks = u"-._~";
-constexpr std::u16string_view kSubDelimiters = u"!$&'()*+,;=";
-
-constexpr bool isUnreserved(char16_t c) {
-    return isAlphanumeric(c) || isOneOf(c, kMarks);
-}
-
-constexpr bool isPathCharacter(char16_t c) {
-    return isUnreserved(c) || isOneOf(c, kSubDelimiters) || isOneOf(c, u":@/");
-}
+// In the order of IriComponent.
+constexpr boost::urls::grammar::lut_chars kAllowed[] = {
+    boost::urls::unreserved_chars + boost::urls::sub_delim_chars + ':',
+    boost::urls::pchars + '/',
+    boost::urls::pchars + '/' + '?',
+    boost::urls::pchars + '/' + '?',
+};
 
 constexpr bool isAllowed(IriComponent component, char16_t c) {
-    switch (component) {
-    case IriComponent::UserInfo:
-        return isUnreserved(c) || isOneOf(c, kSubDelimiters) || c == u':';
-    case IriComponent::Path:
-        return isPathCharacter(c);
-    case IriComponent::Query:
-    case IriComponent::Fragment:
-        return isPathCharacter(c) || c == u'?';
-    }
-    return false;
+    return c < 0x80 && kAllowed[static_cast<std::size_t>(component)](static_cast<unsigned char>(c));
 }
 
-// Value of a hexadecimal digit; negative for every other character.
-constexpr int hexValue(char16_t c) {
-    if (c >= u'0' && c <= u'9') {
-        return c - u'0';
-    }
-    if (c >= u'a' && c <= u'f') {
-        return c - u'a' + 10;
-    }
-    if (c >= u'A' && c <= u'F') {
-        return c - u'A' + 10;
-    }
-    return -1;
+bool isHexDigit(char16_t c) {
+    return c < 0x80 && boost::urls::grammar::hexdig_chars(static_cast<char>(c));
 }
 
 void appendEncoded(std::string& text, char byte) {
@@ -67,12 +43,6 @@ void appendEncoded(std::string& text, char byte) {
     text.push_back('%');
     text.push_back(digits[value >> 4]);
     text.push_back(digits[value & 0xF]);
-}
-
-// The byte of the percent-encoding at `position` of a checked text.
-char encodedByte(std::string_view text, std::size_t position) {
-    return static_cast<char>(hexValue(static_cast<unsigned char>(text[position + 1])) * 16 +
-                             hexValue(static_cast<unsigned char>(text[position + 2])));
 }
 
 } // namespace
@@ -90,7 +60,7 @@ void checkIriText(std::u16string_view text) {
         if (c == u'\\') {
             refuseIri("backslash", i);
         }
-        if (c == u'%' && (i + 2 >= text.size() || hexValue(text[i + 1]) < 0 || hexValue(text[i + 2]) < 0)) {
+        if (c == u'%' && (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2]))) {
             refuseIri("\"%\" without two hexadecimal digits", i);
         }
         if (!U16_IS_SURROGATE(c)) {
@@ -124,36 +94,27 @@ std::string encodeComponent(IriComponent component, std::u16string_view text, st
 }
 
 std::string percentDecode(std::string_view text) {
-    std::string result;
-    result.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            result.push_back(text[i]);
-        } else {
-            result.push_back(encodedByte(text, i));
-            i += 2;
-        }
-    }
-    return result;
+    return boost::urls::pct_string_view(text).decode();
 }
 
 std::string decodeUnreserved(std::string_view text) {
     std::string result;
     result.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && isUnreserved(static_cast<unsigned char>(encodedByte(text, i)))) {
-            result.push_back(encodedByte(text, i));
-            i += 2;
-        } else {
+        if (text[i] != '%') {
             result.push_back(text[i]);
+            continue;
         }
+        const std::string_view encoded = text.substr(i, 3);
+        const std::string byte = percentDecode(encoded);
+        result += boost::urls::unreserved_chars(byte.front()) ? std::string_view(byte) : encoded;
+        i += 2;
     }
     return result;
 }
 
 bool isHostCharacter(char c) noexcept {
-    const auto unit = static_cast<unsigned char>(c);
-    return isUnreserved(unit) || isOneOf(unit, kSubDelimiters);
+    return boost::urls::unreserved_chars(c) || boost::urls::sub_delim_chars(c);
 }
 
 } // namespace vantik::detail

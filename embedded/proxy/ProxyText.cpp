@@ -1,5 +1,11 @@
 #include "embedded/proxy/ProxyText.h"
 
+#include <boost/url/grammar/alnum_chars.hpp>
+#include <boost/url/grammar/alpha_chars.hpp>
+#include <boost/url/grammar/ci_string.hpp>
+#include <boost/url/grammar/hexdig_chars.hpp>
+#include <boost/url/grammar/lut_chars.hpp>
+
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
@@ -21,37 +27,19 @@ constexpr SchemeRow kSchemes[] = {
 };
 constexpr std::string_view kUnmarked = "http"; // "host:port" alone is usual in environments
 
-char lowered(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool isLetter(char c) {
-    return lowered(c) >= 'a' && lowered(c) <= 'z';
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isControl(char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7F;
 }
 
-int hexDigit(char c) {
-    if (isDigit(c)) {
-        return c - '0';
-    }
-    const char digit = lowered(c);
-    return digit >= 'a' && digit <= 'f' ? digit - 'a' + 10 : -1;
-}
-
-// A "%" that begins no encoding stays: people write passwords into settings as they are.
+// A "%" that begins no encoding stays, where Boost.URL would refuse the text: people write passwords into settings as
+// they are.
 std::string percentDecoded(std::string_view text) {
+    using boost::urls::grammar::hexdig_value;
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
-            result += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+        if (text[i] == '%' && i + 2 < text.size() && hexdig_value(text[i + 1]) >= 0 && hexdig_value(text[i + 2]) >= 0) {
+            result += static_cast<char>(hexdig_value(text[i + 1]) * 16 + hexdig_value(text[i + 2]));
             i += 2;
         } else {
             result += text[i];
@@ -69,10 +57,9 @@ std::size_t authorityEnd(std::string_view url, std::size_t start) {
     throw std::invalid_argument(reason);
 }
 
-const SchemeRow& findScheme(std::string_view text) {
-    std::string name(text);
-    std::ranges::transform(name, name.begin(), lowered);
-    const auto* const row = std::ranges::find(kSchemes, name, &SchemeRow::Name);
+const SchemeRow& findScheme(std::string_view name) {
+    const auto* const row = std::ranges::find_if(
+        kSchemes, [name](const SchemeRow& scheme) { return boost::urls::grammar::ci_is_equal(scheme.Name, name); });
     if (row == std::end(kSchemes)) {
         refuse("its scheme is none of http, https, socks4, socks4a, socks5 and socks5h");
     }
@@ -89,7 +76,8 @@ std::uint16_t parsePort(std::string_view text) {
     return static_cast<std::uint16_t>(port);
 }
 
-// Of a setting, not of a URL: a password in it may hold "/", "?" and "#" as they are, so the last "@" ends it.
+// Of a setting, not of a URL as Boost.URL reads one: a password may hold "/", "?" and "#" as they are, so the last "@"
+// ends it.
 std::pair<std::string_view, std::string_view> splitCredentials(std::string_view rest) {
     const std::size_t at = rest.rfind('@');
     if (at == std::string_view::npos) {
@@ -141,11 +129,13 @@ ProxyText readProxy(std::string_view text) {
 
 bool beginsLikeUrl(std::string_view text) {
     const std::size_t colon = text.find(':');
-    return colon != std::string_view::npos && colon > 0 && isLetter(text.front()) &&
-           std::ranges::all_of(text.substr(0, colon),
-                               [](char c) { return isLetter(c) || isDigit(c) || c == '+' || c == '-' || c == '.'; });
+    constexpr boost::urls::grammar::lut_chars schemeCharacters =
+        boost::urls::grammar::alnum_chars + boost::urls::grammar::lut_chars("+-.");
+    return colon != std::string_view::npos && colon > 0 && boost::urls::grammar::alpha_chars(text.front()) &&
+           std::ranges::all_of(text.substr(0, colon), schemeCharacters);
 }
 
+// By hand, since the question is put for whatever has a scheme, also for what Boost.URL refuses.
 std::string proxyQuestion(const std::string& url) {
     if (std::ranges::any_of(url, isControl)) {
         throw std::invalid_argument("A URL with control characters has no proxy");

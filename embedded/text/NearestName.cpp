@@ -7,7 +7,8 @@ namespace vantik::detail {
 
 namespace {
 
-// Edits are counted in halves.
+// Edits are counted in halves. The command line counts otherwise for the words that people mistype: there neighbours that
+// are swapped are one edit, and letter case is nothing special.
 constexpr std::size_t kEdit = 2;
 constexpr std::size_t kCaseEdit = 1;
 constexpr std::size_t kLongestName = 256; // the comparison takes the product of both lengths
