@@ -62,8 +62,7 @@ std::string outermostName(std::string symbol) {
 
 const std::set<std::string> kForeign = {"std", "boost", "icu", "icu_72", "Poco", "void", "bool", "auto", "unsigned"};
 
-constexpr const char* kInternals[] = {
-    "vantik::detail::", "vxArray_tag::", "cppmicroservices::detail::", "cppmicroservices::LDAPFilterData::"};
+constexpr const char* kInternals[] = {"vantik::detail::", "vxArray_tag::", "cppmicroservices::detail::"};
 
 std::set<std::string> setOf(const std::vector<std::string>& names) {
     return {names.begin(), names.end()};

@@ -1,12 +1,9 @@
 #include "ServiceRegistry.h"
 
-#include "LDAPFilterData.h"
-
 #include <algorithm>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <iterator>
-#include <optional>
 #include <stdexcept>
 
 namespace cppmicroservices {
@@ -28,7 +25,7 @@ std::shared_ptr<RegisteredService> ServiceRegistry::add(const std::string& inter
     }
     const std::lock_guard lock(Guard);
     requireOpen();
-    Services.push_back(std::make_shared<RegisteredService>(interfaceId, std::move(object), ++LastId));
+    Services.push_back(std::make_shared<RegisteredService>(interfaceId, std::move(object)));
     return Services.back();
 }
 
@@ -44,19 +41,15 @@ void ServiceRegistry::remove(const std::shared_ptr<RegisteredService>& service) 
 
 std::vector<std::shared_ptr<RegisteredService>> ServiceRegistry::find(const std::string& interfaceId,
                                                                       const std::string& filter) const {
-    std::optional<LDAPFilterData> condition;
     if (!filter.empty()) {
-        condition = LDAPFilterData::read(filter);
+        throw std::invalid_argument("Filter \"" + filter +
+                                    "\": this build looks services up by their interface alone, without a filter");
     }
     std::vector<std::shared_ptr<RegisteredService>> result;
     const std::lock_guard lock(Guard);
     requireOpen();
-    std::ranges::copy_if(Services, std::back_inserter(result), [&](const auto& service) {
-        return service->InterfaceId == interfaceId &&
-               (!condition || condition->matches({{"objectclass", service->InterfaceId},
-                                                  {"service.id", service->Id},
-                                                  {"service.scope", "singleton"}}));
-    });
+    std::ranges::copy_if(Services, std::back_inserter(result),
+                         [&](const auto& service) { return service->InterfaceId == interfaceId; });
     return result;
 }
 

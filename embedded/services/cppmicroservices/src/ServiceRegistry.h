@@ -14,12 +14,11 @@ namespace cppmicroservices::detail {
 
 // One registration. All but the flag is fixed once it is built, so it needs no lock.
 struct RegisteredService {
-    RegisteredService(std::string interfaceId, std::shared_ptr<void> object, long id)
-        : InterfaceId(std::move(interfaceId)), Object(std::move(object)), Id(id) {}
+    RegisteredService(std::string interfaceId, std::shared_ptr<void> object)
+        : InterfaceId(std::move(interfaceId)), Object(std::move(object)) {}
 
     const std::string InterfaceId;
     const std::shared_ptr<void> Object;
-    const long Id;
     std::atomic<bool> Registered{true};
 };
 
@@ -27,6 +26,7 @@ class ServiceRegistry {
 public:
     std::shared_ptr<RegisteredService> add(const std::string& interfaceId, std::shared_ptr<void> object);
     void remove(const std::shared_ptr<RegisteredService>& service); // raises std::logic_error where it is gone already
+    // In the order of registration. Raises std::invalid_argument for a filter that is not empty.
     std::vector<std::shared_ptr<RegisteredService>> find(const std::string& interfaceId,
                                                          const std::string& filter) const;
 
@@ -38,7 +38,6 @@ public:
 private:
     mutable std::mutex Guard;
     std::vector<std::shared_ptr<RegisteredService>> Services; // the first one registered first
-    long LastId = 0;
     std::atomic<bool> Open{true};
 };
 

@@ -31,8 +31,8 @@ public:
         return ServiceRegistration<I>(add(us_service_interface_iid<I>(), std::static_pointer_cast<I>(impl)));
     }
 
-    // The services of an interface that match, in the order of their registration. An empty filter matches all. Raises
-    // std::invalid_argument for a filter that cannot be read.
+    // The services of an interface, in the order of their registration. Raises std::invalid_argument for a filter that
+    // is not empty: see LDAPFilter.
     template <class S>
     std::vector<ServiceReference<S>> GetServiceReferences(const std::string& filter = {}) {
         std::vector<ServiceReference<S>> result;

@@ -1,26 +1,17 @@
-// A filter over the properties of services, after RFC 1960.
+// A filter over the properties of services.
 #pragma once
 
 #include "cppmicroservices/GlobalConfig.h"
 
-#include <memory>
 #include <string>
 
 namespace cppmicroservices {
 
-class LDAPFilterData;
-
-// Comparisons with "=" (where "*" stands for any text), ">=", "<=" and "~=", joined by "&", "|" and "!". Keys are
-// compared without regard to case.
+// The package reads filters by RFC 1960. Callers here look services up by their interface alone, so this subset has the
+// filter without a constraint only; a lookup refuses every other text.
 class US_Framework_EXPORT LDAPFilter {
 public:
-    LDAPFilter() = default;                // no constraint; its text is empty
-    LDAPFilter(const std::string& filter); // raises std::invalid_argument, naming the place
-
-    std::string ToString() const; // without the blanks that mean nothing
-
-private:
-    std::shared_ptr<const LDAPFilterData> d;
+    std::string ToString() const { return {}; }
 };
 
 } // namespace cppmicroservices
