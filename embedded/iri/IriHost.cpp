@@ -20,7 +20,7 @@ namespace vantik::detail {
 namespace {
 
 // A name has at most 253 ASCII characters. This allows for percent-encodings and for characters that the mapping drops,
-// and keeps the mapping, which is slow for long labels, from being given more than it can do at once.
+// and keeps the mapping, which is slow for long labels, from getting more than it can handle in reasonable time.
 constexpr std::size_t kLongestHost = 2048;
 
 constexpr std::uint32_t kUts46Options = UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ | UIDNA_NONTRANSITIONAL_TO_ASCII;
@@ -45,7 +45,7 @@ constexpr Reason kReasons[] = {
     {UIDNA_ERROR_LABEL_HAS_DOT, "label with a dot in its ASCII form in the host name"},
     {UIDNA_ERROR_INVALID_ACE_LABEL, "label with an invalid ASCII form in the host name"},
     {UIDNA_ERROR_BIDI, "label that mixes writing directions in the host name"},
-    {UIDNA_ERROR_CONTEXTJ, "joiner in a place where it must not stand in the host name"},
+    {UIDNA_ERROR_CONTEXTJ, "joiner in a place where the host name must not have one"},
 };
 
 const char* reasonFor(std::uint32_t errors) {
@@ -118,11 +118,11 @@ std::string addressToAscii(std::u16string_view host, std::size_t position) {
 }
 
 std::string nameToAscii(std::u16string_view host, std::size_t position) {
-    // Percent-encodings stand for bytes of UTF-8.
+    // Percent-encodings are bytes of UTF-8.
     std::size_t badByte = 0;
     const auto decoded = decodeUtf8Strictly(percentDecode(encodeUtf8(host)), badByte);
     if (!decoded) {
-        refuseIri("percent-encoding that is no UTF-8 in the host name", position);
+        refuseIri("percent-encoding that is not UTF-8 in the host name", position);
     }
 
     std::uint32_t errors = 0;

@@ -85,7 +85,7 @@ std::string mapPort(const Piece& port) {
     for (std::size_t i = 0; i < port.Text.size(); ++i) {
         const char16_t c = port.Text[i];
         if (c < u'0' || c > u'9') {
-            refuseIri("character that is no digit in the port", port.Position + i);
+            refuseIri("character that is not a digit in the port", port.Position + i);
         }
         value = value * 10 + static_cast<unsigned>(c - u'0');
         if (value > std::numeric_limits<std::uint16_t>::max()) {
@@ -160,7 +160,7 @@ IriParts parseIri(std::u16string_view text) {
     const std::string uri = mapToUri(text);
     const auto parsed = boost::urls::parse_uri_reference(uri);
     if (!parsed) {
-        refuseIri("text that is no identifier (" + parsed.error().message() + ")", 0);
+        refuseIri("text that is not an identifier (" + parsed.error().message() + ")", 0);
     }
 
     const boost::urls::url_view& view = *parsed;

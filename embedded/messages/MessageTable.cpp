@@ -95,7 +95,7 @@ std::size_t argumentCount(const icu::MessagePattern& pattern) {
     return count;
 }
 
-// More of one argument than this helps nobody, and ICU counts in 32 bits.
+// More of one argument than this is of no use, and ICU counts in 32 bits.
 constexpr std::size_t kLongestArgument = 1U << 20U;
 
 // Text from outside may hold halves of surrogate pairs; a text that shows a failure must not fail itself.
@@ -159,7 +159,7 @@ MessageTable MessageTable::parse(std::string_view utf8, const std::string& sourc
             continue;
         }
         if (!table.Patterns.try_emplace(name, wide.getBuffer(), static_cast<std::size_t>(wide.length())).second) {
-            problem(name + " stands here for the second time; the first one counts");
+            problem(name + " appears for the second time; the first one counts");
         }
     }
     return table;

@@ -89,11 +89,12 @@ private:
 };
 
 // libproxy's reader of settings. It holds the proxy script that it has fetched, and is never freed: that would unload
-// the engine that runs proxy scripts, and the engine's own threads would go on in memory that is gone. It answers one
-// question at a time, whatever the thread. A server of proxy scripts that says nothing holds it up without a limit.
+// the engine that runs proxy scripts, and the engine's own threads would go on running in memory that is gone. It
+// answers one question at a time, whatever the thread. A server of proxy scripts that does not answer holds it up
+// without a limit.
 struct SystemSettings {
     SerialCalls Calls;                 // for all scopes
-    pxProxyFactory* Factory = nullptr; // within a call alone
+    pxProxyFactory* Factory = nullptr; // only within a call
 };
 
 SystemSettings& systemSettings() {
@@ -114,7 +115,7 @@ SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& que
     }
     const std::unique_ptr<char*, FreeProxies> answer(px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
     if (!answer) {
-        throw std::runtime_error("The proxy settings of this system give no answer for this URL");
+        throw std::runtime_error("The proxy settings of this system have no answer for this URL");
     }
     SerialCalls::Answer texts;
     for (char** entry = answer.get(); *entry != nullptr; ++entry) {
@@ -123,8 +124,8 @@ SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& que
     return texts;
 }
 
-// Whoever asks takes every failure for one of the URL, and asks again with the scheme alone. So the wish to stop stays
-// for that second question, which takes it.
+// The caller takes every failure for a failure of the URL, and asks again with the scheme alone. So a request to stop
+// stays for that second question, which takes it.
 void stopWhereWanted(bool askedAgain) {
     const Scope* const scope = Scope::currentOrNull();
     if (scope == nullptr || !scope->Interrupt.pending()) {
@@ -153,7 +154,7 @@ Proxy proxyOf(const std::string& setting) {
     }
 }
 
-// The name of the variable that libproxy reads for a URL: one that is set and empty counts as well.
+// The name of the variable that libproxy reads for a URL: one that is set but empty counts as well.
 const char* environmentVariable(const std::string& question) {
     constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY"};
     const std::size_t first = question.starts_with("https:") ? 0 : 2;
@@ -184,7 +185,7 @@ public:
         std::list<Proxy> proxies;
         for (const std::string& text : answer) {
             if (text.starts_with("direct://")) {
-                break; // what comes behind a direct connection is for a failure of that
+                break; // what follows a direct connection is for when that fails
             }
             proxies.push_back(proxyOf(text));
         }

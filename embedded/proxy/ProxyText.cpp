@@ -61,7 +61,7 @@ const SchemeRow& findScheme(std::string_view name) {
     const auto* const row = std::ranges::find_if(
         kSchemes, [name](const SchemeRow& scheme) { return boost::urls::grammar::ci_is_equal(scheme.Name, name); });
     if (row == std::end(kSchemes)) {
-        refuse("its scheme is none of http, https, socks4, socks4a, socks5 and socks5h");
+        refuse("its scheme is not one of http, https, socks4, socks4a, socks5 and socks5h");
     }
     return *row;
 }
@@ -71,7 +71,7 @@ std::uint16_t parsePort(std::string_view text) {
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, port);
     if (error != std::errc() || stop != end || port == 0 || port > 65535) {
-        refuse("its port is no number from 1 to 65535");
+        refuse("its port is not a number from 1 to 65535");
     }
     return static_cast<std::uint16_t>(port);
 }

@@ -88,10 +88,10 @@ TEST(Iri, PortsGoUpTo65535) {
     }
     EXPECT_EQ(refusal("http://h:65536/"), "port above 65535 at position 9");
     EXPECT_EQ(refusal("http://h:99999999999999999999/"), "port above 65535 at position 9");
-    EXPECT_EQ(refusal("http://h:8x/"), "character that is no digit in the port at position 10");
-    EXPECT_EQ(refusal("http://h:-1/"), "character that is no digit in the port at position 9");
-    EXPECT_EQ(refusal("http://h:80:80/"), "character that is no digit in the port at position 11");
-    EXPECT_EQ(refusal("http://a:b@c:d/"), "character that is no digit in the port at position 13");
+    EXPECT_EQ(refusal("http://h:8x/"), "character that is not a digit in the port at position 10");
+    EXPECT_EQ(refusal("http://h:-1/"), "character that is not a digit in the port at position 9");
+    EXPECT_EQ(refusal("http://h:80:80/"), "character that is not a digit in the port at position 11");
+    EXPECT_EQ(refusal("http://a:b@c:d/"), "character that is not a digit in the port at position 13");
 }
 
 TEST(Iri, FragmentCanBeCleared) {

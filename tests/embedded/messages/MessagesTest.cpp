@@ -157,7 +157,7 @@ TEST(MessageTable, ProblemsNameSourceLineAndReason) {
                             "de.txt:6: a:open: bad pattern at character 1 (U_UNMATCHED_BRACES)",
                             "de.txt:7: a:named: arguments have numbers, not names",
                             "de.txt:8: a:number: arguments are text: only {0} and {0,select,...} are allowed",
-                            "de.txt:9: a:good stands here for the second time; the first one counts",
+                            "de.txt:9: a:good appears for the second time; the first one counts",
                             "de.txt:10: \"a:\" is no message name of the form catalogue:key",
                             "de.txt:11: \"a:b-c\" is no message name of the form catalogue:key"));
     EXPECT_THAT(table.names(), ElementsAre("a:good"));
@@ -246,7 +246,7 @@ TEST(Messages, LanguageFilesStandBeforeEnglish) {
     EXPECT_EQ(messageText(host, "xx_YY.UTF-8"), u"Kein Rechner h");
     EXPECT_EQ(messageText(inputs, "xx_YY"), u"Gar zu viele");
     EXPECT_EQ(messageText(inputs, "xx"), u"Zu viele");
-    EXPECT_EQ(messageText(outputs, "xx_YY"), u"Too many results are asked for.");
+    EXPECT_EQ(messageText(outputs, "xx_YY"), u"Too many results are requested.");
     EXPECT_EQ(messageText(inputs, "en"), u"Too many inputs.");
     EXPECT_EQ(fl::i18n::MessageCatalog::get_message(host, fl::i18n::VkLocale("xx")), u"Kein Rechner h");
 }

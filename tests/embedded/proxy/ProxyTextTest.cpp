@@ -68,8 +68,8 @@ TEST(ProxyTexts, WhatStandsBehindThePortIsKept) {
 
 TEST(ProxyTexts, UnusableOnesAreRefusedWithoutTheirPassword) {
     const std::string host = "it names no host";
-    const std::string port = "its port is no number from 1 to 65535";
-    const std::string scheme = "its scheme is none of http, https, socks4, socks4a, socks5 and socks5h";
+    const std::string port = "its port is not a number from 1 to 65535";
+    const std::string scheme = "its scheme is not one of http, https, socks4, socks4a, socks5 and socks5h";
     EXPECT_EQ(parsed("http://user:secret@:3128"), host);
     EXPECT_EQ(parsed("http://"), host);
     EXPECT_EQ(parsed(""), host);
