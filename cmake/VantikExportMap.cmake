@@ -1,6 +1,6 @@
-# vantik_write_export_map(<file>): the linker's version script of the embedded host. It lets out what host/ and the
-# embedding API declare. The linker would also let out what templates of the standard library and of Boost leave behind,
-# and a program with another Boost of its own could then take the host's place in the middle of it.
+# vantik_write_export_map(<file>): the linker's version script of the embedded host. It exports what host/ and the
+# embedding API declare. The linker would also export the templates of the standard library and of Boost that were
+# instantiated, and a program with another Boost could then replace parts of the host.
 function(vantik_write_export_map file)
   set(namespaces vantik vcos matrix fl foundation resource_core services cppmicroservices Zentorak utInterruptState)
   set(functions COSGetPublicClient getSystemClient omCallMethod omGetArrayElement omGetEnumerationID

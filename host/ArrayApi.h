@@ -1,9 +1,9 @@
 // The host's array API (libvx): array values and what they hold.
 //
-// Ownership: a function named `vxCreate…`, and `matrix::create`, gives a new handle that the caller owns and releases
-// with `matrix::destroyArray` or hands on. A handle that nobody released when the host call ends in which it was made
-// is released then, unless `vxSetArrayScope(array, 0)` made it persistent. Contents are shared between handles until
-// one of them is written.
+// Ownership: a function named `vxCreate…`, and `matrix::create`, returns a new handle that the caller owns and releases
+// with `matrix::destroyArray` or hands on. A handle that is left when the host call that made it ends is released then,
+// unless `vxSetArrayScope(array, 0)` made it persistent. Contents are shared between handles until one of them is
+// written.
 #pragma once
 
 #include "host/HostApi.h"
@@ -77,7 +77,7 @@ VANTIK_HOST_API vxArray_tag* vxGetField(const vxArray_tag* array, std::size_t in
 VANTIK_HOST_API void vxSetField(vxArray_tag* array, std::size_t index, const char* name, vxArray_tag* value);
 
 // First element of a numeric or logical array as a double; 0 where it has none. Raises VANTIK:vx:ExpectedClass for
-// every other class: no number is an answer too, and a wrong one.
+// every other class: any number would be a wrong answer.
 VANTIK_HOST_API double vxGetScalar(const vxArray_tag* array);
 VANTIK_HOST_API bool vxIsEmpty(const vxArray_tag* array);
 // True where the array's class is `className` or derives from it.

@@ -1,6 +1,6 @@
 // The host's class system (vcos): packages, classes, properties, methods, and calls into host objects.
 //
-// The virtual operations of the information classes stand in the order of their slots. A library overrides what it
+// The virtual operations of the information classes are in the order of their slots. A library overrides what it
 // needs; every other operation answers as the class system does by default.
 #pragma once
 
@@ -25,21 +25,21 @@ class COSPackage;
 
 using COSDataTypePtr = std::shared_ptr<const COSDataType>;
 
-// Key made of a string: equal strings of one scope give equal pointers. Null stands for the empty string.
+// Key made of a string: equal strings of one scope have equal pointers. Null is the empty string.
 using InternedName = const std::string*;
 
 namespace internal {
 VANTIK_HOST_API InternedName makeInterned(std::string&& text);
 }
 
-// One 64-bit cell that carries a value across the boundary; the declared type word tells what is in it.
+// One 64-bit cell that carries a value across the boundary; the declared type word says what is in it.
 struct COSValue {
     std::uint64_t Bits = 0;
 };
 
 enum class MemberAccess : int { Public = 0, Protected = 1, Private = 2 };
 
-// Describes a package. Storage belongs to the class system; `operator new` gives null where there is no memory.
+// Describes a package. Storage belongs to the class system; `operator new` returns null where there is no memory.
 class VANTIK_HOST_API COSNamespaceInfo {
 public:
     static void* operator new(std::size_t size) noexcept;
@@ -147,7 +147,7 @@ public:
     virtual bool isWeakReference() const;
     virtual void getPropertyValue(COSInterface& object, COSValue& value) = 0;
     virtual void setPropertyValue(COSInterface& object, const COSValue& value) = 0;
-    // Called once the host has finished with what `getPropertyValue` gave.
+    // Called once the host has finished with what `getPropertyValue` returned.
     virtual void releasePropertyValue(COSInterface& object, const COSValue& value) = 0;
     virtual bool canContainInterfaces() const;
     // False: the class system refuses to set the property and never calls `setPropertyValue`.
@@ -243,7 +243,7 @@ public:
     virtual ~COSClass();
     virtual void load(bool fully) = 0; // afterwards the class is usable as a type
     virtual InternedName getFullName() const = 0;
-    // Raises a message exception for a name that is no identifier or a type word that nobody knows.
+    // Raises a message exception for a name that is not an identifier or an unknown type word.
     virtual COSDataTypePtr validatePropertyType(InternedName name, InternedName typeWord) = 0;
     virtual void addProperty(COSPropT* property) = 0;  // takes ownership; null: no memory, raises
     virtual void addMethod(COSMethodInfo* method) = 0; // takes ownership; null: no memory, raises
@@ -293,7 +293,7 @@ private:
     COSInterface* Object;
 };
 
-// Native instance behind a value that holds a scalar object. Never null: a value that holds no object of that class
+// Native instance behind a value that holds a scalar object. Never null: a value without an object of that class
 // raises a message exception.
 VANTIK_HOST_API void* vcosGetScalarObjectValue(InternedName classKey, const COSValue& value);
 
@@ -308,8 +308,8 @@ VANTIK_HOST_API vcos::COSClient* COSGetPublicClient();
 
 // Calls a method of the object in `arguments[0]`, which must be of the class `className` or derive from it; the
 // object's own class decides which method runs. Stores `resultCount` owned handles in `results`, null where the method
-// gave fewer. Returns false, with nothing called, where there is no such object, class or method for this client. What
-// the method raises passes through.
+// returned fewer. Returns false, with nothing called, where there is no such object, class or method for this client.
+// What the method raises passes through.
 VANTIK_HOST_API bool omCallMethod(vcos::InternedName className, vcos::InternedName methodName, vcos::COSClient* client,
                                   int resultCount, vxArray_tag** results, int argumentCount, vxArray_tag** arguments,
                                   bool onlyStatic);

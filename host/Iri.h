@@ -1,4 +1,4 @@
-// The host's URL library (libvkflnetwork): internationalised resource identifiers after RFC 3987, parsed and resolved
+// The host's URL library (libvkflnetwork): internationalised resource identifiers by RFC 3987, parsed and resolved
 // by RFC 3986.
 #pragma once
 
@@ -21,10 +21,10 @@ public:
     };
 
     IRI();
-    // Raises an IInternalException for text that is no IRI reference: control characters or backslashes, a blank in the
-    // authority, a bad percent-encoding, a host that UTS 46 refuses, a port outside 0 to 65535. Blanks elsewhere become
-    // "%20", and ASCII characters that a path, query or fragment must not hold are percent-encoded. The empty text
-    // gives the empty IRI.
+    // Raises an IInternalException for text that is not an IRI reference: control characters or backslashes, a space in
+    // the authority, a bad percent-encoding, a host that UTS 46 refuses, a port outside 0 to 65535. Spaces elsewhere
+    // become "%20", and ASCII characters that a path, query or fragment must not hold are percent-encoded. The empty
+    // text becomes the empty IRI.
     explicit IRI(const std::u16string& text);
     explicit IRI(const IRIArgs& parts);
     IRI(IRI&&) noexcept;

@@ -1,5 +1,5 @@
 // Message identifiers, the message catalogue and the exception bases (libvkfl). A failure carries an identifier and
-// arguments; the catalogue gives its text.
+// arguments; the catalogue holds its text.
 #pragma once
 
 #include "host/HostApi.h"
@@ -48,7 +48,7 @@ namespace fl::i18n {
 
 class VANTIK_HOST_API MessageCatalog {
 public:
-    // The text of a message in a locale. An identifier that the catalogue lacks gives its full name followed by its
+    // The text of a message in a locale. For an identifier that the catalogue lacks: its full name followed by its
     // arguments, so that no failure is ever without a text.
     static std::u16string get_message(const resource_core::BaseMsgID& id, const VkLocale& locale);
 };
@@ -71,7 +71,7 @@ public:
     virtual const resource_core::BaseMsgID& msg_id() const noexcept = 0;
 };
 
-// Failures meant for the program: the interrupt, a text that is no IRI.
+// Failures meant for the program: the interrupt, a text that is not an IRI.
 class VANTIK_HOST_API IInternalException : public IException {
 public:
     ~IInternalException() noexcept override;

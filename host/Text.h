@@ -9,7 +9,7 @@
 
 namespace fl::i18n {
 
-// Base of every failure of a text conversion: a character that the target lacks, or an encoding nobody knows.
+// Base of every failure of a text conversion: a character that the target lacks, or an unknown encoding.
 class VANTIK_HOST_API CvtExceptionBase : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -50,7 +50,7 @@ VANTIK_HOST_API std::string to_string(const std::u16string& text);
 VANTIK_HOST_API std::string to_string(const std::u16string& text, const ustring_converter& converter);
 VANTIK_HOST_API std::u16string to_ustring(const std::string& text);
 
-// The locale whose texts the message catalogue gives. `global` is the one in force.
+// The locale whose texts the message catalogue returns. `global` is the current one.
 class VANTIK_HOST_API VkLocale {
 public:
     explicit VkLocale(std::string name); // a BCP 47 or POSIX name, for example "en" or "de_DE"
@@ -66,7 +66,7 @@ private:
 namespace fl::filesystem::detail {
 
 // From a host file name, the wide form that the platform's file functions accept: blanks at the ends and a "file:"
-// prefix ("file:///x" gives "/x") are dropped, "~" as the first folder stands for the home directory. Nothing else is
+// prefix ("file:///x" becomes "/x") are dropped, "~" as the first folder means the home directory. Nothing else is
 // decoded. Empty for a name that holds U+0000, which has no such form.
 VANTIK_HOST_API std::u16string make_native_access_form_with_cleanup_i18n(const std::u16string& name);
 
