@@ -1,4 +1,4 @@
-// What stands behind an array handle: a handle is one reference to contents that several handles may share.
+// What is behind an array handle: a handle is one reference to contents that several handles may share.
 //
 // Where the operations are:
 //   ArrayContents.cpp   handles, plain elements, the table of plain classes
@@ -71,7 +71,7 @@ private:
     };
 
     std::size_t ByteCount;
-    std::unique_ptr<void, Free> Block; // never null, also without elements
+    std::unique_ptr<void, Free> Block; // never null, even without elements
 };
 
 // Values by field and element. The contents own the values; a missing value is null.
@@ -82,7 +82,7 @@ public:
     ~StructContents() override;
     const char* className() const noexcept override;
 
-    // Number of a field; the number of fields where there is none of that name.
+    // Number of a field; the number of fields where none has that name.
     std::size_t fieldNumber(std::string_view name) const noexcept;
     vxArray_tag*& value(std::size_t index, std::size_t field) noexcept {
         return Values[index * FieldNames.size() + field];
@@ -94,7 +94,7 @@ public:
     const std::vector<std::string> FieldNames;
 
 private:
-    std::vector<vxArray_tag*> Values; // owned; the fields of an element stand together
+    std::vector<vxArray_tag*> Values; // owned; the fields of an element are adjacent
 };
 
 // References to objects of one class.

@@ -20,7 +20,7 @@ CallFrame::CallFrame() noexcept : Enclosing(innermost) {
 
 CallFrame::~CallFrame() {
     // The frame stays the innermost one meanwhile: an array may be the last owner of an object, and what that object
-    // makes while it goes has to be released here, too.
+    // makes while it goes has to be released here too.
     while (Newest) {
         vxArray_tag* array = Newest;
         unlink(array);

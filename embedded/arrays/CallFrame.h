@@ -23,7 +23,7 @@ public:
     // The calling thread's innermost frame; null outside every host call.
     static CallFrame* current() noexcept;
 
-    // How many arrays all frames of this process have destroyed because nobody else did.
+    // How many arrays all frames of this process have destroyed because nothing else did.
     static std::size_t reclaimed() noexcept;
 
     // Both take constant time. An array that is on a frame's list already is not linked again; an array that is on none

@@ -21,7 +21,7 @@ std::string textOf(const char* text) {
 } // namespace
 
 // One heap with `calloc` and `utFree`, so that either side may release what the other one made. The operators are
-// noexcept: a new expression then gives null where there is no memory.
+// noexcept: a new expression then yields null where there is no memory.
 void* COSNamespaceInfo::operator new(std::size_t size) noexcept {
     return std::malloc(size);
 }

@@ -16,7 +16,7 @@ class ClassDefinition;
 // What a definition may name: the classes of its scope.
 class KnownClasses {
 public:
-    // The class in force under a full name; null where there is none.
+    // The class that currently has this full name; null where there is none.
     virtual std::shared_ptr<ClassDefinition> find(std::string_view fullName) const = 0;
     // The same, and a failure that names the nearest known class where there is none.
     virtual std::shared_ptr<ClassDefinition> require(std::string_view fullName) const = 0;
@@ -69,7 +69,7 @@ public:
     const std::vector<PropertyEntry>& properties() const noexcept { return Properties; }
     const std::vector<MethodEntry>& methods() const noexcept { return Methods; }
 
-    // The nearest one in the lineage; null where there is none. A constructor is no method.
+    // The nearest one in the lineage; null where there is none. A constructor is not a method.
     const PropertyEntry* findProperty(std::string_view name) const noexcept;
     const MethodEntry* findMethod(std::string_view name) const noexcept;
     const MethodEntry* findConstructor() const noexcept;

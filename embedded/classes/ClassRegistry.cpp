@@ -55,7 +55,7 @@ std::string Package::getFullName() const {
 
 ClassRegistry::ClassRegistry() = default; // here, where a package is known
 
-// Classes go youngest first, since a class may still look at what was there before it; then the packages, inner ones
+// Classes go newest first, since a class may still look at what was there before it; then the packages, inner ones
 // first.
 ClassRegistry::~ClassRegistry() {
     while (!Classes.empty()) {
@@ -132,7 +132,7 @@ std::shared_ptr<ClassDefinition> ClassRegistry::define(std::string_view package,
     if (!isIdentifier(name)) {
         raiseHostFailure("VANTIK:vcos", "InvalidName", {name});
     }
-    // Objects are references here; a class whose objects are copied with each assignment has nobody to copy them.
+    // Objects are references here; nothing here could copy the objects of a class that wants a copy at each assignment.
     if (!description->isHandle() && !description->isEnumeration()) {
         raiseHostFailure("VANTIK:vcos", "NotAHandleClass", {joined(package, name)});
     }
@@ -148,7 +148,7 @@ std::shared_ptr<ClassDefinition> ClassRegistry::define(std::string_view package,
         // The class is in place already, so that its members may name it as their type.
         added->description().defineClass(*added);
     } catch (...) {
-        // `defineClass` may have changed the list, so the place is looked for again.
+        // `defineClass` may have changed the list, so the place is looked up again.
         if (const auto place = std::find(Classes.begin(), Classes.end(), added); place != Classes.end()) {
             if (replaced) {
                 *place = std::move(replaced);

@@ -32,8 +32,8 @@ public:
 
     // Null where there is no such package.
     vcos::COSPackage* findPackage(std::string_view fullName) const noexcept;
-    // Adds a package to another one, or a root package where `parent` is empty. A name that is taken, or is no
-    // identifier, raises; a null description is a failed allocation and raises too.
+    // Adds a package to another one, or a root package where `parent` is empty. A name that is taken, or is not
+    // an identifier, raises; a null description is a failed allocation and raises too.
     void addPackage(std::string_view parent, std::unique_ptr<vcos::COSNamespaceInfo> description);
     // The package of that full name; it and its parents are added where they are missing.
     void ensurePackage(std::string_view fullName);
@@ -43,13 +43,13 @@ public:
 
     // Adds a class to a package that is there, and has its description define it. A class of the same name is replaced:
     // objects made before keep the old description alive. Where `defineClass` raises, everything is as it was before,
-    // and what it raised passes.
+    // and what it raised passes through.
     std::shared_ptr<ClassDefinition> define(std::string_view package, std::unique_ptr<vcos::COSClassInfo> description);
 
-    // Forgets a class for new objects and as a type. For tests of a host that lacks it. False: there was none.
+    // Forgets a class, for new objects and as a type. For tests of a host that lacks it. False where there was none.
     VANTIK_HOST_API bool removeClass(std::string_view fullName);
 
-    // True for a class and itself, also where neither is known, and for a class and each of its base classes.
+    // True for a class and itself, even where it is unknown, and for a class and each of its base classes.
     bool derivesFrom(std::string_view className, std::string_view base) const;
 
     // Full names in order of definition; a hidden class is left out.

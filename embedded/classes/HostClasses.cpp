@@ -13,7 +13,7 @@ namespace vantik::detail {
 
 namespace {
 
-// To derive from only: whoever calls such an object knows its methods by name.
+// Only to derive from: whoever calls such an object knows its methods by name.
 class AbstractClassInfo final : public vcos::COSClassInfo {
 public:
     explicit AbstractClassInfo(std::string name) : Name(std::move(name)) {}

@@ -1,4 +1,4 @@
-// The classes that the host itself supplies: the bases of what a program gives to a client, and the enumerations that
+// The classes that the host itself supplies: the bases of what a program hands to a client, and the enumerations that
 // methods take.
 #pragma once
 

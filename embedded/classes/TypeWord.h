@@ -1,4 +1,4 @@
-// Type words: the short texts with which a signature declares what a property or a method takes and gives.
+// Type words: the short texts with which a signature declares what a property or a method takes and returns.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -16,7 +16,7 @@ struct TypeWord {
     enum class Kind { Any, UnicodeString, Plain, Struct, Object };
     enum class Shape { Any, Scalar, Vector };
 
-    // Nothing for a text that is no type word.
+    // Nothing for a text that is not a type word.
     static std::optional<TypeWord> parse(std::string_view text);
 
     // A scalar of numeric or logical type lies in the value slot itself; everything else is a pointer there.

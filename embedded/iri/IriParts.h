@@ -10,7 +10,7 @@ namespace vantik::detail {
 // All in ASCII. A part that is there may still be empty: "http://host/?" has an empty query.
 struct IriParts {
     std::optional<std::string> Scheme;   // lower case
-    bool HasAuthority = false;           // "//" stands before it
+    bool HasAuthority = false;           // it follows "//"
     std::optional<std::string> UserInfo; // of the authority
     std::string Host;                    // of the authority; lower case, IPv6 in brackets
     std::optional<std::string> Port;     // of the authority, as written
@@ -19,7 +19,7 @@ struct IriParts {
     std::optional<std::string> Fragment;
 };
 
-// Takes a text apart; raises an IInternalException for one that is no identifier.
+// Takes a text apart; raises an IInternalException for one that is not an identifier.
 IriParts parseIri(std::u16string_view text);
 
 // Puts the parts together. `decode` undoes percent-encodings of unreserved characters.

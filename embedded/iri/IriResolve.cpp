@@ -1,5 +1,5 @@
 // Resolution of references by RFC 3986 section 5.2. Boost.URL's own also undoes percent-encodings, which may change
-// what a server sees, and leaves a ".." above the root standing.
+// what a server sees, and keeps a ".." that leads above the root.
 #include "embedded/iri/IriParts.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ std::string mergePaths(const IriParts& base, const std::string& path) {
     if (base.HasAuthority && base.Path.empty()) {
         return "/" + path;
     }
-    return base.Path.substr(0, base.Path.rfind('/') + 1) + path; // without a "/" nothing of the base stays
+    return base.Path.substr(0, base.Path.rfind('/') + 1) + path; // without a "/" nothing of the base remains
 }
 
 void copyAuthority(const IriParts& from, IriParts& to) {
@@ -26,7 +26,7 @@ void copyAuthority(const IriParts& from, IriParts& to) {
 
 } // namespace
 
-// Letter by letter as the section has it: "a/../b" gives "/b", not "b".
+// Letter by letter as the section has it: "a/../b" becomes "/b", not "b".
 std::string removeDotSegments(std::string_view path) {
     std::string result;
     result.reserve(path.size());

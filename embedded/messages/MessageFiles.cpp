@@ -60,7 +60,7 @@ std::shared_ptr<const MessageTable> readTable(const std::filesystem::path& file)
     return table;
 }
 
-// The table in a file, read once a process. What is not there is remembered too: messages are wanted often.
+// The table in a file, read once per process. What is not there is remembered too: messages are wanted often.
 std::shared_ptr<const MessageTable> cachedTable(const std::filesystem::path& file) {
     using Cache = std::map<std::string, std::shared_ptr<const MessageTable>>;
     static std::mutex& guard = *new std::mutex;

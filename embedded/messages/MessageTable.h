@@ -1,4 +1,4 @@
-// The message catalogue: patterns by full name, one table a language. The form of a table's file is described in
+// The message catalogue: patterns by full name, one table for each language. The form of a table's file is described in
 // messages/en.txt.
 #pragma once
 
@@ -13,7 +13,7 @@ namespace vantik::detail {
 
 class MessageTable {
 public:
-    // Never fails: a line that cannot be used is left out and told in `problems`, each with source and line number.
+    // Never fails: a line that cannot be used is left out and reported in `problems`, each with source and line number.
     static MessageTable parse(std::string_view utf8, const std::string& source);
 
     // The pattern of a message, or null.
@@ -32,7 +32,7 @@ private:
 // A pattern with its arguments in place; empty where the pattern cannot be used.
 std::u16string fillPattern(const std::u16string& pattern, const std::vector<resource_core::MsgArgument>& arguments);
 
-// What stands in for the text of a message that no table has: its full name and its arguments.
+// Replaces the text of a message that no table has: its full name and its arguments.
 std::u16string textWithoutPattern(const resource_core::BaseMsgID& id);
 
 } // namespace vantik::detail

@@ -99,7 +99,7 @@ bool omCallMethod(vcos::InternedName className, vcos::InternedName methodName, v
     auto delivered =
         vantik::detail::runMethod(object, *method, resultCount, {arguments, static_cast<std::size_t>(argumentCount)});
     delivered.resize(
-        static_cast<std::size_t>(std::max(resultCount, 0))); // one given unasked goes, a missing one is null
+        static_cast<std::size_t>(std::max(resultCount, 0))); // one returned unasked is dropped, a missing one is null
     for (std::size_t index = 0; index < delivered.size(); ++index) {
         results[index] = delivered[index].release();
     }

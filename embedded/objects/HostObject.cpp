@@ -35,7 +35,7 @@ HostObject::~HostObject() {
         try {
             Definition->lineage()[place]->description().destroyInstance(instance);
         } catch (...) {
-            // The last reference goes in destructors and while other failures unwind: there is nobody to tell.
+            // The last reference may go in a destructor or while another failure unwinds: nobody could be told.
         }
     }
 }

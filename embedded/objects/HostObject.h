@@ -12,12 +12,13 @@ namespace vantik::detail {
 class ClassDefinition;
 class Scope;
 
-// Lives as long as something refers to it, and keeps its scope and its class alive that long. The count of references
+// Lives as long as something refers to it, and keeps its scope and its class alive as long. The count of references
 // is plain: a scope and all its objects are used by one thread at a time.
 class HostObject final : public vcos::COSInterface {
 public:
     // A new object in the current scope, with its native instances made, base classes first. Where one of them fails,
-    // those made before are destroyed again and the failure passes; an instance that is null is a failed allocation.
+    // those made before are destroyed again and the failure passes through; an instance that is null is a failed
+    // allocation.
     static vcos::COSInterfacePtr make(std::shared_ptr<const ClassDefinition> definition);
     // Every object of this host is a HostObject.
     static HostObject& of(vcos::COSInterface& object) noexcept { return static_cast<HostObject&>(object); }

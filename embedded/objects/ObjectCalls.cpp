@@ -66,7 +66,7 @@ private:
     std::vector<vcos::COSValue> Slots;
 };
 
-// Tells the description that the host has finished with what a getter gave, once, in every case.
+// Tells the description that the host has finished with what a getter returned: exactly once, in every case.
 class PropertyRead {
 public:
     PropertyRead(vcos::COSPropInfo& property, vcos::COSInterface& object) : Property(property), Object(object) {
@@ -138,7 +138,7 @@ vxArray_tag* createObject(std::shared_ptr<const ClassDefinition> definition, std
         constructor ? InputSlots(*kept, *constructor, inputs, 0) : InputSlots(*kept, MethodEntry(), {}, 0);
     ArrayOwner array(makeObjectArray(kept->name(), {HostObject::make(std::move(definition))}));
     if (constructor) {
-        // Room for whatever the constructor declares beside the object itself.
+        // Room for whatever the constructor declares in addition to the object itself.
         std::vector<vcos::COSValue> results(std::max<std::size_t>(constructor->Outputs.size(), 1));
         results.front() = slotOf(array.get());
         int resultCount = 1;
@@ -209,8 +209,8 @@ std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method,
     const vcos::COSInterfacePtr kept(&object);
     const InputSlots inputs(object.definition(), method, arguments, 1);
 
-    // A method without declared results may give any number of them; one with results has room for all of its own, and
-    // may always give one.
+    // A method without declared results may return any number of them; one with results has room for all of its own,
+    // and may always return one.
     const int declared = method.Declared ? static_cast<int>(method.Outputs.size()) : std::max(resultsWanted, 0);
     const int wanted = std::clamp(resultsWanted, 0, declared);
     std::vector<vcos::COSValue> slots(static_cast<std::size_t>(std::max(declared, 1)));

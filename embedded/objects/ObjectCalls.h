@@ -44,7 +44,7 @@ const MethodEntry* findMethod(const HostObject& object, std::string_view method,
 const MethodEntry& requireMethod(const HostObject& object, std::string_view method, const vcos::COSClient& client);
 
 // Runs a method. `arguments` begins with the object. The results are those that the method delivered, at most as many
-// as wanted unless the method gives a first result unasked; one that it left out is null.
+// as wanted unless the method returns a first result unasked; one that it left out is null.
 std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method, int resultsWanted,
                                   std::span<vxArray_tag* const> arguments);
 

@@ -74,7 +74,7 @@ bool convertElements(const vxArray_tag* from, void* to, std::size_t count) {
     const auto* source = static_cast<const From*>(vx::vxGetData(from));
     auto* target = static_cast<To*>(to);
     for (std::size_t index = 0; index < count; ++index) {
-        // A logical may be any byte; read as a bool it has to be one of two.
+        // A logical may be any byte; to be read as a bool it must be 0 or 1.
         const auto value = [&] {
             if constexpr (std::is_same_v<From, bool>) {
                 return reinterpret_cast<const unsigned char*>(source)[index] != 0;
@@ -91,8 +91,8 @@ bool convertElements(const vxArray_tag* from, void* to, std::size_t count) {
     return true;
 }
 
-// All elements of `from` as elements of a class of numbers, stored at `to`. False: some value does not fit, or one of
-// the classes is no class of numbers.
+// All elements of `from` as elements of a class of numbers, stored at `to`. False where some value does not fit, or one
+// of the classes is not a class of numbers.
 bool convertNumbers(const vxArray_tag* from, vxClassID classId, void* to, std::size_t count) {
     return withElementType(classId, [&](auto* toType) {
         return withElementType(vx::vxGetClassID(from), [&](auto* fromType) {

@@ -12,7 +12,7 @@
 
 namespace vantik::detail {
 
-// What a value is for, so that a refusal can say it.
+// What a value is for, so that a refusal can say so.
 struct SlotPlace {
     enum class Role { Property, Input, Output };
 
@@ -29,7 +29,7 @@ struct SlotPlace {
 //   - numbers and logicals become one another where every value fits exactly,
 //   - "unicodeString" takes a char array in one row or one column,
 //   - a "vector" also takes a scalar and any array without elements, whatever its class,
-//   - nothing (null, or the empty array of no class) is null for a property that is no number, and for an input the
+//   - nothing (null, or the empty array of no class) is null for a property that is not a number, and for an input the
 //     empty array of the declared class.
 // Everything else raises VANTIK:vcos:WrongPropertyType, WrongInputType or WrongOutputType.
 class SlotValue {

@@ -97,7 +97,7 @@ std::u16string_view textOf(const vxArray_tag* handle) {
     return detail::textElements(*contents);
 }
 
-// Takes a row of values an element, in the order of the field names.
+// Takes one row of values for each element, in the order of the field names.
 Array makeStructure(std::size_t elements, std::vector<std::string> names, const std::vector<std::vector<Array>>& rows) {
     return translated([&] {
         auto* contents = new detail::StructContents(1, elements, std::move(names));

@@ -19,7 +19,7 @@ std::string_view shortNameOf(std::string_view fullName) {
     return dot == std::string_view::npos ? fullName : fullName.substr(dot + 1);
 }
 
-// A word that is none is refused when the method is added to its class, by name.
+// A word that is not a type word is refused, by name, when the method is added to its class.
 std::vector<TypeWord> parseAll(const std::vector<std::string>& words) {
     std::vector<TypeWord> types;
     for (const std::string& word : words) {
@@ -74,7 +74,7 @@ void CallableMethod::invoke(int& resultCount, vcos::COSValue* results, int input
         values.push_back(valueOf(arrayIn(results[0])));
     }
     for (int index = 0; index < inputCount; ++index) {
-        // Input 0 of a method is the object, which no type word of the program's covers.
+        // Input 0 of a method is the object, which none of the program's type words covers.
         const std::size_t declared = static_cast<std::size_t>(index) - (IsConstructor ? 0 : 1);
         const TypeWord* type = declared < InputTypes.size() ? &InputTypes[declared] : nullptr;
         const bool isHandle = !type || (!type->liesInSlot() && type->Content != TypeWord::Kind::UnicodeString);
@@ -123,7 +123,7 @@ void CallableClassInfo::defineClass(vcos::COSClass& definition) {
     }
 }
 
-// The callables hold whatever state there is; the instance only has to be there.
+// The callables hold whatever state there is; the instance only has to exist.
 void* CallableClassInfo::createInstance() {
     return this;
 }

@@ -30,7 +30,7 @@ struct Reporter {
 };
 
 // One method of a role: the callables and the inputs after the object go in, the result slot comes out. The output has
-// the given type word; null where the method gives nothing.
+// the given type word; null where the method returns nothing.
 template <class Role>
 struct RoleMethodRow {
     const char* Name;
@@ -60,7 +60,7 @@ vcos::COSValue optionalNumber(std::optional<double> value) {
     return slotOf(value ? makeDouble(*value) : vx::vxCreateEmptyUnknownArrayNotOnArrayList());
 }
 
-// The bytes that a provider gave, as the column that the client counts by its rows.
+// The bytes that a provider returned, as the column that the client counts by its rows.
 vxArray_tag* contentColumn(Array given) {
     static const TypeWord bytes = *TypeWord::parse("uint8 vector");
     const ArrayOwner content(given.release());

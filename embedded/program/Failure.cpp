@@ -14,7 +14,7 @@ namespace vantik {
 
 namespace {
 
-// `what()` of an empty text would tell nothing.
+// An empty `what()` would say nothing.
 Message withText(Message message) {
     if (message.Text.empty()) {
         message.Text = message.identifier();
@@ -37,7 +37,7 @@ namespace {
 
 constexpr const char* kUnknownException = "an exception of a type that is no std::exception";
 
-// A message may quote text that is no valid UTF-16; the rest of it is still worth having.
+// A message may quote text that is not valid UTF-16; the rest of it is still worth having.
 std::string toUtf8(const std::u16string& text) {
     std::u16string valid;
     valid.reserve(text.size());

@@ -119,7 +119,7 @@ Array Host::callBuiltin(std::string_view name, std::span<const Array> arguments)
             detail::CallFrame frame;
             vxArray_tag* result = nullptr;
             builtin(1, &result, static_cast<int>(inputs.size()), inputs.data());
-            return Array::adopt(result); // and so off the frame
+            return Array::adopt(result); // which takes it off the frame
         });
     });
 }

@@ -34,7 +34,7 @@ std::string servicesVersion() {
 #endif
 }
 
-// What the linked libcurl can do beyond HTTP/1.1: a table of its bits, and the libraries that it tells by version.
+// What the linked libcurl can do beyond HTTP/1.1: a table of its bits, and the libraries whose versions it reports.
 struct Feature {
     int Bit;
     const char* Name;

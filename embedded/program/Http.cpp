@@ -36,7 +36,7 @@ constexpr std::string_view kCutHead = "CRLF not found in headers:\n";
 
 constexpr std::string_view kNameLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz-";
 
-// `name` has nothing but the letters above, of which bit 5 tells the case.
+// `name` has nothing but the letters above, whose case is bit 5.
 bool isSecretField(std::string_view name) {
     const auto sameLetter = [](char a, char b) { return (a | 0x20) == (b | 0x20); };
     return std::any_of(std::begin(kSecretHttpFields), std::end(kSecretHttpFields), [&](std::string_view secret) {
@@ -44,7 +44,7 @@ bool isSecretField(std::string_view name) {
     });
 }
 
-// Where the value of a field ends: before the first line end that no line continues.
+// Where the value of a field ends: before the first line end whose next line is not a continuation.
 std::size_t valueEnd(std::string_view text) {
     std::size_t end = text.find('\n');
     while (end != std::string_view::npos && end + 1 < text.size() && (text[end + 1] == ' ' || text[end + 1] == '\t')) {
@@ -57,7 +57,7 @@ std::size_t valueEnd(std::string_view text) {
 }
 
 double checkedLimit(Milliseconds limit) {
-    if (!(limit.count() > 0)) { // not a number is none either
+    if (!(limit.count() > 0)) { // refuses NaN too
         fail("InvalidTimeLimit", std::to_string(limit.count()));
     }
     return limit.count() > kLongestLimit ? kNoLimit.count() : limit.count();
@@ -86,7 +86,7 @@ Array httpFields(std::initializer_list<HttpField> fields) {
 
 std::vector<HttpField> readHttpFields(const Array& fields) {
     std::vector<HttpField> result;
-    fields.fieldNames(); // raises for what is no struct, an empty one too
+    fields.fieldNames(); // raises for what is not a struct, even an empty one
     result.reserve(fields.size());
     for (std::size_t index = 0; index < fields.size(); ++index) {
         result.push_back({fields.field("Name", index).textOr(""), fields.field("Value", index).textOr("")});

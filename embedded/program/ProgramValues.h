@@ -10,8 +10,8 @@
 namespace vantik::detail {
 
 // Raises for what only a program can get wrong: an object of another scope, and an enumeration member that its class
-// does not have. (A module may be handed members of a newer host and passes them over; a person's typing error should
-// not pass.)
+// does not have. (A module may be handed members of a newer host and ignores them; a typing error should not be
+// ignored.)
 void checkValue(const Scope& scope, const Array& value);
 
 // The handles of values, borrowed from them, each one checked.

@@ -14,15 +14,16 @@ namespace vantik::detail {
 
 namespace {
 
-// How often somebody who waits looks whether to go on. A wish to stop is raised in a signal handler, which can wake
-// nobody.
+// How often whoever waits checks whether to go on. A request to stop comes from a signal handler, which cannot wake
+// anyone.
 constexpr std::chrono::milliseconds kLookInterval{20};
 
-// One call, shared by who waits for it and who runs it. The result is written before `Done`, under the guard of both.
+// One call, shared by the thread that waits for it and the one that runs it. The result is written before `Done`, under
+// the guard of both.
 struct Call {
     std::function<SerialCalls::Answer()> What;
     SerialCalls::Answer Result;
-    std::string Failure; // words
+    std::string Failure; // what was raised, as text
     bool Failed = false;
     bool Done = false;
 };
@@ -77,8 +78,8 @@ SerialCalls::SerialCalls() : Shared(std::make_shared<State>()) {}
 
 SerialCalls::~SerialCalls() = default;
 
-// Each call has a thread of its own, which ends with it: nothing is left behind that a process which forks, or ends,
-// would have to mind.
+// Each call has a thread of its own, which ends with it: nothing remains that a process which forks, or ends,
+// would have to take care of.
 SerialCalls::Answer SerialCalls::run(std::function<Answer()> what, const std::function<void()>& checkStop) {
     const auto call = std::make_shared<Call>();
     call->What = std::move(what);
@@ -95,7 +96,7 @@ SerialCalls::Answer SerialCalls::run(std::function<Answer()> what, const std::fu
             shared->Changed.notify_all();
         }).detach();
     }
-    state.Busy = true; // still under the guard, which the thread needs to say the contrary
+    state.Busy = true; // still under the guard, which the thread needs to take that back
     state.await(lock, checkStop, [&] { return call->Done; });
     if (call->Failed) {
         throw std::runtime_error(call->Failure);

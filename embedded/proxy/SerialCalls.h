@@ -18,9 +18,9 @@ public:
     SerialCalls(const SerialCalls&) = delete;
     SerialCalls& operator=(const SerialCalls&) = delete;
 
-    // Gives what `call` gives, and raises std::runtime_error with the words of what it raises. `checkStop` is called
-    // again and again meanwhile; what it raises ends the wait. The call itself cannot be ended: it goes on for itself,
-    // and the next one begins when it is over. So it owns what it needs, and all of that outlives it.
+    // Returns what `call` returns, and raises std::runtime_error with the text of what it raises. `checkStop` is called
+    // at short intervals meanwhile; what it raises ends the wait. The call itself cannot be ended: it goes on by
+    // itself, and the next one begins when it is over. So it owns what it needs, and all of that outlives it.
     Answer run(std::function<Answer()> call, const std::function<void()>& checkStop);
 
 private:

@@ -1,5 +1,5 @@
-// Who asked for the stop that an interrupt exception stands for. Kept beside what the contract has of that exception:
-// only the embedding API reports it.
+// Who asked for the stop that an interrupt exception reports. Attached to the exception, since the contract does not
+// have it: only the embedding API needs to know.
 #pragma once
 
 #include "host/Interrupt.h"

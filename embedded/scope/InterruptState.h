@@ -1,4 +1,4 @@
-// The request to stop what runs in a scope: raised by a person, by another thread, or by a total time that is over.
+// The request to stop what runs in a scope: made by a person, by another thread, or when a total time is over.
 #pragma once
 
 #include <atomic>
@@ -17,9 +17,9 @@ public:
     // As `request`, once `time` has passed. Zero or less: at once. nanoseconds::max(): never. Replaces an earlier time.
     void requestAfter(std::chrono::nanoseconds time) noexcept;
 
-    // A request was made, or its time has come, and nobody has taken it yet.
+    // A request was made, or its time has come, and it has not been taken yet.
     bool pending() const noexcept;
-    // Gives what `pending` gives and drops the request. A time that lies ahead stays set.
+    // Returns what `pending` returns and drops the request. A time that lies ahead stays set.
     bool take() noexcept;
     // Drops the request, and the memory of one that was seen.
     void clear() noexcept;

@@ -27,7 +27,7 @@ std::filesystem::path ownFolder() {
     return std::filesystem::path(place.dli_fname).parent_path();
 }
 
-// What to give to the loader: the first folder that has the file, or the bare file name.
+// What to pass to the loader: the first folder that has the file, or the bare file name.
 std::string locate(const std::string& file) {
     if (file.find('/') != std::string::npos) {
         return file;
@@ -42,7 +42,7 @@ std::string locate(const std::string& file) {
     for (const std::filesystem::path& folder : folders) {
         std::error_code error;
         if (const std::filesystem::path candidate = folder / file; std::filesystem::is_regular_file(candidate, error)) {
-            // A name without a slash would send the loader on a search of its own.
+            // A name without a slash would make the loader search elsewhere.
             return folder.is_absolute() ? candidate.string() : "./" + candidate.string();
         }
     }
@@ -131,7 +131,7 @@ void ModuleTable::terminate() noexcept {
             try {
                 reinterpret_cast<Entry>(entry)();
             } catch (...) {
-                // The scope ends in any case, and there is nobody left to tell.
+                // The scope ends in any case, and nobody is left to be told.
             }
         }
     }
@@ -143,7 +143,7 @@ ModuleTable::Builtin ModuleTable::findBuiltin(std::string_view name) const {
         for (const std::string& symbol : symbols) {
             void* found = dlsym(module->Library, symbol.c_str());
             // The loader also looks into what the module is linked with, where a function of the same name may have
-            // quite another form.
+            // quite another signature.
             if (found && baseOf(found) == module->Base) {
                 return reinterpret_cast<Builtin>(found);
             }

@@ -23,10 +23,10 @@ public:
     // initialised is not in the table.
     void load(std::string_view nameOrPath);
 
-    // Runs the VKTerminate_<name> of each module that has one, youngest first, once.
+    // Runs the VKTerminate_<name> of each module that has one, newest first, once.
     void terminate() noexcept;
 
-    // A builtin by its plain symbol name or by its qualified C++ name; the youngest module that has it counts. Raises
+    // A builtin by its plain symbol name or by its qualified C++ name; the newest module that has it counts. Raises
     // where none has.
     Builtin findBuiltin(std::string_view name) const;
 
@@ -42,7 +42,7 @@ private:
 // The symbol name of `void ns::name(int, vxArray_tag**, int, vxArray_tag**)`.
 std::string builtinSymbol(std::string_view qualifiedName);
 
-// The file name of the module and its name: "x" gives "libx.so" and "x", "/a/libx.so" gives itself and "x".
+// The file name of the module and its name: "libx.so" and "x" for "x", "/a/libx.so" and "x" for "/a/libx.so".
 struct ModuleFile {
     std::string Name;
     std::string File;

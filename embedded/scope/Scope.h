@@ -1,5 +1,5 @@
-// One host scope: everything that the host keeps for one running program part. The functions declared in host/ find
-// the scope of the calling thread through `Scope::current`.
+// One host scope: everything that the host keeps for one running part of a program. The functions declared in host/
+// find the scope of the calling thread through `Scope::current`.
 #pragma once
 
 #include "embedded/arrays/CallFrame.h"
@@ -17,8 +17,8 @@
 namespace vantik::detail {
 
 // Destroyed with its last owner: the Host and every object made in it hold it. The order of the members is the order of
-// life: modules are told first, then singletons go (they may still log), then classes, then the names that classes use
-// as keys.
+// life: modules are notified first, then singletons go (they may still log), then classes, then the names that classes
+// use as keys.
 class __attribute__((visibility("default"))) Scope : public std::enable_shared_from_this<Scope> {
     // Makes the scope current while its members are built and again until the last of them is gone: what is made or
     // deleted then may ask for its scope.

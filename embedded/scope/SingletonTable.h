@@ -18,10 +18,10 @@ public:
 
     // The holder stored under a key, or null. Raises std::logic_error for a key that belongs to another type.
     foundation::usm::Holder* find(std::size_t id, const std::type_info& type);
-    // Stores `value` where the key is free and otherwise leaves it with the caller; gives what is stored afterwards.
+    // Stores `value` where the key is free and otherwise leaves it with the caller; returns what is stored afterwards.
     foundation::usm::Holder* findOrInsert(std::size_t id, const std::type_info& type, foundation::usm::Holder&& value);
 
-    // Deletes the objects, the youngest first. While one is deleted, the older ones can still be found.
+    // Deletes the objects, the newest first. While one is deleted, the older ones can still be found.
     void clear() noexcept;
 
     std::size_t size() const noexcept { return Entries.size(); }

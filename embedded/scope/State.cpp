@@ -28,7 +28,7 @@ ImpersonationGuard::~ImpersonationGuard() {
             exit();
         }
     } catch (...) {
-        // A guard also ends while an exception passes; a second one would end the process.
+        // A guard may end while an exception unwinds; a second one would end the process.
     }
 }
 

@@ -49,7 +49,8 @@ ProcessServices& services() {
     return instance;
 }
 
-// Lets go of libcurl when the process ends. Scopes that still live hold it themselves, so that it goes with the last.
+// Lets go of libcurl when the process ends. Scopes that still exist hold it themselves, so that it goes with the last
+// of them.
 struct AtExit {
     ~AtExit() {
         ProcessServices& process = services();

@@ -14,7 +14,7 @@ VANTIK_HOST_API std::shared_ptr<cppmicroservices::Framework> makeEmptyFramework(
 
 // Puts a framework, or null, in the place of the process's own, for every scope.
 VANTIK_HOST_API void replaceFramework(std::shared_ptr<cppmicroservices::Framework> framework);
-// Brings the process's own framework back.
+// Restores the process's own framework.
 VANTIK_HOST_API void restoreFramework();
 
 // Replaces the framework as long as it lives.

@@ -50,7 +50,8 @@ std::u16string_view withoutFilePrefix(std::u16string_view name) {
     return name;
 }
 
-// From the environment, or from the user's account where it says nothing. Empty where neither has a valid text.
+// From the environment, or from the user's account where the environment does not say. Empty where neither has a valid
+// text.
 std::u16string homeFolder() {
     std::string home;
     if (const char* value = std::getenv("HOME"); value && *value) {
@@ -71,7 +72,7 @@ std::u16string homeFolder() {
 
 std::u16string cleanFileName(const std::u16string& name, const std::u16string& home) {
     const std::u16string_view path = withoutFilePrefix(trimmed(name));
-    // The file functions would stop reading at the NUL and open a file that nobody named.
+    // The file functions would stop reading at the NUL and open a file with another name.
     if (path.find(u'\0') != path.npos) {
         return {};
     }

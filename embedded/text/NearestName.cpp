@@ -7,8 +7,8 @@ namespace vantik::detail {
 
 namespace {
 
-// Edits are counted in halves. The command line counts otherwise for the words that people mistype: there neighbours that
-// are swapped are one edit, and letter case is nothing special.
+// Edits are counted in halves. The command line has a distance of its own for mistyped words: swapping two neighbours
+// is one edit there, and letter case counts in full.
 constexpr std::size_t kEdit = 2;
 constexpr std::size_t kCaseEdit = 1;
 constexpr std::size_t kLongestName = 256; // the comparison takes the product of both lengths
@@ -45,7 +45,7 @@ std::string nearestName(std::string_view name, std::span<const std::string> cand
     if (name.size() > kLongestName) {
         return nearest;
     }
-    // Names of classes share long packages: what may differ is measured by the part behind the last dot.
+    // Names of classes share long packages: what may differ is measured by the part after the last dot.
     const std::size_t dot = name.rfind('.');
     const std::size_t length = dot == std::string_view::npos ? name.size() : name.size() - dot - 1;
     std::size_t best = std::max<std::size_t>(length / 3, 1) * kEdit + 1;

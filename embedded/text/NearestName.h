@@ -1,4 +1,4 @@
-// The hint in a failure about a name that nobody knows: which known one may have been meant.
+// The hint in a failure about an unknown name: which known name may have been meant.
 #pragma once
 
 #include "host/Messages.h"
@@ -10,11 +10,11 @@
 
 namespace vantik::detail {
 
-// The candidate with the fewest edits (a character put in, left out or changed; letter case counts half) from `name`,
-// at most a third of the length of its last part. Empty: none is close.
+// The candidate with the fewest edits (a character inserted, deleted or replaced; letter case counts half) from `name`,
+// at most a third of the length of its last part. Empty where none is close.
 std::string nearestName(std::string_view name, std::span<const std::string> candidates);
 
-// The arguments of a failure, then the hint, or "none". The texts of these failures leave the hint out then.
+// The arguments of a failure, then the hint, or "none". The texts of these failures show no hint for "none".
 std::vector<resource_core::MsgArgument> withHint(std::vector<resource_core::MsgArgument> arguments, std::string hint);
 
 } // namespace vantik::detail

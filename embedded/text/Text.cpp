@@ -45,7 +45,7 @@ public:
         : CvtExceptionBase("there is no encoding named \"" + printable(encoding) + "\"") {}
 
 private:
-    // What is no name may be anything, of any length.
+    // Text that is not a name may be anything, of any length.
     static std::string printable(const std::string& name) {
         constexpr std::size_t enough = 60;
         std::string text = name.substr(0, enough);
@@ -65,7 +65,7 @@ using Converter = std::unique_ptr<UConverter, CloseConverter>;
 void U_CALLCONV refuse(const void*, UConverterFromUnicodeArgs*, const UChar*, int32_t, UChar32,
                        UConverterCallbackReason, UErrorCode*) {}
 
-// ICU reads the empty name as its default converter and options behind a comma; neither is a name of an encoding.
+// ICU reads the empty name as its default converter and what follows a comma as options; neither names an encoding.
 bool isEncodingName(const std::string& name) {
     constexpr std::size_t longest = 59; // ICU's own limit
     return !name.empty() && name.size() <= longest && std::all_of(name.begin(), name.end(), [](char c) {
@@ -86,7 +86,7 @@ Converter openConverter(const std::string& encoding) {
     if (U_FAILURE(status)) {
         throw UnknownEncoding(encoding);
     }
-    ucnv_setFallback(converter.get(), false); // a letter that only looks alike is a substitute, too
+    ucnv_setFallback(converter.get(), false); // a letter that only looks alike is a substitute too
     ucnv_setFromUCallBack(converter.get(), refuse, nullptr, nullptr, nullptr, &status);
     if (U_FAILURE(status)) {
         throw CvtExceptionBase("the encoding " + encoding + " cannot be used: " + u_errorName(status));
@@ -94,7 +94,7 @@ Converter openConverter(const std::string& encoding) {
     return converter;
 }
 
-// Raises for what the converter stopped at; `consumed` is how far it has read.
+// Raises the failure for what the converter stopped at; `consumed` is how far it has read.
 [[noreturn]] void raiseStop(UConverter* converter, UErrorCode reason, std::size_t consumed,
                             const std::string& encoding) {
     std::array<UChar, 16> units{};
@@ -202,7 +202,7 @@ void append(std::u16string& text, UChar32 character) {
     }
 }
 
-// The character that starts at `position`, which is moved behind it; negative, and not moved, where there is none.
+// The character that starts at `position`, which is moved past it; negative, and not moved, where there is none.
 UChar32 nextCharacter(std::string_view text, std::size_t& position) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
     std::size_t next = position;

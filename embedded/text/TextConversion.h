@@ -8,8 +8,8 @@
 
 namespace vantik::detail {
 
-// UTF-16 from UTF-8. The first form maps each byte that is not valid to U+FFFD; the second gives nothing for text that
-// is not valid throughout and stores the offset of the first bad byte.
+// UTF-16 from UTF-8. The first form maps each byte that is not valid to U+FFFD; the second returns nothing for text
+// that is not valid throughout and stores the offset of the first bad byte.
 std::u16string decodeUtf8(std::string_view text);
 std::optional<std::u16string> decodeUtf8Strictly(std::string_view text, std::size_t& badByte);
 
@@ -17,8 +17,8 @@ std::optional<std::u16string> decodeUtf8Strictly(std::string_view text, std::siz
 std::string encodeUtf8(std::u16string_view text);
 
 // The locale that the environment asks for, from the values of LC_ALL, LC_MESSAGES and LANG (null: not set). The first
-// one that is not empty counts, without its encoding and modifier. "C", "POSIX" and whatever is no locale name give
-// "en".
+// one that is not empty counts, without its encoding and modifier. "C", "POSIX" and whatever is not a locale name
+// become "en".
 std::string localeName(const char* all, const char* messages, const char* language);
 
 // Expansion of a file name; `home` is empty where no home directory is known.

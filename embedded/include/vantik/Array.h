@@ -18,7 +18,7 @@ namespace vantik {
 // Nothing here needs a Host, and different Arrays may be used on different threads at once, copies of one another too;
 // one Array belongs to one thread at a time. An Array that holds objects belongs to their Host's thread and must not
 // outlive the program's last Host. Conversions that do not fit raise Failure, naming the class found and the one
-// expected; where there is no memory, std::bad_alloc leaves.
+// expected; where there is no memory, std::bad_alloc is raised.
 class __attribute__((visibility("default"))) Array {
 public:
     Array() noexcept; // the empty array of no class, 0-by-0: "no value"
@@ -56,7 +56,7 @@ public:
     using Field = std::pair<std::string, Array>;
     // 1-by-1 struct, its fields in the order given. Raises VANTIK:vx:DuplicateField and VANTIK:vx:EmptyFieldName.
     static Array structure(std::initializer_list<Field> fields);
-    // 1-by-n struct with one element a row; each row holds its values in the order of the field names. Raises
+    // 1-by-n struct with one element for each row; each row holds its values in the order of the field names. Raises
     // VANTIK:vx:RowLength for a row of another length, and as `structure`.
     static Array structures(const std::vector<std::string>& fieldNames, const std::vector<std::vector<Array>>& rows);
 
@@ -80,7 +80,7 @@ public:
     // Raises VANTIK:vx:NoSuchField and VANTIK:vx:IndexOutOfRange.
     Array field(std::string_view name, std::size_t index = 0) const;
 
-    // Contents of a uint8 array, where they lie: valid until the Array is written, assigned to or destroyed.
+    // Contents of a uint8 array, in place: valid until the Array is written, assigned to or destroyed.
     std::span<const std::byte> bytes() const;
     std::string_view byteText() const&; // the same bytes seen as characters
     std::string byteText() &&;          // of an Array that is about to go: a copy
@@ -97,7 +97,7 @@ private:
     vxArray_tag* Handle;
 };
 
-// Bytes seen as characters, where they lie.
+// Bytes seen as characters, in place.
 inline std::string_view asText(std::span<const std::byte> bytes) noexcept {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }

@@ -40,9 +40,9 @@ private:
     Message Content;
 };
 
-// The operation was stopped: by `Host::interrupt`, by a total time, or by a progress reporter that said stop. Its
-// identifier is VANTIK:host:Interrupted. A request that is stopped before its response has begun fails with
-// VANTIK:webservices:ConnectionFailed instead; `Host::wasInterrupted` tells it from a network's failure.
+// The operation was stopped: by `Host::interrupt`, by the limit of its total time, or by a progress reporter that said
+// stop. Its identifier is VANTIK:host:Interrupted. A request that is stopped before its response has begun fails with
+// VANTIK:webservices:ConnectionFailed instead; `Host::wasInterrupted` distinguishes it from a network failure.
 class __attribute__((visibility("default"))) Interrupted : public Failure {
 public:
     Interrupted(Message message, bool byProgram);

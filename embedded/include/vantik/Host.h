@@ -23,7 +23,7 @@ struct MethodDescription {
     std::vector<std::string> Inputs; // type words, the object first; empty where nothing is declared
     std::vector<std::string> Outputs;
     int OptionalInputs = 0; // how many of the last inputs may be left out
-    bool Declared = true;   // false: it takes and gives anything
+    bool Declared = true;   // false: it takes and returns anything
 };
 struct PropertyDescription {
     std::string Name;
@@ -38,7 +38,7 @@ struct ClassDescription {
     std::vector<PropertyDescription> Properties; // in order of registration
     std::vector<MethodDescription> Methods;      // in order of registration, the constructor first; public ones only
     std::vector<std::string> Members;            // of an enumeration
-    bool Abstract = false;                       // to derive from only
+    bool Abstract = false;                       // only to derive from
 };
 
 // Where warnings go, called on the Host's thread in the middle of the operation that warns. What it raises is dropped,
@@ -58,7 +58,7 @@ public:
     Host& operator=(const Host&) = delete;
 
     // Loads a module (a shared object with VKInitialize_<name>) and registers its classes in this scope. A name without
-    // a slash is looked up in the folder named by VANTIK_MODULE_PATH, beside the host's own library, then where the
+    // a slash is looked up in the folder named by VANTIK_MODULE_PATH, next to the host's own library, then where the
     // dynamic loader looks; one with a slash is a file. Loading twice does no harm. Raises VANTIK:host:ModuleNotLoaded
     // with the loader's reason.
     void load(std::string_view module);
@@ -82,8 +82,8 @@ public:
     void onWarning(WarningHandler handler); // an empty handler: "warning: text" on standard error, as at first
 
     // From now on an operation of an Object or a builtin during which this warning came fails with it at its end, as
-    // Failure with the warning's message, unless it fails anyhow; its results are dropped. The warning is not shown.
-    // For example kIncompleteContent: without this, content that was cut off is a result like any other.
+    // Failure with the warning's message, unless it fails anyway; its results are dropped. The warning is not shown.
+    // For example kIncompleteContent: otherwise content that was cut off is a result like any other.
     void treatAsFailure(std::string_view identifier);
 
     // Asks what runs in this scope to stop; it raises Interrupted at its next check, about a second later at most while
@@ -92,7 +92,7 @@ public:
     void interrupt() noexcept;
     void clearInterrupt() noexcept; // also makes `wasInterrupted` false
     bool interruptPending() const noexcept;
-    // True once a request to stop, or a time that was over, has stopped an operation, until `clearInterrupt`. It tells
+    // True once a request to stop, or a time limit, has stopped an operation, until `clearInterrupt`. It distinguishes
     // a failed connection from one that was stopped: see Interrupted.
     bool wasInterrupted() const noexcept;
     // As `interrupt`, once this much time has passed, unless called again before. Zero or less: at once;

@@ -18,9 +18,9 @@ namespace vantik {
 
 class Host;
 
-// A method as a callable. It gets the object first, then the caller's inputs, and gives its results in order; more than
-// the caller wants are dropped. What it throws reaches the caller of the method unchanged, through every host call in
-// between (except that a handler in between may turn it into a failure of its own).
+// A method as a callable. It gets the object first, then the caller's inputs, and returns its results in order; more
+// than the caller wants are dropped. What it throws reaches the caller of the method unchanged, through every host call
+// in between (except that a handler in between may turn it into a failure of its own).
 using Method = std::function<std::vector<Array>(std::span<const Array> inputs)>;
 
 // Defines one class in a Host. Build it once, then make objects of it with `Host::create`. A definition may be used in
@@ -33,8 +33,8 @@ public:
     HostClass& operator=(HostClass&&) noexcept;
 
     HostClass& derivesFrom(std::string fullName); // may be called for several; looked up by `defineIn`
-    // A method named like the class (without its package) is the constructor; its results count for nothing. A class
-    // without one takes the one of its base class.
+    // A method named like the class (without its package) is the constructor; its results are ignored. A class
+    // without one takes that of its base class.
     HostClass& method(std::string name, Method body);
     // The same with declared inputs (after the object) and outputs, in type words; calls that do not fit are refused.
     HostClass& method(std::string name, std::vector<std::string> inputTypes, std::vector<std::string> outputTypes,
@@ -53,8 +53,8 @@ private:
 // VANTIK:vcos:NoCallable), the others may be left out. What they raise ends the transfer and reaches its caller
 // unchanged, with one exception: an Interrupted while the request is sent becomes VANTIK:webservices:ConnectionFailed.
 
-// Gives the next bytes, at most about `wanted` of them; no bytes mean the end. `rewind` is called before the first read
-// and whenever the content has to be sent again from its start.
+// Returns the next bytes, at most about `wanted` of them; no bytes mean the end. `rewind` is called before the first
+// read and whenever the content has to be sent again from its start.
 struct ContentProvider {
     std::function<void()> rewind{};
     // n-by-1 uint8, as `Array::bytes` makes it; text raises VANTIK:vcos:WrongOutputType.
@@ -76,20 +76,19 @@ private:
     std::optional<double> Count;
 };
 
-// Takes bytes. `start` may give the largest piece wanted, in bytes (at most 16384 count). `write` gets a piece that
-// lies where it is until the call returns, and gives how many of its bytes it took: fewer than offered end the copy
-// quietly, std::nullopt ends it with VANTIK:webservices:OperationTerminatedByConsumer. `close` comes once at the end,
-// behind a failure too, unless `start` itself failed.
+// Takes bytes. `start` may return the largest piece wanted, in bytes (at most 16384 count). `write` gets a piece that
+// stays where it is until the call returns, and returns how many of its bytes it took: fewer than offered end the copy
+// quietly, std::nullopt ends it with VANTIK:webservices:OperationTerminatedByConsumer. `close` is called once at the
+// end, after a failure too, unless `start` itself failed.
 struct ContentConsumer {
     std::function<std::optional<double>()> start{};
     std::function<Taken(std::span<const std::byte> piece)> write{};
     std::function<void()> close{};
-    std::function<void()> interrupted{}; // the user stopped the transfer
-    std::function<void(std::span<const std::byte> saved)>
-        savedOnFailure{}; // behind `close`: what came before a failure
+    std::function<void()> interrupted{};                                    // the user stopped the transfer
+    std::function<void(std::span<const std::byte> saved)> savedOnFailure{}; // after `close`: what came before a failure
 };
 
-// Told the number of bytes so far; false stops the transfer, which then raises Interrupted (byProgram).
+// Called with the number of bytes so far; false stops the transfer, which then raises Interrupted (byProgram).
 using ProgressReporter = std::function<bool(std::uint64_t bytes)>;
 
 // Objects for the properties Provider, Consumer and ProgressReporter of a connection of the same Host.

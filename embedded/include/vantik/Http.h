@@ -23,7 +23,7 @@ inline constexpr std::string_view kHttpConnectionClass = "vantik.internal.webser
 // The enumeration that `setAuthenticationSchemes` takes, with the members Basic, Digest, NTLM and Negotiate.
 inline constexpr std::string_view kAuthenticationSchemeClass = "vantik.net.http.AuthenticationScheme";
 
-// For `Host::callBuiltin`: takes a URL in ASCII, as the property URL gives it, and gives a 1-by-1 struct with Host
+// For `Host::callBuiltin`: takes a URL in ASCII, as the property URL gives it, and returns a 1-by-1 struct with Host
 // (text, empty for a direct connection), Port (double), Username and Password (text), fit for `openProxyConnection`.
 inline constexpr std::string_view kProxyLookup = "ws_base::getProxyInfoBuiltin";
 
@@ -38,17 +38,17 @@ struct HttpField {
 };
 
 // Fields as the method setFields takes them: a 1-by-n struct with Name and Value, in the order given. An empty value
-// keeps libcurl from sending its own field of that name. Raises VANTIK:host:InvalidFieldName where a name is no token
-// (RFC 9110, section 5.6.2), VANTIK:host:InvalidFieldValue where a value has CR, LF or NUL (section 5.5): either would
-// let a text that comes from outside add fields of its own. Any thread; the caller owns the Array.
+// keeps libcurl from sending its own field of that name. Raises VANTIK:host:InvalidFieldName where a name is not a
+// token (RFC 9110, section 5.6.2), VANTIK:host:InvalidFieldValue where a value has CR, LF or NUL (section 5.5): either
+// would let a text that comes from outside add fields of its own. Any thread; the caller owns the Array.
 __attribute__((visibility("default"))) Array httpFields(std::span<const HttpField> fields);
 __attribute__((visibility("default"))) Array httpFields(std::initializer_list<HttpField> fields);
 
-// The other way: what getRequestFields and getResponseFields give, in the order of the wire, repeated names included.
-// Raises VANTIK:vx:ExpectedClass or VANTIK:vx:NoSuchField for an Array that is no struct of Name and Value.
+// The reverse: what getRequestFields and getResponseFields return, in the order of the wire, repeated names included.
+// Raises VANTIK:vx:ExpectedClass or VANTIK:vx:NoSuchField for an Array that is not a struct of Name and Value.
 __attribute__((visibility("default"))) std::vector<HttpField> readHttpFields(const Array& fields);
 
-// Fields whose values are credentials; names of fields are the same in any case.
+// Fields whose values are credentials; names of fields are compared without regard to case.
 inline constexpr std::string_view kSecretHttpFields[] = {"Authorization", "Proxy-Authorization", "Cookie",
                                                          "Set-Cookie"};
 

@@ -40,13 +40,13 @@ public:
 
     // Values are checked against the declared type, and converted where no information is lost: numbers and logicals
     // become one another where every value fits exactly, text becomes the text of a property, a "vector" takes a row, a
-    // column, a scalar and any empty array. `Array()`, the empty array of no class, stands for no value: it clears a
+    // column, a scalar and any empty array. `Array()`, the empty array of no class, means no value: it clears a
     // property that holds text, an array or an object, and a property that holds one number refuses it. A value that
     // does not fit raises VANTIK:vcos:WrongPropertyType; a property without a setter VANTIK:vcos:ReadOnlyProperty.
     void set(std::string_view property, const Array& value) const;
 
-    // Calls a method with one result wanted (none, where it has none), or as many as stated; gives the results that the
-    // method delivered, which may be one where none was wanted. Inputs are converted as for `set`, except that
+    // Calls a method with one result wanted (none, where it has none), or as many as stated; returns the results that
+    // the method delivered, which may be one where none was wanted. Inputs are converted as for `set`, except that
     // `Array()` becomes the empty array of the declared class. Inputs are borrowed for the call, results are the
     // caller's. Methods whose name ends in "Internal" are there for the host only. Raise VANTIK:vcos:WrongInputType,
     // VANTIK:vcos:TooManyInputs, VANTIK:vcos:NotEnoughInputs and VANTIK:vcos:TooManyOutputs.

@@ -1,4 +1,4 @@
-// A service operation that was called in a wrong way.
+// A service operation that was called wrongly.
 #pragma once
 
 #include "cppmicroservices/GlobalConfig.h"

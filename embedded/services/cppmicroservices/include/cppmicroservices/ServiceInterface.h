@@ -20,7 +20,7 @@ const std::string& us_service_interface_iid() {
     return name;
 }
 
-// Gives an interface a name of its own. Stands outside every namespace, after the interface.
+// Names an interface. Used outside every namespace, after the interface.
 #define CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(_service_interface_type, _service_interface_id)                     \
     template <>                                                                                                        \
     inline const std::string& us_service_interface_iid<_service_interface_type>() {                                    \

@@ -1,4 +1,4 @@
-// Gives the object behind a service reference.
+// Returns the object that a service reference names.
 #pragma once
 
 #include "cppmicroservices/BundleContext.h"
