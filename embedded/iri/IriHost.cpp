@@ -1,6 +1,7 @@
 #include "embedded/iri/IriHost.h"
 
 #include "embedded/iri/IriText.h"
+#include "embedded/messages/HostFailure.h"
 #include "embedded/text/TextConversion.h"
 
 #include <boost/url/grammar/ci_string.hpp>
@@ -12,7 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace vantik::detail {
@@ -64,7 +65,8 @@ const UIDNA* uts46() {
         UErrorCode status = U_ZERO_ERROR;
         std::unique_ptr<UIDNA, CloseIdna> opened(uidna_openUTS46(kUts46Options, &status));
         if (U_FAILURE(status)) {
-            throw std::runtime_error(std::string("the host name rules cannot be loaded: ") + u_errorName(status));
+            raiseHostFailure("VANTIK:host", "LibraryNotUsable",
+                             {std::string("ICU"), std::string("uidna_openUTS46: ") + u_errorName(status)});
         }
         return opened;
     }();

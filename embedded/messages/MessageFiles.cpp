@@ -44,7 +44,7 @@ std::shared_ptr<const MessageTable> readTable(const std::filesystem::path& file)
         return nullptr;
     }
     if (const std::uintmax_t size = std::filesystem::file_size(file, error); error || size > kLargestFile) {
-        std::fprintf(stderr, "warning: %s: no message catalogue, it is too large\n", file.c_str());
+        std::fprintf(stderr, "warning: %s: too large for a message catalogue\n", file.c_str());
         return nullptr;
     }
     std::ifstream stream(file, std::ios::binary);

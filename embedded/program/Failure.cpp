@@ -35,7 +35,7 @@ namespace detail {
 
 namespace {
 
-constexpr const char* kUnknownException = "an exception of a type that is no std::exception";
+constexpr const char* kUnknownException = "an exception that is not a std::exception";
 
 // A message may quote text that is not valid UTF-16; the rest of it is still worth having.
 std::string toUtf8(const std::u16string& text) {

@@ -137,6 +137,8 @@ void stopWhereWanted(bool askedAgain) {
     utInterruptState::ThrowIfInterruptPending();
 }
 
+// Without an identifier of its own: whoever asks takes any failure, and a program sees VANTIK:host:Failure with this
+// text.
 [[noreturn]] void refuseSetting(const std::string& reason) {
     throw std::runtime_error("A proxy setting of this system cannot be used: " + reason);
 }

@@ -15,6 +15,7 @@ thread_local Scope* currentScope = nullptr;
 
 Scope& Scope::current() {
     if (currentScope == nullptr) {
+        // A mistake in the calling code, which no user can do anything about: no identifier.
         throw std::logic_error("This thread is in no host scope");
     }
     return *currentScope;

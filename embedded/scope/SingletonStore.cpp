@@ -22,6 +22,7 @@ foundation::usm::Holder* SingletonTable::find(std::size_t id, const std::type_in
         return nullptr;
     }
     if (entry->Type != std::type_index(type)) {
+        // A mistake in the calling code, as in Scope::current.
         throw std::logic_error("The singleton key " + std::to_string(id) + " belongs to the type " +
                                entry->Type.name() + ", not to " + type.name());
     }

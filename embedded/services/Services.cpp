@@ -1,5 +1,6 @@
 #include "embedded/services/Services.h"
 
+#include "embedded/messages/HostFailure.h"
 #include "embedded/scope/Scope.h"
 
 #include <cppmicroservices/BundleContext.h>
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <mutex>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -27,7 +27,8 @@ class CurlGlobalState final : public LibCurlInitializer {
 public:
     CurlGlobalState() {
         if (const CURLcode code = curl_global_init(CURL_GLOBAL_DEFAULT); code != CURLE_OK) {
-            throw std::runtime_error(std::string("curl_global_init failed: ") + curl_easy_strerror(code));
+            raiseHostFailure("VANTIK:host", "LibraryNotUsable",
+                             {std::string("libcurl"), std::string(curl_easy_strerror(code))});
         }
     }
     ~CurlGlobalState() override { curl_global_cleanup(); }

@@ -26,7 +26,7 @@ Names expectedReports(HostFault fault) {
     case HostFault::OutOfMemory: // as it is, or from the send and the copy as a failed connection
         return {"VANTIK:host:OutOfMemory()", "VANTIK:webservices:ConnectionFailed(std::bad_alloc)"};
     default:
-        return {"VANTIK:host:Failure(an exception of a type that is no std::exception)"};
+        return {"VANTIK:host:Failure(an exception that is not a std::exception)"};
     }
 }
 

@@ -184,7 +184,7 @@ TEST_F(CallbackFailures, WhatTheHostRaisesBecomesAFailure) {
     EXPECT_EQ(seen([] { throw fl::i18n::CvtExceptionBase("no such encoding"); }),
               "VANTIK:host:Failure(no such encoding)");
     EXPECT_TRUE(seen([] { throw boost::numeric::positive_overflow(); }).starts_with("VANTIK:host:Failure("));
-    EXPECT_EQ(seen([] { throw 7; }), "VANTIK:host:Failure(an exception of a type that is no std::exception)");
+    EXPECT_EQ(seen([] { throw 7; }), "VANTIK:host:Failure(an exception that is not a std::exception)");
     EXPECT_EQ(seen([] {
                   throw foundation::core::except::Exception<foundation::core::except::IInternalException,
                                                             std::exception, void>("no IRI");
