@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
     if (parseStatus != kExitDone) {
         return parseStatus;
     }
-    console.configure(parsed.Wanted.Color, parsed.Wanted.JsonErrors || parsed.Wanted.Json);
+    console.configure(parsed.Settings.Color, parsed.Settings.JsonErrors || parsed.Settings.Json);
     if (parsed.Help) {
         console.print(*parsed.Help);
         return kExitDone;
@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
     });
     if (status == kExitDone) {
         status =
-            reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Wanted, console, trace); });
+            reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Settings, console, trace); });
     }
     return status;
 }

@@ -52,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static_cast<void>(wantsJsonErrors(count, arguments.data()));
     try {
         const ParseResult result = parseCommandLine(count, arguments.data());
-        require(!result.Wanted.Url.empty() || result.Help || result.Wanted.Command != Command::Get,
+        require(!result.Settings.Url.empty() || result.Help || result.Settings.Command != Command::Get,
                 "a get that is taken has a URL");
         requireWiped(words, result);
     } catch (const vantik::Failure& failure) {

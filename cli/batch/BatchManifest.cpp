@@ -154,29 +154,29 @@ void BatchManifestParser::reserveJournals(const std::string& base) {
 
 void BatchManifestParser::feed(std::string_view piece) {
     for (auto end = piece.find('\n'); end != piece.npos; end = piece.find('\n')) {
-        if (Rest.empty()) {
+        if (UnfinishedLine.empty()) {
             takeLine(piece.substr(0, end));
         } else {
-            Rest += piece.substr(0, end);
-            takeLine(std::exchange(Rest, {}));
+            UnfinishedLine += piece.substr(0, end);
+            takeLine(std::exchange(UnfinishedLine, {}));
         }
         piece.remove_prefix(end + 1);
     }
-    Rest += piece;
+    UnfinishedLine += piece;
 }
 
 BatchManifest BatchManifestParser::finish() {
-    if (!Rest.empty()) {
-        takeLine(std::exchange(Rest, {}));
+    if (!UnfinishedLine.empty()) {
+        takeLine(std::exchange(UnfinishedLine, {}));
     }
     Targets.clear();
     Ids.clear();
-    Unnamed.clear();
-    return std::move(Result);
+    LinesWithoutTarget.clear();
+    return std::move(Manifest);
 }
 
 void BatchManifestParser::takeLine(std::string_view text) {
-    if (++Number == 1 && text.starts_with(kByteOrderMark)) {
+    if (++LineNumber == 1 && text.starts_with(kByteOrderMark)) {
         text.remove_prefix(kByteOrderMark.size());
     }
     if (text.ends_with('\r')) {
@@ -188,14 +188,14 @@ void BatchManifestParser::takeLine(std::string_view text) {
     }
     try {
         BatchLine line = text.front() == '{' ? parseBatchJson(text) : parseText(text);
-        line.Number = Number;
+        line.Number = LineNumber;
         complete(line);
-        Result.Lines.push_back(std::move(line));
+        Manifest.Lines.push_back(std::move(line));
     } catch (const vantik::Failure& failure) {
-        if (Result.Bad.size() < kMostBadLines) {
-            Result.Bad.push_back({Number, shortened(failure.message().Text)});
+        if (Manifest.Bad.size() < kMostBadLines) {
+            Manifest.Bad.push_back({LineNumber, shortened(failure.message().Text)});
         } else {
-            ++Result.MoreBad;
+            ++Manifest.MoreBad;
         }
     }
 }
@@ -215,7 +215,7 @@ BatchLine BatchManifestParser::parseText(std::string_view text) const {
 void BatchManifestParser::complete(BatchLine& line) {
     checkUrl(line.Url);
     takeCredentials(line);
-    maskingRefused(line.Url, [&] { Check(line.Url); });
+    maskingRefused(line.Url, [&] { CheckUrl(line.Url); });
     settleTarget(line);
     settleId(line);
 }
@@ -246,7 +246,7 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
     if (!JournalBase.empty() && isJournalName(name, JournalBase)) {
         failUsage("the target '" + printable(target) + "' is " + kJournal);
     }
-    const auto [found, isNew] = Targets.emplace(name, Number);
+    const auto [found, isNew] = Targets.emplace(name, LineNumber);
     if (!isNew) {
         failUsage("the target '" + printable(target) + "' is that of line " + std::to_string(found->second) + " too");
     }
@@ -256,14 +256,14 @@ void BatchManifestParser::settleId(BatchLine& line) {
     line.Content = digestOf(line, 0);
     // Lines without a target may be equal on purpose: the same request, made several times.
     if (!line.Target) {
-        if (const std::size_t earlier = Unnamed[line.Content]++; earlier != 0) {
+        if (const std::size_t earlier = LinesWithoutTarget[line.Content]++; earlier != 0) {
             line.Content = digestOf(line, earlier);
         }
     }
     if (!line.Extras || line.Extras->Id.empty()) {
         return;
     }
-    const auto [found, isNew] = Ids.emplace(line.Extras->Id, Number);
+    const auto [found, isNew] = Ids.emplace(line.Extras->Id, LineNumber);
     if (!isNew) {
         failUsage("the id '" + printable(line.Extras->Id) + "' is that of line " + std::to_string(found->second) +
                   " too");

@@ -61,7 +61,7 @@ public:
     // Raises a failure for a URL that cannot be used.
     using UrlCheck = std::function<void(const std::string& url)>;
 
-    explicit BatchManifestParser(UrlCheck check) : Check(std::move(check)) {}
+    explicit BatchManifestParser(UrlCheck check) : CheckUrl(std::move(check)) {}
 
     // Files that no line may name as its target, with what they are ("the manifest").
     void reserve(const std::string& file, const std::string& what);
@@ -78,16 +78,17 @@ private:
     void settleTarget(BatchLine& line);
     void settleId(BatchLine& line);
 
-    UrlCheck Check;
-    std::string Rest; // of a line whose end has not come
-    std::size_t Number = 0;
-    BatchManifest Result;
+    UrlCheck CheckUrl;
+    std::string UnfinishedLine; // its end has not come yet
+    std::size_t LineNumber = 0;
+    BatchManifest Manifest;
     RealNames Names;
-    std::map<std::string, std::string> Reserved;            // by the real name
-    std::string JournalBase;                                // a link at its end not followed; empty for none
-    std::unordered_map<std::string, std::size_t> Targets;   // real name, and its line
-    std::unordered_map<std::string, std::size_t> Ids;       // given ones
-    std::unordered_map<std::uint64_t, std::size_t> Unnamed; // how many lines without a target have this content
+    std::map<std::string, std::string> Reserved;          // by the real name
+    std::string JournalBase;                              // a link at its end not followed; empty for none
+    std::unordered_map<std::string, std::size_t> Targets; // real name, and its line
+    std::unordered_map<std::string, std::size_t> Ids;     // given ones
+    std::unordered_map<std::uint64_t, std::size_t>
+        LinesWithoutTarget; // how many lines without a target have this content
 };
 
 // BatchManifestJson.cpp: a line that is a JSON object. The target stays as given. Raises a usage failure.

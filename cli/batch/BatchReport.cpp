@@ -111,20 +111,20 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
 }
 
 BatchReport::BatchReport(const Console& console, std::size_t all)
-    : Screen(console), Out(STDOUT_FILENO, "standard output", false, std::nullopt),
+    : TheConsole(console), OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt),
       Start(std::chrono::steady_clock::now()) {
-    Counts.All = all;
+    Totals.All = all;
 }
 
 void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
-    const std::string text = resultLine(line, outcome, Screen);
+    const std::string text = resultLine(line, outcome, TheConsole);
     const std::lock_guard lock(Guard);
     if (outcome.Failed) {
-        ++Counts.Failed;
-        ++Statuses[outcome.Failed->Status];
+        ++Totals.Failed;
+        ++FailuresByStatus[outcome.Failed->Status];
     } else {
-        ++Counts.Done;
-        Counts.Bytes += outcome.Bytes;
+        ++Totals.Done;
+        Totals.Bytes += outcome.Bytes;
     }
     print(text);
 }
@@ -132,7 +132,7 @@ void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
 void BatchReport::skipped(const BatchLine& line, const BatchHistory::Ended& ended) {
     const std::string text = plainLine(line, "skipped", &ended);
     const std::lock_guard lock(Guard);
-    ++Counts.Skipped;
+    ++Totals.Skipped;
     print(text);
 }
 
@@ -144,24 +144,24 @@ void BatchReport::planned(const BatchLine& line) {
 
 void BatchReport::print(const std::string& text) {
     // After a signal the line is lost; the journal has the transfer.
-    if (!Out.write(text + "\n") && Out.failure()) {
-        throw vantik::Failure(*Out.failure());
+    if (!OutputSink.write(text + "\n") && OutputSink.failure()) {
+        throw vantik::Failure(*OutputSink.failure());
     }
 }
 
 BatchTotals BatchReport::totals() const {
     const std::lock_guard lock(Guard);
-    BatchTotals result = Counts;
+    BatchTotals result = Totals;
     result.Elapsed = std::chrono::steady_clock::now() - Start;
     return result;
 }
 
 int BatchReport::exitStatus() const {
     const std::lock_guard lock(Guard);
-    if (Statuses.empty()) {
+    if (FailuresByStatus.empty()) {
         return kExitDone;
     }
-    return Statuses.size() == 1 ? Statuses.begin()->first : int{kExitFailure};
+    return FailuresByStatus.size() == 1 ? FailuresByStatus.begin()->first : int{kExitFailure};
 }
 
 } // namespace netrove::cli

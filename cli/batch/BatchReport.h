@@ -53,12 +53,12 @@ public:
 private:
     void print(const std::string& text);
 
-    const Console& Screen;
-    BodySink Out;
+    const Console& TheConsole;
+    BodySink OutputSink;
     std::chrono::steady_clock::time_point Start;
     mutable std::mutex Guard; // of what follows, and of the order of lines
-    BatchTotals Counts;
-    std::map<int, std::size_t> Statuses; // of failures, by exit status
+    BatchTotals Totals;
+    std::map<int, std::size_t> FailuresByStatus; // exit status
 };
 
 } // namespace netrove::cli

@@ -156,20 +156,21 @@ bool isTransient(const FailedAttempt& failed) {
 }
 
 std::optional<std::chrono::milliseconds> RetryPolicy::waitAfter(int attempts, const FailedAttempt& failed) const {
-    if (attempts > Wanted.Retries || !isTransient(failed)) {
+    if (attempts > TheSettings.Retries || !isTransient(failed)) {
         return std::nullopt;
     }
-    if (!Wanted.Unsafe && !failed.NothingSent && !isIdempotent(failed.Method)) {
+    if (!TheSettings.Unsafe && !failed.NothingSent && !isIdempotent(failed.Method)) {
         return std::nullopt;
     }
     // Many clients that failed at once must not come back at once.
     double seconds = 0;
-    if (const auto wish = parseRetryAfter(failed.RetryAfter, Now())) {
-        seconds = *wish + Wanted.FirstWait * Random();
+    if (const auto requested = parseRetryAfter(failed.RetryAfter, Now())) {
+        seconds = *requested + TheSettings.FirstWait * Random();
     } else {
-        seconds = std::min(std::ldexp(Wanted.FirstWait, attempts - 1), Wanted.LongestWait) * (0.5 + 0.5 * Random());
+        seconds =
+            std::min(std::ldexp(TheSettings.FirstWait, attempts - 1), TheSettings.LongestWait) * (0.5 + 0.5 * Random());
     }
-    return std::chrono::milliseconds(std::llround(std::min(seconds, Wanted.LongestWait) * 1000));
+    return std::chrono::milliseconds(std::llround(std::min(seconds, TheSettings.LongestWait) * 1000));
 }
 
 } // namespace netrove::cli

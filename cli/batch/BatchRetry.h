@@ -35,13 +35,13 @@ public:
     // `random` gives numbers from 0 up to, but not including, 1.
     RetryPolicy(const RetrySettings& settings, std::function<double()> random,
                 std::function<WallClock::time_point()> now)
-        : Wanted(settings), Random(std::move(random)), Now(std::move(now)) {}
+        : TheSettings(settings), Random(std::move(random)), Now(std::move(now)) {}
 
     // How long to wait before the next attempt, after this many; nothing where there is to be none.
     std::optional<std::chrono::milliseconds> waitAfter(int attempts, const FailedAttempt& failed) const;
 
 private:
-    RetrySettings Wanted;
+    RetrySettings TheSettings;
     std::function<double()> Random;
     std::function<WallClock::time_point()> Now;
 };

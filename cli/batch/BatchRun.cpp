@@ -18,8 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-RetrySettings retrySettings(const BatchSettings& wanted) {
-    return {wanted.Retries, wanted.RetryWait, wanted.LongestRetryWait, wanted.RetryUnsafe};
+RetrySettings retrySettings(const BatchSettings& batch) {
+    return {batch.Retries, batch.RetryWait, batch.LongestRetryWait, batch.RetryUnsafe};
 }
 
 double randomShare() {
@@ -31,9 +31,9 @@ double randomShare() {
 
 BatchRun::BatchRun(const Settings& settings, const Console& console, const std::vector<BatchLine>& lines,
                    BatchJournal* journal, BatchReport& report)
-    : Wanted(settings), Screen(console), Lines(lines), Journal(journal), Report(report),
+    : TheSettings(settings), TheConsole(console), Lines(lines), Journal(journal), Report(report),
       Policy(retrySettings(settings.Batch), randomShare, [] { return WallClock::now(); }),
-      Live(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))),
+      LiveBytes(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))),
       Ended(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (Ended < 0) {
         failSystem(failure::kFailure, "eventfd", errno);
@@ -50,16 +50,16 @@ BatchRun::~BatchRun() {
 
 void BatchRun::run() {
     // On a terminal the lines on standard output tell enough.
-    const bool shown = Wanted.Progress.value_or(Screen.errIsTerminal() && !Screen.outIsTerminal());
-    const auto interval = progressInterval(Screen.errIsTerminal());
-    Workers = Live.size();
-    for (std::atomic<std::uint64_t>& live : Live) {
+    const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
+    const auto interval = progressInterval(TheConsole.errIsTerminal());
+    WorkerCount = LiveBytes.size();
+    for (std::atomic<std::uint64_t>& liveBytes : LiveBytes) {
         try {
-            Threads.emplace_back([this, &live] { work(live); });
+            Threads.emplace_back([this, &liveBytes] { work(liveBytes); });
         } catch (const std::system_error&) {
             // Fewer threads than wanted do the same work; without any there is none to do it.
             const std::lock_guard lock(Guard);
-            Workers -= Live.size() - Threads.size();
+            WorkerCount -= LiveBytes.size() - Threads.size();
             if (Threads.empty()) {
                 throw;
             }
@@ -68,7 +68,7 @@ void BatchRun::run() {
     }
     const auto over = [this] {
         const std::lock_guard lock(Guard);
-        return Workers == 0;
+        return WorkerCount == 0;
     };
     while (!over()) {
         const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
@@ -91,12 +91,12 @@ void BatchRun::run() {
     if (shown) {
         draw(true);
     }
-    if (Reason) {
-        std::rethrow_exception(Reason);
+    if (FirstFailure) {
+        std::rethrow_exception(FirstFailure);
     }
 }
 
-void BatchRun::work(std::atomic<std::uint64_t>& live) {
+void BatchRun::work(std::atomic<std::uint64_t>& liveBytes) {
     std::unique_ptr<Session> session;
     try {
         session = std::make_unique<Session>();
@@ -105,8 +105,8 @@ void BatchRun::work(std::atomic<std::uint64_t>& live) {
             Hosts.insert(&session->Host);
         }
         session->load();
-        session->reportWarnings(Screen);
-        workThrough(*session, live);
+        session->reportWarnings(TheConsole);
+        workThrough(*session, liveBytes);
     } catch (...) {
         stop(std::current_exception());
     }
@@ -118,16 +118,16 @@ void BatchRun::work(std::atomic<std::uint64_t>& live) {
     leave();
 }
 
-void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& live) {
-    BatchTransfer transfer(session, Wanted, Screen, Policy, Stop, Journal, live);
+void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& liveBytes) {
+    BatchTransfer transfer(session, TheSettings, TheConsole, Policy, Stop, Journal, liveBytes);
     while (!Stop.raised()) {
-        const std::size_t place = Next++;
+        const std::size_t place = NextLine++;
         if (place >= Lines.size()) {
             return;
         }
-        ++Running;
+        ++RunningTransfers;
         const BatchOutcome outcome = transfer.run(Lines[place]);
-        --Running;
+        --RunningTransfers;
         if (outcome.Abandoned) {
             return;
         }
@@ -137,7 +137,7 @@ void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& live) {
 
 void BatchRun::leave() {
     const std::lock_guard lock(Guard);
-    --Workers;
+    --WorkerCount;
     const std::uint64_t one = 1;
     [[maybe_unused]] const auto written = write(Ended, &one, sizeof one);
 }
@@ -146,8 +146,8 @@ void BatchRun::leave() {
 void BatchRun::stop(std::exception_ptr reason) {
     Stop.raise();
     const std::lock_guard lock(Guard);
-    if (!Reason) {
-        Reason = std::move(reason);
+    if (!FirstFailure) {
+        FirstFailure = std::move(reason);
     }
     for (vantik::Host* host : Hosts) {
         host->interrupt();
@@ -156,12 +156,12 @@ void BatchRun::stop(std::exception_ptr reason) {
 
 void BatchRun::draw(bool last) {
     BatchTotals totals = Report.totals();
-    for (const std::atomic<std::uint64_t>& live : Live) {
-        totals.Bytes += live.load();
+    for (const std::atomic<std::uint64_t>& liveBytes : LiveBytes) {
+        totals.Bytes += liveBytes.load();
     }
-    const bool terminal = Screen.errIsTerminal();
+    const bool terminal = TheConsole.errIsTerminal();
     const std::size_t width = progressWidth(terminal);
-    const std::string text = batchProgressText(totals, Running.load(), width);
+    const std::string text = batchProgressText(totals, RunningTransfers.load(), width);
     const std::string drawn = terminal ? "\r" + text + "\033[K" + (last ? "\n" : "") : text + "\n";
     [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, drawn);
 }

@@ -36,28 +36,28 @@ public:
     void run();
 
 private:
-    void work(std::atomic<std::uint64_t>& live);
-    void workThrough(Session& session, std::atomic<std::uint64_t>& live);
+    void work(std::atomic<std::uint64_t>& liveBytes);
+    void workThrough(Session& session, std::atomic<std::uint64_t>& liveBytes);
     void leave();
     void stop(std::exception_ptr reason);
     void draw(bool last);
 
-    const Settings& Wanted;
-    const Console& Screen;
+    const Settings& TheSettings;
+    const Console& TheConsole;
     const std::vector<BatchLine>& Lines;
     BatchJournal* Journal;
     BatchReport& Report;
     RetryPolicy Policy;
     BatchStop Stop;
-    std::atomic<std::size_t> Next = 0;
-    std::vector<std::atomic<std::uint64_t>> Live; // bytes of the transfers that run, one a thread
-    std::atomic<std::size_t> Running = 0;         // transfers
+    std::atomic<std::size_t> NextLine = 0;
+    std::vector<std::atomic<std::uint64_t>> LiveBytes; // bytes of the transfers that run, one a thread
+    std::atomic<std::size_t> RunningTransfers = 0;
 
     std::mutex Guard; // of what follows
     std::set<vantik::Host*> Hosts;
-    std::size_t Workers = 0;
-    std::exception_ptr Reason; // the first
-    int Ended = -1;            // can be read from once a thread has ended
+    std::size_t WorkerCount = 0;
+    std::exception_ptr FirstFailure;
+    int Ended = -1; // can be read from once a thread has ended
     std::vector<std::thread> Threads;
 };
 

@@ -15,9 +15,9 @@ constexpr std::size_t kMostShards = 1'000'000;
 // Slurm gives steps that are none, such as the batch script itself, numbers from here on.
 constexpr std::size_t kFirstReservedStep = 0xFFFFFF00;
 
-class Surrounding {
+class Variables {
 public:
-    explicit Surrounding(const Environment& environment) : Get(environment) {}
+    explicit Variables(const Environment& environment) : Get(environment) {}
 
     bool has(const char* name) const {
         const char* value = Get(name);
@@ -56,51 +56,51 @@ BatchShard parseOption(const std::string& text) {
 }
 
 // GNU parallel numbers its jobs but does not tell them how many there are.
-std::optional<BatchShard> byParallel(const Surrounding& around) {
-    if (!around.has("PARALLEL_SEQ") || !around.has("NETROVE_SHARDS")) {
+std::optional<BatchShard> byParallel(const Variables& variables) {
+    if (!variables.has("PARALLEL_SEQ") || !variables.has("NETROVE_SHARDS")) {
         return std::nullopt;
     }
-    return BatchShard{around.number("PARALLEL_SEQ"), around.number("NETROVE_SHARDS"),
+    return BatchShard{variables.number("PARALLEL_SEQ"), variables.number("NETROVE_SHARDS"),
                       "PARALLEL_SEQ and NETROVE_SHARDS"};
 }
 
-std::optional<BatchShard> byOpenMpi(const Surrounding& around) {
-    if (!around.has("OMPI_COMM_WORLD_RANK") || !around.has("OMPI_COMM_WORLD_SIZE")) {
+std::optional<BatchShard> byOpenMpi(const Variables& variables) {
+    if (!variables.has("OMPI_COMM_WORLD_RANK") || !variables.has("OMPI_COMM_WORLD_SIZE")) {
         return std::nullopt;
     }
-    return BatchShard{around.number("OMPI_COMM_WORLD_RANK") + 1, around.number("OMPI_COMM_WORLD_SIZE"),
+    return BatchShard{variables.number("OMPI_COMM_WORLD_RANK") + 1, variables.number("OMPI_COMM_WORLD_SIZE"),
                       "OMPI_COMM_WORLD_RANK"};
 }
 
 // The tasks of a job step. A batch script has the variables of the job's tasks too, but it runs once: without a step
 // there is nobody to do the other parts.
-std::optional<BatchShard> bySlurmStep(const Surrounding& around) {
-    if (!around.has("SLURM_PROCID")) {
+std::optional<BatchShard> bySlurmStep(const Variables& variables) {
+    if (!variables.has("SLURM_PROCID")) {
         return std::nullopt;
     }
-    const char* count = around.has("SLURM_STEP_NUM_TASKS") ? "SLURM_STEP_NUM_TASKS" : "SLURM_NTASKS";
-    if (!around.has(count)) {
+    const char* count = variables.has("SLURM_STEP_NUM_TASKS") ? "SLURM_STEP_NUM_TASKS" : "SLURM_NTASKS";
+    if (!variables.has(count)) {
         return std::nullopt;
     }
-    if (around.has("SLURM_JOB_ID")) {
-        const char* step = around.has("SLURM_STEP_ID") ? "SLURM_STEP_ID" : "SLURM_STEPID";
-        if (!around.has(step) || around.number(step) >= kFirstReservedStep) {
+    if (variables.has("SLURM_JOB_ID")) {
+        const char* step = variables.has("SLURM_STEP_ID") ? "SLURM_STEP_ID" : "SLURM_STEPID";
+        if (!variables.has(step) || variables.number(step) >= kFirstReservedStep) {
             return std::nullopt;
         }
     }
-    return BatchShard{around.number("SLURM_PROCID") + 1, around.number(count), "SLURM_PROCID"};
+    return BatchShard{variables.number("SLURM_PROCID") + 1, variables.number(count), "SLURM_PROCID"};
 }
 
 // An array may begin anywhere and leave numbers out in even steps.
-std::optional<BatchShard> bySlurmArray(const Surrounding& around) {
-    if (!around.has("SLURM_ARRAY_TASK_ID") || !around.has("SLURM_ARRAY_TASK_COUNT")) {
+std::optional<BatchShard> bySlurmArray(const Variables& variables) {
+    if (!variables.has("SLURM_ARRAY_TASK_ID") || !variables.has("SLURM_ARRAY_TASK_COUNT")) {
         return std::nullopt;
     }
-    const std::size_t id = around.number("SLURM_ARRAY_TASK_ID");
-    const std::size_t count = around.number("SLURM_ARRAY_TASK_COUNT");
-    const std::size_t first = around.has("SLURM_ARRAY_TASK_MIN") ? around.number("SLURM_ARRAY_TASK_MIN") : 0;
+    const std::size_t id = variables.number("SLURM_ARRAY_TASK_ID");
+    const std::size_t count = variables.number("SLURM_ARRAY_TASK_COUNT");
+    const std::size_t first = variables.has("SLURM_ARRAY_TASK_MIN") ? variables.number("SLURM_ARRAY_TASK_MIN") : 0;
     const std::size_t last =
-        around.has("SLURM_ARRAY_TASK_MAX") ? around.number("SLURM_ARRAY_TASK_MAX") : first + count - 1;
+        variables.has("SLURM_ARRAY_TASK_MAX") ? variables.number("SLURM_ARRAY_TASK_MAX") : first + count - 1;
     const std::size_t steps = count > 1 ? count - 1 : 1;
     const bool even = count != 0 && id >= first && last >= first && (last - first) % steps == 0 &&
                       (count > 1 ? last > first : last == first);
@@ -128,15 +128,15 @@ BatchShard chooseShard(const std::string& option, const Environment& environment
     if (!option.empty()) {
         return checked(parseOption(option));
     }
-    const Surrounding around(environment);
-    if (const auto shard = byParallel(around)) {
+    const Variables variables(environment);
+    if (const auto shard = byParallel(variables)) {
         return checked(*shard);
     }
-    auto tasks = byOpenMpi(around);
+    auto tasks = byOpenMpi(variables);
     if (!tasks) {
-        tasks = bySlurmStep(around);
+        tasks = bySlurmStep(variables);
     }
-    const auto array = bySlurmArray(around);
+    const auto array = bySlurmArray(variables);
     if (tasks && array) {
         return checked(within(checked(*array), checked(*tasks)));
     }

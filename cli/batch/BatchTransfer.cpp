@@ -74,32 +74,32 @@ bool BatchStop::sleepUntil(Clock::time_point moment) const {
     return !raised() && waitReadable(Wake, moment) == Waited::TimedOut;
 }
 
-Settings batchSettings(const Settings& all, const BatchLine& line) {
-    Settings wanted = all;
-    wanted.Url = line.Url;
-    wanted.Method = line.method();
-    wanted.Progress = false; // the run draws one for all
+Settings batchSettings(const Settings& settings, const BatchLine& line) {
+    Settings lineSettings = settings;
+    lineSettings.Url = line.Url;
+    lineSettings.Method = line.method();
+    lineSettings.Progress = false; // the run draws one for all
     if (!line.Extras) {
-        return wanted;
+        return lineSettings;
     }
     const BatchExtras& extras = *line.Extras;
     // What the line says of a field counts instead of what the command line says.
-    std::erase_if(wanted.Fields, [&](const Field& field) {
+    std::erase_if(lineSettings.Fields, [&](const Field& field) {
         return std::any_of(extras.Fields.begin(), extras.Fields.end(),
                            [&](const Field& own) { return equalsIgnoringCase(own.Name, field.Name); });
     });
-    wanted.Fields.insert(wanted.Fields.end(), extras.Fields.begin(), extras.Fields.end());
-    wanted.BodyText = extras.Body;
+    lineSettings.Fields.insert(lineSettings.Fields.end(), extras.Fields.begin(), extras.Fields.end());
+    lineSettings.BodyText = extras.Body;
     if (!extras.BodyFile.empty()) {
         std::error_code error;
         const auto size = std::filesystem::file_size(extras.BodyFile, error);
-        (error || size > kLargestHeldBody ? wanted.StreamFile : wanted.BodyFile) = extras.BodyFile;
+        (error || size > kLargestHeldBody ? lineSettings.StreamFile : lineSettings.BodyFile) = extras.BodyFile;
     }
     if (extras.User) {
-        wanted.User = extras.User;
-        wanted.Password = extras.Password;
+        lineSettings.User = extras.User;
+        lineSettings.Password = extras.Password;
     }
-    return wanted;
+    return lineSettings;
 }
 
 // What is known of an attempt when it fails.
@@ -107,27 +107,28 @@ struct BatchTransfer::Attempt {
     BatchOutcome& Outcome;
     int Number; // from 1, whether or not a request is made
     std::optional<OutputFile> File;
-    std::optional<Exchange> Request{};
+    std::optional<Exchange> OpenExchange{};
     FailedAttempt Failed{};
 };
 
 BatchTransfer::BatchTransfer(Session& session, const Settings& settings, const Console& console,
                              const RetryPolicy& policy, const BatchStop& stop, BatchJournal* journal,
-                             std::atomic<std::uint64_t>& live)
-    : State(session), All(settings), Screen(console), Policy(policy), Stop(stop), Journal(journal), Live(live) {}
+                             std::atomic<std::uint64_t>& liveBytes)
+    : TheSession(session), TheSettings(settings), TheConsole(console), Policy(policy), Stop(stop), Journal(journal),
+      LiveBytes(liveBytes) {}
 
 BatchOutcome BatchTransfer::run(const BatchLine& line) {
     const auto start = Clock::now();
-    const Settings wanted = batchSettings(All, line);
+    const Settings lineSettings = batchSettings(TheSettings, line);
     BatchOutcome outcome;
     try {
         for (int number = 1;; ++number) {
             if (Stop.raised()) {
                 break;
             }
-            Attempt state{outcome, number, std::nullopt};
-            state.Failed.Method = wanted.effectiveMethod();
-            attempt(line, wanted, state);
+            Attempt current{outcome, number, std::nullopt};
+            current.Failed.Method = lineSettings.effectiveMethod();
+            attempt(line, lineSettings, current);
             outcome.Time = Clock::now() - start;
             if (!outcome.Failed) {
                 journaled(Journal, [&](BatchJournal& journal) { journal.done(line, outcome.Status, outcome.Bytes); });
@@ -136,7 +137,7 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
             if (Stop.raised()) {
                 break;
             }
-            const auto wait = Policy.waitAfter(number, state.Failed);
+            const auto wait = Policy.waitAfter(number, current.Failed);
             if (!wait) {
                 journaled(Journal, [&](BatchJournal& journal) { journal.failed(line, outcome.Failed->Message); });
                 return outcome;
@@ -153,98 +154,98 @@ BatchOutcome BatchTransfer::run(const BatchLine& line) {
     return outcome;
 }
 
-void BatchTransfer::attempt(const BatchLine& line, const Settings& wanted, Attempt& state) {
-    BatchOutcome& outcome = state.Outcome;
+void BatchTransfer::attempt(const BatchLine& line, const Settings& lineSettings, Attempt& current) {
+    BatchOutcome& outcome = current.Outcome;
     outcome.Status = 0;
     outcome.Bytes = 0;
-    Live = 0;
-    if (All.MaxTime) {
-        State.limitTime(*All.MaxTime);
+    LiveBytes = 0;
+    if (TheSettings.MaxTime) {
+        TheSession.limitTime(*TheSettings.MaxTime);
     }
     try {
         if (line.Target) {
-            if (All.Batch.MakeFolders) {
+            if (TheSettings.Batch.MakeFolders) {
                 makeFoldersFor(*line.Target);
             }
-            state.File.emplace(*line.Target, All.Force);
-            journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *state.File); });
+            current.File.emplace(*line.Target, TheSettings.Force);
+            journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *current.File); });
         }
-        state.Request.emplace(State, wanted, Screen);
+        current.OpenExchange.emplace(TheSession, lineSettings, TheConsole);
         ++outcome.Attempts; // a target or a body that is not to be had costs no request
-        send(state, wanted.effectiveMethod());
-        deliver(line, state);
+        send(current, lineSettings.effectiveMethod());
+        deliver(line, current);
     } catch (const vantik::Interrupted& interrupted) {
-        settle(state, interrupted.message(), {.Interrupted = true, .StoppedByProgram = interrupted.byProgram()});
+        settle(current, interrupted.message(), {.Interrupted = true, .StoppedByProgram = interrupted.byProgram()});
     } catch (const vantik::Failure& failure) {
-        settle(state, failure.message(), {});
+        settle(current, failure.message(), {});
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& exception) {
-        settle(state, cliMessage(failure::kFailure, {exception.what()}, exception.what()), {});
+        settle(current, cliMessage(failure::kFailure, {exception.what()}, exception.what()), {});
     }
-    state.Request.reset();
-    state.File.reset(); // removes what was not kept
-    Live = 0;
+    current.OpenExchange.reset();
+    current.File.reset(); // removes what was not kept
+    LiveBytes = 0;
     tidy();
 }
 
-void BatchTransfer::send(Attempt& state, const std::string& method) {
-    const Response response = state.Request->send();
-    state.Outcome.Status = state.Failed.Status = response.Status;
+void BatchTransfer::send(Attempt& current, const std::string& method) {
+    const Response response = current.OpenExchange->send();
+    current.Outcome.Status = current.Failed.Status = response.Status;
     if (const Field* field = response.field("Retry-After")) {
-        state.Failed.RetryAfter = field->Value;
+        current.Failed.RetryAfter = field->Value;
     }
     if (response.Status < kFirstErrorStatus) {
         return;
     }
     vantik::Message message = response.statusError();
     // What may be better the next time is not kept, even where such answers are wanted.
-    FailedAttempt judged = state.Failed;
+    FailedAttempt judged = current.Failed;
     judged.Message = message;
     judged.Method = method;
-    if (All.Batch.Fail || Policy.waitAfter(state.Number, judged)) {
+    if (TheSettings.Batch.Fail || Policy.waitAfter(current.Number, judged)) {
         throw vantik::Failure(std::move(message));
     }
 }
 
-void BatchTransfer::deliver(const BatchLine& line, Attempt& state) {
-    const Descriptor nowhere(state.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC));
-    if (!state.File && nowhere.Number < 0) {
+void BatchTransfer::deliver(const BatchLine& line, Attempt& current) {
+    const Descriptor nowhere(current.File ? -1 : open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (!current.File && nowhere.Number < 0) {
         failSystem(failure::kFileNotWritten, "/dev/null", errno);
     }
-    BodySink sink(state.File ? state.File->descriptor() : nowhere.Number, line.Target.value_or("/dev/null"), false,
-                  State.Deadline);
+    BodySink sink(current.File ? current.File->descriptor() : nowhere.Number, line.Target.value_or("/dev/null"), false,
+                  TheSession.Deadline);
     ProgressMeter meter("received", false, false);
-    meter.onUpdate([this](std::uint64_t bytes) { Live = bytes; });
-    const std::uint64_t delivered = state.Request->receive(sink, meter);
-    state.Outcome.Bytes = delivered;
-    state.Request->finish();
-    if (!state.File) {
+    meter.onUpdate([this](std::uint64_t bytes) { LiveBytes = bytes; });
+    const std::uint64_t delivered = current.OpenExchange->receive(sink, meter);
+    current.Outcome.Bytes = delivered;
+    current.OpenExchange->finish();
+    if (!current.File) {
         return;
     }
-    journaled(Journal, [&](BatchJournal& journal) { journal.written(line, *state.File); });
-    state.File->keep();
+    journaled(Journal, [&](BatchJournal& journal) { journal.written(line, *current.File); });
+    current.File->keep();
 }
 
 // The connection still knows whether its request went out.
-void BatchTransfer::settle(Attempt& state, const vantik::Message& message, Circumstances circumstances) {
-    circumstances.MaxTimeElapsed = State.timeIsOver();
-    circumstances.MaxTimeSeconds = State.MaxTimeSeconds;
+void BatchTransfer::settle(Attempt& current, const vantik::Message& message, Circumstances circumstances) {
+    circumstances.MaxTimeElapsed = TheSession.timeIsOver();
+    circumstances.MaxTimeSeconds = TheSession.MaxTimeSeconds;
     const Verdict verdict = judge(message, circumstances);
-    const bool redirected = state.Request && state.Request->redirected();
-    state.Failed.NothingSent = !redirected && !(State.Connection && State.Connection.get("Sent").truth());
-    state.Failed.Message = verdict.Message;
-    state.Outcome.Failed = verdict;
+    const bool redirected = current.OpenExchange && current.OpenExchange->redirected();
+    current.Failed.NothingSent = !redirected && !(TheSession.Connection && TheSession.Connection.get("Sent").truth());
+    current.Failed.Message = verdict.Message;
+    current.Outcome.Failed = verdict;
 }
 
 // The next attempt begins as the first one did. A new connection object knows no cookies and no fields of this one, and
 // finds the connections of its scope, which libcurl keeps.
 void BatchTransfer::tidy() {
-    State.Connection = vantik::Object();
-    State.Partial.reset();
-    State.Deadline.reset();
-    State.Host.interruptAfter(std::chrono::nanoseconds::max());
-    State.Host.clearInterrupt();
+    TheSession.Connection = vantik::Object();
+    TheSession.Partial.reset();
+    TheSession.Deadline.reset();
+    TheSession.Host.interruptAfter(std::chrono::nanoseconds::max());
+    TheSession.Host.clearInterrupt();
 }
 
 } // namespace netrove::cli

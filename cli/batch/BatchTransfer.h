@@ -47,31 +47,31 @@ private:
 
 class BatchTransfer {
 public:
-    // What is given outlives this object. `live` gets the bytes of the running attempt; `journal` may be null.
+    // What is given outlives this object. `liveBytes` gets the bytes of the running attempt; `journal` may be null.
     BatchTransfer(Session& session, const Settings& settings, const Console& console, const RetryPolicy& policy,
-                  const BatchStop& stop, BatchJournal* journal, std::atomic<std::uint64_t>& live);
+                  const BatchStop& stop, BatchJournal* journal, std::atomic<std::uint64_t>& liveBytes);
 
     // Raises only what ends the run: a journal that cannot be written, memory.
     BatchOutcome run(const BatchLine& line);
 
 private:
     struct Attempt;
-    void attempt(const BatchLine& line, const Settings& wanted, Attempt& state);
-    void send(Attempt& state, const std::string& method);
-    void deliver(const BatchLine& line, Attempt& state);
-    void settle(Attempt& state, const vantik::Message& message, Circumstances circumstances);
+    void attempt(const BatchLine& line, const Settings& lineSettings, Attempt& current);
+    void send(Attempt& current, const std::string& method);
+    void deliver(const BatchLine& line, Attempt& current);
+    void settle(Attempt& current, const vantik::Message& message, Circumstances circumstances);
     void tidy();
 
-    Session& State;
-    const Settings& All;
-    const Console& Screen;
+    Session& TheSession;
+    const Settings& TheSettings;
+    const Console& TheConsole;
     const RetryPolicy& Policy;
     const BatchStop& Stop;
     BatchJournal* Journal;
-    std::atomic<std::uint64_t>& Live;
+    std::atomic<std::uint64_t>& LiveBytes;
 };
 
 // The settings of one line: those of the command line, with what the line says itself.
-Settings batchSettings(const Settings& all, const BatchLine& line);
+Settings batchSettings(const Settings& settings, const BatchLine& line);
 
 } // namespace netrove::cli

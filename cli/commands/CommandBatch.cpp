@@ -1,4 +1,4 @@
-// The command `batch`: manifest, share, journal, run, summary.
+// The command `batch`: manifest, shard, journal, run, summary.
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchReport.h"
@@ -26,34 +26,35 @@ constexpr std::uint64_t kPiece = std::uint64_t{1} << 16;
 class BatchCommand {
 public:
     BatchCommand(Session& session, const Settings& settings, const Console& console)
-        : State(session), Wanted(settings), Screen(console),
-          Share(chooseShard(settings.Batch.Shard, [](const char* name) { return std::getenv(name); })) {
+        : TheSession(session), TheSettings(settings), TheConsole(console),
+          Shard(chooseShard(settings.Batch.Shard, [](const char* name) { return std::getenv(name); })) {
         if (settings.Batch.NoJournal || (settings.Batch.Manifest == "-" && settings.Batch.Journal.empty())) {
             return;
         }
         JournalBase = settings.Batch.Journal.empty() ? settings.Batch.Manifest + ".journal" : settings.Batch.Journal;
-        JournalName = JournalBase + Share.fileSuffix();
+        JournalName = JournalBase + Shard.fileSuffix();
     }
 
     int run() {
         std::vector<BatchLine> lines = readManifest();
-        if (!Share.Source.empty()) {
-            Screen.note("shard " + std::to_string(Share.Index) + " of " + std::to_string(Share.Count) + ", by " +
-                        Share.Source + "; " + std::to_string(lines.size()) + " of " + std::to_string(All) + " lines");
+        if (!Shard.Source.empty()) {
+            TheConsole.note("shard " + std::to_string(Shard.Index) + " of " + std::to_string(Shard.Count) + ", by " +
+                            Shard.Source + "; " + std::to_string(lines.size()) + " of " + std::to_string(LineCount) +
+                            " lines");
         }
-        if (!JournalName.empty() && !Wanted.Batch.DryRun) {
+        if (!JournalName.empty() && !TheSettings.Batch.DryRun) {
             Journal = std::make_unique<BatchJournal>(JournalName);
         }
-        BatchReport report(Screen, lines.size());
+        BatchReport report(TheConsole, lines.size());
         skipDone(lines, report);
-        if (Wanted.Batch.DryRun) {
+        if (TheSettings.Batch.DryRun) {
             for (const BatchLine& line : lines) {
                 report.planned(line);
             }
             return kExitDone;
         }
         if (!lines.empty()) {
-            BatchRun(Wanted, Screen, lines, Journal.get(), report).run();
+            BatchRun(TheSettings, TheConsole, lines, Journal.get(), report).run();
         }
         if (Journal) {
             Journal->sync();
@@ -62,9 +63,9 @@ public:
     }
 
 private:
-    // The lines of this share. The others are checked too, so that every machine refuses what one would.
+    // The lines of this shard. The others are checked too, so that every machine refuses what one would.
     std::vector<BatchLine> readManifest() {
-        const std::string& name = Wanted.Batch.Manifest;
+        const std::string& name = TheSettings.Batch.Manifest;
         BatchManifestParser parser([this](const std::string& url) { checkUrl(url); });
         if (name != "-") {
             parser.reserve(name, "the manifest");
@@ -78,17 +79,17 @@ private:
             parser.feed(piece.byteText());
         }
         BatchManifest manifest = parser.finish();
-        State.Connection = vantik::Object();
+        TheSession.Connection = vantik::Object();
         if (!manifest.Bad.empty()) {
             refuse(manifest);
         }
-        All = manifest.Lines.size();
-        if (Share.whole()) {
+        LineCount = manifest.Lines.size();
+        if (Shard.whole()) {
             return std::move(manifest.Lines);
         }
         std::vector<BatchLine> own;
         for (std::size_t i = 0; i < manifest.Lines.size(); ++i) {
-            if (Share.has(i)) {
+            if (Shard.has(i)) {
                 own.push_back(std::move(manifest.Lines[i]));
             }
         }
@@ -97,26 +98,26 @@ private:
 
     // By the class itself, which knows what a URL is.
     void checkUrl(const std::string& url) {
-        if (!State.Connection) {
-            State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
+        if (!TheSession.Connection) {
+            TheSession.Connection = TheSession.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
         }
-        State.Connection.set("URL", url);
+        TheSession.Connection.set("URL", url);
     }
 
     [[noreturn]] void refuse(const BatchManifest& manifest) const {
-        const std::string name = Wanted.Batch.Manifest == "-" ? "standard input" : Wanted.Batch.Manifest;
+        const std::string name = TheSettings.Batch.Manifest == "-" ? "standard input" : TheSettings.Batch.Manifest;
         const std::vector<BadLine>& bad = manifest.Bad;
         const std::size_t all = bad.size() + manifest.MoreBad;
         std::vector<vantik::MessageArgument> arguments = {name};
         for (const BadLine& line : bad) {
             arguments.push_back("line " + std::to_string(line.Number) + ": " + line.Problem);
         }
-        if (!Wanted.JsonErrors) {
+        if (!TheSettings.JsonErrors) {
             for (const BadLine& line : bad) {
-                Screen.note(name + ":" + std::to_string(line.Number) + ": " + line.Problem);
+                TheConsole.note(name + ":" + std::to_string(line.Number) + ": " + line.Problem);
             }
             if (manifest.MoreBad != 0) {
-                Screen.note(name + ": and " + std::to_string(manifest.MoreBad) + " more");
+                TheConsole.note(name + ": and " + std::to_string(manifest.MoreBad) + " more");
             }
         }
         fail(failure::kBadManifest, std::move(arguments),
@@ -142,9 +143,9 @@ private:
         }
         unreadable += history.read(JournalName);
         if (unreadable != 0) {
-            Screen.note(unreadable == 1
-                            ? "1 line of the journal cannot be read and does not count"
-                            : std::to_string(unreadable) + " lines of the journal cannot be read and do not count");
+            TheConsole.note(unreadable == 1
+                                ? "1 line of the journal cannot be read and does not count"
+                                : std::to_string(unreadable) + " lines of the journal cannot be read and do not count");
         }
         std::erase_if(lines, [&](const BatchLine& line) {
             const auto ended = history.done(line);
@@ -157,15 +158,15 @@ private:
 
     int conclude(const BatchReport& report) const {
         const BatchTotals totals = report.totals();
-        Screen.note(summaryText(totals));
+        TheConsole.note(summaryText(totals));
         if (signalSeen() != 0) {
             if (Journal) {
-                Screen.note("the same command goes on where this run stopped");
+                TheConsole.note("the same command goes on where this run stopped");
             }
             throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
         }
         if (totals.Failed != 0) {
-            Screen.failure(
+            TheConsole.failure(
                 {cliMessage(failure::kBatchFailed, {std::int64_t(totals.Failed), std::int64_t(totals.All)},
                             std::to_string(totals.Failed) + " of " + std::to_string(totals.All) + " transfers failed"),
                  report.exitStatus()});
@@ -173,12 +174,12 @@ private:
         return report.exitStatus();
     }
 
-    Session& State;
-    const Settings& Wanted;
-    const Console& Screen;
-    BatchShard Share;
-    std::size_t All = 0;     // lines of the manifest
-    std::string JournalBase; // without the number of a shard; empty for no journal
+    Session& TheSession;
+    const Settings& TheSettings;
+    const Console& TheConsole;
+    BatchShard Shard;
+    std::size_t LineCount = 0; // of the manifest
+    std::string JournalBase;   // without the number of a shard; empty for no journal
     std::string JournalName;
     std::unique_ptr<BatchJournal> Journal;
     mutable std::error_code Ignored;

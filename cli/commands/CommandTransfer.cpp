@@ -27,22 +27,22 @@ constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
 class Transfer {
 public:
     Transfer(Session& session, const Settings& settings, const Console& console)
-        : State(session), Wanted(settings), Screen(console) {}
+        : TheSession(session), TheSettings(settings), TheConsole(console) {}
 
     void run() {
-        if (Wanted.Command == Command::Save) {
-            return toFile(saveTarget(Wanted), Wanted.Force);
+        if (TheSettings.Command == Command::Save) {
+            return toFile(saveTarget(TheSettings), TheSettings.Force);
         }
-        if (Wanted.Json && Wanted.OutputFile.empty()) {
+        if (TheSettings.Json && TheSettings.OutputFile.empty()) {
             return toJson();
         }
-        if (Wanted.OutputFile.empty() || Wanted.OutputFile == "-") {
-            return toDescriptor(STDOUT_FILENO, "standard output", Wanted.OutputFile.empty());
+        if (TheSettings.OutputFile.empty() || TheSettings.OutputFile == "-") {
+            return toDescriptor(STDOUT_FILENO, "standard output", TheSettings.OutputFile.empty());
         }
-        if (isSpecialFile(Wanted.OutputFile)) {
+        if (isSpecialFile(TheSettings.OutputFile)) {
             return toSpecialFile();
         }
-        toFile(Wanted.OutputFile, true);
+        toFile(TheSettings.OutputFile, true);
     }
 
 private:
@@ -50,7 +50,7 @@ private:
     Response send(Exchange& exchange) {
         Response response = exchange.send();
         Facts.UntilHead = Clock::now() - Start;
-        if (Wanted.Fail && response.Status >= kFirstErrorStatus) {
+        if (TheSettings.Fail && response.Status >= kFirstErrorStatus) {
             exchange.close();
             throw vantik::Failure(response.statusError());
         }
@@ -59,16 +59,16 @@ private:
 
     void toDescriptor(int descriptor, const std::string& name, bool guardTerminal) {
         const bool terminal = isatty(descriptor) == 1;
-        BodySink sink(descriptor, name, terminal && guardTerminal, State.Deadline);
-        Exchange exchange(State, Wanted, Screen);
+        BodySink sink(descriptor, name, terminal && guardTerminal, TheSession.Deadline);
+        Exchange exchange(TheSession, TheSettings, TheConsole);
         const Response response = send(exchange);
         writeHead(sink, response, terminal);
-        ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());
+        ProgressMeter meter("received", TheSettings.Progress.value_or(false), TheConsole.errIsTerminal());
         meter.expect(exchange.announcedLength(response));
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish();
-        if (Wanted.Json) {
+        if (TheSettings.Json) {
             printFacts(response, delivered);
         }
     }
@@ -79,14 +79,14 @@ private:
         if (memory.Number < 0) {
             failSystem(failure::kFileNotWritten, "memory for the content", errno);
         }
-        BodySink sink(memory.Number, "memory for the content", false, State.Deadline);
+        BodySink sink(memory.Number, "memory for the content", false, TheSession.Deadline);
         sink.limit(kLargestJsonContent,
                    cliMessage(failure::kContentTooLarge, {std::int64_t{kLargestJsonContent}},
                               "the content is larger than " + std::to_string(kLargestJsonContent >> 20) +
                                   " MiB, the most that --json puts into its object; use --output FILE"));
-        Exchange exchange(State, Wanted, Screen);
+        Exchange exchange(TheSession, TheSettings, TheConsole);
         const Response response = send(exchange);
-        ProgressMeter meter("received", Wanted.Progress.value_or(false), Screen.errIsTerminal());
+        ProgressMeter meter("received", TheSettings.Progress.value_or(false), TheConsole.errIsTerminal());
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish();
@@ -110,13 +110,13 @@ private:
 
     void printFacts(const Response& response, std::uint64_t delivered) {
         Facts.Bytes = delivered;
-        Facts.File = Wanted.OutputFile;
+        Facts.File = TheSettings.OutputFile;
         Facts.UntilEnd = Clock::now() - Start;
-        Screen.print(responseJson(response, Facts) + "\n");
+        TheConsole.print(responseJson(response, Facts) + "\n");
     }
 
     void toSpecialFile() {
-        const std::string& name = Wanted.OutputFile;
+        const std::string& name = TheSettings.OutputFile;
         const Descriptor file(retried([&] { return open(name.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY); }));
         if (file.Number < 0) {
             failSystem(failure::kFileNotWritten, name, errno);
@@ -126,30 +126,31 @@ private:
 
     void toFile(const std::string& target, bool replace) {
         OutputFile file(target, replace); // first, so that no request is made in vain
-        Exchange exchange(State, Wanted, Screen);
+        Exchange exchange(TheSession, TheSettings, TheConsole);
         const Response response = send(exchange);
-        ProgressMeter meter("received", Wanted.Progress.value_or(Screen.errIsTerminal()), Screen.errIsTerminal());
+        ProgressMeter meter("received", TheSettings.Progress.value_or(TheConsole.errIsTerminal()),
+                            TheConsole.errIsTerminal());
         meter.expect(exchange.announcedLength(response));
         // By descriptor and never by name: whoever may write in the folder could put a link under it.
-        BodySink sink(file.descriptor(), target, false, State.Deadline);
+        BodySink sink(file.descriptor(), target, false, TheSession.Deadline);
         writeHead(sink, response, false);
         const std::uint64_t delivered = exchange.receive(sink, meter);
         meter.finish();
         exchange.finish();
         file.keep();
-        if (Wanted.Json) {
+        if (TheSettings.Json) {
             return printFacts(response, delivered);
         }
         if (response.Status >= kFirstErrorStatus) {
-            Screen.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
-                        target + " holds that answer");
-        } else if (Screen.errIsTerminal() && Wanted.Progress.value_or(true)) {
-            Screen.note("saved " + target + " (" + sizeText(delivered) + ")");
+            TheConsole.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
+                            target + " holds that answer");
+        } else if (TheConsole.errIsTerminal() && TheSettings.Progress.value_or(true)) {
+            TheConsole.note("saved " + target + " (" + sizeText(delivered) + ")");
         }
     }
 
     void writeHead(BodySink& sink, const Response& response, bool terminal) {
-        if (!Wanted.Include) {
+        if (!TheSettings.Include) {
             return;
         }
         const std::string head = response.head();
@@ -159,9 +160,9 @@ private:
         }
     }
 
-    Session& State;
-    const Settings& Wanted;
-    const Console& Screen;
+    Session& TheSession;
+    const Settings& TheSettings;
+    const Console& TheConsole;
     const Clock::time_point Start = Clock::now();
     ResponseFacts Facts;
 };

@@ -39,7 +39,7 @@ private:
 
 // True when the step did what it says.
 bool runStep(DemoStage& stage, const DemoStep& step, int number) {
-    const Console& console = stage.Screen;
+    const Console& console = stage.TheConsole;
     console.print(console.styled(Style::Bold, std::to_string(number) + ". " + std::string(step.Title)) + "\n");
     console.print("   " + console.styled(Style::Faint, step.Explanation) + "\n");
     std::string problem;
@@ -58,8 +58,8 @@ bool runStep(DemoStage& stage, const DemoStep& step, int number) {
         return true;
     }
     // What the step left open must not stand in the way of the next one.
-    stage.State.Host.clearInterrupt();
-    if (stage.State.Connection) {
+    stage.TheSession.Host.clearInterrupt();
+    if (stage.TheSession.Connection) {
         stage.invoke("closeConnection");
     }
     console.print("   " + console.styled(Style::Bad, "not as it should be: " + printable(problem)) + "\n\n");

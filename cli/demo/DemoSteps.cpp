@@ -83,10 +83,10 @@ void saveWithProgress(DemoStage& stage) {
     const std::filesystem::path target = stage.Folder / "saved.bin";
     const vantik::Object& connection = stage.open(stage.Server.url("/file"));
     const std::filesystem::path part = target.string() + ".part"; // in a folder of our own
-    ProgressMeter meter("   received", stage.Screen.errIsTerminal(), true);
+    ProgressMeter meter("   received", stage.TheConsole.errIsTerminal(), true);
     meter.expect(DemoServer::kFileSize);
     std::size_t reports = 0;
-    connection.set("ProgressReporter", makeProgressReporter(stage.State.Host, [&](std::uint64_t bytes) {
+    connection.set("ProgressReporter", makeProgressReporter(stage.TheSession.Host, [&](std::uint64_t bytes) {
                        ++reports;
                        meter.update(bytes);
                        return true;
@@ -111,15 +111,16 @@ void uploadFromProvider(DemoStage& stage) {
     std::size_t given = 0;
     std::size_t calls = 0;
     connection.set("Provider",
-                   makeProvider(stage.State.Host, {[&] { given = 0; },
-                                                   [&](std::uint64_t wanted) {
-                                                       const auto count = std::min<std::size_t>(
-                                                           static_cast<std::size_t>(wanted), content.size() - given);
-                                                       const std::string_view piece(content.data() + given, count);
-                                                       given += count;
-                                                       ++calls;
-                                                       return vantik::Array::bytes(piece);
-                                                   }}));
+                   makeProvider(stage.TheSession.Host, {[&] { given = 0; },
+                                                        [&](std::uint64_t wanted) {
+                                                            const auto count =
+                                                                std::min<std::size_t>(static_cast<std::size_t>(wanted),
+                                                                                      content.size() - given);
+                                                            const std::string_view piece(content.data() + given, count);
+                                                            given += count;
+                                                            ++calls;
+                                                            return vantik::Array::bytes(piece);
+                                                        }}));
     const std::vector<std::vector<vantik::Array>> fields = {
         {vantik::Array("Content-Length"), vantik::Array(std::to_string(kUploadSize))},
         {vantik::Array("Expect"), vantik::Array("")}};
@@ -151,7 +152,7 @@ void downloadIntoConsumer(DemoStage& stage) {
     consumer.close = [&] { ++closed; };
     consumer.interrupted = [] {};
     consumer.savedOnFailure = [](std::span<const std::byte>) {};
-    connection.set("Consumer", makeConsumer(stage.State.Host, consumer));
+    connection.set("Consumer", makeConsumer(stage.TheSession.Host, consumer));
     connection.call("copyContentToByteArray", {vantik::Array(false)});
     stage.invoke("closeConnection");
     stage.say("The consumer took " + std::to_string(received.size()) + " bytes in pieces of at most " +
@@ -210,7 +211,7 @@ void interruptedTransfer(DemoStage& stage) {
     consumer.start = []() -> std::optional<double> { return std::nullopt; };
     consumer.write = [&](std::span<const std::byte> piece) -> std::optional<double> {
         if (taken == 0) {
-            stage.State.Host.interrupt(); // as a signal handler would
+            stage.TheSession.Host.interrupt(); // as a signal handler would
         }
         taken += piece.size();
         return static_cast<double>(piece.size());
@@ -218,7 +219,7 @@ void interruptedTransfer(DemoStage& stage) {
     consumer.close = [] {};
     consumer.interrupted = [&] { told = true; };
     consumer.savedOnFailure = [](std::span<const std::byte>) {};
-    connection.set("Consumer", makeConsumer(stage.State.Host, consumer));
+    connection.set("Consumer", makeConsumer(stage.TheSession.Host, consumer));
     bool interrupted = false;
     try {
         connection.call("copyContentToByteArray", {vantik::Array(false)});
@@ -285,23 +286,23 @@ constexpr DemoStep kSteps[] = {
 } // namespace
 
 void DemoStage::say(std::string_view text) const {
-    Screen.print("   " + std::string(text) + "\n");
+    TheConsole.print("   " + std::string(text) + "\n");
 }
 
 const vantik::Object& DemoStage::open(const std::string& url, std::string_view method, bool newer) {
-    State.Connection = vantik::Object();
-    State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(newer)});
-    State.Connection.set("URL", vantik::Array(url));
-    State.Connection.set("CertificateFilename", vantik::Array("default"));
-    State.Connection.set("TimeoutInMilliseconds",
-                         vantik::Array::doubles({5000.0, url.ends_with("/silent") ? 300.0 : 20'000.0, 20'000.0}));
+    TheSession.Connection = vantik::Object();
+    TheSession.Connection = TheSession.Host.create(vantik::kHttpConnectionClass, {vantik::Array(newer)});
+    TheSession.Connection.set("URL", vantik::Array(url));
+    TheSession.Connection.set("CertificateFilename", vantik::Array("default"));
+    TheSession.Connection.set("TimeoutInMilliseconds",
+                              vantik::Array::doubles({5000.0, url.ends_with("/silent") ? 300.0 : 20'000.0, 20'000.0}));
     invoke("openConnection");
-    State.Connection.set("RequestMethod", vantik::Array(method));
-    return State.Connection;
+    TheSession.Connection.set("RequestMethod", vantik::Array(method));
+    return TheSession.Connection;
 }
 
 void DemoStage::invoke(std::string_view method, std::initializer_list<vantik::Array> arguments) {
-    State.Connection.call(method, std::span<const vantik::Array>(arguments.begin(), arguments.size()), 0);
+    TheSession.Connection.call(method, std::span<const vantik::Array>(arguments.begin(), arguments.size()), 0);
 }
 
 std::span<const DemoStep> demoSteps() {

@@ -22,7 +22,7 @@ class StepFailed : public std::runtime_error {
 class DemoStage {
 public:
     DemoStage(Session& session, const Console& console, DemoServer& server, std::filesystem::path folder)
-        : State(session), Screen(console), Server(server), Folder(std::move(folder)) {}
+        : TheSession(session), TheConsole(console), Server(server), Folder(std::move(folder)) {}
 
     void say(std::string_view text) const;
     void expect(bool condition, const char* what) const {
@@ -49,8 +49,8 @@ public:
         throw StepFailed(what);
     }
 
-    Session& State;
-    const Console& Screen;
+    Session& TheSession;
+    const Console& TheConsole;
     DemoServer& Server;
     std::filesystem::path Folder; // for files, removed at the end
 };

@@ -70,15 +70,16 @@ auto Exchange::guarded(Operation operation, const BodySink* sink) {
 }
 
 Exchange::Exchange(Session& session, const Settings& settings, const Console& console)
-    : State(session), Wanted(settings), Screen(console) {
+    : TheSession(session), TheSettings(settings), TheConsole(console) {
     if (!settings.StreamFile.empty()) {
         Source = std::make_unique<BodySource>(settings.StreamFile, session.Deadline);
         if (Source->length() && !settings.Chunked) {
             Source->promiseLength();
         }
-        Upload = std::make_unique<ProgressMeter>("sent", settings.Progress.value_or(false), console.errIsTerminal());
-        Upload->expect(Source->length());
-        Source->onRead([this](std::uint64_t given) { Upload->update(given); });
+        UploadMeter =
+            std::make_unique<ProgressMeter>("sent", settings.Progress.value_or(false), console.errIsTerminal());
+        UploadMeter->expect(Source->length());
+        Source->onRead([this](std::uint64_t given) { UploadMeter->update(given); });
         Provider = makeProvider(session.Host, Source->provider());
     } else if (!settings.BodyFile.empty()) {
         Body = readWhole(settings.BodyFile, session.Deadline);
@@ -90,27 +91,28 @@ Exchange::Exchange(Session& session, const Settings& settings, const Console& co
 Exchange::~Exchange() = default;
 
 void Exchange::checkStop() {
-    if (signalSeen() != 0 || State.timeIsOver()) {
+    if (signalSeen() != 0 || TheSession.timeIsOver()) {
         throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
     }
 }
 
 void Exchange::requireWhole() const {
-    if (State.Partial) {
-        throw vantik::Failure(worded(*State.Partial));
+    if (TheSession.Partial) {
+        throw vantik::Failure(worded(*TheSession.Partial));
     }
 }
 
 void Exchange::invoke(std::string_view method, std::initializer_list<vantik::Array> arguments) {
-    State.Connection.call(method, std::span<const vantik::Array>(arguments.begin(), arguments.size()), 0);
+    TheSession.Connection.call(method, std::span<const vantik::Array>(arguments.begin(), arguments.size()), 0);
 }
 
 Response Exchange::send() {
-    Request request{Wanted.Url, Wanted.effectiveMethod(), Wanted.Fields, Wanted.RemovedFields, Wanted.hasBody(), true};
-    const int limit = Wanted.redirectLimit();
+    Request request{TheSettings.Url,           TheSettings.effectiveMethod(), TheSettings.Fields,
+                    TheSettings.RemovedFields, TheSettings.hasBody(),         true};
+    const int limit = TheSettings.redirectLimit();
     for (int followed = 0;; ++followed) {
         checkStop();
-        State.Partial.reset();
+        TheSession.Partial.reset();
         Response response = guarded([&] {
             return maskingRefused(request.Url, [&] {
                 prepare(request);
@@ -123,7 +125,7 @@ Response Exchange::send() {
             return response;
         }
         requireWhole(); // the Location of a head that was cut may be half of one
-        const std::string target = textOf(State.Connection.get("RedirectURL"));
+        const std::string target = textOf(TheSession.Connection.get("RedirectURL"));
         if (target.empty()) {
             const std::string shown = maskRefusedUrl(location->Value);
             fail(failure::kRedirectRefused, {shown},
@@ -142,10 +144,11 @@ Response Exchange::send() {
 
 Response Exchange::readHead(const Request& request) {
     // Sends first: the status line's version is that of the request as sent, and the class takes it before it sends.
-    State.Connection.get("ResponseCode");
-    const std::vector<vantik::Array> line = State.Connection.call("getStatusLine", std::span<const vantik::Array>(), 3);
-    if (Upload && request.Body) {
-        Upload->finish();
+    TheSession.Connection.get("ResponseCode");
+    const std::vector<vantik::Array> line =
+        TheSession.Connection.call("getStatusLine", std::span<const vantik::Array>(), 3);
+    if (UploadMeter && request.Body) {
+        UploadMeter->finish();
     }
     Response response;
     response.Url = request.Url;
@@ -153,7 +156,7 @@ Response Exchange::readHead(const Request& request) {
     response.Version = textOf(line.at(0));
     response.Status = static_cast<int>(line.at(1).number());
     response.Reason = textOf(line.at(2));
-    const vantik::Array fields = State.Connection.call("getResponseFields");
+    const vantik::Array fields = TheSession.Connection.call("getResponseFields");
     for (std::size_t i = 0; i < fields.size(); ++i) {
         response.Fields.push_back({textOf(fields.field("Name", i)), textOf(fields.field("Value", i))});
     }
@@ -165,7 +168,7 @@ std::optional<std::uint64_t> Exchange::announcedLength(const Response& response)
         return 0;
     }
     const Field* encoding = response.field("Content-Encoding");
-    const bool decoded = Wanted.Decode && encoding != nullptr && !equalsIgnoringCase(encoding->Value, "identity");
+    const bool decoded = TheSettings.Decode && encoding != nullptr && !equalsIgnoringCase(encoding->Value, "identity");
     const Field* length = response.field("Content-Length");
     if (decoded || length == nullptr || response.field("Transfer-Encoding") != nullptr) {
         return std::nullopt;
@@ -177,8 +180,8 @@ std::uint64_t Exchange::receive(BodySink& sink, ProgressMeter& meter) {
     sink.onWrite([&](std::uint64_t taken) { meter.update(taken); });
     guarded(
         [&] {
-            State.Connection.set("Consumer", makeConsumer(State.Host, sink.consumer()));
-            State.Connection.call("copyContentToByteArray", {vantik::Array(false)});
+            TheSession.Connection.set("Consumer", makeConsumer(TheSession.Host, sink.consumer()));
+            TheSession.Connection.call("copyContentToByteArray", {vantik::Array(false)});
         },
         &sink);
     return sink.taken();
@@ -190,7 +193,7 @@ void Exchange::finish() {
 }
 
 void Exchange::close() {
-    if (State.Connection) {
+    if (TheSession.Connection) {
         invoke("closeConnection");
     }
 }

@@ -80,12 +80,12 @@ private:
     void requireWhole() const; // raises what the library has warned of
     void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
 
-    Session& State;
-    const Settings& Wanted;
-    const Console& Screen;
+    Session& TheSession;
+    const Settings& TheSettings;
+    const Console& TheConsole;
     std::optional<std::string> Body; // held in memory
     std::unique_ptr<BodySource> Source;
-    std::unique_ptr<ProgressMeter> Upload;
+    std::unique_ptr<ProgressMeter> UploadMeter;
     vantik::Object Provider;
     bool Redirected = false;
 };

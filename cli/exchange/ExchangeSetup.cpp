@@ -44,7 +44,7 @@ std::string certificateName(const Settings& settings) {
 void Exchange::prepare(Request& request) {
     makeConnection();
     setBeforeOpen(request);
-    request.Url = State.Connection.get("URL").text(); // the ASCII form, which the proxy lookup needs
+    request.Url = TheSession.Connection.get("URL").text(); // the ASCII form, which the proxy lookup needs
     openThroughProxy(request.Url);
     setAfterOpen(request);
 }
@@ -52,52 +52,53 @@ void Exchange::prepare(Request& request) {
 // In the newer interface one object serves a whole chain of redirects, so that cookies set on the way count. The older
 // one keeps what it made of a body, which must not reach a request without one.
 void Exchange::makeConnection() {
-    if (State.Connection && !Wanted.Simple) {
+    if (TheSession.Connection && !TheSettings.Simple) {
         return;
     }
-    State.Connection = vantik::Object();
-    State.Connection = State.Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Wanted.Simple)});
+    TheSession.Connection = vantik::Object();
+    TheSession.Connection = TheSession.Host.create(vantik::kHttpConnectionClass, {vantik::Array(!TheSettings.Simple)});
 }
 
 void Exchange::setBeforeOpen(const Request& request) {
-    const vantik::Object& connection = State.Connection;
-    connection.set("Debug", vantik::Array(static_cast<std::int32_t>(Wanted.Debug)));
+    const vantik::Object& connection = TheSession.Connection;
+    connection.set("Debug", vantik::Array(static_cast<std::int32_t>(TheSettings.Debug)));
     connection.set("URL", request.Url);
-    connection.set("CertificateFilename", certificateName(Wanted));
-    connection.set("VerifyServerName", Wanted.VerifyName && Wanted.VerifyPeer);
-    connection.set("Decode", Wanted.Decode);
-    connection.set("TimeoutInMilliseconds",
-                   vantik::Array::doubles({Wanted.ConnectTimeout, Wanted.ResponseTimeout, Wanted.DataTimeout}));
-    const bool known = request.Credentials && Wanted.User.has_value();
-    connection.set("Username", known ? *Wanted.User : std::string());
-    connection.set("Password", known ? Wanted.Password.value_or("") : std::string());
+    connection.set("CertificateFilename", certificateName(TheSettings));
+    connection.set("VerifyServerName", TheSettings.VerifyName && TheSettings.VerifyPeer);
+    connection.set("Decode", TheSettings.Decode);
+    connection.set(
+        "TimeoutInMilliseconds",
+        vantik::Array::doubles({TheSettings.ConnectTimeout, TheSettings.ResponseTimeout, TheSettings.DataTimeout}));
+    const bool known = request.Credentials && TheSettings.User.has_value();
+    connection.set("Username", known ? *TheSettings.User : std::string());
+    connection.set("Password", known ? TheSettings.Password.value_or("") : std::string());
 }
 
 void Exchange::openThroughProxy(const std::string& url) {
-    const ProxyChoice proxy = chooseProxy(State.Host, Wanted.Proxy, url);
-    const std::string user = Wanted.ProxyUser.value_or(proxy.User);
-    const std::string password = Wanted.ProxyUser ? Wanted.ProxyPassword.value_or("") : proxy.Password;
-    State.Connection.set("ProxyUsername", user);
-    State.Connection.set("ProxyPassword", password);
+    const ProxyChoice proxy = chooseProxy(TheSession.Host, TheSettings.Proxy, url);
+    const std::string user = TheSettings.ProxyUser.value_or(proxy.User);
+    const std::string password = TheSettings.ProxyUser ? TheSettings.ProxyPassword.value_or("") : proxy.Password;
+    TheSession.Connection.set("ProxyUsername", user);
+    TheSession.Connection.set("ProxyPassword", password);
     // Without a host this is a direct connection. It is opened in the same way, because the object would remember the
     // proxy of the request before.
     invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
                                                              {"Port", vantik::Array(double(proxy.Port))}})});
-    if (Wanted.Simple) {
+    if (TheSettings.Simple) {
         return; // allows every scheme by itself
     }
     const bool wanted = !user.empty();
     invoke("setAuthenticationSchemes",
-           {schemeArray(wanted ? Wanted.ProxyAuth.value_or(kUsualSchemes) : std::vector<std::string>()),
+           {schemeArray(wanted ? TheSettings.ProxyAuth.value_or(kUsualSchemes) : std::vector<std::string>()),
             vantik::Array(true)});
 }
 
 void Exchange::setAfterOpen(const Request& request) {
-    State.Connection.set("RequestMethod", request.Method);
-    if (!Wanted.Simple) {
-        const bool known = request.Credentials && Wanted.User.has_value();
+    TheSession.Connection.set("RequestMethod", request.Method);
+    if (!TheSettings.Simple) {
+        const bool known = request.Credentials && TheSettings.User.has_value();
         invoke("setAuthenticationSchemes",
-               {schemeArray(known ? Wanted.Auth.value_or(kUsualSchemes) : std::vector<std::string>()),
+               {schemeArray(known ? TheSettings.Auth.value_or(kUsualSchemes) : std::vector<std::string>()),
                 vantik::Array(false)});
     }
     setBody(request);
@@ -116,18 +117,18 @@ void Exchange::setAfterOpen(const Request& request) {
 
 // True where the older interface makes the body from PostData and adds the length itself.
 bool Exchange::sendsPostData(const Request& request) const {
-    return Wanted.Simple && (request.Method == "POST" || request.Method == "PUT" || request.Method == "PATCH");
+    return TheSettings.Simple && (request.Method == "POST" || request.Method == "PUT" || request.Method == "PATCH");
 }
 
 void Exchange::setBody(const Request& request) {
-    const vantik::Object& connection = State.Connection;
+    const vantik::Object& connection = TheSession.Connection;
     const bool inMemory = request.Body && Body.has_value();
     connection.set("PostData", inMemory && sendsPostData(request) ? vantik::Array(*Body) : vantik::Array(""));
     connection.set("Payload", vantik::Array::bytes(inMemory && !sendsPostData(request) ? std::string_view(*Body)
                                                                                        : std::string_view()));
     if (request.Body && Source) {
         Source->beginRequest();
-        connection.set("ProviderBufferSize", vantik::Array(Wanted.BufferSize));
+        connection.set("ProviderBufferSize", vantik::Array(TheSettings.BufferSize));
         connection.set("Provider", Provider);
     } else {
         connection.set("Provider", vantik::Array());
@@ -135,7 +136,7 @@ void Exchange::setBody(const Request& request) {
 }
 
 std::optional<std::uint64_t> Exchange::bodyLength() const {
-    if (Wanted.Chunked) {
+    if (TheSettings.Chunked) {
         return std::nullopt;
     }
     return Source ? Source->length() : std::optional<std::uint64_t>(Body ? Body->size() : 0);
@@ -152,7 +153,7 @@ std::vector<Field> Exchange::fieldsFor(const Request& request) const {
     if (!request.Body) {
         return fields;
     }
-    if (Wanted.BodyText) {
+    if (TheSettings.BodyText) {
         addUnlessSet("Content-Type", "application/x-www-form-urlencoded");
     }
     if (const auto length = bodyLength(); length && !sendsPostData(request) && !hasField(fields, "Transfer-Encoding")) {

@@ -36,7 +36,7 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
             optionNames(row),
             [apply, &result](std::int64_t count) {
                 if (count > 0) {
-                    apply(result.Wanted, "");
+                    apply(result.Settings, "");
                 }
             },
             wrapped(row.Help, kHelpTextWidth));
@@ -45,7 +45,7 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
             optionNames(row),
             [apply, secret = row.Secret, &result](const CLI::results_t& values) {
                 for (const std::string& value : values) {
-                    apply(result.Wanted, value);
+                    apply(result.Settings, value);
                     if (secret != Secrecy::None) {
                         result.Secrets.push_back({value, secret});
                     }
@@ -65,7 +65,7 @@ void addHelp(CLI::App& app) {
 }
 
 void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
-    Settings& settings = result.Wanted;
+    Settings& settings = result.Settings;
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
     sub->set_help_flag();
     if (command.Url) {
@@ -253,15 +253,15 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         failUsage(firstLine(error.what()));
     }
-    if (result.Wanted.Command == Command::Help) {
-        result.Help = helpOn(app, result.Wanted.Topic);
+    if (result.Settings.Command == Command::Help) {
+        result.Help = helpOn(app, result.Settings.Topic);
         return result;
     }
-    if (result.Wanted.Command == Command::None && !result.Wanted.ShowVersion) {
+    if (result.Settings.Command == Command::None && !result.Settings.ShowVersion) {
         failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
     }
-    if (!result.Wanted.ShowVersion) {
-        completeSettings(result.Wanted);
+    if (!result.Settings.ShowVersion) {
+        completeSettings(result.Settings);
     }
     return result;
 }

@@ -17,7 +17,7 @@ struct SecretValue {
 };
 
 struct ParseResult {
-    Settings Wanted;
+    cli::Settings Settings;
     std::vector<SecretValue> Secrets;
     std::optional<std::string> Help; // asked for: print this and stop
 };

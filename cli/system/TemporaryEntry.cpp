@@ -15,9 +15,9 @@ std::vector<TemporaryEntry*> theEntries; // guarded by theLock
 std::atomic<bool> theLock = false;       // a lock that a signal handler can take too
 
 // Holds the lock. No signal comes to this thread meanwhile, so that its handler cannot wait for us here.
-class Undivided {
+class EntriesLock {
 public:
-    Undivided() {
+    EntriesLock() {
         sigset_t ending;
         sigemptyset(&ending);
         for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
@@ -28,15 +28,15 @@ public:
             theLock.wait(true);
         }
     }
-    ~Undivided() {
+    ~EntriesLock() {
         const int savedErrno = errno;
         theLock = false;
         theLock.notify_one();
         pthread_sigmask(SIG_SETMASK, &Before, nullptr);
         errno = savedErrno;
     }
-    Undivided(const Undivided&) = delete;
-    Undivided& operator=(const Undivided&) = delete;
+    EntriesLock(const EntriesLock&) = delete;
+    EntriesLock& operator=(const EntriesLock&) = delete;
 
 private:
     sigset_t Before;
@@ -48,13 +48,13 @@ TemporaryEntry::~TemporaryEntry() {
     if (!There) {
         return;
     }
-    const Undivided step;
+    const EntriesLock lock;
     unlinkat(Folder, name(), 0);
     std::erase(theEntries, this);
 }
 
 int TemporaryEntry::make(const std::function<int()>& call) {
-    const Undivided step;
+    const EntriesLock lock;
     theEntries.push_back(this);
     const int result = call();
     There = result >= 0;
@@ -65,7 +65,7 @@ int TemporaryEntry::make(const std::function<int()>& call) {
 }
 
 int TemporaryEntry::take(const std::function<int()>& call) {
-    const Undivided step;
+    const EntriesLock lock;
     const int result = call();
     if (result >= 0) {
         There = false;

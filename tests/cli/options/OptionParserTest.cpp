@@ -34,7 +34,7 @@ std::string refusal(const std::vector<std::string>& words) {
 }
 
 TEST(OptionParser, ACommandAndItsUrlAreTaken) {
-    const Settings settings = parse({"get", "http://h/x"}).Wanted;
+    const Settings settings = parse({"get", "http://h/x"}).Settings;
     EXPECT_EQ(settings.Command, Command::Get);
     EXPECT_EQ(settings.Url, "http://h/x");
     EXPECT_EQ(settings.effectiveMethod(), "GET");
@@ -43,7 +43,7 @@ TEST(OptionParser, ACommandAndItsUrlAreTaken) {
     EXPECT_TRUE(settings.VerifyName);
     EXPECT_TRUE(settings.Decode);
     EXPECT_EQ(settings.Proxy, "auto");
-    EXPECT_EQ(parse({"save", "http://h/x", "file"}).Wanted.Target, "file");
+    EXPECT_EQ(parse({"save", "http://h/x", "file"}).Settings.Target, "file");
 }
 
 TEST(OptionParser, EveryOptionReachesItsSetting) {
@@ -100,7 +100,7 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
                               "--json-errors",
                               "--color",
                               "never"})
-                           .Wanted;
+                           .Settings;
     EXPECT_EQ(s.Method, "PATCH");
     EXPECT_EQ(s.Fields, (std::vector<Field>{{"A", "1"}, {"B", "2"}}));
     EXPECT_EQ(s.RemovedFields, (std::vector<std::string>{"C"}));
@@ -129,48 +129,49 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
 }
 
 TEST(OptionParser, AFlagTakesNoValueFromTheUrl) {
-    const Settings settings = parse({"get", "-v", "-L", "http://h/"}).Wanted;
+    const Settings settings = parse({"get", "-v", "-L", "http://h/"}).Settings;
     EXPECT_EQ(settings.Url, "http://h/");
     EXPECT_EQ(settings.Debug, 1);
     EXPECT_EQ(settings.redirectLimit(), 20);
 }
 
 TEST(OptionParser, TheLastOfContradictingOptionsCounts) {
-    EXPECT_EQ(parse({"send", "-L", "--no-follow", "http://h/"}).Wanted.redirectLimit(), 0);
-    EXPECT_EQ(parse({"send", "--no-follow", "-L", "http://h/"}).Wanted.redirectLimit(), 20);
-    EXPECT_EQ(parse({"get", "--no-progress", "--progress", "http://h/"}).Wanted.Progress, true);
-    EXPECT_EQ(parse({"get", "--follow", "5", "--follow", "7", "http://h/"}).Wanted.redirectLimit(), 7);
+    EXPECT_EQ(parse({"send", "-L", "--no-follow", "http://h/"}).Settings.redirectLimit(), 0);
+    EXPECT_EQ(parse({"send", "--no-follow", "-L", "http://h/"}).Settings.redirectLimit(), 20);
+    EXPECT_EQ(parse({"get", "--no-progress", "--progress", "http://h/"}).Settings.Progress, true);
+    EXPECT_EQ(parse({"get", "--follow", "5", "--follow", "7", "http://h/"}).Settings.redirectLimit(), 7);
 }
 
 TEST(OptionParser, OptionsEndAtTwoDashes) {
-    EXPECT_EQ(parse({"save", "http://h/", "--", "-f"}).Wanted.Target, "-f");
+    EXPECT_EQ(parse({"save", "http://h/", "--", "-f"}).Settings.Target, "-f");
 }
 
 TEST(OptionParser, SeveralBodiesAreJoinedAndFilesAreRead) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("part"), "c=3");
     const Settings settings =
-        parse({"send", "http://h/", "-d", "a=1", "-d", "b=2", "-d", "@" + folder.file("part")}).Wanted;
+        parse({"send", "http://h/", "-d", "a=1", "-d", "b=2", "-d", "@" + folder.file("part")}).Settings;
     EXPECT_EQ(settings.BodyText, "a=1&b=2&c=3");
     EXPECT_EQ(settings.effectiveMethod(), "POST");
-    EXPECT_EQ(parse({"send", "http://h/", "-d", ""}).Wanted.BodyText, "");
-    EXPECT_EQ(parse({"send", "http://h/", "-T", "-"}).Wanted.effectiveMethod(), "PUT");
+    EXPECT_EQ(parse({"send", "http://h/", "-d", ""}).Settings.BodyText, "");
+    EXPECT_EQ(parse({"send", "http://h/", "-T", "-"}).Settings.effectiveMethod(), "PUT");
 }
 
 TEST(OptionParser, FieldsOfAFileStandAmongTheOthers) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("fields"), "Authorization: Bearer hush\nX-Key: k\n");
-    EXPECT_EQ(parse({"get", "-H", "A: 1", "-H", "@" + folder.file("fields"), "-H", "B: 2", "http://h/"}).Wanted.Fields,
-              (std::vector<Field>{{"A", "1"}, {"Authorization", "Bearer hush"}, {"X-Key", "k"}, {"B", "2"}}));
+    EXPECT_EQ(
+        parse({"get", "-H", "A: 1", "-H", "@" + folder.file("fields"), "-H", "B: 2", "http://h/"}).Settings.Fields,
+        (std::vector<Field>{{"A", "1"}, {"Authorization", "Bearer hush"}, {"X-Key", "k"}, {"B", "2"}}));
     EXPECT_THROW(parse({"get", "-H", "@" + folder.file("none"), "http://h/"}), vantik::Failure);
 }
 
 TEST(OptionParser, CredentialsInTheUrlAreTakenOutOfIt) {
-    Settings settings = parse({"get", "http://me:pass%20word@h/x"}).Wanted;
+    Settings settings = parse({"get", "http://me:pass%20word@h/x"}).Settings;
     EXPECT_EQ(settings.Url, "http://h/x");
     EXPECT_EQ(settings.User, "me");
     EXPECT_EQ(settings.Password, "pass word");
-    settings = parse({"get", "-u", "other:pw:d", "http://me:secret@h/x"}).Wanted;
+    settings = parse({"get", "-u", "other:pw:d", "http://me:secret@h/x"}).Settings;
     EXPECT_EQ(settings.Url, "http://h/x");
     EXPECT_EQ(settings.User, "other");
     EXPECT_EQ(settings.Password, "pw:d");
@@ -252,8 +253,8 @@ TEST(OptionParser, ARefusedValueComesWithItsRange) {
     for (const auto& [line, text] : lines) {
         EXPECT_EQ(refusal(line), text);
     }
-    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "64M", "http://h/"}).Wanted.BufferSize, 64u << 20);
-    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "67108864", "http://h/"}).Wanted.BufferSize, 64u << 20);
+    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "64M", "http://h/"}).Settings.BufferSize, 64u << 20);
+    EXPECT_EQ(parse({"send", "-T", "f", "--buffer-size", "67108864", "http://h/"}).Settings.BufferSize, 64u << 20);
 }
 
 TEST(OptionParser, AnOptionOfAnotherCommandIsSaidToBeThere) {
@@ -294,7 +295,7 @@ TEST(OptionParser, SecretsAreWipedFromTheArguments) {
         argv.push_back(word.data());
     }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
-    EXPECT_EQ(result.Wanted.Password, "second");
+    EXPECT_EQ(result.Settings.Password, "second");
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
     EXPECT_EQ(words[3], "me:xxxxx");
     EXPECT_EQ(words[4], "--password=xxxxxx");
@@ -316,7 +317,7 @@ TEST(OptionParser, CredentialsInFieldsAreWipedFromTheArguments) {
         argv.push_back(word.data());
     }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
-    EXPECT_EQ(result.Wanted.Fields.at(0), (Field{"Authorization", "Bearer tok"}));
+    EXPECT_EQ(result.Settings.Fields.at(0), (Field{"Authorization", "Bearer tok"}));
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
     EXPECT_EQ(words[3], "Authorization: xxxxxxxxxx");
     EXPECT_EQ(words[4], "-HCookie:xxx");
