@@ -89,6 +89,8 @@ std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::opt
            std::chrono::seconds(*second);
 }
 
+// The three forms of RFC 9110, section 5.6.7. Poco::DateTimeParser reads them too, but takes "soon" for the year 0 and
+// "-6" for 6, because it skips what it does not expect; and a wrong moment is worse than none.
 // "Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994".
 std::optional<std::chrono::sys_seconds> parseHttpDate(std::string_view text, WallClock::time_point now) {
     const auto words = split(text, " ");

@@ -1,14 +1,11 @@
 #include "cli/batch/BatchRun.h"
 
 #include "cli/exchange/Session.h"
-#include "cli/failures/CliFailure.h"
 #include "cli/system/Signals.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <random>
-#include <sys/eventfd.h>
 #include <unistd.h>
 #include <utility>
 
@@ -33,19 +30,13 @@ BatchRun::BatchRun(const Settings& settings, const Console& console, const std::
                    BatchJournal* journal, BatchReport& report)
     : TheSettings(settings), TheConsole(console), Lines(lines), Journal(journal), Report(report),
       Policy(retrySettings(settings.Batch), randomShare, [] { return WallClock::now(); }),
-      LiveBytes(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))),
-      Ended(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (Ended < 0) {
-        failSystem(failure::kFailure, "eventfd", errno);
-    }
-}
+      LiveBytes(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))) {}
 
 BatchRun::~BatchRun() {
     stop(nullptr);
     for (std::thread& thread : Threads) {
         thread.join();
     }
-    close(Ended);
 }
 
 void BatchRun::run() {
@@ -72,11 +63,10 @@ void BatchRun::run() {
     };
     while (!over()) {
         const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
-        if (waitReadable(Ended, next) == Waited::Interrupted) {
+        if (waitReadable(WorkerLeft.descriptor(), next) == Waited::Interrupted) {
             break;
         }
-        std::uint64_t count = 0;
-        [[maybe_unused]] const auto length = read(Ended, &count, sizeof count);
+        WorkerLeft.clear();
         if (shown) {
             draw(false);
         }
@@ -138,8 +128,7 @@ void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& liveByt
 void BatchRun::leave() {
     const std::lock_guard lock(Guard);
     --WorkerCount;
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(Ended, &one, sizeof one);
+    WorkerLeft.raise();
 }
 
 // The wish is raised first: a thread that clears its interrupt between two transfers sees it then.

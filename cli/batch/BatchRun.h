@@ -6,6 +6,7 @@
 #include "cli/batch/BatchReport.h"
 #include "cli/batch/BatchTransfer.h"
 #include "cli/options/Settings.h"
+#include "cli/system/WakeEvent.h"
 #include "cli/terminal/Output.h"
 
 #include <atomic>
@@ -57,7 +58,7 @@ private:
     std::set<vantik::Host*> Hosts;
     std::size_t WorkerCount = 0;
     std::exception_ptr FirstFailure;
-    int Ended = -1; // can be read from once a thread has ended
+    WakeEvent WorkerLeft;
     std::vector<std::thread> Threads;
 };
 

@@ -13,8 +13,6 @@
 #include <filesystem>
 #include <memory>
 #include <new>
-#include <sys/eventfd.h>
-#include <unistd.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -54,24 +52,8 @@ void journaled(BatchJournal* journal, Operation operation) {
 
 } // namespace
 
-BatchStop::BatchStop() : Wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (Wake < 0) {
-        failSystem(failure::kFailure, "eventfd", errno);
-    }
-}
-
-BatchStop::~BatchStop() {
-    close(Wake);
-}
-
-void BatchStop::raise() noexcept {
-    Raised = true;
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = write(Wake, &one, sizeof one); // full: awake anyhow
-}
-
 bool BatchStop::sleepUntil(Clock::time_point moment) const {
-    return !raised() && waitReadable(Wake, moment) == Waited::TimedOut;
+    return !raised() && waitReadable(Wake.descriptor(), moment) == Waited::TimedOut;
 }
 
 Settings batchSettings(const Settings& settings, const BatchLine& line) {

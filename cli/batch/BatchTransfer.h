@@ -7,6 +7,7 @@
 #include "cli/exchange/Exchange.h"
 #include "cli/exchange/Session.h"
 #include "cli/failures/ExitStatus.h"
+#include "cli/system/WakeEvent.h"
 #include "cli/terminal/Output.h"
 
 #include <atomic>
@@ -30,19 +31,17 @@ struct BatchOutcome {
 // The wish that a whole run ends: a signal came, or its results cannot be written.
 class BatchStop {
 public:
-    BatchStop();
-    ~BatchStop();
-    BatchStop(const BatchStop&) = delete;
-    BatchStop& operator=(const BatchStop&) = delete;
-
-    void raise() noexcept;
+    void raise() noexcept {
+        Raised = true;
+        Wake.raise();
+    }
     bool raised() const noexcept { return Raised.load() || signalSeen() != 0; }
     // True once the moment has come; false where the run is to end first.
     bool sleepUntil(Clock::time_point moment) const;
 
 private:
     std::atomic<bool> Raised = false;
-    int Wake; // can be read from once it is raised
+    WakeEvent Wake;
 };
 
 class BatchTransfer {

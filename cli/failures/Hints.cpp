@@ -86,7 +86,8 @@ constexpr OtherName kOtherNames[] = {
     {"post", "send"},    {"put", "send"},          {"upload", "send"},
 };
 
-// Insertions, deletions, replacements and swaps of neighbours from one word to the other.
+// Insertions, deletions, replacements and swaps of neighbours from one word to the other. The embedded host measures
+// names of classes in another way, by half steps and without swaps, and offers that to no program.
 std::size_t distance(std::string_view from, std::string_view to) {
     std::vector<std::size_t> before(to.size() + 1);
     std::vector<std::size_t> above(to.size() + 1);

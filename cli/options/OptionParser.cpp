@@ -7,6 +7,7 @@
 #include "cli/options/Reference.h"
 #include "cli/options/RefusedUrl.h"
 #include "cli/text/SafeText.h"
+#include "cli/text/UrlText.h"
 
 #include <CLI/CLI.hpp>
 
@@ -199,7 +200,7 @@ std::string_view secretPart(const SecretValue& value) {
         return text;
     case Secrecy::AfterColon:
         return text.find(':') == text.npos ? std::string_view() : text.substr(text.find(':') + 1);
-    case Secrecy::BeforeAt: {
+    case Secrecy::BeforeAt: { // of a proxy, whose password may hold slashes as they are
         const auto start = text.find("://") == text.npos ? 0 : text.find("://") + 3;
         const auto at = text.rfind('@');
         return at == text.npos || at < start ? std::string_view() : text.substr(start, at - start);
@@ -286,14 +287,8 @@ void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets)
             }
         }
         // The user name and password of a URL.
-        const auto mark = argument.find("://");
-        if (mark == argument.npos) {
-            continue;
-        }
-        const auto first = mark + 3;
-        const auto at = argument.rfind('@', argument.find_first_of("/?#", first));
-        if (at != argument.npos && at > first) {
-            std::memset(argv[i] + first, 'x', at - first);
+        if (const std::string_view info = userInfoIn(argument); !info.empty()) {
+            std::memset(argv[i] + (info.data() - argument.data()), 'x', info.size());
         }
     }
 }

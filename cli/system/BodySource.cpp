@@ -1,7 +1,6 @@
 #include "cli/system/BodySource.h"
 
 #include "cli/failures/CliFailure.h"
-#include "cli/system/Descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,7 +22,7 @@ std::string shownName(const std::string& file) {
 
 int openForReading(const std::string& file) {
     if (file == "-") {
-        return STDIN_FILENO;
+        return -1;
     }
     const int descriptor = retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC); });
     if (descriptor < 0) {
@@ -35,16 +34,14 @@ int openForReading(const std::string& file) {
 } // namespace
 
 BodySource::BodySource(std::string file, std::optional<Clock::time_point> deadline)
-    : Name(shownName(file)), Descriptor(openForReading(file)), Owned(file != "-"), Deadline(deadline) {
+    : Name(shownName(file)), File(openForReading(file)), Input(file == "-" ? STDIN_FILENO : File.Number),
+      Deadline(deadline) {
     struct stat facts {};
-    int error = fstat(Descriptor, &facts) == 0 ? 0 : errno;
+    int error = fstat(Input, &facts) == 0 ? 0 : errno;
     if (error == 0 && S_ISDIR(facts.st_mode)) {
         error = EISDIR;
     }
     if (error != 0) {
-        if (Owned) {
-            close(Descriptor);
-        }
         failSystem(failure::kFileNotRead, Name, error);
     }
     Regular = S_ISREG(facts.st_mode);
@@ -52,14 +49,8 @@ BodySource::BodySource(std::string file, std::optional<Clock::time_point> deadli
         return;
     }
     // Standard input may have been read from before.
-    Start = std::max<std::int64_t>(0, lseek(Descriptor, 0, SEEK_CUR));
+    Start = std::max<std::int64_t>(0, lseek(Input, 0, SEEK_CUR));
     Length = static_cast<std::uint64_t>(std::max<std::int64_t>(0, facts.st_size - Start));
-}
-
-BodySource::~BodySource() {
-    if (Owned) {
-        close(Descriptor);
-    }
 }
 
 void BodySource::beginRequest() {
@@ -70,7 +61,7 @@ void BodySource::beginRequest() {
         fail(failure::kContentNotRewound, {Name},
              Name + " cannot be read a second time for the redirected request; give the content as a file");
     }
-    if (lseek(Descriptor, Start, SEEK_SET) < 0) {
+    if (lseek(Input, Start, SEEK_SET) < 0) {
         failSystem(failure::kFileNotRead, Name, errno);
     }
     Given = 0;
@@ -113,11 +104,11 @@ std::size_t BodySource::readSome(std::size_t wanted) {
         Buffer.resize(wanted);
     }
     for (;;) {
-        if (!Regular && waitReadable(Descriptor, Deadline) != Waited::Ready) {
+        if (!Regular && waitReadable(Input, Deadline) != Waited::Ready) {
             // A signal or the end of the time allowed; the program knows which.
             throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
         }
-        const ssize_t count = ::read(Descriptor, Buffer.data(), wanted);
+        const ssize_t count = ::read(Input, Buffer.data(), wanted);
         if (count >= 0) {
             return static_cast<std::size_t>(count);
         }

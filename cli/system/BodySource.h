@@ -1,6 +1,7 @@
 // Request content that is streamed from a file or from standard input through a content provider.
 #pragma once
 
+#include "cli/system/Descriptor.h"
 #include "cli/system/Signals.h"
 #include "vantik/HostClass.h"
 
@@ -17,7 +18,6 @@ class BodySource {
 public:
     // "-" is standard input. Raises FileNotRead.
     BodySource(std::string file, std::optional<Clock::time_point> deadline);
-    ~BodySource();
     BodySource(const BodySource&) = delete;
     BodySource& operator=(const BodySource&) = delete;
 
@@ -43,8 +43,8 @@ private:
     [[noreturn]] void failWith(vantik::Message message);
 
     std::string Name;
-    int Descriptor;
-    bool Owned;
+    Descriptor File; // none for standard input, which is not ours to close
+    int Input;
     bool Regular = false;
     std::int64_t Start = 0; // where the content begins in a regular file
     std::optional<std::uint64_t> Length;

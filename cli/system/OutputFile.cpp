@@ -173,7 +173,8 @@ void OutputFile::settlePermissions() const {
     }
 }
 
-// Some file systems report a failed write only at a close, and each close of the file is one.
+// Some file systems report a failed write only at a close, and each close of the file is one. It is done by hand: an
+// owner could not report it.
 void OutputFile::checkClose() const {
     const int copy = fcntl(File.Number, F_DUPFD_CLOEXEC, 0);
     if (copy < 0 || (close(copy) != 0 && errno != EINTR)) {

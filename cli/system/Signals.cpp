@@ -18,9 +18,10 @@ namespace {
 // All that the handler touches is lock-free or async-signal-safe.
 std::atomic<vantik::Host*> theHost = nullptr;
 std::atomic<int> theSignal = 0;
-std::atomic<int> theWakeEnd = -1; // written by the handler, so that a poll cannot miss a signal that came before it
+// A pipe that the handler writes to, so that a poll cannot miss a signal that came before it.
+std::atomic<int> theWakeEnd = -1;
+int theReadEnd = -1;
 
-int wakePipe[2] = {-1, -1};
 struct sigaction previousHup;
 struct sigaction previousInt;
 struct sigaction previousTerm;
@@ -63,7 +64,7 @@ Waited waitFor(int descriptor, short events, std::optional<Clock::time_point> un
         if (signalSeen() != 0) {
             return Waited::Interrupted;
         }
-        pollfd entries[2] = {{descriptor, events, 0}, {wakePipe[0], POLLIN, 0}};
+        pollfd entries[2] = {{descriptor, events, 0}, {theReadEnd, POLLIN, 0}};
         const int ready = poll(entries, 2, remainingMs(until));
         if (ready < 0 && errno != EINTR) {
             return Waited::Ready;
@@ -84,8 +85,9 @@ Waited waitFor(int descriptor, short events, std::optional<Clock::time_point> un
 
 SignalScope::SignalScope(vantik::Host& host) {
     theSignal = 0;
-    if (pipe2(wakePipe, O_CLOEXEC | O_NONBLOCK) == 0) {
-        theWakeEnd = wakePipe[1];
+    if (int ends[2]; pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0) {
+        theReadEnd = ReadEnd.Number = ends[0];
+        theWakeEnd = WakeEnd.Number = ends[1];
     }
     theHost = &host;
     struct sigaction action = {};
@@ -108,13 +110,8 @@ SignalScope::~SignalScope() {
     sigaction(SIGPIPE, &previousPipe, nullptr);
     sigaction(SIGXFSZ, &previousXfsz, nullptr);
     theHost = nullptr;
-    theWakeEnd = -1;
-    for (int& end : wakePipe) {
-        if (end >= 0) {
-            close(end);
-        }
-        end = -1;
-    }
+    theWakeEnd = -1; // before the members close the pipe
+    theReadEnd = -1;
 }
 
 int signalSeen() noexcept {

@@ -2,6 +2,7 @@
 // ends the program at once, and takes what has a temporary name with it.
 #pragma once
 
+#include "cli/system/Descriptor.h"
 #include "vantik/Host.h"
 
 #include <chrono>
@@ -16,6 +17,10 @@ public:
     ~SignalScope();
     SignalScope(const SignalScope&) = delete;
     SignalScope& operator=(const SignalScope&) = delete;
+
+private:
+    Descriptor ReadEnd{-1};
+    Descriptor WakeEnd{-1};
 };
 
 // The first signal that arrived; 0 for none.

