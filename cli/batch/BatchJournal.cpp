@@ -72,7 +72,7 @@ std::string keyOf(const BatchLine& line) {
 }
 
 [[noreturn]] void failNoJournal(const std::string& file) {
-    fail(failure::kNoJournal, {file}, file + " is there and is no journal; name another with --journal");
+    fail(failure::kNoJournal, {file}, file + " exists and is not a journal; name another file with --journal");
 }
 
 // True for a first line that is the header, or the beginning of one that was not written to its end.
@@ -217,7 +217,7 @@ BatchJournal::BatchJournal(const std::string& file)
     if (File.Number < 0) {
         const std::string reason = systemText(errno);
         fail(failure::kFileNotWritten, {file, reason},
-             file + ": " + reason + "; --journal FILE names another place, --no-journal does without");
+             file + ": " + reason + "; use --journal FILE for another place, or --no-journal");
     }
     // Where a file system knows no locks, nobody is kept out.
     if (retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK) {

@@ -58,7 +58,7 @@ void checkUrl(const std::string& url) {
     }
     const UrlParts parts = splitUrl(url);
     if (parts.Scheme != "http" && parts.Scheme != "https") {
-        failUsage("'" + printable(maskRefusedUrl(url)) + "' is no http or https URL");
+        failUsage("'" + printable(maskRefusedUrl(url)) + "' is not an http or https URL");
     }
     if (parts.Host.empty()) {
         failUsage("'" + printable(maskRefusedUrl(url)) + "' has no host");
@@ -206,7 +206,7 @@ BatchLine BatchManifestParser::parseText(std::string_view text) const {
     line.Url = text.substr(0, end);
     const std::string_view target = withoutLeadingBlanks(text.substr(end));
     if (!target.empty() && kBlanks.find(target.back()) != kBlanks.npos) {
-        failUsage("a blank ends the line; a target that ends so is written as JSON");
+        failUsage("the line ends with a blank; write a target that ends with one as JSON");
     }
     line.Target = target;
     return line;
@@ -237,7 +237,7 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
         target += "/" + fileNameFor(line.Url);
     }
     if (isSpecialFile(target)) {
-        failUsage("the target '" + printable(target) + "' is no regular file; \"target\":null drops the content");
+        failUsage("the target '" + printable(target) + "' is not a regular file; \"target\":null drops the content");
     }
     const std::string name = Names.of(target);
     if (const auto found = Reserved.find(name); found != Reserved.end()) {
@@ -248,7 +248,7 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
     }
     const auto [found, isNew] = Targets.emplace(name, LineNumber);
     if (!isNew) {
-        failUsage("the target '" + printable(target) + "' is that of line " + std::to_string(found->second) + " too");
+        failUsage("the target '" + printable(target) + "' is already used by line " + std::to_string(found->second));
     }
 }
 
@@ -265,8 +265,8 @@ void BatchManifestParser::settleId(BatchLine& line) {
     }
     const auto [found, isNew] = Ids.emplace(line.Extras->Id, LineNumber);
     if (!isNew) {
-        failUsage("the id '" + printable(line.Extras->Id) + "' is that of line " + std::to_string(found->second) +
-                  " too");
+        failUsage("the id '" + printable(line.Extras->Id) + "' is already used by line " +
+                  std::to_string(found->second));
     }
 }
 

@@ -26,7 +26,7 @@ std::string inQuotes(std::string_view text) {
 
 const std::string& text(const Json& value, const char* key) {
     if (!value.is_string()) {
-        failUsage(std::string("the value of \"") + key + "\" is no text");
+        failUsage(std::string("the value of \"") + key + "\" is not a string");
     }
     return value.get_ref<const std::string&>();
 }
@@ -93,7 +93,7 @@ void takeBody(BatchLine&, BatchExtras& extras, const Json& value) {
 void takeBodyFile(BatchLine&, BatchExtras& extras, const Json& value) {
     extras.BodyFile = nonEmpty(value, "body_file");
     if (extras.BodyFile == "-") {
-        failUsage("\"body_file\" names a file; standard input serves no line by itself");
+        failUsage("\"body_file\" must name a file; standard input cannot be used");
     }
 }
 
@@ -123,7 +123,7 @@ Json parsed(std::string_view source) {
     std::string twice;
     const auto look = [&](int depth, Json::parse_event_t event, Json& value) {
         if (depth > kDeepest && begins(event)) {
-            failUsage("no JSON that can be used: arrays and objects are in each other more than " +
+            failUsage("not usable JSON: arrays and objects are nested more than " +
                       std::to_string(kDeepest) + " deep");
         }
         if (event == Json::parse_event_t::key && depth == 1 && !names.insert(value.get<std::string>()).second) {
@@ -138,10 +138,10 @@ Json parsed(std::string_view source) {
         // What stands in brackets in front names the parser's own classes, and what was read last may be a secret.
         std::string reason = failure.what();
         reason.erase(0, std::min(reason.find("] "), reason.size() - 2) + 2);
-        failUsage("no JSON: " + printable(reason.substr(0, reason.find("; last read"))));
+        failUsage("not valid JSON: " + printable(reason.substr(0, reason.find("; last read"))));
     }
     if (!twice.empty()) {
-        failUsage("the key " + inQuotes(twice) + " stands there twice");
+        failUsage("the key " + inQuotes(twice) + " is given twice");
     }
     return object;
 }
@@ -180,7 +180,7 @@ BatchLine parseBatchJson(std::string_view source) {
                                        [&name = name](const KeyRow& known) { return known.Name == name; });
         if (row == std::end(kKeys)) {
             failUsage("unknown key " + inQuotes(name) +
-                      "; known are url, target, method, fields, body, body_file and id");
+                      "; the keys are url, target, method, fields, body, body_file and id");
         }
         row->Take(line, *line.Extras, value);
     }

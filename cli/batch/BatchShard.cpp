@@ -27,7 +27,7 @@ public:
         const char* value = Get(name);
         const auto result = wholeNumber(value == nullptr ? "" : value);
         if (!result) {
-            failUsage(std::string("the variable ") + name + " holds no number; say which part with --shard I/N");
+            failUsage(std::string("the variable ") + name + " does not hold a number; choose the part with --shard I/N");
         }
         return *result;
     }
@@ -37,7 +37,7 @@ private:
 };
 
 BatchShard checked(BatchShard shard) {
-    const std::string from = shard.Source.empty() ? "" : ", by " + shard.Source;
+    const std::string from = shard.Source.empty() ? "" : ", from " + shard.Source;
     if (shard.Count == 0 || shard.Count > kMostShards || shard.Index == 0 || shard.Index > shard.Count) {
         failUsage("there is no shard " + std::to_string(shard.Index) + " of " + std::to_string(shard.Count) + from +
                   "; shards are counted from 1");
@@ -50,7 +50,7 @@ BatchShard parseOption(const std::string& text) {
     const auto index = wholeNumber(std::string_view(text).substr(0, slash));
     const auto count = slash == text.npos ? std::nullopt : wholeNumber(std::string_view(text).substr(slash + 1));
     if (!index || !count) {
-        failUsage("'" + printable(text) + "' is no value for --shard; it is written I/N, as in 2/8");
+        failUsage("'" + printable(text) + "' is not a valid value for --shard; write I/N, as in 2/8");
     }
     return {*index, *count, "--shard"};
 }
@@ -106,7 +106,7 @@ std::optional<BatchShard> bySlurmArray(const Variables& variables) {
                       (count > 1 ? last > first : last == first);
     const std::size_t step = even && count > 1 ? (last - first) / steps : 1;
     if (!even || (id - first) % step != 0) {
-        failUsage("the numbers of this Slurm array are not even steps; say which part with --shard I/N");
+        failUsage("the numbers of this Slurm array are not evenly spaced; choose the part with --shard I/N");
     }
     return BatchShard{(id - first) / step + 1, count, "SLURM_ARRAY_TASK_ID"};
 }

@@ -38,7 +38,7 @@ public:
     int run() {
         std::vector<BatchLine> lines = readManifest();
         if (!Shard.Source.empty()) {
-            TheConsole.note("shard " + std::to_string(Shard.Index) + " of " + std::to_string(Shard.Count) + ", by " +
+            TheConsole.note("shard " + std::to_string(Shard.Index) + " of " + std::to_string(Shard.Count) + ", from " +
                             Shard.Source + "; " + std::to_string(lines.size()) + " of " + std::to_string(LineCount) +
                             " lines");
         }
@@ -144,8 +144,8 @@ private:
         unreadable += history.read(JournalName);
         if (unreadable != 0) {
             TheConsole.note(unreadable == 1
-                                ? "1 line of the journal cannot be read and does not count"
-                                : std::to_string(unreadable) + " lines of the journal cannot be read and do not count");
+                                ? "1 line of the journal cannot be read and is ignored"
+                                : std::to_string(unreadable) + " lines of the journal cannot be read and are ignored");
         }
         std::erase_if(lines, [&](const BatchLine& line) {
             const auto ended = history.done(line);
@@ -161,7 +161,7 @@ private:
         TheConsole.note(summaryText(totals));
         if (signalSeen() != 0) {
             if (Journal) {
-                TheConsole.note("the same command goes on where this run stopped");
+                TheConsole.note("run the same command again to resume");
             }
             throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
         }

@@ -143,7 +143,7 @@ private:
         }
         if (response.Status >= kFirstErrorStatus) {
             TheConsole.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
-                            target + " holds that answer");
+                            target + " holds that response");
         } else if (TheConsole.errIsTerminal() && TheSettings.Progress.value_or(true)) {
             TheConsole.note("saved " + target + " (" + sizeText(delivered) + ")");
         }

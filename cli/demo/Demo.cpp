@@ -62,7 +62,7 @@ bool runStep(DemoStage& stage, const DemoStep& step, int number) {
     if (stage.TheSession.Connection) {
         stage.invoke("closeConnection");
     }
-    console.print("   " + console.styled(Style::Bad, "not as it should be: " + printable(problem)) + "\n\n");
+    console.print("   " + console.styled(Style::Bad, "failed: " + printable(problem)) + "\n\n");
     return false;
 }
 
@@ -80,7 +80,7 @@ int runDemo(Session& session, const Console& console) {
     }
     session.Connection = vantik::Object();
     if (failed != 0) {
-        fail(failure::kDemoFailed, {failed}, std::to_string(failed) + " of the steps did not do what they say");
+        fail(failure::kDemoFailed, {failed}, std::to_string(failed) + " of the steps failed");
     }
     console.print(console.styled(Style::Good, "Every step did what it says.") + "\n");
     return kExitDone;

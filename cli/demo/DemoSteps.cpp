@@ -269,7 +269,7 @@ void wireTrace(DemoStage& stage) {
 
 constexpr DemoStep kSteps[] = {
     {"A GET into a byte array", "The content comes back as one uint8 array.", getIntoArray},
-    {"A save with progress", "copyContentToFile writes; a ProgressReporter is told the bytes; the name comes last.",
+    {"A save with progress", "copyContentToFile writes; a ProgressReporter counts the bytes; the file gets its name last.",
      saveWithProgress},
     {"An upload streamed from a provider", "The class asks the provider for the next piece when it can send it.",
      uploadFromProvider},

@@ -67,7 +67,7 @@ vantik::ContentConsumer BodySink::consumer() {
         if (GuardTerminal && Controls.findsIn(bytes)) {
             Failed = cliMessage(failure::kBinaryToTerminal, {},
                                 "the content has control characters and is not shown on a terminal; use --output FILE, "
-                                "or '-o -' to show it all the same");
+                                "or '-o -' to show it anyway");
             return std::nullopt;
         }
         if (piece.size() > Most - Taken) {

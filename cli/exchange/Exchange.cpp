@@ -22,8 +22,8 @@ std::string textOf(const vantik::Array& value) {
 vantik::Message worded(vantik::Message partial) {
     if (partial.Arguments.size() > 2 && (partial.Arguments[1] == vantik::MessageArgument("-1") ||
                                          partial.Arguments[1] == vantik::MessageArgument("0"))) {
-        partial.Text = "The answer is incomplete: it ended after " + std::get<std::string>(partial.Arguments[0]) +
-                       " bytes of content, before its end. " + std::get<std::string>(partial.Arguments[2]);
+        partial.Text = "The response is incomplete: it was cut off after " + std::get<std::string>(partial.Arguments[0]) +
+                       " bytes of content. " + std::get<std::string>(partial.Arguments[2]);
     }
     return partial;
 }

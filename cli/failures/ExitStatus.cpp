@@ -12,15 +12,15 @@ namespace {
 
 constexpr ExitMeaning kMeanings[] = {
     {kExitDone, "completed"},
-    {kExitFailure, "another failure"},
+    {kExitFailure, "any other failure"},
     {kExitUsage, "wrong usage"},
     {kExitUrl, "malformed URL, or a scheme other than http and https"},
     {kExitUnknownHost, "unknown host"},
     {kExitConnect, "connection refused or failed"},
     {kExitIncomplete, "incomplete content"},
-    {kExitStatus, "status 400 and above with --fail, or outside 200 to 299 with --simple"},
+    {kExitStatus, "status 400 or above with --fail, or outside 200 to 299 with --simple"},
     {kExitNotWritten, "file or output not written"},
-    {kExitNotRead, "content to send, or the list of batch, not read"},
+    {kExitNotRead, "content to send, or the manifest of batch, not read"},
     {kExitTimeout, "timeout"},
     {kExitStopped, "stopped by the consumer or the progress reporter"},
     {kExitRedirects, "too many redirects"},

@@ -16,15 +16,15 @@ constexpr std::string_view kStatus = "NETROVE:cli:StatusError";
 constexpr std::string_view kCopy = "VANTIK:webservices:CopyContentToDataStreamError";
 
 constexpr std::string_view kNoTls = "the server does not speak TLS on this port; try http:// or another port";
-constexpr std::string_view kExpired = "only the server's owner can renew its certificate; look at this machine's clock "
+constexpr std::string_view kExpired = "only the server's owner can renew its certificate; check this machine's clock "
                                       "too";
 constexpr std::string_view kOtherName = "the certificate is for another name; use that name in the URL, or "
                                         "--no-verify-name if you know the server";
 constexpr std::string_view kUnknownIssuer =
-    "if you know this server, name the file of its authority with --ca-file; -k "
-    "would accept anybody";
+    "if you trust this server, name the file of its certificate authority with "
+    "--ca-file; -k would accept anyone";
 constexpr std::string_view kNotHttp = "the server may expect TLS on this port; try https://";
-constexpr std::string_view kNoScheme = "write http:// or https:// in front of it";
+constexpr std::string_view kNoScheme = "put http:// or https:// in front of it";
 constexpr std::string_view kConnectTime = "--connect-timeout MS sets that limit, 0 lifts it";
 
 // The first row that fits counts. The reason of a TLS failure is argument 1, that of a failed copy 0.
@@ -40,18 +40,18 @@ constexpr HintRow kHints[] = {
     {kFileTls, 1, "does not match", kOtherName},
     {kSystemTls, 1, "no alternative certificate subject name matches", kOtherName},
     {kFileTls, 1, "no alternative certificate subject name matches", kOtherName},
-    {kFileTls, 1, "error setting certificate", "the file of --ca-file must exist and hold certificates as PEM text"},
+    {kFileTls, 1, "error setting certificate", "the file given with --ca-file must exist and hold PEM certificates"},
     {kSystemTls, 1, "SSL certificate", kUnknownIssuer},
-    {kFileTls, 1, "issuer certificate", "the file of --ca-file has to hold the authority that issued this certificate"},
+    {kFileTls, 1, "issuer certificate", "the file given with --ca-file must hold the authority that issued this certificate"},
     {kFileTls, 1, "self-signed certificate",
-     "the file of --ca-file has to hold this certificate, or the authority that issued it"},
+     "the file given with --ca-file must hold this certificate, or the authority that issued it"},
     {"VANTIK:webservices:InternalError", 0, "CRLF not found in headers",
      "the request's head is too long to be sent at once; shorten its fields"},
     {kCopy, 0, "Empty reply from server", kNotHttp},
     {kCopy, 0, "HTTP/0.9", kNotHttp},
     {"VANTIK:webservices:ConnectionRefused", 1, "Connection reset", kNotHttp},
     {"VANTIK:webservices:MalformedURL", 0, "(no protocol)", kNoScheme},
-    {"VANTIK:webservices:MalformedURL", 0, " ", "put the URL in quotes, and write %20 for a blank in it"},
+    {"VANTIK:webservices:MalformedURL", 0, " ", "put the URL in quotes, and write %20 for a space in it"},
     {"VANTIK:webservices:ExpectedProtocol", 1, "://", kNoScheme, true}, // "localhost:8080/x"
     {"VANTIK:webservices:FileNotFound", 0, "://", "two slashes follow the scheme, as in http://host/path", true},
     {kTimeout, 3, "HTTPOptions.ConnectTimeout", kConnectTime},
@@ -62,8 +62,8 @@ constexpr HintRow kHints[] = {
     {kStatus, 0, "401", "log in with --user NAME, or check name and password"},
     {kStatus, 0, "407", "log in to the proxy with --proxy-user NAME, or check name and password"},
     {"VANTIK:host:Failure", 0, "A proxy setting of this system",
-     "--proxy HOST:PORT names a proxy, --proxy none does without"},
-    {"NETROVE:cli:FileNotWritten", 1, "No such file or directory", "make the folder first"},
+     "--proxy HOST:PORT sets a proxy, --proxy none connects directly"},
+    {"NETROVE:cli:FileNotWritten", 1, "No such file or directory", "create the folder first"},
 };
 
 bool fits(const HintRow& row, const vantik::Message& message) {

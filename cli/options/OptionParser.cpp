@@ -176,7 +176,7 @@ std::string takersOf(std::string_view name) {
                   (takers.empty() ? suggestion(name, known) : "; " + takers));
     }
     if (!chosen.empty()) {
-        failUsage("'" + printable(maskRefusedUrl(left.front())) + "' is one word too many for " +
+        failUsage("unexpected argument '" + printable(maskRefusedUrl(left.front())) + "' for " +
                   chosen.front()->get_name());
     }
     std::vector<std::string> known = {"--help", "--version"};

@@ -37,7 +37,7 @@ std::optional<Number> parsed(std::string_view text) {
 }
 
 [[noreturn]] void failValue(const char* option, const std::string& text, const std::string& wanted) {
-    failUsage("'" + printable(text) + "' is no value for --" + option + "; it takes " + wanted);
+    failUsage("'" + printable(text) + "' is not a valid value for --" + option + "; it takes " + wanted);
 }
 
 template <class Number>
@@ -88,7 +88,7 @@ std::uint64_t byteSize(const char* option, const std::string& text) {
     const auto value = parsed<std::uint64_t>(digits);
     if (!value || *value == 0 || *value > kLargestBuffer / factor) {
         failValue(option, text,
-                  "a whole number from 1 to " + std::to_string(kLargestBuffer >> 20) + "M, with k or M behind it");
+                  "a whole number from 1 to " + std::to_string(kLargestBuffer >> 20) + "M, which k or M may follow");
     }
     return *value * factor;
 }
@@ -106,8 +106,8 @@ std::vector<std::string> schemes(const char* option, const std::string& text) {
         const auto* known = std::find_if(std::begin(kSchemes), std::end(kSchemes),
                                          [&](std::string_view name) { return equalsIgnoringCase(name, word); });
         if (known == std::end(kSchemes)) {
-            failUsage("'" + printable(word) + "' is no scheme for --" + option +
-                      "; known are basic, digest, ntlm and negotiate");
+            failUsage("'" + printable(word) + "' is not a valid scheme for --" + option +
+                      "; use basic, digest, ntlm or negotiate");
         }
         result.emplace_back(*known);
         start = comma + 1;
@@ -117,7 +117,7 @@ std::vector<std::string> schemes(const char* option, const std::string& text) {
 
 std::string nonEmpty(const char* option, const std::string& text) {
     if (text.empty()) {
-        failUsage(std::string("--") + option + " needs a value that is not empty");
+        failUsage(std::string("--") + option + " needs a non-empty value");
     }
     return text;
 }
@@ -147,7 +147,7 @@ ColorChoice colorChoice(const std::string& text) {
         return ColorChoice::Never;
     }
     if (text != "auto") {
-        failUsage("'" + printable(text) + "' is no value for --color; known are auto, always and never");
+        failUsage("'" + printable(text) + "' is not a valid value for --color; use auto, always or never");
     }
     return ColorChoice::Auto;
 }
@@ -186,61 +186,61 @@ constexpr const char* kShowGroup = "What is shown";
 
 // clang-format off
 const OptionRow kOptions[] = {
-    {"method", 'X', "M", kRequestGroup, kSend, "request method; without it GET, POST with a body, PUT with a streamed one",
+    {"method", 'X', "M", kRequestGroup, kSend, "request method (default: GET, with a body POST, with a streamed one PUT)",
      [](S& s, V v) { checkMethod(v); s.Method = v; }},
-    {"field", 'H', "'NAME: VALUE'|@FILE", kRequestGroup, kTransfers, "add a header field, or with @FILE one a line from a file, where other users do not see them ('@-': standard input); 'NAME:' leaves out the library's own. Repeatable",
+    {"field", 'H', "'NAME: VALUE'|@FILE", kRequestGroup, kTransfers, "add a header field; @FILE reads one per line from a file, where other users cannot see them ('@-': standard input). 'NAME:' leaves out the field that the library adds. Repeatable",
      addFields, Secrecy::FieldValue},
-    {"remove-field", 0, "NAME", kRequestGroup, kTransfers, "leave out all header fields of that name. Repeatable",
+    {"remove-field", 0, "NAME", kRequestGroup, kTransfers, "leave out all header fields with that name. Repeatable",
      [](S& s, V v) { checkFieldName(v); s.RemovedFields.push_back(v); }},
-    {"body", 'd', "TEXT", kRequestGroup, kSend, "body from the command line, or from a file with @FILE; several are joined by '&'. Sent as a form unless -H names another Content-Type",
+    {"body", 'd', "TEXT", kRequestGroup, kSend, "body text, or @FILE to read it from a file; several are joined with '&'. Sent as a form unless -H sets another Content-Type",
      addBody},
-    {"body-file", 0, "FILE", kRequestGroup, kSend, "body from a file held in memory; '-' is standard input",
+    {"body-file", 0, "FILE", kRequestGroup, kSend, "read the body from a file into memory; '-' is standard input",
      [](S& s, V v) { s.BodyFile = nonEmpty("body-file", v); }},
-    {"stream-file", 'T', "FILE", kRequestGroup, kSend, "body streamed from a file through a provider object; '-' is standard input",
+    {"stream-file", 'T', "FILE", kRequestGroup, kSend, "stream the body from a file through a provider object; '-' is standard input",
      [](S& s, V v) { s.StreamFile = nonEmpty("stream-file", v); }},
-    {"buffer-size", 0, "N", kRequestGroup, kSend, "bytes asked of the provider at a time; k and M are 1024 and 1048576",
+    {"buffer-size", 0, "N", kRequestGroup, kSend, "bytes to ask the provider for at a time; k means 1024, M 1048576",
      [](S& s, V v) { s.BufferSize = byteSize("buffer-size", v); }},
-    {"chunked", 0, "", kRequestGroup, kSend, "do not tell the length of the body, even where it is known",
+    {"chunked", 0, "", kRequestGroup, kSend, "do not send the length of the body, even if it is known",
      [](S& s, V) { s.Chunked = true; }},
-    {"simple", 0, "", kRequestGroup, kSingle, "the older interface: every authentication scheme is allowed, and a status outside 200 to 299 fails",
+    {"simple", 0, "", kRequestGroup, kSingle, "use the older interface: every authentication scheme is allowed, and a status outside 200 to 299 is a failure",
      [](S& s, V) { s.Simple = true; }},
 
-    {"output", 'o', "FILE", kResponseGroup, kGet | kSend, "write the content to a file, which appears when it is complete and replaces one that is there; '-' is standard output, whatever the content",
+    {"output", 'o', "FILE", kResponseGroup, kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content",
      [](S& s, V v) { s.OutputFile = nonEmpty("output", v); }},
-    {"force", 0, "", kResponseGroup, kSave | kBatch, "replace a file that is there",
+    {"force", 0, "", kResponseGroup, kSave | kBatch, "replace an existing file",
      [](S& s, V) { s.Force = true; }},
     {"include", 'i', "", kResponseGroup, kGet | kSend, "write the head of the response before its content",
      [](S& s, V) { s.Include = true; }},
-    {"consumer", 0, "", kResponseGroup, kSingle, "kept for older scripts: content always comes through a consumer object",
+    {"consumer", 0, "", kResponseGroup, kSingle, "no effect; kept for older scripts, since content always goes through a consumer object",
      [](S&, V) {}},
-    {"no-decode", 0, "", kResponseGroup, kTransfers, "leave compressed content as it came",
+    {"no-decode", 0, "", kResponseGroup, kTransfers, "do not decompress content",
      [](S& s, V) { s.Decode = false; }},
-    {"location", 'L', "", kResponseGroup, kTransfers, "follow up to 20 redirects, as get and save do by themselves",
+    {"location", 'L', "", kResponseGroup, kTransfers, "follow up to 20 redirects, the default except for send",
      [](S& s, V) { s.MaxRedirects = kDefaultRedirects; }},
     {"follow", 0, "N", kResponseGroup, kTransfers, "follow up to N redirects",
      [](S& s, V v) { s.MaxRedirects = number<int>("follow", v, 0, 1000); }},
-    {"no-follow", 0, "", kResponseGroup, kTransfers, "follow no redirect, as send does by itself",
+    {"no-follow", 0, "", kResponseGroup, kTransfers, "follow no redirects, the default for send",
      [](S& s, V) { s.MaxRedirects = 0; }},
-    {"fail", 'f', "", kResponseGroup, kTransfers, "a status of 400 and above is a failure, as with batch it is by itself",
+    {"fail", 'f', "", kResponseGroup, kTransfers, "treat a status of 400 or above as a failure, the default for batch",
      [](S& s, V) { s.Fail = s.Batch.Fail = true; }},
-    {"no-fail", 0, "", kResponseGroup, kBatch, "keep what the server says with a status of 400 and above",
+    {"no-fail", 0, "", kResponseGroup, kBatch, "keep the content that comes with a status of 400 or above",
      [](S& s, V) { s.Batch.Fail = false; }},
-    {"create-dirs", 0, "", kResponseGroup, kBatch, "make the folders of targets that are not there",
+    {"create-dirs", 0, "", kResponseGroup, kBatch, "create missing folders for the targets",
      [](S& s, V) { s.Batch.MakeFolders = true; }},
 
     {"jobs", 'j', "N", kBatchGroup, kBatch, "transfers at a time, 1 to 64 (default 4)",
      [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }},
-    {"retry", 0, "N", kBatchGroup, kBatch, "try again up to N times where the cause may pass: timeouts, connections that fail, cut content, status 408, 429, 500, 502, 503 and 504 (default 0)",
+    {"retry", 0, "N", kBatchGroup, kBatch, "retry up to N times if the cause may pass: timeouts, failed connections, incomplete content, status 408, 429, 500, 502, 503 and 504 (default 0)",
      [](S& s, V v) { s.Batch.Retries = number<int>("retry", v, 0, 1000); }},
-    {"retry-wait", 0, "S", kBatchGroup, kBatch, "seconds before the first further attempt, doubled for each one after it and shortened by up to half at random; a server's Retry-After counts instead (default 1)",
+    {"retry-wait", 0, "S", kBatchGroup, kBatch, "seconds before the first retry, doubled for each further one and shortened by up to half at random; a server's Retry-After takes precedence (default 1)",
      [](S& s, V v) { s.Batch.RetryWait = number<double>("retry-wait", v, 0, kLongestSeconds); }},
-    {"retry-max-wait", 0, "S", kBatchGroup, kBatch, "longest wait before a further attempt in seconds, whatever Retry-After says (default 300)",
+    {"retry-max-wait", 0, "S", kBatchGroup, kBatch, "longest wait before a retry in seconds, whatever Retry-After says (default 300)",
      [](S& s, V v) { s.Batch.LongestRetryWait = number<double>("retry-max-wait", v, 0, kLongestSeconds); }},
-    {"retry-unsafe", 0, "", kBatchGroup, kBatch, "also try again what may then be done twice: methods such as POST and PATCH after the request went out",
+    {"retry-unsafe", 0, "", kBatchGroup, kBatch, "also retry what may then be done twice: methods such as POST and PATCH once the request has gone out",
      [](S& s, V) { s.Batch.RetryUnsafe = true; }},
-    {"shard", 0, "I/N", kBatchGroup, kBatch, "do part I of N of the manifest, counted from 1; without it Slurm, Open MPI or GNU parallel may say so, and 1/1 does everything",
+    {"shard", 0, "I/N", kBatchGroup, kBatch, "do part I of N of the manifest, counted from 1; by default what Slurm, Open MPI or GNU parallel say, if anything. 1/1 does everything",
      [](S& s, V v) { s.Batch.Shard = nonEmpty("shard", v); }},
-    {"journal", 0, "FILE", kBatchGroup, kBatch, "keep what is done in this file, so that a run that was stopped goes on; shards add their number (default: MANIFEST.journal)",
+    {"journal", 0, "FILE", kBatchGroup, kBatch, "record in this file what is done, so that a stopped run can be resumed; shards add their number (default: MANIFEST.journal)",
      [](S& s, V v) { s.Batch.Journal = nonEmpty("journal", v); }},
     {"no-journal", 0, "", kBatchGroup, kBatch, "keep no journal and do every line",
      [](S& s, V) { s.Batch.NoJournal = true; }},
@@ -249,36 +249,36 @@ const OptionRow kOptions[] = {
 
     {"user", 'u', "NAME", kLoginGroup, kTransfers, "user name, or NAME:PASSWORD. Allows the schemes basic and digest unless --auth says otherwise",
      [](S& s, V v) { takeUser(s.User, s.Password, v); }, Secrecy::AfterColon},
-    {"password", 0, "TEXT", kLoginGroup, kTransfers, "password; better in NETROVE_PASSWORD, or typed when asked for",
+    {"password", 0, "TEXT", kLoginGroup, kTransfers, "password; better set in NETROVE_PASSWORD or typed at the prompt",
      [](S& s, V v) { s.Password = v; }, Secrecy::Whole},
-    {"auth", 0, "LIST", kLoginGroup, kTransfers, "authentication schemes, by commas: basic, digest, ntlm, negotiate",
+    {"auth", 0, "LIST", kLoginGroup, kTransfers, "authentication schemes, separated by commas: basic, digest, ntlm, negotiate",
      [](S& s, V v) { s.Auth = schemes("auth", v); }},
     {"proxy-user", 0, "NAME", kLoginGroup, kTransfers, "user name for the proxy, or NAME:PASSWORD",
      [](S& s, V v) { takeUser(s.ProxyUser, s.ProxyPassword, v); }, Secrecy::AfterColon},
-    {"proxy-password", 0, "TEXT", kLoginGroup, kTransfers, "password for the proxy; better in NETROVE_PROXY_PASSWORD",
+    {"proxy-password", 0, "TEXT", kLoginGroup, kTransfers, "password for the proxy; better set in NETROVE_PROXY_PASSWORD",
      [](S& s, V v) { checkPassword(v); s.ProxyPassword = v; }, Secrecy::Whole},
     {"proxy-auth", 0, "LIST", kLoginGroup, kTransfers, "authentication schemes for the proxy",
      [](S& s, V v) { s.ProxyAuth = schemes("proxy-auth", v); }},
 
-    {"proxy", 'x', "HOST:PORT|auto|none", kNetGroup, kTransfers, "proxy, or a URL with http, https, socks4, socks4a, socks5 or socks5h in front; without a port 80, with https 443, with socks 1080. auto (the default) asks the environment and the desktop's settings, none connects directly",
+    {"proxy", 'x', "HOST:PORT|auto|none", kNetGroup, kTransfers, "proxy to use, with http:// (port 80 by default), https:// (443), socks4://, socks4a://, socks5:// or socks5h:// (1080) in front if needed. auto (the default) uses the environment and the desktop's settings, none connects directly",
      takeProxy, Secrecy::BeforeAt},
     {"connect-timeout", 0, "MS", kNetGroup, kTransfers, "longest wait for a connection in milliseconds, 0 for no limit (default 30000)",
      [](S& s, V v) { s.ConnectTimeout = limitMs("connect-timeout", v); }},
     {"response-timeout", 0, "MS", kNetGroup, kTransfers, "longest silence before the response, 0 for no limit (default 300000)",
      [](S& s, V v) { s.ResponseTimeout = limitMs("response-timeout", v); }},
-    {"data-timeout", 0, "MS", kNetGroup, kTransfers, "longest silence while content is moved, 0 for no limit (default 300000)",
+    {"data-timeout", 0, "MS", kNetGroup, kTransfers, "longest silence while content is transferred, 0 for no limit (default 300000)",
      [](S& s, V v) { s.DataTimeout = limitMs("data-timeout", v); }},
-    {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time for everything, with batch for each attempt, in seconds with fractions",
+    {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time in seconds for everything, with batch for each attempt; may have a fraction",
      [](S& s, V v) { s.MaxTime = number<double>("max-time", v, 0.001, kLongestSeconds); }},
 
-    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "certificates to trust besides the system's folder of them, as PEM",
+    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "PEM file of certificates to trust besides those in the system's folder",
      [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }},
-    {"no-verify", 'k', "", kTlsGroup, kTransfers, "accept any certificate: anybody on the way can read and change everything",
+    {"no-verify", 'k', "", kTlsGroup, kTransfers, "accept any certificate: anyone on the path can read and change everything",
      [](S& s, V) { s.VerifyPeer = false; }},
     {"no-verify-name", 0, "", kTlsGroup, kTransfers, "accept a trusted certificate for another host name: its owner can pose as the server",
      [](S& s, V) { s.VerifyName = false; }},
 
-    {"progress", 0, "", kShowGroup, kTransfers, "show progress even where standard error is no terminal",
+    {"progress", 0, "", kShowGroup, kTransfers, "show progress even if standard error is not a terminal",
      [](S& s, V) { s.Progress = true; }},
     {"no-progress", 0, "", kShowGroup, kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
@@ -286,13 +286,13 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }},
     {"debug", 0, "N", kShowGroup, kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
-    {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; of send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
+    {"json", 0, "", kShowGroup, kSend | kProxy | kDescribe, "print JSON; with send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
      [](S& s, V) { s.Json = true; }},
-    {"show-password", 0, "", kShowGroup, kProxy, "print the password as it is",
+    {"show-password", 0, "", kShowGroup, kProxy, "print the password instead of ***",
      [](S& s, V) { s.ShowPassword = true; }},
     {"json-errors", 0, "", kShowGroup, kAll, "report a failure as one JSON object",
      [](S& s, V) { s.JsonErrors = true; }},
-    {"color", 0, "auto|always|never", kShowGroup, kAll, "colours: auto, always or never; NO_COLOR in the environment means never for auto",
+    {"color", 0, "auto|always|never", kShowGroup, kAll, "when to use colours; with auto, NO_COLOR in the environment turns them off",
      [](S& s, V v) { s.Color = colorChoice(v); }},
     {"version", 0, "", kShowGroup, kProgram, "print the version, features and components",
      [](S& s, V) { s.ShowVersion = true; }},
@@ -302,7 +302,7 @@ constexpr CommandRow kCommands[] = {
     {"get", Command::Get, kGet, "Fetch a URL and write its content to standard output", true, false, false},
     {"save", Command::Save, kSave, "Fetch a URL into a file, which is complete or not there at all", true, true, false},
     {"send", Command::Send, kSend, "Make any request: method, fields, body, streaming", true, false, false},
-    {"batch", Command::Batch, kBatch, "Do many transfers from a list, some at a time, and go on where a run was stopped", false, false, false, true},
+    {"batch", Command::Batch, kBatch, "Do many transfers from a list, several at a time, and resume a run that was stopped", false, false, false, true},
     {"proxy", Command::Proxy, kProxy, "Show which proxy applies to a URL", true, false, false},
     {"describe", Command::Describe, kDescribe, "Show the properties and methods of the connection class", false, false, false},
     {"demo", Command::Demo, kDemo, "Show what netrove does against a small server of its own", false, false, false},

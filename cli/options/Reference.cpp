@@ -14,15 +14,15 @@ namespace {
 
 // clang-format off
 constexpr EnvironmentRow kEnvironment[] = {
-    {"NETROVE_PASSWORD", "password of the user that -u names"},
-    {"NETROVE_PROXY_PASSWORD", "password of the user that --proxy-user names"},
-    {"NETROVE_SHARDS", "number of parts of a batch that runs under GNU parallel; PARALLEL_SEQ says which"},
-    {"http_proxy, https_proxy", "proxy as http://HOST:PORT, where --proxy is auto; http_proxy serves https too unless https_proxy is set"},
-    {"no_proxy", "hosts reached without a proxy, by commas, in lower case: NAME is that host alone, .NAME those below it"},
-    {"NO_COLOR", "when it is set and not empty, no colours unless --color says always"},
+    {"NETROVE_PASSWORD", "password of the user given with -u"},
+    {"NETROVE_PROXY_PASSWORD", "password of the user given with --proxy-user"},
+    {"NETROVE_SHARDS", "number of parts of a batch run under GNU parallel; PARALLEL_SEQ says which part"},
+    {"http_proxy, https_proxy", "proxy as http://HOST:PORT, if --proxy is auto; http_proxy applies to https too unless https_proxy is set"},
+    {"no_proxy", "hosts reached without a proxy, separated by commas, in lower case: NAME is that host only, .NAME those below it"},
+    {"NO_COLOR", "if set and not empty, no colours unless --color is always"},
     {"LC_ALL, LC_MESSAGES, LANG", "language of the messages"},
-    {"VANTIK_MESSAGES_PATH", "further folder of message files"},
-    {"VANTIK_MODULE_PATH", "folder of the module, where it is not in its usual place"},
+    {"VANTIK_MESSAGES_PATH", "additional folder of message files"},
+    {"VANTIK_MODULE_PATH", "folder of the module, if it is not in its usual place"},
 };
 
 constexpr ExampleRow kExamples[] = {
@@ -30,9 +30,9 @@ constexpr ExampleRow kExamples[] = {
     {"netrove save https://example.org/data.zip", "save a file under its own name, complete or not at all"},
     {"netrove send -d name=value https://example.org/form", "send a form"},
     {"netrove send -X PUT -T data.bin https://example.org/data.bin", "upload a file of any size"},
-    {"netrove send -i -X DELETE https://example.org/data.bin", "any method, with the head of the answer"},
+    {"netrove send -i -X DELETE https://example.org/data.bin", "use any method, and show the head of the response"},
     {"netrove get -u alice https://example.org/private", "log in; the password is asked for"},
-    {"netrove batch list.txt --retry 3", "fetch every URL of a list, four at a time; run it again to go on"},
+    {"netrove batch list.txt --retry 3", "fetch every URL of a list, four at a time; run it again to resume"},
     {"netrove proxy https://example.org/", "see which proxy applies"},
 };
 // clang-format on
@@ -117,14 +117,14 @@ std::string allText() {
 
 constexpr TopicRow kTopics[] = {
     {"request", "what is sent", [] { return groupText("Request"); }},
-    {"response", "what becomes of the answer", [] { return groupText("Response"); }},
-    {"transfers", "many transfers: jobs, attempts, parts, journal", [] { return groupText("Many transfers"); }},
+    {"response", "what happens to the response", [] { return groupText("Response"); }},
+    {"transfers", "many transfers: jobs, retries, shards, journal", [] { return groupText("Many transfers"); }},
     {"credentials", "users, passwords, schemes", [] { return groupText("Credentials"); }},
     {"limits", "proxy and timeouts", [] { return groupText("Proxy and limits"); }},
     {"tls", "certificates", [] { return groupText("TLS"); }},
     {"output", "what is shown", [] { return groupText("What is shown"); }},
     {"exit", "exit statuses", exitText},
-    {"environment", "variables that count", environmentText},
+    {"environment", "environment variables", environmentText},
     {"examples", "command lines to start from", exampleText},
     {"all", "all of these", allText},
     {"man", "the manual page, as roff", manPage},
@@ -175,7 +175,7 @@ std::span<const ExampleRow> exampleTable() {
 }
 
 std::string topicList() {
-    std::string text = "Topics of 'netrove help TOPIC'; 'netrove COMMAND --help' tells of a command.\n\n";
+    std::string text = "Topics of 'netrove help TOPIC'; 'netrove COMMAND --help' describes a command.\n\n";
     for (const TopicRow& row : kTopics) {
         text += "  " + std::string(row.Name) + std::string(14 - row.Name.size(), ' ') + std::string(row.Summary) + "\n";
     }
@@ -200,7 +200,7 @@ std::string helpTopic(std::string_view topic) {
     for (const TopicRow& row : kTopics) {
         names += (names.empty() ? "" : ", ") + std::string(row.Name);
     }
-    failUsage("no help on '" + printable(topic) + "'; there are the commands and " + names);
+    failUsage("no help on '" + printable(topic) + "'; the topics are the commands and " + names);
 }
 
 } // namespace netrove::cli

@@ -104,7 +104,7 @@ void completeSettings(Settings& settings) {
     refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
            "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
     refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify exclude each other");
-    refuse(settings.Json && settings.Include, "--json tells the head by itself; leave out --include");
+    refuse(settings.Json && settings.Include, "--json includes the head already; leave out --include");
     refuse(settings.Json && settings.OutputFile == "-", "--json writes its object to standard output; name a file");
     refuse(settings.Target == "-", "save writes a file; use get for standard output");
 }

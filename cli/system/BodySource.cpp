@@ -59,7 +59,7 @@ void BodySource::beginRequest() {
     }
     if (!Regular) {
         fail(failure::kContentNotRewound, {Name},
-             Name + " cannot be read a second time for the redirected request; give the content as a file");
+             Name + " cannot be read a second time for the redirected request; send it from a file instead");
     }
     if (lseek(Input, Start, SEEK_SET) < 0) {
         failSystem(failure::kFileNotRead, Name, errno);
@@ -78,8 +78,8 @@ void BodySource::rewind() {
     // Within one request the library goes on with what it holds of the content, so a second reading from the start
     // would send the content twice or in part. A clear failure is all that can be done.
     failWith(cliMessage(failure::kContentNotRewound, {Name},
-                        "the server wants the content of " + Name +
-                            " a second time, after authentication for example; name one scheme with --auth, or send "
+                        "the server asks for the content of " + Name +
+                            " a second time, for example after authentication; name one scheme with --auth, or send "
                             "from memory with --body-file"));
 }
 
@@ -90,7 +90,7 @@ vantik::Array BodySource::read(std::uint64_t wanted) {
     }
     const std::size_t count = limit == 0 ? 0 : readSome(static_cast<std::size_t>(limit));
     if (Promised && Length && count == 0 && Given < *Length) {
-        failWith(cliMessage(failure::kContentChanged, {Name}, Name + " became shorter while it was sent"));
+        failWith(cliMessage(failure::kContentChanged, {Name}, Name + " became shorter while it was being sent"));
     }
     Given += count;
     if (ReadHandler) {

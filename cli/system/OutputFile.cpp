@@ -94,7 +94,7 @@ OutputFile::OutputFile(const std::string& target, const std::string& real, bool 
     }
     // By the name as it was given too: a pipe that is known only by its descriptor has no other.
     if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target)) {
-        fail(failure::kFileNotWritten, {target, "no regular file"}, target + ": no regular file");
+        fail(failure::kFileNotWritten, {target, "not a regular file"}, target + ": not a regular file");
     }
     if (exists && !replace) {
         failExists(target);

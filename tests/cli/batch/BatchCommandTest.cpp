@@ -61,8 +61,8 @@ TEST_F(BatchCommand, BadLinesAreNamedAndNothingRuns) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 2);
     EXPECT_EQ(outcome.Out, "");
-    EXPECT_EQ(outcome.Err, "netrove: note: list:2: 'ftp://host/b' is no http or https URL\n"
-                           "netrove: note: list:5: the target 'a' is that of line 1 too\n"
+    EXPECT_EQ(outcome.Err, "netrove: note: list:2: 'ftp://host/b' is not an http or https URL\n"
+                           "netrove: note: list:5: the target 'a' is already used by line 1\n"
                            "netrove: NETROVE:cli:BadManifest: list: 2 bad lines; nothing was done\n");
     EXPECT_EQ(Server.allRequests(), 0u);
     EXPECT_EQ(files(), Names{});
@@ -74,7 +74,7 @@ TEST_F(BatchCommand, BadLinesAreOneObjectInJson) {
     const Outcome outcome = batch({"list", "--json-errors"});
     const Json failure = Json::parse(outcome.Err);
     EXPECT_EQ(failure["identifier"], "NETROVE:cli:BadManifest");
-    EXPECT_EQ(failure["arguments"], Json({"list", "line 1: 'nonsense' is no http or https URL"}));
+    EXPECT_EQ(failure["arguments"], Json({"list", "line 1: 'nonsense' is not an http or https URL"}));
 }
 
 TEST_F(BatchCommand, CredentialsOfABadLineAreNotShown) {
@@ -113,7 +113,7 @@ TEST_F(BatchCommand, OfManyBadLinesAHundredAreShown) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 2);
     EXPECT_EQ(std::count(outcome.Err.begin(), outcome.Err.end(), '\n'), 102);
-    EXPECT_NE(outcome.Err.find("list:100: 'nonsense' is no http or https URL\n"
+    EXPECT_NE(outcome.Err.find("list:100: 'nonsense' is not an http or https URL\n"
                                "netrove: note: list: and 150 more\n"
                                "netrove: NETROVE:cli:BadManifest: list: 250 bad lines; nothing was done\n"),
               outcome.Err.npos)

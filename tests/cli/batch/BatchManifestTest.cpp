@@ -102,38 +102,38 @@ TEST(BatchManifest, AStructuredBodyIsJson) {
 
 TEST(BatchManifest, EveryBadLineIsToldOf) {
     const std::vector<std::pair<std::string, std::string>> rows = {
-        {"ftp://h/a", "'ftp://h/a' is no http or https URL"},
-        {"a.txt http://h/a", "'a.txt' is no http or https URL"},
+        {"ftp://h/a", "'ftp://h/a' is not an http or https URL"},
+        {"a.txt http://h/a", "'a.txt' is not an http or https URL"},
         {"http:///path", "'http:///path' has no host"},
         {"http://u:secret@", "'http://***@' has no host"},
         {"http://h/\x01", "the URL has control characters or is not UTF-8"},
         {"http://h/\xFF", "the URL has control characters or is not UTF-8"},
-        {"http://h/a b ", "a blank ends the line; a target that ends so is written as JSON"},
+        {"http://h/a b ", "the line ends with a blank; write a target that ends with one as JSON"},
         {"http://h/a b\x1B", "the target has control characters"},
         {"http://h/a ./x/../list.txt", "the target './x/../list.txt' is the manifest"},
-        {"http://h/a /dev/null", "the target '/dev/null' is no regular file; \"target\":null drops the content"},
+        {"http://h/a /dev/null", "the target '/dev/null' is not a regular file; \"target\":null drops the content"},
         {"{}", "the key 'url' is missing"},
-        {"{\"url\":7}", "the value of \"url\" is no text"},
+        {"{\"url\":7}", "the value of \"url\" is not a string"},
         {"{\"url\":\"http://h/a\",\"target\":\"\"}", "the value of \"target\" is empty"},
         {"{\"url\":\"http://h/a\",\"Target\":\"b\"}",
-         "unknown key 'Target'; known are url, target, method, fields, body, body_file and id"},
-        {"{\"url\":\"http://h/a\",\"url\":\"http://h/b\"}", "the key 'url' stands there twice"},
+         "unknown key 'Target'; the keys are url, target, method, fields, body, body_file and id"},
+        {"{\"url\":\"http://h/a\",\"url\":\"http://h/b\"}", "the key 'url' is given twice"},
         {"{\"url\":\"http://h/a\",\"method\":\"A B\"}", "'A B' is not a request method"},
         {"{\"url\":\"http://h/a\",\"fields\":{\"A\":\"1\\r\\nB: 2\"}}",
          "the value of the header field 'A' is not printable ASCII"},
         {"{\"url\":\"http://h/a\",\"fields\":{\"A:\":\"1\"}}", "'A:' is not the name of a header field"},
         {"{\"url\":\"http://h/a\",\"fields\":7}", "the value of \"fields\" is neither an object nor an array"},
-        {"{\"url\":\"http://h/a\",\"body\":7}", "the value of \"body\" is no text"},
+        {"{\"url\":\"http://h/a\",\"body\":7}", "the value of \"body\" is not a string"},
         {"{\"url\":\"http://h/a\",\"body\":\"\",\"body_file\":\"b\"}",
          "only one of \"body\" and \"body_file\" can be given"},
         {"{\"url\":\"http://h/a\",\"body\":\"x\",\"method\":\"GET\"}",
          "a request with the method GET or HEAD has no body; name another as \"method\""},
         {"{\"url\":\"http://h/a\",\"body_file\":\"-\"}",
-         "\"body_file\" names a file; standard input serves no line by itself"},
+         "\"body_file\" must name a file; standard input cannot be used"},
         {"{\"url\":\"http://h/a\",\"id\":\"\"}", "the value of \"id\" is empty"},
-        {"http://h/a b\nhttp://h/c ./b", "the target './b' is that of line 1 too"},
+        {"http://h/a b\nhttp://h/c ./b", "the target './b' is already used by line 1"},
         {"{\"url\":\"http://h/a\",\"id\":1}\n{\"url\":\"http://h/b\",\"id\":\"1\"}",
-         "the id '1' is that of line 1 too"},
+         "the id '1' is already used by line 1"},
     };
     for (const auto& [text, expected] : rows) {
         EXPECT_EQ(problem(text), expected) << text;
@@ -152,7 +152,7 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
         return R"({"url":"http://h/a","target":"t","body":)" + std::string(depth, '[') + std::string(depth, ']') + "}";
     };
     EXPECT_EQ(only(line(500)).Extras->Body, std::string(500, '[') + std::string(500, ']'));
-    const std::string expected = "no JSON that can be used: arrays and objects are in each other more than 500 deep";
+    const std::string expected = "not usable JSON: arrays and objects are nested more than 500 deep";
     for (const std::size_t depth : {501, 50'000}) {
         const BatchManifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
         ASSERT_EQ(manifest.Bad.size(), 1u);
@@ -186,7 +186,7 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
         return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
     };
     const auto same = [&](const std::string& first, const std::string& second) {
-        return problems(first, second) == "the target '" + second + "' is that of line 1 too";
+        return problems(first, second) == "the target '" + second + "' is already used by line 1";
     };
     EXPECT_TRUE(same(folder.file("new"), relative + "/new"));
     EXPECT_TRUE(same("new", std::filesystem::current_path().string() + "/new"));
@@ -248,7 +248,7 @@ TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
         EXPECT_LT(told.size(), 1100u);
         EXPECT_TRUE(told.starts_with("'aaaaaaaaaa")) << told;
         EXPECT_NE(told.find("\u00e4 ... \u00e4"), told.npos) << told;
-        EXPECT_TRUE(told.ends_with("\u00e4' is no http or https URL")) << told;
+        EXPECT_TRUE(told.ends_with("\u00e4' is not an http or https URL")) << told;
         EXPECT_TRUE(isUtf8(told)) << told;
     }
 }

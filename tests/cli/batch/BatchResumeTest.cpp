@@ -128,7 +128,7 @@ TEST_F(BatchResume, ADamagedLineOfTheJournalIsToldOfAndTheRestCounts) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     EXPECT_EQ(count(outcome, "skipped"), 3u);
-    EXPECT_EQ(outcome.Err.find("netrove: note: 1 line of the journal cannot be read and does not count\n"), 0u)
+    EXPECT_EQ(outcome.Err.find("netrove: note: 1 line of the journal cannot be read and is ignored\n"), 0u)
         << outcome.Err;
 }
 

@@ -61,7 +61,7 @@ TEST_F(BatchShardCommand, SlurmSaysWhich) {
         const Outcome outcome = batch({"list"}, {{"SLURM_PROCID", task}, {"SLURM_NTASKS", "2"}});
         EXPECT_EQ(outcome.Status, 0);
         EXPECT_EQ(outcome.Err.find("netrove: note: shard " + std::to_string(task[0] - '0' + 1) +
-                                   " of 2, by SLURM_PROCID; 5 of 10 lines\n"),
+                                   " of 2, from SLURM_PROCID; 5 of 10 lines\n"),
                   0u)
             << outcome.Err;
     }

@@ -46,14 +46,14 @@ TEST(Beginner, WhoMistypesIsToldWhatWasMeant) {
     for (const char* word : {"version", "-V"}) {
         EXPECT_THAT(complaint({word}, 2), HasSubstr("; did you mean --version?\n"));
     }
-    EXPECT_EQ(complaint({"get", "http://h/", "more"}, 2), std::string(kUsage) + "'more' is one word too many for get\n");
+    EXPECT_EQ(complaint({"get", "http://h/", "more"}, 2), std::string(kUsage) + "unexpected argument 'more' for get\n");
     EXPECT_EQ(complaint({"get", "-o"}, 2), std::string(kUsage) + "--output needs a value\n");
 }
 
 TEST(Beginner, WhoForgetsTheSchemeIsToldToWriteIt) {
     for (const char* url : {"example.org/x", "localhost:8080/x", "my page"}) {
         EXPECT_THAT(complaint({"get", url}, 3),
-                    AllOf(HasSubstr("Hint: write http:// or https:// in front of it.\n"), Not(HasSubstr("quotes"))))
+                    AllOf(HasSubstr("Hint: put http:// or https:// in front of it.\n"), Not(HasSubstr("quotes"))))
             << url;
     }
     EXPECT_THAT(complaint({"get", "http:/h/"}, 3), HasSubstr("Hint: two slashes follow the scheme"));
@@ -104,7 +104,7 @@ TEST(Beginner, WhoHasNoFolderOrHasTheFileIsToldSo) {
     const TemporaryFolder folder;
     writeFile(folder.file("here"), "old");
     EXPECT_THAT(complaint({"save", "http://127.0.0.1:1/", "missing/file"}, 23, folder.path()),
-                HasSubstr("missing/file: No such file or directory. Hint: make the folder first."));
+                HasSubstr("missing/file: No such file or directory. Hint: create the folder first."));
     EXPECT_THAT(complaint({"save", "http://127.0.0.1:1/", "here"}, 23, folder.path()),
                 HasSubstr("here exists; use --force to replace it"));
     EXPECT_EQ(readFile(folder.file("here")), "old");
@@ -120,7 +120,7 @@ TEST(Beginner, WhoIsNotLoggedInIsToldHow) {
 
 TEST(Beginner, HintsAreForProgramsToo) {
     const Outcome outcome = run({"save", "--json-errors", "http://127.0.0.1:1/", "/no/such/folder/file"});
-    EXPECT_THAT(outcome.Err, HasSubstr("\"hint\":\"make the folder first\""));
+    EXPECT_THAT(outcome.Err, HasSubstr("\"hint\":\"create the folder first\""));
 }
 
 } // namespace

@@ -96,7 +96,7 @@ TEST_F(SaveCommand, APipeIsNotReplacedEvenWhereForced) {
     for (const std::string target : {"pipe", "link"}) {
         const Outcome outcome = save({"--force", server.url(), target});
         EXPECT_EQ(outcome.Status, 23) << target;
-        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: " + target + ": no regular file\n");
+        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotWritten: " + target + ": not a regular file\n");
     }
     EXPECT_TRUE(std::filesystem::is_fifo(Folder.file("pipe")));
     EXPECT_EQ(server.connectionCount(), 0u) << "a request was made in vain";
@@ -108,7 +108,7 @@ TEST_F(SaveCommand, AMissingFolderIsNamed) {
     EXPECT_EQ(outcome.Status, 23);
     EXPECT_EQ(
         outcome.Err,
-        "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory. Hint: make the folder first.\n");
+        "netrove: NETROVE:cli:FileNotWritten: no/such/file: No such file or directory. Hint: create the folder first.\n");
 }
 
 TEST_F(SaveCommand, ContentCutShortIsAFailureAndLeavesNothing) {
@@ -157,7 +157,7 @@ TEST_F(SaveCommand, AStatusWithoutFailIsSavedAndSaid) {
     ScriptedServer server(answer(response("sorry", {}, "404 Not Found")));
     const Outcome outcome = save({server.url(), "file"});
     EXPECT_EQ(outcome.Status, 0);
-    EXPECT_EQ(outcome.Err, "netrove: note: the server answered 404 Not Found; file holds that answer\n");
+    EXPECT_EQ(outcome.Err, "netrove: note: the server answered 404 Not Found; file holds that response\n");
     EXPECT_EQ(readFile(Folder.file("file")), "sorry");
 }
 

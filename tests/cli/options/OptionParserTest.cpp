@@ -241,14 +241,14 @@ TEST(OptionParser, WrongUsageIsRefused) {
 TEST(OptionParser, ARefusedValueComesWithItsRange) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> lines = {
         {{"get", "--connect-timeout", "abc", "http://h/"},
-         "'abc' is no value for --connect-timeout; it takes a number from 0 to 2147483647"},
-        {{"get", "-m", "0", "http://h/"}, "'0' is no value for --max-time; it takes a number from 0.001 to 100000000"},
-        {{"batch", "--jobs", "65", "list"}, "'65' is no value for --jobs; it takes a whole number from 1 to 64"},
-        {{"get", "--debug", "7", "http://h/"}, "'7' is no value for --debug; it takes a whole number from 0 to 2"},
+         "'abc' is not a valid value for --connect-timeout; it takes a number from 0 to 2147483647"},
+        {{"get", "-m", "0", "http://h/"}, "'0' is not a valid value for --max-time; it takes a number from 0.001 to 100000000"},
+        {{"batch", "--jobs", "65", "list"}, "'65' is not a valid value for --jobs; it takes a whole number from 1 to 64"},
+        {{"get", "--debug", "7", "http://h/"}, "'7' is not a valid value for --debug; it takes a whole number from 0 to 2"},
         {{"send", "-T", "f", "--buffer-size", "1G", "http://h/"},
-         "'1G' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it"},
+         "'1G' is not a valid value for --buffer-size; it takes a whole number from 1 to 64M, which k or M may follow"},
         {{"send", "-T", "f", "--buffer-size", "65M", "http://h/"},
-         "'65M' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it"},
+         "'65M' is not a valid value for --buffer-size; it takes a whole number from 1 to 64M, which k or M may follow"},
     };
     for (const auto& [line, text] : lines) {
         EXPECT_EQ(refusal(line), text);

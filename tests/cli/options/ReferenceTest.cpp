@@ -130,7 +130,7 @@ TEST(Help, TopicsAreListedAndExplained) {
 TEST(Help, UnknownTopicNamesThoseThereAre) {
     const testsupport::Outcome outcome = testsupport::run({"help", "nonsense"});
     EXPECT_EQ(outcome.Status, 2);
-    EXPECT_THAT(outcome.Err, HasSubstr("no help on 'nonsense'; there are the commands and request, response"));
+    EXPECT_THAT(outcome.Err, HasSubstr("no help on 'nonsense'; the topics are the commands and request, response"));
 }
 
 TEST(Help, NoSecretIsInAnyExample) {

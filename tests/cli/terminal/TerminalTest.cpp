@@ -80,7 +80,7 @@ TEST(Terminal, AReasonThatTurnsTheLineAroundIsMadeHarmless) {
         run({"save", "-v", "--color", "never", server.url("/file"), "file"}, onTerminal(folder.path()));
     EXPECT_EQ(outcome.Status, 0) << outcome.Out;
     EXPECT_EQ(outcome.Out.find("\u202E"), std::string::npos) << outcome.Out;
-    EXPECT_NE(outcome.Out.find("404 \\xE2\\x80\\xAEdnuoF toN; file holds that answer"), std::string::npos)
+    EXPECT_NE(outcome.Out.find("404 \\xE2\\x80\\xAEdnuoF toN; file holds that response"), std::string::npos)
         << outcome.Out;
 }
 

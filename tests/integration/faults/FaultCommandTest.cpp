@@ -218,7 +218,7 @@ INSTANTIATE_TEST_SUITE_P(Table, FaultUploadRows, testing::ValuesIn(uploadRows())
 TEST_F(FaultUploadCommand, RefusalIsAnAnswerAndTold) {
     const Outcome outcome = send(Front::Direct, refusing(), {});
     EXPECT_EQ(outcome.Status, 0);
-    EXPECT_EQ(outcome.Err, "netrove: note: the server answered 413 Too Large; file holds that answer\n");
+    EXPECT_EQ(outcome.Err, "netrove: note: the server answered 413 Too Large; file holds that response\n");
     EXPECT_EQ(readFile(Folder.file("file")), "too large");
 }
 

@@ -136,7 +136,7 @@ TEST_F(ProxySettings, UnusableOnesAreToldWithoutTheirPassword) {
             const Outcome outcome = run(command, {.Environment = {{"http_proxy", setting}}});
             EXPECT_EQ(outcome.Status, 1);
             EXPECT_EQ(outcome.Err, "netrove: VANTIK:host:Failure: " + text +
-                                       ". Hint: --proxy HOST:PORT names a proxy, --proxy none does without.\n");
+                                       ". Hint: --proxy HOST:PORT sets a proxy, --proxy none connects directly.\n");
         }
     }
     expectScopeUsable();
