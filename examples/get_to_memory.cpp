@@ -1,4 +1,4 @@
-// Gets a URL into memory and prints what came: get_to_memory URL
+// Gets a URL into memory and prints its content: get_to_memory URL
 // Exit status: 0 done, 1 failed or refused by the server, 2 wrong usage.
 #include <vantik/Host.h>
 #include <vantik/Http.h>
@@ -15,7 +15,7 @@ int main(int argc, char** argv) {
     try {
         vantik::Host host; // a scope: classes, connections and cookies of its own
         host.load("netrove");
-        host.treatAsFailure(vantik::kIncompleteContent); // otherwise a warning, and the content a result
+        host.treatAsFailure(vantik::kIncompleteContent); // otherwise only a warning
 
         const vantik::Object connection = host.create(vantik::kHttpConnectionClass, {true});
         connection.set("URL", argv[1]);

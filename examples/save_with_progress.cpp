@@ -1,4 +1,4 @@
-// Saves a URL to a file, and tells how far it is: save_with_progress URL FILE
+// Saves a URL to a file and shows progress: save_with_progress URL FILE
 // The file is complete or not there at all. Exit status: 0 saved, 1 failed, 2 wrong usage.
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>

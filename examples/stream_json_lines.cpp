@@ -1,5 +1,5 @@
 // Reads JSON lines as they come and stops at the first one with a value: stream_json_lines URL MEMBER VALUE
-// Exit status as that of grep: 0 found, 1 not found, 2 failed or wrong usage.
+// Exit status as for grep: 0 found, 1 not found, 2 failed or wrong usage.
 #include <nlohmann/json.hpp>
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>
@@ -32,20 +32,20 @@ int main(int argc, char** argv) {
                 std::cout << line << '\n';
             }
         };
-        std::string rest; // the beginning of a line whose end has not come yet
+        std::string rest; // the beginning of a line that is not complete yet
         vantik::ContentConsumer consumer;
         consumer.write = [&](std::span<const std::byte> piece) {
             rest += vantik::asText(piece);
             for (std::size_t end; !found && (end = rest.find('\n')) != std::string::npos; rest.erase(0, end + 1)) {
                 examine(rest.substr(0, end)); // what it throws leaves copyContentToByteArray as it is
             }
-            return found ? 0 : piece.size(); // less than offered: that is enough, and no failure
+            return found ? 0 : piece.size(); // less than offered: stops without a failure
         };
         connection.set("Consumer", makeConsumer(host, consumer));
         connection.call("copyContentToByteArray", {false}); // false: to the consumer alone
         connection.call("closeConnection");
         if (!found) {
-            examine(rest); // the last line may lack its end
+            examine(rest); // the last line may have no line end
         }
         return found ? 0 : 1;
     } catch (const vantik::Failure& failure) {

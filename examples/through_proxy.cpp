@@ -54,6 +54,6 @@ int main(int argc, char** argv) {
         return get(host, argv[1], std::chrono::duration<double>(seconds));
     } catch (const vantik::Failure& failure) {
         std::cerr << failure.identifier() << ": " << vantik::withoutSecrets(failure.what()) << '\n';
-        return host.wasInterrupted() ? 130 : 1; // stopped before the response it is a failed connection
+        return host.wasInterrupted() ? 130 : 1; // before the response an interrupt is a failed connection
     }
 }

@@ -1,4 +1,4 @@
-// Uploads lines that are made while they are sent, so that no memory holds them all: upload_from_generator URL COUNT
+// Uploads lines that are made while they are sent, so that they are never all in memory: upload_from_generator URL COUNT
 // Exit status: 0 taken by the server, 1 failed or refused, 2 wrong usage.
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>
@@ -25,12 +25,12 @@ int main(int argc, char** argv) {
         connection.set("TimeoutInMilliseconds", vantik::httpTimeouts());
         connection.call("openConnection");
 
-        // Method, fields and content come behind the open, which clears those of the request before.
+        // Method, fields and content come after the open, which clears those of the previous request.
         connection.set("RequestMethod", "PUT");
         connection.call("setFields", {vantik::httpFields({{"Content-Type", "text/csv"}, {"Accept", "text/plain"}})});
         std::uint64_t next = 0;
         vantik::ContentProvider lines;
-        lines.rewind = [&] { next = 0; }; // before the first line, and where the server wants all of it again
+        lines.rewind = [&] { next = 0; }; // before the first line, and if the server asks for everything again
         lines.read = [&](std::uint64_t wanted) {
             std::string piece;
             for (; next < count && piece.size() < wanted; ++next) {
