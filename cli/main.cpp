@@ -22,7 +22,7 @@ namespace {
 
 using namespace netrove::cli;
 
-// `trace` belongs to main, because the objects of the session are traced to their end.
+// `trace` belongs to main, because it must outlive the objects of the session: their destruction is traced too.
 int runCommand(Session& session, Settings& settings, Console& console, std::optional<TraceOutput>& trace) {
     session.load();
     if (settings.ShowVersion) {
@@ -61,7 +61,7 @@ int runCommand(Session& session, Settings& settings, Console& console, std::opti
     return runTransfer(session, settings, console);
 }
 
-// The exit status of `operation`; what it raises is reported.
+// The exit status of `operation`. Reports what it raises.
 template <class Operation>
 int reported(const Console& console, Circumstances circumstances, const Session* session, Operation operation) {
     vantik::Message message;

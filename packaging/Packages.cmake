@@ -3,7 +3,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME netrove)
 set(CPACK_PACKAGE_VENDOR netrove)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # it would stand before the description of each package
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # it would be put before the description of each package
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -16,7 +16,7 @@ set(CPACK_NETROVE_DEBIAN_FOLDER ${CMAKE_CURRENT_SOURCE_DIR}/debian)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "netrove maintainers <maintainers@netrove.example.org>")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-# The packages' own libraries are found where they were built; the others by who owns them.
+# The packages' own libraries are found where they were built, the others through the packages that own them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(same_version "(= ${PROJECT_VERSION})")

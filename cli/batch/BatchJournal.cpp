@@ -24,11 +24,11 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kHeader = "{\"journal\":\"netrove batch\",\"version\":1}";
-// What the last moments before a power cut had done is done again; more is not worth waiting for the disk.
+// The work of the last moments before a power cut is done again; avoiding that is not worth waiting for the disk.
 constexpr std::size_t kPiece = std::size_t{1} << 16; // read at a time
 constexpr auto kSyncInterval = std::chrono::seconds(1);
 
-// JSON holds text alone, and names of files need not be any.
+// JSON holds only text, and names of files need not be text.
 std::string storable(const std::string& name) {
     if (isUtf8(name)) {
         return "=" + name;
@@ -42,7 +42,7 @@ std::string storable(const std::string& name) {
     return result;
 }
 
-// Nothing for what `storable` never makes.
+// Nothing for what `storable` never returns.
 std::optional<std::string> restored(const std::string& stored) {
     if (stored.starts_with('=')) {
         return stored.substr(1);
@@ -75,7 +75,7 @@ std::string keyOf(const BatchLine& line) {
     fail(failure::kNoJournal, {file}, file + " exists and is not a journal; name another file with --journal");
 }
 
-// True for a first line that is the header, or the beginning of one that was not written to its end.
+// True for a first line that is the header, or the beginning of an incomplete one.
 bool isHeader(std::string_view line, bool ended) {
     return ended ? line == kHeader : kHeader.starts_with(line);
 }
@@ -83,7 +83,7 @@ bool isHeader(std::string_view line, bool ended) {
 } // namespace
 
 std::size_t BatchHistory::read(const std::string& file) {
-    // A pipe of that name would hold us up for ever.
+    // A pipe with that name would block us forever.
     const Descriptor source(retried([&] { return open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
     if (source.Number < 0) {
         const int error = errno;
@@ -110,7 +110,7 @@ std::size_t BatchHistory::read(const std::string& file) {
         }
         first = false;
     };
-    std::string rest; // of a line whose end has not come
+    std::string rest; // the beginning of a line that is not complete yet
     std::vector<char> piece(kPiece);
     for (;;) {
         const ssize_t count = retried([&] { return ::read(source.Number, piece.data(), piece.size()); });
@@ -181,8 +181,8 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
     struct stat facts {};
     const bool there = line.Target && stat(line.Target->c_str(), &facts) == 0;
     const auto size = static_cast<std::uint64_t>(facts.st_size);
-    // A file gets its name when it is complete, so a run that was killed between that and its last line to the journal
-    // has left a file that is known by its number and its size.
+    // A file gets its name when it is complete. A run killed between that and its last journal line has left a file
+    // that can be recognised by its inode number and its size.
     const auto& unfinished = entry.Unfinished;
     if (unfinished && unfinished->Digest == line.digest() && there && facts.st_ino == unfinished->Inode &&
         facts.st_dev == unfinished->Device && size == unfinished->Bytes) {
@@ -195,8 +195,8 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) con
     return !line.Target || intact ? std::optional(entry.Result) : std::nullopt;
 }
 
-// Whoever could write the journal must not make us remove anything else by it: a file goes where its name is one that
-// we make, and it is ours and the very one that was written.
+// Someone who can write the journal must not be able to make us remove other files: a file is removed only if its name
+// is one that we make, and it is ours and the very file that was written.
 void BatchHistory::removeLeftovers() const {
     for (const auto& [key, entry] : Entries) {
         if (!entry.Unfinished || !isTemporaryName(entry.Unfinished->Temporary)) {
@@ -219,7 +219,7 @@ BatchJournal::BatchJournal(const std::string& file)
         fail(failure::kFileNotWritten, {file, reason},
              file + ": " + reason + "; use --journal FILE for another place, or --no-journal");
     }
-    // Where a file system knows no locks, nobody is kept out.
+    // On a file system without locks, nobody is kept out.
     if (retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); }) != 0 && errno == EWOULDBLOCK) {
         fail(failure::kJournalInUse, {file}, "another run is using " + file);
     }
@@ -227,8 +227,8 @@ BatchJournal::BatchJournal(const std::string& file)
     NextSync = std::chrono::steady_clock::now() + kSyncInterval;
 }
 
-// A run that was killed may have left half a line. What stands behind the last line end is taken off, so that the next
-// line is one by itself.
+// A run that was killed may have left half a line. What follows the last line end is cut off, so that the next line
+// stands alone.
 void BatchJournal::mend() {
     struct stat facts {};
     if (fstat(File.Number, &facts) != 0) {
@@ -248,7 +248,7 @@ void BatchJournal::mend() {
             length -= static_cast<std::size_t>(count);
         }
     };
-    // Whatever is somebody else's stays as it is.
+    // A file that is not ours is left as it is.
     const std::string header = std::string(kHeader) + "\n";
     std::string head(std::min<std::size_t>(static_cast<std::size_t>(facts.st_size), header.size()), '\0');
     readAt(head.data(), head.size(), 0);
@@ -283,7 +283,7 @@ void BatchJournal::append(const std::string& text) {
     sync();
 }
 
-// The system tells of a failed write once, to whoever asks first.
+// The system reports a failed write once, to whoever asks first.
 void BatchJournal::sync() {
     const int error = syncContent(File.Number);
     if (error != 0 && error != EROFS) {

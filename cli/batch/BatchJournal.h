@@ -1,5 +1,5 @@
-// What a run has done, kept beside the manifest so that a run that was killed can go on: one JSON line when a transfer
-// begins to write, one when it has written everything and one when it has ended, only ever appended.
+// What a run has done, kept beside the manifest so that a killed run can be resumed: one JSON line when a transfer
+// begins to write, one when it has written everything and one when it has ended. Lines are only ever appended.
 #pragma once
 
 #include "cli/batch/BatchManifest.h"
@@ -19,7 +19,7 @@
 
 namespace netrove::cli {
 
-// What earlier runs say of the transfers of a manifest.
+// What earlier runs say about the transfers of a manifest.
 class BatchHistory {
 public:
     struct Ended {
@@ -27,15 +27,15 @@ public:
         std::uint64_t Bytes = 0;
     };
 
-    // Takes a journal over; a later line counts for more than an earlier one. A file that is not there is an empty one.
-    // Gives how many lines could not be read. Raises NoJournal for a file that is something else, FileNotRead.
+    // Adds a journal; a later line overrides an earlier one. A missing file counts as an empty one. Returns how many
+    // lines could not be read. Raises NoJournal for a file that is something else, FileNotRead.
     std::size_t read(const std::string& file);
 
-    // How the transfer ended where it is done: by the same line of the manifest, and with its file still there. Nothing
-    // where it is to be done.
+    // How the transfer ended, if it is done: by the same line of the manifest, and with its file still there. Nothing
+    // if it must be done.
     std::optional<Ended> done(const BatchLine& line) const;
 
-    // Removes the temporary files of transfers that never ended. For the journal of a run that is certainly over.
+    // Removes the temporary files of transfers that never ended. Only for the journal of a run that is certainly over.
     void removeLeftovers() const;
 
 private:
@@ -53,14 +53,14 @@ private:
     };
     bool takeLine(std::string_view text);
 
-    std::unordered_map<std::string, Entry> Entries; // by target, or by id where there is none
+    std::unordered_map<std::string, Entry> Entries; // by target, or by id if there is none
 };
 
 // Appends. Callable from any thread.
 class BatchJournal {
 public:
-    // Opens the file, and cuts off a line that was not written to its end. Raises JournalInUse where another run has it
-    // open, NoJournal for a file that is something else, FileNotRead, FileNotWritten.
+    // Opens the file, and cuts off an incomplete last line. Raises JournalInUse if another run has it open, NoJournal
+    // for a file that is something else, FileNotRead, FileNotWritten.
     explicit BatchJournal(const std::string& file);
     BatchJournal(const BatchJournal&) = delete;
     BatchJournal& operator=(const BatchJournal&) = delete;

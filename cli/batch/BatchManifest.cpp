@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-// Something else given as a manifest has as many bad lines as it has lines.
+// A file that is not a manifest at all has as many bad lines as it has lines.
 constexpr std::size_t kMostBadLines = 100;
 constexpr std::size_t kLongestProblem = 1000;
 constexpr const char* kJournal = "a journal of this manifest";
@@ -30,7 +30,7 @@ std::string_view withoutLeadingBlanks(std::string_view text) {
     return text;
 }
 
-// Without its middle, where it is too long to be read: what is wrong stands at the end.
+// Without its middle if it is too long to read: what is wrong comes at the end.
 std::string shortened(std::string text) {
     if (text.size() <= kLongestProblem) {
         return text;
@@ -79,7 +79,7 @@ void takeCredentials(BatchLine& line) {
     line.Extras->Password = std::move(found.Password);
 }
 
-// Each part with its length in front, so that no two lists of parts give the same text.
+// Each part after its length, so that no two lists of parts make the same text.
 class ContentDigest {
 public:
     void add(std::string_view part) {
@@ -99,7 +99,7 @@ private:
     Poco::SHA2Engine Engine{Poco::SHA2Engine::SHA_256};
 };
 
-// Without credentials: the digest stands in the journal, where a guess at a password could be checked against it.
+// Without credentials: the digest goes into the journal, where a guessed password could be checked against it.
 std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {
     ContentDigest digest;
     digest.add(line.Url);
@@ -220,7 +220,7 @@ void BatchManifestParser::complete(BatchLine& line) {
     settleId(line);
 }
 
-// Without a name of its own a target gets the one of the URL, as with `save`.
+// Without a name of its own a target gets that of the URL, as with `save`.
 void BatchManifestParser::settleTarget(BatchLine& line) {
     if (!line.Target) {
         return;
@@ -254,7 +254,7 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
 
 void BatchManifestParser::settleId(BatchLine& line) {
     line.Content = digestOf(line, 0);
-    // Lines without a target may be equal on purpose: the same request, made several times.
+    // Lines without a target may be equal on purpose: the same request several times.
     if (!line.Target) {
         if (const std::size_t earlier = LinesWithoutTarget[line.Content]++; earlier != 0) {
             line.Content = digestOf(line, earlier);

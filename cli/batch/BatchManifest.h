@@ -1,4 +1,4 @@
-// The list of transfers that `batch` works off, read and checked before anything runs.
+// The list of transfers for `batch`, read and checked before anything runs.
 #pragma once
 
 #include "cli/options/Settings.h"
@@ -17,9 +17,9 @@
 
 namespace netrove::cli {
 
-// What few lines have. Kept apart, so that a list of a million plain lines stays small.
+// What few lines have. Separate, so that a list of a million plain lines stays small.
 struct BatchExtras {
-    std::string Id;     // as the line gives it
+    std::string Id;     // as written in the line
     std::string Method; // empty: GET, or POST with a body
     std::vector<Field> Fields;
     std::optional<std::string> Body;
@@ -33,12 +33,12 @@ struct BatchExtras {
 // One transfer.
 struct BatchLine {
     std::size_t Number = 0;            // of its line, from 1
-    std::uint64_t Content = 0;         // digest of all that makes the transfer what it is, credentials left out
+    std::uint64_t Content = 0;         // digest of everything that defines the transfer, except credentials
     std::string Url;                   // without user name and password
-    std::optional<std::string> Target; // the file; nothing where the content is read and dropped
+    std::optional<std::string> Target; // the file; nothing if the content is read and discarded
     std::unique_ptr<BatchExtras> Extras;
 
-    std::string id() const;     // the given one, else the digest
+    std::string id() const;     // as written, else the digest
     std::string digest() const; // 16 hexadecimal digits
     std::string method() const;
 };
@@ -51,10 +51,10 @@ struct BadLine {
 struct BatchManifest {
     std::vector<BatchLine> Lines;
     std::vector<BadLine> Bad; // the first of them
-    std::size_t MoreBad = 0;  // how many there are besides
+    std::size_t MoreBad = 0;  // how many more there are
 };
 
-// Reads a manifest piece by piece. A line is a URL and, behind blanks, a target; or a JSON object with the keys url,
+// Reads a manifest piece by piece. A line is a URL and, after blanks, a target; or a JSON object with the keys url,
 // target, method, fields, body, body_file and id. Empty lines and those that begin with '#' are skipped.
 class BatchManifestParser {
 public:
@@ -63,9 +63,9 @@ public:
 
     explicit BatchManifestParser(UrlCheck check) : CheckUrl(std::move(check)) {}
 
-    // Files that no line may name as its target, with what they are ("the manifest").
+    // A file that no line may have as its target, and what it is ("the manifest").
     void reserve(const std::string& file, const std::string& what);
-    // The same for journals: this file, and those beside it that shards have or will have.
+    // The same for journals: this file, and those that shards have or will have beside it.
     void reserveJournals(const std::string& base);
 
     void feed(std::string_view piece);

@@ -17,7 +17,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kLongestId = 200;
-// Writing a body out again calls itself for each array in an array, and no service wants more.
+// Writing a body out again recurses for each nested array, and no service needs more.
 constexpr int kDeepest = 500;
 
 std::string inQuotes(std::string_view text) {
@@ -123,8 +123,7 @@ Json parsed(std::string_view source) {
     std::string twice;
     const auto look = [&](int depth, Json::parse_event_t event, Json& value) {
         if (depth > kDeepest && begins(event)) {
-            failUsage("not usable JSON: arrays and objects are nested more than " +
-                      std::to_string(kDeepest) + " deep");
+            failUsage("not usable JSON: arrays and objects are nested more than " + std::to_string(kDeepest) + " deep");
         }
         if (event == Json::parse_event_t::key && depth == 1 && !names.insert(value.get<std::string>()).second) {
             twice = value.get<std::string>();
@@ -135,7 +134,7 @@ Json parsed(std::string_view source) {
     try {
         object = Json::parse(source, look);
     } catch (const Json::exception& failure) {
-        // What stands in brackets in front names the parser's own classes, and what was read last may be a secret.
+        // The bracketed part at the start names the parser's own classes, and what was read last may be a secret.
         std::string reason = failure.what();
         reason.erase(0, std::min(reason.find("] "), reason.size() - 2) + 2);
         failUsage("not valid JSON: " + printable(reason.substr(0, reason.find("; last read"))));

@@ -26,7 +26,7 @@ Json targetOf(const BatchLine& line) {
     return line.Target ? Json(*line.Target) : Json(nullptr);
 }
 
-// Where its own line, too, has secrets, this is the console that hides them.
+// A console that also hides the secrets of this line.
 Console consoleFor(const BatchLine& line, const Console& console) {
     Console result = console;
     result.configure(ColorChoice::Never, true);

@@ -1,4 +1,4 @@
-// What a run tells: one JSON line for each transfer on standard output, progress and a summary for people.
+// What a run reports: one JSON line for each transfer on standard output, progress and a summary for people.
 #pragma once
 
 #include "cli/batch/BatchManifest.h"
@@ -22,7 +22,7 @@ struct BatchTotals {
     std::size_t Done = 0;
     std::size_t Failed = 0;
     std::size_t Skipped = 0; // done by an earlier run
-    std::uint64_t Bytes = 0; // received by this run, for good
+    std::uint64_t Bytes = 0; // received and kept by this run
     std::chrono::duration<double> Elapsed{};
 
     std::size_t left() const { return All - Done - Failed - Skipped; }
@@ -41,13 +41,13 @@ class BatchReport {
 public:
     BatchReport(const Console& console, std::size_t all);
 
-    // Each prints the line and counts it. They raise FileNotWritten where nobody takes standard output any more.
+    // Each prints the line and counts it. They raise FileNotWritten if standard output can no longer be written.
     void ended(const BatchLine& line, const BatchOutcome& outcome);
     void skipped(const BatchLine& line, const BatchHistory::Ended& ended);
     void planned(const BatchLine& line);
 
     BatchTotals totals() const;
-    // 0 without a failure; the exit status that all failures share; otherwise the one of any failure.
+    // 0 without a failure; the exit status that all failures share; otherwise that of "any other failure".
     int exitStatus() const;
 
 private:

@@ -16,7 +16,7 @@ namespace {
 constexpr int kTransientStatuses[] = {408, 429, 500, 502, 503, 504};
 constexpr std::string_view kIdempotentMethods[] = {"GET", "HEAD", "PUT", "DELETE", "OPTIONS", "TRACE"};
 
-// A name that is not known may be one whose server did not answer: the library cannot tell them apart.
+// An unknown host may be one whose name server did not answer: the library cannot tell the difference.
 constexpr std::string_view kTransientCauses[] = {
     "VANTIK:webservices:Timeout",
     "VANTIK:webservices:ConnectionRefused",
@@ -24,8 +24,8 @@ constexpr std::string_view kTransientCauses[] = {
     "VANTIK:webservices:PartialFileWarning",
     "NETROVE:cli:MaxTime",
 };
-// Connections that end without an answer have an identifier in common with other failures; libcurl's number, at the
-// end of the first argument, says which it is: HTTP/2 framing, no answer, not sent, an HTTP/2 stream that was reset.
+// Connections that end without a response share an identifier with other failures; libcurl's code, at the end of the
+// first argument, says which it is: HTTP/2 framing, no response, not sent, an HTTP/2 stream that was reset.
 constexpr std::string_view kCopyFailure = "VANTIK:webservices:CopyContentToDataStreamError";
 constexpr std::string_view kTransientEnds[] = {"(CURLE code 16)", "(CURLE code 52)", "(CURLE code 55)",
                                                "(CURLE code 92)"};
@@ -62,7 +62,7 @@ std::optional<unsigned> monthNumber(std::string_view name) {
     return static_cast<unsigned>(found - kMonths.begin()) + 1;
 }
 
-// A year of two digits that seems to lie more than fifty years ahead is the last one that ended so.
+// A two-digit year that would be more than fifty years ahead is the most recent one with those digits.
 int fullYear(int year, WallClock::time_point now) {
     const int current =
         static_cast<int>(std::chrono::year_month_day(std::chrono::floor<std::chrono::days>(now)).year());
@@ -70,7 +70,7 @@ int fullYear(int year, WallClock::time_point now) {
     return guess > current + 50 ? guess - 100 : guess;
 }
 
-// In seconds: the clock's own unit is too fine for dates that a server may name.
+// In seconds: the clock's own unit is too fine for all the dates that a server may name.
 std::optional<std::chrono::sys_seconds> moment(std::optional<int> year, std::optional<unsigned> month,
                                                std::optional<int> day, std::string_view time) {
     const auto parts = split(time, ":");
@@ -117,7 +117,7 @@ std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_po
     const bool digits =
         !value.empty() && std::all_of(value.begin(), value.end(), [](char c) { return c >= '0' && c <= '9'; });
     if (digits) {
-        // However many digits there are: what does not fit is longer than anybody waits.
+        // Any number of digits: what does not fit is longer than anybody waits.
         double seconds = 0;
         for (const char c : value) {
             seconds = std::min(seconds * 10 + (c - '0'), 1e12);

@@ -40,7 +40,7 @@ BatchRun::~BatchRun() {
 }
 
 void BatchRun::run() {
-    // On a terminal the lines on standard output tell enough.
+    // On a terminal the lines on standard output say enough.
     const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
     const auto interval = progressInterval(TheConsole.errIsTerminal());
     WorkerCount = LiveBytes.size();
@@ -48,7 +48,7 @@ void BatchRun::run() {
         try {
             Threads.emplace_back([this, &liveBytes] { work(liveBytes); });
         } catch (const std::system_error&) {
-            // Fewer threads than wanted do the same work; without any there is none to do it.
+            // Fewer threads than wanted do the same work; without any, nobody does.
             const std::lock_guard lock(Guard);
             WorkerCount -= LiveBytes.size() - Threads.size();
             if (Threads.empty()) {
@@ -131,7 +131,7 @@ void BatchRun::leave() {
     WorkerLeft.raise();
 }
 
-// The wish is raised first: a thread that clears its interrupt between two transfers sees it then.
+// The flag is raised first, so that a thread that clears its interrupt between two transfers sees it.
 void BatchRun::stop(std::exception_ptr reason) {
     Stop.raise();
     const std::lock_guard lock(Guard);

@@ -1,4 +1,4 @@
-// Works a list of transfers off on several threads, each with a scope of its own.
+// Does a list of transfers on several threads, each with a scope of its own.
 #pragma once
 
 #include "cli/batch/BatchJournal.h"
@@ -32,8 +32,8 @@ public:
     BatchRun(const BatchRun&) = delete;
     BatchRun& operator=(const BatchRun&) = delete;
 
-    // Until every line has been dealt with, or a signal has come: then each transfer that runs is interrupted and
-    // leaves nothing behind. Raises what ended the run early: output or journal that cannot be written.
+    // Returns once every line has been dealt with or a signal has come, which interrupts every running transfer; those
+    // leave no files. Raises what ended the run early: output or journal that cannot be written.
     void run();
 
 private:
@@ -51,7 +51,7 @@ private:
     RetryPolicy Policy;
     BatchStop Stop;
     std::atomic<std::size_t> NextLine = 0;
-    std::vector<std::atomic<std::uint64_t>> LiveBytes; // bytes of the transfers that run, one a thread
+    std::vector<std::atomic<std::uint64_t>> LiveBytes; // bytes of the running transfers, one for each thread
     std::atomic<std::size_t> RunningTransfers = 0;
 
     std::mutex Guard; // of what follows

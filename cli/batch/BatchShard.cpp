@@ -12,7 +12,7 @@ namespace netrove::cli {
 namespace {
 
 constexpr std::size_t kMostShards = 1'000'000;
-// Slurm gives steps that are none, such as the batch script itself, numbers from here on.
+// From here on Slurm numbers what is not really a step, such as the batch script itself.
 constexpr std::size_t kFirstReservedStep = 0xFFFFFF00;
 
 class Variables {
@@ -27,7 +27,8 @@ public:
         const char* value = Get(name);
         const auto result = wholeNumber(value == nullptr ? "" : value);
         if (!result) {
-            failUsage(std::string("the variable ") + name + " does not hold a number; choose the part with --shard I/N");
+            failUsage(std::string("the variable ") + name +
+                      " does not hold a number; choose the part with --shard I/N");
         }
         return *result;
     }
@@ -55,7 +56,7 @@ BatchShard parseOption(const std::string& text) {
     return {*index, *count, "--shard"};
 }
 
-// GNU parallel numbers its jobs but does not tell them how many there are.
+// GNU parallel numbers its jobs but does not say how many there are.
 std::optional<BatchShard> byParallel(const Variables& variables) {
     if (!variables.has("PARALLEL_SEQ") || !variables.has("NETROVE_SHARDS")) {
         return std::nullopt;
@@ -73,7 +74,7 @@ std::optional<BatchShard> byOpenMpi(const Variables& variables) {
 }
 
 // The tasks of a job step. A batch script has the variables of the job's tasks too, but it runs once: without a step
-// there is nobody to do the other parts.
+// nobody does the other parts.
 std::optional<BatchShard> bySlurmStep(const Variables& variables) {
     if (!variables.has("SLURM_PROCID")) {
         return std::nullopt;
@@ -91,7 +92,7 @@ std::optional<BatchShard> bySlurmStep(const Variables& variables) {
     return BatchShard{variables.number("SLURM_PROCID") + 1, variables.number(count), "SLURM_PROCID"};
 }
 
-// An array may begin anywhere and leave numbers out in even steps.
+// An array may begin anywhere, and its numbers may be evenly spaced with gaps.
 std::optional<BatchShard> bySlurmArray(const Variables& variables) {
     if (!variables.has("SLURM_ARRAY_TASK_ID") || !variables.has("SLURM_ARRAY_TASK_COUNT")) {
         return std::nullopt;
@@ -123,7 +124,7 @@ std::string BatchShard::fileSuffix() const {
     return whole() ? "" : "." + std::to_string(Index) + "-of-" + std::to_string(Count);
 }
 
-// Whoever is nearest counts: mpirun inside a Slurm job leaves Slurm's variables as those of its own helpers.
+// The innermost launcher decides: mpirun inside a Slurm job leaves Slurm's variables as set for its own helpers.
 BatchShard chooseShard(const std::string& option, const Environment& environment) {
     if (!option.empty()) {
         return checked(parseOption(option));

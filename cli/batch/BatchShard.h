@@ -1,4 +1,4 @@
-// Which part of a manifest one run does, when several machines share it.
+// Which part of a manifest a run does when several machines share it.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace netrove::cli {
 struct BatchShard {
     std::size_t Index = 1;
     std::size_t Count = 1;
-    std::string Source{}; // where it comes from, for people; empty for a run that does everything by itself
+    std::string Source{}; // where it comes from, for people; empty for a run of everything
 
     bool whole() const { return Count == 1; }
     bool has(std::size_t place) const { return place % Count == Index - 1; }
@@ -22,7 +22,8 @@ struct BatchShard {
 // The value of a variable; null for none.
 using Environment = std::function<const char*(const char* name)>;
 
-// By --shard ("I/N"), else by what a launcher has put into the environment, else everything. Raises a usage failure.
+// From --shard ("I/N"), else from what a launcher has put into the environment, else everything. Raises a usage
+// failure.
 BatchShard chooseShard(const std::string& option, const Environment& environment);
 
 } // namespace netrove::cli

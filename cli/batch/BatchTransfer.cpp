@@ -65,7 +65,7 @@ Settings batchSettings(const Settings& settings, const BatchLine& line) {
         return lineSettings;
     }
     const BatchExtras& extras = *line.Extras;
-    // What the line says of a field counts instead of what the command line says.
+    // A field in the line replaces those with its name from the command line.
     std::erase_if(lineSettings.Fields, [&](const Field& field) {
         return std::any_of(extras.Fields.begin(), extras.Fields.end(),
                            [&](const Field& own) { return equalsIgnoringCase(own.Name, field.Name); });
@@ -84,7 +84,7 @@ Settings batchSettings(const Settings& settings, const BatchLine& line) {
     return lineSettings;
 }
 
-// What is known of an attempt when it fails.
+// What is known about an attempt when it fails.
 struct BatchTransfer::Attempt {
     BatchOutcome& Outcome;
     int Number; // from 1, whether or not a request is made
@@ -153,7 +153,7 @@ void BatchTransfer::attempt(const BatchLine& line, const Settings& lineSettings,
             journaled(Journal, [&](BatchJournal& journal) { journal.started(line, *current.File); });
         }
         current.OpenExchange.emplace(TheSession, lineSettings, TheConsole);
-        ++outcome.Attempts; // a target or a body that is not to be had costs no request
+        ++outcome.Attempts; // a target or a body that cannot be opened costs no request
         send(current, lineSettings.effectiveMethod());
         deliver(line, current);
     } catch (const vantik::Interrupted& interrupted) {
@@ -181,7 +181,7 @@ void BatchTransfer::send(Attempt& current, const std::string& method) {
         return;
     }
     vantik::Message message = response.statusError();
-    // What may be better the next time is not kept, even where such answers are wanted.
+    // A response that a retry may improve is not kept, even if such responses are wanted.
     FailedAttempt judged = current.Failed;
     judged.Message = message;
     judged.Method = method;
@@ -220,8 +220,8 @@ void BatchTransfer::settle(Attempt& current, const vantik::Message& message, Cir
     current.Outcome.Failed = verdict;
 }
 
-// The next attempt begins as the first one did. A new connection object knows no cookies and no fields of this one, and
-// finds the connections of its scope, which libcurl keeps.
+// The next attempt begins as the first one did. A new connection object has no cookies and no fields of this one, but
+// uses the connections of its scope, which libcurl keeps.
 void BatchTransfer::tidy() {
     TheSession.Connection = vantik::Object();
     TheSession.Partial.reset();

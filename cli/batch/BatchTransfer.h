@@ -1,4 +1,4 @@
-// One line of a manifest, with its further attempts, in one scope.
+// One line of a manifest, with its retries, in one scope.
 #pragma once
 
 #include "cli/batch/BatchJournal.h"
@@ -20,7 +20,7 @@ namespace netrove::cli {
 
 // How a transfer ended.
 struct BatchOutcome {
-    bool Abandoned = false; // the run was stopped before the transfer had ended; nothing else counts then
+    bool Abandoned = false; // the run was stopped before the transfer ended; the other members mean nothing then
     std::optional<Verdict> Failed;
     int Status = 0; // of the last response; 0 for none
     std::uint64_t Bytes = 0;
@@ -28,7 +28,7 @@ struct BatchOutcome {
     std::chrono::duration<double> Time{}; // waits included
 };
 
-// The wish that a whole run ends: a signal came, or its results cannot be written.
+// Says that the whole run must end: a signal came, or its results cannot be written.
 class BatchStop {
 public:
     void raise() noexcept {
@@ -36,7 +36,7 @@ public:
         Wake.raise();
     }
     bool raised() const noexcept { return Raised.load() || signalSeen() != 0; }
-    // True once the moment has come; false where the run is to end first.
+    // True once the time has come; false if the run must end first.
     bool sleepUntil(Clock::time_point moment) const;
 
 private:
@@ -46,11 +46,11 @@ private:
 
 class BatchTransfer {
 public:
-    // What is given outlives this object. `liveBytes` gets the bytes of the running attempt; `journal` may be null.
+    // All arguments must outlive this object. `liveBytes` gets the bytes of the running attempt; `journal` may be null.
     BatchTransfer(Session& session, const Settings& settings, const Console& console, const RetryPolicy& policy,
                   const BatchStop& stop, BatchJournal* journal, std::atomic<std::uint64_t>& liveBytes);
 
-    // Raises only what ends the run: a journal that cannot be written, memory.
+    // Raises only what ends the run: a journal that cannot be written, or no memory.
     BatchOutcome run(const BatchLine& line);
 
 private:
@@ -70,7 +70,7 @@ private:
     std::atomic<std::uint64_t>& LiveBytes;
 };
 
-// The settings of one line: those of the command line, with what the line says itself.
+// The settings for one line: those of the command line, overridden by the line's own.
 Settings batchSettings(const Settings& settings, const BatchLine& line);
 
 } // namespace netrove::cli

@@ -1,4 +1,4 @@
-// What the journals of a manifest are called: one for a run of the whole of it, one for each shard beside that.
+// The names of a manifest's journals: one for a run of the whole manifest, and one beside it for each shard.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace netrove::cli {
 
-// The journals that other shards of the same manifest, whatever their number, have written beside `base`. Raises
-// FileNotRead; a folder that may not be listed has none.
+// The journals that shards of the same manifest, whatever their number, have written beside `base`. Raises FileNotRead;
+// a folder that may not be listed has none.
 std::vector<std::string> siblingJournals(const std::string& base);
-// True for `base` and for what a shard's journal beside it is called.
+// True for `base` and for the name of a shard's journal beside it.
 bool isJournalName(std::string_view file, std::string_view base);
 
 } // namespace netrove::cli

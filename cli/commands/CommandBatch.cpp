@@ -63,7 +63,7 @@ public:
     }
 
 private:
-    // The lines of this shard. The others are checked too, so that every machine refuses what one would.
+    // The lines of this shard. The others are checked too, so that every machine refuses a bad manifest.
     std::vector<BatchLine> readManifest() {
         const std::string& name = TheSettings.Batch.Manifest;
         BatchManifestParser parser([this](const std::string& url) { checkUrl(url); });
@@ -96,7 +96,7 @@ private:
         return own;
     }
 
-    // By the class itself, which knows what a URL is.
+    // By the class itself, which knows what a valid URL is.
     void checkUrl(const std::string& url) {
         if (!TheSession.Connection) {
             TheSession.Connection = TheSession.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
@@ -124,7 +124,7 @@ private:
              name + ": " + (all == 1 ? "one bad line" : std::to_string(all) + " bad lines") + "; nothing was done");
     }
 
-    // Every journal of the manifest counts, whatever the number of shards was then.
+    // Reads every journal of the manifest, whatever the number of shards was then.
     void skipDone(std::vector<BatchLine>& lines, BatchReport& report) const {
         if (JournalName.empty()) {
             return;

@@ -39,7 +39,7 @@ std::string table(const Console& console, const std::vector<std::vector<std::str
     return text;
 }
 
-// The inputs that a caller gives, the optional ones in brackets. The object itself is the first input of every method
+// The inputs that a caller passes, the optional ones in brackets. The object itself is the first input of every method
 // but the constructor, and is not worth a column.
 std::string signature(const vantik::MethodDescription& method, bool constructor) {
     if (!method.Declared) {

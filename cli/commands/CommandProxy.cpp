@@ -13,8 +13,8 @@ namespace {
 
 constexpr const char* kHidden = "***";
 
-// The lookup takes ASCII alone and says "direct" to what is no URL; the class refuses that as it does for `get`, the
-// lack of a host when it opens a connection, which reaches no server yet.
+// The lookup takes only ASCII, and answers "direct" to what is not a valid URL. The class refuses that as it does for
+// `get`: a missing host when it opens the connection, which does not reach a server yet.
 std::string asciiUrl(Session& session, const std::string& url) {
     return maskingRefused(url, [&] {
         session.Connection = session.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});

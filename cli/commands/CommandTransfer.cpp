@@ -19,8 +19,8 @@ namespace netrove::cli {
 
 namespace {
 
-// Of content in the object of --json. It is held several times over while the object is made, and a control byte takes
-// six characters there.
+// Limit for the content in the object of --json. Several copies are held while the object is made, and a control byte
+// takes six characters in it.
 constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
 
 // One command that delivers content somewhere.
@@ -46,7 +46,7 @@ public:
     }
 
 private:
-    // Sends, and refuses the response where the settings say so. Nothing has been written by then.
+    // Sends, and refuses the response if the settings say so. Nothing has been written by then.
     Response send(Exchange& exchange) {
         Response response = exchange.send();
         Facts.UntilHead = Clock::now() - Start;
@@ -73,7 +73,7 @@ private:
         }
     }
 
-    // The content goes into the object, so it is collected first: in memory, under a name that nobody sees.
+    // The content goes into the object, so it is collected first, in a file in memory.
     void toJson() {
         const Descriptor memory(memfd_create("content", MFD_CLOEXEC));
         if (memory.Number < 0) {
@@ -125,13 +125,13 @@ private:
     }
 
     void toFile(const std::string& target, bool replace) {
-        OutputFile file(target, replace); // first, so that no request is made in vain
+        OutputFile file(target, replace); // first, so that a bad target costs no request
         Exchange exchange(TheSession, TheSettings, TheConsole);
         const Response response = send(exchange);
         ProgressMeter meter("received", TheSettings.Progress.value_or(TheConsole.errIsTerminal()),
                             TheConsole.errIsTerminal());
         meter.expect(exchange.announcedLength(response));
-        // By descriptor and never by name: whoever may write in the folder could put a link under it.
+        // By descriptor and never by name: anyone who may write in the folder could put a link there.
         BodySink sink(file.descriptor(), target, false, TheSession.Deadline);
         writeHead(sink, response, false);
         const std::uint64_t delivered = exchange.receive(sink, meter);

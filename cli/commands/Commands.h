@@ -1,4 +1,4 @@
-// What each command does. Each gives the exit status, or raises the failure that main reports.
+// What each command does. Each returns the exit status, or raises the failure that main reports.
 #pragma once
 
 #include "cli/exchange/Session.h"

@@ -16,7 +16,7 @@ namespace netrove::cli {
 
 namespace {
 
-// A folder of our own, gone with everything in it at the end.
+// A folder of our own, removed with everything in it at the end.
 class TemporaryFolder {
 public:
     TemporaryFolder() : Path((std::filesystem::temp_directory_path() / "netrove-demo-XXXXXX").string()) {
@@ -57,7 +57,7 @@ bool runStep(DemoStage& stage, const DemoStep& step, int number) {
         console.print("   " + console.styled(Style::Good, "ok") + "\n\n");
         return true;
     }
-    // What the step left open must not stand in the way of the next one.
+    // What the step left open must not disturb the next one.
     stage.TheSession.Host.clearInterrupt();
     if (stage.TheSession.Connection) {
         stage.invoke("closeConnection");

@@ -21,7 +21,7 @@ namespace {
 using Poco::Net::HTTPServerRequest;
 using Poco::Net::HTTPServerResponse;
 
-constexpr long kLongestWaitMs = 30'000; // of a handler, so that nothing can make the tour hang for good
+constexpr long kLongestWaitMs = 30'000; // of a handler, so that nothing can make the tour hang forever
 constexpr std::size_t kBlock = 16384;
 
 void writePattern(std::ostream& out, std::size_t from, std::size_t to) {

@@ -8,7 +8,7 @@
 namespace netrove::cli {
 
 // Paths: /hello a short text; /file content of `kFileSize` bytes; /upload answers what it received; /missing a 404;
-// /silent says nothing until released; /half sends half of /file and stops until released.
+// /silent sends nothing until released; /half sends half of /file and stops until released.
 class DemoServer {
 public:
     static constexpr std::size_t kFileSize = std::size_t{1} << 20;
@@ -19,7 +19,7 @@ public:
     DemoServer& operator=(const DemoServer&) = delete;
 
     std::string url(const std::string& path) const;
-    // Lets the handlers of /silent and /half go on, those to come included.
+    // Lets the handlers of /silent and /half go on, now and later.
     void release();
 
 private:

@@ -53,7 +53,7 @@ private:
     std::streambuf* Previous;
 };
 
-// A port on which nobody listens, kept from everybody else.
+// A port on which nobody listens, and which nobody else can take.
 class ClosedPort {
 public:
     ClosedPort() { Socket.bind(Poco::Net::SocketAddress("127.0.0.1", 0)); }
@@ -230,9 +230,9 @@ void interruptedTransfer(DemoStage& stage) {
         interrupted = true;
     }
     stage.invoke("closeConnection");
-    stage.expect(interrupted && told, "the transfer should have been interrupted, and the consumer told");
+    stage.expect(interrupted && told, "the transfer should have been interrupted, and the consumer notified");
     stage.expect(taken > 0 && taken < DemoServer::kFileSize, "a part of the content should have arrived");
-    stage.say("The transfer was interrupted and the consumer told.");
+    stage.say("The transfer was interrupted, and the consumer was notified.");
 
     stage.open(stage.Server.url("/hello"));
     const vantik::Array bytes = connection.call("copyContentToByteArray", {vantik::Array(true)});
@@ -252,11 +252,11 @@ void wireTrace(DemoStage& stage) {
         stage.invoke("closeConnection");
         text = capture.text();
     }
-    std::replace(text.begin(), text.end(), '\r', '\n'); // incoming heads are traced with their CR alone
+    std::replace(text.begin(), text.end(), '\r', '\n'); // incoming heads are traced with only their CR
     std::istringstream lines(text);
     std::size_t shown = 0;
     for (std::string line; std::getline(lines, line) && shown < kTraceLines;) {
-        // What libcurl tells about itself differs from run to run.
+        // What libcurl says about itself differs from run to run.
         if (printable(line).find_first_not_of(' ') == std::string::npos || line.find(" INFO ") != std::string::npos) {
             continue;
         }
@@ -269,8 +269,8 @@ void wireTrace(DemoStage& stage) {
 
 constexpr DemoStep kSteps[] = {
     {"A GET into a byte array", "The content comes back as one uint8 array.", getIntoArray},
-    {"A save with progress", "copyContentToFile writes; a ProgressReporter counts the bytes; the file gets its name last.",
-     saveWithProgress},
+    {"A save with progress",
+     "copyContentToFile writes; a ProgressReporter counts the bytes; the file gets its name last.", saveWithProgress},
     {"An upload streamed from a provider", "The class asks the provider for the next piece when it can send it.",
      uploadFromProvider},
     {"A download into a consumer", "The class hands over each piece as it arrives; nothing is kept.",

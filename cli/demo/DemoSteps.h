@@ -13,7 +13,7 @@
 
 namespace netrove::cli {
 
-// What a step found not to be as it should.
+// A step did not do what it should.
 class StepFailed : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -31,11 +31,11 @@ public:
         }
     }
 
-    // The session's connection, made anew and opened for a URL, with the method set. `newer` is the interface that it
-    // speaks for. Nothing else may hold the object: one that is destroyed later would close the next one.
+    // The session's connection, newly made and opened for a URL, with the method set. `newer` selects the interface.
+    // Nothing else may hold the object: an old one that is destroyed later would close the new one.
     const vantik::Object& open(const std::string& url, std::string_view method = "GET", bool newer = true);
     void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
-    // The failure that an operation raises; StepFailed where it raises none. A real Ctrl-C is passed on.
+    // The failure that an operation raises; StepFailed if it raises none. A real Ctrl-C is passed on.
     template <class Operation>
     vantik::Message failureOf(Operation operation, const char* what) const {
         try {

@@ -26,7 +26,7 @@ BodySink::BodySink(int descriptor, std::string name, bool guardTerminal, std::op
 
 bool BodySink::write(std::string_view bytes) {
     while (!bytes.empty()) {
-        // A pipe that is ready takes PIPE_BUF bytes without blocking; more could hold us past a signal or the time
+        // A pipe that is ready takes PIPE_BUF bytes without blocking; more could block us past a signal or the time
         // limit.
         const auto piece = Regular ? bytes : bytes.substr(0, PIPE_BUF);
         if (!writePiece(piece)) {

@@ -1,4 +1,4 @@
-// Where a consumer puts response content: standard output, or a file that is open.
+// Where a consumer puts response content: standard output or an open file.
 #pragma once
 
 #include "cli/system/Signals.h"
@@ -15,10 +15,10 @@ namespace netrove::cli {
 
 class BodySink {
 public:
-    // `descriptor` is borrowed. With `guardTerminal` content that a terminal would obey is refused.
+    // `descriptor` is borrowed. With `guardTerminal`, content that a terminal would obey is refused.
     BodySink(int descriptor, std::string name, bool guardTerminal, std::optional<Clock::time_point> deadline);
 
-    // False, with the failure kept, where not all could be written.
+    // False, and the failure is kept, if not everything could be written.
     bool write(std::string_view bytes);
 
     // The consumer takes no more than `most` bytes; `excess` is the failure of content that is longer.

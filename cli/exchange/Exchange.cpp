@@ -17,13 +17,14 @@ std::string textOf(const vantik::Array& value) {
     return value.empty() ? std::string() : value.text();
 }
 
-// The warning tells a length of -1 where none was announced, or none is known where the head was cut, which says
-// nothing to a person.
+// The warning has a length of -1 if none was announced, and 0 if none is known because the head was cut off. Neither
+// says anything to a person.
 vantik::Message worded(vantik::Message partial) {
     if (partial.Arguments.size() > 2 && (partial.Arguments[1] == vantik::MessageArgument("-1") ||
                                          partial.Arguments[1] == vantik::MessageArgument("0"))) {
-        partial.Text = "The response is incomplete: it was cut off after " + std::get<std::string>(partial.Arguments[0]) +
-                       " bytes of content. " + std::get<std::string>(partial.Arguments[2]);
+        partial.Text = "The response is incomplete: it was cut off after " +
+                       std::get<std::string>(partial.Arguments[0]) + " bytes of content. " +
+                       std::get<std::string>(partial.Arguments[2]);
     }
     return partial;
 }
@@ -53,7 +54,7 @@ vantik::Message Response::statusError() const {
                           Url);
 }
 
-// What the library makes of a failure of our own objects is less than we know ourselves.
+// We know more about a failure of our own objects than the library makes of it.
 template <class Operation>
 auto Exchange::guarded(Operation operation, const BodySink* sink) {
     try {
@@ -70,7 +71,7 @@ auto Exchange::guarded(Operation operation, const BodySink* sink) {
 }
 
 Exchange::Exchange(Session& session, const Settings& settings, const Console& console)
-    : TheSession(session), TheSettings(settings), TheConsole(console) {
+    : TheSession(session), TheSettings(settings) {
     if (!settings.StreamFile.empty()) {
         Source = std::make_unique<BodySource>(settings.StreamFile, session.Deadline);
         if (Source->length() && !settings.Chunked) {
@@ -124,7 +125,7 @@ Response Exchange::send() {
         if (limit == 0 || !isRedirect(response.Status) || location == nullptr) {
             return response;
         }
-        requireWhole(); // the Location of a head that was cut may be half of one
+        requireWhole(); // the Location in a head that was cut off may be incomplete
         const std::string target = textOf(TheSession.Connection.get("RedirectURL"));
         if (target.empty()) {
             const std::string shown = maskRefusedUrl(location->Value);

@@ -43,16 +43,16 @@ public:
     Exchange(const Exchange&) = delete;
     Exchange& operator=(const Exchange&) = delete;
 
-    // Sends, and follows redirects as the settings say. The content has not been read afterwards.
+    // Sends, and follows redirects as the settings say. Does not read the content.
     Response send();
 
-    // How many bytes of content the response announces, as they are delivered; nothing where that cannot be known.
+    // How many bytes of content will be delivered, if the response says.
     std::optional<std::uint64_t> announcedLength(const Response& response) const;
 
-    // Reads the content through a consumer; gives the number of bytes delivered.
+    // Reads the content through a consumer; returns the number of bytes delivered.
     std::uint64_t receive(BodySink& sink, ProgressMeter& meter);
 
-    // Ends the exchange. Raises where less came than the whole.
+    // Ends the exchange. Raises if the response was incomplete.
     void finish();
     void close();
 
@@ -60,8 +60,8 @@ public:
     bool redirected() const { return Redirected; }
 
 private:
-    // ExchangeSetup.cpp: everything that has to be set before the response can be asked for, in the order in which the
-    // class wants it.
+    // ExchangeSetup.cpp: everything that must be set before the response can be asked for, in the order that the class
+    // requires.
     void prepare(Request& request);
     void makeConnection();
     void setBeforeOpen(const Request& request);
@@ -73,16 +73,15 @@ private:
     bool sendsPostData(const Request& request) const;
 
     Response readHead(const Request& request);
-    // Runs an operation of the library; a failure of our own source or sink comes out of it as it was raised there.
+    // Runs an operation of the library. A failure of our own source or sink comes out as it was raised there.
     template <class Operation>
     auto guarded(Operation operation, const BodySink* sink = nullptr);
     void checkStop();
-    void requireWhole() const; // raises what the library has warned of
+    void requireWhole() const; // raises what the library has warned about
     void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {});
 
     Session& TheSession;
     const Settings& TheSettings;
-    const Console& TheConsole;
     std::optional<std::string> Body; // held in memory
     std::unique_ptr<BodySource> Source;
     std::unique_ptr<ProgressMeter> UploadMeter;

@@ -28,7 +28,7 @@ bool removes(const std::vector<std::string>& names, std::string_view name) {
                        [&](const std::string& removed) { return equalsIgnoringCase(removed, name); });
 }
 
-// The class takes an empty name for "do not verify", and one of its own for the system's store.
+// For the class an empty name means "do not verify", and a special one means the system's store.
 std::string certificateName(const Settings& settings) {
     if (!settings.VerifyPeer) {
         return "";
@@ -49,8 +49,8 @@ void Exchange::prepare(Request& request) {
     setAfterOpen(request);
 }
 
-// In the newer interface one object serves a whole chain of redirects, so that cookies set on the way count. The older
-// one keeps what it made of a body, which must not reach a request without one.
+// In the newer interface one object serves a whole chain of redirects, so that cookies set on the way are sent. In the
+// older one an object keeps what it made of a body, which must not reach a request without a body.
 void Exchange::makeConnection() {
     if (TheSession.Connection && !TheSettings.Simple) {
         return;
@@ -80,12 +80,12 @@ void Exchange::openThroughProxy(const std::string& url) {
     const std::string password = TheSettings.ProxyUser ? TheSettings.ProxyPassword.value_or("") : proxy.Password;
     TheSession.Connection.set("ProxyUsername", user);
     TheSession.Connection.set("ProxyPassword", password);
-    // Without a host this is a direct connection. It is opened in the same way, because the object would remember the
-    // proxy of the request before.
+    // Without a host this is a direct connection. It is opened in the same way, because the object would otherwise keep
+    // the proxy of the previous request.
     invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
                                                              {"Port", vantik::Array(double(proxy.Port))}})});
     if (TheSettings.Simple) {
-        return; // allows every scheme by itself
+        return; // allows every scheme anyway
     }
     const bool wanted = !user.empty();
     invoke("setAuthenticationSchemes",
@@ -115,7 +115,7 @@ void Exchange::setAfterOpen(const Request& request) {
     }
 }
 
-// True where the older interface makes the body from PostData and adds the length itself.
+// True if the older interface makes the body from PostData and adds the length itself.
 bool Exchange::sendsPostData(const Request& request) const {
     return TheSettings.Simple && (request.Method == "POST" || request.Method == "PUT" || request.Method == "PATCH");
 }

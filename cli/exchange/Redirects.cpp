@@ -11,7 +11,7 @@ namespace netrove::cli {
 
 namespace {
 
-// What was meant for the first server alone.
+// What was meant for the first server only.
 constexpr std::string_view kPrivateFields[] = {"Authorization", "Proxy-Authorization", "Cookie", "Host"};
 // What describes a body.
 constexpr std::string_view kBodyFields[] = {"Content-Length", "Content-Type",      "Content-Encoding",

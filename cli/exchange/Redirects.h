@@ -1,4 +1,4 @@
-// The rules of following a redirect, without any transfer.
+// The rules for following a redirect, without any transfer.
 #pragma once
 
 #include "cli/options/Settings.h"
@@ -24,7 +24,7 @@ struct Request {
 bool isRedirect(int status); // 301, 302, 303, 307, 308
 
 // The request that follows `current` after a redirect. 303, and 301 and 302 after a POST, turn into GET without a body.
-// Credentials and the fields Authorization, Cookie and Host stay behind for good once scheme, host or port change.
+// Credentials and the fields Authorization, Cookie and Host are dropped for good once scheme, host or port changes.
 // Raises RedirectRefused for a target that is neither http nor https.
 Request followRedirect(const Request& current, int status, std::string_view target);
 

@@ -22,7 +22,7 @@ std::string base64(const std::string& bytes) {
     return text.str();
 }
 
-// To the microsecond: the digits behind say nothing.
+// To the microsecond: further digits mean nothing.
 double seconds(std::chrono::duration<double> time) {
     return std::round(time.count() * 1e6) / 1e6;
 }

@@ -1,4 +1,4 @@
-// What came of a request as one JSON object, for programs that read it.
+// The result of a request as one JSON object, for programs.
 #pragma once
 
 #include "cli/exchange/Exchange.h"
@@ -14,7 +14,7 @@ struct ResponseFacts {
     std::uint64_t Bytes = 0; // of content, as delivered
     std::chrono::duration<double> UntilHead{};
     std::chrono::duration<double> UntilEnd{};
-    std::string File;                   // that holds the content; empty: Content does
+    std::string File;                   // that holds the content; empty: it is in Content
     std::optional<std::string> Content; // UTF-8 goes in as text, anything else in base64
 };
 

@@ -1,4 +1,4 @@
-// What one run of the program works with: the host, the connection object, and the moment at which it is to be over.
+// What one run of the program works with: the host, the connection object, and the time at which it must end.
 #pragma once
 
 #include "cli/options/Settings.h"
@@ -21,11 +21,11 @@ struct Session {
     double MaxTimeSeconds = 0;
     std::optional<vantik::Message> Partial; // the warning that content was cut short
 
-    // Loads the module. Nothing else may be done before.
+    // Loads the module. Must come first.
     void load() { Host.load(kModule); }
 
-    // From here on warnings go to `console`, which must outlive the session; that of cut content is kept instead, since
-    // it is reported as a failure once the exchange is over.
+    // From here on warnings go to `console`, which must outlive the session. The warning of incomplete content is kept
+    // instead, and reported as a failure once the exchange is over.
     void reportWarnings(const Console& console) {
         Host.onWarning([this, &console](const vantik::Message& message) {
             if (message.identifier() == vantik::kIncompleteContent) {

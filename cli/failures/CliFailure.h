@@ -1,5 +1,5 @@
-// Failures that the command line itself raises, in the same form as those of the module: an identifier with arguments
-// and a text, so that both are reported in one way.
+// Failures that the command line itself raises, in the form of those of the module: an identifier with arguments and a
+// text, so that both are reported in the same way.
 #pragma once
 
 #include "vantik/Failure.h"
@@ -12,7 +12,7 @@ namespace netrove::cli {
 
 constexpr std::string_view kCatalogue = "NETROVE:cli";
 
-// Keys of the failures raised here; ExitStatus.cpp gives each its exit status.
+// Keys of the failures raised here; ExitStatus.cpp has the exit status of each.
 namespace failure {
 constexpr std::string_view kUsage = "Usage";
 constexpr std::string_view kFileNotWritten = "FileNotWritten";       // file, reason
@@ -40,7 +40,7 @@ vantik::Message cliMessage(std::string_view key, std::vector<vantik::MessageArgu
 
 [[noreturn]] void fail(std::string_view key, std::vector<vantik::MessageArgument> arguments, std::string text);
 [[noreturn]] void failUsage(std::string text);
-// For a failed system call: `errorNumber` gives the reason.
+// For a failed system call: `errorNumber` is the reason.
 [[noreturn]] void failSystem(std::string_view key, const std::string& file, int errorNumber);
 
 // The system's text for an error number.

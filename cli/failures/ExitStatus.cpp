@@ -37,14 +37,14 @@ struct Row {
     std::string_view FirstArgument = {}; // empty: whatever the arguments are
 };
 
-// The first row that fits counts; an identifier without a row is another failure.
+// The first row that fits is used; an identifier without a row is "any other failure".
 constexpr Row kRows[] = {
     {"VANTIK:webservices:MalformedURL", kExitUrl},
     {"VANTIK:webservices:ExpectedProtocol", kExitUrl},
     {"VANTIK:webservices:FileNotFound", kExitUrl}, // a URL without a host
     {"VANTIK:webservices:UnknownHost", kExitUnknownHost},
     {"VANTIK:webservices:ConnectionRefused", kExitConnect},
-    // Also what every unforeseen exception during a send becomes; interrupts among them are told apart by `judge`.
+    // Also what every unexpected exception during a send becomes; `judge` picks out interrupts among them.
     {"VANTIK:webservices:ConnectionFailed", kExitConnect},
     {"VANTIK:webservices:PartialFileWarning", kExitIncomplete},
     {"VANTIK:webservices:StatusError", kExitStatus},

@@ -1,4 +1,4 @@
-// Which exit status says what: one table.
+// What each exit status means: one table.
 #pragma once
 
 #include "vantik/Failure.h"
@@ -29,7 +29,7 @@ enum ExitStatus : int {
     kExitTerminated = 143,  // 128 and the number of SIGTERM
 };
 
-// One exit status and what it says to a person, for help texts.
+// One exit status and its meaning, for help texts.
 struct ExitMeaning {
     int Status;
     std::string_view Meaning;
@@ -42,10 +42,10 @@ int exitStatus(const vantik::Message& message);
 // What the program knows about an operation that failed, beyond the failure itself.
 struct Circumstances {
     int Signal = 0;              // the signal that this program's own handler saw; 0 for none
-    bool MaxTimeElapsed = false; // the time given by --max-time was over
+    bool MaxTimeElapsed = false; // the time set by --max-time was over
     double MaxTimeSeconds = 0;
     bool Interrupted = false;      // the failure was an interrupt
-    bool StoppedByProgram = false; // …asked for by a progress reporter or consumer of this program
+    bool StoppedByProgram = false; // …requested by a progress reporter or consumer of this program
 };
 
 struct Verdict {
@@ -53,9 +53,8 @@ struct Verdict {
     int Status;
 };
 
-// The failure as it is reported. An interrupt while a request goes out surfaces as a failed connection, so the
-// program's own knowledge counts for more than the identifier: a signal seen is an interrupt, a total time passed is a
-// timeout.
+// The failure as it is reported. An interrupt while a request goes out surfaces as a failed connection, so what the
+// program itself knows overrides the identifier: after a signal it is an interrupt, after --max-time a timeout.
 Verdict judge(const vantik::Message& message, const Circumstances& circumstances);
 
 } // namespace netrove::cli

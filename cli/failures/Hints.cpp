@@ -20,14 +20,13 @@ constexpr std::string_view kExpired = "only the server's owner can renew its cer
                                       "too";
 constexpr std::string_view kOtherName = "the certificate is for another name; use that name in the URL, or "
                                         "--no-verify-name if you know the server";
-constexpr std::string_view kUnknownIssuer =
-    "if you trust this server, name the file of its certificate authority with "
-    "--ca-file; -k would accept anyone";
+constexpr std::string_view kUnknownIssuer = "if you trust this server, name the file of its certificate authority with "
+                                            "--ca-file; -k would accept anyone";
 constexpr std::string_view kNotHttp = "the server may expect TLS on this port; try https://";
 constexpr std::string_view kNoScheme = "put http:// or https:// in front of it";
 constexpr std::string_view kConnectTime = "--connect-timeout MS sets that limit, 0 lifts it";
 
-// The first row that fits counts. The reason of a TLS failure is argument 1, that of a failed copy 0.
+// The first row that fits is used. The reason of a TLS failure is argument 1, that of a failed copy argument 0.
 constexpr HintRow kHints[] = {
     {kSystemTls, 1, "wrong version number", kNoTls},
     {kFileTls, 1, "wrong version number", kNoTls},
@@ -42,7 +41,8 @@ constexpr HintRow kHints[] = {
     {kFileTls, 1, "no alternative certificate subject name matches", kOtherName},
     {kFileTls, 1, "error setting certificate", "the file given with --ca-file must exist and hold PEM certificates"},
     {kSystemTls, 1, "SSL certificate", kUnknownIssuer},
-    {kFileTls, 1, "issuer certificate", "the file given with --ca-file must hold the authority that issued this certificate"},
+    {kFileTls, 1, "issuer certificate",
+     "the file given with --ca-file must hold the authority that issued this certificate"},
     {kFileTls, 1, "self-signed certificate",
      "the file given with --ca-file must hold this certificate, or the authority that issued it"},
     {"VANTIK:webservices:InternalError", 0, "CRLF not found in headers",
@@ -76,7 +76,7 @@ bool fits(const HintRow& row, const vantik::Message& message) {
     return (text.find(row.Needle) == text.npos) == row.Lacks;
 }
 
-// What people type who know other programs.
+// What people type who are used to other programs.
 struct OtherName {
     std::string_view Word;
     std::string_view Ours;
@@ -128,7 +128,7 @@ std::string_view nearestWord(std::string_view word, std::span<const std::string>
             return other.Ours;
         }
     }
-    // Two letters of a short word make it another one.
+    // A short word with two other letters is another word.
     constexpr std::size_t shortWord = 5;
     const std::size_t farthest = word.size() <= shortWord ? 1 : 2;
     std::string_view nearest;

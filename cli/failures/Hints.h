@@ -1,4 +1,4 @@
-// What a person can try next, by failure: one table.
+// What a person can try next after a failure: one table.
 #pragma once
 
 #include "vantik/Failure.h"
@@ -12,18 +12,18 @@ namespace netrove::cli {
 
 struct HintRow {
     std::string_view Identifier;
-    int Argument;            // the one that tells, by number. The catalogue's own words around it are always the same.
-    std::string_view Needle; // in that argument; empty: whatever it says
+    int Argument;            // number of the one to look at. The catalogue's own words around it never vary.
+    std::string_view Needle; // must be in that argument; empty: any argument fits
     std::string_view Hint;
-    bool Lacks = false; // the needle has to be missing instead
+    bool Lacks = false; // the needle must be missing instead
 };
 std::span<const HintRow> hintTable();
 
-// Empty where there is nothing to say beyond the failure's own text.
+// Empty if there is nothing to add to the failure's own text.
 std::string_view hintFor(const vantik::Message& message);
 
-// The word of a list that another one is likely to mean: what other programs call it, or a mistyped one, at most two
-// letters away and one where it is short. Empty for none.
+// The known word that `word` probably means: it is what other programs call it, or mistyped by at most two letters, one
+// if it is short. Empty for none.
 std::string_view nearestWord(std::string_view word, std::span<const std::string> known);
 
 } // namespace netrove::cli

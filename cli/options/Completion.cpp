@@ -12,10 +12,10 @@ namespace {
 
 constexpr std::string_view kOrigin = "Change the tables of the command line instead.\n";
 
-// How the value of an option is completed: the name of the value says it.
+// How the value of an option is completed, which the name of the value says.
 struct Values {
     bool Files = false;
-    bool List = false; // several of the words, by commas
+    bool List = false; // several of the words, separated by commas
     std::vector<std::string> Words;
 };
 
@@ -72,7 +72,7 @@ std::vector<std::string> commandWords() {
     return words;
 }
 
-// What can stand behind a command that takes a topic.
+// What can follow a command that takes a topic.
 std::vector<std::string> helpWords() {
     std::vector<std::string> words = commandWords();
     const std::vector<std::string> topics = topicNames();
@@ -80,7 +80,7 @@ std::vector<std::string> helpWords() {
     return words;
 }
 
-// Text in single quotes, for a shell that ends and begins them around a quote.
+// Text in single quotes for a shell, which must be closed and opened again around a quote.
 std::string quoted(std::string_view text) {
     std::string result = "'";
     for (const char c : text) {
@@ -93,7 +93,7 @@ std::string quoted(std::string_view text) {
     return result + "'";
 }
 
-// In a description of zsh brackets and colons end what they stand in.
+// Unescaped brackets and colons would end a description in zsh.
 std::string zshText(std::string_view text) {
     std::string result;
     for (const char c : text) {

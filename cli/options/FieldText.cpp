@@ -51,7 +51,7 @@ bool isSecretField(std::string_view name) {
 
 Field parseField(std::string_view text) {
     const auto colon = text.find(':');
-    // What is no field may be a credential all the same, so no more of it is shown than a word in front of a colon.
+    // What is not a field may still be a credential, so no more of it is shown than one word before a colon.
     if (colon == text.npos) {
         failUsage("a header field is written 'Name: value'; this one has no colon");
     }
@@ -61,7 +61,7 @@ Field parseField(std::string_view text) {
     }
     checkFieldName(name);
     const std::string_view value = trimBlanks(text.substr(colon + 1));
-    // A tab between words is the one control character that a value may hold.
+    // A tab between words is the only control character that a value may hold.
     const bool bad = std::any_of(value.begin(), value.end(), [](char c) {
         return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || static_cast<unsigned char>(c) >= 0x7F;
     });

@@ -10,7 +10,7 @@ namespace netrove::cli {
 
 struct Field {
     std::string Name;
-    std::string Value; // empty: the library's own field of that name is left out
+    std::string Value; // empty: the library does not add its own field with that name
 
     bool operator==(const Field&) const = default;
 };

@@ -7,7 +7,7 @@ namespace netrove::cli {
 
 namespace {
 
-// A hyphen of its own would be typeset as one and could not be copied; a leading point or quote begins a request.
+// A plain hyphen would be typeset as a dash that cannot be copied; a leading dot or quote would begin a request.
 std::string roff(std::string_view text) {
     std::string result;
     for (const char c : text) {

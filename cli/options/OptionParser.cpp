@@ -28,7 +28,7 @@ std::string optionNames(const OptionRow& row) {
     return names + "--" + std::string(row.LongName);
 }
 
-// Adds one option of the table. It is applied when it is met, so that of two contradicting options the last one counts.
+// Adds one option of the table. It is applied when it is parsed, so that the last of two contradicting options wins.
 void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
     CLI::Option* option = nullptr;
     const auto apply = row.Apply;
@@ -60,7 +60,7 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
     option->group(std::string(row.Group))->trigger_on_parse();
 }
 
-// Last, so that its group stands where the table has it.
+// Last, so that its group comes where the table has it.
 void addHelp(CLI::App& app) {
     app.set_help_flag("-h,--help", "print this help")->group(std::string(optionTable().back().Group));
 }
@@ -96,7 +96,7 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     }
 }
 
-// A command is explained by its own help, everything else by a topic.
+// A command has its own help, everything else is a topic.
 std::string helpOn(const CLI::App& app, const std::string& topic) {
     if (topic.empty()) {
         return topicList();
@@ -109,7 +109,7 @@ std::string helpOn(const CLI::App& app, const std::string& topic) {
     return helpTopic(topic);
 }
 
-// One line, as every failure is.
+// Every failure is one line.
 std::string firstLine(std::string text) {
     text.resize(std::min(text.find('\n'), text.size()));
     return text;
@@ -129,12 +129,12 @@ unsigned commandSet(std::string_view name) {
     return 0;
 }
 
-// "--name" without its value, or a letter without what is written behind it, which may be a password.
+// "--name" without its value, or a letter without what follows it, which may be a password.
 std::string optionName(const std::string& word) {
     return word.starts_with("--") ? word.substr(0, word.find('=')) : word.substr(0, 2);
 }
 
-// "get and send have it"; empty where no command has an option of that name.
+// "get and send have it"; empty if no command has an option with that name.
 std::string takersOf(std::string_view name) {
     std::vector<std::string_view> takers;
     for (const OptionRow& row : optionTable()) {
@@ -156,7 +156,7 @@ std::string takersOf(std::string_view name) {
     return text + (takers.size() == 1 ? " has it" : " have it");
 }
 
-// Names the first word that nothing in the table takes.
+// Names the first word that nothing in the table accepts.
 [[noreturn]] void failOnExtras(const CLI::App& app) {
     const auto chosen = app.get_subcommands();
     const std::vector<std::string> left = app.remaining(true);
@@ -279,7 +279,7 @@ bool wantsJsonErrors(int argc, const char* const* argv) {
 void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets) {
     for (int i = 1; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        // A value stands alone, or behind "--name=" or a letter.
+        // A value is an argument of its own, or follows "--name=" or a letter.
         for (const SecretValue& value : secrets) {
             if (const std::string_view secret = secretPart(value); !secret.empty() && argument.ends_with(value.Text)) {
                 const auto offset = static_cast<std::size_t>(secret.data() - value.Text.data());

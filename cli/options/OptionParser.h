@@ -10,7 +10,7 @@
 
 namespace netrove::cli {
 
-// The value of an option with a secret in it, as it was written.
+// The value of an option that holds a secret, as written.
 struct SecretValue {
     std::string Text;
     Secrecy Kind;
@@ -22,14 +22,14 @@ struct ParseResult {
     std::optional<std::string> Help; // asked for: print this and stop
 };
 
-// Raises a usage failure. The settings are complete but for passwords that are to be asked for.
+// Raises a usage failure. The settings are complete except for passwords that must be asked for.
 ParseResult parseCommandLine(int argc, const char* const* argv);
 
-// True where `--json-errors` stands among the arguments; for failures of the parse itself.
+// True if `--json-errors` is among the arguments; for failures of the parse itself.
 bool wantsJsonErrors(int argc, const char* const* argv);
 
 // Overwrites the values of secret options, and user names and passwords in URLs, so that the list of processes no
-// longer shows them. Best effort: they were there for a moment.
+// longer shows them. Best effort: they were visible for a moment.
 void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets);
 
 } // namespace netrove::cli

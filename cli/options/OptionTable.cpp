@@ -25,7 +25,7 @@ constexpr int kMostJobs = 64;
 constexpr int kMostDebug = 2;
 constexpr std::uint64_t kLargestBuffer = std::uint64_t{64} << 20;
 
-// Numbers are read and shown the same way whatever the locale.
+// Numbers are read and shown in the same way in every locale.
 template <class Number>
 std::optional<Number> parsed(std::string_view text) {
     Number value{};
@@ -93,7 +93,7 @@ std::uint64_t byteSize(const char* option, const std::string& text) {
     return *value * factor;
 }
 
-// The members of the class that holds them are written in the same way but for the case of letters.
+// The members of the enumeration; users type them in lower case.
 constexpr std::string_view kSchemes[] = {"Basic", "Digest", "NTLM", "Negotiate"};
 constexpr std::string_view kTypedSchemes[] = {"basic", "digest", "ntlm", "negotiate"};
 static_assert(std::size(kSchemes) == std::size(kTypedSchemes));
@@ -163,7 +163,7 @@ void addBody(Settings& settings, const std::string& text) {
     settings.BodyText = settings.BodyText ? *settings.BodyText + "&" + part : part;
 }
 
-// A '@' begins no name of a field.
+// No field name begins with '@'.
 void addFields(Settings& settings, const std::string& text) {
     if (!text.starts_with('@')) {
         settings.Fields.push_back(parseField(text));
@@ -271,7 +271,7 @@ const OptionRow kOptions[] = {
     {"max-time", 'm', "S", kNetGroup, kTransfers, "longest time in seconds for everything, with batch for each attempt; may have a fraction",
      [](S& s, V v) { s.MaxTime = number<double>("max-time", v, 0.001, kLongestSeconds); }},
 
-    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "PEM file of certificates to trust besides those in the system's folder",
+    {"ca-file", 0, "FILE", kTlsGroup, kTransfers, "PEM file of certificates to trust in addition to those in the system's folder",
      [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }},
     {"no-verify", 'k', "", kTlsGroup, kTransfers, "accept any certificate: anyone on the path can read and change everything",
      [](S& s, V) { s.VerifyPeer = false; }},

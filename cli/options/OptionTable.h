@@ -25,7 +25,7 @@ enum CommandSet : unsigned {
     kAll = kTransfers | kProxy | kDescribe | kDemo | kHelp | kProgram,
 };
 
-// Which part of a value is kept from the list of processes.
+// Which part of a value is hidden from the list of processes.
 enum class Secrecy { None, Whole, AfterColon, BeforeAt, FieldValue };
 
 struct OptionRow {
@@ -35,7 +35,7 @@ struct OptionRow {
     std::string_view Group;     // the heading in the help
     unsigned Commands;
     std::string_view Help;
-    // Takes one occurrence over; a flag's value is empty. Raises a usage failure. Repeated: in the order given.
+    // Applies one occurrence, in the order given; a flag's value is empty. Raises a usage failure.
     void (*Apply)(Settings& settings, const std::string& value);
     Secrecy Secret = Secrecy::None;
 };

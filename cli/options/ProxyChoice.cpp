@@ -20,7 +20,7 @@ ProxyChoice parseProxy(std::string_view text) {
     } catch (const vantik::Failure& refusal) {
         failUsage("the proxy cannot be used: " + std::get<std::string>(refusal.message().Arguments.front()));
     }
-    // A setting may have a path, which means nothing, and may leave the version of SOCKS open. Here they are slips.
+    // A setting may have a path, which means nothing, and may leave the version of SOCKS open. Here both are mistakes.
     if (!proxy.Path.empty() && proxy.Path != "/") {
         failUsage("a proxy is written [scheme://][user@]host[:port]");
     }

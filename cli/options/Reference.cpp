@@ -53,7 +53,7 @@ std::string usageOf(const OptionRow& row) {
     return text;
 }
 
-// Names of the commands that take an option; "all" for an option that every one takes.
+// Names of the commands that take an option, or "all commands".
 std::string commandsOf(const OptionRow& row) {
     std::string names;
     bool all = true;

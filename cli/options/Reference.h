@@ -1,4 +1,4 @@
-// The same facts in the form that each reader wants: help by topic, man page, completions. All of it is made from the
+// The same facts in the form that each reader needs: help by topic, man page, completions. All of it is made from the
 // tables of commands, options, exit statuses and environment variables.
 #pragma once
 
@@ -22,13 +22,14 @@ struct ExampleRow {
 };
 std::span<const ExampleRow> exampleTable();
 
-// `text` in lines of at most `width` columns, broken at blanks; each line behind the first begins with `indent` blanks,
-// which do not count.
+// `text` in lines of at most `width` columns, broken at blanks; each line after the first begins with `indent` blanks,
+// which are not counted.
 std::string wrapped(std::string_view text, std::size_t width, std::size_t indent = 0);
-// One line for each exit status, each behind `indent` blanks.
+// One line for each exit status, each after `indent` blanks.
 std::string exitLines(std::size_t indent);
 
-// What `netrove help TOPIC` prints; a usage failure names the topics there are. Commands have their own help.
+// What `netrove help TOPIC` prints; for an unknown topic a usage failure names the topics. Commands have their own
+// help.
 std::string helpTopic(std::string_view topic);
 std::string topicList();
 std::vector<std::string> topicNames(); // without the commands

@@ -12,14 +12,15 @@ namespace {
 constexpr std::string_view kMask = "***";
 constexpr std::string_view kMarks = ":/";
 
-// Up to where the text is a scheme, or slashes and a colon with or without one of ours. "alice:secret@host" has none.
+// Length of the scheme, with its colon and slashes. Slashes and a colon alone count too, as does a scheme of ours with
+// anything of the two after it. "alice:secret@host" has no scheme.
 std::size_t schemeLength(std::string_view url) {
     const auto word = std::min(url.find_first_of(kMarks), url.size());
     const bool ours =
         equalsIgnoringCase(url.substr(0, word), "http") || equalsIgnoringCase(url.substr(0, word), "https");
-    const auto behind = std::min(url.find_first_not_of(kMarks, word), url.size());
+    const auto rest = std::min(url.find_first_not_of(kMarks, word), url.size());
     if (ours || word == 0) {
-        return behind;
+        return rest;
     }
     return url.substr(word).starts_with("://") ? word + 3 : 0;
 }
@@ -30,7 +31,7 @@ void replaceAll(std::string& text, std::string_view from, std::string_view to) {
     }
 }
 
-// Where the URL stands in another form, as a word with an '@'.
+// For a text that has the URL in another form: every word with an '@'.
 std::string maskWords(const std::string& text) {
     std::string result;
     for (std::size_t start = 0; start < text.size();) {

@@ -1,5 +1,5 @@
-// Failures about a URL that cannot be used. Where nobody can tell the parts of a URL, nobody can tell either where a
-// user name and a password in it begin, so everything in front of its last '@' is taken for them.
+// Failures about a URL that cannot be used. If its parts cannot be told apart, nobody knows where a user name and a
+// password begin in it, so everything before its last '@' is taken for them.
 #pragma once
 
 #include "cli/failures/ExitStatus.h"
@@ -13,11 +13,11 @@ namespace netrove::cli {
 // The URL with everything between its scheme and its last '@' replaced by "***".
 std::string maskRefusedUrl(std::string_view url);
 
-// The message with that URL masked wherever it stands, and with it the user name where that was taken for a scheme.
+// The message with that URL masked wherever it occurs, and the user name too if it was taken for a scheme.
 vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view url);
 
-// The result of `operation`, which may change what `url` was taken from; where it fails because that is no usable URL,
-// the failure does not show what is secret.
+// The result of `operation`, which may change the text that `url` was copied from. If it fails because the URL cannot
+// be used, the failure does not show secrets.
 template <class Operation>
 auto maskingRefused(const std::string url, Operation operation) {
     try {

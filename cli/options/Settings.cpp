@@ -8,7 +8,7 @@ namespace netrove::cli {
 
 namespace {
 
-// A silent server is given up after this long; a slow one that keeps sending is not.
+// After this much silence a server is given up; a slow one that keeps sending is not.
 constexpr double kDefaultConnectMs = 30'000;
 constexpr double kDefaultSilenceMs = 300'000;
 
@@ -50,7 +50,7 @@ void checkBody(const Settings& settings) {
 
 void checkBatch(const BatchSettings& batch) {
     refuse(batch.Manifest.empty(), "the name of the manifest is empty");
-    refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal exclude each other");
+    refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal cannot be combined");
     refuse(batch.LongestRetryWait < batch.RetryWait, "--retry-max-wait is less than --retry-wait");
 }
 
@@ -103,7 +103,7 @@ void completeSettings(Settings& settings) {
     refuse(settings.Auth && !settings.User, "--auth needs --user");
     refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
            "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
-    refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify exclude each other");
+    refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify cannot be combined");
     refuse(settings.Json && settings.Include, "--json includes the head already; leave out --include");
     refuse(settings.Json && settings.OutputFile == "-", "--json writes its object to standard output; name a file");
     refuse(settings.Target == "-", "save writes a file; use get for standard output");

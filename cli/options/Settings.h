@@ -16,7 +16,7 @@ enum class ColorChoice { Auto, Always, Never };
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;
 
-// What only `batch` knows.
+// What only `batch` uses.
 struct BatchSettings {
     std::string Manifest; // "-": standard input
     int Jobs = 4;
@@ -34,7 +34,7 @@ struct BatchSettings {
 
 struct Settings {
     cli::Command Command = Command::None;
-    std::string Url;    // without user name and password; those move to User and Password
+    std::string Url;    // without user name and password, which move to User and Password
     std::string Target; // save: the file or folder named, empty for none
     std::string Topic;  // help: empty for the list of topics
 

@@ -13,7 +13,7 @@ namespace netrove::cli {
 
 namespace {
 
-// However much is asked for at a time, this much is read.
+// However much is asked for, no more than this is read at a time.
 constexpr std::uint64_t kLargestPiece = std::uint64_t{64} << 20;
 
 std::string shownName(const std::string& file) {
@@ -48,7 +48,7 @@ BodySource::BodySource(std::string file, std::optional<Clock::time_point> deadli
     if (!Regular) {
         return;
     }
-    // Standard input may have been read from before.
+    // Some of standard input may have been read before.
     Start = std::max<std::int64_t>(0, lseek(Input, 0, SEEK_CUR));
     Length = static_cast<std::uint64_t>(std::max<std::int64_t>(0, facts.st_size - Start));
 }

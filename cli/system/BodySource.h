@@ -21,12 +21,13 @@ public:
     BodySource(const BodySource&) = delete;
     BodySource& operator=(const BodySource&) = delete;
 
-    // The length in bytes where it is known beforehand, which is so for regular files.
+    // The length in bytes, which is known beforehand for regular files.
     std::optional<std::uint64_t> length() const { return Length; }
-    // From now on exactly `length` bytes are given: more are left, fewer are a failure.
+    // From now on exactly `length` bytes are delivered: more are left out, fewer are a failure.
     void promiseLength() { Promised = true; }
 
-    // Before each request of a chain of redirects. Raises ContentNotRewound where bytes were given and cannot be again.
+    // Before each request of a chain of redirects. Raises ContentNotRewound if bytes were read that cannot be read
+    // again.
     void beginRequest();
 
     // The callables refer to this object.

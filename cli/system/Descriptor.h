@@ -1,4 +1,4 @@
-// An owner of a file descriptor, and how its calls are made.
+// An owner of a file descriptor, and helpers for calls on it.
 #pragma once
 
 #include <cerrno>
@@ -18,7 +18,7 @@ struct Descriptor {
     Descriptor& operator=(const Descriptor&) = delete;
 };
 
-// Makes a system call, again where a signal has cut it off, and gives its result. Not for close, which is never to be
+// Makes a system call, again if a signal has interrupted it, and returns its result. Not for close, which must never be
 // repeated: the descriptor is gone, whatever the result.
 template <class Call>
 auto retried(Call call) {
@@ -29,7 +29,7 @@ auto retried(Call call) {
     return result;
 }
 
-// Brings content to the disk. 0, or an error number; also 0 where the file system knows no such operation.
+// Flushes content to the disk. Returns 0 or an error number; 0 too if the file system has no such operation.
 inline int syncContent(int descriptor) {
     return retried([=] { return fdatasync(descriptor); }) == 0 || errno == EINVAL ? 0 : errno;
 }

@@ -34,7 +34,7 @@ std::string randomText() {
     return text;
 }
 
-// Follows links, so that the file behind a link is replaced and not the link.
+// Follows links, so that the file that a link leads to is replaced, and not the link.
 std::string realTarget(const std::string& target) {
     const std::unique_ptr<char, decltype(&std::free)> real(realpath(target.c_str(), nullptr), &std::free);
     return real ? std::string(real.get()) : target;
@@ -53,7 +53,7 @@ std::string temporaryNameFor(const std::string& name) {
     return "." + name.substr(0, kLongestPrefix) + "." + randomText() + std::string(kEnd);
 }
 
-// To search in is all that has to be allowed.
+// Needs only permission to search the folder.
 int openFolder(const std::string& folder) {
     return retried([&] { return open(folder.empty() ? "." : folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); });
 }
@@ -92,18 +92,18 @@ OutputFile::OutputFile(const std::string& target, const std::string& real, bool 
     if (exists && S_ISDIR(old.st_mode)) {
         failNotWritten(EISDIR);
     }
-    // By the name as it was given too: a pipe that is known only by its descriptor has no other.
+    // Also by the name as given: a pipe known only by its descriptor has no other.
     if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target)) {
         fail(failure::kFileNotWritten, {target, "not a regular file"}, target + ": not a regular file");
     }
     if (exists && !replace) {
         failExists(target);
     }
-    // Set-user-ID and its like do not stay: the content comes from elsewhere, and the owner may be another one.
+    // Set-user-ID and the like are dropped: the content comes from elsewhere, and the owner may be another one.
     if (exists && S_ISREG(old.st_mode)) {
         Permissions = old.st_mode & 0777;
     }
-    // Nobody opens meanwhile what the permissions of the file that is replaced will not let them read.
+    // Until the permissions are settled, nobody may open what the replaced file would not let them read.
     const mode_t mode = Permissions ? 0600 : 0666;
     if (openWithoutName(mode)) {
         return;
@@ -119,8 +119,8 @@ OutputFile::OutputFile(const std::string& target, const std::string& real, bool 
     }
 }
 
-// A file that nobody else can open or put another one in the place of, and that goes with the program. False where the
-// file system makes none, or where it could not be given a name later because /proc is not there.
+// A file that nobody else can open or replace, and that disappears with the program. False if the file system cannot
+// make one, or if it could not be given a name later because /proc is missing.
 bool OutputFile::openWithoutName(unsigned mode) {
     Descriptor file(retried([&] { return openat(Folder.Number, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, mode); }));
     struct stat own {};
@@ -143,7 +143,7 @@ std::uint64_t OutputFile::size() const {
 
 void OutputFile::keep() {
     settlePermissions();
-    // A name that is on the disk before the content would stand for an empty file after a power cut.
+    // A name that is on the disk before the content would be an empty file after a power cut.
     if (const int error = syncContent(File.Number)) {
         failNotWritten(error);
     }
@@ -157,7 +157,7 @@ void OutputFile::keep() {
         if (errno == EEXIST && !Replace) {
             failExists(Target);
         }
-        // Only a rename replaces, and it needs a name to begin with.
+        // Only a rename replaces a file, and it needs a name to start from.
         if (errno != EEXIST || Temporary.make([&] { return link(Temporary.name()); }) != 0) {
             failNotWritten(errno);
         }
@@ -165,7 +165,7 @@ void OutputFile::keep() {
     rename();
 }
 
-// A file that is replaced keeps its permissions, as far as the file system knows any.
+// A replaced file keeps its permissions, if the file system has any.
 void OutputFile::settlePermissions() const {
     if (Permissions && retried([&] { return fchmod(File.Number, *Permissions); }) != 0 && errno != EPERM &&
         errno != EOPNOTSUPP && errno != ENOSYS) {
@@ -182,7 +182,7 @@ void OutputFile::checkClose() const {
     }
 }
 
-// What somebody else has put in the place of the temporary file is not what was received.
+// If somebody has replaced the temporary file, it is not what was received.
 void OutputFile::checkTemporary() const {
     struct stat own {};
     struct stat there {};
@@ -210,7 +210,8 @@ void OutputFile::rename() {
     if (moved == 0) {
         return;
     }
-    // A file system without that operation: a link never replaces anything either. The first name goes at the end.
+    // For a file system without that operation: a link never replaces anything either. The temporary name is removed at
+    // the end.
     if (!Replace && (errno == EINVAL || errno == ENOSYS) &&
         retried([&] { return linkat(Folder.Number, Temporary.name(), Folder.Number, Name.c_str(), 0); }) == 0) {
         return;

@@ -12,21 +12,21 @@ namespace netrove::cli {
 
 class OutputFile {
 public:
-    // Makes a file in the folder of `target`, without a name where the file system can, else under an unforeseeable
-    // one. Raises FileExists where the target is there and is not to be replaced, FileNotWritten where none can be
-    // made, or the target is a folder, a device, a pipe or a socket.
+    // Makes a file in the folder of `target`, without a name if the file system can, else under an unpredictable one.
+    // Raises FileExists if the target exists and is not to be replaced, FileNotWritten if no file can be made or the
+    // target is a folder, a device, a pipe or a socket.
     OutputFile(const std::string& target, bool replace);
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    // What is not a complete file yet can have no name but this one; a file without a name has it for the moment in
-    // which it replaces another one.
+    // The only name that an incomplete file can have; a file without a name has it for the moment in which it replaces
+    // another one.
     const std::string& temporaryName() const { return TemporaryPath; }
     int descriptor() const { return File.Number; }
     std::uint64_t size() const; // raises FileNotWritten
 
-    // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists where somebody
-    // else made the target meanwhile.
+    // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists if somebody else
+    // has made the target meanwhile.
     void keep();
 
 private:
@@ -41,7 +41,7 @@ private:
 
     std::string Target; // as given
     bool Replace;
-    Descriptor Folder; // the names that follow are in it, whatever becomes of its own
+    Descriptor Folder; // of the names that follow, even if it is renamed itself
     std::string Name;
     TemporaryEntry Temporary;
     std::string TemporaryPath;
@@ -50,10 +50,10 @@ private:
     Descriptor File;
 };
 
-// True for a name that OutputFile gives to what is not complete.
+// True for a name that OutputFile gives to an incomplete file.
 bool isTemporaryName(const std::string& path);
 
-// True for a device, a pipe or a socket: content goes into such a target and never in its place.
+// True for a device, a pipe or a socket: content is written into such a target and never replaces it.
 bool isSpecialFile(const std::string& path);
 bool isFolder(const std::string& path);
 bool fileExists(const std::string& path); // a dangling link counts

@@ -1,4 +1,4 @@
-// The one name that a file has, however it is written: absolute, without dots, and without links to folders.
+// One name for each file, however it is written: absolute, without dots, and without links to folders.
 #pragma once
 
 #include <string>
@@ -6,13 +6,13 @@
 
 namespace netrove::cli {
 
-// Asks the file system once for each folder, so it serves for as long as nobody moves folders. Nothing needs to be
-// there; what is not there, or cannot be asked for, is taken as it is written.
+// Asks the file system once for each folder, so it is right only as long as nobody moves folders. Files need not exist;
+// what does not exist, or cannot be looked up, is taken as written.
 class RealNames {
 public:
-    // A link at the end counts as the file behind it; one that leads nowhere is a file by itself.
+    // A link at the end means the file that it leads to; a dangling link is a file of its own.
     std::string of(const std::string& path);
-    // A link at the end counts by itself.
+    // A link at the end means the link itself.
     std::string ofEntry(const std::string& path);
 
 private:

@@ -15,7 +15,7 @@ namespace netrove::cli {
 
 namespace {
 
-// All that the handler touches is lock-free or async-signal-safe.
+// Everything that the handler uses is lock-free or async-signal-safe.
 std::atomic<vantik::Host*> theHost = nullptr;
 std::atomic<int> theSignal = 0;
 // A pipe that the handler writes to, so that a poll cannot miss a signal that came before it.
@@ -39,7 +39,7 @@ extern "C" void onSignal(int number) {
         host->interrupt();
     }
     if (const int end = theWakeEnd.load(); end >= 0) {
-        [[maybe_unused]] const auto written = write(end, "!", 1); // full: the reader wakes anyhow
+        [[maybe_unused]] const auto written = write(end, "!", 1); // full: the reader wakes anyway
     }
     errno = savedErrno;
 }
@@ -93,14 +93,14 @@ SignalScope::SignalScope(vantik::Host& host) {
     struct sigaction action = {};
     action.sa_handler = onSignal; // without SA_RESTART: a blocked read or write of this program must return
     sigemptyset(&action.sa_mask);
-    // A shell ignores Ctrl-C for what it runs in the background, and nohup the end of the terminal.
+    // A shell ignores Ctrl-C for what it runs in the background, and nohup ignores the end of the terminal.
     handleUnlessIgnored(SIGHUP, action, previousHup);
     handleUnlessIgnored(SIGINT, action, previousInt);
     sigaction(SIGTERM, &action, &previousTerm);
     struct sigaction ignore = {};
     ignore.sa_handler = SIG_IGN; // a reader that went away is a failed write
     sigaction(SIGPIPE, &ignore, &previousPipe);
-    sigaction(SIGXFSZ, &ignore, &previousXfsz); // so is a file that may not grow further
+    sigaction(SIGXFSZ, &ignore, &previousXfsz); // and so is a file that may not grow further
 }
 
 SignalScope::~SignalScope() {

@@ -1,5 +1,5 @@
-// Ctrl-C, termination and a terminal that goes away. The first signal asks the host to stop what it does; a second one
-// ends the program at once, and takes what has a temporary name with it.
+// Ctrl-C, termination and a terminal that goes away. The first signal asks the host to stop; a second one ends the
+// program at once and removes files with a temporary name.
 #pragma once
 
 #include "cli/system/Descriptor.h"
@@ -30,8 +30,8 @@ using Clock = std::chrono::steady_clock;
 
 enum class Waited { Ready, Interrupted, TimedOut };
 
-// Blocks until `descriptor` can be read or written (or has failed, which the next call on it tells), a signal arrives,
-// or the moment has come.
+// Blocks until `descriptor` can be read or written (or has failed, which the next call on it reports), a signal
+// arrives, or the time has come.
 Waited waitReadable(int descriptor, std::optional<Clock::time_point> until);
 Waited waitWritable(int descriptor, std::optional<Clock::time_point> until);
 

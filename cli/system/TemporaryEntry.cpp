@@ -12,9 +12,9 @@ namespace netrove::cli {
 namespace {
 
 std::vector<TemporaryEntry*> theEntries; // guarded by theLock
-std::atomic<bool> theLock = false;       // a lock that a signal handler can take too
+std::atomic<bool> theLock = false;       // a lock that a signal handler can take as well
 
-// Holds the lock. No signal comes to this thread meanwhile, so that its handler cannot wait for us here.
+// Holds the lock. Signals are blocked on this thread meanwhile: their handler would wait for the lock forever.
 class EntriesLock {
 public:
     EntriesLock() {

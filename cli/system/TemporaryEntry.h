@@ -1,4 +1,4 @@
-// A name in a folder that is to go, however the program ends.
+// A name in a folder that is removed however the program ends.
 #pragma once
 
 #include <functional>
@@ -9,16 +9,17 @@ namespace netrove::cli {
 
 class TemporaryEntry {
 public:
-    // Nothing is there yet. `folder` is the descriptor of the folder; borrowed.
+    // Makes nothing yet. `folder` is the descriptor of the folder; borrowed.
     TemporaryEntry(int folder, std::string name) : Folder(folder), Name(std::move(name)) {}
-    ~TemporaryEntry(); // removes the entry where it is there
+    ~TemporaryEntry(); // removes the entry if it exists
     TemporaryEntry(const TemporaryEntry&) = delete;
     TemporaryEntry& operator=(const TemporaryEntry&) = delete;
 
     const char* name() const { return Name.c_str(); }
 
-    // Each gives the result of its call, which is negative where it failed and has then changed nothing. From the call
-    // that makes the entry to the one that takes it away, removeTemporaryEntries knows of it; never in between.
+    // Each returns the result of its call, which is negative if it failed and changed nothing. The call of `make` creates
+    // the entry, that of `take` moves it away; from the one to the other removeTemporaryEntries knows of it, and it never
+    // runs during a call.
     int make(const std::function<int()>& call);
     int take(const std::function<int()>& call);
 
@@ -30,8 +31,8 @@ private:
     bool There = false;
 };
 
-// Removes all entries that are there, and holds up whoever would make another one: for a signal handler that ends the
-// program after it. Waits for calls that are under way on other threads.
+// Removes all entries, and blocks every thread that would make another one: for a signal handler that ends the program
+// next. Waits for calls that are under way on other threads.
 void removeTemporaryEntries() noexcept;
 
 } // namespace netrove::cli

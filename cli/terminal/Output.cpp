@@ -52,8 +52,8 @@ bool colorWanted(ColorChoice choice, bool terminal) {
     return terminal && (noColor == nullptr || *noColor == '\0') && term != nullptr && std::string_view(term) != "dumb";
 }
 
-// Identifier, text, and what can be tried next. The secrets go first, since a quoted head may be in the way of the
-// rest.
+// Identifier, text, and what to try next. Secrets are removed before the hint is added: a head quoted at the end of the
+// text would otherwise include the hint.
 std::string failureLine(const vantik::Message& message) {
     std::string text = message.identifier() + ": " + vantik::withoutSecrets(message.Text);
     const std::string_view hint = hintFor(message);
@@ -103,7 +103,7 @@ std::string Console::styled(Style style, std::string_view text) const {
 }
 
 void Console::print(std::string_view text) const {
-    // Nobody can be told that standard output is gone; the commands that deliver content check for themselves.
+    // There is nobody to tell if standard output is gone; the commands that deliver content check for themselves.
     [[maybe_unused]] const bool written = writeAll(STDOUT_FILENO, text);
 }
 
@@ -142,7 +142,7 @@ std::string Console::failureText(const Verdict& verdict) const {
     if (const std::string_view hint = hintFor(verdict.Message); !hint.empty()) {
         object["hint"] = hint;
     }
-    // Escaped to ASCII: what a server said reaches neither the terminal nor a line-based reader as it stands.
+    // Escaped to ASCII, so that nothing a server said can affect a terminal or a line-based reader.
     return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 

@@ -1,4 +1,4 @@
-// What goes to the terminal or to whoever reads standard output and standard error.
+// What goes to standard output and standard error.
 #pragma once
 
 #include "cli/failures/ExitStatus.h"
@@ -10,7 +10,7 @@
 
 namespace netrove::cli {
 
-// Writes all of it, again after a signal. False with errno set where that is impossible.
+// Writes all of it, and goes on after a signal. False, with errno set, if that is impossible.
 bool writeAll(int descriptor, std::string_view bytes);
 
 enum class Style { Plain, Bold, Good, Bad, Faint };
@@ -19,17 +19,17 @@ class Console {
 public:
     Console();
 
-    // Colours by choice, by NO_COLOR and by what the streams are; failures as text or JSON.
+    // Whether to use colours (by choice, by NO_COLOR, by what the streams are), and JSON for failures.
     void configure(ColorChoice color, bool jsonErrors);
-    // Texts that are never to be shown; shorter ones than four characters would garble every message and are not taken.
+    // Text that must never be shown. Fewer than four characters are ignored, as hiding them would garble every message.
     void hide(std::string secret);
 
     bool outIsTerminal() const { return OutTerminal; }
     bool errIsTerminal() const { return ErrTerminal; }
 
-    // To standard output as it stands; whoever prints what a server said makes it safe first.
+    // To standard output, unchanged; callers make what a server said safe first.
     void print(std::string_view text) const;
-    // Wraps text for standard output in colour where that is wanted.
+    // Text in colour for standard output, if colours are wanted.
     std::string styled(Style style, std::string_view text) const;
 
     // One line each on standard error.

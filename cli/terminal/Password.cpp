@@ -90,7 +90,7 @@ std::string askPassword(const std::string& prompt) {
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (count <= 0 && answer.empty()) { // Ctrl-D: nobody wants to answer, which is not an empty password
+        if (count <= 0 && answer.empty()) { // Ctrl-D means no answer, not an empty password
             writeAll(terminal.descriptor(), "\n");
             failUsage("no password was given");
         }

@@ -22,7 +22,7 @@ constexpr std::chrono::steady_clock::duration kLogInterval = 1s;
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kShortBarWidth = 10;
 constexpr std::size_t kUsualWidth = 80;
-constexpr double kLongestEstimate = 360'000; // seconds; beyond, a time left says nothing
+constexpr double kLongestEstimate = 360'000; // seconds; a longer time left says nothing
 
 template <class... Values>
 std::string formatted(const char* pattern, Values... values) {
@@ -91,7 +91,7 @@ std::string progressText(const std::string& label, const ProgressState& state, s
                                        : std::string();
     }
     const auto withBar = [&](std::size_t cells) { return known ? bar(share, cells) + " " + percent : percent; };
-    // What there is no room for is left out whole: half a number would be another one.
+    // What does not fit is left out as a whole: half a number would be a different one.
     const std::string narrower[] = {
         label + ": " + withBar(kBarWidth) + size + speed + time,
         label + ": " + withBar(kShortBarWidth) + size + speed + time,
@@ -110,7 +110,7 @@ ProgressMeter::ProgressMeter(std::string label, bool shown, bool terminal)
       NextDraw(Start + progressInterval(terminal)) {}
 
 ProgressMeter::~ProgressMeter() {
-    // A line that was begun is ended, so that a failure's text starts on its own.
+    // Ends the line, so that a failure's text starts on its own.
     if (Drawn && Terminal) {
         [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, "\n");
     }

@@ -20,18 +20,18 @@ struct ProgressState {
 std::string sizeText(std::uint64_t bytes);
 // "12 s", "3 min 20 s", "5 h 02 min".
 std::string durationText(std::chrono::duration<double> time);
-// One line, at most `width` columns, without a line end. A total that turned out too small counts as unknown.
+// One line, at most `width` columns, without a line end. A total that turns out too small is treated as unknown.
 std::string progressText(const std::string& label, const ProgressState& state, std::size_t width);
 
-// How long a line stands before it is drawn again, and how many columns it may take, on a terminal and elsewhere.
+// How long before a line is drawn again, and how many columns it may have, on a terminal and elsewhere.
 std::chrono::steady_clock::duration progressInterval(bool terminal);
 std::size_t progressWidth(bool terminal);
 
 // Draws on standard error, at most ten times a second.
 class ProgressMeter {
 public:
-    // A meter that is not shown only counts. On a terminal the line is drawn over; elsewhere there are whole lines, at
-    // most one a second.
+    // A meter that is not shown only counts. On a terminal the line is redrawn in place; elsewhere each is a line of
+    // its own, at most one a second.
     ProgressMeter(std::string label, bool shown, bool terminal);
     ~ProgressMeter();
     ProgressMeter(const ProgressMeter&) = delete;

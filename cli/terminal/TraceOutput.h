@@ -1,5 +1,5 @@
-// The library writes its trace to std::cout, where the body goes too. While a TraceOutput lives, the trace goes to
-// standard error, and where that is a terminal, what would make it do things is shown as escapes.
+// The library writes its trace to std::cout, where the content goes too. While a TraceOutput lives, the trace goes to
+// standard error, and if that is a terminal, control characters are shown as escapes.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// Numbers in text that somebody else wrote.
+// Numbers in text from outside.
 #pragma once
 
 #include <charconv>
@@ -8,7 +8,7 @@
 
 namespace netrove::cli {
 
-// The number that the whole of `text` is: decimal digits and nothing else. Nothing where it is none, or beyond 64 bits.
+// The number that `text` is, if it consists of decimal digits only and fits into 64 bits.
 inline std::optional<std::uint64_t> wholeNumber(std::string_view text) {
     std::uint64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

@@ -12,7 +12,7 @@ unsigned byteAt(std::string_view text, std::size_t position) {
     return static_cast<unsigned char>(text[position]);
 }
 
-// Length of the well-formed UTF-8 sequence at `position`; 0 where there is none.
+// Length of the well-formed UTF-8 sequence at `position`; 0 if there is none.
 std::size_t sequenceLength(std::string_view text, std::size_t position) {
     const unsigned first = byteAt(text, position);
     if (first < 0x80) {
@@ -46,7 +46,7 @@ UChar32 characterOf(std::string_view sequence) {
     return static_cast<UChar32>(value);
 }
 
-// True for what a terminal obeys, and for what nobody sees but what turns or hides the text around it: directions of
+// True for what a terminal obeys, and for invisible characters that reverse or hide the text around them: directions of
 // writing, characters without width, separators of lines and paragraphs.
 bool isDeceptive(UChar32 character) {
     switch (u_charType(character)) {

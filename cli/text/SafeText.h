@@ -1,4 +1,4 @@
-// Text that a server or a user made, in a form that a terminal shows and does not obey.
+// Text from a server or a user, in a form that a terminal shows but does not obey.
 #pragma once
 
 #include <string>
@@ -20,7 +20,7 @@ std::string printableLines(std::string_view text);
 // line feed and carriage return; DEL; the C1 controls (0x80 to 0x9F) in UTF-8, overlong or as bytes of their own.
 class ControlFinder {
 public:
-    // True where `piece`, read behind those before it, has one.
+    // True if `piece`, read after those before it, has one.
     bool findsIn(std::string_view piece);
 
 private:

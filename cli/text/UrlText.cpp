@@ -158,7 +158,7 @@ std::string percentDecode(std::string_view text) {
 std::string fileNameFor(std::string_view url) {
     const std::string path = splitUrl(url).Path;
     const std::string name = percentDecode(path.substr(path.rfind('/') + 1));
-    // An escaped slash must not lead out of the folder, and a line break in a listing deceives the reader.
+    // An escaped slash must not lead out of the folder, and a line break in a listing would mislead the reader.
     std::string clean;
     for (const char c : replaceControls(name, "_")) {
         clean += c == '/' || c == '\\' ? '_' : c;

@@ -1,4 +1,4 @@
-// What the command line has to know about a URL by itself: the origin, the user name in it, and a name for the file.
+// What the command line itself must know about a URL: the origin, the user name in it, and a name for the file.
 #pragma once
 
 #include <optional>
@@ -9,17 +9,17 @@ namespace netrove::cli {
 
 // The parts of "scheme://authority/path?query#fragment". Scheme and host are in lower case.
 struct UrlParts {
-    std::string Scheme; // empty where there is none
+    std::string Scheme; // empty if there is none
     std::string Host;   // with the brackets of an IPv6 address
-    std::string Port;   // as written; the scheme's own where none is written
+    std::string Port;   // as written, or the scheme's default
     std::string Path;
 };
 
-// Never fails: what is missing stays empty.
+// Never fails: missing parts stay empty.
 UrlParts splitUrl(std::string_view url);
 bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
 
-// "user:password" in a URL, as written; a view into `url`. Empty where there is none.
+// "user:password" in a URL, as written; a view into `url`. Empty if there is none.
 std::string_view userInfoIn(std::string_view url);
 
 struct UserInfo {
@@ -28,7 +28,7 @@ struct UserInfo {
     std::optional<std::string> Password;
 };
 
-// Removes "user:password@" from a URL and gives what it said.
+// Removes "user:password@" from a URL and returns it.
 UserInfo takeUserInfo(std::string& url);
 
 // The text with the user name and password of every URL in it replaced by "***".
@@ -38,8 +38,8 @@ std::string maskUserInfo(std::string_view text);
 // hand refuse such text as a whole.
 std::string percentDecode(std::string_view text);
 
-// A name for what a URL names: the last segment of its path, decoded, with everything that a file name should not hold
-// taken out. "download" where nothing is left.
+// A file name for a URL: the last segment of its path, decoded, without anything that a file name should not hold.
+// "download" if nothing is left.
 std::string fileNameFor(std::string_view url);
 
 } // namespace netrove::cli

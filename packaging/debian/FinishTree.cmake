@@ -1,4 +1,4 @@
-# Run by CPack between the installation into its folder and the packing: what Debian wants besides, for each part.
+# Run by CPack after installing into its folder and before packing: what else Debian requires, for each part.
 find_program(gzip gzip REQUIRED)
 
 function(compress file)
