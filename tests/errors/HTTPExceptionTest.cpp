@@ -23,16 +23,11 @@ static_assert(
 static_assert(!std::is_base_of_v<HTTPConnectionFailedException, HTTPConnectionRefusedException>);
 static_assert(std::has_virtual_destructor_v<HTTPException>);
 
-TEST_F(HTTPExceptionTest, NarrowTextBecomesTheMessage) {
-    const HTTPDNSException failure("h\xC3\xA4");
-    EXPECT_STREQ(failure.what(), "h\xC3\xA4");
-    EXPECT_EQ(failure.Message, u"h\u00E4");
-}
-
-TEST_F(HTTPExceptionTest, WideTextBecomesTheNarrowOne) {
-    const HTTPException failure(std::u16string(u"h\u00E4"));
-    EXPECT_STREQ(failure.what(), "h\xC3\xA4");
-    EXPECT_EQ(failure.Message, u"h\u00E4");
+TEST_F(HTTPExceptionTest, HoldsItsTextInBothForms) {
+    for (const HTTPException& failure : {HTTPException("h\xC3\xA4"), HTTPException(std::u16string(u"h\u00E4"))}) {
+        EXPECT_STREQ(failure.what(), "h\xC3\xA4");
+        EXPECT_EQ(failure.Message, u"h\u00E4");
+    }
 }
 
 TEST_F(HTTPExceptionTest, EmptyTextIsAnUnknownException) {
@@ -42,7 +37,7 @@ TEST_F(HTTPExceptionTest, EmptyTextIsAnUnknownException) {
 }
 
 // libcurl's texts are bytes from anywhere; none of them may replace the failure by another one.
-TEST_F(HTTPExceptionTest, BytesThatAreNoTextStillMakeAMessage) {
+TEST_F(HTTPExceptionTest, BytesThatAreNotTextStillMakeAMessage) {
     const HTTPConnectionRefusedException failure("a\xFF"
                                                  "b");
     EXPECT_STREQ(failure.what(), "a\xFF"

@@ -2,11 +2,17 @@
 
 #include "host/Text.h"
 #include "tests/support/host/FailureText.h"
+#include "tests/support/host/HostFixture.h"
 #include "tests/support/host/ScopeFixture.h"
 
+#include <boost/core/demangle.hpp>
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
+#include <set>
 #include <type_traits>
+#include <typeinfo>
 
 namespace {
 
@@ -28,10 +34,24 @@ static_assert(takes<ws::CopyContentToDataStreamError, Wide, Wide> &&
               takes<ws::CopyContentToDataStreamError, const char*, Narrow> &&
               !takes<ws::CopyContentToDataStreamError, Wide, Narrow>);
 
-struct GoldenRow {
+struct Row {
     resource_core::BaseMsgID Id;
     const char* Text;
+    std::string Type;      // name in the type information
+    std::string Exception; // of the exception that carries it
+    bool Thrown;
 };
+
+template <class Tag>
+Row thrown(const Tag& id, const char* text) {
+    return {id, text, typeid(Tag).name(), typeid(Failure<Tag>).name(), true};
+}
+
+// Rendered, or warned with.
+template <class Tag>
+Row onlyText(const Tag& id, const char* text) {
+    return {id, text, typeid(Tag).name(), typeid(Failure<Tag>).name(), false};
+}
 
 const Narrow n1 = "n1";
 const Narrow n2 = "n2";
@@ -43,54 +63,57 @@ const Wide u3 = u"u3";
 const Wide u4 = u"u4";
 
 // Every identifier, with the kind of each argument in its order.
-const std::vector<GoldenRow>& goldenList() {
-    static const std::vector<GoldenRow> rows{
-        {ws::InternalError(n1), "VANTIK:webservices:InternalError[N:n1]"},
-        {ws::CopyContentToDataStreamError(u1, u2), "VANTIK:webservices:CopyContentToDataStreamError[U:u1, U:u2]"},
-        {ws::CopyContentToDataStreamError("n1", n2), "VANTIK:webservices:CopyContentToDataStreamError[N:n1, N:n2]"},
-        {ws::StatusError(404, u1, u2), "VANTIK:webservices:StatusError[I:404, U:u1, U:u2]"},
-        {ws::SSLConnectionNoFile(n1, u1), "VANTIK:webservices:SSLConnectionNoFile[N:n1, U:u1]"},
-        {ws::SSLConnectionSystemFailure(n1, u1), "VANTIK:webservices:SSLConnectionSystemFailure[N:n1, U:u1]"},
-        {ws::SSLConnectionFailure(n1, u1, n2), "VANTIK:webservices:SSLConnectionFailure[N:n1, U:u1, N:n2]"},
-        {ws::CertificateFailedVerification(n1, n2), "VANTIK:webservices:CertificateFailedVerification[N:n1, N:n2]"},
-        {ws::Timeout(u1, n1, u2, u3), "VANTIK:webservices:Timeout[U:u1, N:n1, U:u2, U:u3]"},
-        {ws::MalformedURL(u1), "VANTIK:webservices:MalformedURL[U:u1]"},
-        {ws::UnknownHost(u1), "VANTIK:webservices:UnknownHost[U:u1]"},
-        {ws::FileNotFound(u1), "VANTIK:webservices:FileNotFound[U:u1]"},
-        {ws::OperationTerminatedByConsumer(u1), "VANTIK:webservices:OperationTerminatedByConsumer[U:u1]"},
-        {ws::ConnectionFailed(u1), "VANTIK:webservices:ConnectionFailed[U:u1]"},
-        {ws::ConnectionRefused(u1, u2), "VANTIK:webservices:ConnectionRefused[U:u1, U:u2]"},
-        {ws::DecodingError(n1, n2), "VANTIK:webservices:DecodingError[N:n1, N:n2]"},
-        {ws::DecodedContentTooLarge(n1, n2), "VANTIK:webservices:DecodedContentTooLarge[N:n1, N:n2]"},
-        {ws::RandomError(n1), "VANTIK:webservices:RandomError[N:n1]"},
-        {ws::ExpectedProtocol(n1, n2, n3, n4), "VANTIK:webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"},
-        {ws::PartialFileWarning(n1, n2, n3), "VANTIK:webservices:PartialFileWarning[N:n1, N:n2, N:n3]"},
-        {ws::EncodingFailure(u1, n1, n2), "VANTIK:webservices:EncodingFailure[U:u1, N:n1, N:n2]"},
-        {ws::EmptyName(n1), "VANTIK:webservices:EmptyName[N:n1]"},
-        {ws::InvalidFilename(n1), "VANTIK:webservices:InvalidFilename[N:n1]"},
-        {ws::TimeoutReasonResponseHeader(), "VANTIK:webservices:TimeoutReasonResponseHeader[]"},
-        {ws::TimeoutReasonStoppedSending(), "VANTIK:webservices:TimeoutReasonStoppedSending[]"},
-        {ws::TimeoutReasonSystemLimit(), "VANTIK:webservices:TimeoutReasonSystemLimit[]"},
-        {ws::TimeoutSystemTCP(), "VANTIK:webservices:TimeoutSystemTCP[]"},
-        {http::OnlyOneTransferAtATime(), "VANTIK:http:OnlyOneTransferAtATime[]"},
-        {type::PropSetClsMismatch(n1), "VANTIK:type:PropSetClsMismatch[N:n1]"},
-        {legacy_two_part::UnableToConvert(n1, n2, u1), "VANTIK:legacy_two_part:UnableToConvert[N:n1, N:n2, U:u1]"},
-        {legacy_two_part::undefinedVarOrClass(n1), "VANTIK:legacy_two_part:undefinedVarOrClass[N:n1]"},
+const std::vector<Row>& rows() {
+    static const std::vector<Row> table{
+        thrown(ws::InternalError(n1), "VANTIK:webservices:InternalError[N:n1]"),
+        thrown(ws::CopyContentToDataStreamError(u1, u2), "VANTIK:webservices:CopyContentToDataStreamError[U:u1, U:u2]"),
+        thrown(ws::CopyContentToDataStreamError("n1", n2),
+               "VANTIK:webservices:CopyContentToDataStreamError[N:n1, N:n2]"),
+        thrown(ws::StatusError(404, u1, u2), "VANTIK:webservices:StatusError[I:404, U:u1, U:u2]"),
+        thrown(ws::SSLConnectionNoFile(n1, u1), "VANTIK:webservices:SSLConnectionNoFile[N:n1, U:u1]"),
+        thrown(ws::SSLConnectionSystemFailure(n1, u1), "VANTIK:webservices:SSLConnectionSystemFailure[N:n1, U:u1]"),
+        thrown(ws::SSLConnectionFailure(n1, u1, n2), "VANTIK:webservices:SSLConnectionFailure[N:n1, U:u1, N:n2]"),
+        thrown(ws::CertificateFailedVerification(n1, n2),
+               "VANTIK:webservices:CertificateFailedVerification[N:n1, N:n2]"),
+        thrown(ws::Timeout(u1, n1, u2, u3), "VANTIK:webservices:Timeout[U:u1, N:n1, U:u2, U:u3]"),
+        thrown(ws::MalformedURL(u1), "VANTIK:webservices:MalformedURL[U:u1]"),
+        thrown(ws::UnknownHost(u1), "VANTIK:webservices:UnknownHost[U:u1]"),
+        thrown(ws::FileNotFound(u1), "VANTIK:webservices:FileNotFound[U:u1]"),
+        thrown(ws::OperationTerminatedByConsumer(u1), "VANTIK:webservices:OperationTerminatedByConsumer[U:u1]"),
+        thrown(ws::ConnectionFailed(u1), "VANTIK:webservices:ConnectionFailed[U:u1]"),
+        thrown(ws::ConnectionRefused(u1, u2), "VANTIK:webservices:ConnectionRefused[U:u1, U:u2]"),
+        thrown(ws::DecodingError(n1, n2), "VANTIK:webservices:DecodingError[N:n1, N:n2]"),
+        thrown(ws::DecodedContentTooLarge(n1, n2), "VANTIK:webservices:DecodedContentTooLarge[N:n1, N:n2]"),
+        thrown(ws::RandomError(n1), "VANTIK:webservices:RandomError[N:n1]"),
+        thrown(ws::ExpectedProtocol(n1, n2, n3, n4), "VANTIK:webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"),
+        onlyText(ws::PartialFileWarning(n1, n2, n3), "VANTIK:webservices:PartialFileWarning[N:n1, N:n2, N:n3]"),
+        thrown(ws::EncodingFailure(u1, n1, n2), "VANTIK:webservices:EncodingFailure[U:u1, N:n1, N:n2]"),
+        thrown(ws::EmptyName(n1), "VANTIK:webservices:EmptyName[N:n1]"),
+        thrown(ws::InvalidFilename(n1), "VANTIK:webservices:InvalidFilename[N:n1]"),
+        onlyText(ws::TimeoutReasonResponseHeader(), "VANTIK:webservices:TimeoutReasonResponseHeader[]"),
+        onlyText(ws::TimeoutReasonStoppedSending(), "VANTIK:webservices:TimeoutReasonStoppedSending[]"),
+        onlyText(ws::TimeoutReasonSystemLimit(), "VANTIK:webservices:TimeoutReasonSystemLimit[]"),
+        onlyText(ws::TimeoutSystemTCP(), "VANTIK:webservices:TimeoutSystemTCP[]"),
+        thrown(http::OnlyOneTransferAtATime(), "VANTIK:http:OnlyOneTransferAtATime[]"),
+        onlyText(type::PropSetClsMismatch(n1), "VANTIK:type:PropSetClsMismatch[N:n1]"),
+        thrown(legacy_two_part::UnableToConvert(n1, n2, u1),
+               "VANTIK:legacy_two_part:UnableToConvert[N:n1, N:n2, U:u1]"),
+        thrown(legacy_two_part::undefinedVarOrClass(n1), "VANTIK:legacy_two_part:undefinedVarOrClass[N:n1]"),
     };
-    return rows;
+    return table;
 }
 
 using MessageIdentifiersTest = testsupport::ScopeFixture;
 
 TEST_F(MessageIdentifiersTest, HaveTheirCataloguesKeysAndArguments) {
-    for (const GoldenRow& row : goldenList()) {
+    for (const Row& row : rows()) {
         EXPECT_EQ(identifierText(row.Id), row.Text);
     }
 }
 
 // The catalogue that ships has a text for each, and each argument that the text uses is there.
 TEST_F(MessageIdentifiersTest, HaveATextInTheCatalogue) {
-    for (const GoldenRow& row : goldenList()) {
+    for (const Row& row : rows()) {
         const std::string text =
             fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(row.Id, fl::i18n::VkLocale("en")));
         EXPECT_NE(text, "");
@@ -139,6 +162,44 @@ TEST_F(MessageIdentifiersTest, ArgumentsAreCopied) {
     EXPECT_EQ(identifierText(id), "VANTIK:webservices:InternalError[N:before]");
     EXPECT_EQ(id.arguments().size(), 1u);
     EXPECT_EQ(id.arguments().capacity(), 1u); // sized exactly
+}
+
+// What the module can make and throw, as its type information says.
+const std::string& moduleBytes() {
+    static const std::string bytes = [] {
+        std::ifstream file(testsupport::modulePath(), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }();
+    return bytes;
+}
+
+bool moduleHasType(const std::string& name) {
+    return moduleBytes().find('\0' + name + '\0') != std::string::npos;
+}
+
+TEST(IdentifiersInModule, AreThrownOnlyWhereTheyAreMeantToBe) {
+    for (const Row& row : rows()) {
+        EXPECT_TRUE(moduleHasType(row.Type)) << "nothing makes " << row.Text;
+        EXPECT_EQ(moduleHasType(row.Exception), row.Thrown) << row.Text;
+    }
+}
+
+// Every type of the identifiers' namespaces that is not a template is an identifier, and the table has it.
+TEST(IdentifiersInModule, AreTheOnesOfTheTable) {
+    std::set<std::string> found;
+    const std::string start("\0N6VANTIK", 9);
+    for (std::size_t at = moduleBytes().find(start); at != std::string::npos; at = moduleBytes().find(start, at + 1)) {
+        const std::string name = boost::core::demangle(moduleBytes().c_str() + at + 1);
+        if (name.starts_with("VANTIK::") && name.find_first_of("<(") == std::string::npos) {
+            found.insert(name);
+        }
+    }
+    std::set<std::string> expected;
+    for (const Row& row : rows()) {
+        expected.insert(boost::core::demangle(row.Type.c_str()));
+    }
+    EXPECT_EQ(expected.size(), 30U);
+    EXPECT_EQ(found, expected);
 }
 
 } // namespace

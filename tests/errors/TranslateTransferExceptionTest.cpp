@@ -19,9 +19,9 @@ namespace {
 using namespace webservices;
 using testsupport::failureText;
 
-const std::u16string statusUrl = u"http://status.example/";
+const std::u16string kStatusUrl = u"http://status.example/";
 
-struct TranslationRow {
+struct Row {
     const char* Name;
     std::function<void()> Raise;
     const char* Result;
@@ -37,77 +37,61 @@ std::string translated(const std::function<void()>& raise) {
     });
 }
 
-class TranslationTest : public testsupport::ScopeFixture, public ::testing::WithParamInterface<TranslationRow> {};
+// Raises a failure of the transfer layer that is made from these.
+template <class Failure, class... Values>
+std::function<void()> raising(Values... values) {
+    return [=] { throw Failure(values...); };
+}
 
-TEST_P(TranslationTest, GivesTheHostsException) {
+const Row kRows[] = {
+    {"CopyStream", raising<HTTPCopyStreamException>("text"),
+     "VANTIK:webservices:CopyContentToDataStreamError[U:text, U:http://url/]"},
+    {"Status", raising<HTTPStatusError>("Not Found", &kStatusUrl, 404),
+     "VANTIK:webservices:StatusError[I:404, U:Not Found, U:http://status.example/]"},
+    {"StatusWithoutReason", raising<HTTPStatusError>("", &kStatusUrl, 500),
+     "VANTIK:webservices:StatusError[I:500, U:, U:http://status.example/]"},
+    {"TlsWithoutFile", raising<SSLException>("text", "tls", ""),
+     "VANTIK:webservices:SSLConnectionNoFile[N:tls, U:text]"},
+    {"TlsWithSystemFile", raising<SSLException>("text", "tls", "default"),
+     "VANTIK:webservices:SSLConnectionSystemFailure[N:tls, U:text]"},
+    {"TlsWithFile", raising<SSLException>("text", "tls", "/ca.pem"),
+     "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:/ca.pem]"},
+    {"DefaultIsMatchedExactly", raising<SSLException>("text", "tls", "Default"),
+     "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:Default]"},
+    {"DefaultIsMatchedInFullLength", raising<SSLException>("text", "tls", "default "),
+     "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:default ]"},
+    {"Certificate", raising<HTTPCertificateException>("text", "first", "second"),
+     "VANTIK:webservices:CertificateFailedVerification[N:first, N:second]"},
+    {"Timeout", raising<HTTPTimeoutException>(u"late", 1500.0, u"Option"),
+     "VANTIK:webservices:Timeout[U:http://url/, N:1.500, U:late, U:Option]"},
+    {"Url", raising<HTTPURLException>("text"), "VANTIK:webservices:MalformedURL[U:text]"},
+    {"Dns", raising<HTTPDNSException>("text"), "VANTIK:webservices:UnknownHost[U:text]"},
+    {"FileNotFound", raising<HTTPFileNotFoundException>("No host"), "VANTIK:webservices:FileNotFound[U:http://url/]"},
+    {"Consumer", raising<HTTPConsumerException>("text"),
+     "VANTIK:webservices:OperationTerminatedByConsumer[U:http://url/]"},
+    {"ConnectionFailed", raising<HTTPConnectionFailedException>("text"), "VANTIK:webservices:ConnectionFailed[U:text]"},
+    {"ConnectionRefused", raising<HTTPConnectionRefusedException>("text"),
+     "VANTIK:webservices:ConnectionRefused[U:http://url/, U:text]"},
+    {"MessageOfAnEmptyTextIsEmpty", raising<HTTPConnectionFailedException>(""),
+     "VANTIK:webservices:ConnectionFailed[U:]"},
+    {"HostExceptionPasses", [] { VANTIK::raise<VANTIK::webservices::DecodingError>("gzip", "text"); },
+     "VANTIK:webservices:DecodingError[N:gzip, N:text]"},
+    {"BaseOfTheFamily", raising<HTTPException>("text"), "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
+    {"Memory", raising<std::bad_alloc>(), "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
+    {"Standard", raising<std::runtime_error>("text"), "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
+    {"Interrupt", raising<Zentorak::System::InterruptException>(false),
+     "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
+    {"OutsideTheStandardFamily", [] { throw 7; }, "unknown"},
+};
+
+class TranslationTest : public testsupport::ScopeFixture, public ::testing::WithParamInterface<Row> {};
+
+TEST_P(TranslationTest, RaisesTheHostsException) {
     EXPECT_EQ(translated(GetParam().Raise), GetParam().Result);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, TranslationTest,
-    ::testing::Values(
-        TranslationRow{"CopyStream", [] { throw HTTPCopyStreamException("text"); },
-                       "VANTIK:webservices:CopyContentToDataStreamError[U:text, U:http://url/]"},
-        TranslationRow{"Status", [] { throw HTTPStatusError("Not Found", &statusUrl, 404); },
-                       "VANTIK:webservices:StatusError[I:404, U:Not Found, U:http://status.example/]"},
-        TranslationRow{"StatusWithoutReason", [] { throw HTTPStatusError("", &statusUrl, 500); },
-                       "VANTIK:webservices:StatusError[I:500, U:, U:http://status.example/]"},
-        TranslationRow{"TlsWithoutFile", [] { throw SSLException("text", "tls", ""); },
-                       "VANTIK:webservices:SSLConnectionNoFile[N:tls, U:text]"},
-        TranslationRow{"TlsWithSystemFile", [] { throw SSLException("text", "tls", "default"); },
-                       "VANTIK:webservices:SSLConnectionSystemFailure[N:tls, U:text]"},
-        TranslationRow{"TlsWithFile", [] { throw SSLException("text", "tls", "/ca.pem"); },
-                       "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:/ca.pem]"},
-        TranslationRow{"DefaultIsMatchedExactly", [] { throw SSLException("text", "tls", "Default"); },
-                       "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:Default]"},
-        TranslationRow{"DefaultIsMatchedInFullLength", [] { throw SSLException("text", "tls", "default "); },
-                       "VANTIK:webservices:SSLConnectionFailure[N:tls, U:text, N:default ]"},
-        TranslationRow{"Certificate", [] { throw HTTPCertificateException("text", "first", "second"); },
-                       "VANTIK:webservices:CertificateFailedVerification[N:first, N:second]"},
-        TranslationRow{"Timeout", [] { throw HTTPTimeoutException(u"late", 1500.0, u"Option"); },
-                       "VANTIK:webservices:Timeout[U:http://url/, N:1.500, U:late, U:Option]"},
-        TranslationRow{"Url", [] { throw HTTPURLException("text"); }, "VANTIK:webservices:MalformedURL[U:text]"},
-        TranslationRow{"Dns", [] { throw HTTPDNSException("text"); }, "VANTIK:webservices:UnknownHost[U:text]"},
-        TranslationRow{"FileNotFound", [] { throw HTTPFileNotFoundException("No host"); },
-                       "VANTIK:webservices:FileNotFound[U:http://url/]"},
-        TranslationRow{"Consumer", [] { throw HTTPConsumerException("text"); },
-                       "VANTIK:webservices:OperationTerminatedByConsumer[U:http://url/]"},
-        TranslationRow{"ConnectionFailed", [] { throw HTTPConnectionFailedException("text"); },
-                       "VANTIK:webservices:ConnectionFailed[U:text]"},
-        TranslationRow{"ConnectionRefused", [] { throw HTTPConnectionRefusedException("text"); },
-                       "VANTIK:webservices:ConnectionRefused[U:http://url/, U:text]"},
-        TranslationRow{"MessageOfAnEmptyTextIsEmpty", [] { throw HTTPConnectionFailedException(""); },
-                       "VANTIK:webservices:ConnectionFailed[U:]"},
-        TranslationRow{"HostExceptionPasses", [] { VANTIK::raise<VANTIK::webservices::DecodingError>("gzip", "text"); },
-                       "VANTIK:webservices:DecodingError[N:gzip, N:text]"},
-        TranslationRow{"BaseOfTheFamily", [] { throw HTTPException(std::string("text")); },
-                       "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
-        TranslationRow{"Memory", [] { throw std::bad_alloc(); }, "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
-        TranslationRow{"Standard", [] { throw std::runtime_error("text"); },
-                       "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
-        TranslationRow{"Interrupt", [] { throw Zentorak::System::InterruptException(false); },
-                       "VANTIK:webservices:ConnectionFailed[U:http://url/]"},
-        TranslationRow{"NoStandardException", [] { throw 7; }, "unknown"}),
-    [](const auto& info) { return info.param.Name; });
-
-struct SecondsRow {
-    double Milliseconds;
-    const char* Seconds;
-};
-
-class SecondsTest : public testsupport::ScopeFixture, public ::testing::WithParamInterface<SecondsRow> {};
-
-TEST_P(SecondsTest, HaveThreeDecimals) {
-    EXPECT_EQ(translated([] { throw HTTPTimeoutException(u"late", GetParam().Milliseconds, u"Option"); }),
-              "VANTIK:webservices:Timeout[U:http://url/, N:" + std::string(GetParam().Seconds) + ", U:late, U:Option]");
-}
-
-INSTANTIATE_TEST_SUITE_P(Times, SecondsTest,
-                         ::testing::Values(SecondsRow{1500.0, "1.500"}, SecondsRow{2.5, "0.003"},
-                                           SecondsRow{0.0, "0.000"}, SecondsRow{0.4, "0.000"},
-                                           SecondsRow{1234567.0, "1234.567"}, SecondsRow{1e12, "1000000000.000"},
-                                           SecondsRow{-1.0, "-0.001"},
-                                           SecondsRow{std::numeric_limits<double>::infinity(), "inf"}));
+INSTANTIATE_TEST_SUITE_P(Rows, TranslationTest, ::testing::ValuesIn(kRows),
+                         [](const auto& info) { return info.param.Name; });
 
 // A comma for the point, and groups of digits.
 class CommaNumbers : public std::numpunct<char> {
@@ -116,17 +100,26 @@ class CommaNumbers : public std::numpunct<char> {
     std::string do_grouping() const override { return "\3"; }
 };
 
-class SecondsLocaleTest : public testsupport::ScopeFixture {
+class SecondsTest : public testsupport::ScopeFixture {
 protected:
-    ~SecondsLocaleTest() override { std::locale::global(Previous); }
+    ~SecondsTest() override { std::locale::global(Previous); }
 
 private:
     std::locale Previous = std::locale::global(std::locale(std::locale(), new CommaNumbers));
 };
 
-TEST_F(SecondsLocaleTest, SecondsAreTheSameInEveryLocale) {
-    EXPECT_EQ(translated([] { throw HTTPTimeoutException(u"late", 1234567.0, u"Option"); }),
-              "VANTIK:webservices:Timeout[U:http://url/, N:1234.567, U:late, U:Option]");
+TEST_F(SecondsTest, HaveThreeDecimalsInEveryLocale) {
+    struct SecondsRow {
+        double Milliseconds;
+        std::string Seconds;
+    };
+    for (const auto& [milliseconds, seconds] :
+         {SecondsRow{1500.0, "1.500"}, SecondsRow{2.5, "0.003"}, SecondsRow{0.0, "0.000"}, SecondsRow{0.4, "0.000"},
+          SecondsRow{1234567.0, "1234.567"}, SecondsRow{1e12, "1000000000.000"}, SecondsRow{-1.0, "-0.001"},
+          SecondsRow{std::numeric_limits<double>::infinity(), "inf"}}) {
+        EXPECT_EQ(translated(raising<HTTPTimeoutException>(u"late", milliseconds, u"Option")),
+                  "VANTIK:webservices:Timeout[U:http://url/, N:" + seconds + ", U:late, U:Option]");
+    }
 }
 
 TEST(TranslateTransferException, KeepsTheVeryObjectThatPasses) {
@@ -138,6 +131,7 @@ TEST(TranslateTransferException, KeepsTheVeryObjectThatPasses) {
         } catch (...) {
             translateTransferException(u"http://url/");
         }
+        FAIL();
     } catch (...) {
         EXPECT_EQ(std::current_exception(), kept);
     }

@@ -8,7 +8,7 @@ using namespace netrove;
 
 namespace {
 
-// As gzip ends: a sum that nobody looks at here, and the length of what was compressed.
+// The end of gzip data: a sum that nobody looks at here, and the length of what was compressed.
 const std::string kEndOfAThousand("data\xe8\x03\x00\x00", 8);
 
 struct Row {

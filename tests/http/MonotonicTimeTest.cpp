@@ -21,7 +21,7 @@ TEST(MonotonicTime, PauseLastsUntilItsMoment) {
     EXPECT_GE(monotonicNow(), until);
 }
 
-TEST(MonotonicTime, MomentThatHasPassedIsNoPause) {
+TEST(MonotonicTime, MomentThatHasPassedMeansNoPause) {
     const std::int64_t before = monotonicNow();
     interruptibleWait(before - 1);
     interruptibleWait(0);

@@ -1,7 +1,9 @@
 #include "http/ResponseHead.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -10,6 +12,7 @@ using namespace netrove;
 namespace {
 
 using Lines = std::vector<std::string>;
+using End = ResponseHead::End;
 
 ResponseHead headWith(const Lines& fields) {
     ResponseHead head;
@@ -18,7 +21,148 @@ ResponseHead headWith(const Lines& fields) {
     return head;
 }
 
-TEST(ResponseHead, TellsWhetherItsLengthIsClear) {
+template <class Act>
+std::string refusalOf(Act act) {
+    try {
+        act();
+    } catch (const MalformedHead& failure) {
+        return failure.Text;
+    }
+    return "";
+}
+
+TEST(ResponseHead, BlankLineEndsWhatStatusAndMethodSay) {
+    struct Row {
+        const char* Method;
+        std::int32_t Status;
+        End Ended;
+    };
+    for (const auto& [method, status, ended] : {
+             Row{"GET", 100, End::Passing},
+             Row{"CONNECT", 100, End::Passing},
+             Row{"GET", 101, End::Final},
+             Row{"GET", 102, End::Interim},
+             Row{"GET", 199, End::Interim},
+             Row{"GET", 200, End::Final},
+             Row{"", 200, End::Final},
+             Row{"CONNECT", 200, End::Passing},
+             Row{"connect", 200, End::Passing},
+             Row{"CONNECTX", 200, End::Final},
+             Row{"CONNECT", 201, End::Final},
+             Row{"CONNECT", 407, End::Final},
+             Row{"GET", 302, End::Final},
+             Row{"GET", 500, End::Final},
+             Row{"GET", 0, End::Final},
+         }) {
+        SCOPED_TRACE(method + (' ' + std::to_string(status)));
+        ResponseHead head = headWith({"X-A: b"});
+        head.ResponseCode = status;
+        EXPECT_EQ(head.end(method), ended);
+        EXPECT_EQ(head.HeadersComplete, ended == End::Final);
+        EXPECT_EQ(head.HasInterim, ended == End::Interim);
+        EXPECT_EQ(head.isCut(), ended != End::Final);
+        EXPECT_EQ(head.ResponseHeaderLines.size(), 2U);
+        EXPECT_EQ(head.end(method) == End::Trailer, ended == End::Final);
+    }
+}
+
+TEST(ResponseHead, StatusIsReadFromTheLineOnlyWhereLibcurlHasNone) {
+    struct Row {
+        long Reported;
+        const char* Line;
+        std::int32_t Status;
+    };
+    for (const auto& [reported, line, status] :
+         {Row{418, "HTTP/1.1 200 OK", 418}, Row{0, "HTTP/1.1 200 OK", 200}, Row{0, "HTTP/1.1   204", 204},
+          Row{0, "HTTP/1.1 20x OK", 20}, Row{0, "HTTP/1.1 OK", 0}, Row{0, "HTTP/1.1", 0}, Row{0, "X-A: 301", 301},
+          Row{0, " 7", 7}, Row{0, "a -5", -5}, Row{0, "a ", 0}, Row{0, "a \t 12", 12},
+          Row{0, "a 2147483647", 2147483647}}) {
+        ResponseHead head;
+        head.ResponseCode = 999;
+        head.takeStatus(reported, line);
+        EXPECT_EQ(head.ResponseCode, status) << line;
+    }
+}
+
+TEST(ResponseHead, StatusOutOfRangeIsRefusedAndChangesNothing) {
+    ResponseHead head;
+    head.ResponseCode = 200;
+    EXPECT_EQ(refusalOf([&] { head.takeStatus(0, "HTTP/1.1 4294967496 OK"); }),
+              "Could not convert response code 4294967496");
+    EXPECT_EQ(refusalOf([&] { head.takeStatus(0, "HTTP/1.1 99999999999999999999 OK"); }),
+              "Could not convert response code " + std::to_string(std::numeric_limits<long>::max()));
+    EXPECT_EQ(head.ResponseCode, 200);
+}
+
+TEST(ResponseHead, LineIsKeptWithoutItsEndAndNeverWithoutOne) {
+    ResponseHead head;
+    head.keep("HTTP/1.1 200 OK\r\n");
+    for (const char* line : {"", "\n", "\r", "X", "X-A: b", "X-A: b\n", "X-A: b\r", "\n\r", "X\n\n"}) {
+        EXPECT_EQ(refusalOf([&] { head.keep(line); }), "CRLF not found at the end of the received headers") << line;
+    }
+    head.keep("X-A: b\r\n");
+    EXPECT_EQ(head.ResponseHeaderLines, (Lines{"HTTP/1.1 200 OK", "X-A: b"}));
+}
+
+TEST(ResponseHead, LinesAreCountedUntilTheNextExchange) {
+    ResponseHead head;
+    EXPECT_TRUE(head.count(ResponseHead::kLargestSize - 1));
+    EXPECT_TRUE(head.count(1));
+    EXPECT_FALSE(head.count(1));
+    head.begin();
+    EXPECT_TRUE(head.count(ResponseHead::kLargestSize));
+}
+
+TEST(ResponseHead, FieldsAreFoundAfterTheStatusLine) {
+    ResponseHead head;
+    EXPECT_EQ(head.getResponseField("X-A"), "");
+    head.ResponseHeaderLines = {"X-A: status line"};
+    EXPECT_EQ(head.getResponseField("X-A"), "");
+    head = headWith({"x-a:   b : c ", "X-A: second", "X-B:\tt", "X-C", "X-E:   ", "X-F : g"});
+    EXPECT_EQ(head.getResponseField("X-A"), "b : c "); // blanks are only dropped in front
+    EXPECT_EQ(head.getResponseField("X-B"), "\tt");    // and only blanks
+    EXPECT_EQ(head.getResponseField("X-C"), "");
+    EXPECT_EQ(head.getResponseField("X-E"), "");
+    EXPECT_EQ(head.getResponseField("X-F"), ""); // the blank belongs to the name
+    EXPECT_EQ(head.getResponseField("X-F "), "g");
+    EXPECT_EQ(head.getResponseField("X-Missing"), "");
+}
+
+// The first field of the name counts, the first line never does.
+RC_GTEST_PROP(ResponseHead, FieldIsTheFirstOfItsNameInAnyLines, ()) {
+    const Lines names{"X-A", "x-a", "X-a", "X-B", "", "X-A "};
+    const auto line = rc::gen::apply([](const std::string& name, const std::string& after) { return name + after; },
+                                     rc::gen::elementOf(names),
+                                     rc::gen::element<std::string>("", ":", ": ", ":v", ":  w: x ", " :y"));
+    ResponseHead head;
+    head.ResponseHeaderLines = *rc::gen::container<Lines>(line);
+    const auto upper = [](std::string text) {
+        for (char& letter : text) {
+            letter = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+        }
+        return text;
+    };
+    const std::string wanted = *rc::gen::elementOf(names);
+    std::string expected;
+    for (std::size_t i = head.ResponseHeaderLines.size(); i-- > 1;) { // backwards: the first is written last
+        const std::string& text = head.ResponseHeaderLines[i];
+        const std::size_t colon = text.find(':');
+        if (upper(text.substr(0, colon)) == upper(wanted)) {
+            const std::size_t value = colon == std::string::npos ? colon : text.find_first_not_of(' ', colon + 1);
+            expected = value == std::string::npos ? "" : text.substr(value);
+        }
+    }
+    RC_ASSERT(head.getResponseField(wanted) == expected);
+}
+
+TEST(ResponseHead, ReasonIsReadFromTheFirstLine) {
+    ResponseHead head;
+    EXPECT_EQ(head.reasonPhrase(), "");
+    head.ResponseHeaderLines = {"HTTP/1.1 404 Not Found", "X-A: b c d"};
+    EXPECT_EQ(head.reasonPhrase(), "Not Found");
+}
+
+TEST(ResponseHead, SaysWhetherItsLengthIsClear) {
     for (const Lines& fields :
          std::vector<Lines>{{},
                             {"Content-Length: 0"},
@@ -43,7 +187,7 @@ TEST(ResponseHead, TellsWhetherItsLengthIsClear) {
     }
 }
 
-TEST(ResponseHead, TellsTheFramingOfItsContent) {
+TEST(ResponseHead, SaysHowItsContentIsFramed) {
     EXPECT_EQ(headWith({"Content-Length: 5", "Content-Length: 5"}).contentLength(), 5);
     EXPECT_EQ(headWith({"Content-Length: 5", "Content-Length: 6"}).contentLength(), -1);
     EXPECT_EQ(headWith({}).contentLength(), -1);
@@ -52,7 +196,7 @@ TEST(ResponseHead, TellsTheFramingOfItsContent) {
     EXPECT_FALSE(headWith({}).isChunked());
 }
 
-TEST(ResponseHead, TellsHowItsContentIsEncoded) {
+TEST(ResponseHead, SaysHowItsContentIsEncoded) {
     struct Row {
         Lines Fields;
         bool IsGzip;
