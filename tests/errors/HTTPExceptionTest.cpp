@@ -47,29 +47,19 @@ TEST_F(HTTPExceptionTest, BytesThatAreNotTextStillMakeAMessage) {
 }
 
 TEST_F(HTTPExceptionTest, CopiesKeepEveryField) {
-    const HTTPTimeoutException timeout(u"late", 1500.0, u"Option");
-    const HTTPTimeoutException timeoutCopy = timeout;
-    EXPECT_STREQ(timeoutCopy.what(), "late");
-    EXPECT_EQ(timeoutCopy.Message, u"late");
-    EXPECT_EQ(timeoutCopy.TimeoutMilliseconds, 1500.0);
-    EXPECT_EQ(timeoutCopy.OptionName, u"Option");
-
-    const SSLException tls("text", "url", "file");
-    const SSLException tlsCopy = tls;
-    EXPECT_EQ(tlsCopy.URL, "url");
-    EXPECT_EQ(tlsCopy.CertificateFilename, "file");
-
-    const HTTPCertificateException certificate("text", "url", "file");
-    const HTTPCertificateException certificateCopy = certificate;
-    EXPECT_EQ(certificateCopy.URL, "url");
-    EXPECT_EQ(certificateCopy.CertificateFilename, "file");
-
+    const auto copyOf = [](const auto& failure) { return failure; };
+    const auto timeout = copyOf(HTTPTimeoutException(u"late", 1500.0, u"Option"));
+    EXPECT_STREQ(timeout.what(), "late");
+    EXPECT_EQ(timeout.Message, u"late");
+    EXPECT_EQ(timeout.TimeoutMilliseconds, 1500.0);
+    EXPECT_EQ(timeout.OptionName, u"Option");
+    EXPECT_EQ(copyOf(SSLException("text", "url", "file")).URL, "url");
+    EXPECT_EQ(copyOf(SSLException("text", "url", "file")).CertificateFilename, "file");
+    EXPECT_EQ(copyOf(HTTPCertificateException("text", "url", "file")).URL, "url");
+    EXPECT_EQ(copyOf(HTTPCertificateException("text", "url", "file")).CertificateFilename, "file");
     const std::u16string url = u"http://h/";
-    const HTTPStatusError status("Not Found", &url, 404);
-    const HTTPStatusError statusCopy = status;
-    EXPECT_EQ(statusCopy.StatusCode, 404);
-    EXPECT_EQ(statusCopy.StatusURL, &url); // a reference, not a copy
-    EXPECT_EQ(statusCopy.Message, u"Not Found");
+    EXPECT_EQ(copyOf(HTTPStatusError("Not Found", &url, 404)).StatusCode, 404);
+    EXPECT_EQ(copyOf(HTTPStatusError("Not Found", &url, 404)).StatusURL, &url); // a reference, not a copy
 }
 
 } // namespace

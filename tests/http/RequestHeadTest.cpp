@@ -1,13 +1,9 @@
 #include "http/RequestHead.h"
 
 #include "http/HttpSyntax.h"
-#include "tests/support/host/PropertyTexts.h"
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
-#include <algorithm>
-#include <cctype>
 #include <ostream>
 
 namespace {
@@ -156,67 +152,6 @@ TEST(RequestHead, Md5LosesItsQuotesInLibcurlsBufferToo) {
         EXPECT_EQ(block, before + stored + after);
         EXPECT_EQ(head.RequestHeaderLines, (Lines{"Host: h", stored, "X-A: \"MD5\""}));
     }
-}
-
-// Heads made at random, cut anywhere between their lines.
-
-struct Request {
-    std::string Method;
-    std::string Uri;
-    std::string Version;
-    Lines Fields;
-};
-
-rc::Gen<Request> request() {
-    const auto token = rc::gen::nonEmpty(propertytexts::textOf("GETPUTxyz-/%?=&:.1"));
-    const auto value = propertytexts::textOf("ab :;=,\t\"");
-    const auto plain = rc::gen::apply(
-        [](const std::string& name, const std::string& text) { return name + ": v" + text + "v"; }, token, value);
-    const auto digest = rc::gen::apply(
-        [](const std::string& name, const std::string& text) { return name + text + "\"MD5\"" + text + "v"; },
-        rc::gen::element<std::string>("Authorization: ", "AUTHORIZATION:", "Cookie: "), value);
-    return rc::gen::construct<Request>(
-        token, token, rc::gen::element<std::string>("HTTP/1.1", "HTTP/1.0", "HTTP/2", "more words"),
-        rc::gen::container<Lines>(rc::gen::weightedOneOf<std::string>({{4, plain}, {1, digest}})));
-}
-
-// What is kept of a field line: as it is, apart from the first quoted token of an authorization field.
-std::string kept(std::string line) {
-    std::string name = line.substr(0, 14);
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    const std::size_t token = line.find("\"MD5\"");
-    if (name == "authorization:" && token != std::string::npos) {
-        line.replace(token, 5, "MD5  ");
-    }
-    return line;
-}
-
-RC_GTEST_PROP(RequestHead, HeadCutBetweenItsLinesIsTheSameHead, ()) {
-    const auto requests = *rc::gen::resize(15, rc::gen::nonEmpty(rc::gen::container<std::vector<Request>>(request())));
-    Lines lines;
-    for (const Request& each : requests) {
-        lines.push_back(each.Method + ' ' + each.Uri + ' ' + each.Version);
-        lines.insert(lines.end(), each.Fields.begin(), each.Fields.end());
-        lines.emplace_back();
-    }
-    const auto cuts = *rc::gen::container<std::vector<int>>(lines.size(), rc::gen::inRange(0, 2));
-    RequestHead head;
-    std::string block;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        block += lines[i] + "\r\n";
-        if (cuts[i] != 0) {
-            RC_ASSERT(refusalOf(head, std::exchange(block, {})).empty());
-            RC_ASSERT(head.InRequestHead == !lines[i].empty());
-        }
-    }
-    RC_ASSERT(refusalOf(head, block).empty()); // may be empty
-    const Request& last = requests.back();
-    Taken expected{last.Method, last.Uri, last.Version, {}};
-    std::transform(last.Fields.begin(), last.Fields.end(), std::back_inserter(expected.Fields), kept);
-    RC_ASSERT(takenFrom(head) == expected);
-    RC_ASSERT(head.Sent);
-    RC_ASSERT(!head.InRequestHead);
 }
 
 } // namespace

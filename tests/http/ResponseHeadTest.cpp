@@ -1,7 +1,6 @@
 #include "http/ResponseHead.h"
 
 #include <gtest/gtest.h>
-#include <rapidcheck/gtest.h>
 
 #include <limits>
 #include <string>
@@ -126,33 +125,6 @@ TEST(ResponseHead, FieldsAreFoundAfterTheStatusLine) {
     EXPECT_EQ(head.getResponseField("X-F"), ""); // the blank belongs to the name
     EXPECT_EQ(head.getResponseField("X-F "), "g");
     EXPECT_EQ(head.getResponseField("X-Missing"), "");
-}
-
-// The first field of the name counts, the first line never does.
-RC_GTEST_PROP(ResponseHead, FieldIsTheFirstOfItsNameInAnyLines, ()) {
-    const Lines names{"X-A", "x-a", "X-a", "X-B", "", "X-A "};
-    const auto line = rc::gen::apply([](const std::string& name, const std::string& after) { return name + after; },
-                                     rc::gen::elementOf(names),
-                                     rc::gen::element<std::string>("", ":", ": ", ":v", ":  w: x ", " :y"));
-    ResponseHead head;
-    head.ResponseHeaderLines = *rc::gen::container<Lines>(line);
-    const auto upper = [](std::string text) {
-        for (char& letter : text) {
-            letter = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
-        }
-        return text;
-    };
-    const std::string wanted = *rc::gen::elementOf(names);
-    std::string expected;
-    for (std::size_t i = head.ResponseHeaderLines.size(); i-- > 1;) { // backwards: the first is written last
-        const std::string& text = head.ResponseHeaderLines[i];
-        const std::size_t colon = text.find(':');
-        if (upper(text.substr(0, colon)) == upper(wanted)) {
-            const std::size_t value = colon == std::string::npos ? colon : text.find_first_not_of(' ', colon + 1);
-            expected = value == std::string::npos ? "" : text.substr(value);
-        }
-    }
-    RC_ASSERT(head.getResponseField(wanted) == expected);
 }
 
 TEST(ResponseHead, ReasonIsReadFromTheFirstLine) {
