@@ -1,4 +1,4 @@
-// Fixture for tests of a connection: a fresh scope with the interposer in front of libcurl.
+// Fixtures for tests of a connection: a fresh scope with the interposer in front of libcurl.
 #pragma once
 
 #include "embedded/messages/WarningSink.h"
@@ -29,6 +29,17 @@ using testsupport::failureText;
 using testsupport::internalError;
 using testsupport::StandardOutputCapture;
 
+inline constexpr std::int64_t kMs = 1'000'000;
+inline const std::string kOk = "HTTP/1.1 200 OK\r\n\r\n";
+
+// What a libcurl call that fails is reported as. The texts of libcurl itself may differ from one version to the next.
+inline std::string easyFailure(const std::string& what, CURLcode code, const std::string& detail = "") {
+    return internalError('"' + what + "\" failed with CURLcode " + curl_easy_strerror(code) + detail);
+}
+inline std::string multiFailure(const std::string& what, CURLMcode code, const std::string& detail = "") {
+    return internalError('"' + what + "\" failed with CURLMcode " + curl_multi_strerror(code) + detail);
+}
+
 class ConnectionFixture : public testsupport::ScopeFixture {
 protected:
     ConnectionFixture() {
@@ -42,16 +53,27 @@ protected:
         connection.openConnection();
     }
 
+    // What libcurl says of a failure.
+    static void setErrorText(const std::string& text) {
+        char* const buffer = getCurlSingleton().ErrorBuffer;
+        buffer[text.copy(buffer, CURL_ERROR_SIZE - 1)] = '\0';
+    }
+
+    // Each wait finds something ready.
+    void findReadyAlways() {
+        curl.OnWait = [](int, int& ready) {
+            ready = 1;
+            return CURLM_OK;
+        };
+    }
+
     // The next perform plays a whole exchange without a network: the request's head, the response's head, the result.
     // libcurl then reports the status of that head. Empty heads are left out.
     void playExchange(const std::string& responseHead, CURLcode result = CURLE_OK,
                       const std::string& requestHead = "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n") {
         const std::size_t blank = responseHead.find(' ');
         curl.giveInfo(CURLINFO_RESPONSE_CODE, blank == std::string::npos ? 0L : std::stol(responseHead.substr(blank)));
-        curl.OnWait = [](int, int& ready) {
-            ready = 1;
-            return CURLM_OK;
-        };
+        findReadyAlways();
         curl.OnPerform = [=, this, played = false](int& running) mutable {
             running = 0;
             if (!std::exchange(played, true)) {
@@ -96,7 +118,7 @@ protected:
         for (const auto& [name, value] : fields) {
             connection.addField(name, value);
         }
-        playExchange("HTTP/1.1 200 OK\r\n\r\n");
+        playExchange(kOk);
         return send();
     }
     void reopen() {

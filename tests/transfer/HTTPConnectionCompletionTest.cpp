@@ -1,249 +1,263 @@
+// What the end of a transfer means: status and head first, then libcurl's result; and what is read from the response.
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <algorithm>
 
 namespace {
 
-constexpr std::int64_t kStart = 1'000'000'000;
+constexpr std::int64_t kStart = 1'000 * kMs;
+const std::string kNoStatus = internalError("No response code and no error reported for completed message");
+const std::string kNoHead = internalError("Nonzero response code but no headers received");
+const std::string kCopied = "VANTIK:webservices:CopyContentToDataStreamError";
+const std::string kDecoding = "VANTIK:webservices:DecodingError";
+const std::string kTls = "SSLException[x, http://127.0.0.1/, /ca.pem]";
+const std::string kRandom = "VANTIK:webservices:RandomError[N:http://127.0.0.1/]";
 
-class HTTPConnectionCompletionTest : public ConnectionFixture {
+// libcurl's result with its text, and the failure where no status excuses it; "nothing" is a warning.
+struct ResultRow {
+    int Result;
+    std::string Text;
+    std::string Failure;
+};
+
+// The one table of libcurl's results. Every other one is a failed copy that names its number.
+const std::vector<ResultRow>& results() {
+    static const std::vector<ResultRow> table = [] {
+        std::vector<ResultRow> rows{
+            {CURLE_URL_MALFORMAT, "x", "HTTPURLException[http://127.0.0.1/]"},
+            {CURLE_COULDNT_RESOLVE_PROXY, "x", "HTTPDNSException[proxy.example]"},
+            {CURLE_COULDNT_RESOLVE_HOST, "x", "HTTPDNSException[http://127.0.0.1/]"},
+            {CURLE_COULDNT_CONNECT, "", "HTTPConnectionRefusedException[Unknown exception]"},
+            {CURLE_COULDNT_CONNECT, "Failed: Connection refused",
+             "HTTPConnectionRefusedException[Failed: Connection refused]"},
+            {CURLE_COULDNT_CONNECT, "TIMED OUT", "HTTPConnectionRefusedException[TIMED OUT]"},
+            {CURLE_COULDNT_CONNECT, "Timed out",
+             "HTTPTimeoutException[Timed out, 2000, HTTPOptions.ConnectTimeout]"}, // since the start
+            {CURLE_COULDNT_CONNECT, "Connection timed out",
+             "HTTPTimeoutException[Connection timed out, 2000, HTTPOptions.ConnectTimeout]"},
+            {CURLE_OPERATION_TIMEDOUT, "late",
+             "HTTPTimeoutException[late, 1234.5, HTTPOptions.ConnectTimeout]"}, // the limit
+            {CURLE_PARTIAL_FILE, "", "nothing"},
+            {CURLE_PARTIAL_FILE, "5 bytes remaining to read", "nothing"},
+            {CURLE_WRITE_ERROR, "", "nothing"},
+            {CURLE_WRITE_ERROR, "Unrecognized content encoding type",
+             kDecoding + "[N:gzip, N:Unrecognized content encoding type]"},
+            {CURLE_WRITE_ERROR, "Encoding", kCopied + "[N:Encoding, N:http://127.0.0.1/]"}, // exactly in lower case
+            {CURLE_OUT_OF_MEMORY, "x", kRandom},
+            {CURLE_AUTH_ERROR, "x", kRandom},
+            {CURLE_SSL_CONNECT_ERROR, "x", kTls},
+            {CURLE_PEER_FAILED_VERIFICATION, "x", kTls},
+            {CURLE_SSL_CACERT_BADFILE, "x", kTls},
+            {CURLE_RECV_ERROR, "Connection timed out", "HTTPConnectionRefusedException[Connection timed out]"},
+            {CURLE_BAD_CONTENT_ENCODING, "", kDecoding + "[N:gzip, N:]"},
+            {CURLE_BAD_CONTENT_ENCODING, "x", kDecoding + "[N:gzip, N:x]"},
+        };
+        const std::vector<ResultRow> named = rows;
+        for (int result = 1; result <= 127; ++result) { // as far as the type of the numbers goes
+            if (std::none_of(named.begin(), named.end(), [&](const auto& row) { return row.Result == result; })) {
+                for (const std::string text : {"", "an encoding timed out"}) {
+                    rows.push_back(
+                        {result, text,
+                         "HTTPCopyStreamException[" + text + " (CURLE code " + std::to_string(result) + ")]"});
+                }
+            }
+        }
+        return rows;
+    }();
+    return table;
+}
+
+// The same in the older interface, as far as it differs.
+const ResultRow kResultsInTheOlderInterface[] = {
+    {CURLE_COULDNT_CONNECT, "timed out", "HTTPTimeoutException[timed out, 2000, weboptions.Timeout]"},
+    {CURLE_OPERATION_TIMEDOUT, "late", "HTTPTimeoutException[late, 1234.5, weboptions.Timeout]"},
+};
+
+class HTTPConnectionCompletionTest : public OpenConnectionFixture {
 protected:
     HTTPConnectionCompletionTest() {
-        connection.Settings.HTTPOptionsMode = true;
-        connection.setURL(u"http://host.example/a#part");
+        connection.setTimeouts({1234.5});
         connection.Settings.ProxyHost = "proxy.example";
         connection.Settings.CertificateFilename = "/ca.pem";
-        connection.Metadata.ContentEncoding = "gzip";
         connection.SentHead.RequestHeaderLines = {"Host: h"};
-        curl.setClock(kStart);
+        curl.setClock(kStart + 2'000 * kMs);
+        reportStatus(0);
+        curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, curl_off_t{5});
+        curl.giveInfo(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, curl_off_t{10});
     }
 
     void reportStatus(long code, long connectCode = 0) {
         curl.giveInfo(CURLINFO_RESPONSE_CODE, code);
         curl.giveInfo(CURLINFO_HTTP_CONNECTCODE, connectCode);
     }
-    void setErrorText(const std::string& text) {
-        text.copy(connection.Handles->ErrorBuffer, sizeof connection.Handles->ErrorBuffer - 1);
-        connection.Handles->ErrorBuffer[text.size()] = '\0';
-    }
-    std::string complete(CURLcode result) {
-        curl.finishWith(result);
-        curl.clear();
+    std::string check() {
         return failureText([&] { connection.checkCompletion(kStart); });
     }
-
-    HTTPConnection connection;
+    std::string complete(int result, const std::string& text = "") {
+        setErrorText(text);
+        curl.finishWith(static_cast<CURLcode>(result));
+        curl.clear();
+        return check();
+    }
+    // The numbers are those of the end of the send, or where that has not come, those of now.
+    static std::string partWarning(const std::string& text, const std::string& numbers = "N:5, N:10") {
+        return "VANTIK:webservices:PartialFileWarning[" + numbers + ", N:" + text + "]";
+    }
 };
 
-// Status, whether a head was read, libcurl's result with its text, and what that means.
-struct CompletionRow {
+struct StatusRow {
     const char* Name;
     long Status;
-    bool Head;
-    CURLcode Result;
-    const char* ErrorText;
-    const char* Failure;
+    long ConnectStatus; // of a proxy's answer to CONNECT
+    bool Head;          // complete
+    std::string WhenOk; // the failure where libcurl reports none
+    bool ExcusesResult = false;
 };
 
-class CompletionTest : public HTTPConnectionCompletionTest, public ::testing::WithParamInterface<CompletionRow> {};
+const StatusRow kStatuses[] = {
+    {"NoStatus", 0, 0, false, kNoStatus},
+    {"NoStatusWithHead", 0, 0, true, kNoStatus},
+    {"Success", 200, 0, false, "nothing"},
+    {"SuccessWithHead", 200, 0, true, "nothing"},
+    {"LastSuccessWithHead", 299, 0, true, "nothing"},
+    {"BelowSuccess", 199, 0, false, kNoHead},
+    {"BelowSuccessWithHead", 199, 0, true, "nothing", true},
+    {"AboveSuccess", 300, 0, false, kNoHead},
+    {"AboveSuccessWithHead", 300, 0, true, "nothing", true},
+    {"NotFound", 404, 0, false, kNoHead},
+    {"NotFoundWithHead", 404, 0, true, "nothing", true},
+    {"RefusedByTheProxy", 0, 407, false, kNoHead},
+    {"RefusedByTheProxyWithHead", 0, 407, true, "nothing", true},
+    {"TunnelOpened", 0, 200, false, "nothing"},
+    {"TunnelOpenedWithHead", 0, 200, true, "nothing"},
+    {"ServersStatusComesFirst", 404, 200, false, kNoHead},
+};
 
-TEST_P(CompletionTest, IsJudgedByStatusThenResult) {
-    const CompletionRow& row = GetParam();
-    reportStatus(row.Status);
-    if (row.Head) {
-        connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 " + std::to_string(row.Status)};
+class CompletionOfStatus : public HTTPConnectionCompletionTest, public ::testing::WithParamInterface<StatusRow> {};
+
+TEST_P(CompletionOfStatus, IsJudgedByTheStatusAndThenByTheResult) {
+    const StatusRow& status = GetParam();
+    reportStatus(status.Status, status.ConnectStatus);
+    if (status.Head) {
+        connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 999 Not consulted", "Content-Encoding: gzip"};
         connection.ReceivedHead.HeadersComplete = true;
     }
-    setErrorText(row.ErrorText);
-    EXPECT_EQ(complete(row.Result), row.Failure);
-    EXPECT_EQ(warnings.size(), row.Result != CURLE_OK && std::string(row.Failure) == "nothing" ? 1U : 0U);
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0); // not changed here
-}
-
-constexpr const char* kNoCode = "VANTIK:webservices:InternalError[N:No response code and no error reported for "
-                               "completed message]";
-constexpr const char* kNoHead = "VANTIK:webservices:InternalError[N:Nonzero response code but no headers received]";
-INSTANTIATE_TEST_SUITE_P(
-    Results, CompletionTest,
-    ::testing::Values(
-        CompletionRow{"OkWithHead", 200, true, CURLE_OK, "", "nothing"},
-        CompletionRow{"OkWithoutHead", 200, false, CURLE_OK, "", "nothing"},
-        CompletionRow{"LastSuccessWithoutHead", 299, false, CURLE_OK, "", "nothing"},
-        CompletionRow{"NoStatus", 0, false, CURLE_OK, "", kNoCode},
-        CompletionRow{"NoStatusWithHead", 0, true, CURLE_OK, "", kNoCode},
-        CompletionRow{"StatusWithHead", 404, true, CURLE_OK, "", "nothing"},
-        CompletionRow{"StatusWithoutHead", 404, false, CURLE_OK, "", kNoHead},
-        CompletionRow{"InterimWithoutHead", 199, false, CURLE_OK, "", kNoHead},
-        CompletionRow{"RedirectWithoutHead", 300, false, CURLE_OK, "", kNoHead},
-        CompletionRow{"StatusExcusesTheResult", 404, true, CURLE_RECV_ERROR, "broken", "nothing"},
-        CompletionRow{"StatusExcusesEveryResult", 502, true, CURLE_OUT_OF_MEMORY, "", "nothing"},
-        CompletionRow{"HeadIsNeededForThat", 404, false, CURLE_RECV_ERROR, "broken",
-                      "HTTPConnectionRefusedException[broken]"},
-        CompletionRow{"SuccessExcusesNothing", 200, true, CURLE_RECV_ERROR, "broken",
-                      "HTTPConnectionRefusedException[broken]"},
-        CompletionRow{"NoStatusExcusesNothing", 0, true, CURLE_RECV_ERROR, "broken",
-                      "HTTPConnectionRefusedException[broken]"},
-        CompletionRow{"MalformedUrl", 0, false, CURLE_URL_MALFORMAT, "x",
-                      "HTTPURLException[http://host.example/a#part]"},
-        CompletionRow{"UnknownProxy", 0, false, CURLE_COULDNT_RESOLVE_PROXY, "x", "HTTPDNSException[proxy.example]"},
-        CompletionRow{"UnknownHost", 0, false, CURLE_COULDNT_RESOLVE_HOST, "x",
-                      "HTTPDNSException[http://host.example/a#part]"},
-        CompletionRow{"Refused", 0, false, CURLE_COULDNT_CONNECT, "Failed to connect: Connection refused",
-                      "HTTPConnectionRefusedException[Failed to connect: Connection refused]"},
-        CompletionRow{"RefusedInCapitals", 0, false, CURLE_COULDNT_CONNECT, "TIMED OUT",
-                      "HTTPConnectionRefusedException[TIMED OUT]"},
-        CompletionRow{"ConnectTimedOut", 0, false, CURLE_COULDNT_CONNECT, "Connection timed out",
-                      "HTTPTimeoutException[Connection timed out, 0, HTTPOptions.ConnectTimeout]"},
-        CompletionRow{"ConnectTimedOutInCapital", 0, false, CURLE_COULDNT_CONNECT, "Timed out",
-                      "HTTPTimeoutException[Timed out, 0, HTTPOptions.ConnectTimeout]"},
-        CompletionRow{"StoppedByTheWriteCallback", 200, true, CURLE_WRITE_ERROR, "", "nothing"},
-        CompletionRow{"WriteErrorInDecoding", 200, true, CURLE_WRITE_ERROR, "Unrecognized content encoding type",
-                      "VANTIK:webservices:DecodingError[N:gzip, N:Unrecognized content encoding type]"},
-        CompletionRow{"EncodingIsMatchedInLowerCase", 200, true, CURLE_WRITE_ERROR, "Encoding",
-                      "VANTIK:webservices:CopyContentToDataStreamError[N:Encoding, N:http://host.example/a#part]"},
-        CompletionRow{"WriteError", 200, true, CURLE_WRITE_ERROR, "Failure writing output",
-                      "VANTIK:webservices:CopyContentToDataStreamError[N:Failure writing output, "
-                      "N:http://host.example/a#part]"},
-        CompletionRow{"NoMemory", 0, false, CURLE_OUT_OF_MEMORY, "x",
-                      "VANTIK:webservices:RandomError[N:http://host.example/a#part]"},
-        CompletionRow{"AuthenticationFailed", 0, false, CURLE_AUTH_ERROR, "x",
-                      "VANTIK:webservices:RandomError[N:http://host.example/a#part]"},
-        CompletionRow{"TimedOut", 0, false, CURLE_OPERATION_TIMEDOUT, "Connection timed out after 5000 ms",
-                      "HTTPTimeoutException[Connection timed out after 5000 ms, 5000, HTTPOptions.ConnectTimeout]"},
-        CompletionRow{"TlsConnect", 0, false, CURLE_SSL_CONNECT_ERROR, "x",
-                      "SSLException[x, http://host.example/a#part, /ca.pem]"},
-        CompletionRow{"PeerNotVerified", 0, false, CURLE_PEER_FAILED_VERIFICATION, "x",
-                      "SSLException[x, http://host.example/a#part, /ca.pem]"},
-        CompletionRow{"BadCaFile", 0, false, CURLE_SSL_CACERT_BADFILE, "x",
-                      "SSLException[x, http://host.example/a#part, /ca.pem]"},
-        CompletionRow{"BadEncoding", 200, true, CURLE_BAD_CONTENT_ENCODING, "x",
-                      "VANTIK:webservices:DecodingError[N:gzip, N:x]"},
-        CompletionRow{"UnsupportedProtocol", 0, false, CURLE_UNSUPPORTED_PROTOCOL, "x",
-                      "HTTPCopyStreamException[x (CURLE code 1)]"},
-        CompletionRow{"SendError", 200, true, CURLE_SEND_ERROR, "x", "HTTPCopyStreamException[x (CURLE code 55)]"},
-        CompletionRow{"GotNothing", 0, false, CURLE_GOT_NOTHING, "Empty reply",
-                      "HTTPCopyStreamException[Empty reply (CURLE code 52)]"},
-        CompletionRow{"AbortedByCallback", 200, true, CURLE_ABORTED_BY_CALLBACK, "",
-                      "HTTPCopyStreamException[ (CURLE code 42)]"},
-        CompletionRow{"BeyondTheTable", 0, false, static_cast<CURLcode>(95), "x",
-                      "HTTPCopyStreamException[x (CURLE code 95)]"},
-        CompletionRow{"FarBeyondTheTable", 0, false, static_cast<CURLcode>(120), "x",
-                      "HTTPCopyStreamException[x (CURLE code 120)]"}),
-    [](const auto& info) { return info.param.Name; });
-
-TEST_F(HTTPConnectionCompletionTest, EveryResultOutsideTheTableTellsItsNumber) {
-    const std::vector<int> listed{0, 3, 5, 6, 7, 18, 23, 27, 28, 35, 56, 60, 61, 77, 94};
-    reportStatus(0);
-    for (int result = 1; result <= 110; ++result) {
-        if (std::find(listed.begin(), listed.end(), result) == listed.end()) {
-            setErrorText("text");
-            EXPECT_EQ(complete(static_cast<CURLcode>(result)),
-                      "HTTPCopyStreamException[text (CURLE code " + std::to_string(result) + ")]");
+    const auto expectFailure = [&](const ResultRow& row) {
+        SCOPED_TRACE("result " + std::to_string(row.Result) + ", text \"" + row.Text + '"');
+        warnings.clear();
+        connection.Metadata.ContentEncoding = "gzip";
+        connection.Metadata.ResponseBytesReceived = 1;
+        connection.Metadata.ResponseContentLength = 2;
+        const std::string failure = row.Result == 0 ? status.WhenOk : status.ExcusesResult ? "nothing" : row.Failure;
+        EXPECT_EQ(complete(row.Result, row.Text), failure);
+        if (failure != "nothing" || row.Result == 0) {
+            EXPECT_THAT(warnings, IsEmpty());
+        } else if (row.Result == CURLE_PARTIAL_FILE && !status.ExcusesResult) {
+            EXPECT_THAT(warnings, ElementsAre(partWarning(row.Text, "N:1, N:2")));
+        } else {
+            const std::string ours = row.Result == CURLE_WRITE_ERROR
+                                         ? "The content goes on after the end of its compressed data."
+                                         : curl_easy_strerror(static_cast<CURLcode>(row.Result));
+            EXPECT_THAT(warnings, ElementsAre(partWarning(row.Text.empty() ? ours : row.Text)));
         }
+        // The message is gone, whatever it meant, and the heads are as they were.
+        EXPECT_EQ(check(), "nothing");
+        EXPECT_EQ(connection.ReceivedHead.ResponseCode, 0);
+        EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), status.Head ? 2U : 0U);
+        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: h"));
+        EXPECT_EQ(connection.Transfer.Fault == TransferFault::Failed, failure != "nothing");
+        connection.Transfer.Fault = TransferFault::None;
+    };
+    expectFailure({CURLE_OK, "", ""});
+    for (const ResultRow& row : results()) {
+        expectFailure(row);
+    }
+    connection.Settings.HTTPOptionsMode = false;
+    for (const ResultRow& row : kResultsInTheOlderInterface) {
+        expectFailure(row);
     }
 }
 
-TEST_F(HTTPConnectionCompletionTest, PartialContentIsAWarning) {
-    reportStatus(200);
-    connection.Metadata.ResponseBytesReceived = 5;
-    connection.Metadata.ResponseContentLength = 10;
-    setErrorText("transfer closed with 5 bytes remaining to read");
-    EXPECT_EQ(complete(CURLE_PARTIAL_FILE), "nothing");
-    EXPECT_THAT(warnings, ElementsAre("VANTIK:webservices:PartialFileWarning[N:5, N:10, N:transfer closed with 5 bytes "
-                                      "remaining to read]"));
+INSTANTIATE_TEST_SUITE_P(Statuses, CompletionOfStatus, ::testing::ValuesIn(kStatuses),
+                         [](const auto& info) { return info.param.Name; });
+
+// The transfer ends without a byte on the wire.
+TEST_F(HTTPConnectionCompletionTest, EachResultEndsASendAndTheNextOneIsGood) {
+    for (const ResultRow& row : results()) {
+        SCOPED_TRACE("result " + std::to_string(row.Result) + ", text \"" + row.Text + '"');
+        connection.addField("X-A", "b");
+        connection.addField("X-Removed", "");
+        connection.Metadata.ContentEncoding = "";
+        connection.SentHead.RequestHeaderLines.clear();
+        connection.ReceivedHead.ResponseHeaderLines.clear();
+        connection.Transfer.TransferFailed = false;
+        warnings.clear();
+        reportStatus(0);
+        curl.OnPerform = [&](int& running) {
+            running = 0;
+            curl.advanceClock(2'000 * kMs);
+            setErrorText(row.Text);
+            curl.finishWith(static_cast<CURLcode>(row.Result));
+            return CURLM_OK;
+        };
+        std::string failure = row.Failure;
+        if (const std::size_t encoding = failure.find("N:gzip"); encoding != std::string::npos) {
+            failure.replace(encoding, 6, "N:"); // no head has come
+        }
+        const bool completed = failure == "nothing";
+        EXPECT_EQ(send(), failure);
+        EXPECT_EQ(connection.Transfer.ResponseDone, completed);
+        EXPECT_EQ(connection.Transfer.TransferFailed, !completed && !failure.starts_with("HTTPCopyStreamException"));
+        EXPECT_TRUE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.SentHead.Sent);
+        // The head never left, so the fields are those that were to be sent.
+        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b"));
+        EXPECT_EQ(warnings.size(), completed ? 1U : 0U);
+
+        reopen();
+        playExchange("HTTP/1.1 201 Created\r\nX-B: c\r\n\r\n");
+        EXPECT_EQ(send(), "nothing");
+        EXPECT_EQ(connection.getResponseCode(), 201);
+        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
+        reopen();
+    }
 }
 
-// A status that libcurl has read makes no response of a head that never ended.
+// A status that libcurl has read does not make a response of a head that never ended.
 TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
-    const auto warned = [&](std::initializer_list<const char*> lines, CURLcode result, const std::string& text) {
+    const auto warned = [&](const std::string& head, CURLcode result, const std::string& text) {
         connection.ReceivedHead.begin();
         warnings.clear();
-        for (std::string line : lines) {
+        reportStatus(0); // so that status lines are read
+        for (std::size_t start = 0; start < head.size();) {
+            std::string line = head.substr(start, head.find('\n', start) + 1 - start);
+            start += line.size();
             headerCallback(line.data(), 1, line.size(), &connection);
         }
         reportStatus(connection.ReceivedHead.ResponseCode);
-        setErrorText(text);
-        EXPECT_EQ(complete(result), "nothing");
+        EXPECT_EQ(complete(result, text), "nothing");
         return warnings;
     };
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-    curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, curl_off_t{0});
-    curl.giveInfo(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, curl_off_t{-1});
-    const std::string begin = "VANTIK:webservices:PartialFileWarning[N:0, N:-1, N:";
-    EXPECT_THAT(warned({"HTTP/1.1 200 OK\r\n"}, CURLE_OK, ""),
-                ElementsAre(begin + "The head of the response was cut.]"));
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-    EXPECT_THAT(warned({"HTTP/1.1 302 Found\r\n", "Location: /\r\n"}, CURLE_RECV_ERROR, "reset"),
-                ElementsAre(begin + "reset]"));
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-    EXPECT_THAT(warned({"HTTP/1.1 103 Early Hints\r\n", "\r\n"}, CURLE_OK, ""),
-                ElementsAre(begin + "No response came after an interim one.]"));
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L);
-    EXPECT_THAT(warned({"HTTP/1.1 103 Early Hints\r\n", "\r\n", "HTTP/1.1 200 OK\r\n", "\r\n"}, CURLE_OK, ""),
-                IsEmpty());
+    EXPECT_THAT(warned("HTTP/1.1 200 OK\r\n", CURLE_OK, ""),
+                ElementsAre(partWarning("The head of the response was cut.")));
+    EXPECT_THAT(warned("HTTP/1.1 302 Found\r\nLocation: /\r\n", CURLE_RECV_ERROR, "reset"),
+                ElementsAre(partWarning("reset")));
+    EXPECT_THAT(warned("HTTP/1.1 103 Early Hints\r\n\r\n", CURLE_OK, ""),
+                ElementsAre(partWarning("No response came after an interim one.")));
+    EXPECT_THAT(warned("HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", CURLE_OK, ""), IsEmpty());
 }
 
-TEST_F(HTTPConnectionCompletionTest, TimeoutNamesTheOlderOption) {
-    connection.Settings.HTTPOptionsMode = false;
-    connection.setTimeouts({1234.5});
-    reportStatus(0);
-    setErrorText("late");
-    EXPECT_EQ(complete(CURLE_OPERATION_TIMEDOUT), "HTTPTimeoutException[late, 1234.5, weboptions.Timeout]");
-    setErrorText("timed out");
-    EXPECT_EQ(complete(CURLE_COULDNT_CONNECT), "HTTPTimeoutException[timed out, 0, weboptions.Timeout]");
-}
-
-TEST_F(HTTPConnectionCompletionTest, ConnectTimeoutTellsTheTimeSinceTheStart) {
-    reportStatus(0);
-    setErrorText("timed out");
-    curl.setClock(kStart + 3'000'000'000);
-    EXPECT_EQ(complete(CURLE_COULDNT_CONNECT), "HTTPTimeoutException[timed out, 3000, HTTPOptions.ConnectTimeout]");
-}
-
-TEST_F(HTTPConnectionCompletionTest, AnswerToConnectCountsWhereTheServerNeverAnswered) {
-    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 407 Proxy Authentication Required"};
-    reportStatus(0, 407);
-    EXPECT_EQ(complete(CURLE_RECV_ERROR), "nothing");
-    connection.ReceivedHead.ResponseHeaderLines.clear();
-    EXPECT_EQ(complete(CURLE_OK), kNoHead);
-    reportStatus(0, 200);
-    EXPECT_EQ(complete(CURLE_OK), "nothing");
-    reportStatus(404, 200); // the server's own answer comes first
-    EXPECT_EQ(complete(CURLE_OK), kNoHead);
-    EXPECT_EQ(curl.texts({CurlFunction::EasyGetinfo}), std::vector<std::string>{"CURLINFO_RESPONSE_CODE"});
-}
-
-TEST_F(HTTPConnectionCompletionTest, NothingIsJudgedWithoutAMessage) {
-    curl.OnInfoRead = [](int&) -> CURLMsg* { return nullptr; };
-    curl.clear();
+TEST_F(HTTPConnectionCompletionTest, NothingIsJudgedWithoutAMessageOfTheEnd) {
     connection.SentHead.RequestHeaderLines.clear();
     connection.Transfer.RequestHeaders.append("X-A: b");
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
+    curl.clear();
+    curl.OnInfoRead = [](int&) -> CURLMsg* { return nullptr; };
+    EXPECT_EQ(check(), "nothing");
+    curl.OnInfoRead = nullptr;
+    curl.finishWith(CURLE_RECV_ERROR, CURLMSG_NONE);
+    EXPECT_EQ(check(), "nothing");
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
     EXPECT_THAT(connection.SentHead.RequestHeaderLines, IsEmpty());
-}
-
-TEST_F(HTTPConnectionCompletionTest, OtherMessagesAreIgnored) {
-    curl.finishWith(CURLE_RECV_ERROR, CURLMSG_NONE);
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
-    EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
-}
-
-TEST_F(HTTPConnectionCompletionTest, OneMessageIsReadAndThenGone) {
-    reportStatus(0);
-    setErrorText("broken");
-    EXPECT_EQ(complete(CURLE_RECV_ERROR), "HTTPConnectionRefusedException[broken]");
-    EXPECT_EQ(curl.count(CurlFunction::MultiInfoRead), 1u);
-    EXPECT_EQ(failureText([&] { connection.checkCompletion(kStart); }), "nothing");
-}
-
-TEST_F(HTTPConnectionCompletionTest, FailingInformationIsNamed) {
-    const std::string text = curl_easy_strerror(CURLE_UNKNOWN_OPTION);
-    reportStatus(0);
-    curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
-    EXPECT_EQ(complete(CURLE_OK), internalError("\"CURLINFO_RESPONSE_CODE\" failed with CURLcode " + text));
-    curl.failInfo(CURLINFO_HTTP_CONNECTCODE, CURLE_UNKNOWN_OPTION);
-    EXPECT_EQ(complete(CURLE_OK), internalError("\"CURLINFO_HTTP_CONNECTCODE\" failed with CURLcode " + text));
 }
 
 TEST_F(HTTPConnectionCompletionTest, RequestLinesFallBackToWhatWasConfigured) {
@@ -253,20 +267,82 @@ TEST_F(HTTPConnectionCompletionTest, RequestLinesFallBackToWhatWasConfigured) {
     connection.Transfer.RequestHeaders.append("X-A: b");
     connection.Transfer.RequestHeaders.append("X-B: c:");
     connection.Transfer.ProxyHeaders.append("Proxy-Connection: close");
-    EXPECT_EQ(complete(CURLE_OK), "nothing");
+    curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION); // before any status is read, so even if that fails
+    EXPECT_EQ(complete(CURLE_OK), easyFailure("CURLINFO_RESPONSE_CODE", CURLE_UNKNOWN_OPTION));
     EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b", "Proxy-Connection: close"));
     connection.Transfer.RequestHeaders.append("X-C: d");
     EXPECT_EQ(complete(CURLE_OK), "nothing"); // what is known stays
     EXPECT_EQ(connection.SentHead.RequestHeaderLines.size(), 2u);
 }
 
-// Before any status is read, so that it holds even if that fails.
-TEST_F(HTTPConnectionCompletionTest, FallbackComesBeforeTheStatus) {
-    connection.SentHead.RequestHeaderLines.clear();
-    connection.Transfer.RequestHeaders.append("X-A: b");
-    curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
-    EXPECT_NE(complete(CURLE_OK), "nothing");
-    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b"));
+TEST_F(HTTPConnectionCompletionTest, UnreadableStatusOfAProxyIsNamed) {
+    curl.failInfo(CURLINFO_HTTP_CONNECTCODE, CURLE_UNKNOWN_OPTION);
+    EXPECT_EQ(complete(CURLE_OK), easyFailure("CURLINFO_HTTP_CONNECTCODE", CURLE_UNKNOWN_OPTION));
+}
+
+// What is read from a response.
+
+class ResponseMetadataTest : public ConnectionFixture {
+protected:
+    ResponseMetadataTest() {
+        connection.setURL(u"http://host.example/a/b");
+        connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 302 Found", "content-encoding: br",
+                                                       "Content-Encoding: gzip", "Location: ../x"};
+    }
+
+    HTTPConnection connection;
+};
+
+TEST_F(ResponseMetadataTest, IsCopiedFromLibcurlAndTheHead) {
+    curl.giveInfo(CURLINFO_CONTENT_TYPE, "text/html; charset=utf-8");
+    curl.giveInfo(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, -1L);
+    curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, 1L << 40);
+    connection.collectResponseMetadata();
+    EXPECT_EQ(connection.Metadata.ContentEncoding, "br"); // the first one counts
+    EXPECT_EQ(connection.Metadata.ContentType, "text/html; charset=utf-8");
+    EXPECT_EQ(connection.Metadata.ResponseContentLength, -1);
+    EXPECT_EQ(connection.Metadata.ResponseBytesReceived, std::int64_t{1} << 40);
+    EXPECT_EQ(connection.Metadata.RedirectURL, "http://host.example/x");
+
+    // The next response lacks them all; only a new value replaces the redirect.
+    curl.giveInfo(CURLINFO_CONTENT_TYPE, static_cast<const char*>(nullptr));
+    for (const std::vector<std::string>& lines :
+         {std::vector<std::string>{"HTTP/1.1 302 Found", "Location:  "}, std::vector<std::string>{}}) {
+        connection.ReceivedHead.ResponseHeaderLines = lines;
+        connection.collectResponseMetadata();
+        EXPECT_EQ(connection.Metadata.ContentType, "");
+        EXPECT_EQ(connection.Metadata.ContentEncoding, "");
+        EXPECT_EQ(connection.Metadata.RedirectURL, "http://host.example/x");
+    }
+}
+
+TEST_F(ResponseMetadataTest, RefusedInformationIsNamedAndStopsTheRest) {
+    for (const CurlNamed<CURLINFO>& info :
+         {CURL_NAMED(CURLINFO_CONTENT_TYPE), CURL_NAMED(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T),
+          CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T)}) {
+        curl.failInfo(info.Value, CURLE_UNKNOWN_OPTION);
+        EXPECT_EQ(failureText([&] { connection.collectResponseMetadata(); }),
+                  easyFailure(info.Name, CURLE_UNKNOWN_OPTION));
+        EXPECT_EQ(connection.Metadata.RedirectURL, "");
+    }
+}
+
+TEST_F(ResponseMetadataTest, HttpVersionIsTheRequests) {
+    connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.0 200 OK"}; // not consulted
+    connection.SentHead.RequestHTTPVersion = "HTTP/9";
+    curl.clear();
+    EXPECT_EQ(connection.httpVersion(), "HTTP/9");
+    EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
+    connection.SentHead.RequestHTTPVersion.clear();
+    const std::vector<std::pair<long, std::string>> rows{{0, "HTTP/1.1"}, {1, "HTTP/1.0"}, {2, "HTTP/1.1"},
+                                                         {3, "HTTP/2.0"}, {4, "HTTP/1.1"}, {30, "HTTP/1.1"}};
+    for (const auto& [reported, version] : rows) {
+        curl.giveInfo(CURLINFO_HTTP_VERSION, reported);
+        EXPECT_EQ(connection.httpVersion(), version) << reported;
+    }
+    curl.failInfo(CURLINFO_HTTP_VERSION, CURLE_UNKNOWN_OPTION);
+    EXPECT_EQ(failureText([&] { connection.httpVersion(); }),
+              easyFailure("CURLINFO_HTTP_VERSION", CURLE_UNKNOWN_OPTION));
 }
 
 } // namespace

@@ -1,16 +1,18 @@
 #include "tests/transfer/ConnectionFixture.h"
-#include "transfer/Trace.h"
 
-#include <limits>
+#include <cstdlib>
+#include <tuple>
 
 namespace {
 
-constexpr std::int64_t kMs = 1'000'000;
+using Lines = std::vector<std::string>;
+
+const std::string kNoLineEnd = internalError("CRLF not found at the end of the received headers");
 
 class HTTPConnectionHeadTest : public ConnectionFixture {
 protected:
     HTTPConnectionHeadTest() {
-        curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); // so that the status line is parsed
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, 0L); // so that status lines are read
         connection.Limits.Deadline = SilenceLimits::kNoDeadline;
     }
     ~HTTPConnectionHeadTest() override { connection.Settings.Debug = 0; }
@@ -18,7 +20,7 @@ protected:
     // One line as libcurl passes it. The callback asks libcurl to stop only after a failure that it cannot keep.
     void take(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), line.size()); }
     void refuse(std::string line) { EXPECT_EQ(headerCallback(line.data(), 1, line.size(), &connection), 0U); }
-    void takeAll(const std::vector<std::string>& lines) {
+    void takeAll(const Lines& lines) {
         for (const std::string& line : lines) {
             take(line);
         }
@@ -28,100 +30,178 @@ protected:
     HTTPConnection connection;
 };
 
-const std::string kNoLineEnd = internalError("CRLF not found at the end of the received headers");
+// Each state of the response's head with each kind of line.
 
-TEST_F(HTTPConnectionHeadTest, FinalHeadIsKeptLineByLine) {
-    takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "X-A: c\r\n"});
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
-    take("\r\n");
-    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b", "X-A: c"));
-    EXPECT_EQ(storedFailure(), "nothing");
-}
-
-TEST_F(HTTPConnectionHeadTest, SizeAndCountAreMultiplied) {
-    std::string line = "HTTP/1.1 200 OK\r\n_";
-    EXPECT_EQ(headerCallback(line.data(), 17, 1, &connection), 17u);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
-}
-
-TEST_F(HTTPConnectionHeadTest, InterimHeadIsDropped) {
-    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b\r\n"});
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    take("\r\n");
-    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
-}
-
-struct FinalRow {
-    const char* Method;
-    const char* StatusLine;
-    bool Final;
-    bool Kept = false; // although it is not final
+// The lines that lead to a state, and what is then stored.
+struct State {
+    const char* Name;
+    Lines Before;
+    Lines Stored;
 };
 
-class FinalHeadTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<FinalRow> {};
+const Lines kInterim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
+const Lines kFound{"HTTP/1.1 302 Found", "X-Kept: 1"};
 
-TEST_P(FinalHeadTest, DependsOnStatusAndMethodSent) {
-    connection.SentHead.EffectiveMethod = GetParam().Method;
-    takeAll({GetParam().StatusLine + std::string("\r\n"), "\r\n"});
-    EXPECT_EQ(connection.ReceivedHead.HeadersComplete, GetParam().Final);
-    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines.size(), GetParam().Final || GetParam().Kept ? 1u : 0u);
+Lines afterInterim(Lines lines) {
+    lines.insert(lines.begin(), kInterim.begin(), kInterim.end());
+    return lines;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Heads, FinalHeadTest,
-    ::testing::Values(FinalRow{"GET", "HTTP/1.1 100 Continue", false}, FinalRow{"CONNECT", "HTTP/1.1 100 C", false},
-                      FinalRow{"GET", "HTTP/1.1 101 Switching Protocols", true},
-                      FinalRow{"GET", "HTTP/1.1 102 Processing", false, true},
-                      FinalRow{"GET", "HTTP/1.1 199 Last", false, true}, FinalRow{"GET", "HTTP/1.1 200 OK", true},
-                      FinalRow{"CONNECT", "HTTP/1.1 200 OK", false}, FinalRow{"connect", "HTTP/1.1 200 OK", false},
-                      FinalRow{"CONNECTX", "HTTP/1.1 200 OK", true}, FinalRow{"CONNECT", "HTTP/1.1 201 Created", true},
-                      FinalRow{"CONNECT", "HTTP/1.1 407 Authenticate", true},
-                      FinalRow{"GET", "HTTP/1.1 302 Found", true}, FinalRow{"GET", "HTTP/1.1 500 Bad", true},
-                      FinalRow{"", "HTTP/1.1 200 OK", true}, FinalRow{"GET", "garbage", true}));
+// What a line does to the head.
+struct Effect {
+    bool Replaces = false;     // the lines that were stored
+    bool IsStored = false;     // after those that stay
+    bool Begins = false;       // a head: the status counts and the head is not complete any more
+    bool Completes = false;    // the head
+    bool IsRefused = false;    // with a failure that is kept
+    const char* End = nullptr; // what the trace says of a blank line; null: the line itself is traced
+};
 
-TEST_F(HTTPConnectionHeadTest, TunnelledHeadTakesThePlaceOfTheProxys) {
-    connection.SentHead.EffectiveMethod = "CONNECT";
-    takeAll({"HTTP/1.1 200 Connection established\r\n", "Via: p\r\n", "\r\n"});
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
+constexpr const char* kDone = "...DONE RECEIVING HEADERS...\n";
+constexpr const char* kUnexpected = "UNEXPECTED HEADERS FOR RESPONSE ";
+
+constexpr Effect kBegins{.Replaces = true, .IsStored = true, .Begins = true};
+constexpr Effect kIsStored{.IsStored = true};
+constexpr Effect kIsTrailer{};
+constexpr Effect kCompletes{.Completes = true, .End = kDone};
+constexpr Effect kEndsInterim{.End = kDone};                       // its lines stay until the next head
+constexpr Effect kDropsHead{.Replaces = true, .End = kUnexpected}; // reported where there are fields
+constexpr Effect kIsRefused{.IsRefused = true};
+constexpr Effect kBeginsRefused{.Replaces = true, .Begins = true, .IsRefused = true}; // still taken for a beginning
+
+struct Event {
+    const char* Name;
+    std::string Line;
+    Effect WithoutHead;
+    Effect WithinHead;
+    Effect AfterHead;              // which is complete
+    std::int32_t StatusBefore = 0; // 0: as the state has left it
+    const char* MethodSent = "GET";
+};
+
+const Event kEvents[] = {
+    {"StatusLine", "HtTP/1.1 404 Not Found\r\n", kBegins, kIsStored, kBegins},
+    {"FieldLine", "X-New: 503\r\n", kBegins, kIsStored, kIsTrailer},
+    {"FieldLineOfAnyBytes", std::string("\0\r\n\t\xe4 503\r\n", 11), kBegins, kIsStored, kIsTrailer},
+    {"BlankLineOfA100", "\r\n", kDropsHead, kDropsHead, kCompletes, 100},
+    {"BlankLineOfATunnel", "\r\n", kDropsHead, kDropsHead, kCompletes, 200, "Connect"},
+    {"BlankLineOfAFinalHead", "\r\n", kCompletes, kCompletes, kCompletes, 302},
+    {"BlankLineOfHints", "\r\n", kEndsInterim, kEndsInterim, kCompletes, 103},
+    {"StatusLineWithoutEnd", "HTTP/1.1 404 Not Found", kBeginsRefused, kIsRefused, kBeginsRefused},
+    {"FieldLineWithoutEnd", "X-New: 503", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"FieldLineWithLineFeedOnly", "X-New: 503\n", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"FieldLineWithReturnOnly", "X-New: 503\r", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"LineFeedAlone", "\n", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"ReturnAlone", "\r", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"OneLetter", "X", kBeginsRefused, kIsRefused, kIsTrailer},
+    {"Nothing", "", kBeginsRefused, kIsRefused, kIsTrailer},
+};
+
+using EffectOfState = Effect Event::*;
+struct StateRow : State {
+    EffectOfState Column;
+};
+
+const StateRow kStates[] = {
+    {{"NoHead", {}, {}}, &Event::WithoutHead},
+    {{"NoHeadAfterInterim", kInterim, {}}, &Event::WithoutHead},
+    {{"Hints", {"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"}, {"HTTP/1.1 103 Early Hints", "X-Kept: 1"}},
+     &Event::WithoutHead},
+    {{"StatusLineAlone", {"HTTP/1.1 302 Found\r\n"}, {"HTTP/1.1 302 Found"}}, &Event::WithinHead},
+    {{"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, kFound}, &Event::WithinHead},
+    {{"CollectingAfterInterim", afterInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), kFound}, &Event::WithinHead},
+    {{"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, kFound}, &Event::AfterHead},
+    {{"CompleteAfterInterim", afterInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}), kFound},
+     &Event::AfterHead},
+    {{"CompleteWithoutLines", {"\r\n"}, {}}, &Event::AfterHead},
+};
+
+class HeadState : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::tuple<StateRow, Event>> {
+protected:
+    HeadState() : state(std::get<0>(GetParam())), event(std::get<1>(GetParam())), effect(event.*state.Column) {
+        connection.setTimeouts({5000.0, 1000.0, 3000.0});
+        connection.applyTimeouts();
+        connection.Limits.Deadline = 0;
+        connection.SentHead.EffectiveMethod = "GET";
+        curl.setClock(0);
+        takeAll(state.Before);
+    }
+    void takeEvent() {
+        if (event.StatusBefore != 0) {
+            connection.ReceivedHead.ResponseCode = event.StatusBefore;
+        }
+        connection.SentHead.EffectiveMethod = event.MethodSent;
+        take(event.Line);
+    }
+    bool wasComplete() const { return state.Column == &Event::AfterHead; }
+    std::string expectedTrace() const {
+        if (effect.End == nullptr) { // the line, less its last byte
+            return "IN  HDR: " + event.Line.substr(0, event.Line.empty() ? 0 : event.Line.size() - 1);
+        }
+        if (effect.End == kDone) {
+            return kDone;
+        }
+        return state.Stored.size() < 2 ? "" // a status line alone is no surprise
+                                       : kUnexpected + std::to_string(event.StatusBefore) + " TO " + event.MethodSent +
+                                             '\n' + state.Stored[0] + '\n' + state.Stored[1] + "\n\n";
+    }
+
+    const StateRow& state;
+    const Event& event;
+    const Effect effect;
+};
+
+TEST_P(HeadState, TakesTheLine) {
+    ASSERT_EQ(connection.ReceivedHead.ResponseHeaderLines, state.Stored);
+    ASSERT_EQ(connection.ReceivedHead.HeadersComplete, wasComplete());
+    const std::int32_t statusBefore =
+        event.StatusBefore == 0 ? connection.ReceivedHead.ResponseCode : event.StatusBefore;
+    const StandardOutputCapture output;
+    connection.Settings.Debug = 1;
+    curl.setClock(70 * kMs);
+    takeEvent();
+
+    Lines stored = effect.Replaces ? Lines{} : state.Stored;
+    if (effect.IsStored) {
+        stored.push_back(event.Line.substr(0, event.Line.size() - 2));
+    }
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines, stored);
+    // In the middle of a head a number after a blank is not a status.
+    const std::size_t blank = event.Line.find(' ');
+    const int statusInLine = blank == std::string::npos ? 0 : std::atoi(event.Line.c_str() + blank);
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, effect.Begins ? statusInLine : statusBefore);
+    const bool complete = effect.Completes || (wasComplete() && !effect.Begins);
+    EXPECT_EQ(connection.ReceivedHead.HeadersComplete, complete);
+    EXPECT_EQ(storedFailure(), effect.IsRefused ? kNoLineEnd : "nothing");
+    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
+    // Every line is activity, a refused one too.
+    EXPECT_EQ(connection.Limits.Deadline, (complete ? 3070 : 1070) * kMs);
+    EXPECT_EQ(connection.Limits.TimeoutReason, complete ? 1 : 0);
+    EXPECT_EQ(output.text(), expectedTrace());
+}
+
+// Whatever came before, a whole head after it is the one that counts, and a failure is not lost.
+TEST_P(HeadState, NextHeadIsReadAsEver) {
+    takeEvent();
     connection.SentHead.EffectiveMethod = "GET";
-    takeAll({"HTTP/1.1 404 Not Found\r\n", "\r\n"});
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 404 Not Found"));
+    if (!connection.ReceivedHead.HeadersComplete) {
+        connection.ReceivedHead.ResponseCode = 302;
+        take("\r\n"); // ends what is still being collected
+    }
     EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
-}
-
-TEST_F(HTTPConnectionHeadTest, LinesStayUntilTheNextHeadBegins) {
-    takeAll({"HTTP/1.1 302 Found\r\n", "Location: /x\r\n", "\r\n"});
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 302 Found", "Location: /x"));
-    take("HTTP/1.1 200 OK\r\n");
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
-}
-
-TEST_F(HTTPConnectionHeadTest, BlankLineBehindACompleteHeadChangesNothing) {
-    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n", "\r\n"});
+    takeAll({"HTTP/1.1 204 No Content\r\n", "X-Last: 1\r\n", "\r\n"});
+    EXPECT_EQ(connection.ReceivedHead.ResponseHeaderLines, (Lines{"HTTP/1.1 204 No Content", "X-Last: 1"}));
+    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 204);
     EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
+    EXPECT_EQ(connection.Transfer.CallbackFailure != nullptr, effect.IsRefused);
 }
 
-TEST_F(HTTPConnectionHeadTest, BlankLineWithoutAHeadIsDecidedByTheLastStatus) {
-    connection.ReceivedHead.ResponseCode = 100;
-    take("\r\n");
-    EXPECT_FALSE(connection.ReceivedHead.HeadersComplete);
-    connection.ReceivedHead.ResponseCode = 200;
-    take("\r\n");
-    EXPECT_TRUE(connection.ReceivedHead.HeadersComplete);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
-}
+INSTANTIATE_TEST_SUITE_P(StatesAndLines, HeadState,
+                         ::testing::Combine(::testing::ValuesIn(kStates), ::testing::ValuesIn(kEvents)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).Name) + '_' + std::get<1>(info.param).Name;
+                         });
 
-// Kept on purpose: a trailer comes by the same callback and cannot be told from a head.
 // What libcurl keeps of heads and trailers grows with them, so the callback ends the transfer.
 TEST_F(HTTPConnectionHeadTest, LinesOfAllHeadsAndTrailersAreCounted) {
     const std::string line = "X-Line: " + std::string(1014, 'x') + "\r\n"; // 1 KiB
@@ -130,109 +210,45 @@ TEST_F(HTTPConnectionHeadTest, LinesOfAllHeadsAndTrailersAreCounted) {
         take(line);
     }
     EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
-    std::string last = line;
-    EXPECT_EQ(headerCallback(last.data(), 1, last.size(), &connection), 0U);
+    refuse(line);
     EXPECT_EQ(failureText(connection.Transfer.EscapedFailure),
               "HTTPConnectionRefusedException[Heads and trailers of the response are larger than 1048576 bytes.]");
     EXPECT_EQ(connection.Transfer.Fault, TransferFault::Failed);
 }
 
-struct StatusRow {
-    long Reported;
-    const char* Line;
-    std::int32_t Code;
-};
-
-class StatusLineTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<StatusRow> {};
-
-TEST_P(StatusLineTest, IsParsedOnlyWhereLibcurlHasNoStatus) {
-    connection.ReceivedHead.ResponseCode = 999;
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, GetParam().Reported);
-    take(GetParam().Line + std::string("\r\n"));
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, GetParam().Code);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre(GetParam().Line));
-    EXPECT_EQ(storedFailure(), "nothing");
-}
-
-INSTANTIATE_TEST_SUITE_P(Lines, StatusLineTest,
-                         ::testing::Values(StatusRow{418, "HTTP/1.1 200 OK", 418}, StatusRow{0, "HTTP/1.1 200 OK", 200},
-                                           StatusRow{0, "HTTP/1.1   204", 204}, StatusRow{0, "HTTP/1.1 20x OK", 20},
-                                           StatusRow{0, "HTTP/1.1 OK", 0}, StatusRow{0, "HTTP/1.1", 0},
-                                           StatusRow{0, "X-A: 301", 301}, StatusRow{0, " 7", 7},
-                                           StatusRow{0, "a -5", -5}, StatusRow{0, "a ", 0}, StatusRow{0, "a \t 12", 12},
-                                           StatusRow{0, "a 2147483647", 2147483647}));
-
-TEST_F(HTTPConnectionHeadTest, StatusThatIsNoIntIsStoredAsAFailure) {
-    connection.ReceivedHead.ResponseCode = 200;
-    take("HTTP/1.1 4294967496 OK\r\n");
-    EXPECT_EQ(storedFailure(), internalError("Could not convert response code 4294967496"));
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
-    // The line still counts as a line.
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 4294967496 OK"));
-}
-
-TEST_F(HTTPConnectionHeadTest, StatusBeyondALongIsCutByItsConversion) {
-    take("HTTP/1.1 99999999999999999999 OK\r\n");
-    EXPECT_EQ(storedFailure(),
-              internalError("Could not convert response code " + std::to_string(std::numeric_limits<long>::max())));
-}
-
-TEST_F(HTTPConnectionHeadTest, StatusIsReadOnceAHead) {
+TEST_F(HTTPConnectionHeadTest, StatusIsReadOncePerHead) {
     curl.clear();
     takeAll({"HTTP/1.1 200 OK\r\n", "X-A: b 301\r\n", "\r\n"});
     EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 1u);
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
-}
-
-class LineEndTest : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::string> {};
-
-TEST_P(LineEndTest, IsChecked) {
-    take("HTTP/1.1 200 OK\r\n");
-    take(GetParam());
-    EXPECT_EQ(storedFailure(), kNoLineEnd);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK"));
-    take("X-A: b\r\n"); // the transfer runs on
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
-    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
-}
-
-INSTANTIATE_TEST_SUITE_P(Lines, LineEndTest,
-                         ::testing::Values("", "\n", "\r", "X", "X-A: b", "X-A: b\n", "X-A: b\r", "\n\r", "X\n\n"));
-
-TEST_F(HTTPConnectionHeadTest, FirstLineWithoutEndStillGivesItsStatus) {
-    take("HTTP/1.1 404 Not Found\n");
-    EXPECT_EQ(connection.ReceivedHead.ResponseCode, 404);
-    EXPECT_EQ(storedFailure(), kNoLineEnd);
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
 }
 
 TEST_F(HTTPConnectionHeadTest, LastStoredFailureCounts) {
     take("X\n");
     take("HTTP/1.1 99999999999 OK\r\n");
     EXPECT_EQ(storedFailure(), internalError("Could not convert response code 99999999999"));
+    // The line still counts as a line.
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 99999999999 OK"));
     take("X\n");
     EXPECT_EQ(storedFailure(), kNoLineEnd);
 }
 
 // Nothing may unwind through libcurl, so this one waits for the return of the call that ran the callback.
-TEST_F(HTTPConnectionHeadTest, UnreadableStatusEscapesBehindThePerform) {
+TEST_F(HTTPConnectionHeadTest, UnreadableStatusIsRaisedAfterThePerform) {
     connection.Transfer.begin(connection.Handles->Generation);
     connection.ReceivedHead.ResponseCode = 7;
-    connection.Limits.Deadline = 1;
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
+    connection.Limits.Deadline = 1;
     const std::string failure =
-        internalError(std::string("\"CURLINFO_RESPONSE_CODE\" failed with CURLcode ") +
-                      curl_easy_strerror(CURLE_UNKNOWN_OPTION) + "getting response code after first header");
+        easyFailure("CURLINFO_RESPONSE_CODE", CURLE_UNKNOWN_OPTION, "getting response code after first header");
     curl.failInfo(CURLINFO_RESPONSE_CODE, CURLE_UNKNOWN_OPTION);
     curl.OnPerform = [&](int& running) {
         refuse("HTTP/1.1 200 OK\r\n");
         EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), failure);
+        refuse("X-A: b\r\n"); // nothing runs after it
         EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
         EXPECT_EQ(connection.ReceivedHead.ResponseCode, 7);
         EXPECT_EQ(connection.Limits.Deadline, 1); // not moved
-        refuse("X-A: b\r\n");                     // nothing runs after it
-        EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
         running = 1;
         return CURLM_INTERNAL_ERROR; // not looked at
     };
@@ -252,23 +268,6 @@ TEST_F(HTTPConnectionHeadTest, StatusIsThatOfTheScopesHandle) {
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
 }
 
-TEST_F(HTTPConnectionHeadTest, EveryLineCountsAsActivity) {
-    connection.setTimeouts({5000.0, 1000.0, 3000.0});
-    connection.applyTimeouts();
-    connection.Limits.Deadline = 0;
-    std::int64_t now = 0;
-    for (const std::string line : {"HTTP/1.1 200 OK\r\n", "X-A: b\r\n", "bad\n", ""}) {
-        curl.setClock(now += 10 * kMs);
-        take(line);
-        EXPECT_EQ(connection.Limits.Deadline, now + 1000 * kMs);
-        EXPECT_EQ(connection.Limits.TimeoutReason, 0);
-    }
-    curl.setClock(now += 10 * kMs);
-    take("\r\n");
-    EXPECT_EQ(connection.Limits.Deadline, now + 3000 * kMs); // from here on the data limit governs
-    EXPECT_EQ(connection.Limits.TimeoutReason, 1);
-}
-
 TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
@@ -279,45 +278,12 @@ TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
     EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
 }
 
-TEST_F(HTTPConnectionHeadTest, TraceKeepsTheReturnAndDropsTheNewline) {
-    const StandardOutputCapture output;
-    connection.Settings.Debug = 1;
-    takeAll({"HTTP/1.1 200 OK\r\n", "X\n", "", "Y"});
-    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 200 OK\rIN  HDR: XIN  HDR: IN  HDR: ");
-    take("\r\n");
-    EXPECT_THAT(output.text(), ::testing::EndsWith("IN  HDR: ...DONE RECEIVING HEADERS...\n"));
-    connection.Settings.Debug = 0;
-}
-
-TEST_F(HTTPConnectionHeadTest, TraceClosesAPendingRunFirst) {
-    const StandardOutputCapture output;
-    connection.Settings.Debug = 1;
-    tracePerform(1, "READER");
-    take("X\r\n");
-    EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\nIN  HDR: X\r");
-    connection.Settings.Debug = 0;
-}
-
-TEST_F(HTTPConnectionHeadTest, InterimHeadWithFieldsIsReported) {
-    const StandardOutputCapture output;
-    connection.Settings.Debug = 1;
-    connection.SentHead.EffectiveMethod = "GET";
-    takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
-    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\rIN  HDR: X-A: b\r"
-                             "UNEXPECTED HEADERS FOR RESPONSE 100 TO GET\nHTTP/1.1 100 Continue\nX-A: b\n\n");
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
-    connection.Settings.Debug = 0;
-}
-
-TEST_F(HTTPConnectionHeadTest, InterimHeadWithoutFieldsIsNotReported) {
-    const StandardOutputCapture output;
-    connection.Settings.Debug = 1;
-    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
-    connection.Settings.Debug = 0;
-    takeAll({"HTTP/1.1 100 Continue\r\n", "X-A: b\r\n", "\r\n"});
-    EXPECT_EQ(output.text(), "IN  HDR: HTTP/1.1 100 Continue\r");
-    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, IsEmpty());
+TEST_F(HTTPConnectionHeadTest, SizeAndCountAreMultiplied) {
+    std::string line = "HTTP/1.1 200 OK\r\n_";
+    EXPECT_EQ(headerCallback(line.data(), 1, 17, &connection), 17u);
+    line = "X-A: b\r\n_";
+    EXPECT_EQ(headerCallback(line.data(), 4, 2, &connection), 8u);
+    EXPECT_THAT(connection.ReceivedHead.ResponseHeaderLines, ElementsAre("HTTP/1.1 200 OK", "X-A: b"));
 }
 
 } // namespace

@@ -1,17 +1,46 @@
+// The options of a send, and its loop around wait and perform.
 #include "errors/HTTPException.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/transfer/ConnectionFixture.h"
 
+#include <boost/numeric/conversion/cast.hpp>
+
 #include <algorithm>
 #include <locale>
+#include <stdexcept>
 
 namespace {
 
-using HTTPConnectionSendTest = OpenConnectionFixture;
+class HTTPConnectionSendTest : public OpenConnectionFixture {
+protected:
+    // Sends, and the answer has no content.
+    std::string sendAnswered() {
+        playExchange(kOk);
+        return send();
+    }
+    // The transfer runs until the given number of performs has been made.
+    void runFor(int performs) {
+        curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+        curl.OnPerform = [=, this, made = 0](int& running) mutable {
+            running = ++made < performs ? 1 : 0;
+            if (running == 0) {
+                curl.finishWith(CURLE_OK);
+            }
+            return CURLM_OK;
+        };
+    }
+    // What each wait of the loop finds ready, one entry for each wait.
+    void findReady(std::vector<int> counts) {
+        runFor(static_cast<int>(counts.size()) + 1);
+        curl.OnWait = [counts, next = std::size_t{0}](int, int& ready) mutable {
+            ready = counts.at(next++);
+            return CURLM_OK;
+        };
+    }
+};
 
 TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(sendAnswered(), "nothing");
     EXPECT_THAT(curl.options(),
                 ElementsAre("CURLOPT_HTTPHEADER {Accept:}", "CURLOPT_HEADERDATA", "CURLOPT_HEADERFUNCTION",
                             "CURLOPT_VERBOSE 1", "CURLOPT_DEBUGDATA", "CURLOPT_DEBUGFUNCTION", "CURLOPT_SSL_OPTIONS 8",
@@ -25,14 +54,14 @@ TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
     EXPECT_EQ(curl.lastOption(CURLOPT_ERRORBUFFER)->Pointer, connection.Handles->ErrorBuffer);
     EXPECT_EQ(curl.lastOption(CURLOPT_WRITEDATA)->Pointer, connection.Transfer.Copier.get());
     EXPECT_EQ(curl.lastOption(CURLOPT_SEEKDATA)->Pointer, connection.Transfer.Copier.get());
+    EXPECT_EQ(curl.count(CurlFunction::VersionInfo), 0u); // only asked for in a trace
 }
 
 TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
     connection.Settings.HTTPOptionsMode = false;
     connection.setAuthenticationSchemes({"basic"}, false);
     connection.Settings.Username = "bob";
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(sendAnswered(), "nothing");
     EXPECT_EQ(connection.Settings.HostAuthSchemes, 0xFFFFFFEFu);
     EXPECT_EQ(connection.Settings.ProxyAuthSchemes, 0xFFFFFFEFu);
     const auto options = curl.options();
@@ -44,114 +73,55 @@ TEST_F(HTTPConnectionSendTest, OlderInterfaceAllowsEveryScheme) {
                             "CURLOPT_ERRORBUFFER"));
 }
 
-// Groups digits in twos.
-struct Grouping : std::numpunct<char> {
-    std::string do_grouping() const override { return "\2"; }
-};
-
-TEST_F(HTTPConnectionSendTest, TracedNumbersFollowNoLocale) {
-    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
-    connection.Settings.HTTPOptionsMode = false;
-    connection.Settings.Debug = 1;
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    const StandardOutputCapture output;
-    EXPECT_EQ(send(), "nothing");
-    std::locale::global(before);
-    EXPECT_THAT(output.text(), ::testing::HasSubstr("Host username = , Schemes = ffffffef\n"));
-}
-
 TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
     connection.Settings.Username = "bob";
     connection.Settings.Password = "secret";
     connection.Settings.ProxyUsername = "pat";
     connection.Settings.ProxyPassword = "hidden";
     connection.Settings.HostAuthSchemes = CURLAUTH_BASIC;
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
-    EXPECT_EQ(curl.lastOption(CURLOPT_HTTPAUTH)->Number, 1);
-    EXPECT_EQ(curl.lastOption(CURLOPT_USERNAME)->Text, "bob");
-    EXPECT_EQ(curl.lastOption(CURLOPT_PASSWORD)->Text, "secret");
-    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME), nullptr);
+    EXPECT_EQ(sendAnswered(), "nothing");
+    EXPECT_EQ(optionText(CURLOPT_HTTPAUTH), "CURLOPT_HTTPAUTH 1");
+    EXPECT_EQ(optionText(CURLOPT_USERNAME), "CURLOPT_USERNAME bob");
+    EXPECT_EQ(optionText(CURLOPT_PASSWORD), "CURLOPT_PASSWORD secret");
+    EXPECT_EQ(optionText(CURLOPT_PROXYUSERNAME), "unset");
     connection.Settings.HostAuthSchemes = 0;
     connection.Settings.ProxyAuthSchemes = CURLAUTH_DIGEST;
     reopen();
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
-    EXPECT_EQ(curl.lastOption(CURLOPT_USERNAME), nullptr);
-    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYAUTH)->Number, 2);
-    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYUSERNAME)->Text, "pat");
-    EXPECT_EQ(curl.lastOption(CURLOPT_PROXYPASSWORD)->Text, "hidden");
+    EXPECT_EQ(sendAnswered(), "nothing");
+    EXPECT_EQ(optionText(CURLOPT_USERNAME), "unset");
+    EXPECT_EQ(optionText(CURLOPT_PROXYAUTH), "CURLOPT_PROXYAUTH 2");
+    EXPECT_EQ(optionText(CURLOPT_PROXYUSERNAME), "CURLOPT_PROXYUSERNAME pat");
+    EXPECT_EQ(optionText(CURLOPT_PROXYPASSWORD), "CURLOPT_PROXYPASSWORD hidden");
 }
 
-// The time that a limit reports counts from the end of the pump, however long that took.
-TEST_F(HTTPConnectionSendTest, TimeCountsFromTheEndOfTheUpload) {
-    constexpr std::int64_t second = 1'000'000'000;
-    curl.setClock(5 * second);
-    curl.OnWait = [](int, int& ready) {
-        ready = 1;
-        return CURLM_OK;
-    };
-    curl.OnPerform = [&, performs = 0](int& running) mutable {
-        running = ++performs == 1 ? 1 : 0;
-        if (performs == 1) {
-            std::string given;
-            curl.callRead(given, 100);
-            curl.advanceClock(7 * second);
-        } else {
-            curl.advanceClock(2 * second);
-            std::string("Connection timed out").copy(connection.Handles->ErrorBuffer, 20);
-            connection.Handles->ErrorBuffer[20] = '\0';
-            curl.finishWith(CURLE_COULDNT_CONNECT);
-        }
-        return CURLM_OK;
-    };
-    connection.Settings.setPayload({1, 2, 3});
-    try {
-        connection.sendRequest();
-        FAIL() << "nothing was raised";
-    } catch (const webservices::HTTPTimeoutException& failure) {
-        EXPECT_EQ(failure.TimeoutMilliseconds, 2000.0);
-    }
-}
-
-TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedBehindTheCopier) {
+TEST_F(HTTPConnectionSendTest, ContentIsAnnouncedAfterTheCopier) {
     connection.setRequestMethod("PUT");
     connection.Settings.setPayload({1, 2, 3});
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(sendAnswered(), "nothing");
     const auto options = curl.options();
-    ASSERT_GE(options.size(), 2u);
+    ASSERT_GE(options.size(), 3u);
     EXPECT_EQ(options[options.size() - 3], "CURLOPT_SEEKDATA");
     EXPECT_EQ(options[options.size() - 2], "CURLOPT_UPLOAD 1");
     EXPECT_EQ(options.back(), "CURLOPT_FORBID_REUSE 1") << "the answer came before the content";
 }
 
 TEST_F(HTTPConnectionSendTest, EachRequestHasACopierOfItsOwn) {
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(sendAnswered(), "nothing");
     const std::shared_ptr<InterruptibleStreamCopier> first = connection.Transfer.Copier;
     reopen();
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(sendAnswered(), "nothing");
     EXPECT_NE(connection.Transfer.Copier, first);
     EXPECT_EQ(first.use_count(), 1);
 }
 
-struct SendOptionRow {
-    CURLoption Option;
-    const char* Name;
-};
+class RefusedSendOption : public HTTPConnectionSendTest, public ::testing::WithParamInterface<CurlNamed<CURLoption>> {};
 
-class RefusedSendOptionTest : public HTTPConnectionSendTest, public ::testing::WithParamInterface<SendOptionRow> {};
-
-TEST_P(RefusedSendOptionTest, IsNamedAndFailsTheTransfer) {
+TEST_P(RefusedSendOption, IsNamedAndFailsTheTransfer) {
     connection.setRequestMethod("PUT");
     connection.Settings.setPayload({1});
     connection.Settings.HostAuthSchemes = connection.Settings.ProxyAuthSchemes = CURLAUTH_BASIC;
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    curl.failOption(GetParam().Option, CURLE_UNKNOWN_OPTION);
-    EXPECT_EQ(send(), internalError('"' + std::string(GetParam().Name) + "\" failed with CURLcode " +
-                                    curl_easy_strerror(CURLE_UNKNOWN_OPTION)));
+    curl.failOption(GetParam().Value, CURLE_UNKNOWN_OPTION);
+    EXPECT_EQ(sendAnswered(), easyFailure(GetParam().Name, CURLE_UNKNOWN_OPTION));
     EXPECT_TRUE(connection.Transfer.TransferFailed);
     EXPECT_TRUE(connection.Transfer.Opened);
     EXPECT_FALSE(connection.Transfer.ResponseDone);
@@ -159,23 +129,17 @@ TEST_P(RefusedSendOptionTest, IsNamedAndFailsTheTransfer) {
     EXPECT_EQ(send(), "nothing"); // the same connection sends afterwards
 }
 
-#define SEND_OPTION(option)                                                                                            \
-    SendOptionRow {                                                                                                    \
-        option, #option                                                                                                \
-    }
-INSTANTIATE_TEST_SUITE_P(Options, RefusedSendOptionTest,
-                         ::testing::Values(SEND_OPTION(CURLOPT_HEADERDATA), SEND_OPTION(CURLOPT_HEADERFUNCTION),
-                                           SEND_OPTION(CURLOPT_VERBOSE), SEND_OPTION(CURLOPT_DEBUGDATA),
-                                           SEND_OPTION(CURLOPT_DEBUGFUNCTION), SEND_OPTION(CURLOPT_SSL_OPTIONS),
-                                           SEND_OPTION(CURLOPT_SSLVERSION), SEND_OPTION(CURLOPT_NOSIGNAL),
-                                           SEND_OPTION(CURLOPT_HTTPAUTH), SEND_OPTION(CURLOPT_USERNAME),
-                                           SEND_OPTION(CURLOPT_PASSWORD), SEND_OPTION(CURLOPT_PROXYAUTH),
-                                           SEND_OPTION(CURLOPT_PROXYUSERNAME), SEND_OPTION(CURLOPT_PROXYPASSWORD),
-                                           SEND_OPTION(CURLOPT_ERRORBUFFER), SEND_OPTION(CURLOPT_WRITEFUNCTION),
-                                           SEND_OPTION(CURLOPT_WRITEDATA), SEND_OPTION(CURLOPT_READFUNCTION),
-                                           SEND_OPTION(CURLOPT_READDATA), SEND_OPTION(CURLOPT_SEEKFUNCTION),
-                                           SEND_OPTION(CURLOPT_SEEKDATA), SEND_OPTION(CURLOPT_UPLOAD)),
-                         [](const auto& info) { return std::string(info.param.Name); });
+INSTANTIATE_TEST_SUITE_P(
+    Options, RefusedSendOption,
+    ::testing::Values(CURL_NAMED(CURLOPT_HEADERDATA), CURL_NAMED(CURLOPT_HEADERFUNCTION), CURL_NAMED(CURLOPT_VERBOSE),
+                      CURL_NAMED(CURLOPT_DEBUGDATA), CURL_NAMED(CURLOPT_DEBUGFUNCTION), CURL_NAMED(CURLOPT_SSL_OPTIONS),
+                      CURL_NAMED(CURLOPT_SSLVERSION), CURL_NAMED(CURLOPT_NOSIGNAL), CURL_NAMED(CURLOPT_HTTPAUTH),
+                      CURL_NAMED(CURLOPT_USERNAME), CURL_NAMED(CURLOPT_PASSWORD), CURL_NAMED(CURLOPT_PROXYAUTH),
+                      CURL_NAMED(CURLOPT_PROXYUSERNAME), CURL_NAMED(CURLOPT_PROXYPASSWORD),
+                      CURL_NAMED(CURLOPT_ERRORBUFFER), CURL_NAMED(CURLOPT_WRITEFUNCTION), CURL_NAMED(CURLOPT_WRITEDATA),
+                      CURL_NAMED(CURLOPT_READFUNCTION), CURL_NAMED(CURLOPT_READDATA), CURL_NAMED(CURLOPT_SEEKFUNCTION),
+                      CURL_NAMED(CURLOPT_SEEKDATA), CURL_NAMED(CURLOPT_UPLOAD)),
+    [](const auto& info) { return info.param.Name; });
 
 TEST_F(HTTPConnectionSendTest, FlagsAreClearedBetweenTheHeadAndTheTraceOptions) {
     connection.ReceivedHead.HeadersComplete = connection.Transfer.PerformDone = true;
@@ -189,32 +153,224 @@ TEST_F(HTTPConnectionSendTest, FlagsAreClearedBetweenTheHeadAndTheTraceOptions) 
     EXPECT_FALSE(connection.Transfer.PerformDone);
 }
 
-TEST_F(HTTPConnectionSendTest, TextOfAnEarlierFailureIsGone) {
-    std::string("timed out").copy(connection.Handles->ErrorBuffer, 9);
+TEST_F(HTTPConnectionSendTest, EarlierFailuresAreForgotten) {
+    setErrorText("timed out");
+    connection.Transfer.CallbackFailure = std::make_exception_ptr(std::runtime_error("old"));
     playExchange("", CURLE_COULDNT_CONNECT, "");
     EXPECT_EQ(send(), "HTTPConnectionRefusedException[Unknown exception]");
+    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
 }
 
-TEST_F(HTTPConnectionSendTest, TraceTellsEachStage) {
+// The loop.
+
+TEST_F(HTTPConnectionSendTest, PassIsWaitPausePerformInterruptTimeout) {
+    connection.setTimeouts({5000.0, 1000.0});
+    curl.setClock(0);
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.0);
+    connection.openConnection();
+    findReady({0, 0, 1});
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_THAT(curl.texts({CurlFunction::MultiWait, CurlFunction::Pause, CurlFunction::MultiPerform,
+                            CurlFunction::InterruptPoll, CurlFunction::EasyGetinfo, CurlFunction::MultiInfoRead}),
+                ElementsAre("curl_multi_perform",                                           //
+                            "curl_multi_wait 500", "curl_multi_perform", "interrupt poll",  //
+                            "CURLINFO_CONNECT_TIME",                                        //
+                            "curl_multi_wait 500", "pause 100000000", "curl_multi_perform", //
+                            "interrupt poll", "CURLINFO_CONNECT_TIME",                      //
+                            "curl_multi_wait 500", "curl_multi_perform", "interrupt poll",  //
+                            "CURLINFO_CONNECT_TIME",                                        //
+                            "CURLINFO_CONTENT_TYPE", "CURLINFO_CONTENT_LENGTH_DOWNLOAD_T",  // metadata
+                            "CURLINFO_SIZE_DOWNLOAD_T",                                     //
+                            "curl_multi_info_read", "CURLINFO_RESPONSE_CODE",               // completion
+                            "CURLINFO_CONTENT_TYPE", "CURLINFO_CONTENT_LENGTH_DOWNLOAD_T",  // metadata
+                            "CURLINFO_SIZE_DOWNLOAD_T"));
+}
+
+TEST_F(HTTPConnectionSendTest, WaitFollowsTheResponseTimeoutUpToItsCap) {
+    const std::vector<std::pair<double, int>> rows{
+        {SilenceLimits::kUnlimited, 500}, {0.0, 0}, {100.0, 100}, {499.9, 499}, {500.0, 500}, {30000.0, 500}};
+    curl.setClock(0);
+    for (const auto& [limit, milliseconds] : rows) {
+        reopen();
+        connection.setTimeouts({5000.0, limit, 50.0}); // as it is at the send, even if the open has not seen it
+        findReady({1, 1});
+        EXPECT_EQ(send(), "nothing");
+        const std::string wait = "curl_multi_wait " + std::to_string(milliseconds);
+        EXPECT_THAT(curl.texts({CurlFunction::MultiWait}), ElementsAre(wait, wait));
+    }
+}
+
+// The limit is cut to an integer before it is capped, as the open would cut it.
+TEST_F(HTTPConnectionSendTest, LimitThatIsNotAnIntegerEndsTheSendBeforeItBegins) {
+    for (const double limit : {1e12, -1e12}) {
+        connection.Transfer.TransferFailed = false;
+        connection.setTimeouts({5000.0, limit});
+        const std::string overflow =
+            limit > 0 ? boost::numeric::positive_overflow().what() : boost::numeric::negative_overflow().what();
+        EXPECT_EQ(send(), "HTTPConnectionFailedException[" + overflow + "]");
+        EXPECT_TRUE(connection.Transfer.TransferFailed);
+        EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
+        EXPECT_TRUE(connection.Transfer.Opened);
+        EXPECT_FALSE(connection.Transfer.ResponseDone);
+    }
+}
+
+TEST_F(HTTPConnectionSendTest, DeadlineStartsWithTheSend) {
+    curl.setClock(7000 * kMs);
+    curl.OnPerform = [&](int& running) {
+        EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
+        running = 0;
+        return CURLM_OK;
+    };
+    EXPECT_EQ(send(), "nothing");
+    connection.setTimeouts({5000.0, 3000.0, 9000.0});
+    reopen();
+    curl.OnPerform = [&](int& running) {
+        EXPECT_EQ(connection.Limits.Deadline, 10000 * kMs);
+        EXPECT_EQ(connection.Limits.TimeoutReason, 0);
+        running = 0;
+        return CURLM_OK;
+    };
+    EXPECT_EQ(send(), "nothing");
+}
+
+TEST_F(HTTPConnectionSendTest, PausesFromTheSecondEmptyWaitInARow) {
+    const std::vector<std::pair<std::vector<int>, std::size_t>> rows{
+        {{}, 0},        {{0}, 0},          {{0, 0}, 1},          {{0, 1, 0}, 0},
+        {{0, 0, 0}, 2}, {{0, 0, 1, 0}, 1}, {{0, 0, 2, 0, 0}, 2}, {{1, 1, 1}, 0}};
+    for (const auto& [ready, pauses] : rows) {
+        reopen();
+        findReady(ready);
+        EXPECT_EQ(send(), "nothing");
+        EXPECT_EQ(curl.pauses(), pauses) << ::testing::PrintToString(ready);
+    }
+}
+
+// Before the first perform libcurl has no descriptor and no timer to wait for.
+TEST_F(HTTPConnectionSendTest, LibcurlsWaitBeforeTheFirstPerformIsEmpty) {
+    EXPECT_EQ(connection.wait(1000), 0);
+}
+
+TEST_F(HTTPConnectionSendTest, FirstByteOfContentEndsTheLoop) {
+    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    findReadyAlways();
+    curl.OnPerform = [this, made = 0](int& running) mutable {
+        running = 1;
+        if (++made == 2) {
+            curl.callResponseHead(kOk);
+            curl.callWrite("x");
+        }
+        return CURLM_OK;
+    };
+    EXPECT_EQ(send(), "nothing");
+    EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 2u);
+    EXPECT_EQ(curl.count(CurlFunction::MultiWait), 1u);
+    EXPECT_TRUE(connection.Transfer.ResponseDone);
+    EXPECT_EQ(connection.Transfer.Copier->ReceiveBuffer, "x");
+}
+
+TEST_F(HTTPConnectionSendTest, FailingMultiCallsAreNamed) {
+    runFor(9);
+    findReadyAlways();
+    curl.failCall(CurlFunction::MultiPerform, CURLM_INTERNAL_ERROR);
+    EXPECT_EQ(send(),
+              multiFailure("curl_multi_perform", CURLM_INTERNAL_ERROR, "Initial multi-perform call for request"));
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
+    curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 2);
+    EXPECT_EQ(send(), multiFailure("curl_multi_perform", CURLM_OUT_OF_MEMORY, "start reading response"));
+    curl.failCall(CurlFunction::MultiWait, CURLM_BAD_HANDLE);
+    EXPECT_EQ(send(), multiFailure("curl_multi_wait", CURLM_BAD_HANDLE));
+    EXPECT_TRUE(connection.Transfer.Opened);
+    EXPECT_FALSE(connection.Transfer.ResponseDone);
+}
+
+TEST_F(HTTPConnectionSendTest, LateResponseEndsTheLoop) {
+    connection.setTimeouts({5000.0, 1000.0});
+    curl.setClock(0);
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);
+    connection.openConnection();
+    curl.OnWait = [&](int milliseconds, int& ready) {
+        curl.advanceClock(milliseconds * kMs);
+        ready = 0;
+        return CURLM_OK;
+    };
+    curl.OnPerform = [](int& running) {
+        running = 1;
+        return CURLM_OK;
+    };
+    EXPECT_THAT(send(), ::testing::MatchesRegex("HTTPTimeoutException\\[.*, 1000, HTTPOptions.ResponseTimeout\\]"));
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
+    EXPECT_EQ(curl.count(CurlFunction::MultiWait), 2u); // 500 ms, then 500 ms and a pause
+}
+
+// The time that a limit reports counts from the end of the upload, however long that took.
+TEST_F(HTTPConnectionSendTest, TimeCountsFromTheEndOfTheUpload) {
+    curl.setClock(5000 * kMs);
+    findReadyAlways();
+    curl.OnPerform = [&, performs = 0](int& running) mutable {
+        running = ++performs == 1 ? 1 : 0;
+        if (performs == 1) {
+            std::string given;
+            curl.callRead(given, 100);
+            curl.advanceClock(7000 * kMs);
+        } else {
+            curl.advanceClock(2000 * kMs);
+            setErrorText("Connection timed out");
+            curl.finishWith(CURLE_COULDNT_CONNECT);
+        }
+        return CURLM_OK;
+    };
+    connection.Settings.setPayload({1, 2, 3});
+    EXPECT_EQ(send(), "HTTPTimeoutException[Connection timed out, 2000, HTTPOptions.ConnectTimeout]");
+}
+
+TEST_F(HTTPConnectionSendTest, RunsOnTheUsersBehalfThroughout) {
+    std::vector<std::string> events;
+    host().onImpersonation([&] { events.push_back("in " + std::to_string(curl.options().size())); },
+                           [&] { events.push_back("out"); });
+    EXPECT_EQ(sendAnswered(), "nothing");
+    EXPECT_THAT(events, ElementsAre("in 1", "out")); // after the header list, before all other options
+    reopen();
+    runFor(9);
+    curl.failCall(CurlFunction::MultiPerform, CURLM_INTERNAL_ERROR);
+    EXPECT_NE(send(), "nothing");
+    EXPECT_THAT(events, ElementsAre("in 1", "out", "in 1", "out"));
+    EXPECT_EQ(host().impersonationDepth(), 0u);
+}
+
+// A failure that the completion reports comes before one that a callback has stored.
+TEST_F(HTTPConnectionSendTest, CompletionComesBeforeAStoredFailure) {
+    playExchange("HTTP/1.1 200 OK\r\nbad\n", CURLE_RECV_ERROR);
+    EXPECT_EQ(send(), "HTTPConnectionRefusedException[Unknown exception]");
+    EXPECT_EQ(failureText(connection.Transfer.CallbackFailure),
+              internalError("CRLF not found at the end of the received headers"));
+}
+
+// The trace.
+
+const std::string kTracedEnd = "Starting perform loop\n"
+                               "ALL HEADERS RECEIVED\n"
+                               "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n"
+                               "\n"
+                               "********************END OF RECEIVE_RESPONSE******************\n";
+
+TEST_F(HTTPConnectionSendTest, TraceShowsEachStage) {
     const StandardOutputCapture output;
     connection.Settings.Debug = 1;
     connection.Settings.Username = "bob";
     connection.Settings.Password = "secret";
     connection.Settings.ProxyPassword = "hidden";
     connection.Settings.HostAuthSchemes = 10;
-    playExchange("", CURLE_OK, "");
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    runFor(1);
     EXPECT_EQ(send(), "nothing");
     EXPECT_EQ(output.text(),
               "Host username = bob, Schemes = a\n"
               "Proxy username = , Schemes = 0\n"
-              "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS *****************\n"
-              "Starting perform loop\n"
-              "ALL HEADERS RECEIVED\n"
-              "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n"
-              "\n"
-              "********************END OF RECEIVE_RESPONSE******************\n");
+              "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS *****************\n" +
+                  kTracedEnd);
     EXPECT_THAT(curl.texts({CurlFunction::VersionInfo}), ElementsAre("curl_version_info 10"));
+    EXPECT_TRUE(connection.Transfer.PerformDone);
+    EXPECT_EQ(curl.count(CurlFunction::MultiWait), 0u) << "the transfer ended with the first perform";
 }
 
 TEST_F(HTTPConnectionSendTest, FailedTransferIsNotTracedAsDone) {
@@ -223,34 +379,29 @@ TEST_F(HTTPConnectionSendTest, FailedTransferIsNotTracedAsDone) {
     playExchange("", CURLE_GOT_NOTHING, "");
     EXPECT_NE(send(), "nothing");
     EXPECT_THAT(output.text(), ::testing::EndsWith("Starting perform loop\nALL HEADERS RECEIVED\n"));
-    connection.Settings.Debug = 0;
 }
 
-TEST_F(HTTPConnectionSendTest, TraceTellsOfContent) {
+// Groups digits in twos.
+struct Grouping : std::numpunct<char> {
+    std::string do_grouping() const override { return "\2"; }
+};
+
+TEST_F(HTTPConnectionSendTest, TraceOfContentIsTheSameInEveryLocale) {
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
     const StandardOutputCapture output;
     connection.Settings.Debug = 1;
     connection.Settings.HTTPOptionsMode = false;
     connection.setRequestMethod("PUT");
     connection.Settings.PostData = u"x";
-    playExchange("", CURLE_OK, "");
-    curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
+    runFor(1);
     EXPECT_EQ(send(), "nothing");
+    std::locale::global(before);
     EXPECT_EQ(output.text(),
               "Host username = , Schemes = ffffffef\n"
               "Proxy username = , Schemes = ffffffef\n"
               "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS *****************\n"
-              "PERFORM IN WRITER 1 times\n"
-              "Starting perform loop\n"
-              "ALL HEADERS RECEIVED\n"
-              "DONE WITH SEND_REQUEST(). RETURNING BACK TO VANTIK\n"
-              "\n"
-              "********************END OF RECEIVE_RESPONSE******************\n");
-}
-
-TEST_F(HTTPConnectionSendTest, VersionIsOnlyAskedForInATrace) {
-    playExchange("HTTP/1.1 200 OK\r\n\r\n");
-    EXPECT_EQ(send(), "nothing");
-    EXPECT_EQ(curl.count(CurlFunction::VersionInfo), 0u);
+              "PERFORM IN WRITER 1 times\n" +
+                  kTracedEnd);
 }
 
 } // namespace

@@ -59,14 +59,13 @@ TEST_F(HTTPConnectionUrlTest, OtherSchemesAreRefusedWithBothThatAreExpected) {
     EXPECT_EQ(refusal(u"httpx://h/"), "VANTIK:webservices:ExpectedProtocol[N:httpx, N:httpx://h/, N:http, N:https]");
 }
 
-// The comparison is exact; it is the parser that gives the scheme in lower case.
 TEST_F(HTTPConnectionUrlTest, SchemeInCapitalsIsLoweredByTheParser) {
     ASSERT_EQ(foundation::network::IRI(u"HTTPS://h/").getScheme(), u"https");
     EXPECT_EQ(refusal(u"HTTPS://h/"), "nothing");
     EXPECT_EQ(url(), "https://h/");
 }
 
-TEST_F(HTTPConnectionUrlTest, TextThatIsNoUrlIsRefusedAndChangesNothing) {
+TEST_F(HTTPConnectionUrlTest, TextThatIsNotAUrlIsRefusedAndChangesNothing) {
     connection.setURL(u"http://old.example/");
     for (const std::u16string text : {u"http://h/\x01", u"http://a b/", u"http://h:99999/", u"http://h\\a"}) {
         EXPECT_EQ(refusal(text), "HTTPURLException[" + fl::i18n::to_string(text) + "]");
@@ -75,12 +74,12 @@ TEST_F(HTTPConnectionUrlTest, TextThatIsNoUrlIsRefusedAndChangesNothing) {
     }
 }
 
-TEST_F(HTTPConnectionUrlTest, RefusedTextThatIsNoTextFailsInItsConversion) {
+TEST_F(HTTPConnectionUrlTest, RefusedTextThatIsNotUtf16FailsInItsConversion) {
     const std::u16string half = u"http://h/\xD800";
     ASSERT_THROW(foundation::network::IRI{half}, foundation::core::except::IInternalException);
-    EXPECT_THROW(connection.setURL(half), foundation::core::except::IUserException);
     try {
         connection.setURL(half);
+        FAIL() << "nothing was raised";
     } catch (const foundation::core::except::IUserException& failure) {
         EXPECT_EQ(failure.msg_id().fullName(), "VANTIK:webservices:EncodingFailure");
         ASSERT_EQ(failure.msg_id().arguments().size(), 3u);
@@ -90,7 +89,7 @@ TEST_F(HTTPConnectionUrlTest, RefusedTextThatIsNoTextFailsInItsConversion) {
     }
 }
 
-TEST_F(HTTPConnectionUrlTest, InitialUrlIsLeftAloneBehindARedirect) {
+TEST_F(HTTPConnectionUrlTest, InitialUrlIsLeftAloneAfterARedirect) {
     connection.setURL(u"http://first.example/");
     connection.setRedirectURL("http://second.example/");
     connection.setURL(u"http://second.example/");
@@ -108,35 +107,26 @@ TEST_F(HTTPConnectionUrlTest, TargetIsWhatWasSentOrWouldBe) {
     EXPECT_EQ(connection.requestTarget(), "h:443");
 }
 
-struct RedirectRow {
-    const char16_t* Base;
-    const char* Location;
-    const char* Redirect;
-};
-
-class RedirectTest : public HTTPConnectionUrlTest, public ::testing::WithParamInterface<RedirectRow> {};
-
-TEST_P(RedirectTest, IsResolvedAgainstTheUrl) {
-    connection.setURL(GetParam().Base);
-    connection.Metadata.RedirectURL = "http://earlier.example/";
-    connection.setRedirectURL(GetParam().Location);
-    EXPECT_EQ(connection.Metadata.RedirectURL, GetParam().Redirect);
+TEST_F(HTTPConnectionUrlTest, RedirectIsResolvedAgainstTheUrl) {
+    struct Row {
+        const char16_t* Base;
+        const char* Location;
+        const char* Redirect;
+    };
+    for (const auto& [base, location, redirect] :
+         {Row{u"http://h/a/b?q", "http://other/x", "http://other/x"}, Row{u"http://h/a/b?q", "/x", "http://h/x"},
+          Row{u"http://h/a/b?q", "x", "http://h/a/x"}, Row{u"http://h/a/b?q", "../x", "http://h/x"},
+          Row{u"http://h/a/b?q", "?r", "http://h/a/b?r"}, Row{u"http://h/a/b?q", "//other/x", "http://other/x"},
+          Row{u"http://h/a/b?q#f", "#g", "http://h/a/b?q#g"}, Row{u"https://h/", "ftp://h/x", "ftp://h/x"},
+          Row{u"http://h/", "/\xC3\xA4", "http://h/%C3%A4"}, Row{u"http://h/", "", ""},
+          // A malformed value fails nothing.
+          Row{u"http://h/", "http://a b/", ""}, Row{u"http://h/", "http://h:99999/", ""},
+          Row{u"http://h/", "/\x01", ""}, Row{u"", "x", ""}}) {
+        connection.setURL(base);
+        connection.Metadata.RedirectURL = "http://earlier.example/";
+        connection.setRedirectURL(location);
+        EXPECT_EQ(connection.Metadata.RedirectURL, redirect) << location;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Locations, RedirectTest,
-                         ::testing::Values(RedirectRow{u"http://h/a/b?q", "http://other/x", "http://other/x"},
-                                           RedirectRow{u"http://h/a/b?q", "/x", "http://h/x"},
-                                           RedirectRow{u"http://h/a/b?q", "x", "http://h/a/x"},
-                                           RedirectRow{u"http://h/a/b?q", "../x", "http://h/x"},
-                                           RedirectRow{u"http://h/a/b?q", "?r", "http://h/a/b?r"},
-                                           RedirectRow{u"http://h/a/b?q", "//other/x", "http://other/x"},
-                                           RedirectRow{u"http://h/a/b?q#f", "#g", "http://h/a/b?q#g"},
-                                           RedirectRow{u"https://h/", "ftp://h/x", "ftp://h/x"},
-                                           RedirectRow{u"http://h/", "/\xC3\xA4", "http://h/%C3%A4"},
-                                           RedirectRow{u"http://h/", "", ""},
-                                           // A malformed value fails nothing.
-                                           RedirectRow{u"http://h/", "http://a b/", ""},
-                                           RedirectRow{u"http://h/", "http://h:99999/", ""},
-                                           RedirectRow{u"http://h/", "/\x01", ""}, RedirectRow{u"", "x", ""}));
 
 } // namespace

@@ -13,11 +13,9 @@ using namespace netrove;
 
 namespace {
 
-using testsupport::StandardOutputCapture;
-
 class TraceTest : public testsupport::ScopeFixture {
 protected:
-    StandardOutputCapture output;
+    testsupport::StandardOutputCapture output;
 };
 
 // Notes what has been written at each flush.
@@ -32,7 +30,7 @@ private:
     }
 };
 
-TEST_F(TraceTest, NothingIsWrittenWithoutATraceLevel) {
+TEST_F(TraceTest, OnlyLevelNoughtIsSilent) {
     traceLine(0, "line");
     traceText(0, "text");
     tracePerform(0, "READER");
@@ -40,9 +38,6 @@ TEST_F(TraceTest, NothingIsWrittenWithoutATraceLevel) {
     EXPECT_EQ(output.text(), "");
     EXPECT_EQ(getLogPerformData().RepeatCount, 0);
     EXPECT_EQ(getLogPerformData().LastText, "");
-}
-
-TEST_F(TraceTest, AnyOtherLevelWritesNegativeOnesIncluded) {
     traceLine(1, "one");
     traceLine(-1, "minus one");
     traceText(7, "text");
@@ -55,50 +50,31 @@ TEST_F(TraceTest, RunOfEqualPassesIsOneLineClosedByItsCount) {
         tracePerform(1, "READER");
     }
     EXPECT_EQ(output.text(), "PERFORM IN READER");
-    tracePerform(1, "WRITER");
-    EXPECT_EQ(output.text(), "PERFORM IN READER 5 times\nPERFORM IN WRITER");
+    tracePerform(1, "READER ");
+    tracePerform(1, "reader");
+    EXPECT_EQ(output.text(), "PERFORM IN READER 5 times\nPERFORM IN READER  1 times\nPERFORM IN reader");
     EXPECT_EQ(getLogPerformData().RepeatCount, 1);
-    EXPECT_EQ(getLogPerformData().LastText, "WRITER");
+    EXPECT_EQ(getLogPerformData().LastText, "reader");
     flushRepeats();
-    EXPECT_EQ(output.text(), "PERFORM IN READER 5 times\nPERFORM IN WRITER 1 times\n");
+    flushRepeats(); // writes the count once
+    EXPECT_EQ(output.text(), "PERFORM IN READER 5 times\nPERFORM IN READER  1 times\nPERFORM IN reader 1 times\n");
     EXPECT_EQ(getLogPerformData().RepeatCount, 0);
     EXPECT_EQ(getLogPerformData().LastText, "");
 }
 
-TEST_F(TraceTest, EveryOtherWriteClosesTheRun) {
-    tracePerform(1, "READER");
-    traceLine(1, "line");
-    tracePerform(1, "READER");
-    tracePerform(1, "READER");
-    traceText(1, "text");
-    tracePerform(1, "READER");
-    EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\nline\nPERFORM IN READER 2 times\ntextPERFORM IN READER");
-    traceText(1, "");
-    EXPECT_EQ(output.text(),
-              "PERFORM IN READER 1 times\nline\nPERFORM IN READER 2 times\ntextPERFORM IN READER 1 times\n");
-}
-
-TEST_F(TraceTest, QuietWritesLeaveTheRunPending) {
+TEST_F(TraceTest, EveryOtherWriteClosesTheRunUnlessItIsSilent) {
     tracePerform(1, "READER");
     traceLine(0, "line");
     traceText(0, "text");
     tracePerform(0, "WRITER");
     EXPECT_EQ(output.text(), "PERFORM IN READER");
-    EXPECT_EQ(getLogPerformData().RepeatCount, 1);
-}
-
-TEST_F(TraceTest, OnlyTheSameBytesCountAsARepeat) {
+    traceLine(1, "line");
     tracePerform(1, "READER");
-    tracePerform(1, "READER ");
-    tracePerform(1, "reader");
-    EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\nPERFORM IN READER  1 times\nPERFORM IN reader");
-}
-
-TEST_F(TraceTest, FlushingTwiceWritesTheCountOnce) {
+    traceText(1, "text");
     tracePerform(1, "READER");
-    flushRepeats();
-    flushRepeats();
-    EXPECT_EQ(output.text(), "PERFORM IN READER 1 times\n");
+    traceText(1, "");
+    EXPECT_EQ(output.text(),
+              "PERFORM IN READER 1 times\nline\nPERFORM IN READER 1 times\ntextPERFORM IN READER 1 times\n");
 }
 
 TEST_F(TraceTest, EveryWriteIsFlushed) {
@@ -115,9 +91,8 @@ TEST_F(TraceTest, EveryWriteIsFlushed) {
 
 TEST_F(TraceTest, EachScopeHasItsOwnRun) {
     tracePerform(1, "READER");
-    const auto inner = std::make_shared<vantik::detail::Scope>();
     {
-        const vantik::detail::ScopeEntry entry(inner);
+        const vantik::detail::ScopeEntry entry(std::make_shared<vantik::detail::Scope>());
         EXPECT_EQ(getLogPerformData().RepeatCount, 0);
         traceLine(1, " inner");
     }
