@@ -1,4 +1,4 @@
-// A scope with the class registered in it, and shortcuts to what stands behind its objects.
+// A scope with the class registered in it, and shortcuts to what is behind its objects.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -7,6 +7,7 @@
 #include "hostclass/MethodTable.h"
 #include "hostclass/ModuleEntry.h"
 #include "hostclass/PropertyTable.h"
+#include "tests/support/host/FailureText.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/host/ScopeFixture.h"
 #include "vantik/Host.h"
@@ -15,18 +16,28 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <functional>
+#include <limits>
+#include <stdexcept>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 
 using namespace netrove;
 using testsupport::failureOf;
-
-inline constexpr const char* kAdapterClass = testsupport::kAdapterClass;
-
+using testsupport::kAdapterClass;
 using testsupport::ScopeFixture;
+
+inline constexpr double kUnlimited = std::numeric_limits<double>::infinity();
+
+// "VANTIK:webservices:EmptyName(value)": identifier and arguments of what an action fails with.
+inline std::string failureTextOf(const std::function<void()>& action) {
+    return testsupport::describe(failureOf(action));
+}
+
+inline vcos::COSClass* registeredClass() {
+    return vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass));
+}
 
 class ClassFixture : public ScopeFixture {
 protected:
@@ -42,31 +53,42 @@ protected:
     }
 };
 
-inline std::vector<vantik::MessageArgument> arguments(std::vector<vantik::MessageArgument> list) {
-    return list;
-}
+// With one object of the class, driven by the HTTP interface.
+class AdapterFixture : public ClassFixture {
+protected:
+    vantik::Object Adapter = makeAdapter(true);
 
-// The accessors of one property, typed.
-template <class T>
-const Accessors<T>& accessorsOf(const std::string& name) {
-    for (const auto& rows : {valueProperties(), objectProperties()}) {
-        for (const PropertyRow& row : rows) {
-            if (row.Name == name) {
-                return std::get<Accessors<T>>(row.Access);
+    HTTPConnectionAdapter& native() { return ClassFixture::native(Adapter); }
+    HTTPConnection& connection() { return native().Connection; }
+    RequestSettings& settings() { return connection().Settings; }
+    void openTo(const std::string& url) {
+        Adapter.set("URL", url);
+        Adapter.call("openConnection");
+        Adapter.set("RequestMethod", "GET");
+    }
+
+    // The accessors of one property, typed: they take what no program can give, null above all.
+    template <class T>
+    static const Accessors<T>& accessorsOf(const std::string& name) {
+        for (const auto& rows : {valueProperties(), objectProperties()}) {
+            for (const PropertyRow& row : rows) {
+                if (row.Name == name) {
+                    return std::get<Accessors<T>>(row.Access);
+                }
             }
         }
+        throw std::out_of_range(name);
     }
-    throw std::out_of_range(name);
-}
 
-// Runs a method's handler without the class system in between. Result arrays belong to the caller.
-inline void runHandler(const std::string& name, HTTPConnectionAdapter& adapter, int resultCount,
-                       vcos::COSValue* results, std::vector<vcos::COSValue> inputs = {}) {
-    for (const MethodRow& row : methodTable()) {
-        if (row.Name == name) {
-            row.Handler(&adapter, resultCount, results, static_cast<int>(inputs.size()), inputs.data());
-            return;
+    // Runs a method's handler without the class system in between. Result arrays belong to the caller.
+    void runHandler(const std::string& name, int resultCount, vcos::COSValue* results,
+                    std::vector<vcos::COSValue> inputs = {}) {
+        for (const MethodRow& row : methodTable()) {
+            if (row.Name == name) {
+                row.Handler(&native(), resultCount, results, static_cast<int>(inputs.size()), inputs.data());
+                return;
+            }
         }
+        throw std::out_of_range(name);
     }
-    throw std::out_of_range(name);
-}
+};

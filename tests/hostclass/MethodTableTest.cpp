@@ -1,19 +1,29 @@
+// The rows of the table, and the thin methods, through the class. Those that copy content: ContentMethodsTest.
 #include "hostclass/MethodTable.h"
 
-#include "embedded/classes/MethodSignature.h"
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/RecordingClass.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "transfer/CurlSingleton.h"
 
+#include <cmath>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
+
+using testing::ElementsAre;
+using testing::Pair;
+using testsupport::fieldTexts;
+using testsupport::resultTexts;
+using vantik::Array;
+namespace step = testsupport::step;
 
 namespace {
 
 class MethodTable : public ClassFixture {};
 
-using vantik::detail::MethodSignature;
 using Words = std::vector<std::string>;
 using Row = std::tuple<std::string, Words, Words, bool>; // name, outputs, inputs, answers unasked
 
@@ -45,7 +55,7 @@ Words textsOf(const std::vector<vcos::InternedName>& names) {
     return words;
 }
 
-// The inputs behind the object, which must be the first one.
+// The inputs after the object, which must be the first one.
 Words withoutObject(Words inputs, const std::string& objectWord) {
     if (inputs.empty() || inputs.front() != objectWord) {
         ADD_FAILURE() << "the object is not the first input";
@@ -55,13 +65,19 @@ Words withoutObject(Words inputs, const std::string& objectWord) {
     return inputs;
 }
 
-bool answersUnasked(const vcos::COSMethodInfo& method) {
-    return dynamic_cast<const COSMethodWithAnsCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr;
-}
+class Methods : public AdapterFixture {
+protected:
+    void openThroughProxy(Array host, Array port) {
+        Adapter.call("openProxyConnection", {Array::structure({{"Host", std::move(host)}, {"Port", std::move(port)}})});
+    }
+    void setFields(const std::vector<std::vector<Array>>& fields) {
+        Adapter.call("setFields", {Array::structures({"Name", "Value"}, fields)});
+    }
+};
 
 } // namespace
 
-TEST_F(MethodTable, EachRowBecomesOneMethodBehindTheConstructor) {
+TEST_F(MethodTable, EachRowBecomesOneMethodAfterTheConstructor) {
     RecordingClass definition(vcos::internal::makeInterned("a.b.C"));
     HTTPConnectionAdapterClassInfo().defineClass(definition);
     ASSERT_FALSE(definition.Methods.empty());
@@ -69,82 +85,246 @@ TEST_F(MethodTable, EachRowBecomesOneMethodBehindTheConstructor) {
     std::vector<Row> methods;
     for (std::size_t i = 1; i < definition.Methods.size(); ++i) {
         const vcos::COSMethodInfo& method = *definition.Methods[i];
-        const auto& signature = MethodSignature::of(*method.getMethodSignature());
-        EXPECT_EQ(signature.OptionalInputs, 0);
+        const vcos::COSMethodSignature& signature = *method.getMethodSignature();
+        const bool unasked = dynamic_cast<const COSMethodWithAnsCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr;
+        EXPECT_TRUE(unasked || dynamic_cast<const COSMethodCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr);
+        EXPECT_EQ(signature.optionalInputCount(), 0);
         EXPECT_EQ(method.getMemberAccess(), vcos::MemberAccess::Public);
         EXPECT_EQ(method.getDescription(), "");
-        EXPECT_TRUE(answersUnasked(method) ||
-                    dynamic_cast<const COSMethodCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr);
-        methods.emplace_back(method.getName(), textsOf(signature.Outputs),
-                             withoutObject(textsOf(signature.Inputs), "a.b.C scalar"), answersUnasked(method));
+        methods.emplace_back(method.getName(), textsOf(signature.outputTypes()),
+                             withoutObject(textsOf(signature.inputTypes()), "a.b.C scalar"), unasked);
     }
     EXPECT_THAT(methods, testing::ElementsAreArray(kExpected));
 }
 
 TEST_F(MethodTable, HostSeesTheSameMethods) {
-    const vantik::ClassDescription description = host().describe(kAdapterClass);
-    ASSERT_FALSE(description.Methods.empty());
-    const vantik::MethodDescription& constructor = description.Methods.front();
-    EXPECT_EQ(constructor.Name, "HTTPConnectionAdapter");
-    EXPECT_EQ(constructor.Inputs, Words{"logical scalar"});
-    EXPECT_EQ(constructor.Outputs, Words{kAdapterClass});
-    EXPECT_EQ(constructor.OptionalInputs, 1);
-    std::vector<Row> methods;
-    for (std::size_t i = 1; i < description.Methods.size(); ++i) {
-        const vantik::MethodDescription& method = description.Methods[i];
-        EXPECT_TRUE(method.Declared);
-        methods.emplace_back(method.Name, method.Outputs,
-                             withoutObject(method.Inputs, std::string(kAdapterClass) + " scalar"),
-                             method.Name == "copyContentToByteArray");
+    const std::vector<vantik::MethodDescription> methods = host().describe(kAdapterClass).Methods;
+    ASSERT_EQ(methods.size(), kExpected.size() + 1);
+    EXPECT_EQ(methods[0].Name, "HTTPConnectionAdapter");
+    EXPECT_EQ(methods[0].Inputs, Words{"logical scalar"});
+    EXPECT_EQ(methods[0].Outputs, Words{kAdapterClass});
+    EXPECT_EQ(methods[0].OptionalInputs, 1);
+    for (std::size_t i = 0; i < kExpected.size(); ++i) {
+        const auto& [name, outputs, inputs, unasked] = kExpected[i];
+        const vantik::MethodDescription& method = methods[i + 1];
+        EXPECT_TRUE(method.Declared) << name;
+        EXPECT_EQ(method.Name, name);
+        EXPECT_EQ(method.Outputs, outputs) << name;
+        EXPECT_EQ(withoutObject(method.Inputs, std::string(kAdapterClass) + " scalar"), inputs) << name;
     }
-    EXPECT_THAT(methods, testing::ElementsAreArray(kExpected));
 }
 
 TEST_F(MethodTable, ClassWithoutANameStillHasItsObjectInput) {
     RecordingClass definition(nullptr);
     addMethodEntry(definition, methodTable().front());
-    EXPECT_EQ(textsOf(MethodSignature::of(*definition.Methods.at(0)->getMethodSignature()).Inputs), Words{"scalar"});
+    EXPECT_EQ(textsOf(definition.Methods.at(0)->getMethodSignature()->inputTypes()), Words{"scalar"});
 }
 
-namespace {
-
-int gSeenResultCount;
-int gSeenInputCount;
-std::uint64_t gSeenFirstInput;
-const HTTPConnectionAdapter* gSeenInstance;
-
-void noteCall(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue*, int inputCount,
-              const vcos::COSValue* inputs) {
-    gSeenInstance = adapter;
-    gSeenResultCount = resultCount;
-    gSeenInputCount = inputCount;
-    gSeenFirstInput = inputs[0].Bits;
+TEST_F(Methods, OpenWithoutAUrlStaysClosed) {
+    Adapter.call("openConnection");
+    EXPECT_FALSE(connection().Transfer.Opened);
 }
 
-// Calls a method of one input for no result, and gives the count that it reports.
-int callForNothing(bool withAns, const vantik::Object& object) {
-    RecordingClass definition(vcos::internal::makeInterned(kAdapterClass));
-    addMethodEntry(definition, {"note", {}, {"logical scalar"}, noteCall, withAns});
-    const vcos::COSValue inputs[] = {{reinterpret_cast<std::uint64_t>(object.array().handle())}, {41}};
-    vcos::COSValue results[1];
-    int resultCount = 0;
-    definition.Methods.at(0)->invoke(resultCount, results, 2, inputs);
-    return resultCount;
+TEST_F(Methods, OpenWithoutAHostNamesTheUrl) {
+    settings().ParsedURL = foundation::network::IRI(u"http:/path");
+    settings().URL = u"http:/path";
+    EXPECT_EQ(failureTextOf([&] { Adapter.call("openConnection"); }), "VANTIK:webservices:FileNotFound(http:/path)");
 }
 
-} // namespace
-
-TEST_F(MethodTable, HandlerGetsTheInstanceAndTheInputsBehindIt) {
-    const vantik::Object adapter = makeAdapter();
-    EXPECT_EQ(callForNothing(false, adapter), 0);
-    EXPECT_EQ(gSeenInstance, &native(adapter));
-    EXPECT_EQ(gSeenResultCount, 0);
-    EXPECT_EQ(gSeenInputCount, 1);
-    EXPECT_EQ(gSeenFirstInput, 41u);
+// The first number of any array, rounded towards zero; 80 for any empty one.
+TEST_F(Methods, ProxyTakesHostAndPort) {
+    const std::pair<Array, int> rows[] = {
+        {Array(3128.0), 3128},
+        {Array(65535.9), 65535},
+        {Array(-0.5), 0},
+        {Array(std::nan("")), 0}, // passes both range tests
+        {Array(std::int32_t{3128}), 3128},
+        {Array(std::uint64_t{65535}), 65535},
+        {Array(true), 1},
+        {Array::doubles({8080, 1}), 8080},
+        {Array(), 80},
+        {Array::doubles({}), 80},
+        {Array(""), 80},
+        {Array::structures({"A"}, {}), 80},
+    };
+    for (const auto& [port, stored] : rows) {
+        settings().ProxyPort = 7;
+        openThroughProxy("proxy.example", port);
+        EXPECT_EQ(settings().ProxyHost, "proxy.example");
+        EXPECT_EQ(settings().ProxyPort, stored) << port.className();
+    }
+    settings().ProxyPort = 7;
+    Adapter.call("openProxyConnection", {Array::structure({{"Host", "p"}})});
+    EXPECT_EQ(settings().ProxyPort, 80) << "without the field";
 }
 
-TEST_F(MethodTable, MethodThatAnswersUnaskedRaisesTheCountForItsCaller) {
-    const vantik::Object adapter = makeAdapter();
-    EXPECT_EQ(callForNothing(true, adapter), 1);
-    EXPECT_EQ(gSeenResultCount, 1);
+TEST_F(Methods, ProxyPortOutOfRangeIsRefusedBeforeTheOpenAndChangesTheHostOnly) {
+    Adapter.set("URL", "http://127.0.0.1:9/");
+    settings().ProxyPort = 7;
+    for (const auto& [port, sign] : {std::pair{65536.0, "positive"}, {-1.0, "negative"}}) {
+        settings().ProxyHost = "before";
+        EXPECT_EQ(failureTextOf([&, number = port] { openThroughProxy("after", number); }),
+                  "VANTIK:host:Failure(bad numeric conversion: " + std::string(sign) + " overflow)");
+        EXPECT_EQ(settings().ProxyHost, "after");
+        EXPECT_EQ(settings().ProxyPort, 7);
+        EXPECT_FALSE(connection().Transfer.Opened);
+        EXPECT_FALSE(connection().Handles->ConnectionOpen);
+    }
+    openThroughProxy("after", 8080.0);
+    EXPECT_TRUE(connection().Transfer.Opened);
+}
+
+TEST_F(Methods, ProxyWithoutTextAsHostIsRefused) {
+    EXPECT_THROW(openThroughProxy(1.0, 1.0), vantik::Failure);
+    EXPECT_THROW(Adapter.call("openProxyConnection", {Array::structure({{"Port", 1.0}})}), vantik::Failure);
+}
+
+// Without a check, and in the host's narrow text.
+TEST_F(Methods, RequestPropertiesAreAppendedAsTheyAre) {
+    Adapter.call("setRequestProperty", {"A", "1"});
+    Adapter.call("setRequestProperty", {"A", Array(u"\u00E9")});
+    Adapter.call("setRequestProperty", {"", "nameless"});
+    EXPECT_THAT(settings().RequestFields, ElementsAre(Pair("A", "1"), Pair("A", "\xC3\xA9"), Pair("", "nameless")));
+}
+
+TEST_F(Methods, FieldsAreAppendedInOrder) {
+    setFields({{"A", "1"}, {"B", ""}, {"A", "2"}});
+    setFields({});
+    setFields({{"C", "3"}});
+    EXPECT_THAT(settings().RequestFields, ElementsAre(Pair("A", "1"), Pair("B", ""), Pair("A", "2"), Pair("C", "3")));
+}
+
+TEST_F(Methods, FieldThatIsRefusedLeavesThoseBeforeIt) {
+    struct Refusal {
+        Array Name, Value;
+        const char* Failure;
+    };
+    for (const Refusal& row : {Refusal{"", "lost", "VANTIK:webservices:EmptyName(lost)"},
+                               {Array(u"\u00E9"), "x", "VANTIK:webservices:EncodingFailure(\xC3\xA9, "},
+                               {"B", Array(u"\u4E2D"), "VANTIK:webservices:EncodingFailure(\xE4\xB8\xAD, "},
+                               // Both texts are converted before the name is looked at.
+                               {"", Array(u"\u00E9"), "VANTIK:webservices:EncodingFailure(\xC3\xA9, "}}) {
+        settings().RequestFields.clear();
+        EXPECT_THAT(failureTextOf([&] {
+                        setFields({{"A", "1"}, {row.Name, row.Value}, {"Z", "never"}});
+                    }),
+                    testing::StartsWith(row.Failure));
+        EXPECT_THAT(settings().RequestFields, ElementsAre(Pair("A", "1"))) << row.Failure;
+    }
+}
+
+TEST_F(Methods, RemovedFieldStaysAsAnEmptyOne) {
+    Adapter.call("setRequestProperty", {"Accept", "a"});
+    Adapter.call("setRequestProperty", {"Other", "b"});
+    Adapter.call("removeField", {"ACCEPT"});
+    EXPECT_THAT(settings().RequestFields, ElementsAre(Pair("Other", "b"), Pair("ACCEPT", "")));
+}
+
+TEST_F(Methods, SchemesBecomeBitsOfTheServerOrTheProxy) {
+    const auto set = [&](std::vector<std::string> names, bool forProxy) {
+        Adapter.call("setAuthenticationSchemes",
+                     {Array::enumeration("vantik.net.http.AuthenticationScheme", names), forProxy});
+        return std::pair<std::uint32_t, std::uint32_t>(settings().HostAuthSchemes, settings().ProxyAuthSchemes);
+    };
+    EXPECT_THAT(set({"Basic", "Digest"}, false), Pair(CURLAUTH_BASIC | CURLAUTH_DIGEST, 0u));
+    EXPECT_THAT(set({"NTLM", "Negotiate"}, true),
+                Pair(CURLAUTH_BASIC | CURLAUTH_DIGEST, CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
+    EXPECT_THAT(set({}, false), Pair(0u, CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
+    // Names in any case, unknown ones ignored, and a slot of any value but zero is true.
+    const std::vector<std::string> members = {"BASIC", "unknown"};
+    const Array schemes = Array::enumeration("test.Scheme", members);
+    runHandler("setAuthenticationSchemes", 0, nullptr, {{reinterpret_cast<std::uint64_t>(schemes.handle())}, {7}});
+    EXPECT_EQ(settings().ProxyAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
+}
+
+TEST_F(Methods, NothingSentMeansNoFields) {
+    for (const char* method : {"getRequestFields", "getResponseFields"}) {
+        const Array fields = Adapter.call(method);
+        EXPECT_EQ(fields.dimensions(), (std::vector<std::size_t>{1, 0})) << method;
+        EXPECT_EQ(fields.fieldNames(), (Words{"Name", "Value"})) << method;
+    }
+}
+
+TEST_F(Methods, StoredLinesAreReturnedAsFields) {
+    connection().SentHead.RequestHeaderLines = {"Host: a", "X: 1"};
+    connection().ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 200 Fine: indeed", "Server: s", "X-Empty:", "x-twice: 1",
+                                                     "X-Twice: 2"};
+    EXPECT_THAT(fieldTexts(Adapter.call("getRequestFields")), ElementsAre("Host: a", "X: 1"));
+    EXPECT_THAT(fieldTexts(Adapter.call("getResponseFields")),
+                ElementsAre("Server: s", "X-Empty: ", "x-twice: 1", "X-Twice: 2"));
+    EXPECT_EQ(Adapter.call("getResponseField", {"SERVER"}).text(), "s");
+    EXPECT_EQ(Adapter.call("getResponseField", {"X-Twice"}).text(), "1");
+    // Absent, empty, and the status line: the array of no class, not an empty text.
+    for (const char* name : {"Absent", "X-Empty", "HTTP/1.1 200 Fine"}) {
+        const Array field = Adapter.call("getResponseField", {name});
+        EXPECT_EQ(field.className(), "") << name;
+        EXPECT_TRUE(field.empty()) << name;
+    }
+}
+
+TEST_F(Methods, RequestUriIsTheNormalizedUrl) {
+    EXPECT_EQ(Adapter.call("getRequestURI").text(), "");
+    Adapter.set("URL", "HTTP://Example.com/p?q#f");
+    EXPECT_EQ(Adapter.call("getRequestURI").text(), "http://example.com/p?q#f");
+}
+
+TEST_F(Methods, RequestLineBeforeASendIsTheOneThatWouldBeSent) {
+    Adapter.set("URL", "http://example.com/p/x?q=1#f");
+    Adapter.set("RequestMethod", "PUT");
+    EXPECT_THAT(resultTexts(Adapter, "getRequestLine", 3), ElementsAre("PUT", "/p/x?q=1", "HTTP/1.1"));
+    settings().ProxyHost = "proxy.example";
+    EXPECT_THAT(resultTexts(Adapter, "getRequestLine", 2), ElementsAre("PUT", "http://example.com/p/x?q=1#f"));
+}
+
+TEST_F(Methods, ResultsBeyondThoseWantedAreNotMade) {
+    for (const std::string method : {"getRequestLine", "getStatusLine"}) {
+        for (int wanted = 0; wanted <= 3; ++wanted) {
+            constexpr std::uint64_t untouched = 0x5A5A;
+            vcos::COSValue results[3] = {{untouched}, {untouched}, {untouched}};
+            runHandler(method, wanted, results);
+            for (int i = 0; i < 3; ++i) {
+                EXPECT_EQ(results[i].Bits != untouched, i < std::max(wanted, 1)) << method << wanted << i;
+                const bool isNumber = method == "getStatusLine" && i == 1;
+                if (results[i].Bits != untouched && !isNumber) {
+                    matrix::destroyArray(ValueSlot<vxArray_tag*>::read(results[i]));
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Methods, StatusLineStartsTheTransferForTheSecondResult) {
+    EXPECT_THAT(resultTexts(Adapter, "getStatusLine", 3), ElementsAre("HTTP/1.1", "0", "")) << "without a response";
+    EXPECT_EQ(Adapter.call("getStatusLine", {}, 2).at(1).className(), "int32");
+    testsupport::ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 404 Not Here\r\n"
+                                                                       "Content-Length: 0\r\n\r\n")});
+    openTo(server.url("/p?q"));
+    EXPECT_THAT(resultTexts(Adapter, "getStatusLine", 1), ElementsAre("HTTP/1.1"));
+    EXPECT_FALSE(Adapter.get("Sent").truth());
+    EXPECT_EQ(server.connectionCount(), 0u);
+    EXPECT_THAT(resultTexts(Adapter, "getStatusLine", 3), ElementsAre("HTTP/1.1", "404", "Not Here"));
+    EXPECT_TRUE(Adapter.get("Sent").truth());
+    EXPECT_THAT(resultTexts(Adapter, "getRequestLine", 3), ElementsAre("GET", "/p?q", "HTTP/1.1"));
+    EXPECT_EQ(server.connectionCount(), 1u);
+}
+
+TEST_F(Methods, RequestFieldsShowWhatWentOut) {
+    testsupport::ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 204 No Content\r\n\r\n")});
+    openTo(server.url());
+    Adapter.call("setRequestProperty", {"X-Mine", "yes"});
+    Adapter.get("ResponseCode");
+    EXPECT_THAT(fieldTexts(Adapter.call("getRequestFields")),
+                ElementsAre("Host: " + server.authority(), "X-Mine: yes"));
+}
+
+TEST_F(Methods, AllConnectionsCloseOnlyWhileNoneIsOpen) {
+    openTo("http://127.0.0.1:1/");
+    EXPECT_EQ(failureTextOf([&] { Adapter.call("closeAllConnections"); }),
+              "VANTIK:webservices:InternalError(resetHandles() called when connection is open)");
+    EXPECT_TRUE(connection().Transfer.Opened);
+    Adapter.call("closeConnection");
+    Adapter.call("closeConnection"); // harmless
+    EXPECT_FALSE(connection().Transfer.Opened);
+    EXPECT_FALSE(connection().Handles->ConnectionOpen);
+    EXPECT_NO_THROW(Adapter.call("closeAllConnections"));
 }

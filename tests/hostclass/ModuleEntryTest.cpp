@@ -4,9 +4,11 @@
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/support/process/Await.h"
+#include "tests/support/process/ElfFile.h"
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -21,22 +23,10 @@ namespace {
 
 constexpr const char* kConsumerName = "vantik.net.http.io.ContentConsumer";
 
-class ModuleEntry : public ScopeFixture {
-protected:
-    bool hasClass() {
-        const std::vector<std::string> names = host().classNames();
-        return std::ranges::find(names, kAdapterClass) != names.end();
-    }
-};
+class ModuleEntry : public ScopeFixture {};
 
-// The identifier and the first argument of what registering raises.
-std::pair<std::string, resource_core::MsgArgument> registrationFailure() {
-    try {
-        VKInitialize_netrove();
-    } catch (const foundation::core::except::IMsgIDException& failure) {
-        return {failure.get_error_id(), failure.msg_id().arguments().at(0)};
-    }
-    return {"none", std::string()};
+std::string registrationFailure() {
+    return testsupport::failureText([] { VKInitialize_netrove(); });
 }
 
 // Whether a thread of this process waits for something.
@@ -46,35 +36,28 @@ bool sleeps(pid_t thread) {
     return text.find(") S ") != std::string::npos;
 }
 
-const std::pair<std::string, resource_core::MsgArgument> kConsumerMissing = {
-    "VANTIK:legacy_two_part:undefinedVarOrClass", std::string(kConsumerName)};
+const std::string kConsumerMissing = "VANTIK:legacy_two_part:undefinedVarOrClass[N:" + std::string(kConsumerName) + "]";
 
 } // namespace
 
+// What the module lets others see, read from its dynamic symbol table.
+TEST(ModuleExports, AreTheThreeEntryPointsAndNothingElse) {
+    std::vector<std::string> names = testsupport::ElfFile(NETROVE_MODULE_FILE).exportedSymbols();
+    std::ranges::transform(names, names.begin(), testsupport::demangled);
+    EXPECT_THAT(names,
+                testing::UnorderedElementsAre("VKInitialize_netrove", "VKTerminate_netrove",
+                                              "ws_base::getProxyInfoBuiltin(int, vxArray_tag**, int, vxArray_tag**)"));
+}
+
 TEST_F(ModuleEntry, WithASystemForEachScopeEveryCallRegisters) {
+    EXPECT_EQ(registeredClass(), nullptr);
     VKInitialize_netrove();
-    vcos::COSClass* first = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass));
     ASSERT_TRUE(scope().Classes.removeClass(kAdapterClass));
     VKInitialize_netrove();
-    EXPECT_NE(first, nullptr);
-    EXPECT_TRUE(hasClass());
+    EXPECT_NE(registeredClass(), nullptr);
     EXPECT_NO_THROW(VKInitialize_netrove()); // over itself
-    EXPECT_TRUE(hasClass());
-}
-
-TEST_F(ModuleEntry, MissingHostClassIsNamedAndALaterCallSucceeds) {
-    ASSERT_TRUE(scope().Classes.removeClass(kConsumerName));
-    EXPECT_EQ(registrationFailure(), kConsumerMissing);
-    EXPECT_FALSE(hasClass());
-    vantik::HostClass(kConsumerName).defineIn(host());
-    VKInitialize_netrove();
-    EXPECT_TRUE(hasClass());
-}
-
-TEST_F(ModuleEntry, TerminateLeavesTheClass) {
-    VKInitialize_netrove();
     VKTerminate_netrove();
-    EXPECT_TRUE(hasClass());
+    EXPECT_NE(registeredClass(), nullptr) << "what is registered stays";
 }
 
 // The once flag belongs to the process, so these tests run in processes of their own.
@@ -91,7 +74,7 @@ protected:
         own.scope()->RegistersPerScope = false;
         before();
         VKInitialize_netrove();
-        return vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr;
+        return registeredClass() != nullptr;
     }
     [[noreturn]] static void leave(bool asExpected) { std::_Exit(asExpected ? 0 : 1); }
 };
@@ -100,10 +83,10 @@ TEST_F(ModuleEntryDeathTest, WithOneSystemForAllASecondCallDoesNothing) {
     EXPECT_EXIT(
         {
             VKInitialize_netrove();
-            const bool registered = hasClass();
+            const bool registered = registeredClass() != nullptr;
             scope().Classes.removeClass(kAdapterClass);
             VKInitialize_netrove();
-            leave(registered && !hasClass());
+            leave(registered && registeredClass() == nullptr);
         },
         testing::ExitedWithCode(0), "");
 }
@@ -116,7 +99,7 @@ TEST_F(ModuleEntryDeathTest, WithOneSystemForAllAFailureLeavesLaterCallsFreeToTr
             const bool failedAgain = registrationFailure() == kConsumerMissing;
             vantik::HostClass(kConsumerName).defineIn(host());
             VKInitialize_netrove();
-            leave(failed && failedAgain && hasClass());
+            leave(failed && failedAgain && registeredClass() != nullptr);
         },
         testing::ExitedWithCode(0), "");
 }
@@ -185,11 +168,21 @@ TEST_F(ModuleEntry, WithASystemForEachScopeEveryThreadRegisters) {
             vantik::Host own;
             const vantik::detail::ScopeEntry entry(own.scope());
             VKInitialize_netrove();
-            has = vcos::COSClass::getClass(vcos::internal::makeInterned(kAdapterClass)) != nullptr ? 1 : 0;
+            has = registeredClass() != nullptr ? 1 : 0;
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
     EXPECT_EQ(registered, std::vector<int>(4, 1));
+}
+
+TEST_F(ModuleEntryDeathTest, OncePrimitiveThatFailsEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            HostCalls calls;
+            calls.OncePrimitiveFails = true;
+            VKInitialize_netrove();
+        },
+        testing::KilledBySignal(SIGABRT), "");
 }

@@ -1,18 +1,30 @@
+// The rows of the table, and what the accessors of numbers and texts do, through the class where the host can see it.
+// Arrays and host objects: PropertyTableTestArrays.cpp.
 #include "hostclass/PropertyTable.h"
 
+#include "errors/HTTPException.h"
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
+#include "tests/hostclass/HostCalls.h"
 #include "tests/hostclass/RecordingClass.h"
 #include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
 
+#include <cmath>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <tuple>
-#include <type_traits>
+#include <utility>
 #include <vector>
 
-namespace {
+using vantik::Array;
+namespace step = testsupport::step;
 
-class PropertyTable : public ClassFixture {};
+namespace {
 
 // Name, type word, native type, attribute word, description, can be set, has a releaser.
 using Row = std::tuple<std::string, std::string, std::string, std::uint32_t, std::string, bool, bool>;
@@ -46,60 +58,30 @@ const std::vector<Row> kExpected = {
 };
 // clang-format on
 
-// The native type of accessors.
-template <class T>
-constexpr const char* kTypeName = nullptr;
-template <>
-constexpr const char* kTypeName<Text> = "text";
-template <>
-constexpr const char* kTypeName<double> = "double";
-template <>
-constexpr const char* kTypeName<vxArray_tag*> = "array";
-template <>
-constexpr const char* kTypeName<bool> = "bool";
-template <>
-constexpr const char* kTypeName<unsigned long long> = "uint64";
-template <>
-constexpr const char* kTypeName<int> = "int";
+constexpr const char* kTextProperties[] = {"URL",           "CertificateFilename", "ContentType", "ContentEncoding",
+                                           "ProxyUsername", "ProxyPassword",       "Username",    "Password",
+                                           "RedirectURL",   "RequestMethod",       "PostData"};
 
-// The native type of a property that was added.
-template <class... Types>
-std::string nativeTypeAmong(const vcos::COSPropT& property) {
-    std::string name;
-    ((dynamic_cast<const COSPropCPPT<HTTPConnectionAdapter, Types>*>(&property) != nullptr
-          ? void(name += kTypeName<Types>)
-          : void()),
-     ...);
-    return name;
+template <class T>
+bool holds(const vcos::COSPropT& property) {
+    return dynamic_cast<const COSPropCPPT<HTTPConnectionAdapter, T>*>(&property) != nullptr;
 }
 
 std::string nativeType(const vcos::COSPropT& property) {
-    return nativeTypeAmong<Text, double, vxArray_tag*, bool, unsigned long long, int>(property);
-}
-
-} // namespace
-
-TEST_F(PropertyTable, RowsStandInTheOrderOfRegistration) {
-    std::vector<Row> rows;
-    for (const auto& table : {valueProperties(), objectProperties()}) {
-        for (const PropertyRow& row : table) {
-            std::visit(
-                [&](const auto& accessors) {
-                    using Value = typename std::remove_cvref_t<decltype(accessors)>::Value;
-                    EXPECT_NE(accessors.Getter, nullptr);
-                    rows.emplace_back(row.Name, row.TypeWord, kTypeName<Value>, row.Attributes, row.Description,
-                                      accessors.Setter != nullptr, accessors.Releaser != nullptr);
-                },
-                row.Access);
-        }
+    const std::pair<const char*, bool (*)(const vcos::COSPropT&)> types[] = {{"text", holds<Text>},
+                                                                             {"double", holds<double>},
+                                                                             {"array", holds<vxArray_tag*>},
+                                                                             {"bool", holds<bool>},
+                                                                             {"uint64", holds<unsigned long long>},
+                                                                             {"int", holds<int>}};
+    std::string names;
+    for (const auto& [name, isIt] : types) {
+        names += isIt(property) ? name : "";
     }
-    EXPECT_THAT(rows, testing::ElementsAreArray(kExpected));
-    EXPECT_EQ(valueProperties().size(), 21u);
+    return names;
 }
 
-namespace {
-
-// Reads a property as the class system does, and tells whether releasing its value releases an array.
+// Reads a property as the class system does, and says whether releasing its value releases an array.
 bool releasesItsValue(vcos::COSPropT& property, vcos::COSInterface& object) {
     vcos::COSValue value;
     property.getPropertyValue(object, value);
@@ -114,13 +96,19 @@ bool releasesItsValue(vcos::COSPropT& property, vcos::COSInterface& object) {
     return false;
 }
 
+class PropertyTable : public AdapterFixture {};
+
+class Properties : public AdapterFixture {
+protected:
+    std::string text(const char* property) { return Adapter.get(property).text(); }
+};
+
 } // namespace
 
-TEST_F(PropertyTable, EachRowBecomesOneProperty) {
-    const vantik::Object adapter = makeAdapter();
+TEST_F(PropertyTable, EachRowBecomesOnePropertyInThisOrder) {
     const vantik::Object provider = testsupport::makeScriptedProvider(host()).object();
-    adapter.set("Provider", provider);
-    const vcos::COSInterfacePtr object = omGetArrayElement(adapter.array().handle(), 0);
+    Adapter.set("Provider", provider);
+    const vcos::COSInterfacePtr object = omGetArrayElement(Adapter.array().handle(), 0);
     RecordingClass definition(vcos::internal::makeInterned(kAdapterClass));
     HTTPConnectionAdapterClassInfo().defineClass(definition);
     std::vector<Row> properties;
@@ -136,26 +124,211 @@ TEST_F(PropertyTable, EachRowBecomesOneProperty) {
                                 releasesItsValue(property, *object.get()));
     }
     EXPECT_THAT(properties, testing::ElementsAreArray(kExpected));
-    EXPECT_EQ(adapter.get("Provider").className(), provider.className()) << "the adapter keeps what it gives";
+    EXPECT_EQ(Adapter.get("Provider").className(), provider.className()) << "the adapter keeps what it gives";
 }
 
 TEST_F(PropertyTable, HostSeesTheSameProperties) {
-    using Seen = std::tuple<std::string, std::string, std::uint32_t, std::string, bool>;
-    std::vector<Seen> expected;
-    for (const auto& [name, word, native, attributes, description, settable, released] : kExpected) {
-        expected.emplace_back(name, word, attributes, description, settable);
+    const auto properties = host().describe(kAdapterClass).Properties;
+    ASSERT_EQ(properties.size(), kExpected.size());
+    for (std::size_t i = 0; i < properties.size(); ++i) {
+        const auto& [name, word, native, attributes, description, settable, released] = kExpected[i];
+        const vantik::PropertyDescription& seen = properties[i];
+        EXPECT_EQ(std::tie(seen.Name, seen.Type, seen.Attributes, seen.Description, seen.Settable),
+                  std::tie(name, word, attributes, description, settable));
     }
-    std::vector<Seen> properties;
-    for (const vantik::PropertyDescription& property : host().describe(kAdapterClass).Properties) {
-        properties.emplace_back(property.Name, property.Type, property.Attributes, property.Description,
-                                property.Settable);
-    }
-    EXPECT_THAT(properties, testing::ElementsAreArray(expected));
 }
 
-TEST_F(PropertyTable, SentCannotBeSet) {
-    const vantik::Object adapter = makeAdapter();
-    EXPECT_EQ(failureOf([&] { adapter.set("Sent", vantik::Array(true)); }).identifier(),
-              "VANTIK:vcos:ReadOnlyProperty");
-    EXPECT_FALSE(adapter.get("Sent").truth());
+TEST_F(Properties, StartWithTheirDefaults) {
+    for (const char* property : kTextProperties) {
+        EXPECT_EQ(text(property), "") << property;
+    }
+    EXPECT_EQ(Adapter.get("ResponseCode").number(), 0.0);
+    EXPECT_EQ(Adapter.get("Payload").dimensions(), (std::vector<std::size_t>{0, 1}));
+    EXPECT_EQ(Adapter.get("ResponsePayload").dimensions(), (std::vector<std::size_t>{0, 1}));
+    EXPECT_EQ(Adapter.get("TimeoutInMilliseconds").doubles(),
+              (std::vector<double>{5000, kUnlimited, kUnlimited, kUnlimited}));
+    EXPECT_FALSE(Adapter.get("Sent").truth());
+    EXPECT_TRUE(Adapter.get("VerifyServerName").truth());
+    EXPECT_TRUE(Adapter.get("Decode").truth());
+    EXPECT_EQ(Adapter.get("ProviderBufferSize").unsignedInteger(), 0u);
+    EXPECT_FALSE(Adapter.get("Chunked").truth());
+    EXPECT_EQ(Adapter.get("Debug").number(), 0.0);
+    for (const char* property : {"ProgressReporter", "Provider", "Consumer"}) {
+        EXPECT_TRUE(Adapter.get(property).empty()) << property;
+    }
+}
+
+TEST_F(Properties, UrlReadsBackNormalized) {
+    Adapter.set("URL", "HTTP://Example.COM/\xC3\xA9#part");
+    EXPECT_EQ(text("URL"), "http://example.com/%C3%A9#part");
+}
+
+TEST_F(Properties, UrlThatCannotBeUsedIsNamedAndTheOldOneStays) {
+    Adapter.set("URL", "http://first.example/p");
+    for (const auto& [refused, failure] :
+         {std::pair{"example.com/path", "VANTIK:webservices:MalformedURL(\"example.com/path\" (no protocol))"},
+          {"http://a b/", "VANTIK:webservices:MalformedURL(http://a b/)"},
+          {"http://h:99999/", "VANTIK:webservices:MalformedURL(http://h:99999/)"},
+          {"ftp://h/", "VANTIK:webservices:ExpectedProtocol(ftp, ftp://h/, http, https)"}}) {
+        EXPECT_EQ(failureTextOf([&, url = refused] { Adapter.set("URL", url); }), failure);
+        EXPECT_EQ(text("URL"), "http://first.example/p") << refused;
+    }
+}
+
+// The setter has a translation of its own, narrower than that of the transfer.
+TEST_F(Properties, UrlSetterTranslatesTwoFailuresAndPassesEveryOther) {
+    using namespace webservices;
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[] { throw HTTPURLException("u"); }, "VANTIK:webservices:MalformedURL[U:u]"},
+        {[] { throw HTTPDNSException("h"); }, "VANTIK:webservices:UnknownHost[U:h]"},
+        {[] { throw HTTPFileNotFoundException("f"); }, "HTTPFileNotFoundException[f]"},
+        {[] { throw std::length_error("l"); }, "std::length_error[l]"},
+    };
+    const std::u16string url = u"http://h/";
+    for (const auto& [raise, seen] : rows) {
+        HostCalls calls;
+        std::u16string given;
+        calls.OnSetUrl = [&, &fail = raise](const std::u16string& text) {
+            given = text;
+            fail();
+        };
+        EXPECT_EQ(testsupport::failureText([&] { accessorsOf<Text>("URL").Setter(native(), &url); }), seen);
+        EXPECT_EQ(given, url);
+    }
+}
+
+TEST_F(Properties, TextsReachTheConnectionInTheirEncodings) {
+    for (const auto& [property, stored, narrow] :
+         {std::tuple{"CertificateFilename", &RequestSettings::CertificateFilename, "\xE2\x82\xAC\xC3\xA9"},
+          {"Username", &RequestSettings::Username, "\x80\xE9"},
+          {"Password", &RequestSettings::Password, "\x80\xE9"},
+          {"ProxyUsername", &RequestSettings::ProxyUsername, "\x80\xE9"},
+          {"ProxyPassword", &RequestSettings::ProxyPassword, "\x80\xE9"}}) {
+        Adapter.set(property, Array(u"\u20AC\u00E9"));
+        EXPECT_EQ(settings().*stored, narrow) << property;
+        EXPECT_EQ(Adapter.get(property).wideText(), u"\u20AC\u00E9") << property;
+    }
+    Adapter.set("PostData", Array(u"\u4E2D\u00E9"));
+    EXPECT_EQ(settings().PostData, u"\u4E2D\u00E9") << "stays wide";
+    EXPECT_EQ(Adapter.get("PostData").wideText(), u"\u4E2D\u00E9");
+}
+
+TEST_F(Properties, TextThatCannotBeEncodedIsKeptForTheHostAndTheConnectionKeepsTheOldOne) {
+    struct Refusal {
+        const char* Property;
+        std::string* Stored;
+        const char16_t* Lacking;
+        const char* Encoding;
+        bool ShowsWhatTheHostSet; // the others show what the connection has
+    };
+    ResponseMetadata& metadata = connection().Metadata;
+    for (const Refusal& row : {Refusal{"Username", &settings().Username, u"\u4E2D", "windows-1252", true},
+                               {"Password", &settings().Password, u"\u4E2D", "windows-1252", true},
+                               {"ProxyUsername", &settings().ProxyUsername, u"\u4E2D", "windows-1252", true},
+                               {"ProxyPassword", &settings().ProxyPassword, u"\u4E2D", "windows-1252", true},
+                               {"RequestMethod", &settings().RequestMethod, u"\u00E9", "ascii", true},
+                               {"ContentType", &metadata.ContentType, u"\u00E9", "ascii", false},
+                               {"ContentEncoding", &metadata.ContentEncoding, u"\u00E9", "ascii", false}}) {
+        Adapter.set(row.Property, "OLD");
+        const Array lacking(row.Lacking);
+        EXPECT_THAT(
+            failureTextOf([&] { Adapter.set(row.Property, lacking); }),
+            testing::StartsWith("VANTIK:webservices:EncodingFailure(" + lacking.text() + ", " + row.Encoding + ", "))
+            << row.Property;
+        EXPECT_EQ(*row.Stored, "OLD") << row.Property;
+        EXPECT_EQ(text(row.Property), row.ShowsWhatTheHostSet ? lacking.text() : "OLD") << row.Property;
+    }
+}
+
+TEST_F(Properties, NullTextsCountAsEmptyOnes) {
+    for (const char* property : kTextProperties) {
+        Adapter.set(property, property == std::string("RedirectURL") ? "/x" : "http://h/");
+        Adapter.set(property, Array()); // reaches the setter as null
+        EXPECT_EQ(text(property), "") << property;
+    }
+    EXPECT_EQ(settings().Username + settings().Password + settings().ProxyUsername + settings().ProxyPassword +
+                  settings().CertificateFilename,
+              "");
+    EXPECT_EQ(settings().PostData, u"");
+}
+
+TEST_F(Properties, RequestMethodReadsAsSetAndNotAsInEffect) {
+    for (const auto& [set, inEffect] : {std::pair{"head", "head"}, {"", "GET"}}) {
+        Adapter.set("RequestMethod", set);
+        EXPECT_EQ(text("RequestMethod"), set);
+        EXPECT_EQ(Adapter.call("getRequestMethod").text(), inEffect);
+    }
+}
+
+TEST_F(Properties, RedirectUrlIsResolvedAndShownByReading) {
+    Adapter.set("URL", "http://example.com/a/b");
+    Adapter.set("RedirectURL", "../c");
+    EXPECT_EQ(native().RedirectUrl, u"");
+    EXPECT_EQ(text("RedirectURL"), "http://example.com/c");
+    EXPECT_EQ(native().RedirectUrl, u"http://example.com/c");
+    EXPECT_THAT(failureTextOf([&] { Adapter.set("RedirectURL", Array(u"\u00E9")); }),
+                testing::StartsWith("VANTIK:webservices:EncodingFailure(\u00E9, ascii, "));
+    EXPECT_EQ(text("RedirectURL"), "http://example.com/c");
+    Adapter.set("RedirectURL", "");
+    EXPECT_EQ(text("RedirectURL"), "");
+}
+
+// Every number on the way to an int32: NumericNarrowingTest.
+TEST_F(Properties, ResponseCodeIsRoundedTowardsZeroOrRefused) {
+    for (const auto& [given, stored] : {std::pair{2147483647.9, 2147483647.0},
+                                        {-2147483648.9, -2147483648.0},
+                                        {200.9, 200.0},
+                                        {-0.5, 0.0},
+                                        {std::nan(""), -2147483648.0}}) { // passes both range tests
+        Adapter.set("ResponseCode", Array(given));
+        EXPECT_EQ(Adapter.get("ResponseCode").number(), stored) << given;
+    }
+    Adapter.set("ResponseCode", Array(204.0));
+    for (const auto& [given, sign] : {std::pair{2147483648.0, "positive"}, {-2147483649.0, "negative"}}) {
+        EXPECT_EQ(failureTextOf([&, value = given] { Adapter.set("ResponseCode", Array(value)); }),
+                  "VANTIK:host:Failure(bad numeric conversion: " + std::string(sign) + " overflow)");
+        EXPECT_EQ(Adapter.get("ResponseCode").number(), 204.0) << given;
+    }
+}
+
+TEST_F(Properties, FlagsAndNumbersComeBack) {
+    for (const char* property : {"VerifyServerName", "Decode", "Chunked"}) {
+        for (const bool value : {true, false, true}) {
+            Adapter.set(property, Array(value));
+            EXPECT_EQ(Adapter.get(property).truth(), value) << property;
+        }
+    }
+    Adapter.set("ProviderBufferSize", Array(std::numeric_limits<std::uint64_t>::max()));
+    EXPECT_EQ(Adapter.get("ProviderBufferSize").unsignedInteger(), std::numeric_limits<std::uint64_t>::max());
+    accessorsOf<int>("Debug").Setter(native(), -3);
+    EXPECT_EQ(Adapter.get("Debug").number(), -3.0);
+    settings().Debug = 0; // the destruction would write a trace line
+}
+
+TEST_F(Properties, WhatTheResponseSaysIsAskedForOnAnOpenConnectionOnly) {
+    Adapter.set("ContentType", "stored/type");
+    EXPECT_EQ(text("ContentType"), "stored/type"); // closed: nothing is sent
+    testsupport::ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Type: text/x\r\n"
+                                                                       "Content-Encoding: odd\r\nLocation: /next\r\n"
+                                                                       "Content-Length: 0\r\n\r\n")});
+    Adapter.set("Decode", Array(false));
+    openTo(server.url("/a"));
+    EXPECT_FALSE(Adapter.get("Sent").truth());
+    EXPECT_EQ(text("ContentType"), "text/x");
+    EXPECT_TRUE(Adapter.get("Sent").truth());
+    EXPECT_EQ(text("ContentEncoding"), "odd");
+    EXPECT_EQ(text("RedirectURL"), server.url("/next"));
+    EXPECT_EQ(Adapter.get("ResponseCode").number(), 200.0);
+    EXPECT_EQ(server.connectionCount(), 1u);
+}
+
+TEST_F(Properties, GetterThatSendsTranslatesItsFailure) {
+    const testsupport::RefusingPort port;
+    for (const char* property : {"ContentType", "ContentEncoding", "RedirectURL", "ResponseCode"}) {
+        openTo(port.url());
+        EXPECT_THAT(failureTextOf([&] { Adapter.get(property); }),
+                    testing::StartsWith("VANTIK:webservices:ConnectionRefused(" + port.url() + ", "))
+            << property;
+        Adapter.call("closeConnection");
+    }
 }
