@@ -1,7 +1,6 @@
 // Operations when memory runs out at each step in turn: std::bad_alloc, nothing lost and nothing half done.
 #include "ArrayFixture.h"
 #include "embedded/arrays/CallFrame.h"
-#include "host/ArrayApi.h"
 #include "host/Iri.h"
 #include "host/Text.h"
 #include "vantik/Array.h"
@@ -41,11 +40,10 @@ __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcep
 namespace {
 
 using namespace matrix::detail::noninlined::vx_array_api;
-using vantik::detail::ArrayOwner;
-using vantik::detail::liveArrays;
+using namespace vantik::detail;
 
 // Runs an operation with memory for 0, 1, 2, … allocations until it succeeds. After each failure `check` looks at what
-// is left. Gives the number of failures.
+// is left. Returns the number of failures.
 int failAtEachStep(const std::function<void()>& operation, const std::function<void()>& check) {
     for (int step = 0; step < 1000; ++step) {
         bool failed = false;
@@ -74,13 +72,13 @@ TEST_F(ArraysWithoutMemory, NothingIsLeftOfAnArrayThatFailed) {
         [] { return vxCreateNumericMatrix(10, 10, vxDOUBLE_CLASS, vxREAL); },
         [] { return vxCreateString("some text that is longer than a short string"); },
         [] { return matrix::create("x", 1).release(); },
-        [&] { return vantik::detail::makeText(longText); },
+        [&] { return makeText(longText); },
         [&] { return vxCreateStructMatrix(1, 5, 2, names); },
         [] { return vxCreateEmptyUnknownArrayNotOnArrayList(); },
         [] {
-            return vantik::detail::makeEnumerationArray("example.Enumeration", {"One", "Two"});
+            return makeEnumerationArray("example.Enumeration", {"One", "Two"});
         },
-        [] { return vantik::detail::makeObjectArray("example.Thing", {}); },
+        [] { return makeObjectArray("example.Thing", {}); },
     };
     for (const auto& maker : makers) {
         vxArray_tag* made = nullptr;
@@ -88,7 +86,7 @@ TEST_F(ArraysWithoutMemory, NothingIsLeftOfAnArrayThatFailed) {
         EXPECT_GT(failures, 0);
         matrix::destroyArray(made);
 
-        vantik::detail::CallFrame frame;
+        CallFrame frame;
         failAtEachStep([&] { made = maker(); }, [] { EXPECT_EQ(liveArrays(), 0u); });
         matrix::destroyArray(made);
     }
@@ -98,12 +96,11 @@ TEST_F(ArraysWithoutMemory, FailedWriteLeavesSharedContentsAlone) {
     const ArrayOwner array(vxCreateDoubleScalar(1));
     const ArrayOwner copy(vxCreateSharedDataCopy(array.get()));
     void* place = nullptr;
-    const auto data = [](const ArrayOwner& of) { return vxGetData(static_cast<const vxArray_tag*>(of.get())); };
-    const int failures =
-        failAtEachStep([&] { place = vxGetData(copy.get()); }, [&] { EXPECT_EQ(data(array), data(copy)); });
+    const int failures = failAtEachStep([&] { place = vxGetData(copy.get()); },
+                                        [&] { EXPECT_EQ(elements<void>(array), elements<void>(copy)); });
     EXPECT_GT(failures, 0);
-    EXPECT_NE(data(array), place);
-    EXPECT_EQ(data(copy), place);
+    EXPECT_NE(elements<void>(array), place);
+    EXPECT_EQ(elements<void>(copy), place);
 }
 
 TEST_F(ArraysWithoutMemory, FailedStoreReleasesTheValueAndKeepsTheStruct) {

@@ -1,10 +1,12 @@
 #include "embedded/arrays/CallFrame.h"
 
 #include "ArrayFixture.h"
-#include "host/ArrayApi.h"
 
+#include <new>
 #include <random>
+#include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -38,46 +40,32 @@ TEST_F(CallFrames, WhatIsLeftIsReleasedAndCounted) {
     EXPECT_EQ(reclaimedHere(), 3u);
 }
 
-TEST_F(CallFrames, OutsideEveryFrameArraysBelongToTheirMaker) {
+TEST_F(CallFrames, ArraysMadeOutsideOrWithoutAClassBelongToTheirMaker) {
     EXPECT_EQ(CallFrame::current(), nullptr);
-    vxArray_tag* array = number();
+    const ArrayOwner outside(number());
+    ArrayOwner nothing;
     {
         CallFrame frame;
         EXPECT_EQ(CallFrame::current(), &frame);
+        nothing.reset(vxCreateEmptyUnknownArrayNotOnArrayList());
     }
-    EXPECT_EQ(liveArrays(), 1u);
-    matrix::destroyArray(array);
-    EXPECT_EQ(reclaimedHere(), 0u);
-}
-
-TEST_F(CallFrames, ReleasedArrayLeavesTheFrame) {
-    {
-        CallFrame frame;
-        vxArray_tag* first = number();
-        vxArray_tag* middle = number();
-        vxArray_tag* last = number();
-        matrix::destroyArray(middle);
-        matrix::destroyArray(last);
-        matrix::destroyArray(first);
-        EXPECT_EQ(liveArrays(), 0u);
-    }
+    EXPECT_EQ(liveArrays(), 2u);
     EXPECT_EQ(reclaimedHere(), 0u);
 }
 
 TEST_F(CallFrames, PersistentArrayOutlivesTheFrame) {
-    vxArray_tag* kept = nullptr;
+    ArrayOwner kept;
     {
         CallFrame frame;
-        kept = vxCreateSharedDataCopy(number());
-        vxSetArrayScope(kept, vxPERSISTENT_SCOPE);
-        vxSetArrayScope(kept, vxPERSISTENT_SCOPE);
+        kept.reset(vxCreateSharedDataCopy(number()));
+        vxSetArrayScope(kept.get(), vxPERSISTENT_SCOPE);
+        vxSetArrayScope(kept.get(), vxPERSISTENT_SCOPE);
     }
     EXPECT_EQ(reclaimedHere(), 1u);
-    EXPECT_EQ(vxGetScalar(kept), 1.0);
-    matrix::destroyArray(kept);
+    EXPECT_EQ(vxGetScalar(kept.get()), 1.0);
 }
 
-TEST_F(CallFrames, TemporaryScopeGivesTheArrayToTheFrame) {
+TEST_F(CallFrames, TemporaryScopeHandsTheArrayToTheFrame) {
     vxArray_tag* array = number();
     {
         CallFrame frame;
@@ -86,20 +74,8 @@ TEST_F(CallFrames, TemporaryScopeGivesTheArrayToTheFrame) {
     }
     EXPECT_EQ(liveArrays(), 0u);
     EXPECT_EQ(reclaimedHere(), 1u);
-
-    array = number();
-    vxSetArrayScope(array, vxTEMPORARY_SCOPE); // no call is running
-    matrix::destroyArray(array);
-}
-
-TEST_F(CallFrames, NothingArrayIsOnNoFrame) {
-    vxArray_tag* nothing = nullptr;
-    {
-        CallFrame frame;
-        nothing = vxCreateEmptyUnknownArrayNotOnArrayList();
-    }
-    EXPECT_EQ(liveArrays(), 1u);
-    matrix::destroyArray(nothing);
+    const ArrayOwner outside(number());
+    vxSetArrayScope(outside.get(), vxTEMPORARY_SCOPE); // no call is running
 }
 
 TEST_F(CallFrames, ResultGoesToTheEnclosingCall) {
@@ -151,17 +127,13 @@ TEST_F(CallFrames, ExceptionReleasesWhatTheCallMade) {
     try {
         CallFrame frame;
         number();
+        EXPECT_THROW(vxCreateNumericMatrix(SIZE_MAX, 2, vxDOUBLE_CLASS, vxREAL), std::bad_alloc);
+        EXPECT_EQ(liveArrays(), 1u) << "a failed creation leaves nothing";
         throw std::runtime_error("the call failed");
     } catch (const std::runtime_error&) {
         EXPECT_EQ(CallFrame::current(), nullptr);
     }
     EXPECT_EQ(reclaimedHere(), 1u);
-}
-
-TEST_F(CallFrames, FailedCreationLeavesNothingOnTheFrame) {
-    CallFrame frame;
-    EXPECT_THROW(vxCreateNumericMatrix(SIZE_MAX, 2, vxDOUBLE_CLASS, vxREAL), std::bad_alloc);
-    EXPECT_EQ(liveArrays(), 0u);
 }
 
 TEST_F(CallFrames, EachThreadHasItsOwn) {
@@ -202,7 +174,7 @@ TEST_F(CallFrames, ArrayMadeWhileTheFrameEndsIsReleasedToo) {
 TEST_F(CallFrames, AnyOrderOfReleasesWorks) {
     std::mt19937 random(20240611);
     for (int round = 0; round < 200; ++round) {
-        std::vector<vxArray_tag*> persistent;
+        std::vector<ArrayOwner> persistent;
         {
             CallFrame frame;
             std::vector<vxArray_tag*> linked;
@@ -216,16 +188,12 @@ TEST_F(CallFrames, AnyOrderOfReleasesWorks) {
                     matrix::destroyArray(linked[at]);
                 } else {
                     vxSetArrayScope(linked[at], vxPERSISTENT_SCOPE);
-                    persistent.push_back(linked[at]);
+                    persistent.emplace_back(linked[at]);
                 }
                 linked.erase(linked.begin() + static_cast<std::ptrdiff_t>(at));
             }
         }
         ASSERT_EQ(liveArrays(), persistent.size());
-        for (vxArray_tag* array : persistent) {
-            matrix::destroyArray(array);
-        }
-        ASSERT_EQ(liveArrays(), 0u);
     }
 }
 

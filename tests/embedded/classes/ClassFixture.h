@@ -17,11 +17,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 using Log = std::vector<std::string>;
+using vantik::detail::ArrayOwner;
 
 inline vcos::InternedName name(std::string text) {
     return vcos::internal::makeInterned(std::move(text));
@@ -30,7 +32,7 @@ inline vcos::InternedName name(std::string text) {
 class ScriptedProperty final : public vcos::COSPropT {
 public:
     struct Accessors {
-        std::function<void(vcos::COSInterface&, vcos::COSValue&)> Get;
+        std::function<vcos::COSValue()> Get;
         std::function<void(vcos::COSInterface&, const vcos::COSValue&)> Set;
         std::function<void(const vcos::COSValue&)> Release;
         vcos::MemberAccess GetAccess = vcos::MemberAccess::Public;
@@ -45,7 +47,7 @@ public:
                                    ScriptedProperty(definition, propertyName, std::move(type), std::move(accessors)));
     }
 
-    void getPropertyValue(vcos::COSInterface& object, vcos::COSValue& value) override { Script.Get(object, value); }
+    void getPropertyValue(vcos::COSInterface&, vcos::COSValue& value) override { value = Script.Get(); }
     void setPropertyValue(vcos::COSInterface& object, const vcos::COSValue& value) override {
         Script.Set(object, value);
     }
@@ -68,7 +70,13 @@ private:
 
 class ScriptedMethod final : public vcos::COSMethodBase {
 public:
-    using Body = std::function<void(int&, vcos::COSValue*, int, const vcos::COSValue*)>;
+    // One call: the results wanted and their slots, the inputs, the object first.
+    struct Call {
+        int& Wanted;
+        vcos::COSValue* Results;
+        std::span<const vcos::COSValue> Inputs;
+    };
+    using Body = std::function<void(Call)>;
 
     struct Signature {
         std::vector<std::string> Inputs; // with the object
@@ -95,7 +103,7 @@ public:
     }
 
     void invoke(int& resultCount, vcos::COSValue* results, int inputCount, const vcos::COSValue* inputs) override {
-        Script(resultCount, results, inputCount, inputs);
+        Script({resultCount, results, {inputs, static_cast<std::size_t>(inputCount)}});
     }
 
 private:
@@ -128,13 +136,13 @@ public:
         if (CreateScript) {
             CreateScript();
         }
-        return GivesNoInstance ? nullptr : new Instance;
+        return MakesNoInstance ? nullptr : new Instance;
     }
     void destroyInstance(void* instance) override {
         note("destroy ");
         delete static_cast<Instance*>(instance);
-        if (ThrowsWhenDestroyed) {
-            throw std::runtime_error("destroyed");
+        if (DestroyScript) {
+            DestroyScript();
         }
     }
     bool isConstructible() const override { return Constructible; }
@@ -146,9 +154,9 @@ public:
     bool Handle = true;
     bool Abstract = false;
     bool Hidden = false;
-    bool GivesNoInstance = false;
-    bool ThrowsWhenDestroyed = false;
+    bool MakesNoInstance = false;
     std::function<void()> CreateScript;
+    std::function<void()> DestroyScript;
 
 private:
     void note(const char* what) {
@@ -176,7 +184,7 @@ protected:
 
     vantik::detail::ClassRegistry& classes() { return Home->Classes; }
 
-    // Adds a class to the package "test" by the road that a module takes.
+    // Adds a class to the package "test" as a module does.
     ScriptedClass* addClass(const char* shortName, ScriptedClass::Define define = {}) {
         return addClass(new ScriptedClass(shortName, &Events, std::move(define)));
     }
@@ -199,17 +207,16 @@ protected:
         });
     }
 
-    vantik::detail::ArrayOwner make(const std::string& className, std::vector<vxArray_tag*> inputs = {}) {
-        return vantik::detail::ArrayOwner(vantik::detail::createObject(classes().require(className), inputs));
+    ArrayOwner make(const std::string& className, std::vector<vxArray_tag*> inputs = {}) {
+        return ArrayOwner(vantik::detail::createObject(classes().require(className), inputs));
     }
 
-    static vantik::detail::HostObject& objectIn(const vantik::detail::ArrayOwner& array) {
+    static vantik::detail::HostObject& objectIn(const ArrayOwner& array) {
         return vantik::detail::HostObject::of(*vantik::detail::scalarObject(array.get()).get());
     }
 
     // The failure's full identifier and arguments, as one text: "VANTIK:vcos:UnknownClass(test.A, none)".
-    template <class Operation>
-    static std::string failureOf(Operation operation) {
+    static std::string failureOf(const std::function<void()>& operation) {
         try {
             operation();
         } catch (const foundation::core::except::IUserException& error) {

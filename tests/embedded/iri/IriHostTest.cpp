@@ -57,57 +57,19 @@ TEST(IriHost, Ipv6AddressesStandInBrackets) {
     }
 }
 
-TEST(IriHost, WhatIsNoNameIsRefused) {
+TEST(IriHost, WhatIsNotANameIsRefused) {
     const std::string longLabel(64, 'a');
     const std::string longName =
         std::string(63, 'a') + "." + std::string(63, 'b') + "." + std::string(63, 'c') + "." + std::string(62, 'd');
-    for (const std::string& host : {
-             std::string("a..b"),
-             std::string(".a"),
-             longLabel,
-             longName,
-             std::string(100'000, 'a'),
-             std::string("a<b"),
-             std::string("a>b"),
-             std::string("a\"b"),
-             std::string("a^b"),
-             std::string("a`b"),
-             std::string("a{b"),
-             std::string("a|b"),
-             std::string("a}b"),
-             std::string("a%00b"),
-             std::string("a%20b"),
-             std::string("a%2Fb"),
-             std::string("a%3Ab"),
-             std::string("a%40b"),
-             std::string("a%23b"),
-             std::string("a%3Fb"),
-             std::string("a%5Cb"),
-             std::string("a%25b"),
-             std::string("a%FFb"),
-             std::string("a%C3b"),
-             std::string("\u00A0"),
-             std::string("a\u3000b"),
-             std::string("\u00AD"),
-             std::string("a\uFF0Fb"),
-             std::string("a\uFF1Ab"),
-             std::string("a\uFF20b"),
-             std::string("a\uFF03b"),
-             std::string("a\uFF1Fb"),
-             std::string("a\uFF3Cb"),
-             std::string("a\uFF05b"),
-             std::string("a\u2100b"),
-             std::string("\u0301a"),
-             std::string("xn--a"),
-             std::string("xn--0"),
-             std::string("a\u200Db"),
-             std::string("\u05D0a"),
-             std::string("\uFFFD"),
-             std::string("a\u2028b"),
-             std::string("\uD7A4"),
-         }) {
-        EXPECT_NE(refusal("http://" + host + "/"), "") << host.substr(0, 80);
+    for (const std::string host :
+         {"a..b",     ".a",       "a<b",      "a>b",      "a\"b",     "a^b",      "a`b",      "a{b",
+          "a|b",      "a}b",      "a%00b",    "a%20b",    "a%2Fb",    "a%3Ab",    "a%40b",    "a%23b",
+          "a%3Fb",    "a%5Cb",    "a%25b",    "a%FFb",    "a%C3b",    "\u00A0",   "a\u3000b", "\u00AD",
+          "a\uFF0Fb", "a\uFF1Ab", "a\uFF20b", "a\uFF03b", "a\uFF1Fb", "a\uFF3Cb", "a\uFF05b", "a\u2100b",
+          "\u0301a",  "xn--a",    "xn--0",    "a\u200Db", "\u05D0a",  "\uFFFD",   "a\u2028b", "\uD7A4"}) {
+        EXPECT_NE(refusal("http://" + host + "/"), "") << host;
     }
+    EXPECT_EQ(refusal("http://" + std::string(100'000, 'a') + "/"), "host of 100000 characters at position 7");
     EXPECT_EQ(refusal("http://a..b/"), "empty label in the host name at position 7");
     EXPECT_EQ(refusal("http://u@" + longLabel + "/"),
               "label of more than 63 characters in the host name at position 9");

@@ -1,4 +1,4 @@
-// Type words, and the conversions on the way into a value slot.
+// Conversions on the way into a value slot.
 #include "embedded/objects/SlotValue.h"
 
 #include "tests/embedded/classes/ClassFixture.h"
@@ -8,11 +8,7 @@
 #include <limits>
 
 namespace vx = matrix::detail::noninlined::vx_array_api;
-using vantik::detail::arrayIn;
-using vantik::detail::ArrayOwner;
-using vantik::detail::SlotPlace;
-using vantik::detail::SlotValue;
-using vantik::detail::TypeWord;
+using namespace vantik::detail;
 
 namespace {
 
@@ -20,10 +16,10 @@ ArrayOwner owned(vxArray_tag* array) {
     return ArrayOwner(array);
 }
 ArrayOwner number(double value) {
-    return owned(vantik::detail::makeDouble(value));
+    return owned(makeDouble(value));
 }
 ArrayOwner plain(vxClassID classId, std::size_t rows, std::size_t columns) {
-    return owned(vantik::detail::makePlain(classId, rows, columns));
+    return owned(makePlain(classId, rows, columns));
 }
 
 class SlotValues : public ClassFixture {
@@ -45,8 +41,8 @@ protected:
         return failure.substr(head.size(), failure.size() - head.size() - 1);
     }
 
-    // Whether the very array goes through, a converted one does, or none.
-    static std::string road(const char* typeWord, const ArrayOwner& given) {
+    // "as it is" where the very array goes through, the shape of a converted one, or "refused".
+    static std::string taken(const char* typeWord, const ArrayOwner& given) {
         std::string result;
         const std::string failure = failureOf([&] {
             const SlotValue value(*TypeWord::parse(typeWord), given.get(), input());
@@ -64,44 +60,11 @@ protected:
 
 } // namespace
 
-TEST(TypeWords, SayClassAndShape) {
-    const auto word = TypeWord::parse("vantik.net.http.AuthenticationScheme vector");
-    ASSERT_TRUE(word);
-    EXPECT_EQ(word->Content, TypeWord::Kind::Object);
-    EXPECT_EQ(word->ClassName, "vantik.net.http.AuthenticationScheme");
-    EXPECT_EQ(word->Form, TypeWord::Shape::Vector);
-    EXPECT_EQ(word->Text, "vantik.net.http.AuthenticationScheme vector");
-    EXPECT_EQ(TypeWord::parse("struct scalar")->Content, TypeWord::Kind::Struct);
-    EXPECT_EQ(TypeWord::parse("uint8")->Form, TypeWord::Shape::Any);
-    EXPECT_EQ(TypeWord::parse("any")->Content, TypeWord::Kind::Any);
-    EXPECT_EQ(TypeWord::parse("unicodeString")->Content, TypeWord::Kind::UnicodeString);
-    EXPECT_EQ(TypeWord::parse("scalar")->ClassName, "");
-}
-
-TEST(TypeWords, OtherTextsAreNone) {
-    for (const char* text : {"", " ", "vector ", " scalar", "any scalar ", "double  scalar", "double Scalar",
-                             "a..b scalar", ".a", "a.", "a-b", "double scalar scalar"}) {
-        EXPECT_FALSE(TypeWord::parse(text)) << '"' << text << '"';
-    }
-}
-
-TEST(TypeWords, ScalarNumbersLieInTheSlot) {
-    for (const char* text : {"logical scalar", "int32 scalar", "uint64 scalar", "double scalar"}) {
-        EXPECT_TRUE(TypeWord::parse(text)->liesInSlot()) << text;
-    }
-    for (const char* text : {"logical vector", "uint8 scalar", "char scalar", "struct scalar", "a.B scalar", "any",
-                             "unicodeString", "double"}) {
-        EXPECT_FALSE(TypeWord::parse(text)->liesInSlot()) << text;
-    }
-}
-
 TEST_F(SlotValues, NumberGoesWhereItFitsExactly) {
-    const auto i32 = [](std::int32_t value) { return owned(vantik::detail::makeInt32(value)); };
-    const auto u64 = [](std::uint64_t value) { return owned(vantik::detail::makeUInt64(value)); };
-    const auto logical = [](bool value) { return owned(vantik::detail::makeLogical(value)); };
-    const auto u8 = [](unsigned char value) {
-        return owned(vantik::detail::makePlainFrom(vxUINT8_CLASS, 1, 1, &value));
-    };
+    const auto i32 = [](std::int32_t value) { return owned(makeInt32(value)); };
+    const auto u64 = [](std::uint64_t value) { return owned(makeUInt64(value)); };
+    const auto logical = [](bool value) { return owned(makeLogical(value)); };
+    const auto u8 = [](unsigned char value) { return owned(makePlainFrom(vxUINT8_CLASS, 1, 1, &value)); };
     const auto real = [](double value) { return std::to_string(std::bit_cast<std::uint64_t>(value)); };
     constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
 
@@ -145,7 +108,7 @@ TEST_F(SlotValues, SlotTakesNothingButOneNumber) {
     for (const char* typeWord : {"logical scalar", "int32 scalar", "uint64 scalar", "double scalar"}) {
         EXPECT_EQ(bits(typeWord, plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 double");
         EXPECT_EQ(bits(typeWord, plain(vxDOUBLE_CLASS, 1, 2)), "1-by-2 double");
-        EXPECT_EQ(bits(typeWord, owned(vantik::detail::makeText(u"1"))), "char scalar");
+        EXPECT_EQ(bits(typeWord, owned(makeText(u"1"))), "char scalar");
         EXPECT_EQ(bits(typeWord, owned(vx::vxCreateStructMatrix(1, 1, 0, nullptr))), "struct scalar");
         EXPECT_EQ(bits(typeWord, ArrayOwner()), "nothing");
         EXPECT_EQ(bits(typeWord, owned(vx::vxCreateEmptyUnknownArrayNotOnArrayList())), "nothing");
@@ -155,44 +118,44 @@ TEST_F(SlotValues, SlotTakesNothingButOneNumber) {
 TEST_F(SlotValues, VectorTakesRowColumnScalarAndEmpty) {
     for (const char* typeWord : {"uint8 vector", "double vector", "char vector"}) {
         const vxClassID classId = TypeWord::parse(typeWord)->Plain;
-        EXPECT_EQ(road(typeWord, plain(classId, 1, 3)), "as it is");
-        EXPECT_EQ(road(typeWord, plain(classId, 3, 1)), "as it is");
-        EXPECT_EQ(road(typeWord, plain(classId, 1, 1)), "as it is");
-        EXPECT_EQ(road(typeWord, plain(classId, 0, 1)), "as it is");
-        EXPECT_EQ(road(typeWord, plain(classId, 0, 3)), "as it is");
-        EXPECT_EQ(road(typeWord, plain(classId, 2, 2)), "refused");
+        EXPECT_EQ(taken(typeWord, plain(classId, 1, 3)), "as it is");
+        EXPECT_EQ(taken(typeWord, plain(classId, 3, 1)), "as it is");
+        EXPECT_EQ(taken(typeWord, plain(classId, 1, 1)), "as it is");
+        EXPECT_EQ(taken(typeWord, plain(classId, 0, 1)), "as it is");
+        EXPECT_EQ(taken(typeWord, plain(classId, 0, 3)), "as it is");
+        EXPECT_EQ(taken(typeWord, plain(classId, 2, 2)), "refused");
     }
-    EXPECT_EQ(road("uint8", plain(vxUINT8_CLASS, 2, 2)), "as it is") << "a class alone takes any shape";
-    EXPECT_EQ(road("uint8 scalar", plain(vxUINT8_CLASS, 1, 1)), "as it is");
-    EXPECT_EQ(road("uint8 scalar", plain(vxUINT8_CLASS, 1, 2)), "refused");
-    EXPECT_EQ(road("uint8 scalar", plain(vxUINT8_CLASS, 0, 0)), "refused");
+    EXPECT_EQ(taken("uint8", plain(vxUINT8_CLASS, 2, 2)), "as it is") << "a class alone takes any shape";
+    EXPECT_EQ(taken("uint8 scalar", plain(vxUINT8_CLASS, 1, 1)), "as it is");
+    EXPECT_EQ(taken("uint8 scalar", plain(vxUINT8_CLASS, 1, 2)), "refused");
+    EXPECT_EQ(taken("uint8 scalar", plain(vxUINT8_CLASS, 0, 0)), "refused");
 }
 
 TEST_F(SlotValues, EmptyArrayBecomesTheEmptyOneOfTheDeclaredClass) {
     const ArrayOwner nothing = owned(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
-    EXPECT_EQ(road("uint8 vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 uint8");
-    EXPECT_EQ(road("char vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 char");
-    EXPECT_EQ(road("struct vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 struct");
-    EXPECT_EQ(road("uint8 vector", nothing), "0-by-0 uint8");
-    EXPECT_EQ(road("char vector", ArrayOwner()), "0-by-0 char");
-    EXPECT_EQ(road("struct vector", nothing), "0-by-0 struct");
-    EXPECT_EQ(road("vantik.net.http.AuthenticationScheme vector", nothing),
+    EXPECT_EQ(taken("uint8 vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 uint8");
+    EXPECT_EQ(taken("char vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 char");
+    EXPECT_EQ(taken("struct vector", plain(vxDOUBLE_CLASS, 0, 0)), "0-by-0 struct");
+    EXPECT_EQ(taken("uint8 vector", nothing), "0-by-0 uint8");
+    EXPECT_EQ(taken("char vector", ArrayOwner()), "0-by-0 char");
+    EXPECT_EQ(taken("struct vector", nothing), "0-by-0 struct");
+    EXPECT_EQ(taken("vantik.net.http.AuthenticationScheme vector", nothing),
               "0-by-0 vantik.net.http.AuthenticationScheme");
-    EXPECT_EQ(road("vantik.net.http.io.ContentProvider vector", nothing), "0-by-0 vantik.net.http.io.ContentProvider");
-    EXPECT_EQ(road("struct scalar", nothing), "refused");
-    EXPECT_EQ(road("vantik.net.http.io.ContentProvider scalar", nothing), "refused");
+    EXPECT_EQ(taken("vantik.net.http.io.ContentProvider vector", nothing), "0-by-0 vantik.net.http.io.ContentProvider");
+    EXPECT_EQ(taken("struct scalar", nothing), "refused");
+    EXPECT_EQ(taken("vantik.net.http.io.ContentProvider scalar", nothing), "refused");
 }
 
 TEST_F(SlotValues, NumbersOfAVectorAreConvertedTogether) {
     const double small[] = {0, 127, 255};
     const double large[] = {0, 127, 256};
-    const ArrayOwner fits = owned(vantik::detail::makePlainFrom(vxDOUBLE_CLASS, 1, 3, small));
-    EXPECT_EQ(road("uint8 vector", fits), "1-by-3 uint8");
-    EXPECT_EQ(road("uint8 vector", owned(vantik::detail::makePlainFrom(vxDOUBLE_CLASS, 3, 1, large))), "refused");
-    EXPECT_EQ(road("double vector", plain(vxINT32_CLASS, 2, 1)), "2-by-1 double");
-    EXPECT_EQ(road("double vector", plain(vxLOGICAL_CLASS, 1, 2)), "1-by-2 double");
-    EXPECT_EQ(road("char vector", plain(vxDOUBLE_CLASS, 1, 2)), "refused");
-    EXPECT_EQ(road("double vector", owned(vantik::detail::makeText(u"12"))), "refused");
+    const ArrayOwner fits = owned(makePlainFrom(vxDOUBLE_CLASS, 1, 3, small));
+    EXPECT_EQ(taken("uint8 vector", fits), "1-by-3 uint8");
+    EXPECT_EQ(taken("uint8 vector", owned(makePlainFrom(vxDOUBLE_CLASS, 3, 1, large))), "refused");
+    EXPECT_EQ(taken("double vector", plain(vxINT32_CLASS, 2, 1)), "2-by-1 double");
+    EXPECT_EQ(taken("double vector", plain(vxLOGICAL_CLASS, 1, 2)), "1-by-2 double");
+    EXPECT_EQ(taken("char vector", plain(vxDOUBLE_CLASS, 1, 2)), "refused");
+    EXPECT_EQ(taken("double vector", owned(makeText(u"12"))), "refused");
     const SlotValue value(*TypeWord::parse("uint8 vector"), fits.get(), input());
     const vxArray_tag* converted = arrayIn(value.slot());
     const auto* bytes = static_cast<const std::uint8_t*>(vx::vxGetData(converted));
@@ -204,47 +167,46 @@ TEST_F(SlotValues, TextIsOneRowOrColumnOfCharacters) {
         const SlotValue value(*TypeWord::parse("unicodeString"), given.get(), input());
         return *reinterpret_cast<const std::u16string*>(value.slot().Bits);
     };
-    EXPECT_EQ(text(owned(vantik::detail::makeText(u"text"))), u"text");
-    EXPECT_EQ(text(owned(vantik::detail::makePlainFrom(vxCHAR_CLASS, 2, 1, u"ab"))), u"ab");
+    EXPECT_EQ(text(owned(makeText(u"text"))), u"text");
+    EXPECT_EQ(text(owned(makePlainFrom(vxCHAR_CLASS, 2, 1, u"ab"))), u"ab");
     EXPECT_EQ(text(plain(vxCHAR_CLASS, 0, 0)), u"");
     EXPECT_EQ(text(owned(vx::vxCreateEmptyUnknownArrayNotOnArrayList())), u"");
-    EXPECT_EQ(road("unicodeString", plain(vxCHAR_CLASS, 2, 2)), "refused");
-    EXPECT_EQ(road("unicodeString", number(1)), "refused");
-    EXPECT_EQ(road("unicodeString", plain(vxDOUBLE_CLASS, 0, 0)), "refused");
+    EXPECT_EQ(taken("unicodeString", plain(vxCHAR_CLASS, 2, 2)), "refused");
+    EXPECT_EQ(taken("unicodeString", number(1)), "refused");
+    EXPECT_EQ(taken("unicodeString", plain(vxDOUBLE_CLASS, 0, 0)), "refused");
 }
 
 TEST_F(SlotValues, StructsAndObjectsGoByClassAndShape) {
-    EXPECT_EQ(road("struct scalar", owned(vx::vxCreateStructMatrix(1, 1, 0, nullptr))), "as it is");
-    EXPECT_EQ(road("struct scalar", owned(vx::vxCreateStructMatrix(1, 2, 0, nullptr))), "refused");
-    EXPECT_EQ(road("struct vector", owned(vx::vxCreateStructMatrix(1, 2, 0, nullptr))), "as it is");
-    EXPECT_EQ(road("struct vector", owned(vx::vxCreateStructMatrix(2, 2, 0, nullptr))), "refused");
-    EXPECT_EQ(road("struct vector", number(1)), "refused");
+    EXPECT_EQ(taken("struct scalar", owned(vx::vxCreateStructMatrix(1, 1, 0, nullptr))), "as it is");
+    EXPECT_EQ(taken("struct scalar", owned(vx::vxCreateStructMatrix(1, 2, 0, nullptr))), "refused");
+    EXPECT_EQ(taken("struct vector", owned(vx::vxCreateStructMatrix(1, 2, 0, nullptr))), "as it is");
+    EXPECT_EQ(taken("struct vector", owned(vx::vxCreateStructMatrix(2, 2, 0, nullptr))), "refused");
+    EXPECT_EQ(taken("struct vector", number(1)), "refused");
 
     addClass("Root");
     addDerivedClass("Leaf", {"test.Root"});
     const ArrayOwner root = make("test.Root");
     const ArrayOwner leaf = make("test.Leaf");
-    EXPECT_EQ(road("test.Root scalar", root), "as it is");
-    EXPECT_EQ(road("test.Root scalar", leaf), "as it is");
-    EXPECT_EQ(road("test.Leaf scalar", root), "refused");
-    EXPECT_EQ(road("scalar", leaf), "as it is") << "any class";
-    EXPECT_EQ(road("scalar", number(1)), "refused");
+    EXPECT_EQ(taken("test.Root scalar", root), "as it is");
+    EXPECT_EQ(taken("test.Root scalar", leaf), "as it is");
+    EXPECT_EQ(taken("test.Leaf scalar", root), "refused");
+    EXPECT_EQ(taken("scalar", leaf), "as it is") << "any class";
+    EXPECT_EQ(taken("scalar", number(1)), "refused");
     EXPECT_EQ(bits("test.Leaf scalar", root), "test.Root scalar");
 
     const auto schemes = [](std::vector<std::string> members) {
-        return owned(vantik::detail::makeEnumerationArray("vantik.net.http.AuthenticationScheme", std::move(members)));
+        return owned(makeEnumerationArray("vantik.net.http.AuthenticationScheme", std::move(members)));
     };
-    EXPECT_EQ(road("vantik.net.http.AuthenticationScheme vector", schemes({"Basic", "Digest"})), "as it is");
-    EXPECT_EQ(road("vantik.net.http.AuthenticationScheme vector", schemes({"SomethingNewer"})), "as it is");
-    EXPECT_EQ(road("vantik.net.http.AuthenticationScheme scalar", schemes({"Basic", "Digest"})), "refused");
-    EXPECT_EQ(road("vantik.net.http.AuthenticationScheme vector", owned(vantik::detail::makeText(u"Basic"))),
-              "refused");
+    EXPECT_EQ(taken("vantik.net.http.AuthenticationScheme vector", schemes({"Basic", "Digest"})), "as it is");
+    EXPECT_EQ(taken("vantik.net.http.AuthenticationScheme vector", schemes({"SomethingNewer"})), "as it is");
+    EXPECT_EQ(taken("vantik.net.http.AuthenticationScheme scalar", schemes({"Basic", "Digest"})), "refused");
+    EXPECT_EQ(taken("vantik.net.http.AuthenticationScheme vector", owned(makeText(u"Basic"))), "refused");
 }
 
 TEST_F(SlotValues, AnyTakesEverythingAsItIs) {
-    EXPECT_EQ(road("any", number(1)), "as it is");
-    EXPECT_EQ(road("any", plain(vxCHAR_CLASS, 2, 2)), "as it is");
-    EXPECT_EQ(road("any", ArrayOwner()), "as it is") << "null stays null";
+    EXPECT_EQ(taken("any", number(1)), "as it is");
+    EXPECT_EQ(taken("any", plain(vxCHAR_CLASS, 2, 2)), "as it is");
+    EXPECT_EQ(taken("any", ArrayOwner()), "as it is") << "null stays null";
 }
 
 TEST_F(SlotValues, FailureNamesWhatTheValueIsFor) {

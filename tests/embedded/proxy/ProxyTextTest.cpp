@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 using vantik::detail::beginsLikeUrl;
 using vantik::detail::proxyQuestion;
@@ -26,40 +27,40 @@ std::string parsed(const std::string& text) {
 } // namespace
 
 TEST(ProxyTexts, AreParsed) {
-    EXPECT_EQ(parsed("http://proxy.corp:3128"), "proxy.corp 3128");
-    EXPECT_EQ(parsed("HTTP://proxy.corp:3128/"), "proxy.corp 3128");
-    EXPECT_EQ(parsed("proxy.corp:3128"), "proxy.corp 3128");
-    EXPECT_EQ(parsed("proxy.corp"), "proxy.corp 80");
-    EXPECT_EQ(parsed("http://proxy.corp:"), "proxy.corp 80");
-    EXPECT_EQ(parsed("http://[::1]:99"), "[::1] 99");
-    EXPECT_EQ(parsed("[fe80::1]"), "[fe80::1] 80");
-    EXPECT_EQ(parsed("http://h:65535/path?query"), "h 65535");
+    const std::pair<const char*, const char*> rows[] = {
+        {"http://proxy.corp:3128", "proxy.corp 3128"},
+        {"HTTP://proxy.corp:3128/", "proxy.corp 3128"},
+        {"proxy.corp:3128", "proxy.corp 3128"},
+        {"proxy.corp", "proxy.corp 80"},
+        {"http://proxy.corp:", "proxy.corp 80"},
+        {"http://[::1]:99", "[::1] 99"},
+        {"[fe80::1]", "[fe80::1] 80"},
+        {"http://h:65535/path?query", "h 65535"},
+        // libcurl takes the host with the scheme of the proxy, and would take it for http without.
+        {"https://proxy.corp", "https://proxy.corp 443"},
+        {"HTTPS://u:p@proxy.corp:8443/", "https://proxy.corp 8443 u / p"},
+        {"https://[::1]:99", "https://[::1] 99"},
+        {"socks://h", "socks://h 1080"},
+        {"socks4://h", "socks4://h 1080"},
+        {"socks4a://h:9", "socks4a://h 9"},
+        {"SOCKS5://u:p@h", "socks5://h 1080 u / p"},
+        {"socks5h://h:9", "socks5h://h 9"},
+        // Credentials are decoded.
+        {"http://user:pass@h:1", "h 1 user / pass"},
+        {"http://us%40er:p%3aw%25@h:1", "h 1 us@er / p:w%"},
+        {"http://user:p@ss:w/rd@h:1", "h 1 user / p@ss:w/rd"},
+        {"http://user@h:1", "h 1 user / "},
+        {"http://user:100%@h:1", "h 1 user / 100%"},
+        {"http://u:%zz%4@h", "h 80 u / %zz%4"},
+        {"http://@h:1", "h 1"},
+        {"http://:secret@h:1", "h 1  / secret"},
+    };
+    for (const auto& [text, proxy] : rows) {
+        EXPECT_EQ(parsed(text), proxy);
+    }
 }
 
-// libcurl takes the host with the scheme of the proxy, and would take it for http without.
-TEST(ProxyTexts, SchemeOtherThanHttpStaysWithTheHost) {
-    EXPECT_EQ(parsed("https://proxy.corp"), "https://proxy.corp 443");
-    EXPECT_EQ(parsed("HTTPS://u:p@proxy.corp:8443/"), "https://proxy.corp 8443 u / p");
-    EXPECT_EQ(parsed("https://[::1]:99"), "https://[::1] 99");
-    EXPECT_EQ(parsed("socks://h"), "socks://h 1080");
-    EXPECT_EQ(parsed("socks4://h"), "socks4://h 1080");
-    EXPECT_EQ(parsed("socks4a://h:9"), "socks4a://h 9");
-    EXPECT_EQ(parsed("SOCKS5://u:p@h"), "socks5://h 1080 u / p");
-    EXPECT_EQ(parsed("socks5h://h:9"), "socks5h://h 9");
-}
-
-TEST(ProxyTexts, CredentialsAreDecoded) {
-    EXPECT_EQ(parsed("http://user:pass@h:1"), "h 1 user / pass");
-    EXPECT_EQ(parsed("http://us%40er:p%3aw%25@h:1"), "h 1 us@er / p:w%");
-    EXPECT_EQ(parsed("http://user:p@ss:w/rd@h:1"), "h 1 user / p@ss:w/rd");
-    EXPECT_EQ(parsed("http://user@h:1"), "h 1 user / ");
-    EXPECT_EQ(parsed("http://user:100%@h:1"), "h 1 user / 100%");
-    EXPECT_EQ(parsed("http://u:%zz%4@h"), "h 80 u / %zz%4");
-    EXPECT_EQ(parsed("http://@h:1"), "h 1");
-    EXPECT_EQ(parsed("http://:secret@h:1"), "h 1  / secret");
-}
-
-TEST(ProxyTexts, WhatStandsBehindThePortIsKept) {
+TEST(ProxyTexts, PathAfterThePortIsKept) {
     EXPECT_EQ(readProxy("http://h:1").Path, "");
     EXPECT_EQ(readProxy("http://h:1/").Path, "/");
     EXPECT_EQ(readProxy("h:1/x?y#z").Path, "/x?y#z");
@@ -68,22 +69,24 @@ TEST(ProxyTexts, WhatStandsBehindThePortIsKept) {
 
 TEST(ProxyTexts, UnusableOnesAreRefusedWithoutTheirPassword) {
     const std::string host = "it names no host";
-    const std::string port = "its port is not a number from 1 to 65535";
-    const std::string scheme = "its scheme is not one of http, https, socks4, socks4a, socks5 and socks5h";
-    EXPECT_EQ(parsed("http://user:secret@:3128"), host);
-    EXPECT_EQ(parsed("http://"), host);
-    EXPECT_EQ(parsed(""), host);
-    EXPECT_EQ(parsed("junk junk"), host);
-    EXPECT_EQ(parsed("http://[::1:80"), host);
-    EXPECT_EQ(parsed("http://u:secret@h:0"), port);
-    EXPECT_EQ(parsed("http://u:secret@h:65536"), port);
-    EXPECT_EQ(parsed("http://h:80x"), port);
-    EXPECT_EQ(parsed("http://h:-1"), port);
-    EXPECT_EQ(parsed("http:h:1"), port);
-    EXPECT_EQ(parsed("http://h\n:80"), "it holds a control character");
-    EXPECT_EQ(parsed("ftp://u:secret@h"), scheme);
-    EXPECT_EQ(parsed("socks6://h"), scheme);
-    EXPECT_EQ(parsed("://h"), scheme);
+    const std::string port = "its port is no number from 1 to 65535";
+    const std::string scheme = "its scheme is none of http, https, socks4, socks4a, socks5 and socks5h";
+    for (const auto& [text, reason] : {std::pair{"http://user:secret@:3128", host},
+                                       {"http://", host},
+                                       {"", host},
+                                       {"junk junk", host},
+                                       {"http://[::1:80", host},
+                                       {"http://u:secret@h:0", port},
+                                       {"http://u:secret@h:65536", port},
+                                       {"http://h:80x", port},
+                                       {"http://h:-1", port},
+                                       {"http:h:1", port},
+                                       {"http://h\n:80", std::string("it holds a control character")},
+                                       {"ftp://u:secret@h", scheme},
+                                       {"socks6://h", scheme},
+                                       {"://h", scheme}}) {
+        EXPECT_EQ(parsed(text), reason) << text;
+    }
 }
 
 TEST(ProxyTexts, BeginLikeAUrlWithANameAndAColon) {
@@ -105,9 +108,8 @@ TEST(ProxyQuestions, HideCredentialsAndFragments) {
 }
 
 TEST(ProxyQuestions, NeedASchemeAndNoControlCharacters) {
-    EXPECT_THROW(proxyQuestion(""), std::invalid_argument);
-    EXPECT_THROW(proxyQuestion("example.org"), std::invalid_argument);
-    EXPECT_THROW(proxyQuestion("://example.org"), std::invalid_argument);
-    EXPECT_THROW(proxyQuestion("http://a\r\nb/"), std::invalid_argument);
-    EXPECT_THROW(proxyQuestion(std::string("http://a\0b/", 11)), std::invalid_argument);
+    for (const std::string& text : {std::string(), std::string("example.org"), std::string("://example.org"),
+                                    std::string("http://a\r\nb/"), std::string("http://a\0b/", 11)}) {
+        EXPECT_THROW(proxyQuestion(text), std::invalid_argument) << text;
+    }
 }

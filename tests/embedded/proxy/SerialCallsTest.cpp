@@ -111,7 +111,7 @@ TEST(SerialCallsOfAThread, WhoGivesUpLeavesTheCallRunning) {
                  GivenUp);
     EXPECT_FALSE(ran);
     held.release();
-    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "behind" : "beside"}; }, kNeverStop), ElementsAre("behind"));
+    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "after" : "beside"}; }, kNeverStop), ElementsAre("after"));
 }
 
 TEST(SerialCallsOfAThread, CallOutlivesWhatRanIt) {

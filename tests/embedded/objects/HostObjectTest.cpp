@@ -1,27 +1,25 @@
 // Objects: how they are made, what they hold, when they go.
 #include "embedded/objects/HostObject.h"
+
 #include "tests/embedded/classes/ClassFixture.h"
 
-using vantik::detail::ArrayOwner;
-using vantik::detail::Scope;
-using vantik::detail::ScopeEntry;
+using namespace vantik::detail;
 
 namespace {
 
 class Objects : public ClassFixture {
 protected:
     // A constructor that notes its inputs and sets the instance's number from the first one.
-    static ScriptedClass::Define constructorOf(const char* shortName, Log* log, const char* typeWord = "int32 scalar") {
-        return [=](vcos::COSClass& definition) {
+    ScriptedClass::Define constructorOf(const char* shortName) {
+        return [this, shortName](vcos::COSClass& definition) {
             const vcos::InternedName key = definition.getFullName();
             ScriptedMethod::addTo(
-                definition, shortName, ScriptedMethod::Signature{{typeWord}, {*key}, 1},
-                [=](int& resultCount, vcos::COSValue* results, int inputCount, const vcos::COSValue* inputs) {
-                    EXPECT_EQ(resultCount, 1);
-                    log->push_back("construct with " + std::to_string(inputCount));
-                    const vcos::COSInterfacePtr object = omGetArrayElement(vantik::detail::arrayIn(results[0]), 0);
+                definition, shortName, ScriptedMethod::Signature{{"int32 scalar"}, {*key}, 1}, [this, key](auto call) {
+                    EXPECT_EQ(call.Wanted, 1);
+                    Events.push_back("construct with " + std::to_string(call.Inputs.size()));
+                    const auto object = omGetArrayElement(arrayIn(call.Results[0]), 0);
                     auto* instance = static_cast<ScriptedClass::Instance*>(object->getInstanceData(key));
-                    instance->Number = inputCount == 0 ? -1 : static_cast<int>(inputs[0].Bits);
+                    instance->Number = call.Inputs.empty() ? -1 : static_cast<int>(call.Inputs[0].Bits);
                 });
         };
     }
@@ -32,37 +30,29 @@ protected:
 
 } // namespace
 
-TEST_F(Objects, InstanceComesBeforeTheConstructor) {
-    addClass("Thing", constructorOf("Thing", &Events));
-    const ArrayOwner seven(vantik::detail::makeInt32(7));
+TEST_F(Objects, InstanceComesBeforeTheConstructorWhoseInputMayBeOptional) {
+    addClass("Thing", constructorOf("Thing"));
+    const ArrayOwner seven(makeInt32(7));
     const ArrayOwner object = make("test.Thing", {seven.get()});
     EXPECT_EQ(Events, (Log{"create Thing", "construct with 1"}));
     EXPECT_EQ(numberIn(object, "test.Thing"), 7);
-}
-
-TEST_F(Objects, OptionalInputMayBeMissing) {
-    addClass("Thing", constructorOf("Thing", &Events));
     EXPECT_EQ(numberIn(make("test.Thing"), "test.Thing"), -1);
 }
 
 TEST_F(Objects, InputsAreCheckedBeforeAnythingIsMade) {
-    addClass("Thing", constructorOf("Thing", &Events));
-    const ArrayOwner text(vantik::detail::makeText(u"seven"));
+    addClass("Plain");
+    addClass("Thing", constructorOf("Thing"));
+    const ArrayOwner text(makeText(u"seven"));
     EXPECT_EQ(failureOf([&] { make("test.Thing", {text.get()}); }),
               "VANTIK:vcos:WrongInputType(test.Thing, Thing, 1, int32 scalar, 1-by-5 char)");
     EXPECT_EQ(failureOf([&] {
                   make("test.Thing", {text.get(), text.get()});
               }),
               "VANTIK:vcos:TooManyInputs(test.Thing, Thing, 1, 2)");
+    EXPECT_EQ(failureOf([&] { make("test.Plain", {text.get()}); }),
+              "VANTIK:vcos:TooManyInputs(test.Plain, Plain, 0, 1)")
+        << "no constructor, no inputs";
     EXPECT_EQ(Events, Log{});
-}
-
-TEST_F(Objects, WithoutAConstructorThereAreNoInputs) {
-    addClass("Thing");
-    const ArrayOwner text(vantik::detail::makeText(u"seven"));
-    EXPECT_EQ(failureOf([&] { make("test.Thing", {text.get()}); }),
-              "VANTIK:vcos:TooManyInputs(test.Thing, Thing, 0, 1)");
-    EXPECT_TRUE(make("test.Thing"));
 }
 
 TEST_F(Objects, EachClassOfTheLineageHasItsInstance) {
@@ -84,32 +74,26 @@ TEST_F(Objects, EachClassOfTheLineageHasItsInstance) {
 }
 
 TEST_F(Objects, NearestConstructorRunsAlone) {
-    addClass("Root", constructorOf("Root", &Events));
+    addClass("Root", constructorOf("Root"));
     addDerivedClass("Middle", {"test.Root"});
     EXPECT_EQ(numberIn(make("test.Middle"), "test.Root"), -1) << "inherited";
-    addDerivedClass("Leaf", {"test.Middle"}, constructorOf("Leaf", &Events));
+    addDerivedClass("Leaf", {"test.Middle"}, constructorOf("Leaf"));
     const ArrayOwner leaf = make("test.Leaf");
     EXPECT_EQ(numberIn(leaf, "test.Leaf"), -1);
     EXPECT_EQ(numberIn(leaf, "test.Root"), 0) << "not run";
 }
 
-TEST_F(Objects, MissingInstanceIsAFailedAllocation) {
-    addClass("Root");
-    addDerivedClass("Leaf", {"test.Root"})->GivesNoInstance = true;
-    EXPECT_THROW(make("test.Leaf"), foundation::core::except::bad_alloc);
-    EXPECT_EQ(Events, (Log{"create Root", "create Leaf", "destroy Root"}));
-}
-
 TEST_F(Objects, FailureWhileMadeUndoesWhatWasMade) {
     addClass("Root");
+    addDerivedClass("Null", {"test.Root"})->MakesNoInstance = true;
+    EXPECT_THROW(make("test.Null"), foundation::core::except::bad_alloc);
+    EXPECT_EQ(std::exchange(Events, {}), (Log{"create Root", "create Null", "destroy Root"}));
     addDerivedClass("Leaf", {"test.Root"})->CreateScript = [] { throw std::out_of_range("no"); };
     EXPECT_THROW(make("test.Leaf"), std::out_of_range);
-    EXPECT_EQ(Events, (Log{"create Root", "create Leaf", "destroy Root"}));
-
-    Events.clear();
+    EXPECT_EQ(std::exchange(Events, {}), (Log{"create Root", "create Leaf", "destroy Root"}));
     addClass("Thing", [](vcos::COSClass& definition) {
-        ScriptedMethod::addTo(definition, "Thing", {}, [](int&, vcos::COSValue*, int, const vcos::COSValue*) {
-            vantik::detail::makeDouble(1); // left behind on purpose: the call's frame has it
+        ScriptedMethod::addTo(definition, "Thing", {}, [](auto) {
+            makeDouble(1); // left behind on purpose: the call's frame has it
             throw std::out_of_range("no");
         });
     });
@@ -129,13 +113,13 @@ TEST_F(Objects, ArrayElementsAreTheObjects) {
     addClass("Thing");
     const ArrayOwner one = make("test.Thing");
     const ArrayOwner two = make("test.Thing");
-    const ArrayOwner both(vantik::detail::makeObjectArray(
-        "test.Thing", {omGetArrayElement(one.get(), 0), omGetArrayElement(two.get(), 0)}));
+    const ArrayOwner both(
+        makeObjectArray("test.Thing", {omGetArrayElement(one.get(), 0), omGetArrayElement(two.get(), 0)}));
     EXPECT_EQ(omGetArrayElement(both.get(), 1).get(), omGetArrayElement(two.get(), 0).get());
     EXPECT_FALSE(omGetArrayElement(both.get(), 2));
     EXPECT_FALSE(omGetArrayElement(nullptr, 0));
-    EXPECT_FALSE(vantik::detail::scalarObject(both.get()));
-    EXPECT_TRUE(vantik::detail::scalarObject(one.get()));
+    EXPECT_FALSE(scalarObject(both.get()));
+    EXPECT_TRUE(scalarObject(one.get()));
 }
 
 TEST_F(Objects, ReferencesShareOneObject) {
@@ -154,25 +138,25 @@ TEST_F(Objects, ReferencesShareOneObject) {
     EXPECT_EQ(Events, (Log{"destroy Thing"}));
 }
 
-TEST_F(Objects, NativeInstanceIsFoundBehindAValue) {
+TEST_F(Objects, NativeInstanceOfAValueIsFoundByItsClass) {
     addClass("Root");
     addDerivedClass("Leaf", {"test.Root"});
     const ArrayOwner object = make("test.Leaf");
-    const vcos::COSValue value = vantik::detail::slotOf(object.get());
-    EXPECT_EQ(vcos::vcosGetScalarObjectValue(name("test.Root"), value),
+    const ArrayOwner number(makeDouble(1));
+    EXPECT_EQ(vcos::vcosGetScalarObjectValue(name("test.Root"), slotOf(object.get())),
               objectIn(object).getInstanceData(name("test.Root")));
-    const ArrayOwner number(vantik::detail::makeDouble(1));
-    EXPECT_EQ(failureOf([&] { vcos::vcosGetScalarObjectValue(name("test.Other"), value); }),
-              "VANTIK:vcos:NotAnObjectOf(test.Other)");
-    EXPECT_EQ(
-        failureOf([&] { vcos::vcosGetScalarObjectValue(name("test.Root"), vantik::detail::slotOf(number.get())); }),
-        "VANTIK:vcos:NotAnObjectOf(test.Root)");
-    EXPECT_EQ(failureOf([&] { vcos::vcosGetScalarObjectValue(name("test.Root"), {}); }),
-              "VANTIK:vcos:NotAnObjectOf(test.Root)");
+    const auto refusal = [](const char* key, vcos::COSValue value) {
+        return failureOf([&] { vcos::vcosGetScalarObjectValue(name(key), value); });
+    };
+    EXPECT_EQ(refusal("test.Other", slotOf(object.get())), "VANTIK:vcos:NotAnObjectOf(test.Other)");
+    EXPECT_EQ(refusal("test.Root", slotOf(number.get())), "VANTIK:vcos:NotAnObjectOf(test.Root)");
+    EXPECT_EQ(refusal("test.Root", {}), "VANTIK:vcos:NotAnObjectOf(test.Root)");
 }
 
-TEST_F(Objects, KeepTheirScopeUntilTheyAreGone) {
-    addClass("Thing");
+TEST_F(Objects, KeepTheirScopeUntilTheyAreGoneAndAreDestroyedInIt) {
+    ScriptedClass* description = addClass("Thing");
+    Scope* seen = nullptr;
+    description->DestroyScript = [&] { seen = &Scope::current(); };
     ArrayOwner object = make("test.Thing");
     const std::weak_ptr<Scope> watched = Home;
     Scope* const home = Home.get();
@@ -181,40 +165,19 @@ TEST_F(Objects, KeepTheirScopeUntilTheyAreGone) {
     ASSERT_FALSE(watched.expired());
     EXPECT_EQ(objectIn(object).scope().get(), home);
     Events.clear();
-    object.reset();
+    {
+        const ScopeEntry other(std::make_shared<Scope>());
+        object.reset();
+        EXPECT_NE(&Scope::current(), home);
+    }
+    EXPECT_EQ(seen, home);
     EXPECT_TRUE(watched.expired());
     EXPECT_EQ(Events, (Log{"destroy Thing", "forget Thing"}));
 }
 
-TEST_F(Objects, AreDestroyedInTheirScope) {
-    class Watching final : public vcos::COSClassInfo {
-    public:
-        explicit Watching(Scope*& seen) : Seen(seen) {}
-        std::string getName() const override { return "Watching"; }
-        void defineClass(vcos::COSClass&) override {}
-        void* createInstance() override { return this; }
-        void destroyInstance(void*) override { Seen = &Scope::current(); }
-        bool isConstructible() const override { return true; }
-        bool isHandle() const override { return true; }
-
-    private:
-        Scope*& Seen;
-    };
-    Scope* seen = nullptr;
-    classes().ensurePackage("test");
-    vcos::COSPackage::getNamespace(name("test"))->addClass(new Watching(seen), 0, 2);
-    ArrayOwner object = make("test.Watching");
-    {
-        const ScopeEntry other(std::make_shared<Scope>());
-        object.reset();
-        EXPECT_NE(&Scope::current(), Home.get());
-    }
-    EXPECT_EQ(seen, Home.get());
-}
-
 TEST_F(Objects, FailureOfTheDestructionIsDropped) {
     addClass("Root");
-    addDerivedClass("Leaf", {"test.Root"})->ThrowsWhenDestroyed = true;
+    addDerivedClass("Leaf", {"test.Root"})->DestroyScript = [] { throw std::runtime_error("destroyed"); };
     make("test.Leaf");
     EXPECT_EQ(Events, (Log{"create Root", "create Leaf", "destroy Leaf", "destroy Root"}));
 }

@@ -1,14 +1,15 @@
-#include "host/Interrupt.h"
-
-#include "embedded/scope/InterruptOrigin.h"
+// The request to stop, and what the host raises for it.
 #include "embedded/scope/InterruptState.h"
+
 #include "embedded/scope/Scope.h"
+#include "host/Interrupt.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -17,7 +18,7 @@ using vantik::detail::Scope;
 using vantik::detail::ScopeEntry;
 using Zentorak::System::InterruptException;
 
-TEST(InterruptState, RequestIsTakenOnce) {
+TEST(InterruptState, RequestIsTakenOnceOrDropped) {
     InterruptState state;
     EXPECT_FALSE(state.pending());
     EXPECT_FALSE(state.take());
@@ -28,10 +29,6 @@ TEST(InterruptState, RequestIsTakenOnce) {
     EXPECT_TRUE(state.take());
     EXPECT_FALSE(state.pending());
     EXPECT_FALSE(state.take());
-}
-
-TEST(InterruptState, ClearDropsRequest) {
-    InterruptState state;
     state.request();
     state.clear();
     EXPECT_FALSE(state.take());
@@ -39,7 +36,6 @@ TEST(InterruptState, ClearDropsRequest) {
 
 TEST(InterruptState, WhatWasStoppedIsRememberedUntilCleared) {
     InterruptState state;
-    EXPECT_FALSE(state.stopped());
     state.request();
     state.take();
     EXPECT_FALSE(state.stopped()) << "taking alone stops nothing";
@@ -91,7 +87,13 @@ TEST(InterruptState, TimeComes) {
     EXPECT_GE(InterruptState::Clock::now() - start, 1ms);
 }
 
-TEST(InterruptState, AnotherThreadRequests) {
+namespace {
+
+InterruptState* signalled = nullptr;
+
+} // namespace
+
+TEST(InterruptState, AnotherThreadOrASignalHandlerRequests) {
     InterruptState state;
     std::thread other([&state] { state.request(); });
     while (!state.take()) {
@@ -99,28 +101,15 @@ TEST(InterruptState, AnotherThreadRequests) {
     }
     other.join();
     EXPECT_FALSE(state.pending());
-}
-
-namespace {
-
-InterruptState* signalled = nullptr;
-
-void onSignal(int) {
-    signalled->request();
-}
-
-} // namespace
-
-TEST(InterruptState, SignalHandlerRequests) {
-    InterruptState state;
     signalled = &state;
-    const auto previous = std::signal(SIGUSR1, onSignal);
+    const auto previous = std::signal(SIGUSR1, [](int) { signalled->request(); });
     std::raise(SIGUSR1);
     std::signal(SIGUSR1, previous);
     EXPECT_TRUE(state.take());
 }
 
 TEST(Interrupt, RaisesOnceAndLeavesOtherScopesAlone) {
+    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), std::logic_error) << "outside every scope";
     const auto first = std::make_shared<Scope>();
     const auto second = std::make_shared<Scope>();
     first->Interrupt.request();
@@ -130,25 +119,19 @@ TEST(Interrupt, RaisesOnceAndLeavesOtherScopesAlone) {
     }
     const ScopeEntry entry(first);
     EXPECT_FALSE(first->Interrupt.stopped());
-    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), InterruptException);
+    try {
+        utInterruptState::ThrowIfInterruptPending();
+        FAIL();
+    } catch (const InterruptException& interrupt) {
+        EXPECT_FALSE(interrupt.requestedByProgram());
+        EXPECT_STREQ(interrupt.what(), "The operation was stopped on request.");
+    }
     EXPECT_TRUE(first->Interrupt.stopped());
     EXPECT_FALSE(second->Interrupt.stopped());
     EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
 }
 
-TEST(Interrupt, RaisedByThePersonNotByTheProgram) {
-    const ScopeEntry entry(std::make_shared<Scope>());
-    Scope::current().Interrupt.request();
-    try {
-        utInterruptState::ThrowIfInterruptPending();
-        FAIL();
-    } catch (const InterruptException& interrupt) {
-        EXPECT_FALSE(vantik::detail::requestedByProgram(interrupt));
-        EXPECT_STREQ(interrupt.what(), "The operation was stopped on request.");
-    }
-}
-
-TEST(Interrupt, IsInternalAndStandardButNoUserException) {
+TEST(Interrupt, IsInternalAndStandardButNotAUserException) {
     const InterruptException interrupt(true);
     EXPECT_THROW(interrupt.rethrow(), foundation::core::except::IInternalException);
     EXPECT_THROW(interrupt.rethrow(), foundation::core::except::IException);
@@ -169,11 +152,7 @@ TEST(Interrupt, CloneAndRethrowKeepTypeAndOrigin) {
             copy->rethrow();
             FAIL();
         } catch (const InterruptException& thrown) {
-            EXPECT_EQ(vantik::detail::requestedByProgram(thrown), byProgram);
+            EXPECT_EQ(thrown.requestedByProgram(), byProgram);
         }
     }
-}
-
-TEST(Interrupt, OutsideEveryScopeIsAMistake) {
-    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), std::logic_error);
 }

@@ -1,0 +1,470 @@
+// Calling methods, reading and writing properties through the class system.
+#include "embedded/objects/ObjectCalls.h"
+
+#include "embedded/arrays/CallFrame.h"
+#include "tests/embedded/classes/ClassFixture.h"
+
+#include <algorithm>
+#include <bit>
+#include <limits>
+
+namespace vx = matrix::detail::noninlined::vx_array_api;
+using namespace vantik::detail;
+using Signature = ScriptedMethod::Signature;
+
+namespace {
+
+class Methods : public ClassFixture {
+protected:
+    // An object of the class "test.Thing", which has this one method.
+    ArrayOwner objectWith(const char* methodName, std::optional<Signature> signature, ScriptedMethod::Body body,
+                          vcos::MemberAccess access = vcos::MemberAccess::Public) {
+        addClass("Thing", [&](vcos::COSClass& definition) {
+            ScriptedMethod::addTo(definition, methodName, std::move(signature), std::move(body), access);
+        });
+        return make("test.Thing");
+    }
+
+    // What a module does; nothing where the method was not found.
+    static std::optional<std::vector<ArrayOwner>> om(const std::string& className, const std::string& method,
+                                                     std::vector<vxArray_tag*> arguments, int wanted,
+                                                     vcos::COSClient* client = getSystemClient(),
+                                                     bool onlyStatic = false) {
+        std::vector<vxArray_tag*> results(static_cast<std::size_t>(std::max(wanted, 0)), nullptr);
+        if (!omCallMethod(name(className), name(method), client, wanted, results.data(),
+                          static_cast<int>(arguments.size()), arguments.data(), onlyStatic)) {
+            return {};
+        }
+        return std::vector<ArrayOwner>(results.begin(), results.end());
+    }
+    static bool finds(const std::string& className, const std::string& method, std::vector<vxArray_tag*> arguments,
+                      vcos::COSClient* client = getSystemClient(), bool onlyStatic = false) {
+        return om(className, method, std::move(arguments), 0, client, onlyStatic).has_value();
+    }
+    // Results of "run" of a "test.Thing".
+    static std::vector<ArrayOwner> run(const ArrayOwner& object, int wanted) {
+        auto results = om("test.Thing", "run", {object.get()}, wanted);
+        EXPECT_TRUE(results);
+        return results ? std::move(*results) : std::vector<ArrayOwner>();
+    }
+    // The same as a program does, which wants none.
+    static std::vector<ArrayOwner> runForNothing(const ArrayOwner& object) {
+        vxArray_tag* self = object.get();
+        return runMethod(objectIn(object), requireMethod(objectIn(object), "run", *COSGetPublicClient()), 0,
+                         {&self, 1});
+    }
+    static void doNothing(ScriptedMethod::Call) {}
+};
+
+} // namespace
+
+TEST_F(Methods, ClassOfTheCallIsATypeCheckAndTheObjectsOwnClassDecides) {
+    const auto noting = [&](const char* text) { return [this, text](auto) { Events.push_back(text); }; };
+    addClass("Root", [&](vcos::COSClass& definition) {
+        ScriptedMethod::addTo(definition, "run", {}, noting("root"));
+        ScriptedMethod::addTo(definition, "inherited", {}, noting("inherited"));
+    });
+    addDerivedClass("Leaf", {"test.Root"},
+                    [&](vcos::COSClass& definition) { ScriptedMethod::addTo(definition, "run", {}, noting("leaf")); });
+    const ArrayOwner root = make("test.Root");
+    const ArrayOwner leaf = make("test.Leaf");
+    Events.clear();
+    EXPECT_TRUE(finds("test.Root", "run", {leaf.get()}));
+    EXPECT_TRUE(finds("test.Leaf", "run", {leaf.get()}));
+    EXPECT_TRUE(finds("test.Root", "run", {root.get()}));
+    EXPECT_TRUE(finds("test.Leaf", "inherited", {leaf.get()}));
+    EXPECT_FALSE(finds("test.Leaf", "run", {root.get()}));
+    EXPECT_FALSE(finds("test.Missing", "run", {leaf.get()}));
+    EXPECT_FALSE(finds("test.Root", "missing", {leaf.get()}));
+    EXPECT_EQ(Events, (Log{"leaf", "leaf", "root", "inherited"}));
+}
+
+TEST_F(Methods, WithoutAnObjectNothingIsFound) {
+    const ArrayOwner object = objectWith("run", {}, doNothing);
+    const ArrayOwner number(makeDouble(1));
+    const ArrayOwner empty(makeObjectArray("test.Thing", {}));
+    EXPECT_TRUE(finds("test.Thing", "run", {object.get()}));
+    EXPECT_FALSE(finds("test.Thing", "run", {}));
+    for (vxArray_tag* other : {static_cast<vxArray_tag*>(nullptr), number.get(), empty.get()}) {
+        EXPECT_FALSE(finds("test.Thing", "run", {other}));
+    }
+    EXPECT_FALSE(finds("", "run", {object.get()}));
+    EXPECT_FALSE(finds("test.Thing", "", {object.get()}));
+    EXPECT_FALSE(finds("test.Thing", "run", {object.get()}, nullptr));
+    EXPECT_FALSE(finds("test.Thing", "run", {object.get()}, getSystemClient(), true)) << "it is not static";
+}
+
+TEST_F(Methods, InternalAndPrivateOnesExistForTheSystemClientOnly) {
+    ASSERT_NE(getSystemClient(), COSGetPublicClient());
+    const ArrayOwner secret = objectWith("run", {}, doNothing, vcos::MemberAccess::Private);
+    EXPECT_TRUE(finds("test.Thing", "run", {secret.get()}, getSystemClient()));
+    EXPECT_FALSE(finds("test.Thing", "run", {secret.get()}, COSGetPublicClient()));
+    const ArrayOwner object = objectWith("startInternal", {}, doNothing);
+    EXPECT_TRUE(finds("test.Thing", "startInternal", {object.get()}, getSystemClient()));
+    EXPECT_FALSE(finds("test.Thing", "startInternal", {object.get()}, COSGetPublicClient()));
+    EXPECT_EQ(failureOf([&] { requireMethod(objectIn(object), "startInternl", *COSGetPublicClient()); }),
+              "VANTIK:vcos:UnknownMethod(test.Thing, startInternl, none)")
+        << "a hint must not give it away";
+    EXPECT_EQ(failureOf([&] { requireMethod(objectIn(object), "startInternl", *getSystemClient()); }),
+              "VANTIK:vcos:UnknownMethod(test.Thing, startInternl, startInternal)");
+}
+
+TEST_F(Methods, ConstructorIsNotAMethod) {
+    const ArrayOwner object = objectWith("Thing", {}, doNothing);
+    EXPECT_FALSE(finds("test.Thing", "Thing", {object.get()}));
+    addDerivedClass("Leaf", {"test.Thing"});
+    EXPECT_FALSE(finds("test.Thing", "Thing", {make("test.Leaf").get()}));
+}
+
+TEST_F(Methods, ObjectIsTheFirstInputAndIsNotCounted) {
+    std::vector<const vxArray_tag*> seen;
+    const ArrayOwner object =
+        objectWith("run", Signature{{"test.Thing scalar", "any", "any", "any"}, {}, 1}, [&](auto call) {
+            seen.clear();
+            for (const vcos::COSValue& input : call.Inputs) {
+                seen.push_back(arrayIn(input));
+            }
+        });
+    const ArrayOwner text(makeText(u"text"));
+    const auto with = [&](std::size_t inputs) {
+        std::vector<vxArray_tag*> arguments(inputs + 1, text.get());
+        arguments[0] = object.get();
+        return failureOf([&] { EXPECT_TRUE(finds("test.Thing", "run", arguments)); });
+    };
+    EXPECT_EQ(with(0), "VANTIK:vcos:NotEnoughInputs(test.Thing, run, 2, 0)");
+    EXPECT_EQ(with(1), "VANTIK:vcos:NotEnoughInputs(test.Thing, run, 2, 1)");
+    EXPECT_EQ(with(2), "");
+    EXPECT_EQ(seen, (std::vector<const vxArray_tag*>{object.get(), text.get(), text.get()}));
+    EXPECT_EQ(with(3), "");
+    EXPECT_EQ(with(4), "VANTIK:vcos:TooManyInputs(test.Thing, run, 3, 4)");
+}
+
+TEST_F(Methods, ResultsAreOwnedByTheCaller) {
+    const ArrayOwner object = objectWith(
+        "run", Signature{{"test.Thing scalar"}, {"char vector", "int32 scalar", "logical scalar"}, 0}, [](auto call) {
+            call.Results[0] = slotOf(makeText(u"one"));
+            call.Results[1].Bits = static_cast<std::uint64_t>(std::int64_t{-2});
+            call.Results[2].Bits = 1;
+        });
+    const auto results = run(object, 3);
+    EXPECT_EQ(matrix::get_string(results[0].get()), "one");
+    EXPECT_STREQ(vx::vxGetClassName(results[1].get()), "int32");
+    EXPECT_EQ(vx::vxGetScalar(results[1].get()), -2);
+    EXPECT_STREQ(vx::vxGetClassName(results[2].get()), "logical");
+}
+
+TEST_F(Methods, ResultsBeyondTheDeclaredAndThoseNotDeliveredAreNull) {
+    int asked = -1;
+    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {"double scalar", "any"}, 0},
+                                         [&](auto call) { asked = call.Wanted; });
+    const auto results = run(object, 3);
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(vx::vxGetScalar(results[0].get()), 0);
+    EXPECT_FALSE(results[1]);
+    EXPECT_FALSE(results[2]);
+    run(object, -1);
+    EXPECT_EQ(asked, 0);
+}
+
+TEST_F(Methods, ResultGivenUnaskedIsHandedOutOrReleased) {
+    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {"uint8 vector"}, 0}, [](auto call) {
+        call.Wanted = std::max(call.Wanted, 1);
+        call.Results[0] = slotOf(makePlainFrom(vxUINT8_CLASS, 3, 1, "abc"));
+        vx::vxSetArrayScope(arrayIn(call.Results[0]), vxPERSISTENT_SCOPE);
+    });
+    const std::size_t before = liveArrays();
+    run(object, 0);
+    EXPECT_EQ(liveArrays(), before) << "released";
+    const auto results = runForNothing(object);
+    ASSERT_EQ(results.size(), 1u) << "handed out";
+    EXPECT_EQ(elementCount(results[0].get()), 3u);
+}
+
+TEST_F(Methods, ResultBeyondTheCountIsReleasedAndTheCountIsCutToTheRoom) {
+    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {"any", "any"}, 0}, [](auto call) {
+        for (int index = 0; index < 2; ++index) {
+            call.Results[index] = slotOf(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
+        }
+    });
+    const std::size_t before = liveArrays();
+    {
+        const auto results = run(object, 1);
+        EXPECT_EQ(liveArrays(), before + 1);
+    }
+    EXPECT_EQ(liveArrays(), before);
+    const ArrayOwner boasting = objectWith("run", Signature{{"test.Thing scalar"}, {"double scalar"}, 0},
+                                           [](auto call) { call.Wanted = 1000000; });
+    EXPECT_EQ(runForNothing(boasting).size(), 1u);
+}
+
+TEST_F(Methods, ArraysLeftBehindGoWithTheCall) {
+    const ArrayOwner object = objectWith("run", {}, [](auto call) {
+        makeText(u"left behind on purpose");
+        call.Results[0] = slotOf(makeDouble(1));
+    });
+    const std::size_t before = liveArrays();
+    const std::size_t reclaimed = CallFrame::reclaimed();
+    const auto results = run(object, 1);
+    EXPECT_EQ(CallFrame::reclaimed(), reclaimed + 1);
+    EXPECT_EQ(liveArrays(), before + 1);
+}
+
+TEST_F(Methods, ResultOfAnInnerCallBelongsToTheOuterOne) {
+    addClass("Thing", [&](vcos::COSClass& definition) {
+        ScriptedMethod::addTo(definition, "inner", {}, [](auto call) { call.Results[0] = slotOf(makeDouble(1)); });
+        ScriptedMethod::addTo(definition, "outer", {}, [](auto call) {
+            vxArray_tag* result = nullptr;
+            vxArray_tag* self = arrayIn(call.Inputs[0]);
+            EXPECT_TRUE(
+                omCallMethod(name("test.Thing"), name("inner"), getSystemClient(), 1, &result, 1, &self, false));
+            EXPECT_EQ(vx::vxGetScalar(result), 1); // dropped on purpose
+        });
+    });
+    const ArrayOwner object = make("test.Thing");
+    const std::size_t before = liveArrays();
+    EXPECT_TRUE(finds("test.Thing", "outer", {object.get()}));
+    EXPECT_EQ(liveArrays(), before);
+}
+
+TEST_F(Methods, WhatTheMethodRaisesPasses) {
+    const ArrayOwner object = objectWith("run", {}, [](auto) {
+        makeText(u"left behind on purpose");
+        throw std::out_of_range("no");
+    });
+    const std::size_t before = liveArrays();
+    EXPECT_THROW(finds("test.Thing", "run", {object.get()}), std::out_of_range);
+    EXPECT_EQ(liveArrays(), before);
+}
+
+TEST_F(Methods, ObjectOfARemovedClassStillWorks) {
+    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {}, 0}, doNothing);
+    classes().removeClass("test.Thing");
+    EXPECT_TRUE(finds("test.Thing", "run", {object.get()}));
+}
+
+namespace {
+
+ArrayOwner nothing() {
+    return ArrayOwner(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
+}
+
+class Properties : public ClassFixture {
+protected:
+    // An object with one property "Value".
+    ArrayOwner objectWith(const char* typeWord, ScriptedProperty::Accessors accessors) {
+        addClass("Thing", [&](vcos::COSClass& definition) {
+            ScriptedProperty::addTo(definition, "Value", typeWord, std::move(accessors));
+        });
+        return make("test.Thing");
+    }
+    // Keeps the slot as it was set.
+    static ScriptedProperty::Accessors keeping(vcos::COSValue& slot) {
+        return {[&slot] { return slot; }, [&slot](auto&, const vcos::COSValue& value) { slot = value; }, {}};
+    }
+    static ArrayOwner get(const ArrayOwner& object, const char* property = "Value") {
+        return ArrayOwner(getProperty(objectIn(object), property));
+    }
+    static std::string classOf(const ArrayOwner& array) { return vx::vxGetClassName(array.get()); }
+    static void set(const ArrayOwner& object, const ArrayOwner& value, const char* property = "Value") {
+        setProperty(objectIn(object), property, value.get());
+    }
+};
+
+} // namespace
+
+TEST_F(Properties, NumbersLieInTheSlot) {
+    const auto bitsOf = [](double value) { return std::bit_cast<std::uint64_t>(value); };
+    struct Row {
+        const char* TypeWord;
+        std::uint64_t Bits;
+        const char* ClassName;
+        double Number;
+    };
+    for (const Row& row : {Row{"int32 scalar", 0xFFFFFFFFFFFFFFFB, "int32", -5}, // the sign fills the wider cell
+                           {"double scalar", bitsOf(2.5), "double", 2.5},
+                           {"uint64 scalar", std::numeric_limits<std::uint64_t>::max(), "uint64", 0x1p64},
+                           {"logical scalar", 1, "logical", 1}}) {
+        vcos::COSValue slot{row.Bits};
+        const ArrayOwner object = objectWith(row.TypeWord, keeping(slot));
+        const ArrayOwner value = get(object);
+        EXPECT_EQ(classOf(value), row.ClassName);
+        EXPECT_EQ(vx::vxGetScalar(value.get()), row.Number);
+        slot.Bits = 0;
+        set(object, value);
+        EXPECT_EQ(slot.Bits, row.Bits) << row.TypeWord;
+    }
+    vcos::COSValue slot{256};
+    EXPECT_TRUE(*vx::vxGetLogicals(get(objectWith("logical scalar", keeping(slot))).get())) << "anything but zero";
+}
+
+TEST_F(Properties, TextIsPassedByPointer) {
+    std::u16string stored;
+    bool wasNull = false;
+    const ArrayOwner object =
+        objectWith("unicodeString",
+                   {[&] { return vcos::COSValue{stored.empty() ? 0 : reinterpret_cast<std::uintptr_t>(&stored)}; },
+                    [&](auto&, const vcos::COSValue& value) {
+                        const auto* text = reinterpret_cast<const std::u16string*>(value.Bits);
+                        wasNull = text == nullptr;
+                        stored = text ? *text : std::u16string();
+                    },
+                    {}});
+    set(object, ArrayOwner(makeText(u"\u00FCber")));
+    EXPECT_EQ(stored, u"\u00FCber");
+    EXPECT_EQ(matrix::get_ustring(get(object).get()), u"\u00FCber");
+    set(object, ArrayOwner(makeText(u"")));
+    EXPECT_FALSE(wasNull);
+    const ArrayOwner empty = get(object);
+    EXPECT_EQ(classOf(empty), "char") << "a null text is an empty one";
+    EXPECT_TRUE(vx::vxIsEmpty(empty.get()));
+}
+
+TEST_F(Properties, GettersArrayGoesToItsReleaserAfterTheCopyIsTaken) {
+    Log steps;
+    const ArrayOwner object = objectWith("uint8 vector", {[&] {
+                                                              steps.push_back("get");
+                                                              return slotOf(makePlainFrom(vxUINT8_CLASS, 3, 1, "abc"));
+                                                          },
+                                                          {},
+                                                          [&](const vcos::COSValue& value) {
+                                                              steps.push_back("release");
+                                                              EXPECT_EQ(elementCount(arrayIn(value)), 3u);
+                                                              matrix::destroyArray(arrayIn(value));
+                                                          }});
+    const std::size_t before = liveArrays();
+    const std::size_t reclaimed = CallFrame::reclaimed();
+    const ArrayOwner value = get(object);
+    EXPECT_EQ(steps, (Log{"get", "release"}));
+    EXPECT_EQ(elementCount(value.get()), 3u);
+    EXPECT_EQ(liveArrays(), before + 1);
+    EXPECT_EQ(CallFrame::reclaimed(), reclaimed) << "nothing was left for the frame";
+}
+
+TEST_F(Properties, GettersArrayWithoutAReleaserGoesWithTheCall) {
+    const double four[] = {1, 2, 3, 4};
+    const ArrayOwner object =
+        objectWith("double vector", {[&] { return slotOf(makePlainFrom(vxDOUBLE_CLASS, 1, 4, four)); }, {}, {}});
+    const std::size_t before = liveArrays();
+    const std::size_t reclaimed = CallFrame::reclaimed();
+    const ArrayOwner value = get(object);
+    EXPECT_EQ(elementAsDouble(value.get(), 3), 4);
+    EXPECT_EQ(liveArrays(), before + 1);
+    EXPECT_EQ(CallFrame::reclaimed(), reclaimed + 1);
+}
+
+TEST_F(Properties, ObjectsOwnArrayStaysItsOwn) {
+    vcos::COSValue slot;
+    const ArrayOwner object = objectWith("any", keeping(slot));
+    const ArrayOwner empty = get(object);
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(classOf(empty), "");
+    const ArrayOwner kept(makeText(u"kept"));
+    slot = slotOf(kept.get());
+    const ArrayOwner value = get(object);
+    EXPECT_NE(value.get(), kept.get());
+    EXPECT_EQ(matrix::get_string(value.get()), "kept");
+}
+
+TEST_F(Properties, NothingIsNullForEveryTypeButNumbers) {
+    for (const char* typeWord : {"any", "unicodeString", "uint8 vector", "double vector", "struct scalar", "char",
+                                 "vantik.net.http.io.ContentProvider scalar"}) {
+        vcos::COSValue slot{1};
+        const ArrayOwner object = objectWith(typeWord, keeping(slot));
+        set(object, ArrayOwner());
+        EXPECT_EQ(slot.Bits, 0u) << typeWord;
+        slot.Bits = 1;
+        set(object, nothing());
+        EXPECT_EQ(slot.Bits, 0u) << typeWord;
+    }
+    for (const char* typeWord : {"logical scalar", "int32 scalar", "uint64 scalar", "double scalar"}) {
+        vcos::COSValue slot{1};
+        const ArrayOwner object = objectWith(typeWord, keeping(slot));
+        EXPECT_EQ(failureOf([&] { set(object, ArrayOwner()); }),
+                  std::string("VANTIK:vcos:WrongPropertyType(test.Thing, Value, ") + typeWord + ", nothing)");
+        EXPECT_EQ(slot.Bits, 1u);
+    }
+}
+
+TEST_F(Properties, EmptyArrayOfAnyClassArrivesAsOneOfTheDeclaredClass) {
+    std::string seen;
+    const ArrayOwner object =
+        objectWith("uint8 vector", {{},
+                                    [&](auto&, const vcos::COSValue& value) {
+                                        seen = std::string(vx::vxIsEmpty(arrayIn(value)) ? "empty " : "") +
+                                               vx::vxGetClassName(arrayIn(value));
+                                    },
+                                    {}});
+    for (const auto& [classId, rows] : {std::pair{vxUINT8_CLASS, 1}, {vxDOUBLE_CLASS, 0}}) {
+        seen.clear();
+        set(object, ArrayOwner(makePlain(classId, 0, static_cast<std::size_t>(rows))));
+        EXPECT_EQ(seen, "empty uint8");
+    }
+}
+
+TEST_F(Properties, OneThatIsReadOnlyOrNotPublicIsClosed) {
+    vcos::COSValue slot;
+    ScriptedProperty::Accessors accessors = keeping(slot);
+    accessors.Set = nullptr;
+    const ArrayOwner readOnly = objectWith("logical scalar", accessors);
+    EXPECT_EQ(failureOf([&] { set(readOnly, ArrayOwner(makeLogical(true))); }),
+              "VANTIK:vcos:ReadOnlyProperty(test.Thing, Value)");
+    EXPECT_EQ(vx::vxGetScalar(get(readOnly).get()), 0);
+    accessors = keeping(slot);
+    accessors.SetAccess = vcos::MemberAccess::Private;
+    const ArrayOwner object = objectWith("any", accessors);
+    EXPECT_TRUE(get(object));
+    EXPECT_EQ(failureOf([&] { set(object, ArrayOwner()); }), "VANTIK:vcos:NoAccess(test.Thing, Value)");
+    accessors.GetAccess = vcos::MemberAccess::Protected;
+    const ArrayOwner closed = objectWith("any", accessors);
+    EXPECT_EQ(failureOf([&] { get(closed); }), "VANTIK:vcos:NoAccess(test.Thing, Value)");
+}
+
+TEST_F(Properties, UnknownOneIsRefusedWithAHint) {
+    vcos::COSValue slot;
+    const ArrayOwner object = objectWith("any", keeping(slot));
+    EXPECT_EQ(failureOf([&] { get(object, "Valeu"); }), "VANTIK:vcos:UnknownProperty(test.Thing, Valeu, none)");
+    EXPECT_EQ(failureOf([&] { get(object, "Vale"); }), "VANTIK:vcos:UnknownProperty(test.Thing, Vale, Value)");
+    EXPECT_EQ(failureOf([&] { set(object, ArrayOwner(), "value"); }),
+              "VANTIK:vcos:UnknownProperty(test.Thing, value, Value)");
+}
+
+TEST_F(Properties, DerivedClassInheritsAndHidesThem) {
+    vcos::COSValue slot{1};
+    addClass("Root", [&](vcos::COSClass& definition) {
+        ScriptedProperty::addTo(definition, "Inherited", "logical scalar", keeping(slot));
+        ScriptedProperty::addTo(definition, "Hidden", "logical scalar", keeping(slot));
+    });
+    addDerivedClass("Leaf", {"test.Root"}, [&](vcos::COSClass& definition) {
+        ScriptedProperty::addTo(definition, "Hidden", "uint64 scalar", keeping(slot));
+    });
+    const ArrayOwner leaf = make("test.Leaf");
+    EXPECT_EQ(classOf(get(leaf, "Inherited")), "logical");
+    EXPECT_EQ(classOf(get(leaf, "Hidden")), "uint64");
+    EXPECT_EQ(classOf(get(make("test.Root"), "Hidden")), "logical");
+}
+
+TEST_F(Properties, FailuresOfTheAccessorsPass) {
+    int released = 0;
+    const ArrayOwner object = objectWith("any", {[]() -> vcos::COSValue {
+                                                     makeDouble(1); // the call's frame has it
+                                                     throw std::out_of_range("get");
+                                                 },
+                                                 [](auto&, const vcos::COSValue&) { throw std::domain_error("set"); },
+                                                 [&](const vcos::COSValue&) { ++released; }});
+    EXPECT_THROW(get(object), std::out_of_range);
+    EXPECT_EQ(released, 0) << "there was nothing to release";
+    EXPECT_THROW(set(object, ArrayOwner()), std::domain_error);
+}
+
+TEST_F(Properties, SetterMayDropTheLastReferenceToItsObject) {
+    ArrayOwner object;
+    object = objectWith("any", {{},
+                                [&](vcos::COSInterface& self, const vcos::COSValue&) {
+                                    object.reset();
+                                    EXPECT_NE(self.getInstanceData(name("test.Thing")), nullptr) << "still there";
+                                },
+                                {}});
+    setProperty(objectIn(object), "Value", nullptr);
+    EXPECT_FALSE(object);
+    EXPECT_EQ(Events.back(), "destroy Thing");
+}
