@@ -1,11 +1,10 @@
 #include "tests/streaming/CopierFixture.h"
 
-#include "host/Messages.h"
+#include "tests/support/process/StandardOutputCapture.h"
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
-#include <variant>
+#include <memory>
 
 namespace streamingtest {
 
@@ -16,36 +15,8 @@ vxArray_tag* handleOf(const vantik::Array& value) {
 }
 
 SharedHostArray sharedOf(const vantik::Array& value) {
-    return {handleOf(value), [](vxArray_tag*) {}};
-}
-
-std::string internalErrorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const foundation::core::except::IUserException& failure) {
-        EXPECT_EQ(failure.msg_id().fullName(), "VANTIK:webservices:InternalError") << failure.what();
-        const auto& arguments = failure.msg_id().arguments();
-        if (arguments.size() == 1 && std::holds_alternative<std::string>(arguments.front())) {
-            return std::get<std::string>(arguments.front());
-        }
-        ADD_FAILURE() << "InternalError has one narrow text, this one has " << arguments.size() << " arguments";
-    } catch (const std::exception& failure) {
-        ADD_FAILURE() << "something else was raised: " << failure.what();
-    }
-    ADD_FAILURE() << "no InternalError was raised";
-    return {};
-}
-
-std::string hostFailureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const foundation::core::except::IUserException& failure) {
-        return failure.msg_id().fullName() + ' ' + failure.what();
-    } catch (const std::exception& failure) {
-        ADD_FAILURE() << "something else was raised: " << failure.what();
-    }
-    ADD_FAILURE() << "no failure of the host was raised";
-    return {};
+    const auto kept = std::make_shared<vantik::Array>(value);
+    return {kept, handleOf(*kept)};
 }
 
 vantik::Array zeros(std::size_t rows, std::size_t columns, vxClassID classId) {
@@ -90,10 +61,6 @@ void CopierFixture::willPerform(std::vector<Perform> performs) {
     };
 }
 
-void CopierFixture::willWait(std::vector<int> ready) {
-    Waits.assign(ready.begin(), ready.end());
-}
-
 CopierFixture::Perform CopierFixture::receives(std::string bytes, int running) {
     return [this, bytes = std::move(bytes), running] {
         EXPECT_EQ(Curl.callWrite(bytes), bytes.size());
@@ -110,12 +77,21 @@ CopierFixture::Perform CopierFixture::sends(std::size_t room, int running) {
     };
 }
 
+std::string CopierFixture::read(std::size_t room) {
+    std::string given;
+    const std::size_t answer = Curl.callRead(given, room);
+    return answer == CURL_READFUNC_PAUSE   ? "pause"
+           : answer == CURL_READFUNC_ABORT ? "abort"
+           : answer == 0                   ? "end"
+                                           : std::to_string(answer) + ' ' + given;
+}
+
 void CopierFixture::note(const std::string& text) {
     Notes.emplace_back(Curl.calls().size(), text);
 }
 
-std::vector<std::string> CopierFixture::journal(std::initializer_list<CurlFunction> functions) const {
-    std::vector<std::string> lines;
+Lines CopierFixture::journal(std::initializer_list<CurlFunction> functions) const {
+    Lines lines;
     auto next = Notes.begin();
     const auto& calls = Curl.calls();
     for (std::size_t i = 0; i <= calls.size(); ++i) {
@@ -129,9 +105,17 @@ std::vector<std::string> CopierFixture::journal(std::initializer_list<CurlFuncti
     return lines;
 }
 
-std::vector<std::string> CopierFixture::pumpJournal() const {
+Lines CopierFixture::pumpJournal() const {
     return journal({CurlFunction::MultiWait, CurlFunction::Pause, CurlFunction::MultiPerform,
                     CurlFunction::MultiInfoRead, CurlFunction::InterruptPoll, CurlFunction::EasyPause});
+}
+
+std::string CopierFixture::traceOf(int level, const std::function<void()>& action) {
+    const testsupport::StandardOutputCapture output;
+    Connection.Settings.Debug = level;
+    action();
+    Connection.Settings.Debug = 0;
+    return output.text();
 }
 
 testsupport::ScriptedProvider CopierFixture::provide(std::string content, const testsupport::Missing& missing) {

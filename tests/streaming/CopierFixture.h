@@ -4,12 +4,13 @@
 #include "hostcalls/HostArray.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/FailureText.h"
 #include "tests/support/host/ScopeFixture.h"
 #include "tests/support/host/ScriptedObjects.h"
-#include "transfer/CurlCallbacks.h"
-#include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
+
+#include <gmock/gmock.h>
 
 #include <cstddef>
 #include <deque>
@@ -21,27 +22,28 @@
 
 namespace streamingtest {
 
-using namespace netrove;
-
+using testing::ElementsAre;
 using testsupport::CurlFunction;
+using testsupport::failureText;
+using testsupport::internalError;
+using Lines = std::vector<std::string>;
 
-// Handle of a host object or value, as the library holds it: borrowed.
+inline constexpr const char* kStopText = "Zentorak::System::InterruptException[The operation was stopped on request.]";
+
+// Handle of a host object or value, as the library holds it. The shared one is a handle of its own.
 vxArray_tag* handleOf(const vantik::Array& value);
 SharedHostArray sharedOf(const vantik::Array& value);
-
-// The text of the InternalError that an action raises; a test failure where it raises nothing or anything else.
-std::string internalErrorOf(const std::function<void()>& action);
-
-// The identifier and text of the host failure that an action raises, with a blank between them.
-std::string hostFailureOf(const std::function<void()>& action);
 
 // A new value of a class that the embedding API does not make: all zero.
 vantik::Array zeros(std::size_t rows, std::size_t columns, vxClassID classId);
 // rows-by-columns uint8 with these bytes in column order.
 vantik::Array byteMatrix(std::size_t rows, std::size_t columns, const std::string& bytes);
 
+// Its members are public for the rows of tables, which act on a fixture.
 class CopierFixture : public testsupport::ScopeFixture {
-protected:
+public:
+    using ScopeFixture::host;
+
     // One perform: what libcurl does in it, and how many handles it leaves running.
     using Perform = std::function<int()>;
 
@@ -49,8 +51,8 @@ protected:
 
     // What the performs do, in order. One more than these is a test failure and ends the pump.
     void willPerform(std::vector<Perform> performs);
-    // What the waits report, in order; 1 ready descriptor behind the last of them.
-    void willWait(std::vector<int> ready);
+    // What the waits report, in order; 1 ready descriptor after the last of them.
+    void willWait(std::vector<int> ready) { Waits.assign(ready.begin(), ready.end()); }
 
     // Performs in the parts of a script.
     static Perform leaves(int running) {
@@ -59,14 +61,19 @@ protected:
     Perform receives(std::string bytes, int running); // libcurl writes them
     Perform sends(std::size_t room, int running);     // libcurl reads once, with so much room; see Uploaded
 
+    // What libcurl gets of one read: "4 abcd", "end", "pause" or "abort".
+    std::string read(std::size_t room);
+
     // Journal: what the host objects note between the recorded calls.
     void note(const std::string& text);
     // Notes, and the recorded calls of these functions, in the order in which they happened.
-    std::vector<std::string> journal(std::initializer_list<CurlFunction> functions) const;
+    Lines journal(std::initializer_list<CurlFunction> functions) const;
     // The same with what a pump does in every pass: wait, pause, perform, message, interrupt poll, resume.
-    std::vector<std::string> pumpJournal() const;
+    Lines pumpJournal() const;
+    // What an action traces at a level of Debug.
+    std::string traceOf(int level, const std::function<void()>& action);
 
-    // Scripted objects that note their calls: "start", "get 16384", "put 100", "close", "interrupt", "update 100".
+    // Scripted objects that note their calls: "start", "get 16384", "put 100", "close", "update 100".
     testsupport::ScriptedProvider provide(std::string content, const testsupport::Missing& missing = {});
     testsupport::ScriptedConsumer consume(const testsupport::Missing& missing = {});
     testsupport::ScriptedReporter report(const testsupport::Missing& missing = {});

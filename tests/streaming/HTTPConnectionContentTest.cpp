@@ -1,60 +1,61 @@
+// Copying content: what goes where, which status may pass, and what a failure becomes. The failures of the pump itself
+// are in InterruptibleStreamCopierReceiveTestFailures.cpp.
 #include "errors/HTTPException.h"
-#include "host/Interrupt.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/process/StandardOutputCapture.h"
-#include "transfer/HTTPConnection.h"
-
-#include <gmock/gmock.h>
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
 #include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
-#include <vector>
 
 using namespace streamingtest;
-using testsupport::StandardOutputCapture;
+namespace step = testsupport::step;
 
 namespace {
 
 class ContentToStream : public CopierFixture {
-protected:
-    // A request that has been sent: its head has come with this status, its content is waiting.
-    void respond(std::int32_t status, const std::string& content = {}) {
+public:
+    // A request that has been sent: its head has come with this status, and of its content what is given here.
+    void respond(std::int32_t status, const std::string& content = {}, std::int64_t announced = -1) {
         Connection.Transfer.begin(Connection.Handles->Generation);
         Connection.Transfer.Opened = true;
         Connection.Transfer.ResponseDone = true;
         Connection.ReceivedHead.ResponseCode = status;
+        Connection.Metadata.ResponseContentLength = announced;
         Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
         if (!content.empty()) {
             Curl.callWrite(content);
         }
+        willPerform({leaves(0)});
         Curl.clear();
     }
-
     std::string copied() {
         std::ostringstream stream;
         Connection.copyContentToStream(stream, true);
         return stream.str();
     }
-
-    // Makes the receive pump raise this.
+    // The next perform raises this.
     template <class Exception>
-    void raiseWhileReceiving(Exception exception) {
+    void raise(Exception exception) {
         willPerform({[exception]() -> int { throw exception; }});
     }
 };
 
+class ContentOnTheWire : public testsupport::ScopeFixture {
+protected:
+    testsupport::CurlInterposer Curl;
+    HTTPConnection Connection;
+};
+
 TEST_F(ContentToStream, ClosedConnectionCopiesNothing) {
     Connection.Transfer.ResponseDone = true;
-    Connection.Settings.Debug = 1;
-    const StandardOutputCapture output;
-    EXPECT_EQ(copied(), "");
-    EXPECT_EQ(output.text(), "******************** DONE WITH TRANSFER ***************\n");
+    EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), ""); }),
+              "******************** DONE WITH TRANSFER ***************\n");
     EXPECT_FALSE(Connection.Transfer.ResponseDone);
     EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 0U);
-    Connection.Settings.Debug = 0;
 }
 
 TEST_F(ContentToStream, ContentGoesToTheStreamAndTheExchangeIsOver) {
@@ -73,7 +74,7 @@ TEST_F(ContentToStream, SendsTheRequestWhereThatIsDue) {
                      Curl.callResponseHead("HTTP/1.1 200 OK\r\n\r\n");
                      return receives("body", 1)();
                  },
-                 [] { return 0; }});
+                 leaves(0)});
     EXPECT_EQ(copied(), "body");
     EXPECT_TRUE(Connection.SentHead.Sent);
     EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
@@ -89,10 +90,9 @@ TEST_F(ContentToStream, ProviderRunsAsTheUserAndConsumerDoesNot) {
     Connection.Transfer.Opened = true;
     Connection.Settings.HTTPOptionsMode = true;
     Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
-    willPerform({sends(100, 1), receives("down", 1), [] { return 0; }});
-    std::ostringstream stream;
-    Connection.copyContentToStream(stream, true);
-    EXPECT_THAT(depths, testing::ElementsAre(1U, 0U));
+    willPerform({sends(100, 1), receives("down", 1), leaves(0)});
+    copied();
+    EXPECT_THAT(depths, ElementsAre(1U, 0U));
     EXPECT_EQ(Uploaded, "up");
     EXPECT_EQ(consumer->content(), "down");
 }
@@ -100,47 +100,28 @@ TEST_F(ContentToStream, ProviderRunsAsTheUserAndConsumerDoesNot) {
 TEST_F(ContentToStream, WithoutTheStreamOnlyTheConsumerGetsTheContent) {
     const auto consumer = consume();
     respond(200, "for the consumer");
-    willPerform({[] { return 0; }});
     std::ostringstream stream;
     Connection.copyContentToStream(stream, false);
     EXPECT_EQ(stream.str(), "");
     EXPECT_EQ(consumer->content(), "for the consumer");
 }
 
-TEST_F(ContentToStream, WithoutTheStreamAndAConsumerContentFails) {
-    respond(200, "for nobody");
-    std::ostringstream stream;
-    EXPECT_EQ(internalErrorOf([&] { Connection.copyContentToStream(stream, false); }),
-              "Message contains data but neither consumer nor savePayload was set");
-}
-
 TEST_F(ContentToStream, TraceHasItsLinesInOrder) {
     respond(200, "abc");
-    Connection.Settings.Debug = 1;
-    willPerform({[] { return 0; }});
-    const StandardOutputCapture output;
-    copied();
-    EXPECT_EQ(output.text(), "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n"
-                             "******************** DONE WITH TRANSFER ***************\n");
-    Connection.Settings.Debug = 0;
+    EXPECT_EQ(traceOf(1, [&] { copied(); }), "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n"
+                                             "******************** DONE WITH TRANSFER ***************\n");
 }
 
 // Status in the two modes.
 
 TEST_F(ContentToStream, OlderModeFailsOutside200To299) {
+    Connection.Settings.URL = u"http://host/path";
     for (const std::int32_t status : {0, 101, 199, 300, 404, 503}) {
         respond(status, "error page");
-        Connection.Settings.URL = u"http://host/path";
         Connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 404 Not Found at all", "A: b"};
         const auto consumer = consume();
-        try {
-            copied();
-            ADD_FAILURE() << "status " << status << " passed";
-        } catch (const webservices::HTTPStatusError& failure) {
-            EXPECT_EQ(failure.StatusCode, status);
-            EXPECT_EQ(failure.StatusURL, &Connection.Settings.URL);
-            EXPECT_EQ(failure.Message, u"Not Found at all");
-        }
+        EXPECT_EQ(failureText([&] { copied(); }),
+                  "HTTPStatusError[Not Found at all, http://host/path, " + std::to_string(status) + ']');
         EXPECT_EQ(Connection.ReceivedHead.ResponseCode, status);
         EXPECT_TRUE(consumer->Calls.empty()) << "the content is not received at all";
         EXPECT_EQ(Connection.Transfer.Copier->ReceiveBuffer, "error page");
@@ -148,125 +129,116 @@ TEST_F(ContentToStream, OlderModeFailsOutside200To299) {
     }
 }
 
-TEST_F(ContentToStream, OlderModeTakes200To299) {
-    for (const std::int32_t status : {200, 204, 299}) {
+TEST_F(ContentToStream, OlderModeTakes200To299AndOptionsModeEveryStatus) {
+    const std::pair<bool, std::int32_t> rows[] = {{false, 200}, {false, 204}, {false, 299}, {true, 0},
+                                                  {true, 199},  {true, 404},  {true, 503}};
+    for (const auto& [optionsMode, status] : rows) {
+        Connection.Settings.HTTPOptionsMode = optionsMode;
         respond(status, "page");
-        willPerform({[] { return 0; }});
-        EXPECT_EQ(copied(), "page");
+        EXPECT_EQ(copied(), "page") << status;
     }
 }
 
-TEST_F(ContentToStream, OptionsModeTakesEveryStatus) {
-    Connection.Settings.HTTPOptionsMode = true;
-    for (const std::int32_t status : {0, 199, 404, 503}) {
-        respond(status, "page");
-        willPerform({[] { return 0; }});
-        EXPECT_EQ(copied(), "page");
-    }
-}
+// What a failure becomes: those of the transfer layer and of the host pass, any other std::exception is a failed
+// connection, and in the older mode status 400.
 
-// What leaves the pump.
+struct FailureRow {
+    const char* Name;
+    std::function<void(ContentToStream&)> Arrange;
+    std::string Report;
+    std::int32_t Status = 206; // afterwards; 206 before
+    bool OptionsMode = false;
+};
 
-TEST_F(ContentToStream, TransferFailurePassesUnchanged) {
-    respond(200);
-    raiseWhileReceiving(webservices::HTTPDNSException("host"));
-    EXPECT_THROW(copied(), webservices::HTTPDNSException);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
+class ContentFailure : public ContentToStream, public testing::WithParamInterface<FailureRow> {};
+
+TEST_P(ContentFailure, IsSortedByItsKind) {
+    const FailureRow& row = GetParam();
+    Connection.Settings.HTTPOptionsMode = row.OptionsMode;
+    respond(206);
+    row.Arrange(*this);
+    EXPECT_EQ(failureText([&] { copied(); }), row.Report);
+    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, row.Status);
     EXPECT_TRUE(Connection.Transfer.ResponseDone) << "a failure leaves it";
 }
 
-TEST_F(ContentToStream, HostFailurePassesUnchanged) {
-    respond(200);
-    Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY);
-    EXPECT_EQ(internalErrorOf([&] { copied(); }), "\"curl_multi_wait\" failed with CURLMcode Out of memory");
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
-}
+const FailureRow kFailures[] = {
+    {"OfTheTransfer", [](ContentToStream& t) { t.raise(webservices::HTTPDNSException("host")); },
+     "HTTPDNSException[host]"},
+    {"OfTheHost", [](ContentToStream& t) { t.Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY); },
+     internalError("\"curl_multi_wait\" failed with CURLMcode Out of memory")},
+    {"AnInterrupt",
+     [](ContentToStream& t) {
+         t.host().interrupt();
+         t.willPerform({t.leaves(1)});
+     },
+     kStopText},
+    {"Another", [](ContentToStream& t) { t.raise(std::out_of_range("what happened")); },
+     "HTTPConnectionFailedException[what happened]", 400},
+    {"AnotherInOptionsMode", [](ContentToStream& t) { t.raise(std::bad_alloc()); },
+     "HTTPConnectionFailedException[std::bad_alloc]", 206, true},
+    {"NotAStandardException", [](ContentToStream& t) { t.raise(42); }, "unknown"},
+    // Whatever has taken the handles away: no perform of this transfer runs on what is there now.
+    {"HandlesAreLost",
+     [](ContentToStream& t) {
+         t.willPerform({[&t] {
+             ++t.Connection.Handles->Generation;
+             return 1;
+         }});
+     },
+     internalError("The connection was opened again before the last response was copied. Close it first.")},
+};
 
-TEST_F(ContentToStream, InterruptPassesUnchanged) {
-    respond(200);
-    host().interrupt();
-    willPerform({[] { return 1; }});
-    EXPECT_THROW(copied(), Zentorak::System::InterruptException);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
-}
-
-TEST_F(ContentToStream, AnythingElseIsAFailedConnectionAndStatus400InTheOlderMode) {
-    respond(200);
-    raiseWhileReceiving(std::out_of_range("what happened"));
-    try {
-        copied();
-        FAIL() << "nothing was raised";
-    } catch (const webservices::HTTPConnectionFailedException& failure) {
-        EXPECT_STREQ(failure.what(), "what happened");
-    }
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 400);
-}
-
-TEST_F(ContentToStream, AnythingElseLeavesTheStatusInOptionsMode) {
-    Connection.Settings.HTTPOptionsMode = true;
-    respond(206);
-    raiseWhileReceiving(std::bad_alloc());
-    EXPECT_THROW(copied(), webservices::HTTPConnectionFailedException);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 206);
-}
-
-TEST_F(ContentToStream, WhatIsNoStandardExceptionPassesUnchanged) {
-    respond(200);
-    raiseWhileReceiving(42);
-    EXPECT_THROW(copied(), int);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
-}
+INSTANTIATE_TEST_SUITE_P(Each, ContentFailure, testing::ValuesIn(kFailures),
+                         [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(ContentToStream, FailureToSendIsSortedTheSameWay) {
     Connection.Transfer.Opened = true;
-    raiseWhileReceiving(std::out_of_range("while sending"));
-    EXPECT_THROW(copied(), webservices::HTTPConnectionFailedException);
+    raise(std::out_of_range("while sending"));
+    EXPECT_EQ(failureText([&] { copied(); }), "HTTPConnectionFailedException[while sending]");
     EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 0) << "it has left the send as a failure of the transfer";
 }
 
-// Whatever has taken the handles away: no perform of this transfer runs on what is there now.
-TEST_F(ContentToStream, TransferThatHasLostItsHandlesPerformsNoMore) {
-    respond(200);
-    willPerform({[this] {
-        ++Connection.Handles->Generation;
-        return 1;
-    }});
-    EXPECT_EQ(internalErrorOf([&] { copied(); }),
-              "The connection was opened again before the last response was copied. Close it first.");
-    EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 1U);
-}
-
-TEST_F(ContentToStream, BadStreamIsToldAtTheEnd) {
-    respond(200, "content");
-    willPerform({[] { return 0; }});
-    std::ostringstream stream;
-    stream.setstate(std::ios_base::badbit);
-    try {
-        Connection.copyContentToStream(stream, true);
-        FAIL() << "nothing was raised";
-    } catch (const webservices::HTTPCopyStreamException& failure) {
-        EXPECT_STREQ(failure.what(), "Error saving to local data stream.");
-    }
+// On the wire: after a send that failed early the next one begins anew and reads from its own copier alone.
+TEST_F(ContentOnTheWire, SendThatIsDueAgainTakesTheHandleOffAndOn) {
+    testsupport::ScriptedServer server(std::vector<testsupport::Script>{
+        {step::run([this] { host().interrupt(); }), step::awaitPeerEnd()},
+        {step::expectBody(9), step::send(std::string("\0\x5a\0\0\0\0\0\0", 8)), step::expectHead(), step::expectBody(4),
+         step::send(testsupport::response("taken"))}});
+    Connection.Settings.HTTPOptionsMode = true;
+    Connection.setURL(u"http://127.0.0.1/");
+    Connection.openProxyConnection("socks4://127.0.0.1", server.port()); // as long as it is silent, nothing is sent
+    Connection.setRequestMethod("PUT");
+    Connection.addField("Content-Length", "4");
+    Connection.addField("Expect", "");
+    Connection.Settings.setPayload({'b', 'o', 'd', 'y'});
+    EXPECT_EQ(failureText([&] { Connection.sendRequest(); }),
+              "HTTPConnectionFailedException[The operation was stopped on request.]");
+    EXPECT_FALSE(Connection.SentHead.Sent);
+    Curl.clear();
+    std::ostringstream content;
+    Connection.copyContentToStream(content, true);
+    EXPECT_EQ(content.view(), "taken");
+    EXPECT_EQ(server.record(1).Bodies.at(1), "body");
+    EXPECT_EQ(Curl.count(CurlFunction::MultiRemoveHandle), 1U);
+    EXPECT_EQ(Curl.count(CurlFunction::MultiAddHandle), 1U);
+    EXPECT_EQ(Curl.count(CurlFunction::EasyReset), 0U) << "the options of the open stay";
 }
 
 // Room for the announced content.
 
 TEST_F(ContentToStream, MemoryGetsRoomForTheAnnouncedContentOnce) {
-    constexpr std::int64_t announced = 300'003; // no size that growth would arrive at
-    respond(200, std::string(announced, 'c'));
-    Connection.Metadata.ResponseContentLength = announced;
-    willPerform({[] { return 0; }});
+    const std::string content(300'003, 'c'); // not a size that growth would arrive at
+    respond(200, content, 300'003);
     std::ostringstream stream;
     Connection.copyContentToStream(stream, true);
-    const std::string content = std::move(stream).str();
-    EXPECT_EQ(content, std::string(announced, 'c'));
-    EXPECT_EQ(content.capacity(), static_cast<std::size_t>(announced));
+    const std::string bytes = std::move(stream).str();
+    EXPECT_EQ(bytes, content);
+    EXPECT_EQ(bytes.capacity(), content.size());
 }
 
 TEST_F(ContentToStream, WhatTheStreamHeldBeforeStaysInFront) {
-    respond(200, "new");
-    Connection.Metadata.ResponseContentLength = 50'000;
-    willPerform({[] { return 0; }});
+    respond(200, "new", 50'000);
     std::ostringstream stream;
     stream << "before ";
     Connection.copyContentToStream(stream, true);
@@ -278,9 +250,7 @@ TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
     constexpr std::int64_t GiB = std::int64_t{1} << 30;
     for (const std::int64_t announced :
          {std::int64_t{-1}, std::int64_t{0}, GiB + 1, 2 * GiB, 1024 * GiB, std::numeric_limits<std::int64_t>::max()}) {
-        respond(200, "small");
-        Connection.Metadata.ResponseContentLength = announced;
-        willPerform({[] { return 0; }});
+        respond(200, "small", announced);
         std::ostringstream stream;
         Connection.copyContentToStream(stream, true);
         EXPECT_EQ(stream.view(), "small");
@@ -290,14 +260,12 @@ TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
 
 TEST_F(ContentToStream, ContentMayBeLongerThanAnnounced) {
     const std::string content(100'000, 'd');
-    respond(200, content);
-    Connection.Metadata.ResponseContentLength = 10; // as with decoded content
-    willPerform({[] { return 0; }});
+    respond(200, content, 10); // as with decoded content
     EXPECT_EQ(copied(), content);
 }
 
 TEST_F(ContentToStream, OtherStreamsAreLeftAsTheyAre) {
-    class Counting : public std::streambuf {
+    class Device : public std::streambuf {
     public:
         std::string Content;
 
@@ -307,10 +275,8 @@ TEST_F(ContentToStream, OtherStreamsAreLeftAsTheyAre) {
             return size;
         }
     };
-    respond(200, "to the device");
-    Connection.Metadata.ResponseContentLength = 13;
-    willPerform({[] { return 0; }});
-    Counting device;
+    respond(200, "to the device", 13);
+    Device device;
     std::ostream stream(&device);
     Connection.copyContentToStream(stream, true);
     EXPECT_EQ(device.Content, "to the device");

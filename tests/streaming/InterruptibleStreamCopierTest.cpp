@@ -1,30 +1,34 @@
+// The copier's construction, and what its callbacks do in each of its states.
 #include "streaming/InterruptibleStreamCopier.h"
 
 #include "hostcalls/HostObjectCall.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/process/StandardOutputCapture.h"
-
-#include <gmock/gmock.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 using namespace streamingtest;
-using testing::ElementsAre;
-using testsupport::StandardOutputCapture;
 
 namespace {
 
 class CopierConstruction : public CopierFixture {};
-class CopierWrite : public CopierFixture {};
-class CopierRead : public CopierFixture {};
-class CopierSeek : public CopierFixture {};
+class CopierCallbacks : public CopierFixture {};
+
+const std::pair<CURLoption, std::string> kRegistered[] = {
+    {CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION"}, {CURLOPT_WRITEDATA, "CURLOPT_WRITEDATA"},
+    {CURLOPT_READFUNCTION, "CURLOPT_READFUNCTION"},   {CURLOPT_READDATA, "CURLOPT_READDATA"},
+    {CURLOPT_SEEKFUNCTION, "CURLOPT_SEEKFUNCTION"},   {CURLOPT_SEEKDATA, "CURLOPT_SEEKDATA"},
+};
 
 TEST_F(CopierConstruction, RegistersTheCallbacksInOrder) {
     Curl.clear();
     const InterruptibleStreamCopier copier(Connection);
-    EXPECT_THAT(Curl.options(), ElementsAre("CURLOPT_WRITEFUNCTION", "CURLOPT_WRITEDATA", "CURLOPT_READFUNCTION",
-                                            "CURLOPT_READDATA", "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
+    Lines names;
+    for (const auto& [option, name] : kRegistered) {
+        names.push_back(name);
+    }
+    EXPECT_EQ(Curl.options(), names);
     for (const CURLoption data : {CURLOPT_WRITEDATA, CURLOPT_READDATA, CURLOPT_SEEKDATA}) {
         EXPECT_EQ(Curl.lastOption(data)->Pointer, &copier);
     }
@@ -42,11 +46,18 @@ TEST_F(CopierConstruction, StartsOnThePayload) {
     EXPECT_GE(copier.ReceiveBuffer.capacity(), 16384U);
     EXPECT_EQ(copier.Provider.get(), nullptr);
     EXPECT_EQ(copier.ProviderClass, vcos::internal::makeInterned("vantik.net.http.io.ContentProvider"));
-    EXPECT_EQ(copier.ProviderArgs[0], nullptr);
-    EXPECT_EQ(copier.ProviderArgs[1], nullptr);
+    EXPECT_THAT(copier.ProviderArgs, ElementsAre(nullptr, nullptr));
 }
 
-TEST_F(CopierConstruction, TakesTheBufferOfACopierThatIsNoLongerDrained) {
+TEST_F(CopierConstruction, TakesTheProviderWithoutCallingIt) {
+    const auto provider = provide("abc");
+    const InterruptibleStreamCopier copier(Connection);
+    EXPECT_EQ(copier.Provider, Connection.Settings.Provider);
+    EXPECT_THAT(copier.ProviderArgs, ElementsAre(Connection.Settings.Provider.get(), nullptr));
+    EXPECT_EQ(provider->Starts, 0);
+}
+
+TEST_F(CopierConstruction, TakesTheBufferOfTheCopierBefore) {
     Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
     Connection.Transfer.Copier->ReceiveBuffer.assign(100000, 'x');
     const char* const memory = Connection.Transfer.Copier->ReceiveBuffer.data();
@@ -55,62 +66,25 @@ TEST_F(CopierConstruction, TakesTheBufferOfACopierThatIsNoLongerDrained) {
     EXPECT_EQ(next.ReceiveBuffer.data(), memory);
 }
 
-TEST_F(CopierConstruction, RefusedOptionLeavesTheBufferOfTheCopierBefore) {
-    Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
-    Connection.Transfer.Copier->ReceiveBuffer = "not passed on yet";
-    Curl.failOption(CURLOPT_SEEKDATA, CURLE_OUT_OF_MEMORY); // the last one
-    EXPECT_NE(internalErrorOf([&] { const InterruptibleStreamCopier next(Connection); }), "");
-    EXPECT_EQ(Connection.Transfer.Copier->ReceiveBuffer, "not passed on yet");
-}
-
-TEST_F(CopierConstruction, TakesTheProviderWithoutCallingIt) {
-    const auto provider = provide("abc");
-    const InterruptibleStreamCopier copier(Connection);
-    EXPECT_EQ(copier.Provider.get(), handleOf(provider));
-    EXPECT_EQ(copier.ProviderArgs[0], handleOf(provider));
-    EXPECT_EQ(copier.ProviderArgs[1], nullptr);
-    EXPECT_EQ(provider->Starts, 0);
-}
-
-struct OptionCase {
-    CURLoption Option;
-    const char* Name;
-    std::size_t CallsBefore;
-};
-
-void PrintTo(const OptionCase& row, std::ostream* out) {
-    *out << row.Name;
-}
-
-class CopierOption : public CopierFixture, public testing::WithParamInterface<OptionCase> {};
-
-TEST_P(CopierOption, RefusedOptionIsNamedAndEndsTheConstruction) {
-    Curl.clear();
-    Curl.failOption(GetParam().Option, CURLE_OUT_OF_MEMORY);
-    EXPECT_EQ(internalErrorOf([&] { const InterruptibleStreamCopier copier(Connection); }),
-              std::string("\"") + GetParam().Name + "\" failed with CURLcode Out of memory");
-    EXPECT_EQ(Curl.options().size(), GetParam().CallsBefore + 1);
-}
-
-TEST_P(CopierOption, RefusedOptionLeavesThePreviousCopier) {
-    const auto previous = std::make_shared<InterruptibleStreamCopier>(Connection);
-    Connection.Transfer.Copier = previous;
+TEST_F(CopierConstruction, RefusedOptionIsNamedAndLeavesTheCopierBefore) {
+    const auto before = std::make_shared<InterruptibleStreamCopier>(Connection);
+    Connection.Transfer.Copier = before;
+    before->ReceiveBuffer = "not passed on yet";
+    for (const auto& [option, name] : kRegistered) {
+        Curl.clear();
+        Curl.failOption(option, CURLE_OUT_OF_MEMORY);
+        EXPECT_EQ(failureText([&] { const InterruptibleStreamCopier next(Connection); }),
+                  internalError('"' + name + "\" failed with CURLcode Out of memory"));
+        EXPECT_EQ(Curl.options().back(), name) << "the construction goes on";
+        EXPECT_EQ(before->ReceiveBuffer, "not passed on yet");
+    }
     Connection.Transfer.Opened = true;
-    Curl.failOption(GetParam().Option, CURLE_OUT_OF_MEMORY);
-    EXPECT_EQ(internalErrorOf([&] { Connection.sendRequest(); }),
-              std::string("\"") + GetParam().Name + "\" failed with CURLcode Out of memory");
-    EXPECT_EQ(Connection.Transfer.Copier, previous);
+    Curl.failOption(CURLOPT_WRITEFUNCTION, CURLE_OUT_OF_MEMORY);
+    EXPECT_EQ(failureText([&] { Connection.sendRequest(); }),
+              internalError("\"CURLOPT_WRITEFUNCTION\" failed with CURLcode Out of memory"));
+    EXPECT_EQ(Connection.Transfer.Copier, before);
     EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 0U);
 }
-
-INSTANTIATE_TEST_SUITE_P(Each, CopierOption,
-                         testing::Values(OptionCase{CURLOPT_WRITEFUNCTION, "CURLOPT_WRITEFUNCTION", 0},
-                                         OptionCase{CURLOPT_WRITEDATA, "CURLOPT_WRITEDATA", 1},
-                                         OptionCase{CURLOPT_READFUNCTION, "CURLOPT_READFUNCTION", 2},
-                                         OptionCase{CURLOPT_READDATA, "CURLOPT_READDATA", 3},
-                                         OptionCase{CURLOPT_SEEKFUNCTION, "CURLOPT_SEEKFUNCTION", 4},
-                                         OptionCase{CURLOPT_SEEKDATA, "CURLOPT_SEEKDATA", 5}),
-                         [](const auto& info) { return std::string(info.param.Name); });
 
 TEST_F(CopierConstruction, EachSendGetsACopierOfItsOwn) {
     Connection.Transfer.Opened = true;
@@ -121,6 +95,7 @@ TEST_F(CopierConstruction, EachSendGetsACopierOfItsOwn) {
     EXPECT_EQ(first.lock()->ReceiveBuffer, "left over");
 
     Connection.closeConnection();
+    EXPECT_FALSE(first.expired()) << "it goes when the next one takes its place";
     Connection.Transfer.Opened = true;
     willPerform({[&] {
         EXPECT_TRUE(first.expired()) << "the copier of the request before is still there";
@@ -142,212 +117,57 @@ TEST_F(CopierConstruction, RequestWithoutContentNeverUploads) {
     EXPECT_EQ(Connection.Transfer.Copier->SendLength, 0U);
 }
 
-TEST_F(CopierWrite, AppendsToTheBufferAndEndsTheWaitForTheHead) {
+// The callbacks.
+
+TEST_F(CopierCallbacks, WriteAppendsToTheBufferAndEndsTheWaitForTheHead) {
     InterruptibleStreamCopier copier(Connection);
-    Connection.Transfer.PerformDone = false;
-    EXPECT_EQ(Curl.callWrite("first "), 6U);
-    EXPECT_TRUE(Connection.Transfer.PerformDone);
-    Connection.Transfer.PerformDone = false;
-    EXPECT_EQ(Curl.callWrite(std::string("se\0cond", 7)), 7U);
-    EXPECT_TRUE(Connection.Transfer.PerformDone) << "every call sets it";
+    for (const std::string& bytes : {std::string("first "), std::string("se\0cond", 7), std::string()}) {
+        Connection.Transfer.PerformDone = false;
+        EXPECT_EQ(Curl.callWrite(bytes), bytes.size());
+        EXPECT_TRUE(Connection.Transfer.PerformDone) << "every call sets it";
+    }
     EXPECT_EQ(copier.ReceiveBuffer, std::string("first se\0cond", 13));
+    const std::string more(100'000, 'b'); // beyond the reservation
+    EXPECT_EQ(Curl.callWrite(more), more.size());
+    EXPECT_EQ(copier.ReceiveBuffer.substr(13), more);
 }
 
-TEST_F(CopierWrite, LengthIsSizeTimesCount) {
+TEST_F(CopierCallbacks, LengthIsSizeTimesCount) {
+    setPayload("0123456789");
     InterruptibleStreamCopier copier(Connection);
     char data[] = "abcdefghij";
     EXPECT_EQ(InterruptibleStreamCopier::writeCallback(data, 3, 2, &copier), 6U);
     EXPECT_EQ(copier.ReceiveBuffer, "abcdef");
+    EXPECT_EQ(InterruptibleStreamCopier::readCallback(data, 3, 2, &copier), 6U);
+    EXPECT_STREQ(data, "012345ghij");
 }
 
-TEST_F(CopierWrite, NoBytesAreTakenToo) {
-    InterruptibleStreamCopier copier(Connection);
-    EXPECT_EQ(Curl.callWrite(""), 0U);
-    EXPECT_TRUE(Connection.Transfer.PerformDone);
-    EXPECT_TRUE(copier.ReceiveBuffer.empty());
-}
-
-TEST_F(CopierWrite, BufferGrowsBeyondItsReservation) {
-    InterruptibleStreamCopier copier(Connection);
-    const std::string block(10000, 'b');
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(Curl.callWrite(block), block.size());
-    }
-    EXPECT_EQ(copier.ReceiveBuffer, std::string(100000, 'b'));
-}
-
-TEST_F(CopierWrite, TraceIsSilentAtLevel0) {
-    const InterruptibleStreamCopier copier(Connection);
-    const StandardOutputCapture output;
-    Curl.callWrite("abc");
-    EXPECT_EQ(output.text(), "");
-}
-
-TEST_F(CopierWrite, TraceTellsTheLengthAtLevel1) {
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Settings.Debug = 1;
-    const StandardOutputCapture output;
-    Curl.callWrite("abc");
-    EXPECT_EQ(output.text(), "RECEIVING 3 BYTES\n");
-    Connection.Settings.Debug = 0;
-}
-
-TEST_F(CopierWrite, TraceHasTheBytesOnALineOfTheirOwnAtLevel2) {
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Settings.Debug = 2;
-    const StandardOutputCapture output;
-    Curl.callWrite(std::string("a\0b\r\n", 5));
-    EXPECT_EQ(output.text(), std::string("RECEIVING 5 BYTES\na\0b\r\n\n", 24));
-    Connection.Settings.Debug = 0;
-}
-
-TEST_F(CopierWrite, AfterAFailureOfAnotherCallbackTheTransferIsEnded) {
-    InterruptibleStreamCopier copier(Connection);
-    Connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
-    EXPECT_EQ(Curl.callWrite("abc"), 0U);
-    EXPECT_TRUE(copier.ReceiveBuffer.empty());
-    Connection.Transfer.EscapedFailure = nullptr;
-}
-
-TEST_F(CopierRead, HandsOutThePayloadInOrderAndThenTheEnd) {
+TEST_F(CopierCallbacks, ReadHandsOutThePayloadInOrderAndThenTheEnd) {
     setPayload("0123456789");
     const InterruptibleStreamCopier copier(Connection);
-    std::string given;
-    EXPECT_EQ(Curl.callRead(given, 4), 4U);
-    EXPECT_EQ(given, "0123");
-    EXPECT_EQ(copier.SendPosition, 4U);
+    EXPECT_EQ(read(4), "4 0123");
     EXPECT_EQ(copier.TotalSent, 4U);
-    EXPECT_EQ(Curl.callRead(given, 100), 6U);
-    EXPECT_EQ(given, "456789");
-    EXPECT_EQ(copier.TotalSent, 10U);
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
-    EXPECT_EQ(Curl.callRead(given, 100), 0U) << "the end stays the end";
+    EXPECT_EQ(read(100), "6 456789");
+    EXPECT_EQ(read(100), "end");
+    EXPECT_EQ(read(100), "end") << "it stays the end";
     EXPECT_EQ(copier.TotalSent, 10U);
 }
 
-TEST_F(CopierRead, RoomIsSizeTimesCount) {
-    setPayload("0123456789");
-    InterruptibleStreamCopier copier(Connection);
-    char buffer[10] = {};
-    EXPECT_EQ(InterruptibleStreamCopier::readCallback(buffer, 3, 2, &copier), 6U);
-    EXPECT_STREQ(buffer, "012345");
-}
-
-TEST_F(CopierRead, NoRoomGivesNothingAndDoesNotPause) {
-    setPayload("0123456789");
-    InterruptibleStreamCopier copier(Connection);
-    std::string given;
-    EXPECT_EQ(Curl.callRead(given, 0), 0U);
-    copier.PumpWantsData = true; // as with a provider: there is still something on offer
-    EXPECT_EQ(Curl.callRead(given, 0), 0U);
-    EXPECT_FALSE(copier.ReadPaused);
-}
-
-TEST_F(CopierRead, WithoutContentGivesTheEnd) {
-    const InterruptibleStreamCopier copier(Connection);
-    std::string given;
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
-}
-
-TEST_F(CopierRead, BytesMoveTheDeadlineAndTheEndDoesNot) {
+TEST_F(CopierCallbacks, BytesReadMoveTheDeadlineAndTheEndDoesNot) {
     setPayload("0123456789");
     Connection.Limits.ResponseTimeout = 2000.0;
     Connection.Limits.ResponseTimeoutMs = 2000;
     const InterruptibleStreamCopier copier(Connection);
     Connection.Limits.Deadline = 5;
     Curl.setClock(7'000'000'000);
-    std::string given;
-    Curl.callRead(given, 10);
+    read(10);
     EXPECT_EQ(Connection.Limits.Deadline, 9'000'000'000);
     Curl.advanceClock(1'000'000'000);
-    Curl.callRead(given, 10);
+    read(10);
     EXPECT_EQ(Connection.Limits.Deadline, 9'000'000'000);
 }
 
-TEST_F(CopierRead, TraceIsSilentAtLevel0) {
-    setPayload("abc");
-    const InterruptibleStreamCopier copier(Connection);
-    const StandardOutputCapture output;
-    std::string given;
-    Curl.callRead(given, 10);
-    EXPECT_EQ(output.text(), "");
-}
-
-TEST_F(CopierRead, TraceTellsTheLengthAtLevel1AndNothingOfTheEnd) {
-    setPayload("abc");
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Settings.Debug = 1;
-    const StandardOutputCapture output;
-    std::string given;
-    Curl.callRead(given, 2);
-    Curl.callRead(given, 2);
-    Curl.callRead(given, 2);
-    EXPECT_EQ(output.text(), "SENDING 2 BYTES\nSENDING 1 BYTES\n");
-    Connection.Settings.Debug = 0;
-}
-
-TEST_F(CopierRead, TraceHasTheBytesOnTheSameLineAtLevel2) {
-    setPayload(std::string("a\0b\r\n", 5));
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Settings.Debug = 2;
-    const StandardOutputCapture output;
-    std::string given;
-    Curl.callRead(given, 10);
-    EXPECT_EQ(output.text(), std::string("SENDING 5 BYTES: a\0b\r\n\n", 23));
-    Connection.Settings.Debug = 0;
-}
-
-TEST_F(CopierRead, BehindAFailureOfAnotherCallbackTheUploadIsAborted) {
-    setPayload("abc");
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
-    std::string given;
-    EXPECT_EQ(Curl.callRead(given, 10), std::size_t{CURL_READFUNC_ABORT});
-    EXPECT_EQ(copier.SendPosition, 0U);
-    Connection.Transfer.EscapedFailure = nullptr;
-}
-
-// A level below 0 is not 0 and not 1.
-TEST_F(CopierRead, TraceOfANegativeLevelTellsOnlyWhatIsReceived) {
-    setPayload("abc");
-    const InterruptibleStreamCopier copier(Connection);
-    Connection.Settings.Debug = -1;
-    const StandardOutputCapture output;
-    std::string given;
-    Curl.callRead(given, 10);
-    Curl.callWrite("abcd");
-    EXPECT_EQ(output.text(), "RECEIVING 4 BYTES\n");
-    Connection.Settings.Debug = 0;
-}
-
-TEST_F(CopierSeek, OffersContentInMemoryAgain) {
-    setPayload("0123456789");
-    const InterruptibleStreamCopier copier(Connection);
-    std::string given;
-    Curl.callRead(given, 8);
-    EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(copier.TotalSent, 0U);
-    Curl.callRead(given, 100);
-    EXPECT_EQ(given, "0123456789");
-    EXPECT_EQ(copier.TotalSent, 10U);
-}
-
-TEST_F(CopierSeek, TotalFollowsAnyOffset) {
-    setPayload("0123456789");
-    InterruptibleStreamCopier copier(Connection);
-    copier.TotalSent = 100; // of which the last ten are on offer here
-    copier.SendPosition = 10;
-    EXPECT_EQ(Curl.callSeek(4), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(copier.TotalSent, 94U);
-    EXPECT_EQ(copier.SendPosition, 4U);
-    EXPECT_EQ(Curl.callSeek(6), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(copier.TotalSent, 96U);
-    std::string given;
-    Curl.callRead(given, 100);
-    EXPECT_EQ(given, "6789");
-}
-
-TEST_F(CopierSeek, EveryOriginIsTakenAsAbsolute) {
+TEST_F(CopierCallbacks, EveryOriginOfASeekIsTakenAsAbsolute) {
     setPayload("0123456789");
     InterruptibleStreamCopier copier(Connection);
     for (const int origin : {SEEK_SET, SEEK_CUR, SEEK_END}) {
@@ -355,69 +175,147 @@ TEST_F(CopierSeek, EveryOriginIsTakenAsAbsolute) {
         EXPECT_EQ(InterruptibleStreamCopier::seekCallback(&copier, 2, origin), CURL_SEEKFUNC_OK);
         EXPECT_EQ(copier.SendPosition, 2U);
     }
-}
-
-TEST_F(CopierSeek, BehindTheOfferNothingIsRead) {
-    setPayload("0123456789");
-    const InterruptibleStreamCopier copier(Connection);
-    std::string given;
-    EXPECT_EQ(Curl.callSeek(11), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
     EXPECT_EQ(Curl.callSeek(-1), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(Curl.callRead(given, 100), 0U);
+    EXPECT_EQ(read(100), "end");
 }
 
-TEST_F(CopierSeek, TraceTellsTheOffset) {
-    setPayload("0123456789");
-    const InterruptibleStreamCopier copier(Connection);
-    const StandardOutputCapture output;
-    Curl.callSeek(3);
-    EXPECT_EQ(output.text(), "");
-    Connection.Settings.Debug = 1;
-    Curl.callSeek(0);
-    Curl.callSeek(-5);
-    EXPECT_EQ(output.text(), "RESETTING STREAM TO 0\nRESETTING STREAM TO -5\n");
-    Connection.Settings.Debug = 0;
+// Bytes sent stand on the line of their length, bytes received on a line of their own. A level below 0 is neither 0
+// nor 1.
+TEST_F(CopierCallbacks, TraceHasLengthsAtLevel1AndBytesFromLevel2) {
+    const std::string bytes("a\0b\r\n", 5);
+    setPayload(bytes);
+    const auto traceAt = [&](int level) {
+        const InterruptibleStreamCopier copier(Connection);
+        return traceOf(level, [&] {
+            read(3);
+            read(3);
+            read(3); // the end is not traced
+            Curl.callWrite(bytes);
+            Curl.callSeek(-5);
+        });
+    };
+    EXPECT_EQ(traceAt(0), "");
+    EXPECT_EQ(traceAt(1), "SENDING 3 BYTES\nSENDING 2 BYTES\nRECEIVING 5 BYTES\nRESETTING STREAM TO -5\n");
+    EXPECT_EQ(traceAt(2), "SENDING 3 BYTES: " + bytes.substr(0, 3) + "\nSENDING 2 BYTES: \r\n\n" +
+                              "RECEIVING 5 BYTES\n" + bytes + "\nRESETTING STREAM TO -5\n");
+    EXPECT_EQ(traceAt(-1), "RECEIVING 5 BYTES\nRESETTING STREAM TO -5\n");
 }
 
-TEST_F(CopierSeek, RestartsTheProvider) {
-    const auto provider = provide("abc");
-    InterruptibleStreamCopier copier(Connection);
-    copier.PumpWantsData = true;
-    EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
-    EXPECT_EQ(provider->Starts, 1);
-    EXPECT_TRUE(provider->Wanted.empty()) << "only the pump asks for content";
-}
-
-TEST_F(CopierSeek, ProviderThatCannotBeRestartedFailsTheSeekAndIsReportedBehindTheCall) {
-    const auto provider = provide("abc", {"startInternal"});
-    const InterruptibleStreamCopier copier(Connection);
-    willPerform({[&] {
-        EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_FAIL);
-        return 1;
-    }});
-    EXPECT_EQ(internalErrorOf([&] { Connection.perform(""); }),
-              "vantik.net.http.io.ContentProvider.startInternal not found");
-    EXPECT_EQ(Connection.Transfer.EscapedFailure, nullptr);
-    EXPECT_EQ(copier.SendPosition, 0U);
-}
-
-TEST_F(CopierSeek, WhatTheProviderRaisesIsKeptUntilLibcurlHasReturned) {
+TEST_F(CopierCallbacks, WhatTheProviderRaisesInARewindIsKeptUntilLibcurlHasReturned) {
     const auto provider = provide("abc");
     provider->OnStart = [](int) { throw vantik::Failure({"test:provider", "Broken", {}, "no second time"}); };
     const InterruptibleStreamCopier copier(Connection);
     bool ranToItsEnd = false;
     willPerform({[&] {
         EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_FAIL);
-        std::string given;
-        EXPECT_EQ(Curl.callRead(given, 100), std::size_t{CURL_READFUNC_ABORT});
+        EXPECT_EQ(read(100), "abort");
         EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_FAIL);
         ranToItsEnd = true;
         return 1;
     }});
-    EXPECT_THAT(hostFailureOf([&] { Connection.perform(""); }), testing::StartsWith("test:provider:Broken"));
+    EXPECT_EQ(failureText([&] { Connection.perform(""); }), "test:provider:Broken[]");
     EXPECT_TRUE(ranToItsEnd);
-    EXPECT_EQ(provider->Starts, 1) << "behind a failure nothing is called any more";
+    EXPECT_EQ(Connection.Transfer.EscapedFailure, nullptr);
+    EXPECT_EQ(provider->Starts, 1) << "after a failure nothing is called any more";
 }
+
+// Each callback in each state.
+
+struct State {
+    const char* Name;
+    bool HasProvider;
+    bool PumpWantsData; // the pump runs, and the provider has not said end of content
+    const char* Offer;  // bytes on offer
+    std::size_t Position;
+    bool Paused; // an earlier read has paused the upload
+    bool Failed; // a failure waits for libcurl's return
+    const char* Read;
+    const char* ReadWithoutRoom;
+    int Seek;
+};
+
+// clang-format off
+const State kStates[] = {
+    // name                  provider wants  offer     pos paused failed | room for 4  no room  seek
+    {"ProviderBeforeThePump",   true,  false, "",       0, false, false,   "end",      "end",   CURL_SEEKFUNC_FAIL},
+    {"PumpBeforeTheFirstBytes", true,  true,  "",       0, false, false,   "pause",    "pause", CURL_SEEKFUNC_OK},
+    {"PumpWithAnOffer",         true,  true,  "abcdef", 0, false, false,   "4 abcd",   "end",   CURL_SEEKFUNC_OK},
+    {"PumpWithALastByte",       true,  true,  "abcdef", 5, false, false,   "1 f",      "end",   CURL_SEEKFUNC_OK},
+    {"PumpWithItsOfferGone",    true,  true,  "abcdef", 6, false, false,   "pause",    "pause", CURL_SEEKFUNC_OK},
+    {"PumpPaused",              true,  true,  "abcdef", 6, true,  false,   "pause",    "pause", CURL_SEEKFUNC_OK},
+    {"PumpPausedAndRewound",    true,  true,  "abcdef", 0, true,  false,   "4 abcd",   "end",   CURL_SEEKFUNC_OK},
+    {"MemoryUntouched",         false, false, "abcdef", 0, false, false,   "4 abcd",   "end",   CURL_SEEKFUNC_OK},
+    {"MemoryInTheMiddle",       false, false, "abcdef", 3, false, false,   "3 def",    "end",   CURL_SEEKFUNC_OK},
+    {"MemoryUsedUp",            false, false, "abcdef", 6, false, false,   "end",      "end",   CURL_SEEKFUNC_OK},
+    {"MemoryAfterItsEnd",       false, false, "abcdef", 9, false, false,   "end",      "end",   CURL_SEEKFUNC_OK},
+    {"NoContent",               false, false, "",       0, false, false,   "end",      "end",   CURL_SEEKFUNC_OK},
+    {"MemoryAfterAFailure",     false, false, "abcdef", 3, false, true,    "abort",    "abort", CURL_SEEKFUNC_FAIL},
+    {"PumpAfterAFailure",       true,  true,  "abcdef", 3, false, true,    "abort",    "abort", CURL_SEEKFUNC_FAIL},
+};
+// clang-format on
+
+class CopierState : public CopierFixture, public testing::WithParamInterface<State> {
+protected:
+    static constexpr std::uint64_t kTotalBefore = 100;
+
+    CopierState() {
+        Connection.Settings.Provider = Now.HasProvider ? sharedOf(Provider) : nullptr;
+        Copier = std::make_unique<InterruptibleStreamCopier>(Connection);
+        Copier->SendData = reinterpret_cast<const std::uint8_t*>(Now.Offer);
+        Copier->SendLength = std::string_view(Now.Offer).size();
+        Copier->SendPosition = Now.Position;
+        Copier->TotalSent = kTotalBefore;
+        Copier->PumpWantsData = Now.PumpWantsData;
+        Copier->ReadPaused = Now.Paused;
+        if (Now.Failed) {
+            Connection.Transfer.EscapedFailure = std::make_exception_ptr(std::runtime_error("earlier"));
+        }
+        Connection.Transfer.PerformDone = false;
+    }
+    void expectSent(std::size_t bytes) {
+        EXPECT_EQ(Copier->SendPosition, Now.Position + bytes);
+        EXPECT_EQ(Copier->TotalSent, kTotalBefore + bytes);
+    }
+
+    const State& Now = GetParam();
+    testsupport::ScriptedProvider Provider = testsupport::makeScriptedProvider(host());
+    std::unique_ptr<InterruptibleStreamCopier> Copier;
+};
+
+TEST_P(CopierState, Read) {
+    const std::string answer = read(4);
+    EXPECT_EQ(answer, Now.Read);
+    expectSent(answer.find(' ') == std::string::npos ? 0 : answer.size() - 2);
+    EXPECT_EQ(Copier->ReadPaused, Now.Paused || answer == "pause");
+    EXPECT_TRUE(Provider->Wanted.empty()) << "a callback never asks the provider for content";
+}
+
+TEST_P(CopierState, ReadWithoutRoom) {
+    EXPECT_EQ(read(0), Now.ReadWithoutRoom);
+    expectSent(0);
+}
+
+TEST_P(CopierState, SeekToTheSecondByte) {
+    EXPECT_EQ(Curl.callSeek(1), Now.Seek);
+    EXPECT_EQ(Provider->Starts, Now.HasProvider && !Now.Failed ? 1 : 0);
+    // A provider that the pump still asks gives all of it again: its last array leaves the offer.
+    const bool givesAgain = Now.PumpWantsData && !Now.Failed;
+    EXPECT_EQ(Copier->SendPosition, givesAgain ? 0 : Now.Failed ? Now.Position : 1);
+    EXPECT_EQ(Copier->TotalSent, Now.Failed ? kTotalBefore : kTotalBefore + 1 - Now.Position);
+    EXPECT_EQ(Copier->SendLength, givesAgain ? 0 : std::string_view(Now.Offer).size());
+    EXPECT_EQ(Copier->PumpWantsData, Now.PumpWantsData);
+    EXPECT_EQ(Copier->ReadPaused, Now.Paused);
+}
+
+// Bytes are refused after a failure only.
+TEST_P(CopierState, Write) {
+    EXPECT_EQ(Curl.callWrite("xy"), Now.Failed ? 0U : 2U);
+    EXPECT_EQ(Copier->ReceiveBuffer, Now.Failed ? "" : "xy");
+    EXPECT_EQ(Connection.Transfer.PerformDone, !Now.Failed);
+    expectSent(0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, CopierState, testing::ValuesIn(kStates),
+                         [](const auto& info) { return std::string(info.param.Name); });
 
 } // namespace

@@ -5,146 +5,118 @@
 #include "tests/streaming/CopierFixture.h"
 #include "vantik/HostClass.h"
 
-#include <gmock/gmock.h>
-
 #include <string>
 #include <vector>
 
 using namespace matrix::detail::noninlined::vx_array_api;
 using namespace streamingtest;
-using testing::ElementsAre;
 
 namespace {
 
-constexpr const char* kNotScalar = "Expected ProgressReporter.update to return scalar.";
-constexpr const char* kNotFound = "vantik.net.http.internal.ProgressReporter.update not found";
+const std::string kNotScalar = internalError("Expected ProgressReporter.update to return scalar.");
+const std::string kNotFound = internalError("vantik.net.http.internal.ProgressReporter.update not found");
 
 class ProgressReporterCallTest : public testsupport::ScopeFixture {
 protected:
-    // A reporter that gives this answer.
-    testsupport::ScriptedReporter answering(vantik::Array answer) {
-        auto reporter = testsupport::makeScriptedReporter(host());
-        reporter->OnUpdate = [answer = std::move(answer)](int, std::uint64_t) { return answer; };
-        return reporter;
+    // What one update fails with.
+    static std::string failureOf(const vantik::Array& reporter) {
+        return failureText([&] { ProgressReporterCall(sharedOf(reporter)).update(1); });
     }
-
-    static void updateOnce(const vantik::Array& reporter) {
-        ProgressReporterCall call(sharedOf(reporter));
-        call.update(1);
+    // The same of a reporter that answers with what this makes.
+    std::string failureOfAnswer(const std::function<vantik::Array()>& answer) {
+        const auto reporter = testsupport::makeScriptedReporter(host());
+        reporter->OnUpdate = [&](int, std::uint64_t) { return answer(); };
+        return failureOf(reporter);
+    }
+    // An object of a class with this method.
+    vantik::Object reporterWith(const std::string& name, vantik::Method update) {
+        vantik::HostClass(name).method("update", std::move(update)).defineIn(host());
+        return host().create(name);
     }
 };
 
 TEST_F(ProgressReporterCallTest, WithoutAReporterNothingHappens) {
-    ProgressReporterCall call(nullptr);
-    EXPECT_NO_THROW(call.update(100));
+    EXPECT_NO_THROW(ProgressReporterCall(nullptr).update(100));
 }
 
 TEST_F(ProgressReporterCallTest, TrueMeansCarryOn) {
-    const auto reporter = answering(true);
+    const auto reporter = testsupport::makeScriptedReporter(host());
     ProgressReporterCall call(sharedOf(reporter));
-    call.update(0);
-    call.update(16384);
-    call.update(100); // after a rewind
-    call.update(18446744073709551615U);
+    for (const std::uint64_t bytes : {0UL, 16384UL, 100UL, 18446744073709551615UL}) { // 100: after a rewind
+        call.update(bytes);
+    }
     EXPECT_THAT(reporter->Counts, ElementsAre(0U, 16384U, 100U, 18446744073709551615U));
 }
 
 TEST_F(ProgressReporterCallTest, FalseStopsOnBehalfOfTheProgram) {
-    const auto reporter = answering(false);
+    const auto reporter = testsupport::makeScriptedReporter(host());
+    reporter->OnUpdate = [](int, std::uint64_t) { return vantik::Array(false); };
     try {
-        updateOnce(reporter);
+        ProgressReporterCall(sharedOf(reporter)).update(1);
         FAIL() << "it did not stop";
     } catch (const Zentorak::System::InterruptException& stop) {
         EXPECT_TRUE(vantik::detail::requestedByProgram(stop));
     }
 }
 
-TEST_F(ProgressReporterCallTest, AnswerWithoutExactlyOneElementFails) {
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array())); }), kNotScalar);
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::logicals({}))); }), kNotScalar);
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::logicals({true, true}))); }), kNotScalar);
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(zeros(2, 2, vxDOUBLE_CLASS))); }), kNotScalar);
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering("yes")); }), kNotScalar);
-}
-
-TEST_F(ProgressReporterCallTest, NoAnswerAtAllFails) {
-    vantik::HostClass("test.silent.Reporter")
-        .derivesFrom("vantik.net.http.internal.ProgressReporter")
-        .method("update", [](std::span<const vantik::Array>) { return std::vector<vantik::Array>(); })
-        .defineIn(host());
-    const vantik::Object reporter = host().create("test.silent.Reporter");
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotScalar);
-}
-
 TEST_F(ProgressReporterCallTest, OnlyTheFirstByteOfTheAnswerCounts) {
-    EXPECT_NO_THROW(updateOnce(answering(std::int32_t{1})));
-    EXPECT_NO_THROW(updateOnce(answering(byteMatrix(1, 1, "\x80"))));
-    EXPECT_NO_THROW(updateOnce(answering("y")));
-    EXPECT_NO_THROW(updateOnce(answering(0.1)));                                                  // 9a 99 99 …
-    EXPECT_THROW(updateOnce(answering(1.0)), Zentorak::System::InterruptException);               // 00 00 … f0 3f
-    EXPECT_THROW(updateOnce(answering(std::int32_t{256})), Zentorak::System::InterruptException); // 00 01 00 00
-    EXPECT_THROW(updateOnce(answering(byteMatrix(1, 1, std::string(1, '\0')))), Zentorak::System::InterruptException);
+    EXPECT_EQ(failureOfAnswer([] { return vantik::Array(std::int32_t{1}); }), "nothing");
+    EXPECT_EQ(failureOfAnswer([] { return byteMatrix(1, 1, "\x80"); }), "nothing");
+    EXPECT_EQ(failureOfAnswer([] { return vantik::Array("y"); }), "nothing");
+    EXPECT_EQ(failureOfAnswer([] { return vantik::Array(0.1); }), "nothing");               // 9a 99 99 …
+    EXPECT_EQ(failureOfAnswer([] { return vantik::Array(1.0); }), kStopText);               // 00 00 … f0 3f
+    EXPECT_EQ(failureOfAnswer([] { return vantik::Array(std::int32_t{256}); }), kStopText); // 00 01 00 00
+    EXPECT_EQ(failureOfAnswer([] { return byteMatrix(1, 1, std::string(1, '\0')); }), kStopText);
 }
 
-TEST_F(ProgressReporterCallTest, AnswerWithoutPlainElementsFails) {
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(answering(vantik::Array::structure({{"Go", true}}))); }), kNotScalar);
-    const auto object = testsupport::makeScriptedReporter(host());
-    const auto reporter = testsupport::makeScriptedReporter(host());
-    reporter->OnUpdate = [&](int, std::uint64_t) -> vantik::Array { return object; };
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotScalar);
+TEST_F(ProgressReporterCallTest, AnswerOtherThanOnePlainElementFails) {
+    const std::function<vantik::Array()> answers[] = {
+        [] { return vantik::Array(); },
+        [] { return vantik::Array::logicals({}); },
+        [] {
+            return vantik::Array::logicals({true, true});
+        },
+        [] { return zeros(2, 2, vxDOUBLE_CLASS); },
+        [] { return vantik::Array("yes"); },
+        [] {
+            return vantik::Array::structure({{"Go", true}});
+        },
+        [this]() -> vantik::Array { return testsupport::makeScriptedReporter(host()); },
+    };
+    for (const auto& answer : answers) {
+        EXPECT_EQ(failureOfAnswer(answer), kNotScalar);
+    }
+    const vantik::Object silent = reporterWith(
+        "test.silent.Reporter", [](std::span<const vantik::Array>) { return std::vector<vantik::Array>(); });
+    EXPECT_EQ(failureOf(silent), kNotScalar);
 }
 
 TEST_F(ProgressReporterCallTest, MissingMethodFails) {
-    const auto reporter = testsupport::makeScriptedReporter(host(), {"update"});
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(reporter); }), kNotFound);
-}
-
-TEST_F(ProgressReporterCallTest, WhatIsNoObjectHasNoMethod) {
-    EXPECT_EQ(internalErrorOf([&] { updateOnce(vantik::Array(1.0)); }), kNotFound);
+    EXPECT_EQ(failureOf(testsupport::makeScriptedReporter(host(), {"update"})), kNotFound);
+    EXPECT_EQ(failureOf(vantik::Array(1.0)), kNotFound);
     const SharedHostArray nothing = HostArray(vxCreateEmptyUnknownArrayNotOnArrayList()); // its class has no name
-    EXPECT_EQ(internalErrorOf([&] { ProgressReporterCall(nothing).update(1); }), kNotFound);
-}
-
-// The reporter is addressed by its own class and not by the base class.
-TEST_F(ProgressReporterCallTest, ReporterOfAnyClassIsCalled) {
-    std::vector<std::uint64_t> counts;
-    vantik::HostClass("test.unrelated.Reporter")
-        .method("update",
-                [&](std::span<const vantik::Array> inputs) {
-                    counts.push_back(inputs[1].unsignedInteger());
-                    return std::vector<vantik::Array>{true};
-                })
-        .defineIn(host());
-    const vantik::Object reporter = host().create("test.unrelated.Reporter");
-    updateOnce(reporter);
-    EXPECT_THAT(counts, ElementsAre(1U));
+    EXPECT_EQ(failureText([&] { ProgressReporterCall(nothing).update(1); }), kNotFound);
 }
 
 TEST_F(ProgressReporterCallTest, WhatTheReporterRaisesPasses) {
-    const auto reporter = testsupport::makeScriptedReporter(host());
-    reporter->OnUpdate = [](int, std::uint64_t) -> vantik::Array {
-        throw vantik::Failure({"test:reporter", "Tired", {}, "enough"});
-    };
-    EXPECT_THAT(hostFailureOf([&] { updateOnce(reporter); }), testing::StartsWith("test:reporter:Tired"));
+    EXPECT_EQ(failureOfAnswer([]() -> vantik::Array {
+                  throw vantik::Failure({"test:reporter", "Tired", {}, "enough"});
+              }),
+              "test:reporter:Tired[]");
 }
 
-TEST_F(ProgressReporterCallTest, CountIsAUInt64ScalarBesideTheReporter) {
-    std::vector<vantik::Array> seen;
-    vantik::HostClass("test.keeping.Reporter")
-        .derivesFrom("vantik.net.http.internal.ProgressReporter")
-        .method("update",
-                [&](std::span<const vantik::Array> inputs) {
-                    EXPECT_EQ(inputs.size(), 2U);
-                    seen.push_back(inputs[1]);
-                    return std::vector<vantik::Array>{true};
-                })
-        .defineIn(host());
-    const vantik::Object reporter = host().create("test.keeping.Reporter");
-    ProgressReporterCall call(sharedOf(reporter));
-    call.update(10);
-    ASSERT_EQ(seen.size(), 1U);
-    EXPECT_EQ(seen[0].className(), "uint64");
-    EXPECT_THAT(seen[0].dimensions(), ElementsAre(1U, 1U));
+// The reporter is addressed by its own class and not by the base class.
+TEST_F(ProgressReporterCallTest, ReporterOfAnyClassGetsAUInt64ScalarBesideItself) {
+    std::vector<std::uint64_t> counts;
+    const vantik::Object reporter = reporterWith("test.unrelated.Reporter", [&](std::span<const vantik::Array> inputs) {
+        EXPECT_EQ(inputs.size(), 2U);
+        EXPECT_EQ(inputs[1].className(), "uint64");
+        EXPECT_THAT(inputs[1].dimensions(), ElementsAre(1U, 1U));
+        counts.push_back(inputs[1].unsignedInteger());
+        return std::vector<vantik::Array>{true};
+    });
+    EXPECT_EQ(failureOf(reporter), "nothing");
+    EXPECT_THAT(counts, ElementsAre(1U));
 }
 
 // A reporter on the class system itself, which keeps handles on the very contents that it is given. (Callables of the
@@ -154,7 +126,6 @@ public:
     KeepingUpdate(vcos::InternedName className, std::vector<HostArray>& kept)
         : COSMethodBase(className, vcos::internal::makeInterned("update"), vcos::MemberAccess::Public, ""), Kept(kept) {
     }
-
     void invoke(int&, vcos::COSValue* results, int, const vcos::COSValue* inputs) override {
         Kept.emplace_back(vxCreateSharedDataCopy(reinterpret_cast<vxArray_tag*>(inputs[1].Bits)));
         vxSetArrayScope(Kept.back().get(), vxPERSISTENT_SCOPE);
@@ -197,13 +168,13 @@ TEST_F(ProgressReporterCallTest, CountThatAReporterHasKeptStaysWhatItWas) {
         call.update(bytes);
     }
     ASSERT_EQ(kept.size(), 3U);
-    EXPECT_EQ(vxGetScalar(kept[0].get()), 10.0);
-    EXPECT_EQ(vxGetScalar(kept[1].get()), 20.0);
-    EXPECT_EQ(vxGetScalar(kept[2].get()), 30.0);
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        EXPECT_EQ(vxGetScalar(kept[i].get()), 10.0 * static_cast<double>(i + 1));
+    }
 }
 
 TEST_F(ProgressReporterCallTest, UpdatesLeaveNoArrayBehind) {
-    const auto reporter = answering(true);
+    const auto reporter = testsupport::makeScriptedReporter(host());
     ProgressReporterCall call(sharedOf(reporter));
     const std::size_t before = vantik::Host::liveArrays();
     for (std::uint64_t i = 0; i < 10; ++i) {

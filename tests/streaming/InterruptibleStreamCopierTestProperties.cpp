@@ -49,7 +49,7 @@ protected:
             return CURLM_OK;
         };
     }
-    // The loop behind the pump.
+    // The loop after the pump.
     void readToTheEnd() {
         while (!AtEnd) {
             Connection.perform("");
@@ -86,10 +86,9 @@ RC_GTEST_FIXTURE_PROP(CopierProperties, UploadOfAProviderArrivesWhole, ()) {
     RC_ASSERT(Uploaded == patterned(given));
     RC_ASSERT(copier.TotalSent == given);
     RC_ASSERT(provider->Wanted.size() == pieces.size() + 1);
-    Connection.Settings.Provider = nullptr;
 }
 
-RC_GTEST_FIXTURE_PROP(CopierProperties, UploadFromMemoryArrivesWholeAgainBehindEachRewind, ()) {
+RC_GTEST_FIXTURE_PROP(CopierProperties, UploadFromMemoryArrivesWholeAfterEachRewind, ()) {
     const std::string body = patterned(*rc::gen::inRange<std::size_t>(1, 200'000));
     const auto rooms = *sizes(1, 70'000);
     const auto rewinds = *rc::gen::container<std::vector<std::size_t>>(rc::gen::inRange<std::size_t>(0, body.size()));
@@ -126,7 +125,7 @@ RC_GTEST_FIXTURE_PROP(CopierProperties, ConsumerAndStreamGetTheContentUpToWhereI
     bool stopped = false;
     consumer->OnStart = [&] { return vantik::Array(static_cast<double>(wanted)); };
     consumer->OnPut = [&](int, const std::string& piece) {
-        EXPECT_FALSE(stopped) << "a piece behind the stop";
+        EXPECT_FALSE(stopped) << "a piece after the stop";
         EXPECT_LE(piece.size(), std::min<std::size_t>(wanted, 16384));
         offered += piece;
         const std::size_t count = pieces++ == stopsIn ? std::min(keeps, piece.size()) : piece.size();
@@ -155,8 +154,6 @@ RC_GTEST_FIXTURE_PROP(CopierProperties, ConsumerAndStreamGetTheContentUpToWhereI
     RC_ASSERT(std::is_sorted(reporter->Counts.begin(), reporter->Counts.end()));
     RC_ASSERT(consumer->Calls.back() == "close");
     RC_ASSERT(copier.ReceiveBuffer.empty());
-    Connection.Settings.Consumer = nullptr;
-    Connection.Settings.ProgressReporter = nullptr;
 }
 
 } // namespace
