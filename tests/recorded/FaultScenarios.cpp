@@ -5,6 +5,7 @@
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/host/ScriptedObjects.h"
 #include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/Gzip.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
 #include "vantik/Host.h"
@@ -26,7 +27,13 @@ struct FreshScope {
         VKInitialize_netrove();
         Program.treatAsFailure(vantik::kIncompleteContent);
     }
-    Object makeAdapter() { return Program.create(kAdapterClass, {true}); }
+    // A new object whose connection to this server is open.
+    Object open(const ScriptedServer& server) {
+        Object connection = Program.create(kAdapterClass, {true});
+        connection.set("URL", server.url("/"));
+        connection.call("openConnection");
+        return connection;
+    }
 
     vantik::Host Program;
     vantik::detail::ScopeEntry Entry{Program.scope()};
@@ -60,9 +67,7 @@ std::string tryPlainGet(FreshScope& scope) {
     const ScriptedServer server(answers({response("good")}));
     std::string bytes;
     const std::string failure = failureSeen([&] {
-        const Object connection = scope.makeAdapter();
-        connection.set("URL", server.url("/"));
-        connection.call("openConnection");
+        const Object connection = scope.open(server);
         bytes = receiveBytes(connection);
         connection.call("closeConnection");
     });
@@ -75,6 +80,10 @@ struct Stage {
     std::optional<ScriptedConsumer> Consumer;
     std::string Outcome;
 };
+
+void receiveAll(Stage& stage, const Object& connection) {
+    stage.Outcome += receiveBytes(connection);
+}
 
 PlayedRun play(std::vector<Script> scripts, const FaultInjection& faults,
                const std::function<void(Stage&, const ScriptedServer&, const std::function<void()>& start)>& exchange) {
@@ -107,39 +116,47 @@ PlayedRun play(std::vector<Script> scripts, const FaultInjection& faults,
     return run;
 }
 
-PlayedRun getTwice(const FaultInjection& faults) {
-    return play({answers({response("one", {"Location: /next"}), response("two")})}, faults,
-                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
+// The plainest exchange of one object, whose server answers with these scripts. `change` sets what is particular.
+PlayedRun playOne(const FaultInjection& faults, std::vector<Script> scripts,
+                  const std::function<void(Stage&, const Object&)>& change,
+                  const std::function<void(Stage&, const Object&)>& receive = receiveAll) {
+    return play(std::move(scripts), faults,
+                [&](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
                     start();
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    for (int i = 0; i < 2; ++i) {
-                        connection.call("openConnection");
-                        stage.Outcome += receiveBytes(connection) + ' ';
-                    }
-                    stage.Outcome += connection.get("RedirectURL").text().empty() ? "no redirect" : "redirect";
+                    const Object connection = stage.Scope.open(server);
+                    change(stage, connection);
+                    receive(stage, connection);
                     connection.call("closeConnection");
                 });
 }
 
+void asItIs(Stage& /*stage*/, const Object& /*connection*/) {}
+
+PlayedRun getTwice(const FaultInjection& faults) {
+    return playOne(faults, {answers({response("one", {"Location: /next"}), response("two")})}, asItIs,
+                   [](Stage& stage, const Object& connection) {
+                       receiveAll(stage, connection);
+                       connection.call("openConnection");
+                       receiveAll(stage, connection);
+                       stage.Outcome += connection.get("RedirectURL").text().empty() ? " no redirect" : " redirect";
+                   });
+}
+
 PlayedRun putFromMemory(const FaultInjection& faults) {
-    return play({{step::expectHead(), step::continueIfExpected(), step::expectBody(3), step::send(response("stored"))}},
-                faults, [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
-                    start();
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    connection.call("openConnection");
-                    connection.set("RequestMethod", "PUT");
-                    connection.set("Payload", Array::bytes("abc"));
-                    connection.call("setFields",
-                                    {Array::structures(
-                                        {"Name", "Value"},
-                                        {{"Content-Length", "3"}, {"Cookie", "a=1"}, {"Proxy-Connection", "close"}})});
-                    stage.Outcome = receiveBytes(connection) + ' ' +
-                                    std::to_string(fieldTexts(connection.call("getRequestFields")).size()) +
-                                    " fields, " + resultTexts(connection, "getStatusLine", 3)[1];
-                    connection.call("closeConnection");
-                });
+    return playOne(
+        faults, {{step::expectHead(), step::continueIfExpected(), step::expectBody(3), step::send(response("stored"))}},
+        [](Stage& /*stage*/, const Object& connection) {
+            connection.set("RequestMethod", "PUT");
+            connection.set("Payload", Array::bytes("abc"));
+            connection.call("setFields", {Array::structures({"Name", "Value"}, {{"Content-Length", "3"},
+                                                                                {"Cookie", "a=1"},
+                                                                                {"Proxy-Connection", "close"}})});
+        },
+        [](Stage& stage, const Object& connection) {
+            receiveAll(stage, connection);
+            stage.Outcome += ' ' + std::to_string(fieldTexts(connection.call("getRequestFields")).size()) +
+                             " fields, " + resultTexts(connection, "getStatusLine", 3)[1];
+        });
 }
 
 PlayedRun streamBothWays(const FaultInjection& faults) {
@@ -150,90 +167,62 @@ PlayedRun streamBothWays(const FaultInjection& faults) {
             stage.Consumer = makeScriptedConsumer(stage.Scope.Program);
             const ScriptedReporter reporter = makeScriptedReporter(stage.Scope.Program);
             start();
-            const Object connection = stage.Scope.makeAdapter();
-            connection.set("URL", server.url("/"));
-            connection.call("openConnection");
+            const Object connection = stage.Scope.open(server);
             connection.set("RequestMethod", "PUT");
             connection.set("Provider", provider);
             connection.set("Consumer", *stage.Consumer);
             connection.set("ProgressReporter", reporter);
-            stage.Outcome = receiveBytes(connection);
+            receiveAll(stage, connection);
             connection.call("closeConnection");
         });
 }
 
 PlayedRun saveToFile(const FaultInjection& faults) {
     const TemporaryFolder folder;
-    return play({answers({response("saved")})}, faults,
-                [&](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
-                    start();
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    connection.call("openConnection");
-                    connection.call("copyContentToFile", {folder.file("saved")});
-                    stage.Outcome = readFile(folder.file("saved"));
-                    connection.call("closeConnection");
-                });
+    return playOne(faults, {answers({response("saved")})}, asItIs, [&](Stage& stage, const Object& connection) {
+        connection.call("copyContentToFile", {folder.file("saved")});
+        stage.Outcome = readFile(folder.file("saved"));
+    });
 }
 
 PlayedRun logIn(const FaultInjection& faults) {
     const std::string refusal =
         response("who?", {"WWW-Authenticate: Digest realm=\"a\", nonce=\"b\""}, "401 Unauthorized");
-    return play({answers({refusal, response("welcome")})}, faults,
-                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
-                    start();
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    connection.set("Username", "user");
-                    connection.set("Password", "word");
-                    connection.call("setAuthenticationSchemes",
-                                    {Array::enumeration(vantik::kAuthenticationSchemeClass, {"Digest"}), false});
-                    connection.call("openConnection");
-                    stage.Outcome = receiveBytes(connection);
-                    if (connection.get("ResponseCode").number() == 401.0) {
-                        throw std::runtime_error("401 " + stage.Outcome);
-                    }
-                    connection.call("closeConnection");
-                });
+    return playOne(
+        faults, {answers({refusal, response("welcome")})},
+        [](Stage& /*stage*/, const Object& connection) {
+            connection.set("Username", "user");
+            connection.set("Password", "word");
+            connection.call("setAuthenticationSchemes",
+                            {Array::enumeration(vantik::kAuthenticationSchemeClass, {"Digest"}), false});
+        },
+        [](Stage& stage, const Object& connection) {
+            receiveAll(stage, connection);
+            if (connection.get("ResponseCode").number() == 401.0) {
+                throw std::runtime_error("401 " + stage.Outcome);
+            }
+        });
 }
 
-// The content in gzip: "hello hello hello".
 PlayedRun decode(const FaultInjection& faults) {
-    const std::string content("\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00\x80\x88"
-                              "\xf9\xe5\x11\x00\x00\x00",
-                              28);
-    return play({answers({response(content, {"Content-Encoding: gzip"})})}, faults,
-                [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
-                    start();
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    connection.call("openConnection");
-                    stage.Outcome = receiveBytes(connection);
-                    connection.call("closeConnection");
-                });
+    return playOne(faults, {answers({response(gzip("hello hello hello"), {"Content-Encoding: gzip"})})}, asItIs);
 }
 
 PlayedRun renewHandles(const FaultInjection& faults) {
     return play({answers({response("old")}), answers({response("new")})}, faults,
                 [](Stage& stage, const ScriptedServer& server, const std::function<void()>& start) {
-                    const Object connection = stage.Scope.makeAdapter();
-                    connection.set("URL", server.url("/"));
-                    connection.call("openConnection");
-                    stage.Outcome = receiveBytes(connection) + ' ';
+                    const Object connection = stage.Scope.open(server);
+                    receiveAll(stage, connection);
                     connection.call("closeConnection");
                     start();
                     connection.call("closeAllConnections");
                     connection.call("openConnection");
-                    stage.Outcome += receiveBytes(connection);
+                    receiveAll(stage, connection);
                     connection.call("closeConnection");
                 });
 }
 
 } // namespace
-
-void PrintTo(const Scenario& scenario, std::ostream* stream) {
-    *stream << scenario.Name;
-}
 
 const std::vector<Scenario>& faultScenarios() {
     static const std::vector<Scenario> scenarios = {{"GetTwice", getTwice},

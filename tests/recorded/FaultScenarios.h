@@ -4,7 +4,6 @@
 #include "tests/support/curl/CurlInterposer.h"
 
 #include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,11 +12,15 @@ namespace testsupport {
 // One run of a scenario, in a scope of its own.
 struct PlayedRun {
     std::string Failure = "nothing"; // "VANTIK:webservices:InternalError(text)", "nothing"
-    std::string Outcome;             // what the scenario has to tell of a run without a failure
+    std::string Outcome;             // content and the like
     std::vector<CurlCall> Calls;     // libcurl calls of the exchange, up to its failure or its end
     std::string ConsumerCalls;       // what the consumer saw, if the scenario has one: "start put close"
     std::string ScopeAfterwards;     // "usable", or what a plain GET of the same scope then failed with
-    std::size_t ArraysLeft = 0;      // host arrays that live on behind the scope
+    std::size_t ArraysLeft = 0;      // host arrays that outlive the scope
+
+    bool leavesConsumerOpen() const {
+        return ConsumerCalls.starts_with("start") && ConsumerCalls.find(" close") == std::string::npos;
+    }
 };
 
 // Called around an exchange: what prepares it and what looks at the scope afterwards lies outside.
@@ -31,11 +34,8 @@ struct Scenario {
     PlayedRun (*Play)(const FaultInjection& faults);
 };
 
-void PrintTo(const Scenario& scenario, std::ostream* stream); // for GoogleTest
-
 // A GET and a reopened GET of one object; an upload from memory; an upload from a provider into a consumer with a
-// reporter; content saved to a file; a login
-// by Digest; content in gzip; new handles for the scope.
+// reporter; content saved to a file; a login by Digest; content in gzip; new handles for the scope.
 const std::vector<Scenario>& faultScenarios();
 
 } // namespace testsupport

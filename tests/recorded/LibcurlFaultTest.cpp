@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,10 +33,10 @@ std::string multiFailure(const std::string& what, const std::string& detail = {}
     return internalError('"' + what + "\" failed with CURLMcode " + curl_multi_strerror(kMultiCode) + detail);
 }
 
-// Which of the four places the perform at `index` stands in: behind no wait it is the first of the send routine, behind
-// a wait of 500 ms one of its loop, and behind one of 1000 ms one of a pump, for content sent before that, received
-// behind it. The pump for content in memory leaves behind a wait of its own, so behind its first perform the calls
-// alone do not tell which place it is.
+// Which of the four places the perform at `index` stands in: after no wait it is the first of the send routine, after a
+// wait of 500 ms one of its loop, and after one of 1000 ms one of a pump, for content sent before that, received after
+// it. The pump for content in memory ends with a wait of its own, so after its first perform the calls alone do not say
+// which place it is.
 std::vector<std::string> performDetails(const std::vector<CurlCall>& calls, std::size_t index) {
     std::int64_t wait = 0;
     bool headAwaited = false;
@@ -69,8 +68,7 @@ std::vector<std::string> performDetails(const std::vector<CurlCall>& calls, std:
                                                     "reading from network"};
 }
 
-// The status is read on the first line of a head, and again behind the message that tells the
-// end.
+// The status is read on the first line of a head, and again after the message that announces the end.
 bool isReadInHead(const std::vector<CurlCall>& calls, std::size_t index) {
     return index == 0 || calls[index - 1].Function != CurlFunction::MultiInfoRead;
 }
@@ -96,8 +94,7 @@ std::vector<std::string> expectedFailures(const std::vector<CurlCall>& calls, st
     case CurlFunction::MultiAddHandle:
         return {multiFailure("curl_multi_add_handle")};
     case CurlFunction::MultiRemoveHandle:
-        // Ignored where an object is destroyed, which is where a reset follows and nothing
-        // else.
+        // Ignored where an object is destroyed, which is where a reset follows and nothing else.
         return {index + 2 == calls.size() && calls.back().Function == CurlFunction::EasyReset
                     ? "nothing"
                     : multiFailure("curl_multi_remove_handle")};
@@ -117,8 +114,7 @@ std::vector<std::string> expectedFailures(const std::vector<CurlCall>& calls, st
     }
 }
 
-// Handles that are gone and could not be made anew stay gone: every later open of the scope
-// fails, and says so.
+// Handles that are gone and could not be made anew stay gone: every later open of the scope fails, and says so.
 std::string expectedScope(CurlFunction function, const std::vector<CurlCall>& calls) {
     const bool renewed = calls.front().Function == CurlFunction::MultiRemoveHandle;
     if (renewed && function == CurlFunction::EasyInit) {
@@ -163,14 +159,11 @@ TEST_P(LibcurlFault, IsReportedAndLeavesTheScopeUsable) {
             }
             EXPECT_EQ(run.ScopeAfterwards, expectedScope(function, run.Calls));
             EXPECT_EQ(run.ArraysLeft, 0U);
-            if (run.ConsumerCalls.starts_with("start")) {
-                EXPECT_THAT(run.ConsumerCalls, ::testing::HasSubstr(" close"));
-            }
+            EXPECT_FALSE(run.leavesConsumerOpen());
             ++tried;
         }
     }
     EXPECT_GT(tried, 40);
-    RecordProperty("calls", tried);
 }
 
 INSTANTIATE_TEST_SUITE_P(Exchanges, LibcurlFault, ::testing::ValuesIn(faultScenarios()),

@@ -1,9 +1,18 @@
 // Every option that the library sets on its handle, in order and with its value, from the construction of an object to
 // its end. The lists are written out: an option that is left out, doubled, moved or set to something else shows here.
-#include "tests/recorded/RecordedFixture.h"
+#include "hostclass/ModuleEntry.h"
+#include "tests/support/curl/CurlInterposer.h"
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScopeFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/WireText.h"
 
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -20,7 +29,7 @@ namespace step = testsupport::step;
 
 using Calls = std::vector<std::string>;
 
-// Several lists behind each other.
+// Several lists after each other.
 Calls operator+(Calls left, const Calls& right) {
     left.insert(left.end(), right.begin(), right.end());
     return left;
@@ -30,7 +39,7 @@ const Calls kConstruction = {"CURLOPT_COOKIEFILE ", "CURLOPT_COOKIELIST ALL", "C
                              "CURLOPT_COOKIELIST #"};
 const Calls kAttach = {"curl_multi_add_handle"};
 const Calls kReattach = {"curl_multi_remove_handle", "curl_easy_reset", "curl_multi_add_handle"};
-const Calls kReattachBehind401 = {"curl_multi_remove_handle", "curl_multi_add_handle"};
+const Calls kReattachAfter401 = {"curl_multi_remove_handle", "curl_multi_add_handle"};
 const Calls kPlainOpen = {"CURLOPT_SSL_VERIFYHOST 2",       "CURLOPT_PROXY ",
                           "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
                           "CURLOPT_DEFAULT_PROTOCOL http",  "CURLOPT_URL http://SERVER/a"};
@@ -46,287 +55,231 @@ const Calls kCopier = {"CURLOPT_ERRORBUFFER", "CURLOPT_WRITEFUNCTION", "CURLOPT_
 const Calls kUpload = {"CURLOPT_UPLOAD 1"};
 const Calls kGet = kFields + kSend + kNoSchemes + kCopier;
 
-class OptionSequence : public testsupport::RecordedFixture {
-protected:
+Script answers(const std::vector<std::string>& responses) {
+    Script script;
+    for (const std::string& text : responses) {
+        script.push_back(step::expectHead());
+        script.push_back(step::send(text));
+    }
+    return script;
+}
+
+// Takes content in this step and answers "x".
+Script takes(const Script::value_type& content) {
+    return {step::expectHead(), step::continueIfExpected(), content, step::send(response("x"))};
+}
+
+class OptionSequence : public testsupport::ScopeFixture {
+public:
+    using ScopeFixture::host;
+
+    OptionSequence() { VKInitialize_netrove(); }
+
+    void serve(const Script& script) { Server = std::make_unique<ScriptedServer>(std::vector{script}); }
+    // A new object with its URL set.
+    Object make(bool optionsMode = true) {
+        Object connection = host().create(testsupport::kAdapterClass, {optionsMode});
+        connection.set("URL", Server->url("/a"));
+        return connection;
+    }
+    // The same, opened, with what has been set until then forgotten.
+    Object open(bool optionsMode = true) {
+        Object connection = make(optionsMode);
+        connection.call("openConnection");
+        Curl.clear();
+        return connection;
+    }
     // What has been set since the last call of this, with the server's address as SERVER.
-    Calls taken(const ScriptedServer& server) {
-        Calls calls = curl.texts({CurlFunction::EasySetopt, CurlFunction::EasyReset, CurlFunction::MultiAddHandle,
+    Calls taken() {
+        Calls calls = Curl.texts({CurlFunction::EasySetopt, CurlFunction::EasyReset, CurlFunction::MultiAddHandle,
                                   CurlFunction::MultiRemoveHandle});
         for (std::string& call : calls) {
-            const std::size_t position = call.find(server.authority());
+            const std::size_t position = call.find(Server->authority());
             if (position != std::string::npos) {
-                call.replace(position, server.authority().size(), "SERVER");
+                call.replace(position, Server->authority().size(), "SERVER");
             }
         }
-        curl.clear();
+        Curl.clear();
         return calls;
     }
-    static Array schemes(const std::vector<std::string>& names) {
-        return Array::enumeration("vantik.net.http.AuthenticationScheme", names);
-    }
-    ScriptedServer& serveResponses(std::vector<std::string> responses) {
-        Script script;
-        for (std::string& text : responses) {
-            script.push_back(step::expectHead());
-            script.push_back(step::send(std::move(text)));
-        }
-        return serve({script});
-    }
+
+    std::unique_ptr<ScriptedServer> Server;
+    testsupport::CurlInterposer Curl;
 };
 
+// From the construction on.
+
 TEST_F(OptionSequence, OfAFirstGetToItsEnd) {
-    const ScriptedServer& server = serveResponses({response("x")});
+    serve(answers({response("x")}));
     {
-        const Object connection = makeAdapter();
-        EXPECT_EQ(taken(server), kConstruction);
-        connection.set("URL", server.url("/a"));
-        EXPECT_EQ(taken(server), Calls{});
+        const Object connection = make();
+        EXPECT_EQ(taken(), kConstruction);
         connection.call("openConnection");
-        EXPECT_EQ(taken(server), kAttach + kPlainOpen);
+        EXPECT_EQ(taken(), kAttach + kPlainOpen);
         EXPECT_EQ(receiveBytes(connection), "x");
-        EXPECT_EQ(taken(server), kGet);
+        EXPECT_EQ(taken(), kGet);
         connection.call("closeConnection");
-        EXPECT_EQ(taken(server), Calls{});
+        EXPECT_EQ(taken(), Calls{});
     }
-    EXPECT_EQ(taken(server), (Calls{"curl_multi_remove_handle", "curl_easy_reset"}));
+    EXPECT_EQ(taken(), (Calls{"curl_multi_remove_handle", "curl_easy_reset"}));
 }
 
-TEST_F(OptionSequence, OfAReopenBehindASuccessResetsAndSetsAllAgain) {
-    const ScriptedServer& server = serveResponses({response("x"), response("y")});
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "x");
-    taken(server);
-    connection.call("openConnection");
-    EXPECT_EQ(taken(server), kReattach + kPlainOpen);
-    EXPECT_EQ(receiveBytes(connection), "y");
-    EXPECT_EQ(taken(server), kGet);
-}
-
-TEST_F(OptionSequence, OfAReopenBehindAChallengeDoesNotReset) {
-    const ScriptedServer& server = serveResponses({response("x", {}, "401 Unauthorized"), response("y")});
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "x");
-    taken(server);
-    connection.call("openConnection");
-    EXPECT_EQ(taken(server), kReattachBehind401 + kPlainOpen);
-    EXPECT_EQ(receiveBytes(connection), "y");
-    EXPECT_EQ(taken(server), kGet);
+TEST_F(OptionSequence, OfAReopenSetsAllAgainAndResetsButAfterAChallenge) {
+    for (const bool challenged : {false, true}) {
+        serve(answers({response("x", {}, challenged ? "401 Unauthorized" : "200 OK"), response("y")}));
+        const Object connection = open();
+        EXPECT_EQ(receiveBytes(connection), "x");
+        taken();
+        connection.call("openConnection");
+        EXPECT_EQ(taken(), (challenged ? kReattachAfter401 : kReattach) + kPlainOpen);
+        EXPECT_EQ(receiveBytes(connection), "y");
+        EXPECT_EQ(taken(), kGet);
+        connection.call("closeConnection");
+    }
 }
 
 TEST_F(OptionSequence, OfASecondObjectClearsTheCookiesAndResets) {
-    const ScriptedServer& server = serveResponses({response("x"), response("y")});
-    const Object first = makeAdapter();
-    first.set("URL", server.url("/a"));
-    first.call("openConnection");
+    serve(answers({response("x")}));
+    const Object first = open();
     EXPECT_EQ(receiveBytes(first), "x");
     first.call("closeConnection");
-    taken(server);
-    const Object second = makeAdapter();
-    EXPECT_EQ(taken(server), kConstruction);
-    second.set("URL", server.url("/a"));
+    taken();
+    const Object second = make();
+    EXPECT_EQ(taken(), kConstruction);
     second.call("openConnection");
-    EXPECT_EQ(taken(server), kReattach + kPlainOpen);
+    EXPECT_EQ(taken(), kReattach + kPlainOpen);
 }
 
-TEST_F(OptionSequence, OfTheOlderInterfaceAllowsEveryScheme) {
-    const ScriptedServer& server = serveResponses({response("x")});
-    const Object connection = makeAdapter(false);
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    EXPECT_EQ(taken(server), kConstruction + kAttach + kPlainOpen);
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server), kFields + kSend + kAnyScheme + kCopier);
-}
+// The open.
 
-TEST_F(OptionSequence, OfAPostOfTheOlderInterface) {
-    const ScriptedServer& server =
-        serve({{step::expectHead(), step::continueIfExpected(), step::expectBody(5), step::send(response("x"))}});
-    const Object connection = makeAdapter(false);
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    taken(server);
-    connection.set("RequestMethod", "POST");
-    connection.set("PostData", "hello");
-    EXPECT_EQ(taken(server), (Calls{"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST POST"}));
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server),
-              (Calls{"CURLOPT_ACCEPT_ENCODING ",
-                     "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:|Content-Length: 5|Transfer-Encoding:}"}) +
-                  kSend + kAnyScheme + kCopier + kUpload);
-}
-
-TEST_F(OptionSequence, OfAnUploadFromMemoryWithSchemesAndCredentials) {
-    const ScriptedServer& server =
-        serve({{step::expectHead(), step::continueIfExpected(), step::expectBody(3), step::send(response("x"))}});
-    const Object connection = makeAdapter();
-    connection.set("Username", "bob");
-    connection.set("Password", "secret");
-    connection.set("ProxyUsername", "pat");
-    connection.set("ProxyPassword", "hidden");
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    taken(server);
-    connection.set("RequestMethod", "PUT");
-    connection.set("Payload", Array::bytes("abc"));
-    connection.call("setRequestProperty", {"Content-Length", "3"});
-    connection.call("setAuthenticationSchemes", {schemes({"Basic"}), false});
-    connection.call("setAuthenticationSchemes", {schemes({"Digest", "NTLM"}), true});
-    EXPECT_EQ(taken(server), (Calls{"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PUT"}));
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server),
-              (Calls{"CURLOPT_ACCEPT_ENCODING ",
-                     "CURLOPT_HTTPHEADER {Content-Length: 3|Accept-Encoding:|Accept:|Transfer-Encoding:}"}) +
-                  kSend +
-                  (Calls{"CURLOPT_HTTPAUTH 1", "CURLOPT_USERNAME bob", "CURLOPT_PASSWORD secret",
-                         "CURLOPT_PROXYAUTH 10", "CURLOPT_PROXYUSERNAME pat", "CURLOPT_PROXYPASSWORD hidden"}) +
-                  kCopier + kUpload);
-}
-
-TEST_F(OptionSequence, OfAnUploadFromAProviderTellsNoSize) {
-    const ScriptedServer& server =
-        serve({{step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(), step::send(response("x"))}});
-    const testsupport::ScriptedProvider provider = testsupport::makeScriptedProvider(host(), "content");
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    connection.set("RequestMethod", "PUT");
-    connection.set("Provider", provider);
-    taken(server);
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server), kGet + kUpload);
-}
-
-TEST_F(OptionSequence, OfCallersFieldsCookiesAndNoDecoding) {
-    const ScriptedServer& server = serveResponses({response("x")});
-    const Object connection = makeAdapter();
-    connection.set("Decode", false);
-    connection.set("URL", server.url("/a"));
-    connection.call("openConnection");
-    taken(server);
-    connection.call("setRequestProperty", {"Cookie", "a=1"});
-    connection.call("setRequestProperty", {"Accept", "text/plain"});
-    connection.call("setRequestProperty", {"Proxy-Connection", "close"});
-    connection.call("setRequestProperty", {"cookie", "b=2"});
-    connection.call("removeField", {"User-Agent"});
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server), (Calls{"CURLOPT_COOKIE a=1; b=2; ", "CURLOPT_HTTPHEADER {Accept: text/plain|User-Agent:}",
-                                    "CURLOPT_PROXYHEADER {Proxy-Connection: close}"}) +
-                                 kSend + kNoSchemes + kCopier);
-}
-
-TEST_F(OptionSequence, OfARequestThroughAProxy) {
-    const ScriptedServer& server = serveResponses({response("x")});
-    const Object connection = makeAdapter();
+TEST_F(OptionSequence, OfAnOpenThroughAProxy) {
+    serve(answers({response("x")}));
+    const Object connection = make();
     connection.set("URL", "http://far.test/a");
-    curl.clear();
+    Curl.clear();
     connection.call("openProxyConnection",
-                    {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(server.port())}})});
-    EXPECT_EQ(taken(server), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 2", "CURLOPT_PROXY 127.0.0.1",
-                                              "CURLOPT_PROXYPORT " + std::to_string(server.port()),
-                                              "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
-                                              "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://far.test/a"}));
+                    {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(Server->port())}})});
+    EXPECT_EQ(taken(), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 2", "CURLOPT_PROXY 127.0.0.1",
+                                        "CURLOPT_PROXYPORT " + std::to_string(Server->port()),
+                                        "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
+                                        "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://far.test/a"}));
     EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(taken(server), kGet);
+    EXPECT_EQ(taken(), kGet);
 }
 
-TEST_F(OptionSequence, OfTimeoutsThatAreSetBeforeTheOpen) {
-    const ScriptedServer& server = serveResponses({});
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/a"));
+TEST_F(OptionSequence, OfAnOpenAfterTimeoutsWereSet) {
+    serve({});
+    const Object connection = make();
     connection.set("TimeoutInMilliseconds", Array::doubles({1234.9, 20, 30, 40}));
     connection.set("VerifyServerName", false);
-    curl.clear();
+    Curl.clear();
     connection.call("openConnection");
-    EXPECT_EQ(taken(server), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 0", "CURLOPT_PROXY ",
-                                              "CURLOPT_CONNECTTIMEOUT_MS 1234", "CURLOPT_QUICK_EXIT 1",
-                                              "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL http://SERVER/a"}));
+    EXPECT_EQ(taken(), kAttach + (Calls{"CURLOPT_SSL_VERIFYHOST 0", "CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 1234",
+                                        "CURLOPT_QUICK_EXIT 1", "CURLOPT_DEFAULT_PROTOCOL http",
+                                        "CURLOPT_URL http://SERVER/a"}));
 }
 
-// TLS: certificate file as set, whether the name is verified, and the options that follow.
-struct TlsRow {
-    const char* CertificateFilename;
-    bool VerifyServerName;
-    Calls Options;
+// The send.
+
+struct SendRow {
+    const char* Name;
+    bool OptionsMode;
+    Script Exchange;
+    std::function<void(OptionSequence&, const Object&)> Arrange;
+    Calls Arranging; // what the settings set at once
+    Calls Sending;
 };
-void PrintTo(const TlsRow& row, std::ostream* stream) {
-    *stream << '\'' << row.CertificateFilename << "' " << row.VerifyServerName;
-}
 
-class TlsOptionSequence : public OptionSequence, public ::testing::WithParamInterface<TlsRow> {};
+const char* const kSizedFields = "CURLOPT_HTTPHEADER {Content-Length: 3|Accept-Encoding:|Accept:|Transfer-Encoding:}";
 
-TEST_P(TlsOptionSequence, FollowsTheSettings) {
-    const ScriptedServer& server = serveResponses({});
-    const Object connection = makeAdapter();
-    connection.set("CertificateFilename", GetParam().CertificateFilename);
-    connection.set("VerifyServerName", GetParam().VerifyServerName);
-    connection.set("URL", "https://" + server.authority() + "/a");
-    curl.clear();
-    connection.call("openConnection");
-    EXPECT_EQ(taken(server), kAttach + GetParam().Options +
-                                 (Calls{"CURLOPT_PROXY ", "CURLOPT_CONNECTTIMEOUT_MS 5000", "CURLOPT_QUICK_EXIT 1",
-                                        "CURLOPT_DEFAULT_PROTOCOL http", "CURLOPT_URL https://SERVER/a"}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Settings, TlsOptionSequence,
-    ::testing::Values(
-        TlsRow{"", true, {"CURLOPT_CAINFO ", "CURLOPT_SSL_VERIFYPEER 0", "CURLOPT_SSL_VERIFYHOST 2"}},
-        TlsRow{"", false, {"CURLOPT_CAINFO ", "CURLOPT_SSL_VERIFYPEER 0", "CURLOPT_SSL_VERIFYHOST 0"}},
-        TlsRow{"default", true, {"CURLOPT_CAINFO (null)", "CURLOPT_SSL_VERIFYHOST 2"}},
-        TlsRow{"default", false, {"CURLOPT_CAINFO (null)", "CURLOPT_SSL_VERIFYHOST 0"}},
-        TlsRow{"Default", true, {"CURLOPT_CAINFO Default", "CURLOPT_SSL_VERIFYPEER 1", "CURLOPT_SSL_VERIFYHOST 2"}},
-        TlsRow{"ca.pem", true, {"CURLOPT_CAINFO ca.pem", "CURLOPT_SSL_VERIFYPEER 1", "CURLOPT_SSL_VERIFYHOST 2"}},
-        TlsRow{"ca.pem", false, {"CURLOPT_CAINFO ca.pem", "CURLOPT_SSL_VERIFYPEER 1", "CURLOPT_SSL_VERIFYHOST 0"}}));
-
-// Methods: as set, the options, and the method in the request line.
-struct MethodRow {
-    const char* Method;
-    Calls Options;
-    const char* OnTheWire;
+const SendRow kSends[] = {
+    {"OfTheOlderInterfaceAllowsEveryScheme",
+     false,
+     answers({response("x")}),
+     [](OptionSequence&, const Object&) {},
+     {},
+     kFields + kSend + kAnyScheme + kCopier},
+    {"OfAPostOfTheOlderInterface",
+     false,
+     takes(step::expectBody(5)),
+     [](OptionSequence&, const Object& connection) {
+         connection.set("RequestMethod", "POST");
+         connection.set("PostData", "hello");
+     },
+     {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST POST"},
+     Calls{"CURLOPT_ACCEPT_ENCODING ",
+           "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:|Content-Length: 5|Transfer-Encoding:}"} +
+         kSend + kAnyScheme + kCopier + kUpload},
+    {"OfAPutOfTheOlderInterfaceWithoutText",
+     false,
+     answers({response("x")}),
+     [](OptionSequence&, const Object& connection) { connection.set("RequestMethod", "PUT"); },
+     {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PUT"},
+     Calls{"CURLOPT_ACCEPT_ENCODING ",
+           "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:|Content-Length: 0|Transfer-Encoding:}"} +
+         kSend + kAnyScheme + kCopier},
+    {"OfAnUploadFromMemoryWithSchemesAndCredentials",
+     true,
+     takes(step::expectBody(3)),
+     [](OptionSequence&, const Object& connection) {
+         const auto allow = [&](const std::vector<std::string>& schemes, bool proxy) {
+             connection.call("setAuthenticationSchemes",
+                             {Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), proxy});
+         };
+         connection.set("Username", "bob");
+         connection.set("Password", "secret");
+         connection.set("ProxyUsername", "pat");
+         connection.set("ProxyPassword", "hidden");
+         connection.set("RequestMethod", "PUT");
+         connection.set("Payload", Array::bytes("abc"));
+         connection.call("setRequestProperty", {"Content-Length", "3"});
+         allow({"Basic"}, false);
+         allow({"Digest", "NTLM"}, true);
+     },
+     {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PUT"},
+     Calls{"CURLOPT_ACCEPT_ENCODING ", kSizedFields} + kSend +
+         Calls{"CURLOPT_HTTPAUTH 1", "CURLOPT_USERNAME bob", "CURLOPT_PASSWORD secret", "CURLOPT_PROXYAUTH 10",
+               "CURLOPT_PROXYUSERNAME pat", "CURLOPT_PROXYPASSWORD hidden"} +
+         kCopier + kUpload},
+    {"OfAnUploadFromAProviderHasNoSize",
+     true,
+     takes(step::expectChunkedBody()),
+     [](OptionSequence& test, const Object& connection) {
+         connection.set("RequestMethod", "PUT");
+         connection.set("Provider", testsupport::makeScriptedProvider(test.host(), "content"));
+     },
+     {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PUT"},
+     kGet + kUpload},
+    {"OfTheCallersFieldsAndCookiesWithoutDecoding",
+     true,
+     answers({response("x")}),
+     [](OptionSequence&, const Object& connection) {
+         connection.set("Decode", false);
+         connection.call("setRequestProperty", {"Cookie", "a=1"});
+         connection.call("setRequestProperty", {"Accept", "text/plain"});
+         connection.call("setRequestProperty", {"Proxy-Connection", "close"});
+         connection.call("setRequestProperty", {"cookie", "b=2"});
+         connection.call("removeField", {"User-Agent"});
+     },
+     {},
+     Calls{"CURLOPT_COOKIE a=1; b=2; ", "CURLOPT_HTTPHEADER {Accept: text/plain|User-Agent:}",
+           "CURLOPT_PROXYHEADER {Proxy-Connection: close}"} +
+         kSend + kNoSchemes + kCopier},
 };
-void PrintTo(const MethodRow& row, std::ostream* stream) {
-    *stream << '\'' << row.Method << '\'';
+
+class SendOptionSequence : public OptionSequence, public testing::WithParamInterface<SendRow> {};
+
+TEST_P(SendOptionSequence, FollowsTheSettings) {
+    const SendRow& row = GetParam();
+    serve(row.Exchange);
+    const Object connection = open(row.OptionsMode);
+    row.Arrange(*this, connection);
+    EXPECT_EQ(taken(), row.Arranging);
+    EXPECT_EQ(receiveBytes(connection), "x");
+    EXPECT_EQ(taken(), row.Sending);
 }
 
-class MethodOptionSequence : public OptionSequence, public ::testing::WithParamInterface<MethodRow> {};
-
-TEST_P(MethodOptionSequence, FollowsTheMethod) {
-    for (const bool optionsMode : {true, false}) {
-        const bool hasText =
-            !optionsMode && (GetParam().Method == std::string("POST") || GetParam().Method == std::string("PUT") ||
-                             GetParam().Method == std::string("PATCH"));
-        const ScriptedServer& server = serveResponses({"HTTP/1.1 204 No Content\r\n\r\n"});
-        const Object connection = makeAdapter(optionsMode);
-        connection.set("URL", server.url("/a"));
-        connection.call("openConnection");
-        curl.clear();
-        connection.set("RequestMethod", GetParam().Method);
-        EXPECT_EQ(taken(server), GetParam().Options);
-        EXPECT_EQ(receiveBytes(connection), "");
-        const Calls fields = hasText ? Calls{"CURLOPT_ACCEPT_ENCODING ", "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:|"
-                                                                         "Content-Length: 0|Transfer-Encoding:}"}
-                                     : kFields;
-        EXPECT_EQ(taken(server), fields + kSend + (optionsMode ? kNoSchemes : kAnyScheme) + kCopier);
-        EXPECT_EQ(testsupport::startLine(server.record().Heads.at(0)),
-                  GetParam().OnTheWire + std::string(" /a HTTP/1.1"));
-        connection.call("closeConnection");
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Methods, MethodOptionSequence,
-    ::testing::Values(MethodRow{"", {"CURLOPT_HTTPGET 1"}, "GET"}, MethodRow{"GET", {"CURLOPT_HTTPGET 1"}, "GET"},
-                      MethodRow{"get", {"CURLOPT_HTTPGET 1"}, "GET"}, MethodRow{"HEAD", {"CURLOPT_NOBODY 1"}, "HEAD"},
-                      MethodRow{"head", {"CURLOPT_NOBODY 1"}, "HEAD"},
-                      MethodRow{"POST", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST POST"}, "POST"},
-                      MethodRow{"PUT", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PUT"}, "PUT"},
-                      MethodRow{"PATCH", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST PATCH"}, "PATCH"},
-                      MethodRow{"DELETE", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST DELETE"}, "DELETE"},
-                      MethodRow{"OPTIONS", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST OPTIONS"}, "OPTIONS"},
-                      MethodRow{"post", {"CURLOPT_NOBODY 0", "CURLOPT_CUSTOMREQUEST post"}, "post"}));
+INSTANTIATE_TEST_SUITE_P(Each, SendOptionSequence, testing::ValuesIn(kSends),
+                         [](const auto& info) { return std::string(info.param.Name); });
 
 } // namespace
