@@ -7,89 +7,64 @@
 namespace model {
 namespace {
 
-char name(std::uint8_t object) {
-    return static_cast<char>('a' + object);
+using Words = std::vector<const char*>;
+
+std::string choice(std::size_t number, const Words& words) {
+    return words.at(number % words.size());
 }
 
-std::string choice(std::uint8_t number, std::initializer_list<const char*> words) {
-    return *(words.begin() + number % words.size());
+// What each operation is called, and what its number stands for, in the order of Op.
+std::string describe(Op op, std::uint8_t object, std::uint8_t number) {
+    static const Words contents = {"none", "0 bytes", "5 bytes", "40000 bytes", "200000 bytes"};
+    static const std::vector<std::pair<const char*, Words>> operations = {
+        {"create", {"", "older interface"}},
+        {"destroy", {""}},
+        {"set URL", {""}},
+        {"openConnection", {""}},
+        {"closeConnection", {""}},
+        {"closeAllConnections", {""}},
+        {"get ResponseCode", {""}},
+        {"copyContentToByteArray", {"true"}},
+        {"copyContentToByteArray", {"false"}},
+        {"copyContentToFile", {""}},
+        {"set RequestMethod", {"GET", "a name of its own", "HEAD"}},
+        {"set Payload", contents},
+        {"set Provider", contents},
+        {"set Consumer", {"none", ""}},
+        {"set ProgressReporter", {"none", ""}},
+        {"set login", {"no scheme", "Basic", "Basic and Digest"}},
+        {"set field", {"Cookie", "no Expect"}},
+        {"set ResponsePayload", {"3 bytes"}},
+        {"interrupt", {""}},
+    };
+    const auto& [called, words] = operations.at(static_cast<std::size_t>(op));
+    const std::string word = choice(number, words);
+    return std::string(called) + '(' + static_cast<char>('a' + object) + (word.empty() ? "" : ", " + word) + ')';
 }
 
 std::string describe(const Shape& shape) {
-    std::string text = choice(static_cast<std::uint8_t>(shape.What),
+    std::string text = choice(static_cast<std::size_t>(shape.What),
                               {"200", "404", "401 always", "401 without credentials, then 200", "a redirect's status"});
     text += " with " + std::to_string(answerSize(shape.Size)) + " bytes" + (shape.Chunked ? " in chunks" : "");
     if (shape.Last != Plan::End::Whole) {
-        text += choice(static_cast<std::uint8_t>(shape.Last), {"", ", closed ", ", reset ", ", silent "}) +
+        text += choice(static_cast<std::size_t>(shape.Last), {"", ", closed ", ", reset ", ", silent "}) +
                 choice(shape.Part, {"before its head", "after its head", "in the middle"});
     }
     return text + (shape.Early ? ", before the request's content" : "") + (shape.Cookie ? ", sets a cookie" : "");
-}
-
-std::string describe(Op op, std::uint8_t object, std::uint8_t number) {
-    const std::string of = std::string("(") + name(object);
-    const std::string size = number == 0 ? ", none" : ", " + std::to_string(requestSize(number)) + " bytes";
-    switch (op) {
-    case Op::Create:
-        return "create" + of + (number == 1 ? ", older interface)" : ")");
-    case Op::Destroy:
-        return "destroy" + of + ")";
-    case Op::SetUrl:
-        return "setURL" + of;
-    case Op::Open:
-        return "openConnection" + of + ")";
-    case Op::Close:
-        return "closeConnection" + of + ")";
-    case Op::CloseAll:
-        return "closeAllConnections(any)";
-    case Op::Status:
-        return "get ResponseCode" + of + ")";
-    case Op::Copy:
-        return "copyContentToByteArray" + of + ", true)";
-    case Op::CopyToConsumer:
-        return "copyContentToByteArray" + of + ", false)";
-    case Op::Save:
-        return "copyContentToFile" + of + ")";
-    case Op::SetMethod:
-        return "set RequestMethod" + of + choice(number, {", GET)", ", a name of its own)", ", HEAD)"});
-    case Op::SetPayload:
-        return "set Payload" + of + size + ")";
-    case Op::SetProvider:
-        return "set Provider" + of + size;
-    case Op::SetConsumer:
-        return "set Consumer" + of + (number == 0 ? ", none" : "");
-    case Op::SetReporter:
-        return "set ProgressReporter" + of + (number == 0 ? ", none" : "");
-    case Op::SetLogin:
-        return "set login" + of + choice(number, {", no scheme)", ", Basic)", ", Basic and Digest)"});
-    case Op::SetField:
-        return "set field" + of + choice(number, {", Cookie)", ", no Expect)"});
-    case Op::SetLead:
-        return "set ResponsePayload" + of + ", 3 bytes)";
-    case Op::Interrupt:
-        return "interrupt";
-    }
-    return "?";
 }
 
 std::string describe(const Hook& hook) {
     if (hook.What == Act::Nothing) {
         return {};
     }
-    const std::string event = hook.Event == 0             ? "start"
+    const std::string event = hook.Event == 0              ? "start"
                               : hook.Event == Hook::kAgain ? "restart"
                               : hook.Event == Hook::kEnd   ? "close"
-                                                          : "call " + std::to_string(hook.Event);
-    std::string text = "; at " + event + ": ";
-    if (hook.What == Act::Call) {
-        text += describe(hook.Nested, hook.Target, hook.Number);
-        if (hook.Nested == Op::SetUrl || hook.Nested == Op::SetProvider || hook.Nested == Op::SetConsumer ||
-            hook.Nested == Op::SetReporter) {
-            text += ')';
-        }
-        return text + (hook.Swallow ? ", failures swallowed" : "");
-    }
-    return text + choice(static_cast<std::uint8_t>(hook.What), {"", "raise", "interrupt", "say stop", "take half"});
+                                                           : "call " + std::to_string(hook.Event);
+    return "; at " + event + ": " +
+           (hook.What == Act::Call
+                ? describe(hook.Nested, hook.Target, hook.Number) + (hook.Swallow ? ", failures swallowed" : "")
+                : choice(static_cast<std::size_t>(hook.What), {"", "raise", "interrupt", "say stop", "take half"}));
 }
 
 // Draws sequences that get far: whole exchanges with something in between, more often than operations without rhyme or
@@ -264,16 +239,12 @@ private:
     std::uint8_t Last = 0;  // object of the latest exchange
 };
 
-bool same(const Command& left, const Command& right) {
-    return describe(left) == describe(right);
-}
-
 rc::Seq<Command> smallerCommands(const Command& command) {
     std::vector<Command> smaller;
     const auto offer = [&](auto&& change) {
         Command changed = command;
         change(changed);
-        if (!same(changed, command)) {
+        if (describe(changed) != describe(command)) {
             smaller.push_back(changed);
         }
     };
@@ -295,27 +266,18 @@ rc::Seq<Command> smallerCommands(const Command& command) {
 } // namespace
 
 std::size_t requestSize(std::uint8_t number) {
-    constexpr std::array<std::size_t, 5> sizes{0, 0, 5, 40000, 200000};
-    return sizes.at(number % sizes.size());
+    return std::array<std::size_t, 5>{0, 0, 5, 40000, 200000}.at(number);
 }
 
 std::size_t answerSize(std::uint8_t index) {
-    constexpr std::array<std::size_t, 4> sizes{0, 5, 2000, 100000};
-    return sizes.at(index % sizes.size());
+    return std::array<std::size_t, 4>{0, 5, 2000, 100000}.at(index);
 }
 
 std::string describe(const Command& command) {
-    std::string text = describe(command.What, command.Object, command.Number);
-    switch (command.What) {
-    case Op::SetUrl:
-        return text + ", answered with " + describe(command.Answer) + ")";
-    case Op::SetProvider:
-    case Op::SetConsumer:
-    case Op::SetReporter:
-        return text + (command.Number == 0 ? std::string() : describe(command.Then)) + ")";
-    default:
-        return text;
-    }
+    const bool hooked = command.Number != 0 && (command.What == Op::SetProvider || command.What == Op::SetConsumer ||
+                                                command.What == Op::SetReporter);
+    return describe(command.What, command.Object, command.Number) + (hooked ? describe(command.Then) : "") +
+           (command.What == Op::SetUrl ? ", answered with " + describe(command.Answer) : "");
 }
 
 std::ostream& operator<<(std::ostream& stream, const Command& command) {

@@ -9,22 +9,18 @@ namespace {
 
 long live = 0; // one thread of a test's process makes handles
 
-template <class Function>
-Function* original(const char* name) {
-    void* address = ::dlsym(RTLD_NEXT, name);
+// Runs libcurl's own function. What that calls for itself comes through here again, and does not count.
+template <class Result, class... Parameters>
+Result counted(int change, const char* name, Parameters... parameters) {
+    void* const address = ::dlsym(RTLD_NEXT, name);
     if (address == nullptr) {
         std::abort(); // not libcurl
     }
-    return reinterpret_cast<Function*>(address);
-}
-
-// Runs libcurl's own function. What that calls for itself comes through here again, and does not count.
-template <class Action>
-auto counted(int change, Action&& action) {
-    const long before = live;
-    const auto result = action();
-    live = before + change;
-    return result;
+    struct Count {
+        long After;
+        ~Count() { live = After; }
+    } const count{live + change};
+    return reinterpret_cast<Result (*)(Parameters...)>(address)(parameters...);
 }
 
 } // namespace
@@ -40,25 +36,18 @@ long liveCurlHandles() {
 extern "C" {
 
 __attribute__((visibility("default"))) CURL* curl_easy_init() {
-    static auto* const init = original<CURL*()>("curl_easy_init");
-    return counted(1, init);
+    return counted<CURL*>(1, "curl_easy_init");
 }
 
 __attribute__((visibility("default"))) CURLM* curl_multi_init() {
-    static auto* const init = original<CURLM*()>("curl_multi_init");
-    return counted(1, init);
+    return counted<CURLM*>(1, "curl_multi_init");
 }
 
 __attribute__((visibility("default"))) void curl_easy_cleanup(CURL* handle) {
-    static auto* const cleanup = original<void(CURL*)>("curl_easy_cleanup");
-    counted(handle == nullptr ? 0 : -1, [&] {
-        cleanup(handle);
-        return true;
-    });
+    counted<void>(handle == nullptr ? 0 : -1, "curl_easy_cleanup", handle);
 }
 
 __attribute__((visibility("default"))) CURLMcode curl_multi_cleanup(CURLM* handle) {
-    static auto* const cleanup = original<CURLMcode(CURLM*)>("curl_multi_cleanup");
-    return counted(-1, [&] { return cleanup(handle); });
+    return counted<CURLMcode>(-1, "curl_multi_cleanup", handle);
 }
 }

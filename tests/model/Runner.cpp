@@ -4,7 +4,10 @@
 #include "tests/support/host/HostFixture.h"
 #include "vantik/Http.h"
 
+#include <Poco/Base64Encoder.h>
+
 #include <limits>
+#include <sstream>
 
 namespace model {
 namespace {
@@ -14,18 +17,9 @@ constexpr double kConnectLimitMs = 60000;
 constexpr double kSilenceLimitMs = 40;
 
 std::string base64(const std::string& text) {
-    constexpr const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string encoded;
-    for (std::size_t place = 0; place < text.size(); place += 3) {
-        std::uint32_t bits = 0;
-        for (std::size_t byte = 0; byte < 3; ++byte) {
-            bits = bits << 8 | (place + byte < text.size() ? static_cast<unsigned char>(text[place + byte]) : 0U);
-        }
-        for (std::size_t letter = 0; letter < 4; ++letter) {
-            encoded += place + letter > text.size() ? '=' : letters[bits >> (18 - 6 * letter) & 63];
-        }
-    }
-    return encoded;
+    std::ostringstream encoded;
+    Poco::Base64Encoder(encoded) << text;
+    return encoded.str();
 }
 
 } // namespace
@@ -71,30 +65,41 @@ std::string Runner::run(const Sequence& sequence) {
     return text;
 }
 
+Runner::Outcome Runner::call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs) {
+    const vantik::Object connection = *slot.Object; // the slot may change meanwhile
+    return attempt([&] { return connection.call(method, inputs); });
+}
+
+Runner::Outcome Runner::assign(const Slot& slot, const char* property, const vantik::Array& value) {
+    return attempt([&] {
+        slot.Object->set(property, value);
+        return vantik::Array();
+    });
+}
+
 void Runner::wrong(const std::string& what) {
     Wrong.push_back(Now + ": " + what);
 }
 
-void Runner::expectSuccess(const Outcome& outcome, const std::string& what) {
+Runner::Outcome Runner::succeeded(Outcome outcome) {
     if (outcome.Failed) {
-        wrong(what + " fails with " + outcome.Identifier + " (" + outcome.Text + ")");
+        wrong("fails with " + outcome.Identifier + " (" + outcome.Text + ")");
     }
+    return outcome;
 }
 
-void Runner::expectFailure(const Outcome& outcome, const std::string& identifier, const std::string& words,
-                           const std::string& what) {
-    if (!outcome.Failed) {
-        wrong(what + " does not fail with " + identifier + " " + words);
-    } else if (outcome.Identifier != identifier || outcome.Text.find(words) == std::string::npos) {
-        wrong(what + " fails with " + outcome.Identifier + " (" + outcome.Text + ") in place of " + identifier + " " +
-              words);
+Runner::Outcome Runner::failed(Outcome outcome, const std::string& identifier, const std::string& words) {
+    if (!outcome.Failed || outcome.Identifier != identifier || outcome.Text.find(words) == std::string::npos) {
+        wrong((outcome.Failed ? "fails with " + outcome.Identifier + " (" + outcome.Text + ")" : "succeeds") +
+              " in place of failing with " + identifier + " " + words);
     }
+    return outcome;
 }
 
 Runner::Outcome Runner::apply(const Command& command) {
     Slot& slot = Slots.at(command.Object);
     if (command.What == Op::Create) {
-        return create(slot, command.Object, command.Number == 1);
+        return create(slot, command.Number == 1);
     }
     if (command.What == Op::Interrupt) {
         Host->interrupt();
@@ -105,26 +110,26 @@ Runner::Outcome Runner::apply(const Command& command) {
     }
     switch (command.What) {
     case Op::Destroy:
-        return destroy(slot, command.Object);
+        return destroy(slot);
     case Op::SetUrl:
         return setUrl(slot, command.Answer);
     case Op::Open:
-        return open(slot, command.Object);
+        return open(slot);
     case Op::Close:
-        return close(slot, command.Object);
+        return close(slot);
     case Op::CloseAll:
         return closeAll(slot);
     case Op::Status:
     case Op::Copy:
     case Op::CopyToConsumer:
     case Op::Save:
-        return runs(command.Object) ? receiveFromWithin(slot, command.What) : receive(slot, command);
+        return runs(slot) ? receiveFromWithin(slot, command.What) : receive(slot, command.What);
     default:
         return set(slot, command);
     }
 }
 
-Runner::Outcome Runner::create(Slot& slot, std::uint8_t object, bool older) {
+Runner::Outcome Runner::create(Slot& slot, bool older) {
     if (slot.Object) {
         return {};
     }
@@ -134,96 +139,63 @@ Runner::Outcome Runner::create(Slot& slot, std::uint8_t object, bool older) {
         return vantik::Array();
     });
     if (Owner) {
-        expectFailure(outcome, kOnlyOne, "", "create while another one is open");
-        return outcome;
+        return failed(outcome, kOnlyOne);
     }
-    expectSuccess(outcome, "create");
     if (made) {
         slot = {};
         slot.Object = std::move(made);
         slot.Instance = "i" + std::to_string(++Created);
         slot.Older = older;
-        slot.Port = object % 2;
+        slot.Port = indexOf(slot) % 2;
         Jar = ""; // a new object clears the cookies of the scope
     }
-    return outcome;
+    return succeeded(outcome);
 }
 
-Runner::Outcome Runner::destroy(Slot& slot, std::uint8_t object) {
-    if (runs(object)) {
-        return {}; // the running call holds it
+Runner::Outcome Runner::destroy(Slot& slot) {
+    if (!runs(slot)) { // the running call holds its object
+        if (Owner == indexOf(slot)) {
+            Owner.reset();
+        }
+        const Slot gone = std::exchange(slot, {});
     }
-    if (Owner == object) {
-        Owner.reset();
-    }
-    const Slot gone = std::exchange(slot, {});
     return {};
 }
 
 Runner::Outcome Runner::setUrl(Slot& slot, const Shape& shape) {
-    const int own = static_cast<int>(&slot - Slots.data()); // the statuses of the objects differ
+    constexpr std::array statuses{200, 404, 401, 200, 301}; // by kind; but for 401, those of the objects differ
+    const int status = statuses.at(static_cast<std::size_t>(shape.What));
     slot.Path = "/" + slot.Instance + "/s" + std::to_string(++Serial);
     slot.Answer = shape;
-    Plan plan;
-    plan.Size = answerSize(shape.Size);
-    plan.Chunked = shape.Chunked;
-    plan.Early = shape.Early;
-    plan.Cookie = shape.Cookie;
-    plan.Last = shape.Last;
-    plan.Part = shape.Part;
-    switch (shape.What) {
-    case Kind::Success:
-        plan.Status = 200 + own;
-        break;
-    case Kind::NotFound:
-        plan.Status = 404 + own;
-        break;
-    case Kind::Denied:
-        plan.Status = 401;
-        break;
-    case Kind::Challenge:
-        plan.Status = 200 + own;
-        plan.Challenge = true;
-        break;
-    case Kind::Redirect:
-        plan.Status = 301 + own;
-        plan.Location = Server.url(1 - slot.Port, "/elsewhere");
-        break;
-    }
-    Server.plan(slot.Path, plan);
-    Outcome outcome = attempt([&] {
-        slot.Object->set("URL", Server.url(slot.Port, slot.Path));
-        return vantik::Array();
-    });
-    expectSuccess(outcome, "set URL");
-    return outcome;
+    Server.plan(slot.Path, {.Status = status == 401 ? status : status + indexOf(slot),
+                            .Size = answerSize(shape.Size),
+                            .Chunked = shape.Chunked,
+                            .Early = shape.Early,
+                            .Cookie = shape.Cookie,
+                            .Challenge = shape.What == Kind::Challenge,
+                            .Location = shape.What == Kind::Redirect ? Server.url(1 - slot.Port, "/elsewhere") : "",
+                            .Last = shape.Last,
+                            .Part = shape.Part});
+    return succeeded(assign(slot, "URL", Server.url(slot.Port, slot.Path)));
 }
 
-Runner::Outcome Runner::open(Slot& slot, std::uint8_t object) {
-    const vantik::Object connection = *slot.Object;
-    const auto callOpen = [&] { return attempt([&] { return connection.call("openConnection"); }); };
+Runner::Outcome Runner::open(Slot& slot) {
     if (slot.Path.empty()) {
-        Outcome outcome = callOpen();
-        expectSuccess(outcome, "openConnection without a URL");
-        return outcome;
+        return succeeded(call(slot, "openConnection"));
     }
-    if (runs(object)) {
-        Outcome outcome = callOpen();
-        expectFailure(outcome, kInternalError, "Opening the connection is not possible from within", "openConnection");
-        return outcome;
+    if (runs(slot)) {
+        return failed(call(slot, "openConnection"), kInternalError,
+                      "Opening the connection is not possible from within");
     }
     // A server that falls silent needs limits; any other one is given the time that it takes.
-    const bool limited = slot.Answer.Last == Plan::End::Silent;
-    const double limit = limited ? kSilenceLimitMs : std::numeric_limits<double>::infinity();
-    connection.set("TimeoutInMilliseconds", vantik::Array::doubles({kConnectLimitMs, limit, limit}));
-    slot.Limited = limited;
-    Outcome outcome = callOpen();
-    if (Owner && Owner != object) {
-        expectFailure(outcome, kOnlyOne, "", "openConnection while another one is open");
-        return outcome;
+    slot.Limited = slot.Answer.Last == Plan::End::Silent;
+    const double limit = slot.Limited ? kSilenceLimitMs : std::numeric_limits<double>::infinity();
+    assign(slot, "TimeoutInMilliseconds", vantik::Array::doubles({kConnectLimitMs, limit, limit}));
+    Outcome outcome = call(slot, "openConnection");
+    if (Owner && Owner != indexOf(slot)) {
+        return failed(outcome, kOnlyOne);
     }
-    expectSuccess(outcome, "openConnection");
-    if (outcome.Failed) {
+    if (succeeded(outcome).Failed) {
         return outcome;
     }
     slot.OptionsKept = !Attached || Server.statusesBelow("/" + slot.Instance + "/").contains(401);
@@ -232,54 +204,44 @@ Runner::Outcome Runner::open(Slot& slot, std::uint8_t object) {
     } else if (slot.Now != Phase::Reopened && slot.Now != Phase::Spoilt) {
         slot.Now = Phase::Opened;
     }
-    Owner = object;
+    Owner = indexOf(slot);
     Attached = true;
     slot.OpenPath = slot.Path;
     slot.OpenAnswer = slot.Answer;
     slot.Methods = 0;
     slot.Warned = slot.Given = slot.Resumable = slot.Empty = slot.SentProvided = false;
     slot.Marker = slot.Instance + "-" + std::to_string(++Serial);
-    const vantik::HttpField marker{"X-Marker", slot.Marker};
-    expectSuccess(attempt([&] { return connection.call("setFields", {vantik::httpFields({marker})}); }), "setFields");
+    succeeded(setFields(slot, {"X-Marker", slot.Marker}));
     return outcome;
 }
 
-Runner::Outcome Runner::close(Slot& slot, std::uint8_t object) {
-    Outcome outcome = attempt([&] { return slot.Object->call("closeConnection"); });
-    if (runs(object)) {
-        expectFailure(outcome, kInternalError, "Closing the connection is not possible from within", "closeConnection");
-        return outcome;
+Runner::Outcome Runner::close(Slot& slot) {
+    const Outcome outcome = call(slot, "closeConnection");
+    if (runs(slot)) {
+        return failed(outcome, kInternalError, "Closing the connection is not possible from within");
     }
-    expectSuccess(outcome, "closeConnection");
-    if (Owner == object) {
+    if (Owner == indexOf(slot)) {
         Owner.reset();
         slot.Now = Phase::Closed;
     }
-    return outcome;
+    return succeeded(outcome);
 }
 
 Runner::Outcome Runner::closeAll(const Slot& slot) {
-    Outcome outcome = attempt([&] { return slot.Object->call("closeAllConnections"); });
+    const Outcome outcome = call(slot, "closeAllConnections");
     if (Owner) {
-        expectFailure(outcome, kInternalError, "", "closeAllConnections while one is open");
-        return outcome;
+        return failed(outcome, kInternalError);
     }
-    expectSuccess(outcome, "closeAllConnections");
     Jar = "";
     Attached = false;
-    return outcome;
+    return succeeded(outcome);
 }
 
 Runner::Outcome Runner::set(Slot& slot, const Command& command) {
     const std::uint8_t number = command.Number;
-    const std::string source = "p" + std::to_string(++Serial);
+    const std::string content = contentOf("p" + std::to_string(++Serial), requestSize(number));
     const auto give = [&](const char* property, const vantik::Array& value) {
-        Outcome outcome = attempt([&] {
-            slot.Object->set(property, value);
-            return vantik::Array();
-        });
-        expectSuccess(outcome, std::string("set ") + property);
-        return outcome;
+        return succeeded(assign(slot, property, value));
     };
     switch (command.What) {
     case Op::SetMethod:
@@ -289,7 +251,7 @@ Runner::Outcome Runner::set(Slot& slot, const Command& command) {
     case Op::SetField:
         return setField(slot, number);
     case Op::SetPayload: {
-        slot.Payload = number == 0 ? "" : contentOf(source, requestSize(number));
+        slot.Payload = content;
         if (slot.Older) {
             return give("PostData", slot.Payload);
         }
@@ -300,12 +262,11 @@ Runner::Outcome Runner::set(Slot& slot, const Command& command) {
         if (slot.Older) {
             return {};
         }
+        slot.Provider = number == 0 ? nullptr : std::make_shared<Provided>();
         if (number == 0) {
-            slot.Provider.reset();
             return give("Provider", vantik::Array());
         }
-        slot.Provider = std::make_shared<Provided>();
-        slot.Provider->Content = contentOf(source, requestSize(number));
+        slot.Provider->Content = content;
         return give("Provider", provider(slot.Provider, command.Then));
     case Op::SetConsumer:
         slot.Consumer = number == 0 ? nullptr : std::make_shared<Consumed>();
@@ -326,58 +287,49 @@ Runner::Outcome Runner::setMethod(Slot& slot, std::uint8_t method) {
     if (method == kMethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
         return {}; // after another name libcurl sends that name, and yet expects no content
     }
-    const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
-    Outcome outcome = attempt([&] {
-        slot.Object->set("RequestMethod", method == kMethodOwn ? own : method == kMethodHead ? "HEAD" : "GET");
-        return vantik::Array();
-    });
-    if (runs(static_cast<std::uint8_t>(&slot - Slots.data()))) {
-        expectFailure(outcome, kInternalError, "Setting the request method is not possible from within",
-                      "set RequestMethod");
-        return outcome;
+    const Outcome outcome = assign(slot, "RequestMethod", methodName(slot, method));
+    if (runs(slot)) {
+        return failed(outcome, kInternalError, "Setting the request method is not possible from within");
     }
-    expectSuccess(outcome, "set RequestMethod");
     ++slot.Methods;
     slot.Method = slot.LastMethod = method;
-    return outcome;
+    return succeeded(outcome);
+}
+
+std::string Runner::methodName(const Slot& slot, std::uint8_t method) {
+    const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
+    return method == kMethodOwn ? own : method == kMethodHead ? "HEAD" : "GET";
 }
 
 Runner::Outcome Runner::setLogin(Slot& slot, std::uint8_t login) {
-    const std::string user = "u" + slot.Instance + "n" + std::to_string(++Serial);
     slot.Login = login;
-    Outcome outcome = attempt([&] {
-        if (login != kLoginNone) {
-            slot.Object->set("Username", user);
-            slot.Object->set("Password", "secret");
-            slot.Credentials = "Basic " + base64(user + ":secret");
-            Logins[slot.Credentials] = slot.Instance;
-        }
-        std::vector<std::string> schemes;
-        if (login != kLoginNone) {
-            schemes.emplace_back("Basic");
-        }
-        if (login == kLoginSeveral) {
-            schemes.emplace_back("Digest");
-        }
-        return slot.Object->call("setAuthenticationSchemes",
-                                 {vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, schemes), false});
-    });
-    expectSuccess(outcome, "set login");
-    return outcome;
+    std::vector<std::string> schemes;
+    if (login != kLoginNone) {
+        const std::string user = "u" + slot.Instance + "n" + std::to_string(++Serial);
+        succeeded(assign(slot, "Username", user));
+        succeeded(assign(slot, "Password", "secret"));
+        slot.Credentials = "Basic " + base64(user + ":secret");
+        Logins[slot.Credentials] = slot.Instance;
+        schemes.emplace_back("Basic");
+    }
+    if (login == kLoginSeveral) {
+        schemes.emplace_back("Digest");
+    }
+    return succeeded(call(slot, "setAuthenticationSchemes",
+                          {vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, schemes), false}));
 }
 
 Runner::Outcome Runner::setField(Slot& slot, std::uint8_t field) {
-    Outcome outcome = attempt([&]() -> vantik::Array {
-        if (field == kFieldNoExpect) {
-            return slot.Object->call("removeField", {"Expect"});
-        }
-        const std::string value = "own" + slot.Instance + "=" + std::to_string(++Serial);
-        slot.Cookies.insert(value);
-        const vantik::HttpField cookie{"Cookie", value};
-        return slot.Object->call("setFields", {vantik::httpFields({cookie})});
-    });
-    expectSuccess(outcome, "set field");
-    return outcome;
+    if (field == kFieldNoExpect) {
+        return succeeded(call(slot, "removeField", {"Expect"}));
+    }
+    const std::string value = "own" + slot.Instance + "=" + std::to_string(++Serial);
+    slot.Cookies.insert(value);
+    return succeeded(setFields(slot, {"Cookie", value}));
+}
+
+Runner::Outcome Runner::setFields(const Slot& slot, const vantik::HttpField& field) {
+    return call(slot, "setFields", {vantik::httpFields({field})});
 }
 
 // Whatever came before, each object is as good as new after a close and an open.

@@ -5,6 +5,7 @@
 #include "tests/model/ModelServer.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
+#include "vantik/Http.h"
 
 #include <array>
 #include <chrono>
@@ -95,10 +96,10 @@ private:
         std::string Instance;
         std::string Path;
         std::size_t Port = 0;
-        std::set<std::string> Bodies;      // one of them
-        std::optional<std::string> Method; // nothing: any of its own
-        std::set<std::string> Cookies;     // of its own
-        bool Basic = false;                // Credentials go out at once
+        std::set<std::string> Bodies{};      // one of them
+        std::optional<std::string> Method{}; // nothing: any of its own
+        std::set<std::string> Cookies;       // of its own
+        bool Basic = false;                  // Credentials go out at once
         bool Older = false;
         std::string Credentials;
         std::optional<std::string> Jar; // nothing: not known; empty: no cookie
@@ -113,6 +114,15 @@ private:
         bool Quiet = false; // a consumer took less
         std::shared_ptr<Consumed> ConsumerBefore;
         std::vector<std::shared_ptr<Consumed>> Started;
+
+        void mayFail(std::initializer_list<std::string> identifiers) {
+            Allowed.insert(identifiers);
+            OnlyInterrupts = false;
+        }
+        void mustFail(std::initializer_list<std::string> identifiers) {
+            mayFail(identifiers);
+            MustFail = true;
+        }
     };
 
     struct Outcome {
@@ -125,20 +135,24 @@ private:
 
     // In Runner.cpp
     Outcome apply(const Command& command);
-    Outcome create(Slot& slot, std::uint8_t object, bool older);
-    Outcome destroy(Slot& slot, std::uint8_t object);
+    Outcome create(Slot& slot, bool older);
+    Outcome destroy(Slot& slot);
     Outcome setUrl(Slot& slot, const Shape& shape);
-    Outcome open(Slot& slot, std::uint8_t object);
-    Outcome close(Slot& slot, std::uint8_t object);
+    Outcome open(Slot& slot);
+    Outcome close(Slot& slot);
     Outcome closeAll(const Slot& slot);
     Outcome set(Slot& slot, const Command& command);
     Outcome setMethod(Slot& slot, std::uint8_t method);
     Outcome setLogin(Slot& slot, std::uint8_t login);
     Outcome setField(Slot& slot, std::uint8_t field);
+    static Outcome setFields(const Slot& slot, const vantik::HttpField& field);
+    static std::string methodName(const Slot& slot, std::uint8_t method);
+    static Outcome call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs = {});
+    static Outcome assign(const Slot& slot, const char* property, const vantik::Array& value);
     void finish();
 
     // In RunnerTransfer.cpp
-    Outcome receive(Slot& slot, const Command& command);
+    Outcome receive(Slot& slot, Op op);
     Outcome receiveFromWithin(const Slot& slot, Op op);
     static Outcome callReceive(const Slot& slot, Op op, int file);
     void allowFailures(const Slot& slot, Op op, Run& run) const;
@@ -166,12 +180,13 @@ private:
 
     template <class Action>
     static Outcome attempt(Action&& action);
-    void expectSuccess(const Outcome& outcome, const std::string& what);
-    void expectFailure(const Outcome& outcome, const std::string& identifier, const std::string& words,
-                       const std::string& what);
+    // What an outcome has to be; anything else is wrong.
+    Outcome succeeded(Outcome outcome);
+    Outcome failed(Outcome outcome, const std::string& identifier, const std::string& words = "");
     void wrong(const std::string& what);
 
-    bool runs(std::uint8_t object) const { return Running != nullptr && Running->Object == object; }
+    std::uint8_t indexOf(const Slot& slot) const { return static_cast<std::uint8_t>(&slot - Slots.data()); }
+    bool runs(const Slot& slot) const { return Running != nullptr && Running->Object == indexOf(slot); }
 
     ModelServer& Server;
     std::array<int, 2> Files;

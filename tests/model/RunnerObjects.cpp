@@ -26,19 +26,13 @@ bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
         return false;
     }
     done = true;
-    Run& run = *Running;
-    const auto mustFail = [&](std::initializer_list<std::string> identifiers) {
-        run.Allowed.insert(identifiers);
-        run.OnlyInterrupts = false;
-        run.MustFail = true;
-    };
     switch (hook.What) {
     case Act::Interrupt:
-        run.Allowed.insert({kInterrupted, kConnectionFailed});
+        Running->Allowed.insert({kInterrupted, kConnectionFailed});
         Host->interrupt();
         return false;
     case Act::Raise:
-        mustFail({kRaised});
+        Running->mustFail({kRaised});
         raise();
     case Act::Call: {
         const std::string before = Now;
@@ -46,7 +40,7 @@ bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
         const Outcome outcome = apply({hook.Nested, hook.Target, hook.Number});
         Now = before;
         if (outcome.Failed && !hook.Swallow) {
-            mustFail({outcome.Identifier});
+            Running->mustFail({outcome.Identifier});
             std::rethrow_exception(outcome.Raised);
         }
         return false;
@@ -60,9 +54,7 @@ vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const H
     const auto done = std::make_shared<bool>(false);
     const auto happen = [this, memory, hook, done](std::uint8_t event) {
         if (play(hook, event, *done)) {
-            Running->Allowed.insert(kRaised);
-            Running->MustFail = true;
-            Running->OnlyInterrupts = false;
+            Running->mustFail({kRaised});
             raise();
         }
     };
@@ -95,9 +87,7 @@ vantik::Object Runner::consumer(const std::shared_ptr<Consumed>& memory, const H
         std::string_view bytes = vantik::asText(piece);
         const bool act = play(hook, counted(memory->Writes), *done);
         if (act && hook.What == Act::Stop) {
-            Running->Allowed.insert(kTerminated);
-            Running->OnlyInterrupts = false;
-            Running->MustFail = true;
+            Running->mustFail({kTerminated});
             return std::nullopt;
         }
         if (act) {
@@ -118,9 +108,7 @@ vantik::Object Runner::reporter(const Hook& hook) {
         if (!play(hook, counted(*updates), *done)) {
             return true;
         }
-        Running->Allowed.insert({kInterrupted, kConnectionFailed, kTerminated});
-        Running->OnlyInterrupts = false;
-        Running->MustFail = true;
+        Running->mustFail({kInterrupted, kConnectionFailed, kTerminated});
         return false;
     });
 }

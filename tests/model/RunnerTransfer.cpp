@@ -18,33 +18,27 @@ bool isSuccess(int status) {
 } // namespace
 
 Runner::Outcome Runner::callReceive(const Slot& slot, Op op, int file) {
-    const vantik::Object connection = *slot.Object; // the slot may change meanwhile
-    return attempt([&]() -> vantik::Array {
-        switch (op) {
-        case Op::Status:
-            return connection.get("ResponseCode");
-        case Op::Save:
-            return connection.call("copyContentToFile", {"/proc/self/fd/" + std::to_string(file)});
-        default:
-            return connection.call("copyContentToByteArray", {op == Op::Copy});
-        }
-    });
+    if (op == Op::Status) {
+        const vantik::Object connection = *slot.Object; // the slot may change meanwhile
+        return attempt([&] { return connection.get("ResponseCode"); });
+    }
+    return op == Op::Save ? call(slot, "copyContentToFile", {"/proc/self/fd/" + std::to_string(file)})
+                          : call(slot, "copyContentToByteArray", {op == Op::Copy});
 }
 
 Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
     Outcome outcome = callReceive(slot, op, file());
     if (op != Op::Status) {
-        expectFailure(outcome, kInternalError, "Copying the content is not possible from within", "a copy");
-    } else if (outcome.Failed) {
-        expectFailure(outcome, kInternalError, "Sending the request is not possible from within", "get ResponseCode");
-    } else {
-        expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
+        return failed(outcome, kInternalError, "Copying the content is not possible from within");
     }
+    if (outcome.Failed) {
+        return failed(outcome, kInternalError, "Sending the request is not possible from within");
+    }
+    expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
     return outcome;
 }
 
-Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
-    const Op op = command.What;
+Runner::Outcome Runner::receive(Slot& slot, Op op) {
     const int target = file();
     if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, kEarlier, 12, 0) != 12)) {
         throw std::system_error(errno, std::generic_category(), "the file to save to");
@@ -55,7 +49,7 @@ Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
         return outcome;
     }
     Run run;
-    run.Object = command.Object;
+    run.Object = indexOf(slot);
     run.ConsumerBefore = slot.Consumer;
     if (slot.Now == Phase::Opened || slot.Now == Phase::Spoilt) {
         slot.SentLogin = slot.Login;
@@ -79,17 +73,12 @@ Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
 }
 
 void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
-    const auto allow = [&](std::initializer_list<const char*> identifiers) {
-        run.Allowed.insert(identifiers.begin(), identifiers.end());
-        run.OnlyInterrupts = false;
-    };
     const bool copies = op != Op::Status;
     const bool moves =
         slot.Now == Phase::Opened || slot.Now == Phase::Spoilt || (copies && slot.Now == Phase::Answered);
     if (!moves) {
-        run.MustFail = copies && (slot.Now == Phase::Reopened || !slot.Empty);
-        if (run.MustFail) {
-            allow({kInternalError});
+        if (copies && (slot.Now == Phase::Reopened || !slot.Empty)) {
+            run.mustFail({kInternalError});
         }
         return;
     }
@@ -98,32 +87,31 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     }
     const Shape& answer = slot.OpenAnswer;
     if (answer.Last == Plan::End::Closed || answer.Last == Plan::End::Reset) {
-        allow({kPartialFile, kConnectionRefused, kCopyFailed});
+        run.mayFail({kPartialFile, kConnectionRefused, kCopyFailed});
     }
     if (answer.Last == Plan::End::Silent || slot.Limited) {
-        allow({kTimeout});
+        run.mayFail({kTimeout});
     }
     if (slot.Older && copies && answer.What != Kind::Success) {
-        allow({kStatusError});
+        run.mayFail({kStatusError});
     }
     if (op == Op::CopyToConsumer && !slot.Consumer) {
-        allow({kInternalError}); // nobody is there for the content
+        run.mayFail({kInternalError}); // nobody is there for the content
     }
     if (slot.SentProvided && slot.SentLogin == kLoginSeveral &&
         (answer.What == Kind::Denied || answer.What == Kind::Challenge)) {
         // Content that is wanted again when the provider is no longer asked.
-        allow({kPartialFile, kCopyFailed, kInternalError});
+        run.mayFail({kPartialFile, kCopyFailed, kInternalError});
     }
     if (slot.Now == Phase::Spoilt && !slot.Resumable) {
-        allow({kInternalError});
+        run.mayFail({kInternalError});
         run.MustFail = copies && slot.Given;
     }
 }
 
 // Sends nothing and copies nothing.
 void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
-    expectSuccess(outcome, "a call of a closed object");
-    if (outcome.Failed) {
+    if (succeeded(outcome).Failed) {
         return;
     }
     if (op == Op::Status) {
@@ -185,7 +173,7 @@ std::optional<Request> Runner::answered(Slot& slot) {
         return std::nullopt;
     }
     const Request request = Server.request(std::stoul(number));
-    std::string marker;
+    std::string marker; // the last one
     for (const auto& [name, value] : testsupport::fieldLines(request.Head)) {
         marker = name == "X-Marker" ? value : marker;
     }
@@ -291,15 +279,14 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
 }
 
 Runner::Snapshot Runner::snapshot(Slot& slot) const {
-    Snapshot made;
-    made.Instance = slot.Instance;
-    made.Path = slot.OpenPath;
-    made.Port = slot.Port;
-    made.Cookies = slot.Cookies;
-    made.Older = slot.Older;
-    made.Basic = slot.Login == kLoginBasic && !slot.Older;
-    made.Credentials = slot.Credentials;
-    made.Jar = Jar;
+    Snapshot made{.Instance = slot.Instance,
+                  .Path = slot.OpenPath,
+                  .Port = slot.Port,
+                  .Cookies = slot.Cookies,
+                  .Basic = slot.Login == kLoginBasic && !slot.Older,
+                  .Older = slot.Older,
+                  .Credentials = slot.Credentials,
+                  .Jar = Jar};
     if (slot.OpenAnswer.Cookie && (slot.Older || slot.SentLogin == kLoginSeveral)) {
         made.Jar.reset(); // a challenge may set one for the second request
     }
@@ -317,8 +304,7 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
     const bool uploads = slot.Provider || !made.Bodies.begin()->empty();
     if (!slot.OptionsKept && slot.Methods <= 1 && made.Bodies.size() == 1) {
         const std::uint8_t method = slot.Methods == 0 ? kMethodGet : slot.Method;
-        const std::string own = slot.Older ? "PUT" : "STORE" + slot.Instance;
-        made.Method = method == kMethodOwn ? own : uploads ? "PUT" : method == kMethodHead ? "HEAD" : "GET";
+        made.Method = uploads && method != kMethodOwn ? "PUT" : methodName(slot, method);
     }
     return made;
 }

@@ -28,6 +28,8 @@ using testsupport::SocketHandle;
 
 static_assert(std::is_trivially_copyable_v<Command>);
 
+constexpr std::size_t kLargestPacket = 64000; // which any socket takes
+
 [[noreturn]] void fail(const char* call) {
     throw std::system_error(errno, std::generic_category(), call);
 }
@@ -40,48 +42,19 @@ SocketHandle memoryFile(const char* name) {
     return file;
 }
 
-// False where the other side has gone.
-bool sendAll(int channel, const void* data, std::size_t size) {
-    const char* next = static_cast<const char*>(data);
-    while (size > 0) {
-        const ssize_t sent = ::send(channel, next, size, MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR) {
-            return false;
-        }
-        next += std::max<ssize_t>(sent, 0);
-        size -= static_cast<std::size_t>(std::max<ssize_t>(sent, 0));
-    }
-    return true;
-}
-
-bool receiveAll(int channel, void* data, std::size_t size) {
-    char* next = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t received = ::recv(channel, next, size, 0);
-        if (received == 0 || (received < 0 && errno != EINTR)) {
-            return false;
-        }
-        next += std::max<ssize_t>(received, 0);
-        size -= static_cast<std::size_t>(std::max<ssize_t>(received, 0));
-    }
-    return true;
+// One message is one packet. False where the other side has gone.
+template <class Elements>
+bool sendPacket(int channel, const Elements& elements) {
+    const std::size_t size = std::min(kLargestPacket, elements.size() * sizeof(typename Elements::value_type));
+    return ::send(channel, elements.data(), size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
 }
 
 template <class Elements>
-bool sendElements(int channel, const Elements& elements) {
-    const std::uint32_t count = static_cast<std::uint32_t>(elements.size());
-    return sendAll(channel, &count, sizeof count) &&
-           sendAll(channel, elements.data(), count * sizeof(typename Elements::value_type));
-}
-
-template <class Elements>
-bool receiveElements(int channel, Elements& elements) {
-    std::uint32_t count = 0;
-    if (!receiveAll(channel, &count, sizeof count)) {
-        return false;
-    }
-    elements.resize(count);
-    return receiveAll(channel, elements.data(), count * sizeof(typename Elements::value_type));
+bool receivePacket(int channel, Elements& elements) {
+    elements.resize(kLargestPacket / sizeof(typename Elements::value_type));
+    const ssize_t size = ::recv(channel, elements.data(), kLargestPacket, 0);
+    elements.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)) / sizeof(typename Elements::value_type));
+    return size > 0;
 }
 
 // What has been written to standard output, by the library or by libcurl in its place.
@@ -89,10 +62,7 @@ std::string takeOutput(int file) {
     std::cout.flush();
     std::fflush(stdout);
     const off_t size = ::lseek(file, 0, SEEK_END);
-    if (size == 0) {
-        return {};
-    }
-    return std::to_string(size) + " bytes on standard output\n";
+    return size == 0 ? std::string() : std::to_string(size) + " bytes on standard output\n";
 }
 
 // The other process, until its channel is closed.
@@ -103,14 +73,15 @@ void work(int channel, std::chrono::seconds patience) {
         fail("dup2");
     }
     ModelServer server;
-    for (Sequence sequence; receiveElements(channel, sequence);) {
+    for (Sequence sequence; receivePacket(channel, sequence);) {
         std::string problem;
         try {
             problem = Runner(server, {files[0].get(), files[1].get()}, patience).run(sequence);
         } catch (const std::exception& failure) {
             problem = std::string("the test itself failed: ") + failure.what() + '\n';
         }
-        sendElements(channel, problem + takeOutput(output.get()));
+        // An empty packet would be taken for the end.
+        sendPacket(channel, problem + takeOutput(output.get()) + '\n');
     }
 }
 
@@ -124,7 +95,7 @@ Worker::~Worker() {
 
 void Worker::start() {
     int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         fail("socketpair");
     }
     SocketHandle ours(ends[0]);
@@ -167,19 +138,22 @@ std::string Worker::complaints() const {
 }
 
 std::string Worker::play(const Sequence& sequence) {
+    if (sequence.empty()) {
+        return {};
+    }
     if (Process < 0) {
         start();
     }
     std::string problem;
     pollfd answer{Channel.get(), POLLIN, 0};
-    if (!sendElements(Channel.get(), sequence)) {
+    if (!sendPacket(Channel.get(), sequence)) {
         problem = "the process that plays sequences has gone before this one\n" + complaints();
     } else if (::poll(&answer, 1, static_cast<int>(std::chrono::milliseconds(4 * Patience).count())) <= 0) {
         problem = "takes unreasonably long\n" + complaints();
-    } else if (!receiveElements(Channel.get(), problem)) {
-        int status = 0;
-        ::waitpid(std::exchange(Process, -1), &status, 0);
-        problem = "ends its process, with the status " + std::to_string(status) + "\n" + complaints();
+    } else if (receivePacket(Channel.get(), problem)) {
+        problem.pop_back();
+    } else {
+        problem = "ends its process, with the status " + std::to_string(await()) + "\n" + complaints();
     }
     if (!problem.empty()) {
         kill();
@@ -188,21 +162,25 @@ std::string Worker::play(const Sequence& sequence) {
 }
 
 std::string Worker::end() {
-    if (Process < 0) {
-        return {};
-    }
     Channel.reset();
-    int status = 0;
-    ::waitpid(std::exchange(Process, -1), &status, 0);
+    const int status = await();
     return status == 0 ? std::string() : "ends with the status " + std::to_string(status) + "\n" + complaints();
 }
 
 void Worker::kill() noexcept {
     if (Process >= 0) {
         ::kill(Process, SIGKILL);
-        ::waitpid(std::exchange(Process, -1), nullptr, 0);
+        await();
     }
     Channel.reset();
+}
+
+int Worker::await() noexcept {
+    int status = 0;
+    if (Process >= 0) {
+        ::waitpid(std::exchange(Process, -1), &status, 0);
+    }
+    return status;
 }
 
 } // namespace model

@@ -25,12 +25,13 @@ public:
     // slow machine one that does not may be taken for it then.
     void losePatience() { Patience = std::chrono::seconds(4); }
 
-    // Lets the process end by itself, and says what it then complains of: a sanitizer tells of leaks.
+    // Lets the process end by itself, and says what it then complains of: a sanitizer reports leaks.
     std::string end();
 
 private:
     void start();
     void kill() noexcept;
+    int await() noexcept;           // the status with which the process ended; 0 for none
     std::string complaints() const; // the end of what it wrote to standard error
 
     std::chrono::seconds Patience{45}; // for one sequence
