@@ -96,6 +96,14 @@ private:
     std::uint8_t weighted(std::initializer_list<double> weights) {
         return static_cast<std::uint8_t>(std::discrete_distribution<int>(weights)(Random));
     }
+    template <class Value>
+    Value pick(std::initializer_list<std::pair<Value, double>> values) {
+        std::vector<double> weights;
+        for (const auto& [value, weight] : values) {
+            weights.push_back(weight);
+        }
+        return (values.begin() + std::discrete_distribution<int>(weights.begin(), weights.end())(Random))->first;
+    }
     std::uint8_t anyObject() { return below(Known); }
 
     Command& add(Op op, std::uint8_t object, std::uint8_t number = 0) {
@@ -142,14 +150,14 @@ private:
     }
 
     void receive(std::uint8_t object) {
-        constexpr std::array ways{Op::Copy, Op::Save, Op::CopyToConsumer};
-        add(ways.at(weighted({6, 2, 2})), object);
+        add(pick<Op>({{Op::Copy, 6}, {Op::Save, 2}, {Op::CopyToConsumer, 2}}), object);
     }
 
     void setting(std::uint8_t object) {
-        constexpr std::array settings{Op::SetMethod,   Op::SetPayload, Op::SetProvider, Op::SetConsumer,
-                                      Op::SetReporter, Op::SetLogin,   Op::SetField,    Op::SetLead};
-        set(settings.at(weighted({3, 4, 6, 5, 4, 3, 2, 0.5})), object);
+        // clang-format off
+        set(pick<Op>({{Op::SetMethod, 3}, {Op::SetPayload, 4}, {Op::SetProvider, 6}, {Op::SetConsumer, 5},
+                      {Op::SetReporter, 4}, {Op::SetLogin, 3}, {Op::SetField, 2}, {Op::SetLead, 0.5}}), object);
+        // clang-format on
     }
 
     void set(Op op, std::uint8_t object) {
@@ -193,13 +201,17 @@ private:
         if (of == Op::SetConsumer && chance(12)) {
             drawn.Event = Hook::kEnd;
         }
-        constexpr std::array acts{Act::Raise, Act::Interrupt, Act::Stop, Act::TakeLess, Act::Call};
-        drawn.What = acts.at(weighted({1.5, 1.5, 1.5, of == Op::SetConsumer ? 1.0 : 0.0, 6}));
-        constexpr std::array calls{Op::Open,       Op::Close,       Op::Copy,           Op::Status,
-                                   Op::SetMethod,  Op::Destroy,     Op::CloseAll,       Op::Save,
-                                   Op::SetPayload, Op::SetProvider, Op::SetConsumer,    Op::SetReporter,
-                                   Op::Create,     Op::SetUrl,      Op::CopyToConsumer, Op::SetField};
-        drawn.Nested = calls.at(weighted({4, 4, 4, 3, 2, 3, 2, 1, 3, 3, 3, 1, 1, 1, 1, 1}));
+        drawn.What = pick<Act>({{Act::Raise, 1.5},
+                                {Act::Interrupt, 1.5},
+                                {Act::Stop, 1.5},
+                                {Act::TakeLess, of == Op::SetConsumer ? 1.0 : 0.0},
+                                {Act::Call, 6}});
+        // clang-format off
+        drawn.Nested = pick<Op>({{Op::Open, 4}, {Op::Close, 4}, {Op::Copy, 4}, {Op::Status, 3}, {Op::SetMethod, 2},
+                                 {Op::Destroy, 3}, {Op::CloseAll, 2}, {Op::Save, 1}, {Op::SetPayload, 3},
+                                 {Op::SetProvider, 3}, {Op::SetConsumer, 3}, {Op::SetReporter, 1}, {Op::Create, 1},
+                                 {Op::SetUrl, 1}, {Op::CopyToConsumer, 1}, {Op::SetField, 1}});
+        // clang-format on
         drawn.Target = anyObject();
         drawn.Number = value(drawn.Nested);
         drawn.Swallow = chance(65);
@@ -207,11 +219,12 @@ private:
     }
 
     void single(std::uint8_t object) {
-        constexpr std::array operations{Op::Create, Op::Destroy,  Op::SetUrl, Op::Open,
-                                        Op::Close,  Op::CloseAll, Op::Status, Op::Interrupt};
         switch (weighted({4, 3, 3})) {
         case 0:
-            set(operations.at(weighted({3, 3, 2, 3, 3, 2, 3, 1})), object);
+            // clang-format off
+            set(pick<Op>({{Op::Create, 3}, {Op::Destroy, 3}, {Op::SetUrl, 2}, {Op::Open, 3}, {Op::Close, 3},
+                          {Op::CloseAll, 2}, {Op::Status, 3}, {Op::Interrupt, 1}}), object);
+            // clang-format on
             break;
         case 1:
             setting(object);

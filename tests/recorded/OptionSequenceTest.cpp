@@ -193,12 +193,6 @@ struct SendRow {
 const char* const kSizedFields = "CURLOPT_HTTPHEADER {Content-Length: 3|Accept-Encoding:|Accept:|Transfer-Encoding:}";
 
 const SendRow kSends[] = {
-    {"OfTheOlderInterfaceAllowsEveryScheme",
-     false,
-     answers({response("x")}),
-     [](OptionSequence&, const Object&) {},
-     {},
-     kFields + kSend + kAnyScheme + kCopier},
     {"OfAPostOfTheOlderInterface",
      false,
      takes(step::expectBody(5)),
