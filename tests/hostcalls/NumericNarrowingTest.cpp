@@ -12,6 +12,8 @@
 #include <limits>
 #include <string>
 
+using namespace netrove;
+
 namespace {
 
 using Whole = boost::multiprecision::cpp_int;

@@ -6,6 +6,8 @@
 
 #include <ostream>
 
+using namespace netrove;
+
 namespace {
 
 using Lines = std::vector<std::string>;

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+using namespace netrove;
 using foundation::httpproxy::Proxy;
 using foundation::httpproxy::ProxyCredentials;
 using foundation::httpproxy::ProxyList;

@@ -22,6 +22,8 @@
 
 namespace streamingtest {
 
+using namespace netrove;
+
 using testing::ElementsAre;
 using testsupport::CurlFunction;
 using testsupport::failureText;

@@ -8,6 +8,8 @@
 
 #include <memory>
 
+using namespace netrove;
+
 namespace {
 
 using foundation::httpclient_core::libcurlinitializer::LibCurlInitializer;
