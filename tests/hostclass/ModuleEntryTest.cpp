@@ -4,6 +4,7 @@
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/support/process/Await.h"
+#include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/ElfFile.h"
 
 #include <algorithm>
@@ -42,7 +43,8 @@ const std::string kConsumerMissing = "VANTIK:legacy_two_part:undefinedVarOrClass
 
 // What the module lets others see, read from its dynamic symbol table.
 TEST(ModuleExports, AreTheThreeEntryPointsAndNothingElse) {
-    std::vector<std::string> names = testsupport::ElfFile(NETROVE_MODULE_FILE).exportedSymbols();
+    std::vector<std::string> names =
+        testsupport::ElfFile(testsupport::builtFile("lib/libnetrove.so")).exportedSymbols();
     std::ranges::transform(names, names.begin(), testsupport::demangled);
     EXPECT_THAT(names,
                 testing::UnorderedElementsAre("VKInitialize_netrove", "VKTerminate_netrove",
