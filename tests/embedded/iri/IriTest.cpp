@@ -22,12 +22,10 @@ TEST(Iri, EmptyTextMakesTheEmptyIri) {
         EXPECT_TRUE(empty.isEmpty());
         EXPECT_FALSE(empty.hasScheme());
         EXPECT_FALSE(empty.hasHost());
-        EXPECT_FALSE(empty.hasPort());
         EXPECT_FALSE(empty.hasQuery());
         EXPECT_FALSE(empty.hasFragment());
-        EXPECT_EQ(empty.getPortNumber(), 0);
         EXPECT_EQ(empty.getScheme() + empty.getHost(IRI::Encoding::Ascii) + empty.getPath() + empty.getQuery() +
-                      empty.getFragment() + empty.toAsciiString(false) + empty.toAsciiString(true),
+                      empty.toAsciiString(false) + empty.toAsciiString(true),
                   u"");
     }
 }
@@ -38,11 +36,8 @@ TEST(Iri, HasAllItsParts) {
     EXPECT_EQ(value.getScheme(), u"https");
     EXPECT_TRUE(value.hasHost());
     EXPECT_EQ(value.getHost(IRI::Encoding::Ascii), u"example.com");
-    EXPECT_TRUE(value.hasPort());
-    EXPECT_EQ(value.getPortNumber(), 8443);
     EXPECT_EQ(value.getPath(), u"/a/b;c");
     EXPECT_EQ(value.getQuery(), u"x=1&y=2");
-    EXPECT_EQ(value.getFragment(), u"top");
     EXPECT_EQ(ascii(value), "https://user:pw@example.com:8443/a/b;c?x=1&y=2#top");
 }
 
@@ -83,18 +78,12 @@ TEST(Iri, EmptyPartsAreKept) {
     EXPECT_EQ(iri("http://host").getPath(), u"");
     EXPECT_TRUE(iri("http://host?").hasQuery());
     EXPECT_TRUE(iri("http://host/#").hasFragment());
-    EXPECT_FALSE(iri("http://host:/").hasPort());
-    EXPECT_EQ(iri("http://host:/").getPortNumber(), 0);
 }
 
 TEST(Iri, PortsGoUpTo65535AndKeepTheirZeros) {
-    const std::string zeros(5000, '0');
-    for (const auto& [port, number] :
-         {std::pair{std::string("65535"), 65535}, {"0", 0}, {"00080", 80}, {zeros + "7", 7}}) {
-        const IRI value = iri("http://h:" + port + "/");
-        EXPECT_TRUE(value.hasPort());
-        EXPECT_EQ(value.getPortNumber(), number);
-        EXPECT_EQ(ascii(value), "http://h:" + port + "/");
+    for (const std::string& port :
+         {std::string("65535"), std::string("0"), std::string("00080"), std::string(5000, '0') + "7"}) {
+        EXPECT_EQ(ascii(iri("http://h:" + port + "/")), "http://h:" + port + "/");
     }
 }
 
@@ -103,27 +92,17 @@ TEST(Iri, FragmentCanBeCleared) {
     const IRI cleared(args.clearFragment());
     EXPECT_FALSE(cleared.hasFragment());
     EXPECT_EQ(ascii(cleared), "http://host/x?q");
-    IRIArgs copy(args);
-    copy = args;
-    EXPECT_EQ(ascii(IRI(copy)), "http://host/x?q");
     EXPECT_TRUE(IRI(IRIArgs(iri("#only")).clearFragment()).isEmpty());
 }
 
-TEST(Iri, CopiesAndMovesAreValues) {
+TEST(Iri, MovesAsAValue) {
     IRI first = iri("http://host/x");
-    IRI second = first;
+    IRI second = std::move(first);
     EXPECT_EQ(ascii(second), "http://host/x");
-    const IRI third = std::move(first);
-    EXPECT_EQ(ascii(third), "http://host/x");
-    first = second;
-    EXPECT_EQ(ascii(first), "http://host/x");
-    const IRI& same = first;
-    first = same;
+    first = std::move(second);
     EXPECT_EQ(ascii(first), "http://host/x");
     first = IRI();
     EXPECT_TRUE(first.isEmpty());
-    second = first;
-    EXPECT_TRUE(second.isEmpty());
 }
 
 TEST(Iri, WhatDoesNotBelongIsPercentEncoded) {
@@ -144,7 +123,6 @@ TEST(Iri, WhatDoesNotBelongIsPercentEncoded) {
     }
     EXPECT_EQ(iri("http://host/\u00E9").getPath(), u"/%C3%A9");
     EXPECT_EQ(iri("http://host/?\u00E9").getQuery(), u"%C3%A9");
-    EXPECT_EQ(iri("http://host/#\u00E9").getFragment(), u"%C3%A9");
 }
 
 std::string percentEncoded(std::string_view bytes) {
@@ -176,7 +154,7 @@ TEST(Iri, EachCharacterIsKeptOrPercentEncodedAsUtf8) {
         if (c != '#') {
             EXPECT_EQ(narrow(IRI(u"http://h/?" + wide).getQuery()), keptAfterPath) << c;
         }
-        EXPECT_EQ(narrow(IRI(u"http://h/#" + wide).getFragment()), keptAfterPath) << c;
+        EXPECT_EQ(fragmentOf(IRI(u"http://h/#" + wide)), keptAfterPath) << c;
     }
 }
 

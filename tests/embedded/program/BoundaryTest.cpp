@@ -1,6 +1,7 @@
 // Failures that cross the boundaries between a program, the host and the program's own callables.
 #include "embedded/program/Boundary.h"
 
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "host/Interrupt.h"
@@ -125,7 +126,7 @@ TEST_F(Boundaries, StopBecomesTheHostsInterrupt) {
     for (const bool byProgram : {false, true}) {
         const auto stop = [=] { throw Interrupted({"example", "Stop", {}, "stop"}, byProgram); };
         hostSees<Zentorak::System::InterruptException>(
-            stop, [=](const auto& seen) { EXPECT_EQ(seen.requestedByProgram(), byProgram); });
+            stop, [=](const auto& seen) { EXPECT_EQ(vantik::detail::requestedByProgram(seen), byProgram); });
         programCatches<Interrupted>(stop, [=](const Interrupted& caught) {
             EXPECT_EQ(caught.byProgram(), byProgram);
             EXPECT_EQ(caught.identifier(), "VANTIK:host:Interrupted");

@@ -1,6 +1,7 @@
 // The request to stop, and what the host raises for it.
 #include "embedded/scope/InterruptState.h"
 
+#include "embedded/scope/InterruptOrigin.h"
 #include "embedded/scope/Scope.h"
 #include "host/Interrupt.h"
 
@@ -123,7 +124,7 @@ TEST(Interrupt, RaisesOnceAndLeavesOtherScopesAlone) {
         utInterruptState::ThrowIfInterruptPending();
         FAIL();
     } catch (const InterruptException& interrupt) {
-        EXPECT_FALSE(interrupt.requestedByProgram());
+        EXPECT_FALSE(vantik::detail::requestedByProgram(interrupt));
         EXPECT_STREQ(interrupt.what(), "The operation was stopped on request.");
     }
     EXPECT_TRUE(first->Interrupt.stopped());
@@ -152,7 +153,7 @@ TEST(Interrupt, CloneAndRethrowKeepTypeAndOrigin) {
             copy->rethrow();
             FAIL();
         } catch (const InterruptException& thrown) {
-            EXPECT_EQ(thrown.requestedByProgram(), byProgram);
+            EXPECT_EQ(vantik::detail::requestedByProgram(thrown), byProgram);
         }
     }
 }
