@@ -100,7 +100,7 @@ constexpr const char* kAnew = "rm -f *.csv *.journal*";
 constexpr ResultRow kResults[] = {
     {"CONTRIBUTING.md", "scripts/test --only 'Messages.*'", "", "\n2 passed, 0 failed\n", "build/dev/Testing/Temporary/LastTest.log", "Messages.Stand"},
     {"CONTRIBUTING.md", "scripts/test --quick", "", "\n2 passed, 0 failed\n", "build/dev/Testing/Temporary/LastTest.log", "Messages.Stand"},
-    {"CONTRIBUTING.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/tsan/test.log", "Threads.Stand"},
+    {"CONTRIBUTING.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/tsan/Testing/Temporary/LastTest.log", "Threads.Stand"},
 
     {"README.md", "scripts/run", "", "Every step did what it says.", "", ""},
     {"README.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/asan/Testing/Temporary/LastTest.log", "Messages.Stand"},
