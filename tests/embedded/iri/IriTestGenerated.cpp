@@ -199,8 +199,4 @@ RC_GTEST_PROP(IriProperties, HostsOfAnyLettersAreMappedOnceOrRefused, ()) {
     }
     const IRI value = iri(*form);
     RC_ASSERT(value.hasHost());
-    const IRI fromUnicode(u"http://" + value.getHost(IRI::Encoding::Unicode) + u"/");
-    RC_ASSERT(ascii(fromUnicode) == *form);
-    const IRI fromEncoded(u"http://" + value.getHost(IRI::Encoding::PercentEncoded) + u"/");
-    RC_ASSERT(ascii(fromEncoded) == *form);
 }
