@@ -300,12 +300,13 @@ protected:
         connection.sendRequest();
         connection.closeConnection();
     }
-    void fail() { curl.callRequestHead("word\r\n"); }
+    // In the trace callback of whatever connection is on the handle.
+    void fail() { curl.callRequestHead("word"); }
 
     HTTPConnection connection;
 };
 
-const std::string kNotARequestLine = internalError("No space found in request line");
+const std::string kNotAHead = internalError("CRLF not found in headers:\nword");
 
 TEST_F(EscapedFailureTest, EachCallbackKeepsItAndRunsNoMore) {
     struct Row {
@@ -363,7 +364,7 @@ TEST_F(EscapedFailureTest, EndsTheSendAndTheConnectionCanBeReopened) {
         running = 1;
         return CURLM_OK;
     };
-    EXPECT_EQ(failureText([&] { connection.sendRequest(); }), kNotARequestLine);
+    EXPECT_EQ(failureText([&] { connection.sendRequest(); }), kNotAHead);
     EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
     EXPECT_FALSE(connection.Transfer.ResponseDone);
     EXPECT_TRUE(connection.Transfer.TransferFailed);
@@ -376,7 +377,7 @@ TEST_F(EscapedFailureTest, EndsTheSendAndTheConnectionCanBeReopened) {
 TEST_F(EscapedFailureTest, EndsTheOpenAtOnce) {
     const auto expectEnded = [&](const std::vector<std::string>& calls) {
         curl.clear();
-        EXPECT_EQ(failureText([&] { connection.openConnection(); }), kNotARequestLine);
+        EXPECT_EQ(failureText([&] { connection.openConnection(); }), kNotAHead);
         EXPECT_FALSE(connection.Transfer.Opened);
         EXPECT_EQ(handleCalls(), calls); // before anything else is done
         curl.OnRemoveHandle = curl.OnAddHandle = nullptr;
@@ -406,6 +407,7 @@ TEST_F(EscapedFailureTest, ThatNobodyWaitedForIsForgottenByTheOpenAndByTheSend) 
     connection.openConnection();
     EXPECT_TRUE(connection.Transfer.Opened);
     fail();
+    EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), kNotAHead);
     expectUsable(connection);
 }
 
