@@ -75,8 +75,14 @@ const std::string& HostCallRecord::shown(const std::string& className) const {
     return found == Names.end() ? className : found->second;
 }
 
-std::vector<std::string> HostCallRecord::linesWithoutRepeats() const {
+std::vector<std::string> HostCallRecord::linesWithoutCounts() const {
     std::vector<std::string> lines = Lines;
+    for (std::string& line : lines) {
+        const std::size_t value = line.find(": ");
+        if (value != std::string::npos) {
+            line.erase(value, line.find(')', value) - value);
+        }
+    }
     lines.erase(std::unique(lines.begin(), lines.end()), lines.end());
     return lines;
 }

@@ -28,8 +28,8 @@ public:
     // which the host found no method.
     //     "system vantik.net.http.io.ContentProvider.getDataInternal(<provider>, uint64 1x1: 16384) -> 1"
     const std::vector<std::string>& lines() const { return Lines; }
-    // The same, with each run of equal lines once: for calls whose number is up to the network.
-    std::vector<std::string> linesWithoutRepeats() const;
+    // The same without the values, and with each run of equal lines once: for calls whose number is up to the network.
+    std::vector<std::string> linesWithoutCounts() const;
     void clear() { Lines.clear(); }
 
     // Runs before a call of this method is passed on. What it raises leaves the call.

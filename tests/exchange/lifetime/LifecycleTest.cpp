@@ -1,7 +1,7 @@
-// Objects, opens and closes on the one pair of handles of a scope.
-#include "tests/support/host/HostFixture.h"
+// Opens, reopens and closes of one object on the handles of a scope: nothing of its last exchange comes into the next.
+#include "tests/exchange/ExchangeFixture.h"
+#include "tests/exchange/request/ChallengedUpload.h"
 #include "tests/support/process/StandardOutputCapture.h"
-#include "tests/support/server/WireText.h"
 
 #include <gtest/gtest.h>
 
@@ -13,47 +13,30 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-class Lifecycle : public HostFixture {};
-
-const std::string kOnlyOne = "VANTIK:http:OnlyOneTransferAtATime()";
-
-TEST_F(Lifecycle, SecondObjectIsRefusedWhileOneIsOpen) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("first"))});
-    const Object first = open(server.url("/"));
-    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne);
-    EXPECT_EQ(receiveBytes(first), "first") << "the open connection is not touched";
-    EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne) << "a finished transfer is still open";
-    first.call("closeConnection");
-    makeAdapter();
-    expectScopeUsable();
-}
+class Lifecycle : public ExchangeFixture {};
 
 TEST_F(Lifecycle, LoadingTheModuleAgainDoesNoHarm) {
-    const std::vector<std::string> classes = host().classNames();
+    const Texts classes = host().classNames();
     host().load("netrove"); // by name this time: it lies beside the host's library
     EXPECT_EQ(host().classNames(), classes);
-    expectScopeUsable();
 }
 
-TEST_F(Lifecycle, DestructionClosesToo) {
+TEST_F(Lifecycle, DestructionClosesAndTheNextObjectReusesTheNetworkConnection) {
+    ScriptedServer& server = serve(answers(response("one")) + answers(response("two")));
     {
-        const Object first = open("http://127.0.0.1:9/");
-        EXPECT_EQ(describe(failureOf([&] { makeAdapter(); })), kOnlyOne);
+        const Object first = makeFor(server.url("/1"));
+        first.call("openConnection");
+        EXPECT_EQ(receiveBytes(first), "one");
+        EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), kOnlyOneTransfer);
     }
-    makeAdapter();
-    expectScopeUsable();
+    EXPECT_EQ(receiveBytes(open(server.url("/2"))), "two");
+    EXPECT_EQ(server.connectionCount(), 1U);
+    EXPECT_EQ(startLine(server.record().Heads.at(1)), "GET /2 HTTP/1.1");
 }
 
-TEST_F(Lifecycle, ClosingTwiceIsHarmless) {
-    const Object connection = open("http://127.0.0.1:9/");
-    connection.call("closeConnection");
-    connection.call("closeConnection");
-    expectScopeUsable();
-}
-
-TEST_F(Lifecycle, CloseAllConnectionsDropsTheConnectionsThatAreKept) {
-    ScriptedServer& server =
-        serve(std::vector<Script>(2, {step::expectHead(), step::send(response("x")), step::expectHead()}));
+TEST_F(Lifecycle, CloseOfAllDropsTheNetworkConnectionsThatAreKept) {
+    const Script exchange = answers(response("x")) + Script{step::expectHead()};
+    ScriptedServer& server = serve({exchange, exchange});
     const Object connection = open(server.url("/"));
     receiveBytes(connection);
     connection.call("closeConnection");
@@ -62,28 +45,12 @@ TEST_F(Lifecycle, CloseAllConnectionsDropsTheConnectionsThatAreKept) {
     connection.call("openConnection");
     EXPECT_EQ(receiveBytes(connection), "x");
     EXPECT_EQ(server.connectionCount(), 2U);
-    expectScopeUsable(connection);
 }
 
-TEST_F(Lifecycle, CloseAllConnectionsBeforeAnyOpenIsHarmless) {
-    makeAdapter().call("closeAllConnections");
-    expectScopeUsable();
-}
-
-TEST_F(Lifecycle, CloseAllConnectionsIsRefusedWhileOneIsOpen) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("still there"))});
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(describe(failureOf([&] { connection.call("closeAllConnections"); })),
-              "VANTIK:webservices:InternalError(resetHandles() called when connection is open)");
-    EXPECT_EQ(receiveBytes(connection), "still there");
-    expectScopeUsable(connection);
-}
-
-// A reset forgets every option; behind a 401 the handle is kept as it is, and so is the method that was set on it.
-TEST_F(Lifecycle, ReopenForgetsTheMethodExceptBehindA401) {
+// A reset forgets every option; after a 401 the handle is kept as it is, and so is the method that was set on it.
+TEST_F(Lifecycle, ReopenForgetsTheMethodExceptAfterA401) {
     ScriptedServer& server =
-        serve({step::expectHead(), step::send(response("", {}, "401 Unauthorized")), step::expectHead(),
-               step::send(response("")), step::expectHead(), step::send(response(""))});
+        serve(answers(response("", {}, "401 Unauthorized")) + answers(response("")) + answers(response("")));
     const Object connection = open(server.url("/"));
     connection.set("RequestMethod", "DELETE");
     connection.call("setRequestProperty", {"X-Field", "1"});
@@ -92,78 +59,93 @@ TEST_F(Lifecycle, ReopenForgetsTheMethodExceptBehindA401) {
     receiveBytes(connection);
     connection.call("openConnection");
     receiveBytes(connection);
-    const std::vector<std::string> heads = server.record().Heads;
+    const Texts heads = server.record().Heads;
     ASSERT_EQ(heads.size(), 3U);
     EXPECT_EQ(startLine(heads[0]), "DELETE / HTTP/1.1");
     EXPECT_EQ(startLine(heads[1]), "DELETE / HTTP/1.1");
     EXPECT_EQ(startLine(heads[2]), "GET / HTTP/1.1");
     EXPECT_EQ(fieldValue(heads[1], "X-Field"), std::nullopt) << "the fields are cleared in every case";
-    expectScopeUsable(connection);
-}
-
-// Without a copy of the content nothing clears the mark of a finished exchange.
-TEST_F(Lifecycle, ReopenWithoutCopyingSendsNothing) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("x")), step::expectHead()});
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    connection.call("openConnection");
-    EXPECT_FALSE(connection.get("Sent").truth());
-    EXPECT_EQ(connection.get("ContentType").text(), "");
-    EXPECT_EQ(server.record().Heads.size(), 1U);
-    expectScopeUsable(connection);
-}
-
-// There is nothing to copy then: what the handle would do without a send is nobody's response.
-TEST_F(Lifecycle, CopyBehindAReopenWithoutACloseFailsAndSendsNothing) {
-    ScriptedServer& server =
-        serve({step::expectHead(), step::send(response("x")), step::expectHead(), step::send(response("second"))});
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    connection.call("openConnection");
-    const StandardOutputCapture output;
-    EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
-              "VANTIK:webservices:InternalError(The connection was opened again before the last response was copied. "
-              "Close it first.)");
-    EXPECT_EQ(output.text(), "");
-    EXPECT_EQ(server.record().Heads.size(), 1U);
-    connection.call("closeConnection");
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "second");
-    expectScopeUsable(connection);
 }
 
 // libcurl may call the trace callback while a handle is removed, reset or cleaned up.
 TEST_F(Lifecycle, ObjectMayBeDroppedInTheMiddleOfATransfer) {
-    ScriptedServer& server = serve(
-        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\npart"), step::awaitPeerEnd()});
+    ScriptedServer& server = serve(breaksOff(kPart));
     {
         const StandardOutputCapture output;
-        const Object connection = makeAdapter();
+        const Object connection = makeFor(server.url("/"));
         connection.set("Debug", std::int32_t{2});
-        connection.set("URL", server.url("/"));
         connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, 60000}));
         connection.call("openConnection");
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0) << "the head is complete, the content is not";
     }
     EXPECT_TRUE(server.waitUntilDone().PeerEnded);
-    expectScopeUsable();
 }
 
+// A close of all takes the response that was there with the handles.
 TEST_F(Lifecycle, ReopenInTheMiddleOfATransferStartsAfresh) {
-    ScriptedServer& server = serve(std::vector<Script>{
-        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\npart"), step::awaitPeerEnd()},
-        {step::expectHead(), step::send(response("fresh"))}});
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    connection.call("closeConnection");
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "fresh");
-    expectScopeUsable(connection);
+    for (const bool closesAll : {false, true}) {
+        ScriptedServer& server = serve({breaksOff(kPart), answers(response("fresh"))});
+        const Object connection = open(server.url("/"));
+        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        connection.call("closeConnection");
+        if (closesAll) {
+            connection.call("closeAllConnections");
+            EXPECT_TRUE(server.waitUntilDone(0).PeerEnded);
+            EXPECT_EQ(receiveBytes(connection), "") << "it is closed";
+            EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        }
+        connection.call("openConnection");
+        EXPECT_EQ(receiveBytes(connection), "fresh");
+        expectScopeUsable(connection);
+    }
+}
+
+// Without a copy of the content nothing clears the mark of a finished exchange. Nothing has been sent since the open,
+// and what the handle still has is the content of the first response.
+TEST_F(Lifecycle, ReopenWithoutACopyLeavesNothingToCopyUntilTheClose) {
+    struct Row {
+        const char* Status;
+        const char* Content;
+        const char* Read; // the property whose reading sends the request
+        bool Uploads;
+    };
+    for (const Row& row : {Row{"200 OK", "content", "ResponseCode", false},
+                           {"200 OK", "", "ContentType", false},
+                           {"403 Forbidden", "no", "RedirectURL", false},
+                           {"401 Unauthorized", "denied", "ResponseCode", false},
+                           {"401 Unauthorized", "", "ContentEncoding", false},
+                           {"401 Unauthorized", "denied", "ResponseCode", true}}) {
+        SCOPED_TRACE(std::string(row.Status) + row.Content);
+        const auto exchange = row.Uploads ? takes : answers;
+        const Script second = exchange(response("let in"));
+        // libcurl may keep the connection or not.
+        ScriptedServer& server = serve({exchange(response(row.Content, {}, row.Status)) + second, second});
+        const Object connection = makeFor(server.url("/"));
+        const auto openIt = [&] {
+            connection.call("openConnection");
+            if (row.Uploads) {
+                prepareUpload(connection, Array::bytes("content"));
+            }
+        };
+        openIt();
+        connection.get(row.Read);
+        openIt();
+        EXPECT_FALSE(connection.get("Sent").truth());
+        EXPECT_EQ(connection.get("ContentType").text(), "");
+        expectCopyRefused(connection, kOpenedAgain);
+        EXPECT_EQ(server.connectionCount(), 1U);
+        EXPECT_EQ(server.record().Heads.size(), 1U);
+        connection.call("closeConnection");
+        openIt();
+        EXPECT_EQ(receiveBytes(connection), "let in");
+        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        EXPECT_EQ(allBodies(server), row.Uploads ? (Texts{"content", "content"}) : Texts{});
+        expectScopeUsable(connection);
+    }
 }
 
 TEST_F(Lifecycle, ScopesOnSeveralThreadsDoNotMeet) {
-    ScriptedServer& server = serve(std::vector<Script>(
-        4, {step::expectHead(), step::send(response("one")), step::expectHead(), step::send(response("two"))}));
+    ScriptedServer& server = serve(std::vector<Script>(4, answers(response("one")) + answers(response("two"))));
     std::vector<std::thread> threads;
     for (int number = 0; number < 4; ++number) {
         threads.emplace_back([url = server.url("/")] {
@@ -181,7 +163,6 @@ TEST_F(Lifecycle, ScopesOnSeveralThreadsDoNotMeet) {
         thread.join();
     }
     EXPECT_EQ(server.connectionCount(), 4U) << "each scope has handles of its own";
-    expectScopeUsable();
 }
 
 } // namespace

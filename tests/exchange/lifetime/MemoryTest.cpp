@@ -1,7 +1,5 @@
 // Memory does not grow with the length of streamed content, in either direction, and no array of one piece outlives it.
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/host/ScriptedObjects.h"
-#include "tests/support/server/WireText.h"
+#include "tests/exchange/ExchangeFixture.h"
 #include "vantik/HostClass.h"
 
 #include <gtest/gtest.h>
@@ -41,10 +39,10 @@ private:
     std::set<std::size_t> Arrays;
 };
 
-class Memory : public HostFixture {};
+class Memory : public ExchangeFixture {};
 
 TEST_F(Memory, OfADownloadIsSteady) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(std::string(kLength, 'x')))});
+    ScriptedServer& server = serve(answers(response(std::string(kLength, 'x'))));
     Usage usage;
     std::size_t received = 0;
     const Object consumer =
@@ -55,10 +53,9 @@ TEST_F(Memory, OfADownloadIsSteady) {
                              }});
     const Object connection = open(server.url("/"));
     connection.set("Consumer", consumer);
-    connection.call("copyContentToByteArray", {false});
+    copyToConsumer(connection);
     EXPECT_EQ(received, kLength);
     usage.expectSteady(kLength / 16384);
-    expectScopeUsable(connection);
 }
 
 TEST_F(Memory, OfAnUploadIsSteady) {
@@ -83,7 +80,6 @@ TEST_F(Memory, OfAnUploadIsSteady) {
     connection.call("setRequestProperty", {"Content-Length", std::to_string(kLength)});
     EXPECT_EQ(receiveBytes(connection), "taken");
     usage.expectSteady(kLength / block.size());
-    expectScopeUsable(connection);
 }
 
 } // namespace

@@ -1,25 +1,17 @@
 // Calls of a connection, and of others, out of the objects that its transfer calls. What would open, close, send or
 // copy is refused and changes nothing; what only reads or sets is as good as at any other time.
-#include "tests/exchange/TransferFixture.h"
+#include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/ChallengedUpload.h"
-#include "tests/support/host/ScriptedObjects.h"
-#include "tests/support/server/WireText.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <ostream>
-#include <string>
-#include <tuple>
-#include <vector>
 
 namespace {
 
 using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
-
-using Texts = std::vector<std::string>;
 
 // Where a call comes from, in the order in which the places come in one exchange.
 enum class Place {
@@ -32,27 +24,36 @@ enum class Place {
     ConsumerClose,
 };
 constexpr Place kPlaces[] = {Place::ProviderStart, Place::SendReport,    Place::ProviderRead, Place::ConsumerStart,
-                            Place::ConsumerPut,   Place::ReceiveReport, Place::ConsumerClose};
-constexpr const char* kPlaceNames[] = {"ProviderStart", "SendReport",    "ProviderRead", "ConsumerStart",
-                                      "ConsumerPut",   "ReceiveReport", "ConsumerClose"};
+                             Place::ConsumerPut,   Place::ReceiveReport, Place::ConsumerClose};
 
-class WithAnother : public TransferFixture {
+std::string nameOf(Place place) {
+    constexpr const char* names[] = {"ProviderStart", "SendReport",    "ProviderRead", "ConsumerStart",
+                                     "ConsumerPut",   "ReceiveReport", "ConsumerClose"};
+    return names[static_cast<int>(place)];
+}
+
+class Nested : public ExchangeFixture {
 protected:
-    // An object that has had its exchange and is closed.
-    Object makeOther() {
-        ScriptedServer& server = serve({step::expectHead(), step::send(response("for the other", {}, "202 Accepted"))});
-        Object other = open(server.url("/other"));
-        EXPECT_EQ(receiveBytes(other), "for the other");
-        other.call("closeConnection");
-        return other;
+    Nested() : Other(makeFor(serve(answers(response("for the other", {}, "202 Accepted"))).url("/other"))) {
+        Other.call("openConnection");
+        EXPECT_EQ(receiveBytes(Other), "for the other");
+        Other.call("closeConnection");
+        writeFile(File, "older");
     }
+    ~Nested() override { EXPECT_EQ(readFile(File), "older") << "nothing was saved"; }
+
+    Object Other; // has had its exchange and is closed
+
+public: // for the calls below
+    using HostFixture::makeAdapter;
+    const std::string File = Folder.file("saved");
 };
 
 // The upload of a provider's content, whose answer begins early, so that a reporter is called while it is sent, and
 // goes to a consumer. At one place, once, an action is run.
-class Nested : public WithAnother {
+class NestedUpload : public Nested {
 protected:
-    Nested()
+    NestedUpload()
         : Sent(patternedBytes(100'000)), Answer(patternedBytes(40'000)),
           Server(serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nX-A: 1\r\nContent-Length: 40000\r\n\r\n"),
                         step::signal("head"), step::expectChunkedBody(), step::send(Answer.substr(0, 20'000)),
@@ -74,9 +75,7 @@ protected:
             if (!Reporter->Counts.empty()) { // so the head of the answer is known
                 at(Place::ProviderRead);
             }
-            const std::string piece = Provider->Content.substr(Provider->Position, wanted);
-            Provider->Position += piece.size();
-            return Array::bytes(std::string_view(piece));
+            return nextPiece(Provider, wanted);
         };
         Reporter->OnUpdate = [this, at](int, std::uint64_t) {
             at(Consumer->Calls.empty() ? Place::SendReport : Place::ReceiveReport);
@@ -91,15 +90,13 @@ protected:
         };
         Consumer->OnPut = [at](int, const std::string& piece) {
             at(Place::ConsumerPut);
-            return Array(static_cast<double>(piece.size()));
+            return allOf(piece);
         };
         Consumer->OnClose = [at] { at(Place::ConsumerClose); };
     }
     void openUpload() {
         Connection.call("openConnection");
-        Connection.set("RequestMethod", "PUT");
-        Connection.call("removeField", {"Expect"});
-        Connection.set("Provider", Provider);
+        prepareUpload(Connection, Provider);
         Connection.set("Consumer", Consumer);
         Connection.set("ProgressReporter", Reporter);
     }
@@ -120,7 +117,7 @@ protected:
     }
     // The object is still good for another exchange, also in the hands of another server.
     void expectUsable() {
-        ScriptedServer& next = serve({step::expectHead(), step::send(response("next"))});
+        ScriptedServer& next = serve(answers(response("next")));
         Connection.call("closeConnection");
         for (const char* property : {"Provider", "Consumer", "ProgressReporter", "Payload"}) {
             Connection.set(property, Array());
@@ -129,7 +126,7 @@ protected:
         Connection.call("openConnection");
         EXPECT_EQ(receiveBytes(Connection), "next");
         EXPECT_EQ(startLine(next.record().Heads.at(0)), "GET /next HTTP/1.1");
-        expectScopeUsable(Connection);
+        Connection.call("closeConnection");
     }
 
     std::string Sent;
@@ -142,80 +139,82 @@ protected:
     int Runs = 0;
 };
 
-// What is called, and what it is called in the refusal; null: it is not refused.
-struct Member {
-    const char* Name;
-    const char* Refused;
-    void (*Call)(const Object& connection, const std::string& file);
-};
-
-void PrintTo(const Member& member, std::ostream* stream) { // for GoogleTest
-    *stream << member.Name;
+std::string refusalOf(const std::string& what) {
+    return "VANTIK:webservices:InternalError(" + what +
+           " is not possible from within the transfer that runs. Wait until it has ended.)";
 }
 
-constexpr const char* kSending = "Sending the request"; // refused as long as nothing has been sent
+// What is called of the connection, or of another object of its scope, and what comes of it.
+struct Call {
+    const char* Name;
+    std::string Outcome;
+    void (*Run)(Nested& test, const Object& c, Object& other);
+    bool Sends = false; // refused as long as nothing has been sent
+};
 
 // clang-format off
-const Member kMembers[] = {
-    {"openConnection", "Opening the connection", [](const Object& connection, const std::string&) { connection.call("openConnection"); }},
-    {"openProxyConnection", "Opening the connection", [](const Object& connection, const std::string&) { connection.call("openProxyConnection", {Array::structure({{"Host", ""}, {"Port", Array()}})}); }},
-    {"closeConnection", "Closing the connection", [](const Object& connection, const std::string&) { connection.call("closeConnection"); }},
-    {"copyContentToByteArray", "Copying the content", [](const Object& connection, const std::string&) { connection.call("copyContentToByteArray", {true}); }},
-    {"copyContentToConsumer", "Copying the content", [](const Object& connection, const std::string&) { connection.call("copyContentToByteArray", {false}); }},
-    {"copyContentToFile", "Copying the content", [](const Object& connection, const std::string& file) { connection.call("copyContentToFile", {file}); }},
-    {"RequestMethod", "Setting the request method", [](const Object& connection, const std::string&) { connection.set("RequestMethod", "DELETE"); }},
-    {"ResponseCode", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ResponseCode").number(), 200.0); }},
-    {"ContentType", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentType").text(), ""); }},
-    {"ContentEncoding", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("ContentEncoding").text(), ""); }},
-    {"RedirectURL", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("RedirectURL").text(), ""); }},
-    {"getStatusLine", kSending, [](const Object& connection, const std::string&) { EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), (Texts{"HTTP/1.1", "200", "OK"})); }},
-    {"getRequestLine", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(resultTexts(connection, "getRequestLine", 3), (Texts{"PUT", "/", "HTTP/1.1"})); }},
-    {"getRequestMethod", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.call("getRequestMethod").text(), "PUT"); }},
-    {"properties", nullptr, [](const Object& connection, const std::string&) { EXPECT_EQ(connection.get("RequestMethod").text(), "PUT"); connection.get("ResponsePayload"); connection.get("Sent"); connection.get("Provider"); }},
-    {"fields", nullptr, [](const Object& connection, const std::string&) { connection.call("getResponseFields"); connection.call("getRequestFields"); connection.call("getResponseField", {"X-A"}); }},
-    {"settings", nullptr, [](const Object& connection, const std::string&) { connection.set("Payload", Array::bytes(std::string_view("x"))); connection.set("Username", "me"); connection.set("URL", "http://127.0.0.1:9/"); connection.call("setRequestProperty", {"X-Late", "1"}); }},
+const Call kRefusedCalls[] = { // at any time
+    {"Open", refusalOf("Opening the connection"), [](Nested&, const Object& c, Object&) { c.call("openConnection"); }},
+    {"OpenByProxy", refusalOf("Opening the connection"), [](Nested&, const Object& c, Object&) { c.call("openProxyConnection", {Array::structure({{"Host", ""}, {"Port", Array()}})}); }},
+    {"Close", refusalOf("Closing the connection"), [](Nested&, const Object& c, Object&) { c.call("closeConnection"); }},
+    {"Copy", refusalOf("Copying the content"), [](Nested&, const Object& c, Object&) { c.call("copyContentToByteArray", {true}); }},
+    {"CopyToConsumer", refusalOf("Copying the content"), [](Nested&, const Object& c, Object&) { c.call("copyContentToByteArray", {false}); }},
+    {"CopyToFile", refusalOf("Copying the content"), [](Nested& test, const Object& c, Object&) { c.call("copyContentToFile", {test.File}); }},
+    {"SetMethod", refusalOf("Setting the request method"), [](Nested&, const Object& c, Object&) { c.set("RequestMethod", "DELETE"); }},
+};
+const Call kCallsOfAnother[] = {
+    {"BuildAnother", kOnlyOneTransfer, [](Nested& test, const Object&, Object&) { test.makeAdapter(); }},
+    {"DestroyAnother", "nothing", [](Nested&, const Object&, Object& other) { other = Object(); }},
+    {"CloseAnother", "nothing", [](Nested&, const Object&, Object& other) { other.call("closeConnection"); }},
+    {"OpenAnother", kOnlyOneTransfer, [](Nested&, const Object&, Object& other) { other.call("openConnection"); }},
+    {"CopyAnother", "nothing", [](Nested&, const Object&, Object& other) { EXPECT_EQ(receiveBytes(other), ""); }},
+    {"ReadStatusOfAnother", "nothing", [](Nested&, const Object&, Object& other) { EXPECT_EQ(other.get("ResponseCode").number(), 202.0); }},
+    {"SetMethodOfAnother", "nothing", [](Nested&, const Object&, Object& other) { other.set("RequestMethod", "DELETE"); }},
+    {"CloseAll", kStillOpen, [](Nested&, const Object&, Object& other) { other.call("closeAllConnections"); }},
+};
+const Call kReadingAndSetting[] = {
+    {"ResponseCode", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.get("ResponseCode").number(), 200.0); }, true},
+    {"ContentType", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.get("ContentType").text(), ""); }, true},
+    {"ContentEncoding", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.get("ContentEncoding").text(), ""); }, true},
+    {"RedirectURL", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.get("RedirectURL").text(), ""); }, true},
+    {"StatusLine", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(resultTexts(c, "getStatusLine", 3), (Texts{"HTTP/1.1", "200", "OK"})); }, true},
+    {"RequestLine", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(resultTexts(c, "getRequestLine", 3), (Texts{"PUT", "/", "HTTP/1.1"})); }},
+    {"RequestMethod", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.call("getRequestMethod").text(), "PUT"); }},
+    {"Properties", "nothing", [](Nested&, const Object& c, Object&) { EXPECT_EQ(c.get("RequestMethod").text(), "PUT"); c.get("ResponsePayload"); c.get("Sent"); c.get("Provider"); }},
+    {"Fields", "nothing", [](Nested&, const Object& c, Object&) { c.call("getResponseFields"); c.call("getRequestFields"); c.call("getResponseField", {"X-A"}); }},
+    {"Settings", "nothing", [](Nested&, const Object& c, Object&) { c.set("Payload", Array::bytes("x")); c.set("Username", "me"); c.set("URL", "http://127.0.0.1:9/"); c.call("setRequestProperty", {"X-Late", "1"}); }},
 };
 // clang-format on
-const Member* const kFirstReading = std::begin(kMembers) + 7; // those before it are refused at any time
 
-std::string refusalOf(const Member& member, bool beforeTheSend) {
-    const bool refused = member.Refused != nullptr && (member.Refused != kSending || beforeTheSend);
-    return refused ? std::string("VANTIK:webservices:InternalError(") + member.Refused +
-                         " is not possible from within the transfer that runs. Wait until it has ended.)"
-                   : "nothing";
-}
-
-class NestedCall : public Nested, public ::testing::WithParamInterface<std::tuple<Place, Member>> {};
+class NestedCall : public NestedUpload, public ::testing::WithParamInterface<std::tuple<Place, Call>> {};
 
 TEST_P(NestedCall, LeavesTheRunningTransferWhole) {
-    const auto& [place, member] = GetParam();
-    const std::string file = Folder.file("saved");
-    writeFile(file, "older");
+    const auto& [place, call] = GetParam();
     std::string outcome = "not run";
-    runAt(place, [&, &call = member.Call] { outcome = outcomeOf([&] { call(Connection, file); }); });
+    runAt(place, [&, &run = call.Run] { outcome = outcomeOf([&] { run(*this, Connection, Other); }); });
     openUpload();
     expectWhole();
-    EXPECT_EQ(outcome, refusalOf(member, place == Place::ProviderStart));
-    EXPECT_EQ(readFile(file), "older");
+    EXPECT_EQ(outcome, call.Sends && place == Place::ProviderStart ? refusalOf("Sending the request") : call.Outcome);
     expectUsable();
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NestedCall,
-                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kMembers)),
-                         [](const auto& info) {
-                             return std::string(kPlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    std::get<1>(info.param).Name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Refused, NestedCall,
+                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kRefusedCalls)),
+                         kRowName);
+INSTANTIATE_TEST_SUITE_P(Reading, NestedCall,
+                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kReadingAndSetting)),
+                         kRowName);
+INSTANTIATE_TEST_SUITE_P(OfAnother, NestedCall,
+                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kCallsOfAnother)),
+                         kRowName);
 
-class NestedFailure : public Nested, public ::testing::WithParamInterface<Place> {};
+class NestedFailure : public NestedUpload, public ::testing::WithParamInterface<Place> {};
 
 // Where nobody catches the refusal, it ends the transfer, like any other failure of the object that made the call.
 TEST_P(NestedFailure, ReachesTheCaller) {
     runAt(GetParam(), [&] { Connection.call("closeConnection"); });
     openUpload();
-    EXPECT_EQ(outcomeOf([&] { receiveBytes(Connection); }),
-              "VANTIK:webservices:InternalError(Closing the connection is not possible from within the transfer that "
-              "runs. Wait until it has ended.)");
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(Connection); }), refusalOf("Closing the connection"));
     EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), kOnlyOneTransfer) << "it was not closed";
     expectUsable();
 }
@@ -223,61 +222,9 @@ TEST_P(NestedFailure, ReachesTheCaller) {
 INSTANTIATE_TEST_SUITE_P(Rows, NestedFailure,
                          ::testing::Values(Place::ProviderStart, Place::ProviderRead, Place::SendReport,
                                            Place::ConsumerStart, Place::ConsumerPut, Place::ReceiveReport),
-                         [](const auto& info) { return std::string(kPlaceNames[static_cast<int>(info.param)]); });
+                         kRowName);
 
-// What is done with another object of the scope, and what is seen of it.
-struct Act {
-    const char* Name;
-    const char* Outcome;
-    void (*Run)(Object& other);
-};
-
-void PrintTo(const Act& act, std::ostream* stream) {
-    *stream << act.Name;
-}
-
-// clang-format off
-const Act kActs[] = {
-    {"Destroy", "nothing", [](Object& other) { other = Object(); }},
-    {"Close", "nothing", [](Object& other) { other.call("closeConnection"); }},
-    {"Open", kOnlyOneTransfer, [](Object& other) { other.call("openConnection"); }},
-    {"Copy", "nothing", [](Object& other) { EXPECT_EQ(receiveBytes(other), ""); }},
-    {"ReadStatus", "nothing", [](Object& other) { EXPECT_EQ(other.get("ResponseCode").number(), 202.0); }},
-    {"SetMethod", "nothing", [](Object& other) { other.set("RequestMethod", "DELETE"); }},
-    {"CloseAll", "VANTIK:webservices:InternalError(resetHandles() called when connection is open)", [](Object& other) { other.call("closeAllConnections"); }},
-};
-// clang-format on
-
-class CallOfAnother : public Nested, public ::testing::WithParamInterface<std::tuple<Place, Act>> {};
-
-TEST_P(CallOfAnother, LeavesTheRunningTransferWhole) {
-    const auto& [place, act] = GetParam();
-    Object other = makeOther();
-    std::string outcome = "not run";
-    runAt(place, [&, &doIt = act.Run] { outcome = outcomeOf([&] { doIt(other); }); });
-    openUpload();
-    expectWhole();
-    EXPECT_EQ(outcome, act.Outcome);
-    expectUsable();
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, CallOfAnother,
-                         ::testing::Combine(::testing::ValuesIn(kPlaces), ::testing::ValuesIn(kActs)),
-                         [](const auto& info) {
-                             return std::string(kPlaceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    std::get<1>(info.param).Name;
-                         });
-
-class NestedLife : public Nested, public ::testing::WithParamInterface<Place> {};
-
-TEST_P(NestedLife, CannotBeginForAnotherObject) {
-    std::string outcome = "not run";
-    runAt(GetParam(), [&] { outcome = outcomeOf([&] { makeAdapter(); }); });
-    openUpload();
-    expectWhole();
-    EXPECT_EQ(outcome, kOnlyOneTransfer);
-    expectUsable();
-}
+class NestedLife : public NestedUpload, public ::testing::WithParamInterface<Place> {};
 
 // The call that runs holds its object until it returns.
 TEST_P(NestedLife, EndsAfterTheTransfer) {
@@ -287,74 +234,41 @@ TEST_P(NestedLife, EndsAfterTheTransfer) {
     EXPECT_FALSE(Connection);
     EXPECT_EQ(difference(Consumer->content(), Answer), "");
     EXPECT_EQ(difference(Server.record().Bodies.at(0), Sent), "");
-    expectScopeUsable();
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NestedLife, ::testing::ValuesIn(kPlaces),
-                         [](const auto& info) { return std::string(kPlaceNames[static_cast<int>(info.param)]); });
+INSTANTIATE_TEST_SUITE_P(Rows, NestedLife, ::testing::ValuesIn(kPlaces), kRowName);
+
+class NestedRewind : public Nested, public ::testing::WithParamInterface<Call> {};
 
 // A rewind calls the provider inside libcurl's own call, where nothing may touch the handles.
-class NestedRewind : public WithAnother {
-protected:
-    void expectTakenAfter(const std::function<void(const Object& connection, Object& other)>& action) {
-        Object other = makeOther();
-        ScriptedServer& server =
-            serve({{step::expectHead(), step::expectBody(2000), step::send(kChallenge), step::signal("challenged"),
-                    step::awaitPeerEnd()},
-                   {step::expectHead(), step::expectChunkedBody(), step::send(response("taken"))}});
-        const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(10'000));
-        const Object connection = open(server.url("/"));
-        provider->OnStart = [&](int call) {
-            if (call == 2) {
-                action(connection, other);
-            }
-        };
-        provider->OnRead = [&](int call, std::uint64_t wanted) {
-            if (call == 5) {
-                server.waitFor("challenged");
-            }
-            const std::string piece = provider->Content.substr(provider->Position, wanted);
-            provider->Position += piece.size();
-            return Array::bytes(std::string_view(piece));
-        };
-        connection.set("RequestMethod", "PUT");
-        connection.call("removeField", {"Expect"});
-        connection.set("Provider", provider);
-        connection.set("ProviderBufferSize", std::uint64_t{1000});
-        setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
-        EXPECT_EQ(receiveBytes(connection), "taken");
-        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-        EXPECT_EQ(provider->Starts, 2);
-        EXPECT_EQ(difference(server.record(1).Bodies.at(0), provider->Content), "");
-        expectScopeUsable(connection);
-    }
-};
-
-class CallOfARewind : public NestedRewind, public ::testing::WithParamInterface<Member> {};
-
-TEST_P(CallOfARewind, LeavesTheTransferWhole) {
-    const Member& member = GetParam();
-    const std::string file = Folder.file("saved");
-    writeFile(file, "older");
+TEST_P(NestedRewind, LeavesTheTransferWhole) {
+    ScriptedServer& server = serve({{step::expectHead(), step::expectBody(2000), step::send(kChallenge),
+                                     step::signal("challenged"), step::awaitPeerEnd()},
+                                    takes(response("taken"))});
+    const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(10'000));
+    const Object connection = openUpload(server.url("/"), provider);
     std::string outcome = "not run";
-    expectTakenAfter(
-        [&](const Object& connection, Object&) { outcome = outcomeOf([&] { member.Call(connection, file); }); });
-    EXPECT_EQ(outcome, refusalOf(member, false));
-    EXPECT_EQ(readFile(file), "older");
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, CallOfARewind, ::testing::ValuesIn(std::begin(kMembers), kFirstReading),
-                         [](const auto& info) { return std::string(info.param.Name); });
-
-class ActOfARewind : public NestedRewind, public ::testing::WithParamInterface<Act> {};
-
-TEST_P(ActOfARewind, LeavesTheTransferWhole) {
-    std::string outcome = "not run";
-    expectTakenAfter([&](const Object&, Object& other) { outcome = outcomeOf([&] { GetParam().Run(other); }); });
+    provider->OnStart = [&](int call) {
+        if (call == 2) {
+            outcome = outcomeOf([&] { GetParam().Run(*this, connection, Other); });
+        }
+    };
+    provider->OnRead = [&](int call, std::uint64_t wanted) {
+        if (call == 5) {
+            server.waitFor("challenged");
+        }
+        return nextPiece(provider, wanted);
+    };
+    connection.set("ProviderBufferSize", std::uint64_t{1000});
+    setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
+    EXPECT_EQ(receiveBytes(connection), "taken");
+    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    EXPECT_EQ(provider->Starts, 2);
+    EXPECT_EQ(difference(server.record(1).Bodies.at(0), provider->Content), "");
     EXPECT_EQ(outcome, GetParam().Outcome);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ActOfARewind, ::testing::ValuesIn(kActs),
-                         [](const auto& info) { return std::string(info.param.Name); });
+INSTANTIATE_TEST_SUITE_P(Refused, NestedRewind, ::testing::ValuesIn(kRefusedCalls), kRowName);
+INSTANTIATE_TEST_SUITE_P(OfAnother, NestedRewind, ::testing::ValuesIn(kCallsOfAnother), kRowName);
 
 } // namespace

@@ -1,6 +1,5 @@
 // Cookies live as long as one object: they come back on a reopen and are gone for a new object.
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/server/WireText.h"
+#include "tests/exchange/ExchangeFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -9,24 +8,41 @@ namespace {
 using namespace testsupport;
 using vantik::Object;
 
-class Cookies : public HostFixture {
+class Cookies : public ExchangeFixture {
 protected:
-    // A connection that sets a cookie in its first response and goes on for two more exchanges.
+    // A connection that sets a cookie in its first response and goes on for one more exchange.
     ScriptedServer& serveCookie() {
-        return serve({step::expectHead(), step::send(response("1", {"Set-Cookie: id=42; Path=/"})), step::expectHead(),
-                      step::send(response("2")), step::expectHead(), step::send(response("3"))});
+        return serve(answers(response("1", {"Set-Cookie: id=42; Path=/"})) + answers(response("2")));
     }
 };
 
-TEST_F(Cookies, AreSentOnAReopen) {
-    ScriptedServer& server = serveCookie();
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(receiveBytes(connection), "1");
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "2");
-    EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Cookie"), std::nullopt);
-    EXPECT_EQ(fieldValue(server.record().Heads.at(1), "Cookie"), "id=42");
-    expectScopeUsable(connection);
+// The open of a handle that was open before resets it, and with it a request for the cookie engine that no transfer has
+// honoured yet.
+TEST_F(Cookies, AreSentOnAReopenWhateverCameBefore) {
+    struct Row {
+        const char* Before;
+        void (*Prepare)(const Object& connection, const Object& other);
+    };
+    for (const Row& row :
+         {Row{"nothing", [](const Object&, const Object&) {}},
+          {"an open without a send",
+           [](const Object& connection, const Object&) { connection.call("openConnection"); }},
+          {"an object that never sent", [](const Object&, const Object& other) { other.call("openConnection"); }}}) {
+        SCOPED_TRACE(row.Before);
+        ScriptedServer& server = serveCookie();
+        const Object connection = makeFor(server.url("/"));
+        const Object other = makeFor(server.url("/"));
+        row.Prepare(connection, other);
+        connection.call("closeConnection");
+        other.call("closeConnection");
+        for (const char* content : {"1", "2"}) {
+            connection.call("openConnection");
+            EXPECT_EQ(receiveBytes(connection), content);
+        }
+        EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Cookie"), std::nullopt);
+        EXPECT_EQ(fieldValue(server.record().Heads.at(1), "Cookie"), "id=42");
+        expectScopeUsable(connection);
+    }
 }
 
 TEST_F(Cookies, AreGoneForANewObject) {
@@ -34,41 +50,12 @@ TEST_F(Cookies, AreGoneForANewObject) {
     const Object first = open(server.url("/"));
     EXPECT_EQ(receiveBytes(first), "1");
     first.call("closeConnection");
-    const Object second = open(server.url("/"));
-    EXPECT_EQ(receiveBytes(second), "2");
+    EXPECT_EQ(receiveBytes(open(server.url("/"))), "2");
     EXPECT_EQ(server.connectionCount(), 1U) << "the connection itself is reused";
     EXPECT_EQ(fieldValue(server.record().Heads.at(1), "Cookie"), std::nullopt);
-    expectScopeUsable(second);
 }
 
-// The open of a handle that was open before resets it, and with it a request for the cookie engine that no transfer has
-// honoured yet.
-TEST_F(Cookies, AreKeptByAnObjectThatWasOpenedTwiceBeforeItSent) {
-    ScriptedServer& server = serveCookie();
-    const Object connection = open(server.url("/"));
-    connection.call("closeConnection");
-    for (int round = 0; round < 2; ++round) {
-        connection.call("openConnection");
-        receiveBytes(connection);
-    }
-    EXPECT_EQ(fieldValue(server.record().Heads.at(1), "Cookie"), "id=42");
-    expectScopeUsable(connection);
-}
-
-TEST_F(Cookies, AreKeptBehindAnObjectThatNeverSent) {
-    ScriptedServer& server = serveCookie();
-    open(server.url("/"));
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/"));
-    for (int round = 0; round < 2; ++round) {
-        connection.call("openConnection");
-        receiveBytes(connection);
-    }
-    EXPECT_EQ(fieldValue(server.record().Heads.at(1), "Cookie"), "id=42");
-    expectScopeUsable(connection);
-}
-
-TEST_F(Cookies, OfTheCallerGoOutTogether) {
+TEST_F(Cookies, OfTheCallerGoOutTogetherAndWithThoseOfTheServer) {
     ScriptedServer& server = serveCookie();
     const Object connection = open(server.url("/"));
     connection.call("setRequestProperty", {"Cookie", "a=1"});
@@ -76,33 +63,34 @@ TEST_F(Cookies, OfTheCallerGoOutTogether) {
     connection.call("setRequestProperty", {"cookie", "b=2"});
     EXPECT_EQ(receiveBytes(connection), "1");
     EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Cookie"), "a=1; b=2; ");
-    expectScopeUsable(connection);
-}
-
-TEST_F(Cookies, OfTheCallerAndOfTheServerGoOutTogether) {
-    ScriptedServer& server = serveCookie();
-    const Object connection = open(server.url("/"));
-    receiveBytes(connection);
     connection.call("openConnection");
     connection.call("setRequestProperty", {"Cookie", "a=1"});
     EXPECT_EQ(receiveBytes(connection), "2");
     const std::string cookie = fieldValue(server.record().Heads.at(1), "Cookie").value_or("");
     EXPECT_NE(cookie.find("id=42"), std::string::npos) << cookie;
     EXPECT_NE(cookie.find("a=1"), std::string::npos) << cookie;
-    expectScopeUsable(connection);
 }
 
-TEST_F(Cookies, AreDroppedWithAllConnections) {
-    ScriptedServer& server =
-        serve(std::vector<Script>(2, {step::expectHead(), step::send(response("x", {"Set-Cookie: id=42"}))}));
-    const Object connection = open(server.url("/"));
-    receiveBytes(connection);
-    connection.call("closeConnection");
-    connection.call("closeAllConnections");
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(fieldValue(server.record(1).Heads.at(0), "Cookie"), std::nullopt);
-    expectScopeUsable(connection);
+TEST_F(Cookies, AreDroppedWithAllConnectionsAndCollectedAgain) {
+    const auto exchange = [](const char* cookie) {
+        return answers(response("x", {std::string("Set-Cookie: ") + cookie}));
+    };
+    for (const bool byAnother : {false, true}) {
+        ScriptedServer& server = serve({exchange("id=1"), exchange("id=2") + exchange("id=3")});
+        const Object other = makeAdapter();
+        const Object connection = open(server.url("/"));
+        EXPECT_EQ(receiveBytes(connection), "x");
+        connection.call("closeConnection");
+        (byAnother ? other : connection).call("closeAllConnections");
+        for (int round = 0; round < 2; ++round) {
+            connection.call("openConnection");
+            EXPECT_EQ(receiveBytes(connection), "x");
+            connection.call("closeConnection");
+        }
+        EXPECT_EQ(fieldValue(server.record(1).Heads.at(0), "Cookie"), std::nullopt) << "those before it are gone";
+        EXPECT_EQ(fieldValue(server.record(1).Heads.at(1), "Cookie"), "id=2");
+        expectScopeUsable(connection);
+    }
 }
 
 } // namespace

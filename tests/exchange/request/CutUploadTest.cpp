@@ -1,18 +1,12 @@
 // Request content whose sending is broken off, asked for again, or replaced while it is sent. A server either gets all
 // of what was set when the request was sent, or no good end.
-#include "tests/exchange/TransferFixture.h"
+#include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/ChallengedUpload.h"
-#include "tests/support/host/ScriptedObjects.h"
-#include "tests/support/server/WireText.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <ostream>
 #include <stdexcept>
-#include <string>
-#include <tuple>
-#include <vector>
 
 namespace {
 
@@ -20,45 +14,42 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-using Texts = std::vector<std::string>;
-
-enum class Source { Memory, Provider };
+enum class From { Memory, Provider };
 enum class After { Kept, Replaced, Cleared };
-constexpr const char* kSourceNames[] = {"Memory", "Provider"};
-constexpr const char* kAfterNames[] = {"Kept", "Replaced", "Cleared"};
+std::string nameOf(From from) {
+    return from == From::Memory ? "Memory" : "Provider";
+}
+std::string nameOf(After after) {
+    return after == After::Kept ? "Kept" : after == After::Replaced ? "Replaced" : "Cleared";
+}
 
-class Upload : public TransferFixture {
+class UploadContent : public ExchangeFixture {
 protected:
-    Upload() : Provider(makeScriptedProvider(host())) {}
+    UploadContent() : Provider(makeScriptedProvider(host())) {}
 
-    void openUpload(const Object& connection) {
-        connection.call("openConnection");
-        connection.set("RequestMethod", "PUT");
-        connection.call("removeField", {"Expect"});
-    }
-    void setContent(const Object& connection, Source from, const std::string& content) {
+    // The content as it is set on a connection, see openUpload.
+    Array contentFrom(From from, const std::string& content) {
         Provider->Content = content;
-        if (from == Source::Memory) {
-            connection.set("Payload", Array::bytes(std::string_view(content)));
-        } else {
-            connection.set("Provider", Provider);
-        }
+        return from == From::Memory ? Array::bytes(content) : Array(Provider);
     }
-    void change(const Object& connection, Source from, After after) {
-        const char* property = from == Source::Memory ? "Payload" : "Provider";
+    void change(const Object& connection, From from, After after) {
+        const char* property = from == From::Memory ? "Payload" : "Provider";
         if (after == After::Cleared) {
             connection.set(property, Array());
         }
         if (after == After::Replaced) {
-            connection.set(property, from == Source::Memory ? Array::bytes(std::string_view("something else"))
-                                                            : Array(makeScriptedProvider(host(), "something else")));
+            connection.set(property, from == From::Memory ? Array::bytes("something else")
+                                                          : Array(makeScriptedProvider(host(), "something else")));
         }
     }
-    // What the provider gives where a test has a hook in front of it.
-    Array nextPiece(std::uint64_t wanted) {
-        const std::string piece = Provider->Content.substr(Provider->Position, wanted);
-        Provider->Position += piece.size();
-        return Array::bytes(std::string_view(piece));
+    // The provider's second read waits for the server's head, and this one fails.
+    void readAfter(ScriptedServer* server, int failing = 0) {
+        Provider->OnRead = [this, server, failing](int call, std::uint64_t wanted) {
+            if (call == 2 && server != nullptr) {
+                server->waitFor("head");
+            }
+            return call == failing ? throw std::domain_error("torn") : nextPiece(Provider, wanted);
+        };
     }
     // Whatever content came to a good end is this one.
     void expectBodies(const ScriptedServer& server, const std::string& content, std::size_t count) {
@@ -68,107 +59,83 @@ protected:
             EXPECT_EQ(difference(body, content), "");
         }
     }
-    // No copy gives anything, and of the second request no content came to a good end.
-    void expectBrokenOff(const Object& connection, const ScriptedServer& server, const std::string& content) {
-        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kUploadBroken);
+    void expectBrokenOff(const Object& connection) {
+        expectCopyRefused(connection, kUploadBroken);
         EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing");
         expectCopyRefused(connection, kUploadBroken);
+    }
+    // The server has taken the whole content once, and of the second request no content came to a good end.
+    void expectBrokenOffAfterOne(const Object& connection, const ScriptedServer& server, const std::string& content) {
+        expectBrokenOff(connection);
         connection.call("closeConnection");
         connection.call("closeAllConnections");
         server.waitUntilAllEnded();
         expectBodies(server, content, 1);
     }
-    void expectWholeUpload(const Object& connection, ScriptedServer& server, std::size_t index) {
-        connection.call("closeConnection");
-        connection.set("Provider", Array());
-        connection.set("TimeoutInMilliseconds", Array::doubles({60000}));
-        openUpload(connection);
-        connection.set("Payload", Array::bytes(std::string_view("whole again")));
-        EXPECT_EQ(receiveBytes(connection), "taken");
-        EXPECT_EQ(server.record(index).Bodies, Texts{"whole again"});
-        expectScopeUsable(connection);
-    }
 
-    const Script Good{step::expectHead(), step::expectChunkedBody(), step::send(response("taken"))};
     ScriptedProvider Provider;
 };
 
-enum class Stop { HostInterrupt, ReporterSaysStop, Timeout, ProviderRaises };
+constexpr std::size_t kSome = 100'000;
+constexpr std::size_t kLarge = 30'000'000; // more than the sockets hold
+const Script kEarlyHead{step::send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"), step::signal("head")};
 
-struct StopRow {
+// What stops an upload: an interrupt once the head is out, a reporter, which is asked where the head of the answer
+// comes early, a limit of silence, or the provider.
+struct Stop {
     const char* Name;
-    Source From;
-    Stop How;
-    const char* Identifier; // of what the caller sees
+    From Source;
+    const char* Key = "VANTIK:webservices:ConnectionFailed"; // of what the caller sees
+    std::size_t Size = kLarge;
+    bool Interrupts = false;
+    bool HeadFirst = false;
+    int RaisesAt = 0; // this read of the provider
+    double DataTimeout = 60000;
 };
 
-void PrintTo(const StopRow& row, std::ostream* stream) { // for GoogleTest
-    *stream << row.Name;
-}
-
-constexpr const char* kFailed = "VANTIK:webservices:ConnectionFailed";
-constexpr const char* kTimedOut = "VANTIK:webservices:Timeout";
-
-const StopRow kStopRows[] = {
-    {"MemoryInterrupted", Source::Memory, Stop::HostInterrupt, kFailed},
-    {"MemoryStoppedByTheReporter", Source::Memory, Stop::ReporterSaysStop, kFailed},
-    {"MemoryTimedOut", Source::Memory, Stop::Timeout, kTimedOut},
-    {"ProviderInterrupted", Source::Provider, Stop::HostInterrupt, kFailed},
-    {"ProviderStoppedByTheReporter", Source::Provider, Stop::ReporterSaysStop, kFailed},
-    {"ProviderTimedOut", Source::Provider, Stop::Timeout, kTimedOut},
-    {"ProviderRaises", Source::Provider, Stop::ProviderRaises, "torn"},
+const Stop kStops[] = {
+    {.Name = "MemoryInterrupted", .Source = From::Memory, .Interrupts = true},
+    {.Name = "MemoryStoppedByTheReporter", .Source = From::Memory, .HeadFirst = true},
+    {.Name = "MemoryTimedOut", .Source = From::Memory, .Key = "VANTIK:webservices:Timeout", .DataTimeout = 200},
+    {.Name = "ProviderInterrupted", .Source = From::Provider, .Interrupts = true},
+    {.Name = "ProviderStoppedByTheReporter", .Source = From::Provider, .Size = kSome, .HeadFirst = true},
+    {.Name = "ProviderTimedOut", .Source = From::Provider, .Key = "VANTIK:webservices:Timeout", .DataTimeout = 200},
+    {.Name = "ProviderRaises", .Source = From::Provider, .Key = "torn", .Size = kSome, .RaisesAt = 3},
 };
 
-class CutUpload : public Upload, public ::testing::WithParamInterface<std::tuple<StopRow, After>> {};
+class CutUpload : public UploadContent, public ::testing::WithParamInterface<std::tuple<Stop, After>> {};
 
-// Content in memory, and content that nobody takes, are larger than what the sockets hold.
 TEST_P(CutUpload, GetsNoGoodEndAndNoResponse) {
-    const auto& [row, after] = GetParam();
-    Script cut{step::expectHead()};
-    if (row.How == Stop::ReporterSaysStop) {
-        cut.push_back(step::send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"));
-        cut.push_back(step::signal("head"));
-    }
-    if (row.How == Stop::HostInterrupt && row.From == Source::Memory) {
-        cut.push_back(step::run([this] { host().interrupt(); }));
-    }
-    for (const Step& step : {step::await("the copy again"), step::expectChunkedBody(), step::send(response("taken"))}) {
-        cut.push_back(step);
-    }
-    ScriptedServer& server = serve({cut, Good});
-    Provider->OnRead = [&, how = row.How](int call, std::uint64_t wanted) {
-        if (call == 2 && how == Stop::ReporterSaysStop) {
-            server.waitFor("head");
-        }
-        if (call == 3 && how == Stop::HostInterrupt) {
-            host().interrupt();
-        }
-        if (call == 3 && how == Stop::ProviderRaises) {
-            throw std::domain_error("torn");
-        }
-        return nextPiece(wanted);
-    };
-    const ScriptedReporter reporter = makeScriptedReporter(host());
-    reporter->OnUpdate = [](int, std::uint64_t) { return Array(false); };
+    const auto& [stop, after] = GetParam();
+    const Script interrupt{step::run([this] { host().interrupt(); })};
+    ScriptedServer& server =
+        serve({Script{step::expectHead()} + (stop.Interrupts ? interrupt : Script{}) +
+                   (stop.HeadFirst ? kEarlyHead : Script{}) +
+                   Script{step::await("the copy again"), step::expectChunkedBody(), step::send(response("taken"))},
+               takes(response("taken"))});
+    readAfter(stop.HeadFirst ? &server : nullptr, stop.RaisesAt);
+    const ScriptedReporter stopping = makeScriptedReporter(host());
+    stopping->OnUpdate = [](int, std::uint64_t) { return Array(false); };
     const Object connection = makeFor(server.url("/"));
-    connection.set("TimeoutInMilliseconds",
-                   row.How == Stop::Timeout ? Array::doubles({60000, 60000, 200}) : Array::doubles({60000}));
-    openUpload(connection);
-    setContent(connection, row.From,
-               patternedBytes(row.From == Source::Memory || row.How == Stop::Timeout ? 30'000'000 : 100'000));
-    connection.set("ProgressReporter", row.How == Stop::ReporterSaysStop ? Array(reporter) : Array());
-    const std::string outcome = outcomeOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(outcome.substr(0, outcome.find('(')), row.Identifier) << outcome;
+    connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, stop.DataTimeout}));
+    connection.set("ProgressReporter", stopping);
+    connection.call("openConnection");
+    prepareUpload(connection, contentFrom(stop.Source, patternedBytes(stop.Size)));
+    EXPECT_EQ(keyOf([&] { receiveBytes(connection); }), stop.Key);
     EXPECT_TRUE(connection.get("Sent").truth());
 
     connection.set("ProgressReporter", Array());
-    change(connection, row.From, after);
+    change(connection, stop.Source, after);
     server.raise("the copy again");
-    expectCopyRefused(connection, kUploadBroken);
-    EXPECT_EQ(outcomeOf([&] { connection.get("ResponseCode"); }), "nothing");
-    expectCopyRefused(connection, kUploadBroken);
+    expectBrokenOff(connection);
 
-    expectWholeUpload(connection, server, 1);
+    connection.call("closeConnection");
+    connection.set("Provider", Array());
+    connection.set("TimeoutInMilliseconds", Array::doubles({60000}));
+    connection.call("openConnection");
+    prepareUpload(connection, Array::bytes("whole again"));
+    EXPECT_EQ(receiveBytes(connection), "taken");
+    EXPECT_EQ(server.record(1).Bodies, Texts{"whole again"});
     const Record record = server.waitUntilDone(0);
     EXPECT_TRUE(record.PeerEnded);
     EXPECT_EQ(record.Heads.size(), 1U);
@@ -176,228 +143,232 @@ TEST_P(CutUpload, GetsNoGoodEndAndNoResponse) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, CutUpload,
-                         ::testing::Combine(::testing::ValuesIn(kStopRows),
+                         ::testing::Combine(::testing::ValuesIn(kStops),
                                             ::testing::Values(After::Kept, After::Replaced, After::Cleared)),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param).Name) + "_" +
-                                    kAfterNames[static_cast<int>(std::get<1>(info.param))];
-                         });
+                         kRowName);
 
-struct EndRow {
-    const char* Name;
-    void (*End)(Object& connection, const Object& other);
+TEST_F(UploadContent, ThatIsCutGetsNoGoodEndHoweverItsTransferEnds) {
+    struct End {
+        const char* Name;
+        void (*Run)(Object& connection, const Object& other);
+    };
+    for (const End& end : {
+             End{"destruction", [](Object& connection, const Object&) { connection = Object(); }},
+             {"reopen", [](Object& connection, const Object&) { connection.call("openConnection"); }},
+             {"close of all",
+              [](Object& connection, const Object& other) {
+                  connection.call("closeConnection");
+                  other.call("closeAllConnections");
+              }},
+             {"open of another",
+              [](Object& connection, const Object& other) {
+                  connection.call("closeConnection");
+                  other.call("openConnection");
+              }},
+         }) {
+        SCOPED_TRACE(end.Name);
+        ScriptedServer& server = serve(takes(response("taken")));
+        Provider = makeScriptedProvider(host());
+        readAfter(nullptr, 3);
+        const Object other = makeFor(serve(takes(response("taken"))).url("/"));
+        Object connection = makeFor(server.url("/"));
+        connection.call("openConnection");
+        prepareUpload(connection, contentFrom(From::Provider, patternedBytes(kSome)));
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "torn");
+        EXPECT_EQ(Provider->Wanted.size(), 3U);
+        end.Run(connection, other);
+        const Record record = server.waitUntilDone();
+        EXPECT_TRUE(record.PeerEnded);
+        EXPECT_EQ(record.Bodies, Texts{});
+    }
+}
+
+class SentUpload : public UploadContent, public ::testing::WithParamInterface<std::tuple<From, After>> {
+protected:
+    // All content has gone out when the interrupt comes, and then it is replaced, say.
+    Object stopAfterTheContent(ScriptedServer& server, bool logsIn) {
+        const auto [from, after] = GetParam();
+        Object connection = openUpload(server.url("/"), contentFrom(from, patternedBytes(kSome)));
+        if (logsIn) {
+            setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
+        }
+        EXPECT_EQ(keyOf([&] { receiveBytes(connection); }), "VANTIK:webservices:ConnectionFailed");
+        change(connection, from, after);
+        server.raise("the copy again");
+        return connection;
+    }
+    void expectTaken(const Object& connection) {
+        EXPECT_EQ(receiveBytes(connection), "taken");
+        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    }
+    const Script Stopped{step::run([this] { host().interruptAfter(std::chrono::milliseconds(100)); }),
+                         step::await("the copy again")};
 };
 
-void PrintTo(const EndRow& row, std::ostream* stream) {
-    *stream << row.Name;
+TEST_P(SentUpload, IsTheOneThatWasSetWhateverIsSetMeanwhile) {
+    ScriptedServer& server =
+        serve(Script{step::expectHead(), step::expectChunkedBody()} + Stopped + Script{step::send(response("taken"))});
+    const Object connection = stopAfterTheContent(server, false);
+    expectTaken(connection);
+    expectBodies(server, patternedBytes(kSome), 1);
 }
 
-class EndOfACutUpload : public Upload, public ::testing::WithParamInterface<EndRow> {};
+// Content in memory is sent again as it was; a provider's is not there any more, and its upload is broken off.
+TEST_P(SentUpload, IsTheOneThatWasSetWhereALoginIsAskedForToo) {
+    ScriptedServer& server = serve(challengedUpload(step::expectChunkedBody(), Stopped));
+    const Object connection = stopAfterTheContent(server, true);
+    if (std::get<0>(GetParam()) == From::Provider) {
+        expectBrokenOffAfterOne(connection, server, patternedBytes(kSome));
+    } else {
+        expectTaken(connection);
+        expectBodies(server, patternedBytes(kSome), 2);
+    }
+}
 
-TEST_P(EndOfACutUpload, IsNoGoodEnd) {
-    ScriptedServer& server = serve(Good);
-    Provider->OnRead = [&](int call, std::uint64_t wanted) {
-        if (call == 3) {
-            throw std::domain_error("torn");
-        }
-        return nextPiece(wanted);
-    };
-    const Object other = makeFor(serve(Good).url("/"));
-    Object connection = makeFor(server.url("/"));
-    openUpload(connection);
-    setContent(connection, Source::Provider, patternedBytes(100'000));
-    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "torn");
-    GetParam().End(connection, other);
-    const Record record = server.waitUntilDone();
-    EXPECT_TRUE(record.PeerEnded);
-    EXPECT_EQ(record.Bodies, Texts{});
-    for (const Object& object : {connection, other}) {
-        if (object) {
-            object.call("closeConnection");
+INSTANTIATE_TEST_SUITE_P(Rows, SentUpload,
+                         ::testing::Combine(::testing::Values(From::Memory, From::Provider),
+                                            ::testing::Values(After::Kept, After::Replaced, After::Cleared)),
+                         kRowName);
+
+// The head of the answer comes early, so that a reporter is called while the content is sent.
+TEST_F(UploadContent, ThatIsReplacedFromWithinIsSentWhole) {
+    for (const From from : {From::Memory, From::Provider}) {
+        for (const After after : {After::Replaced, After::Cleared}) {
+            SCOPED_TRACE(nameOf(from) + nameOf(after));
+            ScriptedServer& server =
+                serve(Script{step::expectHead()} + kEarlyHead + Script{step::expectChunkedBody(), step::send("taken")});
+            const std::string content = patternedBytes(from == From::Memory ? kLarge : kSome);
+            Provider = makeScriptedProvider(host());
+            readAfter(&server);
+            const Object connection = openUpload(server.url("/"), contentFrom(from, content));
+            const ScriptedReporter reporter = makeScriptedReporter(host());
+            reporter->OnUpdate = [&](int call, std::uint64_t) {
+                if (call == 1) {
+                    change(connection, from, after);
+                }
+                return Array(true);
+            };
+            connection.set("ProgressReporter", reporter);
+            EXPECT_EQ(receiveBytes(connection), "taken");
+            EXPECT_GT(reporter->Counts.size(), 1U) << "one report comes at the end";
+            EXPECT_LT(reporter->Counts.front(), content.size()) << "it was replaced after it had been sent";
+            EXPECT_EQ(difference(server.record().Bodies.at(0), content), "");
+            expectScopeUsable(connection);
         }
     }
-    expectScopeUsable();
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, EndOfACutUpload,
-                         ::testing::Values(EndRow{"Destruction",
-                                                  [](Object& connection, const Object&) { connection = Object(); }},
-                                           EndRow{"CloseOfAll",
-                                                  [](Object& connection, const Object&) {
-                                                      connection.call("closeConnection");
-                                                      connection.call("closeAllConnections");
-                                                  }},
-                                           EndRow{"OpenOfAnother",
-                                                  [](Object& connection, const Object& other) {
-                                                      connection.call("closeConnection");
-                                                      other.call("openConnection");
-                                                  }},
-                                           EndRow{"Reopen",
-                                                  [](Object& connection, const Object&) {
-                                                      connection.call("openConnection");
-                                                      connection.call("closeConnection");
-                                                  }}),
-                         [](const auto& info) { return std::string(info.param.Name); });
+// A send that failed before its head was out is due again, and the next question about the response sends it. libcurl
+// still has the first attempt then, with what belonged to it.
+class SendAgain : public UploadContent {
+protected:
+    // The server plays a SOCKS proxy as well: as long as that does not answer, no byte of the request goes out. It
+    // stops the first attempt itself, so that this one has come in before the second: a connection given up earlier
+    // never would.
+    Object openStopped(const Script& exchange, const Array& content) {
+        const Script letThrough{step::expectBody(9), step::send(std::string("\0\x5a\0\0\0\0\0\0", 8))};
+        Server = &serve({{step::run([this] { host().interrupt(); }), step::awaitPeerEnd()}, letThrough + exchange});
+        Object connection = makeFor("http://127.0.0.1/path");
+        connection.call("openProxyConnection", {Array::structure({{"Host", "socks4://127.0.0.1"},
+                                                                  {"Port", static_cast<double>(Server->port())}})});
+        if (!content.empty()) {
+            prepareUpload(connection, content);
+        }
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
+        EXPECT_FALSE(connection.get("Sent").truth());
+        return connection;
+    }
 
-// Nothing of the request has gone out by then, so that it can still be sent as it was meant.
-TEST_F(Upload, ThatFailsBeforeItsHeadIsOutIsSentWholeByTheNextCopy) {
+    ScriptedServer* Server = nullptr;
+};
+
+TEST_F(SendAgain, ContentArrivesWhole) {
+    for (const std::size_t size : {7U, 16384U, 100000U}) {
+        for (const From from : {From::Memory, From::Provider}) {
+            const std::string body = patternedBytes(size);
+            Provider->Starts = 0;
+            const Object connection = openStopped(takes(response("taken")), contentFrom(from, body));
+            EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+            EXPECT_EQ(receiveBytes(connection), "taken");
+            EXPECT_EQ(Provider->Starts, from == From::Provider ? 2 : 0);
+            EXPECT_EQ(difference(Server->record(1).Bodies.at(1), body), "");
+            expectScopeUsable(connection);
+        }
+    }
+}
+
+TEST_F(SendAgain, RequestWithoutContentIsSentOnce) {
+    const Object connection = openStopped(answers(response("welcome")), Array());
+    EXPECT_EQ(receiveBytes(connection), "welcome");
+    EXPECT_EQ(startLine(Server->record(1).Heads.at(0)), "GET /path HTTP/1.1");
+    EXPECT_EQ(Server->connectionCount(), 2U);
+}
+
+TEST_F(SendAgain, ContentWhoseProviderFailedFirstArrivesWhole) {
     for (const bool atStart : {true, false}) {
-        ScriptedServer& server = serve(Good);
-        const std::string content = patternedBytes(100'000);
-        Provider->Starts = 0;
-        Provider->Wanted.clear();
-        Provider->OnStart = [&](int call) {
-            if (atStart && call == 1) {
+        ScriptedServer& server = serve(takes(response("taken")));
+        const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(kSome));
+        const auto failFirst = [](bool here, int call) {
+            if (here && call == 1) {
                 throw std::domain_error("not yet");
             }
         };
-        Provider->OnRead = [&](int call, std::uint64_t wanted) {
-            if (!atStart && call == 1) {
-                throw std::domain_error("not yet");
-            }
-            return nextPiece(wanted);
+        provider->OnStart = [&](int call) { failFirst(atStart, call); };
+        provider->OnRead = [&](int call, std::uint64_t wanted) {
+            failFirst(!atStart, call);
+            return nextPiece(provider, wanted);
         };
-        const Object connection = makeFor(server.url("/"));
-        openUpload(connection);
-        setContent(connection, Source::Provider, content);
+        const Object connection = openUpload(server.url("/"), provider);
         EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "not yet");
         EXPECT_FALSE(connection.get("Sent").truth());
         EXPECT_EQ(receiveBytes(connection), "taken");
-        EXPECT_EQ(difference(server.record().Bodies.at(0), content), "");
-        EXPECT_EQ(Provider->Starts, 2);
+        EXPECT_EQ(difference(server.record().Bodies.at(0), provider->Content), "");
+        EXPECT_EQ(provider->Starts, 2);
         expectScopeUsable(connection);
     }
 }
 
-class SentUpload : public Upload, public ::testing::WithParamInterface<std::tuple<Source, After, bool>> {};
-
-// All content has gone out when the interrupt comes, so the next copy goes on to the answer. Where that asks for a
-// login, content in memory is sent again as it was; a provider's is not there any more, and its upload is broken off.
-TEST_P(SentUpload, IsTheOneThatWasSetWhateverIsSetMeanwhile) {
-    const auto [from, after, challenged] = GetParam();
-    const std::string content = patternedBytes(100'000);
-    const Script stopped{step::run([this] { host().interruptAfter(std::chrono::milliseconds(100)); }),
-                         step::await("the copy again")};
-    std::vector<Script> scripts = challengedUpload(step::expectChunkedBody(), stopped);
-    if (!challenged) {
-        scripts = {
-            {step::expectHead(), step::expectChunkedBody(), stopped[0], stopped[1], step::send(response("taken"))}};
-    }
-    ScriptedServer& server = serve(scripts);
-    const Object connection = makeFor(server.url("/"));
-    openUpload(connection);
-    setContent(connection, from, content);
-    if (challenged) {
+// The server asks for a login, so libcurl rewinds, which starts the provider again.
+class Rewind : public UploadContent {
+protected:
+    Object openChallenged(const ScriptedServer& server, const Array& content) {
+        Object connection = openUpload(server.url("/"), content);
         setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
+        return connection;
     }
-    const std::string outcome = outcomeOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(outcome.substr(0, outcome.find('(')), kFailed) << outcome;
-    change(connection, from, after);
-    server.raise("the copy again");
-    if (from == Source::Provider && challenged) {
-        expectBrokenOff(connection, server, content);
-    } else {
-        EXPECT_EQ(receiveBytes(connection), "taken");
-        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-        expectBodies(server, content, challenged ? 2 : 1);
-    }
-    expectScopeUsable(connection);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, SentUpload,
-                         ::testing::Combine(::testing::Values(Source::Memory, Source::Provider),
-                                            ::testing::Values(After::Kept, After::Replaced, After::Cleared),
-                                            ::testing::Bool()),
-                         [](const auto& info) {
-                             return std::string(kSourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    kAfterNames[static_cast<int>(std::get<1>(info.param))] +
-                                    (std::get<2>(info.param) ? "_Challenged" : "");
-                         });
-
-class ReplacedFromWithin : public Upload, public ::testing::WithParamInterface<std::tuple<Source, After>> {};
-
-// The head of the answer comes early, so that a reporter is called while the content is sent.
-TEST_P(ReplacedFromWithin, IsSentWhole) {
-    const auto [from, after] = GetParam();
-    ScriptedServer& server = serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"),
-                                    step::signal("head"), step::expectChunkedBody(), step::send("taken")});
-    const std::string content = patternedBytes(from == Source::Memory ? 30'000'000 : 100'000);
-    const Object connection = makeFor(server.url("/"));
-    Provider->OnRead = [&](int call, std::uint64_t wanted) {
-        if (call == 2) {
-            server.waitFor("head");
-        }
-        return nextPiece(wanted);
-    };
-    const ScriptedReporter reporter = makeScriptedReporter(host());
-    reporter->OnUpdate = [&, source = from, what = after](int call, std::uint64_t) {
-        if (call == 1) {
-            change(connection, source, what);
-        }
-        return Array(true);
-    };
-    openUpload(connection);
-    setContent(connection, from, content);
-    connection.set("ProgressReporter", reporter);
-    EXPECT_EQ(receiveBytes(connection), "taken");
-    EXPECT_GT(reporter->Counts.size(), 1U) << "one report comes at the end";
-    EXPECT_LT(reporter->Counts.front(), content.size()) << "it was replaced after it had been sent";
-    EXPECT_EQ(difference(server.record().Bodies.at(0), content), "");
-    expectScopeUsable(connection);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, ReplacedFromWithin,
-                         ::testing::Combine(::testing::Values(Source::Memory, Source::Provider),
-                                            ::testing::Values(After::Replaced, After::Cleared)),
-                         [](const auto& info) {
-                             return std::string(kSourceNames[static_cast<int>(std::get<0>(info.param))]) + "_" +
-                                    kAfterNames[static_cast<int>(std::get<1>(info.param))];
-                         });
-
-class Rewind : public Upload {};
+};
 
 // The last array is still on offer then, and is not to come before the content that begins anew.
 TEST_F(Rewind, InTheMiddleOfTheContentSendsItFromItsStart) {
     for (const std::uint64_t piece : {1000U, 16384U}) {
         ScriptedServer& server = serve({{step::expectHead(), step::expectBody(2 * piece), step::send(kChallenge),
                                          step::signal("challenged"), step::awaitPeerEnd()},
-                                        Good});
+                                        takes(response("taken"))});
         const std::string content = patternedBytes(10 * piece + 1);
-        Provider->Starts = 0;
-        Provider->Wanted.clear();
-        Provider->OnRead = [&](int call, std::uint64_t wanted) {
+        const ScriptedProvider provider = makeScriptedProvider(host(), content);
+        provider->OnRead = [&](int call, std::uint64_t wanted) {
             if (call == 5) {
                 server.waitFor("challenged");
             }
-            return nextPiece(wanted);
+            return nextPiece(provider, wanted);
         };
-        const Object connection = makeFor(server.url("/"));
-        openUpload(connection);
-        setContent(connection, Source::Provider, content);
+        const Object connection = openChallenged(server, provider);
         connection.set("ProviderBufferSize", piece);
-        setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
         EXPECT_EQ(receiveBytes(connection), "taken");
-        EXPECT_EQ(Provider->Starts, 2);
+        EXPECT_EQ(provider->Starts, 2);
         EXPECT_EQ(difference(server.record(1).Bodies.at(0), content), "");
         expectScopeUsable(connection);
     }
 }
 
 TEST_F(Rewind, BeforeTheContentSendsItWhole) {
-    const Script answered{step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(),
-                          step::send(response("taken"))};
-    Script challenged{step::expectHead(), step::send(kChallenge)};
-    challenged.insert(challenged.end(), answered.begin(), answered.end());
-    ScriptedServer& server = serve({challenged, answered});
-    const std::string content = patternedBytes(100'000);
-    const Object connection = makeFor(server.url("/"));
-    connection.call("openConnection");
+    ScriptedServer& server = serve({answers(kChallenge) + takes(response("taken")), takes(response("taken"))});
+    const Object connection = open(server.url("/"));
     connection.set("RequestMethod", "PUT");
-    setContent(connection, Source::Provider, content);
+    connection.set("Provider", contentFrom(From::Provider, patternedBytes(kSome)));
     setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
     EXPECT_EQ(receiveBytes(connection), "taken");
-    expectBodies(server, content, 1);
-    expectScopeUsable(connection);
+    expectBodies(server, patternedBytes(kSome), 1);
 }
 
 // The provider has said its end, and nobody asks it any more.
@@ -405,11 +376,32 @@ TEST_F(Rewind, AfterTheContentFailsAndSendsNoGoodEnd) {
     for (const std::size_t size : {7U, 100'000U}) {
         ScriptedServer& server = serve(challengedUpload(step::expectChunkedBody()));
         const std::string content = patternedBytes(size);
-        const Object connection = makeFor(server.url("/"));
-        openUpload(connection);
-        setContent(connection, Source::Provider, content);
-        setLogin(connection, "Aladdin", "open sesame", {"Basic", "Digest"});
-        expectBrokenOff(connection, server, content);
+        const Object connection = openChallenged(server, contentFrom(From::Provider, content));
+        expectBrokenOffAfterOne(connection, server, content);
+        expectScopeUsable(connection);
+    }
+}
+
+// What the provider raises there must not unwind through libcurl, which would ruin the handles of the scope for good.
+TEST_F(Rewind, ThatFailsReachesTheCallerAndTheObjectIsStillGood) {
+    for (const bool interrupted : {false, true}) {
+        ScriptedServer& server = serve(challengedUpload(step::expectChunkedBody()));
+        const ScriptedProvider provider = makeScriptedProvider(host(), patternedBytes(kSome));
+        provider->OnStart = [&](int call) {
+            if (call == 2 && interrupted) {
+                host().interrupt();
+            } else if (call == 2) {
+                throw std::domain_error("cannot start again");
+            }
+        };
+        const Object connection = openChallenged(server, provider);
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), interrupted ? kStopped : "cannot start again");
+        EXPECT_EQ(provider->Starts, 2);
+        ScriptedServer& next = serve(answers(response("good again")));
+        connection.set("Provider", Array());
+        connection.set("URL", next.url("/again"));
+        connection.call("openConnection");
+        EXPECT_EQ(receiveBytes(connection), "good again");
         expectScopeUsable(connection);
     }
 }

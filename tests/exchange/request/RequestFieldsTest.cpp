@@ -1,7 +1,6 @@
-// Methods and fields as they go out, and requests that are refused before anything does.
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/process/StandardOutputCapture.h"
-#include "tests/support/server/WireText.h"
+// Method and fields as they go out, as they read back, and fields that are refused before anything goes out.
+#include "tests/exchange/ExchangeFixture.h"
+#include "tests/support/server/UnreachablePorts.h"
 
 #include <gtest/gtest.h>
 
@@ -11,121 +10,155 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-using Texts = std::vector<std::string>;
-
-class RequestFields : public HostFixture {};
-
-struct MethodRow {
-    const char* Set;
-    const char* Line; // of the request
-    const char* Told; // by the object, before and behind the send
+class RequestFields : public ExchangeFixture {
+protected:
+    ScriptedServer& serveOk() { return serve(answers(response("ok"))); }
 };
 
+TEST_F(RequestFields, OfOneNameKeepTheirOrder) {
+    ScriptedServer& server = serveOk();
+    const Object connection = open(server.url("/p/q?r=s#t"));
+    connection.set("RequestMethod", "OPTIONS");
+    connection.call("setRequestProperty", {"X-One", "1"});
+    connection.call("setFields", {Array::structures({"Name", "Value"}, {{"x-one", "2"}, {"X-Two", "a, b"}})});
+    connection.call("setRequestProperty", {"X-ONE", "3"});
+    EXPECT_EQ(fieldTexts(connection.call("getRequestFields")), Texts{}) << "nothing has been sent yet";
+    receiveBytes(connection);
+    EXPECT_EQ(server.record().Received, "OPTIONS /p/q?r=s HTTP/1.1\r\nHost: " + server.authority() +
+                                            "\r\nX-One: 1\r\nx-one: 2\r\nX-Two: a, b\r\nX-ONE: 3\r\n\r\n");
+    EXPECT_EQ(fieldTexts(connection.call("getRequestFields")),
+              (Texts{"Host: " + server.authority(), "X-One: 1", "x-one: 2", "X-Two: a, b", "X-ONE: 3"}));
+    EXPECT_EQ(resultTexts(connection, "getRequestLine", 3), (Texts{"OPTIONS", "/p/q?r=s", "HTTP/1.1"}));
+    EXPECT_EQ(resultTexts(connection, "getRequestLine", 1), (Texts{"OPTIONS"}));
+    EXPECT_EQ(connection.call("getRequestURI").text(), server.url("/p/q?r=s#t"));
+}
+
+TEST_F(RequestFields, LineBeforeASendSaysWhatWouldBeSent) {
+    const Object connection = open("http://127.0.0.1:9/p?q");
+    connection.set("RequestMethod", "PUT");
+    EXPECT_EQ(resultTexts(connection, "getRequestLine", 3), (Texts{"PUT", "/p?q", "HTTP/1.1"}));
+    EXPECT_EQ(connection.call("getRequestFields").fieldNames(), (Texts{"Name", "Value"}));
+    EXPECT_EQ(connection.call("getRequestFields").dimensions(), (std::vector<std::size_t>{1, 0}));
+}
+
 TEST_F(RequestFields, MethodGoesOutAsLibcurlMakesIt) {
-    for (const MethodRow& row :
-         {MethodRow{"", "GET / HTTP/1.1", "GET"}, MethodRow{"get", "GET / HTTP/1.1", "get"},
-          MethodRow{"head", "HEAD / HTTP/1.1", "head"}, MethodRow{"put", "put / HTTP/1.1", "put"},
-          MethodRow{"PURGE", "PURGE / HTTP/1.1", "PURGE"}}) {
-        ScriptedServer& server =
-            serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")});
+    struct Row {
+        const char* Set;
+        const char* Line; // of the request
+        const char* Read; // from the object, before and after the send
+    };
+    for (const Row& row : {Row{"", "GET / HTTP/1.1", "GET"},
+                           {"get", "GET / HTTP/1.1", "get"},
+                           {"head", "HEAD / HTTP/1.1", "head"},
+                           {"put", "put / HTTP/1.1", "put"},
+                           {"PURGE", "PURGE / HTTP/1.1", "PURGE"}}) {
+        ScriptedServer& server = serve(answers(response("")));
         const Object connection = open(server.url("/"));
         connection.set("RequestMethod", row.Set);
-        EXPECT_EQ(resultTexts(connection, "getRequestLine", 1), Texts{row.Told});
+        EXPECT_EQ(resultTexts(connection, "getRequestLine", 1), Texts{row.Read});
         EXPECT_EQ(receiveBytes(connection), "");
         EXPECT_EQ(startLine(server.record().Heads.at(0)), row.Line);
         EXPECT_EQ(connection.get("RequestMethod").text(), row.Set);
-        EXPECT_EQ(resultTexts(connection, "getRequestLine", 1), Texts{row.Told});
-        EXPECT_EQ(connection.call("getRequestMethod").text(), row.Told);
+        EXPECT_EQ(resultTexts(connection, "getRequestLine", 1), Texts{row.Read});
+        EXPECT_EQ(connection.call("getRequestMethod").text(), row.Read);
         expectScopeUsable(connection);
     }
 }
 
-TEST_F(RequestFields, CookieIsStoredAsItStands) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(""))});
-    const Object connection = open(server.url("/"));
-    connection.call("setRequestProperty", {"Cookie", "algorithm=\"MD5\""});
-    receiveBytes(connection);
-    EXPECT_EQ(fieldTexts(connection.call("getRequestFields")),
-              (Texts{"Host: " + server.authority(), "Cookie: algorithm=\"MD5\";"})); // its last blank is trimmed
-    EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Cookie"), "algorithm=\"MD5\"; ");
-    expectScopeUsable(connection);
+TEST_F(RequestFields, HeadRequestHasNoContentAndAReopenGetsAgain) {
+    ScriptedServer& server =
+        serve(answers("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n") + answers(response("next")));
+    const Object connection = open(server.url("/h"));
+    connection.set("RequestMethod", "HEAD");
+    EXPECT_EQ(receiveBytes(connection), "");
+    EXPECT_EQ(connection.call("getResponseField", {"content-length"}).text(), "1000");
+    EXPECT_EQ(startLine(server.record().Heads.at(0)), "HEAD /h HTTP/1.1");
+    connection.call("openConnection");
+    EXPECT_EQ(receiveBytes(connection), "next");
+    EXPECT_EQ(startLine(server.record().Heads.at(1)), "GET /h HTTP/1.1");
 }
 
 // libcurl traces a head once it has written it, so the bytes on the wire are still those of the caller.
-TEST_F(RequestFields, AuthorizationGoesOutAsItWasSet) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(""))});
-    const Object connection = open(server.url("/"));
-    connection.call("setRequestProperty", {"Authorization", "Digest algorithm=\"MD5\""});
-    receiveBytes(connection);
-    EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Authorization"), "Digest algorithm=\"MD5\"");
-    expectScopeUsable(connection);
+TEST_F(RequestFields, AreStoredWithoutTheQuotesOfMd5) {
+    struct Row {
+        const char* Name;
+        const char* Value;
+        const char* OnTheWire;
+        const char* Stored;
+    };
+    for (const Row& row : {Row{"AUTHORIZATION", "Digest algorithm=\"MD5\", x=\"MD5\"",
+                               "Digest algorithm=\"MD5\", x=\"MD5\"", "Digest algorithm=MD5  , x=\"MD5\""},
+                           // A cookie keeps them, and loses its last blank.
+                           {"Cookie", "algorithm=\"MD5\"", "algorithm=\"MD5\"; ", "algorithm=\"MD5\";"},
+                           {"X-Other", "\"MD5\"", "\"MD5\"", "\"MD5\""}}) {
+        ScriptedServer& server = serveOk();
+        const Object connection = open(server.url("/"));
+        connection.call("setRequestProperty", {row.Name, row.Value});
+        receiveBytes(connection);
+        EXPECT_EQ(fieldValue(server.record().Heads.at(0), row.Name), row.OnTheWire);
+        EXPECT_EQ(fieldTexts(connection.call("getRequestFields")),
+                  (Texts{"Host: " + server.authority(), std::string(row.Name) + ": " + row.Stored}));
+        expectScopeUsable(connection);
+    }
 }
 
-TEST_F(RequestFields, BadLengthIsForgottenByAReopen) {
-    for (const std::string value : {"12abc", "none", "9223372036854775808", " "}) {
-        ScriptedServer& server = serve({step::expectHead(), step::send(response("sent"))});
+TEST_F(RequestFields, RemovedOnesStayAtHome) {
+    ScriptedServer& server = serveOk();
+    const Object connection = open(server.url("/"));
+    connection.call("setRequestProperty", {"X-Gone", "1"});
+    connection.call("setRequestProperty", {"X-GONE", "2"});
+    connection.call("setRequestProperty", {"X-Kept", "3"});
+    connection.call("removeField", {"x-gone"});
+    connection.call("removeField", {"Host"});
+    receiveBytes(connection);
+    EXPECT_EQ(server.record().Received, "GET / HTTP/1.1\r\nX-Kept: 3\r\n\r\n");
+}
+
+TEST_F(RequestFields, WithoutANameAreRefusedOnlyWhereSomebodyLooks) {
+    ScriptedServer& server = serveOk();
+    const Object connection = open(server.url("/"));
+    connection.call("setRequestProperty", {"X-First", "1"});
+    connection.call("setRequestProperty", {"", "nameless"});
+    connection.call("setRequestProperty", {"X-Last", "2"});
+    const Array fields = Array::structures({"Name", "Value"}, {{"X-Set", "3"}, {"", "lost"}, {"X-Never", "4"}});
+    EXPECT_EQ(outcomeOf([&] { connection.call("setFields", {fields}); }), "VANTIK:webservices:EmptyName(lost)");
+    EXPECT_EQ(receiveBytes(connection), "ok");
+    const std::string head = server.record().Heads.at(0);
+    for (const auto& [name, value] : {std::pair{"X-First", "1"}, {"X-Last", "2"}, {"X-Set", "3"}}) {
+        EXPECT_EQ(fieldValue(head, name), value) << head;
+    }
+    EXPECT_EQ(fieldValue(head, "X-Never"), std::nullopt) << "those after the refused one are not set";
+}
+
+TEST_F(RequestFields, BadLengthSendsNothingAndIsForgottenByAReopen) {
+    for (const std::string value : {"12abc", "many", "9223372036854775808", "99999999999999999999", "1 ", " "}) {
+        ScriptedServer& server = serveOk();
         const Object connection = open(server.url("/"));
+        connection.set("RequestMethod", "PUT");
+        connection.set("Payload", Array::bytes("content"));
         connection.call("setRequestProperty", {"X-A", "1"});
         connection.call("setRequestProperty", {"Content-Length", value});
         for (int attempt = 0; attempt < 2; ++attempt) {
-            EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
+            EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }),
                       "VANTIK:webservices:InternalError(Bad Content-Length value " + value + ")");
             EXPECT_FALSE(connection.get("Sent").truth());
         }
         EXPECT_EQ(server.connectionCount(), 0U);
+        connection.set("Payload", Array());
         connection.call("openConnection");
-        EXPECT_EQ(receiveBytes(connection), "sent");
+        EXPECT_EQ(receiveBytes(connection), "ok");
         EXPECT_EQ(server.record().Received, "GET / HTTP/1.1\r\nHost: " + server.authority() + "\r\n\r\n");
         expectScopeUsable(connection);
     }
 }
 
-TEST_F(RequestFields, TextThatWasRefusedCanBeReplaced) {
-    ScriptedServer& server =
-        serve({step::expectHead(), step::continueIfExpected(), step::expectBody(4), step::send(response("taken"))});
-    const Object connection = open(server.url("/"), false);
-    connection.set("RequestMethod", "POST");
-    connection.call("setRequestProperty", {"Content-Type", "text/plain; charset=us-ascii"});
-    connection.set("PostData", "\u20ac");
-    EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(), "VANTIK:webservices:EncodingFailure");
-    EXPECT_FALSE(connection.get("Sent").truth());
-    EXPECT_EQ(connection.get("Payload").size(), 0U);
-    connection.set("PostData", "text");
-    EXPECT_EQ(receiveBytes(connection), "taken");
-    EXPECT_EQ(server.record().Bodies, Texts{"text"});
-    expectScopeUsable(connection);
-}
-
-// Content at a level that shows it: from 1000 characters on only its length, which is that behind the marking of line
-// ends.
-TEST_F(RequestFields, TraceCountsLongAndMarkedContent) {
-    struct Row {
-        std::int32_t Level;
-        std::string Body;
-        std::string Shown;
-    };
-    for (const Row& row :
-         {Row{2, std::string(999, 'x'), std::string(999, 'x')}, Row{2, std::string(1000, 'x'), "1000 bytes"},
-          Row{1, "a\r\nb", "9 bytes"}, Row{2, "a\r\nb", "a<CRLF>\nb"}, Row{2, "a\x01", "2 bytes"}}) {
-        ScriptedServer& server = serve({step::expectHead(), step::send(response(row.Body))});
-        std::string text;
-        {
-            const StandardOutputCapture output;
-            const Object connection = makeAdapter();
-            connection.set("Debug", row.Level);
-            connection.set("URL", server.url("/"));
-            connection.call("openConnection");
-            EXPECT_EQ(receiveBytes(connection), row.Body);
-            text = output.text();
-            connection.set("Debug", std::int32_t{0});
-            connection.call("closeConnection");
-        }
-        const std::string label = "IN DATA (";
-        const std::size_t found = text.find(label);
-        ASSERT_NE(found, std::string::npos) << text;
-        EXPECT_EQ(text.substr(found + label.size() + 7, row.Shown.size() + 4), "): " + row.Shown + "\n");
-        expectScopeUsable();
-    }
+TEST_F(RequestFields, OfARequestThatNeverLeftAreThoseThatWereSet) {
+    const RefusingPort refusing;
+    const Object connection = open(refusing.url("/"));
+    connection.call("setRequestProperty", {"X-Set", "1"});
+    connection.call("setRequestProperty", {"X-Removed", ""});
+    failureOf([&] { receiveBytes(connection); });
+    EXPECT_EQ(fieldTexts(connection.call("getRequestFields")), Texts{"X-Set: 1"});
 }
 
 } // namespace

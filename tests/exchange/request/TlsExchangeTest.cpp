@@ -1,22 +1,13 @@
 // Exchanges under TLS: which certificates are accepted under which settings, and tunnels through a proxy.
+#include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/TlsServer.h"
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/process/TemporaryFolder.h"
-#include "tests/support/server/WireText.h"
 
 #include <gtest/gtest.h>
-
-#include <ostream>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
 using vantik::Object;
-
-using Texts = std::vector<std::string>;
 
 const std::string kOwnName = "IP:127.0.0.1";
 const std::string kOtherName = "DNS:other.test";
@@ -31,19 +22,13 @@ struct Row {
     const char* Failure; // empty: the exchange succeeds
 };
 
-void PrintTo(const Row& row, std::ostream* stream) { // for GoogleTest
-    *stream << row.Name;
-}
-
-class Tls : public HostFixture {
+class Tls : public ExchangeFixture {
 protected:
     std::string fileWith(const std::string& certificate) {
         const std::string path = Folder.file("ca.pem");
         writeFile(path, certificate);
         return path;
     }
-
-    TemporaryFolder Folder;
 };
 
 class TlsVerification : public Tls, public ::testing::WithParamInterface<Row> {};
@@ -53,8 +38,7 @@ TEST_P(TlsVerification, FollowsTheSettings) {
     const std::string names = row.OwnNameInCertificate ? kOwnName : kOtherName;
     const TlsServer server(names, response("secret"));
     const TlsServer another(names, "");
-    const Object connection = makeAdapter();
-    connection.set("URL", "https://" + server.authority() + "/p");
+    const Object connection = makeFor("https://" + server.authority() + "/p");
     if (row.CertificateFile == File::Default) {
         connection.set("CertificateFilename", "default");
     } else if (row.CertificateFile != File::None) {
@@ -68,11 +52,9 @@ TEST_P(TlsVerification, FollowsTheSettings) {
         ASSERT_EQ(server.heads().size(), 1U);
         EXPECT_EQ(startLine(server.heads()[0]), "GET /p HTTP/1.1");
     } else {
-        EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(),
-                  std::string("VANTIK:webservices:") + row.Failure);
+        EXPECT_EQ(keyOf([&] { receiveBytes(connection); }), std::string("VANTIK:webservices:") + row.Failure);
         EXPECT_TRUE(server.heads().empty()) << "nothing was sent to a server that was not accepted";
     }
-    expectScopeUsable(connection);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -87,33 +69,27 @@ INSTANTIATE_TEST_SUITE_P(
                       Row{"FileOfTheServerUnderAnotherName", File::OfTheServer, true, false, "SSLConnectionFailure"},
                       Row{"FileOfTheServerWithoutTheName", File::OfTheServer, false, false, ""},
                       Row{"FileOfAnother", File::OfAnother, true, true, "SSLConnectionFailure"}),
-    [](const auto& info) { return info.param.Name; });
+    kRowName);
 
 // The settings of one open do not outlive the next: a reset comes between them.
 TEST_F(Tls, VerificationIsSetAnewByEachOpen) {
     const TlsServer server(kOwnName, response("secret"));
-    const Object connection = makeAdapter();
-    connection.set("URL", "https://" + server.authority() + "/");
-    connection.call("openConnection");
+    const Object connection = open("https://" + server.authority() + "/");
     EXPECT_EQ(receiveBytes(connection), "secret");
     connection.set("CertificateFilename", "default");
     connection.call("openConnection");
-    EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(),
-              "VANTIK:webservices:SSLConnectionSystemFailure");
+    EXPECT_EQ(keyOf([&] { receiveBytes(connection); }), "VANTIK:webservices:SSLConnectionSystemFailure");
     connection.set("CertificateFilename", fileWith(server.certificate()));
     connection.call("openConnection");
     EXPECT_EQ(receiveBytes(connection), "secret");
-    expectScopeUsable(connection);
 }
 
 class TlsTunnel : public Tls {
 protected:
     Object openThrough(const TlsServer& proxy) {
-        Object connection = makeAdapter();
-        connection.set("URL", "https://origin.test/p");
+        Object connection = makeFor("https://origin.test/p");
         connection.set("CertificateFilename", fileWith(proxy.certificate()));
-        connection.call("openProxyConnection",
-                        {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(proxy.port())}})});
+        openThroughProxy(connection, proxy.port());
         return connection;
     }
 };
@@ -130,7 +106,6 @@ TEST_F(TlsTunnel, HeadOfTheServerTakesThePlaceOfTheProxys) {
     EXPECT_EQ(resultTexts(connection, "getRequestLine", 3)[1], "/p") << "the last request, not the proxy's";
     EXPECT_EQ(startLine(proxy.tunnelHeads().at(0)), "CONNECT origin.test:443 HTTP/1.1");
     EXPECT_EQ(startLine(proxy.heads().at(0)), "GET /p HTTP/1.1");
-    expectScopeUsable(connection);
 }
 
 // Any other success of the proxy is a final head, which the server's replaces as that of a further response.
@@ -141,7 +116,6 @@ TEST_F(TlsTunnel, OtherSuccessOfTheProxyIsReplacedToo) {
     EXPECT_EQ(receiveBytes(connection), "through");
     EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
     EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    expectScopeUsable(connection);
 }
 
 } // namespace

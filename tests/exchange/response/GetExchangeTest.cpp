@@ -1,11 +1,7 @@
-// The road of one request: a GET read into a byte array, step by step.
-#include "tests/support/host/HostFixture.h"
-#include "tests/support/server/WireText.h"
+// One request, step by step: a GET that is read into a byte array, and what the caller learns of the answer.
+#include "tests/exchange/ExchangeFixture.h"
 
 #include <gtest/gtest.h>
-
-#include <memory>
-#include <system_error>
 
 namespace {
 
@@ -13,12 +9,11 @@ using namespace testsupport;
 using vantik::Array;
 using vantik::Object;
 
-class GetExchange : public HostFixture {};
+class GetExchange : public ExchangeFixture {};
 
 TEST_F(GetExchange, GoesFromUrlToBytes) {
     for (const Pace pace : {Pace::Whole, Pace::SingleBytes}) {
-        ScriptedServer& server = serve(
-            {step::expectHead(), step::send(response("hello", {"Content-Type: text/plain; charset=utf-8"}))}, pace);
+        ScriptedServer& server = serve(answers(response("hello", {"Content-Type: text/plain; charset=utf-8"})), pace);
         const Object connection = makeAdapter();
         EXPECT_FALSE(connection.get("Sent").truth());
         connection.set("URL", server.url("/a/b?c=d#fragment"));
@@ -32,8 +27,9 @@ TEST_F(GetExchange, GoesFromUrlToBytes) {
         EXPECT_EQ(content.byteText(), "hello");
         EXPECT_TRUE(connection.get("Sent").truth());
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        EXPECT_EQ(connection.get("ResponseCode").className(), "double");
+        EXPECT_EQ(connection.call("getStatusLine", std::span<const Array>(), 3).at(1).className(), "int32");
         EXPECT_EQ(connection.get("ContentType").text(), "text/plain; charset=utf-8");
-        connection.call("closeConnection");
 
         // Nothing beyond what was asked for: no Accept, no User-Agent, no Accept-Encoding, no fragment.
         EXPECT_EQ(server.record().Received,
@@ -42,107 +38,124 @@ TEST_F(GetExchange, GoesFromUrlToBytes) {
     }
 }
 
-TEST_F(GetExchange, ReusesTheConnectionOfAnEarlierObject) {
-    ScriptedServer& server =
-        serve({step::expectHead(), step::send(response("one")), step::expectHead(), step::send(response("two"))});
-    {
-        const Object first = open(server.url("/1"));
-        EXPECT_EQ(receiveBytes(first), "one");
-        first.call("closeConnection");
-    }
-    const Object second = open(server.url("/2"));
-    EXPECT_EQ(receiveBytes(second), "two");
-    EXPECT_EQ(server.connectionCount(), 1U);
-    EXPECT_EQ(startLine(server.record().Heads.at(1)), "GET /2 HTTP/1.1");
-    expectScopeUsable(second);
-}
-
 TEST_F(GetExchange, WorksInTheOlderModeToo) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("old"))});
-    const Object connection = open(server.url("/"), false);
-    EXPECT_EQ(receiveBytes(connection), "old");
+    ScriptedServer& server = serve(answers(response("old")));
+    EXPECT_EQ(receiveBytes(open(server.url("/"), false)), "old");
     EXPECT_EQ(server.record().Received, "GET / HTTP/1.1\r\nHost: " + server.authority() + "\r\n\r\n");
-    expectScopeUsable(connection);
 }
 
 TEST_F(GetExchange, TalksIPv6) {
-    ScriptedServer server({step::expectHead(), step::send(response("six")), step::close()}, Pace::Whole, Family::IPv6);
+    ScriptedServer server(answers(response("six")) + Script{step::close()}, Pace::Whole, Family::IPv6);
     const Object connection = open(server.url("/"));
     EXPECT_EQ(receiveBytes(connection), "six");
     EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Host"), server.authority());
-    expectScopeUsable(connection);
+    expectScopeUsable(connection); // before the server goes
 }
 
-TEST_F(GetExchange, ReadingAPropertyOfTheResponseSendsTheRequest) {
+TEST_F(GetExchange, SendsWhenAPropertyOfTheResponseIsRead) {
     ScriptedServer& server =
-        serve({step::expectHead(), step::send(response("body", {"Content-Type: a/b", "Content-Encoding: identity"}))});
+        serve(answers(response("body", {"Content-Type: a/b", "Content-Encoding: identity"}, "202 Soon")));
     const Object connection = open(server.url("/"));
-    EXPECT_EQ(server.connectionCount(), 0U);
+    EXPECT_EQ(resultTexts(connection, "getStatusLine", 1), (Texts{"HTTP/1.1"}));
+    EXPECT_EQ(server.connectionCount(), 0U) << "the version is known before";
     EXPECT_EQ(connection.get("ContentType").text(), "a/b");
     EXPECT_EQ(connection.get("ContentEncoding").text(), "identity");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    EXPECT_EQ(connection.get("ResponseCode").number(), 202.0);
+    EXPECT_EQ(resultTexts(connection, "getStatusLine", 2), (Texts{"HTTP/1.1", "202"}));
+    EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), (Texts{"HTTP/1.1", "202", "Soon"}));
     EXPECT_EQ(receiveBytes(connection), "body");
     EXPECT_EQ(server.record().Heads.size(), 1U);
-    expectScopeUsable(connection);
 }
 
-TEST_F(GetExchange, SendsNothingOnAClosedConnection) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("never"))});
-    const Object connection = makeAdapter();
-    connection.set("URL", server.url("/"));
-    EXPECT_EQ(connection.get("ContentType").text(), "");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 0.0);
-    const Array content = connection.call("copyContentToByteArray", {true});
-    EXPECT_EQ(content.dimensions(), (std::vector<std::size_t>{0, 1}));
-    EXPECT_EQ(server.connectionCount(), 0U);
-    expectScopeUsable(connection);
-}
-
-TEST_F(GetExchange, OpenOnAnEmptyUrlStaysClosed) {
-    const Object connection = makeAdapter();
-    connection.call("openConnection");
-    EXPECT_EQ(connection.call("copyContentToByteArray", {true}).size(), 0U);
-    expectScopeUsable(connection);
-}
-
-TEST_F(GetExchange, BytesOfResponsePayloadComeInFrontOfTheResponse) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response("behind"))});
+TEST_F(GetExchange, FindsAFieldWhateverItsCase) {
+    ScriptedServer& server = serve(answers(response("", {"X-Twice: first", "x-twice: second", "X-Empty:"})));
     const Object connection = open(server.url("/"));
-    connection.set("ResponsePayload", Array::bytes(std::string_view("before ")));
-    EXPECT_EQ(receiveBytes(connection), "before behind");
-    EXPECT_EQ(connection.get("ResponsePayload").size(), 0U);
-    expectScopeUsable(connection);
+    receiveBytes(connection);
+    EXPECT_EQ(connection.call("getResponseField", {"X-TWICE"}).text(), "first");
+    for (const char* name : {"X-Absent", "X-Empty"}) {
+        const Array value = connection.call("getResponseField", {name});
+        EXPECT_TRUE(value.empty()) << name;
+        EXPECT_EQ(value.className(), Array().className()) << name;
+    }
+    EXPECT_EQ(connection.call("getResponseFields").dimensions(), (std::vector<std::size_t>{1, 4}));
 }
 
-TEST_F(GetExchange, CopyWithoutBufferNeedsAConsumerWhereThereIsContent) {
-    ScriptedServer& server =
-        serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nfour")});
+TEST_F(GetExchange, TakesTheFirstContentEncoding) {
+    ScriptedServer& server = serve(answers(response("raw", {"content-ENCODING: first", "Content-Encoding: second"})));
     const Object connection = open(server.url("/"));
-    EXPECT_EQ(describe(failureOf([&] { connection.call("copyContentToByteArray", {false}); })),
-              "VANTIK:webservices:InternalError(Message contains data but neither consumer nor savePayload was set)");
-    expectScopeUsable(connection);
+    connection.set("Decode", false);
+    EXPECT_EQ(connection.get("ContentEncoding").text(), "first");
+    EXPECT_EQ(receiveBytes(connection), "raw");
 }
 
-TEST_F(GetExchange, CopyWithoutBufferAndConsumerIsGoodForAnEmptyResponse) {
-    ScriptedServer& server = serve({step::expectHead(), step::send(response(""))});
+TEST_F(GetExchange, ReadsFieldsAsTheHostsNarrowText) {
+    ScriptedServer& server = serve(answers(response(
+        "", {"Content-Type: a/b; name=caf\u00e9", "Content-Encoding: \u4e2d", "X-Name: gr\u00fc\u00df dich"})));
+    const Object connection = open(server.url("/"));
+    connection.set("Decode", false);
+    EXPECT_EQ(connection.get("ContentType").text(), "a/b; name=caf\u00e9");
+    EXPECT_EQ(connection.get("ContentEncoding").text(), "\u4e2d");
+    EXPECT_EQ(connection.call("getResponseField", {"x-name"}).text(), "gr\u00fc\u00df dich");
+}
+
+TEST_F(GetExchange, ReadsBytesOfNoEncodingAsTextsToo) {
+    ScriptedServer& server = serve(answers(response("", {"Content-Type: \xE9", "X-Odd: a\xFF\xFEz", "\xE9: named"})));
+    const Object connection = open(server.url("/"));
+    EXPECT_EQ(connection.get("ContentType").wideText(), u"\uFFFD");
+    const std::u16string odd = connection.call("getResponseField", {"X-Odd"}).wideText();
+    EXPECT_EQ(odd.front(), u'a');
+    EXPECT_EQ(odd.back(), u'z');
+    EXPECT_EQ(connection.call("getResponseFields").size(), 4U);
+}
+
+TEST_F(GetExchange, WithoutABufferAndAConsumerIsGoodForAnEmptyResponse) {
+    ScriptedServer& server = serve(answers(response("")));
     const Object connection = open(server.url("/"));
     EXPECT_EQ(connection.call("copyContentToByteArray", {false}).size(), 0U);
     EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    expectScopeUsable(connection);
 }
 
-TEST_F(GetExchange, HeadRequestHasNoContent) {
-    ScriptedServer& server = serve({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"),
-                                    step::expectHead(), step::send(response("next"))});
-    const Object connection = open(server.url("/h"));
-    connection.set("RequestMethod", "HEAD");
-    EXPECT_EQ(connection.call("copyContentToByteArray", {true}).size(), 0U);
-    EXPECT_EQ(connection.call("getResponseField", {"content-length"}).text(), "1000");
-    EXPECT_EQ(startLine(server.record().Heads.at(0)), "HEAD /h HTTP/1.1");
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "next");
-    EXPECT_EQ(startLine(server.record().Heads.at(1)), "GET /h HTTP/1.1");
-    expectScopeUsable(connection);
+TEST_F(GetExchange, ReadsItsUrlBackInAscii) {
+    EXPECT_EQ(makeFor("HTTP://b\u00fccher.Example/\u00e4?\u00f6#\u00fc").get("URL").text(),
+              "http://xn--bcher-kva.example/%C3%A4?%C3%B6#%C3%BC");
+}
+
+class Redirect : public ExchangeFixture {};
+
+TEST_F(Redirect, IsResolvedAndNotFollowed) {
+    struct Row {
+        const char* Location;
+        const char* Target; // after the server's own address where it starts with a slash
+    };
+    for (const Row& row : {Row{"/other?x=1", "/other?x=1"},
+                           {"next", "/a/next"},
+                           {"../up", "/up"},
+                           {"?q", "/a/b?q"},
+                           {"http://example.test/x#y", "http://example.test/x#y"},
+                           {"//example.test/z", "http://example.test/z"},
+                           {"http://[bad", ""}}) {
+        ScriptedServer& server =
+            serve(answers(response("moved", {std::string("Location: ") + row.Location}, "302 Found")));
+        const Object connection = open(server.url("/a/b"));
+        const std::string target = row.Target;
+        EXPECT_EQ(connection.get("RedirectURL").text(), target.starts_with('/') ? server.url(target) : target)
+            << row.Location;
+        EXPECT_EQ(receiveBytes(connection), "moved");
+        EXPECT_EQ(connection.get("ResponseCode").number(), 302.0);
+        EXPECT_EQ(server.record().Heads.size(), 1U);
+        expectScopeUsable(connection);
+    }
+}
+
+TEST_F(Redirect, StaysUntilTheNextLocation) {
+    ScriptedServer& server = serve(answers(response("", {"Location: /1"}, "301 Moved")) + answers(response("")) +
+                                   answers(response("", {"Location:"})));
+    const Object connection = open(server.url("/"));
+    for (int round = 0; round < 3; ++round) {
+        receiveBytes(connection);
+        EXPECT_EQ(connection.get("RedirectURL").text(), server.url("/1")) << round;
+        connection.call("openConnection");
+    }
 }
 
 } // namespace

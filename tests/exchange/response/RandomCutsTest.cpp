@@ -40,7 +40,8 @@ std::vector<Response> responses() {
         {"nothing", {response("")}},
         {"chunks", {kOk + chunks}},
         {"trailers",
-         {kOk + "Trailer: A\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2;x=y\r\nde\r\n0\r\nA: b\r\nC: d\r\n\r\n"}},
+         {kOk +
+          "Trailer: A\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n2;x=y\r\nde\r\n0\r\nA: b\r\nC: d\r\n\r\n"}},
         {"until the close", {kOk + "Connection: close\r\n\r\ncontent without a length"}},
         {"of an old server", {"HTTP/1.0 200 OK\r\nServer: old\r\n\r\ncontent"}},
         {"interim heads",

@@ -1,0 +1,91 @@
+#include "tests/exchange/ExchangeFixture.h"
+
+#include <exception>
+
+namespace testsupport {
+
+ExchangeFixture::~ExchangeFixture() {
+    if (!HasFailure()) { // its messages stand there
+        EXPECT_EQ(Output.text(), "") << "something was written to standard output";
+    }
+}
+
+void ExchangeFixture::TearDown() {
+    for (const vantik::Object& object : Opened) {
+        object.call("closeConnection");
+    }
+    expectScopeUsable();
+    Opened.clear();
+}
+
+std::string ExchangeFixture::outcomeOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const vantik::Interrupted& stop) {
+        return stop.byProgram() ? "interrupt by the program" : "interrupt by the host";
+    } catch (const vantik::Failure& failure) {
+        return describe(failure.message());
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "nothing";
+}
+
+std::string ExchangeFixture::keyOf(const std::function<void()>& action) {
+    const std::string outcome = outcomeOf(action);
+    return outcome.substr(0, outcome.find('('));
+}
+
+vantik::Object ExchangeFixture::makeFor(const std::string& url, bool optionsMode) {
+    vantik::Object connection = makeAdapter(optionsMode);
+    connection.set("URL", url);
+    return connection;
+}
+
+vantik::Object ExchangeFixture::open(const std::string& url, bool optionsMode) {
+    vantik::Object connection = makeFor(url, optionsMode);
+    connection.call("openConnection");
+    Opened.push_back(connection);
+    return connection;
+}
+
+vantik::Object ExchangeFixture::openUpload(const std::string& url, const vantik::Array& content) {
+    vantik::Object connection = open(url);
+    prepareUpload(connection, content);
+    return connection;
+}
+
+void ExchangeFixture::prepareUpload(const vantik::Object& connection, const vantik::Array& content) {
+    connection.set("RequestMethod", "PUT");
+    connection.call("removeField", {"Expect"});
+    connection.set(content.className() == "uint8" ? "Payload" : "Provider", content);
+}
+
+void ExchangeFixture::openThroughProxy(const vantik::Object& connection, std::uint16_t port) {
+    connection.call("openProxyConnection",
+                    {vantik::Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(port)}})});
+}
+
+void ExchangeFixture::setLogin(const vantik::Object& connection, const char* username, const char* password,
+                               std::initializer_list<std::string_view> schemes) {
+    connection.set("Username", username);
+    connection.set("Password", password);
+    connection.call("setAuthenticationSchemes",
+                    {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), false});
+}
+
+void ExchangeFixture::expectCopyRefused(const vantik::Object& connection, const std::string& failure) {
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), failure);
+    const std::string file = Folder.file("refused");
+    writeFile(file, "older");
+    EXPECT_EQ(outcomeOf([&] { connection.call("copyContentToFile", {file}); }), failure);
+    EXPECT_EQ(readFile(file), "older");
+    const vantik::Array before = connection.get("Consumer");
+    const ScriptedConsumer consumer = makeScriptedConsumer(host());
+    connection.set("Consumer", consumer);
+    EXPECT_EQ(outcomeOf([&] { copyToConsumer(connection); }), failure);
+    EXPECT_EQ(consumer->Calls, Texts());
+    connection.set("Consumer", before);
+}
+
+} // namespace testsupport

@@ -1,0 +1,131 @@
+// For tests that play whole exchanges through the class: scripts and requests that come up again and again, failures as
+// one line each, and a check of a copy that has to be refused.
+#pragma once
+
+#include "tests/support/host/HostFixture.h"
+#include "tests/support/host/ScriptedObjects.h"
+#include "tests/support/process/ProcessOutputCapture.h"
+#include "tests/support/process/TemporaryFolder.h"
+#include "tests/support/server/WireText.h"
+
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <vector>
+
+namespace testsupport {
+
+using Texts = std::vector<std::string>;
+
+// The beginning of an answer whose content is 9 bytes long.
+inline constexpr const char* kPart = "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\npart";
+
+inline Script operator+(Script first, const Script& second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+inline Script answers(const std::string& answer) {
+    return {step::expectHead(), step::send(answer)};
+}
+// A request whose content comes in chunks, asked for where the head wants that.
+inline Script takes(const std::string& answer) {
+    return {step::expectHead(), step::continueIfExpected(), step::expectChunkedBody(), step::send(answer)};
+}
+// Silent after the beginning of an answer.
+inline Script breaksOff(const std::string& beginning) {
+    return {step::expectHead(), step::send(beginning), step::awaitPeerEnd()};
+}
+
+// Names of parameterized tests: the Name of a row, or those of all parts of a combination.
+inline std::string nameOf(const char* name) {
+    return name;
+}
+inline std::string nameOf(Pace pace) {
+    return pace == Pace::Whole ? "Whole" : "InSingleBytes";
+}
+template <class Row>
+auto nameOf(const Row& row) -> decltype(std::string(row.Name)) {
+    return row.Name;
+}
+template <class First, class... Others>
+std::string nameOf(const std::tuple<First, Others...>& parts) {
+    return std::apply(
+        [](const First& first, const Others&... others) { return (nameOf(first) + ... + ('_' + nameOf(others))); },
+        parts);
+}
+inline constexpr auto kRowName = [](const auto& info) { return nameOf(info.param); };
+
+inline constexpr const char* kOnlyOneTransfer = "VANTIK:http:OnlyOneTransferAtATime()";
+inline constexpr const char* kStopped =
+    "VANTIK:webservices:ConnectionFailed(The operation was stopped on request.)"; // while sending
+inline constexpr const char* kStillOpen =
+    "VANTIK:webservices:InternalError(resetHandles() called when connection is open)";
+inline constexpr const char* kOpenedAgain =
+    "VANTIK:webservices:InternalError(The connection was opened again before the last response was copied. Close it "
+    "first.)";
+inline constexpr const char* kUploadBroken =
+    "VANTIK:webservices:InternalError(The upload was broken off before its end, so there is no response to copy. Close "
+    "the connection and open it again.)";
+inline constexpr const char* kTransferFailed =
+    "VANTIK:webservices:InternalError(The transfer has failed, so there is nothing to copy. Close the connection and "
+    "open it again.)";
+inline constexpr const char* kCopiedAlready =
+    "VANTIK:webservices:InternalError(The content of this response has been copied already, in whole or in part, and "
+    "comes only once. Close the connection and open it again.)";
+
+// Whatever a test does, at its end the scope has to be good for another exchange, and nothing may have come on the
+// process's standard output.
+class ExchangeFixture : public HostFixture {
+protected:
+    ~ExchangeFixture() override;
+    void TearDown() override;
+
+    // What the caller of an action sees: "nothing", "interrupt by the host", "interrupt by the program", a failure's
+    // identifier with its arguments, or the words of an exception of the program's own.
+    static std::string outcomeOf(const std::function<void()>& action);
+    // The same without the arguments.
+    static std::string keyOf(const std::function<void()>& action);
+
+    // A new object with its URL set, not opened.
+    vantik::Object makeFor(const std::string& url, bool optionsMode = true);
+    // The same opened. The fixture holds it, and closes it at the end of the test.
+    vantik::Object open(const std::string& url, bool optionsMode = true);
+    // The same for a PUT of a byte array or of a provider's content, which goes out at once, in chunks.
+    vantik::Object openUpload(const std::string& url, const vantik::Array& content);
+    static void prepareUpload(const vantik::Object& connection, const vantik::Array& content);
+
+    // Through a proxy on this machine.
+    static void openThroughProxy(const vantik::Object& connection, std::uint16_t port);
+    // Basic alone goes out with the first request. With several schemes the content goes out before libcurl knows that
+    // it needs a login, and again with one.
+    static void setLogin(const vantik::Object& connection, const char* username, const char* password,
+                         std::initializer_list<std::string_view> schemes = {"Basic"});
+    // Where content goes to: the copies of the interface.
+    static void copyToConsumer(const vantik::Object& connection) { connection.call("copyContentToByteArray", {false}); }
+
+    // Copies into the byte array, into a file and into a consumer are each refused with this failure: the file keeps
+    // what it holds, and the consumer is not even started.
+    void expectCopyRefused(const vantik::Object& connection, const std::string& failure);
+
+    TemporaryFolder Folder;
+
+private:
+    std::vector<vantik::Object> Opened;
+    ProcessOutputCapture Output;
+};
+
+// The next piece of what the provider was given, for tests with a hook in front of it.
+inline vantik::Array nextPiece(const ScriptedProvider& provider, std::uint64_t wanted) {
+    const std::string piece = provider->Content.substr(provider->Position, wanted);
+    provider->Position += piece.size();
+    return vantik::Array::bytes(piece);
+}
+
+// Has taken all of a piece.
+inline vantik::Array allOf(const std::string& piece) {
+    return static_cast<double>(piece.size());
+}
+
+} // namespace testsupport

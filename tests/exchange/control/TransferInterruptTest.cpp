@@ -1,0 +1,360 @@
+// Transfers that stop midway, by an interrupt or otherwise: what provider, consumer and reporter see of it, and the
+// caller. An interrupt while content is copied stays an interrupt; one while the request is sent reaches the caller as
+// a failed connection.
+#include "tests/exchange/control/HostCallFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <new>
+#include <stdexcept>
+
+namespace {
+
+using namespace testsupport;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using vantik::Array;
+using vantik::Object;
+
+class Interrupt : public HostCallFixture {};
+
+struct Moment {
+    const char* Name;
+    Script (*Server)(vantik::Host& host);
+    void (*BeforeTheCopy)(vantik::Host& host);
+};
+
+TEST_F(Interrupt, BeforeTheAnswerIsAFailedConnection) {
+    for (const Moment& moment :
+         {Moment{"while the answer is awaited",
+                 [](vantik::Host& host) {
+                     return Script{step::expectHead(), step::run([&host] { host.interrupt(); }), step::awaitPeerEnd()};
+                 },
+                 [](vantik::Host&) {}},
+          {"before the transfer", [](vantik::Host&) { return breaksOff(""); },
+           [](vantik::Host& host) { host.interrupt(); }},
+          {"after a total time", [](vantik::Host&) { return breaksOff(""); },
+           [](vantik::Host& host) { host.interruptAfter(std::chrono::milliseconds(50)); }}}) {
+        SCOPED_TRACE(moment.Name);
+        const Object connection = open(serve(moment.Server(host())).url("/"));
+        moment.BeforeTheCopy(host());
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
+        EXPECT_FALSE(host().interruptPending()) << "what was seen does not stay pending";
+        EXPECT_TRUE(host().wasInterrupted()) << "this tells it from a failure of the network";
+        host().clearInterrupt();
+        EXPECT_FALSE(host().wasInterrupted());
+        expectScopeUsable(connection);
+    }
+}
+
+// The request is out, and its answer comes to the next copy with all that belongs to it.
+TEST_F(Interrupt, BeforeTheAnswerIsNotItsEnd) {
+    for (const bool toFile : {false, true}) {
+        ScriptedServer& server =
+            serve({step::expectHead(), step::run([this] { host().interrupt(); }), step::await("the copy again"),
+                   step::send(response("late", {"Content-Type: a/b", "Location: /moved"}, "203 Other"))});
+        const Object connection = open(server.url("/"));
+        EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
+        EXPECT_TRUE(connection.get("Sent").truth());
+        server.raise("the copy again");
+        if (toFile) {
+            connection.call("copyContentToFile", {Folder.file("saved")});
+            EXPECT_EQ(readFile(Folder.file("saved")), "late");
+        } else {
+            EXPECT_EQ(receiveBytes(connection), "late");
+        }
+        EXPECT_EQ(connection.get("ResponseCode").number(), 203.0);
+        EXPECT_EQ(connection.get("ContentType").text(), "a/b");
+        EXPECT_EQ(connection.get("RedirectURL").text(), server.url("/moved"));
+        EXPECT_EQ(server.record().Heads.size(), 1U);
+        expectCopyRefused(connection, kCopiedAlready);
+        expectScopeUsable(connection);
+    }
+}
+
+TEST_F(Interrupt, WhileTheContentIsAwaitedKeepsWhatHadCome) {
+    ScriptedServer& server =
+        serve(answers(kPart) + Script{step::await("the copy has begun"), step::run([this] { host().interrupt(); }),
+                                      step::send(" mor"), step::awaitPeerEnd()});
+    Reporter->OnUpdate = [&server](int, std::uint64_t) {
+        server.raise("the copy has begun");
+        return Array(true);
+    };
+    const Object connection = open(server.url("/"));
+    connection.set("ProgressReporter", Reporter);
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "interrupt by the host");
+    EXPECT_FALSE(host().interruptPending());
+    EXPECT_EQ(connection.get("ResponsePayload").byteText().substr(0, 4), "part");
+}
+
+TEST_F(Interrupt, EndsTheImpersonationWithTheSend) {
+    std::size_t entries = 0;
+    std::size_t exits = 0;
+    host().onImpersonation([&] { ++entries; }, [&] { ++exits; });
+    const Object connection =
+        open(serve({step::expectHead(), step::run([this] { host().interrupt(); }), step::awaitPeerEnd()}).url("/"));
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
+    EXPECT_EQ(entries, 1U);
+    EXPECT_EQ(exits, 1U);
+    EXPECT_EQ(host().impersonationDepth(), 0U);
+    host().onImpersonation({}, {});
+}
+
+TEST_F(Interrupt, ClosesAConsumerThatCannotBeToldOfItAndCannotSave) {
+    const ScriptedConsumer bare = makeScriptedConsumer(host(), {"interruptInternal", "savePayloadInternal"});
+    Calls.name(bare.object(), "<consumer>");
+    bare->OnPut = [&](int, const std::string& piece) {
+        host().interrupt();
+        return allOf(piece);
+    };
+    const Object connection = open(serve(breaksOff(kPart)).url("/"));
+    connection.set("Consumer", bare);
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "interrupt by the host");
+    EXPECT_THAT(Calls.lines(), ElementsAre(kConsumerStart, consumerPut("4x1"), kConsumerInterrupt + " absent",
+                                           kConsumerClose, consumerSave("4x1") + " absent"));
+}
+
+// An upload whose answer goes to a consumer with a reporter, and what stops it.
+struct Parts {
+    vantik::Host& Host;
+    ScriptedServer& Server;
+    ScriptedProvider& Provider;
+    ScriptedConsumer& Consumer;
+    ScriptedReporter& Reporter;
+};
+
+struct Stop {
+    const char* Name;
+    Script Server; // without the request's head
+    void (*Arrange)(Parts parts);
+    Texts Calls;        // without the counts, each run of equal ones once
+    std::string Caller; // its beginning; "<url>" stands for the URL
+    const char* Saved;  // shape of what is saved where content goes to the buffer; null: the transfer has not failed
+};
+
+// While sending, the provider never ends, and where the reporter has to be asked, the head of the answer comes early.
+const Script kHeadComesEarly{step::send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n"), step::signal("head"),
+                             step::awaitPeerEnd()};
+// While receiving, the content was sent whole, and the answer breaks off in the middle.
+Script takesAndAnswers(const Script& end) {
+    return Script{step::expectChunkedBody(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 15\r\n\r\n0123456789")} +
+           end;
+}
+const Texts kSent{kProviderStart, providerGet("")};
+const Texts kReceived{kProviderStart, providerGet(""), kConsumerStart, consumerPut("6x1"), consumerPut("4x1")};
+
+Texts with(Texts first, const Texts& others) {
+    first.insert(first.end(), others.begin(), others.end());
+    return first;
+}
+
+std::vector<Stop> stops() {
+    return {
+        // The provider is told nothing, and the consumer has not been started.
+        {"HostInterruptWhileSending",
+         {step::awaitPeerEnd()},
+         [](Parts parts) {
+             parts.Provider->OnRead = [parts](int call, std::uint64_t) {
+                 if (call == 3) {
+                     parts.Host.interrupt();
+                 }
+                 EXPECT_LE(call, 3) << "it is seen in the same pass";
+                 return Array::bytes("piece");
+             };
+         },
+         kSent,
+         kStopped,
+         "0x1"},
+        {"ReporterSaysStopWhileSending", kHeadComesEarly,
+         [](Parts parts) {
+             parts.Provider->OnRead = [parts](int call, std::uint64_t) {
+                 if (call == 2) {
+                     parts.Server.waitFor("head");
+                 }
+                 return Array::bytes("piece");
+             };
+             parts.Reporter->OnUpdate = [](int, std::uint64_t) { return Array(false); };
+         },
+         with(kSent, {reporterUpdate("")}), kStopped, "0x1"},
+        // The rest of what has come is passed on and reported, and the next pass sees the interrupt.
+        {"HostInterruptWhileReceiving", takesAndAnswers({step::awaitPeerEnd()}),
+         [](Parts parts) {
+             parts.Consumer->OnPut = [parts](int call, const std::string& piece) {
+                 if (call == 1) {
+                     parts.Host.interrupt();
+                 }
+                 return allOf(piece);
+             };
+         },
+         with(kReceived, {reporterUpdate(""), kConsumerInterrupt, kConsumerClose}), "interrupt by the host", "10x1"},
+        // Only an interrupt of the host's own is told to the consumer.
+        {"ReporterSaysStopWhileReceiving", takesAndAnswers({step::awaitPeerEnd()}),
+         [](Parts parts) { parts.Reporter->OnUpdate = [](int, std::uint64_t) { return Array(false); }; },
+         with(kReceived, {reporterUpdate(""), kConsumerClose}), "interrupt by the program", "10x1"},
+        // The piece that is refused has gone to the buffer before, so what is saved holds it.
+        {"ConsumerAborts", takesAndAnswers({step::awaitPeerEnd()}),
+         [](Parts parts) {
+             parts.Consumer->OnPut = [](int call, const std::string& piece) {
+                 return call == 2 ? Array() : allOf(piece);
+             };
+         },
+         with(kReceived, {kConsumerClose}), "VANTIK:webservices:OperationTerminatedByConsumer(<url>)", "10x1"},
+        {"ConsumerTakesLess",
+         takesAndAnswers({step::awaitPeerEnd()}),
+         [](Parts parts) {
+             parts.Consumer->OnPut = [](int, const std::string&) { return Array(3.0); };
+             parts.Reporter->OnUpdate = [](int, std::uint64_t count) {
+                 EXPECT_EQ(count, 3U) << "only what was taken counts";
+                 return Array(true);
+             };
+         },
+         {kProviderStart, providerGet(""), kConsumerStart, consumerPut("6x1"), reporterUpdate(""), kConsumerClose},
+         "nothing",
+         nullptr},
+        {"Reset", takesAndAnswers({step::await("reported"), step::reset()}),
+         [](Parts parts) {
+             parts.Reporter->OnUpdate = [parts](int, std::uint64_t) {
+                 parts.Server.raise("reported");
+                 return Array(true);
+             };
+         },
+         with(kReceived, {reporterUpdate(""), kConsumerClose}), "VANTIK:webservices:ConnectionRefused(<url>", "10x1"},
+    };
+}
+
+class StoppedTransfer : public HostCallFixture, public ::testing::WithParamInterface<Stop> {
+protected:
+    void expectTold(bool toBuffer) {
+        const Stop& stop = GetParam();
+        ScriptedServer& server = serve(Script{step::expectHead()} + stop.Server);
+        Consumer->OnStart = [] { return Array(6.0); };
+        stop.Arrange({host(), server, Provider, Consumer, Reporter});
+        const Object connection = openDownload(server.url("/"));
+        prepareUpload(connection, Provider);
+        const std::string outcome = outcomeOf([&] { connection.call("copyContentToByteArray", {toBuffer}); });
+        std::string expected = stop.Caller;
+        if (const std::size_t place = expected.find("<url>"); place != std::string::npos) {
+            expected.replace(place, 5, server.url("/"));
+        }
+        EXPECT_EQ(outcome.substr(0, expected.size()), expected);
+        EXPECT_FALSE(host().interruptPending());
+        const bool saves = toBuffer && stop.Saved != nullptr;
+        EXPECT_THAT(Calls.linesWithoutCounts(),
+                    ElementsAreArray(saves ? with(stop.Calls, {consumerSave(stop.Saved)}) : stop.Calls));
+        EXPECT_EQ(Consumer->Saved, saves ? std::string("0123456789").substr(0, std::stoul(stop.Saved)) : "");
+        if (!Consumer->Pieces.empty()) {
+            EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        }
+
+        // After a close the next open clears the transfer, and nothing of it comes up in the next one.
+        Calls.clear();
+        connection.call("closeConnection");
+        for (const char* property : {"Provider", "Consumer", "ProgressReporter"}) {
+            connection.set(property, Array());
+        }
+        connection.set("URL", serve(answers(response("all new"))).url("/next"));
+        connection.call("openConnection");
+        connection.set("RequestMethod", "GET");
+        EXPECT_EQ(receiveBytes(connection), "all new");
+        EXPECT_THAT(Calls.lines(), testing::IsEmpty());
+    }
+};
+
+TEST_P(StoppedTransfer, TellsThoseConcerned) {
+    expectTold(false);
+}
+
+TEST_P(StoppedTransfer, TellsThoseConcernedWithABuffer) {
+    expectTold(true);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, StoppedTransfer, ::testing::ValuesIn(stops()), kRowName);
+
+// What is raised in the two stages of a transfer, sending and copying, when something other than the transfer fails.
+// The two differ on purpose: an interrupt passes the one as it is and leaves the other as a failed connection.
+struct Raised {
+    void (*BeforeTheCall)(vantik::Host& host); // of the object
+    void (*InTheObject)();
+};
+const Raised kInterrupt{[](vantik::Host& host) { host.interrupt(); }, [] {}}; // the next poll raises it
+const Raised kHostFailure{
+    [](vantik::Host&) {},
+    [] {
+        throw vantik::Failure({"test:host", "Unreadable", {std::string("x.bin"), std::int64_t{7}}, "cannot read"});
+    }};
+const Raised kMemory{[](vantik::Host&) { throw std::bad_alloc(); }, [] {}};
+const Raised kStandard{[](vantik::Host&) { throw std::out_of_range("raised on the way"); }, [] {}};
+
+struct Raise {
+    const char* Name;
+    const char* At; // the method whose call raises it
+    bool OptionsMode;
+    const Raised& What;
+    const char* Caller;
+    double Status; // of the response, as the caller reads it afterwards; 0: there was none
+};
+
+constexpr const char* kByHost = "interrupt by the host";
+constexpr const char* kNoMemory = "VANTIK:webservices:ConnectionFailed(std::bad_alloc)";
+constexpr const char* kOutOfRange = "VANTIK:webservices:ConnectionFailed(raised on the way)";
+constexpr const char* kOfTheHost = "test:host:Unreadable(x.bin, 7)";
+
+// clang-format off
+const Raise kRaises[] = {
+    {"InterruptWhileSending",                 "getDataInternal", true,  kInterrupt,   kStopped,    0},
+    {"InterruptWhileSendingInTheOlderMode",   "getDataInternal", false, kInterrupt,   kStopped,    0},
+    {"HostFailureWhileSending",               "getDataInternal", true,  kHostFailure, kOfTheHost,  0},
+    {"MemoryWhileSending",                    "getDataInternal", true,  kMemory,      kNoMemory,   0},
+    {"MemoryWhileSendingInTheOlderMode",      "getDataInternal", false, kMemory,      kNoMemory,   0},
+    {"StandardWhileSending",                  "getDataInternal", true,  kStandard,    kOutOfRange, 0},
+    {"InterruptWhileCopying",                 "putDataInternal", true,  kInterrupt,   kByHost,     200},
+    {"InterruptWhileCopyingInTheOlderMode",   "putDataInternal", false, kInterrupt,   kByHost,     200},
+    {"HostFailureWhileCopying",               "putDataInternal", true,  kHostFailure, kOfTheHost,  200},
+    {"HostFailureWhileCopyingInTheOlderMode", "putDataInternal", false, kHostFailure, kOfTheHost,  200},
+    {"HostFailureInAReport",                  "update",          true,  kHostFailure, kOfTheHost,  200},
+    {"MemoryWhileCopying",                    "putDataInternal", true,  kMemory,      kNoMemory,   200},
+    {"MemoryWhileCopyingInTheOlderMode",      "putDataInternal", false, kMemory,      kNoMemory,   400},
+    {"StandardWhileCopying",                  "putDataInternal", true,  kStandard,    kOutOfRange, 200},
+    {"StandardWhileCopyingInTheOlderMode",    "putDataInternal", false, kStandard,    kOutOfRange, 400},
+    {"MemoryBeforeTheCopyInTheOlderMode",     "startInternal",   false, kMemory,      kNoMemory,   400},
+    {"StandardInAReportInTheOlderMode",       "update",          false, kStandard,    kOutOfRange, 400},
+};
+// clang-format on
+
+class RaisedOnTheWay : public HostCallFixture, public ::testing::WithParamInterface<Raise> {};
+
+TEST_P(RaisedOnTheWay, IsSortedByStage) {
+    const Raise& row = GetParam();
+    const std::string at = row.At;
+    Provider->OnRead = [&](int, std::uint64_t) {
+        row.What.InTheObject();
+        return Array::bytes("piece");
+    };
+    Consumer->OnPut = [&](int, const std::string& piece) {
+        if (at == "putDataInternal") {
+            row.What.InTheObject();
+        }
+        return allOf(piece);
+    };
+    Reporter->OnUpdate = [&](int, std::uint64_t) {
+        row.What.InTheObject();
+        return Array(true);
+    };
+    const Object connection = openDownload(serve(breaksOff(kPart)).url("/"), row.OptionsMode);
+    if (at == "getDataInternal") {
+        connection.set("RequestMethod", "PURGE"); // in the older mode PUT and POST have content of their own
+        connection.set("Provider", Provider);
+    }
+    Calls.beforeCallOf(at, [&] { row.What.BeforeTheCall(host()); });
+    EXPECT_EQ(outcomeOf([&] { copyToConsumer(connection); }), row.Caller);
+    Calls.beforeCallOf(at, {});
+    if (row.Status != 0) { // otherwise the request is due again, and asking for the status would send it
+        EXPECT_EQ(connection.get("ResponseCode").number(), row.Status);
+    }
+    EXPECT_FALSE(host().interruptPending());
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RaisedOnTheWay, ::testing::ValuesIn(kRaises), kRowName);
+
+} // namespace
