@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <string>
+#include <vector>
 
 using namespace netrove;
 
@@ -77,7 +80,7 @@ TEST_P(SilenceLimitsTest, DeadlineFollowsTheLimitThatGoverns) {
     EXPECT_GE(limits.Deadline, before + limit);
     EXPECT_LE(limits.Deadline, after + limit);
     const double active = isData ? row.Data : row.Response;
-    EXPECT_TRUE(limits.ActiveTimeout == active || (active != active && limits.ActiveTimeout != limits.ActiveTimeout));
+    EXPECT_TRUE(limits.ActiveTimeout == active || (std::isnan(active) && std::isnan(limits.ActiveTimeout)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Limits, SilenceLimitsTest, ::testing::ValuesIn(kRows),

@@ -3,6 +3,7 @@
 #include "errors/InternalError.h"
 #include "tests/transfer/ConnectionFixture.h"
 
+#include <functional>
 #include <limits>
 #include <new>
 #include <stdexcept>

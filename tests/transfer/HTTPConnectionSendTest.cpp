@@ -1,5 +1,4 @@
 // The options of a send, and its loop around wait and perform.
-#include "errors/HTTPException.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/transfer/ConnectionFixture.h"
 
