@@ -24,8 +24,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kHeader = "{\"journal\":\"netrove batch\",\"version\":1}";
-// The work of the last moments before a power cut is done again; avoiding that is not worth waiting for the disk.
 constexpr std::size_t kPiece = std::size_t{1} << 16; // read at a time
+// The work of the last moments before a power cut is done again; avoiding that is not worth waiting for the disk.
 constexpr auto kSyncInterval = std::chrono::seconds(1);
 
 // JSON holds only text, and names of files need not be text.
