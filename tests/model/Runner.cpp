@@ -65,6 +65,18 @@ std::string Runner::run(const Sequence& sequence) {
     return text;
 }
 
+Runner::Outcome Runner::attempt(const std::function<vantik::Array()>& action) {
+    Outcome outcome;
+    try {
+        outcome.Result = action();
+    } catch (const vantik::Failure& failure) {
+        outcome = {true, failure.identifier(), failure.what(), std::current_exception(), {}};
+    } catch (const std::exception& failure) {
+        outcome = {true, "std::exception", failure.what(), std::current_exception(), {}};
+    }
+    return outcome;
+}
+
 Runner::Outcome Runner::call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs) {
     const vantik::Object connection = *slot.Object; // the slot may change meanwhile
     return attempt([&] { return connection.call(method, inputs); });

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -178,8 +179,7 @@ private:
     // Plays the hook where it is due. True: its Act is for the caller to play.
     bool play(const Hook& hook, std::uint8_t event, bool& done);
 
-    template <class Action>
-    static Outcome attempt(Action&& action);
+    static Outcome attempt(const std::function<vantik::Array()>& action);
     // What an outcome has to be; anything else is wrong.
     Outcome succeeded(Outcome outcome);
     Outcome failed(Outcome outcome, const std::string& identifier, const std::string& words = "");
@@ -217,18 +217,5 @@ inline constexpr const char* kTimeout = "VANTIK:webservices:Timeout";
 inline constexpr const char* kStatusError = "VANTIK:webservices:StatusError";
 inline constexpr const char* kTerminated = "VANTIK:webservices:OperationTerminatedByConsumer";
 inline constexpr const char* kRaised = "model:Raised";
-
-template <class Action>
-Runner::Outcome Runner::attempt(Action&& action) {
-    Outcome outcome;
-    try {
-        outcome.Result = action();
-    } catch (const vantik::Failure& failure) {
-        outcome = {true, failure.identifier(), failure.what(), std::current_exception(), {}};
-    } catch (const std::exception& failure) {
-        outcome = {true, "std::exception", failure.what(), std::current_exception(), {}};
-    }
-    return outcome;
-}
 
 } // namespace model

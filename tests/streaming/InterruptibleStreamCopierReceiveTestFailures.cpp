@@ -35,6 +35,7 @@ public:
 
     // What goes wrong.
     void consumeWithout(const char* method) { Consumer = consume({method}); }
+    void consumeByAProvider() { Connection.Settings.Consumer = sharedOf(testsupport::makeScriptedProvider(host())); }
     void consumeNothing() { Connection.Settings.Consumer = nullptr; }
     void start(const std::function<vantik::Array()>& answer) { Consumer->OnStart = answer; }
     void put(const std::function<vantik::Array()>& answer) {
@@ -77,13 +78,14 @@ vantik::Array refuse() {
 const Lines kClosed = {"start", "close"};
 const Lines kPutAndClosed = {"start", "put 3", "close"};
 
-const std::string kConsumer = "vantik.net.http.io.ContentConsumer.";
+const std::string kNoStart = internalError("vantik.net.http.io.ContentConsumer.startInternal not found");
+const std::string kNoPut = internalError("vantik.net.http.io.ContentConsumer.putDataInternal not found");
 const std::string kAborted = "HTTPConsumerException[Web service copy operation aborted by consumer]";
 
 // clang-format off
 const Row kRows[] = {
-    {"StartIsMissing", [](auto& t) { t.consumeWithout("startInternal"); }, internalError(kConsumer + "startInternal not found"), {}, "abc"},
-    {"IsNotAConsumer", [](auto& t) { t.Connection.Settings.Consumer = sharedOf(testsupport::makeScriptedProvider(t.host())); }, internalError(kConsumer + "startInternal not found"), {}, "abc"},
+    {"StartIsMissing", [](auto& t) { t.consumeWithout("startInternal"); }, kNoStart, {}, "abc"},
+    {"IsNotAConsumer", [](auto& t) { t.consumeByAProvider(); }, kNoStart, {}, "abc"},
     {"StartRaises", [](auto& t) { t.start(refuse); }, "test:consumer:Full[]", {"start"}, "abc"},
     {"WantsNothing", [](auto& t) { t.start([] { return vantik::Array(0.5); }); }, internalError("ContentConsumer.startInternal returned bufSize <= 0"), {"start"}, "abc"},
     {"NowhereToGo", [](auto& t) { t.consumeNothing(); }, internalError("Message contains data but neither consumer nor savePayload was set"), {}, "abc", false},
@@ -91,7 +93,7 @@ const Row kRows[] = {
     {"PerformFails", [](auto& t) { t.failCall(CurlFunction::MultiPerform); }, internalError("\"curl_multi_perform\" failed with CURLMcode Out of memoryreading from network"), kPutAndClosed},
     {"TimedOut", [](auto& t) { t.timeOut(); }, "HTTPTimeoutException[the server stopped sending, 1000, HTTPOptions.DataTimeout]", kPutAndClosed},
     {"TransferFails", [](auto& t) { t.failTransfer(); }, "HTTPConnectionRefusedException[Unknown exception]", kPutAndClosed, "late"},
-    {"PutIsMissing", [](auto& t) { t.consumeWithout("putDataInternal"); }, internalError(kConsumer + "putDataInternal not found"), kClosed, "abc"},
+    {"PutIsMissing", [](auto& t) { t.consumeWithout("putDataInternal"); }, kNoPut, kClosed, "abc"},
     {"PutAborts", [](auto& t) { t.put(noAnswer); }, kAborted, kPutAndClosed, "abc"},
     {"PutAbortsWithoutAClose", [](auto& t) { t.consumeWithout("closeInternal"); t.put(noAnswer); }, kAborted, {"start", "put 3"}, "abc"},
     {"PutAbortsAndCloseRaises", [](auto& t) { t.failClose(); t.put(noAnswer); }, kAborted, kPutAndClosed, "abc"}, // the first failure stays

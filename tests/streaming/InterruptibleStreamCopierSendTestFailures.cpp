@@ -25,6 +25,7 @@ public:
 
     // What goes wrong.
     void provideWithout(const char* method) { Provider = provide("", {method}); }
+    void provideAConsumer() { Connection.Settings.Provider = sharedOf(testsupport::makeScriptedConsumer(host())); }
     void failStart(int which) {
         Provider->OnStart = [this, which](int call) {
             note("start");
@@ -47,6 +48,10 @@ public:
             return content();
         };
     }
+    void readAnObject() {
+        read([this]() -> vantik::Array { return testsupport::makeScriptedConsumer(host()); });
+    }
+    void failCall(CurlFunction function) { Curl.failCall(function, CURLM_OUT_OF_MEMORY); }
     void failTransfer() {
         Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
         Curl.finishWith(CURLE_RECV_ERROR);
@@ -81,6 +86,14 @@ vantik::Array refuse() {
     throw vantik::Failure({"test:provider", "Unreadable", {}, "bad sector"});
 }
 
+vantik::Array interrupt() {
+    throw Zentorak::System::InterruptException(false);
+}
+
+vantik::Array makeStructure() {
+    return vantik::Array::structure({{"A", 1.0}});
+}
+
 const Lines kStart = {"start"};
 const Lines kWait = {"start", "curl_multi_wait 1000"};
 const Lines kRead = {"start", "curl_multi_wait 1000", "get 16384"};
@@ -90,21 +103,23 @@ const Lines kJudge = {"start", "curl_multi_wait 1000", "get 16384", "curl_multi_
 const Lines kPoll = {"start", "curl_multi_wait 1000", "get 16384", "curl_multi_perform", "interrupt poll"};
 const Lines kUpdate = {"start", "curl_multi_wait 1000", "get 16384", "curl_multi_perform", "interrupt poll", "update"};
 
-const std::string kProvider = "vantik.net.http.io.ContentProvider.";
+const std::string kNoStart = internalError("vantik.net.http.io.ContentProvider.startInternal not found");
+const std::string kNoRead = internalError("vantik.net.http.io.ContentProvider.getDataInternal not found");
+const std::string kNoBytes = internalError("vantik.net.http.io.ContentProvider.getDataInternal returned no bytes");
 
 // clang-format off
 const Row kRows[] = {
-    {"StartIsMissing", [](auto& t) { t.provideWithout("startInternal"); }, internalError(kProvider + "startInternal not found"), {}},
-    {"IsNotAProvider", [](auto& t) { t.Connection.Settings.Provider = sharedOf(testsupport::makeScriptedConsumer(t.host())); }, internalError(kProvider + "startInternal not found"), {}},
+    {"StartIsMissing", [](auto& t) { t.provideWithout("startInternal"); }, kNoStart, {}},
+    {"IsNotAProvider", [](auto& t) { t.provideAConsumer(); }, kNoStart, {}},
     {"StartRaises", [](auto& t) { t.failStart(1); }, "test:provider:Gone[]", kStart},
-    {"WaitFails", [](auto& t) { t.Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY); }, internalError("\"curl_multi_wait\" failed with CURLMcode Out of memory"), kWait},
+    {"WaitFails", [](auto& t) { t.failCall(CurlFunction::MultiWait); }, internalError("\"curl_multi_wait\" failed with CURLMcode Out of memory"), kWait},
     {"TimedOut", [](auto& t) { t.timeOut(); }, "HTTPTimeoutException[the server stopped sending, 1000, HTTPOptions.DataTimeout]", kWait},
-    {"ReadIsMissing", [](auto& t) { t.provideWithout("getDataInternal"); }, internalError(kProvider + "getDataInternal not found"), kWait},
+    {"ReadIsMissing", [](auto& t) { t.provideWithout("getDataInternal"); }, kNoRead, kWait},
     {"ReadRaises", [](auto& t) { t.read(refuse); }, "test:provider:Unreadable[]", kRead},
-    {"ReadInterrupts", [](auto& t) { t.read([]() -> vantik::Array { throw Zentorak::System::InterruptException(false); }); }, kStopText, kRead},
-    {"ReadReturnsAStructure", [](auto& t) { t.read([] { return vantik::Array::structure({{"A", 1.0}}); }); }, internalError(kProvider + "getDataInternal returned no bytes"), kRead},
-    {"ReadReturnsAnObject", [](auto& t) { t.read([&t]() -> vantik::Array { return testsupport::makeScriptedConsumer(t.host()); }); }, internalError(kProvider + "getDataInternal returned no bytes"), kRead},
-    {"PerformFails", [](auto& t) { t.Curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY); }, internalError("\"curl_multi_perform\" failed with CURLMcode Out of memorywriting to network"), kPerform},
+    {"ReadInterrupts", [](auto& t) { t.read(interrupt); }, kStopText, kRead},
+    {"ReadReturnsAStructure", [](auto& t) { t.read(makeStructure); }, kNoBytes, kRead},
+    {"ReadReturnsAnObject", [](auto& t) { t.readAnObject(); }, kNoBytes, kRead},
+    {"PerformFails", [](auto& t) { t.failCall(CurlFunction::MultiPerform); }, internalError("\"curl_multi_perform\" failed with CURLMcode Out of memorywriting to network"), kPerform},
     {"RewindFails", [](auto& t) { t.failRestart(); }, "test:provider:Gone[]", kRestart},
     {"TransferFails", [](auto& t) { t.failTransfer(); }, "HTTPConnectionRefusedException[Unknown exception]", kJudge},
     {"HostInterrupts", [](auto& t) { t.interrupt(); }, kStopText, kPoll},
