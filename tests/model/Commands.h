@@ -42,7 +42,7 @@ enum class Act : std::uint8_t {
     Nothing,
     Raise,
     Interrupt,
-    Stop,     // a reporter says stop, a consumer gives nothing back, a provider raises
+    Stop,     // a reporter says stop, a consumer returns nothing, a provider raises
     TakeLess, // a consumer takes half
     Call,     // one of the operations above
 };

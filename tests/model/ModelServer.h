@@ -46,7 +46,7 @@ struct Request {
     bool Cookie = false; // the answer sets the cookie
 };
 
-// Bytes that tell where they come from and where they stand.
+// Bytes that show where they come from and where they stand.
 std::string contentOf(const std::string& source, std::size_t size);
 
 class ModelServer {
@@ -65,7 +65,7 @@ public:
 
     // Until every connection has been closed by the peer. False where that takes unreasonably long.
     bool awaitNoConnections() const;
-    std::vector<Request> requests() const;      // in their order; an index is the number that the answer tells
+    std::vector<Request> requests() const;      // in their order; an index is the number in the answer
     static bool isOurs(const Request& request); // made by awaitNoConnections
 
 private:

@@ -41,11 +41,11 @@ private:
         Opened,   // nothing sent yet
         Answered, // the status is known, the content has not been copied
         Copied,
-        Reopened, // opened again before a copy: the earlier answer is told, and nothing can be copied
-        Spoilt,   // something has failed: a call may fail, but what it gives must be right
+        Reopened, // opened again before a copy: the earlier status is known, and nothing can be copied
+        Spoilt,   // something has failed: a call may fail, but what it returns must be right
     };
 
-    // What a host object gives or gets. The object's callables share it.
+    // What a host object sends or receives. The object's callables share it.
     struct Provided {
         std::string Content;
         std::size_t Position = 0;
@@ -77,7 +77,7 @@ private:
         bool Resumable = false;              // only an interrupt has stopped a copy into the byte array
         bool Empty = false;                  // Copied: the content had no bytes
         bool Limited = false;                // limits of silence are set
-        int LastStatus = 0;                  // as told
+        int LastStatus = 0;                  // as reported
         std::uint8_t SentLogin = kLoginNone; // as it was when a call could send
         bool SentProvided = false;           // a provider was set then
         // What is set

@@ -124,7 +124,7 @@ void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
         std::string bytes(outcome.Result.byteText());
         expectLead(slot, bytes);
         if (!bytes.empty()) {
-            wrong("a closed object gives " + std::to_string(bytes.size()) + " bytes");
+            wrong("a closed object returns " + std::to_string(bytes.size()) + " bytes");
         }
     }
 }
@@ -161,7 +161,7 @@ void Runner::expectOwnStatus(const Slot& slot, int status) {
     const bool refused = slot.Older && status == 400; // the older interface's word for a copy that failed
     const bool interim = status == 100;               // of an upload that has not come to its end
     if (status != 0 && !refused && !interim && !Server.statusesBelow("/" + slot.Instance + "/").contains(status)) {
-        wrong("tells the status " + std::to_string(status) + ", which no answer to this object had");
+        wrong("reports the status " + std::to_string(status) + ", which no answer to this object had");
     }
 }
 
@@ -204,7 +204,7 @@ void Runner::judgeStatus(Slot& slot, const Outcome& outcome) {
         slot.Now = Phase::Answered;
     }
     if (status != slot.LastStatus) {
-        wrong("tells the status " + std::to_string(status) + " for " + std::to_string(slot.LastStatus));
+        wrong("reports the status " + std::to_string(status) + " for " + std::to_string(slot.LastStatus));
     }
 }
 
@@ -229,7 +229,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     }
     if (slot.Now == Phase::Copied) { // and there was no content
         if (!bytes.empty() || (op == Op::Save && !saved(file()).empty())) {
-            wrong("gives more than there was");
+            wrong("returns more than there was");
         }
         return;
     }
@@ -259,7 +259,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     if (op == Op::Copy) {
         expect(bytes, "the byte array");
     } else if (!bytes.empty()) {
-        wrong("gives bytes that were not asked for");
+        wrong("returns bytes that were not asked for");
     }
     if (op == Op::Save) {
         expect(saved(file()), "the file");

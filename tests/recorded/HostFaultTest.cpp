@@ -1,5 +1,5 @@
-// Every host operation of whole exchanges fails in turn, in three ways. The caller is told, but for the few places
-// where a failure changes nothing, nothing leaks, and the scope stays usable.
+// Every host operation of whole exchanges fails in turn, in three ways. The caller sees it, but for the few places
+// where a failure changes nothing; nothing leaks, and the scope stays usable.
 #include "tests/recorded/FaultScenarios.h"
 #include "tests/recorded/HostOperations.h"
 
@@ -31,7 +31,7 @@ const Fault kFaults[] = {
      {"VANTIK:host:Failure(an exception of a type that is no std::exception)"}},
 };
 
-// The operations whose failure nobody is told of, in order: a "Location" that cannot be resolved, for each of the two
+// The operations whose failure nobody sees, in order: a "Location" that cannot be resolved, for each of the two
 // exchanges that have one, and the count that closes a line of the trace.
 Names quietOperations(const std::string& scenario) {
     const Names target = {"to_ustring", "IRI", "resolveAgainst", "toAsciiString", "to_string by a converter"};

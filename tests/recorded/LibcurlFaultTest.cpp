@@ -15,7 +15,7 @@ namespace {
 constexpr CURLcode kEasyCode = CURLE_FAILED_INIT;
 constexpr CURLMcode kMultiCode = CURLM_INTERNAL_ERROR;
 
-// Those that can fail at all. curl_multi_info_read gives null where there is no message.
+// Those that can fail at all. curl_multi_info_read returns null where there is no message.
 constexpr CurlFunction kFallible[] = {
     CurlFunction::EasyInit,  CurlFunction::EasySetopt,     CurlFunction::EasyGetinfo,       CurlFunction::EasyPause,
     CurlFunction::MultiInit, CurlFunction::MultiAddHandle, CurlFunction::MultiRemoveHandle, CurlFunction::MultiPerform,

@@ -1,5 +1,5 @@
 // Every allocation of whole exchanges fails in turn: those of the library and of the host on its behalf, and those of
-// libcurl. The caller is told, or gets what he gets without the failure; nothing is left behind, and the scope stays
+// libcurl. The caller sees it, or gets what comes without the failure; nothing is left behind, and the scope stays
 // usable.
 #include "tests/recorded/FaultScenarios.h"
 #include "tests/support/host/AllocationFaults.h"

@@ -140,6 +140,7 @@ TEST_P(SendFailure, IsReportedBreaksTheUploadAndDoesNotReachTheNextPump) {
         EXPECT_THAT(copier.ProviderArgs, ElementsAre(Connection.Settings.Provider.get(), nullptr));
         EXPECT_EQ(copier.SendData, nullptr);
         EXPECT_EQ(copier.SendLength, 0U);
+        EXPECT_EQ(copier.SendPosition, 0U);
         EXPECT_FALSE(copier.PumpWantsData);
         EXPECT_FALSE(copier.ReadPaused);
         EXPECT_EQ(Connection.Transfer.EscapedFailure, nullptr);
