@@ -36,13 +36,7 @@ protected:
     PackageScript* script(const char* shortName) { return new PackageScript(shortName, &Events); }
 };
 
-class Classes : public ClassFixture {
-protected:
-    // What adding a class with these members fails with; empty where it succeeds.
-    std::string failureOfAdding(const ScriptedClass::Define& define) {
-        return failureOf([&] { addClass("Thing", define); });
-    }
-};
+class Classes : public ClassFixture {};
 
 } // namespace
 
@@ -134,60 +128,10 @@ TEST_F(Classes, SecondDescriptionReplacesTheFirstForNewObjects) {
     EXPECT_EQ(Events, (Log{"destroy Thing", "forget Thing"})) << "the old description goes with its last object";
 }
 
-TEST_F(Classes, FailedAllocationsAreReported) {
-    classes().ensurePackage("test");
-    EXPECT_THROW(COSPackage::getNamespace(name("test"))->addClass(nullptr, 0, 2), foundation::core::except::bad_alloc);
-    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addMethod(nullptr); }),
-                 foundation::core::except::bad_alloc);
-    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addProperty(nullptr); }),
-                 foundation::core::except::bad_alloc);
-}
-
-TEST_F(Classes, NamesThatAreNotIdentifiersAreRefused) {
-    EXPECT_EQ(failureOf([&] { addClass("a.Thing"); }), "VANTIK:vcos:InvalidName(a.Thing)");
-    EXPECT_EQ(failureOfAdding([](COSClass& definition) { ScriptedMethod::addTo(definition, "do it", {}, {}); }),
-              "VANTIK:vcos:InvalidName(do it)");
-    EXPECT_EQ(failureOfAdding([](COSClass& definition) { definition.validatePropertyType(name("1st"), name("any")); }),
-              "VANTIK:vcos:InvalidName(1st)");
-}
-
 TEST_F(Classes, ClassOfCopiedObjectsIsRefused) {
     auto* description = new ScriptedClass("Thing", &Events);
     description->Handle = false;
     EXPECT_EQ(failureOf([&] { addClass(description); }), "VANTIK:vcos:NotAHandleClass(test.Thing)");
-}
-
-TEST_F(Classes, TypeThatNobodyKnowsIsRefused) {
-    const auto validate = [&](const char* typeWord) {
-        return failureOfAdding(
-            [&](COSClass& definition) { definition.validatePropertyType(name("Size"), name(typeWord)); });
-    };
-    for (const char* known : {"any", "unicodeString", "uint8 vector", "double scalar", "struct scalar",
-                              "test.Thing scalar", "vantik.net.http.io.ContentProvider vector", "logical"}) {
-        EXPECT_EQ(validate(known), "");
-    }
-    for (const char* unknown : {"", "uint8 matrix", "uint8  vector", "test.Missing scalar", "float"}) {
-        EXPECT_EQ(validate(unknown), std::string("VANTIK:vcos:UnknownType(test.Thing, Size, ") + unknown + ")");
-    }
-    // A method's classes are looked for with each call: only the form of the word counts.
-    EXPECT_EQ(
-        failureOfAdding([](COSClass& definition) {
-            ScriptedMethod::addTo(definition, "run", ScriptedMethod::Signature{{"test.Thing scalar", "a.B!"}, {}}, {});
-        }),
-        "VANTIK:vcos:UnknownType(test.Thing, run, a.B!)");
-}
-
-TEST_F(Classes, MemberIsAddedOnce) {
-    EXPECT_EQ(failureOfAdding([](COSClass& definition) {
-                  ScriptedMethod::addTo(definition, "run", {}, {});
-                  ScriptedMethod::addTo(definition, "run", {}, {});
-              }),
-              "VANTIK:vcos:MemberExists(test.Thing, run)");
-    EXPECT_EQ(failureOfAdding([](COSClass& definition) {
-                  ScriptedProperty::addTo(definition, "Size", "any", {});
-                  ScriptedProperty::addTo(definition, "Size", "any", {});
-              }),
-              "VANTIK:vcos:MemberExists(test.Thing, Size)");
 }
 
 TEST_F(Classes, UnknownOneIsRefusedWithAHint) {
@@ -206,31 +150,6 @@ TEST_F(Classes, HiddenOneHasNoNameInTheList) {
     addClass(description);
     EXPECT_EQ(std::ranges::count(classes().classNames(), "test.Thing"), 0);
     EXPECT_NE(classes().find("test.Thing"), nullptr);
-}
-
-TEST_F(Classes, DeriveFromEachOfTheirBases) {
-    addClass("Root");
-    addDerivedClass("Left", {"test.Root"});
-    addDerivedClass("Right", {"test.Root"});
-    addDerivedClass("Leaf", {"test.Left", "test.Right"});
-    for (const char* base : {"test.Leaf", "test.Left", "test.Right", "test.Root"}) {
-        EXPECT_TRUE(classes().derivesFrom("test.Leaf", base)) << base;
-    }
-    EXPECT_FALSE(classes().derivesFrom("test.Root", "test.Leaf"));
-    EXPECT_FALSE(classes().derivesFrom("test.Left", "test.Right"));
-    EXPECT_TRUE(classes().derivesFrom("unknown.Thing", "unknown.Thing"));
-    EXPECT_FALSE(classes().derivesFrom("unknown.Thing", "test.Root"));
-    EXPECT_EQ(classes().require("test.Leaf")->baseClasses(), (Log{"test.Left", "test.Right"}));
-}
-
-TEST_F(Classes, BaseClassThatIsMissingOrTheClassItselfIsRefused) {
-    EXPECT_EQ(failureOf([&] { addDerivedClass("Leaf", {"test.Rot"}); }), "VANTIK:vcos:UnknownClass(test.Rot, none)");
-    addClass("Root");
-    addDerivedClass("Leaf", {"test.Root"});
-    EXPECT_EQ(failureOf([&] { addDerivedClass("Root", {"test.Leaf"}); }),
-              "VANTIK:vcos:CircularBaseClass(test.Root, test.Leaf)");
-    EXPECT_EQ(failureOf([&] { addDerivedClass("Self", {"test.Self"}); }),
-              "VANTIK:vcos:CircularBaseClass(test.Self, test.Self)");
 }
 
 TEST_F(Classes, ServiceModelIsTheScopes) {
