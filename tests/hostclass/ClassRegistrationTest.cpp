@@ -248,12 +248,3 @@ TEST_F(ClassInfo, ConstructorTakesTheModeAndNothingElse) {
     EXPECT_THROW(host().create(kAdapterClass, {vantik::Array(true), vantik::Array(true)}), vantik::Failure);
     EXPECT_THROW(host().create(kAdapterClass, {vantik::Array("yes")}), vantik::Failure);
 }
-
-TEST_F(ClassInfo, SecondObjectWhileAConnectionIsOpenIsRefused) {
-    const vantik::Object first = makeAdapter();
-    first.set("URL", "http://127.0.0.1:1/");
-    first.call("openConnection");
-    EXPECT_EQ(failureOf([&] { makeAdapter(); }).identifier(), "VANTIK:http:OnlyOneTransferAtATime");
-    first.call("closeConnection");
-    EXPECT_NO_THROW(makeAdapter());
-}

@@ -1,5 +1,5 @@
 // The rows of the table, and what the accessors of numbers and texts do, through the class where the host can see it.
-// Arrays and host objects: PropertyTableTestArrays.cpp.
+// Arrays and host objects: PropertyTableTestArrays.cpp. Properties that send: tests/exchange/response/.
 #include "hostclass/PropertyTable.h"
 
 #include "errors/HTTPException.h"
@@ -8,8 +8,6 @@
 #include "tests/hostclass/HostCalls.h"
 #include "tests/hostclass/RecordingClass.h"
 #include "tests/support/host/ScriptedObjects.h"
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/UnreachablePorts.h"
 
 #include <cmath>
 #include <cstdint>
@@ -22,7 +20,6 @@
 #include <vector>
 
 using vantik::Array;
-namespace step = testsupport::step;
 
 namespace {
 
@@ -303,32 +300,4 @@ TEST_F(Properties, FlagsAndNumbersComeBack) {
     accessorsOf<int>("Debug").Setter(native(), -3);
     EXPECT_EQ(Adapter.get("Debug").number(), -3.0);
     settings().Debug = 0; // the destruction would write a trace line
-}
-
-TEST_F(Properties, WhatTheResponseSaysIsAskedForOnAnOpenConnectionOnly) {
-    Adapter.set("ContentType", "stored/type");
-    EXPECT_EQ(text("ContentType"), "stored/type"); // closed: nothing is sent
-    testsupport::ScriptedServer server({step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Type: text/x\r\n"
-                                                                       "Content-Encoding: odd\r\nLocation: /next\r\n"
-                                                                       "Content-Length: 0\r\n\r\n")});
-    Adapter.set("Decode", Array(false));
-    openTo(server.url("/a"));
-    EXPECT_FALSE(Adapter.get("Sent").truth());
-    EXPECT_EQ(text("ContentType"), "text/x");
-    EXPECT_TRUE(Adapter.get("Sent").truth());
-    EXPECT_EQ(text("ContentEncoding"), "odd");
-    EXPECT_EQ(text("RedirectURL"), server.url("/next"));
-    EXPECT_EQ(Adapter.get("ResponseCode").number(), 200.0);
-    EXPECT_EQ(server.connectionCount(), 1u);
-}
-
-TEST_F(Properties, GetterThatSendsTranslatesItsFailure) {
-    const testsupport::RefusingPort port;
-    for (const char* property : {"ContentType", "ContentEncoding", "RedirectURL", "ResponseCode"}) {
-        openTo(port.url());
-        EXPECT_THAT(failureTextOf([&] { Adapter.get(property); }),
-                    testing::StartsWith("VANTIK:webservices:ConnectionRefused(" + port.url() + ", "))
-            << property;
-        Adapter.call("closeConnection");
-    }
 }
