@@ -46,8 +46,8 @@ constexpr CommandRow kCommands[] = {
     {"docs/batch.md", "netrove batch", Way::Never, "the name of the command in the heading"},
     {"docs/batch.md", "sbatch --array", Way::Elsewhere, "tests/cli/batch/BatchShardCommandTest.cpp: BatchShardCommand, ASlurmArraySaysWhich"},
 
-    {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/commands/InformationCommandsTest.cpp: HelpOption, GoesToStandardOutput"},
-    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/ReferencePagesTest.cpp: ReferencePage, IsWhatTheProgramPrints"},
+    {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/commands/DescribeCommandTest.cpp: HelpOption, WritesToStandardOutput"},
+    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/ReferenceTest.cpp: ReferencePages, AreWhatTheProgramPrints"},
     {"docs/cli.md", R"(printf 'Authorization: Bearer %s\n' "$TOKEN" | netrove get -H @- https://example.org/)", Way::Here, ""},
     {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list stand below it"},
 

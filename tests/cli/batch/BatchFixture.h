@@ -1,15 +1,11 @@
 // What the tests of whole batch runs share.
 #pragma once
 
+#include "tests/cli/ProgramFixture.h"
 #include "tests/cli/batch/BatchServer.h"
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <filesystem>
 #include <map>
 #include <sstream>
 #include <string>
@@ -17,54 +13,40 @@
 
 namespace batchtest {
 
+using namespace clitest;
 using Json = nlohmann::json;
-using testsupport::Outcome;
-using testsupport::Program;
-using testsupport::readFile;
-using testsupport::Surroundings;
-using testsupport::writeFile;
 
-class BatchFixture : public testing::Test {
+class BatchFixture : public ProgramFixture {
 protected:
-    testsupport::TemporaryFolder Folder;
     BatchServer Server;
 
-    Surroundings around() const {
-        Surroundings result;
-        result.Folder = Folder.path();
-        return result;
-    }
-    Outcome batch(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment = {}) {
-        arguments.insert(arguments.begin(), "batch");
-        Surroundings surroundings = around();
-        surroundings.Environment = environment;
-        return testsupport::run(std::move(arguments), surroundings);
+    Outcome batch(const Words& arguments, const std::map<std::string, std::string>& environment = {}) const {
+        return run(Words{"batch"} + arguments, {.Environment = environment, .Folder = Folder.path()});
     }
 
+    void write(const std::string& manifest) const { writeFile(file("list"), manifest); }
     // A manifest of `count` lines, the URL /n/I into the file I.
-    void writeList(std::size_t count, const std::string& name = "list") {
+    void writeList(std::size_t count) const {
         std::string text;
         for (std::size_t i = 1; i <= count; ++i) {
             text += Server.url("/n/" + std::to_string(i)) + " " + std::to_string(i) + "\n";
         }
-        writeFile(Folder.file(name), text);
+        write(text);
     }
-    void expectFiles(std::size_t count) const {
-        for (std::size_t i = 1; i <= count; ++i) {
-            EXPECT_EQ(readFile(Folder.file(std::to_string(i))), BatchServer::contentOf("/n/" + std::to_string(i)));
-        }
-    }
+    std::string journal() const { return readFile(file("list.journal")); }
 
     // Names of all files, hidden ones included, but for manifest and journals.
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(Folder.path())) {
-            if (const std::string name = entry.path().filename().string(); !name.starts_with("list")) {
-                names.push_back(name);
-            }
+    Words files() const {
+        Words all = names();
+        std::erase_if(all, [](const std::string& name) { return name.starts_with("list"); });
+        return all;
+    }
+    // Those of `writeList`, whole, and no other.
+    void expectFiles(std::size_t count) const {
+        EXPECT_EQ(files().size(), count);
+        for (std::size_t i = 1; i <= count; ++i) {
+            EXPECT_EQ(readFile(file(std::to_string(i))), BatchServer::contentOf("/n/" + std::to_string(i)));
         }
-        std::sort(names.begin(), names.end());
-        return names;
     }
 
     // One object for each line of standard output.
@@ -76,12 +58,9 @@ protected:
         }
         return found;
     }
-    static std::size_t count(const Outcome& outcome, const std::string& result) {
-        const auto all = results(outcome);
-        return static_cast<std::size_t>(
-            std::count_if(all.begin(), all.end(), [&](const Json& one) { return one["result"] == result; }));
+    static std::ptrdiff_t count(const Outcome& outcome, const std::string& result) {
+        return std::ranges::count_if(results(outcome), [&](const Json& one) { return one["result"] == result; });
     }
-    using Names = std::vector<std::string>;
 };
 
 } // namespace batchtest

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -31,10 +32,19 @@ BatchLine only(const std::string& text) {
     return std::move(manifest.Lines.at(0));
 }
 
+// What is wrong with each line that is bad, in one line each.
+std::string problems(const std::string& text, const std::function<void(BatchManifestParser&)>& prepare) {
+    BatchManifestParser parser([](const std::string&) {});
+    prepare(parser);
+    parser.feed(text);
+    std::string all;
+    for (const auto& bad : parser.finish().Bad) {
+        all += (all.empty() ? "" : "\n") + bad.Problem;
+    }
+    return all;
+}
 std::string problem(const std::string& text) {
-    const BatchManifest manifest = parsed(text);
-    EXPECT_EQ(manifest.Bad.size(), 1u) << text;
-    return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
+    return problems(text, [](BatchManifestParser& parser) { parser.reserve("list.txt", "the manifest"); });
 }
 
 TEST(BatchManifest, LinesAreUrlAndTarget) {
@@ -43,31 +53,31 @@ TEST(BatchManifest, LinesAreUrlAndTarget) {
     for (const std::size_t piece : {std::string::npos, std::size_t{1}, std::size_t{7}}) {
         const BatchManifest manifest = parsed(text, piece);
         ASSERT_TRUE(manifest.Bad.empty());
-        ASSERT_EQ(manifest.Lines.size(), 3u);
-        EXPECT_EQ(manifest.Lines[0].Number, 3u);
-        EXPECT_EQ(manifest.Lines[0].Url, "http://h/a");
-        EXPECT_EQ(manifest.Lines[0].Target, "one two");
-        EXPECT_EQ(manifest.Lines[1].Url, "HTTPS://h/b");
-        EXPECT_EQ(manifest.Lines[1].Target, "b.txt");
-        EXPECT_EQ(manifest.Lines[2].Number, 6u);
-        EXPECT_EQ(manifest.Lines[2].Target, "c d") << "the name that the URL gives";
-        EXPECT_EQ(manifest.Lines[2].method(), "GET");
+        std::vector<std::string> lines;
+        for (const BatchLine& line : manifest.Lines) {
+            lines.push_back(std::to_string(line.Number) + " " + line.method() + " " + line.Url + " > " + *line.Target);
+        }
+        EXPECT_EQ(lines, (std::vector<std::string>{"3 GET http://h/a > one two", "4 GET HTTPS://h/b > b.txt",
+                                                   "6 GET http://h/c%20d > c d"}));
     }
 }
 
-TEST(BatchManifest, TargetsStayAsTheyAreGiven) {
-    EXPECT_EQ(only("http://h/a ../b/./c").Target, "../b/./c");
-    EXPECT_EQ(only("http://h/a \xFF\xFE").Target, "\xFF\xFE");
-    EXPECT_EQ(only("http://h/a #1").Target, "#1");
-    EXPECT_EQ(only("{\"url\":\"http://h/a\",\"target\":\" b \"}").Target, " b ");
-}
-
-TEST(BatchManifest, AFolderTakesTheNameOfTheUrl) {
+TEST(BatchManifest, TargetsStayAsTheyAreGivenOrTakeTheNameOfTheUrl) {
     const testsupport::TemporaryFolder folder;
-    EXPECT_EQ(only("http://h/x/a.bin?v=1 " + folder.path()).Target, folder.file("a.bin"));
-    EXPECT_EQ(only("http://h/x/a.bin not/there/").Target, "not/there/a.bin");
-    EXPECT_EQ(only("http://h/%2e%2e%2fescape").Target, "_escape");
-    EXPECT_EQ(only("http://h").Target, "download");
+    const std::pair<std::string, std::string> rows[] = {
+        {"http://h/a ../b/./c", "../b/./c"},
+        {"http://h/a \xFF\xFE", "\xFF\xFE"},
+        {"http://h/a #1", "#1"},
+        {"{\"url\":\"http://h/a\",\"target\":\" b \"}", " b "},
+        {"http://h/x/a.bin?v=1 " + folder.path(), folder.file("a.bin")},
+        {"http://h/x/a.bin not/there/", "not/there/a.bin"},
+        {"http://h/%2e%2e%2fescape", "_escape"},
+        {"http://h", "download"},
+    };
+    for (const auto& [line, target] : rows) {
+        EXPECT_EQ(only(line).Target, target) << line;
+    }
+    EXPECT_FALSE(only(R"({"url":"http://h/a","target":null})").Target);
 }
 
 TEST(BatchManifest, AJsonLineHasEverything) {
@@ -88,10 +98,6 @@ TEST(BatchManifest, AJsonLineHasEverything) {
     EXPECT_EQ(other.Target, "a");
 }
 
-TEST(BatchManifest, NullIsNoTarget) {
-    EXPECT_FALSE(only(R"({"url":"http://h/a","target":null})").Target);
-}
-
 TEST(BatchManifest, AStructuredBodyIsJson) {
     const BatchLine line = only(R"({"url":"http://h/a","body":{"b":[1,"ü"],"a":null}})");
     EXPECT_EQ(line.Extras->Body, R"({"b":[1,"ü"],"a":null})");
@@ -100,47 +106,49 @@ TEST(BatchManifest, AStructuredBodyIsJson) {
     EXPECT_EQ(own.Extras->Fields.size(), 1u);
 }
 
-TEST(BatchManifest, EveryBadLineIsToldOf) {
-    const std::vector<std::pair<std::string, std::string>> rows = {
-        {"ftp://h/a", "'ftp://h/a' is not an http or https URL"},
-        {"a.txt http://h/a", "'a.txt' is not an http or https URL"},
+TEST(BatchManifest, SaysWhatIsWrongWithALine) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"ftp://h/a", "'ftp://h/a' is no http or https URL"},
+        {"a.txt http://h/a", "'a.txt' is no http or https URL"},
         {"http:///path", "'http:///path' has no host"},
         {"http://u:secret@", "'http://***@' has no host"},
         {"http://h/\x01", "the URL has control characters or is not UTF-8"},
         {"http://h/\xFF", "the URL has control characters or is not UTF-8"},
-        {"http://h/a b ", "the line ends with a blank; write a target that ends with one as JSON"},
+        {"http://h/a b ", "a blank ends the line; a target that ends so is written as JSON"},
         {"http://h/a b\x1B", "the target has control characters"},
         {"http://h/a ./x/../list.txt", "the target './x/../list.txt' is the manifest"},
-        {"http://h/a /dev/null", "the target '/dev/null' is not a regular file; \"target\":null drops the content"},
-        {"{}", "the key 'url' is missing"},
-        {"{\"url\":7}", "the value of \"url\" is not a string"},
-        {"{\"url\":\"http://h/a\",\"target\":\"\"}", "the value of \"target\" is empty"},
-        {"{\"url\":\"http://h/a\",\"Target\":\"b\"}",
-         "unknown key 'Target'; the keys are url, target, method, fields, body, body_file and id"},
-        {"{\"url\":\"http://h/a\",\"url\":\"http://h/b\"}", "the key 'url' is given twice"},
-        {"{\"url\":\"http://h/a\",\"method\":\"A B\"}", "'A B' is not a request method"},
-        {"{\"url\":\"http://h/a\",\"fields\":{\"A\":\"1\\r\\nB: 2\"}}",
-         "the value of the header field 'A' is not printable ASCII"},
-        {"{\"url\":\"http://h/a\",\"fields\":{\"A:\":\"1\"}}", "'A:' is not the name of a header field"},
-        {"{\"url\":\"http://h/a\",\"fields\":7}", "the value of \"fields\" is neither an object nor an array"},
-        {"{\"url\":\"http://h/a\",\"body\":7}", "the value of \"body\" is not a string"},
-        {"{\"url\":\"http://h/a\",\"body\":\"\",\"body_file\":\"b\"}",
-         "only one of \"body\" and \"body_file\" can be given"},
-        {"{\"url\":\"http://h/a\",\"body\":\"x\",\"method\":\"GET\"}",
-         "a request with the method GET or HEAD has no body; name another as \"method\""},
-        {"{\"url\":\"http://h/a\",\"body_file\":\"-\"}",
-         "\"body_file\" must name a file; standard input cannot be used"},
-        {"{\"url\":\"http://h/a\",\"id\":\"\"}", "the value of \"id\" is empty"},
-        {"http://h/a b\nhttp://h/c ./b", "the target './b' is already used by line 1"},
+        {"http://h/a /dev/null", "the target '/dev/null' is no regular file; \"target\":null drops the content"},
+        {"http://h/a b\nhttp://h/c ./b", "the target './b' is that of line 1 too"},
         {"{\"url\":\"http://h/a\",\"id\":1}\n{\"url\":\"http://h/b\",\"id\":\"1\"}",
-         "the id '1' is already used by line 1"},
+         "the id '1' is that of line 1 too"},
+        {"{}", "the key 'url' is missing"},
+        {R"({"url":7})", "the value of \"url\" is no text"},
     };
     for (const auto& [text, expected] : rows) {
         EXPECT_EQ(problem(text), expected) << text;
     }
+    // After "url":"http://h/a".
+    const std::pair<std::string, std::string> keys[] = {
+        {R"("target":"")", "the value of \"target\" is empty"},
+        {R"("Target":"b")", "unknown key 'Target'; known are url, target, method, fields, body, body_file and id"},
+        {R"("url":"http://h/b")", "the key 'url' stands there twice"},
+        {R"("method":"A B")", "'A B' is not a request method"},
+        {R"("fields":{"A":"1\r\nB: 2"})", "the value of the header field 'A' is not printable ASCII"},
+        {R"("fields":{"A:":"1"})", "'A:' is not the name of a header field"},
+        {R"("fields":7)", "the value of \"fields\" is neither an object nor an array"},
+        {R"("body":7)", "the value of \"body\" is no text"},
+        {R"("body":"","body_file":"b")", "only one of \"body\" and \"body_file\" can be given"},
+        {R"("body":"x","method":"GET")",
+         "a request with the method GET or HEAD has no body; name another as \"method\""},
+        {R"("body_file":"-")", "\"body_file\" names a file; standard input serves no line by itself"},
+        {R"("id":"")", "the value of \"id\" is empty"},
+    };
+    for (const auto& [rest, expected] : keys) {
+        EXPECT_EQ(problem(R"({"url":"http://h/a",)" + rest + "}"), expected) << rest;
+    }
 }
 
-TEST(BatchManifest, BrokenJsonIsToldOfWithoutItsSecrets) {
+TEST(BatchManifest, ShowsNoSecretOfBrokenJson) {
     const std::string text = problem("{\"url\":\"http://h/a\",\"fields\":{\"Authorization\":\"topsecret\"");
     EXPECT_EQ(text.find("no JSON: parse error at line 1, column "), 0u) << text;
     EXPECT_EQ(text.find("topsecret"), text.npos) << text;
@@ -152,7 +160,7 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
         return R"({"url":"http://h/a","target":"t","body":)" + std::string(depth, '[') + std::string(depth, ']') + "}";
     };
     EXPECT_EQ(only(line(500)).Extras->Body, std::string(500, '[') + std::string(500, ']'));
-    const std::string expected = "not usable JSON: arrays and objects are nested more than 500 deep";
+    const std::string expected = "no JSON that can be used: arrays and objects are in each other more than 500 deep";
     for (const std::size_t depth : {501, 50'000}) {
         const BatchManifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
         ASSERT_EQ(manifest.Bad.size(), 1u);
@@ -178,15 +186,12 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
     std::filesystem::create_symlink("real/there", path / "link");
     std::filesystem::create_symlink("nowhere", path / "dangling");
     const std::string relative = std::filesystem::relative(path).string();
-    const auto problems = [&](const std::string& first, const std::string& second) -> std::string {
-        BatchManifestParser parser([](const std::string&) {});
-        parser.reserve(folder.file("real/list"), "the manifest");
-        parser.feed("http://h/1 " + first + "\nhttp://h/2 " + second + "\n");
-        const BatchManifest manifest = parser.finish();
-        return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
+    const auto problemsOf = [&](const std::string& first, const std::string& second) {
+        return problems("http://h/1 " + first + "\nhttp://h/2 " + second + "\n",
+                        [&](BatchManifestParser& parser) { parser.reserve(folder.file("real/list"), "the manifest"); });
     };
     const auto same = [&](const std::string& first, const std::string& second) {
-        return problems(first, second) == "the target '" + second + "' is already used by line 1";
+        return problemsOf(first, second) == "the target '" + second + "' is that of line 1 too";
     };
     EXPECT_TRUE(same(folder.file("new"), relative + "/new"));
     EXPECT_TRUE(same("new", std::filesystem::current_path().string() + "/new"));
@@ -194,11 +199,11 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
     EXPECT_TRUE(same(folder.file("real/new"), folder.file("linked/new")));
     EXPECT_TRUE(same(folder.file("real/new"), relative + "/below/../new")) << "the folder above what the link names";
     EXPECT_TRUE(same(folder.file("real/not/there"), folder.file("linked/not/there")));
-    EXPECT_TRUE(same(folder.file("link"), folder.file("real/there"))) << "with --force the file behind it is replaced";
-    EXPECT_EQ(problems(folder.file("new"), folder.file("below/../new")), "");
-    EXPECT_EQ(problems(folder.file("dangling"), folder.file("nowhere")), "") << "such a link is replaced itself";
+    EXPECT_TRUE(same(folder.file("link"), folder.file("real/there"))) << "--force replaces that file";
+    EXPECT_EQ(problemsOf(folder.file("new"), folder.file("below/../new")), "");
+    EXPECT_EQ(problemsOf(folder.file("dangling"), folder.file("nowhere")), "") << "such a link is replaced itself";
     for (const std::string& name : {relative + "/real/list", folder.file("linked/list"), relative + "/below/../list"}) {
-        EXPECT_EQ(problems("other", name), "the target '" + name + "' is the manifest");
+        EXPECT_EQ(problemsOf("other", name), "the target '" + name + "' is the manifest");
     }
 }
 
@@ -206,18 +211,15 @@ TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("elsewhere"), "");
     std::filesystem::create_symlink("elsewhere", folder.file("j.3-of-4"));
-    const auto problems = [&](const std::string& target) -> std::string {
-        BatchManifestParser parser([](const std::string&) {});
-        parser.reserveJournals(folder.file("j"));
-        parser.feed("http://h/1 " + folder.file(target) + "\n");
-        const BatchManifest manifest = parser.finish();
-        return manifest.Bad.empty() ? "" : manifest.Bad.back().Problem;
+    const auto problemsOf = [&](const std::string& target) {
+        return problems("http://h/1 " + folder.file(target) + "\n",
+                        [&](BatchManifestParser& parser) { parser.reserveJournals(folder.file("j")); });
     };
     for (const char* name : {"j", "./j", "j.1-of-2", "not-there/../j.12-of-30", "j.3-of-4", "elsewhere"}) {
-        EXPECT_EQ(problems(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
+        EXPECT_EQ(problemsOf(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
     }
     for (const char* name : {"j2", "j.1-of-", "j.old", "k.1-of-2", "below/j.1-of-2"}) {
-        EXPECT_EQ(problems(name), "") << name;
+        EXPECT_EQ(problemsOf(name), "") << name;
     }
 }
 
@@ -248,7 +250,7 @@ TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
         EXPECT_LT(told.size(), 1100u);
         EXPECT_TRUE(told.starts_with("'aaaaaaaaaa")) << told;
         EXPECT_NE(told.find("\u00e4 ... \u00e4"), told.npos) << told;
-        EXPECT_TRUE(told.ends_with("\u00e4' is not an http or https URL")) << told;
+        EXPECT_TRUE(told.ends_with("\u00e4' is no http or https URL")) << told;
         EXPECT_TRUE(isUtf8(told)) << told;
     }
 }
@@ -281,17 +283,17 @@ TEST(BatchManifest, TheDigestIsThatOfTheContentWithoutCredentials) {
     EXPECT_EQ(only("\n\nhttp://h/a  t").digest(), plain);
     EXPECT_EQ(only(R"({"target":"t","url":"http://h/a","id":"x"})").digest(), plain);
     EXPECT_EQ(only("http://u:p@h/a t").digest(), plain);
-    std::set<std::string> digests = {plain};
-    for (const char* text :
-         {"http://h/b t", "http://h/a u", R"({"url":"http://h/a","target":null})",
-          R"({"url":"http://h/a","target":"t","method":"HEAD"})", R"({"url":"http://h/a","target":"t","body":""})",
-          R"({"url":"http://h/a","target":"t","body":"x"})", R"({"url":"http://h/a","target":"t","body_file":"x"})",
-          R"({"url":"http://h/a","target":"t","fields":["A: 1"]})",
-          R"({"url":"http://h/a","target":"t","fields":["A: 2"]})",
-          R"({"url":"http://h/a","target":"t","fields":["Cookie: 2"]})"}) {
-        EXPECT_TRUE(digests.insert(only(text).digest()).second) << text;
+    std::set<std::string> digests = {plain, only("http://h/b t").digest(), only("http://h/a u").digest(),
+                                     only(R"({"url":"http://h/a","target":null})").digest()};
+    EXPECT_EQ(digests.size(), 4u);
+    const auto digestWith = [](const std::string& more) {
+        return only(R"({"url":"http://h/a","target":"t",)" + more + "}").digest();
+    };
+    for (const char* more : {R"("method":"HEAD")", R"("body":"")", R"("body":"x")", R"("body_file":"x")",
+                             R"("fields":["A: 1"])", R"("fields":["A: 2"])", R"("fields":["Cookie: 2"])"}) {
+        EXPECT_TRUE(digests.insert(digestWith(more)).second) << more;
     }
-    EXPECT_TRUE(digests.contains(only(R"({"url":"http://h/a","target":"t","fields":["Cookie: 3"]})").digest()));
+    EXPECT_TRUE(digests.contains(digestWith(R"("fields":["Cookie: 3"])")));
 }
 
 TEST(BatchManifest, EqualLinesWithoutATargetAreTransfersOfTheirOwn) {

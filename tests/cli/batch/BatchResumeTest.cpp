@@ -1,7 +1,8 @@
+// A run that goes on where another one stopped, with the help of its journal. What a journal's lines mean:
+// BatchJournalTest.cpp.
 #include "tests/cli/batch/BatchFixture.h"
 
 #include <csignal>
-#include <string>
 
 namespace {
 
@@ -13,33 +14,26 @@ protected:
     Program stoppedAtThree() {
         writeList(5);
         Server.hold("/n/3");
-        return Program({"batch", "list", "-j", "1"}, around());
+        return Program({"batch", "list", "-j", "1"}, here());
     }
-    void expectTheRest() {
-        Server.release("/n/3");
-        const Outcome outcome = batch({"list"});
+    // Runs it again, and expects so many lines to be skipped and done.
+    Outcome again(std::ptrdiff_t skipped, std::ptrdiff_t done, const Words& more = {}) const {
+        const Outcome outcome = batch(Words{"list"} + more);
         EXPECT_EQ(outcome.Status, 0) << outcome.Err << outcome.Out;
-        EXPECT_EQ(count(outcome, "skipped"), 2u);
-        EXPECT_EQ(count(outcome, "done"), 3u);
-        expectFiles(5);
-        EXPECT_EQ(files(), (Names{"1", "2", "3", "4", "5"}));
-        EXPECT_EQ(Server.requests("/n/1"), 1u);
-        EXPECT_EQ(Server.requests("/n/2"), 1u);
-        EXPECT_EQ(Server.requests("/n/3"), 2u);
+        EXPECT_EQ(count(outcome, "skipped"), skipped);
+        EXPECT_EQ(count(outcome, "done"), done);
+        return outcome;
     }
-    std::string journal() const { return readFile(Folder.file("list.journal")); }
 };
 
 TEST_F(BatchResume, ASecondRunHasNothingToDo) {
     writeList(5);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    const Outcome outcome = batch({"list"});
-    EXPECT_EQ(outcome.Status, 0);
-    EXPECT_EQ(count(outcome, "skipped"), 5u);
+    again(0, 5);
+    const Outcome outcome = again(5, 0);
     EXPECT_EQ(Server.allRequests(), 5u);
     EXPECT_EQ(results(outcome).at(0)["status"], 200);
     EXPECT_EQ(results(outcome).at(0)["bytes"], BatchServer::contentOf("/n/1").size());
-    EXPECT_EQ(outcome.Err.find("netrove: note: 0 done, 5 done before; "), 0u) << outcome.Err;
+    EXPECT_THAT(outcome.Err, StartsWith("netrove: note: 0 done, 5 done before; "));
 }
 
 TEST_F(BatchResume, AKilledRunGoesOnWhereItStopped) {
@@ -49,8 +43,13 @@ TEST_F(BatchResume, AKilledRunGoesOnWhereItStopped) {
         program.signal(SIGKILL);
         EXPECT_EQ(program.wait().Status, -1);
     }
-    EXPECT_EQ(files(), (Names{"1", "2"})) << "what the killed run had begun has no name";
-    expectTheRest();
+    EXPECT_EQ(files(), (Words{"1", "2"})) << "what the killed run had begun has no name";
+    Server.release("/n/3");
+    again(2, 3);
+    expectFiles(5);
+    EXPECT_EQ(Server.requests("/n/1"), 1u);
+    EXPECT_EQ(Server.requests("/n/2"), 1u);
+    EXPECT_EQ(Server.requests("/n/3"), 2u);
 }
 
 TEST_F(BatchResume, AnInterruptedRunGoesOnWhereItStopped) {
@@ -61,141 +60,100 @@ TEST_F(BatchResume, AnInterruptedRunGoesOnWhereItStopped) {
         program.signal(number);
         const Outcome outcome = program.wait();
         EXPECT_EQ(outcome.Status, 128 + number) << outcome.Err;
-        EXPECT_EQ(count(outcome, "done") + count(outcome, "skipped"), 2u);
-        EXPECT_EQ(testsupport::lastLine(outcome.Err), "netrove: NETROVE:cli:Interrupted: interrupted");
-        EXPECT_NE(outcome.Err.find(", 3 left"), outcome.Err.npos) << outcome.Err;
-        EXPECT_EQ(files(), (Names{"1", "2"}));
+        EXPECT_EQ(count(outcome, "done") + count(outcome, "skipped"), 2);
+        EXPECT_EQ(lastLine(outcome.Err), "netrove: NETROVE:cli:Interrupted: interrupted");
+        EXPECT_THAT(outcome.Err, HasSubstr(", 3 left"));
+        EXPECT_EQ(files(), (Words{"1", "2"}));
     }
     Server.release("/n/3");
-    EXPECT_EQ(batch({"list"}).Status, 0);
+    again(2, 3);
     expectFiles(5);
 }
 
-TEST_F(BatchResume, EveryJobIsInterrupted) {
+TEST_F(BatchResume, AnInterruptReachesEveryJob) {
     writeList(6);
-    for (const char* path : {"/n/1", "/n/2", "/n/3"}) {
-        Server.hold(path);
-    }
-    Program program({"batch", "list", "-j", "3"}, around());
-    for (const char* path : {"/n/1", "/n/2", "/n/3"}) {
-        Server.waitForRequest(path);
-    }
+    const Words paths = {"/n/1", "/n/2", "/n/3"};
+    std::ranges::for_each(paths, [this](const std::string& path) { Server.hold(path); });
+    Program program({"batch", "list", "-j", "3"}, here());
+    std::ranges::for_each(paths, [this](const std::string& path) { Server.waitForRequest(path); });
     program.signal(SIGINT);
     EXPECT_EQ(program.wait().Status, 130);
-    EXPECT_EQ(files(), Names{});
+    EXPECT_EQ(files(), Words{});
     EXPECT_EQ(Server.allRequests(), 3u);
 }
 
-TEST_F(BatchResume, ALineThatWasNotWrittenToItsEndDoesNotCount) {
+TEST_F(BatchResume, AJournalThatEndsInTheMiddleOfALineCountsUpToThere) {
     writeList(3);
-    ASSERT_EQ(batch({"list", "-j", "1"}).Status, 0);
+    again(0, 3, {"-j", "1"});
     const std::string whole = journal();
     const std::size_t last = whole.rfind('\n', whole.size() - 2) + 1;
     for (const std::size_t length : {whole.size() - 1, last + 1, last + 30}) {
-        writeFile(Folder.file("list.journal"), whole.substr(0, length));
-        const Outcome outcome = batch({"list"});
-        EXPECT_EQ(outcome.Status, 0) << outcome.Err << outcome.Out;
+        writeFile(file("list.journal"), whole.substr(0, length));
         // The file got its name before that line was to be written, and the line before knows it.
-        EXPECT_EQ(count(outcome, "skipped"), 3u);
+        again(3, 0);
     }
-    writeFile(Folder.file("list.journal"), whole.substr(0, last) + std::string("{\"half"));
-    std::filesystem::remove(Folder.file("3"));
-    const Outcome outcome = batch({"list"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(count(outcome, "done"), 1u);
-    EXPECT_EQ(journal().find("{\"half"), std::string::npos);
-}
-
-// As a power cut could leave it where a file system had the name before the content.
-TEST_F(BatchResume, AFileWithoutItsContentIsNotDone) {
-    writeList(1);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    const std::string whole = journal();
-    writeFile(Folder.file("list.journal"), whole.substr(0, whole.rfind('\n', whole.size() - 2) + 1));
-    std::filesystem::resize_file(Folder.file("1"), 0);
+    writeFile(file("list.journal"), whole.substr(0, last) + "{\"half");
+    std::filesystem::remove(file("3"));
+    again(2, 1);
+    EXPECT_THAT(journal(), Not(HasSubstr("{\"half")));
+    // As a power cut could leave it where a file system had the name before the content.
+    writeFile(file("list.journal"), whole.substr(0, last));
+    std::filesystem::resize_file(file("3"), 0);
     const Outcome refused = batch({"list"});
-    EXPECT_EQ(refused.Status, 23) << refused.Out;
-    EXPECT_EQ(results(refused).at(0)["identifier"], "NETROVE:cli:FileExists");
-    EXPECT_EQ(batch({"list", "--force"}).Status, 0);
-    expectFiles(1);
+    EXPECT_EQ(refused.Status, 23);
+    EXPECT_THAT(refused.Out, HasSubstr("NETROVE:cli:FileExists"));
+    again(2, 1, {"--force"});
+    expectFiles(3);
 }
 
-TEST_F(BatchResume, ADamagedLineOfTheJournalIsToldOfAndTheRestCounts) {
+TEST_F(BatchResume, ADamagedLineOfTheJournalIsReportedAndTheRestCounts) {
     writeList(3);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    writeFile(Folder.file("list.journal"),
+    again(0, 3);
+    writeFile(file("list.journal"),
               journal() + R"({"key":"=3","line":"0","state":"started","temporary":"#zz","device":1,"inode":1})" + "\n");
-    const Outcome outcome = batch({"list"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(count(outcome, "skipped"), 3u);
-    EXPECT_EQ(outcome.Err.find("netrove: note: 1 line of the journal cannot be read and is ignored\n"), 0u)
-        << outcome.Err;
+    EXPECT_THAT(again(3, 0).Err,
+                StartsWith("netrove: note: 1 line of the journal cannot be read and does not count\n"));
 }
 
-TEST_F(BatchResume, AChangedLineIsDoneAgain) {
-    writeList(2);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    writeFile(Folder.file("list"), Server.url("/n/1") + " 1\n" + Server.url("/n/2?new") + " 2\n");
-    const Outcome outcome = batch({"list", "--force"});
-    EXPECT_EQ(outcome.Status, 0);
-    EXPECT_EQ(count(outcome, "skipped"), 1u);
-    EXPECT_EQ(readFile(Folder.file("2")), BatchServer::contentOf("/n/2?new"));
-}
-
-TEST_F(BatchResume, AFileThatIsGoneIsFetchedAgain) {
-    writeList(2);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    std::filesystem::remove(Folder.file("2"));
-    EXPECT_EQ(batch({"list"}).Status, 0);
+TEST_F(BatchResume, WhatChangedOrFailedOrIsGoneIsDoneAgain) {
+    writeList(3);
+    again(0, 3);
+    Server.answer("/n/2?new", {{404, {}, ""}, {200, {}, "at last"}});
+    write(Server.url("/n/1") + " 1\n" + Server.url("/n/2?new") + " 2\n" + Server.url("/n/3") + " 3\n");
+    EXPECT_EQ(batch({"list", "--force"}).Status, 22);
+    std::filesystem::remove(file("3"));
+    again(1, 2, {"--force"});
+    EXPECT_EQ(readFile(file("2")), "at last");
     EXPECT_EQ(Server.requests("/n/1"), 1u);
-    EXPECT_EQ(Server.requests("/n/2"), 2u);
-    expectFiles(2);
-}
-
-TEST_F(BatchResume, ALineThatFailedIsDoneAgain) {
-    Server.answer("/n/1", {{404, {}, ""}, {200, {}, "at last"}});
-    writeList(1);
-    EXPECT_EQ(batch({"list"}).Status, 22);
-    EXPECT_EQ(batch({"list"}).Status, 0);
-    EXPECT_EQ(readFile(Folder.file("1")), "at last");
+    EXPECT_EQ(Server.requests("/n/3"), 2u);
 }
 
 TEST_F(BatchResume, RequestsWithoutAFileAreMadeOnceEach) {
     const std::string line = "{\"url\":\"" + Server.url("/ping") + "\",\"method\":\"POST\",\"target\":null}\n";
-    writeFile(Folder.file("list"), line + line);
-    ASSERT_EQ(batch({"list"}).Status, 0);
-    EXPECT_EQ(Server.requests("/ping"), 2u);
-    writeFile(Folder.file("list"), line + line + line);
-    const Outcome outcome = batch({"list"});
-    EXPECT_EQ(count(outcome, "skipped"), 2u);
+    write(line + line);
+    again(0, 2);
+    write(line + line + line);
+    again(2, 1);
     EXPECT_EQ(Server.requests("/ping"), 3u);
 }
 
 TEST_F(BatchResume, WithoutAJournalNothingIsRemembered) {
     writeList(1);
-    ASSERT_EQ(batch({"list", "--no-journal"}).Status, 0);
-    EXPECT_FALSE(std::filesystem::exists(Folder.file("list.journal")));
-    EXPECT_EQ(batch({"list", "--no-journal", "--force"}).Status, 0);
-    EXPECT_EQ(Server.requests("/n/1"), 2u);
+    again(0, 1, {"--no-journal"});
+    EXPECT_EQ(names(), (Words{"1", "list"}));
+    again(0, 1, {"--no-journal", "--force"});
 }
 
-TEST_F(BatchResume, TwoRunsDoNotShareAJournal) {
+TEST_F(BatchResume, TwoRunsDoNotShareAJournalAndNoOtherFileBecomesOne) {
     Program program = stoppedAtThree();
     Server.waitForRequest("/n/3");
     const Outcome second = batch({"list"});
     EXPECT_EQ(second.Status, 23);
     EXPECT_EQ(second.Err, "netrove: NETROVE:cli:JournalInUse: another run is using list.journal\n");
-}
-
-TEST_F(BatchResume, AFileThatIsNoJournalStaysAsItIs) {
-    writeList(1);
-    for (const std::string text : {"important\n", "important", "two\nlines", "{\"journal\":\"something else\"}\n"}) {
-        writeFile(Folder.file("list.other"), text);
-        const Outcome outcome = batch({"list", "--journal", "list.other"});
-        EXPECT_EQ(outcome.Status, 23) << text;
-        EXPECT_EQ(readFile(Folder.file("list.other")), text);
-    }
-    EXPECT_EQ(Server.allRequests(), 0u);
+    writeFile(file("list.other"), "important\n");
+    EXPECT_EQ(batch({"list", "--journal", "list.other"}).Status, 23);
+    EXPECT_EQ(readFile(file("list.other")), "important\n");
+    EXPECT_EQ(Server.allRequests(), 3u);
 }
 
 } // namespace

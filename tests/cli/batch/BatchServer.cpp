@@ -7,10 +7,11 @@
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/ServerSocket.h>
+#include <Poco/String.h>
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 
@@ -24,67 +25,36 @@ namespace {
 constexpr std::chrono::minutes kUnreasonable{1};
 constexpr int kThreads = 24;
 
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
+struct Factory : Poco::Net::HTTPRequestHandlerFactory {
+    explicit Factory(std::function<Poco::Net::HTTPRequestHandler*()> make) : Make(std::move(make)) {}
+    Poco::Net::HTTPRequestHandler* createRequestHandler(const HTTPServerRequest&) override { return Make(); }
+    std::function<Poco::Net::HTTPRequestHandler*()> Make; // the server deletes what it returns
+};
+
+Poco::Net::HTTPServerParams::Ptr parameters() {
+    Poco::Net::HTTPServerParams::Ptr result = new Poco::Net::HTTPServerParams;
+    result->setMaxThreads(kThreads);
+    result->setKeepAlive(true);
+    return result;
 }
 
 } // namespace
 
-struct BatchServer::State {
-    mutable std::mutex Guard;
-    mutable std::condition_variable Changed;
-    std::map<std::string, std::vector<Answer>> Answers;
-    std::set<std::string> Held;
-    std::map<std::string, std::vector<SeenRequest>> Requests;
-    std::set<unsigned> ClientPorts;
-    std::size_t Now = 0;
-    std::size_t Most = 0;
-    std::size_t Meeting = 0; // wanted
-    std::size_t Arrived = 0;
-    bool Ending = false;
-
-    // The answer, once it may be given.
-    Answer take(const std::string& path, SeenRequest request, unsigned port) {
-        std::unique_lock lock(Guard);
-        ClientPorts.insert(port);
-        Requests[path].push_back(std::move(request));
-        const std::size_t turn = Requests[path].size() - 1;
-        Most = std::max(Most, ++Now);
-        const bool meets = path.starts_with("/meet");
-        Arrived += meets ? 1 : 0;
-        Changed.notify_all();
-        const bool free = Changed.wait_for(
-            lock, kUnreasonable, [&] { return Ending || (!Held.contains(path) && (!meets || Arrived >= Meeting)); });
-        --Now;
-        if (!free) {
-            return {500, {}, "waited in vain"};
-        }
-        const auto found = Answers.find(path);
-        if (found == Answers.end()) {
-            return {200, {}, contentOf(path)};
-        }
-        return found->second[std::min(turn, found->second.size() - 1)];
-    }
-};
-
-namespace {
-
-class Handler : public Poco::Net::HTTPRequestHandler {
+class BatchServer::Handler : public Poco::Net::HTTPRequestHandler {
 public:
-    explicit Handler(BatchServer::State& state) : Shared(state) {}
+    explicit Handler(BatchServer& server) : Server(server) {}
 
     void handleRequest(HTTPServerRequest& request, HTTPServerResponse& response) override {
         SeenRequest seen{request.getMethod(), {}, {}};
         for (const auto& [name, value] : request) {
-            seen.Fields[lowered(name)] = value;
+            seen.Fields[Poco::toLower(name)] = value;
         }
-        std::ostringstream body;
         if (request.hasContentLength() || request.getChunkedTransferEncoding()) {
+            std::ostringstream body;
             body << request.stream().rdbuf();
+            seen.Body = body.str();
         }
-        seen.Body = body.str();
-        const Answer answer = Shared.take(request.getURI(), std::move(seen), request.clientAddress().port());
+        const Answer answer = Server.take(request.getURI(), std::move(seen), request.clientAddress().port());
         response.setStatusAndReason(static_cast<HTTPServerResponse::HTTPStatus>(answer.Status));
         for (const auto& [name, value] : answer.Fields) {
             response.set(name, value);
@@ -101,47 +71,28 @@ public:
     }
 
 private:
-    BatchServer::State& Shared;
+    BatchServer& Server;
 };
-
-class Factory : public Poco::Net::HTTPRequestHandlerFactory {
-public:
-    explicit Factory(BatchServer::State& state) : Shared(state) {}
-    Poco::Net::HTTPRequestHandler* createRequestHandler(const HTTPServerRequest&) override {
-        return new Handler(Shared); // the server deletes it
-    }
-
-private:
-    BatchServer::State& Shared;
-};
-
-Poco::Net::HTTPServerParams::Ptr parameters() {
-    Poco::Net::HTTPServerParams::Ptr result = new Poco::Net::HTTPServerParams;
-    result->setMaxThreads(kThreads);
-    result->setKeepAlive(true);
-    return result;
-}
-
-} // namespace
 
 struct BatchServer::Content {
-    explicit Content(State& state) : Server(new Factory(state), Threads, Socket, parameters()) {}
+    explicit Content(BatchServer& server)
+        : Server(new Factory([&server] { return new Handler(server); }), Threads, Socket, parameters()) {}
 
     Poco::Net::ServerSocket Socket{Poco::Net::SocketAddress("127.0.0.1", 0)};
     Poco::ThreadPool Threads{kThreads, kThreads};
     Poco::Net::HTTPServer Server;
 };
 
-BatchServer::BatchServer() : Shared(std::make_unique<State>()), Inside(std::make_unique<Content>(*Shared)) {
+BatchServer::BatchServer() : Inside(std::make_unique<Content>(*this)) {
     Inside->Server.start();
 }
 
 BatchServer::~BatchServer() {
     {
-        const std::lock_guard lock(Shared->Guard);
-        Shared->Ending = true;
+        const std::lock_guard lock(Guard);
+        Ending = true;
     }
-    Shared->Changed.notify_all();
+    Changed.notify_all();
     Inside->Server.stopAll(true);
     Inside->Threads.joinAll();
 }
@@ -158,74 +109,84 @@ std::string BatchServer::contentOf(const std::string& path) {
     return content;
 }
 
+bool BatchServer::mayAnswer(const std::string& path) const {
+    return Ending || (!Held.contains(path) && (!path.starts_with("/meet") || Arrived >= Meeting));
+}
+
+Answer BatchServer::take(const std::string& path, SeenRequest request, unsigned port) {
+    std::unique_lock lock(Guard);
+    ClientPorts.insert(port);
+    Requests[path].push_back(std::move(request));
+    const std::size_t turn = Requests[path].size() - 1;
+    Most = std::max(Most, ++Now);
+    Arrived += path.starts_with("/meet") ? 1 : 0;
+    Changed.notify_all();
+    const bool free = Changed.wait_for(lock, kUnreasonable, [&] { return mayAnswer(path); });
+    --Now;
+    if (!free) {
+        return {500, {}, "waited in vain"};
+    }
+    const auto found = Answers.find(path);
+    return found == Answers.end() ? Answer{200, {}, contentOf(path)}
+                                  : found->second[std::min(turn, found->second.size() - 1)];
+}
+
 void BatchServer::answer(const std::string& path, std::vector<Answer> answers) {
-    const std::lock_guard lock(Shared->Guard);
-    Shared->Answers[path] = std::move(answers);
+    const std::lock_guard lock(Guard);
+    Answers[path] = std::move(answers);
 }
 
 void BatchServer::hold(const std::string& path) {
-    const std::lock_guard lock(Shared->Guard);
-    Shared->Held.insert(path);
+    const std::lock_guard lock(Guard);
+    Held.insert(path);
 }
 
 void BatchServer::release(const std::string& path) {
-    const std::lock_guard lock(Shared->Guard);
-    Shared->Held.erase(path);
-    Shared->Changed.notify_all();
+    const std::lock_guard lock(Guard);
+    Held.erase(path);
+    Changed.notify_all();
 }
 
 void BatchServer::meet(std::size_t count) {
-    const std::lock_guard lock(Shared->Guard);
-    Shared->Meeting = count;
+    const std::lock_guard lock(Guard);
+    Meeting = count;
 }
 
 void BatchServer::waitForRequest(const std::string& path, std::size_t count) const {
-    std::unique_lock lock(Shared->Guard);
-    const auto there = [&] {
-        const auto found = Shared->Requests.find(path);
-        return found != Shared->Requests.end() && found->second.size() >= count;
-    };
-    if (!Shared->Changed.wait_for(lock, kUnreasonable, there)) {
+    std::unique_lock lock(Guard);
+    if (!Changed.wait_for(lock, kUnreasonable,
+                          [&] { return Requests.contains(path) && Requests.at(path).size() >= count; })) {
         throw std::runtime_error("waited in vain for a request for " + path);
     }
 }
 
-std::size_t BatchServer::requests(const std::string& path) const {
-    return seen(path).size();
+std::vector<SeenRequest> BatchServer::seen(const std::string& path) const {
+    const std::lock_guard lock(Guard);
+    return Requests.contains(path) ? Requests.at(path) : std::vector<SeenRequest>();
 }
 
 std::size_t BatchServer::allRequests() const {
-    const std::lock_guard lock(Shared->Guard);
+    const std::lock_guard lock(Guard);
     std::size_t count = 0;
-    for (const auto& [path, requests] : Shared->Requests) {
+    for (const auto& [path, requests] : Requests) {
         count += requests.size();
     }
     return count;
 }
 
-std::vector<SeenRequest> BatchServer::seen(const std::string& path) const {
-    const std::lock_guard lock(Shared->Guard);
-    const auto found = Shared->Requests.find(path);
-    return found == Shared->Requests.end() ? std::vector<SeenRequest>() : found->second;
+std::size_t BatchServer::paths() const {
+    const std::lock_guard lock(Guard);
+    return Requests.size();
 }
 
 std::size_t BatchServer::connections() const {
-    const std::lock_guard lock(Shared->Guard);
-    return Shared->ClientPorts.size();
+    const std::lock_guard lock(Guard);
+    return ClientPorts.size();
 }
 
 std::size_t BatchServer::mostAtOnce() const {
-    const std::lock_guard lock(Shared->Guard);
-    return Shared->Most;
-}
-
-std::size_t BatchServer::repeatedRequests() const {
-    const std::lock_guard lock(Shared->Guard);
-    std::size_t count = 0;
-    for (const auto& [path, requests] : Shared->Requests) {
-        count += requests.size() - 1;
-    }
-    return count;
+    const std::lock_guard lock(Guard);
+    return Most;
 }
 
 } // namespace batchtest

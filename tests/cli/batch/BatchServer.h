@@ -43,18 +43,31 @@ public:
     void meet(std::size_t count); // paths that begin with /meet are answered once so many are there at a time
 
     void waitForRequest(const std::string& path, std::size_t count = 1) const;
-    std::size_t requests(const std::string& path) const;
-    std::size_t allRequests() const;
     std::vector<SeenRequest> seen(const std::string& path) const;
-    std::size_t connections() const;      // different ports of clients
-    std::size_t mostAtOnce() const;       // requests under way at a time
-    std::size_t repeatedRequests() const; // beyond the first for each path
-
-    struct State; // of the handlers
+    std::size_t requests(const std::string& path) const { return seen(path).size(); }
+    std::size_t allRequests() const;
+    std::size_t paths() const;       // that were asked for
+    std::size_t connections() const; // different ports of clients
+    std::size_t mostAtOnce() const;  // requests under way at a time
 
 private:
+    class Handler;
     struct Content;
-    std::unique_ptr<State> Shared;
+
+    Answer take(const std::string& path, SeenRequest request, unsigned port); // the answer, once it may be given
+    bool mayAnswer(const std::string& path) const;
+
+    mutable std::mutex Guard; // of all that follows
+    mutable std::condition_variable Changed;
+    std::map<std::string, std::vector<Answer>> Answers;
+    std::set<std::string> Held;
+    std::map<std::string, std::vector<SeenRequest>> Requests;
+    std::set<unsigned> ClientPorts;
+    std::size_t Now = 0;
+    std::size_t Most = 0;
+    std::size_t Meeting = 0; // how many have to arrive
+    std::size_t Arrived = 0;
+    bool Ending = false;
     std::unique_ptr<Content> Inside;
 };
 

@@ -5,29 +5,29 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 #include <string>
 
 namespace {
 
 using netrove::cli::BatchShard;
-using netrove::cli::chooseShard;
-using Variables = std::map<std::string, std::string>;
 
-BatchShard chosen(const std::string& option, const Variables& variables = {}) {
-    return chooseShard(option, [&](const char* name) {
+// With an environment of "NAME=value", parted by blanks.
+BatchShard chosen(const std::string& option, const std::string& environment = "") {
+    std::map<std::string, std::string> variables;
+    std::istringstream parts(environment);
+    for (std::string name, value; std::getline(parts >> std::ws, name, '=') && parts >> value;) {
+        variables[name] = value;
+    }
+    return netrove::cli::chooseShard(option, [&](const char* name) {
         const auto found = variables.find(name);
         return found == variables.end() ? nullptr : found->second.c_str();
     });
 }
 
-std::string shownAs(const Variables& variables) {
-    const BatchShard shard = chosen("", variables);
-    return std::to_string(shard.Index) + "/" + std::to_string(shard.Count);
-}
-
-bool refused(const std::string& option, const Variables& variables = {}) {
+bool refused(const std::string& option, const std::string& environment = "") {
     try {
-        chosen(option, variables);
+        chosen(option, environment);
         return false;
     } catch (const vantik::Failure& failure) {
         return failure.identifier() == "NETROVE:cli:Usage";
@@ -46,14 +46,10 @@ TEST(BatchShard, EveryPlaceBelongsToExactlyOne) {
     }
 }
 
-TEST(BatchShard, WithoutAWordItIsEverything) {
-    const BatchShard shard = chosen("");
-    EXPECT_TRUE(shard.whole());
-    EXPECT_EQ(shard.Source, "");
-    EXPECT_EQ(shard.fileSuffix(), "");
-}
-
-TEST(BatchShard, TheOptionIsIOfN) {
+TEST(BatchShard, IsEverythingOrAsTheOptionSays) {
+    EXPECT_TRUE(chosen("").whole());
+    EXPECT_EQ(chosen("").Source, "");
+    EXPECT_EQ(chosen("").fileSuffix(), "");
     const BatchShard shard = chosen("2/8");
     EXPECT_EQ(shard.Index, 2u);
     EXPECT_EQ(shard.Count, 8u);
@@ -64,80 +60,46 @@ TEST(BatchShard, TheOptionIsIOfN) {
     }
 }
 
-TEST(BatchShard, TheEnvironmentSaysWhereALauncherRuns) {
-    struct Row {
-        Variables Given;
-        const char* Expected;
-    };
-    const Row rows[] = {
-        {{{"SLURM_PROCID", "0"}, {"SLURM_NTASKS", "4"}}, "1/4"},
+std::string array(const char* id, const char* count, const char* min, const char* max) {
+    return std::string("SLURM_ARRAY_TASK_ID=") + id + " SLURM_ARRAY_TASK_COUNT=" + count +
+           " SLURM_ARRAY_TASK_MIN=" + min + " SLURM_ARRAY_TASK_MAX=" + max;
+}
+
+TEST(BatchShard, IsAsTheLauncherSays) {
+    const std::pair<std::string, const char*> rows[] = {
+        {"SLURM_PROCID=0 SLURM_NTASKS=4", "1/4"},
         // of a step with fewer tasks than the job
-        {{{"SLURM_PROCID", "1"},
-          {"SLURM_NTASKS", "8"},
-          {"SLURM_STEP_NUM_TASKS", "2"},
-          {"SLURM_JOB_ID", "5"},
-          {"SLURM_STEP_ID", "0"}},
-         "2/2"},
+        {"SLURM_PROCID=1 SLURM_NTASKS=8 SLURM_STEP_NUM_TASKS=2 SLURM_JOB_ID=5 SLURM_STEP_ID=0", "2/2"},
         // a batch script, which runs once whatever the number of tasks
-        {{{"SLURM_PROCID", "0"}, {"SLURM_NTASKS", "8"}, {"SLURM_JOB_ID", "5"}}, "1/1"},
-        {{{"SLURM_PROCID", "0"}, {"SLURM_NTASKS", "8"}, {"SLURM_JOB_ID", "5"}, {"SLURM_STEPID", "4294967291"}}, "1/1"},
-        {{{"SLURM_PROCID", "0"}}, "1/1"},
-        {{{"SLURM_ARRAY_TASK_ID", "0"},
-          {"SLURM_ARRAY_TASK_COUNT", "4"},
-          {"SLURM_ARRAY_TASK_MIN", "0"},
-          {"SLURM_ARRAY_TASK_MAX", "3"}},
-         "1/4"},
-        {{{"SLURM_ARRAY_TASK_ID", "30"},
-          {"SLURM_ARRAY_TASK_COUNT", "3"},
-          {"SLURM_ARRAY_TASK_MIN", "10"},
-          {"SLURM_ARRAY_TASK_MAX", "30"}},
-         "3/3"},
-        {{{"SLURM_ARRAY_TASK_ID", "7"},
-          {"SLURM_ARRAY_TASK_COUNT", "1"},
-          {"SLURM_ARRAY_TASK_MIN", "7"},
-          {"SLURM_ARRAY_TASK_MAX", "7"}},
-         "1/1"},
+        {"SLURM_PROCID=0 SLURM_NTASKS=8 SLURM_JOB_ID=5", "1/1"},
+        {"SLURM_PROCID=0 SLURM_NTASKS=8 SLURM_JOB_ID=5 SLURM_STEPID=4294967291", "1/1"},
+        {"SLURM_PROCID=0", "1/1"},
+        {array("0", "4", "0", "3"), "1/4"},
+        {array("30", "3", "10", "30"), "3/3"},
+        {array("7", "1", "7", "7"), "1/1"},
         // tasks of a step within an array
-        {{{"SLURM_ARRAY_TASK_ID", "2"},
-          {"SLURM_ARRAY_TASK_COUNT", "2"},
-          {"SLURM_ARRAY_TASK_MIN", "1"},
-          {"SLURM_ARRAY_TASK_MAX", "2"},
-          {"SLURM_PROCID", "0"},
-          {"SLURM_NTASKS", "3"},
-          {"SLURM_JOB_ID", "5"},
-          {"SLURM_STEP_ID", "0"}},
-         "4/6"},
-        {{{"OMPI_COMM_WORLD_RANK", "2"}, {"OMPI_COMM_WORLD_SIZE", "3"}}, "3/3"},
+        {array("2", "2", "1", "2") + " SLURM_PROCID=0 SLURM_NTASKS=3 SLURM_JOB_ID=5 SLURM_STEP_ID=0", "4/6"},
+        {"OMPI_COMM_WORLD_RANK=2 OMPI_COMM_WORLD_SIZE=3", "3/3"},
         // mpirun inside a Slurm job: Slurm's variables are those of its own helpers
-        {{{"OMPI_COMM_WORLD_RANK", "2"}, {"OMPI_COMM_WORLD_SIZE", "16"}, {"SLURM_PROCID", "0"}, {"SLURM_NTASKS", "2"}},
-         "3/16"},
-        {{{"PARALLEL_SEQ", "2"}, {"PARALLEL_JOBSLOT", "1"}, {"NETROVE_SHARDS", "5"}}, "2/5"},
-        {{{"PARALLEL_SEQ", "2"}, {"PARALLEL_JOBSLOT", "1"}}, "1/1"},
-        {{{"NETROVE_SHARDS", "5"}}, "1/1"},
+        {"OMPI_COMM_WORLD_RANK=2 OMPI_COMM_WORLD_SIZE=16 SLURM_PROCID=0 SLURM_NTASKS=2", "3/16"},
+        {"PARALLEL_SEQ=2 PARALLEL_JOBSLOT=1 NETROVE_SHARDS=5", "2/5"},
+        {"PARALLEL_SEQ=2 PARALLEL_JOBSLOT=1", "1/1"},
+        {"NETROVE_SHARDS=5", "1/1"},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(shownAs(row.Given), row.Expected) << row.Given.begin()->first;
+    for (const auto& [environment, expected] : rows) {
+        const BatchShard shard = chosen("", environment);
+        EXPECT_EQ(std::to_string(shard.Index) + "/" + std::to_string(shard.Count), expected) << environment;
     }
 }
 
 TEST(BatchShard, NonsenseInTheEnvironmentIsRefusedAndTheOptionHelps) {
-    const Variables nonsense[] = {
-        {{"OMPI_COMM_WORLD_RANK", "3"}, {"OMPI_COMM_WORLD_SIZE", "3"}},
-        {{"OMPI_COMM_WORLD_RANK", "x"}, {"OMPI_COMM_WORLD_SIZE", "3"}},
-        {{"PARALLEL_SEQ", "6"}, {"NETROVE_SHARDS", "5"}},
-        {{"SLURM_ARRAY_TASK_ID", "3"},
-         {"SLURM_ARRAY_TASK_COUNT", "3"},
-         {"SLURM_ARRAY_TASK_MIN", "1"},
-         {"SLURM_ARRAY_TASK_MAX", "8"}},
-        {{"SLURM_ARRAY_TASK_ID", "4"},
-         {"SLURM_ARRAY_TASK_COUNT", "3"},
-         {"SLURM_ARRAY_TASK_MIN", "1"},
-         {"SLURM_ARRAY_TASK_MAX", "5"}},
-        {{"SLURM_ARRAY_TASK_ID", "1"}, {"SLURM_ARRAY_TASK_COUNT", "0"}},
-    };
-    for (const Variables& variables : nonsense) {
-        EXPECT_TRUE(refused("", variables)) << variables.begin()->first;
-        EXPECT_EQ(chosen("1/1", variables).Count, 1u);
+    for (const std::string& nonsense :
+         {std::string("OMPI_COMM_WORLD_RANK=3 OMPI_COMM_WORLD_SIZE=3"),
+          std::string("OMPI_COMM_WORLD_RANK=x OMPI_COMM_WORLD_SIZE=3"), std::string("PARALLEL_SEQ=6 NETROVE_SHARDS=5"),
+          array("3", "3", "1", "8"), array("4", "3", "1", "5"),
+          std::string("SLURM_ARRAY_TASK_ID=1 SLURM_ARRAY_TASK_COUNT=0")}) {
+        EXPECT_TRUE(refused("", nonsense)) << nonsense;
+        EXPECT_EQ(chosen("1/1", nonsense).Count, 1u);
     }
 }
 

@@ -1,110 +1,158 @@
-#include "tests/support/process/ProgramRun.h"
-#include "tests/support/process/TemporaryFolder.h"
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/WireText.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+// `send`: bodies from the command line, from memory and streamed.
+#include "tests/cli/ProgramFixture.h"
 
 namespace {
 
-using namespace testsupport;
+using namespace clitest;
+using Fields = std::vector<std::pair<std::string, std::optional<std::string>>>; // nothing: it is not there
 
-Script takeBody(std::size_t length, const std::string& text = "done") {
-    return {step::expectHead(), step::expectBody(length), step::send(response(text)), step::awaitPeerEnd()};
+const std::optional<std::string> kNone;
+
+class SendCommand : public ProgramFixture {
+protected:
+    Exchanged send(const Script& script, const Words& words, const Surroundings& around = {}) const {
+        return runAgainst(script, Words{"send"} + words, around);
+    }
+    std::string fileWith(const std::string& content) const {
+        writeFile(file("body"), content);
+        return file("body");
+    }
+};
+
+struct SendRow {
+    const char* Name;
+    Words Arguments;
+    std::string Body;
+    std::string RequestLine;
+    Fields Sent;
+};
+
+TEST_F(SendCommand, SendsABodyFromMemory) {
+    const std::string large = patternedBytes(200'000);
+    const SendRow rows[] = {
+        {"a form",
+         {"URL/form", "-d", "a=1", "-d", "b=2"},
+         "a=1&b=2",
+         "POST /form",
+         {{"Content-Length", "7"},
+          {"Content-Type", "application/x-www-form-urlencoded"},
+          {"Transfer-Encoding", kNone},
+          {"Expect", kNone}}},
+        {"the user's method and type",
+         {"-X", "PATCH", "URL", "-d", "{}", "-H", "Content-Type: application/json"},
+         "{}",
+         "PATCH /",
+         {{"Content-Type", "application/json"}}},
+        {"a file", {"URL", "--body-file", fileWith(large)}, large, "POST /", {{"Content-Type", kNone}}},
+        {"an empty body", {"URL", "-d", ""}, "", "POST /", {{"Content-Length", "0"}}},
+        {"none", {"-X", "DELETE", "URL/thing"}, "", "DELETE /thing", {}},
+        // "Grüße" in ISO 8859-1 has five bytes.
+        {"encoded by the older interface",
+         {"--simple", "URL", "-d", "Gr\u00FC\u00DFe", "-H", "Content-Type: text/plain; charset=windows-1252"},
+         "Gr\xFC\xDF"
+         "e",
+         "POST /",
+         {{"Content-Length", "5"}}},
+    };
+    for (const SendRow& row : rows) {
+        SCOPED_TRACE(row.Name);
+        const Exchanged sent = send(takingBody(row.Body.size()), row.Arguments);
+        EXPECT_EQ(sent.Status, 0) << sent.Err;
+        EXPECT_EQ(sent.Out, "done");
+        EXPECT_EQ(sent.requestLine(), row.RequestLine + " HTTP/1.1");
+        EXPECT_EQ(difference(sent.Seen.Bodies.at(0), row.Body), "");
+        for (const auto& [name, value] : row.Sent) {
+            EXPECT_EQ(sent.field(name), value) << name;
+        }
+    }
 }
 
-TEST(SendCommand, ABodyFromTheCommandLineIsPosted) {
-    ScriptedServer server(takeBody(7));
-    const Outcome outcome = run({"send", server.url("/form"), "-d", "a=1", "-d", "b=2"});
+TEST_F(SendCommand, ShowsTheHeadOfAnAnswerToHead) {
+    const std::string head = kOk + "Content-Length: 500\r\n\r\n";
+    const Exchanged sent = send(answering(head), {"-i", "-X", "HEAD", "URL"});
+    EXPECT_EQ(sent.Status, 0) << sent.Err;
+    EXPECT_EQ(sent.Out, head);
+    EXPECT_EQ(sent.requestLine(), "HEAD / HTTP/1.1");
+}
+
+TEST_F(SendCommand, EndsWithAnEarlyAnswer) {
+    const Exchanged sent = send(answering(response("too large", {"Connection: close"}, "413 Too Large")),
+                                {"URL", "-T", fileWith(patternedBytes(5'000'000))});
+    EXPECT_EQ(sent.Status, 0) << sent.Err;
+    EXPECT_EQ(sent.Out, "too large");
+}
+
+TEST_F(SendCommand, StreamsAFileWithItsLength) {
+    const std::string content = patternedBytes(1'000'000);
+    for (const std::string size : {"16k", "1000", "300k"}) {
+        const Exchanged sent =
+            send(takingBody(content.size()), {"URL", "-T", fileWith(content), "--buffer-size", size});
+        EXPECT_EQ(sent.Status, 0) << sent.Err;
+        EXPECT_EQ(sent.requestLine(), "PUT / HTTP/1.1");
+        EXPECT_EQ(sent.field("Content-Length"), "1000000");
+        EXPECT_EQ(sent.field("Transfer-Encoding"), std::nullopt);
+        EXPECT_EQ(difference(sent.Seen.Bodies.at(0), content), "");
+    }
+    EXPECT_EQ(send(takingBody(0), {"URL", "-T", fileWith("")}).field("Content-Length"), "0");
+}
+
+TEST_F(SendCommand, StreamsInChunksWhereTheLengthIsUnknown) {
+    const std::string content = patternedBytes(250'000);
+    const Script chunks = {step::expectHead(), step::expectChunkedBody(), step::send(response("done")),
+                           step::awaitPeerEnd()};
+    const Exchanged fromFile = send(chunks, {"URL", "-T", fileWith(content), "--chunked"});
+    const Exchanged fromInput = send(chunks, {"-X", "POST", "URL", "-T", "-"}, {.Input = content});
+    EXPECT_EQ(fromFile.requestLine(), "PUT / HTTP/1.1");
+    EXPECT_EQ(fromInput.requestLine(), "POST / HTTP/1.1");
+    for (const Exchanged& sent : {fromFile, fromInput}) {
+        EXPECT_EQ(sent.Status, 0) << sent.Err;
+        EXPECT_EQ(sent.field("Content-Length"), std::nullopt);
+        EXPECT_EQ(sent.field("Transfer-Encoding"), "chunked");
+        EXPECT_EQ(difference(sent.Seen.Bodies.at(0), content), "");
+    }
+}
+
+TEST_F(SendCommand, PassesStandardInputOnBeforeItEnds) {
+    ScriptedServer server({step::expectHead(), step::expectBody(std::string("5\r\nfirst\r\n").size()),
+                           step::signal("first"), step::expectBody(std::string("6\r\nsecond\r\n0\r\n\r\n").size()),
+                           step::send(response("done")), step::awaitPeerEnd()});
+    Program program({"send", server.url(), "-T", "-"});
+    program.type("first");
+    server.waitFor("first");
+    program.type("second");
+    program.closeInput();
+    const Outcome outcome = program.wait();
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     EXPECT_EQ(outcome.Out, "done");
-    const Record record = server.waitUntilDone();
-    EXPECT_EQ(startLine(record.Heads.at(0)), "POST /form HTTP/1.1");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Content-Length"), "7");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Content-Type"), "application/x-www-form-urlencoded");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Transfer-Encoding"), std::nullopt);
-    EXPECT_EQ(fieldValue(record.Heads[0], "Expect"), std::nullopt);
-    EXPECT_EQ(record.Bodies.at(0), "a=1&b=2");
 }
 
-TEST(SendCommand, MethodAndContentTypeAreTheUsers) {
-    ScriptedServer server(takeBody(2));
-    const Outcome outcome =
-        run({"send", "-X", "PATCH", server.url(), "-d", "{}", "-H", "Content-Type: application/json"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    const Record record = server.waitUntilDone();
-    EXPECT_EQ(startLine(record.Heads.at(0)), "PATCH / HTTP/1.1");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Content-Type"), "application/json");
-}
-
-TEST(SendCommand, AFileIsSentFromMemory) {
-    const TemporaryFolder folder;
-    const std::string content = patternedBytes(200'000);
-    writeFile(folder.file("body"), content);
-    ScriptedServer server(takeBody(content.size()));
-    const Outcome outcome = run({"send", server.url(), "--body-file", folder.file("body")});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    const Record record = server.waitUntilDone();
-    EXPECT_EQ(startLine(record.Heads.at(0)), "POST / HTTP/1.1");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Content-Type"), std::nullopt);
+TEST_F(SendCommand, ReadsAFileAgainAfterARedirectButNeverStandardInput) {
+    const std::string content = patternedBytes(40'000);
+    const ScriptedServer target(takingBody(content.size()));
+    const auto redirect = [](const std::string& location) {
+        return "HTTP/1.1 307 Go\r\nLocation: " + location + "\r\nContent-Length: 0\r\n\r\n";
+    };
+    const Exchanged sent =
+        send(takingBody(content.size(), redirect(target.url("/b"))), {"-L", "URL", "-T", fileWith(content)});
+    EXPECT_EQ(sent.Status, 0) << sent.Err;
+    const Record record = target.waitUntilDone();
+    EXPECT_EQ(startLine(record.Heads.at(0)), "PUT /b HTTP/1.1");
     EXPECT_EQ(difference(record.Bodies.at(0), content), "");
+
+    const Exchanged refused =
+        send({step::expectHead(), step::expectChunkedBody(), step::send(redirect("/b")), step::awaitPeerEnd()},
+             {"-L", "URL", "-T", "-"}, {.Input = "some content"});
+    EXPECT_EQ(refused.Status, 26);
+    EXPECT_THAT(refused.Err, StartsWith("netrove: NETROVE:cli:ContentNotRewound: "
+                                        "standard input cannot be read a second time"));
 }
 
-TEST(SendCommand, AnEmptyBodyIsABody) {
-    ScriptedServer server({step::expectHead(), step::send(response("ok")), step::awaitPeerEnd()});
-    EXPECT_EQ(run({"send", server.url(), "-d", ""}).Status, 0);
-    const Record record = server.waitUntilDone();
-    EXPECT_EQ(startLine(record.Heads.at(0)), "POST / HTTP/1.1");
-    EXPECT_EQ(fieldValue(record.Heads[0], "Content-Length"), "0");
-}
-
-TEST(SendCommand, HeadHasNoContent) {
-    ScriptedServer server(
-        {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n"), step::awaitPeerEnd()});
-    const Outcome outcome = run({"send", "-i", "-X", "HEAD", server.url()});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(outcome.Out, "HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n");
-    EXPECT_EQ(startLine(server.waitUntilDone().Heads.at(0)), "HEAD / HTTP/1.1");
-}
-
-TEST(SendCommand, AnotherMethodNeedsNoBody) {
-    ScriptedServer server({step::expectHead(), step::send(response("bye")), step::awaitPeerEnd()});
-    EXPECT_EQ(run({"send", "-X", "DELETE", server.url("/thing")}).Out, "bye");
-    EXPECT_EQ(startLine(server.waitUntilDone().Heads.at(0)), "DELETE /thing HTTP/1.1");
-}
-
-TEST(SendCommand, TheOlderInterfaceEncodesTheBody) {
-    // "Grüße" in ISO 8859-1 has five bytes.
-    ScriptedServer server(takeBody(5));
-    const Outcome outcome = run({"send", "--simple", server.url(), "-d",
-                                 "Gr\xC3\xBC\xC3\x9F"
-                                 "e",
-                                 "-H", "Content-Type: text/plain; charset=windows-1252"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    const Record record = server.waitUntilDone();
-    EXPECT_EQ(fieldValue(record.Heads.at(0), "Content-Length"), "5");
-    EXPECT_EQ(record.Bodies.at(0), "Gr\xFC\xDF"
-                                   "e");
-}
-
-TEST(SendCommand, ABodyFileThatIsNotThereIsNamed) {
-    const Outcome outcome = run({"send", "http://127.0.0.1:1/", "--body-file", "/no/such/file"});
-    EXPECT_EQ(outcome.Status, 26);
-    EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n");
-}
-
-TEST(SendCommand, AnEarlyAnswerEndsTheRequest) {
-    ScriptedServer server({step::expectHead(),
-                           step::send(response("too large", {"Connection: close"}, "413 Too Large")),
-                           step::awaitPeerEnd()});
-    const TemporaryFolder folder;
-    writeFile(folder.file("body"), patternedBytes(5'000'000));
-    const Outcome outcome = run({"send", server.url(), "-T", folder.file("body")});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(outcome.Out, "too large");
+TEST_F(SendCommand, NamesABodyThatIsNotThere) {
+    for (const char* option : {"--body-file", "-T"}) {
+        const Outcome outcome = run({"send", "http://127.0.0.1:1/", option, "/no/such/file"});
+        EXPECT_EQ(outcome.Status, 26);
+        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n");
+    }
 }
 
 } // namespace

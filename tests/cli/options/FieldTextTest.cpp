@@ -33,7 +33,7 @@ TEST(FieldText, NameAndValueAreTakenApart) {
     EXPECT_EQ(parseField("!#$%&'*+-.^_`|~aZ09: x"), (Field{"!#$%&'*+-.^_`|~aZ09", "x"}));
 }
 
-TEST(FieldText, WhatIsNoFieldIsRefused) {
+TEST(FieldText, RefusesWhatIsNotAField) {
     const std::string refused[] = {
         "no colon",      ": value",       "",         "X One: v", "X\r\nY: v",      "X: v\r\nEvil: 1",
         "X: v\nEvil: 1", "X: v\rEvil: 1", "X: a\0b"s, "X\0: v"s,  "X: caf\xC3\xA9", "X: \x1b[31m",

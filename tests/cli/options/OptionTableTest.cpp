@@ -10,29 +10,6 @@ namespace {
 
 using namespace netrove::cli;
 
-// What people know, and what the manual says: long names with their letters, by command.
-const std::map<std::string, char> kSendOptions = {
-    {"method", 'X'},        {"field", 'H'},
-    {"remove-field", 0},    {"body", 'd'},
-    {"body-file", 0},       {"stream-file", 'T'},
-    {"buffer-size", 0},     {"chunked", 0},
-    {"simple", 0},          {"output", 'o'},
-    {"include", 'i'},       {"consumer", 0},
-    {"no-decode", 0},       {"location", 'L'},
-    {"follow", 0},          {"no-follow", 0},
-    {"fail", 'f'},          {"user", 'u'},
-    {"password", 0},        {"auth", 0},
-    {"proxy-user", 0},      {"proxy-password", 0},
-    {"proxy-auth", 0},      {"proxy", 'x'},
-    {"connect-timeout", 0}, {"response-timeout", 0},
-    {"data-timeout", 0},    {"max-time", 'm'},
-    {"ca-file", 0},         {"no-verify", 'k'},
-    {"no-verify-name", 0},  {"progress", 0},
-    {"no-progress", 0},     {"verbose", 'v'},
-    {"debug", 0},           {"json", 0},
-    {"json-errors", 0},     {"color", 0},
-};
-
 std::map<std::string, char> optionsOf(unsigned set) {
     std::map<std::string, char> result;
     for (const OptionRow& row : optionTable()) {
@@ -43,36 +20,48 @@ std::map<std::string, char> optionsOf(unsigned set) {
     return result;
 }
 
+// What people know, and what the manual says: long names with their letters.
 TEST(OptionTable, SendHasEveryOptionItPromises) {
-    EXPECT_EQ(optionsOf(kSend), kSendOptions);
+    const std::map<char, std::string> letters = {
+        {'X', "method"},   {'H', "field"},     {'d', "body"},   {'T', "stream-file"}, {'o', "output"},
+        {'i', "include"},  {'L', "location"},  {'f', "fail"},   {'u', "user"},        {'x', "proxy"},
+        {'m', "max-time"}, {'k', "no-verify"}, {'v', "verbose"}};
+    std::map<std::string, char> expected;
+    for (const auto& [letter, name] : letters) {
+        expected[name] = letter;
+    }
+    for (const char* name :
+         {"remove-field",   "body-file",        "buffer-size",  "chunked",         "simple",  "consumer",
+          "no-decode",      "follow",           "no-follow",    "password",        "auth",    "proxy-user",
+          "proxy-password", "proxy-auth",       "data-timeout", "connect-timeout", "ca-file", "no-verify-name",
+          "progress",       "response-timeout", "no-progress",  "debug",           "json",    "json-errors",
+          "color"}) {
+        expected[name] = 0;
+    }
+    EXPECT_EQ(optionsOf(kSend), expected);
 }
 
 TEST(OptionTable, GetAndSaveSendNoBody) {
     for (const unsigned set : {kGet, kSave}) {
         for (const char* name : {"method", "body", "body-file", "stream-file", "buffer-size", "chunked"}) {
-            EXPECT_EQ(optionsOf(set).count(name), 0u) << name;
+            EXPECT_FALSE(optionsOf(set).contains(name)) << name;
         }
     }
-    EXPECT_EQ(optionsOf(kSave).count("output"), 0u);
-    EXPECT_EQ(optionsOf(kSave).count("force"), 1u);
+    EXPECT_FALSE(optionsOf(kSave).contains("output"));
+    EXPECT_TRUE(optionsOf(kSave).contains("force"));
 }
 
-TEST(OptionTable, NamesAndLettersAreUniqueAndEveryRowIsExplained) {
+TEST(OptionTable, EveryRowIsUniqueAndExplained) {
     std::set<std::string_view> names;
     std::set<char> letters;
     for (const OptionRow& row : optionTable()) {
         EXPECT_TRUE(names.insert(row.LongName).second) << row.LongName;
         EXPECT_TRUE(row.ShortName == 0 || letters.insert(row.ShortName).second) << row.ShortName;
-        EXPECT_FALSE(row.Help.empty()) << row.LongName;
-        EXPECT_FALSE(row.Group.empty()) << row.LongName;
-        EXPECT_NE(row.Commands, 0u) << row.LongName;
-        EXPECT_NE(row.Apply, nullptr) << row.LongName;
+        EXPECT_FALSE(row.Help.empty() || row.Group.empty()) << row.LongName;
+        EXPECT_TRUE(row.Commands != 0 && row.Apply != nullptr) << row.LongName;
     }
-}
-
-TEST(OptionTable, EveryCommandReportsFailuresInJsonAndHasASummary) {
     for (const CommandRow& command : commandTable()) {
-        EXPECT_EQ(optionsOf(command.Set).count("json-errors"), 1u) << command.Name;
+        EXPECT_TRUE(optionsOf(command.Set).contains("json-errors")) << command.Name;
         EXPECT_FALSE(command.Summary.empty()) << command.Name;
     }
 }

@@ -39,7 +39,7 @@ TEST(ProxyChoice, CredentialsAreTakenOut) {
     expectProxy("https://me:p/w@proxy:3128", "https://proxy", 3128);
 }
 
-TEST(ProxyChoice, WhatIsNoProxyIsRefused) {
+TEST(ProxyChoice, RefusesWhatIsNotAProxy) {
     for (const char* text : {"proxy:0", "proxy:65536", "proxy:abc", "proxy:1/x", "http://", ":3128", "a\r\nb:1",
                              "ftp://h:80", "socks://h:1080", "me:pw://h"}) {
         try {

@@ -19,6 +19,7 @@ using namespace netrove::cli;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
+using testsupport::readFile;
 
 // A long name with its hyphens as roff writes them.
 std::string roffName(std::string_view name) {
@@ -30,79 +31,76 @@ std::string roffName(std::string_view name) {
 }
 
 TEST(Reference, EveryOptionIsInEveryForm) {
-    const std::string all = helpTopic("all");
-    const std::string man = manPage();
-    const std::string bash = bashCompletion();
-    const std::string zsh = zshCompletion();
-    const std::string fish = fishCompletion();
     for (const OptionRow& row : optionTable()) {
         const std::string name(row.LongName);
-        EXPECT_THAT(all, HasSubstr("--" + name));
-        EXPECT_THAT(man, HasSubstr("\\fB" + roffName(name) + "\\fR"));
-        EXPECT_THAT(bash, HasSubstr("--" + name));
+        EXPECT_THAT(helpTopic("all"), HasSubstr("--" + name));
+        EXPECT_THAT(manPage(), HasSubstr("\\fB" + roffName(name) + "\\fR"));
+        EXPECT_THAT(bashCompletion(), HasSubstr("--" + name));
         if ((row.Commands & ~unsigned{kProgram}) != 0) {
-            EXPECT_THAT(zsh, HasSubstr("*--" + name + "["));
+            EXPECT_THAT(zshCompletion(), HasSubstr("*--" + name + "["));
         }
-        EXPECT_THAT(fish, HasSubstr(" -l " + name));
+        EXPECT_THAT(fishCompletion(), HasSubstr(" -l " + name));
     }
 }
 
-TEST(Reference, EveryCommandExitStatusVariableAndExampleIsInTheManPage) {
-    const std::string man = manPage();
+TEST(Reference, EveryCommandExitStatusAndVariableIsInTheManPage) {
+    std::vector<std::string> names;
     for (const CommandRow& row : commandTable()) {
-        EXPECT_THAT(man, HasSubstr("\\fB" + std::string(row.Name) + "\\fR\n"));
+        names.emplace_back(row.Name);
     }
     for (const ExitMeaning& row : exitMeanings()) {
-        EXPECT_THAT(man, HasSubstr("\\fB" + std::to_string(row.Status) + "\\fR\n"));
+        names.push_back(std::to_string(row.Status));
     }
     for (const EnvironmentRow& row : environmentTable()) {
-        EXPECT_THAT(man, HasSubstr("\\fB" + std::string(row.Name) + "\\fR\n"));
+        names.emplace_back(row.Name);
+    }
+    for (const std::string& name : names) {
+        EXPECT_THAT(manPage(), HasSubstr("\\fB" + name + "\\fR\n"));
     }
     EXPECT_FALSE(exampleTable().empty());
+    for (const ExampleRow& row : exampleTable()) {
+        EXPECT_THAT(std::string(row.Line), Not(HasSubstr("password")));
+    }
 }
 
 // Groups of the table and topics of the help are two lists.
 TEST(Reference, EveryGroupOfOptionsHasATopic) {
-    const std::string all = helpTopic("all");
     const std::vector<std::string> topics = topicNames();
     for (const OptionRow& row : optionTable()) {
-        const std::string beginning = std::string(row.Group) + "\n\n";
-        const auto topic = std::find_if(topics.begin(), topics.end(), [&](const std::string& name) {
-            return name != "all" && helpTopic(name).starts_with(beginning);
+        const auto topic = std::ranges::find_if(topics, [&](const std::string& name) {
+            return name != "all" && helpTopic(name).starts_with(std::string(row.Group) + "\n\n");
         });
         ASSERT_NE(topic, topics.end()) << row.Group;
         EXPECT_THAT(helpTopic(*topic), HasSubstr("--" + std::string(row.LongName)));
-        EXPECT_THAT(all, HasSubstr(helpTopic(*topic)));
+        EXPECT_THAT(helpTopic("all"), HasSubstr(helpTopic(*topic)));
     }
 }
 
-TEST(Reference, ShellsAcceptTheirCompletions) {
+TEST(Reference, BashCompletesWhatAPersonTypes) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("netrove.bash"), bashCompletion());
-    // What a person would see behind "netrove send --co" and a press of the key.
-    testsupport::writeFile(folder.file("try"), ". ./netrove.bash\n"
-                                               "COMP_WORDS=(netrove send --co); COMP_CWORD=2; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > options\n"
-                                               "COMP_WORDS=(netrove send --color a); COMP_CWORD=3; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > values\n"
-                                               "COMP_WORDS=(netrove get --auth d); COMP_CWORD=3; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > scheme\n"
-                                               "COMP_WORDS=(netrove get --auth basic,n); COMP_CWORD=3; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > schemes\n"
-                                               "COMP_WORDS=(netrove help e); COMP_CWORD=2; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > topics\n"
-                                               "COMP_WORDS=(netrove d); COMP_CWORD=1; _netrove\n"
-                                               "printf '%s\\n' \"${COMPREPLY[@]}\" > commands\n");
-    ASSERT_EQ(std::system(("cd " + folder.path() + " && bash try").c_str()), 0);
-    EXPECT_EQ(testsupport::readFile(folder.file("options")), "--consumer\n--connect-timeout\n--color\n");
-    EXPECT_EQ(testsupport::readFile(folder.file("values")), "auto\nalways\n");
-    EXPECT_EQ(testsupport::readFile(folder.file("scheme")), "digest\n");
-    EXPECT_EQ(testsupport::readFile(folder.file("schemes")), "basic,ntlm\nbasic,negotiate\n");
-    EXPECT_EQ(testsupport::readFile(folder.file("topics")), "exit\nenvironment\nexamples\n");
-    EXPECT_EQ(testsupport::readFile(folder.file("commands")), "describe\ndemo\n");
+    const std::pair<std::string, std::string> rows[] = {
+        {"send --co", "--consumer\n--connect-timeout\n--color\n"},
+        {"send --color a", "auto\nalways\n"},
+        {"get --auth d", "digest\n"},
+        {"get --auth basic,n", "basic,ntlm\nbasic,negotiate\n"},
+        {"help e", "exit\nenvironment\nexamples\n"},
+        {"d", "describe\ndemo\n"},
+    };
+    std::string script = ". ./netrove.bash\n";
+    std::string expected;
+    for (const auto& [typed, offered] : rows) {
+        script += "COMP_WORDS=(netrove " + typed +
+                  "); COMP_CWORD=" + std::to_string(1 + std::ranges::count(typed, ' ')) +
+                  "; _netrove; printf '%s\\n' \"${COMPREPLY[@]}\"\n";
+        expected += offered;
+    }
+    testsupport::writeFile(folder.file("try"), script);
+    ASSERT_EQ(std::system(("cd " + folder.path() + " && bash try > offered").c_str()), 0);
+    EXPECT_EQ(readFile(folder.file("offered")), expected);
 }
 
-TEST(Reference, TopicsSchemesAndOptionsInFrontOfACommandAreOffered) {
+TEST(Reference, OtherShellsAreOfferedTopicsSchemesAndOptionsOfTheProgram) {
     const std::string fish = fishCompletion();
     const std::string zsh = zshCompletion();
     EXPECT_THAT(fish, HasSubstr("-n '__fish_seen_subcommand_from help' -a 'get save"));
@@ -112,30 +110,24 @@ TEST(Reference, TopicsSchemesAndOptionsInFrontOfACommandAreOffered) {
     }
     EXPECT_THAT(zsh, HasSubstr("'1:topic:(get save"));
     EXPECT_THAT(zsh, HasSubstr(":LIST:_values -s , scheme basic digest ntlm negotiate'"));
-    const std::string words = fish.substr(fish.rfind(" -a "));
     for (const std::string& topic : topicNames()) {
-        EXPECT_THAT(words, HasSubstr(" " + topic));
+        EXPECT_THAT(fish.substr(fish.rfind(" -a ")), HasSubstr(" " + topic));
     }
 }
 
-TEST(Help, TopicsAreListedAndExplained) {
-    const testsupport::Outcome list = testsupport::run({"help"});
-    EXPECT_EQ(list.Status, 0);
-    EXPECT_THAT(list.Out, HasSubstr("  exit          exit statuses\n"));
-    EXPECT_THAT(testsupport::run({"help", "exit"}).Out, HasSubstr("  130  interrupted (Ctrl-C)\n"));
-    EXPECT_THAT(testsupport::run({"help", "tls"}).Out, HasSubstr("--ca-file FILE"));
-    EXPECT_EQ(testsupport::run({"help", "save"}).Out, testsupport::run({"save", "--help"}).Out);
-}
-
-TEST(Help, UnknownTopicNamesThoseThereAre) {
-    const testsupport::Outcome outcome = testsupport::run({"help", "nonsense"});
-    EXPECT_EQ(outcome.Status, 2);
-    EXPECT_THAT(outcome.Err, HasSubstr("no help on 'nonsense'; the topics are the commands and request, response"));
-}
-
-TEST(Help, NoSecretIsInAnyExample) {
-    for (const ExampleRow& row : exampleTable()) {
-        EXPECT_THAT(std::string(row.Line), Not(HasSubstr("password")));
+// The manual page and the completions that packages carry are those that the program prints. Where one differs, the
+// target `reference_pages` writes them anew.
+TEST(ReferencePages, AreWhatTheProgramPrints) {
+    const std::pair<std::string, std::string> pages[] = {{"man", "netrove.1"},
+                                                         {"bash", "completions/netrove.bash"},
+                                                         {"zsh", "completions/_netrove"},
+                                                         {"fish", "completions/netrove.fish"}};
+    for (const auto& [topic, name] : pages) {
+        const testsupport::Outcome outcome = testsupport::run({"help", topic});
+        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+        EXPECT_GT(outcome.Out.size(), 500u);
+        const bool same = outcome.Out == readFile(NETROVE_PACKAGING_FOLDER "/" + name);
+        EXPECT_TRUE(same) << name << " differs; build the target reference_pages";
     }
 }
 

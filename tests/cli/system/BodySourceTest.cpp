@@ -14,7 +14,6 @@
 namespace {
 
 using netrove::cli::BodySource;
-using testsupport::TemporaryFolder;
 using testsupport::writeFile;
 
 std::string identifierOf(const std::function<void()>& operation) {
@@ -26,7 +25,7 @@ std::string identifierOf(const std::function<void()>& operation) {
     return {};
 }
 
-std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wanted) {
+std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wanted = 100) {
     std::string content;
     for (;;) {
         const vantik::Array piece = provider.read(wanted);
@@ -41,38 +40,30 @@ std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wante
 class BodySourceTest : public testing::Test {
 protected:
     vantik::Host Host; // array values belong to a host
-    TemporaryFolder Folder;
+    const testsupport::TemporaryFolder Folder;
 
-    std::string file(const std::string& content) {
+    std::string file(const std::string& content) const {
         writeFile(Folder.file("body"), content);
         return Folder.file("body");
     }
 };
 
-TEST_F(BodySourceTest, AFileIsGivenInPiecesToItsEnd) {
+TEST_F(BodySourceTest, ReadsAFileInPiecesAndAgainForEachRequest) {
     BodySource source(file("0123456789"), std::nullopt);
     EXPECT_EQ(source.length(), 10u);
     std::uint64_t given = 0;
     source.onRead([&](std::uint64_t count) { given = count; });
     const auto provider = source.provider();
-    provider.rewind();
-    EXPECT_EQ(readAll(provider, 3), "0123456789");
-    EXPECT_EQ(given, 10u);
+    for (int request = 0; request < 2; ++request) {
+        source.beginRequest();
+        provider.rewind();
+        EXPECT_EQ(readAll(provider, 3), "0123456789");
+        EXPECT_EQ(given, 10u);
+    }
     EXPECT_EQ(source.failure(), std::nullopt);
 }
 
-TEST_F(BodySourceTest, ASecondRequestReadsTheFileAgain) {
-    BodySource source(file("content"), std::nullopt);
-    const auto provider = source.provider();
-    source.beginRequest();
-    provider.rewind();
-    EXPECT_EQ(readAll(provider, 100), "content");
-    source.beginRequest();
-    provider.rewind();
-    EXPECT_EQ(readAll(provider, 100), "content");
-}
-
-TEST_F(BodySourceTest, ARewindWithinARequestFailsClearly) {
+TEST_F(BodySourceTest, RefusesARewindWithinARequest) {
     BodySource source(file("content"), std::nullopt);
     const auto provider = source.provider();
     provider.rewind();
@@ -82,47 +73,41 @@ TEST_F(BodySourceTest, ARewindWithinARequestFailsClearly) {
     EXPECT_EQ(source.failure()->identifier(), "NETROVE:cli:ContentNotRewound");
 }
 
-TEST_F(BodySourceTest, APromisedLengthIsKeptWhateverBecomesOfTheFile) {
+TEST_F(BodySourceTest, KeepsAPromisedLengthWhateverBecomesOfTheFile) {
     const std::string name = file("0123456789");
     BodySource longer(name, std::nullopt);
     longer.promiseLength();
     BodySource shorter(name, std::nullopt);
     shorter.promiseLength();
     writeFile(name, "0123456789 and more");
-    EXPECT_EQ(readAll(longer.provider(), 100), "0123456789");
+    EXPECT_EQ(readAll(longer.provider()), "0123456789");
     std::filesystem::resize_file(name, 4);
-    EXPECT_EQ(identifierOf([&] { readAll(shorter.provider(), 100); }), "NETROVE:cli:ContentChanged");
+    EXPECT_EQ(identifierOf([&] { readAll(shorter.provider()); }), "NETROVE:cli:ContentChanged");
 }
 
-TEST_F(BodySourceTest, APipeHasNoLengthAndCannotBeReadTwice) {
+TEST_F(BodySourceTest, APipeHasNoLengthIsReadOnceAndGivenUpWhenTheTimeIsOver) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const std::string name = "/dev/fd/" + std::to_string(ends[0]);
+    BodySource silent(name, netrove::cli::Clock::now());
+    const auto provider = silent.provider();
+    EXPECT_THROW(provider.read(10), vantik::Interrupted);
     ASSERT_EQ(write(ends[1], "piped", 5), 5);
     close(ends[1]);
-    BodySource source("/dev/fd/" + std::to_string(ends[0]), std::nullopt);
+    BodySource source(name, std::nullopt);
     EXPECT_EQ(source.length(), std::nullopt);
-    EXPECT_EQ(readAll(source.provider(), 100), "piped");
+    EXPECT_EQ(readAll(source.provider()), "piped");
     EXPECT_EQ(identifierOf([&] { source.beginRequest(); }), "NETROVE:cli:ContentNotRewound");
     close(ends[0]);
 }
 
-TEST_F(BodySourceTest, ASilentPipeIsGivenUpWhenTheTimeIsOver) {
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    BodySource source("/dev/fd/" + std::to_string(ends[0]), netrove::cli::Clock::now());
-    const auto provider = source.provider();
-    EXPECT_THROW(provider.read(10), vantik::Interrupted);
-    close(ends[0]);
-    close(ends[1]);
+TEST_F(BodySourceTest, RefusesWhatCannotBeRead) {
+    for (const std::string& name : {Folder.file("missing"), Folder.path()}) {
+        EXPECT_EQ(identifierOf([&] { BodySource source(name, std::nullopt); }), "NETROVE:cli:FileNotRead");
+    }
 }
 
-TEST_F(BodySourceTest, WhatCannotBeReadIsNamed) {
-    EXPECT_EQ(identifierOf([&] { BodySource source(Folder.file("missing"), std::nullopt); }),
-              "NETROVE:cli:FileNotRead");
-    EXPECT_EQ(identifierOf([&] { BodySource source(Folder.path(), std::nullopt); }), "NETROVE:cli:FileNotRead");
-}
-
-TEST_F(BodySourceTest, AWholeFileComesAsText) {
+TEST_F(BodySourceTest, ReadsAWholeFileAsText) {
     EXPECT_EQ(netrove::cli::readWhole(file("all of it")), "all of it");
     EXPECT_EQ(netrove::cli::readWhole(file("")), "");
 }

@@ -6,23 +6,20 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
+namespace fs = std::filesystem;
 using netrove::cli::OutputFile;
 using testsupport::readFile;
-using testsupport::TemporaryFolder;
 using testsupport::writeFile;
-
-std::size_t entries(const TemporaryFolder& folder) {
-    const auto range = std::filesystem::directory_iterator(folder.path());
-    return static_cast<std::size_t>(std::distance(begin(range), end(range)));
-}
 
 std::string identifierOf(const std::function<void()>& operation) {
     try {
@@ -39,121 +36,54 @@ unsigned permissions(const std::string& path) {
     return facts.st_mode & 07777u;
 }
 
-unsigned permissions(const OutputFile& file) {
-    struct stat facts {};
-    EXPECT_EQ(fstat(file.descriptor(), &facts), 0);
-    return facts.st_mode & 07777u;
-}
-
 void put(const OutputFile& file, const std::string& text) {
     ASSERT_EQ(write(file.descriptor(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
 }
 
-// Whether or not the file system makes files without a name.
-class OutputFileRoad : public testing::TestWithParam<bool> {
+class OutputFileTest : public testing::Test {
 protected:
-    OutputFileRoad() { diskcalls::FilesWithoutNames = GetParam(); }
-    bool nameless() const { return GetParam(); }
-    const TemporaryFolder folder;
+    std::string path(const std::string& name) const { return Folder.file(name); }
+    std::size_t entries() const {
+        const auto range = fs::directory_iterator(Folder.path());
+        return static_cast<std::size_t>(std::distance(begin(range), end(range)));
+    }
+    std::string refusalOf(const std::string& target, bool replace) const {
+        return identifierOf([&] { OutputFile file(target, replace); });
+    }
 
-private:
+    const testsupport::TemporaryFolder Folder;
     const diskcalls::Scope Calls;
 };
 
-INSTANTIATE_TEST_SUITE_P(Roads, OutputFileRoad, testing::Bool(),
-                         [](const auto& info) { return info.param ? "WithoutAName" : "ByATemporaryName"; });
-
-TEST_P(OutputFileRoad, TheNameAppearsWithTheWholeContent) {
-    const std::string target = folder.file("page.html");
-    {
-        OutputFile file(target, false);
-        put(file, "content");
-        EXPECT_EQ(file.size(), 7u);
-        EXPECT_FALSE(std::filesystem::exists(target));
-        EXPECT_EQ(std::filesystem::path(file.temporaryName()).parent_path().string(), folder.path());
-        file.keep();
-    }
-    EXPECT_EQ(readFile(target), "content");
-    EXPECT_EQ(entries(folder), 1u);
+TEST_F(OutputFileTest, ReplacesNoFileUnasked) {
+    writeFile(path("old"), "old");
+    fs::create_symlink("nowhere", path("dangling"));
+    EXPECT_EQ(refusalOf(path("old"), false), "NETROVE:cli:FileExists");
+    EXPECT_EQ(refusalOf(path("dangling"), false), "NETROVE:cli:FileExists");
+    EXPECT_EQ(readFile(path("old")), "old");
 }
 
-TEST_P(OutputFileRoad, WhatIsNotKeptLeavesNothing) {
-    {
-        OutputFile file(folder.file("page.html"), false);
-        put(file, "half");
-        EXPECT_EQ(entries(folder), nameless() ? 0u : 1u);
-        EXPECT_EQ(std::filesystem::exists(file.temporaryName()), !nameless());
-    }
-    EXPECT_EQ(entries(folder), 0u);
-}
-
-TEST(OutputFile, TemporaryNamesDiffer) {
-    const TemporaryFolder folder;
-    const OutputFile one(folder.file("x"), false);
-    const OutputFile two(folder.file("x"), false);
-    EXPECT_NE(one.temporaryName(), two.temporaryName());
-}
-
-TEST(OutputFile, AFileThatIsThereIsNotReplacedUnasked) {
-    const TemporaryFolder folder;
-    writeFile(folder.file("old"), "old");
-    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("old"), false); }), "NETROVE:cli:FileExists");
-    std::filesystem::create_symlink("nowhere", folder.file("dangling"));
-    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("dangling"), false); }), "NETROVE:cli:FileExists");
-    EXPECT_EQ(readFile(folder.file("old")), "old");
-}
-
-TEST_P(OutputFileRoad, AFileThatCameMeanwhileIsNotReplacedEither) {
-    OutputFile file(folder.file("page"), false);
-    put(file, "mine");
-    writeFile(folder.file("page"), "theirs");
-    EXPECT_EQ(identifierOf([&] { file.keep(); }), "NETROVE:cli:FileExists");
-    EXPECT_EQ(readFile(folder.file("page")), "theirs");
-}
-
-// Somebody who may write in the folder puts a link where our file is, or will be.
-TEST_P(OutputFileRoad, ALinkInThePlaceOfTheTemporaryFileIsNotWrittenThrough) {
+TEST_F(OutputFileTest, RefusesWhatIsNoRegularFile) {
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     for (const bool replace : {false, true}) {
-        writeFile(folder.file("other"), "precious");
-        if (replace) {
-            writeFile(folder.file("page"), "old");
+        for (const std::string& target : {path("pipe"), std::string("/dev/null"), path("no/such"), std::string()}) {
+            EXPECT_EQ(refusalOf(target, replace), "NETROVE:cli:FileNotWritten") << target;
         }
-        {
-            OutputFile file(folder.file("page"), replace);
-            std::filesystem::remove(file.temporaryName());
-            std::filesystem::create_symlink("other", file.temporaryName());
-            put(file, "mine");
-            if (nameless() && !replace) {
-                file.keep();
-                EXPECT_EQ(readFile(folder.file("page")), "mine");
-            } else {
-                EXPECT_EQ(identifierOf([&] { file.keep(); }), "NETROVE:cli:FileNotWritten");
-            }
-            EXPECT_TRUE(!replace || readFile(folder.file("page")) == "old");
-            std::filesystem::remove(file.temporaryName());
-        }
-        EXPECT_EQ(readFile(folder.file("other")), "precious");
-        EXPECT_FALSE(std::filesystem::is_symlink(folder.file("page")));
     }
+    EXPECT_EQ(refusalOf(Folder.path(), true), "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(entries(), 1u);
+    EXPECT_TRUE(netrove::cli::isSpecialFile("/dev/null"));
+    EXPECT_FALSE(netrove::cli::isSpecialFile(Folder.path()) || netrove::cli::isSpecialFile(path("missing")));
+    EXPECT_TRUE(netrove::cli::isFolder(Folder.path()));
+    EXPECT_FALSE(netrove::cli::isFolder(path("missing")));
 }
 
-TEST_P(OutputFileRoad, TheFolderIsTheOneOfTheBeginning) {
-    std::filesystem::create_directory(folder.file("in"));
-    std::filesystem::create_directory(folder.file("other"));
-    writeFile(folder.file("other/page"), "precious");
-    OutputFile file(folder.file("in/page"), true);
-    put(file, "mine");
-    std::filesystem::rename(folder.file("in"), folder.file("moved"));
-    std::filesystem::create_directory_symlink("other", folder.file("in"));
-    file.keep();
-    EXPECT_EQ(readFile(folder.file("moved/page")), "mine");
-    EXPECT_EQ(readFile(folder.file("other/page")), "precious");
-}
-
-TEST(OutputFile, TemporaryNamesAreKnown) {
-    const TemporaryFolder folder;
-    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(folder.file("x"), false).temporaryName()));
-    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(folder.file(std::string(255, 'n')), false).temporaryName()));
+TEST_F(OutputFileTest, TemporaryNamesDifferAndAreKnown) {
+    const OutputFile one(path("x"), false);
+    const OutputFile two(path("x"), false);
+    EXPECT_NE(one.temporaryName(), two.temporaryName());
+    EXPECT_TRUE(netrove::cli::isTemporaryName(one.temporaryName()));
+    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(path(std::string(255, 'n')), false).temporaryName()));
     for (const char* other :
          {"", ".part", "x.part", ".x.abc.part", ".x.abcdefghijklmno9.part", "x.abcdefghijklmnop.part",
           ".x.abcdefghijklmnop.par", ".abcdefghijklmnop.part/x", ".xabcdefghijklmnop.part"}) {
@@ -161,71 +91,149 @@ TEST(OutputFile, TemporaryNamesAreKnown) {
     }
 }
 
-TEST_P(OutputFileRoad, ReplacingKeepsThePermissionsAndTheLink) {
-    writeFile(folder.file("real"), "old");
-    ASSERT_EQ(chmod(folder.file("real").c_str(), 0640), 0);
-    std::filesystem::create_symlink("real", folder.file("link"));
-    OutputFile file(folder.file("link"), true);
-    put(file, "new");
-    EXPECT_EQ(readFile(folder.file("real")), "old");
-    file.keep();
-    EXPECT_TRUE(std::filesystem::is_symlink(folder.file("link")));
-    EXPECT_EQ(readFile(folder.file("real")), "new");
-    EXPECT_EQ(permissions(folder.file("real")), 0640u);
-}
+// Whether or not the file system makes files without a name.
+class OutputFileOnDisk : public OutputFileTest, public testing::WithParamInterface<bool> {
+protected:
+    OutputFileOnDisk() { diskcalls::FilesWithoutNames = nameless(); }
+    static bool nameless() { return GetParam(); }
+};
 
-TEST_P(OutputFileRoad, ReplacingMakesNothingThatRunsAsItsOwner) {
-    writeFile(folder.file("tool"), "old");
-    ASSERT_EQ(chmod(folder.file("tool").c_str(), 06755), 0);
-    OutputFile file(folder.file("tool"), true);
-    file.keep();
-    EXPECT_EQ(permissions(folder.file("tool")), 0755u);
-}
+INSTANTIATE_TEST_SUITE_P(Disks, OutputFileOnDisk, testing::Bool(),
+                         [](const auto& info) { return info.param ? "WithoutAName" : "ByATemporaryName"; });
 
-TEST_P(OutputFileRoad, NobodyElseReadsWhatReplacesASecretFileMeanwhile) {
-    // Not even as far as an open, which lasts longer than the permissions that allowed it; hence one that will be
-    // readable again.
-    for (const unsigned mode : {0600u, 0644u, 0400u}) {
-        writeFile(folder.file("secret"), "old");
-        ASSERT_EQ(chmod(folder.file("secret").c_str(), mode), 0);
-        OutputFile file(folder.file("secret"), true);
-        EXPECT_EQ(permissions(file), 0600u);
+TEST_P(OutputFileOnDisk, AppearsWithTheWholeContent) {
+    const std::string name(255, 'n'); // a long name still has a temporary one
+    {
+        OutputFile file(path(name), false);
+        put(file, "content");
+        EXPECT_EQ(file.size(), 7u);
+        EXPECT_FALSE(fs::exists(path(name)));
+        EXPECT_EQ(fs::path(file.temporaryName()).parent_path().string(), Folder.path());
         file.keep();
-        EXPECT_EQ(permissions(folder.file("secret")), mode);
-        std::filesystem::remove(folder.file("secret"));
     }
+    EXPECT_EQ(readFile(path(name)), "content");
+    EXPECT_EQ(entries(), 1u);
 }
 
-TEST(OutputFile, DevicesAndPipesAreRefused) {
-    const TemporaryFolder folder;
-    ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
+TEST_P(OutputFileOnDisk, LeavesNothingWhereItIsNotKept) {
+    {
+        OutputFile file(path("page"), false);
+        put(file, "half");
+        EXPECT_EQ(entries(), nameless() ? 0u : 1u);
+        EXPECT_EQ(fs::exists(file.temporaryName()), !nameless());
+    }
+    EXPECT_EQ(entries(), 0u);
+}
+
+TEST_P(OutputFileOnDisk, ReplacesNoFileThatCameMeanwhile) {
+    OutputFile file(path("page"), false);
+    put(file, "mine");
+    writeFile(path("page"), "theirs");
+    EXPECT_EQ(identifierOf([&] { file.keep(); }), "NETROVE:cli:FileExists");
+    EXPECT_EQ(readFile(path("page")), "theirs");
+}
+
+// Somebody who may write in the folder puts a link where our file is, or will be.
+TEST_P(OutputFileOnDisk, IsNotWrittenThroughALinkInThePlaceOfTheTemporaryFile) {
     for (const bool replace : {false, true}) {
-        EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("pipe"), replace); }), "NETROVE:cli:FileNotWritten");
-        EXPECT_EQ(identifierOf([&] { OutputFile file("/dev/null", replace); }), "NETROVE:cli:FileNotWritten");
+        writeFile(path("other"), "precious");
+        if (replace) {
+            writeFile(path("page"), "old");
+        }
+        OutputFile file(path("page"), replace);
+        fs::remove(file.temporaryName());
+        fs::create_symlink("other", file.temporaryName());
+        put(file, "mine");
+        if (nameless() && !replace) {
+            file.keep();
+            EXPECT_EQ(readFile(path("page")), "mine");
+        } else {
+            try {
+                file.keep();
+                ADD_FAILURE() << "kept";
+            } catch (const vantik::Failure& failure) {
+                EXPECT_EQ(failure.identifier(), "NETROVE:cli:FileNotWritten");
+                EXPECT_EQ(std::string(failure.what()).ends_with("/page: somebody replaced its temporary file"),
+                          !nameless());
+            }
+        }
+        EXPECT_TRUE(!replace || readFile(path("page")) == "old");
+        fs::remove(file.temporaryName());
+        EXPECT_EQ(readFile(path("other")), "precious");
+        EXPECT_FALSE(fs::is_symlink(path("page")));
     }
-    EXPECT_EQ(entries(folder), 1u);
 }
 
-TEST(OutputFile, FoldersAndMissingFoldersAreRefused) {
-    const TemporaryFolder folder;
-    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.path(), true); }), "NETROVE:cli:FileNotWritten");
-    EXPECT_EQ(identifierOf([&] { OutputFile file(folder.file("no/such"), false); }), "NETROVE:cli:FileNotWritten");
-    EXPECT_EQ(identifierOf([&] { OutputFile file("", false); }), "NETROVE:cli:FileNotWritten");
-}
-
-TEST_P(OutputFileRoad, ALongNameStillHasATemporaryOne) {
-    OutputFile file(folder.file(std::string(255, 'n')), false);
+TEST_P(OutputFileOnDisk, StaysInTheFolderOfTheBeginning) {
+    fs::create_directory(path("in"));
+    fs::create_directory(path("other"));
+    writeFile(path("other/page"), "precious");
+    OutputFile file(path("in/page"), true);
+    put(file, "mine");
+    fs::rename(path("in"), path("moved"));
+    fs::create_directory_symlink("other", path("in"));
     file.keep();
-    EXPECT_TRUE(std::filesystem::exists(folder.file(std::string(255, 'n'))));
+    EXPECT_EQ(readFile(path("moved/page")), "mine");
+    EXPECT_EQ(readFile(path("other/page")), "precious");
 }
 
-TEST(OutputFile, KindsOfTargetsAreTold) {
-    const TemporaryFolder folder;
-    EXPECT_TRUE(netrove::cli::isSpecialFile("/dev/null"));
-    EXPECT_FALSE(netrove::cli::isSpecialFile(folder.path()));
-    EXPECT_FALSE(netrove::cli::isSpecialFile(folder.file("missing")));
-    EXPECT_TRUE(netrove::cli::isFolder(folder.path()));
-    EXPECT_FALSE(netrove::cli::isFolder(folder.file("missing")));
+TEST_P(OutputFileOnDisk, KeepsALinkThatItIsNamedBy) {
+    writeFile(path("real"), "old");
+    fs::create_symlink("real", path("link"));
+    OutputFile file(path("link"), true);
+    put(file, "new");
+    EXPECT_EQ(readFile(path("real")), "old");
+    file.keep();
+    EXPECT_TRUE(fs::is_symlink(path("link")));
+    EXPECT_EQ(readFile(path("real")), "new");
+}
+
+// Until it is kept nobody else may read it, not even as far as an open, which lasts longer than the permissions that
+// allowed it. What would run as its owner does not any more.
+TEST_P(OutputFileOnDisk, KeepsThePermissionsOfTheFileThatItReplaces) {
+    for (const unsigned mode : {0600u, 0644u, 0640u, 0400u, 06755u}) {
+        writeFile(path("secret"), "old");
+        ASSERT_EQ(chmod(path("secret").c_str(), mode), 0);
+        OutputFile file(path("secret"), true);
+        EXPECT_EQ(permissions("/proc/self/fd/" + std::to_string(file.descriptor())), 0600u);
+        file.keep();
+        EXPECT_EQ(permissions(path("secret")), mode & 0777u);
+        fs::remove(path("secret"));
+    }
+}
+
+void save(const std::string& target) {
+    OutputFile file(target, true);
+    put(file, "content");
+    file.keep();
+}
+
+TEST_F(OutputFileTest, IsOnTheDiskBeforeItHasItsName) {
+    std::vector<std::uintmax_t> sizes;
+    diskcalls::Sync = [&](int descriptor) {
+        sizes.push_back(fs::file_size("/proc/self/fd/" + std::to_string(descriptor)));
+        EXPECT_FALSE(fs::exists(path("page")));
+        return 0;
+    };
+    save(path("page"));
+    EXPECT_EQ(sizes, std::vector<std::uintmax_t>{7});
+    EXPECT_EQ(readFile(path("page")), "content");
+}
+
+TEST_F(OutputFileTest, LeavesTheOldFileWhereTheDiskFails) {
+    writeFile(path("page"), "old");
+    diskcalls::Sync = [&](int) { return EIO; };
+    EXPECT_EQ(identifierOf([&] { save(path("page")); }), "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(readFile(path("page")), "old");
+    EXPECT_EQ(entries(), 1u);
+}
+
+TEST_F(OutputFileTest, AsksTheDiskAgainAfterASignalAndNotWhereNobodyCanAskIt) {
+    int calls = 0;
+    diskcalls::Sync = [&](int) { return ++calls < 3 ? EINTR : EINVAL; };
+    save(path("page"));
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(readFile(path("page")), "content");
 }
 
 } // namespace

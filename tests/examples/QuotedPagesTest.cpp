@@ -107,7 +107,7 @@ std::vector<std::string> decidedColumns(const std::vector<std::vector<std::strin
     return lines;
 }
 
-TEST(Pages, QuoteTheirFilesInFull) {
+TEST(QuotedPages, QuoteTheirFilesInFull) {
     std::vector<std::filesystem::path> pages = {std::string(NETROVE_SOURCES) + "/README.md"};
     for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/docs")) {
         pages.push_back(entry.path());
@@ -122,7 +122,7 @@ TEST(Pages, QuoteTheirFilesInFull) {
     }
 }
 
-TEST(Pages, EveryExampleIsQuotedAndShort) {
+TEST(QuotedPages, EveryExampleIsQuotedAndShort) {
     const std::vector<std::string> quoted = filesQuoted(source("docs/embedding.md"));
     std::vector<std::string> examples;
     for (const auto& entry : std::filesystem::directory_iterator(std::string(NETROVE_SOURCES) + "/examples")) {
@@ -139,7 +139,7 @@ TEST(Pages, EveryExampleIsQuotedAndShort) {
 }
 
 // Code that no file stands behind could say anything.
-TEST(Pages, HaveNoProgramThatIsNotQuoted) {
+TEST(QuotedPages, HaveNoProgramThatIsNotQuoted) {
     for (const char* page : {"README.md", "docs/embedding.md"}) {
         const std::string text = source(page);
         std::size_t blocks = 0;
@@ -150,7 +150,7 @@ TEST(Pages, HaveNoProgramThatIsNotQuoted) {
     }
 }
 
-TEST(Pages, QuotationsAreReadLineByLine) {
+TEST(QuotedPages, QuotationsAreReadLineByLine) {
     const std::vector<Quote> found =
         quotations("text\n<!-- a.cpp -->\n```cpp\nint a;\n\n// b\n```\n<!-- a remark -->\n");
     ASSERT_EQ(found.size(), 1u);
@@ -202,7 +202,7 @@ std::vector<std::string> identifiersIn(const std::string& text) {
     return found;
 }
 
-TEST(Pages, IdentifiersThatTheySpeakOfHaveAMessage) {
+TEST(QuotedPages, IdentifiersThatTheySpeakOfHaveAMessage) {
     EXPECT_THAT(identifiersIn("`VANTIK:a:B`, VANTIK:a, \"VANTIK:c_d:E\"."),
                 testing::ElementsAre("VANTIK:a:B", "VANTIK:c_d:E"));
     const std::string catalogue = source("embedded/messages/en.txt");

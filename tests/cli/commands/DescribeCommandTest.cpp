@@ -1,0 +1,72 @@
+// What the program says of itself: `describe`, `demo`, --version, --help.
+#include "tests/cli/ProgramFixture.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace clitest;
+using testing::AllOf;
+
+TEST(DescribeCommand, ListsEveryPropertyAndMethod) {
+    const Outcome outcome = run({"describe"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome.Out, StartsWith("vantik.internal.webservices.HTTPConnectionAdapter"));
+    for (const char* text : {"24 properties", "TimeoutInMilliseconds  double vector", "read only",
+                             "copyContentToByteArray", "(logical scalar)", "uint8 vector", "closeAllConnections"}) {
+        EXPECT_THAT(outcome.Out, HasSubstr(text));
+    }
+}
+
+TEST(DescribeCommand, TellsTheSignaturesInJson) {
+    const Outcome outcome = run({"describe", "--json"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    const auto description = nlohmann::json::parse(outcome.Out);
+    EXPECT_EQ(description.at("properties").size(), 24u);
+    EXPECT_EQ(description["properties"][0].at("name"), "URL");
+    Words readOnly;
+    for (const auto& property : description["properties"]) {
+        if (!property.at("settable").get<bool>()) {
+            readOnly.push_back(property.at("name"));
+        }
+    }
+    EXPECT_EQ(readOnly, Words{"Sent"});
+    const auto& methods = description.at("methods");
+    EXPECT_EQ(methods.size(), 18u); // the constructor and seventeen
+    const auto statusLine = std::ranges::find_if(
+        methods, [](const nlohmann::json& method) { return method.at("name") == "getStatusLine"; });
+    ASSERT_NE(statusLine, methods.end());
+    EXPECT_EQ(statusLine->at("outputs"), (nlohmann::json{"char vector", "int32 scalar", "char vector"}));
+}
+
+TEST(VersionOption, NamesTheProgramAndWhatItIsMadeOf) {
+    const Outcome outcome = run({"--version"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome.Out, AllOf(StartsWith("netrove "), HasSubstr("libcurl"), HasSubstr("24 properties")));
+}
+
+TEST(HelpOption, WritesToStandardOutput) {
+    for (const Words& words : {Words{"--help"}, {"get", "--help"}}) {
+        const Outcome outcome = run(words);
+        EXPECT_EQ(outcome.Status, 0);
+        EXPECT_NE(outcome.Out, "");
+        EXPECT_EQ(outcome.Err, "");
+    }
+}
+
+TEST(DemoCommand, EveryStepDoesWhatItSaysAndNothingIsLeft) {
+    const TemporaryFolder folder;
+    const Outcome outcome = run({"demo"}, {.Environment = {{"TMPDIR", folder.path()}}});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Out << outcome.Err;
+    EXPECT_EQ(outcome.Err, "");
+    for (const char* title :
+         {"1. A GET into a byte array", "2. A save with progress", "3. An upload streamed from a provider",
+          "4. A download into a consumer", "5. A 404 in both modes", "6. A refused connection", "7. A timeout",
+          "8. An interrupted transfer", "9. The wire trace", "GET /hello HTTP/1.1<CRLF>"}) {
+        EXPECT_THAT(outcome.Out, HasSubstr(title));
+    }
+    EXPECT_EQ(lastLine(outcome.Out), "Every step did what it says.");
+    EXPECT_EQ(namesIn(folder.path()), Words{});
+}
+
+} // namespace

@@ -1,0 +1,93 @@
+// Ctrl-C and its kin, wherever the program is: what it says, its status, and what it leaves. Of `batch`:
+// BatchResumeTest.cpp.
+#include "tests/cli/ProgramFixture.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace clitest;
+
+class Signals : public ProgramFixture {
+protected:
+    void expectInterrupted(Program& program, int number = SIGINT) const {
+        program.signal(number);
+        const Outcome outcome = program.wait();
+        EXPECT_EQ(outcome.Status, 128 + number);
+        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:Interrupted: interrupted\n");
+    }
+};
+
+TEST_F(Signals, EndTheProgramWhileTheServerIsSilent) {
+    for (const auto& [number, name] : {std::pair(SIGINT, "SIGINT"), {SIGTERM, "SIGTERM"}, {SIGHUP, "SIGHUP"}}) {
+        const ScriptedServer server({step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
+        Program program({"get", "--json-errors", server.url()});
+        server.waitFor("asked");
+        program.signal(number);
+        const Outcome outcome = program.wait();
+        EXPECT_EQ(outcome.Status, 128 + number);
+        EXPECT_EQ(outcome.Err, "{\"identifier\":\"NETROVE:cli:Interrupted\",\"message\":\"interrupted\","
+                               "\"arguments\":[\"" +
+                                   std::string(name) + "\"],\"exit\":" + std::to_string(128 + number) + "}\n");
+        EXPECT_TRUE(server.waitUntilDone().PeerEnded);
+    }
+}
+
+TEST_F(Signals, EndTheProgramWhileContentArrivesAndLeaveNoFile) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        const ScriptedServer server({step::expectHead(),
+                                     step::send(kOk + "Content-Length: 1000000\r\n\r\n" + patternedBytes(50'000)),
+                                     step::signal("half"), step::awaitPeerEnd()});
+        Program program({"save", server.url(), "file"}, here());
+        server.waitFor("half");
+        expectInterrupted(program, number);
+        EXPECT_EQ(names(), Words{});
+        EXPECT_TRUE(server.waitUntilDone().PeerEnded);
+    }
+}
+
+TEST_F(Signals, EndTheProgramWhileABodyGoesOut) {
+    writeFile(file("body"), patternedBytes(20'000'000));
+    ScriptedServer server({step::expectHead(), step::signal("sending"), step::await("end"), step::awaitPeerEnd()});
+    Program program({"send", server.url(), "-T", file("body")});
+    server.waitFor("sending");
+    expectInterrupted(program);
+    server.raise("end");
+}
+
+TEST_F(Signals, EndTheProgramWhileStandardInputIsSilent) {
+    const ScriptedServer server(
+        {step::expectHead(), step::expectBody(10), step::signal("sending"), step::awaitPeerEnd()});
+    Program program({"send", server.url(), "-T", "-"});
+    program.type("first");
+    server.waitFor("sending");
+    expectInterrupted(program);
+}
+
+TEST_F(Signals, EndTheProgramWhileNobodyReadsItsOutput) {
+    const ScriptedServer server(answering(response(patternedBytes(5'000'000))));
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    Program program({"get", server.url()}, {.OutDescriptor = ends[1]});
+    program.awaitCondition([&] { return isFull(ends[1]); }, "its output is full"); // then it can only wait
+    expectInterrupted(program);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(Signals, AHangUpThatIsIgnoredStaysIgnored) {
+    ScriptedServer server({step::expectHead(), step::send(kOk + "Content-Length: 11\r\n\r\nfirst"),
+                           step::signal("half"), step::await("hung up"), step::send(", rest"), step::awaitPeerEnd()});
+    Program program({programFile(), "save", server.url(), "file"},
+                    {.Folder = Folder.path(), .Executable = "/usr/bin/nohup"});
+    server.waitFor("half");
+    program.signal(SIGHUP);
+    server.raise("hung up");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(readFile(file("file")), "first, rest");
+}
+
+} // namespace

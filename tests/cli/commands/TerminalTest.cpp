@@ -1,0 +1,104 @@
+// What is different where a person looks on.
+#include "tests/cli/ProgramFixture.h"
+#include "tests/support/server/UnreachablePorts.h"
+
+namespace {
+
+using namespace clitest;
+using testing::AllOf;
+using testing::EndsWith;
+
+using Terminal = ProgramFixture;
+
+struct ShownRow {
+    const char* Name;
+    Words Arguments;
+    std::string Answer;
+    Text Shown;
+    int Status = 0;
+};
+
+TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
+    const std::string evil = "HTTP/1.1 200 OK\r\nX-Evil: \x1b[31mred\r\nContent-Length: 2\r\n\r\nok";
+    const auto refused = AllOf(StartsWith("netrove: NETROVE:cli:BinaryToTerminal: "), Not(HasSubstr("\x1b")));
+    const ShownRow rows[] = {
+        // With the terminal's own line ends.
+        {"text", {"get", "URL"}, response("line one\nline two\n"), "line one\r\nline two\r\n"},
+        {"an escape sequence", {"get", "URL"}, response("\x1b[2Jgone"), refused, 23},
+        {"a binary",
+         {"get", "URL"},
+         response(std::string("\x7f"
+                              "ELF\0\0",
+                              6)),
+         refused,
+         23},
+        {"by a dash", {"get", "-o", "-", "URL"}, response("\x1b[2Jgone"), "\x1b[2Jgone"},
+        {"a head",
+         {"get", "-i", "URL"},
+         evil,
+         "HTTP/1.1 200 OK\r\nX-Evil: \\x1B[31mred\r\nContent-Length: 2\r\n\r\nok"},
+        {"the trace", {"get", "-v", "URL"}, evil, AllOf(HasSubstr("X-Evil: \\x1B[31mred"), Not(HasSubstr("\x1b")))},
+        {"a reason that turns the line around",
+         {"save", "-v", "URL", "file"},
+         response("x", {"X-Evil: \u202Egpj.exe"}, "404 \u202EdnuoF toN"),
+         AllOf(HasSubstr("404 \\xE2\\x80\\xAEdnuoF toN; file holds that answer"), Not(HasSubstr("\u202E")))},
+        {"what was saved",
+         {"save", "--force", "URL", "file"},
+         response(std::string(4096, 'x')),
+         AllOf(HasSubstr("\rreceived: [########################] 100%  4.0 KiB of 4.0 KiB"),
+               EndsWith("netrove: note: saved file (4.0 KiB)\r\n"))},
+        {"a length that is unknown",
+         {"save", "--force", "URL", "file"},
+         kOk + "Transfer-Encoding: chunked\r\n\r\n" + chunked(std::string(2048, 'x'), 100),
+         AllOf(HasSubstr("\rreceived: 2.0 KiB"), Not(HasSubstr("%")))},
+        {"no progress", {"save", "--force", "--no-progress", "URL", "file"}, response("x"), ""},
+    };
+    for (const ShownRow& row : rows) {
+        SCOPED_TRACE(row.Name);
+        const Exchanged shown =
+            runAgainst(answering(row.Answer), row.Arguments + Words{"--color", "never"}, onTerminal());
+        EXPECT_EQ(shown.Status, row.Status);
+        EXPECT_THAT(shown.Out, row.Shown);
+    }
+}
+
+TEST_F(Terminal, RefusesAControlCharacterThatComesInTwoPieces) {
+    ScriptedServer server({step::expectHead(), step::send(kOk + "Content-Length: 9\r\n\r\nhi\xC2"),
+                           step::await("shown"),
+                           step::send("\x9B"
+                                      "31mred"),
+                           step::awaitPeerEnd()});
+    Program program({"get", "--color", "never", server.url()}, onTerminal());
+    program.waitForOutput("hi");
+    server.raise("shown");
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 23);
+    EXPECT_THAT(outcome.Out, AllOf(HasSubstr("NETROVE:cli:BinaryToTerminal: "), Not(HasSubstr("\x9B"))));
+}
+
+TEST_F(Terminal, ShowsFailuresInColourUnlessTheUserObjects) {
+    const RefusingPort port;
+    const std::string red = "\x1b[1;31mnetrove: ";
+    Surroundings noColour = onTerminal();
+    noColour.Environment["NO_COLOR"] = "1";
+    EXPECT_THAT(run({"get", port.url()}, onTerminal()).Out, StartsWith(red));
+    EXPECT_THAT(run({"get", "--color", "never", port.url()}, onTerminal()).Out, StartsWith("netrove: "));
+    EXPECT_THAT(run({"get", port.url()}, noColour).Out, StartsWith("netrove: "));
+    EXPECT_THAT(run({"get", "--color", "always", port.url()}).Err, StartsWith(red));
+    EXPECT_THAT(run({"get", port.url()}).Err, StartsWith("netrove: "));
+}
+
+TEST_F(Terminal, ABatchDrawsNoBarBetweenItsResultsUnlessAskedTo) {
+    for (const bool asked : {false, true}) {
+        const ScriptedServer server(answering(response("x")));
+        writeFile(file("list"), server.url() + " file\n");
+        const Outcome outcome = run(Words{"batch", "list", "--color", "never", "--no-journal", "--force"} +
+                                        (asked ? Words{"--progress"} : Words{}),
+                                    onTerminal());
+        EXPECT_EQ(outcome.Status, 0) << outcome.Out;
+        EXPECT_THAT(outcome.Out, HasSubstr("\"result\":\"done\""));
+        EXPECT_EQ(outcome.Out.find("\033[K") != std::string::npos, asked) << outcome.Out;
+    }
+}
+
+} // namespace
