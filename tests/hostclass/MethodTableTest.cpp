@@ -2,6 +2,7 @@
 // that send: tests/exchange/response/.
 #include "hostclass/MethodTable.h"
 
+#include "embedded/classes/MethodSignature.h"
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/RecordingClass.h"
@@ -18,6 +19,7 @@ using testing::Pair;
 using testsupport::fieldTexts;
 using testsupport::resultTexts;
 using vantik::Array;
+using vantik::detail::MethodSignature;
 
 namespace {
 
@@ -84,14 +86,14 @@ TEST_F(MethodTable, EachRowBecomesOneMethodAfterTheConstructor) {
     std::vector<Row> methods;
     for (std::size_t i = 1; i < definition.Methods.size(); ++i) {
         const vcos::COSMethodInfo& method = *definition.Methods[i];
-        const vcos::COSMethodSignature& signature = *method.getMethodSignature();
+        const auto& signature = MethodSignature::of(*method.getMethodSignature());
         const bool unasked = dynamic_cast<const COSMethodWithAnsCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr;
         EXPECT_TRUE(unasked || dynamic_cast<const COSMethodCLNRN<HTTPConnectionAdapter*>*>(&method) != nullptr);
-        EXPECT_EQ(signature.optionalInputCount(), 0);
+        EXPECT_EQ(signature.OptionalInputs, 0);
         EXPECT_EQ(method.getMemberAccess(), vcos::MemberAccess::Public);
         EXPECT_EQ(method.getDescription(), "");
-        methods.emplace_back(method.getName(), textsOf(signature.outputTypes()),
-                             withoutObject(textsOf(signature.inputTypes()), "a.b.C scalar"), unasked);
+        methods.emplace_back(method.getName(), textsOf(signature.Outputs),
+                             withoutObject(textsOf(signature.Inputs), "a.b.C scalar"), unasked);
     }
     EXPECT_THAT(methods, testing::ElementsAreArray(kExpected));
 }
@@ -116,7 +118,7 @@ TEST_F(MethodTable, HostSeesTheSameMethods) {
 TEST_F(MethodTable, ClassWithoutANameStillHasItsObjectInput) {
     RecordingClass definition(nullptr);
     addMethodEntry(definition, methodTable().front());
-    EXPECT_EQ(textsOf(definition.Methods.at(0)->getMethodSignature()->inputTypes()), Words{"scalar"});
+    EXPECT_EQ(textsOf(MethodSignature::of(*definition.Methods.at(0)->getMethodSignature()).Inputs), Words{"scalar"});
 }
 
 TEST_F(Methods, OpenWithoutAUrlStaysClosed) {
