@@ -38,22 +38,6 @@ TEST_F(ProgressReport, OfReceivedContentCountsUpToItsLength) {
     }
 }
 
-TEST_F(ProgressReport, IsNotMadeOfEmptyContent) {
-    const Object connection = open(serve(answers(response(""))).url("/"));
-    connection.set("ProgressReporter", Reporter);
-    receiveBytes(connection);
-    EXPECT_TRUE(Counts.empty());
-}
-
-// The head of the answer comes after the last byte, and before it nothing is reported.
-TEST_F(ProgressReport, IsNotMadeOfAPlainUpload) {
-    const Object connection =
-        openUpload(serve(takes(response(""))).url("/"), makeScriptedProvider(host(), patternedBytes(100000)));
-    connection.set("ProgressReporter", Reporter);
-    receiveBytes(connection);
-    EXPECT_TRUE(Counts.empty());
-}
-
 // The good answer begins before the content is complete. The provider waits for its head to be on its way before it
 // offers its second piece, and goes on until a report shows that it has come.
 TEST_F(ProgressReport, OfAnUploadIsMadeOnceTheHeadIsThere) {

@@ -174,7 +174,10 @@ std::vector<Stop> stops() {
                  }
                  return Array::bytes("piece");
              };
-             parts.Reporter->OnUpdate = [](int, std::uint64_t) { return Array(false); };
+             parts.Reporter->OnUpdate = [](int call, std::uint64_t) {
+                 EXPECT_EQ(call, 1) << "it is not asked again";
+                 return Array(false);
+             };
          },
          with(kSent, {reporterUpdate("")}), kStopped, "0x1"},
         // The rest of what has come is passed on and reported, and the next pass sees the interrupt.

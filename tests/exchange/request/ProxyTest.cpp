@@ -153,11 +153,6 @@ TEST_F(Proxy, LookUpAndOpenConnectionDoNotMeet) {
         << "out of a callback of the transfer";
 }
 
-TEST_F(Proxy, EmptyPortStandsFor80) {
-    const Object connection = makeFor("http://127.0.0.1:9/");
-    EXPECT_EQ(outcomeOf([&] { connection.call("openProxyConnection", {proxyWith(Array())}); }), "nothing");
-}
-
 // An empty host switches off a proxy that the environment names.
 TEST_F(Proxy, OfTheEnvironmentIsNotUsed) {
     ::setenv("http_proxy", "http://127.0.0.1:1", 1);

@@ -33,14 +33,6 @@ TEST_F(RequestFields, OfOneNameKeepTheirOrder) {
     EXPECT_EQ(connection.call("getRequestURI").text(), server.url("/p/q?r=s#t"));
 }
 
-TEST_F(RequestFields, LineBeforeASendSaysWhatWouldBeSent) {
-    const Object connection = open("http://127.0.0.1:9/p?q");
-    connection.set("RequestMethod", "PUT");
-    EXPECT_EQ(resultTexts(connection, "getRequestLine", 3), (Texts{"PUT", "/p?q", "HTTP/1.1"}));
-    EXPECT_EQ(connection.call("getRequestFields").fieldNames(), (Texts{"Name", "Value"}));
-    EXPECT_EQ(connection.call("getRequestFields").dimensions(), (std::vector<std::size_t>{1, 0}));
-}
-
 TEST_F(RequestFields, MethodGoesOutAsLibcurlMakesIt) {
     struct Row {
         const char* Set;

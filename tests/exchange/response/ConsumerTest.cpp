@@ -49,13 +49,6 @@ TEST_F(Consumer, GetsEveryByteInOrderInPiecesThatFit) {
     }
 }
 
-TEST_F(Consumer, AndBufferBothGetTheContent) {
-    const std::string body = patternedBytes(40000);
-    const ScriptedConsumer consumer = makeScriptedConsumer(host());
-    EXPECT_EQ(difference(receiveBytes(openDownload(response(body), consumer)), body), "");
-    EXPECT_EQ(difference(consumer->content(), body), "");
-}
-
 // The wanted size can make the pieces only smaller. Numbers outside the range of an integer count as huge, negative
 // ones too.
 TEST_F(Consumer, ChoosesTheSizeOfItsPieces) {
@@ -123,14 +116,6 @@ TEST_F(Consumer, ThatTakesMoreThanItWasOfferedHasTakenAll) {
     const std::string body = patternedBytes(50000);
     copyToConsumer(openDownload(response(body), consumer));
     EXPECT_EQ(difference(consumer->content(), body), "");
-}
-
-TEST_F(Consumer, GetsTheContentOfAFailedStatus) {
-    const ScriptedConsumer consumer = makeScriptedConsumer(host());
-    const Object connection = openDownload(response("gone", {}, "404 Not Found"), consumer);
-    copyToConsumer(connection);
-    EXPECT_EQ(consumer->content(), "gone");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 404.0);
 }
 
 // Without a consumer and a buffer the content has nowhere to go. It stays for a copy that takes it.

@@ -247,17 +247,6 @@ TEST_F(Failure, IsExcusedByAStatusOutsideSuccess) {
     }
 }
 
-TEST_F(Failure, IsNotExcusedBySuccessOrByWhatTheConsumerHasTaken) {
-    ScriptedServer& server = serve(answers(kPart) + Script{step::await("piece seen"), step::reset()});
-    const ScriptedConsumer consumer = makeSeeing(server);
-    const Object connection = open(server.url("/"));
-    connection.set("Consumer", consumer);
-    expectFailure(outcomeOf([&] { copyToConsumer(connection); }), kConnectionRefused, server.url("/"));
-    EXPECT_EQ(consumer->content(), "part");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    expectObjectUsable(connection);
-}
-
 // The counts are those from the end of the send: what came later is received, but not counted in the warning.
 TEST_F(Failure, OfShortContentIsAWarningWithTheCountsOfTheSend) {
     ScriptedServer& server = serve(answers("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nfour") +
