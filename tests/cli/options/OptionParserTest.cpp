@@ -37,7 +37,7 @@ ParseResult parse(const Words& words) {
     return parseCommandLine(static_cast<int>(argv.size()), argv.data());
 }
 Settings parsed(const std::string& line) {
-    return parse(wordsOf(line)).Wanted;
+    return parse(wordsOf(line)).Settings;
 }
 
 // The text of the usage failure; empty where the line is accepted.
@@ -233,8 +233,8 @@ TEST(OptionParser, WipesSecretsFromTheArguments) {
         argv.push_back(word.data());
     }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
-    EXPECT_EQ(result.Wanted.Password, "second");
-    EXPECT_EQ(result.Wanted.Fields.back(), (Field{"Authorization", "Bearer tok"}));
+    EXPECT_EQ(result.Settings.Password, "second");
+    EXPECT_EQ(result.Settings.Fields.back(), (Field{"Authorization", "Bearer tok"}));
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
     Words wiped =
         wordsOf("netrove send -u me:xxxxx --password=xxxxxx --proxy-user you --proxy-password xxxxx -x xxx@p:1 "
