@@ -1,4 +1,4 @@
-// Uploads lines that are made while they are sent, so that they are never all in memory: upload_from_generator URL COUNT
+// Uploads lines that are made while they are sent, never all in memory: upload_from_generator URL COUNT
 // Exit status: 0 taken by the server, 1 failed or refused, 2 wrong usage.
 #include <vantik/Host.h>
 #include <vantik/HostClass.h>
