@@ -67,10 +67,10 @@ constexpr HintRow kHints[] = {
 };
 
 bool fits(const HintRow& row, const vantik::Message& message) {
-    if (row.Identifier != message.identifier() || static_cast<std::size_t>(row.Argument) >= message.Arguments.size()) {
+    if (row.Identifier != message.identifier() || row.Argument >= message.Arguments.size()) {
         return false;
     }
-    const vantik::MessageArgument& argument = message.Arguments[static_cast<std::size_t>(row.Argument)];
+    const vantik::MessageArgument& argument = message.Arguments[row.Argument];
     const auto* words = std::get_if<std::string>(&argument);
     const std::string text = words != nullptr ? *words : std::to_string(std::get<std::int64_t>(argument));
     return (text.find(row.Needle) == text.npos) == row.Lacks;

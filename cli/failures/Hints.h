@@ -3,6 +3,7 @@
 
 #include "vantik/Failure.h"
 
+#include <cstddef>
 #include <span>
 #include <string>
 #include <string_view>
@@ -12,7 +13,7 @@ namespace netrove::cli {
 
 struct HintRow {
     std::string_view Identifier;
-    int Argument;            // number of the one to look at. The catalogue's own words around it never vary.
+    std::size_t Argument;    // number of the one to look at. The catalogue's own words around it never vary.
     std::string_view Needle; // must be in that argument; empty: any argument fits
     std::string_view Hint;
     bool Lacks = false; // the needle must be missing instead

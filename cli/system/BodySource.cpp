@@ -33,7 +33,7 @@ int openForReading(const std::string& file) {
 
 } // namespace
 
-BodySource::BodySource(std::string file, std::optional<Clock::time_point> deadline)
+BodySource::BodySource(const std::string& file, std::optional<Clock::time_point> deadline)
     : Name(shownName(file)), File(openForReading(file)), Input(file == "-" ? STDIN_FILENO : File.Number),
       Deadline(deadline) {
     struct stat facts {};

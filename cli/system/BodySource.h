@@ -17,7 +17,7 @@ namespace netrove::cli {
 class BodySource {
 public:
     // "-" is standard input. Raises FileNotRead.
-    BodySource(std::string file, std::optional<Clock::time_point> deadline);
+    BodySource(const std::string& file, std::optional<Clock::time_point> deadline);
     BodySource(const BodySource&) = delete;
     BodySource& operator=(const BodySource&) = delete;
 
