@@ -1,6 +1,7 @@
 // Conversions on the way into a value slot.
 #include "embedded/objects/SlotValue.h"
 
+#include "tests/embedded/arrays/ArrayFixture.h"
 #include "tests/embedded/classes/ClassFixture.h"
 
 #include <bit>
@@ -47,12 +48,7 @@ protected:
         const std::string failure = failureOf([&] {
             const SlotValue value(*TypeWord::parse(typeWord), given.get(), input());
             const vxArray_tag* array = arrayIn(value.slot());
-            if (array == given.get()) {
-                result = "as it is";
-            } else {
-                const std::size_t* sizes = vx::vxGetDimensions(array);
-                result = std::to_string(sizes[0]) + "-by-" + std::to_string(sizes[1]) + " " + vx::vxGetClassName(array);
-            }
+            result = array == given.get() ? "as it is" : shapeOf(array);
         });
         return failure.empty() ? result : "refused";
     }
@@ -118,11 +114,9 @@ TEST_F(SlotValues, SlotTakesNothingButOneNumber) {
 TEST_F(SlotValues, VectorTakesRowColumnScalarAndEmpty) {
     for (const char* typeWord : {"uint8 vector", "double vector", "char vector"}) {
         const vxClassID classId = TypeWord::parse(typeWord)->Plain;
-        EXPECT_EQ(taken(typeWord, plain(classId, 1, 3)), "as it is");
-        EXPECT_EQ(taken(typeWord, plain(classId, 3, 1)), "as it is");
-        EXPECT_EQ(taken(typeWord, plain(classId, 1, 1)), "as it is");
-        EXPECT_EQ(taken(typeWord, plain(classId, 0, 1)), "as it is");
-        EXPECT_EQ(taken(typeWord, plain(classId, 0, 3)), "as it is");
+        for (const auto& [rows, columns] : {std::pair{1, 3}, {3, 1}, {1, 1}, {0, 1}, {0, 3}}) {
+            EXPECT_EQ(taken(typeWord, plain(classId, std::size_t(rows), std::size_t(columns))), "as it is");
+        }
         EXPECT_EQ(taken(typeWord, plain(classId, 2, 2)), "refused");
     }
     EXPECT_EQ(taken("uint8", plain(vxUINT8_CLASS, 2, 2)), "as it is") << "a class alone takes any shape";

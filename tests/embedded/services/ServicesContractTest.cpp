@@ -94,12 +94,9 @@ protected:
 
 } // namespace
 
-TEST_F(ServicesContract, WithoutServicesNothingIsFound) {
+TEST_F(ServicesContract, ElderServiceIsFoundFirst) {
     EXPECT_THAT(greetings(), IsEmpty());
     EXPECT_FALSE(Context.GetServiceReference<Greeter>());
-}
-
-TEST_F(ServicesContract, ElderServiceIsFoundFirst) {
     const auto first = Context.RegisterService<Greeter>(both("first"));
     const auto second = Context.RegisterService<Greeter>(both("second"));
     EXPECT_THAT(greetings(), ElementsAre("first", "second"));
@@ -107,17 +104,14 @@ TEST_F(ServicesContract, ElderServiceIsFoundFirst) {
     EXPECT_EQ(Context.GetServiceObjects(Context.GetServiceReference<Greeter>()).GetService()->greet(), "first");
 }
 
-TEST_F(ServicesContract, ServiceIsFoundByItsInterface) {
+TEST_F(ServicesContract, ServiceIsFoundByTheNameOfItsInterface) {
+    EXPECT_EQ(us_service_interface_iid<Greeter>(), "sample.Greeter") << "as declared";
+    EXPECT_EQ(us_service_interface_iid<Counter>(), "sample::Counter") << "that of the type";
     const auto object = both("hello", 42);
     const auto registration = Context.RegisterService<Counter>(object);
     EXPECT_THAT(greetings(), IsEmpty());
     EXPECT_EQ(Context.GetService(Context.GetServiceReference<Counter>())->count(), 42);
     EXPECT_EQ(Context.GetService(Context.GetServiceReference<Counter>()).get(), object.get());
-}
-
-TEST_F(ServicesContract, InterfaceHasTheNameThatIsDeclaredOrThatOfTheType) {
-    EXPECT_EQ(us_service_interface_iid<Greeter>(), "sample.Greeter");
-    EXPECT_EQ(us_service_interface_iid<Counter>(), "sample::Counter");
 }
 
 TEST_F(ServicesContract, ReferenceThatNamesNothingIsRefused) {
@@ -231,7 +225,7 @@ TEST_F(ServicesContract, StoppedFrameworkInvalidatesContextsAndServices) {
     EXPECT_EQ(held->greet(), "x");
 }
 
-TEST_F(ServicesContract, WaitingForAStopTellsWhyItHasEnded) {
+TEST_F(ServicesContract, WaitingForAStopSaysWhyItHasEnded) {
     EXPECT_EQ(Home.WaitForStop(std::chrono::milliseconds(1)).GetType(), FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT);
     Home.Stop();
     EXPECT_EQ(Home.WaitForStop(kForEver).GetType(), FrameworkEvent::FRAMEWORK_STOPPED);
