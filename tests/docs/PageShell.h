@@ -20,7 +20,7 @@ public:
     testsupport::Outcome run(const std::string& command, const std::string& before) const;
 
     // In a folder that has all of the sources, with builds of its own. Where the command ends with a build, that only
-    // tells what it would do; `target` is built in earnest behind it.
+    // tells what it would do; `target` is built in earnest after it.
     testsupport::Outcome runInSources(const std::string& command, const std::string& target) const;
 
     // A file of the first folder.

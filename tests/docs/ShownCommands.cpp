@@ -20,7 +20,7 @@ std::string trimmed(const std::string& text) {
     return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
 }
 
-// "NAME=value", which sets a variable for the command behind it.
+// "NAME=value", which sets a variable for the command after it.
 bool isAssignment(const std::string& word) {
     const auto end = word.find('=');
     return end != word.npos && end > 0 &&
@@ -28,7 +28,7 @@ bool isAssignment(const std::string& word) {
                        [](unsigned char c) { return std::isupper(c) || std::isdigit(c) || c == '_'; });
 }
 
-// Where a comment begins: a hash behind a blank, outside quotation marks.
+// Where a comment begins: a hash after a blank, outside quotation marks.
 std::size_t commentStart(const std::string& line) {
     char quote = '\0';
     for (std::size_t at = 0; at < line.size(); ++at) {

@@ -8,7 +8,7 @@ namespace docstest {
 
 struct ShownCommand {
     std::string Text;    // without the comment; a line that goes on with a backslash is one command with the next
-    std::string Comment; // behind "# "
+    std::string Comment; // after "# "
     int Status = 0;      // "exits N" in the comment
 };
 

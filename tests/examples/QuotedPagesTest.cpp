@@ -27,7 +27,7 @@ struct Quote {
     std::string Text;
 };
 
-// A quotation is a line "<!-- path -->", where the path names a C++ file, and the fenced block right behind it.
+// A quotation is a line "<!-- path -->", where the path names a C++ file, and the fenced block right after it.
 std::vector<Quote> quotations(const std::string& page) {
     std::vector<Quote> found;
     std::istringstream lines(page);
@@ -38,7 +38,7 @@ std::vector<Quote> quotations(const std::string& page) {
         Quote quote{line.substr(5, line.size() - 9), ""};
         std::getline(lines, line);
         if (line != "```cpp") {
-            throw std::runtime_error("no block of C++ behind the mark of " + quote.File);
+            throw std::runtime_error("no block of C++ after the mark of " + quote.File);
         }
         while (std::getline(lines, line) && line != "```") {
             quote.Text += line + "\n";
@@ -56,8 +56,8 @@ std::vector<std::string> filesQuoted(const std::string& page) {
     return files;
 }
 
-// Rows of the first table behind a heading, cell by cell, without its head.
-std::vector<std::vector<std::string>> tableBehind(const std::string& page, const std::string& heading) {
+// Rows of the first table after a heading, cell by cell, without its head.
+std::vector<std::vector<std::string>> tableAfter(const std::string& page, const std::string& heading) {
     const std::size_t place = page.find("\n" + heading + "\n");
     if (place == std::string::npos) {
         throw std::runtime_error("no heading " + heading);
@@ -138,7 +138,7 @@ TEST(QuotedPages, EveryExampleIsQuotedAndShort) {
     }
 }
 
-// Code that no file stands behind could say anything.
+// Code that is in no file could say anything.
 TEST(QuotedPages, HaveNoProgramThatIsNotQuoted) {
     for (const char* page : {"README.md", "docs/embedding.md"}) {
         const std::string text = source(page);
@@ -172,7 +172,7 @@ TEST_F(ClassTables, EveryPropertyHasItsTypeAndASentence) {
                            " | ");
     }
     EXPECT_EQ(expected.size(), 24u);
-    EXPECT_THAT(decidedColumns(tableBehind(Page, "### Properties"), 2), testing::ElementsAreArray(expected));
+    EXPECT_THAT(decidedColumns(tableAfter(Page, "### Properties"), 2), testing::ElementsAreArray(expected));
 }
 
 TEST_F(ClassTables, EveryMethodHasItsSignatureAndASentence) {
@@ -185,7 +185,7 @@ TEST_F(ClassTables, EveryMethodHasItsSignatureAndASentence) {
         expected.push_back("`" + method.Name + "` | " + joined(inputs) + " | " + joined(method.Outputs) + " | ");
     }
     EXPECT_EQ(expected.size(), 17u);
-    EXPECT_THAT(decidedColumns(tableBehind(Page, "### Methods"), 3), testing::ElementsAreArray(expected));
+    EXPECT_THAT(decidedColumns(tableAfter(Page, "### Methods"), 3), testing::ElementsAreArray(expected));
 }
 
 // Every "VANTIK:catalogue:Key" in a text.

@@ -65,7 +65,7 @@ TEST(BatchReport, SecretsOfALineAreHidden) {
     EXPECT_EQ(Json::parse(text)["url"], "http://h/a");
 }
 
-// Of secrets that nobody has told the console, such as those of a redirect's cookies, and of pieces of those it knows.
+// Holds secrets that the console does not know, such as those of a redirect's cookies, and pieces of those it knows.
 TEST(BatchReport, AHeadInAFailureIsMasked) {
     const std::string whole = "a head: set-cookie: topsecret\nX: y";
     const std::string cut = "CRLF not found in headers:\nopsecret";

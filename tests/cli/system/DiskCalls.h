@@ -5,7 +5,7 @@
 
 namespace diskcalls {
 
-extern std::function<int(int descriptor)> Sync; // gives an error number, 0: done; null: as the system does it
+extern std::function<int(int descriptor)> Sync; // returns an error number, 0: done; null: as the system does it
 extern bool FilesWithoutNames;                  // as the file system makes them; false: it makes none
 
 // As it is by itself, again at the end.

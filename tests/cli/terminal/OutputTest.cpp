@@ -24,7 +24,7 @@ TEST(FailureText, IsOneLineWithoutControlCharacters) {
 TEST(FailureText, MasksCredentials) {
     Console console;
     console.hide("Bearer 12345");
-    console.hide("abc"); // too short to be told from ordinary text
+    console.hide("abc"); // too short to tell from ordinary text
     EXPECT_EQ(console.failureText(verdict("http://me:pw@h/ said Bearer 12345, Bearer 12345, abc")),
               "netrove: VANTIK:webservices:Timeout: http://***@h/ said ***, ***, abc");
     console.configure(ColorChoice::Never, true);
