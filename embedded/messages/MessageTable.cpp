@@ -142,7 +142,7 @@ MessageTable MessageTable::parse(std::string_view utf8, const std::string& sourc
         };
         const std::string name(line.substr(0, line.find_first_of(kBlanks)));
         if (!isFullName(name)) {
-            problem("\"" + name + "\" is no message name of the form catalogue:key");
+            problem("\"" + name + "\" is not a message name of the form catalogue:key");
             continue;
         }
         const std::string_view text = trimmed(line.substr(name.size()));

@@ -28,7 +28,7 @@ const Fault kFaults[] = {
      {"VANTIK:host:OutOfMemory()", "VANTIK:webservices:ConnectionFailed(std::bad_alloc)"}},
     {"UnknownException",
      HostFault::UnknownException,
-     {"VANTIK:host:Failure(an exception of a type that is no std::exception)"}},
+     {"VANTIK:host:Failure(an exception that is not a std::exception)"}},
 };
 
 // The operations whose failure nobody sees, in order: a "Location" that cannot be resolved, for each of the two

@@ -54,7 +54,7 @@ TEST_F(MessageFiles, LanguageComesBeforeEnglish) {
     EXPECT_EQ(messageText(kInputs, "xx_YY"), u"Gar zu viele");
     EXPECT_EQ(messageText(kInputs, "xx"), u"Zu viele");
     EXPECT_EQ(messageText(HostMessage({}, "VANTIK:builtin", "TooManyOutputs"), "xx_YY"),
-              u"Too many results are asked for.");
+              u"Too many results are requested.");
     EXPECT_EQ(messageText(kInputs, "en"), u"Too many inputs.");
     EXPECT_EQ(fl::i18n::MessageCatalog::get_message(host, fl::i18n::VkLocale("xx")), u"Kein Rechner h");
 }

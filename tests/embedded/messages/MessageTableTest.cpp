@@ -93,14 +93,14 @@ TEST(MessageTable, ProblemsNameSourceLineAndReason) {
                                                    "a:b-c text\n",
                                                    "de.txt");
     EXPECT_THAT(table.problems(),
-                ElementsAre("de.txt:4: \"nocolon\" is no message name of the form catalogue:key",
+                ElementsAre("de.txt:4: \"nocolon\" is not a message name of the form catalogue:key",
                             "de.txt:5: a:empty has no text",
                             "de.txt:6: a:open: bad pattern at character 1 (U_UNMATCHED_BRACES)",
                             "de.txt:7: a:named: arguments have numbers, not names",
                             "de.txt:8: a:number: arguments are text: only {0} and {0,select,...} are allowed",
-                            "de.txt:9: a:good stands here for the second time; the first one counts",
-                            "de.txt:10: \"a:\" is no message name of the form catalogue:key",
-                            "de.txt:11: \"a:b-c\" is no message name of the form catalogue:key"));
+                            "de.txt:9: a:good appears for the second time; the first one counts",
+                            "de.txt:10: \"a:\" is not a message name of the form catalogue:key",
+                            "de.txt:11: \"a:b-c\" is not a message name of the form catalogue:key"));
     EXPECT_THAT(table.names(), ElementsAre("a:good"));
     EXPECT_EQ(*table.find("a:good"), u"text");
 }

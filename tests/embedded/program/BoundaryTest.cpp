@@ -160,7 +160,7 @@ TEST_F(Boundaries, WhatTheHostRaisesBecomesAFailure) {
         {[] { throw fl::i18n::CvtExceptionBase("no such encoding"); }, "VANTIK:host:Failure(no such encoding)"},
         {[] { throw boost::numeric::positive_overflow(); },
          "VANTIK:host:Failure(bad numeric conversion: positive overflow)"},
-        {[] { throw 7; }, "VANTIK:host:Failure(an exception of a type that is no std::exception)"},
+        {[] { throw 7; }, "VANTIK:host:Failure(an exception that is not a std::exception)"},
         {[] {
              throw foundation::core::except::Exception<foundation::core::except::IInternalException, std::exception,
                                                        void>("no IRI");

@@ -69,8 +69,8 @@ TEST(ProxyTexts, PathAfterThePortIsKept) {
 
 TEST(ProxyTexts, UnusableOnesAreRefusedWithoutTheirPassword) {
     const std::string host = "it names no host";
-    const std::string port = "its port is no number from 1 to 65535";
-    const std::string scheme = "its scheme is none of http, https, socks4, socks4a, socks5 and socks5h";
+    const std::string port = "its port is not a number from 1 to 65535";
+    const std::string scheme = "its scheme is not one of http, https, socks4, socks4a, socks5 and socks5h";
     for (const auto& [text, reason] : {std::pair{"http://user:secret@:3128", host},
                                        {"http://", host},
                                        {"", host},
