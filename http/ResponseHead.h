@@ -59,7 +59,7 @@ struct ResponseHead {
     bool expandsLittle() const;
 
     std::int32_t ResponseCode = 0;                // latest status; the host may set it
-    std::vector<std::string> ResponseHeaderLines; // raw lines, status line first
+    std::vector<std::string> ResponseHeaderLines; // raw lines in the order of the wire, status line first
     bool HeadersComplete = false;                 // a final head has ended and no other has begun
     bool HasInterim = false;                      // the lines are those of a complete interim head
 

@@ -24,8 +24,8 @@ struct Request {
 bool isRedirect(int status); // 301, 302, 303, 307, 308
 
 // The request that follows `current` after a redirect. 303, and 301 and 302 after a POST, turn into GET without a body.
-// Credentials and the fields Authorization, Cookie and Host are dropped for good once scheme, host or port changes.
-// Raises RedirectRefused for a target that is neither http nor https.
+// Credentials and the fields Authorization, Proxy-Authorization, Cookie and Host are dropped for good once scheme, host
+// or port changes. Raises RedirectRefused for a target that is neither http nor https.
 Request followRedirect(const Request& current, int status, std::string_view target);
 
 } // namespace netrove::cli
