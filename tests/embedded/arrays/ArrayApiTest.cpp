@@ -97,14 +97,12 @@ std::size_t residentBytes() {
 }
 
 TEST_F(Arrays, LargeMatrixTakesNoMemoryBeforeItIsWritten) {
-    if (testsupport::isSanitized()) {
-        GTEST_SKIP() << "a sanitizer writes to its own memory for each byte";
-    }
     constexpr std::size_t gibibyte = std::size_t{1} << 30;
     const std::size_t before = residentBytes();
     const ArrayOwner array = numeric(gibibyte, 1, vxUINT8_CLASS);
     EXPECT_EQ(elements<std::uint8_t>(array)[gibibyte - 1], 0);
-    EXPECT_LT(residentBytes(), before + (gibibyte >> 6));
+    const std::size_t allowed = testsupport::isSanitized() ? gibibyte / 4 : gibibyte / 64; // an eighth is its own
+    EXPECT_LT(residentBytes(), before + allowed);
 }
 
 TEST_F(Arrays, CopySharesUntilWritten) {
