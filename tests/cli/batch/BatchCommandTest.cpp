@@ -52,13 +52,13 @@ TEST_F(BatchCommand, NamesBadLinesAndRunsNothing) {
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(outcome.Status, 2);
     EXPECT_EQ(outcome.Out, "");
-    EXPECT_EQ(outcome.Err, "netrove: note: list:2: 'ftp://host/b' is no http or https URL\n"
-                           "netrove: note: list:5: the target 'a' is that of line 1 too\n"
+    EXPECT_EQ(outcome.Err, "netrove: note: list:2: 'ftp://host/b' is not an http or https URL\n"
+                           "netrove: note: list:5: the target 'a' is already used by line 1\n"
                            "netrove: NETROVE:cli:BadManifest: list: 2 bad lines; nothing was done\n");
     const Json failure = Json::parse(batch({"list", "--json-errors"}).Err);
     EXPECT_EQ(failure["identifier"], "NETROVE:cli:BadManifest");
-    EXPECT_EQ(failure["arguments"], Json({"list", "line 2: 'ftp://host/b' is no http or https URL",
-                                          "line 5: the target 'a' is that of line 1 too"}));
+    EXPECT_EQ(failure["arguments"], Json({"list", "line 2: 'ftp://host/b' is not an http or https URL",
+                                          "line 5: the target 'a' is already used by line 1"}));
     EXPECT_EQ(Server.allRequests(), 0u);
     EXPECT_EQ(names(), Words{"list"});
 }
@@ -82,7 +82,7 @@ TEST_F(BatchCommand, ShowsAHundredOfManyBadLines) {
     write(text);
     const Outcome outcome = batch({"list"});
     EXPECT_EQ(std::ranges::count(outcome.Err, '\n'), 102);
-    EXPECT_THAT(outcome.Err, HasSubstr("list:100: 'nonsense' is no http or https URL\n"
+    EXPECT_THAT(outcome.Err, HasSubstr("list:100: 'nonsense' is not an http or https URL\n"
                                        "netrove: note: list: and 150 more\n"
                                        "netrove: NETROVE:cli:BadManifest: list: 250 bad lines; nothing was done\n"));
     const Json failure = Json::parse(batch({"list", "--json-errors"}).Err);

@@ -108,21 +108,21 @@ TEST(BatchManifest, AStructuredBodyIsJson) {
 
 TEST(BatchManifest, SaysWhatIsWrongWithALine) {
     const std::pair<std::string, std::string> rows[] = {
-        {"ftp://h/a", "'ftp://h/a' is no http or https URL"},
-        {"a.txt http://h/a", "'a.txt' is no http or https URL"},
+        {"ftp://h/a", "'ftp://h/a' is not an http or https URL"},
+        {"a.txt http://h/a", "'a.txt' is not an http or https URL"},
         {"http:///path", "'http:///path' has no host"},
         {"http://u:secret@", "'http://***@' has no host"},
         {"http://h/\x01", "the URL has control characters or is not UTF-8"},
         {"http://h/\xFF", "the URL has control characters or is not UTF-8"},
-        {"http://h/a b ", "a blank ends the line; a target that ends so is written as JSON"},
+        {"http://h/a b ", "the line ends with a blank; write a target that ends with one as JSON"},
         {"http://h/a b\x1B", "the target has control characters"},
         {"http://h/a ./x/../list.txt", "the target './x/../list.txt' is the manifest"},
-        {"http://h/a /dev/null", "the target '/dev/null' is no regular file; \"target\":null drops the content"},
-        {"http://h/a b\nhttp://h/c ./b", "the target './b' is that of line 1 too"},
+        {"http://h/a /dev/null", "the target '/dev/null' is not a regular file; \"target\":null drops the content"},
+        {"http://h/a b\nhttp://h/c ./b", "the target './b' is already used by line 1"},
         {"{\"url\":\"http://h/a\",\"id\":1}\n{\"url\":\"http://h/b\",\"id\":\"1\"}",
-         "the id '1' is that of line 1 too"},
+         "the id '1' is already used by line 1"},
         {"{}", "the key 'url' is missing"},
-        {R"({"url":7})", "the value of \"url\" is no text"},
+        {R"({"url":7})", "the value of \"url\" is not a string"},
     };
     for (const auto& [text, expected] : rows) {
         EXPECT_EQ(problem(text), expected) << text;
@@ -130,17 +130,17 @@ TEST(BatchManifest, SaysWhatIsWrongWithALine) {
     // After "url":"http://h/a".
     const std::pair<std::string, std::string> keys[] = {
         {R"("target":"")", "the value of \"target\" is empty"},
-        {R"("Target":"b")", "unknown key 'Target'; known are url, target, method, fields, body, body_file and id"},
-        {R"("url":"http://h/b")", "the key 'url' stands there twice"},
+        {R"("Target":"b")", "unknown key 'Target'; the keys are url, target, method, fields, body, body_file and id"},
+        {R"("url":"http://h/b")", "the key 'url' is given twice"},
         {R"("method":"A B")", "'A B' is not a request method"},
         {R"("fields":{"A":"1\r\nB: 2"})", "the value of the header field 'A' is not printable ASCII"},
         {R"("fields":{"A:":"1"})", "'A:' is not the name of a header field"},
         {R"("fields":7)", "the value of \"fields\" is neither an object nor an array"},
-        {R"("body":7)", "the value of \"body\" is no text"},
+        {R"("body":7)", "the value of \"body\" is not a string"},
         {R"("body":"","body_file":"b")", "only one of \"body\" and \"body_file\" can be given"},
         {R"("body":"x","method":"GET")",
          "a request with the method GET or HEAD has no body; name another as \"method\""},
-        {R"("body_file":"-")", "\"body_file\" names a file; standard input serves no line by itself"},
+        {R"("body_file":"-")", "\"body_file\" must name a file; standard input cannot be used"},
         {R"("id":"")", "the value of \"id\" is empty"},
     };
     for (const auto& [rest, expected] : keys) {
@@ -150,9 +150,9 @@ TEST(BatchManifest, SaysWhatIsWrongWithALine) {
 
 TEST(BatchManifest, ShowsNoSecretOfBrokenJson) {
     const std::string text = problem("{\"url\":\"http://h/a\",\"fields\":{\"Authorization\":\"topsecret\"");
-    EXPECT_EQ(text.find("no JSON: parse error at line 1, column "), 0u) << text;
+    EXPECT_EQ(text.find("not valid JSON: parse error at line 1, column "), 0u) << text;
     EXPECT_EQ(text.find("topsecret"), text.npos) << text;
-    EXPECT_EQ(problem("{bad").find("no JSON: "), 0u);
+    EXPECT_EQ(problem("{bad").find("not valid JSON: "), 0u);
 }
 
 TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
@@ -160,7 +160,7 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
         return R"({"url":"http://h/a","target":"t","body":)" + std::string(depth, '[') + std::string(depth, ']') + "}";
     };
     EXPECT_EQ(only(line(500)).Extras->Body, std::string(500, '[') + std::string(500, ']'));
-    const std::string expected = "no JSON that can be used: arrays and objects are in each other more than 500 deep";
+    const std::string expected = "not usable JSON: arrays and objects are nested more than 500 deep";
     for (const std::size_t depth : {501, 50'000}) {
         const BatchManifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
         ASSERT_EQ(manifest.Bad.size(), 1u);
@@ -191,7 +191,7 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
                         [&](BatchManifestParser& parser) { parser.reserve(folder.file("real/list"), "the manifest"); });
     };
     const auto same = [&](const std::string& first, const std::string& second) {
-        return problemsOf(first, second) == "the target '" + second + "' is that of line 1 too";
+        return problemsOf(first, second) == "the target '" + second + "' is already used by line 1";
     };
     EXPECT_TRUE(same(folder.file("new"), relative + "/new"));
     EXPECT_TRUE(same("new", std::filesystem::current_path().string() + "/new"));
@@ -250,7 +250,7 @@ TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
         EXPECT_LT(told.size(), 1100u);
         EXPECT_TRUE(told.starts_with("'aaaaaaaaaa")) << told;
         EXPECT_NE(told.find("\u00e4 ... \u00e4"), told.npos) << told;
-        EXPECT_TRUE(told.ends_with("\u00e4' is no http or https URL")) << told;
+        EXPECT_TRUE(told.ends_with("\u00e4' is not an http or https URL")) << told;
         EXPECT_TRUE(isUtf8(told)) << told;
     }
 }

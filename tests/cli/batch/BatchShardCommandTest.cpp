@@ -41,7 +41,7 @@ TEST_F(BatchShardCommand, ASlurmArraySaysWhich) {
                                                  {"SLURM_ARRAY_TASK_MAX", "6"}});
         EXPECT_EQ(outcome.Status, 0);
         EXPECT_THAT(outcome.Err, StartsWith("netrove: note: shard " + std::to_string(task[0] - '4') +
-                                            " of 2, by SLURM_ARRAY_TASK_ID; 5 of 10 lines\n"));
+                                            " of 2, from SLURM_ARRAY_TASK_ID; 5 of 10 lines\n"));
     }
 }
 

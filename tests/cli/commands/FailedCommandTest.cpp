@@ -38,8 +38,7 @@ void expectFailures(const std::vector<FailureCase>& cases) {
 
 TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
     const auto withoutHint = Not(HasSubstr("Hint:"));
-    const auto noScheme =
-        AllOf(HasSubstr("Hint: write http:// or https:// in front of it.\n"), Not(HasSubstr("quotes")));
+    const auto noScheme = AllOf(HasSubstr("Hint: put http:// or https:// in front of it.\n"), Not(HasSubstr("quotes")));
     expectFailures({
         {2, "NETROVE:cli:Usage", {}, HasSubstr("no command; try 'netrove get URL'")},
         {3, "VANTIK:webservices:MalformedURL", {"get", "example.org/x"}, noScheme},
@@ -49,7 +48,7 @@ TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
         {3,
          "VANTIK:webservices:MalformedURL",
          {"get", "http://a b/"},
-         HasSubstr("put the URL in quotes, and write %20 for a blank")},
+         HasSubstr("put the URL in quotes, and write %20 for a space")},
         {3, "VANTIK:webservices:MalformedURL", {"get", "http://127.0.0.1:99999/"}, withoutHint},
         {3, "VANTIK:webservices:ExpectedProtocol", {"get", "ftp://127.0.0.1/"}, withoutHint},
         {3, "VANTIK:webservices:FileNotFound", {"get", "http:///x"}, withoutHint},
@@ -140,7 +139,7 @@ TEST(FailedCommand, IsAJsonObjectWhereAsked) {
     EXPECT_EQ(usage.Status, 2);
     EXPECT_EQ(nlohmann::json::parse(usage.Err).at("identifier"), "NETROVE:cli:Usage");
     EXPECT_THAT(run({"save", "--json-errors", "http://127.0.0.1:1/", "/no/such/folder/file"}).Err,
-                HasSubstr("\"hint\":\"make the folder first\""));
+                HasSubstr("\"hint\":\"create the folder first\""));
 }
 
 TEST(FailedCommand, NeverShowsCredentials) {

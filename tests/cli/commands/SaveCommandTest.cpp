@@ -54,11 +54,11 @@ TEST_F(SaveCommand, ReplacesAFileOnlyWithForce) {
 TEST_F(SaveCommand, RefusesPipesAndMissingFolders) {
     ASSERT_EQ(mkfifo(file("pipe").c_str(), 0600), 0);
     std::filesystem::create_symlink("pipe", file("link"));
-    expectRefused({"--force", "URL", "pipe"}, "FileNotWritten: pipe: no regular file");
-    expectRefused({"--force", "URL", "link"}, "FileNotWritten: link: no regular file");
+    expectRefused({"--force", "URL", "pipe"}, "FileNotWritten: pipe: not a regular file");
+    expectRefused({"--force", "URL", "link"}, "FileNotWritten: link: not a regular file");
     EXPECT_TRUE(std::filesystem::is_fifo(file("pipe")));
     expectRefused({"URL", "no/such/file"},
-                  "FileNotWritten: no/such/file: No such file or directory. Hint: make the folder first.");
+                  "FileNotWritten: no/such/file: No such file or directory. Hint: create the folder first.");
 }
 
 TEST_F(SaveCommand, KeepsAnErrorPageUnlessAskedToFail) {
@@ -67,7 +67,7 @@ TEST_F(SaveCommand, KeepsAnErrorPageUnlessAskedToFail) {
     EXPECT_EQ(names(), Words{});
     const Exchanged kept = save(missing, {"URL", "file"});
     EXPECT_EQ(kept.Status, 0);
-    EXPECT_EQ(kept.Err, "netrove: note: the server answered 404 Not Found; file holds that answer\n");
+    EXPECT_EQ(kept.Err, "netrove: note: the server answered 404 Not Found; file holds that response\n");
     EXPECT_EQ(readFile(file("file")), "sorry");
 }
 

@@ -41,7 +41,7 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
         {"a reason that turns the line around",
          {"save", "-v", "URL", "file"},
          response("x", {"X-Evil: \u202Egpj.exe"}, "404 \u202EdnuoF toN"),
-         AllOf(HasSubstr("404 \\xE2\\x80\\xAEdnuoF toN; file holds that answer"), Not(HasSubstr("\u202E")))},
+         AllOf(HasSubstr("404 \\xE2\\x80\\xAEdnuoF toN; file holds that response"), Not(HasSubstr("\u202E")))},
         {"what was saved",
          {"save", "--force", "URL", "file"},
          response(std::string(4096, 'x')),

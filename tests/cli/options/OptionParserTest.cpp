@@ -167,7 +167,7 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"version", "unknown command 'version'; did you mean --version?"},
         {"-V", "unknown option '-V'; did you mean --version?"},
         {"get --ouput=x URL", "unknown option '--ouput' for get; did you mean --output?"},
-        {"get URL more", "'more' is one word too many for get"},
+        {"get URL more", "unexpected argument 'more' for get"},
         {"get -o", "--output needs a value"},
         {"get -X POST URL", "unknown option '-X' for get; send has it"},
         {"get -d a=b URL", "unknown option '-d' for get; send has it"},
@@ -178,12 +178,12 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"get -psecret URL", "unknown option '-p' for get"},
         {"alice:s3cr3t@h/x", "unknown command '***@h/x'"},
         {"http://alice:s3cr3t/@h/", "no command; try 'netrove get http://***@h/'"},
-        {"get URL alice:s3cr3t@h/x", "'***@h/x' is one word too many for get"},
+        {"get URL alice:s3cr3t@h/x", "unexpected argument '***@h/x' for get"},
         {"get --connect-timeout abc URL",
-         "'abc' is no value for --connect-timeout; it takes a number from 0 to 2147483647"},
-        {"get -m 0 URL", "'0' is no value for --max-time; it takes a number from 0.001 to 100000000"},
-        {"batch --jobs 65 list", "'65' is no value for --jobs; it takes a whole number from 1 to 64"},
-        {"get --debug 7 URL", "'7' is no value for --debug; it takes a whole number from 0 to 2"},
+         "'abc' is not a valid value for --connect-timeout; it takes a number from 0 to 2147483647"},
+        {"get -m 0 URL", "'0' is not a valid value for --max-time; it takes a number from 0.001 to 100000000"},
+        {"batch --jobs 65 list", "'65' is not a valid value for --jobs; it takes a whole number from 1 to 64"},
+        {"get --debug 7 URL", "'7' is not a valid value for --debug; it takes a whole number from 0 to 2"},
     };
     for (const auto& [line, text] : rows) {
         EXPECT_EQ(refusal(std::string(line)), text);
@@ -191,7 +191,8 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
     for (const std::string size : {"1G", "65M"}) {
         EXPECT_EQ(refusal("send -T f URL --buffer-size " + size),
                   "'" + size +
-                      "' is no value for --buffer-size; it takes a whole number from 1 to 64M, with k or M behind it");
+                      "' is not a valid value for --buffer-size; it takes a whole number from 1 to 64M, which k or M "
+                      "may follow");
     }
     EXPECT_EQ(parsed("send -T f --buffer-size 64M URL").BufferSize, 64u << 20);
     EXPECT_EQ(parsed("send -T f --buffer-size 67108864 URL").BufferSize, 64u << 20);
@@ -211,7 +212,7 @@ TEST(OptionParser, HelpIsTextAndNoFailure) {
     EXPECT_THAT(parse({"help", "exit"}).Help.value(), HasSubstr("  130  interrupted (Ctrl-C)\n"));
     EXPECT_THAT(parse({"help", "tls"}).Help.value(), HasSubstr("--ca-file FILE"));
     EXPECT_THAT(refusal("help nonsense"),
-                HasSubstr("no help on 'nonsense'; there are the commands and request, response"));
+                HasSubstr("no help on 'nonsense'; the topics are the commands and request, response"));
 }
 
 TEST(OptionParser, JsonErrorsAreNoticedBeforeTheParse) {

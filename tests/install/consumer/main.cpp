@@ -1,4 +1,4 @@
-// Writes what a URL answers to standard output.
+// Writes the content of a URL to standard output.
 #include <vantik/Host.h>
 #include <vantik/Http.h>
 
@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
     }
     try {
         vantik::Host host;
-        host.load("netrove"); // the module lies beside the host's library, wherever that is
+        host.load("netrove"); // the module is beside the host's library, wherever that is
         const vantik::Object connection =
             host.create("vantik.internal.webservices.HTTPConnectionAdapter", {vantik::Array(true)});
         connection.set("URL", argv[1]);
