@@ -17,9 +17,9 @@ public:
 
     const char* name() const { return Name.c_str(); }
 
-    // Each returns the result of its call, which is negative if it failed and changed nothing. The call of `make` creates
-    // the entry, that of `take` moves it away; from the one to the other removeTemporaryEntries knows of it, and it never
-    // runs during a call.
+    // Each returns the result of its call, which is negative if it failed and changed nothing. The call of `make`
+    // creates the entry, that of `take` moves it away; from the one to the other removeTemporaryEntries knows of it,
+    // and it never runs during a call.
     int make(const std::function<int()>& call);
     int take(const std::function<int()>& call);
 

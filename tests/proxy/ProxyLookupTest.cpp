@@ -238,7 +238,8 @@ TEST_F(ProxyLookup, SelectorIsFoundThroughTheServiceFramework) {
 TEST_F(ProxyLookup, HostWithoutASelectorFailsWithWords) {
     vantik::detail::replaceFramework(vantik::detail::makeEmptyFramework());
     EXPECT_EQ(findProxySelector(cppmicroservices::LDAPFilter()), nullptr);
-    EXPECT_EQ(failureText([] { lookUp("http://example.com/"); }), "VANTIK:webservices:InternalError[N:The host has no proxy selector]");
+    EXPECT_EQ(failureText([] { lookUp("http://example.com/"); }),
+              "VANTIK:webservices:InternalError[N:The host has no proxy selector]");
 }
 
 TEST_F(ProxyLookup, HostWithoutAFrameworkHasNoSelector) {

@@ -18,7 +18,7 @@ namespace step = testsupport::step;
 constexpr std::size_t kMebi = std::size_t{1} << 20;
 constexpr std::size_t kLength = 64 * kMebi;
 constexpr std::size_t kSmallLength = 8 * kMebi;
-constexpr std::size_t kPieceSize = 4096;       // of what is on the wire
+constexpr std::size_t kPieceSize = 4096;        // of what is on the wire
 constexpr std::size_t kOnTheWay = 4 * kMebi;    // in the decoder and in the pipe
 constexpr long kAllowedKiB = 16 * kMebi / 1024; // a quarter of the content
 
