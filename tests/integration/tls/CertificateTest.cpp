@@ -1,11 +1,9 @@
-// Which certificates of a server are accepted under which settings, and what is told about those that are not.
+// Which certificates of a server are accepted under which settings, and what is said about those that are not.
 #include "tests/integration/support/IntegrationFixture.h"
 #include "tests/integration/tls/CertificateChain.h"
 #include "tests/integration/tls/TlsPeer.h"
 
 #include <gmock/gmock.h>
-
-#include <ostream>
 
 namespace {
 
@@ -53,108 +51,37 @@ constexpr Verdict kAccepted = nullptr;
 constexpr Verdict kOtherName = "no alternative certificate subject name matches";
 constexpr Verdict kNoIssuer = "unable to get local issuer certificate";
 constexpr Verdict kOwnIssuer = "self-signed certificate";
+constexpr Verdict kExpired = "certificate has expired";
+constexpr Verdict kTooEarly = "certificate is not yet valid";
 
 struct Row {
     const char* Name;
     const char* Host; // in the URL
     Identity (*Make)();
-    // Where the certificate is verified against: nothing; the system's authorities; the right file. The name is looked
-    // at in the first of each pair. A file of another authority gives what the system's give.
-    Verdict Nothing[2];
-    Verdict System[2];
-    Verdict RightFile[2];
+    Verdict OfName;   // where the name is looked at and nothing else
+    Verdict OfSystem; // verified against the system's authorities, or against a file of another authority
+    Verdict OfFile;   // verified against the right file; the name is looked at too
+    Verdict OfFileWithoutName;
 };
 
-void PrintTo(const Row& row, std::ostream* stream) {
-    *stream << row.Name;
-}
-
+// clang-format off
 const Row kRows[] = {
-    {"Good",
-     "localhost",
-     [] { return issued({.Names = kLocalhost}); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kAccepted, kAccepted}},
-    {"Expired",
-     "localhost",
-     [] { return issued({.Names = kLocalhost, .ValidFrom = hours(-48), .ValidUntil = hours(-24)}); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {"certificate has expired", "certificate has expired"}},
-    {"NotYetValid",
-     "localhost",
-     [] { return issued({.Names = kLocalhost, .ValidFrom = hours(24), .ValidUntil = hours(48)}); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {"certificate is not yet valid", "certificate is not yet valid"}},
-    {"OtherName",
-     "localhost",
-     [] { return issued({.Names = "DNS:other.test"}); },
-     {kOtherName, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kOtherName, kAccepted}},
-    {"WildcardOfAnotherDomain",
-     "localhost",
-     [] { return issued({.Names = "DNS:*.test"}); },
-     {kOtherName, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kOtherName, kAccepted}},
-    {"CommonNameOnly",
-     "localhost",
-     [] { return issued({.CommonName = "localhost"}); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kAccepted, kAccepted}},
-    {"SelfSignedAndTrusted",
-     "localhost",
-     [] { return ownSignature(true); },
-     {kAccepted, kAccepted},
-     {kOwnIssuer, kOwnIssuer},
-     {kAccepted, kAccepted}},
-    {"SelfSigned",
-     "localhost",
-     [] { return ownSignature(false); },
-     {kAccepted, kAccepted},
-     {kOwnIssuer, kOwnIssuer},
-     {kOwnIssuer, kOwnIssuer}},
-    {"UnknownIssuer",
-     "localhost",
-     unknownIssuer,
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kNoIssuer, kNoIssuer}},
-    {"AddressInTheCertificate",
-     "127.0.0.1",
-     [] { return issued({.Names = "IP:127.0.0.1"}); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kAccepted, kAccepted}},
-    {"AddressNotInTheCertificate",
-     "127.0.0.1",
-     [] { return issued({.Names = kLocalhost}); },
-     {kOtherName, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kOtherName, kAccepted}},
-    {"AddressWrittenAsAName",
-     "127.0.0.1",
-     [] { return issued({.Names = "DNS:127.0.0.1"}); },
-     {kOtherName, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kOtherName, kAccepted}},
-    {"CompleteChain",
-     "localhost",
-     [] { return chained(true); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kAccepted, kAccepted}},
-    {"IntermediateMissing",
-     "localhost",
-     [] { return chained(false); },
-     {kAccepted, kAccepted},
-     {kNoIssuer, kNoIssuer},
-     {kNoIssuer, kNoIssuer}},
+    {"Good", "localhost", [] { return issued({.Names = kLocalhost}); }, kAccepted, kNoIssuer, kAccepted, kAccepted},
+    {"Expired", "localhost", [] { return issued({.Names = kLocalhost, .ValidFrom = hours(-48), .ValidUntil = hours(-24)}); }, kAccepted, kNoIssuer, kExpired, kExpired},
+    {"NotYetValid", "localhost", [] { return issued({.Names = kLocalhost, .ValidFrom = hours(24), .ValidUntil = hours(48)}); }, kAccepted, kNoIssuer, kTooEarly, kTooEarly},
+    {"OtherName", "localhost", [] { return issued({.Names = "DNS:other.test"}); }, kOtherName, kNoIssuer, kOtherName, kAccepted},
+    {"WildcardOfAnotherDomain", "localhost", [] { return issued({.Names = "DNS:*.test"}); }, kOtherName, kNoIssuer, kOtherName, kAccepted},
+    {"CommonNameOnly", "localhost", [] { return issued({.CommonName = "localhost"}); }, kAccepted, kNoIssuer, kAccepted, kAccepted},
+    {"SelfSignedAndTrusted", "localhost", [] { return ownSignature(true); }, kAccepted, kOwnIssuer, kAccepted, kAccepted},
+    {"SelfSigned", "localhost", [] { return ownSignature(false); }, kAccepted, kOwnIssuer, kOwnIssuer, kOwnIssuer},
+    {"UnknownIssuer", "localhost", unknownIssuer, kAccepted, kNoIssuer, kNoIssuer, kNoIssuer},
+    {"AddressInTheCertificate", "127.0.0.1", [] { return issued({.Names = "IP:127.0.0.1"}); }, kAccepted, kNoIssuer, kAccepted, kAccepted},
+    {"AddressNotInTheCertificate", "127.0.0.1", [] { return issued({.Names = kLocalhost}); }, kOtherName, kNoIssuer, kOtherName, kAccepted},
+    {"AddressWrittenAsAName", "127.0.0.1", [] { return issued({.Names = "DNS:127.0.0.1"}); }, kOtherName, kNoIssuer, kOtherName, kAccepted},
+    {"CompleteChain", "localhost", [] { return chained(true); }, kAccepted, kNoIssuer, kAccepted, kAccepted},
+    {"IntermediateMissing", "localhost", [] { return chained(false); }, kAccepted, kNoIssuer, kNoIssuer, kNoIssuer},
 };
+// clang-format on
 
 class Certificates : public IntegrationFixture, public testing::WithParamInterface<Row> {
 protected:
@@ -201,11 +128,10 @@ TEST_P(Certificates, AreJudgedByTheSettings) {
     const std::string missing = folder().file("missing.pem");
     const std::string noPem = fileWith("no.pem", "no certificate at all\n");
     for (const bool verifyName : {true, false}) {
-        const int column = verifyName ? 0 : 1;
-        expect("", verifyName, row.Nothing[column], "SSLConnectionNoFile");
-        expect("default", verifyName, row.System[column], "SSLConnectionSystemFailure");
-        expect(right, verifyName, row.RightFile[column], "SSLConnectionFailure");
-        expect(another, verifyName, row.System[column], "SSLConnectionFailure");
+        expect("", verifyName, verifyName ? row.OfName : kAccepted, "SSLConnectionNoFile");
+        expect("default", verifyName, row.OfSystem, "SSLConnectionSystemFailure");
+        expect(right, verifyName, verifyName ? row.OfFile : row.OfFileWithoutName, "SSLConnectionFailure");
+        expect(another, verifyName, row.OfSystem, "SSLConnectionFailure");
         // A file that cannot be used never means that nothing is verified.
         expect(missing, verifyName, missing.c_str(), "SSLConnectionFailure");
         expect(noPem, verifyName, noPem.c_str(), "SSLConnectionFailure");
