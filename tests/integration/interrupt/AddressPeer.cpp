@@ -65,8 +65,7 @@ void AddressPeer::hold(Family family, std::uint16_t port, Side side) {
     }
 }
 
-AddressPeer::AddressPeer(Side ipv4, Side ipv6, bool hasIPv6)
-    : HasIPv6(hasIPv6), OnlyIPv6Serves(ipv4 != Side::Served && ipv6 == Side::Served) {
+AddressPeer::AddressPeer(Side ipv4, Side ipv6) : OnlyIPv6Serves(ipv4 != Side::Served && ipv6 == Side::Served) {
     const testsupport::Credentials identity =
         testsupport::selfSigned({.Names = "IP:127.0.0.1,IP:::1,IP:::ffff:127.0.0.1,DNS:localhost"});
     testsupport::writeFile(Folder.file("certificate"), identity.Certificate);

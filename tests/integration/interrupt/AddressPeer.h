@@ -23,7 +23,7 @@ class AddressPeer {
 public:
     // Where the machine has no IPv6 loopback address, what is said of it is left out, and so is what the peer can say
     // about it: see url.
-    AddressPeer(Side ipv4, Side ipv6, bool hasIPv6 = testsupport::hasLoopback(testsupport::Family::IPv6));
+    AddressPeer(Side ipv4, Side ipv6);
 
     std::uint16_t port(bool secure) const { return Ports.at(secure ? 1 : 0); }
     // Answered with the value of the request's Host field, a blank and the address that was connected to. Raises
@@ -33,7 +33,7 @@ public:
 
 private:
     testsupport::TemporaryFolder Folder;
-    bool HasIPv6;
+    const bool HasIPv6 = testsupport::hasLoopback(testsupport::Family::IPv6);
     bool OnlyIPv6Serves;
     std::vector<std::uint16_t> Ports; // plain, under TLS, and one of 127.0.0.1 to wait for
     std::vector<testsupport::SocketHandle> Held;

@@ -1,16 +1,18 @@
-// Addresses and names: what is reached, and what the caller is told where nothing is.
+// Addresses and names: what is reached, and what the caller is told where nothing is. Plain HTTP throughout: TLS comes
+// after the connection, but for one row of each kind.
 #include "tests/integration/interrupt/AddressPeer.h"
 #include "tests/integration/support/IntegrationFixture.h"
 #include "tests/support/process/ProgramRun.h"
-#include "tests/support/server/UnreachablePorts.h"
 
 #include <gmock/gmock.h>
+
+#include <map>
+#include <memory>
 
 namespace {
 
 using namespace integrationtest;
 using testing::AllOf;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 using testsupport::Outcome;
@@ -18,11 +20,7 @@ using testsupport::run;
 using vantik::Array;
 using vantik::Object;
 
-using Texts = std::vector<std::string>;
-
-const char* schemeName(bool secure) {
-    return secure ? "https" : "http";
-}
+const auto kNameOf = [](const auto& info) { return std::string(info.param.Name); };
 
 class Addresses : public IntegrationFixture {
 protected:
@@ -36,9 +34,19 @@ protected:
         return connection;
     }
 
-    // The same object reaches something behind a failure, and so does a new one.
+    // Started once for a suite.
+    static const AddressPeer& peer(Side ipv4, Side ipv6) {
+        std::unique_ptr<AddressPeer>& known = Peers[{ipv4, ipv6}];
+        if (!known) {
+            known = std::make_unique<AddressPeer>(ipv4, ipv6);
+        }
+        return *known;
+    }
+    static void TearDownTestSuite() { Peers.clear(); }
+
+    // The same object reaches something after a failure, and so does a new one.
     void expectGoodAgain(const Object& connection) {
-        const AddressPeer good(Side::Served, Side::Refused);
+        const AddressPeer& good = peer(Side::Served, Side::Refused);
         connection.call("closeConnection");
         connection.set("URL", good.url("127.0.0.1", false));
         connection.set("TimeoutInMilliseconds", Array::doubles({20000}));
@@ -46,6 +54,9 @@ protected:
         EXPECT_THAT(receiveBytes(connection), StartsWith("127.0.0.1:"));
         expectScopeUsable(connection);
     }
+
+private:
+    inline static std::map<std::pair<Side, Side>, std::unique_ptr<AddressPeer>> Peers;
 };
 
 struct ReachedRow {
@@ -55,11 +66,8 @@ struct ReachedRow {
     const char* Host;
     const char* Sent;        // as Host field, without the port
     const char* ConnectedTo; // empty: one or the other
+    bool Secure = false;
 };
-
-void PrintTo(const ReachedRow& row, std::ostream* stream) {
-    *stream << row.Name;
-}
 
 const ReachedRow kReachedRows[] = {
     {"IPv4Address", Side::Served, Side::Refused, "127.0.0.1", "127.0.0.1", "127.0.0.1"},
@@ -71,20 +79,23 @@ const ReachedRow kReachedRows[] = {
     {"NameOfBothWhereBothListen", Side::Served, Side::Served, "localhost", "localhost", ""},
     {"NameOfBothWhereIPv6IsSilent", Side::Served, Side::Silent, "localhost", "localhost", "127.0.0.1"},
     {"NameInCapitals", Side::Served, Side::Refused, "LocalHost", "localhost", "127.0.0.1"},
+    {"IPv6AddressUnderTls", Side::Refused, Side::Served, "[::1]", "[::1]", "::1", true},
+    {"NameUnderTls", Side::Served, Side::Refused, "localhost", "localhost", "127.0.0.1", true},
 };
 
-class ReachedAddress : public Addresses, public testing::WithParamInterface<std::tuple<ReachedRow, bool>> {};
+class ReachedAddress : public Addresses, public testing::WithParamInterface<ReachedRow> {};
 
 TEST_P(ReachedAddress, AnswersEveryInterface) {
-    const auto& [row, secure] = GetParam();
-    const AddressPeer peer(row.IPv4, row.IPv6);
-    const std::string host = std::string(row.Sent) + ":" + std::to_string(peer.port(secure)) + " ";
+    const auto& row = GetParam();
+    const bool secure = row.Secure;
+    const AddressPeer& server = peer(row.IPv4, row.IPv6);
+    const std::string host = std::string(row.Sent) + ":" + std::to_string(server.port(secure)) + " ";
     const auto expected = *row.ConnectedTo != 0 ? testing::Matcher<std::string>(host + row.ConnectedTo)
                                                 : testing::AnyOf(host + "127.0.0.1", host + "::1");
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
         const Object connection =
-            openAt(peer.url(row.Host, secure), secure ? peer.certificateFile() : "", 20000, optionsMode);
+            openAt(server.url(row.Host, secure), secure ? server.certificateFile() : "", 20000, optionsMode);
         EXPECT_THAT(receiveBytes(connection), expected);
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
         connection.call("closeConnection");
@@ -92,17 +103,13 @@ TEST_P(ReachedAddress, AnswersEveryInterface) {
         EXPECT_THAT(receiveBytes(connection), expected) << "again";
         expectScopeUsable(connection);
     }
-    const Outcome outcome = run({"get", "--ca-file", peer.certificateFile(), peer.url(row.Host, secure)});
+    const Outcome outcome = run({"get", "--ca-file", server.certificateFile(), server.url(row.Host, secure)});
     EXPECT_EQ(outcome.Status, 0);
     EXPECT_THAT(outcome.Out, expected);
     EXPECT_EQ(outcome.Err, "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ReachedAddress, testing::Combine(testing::ValuesIn(kReachedRows), testing::Bool()),
-                         [](const auto& info) {
-                             return std::string(std::get<0>(info.param).Name) +
-                                    (std::get<1>(info.param) ? "UnderTls" : "");
-                         });
+INSTANTIATE_TEST_SUITE_P(Rows, ReachedAddress, testing::ValuesIn(kReachedRows), kNameOf);
 
 struct FailedRow {
     const char* Name;
@@ -110,20 +117,18 @@ struct FailedRow {
     Side IPv6;
     const char* Host;
     const char* Named; // what libcurl calls it
+    bool Secure = false;
 };
 
-void PrintTo(const FailedRow& row, std::ostream* stream) {
-    *stream << row.Name;
-}
-
-class RefusedAddress : public Addresses, public testing::WithParamInterface<std::tuple<FailedRow, bool>> {};
+class RefusedAddress : public Addresses, public testing::WithParamInterface<FailedRow> {};
 
 TEST_P(RefusedAddress, IsToldWithHostAndPort) {
-    const auto& [row, secure] = GetParam();
-    const AddressPeer peer(row.IPv4, row.IPv6);
-    const std::string url = peer.url(row.Host, secure);
+    const auto& row = GetParam();
+    const bool secure = row.Secure;
+    const AddressPeer& server = peer(row.IPv4, row.IPv6);
+    const std::string url = server.url(row.Host, secure);
     const auto reason = StartsWith("Failed to connect to " + std::string(row.Named) + " port " +
-                                   std::to_string(peer.port(secure)) + " after ");
+                                   std::to_string(server.port(secure)) + " after ");
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
         const Object connection = openAt(url, "", 20000, optionsMode);
@@ -143,22 +148,20 @@ TEST_P(RefusedAddress, IsToldWithHostAndPort) {
                                    HasSubstr("Failed to connect to " + std::string(row.Named))));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, RefusedAddress,
-    testing::Combine(testing::Values(FailedRow{"IPv4", Side::Refused, Side::Served, "127.0.0.1", "127.0.0.1"},
-                                     FailedRow{"IPv6", Side::Served, Side::Refused, "[::1]", "::1"},
-                                     FailedRow{"NameOfBoth", Side::Refused, Side::Refused, "localhost", "localhost"}),
-                     testing::Bool()),
-    [](const auto& info) {
-        return std::string(std::get<0>(info.param).Name) + (std::get<1>(info.param) ? "UnderTls" : "");
-    });
+INSTANTIATE_TEST_SUITE_P(Rows, RefusedAddress,
+                         testing::Values(FailedRow{"IPv4", Side::Refused, Side::Served, "127.0.0.1", "127.0.0.1"},
+                                         FailedRow{"IPv6", Side::Served, Side::Refused, "[::1]", "::1"},
+                                         FailedRow{"NameOfBothUnderTls", Side::Refused, Side::Refused, "localhost",
+                                                   "localhost", true}),
+                         kNameOf);
 
-class SilentAddress : public Addresses, public testing::WithParamInterface<std::tuple<FailedRow, bool>> {};
+class SilentAddress : public Addresses, public testing::WithParamInterface<FailedRow> {};
 
 TEST_P(SilentAddress, EndsWithTheLimitOfConnecting) {
-    const auto& [row, secure] = GetParam();
-    const AddressPeer peer(row.IPv4, row.IPv6);
-    const std::string url = peer.url(row.Host, secure);
+    const auto& row = GetParam();
+    const bool secure = row.Secure;
+    const AddressPeer& server = peer(row.IPv4, row.IPv6);
+    const std::string url = server.url(row.Host, secure);
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
         const std::string option = optionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
@@ -185,55 +188,23 @@ TEST_P(SilentAddress, EndsWithTheLimitOfConnecting) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, SilentAddress,
-    testing::Combine(testing::Values(FailedRow{"IPv4", Side::Silent, Side::Served, "127.0.0.1", "127.0.0.1"},
-                                     FailedRow{"IPv6", Side::Served, Side::Silent, "[::1]", "::1"},
-                                     FailedRow{"NameOfBoth", Side::Silent, Side::Silent, "localhost", "localhost"},
-                                     FailedRow{"NameWhoseOtherSideRefuses", Side::Silent, Side::Refused, "localhost",
-                                               "localhost"}),
-                     testing::Bool()),
-    [](const auto& info) {
-        return std::string(std::get<0>(info.param).Name) + (std::get<1>(info.param) ? "UnderTls" : "");
-    });
-
-TEST(AddressesWithoutIPv6, IPv4IsServedAndTheOtherSaysWhatIsMissing) {
-    const AddressPeer both(Side::Served, Side::Served, false);
-    for (const char* host : {"127.0.0.1", "localhost"}) {
-        const Outcome outcome = run({"get", both.url(host, false)});
-        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-        EXPECT_THAT(outcome.Out, EndsWith(" 127.0.0.1"));
-    }
-    const AddressPeer second(Side::Refused, Side::Served, false);
-    EXPECT_THAT(second.url("127.0.0.1", false), StartsWith("http://127.0.0.1:"));
-    const std::pair<const AddressPeer*, const char*> lacking[] = {{&both, "[::1]"}, {&second, "localhost"}};
-    for (const auto& [peer, host] : lacking) {
-        try {
-            peer->url(host, false);
-            ADD_FAILURE() << host << " has a URL";
-        } catch (const std::runtime_error& failure) {
-            EXPECT_THAT(failure.what(), HasSubstr("no IPv6 loopback address (::1)"));
-        }
-    }
-}
+    testing::Values(FailedRow{"IPv6", Side::Served, Side::Silent, "[::1]", "::1"},
+                    FailedRow{"NameOfBothUnderTls", Side::Silent, Side::Silent, "localhost", "localhost", true},
+                    FailedRow{"NameWhoseOtherSideRefuses", Side::Silent, Side::Refused, "localhost", "localhost"}),
+    kNameOf);
 
 // Names below "invalid" are reserved: nobody ever has them.
 TEST_F(Addresses, NameThatNobodyHasIsUnknown) {
-    for (const bool secure : {false, true}) {
-        const std::string url = std::string(schemeName(secure)) + "://no-such-host.invalid/x";
-        std::string text;
-        for (const bool optionsMode : {true, false}) {
-            SCOPED_TRACE(std::string(schemeName(secure)) + (optionsMode ? ", newer interface" : ", older interface"));
-            const Object connection = openAt(url, "", 60000, optionsMode);
-            const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
-            EXPECT_EQ(describe(failure), "VANTIK:webservices:UnknownHost(" + url + ")");
-            EXPECT_THAT(failure.Text, HasSubstr(url));
-            text = failure.Text;
-            expectGoodAgain(connection);
-        }
-        const Outcome outcome = run({"get", url});
-        EXPECT_EQ(outcome.Status, 6);
-        EXPECT_EQ(outcome.Out, "");
-        EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:UnknownHost: " + text + "\n");
-    }
+    const std::string url = "https://no-such-host.invalid/x";
+    const Object connection = openAt(url, "", 60000);
+    const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
+    EXPECT_EQ(describe(failure), "VANTIK:webservices:UnknownHost(" + url + ")");
+    EXPECT_THAT(failure.Text, HasSubstr(url));
+    expectGoodAgain(connection);
+    const Outcome outcome = run({"get", url});
+    EXPECT_EQ(outcome.Status, 6);
+    EXPECT_EQ(outcome.Out, "");
+    EXPECT_EQ(outcome.Err, "netrove: VANTIK:webservices:UnknownHost: " + failure.Text + "\n");
 }
 
 } // namespace
