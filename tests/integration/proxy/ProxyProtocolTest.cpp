@@ -32,7 +32,7 @@ const std::string kPasswordLogin = "\5\2\1\0"s; // wanted, and accepted
 class ProxyProtocols : public ProxySettings {
 protected:
     // The same proxy by the environment, in the program and at the command line, and by the option.
-    void getByEveryRoad(const std::string& proxy, const std::string& url, const std::string& content) {
+    void getInEveryWay(const std::string& proxy, const std::string& url, const std::string& content) {
         Settings.set("http_proxy", proxy);
         const Object connection = openByLookUp(url);
         EXPECT_EQ(receiveBytes(connection), content);
@@ -59,59 +59,48 @@ TEST_F(ProxyProtocols, TlsIsSpokenBeforeAnyPassword) {
     EXPECT_NE(run({"get", "http://example.test/"}, {.Environment = {{"http_proxy", setting}}}).Status, 0);
     EXPECT_NE(run({"get", "-x", setting, "http://example.test/"}).Status, 0);
     ASSERT_EQ(proxy.connectionCount(), 3U);
-    for (std::size_t road = 0; road < 3; ++road) {
-        const Record record = proxy.waitUntilDone(road);
-        EXPECT_THAT(record.Received, StartsWith(kTlsHandshake)) << road;
-        EXPECT_THAT(record.Received, Not(HasSubstr("dTpzZWNyZXQ="))) << road; // u:secret
+    for (std::size_t way = 0; way < 3; ++way) {
+        const Record record = proxy.waitUntilDone(way);
+        EXPECT_THAT(record.Received, StartsWith(kTlsHandshake)) << way;
+        EXPECT_THAT(record.Received, Not(HasSubstr("dTpzZWNyZXQ="))) << way; // u:secret
     }
 }
 
-TEST_F(ProxyProtocols, Socks5WithNamesIsAskedForTheNameOfTheServer) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kNoLogin)));
-    getByEveryRoad("socks5h://" + proxy.authority(), "http://origin.test/x", "by socks");
-    for (std::size_t road = 0; road < 3; ++road) {
-        const Record record = proxy.record(road);
-        EXPECT_EQ(record.Bodies.at(0).front(), '\5');
-        EXPECT_THAT(record.Heads.at(0), HasSubstr("\5\1\0\3\13origin.test\0\120GET /x HTTP/1.1\r\n"s)) << road;
-    }
-}
-
-TEST_F(ProxyProtocols, Socks5IsAskedForTheAddressOfTheServer) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kNoLogin)));
-    getByEveryRoad("socks5://" + proxy.authority(), "http://127.0.0.1/x", "by socks");
-    for (std::size_t road = 0; road < 3; ++road) {
-        EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\5\1\0\1\177\0\0\1\0\120GET /x HTTP/1.1\r\n"s)) << road;
-    }
-}
-
-TEST_F(ProxyProtocols, Socks5GetsTheCredentialsOfTheSetting) {
-    ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(kPasswordLogin)));
-    getByEveryRoad("socks5://me:p%40w@" + proxy.authority(), "http://127.0.0.1/x", "by socks");
-    for (std::size_t road = 0; road < 3; ++road) {
-        EXPECT_THAT(proxy.record(road).Heads.at(0), HasSubstr("\1\2me\3p@w\5\1\0\1"s)) << road;
-    }
-}
-
-TEST_F(ProxyProtocols, Socks4IsAskedForTheAddressOfTheServer) {
-    const Script exchange = {step::expectBody(9), step::send("\0\x5a\0\0\0\0\0\0"s), step::expectHead(),
-                             step::send(response("by socks")), step::awaitPeerEnd()};
-    ScriptedServer& proxy = serve(std::vector<Script>(3, exchange));
-    getByEveryRoad("socks4://" + proxy.authority(), "http://127.0.0.1/x", "by socks");
-    for (std::size_t road = 0; road < 3; ++road) {
-        EXPECT_EQ(proxy.record(road).Bodies.at(0), "\4\1\0\120\177\0\0\1\0"s) << road;
-        EXPECT_EQ(startLine(proxy.record(road).Heads.at(0)), "GET /x HTTP/1.1") << road;
+TEST_F(ProxyProtocols, Socks5IsAskedForTheServerAsItsSettingSays) {
+    struct Row {
+        const char* Setting; // without host and port
+        const char* Url;
+        const std::string& Login;
+        std::string Asked; // from the login on, as far as it matters
+    };
+    for (const Row& row :
+         {Row{"socks5h://", "http://origin.test/x", kNoLogin, "\5\1\0\3\13origin.test\0\120GET /x HTTP/1.1\r\n"s},
+          {"socks5://", "http://127.0.0.1/x", kNoLogin, "\5\1\0\1\177\0\0\1\0\120GET /x HTTP/1.1\r\n"s},
+          {"socks5://me:p%40w@", "http://127.0.0.1/x", kPasswordLogin, "\1\2me\3p@w\5\1\0\1"s}}) {
+        SCOPED_TRACE(row.Setting);
+        ScriptedServer& proxy = serve(std::vector<Script>(3, socksExchange(row.Login)));
+        getInEveryWay(row.Setting + proxy.authority(), row.Url, "by socks");
+        for (std::size_t way = 0; way < 3; ++way) {
+            const Record record = proxy.record(way);
+            EXPECT_EQ(record.Bodies.at(0).front(), '\5');
+            EXPECT_THAT(record.Heads.at(0), HasSubstr(row.Asked)) << way;
+        }
     }
 }
 
 // A setting may leave the version open, as scripts do.
-TEST_F(ProxyProtocols, SocksWithoutAVersionIsSocks4) {
-    ScriptedServer& proxy = serve({step::expectBody(9), step::send("\0\x5a\0\0\0\0\0\0"s), step::expectHead(),
-                                   step::send(response("by socks")), step::awaitPeerEnd()});
-    Settings.set("http_proxy", "socks://" + proxy.authority());
-    const Object connection = openByLookUp("http://127.0.0.1/x");
-    EXPECT_EQ(receiveBytes(connection), "by socks");
-    EXPECT_EQ(proxy.record().Bodies.at(0), "\4\1\0\120\177\0\0\1\0"s);
-    expectScopeUsable(connection);
+TEST_F(ProxyProtocols, Socks4IsAskedForTheAddressOfTheServer) {
+    const Script exchange = {step::expectBody(9), step::send("\0\x5a\0\0\0\0\0\0"s), step::expectHead(),
+                             step::send(response("by socks")), step::awaitPeerEnd()};
+    for (const char* setting : {"socks4://", "socks://"}) {
+        ScriptedServer& proxy = serve({exchange});
+        Settings.set("http_proxy", setting + proxy.authority());
+        const Object connection = openByLookUp("http://127.0.0.1/x");
+        EXPECT_EQ(receiveBytes(connection), "by socks");
+        EXPECT_EQ(proxy.record().Bodies.at(0), "\4\1\0\120\177\0\0\1\0"s);
+        EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET /x HTTP/1.1");
+        expectScopeUsable(connection);
+    }
 }
 
 TEST_F(ProxyProtocols, SocksProxyOfAScriptIsUsed) {

@@ -1,13 +1,9 @@
-// Proxy scripts, and selectors of a program's own.
-#include "embedded/services/Services.h"
-#include "host/ProxySelector.h"
+// Proxy scripts.
 #include "tests/integration/proxy/ProxySettingsFixture.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
 
-#include <cppmicroservices/BundleContext.h>
-#include <cppmicroservices/Framework.h>
 #include <gmock/gmock.h>
 
 // For the run under a sanitizer: libproxy itself loses the address of a script that it could not get.
@@ -19,11 +15,7 @@ namespace {
 
 using namespace integrationtest;
 using namespace testsupport;
-using foundation::httpproxy::ProxyList;
-using vantik::Array;
 using vantik::Object;
-
-using Texts = std::vector<std::string>;
 
 std::string scriptFor(const ScriptedServer& proxy) {
     return "function FindProxyForURL(url, host) {\n"
@@ -97,58 +89,6 @@ TEST_F(ProxyScripts, ThatCannotBeHadMeanADirectConnection) {
         Settings.set("http_proxy", setting);
         EXPECT_EQ(described(lookUp("http://a.corp/")), kDirect);
     }
-    expectScopeUsable();
-}
-
-// A program's own selector
-
-class OwnSelector final : public foundation::httpproxy::ProxySelector {
-public:
-    ProxyList getProxies(const std::string& url) override {
-        Asked.push_back(url);
-        if (static_cast<int>(Asked.size()) <= Failures) {
-            throw std::runtime_error("no settings today");
-        }
-        return ProxyList(std::list<foundation::httpproxy::Proxy>{Answer});
-    }
-    Texts Asked;
-    int Failures = 0;
-    foundation::httpproxy::Proxy Answer{"", 0};
-};
-
-class ProxySelectorOfTheProgram : public ProxySettings {
-protected:
-    // The look-ups of the test ask `Selector`; connections are made with the host's own services again.
-    Array lookUpByIt(const std::string& url) {
-        const auto framework = vantik::detail::makeEmptyFramework();
-        static_cast<void>(
-            framework->GetBundleContext().RegisterService<foundation::httpproxy::ProxySelector>(Selector));
-        const vantik::detail::FrameworkReplacement replacement(framework);
-        return lookUp(url);
-    }
-    std::shared_ptr<OwnSelector> Selector = std::make_shared<OwnSelector>();
-};
-
-TEST_F(ProxySelectorOfTheProgram, FailsOnTheUrlAndAnswersForTheScheme) {
-    ScriptedServer& proxy = serve({step::expectHead(), step::send(response("by selector"))});
-    Selector->Failures = 1;
-    Selector->Answer = foundation::httpproxy::Proxy("127.0.0.1", proxy.port());
-    const Array answer = lookUpByIt("http://origin.test/x");
-    EXPECT_EQ(Selector->Asked, (Texts{"http://origin.test/x", "http://"}));
-    const Object connection = makeAdapter();
-    connection.set("URL", "http://origin.test/x");
-    connection.call("openProxyConnection", {answer});
-    EXPECT_EQ(receiveBytes(connection), "by selector");
-    EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET http://origin.test/x HTTP/1.1");
-    expectScopeUsable(connection);
-}
-
-TEST_F(ProxySelectorOfTheProgram, FailsOnBothAndItsTextReachesTheCaller) {
-    Selector->Failures = 2;
-    EXPECT_EQ(describe(failureOf([&] { lookUpByIt("https://origin.test/x"); })),
-              "VANTIK:host:Failure(no settings today)");
-    EXPECT_EQ(Selector->Asked, (Texts{"https://origin.test/x", "https://"}));
-    EXPECT_EQ(described(lookUpByIt("https://origin.test/x")), " 0") << "the list is not empty";
     expectScopeUsable();
 }
 
