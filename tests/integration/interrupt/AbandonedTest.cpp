@@ -1,4 +1,4 @@
-// A test that is killed leaves nothing behind: no server, no program, no file.
+// A test that is killed leaves nothing: no server, no program, no file.
 #include "tests/integration/proxy/Squid.h"
 #include "tests/support/process/Await.h"
 #include "tests/support/process/BuiltFile.h"
@@ -74,15 +74,11 @@ TEST(Abandoned, NothingOutlivesATestThatIsKilled) {
 }
 
 // Started as root it becomes another user, who then owns the folder; nobody else has anything to do there.
-TEST(SquidFolder, IsOpenToItsUserAlone) {
-    const integrationtest::Squid squid(integrationtest::SquidLogin::None);
-    EXPECT_EQ(fs::status(squid.folder()).permissions(), fs::perms::owner_all);
-}
-
-TEST(SquidMemory, GoesWithIt) {
+TEST(SquidProxy, HasAFolderForItsUserAloneAndLeavesNoMemory) {
     std::string start;
     {
         const integrationtest::Squid squid(integrationtest::SquidLogin::None);
+        EXPECT_EQ(fs::status(squid.folder()).permissions(), fs::perms::owner_all);
         start = "netrove" + std::to_string(squid.port()) + "-";
         EXPECT_THAT(filesNaming("/dev/shm", start), testing::Not(IsEmpty()));
     }
