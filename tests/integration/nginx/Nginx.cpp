@@ -35,7 +35,6 @@ http {
 
     server {
         listen 127.0.0.1:PLAIN_PORT;
-        listen 127.0.0.1:SECURE_PORT ssl;
         listen 127.0.0.1:HTTP2_PORT ssl http2;
 
         location /files/ { alias FOLDER/files/; }
@@ -49,24 +48,16 @@ http {
         location /small/ { alias FOLDER/stored/; dav_methods PUT; client_max_body_size 1000; }
         location = /nothing { return 204; }
         location = /connection { return 200 "$connection"; }
-        location ~ ^/upstream/(\d+)(/.*)$ {
-            proxy_http_version 1.1;
-            proxy_buffering off;
-            proxy_request_buffering off;
-            proxy_pass http://127.0.0.1:$1$2;
-        }
 
         location = /redirect/relative { return 302 "../files/200"; }
         location = /redirect/path { return 301 "/files/200?x=1&y=2"; }
-        location = /redirect/absolute { return 307 "http://127.0.0.1:PLAIN_PORT/files/200"; }
-        location = /redirect/to-tls { return 308 "https://127.0.0.1:SECURE_PORT/files/200"; }
+        location = /redirect/to-tls { return 308 "https://127.0.0.1:HTTP2_PORT/files/200"; }
         location = /redirect/fragment { return 303 "/files/200#part"; }
         location = /redirect/space { return 302 "/files/with space.txt"; }
         location = /redirect/escaped { return 302 "/files/with%20space.txt"; }
         location = /redirect/letters { return 302 "/files/fr\u00FCh \u4E2D.txt"; }
         location = /redirect/malformed { return 302 "http://[files"; }
         location = /redirect/elsewhere { return 302 "ftp://127.0.0.1/files/200"; }
-        location = /redirect/endless { return 302 "/redirect/endless"; }
         location ~ ^/redirect/chain/x(x*)$ { return 302 "/redirect/chain/$1"; }
         location = /redirect/chain/ { default_type text/plain; return 200 "end of the chain"; }
     }
@@ -85,8 +76,8 @@ std::string onLoopback(const std::string& scheme, std::uint16_t port, const std:
 
 } // namespace
 
-Nginx::Nginx(const std::string& modules) {
-    const std::string brotli = modules + "/ngx_http_brotli_filter_module.so";
+Nginx::Nginx() {
+    const std::string brotli = "/usr/lib/nginx/modules/ngx_http_brotli_filter_module.so";
     BrotliModule = std::filesystem::exists(brotli) ? brotli : "";
     for (const char* name : {"files", "stored", "temp"}) {
         std::filesystem::create_directory(Folder.file(name));
@@ -96,10 +87,9 @@ Nginx::Nginx(const std::string& modules) {
     testsupport::writeFile(certificateFile(), authority.certificate());
     testsupport::writeFile(Folder.file("server.pem"), credentials.Certificate);
     testsupport::writeFile(Folder.file("server.key"), credentials.Key);
-    Process = startOnFreePorts(3, [this](const std::vector<std::uint16_t>& ports) {
+    Process = startOnFreePorts(2, [this](const std::vector<std::uint16_t>& ports) {
         PlainPort = ports[0];
-        SecurePort = ports[1];
-        Http2Port = ports[2];
+        Http2Port = ports[1];
         testsupport::writeFile(Folder.file("nginx.conf"), configuration());
         auto process = std::make_unique<PeerProcess>(
             std::vector<std::string>{"nginx", "-p", Folder.path(), "-c", Folder.file("nginx.conf")},
@@ -115,10 +105,6 @@ std::string Nginx::url(const std::string& path) const {
     return onLoopback("http", PlainPort, path);
 }
 
-std::string Nginx::secureUrl(const std::string& path) const {
-    return onLoopback("https", SecurePort, path);
-}
-
 std::string Nginx::http2Url(const std::string& path) const {
     return onLoopback("https", Http2Port, path);
 }
@@ -129,7 +115,6 @@ std::string Nginx::configuration() const {
     replaceAll(text, "USE_BROTLI", knowsBrotli() ? "brotli on; brotli_types *; brotli_min_length 1;" : "");
     replaceAll(text, "FOLDER", Folder.path());
     replaceAll(text, "PLAIN_PORT", std::to_string(PlainPort));
-    replaceAll(text, "SECURE_PORT", std::to_string(SecurePort));
     replaceAll(text, "HTTP2_PORT", std::to_string(Http2Port));
     replaceAll(text, "\\u00FC", "\u00FC");
     replaceAll(text, "\\u4E2D", "\u4E2D");

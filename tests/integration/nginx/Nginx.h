@@ -10,7 +10,7 @@
 
 namespace integrationtest {
 
-// What it offers, on each of its three ports:
+// What it offers, on each of its two ports:
 //   /files/…             the files of documentFile
 //   /gzip/… /brotli/…    the same, compressed on the way where the request accepts it
 //   /named-gzip/…        the same, said to be gzip, whatever they are; so for named-br, named-zstd, named-unknown
@@ -19,19 +19,17 @@ namespace integrationtest {
 //   /nothing             204
 //   /connection          a number, the same for all requests of one connection
 //   /redirect/…          see the configuration
-//   /upstream/PORT/…     passed on to a server on that loopback port as it comes, in both directions
 class Nginx {
 public:
     // Returns when it takes connections. Without its Brotli module in the folder it does not compress with that.
-    explicit Nginx(const std::string& modules = "/usr/lib/nginx/modules");
+    Nginx();
     Nginx(const Nginx&) = delete;
     Nginx& operator=(const Nginx&) = delete;
 
     bool knowsBrotli() const { return !BrotliModule.empty(); }
     std::uint16_t plainPort() const { return PlainPort; }
-    std::string url(const std::string& path) const;       // HTTP/1.1
-    std::string secureUrl(const std::string& path) const; // HTTP/1.1 under TLS
-    std::string http2Url(const std::string& path) const;  // HTTP/2 under TLS
+    std::string url(const std::string& path) const;      // HTTP/1.1
+    std::string http2Url(const std::string& path) const; // HTTP/2 under TLS
     std::string certificateFile() const { return Folder.file("authority.pem"); }
 
     std::string documentFile(const std::string& name) const { return Folder.file("files/" + name); }
@@ -41,7 +39,6 @@ private:
     testsupport::TemporaryFolder Folder;
     std::string BrotliModule; // its file, or empty
     std::uint16_t PlainPort = 0;
-    std::uint16_t SecurePort = 0;
     std::uint16_t Http2Port = 0;
     std::unique_ptr<PeerProcess> Process;
 

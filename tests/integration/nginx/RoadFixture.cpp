@@ -4,64 +4,14 @@ namespace integrationtest {
 
 using vantik::Object;
 
-std::unique_ptr<Nginx> RoadFixture::Server;
-std::unique_ptr<Nghttpx> RoadFixture::Front;
-
-const char* nameOf(Road road) {
-    switch (road) {
-    case Road::Plain:
-        return "Plain";
-    case Road::Tls:
-        return "Tls";
-    case Road::NginxHttp2:
-        return "NginxHttp2";
-    case Road::NghttpxHttp2:
-        return "NghttpxHttp2";
-    }
-    return "Unknown";
-}
-
-void PrintTo(Road road, std::ostream* stream) {
-    *stream << nameOf(road);
-}
-
-void RoadFixture::SetUpTestSuite() {
-    Server = std::make_unique<Nginx>();
-}
-
-void RoadFixture::TearDownTestSuite() {
-    Front.reset();
-    Server.reset();
-}
-
-const Nghttpx& RoadFixture::nghttpx() {
-    if (Front == nullptr) {
-        Front = std::make_unique<Nghttpx>(nginx().plainPort());
-    }
-    return *Front;
-}
-
 std::string RoadFixture::urlOn(Road road, const std::string& path) {
-    switch (road) {
-    case Road::Tls:
-        return nginx().secureUrl(path);
-    case Road::NginxHttp2:
-        return nginx().http2Url(path);
-    case Road::NghttpxHttp2:
-        return nghttpx().url(path);
-    default:
-        return nginx().url(path);
-    }
-}
-
-std::string RoadFixture::certificateFileOn(Road road) {
-    return road == Road::NghttpxHttp2 ? nghttpx().certificateFile() : nginx().certificateFile();
+    return road == Road::Http2 ? nginx().http2Url(path) : nginx().url(path);
 }
 
 Object RoadFixture::openOn(Road road, const std::string& path, const std::vector<std::string>& fields) {
     Object connection = makeAdapter();
     connection.set("URL", urlOn(road, path));
-    connection.set("CertificateFilename", certificateFileOn(road));
+    connection.set("CertificateFilename", nginx().certificateFile());
     connection.call("openConnection");
     for (const std::string& field : fields) {
         const std::size_t colon = field.find(": ");
@@ -80,8 +30,13 @@ void RoadFixture::expectRoadUsable(Road road, const Object& used) {
 
 std::vector<std::string> RoadFixture::statusLineOn(Road road, const std::string& status, const std::string& reason) {
     // HTTP/2 has no reason phrases.
-    return speaksHttp2(road) ? std::vector<std::string>{"HTTP/2", status, ""}
-                             : std::vector<std::string>{"HTTP/1.1", status, reason};
+    return road == Road::Http2 ? std::vector<std::string>{"HTTP/2", status, ""}
+                               : std::vector<std::string>{"HTTP/1.1", status, reason};
+}
+
+std::string RoadFixture::fieldOf(const Object& connection, const std::string& name) {
+    const vantik::Array value = connection.call("getResponseField", {name});
+    return value.empty() ? "" : value.text();
 }
 
 } // namespace integrationtest
