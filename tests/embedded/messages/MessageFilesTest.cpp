@@ -68,7 +68,7 @@ TEST_F(MessageFiles, BadLinesOfAFileAreReportedOnceAndPassedOver) {
     write("xx.txt", "junk\nVANTIK:builtin:TooManyInputs Zu viele\n");
     testing::internal::CaptureStderr();
     EXPECT_EQ(messageText(kInputs, "xx"), u"Zu viele");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("xx.txt:1: \"junk\" is no message name"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("xx.txt:1: \"junk\" is not a message name"));
     testing::internal::CaptureStderr();
     EXPECT_EQ(messageText(kInputs, "xx"), u"Zu viele");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
