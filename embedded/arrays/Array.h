@@ -1,4 +1,4 @@
-// What is behind an array handle: a handle is one reference to contents that several handles may share.
+// What an array handle refers to: a handle is one reference to contents that several handles may share.
 //
 // Where the operations are:
 //   ArrayContents.cpp   handles, plain elements, the table of plain classes
