@@ -16,17 +16,14 @@ namespace {
 using namespace netrove::cli;
 using Words = std::vector<std::string>;
 
-vantik::Message message(const std::string& identifier, std::vector<vantik::MessageArgument> arguments = {}) {
-    const auto colon = identifier.rfind(':');
-    return {identifier.substr(0, colon), identifier.substr(colon + 1), std::move(arguments), "text"};
-}
 vantik::Message ofTransfer(const std::string& key, std::vector<vantik::MessageArgument> arguments = {}) {
-    return message("VANTIK:webservices:" + key, std::move(arguments));
+    return {"VANTIK:webservices", key, std::move(arguments), "text"};
 }
+const vantik::Message kStopped{"VANTIK:host", "Interrupted", {}, "text"};
 
 TEST(ExitStatus, EachIdentifierHasItsNumber) {
     const std::map<int, Words> ofTransfers = {
-        {1, {"InternalError", "EncodingFailure", "RandomError"}},
+        {1, {"InternalError", "EncodingFailure", "RandomError", "CopyContentToDataStreamError"}},
         {3, {"MalformedURL", "ExpectedProtocol", "FileNotFound"}},
         {6, {"UnknownHost"}},
         {7, {"ConnectionRefused", "ConnectionFailed"}},
@@ -45,20 +42,24 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {2, {"Usage"}},
         {3, {"RedirectRefused"}},
         {22, {"StatusError"}},
-        {23, {"FileNotWritten", "FileExists", "BinaryToTerminal", "ContentTooLarge"}},
+        {23, {"FileNotWritten", "FileExists", "BinaryToTerminal", "ContentTooLarge", "NoJournal", "JournalInUse"}},
         {26, {"FileNotRead", "ContentChanged", "ContentNotRewound"}},
         {28, {"MaxTime"}},
         {47, {"TooManyRedirects"}},
     };
     for (const auto& [catalogue, numbers] :
-         {std::pair("VANTIK:webservices:", &ofTransfers), {"NETROVE:cli:", &ofProgram}}) {
+         {std::pair("VANTIK:webservices", &ofTransfers), {"NETROVE:cli", &ofProgram}}) {
         for (const auto& [status, keys] : *numbers) {
             for (const std::string& key : keys) {
-                EXPECT_EQ(exitStatus(message(catalogue + key)), status) << key;
+                EXPECT_EQ(exitStatus({catalogue, key, {}, "text"}), status) << key;
             }
         }
     }
-    EXPECT_EQ(exitStatus(message("VANTIK:http:OnlyOneTransferAtATime")), 1);
+    EXPECT_EQ(exitStatus({"VANTIK:http", "OnlyOneTransferAtATime", {}, "text"}), 1);
+    // Of a copy it depends on who failed.
+    const std::string copy = "CopyContentToDataStreamError";
+    EXPECT_EQ(exitStatus(ofTransfer(copy, {"Error saving to local data stream.", "http://h/"})), 23);
+    EXPECT_EQ(exitStatus(ofTransfer(copy, {"Empty reply from server (CURLE code 52)", "http://h/"})), 1);
 }
 
 TEST(ExitStatus, EveryStatusOfTheTableIsExplained) {
@@ -70,15 +71,8 @@ TEST(ExitStatus, EveryStatusOfTheTableIsExplained) {
     EXPECT_EQ(explained, (std::set<int>{0, 1, 2, 3, 6, 7, 18, 22, 23, 26, 28, 42, 47, 60, 61, 129, 130, 143}));
 }
 
-TEST(ExitStatus, OfACopyDependsOnWhoFailed) {
-    const std::string key = "CopyContentToDataStreamError";
-    EXPECT_EQ(exitStatus(ofTransfer(key, {"Error saving to local data stream.", "http://h/"})), 23);
-    EXPECT_EQ(exitStatus(ofTransfer(key, {"Empty reply from server (CURLE code 52)", "http://h/"})), 1);
-    EXPECT_EQ(exitStatus(ofTransfer(key)), 1);
-}
-
 TEST(Judge, ASignalIsAnInterruptWhateverTheIdentifier) {
-    for (const auto* key : {"ConnectionFailed", "Timeout"}) {
+    for (const char* key : {"ConnectionFailed", "Timeout"}) {
         for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
             const Verdict verdict = judge(ofTransfer(key), {.Signal = number});
             EXPECT_EQ(verdict.Status, 128 + number);
@@ -97,12 +91,12 @@ TEST(Judge, AnElapsedTotalTimeIsATimeoutWhereAnInterruptCouldHaveCausedTheFailur
     // A failure that no interrupt can have caused stays what it is.
     EXPECT_EQ(judge(ofTransfer("ConnectionRefused"), late).Status, 7);
     late.Interrupted = true;
-    EXPECT_EQ(judge(message("VANTIK:host:Interrupted"), late).Status, 28);
+    EXPECT_EQ(judge(kStopped, late).Status, 28);
 }
 
 TEST(Judge, AStopByTheReporterIsNotAnInterruptByTheUser) {
-    EXPECT_EQ(judge(message("VANTIK:host:Interrupted"), {.Interrupted = true, .StoppedByProgram = true}).Status, 42);
-    EXPECT_EQ(judge(message("VANTIK:host:Interrupted"), {.Interrupted = true}).Status, 130);
+    EXPECT_EQ(judge(kStopped, {.Interrupted = true, .StoppedByProgram = true}).Status, 42);
+    EXPECT_EQ(judge(kStopped, {.Interrupted = true}).Status, 130);
 }
 
 TEST(Judge, ReportsAnOrdinaryFailureAsItIs) {

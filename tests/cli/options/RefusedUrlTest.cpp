@@ -1,83 +1,78 @@
 #include "cli/options/RefusedUrl.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/host/HostFixture.h"
 
 #include <string>
 
 namespace {
 
 using namespace netrove::cli;
+using Arguments = std::vector<vantik::MessageArgument>;
 
-vantik::Message refusal(std::string key, std::vector<vantik::MessageArgument> arguments, std::string text) {
+vantik::Message refusal(std::string key, Arguments arguments, std::string text) {
     return {"VANTIK:webservices", std::move(key), std::move(arguments), std::move(text)};
 }
 
-TEST(RefusedUrl, WhatStandsBeforeTheLastAtIsMasked) {
-    EXPECT_EQ(maskRefusedUrl("alice:wonder@h/x"), "***@h/x");
-    EXPECT_EQ(maskRefusedUrl("alice:w@n@h/x"), "***@h/x");
-    EXPECT_EQ(maskRefusedUrl("http:/alice:wonder@h/"), "http:/***@h/");
-    EXPECT_EQ(maskRefusedUrl("https//alice:wonder@h"), "https//***@h");
-    EXPECT_EQ(maskRefusedUrl("HTTP:alice:wonder@h"), "HTTP:***@h");
-    EXPECT_EQ(maskRefusedUrl("//alice:wonder@h/"), "//***@h/");
-    EXPECT_EQ(maskRefusedUrl("://alice:wonder@h/"), "://***@h/");
-    EXPECT_EQ(maskRefusedUrl("http://alice:won/der@h/"), "http://***@h/");
-    EXPECT_EQ(maskRefusedUrl("ftp://alice:won/der@h/"), "ftp://***@h/");
-    EXPECT_EQ(maskRefusedUrl("alice:https://@h/"), "***@h/");
-    EXPECT_EQ(maskRefusedUrl("@"), "***@");
+// In brackets: what is masked.
+TEST(RefusedUrl, WhatIsInFrontOfTheLastAtIsMasked) {
+    for (const std::string text :
+         {"[alice:wonder]@h/x", "[alice:w@n]@h/x", "http:/[alice:wonder]@h/", "https//[alice:wonder]@h",
+          "HTTP:[alice:wonder]@h", "//[alice:wonder]@h/", "://[alice:wonder]@h/", "http://[alice:won/der]@h/",
+          "ftp://[alice:won/der]@h/", "[alice:https://]@h/", "[]@"}) {
+        const auto begin = text.find('[');
+        const auto end = text.find(']');
+        EXPECT_EQ(
+            maskRefusedUrl(text.substr(0, begin) + text.substr(begin + 1, end - begin - 1) + text.substr(end + 1)),
+            text.substr(0, begin) + "***" + text.substr(end + 1));
+    }
     for (const char* url : {"", "example.org", "http://h:99999/", "mailto:"}) {
         EXPECT_EQ(maskRefusedUrl(url), url);
     }
 }
 
+struct MessageRow {
+    std::string Url;
+    vantik::Message Raised;
+    std::string Text;
+    Arguments Shown;
+};
+
 TEST(RefusedUrl, AMessageShowsItMaskedInTextAndArguments) {
-    const std::string url = "https//alice:wo\"n der@h";
-    const vantik::Message message = withRefusedUrlMasked(
-        refusal("MalformedURL", {'"' + url + "\" (no protocol)"}, "Not usable: \"" + url + "\"."), url);
-    EXPECT_EQ(message.Text, "Not usable: \"https//***@h\".");
-    EXPECT_EQ(std::get<std::string>(message.Arguments.at(0)), "\"https//***@h\" (no protocol)");
-}
-
-TEST(RefusedUrl, AUserNameTakenForASchemeIsMaskedToo) {
-    const vantik::Message message = withRefusedUrlMasked(
-        refusal("ExpectedProtocol", {"alice", "alice:wonder@h", "http", "https"},
-                "The URL alice:wonder@h has the scheme \"alice\". Expected \"http\" or \"https\"."),
-        "alice:wonder@h");
-    EXPECT_EQ(message.Text, "The URL ***@h has the scheme \"***\". Expected \"http\" or \"https\".");
-    EXPECT_EQ(message.Arguments, (std::vector<vantik::MessageArgument>{"***", "***@h", "http", "https"}));
-}
-
-TEST(RefusedUrl, WhatTheHostWroteInAnotherFormIsMaskedByWords) {
-    const vantik::Message message = withRefusedUrlMasked(
-        refusal("MalformedURL", {"alice:w%C3%A4@h"}, "Not usable: alice:w%C3%A4@h."), "alice:w\xE4@h");
-    EXPECT_EQ(message.Text, "Not usable: ***@h.");
-    EXPECT_EQ(std::get<std::string>(message.Arguments.at(0)), "***@h");
+    const MessageRow rows[] = {
+        {"https//alice:wo\"n der@h",
+         refusal("MalformedURL", {"\"https//alice:wo\"n der@h\" (no protocol)"}, "Bad: \"https//alice:wo\"n der@h\"."),
+         "Bad: \"https//***@h\".",
+         {"\"https//***@h\" (no protocol)"}},
+        // A user name that was taken for a scheme.
+        {"alice:wonder@h",
+         refusal("ExpectedProtocol", {"alice", "alice:wonder@h", "http", "https"},
+                 "The URL alice:wonder@h has the scheme \"alice\". Expected \"http\" or \"https\"."),
+         "The URL ***@h has the scheme \"***\". Expected \"http\" or \"https\".",
+         {"***", "***@h", "http", "https"}},
+        // What the host wrote in another form is masked word by word.
+        {"alice:w\xE4@h",
+         refusal("MalformedURL", {"alice:w%C3%A4@h"}, "Bad: alice:w%C3%A4@h."),
+         "Bad: ***@h.",
+         {"***@h"}},
+    };
+    for (const MessageRow& row : rows) {
+        const vantik::Message message = withRefusedUrlMasked(row.Raised, row.Url);
+        EXPECT_EQ(message.Text, row.Text);
+        EXPECT_EQ(message.Arguments, row.Shown) << row.Text;
+    }
 }
 
 TEST(RefusedUrl, OnlyFailuresOfTheUrlAreChanged) {
-    const auto raised = [](std::string key) {
-        try {
-            maskingRefused("http://h/a@b", [&] { throw vantik::Failure(refusal(key, {}, "about http://h/a@b")); });
-        } catch (const vantik::Failure& failure) {
-            return std::string(failure.what());
-        }
-        return std::string();
-    };
-    EXPECT_EQ(raised("MalformedURL"), "about http://***@b");
-    EXPECT_EQ(raised("UnknownHost"), "about http://h/a@b");
-    EXPECT_EQ(maskingRefused("", [] { return 7; }), 7);
-}
-
-TEST(RefusedUrl, TheUrlMayChangeMeanwhile) {
-    std::string url = "http:/alice:wonder@h/";
-    try {
-        maskingRefused(url, [&] {
-            url = "another URL, which is longer";
-            throw vantik::Failure(refusal("FileNotFound", {}, "about http:/alice:wonder@h/"));
-        });
-        FAIL();
-    } catch (const vantik::Failure& failure) {
-        EXPECT_STREQ(failure.what(), "about http:/***@h/");
+    for (const auto& [key, text] :
+         {std::pair("MalformedURL", "about http:/***@h/"), std::pair("UnknownHost", "about http:/alice:wonder@h/")}) {
+        std::string url = "http:/alice:wonder@h/";
+        const auto operation = [&] {
+            url = "another URL, which is longer"; // it may change meanwhile
+            throw vantik::Failure(refusal(key, {}, "about http:/alice:wonder@h/"));
+        };
+        EXPECT_EQ(testsupport::failureOf([&] { maskingRefused(url, operation); }).Text, text);
     }
+    EXPECT_EQ(maskingRefused("", [] { return 7; }), 7);
 }
 
 } // namespace
