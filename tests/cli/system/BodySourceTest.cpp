@@ -1,29 +1,18 @@
 #include "cli/system/BodySource.h"
 
+#include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
-#include "vantik/Host.h"
-
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
 using netrove::cli::BodySource;
+using testsupport::failureOf;
 using testsupport::writeFile;
-
-std::string identifierOf(const std::function<void()>& operation) {
-    try {
-        operation();
-    } catch (const vantik::Failure& failure) {
-        return failure.identifier();
-    }
-    return {};
-}
 
 std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wanted = 100) {
     std::string content;
@@ -68,7 +57,7 @@ TEST_F(BodySourceTest, RefusesARewindWithinARequest) {
     const auto provider = source.provider();
     provider.rewind();
     provider.read(3);
-    EXPECT_EQ(identifierOf(provider.rewind), "NETROVE:cli:ContentNotRewound");
+    EXPECT_EQ(failureOf(provider.rewind).identifier(), "NETROVE:cli:ContentNotRewound");
     ASSERT_TRUE(source.failure());
     EXPECT_EQ(source.failure()->identifier(), "NETROVE:cli:ContentNotRewound");
 }
@@ -82,7 +71,7 @@ TEST_F(BodySourceTest, KeepsAPromisedLengthWhateverBecomesOfTheFile) {
     writeFile(name, "0123456789 and more");
     EXPECT_EQ(readAll(longer.provider()), "0123456789");
     std::filesystem::resize_file(name, 4);
-    EXPECT_EQ(identifierOf([&] { readAll(shorter.provider()); }), "NETROVE:cli:ContentChanged");
+    EXPECT_EQ(failureOf([&] { readAll(shorter.provider()); }).identifier(), "NETROVE:cli:ContentChanged");
 }
 
 TEST_F(BodySourceTest, APipeHasNoLengthIsReadOnceAndGivenUpWhenTheTimeIsOver) {
@@ -97,13 +86,13 @@ TEST_F(BodySourceTest, APipeHasNoLengthIsReadOnceAndGivenUpWhenTheTimeIsOver) {
     BodySource source(name, std::nullopt);
     EXPECT_EQ(source.length(), std::nullopt);
     EXPECT_EQ(readAll(source.provider()), "piped");
-    EXPECT_EQ(identifierOf([&] { source.beginRequest(); }), "NETROVE:cli:ContentNotRewound");
+    EXPECT_EQ(failureOf([&] { source.beginRequest(); }).identifier(), "NETROVE:cli:ContentNotRewound");
     close(ends[0]);
 }
 
 TEST_F(BodySourceTest, RefusesWhatCannotBeRead) {
     for (const std::string& name : {Folder.file("missing"), Folder.path()}) {
-        EXPECT_EQ(identifierOf([&] { BodySource source(name, std::nullopt); }), "NETROVE:cli:FileNotRead");
+        EXPECT_EQ(failureOf([&] { BodySource source(name, std::nullopt); }).identifier(), "NETROVE:cli:FileNotRead");
     }
 }
 
