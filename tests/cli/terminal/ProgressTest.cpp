@@ -48,7 +48,7 @@ TEST(Progress, AnUnknownTotalHasNeither) {
     EXPECT_EQ(text(2048, 1024, 4), "received: 2.0 KiB, 512 B/s, 4 s") << "more than the total is not complete";
 }
 
-TEST(Progress, WhatHasNoRoomIsLeftOutWhole) {
+TEST(Progress, WhatDoesNotFitIsLeftOutWhole) {
     const std::string most = "  41%  37.0 GiB of 90.0 GiB, 10.2 MiB/s, 1 h 28 min left";
     const std::pair<std::size_t, std::string> rows[] = {
         {99, "received: [#########...............]" + most},
@@ -66,50 +66,40 @@ TEST(Progress, WhatHasNoRoomIsLeftOutWhole) {
     }
 }
 
-TEST(ProgressMeter, AHiddenMeterWritesNothingAndCounts) {
+// What a meter writes of so many updates until it is finished, twice.
+std::string drawn(bool shown, bool terminal, std::uint64_t updates) {
     testing::internal::CaptureStderr();
     {
-        ProgressMeter meter("received", false, true);
-        meter.expect(100);
-        for (std::uint64_t i = 0; i <= 100; ++i) {
+        ProgressMeter meter("received", shown, terminal);
+        for (std::uint64_t i = 1; i <= updates; ++i) {
             meter.update(i);
         }
         meter.finish();
-        EXPECT_EQ(meter.bytes(), 100u);
+        meter.finish();
+        EXPECT_EQ(meter.bytes(), updates);
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(ProgressMeter, AHiddenMeterOnlyCounts) {
+    EXPECT_EQ(drawn(false, true, 100), "");
 }
 
 TEST(ProgressMeter, ManyUpdatesInARowAreNotDrawnOneByOne) {
-    testing::internal::CaptureStderr();
     const auto start = std::chrono::steady_clock::now();
-    std::size_t intervals = 0;
-    {
-        ProgressMeter meter("received", true, true);
-        for (std::uint64_t i = 1; i <= 20'000; ++i) {
-            meter.update(i);
-        }
-        const auto spent = std::chrono::steady_clock::now() - start;
-        intervals = static_cast<std::size_t>(spent / std::chrono::milliseconds(100));
-        meter.finish();
-    }
-    const std::string drawn = testing::internal::GetCapturedStderr();
-    const auto lines = static_cast<std::size_t>(std::count(drawn.begin(), drawn.end(), '\r'));
-    EXPECT_GE(lines, 1u);
+    const std::string text = drawn(true, true, 20'000);
+    const auto intervals = (std::chrono::steady_clock::now() - start) / std::chrono::milliseconds(100);
+    const auto lines = std::ranges::count(text, '\r');
+    EXPECT_GE(lines, 1);
     EXPECT_LE(lines, intervals + 1); // at most ten a second, and the last state
-    EXPECT_TRUE(drawn.ends_with("\n"));
-    EXPECT_NE(drawn.find("19.5 KiB"), std::string::npos);
+    EXPECT_TRUE(text.ends_with("\n"));
+    EXPECT_NE(text.find("19.5 KiB"), std::string::npos);
 }
 
-TEST(ProgressMeter, FinishingTwiceDrawsOnce) {
-    testing::internal::CaptureStderr();
-    {
-        ProgressMeter meter("sent", true, false);
-        meter.update(5);
-        meter.finish();
-        meter.finish();
-    }
-    EXPECT_EQ(testing::internal::GetCapturedStderr().find("sent: 5 B"), 0u);
+TEST(ProgressMeter, OffATerminalTheLastStateIsALineOfItsOwn) {
+    const std::string text = drawn(true, false, 0);
+    EXPECT_TRUE(text.starts_with("received: 0 B")) << text;
+    EXPECT_EQ(text.find('\n'), text.size() - 1) << "drawn twice: " << text;
 }
 
 } // namespace
