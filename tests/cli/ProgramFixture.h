@@ -15,9 +15,19 @@
 #include <utility>
 #include <vector>
 
+namespace testsupport {
+
+inline void PrintTo(const Outcome& outcome, std::ostream* out) {
+    *out << "status " << outcome.Status << "\nOut: " << outcome.Out.substr(0, 2000) << "\nErr: " << outcome.Err;
+}
+
+} // namespace testsupport
+
 namespace clitest {
 
 using namespace testsupport;
+using testing::_;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -53,6 +63,13 @@ inline Words withUrl(Words words, const ScriptedServer& server) {
         }
     }
     return words;
+}
+
+// How a run ended: its exit status, and what it wrote.
+inline testing::Matcher<const Outcome&> ended(const testing::Matcher<int>& status, const Text& out = _,
+                                              const Text& err = _) {
+    return AllOf(testing::Field("Status", &Outcome::Status, status), testing::Field("Out", &Outcome::Out, out),
+                 testing::Field("Err", &Outcome::Err, err));
 }
 
 // A run, and what the server saw of its last connection.
