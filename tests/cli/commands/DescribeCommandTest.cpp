@@ -6,7 +6,6 @@
 namespace {
 
 using namespace clitest;
-using testing::AllOf;
 
 TEST(DescribeCommand, ListsEveryPropertyAndMethod) {
     const Outcome outcome = run({"describe"});
@@ -18,7 +17,7 @@ TEST(DescribeCommand, ListsEveryPropertyAndMethod) {
     }
 }
 
-TEST(DescribeCommand, TellsTheSignaturesInJson) {
+TEST(DescribeCommand, ShowsTheSignaturesInJson) {
     const Outcome outcome = run({"describe", "--json"});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     const auto description = nlohmann::json::parse(outcome.Out);
@@ -40,25 +39,20 @@ TEST(DescribeCommand, TellsTheSignaturesInJson) {
 }
 
 TEST(VersionOption, NamesTheProgramAndWhatItIsMadeOf) {
-    const Outcome outcome = run({"--version"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_THAT(outcome.Out, AllOf(StartsWith("netrove "), HasSubstr("libcurl"), HasSubstr("24 properties")));
+    EXPECT_THAT(run({"--version"}),
+                ended(0, AllOf(StartsWith("netrove "), HasSubstr("libcurl"), HasSubstr("24 properties"))));
 }
 
 TEST(HelpOption, WritesToStandardOutput) {
     for (const Words& words : {Words{"--help"}, {"get", "--help"}}) {
-        const Outcome outcome = run(words);
-        EXPECT_EQ(outcome.Status, 0);
-        EXPECT_NE(outcome.Out, "");
-        EXPECT_EQ(outcome.Err, "");
+        EXPECT_THAT(run(words), ended(0, Not(""), ""));
     }
 }
 
 TEST(DemoCommand, EveryStepDoesWhatItSaysAndNothingIsLeft) {
     const TemporaryFolder folder;
     const Outcome outcome = run({"demo"}, {.Environment = {{"TMPDIR", folder.path()}}});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Out << outcome.Err;
-    EXPECT_EQ(outcome.Err, "");
+    EXPECT_THAT(outcome, ended(0, _, ""));
     for (const char* title :
          {"1. A GET into a byte array", "2. A save with progress", "3. An upload streamed from a provider",
           "4. A download into a consumer", "5. A 404 in both modes", "6. A refused connection", "7. A timeout",

@@ -5,34 +5,34 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sstream>
+
 namespace {
 
 using namespace clitest;
-using testing::AllOf;
-
 struct FailureCase {
     int Status;
-    const char* Identifier;
-    Words Arguments;
-    Text Line = HasSubstr("");
-    Script Server = {}; // that "URL" is of
+    std::string Identifier; // "cli:Usage" of the program, "Timeout" of a transfer
+    std::string Line;       // words; "_" stands for a blank within one
+    Text Shown = _;
+    Script Server = {}; // that "URL" and "TLS" are of
 };
 
 void expectFailures(const std::vector<FailureCase>& cases) {
     for (const FailureCase& failure : cases) {
-        std::string command;
-        for (const std::string& word : failure.Arguments) {
-            command += word + " ";
-        }
-        SCOPED_TRACE(command);
+        SCOPED_TRACE(failure.Line);
         const ScriptedServer server(failure.Server);
-        Words words = withUrl(failure.Arguments, server);
+        Words words;
+        std::istringstream parts(failure.Line);
+        for (std::string word; parts >> word; words.push_back(word)) {
+            std::ranges::replace(word, '_', ' ');
+        }
         std::ranges::replace(words, "TLS", "https://" + server.authority() + "/");
-        const Outcome outcome = run(words);
-        EXPECT_EQ(outcome.Status, failure.Status);
-        EXPECT_EQ(outcome.Out, "");
-        EXPECT_THAT(outcome.Err, AllOf(StartsWith("netrove: " + std::string(failure.Identifier) + ": "), failure.Line));
-        EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1) << "not one line: " << outcome.Err;
+        const bool ofProgram = failure.Identifier.starts_with("cli:");
+        const std::string start = "netrove: " + ((ofProgram ? "NETROVE:" : "VANTIK:webservices:") + failure.Identifier);
+        const Outcome outcome = run(withUrl(words, server));
+        EXPECT_THAT(outcome, ended(failure.Status, "", AllOf(StartsWith(start + ": "), failure.Shown)));
+        EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1) << "not one line";
     }
 }
 
@@ -40,20 +40,17 @@ TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
     const auto withoutHint = Not(HasSubstr("Hint:"));
     const auto noScheme = AllOf(HasSubstr("Hint: put http:// or https:// in front of it.\n"), Not(HasSubstr("quotes")));
     expectFailures({
-        {2, "NETROVE:cli:Usage", {}, HasSubstr("no command; try 'netrove get URL'")},
-        {3, "VANTIK:webservices:MalformedURL", {"get", "example.org/x"}, noScheme},
-        {3, "VANTIK:webservices:ExpectedProtocol", {"get", "localhost:8080/x"}, noScheme},
-        {3, "VANTIK:webservices:MalformedURL", {"get", "my page"}, noScheme},
-        {3, "VANTIK:webservices:FileNotFound", {"get", "http:/h/"}, HasSubstr("Hint: two slashes follow the scheme")},
-        {3,
-         "VANTIK:webservices:MalformedURL",
-         {"get", "http://a b/"},
-         HasSubstr("put the URL in quotes, and write %20 for a space")},
-        {3, "VANTIK:webservices:MalformedURL", {"get", "http://127.0.0.1:99999/"}, withoutHint},
-        {3, "VANTIK:webservices:ExpectedProtocol", {"get", "ftp://127.0.0.1/"}, withoutHint},
-        {3, "VANTIK:webservices:FileNotFound", {"get", "http:///x"}, withoutHint},
+        {2, "cli:Usage", "", HasSubstr("no command; try 'netrove get URL'")},
+        {3, "MalformedURL", "get example.org/x", noScheme},
+        {3, "ExpectedProtocol", "get localhost:8080/x", noScheme},
+        {3, "MalformedURL", "get my_page", noScheme},
+        {3, "FileNotFound", "get http:/h/", HasSubstr("Hint: two slashes follow the scheme")},
+        {3, "MalformedURL", "get http://a_b/", HasSubstr("put the URL in quotes, and write %20 for a space")},
+        {3, "MalformedURL", "get http://127.0.0.1:99999/", withoutHint},
+        {3, "ExpectedProtocol", "get ftp://127.0.0.1/", withoutHint},
+        {3, "FileNotFound", "get http:///x", withoutHint},
         // A name of a domain that is reserved for names that exist nowhere.
-        {6, "VANTIK:webservices:UnknownHost", {"get", "-x", "none", "http://no-such-host.invalid/"}},
+        {6, "UnknownHost", "get -x none http://no-such-host.invalid/"},
     });
 }
 
@@ -61,66 +58,40 @@ TEST(FailedCommand, NamesTheLimitThatWasReached) {
     const Script silent = answering("");
     const Script half = answering(kOk + "Content-Length: 9\r\n\r\n");
     const SilentPort unreachable;
+    const auto setBy = [](const std::string& option) {
+        return HasSubstr("Hint: " + option + " MS sets that limit, 0 lifts it.\n");
+    };
+    const auto both = HasSubstr("Hint: --connect-timeout MS and --response-timeout MS set that limit");
+    const auto maxTime = HasSubstr("--max-time");
     expectFailures({
-        {28,
-         "VANTIK:webservices:Timeout",
-         {"get", "--connect-timeout", "100", unreachable.url()},
-         HasSubstr("Hint: --connect-timeout MS sets that limit, 0 lifts it.\n")},
-        {28,
-         "VANTIK:webservices:Timeout",
-         {"get", "--response-timeout", "100", "URL"},
-         HasSubstr("Hint: --response-timeout MS sets that limit, 0 lifts it.\n"),
-         silent},
-        {28,
-         "VANTIK:webservices:Timeout",
-         {"get", "--simple", "--response-timeout", "100", "URL"},
-         HasSubstr("Hint: --connect-timeout MS and --response-timeout MS set that limit"),
-         silent},
-        {28,
-         "VANTIK:webservices:Timeout",
-         {"get", "--data-timeout", "100", "URL"},
-         HasSubstr("Hint: --data-timeout MS sets that limit, 0 lifts it.\n"),
-         half},
-        {28, "NETROVE:cli:MaxTime", {"get", "-m", "0.2", "URL"}, HasSubstr("--max-time"), silent},
-        {28, "NETROVE:cli:MaxTime", {"get", "-m", "0.2", "URL"}, HasSubstr("--max-time"), half},
-        {28, "NETROVE:cli:MaxTime", {"send", "-m", "0.2", "-T", "-", "URL"}, HasSubstr("--max-time"), silent},
+        {28, "Timeout", "get --connect-timeout 100 " + unreachable.url(), setBy("--connect-timeout")},
+        {28, "Timeout", "get --response-timeout 100 URL", setBy("--response-timeout"), silent},
+        {28, "Timeout", "get --simple --response-timeout 100 URL", both, silent},
+        {28, "Timeout", "get --data-timeout 100 URL", setBy("--data-timeout"), half},
+        {28, "cli:MaxTime", "get -m 0.2 URL", maxTime, silent},
+        {28, "cli:MaxTime", "get -m 0.2 URL", maxTime, half},
+        {28, "cli:MaxTime", "send -m 0.2 -T - URL", maxTime, silent},
     });
 }
 
 TEST(FailedCommand, NamesWhatIsWrongWithTheServersAnswer) {
+    const Script packed = answering(response("plain", {"Content-Encoding: gzip"}));
+    const Script locked = answering(response("", {"WWW-Authenticate: Basic realm=x"}, "401 Unauthorized"));
+    const Script coloured = answering(response("", {}, "404 \x1b[31mred"));
+    // What a server without TLS makes of a hello: it answers in plain text. And one with TLS, of a request in plain
+    // text: it closes.
+    const Script plain = {step::send(response("", {}, "400 Bad Request")), step::awaitPeerEnd()};
+    const Script closing = {step::expectHead(), step::close()};
     expectFailures({
-        {61,
-         "VANTIK:webservices:DecodingError",
-         {"get", "URL"},
-         HasSubstr("Hint: --no-decode keeps the content as it was sent.\n"),
-         answering(response("plain", {"Content-Encoding: gzip"}))},
-        {22,
-         "NETROVE:cli:StatusError",
-         {"get", "-f", "URL"},
-         HasSubstr("Hint: log in with --user NAME, or check name and password."),
-         answering(response("", {"WWW-Authenticate: Basic realm=x"}, "401 Unauthorized"))},
-        {22,
-         "NETROVE:cli:StatusError",
-         {"get", "-f", "URL"},
-         AllOf(HasSubstr("\\x1B[31mred"), Not(HasSubstr("\x1b"))),
-         answering(response("", {}, "404 \x1b[31mred"))},
-        // What a server without TLS makes of a hello: it answers in plain text.
-        {60,
-         "VANTIK:webservices:SSLConnectionSystemFailure",
-         {"get", "TLS"},
-         HasSubstr("the server does not speak TLS on this port; try http://"),
-         {step::send(response("", {}, "400 Bad Request")), step::awaitPeerEnd()}},
-        {60,
-         "VANTIK:webservices:SSLConnectionFailure",
-         {"get", "--ca-file", "/no/such/ca.pem", "TLS"},
-         HasSubstr(""),
-         {step::awaitPeerEnd()}},
-        // And a server with TLS, of a request in plain text: it closes.
-        {1,
-         "VANTIK:webservices:CopyContentToDataStreamError",
-         {"get", "URL"},
-         HasSubstr("the server may expect TLS on this port; try https://"),
-         {step::expectHead(), step::close()}},
+        {61, "DecodingError", "get URL", HasSubstr("Hint: --no-decode keeps the content as it was sent.\n"), packed},
+        {22, "cli:StatusError", "get -f URL", HasSubstr("Hint: log in with --user NAME, or check name and password."),
+         locked},
+        {22, "cli:StatusError", "get -f URL", AllOf(HasSubstr("\\x1B[31mred"), Not(HasSubstr("\x1b"))), coloured},
+        {60, "SSLConnectionSystemFailure", "get TLS",
+         HasSubstr("the server does not speak TLS on this port; try http://"), plain},
+        {60, "SSLConnectionFailure", "get --ca-file /no/such/ca.pem TLS", _, {step::awaitPeerEnd()}},
+        {1, "CopyContentToDataStreamError", "get URL",
+         HasSubstr("the server may expect TLS on this port; try https://"), closing},
     });
 }
 
@@ -160,11 +131,9 @@ TEST(FailedCommand, NeverShowsCredentials) {
 // Where nobody can tell the parts of a URL, everything before its last '@' is secret.
 TEST(FailedCommand, NeverShowsCredentialsOfAUrlThatIsRefused) {
     const auto expectMasked = [](const Words& words) {
-        const Outcome outcome = run(words);
-        EXPECT_EQ(outcome.Status, 3) << outcome.Err << outcome.Out;
-        EXPECT_EQ(outcome.Out, "");
-        EXPECT_THAT(outcome.Err, AllOf(HasSubstr("***@h"), Not(HasSubstr("s3cr3t")), Not(HasSubstr("more")),
-                                       Not(HasSubstr("alice"))));
+        EXPECT_THAT(run(words), ended(3, "",
+                                      AllOf(HasSubstr("***@h"), Not(HasSubstr("s3cr3t")), Not(HasSubstr("more")),
+                                            Not(HasSubstr("alice")))));
     };
     for (const char* url :
          {"alice:s3cr3t@h/x", "http:/alice:s3cr3t@h/", "http:alice:s3cr3t@h/", "https//alice:s3cr3t@h",

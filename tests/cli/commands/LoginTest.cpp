@@ -58,8 +58,7 @@ TEST_F(Login, NeverSendsAStreamedBodyWrongAfterAChallenge) {
     writeFile(file("body"), "streamed");
     const Exchanged failed =
         runAgainst(takingBody(8, challenge()), {"send", "-u", "me:secret", "-T", file("body"), "URL"});
-    EXPECT_EQ(failed.Status, 26);
-    EXPECT_THAT(failed.Err, StartsWith("netrove: NETROVE:cli:ContentNotRewound: "));
+    EXPECT_THAT(failed, ended(26, _, StartsWith("netrove: NETROVE:cli:ContentNotRewound: ")));
     EXPECT_EQ(failed.Seen.Heads.size(), 1u);
     // Basic alone needs no challenge.
     const Exchanged sent =
@@ -72,7 +71,7 @@ TEST_F(Login, NeverSendsAStreamedBodyWrongAfterAChallenge) {
 struct TypedRow {
     const char* Typed;
     int Status;
-    const char* LastLine;
+    std::string Shown;
     std::optional<std::string> Sent; // as credentials
 };
 
@@ -81,8 +80,8 @@ TEST_F(Login, AsksForAPasswordOnATerminalWithoutShowingIt) {
     const TypedRow rows[] = {
         {"secret\n", 0, "in", kBasic},
         {"\n", 0, "in", "Basic bWU6"}, // me:
-        {"\x03", 130, "netrove: NETROVE:cli:Interrupted: interrupted\r", {}},
-        {"\x04", 2, "netrove: NETROVE:cli:Usage: no password was given\r", {}},
+        {"\x03", 130, "netrove: NETROVE:cli:Interrupted: interrupted\r\n", {}},
+        {"\x04", 2, "netrove: NETROVE:cli:Usage: no password was given\r\n", {}},
     };
     for (const TypedRow& row : rows) {
         const ScriptedServer server(answering(response("in")));
@@ -91,11 +90,8 @@ TEST_F(Login, AsksForAPasswordOnATerminalWithoutShowingIt) {
         program.waitForOutput(prompt);
         program.type(row.Typed);
         const Outcome outcome = program.wait();
-        EXPECT_EQ(outcome.Status, row.Status) << outcome.Out;
-        EXPECT_THAT(outcome.Out, StartsWith(prompt + "\r\n"));
-        EXPECT_EQ(lastLine(outcome.Out), row.LastLine);
+        EXPECT_THAT(outcome, ended(row.Status, prompt + "\r\n" + row.Shown));
         if (row.Sent) {
-            EXPECT_EQ(outcome.Out, prompt + "\r\nin");
             EXPECT_EQ(fieldValue(server.waitUntilDone().Heads.at(0), "Authorization"), row.Sent);
         } else {
             EXPECT_EQ(server.connectionCount(), 0u);
@@ -104,10 +100,9 @@ TEST_F(Login, AsksForAPasswordOnATerminalWithoutShowingIt) {
 }
 
 TEST_F(Login, WithoutAPasswordAndATerminalIsWrongUsage) {
-    const Outcome outcome = run({"get", "-u", "me", "http://127.0.0.1:1/"});
-    EXPECT_EQ(outcome.Status, 2);
-    EXPECT_EQ(outcome.Err,
-              "netrove: NETROVE:cli:Usage: no password for user; set NETROVE_PASSWORD in the environment\n");
+    EXPECT_THAT(
+        run({"get", "-u", "me", "http://127.0.0.1:1/"}),
+        ended(2, "", "netrove: NETROVE:cli:Usage: no password for user; set NETROVE_PASSWORD in the environment\n"));
 }
 
 } // namespace

@@ -14,9 +14,8 @@ protected:
     // Without a server: refused before anything is asked for.
     void expectRefused(const Words& words, const std::string& complaint) const {
         const ScriptedServer server(answering(response("new")));
-        const Outcome refused = run(withUrl(Words{"save"} + words, server), here());
-        EXPECT_EQ(refused.Status, 23);
-        EXPECT_EQ(refused.Err, "netrove: NETROVE:cli:" + complaint + "\n");
+        EXPECT_THAT(run(withUrl(Words{"save"} + words, server), here()),
+                    ended(23, "", "netrove: NETROVE:cli:" + complaint + "\n"));
         EXPECT_EQ(server.connectionCount(), 0u) << "a request was made in vain";
     }
 };
@@ -24,9 +23,7 @@ protected:
 TEST_F(SaveCommand, WritesTheContentIntoAFile) {
     const std::string content = patternedBytes(3'000'000);
     for (const Words& option : {Words{}, {"--consumer"}}) {
-        const Exchanged saved = save(answering(response(content)), Words{"URL", "--force", "file.bin"} + option);
-        EXPECT_EQ(saved.Status, 0);
-        EXPECT_EQ(saved.Out + saved.Err, "");
+        EXPECT_THAT(save(answering(response(content)), Words{"URL", "--force", "file.bin"} + option), ended(0, "", ""));
         EXPECT_EQ(difference(readFile(file("file.bin")), content), "");
         EXPECT_EQ(names(), Words{"file.bin"});
     }
@@ -65,9 +62,8 @@ TEST_F(SaveCommand, KeepsAnErrorPageUnlessAskedToFail) {
     const Script missing = answering(response("sorry", {}, "404 Not Found"));
     EXPECT_EQ(save(missing, {"-f", "URL", "file"}).Status, 22);
     EXPECT_EQ(names(), Words{});
-    const Exchanged kept = save(missing, {"URL", "file"});
-    EXPECT_EQ(kept.Status, 0);
-    EXPECT_EQ(kept.Err, "netrove: note: the server answered 404 Not Found; file holds that response\n");
+    EXPECT_THAT(save(missing, {"URL", "file"}),
+                ended(0, "", "netrove: note: the server answered 404 Not Found; file holds that response\n"));
     EXPECT_EQ(readFile(file("file")), "sorry");
 }
 

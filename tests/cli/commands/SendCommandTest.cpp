@@ -57,8 +57,7 @@ TEST_F(SendCommand, SendsABodyFromMemory) {
     for (const SendRow& row : rows) {
         SCOPED_TRACE(row.Name);
         const Exchanged sent = send(takingBody(row.Body.size()), row.Arguments);
-        EXPECT_EQ(sent.Status, 0) << sent.Err;
-        EXPECT_EQ(sent.Out, "done");
+        EXPECT_THAT(sent, ended(0, "done"));
         EXPECT_EQ(sent.requestLine(), row.RequestLine + " HTTP/1.1");
         EXPECT_EQ(difference(sent.Seen.Bodies.at(0), row.Body), "");
         for (const auto& [name, value] : row.Sent) {
@@ -70,16 +69,14 @@ TEST_F(SendCommand, SendsABodyFromMemory) {
 TEST_F(SendCommand, ShowsTheHeadOfAnAnswerToHead) {
     const std::string head = kOk + "Content-Length: 500\r\n\r\n";
     const Exchanged sent = send(answering(head), {"-i", "-X", "HEAD", "URL"});
-    EXPECT_EQ(sent.Status, 0) << sent.Err;
-    EXPECT_EQ(sent.Out, head);
+    EXPECT_THAT(sent, ended(0, head));
     EXPECT_EQ(sent.requestLine(), "HEAD / HTTP/1.1");
 }
 
 TEST_F(SendCommand, EndsWithAnEarlyAnswer) {
-    const Exchanged sent = send(answering(response("too large", {"Connection: close"}, "413 Too Large")),
-                                {"URL", "-T", fileWith(patternedBytes(5'000'000))});
-    EXPECT_EQ(sent.Status, 0) << sent.Err;
-    EXPECT_EQ(sent.Out, "too large");
+    EXPECT_THAT(send(answering(response("too large", {"Connection: close"}, "413 Too Large")),
+                     {"URL", "-T", fileWith(patternedBytes(5'000'000))}),
+                ended(0, "too large"));
 }
 
 TEST_F(SendCommand, StreamsAFileWithItsLength) {
@@ -121,9 +118,7 @@ TEST_F(SendCommand, PassesStandardInputOnBeforeItEnds) {
     server.waitFor("first");
     program.type("second");
     program.closeInput();
-    const Outcome outcome = program.wait();
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(outcome.Out, "done");
+    EXPECT_THAT(program.wait(), ended(0, "done"));
 }
 
 TEST_F(SendCommand, ReadsAFileAgainAfterARedirectButNeverStandardInput) {
@@ -139,19 +134,17 @@ TEST_F(SendCommand, ReadsAFileAgainAfterARedirectButNeverStandardInput) {
     EXPECT_EQ(startLine(record.Heads.at(0)), "PUT /b HTTP/1.1");
     EXPECT_EQ(difference(record.Bodies.at(0), content), "");
 
-    const Exchanged refused =
+    EXPECT_THAT(
         send({step::expectHead(), step::expectChunkedBody(), step::send(redirect("/b")), step::awaitPeerEnd()},
-             {"-L", "URL", "-T", "-"}, {.Input = "some content"});
-    EXPECT_EQ(refused.Status, 26);
-    EXPECT_THAT(refused.Err, StartsWith("netrove: NETROVE:cli:ContentNotRewound: "
-                                        "standard input cannot be read a second time"));
+             {"-L", "URL", "-T", "-"}, {.Input = "some content"}),
+        ended(26, _,
+              StartsWith("netrove: NETROVE:cli:ContentNotRewound: standard input cannot be read a second time")));
 }
 
 TEST_F(SendCommand, NamesABodyThatIsNotThere) {
     for (const char* option : {"--body-file", "-T"}) {
-        const Outcome outcome = run({"send", "http://127.0.0.1:1/", option, "/no/such/file"});
-        EXPECT_EQ(outcome.Status, 26);
-        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n");
+        EXPECT_THAT(run({"send", "http://127.0.0.1:1/", option, "/no/such/file"}),
+                    ended(26, "", "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n"));
     }
 }
 

@@ -14,9 +14,7 @@ class Signals : public ProgramFixture {
 protected:
     void expectInterrupted(Program& program, int number = SIGINT) const {
         program.signal(number);
-        const Outcome outcome = program.wait();
-        EXPECT_EQ(outcome.Status, 128 + number);
-        EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:Interrupted: interrupted\n");
+        EXPECT_THAT(program.wait(), ended(128 + number, _, "netrove: NETROVE:cli:Interrupted: interrupted\n"));
     }
 };
 
@@ -26,11 +24,10 @@ TEST_F(Signals, EndTheProgramWhileTheServerIsSilent) {
         Program program({"get", "--json-errors", server.url()});
         server.waitFor("asked");
         program.signal(number);
-        const Outcome outcome = program.wait();
-        EXPECT_EQ(outcome.Status, 128 + number);
-        EXPECT_EQ(outcome.Err, "{\"identifier\":\"NETROVE:cli:Interrupted\",\"message\":\"interrupted\","
-                               "\"arguments\":[\"" +
-                                   std::string(name) + "\"],\"exit\":" + std::to_string(128 + number) + "}\n");
+        EXPECT_THAT(program.wait(),
+                    ended(128 + number, "",
+                          "{\"identifier\":\"NETROVE:cli:Interrupted\",\"message\":\"interrupted\",\"arguments\":[\"" +
+                              std::string(name) + "\"],\"exit\":" + std::to_string(128 + number) + "}\n"));
         EXPECT_TRUE(server.waitUntilDone().PeerEnded);
     }
 }
@@ -85,8 +82,7 @@ TEST_F(Signals, AHangUpThatIsIgnoredStaysIgnored) {
     server.waitFor("half");
     program.signal(SIGHUP);
     server.raise("hung up");
-    const Outcome outcome = program.wait();
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(program.wait(), ended(0));
     EXPECT_EQ(readFile(file("file")), "first, rest");
 }
 

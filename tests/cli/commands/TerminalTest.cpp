@@ -5,7 +5,6 @@
 namespace {
 
 using namespace clitest;
-using testing::AllOf;
 using testing::EndsWith;
 
 using Terminal = ProgramFixture;
@@ -25,13 +24,7 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
         // With the terminal's own line ends.
         {"text", {"get", "URL"}, response("line one\nline two\n"), "line one\r\nline two\r\n"},
         {"an escape sequence", {"get", "URL"}, response("\x1b[2Jgone"), refused, 23},
-        {"a binary",
-         {"get", "URL"},
-         response(std::string("\x7f"
-                              "ELF\0\0",
-                              6)),
-         refused,
-         23},
+        {"a binary", {"get", "URL"}, response(std::string("\177ELF\0\0", 6)), refused, 23},
         {"by a dash", {"get", "-o", "-", "URL"}, response("\x1b[2Jgone"), "\x1b[2Jgone"},
         {"a head",
          {"get", "-i", "URL"},
@@ -55,25 +48,18 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
     };
     for (const ShownRow& row : rows) {
         SCOPED_TRACE(row.Name);
-        const Exchanged shown =
-            runAgainst(answering(row.Answer), row.Arguments + Words{"--color", "never"}, onTerminal());
-        EXPECT_EQ(shown.Status, row.Status);
-        EXPECT_THAT(shown.Out, row.Shown);
+        EXPECT_THAT(runAgainst(answering(row.Answer), row.Arguments + Words{"--color", "never"}, onTerminal()),
+                    ended(row.Status, row.Shown));
     }
 }
 
 TEST_F(Terminal, RefusesAControlCharacterThatComesInTwoPieces) {
     ScriptedServer server({step::expectHead(), step::send(kOk + "Content-Length: 9\r\n\r\nhi\xC2"),
-                           step::await("shown"),
-                           step::send("\x9B"
-                                      "31mred"),
-                           step::awaitPeerEnd()});
+                           step::await("shown"), step::send("\23331mred"), step::awaitPeerEnd()});
     Program program({"get", "--color", "never", server.url()}, onTerminal());
     program.waitForOutput("hi");
     server.raise("shown");
-    const Outcome outcome = program.wait();
-    EXPECT_EQ(outcome.Status, 23);
-    EXPECT_THAT(outcome.Out, AllOf(HasSubstr("NETROVE:cli:BinaryToTerminal: "), Not(HasSubstr("\x9B"))));
+    EXPECT_THAT(program.wait(), ended(23, AllOf(HasSubstr("NETROVE:cli:BinaryToTerminal: "), Not(HasSubstr("\x9B")))));
 }
 
 TEST_F(Terminal, ShowsFailuresInColourUnlessTheUserObjects) {
@@ -95,8 +81,7 @@ TEST_F(Terminal, ABatchDrawsNoBarBetweenItsResultsUnlessAskedTo) {
         const Outcome outcome = run(Words{"batch", "list", "--color", "never", "--no-journal", "--force"} +
                                         (asked ? Words{"--progress"} : Words{}),
                                     onTerminal());
-        EXPECT_EQ(outcome.Status, 0) << outcome.Out;
-        EXPECT_THAT(outcome.Out, HasSubstr("\"result\":\"done\""));
+        EXPECT_THAT(outcome, ended(0, HasSubstr("\"result\":\"done\"")));
         EXPECT_EQ(outcome.Out.find("\033[K") != std::string::npos, asked) << outcome.Out;
     }
 }
