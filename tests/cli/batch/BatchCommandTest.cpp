@@ -8,29 +8,28 @@
 namespace {
 
 using namespace batchtest;
-using testing::AllOf;
 
 using BatchCommand = BatchFixture;
 
-TEST_F(BatchCommand, FetchesEveryLineAndTellsItOnce) {
+TEST_F(BatchCommand, FetchesEveryLineAndReportsItOnce) {
     writeList(30);
     const Outcome outcome = batch({"list", "-j", "3"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome, ended(0, _, StartsWith("netrove: note: 30 done; ")));
     expectFiles(30);
     EXPECT_EQ(count(outcome, "done"), 30);
     std::set<std::size_t> lines;
     for (const Json& one : results(outcome)) {
-        EXPECT_TRUE(lines.insert(one["line"].get<std::size_t>()).second);
-        const std::string number = std::to_string(one["line"].get<std::size_t>());
-        EXPECT_EQ(one["url"], Server.url("/n/" + number));
-        EXPECT_EQ(one["target"], number);
-        EXPECT_EQ(one["status"], 200);
-        EXPECT_EQ(one["bytes"], BatchServer::contentOf("/n/" + number).size());
-        EXPECT_EQ(one["attempts"], 1);
+        const auto line = one["line"].get<std::size_t>();
+        EXPECT_TRUE(lines.insert(line).second);
+        const std::string number = std::to_string(line);
+        expectMembers(one, {{"url", Server.url("/n/" + number)},
+                            {"target", number},
+                            {"status", 200},
+                            {"bytes", BatchServer::contentOf("/n/" + number).size()},
+                            {"attempts", 1}});
         EXPECT_GE(one["seconds"].get<double>(), 0.0);
         EXPECT_EQ(one["id"].get<std::string>().size(), 16u);
     }
-    EXPECT_THAT(outcome.Err, StartsWith("netrove: note: 30 done; "));
     EXPECT_EQ(Server.allRequests(), 30u);
     EXPECT_LE(Server.connections(), 3u) << "each job keeps its connection";
     EXPECT_LE(Server.mostAtOnce(), 3u);
@@ -49,16 +48,15 @@ TEST_F(BatchCommand, RunsAsManyAtATimeAsJobsSay) {
 
 TEST_F(BatchCommand, NamesBadLinesAndRunsNothing) {
     write(Server.url("/a") + " a\nftp://host/b\n# a remark\n\n" + Server.url("/c") + " a\n");
-    const Outcome outcome = batch({"list"});
-    EXPECT_EQ(outcome.Status, 2);
-    EXPECT_EQ(outcome.Out, "");
-    EXPECT_EQ(outcome.Err, "netrove: note: list:2: 'ftp://host/b' is not an http or https URL\n"
-                           "netrove: note: list:5: the target 'a' is already used by line 1\n"
-                           "netrove: NETROVE:cli:BadManifest: list: 2 bad lines; nothing was done\n");
-    const Json failure = Json::parse(batch({"list", "--json-errors"}).Err);
-    EXPECT_EQ(failure["identifier"], "NETROVE:cli:BadManifest");
-    EXPECT_EQ(failure["arguments"], Json({"list", "line 2: 'ftp://host/b' is not an http or https URL",
-                                          "line 5: the target 'a' is already used by line 1"}));
+    EXPECT_THAT(batch({"list"}), ended(2, "",
+                                       "netrove: note: list:2: 'ftp://host/b' is not an http or https URL\n"
+                                       "netrove: note: list:5: the target 'a' is already used by line 1\n"
+                                       "netrove: NETROVE:cli:BadManifest: list: 2 bad lines; nothing was done\n"));
+    expectMembers(Json::parse(batch({"list", "--json-errors"}).Err),
+                  {{"identifier", "NETROVE:cli:BadManifest"},
+                   {"arguments",
+                    {"list", "line 2: 'ftp://host/b' is not an http or https URL",
+                     "line 5: the target 'a' is already used by line 1"}}});
     EXPECT_EQ(Server.allRequests(), 0u);
     EXPECT_EQ(names(), Words{"list"});
 }
@@ -67,10 +65,9 @@ TEST_F(BatchCommand, ShowsNoCredentialOfABadLine) {
     write("alice:s3cr3t@h/x\nhttp:/alice:s3cr3t@h/\nhttp:///alice:s3cr3t@h/\nhttp://alice:s3cr3t/more@h/\n"
           "{\"url\":\"https//alice:s3cr3t@h\"}\n");
     for (const char* option : {"--no-progress", "--json-errors"}) {
-        const Outcome outcome = batch({"list", option});
-        EXPECT_EQ(outcome.Status, 2);
-        EXPECT_THAT(outcome.Err, AllOf(HasSubstr("5 bad lines"), Not(HasSubstr("s3cr3t")), Not(HasSubstr("more")),
-                                       Not(HasSubstr("alice"))));
+        EXPECT_THAT(batch({"list", option}), ended(2, "",
+                                                   AllOf(HasSubstr("5 bad lines"), Not(HasSubstr("s3cr3t")),
+                                                         Not(HasSubstr("more")), Not(HasSubstr("alice")))));
     }
 }
 
@@ -95,11 +92,11 @@ TEST_F(BatchCommand, ReplacesNeitherItsManifestNorAJournal) {
     for (const std::string& name : {file("list"), std::string("here/list")}) {
         const std::string text = Server.url("/a") + " " + name + "\n";
         write(text);
-        const Outcome outcome = batch({"list", "--force"});
-        EXPECT_EQ(outcome.Status, 2);
-        EXPECT_EQ(outcome.Err, "netrove: note: list:1: the target '" + name +
-                                   "' is the manifest\n"
-                                   "netrove: NETROVE:cli:BadManifest: list: one bad line; nothing was done\n");
+        EXPECT_THAT(batch({"list", "--force"}),
+                    ended(2, "",
+                          "netrove: note: list:1: the target '" + name +
+                              "' is the manifest\n"
+                              "netrove: NETROVE:cli:BadManifest: list: one bad line; nothing was done\n"));
         EXPECT_EQ(readFile(file("list")), text);
     }
     // Every machine refuses what one would, whether that journal is there or not.
@@ -111,50 +108,41 @@ TEST_F(BatchCommand, ReplacesNeitherItsManifestNorAJournal) {
 }
 
 TEST_F(BatchCommand, NamesAMissingManifestAndHasNothingToDoForAnEmptyOne) {
-    const Outcome missing = batch({"list"});
-    EXPECT_EQ(missing.Status, 26);
-    EXPECT_EQ(missing.Err, "netrove: NETROVE:cli:FileNotRead: list: No such file or directory\n");
+    EXPECT_THAT(batch({"list"}), ended(26, "", "netrove: NETROVE:cli:FileNotRead: list: No such file or directory\n"));
     write("# nothing today\n");
-    const Outcome empty = batch({"list"});
-    EXPECT_EQ(empty.Status, 0);
-    EXPECT_EQ(empty.Out, "");
+    EXPECT_THAT(batch({"list"}), ended(0, ""));
 }
 
 TEST_F(BatchCommand, SendsWhatAJsonLineSays) {
     writeFile(file("body"), "from a file");
     const std::string large(9 << 20, 'x');
     writeFile(file("large"), large);
-    write("{\"url\":\"" + Server.url("/form") + "\",\"body\":\"a=1\",\"target\":null,\"id\":\"first\"}\n" +
-          "{\"url\":\"" + Server.url("/json") + "\",\"method\":\"PATCH\",\"body\":{\"a\":[1]}}\n" + "{\"url\":\"" +
-          Server.url("/file") + "\",\"method\":\"PUT\",\"body_file\":\"body\"," +
-          "\"fields\":{\"X-One\":\"1\",\"X-All\":\"line\"},\"target\":\"answer\"}\n" + "{\"url\":\"" +
-          Server.url("/large") + "\",\"body_file\":\"large\",\"target\":null}\n");
+    write(
+        json("/form", R"("body":"a=1","target":null,"id":"first")") +
+        json("/json", R"("method":"PATCH","body":{"a":[1]})") +
+        json("/file", R"("method":"PUT","body_file":"body","fields":{"X-One":"1","X-All":"line"},"target":"answer")") +
+        json("/large", R"("body_file":"large","target":null)"));
     const Outcome outcome = batch({"list", "-H", "X-All: everywhere", "-j", "1"});
     ASSERT_EQ(outcome.Status, 0) << outcome.Err << outcome.Out;
-    const SeenRequest form = Server.seen("/form").at(0);
-    EXPECT_EQ(form.Method, "POST");
-    EXPECT_EQ(form.Body, "a=1");
-    EXPECT_EQ(form.Fields.at("content-type"), "application/x-www-form-urlencoded");
-    EXPECT_EQ(form.Fields.at("x-all"), "everywhere");
-    const SeenRequest json = Server.seen("/json").at(0);
-    EXPECT_EQ(json.Method, "PATCH");
-    EXPECT_EQ(json.Body, "{\"a\":[1]}");
-    EXPECT_EQ(json.Fields.at("content-type"), "application/json");
-    const SeenRequest put = Server.seen("/file").at(0);
-    EXPECT_EQ(put.Method, "PUT");
-    EXPECT_EQ(put.Body, "from a file");
-    EXPECT_EQ(put.Fields.at("x-one"), "1");
-    EXPECT_EQ(put.Fields.at("x-all"), "line");
+    using Lines = std::map<std::string, std::string>;
+    const auto expectSent = [this](const char* path, const char* method, const char* body, const Lines& fields) {
+        const SeenRequest seen = Server.seen(path).at(0);
+        EXPECT_EQ(seen.Method, method) << path;
+        EXPECT_EQ(seen.Body, body) << path;
+        EXPECT_THAT(seen.Fields, testing::IsSupersetOf(fields)) << path;
+    };
+    expectSent("/form", "POST", "a=1",
+               {{"content-type", "application/x-www-form-urlencoded"}, {"x-all", "everywhere"}});
+    expectSent("/json", "PATCH", "{\"a\":[1]}", {{"content-type", "application/json"}});
+    expectSent("/file", "PUT", "from a file", {{"x-one", "1"}, {"x-all", "line"}});
     EXPECT_TRUE(Server.seen("/large").at(0).Body == large) << "a large body is streamed";
     EXPECT_EQ(files(), (Words{"answer", "body", "json", "large"}));
-    EXPECT_EQ(results(outcome).at(0)["id"], "first");
-    EXPECT_EQ(results(outcome).at(0)["target"], nullptr);
+    expectMembers(results(outcome).at(0), {{"id", "first"}, {"target", nullptr}});
 }
 
 TEST_F(BatchCommand, LetsNothingOfOneLineReachTheNext) {
     Server.answer("/login", {{200, {{"Set-Cookie", "session=1; Path=/"}}, "x"}});
-    write("{\"url\":\"" + Server.url("/login") + "\",\"fields\":[\"X-Mine: 1\"],\"body\":\"b\"}\n" +
-          Server.url("/other") + "\n");
+    write(json("/login", R"("fields":["X-Mine: 1"],"body":"b")") + Server.url("/other") + "\n");
     ASSERT_EQ(batch({"list", "-j", "1"}).Status, 0);
     const SeenRequest other = Server.seen("/other").at(0);
     EXPECT_EQ(other.Method, "GET");
@@ -170,11 +158,8 @@ TEST_F(BatchCommand, TakesAStatusOfFourHundredForAFailureUnlessAskedNotTo) {
     const Outcome outcome = batch({"list", "-j", "1"});
     EXPECT_EQ(outcome.Status, 22);
     EXPECT_EQ(lastLine(outcome.Err), "netrove: NETROVE:cli:BatchFailed: 1 of 2 transfers failed");
-    const Json failed = results(outcome).at(0);
-    EXPECT_EQ(failed["result"], "failed");
-    EXPECT_EQ(failed["status"], 404);
-    EXPECT_EQ(failed["identifier"], "NETROVE:cli:StatusError");
-    EXPECT_EQ(failed["exit"], 22);
+    expectMembers(results(outcome).at(0),
+                  {{"result", "failed"}, {"status", 404}, {"identifier", "NETROVE:cli:StatusError"}, {"exit", 22}});
     EXPECT_EQ(files(), Words{"there"});
     EXPECT_EQ(batch({"list", "--no-fail"}).Status, 0);
     EXPECT_EQ(readFile(file("gone")), "sorry");
@@ -189,18 +174,16 @@ TEST_F(BatchCommand, EndsWithTheStatusOfItsFailuresOrWithOneWhereTheyDiffer) {
     EXPECT_EQ(batch({"list"}).Status, 7);
 }
 
-TEST_F(BatchCommand, WhatFailsBeforeARequestIsNoAttempt) {
+TEST_F(BatchCommand, CountsNoAttemptWhereItFailsBeforeARequest) {
     writeFile(file("there"), "old");
-    write(Server.url("/a") + " missing/a\n{\"url\":\"" + Server.url("/b") +
-          "\",\"body_file\":\"nowhere\",\"target\":null}\n" + Server.url("/c") + " there\n");
+    write(Server.url("/a") + " missing/a\n" + json("/b", R"("body_file":"nowhere","target":null)") + Server.url("/c") +
+          " there\n");
     const Outcome outcome = batch({"list", "-j", "1", "--retry", "3"});
     EXPECT_EQ(outcome.Status, 1) << outcome.Err;
     ASSERT_EQ(results(outcome).size(), 3u);
-    EXPECT_EQ(results(outcome).at(0)["identifier"], "NETROVE:cli:FileNotWritten");
-    EXPECT_EQ(results(outcome).at(1)["identifier"], "NETROVE:cli:FileNotRead");
-    EXPECT_EQ(results(outcome).at(2)["identifier"], "NETROVE:cli:FileExists");
-    for (const Json& one : results(outcome)) {
-        EXPECT_EQ(one["attempts"], 0);
+    for (const auto& [place, key] : {std::pair(0, "FileNotWritten"), {1, "FileNotRead"}, {2, "FileExists"}}) {
+        expectMembers(results(outcome).at(static_cast<std::size_t>(place)),
+                      {{"identifier", "NETROVE:cli:" + std::string(key)}, {"attempts", 0}});
     }
     EXPECT_EQ(Server.allRequests(), 0u);
     EXPECT_EQ(readFile(file("there")), "old");
@@ -217,8 +200,7 @@ TEST_F(BatchCommand, ShowsSecretsNowhere) {
     Server.answer("/private", {{403, {}, ""}});
     std::string url = Server.url("/private");
     url.insert(7, "alice:wonderland@");
-    write(url + "\n{\"url\":\"" + Server.url("/private?2") +
-          "\",\"target\":\"b\",\"fields\":{\"Authorization\":\"Bearer topsecret\"}}\n");
+    write(url + "\n" + json("/private?2", R"("target":"b","fields":{"Authorization":"Bearer topsecret"})"));
     const Outcome outcome = batch({"list", "--auth", "basic", "-u", "bob:builder99"});
     EXPECT_EQ(outcome.Status, 22) << outcome.Err << outcome.Out;
     for (const char* secret : {"wonderland", "topsecret", "builder99", "alice"}) {
@@ -231,9 +213,8 @@ TEST_F(BatchCommand, ShowsSecretsNowhere) {
 TEST_F(BatchCommand, ReadsItsManifestFromStandardInput) {
     const Outcome outcome = run({"batch", "-", "--progress"}, {.Input = Server.url("/n/1") + " 1", // without a line end
                                                                .Folder = Folder.path()});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(outcome, ended(0, _, HasSubstr("[####################] 1 of 1, 0 running, 4.9 KiB")));
     expectFiles(1);
-    EXPECT_THAT(outcome.Err, HasSubstr("[####################] 1 of 1, 0 running, 4.9 KiB"));
 }
 
 TEST_F(BatchCommand, ADryRunAsksNobody) {
@@ -262,8 +243,7 @@ TEST_F(BatchCommand, ATimeLimitIsOneForEachAttempt) {
     // Long enough for the quick one on a machine that has other things to do.
     const Outcome outcome = batch({"list", "-j", "1", "--max-time", "2", "--retry", "1", "--retry-wait", "0"});
     EXPECT_EQ(outcome.Status, 28) << outcome.Err;
-    EXPECT_EQ(results(outcome).at(0)["identifier"], "NETROVE:cli:MaxTime");
-    EXPECT_EQ(results(outcome).at(0)["attempts"], 2);
+    expectMembers(results(outcome).at(0), {{"identifier", "NETROVE:cli:MaxTime"}, {"attempts", 2}});
     EXPECT_EQ(files(), Words{"quick"});
 }
 

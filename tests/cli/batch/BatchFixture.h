@@ -33,6 +33,10 @@ protected:
         }
         write(text);
     }
+    // A line of a manifest, with more members than its URL.
+    std::string json(const std::string& path, const std::string& more) const {
+        return "{\"url\":\"" + Server.url(path) + "\"," + more + "}\n";
+    }
     std::string journal() const { return readFile(file("list.journal")); }
 
     // Names of all files, hidden ones included, but for manifest and journals.
@@ -57,6 +61,11 @@ protected:
             found.push_back(Json::parse(line));
         }
         return found;
+    }
+    static void expectMembers(const Json& object, const std::map<std::string, Json>& members) {
+        for (const auto& [name, value] : members) {
+            EXPECT_EQ(object.at(name), value) << name;
+        }
     }
     static std::ptrdiff_t count(const Outcome& outcome, const std::string& result) {
         return std::ranges::count_if(results(outcome), [&](const Json& one) { return one["result"] == result; });

@@ -39,9 +39,9 @@ TEST_F(BatchShardCommand, ASlurmArraySaysWhich) {
                                                  {"SLURM_ARRAY_TASK_COUNT", "2"},
                                                  {"SLURM_ARRAY_TASK_MIN", "5"},
                                                  {"SLURM_ARRAY_TASK_MAX", "6"}});
-        EXPECT_EQ(outcome.Status, 0);
-        EXPECT_THAT(outcome.Err, StartsWith("netrove: note: shard " + std::to_string(task[0] - '4') +
-                                            " of 2, from SLURM_ARRAY_TASK_ID; 5 of 10 lines\n"));
+        EXPECT_THAT(outcome, ended(0, _,
+                                   StartsWith("netrove: note: shard " + std::to_string(task[0] - '4') +
+                                              " of 2, from SLURM_ARRAY_TASK_ID; 5 of 10 lines\n")));
     }
 }
 
