@@ -140,7 +140,7 @@ TEST_F(BatchCommand, SendsWhatAJsonLineSays) {
     expectMembers(results(outcome).at(0), {{"id", "first"}, {"target", nullptr}});
 }
 
-TEST_F(BatchCommand, LetsNothingOfOneLineReachTheNext) {
+TEST_F(BatchCommand, CarriesNothingOfOneLineIntoTheNext) {
     Server.answer("/login", {{200, {{"Set-Cookie", "session=1; Path=/"}}, "x"}});
     write(json("/login", R"("fields":["X-Mine: 1"],"body":"b")") + Server.url("/other") + "\n");
     ASSERT_EQ(batch({"list", "-j", "1"}).Status, 0);

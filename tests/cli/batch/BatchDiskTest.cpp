@@ -119,6 +119,8 @@ TEST_P(BatchDisk, RemovesWhatAKilledRunLeft) {
     EXPECT_EQ(targets().size(), GetParam() == Disk::Named ? 2u : 1u);
     Server.release("/n/2");
     expectTheNextRunDoesTheRest();
+    EXPECT_EQ(Server.requests("/n/1"), 1u);
+    EXPECT_EQ(Server.requests("/n/2"), 2u);
 }
 
 TEST_P(BatchDisk, LeavesNothingWhereTwoSignalsComeAtOnce) {

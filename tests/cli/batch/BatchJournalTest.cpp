@@ -61,7 +61,7 @@ protected:
     }
 };
 
-TEST_F(BatchJournalFile, LetsTheNextRunKnowWhatIsDone) {
+TEST_F(BatchJournalFile, RecordsWhatIsDoneForTheNextRun) {
     EXPECT_FALSE(isDone(Line)) << "no journal is an empty one";
     save();
     const auto ended = history().done(Line);

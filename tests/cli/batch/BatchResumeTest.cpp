@@ -1,5 +1,5 @@
 // A run that goes on where another one stopped, with the help of its journal. What a journal's lines mean:
-// BatchJournalTest.cpp.
+// BatchJournalTest.cpp. A run that was killed: BatchDiskTest.cpp.
 #include "tests/cli/batch/BatchFixture.h"
 
 #include <csignal>
@@ -33,22 +33,6 @@ TEST_F(BatchResume, ASecondRunHasNothingToDo) {
     EXPECT_EQ(Server.allRequests(), 5u);
     expectMembers(results(outcome).at(0), {{"status", 200}, {"bytes", BatchServer::contentOf("/n/1").size()}});
     EXPECT_THAT(outcome.Err, StartsWith("netrove: note: 0 done, 5 done before; "));
-}
-
-TEST_F(BatchResume, AKilledRunGoesOnWhereItStopped) {
-    {
-        Program program = stoppedAtThree();
-        Server.waitForRequest("/n/3");
-        program.signal(SIGKILL);
-        EXPECT_EQ(program.wait().Status, -1);
-    }
-    EXPECT_EQ(files(), (Words{"1", "2"})) << "what the killed run had begun has no name";
-    Server.release("/n/3");
-    again(2, 3);
-    expectFiles(5);
-    EXPECT_EQ(Server.requests("/n/1"), 1u);
-    EXPECT_EQ(Server.requests("/n/2"), 1u);
-    EXPECT_EQ(Server.requests("/n/3"), 2u);
 }
 
 TEST_F(BatchResume, AnInterruptedRunGoesOnWhereItStopped) {

@@ -124,7 +124,7 @@ Answer BatchServer::take(const std::string& path, SeenRequest request, unsigned 
     const bool free = Changed.wait_for(lock, kUnreasonable, [&] { return mayAnswer(path); });
     --Now;
     if (!free) {
-        return {500, {}, "waited in vain"};
+        return {500, {}, "waited too long"};
     }
     const auto found = Answers.find(path);
     return found == Answers.end() ? Answer{200, {}, contentOf(path)}
@@ -156,7 +156,7 @@ void BatchServer::waitForRequest(const std::string& path, std::size_t count) con
     std::unique_lock lock(Guard);
     if (!Changed.wait_for(lock, kUnreasonable,
                           [&] { return Requests.contains(path) && Requests.at(path).size() >= count; })) {
-        throw std::runtime_error("waited in vain for a request for " + path);
+        throw std::runtime_error("waited too long for a request for " + path);
     }
 }
 

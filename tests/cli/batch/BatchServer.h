@@ -30,7 +30,7 @@ struct Answer {
 class BatchServer {
 public:
     BatchServer();
-    ~BatchServer(); // lets go whatever is held
+    ~BatchServer(); // answers whatever is held
     BatchServer(const BatchServer&) = delete;
     BatchServer& operator=(const BatchServer&) = delete;
 

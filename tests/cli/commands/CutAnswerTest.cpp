@@ -233,14 +233,6 @@ TEST(WholeAnswer, InFramesIsAnAnswer) {
                 ended(0, "whole"));
 }
 
-TEST(WholeAnswer, AfterInterimHeadsIsTheAnswerAndSilenceATimeout) {
-    const Script hinting = {step::expectHead(), step::send(kHints), step::send(kHints + response("content")),
-                            step::awaitPeerEnd()};
-    EXPECT_THAT(runAgainst(hinting, {"get", "-i", "URL"}), ended(0, kOk + "Content-Length: 7\r\n\r\ncontent"));
-    EXPECT_THAT(runAgainst(answering(kHints), {"get", "--response-timeout", "300", "URL"}),
-                ended(28, _, HasSubstr("VANTIK:webservices:Timeout")));
-}
-
 TEST(WholeAnswer, WithMoreAfterTheEndOfItsCompressionIsAFailure) {
     const TemporaryFolder folder;
     for (const std::string status : {"200 OK", "404 Not Found"}) {

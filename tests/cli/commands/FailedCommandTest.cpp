@@ -57,6 +57,7 @@ TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
 TEST(FailedCommand, NamesTheLimitThatWasReached) {
     const Script silent = answering("");
     const Script half = answering(kOk + "Content-Length: 9\r\n\r\n");
+    const Script interim = answering("HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n");
     const SilentPort unreachable;
     const auto setBy = [](const std::string& option) {
         return HasSubstr("Hint: " + option + " MS sets that limit, 0 lifts it.\n");
@@ -66,6 +67,7 @@ TEST(FailedCommand, NamesTheLimitThatWasReached) {
     expectFailures({
         {28, "Timeout", "get --connect-timeout 100 " + unreachable.url(), setBy("--connect-timeout")},
         {28, "Timeout", "get --response-timeout 100 URL", setBy("--response-timeout"), silent},
+        {28, "Timeout", "get --response-timeout 100 URL", setBy("--response-timeout"), interim},
         {28, "Timeout", "get --simple --response-timeout 100 URL", both, silent},
         {28, "Timeout", "get --data-timeout 100 URL", setBy("--data-timeout"), half},
         {28, "cli:MaxTime", "get -m 0.2 URL", maxTime, silent},

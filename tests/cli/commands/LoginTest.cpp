@@ -1,3 +1,5 @@
+// Credentials of the options. That a body from memory is sent again after a challenge:
+// tests/exchange/request/AuthenticationTest.cpp.
 #include "tests/cli/ProgramFixture.h"
 
 namespace {
@@ -43,15 +45,6 @@ TEST_F(Login, UsesTheCredentialsOfTheUrl) {
     const ScriptedServer server(answering(response("in")));
     EXPECT_EQ(run({"get", "--auth", "basic", "http://me:sec%72et@" + server.authority() + "/"}).Out, "in");
     EXPECT_EQ(fieldValue(server.waitUntilDone().Heads.at(0), "Authorization"), kBasic);
-}
-
-TEST_F(Login, SendsABodyFromMemoryAgainAfterTheChallenge) {
-    const Exchanged sent =
-        runAgainst({closingAfterBody(3, challenge("Connection: close\r\n")), takingBody(3, response("in"))},
-                   {"send", "-u", "me:secret", "-d", "a=1", "URL"});
-    EXPECT_EQ(sent.Out, "in") << sent.Err;
-    EXPECT_EQ(sent.field("Authorization"), kBasic);
-    EXPECT_EQ(sent.Seen.Bodies, Words{"a=1"});
 }
 
 TEST_F(Login, NeverSendsAStreamedBodyWrongAfterAChallenge) {

@@ -16,7 +16,7 @@ protected:
         const ScriptedServer server(answering(response("new")));
         EXPECT_THAT(run(withUrl(Words{"save"} + words, server), here()),
                     ended(23, "", "netrove: NETROVE:cli:" + complaint + "\n"));
-        EXPECT_EQ(server.connectionCount(), 0u) << "a request was made in vain";
+        EXPECT_EQ(server.connectionCount(), 0u) << "a request was made all the same";
     }
 };
 

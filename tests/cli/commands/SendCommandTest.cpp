@@ -73,12 +73,6 @@ TEST_F(SendCommand, ShowsTheHeadOfAnAnswerToHead) {
     EXPECT_EQ(sent.requestLine(), "HEAD / HTTP/1.1");
 }
 
-TEST_F(SendCommand, EndsWithAnEarlyAnswer) {
-    EXPECT_THAT(send(answering(response("too large", {"Connection: close"}, "413 Too Large")),
-                     {"URL", "-T", fileWith(patternedBytes(5'000'000))}),
-                ended(0, "too large"));
-}
-
 TEST_F(SendCommand, StreamsAFileWithItsLength) {
     const std::string content = patternedBytes(1'000'000);
     for (const std::string size : {"16k", "1000", "300k"}) {
