@@ -1,5 +1,6 @@
 #include "tests/integration/nginx/Nginx.h"
 
+#include "tests/integration/nginx/NginxProcess.h"
 #include "tests/support/crypto/Certificates.h"
 
 #include <filesystem>
@@ -7,23 +8,8 @@
 namespace integrationtest {
 namespace {
 
-// The words in capitals are replaced. One process without a master runs as whoever runs the test, so that no folder has
-// to be opened for another user.
+// The words in capitals are replaced.
 constexpr const char* kConfiguration = R"(
-daemon off;
-master_process off;
-pid FOLDER/nginx.pid;
-lock_file FOLDER/nginx.lock;
-error_log FOLDER/error.log;
-LOAD_BROTLI
-events { worker_connections 256; }
-http {
-    access_log off;
-    client_body_temp_path FOLDER/temp/body;
-    proxy_temp_path FOLDER/temp/proxy;
-    fastcgi_temp_path FOLDER/temp/fastcgi;
-    uwsgi_temp_path FOLDER/temp/uwsgi;
-    scgi_temp_path FOLDER/temp/scgi;
     types { text/plain txt; }
     default_type application/octet-stream;
     sendfile on;
@@ -40,10 +26,7 @@ http {
         location /files/ { alias FOLDER/files/; }
         location /gzip/ { alias FOLDER/files/; gzip on; gzip_types *; gzip_proxied any; }
         location /brotli/ { alias FOLDER/files/; USE_BROTLI }
-        location /named-gzip/ { alias FOLDER/files/; add_header Content-Encoding gzip; }
-        location /named-br/ { alias FOLDER/files/; add_header Content-Encoding br; }
-        location /named-zstd/ { alias FOLDER/files/; add_header Content-Encoding zstd; }
-        location /named-unknown/ { alias FOLDER/files/; add_header Content-Encoding unknown; }
+        location ~ ^/named-(gzip|br|zstd|unknown)/(.*)$ { alias FOLDER/files/$2; add_header Content-Encoding $1; }
         location /put/ { alias FOLDER/stored/; dav_methods PUT; }
         location /small/ { alias FOLDER/stored/; dav_methods PUT; client_max_body_size 1000; }
         location = /nothing { return 204; }
@@ -70,16 +53,12 @@ void replaceAll(std::string& text, const std::string& word, const std::string& b
     }
 }
 
-std::string onLoopback(const std::string& scheme, std::uint16_t port, const std::string& path) {
-    return scheme + "://127.0.0.1:" + std::to_string(port) + path;
-}
-
 } // namespace
 
 Nginx::Nginx() {
     const std::string brotli = "/usr/lib/nginx/modules/ngx_http_brotli_filter_module.so";
     BrotliModule = std::filesystem::exists(brotli) ? brotli : "";
-    for (const char* name : {"files", "stored", "temp"}) {
+    for (const char* name : {"files", "stored"}) {
         std::filesystem::create_directory(Folder.file(name));
     }
     const testsupport::CertificateAuthority authority("nginx authority"); // told apart from others in one file
@@ -90,28 +69,21 @@ Nginx::Nginx() {
     Process = startOnFreePorts(2, [this](const std::vector<std::uint16_t>& ports) {
         PlainPort = ports[0];
         Http2Port = ports[1];
-        testsupport::writeFile(Folder.file("nginx.conf"), configuration());
-        auto process = std::make_unique<PeerProcess>(
-            std::vector<std::string>{"nginx", "-p", Folder.path(), "-c", Folder.file("nginx.conf")},
-            Folder.file("output.log"));
-        for (const std::uint16_t port : ports) {
-            process->awaitListening(port);
-        }
-        return process;
+        return startNginx(Folder, configuration(), PlainPort);
     });
 }
 
 std::string Nginx::url(const std::string& path) const {
-    return onLoopback("http", PlainPort, path);
+    return "http://127.0.0.1:" + std::to_string(PlainPort) + path;
 }
 
 std::string Nginx::http2Url(const std::string& path) const {
-    return onLoopback("https", Http2Port, path);
+    return "https://127.0.0.1:" + std::to_string(Http2Port) + path;
 }
 
 std::string Nginx::configuration() const {
-    std::string text = kConfiguration;
-    replaceAll(text, "LOAD_BROTLI", knowsBrotli() ? "load_module " + BrotliModule + ";" : "");
+    std::string text =
+        nginxFrame(Folder, knowsBrotli() ? "load_module " + BrotliModule + ";" : std::string()) + kConfiguration;
     replaceAll(text, "USE_BROTLI", knowsBrotli() ? "brotli on; brotli_types *; brotli_min_length 1;" : "");
     replaceAll(text, "FOLDER", Folder.path());
     replaceAll(text, "PLAIN_PORT", std::to_string(PlainPort));

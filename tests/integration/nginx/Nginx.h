@@ -13,9 +13,9 @@ namespace integrationtest {
 // What it offers, on each of its two ports:
 //   /files/…             the files of documentFile
 //   /gzip/… /brotli/…    the same, compressed on the way where the request accepts it
-//   /named-gzip/…        the same, said to be gzip, whatever they are; so for named-br, named-zstd, named-unknown
+//   /named-gzip/…        the same, said to be gzip, whatever they are; also named-br, named-zstd, named-unknown
 //   /put/…               takes PUT and stores the content as storedFile
-//   /small/…             the same for at most 1000 bytes
+//   /small/…             the same, but 1000 bytes at most
 //   /nothing             204
 //   /connection          a number, the same for all requests of one connection
 //   /redirect/…          see the configuration
@@ -27,7 +27,6 @@ public:
     Nginx& operator=(const Nginx&) = delete;
 
     bool knowsBrotli() const { return !BrotliModule.empty(); }
-    std::uint16_t plainPort() const { return PlainPort; }
     std::string url(const std::string& path) const;      // HTTP/1.1
     std::string http2Url(const std::string& path) const; // HTTP/2 under TLS
     std::string certificateFile() const { return Folder.file("authority.pem"); }

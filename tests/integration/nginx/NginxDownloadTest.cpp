@@ -1,47 +1,36 @@
-// Static content from nginx, the same on each road to it.
-#include "tests/integration/nginx/RoadFixture.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
+// Static content from nginx.
+#include "tests/integration/nginx/NginxFixture.h"
 
 namespace {
 
 using namespace integrationtest;
-using testsupport::makeScriptedConsumer;
-using testsupport::resultTexts;
-using testsupport::writeFile;
-using vantik::Object;
 
-using Texts = std::vector<std::string>;
-
-class NginxDownload : public RoadFixture, public ::testing::WithParamInterface<Road> {};
+class NginxDownload : public NginxFixture {};
 
 TEST_P(NginxDownload, BytesConsumerAndFileGetWhatTheFileHolds) {
     for (const std::size_t size : {0U, 1U, 16384U, 3'000'000U}) {
         SCOPED_TRACE(size);
         const std::string content = generated(size);
         writeFile(nginx().documentFile("content"), content);
-        const Object connection = openOn(GetParam(), "/files/content");
+        const Object connection = openPath("/files/content");
         connection.set("RequestMethod", "GET");
         EXPECT_EQ(digestOf(receiveBytes(connection)), digestOf(content));
-        EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), statusLineOn(GetParam(), "200", "OK"));
+        expectStatusLine(connection, "200", "OK");
         EXPECT_EQ(resultTexts(connection, "getRequestLine", 3),
-                  (Texts{"GET", "/files/content", GetParam() == Road::Http2 ? "HTTP/2" : "HTTP/1.1"}));
+                  (Texts{"GET", "/files/content", isHttp2() ? "HTTP/2" : "HTTP/1.1"}));
         EXPECT_EQ(connection.get("ContentType").text(), "application/octet-stream");
-        EXPECT_EQ(fieldOf(connection, "content-length"), std::to_string(size));
-        EXPECT_EQ(fieldOf(connection, "Accept-Ranges"), "bytes");
+        EXPECT_EQ(field(connection, "content-length"), std::to_string(size));
+        EXPECT_EQ(field(connection, "Accept-Ranges"), "bytes");
         connection.call("closeConnection");
 
         const auto consumer = makeScriptedConsumer(host());
-        const Object again = openOn(GetParam(), "/files/content");
+        const Object again = openPath("/files/content");
         again.set("Consumer", consumer);
         again.call("copyContentToFile", {folder().file("saved")});
         EXPECT_EQ(digestOfFile(folder().file("saved")), digestOf(content));
         EXPECT_EQ(digestOf(consumer->content()), digestOf(content));
-        EXPECT_EQ(again.get("ResponseCode").number(), 200.0);
-        expectRoadUsable(GetParam(), again);
+        EXPECT_EQ(status(again), 200);
+        expectUsable(again);
     }
 }
 
@@ -65,36 +54,32 @@ TEST_P(NginxDownload, StatusAndContentAreThoseOfTheServer) {
           Row{"/nothing", "GET", {}, "204", "No Content", "", ""},
           Row{"/files/missing", "GET", {}, "404", "Not Found", "", "<h1>404"}}) {
         SCOPED_TRACE(std::string(row.Path) + " " + row.Status);
-        const Object connection = openOn(GetParam(), row.Path, row.Fields);
+        const Object connection = openPath(row.Path, row.Fields);
         connection.set("RequestMethod", row.Method);
         const std::string received = receiveBytes(connection);
         if (row.Content[0] == '<') {
             EXPECT_NE(received.find(row.Content), std::string::npos) << received;
-            EXPECT_EQ(fieldOf(connection, "Content-Length"), std::to_string(received.size()));
+            EXPECT_EQ(field(connection, "Content-Length"), std::to_string(received.size()));
         } else {
             EXPECT_EQ(received, row.Content);
-            EXPECT_EQ(fieldOf(connection, "Content-Length"), row.Length);
+            EXPECT_EQ(field(connection, "Content-Length"), row.Length);
         }
-        EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), statusLineOn(GetParam(), row.Status, row.Reason));
-        expectRoadUsable(GetParam(), connection);
+        expectStatusLine(connection, row.Status, row.Reason);
+        expectUsable(connection);
     }
 }
 
 TEST_P(NginxDownload, MissingFileFailsInTheOlderMode) {
-    const Object connection = makeAdapter(false);
-    const std::string url = urlOn(GetParam(), "/files/missing");
-    connection.set("URL", url);
-    connection.set("CertificateFilename", nginx().certificateFile());
-    connection.call("openConnection");
-    const std::string reason = GetParam() == Road::Http2 ? "" : "Not Found";
+    const std::string url = urlOf("/files/missing");
+    const Object connection = open(url, {.CertificateFile = nginx().certificateFile(), .OptionsMode = false});
     EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
-              "VANTIK:webservices:StatusError(404, " + reason + ", " + url + ")");
-    expectRoadUsable(GetParam(), connection);
+              std::string("VANTIK:webservices:StatusError(404, ") + (isHttp2() ? "" : "Not Found") + ", " + url + ")");
+    expectUsable(connection);
 }
 
 TEST_P(NginxDownload, ComesOnOneConnectionUntilAllAreClosed) {
     const auto number = [this] {
-        const Object connection = openOn(GetParam(), "/connection");
+        const Object connection = openPath("/connection");
         std::string received = receiveBytes(connection);
         connection.call("closeConnection");
         return received;
@@ -109,13 +94,13 @@ TEST_P(NginxDownload, ComesOnOneConnectionUntilAllAreClosed) {
 
 TEST_P(NginxDownload, NamesWithBlanksAndOtherLettersAreFound) {
     writeFile(nginx().documentFile("fr\u00FCh \u4E2D 100%.txt"), "found");
-    const Object connection = openOn(GetParam(), "/files/fr\u00FCh%20\u4E2D%20100%25.txt?a=\u00E9");
+    const Object connection = openPath("/files/fr\u00FCh%20\u4E2D%20100%25.txt?a=\u00E9");
     EXPECT_EQ(receiveBytes(connection), "found");
     EXPECT_EQ(connection.get("ContentType").text(), "text/plain");
     EXPECT_EQ(resultTexts(connection, "getRequestLine", 3)[1], "/files/fr%C3%BCh%20%E4%B8%AD%20100%25.txt?a=%C3%A9");
-    expectRoadUsable(GetParam(), connection);
+    expectUsable(connection);
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, NginxDownload, ::testing::ValuesIn(kAllRoads), kRoadName);
+INSTANTIATE_TEST_SUITE_P(Over, NginxDownload, kBothProtocols, kProtocolName);
 
 } // namespace

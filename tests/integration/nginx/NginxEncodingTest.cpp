@@ -1,15 +1,9 @@
-// Compressed content from nginx: compressed by itself on the way, and given to it compressed.
-#include "tests/integration/nginx/RoadFixture.h"
-
-#include <gtest/gtest.h>
-
-#include <string>
+// Compressed content from nginx: compressed by nginx on the way, or compressed already when nginx got it.
+#include "tests/integration/nginx/NginxFixture.h"
 
 namespace {
 
 using namespace integrationtest;
-using testsupport::writeFile;
-using vantik::Object;
 
 std::string repeated(const std::string& text, int times) {
     std::string all;
@@ -28,87 +22,81 @@ const unsigned char kZstdBytes[] = {0x28, 0xb5, 0x2f, 0xfd, 0x64, 0x40, 0x0a, 0x
                                     0x20, 0x74, 0x68, 0x65, 0x20, 0x6c, 0x61, 0x7a, 0x79, 0x20, 0x64, 0x6f, 0x67, 0x3b,
                                     0x20, 0x01, 0x00, 0x85, 0x18, 0xf4, 0x55, 0x19, 0xaf, 0x95, 0x79, 0x87};
 
-class NginxEncoding : public RoadFixture {
+class NginxEncoding : public NginxFixture {
 protected:
-    // Says that it is compressed, whatever the file holds.
-    Object openNamed(const std::string& format, const std::string& bytes) {
+    // Said to be compressed, whatever the file holds.
+    Object openNamed(const std::string& format, const std::string& bytes, bool decode = true) {
         writeFile(nginx().documentFile("content"), bytes);
-        return openOn(Road::Plain, "/named-" + format + "/content");
+        Object connection = openPath("/named-" + format + "/content");
+        connection.set("Decode", decode);
+        return connection;
     }
 };
 
-TEST_F(NginxEncoding, OfAFileIsTakenAwayUnlessDecodingIsOff) {
+TEST_P(NginxEncoding, IsUndoneUnlessDecodingIsOff) {
     const std::string zstd(kZstdBytes, kZstdBytes + sizeof kZstdBytes);
-    const Object connection = openNamed("zstd", zstd);
-    EXPECT_EQ(receiveBytes(connection), kPlainText);
-    EXPECT_EQ(connection.get("ContentEncoding").text(), "zstd");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-    EXPECT_EQ(fieldOf(connection, "Content-Length"), std::to_string(zstd.size())) << "the length is that of the wire";
-    connection.call("closeConnection");
-    const Object undecoded = openNamed("zstd", zstd);
-    undecoded.set("Decode", false);
-    EXPECT_EQ(receiveBytes(undecoded), zstd);
-    EXPECT_EQ(undecoded.get("ContentEncoding").text(), "zstd");
-    expectRoadUsable(Road::Plain, undecoded);
+    for (const bool decode : {true, false}) {
+        const Object connection = openNamed("zstd", zstd, decode);
+        EXPECT_EQ(receiveBytes(connection), decode ? kPlainText : zstd);
+        EXPECT_EQ(connection.get("ContentEncoding").text(), "zstd");
+        EXPECT_EQ(status(connection), 200);
+        EXPECT_EQ(field(connection, "Content-Length"), std::to_string(zstd.size())) << "the length on the wire";
+        expectUsable(connection);
+    }
 }
 
-TEST_F(NginxEncoding, WithoutTheFormatInItFails) {
+TEST_P(NginxEncoding, ThatTheContentDoesNotHaveFails) {
     for (const std::string format : {"gzip", "br", "zstd"}) {
         const Object connection = openNamed(format, kPlainText);
         const std::string failure = describe(failureOf([&] { receiveBytes(connection); }));
         EXPECT_EQ(failure.find("VANTIK:webservices:DecodingError(" + format + ", "), 0U) << failure;
-        expectRoadUsable(Road::Plain, connection);
+        expectUsable(connection);
     }
 }
 
-TEST_F(NginxEncoding, ThatNobodyKnowsFailsUnlessDecodingIsOff) {
+TEST_P(NginxEncoding, ThatNobodyKnowsFailsUnlessDecodingIsOff) {
     const Object connection = openNamed("unknown", "some content");
     EXPECT_EQ(describe(failureOf([&] { receiveBytes(connection); })),
               "VANTIK:webservices:DecodingError(unknown, Unrecognized content encoding type. libcurl understands "
               "deflate, gzip, br, zstd content encodings.)");
-    expectRoadUsable(Road::Plain, connection);
-    const Object second = openNamed("unknown", "some content");
-    second.set("Decode", false);
-    EXPECT_EQ(receiveBytes(second), "some content");
-    expectRoadUsable(Road::Plain, second);
+    expectUsable(connection);
+    const Object undecoded = openNamed("unknown", "some content", false);
+    EXPECT_EQ(receiveBytes(undecoded), "some content");
+    expectUsable(undecoded);
 }
 
 // Large enough for several blocks of the compressor and several pieces on the way.
-class NginxCompression : public RoadFixture, public ::testing::WithParamInterface<Road> {};
-
-TEST_P(NginxCompression, IsAskedForByAFieldAndTakenAwayUnlessDecodingIsOff) {
+TEST_P(NginxEncoding, OfTheServerIsAskedForByAField) {
     ASSERT_TRUE(nginx().knowsBrotli())
         << "nginx's Brotli module is not installed; scripts/deps test installs what the tests need";
     const std::string content = repeated(kPlainText + generated(500), 300);
-    writeFile(nginx().documentFile("content"), content);
     for (const auto& [format, path] : {std::pair{"gzip", "/gzip/content"}, {"br", "/brotli/content"}}) {
         SCOPED_TRACE(format);
-        const Object unasked = openOn(GetParam(), path);
+        writeFile(nginx().documentFile("content"), content);
+        const Object unasked = openPath(path);
         EXPECT_EQ(digestOf(receiveBytes(unasked)), digestOf(content));
         EXPECT_EQ(unasked.get("ContentEncoding").text(), "");
         unasked.call("closeConnection");
 
-        const std::string field = std::string("Accept-Encoding: ") + format;
-        const Object asked = openOn(GetParam(), path, {field});
+        const std::string wanted = std::string("Accept-Encoding: ") + format;
+        const Object asked = openPath(path, {wanted});
         EXPECT_EQ(digestOf(receiveBytes(asked)), digestOf(content));
         EXPECT_EQ(asked.get("ContentEncoding").text(), format);
         asked.call("closeConnection");
 
-        const Object undecoded = openOn(GetParam(), path, {field});
+        const Object undecoded = openPath(path, {wanted});
         undecoded.set("Decode", false);
-        const std::string received = receiveBytes(undecoded);
-        EXPECT_LT(received.size(), content.size() / 2);
+        const std::string compressed = receiveBytes(undecoded);
+        EXPECT_LT(compressed.size(), content.size() / 2);
         EXPECT_EQ(undecoded.get("ContentEncoding").text(), format);
         undecoded.call("closeConnection");
 
-        // What it was is what it becomes again.
-        writeFile(nginx().documentFile("compressed"), received);
-        const Object again = openOn(GetParam(), std::string("/named-") + format + "/compressed");
+        const Object again = openNamed(format, compressed);
         EXPECT_EQ(digestOf(receiveBytes(again)), digestOf(content));
-        expectRoadUsable(GetParam(), again);
+        expectUsable(again);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Roads, NginxCompression, ::testing::ValuesIn(kAllRoads), kRoadName);
+INSTANTIATE_TEST_SUITE_P(Over, NginxEncoding, kBothProtocols, kProtocolName);
 
 } // namespace

@@ -1,170 +1,129 @@
 // Scopes of one process that run side by side on threads of their own.
 #include "tests/integration/nginx/Nginx.h"
-#include "tests/support/crypto/Digest.h"
-#include "tests/support/host/HostFixture.h"
+#include "tests/integration/support/IntegrationFixture.h"
 #include "tests/support/host/LeakCheck.h"
-#include "tests/support/host/ScriptedObjects.h"
-#include "vantik/Host.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
+#include <functional>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using namespace integrationtest;
-using testsupport::generated;
-using testsupport::readFile;
-using testsupport::receiveBytes;
-using vantik::Array;
 using vantik::Host;
-using vantik::Object;
 
 constexpr int kRounds = 100;
+const std::string kSmall = generated(200);
+const std::string kPiece = generated(16384);
 
-// One thread's work: a scope of its own, and exchanges of all kinds in turn.
-class Worker {
-public:
-    Worker(const Nginx& server, std::string name) : Server(server), Name(std::move(name)) {}
+class TwoScopes : public testing::Test {
+protected:
+    TwoScopes() {
+        writeFile(Server.documentFile("small"), kSmall);
+        writeFile(Server.documentFile("piece"), kPiece);
+    }
 
-    void run() {
+    // Runs `work` with a scope of its own. What it raises fails the test.
+    static void inScope(const std::function<void(Host&)>& work) {
         try {
             Host host;
-            host.load(testsupport::modulePath());
-            for (int number = 0; number < kRounds; ++number) {
-                goRound(host, number);
-            }
-        } catch (const std::exception& failure) {
-            ADD_FAILURE() << Name << ": " << failure.what();
-        }
-    }
-    int done() const { return Done; }
-
-private:
-    const Nginx& Server;
-    std::string Name;
-    int Done = 0;
-    const std::string Small = generated(200);
-    const std::string Piece = generated(16384);
-
-    Object open(Host& host, const std::string& path, bool tls) {
-        Object connection = host.create(testsupport::kAdapterClass, {true});
-        connection.set("URL", tls ? Server.http2Url(path) : Server.url(path));
-        connection.set("CertificateFilename", Server.certificateFile());
-        connection.call("openConnection");
-        return connection;
-    }
-
-    void goRound(Host& host, int number) {
-        // Now and then everything begins anew, TLS included, while the other thread goes on.
-        if (number % 25 == 24) {
-            host.create(testsupport::kAdapterClass, {true}).call("closeAllConnections");
-        }
-        const bool tls = number % 2 == 1;
-        get(open(host, number % 4 < 2 ? "/files/small" : "/files/piece", tls), 200, number % 4 < 2 ? Small : Piece);
-        put(host, open(host, "/put/" + Name, tls), number);
-        get(open(host, "/files/missing-" + Name, tls), 404, "");
-        ++Done;
-    }
-
-    static void get(const Object& connection, int status, const std::string& content) {
-        const std::string received = receiveBytes(connection);
-        EXPECT_EQ(connection.get("ResponseCode").number(), status);
-        if (!content.empty()) {
-            EXPECT_EQ(received, content);
-        }
-        connection.call("closeConnection");
-    }
-
-    void put(Host& host, const Object& connection, int number) {
-        const std::string content = Name + std::to_string(number) + Piece;
-        connection.set("RequestMethod", "PUT");
-        if (number % 8 < 4) {
-            connection.set("Payload", Array::bytes(std::string_view(content)));
-        } else {
-            connection.set("Provider", testsupport::makeScriptedProvider(host, content));
-        }
-        EXPECT_EQ(receiveBytes(connection), "");
-        const double status = connection.get("ResponseCode").number();
-        EXPECT_TRUE(status == 201.0 || status == 204.0) << status;
-        EXPECT_EQ(readFile(Server.storedFile(Name)), content);
-        connection.call("closeConnection");
-    }
-};
-
-TEST(TwoScopes, RunSideBySideOnTwoThreads) {
-    const testsupport::LeakCheck leaks;
-    const Nginx server;
-    testsupport::writeFile(server.documentFile("small"), generated(200));
-    testsupport::writeFile(server.documentFile("piece"), generated(16384));
-    Worker first(server, "first");
-    Worker second(server, "second");
-    std::thread thread([&] { first.run(); });
-    std::thread another([&] { second.run(); });
-    thread.join();
-    another.join();
-    EXPECT_EQ(first.done(), kRounds);
-    EXPECT_EQ(second.done(), kRounds);
-}
-
-// The first scope of a process starts libcurl and the last drops it; both can happen at the same time as the other's.
-TEST(TwoScopes, ComeAndGoOnTwoThreads) {
-    const testsupport::LeakCheck leaks;
-    const Nginx server;
-    testsupport::writeFile(server.documentFile("small"), generated(200));
-    const auto comeAndGo = [&server] {
-        try {
-            for (int round = 0; round < 20; ++round) {
-                Host host;
-                host.load(testsupport::modulePath());
-                const Object connection = host.create(testsupport::kAdapterClass, {true});
-                connection.set("URL", round % 2 == 0 ? server.url("/files/small") : server.http2Url("/files/small"));
-                connection.call("openConnection");
-                EXPECT_EQ(receiveBytes(connection), generated(200));
-                connection.call("closeConnection");
-            }
+            host.load(modulePath());
+            work(host);
         } catch (const std::exception& failure) {
             ADD_FAILURE() << failure.what();
         }
+    }
+
+    static Object openUrl(Host& host, const std::string& url, const std::string& certificateFile = {}) {
+        Object connection = host.create(kAdapterClass, {true});
+        connection.set("URL", url);
+        connection.set("CertificateFilename", certificateFile);
+        connection.call("openConnection");
+        return connection;
+    }
+    Object openPath(Host& host, const std::string& path, bool http2) const {
+        return openUrl(host, http2 ? Server.http2Url(path) : Server.url(path), Server.certificateFile());
+    }
+
+    static void expectContent(const Object& connection, const std::string& content) {
+        EXPECT_EQ(receiveBytes(connection), content);
+        EXPECT_EQ(connection.get("ResponseCode").number(), 200);
+        connection.call("closeConnection");
+    }
+
+    const LeakCheck Leaks;
+    const Nginx Server;
+};
+
+TEST_F(TwoScopes, MakeExchangesOfAllKindsOnTwoThreads) {
+    const auto work = [this](const std::string& name) {
+        inScope([&](Host& host) {
+            for (int round = 0; round < kRounds; ++round) {
+                if (round % 25 == 24) { // everything begins anew, TLS included, while the other thread goes on
+                    host.create(kAdapterClass, {true}).call("closeAllConnections");
+                }
+                const bool http2 = round % 2 == 1;
+                const bool small = round % 4 < 2;
+                expectContent(openPath(host, small ? "/files/small" : "/files/piece", http2), small ? kSmall : kPiece);
+
+                const std::string content = name + std::to_string(round) + kPiece;
+                const Object upload = openPath(host, "/put/" + name, http2);
+                upload.set("RequestMethod", "PUT");
+                if (round % 8 < 4) {
+                    upload.set("Payload", Array::bytes(std::string_view(content)));
+                } else {
+                    upload.set("Provider", makeScriptedProvider(host, content));
+                }
+                EXPECT_EQ(receiveBytes(upload), "");
+                EXPECT_EQ(upload.get("ResponseCode").number(), round == 0 ? 201 : 204);
+                EXPECT_EQ(readFile(Server.storedFile(name)), content);
+                upload.call("closeConnection");
+
+                const Object missing = openPath(host, "/files/missing-" + name, http2);
+                receiveBytes(missing);
+                EXPECT_EQ(missing.get("ResponseCode").number(), 404);
+                missing.call("closeConnection");
+            }
+        });
     };
-    std::thread thread(comeAndGo);
-    std::thread another(comeAndGo);
-    thread.join();
-    another.join();
+    std::thread first(work, "first");
+    std::thread second(work, "second");
+    first.join();
+    second.join();
+}
+
+// The first scope of a process starts libcurl and the last drops it; both can happen at the same time as the other's.
+TEST_F(TwoScopes, ComeAndGoOnTwoThreads) {
+    const auto work = [this] {
+        for (int round = 0; round < 20; ++round) {
+            inScope([&](Host& host) { expectContent(openPath(host, "/files/small", round % 2 == 1), kSmall); });
+        }
+    };
+    std::thread first(work);
+    std::thread second(work);
+    first.join();
+    second.join();
 }
 
 // An interrupt from elsewhere stops the scope that it names, and no other.
-TEST(TwoScopes, AreInterruptedOneByOne) {
-    const testsupport::LeakCheck leaks;
-    testsupport::ScriptedServer silent(
-        {testsupport::step::expectHead(), testsupport::step::signal("asked"), testsupport::step::awaitPeerEnd()});
-    const Nginx server;
-    testsupport::writeFile(server.documentFile("small"), generated(200));
+TEST_F(TwoScopes, AreInterruptedOneByOne) {
+    ScriptedServer silent({step::expectHead(), step::signal("asked"), step::awaitPeerEnd()});
     Host waiting;
-    std::thread thread([&] {
-        waiting.load(testsupport::modulePath());
-        const Object connection = waiting.create(testsupport::kAdapterClass, {true});
-        connection.set("URL", silent.url("/"));
-        connection.call("openConnection");
-        EXPECT_EQ(testsupport::failureOf([&] { receiveBytes(connection); }).identifier(),
-                  "VANTIK:webservices:ConnectionFailed");
+    std::thread stopped([&] {
+        waiting.load(modulePath());
+        const Object connection = openUrl(waiting, silent.url("/"));
+        EXPECT_EQ(failureOf([&] { receiveBytes(connection); }).identifier(), "VANTIK:webservices:ConnectionFailed");
         connection.call("closeConnection");
     });
     silent.waitFor("asked");
-    std::thread another([&] {
-        Host host;
-        host.load(testsupport::modulePath());
-        const Object connection = host.create(testsupport::kAdapterClass, {true});
-        connection.set("URL", server.url("/files/small"));
-        connection.call("openConnection");
-        waiting.interrupt();
-        EXPECT_EQ(receiveBytes(connection), generated(200));
-        connection.call("closeConnection");
+    std::thread other([&] {
+        inScope([&](Host& host) {
+            const Object connection = openPath(host, "/files/small", false);
+            waiting.interrupt();
+            expectContent(connection, kSmall);
+        });
     });
-    thread.join();
-    another.join();
+    stopped.join();
+    other.join();
 }
 
 } // namespace

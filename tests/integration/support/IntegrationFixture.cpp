@@ -8,9 +8,28 @@
 
 namespace integrationtest {
 
-using vantik::Array;
+Object IntegrationFixture::open(const std::string& url, const OpenOptions& options) {
+    Object connection = makeAdapter(options.OptionsMode);
+    connection.set("URL", url);
+    connection.set("CertificateFilename", options.CertificateFile);
+    if (!options.Limits.empty()) {
+        connection.set("TimeoutInMilliseconds", Array::doubles(options.Limits));
+    }
+    connection.call("openConnection");
+    return connection;
+}
 
-Digest IntegrationFixture::receiveDigest(const vantik::Object& connection) {
+std::string IntegrationFixture::field(const Object& connection, const std::string& name) {
+    const Array value = connection.call("getResponseField", {name});
+    return value.empty() ? "" : value.text();
+}
+
+void IntegrationFixture::allow(const Object& connection, const Schemes& schemes, bool ofProxy) {
+    connection.call("setAuthenticationSchemes",
+                    {Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), ofProxy});
+}
+
+Digest IntegrationFixture::receiveDigest(const Object& connection) {
     const auto digest = std::make_shared<Digest>();
     const std::string name = "test.integration.DigestConsumer" + std::to_string(++ConsumerClasses);
     vantik::HostClass consumer(name);

@@ -12,7 +12,7 @@
 namespace integrationtest {
 
 struct TlsSite {
-    testsupport::Credentials Identity;         // with further certificates behind the first where the chain needs them
+    testsupport::Credentials Identity;         // with further certificates after the first where the chain needs them
     std::string Protocols = "TLSv1.2 TLSv1.3"; // as nginx names them
     std::string Ciphers{};                     // OpenSSL's list; empty: nginx's own
     std::string Content = "secret";            // what every request is answered with
@@ -28,7 +28,7 @@ public:
     // "https://localhost:port/path"
     std::string url(std::size_t site, const std::string& path = "/", const std::string& host = "localhost") const;
     // What the server has been asked for before this call, one line a request: "port GET /path HTTP/1.1". It writes
-    // them down behind its answers and in their order, so a request of its own is sent and waited for.
+    // them down after its answers and in their order, so a request of its own is sent and waited for.
     std::vector<std::string> requestsUpToNow() const;
 
 private:
@@ -39,17 +39,5 @@ private:
     std::string configuration(const std::vector<TlsSite>& sites) const;
     std::vector<std::string> requests() const; // as far as they are written down
 };
-
-// The part of an nginx configuration that keeps it in the foreground, in one process and within a folder. It belongs
-// into the file before any "server": `nginxFrame(folder)` + servers + "}".
-std::string nginxFrame(const testsupport::TemporaryFolder& folder);
-
-// Starts nginx with a configuration file of the folder and waits until a port takes connections.
-std::unique_ptr<PeerProcess> startNginx(const testsupport::TemporaryFolder& folder, const std::string& configuration,
-                                        std::uint16_t port);
-
-// "listen 127.0.0.1:port more;", and the same port of ::1 where the machine has it, so that "localhost" never means
-// somebody else.
-std::string listenDirectives(std::uint16_t port, const std::string& more = {});
 
 } // namespace integrationtest

@@ -1,6 +1,6 @@
 // Addresses and names: what is reached, and what the caller is told where nothing is. Plain HTTP throughout: TLS comes
 // after the connection, but for one row of each kind.
-#include "tests/integration/interrupt/AddressPeer.h"
+#include "tests/integration/nginx/AddressPeer.h"
 #include "tests/integration/support/IntegrationFixture.h"
 #include "tests/support/process/ProgramRun.h"
 

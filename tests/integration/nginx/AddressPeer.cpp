@@ -1,6 +1,6 @@
-#include "tests/integration/interrupt/AddressPeer.h"
+#include "tests/integration/nginx/AddressPeer.h"
 
-#include "tests/integration/tls/TlsPeer.h"
+#include "tests/integration/nginx/NginxProcess.h"
 #include "tests/support/crypto/Certificates.h"
 
 #include <cerrno>

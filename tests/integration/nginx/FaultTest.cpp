@@ -1,29 +1,26 @@
 // Answers that go wrong: what the caller is told and what has been delivered by then, in each way of receiving,
-// directly and through nghttpx, which makes HTTP/2 of them.
+// directly and through nghttpx, which makes HTTP/2 of them; and what the command line makes of those that fail. Content
+// that is merely cut is in tests/cli/commands/CutAnswerTest.cpp.
 #include "tests/integration/nginx/Nghttpx.h"
 #include "tests/integration/support/IntegrationFixture.h"
+#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/Gzip.h"
 #include "tests/support/server/WireText.h"
 
 #include <curl/curl.h>
 #include <fnmatch.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <filesystem>
-#include <memory>
+#include <map>
 #include <thread>
 
 namespace {
 
 using namespace integrationtest;
-using testsupport::Script;
-using testsupport::ScriptedServer;
-using vantik::Array;
-using vantik::Object;
-namespace step = testsupport::step;
 
 // What the caller is told, and what has been delivered by then. Both are patterns, with * where libcurl's words differ
 // from version to version, and with " | " between alternatives where it is a matter of moments. "URL" stands for the
@@ -40,9 +37,10 @@ struct Outcome {
 
 struct Row {
     const char* Name;
-    std::string Answer; // after the request's head; then the server closes
+    std::string Answer; // after the request's head; then comes the end
     Outcome Direct;
     Outcome Nghttpx{};
+    Step End = step::close();
 };
 
 // All of them say that the connection ends: a proxy must not use it for the next request.
@@ -106,6 +104,8 @@ std::vector<Row> brokenOffRows() {
     const std::string hints = "HTTP/1.1 103 Early Hints\r\nX-A: 1\r\n\r\n";
     const Outcome failedPart{"502 warned PartialFileWarning(*, 9, *)", "part"};
     return {
+        {"InPlaceOfAnAnswer", "", {"CopyContentToDataStreamError(Empty reply from server (CURLE code 52), URL)"}, kByNghttpx},
+        {"ByAResetInTheHead", "HTTP/1.1 200 OK\r\n", refused("reset by peer"), {}, step::reset()},
         {"InTheHead", "HTTP/1.1 200 OK\r\nX-A: 1\r\n", cut("200", "x-a: 1\n"), kByNghttpx},
         {"InAFieldLine", "HTTP/1.1 200 OK\r\nX-A", cut("200")},
         {"InAFailedHead", "HTTP/1.1 404 Not Found\r\nX-A: 1\r\n", cut("404", "x-a: 1\n")},
@@ -149,6 +149,7 @@ std::vector<Row> strangeHeadRows() {
         {"StatusOfFourDigits", "HTTP/1.1 2000 OK\r\nConnection: close\r\nContent-Length: 4\r\n\r\nbody", fourDigits},
         {"Version09", "all of it is content", plain},
         {"VersionOfTheFuture", "HTTP/9.9 200 OK\r\nContent-Length: 4\r\n\r\nbody", notHttp},
+        {"LineFeedsOnly", "HTTP/1.1 200 OK\nContent-Length: 4\n\nbody", {"InternalError(CRLF not found at the end of the received headers)"}},
         {"FoldedField", response("after", {"X-Folded: one\r\n two"}), good("after", "x-folded: one\n"), good("after", "x-folded: one two\n")},
         {"FieldWithoutAColon", response("after", {"no colon"}), weird("Header without colon")},
         {"NulInAField", response("after", {std::string("X-Nul: a\0b", 10)}), weird("Nul byte in header")},
@@ -186,6 +187,7 @@ std::vector<Row> wrongContentRows() {
         {"EndlessTrailers", chunks + "4\r\nbody\r\n0\r\n" + trailers, tooManyTrailers},
         {"TrailerWithoutAnEnd", chunks + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\n", partial("4", "-1", "body"), streamBroken("body")},
         {"ChunkExtensionOf20KiB", chunks + "4;" + std::string(20480, 'x') + "\r\nbody\r\n0\r\n\r\n", good("body")},
+        {"NotCompressed", response("plain text", {"Content-Encoding: gzip"}), undecodable("gzip", ""), undecodable("gzip", "")},
         {"CompressedAndCutShort", head(zip + "Content-Length: 28\r\n") + kGzipped.substr(0, 20), partial("20", "28", kHello), streamBroken(kHello)},
         {"CompressedAndCutShortInTheServer", head(zip + "Content-Length: 20\r\n") + kGzipped.substr(0, 20), cutGzip("20"), cutGzip("20")},
         {"CompressedAndCutShortInItsSum", head(zip + "Content-Length: 27\r\n") + kGzipped.substr(0, 27), cutGzip("27")},
@@ -210,7 +212,7 @@ std::string replaced(std::string text, const std::string& what, const std::strin
 
 std::string fieldsOf(const Object& connection) {
     std::string lines;
-    for (std::string field : testsupport::fieldTexts(connection.call("getResponseFields"))) {
+    for (std::string field : fieldTexts(connection.call("getResponseFields"))) {
         const auto end = field.begin() + static_cast<std::ptrdiff_t>(std::min(field.find(':'), field.size()));
         std::transform(field.begin(), end, field.begin(), [](unsigned char letter) { return std::tolower(letter); });
         if (field.starts_with("x-")) {
@@ -243,15 +245,8 @@ enum class Way { Bytes, File, Consumer };
 
 class Fault : public IntegrationFixture {
 protected:
-    Object openAt(const std::string& url, const std::vector<double>& limits = {}) {
-        Object connection = makeAdapter();
-        connection.set("URL", url);
-        connection.set("CertificateFilename", Front == nullptr ? "" : Front->certificateFile());
-        if (!limits.empty()) {
-            connection.set("TimeoutInMilliseconds", Array::doubles(limits));
-        }
-        connection.call("openConnection");
-        return connection;
+    Object openAt(const std::string& url) {
+        return open(url, {.CertificateFile = Front == nullptr ? "" : Front->certificateFile()});
     }
 
     // What came of receiving, as Outcome has it but without patterns.
@@ -264,7 +259,7 @@ protected:
         const std::string path = folder().file("received");
         std::filesystem::remove(path);
         Outcome outcome;
-        const testsupport::ScriptedConsumer consumer = testsupport::makeScriptedConsumer(host());
+        const ScriptedConsumer consumer = makeScriptedConsumer(host());
         try {
             if (way == Way::File) {
                 connection.call("copyContentToFile", {path});
@@ -274,17 +269,20 @@ protected:
                 connection.set("Consumer", consumer);
                 connection.call("copyContentToByteArray", {false});
             }
-            outcome.Told = std::to_string(static_cast<int>(connection.get("ResponseCode").number()));
+            outcome.Told = std::to_string(static_cast<int>(status(connection)));
             outcome.Fields = fieldsOf(connection);
         } catch (const vantik::Failure& failure) {
             EXPECT_NE(failure.message().Text, "");
+            if (Failed.Text.empty()) {
+                Failed = failure.message();
+            }
             outcome.Told = told(failure.message());
         }
         for (std::size_t index = warningsBefore; index < warnings().size(); ++index) {
             outcome.Told += " warned " + told(warnings()[index]);
         }
         if (way == Way::File && std::filesystem::exists(path)) {
-            outcome.Delivered = testsupport::readFile(path);
+            outcome.Delivered = readFile(path);
         } else if (way == Way::Consumer) {
             outcome.Delivered = consumer->content();
             // Whoever is started is closed, once. A failure before the content leaves it alone.
@@ -299,9 +297,9 @@ protected:
 
     // Plays the answer to each way of receiving, by turns with a good one, each on a connection of its own.
     void expectOutcome(const Row& row, bool http2) {
-        const Script faulty = {step::expectHead(), step::send(row.Answer), step::close()};
+        const Script faulty = {step::expectHead(), step::send(row.Answer), row.End};
         const Script again = {step::expectHead(), step::send(response("good again")), step::close()};
-        ScriptedServer& server = serve({faulty, again, faulty, again, faulty, again});
+        ScriptedServer& server = serve({faulty, again, faulty, again, faulty, again, faulty, faulty});
         Front = http2 ? std::make_unique<Nghttpx>(server.port()) : nullptr;
         const std::string url = http2 ? Front->url("/p") : server.url("/p");
         const Outcome& expected = http2 ? row.Nghttpx : row.Direct;
@@ -318,11 +316,37 @@ protected:
             expectScopeUsable(connection);
             const Object next = openAt(url);
             EXPECT_EQ(receiveBytes(next), "good again");
-            EXPECT_EQ(next.get("ResponseCode").number(), 200.0);
+            EXPECT_EQ(status(next), 200);
             next.call("closeConnection");
+        }
+        const bool byMoments = expected.Told.find(" | ") != std::string::npos;
+        if (std::isdigit(static_cast<unsigned char>(expected.Told.at(0))) == 0 && !byMoments) {
+            expectCommandFails(url);
         }
     }
 
+    // The exit status of the failure, its text in one line, and no file.
+    void expectCommandFails(const std::string& url) {
+        const std::map<std::string, int> exits = {
+            {"ConnectionRefused", 7}, {"CopyContentToDataStreamError", 1}, {"DecodingError", 61}, {"InternalError", 1}};
+        const TemporaryFolder target;
+        for (const char* way : {"--force", "--consumer"}) {
+            SCOPED_TRACE(way);
+            Texts words = {"save", url, "file", way};
+            if (Front != nullptr) {
+                words.insert(words.end(), {"--ca-file", Front->certificateFile()});
+            }
+            const testsupport::Outcome outcome = run(words, {.Folder = target.path()});
+            const std::string identifier = Failed.identifier();
+            EXPECT_EQ(outcome.Status, exits.at(identifier.substr(identifier.rfind(':') + 1)));
+            EXPECT_EQ(outcome.Out, "");
+            EXPECT_THAT(outcome.Err, testing::StartsWith("netrove: " + identifier + ": " + Failed.Text));
+            EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1) << "one line: " << outcome.Err;
+            EXPECT_TRUE(std::filesystem::is_empty(target.path()));
+        }
+    }
+
+    vantik::Message Failed; // the first failure, on a connection as fresh as the command line's
     std::unique_ptr<Nghttpx> Front;
 };
 
@@ -352,7 +376,7 @@ INSTANTIATE_TEST_SUITE_P(StrangeHead, Http2Faults, testing::ValuesIn(throughNght
 INSTANTIATE_TEST_SUITE_P(WrongContent, Http2Faults, testing::ValuesIn(throughNghttpx(wrongContentRows())), kNameOf);
 
 TEST_F(Fault, ContentThatGrowsBeyondWhatAByteArrayHoldsIsTold) {
-    const std::string bomb = testsupport::gzippedZeros(std::size_t{513} << 20);
+    const std::string bomb = gzippedZeros(std::size_t{513} << 20);
     ScriptedServer& server =
         serve({step::expectHead(), step::send(response(bomb, {"Content-Encoding: gzip"})), step::close()});
     const Object connection = openAt(server.url("/"));
@@ -369,7 +393,7 @@ TEST_F(Fault, FieldLineThatTakesLongerThanTheLimitIsSilence) {
         script.push_back(step::send("X"));
     }
     script.push_back(step::awaitPeerEnd());
-    const Object connection = openAt(serve({script}).url("/"), {60000, 300});
+    const Object connection = open(serve({script}).url("/"), {.Limits = {60000, 300}});
     EXPECT_EQ(receive(connection, Way::Bytes).Told,
               "Timeout(URL, 0.300, the server sent no response, HTTPOptions.ResponseTimeout)");
     expectScopeUsable(connection);
