@@ -1,7 +1,7 @@
 // Starts what tests start, says so, and waits to be killed: servers that run as another user or in several processes,
 // and the command line in the middle of a look-up. Everything is in folders below TMPDIR.
 #include "tests/integration/apache/Apache.h"
-#include "tests/integration/interrupt/HeldLookupEnvironment.h"
+#include "tests/integration/interrupt/HeldLookup.h"
 #include "tests/integration/proxy/Squid.h"
 #include "tests/support/process/ProgramRun.h"
 

@@ -1,5 +1,5 @@
 // Compiled into a test, and as a library that is loaded in front of the C library of another program. There nobody
-// releases, and the program's output tells that the look-up has begun.
+// releases, and the program's output says that the look-up has begun.
 #include "tests/integration/interrupt/HeldLookup.h"
 
 #include <condition_variable>
@@ -48,20 +48,16 @@ HeldLookup::HeldLookup() {
 }
 
 HeldLookup::~HeldLookup() {
-    release();
-}
-
-void HeldLookup::awaitBegun() const {
-    std::unique_lock lock(gate().Guard);
-    gate().Changed.wait(lock, [] { return gate().Begun != 0; });
-}
-
-void HeldLookup::release() {
     const std::lock_guard lock(gate().Guard);
     gate().Open = true;
     ++gate().Passed;
     gate().Begun = 0;
     gate().Changed.notify_all();
+}
+
+void HeldLookup::awaitBegun() const {
+    std::unique_lock lock(gate().Guard);
+    gate().Changed.wait(lock, [] { return gate().Begun != 0; });
 }
 
 } // namespace integrationtest

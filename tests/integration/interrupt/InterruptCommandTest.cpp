@@ -1,6 +1,6 @@
 // Ctrl-C at the command line in phases of a request, for each command that writes: it ends soon, with the status for
 // that, and leaves no file.
-#include "tests/integration/interrupt/HeldLookupEnvironment.h"
+#include "tests/integration/interrupt/HeldLookup.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/ScriptedServer.h"
@@ -72,69 +72,62 @@ TEST(InterruptedProgram, IsKilledWhereItDoesNotEnd) {
 
 struct Phase {
     const char* Name;
-    const char* Sent; // before Ctrl-C
+    Script Before; // what the server does before Ctrl-C
+    const char* Scheme = "http";
+    bool ByProxy = false; // the server is a proxy
+};
+
+Script sending(const std::string& answer) {
+    return {step::expectHead(), step::send(answer)};
+}
+
+const Phase kPhases[] = {
+    {"WithinTheHead", sending("HTTP/1.1 200 OK\r\nContent-Le")},
+    {"AfterAnInterimHead", sending("HTTP/1.1 103 Early Hints\r\n\r\n")},
+    {"AfterTheHead", sending("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n")},
+    {"WithinAChunk", sending("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nff\r\n")},
+    {"WithinAHandshakeThatGetsNoAnswer", {step::discard(100)}, "https"},
+    {"WithinAHandshakeThatAProxyHasOpened",
+     {step::expectHead(), step::send("HTTP/1.1 200 Connection established\r\n\r\n"), step::discard(100)},
+     "https",
+     true},
 };
 
 class InterruptedPhase : public InterruptedCommand, public testing::WithParamInterface<Phase> {};
 
 TEST_P(InterruptedPhase, EndsEveryCommand) {
+    const Phase& phase = GetParam();
     repeat([&](int round) {
-        ScriptedServer server(
-            {step::expectHead(), step::send(GetParam().Sent), step::signal("reached"), step::awaitPeerEnd()});
-        Program program(command(round, server.url()));
+        Script script = phase.Before;
+        script.insert(script.end(), {step::signal("reached"), step::awaitPeerEnd()});
+        ScriptedServer server(script);
+        Texts words = command(round, std::string(phase.Scheme) + "://" +
+                                         (phase.ByProxy ? "origin.test" : server.authority()) + "/");
+        if (phase.ByProxy) {
+            words.insert(words.end(), {"-x", server.authority()});
+        }
+        Program program(words);
         server.waitFor("reached");
         interrupt(program);
         EXPECT_TRUE(server.waitUntilDone().PeerEnded);
     });
 }
 
-INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPhase,
-                         testing::Values(Phase{"WithinTheHead", "HTTP/1.1 200 OK\r\nContent-Le"},
-                                         Phase{"AfterAnInterimHead", "HTTP/1.1 103 Early Hints\r\n\r\n"},
-                                         Phase{"AfterTheHead", "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"},
-                                         Phase{"WithinAChunk",
-                                               "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nff\r\n"}),
+INSTANTIATE_TEST_SUITE_P(Phases, InterruptedPhase, testing::ValuesIn(kPhases),
                          [](const auto& info) { return info.param.Name; });
 
-// Connecting, and what comes before and after it. No server sees when that begins; the program's trace shows it.
-
-class InterruptedConnect : public InterruptedCommand, public testing::WithParamInterface<const char*> {};
-
-TEST_P(InterruptedConnect, EndsEveryCommand) {
+// No server sees when connecting begins; the program's trace shows it.
+TEST_F(InterruptedCommand, WhileConnecting) {
     const SilentPort silent;
-    const std::string url = std::string(GetParam()) + "://127.0.0.1:" + std::to_string(silent.port()) + "/";
-    repeat([&](int round) {
-        Texts arguments = command(round, url);
-        arguments.insert(arguments.end(), {"-v", "--color", "never", "--no-progress"});
-        Program program(arguments, {.Terminal = true}); // output and errors in one
-        program.waitForOutput("Trying 127.0.0.1");
-        const Outcome outcome = stop(program);
-        EXPECT_THAT(outcome.Out, testing::HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted"));
-    });
-}
-
-INSTANTIATE_TEST_SUITE_P(Schemes, InterruptedConnect, testing::Values("http", "https"),
-                         [](const auto& info) { return std::string(info.param); });
-
-TEST_F(InterruptedCommand, WithinAHandshakeThatGetsNoAnswer) {
-    repeat([&](int round) {
-        ScriptedServer server({step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
-        Program program(command(round, "https://" + server.authority() + "/"));
-        server.waitFor("reached");
-        interrupt(program);
-    });
-}
-
-TEST_F(InterruptedCommand, WithinAHandshakeThatAProxyHasOpened) {
-    repeat([&](int round) {
-        ScriptedServer proxy({step::expectHead(), step::send("HTTP/1.1 200 Connection established\r\n\r\n"),
-                              step::discard(100), step::signal("reached"), step::awaitPeerEnd()});
-        Texts arguments = command(round, "https://origin.test/");
-        arguments.insert(arguments.end(), {"-x", proxy.authority()});
-        Program program(arguments);
-        proxy.waitFor("reached");
-        interrupt(program);
-    });
+    for (const std::string scheme : {"http", "https"}) {
+        repeat([&](int round) {
+            Texts words = command(round, scheme + "://127.0.0.1:" + std::to_string(silent.port()) + "/");
+            words.insert(words.end(), {"-v", "--color", "never", "--no-progress"});
+            Program program(words, {.Terminal = true}); // output and errors in one
+            program.waitForOutput("Trying 127.0.0.1");
+            EXPECT_THAT(stop(program).Out, testing::HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted"));
+        });
+    }
 }
 
 // The name server never answers. libcurl asks it on a thread of its own, which cannot be stopped.
