@@ -10,15 +10,11 @@
 namespace {
 
 using namespace integrationtest;
+using namespace testsupport;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-using testsupport::CertificateAuthority;
-using testsupport::Outcome;
-using testsupport::readFile;
-using testsupport::TemporaryFolder;
-using testsupport::writeFile;
 
 // The sites of one server.
 enum Site { Good, OtherName, Expired, OldVersion };
@@ -38,7 +34,7 @@ protected:
         std::vector<std::string> arguments = {"save", url, "file"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         std::filesystem::remove(Saved.file("file"));
-        const Outcome outcome = testsupport::run(arguments, {.Folder = Saved.path()});
+        const Outcome outcome = run(arguments, {.Folder = Saved.path()});
         EXPECT_EQ(std::distance(std::filesystem::directory_iterator(Saved.path()), {}), outcome.Status == 0 ? 1 : 0);
         return outcome;
     }
@@ -56,7 +52,7 @@ protected:
 private:
     struct PeerSet {
         const CertificateAuthority Authority;
-        const testsupport::Credentials Localhost = Authority.issue({.Names = "DNS:localhost"});
+        const Credentials Localhost = Authority.issue({.Names = "DNS:localhost"});
         const TlsPeer Server{
             {{.Identity = Localhost},
              {.Identity = Authority.issue({.Names = "DNS:other.test"})},
@@ -107,7 +103,7 @@ TEST_F(TlsCommand, TokenInAHeadThatIsTooLongIsNotShown) {
     const std::string token(70000, 't');
     for (const char* name : {"Authorization", "cookie"}) {
         for (const char* option : {"--no-progress", "--json-errors"}) {
-            const Outcome outcome = testsupport::run(
+            const Outcome outcome = run(
                 {"get", peer().url(Good), "--ca-file", CaFile, option, "-H", std::string(name) + ": Bearer " + token});
             EXPECT_THAT(outcome.Err, Not(HasSubstr("tttt")));
             if (outcome.Status == 0) {
@@ -123,13 +119,12 @@ TEST_F(TlsCommand, TokenInAHeadThatIsTooLongIsNotShown) {
 
 // As docs/security.md says. That the list counts where somebody asks for it shows that it is in order.
 TEST_F(TlsCommand, RevokedCertificateIsAccepted) {
-    const testsupport::Credentials revoked = authority().issue({.Names = "DNS:localhost"});
+    const Credentials revoked = authority().issue({.Names = "DNS:localhost"});
     const TlsPeer server{{{.Identity = revoked}}};
     writeFile(CaFile, authority().certificate() + authority().revoke(revoked));
     const std::string leaf = Folder.file("leaf.pem");
     writeFile(leaf, revoked.Certificate);
-    const Outcome asked =
-        testsupport::run({"verify", "-crl_check", "-CAfile", CaFile, leaf}, {.Executable = "/usr/bin/openssl"});
+    const Outcome asked = run({"verify", "-crl_check", "-CAfile", CaFile, leaf}, {.Executable = "/usr/bin/openssl"});
     EXPECT_NE(asked.Status, 0);
     EXPECT_THAT(asked.Out + asked.Err, HasSubstr("certificate revoked"));
     expectSaved(save(server.url(0), {"--ca-file", CaFile}));

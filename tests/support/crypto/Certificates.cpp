@@ -101,17 +101,17 @@ Credentials selfSigned(const CertificateRequest& request) {
     return asText(*made, *key);
 }
 
-CertificateAuthority::CertificateAuthority(const std::string& name) {
+CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer) {
     CertificateRequest request;
     request.CommonName = name;
-    Own = selfSigned(request);
+    Own = issuer == nullptr ? selfSigned(request) : issuer->sign(request, true);
 }
 
-Credentials CertificateAuthority::issue(const CertificateRequest& request) const {
+Credentials CertificateAuthority::sign(const CertificateRequest& request, bool authority) const {
     const Certificate issuer = certificateOf(Own);
     const Key issuerKey = keyOf(Own);
     const Key key = makeKey();
-    const Certificate made = makeCertificate(*key, request, false, issuer.get(), *issuerKey);
+    const Certificate made = makeCertificate(*key, request, authority, issuer.get(), *issuerKey);
     return asText(*made, *key);
 }
 

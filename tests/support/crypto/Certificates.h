@@ -24,15 +24,19 @@ Credentials selfSigned(const CertificateRequest& request);
 
 class CertificateAuthority {
 public:
-    explicit CertificateAuthority(const std::string& name = "test authority");
+    // Its own certificate is signed by `issuer`, or by itself.
+    explicit CertificateAuthority(const std::string& name = "test authority",
+                                  const CertificateAuthority* issuer = nullptr);
 
     const std::string& certificate() const { return Own.Certificate; }
-    Credentials issue(const CertificateRequest& request) const;
+    Credentials issue(const CertificateRequest& request) const { return sign(request, false); }
     // PEM of a list with that certificate alone.
     std::string revoke(const Credentials& issued) const;
 
 private:
     Credentials Own;
+
+    Credentials sign(const CertificateRequest& request, bool authority) const;
 };
 
 } // namespace testsupport
