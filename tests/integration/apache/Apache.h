@@ -1,4 +1,4 @@
-// Apache httpd with a configuration of its own: pages and a program behind each kind of authentication.
+// Apache httpd with a configuration of its own: pages and a program, open and behind each kind of authentication.
 #pragma once
 
 #include "tests/integration/apache/PasswordFiles.h"
@@ -25,7 +25,7 @@ struct ApacheOptions {
 
 // Folders: "open", "basic", "digest", and "closed", which knows the user but lets in another one only. In each of them:
 //   page   a file of 100,000 bytes
-//   echo   a program that gives back the content which it was sent; fields X-Method, X-User, X-Scheme and X-Type tell
+//   echo   a program that returns the content which it was sent; fields X-Method, X-User, X-Scheme and X-Type say
 //          the rest
 // A folder that the options add has them too.
 class Apache {

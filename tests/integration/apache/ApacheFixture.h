@@ -4,15 +4,13 @@
 #include "tests/integration/apache/Apache.h"
 #include "tests/integration/support/IntegrationFixture.h"
 
+#include <gmock/gmock.h>
+
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace integrationtest {
-
-// Names of authentication schemes as the host's enumeration has them.
-using Schemes = std::vector<std::string>;
 
 struct Login {
     std::string User = kKnownUser;
@@ -22,27 +20,30 @@ struct Login {
 
 class ApacheFixture : public IntegrationFixture {
 protected:
-    static void SetUpTestSuite() { Server = std::make_unique<Apache>(); }
+    static void SetUpTestSuite() { start({}); }
     static void TearDownTestSuite() { Server.reset(); }
+    static void start(const ApacheOptions& options) { Server = std::make_unique<Apache>(options); }
     static Apache& server() { return *Server; }
 
-    static void logIn(const vantik::Object& connection, const Login& login) {
+    static void logIn(const Object& connection, const Login& login) {
         connection.set("Username", login.User);
         connection.set("Password", login.Password);
         if (login.Allowed) {
-            connection.call(
-                "setAuthenticationSchemes",
-                {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme", *login.Allowed), false});
+            allow(connection, *login.Allowed);
         }
     }
 
-    vantik::Object openAt(const std::string& path, bool optionsMode = true) {
-        return open(server().url(path), optionsMode);
-    }
+    Object openAt(const std::string& path, bool optionsMode = true) { return open(server().url(path), optionsMode); }
 
-    static double status(const vantik::Object& connection) { return connection.get("ResponseCode").number(); }
-    static std::string field(const vantik::Object& connection, const char* name) {
-        return connection.call("getResponseField", {name}).text();
+    void expectPage(const Object& connection) {
+        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(server().page()));
+        EXPECT_EQ(status(connection), 200);
+    }
+    // A response like any other: its page can be read.
+    static void expectRefusal(const Object& connection, const std::string& challenge) {
+        EXPECT_NE(receiveBytes(connection).find("<title>401 Unauthorized</title>"), std::string::npos);
+        EXPECT_EQ(status(connection), 401);
+        EXPECT_THAT(field(connection, "WWW-Authenticate"), testing::StartsWith(challenge));
     }
 
 private:

@@ -1,19 +1,11 @@
-// Content of requests to a program behind Apache httpd, which sends it back: from memory and from a provider, with a
+// Content of requests to a program of Apache httpd, which sends it back: from memory and from a provider, with a
 // known length and in chunks, open to everybody and after a challenge.
 #include "tests/integration/apache/ApacheFixture.h"
 #include "tests/support/process/ProgramRun.h"
 
-#include <gmock/gmock.h>
-
 namespace {
 
 using namespace integrationtest;
-using testsupport::makeScriptedProvider;
-using testsupport::Outcome;
-using testsupport::run;
-using testsupport::ScriptedProvider;
-using vantik::Array;
-using vantik::Object;
 
 enum class Source { Memory, Provider, PostData };
 enum class Framing { Chunks, Length };
@@ -98,26 +90,28 @@ TEST_P(ApacheUpload, ComesBackAsItWasSent) {
 INSTANTIATE_TEST_SUITE_P(, ApacheUpload, testing::ValuesIn(kUploadRows),
                          [](const auto& info) { return info.param.Name; });
 
-class ApacheUploadCommand : public ApacheFixture {};
+using ApacheUploadCommand = ApacheFixture;
 
 TEST_F(ApacheUploadCommand, StreamedContentThatWouldBeNeededTwiceIsAFailureThatSaysWhatToDo) {
     const std::string file = folder().file("content");
-    testsupport::writeFile(file, generated(300'000));
+    writeFile(file, generated(300'000));
     const std::string user = std::string(kKnownUser) + ":" + kKnownPassword;
-    const std::string url = server().url("/digest/echo");
-    const Outcome refused = run({"send", "-T", file, "-u", user, "-o", "-", url});
+    const auto send = [&](Texts words) {
+        words.insert(words.begin(), "send");
+        words.insert(words.end(), {"-u", user, "-o", "-", server().url("/digest/echo")});
+        return run(words);
+    };
+    const Outcome refused = send({"-T", file});
     EXPECT_EQ(refused.Status, 26);
     EXPECT_EQ(refused.Out, "");
     EXPECT_THAT(refused.Err, testing::HasSubstr("NETROVE:cli:ContentNotRewound"));
     EXPECT_THAT(refused.Err, testing::HasSubstr("--auth"));
 
-    const Outcome named = run({"send", "-T", file, "-u", user, "--auth", "digest", "-o", "-", url});
-    EXPECT_EQ(named.Status, 0) << named.Err;
-    EXPECT_EQ(digestOf(named.Out), digestOf(generated(300'000)));
-
-    const Outcome held = run({"send", "-X", "PUT", "--body-file", file, "-u", user, "-o", "-", url});
-    EXPECT_EQ(held.Status, 0) << held.Err;
-    EXPECT_EQ(digestOf(held.Out), digestOf(generated(300'000)));
+    for (const Texts& words : {Texts{"-T", file, "--auth", "digest"}, Texts{"-X", "PUT", "--body-file", file}}) {
+        const Outcome sent = send(words);
+        EXPECT_EQ(sent.Status, 0) << sent.Err;
+        EXPECT_EQ(digestOf(sent.Out), digestOf(generated(300'000)));
+    }
 }
 
 } // namespace

@@ -12,7 +12,6 @@ namespace integrationtest {
 
 class Kerberos {
 public:
-    static constexpr const char* kRealm = "NETROVE.TEST";
     static constexpr const char* kPrincipal = "alice@NETROVE.TEST"; // whoever holds a ticket
 
     Kerberos();
