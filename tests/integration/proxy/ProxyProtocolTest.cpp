@@ -1,6 +1,5 @@
 // Proxies that are spoken to otherwise than in plain HTTP: what the wire sees of each, whoever named them.
 #include "tests/integration/proxy/ProxySettingsFixture.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/WireText.h"
 
 #include <gmock/gmock.h>
@@ -9,13 +8,7 @@ namespace {
 
 using namespace integrationtest;
 using namespace std::string_literals;
-using namespace testsupport;
 using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
-using vantik::Object;
-
-using Texts = std::vector<std::string>;
 
 const std::string kGranted = "\5\0\0\1\0\0\0\0\0\0"s; // of a SOCKS5 connect
 const std::string kTlsHandshake = "\x16\3"s;          // how the first record of a TLS client begins
@@ -37,7 +30,7 @@ protected:
         const Object connection = openByLookUp(url);
         EXPECT_EQ(receiveBytes(connection), content);
         expectScopeUsable(connection);
-        expectGot(run({"get", url}, {.Environment = {{"http_proxy", proxy}}}), content);
+        expectGot(runUnder(proxy, {"get", url}), content);
         expectGot(run({"get", "-x", proxy, url}), content);
     }
 
@@ -56,13 +49,13 @@ TEST_F(ProxyProtocols, TlsIsSpokenBeforeAnyPassword) {
     const Object connection = openByLookUp("http://example.test/");
     EXPECT_THROW(receiveBytes(connection), vantik::Failure);
     expectScopeUsable(connection);
-    EXPECT_NE(run({"get", "http://example.test/"}, {.Environment = {{"http_proxy", setting}}}).Status, 0);
+    EXPECT_NE(runUnder(setting, {"get", "http://example.test/"}).Status, 0);
     EXPECT_NE(run({"get", "-x", setting, "http://example.test/"}).Status, 0);
     ASSERT_EQ(proxy.connectionCount(), 3U);
     for (std::size_t way = 0; way < 3; ++way) {
         const Record record = proxy.waitUntilDone(way);
-        EXPECT_THAT(record.Received, StartsWith(kTlsHandshake)) << way;
-        EXPECT_THAT(record.Received, Not(HasSubstr("dTpzZWNyZXQ="))) << way; // u:secret
+        EXPECT_THAT(record.Received, testing::StartsWith(kTlsHandshake)) << way;
+        EXPECT_THAT(record.Received, testing::Not(HasSubstr("dTpzZWNyZXQ="))) << way; // u:secret
     }
 }
 

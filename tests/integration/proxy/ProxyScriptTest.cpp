@@ -1,10 +1,7 @@
-// Proxy scripts.
+// Scripts that decide which proxy applies.
 #include "tests/integration/proxy/ProxySettingsFixture.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
-
-#include <gmock/gmock.h>
 
 // For the run under a sanitizer: libproxy itself loses the address of a script that it could not get.
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
@@ -14,17 +11,15 @@ extern "C" __attribute__((visibility("default"))) const char* __lsan_default_sup
 namespace {
 
 using namespace integrationtest;
-using namespace testsupport;
-using vantik::Object;
 
 std::string scriptFor(const ScriptedServer& proxy) {
     return "function FindProxyForURL(url, host) {\n"
            "  if (host == 'direct.test') return 'DIRECT';\n"
            "  if (url.substring(0, 6) == 'https:') return 'PROXY secure.test:8443';\n"
            "  if (dnsDomainIs(host, '.two.test')) return 'PROXY first.test:1; PROXY second.test:2; DIRECT';\n"
-           "  if (shExpMatch(url, '*/socks/*')) return 'SOCKS socks.test:1080; PROXY behind.test:3128';\n"
+           "  if (shExpMatch(url, '*/socks/*')) return 'SOCKS socks.test:1080; PROXY other.test:3128';\n"
            "  if (shExpMatch(url, '*/socks5/*')) return 'SOCKS5 socks.test:1080';\n"
-           "  if (shExpMatch(url, '*/tls/*')) return 'HTTPS tls.test:8443; PROXY behind.test:3128';\n"
+           "  if (shExpMatch(url, '*/tls/*')) return 'HTTPS tls.test:8443; PROXY other.test:3128';\n"
            "  if (host == 'nonsense.test') return 'nonsense';\n"
            "  if (host == 'throws.test') throw 'on purpose';\n"
            "  return 'PROXY " +
@@ -36,16 +31,16 @@ std::string scriptFor(const ScriptedServer& proxy) {
 class ProxyScripts : public ProxySettings {
 protected:
     void expectAnswersOf(const ScriptedServer& proxy) {
-        EXPECT_EQ(described(lookUp("http://direct.test/")), kDirect);
-        EXPECT_EQ(described(lookUp("https://any.test/")), "secure.test 8443");
-        EXPECT_EQ(described(lookUp("http://a.two.test/")), "first.test 1");
-        EXPECT_EQ(described(lookUp("http://any.test/socks/x")), "socks://socks.test 1080");
-        EXPECT_EQ(described(lookUp("http://any.test/socks5/x")), "socks5://socks.test 1080");
-        EXPECT_EQ(described(lookUp("http://any.test/tls/x")), "behind.test 3128") << "libproxy leaves HTTPS out";
-        EXPECT_EQ(described(lookUp("http://any.test/")), "127.0.0.1 " + std::to_string(proxy.port()));
+        EXPECT_EQ(lookUp("http://direct.test/"), kDirect);
+        EXPECT_EQ(lookUp("https://any.test/"), "secure.test 8443");
+        EXPECT_EQ(lookUp("http://a.two.test/"), "first.test 1");
+        EXPECT_EQ(lookUp("http://any.test/socks/x"), "socks://socks.test 1080");
+        EXPECT_EQ(lookUp("http://any.test/socks5/x"), "socks5://socks.test 1080");
+        EXPECT_EQ(lookUp("http://any.test/tls/x"), "other.test 3128") << "libproxy leaves HTTPS out";
+        EXPECT_EQ(lookUp("http://any.test/"), "127.0.0.1 " + std::to_string(proxy.port()));
         // What a script does wrong counts as no proxy.
-        EXPECT_EQ(described(lookUp("http://nonsense.test/")), kDirect);
-        EXPECT_EQ(described(lookUp("http://throws.test/")), kDirect);
+        EXPECT_EQ(lookUp("http://nonsense.test/"), kDirect);
+        EXPECT_EQ(lookUp("http://throws.test/"), kDirect);
     }
 };
 
@@ -59,8 +54,7 @@ TEST_F(ProxyScripts, FromAFileDecideByTheUrl) {
     const Object connection = openByLookUp("http://origin.test/x");
     EXPECT_EQ(receiveBytes(connection), "by script");
     EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET http://origin.test/x HTTP/1.1");
-    const Outcome outcome =
-        run({"get", "-x", "auto", "http://origin.test/y"}, {.Environment = {{"http_proxy", setting}}});
+    const Outcome outcome = runUnder(setting, {"get", "-x", "auto", "http://origin.test/y"});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     EXPECT_EQ(outcome.Out, "by script");
     expectScopeUsable(connection);
@@ -81,13 +75,13 @@ TEST_F(ProxyScripts, FromAServerDecideByTheUrl) {
     expectScopeUsable(connection);
 }
 
-TEST_F(ProxyScripts, ThatCannotBeHadMeanADirectConnection) {
+TEST_F(ProxyScripts, ThatCannotBeFetchedMeanADirectConnection) {
     const RefusingPort refusing;
     for (const std::string& setting :
          {std::string("pac+file:///nonexistent/proxy.pac"), "pac+" + refusing.url("/proxy.pac")}) {
         SCOPED_TRACE(setting);
         Settings.set("http_proxy", setting);
-        EXPECT_EQ(described(lookUp("http://a.corp/")), kDirect);
+        EXPECT_EQ(lookUp("http://a.corp/"), kDirect);
     }
     expectScopeUsable();
 }

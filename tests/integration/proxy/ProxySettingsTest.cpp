@@ -1,6 +1,5 @@
 // Settings of the environment as libproxy reads them. What it answers is followed through requests.
 #include "tests/integration/proxy/ProxySettingsFixture.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
 
@@ -9,15 +8,10 @@
 namespace {
 
 using namespace integrationtest;
-using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
-
-using Variables = std::map<std::string, std::string>;
 
 struct Row {
     const char* Name;
-    Variables Set;
+    std::map<std::string, std::string> Set;
     const char* Url;
     const char* Answer;
 };
@@ -68,7 +62,7 @@ TEST_P(ProxySettingRow, IsAnswered) {
     for (const auto& [name, value] : row.Set) {
         Settings.set(name, value);
     }
-    EXPECT_EQ(described(lookUp(row.Url)), row.Answer);
+    EXPECT_EQ(lookUp(row.Url), row.Answer);
     expectScopeUsable();
 }
 
@@ -89,8 +83,7 @@ TEST_F(ProxySettings, UnusableOnesAreNamedWithoutTheirPassword) {
         Settings.set("http_proxy", setting);
         const std::string text = std::string("A proxy setting of this system cannot be used: ") + reason;
         EXPECT_EQ(describe(failureOf([&] { lookUp("http://a.corp/"); })), "VANTIK:host:Failure(" + text + ")");
-        const Outcome outcome =
-            run({"get", "-x", "auto", "http://a.corp/"}, {.Environment = {{"http_proxy", setting}}});
+        const Outcome outcome = runUnder(setting, {"get", "-x", "auto", "http://a.corp/"});
         EXPECT_EQ(outcome.Status, 1);
         EXPECT_EQ(outcome.Err, "netrove: VANTIK:host:Failure: " + text +
                                    ". Hint: --proxy HOST:PORT sets a proxy, --proxy none connects directly.\n");
@@ -101,22 +94,20 @@ TEST_F(ProxySettings, UnusableOnesAreNamedWithoutTheirPassword) {
 TEST_F(ProxySettings, UnusableHttpsSettingHidesTheOneOfHttp) {
     Settings.set("http_proxy", "http://proxy.corp:1");
     Settings.set("https_proxy", "127.0.0.1:3128");
-    EXPECT_EQ(described(lookUp("http://a.corp/")), "proxy.corp 1");
+    EXPECT_EQ(lookUp("http://a.corp/"), "proxy.corp 1");
     EXPECT_EQ(describe(failureOf([&] { lookUp("https://a.corp/"); })),
               "VANTIK:host:Failure(A proxy setting of this system cannot be used: https_proxy is not written "
               "http://HOST:PORT)");
     expectScopeUsable();
 }
 
-TEST_F(ProxySettings, ProxyThatRefusesConnectionsIsToldFromTheServer) {
+TEST_F(ProxySettings, ProxyThatRefusesConnectionsIsDistinguishedFromTheServer) {
     const RefusingPort refusing;
     Settings.set("http_proxy", refusing.url());
     const Object connection = openByLookUp("http://origin.test/");
-    const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(failure.identifier(), "VANTIK:webservices:ConnectionRefused");
-    EXPECT_EQ(std::get<std::string>(failure.Arguments.at(0)), "http://origin.test/");
-    EXPECT_THAT(std::get<std::string>(failure.Arguments.at(1)),
-                testing::HasSubstr("127.0.0.1 port " + std::to_string(refusing.port())));
+    EXPECT_THAT(describe(failureOf([&] { receiveBytes(connection); })),
+                testing::AllOf(testing::StartsWith("VANTIK:webservices:ConnectionRefused(http://origin.test/, "),
+                               testing::HasSubstr("127.0.0.1 port " + std::to_string(refusing.port()))));
     expectScopeUsable(connection);
 }
 

@@ -1,21 +1,15 @@
 // A server of proxy scripts that says nothing: who waits for it can still be stopped, and nobody else is harmed.
 #include "tests/integration/proxy/ProxySettingsFixture.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/WireText.h"
 
 #include <gmock/gmock.h>
 
 #include <chrono>
 #include <csignal>
-#include <map>
 
 namespace {
 
 using namespace integrationtest;
-using namespace testsupport;
-using testing::HasSubstr;
-
-using Texts = std::vector<std::string>;
 
 Script silent() {
     return {step::expectHead(), step::signal("reached"), step::awaitPeerEnd()};
@@ -44,7 +38,7 @@ TEST_F(StalledProxyScript, DoesNotHoldUpCtrlC) {
         program.signal(SIGINT);
         const Outcome outcome = program.wait();
         EXPECT_EQ(outcome.Status, 130);
-        EXPECT_THAT(outcome.Err, HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted\n"));
+        EXPECT_THAT(outcome.Err, testing::HasSubstr("netrove: NETROVE:cli:Interrupted: interrupted\n"));
     }
 }
 
@@ -74,12 +68,12 @@ TEST_F(StalledProxyScript, LetsAProgramStopAndAnswersOnceItIsThere) {
     EXPECT_THROW(lookUp("http://a.test/"), vantik::Interrupted);
     EXPECT_FALSE(host().interruptPending());
     EXPECT_TRUE(host().wasInterrupted());
-    // The server still says nothing, and the next question waits behind the first.
+    // The server still says nothing, and the next question waits for the first.
     host().interruptAfter(std::chrono::milliseconds(1));
     EXPECT_THROW(lookUp("http://b.test/"), vantik::Interrupted);
     EXPECT_FALSE(host().interruptPending());
     source.raise("patience");
-    EXPECT_EQ(described(lookUp("http://c.test/")), "h 1");
+    EXPECT_EQ(lookUp("http://c.test/"), "h 1");
     EXPECT_EQ(source.connectionCount(), 1U);
     expectScopeUsable();
 }
@@ -89,7 +83,7 @@ TEST_F(StalledProxyScript, PendingStopIsTakenByTheQuestion) {
     host().interrupt();
     EXPECT_THROW(lookUp("http://a.test/"), vantik::Interrupted);
     EXPECT_FALSE(host().interruptPending());
-    EXPECT_EQ(described(lookUp("http://a.test/")), "h 1");
+    EXPECT_EQ(lookUp("http://a.test/"), "h 1");
     expectScopeUsable();
 }
 
