@@ -4,36 +4,15 @@
 #include "tests/support/crypto/Certificates.h"
 
 #include <cerrno>
-#include <netinet/in.h>
+#include <memory>
+#include <netdb.h>
 #include <sys/socket.h>
 #include <system_error>
 
 namespace integrationtest {
 namespace {
 
-using testsupport::Family;
 using testsupport::SocketHandle;
-
-struct Loopback {
-    sockaddr_storage Storage{};
-    socklen_t Length = 0;
-    Loopback(Family family, std::uint16_t port) {
-        if (family == Family::IPv6) {
-            auto& address = reinterpret_cast<sockaddr_in6&>(Storage);
-            address.sin6_family = AF_INET6;
-            address.sin6_port = htons(port);
-            address.sin6_addr = in6addr_loopback;
-            Length = sizeof address;
-        } else {
-            auto& address = reinterpret_cast<sockaddr_in&>(Storage);
-            address.sin_family = AF_INET;
-            address.sin_port = htons(port);
-            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            Length = sizeof address;
-        }
-    }
-    const sockaddr* raw() const { return reinterpret_cast<const sockaddr*>(&Storage); }
-};
 
 void require(bool good, const char* what) {
     if (!good) {
@@ -41,27 +20,30 @@ void require(bool good, const char* what) {
     }
 }
 
-SocketHandle makeSocket(Family family, int flags = 0) {
-    SocketHandle socket(::socket(family == Family::IPv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
-    require(static_cast<bool>(socket), "socket");
-    return socket;
-}
-
 } // namespace
 
 // A port that is bound without listening refuses; one with a full queue is silent.
-void AddressPeer::hold(Family family, std::uint16_t port, Side side) {
-    const Loopback address(family, port);
-    Held.push_back(makeSocket(family));
-    const int descriptor = Held.back().get();
-    require(::bind(descriptor, address.raw(), address.Length) == 0, "bind");
+void AddressPeer::hold(const std::string& address, std::uint16_t port, Side side) {
+    addrinfo numeric{};
+    numeric.ai_flags = AI_NUMERICHOST;
+    numeric.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    require(::getaddrinfo(address.c_str(), std::to_string(port).c_str(), &numeric, &found) == 0, "address");
+    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> where(found, ::freeaddrinfo);
+    const auto makeSocket = [&](int flags) {
+        Held.emplace_back(::socket(where->ai_family, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+        require(static_cast<bool>(Held.back()), "socket");
+        return Held.back().get();
+    };
+    const int descriptor = makeSocket(0);
+    require(::bind(descriptor, where->ai_addr, where->ai_addrlen) == 0, "bind");
     if (side == Side::Refused) {
         return;
     }
     require(::listen(descriptor, 0) == 0, "listen");
     for (int filler = 0; filler < 2; ++filler) {
-        Held.push_back(makeSocket(family, SOCK_NONBLOCK));
-        require(::connect(Held.back().get(), address.raw(), address.Length) == 0 || errno == EINPROGRESS, "connect");
+        const int filling = makeSocket(SOCK_NONBLOCK);
+        require(::connect(filling, where->ai_addr, where->ai_addrlen) == 0 || errno == EINPROGRESS, "connect");
     }
 }
 
@@ -74,17 +56,17 @@ AddressPeer::AddressPeer(Side ipv4, Side ipv6) : OnlyIPv6Serves(ipv4 != Side::Se
         Ports = ports;
         Held.clear();
         std::string listening;
-        for (const auto& [side, family, address] :
-             {std::tuple{ipv4, Family::IPv4, "127.0.0.1:"}, std::tuple{ipv6, Family::IPv6, "[::1]:"}}) {
-            if (family == Family::IPv6 && !HasIPv6) {
-                continue;
-            }
+        for (const auto& [side, address] : {std::pair{ipv4, "127.0.0.1"}, {ipv6, "::1"}}) {
+            const bool isIPv6 = address == std::string("::1");
             for (const bool secure : {false, true}) {
+                if (isIPv6 && !HasIPv6) {
+                    continue;
+                }
                 if (side == Side::Served) {
-                    listening += std::string("    listen ") + address + std::to_string(port(secure)) +
-                                 (secure ? " ssl" : "") + ";\n";
+                    listening += std::string("    listen ") + (isIPv6 ? "[::1]" : address) + ":" +
+                                 std::to_string(port(secure)) + (secure ? " ssl" : "") + ";\n";
                 } else {
-                    hold(family, port(secure), side);
+                    hold(address, port(secure), side);
                 }
             }
         }

@@ -21,13 +21,12 @@ enum class Side {
 
 class AddressPeer {
 public:
-    // Where the machine has no IPv6 loopback address, what is said of it is left out, and so is what the peer can say
-    // about it: see url.
+    // Where the machine has no IPv6 loopback address, `ipv6` is not heeded: see url.
     AddressPeer(Side ipv4, Side ipv6);
 
     std::uint16_t port(bool secure) const { return Ports.at(secure ? 1 : 0); }
     // Answered with the value of the request's Host field, a blank and the address that was connected to. Raises
-    // std::runtime_error, with what the machine lacks, for a host that has nobody to be reached at without ::1.
+    // std::runtime_error where the machine lacks the ::1 that the host needs.
     std::string url(const std::string& host, bool secure) const;
     std::string certificateFile() const { return Folder.file("certificate"); } // for 127.0.0.1, ::1 and localhost
 
@@ -39,7 +38,7 @@ private:
     std::vector<testsupport::SocketHandle> Held;
     std::unique_ptr<PeerProcess> Process;
 
-    void hold(testsupport::Family family, std::uint16_t port, Side side);
+    void hold(const std::string& address, std::uint16_t port, Side side);
 };
 
 } // namespace integrationtest

@@ -15,25 +15,11 @@ using namespace integrationtest;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::StartsWith;
-using testsupport::Outcome;
-using testsupport::run;
-using vantik::Array;
-using vantik::Object;
 
 const auto kNameOf = [](const auto& info) { return std::string(info.param.Name); };
 
 class Addresses : public IntegrationFixture {
 protected:
-    Object openAt(const std::string& url, const std::string& certificateFile = {}, double connectLimit = 20000,
-                  bool optionsMode = true) {
-        Object connection = makeAdapter(optionsMode);
-        connection.set("URL", url);
-        connection.set("CertificateFilename", certificateFile);
-        connection.set("TimeoutInMilliseconds", Array::doubles({connectLimit}));
-        connection.call("openConnection");
-        return connection;
-    }
-
     // Started once for a suite.
     static const AddressPeer& peer(Side ipv4, Side ipv6) {
         std::unique_ptr<AddressPeer>& known = Peers[{ipv4, ipv6}];
@@ -46,9 +32,8 @@ protected:
 
     // The same object reaches something after a failure, and so does a new one.
     void expectGoodAgain(const Object& connection) {
-        const AddressPeer& good = peer(Side::Served, Side::Refused);
         connection.call("closeConnection");
-        connection.set("URL", good.url("127.0.0.1", false));
+        connection.set("URL", peer(Side::Served, Side::Refused).url("127.0.0.1", false));
         connection.set("TimeoutInMilliseconds", Array::doubles({20000}));
         connection.call("openConnection");
         EXPECT_THAT(receiveBytes(connection), StartsWith("127.0.0.1:"));
@@ -94,10 +79,11 @@ TEST_P(ReachedAddress, AnswersEveryInterface) {
                                                 : testing::AnyOf(host + "127.0.0.1", host + "::1");
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
-        const Object connection =
-            openAt(server.url(row.Host, secure), secure ? server.certificateFile() : "", 20000, optionsMode);
+        const Object connection = open(
+            server.url(row.Host, secure),
+            {.CertificateFile = secure ? server.certificateFile() : "", .Limits = {20000}, .OptionsMode = optionsMode});
         EXPECT_THAT(receiveBytes(connection), expected);
-        EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+        EXPECT_EQ(status(connection), 200);
         connection.call("closeConnection");
         connection.call("openConnection");
         EXPECT_THAT(receiveBytes(connection), expected) << "again";
@@ -117,86 +103,59 @@ struct FailedRow {
     Side IPv6;
     const char* Host;
     const char* Named; // what libcurl calls it
+    Side Met;          // what decides
     bool Secure = false;
 };
 
-class RefusedAddress : public Addresses, public testing::WithParamInterface<FailedRow> {};
+// clang-format off
+const FailedRow kFailedRows[] = {
+    {"IPv4ThatRefuses", Side::Refused, Side::Served, "127.0.0.1", "127.0.0.1", Side::Refused},
+    {"IPv6ThatRefuses", Side::Served, Side::Refused, "[::1]", "::1", Side::Refused},
+    {"NameOfBothThatRefuseUnderTls", Side::Refused, Side::Refused, "localhost", "localhost", Side::Refused, true},
+    {"IPv6ThatIsSilent", Side::Served, Side::Silent, "[::1]", "::1", Side::Silent},
+    {"NameOfBothThatAreSilentUnderTls", Side::Silent, Side::Silent, "localhost", "localhost", Side::Silent, true},
+    {"NameWhoseOtherSideRefuses", Side::Silent, Side::Refused, "localhost", "localhost", Side::Silent},
+};
+// clang-format on
 
-TEST_P(RefusedAddress, IsToldWithHostAndPort) {
-    const auto& row = GetParam();
-    const bool secure = row.Secure;
+class UnreachedAddress : public Addresses, public testing::WithParamInterface<FailedRow> {};
+
+TEST_P(UnreachedAddress, IsReportedWithHostAndPortOrWithTheLimit) {
+    const FailedRow& row = GetParam();
+    const bool silent = row.Met == Side::Silent;
     const AddressPeer& server = peer(row.IPv4, row.IPv6);
-    const std::string url = server.url(row.Host, secure);
-    const auto reason = StartsWith("Failed to connect to " + std::string(row.Named) + " port " +
-                                   std::to_string(server.port(secure)) + " after ");
-    for (const bool optionsMode : {true, false}) {
-        SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
-        const Object connection = openAt(url, "", 20000, optionsMode);
-        const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
-        EXPECT_EQ(failure.identifier(), "VANTIK:webservices:ConnectionRefused");
-        ASSERT_EQ(failure.Arguments.size(), 2U);
-        EXPECT_EQ(std::get<std::string>(failure.Arguments[0]), url);
-        EXPECT_THAT(std::get<std::string>(failure.Arguments[1]), reason);
-        EXPECT_THAT(failure.Text, AllOf(HasSubstr(url), HasSubstr(std::get<std::string>(failure.Arguments[1]))));
-        EXPECT_FALSE(connection.get("Sent").truth());
-        expectGoodAgain(connection);
-    }
-    const Outcome outcome = run({"get", "-k", url});
-    EXPECT_EQ(outcome.Status, 7);
-    EXPECT_EQ(outcome.Out, "");
-    EXPECT_THAT(outcome.Err, AllOf(StartsWith("netrove: VANTIK:webservices:ConnectionRefused: "), HasSubstr(url),
-                                   HasSubstr("Failed to connect to " + std::string(row.Named))));
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, RefusedAddress,
-                         testing::Values(FailedRow{"IPv4", Side::Refused, Side::Served, "127.0.0.1", "127.0.0.1"},
-                                         FailedRow{"IPv6", Side::Served, Side::Refused, "[::1]", "::1"},
-                                         FailedRow{"NameOfBothUnderTls", Side::Refused, Side::Refused, "localhost",
-                                                   "localhost", true}),
-                         kNameOf);
-
-class SilentAddress : public Addresses, public testing::WithParamInterface<FailedRow> {};
-
-TEST_P(SilentAddress, EndsWithTheLimitOfConnecting) {
-    const auto& row = GetParam();
-    const bool secure = row.Secure;
-    const AddressPeer& server = peer(row.IPv4, row.IPv6);
-    const std::string url = server.url(row.Host, secure);
+    const std::string url = server.url(row.Host, row.Secure);
+    const std::string refusal = "Failed to connect to " + std::string(row.Named) + " port " +
+                                std::to_string(server.port(row.Secure)) + " after ";
+    const std::string key = std::string("VANTIK:webservices:") + (silent ? "Timeout" : "ConnectionRefused");
     for (const bool optionsMode : {true, false}) {
         SCOPED_TRACE(optionsMode ? "newer interface" : "older interface");
         const std::string option = optionsMode ? "HTTPOptions.ConnectTimeout" : "weboptions.Timeout";
-        const Object connection = openAt(url, "", 300, optionsMode);
+        const Object connection = open(url, {.Limits = {silent ? 300.0 : 20000.0}, .OptionsMode = optionsMode});
         const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
-        EXPECT_EQ(failure.identifier(), "VANTIK:webservices:Timeout");
-        ASSERT_EQ(failure.Arguments.size(), 4U);
-        EXPECT_EQ(std::get<std::string>(failure.Arguments[0]), url);
-        EXPECT_EQ(std::get<std::string>(failure.Arguments[1]), "0.300");
-        EXPECT_EQ(std::get<std::string>(failure.Arguments[3]), option);
-        for (const std::string& told :
-             {url, std::string("0.300"), std::get<std::string>(failure.Arguments[2]), option}) {
-            EXPECT_NE(told, "");
-            EXPECT_THAT(failure.Text, HasSubstr(told));
+        EXPECT_THAT(describe(failure), AllOf(StartsWith(key + "(" + url + ", " + (silent ? "0.300, " : refusal)),
+                                             testing::EndsWith(silent ? ", " + option + ")" : ")")));
+        ASSERT_EQ(failure.Arguments.size(), silent ? 4U : 2U);
+        for (const auto& argument : failure.Arguments) {
+            EXPECT_NE(std::get<std::string>(argument), "");
+            EXPECT_THAT(failure.Text, HasSubstr(std::get<std::string>(argument)));
         }
+        EXPECT_FALSE(connection.get("Sent").truth());
         expectGoodAgain(connection);
     }
-    const Outcome outcome = run({"get", "-k", "--connect-timeout", "300", url});
-    EXPECT_EQ(outcome.Status, 28);
+    const Outcome outcome = run({"get", "-k", "--connect-timeout", silent ? "300" : "20000", url});
+    EXPECT_EQ(outcome.Status, silent ? 28 : 7);
     EXPECT_EQ(outcome.Out, "");
-    EXPECT_THAT(outcome.Err, AllOf(StartsWith("netrove: VANTIK:webservices:Timeout: "), HasSubstr(url),
-                                   HasSubstr("HTTPOptions.ConnectTimeout")));
+    EXPECT_THAT(outcome.Err, AllOf(StartsWith("netrove: " + key + ": "), HasSubstr(url),
+                                   HasSubstr(silent ? "HTTPOptions.ConnectTimeout" : refusal)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, SilentAddress,
-    testing::Values(FailedRow{"IPv6", Side::Served, Side::Silent, "[::1]", "::1"},
-                    FailedRow{"NameOfBothUnderTls", Side::Silent, Side::Silent, "localhost", "localhost", true},
-                    FailedRow{"NameWhoseOtherSideRefuses", Side::Silent, Side::Refused, "localhost", "localhost"}),
-    kNameOf);
+INSTANTIATE_TEST_SUITE_P(Rows, UnreachedAddress, testing::ValuesIn(kFailedRows), kNameOf);
 
 // Names below "invalid" are reserved: nobody ever has them.
 TEST_F(Addresses, NameThatNobodyHasIsUnknown) {
     const std::string url = "https://no-such-host.invalid/x";
-    const Object connection = openAt(url, "", 60000);
+    const Object connection = open(url, {.Limits = {60000}});
     const vantik::Message failure = failureOf([&] { receiveBytes(connection); });
     EXPECT_EQ(describe(failure), "VANTIK:webservices:UnknownHost(" + url + ")");
     EXPECT_THAT(failure.Text, HasSubstr(url));
