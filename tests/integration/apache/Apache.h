@@ -1,4 +1,4 @@
-// Apache httpd with a configuration of its own: pages and a program, open and behind each kind of authentication.
+// Apache httpd with a configuration of its own: pages and a program, open and under each kind of authentication.
 #pragma once
 
 #include "tests/integration/apache/PasswordFiles.h"

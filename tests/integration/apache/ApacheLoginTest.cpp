@@ -1,6 +1,5 @@
 // Basic and Digest authentication at Apache httpd.
 #include "tests/integration/apache/ApacheFixture.h"
-#include "tests/support/process/ProgramRun.h"
 
 namespace {
 
@@ -129,18 +128,11 @@ TEST_F(ApacheLogin, WorksOnTheCommandLine) {
     const std::string user = std::string(kKnownUser) + ":";
     for (const std::string folder : {"basic", "digest"}) {
         const std::string url = server().url("/" + folder + "/page?get-" + folder);
-        const Outcome outcome = run({"get", "-u", user + kKnownPassword, "-o", "-", url});
-        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-        EXPECT_EQ(digestOf(outcome.Out), digestOf(server().page()));
-        EXPECT_EQ(outcome.Err, "");
+        expectGot(run({"get", "-u", user + kKnownPassword, "-o", "-", url}), server().page());
         EXPECT_EQ(server().requests("get-" + folder, 2), (Texts{"GET 401", "GET 200"}));
-
-        const Outcome refused = run({"get", "--fail", "-u", user + "very-wrong", url});
-        EXPECT_EQ(refused.Status, 22);
-        EXPECT_EQ(refused.Out, "");
-        EXPECT_THAT(refused.Err, testing::StartsWith("netrove: "));
-        EXPECT_THAT(refused.Err, testing::HasSubstr("401"));
-        EXPECT_THAT(refused.Err, testing::Not(testing::HasSubstr("very-wrong")));
+        expectFailed(run({"get", "--fail", "-u", user + "very-wrong", url}), 22,
+                     testing::AllOf(testing::StartsWith("netrove: "), testing::HasSubstr("401"),
+                                    testing::Not(testing::HasSubstr("very-wrong"))));
     }
 }
 

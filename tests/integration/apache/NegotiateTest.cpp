@@ -1,7 +1,6 @@
 // Negotiate authentication with Kerberos tickets, at Apache httpd.
 #include "tests/integration/apache/ApacheFixture.h"
 #include "tests/integration/apache/Kerberos.h"
-#include "tests/support/process/ProgramRun.h"
 
 #include <cstdlib>
 #include <tuple>
@@ -34,7 +33,7 @@ protected:
 
     void SetUp() override { useTickets("good"); }
 
-    // The libraries beneath find configuration and tickets in the environment, when they need them.
+    // The libraries below find configuration and tickets in the environment, when they need them.
     static void useTickets(const std::string& cache) {
         for (const auto& [name, value] : Realm->environment(cache)) {
             ::setenv(name.c_str(), value.c_str(), 1);
@@ -75,13 +74,8 @@ TEST_F(Negotiate, ContentArrivesWholeAndTheServerKnowsWhoSends) {
     for (const bool provider : {false, true}) {
         const Object connection = openAllowing(kAlone, "/negotiate/echo");
         connection.set("RequestMethod", "PUT");
-        if (provider) {
-            connection.set("Provider", makeScriptedProvider(host(), content));
-        } else {
-            connection.set("Payload", Array::bytes(std::string_view(content)));
-        }
-        EXPECT_EQ(receiveDigest(connection).hex(), digestOf(content)) << provider;
-        EXPECT_EQ(status(connection), 200);
+        setContent(connection, content, provider);
+        expectContent(connection, content);
         EXPECT_EQ(field(connection, "X-User"), Kerberos::kPrincipal);
         EXPECT_EQ(field(connection, "X-Scheme"), "Negotiate");
         expectScopeUsable(connection);
@@ -122,15 +116,8 @@ TEST_F(Negotiate, WithoutATicketTheAnswerIsARefusalUntilOneIsFetched) {
 TEST_F(Negotiate, ProgramUsesTheTicketOfItsEnvironment) {
     const Texts command = {
         "get", "--fail", "-u", ":", "--auth", "negotiate", "-o", "-", server().url("/negotiate/page", "localhost")};
-    const Outcome outcome = run(command, {.Environment = Realm->environment("good")});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(digestOf(outcome.Out), digestOf(server().page()));
-    EXPECT_EQ(outcome.Err, "");
-
-    const Outcome refused = run(command, {.Environment = Realm->environment("nothing-there")});
-    EXPECT_EQ(refused.Status, 22);
-    EXPECT_EQ(refused.Out, "");
-    EXPECT_THAT(refused.Err, testing::HasSubstr("401"));
+    expectGot(run(command, {.Environment = Realm->environment("good")}), server().page());
+    expectFailed(run(command, {.Environment = Realm->environment("nothing-there")}), 22, testing::HasSubstr("401"));
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 namespace integrationtest {
 namespace {
 
-// The program listens long before the service behind it is loaded.
+// The program listens long before its service is loaded.
 bool answers(std::uint16_t port) {
     try {
         const testsupport::SocketHandle client = testsupport::connectLoopback(port);

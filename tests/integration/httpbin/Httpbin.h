@@ -1,4 +1,4 @@
-// The request and response service httpbin, run by gunicorn: it answers as its URL says and tells what it was sent.
+// The request and response service httpbin, run by gunicorn: it answers as its URL says and reports what it was sent.
 #pragma once
 
 #include "tests/integration/support/PeerProcess.h"

@@ -1,7 +1,6 @@
 // A name server that never answers: libcurl asks on a thread of its own, which cannot be stopped. Nothing waits for it.
 #include "tests/integration/interrupt/HeldLookup.h"
 #include "tests/integration/support/IntegrationFixture.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/server/WireText.h"
 
 namespace {

@@ -76,7 +76,7 @@ TEST_F(Http2, SilenceInTheMiddleOfTheContentIsATimeout) {
               "VANTIK:webservices:Timeout(" + Front->url("/") +
                   ", 3.000, the server stopped sending, HTTPOptions.DataTimeout)");
     expectUsable(connection);
-    EXPECT_TRUE(Backend->waitUntilDone(0).PeerEnded) << "nghttpx was not told";
+    EXPECT_TRUE(Backend->waitUntilDone(0).PeerEnded) << "nghttpx did not hear of it";
 }
 
 TEST_F(Http2, FieldsOfTheAnswerComeInOrderAndInLowerCase) {

@@ -5,7 +5,7 @@
 namespace integrationtest {
 
 Nghttpx::Nghttpx(std::uint16_t backendPort) {
-    const testsupport::CertificateAuthority authority("nghttpx authority"); // told apart from others in one file
+    const testsupport::CertificateAuthority authority("nghttpx authority"); // distinct from others in one file
     const testsupport::Credentials credentials = authority.issue({.Names = "IP:127.0.0.1"});
     testsupport::writeFile(certificateFile(), authority.certificate());
     testsupport::writeFile(Folder.file("server.pem"), credentials.Certificate);

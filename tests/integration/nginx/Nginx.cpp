@@ -61,7 +61,7 @@ Nginx::Nginx() {
     for (const char* name : {"files", "stored"}) {
         std::filesystem::create_directory(Folder.file(name));
     }
-    const testsupport::CertificateAuthority authority("nginx authority"); // told apart from others in one file
+    const testsupport::CertificateAuthority authority("nginx authority"); // distinct from others in one file
     const testsupport::Credentials credentials = authority.issue({.Names = "IP:127.0.0.1"});
     testsupport::writeFile(certificateFile(), authority.certificate());
     testsupport::writeFile(Folder.file("server.pem"), credentials.Certificate);

@@ -1,6 +1,5 @@
 // Redirects of nginx: the class reports the target and stays where it is, the command line follows.
 #include "tests/integration/nginx/NginxFixture.h"
-#include "tests/support/process/ProgramRun.h"
 
 namespace {
 
@@ -47,36 +46,28 @@ TEST_P(NginxRedirect, IsReportedByTheClassAndFollowedByTheCommandLine) {
         EXPECT_EQ(status(connection), row.Status);
         EXPECT_EQ(connection.get("RedirectURL").text(), target);
         connection.call("closeConnection");
-        const Outcome outcome = get(path);
         if (row.Found != nullptr) {
             connection.set("URL", target);
             connection.call("openConnection");
             EXPECT_EQ(receiveBytes(connection), row.Found);
             EXPECT_EQ(status(connection), 200);
-            EXPECT_EQ(outcome.Status, 0);
-            EXPECT_EQ(outcome.Out, row.Found);
-            EXPECT_EQ(outcome.Err, "");
+            expectGot(get(path), row.Found);
         } else {
-            EXPECT_EQ(outcome.Status, 3);
-            EXPECT_EQ(outcome.Out, "");
-            EXPECT_EQ(outcome.Err, "netrove: NETROVE:cli:RedirectRefused: the server redirects to " +
-                                       (target.empty() ? "what is not a valid URL: http://[files"
-                                                       : "a URL that is neither http nor https: " + target) +
-                                       "\n");
+            expectFailed(get(path), 3,
+                         "netrove: NETROVE:cli:RedirectRefused: the server redirects to " +
+                             (target.empty() ? "what is not a valid URL: http://[files"
+                                             : "a URL that is neither http nor https: " + target) +
+                             "\n");
         }
         expectUsable(connection);
     }
 }
 
 TEST_P(NginxRedirect, ChainOfTwentyIsFollowedAndOneMoreIsNot) {
-    const Outcome twenty = get("/redirect/chain/" + std::string(20, 'x'));
-    EXPECT_EQ(twenty.Status, 0) << twenty.Err;
-    EXPECT_EQ(twenty.Out, "end of the chain");
-    const Outcome more = get("/redirect/chain/" + std::string(21, 'x'));
-    EXPECT_EQ(more.Status, 47);
-    EXPECT_EQ(more.Out, "");
-    EXPECT_EQ(more.Err, "netrove: NETROVE:cli:TooManyRedirects: more than 20 redirects, the next to " +
-                            urlOf("/redirect/chain/") + "\n");
+    expectGot(get("/redirect/chain/" + std::string(20, 'x')), "end of the chain");
+    expectFailed(get("/redirect/chain/" + std::string(21, 'x')), 47,
+                 "netrove: NETROVE:cli:TooManyRedirects: more than 20 redirects, the next to " +
+                     urlOf("/redirect/chain/") + "\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Over, NginxRedirect, kBothProtocols, kProtocolName);

@@ -2,8 +2,6 @@
 #include "tests/integration/proxy/ProxySettingsFixture.h"
 #include "tests/support/server/WireText.h"
 
-#include <gmock/gmock.h>
-
 namespace {
 
 using namespace integrationtest;
@@ -32,12 +30,6 @@ protected:
         expectScopeUsable(connection);
         expectGot(runUnder(proxy, {"get", url}), content);
         expectGot(run({"get", "-x", proxy, url}), content);
-    }
-
-private:
-    static void expectGot(const Outcome& outcome, const std::string& content) {
-        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-        EXPECT_EQ(outcome.Out, content);
     }
 };
 

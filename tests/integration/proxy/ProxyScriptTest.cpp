@@ -54,9 +54,7 @@ TEST_F(ProxyScripts, FromAFileDecideByTheUrl) {
     const Object connection = openByLookUp("http://origin.test/x");
     EXPECT_EQ(receiveBytes(connection), "by script");
     EXPECT_EQ(startLine(proxy.record().Heads.at(0)), "GET http://origin.test/x HTTP/1.1");
-    const Outcome outcome = runUnder(setting, {"get", "-x", "auto", "http://origin.test/y"});
-    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(outcome.Out, "by script");
+    expectGot(runUnder(setting, {"get", "-x", "auto", "http://origin.test/y"}), "by script");
     expectScopeUsable(connection);
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "tests/integration/support/IntegrationFixture.h"
-#include "tests/support/process/ProgramRun.h"
 
 #include <cstdlib>
 #include <map>

@@ -3,8 +3,6 @@
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
 
-#include <gmock/gmock.h>
-
 namespace {
 
 using namespace integrationtest;
@@ -83,10 +81,9 @@ TEST_F(ProxySettings, UnusableOnesAreNamedWithoutTheirPassword) {
         Settings.set("http_proxy", setting);
         const std::string text = std::string("A proxy setting of this system cannot be used: ") + reason;
         EXPECT_EQ(describe(failureOf([&] { lookUp("http://a.corp/"); })), "VANTIK:host:Failure(" + text + ")");
-        const Outcome outcome = runUnder(setting, {"get", "-x", "auto", "http://a.corp/"});
-        EXPECT_EQ(outcome.Status, 1);
-        EXPECT_EQ(outcome.Err, "netrove: VANTIK:host:Failure: " + text +
-                                   ". Hint: --proxy HOST:PORT sets a proxy, --proxy none connects directly.\n");
+        expectFailed(runUnder(setting, {"get", "-x", "auto", "http://a.corp/"}), 1,
+                     "netrove: VANTIK:host:Failure: " + text +
+                         ". Hint: --proxy HOST:PORT sets a proxy, --proxy none connects directly.\n");
     }
     expectScopeUsable();
 }

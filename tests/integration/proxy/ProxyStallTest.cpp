@@ -2,8 +2,6 @@
 #include "tests/integration/proxy/ProxySettingsFixture.h"
 #include "tests/support/server/WireText.h"
 
-#include <gmock/gmock.h>
-
 #include <chrono>
 #include <csignal>
 

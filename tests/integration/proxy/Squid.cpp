@@ -86,7 +86,7 @@ Squid::Squid(SquidLogin login) {
         auto process = std::make_unique<PeerProcess>(
             std::vector<std::string>{"squid", "-N", "-n", service(), "-f", Folder.file("squid.conf")},
             Folder.file("output"),
-            // Asked to end, it takes seconds. Killed, it leaves its shared memory behind.
+            // Asked to end, it takes seconds. Killed, it leaves its shared memory.
             PeerOptions{.Folder = Folder.path(), .StopSignal = SIGKILL});
         process->awaitListening(Port);
         return process;

@@ -19,6 +19,19 @@ Object IntegrationFixture::open(const std::string& url, const OpenOptions& optio
     return connection;
 }
 
+void IntegrationFixture::setContent(const Object& connection, const std::string& content, bool byProvider) {
+    if (byProvider) {
+        connection.set("Provider", makeScriptedProvider(host(), content));
+    } else {
+        connection.set("Payload", Array::bytes(std::string_view(content)));
+    }
+}
+
+void IntegrationFixture::expectContent(const Object& connection, const std::string& content) {
+    EXPECT_EQ(receiveDigest(connection).hex(), digestOf(content));
+    EXPECT_EQ(status(connection), 200);
+}
+
 std::string IntegrationFixture::field(const Object& connection, const std::string& name) {
     const Array value = connection.call("getResponseField", {name});
     return value.empty() ? "" : value.text();

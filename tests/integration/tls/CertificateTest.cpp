@@ -45,7 +45,7 @@ Identity unknownIssuer() {
     return {CertificateAuthority("nobody").issue({.Names = kLocalhost}), CertificateAuthority().certificate()};
 }
 
-// Nothing: accepted. Otherwise a part of the reason that is told.
+// Null: accepted. Otherwise a part of the reason.
 using Verdict = const char*;
 constexpr Verdict kAccepted = nullptr;
 constexpr Verdict kOtherName = "no alternative certificate subject name matches";
