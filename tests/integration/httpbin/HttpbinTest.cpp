@@ -138,4 +138,16 @@ TEST_F(HttpbinDigest, GoesOnWithANewNonceWhereTheOldOneIsStale) {
     expectServerUsable(connection);
 }
 
+TEST_F(HttpbinTest, CookiesComeBackUntilTheServerDeletesThem) {
+    const Object connection = openPath("/cookies/set?first=1&second=b");
+    EXPECT_EQ(status(connection), 302);
+    openNext(connection, "/cookies");
+    EXPECT_EQ(receiveJson(connection).at("cookies"), (json{{"first", "1"}, {"second", "b"}}));
+    openNext(connection, "/cookies/delete?second");
+    receiveBytes(connection);
+    openNext(connection, "/cookies");
+    EXPECT_EQ(receiveJson(connection).at("cookies"), (json{{"first", "1"}}));
+    expectServerUsable(connection);
+}
+
 } // namespace
