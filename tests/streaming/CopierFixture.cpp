@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <memory>
 
 namespace streamingtest {
@@ -90,24 +91,30 @@ void CopierFixture::note(const std::string& text) {
     Notes.emplace_back(Curl.calls().size(), text);
 }
 
-Lines CopierFixture::journal(std::initializer_list<CurlFunction> functions) const {
-    Lines lines;
+std::string CopierFixture::pumpJournal() const {
+    static const std::map<CurlFunction, std::pair<std::string, std::string>> steps = {
+        {CurlFunction::MultiWait, {"curl_multi_wait 1000", "wait"}},
+        {CurlFunction::Pause, {"pause 100000000", "pause"}},
+        {CurlFunction::MultiPerform, {"curl_multi_perform", "perform"}},
+        {CurlFunction::MultiInfoRead, {"curl_multi_info_read", "message"}},
+        {CurlFunction::InterruptPoll, {"interrupt poll", "poll"}},
+        {CurlFunction::EasyPause, {"curl_easy_pause 0", "resume"}},
+    };
+    std::string text;
+    const auto add = [&](const std::string& step) { text += (text.empty() ? "" : ", ") + step; };
     auto next = Notes.begin();
     const auto& calls = Curl.calls();
     for (std::size_t i = 0; i <= calls.size(); ++i) {
         for (; next != Notes.end() && next->first == i; ++next) {
-            lines.push_back(next->second);
+            add(next->second);
         }
-        if (i < calls.size() && std::find(functions.begin(), functions.end(), calls[i].Function) != functions.end()) {
-            lines.push_back(calls[i].text());
+        const auto step = i < calls.size() ? steps.find(calls[i].Function) : steps.end();
+        if (step != steps.end()) {
+            const auto& [usual, word] = step->second;
+            add(calls[i].text() == usual ? word : calls[i].text());
         }
     }
-    return lines;
-}
-
-Lines CopierFixture::pumpJournal() const {
-    return journal({CurlFunction::MultiWait, CurlFunction::Pause, CurlFunction::MultiPerform,
-                    CurlFunction::MultiInfoRead, CurlFunction::InterruptPoll, CurlFunction::EasyPause});
+    return text;
 }
 
 std::string CopierFixture::traceOf(int level, const std::function<void()>& action) {

@@ -15,7 +15,6 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,10 +67,9 @@ public:
 
     // Journal: what the host objects note between the recorded calls.
     void note(const std::string& text);
-    // Notes, and the recorded calls of these functions, in the order in which they happened.
-    Lines journal(std::initializer_list<CurlFunction> functions) const;
-    // The same with what a pump does in every pass: wait, pause, perform, message, interrupt poll, resume.
-    Lines pumpJournal() const;
+    // Notes and the steps of a pump in the order in which they happened: "wait" for a second, "pause" for 100 ms,
+    // "perform", "message", "poll" for an interrupt, "resume". A call with other arguments is there as it was recorded.
+    std::string pumpJournal() const;
     // What an action traces at a level of Debug.
     std::string traceOf(int level, const std::function<void()>& action);
 

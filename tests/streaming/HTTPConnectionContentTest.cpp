@@ -1,23 +1,20 @@
 // Copying content: what goes where, which status may pass, and what a failure becomes. The failures of the pump itself
-// are in InterruptibleStreamCopierReceiveTestFailures.cpp.
+// are in InterruptibleStreamCopierTestFailures.cpp.
 #include "errors/HTTPException.h"
 #include "tests/streaming/CopierFixture.h"
-#include "tests/support/server/ScriptedServer.h"
-#include "tests/support/server/WireText.h"
 
+#include <functional>
 #include <limits>
 #include <sstream>
 #include <stdexcept>
-#include <streambuf>
 #include <string>
 
 using namespace streamingtest;
-namespace step = testsupport::step;
 
 namespace {
 
 class ContentToStream : public CopierFixture {
-public:
+protected:
     // A request that has been sent: its head has come with this status, and of its content what is given here.
     void respond(std::int32_t status, const std::string& content = {}, std::int64_t announced = -1) {
         Connection.Transfer.begin(Connection.Handles->Generation);
@@ -43,42 +40,6 @@ public:
         willPerform({[exception]() -> int { throw exception; }});
     }
 };
-
-class ContentOnTheWire : public testsupport::ScopeFixture {
-protected:
-    testsupport::CurlInterposer Curl;
-    HTTPConnection Connection;
-};
-
-TEST_F(ContentToStream, ClosedConnectionCopiesNothing) {
-    Connection.Transfer.ResponseDone = true;
-    EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), ""); }),
-              "******************** DONE WITH TRANSFER ***************\n");
-    EXPECT_FALSE(Connection.Transfer.ResponseDone);
-    EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 0U);
-}
-
-TEST_F(ContentToStream, ContentGoesToTheStreamAndTheExchangeIsOver) {
-    respond(200, "first ");
-    willPerform({receives("second", 0)});
-    EXPECT_EQ(copied(), "first second");
-    EXPECT_FALSE(Connection.Transfer.ResponseDone);
-    EXPECT_TRUE(Connection.Transfer.Opened);
-}
-
-TEST_F(ContentToStream, SendsTheRequestWhereThatIsDue) {
-    Connection.Transfer.Opened = true;
-    Curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);
-    willPerform({[&] {
-                     Curl.callRequestHead("GET / HTTP/1.1\r\nHost: x\r\n\r\n");
-                     Curl.callResponseHead("HTTP/1.1 200 OK\r\n\r\n");
-                     return receives("body", 1)();
-                 },
-                 leaves(0)});
-    EXPECT_EQ(copied(), "body");
-    EXPECT_TRUE(Connection.SentHead.Sent);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 200);
-}
 
 // The identity of the user is taken on for the send alone.
 TEST_F(ContentToStream, ProviderRunsAsTheUserAndConsumerDoesNot) {
@@ -107,9 +68,13 @@ TEST_F(ContentToStream, WithoutTheStreamOnlyTheConsumerGetsTheContent) {
 }
 
 TEST_F(ContentToStream, TraceHasItsLinesInOrder) {
+    const std::string done = "******************** DONE WITH TRANSFER ***************\n";
     respond(200, "abc");
-    EXPECT_EQ(traceOf(1, [&] { copied(); }), "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n"
-                                             "******************** DONE WITH TRANSFER ***************\n");
+    EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), "abc"); }),
+              "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n" + done);
+    Connection.Transfer.Opened = false; // nothing is copied then
+    EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), ""); }), done);
+    EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 1U);
 }
 
 // Status in the two modes.
@@ -141,145 +106,84 @@ TEST_F(ContentToStream, OlderModeTakes200To299AndOptionsModeEveryStatus) {
 
 // What a failure becomes: those of the transfer layer and of the host pass, any other std::exception is a failed
 // connection, and in the older mode status 400.
-
-struct FailureRow {
-    const char* Name;
-    std::function<void(ContentToStream&)> Arrange;
-    std::string Report;
-    std::int32_t Status = 206; // afterwards; 206 before
-    bool OptionsMode = false;
-};
-
-class ContentFailure : public ContentToStream, public testing::WithParamInterface<FailureRow> {};
-
-TEST_P(ContentFailure, IsSortedByItsKind) {
-    const FailureRow& row = GetParam();
-    Connection.Settings.HTTPOptionsMode = row.OptionsMode;
-    respond(206);
-    row.Arrange(*this);
-    EXPECT_EQ(failureText([&] { copied(); }), row.Report);
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, row.Status);
-    EXPECT_TRUE(Connection.Transfer.ResponseDone) << "a failure leaves it";
-}
-
-const FailureRow kFailures[] = {
-    {"OfTheTransfer", [](ContentToStream& t) { t.raise(webservices::HTTPDNSException("host")); },
-     "HTTPDNSException[host]"},
-    {"OfTheHost", [](ContentToStream& t) { t.Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY); },
-     internalError("\"curl_multi_wait\" failed with CURLMcode Out of memory")},
-    {"AnInterrupt",
-     [](ContentToStream& t) {
-         t.host().interrupt();
-         t.willPerform({t.leaves(1)});
-     },
-     kStopText},
-    {"Another", [](ContentToStream& t) { t.raise(std::out_of_range("what happened")); },
-     "HTTPConnectionFailedException[what happened]", 400},
-    {"AnotherInOptionsMode", [](ContentToStream& t) { t.raise(std::bad_alloc()); },
-     "HTTPConnectionFailedException[std::bad_alloc]", 206, true},
-    {"NotAStandardException", [](ContentToStream& t) { t.raise(42); }, "unknown"},
-    // Whatever has taken the handles away: no perform of this transfer runs on what is there now.
-    {"HandlesAreLost",
-     [](ContentToStream& t) {
-         t.willPerform({[&t] {
-             ++t.Connection.Handles->Generation;
-             return 1;
-         }});
-     },
-     internalError("The connection was opened again before the last response was copied. Close it first.")},
-};
-
-INSTANTIATE_TEST_SUITE_P(Each, ContentFailure, testing::ValuesIn(kFailures),
-                         [](const auto& info) { return std::string(info.param.Name); });
-
-TEST_F(ContentToStream, FailureToSendIsSortedTheSameWay) {
-    Connection.Transfer.Opened = true;
-    raise(std::out_of_range("while sending"));
-    EXPECT_EQ(failureText([&] { copied(); }), "HTTPConnectionFailedException[while sending]");
-    EXPECT_EQ(Connection.ReceivedHead.ResponseCode, 0) << "it has left the send as a failure of the transfer";
-}
-
-// On the wire: after a send that failed early the next one begins anew and reads from its own copier alone.
-TEST_F(ContentOnTheWire, SendThatIsDueAgainTakesTheHandleOffAndOn) {
-    testsupport::ScriptedServer server(std::vector<testsupport::Script>{
-        {step::run([this] { host().interrupt(); }), step::awaitPeerEnd()},
-        {step::expectBody(9), step::send(std::string("\0\x5a\0\0\0\0\0\0", 8)), step::expectHead(), step::expectBody(4),
-         step::send(testsupport::response("taken"))}});
-    Connection.Settings.HTTPOptionsMode = true;
-    Connection.setURL(u"http://127.0.0.1/");
-    Connection.openProxyConnection("socks4://127.0.0.1", server.port()); // as long as it is silent, nothing is sent
-    Connection.setRequestMethod("PUT");
-    Connection.addField("Content-Length", "4");
-    Connection.addField("Expect", "");
-    Connection.Settings.setPayload({'b', 'o', 'd', 'y'});
-    EXPECT_EQ(failureText([&] { Connection.sendRequest(); }),
-              "HTTPConnectionFailedException[The operation was stopped on request.]");
-    EXPECT_FALSE(Connection.SentHead.Sent);
-    Curl.clear();
-    std::ostringstream content;
-    Connection.copyContentToStream(content, true);
-    EXPECT_EQ(content.view(), "taken");
-    EXPECT_EQ(server.record(1).Bodies.at(1), "body");
-    EXPECT_EQ(Curl.count(CurlFunction::MultiRemoveHandle), 1U);
-    EXPECT_EQ(Curl.count(CurlFunction::MultiAddHandle), 1U);
-    EXPECT_EQ(Curl.count(CurlFunction::EasyReset), 0U) << "the options of the open stay";
+TEST_F(ContentToStream, FailureIsSortedByItsKind) {
+    struct Row {
+        std::function<void()> Arrange;
+        std::string Report;
+        std::int32_t Status = 206; // afterwards; 206 before
+        bool OptionsMode = false;
+    };
+    const Row rows[] = {
+        {[&] { raise(webservices::HTTPDNSException("host")); }, "HTTPDNSException[host]"},
+        {[&] { Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY); },
+         internalError("\"curl_multi_wait\" failed with CURLMcode Out of memory")},
+        {[&] {
+             host().interrupt();
+             willPerform({leaves(1)});
+         },
+         kStopText},
+        {[&] { raise(std::out_of_range("what happened")); }, "HTTPConnectionFailedException[what happened]", 400},
+        {[&] { raise(std::bad_alloc()); }, "HTTPConnectionFailedException[std::bad_alloc]", 206, true},
+        {[&] { raise(42); }, "unknown"},
+        // Whatever has taken the handles away: no perform of this transfer runs on what is there now.
+        {[&] {
+             willPerform({[&] {
+                 ++Connection.Handles->Generation;
+                 return 1;
+             }});
+         },
+         internalError("The connection was opened again before the last response was copied. Close it first.")},
+    };
+    for (const auto& [arrange, report, status, optionsMode] : rows) {
+        Connection.Settings.HTTPOptionsMode = optionsMode;
+        respond(206);
+        arrange();
+        EXPECT_EQ(failureText([&] { copied(); }), report);
+        EXPECT_EQ(Connection.ReceivedHead.ResponseCode, status) << report;
+        EXPECT_TRUE(Connection.Transfer.ResponseDone) << "a failure leaves it";
+    }
 }
 
 // Room for the announced content.
 
-TEST_F(ContentToStream, MemoryGetsRoomForTheAnnouncedContentOnce) {
+TEST_F(ContentToStream, MemoryStreamGetsRoomForTheAnnouncedContentBesideWhatItHolds) {
+    struct Row {
+        std::string Before;
+        std::string Content;
+        std::int64_t Announced;
+        std::size_t LeastRoom = 0;
+        std::size_t MostRoom = 100'000;
+    };
+    constexpr std::int64_t kGiB = std::int64_t{1} << 30;
     const std::string content(300'003, 'c'); // not a size that growth would arrive at
-    respond(200, content, 300'003);
-    std::ostringstream stream;
-    Connection.copyContentToStream(stream, true);
-    const std::string bytes = std::move(stream).str();
-    EXPECT_EQ(bytes, content);
-    EXPECT_EQ(bytes.capacity(), content.size());
-}
-
-TEST_F(ContentToStream, WhatTheStreamHeldBeforeStaysInFront) {
-    respond(200, "new", 50'000);
-    std::ostringstream stream;
-    stream << "before ";
-    Connection.copyContentToStream(stream, true);
-    EXPECT_EQ(stream.view(), "before new");
-    EXPECT_GE(std::move(stream).str().capacity(), 50'007U);
-}
-
-TEST_F(ContentToStream, LengthThatIsUnknownOrBeyondAllSenseReservesNothing) {
-    constexpr std::int64_t GiB = std::int64_t{1} << 30;
-    for (const std::int64_t announced :
-         {std::int64_t{-1}, std::int64_t{0}, GiB + 1, 2 * GiB, 1024 * GiB, std::numeric_limits<std::int64_t>::max()}) {
-        respond(200, "small", announced);
+    const Row rows[] = {
+        {"", content, 300'003, 300'003, 300'003},
+        {"before ", "new", 50'000, 50'007},
+        {"", content, 10, 0, 1'000'000}, // as with decoded content
+        // An unknown length, and lengths beyond all sense, reserve nothing.
+        {"", "small", -1},
+        {"", "small", 0},
+        {"", "small", kGiB + 1},
+        {"", "small", std::numeric_limits<std::int64_t>::max()},
+    };
+    for (const auto& [before, received, announced, leastRoom, mostRoom] : rows) {
+        respond(200, received, announced);
         std::ostringstream stream;
+        stream << before;
         Connection.copyContentToStream(stream, true);
-        EXPECT_EQ(stream.view(), "small");
-        EXPECT_LT(std::move(stream).str().capacity(), 100'000U) << announced;
+        const std::string bytes = std::move(stream).str();
+        EXPECT_EQ(bytes, before + received);
+        EXPECT_GE(bytes.capacity(), leastRoom) << announced;
+        EXPECT_LE(bytes.capacity(), mostRoom) << announced;
     }
 }
 
-TEST_F(ContentToStream, ContentMayBeLongerThanAnnounced) {
-    const std::string content(100'000, 'd');
-    respond(200, content, 10); // as with decoded content
-    EXPECT_EQ(copied(), content);
-}
-
 TEST_F(ContentToStream, OtherStreamsAreLeftAsTheyAre) {
-    class Device : public std::streambuf {
-    public:
-        std::string Content;
-
-    protected:
-        std::streamsize xsputn(const char* data, std::streamsize size) override {
-            Content.append(data, static_cast<std::size_t>(size));
-            return size;
-        }
-    };
     respond(200, "to the device", 13);
-    Device device;
+    std::stringbuf device;
     std::ostream stream(&device);
     Connection.copyContentToStream(stream, true);
-    EXPECT_EQ(device.Content, "to the device");
+    EXPECT_EQ(device.str(), "to the device");
 }
 
 } // namespace

@@ -1,10 +1,16 @@
-// The pump for response content: order and conditions of its steps.
+// The pump for response content: order and conditions of its steps, what a consumer is given and what its answers mean.
+// How a consumer is closed after a failure is among the failures.
 #include "errors/HTTPException.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 
+#include <boost/thread/exceptions.hpp>
+
+#include <cmath>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 using namespace streamingtest;
 
@@ -13,9 +19,15 @@ namespace {
 class ReceivePump : public CopierFixture {
 protected:
     // Runs the pump on the copier with an empty record; what was buffered before is in the copier already.
-    void receive() {
+    void receive() { receive(&SaveTo); }
+    void receive(std::ostream* saveTo) {
         Curl.clear();
-        Copier.receiveResponse(&SaveTo);
+        Copier.receiveResponse(saveTo);
+    }
+    // The same with these performs.
+    void receiveBy(std::vector<Perform> performs) {
+        willPerform(std::move(performs));
+        receive();
     }
 
     InterruptibleStreamCopier Copier{Connection};
@@ -23,50 +35,27 @@ protected:
 };
 
 TEST_F(ReceivePump, StepsUntilTheTransferHasEnded) {
-    willPerform({receives("abc", 1), receives(std::string("a\0\r\n\xff", 5), 1), leaves(0)});
-    receive();
-    EXPECT_THAT(pumpJournal(), ElementsAre("curl_multi_wait 1000", "curl_multi_perform", "interrupt poll", //
-                                           "curl_multi_wait 1000", "curl_multi_perform", "interrupt poll", //
-                                           "curl_multi_wait 1000", "curl_multi_perform", "curl_multi_info_read"));
+    receiveBy({receives("abc", 1), leaves(1), receives(std::string("a\0\r\n\xff", 5), 0)});
+    EXPECT_EQ(pumpJournal(), "wait, perform, poll, wait, perform, poll, wait, perform, message, poll");
     EXPECT_EQ(SaveTo.view(), std::string("abca\0\r\n\xff", 8));
-}
-
-TEST_F(ReceivePump, BytesOfThePassThatEndsTheTransferNeedNoFurtherPass) {
-    willPerform({receives("abc", 1), receives("def", 0)});
-    receive();
-    EXPECT_THAT(pumpJournal(),
-                ElementsAre("curl_multi_wait 1000", "curl_multi_perform", "interrupt poll", //
-                            "curl_multi_wait 1000", "curl_multi_perform", "curl_multi_info_read", "interrupt poll"));
-    EXPECT_EQ(SaveTo.view(), "abcdef");
 }
 
 // While bytes are buffered the network has to wait, and the transfer counts as running.
 TEST_F(ReceivePump, BufferedBytesComeBeforeAnyNetworkStep) {
-    Curl.callWrite("already here");
-    willPerform({[&] {
-        EXPECT_EQ(SaveTo.view(), "already here");
-        EXPECT_TRUE(Copier.ReceiveBuffer.empty());
-        return 0;
-    }});
-    receive();
-    EXPECT_THAT(pumpJournal(),
-                ElementsAre("interrupt poll", "curl_multi_wait 1000", "curl_multi_perform", "curl_multi_info_read"));
-}
-
-TEST_F(ReceivePump, BufferKeepsItsCapacity) {
     Curl.callWrite(std::string(100'000, 'x'));
     const std::size_t capacity = Copier.ReceiveBuffer.capacity();
-    willPerform({receives(std::string(1000, 'y'), 0)});
-    receive();
-    EXPECT_TRUE(Copier.ReceiveBuffer.empty());
-    EXPECT_EQ(Copier.ReceiveBuffer.capacity(), capacity);
+    receiveBy({[&] {
+        EXPECT_EQ(SaveTo.view().size(), 100'000U);
+        EXPECT_TRUE(Copier.ReceiveBuffer.empty());
+        EXPECT_EQ(Copier.ReceiveBuffer.capacity(), capacity);
+        return 0;
+    }});
+    EXPECT_EQ(pumpJournal(), "poll, wait, perform, message");
 }
 
 TEST_F(ReceivePump, EmptyBodyEndsAtTheFirstPerformAndMayBeForNobody) {
-    willPerform({leaves(0)});
-    receive();
-    EXPECT_THAT(pumpJournal(), ElementsAre("curl_multi_wait 1000", "curl_multi_perform", "curl_multi_info_read"));
-    EXPECT_EQ(SaveTo.view(), "");
+    receiveBy({leaves(0)});
+    EXPECT_EQ(pumpJournal(), "wait, perform, message");
     willPerform({leaves(0)});
     EXPECT_NO_THROW(Copier.receiveResponse(nullptr));
 }
@@ -82,49 +71,31 @@ TEST_F(ReceivePump, RunningTransferForNobodyFailsWithoutAByteAndBeforeTheInterru
 
 TEST_F(ReceivePump, StreamThatOnlyFailedIsNotBad) {
     SaveTo.setstate(std::ios_base::failbit);
-    willPerform({receives("abc", 0)});
-    EXPECT_NO_THROW(receive());
+    EXPECT_NO_THROW(receiveBy({receives("abc", 0)}));
 }
 
-// Empty waits are counted by themselves here.
-
+// Bytes do not start the count of empty waits anew; a wait that finds something does.
 TEST_F(ReceivePump, SecondEmptyWaitInARowPauses) {
     willWait({0, 0, 0, 1});
-    willPerform({leaves(1), receives("abc", 1), leaves(1), leaves(0)}); // bytes do not start the count anew
-    receive();
-    EXPECT_THAT(journal({CurlFunction::MultiWait, CurlFunction::Pause, CurlFunction::MultiPerform}),
-                ElementsAre("curl_multi_wait 1000", "curl_multi_perform",                    //
-                            "curl_multi_wait 1000", "pause 100000000", "curl_multi_perform", //
-                            "curl_multi_wait 1000", "pause 100000000", "curl_multi_perform", //
-                            "curl_multi_wait 1000", "curl_multi_perform"));
-}
-
-TEST_F(ReceivePump, WaitThatFindsSomethingStartsTheCountAnew) {
+    receiveBy({leaves(1), receives("abc", 1), leaves(1), leaves(0)});
+    EXPECT_EQ(pumpJournal(), "wait, perform, poll, wait, pause, perform, poll, wait, pause, perform, poll, "
+                             "wait, perform, message");
     willWait({0, 1, 0, 3, 0});
-    willPerform({leaves(1), leaves(1), leaves(5), leaves(1), leaves(0)});
-    receive();
+    receiveBy({leaves(1), leaves(1), leaves(5), leaves(1), leaves(0)});
     EXPECT_EQ(Curl.pauses(), 0U);
 }
 
-// Timeouts.
-
+// Neither a pass that brought bytes nor the end is late.
 TEST_F(ReceivePump, PassThatBroughtNothingChecksTheTimeout) {
     letDeadlinePass();
-    willPerform({leaves(1)});
-    EXPECT_THROW(receive(), webservices::HTTPTimeoutException);
-    EXPECT_THAT(pumpJournal(), ElementsAre("curl_multi_wait 1000", "curl_multi_perform", "interrupt poll"));
-}
-
-TEST_F(ReceivePump, NeitherAPassThatBroughtBytesNorTheEndIsTimedOut) {
+    EXPECT_THROW(receiveBy({leaves(1)}), webservices::HTTPTimeoutException);
+    EXPECT_EQ(pumpJournal(), "wait, perform, poll");
     for (const Perform& last : {receives("late", 0), leaves(0)}) {
         letDeadlinePass();
-        willPerform({last});
-        EXPECT_NO_THROW(receive());
+        EXPECT_NO_THROW(receiveBy({last}));
     }
     EXPECT_EQ(SaveTo.view(), "late");
 }
-
-// Progress.
 
 TEST_F(ReceivePump, ProgressIsReportedAfterEachDrainBeforeTheBufferIsEmptied) {
     const auto reporter = report();
@@ -136,39 +107,14 @@ TEST_F(ReceivePump, ProgressIsReportedAfterEachDrainBeforeTheBufferIsEmptied) {
     };
     Curl.callWrite("12345");
     Copier.TotalSent = 1000; // the counts are separate
-    willPerform({leaves(1), receives("678", 1), leaves(1), receives("90", 0)});
-    receive();
+    receiveBy({leaves(1), receives("678", 1), leaves(1), receives("90", 0)});
     EXPECT_THAT(reporter->Counts, ElementsAre(5U, 8U, 10U)) << "nothing on passes that bring nothing";
-    EXPECT_EQ(pumpJournal()[1], "update 5") << "after the interrupt poll";
-}
-
-TEST_F(ReceivePump, EveryCallCountsFromZero) {
-    const auto reporter = report();
-    for (const char* content : {"12345", "123"}) {
-        Curl.callWrite(content);
-        willPerform({leaves(0)});
-        receive();
-    }
-    EXPECT_THAT(reporter->Counts, ElementsAre(5U, 3U));
-}
-
-TEST_F(ReceivePump, NoMemoryIsTakenByAPassThatBringsNothing) {
-    const std::size_t before = vantik::Host::liveArrays();
-    std::vector<std::size_t> living;
-    const Perform nothing = [&] {
-        living.push_back(vantik::Host::liveArrays() - before);
-        return 1;
-    };
-    willPerform({nothing, nothing, nothing, leaves(0)});
-    receive();
-    EXPECT_THAT(living, testing::Each(1U)) << "the counter of progress alone";
-    EXPECT_EQ(vantik::Host::liveArrays(), before);
+    EXPECT_THAT(pumpJournal(), testing::StartsWith("poll, update 5, "));
 }
 
 // Trace. Its line is closed by bytes, by a failure and by the end; a wait that fails is no pass.
 TEST_F(ReceivePump, TraceCountsThePassesOnTheNetwork) {
-    willPerform({leaves(1), leaves(1), leaves(0)});
-    EXPECT_EQ(traceOf(1, [&] { receive(); }), "PERFORM IN READER 3 times\n");
+    EXPECT_EQ(traceOf(1, [&] { receiveBy({leaves(1), leaves(1), leaves(0)}); }), "PERFORM IN READER 3 times\n");
 
     const auto fail = [&] { EXPECT_NE(failureText([&] { receive(); }), "nothing"); };
     Curl.failCall(CurlFunction::MultiPerform, CURLM_OUT_OF_MEMORY, 3);
@@ -176,6 +122,109 @@ TEST_F(ReceivePump, TraceCountsThePassesOnTheNetwork) {
     EXPECT_EQ(traceOf(1, fail), "PERFORM IN READER 2 times\nRECEIVING 3 BYTES\nPERFORM IN READER 1 times\n");
     Curl.failCall(CurlFunction::MultiWait, CURLM_OUT_OF_MEMORY);
     EXPECT_EQ(traceOf(1, fail), "");
+}
+
+// With a consumer.
+
+class ConsumingPump : public ReceivePump {
+protected:
+    void receive(std::ostream* saveTo = nullptr) { ReceivePump::receive(saveTo); }
+    // The same with these bytes buffered, and nothing more coming in.
+    void receiveAll(const std::string& content, std::ostream* saveTo = nullptr) {
+        Curl.callWrite(content);
+        willPerform({leaves(0)});
+        receive(saveTo);
+    }
+    // The consumer wants pieces of this size.
+    void want(double size) {
+        Taker->OnStart = [size] { return vantik::Array(size); };
+    }
+
+    testsupport::ScriptedConsumer Taker = consume();
+};
+
+TEST_F(ConsumingPump, LifeOfOneResponse) {
+    willPerform({receives(std::string("a\0c", 3), 1), receives("de", 0)});
+    receive();
+    EXPECT_EQ(pumpJournal(), "start, wait, perform, poll, put 3, wait, perform, message, poll, put 2, close");
+    EXPECT_EQ(Taker->content(), std::string("a\0cde", 5));
+    EXPECT_THAT(Taker->Shapes, ElementsAre(ElementsAre(3U, 1U), ElementsAre(2U, 1U)));
+}
+
+// Sizes and counts are wrapped to unsigned numbers, so that most negative ones are huge.
+TEST_F(ConsumingPump, WantedSizeBoundsThePieces) {
+    const std::pair<vantik::Array, std::size_t> rows[] = {
+        {100.9, 100},
+        {1.0, 1},
+        {16383.0, 16383},
+        {16385.0, 16384}, // the largest
+        {-1.0, 16384},
+        {std::nan(""), 16384},
+        {std::uint64_t{300}, 300},
+        {std::int32_t{-7}, 16384},
+        {byteMatrix(1, 1, "\x20"), 32},
+        {vantik::Array(), 16384},
+        {zeros(0, 1, vxDOUBLE_CLASS), 16384},
+    };
+    const std::string content(20'000, 'x');
+    for (const auto& [wanted, piece] : rows) {
+        Taker->OnStart = [&wanted] { return wanted; };
+        Taker->Pieces.clear();
+        receiveAll(content);
+        EXPECT_EQ(Taker->Pieces.front().size(), piece);
+        EXPECT_EQ(Taker->Pieces.size(), (content.size() + piece - 1) / piece);
+        EXPECT_EQ(Taker->content(), content);
+    }
+    for (const double size : {0.0, 0.5, std::nextafter(1.0, 0.0), -0.5, std::nextafter(-1.0, 0.0)}) {
+        want(size);
+        EXPECT_EQ(failureText([&] { receive(); }),
+                  internalError("ContentConsumer.startInternal returned bufSize <= 0"));
+    }
+}
+
+TEST_F(ConsumingPump, StreamGetsEachPieceOfADrainBeforeTheConsumer) {
+    const auto reporter = report();
+    std::ostringstream saveTo;
+    want(4.0);
+    Taker->OnPut = [&](int call, const std::string& piece) {
+        EXPECT_EQ(saveTo.view(), std::string("0123456789").substr(0, static_cast<std::size_t>(call) * 4));
+        return vantik::Array(static_cast<double>(piece.size()));
+    };
+    receiveAll("0123456789", &saveTo);
+    EXPECT_THAT(Taker->Pieces, ElementsAre("0123", "4567", "89"));
+    EXPECT_THAT(reporter->Counts, ElementsAre(10U)) << "once for all pieces";
+    EXPECT_EQ(Curl.count(CurlFunction::InterruptPoll), 1U) << "not between the pieces";
+}
+
+TEST_F(ConsumingPump, TakingLessThanOfferedEndsTheCopy) {
+    const std::pair<double, bool> rows[] = {
+        {10.0, true}, {10.9, true}, {11.0, true},  {std::nextafter(10.0, 0.0), false},
+        {9.0, false}, {0.0, false}, {-0.5, false}, {-1.0, true}};
+    for (const auto& [takenOfTen, goesOn] : rows) {
+        Taker->OnPut = [taken = takenOfTen](int, const std::string&) { return vantik::Array(taken); };
+        Taker->Pieces.clear();
+        Curl.callWrite("0123456789");
+        willPerform({receives("more", 0)});
+        receive();
+        EXPECT_EQ(Taker->Pieces.size(), goesOn ? 2U : 1U) << takenOfTen;
+        EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), goesOn ? 1U : 0U) << takenOfTen;
+        EXPECT_EQ(Taker->Calls.back(), "close");
+    }
+}
+
+// The interruption of a thread is not a std::exception.
+TEST_F(ConsumingPump, IsNotClosedAfterAThreadInterruptionButIsTold) {
+    Curl.OnPause = [] { throw boost::thread_interrupted(); };
+    willWait({0, 0});
+    willPerform({leaves(1)});
+    EXPECT_THROW(receive(), boost::thread_interrupted);
+    EXPECT_THAT(Taker->Calls, ElementsAre("start"));
+
+    Taker->Calls.clear();
+    Curl.OnInterruptPoll = [] { throw boost::thread_interrupted(); };
+    Curl.callWrite("abc");
+    EXPECT_THROW(receive(), boost::thread_interrupted);
+    EXPECT_THAT(Taker->Calls, ElementsAre("start", "interrupt")) << "by the poll, whatever it raises";
 }
 
 } // namespace
