@@ -36,21 +36,21 @@ static_assert(takes<ws::CopyContentToDataStreamError, Wide, Wide> &&
 
 struct Row {
     resource_core::BaseMsgID Id;
-    const char* Text;
+    std::string Text;
     std::string Type;      // name in the type information
     std::string Exception; // of the exception that carries it
     bool Thrown;
 };
 
 template <class Tag>
-Row thrown(const Tag& id, const char* text) {
-    return {id, text, typeid(Tag).name(), typeid(Failure<Tag>).name(), true};
+Row thrown(const Tag& id, const std::string& text) {
+    return {id, "VANTIK:" + text, typeid(Tag).name(), typeid(Failure<Tag>).name(), true};
 }
 
 // Rendered, or warned with.
 template <class Tag>
-Row onlyText(const Tag& id, const char* text) {
-    return {id, text, typeid(Tag).name(), typeid(Failure<Tag>).name(), false};
+Row onlyText(const Tag& id, const std::string& text) {
+    return {id, "VANTIK:" + text, typeid(Tag).name(), typeid(Failure<Tag>).name(), false};
 }
 
 const Narrow n1 = "n1";
@@ -62,43 +62,40 @@ const Wide u2 = u"u2";
 const Wide u3 = u"u3";
 const Wide u4 = u"u4";
 
-// Every identifier, with the kind of each argument in its order.
+// Every identifier, with the kind of each argument in its order. The namespace VANTIK is left out.
 const std::vector<Row>& rows() {
     static const std::vector<Row> table{
-        thrown(ws::InternalError(n1), "VANTIK:webservices:InternalError[N:n1]"),
-        thrown(ws::CopyContentToDataStreamError(u1, u2), "VANTIK:webservices:CopyContentToDataStreamError[U:u1, U:u2]"),
-        thrown(ws::CopyContentToDataStreamError("n1", n2),
-               "VANTIK:webservices:CopyContentToDataStreamError[N:n1, N:n2]"),
-        thrown(ws::StatusError(404, u1, u2), "VANTIK:webservices:StatusError[I:404, U:u1, U:u2]"),
-        thrown(ws::SSLConnectionNoFile(n1, u1), "VANTIK:webservices:SSLConnectionNoFile[N:n1, U:u1]"),
-        thrown(ws::SSLConnectionSystemFailure(n1, u1), "VANTIK:webservices:SSLConnectionSystemFailure[N:n1, U:u1]"),
-        thrown(ws::SSLConnectionFailure(n1, u1, n2), "VANTIK:webservices:SSLConnectionFailure[N:n1, U:u1, N:n2]"),
-        thrown(ws::CertificateFailedVerification(n1, n2),
-               "VANTIK:webservices:CertificateFailedVerification[N:n1, N:n2]"),
-        thrown(ws::Timeout(u1, n1, u2, u3), "VANTIK:webservices:Timeout[U:u1, N:n1, U:u2, U:u3]"),
-        thrown(ws::MalformedURL(u1), "VANTIK:webservices:MalformedURL[U:u1]"),
-        thrown(ws::UnknownHost(u1), "VANTIK:webservices:UnknownHost[U:u1]"),
-        thrown(ws::FileNotFound(u1), "VANTIK:webservices:FileNotFound[U:u1]"),
-        thrown(ws::OperationTerminatedByConsumer(u1), "VANTIK:webservices:OperationTerminatedByConsumer[U:u1]"),
-        thrown(ws::ConnectionFailed(u1), "VANTIK:webservices:ConnectionFailed[U:u1]"),
-        thrown(ws::ConnectionRefused(u1, u2), "VANTIK:webservices:ConnectionRefused[U:u1, U:u2]"),
-        thrown(ws::DecodingError(n1, n2), "VANTIK:webservices:DecodingError[N:n1, N:n2]"),
-        thrown(ws::DecodedContentTooLarge(n1, n2), "VANTIK:webservices:DecodedContentTooLarge[N:n1, N:n2]"),
-        thrown(ws::RandomError(n1), "VANTIK:webservices:RandomError[N:n1]"),
-        thrown(ws::ExpectedProtocol(n1, n2, n3, n4), "VANTIK:webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"),
-        onlyText(ws::PartialFileWarning(n1, n2, n3), "VANTIK:webservices:PartialFileWarning[N:n1, N:n2, N:n3]"),
-        thrown(ws::EncodingFailure(u1, n1, n2), "VANTIK:webservices:EncodingFailure[U:u1, N:n1, N:n2]"),
-        thrown(ws::EmptyName(n1), "VANTIK:webservices:EmptyName[N:n1]"),
-        thrown(ws::InvalidFilename(n1), "VANTIK:webservices:InvalidFilename[N:n1]"),
-        onlyText(ws::TimeoutReasonResponseHeader(), "VANTIK:webservices:TimeoutReasonResponseHeader[]"),
-        onlyText(ws::TimeoutReasonStoppedSending(), "VANTIK:webservices:TimeoutReasonStoppedSending[]"),
-        onlyText(ws::TimeoutReasonSystemLimit(), "VANTIK:webservices:TimeoutReasonSystemLimit[]"),
-        onlyText(ws::TimeoutSystemTCP(), "VANTIK:webservices:TimeoutSystemTCP[]"),
-        thrown(http::OnlyOneTransferAtATime(), "VANTIK:http:OnlyOneTransferAtATime[]"),
-        onlyText(type::PropSetClsMismatch(n1), "VANTIK:type:PropSetClsMismatch[N:n1]"),
-        thrown(legacy_two_part::UnableToConvert(n1, n2, u1),
-               "VANTIK:legacy_two_part:UnableToConvert[N:n1, N:n2, U:u1]"),
-        thrown(legacy_two_part::undefinedVarOrClass(n1), "VANTIK:legacy_two_part:undefinedVarOrClass[N:n1]"),
+        thrown(ws::InternalError(n1), "webservices:InternalError[N:n1]"),
+        thrown(ws::CopyContentToDataStreamError(u1, u2), "webservices:CopyContentToDataStreamError[U:u1, U:u2]"),
+        thrown(ws::CopyContentToDataStreamError("n1", n2), "webservices:CopyContentToDataStreamError[N:n1, N:n2]"),
+        thrown(ws::StatusError(404, u1, u2), "webservices:StatusError[I:404, U:u1, U:u2]"),
+        thrown(ws::SSLConnectionNoFile(n1, u1), "webservices:SSLConnectionNoFile[N:n1, U:u1]"),
+        thrown(ws::SSLConnectionSystemFailure(n1, u1), "webservices:SSLConnectionSystemFailure[N:n1, U:u1]"),
+        thrown(ws::SSLConnectionFailure(n1, u1, n2), "webservices:SSLConnectionFailure[N:n1, U:u1, N:n2]"),
+        thrown(ws::CertificateFailedVerification(n1, n2), "webservices:CertificateFailedVerification[N:n1, N:n2]"),
+        thrown(ws::Timeout(u1, n1, u2, u3), "webservices:Timeout[U:u1, N:n1, U:u2, U:u3]"),
+        thrown(ws::MalformedURL(u1), "webservices:MalformedURL[U:u1]"),
+        thrown(ws::UnknownHost(u1), "webservices:UnknownHost[U:u1]"),
+        thrown(ws::FileNotFound(u1), "webservices:FileNotFound[U:u1]"),
+        thrown(ws::OperationTerminatedByConsumer(u1), "webservices:OperationTerminatedByConsumer[U:u1]"),
+        thrown(ws::ConnectionFailed(u1), "webservices:ConnectionFailed[U:u1]"),
+        thrown(ws::ConnectionRefused(u1, u2), "webservices:ConnectionRefused[U:u1, U:u2]"),
+        thrown(ws::DecodingError(n1, n2), "webservices:DecodingError[N:n1, N:n2]"),
+        thrown(ws::DecodedContentTooLarge(n1, n2), "webservices:DecodedContentTooLarge[N:n1, N:n2]"),
+        thrown(ws::RandomError(n1), "webservices:RandomError[N:n1]"),
+        thrown(ws::ExpectedProtocol(n1, n2, n3, n4), "webservices:ExpectedProtocol[N:n1, N:n2, N:n3, N:n4]"),
+        onlyText(ws::PartialFileWarning(n1, n2, n3), "webservices:PartialFileWarning[N:n1, N:n2, N:n3]"),
+        thrown(ws::EncodingFailure(u1, n1, n2), "webservices:EncodingFailure[U:u1, N:n1, N:n2]"),
+        thrown(ws::EmptyName(n1), "webservices:EmptyName[N:n1]"),
+        thrown(ws::InvalidFilename(n1), "webservices:InvalidFilename[N:n1]"),
+        onlyText(ws::TimeoutReasonResponseHeader(), "webservices:TimeoutReasonResponseHeader[]"),
+        onlyText(ws::TimeoutReasonStoppedSending(), "webservices:TimeoutReasonStoppedSending[]"),
+        onlyText(ws::TimeoutReasonSystemLimit(), "webservices:TimeoutReasonSystemLimit[]"),
+        onlyText(ws::TimeoutSystemTCP(), "webservices:TimeoutSystemTCP[]"),
+        thrown(http::OnlyOneTransferAtATime(), "http:OnlyOneTransferAtATime[]"),
+        onlyText(type::PropSetClsMismatch(n1), "type:PropSetClsMismatch[N:n1]"),
+        thrown(legacy_two_part::UnableToConvert(n1, n2, u1), "legacy_two_part:UnableToConvert[N:n1, N:n2, U:u1]"),
+        thrown(legacy_two_part::undefinedVarOrClass(n1), "legacy_two_part:undefinedVarOrClass[N:n1]"),
     };
     return table;
 }

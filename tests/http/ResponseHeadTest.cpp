@@ -83,23 +83,19 @@ TEST(ResponseHead, StatusIsReadFromTheLineOnlyWhereLibcurlHasNone) {
     }
 }
 
-TEST(ResponseHead, StatusOutOfRangeIsRefusedAndChangesNothing) {
+TEST(ResponseHead, RefusesStatusOutOfRangeAndLinesWithoutEndAndKeepsWhatItHas) {
     ResponseHead head;
     head.ResponseCode = 200;
+    head.keep("HTTP/1.1 200 OK\r\n");
     EXPECT_EQ(refusalOf([&] { head.takeStatus(0, "HTTP/1.1 4294967496 OK"); }),
               "Could not convert response code 4294967496");
     EXPECT_EQ(refusalOf([&] { head.takeStatus(0, "HTTP/1.1 99999999999999999999 OK"); }),
               "Could not convert response code " + std::to_string(std::numeric_limits<long>::max()));
-    EXPECT_EQ(head.ResponseCode, 200);
-}
-
-TEST(ResponseHead, LineIsKeptWithoutItsEndAndNeverWithoutOne) {
-    ResponseHead head;
-    head.keep("HTTP/1.1 200 OK\r\n");
     for (const char* line : {"", "\n", "\r", "X", "X-A: b", "X-A: b\n", "X-A: b\r", "\n\r", "X\n\n"}) {
         EXPECT_EQ(refusalOf([&] { head.keep(line); }), "CRLF not found at the end of the received headers") << line;
     }
     head.keep("X-A: b\r\n");
+    EXPECT_EQ(head.ResponseCode, 200);
     EXPECT_EQ(head.ResponseHeaderLines, (Lines{"HTTP/1.1 200 OK", "X-A: b"}));
 }
 
@@ -112,11 +108,13 @@ TEST(ResponseHead, LinesAreCountedUntilTheNextExchange) {
     EXPECT_TRUE(head.count(ResponseHead::kLargestSize));
 }
 
-TEST(ResponseHead, FieldsAreFoundAfterTheStatusLine) {
+TEST(ResponseHead, FieldsAreFoundAfterTheStatusLineWhichHoldsTheReason) {
     ResponseHead head;
     EXPECT_EQ(head.getResponseField("X-A"), "");
-    head.ResponseHeaderLines = {"X-A: status line"};
+    EXPECT_EQ(head.reasonPhrase(), "");
+    head.ResponseHeaderLines = {"X-A: status line", "X-B: b c d"};
     EXPECT_EQ(head.getResponseField("X-A"), "");
+    EXPECT_EQ(head.reasonPhrase(), "line");
     head = headWith({"x-a:   b : c ", "X-A: second", "X-B:\tt", "X-C", "X-E:   ", "X-F : g"});
     EXPECT_EQ(head.getResponseField("X-A"), "b : c "); // blanks are only dropped in front
     EXPECT_EQ(head.getResponseField("X-B"), "\tt");    // and only blanks
@@ -127,45 +125,41 @@ TEST(ResponseHead, FieldsAreFoundAfterTheStatusLine) {
     EXPECT_EQ(head.getResponseField("X-Missing"), "");
 }
 
-TEST(ResponseHead, ReasonIsReadFromTheFirstLine) {
-    ResponseHead head;
-    EXPECT_EQ(head.reasonPhrase(), "");
-    head.ResponseHeaderLines = {"HTTP/1.1 404 Not Found", "X-A: b c d"};
-    EXPECT_EQ(head.reasonPhrase(), "Not Found");
-}
-
-TEST(ResponseHead, SaysWhetherItsLengthIsClear) {
-    for (const Lines& fields :
-         std::vector<Lines>{{},
-                            {"Content-Length: 0"},
-                            {"Content-Length: 9223372036854775807"},
-                            {"Content-Length: 5", "content-length:5 "},
-                            {"Content-Length: 5, 5"},
-                            {"Content-Length: 5", "Content-Length: 6", "Transfer-Encoding: chunked"},
-                            {"X-Folded: a", " b", "Content-Length: 5"}}) {
-        EXPECT_FALSE(headWith(fields).lengthIsUnclear()) << ::testing::PrintToString(fields);
-    }
-    for (const Lines& fields : std::vector<Lines>{{"Content-Length: 5", "Content-Length: 6"},
-                                                  {"Content-Length: 5, 6"},
-                                                  {"Content-Length: 5, "},
-                                                  {"Content-Length:"},
-                                                  {"Content-Length: -5"},
-                                                  {"Content-Length: +5"},
-                                                  {"Content-Length: 5;x"},
-                                                  {"Content-Length: 9223372036854775808"},
-                                                  {"Content-Length: 5", " 6"},
-                                                  {"Transfer-Encoding:", "\tchunked"}}) {
-        EXPECT_TRUE(headWith(fields).lengthIsUnclear()) << ::testing::PrintToString(fields);
-    }
-}
-
+// What its fields say of the content's length and framing.
 TEST(ResponseHead, SaysHowItsContentIsFramed) {
-    EXPECT_EQ(headWith({"Content-Length: 5", "Content-Length: 5"}).contentLength(), 5);
-    EXPECT_EQ(headWith({"Content-Length: 5", "Content-Length: 6"}).contentLength(), -1);
-    EXPECT_EQ(headWith({}).contentLength(), -1);
-    EXPECT_TRUE(headWith({"Transfer-Encoding: gzip, Chunked"}).isChunked());
-    EXPECT_FALSE(headWith({"Transfer-Encoding: gzip"}).isChunked());
-    EXPECT_FALSE(headWith({}).isChunked());
+    struct Row {
+        Lines Fields;
+        std::int64_t Length = -1;
+        bool IsUnclear = false;
+        bool IsChunked = false;
+    };
+    const Row rows[] = {
+        {{}},
+        {{"Content-Length: 0"}, 0},
+        {{"Content-Length: 9223372036854775807"}, std::numeric_limits<std::int64_t>::max()},
+        {{"Content-Length: 5", "content-length:5 "}, 5},
+        {{"Content-Length: 5, 5"}, 5},
+        {{"X-Folded: a", " b", "Content-Length: 5"}, 5},
+        {{"Content-Length: 5", "Content-Length: 6", "Transfer-Encoding: chunked"}, -1, false, true},
+        {{"Transfer-Encoding: gzip, Chunked"}, -1, false, true},
+        {{"Transfer-Encoding: gzip"}},
+        {{"Content-Length: 5", "Content-Length: 6"}, -1, true},
+        {{"Content-Length: 5, 6"}, -1, true},
+        {{"Content-Length: 5, "}, -1, true},
+        {{"Content-Length:"}, -1, true},
+        {{"Content-Length: -5"}, -1, true},
+        {{"Content-Length: +5"}, -1, true},
+        {{"Content-Length: 5;x"}, -1, true},
+        {{"Content-Length: 9223372036854775808"}, -1, true},
+        {{"Content-Length: 5", " 6"}, 5, true},
+        {{"Transfer-Encoding:", "\tchunked"}, -1, true},
+    };
+    for (const auto& [fields, length, isUnclear, isChunked] : rows) {
+        SCOPED_TRACE(::testing::PrintToString(fields));
+        EXPECT_EQ(headWith(fields).contentLength(), length);
+        EXPECT_EQ(headWith(fields).lengthIsUnclear(), isUnclear);
+        EXPECT_EQ(headWith(fields).isChunked(), isChunked);
+    }
 }
 
 TEST(ResponseHead, SaysHowItsContentIsEncoded) {
