@@ -87,6 +87,12 @@ protected:
         };
     }
 
+    // What an option was last set to, in words.
+    std::string optionText(CURLoption option) const {
+        const CurlCall* call = curl.lastOption(option);
+        return call == nullptr ? "unset" : call->text();
+    }
+
     // The libcurl calls that change the handle or its options, in order.
     std::vector<std::string> handleCalls() const {
         return curl.texts({CurlFunction::EasySetopt, CurlFunction::EasyReset, CurlFunction::MultiAddHandle,
@@ -125,11 +131,5 @@ protected:
         connection.closeConnection();
         connection.openConnection();
     }
-    // What an option was last set to, in words.
-    std::string optionText(CURLoption option) const {
-        const CurlCall* call = curl.lastOption(option);
-        return call == nullptr ? "unset" : call->text();
-    }
-
     HTTPConnection connection;
 };

@@ -32,14 +32,6 @@ TEST_F(CurlCallsTest, FailureNamesTheCallItsCodeAndADetailWithoutSeparator) {
               easyFailure("CURLOPT_URL", static_cast<CURLcode>(120)));
 }
 
-TEST_F(CurlCallsTest, RefusedOptionIsReportedByItsName) {
-    CURL* easy = getCurlSingleton().EasyHandle;
-    curl.failOption(CURLOPT_PROXYPORT, CURLE_BAD_FUNCTION_ARGUMENT);
-    EXPECT_EQ(failureText([&] { setOption(easy, CURL_NAMED(CURLOPT_PROXYPORT), 80L, "80"); }),
-              easyFailure("CURLOPT_PROXYPORT", CURLE_BAD_FUNCTION_ARGUMENT, "80"));
-    EXPECT_EQ(failureText([&] { setOption(easy, CURL_NAMED(CURLOPT_PROXYPORT), 80L, "80"); }), "nothing");
-}
-
 TEST_F(CurlCallsTest, OptionsReachLibcurlWithTheirValues) {
     CURL* easy = getCurlSingleton().EasyHandle;
     curl.clear();

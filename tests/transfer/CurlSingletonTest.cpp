@@ -27,29 +27,21 @@ TEST_F(CurlSingletonTest, SecondCallReturnsTheSameObjectAndMakesNoHandles) {
     EXPECT_THAT(handleMaking(), IsEmpty());
 }
 
-TEST_F(CurlSingletonTest, EachScopeHasItsOwnHandles) {
+TEST_F(CurlSingletonTest, EachScopeHasItsOwnHandlesAndItsEndCleansTheEasyHandleFirst) {
     CurlSingleton& outer = getCurlSingleton();
     outer.ConnectionOpen = true;
-    const auto inner = std::make_shared<vantik::detail::Scope>();
     {
-        const vantik::detail::ScopeEntry entry(inner);
-        CurlSingleton& other = getCurlSingleton();
-        EXPECT_NE(&other, &outer);
-        EXPECT_NE(other.EasyHandle, outer.EasyHandle);
-        EXPECT_NE(other.MultiHandle, outer.MultiHandle);
-        EXPECT_FALSE(other.ConnectionOpen);
-        resetHandles(); // not refused: the open connection belongs to the other scope
-    }
-    EXPECT_EQ(&getCurlSingleton(), &outer);
-}
-
-TEST_F(CurlSingletonTest, ScopeEndCleansTheEasyHandleFirst) {
-    {
-        auto inner = std::make_shared<vantik::detail::Scope>();
+        const auto inner = std::make_shared<vantik::detail::Scope>();
         {
             const vantik::detail::ScopeEntry entry(inner);
-            getCurlSingleton();
+            CurlSingleton& other = getCurlSingleton();
+            EXPECT_NE(&other, &outer);
+            EXPECT_NE(other.EasyHandle, outer.EasyHandle);
+            EXPECT_NE(other.MultiHandle, outer.MultiHandle);
+            EXPECT_FALSE(other.ConnectionOpen);
+            resetHandles(); // not refused: the open connection belongs to the other scope
         }
+        EXPECT_EQ(&getCurlSingleton(), &outer);
         curl.clear();
     }
     EXPECT_THAT(handleMaking(), ElementsAre("curl_easy_cleanup", "curl_multi_cleanup"));

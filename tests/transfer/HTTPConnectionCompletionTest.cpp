@@ -181,48 +181,6 @@ TEST_P(CompletionOfStatus, IsJudgedByTheStatusAndThenByTheResult) {
 INSTANTIATE_TEST_SUITE_P(Statuses, CompletionOfStatus, ::testing::ValuesIn(kStatuses),
                          [](const auto& info) { return info.param.Name; });
 
-// The transfer ends without a byte on the wire.
-TEST_F(HTTPConnectionCompletionTest, EachResultEndsASendAndTheNextOneIsGood) {
-    for (const ResultRow& row : results()) {
-        SCOPED_TRACE("result " + std::to_string(row.Result) + ", text \"" + row.Text + '"');
-        connection.addField("X-A", "b");
-        connection.addField("X-Removed", "");
-        connection.Metadata.ContentEncoding = "";
-        connection.SentHead.RequestHeaderLines.clear();
-        connection.ReceivedHead.ResponseHeaderLines.clear();
-        connection.Transfer.TransferFailed = false;
-        warnings.clear();
-        reportStatus(0);
-        curl.OnPerform = [&](int& running) {
-            running = 0;
-            curl.advanceClock(2'000 * kMs);
-            setErrorText(row.Text);
-            curl.finishWith(static_cast<CURLcode>(row.Result));
-            return CURLM_OK;
-        };
-        std::string failure = row.Failure;
-        if (const std::size_t encoding = failure.find("N:gzip"); encoding != std::string::npos) {
-            failure.replace(encoding, 6, "N:"); // no head has come
-        }
-        const bool completed = failure == "nothing";
-        EXPECT_EQ(send(), failure);
-        EXPECT_EQ(connection.Transfer.ResponseDone, completed);
-        EXPECT_EQ(connection.Transfer.TransferFailed, !completed && !failure.starts_with("HTTPCopyStreamException"));
-        EXPECT_TRUE(connection.Transfer.Opened);
-        EXPECT_FALSE(connection.SentHead.Sent);
-        // The head never left, so the fields are those that were to be sent.
-        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("X-A: b"));
-        EXPECT_EQ(warnings.size(), completed ? 1U : 0U);
-
-        reopen();
-        playExchange("HTTP/1.1 201 Created\r\nX-B: c\r\n\r\n");
-        EXPECT_EQ(send(), "nothing");
-        EXPECT_EQ(connection.getResponseCode(), 201);
-        EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
-        reopen();
-    }
-}
-
 // A status that libcurl has read does not make a response of a head that never ended.
 TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
     const auto warned = [&](const std::string& head, CURLcode result, const std::string& text) {

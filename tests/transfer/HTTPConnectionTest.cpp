@@ -91,11 +91,6 @@ struct Cause {
     bool TouchesLibcurl = true;
 };
 
-Cause refusedOption(const char* name, CurlNamed<CURLoption> option, CURLcode code, int nth) {
-    return {name, [=](CurlInterposer& curl, auto&) { curl.failOption(option.Value, code, nth); },
-            easyFailure(option.Name, code)};
-}
-
 const Cause kCauses[] = {
     {"NoFramework", [](auto&, auto& framework) { framework.emplace(nullptr); },
      internalError("libcurl initialization failed."), false},
@@ -113,10 +108,10 @@ const Cause kCauses[] = {
      internalError("\"curl_easy_init\" failed ")},
     {"NoMultiHandle", [](auto& curl, auto&) { curl.failCall(CurlFunction::MultiInit, 0); },
      internalError("\"curl_multi_init\" failed ")},
-    refusedOption("CookieEngine", CURL_NAMED(CURLOPT_COOKIEFILE), CURLE_UNKNOWN_OPTION, 1),
-    refusedOption("Cookies", CURL_NAMED(CURLOPT_COOKIELIST), CURLE_OUT_OF_MEMORY, 1),
-    refusedOption("CookieFileAgain", CURL_NAMED(CURLOPT_COOKIEFILE), CURLE_OUT_OF_MEMORY, 2),
-    refusedOption("CookieListAgain", CURL_NAMED(CURLOPT_COOKIELIST), CURLE_UNKNOWN_OPTION, 2),
+    {"NoCookieEngine", [](auto& curl, auto&) { curl.failOption(CURLOPT_COOKIEFILE, CURLE_UNKNOWN_OPTION); },
+     easyFailure("CURLOPT_COOKIEFILE", CURLE_UNKNOWN_OPTION)},
+    {"CookiesThatStay", [](auto& curl, auto&) { curl.failOption(CURLOPT_COOKIELIST, CURLE_OUT_OF_MEMORY, 2); },
+     easyFailure("CURLOPT_COOKIELIST", CURLE_OUT_OF_MEMORY)},
 };
 
 class FailedConstruction : public HTTPConnectionTest, public ::testing::WithParamInterface<Cause> {};

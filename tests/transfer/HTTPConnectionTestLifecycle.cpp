@@ -195,6 +195,16 @@ INSTANTIATE_TEST_SUITE_P(StatesAndOperations, Lifecycle,
                              return std::string(std::get<0>(info.param).Name) + '_' + std::get<1>(info.param).Name;
                          });
 
+// libcurl would go on with the first transfer and its callback data.
+TEST_F(LifecycleFixture, SendThatIsDueAgainTakesTheHandleOffAndOnWithTheOptionsOfTheOpen) {
+    open().fail(false);
+    curl.clear();
+    send();
+    EXPECT_THAT(curl.texts({CurlFunction::MultiRemoveHandle, CurlFunction::EasyReset, CurlFunction::MultiAddHandle}),
+                ElementsAre("curl_multi_remove_handle", "curl_multi_add_handle"));
+    EXPECT_EQ(copy().content, "content");
+}
+
 // The flag of the scope, and nothing else, refuses a second connection and new handles; neither touches the first one.
 TEST_F(LifecycleFixture, SecondConnectionAndNewHandlesAreRefusedWhereOneIsOpen) {
     for (const State& state : kStates) {

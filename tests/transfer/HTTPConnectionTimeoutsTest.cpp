@@ -44,18 +44,18 @@ TEST_F(HTTPConnectionTimeoutsTest, EmptyArrayIsRefusedAndChangesNothing) {
 }
 
 TEST_F(HTTPConnectionTimeoutsTest, ConnectTimeoutGoesToLibcurlInWholeMilliseconds) {
-    const std::vector<std::pair<double, std::int64_t>> rows{{5000.0, 5000},
-                                                            {0.0, 0},
-                                                            {0.9, 0},
-                                                            {-0.9, 0},
-                                                            {-1.0, -1},
-                                                            {2147483647.9, 2147483647},
-                                                            {2147483648.0, 1000},
-                                                            {1e12, 1000},
-                                                            {kUnlimited, 2147483647},
-                                                            {-kUnlimited, 2147483647},
-                                                            {-2147483648.9, -2147483648},
-                                                            {-2147483649.0, 1000}};
+    const std::pair<double, std::int64_t> rows[] = {{5000.0, 5000},
+                                                    {0.0, 0},
+                                                    {0.9, 0},
+                                                    {-0.9, 0},
+                                                    {-1.0, -1},
+                                                    {2147483647.9, 2147483647},
+                                                    {-2147483648.9, -2147483648},
+                                                    {kUnlimited, 2147483647},
+                                                    {-kUnlimited, 2147483647},
+                                                    {2147483648.0, 1000},
+                                                    {-2147483649.0, 1000},
+                                                    {1e12, 1000}};
     for (const auto& [timeout, option] : rows) {
         connection.setTimeouts({timeout});
         curl.clear();

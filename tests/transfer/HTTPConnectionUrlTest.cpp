@@ -30,33 +30,27 @@ TEST_F(HTTPConnectionUrlTest, FragmentStaysInTheTextAndLeavesTheParsedUrl) {
     EXPECT_EQ(connection.Settings.InitialURL, "http://127.0.0.1/a#part");
     EXPECT_EQ(parsedUrl(), "http://127.0.0.1/a");
     EXPECT_FALSE(connection.Settings.ParsedURL.hasFragment());
-}
-
-TEST_F(HTTPConnectionUrlTest, EmptyTextEmptiesIt) {
-    connection.setURL(u"http://127.0.0.1/");
-    connection.setURL(u"");
+    connection.setURL(u""); // an empty text empties all of them
     EXPECT_TRUE(connection.Settings.ParsedURL.isEmpty());
-    EXPECT_EQ(url(), "");
-    EXPECT_EQ(connection.Settings.InitialURL, "");
+    EXPECT_EQ(url() + connection.Settings.InitialURL, "");
 }
 
-TEST_F(HTTPConnectionUrlTest, MissingSchemeIsRefusedWithTheUrlInQuotes) {
+TEST_F(HTTPConnectionUrlTest, MissingAndOtherSchemesAreRefused) {
+    const std::string expected = "VANTIK:webservices:ExpectedProtocol[N:";
+    const std::pair<std::u16string, std::string> rows[] = {
+        {u"www.example.org/a", "HTTPURLException[\"www.example.org/a\" (no protocol)]"},
+        {u"//host/a", "HTTPURLException[\"//host/a\" (no protocol)]"},
+        {u"ftp://host/a", expected + "ftp, N:ftp://host/a, N:http, N:https]"},
+        {u"file:///etc/hosts", expected + "file, N:file:///etc/hosts, N:http, N:https]"},
+        {u"httpx://h/", expected + "httpx, N:httpx://h/, N:http, N:https]"},
+    };
     connection.setURL(u"http://old.example/");
-    EXPECT_EQ(refusal(u"www.example.org/a"), "HTTPURLException[\"www.example.org/a\" (no protocol)]");
-    EXPECT_EQ(url(), "http://old.example/");
-    EXPECT_EQ(parsedUrl(), "www.example.org/a"); // already replaced
-    EXPECT_EQ(refusal(u"//host/a"), "HTTPURLException[\"//host/a\" (no protocol)]");
+    for (const auto& [text, failure] : rows) {
+        EXPECT_EQ(refusal(text), failure);
+        EXPECT_EQ(url(), "http://old.example/");
+        EXPECT_EQ(parsedUrl(), fl::i18n::to_string(text)); // already replaced
+    }
     EXPECT_EQ(refusal(u"\u00E4"), "HTTPURLException[\"\u00E4\" (no protocol)]");
-}
-
-TEST_F(HTTPConnectionUrlTest, OtherSchemesAreRefusedWithBothThatAreExpected) {
-    connection.setURL(u"http://old.example/");
-    EXPECT_EQ(refusal(u"ftp://host/a"), "VANTIK:webservices:ExpectedProtocol[N:ftp, N:ftp://host/a, N:http, N:https]");
-    EXPECT_EQ(url(), "http://old.example/");
-    EXPECT_EQ(parsedUrl(), "ftp://host/a");
-    EXPECT_EQ(refusal(u"file:///etc/hosts"),
-              "VANTIK:webservices:ExpectedProtocol[N:file, N:file:///etc/hosts, N:http, N:https]");
-    EXPECT_EQ(refusal(u"httpx://h/"), "VANTIK:webservices:ExpectedProtocol[N:httpx, N:httpx://h/, N:http, N:https]");
 }
 
 TEST_F(HTTPConnectionUrlTest, SchemeInCapitalsIsLoweredByTheParser) {

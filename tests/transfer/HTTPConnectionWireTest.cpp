@@ -77,25 +77,22 @@ TEST_F(HTTPConnectionWireTest, RefusedHeadIsRaisedAfterThePerform) {
     EXPECT_EQ(connection.SentHead.EffectiveMethod, "PUT");
 }
 
-struct ActivityRow {
-    curl_infotype Type;
-    std::int32_t Debug;
-    bool Counts;
-};
-
 TEST_F(HTTPConnectionWireTest, BytesThatMoveMoveTheDeadline) {
+    struct Row {
+        curl_infotype Type;
+        std::int32_t Debug;
+        bool Counts;
+    };
     const StandardOutputCapture output;
     connection.setTimeouts({5000.0, 1000.0});
     connection.applyTimeouts();
     curl.setClock(5 * kMs);
     for (const auto& [type, debug, counts] :
-         {ActivityRow{CURLINFO_TEXT, 0, false}, ActivityRow{CURLINFO_TEXT, 1, false},
-          ActivityRow{CURLINFO_HEADER_IN, 0, true},
-          ActivityRow{CURLINFO_HEADER_IN, 1, false}, // the record ends it; the header callback counts it
-          ActivityRow{CURLINFO_HEADER_OUT, 0, true}, ActivityRow{CURLINFO_HEADER_OUT, 1, true},
-          ActivityRow{CURLINFO_DATA_IN, 0, true}, ActivityRow{CURLINFO_DATA_IN, 2, true},
-          ActivityRow{CURLINFO_DATA_OUT, 0, true}, ActivityRow{CURLINFO_DATA_OUT, 1, true},
-          ActivityRow{CURLINFO_SSL_DATA_IN, 0, false}, ActivityRow{CURLINFO_SSL_DATA_OUT, 0, false}}) {
+         {Row{CURLINFO_TEXT, 0, false}, Row{CURLINFO_TEXT, 1, false}, Row{CURLINFO_HEADER_IN, 0, true},
+          Row{CURLINFO_HEADER_IN, 1, false}, // the record ends it; the header callback counts it
+          Row{CURLINFO_HEADER_OUT, 0, true}, Row{CURLINFO_HEADER_OUT, 1, true}, Row{CURLINFO_DATA_IN, 0, true},
+          Row{CURLINFO_DATA_IN, 2, true}, Row{CURLINFO_DATA_OUT, 0, true}, Row{CURLINFO_DATA_OUT, 1, true},
+          Row{CURLINFO_SSL_DATA_IN, 0, false}, Row{CURLINFO_SSL_DATA_OUT, 0, false}}) {
         connection.Limits.Deadline = 1;
         connection.Settings.Debug = debug;
         pass(type, "GET / HTTP/1.1\r\n");
@@ -104,57 +101,50 @@ TEST_F(HTTPConnectionWireTest, BytesThatMoveMoveTheDeadline) {
 }
 
 // The record of the traffic.
-
-struct TraceRow {
-    const char* Name;
-    std::int32_t Debug;
-    curl_infotype Type;
-    std::string Bytes;
-    std::string Output;
-};
-
-class TraceRecordTest : public HTTPConnectionWireTest, public ::testing::WithParamInterface<TraceRow> {};
-
-TEST_P(TraceRecordTest, IsTextOrCount) {
-    EXPECT_EQ(timelessTrace(GetParam().Debug, GetParam().Type, GetParam().Bytes), GetParam().Output);
+TEST_F(HTTPConnectionWireTest, RecordIsTextOrCount) {
+    struct Row {
+        std::int32_t Debug;
+        curl_infotype Type;
+        std::string Bytes;
+        std::string Output;
+    };
+    const std::string longest(999, 'x');
+    const std::string tooLong(1000, 'x');
+    const std::string nul("a\0b", 3);
+    const Row rows[] = {
+        {0, CURLINFO_TEXT, "a", ""},
+        {0, CURLINFO_DATA_IN, "a", ""},
+        {1, CURLINFO_TEXT, "Connected\n", "IN INFO (T): Connected\n"},
+        {1, CURLINFO_TEXT, longest, "IN INFO (T): " + longest + "\n"},
+        {2, CURLINFO_TEXT, tooLong, "IN INFO (T): 1000 bytes\n"},
+        {2, CURLINFO_TEXT, nul, "IN INFO (T): 3 bytes\n"},
+        // A head is as libcurl made it, of any length, and its blank line stays raw.
+        {1, CURLINFO_HEADER_OUT, "GET / HTTP/1.1\r\nAuthorization: algorithm=\"MD5\"\r\n\r\n",
+         "OUT HDR (T): GET / HTTP/1.1<CRLF>\nAuthorization: algorithm=\"MD5\"<CRLF>\n\r\n"},
+        {1, CURLINFO_HEADER_OUT, "G " + tooLong + " H\r\n", "OUT HDR (T): G " + tooLong + " H<CRLF>\n"},
+        {1, CURLINFO_HEADER_OUT, "G /\x01 H\r\n", "OUT HDR (T): 12 bytes\n"},
+        {2, CURLINFO_HEADER_IN, "HTTP/1.1 200 OK\r\n", ""},
+        {2, CURLINFO_SSL_DATA_IN, "secret", ""},
+        {2, CURLINFO_SSL_DATA_OUT, "secret", ""},
+        {2, CURLINFO_END, "x", ""},
+        // Content is counted, as it is with its marks, and shown from level 2 on.
+        {-1, CURLINFO_DATA_IN, "a", "IN DATA (T): 1 bytes\n"},
+        {1, CURLINFO_DATA_OUT, "ab", "OUT DATA (T): 2 bytes\n"},
+        {1, CURLINFO_DATA_IN, "a\r\nb", "IN DATA (T): 9 bytes\n"},
+        {2, CURLINFO_DATA_OUT, "a\tb", "OUT DATA (T): a\tb\n"},
+        {2, CURLINFO_DATA_IN, longest + "\n", "IN DATA (T): " + longest + "\n"},
+        {2, CURLINFO_DATA_IN, tooLong, "IN DATA (T): 1000 bytes\n"},
+        {2, CURLINFO_DATA_IN, std::string(992, 'x') + "\r\nx", "IN DATA (T): 1000 bytes\n"},
+        {2, CURLINFO_DATA_IN, "a\r\nb\r\nc", "IN DATA (T): a<CRLF>\nb\r\nc\n"}, // too close to the one before
+        {2, CURLINFO_DATA_IN, "a\r\nbb\r\nc", "IN DATA (T): a<CRLF>\nbb<CRLF>\nc\n"},
+        {3, CURLINFO_DATA_IN, nul, "IN DATA (T): 3 bytes\n"},
+        {3, CURLINFO_DATA_IN, "\x1b[1m", "IN DATA (T): 4 bytes\n"},
+        {3, CURLINFO_DATA_IN, "\xC3\xA4", "IN DATA (T): 2 bytes\n"},
+    };
+    for (const auto& [debug, type, bytes, output] : rows) {
+        EXPECT_EQ(timelessTrace(debug, type, bytes), output) << debug << ' ' << type << ' ' << bytes;
+    }
 }
-
-const std::string kLongest(999, 'x');
-const std::string kTooLong(1000, 'x');
-INSTANTIATE_TEST_SUITE_P(
-    Blocks, TraceRecordTest,
-    ::testing::Values(
-        TraceRow{"QuietText", 0, CURLINFO_TEXT, "a", ""}, TraceRow{"QuietData", 0, CURLINFO_DATA_IN, "a", ""},
-        TraceRow{"Text", 1, CURLINFO_TEXT, "Connected\n", "IN INFO (T): Connected\n"},
-        TraceRow{"LongestText", 1, CURLINFO_TEXT, kLongest, "IN INFO (T): " + kLongest + "\n"},
-        TraceRow{"TooLongText", 2, CURLINFO_TEXT, kTooLong, "IN INFO (T): 1000 bytes\n"},
-        TraceRow{"BinaryText", 2, CURLINFO_TEXT, std::string("a\0b", 3), "IN INFO (T): 3 bytes\n"},
-        // As libcurl made it, and its blank line stays raw.
-        TraceRow{"Head", 1, CURLINFO_HEADER_OUT, "GET / HTTP/1.1\r\nAuthorization: algorithm=\"MD5\"\r\n\r\n",
-                 "OUT HDR (T): GET / HTTP/1.1<CRLF>\nAuthorization: algorithm=\"MD5\"<CRLF>\n\r\n"},
-        TraceRow{"LongHead", 1, CURLINFO_HEADER_OUT, "G " + kTooLong + " H\r\n",
-                 "OUT HDR (T): G " + kTooLong + " H<CRLF>\n"},
-        TraceRow{"BinaryHead", 1, CURLINFO_HEADER_OUT, "G /\x01 H\r\n", "OUT HDR (T): 12 bytes\n"},
-        TraceRow{"IncomingHead", 2, CURLINFO_HEADER_IN, "HTTP/1.1 200 OK\r\n", ""},
-        TraceRow{"TlsIn", 2, CURLINFO_SSL_DATA_IN, "secret", ""},
-        TraceRow{"TlsOut", 2, CURLINFO_SSL_DATA_OUT, "secret", ""}, TraceRow{"End", 2, CURLINFO_END, "x", ""},
-        TraceRow{"DataIsCounted", 1, CURLINFO_DATA_IN, "a", "IN DATA (T): 1 bytes\n"},
-        TraceRow{"DataOutIsCounted", 1, CURLINFO_DATA_OUT, "ab", "OUT DATA (T): 2 bytes\n"},
-        TraceRow{"NegativeLevelCounts", -1, CURLINFO_DATA_IN, "a", "IN DATA (T): 1 bytes\n"},
-        TraceRow{"CountIsOfTheMarkedText", 1, CURLINFO_DATA_IN, "a\r\nb", "IN DATA (T): 9 bytes\n"},
-        TraceRow{"DataIsShown", 2, CURLINFO_DATA_OUT, "a\tb", "OUT DATA (T): a\tb\n"},
-        TraceRow{"LongestData", 2, CURLINFO_DATA_IN, kLongest + "\n", "IN DATA (T): " + kLongest + "\n"},
-        TraceRow{"TooLongData", 2, CURLINFO_DATA_IN, kTooLong, "IN DATA (T): 1000 bytes\n"},
-        TraceRow{"TooLongByItsMarks", 2, CURLINFO_DATA_IN, std::string(992, 'x') + "\r\nx",
-                 "IN DATA (T): 1000 bytes\n"},
-        TraceRow{"PairOneCharacterAfterAMarkedOneStays", 2, CURLINFO_DATA_IN, "a\r\nb\r\nc",
-                 "IN DATA (T): a<CRLF>\nb\r\nc\n"},
-        TraceRow{"PairTwoCharactersAfterAMarkedOneIsMarked", 2, CURLINFO_DATA_IN, "a\r\nbb\r\nc",
-                 "IN DATA (T): a<CRLF>\nbb<CRLF>\nc\n"},
-        TraceRow{"NulInData", 3, CURLINFO_DATA_IN, std::string("a\0b", 3), "IN DATA (T): 3 bytes\n"},
-        TraceRow{"ControlByteInData", 3, CURLINFO_DATA_IN, "\x1b[1m", "IN DATA (T): 4 bytes\n"},
-        TraceRow{"ByteAboveAscii", 3, CURLINFO_DATA_IN, "\xC3\xA4", "IN DATA (T): 2 bytes\n"}),
-    [](const auto& info) { return info.param.Name; });
 
 TEST_F(HTTPConnectionWireTest, RecordClosesAPendingRun) {
     const StandardOutputCapture output;

@@ -17,19 +17,6 @@ using vantik::detail::FrameworkReplacement;
 using vantik::detail::makeEmptyFramework;
 using LibCurlInitializerTest = testsupport::ScopeFixture;
 
-TEST_F(LibCurlInitializerTest, IsTheServiceOfTheHost) {
-    EXPECT_NE(newLibCurlInitializer(), nullptr);
-}
-
-TEST_F(LibCurlInitializerTest, IsMissingWithoutAFrameworkOrTheService) {
-    {
-        const FrameworkReplacement none(nullptr);
-        EXPECT_EQ(newLibCurlInitializer(), nullptr);
-    }
-    const FrameworkReplacement empty(makeEmptyFramework());
-    EXPECT_EQ(newLibCurlInitializer(), nullptr);
-}
-
 TEST_F(LibCurlInitializerTest, IsTheFirstOfSeveral) {
     const auto framework = makeEmptyFramework();
     const auto first = std::make_shared<LibCurlInitializer>();
