@@ -102,15 +102,10 @@ const std::vector<Row>& rows() {
 
 using MessageIdentifiersTest = testsupport::ScopeFixture;
 
-TEST_F(MessageIdentifiersTest, HaveTheirCataloguesKeysAndArguments) {
+// The catalogue that ships has a text for each, and each argument that the text uses is there.
+TEST_F(MessageIdentifiersTest, HaveTheirKeysArgumentsAndTextsOfTheCatalogue) {
     for (const Row& row : rows()) {
         EXPECT_EQ(identifierText(row.Id), row.Text);
-    }
-}
-
-// The catalogue that ships has a text for each, and each argument that the text uses is there.
-TEST_F(MessageIdentifiersTest, HaveATextInTheCatalogue) {
-    for (const Row& row : rows()) {
         const std::string text =
             fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(row.Id, fl::i18n::VkLocale("en")));
         EXPECT_NE(text, "");

@@ -7,29 +7,20 @@
 
 using namespace netrove;
 
-TEST(ScopeExit, RunsWhileAFailurePassesAndLetsItPass) {
+TEST(ScopeExit, RunsWhileAFailurePassesAndWhatItRaisesIsDropped) {
     bool ran = false;
     EXPECT_THROW(
         {
-            const ScopeExit leave([&] { ran = true; });
+            const ScopeExit leave([&] {
+                ran = true;
+                throw std::runtime_error("in the guard");
+            });
             throw std::out_of_range("the failure");
         },
         std::out_of_range);
     EXPECT_TRUE(ran);
-}
-
-TEST(ScopeExit, SwallowsWhatItsFunctionRaises) {
     EXPECT_NO_THROW({ const ScopeExit leave([] { throw std::runtime_error("nobody sees this"); }); });
     EXPECT_NO_THROW({ const ScopeExit leave([] { throw 7; }); });
-}
-
-TEST(ScopeExit, WhatItsFunctionRaisesDoesNotTakeThePlaceOfAFailure) {
-    try {
-        const ScopeExit leave([] { throw std::runtime_error("in the guard"); });
-        throw std::out_of_range("first");
-    } catch (const std::exception& failure) {
-        EXPECT_STREQ(failure.what(), "first");
-    }
 }
 
 TEST(ScopeExit, LaterGuardsRunFirst) {

@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <string>
+#include <vector>
 
 using namespace netrove;
 
@@ -12,23 +13,11 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// What has been taken from heads so far.
-struct Taken {
-    std::string Method = "M";
-    std::string Uri = "U";
-    std::string Version = "V";
-    Lines Fields = {"L"};
-
-    bool operator==(const Taken&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Taken& taken) {
-    return stream << taken.Method << ' ' << taken.Uri << ' ' << taken.Version << ' '
-                  << ::testing::PrintToString(taken.Fields);
-}
-
-Taken takenFrom(const RequestHead& head) {
-    return {head.EffectiveMethod, head.RequestURI, head.RequestHTTPVersion, head.RequestHeaderLines};
+// What has been taken from heads so far: method, target, version, fields.
+Lines takenFrom(const RequestHead& head) {
+    Lines taken{head.EffectiveMethod, head.RequestURI, head.RequestHTTPVersion};
+    taken.insert(taken.end(), head.RequestHeaderLines.begin(), head.RequestHeaderLines.end());
+    return taken;
 }
 
 // Passed in a memory block of exactly its size, so that a sanitizer sees every read beyond it.
@@ -43,13 +32,15 @@ std::string refusalOf(RequestHead& head, const std::string& block) {
     return "";
 }
 
+const Lines kBefore{"M", "U", "V", "L"};
+
 struct Row {
     const char* Name;
     bool InHead; // before
     std::string Block;
     bool InHeadAfter;
     bool Sent;
-    Taken After = {};
+    Lines After = kBefore;
     std::string Refusal = {}; // empty: taken
 };
 
@@ -62,43 +53,43 @@ const std::string kNulInField("a\0b\r\n", 5);
 
 const Row kRows[] = {
     // A request line is awaited.
-    {"RequestLine", false, "GET /x HTTP/1.1\r\n", true, false, {"GET", "/x", "HTTP/1.1", {}}},
-    {"RequestLineInBlanks", false, " \tGET /x HTTP/1.1 \r\n", true, false, {"GET", "/x", "HTTP/1.1", {}}},
-    {"RequestLineOfEmptyParts", false, "a  b\r\n", true, false, {"a", "", "b", {}}},
-    {"RequestLineOfFourWords", false, "a b c d\r\n", true, false, {"a", "b", "c d", {}}},
-    {"FieldOfTwoBlanksAsRequestLine", false, "X: y z\r\n", true, false, {"X:", "y", "z", {}}},
-    {"FieldAsRequestLine", false, "Host: h\r\n", true, false, {"Host:", "U", "V", {"L"}}, kOneBlank},
-    {"OneBlank", false, "GET /x\r\n", true, false, {"GET", "U", "V", {"L"}}, kOneBlank},
-    {"TabIsNoBlank", false, "GET\t/x HTTP/1.1\r\n", true, false, {"GET\t/x", "U", "V", {"L"}}, kOneBlank},
-    {"BlankAtTheEndIsCut", false, "GET \r\n", true, false, {}, kNoBlank},
-    {"NoBlank", false, "GET\r\n\r\n", true, false, {}, kNoBlank},
-    {"EmptyLine", false, "\r\n", false, false, {}, kNoRequestLine},
-    {"LineOfBlanks", false, " \t \r\nGET / H\r\n\r\n", false, false, {}, kNoRequestLine},
-    {"NoLineEnd", false, "GET /x HTTP/1.1", false, false, {}, kNoLine + "GET /x HTTP/1.1"},
-    {"LineFeedAlone", false, "GET /x HTTP/1.1\n", false, false, {}, kNoLine + "GET /x HTTP/1.1\n"},
-    {"CarriageReturnAlone", false, "GET /x HTTP/1.1\r", false, false, {}, kNoLine + "GET /x HTTP/1.1\r"},
-    {"LineEndTheWrongWayRound", false, "X: y\n\r", false, false, {}, kNoLine + "X: y\n\r"},
-    {"NulInRequestLine", false, kNulInLine, false, false, {}, kNoLine + kNulInLine},
+    {"RequestLine", false, "GET /x HTTP/1.1\r\n", true, false, {"GET", "/x", "HTTP/1.1"}},
+    {"RequestLineInBlanks", false, " \tGET /x HTTP/1.1 \r\n", true, false, {"GET", "/x", "HTTP/1.1"}},
+    {"RequestLineOfEmptyParts", false, "a  b\r\n", true, false, {"a", "", "b"}},
+    {"RequestLineOfFourWords", false, "a b c d\r\n", true, false, {"a", "b", "c d"}},
+    {"FieldOfTwoBlanksAsRequestLine", false, "X: y z\r\n", true, false, {"X:", "y", "z"}},
+    {"FieldAsRequestLine", false, "Host: h\r\n", true, false, {"Host:", "U", "V", "L"}, kOneBlank},
+    {"OneBlank", false, "GET /x\r\n", true, false, {"GET", "U", "V", "L"}, kOneBlank},
+    {"TabIsNotABlank", false, "GET\t/x HTTP/1.1\r\n", true, false, {"GET\t/x", "U", "V", "L"}, kOneBlank},
+    {"BlankAtTheEndIsCut", false, "GET \r\n", true, false, kBefore, kNoBlank},
+    {"NoBlank", false, "GET\r\n\r\n", true, false, kBefore, kNoBlank},
+    {"EmptyLine", false, "\r\n", false, false, kBefore, kNoRequestLine},
+    {"LineOfBlanks", false, " \t \r\nGET / H\r\n\r\n", false, false, kBefore, kNoRequestLine},
+    {"NoLineEnd", false, "GET /x HTTP/1.1", false, false, kBefore, kNoLine + "GET /x HTTP/1.1"},
+    {"LineFeedAlone", false, "GET /x HTTP/1.1\n", false, false, kBefore, kNoLine + "GET /x HTTP/1.1\n"},
+    {"CarriageReturnAlone", false, "GET /x HTTP/1.1\r", false, false, kBefore, kNoLine + "GET /x HTTP/1.1\r"},
+    {"LineEndTheWrongWayRound", false, "X: y\n\r", false, false, kBefore, kNoLine + "X: y\n\r"},
+    {"NulInRequestLine", false, kNulInLine, false, false, kBefore, kNoLine + kNulInLine},
     {"NothingAwaited", false, "", false, false},
     // Field lines are awaited.
-    {"Field", true, "Host: h\r\n", true, false, {"M", "U", "V", {"L", "Host: h"}}},
-    {"FieldInBlanks", true, " Host:  h\t \r\n", true, false, {"M", "U", "V", {"L", "Host:  h"}}},
-    {"RequestLineAsField", true, "GET /x HTTP/1.1\r\n", true, false, {"M", "U", "V", {"L", "GET /x HTTP/1.1"}}},
-    {"NoBlankAsField", true, "GET\r\n", true, false, {"M", "U", "V", {"L", "GET"}}},
-    {"LineFeedInAField", true, "a\nb\r\n", true, false, {"M", "U", "V", {"L", "a\nb"}}},
+    {"Field", true, "Host: h\r\n", true, false, {"M", "U", "V", "L", "Host: h"}},
+    {"FieldInBlanks", true, " Host:  h\t \r\n", true, false, {"M", "U", "V", "L", "Host:  h"}},
+    {"RequestLineAsField", true, "GET /x HTTP/1.1\r\n", true, false, {"M", "U", "V", "L", "GET /x HTTP/1.1"}},
+    {"NoBlankAsField", true, "GET\r\n", true, false, {"M", "U", "V", "L", "GET"}},
+    {"LineFeedInAField", true, "a\nb\r\n", true, false, {"M", "U", "V", "L", "a\nb"}},
     {"EndOfTheHead", true, "\r\n", false, true},
     {"LineOfBlanksEndsTheHead", true, " \t \r\n", false, true},
-    {"FieldWithoutLineEnd", true, "Host: h", true, false, {}, kNoLine + "Host: h"},
-    {"FieldWithLineFeedAlone", true, "Host: h\n", true, false, {}, kNoLine + "Host: h\n"},
-    {"NulInField", true, kNulInField, true, false, {}, kNoLine + kNulInField},
+    {"FieldWithoutLineEnd", true, "Host: h", true, false, kBefore, kNoLine + "Host: h"},
+    {"FieldWithLineFeedAlone", true, "Host: h\n", true, false, kBefore, kNoLine + "Host: h\n"},
+    {"NulInField", true, kNulInField, true, false, kBefore, kNoLine + kNulInField},
     {"NothingInHead", true, "", true, false},
     // Several lines in one block.
-    {"WholeHead", false, "PUT / H\r\nA: b\r\n\r\n", false, true, {"PUT", "/", "H", {"A: b"}}},
-    {"TwoHeads", false, "PUT / H\r\nA: b\r\n\r\nHEAD /y I\r\n\r\n", false, true, {"HEAD", "/y", "I", {}}},
-    {"EndAndNextRequestLine", true, "\r\nPUT / H\r\n", true, true, {"PUT", "/", "H", {}}},
-    {"EndAndEmptyLine", true, "A: b\r\n\r\n\r\n", false, true, {"M", "U", "V", {"L", "A: b"}}, kNoRequestLine},
-    {"EndAndHalfALine", true, "\r\nPUT", false, true, {}, kNoLine + "PUT"},
-    {"RequestLineAndHalfAField", false, "PUT / H\r\nA: b", true, false, {"PUT", "/", "H", {}}, kNoLine + "A: b"},
+    {"WholeHead", false, "PUT / H\r\nA: b\r\n\r\n", false, true, {"PUT", "/", "H", "A: b"}},
+    {"TwoHeads", false, "PUT / H\r\nA: b\r\n\r\nHEAD /y I\r\n\r\n", false, true, {"HEAD", "/y", "I"}},
+    {"EndAndNextRequestLine", true, "\r\nPUT / H\r\n", true, true, {"PUT", "/", "H"}},
+    {"EndAndEmptyLine", true, "A: b\r\n\r\n\r\n", false, true, {"M", "U", "V", "L", "A: b"}, kNoRequestLine},
+    {"EndAndHalfALine", true, "\r\nPUT", false, true, kBefore, kNoLine + "PUT"},
+    {"RequestLineAndHalfAField", false, "PUT / H\r\nA: b", true, false, {"PUT", "/", "H"}, kNoLine + "A: b"},
 };
 
 class RequestHeadTest : public ::testing::TestWithParam<Row> {};
@@ -113,16 +104,16 @@ TEST_P(RequestHeadTest, TakesOrRefusesABlockAndReadsTheNextHead) {
         EXPECT_EQ(takenFrom(head), row.After);
 
         // Left among field lines, it takes the next head for such, up to its end; the head after that is whole.
-        Taken next{"GET", "/next", "HTTP/1.1", {"Host: n"}};
+        Lines next{"GET", "/next", "HTTP/1.1", "Host: n"};
         if (row.InHeadAfter) {
             next = row.After;
-            next.Fields.insert(next.Fields.end(), {"GET /next HTTP/1.1", "Host: n"});
+            next.insert(next.end(), {"GET /next HTTP/1.1", "Host: n"});
         }
         EXPECT_EQ(refusalOf(head, "GET /next HTTP/1.1\r\nHost: n\r\n\r\n"), "");
         EXPECT_EQ(takenFrom(head), next);
         EXPECT_TRUE(head.Sent);
         EXPECT_EQ(refusalOf(head, "PUT /last HTTP/1.0\r\nHost: l\r\n\r\n"), "");
-        EXPECT_EQ(takenFrom(head), (Taken{"PUT", "/last", "HTTP/1.0", {"Host: l"}}));
+        EXPECT_EQ(takenFrom(head), (Lines{"PUT", "/last", "HTTP/1.0", "Host: l"}));
         EXPECT_FALSE(head.InRequestHead);
     }
 }

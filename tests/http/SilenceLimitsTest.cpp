@@ -27,23 +27,19 @@ struct Row {
     bool HTTPOptions = true;
 };
 
+// More of the finite ones are tried by the properties of HTTPConnectionTimeoutsTest.cpp.
 const Row kRows[] = {
     {"ResponseAlone", 3000, kInfinite, false, kResponse},
     {"ResponseAloneInTheOlderInterface", 3000, kInfinite, false, u"weboptions.Timeout", false},
-    {"ResponseAloneAfterTheHead", 3000, kInfinite, true, nullptr},
     {"ResponseWithNegativeInfinity", 3000, -kInfinite, false, kResponse},
     {"DataAlone", kInfinite, 2000, false, kData},
-    {"DataAloneAfterTheHead", kInfinite, 2000, true, kData},
     {"DataWithNegativeInfinity", -kInfinite, 2000, false, kData},
     {"DataIsShorter", 30000, 10000, false, kData},
-    {"DataIsShorterInTheOlderInterface", 30000, 10000, false, kData, false},
     {"ResponseIsShorter", 1000, 10000, false, kResponse},
     {"TieGoesToResponse", 10000, 10000, false, kResponse},
     {"OnlyDataAfterTheHead", 1000, 10000, true, kData},
-    {"OnlyDataAfterTheHeadInTheOlderInterface", 1000, 10000, true, kData, false},
     {"NoLimits", kInfinite, kInfinite, false, nullptr},
     {"NoLimitsOfNegativeInfinity", -kInfinite, -kInfinite, true, nullptr},
-    {"ZeroIsALimit", 0, kInfinite, false, kResponse},
     // It compares false with everything, so it is never the shorter one; after the head it is the only one.
     {"DataThatIsNotANumber", 3000, kNoNumber, false, kResponse},
     {"ResponseThatIsNotANumber", kNoNumber, 2000, false, kResponse},

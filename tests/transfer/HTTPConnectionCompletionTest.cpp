@@ -183,15 +183,14 @@ INSTANTIATE_TEST_SUITE_P(Statuses, CompletionOfStatus, ::testing::ValuesIn(kStat
 
 // A status that libcurl has read does not make a response of a head that never ended.
 TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
+    CURL* const easy = connection.Handles->EasyHandle;
+    setOption(easy, CURL_NAMED(CURLOPT_HEADERDATA), &connection);
+    setOption(easy, CURL_NAMED(CURLOPT_HEADERFUNCTION), &headerCallback);
     const auto warned = [&](const std::string& head, CURLcode result, const std::string& text) {
         connection.ReceivedHead.begin();
         warnings.clear();
         reportStatus(0); // so that status lines are read
-        for (std::size_t start = 0; start < head.size();) {
-            std::string line = head.substr(start, head.find('\n', start) + 1 - start);
-            start += line.size();
-            headerCallback(line.data(), 1, line.size(), &connection);
-        }
+        curl.callResponseHead(head);
         reportStatus(connection.ReceivedHead.ResponseCode);
         EXPECT_EQ(complete(result, text), "nothing");
         return warnings;

@@ -32,19 +32,14 @@ protected:
 
 // Each state of the response's head with each kind of line.
 
-// The lines that lead to a state, and what is then stored.
-struct State {
-    const char* Name;
-    Lines Before;
-    Lines Stored;
-};
-
 const Lines kInterim{"HTTP/1.1 100 Continue\r\n", "X-Early: 1\r\n", "\r\n"};
+const Lines kFoundLines{"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"};
+const Lines kBlank{"\r\n"};
 const Lines kFound{"HTTP/1.1 302 Found", "X-Kept: 1"};
 
-Lines afterInterim(Lines lines) {
-    lines.insert(lines.begin(), kInterim.begin(), kInterim.end());
-    return lines;
+Lines operator+(Lines left, const Lines& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
 }
 
 // What a line does to the head.
@@ -97,26 +92,30 @@ const Event kEvents[] = {
     {"Nothing", "", kBeginsRefused, kIsRefused, kIsTrailer},
 };
 
-using EffectOfState = Effect Event::*;
-struct StateRow : State {
-    EffectOfState Column;
+// The lines that lead to a state, what is then stored, and where the effect of an event is.
+struct State {
+    const char* Name;
+    Lines Before;
+    Lines Stored;
+    Effect Event::*Column;
 };
 
-const StateRow kStates[] = {
-    {{"NoHead", {}, {}}, &Event::WithoutHead},
-    {{"NoHeadAfterInterim", kInterim, {}}, &Event::WithoutHead},
-    {{"Hints", {"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"}, {"HTTP/1.1 103 Early Hints", "X-Kept: 1"}},
+const State kStates[] = {
+    {"NoHead", {}, {}, &Event::WithoutHead},
+    {"NoHeadAfterInterim", kInterim, {}, &Event::WithoutHead},
+    {"Hints",
+     {"HTTP/1.1 103 Early Hints\r\n", "X-Kept: 1\r\n", "\r\n"},
+     {"HTTP/1.1 103 Early Hints", "X-Kept: 1"},
      &Event::WithoutHead},
-    {{"StatusLineAlone", {"HTTP/1.1 302 Found\r\n"}, {"HTTP/1.1 302 Found"}}, &Event::WithinHead},
-    {{"Collecting", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}, kFound}, &Event::WithinHead},
-    {{"CollectingAfterInterim", afterInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n"}), kFound}, &Event::WithinHead},
-    {{"Complete", {"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}, kFound}, &Event::AfterHead},
-    {{"CompleteAfterInterim", afterInterim({"HTTP/1.1 302 Found\r\n", "X-Kept: 1\r\n", "\r\n"}), kFound},
-     &Event::AfterHead},
-    {{"CompleteWithoutLines", {"\r\n"}, {}}, &Event::AfterHead},
+    {"StatusLineAlone", {"HTTP/1.1 302 Found\r\n"}, {"HTTP/1.1 302 Found"}, &Event::WithinHead},
+    {"Collecting", kFoundLines, kFound, &Event::WithinHead},
+    {"CollectingAfterInterim", kInterim + kFoundLines, kFound, &Event::WithinHead},
+    {"Complete", kFoundLines + kBlank, kFound, &Event::AfterHead},
+    {"CompleteAfterInterim", kInterim + kFoundLines + kBlank, kFound, &Event::AfterHead},
+    {"CompleteWithoutLines", kBlank, {}, &Event::AfterHead},
 };
 
-class HeadState : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::tuple<StateRow, Event>> {
+class HeadState : public HTTPConnectionHeadTest, public ::testing::WithParamInterface<std::tuple<State, Event>> {
 protected:
     HeadState() : state(std::get<0>(GetParam())), event(std::get<1>(GetParam())), effect(event.*state.Column) {
         connection.setTimeouts({5000.0, 1000.0, 3000.0});
@@ -146,7 +145,7 @@ protected:
                                              '\n' + state.Stored[0] + '\n' + state.Stored[1] + "\n\n";
     }
 
-    const StateRow& state;
+    const State& state;
     const Event& event;
     const Effect effect;
 };
@@ -266,16 +265,6 @@ TEST_F(HTTPConnectionHeadTest, StatusIsThatOfTheScopesHandle) {
     connection.Handles = borrowed;
     EXPECT_EQ(failureText(connection.Transfer.EscapedFailure), "nothing");
     EXPECT_EQ(connection.ReceivedHead.ResponseCode, 200);
-}
-
-TEST_F(HTTPConnectionHeadTest, NoSilenceEndsContentWithoutADataLimit) {
-    connection.setTimeouts({5000.0, 1000.0});
-    connection.applyTimeouts();
-    connection.Limits.Deadline = 0;
-    takeAll({"HTTP/1.1 100 Continue\r\n", "\r\n"});
-    EXPECT_NE(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
-    takeAll({"HTTP/1.1 200 OK\r\n", "\r\n"});
-    EXPECT_EQ(connection.Limits.Deadline, SilenceLimits::kNoDeadline);
 }
 
 TEST_F(HTTPConnectionHeadTest, SizeAndCountAreMultiplied) {

@@ -92,14 +92,6 @@ TEST_F(HTTPConnectionTimeoutsTest, FiniteLimitsAreStoredAsIntegersByTheOpen) {
     EXPECT_EQ(failureOf(kUnlimited, kUnlimited), "nothing");
 }
 
-TEST_F(HTTPConnectionTimeoutsTest, NothingIsLateWithoutADeadline) {
-    connection.Limits.Deadline = kNoDeadline;
-    curl.clear();
-    curl.setClock(std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(check(kStart, false), "nothing");
-    EXPECT_EQ(curl.count(CurlFunction::EasyGetinfo), 0u);
-}
-
 // The connect time stays 0 for the whole of a transfer on a reused connection.
 TEST_F(HTTPConnectionTimeoutsTest, HeadThatHasGoneOutShowsAReusedConnection) {
     connection.setTimeouts({5000.0, 1000.0});

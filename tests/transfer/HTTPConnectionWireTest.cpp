@@ -55,28 +55,6 @@ TEST_F(HTTPConnectionWireTest, RequestHeadIsReadAtEveryLevel) {
     }
 }
 
-// Nothing may unwind through libcurl: the failure waits for the return of the call, and nothing runs after it.
-TEST_F(HTTPConnectionWireTest, RefusedHeadIsRaisedAfterThePerform) {
-    connection.Transfer.begin(connection.Handles->Generation);
-    connection.setTimeouts({5000.0, 1000.0});
-    connection.applyTimeouts();
-    connection.Limits.Deadline = 1;
-    curl.OnPerform = [&](int& running) {
-        pass(CURLINFO_HEADER_OUT, "GET\r\n");
-        connection.SentHead.InRequestHead = false;
-        pass(CURLINFO_HEADER_OUT, "PUT / HTTP/1.1\r\n\r\n");
-        EXPECT_EQ(connection.SentHead.EffectiveMethod, "");
-        EXPECT_EQ(connection.Limits.Deadline, 1) << "what is refused is not activity";
-        running = 1;
-        return CURLM_OK;
-    };
-    EXPECT_EQ(failureText([&] { connection.perform(""); }), internalError("No space found in request line"));
-    EXPECT_EQ(connection.Transfer.EscapedFailure, nullptr);
-    EXPECT_EQ(connection.Transfer.CallbackFailure, nullptr);
-    pass(CURLINFO_HEADER_OUT, "PUT / HTTP/1.1\r\n\r\n");
-    EXPECT_EQ(connection.SentHead.EffectiveMethod, "PUT");
-}
-
 TEST_F(HTTPConnectionWireTest, BytesThatMoveMoveTheDeadline) {
     struct Row {
         curl_infotype Type;
@@ -98,6 +76,12 @@ TEST_F(HTTPConnectionWireTest, BytesThatMoveMoveTheDeadline) {
         pass(type, "GET / HTTP/1.1\r\n");
         EXPECT_EQ(connection.Limits.Deadline, counts ? 1005 * kMs : 1) << type << ' ' << debug;
     }
+    connection.SentHead.InRequestHead = false;
+    connection.Limits.Deadline = 1;
+    pass(CURLINFO_HEADER_OUT, "GET\r\n");
+    EXPECT_EQ(failureText([&] { connection.rethrowEscapedFailure(); }),
+              internalError("No space found in request line"));
+    EXPECT_EQ(connection.Limits.Deadline, 1) << "what is refused is not activity";
 }
 
 // The record of the traffic.
