@@ -73,8 +73,10 @@ TEST_F(ContentToStream, TraceHasItsLinesInOrder) {
     EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), "abc"); }),
               "COPY CONTENT TO STREAM\nPERFORM IN READER 1 times\nCLOSING\n" + done);
     Connection.Transfer.Opened = false; // nothing is copied then
+    const auto consumer = consume();
     EXPECT_EQ(traceOf(1, [&] { EXPECT_EQ(copied(), ""); }), done);
     EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), 1U);
+    EXPECT_TRUE(consumer->Calls.empty());
 }
 
 // Status in the two modes.

@@ -151,6 +151,14 @@ TEST_F(ConsumingPump, LifeOfOneResponse) {
     EXPECT_THAT(Taker->Shapes, ElementsAre(ElementsAre(3U, 1U), ElementsAre(2U, 1U)));
 }
 
+TEST_F(ConsumingPump, IsStartedAndClosedWithoutABodyAndMayLackTheClose) {
+    receiveAll("");
+    EXPECT_THAT(Taker->Calls, ElementsAre("start", "close"));
+    Taker = consume({"closeInternal"});
+    EXPECT_NO_THROW(receiveAll("abc"));
+    EXPECT_THAT(Taker->Calls, ElementsAre("start", "put 3"));
+}
+
 // Sizes and counts are wrapped to unsigned numbers, so that most negative ones are huge.
 TEST_F(ConsumingPump, WantedSizeBoundsThePieces) {
     const std::pair<vantik::Array, std::size_t> rows[] = {

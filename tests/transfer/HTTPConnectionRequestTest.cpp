@@ -218,6 +218,31 @@ TEST_F(HTTPConnectionRequestTest, CookieListWouldBeSentAfterTheLists) {
     EXPECT_EQ(optionText(CURLOPT_COOKIE), "CURLOPT_COOKIE a=1; b=2; ");
 }
 
+TEST_F(HTTPConnectionRequestTest, RefusedOptionStopsTheSendAndTheNextOneIsWhole) {
+    const std::vector<std::pair<CurlNamed<CURLoption>, std::string>> inOrder{
+        {CURL_NAMED(CURLOPT_ACCEPT_ENCODING), "CURLOPT_ACCEPT_ENCODING "},
+        {CURL_NAMED(CURLOPT_COOKIE), "CURLOPT_COOKIE a=1; "},
+        {CURL_NAMED(CURLOPT_HTTPHEADER), "CURLOPT_HTTPHEADER {Accept-Encoding:|Accept:}"},
+        {CURL_NAMED(CURLOPT_PROXYHEADER), ""}};
+    connection.Settings.Decode = true;
+    Lines setBefore;
+    for (const auto& [option, text] : inOrder) {
+        curl.failOption(option.Value, CURLE_OUT_OF_MEMORY);
+        EXPECT_EQ(linesOf({{"Cookie", "a=1"}, {"Proxy-Connection", "close"}}),
+                  easyFailure(option.Name, CURLE_OUT_OF_MEMORY));
+        EXPECT_EQ(optionsBeforeTheLast(), setBefore);
+        setBefore.push_back(text);
+        expectUnsent();
+        // The fields that the first attempt has added stay, and being empty they are added once more.
+        expectSentNext(option.Value == CURLOPT_ACCEPT_ENCODING ? "{Accept-Encoding:|Accept-Encoding:|Accept:}"
+                                                               : "{Accept-Encoding:|Accept:|Accept-Encoding:|Accept:}");
+        EXPECT_EQ(optionText(CURLOPT_COOKIE), "CURLOPT_COOKIE a=1; ");
+        EXPECT_EQ(optionText(CURLOPT_PROXYHEADER), "CURLOPT_PROXYHEADER {Proxy-Connection: close}");
+        reopen();
+        connection.Transfer.ProxyHeaders.clear(); // the next send has no list to take back
+    }
+}
+
 // Content from PostData.
 
 struct PostRow {

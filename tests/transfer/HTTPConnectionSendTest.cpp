@@ -240,6 +240,22 @@ TEST_F(HTTPConnectionSendTest, FirstByteOfContentEndsTheLoop) {
     EXPECT_EQ(connection.Transfer.Copier->ReceiveBuffer, "x");
 }
 
+TEST_F(HTTPConnectionSendTest, LateResponseEndsTheLoop) {
+    connection.setTimeouts({5000.0, 1000.0});
+    curl.setClock(0);
+    curl.giveInfo(CURLINFO_CONNECT_TIME, 0.25);
+    connection.openConnection();
+    runFor(9);
+    curl.OnWait = [&](int milliseconds, int& ready) {
+        curl.advanceClock(milliseconds * kMs);
+        ready = 0;
+        return CURLM_OK;
+    };
+    EXPECT_THAT(send(), ::testing::MatchesRegex("HTTPTimeoutException\\[.*, 1000, HTTPOptions.ResponseTimeout\\]"));
+    EXPECT_TRUE(connection.Transfer.TransferFailed);
+    EXPECT_EQ(curl.count(CurlFunction::MultiWait), 2u); // 500 ms, then 500 ms and a pause
+}
+
 // The time that a limit reports counts from the end of the upload, however long that took.
 TEST_F(HTTPConnectionSendTest, TimeCountsFromTheEndOfTheUpload) {
     curl.setClock(5000 * kMs);
@@ -285,6 +301,7 @@ TEST_F(HTTPConnectionSendTest, CompletionComesBeforeAStoredFailure) {
     EXPECT_EQ(send(), "HTTPConnectionRefusedException[Unknown exception]");
     EXPECT_EQ(failureText(connection.Transfer.CallbackFailure),
               internalError("CRLF not found at the end of the received headers"));
+    EXPECT_THAT(output.text(), ::testing::HasSubstr("**SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS **"));
     EXPECT_THAT(output.text(), ::testing::EndsWith("ALL HEADERS RECEIVED\n"));
     reopen();
     EXPECT_EQ(sendAnswered(), "nothing");
