@@ -6,15 +6,9 @@
 #include "vantik/Array.h"
 
 #include <cstdlib>
-#include <functional>
 #include <new>
-#include <string>
 
-namespace {
-
-thread_local long allocationsLeft = -1; // negative: no limit
-
-} // namespace
+static thread_local long allocationsLeft = -1; // negative: no limit
 
 // Never inlined: the compiler would take `free` for the counterpart of another operator new.
 __attribute__((noinline)) void* operator new(std::size_t size) {
@@ -37,14 +31,13 @@ __attribute__((noinline)) void operator delete(void* block, std::size_t) noexcep
     std::free(block);
 }
 
-namespace {
-
 using namespace matrix::detail::noninlined::vx_array_api;
 using namespace vantik::detail;
+using vantik::Array;
 
 // Runs an operation with memory for 0, 1, 2, … allocations until it succeeds. After each failure `check` looks at what
 // is left. Returns the number of failures.
-int failAtEachStep(const std::function<void()>& operation, const std::function<void()>& check) {
+static int failAtEachStep(const std::function<void()>& operation, const std::function<void()>& check) {
     for (int step = 0; step < 1000; ++step) {
         bool failed = false;
         allocationsLeft = step;
@@ -63,7 +56,7 @@ int failAtEachStep(const std::function<void()>& operation, const std::function<v
     return 0;
 }
 
-class ArraysWithoutMemory : public ArrayFixture {};
+using ArraysWithoutMemory = ArrayFixture;
 
 TEST_F(ArraysWithoutMemory, NothingIsLeftOfAnArrayThatFailed) {
     const char* const names[] = {"Name", "A field name that is too long to stand in the string itself"};
@@ -75,9 +68,7 @@ TEST_F(ArraysWithoutMemory, NothingIsLeftOfAnArrayThatFailed) {
         [&] { return makeText(longText); },
         [&] { return vxCreateStructMatrix(1, 5, 2, names); },
         [] { return vxCreateEmptyUnknownArrayNotOnArrayList(); },
-        [] {
-            return makeEnumerationArray("example.Enumeration", {"One", "Two"});
-        },
+        [members = std::vector<std::string>{"One", "Two"}] { return makeEnumerationArray("a.B", members); },
         [] { return makeObjectArray("example.Thing", {}); },
     };
     for (const auto& maker : makers) {
@@ -126,21 +117,14 @@ TEST_F(ArraysWithoutMemory, FailedStoreReleasesTheValueAndKeepsTheStruct) {
 }
 
 TEST_F(ArraysWithoutMemory, ValuesAreMadeWholeOrNotAtAll) {
-    using vantik::Array;
     const Array text("text");
+    const Array bytes = Array::bytes("abc");
     const std::size_t before = liveArrays();
     const auto unchanged = [&] { EXPECT_EQ(liveArrays(), before); };
     EXPECT_GT(failAtEachStep([&] { Array::structure({{"Name", text}, {"Value", 1.0}}).field("Name"); }, unchanged), 4);
     EXPECT_GT(failAtEachStep([&] { Array::structures({"A", "B"}, {{text, text}, {text, text}}); }, unchanged), 4);
     EXPECT_GT(failAtEachStep([&] { Array::bytes("abc").doubles(); }, unchanged), 1);
-    EXPECT_GT(failAtEachStep(
-                  [&] {
-                      Array copy = Array::bytes("abc");
-                      const Array other = copy;
-                      copy.writableBytes();
-                  },
-                  unchanged),
-              2);
+    EXPECT_GT(failAtEachStep([&] { Array(bytes).writableBytes(); }, unchanged), 1);
 }
 
 TEST(TextWithoutMemory, ConversionsFailCleanly) {
@@ -151,15 +135,9 @@ TEST(TextWithoutMemory, ConversionsFailCleanly) {
     EXPECT_GT(failAtEachStep([&] { form = IRI(url).resolveAgainst(IRI(url)).toAsciiString(true); }, nothing), 10);
     EXPECT_EQ(form, u"http://us%C3%A9r@xn--bcher-kva.example:80/x?q=%C3%BC#f");
 
+    const std::u16string wide(100, u'\u20AC');
     std::string narrow;
-    EXPECT_GT(failAtEachStep(
-                  [&] {
-                      narrow = fl::i18n::to_string(std::u16string(100, u'\u20AC'),
-                                                   fl::i18n::codecvt_ustring_to_string("windows-1252", false));
-                  },
-                  nothing),
-              1);
+    const auto encode = [&] { narrow = fl::i18n::codecvt_ustring_to_string("windows-1252", false).convert(wide); };
+    EXPECT_GT(failAtEachStep(encode, nothing), 0);
     EXPECT_EQ(narrow, std::string(100, '\x80'));
 }
-
-} // namespace

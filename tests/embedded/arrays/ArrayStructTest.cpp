@@ -2,15 +2,11 @@
 #include "embedded/arrays/CallFrame.h"
 
 #include <stdexcept>
-#include <string>
-#include <utility>
-
-namespace {
 
 using namespace matrix::detail::noninlined::vx_array_api;
-using vantik::detail::ArrayOwner;
-using vantik::detail::CallFrame;
-using vantik::detail::liveArrays;
+using Names = std::vector<std::string>;
+
+namespace {
 
 constexpr const char* kFields[] = {"Name", "Value"};
 
@@ -26,14 +22,16 @@ std::string text(const ArrayOwner& array, const char* field = "Name") {
     return matrix::get_string(vxGetField(array.get(), 0, field));
 }
 
-class StructArrays : public ArrayFixture {};
+using StructArrays = ArrayFixture;
+
+} // namespace
 
 TEST_F(StructArrays, NewOneHasFieldsWithoutValues) {
     for (const std::size_t columns : {3, 0}) {
         const ArrayOwner array = fields(columns);
         EXPECT_EQ(shapeOf(array), "1-by-" + std::to_string(columns) + " struct");
         EXPECT_EQ(vxIsEmpty(array.get()), columns == 0);
-        EXPECT_EQ(vantik::detail::structContents(array.get())->FieldNames, (std::vector<std::string>{"Name", "Value"}));
+        EXPECT_EQ(vantik::detail::structContents(array.get())->FieldNames, (Names{"Name", "Value"}));
         EXPECT_EQ(vxGetField(array.get(), 0, "Name"), nullptr);
         EXPECT_EQ(vxGetField(array.get(), 2, "Value"), nullptr);
         EXPECT_EQ(elements<void>(array), nullptr);
@@ -45,7 +43,7 @@ TEST_F(StructArrays, StoredValueIsReadBackReplacedAndRemoved) {
     const ArrayOwner array = fields(2);
     vxArray_tag* name = vxCreateString("Accept");
     vxSetField(array.get(), 1, "Name", name);
-    EXPECT_EQ(vxGetField(array.get(), 1, "Name"), name); // the value itself, no copy
+    EXPECT_EQ(vxGetField(array.get(), 1, "Name"), name) << "the value itself, not a copy";
     EXPECT_EQ(vxGetField(array.get(), 0, "Name"), nullptr);
     EXPECT_EQ(vxGetField(array.get(), 1, "Value"), nullptr);
     EXPECT_EQ(liveArrays(), 2u);
@@ -72,23 +70,23 @@ TEST_F(StructArrays, RefusedValueIsReleased) {
     const ArrayOwner array = fields();
     const ArrayOwner number(vxCreateDoubleScalar(1));
     const auto refusal = [](vxArray_tag* into, std::size_t index, const char* field) {
-        return raisedIdentifier([&] { vxSetField(into, index, field, vxCreateString("x")); });
+        return failureOf([&] { vxSetField(into, index, field, vxCreateString("x")); });
     };
-    EXPECT_EQ(refusal(array.get(), 0, "Other"), "VANTIK:vx:NoSuchField");
-    EXPECT_EQ(refusal(array.get(), 0, nullptr), "VANTIK:vx:NoSuchField");
-    EXPECT_EQ(refusal(array.get(), 1, "Name"), "VANTIK:vx:IndexOutOfRange");
-    EXPECT_EQ(refusal(number.get(), 0, "Name"), "VANTIK:vx:ExpectedClass");
-    EXPECT_EQ(refusal(nullptr, 0, "Name"), "VANTIK:vx:ExpectedClass");
+    EXPECT_EQ(refusal(array.get(), 0, "Other"), "VANTIK:vx:NoSuchField(Other)");
+    EXPECT_EQ(refusal(array.get(), 0, nullptr), "VANTIK:vx:NoSuchField()");
+    EXPECT_EQ(refusal(array.get(), 1, "Name"), "VANTIK:vx:IndexOutOfRange(1, 1)");
+    EXPECT_EQ(refusal(number.get(), 0, "Name"), "VANTIK:vx:ExpectedClass(struct, double)");
+    EXPECT_EQ(refusal(nullptr, 0, "Name"), "VANTIK:vx:ExpectedClass(struct, )");
     EXPECT_EQ(liveArrays(), 2u);
 }
 
 TEST_F(StructArrays, FieldNamesAreChecked) {
-    const char* const twice[] = {"Name", "Value", "Name"};
-    const char* const unnamed[] = {"Name", ""};
-    const char* const missing[] = {"Name", nullptr};
-    EXPECT_EQ(raisedIdentifier([&] { vxCreateStructMatrix(1, 1, 3, twice); }), "VANTIK:vx:DuplicateField");
-    EXPECT_EQ(raisedIdentifier([&] { vxCreateStructMatrix(1, 1, 2, unnamed); }), "VANTIK:vx:EmptyFieldName");
-    EXPECT_EQ(raisedIdentifier([&] { vxCreateStructMatrix(1, 1, 2, missing); }), "VANTIK:vx:EmptyFieldName");
+    const auto refusal = [](std::vector<const char*> names) {
+        return failureOf([&] { vxCreateStructMatrix(1, 1, static_cast<int>(names.size()), names.data()); });
+    };
+    EXPECT_EQ(refusal({"Name", "Value", "Name"}), "VANTIK:vx:DuplicateField(Name)");
+    EXPECT_EQ(refusal({"Name", ""}), "VANTIK:vx:EmptyFieldName()");
+    EXPECT_EQ(refusal({"Name", nullptr}), "VANTIK:vx:EmptyFieldName()");
     EXPECT_THROW(vxCreateStructMatrix(1, 1, -1, kFields), std::invalid_argument);
     EXPECT_THROW(vxCreateStructMatrix(1, 1, 2, nullptr), std::invalid_argument);
 }
@@ -125,7 +123,7 @@ TEST_F(StructArrays, BorrowedValueCannotBeReleasedAndIsCopiedIntoAnotherStruct) 
 
 TEST_F(StructArrays, StructCannotBeAValueOfItself) {
     const ArrayOwner array = fields();
-    EXPECT_EQ(raisedIdentifier([&] { vxSetField(array.get(), 0, "Name", array.get()); }), "VANTIK:vx:ArrayInItself");
+    EXPECT_EQ(failureOf([&] { vxSetField(array.get(), 0, "Name", array.get()); }), "VANTIK:vx:ArrayInItself(Name)");
     // A copy is another array: what it shares is taken apart first.
     vxSetField(array.get(), 0, "Name", vxCreateSharedDataCopy(array.get()));
     EXPECT_EQ(vxGetField(vxGetField(array.get(), 0, "Name"), 0, "Name"), nullptr);
@@ -134,7 +132,7 @@ TEST_F(StructArrays, StructCannotBeAValueOfItself) {
 TEST_F(StructArrays, StoredValueLeavesItsFrameAndNeverJoinsOne) {
     const ArrayOwner array = fields();
     {
-        CallFrame frame;
+        vantik::detail::CallFrame frame;
         set(array, "Name", "stays");
         vxSetArrayScope(vxGetField(array.get(), 0, "Name"), vxTEMPORARY_SCOPE);
         frame.handOut(vxGetField(array.get(), 0, "Name"));
@@ -151,5 +149,3 @@ TEST_F(StructArrays, DeepNestingIsReleasedWithoutDeepRecursion) {
     }
     EXPECT_EQ(liveArrays(), 300'001u);
 }
-
-} // namespace

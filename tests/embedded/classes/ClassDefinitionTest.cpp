@@ -3,13 +3,14 @@
 
 #include "tests/embedded/classes/ClassFixture.h"
 
+using foundation::core::except::bad_alloc;
 using vcos::COSClass;
 
 namespace {
 
 class Definitions : public ClassFixture {
 protected:
-    // What adding a class with these members fails with; empty where it succeeds.
+    // What adding "test.Thing" with these members fails with; empty where it succeeds.
     std::string failureOfAdding(const ScriptedClass::Define& define) {
         return failureOf([&] { addClass("Thing", define); });
     }
@@ -19,12 +20,9 @@ protected:
 
 TEST_F(Definitions, FailedAllocationsAreReported) {
     classes().ensurePackage("test");
-    EXPECT_THROW(vcos::COSPackage::getNamespace(name("test"))->addClass(nullptr, 0, 2),
-                 foundation::core::except::bad_alloc);
-    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addMethod(nullptr); }),
-                 foundation::core::except::bad_alloc);
-    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addProperty(nullptr); }),
-                 foundation::core::except::bad_alloc);
+    EXPECT_THROW(vcos::COSPackage::getNamespace(name("test"))->addClass(nullptr, 0, 2), bad_alloc);
+    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addMethod(nullptr); }), bad_alloc);
+    EXPECT_THROW(addClass("Thing", [](COSClass& definition) { definition.addProperty(nullptr); }), bad_alloc);
 }
 
 TEST_F(Definitions, NamesThatAreNotIdentifiersAreRefused) {

@@ -1,29 +1,19 @@
 // Base of the tests of the class system: a scope of its own, classes described by lambdas, and a log of what happened.
 #pragma once
 
-#include "embedded/arrays/Array.h"
 #include "embedded/classes/ClassDefinition.h"
 #include "embedded/classes/ClassRegistry.h"
-#include "embedded/messages/HostFailure.h"
 #include "embedded/objects/ObjectCalls.h"
 #include "embedded/objects/SlotValue.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
+#include "tests/embedded/arrays/ArrayFixture.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <span>
-#include <string>
-#include <utility>
-#include <vector>
 
 using Log = std::vector<std::string>;
-using vantik::detail::ArrayOwner;
 
 inline vcos::InternedName name(std::string text) {
     return vcos::internal::makeInterned(std::move(text));
@@ -170,7 +160,7 @@ private:
     Define DefineScript;
 };
 
-class ClassFixture : public testing::Test {
+class ClassFixture : public ArrayFixture {
 protected:
     ClassFixture() : Home(std::make_shared<vantik::detail::Scope>()), Entry(std::in_place, Home) {}
 
@@ -179,7 +169,7 @@ protected:
         Entry.reset();
         Home.reset();
         EXPECT_TRUE(watched.expired()) << "something still holds the scope";
-        EXPECT_EQ(vantik::detail::liveArrays(), 0u) << "handles were left behind";
+        ArrayFixture::TearDown();
     }
 
     vantik::detail::ClassRegistry& classes() { return Home->Classes; }
@@ -213,28 +203,6 @@ protected:
 
     static vantik::detail::HostObject& objectIn(const ArrayOwner& array) {
         return vantik::detail::HostObject::of(*vantik::detail::scalarObject(array.get()).get());
-    }
-
-    // The failure's full identifier and arguments, as one text: "VANTIK:vcos:UnknownClass(test.A, none)".
-    static std::string failureOf(const std::function<void()>& operation) {
-        try {
-            operation();
-        } catch (const foundation::core::except::IUserException& error) {
-            std::string text = error.msg_id().fullName() + "(";
-            const char* separator = "";
-            for (const resource_core::MsgArgument& argument : error.msg_id().arguments()) {
-                text += std::exchange(separator, ", ");
-                if (const auto* number = std::get_if<std::int64_t>(&argument)) {
-                    text += std::to_string(*number);
-                } else {
-                    text += std::get<std::string>(argument);
-                }
-            }
-            EXPECT_EQ(std::string(error.what()).find('{'), std::string::npos) << error.what();
-            EXPECT_EQ(std::string(error.what()).find("VANTIK:"), std::string::npos) << "no text: " << error.what();
-            return text + ")";
-        }
-        return {};
     }
 
     std::shared_ptr<vantik::detail::Scope> Home;

@@ -9,6 +9,7 @@
 using namespace vantik::detail;
 using vcos::COSClass;
 using vcos::COSPackage;
+using Classes = ClassFixture;
 
 namespace {
 
@@ -35,8 +36,6 @@ class Packages : public ClassFixture {
 protected:
     PackageScript* script(const char* shortName) { return new PackageScript(shortName, &Events); }
 };
-
-class Classes : public ClassFixture {};
 
 } // namespace
 
@@ -128,10 +127,15 @@ TEST_F(Classes, SecondDescriptionReplacesTheFirstForNewObjects) {
     EXPECT_EQ(Events, (Log{"destroy Thing", "forget Thing"})) << "the old description goes with its last object";
 }
 
-TEST_F(Classes, ClassOfCopiedObjectsIsRefused) {
-    auto* description = new ScriptedClass("Thing", &Events);
-    description->Handle = false;
-    EXPECT_EQ(failureOf([&] { addClass(description); }), "VANTIK:vcos:NotAHandleClass(test.Thing)");
+TEST_F(Classes, ClassOfCopiedObjectsIsRefusedAndHiddenOneHasNoNameInTheList) {
+    auto* copied = new ScriptedClass("Copied", &Events);
+    copied->Handle = false;
+    EXPECT_EQ(failureOf([&] { addClass(copied); }), "VANTIK:vcos:NotAHandleClass(test.Copied)");
+    auto* hidden = new ScriptedClass("Hidden", &Events);
+    hidden->Hidden = true;
+    addClass(hidden);
+    EXPECT_EQ(std::ranges::count(classes().classNames(), "test.Hidden"), 0);
+    EXPECT_NE(classes().find("test.Hidden"), nullptr);
 }
 
 TEST_F(Classes, UnknownOneIsRefusedWithAHint) {
@@ -142,14 +146,6 @@ TEST_F(Classes, UnknownOneIsRefusedWithAHint) {
         EXPECT_EQ(failureOf([&, unknown = given] { classes().require(unknown); }),
                   std::string("VANTIK:vcos:UnknownClass(") + given + ", " + hint + ")");
     }
-}
-
-TEST_F(Classes, HiddenOneHasNoNameInTheList) {
-    auto* description = new ScriptedClass("Thing", &Events);
-    description->Hidden = true;
-    addClass(description);
-    EXPECT_EQ(std::ranges::count(classes().classNames(), "test.Thing"), 0);
-    EXPECT_NE(classes().find("test.Thing"), nullptr);
 }
 
 TEST_F(Classes, ServiceModelIsTheScopes) {

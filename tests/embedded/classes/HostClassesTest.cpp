@@ -3,12 +3,7 @@
 #include "tests/embedded/classes/ClassFixture.h"
 
 using namespace vantik::detail;
-
-namespace {
-
-class HostClasses : public ClassFixture {};
-
-} // namespace
+using HostClasses = ClassFixture;
 
 TEST_F(HostClasses, AreThereFromTheStart) {
     EXPECT_EQ(classes().classNames(),
@@ -24,16 +19,13 @@ TEST_F(HostClasses, AreThereFromTheStart) {
     EXPECT_EQ(classes().enumerationMembers("missing"), nullptr);
 }
 
-TEST_F(HostClasses, CanBeTakenAwayOneByOne) {
-    EXPECT_TRUE(classes().removeClass(kContentConsumerClass));
-    EXPECT_FALSE(classes().removeClass(kContentConsumerClass));
-    EXPECT_EQ(vcos::COSClass::getClass(name(kContentConsumerClass)), nullptr);
-    EXPECT_NE(vcos::COSClass::getClass(name(kContentProviderClass)), nullptr);
-}
-
-TEST_F(HostClasses, MakeNoObjectsOfTheirOwn) {
+TEST_F(HostClasses, MakeNoObjectsAndCanBeTakenAwayOneByOne) {
     EXPECT_EQ(failureOf([&] { make(kContentProviderClass); }),
               "VANTIK:vcos:AbstractClass(vantik.net.http.io.ContentProvider)");
     EXPECT_EQ(failureOf([&] { make(kAuthenticationSchemeClass); }),
               "VANTIK:vcos:NotConstructible(vantik.net.http.AuthenticationScheme)");
+    EXPECT_TRUE(classes().removeClass(kContentConsumerClass));
+    EXPECT_FALSE(classes().removeClass(kContentConsumerClass));
+    EXPECT_EQ(vcos::COSClass::getClass(name(kContentConsumerClass)), nullptr);
+    EXPECT_NE(vcos::COSClass::getClass(name(kContentProviderClass)), nullptr);
 }

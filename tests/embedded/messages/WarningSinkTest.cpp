@@ -7,23 +7,20 @@
 #include "tests/embedded/program/ProgramFixture.h"
 
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 using vantik::Array;
 using vantik::HostClass;
 using vantik::Object;
 
-namespace {
-
 using Names = std::vector<std::string>;
 
-const std::string kWarning = "VANTIK:webservices:PartialFileWarning";
+static const std::string kWarning = "VANTIK:webservices:PartialFileWarning";
 
-void warn(const std::string& received) {
-    matrix::detail::noninlined::vx_array_api::vxWarningMsgId(
-        VANTIK::webservices::PartialFileWarning(received, "10", "why"));
+static void warn(const std::string& received) {
+    vx::vxWarningMsgId(VANTIK::webservices::PartialFileWarning(received, "10", "why"));
 }
+
+namespace {
 
 class Warnings : public ProgramFixture {
 protected:
@@ -69,8 +66,8 @@ TEST_F(Warnings, ProgramSeesArgumentsAndText) {
     std::vector<vantik::Message> seen;
     Home->onWarning([&](const vantik::Message& message) { seen.push_back(message); });
     const vantik::detail::ScopeEntry entry(Home->scope());
-    matrix::detail::noninlined::vx_array_api::vxWarningMsgId(vantik::detail::HostMessage(
-        {std::int64_t{3}, std::string("10"), std::u16string(u"\u00FC")}, "VANTIK:webservices", "PartialFileWarning"));
+    vx::vxWarningMsgId(vantik::detail::HostMessage({std::int64_t{3}, std::string("10"), std::u16string(u"\u00FC")},
+                                                   "VANTIK:webservices", "PartialFileWarning"));
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(seen[0].identifier(), kWarning);
     EXPECT_EQ(seen[0].Arguments,

@@ -93,7 +93,7 @@ TEST_F(Objects, FailureWhileMadeUndoesWhatWasMade) {
     EXPECT_EQ(std::exchange(Events, {}), (Log{"create Root", "create Leaf", "destroy Root"}));
     addClass("Thing", [](vcos::COSClass& definition) {
         ScriptedMethod::addTo(definition, "Thing", {}, [](auto) {
-            makeDouble(1); // left behind on purpose: the call's frame has it
+            makeDouble(1); // left over on purpose: the call's frame has it
             throw std::out_of_range("no");
         });
     });

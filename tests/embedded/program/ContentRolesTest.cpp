@@ -1,14 +1,11 @@
 // Content providers, content consumers and progress reporters made of callables, called as a client calls them.
-#include "embedded/arrays/Array.h"
 #include "embedded/classes/HostClasses.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
-#include "tests/embedded/arrays/ArrayFixture.h"
 #include "tests/embedded/program/ProgramFixture.h"
 
 #include <limits>
 
-namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::Array;
 using vantik::ContentConsumer;
 using vantik::ContentProvider;
@@ -63,7 +60,7 @@ TEST_F(ContentRoles, ContentIsAlwaysAColumnOfBytes) {
     const Object object = makeProvider(*Home, {{}, [&](std::uint64_t) { return given; }});
     provider(object, "startInternal", {}, 0); // nothing to rewind
     const auto get = [&] { return provider(object, "getDataInternal", Array(std::uint64_t{1})); };
-    EXPECT_EQ(elementCount(get().get()), 0u) << "nothing is the end";
+    EXPECT_EQ(elementCount(get().get()), 0u) << "no value is the end";
     given = Array::bytes("");
     EXPECT_EQ(elementCount(get().get()), 0u);
     given = Array::doubles({97, 98, 99});
@@ -71,7 +68,7 @@ TEST_F(ContentRoles, ContentIsAlwaysAColumnOfBytes) {
     EXPECT_EQ(shapeOf(row), "3-by-1 uint8") << "the client counts the rows";
     EXPECT_EQ(std::string_view(elements<char>(row), 3), "abc");
     given = Array("text");
-    EXPECT_EQ(raisedIdentifier(get), "VANTIK:vcos:WrongOutputType");
+    EXPECT_THAT(failureOf([&] { get(); }), testing::StartsWith("VANTIK:vcos:WrongOutputType("));
 }
 
 TEST_F(ContentRoles, ConsumerHearsOfEverything) {
@@ -145,13 +142,6 @@ TEST_F(ContentRoles, ReporterAnswersEveryClient) {
     }
     EXPECT_EQ(seen, (std::vector<std::uint64_t>{5, kMost}));
     EXPECT_FALSE(object.call("update", {Array(10.0)}).truth());
-}
-
-TEST_F(ContentRoles, InternalMethodsAreHiddenFromThePublicClient) {
-    const Object object = makeProvider(*Home, {{}, [](std::uint64_t) { return Array(); }});
-    EXPECT_THROW(call(object, kContentProviderClass, "startInternal", {}, 0, COSGetPublicClient()), std::runtime_error);
-    EXPECT_EQ(failureOf([&] { object.call("startInternal"); }),
-              "VANTIK:vcos:UnknownMethod(vantik.embedded.ContentProvider, startInternal, none)");
 }
 
 TEST_F(ContentRoles, MissingCallableIsRefused) {

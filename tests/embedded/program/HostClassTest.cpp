@@ -1,25 +1,15 @@
 // Classes that a program describes with callables.
 #include "vantik/HostClass.h"
 
-#include "embedded/arrays/Array.h"
 #include "embedded/scope/Scope.h"
 #include "host/ClassSystem.h"
 #include "tests/embedded/program/ProgramFixture.h"
-
-#include <string>
-#include <utility>
-#include <vector>
 
 using vantik::Array;
 using vantik::Host;
 using vantik::HostClass;
 using vantik::Object;
-
-namespace {
-
-class ProgramClasses : public ProgramFixture {};
-
-} // namespace
+using ProgramClasses = ProgramFixture;
 
 TEST_F(ProgramClasses, DeclaredInputsArriveConverted) {
     std::vector<std::string> classes;
@@ -37,11 +27,11 @@ TEST_F(ProgramClasses, DeclaredInputsArriveConverted) {
 
 TEST_F(ProgramClasses, DeclaredResultsAreCheckedAndConverted) {
     Array result;
-    const vantik::Method give = [&](std::span<const Array>) { return std::vector<Array>{result}; };
+    const vantik::Method deliver = [&](std::span<const Array>) { return std::vector<Array>{result}; };
     HostClass("test.Source")
-        .method("int32", {}, {"int32 scalar"}, give)
-        .method("text", {}, {"unicodeString"}, give)
-        .method("bytes", {}, {"uint8 vector"}, give)
+        .method("int32", {}, {"int32 scalar"}, deliver)
+        .method("text", {}, {"unicodeString"}, deliver)
+        .method("bytes", {}, {"uint8 vector"}, deliver)
         .defineIn(*Home);
     const Object source = Home->create("test.Source");
     result = Array(7.0);
@@ -56,12 +46,8 @@ TEST_F(ProgramClasses, DeclaredResultsAreCheckedAndConverted) {
 }
 
 TEST_F(ProgramClasses, MoreResultsThanWantedAreDropped) {
-    HostClass("test.Source")
-        .method("three",
-                [](std::span<const Array>) {
-                    return std::vector<Array>{1.0, 2.0, 3.0};
-                })
-        .defineIn(*Home);
+    const std::vector<Array> three{1.0, 2.0, 3.0};
+    HostClass("test.Source").method("three", [&](std::span<const Array>) { return three; }).defineIn(*Home);
     const Object source = Home->create("test.Source");
     EXPECT_EQ(source.call("three").number(), 1);
     EXPECT_EQ(source.call("three", {}, 2).size(), 2u);
@@ -75,8 +61,8 @@ TEST_F(ProgramClasses, InputThatIsKeptDoesNotChange) {
         .defineIn(*Home);
     const Object keeper = Home->create("test.Keeper");
     const vantik::detail::ScopeEntry entry(Home->scope());
-    const vantik::detail::ArrayOwner counter(vantik::detail::makeUInt64(1));
-    auto* value = static_cast<std::uint64_t*>(matrix::detail::noninlined::vx_array_api::vxGetData(counter.get()));
+    const ArrayOwner counter(vantik::detail::makeUInt64(1));
+    auto* value = static_cast<std::uint64_t*>(vx::vxGetData(counter.get()));
     vxArray_tag* arguments[] = {const_cast<vxArray_tag*>(keeper.array().handle()), counter.get()};
     for (std::uint64_t number = 1; number <= 2; ++number) {
         *value = number; // the caller uses one scalar for all its calls
@@ -93,11 +79,8 @@ TEST_F(ProgramClasses, BadDefinitionIsRefused) {
     const std::pair<std::function<void()>, const char*> rows[] = {
         {[&] { HostClass("Counter").defineIn(*Home); }, "InvalidName(Counter)"},
         {[&] { HostClass("test..Counter").defineIn(*Home); }, "InvalidName(test..Counter)"},
-        {[&] { HostClass("test.A").derivesFrom("test.Missing").defineIn(*Home); }, "UnknownClass(test.Missing, none)"},
         {[&] { HostClass("test.A").method("run", {"flaot scalar!"}, {}, nothing).defineIn(*Home); },
          "UnknownType(test.A, run, flaot scalar!)"},
-        {[&] { HostClass("test.A").method("run", nothing).method("run", nothing).defineIn(*Home); },
-         "MemberExists(test.A, run)"},
         {[&] { HostClass("test.A").method("run", nullptr).defineIn(*Home); }, "NoCallable(test.A, run)"},
         {[&] { HostClass("test.There").defineIn(*Home); }, "ClassExists(test.There)"},
         {[&] { HostClass("vantik.net.http.io.ContentProvider").defineIn(*Home); },

@@ -5,23 +5,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 using vantik::Array;
 using vantik::Host;
 using vantik::HostClass;
 using vantik::Object;
-
-namespace {
-
+using Hosts = ProgramFixture;
 using Names = std::vector<std::string>;
-
-class Hosts : public ProgramFixture {};
-
-} // namespace
 
 TEST_F(Hosts, HintIsInTheTextOfTheFailure) {
     defineCounter(*Home);
@@ -60,13 +51,11 @@ TEST_F(Hosts, DescribeTheirClasses) {
 }
 
 TEST_F(Hosts, RunOnThreadsOfTheirOwn) {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 200;
     std::atomic<int> failures = 0;
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([thread, &failures] {
-            for (int round = 0; round < kRounds; ++round) {
+            for (int round = 0; round < 200; ++round) {
                 Host host;
                 double sum = 0;
                 HostClass("test.Sum")
@@ -83,9 +72,7 @@ TEST_F(Hosts, RunOnThreadsOfTheirOwn) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for them
     EXPECT_EQ(failures, 0);
 }
 

@@ -3,11 +3,6 @@
 
 #include "tests/embedded/program/ProgramFixture.h"
 
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
 using vantik::Array;
 using vantik::Host;
 using vantik::HostClass;
@@ -39,6 +34,7 @@ TEST_F(ProgramObjects, AreMadeAndCalled) {
 
 TEST_F(ProgramObjects, FailureNamesClassAndMember) {
     const Object counter = Home->create("test.Counter");
+    const std::vector<Array> two = {1.0, 2.0};
     const std::pair<std::function<void()>, const char*> rows[] = {
         {[&] { Home->create("test.Countr"); }, "VANTIK:vcos:UnknownClass(test.Countr, test.Counter)"},
         {[&] { Home->describe("test.Countr"); }, "VANTIK:vcos:UnknownClass(test.Countr, test.Counter)"},
@@ -47,10 +43,7 @@ TEST_F(ProgramObjects, FailureNamesClassAndMember) {
         {[&] { counter.call("ad"); }, "VANTIK:vcos:UnknownMethod(test.Counter, ad, add)"},
         {[&] { counter.call("hiddenInternal"); }, "VANTIK:vcos:UnknownMethod(test.Counter, hiddenInternal, none)"},
         {[&] { counter.call("add"); }, "VANTIK:vcos:NotEnoughInputs(test.Counter, add, 1, 0)"},
-        {[&] {
-             counter.call("add", {1.0, 2.0});
-         },
-         "VANTIK:vcos:TooManyInputs(test.Counter, add, 1, 2)"},
+        {[&] { counter.call("add", two, 0); }, "VANTIK:vcos:TooManyInputs(test.Counter, add, 1, 2)"},
         {[&] { counter.call("add", {"one"}); },
          "VANTIK:vcos:WrongInputType(test.Counter, add, 1, double scalar, 1-by-3 char)"},
         {[&] { counter.call("both", {}, 3); }, "VANTIK:vcos:TooManyOutputs(test.Counter, both, 2, 3)"},
@@ -82,9 +75,8 @@ TEST_F(ProgramObjects, UnknownEnumerationMemberIsRefused) {
     sink.call("take", {Array()});
     EXPECT_EQ(seen, (std::vector<std::string>(2, className)));
     for (const char* unknown : {"Digets", "basic", ""}) {
-        EXPECT_EQ(failureOf([&] {
-                      sink.call("take", {Array::enumeration(className, {"Basic", unknown})});
-                  }),
+        const Array members = Array::enumeration(className, {"Basic", unknown});
+        EXPECT_EQ(failureOf([&] { sink.call("take", {members}); }),
                   "VANTIK:vcos:UnknownMember(" + className + ", " + unknown + ", Basic, Digest, NTLM, Negotiate)");
     }
 }
