@@ -12,6 +12,7 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 
 using namespace std::chrono_literals;
 using vantik::detail::InterruptState;
@@ -19,7 +20,7 @@ using vantik::detail::Scope;
 using vantik::detail::ScopeEntry;
 using Zentorak::System::InterruptException;
 
-TEST(InterruptState, RequestIsTakenOnceOrDropped) {
+TEST(InterruptState, RequestIsTakenOnceOrDroppedAndWhatItStoppedIsRemembered) {
     InterruptState state;
     EXPECT_FALSE(state.pending());
     EXPECT_FALSE(state.take());
@@ -30,56 +31,36 @@ TEST(InterruptState, RequestIsTakenOnceOrDropped) {
     EXPECT_TRUE(state.take());
     EXPECT_FALSE(state.pending());
     EXPECT_FALSE(state.take());
-    state.request();
-    state.clear();
-    EXPECT_FALSE(state.take());
-}
-
-TEST(InterruptState, WhatWasStoppedIsRememberedUntilCleared) {
-    InterruptState state;
-    state.request();
-    state.take();
     EXPECT_FALSE(state.stopped()) << "taking alone stops nothing";
     state.noteStopped();
     EXPECT_TRUE(state.stopped());
+    state.request();
     state.clear();
+    EXPECT_FALSE(state.take());
     EXPECT_FALSE(state.stopped());
 }
 
-TEST(InterruptState, TimeWithoutLengthIsOverAtOnce) {
+TEST(InterruptState, TimeIsOverOnceAndReplacedByTheNext) {
+    InterruptState state;
     for (const auto time : {0ns, -5ns, std::chrono::nanoseconds::min()}) {
-        InterruptState state;
+        state.requestAfter(24h);
         state.requestAfter(time);
         EXPECT_TRUE(state.pending());
         EXPECT_TRUE(state.take());
         EXPECT_FALSE(state.take());
     }
-}
-
-TEST(InterruptState, TimeAheadIsNotPendingAndOutlivesARequest) {
-    InterruptState state;
     state.requestAfter(24h);
     EXPECT_FALSE(state.pending());
     EXPECT_FALSE(state.take());
     state.request();
     EXPECT_TRUE(state.take());
     EXPECT_FALSE(state.pending());
-    state.requestAfter(0ns); // replaces the first one
-    EXPECT_TRUE(state.take());
-    EXPECT_FALSE(state.take());
-}
-
-TEST(InterruptState, LongestTimesNeverCome) {
-    InterruptState state;
-    state.requestAfter(0ns);
-    state.requestAfter(std::chrono::nanoseconds::max());
-    EXPECT_FALSE(state.pending());
-    state.requestAfter(std::chrono::nanoseconds::max() - 1ns); // beyond the clock's range
-    EXPECT_FALSE(state.pending());
-}
-
-TEST(InterruptState, TimeComes) {
-    InterruptState state;
+    // The last one is beyond the clock's range.
+    for (const auto never : {std::chrono::nanoseconds::max(), std::chrono::nanoseconds::max() - 1ns}) {
+        state.requestAfter(0ns);
+        state.requestAfter(never);
+        EXPECT_FALSE(state.pending());
+    }
     const auto start = InterruptState::Clock::now();
     state.requestAfter(1ms);
     while (!state.take()) {
@@ -88,11 +69,7 @@ TEST(InterruptState, TimeComes) {
     EXPECT_GE(InterruptState::Clock::now() - start, 1ms);
 }
 
-namespace {
-
-InterruptState* signalled = nullptr;
-
-} // namespace
+static InterruptState* signalled = nullptr;
 
 TEST(InterruptState, AnotherThreadOrASignalHandlerRequests) {
     InterruptState state;
@@ -132,28 +109,21 @@ TEST(Interrupt, RaisesOnceAndLeavesOtherScopesAlone) {
     EXPECT_NO_THROW(utInterruptState::ThrowIfInterruptPending());
 }
 
-TEST(Interrupt, IsInternalAndStandardButNotAUserException) {
-    const InterruptException interrupt(true);
-    EXPECT_THROW(interrupt.rethrow(), foundation::core::except::IInternalException);
-    EXPECT_THROW(interrupt.rethrow(), foundation::core::except::IException);
-    EXPECT_THROW(interrupt.rethrow(), std::exception);
-    try {
-        interrupt.rethrow();
-    } catch (const foundation::core::except::IUserException&) {
-        ADD_FAILURE() << "an interrupt carries no message identifier";
-    } catch (const boost::exception&) {
-    }
-}
-
-TEST(Interrupt, CloneAndRethrowKeepTypeAndOrigin) {
+TEST(Interrupt, IsInternalAndStandardButNotAUserExceptionAndItsCloneKeepsTheOrigin) {
     for (const bool byProgram : {false, true}) {
         const InterruptException interrupt(byProgram);
+        EXPECT_THROW(interrupt.rethrow(), foundation::core::except::IInternalException);
+        EXPECT_THROW(interrupt.rethrow(), std::exception);
         const std::unique_ptr<const boost::exception_detail::clone_base> copy(interrupt.clone());
         try {
             copy->rethrow();
             FAIL();
+        } catch (const foundation::core::except::IUserException&) {
+            ADD_FAILURE() << "an interrupt carries no message identifier";
         } catch (const InterruptException& thrown) {
             EXPECT_EQ(vantik::detail::requestedByProgram(thrown), byProgram);
         }
     }
+    static_assert(std::is_convertible_v<InterruptException*, foundation::core::except::IException*>);
+    static_assert(std::is_convertible_v<InterruptException*, boost::exception*>);
 }

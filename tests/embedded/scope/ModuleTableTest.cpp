@@ -6,8 +6,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <string>
-#include <utility>
 
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -107,20 +105,14 @@ TEST_F(Modules, BuiltinOfAnotherLibraryOrScopeIsUnknown) {
     }
 }
 
-TEST(ModuleNames, BecomeFileAndEntryPoint) {
-    struct Row {
-        const char *Given, *Name, *File;
-    };
-    for (const Row& row : {Row{"netrove", "netrove", "libnetrove.so"},
-                           {"/opt/lib/libnetrove.so.1.2", "netrove", "/opt/lib/libnetrove.so.1.2"},
-                           {"./other.so", "other", "./other.so"}}) {
-        EXPECT_EQ(vantik::detail::moduleFile(row.Given).Name, row.Name);
-        EXPECT_EQ(vantik::detail::moduleFile(row.Given).File, row.File);
-    }
-}
-
-TEST(ModuleNames, BuiltinSymbolIsTheCompilersOwn) {
+TEST(ModuleNames, BecomeFilesAndTheCompilersSymbols) {
     using vantik::detail::builtinSymbol;
+    for (const auto& [given, name, file] : {std::tuple{"netrove", "netrove", "libnetrove.so"},
+                                            {"/opt/lib/libnetrove.so.1.2", "netrove", "/opt/lib/libnetrove.so.1.2"},
+                                            {"./other.so", "other", "./other.so"}}) {
+        EXPECT_EQ(vantik::detail::moduleFile(given).Name, name);
+        EXPECT_EQ(vantik::detail::moduleFile(given).File, file);
+    }
     EXPECT_EQ(builtinSymbol("ws_base::getProxyInfoBuiltin"), "_ZN7ws_base19getProxyInfoBuiltinEiPP11vxArray_tagiS2_");
     EXPECT_EQ(builtinSymbol("run"), "_Z3runiPP11vxArray_tagiS1_");
     EXPECT_EQ(builtinSymbol("a::b::run"), "_ZN1a1b3runEiPP11vxArray_tagiS3_");

@@ -35,18 +35,6 @@ TEST(Scopes, CurrentOneIsTheInnermostEntry) {
     EXPECT_EQ(Scope::currentOrNull(), nullptr);
 }
 
-TEST(Scopes, EntryKeepsItsScopeAlive) {
-    auto scope = std::make_shared<Scope>();
-    const std::weak_ptr<Scope> watched = scope;
-    {
-        const ScopeEntry entry(std::move(scope));
-        EXPECT_FALSE(watched.expired());
-        EXPECT_EQ(&Scope::current(), watched.lock().get());
-    }
-    EXPECT_TRUE(watched.expired());
-    EXPECT_EQ(Scope::currentOrNull(), nullptr);
-}
-
 TEST(Scopes, SingletonsGoInsideTheirScopeAndBeforeTheServicesOfTheProcess) {
     static Scope* seen = nullptr;
     static std::string log;
@@ -68,14 +56,19 @@ TEST(Scopes, SingletonsGoInsideTheirScopeAndBeforeTheServicesOfTheProcess) {
     EXPECT_EQ(Scope::currentOrNull(), nullptr);
 }
 
-TEST(Scopes, EachThreadHasItsOwn) {
+TEST(Scopes, EachThreadEntersItsOwnAndKeepsItAlive) {
     const auto here = std::make_shared<Scope>();
     const ScopeEntry entry(here);
     std::thread([] {
         EXPECT_EQ(Scope::currentOrNull(), nullptr);
-        const auto there = std::make_shared<Scope>();
-        const ScopeEntry otherEntry(there);
-        EXPECT_EQ(&Scope::current(), there.get());
+        auto there = std::make_shared<Scope>();
+        const std::weak_ptr<Scope> watched = there;
+        {
+            const ScopeEntry otherEntry(std::move(there));
+            EXPECT_FALSE(watched.expired());
+            EXPECT_EQ(&Scope::current(), watched.lock().get());
+        }
+        EXPECT_TRUE(watched.expired());
     }).join();
     EXPECT_EQ(&Scope::current(), here.get());
 }

@@ -6,12 +6,8 @@
 #include <stdexcept>
 #include <string>
 
-namespace {
-
-int initialized = 0;
-int terminated = 0;
-
-} // namespace
+static int initialized = 0;
+static int terminated = 0;
 
 extern "C" {
 
@@ -41,7 +37,7 @@ namespace test_base {
 
 // The number of results wanted, and the text of each input.
 VANTIK_HOST_API void echoBuiltin(int resultCount, vxArray_tag** results, int inputCount, vxArray_tag** inputs) {
-    matrix::detail::noninlined::vx_array_api::vxCreateDoubleScalar(1); // left behind on purpose: the host releases it
+    matrix::detail::noninlined::vx_array_api::vxCreateDoubleScalar(1); // left over on purpose: the host releases it
     std::string text = std::to_string(resultCount);
     for (int index = 0; index < inputCount; ++index) {
         text += " " + matrix::get_string(inputs[index]);
@@ -49,10 +45,10 @@ VANTIK_HOST_API void echoBuiltin(int resultCount, vxArray_tag** results, int inp
     results[0] = matrix::create(text.data(), text.size()).release();
 }
 
-namespace inner {
+} // namespace test_base
+
+namespace test_base::inner {
 
 VANTIK_HOST_API void silentBuiltin(int, vxArray_tag**, int, vxArray_tag**) {}
 
-} // namespace inner
-
-} // namespace test_base
+} // namespace test_base::inner

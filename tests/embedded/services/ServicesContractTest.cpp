@@ -47,20 +47,15 @@ struct Both final : Greeter, Counter {
 CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(sample::Greeter, "sample.Greeter")
 CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(sample::Nameless, "")
 
-namespace {
-
-using cppmicroservices::BundleContext;
-using cppmicroservices::Framework;
-using cppmicroservices::FrameworkEvent;
-using cppmicroservices::FrameworkFactory;
-using cppmicroservices::LDAPFilter;
-using cppmicroservices::ServiceReference;
+using namespace cppmicroservices;
 using sample::Both;
 using sample::Counter;
 using sample::Greeter;
 using sample::Nameless;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+namespace {
 
 constexpr std::chrono::milliseconds kForEver{0};
 
@@ -74,12 +69,11 @@ protected:
         Home.Start();
         Context = Home.GetBundleContext();
     }
-    ~ServicesContract() override { stop(); }
-
-    void stop() {
+    ~ServicesContract() override {
         Home.Stop();
         Home.WaitForStop(kForEver);
     }
+
     std::vector<std::string> greetings(const std::string& filter = {}) {
         std::vector<std::string> result;
         for (const auto& reference : Context.GetServiceReferences<Greeter>(filter)) {
@@ -94,9 +88,14 @@ protected:
 
 } // namespace
 
-TEST_F(ServicesContract, ElderServiceIsFoundFirst) {
+TEST_F(ServicesContract, ElderServiceIsFoundFirstAndAReferenceThatNamesNothingIsRefused) {
     EXPECT_THAT(greetings(), IsEmpty());
-    EXPECT_FALSE(Context.GetServiceReference<Greeter>());
+    const ServiceReference<Greeter> found = Context.GetServiceReference<Greeter>();
+    for (const auto& none : {found, ServiceReference<Greeter>()}) {
+        EXPECT_FALSE(none);
+        EXPECT_THROW(Context.GetService(none), std::invalid_argument);
+        EXPECT_THROW(Context.GetServiceObjects(none), std::invalid_argument);
+    }
     const auto first = Context.RegisterService<Greeter>(both("first"));
     const auto second = Context.RegisterService<Greeter>(both("second"));
     EXPECT_THAT(greetings(), ElementsAre("first", "second"));
@@ -112,14 +111,6 @@ TEST_F(ServicesContract, ServiceIsFoundByTheNameOfItsInterface) {
     EXPECT_THAT(greetings(), IsEmpty());
     EXPECT_EQ(Context.GetService(Context.GetServiceReference<Counter>())->count(), 42);
     EXPECT_EQ(Context.GetService(Context.GetServiceReference<Counter>()).get(), object.get());
-}
-
-TEST_F(ServicesContract, ReferenceThatNamesNothingIsRefused) {
-    const ServiceReference<Greeter> none;
-    EXPECT_FALSE(none);
-    EXPECT_THROW(Context.GetService(none), std::invalid_argument);
-    EXPECT_THROW(Context.GetServiceObjects(none), std::invalid_argument);
-    EXPECT_THROW(Context.GetService(Context.GetServiceReference<Greeter>()), std::invalid_argument);
 }
 
 TEST_F(ServicesContract, UnregisteredServiceIsGone) {
@@ -145,38 +136,27 @@ TEST_F(ServicesContract, ServiceOutlivesItsRegistration) {
     EXPECT_THROW(registration.Unregister(), std::logic_error);
 }
 
-TEST_F(ServicesContract, RegistrationNeedsAnObject) {
+TEST_F(ServicesContract, RegistrationNeedsAnObjectAndAnInterfaceWithAName) {
     EXPECT_THROW(static_cast<void>(Context.RegisterService<Greeter>(std::shared_ptr<Both>())), std::invalid_argument);
-}
-
-TEST_F(ServicesContract, InterfaceWithoutANameIsRefused) {
     EXPECT_THROW(static_cast<void>(Context.RegisterService<Nameless>(std::make_shared<Nameless>())),
                  std::invalid_argument);
-    EXPECT_THROW(Context.GetServiceReference<Nameless>(), cppmicroservices::ServiceException);
+    EXPECT_THROW(Context.GetServiceReference<Nameless>(), ServiceException);
     try {
         Context.GetServiceReferences<Nameless>();
         ADD_FAILURE() << "found";
-    } catch (const cppmicroservices::ServiceException& failure) {
+    } catch (const ServiceException& failure) {
         EXPECT_STREQ(failure.what(),
                      "The service interface class has no CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE macro");
     }
 }
 
-TEST_F(ServicesContract, FilterWithoutAConstraintIsEmpty) {
+// Where there is no service of the interface, a filter need not be read. The subset knows none; the package applies it.
+TEST_F(ServicesContract, FilterIsAppliedOrRefusedAndNeverIgnored) {
     EXPECT_EQ(LDAPFilter().ToString(), "");
-}
-
-// Where there is no service of the interface, a filter need not be read.
-TEST_F(ServicesContract, FilterThatCannotBeReadIsRefused) {
     const auto registration = Context.RegisterService<Greeter>(both("x"));
     for (const char* filter : {"x", "(", "()", "(a=b", "(a=b)x", "(a>b)", "(&)"}) {
         EXPECT_THROW(Context.GetServiceReferences<Greeter>(filter), std::invalid_argument) << filter;
     }
-}
-
-// The subset knows none; the package applies it.
-TEST_F(ServicesContract, FilterIsAppliedOrRefusedAndNeverIgnored) {
-    const auto registration = Context.RegisterService<Greeter>(both("x"));
     try {
         EXPECT_THAT(greetings("(service.colour=*)"), IsEmpty());
     } catch (const std::invalid_argument& refusal) {
@@ -184,22 +164,12 @@ TEST_F(ServicesContract, FilterIsAppliedOrRefusedAndNeverIgnored) {
     }
 }
 
-TEST_F(ServicesContract, ContextIsInvalidUntilTheStart) {
-    Framework framework = FrameworkFactory().NewFramework();
-    EXPECT_FALSE(BundleContext());
-    EXPECT_FALSE(framework.GetBundleContext());
-    framework.Start();
-    EXPECT_TRUE(framework.GetBundleContext());
-    const Framework copy = framework;
-    framework.Stop();
-    framework.WaitForStop(kForEver);
-    EXPECT_FALSE(copy.GetBundleContext());
-}
-
 TEST_F(ServicesContract, InvalidContextRefusesAll) {
     const auto registration = Context.RegisterService<Greeter>(both("x"));
     const auto reference = Context.GetServiceReference<Greeter>();
     BundleContext none;
+    EXPECT_FALSE(none);
+    EXPECT_FALSE(FrameworkFactory().NewFramework().GetBundleContext()) << "not started";
     EXPECT_THROW(static_cast<void>(none.RegisterService<Greeter>(both("x"))), std::runtime_error);
     EXPECT_THROW(none.GetServiceReferences<Greeter>(), std::runtime_error);
     EXPECT_THROW(none.GetServiceReference<Greeter>(), std::runtime_error);
@@ -207,13 +177,16 @@ TEST_F(ServicesContract, InvalidContextRefusesAll) {
     EXPECT_THROW(none.GetServiceObjects(reference), std::runtime_error);
 }
 
-TEST_F(ServicesContract, StoppedFrameworkInvalidatesContextsAndServices) {
+TEST_F(ServicesContract, StopInvalidatesContextsAndServicesAndARestartBeginsAnew) {
     auto registration = Context.RegisterService<Greeter>(both("x"));
     const auto reference = Context.GetServiceReference<Greeter>();
     const auto objects = Context.GetServiceObjects(reference);
     const auto held = Context.GetService(reference);
-    stop();
-    EXPECT_FALSE(Context);
+    const Framework copy = Home;
+    EXPECT_EQ(Home.WaitForStop(std::chrono::milliseconds(1)).GetType(), FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT);
+    Home.Stop();
+    EXPECT_EQ(Home.WaitForStop(kForEver).GetType(), FrameworkEvent::FRAMEWORK_STOPPED);
+    EXPECT_FALSE(copy.GetBundleContext());
     EXPECT_FALSE(reference);
     EXPECT_THROW(static_cast<void>(Context.RegisterService<Greeter>(both("y"))), std::runtime_error);
     EXPECT_THROW(Context.GetServiceReferences<Greeter>(), std::runtime_error);
@@ -223,17 +196,6 @@ TEST_F(ServicesContract, StoppedFrameworkInvalidatesContextsAndServices) {
     EXPECT_EQ(objects.GetService(), nullptr);
     EXPECT_THROW(registration.Unregister(), std::logic_error);
     EXPECT_EQ(held->greet(), "x");
-}
-
-TEST_F(ServicesContract, WaitingForAStopSaysWhyItHasEnded) {
-    EXPECT_EQ(Home.WaitForStop(std::chrono::milliseconds(1)).GetType(), FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT);
-    Home.Stop();
-    EXPECT_EQ(Home.WaitForStop(kForEver).GetType(), FrameworkEvent::FRAMEWORK_STOPPED);
-}
-
-TEST_F(ServicesContract, RestartedFrameworkHasANewContext) {
-    static_cast<void>(Context.RegisterService<Greeter>(both("old")));
-    stop();
     Home.Start();
     EXPECT_FALSE(Context);
     Context = Home.GetBundleContext();
@@ -245,7 +207,7 @@ TEST_F(ServicesContract, ManyThreadsRegisterAndFind) {
     constexpr int kThreads = 4;
     constexpr int kRounds = 200;
     std::atomic<int> found{0};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             BundleContext context = Home.GetBundleContext();
@@ -263,9 +225,7 @@ TEST_F(ServicesContract, ManyThreadsRegisterAndFind) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for them
     EXPECT_EQ(found, kThreads * kRounds);
     EXPECT_THAT(greetings(), IsEmpty());
 }
