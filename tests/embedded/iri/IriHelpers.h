@@ -26,16 +26,20 @@ inline std::string fragmentOf(const foundation::network::IRI& value) {
     return text.substr(std::min(text.find('#'), text.size() - 1) + 1);
 }
 
-// What a text is refused with; empty where it is accepted.
-inline std::string refusal(const std::u16string& text) {
+// What an operation on identifiers is refused with; empty where it is not.
+template <class Operation>
+std::string refusalOf(Operation operation) {
     try {
-        const foundation::network::IRI parsed(text);
+        operation();
     } catch (const foundation::core::except::IInternalException& error) {
         return error.what();
     }
     return {};
 }
 
+inline std::string refusal(const std::u16string& text) {
+    return refusalOf([&] { const foundation::network::IRI parsed(text); });
+}
 inline std::string refusal(const std::string& utf8) {
     return refusal(fl::i18n::to_ustring(utf8));
 }

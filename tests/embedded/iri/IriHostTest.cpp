@@ -3,19 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
-namespace {
-
 using foundation::network::IRI;
 
-struct HostRow {
-    const char* Text;
-    const char* Ascii;
-};
-
 TEST(IriHost, NamesBecomeAscii) {
-    const HostRow rows[] = {
+    const std::pair<std::string, std::string> rows[] = {
         {"Example.COM", "example.com"},
         {"b\u00FCcher.example", "xn--bcher-kva.example"},
         {"B\u00DCCHER.example", "xn--bcher-kva.example"},
@@ -33,22 +24,22 @@ TEST(IriHost, NamesBecomeAscii) {
         {"example.com.", "example.com."},
         {"a~b!c$d&e'f(g)h*i+j,k;l=m", "a~b!c$d&e'f(g)h*i+j,k;l=m"},
     };
-    for (const HostRow& row : rows) {
-        const IRI value = iri("http://" + std::string(row.Text) + "/");
+    for (const auto& [text, form] : rows) {
+        const IRI value = iri("http://" + text + "/");
         EXPECT_TRUE(value.hasHost());
-        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), row.Ascii);
-        EXPECT_EQ(ascii(value), "http://" + std::string(row.Ascii) + "/");
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), form);
+        EXPECT_EQ(ascii(value), "http://" + form + "/");
         EXPECT_EQ(ascii(IRI(value.toAsciiString(false))), ascii(value)); // its own form is read back
     }
     static_assert(static_cast<int>(IRI::Encoding::Ascii) == 3); // callers name it by its number
 }
 
 TEST(IriHost, Ipv6AddressesStandInBrackets) {
-    for (const char* address : {"::1", "2001:db8::7", "::ffff:192.0.2.1", "1:2:3:4:5:6:7:8", "::"}) {
-        const IRI value = iri("http://[" + std::string(address) + "]:8080/x");
+    for (const std::string host : {"[::1]", "[2001:db8::7]", "[::ffff:192.0.2.1]", "[1:2:3:4:5:6:7:8]", "[::]"}) {
+        const IRI value = iri("http://" + host + ":8080/x");
         EXPECT_TRUE(value.hasHost());
-        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), "[" + std::string(address) + "]");
-        EXPECT_EQ(ascii(value), "http://[" + std::string(address) + "]:8080/x");
+        EXPECT_EQ(narrow(value.getHost(IRI::Encoding::Ascii)), host);
+        EXPECT_EQ(ascii(value), "http://" + host + ":8080/x");
     }
     EXPECT_EQ(iri("http://[2001:DB8::A]/").getHost(IRI::Encoding::Ascii), u"[2001:db8::a]");
     for (const char* host : {"[", "[]", "[::1", "::1]", "[1:2:3]", "[::1]x", "[::g]", "[1::2::3]", "[127.0.0.1]",
@@ -74,15 +65,10 @@ TEST(IriHost, WhatIsNotANameIsRefused) {
     EXPECT_EQ(refusal("http://u@" + longLabel + "/"),
               "label of more than 63 characters in the host name at position 9");
     EXPECT_EQ(refusal("http://" + longName + "/"), "host name of more than 253 characters at position 7");
-}
-
-// The labels that take the mapping longest are refused by their length first.
-TEST(IriHost, LongHostileNamesAreRefusedAtOnce) {
-    std::u16string host;
+    // Labels that take the mapping longest are refused by their length first.
+    std::u16string hostile;
     for (char16_t c = 0x4E00; c < 0x9F00; ++c) {
-        host.push_back(c);
+        hostile.push_back(c);
     }
-    EXPECT_EQ(refusal(u"http://" + host + u"/"), "host of 20736 characters at position 7");
+    EXPECT_EQ(refusal(u"http://" + hostile + u"/"), "host of 20736 characters at position 7");
 }
-
-} // namespace

@@ -19,19 +19,19 @@ using foundation::network::IRI;
 constexpr const char* kUnreserved = "abcxyzABCXYZ0189-._~";
 constexpr const char* kSubDelimiters = "!$&'()*+,;=";
 
+std::string joined(const std::vector<std::string>& pieces) {
+    return std::accumulate(pieces.begin(), pieces.end(), std::string());
+}
+
 // Text of the given characters, with percent-encodings among them.
 rc::Gen<std::string> encodedText(const std::string& characters) {
-    const auto character = rc::gen::map(rc::gen::elementOf(characters), [](char c) { return std::string(1, c); });
-    const auto encoding = rc::gen::map(rc::gen::pair(rc::gen::elementOf(std::string("0123456789abcdefABCDEF")),
-                                                     rc::gen::elementOf(std::string("0123456789abcdefABCDEF"))),
-                                       [](const std::pair<char, char>& digits) {
-                                           return std::string{'%', digits.first, digits.second};
-                                       });
-    const auto pieces = rc::gen::container<std::vector<std::string>>(
-        rc::gen::weightedOneOf<std::string>({{9, character}, {1, encoding}}));
-    return rc::gen::map(pieces, [](const std::vector<std::string>& list) {
-        return std::accumulate(list.begin(), list.end(), std::string());
-    });
+    const auto one = [](const std::string& set) { return rc::gen::container<std::string>(1, rc::gen::elementOf(set)); };
+    const auto encoding =
+        rc::gen::map(rc::gen::container<std::string>(2, rc::gen::elementOf(std::string("0123456789abcdefABCDEF"))),
+                     [](const std::string& digits) { return "%" + digits; });
+    return rc::gen::map(rc::gen::container<std::vector<std::string>>(
+                            rc::gen::weightedOneOf<std::string>({{9, one(characters)}, {1, encoding}})),
+                        joined);
 }
 
 std::string lowered(std::string text) {
@@ -45,12 +45,11 @@ rc::Gen<std::string> hostName() {
         rc::gen::elementOf(std::string("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"));
     const auto label = rc::gen::resize(20, rc::gen::nonEmpty(rc::gen::container<std::string>(letter)));
     const auto labels = rc::gen::resize(6, rc::gen::nonEmpty(rc::gen::container<std::vector<std::string>>(label)));
-    return rc::gen::map(labels, [](const std::vector<std::string>& list) {
-        std::string name;
-        for (const std::string& label : list) {
-            name += (name.empty() ? "" : ".") + label;
+    return rc::gen::map(labels, [](std::vector<std::string> list) {
+        for (std::size_t next = 1; next < list.size(); ++next) {
+            list[next].insert(0, ".");
         }
-        return name;
+        return joined(list);
     });
 }
 
@@ -60,16 +59,12 @@ rc::Gen<std::string> host() {
          {1, rc::gen::element<std::string>("127.0.0.1", "[::1]", "[2001:DB8::A]", "my_host", "h.example.")}});
 }
 
-// A part that may be missing.
-rc::Gen<std::optional<std::string>> optionally(const rc::Gen<std::string>& text) {
-    return rc::gen::map(rc::gen::maybe(text), [](const rc::Maybe<std::string>& given) {
-        return given ? std::optional<std::string>(*given) : std::nullopt;
+// A part with the characters around it; empty where it is missing.
+rc::Gen<std::string> optionalPart(const std::string& before, const rc::Gen<std::string>& text,
+                                  const std::string& after = {}) {
+    return rc::gen::map(rc::gen::maybe(text), [=](const rc::Maybe<std::string>& given) {
+        return given ? before + *given + after : std::string();
     });
-}
-
-// The same with the character that leads it.
-std::string part(const char* lead, const std::optional<std::string>& text) {
-    return text ? lead + *text : std::string();
 }
 
 bool isPlainAscii(const std::u16string& text) {
@@ -135,24 +130,23 @@ std::optional<std::string> asciiForm(const std::u16string& text) {
 RC_GTEST_PROP(IriProperties, AsciiUrlsComeOutAsTheyWentIn, ()) {
     const std::string path = std::string(kUnreserved) + kSubDelimiters + ":@/";
     const auto scheme = *rc::gen::element<std::string>("http", "https", "HTTP", "hTTps", "ws+x-1.y", "A");
-    const auto user = *optionally(encodedText(std::string(kUnreserved) + kSubDelimiters + ":"));
+    const auto user = *optionalPart("", encodedText(std::string(kUnreserved) + kSubDelimiters + ":"), "@");
     const auto name = *host();
-    const auto port = *optionally(
-        rc::gen::oneOf(rc::gen::map(rc::gen::inRange(0, 65536), [](int number) { return std::to_string(number); }),
-                       rc::gen::element<std::string>("", "0", "00080", "65535")));
-    const auto segments = *optionally(encodedText(path));
-    const auto query = *optionally(encodedText(path + "?"));
-    const auto fragment = *optionally(encodedText(path + "?"));
-    const std::string rest = part(":", port) + part("/", segments) + part("?", query) + part("#", fragment);
-    const std::string userPart = user ? *user + "@" : "";
-    const IRI value = iri(scheme + "://" + userPart + name + rest);
-    RC_ASSERT(ascii(value) == lowered(scheme) + "://" + userPart + lowered(name) + rest);
+    const auto number = rc::gen::map(rc::gen::inRange(0, 65536), [](int value) { return std::to_string(value); });
+    const auto port =
+        *optionalPart(":", rc::gen::oneOf(number, rc::gen::element<std::string>("", "0", "00080", "65535")));
+    const auto segments = *optionalPart("/", encodedText(path));
+    const auto query = *optionalPart("?", encodedText(path + "?"));
+    const auto fragment = *optionalPart("#", encodedText(path + "?"));
+    const std::string rest = port + segments + query + fragment;
+    const IRI value = iri(scheme + "://" + user + name + rest);
+    RC_ASSERT(ascii(value) == lowered(scheme) + "://" + user + lowered(name) + rest);
     RC_ASSERT(narrow(value.getScheme()) == lowered(scheme));
     RC_ASSERT(narrow(value.getHost(IRI::Encoding::Ascii)) == lowered(name));
-    RC_ASSERT(narrow(value.getPath()) == part("/", segments));
-    RC_ASSERT(narrow(value.getQuery()) == query.value_or(""));
-    RC_ASSERT(value.hasQuery() == query.has_value());
-    RC_ASSERT(value.hasFragment() == fragment.has_value());
+    RC_ASSERT(narrow(value.getPath()) == segments);
+    RC_ASSERT(value.hasQuery() == !query.empty());
+    RC_ASSERT("?" + narrow(value.getQuery()) == (query.empty() ? "?" : query));
+    RC_ASSERT(value.hasFragment() == !fragment.empty());
     RC_ASSERT(ascii(IRI(value.toAsciiString(false))) == ascii(value));
 }
 
@@ -167,18 +161,16 @@ RC_GTEST_PROP(IriProperties, AnyTextIsAnIdentifierOrRefusedByTheHostsOwnExceptio
 RC_GTEST_PROP(IriProperties, AnyReferenceResolvesToAnAbsoluteTargetThatStays, ()) {
     const IRI base(u"http://a/b/c/d;p?q");
     const std::u16string text = *rc::gen::oneOf(referenceText(), anyText());
-    std::optional<IRI> reference;
-    try {
-        reference.emplace(text);
-    } catch (const IInternalException&) {
-        RC_SUCCEED("no reference");
+    if (!refusal(text).empty()) {
+        RC_SUCCEED("not a reference");
     }
-    const IRI target = reference->resolveAgainst(base);
+    const IRI reference(text);
+    const IRI target = reference.resolveAgainst(base);
     RC_ASSERT(target.hasScheme());
     const std::string form = narrow(target.toAsciiString(false));
     RC_ASSERT(narrow(IRI(target.toAsciiString(false)).toAsciiString(false)) == form);
     RC_ASSERT(narrow(target.resolveAgainst(base).toAsciiString(false)) == form);
-    RC_ASSERT(fragmentOf(target) == fragmentOf(*reference));
+    RC_ASSERT(fragmentOf(target) == fragmentOf(reference));
     const std::string path = narrow(target.getPath()) + "/";
     if (target.hasHost()) {
         RC_ASSERT(path.find("/./") == std::string::npos);

@@ -9,7 +9,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <string>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -64,23 +63,19 @@ TEST_F(MessageFiles, FileMayReplaceEnglishTexts) {
     EXPECT_EQ(messageText(kInputs, "qq"), u"Fewer inputs, please.");
 }
 
-TEST_F(MessageFiles, BadLinesOfAFileAreReportedOnceAndPassedOver) {
+TEST_F(MessageFiles, WhatCannotBeReadIsReportedOnceAndPassedOver) {
+    const auto reported = [](const char* locale, const char16_t* text) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(messageText(kInputs, locale), text);
+        return testing::internal::GetCapturedStderr();
+    };
     write("xx.txt", "junk\nVANTIK:builtin:TooManyInputs Zu viele\n");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(messageText(kInputs, "xx"), u"Zu viele");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("xx.txt:1: \"junk\" is not a message name"));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(messageText(kInputs, "xx"), u"Zu viele");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
-TEST_F(MessageFiles, HugeFileAndFolderInPlaceOfOneArePassedOver) {
-    write("xx.txt", "VANTIK:builtin:TooManyInputs Zu viele\n" + std::string(5U << 20U, '#'));
-    std::filesystem::create_directory(Folder.file("yy.txt"));
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(messageText(kInputs, "xx"), u"Too many inputs.");
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("too large"));
-    EXPECT_EQ(messageText(kInputs, "yy"), u"Too many inputs.");
+    EXPECT_THAT(reported("xx", u"Zu viele"), HasSubstr("xx.txt:1: \"junk\" is not a message name"));
+    EXPECT_EQ(reported("xx", u"Zu viele"), "");
+    write("yy.txt", "VANTIK:builtin:TooManyInputs Zu viele\n" + std::string(5U << 20U, '#'));
+    EXPECT_THAT(reported("yy", u"Too many inputs."), HasSubstr("too large"));
+    std::filesystem::create_directory(Folder.file("zz.txt"));
+    reported("zz", u"Too many inputs.");
 }
 
 TEST(MessageText, IsTheNameAndTheArgumentsWhereThereIsNone) {

@@ -6,29 +6,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <limits>
-#include <string>
-#include <utility>
-#include <vector>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using vantik::detail::fillPattern;
 using vantik::detail::MessageTable;
 
-namespace {
-
 using Arguments = std::vector<resource_core::MsgArgument>;
 
-std::u16string filled(const std::string& pattern, const Arguments& arguments) {
+static std::u16string filled(const std::string& pattern, const Arguments& arguments) {
     const MessageTable table = MessageTable::parse("a:b " + pattern, "test");
     EXPECT_THAT(table.problems(), IsEmpty());
     const std::u16string* found = table.find("a:b");
     return found == nullptr ? std::u16string(u"<no pattern>") : fillPattern(*found, arguments);
 }
-
-} // namespace
 
 TEST(MessageTable, EveryEnglishTextIsCompleteWithItsArguments) {
     EXPECT_THAT(MessageTable::english().problems(), IsEmpty());
@@ -47,8 +39,7 @@ TEST(MessageTable, EveryEnglishTextIsCompleteWithItsArguments) {
 
 // The identifiers of the client, by the number of their arguments.
 TEST(MessageTable, EnglishTextOfEveryClientIdentifierShowsAllItsArguments) {
-    const std::vector<std::string> texts{"alpha", "beta", "gamma", "delta"};
-    const std::vector<std::pair<std::size_t, std::vector<const char*>>> rows = {
+    const std::pair<std::size_t, std::vector<std::string>> rows[] = {
         {0,
          {"webservices:TimeoutReasonResponseHeader", "webservices:TimeoutReasonStoppedSending",
           "webservices:TimeoutReasonSystemLimit", "webservices:TimeoutSystemTCP", "http:OnlyOneTransferAtATime"}},
@@ -67,13 +58,15 @@ TEST(MessageTable, EnglishTextOfEveryClientIdentifierShowsAllItsArguments) {
         {4, {"webservices:Timeout", "webservices:ExpectedProtocol"}},
     };
     for (const auto& [count, names] : rows) {
-        for (const char* name : names) {
-            const std::u16string* pattern = MessageTable::english().find("VANTIK:" + std::string(name));
+        for (const std::string& name : names) {
+            const std::u16string* pattern = MessageTable::english().find("VANTIK:" + name);
             ASSERT_NE(pattern, nullptr) << name;
-            const Arguments arguments(texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(count));
+            Arguments arguments{std::string("alpha"), std::string("beta"), std::string("gamma"), std::string("delta")};
+            arguments.resize(count);
             const std::string text = fl::i18n::to_string(fillPattern(*pattern, arguments));
-            for (std::size_t i = 0; i < texts.size(); ++i) {
-                EXPECT_EQ(text.find(texts[i]) != std::string::npos, i < count) << name << ": " << text;
+            std::size_t shown = 0;
+            for (const char* argument : {"alpha", "beta", "gamma", "delta"}) {
+                EXPECT_EQ(text.find(argument) != std::string::npos, shown++ < count) << name << ": " << text;
             }
         }
     }
@@ -114,15 +107,10 @@ TEST(MessageTable, FilesFromOtherSystemsAreRead) {
 }
 
 TEST(MessagePattern, IsFilledWithItsArguments) {
-    struct Row {
-        const char* Pattern;
-        Arguments Given;
-        std::u16string Text;
-    };
     const std::string a = "a";
     const char* select = "{0,select,on {is on}other {is {1}}}";
     const std::u16string loneSurrogates{char16_t(0xDC00), char16_t(0xD83D), char16_t(0xDE00)};
-    for (const Row& row : std::vector<Row>{
+    for (const auto& [pattern, arguments, text] : std::vector<std::tuple<const char*, Arguments, std::u16string>>{
              {"it's the server's {0}", {std::string("fault")}, u"it's the server's fault"},
              {"a '{'{0}'}'", {a}, u"a {a}"},
              {"{0}", {std::string("{1} '{'")}, u"{1} '{'"}, // an argument is not a pattern
@@ -136,7 +124,7 @@ TEST(MessagePattern, IsFilledWithItsArguments) {
              {"<{0}>", {std::u16string{u'a', char16_t(0xD800), u'z'}}, u"<a\uFFFDz>"},
              {"<{0}>", {loneSurrogates}, u"<\uFFFD\U0001F600>"},
          }) {
-        EXPECT_EQ(filled(row.Pattern, row.Given), row.Text) << row.Pattern;
+        EXPECT_EQ(filled(pattern, arguments), text) << pattern;
     }
     EXPECT_EQ(fillPattern(u"{0", {}), u"") << "a pattern that cannot be used";
     EXPECT_EQ(fillPattern(u"{x}", {}), u"");

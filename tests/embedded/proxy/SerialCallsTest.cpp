@@ -30,27 +30,22 @@ public:
     std::function<Answer()> call() {
         return [state = Held] {
             state->Begun.set_value();
-            state->Released.wait();
+            state->Released.get_future().wait();
             state->Over = true;
             return Answer{"held"};
         };
     }
     void awaitBegun() { Held->Begun.get_future().wait(); }
-    void release() { Release.set_value(); }
+    void release() { Held->Released.set_value(); }
     bool over() const { return Held->Over; }
 
 private:
     struct State {
         std::promise<void> Begun;
-        std::shared_future<void> Released;
+        std::promise<void> Released;
         std::atomic<bool> Over{false};
     };
-    std::promise<void> Release;
-    std::shared_ptr<State> Held = [this] {
-        auto state = std::make_shared<State>();
-        state->Released = Release.get_future().share();
-        return state;
-    }();
+    std::shared_ptr<State> Held = std::make_shared<State>();
 };
 
 } // namespace
@@ -131,7 +126,7 @@ TEST(SerialCallsOfManyThreads, RunOneAtATime) {
     SerialCalls calls;
     int count = 0; // no atomic: the calls themselves keep out of each other's way
     std::atomic<int> right{0};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < kRounds; ++round) {
@@ -140,9 +135,7 @@ TEST(SerialCallsOfManyThreads, RunOneAtATime) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear(); // waits for them
     EXPECT_EQ(right, kThreads * kRounds);
     EXPECT_EQ(count, kThreads * kRounds);
 }
