@@ -4,7 +4,6 @@
 #include "tests/embedded/classes/ClassFixture.h"
 
 using foundation::core::except::bad_alloc;
-using vcos::COSClass;
 
 namespace {
 

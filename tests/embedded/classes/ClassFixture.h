@@ -13,6 +13,10 @@
 #include <optional>
 #include <span>
 
+using vantik::detail::Scope;
+using vantik::detail::ScopeEntry;
+using vcos::COSClass;
+using vcos::COSValue;
 using Log = std::vector<std::string>;
 
 inline vcos::InternedName name(std::string text) {
@@ -22,26 +26,24 @@ inline vcos::InternedName name(std::string text) {
 class ScriptedProperty final : public vcos::COSPropT {
 public:
     struct Accessors {
-        std::function<vcos::COSValue()> Get;
-        std::function<void(vcos::COSInterface&, const vcos::COSValue&)> Set;
-        std::function<void(const vcos::COSValue&)> Release;
+        std::function<COSValue()> Get;
+        std::function<void(vcos::COSInterface&, const COSValue&)> Set;
+        std::function<void(const COSValue&)> Release;
         vcos::MemberAccess GetAccess = vcos::MemberAccess::Public;
         vcos::MemberAccess SetAccess = vcos::MemberAccess::Public;
     };
 
     // In a block from `calloc`, as a module makes its properties.
-    static void addTo(vcos::COSClass& definition, const char* propertyName, const char* typeWord, Accessors accessors) {
+    static void addTo(COSClass& definition, const char* propertyName, const char* typeWord, Accessors accessors) {
         vcos::COSDataTypePtr type = definition.validatePropertyType(name(propertyName), name(typeWord));
         void* block = std::calloc(1, sizeof(ScriptedProperty));
         definition.addProperty(new (block)
                                    ScriptedProperty(definition, propertyName, std::move(type), std::move(accessors)));
     }
 
-    void getPropertyValue(vcos::COSInterface&, vcos::COSValue& value) override { value = Script.Get(); }
-    void setPropertyValue(vcos::COSInterface& object, const vcos::COSValue& value) override {
-        Script.Set(object, value);
-    }
-    void releasePropertyValue(vcos::COSInterface&, const vcos::COSValue& value) override {
+    void getPropertyValue(vcos::COSInterface&, COSValue& value) override { value = Script.Get(); }
+    void setPropertyValue(vcos::COSInterface& object, const COSValue& value) override { Script.Set(object, value); }
+    void releasePropertyValue(vcos::COSInterface&, const COSValue& value) override {
         if (Script.Release) {
             Script.Release(value);
         }
@@ -49,8 +51,7 @@ public:
     bool hasSetter() const override { return static_cast<bool>(Script.Set); }
 
 private:
-    ScriptedProperty(vcos::COSClass& definition, const char* propertyName, vcos::COSDataTypePtr type,
-                     Accessors accessors)
+    ScriptedProperty(COSClass& definition, const char* propertyName, vcos::COSDataTypePtr type, Accessors accessors)
         : COSPropT(definition.getFullName(), name(propertyName), std::move(type), accessors.GetAccess,
                    accessors.SetAccess, 3022, "a property"),
           Script(std::move(accessors)) {}
@@ -63,8 +64,8 @@ public:
     // One call: the results wanted and their slots, the inputs, the object first.
     struct Call {
         int& Wanted;
-        vcos::COSValue* Results;
-        std::span<const vcos::COSValue> Inputs;
+        COSValue* Results;
+        std::span<const COSValue> Inputs;
     };
     using Body = std::function<void(Call)>;
 
@@ -75,7 +76,7 @@ public:
     };
 
     // Without a signature, nothing is declared.
-    static void addTo(vcos::COSClass& definition, const char* methodName, std::optional<Signature> signature, Body body,
+    static void addTo(COSClass& definition, const char* methodName, std::optional<Signature> signature, Body body,
                       vcos::MemberAccess access = vcos::MemberAccess::Public) {
         auto* method = new ScriptedMethod(definition, methodName, std::move(body), access);
         if (signature) {
@@ -92,12 +93,12 @@ public:
         definition.addMethod(method);
     }
 
-    void invoke(int& resultCount, vcos::COSValue* results, int inputCount, const vcos::COSValue* inputs) override {
+    void invoke(int& resultCount, COSValue* results, int inputCount, const COSValue* inputs) override {
         Script({resultCount, results, {inputs, static_cast<std::size_t>(inputCount)}});
     }
 
 private:
-    ScriptedMethod(vcos::COSClass& definition, const char* methodName, Body body, vcos::MemberAccess access)
+    ScriptedMethod(COSClass& definition, const char* methodName, Body body, vcos::MemberAccess access)
         : COSMethodBase(definition.getFullName(), name(methodName), access, "a method"), Script(std::move(body)) {}
 
     Body Script;
@@ -109,14 +110,14 @@ public:
     struct Instance {
         int Number = 0;
     };
-    using Define = std::function<void(vcos::COSClass&)>;
+    using Define = std::function<void(COSClass&)>;
 
     ScriptedClass(std::string shortName, Log* log, Define define = {})
         : Name(std::move(shortName)), Events(log), DefineScript(std::move(define)) {}
     ~ScriptedClass() override { note("forget "); }
 
     std::string getName() const override { return Name; }
-    void defineClass(vcos::COSClass& definition) override {
+    void defineClass(COSClass& definition) override {
         if (DefineScript) {
             DefineScript(definition);
         }
@@ -162,10 +163,10 @@ private:
 
 class ClassFixture : public ArrayFixture {
 protected:
-    ClassFixture() : Home(std::make_shared<vantik::detail::Scope>()), Entry(std::in_place, Home) {}
+    ClassFixture() : Home(std::make_shared<Scope>()), Entry(std::in_place, Home) {}
 
     void TearDown() override {
-        const std::weak_ptr<vantik::detail::Scope> watched = Home;
+        const std::weak_ptr<Scope> watched = Home;
         Entry.reset();
         Home.reset();
         EXPECT_TRUE(watched.expired()) << "something still holds the scope";
@@ -187,7 +188,7 @@ protected:
     // With a base class, which only a description that knows this host can declare.
     ScriptedClass* addDerivedClass(const char* shortName, std::vector<std::string> bases,
                                    ScriptedClass::Define define = {}) {
-        return addClass(shortName, [bases = std::move(bases), define = std::move(define)](vcos::COSClass& definition) {
+        return addClass(shortName, [bases = std::move(bases), define = std::move(define)](COSClass& definition) {
             for (const std::string& base : bases) {
                 static_cast<vantik::detail::ClassDefinition&>(definition).addBaseClass(base);
             }
@@ -205,7 +206,7 @@ protected:
         return vantik::detail::HostObject::of(*vantik::detail::scalarObject(array.get()).get());
     }
 
-    std::shared_ptr<vantik::detail::Scope> Home;
-    std::optional<vantik::detail::ScopeEntry> Entry;
+    std::shared_ptr<Scope> Home;
+    std::optional<ScopeEntry> Entry;
     Log Events;
 };

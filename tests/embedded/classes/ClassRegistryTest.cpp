@@ -7,7 +7,6 @@
 #include <bit>
 
 using namespace vantik::detail;
-using vcos::COSClass;
 using vcos::COSPackage;
 using Classes = ClassFixture;
 

@@ -8,10 +8,6 @@
 
 #include <stdexcept>
 
-using vantik::Array;
-using vantik::HostClass;
-using vantik::Object;
-
 using Names = std::vector<std::string>;
 
 static const std::string kWarning = "VANTIK:webservices:PartialFileWarning";
@@ -25,7 +21,7 @@ namespace {
 class Warnings : public ProgramFixture {
 protected:
     std::string shownOnStandardError() {
-        const vantik::detail::ScopeEntry entry(Home->scope());
+        const ScopeEntry entry(Home->scope());
         testing::internal::CaptureStderr();
         EXPECT_NO_THROW(warn("3"));
         return testing::internal::GetCapturedStderr();
@@ -65,7 +61,7 @@ TEST_F(Warnings, HandlerMayReplaceItself) {
 TEST_F(Warnings, ProgramSeesArgumentsAndText) {
     std::vector<vantik::Message> seen;
     Home->onWarning([&](const vantik::Message& message) { seen.push_back(message); });
-    const vantik::detail::ScopeEntry entry(Home->scope());
+    const ScopeEntry entry(Home->scope());
     vx::vxWarningMsgId(vantik::detail::HostMessage({std::int64_t{3}, std::string("10"), std::u16string(u"\u00FC")},
                                                    "VANTIK:webservices", "PartialFileWarning"));
     ASSERT_EQ(seen.size(), 1u);
@@ -147,7 +143,7 @@ TEST_F(TreatedWarnings, EachOperationHasItsOwn) {
 
 TEST_F(TreatedWarnings, OtherHostsGoOnShowing) {
     Home->treatAsFailure(kWarning);
-    vantik::Host other;
+    Host other;
     std::size_t shown = 0;
     other.onWarning([&](const vantik::Message&) { ++shown; });
     HostClass("test.Warner").method("warn", doing([](auto) { warn("1"); })).defineIn(other);

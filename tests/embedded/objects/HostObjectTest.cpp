@@ -11,7 +11,7 @@ class Objects : public ClassFixture {
 protected:
     // A constructor that notes its inputs and sets the instance's number from the first one.
     ScriptedClass::Define constructorOf(const char* shortName) {
-        return [this, shortName](vcos::COSClass& definition) {
+        return [this, shortName](COSClass& definition) {
             const vcos::InternedName key = definition.getFullName();
             ScriptedMethod::addTo(
                 definition, shortName, ScriptedMethod::Signature{{"int32 scalar"}, {*key}, 1}, [this, key](auto call) {
@@ -91,7 +91,7 @@ TEST_F(Objects, FailureWhileMadeUndoesWhatWasMade) {
     addDerivedClass("Leaf", {"test.Root"})->CreateScript = [] { throw std::out_of_range("no"); };
     EXPECT_THROW(make("test.Leaf"), std::out_of_range);
     EXPECT_EQ(std::exchange(Events, {}), (Log{"create Root", "create Leaf", "destroy Root"}));
-    addClass("Thing", [](vcos::COSClass& definition) {
+    addClass("Thing", [](COSClass& definition) {
         ScriptedMethod::addTo(definition, "Thing", {}, [](auto) {
             makeDouble(1); // left over on purpose: the call's frame has it
             throw std::out_of_range("no");
@@ -145,7 +145,7 @@ TEST_F(Objects, NativeInstanceOfAValueIsFoundByItsClass) {
     const ArrayOwner number(makeDouble(1));
     EXPECT_EQ(vcos::vcosGetScalarObjectValue(name("test.Root"), slotOf(object.get())),
               objectIn(object).getInstanceData(name("test.Root")));
-    const auto refusal = [](const char* key, vcos::COSValue value) {
+    const auto refusal = [](const char* key, COSValue value) {
         return failureOf([&] { vcos::vcosGetScalarObjectValue(name(key), value); });
     };
     EXPECT_EQ(refusal("test.Other", slotOf(object.get())), "VANTIK:vcos:NotAnObjectOf(test.Other)");

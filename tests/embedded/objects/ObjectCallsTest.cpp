@@ -9,18 +9,26 @@
 #include <limits>
 
 using namespace vantik::detail;
-using Signature = ScriptedMethod::Signature;
+using Accessors = ScriptedProperty::Accessors;
+using Words = std::vector<std::string>;
 
 namespace {
 
 class Methods : public ClassFixture {
 protected:
-    // An object of the class "test.Thing", which has this one method.
-    ArrayOwner objectWith(const char* methodName, std::optional<Signature> signature, ScriptedMethod::Body body,
+    Methods() { Signature.Inputs = {"test.Thing scalar"}; }
+
+    // An object of the class "test.Thing" with this one method, without a signature or with the fixture's.
+    ArrayOwner undeclared(const char* method, ScriptedMethod::Body body,
                           vcos::MemberAccess access = vcos::MemberAccess::Public) {
-        addClass("Thing", [&](vcos::COSClass& definition) {
-            ScriptedMethod::addTo(definition, methodName, std::move(signature), std::move(body), access);
-        });
+        addClass("Thing",
+                 [&](COSClass& definition) { ScriptedMethod::addTo(definition, method, {}, std::move(body), access); });
+        return make("test.Thing");
+    }
+    ArrayOwner returning(Words outputs, ScriptedMethod::Body body) {
+        Signature.Outputs = std::move(outputs);
+        addClass("Thing",
+                 [&](COSClass& definition) { ScriptedMethod::addTo(definition, "run", Signature, std::move(body)); });
         return make("test.Thing");
     }
 
@@ -47,22 +55,24 @@ protected:
     // The same as a program does, which wants none.
     static std::vector<ArrayOwner> runForNothing(const ArrayOwner& object) {
         vxArray_tag* self = object.get();
-        return runMethod(objectIn(object), requireMethod(objectIn(object), "run", *COSGetPublicClient()), 0,
-                         {&self, 1});
+        const MethodEntry& method = requireMethod(objectIn(object), "run", *COSGetPublicClient());
+        return runMethod(objectIn(object), method, 0, {&self, 1});
     }
     static void doNothing(ScriptedMethod::Call) {}
+
+    ScriptedMethod::Signature Signature;
 };
 
 } // namespace
 
 TEST_F(Methods, ClassOfTheCallIsATypeCheckAndTheObjectsOwnClassDecides) {
     const auto noting = [&](const char* text) { return [this, text](auto) { Events.push_back(text); }; };
-    addClass("Root", [&](vcos::COSClass& definition) {
+    addClass("Root", [&](COSClass& definition) {
         ScriptedMethod::addTo(definition, "run", {}, noting("root"));
         ScriptedMethod::addTo(definition, "inherited", {}, noting("inherited"));
     });
     addDerivedClass("Leaf", {"test.Root"},
-                    [&](vcos::COSClass& definition) { ScriptedMethod::addTo(definition, "run", {}, noting("leaf")); });
+                    [&](COSClass& definition) { ScriptedMethod::addTo(definition, "run", {}, noting("leaf")); });
     const ArrayOwner root = make("test.Root");
     const ArrayOwner leaf = make("test.Leaf");
     Events.clear();
@@ -77,12 +87,10 @@ TEST_F(Methods, ClassOfTheCallIsATypeCheckAndTheObjectsOwnClassDecides) {
 }
 
 TEST_F(Methods, WithoutAnObjectNothingIsFound) {
-    const ArrayOwner object = objectWith("run", {}, doNothing);
+    const ArrayOwner object = undeclared("run", doNothing);
     const ArrayOwner number(makeDouble(1));
     const ArrayOwner empty(makeObjectArray("test.Thing", {}));
     EXPECT_TRUE(finds("test.Thing", "run", {object.get()}));
-    classes().removeClass("test.Thing");
-    EXPECT_TRUE(finds("test.Thing", "run", {object.get()})) << "the object keeps its class";
     EXPECT_FALSE(finds("test.Thing", "run", {}));
     for (vxArray_tag* other : {static_cast<vxArray_tag*>(nullptr), number.get(), empty.get()}) {
         EXPECT_FALSE(finds("test.Thing", "run", {other}));
@@ -91,39 +99,36 @@ TEST_F(Methods, WithoutAnObjectNothingIsFound) {
     EXPECT_FALSE(finds("test.Thing", "", {object.get()}));
     EXPECT_FALSE(finds("test.Thing", "run", {object.get()}, nullptr));
     EXPECT_FALSE(finds("test.Thing", "run", {object.get()}, getSystemClient(), true)) << "it is not static";
+    classes().removeClass("test.Thing");
+    EXPECT_TRUE(finds("test.Thing", "run", {object.get()})) << "the object keeps its class";
 }
 
-TEST_F(Methods, InternalAndPrivateOnesExistForTheSystemClientOnly) {
+TEST_F(Methods, InternalAndPrivateOnesExistForTheSystemClientOnlyAndConstructorsForNobody) {
     ASSERT_NE(getSystemClient(), COSGetPublicClient());
-    const ArrayOwner secret = objectWith("run", {}, doNothing, vcos::MemberAccess::Private);
+    const ArrayOwner secret = undeclared("run", doNothing, vcos::MemberAccess::Private);
     EXPECT_TRUE(finds("test.Thing", "run", {secret.get()}, getSystemClient()));
     EXPECT_FALSE(finds("test.Thing", "run", {secret.get()}, COSGetPublicClient()));
-    const ArrayOwner object = objectWith("startInternal", {}, doNothing);
+    const ArrayOwner object = undeclared("startInternal", doNothing);
     EXPECT_TRUE(finds("test.Thing", "startInternal", {object.get()}, getSystemClient()));
     EXPECT_FALSE(finds("test.Thing", "startInternal", {object.get()}, COSGetPublicClient()));
     EXPECT_EQ(failureOf([&] { requireMethod(objectIn(object), "startInternl", *COSGetPublicClient()); }),
               "VANTIK:vcos:UnknownMethod(test.Thing, startInternl, none)")
-        << "a hint must not give it away";
+        << "a hint must not reveal it";
     EXPECT_EQ(failureOf([&] { requireMethod(objectIn(object), "startInternl", *getSystemClient()); }),
               "VANTIK:vcos:UnknownMethod(test.Thing, startInternl, startInternal)");
-}
-
-TEST_F(Methods, ConstructorIsNotAMethod) {
-    const ArrayOwner object = objectWith("Thing", {}, doNothing);
-    EXPECT_FALSE(finds("test.Thing", "Thing", {object.get()}));
+    const ArrayOwner constructed = undeclared("Thing", doNothing);
+    EXPECT_FALSE(finds("test.Thing", "Thing", {constructed.get()}));
     addDerivedClass("Leaf", {"test.Thing"});
     EXPECT_FALSE(finds("test.Thing", "Thing", {make("test.Leaf").get()}));
 }
 
 TEST_F(Methods, ObjectIsTheFirstInputAndIsNotCounted) {
     std::vector<const vxArray_tag*> seen;
-    const ArrayOwner object =
-        objectWith("run", Signature{{"test.Thing scalar", "any", "any", "any"}, {}, 1}, [&](auto call) {
-            seen.clear();
-            for (const vcos::COSValue& input : call.Inputs) {
-                seen.push_back(arrayIn(input));
-            }
-        });
+    Signature = {{"test.Thing scalar", "any", "any", "any"}, {}, 1};
+    const ArrayOwner object = returning({}, [&](auto call) {
+        seen.clear();
+        std::ranges::transform(call.Inputs, std::back_inserter(seen), arrayIn);
+    });
     const ArrayOwner text(makeText(u"text"));
     const auto with = [&](std::size_t inputs) {
         std::vector<vxArray_tag*> arguments(inputs + 1, text.get());
@@ -140,8 +145,7 @@ TEST_F(Methods, ObjectIsTheFirstInputAndIsNotCounted) {
 
 TEST_F(Methods, ResultsAreOwnedByTheCallerAndNullWhereNoneIsDeclaredOrDelivered) {
     int asked = -1;
-    const Signature signature{{"test.Thing scalar"}, {"char vector", "int32 scalar", "logical scalar", "any"}, 0};
-    const ArrayOwner object = objectWith("run", signature, [&](auto call) {
+    const ArrayOwner object = returning({"char vector", "int32 scalar", "logical scalar", "any"}, [&](auto call) {
         asked = call.Wanted;
         if (asked > 0) {
             call.Results[0] = slotOf(makeText(u"one"));
@@ -162,7 +166,7 @@ TEST_F(Methods, ResultsAreOwnedByTheCallerAndNullWhereNoneIsDeclaredOrDelivered)
 }
 
 TEST_F(Methods, ResultDeliveredUnaskedIsHandedOutOrReleased) {
-    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {"uint8 vector"}, 0}, [](auto call) {
+    const ArrayOwner object = returning({"uint8 vector"}, [](auto call) {
         call.Wanted = std::max(call.Wanted, 1);
         call.Results[0] = slotOf(makePlainFrom(vxUINT8_CLASS, 3, 1, "abc"));
         vx::vxSetArrayScope(arrayIn(call.Results[0]), vxPERSISTENT_SCOPE);
@@ -176,7 +180,7 @@ TEST_F(Methods, ResultDeliveredUnaskedIsHandedOutOrReleased) {
 }
 
 TEST_F(Methods, ResultBeyondTheCountIsReleasedAndTheCountIsCutToTheRoom) {
-    const ArrayOwner object = objectWith("run", Signature{{"test.Thing scalar"}, {"any", "any"}, 0}, [](auto call) {
+    const ArrayOwner object = returning({"any", "any"}, [](auto call) {
         for (int index = 0; index < 2; ++index) {
             call.Results[index] = slotOf(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
         }
@@ -187,14 +191,13 @@ TEST_F(Methods, ResultBeyondTheCountIsReleasedAndTheCountIsCutToTheRoom) {
         EXPECT_EQ(liveArrays(), before + 1);
     }
     EXPECT_EQ(liveArrays(), before);
-    const ArrayOwner boasting = objectWith("run", Signature{{"test.Thing scalar"}, {"double scalar"}, 0},
-                                           [](auto call) { call.Wanted = 1000000; });
+    const ArrayOwner boasting = returning({"double scalar"}, [](auto call) { call.Wanted = 1000000; });
     EXPECT_EQ(runForNothing(boasting).size(), 1u);
 }
 
 TEST_F(Methods, ArraysLeftOverGoWithTheCallWhetherItFailsOrNot) {
     bool fails = false;
-    const ArrayOwner object = objectWith("run", {}, [&](auto call) {
+    const ArrayOwner object = undeclared("run", [&](auto call) {
         makeText(u"left over on purpose");
         if (fails) {
             throw std::out_of_range("no");
@@ -212,7 +215,7 @@ TEST_F(Methods, ArraysLeftOverGoWithTheCallWhetherItFailsOrNot) {
 }
 
 TEST_F(Methods, ResultOfAnInnerCallBelongsToTheOuterOne) {
-    addClass("Thing", [&](vcos::COSClass& definition) {
+    addClass("Thing", [&](COSClass& definition) {
         ScriptedMethod::addTo(definition, "inner", {}, [](auto call) { call.Results[0] = slotOf(makeDouble(1)); });
         ScriptedMethod::addTo(definition, "outer", {}, [](auto call) {
             ArrayOwner result = std::move(om("test.Thing", "inner", {arrayIn(call.Inputs[0])}, 1)->front());
@@ -230,15 +233,15 @@ namespace {
 class Properties : public ClassFixture {
 protected:
     // An object with one property "Value".
-    ArrayOwner objectWith(const char* typeWord, ScriptedProperty::Accessors accessors) {
-        addClass("Thing", [&](vcos::COSClass& definition) {
-            ScriptedProperty::addTo(definition, "Value", typeWord, std::move(accessors));
+    ArrayOwner objectWith(const std::string& typeWord, Accessors accessors) {
+        addClass("Thing", [&](COSClass& definition) {
+            ScriptedProperty::addTo(definition, "Value", typeWord.c_str(), std::move(accessors));
         });
         return make("test.Thing");
     }
     // Keeps the slot as it was set.
-    static ScriptedProperty::Accessors keeping(vcos::COSValue& slot) {
-        return {[&slot] { return slot; }, [&slot](auto&, const vcos::COSValue& value) { slot = value; }, {}};
+    static Accessors keeping(COSValue& slot) {
+        return {[&slot] { return slot; }, [&slot](auto&, const COSValue& value) { slot = value; }, {}};
     }
     static ArrayOwner get(const ArrayOwner& object, const char* property = "Value") {
         return ArrayOwner(getProperty(objectIn(object), property));
@@ -247,41 +250,43 @@ protected:
     static void set(const ArrayOwner& object, const ArrayOwner& value, const char* property = "Value") {
         setProperty(objectIn(object), property, value.get());
     }
+
+    COSValue Slot;
 };
 
 } // namespace
 
 TEST_F(Properties, NumbersLieInTheSlot) {
+    const ArrayOwner flag = objectWith("logical scalar", keeping(Slot));
+    Slot.Bits = 256;
+    EXPECT_TRUE(*vx::vxGetLogicals(get(flag).get())) << "anything but zero";
     for (const auto& [className, bits, number] :
          {std::tuple{"int32", std::uint64_t{0xFFFFFFFFFFFFFFFB}, -5.0}, // the sign fills the wider cell
           {"double", std::bit_cast<std::uint64_t>(2.5), 2.5},
           {"uint64", std::numeric_limits<std::uint64_t>::max(), 0x1p64},
           {"logical", std::uint64_t{1}, 1.0}}) {
-        vcos::COSValue slot{bits};
-        const ArrayOwner object = objectWith((std::string(className) + " scalar").c_str(), keeping(slot));
+        const ArrayOwner object = objectWith(std::string(className) + " scalar", keeping(Slot));
+        Slot.Bits = bits;
         const ArrayOwner value = get(object);
         EXPECT_EQ(classOf(value), className);
         EXPECT_EQ(vx::vxGetScalar(value.get()), number);
-        slot.Bits = 0;
+        Slot.Bits = 0;
         set(object, value);
-        EXPECT_EQ(slot.Bits, bits) << className;
+        EXPECT_EQ(Slot.Bits, bits) << className;
     }
-    vcos::COSValue slot{256};
-    EXPECT_TRUE(*vx::vxGetLogicals(get(objectWith("logical scalar", keeping(slot))).get())) << "anything but zero";
 }
 
 TEST_F(Properties, TextIsPassedByPointer) {
     std::u16string stored;
     bool wasNull = false;
-    const ArrayOwner object =
-        objectWith("unicodeString",
-                   {[&] { return vcos::COSValue{stored.empty() ? 0 : reinterpret_cast<std::uintptr_t>(&stored)}; },
-                    [&](auto&, const vcos::COSValue& value) {
-                        const auto* text = reinterpret_cast<const std::u16string*>(value.Bits);
-                        wasNull = text == nullptr;
-                        stored = text ? *text : std::u16string();
-                    },
-                    {}});
+    const Accessors accessors{[&] { return COSValue{stored.empty() ? 0 : reinterpret_cast<std::uintptr_t>(&stored)}; },
+                              [&](auto&, const COSValue& value) {
+                                  const auto* text = reinterpret_cast<const std::u16string*>(value.Bits);
+                                  wasNull = text == nullptr;
+                                  stored = text ? *text : std::u16string();
+                              },
+                              {}};
+    const ArrayOwner object = objectWith("unicodeString", accessors);
     set(object, ArrayOwner(makeText(u"\u00FCber")));
     EXPECT_EQ(stored, u"\u00FCber");
     EXPECT_EQ(matrix::get_ustring(get(object).get()), u"\u00FCber");
@@ -292,79 +297,70 @@ TEST_F(Properties, TextIsPassedByPointer) {
     EXPECT_TRUE(vx::vxIsEmpty(empty.get()));
 }
 
-TEST_F(Properties, GettersArrayGoesToItsReleaserAfterTheCopyIsTaken) {
-    Log steps;
-    const ArrayOwner object = objectWith("uint8 vector", {[&] {
-                                                              steps.push_back("get");
-                                                              return slotOf(makePlainFrom(vxUINT8_CLASS, 3, 1, "abc"));
-                                                          },
-                                                          {},
-                                                          [&](const vcos::COSValue& value) {
-                                                              steps.push_back("release");
-                                                              EXPECT_EQ(elementCount(arrayIn(value)), 3u);
-                                                              matrix::destroyArray(arrayIn(value));
-                                                          }});
-    const std::size_t before = liveArrays();
-    const std::size_t reclaimed = CallFrame::reclaimed();
-    const ArrayOwner value = get(object);
-    EXPECT_EQ(steps, (Log{"get", "release"}));
-    EXPECT_EQ(elementCount(value.get()), 3u);
-    EXPECT_EQ(liveArrays(), before + 1);
-    EXPECT_EQ(CallFrame::reclaimed(), reclaimed) << "nothing was left for the frame";
-}
-
-TEST_F(Properties, GettersArrayWithoutAReleaserGoesWithTheCall) {
-    const ArrayOwner object = objectWith("char vector", {[] { return slotOf(makeText(u"text")); }, {}, {}});
-    const std::size_t before = liveArrays();
-    const std::size_t reclaimed = CallFrame::reclaimed();
-    const ArrayOwner value = get(object);
-    EXPECT_EQ(matrix::get_string(value.get()), "text");
-    EXPECT_EQ(liveArrays(), before + 1);
-    EXPECT_EQ(CallFrame::reclaimed(), reclaimed + 1);
+TEST_F(Properties, GettersArrayGoesToItsReleaserAfterTheCopyIsTakenOrElseWithTheCall) {
+    const auto release = [&](const COSValue& value) {
+        Events.push_back("release");
+        EXPECT_EQ(elementCount(arrayIn(value)), 4u);
+        matrix::destroyArray(arrayIn(value));
+    };
+    const auto read = [&] {
+        Events.push_back("get");
+        return slotOf(makeText(u"text"));
+    };
+    for (const bool hasReleaser : {true, false}) {
+        const ArrayOwner object =
+            objectWith("char vector", {read, {}, hasReleaser ? release : decltype(Accessors::Release)()});
+        const std::size_t before = liveArrays();
+        const std::size_t reclaimed = CallFrame::reclaimed();
+        Events.clear();
+        const ArrayOwner value = get(object);
+        EXPECT_EQ(Events, hasReleaser ? (Log{"get", "release"}) : Log{"get"});
+        EXPECT_EQ(matrix::get_string(value.get()), "text");
+        EXPECT_EQ(liveArrays(), before + 1);
+        EXPECT_EQ(CallFrame::reclaimed(), reclaimed + (hasReleaser ? 0 : 1));
+    }
 }
 
 TEST_F(Properties, ObjectsOwnArrayStaysItsOwn) {
-    vcos::COSValue slot;
-    const ArrayOwner object = objectWith("any", keeping(slot));
+    const ArrayOwner object = objectWith("any", keeping(Slot));
     const ArrayOwner empty = get(object);
     ASSERT_TRUE(empty);
     EXPECT_EQ(classOf(empty), "");
     const ArrayOwner kept(makeText(u"kept"));
-    slot = slotOf(kept.get());
+    Slot = slotOf(kept.get());
     const ArrayOwner value = get(object);
     EXPECT_NE(value.get(), kept.get());
     EXPECT_EQ(matrix::get_string(value.get()), "kept");
 }
 
-TEST_F(Properties, NothingIsNullForEveryTypeButNumbers) {
+TEST_F(Properties, NoValueIsNullForEveryTypeButNumbers) {
+    const ArrayOwner noClass(vx::vxCreateEmptyUnknownArrayNotOnArrayList());
     for (const char* typeWord : {"any", "unicodeString", "uint8 vector", "double vector", "struct scalar", "char",
                                  "vantik.net.http.io.ContentProvider scalar"}) {
-        vcos::COSValue slot{1};
-        const ArrayOwner object = objectWith(typeWord, keeping(slot));
-        set(object, ArrayOwner());
-        EXPECT_EQ(slot.Bits, 0u) << typeWord;
-        slot.Bits = 1;
-        set(object, ArrayOwner(vx::vxCreateEmptyUnknownArrayNotOnArrayList()));
-        EXPECT_EQ(slot.Bits, 0u) << typeWord;
+        const ArrayOwner object = objectWith(typeWord, keeping(Slot));
+        for (vxArray_tag* none : {static_cast<vxArray_tag*>(nullptr), noClass.get()}) {
+            Slot.Bits = 1;
+            setProperty(objectIn(object), "Value", none);
+            EXPECT_EQ(Slot.Bits, 0u) << typeWord;
+        }
     }
-    for (const char* typeWord : {"logical scalar", "int32 scalar", "uint64 scalar", "double scalar"}) {
-        vcos::COSValue slot{1};
-        const ArrayOwner object = objectWith(typeWord, keeping(slot));
+    Slot.Bits = 1;
+    for (const std::string typeWord : {"logical scalar", "int32 scalar", "uint64 scalar", "double scalar"}) {
+        const ArrayOwner object = objectWith(typeWord, keeping(Slot));
         EXPECT_EQ(failureOf([&] { set(object, ArrayOwner()); }),
-                  std::string("VANTIK:vcos:WrongPropertyType(test.Thing, Value, ") + typeWord + ", nothing)");
-        EXPECT_EQ(slot.Bits, 1u);
+                  "VANTIK:vcos:WrongPropertyType(test.Thing, Value, " + typeWord + ", nothing)");
+        EXPECT_EQ(Slot.Bits, 1u);
     }
 }
 
 TEST_F(Properties, OneThatIsReadOnlyOrNotPublicIsClosed) {
-    vcos::COSValue slot;
-    ScriptedProperty::Accessors accessors = keeping(slot);
+    Accessors accessors = keeping(Slot);
     accessors.Set = nullptr;
     const ArrayOwner readOnly = objectWith("logical scalar", accessors);
     EXPECT_EQ(failureOf([&] { set(readOnly, ArrayOwner(makeLogical(true))); }),
               "VANTIK:vcos:ReadOnlyProperty(test.Thing, Value)");
     EXPECT_EQ(vx::vxGetScalar(get(readOnly).get()), 0);
-    accessors = keeping(slot);
+    accessors = keeping(Slot);
     accessors.SetAccess = vcos::MemberAccess::Private;
     const ArrayOwner object = objectWith("any", accessors);
     EXPECT_TRUE(get(object));
@@ -375,8 +371,7 @@ TEST_F(Properties, OneThatIsReadOnlyOrNotPublicIsClosed) {
 }
 
 TEST_F(Properties, UnknownOneIsRefusedWithAHint) {
-    vcos::COSValue slot;
-    const ArrayOwner object = objectWith("any", keeping(slot));
+    const ArrayOwner object = objectWith("any", keeping(Slot));
     EXPECT_EQ(failureOf([&] { get(object, "Valeu"); }), "VANTIK:vcos:UnknownProperty(test.Thing, Valeu, none)");
     EXPECT_EQ(failureOf([&] { get(object, "Vale"); }), "VANTIK:vcos:UnknownProperty(test.Thing, Vale, Value)");
     EXPECT_EQ(failureOf([&] { set(object, ArrayOwner(), "value"); }),
@@ -384,13 +379,13 @@ TEST_F(Properties, UnknownOneIsRefusedWithAHint) {
 }
 
 TEST_F(Properties, DerivedClassInheritsAndHidesThem) {
-    vcos::COSValue slot{1};
-    addClass("Root", [&](vcos::COSClass& definition) {
-        ScriptedProperty::addTo(definition, "Inherited", "logical scalar", keeping(slot));
-        ScriptedProperty::addTo(definition, "Hidden", "logical scalar", keeping(slot));
+    Slot.Bits = 1;
+    addClass("Root", [&](COSClass& definition) {
+        ScriptedProperty::addTo(definition, "Inherited", "logical scalar", keeping(Slot));
+        ScriptedProperty::addTo(definition, "Hidden", "logical scalar", keeping(Slot));
     });
-    addDerivedClass("Leaf", {"test.Root"}, [&](vcos::COSClass& definition) {
-        ScriptedProperty::addTo(definition, "Hidden", "uint64 scalar", keeping(slot));
+    addDerivedClass("Leaf", {"test.Root"}, [&](COSClass& definition) {
+        ScriptedProperty::addTo(definition, "Hidden", "uint64 scalar", keeping(Slot));
     });
     const ArrayOwner leaf = make("test.Leaf");
     EXPECT_EQ(classOf(get(leaf, "Inherited")), "logical");
@@ -400,12 +395,12 @@ TEST_F(Properties, DerivedClassInheritsAndHidesThem) {
 
 TEST_F(Properties, FailuresOfTheAccessorsPass) {
     int released = 0;
-    const ArrayOwner object = objectWith("any", {[]() -> vcos::COSValue {
-                                                     makeDouble(1); // the call's frame has it
-                                                     throw std::out_of_range("get");
-                                                 },
-                                                 [](auto&, const vcos::COSValue&) { throw std::domain_error("set"); },
-                                                 [&](const vcos::COSValue&) { ++released; }});
+    const auto failingGet = []() -> COSValue {
+        makeDouble(1); // the call's frame has it
+        throw std::out_of_range("get");
+    };
+    const auto failingSet = [](auto&, const COSValue&) { throw std::domain_error("set"); };
+    const ArrayOwner object = objectWith("any", {failingGet, failingSet, [&](const COSValue&) { ++released; }});
     EXPECT_THROW(get(object), std::out_of_range);
     EXPECT_EQ(released, 0) << "there was nothing to release";
     EXPECT_THROW(set(object, ArrayOwner()), std::domain_error);
@@ -413,12 +408,11 @@ TEST_F(Properties, FailuresOfTheAccessorsPass) {
 
 TEST_F(Properties, SetterMayDropTheLastReferenceToItsObject) {
     ArrayOwner object;
-    object = objectWith("any", {{},
-                                [&](vcos::COSInterface& self, const vcos::COSValue&) {
-                                    object.reset();
-                                    EXPECT_NE(self.getInstanceData(name("test.Thing")), nullptr) << "still there";
-                                },
-                                {}});
+    const auto dropping = [&](vcos::COSInterface& self, const COSValue&) {
+        object.reset();
+        EXPECT_NE(self.getInstanceData(name("test.Thing")), nullptr) << "still there";
+    };
+    object = objectWith("any", {{}, dropping, {}});
     setProperty(objectIn(object), "Value", nullptr);
     EXPECT_FALSE(object);
     EXPECT_EQ(Events.back(), "destroy Thing");

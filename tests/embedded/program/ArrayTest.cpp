@@ -181,8 +181,6 @@ TEST_F(ArrayValues, CopiesShareUntilOneIsWritten) {
     first.writableBytes()[0] = std::byte{'x'};
     EXPECT_EQ(first.byteText(), "xbc");
     EXPECT_EQ(second.byteText(), "abc");
-    const void* place = first.writableBytes().data();
-    EXPECT_EQ(first.bytes().data(), place);
 }
 
 TEST_F(ArrayValues, MovesAndHandlesLeaveNothing) {
@@ -204,17 +202,13 @@ TEST_F(ArrayValues, OutlivesTheHostCallThatItIsMadeIn) {
     std::vector<Array> kept;
     {
         CallFrame frame;
-        kept.emplace_back("text");
-        kept.push_back(Array::bytes("abc"));
+        kept = {"text", Array::bytes("text"), Array::adopt(vantik::detail::makeText(u"text"))};
         kept.push_back(kept[0]);
-        kept.push_back(Array::structure({{"Name", kept[0]}}));
-        kept.push_back(kept.back().field("Name"));
-        kept.push_back(Array::adopt(vantik::detail::makeDouble(2)));
+        kept.push_back(Array::structure({{"Name", kept[0]}}).field("Name"));
     }
     EXPECT_EQ(CallFrame::reclaimed(), before);
-    EXPECT_EQ(kept[0].text(), "text");
-    EXPECT_EQ(kept[1].byteText(), "abc");
-    EXPECT_EQ(kept[2].text(), "text");
-    EXPECT_EQ(kept[4].text(), "text");
-    EXPECT_EQ(kept[5].number(), 2.0);
+    EXPECT_EQ(kept[1].byteText(), "text");
+    for (const std::size_t index : {0, 2, 3, 4}) {
+        EXPECT_EQ(kept[index].text(), "text") << index;
+    }
 }

@@ -2,8 +2,6 @@
 #include "embedded/program/Boundary.h"
 
 #include "embedded/scope/InterruptOrigin.h"
-#include "embedded/scope/Scope.h"
-#include "host/ClassSystem.h"
 #include "host/Interrupt.h"
 #include "host/State.h"
 #include "host/Text.h"
@@ -14,14 +12,11 @@
 #include <new>
 #include <stdexcept>
 
-using vantik::Array;
 using vantik::Failure;
 using vantik::Interrupted;
-using vantik::Object;
 using vantik::detail::CallbackFailure;
 using vantik::detail::HostException;
 using vantik::detail::raiseHostFailure;
-using vantik::detail::ScopeEntry;
 
 namespace {
 
@@ -36,7 +31,7 @@ protected:
     // An object whose method "run" does this.
     Object objectThat(std::function<void()> script) {
         Home.emplace();
-        vantik::HostClass("test.Thrower").method("run", doing([script](auto) { script(); })).defineIn(*Home);
+        HostClass("test.Thrower").method("run", doing([script](auto) { script(); })).defineIn(*Home);
         return Home->create("test.Thrower");
     }
     // What a program catches of it, and what the host sees: the call comes as a module makes it.
@@ -48,14 +43,7 @@ protected:
     template <class Caught, class Look>
     void hostSees(std::function<void()> script, Look look) {
         const Object object = objectThat(std::move(script));
-        const ScopeEntry entry(Home->scope());
-        vxArray_tag* self = const_cast<vxArray_tag*>(object.array().handle());
-        lookAt<Caught>(
-            [&] {
-                omCallMethod(vcos::internal::makeInterned("test.Thrower"), vcos::internal::makeInterned("run"),
-                             getSystemClient(), 0, nullptr, 1, &self, false);
-            },
-            look);
+        lookAt<Caught>([&] { callAsModule(object, "test.Thrower", "run", {}, 0); }, look);
     }
 
 private:
@@ -87,7 +75,7 @@ TEST_F(Boundaries, ProgramCatchesWhatItsCallableRaised) {
 
 TEST_F(Boundaries, FailurePassesSeveralOfThemUnchanged) {
     const Object inner = objectThat([] { throw OwnError{7}; });
-    vantik::HostClass("test.Outer").method("run", doing([&](auto) { inner.call("run"); })).defineIn(*Home);
+    HostClass("test.Outer").method("run", doing([&](auto) { inner.call("run"); })).defineIn(*Home);
     try {
         Home->create("test.Outer").call("run");
         FAIL();
@@ -168,15 +156,12 @@ TEST_F(Boundaries, WhatTheHostRaisesBecomesAFailure) {
     for (const auto& [raise, failure] : rows) {
         EXPECT_EQ(failureOf([&, &raises = raise] { vantik::detail::runForProgram(raises); }), failure);
     }
-}
-
-TEST_F(Boundaries, FailureWithoutATextHasItsIdentifier) {
-    EXPECT_STREQ(Failure({"example", "Key", {}, ""}).what(), "example:Key");
+    EXPECT_STREQ(Failure({"example", "Key", {}, ""}).what(), "example:Key") << "where there is no text";
     EXPECT_STREQ(Failure({"example", "", {}, ""}).what(), "example");
 }
 
 TEST_F(Boundaries, FailingConstructorLeavesNoObject) {
-    vantik::HostClass("test.Thing").method("Thing", doing([](auto) { throw OwnError{1}; })).defineIn(*Home);
+    HostClass("test.Thing").method("Thing", doing([](auto) { throw OwnError{1}; })).defineIn(*Home);
     const std::weak_ptr<vantik::detail::Scope> scope = Home->scope();
     EXPECT_THROW(Home->create("test.Thing"), OwnError);
     Home.reset();

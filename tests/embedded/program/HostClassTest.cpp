@@ -1,14 +1,8 @@
 // Classes that a program describes with callables.
 #include "vantik/HostClass.h"
 
-#include "embedded/scope/Scope.h"
-#include "host/ClassSystem.h"
 #include "tests/embedded/program/ProgramFixture.h"
 
-using vantik::Array;
-using vantik::Host;
-using vantik::HostClass;
-using vantik::Object;
 using ProgramClasses = ProgramFixture;
 
 TEST_F(ProgramClasses, DeclaredInputsArriveConverted) {
@@ -60,14 +54,11 @@ TEST_F(ProgramClasses, InputThatIsKeptDoesNotChange) {
         .method("keep", doing([&](std::span<const Array> inputs) { kept.push_back(inputs[1]); }))
         .defineIn(*Home);
     const Object keeper = Home->create("test.Keeper");
-    const vantik::detail::ScopeEntry entry(Home->scope());
-    const ArrayOwner counter(vantik::detail::makeUInt64(1));
-    auto* value = static_cast<std::uint64_t*>(vx::vxGetData(counter.get()));
-    vxArray_tag* arguments[] = {const_cast<vxArray_tag*>(keeper.array().handle()), counter.get()};
+    Array counter(std::uint64_t{0});
+    auto* value = static_cast<std::uint64_t*>(vx::vxGetData(const_cast<vxArray_tag*>(counter.handle())));
     for (std::uint64_t number = 1; number <= 2; ++number) {
         *value = number; // the caller uses one scalar for all its calls
-        ASSERT_TRUE(omCallMethod(vcos::internal::makeInterned("test.Keeper"), vcos::internal::makeInterned("keep"),
-                                 COSGetPublicClient(), 0, nullptr, 2, arguments, false));
+        callAsModule(keeper, "test.Keeper", "keep", counter, 0);
     }
     EXPECT_EQ(kept[0].number(), 1);
     EXPECT_EQ(kept[1].number(), 2);

@@ -7,10 +7,6 @@
 #include <chrono>
 #include <thread>
 
-using vantik::Array;
-using vantik::Host;
-using vantik::HostClass;
-using vantik::Object;
 using Hosts = ProgramFixture;
 using Names = std::vector<std::string>;
 

@@ -6,7 +6,6 @@
 #include <cmath>
 
 using namespace std::chrono_literals;
-using vantik::Array;
 using Fields = std::vector<vantik::HttpField>;
 using Http = ProgramFixture;
 

@@ -3,11 +3,6 @@
 
 #include "tests/embedded/program/ProgramFixture.h"
 
-using vantik::Array;
-using vantik::Host;
-using vantik::HostClass;
-using vantik::Object;
-
 namespace {
 
 class ProgramObjects : public ProgramFixture {

@@ -9,7 +9,6 @@
 
 using testing::HasSubstr;
 using testing::StartsWith;
-using vantik::Array;
 
 namespace {
 
@@ -25,7 +24,7 @@ protected:
     }
 
     // How often the module was initialized and terminated in this process.
-    static std::pair<int, int> counts(vantik::Host& host) {
+    static std::pair<int, int> counts(Host& host) {
         const std::string text = host.callBuiltin("vantikTestPlainBuiltin", {}).text();
         return {std::stoi(text), std::stoi(text.substr(text.find('/') + 1))};
     }
@@ -36,7 +35,7 @@ protected:
 TEST_F(Modules, AreFoundByNameOrPath) {
     Home->load("vantik_test_module");
     const auto before = counts(*Home);
-    vantik::Host other;
+    Host other;
     other.load(kModule.string());
     EXPECT_EQ(counts(other).first, before.first + 1);
 }
@@ -52,7 +51,7 @@ TEST_F(Modules, AreFoundBesideTheHost) {
 }
 
 TEST_F(Modules, AreInitializedWithEachLoadAndTerminatedOnceWithTheirScope) {
-    vantik::Host watching;
+    Host watching;
     watching.load("vantik_test_module");
     const auto [initialized, terminated] = counts(watching);
     Home->load("vantik_test_module");
@@ -95,7 +94,7 @@ TEST_F(Modules, BuiltinIsCalledWithOneResultWanted) {
 }
 
 TEST_F(Modules, BuiltinOfAnotherLibraryOrScopeIsUnknown) {
-    vantik::Host other;
+    Host other;
     Home->load("vantik_test_module");
     EXPECT_EQ(failureOf([&] { other.callBuiltin("test_base::echoBuiltin", {}); }),
               "VANTIK:host:UnknownBuiltin(test_base::echoBuiltin)");
