@@ -42,12 +42,9 @@ TEST_F(Warnings, GoToTheHandlerAloneAndWithoutOneToStandardError) {
     EXPECT_EQ(shownOnStandardError(), Line);
 }
 
-TEST_F(Warnings, FailingHandlerLosesNoWarning) {
+TEST_F(Warnings, HandlerMayReplaceItselfAndOneThatFailsLosesNoWarning) {
     sink().setHandler([](const resource_core::BaseMsgID&) { throw 7; });
     EXPECT_EQ(shownOnStandardError(), Line);
-}
-
-TEST_F(Warnings, HandlerMayReplaceItself) {
     int calls = 0;
     sink().setHandler([&](const resource_core::BaseMsgID&) {
         sink().setHandler([&calls](const resource_core::BaseMsgID&) { calls += 10; });
@@ -109,14 +106,11 @@ protected:
 
 } // namespace
 
-TEST_F(TreatedWarnings, AnyOtherWarningIsShownAndTheResultCounts) {
+TEST_F(TreatedWarnings, OperationFailsWithTheFirstOfThemAndOthersAreShown) {
     EXPECT_EQ(Warner.call("warn", {"1"}).text(), "result");
     Home->treatAsFailure("VANTIK:webservices:Timeout");
     EXPECT_EQ(Warner.call("warn", {"1"}).text(), "result");
-    EXPECT_EQ(Shown, (Names{kWarning, kWarning}));
-}
-
-TEST_F(TreatedWarnings, OperationFailsWithTheFirstOfThem) {
+    EXPECT_EQ(std::exchange(Shown, {}), (Names{kWarning, kWarning}));
     Home->treatAsFailure(kWarning);
     EXPECT_EQ(failureOf([&] { Warner.call("warn", {"1", "2"}); }), kWarning + "(1, 10, why)");
     EXPECT_EQ(failureOf([&] { Warner.call("warn", {"3"}, 1); }), kWarning + "(3, 10, why)");

@@ -30,36 +30,43 @@ protected:
 
 } // namespace
 
-TEST_F(Objects, InstanceComesBeforeTheConstructorWhoseInputMayBeOptional) {
-    addClass("Thing", constructorOf("Thing"));
+TEST_F(Objects, InstanceComesBeforeTheNearestConstructorWhichRunsAlone) {
+    addClass("Root", constructorOf("Root"));
     const ArrayOwner seven(makeInt32(7));
-    const ArrayOwner object = make("test.Thing", {seven.get()});
-    EXPECT_EQ(Events, (Log{"create Thing", "construct with 1"}));
-    EXPECT_EQ(numberIn(object, "test.Thing"), 7);
-    EXPECT_EQ(numberIn(make("test.Thing"), "test.Thing"), -1);
+    const ArrayOwner root = make("test.Root", {seven.get()});
+    EXPECT_EQ(Events, (Log{"create Root", "construct with 1"}));
+    EXPECT_EQ(numberIn(root, "test.Root"), 7);
+    addDerivedClass("Middle", {"test.Root"});
+    EXPECT_EQ(numberIn(make("test.Middle"), "test.Root"), -1) << "inherited, and its input is optional";
+    addDerivedClass("Leaf", {"test.Middle"}, constructorOf("Leaf"));
+    const ArrayOwner leaf = make("test.Leaf");
+    EXPECT_EQ(numberIn(leaf, "test.Leaf"), -1);
+    EXPECT_EQ(numberIn(leaf, "test.Root"), 0) << "not run";
 }
 
-TEST_F(Objects, InputsAreCheckedBeforeAnythingIsMade) {
-    addClass("Plain");
+TEST_F(Objects, ClassAndInputsAreCheckedBeforeAnythingIsMade) {
+    addClass("Base")->Abstract = true;
+    addClass("Closed")->Constructible = false;
+    addClass("Plain"); // no constructor, no inputs
     addClass("Thing", constructorOf("Thing"));
     const ArrayOwner text(makeText(u"seven"));
-    EXPECT_EQ(failureOf([&] { make("test.Thing", {text.get()}); }),
-              "VANTIK:vcos:WrongInputType(test.Thing, Thing, 1, int32 scalar, 1-by-5 char)");
-    EXPECT_EQ(failureOf([&] {
-                  make("test.Thing", {text.get(), text.get()});
-              }),
-              "VANTIK:vcos:TooManyInputs(test.Thing, Thing, 1, 2)");
-    EXPECT_EQ(failureOf([&] { make("test.Plain", {text.get()}); }),
-              "VANTIK:vcos:TooManyInputs(test.Plain, Plain, 0, 1)")
-        << "no constructor, no inputs";
+    const auto refusal = [&](const char* className, std::size_t inputs) {
+        return failureOf([&] { make(className, std::vector<vxArray_tag*>(inputs, text.get())); });
+    };
+    EXPECT_EQ(refusal("test.Thing", 1), "VANTIK:vcos:WrongInputType(test.Thing, Thing, 1, int32 scalar, 1-by-5 char)");
+    EXPECT_EQ(refusal("test.Thing", 2), "VANTIK:vcos:TooManyInputs(test.Thing, Thing, 1, 2)");
+    EXPECT_EQ(refusal("test.Plain", 1), "VANTIK:vcos:TooManyInputs(test.Plain, Plain, 0, 1)");
+    EXPECT_EQ(refusal("test.Base", 0), "VANTIK:vcos:AbstractClass(test.Base)");
+    EXPECT_EQ(refusal("test.Closed", 0), "VANTIK:vcos:NotConstructible(test.Closed)");
+    EXPECT_EQ(refusal("test.Missing", 0), "VANTIK:vcos:UnknownClass(test.Missing, none)");
     EXPECT_EQ(Events, Log{});
 }
 
-TEST_F(Objects, EachClassOfTheLineageHasItsInstance) {
+TEST_F(Objects, EachClassOfTheLineageHasItsInstanceAndAFailureToDestroyOneIsDropped) {
     addClass("Root");
     addDerivedClass("Left", {"test.Root"});
     addDerivedClass("Right", {"test.Root"});
-    addDerivedClass("Leaf", {"test.Left", "test.Right"});
+    addDerivedClass("Leaf", {"test.Left", "test.Right"})->DestroyScript = [] { throw std::runtime_error("dropped"); };
     {
         const ArrayOwner object = make("test.Leaf");
         EXPECT_EQ(Events, (Log{"create Root", "create Left", "create Right", "create Leaf"}));
@@ -71,16 +78,6 @@ TEST_F(Objects, EachClassOfTheLineageHasItsInstance) {
         Events.clear();
     }
     EXPECT_EQ(Events, (Log{"destroy Leaf", "destroy Right", "destroy Left", "destroy Root"}));
-}
-
-TEST_F(Objects, NearestConstructorRunsAlone) {
-    addClass("Root", constructorOf("Root"));
-    addDerivedClass("Middle", {"test.Root"});
-    EXPECT_EQ(numberIn(make("test.Middle"), "test.Root"), -1) << "inherited";
-    addDerivedClass("Leaf", {"test.Middle"}, constructorOf("Leaf"));
-    const ArrayOwner leaf = make("test.Leaf");
-    EXPECT_EQ(numberIn(leaf, "test.Leaf"), -1);
-    EXPECT_EQ(numberIn(leaf, "test.Root"), 0) << "not run";
 }
 
 TEST_F(Objects, FailureWhileMadeUndoesWhatWasMade) {
@@ -101,34 +98,22 @@ TEST_F(Objects, FailureWhileMadeUndoesWhatWasMade) {
     EXPECT_EQ(Events, (Log{"create Thing", "destroy Thing"}));
 }
 
-TEST_F(Objects, ClassDecidesWhetherItMakesAny) {
-    addClass("Base")->Abstract = true;
-    addClass("Closed")->Constructible = false;
-    EXPECT_EQ(failureOf([&] { make("test.Base"); }), "VANTIK:vcos:AbstractClass(test.Base)");
-    EXPECT_EQ(failureOf([&] { make("test.Closed"); }), "VANTIK:vcos:NotConstructible(test.Closed)");
-    EXPECT_EQ(failureOf([&] { make("test.Missing"); }), "VANTIK:vcos:UnknownClass(test.Missing, none)");
-}
-
-TEST_F(Objects, ArrayElementsAreTheObjects) {
+TEST_F(Objects, ArrayElementsAreTheObjectsAndReferencesShareThem) {
     addClass("Thing");
-    const ArrayOwner one = make("test.Thing");
+    ArrayOwner one = make("test.Thing");
     const ArrayOwner two = make("test.Thing");
-    const ArrayOwner both(
-        makeObjectArray("test.Thing", {omGetArrayElement(one.get(), 0), omGetArrayElement(two.get(), 0)}));
+    ArrayOwner both(makeObjectArray("test.Thing", {omGetArrayElement(one.get(), 0), omGetArrayElement(two.get(), 0)}));
     EXPECT_EQ(omGetArrayElement(both.get(), 1).get(), omGetArrayElement(two.get(), 0).get());
     EXPECT_FALSE(omGetArrayElement(both.get(), 2));
     EXPECT_FALSE(omGetArrayElement(nullptr, 0));
     EXPECT_FALSE(scalarObject(both.get()));
     EXPECT_TRUE(scalarObject(one.get()));
-}
 
-TEST_F(Objects, ReferencesShareOneObject) {
-    addClass("Thing");
-    ArrayOwner object = make("test.Thing");
-    vcos::COSInterfacePtr first = omGetArrayElement(object.get(), 0);
+    vcos::COSInterfacePtr first = omGetArrayElement(one.get(), 0);
     vcos::COSInterfacePtr second = first;
     vcos::COSInterfacePtr moved = std::move(first);
-    object.reset();
+    one.reset();
+    both.reset();
     EXPECT_FALSE(first);
     EXPECT_EQ(second.get(), moved.get());
     second = moved;
@@ -173,11 +158,4 @@ TEST_F(Objects, KeepTheirScopeUntilTheyAreGoneAndAreDestroyedInIt) {
     EXPECT_EQ(seen, home);
     EXPECT_TRUE(watched.expired());
     EXPECT_EQ(Events, (Log{"destroy Thing", "forget Thing"}));
-}
-
-TEST_F(Objects, FailureOfTheDestructionIsDropped) {
-    addClass("Root");
-    addDerivedClass("Leaf", {"test.Root"})->DestroyScript = [] { throw std::runtime_error("destroyed"); };
-    make("test.Leaf");
-    EXPECT_EQ(Events, (Log{"create Root", "create Leaf", "destroy Leaf", "destroy Root"}));
 }

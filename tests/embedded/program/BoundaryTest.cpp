@@ -17,6 +17,7 @@ using vantik::Interrupted;
 using vantik::detail::CallbackFailure;
 using vantik::detail::HostException;
 using vantik::detail::raiseHostFailure;
+using Arguments = std::vector<resource_core::MsgArgument>;
 
 namespace {
 
@@ -84,22 +85,20 @@ TEST_F(Boundaries, FailurePassesSeveralOfThemUnchanged) {
     }
 }
 
-TEST_F(Boundaries, HostSeesAUserExceptionThatIsAlsoAStdException) {
+TEST_F(Boundaries, HostSeesAUserExceptionWithItsIdentifier) {
+    const Arguments own{std::string("own text")};
     hostSees<foundation::core::except::IUserException>(
         [] { throw std::out_of_range("own text"); },
-        [](const auto& error) {
+        [&](const auto& error) {
             EXPECT_EQ(error.msg_id().fullName(), "VANTIK:host:CallbackFailed");
-            EXPECT_EQ(error.msg_id().arguments(), (std::vector<resource_core::MsgArgument>{std::string("own text")}));
+            EXPECT_EQ(error.msg_id().arguments(), own);
             EXPECT_NE(dynamic_cast<const std::exception*>(&error), nullptr);
         });
-}
-
-TEST_F(Boundaries, HostSeesTheIdentifierOfAFailureAndItsOwnAsTheyAre) {
+    const Arguments two{std::int64_t{2}, std::u16string(u"\u00FC")};
     hostSees<HostException>([] { throw Failure(kMissing); },
-                            [](const HostException& error) {
+                            [&](const HostException& error) {
                                 EXPECT_EQ(error.get_error_id(), "example:files:Missing");
-                                EXPECT_EQ(error.msg_id().arguments(), (std::vector<resource_core::MsgArgument>{
-                                                                          std::int64_t{2}, std::u16string(u"\u00FC")}));
+                                EXPECT_EQ(error.msg_id().arguments(), two);
                             });
     hostSees<HostException>([] { raiseHostFailure("VANTIK:vx", "NoSuchField", {std::string("Name")}); },
                             [](const HostException& error) {

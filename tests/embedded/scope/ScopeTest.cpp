@@ -93,22 +93,23 @@ TEST_F(Impersonation, GuardCountsAndCallsHooks) {
     EXPECT_EQ(log, "in0 in1 out1 out0 ");
 }
 
-TEST_F(Impersonation, FailedEntryIsNotCounted) {
+TEST_F(Impersonation, FailedEntryIsNotCountedAndFailedExitIsSwallowed) {
     bool left = false;
     Home->Impersonation.OnEntry = [] { throw std::runtime_error("refused"); };
-    Home->Impersonation.OnExit = [&] { left = true; };
+    Home->Impersonation.OnExit = [&] {
+        left = true;
+        throw std::runtime_error("exit");
+    };
     EXPECT_THROW(ImpersonationGuard(), std::runtime_error);
     EXPECT_EQ(Home->Impersonation.Depth, 0U);
     EXPECT_FALSE(left);
-}
-
-TEST_F(Impersonation, FailedExitIsSwallowedAlsoWhileUnwinding) {
-    Home->Impersonation.OnExit = [] { throw std::runtime_error("exit"); };
+    Home->Impersonation.OnEntry = nullptr;
     try {
         const ImpersonationGuard guard;
         throw std::invalid_argument("first");
     } catch (const std::invalid_argument& failure) {
         EXPECT_STREQ(failure.what(), "first");
     }
+    EXPECT_TRUE(left);
     EXPECT_EQ(Home->Impersonation.Depth, 0U);
 }

@@ -150,7 +150,8 @@ TEST_F(ServicesContract, RegistrationNeedsAnObjectAndAnInterfaceWithAName) {
     }
 }
 
-// Where there is no service of the interface, a filter need not be read. The subset knows none; the package applies it.
+// Where there is no service of the interface, a filter need not be read. The subset refuses every filter; the package
+// applies it.
 TEST_F(ServicesContract, FilterIsAppliedOrRefusedAndNeverIgnored) {
     EXPECT_EQ(LDAPFilter().ToString(), "");
     const auto registration = Context.RegisterService<Greeter>(both("x"));
