@@ -201,6 +201,9 @@ TEST_F(Arrays, TextKeepsLengthAndNuls) {
     const char16_t half[] = {u'a', 0xD800};
     const ArrayOwner unpaired(makePlainFrom(vxCHAR_CLASS, 1, 2, half));
     EXPECT_THROW(matrix::get_string(unpaired.get()), fl::i18n::CvtExceptionBase);
+    EXPECT_EQ(matrix::get_ustring(unpaired.get()), std::u16string(half, 2));
+    const ArrayOwner number(vxCreateDoubleScalar(1));
+    EXPECT_EQ(failureOf([&] { matrix::get_ustring(number.get()); }), "VANTIK:vx:ExpectedText(double)");
 }
 
 TEST_F(Arrays, PlainClassesDeriveFromNothing) {
