@@ -68,7 +68,9 @@ TEST_F(ArraysWithoutMemory, NothingIsLeftOfAnArrayThatFailed) {
         [&] { return makeText(longText); },
         [&] { return vxCreateStructMatrix(1, 5, 2, names); },
         [] { return vxCreateEmptyUnknownArrayNotOnArrayList(); },
-        [members = std::vector<std::string>{"One", "Two"}] { return makeEnumerationArray("a.B", members); },
+        [members = std::vector<std::string>{"One", "Two"}] {
+            return makeEnumerationArray("example.Enumeration", members);
+        },
         [] { return makeObjectArray("example.Thing", {}); },
     };
     for (const auto& maker : makers) {

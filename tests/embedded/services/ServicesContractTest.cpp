@@ -187,6 +187,7 @@ TEST_F(ServicesContract, StopInvalidatesContextsAndServicesAndARestartBeginsAnew
     EXPECT_EQ(Home.WaitForStop(std::chrono::milliseconds(1)).GetType(), FrameworkEvent::FRAMEWORK_WAIT_TIMEDOUT);
     Home.Stop();
     EXPECT_EQ(Home.WaitForStop(kForEver).GetType(), FrameworkEvent::FRAMEWORK_STOPPED);
+    Home.Stop(); // once more changes nothing
     EXPECT_FALSE(copy.GetBundleContext());
     EXPECT_FALSE(reference);
     EXPECT_THROW(static_cast<void>(Context.RegisterService<Greeter>(both("y"))), std::runtime_error);
