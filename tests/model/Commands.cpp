@@ -7,45 +7,59 @@
 namespace model {
 namespace {
 
-using Words = std::vector<const char*>;
-
-std::string choice(std::size_t number, const Words& words) {
+std::string choice(std::size_t number, const std::vector<const char*>& words) {
     return words.at(number % words.size());
 }
 
-// What each operation is called, and what its number stands for, in the order of Op.
-std::string describe(Op op, std::uint8_t object, std::uint8_t number) {
-    static const Words contents = {"none", "0 bytes", "5 bytes", "40000 bytes", "200000 bytes"};
-    static const std::vector<std::pair<const char*, Words>> operations = {
-        {"create", {"", "older interface"}},
-        {"destroy", {""}},
-        {"set URL", {""}},
-        {"openConnection", {""}},
-        {"closeConnection", {""}},
-        {"closeAllConnections", {""}},
-        {"get ResponseCode", {""}},
-        {"copyContentToByteArray", {"true"}},
-        {"copyContentToByteArray", {"false"}},
-        {"copyContentToFile", {""}},
-        {"set RequestMethod", {"GET", "a name of its own", "HEAD"}},
+// What the number of an operation stands for, and how often it is drawn.
+struct Value {
+    const char* Word;
+    double Weight = 0; // where all have none, the first one is taken
+};
+
+struct Operation {
+    const char* Name;
+    std::vector<Value> Values{{""}};
+};
+
+const Operation& operation(Op op) {
+    static const std::vector<Value> contents = {
+        {"none", 2}, {"0 bytes", 1}, {"5 bytes", 2}, {"40000 bytes", 4}, {"200000 bytes", 3}};
+    static const std::vector<Operation> operations = {
+        // in the order of Op
+        {"create", {{""}, {"older interface"}}},
+        {"destroy"},
+        {"set URL"},
+        {"openConnection"},
+        {"closeConnection"},
+        {"closeAllConnections"},
+        {"get ResponseCode"},
+        {"copyContentToByteArray", {{"true"}}},
+        {"copyContentToByteArray", {{"false"}}},
+        {"copyContentToFile"},
+        {"set RequestMethod", {{"GET", 2}, {"a name of its own", 5}, {"HEAD", 2}}},
         {"set Payload", contents},
         {"set Provider", contents},
-        {"set Consumer", {"none", ""}},
-        {"set ProgressReporter", {"none", ""}},
-        {"set login", {"no scheme", "Basic", "Basic and Digest"}},
-        {"set field", {"Cookie", "no Expect"}},
-        {"set ResponsePayload", {"3 bytes"}},
-        {"interrupt", {""}},
+        {"set Consumer", {{"none", 1}, {"", 5}}},
+        {"set ProgressReporter", {{"none", 1}, {"", 5}}},
+        {"set login", {{"no scheme", 1}, {"Basic", 4}, {"Basic and Digest", 3}}},
+        {"set field", {{"Cookie", 1}, {"no Expect", 1}}},
+        {"set ResponsePayload", {{"3 bytes"}}},
+        {"interrupt"},
     };
-    const auto& [called, words] = operations.at(static_cast<std::size_t>(op));
-    const std::string word = choice(number, words);
-    return std::string(called) + '(' + static_cast<char>('a' + object) + (word.empty() ? "" : ", " + word) + ')';
+    return operations.at(static_cast<std::size_t>(op));
+}
+
+std::string describe(Op op, std::uint8_t object, std::uint8_t number) {
+    const auto& [name, values] = operation(op);
+    const std::string word = values.at(number % values.size()).Word;
+    return std::string(name) + '(' + static_cast<char>('a' + object) + (word.empty() ? "" : ", " + word) + ')';
 }
 
 std::string describe(const Shape& shape) {
     std::string text = choice(static_cast<std::size_t>(shape.What),
                               {"200", "404", "401 always", "401 without credentials, then 200", "a redirect's status"});
-    text += " with " + std::to_string(answerSize(shape.Size)) + " bytes" + (shape.Chunked ? " in chunks" : "");
+    text += " with " + std::to_string(kAnswerSizes.at(shape.Size)) + " bytes" + (shape.Chunked ? " in chunks" : "");
     if (shape.Last != Plan::End::Whole) {
         text += choice(static_cast<std::size_t>(shape.Last), {"", ", closed ", ", reset ", ", silent "}) +
                 choice(shape.Part, {"before its head", "after its head", "in the middle"});
@@ -57,10 +71,8 @@ std::string describe(const Hook& hook) {
     if (hook.What == Act::Nothing) {
         return {};
     }
-    const std::string event = hook.Event == 0              ? "start"
-                              : hook.Event == Hook::kAgain ? "restart"
-                              : hook.Event == Hook::kEnd   ? "close"
-                                                           : "call " + std::to_string(hook.Event);
+    const std::string event = choice(hook.Event, {"start", "call 1", "call 2", "call 3", "call 4", "call 5", "call 6",
+                                                  "call 7", "restart", "close"});
     return "; at " + event + ": " +
            (hook.What == Act::Call
                 ? describe(hook.Nested, hook.Target, hook.Number) + (hook.Swallow ? ", failures swallowed" : "")
@@ -93,8 +105,8 @@ private:
         return static_cast<std::uint8_t>(std::uniform_int_distribution<unsigned>(0, bound - 1)(Random));
     }
     bool chance(unsigned percent) { return std::uniform_int_distribution<unsigned>(0, 99)(Random) < percent; }
-    std::uint8_t weighted(std::initializer_list<double> weights) {
-        return static_cast<std::uint8_t>(std::discrete_distribution<int>(weights)(Random));
+    std::uint8_t weighted(const std::vector<double>& weights) {
+        return static_cast<std::uint8_t>(std::discrete_distribution<int>(weights.begin(), weights.end())(Random));
     }
     template <class Value>
     Value pick(std::initializer_list<std::pair<Value, double>> values) {
@@ -102,7 +114,7 @@ private:
         for (const auto& [value, weight] : values) {
             weights.push_back(weight);
         }
-        return (values.begin() + std::discrete_distribution<int>(weights.begin(), weights.end())(Random))->first;
+        return (values.begin() + weighted(weights))->first;
     }
     std::uint8_t anyObject() { return below(Known); }
 
@@ -171,35 +183,20 @@ private:
     }
 
     std::uint8_t value(Op op) {
-        switch (op) {
-        case Op::SetMethod:
-            return weighted({2, 5, 2});
-        case Op::SetPayload:
-        case Op::SetProvider:
-            return weighted({2, 1, 2, 4, 3});
-        case Op::SetConsumer:
-        case Op::SetReporter:
-            return weighted({1, 5});
-        case Op::SetLogin:
-            return weighted({1, 4, 3});
-        case Op::SetField:
-            return weighted({1, 1});
-        default:
-            return 0;
+        std::vector<double> weights;
+        for (const Value& each : operation(op).Values) {
+            weights.push_back(each.Weight);
         }
+        return weights.front() > 0 ? weighted(weights) : 0;
     }
 
     Hook hook(Op of) {
-        Hook drawn;
         if (chance(25)) {
-            return drawn;
+            return {};
         }
-        drawn.Event = weighted({3, 6, 4, 2, 1});
-        if (of == Op::SetProvider && chance(12)) {
-            drawn.Event = Hook::kAgain;
-        }
-        if (of == Op::SetConsumer && chance(12)) {
-            drawn.Event = Hook::kEnd;
+        Hook drawn{.Event = weighted({3, 6, 4, 2, 1})};
+        if ((of == Op::SetProvider || of == Op::SetConsumer) && chance(12)) {
+            drawn.Event = of == Op::SetProvider ? Hook::kAgain : Hook::kEnd;
         }
         drawn.What = pick<Act>({{Act::Raise, 1.5},
                                 {Act::Interrupt, 1.5},
@@ -235,15 +232,13 @@ private:
     }
 
     Shape shape() {
-        Shape drawn;
-        drawn.What = static_cast<Kind>(weighted({10, 2, 3, 3, 1}));
-        drawn.Size = weighted({2, 3, 4, 4});
-        drawn.Last = static_cast<Plan::End>(weighted({16, 2, 2, 0.7}));
-        drawn.Part = weighted({1, 1, 3});
-        drawn.Chunked = chance(30);
-        drawn.Early = chance(25);
-        drawn.Cookie = chance(20);
-        return drawn;
+        return {.What = static_cast<Kind>(weighted({10, 2, 3, 3, 1})),
+                .Size = weighted({2, 3, 4, 4}),
+                .Last = static_cast<Plan::End>(weighted({16, 2, 2, 0.7})),
+                .Part = weighted({1, 1, 3}),
+                .Chunked = chance(30),
+                .Early = chance(25),
+                .Cookie = chance(20)};
     }
 
     std::mt19937_64 Random;
@@ -253,38 +248,32 @@ private:
 };
 
 rc::Seq<Command> smallerCommands(const Command& command) {
+    constexpr void (*changes[])(Command&) = {
+        [](Command& c) { c.Then = {}; },
+        [](Command& c) { c.Answer = {}; },
+        [](Command& c) { c.Number = std::min<std::uint8_t>(c.Number, 1); },
+        [](Command& c) { c.Number -= c.Number > 2 ? 1 : 0; },
+        [](Command& c) { c.Then.Event -= c.Then.Event > 1 ? 1 : 0; },
+        [](Command& c) { c.Answer.What = Kind::Success; },
+        [](Command& c) { c.Answer.Last = Plan::End::Whole; },
+        [](Command& c) { c.Answer.Size -= c.Answer.Size > 0 ? 1 : 0; },
+        [](Command& c) { c.Answer.Chunked = false; },
+        [](Command& c) { c.Answer.Early = false; },
+        [](Command& c) { c.Answer.Cookie = false; },
+        [](Command& c) { c.Object = 0; },
+    };
     std::vector<Command> smaller;
-    const auto offer = [&](auto&& change) {
+    for (const auto change : changes) {
         Command changed = command;
         change(changed);
         if (describe(changed) != describe(command)) {
             smaller.push_back(changed);
         }
-    };
-    offer([](Command& c) { c.Then = {}; });
-    offer([](Command& c) { c.Answer = {}; });
-    offer([](Command& c) { c.Number = std::min<std::uint8_t>(c.Number, 1); });
-    offer([](Command& c) { c.Number = c.Number > 2 ? c.Number - 1 : c.Number; });
-    offer([](Command& c) { c.Then.Event = c.Then.Event > 1 ? c.Then.Event - 1 : c.Then.Event; });
-    offer([](Command& c) { c.Answer.What = Kind::Success; });
-    offer([](Command& c) { c.Answer.Last = Plan::End::Whole; });
-    offer([](Command& c) { c.Answer.Size = c.Answer.Size > 0 ? c.Answer.Size - 1 : 0; });
-    offer([](Command& c) { c.Answer.Chunked = false; });
-    offer([](Command& c) { c.Answer.Early = false; });
-    offer([](Command& c) { c.Answer.Cookie = false; });
-    offer([](Command& c) { c.Object = 0; });
+    }
     return rc::seq::fromContainer(std::move(smaller));
 }
 
 } // namespace
-
-std::size_t requestSize(std::uint8_t number) {
-    return std::array<std::size_t, 5>{0, 0, 5, 40000, 200000}.at(number);
-}
-
-std::size_t answerSize(std::uint8_t index) {
-    return std::array<std::size_t, 4>{0, 5, 2000, 100000}.at(index);
-}
 
 std::string describe(const Command& command) {
     const bool hooked = command.Number != 0 && (command.What == Op::SetProvider || command.What == Op::SetConsumer ||

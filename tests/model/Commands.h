@@ -5,6 +5,7 @@
 
 #include <rapidcheck.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -65,7 +66,7 @@ enum class Kind : std::uint8_t { Success, NotFound, Denied, Challenge, Redirect 
 // How a path is answered, in small numbers.
 struct Shape {
     Kind What = Kind::Success;
-    std::uint8_t Size = 0; // index: 0, 5, 2000, 100000
+    std::uint8_t Size = 0; // index of kAnswerSizes
     Plan::End Last = Plan::End::Whole;
     std::uint8_t Part = 2;
     bool Chunked = false;
@@ -96,9 +97,9 @@ constexpr std::uint8_t kLoginSeveral = 2; // Basic and Digest are allowed
 constexpr std::uint8_t kFieldCookie = 0;
 constexpr std::uint8_t kFieldNoExpect = 1;
 
-// Bytes of a request's content by the number of SetPayload and SetProvider; 0 stands for none at all.
-std::size_t requestSize(std::uint8_t number);
-std::size_t answerSize(std::uint8_t index);
+// Bytes of a request's content, by the number of SetPayload and SetProvider; 0 stands for none at all.
+constexpr std::array<std::size_t, 5> kRequestSizes{0, 0, 5, 40000, 200000};
+constexpr std::array<std::size_t, 4> kAnswerSizes{0, 5, 2000, 100000}; // by Shape::Size
 
 std::string describe(const Command& command);
 std::string describe(const Sequence& sequence); // a numbered line each

@@ -10,8 +10,8 @@ namespace {
 long live = 0; // one thread of a test's process makes handles
 
 // Runs libcurl's own function. What that calls for itself comes through here again, and does not count.
-template <class Result, class... Parameters>
-Result counted(int change, const char* name, Parameters... parameters) {
+template <class Function, class... Parameters>
+auto counted(Function*, const char* name, int change, Parameters... parameters) {
     void* const address = ::dlsym(RTLD_NEXT, name);
     if (address == nullptr) {
         std::abort(); // not libcurl
@@ -20,34 +20,33 @@ Result counted(int change, const char* name, Parameters... parameters) {
         long After;
         ~Count() { live = After; }
     } const count{live + change};
-    return reinterpret_cast<Result (*)(Parameters...)>(address)(parameters...);
+    return reinterpret_cast<Function*>(address)(parameters...);
 }
 
 } // namespace
 
-namespace model {
-
-long liveCurlHandles() {
+long model::liveCurlHandles() {
     return live;
 }
 
-} // namespace model
-
+// In front of libcurl's own, so visible.
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) CURL* curl_easy_init() {
-    return counted<CURL*>(1, "curl_easy_init");
+CURL* curl_easy_init() {
+    return counted(curl_easy_init, __func__, 1);
 }
 
-__attribute__((visibility("default"))) CURLM* curl_multi_init() {
-    return counted<CURLM*>(1, "curl_multi_init");
+CURLM* curl_multi_init() {
+    return counted(curl_multi_init, __func__, 1);
 }
 
-__attribute__((visibility("default"))) void curl_easy_cleanup(CURL* handle) {
-    counted<void>(handle == nullptr ? 0 : -1, "curl_easy_cleanup", handle);
+void curl_easy_cleanup(CURL* handle) {
+    counted(curl_easy_cleanup, __func__, handle == nullptr ? 0 : -1, handle);
 }
 
-__attribute__((visibility("default"))) CURLMcode curl_multi_cleanup(CURLM* handle) {
-    return counted<CURLMcode>(-1, "curl_multi_cleanup", handle);
+CURLMcode curl_multi_cleanup(CURLM* handle) {
+    return counted(curl_multi_cleanup, __func__, -1, handle);
 }
 }
+#pragma GCC visibility pop

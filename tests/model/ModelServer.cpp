@@ -4,18 +4,13 @@
 #include "tests/support/server/WireText.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
-#include <list>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <optional>
-#include <poll.h>
-#include <sys/eventfd.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace model {
@@ -47,46 +42,55 @@ public:
         ::setsockopt(Socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     }
 
-    int descriptor() const { return Socket.get(); }
-    short wantedEvents() const { return static_cast<short>(POLLIN | (Outgoing.empty() ? 0 : POLLOUT)); }
-
-    // False once the connection has ended.
-    bool handle(short events) {
-        if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && !receive()) {
-            return false;
+    void run() {
+        for (bool whole = true; whole && takeHead();) {
+            if (!Answer.Early && !takeBody()) {
+                return;
+            }
+            whole = answer();
+            if (!whole && Answer.Last == Plan::End::Reset) {
+                const linger atOnce{1, 0};
+                ::setsockopt(Socket.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+                return;
+            }
+            if (!whole && Answer.Last == Plan::End::Closed) {
+                ::shutdown(Socket.get(), SHUT_WR); // what still comes in is read, or the close would be a reset
+            }
+            if (Answer.Early && !takeBody()) {
+                return;
+            }
         }
-        return transmit();
+        while (receive()) { // after its last answer a connection is only read empty
+            Pending.clear();
+        }
     }
 
 private:
     bool receive() {
-        std::array<char, 65536> block;
-        const ssize_t length = ::recv(Socket.get(), block.data(), block.size(), 0);
-        if (length < 0 && (errno == EAGAIN || errno == EINTR)) {
-            return true;
-        }
-        if (length <= 0) {
-            return false;
-        }
-        if (Last == Plan::End::Whole || Current) { // after its last answer a connection is only read empty
-            Pending.append(block.data(), static_cast<std::size_t>(length));
-            takeRequests();
-        }
-        return true;
+        const std::size_t before = Pending.size();
+        Pending.resize(before + 65536);
+        const ssize_t length = ::recv(Socket.get(), Pending.data() + before, Pending.size() - before, 0);
+        Pending.resize(before + static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+        return length > 0;
     }
 
-    void takeRequests() {
-        while (Current || Last == Plan::End::Whole) {
-            if (!(Current ? takeBody() : takeHead())) {
+    // A peer that has gone shows at the next receive.
+    void transmit(std::string_view bytes) {
+        while (!bytes.empty()) {
+            const ssize_t sent = ::send(Socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (sent < 0) {
                 return;
             }
+            bytes.remove_prefix(static_cast<std::size_t>(sent));
         }
     }
 
     bool takeHead() {
-        const std::size_t end = Pending.find("\r\n\r\n");
-        if (end == std::string::npos) {
-            return false;
+        std::size_t end = 0;
+        while ((end = Pending.find("\r\n\r\n")) == std::string::npos) {
+            if (!receive()) {
+                return false;
+            }
         }
         Request request;
         request.Port = Port;
@@ -96,177 +100,129 @@ private:
         const std::size_t blank = line.find(' ');
         request.Method = line.substr(0, blank);
         request.Path = line.substr(blank + 1, line.rfind(' ') - blank - 1);
-        Chunked = fieldValue(request.Head, "Transfer-Encoding") == "chunked";
-        Left = Chunked ? 0 : std::stoull(fieldValue(request.Head, "Content-Length").value_or("0"));
-        Chunks = {};
-        const std::lock_guard lock(Server.Guard);
-        Current = Server.Requests.size();
-        const auto found = Server.Plans.find(request.Path);
-        Answer = found == Server.Plans.end() ? Plan{.Status = 500} : found->second;
-        if (Answer.Challenge) {
-            Answer.Status = fieldValue(request.Head, "Authorization") ? Answer.Status : 401;
+        Head = request.Head;
+        {
+            const std::lock_guard lock(Server.Guard);
+            Number = Server.Requests.size();
+            const auto found = Server.Plans.find(request.Path);
+            Answer = found == Server.Plans.end() ? Plan{.Status = 500} : found->second;
+            Server.Requests.push_back(std::move(request));
         }
-        Server.Requests.push_back(request);
-        if (Answer.Early) {
-            answer(Server.Requests.back());
-        } else if (fieldValue(request.Head, "Expect")) {
-            Outgoing += "HTTP/1.1 100 Continue\r\n\r\n";
+        if (Answer.Challenge && !fieldValue(Head, "Authorization")) {
+            Answer.Status = 401;
+        }
+        if (!Answer.Early && fieldValue(Head, "Expect")) {
+            transmit("HTTP/1.1 100 Continue\r\n\r\n");
         }
         return true;
     }
 
+    // False where the peer has gone before the end of the content, or the content is not well formed.
     bool takeBody() {
-        const std::lock_guard lock(Server.Guard);
-        Request& request = Server.Requests[*Current];
-        try {
-            request.Ended = Chunked ? Chunks.take(Pending) : takeCounted(request.Body);
-        } catch (const std::exception& failure) {
-            request.Trouble = failure.what();
-            Pending.clear();
-        }
-        if (Chunked) {
-            request.Body = Chunks.content();
-        }
-        if (request.Ended) {
-            if (!Answer.Early) {
-                answer(request);
+        const bool chunked = fieldValue(Head, "Transfer-Encoding") == "chunked";
+        std::size_t left = chunked ? 0 : std::stoull(fieldValue(Head, "Content-Length").value_or("0"));
+        testsupport::ChunkedReader chunks;
+        do {
+            const std::lock_guard lock(Server.Guard);
+            Request& request = Server.Requests[Number];
+            if (chunked) {
+                try {
+                    request.Ended = chunks.take(Pending);
+                } catch (const std::exception& failure) {
+                    request.Trouble = failure.what();
+                    return false;
+                }
+                request.Body = chunks.content();
+            } else {
+                const std::size_t length = std::min(left, Pending.size());
+                request.Body.append(Pending, 0, length);
+                Pending.erase(0, length);
+                left -= length;
+                request.Ended = left == 0;
             }
-            Current.reset();
-        }
-        return request.Ended;
+            if (request.Ended) {
+                return true;
+            }
+        } while (receive());
+        return false;
     }
 
-    bool takeCounted(std::string& body) {
-        const std::size_t length = std::min(Left, Pending.size());
-        body.append(Pending, 0, length);
-        Pending.erase(0, length);
-        Left -= length;
-        return Left == 0;
-    }
-
-    void answer(Request& request) {
-        const std::string number = std::to_string(*Current);
-        const bool bare = request.Method == "HEAD";
+    // True where all of it has been sent.
+    bool answer() {
+        const std::string number = std::to_string(Number);
         std::string content = contentOf("r" + number, Answer.Size);
-        request.Status = Answer.Status;
-        std::string head =
+        std::string bytes =
             "HTTP/1.1 " + std::to_string(Answer.Status) + " Model\r\nX-Request: " + number + "\r\n" +
             (Answer.Chunked ? "Transfer-Encoding: chunked" : "Content-Length: " + std::to_string(content.size())) +
-            "\r\n";
-        if (Answer.Status == 401) {
-            head += "WWW-Authenticate: Basic realm=\"model\"\r\n";
-        }
-        if (!Answer.Location.empty()) {
-            head += "Location: " + Answer.Location + "\r\n";
-        }
-        if (Answer.Cookie) {
-            head += "Set-Cookie: jar=" + number + "; Path=/\r\n";
-        }
-        const bool nothing = bare || (content.empty() && !Answer.Chunked); // the head is all
-        request.Whole = Answer.Last == Plan::End::Whole || (Answer.Part > 0 && nothing);
-        Last = request.Whole ? Plan::End::Whole : Answer.Last;
-        if (!request.Whole) {
-            content.resize(Answer.Part == 2 ? content.size() / 2 : 0);
-        }
-        if (request.Whole || Answer.Part > 0) {
-            request.Cookie = Answer.Cookie;
-            Outgoing += head + "\r\n";
-            if (!bare) {
-                request.Content = content;
-                Outgoing += Answer.Chunked ? testsupport::chunked(content, 5000) : content;
-                if (Answer.Chunked && !request.Whole) {
-                    Outgoing.resize(Outgoing.size() - 5); // leaves out the last chunk
-                }
-            }
-        }
-    }
-
-    bool transmit() {
-        while (!Outgoing.empty()) {
-            const ssize_t sent = ::send(Socket.get(), Outgoing.data(), Outgoing.size(), MSG_NOSIGNAL);
-            if (sent < 0) {
-                return errno == EAGAIN || errno == EINTR;
-            }
-            Outgoing.erase(0, static_cast<std::size_t>(sent));
-        }
-        if (Last == Plan::End::Reset) {
-            const linger atOnce{1, 0};
-            ::setsockopt(Socket.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+            (Answer.Status == 401 ? "\r\nWWW-Authenticate: Basic realm=\"model\"" : "") +
+            (Answer.Location.empty() ? "" : "\r\nLocation: " + Answer.Location) +
+            (Answer.Cookie ? "\r\nSet-Cookie: jar=" + number + "; Path=/" : "") + "\r\n\r\n";
+        std::unique_lock lock(Server.Guard);
+        Request& request = Server.Requests[Number];
+        const bool bare = request.Method == "HEAD";
+        const bool headIsAll = bare || (content.empty() && !Answer.Chunked);
+        const bool whole = Answer.Last == Plan::End::Whole || (Answer.Part > 0 && headIsAll);
+        request.Status = Answer.Status;
+        request.Whole = whole;
+        if (!whole && Answer.Part == 0) {
             return false;
         }
-        if (Last == Plan::End::Closed) {
-            ::shutdown(Socket.get(), SHUT_WR); // what still comes in is read, or the close would be a reset
+        request.Cookie = Answer.Cookie;
+        if (!bare) {
+            if (!whole) {
+                content.resize(Answer.Part == 2 ? content.size() / 2 : 0);
+            }
+            request.Content = content;
+            bytes += Answer.Chunked ? testsupport::chunked(content, 5000) : content;
+            if (Answer.Chunked && !whole) {
+                bytes.resize(bytes.size() - 5); // leaves out the last chunk
+            }
         }
-        return true;
+        lock.unlock();
+        transmit(bytes);
+        return whole;
     }
 
     ModelServer& Server;
     SocketHandle Socket;
     std::size_t Port;
-    std::string Pending;                // received and not yet taken
-    std::string Outgoing;               // not yet transmitted
-    std::optional<std::size_t> Current; // number of the request whose content comes in
-    Plan Answer;                        // for that one
-    Plan::End Last = Plan::End::Whole;  // how the latest answer ends, and with it the connection
-    bool Chunked = false;               // the content that comes in
-    std::size_t Left = 0;               // of content of a known length
-    testsupport::ChunkedReader Chunks;
+    std::string Pending;    // received and not yet taken
+    std::size_t Number = 0; // of the request at hand
+    std::string Head;       // its own
+    Plan Answer;            // for it
 };
 
-ModelServer::ModelServer() : Wake(::eventfd(0, EFD_CLOEXEC)) {
-    for (std::size_t index = 0; index < Listening.size(); ++index) {
-        Listening[index] = testsupport::bindLoopback(testsupport::Family::IPv4, false);
-        if (::listen(Listening[index].get(), SOMAXCONN) != 0) {
+ModelServer::ModelServer() {
+    for (std::size_t port = 0; port < Ports.size(); ++port) {
+        Listening[port] = testsupport::bindLoopback(testsupport::Family::IPv4, true);
+        if (::listen(Listening[port].get(), SOMAXCONN) != 0) {
             throw std::system_error(errno, std::generic_category(), "listen");
         }
-        Ports[index] = testsupport::boundPort(Listening[index]);
+        Ports[port] = testsupport::boundPort(Listening[port]);
+        Acceptors[port] = std::thread([this, port] {
+            while (SocketHandle socket{::accept4(Listening[port].get(), nullptr, nullptr, SOCK_CLOEXEC)}) {
+                {
+                    const std::lock_guard lock(Guard);
+                    ++Open;
+                }
+                std::thread([this, port, taken = std::move(socket)]() mutable {
+                    Connection(*this, std::move(taken), port).run();
+                    const std::lock_guard lock(Guard);
+                    --Open;
+                    Changed.notify_all();
+                }).detach();
+            }
+        });
     }
-    Worker = std::thread([this] { serve(); });
 }
 
 ModelServer::~ModelServer() {
-    const std::uint64_t one = 1;
-    static_cast<void>(!::write(Wake.get(), &one, sizeof one));
-    Worker.join();
-}
-
-void ModelServer::serve() {
-    std::list<Connection> connections;
-    for (;;) {
-        std::vector<pollfd> watched{{Wake.get(), POLLIN, 0}};
-        for (const SocketHandle& listening : Listening) {
-            watched.push_back({listening.get(), POLLIN, 0});
-        }
-        for (const Connection& connection : connections) {
-            watched.push_back({connection.descriptor(), connection.wantedEvents(), 0});
-        }
-        if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "poll");
-        }
-        if (watched[0].revents != 0) {
-            return;
-        }
-        std::size_t place = 1 + Listening.size();
-        for (auto connection = connections.begin(); connection != connections.end(); ++place) {
-            const short events = watched[place].revents;
-            connection =
-                events == 0 || connection->handle(events) ? std::next(connection) : connections.erase(connection);
-        }
-        for (std::size_t port = 0; port < Listening.size(); ++port) {
-            for (;;) {
-                SocketHandle socket(::accept4(Listening[port].get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-                if (!socket) {
-                    break;
-                }
-                connections.emplace_back(*this, std::move(socket), port);
-            }
-        }
-        {
-            const std::lock_guard lock(Guard);
-            Open = connections.size();
-        }
-        Changed.notify_all();
+    for (std::size_t port = 0; port < Ports.size(); ++port) {
+        ::shutdown(Listening[port].get(), SHUT_RDWR); // ends the accept
+        Acceptors[port].join();
     }
+    std::unique_lock lock(Guard);
+    Changed.wait(lock, [this] { return Open == 0; });
 }
 
 std::string ModelServer::url(std::size_t port, const std::string& path) const {
@@ -300,7 +256,7 @@ std::set<int> ModelServer::statusesBelow(const std::string& folder) const {
     return statuses;
 }
 
-// Connections are taken in their order: once one of our own has its answer, those before it have been taken.
+// Connections are taken in their order: once one of our own has its answer, those before it have been counted.
 bool ModelServer::awaitNoConnections() const {
     for (const std::uint16_t port : Ports) {
         const SocketHandle last = testsupport::connectLoopback(port);

@@ -1,5 +1,5 @@
-// The server of the model test: two ports, one thread, any number of connections that are kept alive. What it answers
-// is planned by path; every answer is unlike any other, and every request is kept as it came.
+// The server of the model test: two ports, any number of connections that are kept alive, each on a thread of its own.
+// What it answers is planned by path; every answer is unlike any other, and every request is kept as it came.
 #pragma once
 
 #include "tests/support/server/SocketHandle.h"
@@ -52,7 +52,7 @@ std::string contentOf(const std::string& source, std::size_t size);
 class ModelServer {
 public:
     ModelServer();
-    ~ModelServer();
+    ~ModelServer(); // waits until every connection has been closed by the peer
     ModelServer(const ModelServer&) = delete;
     ModelServer& operator=(const ModelServer&) = delete;
 
@@ -70,17 +70,15 @@ public:
 
 private:
     class Connection;
-    void serve();
 
     std::array<testsupport::SocketHandle, 2> Listening;
     std::array<std::uint16_t, 2> Ports{};
-    testsupport::SocketHandle Wake; // an eventfd: the thread ends
-    mutable std::mutex Guard;       // of everything below
+    mutable std::mutex Guard; // of everything below
     mutable std::condition_variable Changed;
     std::map<std::string, Plan> Plans;
     std::vector<Request> Requests;
-    std::size_t Open = 0;
-    std::thread Worker;
+    std::size_t Open = 0; // connections
+    std::array<std::thread, 2> Acceptors;
 };
 
 } // namespace model

@@ -2,7 +2,6 @@
 
 #include "tests/model/CurlHandles.h"
 #include "tests/support/host/HostFixture.h"
-#include "vantik/Http.h"
 
 #include <Poco/Base64Encoder.h>
 
@@ -11,6 +10,8 @@
 
 namespace model {
 namespace {
+
+constexpr const char* kOnlyOne = "VANTIK:http:OnlyOneTransferAtATime";
 
 // Far more than a loopback connection takes, and the silence after which a limit acts.
 constexpr double kConnectLimitMs = 60000;
@@ -23,11 +24,6 @@ std::string base64(const std::string& text) {
 }
 
 } // namespace
-
-Runner::Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience)
-    : Server(server), Files(files), Patience(patience) {}
-
-Runner::~Runner() = default;
 
 std::string Runner::run(const Sequence& sequence) {
     const std::size_t arraysBefore = vantik::Host::liveArrays();
@@ -42,18 +38,15 @@ std::string Runner::run(const Sequence& sequence) {
         apply(sequence[step]);
     }
     finish();
-    for (Slot& slot : Slots) {
-        slot = {};
-    }
+    Slots = {};
     Host.reset();
     Now = "after the end";
     if (!Server.awaitNoConnections()) {
         wrong("connections to the server are left open");
     }
     checkRequests();
-    if (vantik::Host::liveArrays() != arraysBefore) {
-        wrong(std::to_string(vantik::Host::liveArrays()) + " arrays live, before it were " +
-              std::to_string(arraysBefore));
+    if (const std::size_t live = vantik::Host::liveArrays(); live != arraysBefore) {
+        wrong(std::to_string(live) + " arrays live, before it were " + std::to_string(arraysBefore));
     }
     if (liveCurlHandles() != 0) {
         wrong(std::to_string(liveCurlHandles()) + " handles of libcurl live");
@@ -65,91 +58,69 @@ std::string Runner::run(const Sequence& sequence) {
     return text;
 }
 
-Runner::Outcome Runner::attempt(const std::function<vantik::Array()>& action) {
+Runner::Outcome Runner::attempt(const std::function<void(vantik::Array& result)>& action) {
     Outcome outcome;
     try {
-        outcome.Result = action();
+        action(outcome.Result);
     } catch (const vantik::Failure& failure) {
-        outcome = {true, failure.identifier(), failure.what(), std::current_exception(), {}};
+        outcome = {failure.identifier(), failure.what(), std::current_exception()};
     } catch (const std::exception& failure) {
-        outcome = {true, "std::exception", failure.what(), std::current_exception(), {}};
+        outcome = {"std::exception", failure.what(), std::current_exception()};
     }
     return outcome;
 }
 
 Runner::Outcome Runner::call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs) {
     const vantik::Object connection = *slot.Object; // the slot may change meanwhile
-    return attempt([&] { return connection.call(method, inputs); });
+    return attempt([&](vantik::Array& result) { result = connection.call(method, inputs); });
 }
 
 Runner::Outcome Runner::assign(const Slot& slot, const char* property, const vantik::Array& value) {
-    return attempt([&] {
-        slot.Object->set(property, value);
-        return vantik::Array();
-    });
-}
-
-void Runner::wrong(const std::string& what) {
-    Wrong.push_back(Now + ": " + what);
+    return attempt([&](vantik::Array&) { slot.Object->set(property, value); });
 }
 
 Runner::Outcome Runner::succeeded(Outcome outcome) {
-    if (outcome.Failed) {
-        wrong("fails with " + outcome.Identifier + " (" + outcome.Text + ")");
+    if (outcome.failed()) {
+        wrong(outcome.words());
     }
     return outcome;
 }
 
 Runner::Outcome Runner::failed(Outcome outcome, const std::string& identifier, const std::string& words) {
-    if (!outcome.Failed || outcome.Identifier != identifier || outcome.Text.find(words) == std::string::npos) {
-        wrong((outcome.Failed ? "fails with " + outcome.Identifier + " (" + outcome.Text + ")" : "succeeds") +
-              " in place of failing with " + identifier + " " + words);
+    if (outcome.Identifier != identifier || outcome.Text.find(words) == std::string::npos) {
+        wrong(outcome.words() + " in place of failing with " + identifier + " " + words);
     }
     return outcome;
 }
 
 Runner::Outcome Runner::apply(const Command& command) {
+    static constexpr Outcome (Runner::*operations[])(Slot&, const Command&) = {
+        // in the order of Op
+        &Runner::create,    &Runner::destroy,    &Runner::setUrl,        &Runner::open,          &Runner::close,
+        &Runner::closeAll,  &Runner::receive,    &Runner::receive,       &Runner::receive,       &Runner::receive,
+        &Runner::setMethod, &Runner::setPayload, &Runner::setHostObject, &Runner::setHostObject, &Runner::setHostObject,
+        &Runner::setLogin,  &Runner::setField,   &Runner::setLead,       &Runner::interrupt,
+    };
     Slot& slot = Slots.at(command.Object);
-    if (command.What == Op::Create) {
-        return create(slot, command.Number == 1);
-    }
-    if (command.What == Op::Interrupt) {
-        Host->interrupt();
+    if (!slot.Object && command.What != Op::Create && command.What != Op::Interrupt) {
         return {};
     }
-    if (!slot.Object) {
-        return {};
-    }
-    switch (command.What) {
-    case Op::Destroy:
-        return destroy(slot);
-    case Op::SetUrl:
-        return setUrl(slot, command.Answer);
-    case Op::Open:
-        return open(slot);
-    case Op::Close:
-        return close(slot);
-    case Op::CloseAll:
-        return closeAll(slot);
-    case Op::Status:
-    case Op::Copy:
-    case Op::CopyToConsumer:
-    case Op::Save:
-        return runs(slot) ? receiveFromWithin(slot, command.What) : receive(slot, command.What);
-    default:
-        return set(slot, command);
-    }
+    return (this->*operations[static_cast<std::size_t>(command.What)])(slot, command);
 }
 
-Runner::Outcome Runner::create(Slot& slot, bool older) {
+Runner::Outcome Runner::interrupt(Slot&, const Command&) {
+    Host->interrupt();
+    return {};
+}
+
+Runner::Outcome Runner::create(Slot& slot, const Command& command) {
     if (slot.Object) {
         return {};
     }
+    const bool older = command.Number == 1;
     std::optional<vantik::Object> made;
-    const Outcome outcome = attempt([&] {
-        made = Host->create(vantik::kHttpConnectionClass, {!older});
-        return vantik::Array();
-    });
+    const Outcome outcome =
+        attempt([&](vantik::Array&) { made = Host->create(vantik::kHttpConnectionClass, {!older}); });
     if (Owner) {
         return failed(outcome, kOnlyOne);
     }
@@ -164,7 +135,7 @@ Runner::Outcome Runner::create(Slot& slot, bool older) {
     return succeeded(outcome);
 }
 
-Runner::Outcome Runner::destroy(Slot& slot) {
+Runner::Outcome Runner::destroy(Slot& slot, const Command&) {
     if (!runs(slot)) { // the running call holds its object
         if (Owner == indexOf(slot)) {
             Owner.reset();
@@ -174,13 +145,14 @@ Runner::Outcome Runner::destroy(Slot& slot) {
     return {};
 }
 
-Runner::Outcome Runner::setUrl(Slot& slot, const Shape& shape) {
+Runner::Outcome Runner::setUrl(Slot& slot, const Command& command) {
     constexpr std::array statuses{200, 404, 401, 200, 301}; // by kind; but for 401, those of the objects differ
+    const Shape& shape = command.Answer;
     const int status = statuses.at(static_cast<std::size_t>(shape.What));
     slot.Path = "/" + slot.Instance + "/s" + std::to_string(++Serial);
     slot.Answer = shape;
     Server.plan(slot.Path, {.Status = status == 401 ? status : status + indexOf(slot),
-                            .Size = answerSize(shape.Size),
+                            .Size = kAnswerSizes.at(shape.Size),
                             .Chunked = shape.Chunked,
                             .Early = shape.Early,
                             .Cookie = shape.Cookie,
@@ -191,7 +163,7 @@ Runner::Outcome Runner::setUrl(Slot& slot, const Shape& shape) {
     return succeeded(assign(slot, "URL", Server.url(slot.Port, slot.Path)));
 }
 
-Runner::Outcome Runner::open(Slot& slot) {
+Runner::Outcome Runner::open(Slot& slot, const Command&) {
     if (slot.Path.empty()) {
         return succeeded(call(slot, "openConnection"));
     }
@@ -207,7 +179,7 @@ Runner::Outcome Runner::open(Slot& slot) {
     if (Owner && Owner != indexOf(slot)) {
         return failed(outcome, kOnlyOne);
     }
-    if (succeeded(outcome).Failed) {
+    if (succeeded(outcome).failed()) {
         return outcome;
     }
     slot.OptionsKept = !Attached || Server.statusesBelow("/" + slot.Instance + "/").contains(401);
@@ -223,11 +195,11 @@ Runner::Outcome Runner::open(Slot& slot) {
     slot.Methods = 0;
     slot.Warned = slot.Given = slot.Resumable = slot.Empty = slot.SentProvided = false;
     slot.Marker = slot.Instance + "-" + std::to_string(++Serial);
-    succeeded(setFields(slot, {"X-Marker", slot.Marker}));
+    succeeded(call(slot, "setFields", {vantik::httpFields({{"X-Marker", slot.Marker}})}));
     return outcome;
 }
 
-Runner::Outcome Runner::close(Slot& slot) {
+Runner::Outcome Runner::close(Slot& slot, const Command&) {
     const Outcome outcome = call(slot, "closeConnection");
     if (runs(slot)) {
         return failed(outcome, kInternalError, "Closing the connection is not possible from within");
@@ -239,7 +211,7 @@ Runner::Outcome Runner::close(Slot& slot) {
     return succeeded(outcome);
 }
 
-Runner::Outcome Runner::closeAll(const Slot& slot) {
+Runner::Outcome Runner::closeAll(Slot& slot, const Command&) {
     const Outcome outcome = call(slot, "closeAllConnections");
     if (Owner) {
         return failed(outcome, kInternalError);
@@ -249,62 +221,16 @@ Runner::Outcome Runner::closeAll(const Slot& slot) {
     return succeeded(outcome);
 }
 
-Runner::Outcome Runner::set(Slot& slot, const Command& command) {
-    const std::uint8_t number = command.Number;
-    const std::string content = contentOf("p" + std::to_string(++Serial), requestSize(number));
-    const auto give = [&](const char* property, const vantik::Array& value) {
-        return succeeded(assign(slot, property, value));
-    };
-    switch (command.What) {
-    case Op::SetMethod:
-        return setMethod(slot, number);
-    case Op::SetLogin:
-        return setLogin(slot, number);
-    case Op::SetField:
-        return setField(slot, number);
-    case Op::SetPayload: {
-        slot.Payload = content;
-        if (slot.Older) {
-            return give("PostData", slot.Payload);
-        }
-        const vantik::Array bytes = vantik::Array::bytes(std::string_view(slot.Payload));
-        return give("Payload", number == 0 ? vantik::Array() : bytes);
-    }
-    case Op::SetProvider:
-        if (slot.Older) {
-            return {};
-        }
-        slot.Provider = number == 0 ? nullptr : std::make_shared<Provided>();
-        if (number == 0) {
-            return give("Provider", vantik::Array());
-        }
-        slot.Provider->Content = content;
-        return give("Provider", provider(slot.Provider, command.Then));
-    case Op::SetConsumer:
-        slot.Consumer = number == 0 ? nullptr : std::make_shared<Consumed>();
-        return give("Consumer", number == 0 ? vantik::Array() : consumer(slot.Consumer, command.Then).array());
-    case Op::SetReporter:
-        return give("ProgressReporter", number == 0 ? vantik::Array() : reporter(command.Then).array());
-    case Op::SetLead:
-        if (slot.Lead) {
-            *slot.Lead += "abc";
-        }
-        return give("ResponsePayload", vantik::Array::bytes(std::string_view("abc")));
-    default:
-        return {};
-    }
-}
-
-Runner::Outcome Runner::setMethod(Slot& slot, std::uint8_t method) {
-    if (method == kMethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
+Runner::Outcome Runner::setMethod(Slot& slot, const Command& command) {
+    if (command.Number == kMethodHead && (slot.Methods > 0 || slot.OptionsKept)) {
         return {}; // after another name libcurl sends that name, and yet expects no content
     }
-    const Outcome outcome = assign(slot, "RequestMethod", methodName(slot, method));
+    const Outcome outcome = assign(slot, "RequestMethod", methodName(slot, command.Number));
     if (runs(slot)) {
         return failed(outcome, kInternalError, "Setting the request method is not possible from within");
     }
     ++slot.Methods;
-    slot.Method = slot.LastMethod = method;
+    slot.Method = slot.LastMethod = command.Number;
     return succeeded(outcome);
 }
 
@@ -313,10 +239,50 @@ std::string Runner::methodName(const Slot& slot, std::uint8_t method) {
     return method == kMethodOwn ? own : method == kMethodHead ? "HEAD" : "GET";
 }
 
-Runner::Outcome Runner::setLogin(Slot& slot, std::uint8_t login) {
-    slot.Login = login;
+Runner::Outcome Runner::setPayload(Slot& slot, const Command& command) {
+    slot.Payload = contentOf("p" + std::to_string(++Serial), kRequestSizes.at(command.Number));
+    if (slot.Older) {
+        return succeeded(assign(slot, "PostData", slot.Payload));
+    }
+    const vantik::Array bytes = vantik::Array::bytes(std::string_view(slot.Payload));
+    return succeeded(assign(slot, "Payload", command.Number == 0 ? vantik::Array() : bytes));
+}
+
+Runner::Outcome Runner::setHostObject(Slot& slot, const Command& command) {
+    struct Role {
+        const char* Property;
+        MemoryPtr Slot::*Kept;
+        vantik::Object (Runner::*Make)(const MemoryPtr&);
+    };
+    static constexpr Role roles[] = {{"Provider", &Slot::Provider, &Runner::provider},
+                                     {"Consumer", &Slot::Consumer, &Runner::consumer},
+                                     {"ProgressReporter", &Slot::Reporter, &Runner::reporter}};
+    if (slot.Older && command.What == Op::SetProvider) {
+        return {};
+    }
+    const Role& role = roles[static_cast<std::size_t>(command.What) - static_cast<std::size_t>(Op::SetProvider)];
+    MemoryPtr& kept = slot.*role.Kept;
+    if (command.Number == 0) {
+        kept.reset();
+        return succeeded(assign(slot, role.Property, vantik::Array()));
+    }
+    kept = std::make_shared<Memory>();
+    kept->Then = command.Then;
+    kept->Content = contentOf("p" + std::to_string(++Serial), kRequestSizes.at(command.Number));
+    return succeeded(assign(slot, role.Property, (this->*role.Make)(kept).array()));
+}
+
+Runner::Outcome Runner::setLead(Slot& slot, const Command&) {
+    if (slot.Lead) {
+        *slot.Lead += "abc";
+    }
+    return succeeded(assign(slot, "ResponsePayload", vantik::Array::bytes(std::string_view("abc"))));
+}
+
+Runner::Outcome Runner::setLogin(Slot& slot, const Command& command) {
+    slot.Login = command.Number;
     std::vector<std::string> schemes;
-    if (login != kLoginNone) {
+    if (slot.Login != kLoginNone) {
         const std::string user = "u" + slot.Instance + "n" + std::to_string(++Serial);
         succeeded(assign(slot, "Username", user));
         succeeded(assign(slot, "Password", "secret"));
@@ -324,24 +290,20 @@ Runner::Outcome Runner::setLogin(Slot& slot, std::uint8_t login) {
         Logins[slot.Credentials] = slot.Instance;
         schemes.emplace_back("Basic");
     }
-    if (login == kLoginSeveral) {
+    if (slot.Login == kLoginSeveral) {
         schemes.emplace_back("Digest");
     }
     return succeeded(call(slot, "setAuthenticationSchemes",
                           {vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, schemes), false}));
 }
 
-Runner::Outcome Runner::setField(Slot& slot, std::uint8_t field) {
-    if (field == kFieldNoExpect) {
+Runner::Outcome Runner::setField(Slot& slot, const Command& command) {
+    if (command.Number == kFieldNoExpect) {
         return succeeded(call(slot, "removeField", {"Expect"}));
     }
     const std::string value = "own" + slot.Instance + "=" + std::to_string(++Serial);
     slot.Cookies.insert(value);
-    return succeeded(setFields(slot, {"Cookie", value}));
-}
-
-Runner::Outcome Runner::setFields(const Slot& slot, const vantik::HttpField& field) {
-    return call(slot, "setFields", {vantik::httpFields({field})});
+    return succeeded(call(slot, "setFields", {vantik::httpFields({{"Cookie", value}})}));
 }
 
 // Whatever came before, each object is as good as new after a close and an open.
@@ -358,9 +320,7 @@ void Runner::finish() {
         for (const Op op : {Op::SetConsumer, Op::SetReporter, Op::SetProvider, Op::SetPayload, Op::SetUrl, Op::Open,
                             Op::Copy, Op::Close}) {
             Now = "at the end, " + describe(Command{op, object});
-            Command command{op, object};
-            command.Answer.Size = 1;
-            apply(command);
+            apply({.What = op, .Object = object, .Answer = {.Size = 1}});
         }
     }
 }

@@ -26,10 +26,8 @@ class Runner {
 public:
     // `files`: descriptors of two files to save to, the second one from within another call. What takes longer
     // than `patience` is interrupted, and so fails where nothing explains it.
-    Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience);
-    ~Runner();
-    Runner(const Runner&) = delete;
-    Runner& operator=(const Runner&) = delete;
+    Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience)
+        : Server(server), Files(files), Patience(patience) {}
 
     // Plays it, ends the scope, and says what was wrong, a line each; empty where nothing was.
     std::string run(const Sequence& sequence);
@@ -45,17 +43,16 @@ private:
         Spoilt,   // something has failed: a call may fail, but what it returns must be right
     };
 
-    // What a host object sends or receives. The object's callables share it.
-    struct Provided {
-        std::string Content;
-        std::size_t Position = 0;
+    // What a provider, a consumer or a reporter knows. The object's callables share it.
+    struct Memory {
+        Hook Then;
+        std::string Content;      // a provider's; of a consumer: received in this call
+        bool Played = false;      // Then
+        std::size_t Position = 0; // of a provider
         std::uint8_t Starts = 0;
-        std::uint8_t Reads = 0;
+        std::uint8_t Calls = 0; // reads, writes, updates
     };
-    struct Consumed {
-        std::string Content; // of this call
-        std::uint8_t Writes = 0;
-    };
+    using MemoryPtr = std::shared_ptr<Memory>;
 
     struct Slot {
         std::optional<vantik::Object> Object;
@@ -84,8 +81,7 @@ private:
         std::uint8_t LastMethod = kMethodGet; // set last, whenever that was
         std::string Payload;
         std::set<std::string> Encoded{""}; // older interface: what a send may have made of the text
-        std::shared_ptr<Provided> Provider;
-        std::shared_ptr<Consumed> Consumer;
+        MemoryPtr Provider, Consumer, Reporter;
         std::uint8_t Login = kLoginNone;
         std::string Credentials;             // as the field Authorization has them
         std::set<std::string> Cookies;       // values of its own
@@ -109,12 +105,12 @@ private:
     // The call that moves content at this moment.
     struct Run {
         std::uint8_t Object = 0;
-        std::set<std::string> Allowed; // identifiers with which it may fail
-        bool OnlyInterrupts = true;    // nothing but those is allowed
+        MemoryPtr ConsumerBefore;
+        std::set<std::string> Allowed{}; // identifiers with which it may fail
+        bool OnlyInterrupts = true;      // nothing but those is allowed
         bool MustFail = false;
         bool Quiet = false; // a consumer took less
-        std::shared_ptr<Consumed> ConsumerBefore;
-        std::vector<std::shared_ptr<Consumed>> Started;
+        std::vector<MemoryPtr> Started{};
 
         void mayFail(std::initializer_list<std::string> identifiers) {
             Allowed.insert(identifiers);
@@ -127,33 +123,35 @@ private:
     };
 
     struct Outcome {
-        bool Failed = false;
-        std::string Identifier;
-        std::string Text;
-        std::exception_ptr Raised;
-        vantik::Array Result;
+        std::string Identifier{}; // empty: a success
+        std::string Text{};
+        std::exception_ptr Raised{};
+        vantik::Array Result{};
+
+        bool failed() const { return !Identifier.empty(); }
+        std::string words() const { return failed() ? "fails with " + Identifier + " (" + Text + ")" : "succeeds"; }
     };
 
-    // In Runner.cpp
+    // In Runner.cpp: one function for each operation or some
     Outcome apply(const Command& command);
-    Outcome create(Slot& slot, bool older);
-    Outcome destroy(Slot& slot);
-    Outcome setUrl(Slot& slot, const Shape& shape);
-    Outcome open(Slot& slot);
-    Outcome close(Slot& slot);
-    Outcome closeAll(const Slot& slot);
-    Outcome set(Slot& slot, const Command& command);
-    Outcome setMethod(Slot& slot, std::uint8_t method);
-    Outcome setLogin(Slot& slot, std::uint8_t login);
-    Outcome setField(Slot& slot, std::uint8_t field);
-    static Outcome setFields(const Slot& slot, const vantik::HttpField& field);
+    Outcome create(Slot& slot, const Command& command);
+    Outcome destroy(Slot& slot, const Command& command);
+    Outcome setUrl(Slot& slot, const Command& command);
+    Outcome open(Slot& slot, const Command& command);
+    Outcome close(Slot& slot, const Command& command);
+    Outcome closeAll(Slot& slot, const Command& command);
+    Outcome setMethod(Slot& slot, const Command& command);
+    Outcome setPayload(Slot& slot, const Command& command);
+    Outcome setHostObject(Slot& slot, const Command& command);
+    Outcome setLogin(Slot& slot, const Command& command);
+    Outcome setField(Slot& slot, const Command& command);
+    Outcome setLead(Slot& slot, const Command& command);
+    Outcome interrupt(Slot& slot, const Command& command);
     static std::string methodName(const Slot& slot, std::uint8_t method);
-    static Outcome call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs = {});
-    static Outcome assign(const Slot& slot, const char* property, const vantik::Array& value);
     void finish();
 
     // In RunnerTransfer.cpp
-    Outcome receive(Slot& slot, Op op);
+    Outcome receive(Slot& slot, const Command& command);
     Outcome receiveFromWithin(const Slot& slot, Op op);
     static Outcome callReceive(const Slot& slot, Op op, int file);
     void allowFailures(const Slot& slot, Op op, Run& run) const;
@@ -166,24 +164,25 @@ private:
     void expectLead(Slot& slot, std::string& bytes);
     Snapshot snapshot(Slot& slot) const;
     int file() const { return Files[Running == nullptr ? 0 : 1]; }
-    static std::string saved(int file);
 
     // In RunnerRequests.cpp
     void checkRequests();
     std::string wrongRequest(const Request& request) const;
 
     // In RunnerObjects.cpp
-    vantik::Object provider(const std::shared_ptr<Provided>& memory, const Hook& hook);
-    vantik::Object consumer(const std::shared_ptr<Consumed>& memory, const Hook& hook);
-    vantik::Object reporter(const Hook& hook);
-    // Plays the hook where it is due. True: its Act is for the caller to play.
-    bool play(const Hook& hook, std::uint8_t event, bool& done);
+    vantik::Object provider(const MemoryPtr& memory);
+    vantik::Object consumer(const MemoryPtr& memory);
+    vantik::Object reporter(const MemoryPtr& memory);
+    // Plays what the sequence wants of the object where it is due. True: its Act is for the caller to play.
+    bool play(Memory& memory, std::uint8_t event);
 
-    static Outcome attempt(const std::function<vantik::Array()>& action);
+    static Outcome attempt(const std::function<void(vantik::Array& result)>& action);
+    static Outcome call(const Slot& slot, const char* method, std::initializer_list<vantik::Array> inputs = {});
+    static Outcome assign(const Slot& slot, const char* property, const vantik::Array& value);
     // What an outcome has to be; anything else is wrong.
     Outcome succeeded(Outcome outcome);
     Outcome failed(Outcome outcome, const std::string& identifier, const std::string& words = "");
-    void wrong(const std::string& what);
+    void wrong(const std::string& what) { Wrong.push_back(Now + ": " + what); }
 
     std::uint8_t indexOf(const Slot& slot) const { return static_cast<std::uint8_t>(&slot - Slots.data()); }
     bool runs(const Slot& slot) const { return Running != nullptr && Running->Object == indexOf(slot); }
@@ -207,14 +206,8 @@ private:
 
 // What a failure is called.
 inline constexpr const char* kInternalError = "VANTIK:webservices:InternalError";
-inline constexpr const char* kOnlyOne = "VANTIK:http:OnlyOneTransferAtATime";
 inline constexpr const char* kInterrupted = "VANTIK:host:Interrupted";
 inline constexpr const char* kConnectionFailed = "VANTIK:webservices:ConnectionFailed";
-inline constexpr const char* kConnectionRefused = "VANTIK:webservices:ConnectionRefused";
-inline constexpr const char* kCopyFailed = "VANTIK:webservices:CopyContentToDataStreamError";
-inline constexpr const char* kPartialFile = "VANTIK:webservices:PartialFileWarning";
-inline constexpr const char* kTimeout = "VANTIK:webservices:Timeout";
-inline constexpr const char* kStatusError = "VANTIK:webservices:StatusError";
 inline constexpr const char* kTerminated = "VANTIK:webservices:OperationTerminatedByConsumer";
 inline constexpr const char* kRaised = "model:Raised";
 

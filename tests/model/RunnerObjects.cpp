@@ -11,21 +11,21 @@ namespace {
 }
 
 std::uint8_t counted(std::uint8_t& count) {
-    count = static_cast<std::uint8_t>(std::min(count + 1, Hook::kAgain - 1));
-    return count;
+    return count = static_cast<std::uint8_t>(std::min(count + 1, Hook::kAgain - 1));
 }
 
 } // namespace
 
-bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
+bool Runner::play(Memory& memory, std::uint8_t event) {
+    const Hook& hook = memory.Then;
     if (Running == nullptr) {
         wrong("a host object is called where nothing runs");
         return false;
     }
-    if (done || hook.Event != event || hook.What == Act::Nothing) {
+    if (memory.Played || hook.Event != event || hook.What == Act::Nothing) {
         return false;
     }
-    done = true;
+    memory.Played = true;
     switch (hook.What) {
     case Act::Interrupt:
         Running->Allowed.insert({kInterrupted, kConnectionFailed});
@@ -39,7 +39,7 @@ bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
         Now += ", from within";
         const Outcome outcome = apply({hook.Nested, hook.Target, hook.Number});
         Now = before;
-        if (outcome.Failed && !hook.Swallow) {
+        if (outcome.failed() && !hook.Swallow) {
             Running->mustFail({outcome.Identifier});
             std::rethrow_exception(outcome.Raised);
         }
@@ -50,10 +50,9 @@ bool Runner::play(const Hook& hook, std::uint8_t event, bool& done) {
     }
 }
 
-vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const Hook& hook) {
-    const auto done = std::make_shared<bool>(false);
-    const auto happen = [this, memory, hook, done](std::uint8_t event) {
-        if (play(hook, event, *done)) {
+vantik::Object Runner::provider(const MemoryPtr& memory) {
+    const auto happen = [this, memory](std::uint8_t event) {
+        if (play(*memory, event)) {
             Running->mustFail({kRaised});
             raise();
         }
@@ -64,7 +63,7 @@ vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const H
         happen(memory->Starts++ == 0 ? 0 : Hook::kAgain);
     };
     provider.read = [memory, happen](std::uint64_t wanted) {
-        happen(counted(memory->Reads));
+        happen(counted(memory->Calls));
         const std::string piece = memory->Content.substr(memory->Position, wanted);
         memory->Position += piece.size();
         return vantik::Array::bytes(std::string_view(piece));
@@ -72,40 +71,36 @@ vantik::Object Runner::provider(const std::shared_ptr<Provided>& memory, const H
     return vantik::makeProvider(*Host, provider);
 }
 
-vantik::Object Runner::consumer(const std::shared_ptr<Consumed>& memory, const Hook& hook) {
-    const auto done = std::make_shared<bool>(false);
+vantik::Object Runner::consumer(const MemoryPtr& memory) {
     vantik::ContentConsumer consumer;
-    consumer.start = [this, memory, hook, done]() -> std::optional<double> {
+    consumer.start = [this, memory]() -> std::optional<double> {
         memory->Content.clear();
         if (Running != nullptr) {
             Running->Started.push_back(memory);
         }
-        play(hook, 0, *done);
+        play(*memory, 0);
         return std::nullopt;
     };
-    consumer.write = [this, memory, hook, done](std::span<const std::byte> piece) -> vantik::Taken {
+    consumer.write = [this, memory](std::span<const std::byte> piece) -> vantik::Taken {
         std::string_view bytes = vantik::asText(piece);
-        const bool act = play(hook, counted(memory->Writes), *done);
-        if (act && hook.What == Act::Stop) {
-            Running->mustFail({kTerminated});
-            return std::nullopt;
-        }
-        if (act) {
+        if (play(*memory, counted(memory->Calls))) {
+            if (memory->Then.What == Act::Stop) {
+                Running->mustFail({kTerminated});
+                return std::nullopt;
+            }
             Running->Quiet = true;
             bytes = bytes.substr(0, bytes.size() / 2);
         }
         memory->Content += bytes;
         return bytes.size();
     };
-    consumer.close = [this, hook, done] { play(hook, Hook::kEnd, *done); };
+    consumer.close = [this, memory] { play(*memory, Hook::kEnd); };
     return vantik::makeConsumer(*Host, consumer);
 }
 
-vantik::Object Runner::reporter(const Hook& hook) {
-    const auto done = std::make_shared<bool>(false);
-    const auto updates = std::make_shared<std::uint8_t>(0);
-    return vantik::makeProgressReporter(*Host, [this, hook, done, updates](std::uint64_t) {
-        if (!play(hook, counted(*updates), *done)) {
+vantik::Object Runner::reporter(const MemoryPtr& memory) {
+    return vantik::makeProgressReporter(*Host, [this, memory](std::uint64_t) {
+        if (!play(*memory, counted(memory->Calls))) {
             return true;
         }
         Running->mustFail({kInterrupted, kConnectionFailed, kTerminated});

@@ -26,15 +26,12 @@ std::string shortened(const std::string& text) {
 } // namespace
 
 void Runner::checkRequests() {
-    const std::vector<Request> requests = Server.requests();
-    for (std::size_t number = 0; number < requests.size(); ++number) {
-        if (ModelServer::isOurs(requests[number])) {
-            continue;
-        }
-        const std::string problem = wrongRequest(requests[number]);
+    for (std::size_t number = 0; const Request& request : Server.requests()) {
+        const std::string problem = ModelServer::isOurs(request) ? "" : wrongRequest(request);
         if (!problem.empty()) {
-            wrong("request " + std::to_string(number) + " " + problem + "\n" + requests[number].Head);
+            wrong("request " + std::to_string(number) + " " + problem + "\n" + request.Head);
         }
+        ++number;
     }
 }
 

@@ -1,18 +1,37 @@
-// What a call that sends or copies may give, by what has been before it and by what its host objects do.
+// What may come of a call that sends or copies, by what has been before it and by what its host objects do.
 #include "tests/model/Runner.h"
 #include "tests/support/server/WireText.h"
 
-#include <algorithm>
+#include <cerrno>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 
 namespace model {
 namespace {
 
-constexpr const char* kEarlier = "saved before";
+constexpr const char* kConnectionRefused = "VANTIK:webservices:ConnectionRefused";
+constexpr const char* kCopyFailed = "VANTIK:webservices:CopyContentToDataStreamError";
+constexpr const char* kPartialFile = "VANTIK:webservices:PartialFileWarning";
+constexpr const char* kTimeout = "VANTIK:webservices:Timeout";
+constexpr const char* kStatusError = "VANTIK:webservices:StatusError";
+constexpr std::string_view kEarlier = "saved before";
 
-bool isSuccess(int status) {
-    return status >= 200 && status <= 299;
+std::string saved(int file) {
+    std::string content(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
+    if (::pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+        throw std::system_error(errno, std::generic_category(), "the file saved to");
+    }
+    return content;
+}
+
+// The last one.
+std::string markerOf(const Request& request) {
+    std::string marker;
+    for (const auto& [name, value] : testsupport::fieldLines(request.Head)) {
+        marker = name == "X-Marker" ? value : marker;
+    }
+    return marker;
 }
 
 } // namespace
@@ -20,7 +39,7 @@ bool isSuccess(int status) {
 Runner::Outcome Runner::callReceive(const Slot& slot, Op op, int file) {
     if (op == Op::Status) {
         const vantik::Object connection = *slot.Object; // the slot may change meanwhile
-        return attempt([&] { return connection.get("ResponseCode"); });
+        return attempt([&](vantik::Array& result) { result = connection.get("ResponseCode"); });
     }
     return op == Op::Save ? call(slot, "copyContentToFile", {"/proc/self/fd/" + std::to_string(file)})
                           : call(slot, "copyContentToByteArray", {op == Op::Copy});
@@ -31,16 +50,20 @@ Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
     if (op != Op::Status) {
         return failed(outcome, kInternalError, "Copying the content is not possible from within");
     }
-    if (outcome.Failed) {
+    if (outcome.failed()) {
         return failed(outcome, kInternalError, "Sending the request is not possible from within");
     }
     expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
     return outcome;
 }
 
-Runner::Outcome Runner::receive(Slot& slot, Op op) {
+Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
+    const Op op = command.What;
+    if (runs(slot)) {
+        return receiveFromWithin(slot, op);
+    }
     const int target = file();
-    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, kEarlier, 12, 0) != 12)) {
+    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, kEarlier.data(), kEarlier.size(), 0) < 0)) {
         throw std::system_error(errno, std::generic_category(), "the file to save to");
     }
     if (slot.Now == Phase::Closed) {
@@ -48,9 +71,7 @@ Runner::Outcome Runner::receive(Slot& slot, Op op) {
         judgeClosed(slot, op, outcome, target);
         return outcome;
     }
-    Run run;
-    run.Object = indexOf(slot);
-    run.ConsumerBefore = slot.Consumer;
+    Run run{.Object = indexOf(slot), .ConsumerBefore = slot.Consumer};
     if (slot.Now == Phase::Opened || slot.Now == Phase::Spoilt) {
         slot.SentLogin = slot.Login;
         slot.SentProvided = slot.SentProvided || slot.Provider;
@@ -60,7 +81,7 @@ Runner::Outcome Runner::receive(Slot& slot, Op op) {
     Running = &run;
     Outcome outcome = callReceive(slot, op, target);
     Running = nullptr;
-    if (outcome.Failed) {
+    if (outcome.failed()) {
         judgeFailure(slot, op, outcome, run);
     } else if (run.MustFail) {
         wrong("is a success and should not be");
@@ -111,7 +132,7 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
 
 // Sends nothing and copies nothing.
 void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
-    if (succeeded(outcome).Failed) {
+    if (succeeded(outcome).failed()) {
         return;
     }
     if (op == Op::Status) {
@@ -131,7 +152,7 @@ void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
 
 void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run) {
     if (!run.Allowed.contains(outcome.Identifier)) {
-        wrong("fails with " + outcome.Identifier + " (" + outcome.Text + ")");
+        wrong(outcome.words());
         return;
     }
     if (slot.Lead != "") {
@@ -149,11 +170,11 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     const bool uploads = !slot.Payload.empty() || slot.Provider;
     slot.Resumable = (slot.Now != Phase::Spoilt || slot.Resumable) && run.OnlyInterrupts && !uploads &&
                      (op == Op::Status || (op == Op::Copy && run.Started.empty()));
-    slot.Warned = slot.Warned || outcome.Identifier == kPartialFile;
+    slot.Warned |= outcome.Identifier == kPartialFile;
     for (const auto& consumer : run.Started) {
-        slot.Given = slot.Given || !consumer->Content.empty();
+        slot.Given |= !consumer->Content.empty();
     }
-    slot.Given = slot.Given || (op == Op::Save && !saved(file()).empty() && saved(file()) != kEarlier);
+    slot.Given |= op == Op::Save && !saved(file()).empty() && saved(file()) != kEarlier;
     slot.Now = Phase::Spoilt;
 }
 
@@ -173,12 +194,9 @@ std::optional<Request> Runner::answered(Slot& slot) {
         return std::nullopt;
     }
     const Request request = Server.request(std::stoul(number));
-    std::string marker; // the last one
-    for (const auto& [name, value] : testsupport::fieldLines(request.Head)) {
-        marker = name == "X-Marker" ? value : marker;
-    }
-    if (request.Path != slot.OpenPath || marker != slot.Marker) {
-        wrong("has the answer to " + request.Path + " of " + marker + " for " + slot.OpenPath + " of " + slot.Marker);
+    if (request.Path != slot.OpenPath || markerOf(request) != slot.Marker) {
+        wrong("has the answer to " + request.Path + " of " + markerOf(request) + " for " + slot.OpenPath + " of " +
+              slot.Marker);
         return std::nullopt;
     }
     slot.LastStatus = request.Status;
@@ -237,7 +255,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     if (!request) {
         return;
     }
-    const bool refused = !isSuccess(request->Status);
+    const bool refused = request->Status / 100 != 2;
     if (slot.Older && refused) {
         wrong("is a success with the status " + std::to_string(request->Status));
     }
@@ -249,9 +267,8 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     const bool partial = run.Quiet || (!request->Whole && (refused || slot.Warned)) ||
                          (request->Status == 401 && (slot.Older || slot.SentLogin == kLoginSeveral));
     const auto expect = [&](const std::string& got, const char* where) {
-        const std::string difference = testsupport::difference(
-            got,
-            partial ? request->Content.substr(0, std::min(got.size(), request->Content.size())) : request->Content);
+        const std::string difference =
+            testsupport::difference(got, partial ? request->Content.substr(0, got.size()) : request->Content);
         if (!difference.empty()) {
             wrong(std::string(where) + " has not what the server sent: " + difference);
         }
@@ -307,14 +324,6 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
         made.Method = uploads && method != kMethodOwn ? "PUT" : methodName(slot, method);
     }
     return made;
-}
-
-std::string Runner::saved(int file) {
-    std::string content(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
-    if (::pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
-        throw std::system_error(errno, std::generic_category(), "the file saved to");
-    }
-    return content;
 }
 
 } // namespace model
