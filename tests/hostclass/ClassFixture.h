@@ -1,4 +1,4 @@
-// A scope with the class registered in it, and shortcuts to what is behind its objects.
+// A scope with the class registered in it, and shortcuts to what its objects are made of.
 #pragma once
 
 #include "host/ArrayApi.h"
@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -42,9 +43,8 @@ inline vcos::COSClass* registeredClass() {
 class ClassFixture : public ScopeFixture {
 protected:
     ClassFixture() { VKInitialize_netrove(); }
-    vantik::Object makeAdapter() { return host().create(kAdapterClass); }
-    vantik::Object makeAdapter(bool httpOptionsMode) {
-        return host().create(kAdapterClass, {vantik::Array(httpOptionsMode)});
+    vantik::Object makeAdapter(std::initializer_list<vantik::Array> arguments) {
+        return host().create(kAdapterClass, arguments);
     }
     static HTTPConnectionAdapter& native(const vantik::Object& object) {
         const vcos::COSInterfacePtr element = omGetArrayElement(object.array().handle(), 0);
@@ -56,7 +56,7 @@ protected:
 // With one object of the class, driven by the HTTP interface.
 class AdapterFixture : public ClassFixture {
 protected:
-    vantik::Object Adapter = makeAdapter(true);
+    vantik::Object Adapter = makeAdapter({true});
 
     HTTPConnectionAdapter& native() { return ClassFixture::native(Adapter); }
     HTTPConnection& connection() { return native().Connection; }
@@ -67,7 +67,7 @@ protected:
         Adapter.set("RequestMethod", "GET");
     }
 
-    // The accessors of one property, typed: they take what no program can give, null above all.
+    // The accessors of one property, typed: they take what no program can pass, null above all.
     template <class T>
     static const Accessors<T>& accessorsOf(const std::string& name) {
         for (const auto& rows : {valueProperties(), objectProperties()}) {

@@ -10,7 +10,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -31,9 +30,9 @@ public:
         for (const std::string& name : known) {
             Packages.emplace(name, std::make_unique<Package>(*this, name));
         }
-        Calls.OnGetNamespace = [this](const std::string& name) {
-            Log.push_back("find " + name);
-            const auto found = Packages.find(name);
+        Calls.OnGetNamespace = [this](vcos::InternedName name) {
+            Log.push_back("find " + *name);
+            const auto found = Packages.find(*name);
             return found == Packages.end() ? nullptr : found->second.get();
         };
         Calls.OnAddNamespace = [this](vcos::COSNamespaceInfo* description) { add("", description); };
@@ -44,8 +43,7 @@ public:
     HostCalls Calls;
 
 private:
-    class Package final : public vcos::COSPackage {
-    public:
+    struct Package final : vcos::COSPackage {
         Package(PlayedPackages& owner, std::string name) : Owner(owner), Name(std::move(name)) {}
         void addInnerNamespace(vcos::COSNamespaceInfo* description) override { Owner.add(Name, description); }
         void addClass(vcos::COSClassInfo* description, int access, int kind) override {
@@ -55,7 +53,6 @@ private:
         }
         std::string getFullName() const override { return Name; }
 
-    private:
         PlayedPackages& Owner;
         std::string Name;
     };
@@ -72,31 +69,12 @@ private:
     std::map<std::string, std::unique_ptr<Package>> Packages;
 };
 
-// A host class that notes that it is made usable.
-class LoadedClass final : public vcos::COSClass {
-public:
-    LoadedClass(std::string name, Texts& log) : Name(std::move(name)), Log(log) {}
-    void load(bool fully) override { Log.push_back("load " + Name + (fully ? " fully" : " in part")); }
-    vcos::InternedName getFullName() const override { return &Name; }
-    vcos::COSDataTypePtr validatePropertyType(vcos::InternedName, vcos::InternedName) override { return nullptr; }
-    void addProperty(vcos::COSPropT*) override {}
-    void addMethod(vcos::COSMethodInfo*) override {}
-
-private:
-    std::string Name;
-    Texts& Log;
-};
-
-constexpr const char* kReporterName = "vantik.net.http.internal.ProgressReporter";
-constexpr const char* kProviderName = "vantik.net.http.io.ContentProvider";
-constexpr const char* kConsumerName = "vantik.net.http.io.ContentConsumer";
-
-class Registration : public ScopeFixture {
-protected:
-    RecordingClass Definition{vcos::internal::makeInterned("a.b.C")};
-};
-
+class Registration : public ScopeFixture {};
 class ClassInfo : public ClassFixture {};
+
+void defineIn(vcos::COSClass& definition) {
+    HTTPConnectionAdapterClassInfo().defineClass(definition);
+}
 
 } // namespace
 
@@ -113,10 +91,16 @@ TEST_F(Registration, MakesThePackagesThatAreMissing) {
          {"find vantik", "find vantik.internal", "find vantik.internal.webservices"}},
     };
     for (auto [known, log] : rows) {
-        PlayedPackages host(known);
-        registerAdapterClass();
-        log.push_back("class HTTPConnectionAdapter 0 2 into vantik.internal.webservices");
-        EXPECT_EQ(host.Log, log);
+        for (const bool hasMemory : {true, false}) { // without it the class is passed on as null
+            PlayedPackages host(known);
+            host.Calls.FailingClassInfo = hasMemory ? 0 : 1;
+            registerAdapterClass();
+            ASSERT_FALSE(host.Log.empty());
+            EXPECT_EQ(host.Log.back(), std::string("class ") + (hasMemory ? "HTTPConnectionAdapter" : "(null)") +
+                                           " 0 2 into vantik.internal.webservices");
+            host.Log.pop_back();
+            EXPECT_EQ(host.Log, log);
+        }
     }
 }
 
@@ -131,42 +115,38 @@ TEST_F(Registration, RootThatTheHostDoesNotKeepIsReportedAndNothingIsAddedToIt) 
 
 // The names and types of the members, in order, are those of PropertyTableTest and MethodTableTest.
 TEST_F(Registration, LoadsTheClassOfAnObjectPropertyBeforeThePropertyAndAddsMethodsLast) {
-    std::map<std::string, LoadedClass> classes;
-    for (const char* name : {kReporterName, kProviderName, kConsumerName}) {
-        classes.emplace(std::piecewise_construct, std::forward_as_tuple(name),
-                        std::forward_as_tuple(name, Definition.Order));
-    }
+    RecordingClass definition("a.b.C");
     HostCalls calls;
-    calls.OnGetClass = [&](const std::string& name) { return &classes.at(name); };
-    HTTPConnectionAdapterClassInfo().defineClass(Definition);
-    ASSERT_EQ(Definition.Order.size(), kProperties + 3 + kMethods);
-    const auto numbers = Definition.Order.begin() + 20;
-    EXPECT_THAT(Texts(numbers, numbers + 9),
-                ElementsAre("Debug: int32 scalar", "load vantik.net.http.internal.ProgressReporter fully",
-                            "ProgressReporter: any", "load vantik.net.http.io.ContentProvider fully", "Provider: any",
-                            "load vantik.net.http.io.ContentConsumer fully", "Consumer: any", "HTTPConnectionAdapter()",
-                            "openConnection()"));
+    calls.OnGetClass = [&](vcos::InternedName name) {
+        definition.Order.push_back(*name); // the definition stands for that class too
+        return &definition;
+    };
+    defineIn(definition);
+    ASSERT_EQ(definition.Order.size(), kProperties + 2 * 3 + kMethods);
+    const auto numbers = definition.Order.begin() + 20;
+    EXPECT_THAT(Texts(numbers, numbers + 12),
+                ElementsAre("Debug: int32 scalar", "vantik.net.http.internal.ProgressReporter", "loaded fully",
+                            "ProgressReporter: any", "vantik.net.http.io.ContentProvider", "loaded fully",
+                            "Provider: any", "vantik.net.http.io.ContentConsumer", "loaded fully", "Consumer: any",
+                            "HTTPConnectionAdapter()", "openConnection()"));
 }
 
 TEST_F(Registration, MissingHostClassIsNamedAndStopsTheDefinitionThere) {
-    struct Row {
-        const char* Missing;
-        std::size_t PropertiesBefore;
-        const char* LastAdded;
-    };
-    for (const Row& row : {Row{kReporterName, 21, "Debug"}, Row{kProviderName, 22, "ProgressReporter"},
-                           Row{kConsumerName, 23, "Provider"}}) {
-        const std::string failure = "VANTIK:legacy_two_part:undefinedVarOrClass[N:" + std::string(row.Missing) + "]";
-        ASSERT_TRUE(scope().Classes.removeClass(row.Missing));
-        RecordingClass definition(vcos::internal::makeInterned("a.b.C"));
-        EXPECT_EQ(failureText([&] { HTTPConnectionAdapterClassInfo().defineClass(definition); }), failure);
-        ASSERT_EQ(definition.Properties.size(), row.PropertiesBefore);
-        EXPECT_EQ(*definition.Properties.back()->getName(), row.LastAdded);
+    std::size_t propertiesBefore = kProperties - 3;
+    for (const auto& [missing, lastAdded] : {std::pair{"vantik.net.http.internal.ProgressReporter", "Debug"},
+                                             {"vantik.net.http.io.ContentProvider", "ProgressReporter"},
+                                             {"vantik.net.http.io.ContentConsumer", "Provider"}}) {
+        const std::string failure = "VANTIK:legacy_two_part:undefinedVarOrClass[N:" + std::string(missing) + "]";
+        ASSERT_TRUE(scope().Classes.removeClass(missing));
+        RecordingClass definition("a.b.C");
+        EXPECT_EQ(failureText([&] { defineIn(definition); }), failure);
+        ASSERT_EQ(definition.Properties.size(), propertiesBefore++);
+        EXPECT_EQ(*definition.Properties.back()->getName(), lastAdded);
         EXPECT_TRUE(definition.Methods.empty());
         // The scope goes without the class until the missing one is there.
         EXPECT_EQ(failureText([] { VKInitialize_netrove(); }), failure);
         EXPECT_EQ(registeredClass(), nullptr);
-        vantik::HostClass(row.Missing).defineIn(host());
+        vantik::HostClass(missing).defineIn(host());
     }
     VKInitialize_netrove();
     EXPECT_NE(registeredClass(), nullptr);
@@ -174,10 +154,10 @@ TEST_F(Registration, MissingHostClassIsNamedAndStopsTheDefinitionThere) {
 
 TEST_F(Registration, PropertyWithoutMemoryRaisesAndKeepsThoseBeforeIt) {
     for (std::size_t failing = 1; failing <= kProperties; ++failing) {
-        RecordingClass definition(vcos::internal::makeInterned("a.b.C"));
+        RecordingClass definition("a.b.C");
         HostCalls calls;
         calls.FailingPropertyBlock = static_cast<int>(failing);
-        EXPECT_THROW(HTTPConnectionAdapterClassInfo().defineClass(definition), foundation::core::except::bad_alloc);
+        EXPECT_THROW(defineIn(definition), foundation::core::except::bad_alloc);
         EXPECT_EQ(definition.Validated.size(), failing);
         EXPECT_EQ(definition.Properties.size(), failing - 1);
         EXPECT_TRUE(definition.Methods.empty());
@@ -186,22 +166,15 @@ TEST_F(Registration, PropertyWithoutMemoryRaisesAndKeepsThoseBeforeIt) {
 
 TEST_F(Registration, MethodWithoutMemoryIsPassedOnAsNullAndTheOthersAreAdded) {
     for (std::size_t failing = 0; failing < kMethods; ++failing) {
-        RecordingClass definition(vcos::internal::makeInterned("a.b.C"));
+        RecordingClass definition("a.b.C");
         HostCalls calls;
         calls.FailingMethodInfo = static_cast<int>(failing) + 1;
-        HTTPConnectionAdapterClassInfo().defineClass(definition);
+        defineIn(definition);
         ASSERT_EQ(definition.Methods.size(), kMethods);
         for (std::size_t i = 0; i < kMethods; ++i) {
             EXPECT_EQ(definition.Methods[i] == nullptr, i == failing) << i;
         }
     }
-}
-
-TEST_F(Registration, ClassWithoutMemoryIsPassedOnAsNull) {
-    PlayedPackages host({"vantik", "vantik.internal", "vantik.internal.webservices"});
-    host.Calls.FailingClassInfo = 1;
-    registerAdapterClass();
-    EXPECT_EQ(host.Log.back(), "class (null) 0 2 into vantik.internal.webservices");
 }
 
 TEST_F(Registration, HostReportsMissingMemoryAndTheNextAttemptSucceeds) {
@@ -237,14 +210,14 @@ TEST_F(ClassInfo, MakesAndDestroysInstancesAndReturnsNullWithoutMemory) {
     info.destroyInstance(instance);
     info.destroyInstance(nullptr);
     calls.FailingInstance = 1;
-    EXPECT_EQ(failureOf([&] { makeAdapter(); }).identifier(), "VANTIK:host:OutOfMemory");
-    EXPECT_EQ(makeAdapter().get("RequestMethod").text(), "") << "the next one is good";
+    EXPECT_EQ(failureOf([&] { makeAdapter({}); }).identifier(), "VANTIK:host:OutOfMemory");
+    EXPECT_EQ(makeAdapter({}).get("RequestMethod").text(), "") << "the next one is good";
 }
 
 TEST_F(ClassInfo, ConstructorTakesTheModeAndNothingElse) {
-    EXPECT_FALSE(native(makeAdapter()).Connection.Settings.HTTPOptionsMode);
-    EXPECT_FALSE(native(makeAdapter(false)).Connection.Settings.HTTPOptionsMode);
-    EXPECT_TRUE(native(makeAdapter(true)).Connection.Settings.HTTPOptionsMode);
-    EXPECT_THROW(host().create(kAdapterClass, {vantik::Array(true), vantik::Array(true)}), vantik::Failure);
-    EXPECT_THROW(host().create(kAdapterClass, {vantik::Array("yes")}), vantik::Failure);
+    EXPECT_FALSE(native(makeAdapter({})).Connection.Settings.HTTPOptionsMode);
+    EXPECT_FALSE(native(makeAdapter({false})).Connection.Settings.HTTPOptionsMode);
+    EXPECT_TRUE(native(makeAdapter({true})).Connection.Settings.HTTPOptionsMode);
+    EXPECT_THROW(makeAdapter({true, true}), vantik::Failure);
+    EXPECT_THROW(makeAdapter({"yes"}), vantik::Failure);
 }

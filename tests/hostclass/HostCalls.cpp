@@ -1,26 +1,26 @@
 #include "tests/hostclass/HostCalls.h"
 
-#include "transfer/HTTPConnection.h"
-
 #include <cerrno>
 #include <cstddef>
 #include <new>
 #include <pthread.h>
 #include <stdexcept>
 
-using namespace netrove;
-
 namespace {
 
 HostCalls* gCurrent = nullptr;
 
-// True for the call that is to fail.
-bool takesTurn(int HostCalls::*failing) noexcept {
-    return gCurrent != nullptr && gCurrent->*failing > 0 && --(gCurrent->*failing) == 0;
+// What the test has put in the place of a function, or else the function itself.
+template <class Replacement, class Real, class... Arguments>
+auto replaced(Replacement HostCalls::*replacement, Real* real, Arguments&... arguments) {
+    return gCurrent != nullptr && gCurrent->*replacement ? (gCurrent->*replacement)(arguments...) : real(arguments...);
 }
 
-std::string textOf(vcos::InternedName name) {
-    return name == nullptr ? std::string() : *name;
+// Null for the call that is to fail.
+template <class Real, class... Arguments>
+void* allocated(int HostCalls::*failing, Real* real, Arguments&... arguments) noexcept {
+    const bool fails = gCurrent != nullptr && gCurrent->*failing > 0 && --(gCurrent->*failing) == 0;
+    return fails ? nullptr : real(arguments...);
 }
 
 } // namespace
@@ -36,93 +36,44 @@ HostCalls::~HostCalls() {
     gCurrent = nullptr;
 }
 
-HostCalls* HostCalls::current() noexcept {
-    return gCurrent;
-}
-
 // The names are the linker's: a call of `name` comes to `__wrap_name`, and `__real_name` is the function itself.
-#define GET_NAMESPACE(prefix)                                                                                          \
-    prefix##_ZN4vcos10COSPackage12getNamespaceEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE
-#define ADD_NAMESPACE(prefix) prefix##_ZN4vcos10COSPackage12addNamespaceEPNS_16COSNamespaceInfoE
-#define GET_CLASS(prefix) prefix##_ZN4vcos8COSClass8getClassEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE
-#define LEGACY_ERROR(prefix) prefix##_ZN6matrix6detail18do_legacy_vx_errorERKN10foundation4core6except14IUserExceptionE
-#define SET_URL(prefix)                                                                                                \
-    prefix##_ZN7netrove14HTTPConnection6setURLERKNSt7__cxx1112basic_stringIDsSt11char_traitsIDsESaIDsEEE
-#define NEW_CLASS_INFO(prefix) prefix##_ZN4vcos12COSClassInfonwEm
-#define NEW_METHOD_INFO(prefix) prefix##_ZN4vcos13COSMethodInfonwEm
-#define NEW_OR_NULL(prefix) prefix##_ZnwmRKSt9nothrow_t
-
-// Visible, since the sanitizers' own library refers to these functions as well, and the linker takes that for a
+// Visible, since the sanitizers' own library refers to some of these functions as well, and the linker takes that for a
 // reference to the wrapper.
-#define WRAPPER_OF_LIBRARIES __attribute__((visibility("default")))
+#define STAND_IN(Result, name, parameters, result)                                                                     \
+    Result __real_##name parameters;                                                                                   \
+    __attribute__((visibility("default"))) Result __wrap_##name parameters {                                           \
+        constexpr auto real = __real_##name;                                                                           \
+        return result;                                                                                                 \
+    }
 
 extern "C" {
 
-vcos::COSPackage* GET_NAMESPACE(__real_)(vcos::InternedName name);
-vcos::COSPackage* GET_NAMESPACE(__wrap_)(vcos::InternedName name) {
-    return gCurrent != nullptr && gCurrent->OnGetNamespace ? gCurrent->OnGetNamespace(textOf(name))
-                                                           : GET_NAMESPACE(__real_)(name);
-}
+STAND_IN(vcos::COSPackage*, _ZN4vcos10COSPackage12getNamespaceEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE,
+         (vcos::InternedName name), replaced(&HostCalls::OnGetNamespace, real, name))
+STAND_IN(void, _ZN4vcos10COSPackage12addNamespaceEPNS_16COSNamespaceInfoE, (vcos::COSNamespaceInfo * description),
+         replaced(&HostCalls::OnAddNamespace, real, description))
+STAND_IN(vcos::COSClass*, _ZN4vcos8COSClass8getClassEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE,
+         (vcos::InternedName name), replaced(&HostCalls::OnGetClass, real, name))
+STAND_IN(void, _ZN6matrix6detail18do_legacy_vx_errorERKN10foundation4core6except14IUserExceptionE,
+         (const foundation::core::except::IUserException& failure), replaced(&HostCalls::OnLegacyError, real, failure))
+STAND_IN(void, _ZN7netrove14HTTPConnection6setURLERKNSt7__cxx1112basic_stringIDsSt11char_traitsIDsESaIDsEEE,
+         (netrove::HTTPConnection * connection, const std::u16string& url),
+         replaced(&HostCalls::OnSetUrl, real, connection, url))
 
-void ADD_NAMESPACE(__real_)(vcos::COSNamespaceInfo* description);
-void ADD_NAMESPACE(__wrap_)(vcos::COSNamespaceInfo* description) {
-    if (gCurrent != nullptr && gCurrent->OnAddNamespace) {
-        gCurrent->OnAddNamespace(description);
-    } else {
-        ADD_NAMESPACE(__real_)(description);
-    }
-}
+STAND_IN(void*, _ZN4vcos12COSClassInfonwEm, (std::size_t size) noexcept,
+         allocated(&HostCalls::FailingClassInfo, real, size))
+STAND_IN(void*, _ZN4vcos13COSMethodInfonwEm, (std::size_t size) noexcept,
+         allocated(&HostCalls::FailingMethodInfo, real, size))
+STAND_IN(void*, _ZnwmRKSt9nothrow_t, (std::size_t size, const std::nothrow_t& tag) noexcept,
+         allocated(&HostCalls::FailingInstance, real, size, tag))
+STAND_IN(void*, calloc, (std::size_t count, std::size_t size),
+         allocated(&HostCalls::FailingPropertyBlock, real, count, size))
 
-vcos::COSClass* GET_CLASS(__real_)(vcos::InternedName name);
-vcos::COSClass* GET_CLASS(__wrap_)(vcos::InternedName name) {
-    return gCurrent != nullptr && gCurrent->OnGetClass ? gCurrent->OnGetClass(textOf(name)) : GET_CLASS(__real_)(name);
-}
-
-void LEGACY_ERROR(__real_)(const foundation::core::except::IUserException& failure);
-void LEGACY_ERROR(__wrap_)(const foundation::core::except::IUserException& failure) {
-    if (gCurrent != nullptr && gCurrent->OnLegacyError) {
-        gCurrent->OnLegacyError(failure);
-    } else {
-        LEGACY_ERROR(__real_)(failure);
-    }
-}
-
-void SET_URL(__real_)(HTTPConnection* connection, const std::u16string& url);
-void SET_URL(__wrap_)(HTTPConnection* connection, const std::u16string& url) {
-    if (gCurrent != nullptr && gCurrent->OnSetUrl) {
-        gCurrent->OnSetUrl(url);
-    } else {
-        SET_URL(__real_)(connection, url);
-    }
-}
-
-void* NEW_CLASS_INFO(__real_)(std::size_t size) noexcept;
-void* NEW_CLASS_INFO(__wrap_)(std::size_t size) noexcept {
-    return takesTurn(&HostCalls::FailingClassInfo) ? nullptr : NEW_CLASS_INFO(__real_)(size);
-}
-
-void* NEW_METHOD_INFO(__real_)(std::size_t size) noexcept;
-void* NEW_METHOD_INFO(__wrap_)(std::size_t size) noexcept {
-    return takesTurn(&HostCalls::FailingMethodInfo) ? nullptr : NEW_METHOD_INFO(__real_)(size);
-}
-
-void* NEW_OR_NULL(__real_)(std::size_t size, const std::nothrow_t& tag) noexcept;
-WRAPPER_OF_LIBRARIES void* NEW_OR_NULL(__wrap_)(std::size_t size, const std::nothrow_t& tag) noexcept {
-    return takesTurn(&HostCalls::FailingInstance) ? nullptr : NEW_OR_NULL(__real_)(size, tag);
-}
-
-void* __real_calloc(std::size_t count, std::size_t size);
-WRAPPER_OF_LIBRARIES void* __wrap_calloc(std::size_t count, std::size_t size) {
-    return takesTurn(&HostCalls::FailingPropertyBlock) ? nullptr : __real_calloc(count, size);
-}
-
-int __real_pthread_once(pthread_once_t* flag, void (*routine)());
-WRAPPER_OF_LIBRARIES int __wrap_pthread_once(pthread_once_t* flag, void (*routine)()) {
-    return gCurrent != nullptr && gCurrent->OncePrimitiveFails ? EAGAIN : __real_pthread_once(flag, routine);
-}
+STAND_IN(int, pthread_once, (pthread_once_t * flag, void (*routine)()),
+         gCurrent != nullptr && gCurrent->OncePrimitiveFails ? EAGAIN : real(flag, routine))
 
 } // extern "C"
 
-vcos::COSPackage* HostCalls::hostNamespace(const std::string& fullName) {
-    return GET_NAMESPACE(__real_)(vcos::internal::makeInterned(std::string(fullName)));
+vcos::COSPackage* HostCalls::hostNamespace(vcos::InternedName fullName) {
+    return __real__ZN4vcos10COSPackage12getNamespaceEPKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE(fullName);
 }

@@ -9,6 +9,10 @@
 #include <functional>
 #include <string>
 
+namespace netrove {
+class HTTPConnection;
+}
+
 // One at a time, on the thread of the test.
 class HostCalls {
 public:
@@ -18,11 +22,11 @@ public:
     HostCalls& operator=(const HostCalls&) = delete;
 
     // Replacements.
-    std::function<vcos::COSPackage*(const std::string& fullName)> OnGetNamespace;
+    std::function<vcos::COSPackage*(vcos::InternedName fullName)> OnGetNamespace;
     std::function<void(vcos::COSNamespaceInfo* description)> OnAddNamespace;
-    std::function<vcos::COSClass*(const std::string& fullName)> OnGetClass;
+    std::function<vcos::COSClass*(vcos::InternedName fullName)> OnGetClass;
     std::function<void(const foundation::core::except::IUserException& failure)> OnLegacyError;
-    std::function<void(const std::u16string& url)> OnSetUrl;
+    std::function<void(netrove::HTTPConnection* connection, const std::u16string& url)> OnSetUrl;
 
     // Which call from now on finds no memory, counted from 1; 0: none.
     int FailingPropertyBlock = 0; // calloc
@@ -31,7 +35,6 @@ public:
     int FailingInstance = 0;         // operator new that answers null
     bool OncePrimitiveFails = false; // pthread_once
 
-    static HostCalls* current() noexcept;
     // What the host itself says, within a replacement too.
-    static vcos::COSPackage* hostNamespace(const std::string& fullName);
+    static vcos::COSPackage* hostNamespace(vcos::InternedName fullName);
 };

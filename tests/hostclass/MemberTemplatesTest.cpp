@@ -4,7 +4,6 @@
 #include "tests/hostclass/RecordingClass.h"
 
 #include <cstdint>
-#include <string>
 
 namespace {
 
@@ -21,31 +20,23 @@ void noteCall(HTTPConnectionAdapter* adapter, int resultCount, vcos::COSValue*, 
     gSeen = {adapter, resultCount, inputCount, inputs[0].Bits};
 }
 
-class MemberTemplates : public AdapterFixture {
-protected:
-    // Calls a method of one input for no result, and returns the count that it reports.
-    int callForNothing(bool withAns) {
-        RecordingClass definition(vcos::internal::makeInterned(kAdapterClass));
+class MemberTemplates : public AdapterFixture {};
+
+} // namespace
+
+// A method that answers unasked raises the count for a caller who wants no result.
+TEST_F(MemberTemplates, HandlerGetsTheInstanceTheResultsWantedAndTheInputsAfterTheObject) {
+    for (const bool withAns : {false, true}) {
+        RecordingClass definition(kAdapterClass);
         addMethodEntry(definition, {"note", {}, {"logical scalar"}, noteCall, withAns});
         const vcos::COSValue inputs[] = {{reinterpret_cast<std::uint64_t>(Adapter.array().handle())}, {41}};
         vcos::COSValue results[1];
         int resultCount = 0;
         definition.Methods.at(0)->invoke(resultCount, results, 2, inputs);
-        return resultCount;
+        EXPECT_EQ(resultCount, withAns ? 1 : 0);
+        EXPECT_EQ(gSeen.Instance, &native());
+        EXPECT_EQ(gSeen.ResultCount, resultCount);
+        EXPECT_EQ(gSeen.InputCount, 1);
+        EXPECT_EQ(gSeen.FirstInput, 41u);
     }
-};
-
-} // namespace
-
-TEST_F(MemberTemplates, HandlerGetsTheInstanceAndTheInputsAfterIt) {
-    EXPECT_EQ(callForNothing(false), 0);
-    EXPECT_EQ(gSeen.Instance, &native());
-    EXPECT_EQ(gSeen.ResultCount, 0);
-    EXPECT_EQ(gSeen.InputCount, 1);
-    EXPECT_EQ(gSeen.FirstInput, 41u);
-}
-
-TEST_F(MemberTemplates, MethodThatAnswersUnaskedRaisesTheCountForItsCaller) {
-    EXPECT_EQ(callForNothing(true), 1);
-    EXPECT_EQ(gSeen.ResultCount, 1);
 }

@@ -17,17 +17,34 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace {
 
 constexpr const char* kConsumerName = "vantik.net.http.io.ContentConsumer";
+constexpr std::size_t kThreads = 8;
 
-class ModuleEntry : public ScopeFixture {};
+// Whether a call of the module's entry left the class in a new scope, on this thread. `before` runs just before it.
+bool registersInAScopeOfItsOwn(bool perScope, const std::function<void()>& before) {
+    vantik::Host own;
+    const vantik::detail::ScopeEntry entry(own.scope());
+    own.scope()->RegistersPerScope = perScope;
+    before();
+    VKInitialize_netrove();
+    return registeredClass() != nullptr;
+}
 
-std::string registrationFailure() {
-    return testsupport::failureText([] { VKInitialize_netrove(); });
+// How many of the concurrent callers did so.
+std::size_t registrationsOfConcurrentCallers(bool perScope) {
+    std::latch start(kThreads);
+    std::atomic<std::size_t> registered = 0;
+    std::vector<std::jthread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back(
+            [&] { registered += registersInAScopeOfItsOwn(perScope, [&] { start.arrive_and_wait(); }) ? 1 : 0; });
+    }
+    threads.clear(); // waits for them
+    return registered;
 }
 
 // Whether a thread of this process waits for something.
@@ -37,7 +54,20 @@ bool sleeps(pid_t thread) {
     return text.find(") S ") != std::string::npos;
 }
 
-const std::string kConsumerMissing = "VANTIK:legacy_two_part:undefinedVarOrClass[N:" + std::string(kConsumerName) + "]";
+class ModuleEntry : public ScopeFixture {};
+
+// Where one system serves all scopes, the once flag belongs to the process, so these tests run in processes of their
+// own.
+class ModuleEntryDeathTest : public ModuleEntry {
+protected:
+    ModuleEntryDeathTest() {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        scope().RegistersPerScope = false;
+    }
+    static void expectInAnotherProcess(const std::function<bool()>& holds) {
+        EXPECT_EXIT(std::_Exit(holds() ? 0 : 1), testing::ExitedWithCode(0), "");
+    }
+};
 
 } // namespace
 
@@ -62,121 +92,71 @@ TEST_F(ModuleEntry, WithASystemForEachScopeEveryCallRegisters) {
     EXPECT_NE(registeredClass(), nullptr) << "what is registered stays";
 }
 
-// The once flag belongs to the process, so these tests run in processes of their own.
-class ModuleEntryDeathTest : public ModuleEntry {
-protected:
-    ModuleEntryDeathTest() {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        scope().RegistersPerScope = false;
-    }
-    // Whether a call of the module's entry left the class in a new scope, on this thread. `before` runs just before it.
-    static bool registersInAScopeOfItsOwn(const std::function<void()>& before) {
-        vantik::Host own;
-        const vantik::detail::ScopeEntry entry(own.scope());
-        own.scope()->RegistersPerScope = false;
-        before();
-        VKInitialize_netrove();
-        return registeredClass() != nullptr;
-    }
-    [[noreturn]] static void leave(bool asExpected) { std::_Exit(asExpected ? 0 : 1); }
-};
+TEST_F(ModuleEntry, WithASystemForEachScopeEveryThreadRegisters) {
+    EXPECT_EQ(registrationsOfConcurrentCallers(true), kThreads);
+}
 
 TEST_F(ModuleEntryDeathTest, WithOneSystemForAllASecondCallDoesNothing) {
-    EXPECT_EXIT(
-        {
-            VKInitialize_netrove();
-            const bool registered = registeredClass() != nullptr;
-            scope().Classes.removeClass(kAdapterClass);
-            VKInitialize_netrove();
-            leave(registered && registeredClass() == nullptr);
-        },
-        testing::ExitedWithCode(0), "");
+    expectInAnotherProcess([&] {
+        VKInitialize_netrove();
+        const bool registered = registeredClass() != nullptr;
+        scope().Classes.removeClass(kAdapterClass);
+        VKInitialize_netrove();
+        return registered && registeredClass() == nullptr;
+    });
 }
 
 TEST_F(ModuleEntryDeathTest, WithOneSystemForAllAFailureLeavesLaterCallsFreeToTryAgain) {
-    EXPECT_EXIT(
-        {
-            scope().Classes.removeClass(kConsumerName);
-            const bool failed = registrationFailure() == kConsumerMissing;
-            const bool failedAgain = registrationFailure() == kConsumerMissing;
-            vantik::HostClass(kConsumerName).defineIn(host());
-            VKInitialize_netrove();
-            leave(failed && failedAgain && registeredClass() != nullptr);
-        },
-        testing::ExitedWithCode(0), "");
+    expectInAnotherProcess([&] {
+        const auto fails = [] {
+            return testsupport::failureText([] { VKInitialize_netrove(); }) ==
+                   "VANTIK:legacy_two_part:undefinedVarOrClass[N:" + std::string(kConsumerName) + "]";
+        };
+        scope().Classes.removeClass(kConsumerName);
+        const bool failedTwice = fails() && fails();
+        vantik::HostClass(kConsumerName).defineIn(host());
+        VKInitialize_netrove();
+        return failedTwice && registeredClass() != nullptr;
+    });
 }
 
-// Concurrent callers: one registers, in its own scope, and all of them return.
+// One registers, in its own scope, and all of them return.
 TEST_F(ModuleEntryDeathTest, WithOneSystemForAllOneOfManyThreadsRegisters) {
-    EXPECT_EXIT(
-        {
-            constexpr std::size_t count = 8;
-            std::latch start(count);
-            std::vector<int> registered(count);
-            std::vector<std::thread> threads;
-            for (int& has : registered) {
-                threads.emplace_back(
-                    [&] { has = registersInAScopeOfItsOwn([&] { start.arrive_and_wait(); }) ? 1 : 0; });
-            }
-            for (std::thread& thread : threads) {
-                thread.join();
-            }
-            leave(std::ranges::count(registered, 1) == 1);
-        },
-        testing::ExitedWithCode(0), "");
+    expectInAnotherProcess([] { return registrationsOfConcurrentCallers(false) == 1; });
 }
 
 // The class is there for whoever returns, not for the one alone who registered it.
 TEST_F(ModuleEntryDeathTest, WithOneSystemForAllACallWaitsForTheRegistrationThatRuns) {
-    EXPECT_EXIT(
-        {
-            HostCalls calls;
-            std::atomic_flag held;
-            std::latch begun(1);
-            std::latch mayEnd(1);
-            calls.OnGetNamespace = [&](const std::string& name) {
-                if (!held.test_and_set()) {
-                    begun.count_down();
-                    mayEnd.wait();
-                }
-                return HostCalls::hostNamespace(name);
-            };
-            bool firstRegistered = false;
-            std::thread first([&] { firstRegistered = registersInAScopeOfItsOwn([] {}); });
-            begun.wait();
-            std::atomic<pid_t> caller = 0;
-            std::atomic<bool> returned = false;
-            bool secondRegistered = true;
-            std::thread second([&] {
-                secondRegistered = registersInAScopeOfItsOwn([&] { caller = gettid(); });
-                returned = true;
-            });
-            const auto waits =
-                testsupport::awaitOrEnd([&] { return caller != 0 && sleeps(caller); }, [&] { return returned.load(); });
-            const bool tooEarly = returned;
-            mayEnd.count_down();
-            first.join();
-            second.join();
-            leave(waits == testsupport::Awaited::Held && !tooEarly && firstRegistered && !secondRegistered);
-        },
-        testing::ExitedWithCode(0), "");
-}
-
-TEST_F(ModuleEntry, WithASystemForEachScopeEveryThreadRegisters) {
-    std::vector<int> registered(4);
-    std::vector<std::thread> threads;
-    for (int& has : registered) {
-        threads.emplace_back([&] {
-            vantik::Host own;
-            const vantik::detail::ScopeEntry entry(own.scope());
-            VKInitialize_netrove();
-            has = registeredClass() != nullptr ? 1 : 0;
+    expectInAnotherProcess([] {
+        HostCalls calls;
+        std::atomic_flag held;
+        std::latch begun(1);
+        std::latch mayEnd(1);
+        calls.OnGetNamespace = [&](vcos::InternedName name) {
+            if (!held.test_and_set()) {
+                begun.count_down();
+                mayEnd.wait();
+            }
+            return HostCalls::hostNamespace(name);
+        };
+        bool firstRegistered = false;
+        std::thread first([&] { firstRegistered = registersInAScopeOfItsOwn(false, [] {}); });
+        begun.wait();
+        std::atomic<pid_t> caller = 0;
+        std::atomic<bool> returned = false;
+        bool secondRegistered = true;
+        std::thread second([&] {
+            secondRegistered = registersInAScopeOfItsOwn(false, [&] { caller = gettid(); });
+            returned = true;
         });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(registered, std::vector<int>(4, 1));
+        const auto waits =
+            testsupport::awaitOrEnd([&] { return caller != 0 && sleeps(caller); }, [&] { return returned.load(); });
+        const bool tooEarly = returned;
+        mayEnd.count_down();
+        first.join();
+        second.join();
+        return waits == testsupport::Awaited::Held && !tooEarly && firstRegistered && !secondRegistered;
+    });
 }
 
 TEST_F(ModuleEntryDeathTest, OncePrimitiveThatFailsEndsTheProcess) {

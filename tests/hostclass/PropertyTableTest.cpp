@@ -1,25 +1,34 @@
-// The rows of the table, and what the accessors of numbers and texts do, through the class where the host can see it.
-// Arrays and host objects: PropertyTableTestArrays.cpp. Properties that send: tests/exchange/response/.
+// The rows of the table, and what the accessors do, through the class where the host can see it. Properties that send:
+// tests/exchange/response/.
 #include "hostclass/PropertyTable.h"
 
 #include "errors/HTTPException.h"
+#include "host/Messages.h"
+#include "hostcalls/HostObjectCall.h"
 #include "hostclass/ClassRegistration.h"
 #include "tests/hostclass/ClassFixture.h"
 #include "tests/hostclass/HostCalls.h"
 #include "tests/hostclass/RecordingClass.h"
 #include "tests/support/host/ScriptedObjects.h"
 
+#include <rapidcheck/gtest.h>
+
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <functional>
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::Array;
+using vantik::Object;
 
 namespace {
 
@@ -60,22 +69,14 @@ constexpr const char* kTextProperties[] = {"URL",           "CertificateFilename
                                            "RedirectURL",   "RequestMethod",       "PostData"};
 
 template <class T>
-bool holds(const vcos::COSPropT& property) {
-    return dynamic_cast<const COSPropCPPT<HTTPConnectionAdapter, T>*>(&property) != nullptr;
+std::string nameIf(const vcos::COSPropT& property, const char* name) {
+    return dynamic_cast<const COSPropCPPT<HTTPConnectionAdapter, T>*>(&property) != nullptr ? name : "";
 }
 
 std::string nativeType(const vcos::COSPropT& property) {
-    const std::pair<const char*, bool (*)(const vcos::COSPropT&)> types[] = {{"text", holds<Text>},
-                                                                             {"double", holds<double>},
-                                                                             {"array", holds<vxArray_tag*>},
-                                                                             {"bool", holds<bool>},
-                                                                             {"uint64", holds<unsigned long long>},
-                                                                             {"int", holds<int>}};
-    std::string names;
-    for (const auto& [name, isIt] : types) {
-        names += isIt(property) ? name : "";
-    }
-    return names;
+    return nameIf<Text>(property, "text") + nameIf<double>(property, "double") +
+           nameIf<vxArray_tag*>(property, "array") + nameIf<bool>(property, "bool") +
+           nameIf<unsigned long long>(property, "uint64") + nameIf<int>(property, "int");
 }
 
 // Reads a property as the class system does, and says whether releasing its value releases an array.
@@ -93,12 +94,63 @@ bool releasesItsValue(vcos::COSPropT& property, vcos::COSInterface& object) {
     return false;
 }
 
+using Bytes = std::vector<std::uint8_t>;
+using Dimensions = std::vector<std::size_t>;
+using Doubles = std::vector<double>;
+
+template <class Element>
+Array matrixOf(const std::vector<Element>& elements, vxClassID classId, std::size_t rows, std::size_t columns) {
+    HostArray array(vx::vxCreateNumericMatrix(rows, columns, classId, vxREAL));
+    std::ranges::copy(elements, static_cast<Element*>(vx::vxGetData(array.get())));
+    return Array::adopt(array.release());
+}
+
+// A row or a column of bytes, as a host may have them.
+Array bytesAs(const Bytes& bytes, bool row) {
+    return matrixOf(bytes, vxUINT8_CLASS, row ? 1 : bytes.size(), row ? bytes.size() : 1);
+}
+
+Bytes bytesIn(const Array& array) {
+    const auto* data = reinterpret_cast<const std::uint8_t*>(array.bytes().data());
+    return Bytes(data, data + array.size());
+}
+
 class PropertyTable : public AdapterFixture {};
 
 class Properties : public AdapterFixture {
 protected:
     std::string text(const char* property) { return Adapter.get(property).text(); }
 };
+
+class Contents : public AdapterFixture {};
+class Timeouts : public AdapterFixture {};
+
+struct Role {
+    const char* Property;
+    const char* ClassName;
+    SharedHostArray RequestSettings::*Kept;
+    Object (*Make)(vantik::Host& host);
+};
+
+constexpr Role kRoles[] = {
+    {"ProgressReporter", "vantik.net.http.internal.ProgressReporter", &RequestSettings::ProgressReporter,
+     [](vantik::Host& host) { return testsupport::makeScriptedReporter(host).object(); }},
+    {"Provider", "vantik.net.http.io.ContentProvider", &RequestSettings::Provider,
+     [](vantik::Host& host) { return testsupport::makeScriptedProvider(host).object(); }},
+    {"Consumer", "vantik.net.http.io.ContentConsumer", &RequestSettings::Consumer,
+     [](vantik::Host& host) { return testsupport::makeScriptedConsumer(host).object(); }},
+};
+
+class HostObjects : public AdapterFixture, public testing::WithParamInterface<Role> {
+protected:
+    const std::string Property = GetParam().Property;
+
+    const vxArray_tag* kept() { return (settings().*GetParam().Kept).get(); }
+    Object makeObject() { return GetParam().Make(host()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Roles, HostObjects, testing::ValuesIn(kRoles),
+                         [](const auto& info) { return std::string(info.param.Property); });
 
 } // namespace
 
@@ -121,7 +173,7 @@ TEST_F(PropertyTable, EachRowBecomesOnePropertyInThisOrder) {
                                 releasesItsValue(property, *object.get()));
     }
     EXPECT_THAT(properties, testing::ElementsAreArray(kExpected));
-    EXPECT_EQ(Adapter.get("Provider").className(), provider.className()) << "the adapter keeps what it gives";
+    EXPECT_EQ(Adapter.get("Provider").className(), provider.className()) << "the adapter keeps what it hands out";
 }
 
 TEST_F(PropertyTable, HostSeesTheSameProperties) {
@@ -139,17 +191,18 @@ TEST_F(Properties, StartWithTheirDefaults) {
     for (const char* property : kTextProperties) {
         EXPECT_EQ(text(property), "") << property;
     }
-    EXPECT_EQ(Adapter.get("ResponseCode").number(), 0.0);
-    EXPECT_EQ(Adapter.get("Payload").dimensions(), (std::vector<std::size_t>{0, 1}));
-    EXPECT_EQ(Adapter.get("ResponsePayload").dimensions(), (std::vector<std::size_t>{0, 1}));
-    EXPECT_EQ(Adapter.get("TimeoutInMilliseconds").doubles(),
-              (std::vector<double>{5000, kUnlimited, kUnlimited, kUnlimited}));
-    EXPECT_FALSE(Adapter.get("Sent").truth());
-    EXPECT_TRUE(Adapter.get("VerifyServerName").truth());
-    EXPECT_TRUE(Adapter.get("Decode").truth());
+    for (const char* property : {"ResponseCode", "Debug"}) {
+        EXPECT_EQ(Adapter.get(property).number(), 0.0) << property;
+    }
+    for (const char* property : {"Payload", "ResponsePayload"}) {
+        EXPECT_EQ(Adapter.get(property).dimensions(), (Dimensions{0, 1})) << property;
+    }
+    EXPECT_EQ(Adapter.get("TimeoutInMilliseconds").doubles(), (Doubles{5000, kUnlimited, kUnlimited, kUnlimited}));
+    for (const auto& [property, value] :
+         {std::pair{"Sent", false}, {"Chunked", false}, {"VerifyServerName", true}, {"Decode", true}}) {
+        EXPECT_EQ(Adapter.get(property).truth(), value) << property;
+    }
     EXPECT_EQ(Adapter.get("ProviderBufferSize").unsignedInteger(), 0u);
-    EXPECT_FALSE(Adapter.get("Chunked").truth());
-    EXPECT_EQ(Adapter.get("Debug").number(), 0.0);
     for (const char* property : {"ProgressReporter", "Provider", "Consumer"}) {
         EXPECT_TRUE(Adapter.get(property).empty()) << property;
     }
@@ -185,7 +238,7 @@ TEST_F(Properties, UrlSetterTranslatesTwoFailuresAndPassesEveryOther) {
     for (const auto& [raise, seen] : rows) {
         HostCalls calls;
         std::u16string given;
-        calls.OnSetUrl = [&, &fail = raise](const std::u16string& text) {
+        calls.OnSetUrl = [&, &fail = raise](HTTPConnection*, const std::u16string& text) {
             given = text;
             fail();
         };
@@ -205,35 +258,29 @@ TEST_F(Properties, TextsReachTheConnectionInTheirEncodings) {
         EXPECT_EQ(settings().*stored, narrow) << property;
         EXPECT_EQ(Adapter.get(property).wideText(), u"\u20AC\u00E9") << property;
     }
-    Adapter.set("PostData", Array(u"\u4E2D\u00E9"));
-    EXPECT_EQ(settings().PostData, u"\u4E2D\u00E9") << "stays wide";
+    Adapter.set("PostData", Array(u"\u4E2D\u00E9")); // stays wide
+    EXPECT_EQ(settings().PostData, u"\u4E2D\u00E9");
     EXPECT_EQ(Adapter.get("PostData").wideText(), u"\u4E2D\u00E9");
 }
 
 TEST_F(Properties, TextThatCannotBeEncodedIsKeptForTheHostAndTheConnectionKeepsTheOldOne) {
-    struct Refusal {
-        const char* Property;
-        std::string* Stored;
-        const char16_t* Lacking;
-        const char* Encoding;
-        bool ShowsWhatTheHostSet; // the others show what the connection has
-    };
     ResponseMetadata& metadata = connection().Metadata;
-    for (const Refusal& row : {Refusal{"Username", &settings().Username, u"\u4E2D", "windows-1252", true},
-                               {"Password", &settings().Password, u"\u4E2D", "windows-1252", true},
-                               {"ProxyUsername", &settings().ProxyUsername, u"\u4E2D", "windows-1252", true},
-                               {"ProxyPassword", &settings().ProxyPassword, u"\u4E2D", "windows-1252", true},
-                               {"RequestMethod", &settings().RequestMethod, u"\u00E9", "ascii", true},
-                               {"ContentType", &metadata.ContentType, u"\u00E9", "ascii", false},
-                               {"ContentEncoding", &metadata.ContentEncoding, u"\u00E9", "ascii", false}}) {
-        Adapter.set(row.Property, "OLD");
-        const Array lacking(row.Lacking);
-        EXPECT_THAT(
-            failureTextOf([&] { Adapter.set(row.Property, lacking); }),
-            testing::StartsWith("VANTIK:webservices:EncodingFailure(" + lacking.text() + ", " + row.Encoding + ", "))
-            << row.Property;
-        EXPECT_EQ(*row.Stored, "OLD") << row.Property;
-        EXPECT_EQ(text(row.Property), row.ShowsWhatTheHostSet ? lacking.text() : "OLD") << row.Property;
+    // The last column: the text shown is what the host has set; otherwise what the connection has.
+    for (const auto& [property, stored, lacking, encoding, showsWhatTheHostSet] :
+         {std::tuple{"Username", &settings().Username, Array(u"\u4E2D"), "windows-1252", true},
+          {"Password", &settings().Password, Array(u"\u4E2D"), "windows-1252", true},
+          {"ProxyUsername", &settings().ProxyUsername, Array(u"\u4E2D"), "windows-1252", true},
+          {"ProxyPassword", &settings().ProxyPassword, Array(u"\u4E2D"), "windows-1252", true},
+          {"RequestMethod", &settings().RequestMethod, Array(u"\u00E9"), "ascii", true},
+          {"ContentType", &metadata.ContentType, Array(u"\u00E9"), "ascii", false},
+          {"ContentEncoding", &metadata.ContentEncoding, Array(u"\u00E9"), "ascii", false}}) {
+        Adapter.set(property, "OLD");
+        const auto refused = [&, name = property, &text = lacking] { Adapter.set(name, text); };
+        EXPECT_THAT(failureTextOf(refused), testing::StartsWith("VANTIK:webservices:EncodingFailure(" + lacking.text() +
+                                                                ", " + encoding + ", "))
+            << property;
+        EXPECT_EQ(*stored, "OLD") << property;
+        EXPECT_EQ(text(property), showsWhatTheHostSet ? lacking.text() : "OLD") << property;
     }
 }
 
@@ -300,4 +347,183 @@ TEST_F(Properties, FlagsAndNumbersComeBack) {
     accessorsOf<int>("Debug").Setter(native(), -3);
     EXPECT_EQ(Adapter.get("Debug").number(), -3.0);
     settings().Debug = 0; // the destruction would write a trace line
+}
+
+RC_GTEST_FIXTURE_PROP(Contents, PayloadOfAnyBytesAndShapeComesBackAsAColumn, (Bytes first, Bytes second, bool row)) {
+    for (const Bytes& bytes : {first, second}) {
+        Adapter.set("Payload", bytesAs(bytes, row));
+        RC_ASSERT(std::ranges::equal(settings().payload(), bytes));
+        const Array read = Adapter.get("Payload");
+        RC_ASSERT(read.className() == "uint8");
+        RC_ASSERT(read.dimensions() == (Dimensions{bytes.size(), 1}));
+        RC_ASSERT(bytesIn(read) == bytes);
+    }
+    Adapter.set("Payload", Array());
+    RC_ASSERT(settings().payload().empty());
+}
+
+RC_GTEST_FIXTURE_PROP(Contents, PayloadSharesNothingWithTheHostsArray, (Bytes bytes)) {
+    Array given = bytesAs(bytes, false);
+    Adapter.set("Payload", given);
+    Array read = Adapter.get("Payload");
+    for (Array* array : {&given, &read}) {
+        for (std::byte& byte : array->writableBytes()) {
+            byte = ~byte;
+        }
+    }
+    RC_ASSERT(std::ranges::equal(settings().payload(), bytes));
+    RC_ASSERT(bytesIn(Adapter.get("Payload")) == bytes);
+}
+
+// A host may have matrices too; the declared word keeps them from programs only.
+TEST_F(Contents, ShapeOfAByteMatrixIsIgnored) {
+    const Array matrix = matrixOf<std::uint8_t>({0, 1, 2, 3, 4, 5}, vxUINT8_CLASS, 2, 3);
+    for (const char* property : {"Payload", "ResponsePayload"}) {
+        accessorsOf<vxArray_tag*>(property).Setter(native(), const_cast<vxArray_tag*>(matrix.handle()));
+        EXPECT_EQ(bytesIn(Adapter.get(property)), (Bytes{0, 1, 2, 3, 4, 5})) << property;
+    }
+}
+
+// Until when it stays: ContentMethodsTest.
+RC_GTEST_FIXTURE_PROP(Contents, ResponsePayloadCollectsEverythingUntilItIsTaken,
+                      (std::vector<Bytes> pieces, bool row)) {
+    Bytes all;
+    for (const Bytes& piece : pieces) {
+        Adapter.set("ResponsePayload", bytesAs(piece, row));
+        all.insert(all.end(), piece.begin(), piece.end());
+        for (int read = 0; read < 2; ++read) {
+            RC_ASSERT(bytesIn(Adapter.get("ResponsePayload")) == all);
+        }
+    }
+    const Array taken = Adapter.call("copyContentToByteArray", {true});
+    RC_ASSERT(taken.className() == "uint8");
+    RC_ASSERT(taken.dimensions() == (Dimensions{all.size(), 1}));
+    RC_ASSERT(bytesIn(taken) == all);
+    RC_ASSERT(Adapter.get("ResponsePayload").dimensions() == (Dimensions{0, 1}));
+}
+
+TEST_F(Contents, NullResponsePayloadClearsTheRequestsContentOnly) {
+    for (const auto& [given, payload] : {std::pair{Array(), ""}, // reaches the setter as null
+                                         {Array::bytes(std::string_view()), "request"}}) {
+        Adapter.set("Payload", Array::bytes("request"));
+        native().emptyResponseBuffer();
+        Adapter.set("ResponsePayload", Array::bytes("response"));
+        Adapter.set("ResponsePayload", given);
+        EXPECT_EQ(Adapter.get("Payload").byteText(), payload);
+        EXPECT_EQ(Adapter.get("ResponsePayload").byteText(), "response");
+    }
+}
+
+TEST_F(Timeouts, ThatAreLeftOutBecomeUnlimited) {
+    const Doubles before = {1, 2, 3, 4};
+    const std::pair<Array, Doubles> rows[] = {
+        {Array::doubles({}), before}, // nothing happens
+        {Array(""), before},
+        {Array(), before},
+        {Array(3000.0), {3000, kUnlimited, kUnlimited, kUnlimited}},
+        {Array::doubles({5, 6, 7}), {5, 6, 7, kUnlimited}},
+        {Array::doubles({5, 6, 7, 8, 9}), {5, 6, 7, 8}},
+        {matrixOf<double>({5, 6}, vxDOUBLE_CLASS, 2, 1), {5, 6, kUnlimited, kUnlimited}},
+    };
+    for (const auto& [given, stored] : rows) {
+        Adapter.set("TimeoutInMilliseconds", Array::doubles(before));
+        Adapter.set("TimeoutInMilliseconds", given);
+        const Array read = Adapter.get("TimeoutInMilliseconds");
+        EXPECT_EQ(read.className(), "double");
+        EXPECT_EQ(read.dimensions(), (Dimensions{1, 4}));
+        EXPECT_EQ(read.doubles(), stored);
+    }
+}
+
+TEST_F(Timeouts, AreKeptBitByBit) {
+    using Limits = std::numeric_limits<double>;
+    for (const Doubles& given :
+         {Doubles{std::nan(""), -kUnlimited, -0.0, Limits::denorm_min()}, {-1.0, 0.0, kUnlimited, Limits::max()}}) {
+        Adapter.set("TimeoutInMilliseconds", Array::doubles(given));
+        EXPECT_TRUE(std::ranges::equal(Adapter.get("TimeoutInMilliseconds").doubles(), given, {},
+                                       std::bit_cast<std::uint64_t, double>, std::bit_cast<std::uint64_t, double>));
+    }
+}
+
+TEST_P(HostObjects, EmptyArrayOfAnyClassClears) {
+    vantik::HostClass("test.Thing")
+        .method("same", {"test.Thing vector"}, {"any"}, [](auto inputs) { return std::vector<Array>{inputs[1]}; })
+        .defineIn(host());
+    const std::vector<std::string> noMembers;
+    const std::pair<const char*, Array> rows[] = {
+        {"", Array()},
+        {"char", Array("")},
+        {"uint8", Array::bytes(std::string_view())},
+        {"double", Array::doubles({})},
+        {"logical", Array::logicals({})},
+        {"struct", Array::structures({"A"}, {})},
+        {"vantik.net.http.AuthenticationScheme", Array::enumeration("vantik.net.http.AuthenticationScheme", noMembers)},
+        {"test.Thing", host().create("test.Thing").call("same", {Array()})}, // as a vector input declares it
+    };
+    for (const auto& [className, empty] : rows) {
+        ASSERT_EQ(empty.className(), className);
+        ASSERT_TRUE(empty.empty());
+        Adapter.set(Property, makeObject());
+        ASSERT_NE(kept(), nullptr);
+        Adapter.set(Property, empty);
+        EXPECT_EQ(kept(), nullptr) << className;
+        EXPECT_TRUE(Adapter.get(Property).empty()) << className;
+    }
+}
+
+TEST_P(HostObjects, WrongClassIsNamedAndWhatWasThereStays) {
+    EXPECT_THROW(Adapter.set(Property, Array(1.0)), vantik::Failure);
+    EXPECT_EQ(kept(), nullptr);
+    const Object right = makeObject();
+    Adapter.set(Property, right);
+    const vxArray_tag* before = kept();
+    std::vector<Array> wrong = {Array(1.0), Array("text"), Array(true), Array::structure({{"A", 1.0}})};
+    for (const Role& other : kRoles) {
+        if (other.Property != Property) {
+            wrong.push_back(other.Make(host()).array());
+        }
+    }
+    const std::string text = fl::i18n::to_string(fl::i18n::MessageCatalog::get_message(
+        resource_core::BaseMsgID({std::string(GetParam().ClassName)}, "VANTIK:type", "PropSetClsMismatch"),
+        fl::i18n::VkLocale::global()));
+    for (const Array& value : wrong) {
+        EXPECT_EQ(failureTextOf([&] { Adapter.set(Property, value); }), "VANTIK:legacy_two_part:UnableToConvert(" +
+                                                                            value.className() + ", " +
+                                                                            GetParam().ClassName + ", " + text + ")");
+        EXPECT_EQ(kept(), before);
+        EXPECT_EQ(Adapter.get(Property).className(), right.className());
+    }
+}
+
+TEST_P(HostObjects, ObjectOutlivesTheCallsAndGoesWithItsProperty) {
+    const std::size_t alive = vantik::Host::liveArrays();
+    Adapter.set(Property, makeObject());
+    Adapter.call("closeConnection");
+    EXPECT_TRUE(vx::vxIsA(kept(), GetParam().ClassName));
+    EXPECT_EQ(accessorsOf<vxArray_tag*>(Property).Getter(native()), kept());
+    EXPECT_GT(vantik::Host::liveArrays(), alive);
+    Adapter.set(Property, Array());
+    EXPECT_EQ(vantik::Host::liveArrays(), alive);
+}
+
+TEST_P(HostObjects, HostsOwnErrorRouteComesFirst) {
+    Adapter.set(Property, makeObject());
+    const vxArray_tag* before = kept();
+    const Array wrong(1.0);
+    const auto set = [&] {
+        accessorsOf<vxArray_tag*>(Property).Setter(native(), const_cast<vxArray_tag*>(wrong.handle()));
+    };
+    HostCalls calls;
+    std::string reported;
+    calls.OnLegacyError = [&](const foundation::core::except::IUserException& failure) {
+        reported = failure.msg_id().fullName();
+        throw std::logic_error("the host's own way");
+    };
+    EXPECT_EQ(testsupport::failureText(set), "std::logic_error[the host's own way]");
+    EXPECT_EQ(reported, "VANTIK:legacy_two_part:UnableToConvert");
+    EXPECT_EQ(kept(), before);
+    // A route that comes back leaves the failure to the library.
+    calls.OnLegacyError = [](const foundation::core::except::IUserException&) {};
+    EXPECT_THROW(set(), foundation::core::except::IUserException);
+    EXPECT_EQ(kept(), before);
 }

@@ -10,9 +10,10 @@
 
 class RecordingClass final : public vcos::COSClass {
 public:
+    explicit RecordingClass(std::string fullName) : RecordingClass(vcos::internal::makeInterned(std::move(fullName))) {}
     explicit RecordingClass(vcos::InternedName fullName) : FullName(fullName) {}
 
-    void load(bool) override {}
+    void load(bool fully) override { Order.push_back(fully ? "loaded fully" : "loaded in part"); }
     vcos::InternedName getFullName() const override { return FullName; }
     vcos::COSDataTypePtr validatePropertyType(vcos::InternedName name, vcos::InternedName typeWord) override {
         Validated.emplace_back(*name, *typeWord);
@@ -30,7 +31,7 @@ public:
         Methods.emplace_back(method);
     }
 
-    std::vector<std::string> Order;                             // "property: type word" and "method()", as they came
+    std::vector<std::string> Order; // "property: type word", "method()" and "loaded fully", as they came
     std::vector<std::pair<std::string, std::string>> Validated; // name and type word, in order
     std::vector<bool> GotValidatedType;                         // one for each property
     std::vector<std::unique_ptr<vcos::COSPropT>> Properties;

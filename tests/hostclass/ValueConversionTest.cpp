@@ -12,15 +12,8 @@
 namespace vx = matrix::detail::noninlined::vx_array_api;
 using vantik::Array;
 
-namespace {
-
+// Arrays of bytes and of doubles, and field texts: PropertyTableTest and MethodTableTest.
 class ValueConversion : public ScopeFixture {};
-
-Array adopt(HostArray array) {
-    return Array::adopt(array.release());
-}
-
-} // namespace
 
 TEST_F(ValueConversion, CountWithoutLinesMakesElementsWithoutValues) {
     const std::vector<std::string> none;
@@ -48,29 +41,12 @@ TEST_F(ValueConversion, StoredLinesBecomeNamesAndValues) {
     };
     std::vector<std::string> lines;
     std::ranges::transform(rows, std::back_inserter(lines), &Row::Line);
-    const Array fields = adopt(makeFieldStruct(lines.size(), lines.begin(), lines.end()));
+    const Array fields = Array::adopt(makeFieldStruct(lines.size(), lines.begin(), lines.end()).release());
     ASSERT_EQ(fields.dimensions(), (std::vector<std::size_t>{1, rows.size()}));
     for (std::size_t i = 0; i < rows.size(); ++i) {
         EXPECT_EQ(fields.field("Name", i).text(), rows[i].Name) << rows[i].Line;
         EXPECT_EQ(fields.field("Value", i).text(), rows[i].Value) << rows[i].Line;
     }
-}
-
-TEST_F(ValueConversion, BytesBecomeAColumn) {
-    const std::vector<std::uint8_t> bytes = {1, 0, 255};
-    const Array array = adopt(makeByteArray(bytes));
-    EXPECT_EQ(array.className(), "uint8");
-    EXPECT_EQ(array.dimensions(), (std::vector<std::size_t>{3, 1}));
-    EXPECT_EQ(array.byteText(), (std::string{'\x01', '\0', '\xFF'}));
-    EXPECT_EQ(adopt(makeByteArray({})).dimensions(), (std::vector<std::size_t>{0, 1}));
-}
-
-TEST_F(ValueConversion, DoublesBecomeARow) {
-    const std::vector<double> values = {1.5, -2.0};
-    const Array array = adopt(makeDoubleArray(values));
-    EXPECT_EQ(array.className(), "double");
-    EXPECT_EQ(array.dimensions(), (std::vector<std::size_t>{1, 2}));
-    EXPECT_EQ(array.doubles(), values);
 }
 
 TEST_F(ValueConversion, ArrayWithoutPlainElementsHasNone) {
@@ -87,13 +63,6 @@ TEST_F(ValueConversion, NullEmptyAndMatchingArraysPassTheClassCheck) {
     EXPECT_NO_THROW(checkArrayClass(provider.array().handle(), kProviderClassName)); // a derived class
     const Array number(1.0);
     EXPECT_NO_THROW(checkArrayClass(number.handle(), "double"));
-}
-
-TEST_F(ValueConversion, FieldTextsAreReadInBothForms) {
-    const Array fields =
-        Array::structures({"Name", "Value"}, {{Array("a"), Array("b")}, {Array("c"), Array(u"\u00E9")}});
-    EXPECT_EQ(fieldString(fields.handle(), 1, "Name"), "c");
-    EXPECT_EQ(fieldUString(fields.handle(), 1, "Value"), u"\u00E9");
 }
 
 TEST_F(ValueConversion, FieldThatIsMissingOrHasNoValueIsRefusedByTheHost) {

@@ -21,38 +21,26 @@ vcos::COSValue written(T value) {
 
 } // namespace
 
-TEST(ValueSlot, LogicalIsWrittenAsZeroOrOne) {
+TEST(ValueSlot, HoldsTheBitsOfAValue) {
     EXPECT_EQ(written(true).Bits, 1u);
     EXPECT_EQ(written(false).Bits, 0u);
-}
-
-TEST(ValueSlot, AnyNonZeroSlotReadsAsTrue) {
-    EXPECT_FALSE(ValueSlot<bool>::read({0}));
-    EXPECT_TRUE(ValueSlot<bool>::read({1}));
-    EXPECT_TRUE(ValueSlot<bool>::read({0x100}));
-    EXPECT_TRUE(ValueSlot<bool>::read({std::uint64_t{1} << 63}));
-}
-
-TEST(ValueSlot, Int32IsSignExtended) {
-    EXPECT_EQ(written(-1).Bits, kAllOnes);
+    EXPECT_EQ(written(-1).Bits, kAllOnes); // sign-extended
     EXPECT_EQ(written(std::numeric_limits<int>::min()).Bits, 0xFFFFFFFF80000000u);
     EXPECT_EQ(written(7).Bits, 7u);
-    EXPECT_EQ(ValueSlot<int>::read({kAllOnes}), -1);
-    EXPECT_EQ(ValueSlot<int>::read(written(std::numeric_limits<int>::max())), std::numeric_limits<int>::max());
-}
-
-TEST(ValueSlot, DoubleKeepsItsBits) {
     EXPECT_EQ(written(1.0).Bits, 0x3FF0000000000000u);
     EXPECT_EQ(written(-0.0).Bits, 0x8000000000000000u);
-    EXPECT_TRUE(std::isnan(ValueSlot<double>::read(written(std::nan("")))));
-}
-
-TEST(ValueSlot, UInt64CoversTheWholeSlot) {
     EXPECT_EQ(written(18446744073709551615ull).Bits, kAllOnes);
-    EXPECT_EQ(ValueSlot<unsigned long long>::read({kAllOnes}), 18446744073709551615ull);
 }
 
-TEST(ValueSlot, PointersComeBackAsTheyWere) {
+TEST(ValueSlot, ReadsBackWhatItHolds) {
+    EXPECT_FALSE(ValueSlot<bool>::read({0}));
+    for (const std::uint64_t truth : {std::uint64_t{1}, std::uint64_t{0x100}, std::uint64_t{1} << 63}) {
+        EXPECT_TRUE(ValueSlot<bool>::read({truth})) << truth;
+    }
+    EXPECT_EQ(ValueSlot<int>::read({kAllOnes}), -1);
+    EXPECT_EQ(ValueSlot<int>::read(written(std::numeric_limits<int>::max())), std::numeric_limits<int>::max());
+    EXPECT_TRUE(std::isnan(ValueSlot<double>::read(written(std::nan("")))));
+    EXPECT_EQ(ValueSlot<unsigned long long>::read({kAllOnes}), 18446744073709551615ull);
     const std::u16string text = u"text";
     EXPECT_EQ(ValueSlot<Text>::read(written<Text>(&text)), &text);
     EXPECT_EQ(ValueSlot<Text>::read(written<Text>(nullptr)), nullptr);
