@@ -60,7 +60,7 @@ std::string describe(const Shape& shape) {
     std::string text = choice(static_cast<std::size_t>(shape.What),
                               {"200", "404", "401 always", "401 without credentials, then 200", "a redirect's status"});
     text += " with " + std::to_string(kAnswerSizes.at(shape.Size)) + " bytes" + (shape.Chunked ? " in chunks" : "");
-    if (shape.Last != Plan::End::Whole) {
+    if (shape.Last != End::Whole) {
         text += choice(static_cast<std::size_t>(shape.Last), {"", ", closed ", ", reset ", ", silent "}) +
                 choice(shape.Part, {"before its head", "after its head", "in the middle"});
     }
@@ -234,7 +234,7 @@ private:
     Shape shape() {
         return {.What = static_cast<Kind>(weighted({10, 2, 3, 3, 1})),
                 .Size = weighted({2, 3, 4, 4}),
-                .Last = static_cast<Plan::End>(weighted({16, 2, 2, 0.7})),
+                .Last = static_cast<End>(weighted({16, 2, 2, 0.7})),
                 .Part = weighted({1, 1, 3}),
                 .Chunked = chance(30),
                 .Early = chance(25),
@@ -255,7 +255,7 @@ rc::Seq<Command> smallerCommands(const Command& command) {
         [](Command& c) { c.Number -= c.Number > 2 ? 1 : 0; },
         [](Command& c) { c.Then.Event -= c.Then.Event > 1 ? 1 : 0; },
         [](Command& c) { c.Answer.What = Kind::Success; },
-        [](Command& c) { c.Answer.Last = Plan::End::Whole; },
+        [](Command& c) { c.Answer.Last = End::Whole; },
         [](Command& c) { c.Answer.Size -= c.Answer.Size > 0 ? 1 : 0; },
         [](Command& c) { c.Answer.Chunked = false; },
         [](Command& c) { c.Answer.Early = false; },

@@ -61,19 +61,6 @@ struct Hook {
     bool Swallow = false; // what the call raises does not leave the host object
 };
 
-enum class Kind : std::uint8_t { Success, NotFound, Denied, Challenge, Redirect };
-
-// How a path is answered, in small numbers.
-struct Shape {
-    Kind What = Kind::Success;
-    std::uint8_t Size = 0; // index of kAnswerSizes
-    Plan::End Last = Plan::End::Whole;
-    std::uint8_t Part = 2;
-    bool Chunked = false;
-    bool Early = false;
-    bool Cookie = false;
-};
-
 // Plain data: sequences go to another process as they are.
 struct Command {
     Op What = Op::Create;
@@ -99,7 +86,6 @@ constexpr std::uint8_t kFieldNoExpect = 1;
 
 // Bytes of a request's content, by the number of SetPayload and SetProvider; 0 stands for none at all.
 constexpr std::array<std::size_t, 5> kRequestSizes{0, 0, 5, 40000, 200000};
-constexpr std::array<std::size_t, 4> kAnswerSizes{0, 5, 2000, 100000}; // by Shape::Size
 
 std::string describe(const Command& command);
 std::string describe(const Sequence& sequence); // a numbered line each

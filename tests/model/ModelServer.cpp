@@ -44,19 +44,19 @@ public:
 
     void run() {
         for (bool whole = true; whole && takeHead();) {
-            if (!Answer.Early && !takeBody()) {
+            if (!Answer.How.Early && !takeBody()) {
                 return;
             }
             whole = answer();
-            if (!whole && Answer.Last == Plan::End::Reset) {
+            if (!whole && Answer.How.Last == End::Reset) {
                 const linger atOnce{1, 0};
                 ::setsockopt(Socket.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
                 return;
             }
-            if (!whole && Answer.Last == Plan::End::Closed) {
+            if (!whole && Answer.How.Last == End::Closed) {
                 ::shutdown(Socket.get(), SHUT_WR); // what still comes in is read, or the close would be a reset
             }
-            if (Answer.Early && !takeBody()) {
+            if (Answer.How.Early && !takeBody()) {
                 return;
             }
         }
@@ -105,13 +105,13 @@ private:
             const std::lock_guard lock(Server.Guard);
             Number = Server.Requests.size();
             const auto found = Server.Plans.find(request.Path);
-            Answer = found == Server.Plans.end() ? Plan{.Status = 500} : found->second;
+            Answer = found == Server.Plans.end() ? Plan() : found->second;
             Server.Requests.push_back(std::move(request));
         }
-        if (Answer.Challenge && !fieldValue(Head, "Authorization")) {
+        if (Answer.How.What == Kind::Challenge && !fieldValue(Head, "Authorization")) {
             Answer.Status = 401;
         }
-        if (!Answer.Early && fieldValue(Head, "Expect")) {
+        if (!Answer.How.Early && fieldValue(Head, "Expect")) {
             transmit("HTTP/1.1 100 Continue\r\n\r\n");
         }
         return true;
@@ -150,31 +150,31 @@ private:
     // True where all of it has been sent.
     bool answer() {
         const std::string number = std::to_string(Number);
-        std::string content = contentOf("r" + number, Answer.Size);
+        std::string content = contentOf("r" + number, kAnswerSizes.at(Answer.How.Size));
         std::string bytes =
             "HTTP/1.1 " + std::to_string(Answer.Status) + " Model\r\nX-Request: " + number + "\r\n" +
-            (Answer.Chunked ? "Transfer-Encoding: chunked" : "Content-Length: " + std::to_string(content.size())) +
+            (Answer.How.Chunked ? "Transfer-Encoding: chunked" : "Content-Length: " + std::to_string(content.size())) +
             (Answer.Status == 401 ? "\r\nWWW-Authenticate: Basic realm=\"model\"" : "") +
             (Answer.Location.empty() ? "" : "\r\nLocation: " + Answer.Location) +
-            (Answer.Cookie ? "\r\nSet-Cookie: jar=" + number + "; Path=/" : "") + "\r\n\r\n";
+            (Answer.How.Cookie ? "\r\nSet-Cookie: jar=" + number + "; Path=/" : "") + "\r\n\r\n";
         std::unique_lock lock(Server.Guard);
         Request& request = Server.Requests[Number];
         const bool bare = request.Method == "HEAD";
-        const bool headIsAll = bare || (content.empty() && !Answer.Chunked);
-        const bool whole = Answer.Last == Plan::End::Whole || (Answer.Part > 0 && headIsAll);
+        const bool headIsAll = bare || (content.empty() && !Answer.How.Chunked);
+        const bool whole = Answer.How.Last == End::Whole || (Answer.How.Part > 0 && headIsAll);
         request.Status = Answer.Status;
         request.Whole = whole;
-        if (!whole && Answer.Part == 0) {
+        if (!whole && Answer.How.Part == 0) {
             return false;
         }
-        request.Cookie = Answer.Cookie;
+        request.Cookie = Answer.How.Cookie;
         if (!bare) {
             if (!whole) {
-                content.resize(Answer.Part == 2 ? content.size() / 2 : 0);
+                content.resize(Answer.How.Part == 2 ? content.size() / 2 : 0);
             }
             request.Content = content;
-            bytes += Answer.Chunked ? testsupport::chunked(content, 5000) : content;
-            if (Answer.Chunked && !whole) {
+            bytes += Answer.How.Chunked ? testsupport::chunked(content, 5000) : content;
+            if (Answer.How.Chunked && !whole) {
                 bytes.resize(bytes.size() - 5); // leaves out the last chunk
             }
         }

@@ -17,18 +17,27 @@
 
 namespace model {
 
-// What a path is answered with.
-struct Plan {
-    enum class End { Whole, Closed, Reset, Silent }; // how the answer ends
-    int Status = 200;
-    std::size_t Size = 0;   // of the content
-    bool Chunked = false;   // otherwise with a Content-Length
-    bool Early = false;     // as soon as the head is there, before the request's content
-    bool Cookie = false;    // sets the cookie "jar" to the number of the request
-    bool Challenge = false; // 401 as long as the request brings no credentials
-    std::string Location{};
+// Challenge: 401 as long as the request brings no credentials; Denied: always.
+enum class Kind : std::uint8_t { Success, NotFound, Denied, Challenge, Redirect };
+enum class End : std::uint8_t { Whole, Closed, Reset, Silent }; // of an answer
+
+constexpr std::array<std::size_t, 4> kAnswerSizes{0, 5, 2000, 100000};
+
+// How a path is answered, in small numbers.
+struct Shape {
+    Kind What = Kind::Success;
+    std::uint8_t Size = 0; // of the content, as an index of kAnswerSizes
     End Last = End::Whole;
-    int Part = 2; // what comes before an end that is not Whole. 0: nothing, 1: the head, 2: half of the content too
+    std::uint8_t Part = 2; // what comes before an End other than Whole. 0: nothing, 1: the head, 2: half of the content
+    bool Chunked = false;  // otherwise with a Content-Length
+    bool Early = false;    // as soon as the head is there, before the request's content
+    bool Cookie = false;   // sets the cookie "jar" to the number of the request
+};
+
+struct Plan {
+    Shape How{};
+    int Status = 500;
+    std::string Location{};
 };
 
 // One request and its answer.

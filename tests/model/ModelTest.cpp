@@ -67,12 +67,13 @@ bool receivePacket(const SocketHandle& channel, Elements& elements) {
 void work(const SocketHandle& channel, std::chrono::seconds patience) {
     const SocketHandle output = memoryFile("output"); // what the library writes there, or libcurl in its place
     const std::array files{memoryFile("saved"), memoryFile("saved from within")};
+    const auto nameOf = [](const SocketHandle& file) { return "/proc/self/fd/" + std::to_string(file.get()); };
     require(::dup2(output.get(), STDOUT_FILENO), "dup2");
     model::ModelServer server;
     for (Sequence sequence; receivePacket(channel, sequence);) {
         std::string problem;
         try {
-            problem = model::Runner(server, {files[0].get(), files[1].get()}, patience).run(sequence);
+            problem = model::Runner(server, {nameOf(files[0]), nameOf(files[1])}, patience).run(sequence);
         } catch (const std::exception& failure) {
             problem = std::string("the test itself failed: ") + failure.what() + '\n';
         }

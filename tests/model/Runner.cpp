@@ -5,6 +5,7 @@
 
 #include <Poco/Base64Encoder.h>
 
+#include <algorithm>
 #include <limits>
 #include <sstream>
 
@@ -21,6 +22,14 @@ std::string base64(const std::string& text) {
     std::ostringstream encoded;
     Poco::Base64Encoder(encoded) << text;
     return encoded.str();
+}
+
+[[noreturn]] void raise() {
+    throw vantik::Failure({"model", "Raised", {}, "raised on purpose"});
+}
+
+std::uint8_t counted(std::uint8_t& count) {
+    return count = static_cast<std::uint8_t>(std::min(count + 1, Hook::kAgain - 1));
 }
 
 } // namespace
@@ -151,15 +160,9 @@ Runner::Outcome Runner::setUrl(Slot& slot, const Command& command) {
     const int status = statuses.at(static_cast<std::size_t>(shape.What));
     slot.Path = "/" + slot.Instance + "/s" + std::to_string(++Serial);
     slot.Answer = shape;
-    Server.plan(slot.Path, {.Status = status == 401 ? status : status + indexOf(slot),
-                            .Size = kAnswerSizes.at(shape.Size),
-                            .Chunked = shape.Chunked,
-                            .Early = shape.Early,
-                            .Cookie = shape.Cookie,
-                            .Challenge = shape.What == Kind::Challenge,
-                            .Location = shape.What == Kind::Redirect ? Server.url(1 - slot.Port, "/elsewhere") : "",
-                            .Last = shape.Last,
-                            .Part = shape.Part});
+    Server.plan(slot.Path, {.How = shape,
+                            .Status = status == 401 ? status : status + indexOf(slot),
+                            .Location = shape.What == Kind::Redirect ? Server.url(1 - slot.Port, "/elsewhere") : ""});
     return succeeded(assign(slot, "URL", Server.url(slot.Port, slot.Path)));
 }
 
@@ -172,7 +175,7 @@ Runner::Outcome Runner::open(Slot& slot, const Command&) {
                       "Opening the connection is not possible from within");
     }
     // A server that falls silent needs limits; any other one is given the time that it takes.
-    slot.Limited = slot.Answer.Last == Plan::End::Silent;
+    slot.Limited = slot.Answer.Last == End::Silent;
     const double limit = slot.Limited ? kSilenceLimitMs : std::numeric_limits<double>::infinity();
     assign(slot, "TimeoutInMilliseconds", vantik::Array::doubles({kConnectLimitMs, limit, limit}));
     Outcome outcome = call(slot, "openConnection");
@@ -323,6 +326,100 @@ void Runner::finish() {
             apply({.What = op, .Object = object, .Answer = {.Size = 1}});
         }
     }
+}
+
+// Providers, consumers and reporters do their duty and, once, what a sequence wants of them.
+
+bool Runner::play(Memory& memory, std::uint8_t event) {
+    const Hook& hook = memory.Then;
+    if (Running == nullptr) {
+        wrong("a host object is called where nothing runs");
+        return false;
+    }
+    if (memory.Played || hook.Event != event || hook.What == Act::Nothing) {
+        return false;
+    }
+    memory.Played = true;
+    switch (hook.What) {
+    case Act::Interrupt:
+        Running->Allowed.insert({kInterrupted, kConnectionFailed});
+        Host->interrupt();
+        return false;
+    case Act::Raise:
+        Running->mustFail({kRaised});
+        raise();
+    case Act::Call: {
+        const std::string before = Now;
+        Now += ", from within";
+        const Outcome outcome = apply({hook.Nested, hook.Target, hook.Number});
+        Now = before;
+        if (outcome.failed() && !hook.Swallow) {
+            Running->mustFail({outcome.Identifier});
+            std::rethrow_exception(outcome.Raised);
+        }
+        return false;
+    }
+    default:
+        return true;
+    }
+}
+
+vantik::Object Runner::provider(const MemoryPtr& memory) {
+    const auto happen = [this, memory](std::uint8_t event) {
+        if (play(*memory, event)) {
+            Running->mustFail({kRaised});
+            raise();
+        }
+    };
+    vantik::ContentProvider provider;
+    provider.rewind = [memory, happen] {
+        memory->Position = 0;
+        happen(memory->Starts++ == 0 ? 0 : Hook::kAgain);
+    };
+    provider.read = [memory, happen](std::uint64_t wanted) {
+        happen(counted(memory->Calls));
+        const std::string piece = memory->Content.substr(memory->Position, wanted);
+        memory->Position += piece.size();
+        return vantik::Array::bytes(std::string_view(piece));
+    };
+    return vantik::makeProvider(*Host, provider);
+}
+
+vantik::Object Runner::consumer(const MemoryPtr& memory) {
+    vantik::ContentConsumer consumer;
+    consumer.start = [this, memory]() -> std::optional<double> {
+        memory->Content.clear();
+        if (Running != nullptr) {
+            Running->Started.push_back(memory);
+        }
+        play(*memory, 0);
+        return std::nullopt;
+    };
+    consumer.write = [this, memory](std::span<const std::byte> piece) -> vantik::Taken {
+        std::string_view bytes = vantik::asText(piece);
+        if (play(*memory, counted(memory->Calls))) {
+            if (memory->Then.What == Act::Stop) {
+                Running->mustFail({kTerminated});
+                return std::nullopt;
+            }
+            Running->Quiet = true;
+            bytes = bytes.substr(0, bytes.size() / 2);
+        }
+        memory->Content += bytes;
+        return bytes.size();
+    };
+    consumer.close = [this, memory] { play(*memory, Hook::kEnd); };
+    return vantik::makeConsumer(*Host, consumer);
+}
+
+vantik::Object Runner::reporter(const MemoryPtr& memory) {
+    return vantik::makeProgressReporter(*Host, [this, memory](std::uint64_t) {
+        if (!play(*memory, counted(memory->Calls))) {
+            return true;
+        }
+        Running->mustFail({kInterrupted, kConnectionFailed, kTerminated});
+        return false;
+    });
 }
 
 } // namespace model

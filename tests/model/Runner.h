@@ -24,10 +24,10 @@ namespace model {
 
 class Runner {
 public:
-    // `files`: descriptors of two files to save to, the second one from within another call. What takes longer
-    // than `patience` is interrupted, and so fails where nothing explains it.
-    Runner(ModelServer& server, std::array<int, 2> files, std::chrono::seconds patience)
-        : Server(server), Files(files), Patience(patience) {}
+    // `files`: names of two files to save to, the second one from within another call. What takes longer than
+    // `patience` is interrupted, and so fails where nothing explains it.
+    Runner(ModelServer& server, std::array<std::string, 2> files, std::chrono::seconds patience)
+        : Server(server), Files(std::move(files)), Patience(patience) {}
 
     // Plays it, ends the scope, and says what was wrong, a line each; empty where nothing was.
     std::string run(const Sequence& sequence);
@@ -54,16 +54,22 @@ private:
     };
     using MemoryPtr = std::shared_ptr<Memory>;
 
-    struct Slot {
-        std::optional<vantik::Object> Object;
+    // What shows whose a request is.
+    struct Sender {
         std::string Instance; // "i3": no other object of this sequence has it
         bool Older = false;   // interface
         std::size_t Port = 0;
+        std::string OpenPath;          // of the open connection
+        std::set<std::string> Cookies; // values of its own
+        std::string Credentials;       // as the field Authorization has them
+    };
+
+    struct Slot : Sender {
+        std::optional<vantik::Object> Object;
         Phase Now = Phase::Closed;
         std::string Path; // as set; empty: none
         Shape Answer;     // planned for it
         // Of the open connection
-        std::string OpenPath;
         Shape OpenAnswer;
         std::string Marker;       // "i3-7": of the latest open
         bool OptionsKept = false; // the handle may have options of an earlier request of this object
@@ -83,23 +89,15 @@ private:
         std::set<std::string> Encoded{""}; // older interface: what a send may have made of the text
         MemoryPtr Provider, Consumer, Reporter;
         std::uint8_t Login = kLoginNone;
-        std::string Credentials;             // as the field Authorization has them
-        std::set<std::string> Cookies;       // values of its own
         std::optional<std::string> Lead{""}; // led in through ResponsePayload; nothing: not known any more
     };
 
     // What is set when a call may send, for the requests that come of it.
-    struct Snapshot {
-        std::string Instance;
-        std::string Path;
-        std::size_t Port = 0;
+    struct Snapshot : Sender {
+        bool Basic = false;                  // Credentials go out at once
+        std::optional<std::string> Jar{};    // nothing: not known; empty: no cookie
         std::set<std::string> Bodies{};      // one of them
         std::optional<std::string> Method{}; // nothing: any of its own
-        std::set<std::string> Cookies;       // of its own
-        bool Basic = false;                  // Credentials go out at once
-        bool Older = false;
-        std::string Credentials;
-        std::optional<std::string> Jar; // nothing: not known; empty: no cookie
     };
 
     // The call that moves content at this moment.
@@ -152,10 +150,8 @@ private:
 
     // In RunnerTransfer.cpp
     Outcome receive(Slot& slot, const Command& command);
-    Outcome receiveFromWithin(const Slot& slot, Op op);
-    static Outcome callReceive(const Slot& slot, Op op, int file);
+    static Outcome callReceive(const Slot& slot, Op op, const std::string& file);
     void allowFailures(const Slot& slot, Op op, Run& run) const;
-    void judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file);
     void judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run);
     void judgeStatus(Slot& slot, const Outcome& outcome);
     void judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run);
@@ -163,13 +159,10 @@ private:
     void expectOwnStatus(const Slot& slot, int status);
     void expectLead(Slot& slot, std::string& bytes);
     Snapshot snapshot(Slot& slot) const;
-    int file() const { return Files[Running == nullptr ? 0 : 1]; }
-
-    // In RunnerRequests.cpp
+    const std::string& file() const { return Files[Running == nullptr ? 0 : 1]; }
     void checkRequests();
     std::string wrongRequest(const Request& request) const;
 
-    // In RunnerObjects.cpp
     vantik::Object provider(const MemoryPtr& memory);
     vantik::Object consumer(const MemoryPtr& memory);
     vantik::Object reporter(const MemoryPtr& memory);
@@ -188,7 +181,7 @@ private:
     bool runs(const Slot& slot) const { return Running != nullptr && Running->Object == indexOf(slot); }
 
     ModelServer& Server;
-    std::array<int, 2> Files;
+    std::array<std::string, 2> Files;
     std::chrono::seconds Patience;
     std::optional<vantik::Host> Host;
     std::array<Slot, kObjects> Slots;

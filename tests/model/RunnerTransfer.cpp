@@ -1,11 +1,11 @@
-// What may come of a call that sends or copies, by what has been before it and by what its host objects do.
+// What may come of a call that sends or copies, by what has been before it and by what its host objects do; and what
+// the server may see of it: each request whole as it was set, and nothing of one object with another's.
 #include "tests/model/Runner.h"
+#include "tests/support/process/TemporaryFolder.h"
 #include "tests/support/server/WireText.h"
 
-#include <cerrno>
-#include <string_view>
-#include <system_error>
-#include <unistd.h>
+#include <algorithm>
+#include <sstream>
 
 namespace model {
 namespace {
@@ -15,14 +15,17 @@ constexpr const char* kCopyFailed = "VANTIK:webservices:CopyContentToDataStreamE
 constexpr const char* kPartialFile = "VANTIK:webservices:PartialFileWarning";
 constexpr const char* kTimeout = "VANTIK:webservices:Timeout";
 constexpr const char* kStatusError = "VANTIK:webservices:StatusError";
-constexpr std::string_view kEarlier = "saved before";
+constexpr const char* kEarlier = "saved before";
 
-std::string saved(int file) {
-    std::string content(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
-    if (::pread(file, content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
-        throw std::system_error(errno, std::generic_category(), "the file saved to");
+std::vector<std::string> cookiesOf(const std::string& head) {
+    std::vector<std::string> cookies;
+    for (const auto& [name, value] : testsupport::fieldLines(head)) {
+        std::istringstream pairs(name == "Cookie" ? value : std::string());
+        for (std::string pair; std::getline(pairs >> std::ws, pair, ';');) {
+            cookies.push_back(pair);
+        }
     }
-    return content;
+    return cookies;
 }
 
 // The last one.
@@ -36,41 +39,29 @@ std::string markerOf(const Request& request) {
 
 } // namespace
 
-Runner::Outcome Runner::callReceive(const Slot& slot, Op op, int file) {
+Runner::Outcome Runner::callReceive(const Slot& slot, Op op, const std::string& file) {
     if (op == Op::Status) {
         const vantik::Object connection = *slot.Object; // the slot may change meanwhile
         return attempt([&](vantik::Array& result) { result = connection.get("ResponseCode"); });
     }
-    return op == Op::Save ? call(slot, "copyContentToFile", {"/proc/self/fd/" + std::to_string(file)})
+    return op == Op::Save ? call(slot, "copyContentToFile", {file})
                           : call(slot, "copyContentToByteArray", {op == Op::Copy});
-}
-
-Runner::Outcome Runner::receiveFromWithin(const Slot& slot, Op op) {
-    Outcome outcome = callReceive(slot, op, file());
-    if (op != Op::Status) {
-        return failed(outcome, kInternalError, "Copying the content is not possible from within");
-    }
-    if (outcome.failed()) {
-        return failed(outcome, kInternalError, "Sending the request is not possible from within");
-    }
-    expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
-    return outcome;
 }
 
 Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
     const Op op = command.What;
-    if (runs(slot)) {
-        return receiveFromWithin(slot, op);
-    }
-    const int target = file();
-    if (op == Op::Save && (::ftruncate(target, 0) != 0 || ::pwrite(target, kEarlier.data(), kEarlier.size(), 0) < 0)) {
-        throw std::system_error(errno, std::generic_category(), "the file to save to");
-    }
-    if (slot.Now == Phase::Closed) {
-        Outcome outcome = callReceive(slot, op, target);
-        judgeClosed(slot, op, outcome, target);
+    if (runs(slot)) { // from within itself
+        Outcome outcome = callReceive(slot, op, file());
+        if (op != Op::Status || outcome.failed()) {
+            return failed(outcome, kInternalError,
+                          op == Op::Status ? "Sending the request is not possible from within"
+                                           : "Copying the content is not possible from within");
+        }
+        expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
         return outcome;
     }
+    const std::string& target = file(); // that of the outermost call is another one
+    testsupport::writeFile(target, kEarlier);
     Run run{.Object = indexOf(slot), .ConsumerBefore = slot.Consumer};
     if (slot.Now == Phase::Opened || slot.Now == Phase::Spoilt) {
         slot.SentLogin = slot.Login;
@@ -78,9 +69,10 @@ Runner::Outcome Runner::receive(Slot& slot, const Command& command) {
         Sends[slot.Marker].push_back(snapshot(slot));
     }
     allowFailures(slot, op, run);
-    Running = &run;
+    Run* const outer = Running;
+    Running = slot.Now == Phase::Closed ? outer : &run; // a closed object calls no host object
     Outcome outcome = callReceive(slot, op, target);
-    Running = nullptr;
+    Running = outer;
     if (outcome.failed()) {
         judgeFailure(slot, op, outcome, run);
     } else if (run.MustFail) {
@@ -98,7 +90,7 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     const bool moves =
         slot.Now == Phase::Opened || slot.Now == Phase::Spoilt || (copies && slot.Now == Phase::Answered);
     if (!moves) {
-        if (copies && (slot.Now == Phase::Reopened || !slot.Empty)) {
+        if (copies && (slot.Now == Phase::Reopened || (slot.Now == Phase::Copied && !slot.Empty))) {
             run.mustFail({kInternalError});
         }
         return;
@@ -107,10 +99,10 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
         run.Allowed.insert({kInterrupted, kConnectionFailed});
     }
     const Shape& answer = slot.OpenAnswer;
-    if (answer.Last == Plan::End::Closed || answer.Last == Plan::End::Reset) {
+    if (answer.Last == End::Closed || answer.Last == End::Reset) {
         run.mayFail({kPartialFile, kConnectionRefused, kCopyFailed});
     }
-    if (answer.Last == Plan::End::Silent || slot.Limited) {
+    if (answer.Last == End::Silent || slot.Limited) {
         run.mayFail({kTimeout});
     }
     if (slot.Older && copies && answer.What != Kind::Success) {
@@ -130,26 +122,6 @@ void Runner::allowFailures(const Slot& slot, Op op, Run& run) const {
     }
 }
 
-// Sends nothing and copies nothing.
-void Runner::judgeClosed(Slot& slot, Op op, const Outcome& outcome, int file) {
-    if (succeeded(outcome).failed()) {
-        return;
-    }
-    if (op == Op::Status) {
-        expectOwnStatus(slot, static_cast<int>(outcome.Result.number()));
-    } else if (op == Op::Save) {
-        if (!saved(file).empty()) {
-            wrong("a closed object saves " + saved(file));
-        }
-    } else {
-        std::string bytes(outcome.Result.byteText());
-        expectLead(slot, bytes);
-        if (!bytes.empty()) {
-            wrong("a closed object returns " + std::to_string(bytes.size()) + " bytes");
-        }
-    }
-}
-
 void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& run) {
     if (!run.Allowed.contains(outcome.Identifier)) {
         wrong(outcome.words());
@@ -158,7 +130,7 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     if (slot.Lead != "") {
         slot.Lead.reset();
     }
-    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && saved(file()) != kEarlier) {
+    if (op == Op::Save && (slot.Now == Phase::Copied || slot.Given) && testsupport::readFile(file()) != kEarlier) {
         wrong("empties the file for content that is not to be had again");
     }
     if (slot.Now == Phase::Copied || slot.Now == Phase::Reopened) {
@@ -174,7 +146,8 @@ void Runner::judgeFailure(Slot& slot, Op op, const Outcome& outcome, const Run& 
     for (const auto& consumer : run.Started) {
         slot.Given |= !consumer->Content.empty();
     }
-    slot.Given |= op == Op::Save && !saved(file()).empty() && saved(file()) != kEarlier;
+    const std::string saved = testsupport::readFile(file());
+    slot.Given |= op == Op::Save && !saved.empty() && saved != kEarlier;
     slot.Now = Phase::Spoilt;
 }
 
@@ -208,9 +181,9 @@ std::optional<Request> Runner::answered(Slot& slot) {
 
 void Runner::judgeStatus(Slot& slot, const Outcome& outcome) {
     const int status = static_cast<int>(outcome.Result.number());
-    if (slot.Now == Phase::Spoilt) {
+    if (slot.Now == Phase::Closed || slot.Now == Phase::Spoilt) {
         expectOwnStatus(slot, status);
-        if (slot.OpenAnswer.Cookie) {
+        if (slot.Now == Phase::Spoilt && slot.OpenAnswer.Cookie) {
             Jar.reset();
         }
         return;
@@ -245,8 +218,8 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
     if (op != Op::Save) {
         expectLead(slot, bytes);
     }
-    if (slot.Now == Phase::Copied) { // and there was no content
-        if (!bytes.empty() || (op == Op::Save && !saved(file()).empty())) {
+    if (slot.Now == Phase::Closed || slot.Now == Phase::Copied) { // and there was no content
+        if (!bytes.empty() || (op == Op::Save && !testsupport::readFile(file()).empty())) {
             wrong("returns more than there was");
         }
         return;
@@ -279,7 +252,7 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
         wrong("returns bytes that were not asked for");
     }
     if (op == Op::Save) {
-        expect(saved(file()), "the file");
+        expect(testsupport::readFile(file()), "the file");
     }
     if (run.ConsumerBefore && run.ConsumerBefore == slot.Consumer && run.Started.size() != 1) {
         wrong("the consumer was started " + std::to_string(run.Started.size()) + " times");
@@ -296,14 +269,9 @@ void Runner::judgeCopy(Slot& slot, Op op, const Outcome& outcome, const Run& run
 }
 
 Runner::Snapshot Runner::snapshot(Slot& slot) const {
-    Snapshot made{.Instance = slot.Instance,
-                  .Path = slot.OpenPath,
-                  .Port = slot.Port,
-                  .Cookies = slot.Cookies,
-                  .Basic = slot.Login == kLoginBasic && !slot.Older,
-                  .Older = slot.Older,
-                  .Credentials = slot.Credentials,
-                  .Jar = Jar};
+    Snapshot made{slot};
+    made.Basic = slot.Login == kLoginBasic && !slot.Older;
+    made.Jar = Jar;
     if (slot.OpenAnswer.Cookie && (slot.Older || slot.SentLogin == kLoginSeveral)) {
         made.Jar.reset(); // a challenge may set one for the second request
     }
@@ -324,6 +292,74 @@ Runner::Snapshot Runner::snapshot(Slot& slot) const {
         made.Method = uploads && method != kMethodOwn ? "PUT" : methodName(slot, method);
     }
     return made;
+}
+
+void Runner::checkRequests() {
+    for (std::size_t number = 0; const Request& request : Server.requests()) {
+        const std::string problem = ModelServer::isOurs(request) ? "" : wrongRequest(request);
+        if (!problem.empty()) {
+            wrong("request " + std::to_string(number) + " " + problem + "\n" + request.Head);
+        }
+        ++number;
+    }
+}
+
+std::string Runner::wrongRequest(const Request& request) const {
+    std::string marker;
+    for (const auto& [name, value] : testsupport::fieldLines(request.Head)) {
+        if (name == "X-Marker") {
+            if (!marker.empty() && value.substr(0, value.find('-')) != marker.substr(0, marker.find('-'))) {
+                return "has fields of two objects";
+            }
+            marker = value;
+        }
+    }
+    const auto sent = Sends.find(marker);
+    if (sent == Sends.end()) {
+        return "is one that nobody has sent";
+    }
+    const std::vector<Snapshot>& sends = sent->second;
+    const Snapshot& first = sends.front();
+    if (request.Path != first.OpenPath || request.Port != first.Port) {
+        return "went to another place than that of its fields, " + first.OpenPath;
+    }
+    if (!request.Trouble.empty()) {
+        return "has broken content: " + request.Trouble;
+    }
+    const std::string credentials = testsupport::fieldValue(request.Head, "Authorization").value_or("");
+    const auto owner = Logins.find(credentials);
+    const bool nobody = first.Older && credentials == "Basic Og=="; // ":"
+    if (!credentials.empty() && !nobody && (owner == Logins.end() || owner->second != first.Instance)) {
+        return "has a login that is not its object's";
+    }
+    const auto any = [&](auto&& fits) { return std::any_of(sends.begin(), sends.end(), fits); };
+    if (!any([&](const Snapshot& send) { return !send.Basic || credentials == send.Credentials; })) {
+        return "lacks its login";
+    }
+    std::string jar;
+    for (const std::string& cookie : cookiesOf(request.Head)) {
+        if (cookie.starts_with("jar=")) {
+            jar = cookie.substr(4);
+        } else if (!any([&](const Snapshot& send) { return send.Cookies.contains(cookie); })) {
+            return "has a cookie that is not its object's, " + cookie;
+        }
+    }
+    if (!any([&](const Snapshot& send) { return !send.Jar || *send.Jar == jar; })) {
+        return "should have the cookie jar=" + first.Jar.value_or("");
+    }
+    const auto hasMethod = [&](const Snapshot& send) {
+        return send.Method ? request.Method == *send.Method
+                           : request.Method == "GET" || request.Method == "PUT" || request.Method == "HEAD" ||
+                                 request.Method == "STORE" + send.Instance;
+    };
+    if (!any(hasMethod)) {
+        return "should have the method " + first.Method.value_or("GET, PUT, HEAD or one of its own");
+    }
+    if (request.Ended && !any([&](const Snapshot& send) { return send.Bodies.contains(request.Body); })) {
+        return "ended well with other content than was set: " +
+               testsupport::difference(request.Body, *sends.back().Bodies.begin());
+    }
+    return {};
 }
 
 } // namespace model
