@@ -8,7 +8,7 @@
 #include <chrono>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <string_view>
+#include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
 #include <utility>
@@ -42,10 +42,12 @@ public:
         ::setsockopt(Socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     }
 
+    // Raises std::runtime_error where the peer has gone, or what it sends is not well formed.
     void run() {
-        for (bool whole = true; whole && takeHead();) {
-            if (!Answer.How.Early && !takeBody()) {
-                return;
+        for (bool whole = true; whole;) {
+            takeHead();
+            if (!Answer.How.Early) {
+                takeBody();
             }
             whole = answer();
             if (!whole && Answer.How.Last == End::Reset) {
@@ -56,51 +58,35 @@ public:
             if (!whole && Answer.How.Last == End::Closed) {
                 ::shutdown(Socket.get(), SHUT_WR); // what still comes in is read, or the close would be a reset
             }
-            if (Answer.How.Early && !takeBody()) {
-                return;
+            if (Answer.How.Early) {
+                takeBody();
             }
         }
-        while (receive()) { // after its last answer a connection is only read empty
-            Pending.clear();
-        }
+        testsupport::readToEnd(Socket);
     }
 
 private:
-    bool receive() {
-        const std::size_t before = Pending.size();
-        Pending.resize(before + 65536);
-        const ssize_t length = ::recv(Socket.get(), Pending.data() + before, Pending.size() - before, 0);
-        Pending.resize(before + static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-        return length > 0;
-    }
-
-    // A peer that has gone shows at the next receive.
-    void transmit(std::string_view bytes) {
-        while (!bytes.empty()) {
-            const ssize_t sent = ::send(Socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (sent < 0) {
-                return;
-            }
-            bytes.remove_prefix(static_cast<std::size_t>(sent));
+    void receive() {
+        const std::string more = testsupport::readSome(Socket);
+        if (more.empty()) {
+            throw std::runtime_error("the peer has gone");
         }
+        Pending += more;
     }
 
-    bool takeHead() {
+    void takeHead() {
         std::size_t end = 0;
         while ((end = Pending.find("\r\n\r\n")) == std::string::npos) {
-            if (!receive()) {
-                return false;
-            }
+            receive();
         }
         Request request;
         request.Port = Port;
-        request.Head = Pending.substr(0, end + 4);
+        request.Head = Head = Pending.substr(0, end + 4);
         Pending.erase(0, end + 4);
-        const std::string line = testsupport::startLine(request.Head);
+        const std::string line = testsupport::startLine(Head);
         const std::size_t blank = line.find(' ');
         request.Method = line.substr(0, blank);
         request.Path = line.substr(blank + 1, line.rfind(' ') - blank - 1);
-        Head = request.Head;
         {
             const std::lock_guard lock(Server.Guard);
             Number = Server.Requests.size();
@@ -112,26 +98,21 @@ private:
             Answer.Status = 401;
         }
         if (!Answer.How.Early && fieldValue(Head, "Expect")) {
-            transmit("HTTP/1.1 100 Continue\r\n\r\n");
+            testsupport::writeAll(Socket, "HTTP/1.1 100 Continue\r\n\r\n");
         }
-        return true;
     }
 
-    // False where the peer has gone before the end of the content, or the content is not well formed.
-    bool takeBody() {
+    void takeBody() {
         const bool chunked = fieldValue(Head, "Transfer-Encoding") == "chunked";
         std::size_t left = chunked ? 0 : std::stoull(fieldValue(Head, "Content-Length").value_or("0"));
         testsupport::ChunkedReader chunks;
-        do {
+        for (;; receive()) {
             const std::lock_guard lock(Server.Guard);
             Request& request = Server.Requests[Number];
             if (chunked) {
-                try {
-                    request.Ended = chunks.take(Pending);
-                } catch (const std::exception& failure) {
-                    request.Trouble = failure.what();
-                    return false;
-                }
+                request.Trouble = "not well formed";
+                request.Ended = chunks.take(Pending);
+                request.Trouble.clear();
                 request.Body = chunks.content();
             } else {
                 const std::size_t length = std::min(left, Pending.size());
@@ -141,10 +122,9 @@ private:
                 request.Ended = left == 0;
             }
             if (request.Ended) {
-                return true;
+                return;
             }
-        } while (receive());
-        return false;
+        }
     }
 
     // True where all of it has been sent.
@@ -179,7 +159,7 @@ private:
             }
         }
         lock.unlock();
-        transmit(bytes);
+        testsupport::writeAll(Socket, bytes);
         return whole;
     }
 
@@ -206,7 +186,10 @@ ModelServer::ModelServer() {
                     ++Open;
                 }
                 std::thread([this, port, taken = std::move(socket)]() mutable {
-                    Connection(*this, std::move(taken), port).run();
+                    try {
+                        Connection(*this, std::move(taken), port).run();
+                    } catch (const std::runtime_error&) {
+                    }
                     const std::lock_guard lock(Guard);
                     --Open;
                     Changed.notify_all();
