@@ -18,7 +18,7 @@ auto replaced(Replacement HostCalls::*replacement, Real* real, Arguments&... arg
 
 // Null for the call that is to fail.
 template <class Real, class... Arguments>
-void* allocated(int HostCalls::*failing, Real* real, Arguments&... arguments) noexcept {
+void* allocated(int HostCalls::*failing, Real* real, Arguments... arguments) noexcept {
     const bool fails = gCurrent != nullptr && gCurrent->*failing > 0 && --(gCurrent->*failing) == 0;
     return fails ? nullptr : real(arguments...);
 }
