@@ -1,6 +1,6 @@
 #include "tests/model/Commands.h"
 
-#include <array>
+#include <algorithm>
 #include <random>
 #include <utility>
 
