@@ -1,6 +1,7 @@
 #include "tests/exchange/ExchangeFixture.h"
 
 #include <exception>
+#include <utility>
 
 namespace testsupport {
 
@@ -11,11 +12,14 @@ ExchangeFixture::~ExchangeFixture() {
 }
 
 void ExchangeFixture::TearDown() {
-    for (const vantik::Object& object : Opened) {
+    closeOpened();
+}
+
+void ExchangeFixture::closeOpened() {
+    for (const Object& object : std::exchange(Opened, {})) {
         object.call("closeConnection");
     }
     expectScopeUsable();
-    Opened.clear();
 }
 
 std::string ExchangeFixture::outcomeOf(const std::function<void()>& action) {
@@ -36,51 +40,54 @@ std::string ExchangeFixture::keyOf(const std::function<void()>& action) {
     return outcome.substr(0, outcome.find('('));
 }
 
-vantik::Object ExchangeFixture::makeFor(const std::string& url, bool optionsMode) {
-    vantik::Object connection = makeAdapter(optionsMode);
+Object ExchangeFixture::makeFor(const std::string& url, bool optionsMode) {
+    Object connection = makeAdapter(optionsMode);
     connection.set("URL", url);
     return connection;
 }
 
-vantik::Object ExchangeFixture::open(const std::string& url, bool optionsMode) {
-    vantik::Object connection = makeFor(url, optionsMode);
+Object ExchangeFixture::open(const std::string& url, bool optionsMode) {
+    if (!Opened.empty()) {
+        closeOpened();
+    }
+    Object connection = makeFor(url, optionsMode);
     connection.call("openConnection");
     Opened.push_back(connection);
     return connection;
 }
 
-vantik::Object ExchangeFixture::openUpload(const std::string& url, const vantik::Array& content) {
-    vantik::Object connection = open(url);
+Object ExchangeFixture::openUpload(const std::string& url, const Array& content) {
+    Object connection = open(url);
     prepareUpload(connection, content);
     return connection;
 }
 
-void ExchangeFixture::prepareUpload(const vantik::Object& connection, const vantik::Array& content) {
+void ExchangeFixture::prepareUpload(const Object& connection, const Array& content) {
     connection.set("RequestMethod", "PUT");
     connection.call("removeField", {"Expect"});
     connection.set(content.className() == "uint8" ? "Payload" : "Provider", content);
 }
 
-void ExchangeFixture::openThroughProxy(const vantik::Object& connection, std::uint16_t port) {
+void ExchangeFixture::openThroughProxy(const Object& connection, std::uint16_t port) {
     connection.call("openProxyConnection",
-                    {vantik::Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(port)}})});
+                    {Array::structure({{"Host", "127.0.0.1"}, {"Port", static_cast<double>(port)}})});
 }
 
-void ExchangeFixture::setLogin(const vantik::Object& connection, const char* username, const char* password,
+void ExchangeFixture::setLogin(const Object& connection, const char* username, const char* password,
                                std::initializer_list<std::string_view> schemes) {
     connection.set("Username", username);
     connection.set("Password", password);
     connection.call("setAuthenticationSchemes",
-                    {vantik::Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), false});
+                    {Array::enumeration("vantik.net.http.AuthenticationScheme", schemes), false});
 }
 
-void ExchangeFixture::expectCopyRefused(const vantik::Object& connection, const std::string& failure) {
+void ExchangeFixture::expectCopyRefused(const Object& connection, const std::string& failure) {
     EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), failure);
     const std::string file = Folder.file("refused");
     writeFile(file, "older");
     EXPECT_EQ(outcomeOf([&] { connection.call("copyContentToFile", {file}); }), failure);
     EXPECT_EQ(readFile(file), "older");
-    const vantik::Array before = connection.get("Consumer");
+    const Array before = connection.get("Consumer");
     const ScriptedConsumer consumer = makeScriptedConsumer(host());
     connection.set("Consumer", consumer);
     EXPECT_EQ(outcomeOf([&] { copyToConsumer(connection); }), failure);

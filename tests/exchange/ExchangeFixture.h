@@ -17,6 +17,8 @@
 
 namespace testsupport {
 
+using vantik::Array;
+using vantik::Object;
 using Texts = std::vector<std::string>;
 
 // The beginning of an answer whose content is 9 bytes long.
@@ -89,42 +91,44 @@ protected:
     static std::string keyOf(const std::function<void()>& action);
 
     // A new object with its URL set, not opened.
-    vantik::Object makeFor(const std::string& url, bool optionsMode = true);
-    // The same opened. The fixture holds it, and closes it at the end of the test.
-    vantik::Object open(const std::string& url, bool optionsMode = true);
+    Object makeFor(const std::string& url, bool optionsMode = true);
+    // The same opened. The fixture holds it, and closes it before it opens another one and at the end of the test. Each
+    // time the scope has to be good for a plain exchange then, so tests go through their rows with this alone.
+    Object open(const std::string& url, bool optionsMode = true);
     // The same for a PUT of a byte array or of a provider's content, which goes out at once, in chunks.
-    vantik::Object openUpload(const std::string& url, const vantik::Array& content);
-    static void prepareUpload(const vantik::Object& connection, const vantik::Array& content);
+    Object openUpload(const std::string& url, const Array& content);
+    static void prepareUpload(const Object& connection, const Array& content);
 
     // Through a proxy on this machine.
-    static void openThroughProxy(const vantik::Object& connection, std::uint16_t port);
+    static void openThroughProxy(const Object& connection, std::uint16_t port);
     // Basic alone goes out with the first request. With several schemes the content goes out before libcurl knows that
     // it needs a login, and again with one.
-    static void setLogin(const vantik::Object& connection, const char* username, const char* password,
+    static void setLogin(const Object& connection, const char* username, const char* password,
                          std::initializer_list<std::string_view> schemes = {"Basic"});
-    // Where content goes to: the copies of the interface.
-    static void copyToConsumer(const vantik::Object& connection) { connection.call("copyContentToByteArray", {false}); }
+    static void copyToConsumer(const Object& connection) { connection.call("copyContentToByteArray", {false}); }
 
     // Copies into the byte array, into a file and into a consumer are each refused with this failure: the file keeps
     // what it holds, and the consumer is not even started.
-    void expectCopyRefused(const vantik::Object& connection, const std::string& failure);
+    void expectCopyRefused(const Object& connection, const std::string& failure);
 
     TemporaryFolder Folder;
 
 private:
-    std::vector<vantik::Object> Opened;
+    void closeOpened();
+
+    std::vector<Object> Opened;
     ProcessOutputCapture Output;
 };
 
 // The next piece of what the provider was given, for tests with a hook in front of it.
-inline vantik::Array nextPiece(const ScriptedProvider& provider, std::uint64_t wanted) {
+inline Array nextPiece(const ScriptedProvider& provider, std::uint64_t wanted) {
     const std::string piece = provider->Content.substr(provider->Position, wanted);
     provider->Position += piece.size();
-    return vantik::Array::bytes(piece);
+    return Array::bytes(piece);
 }
 
 // Has taken all of a piece.
-inline vantik::Array allOf(const std::string& piece) {
+inline Array allOf(const std::string& piece) {
     return static_cast<double>(piece.size());
 }
 

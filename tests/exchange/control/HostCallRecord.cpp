@@ -87,14 +87,6 @@ std::vector<std::string> HostCallRecord::linesWithoutCounts() const {
     return lines;
 }
 
-void HostCallRecord::enter(std::string line, const std::string& method) {
-    Lines.push_back(std::move(line));
-    const auto action = Actions.find(method);
-    if (action != Actions.end() && action->second) {
-        action->second();
-    }
-}
-
 } // namespace testsupport
 
 namespace {
@@ -129,7 +121,7 @@ VANTIK_HOST_API bool omCallMethod(vcos::InternedName className, vcos::InternedNa
         line += (i == 0 ? "" : ", ") + testsupport::argumentText(*record, arguments[i]);
     }
     line += ") -> " + std::to_string(resultCount) + (onlyStatic ? " static" : "");
-    record->enter(std::move(line), *methodName);
+    record->enter(std::move(line));
     const bool found =
         original(className, methodName, client, resultCount, results, argumentCount, arguments, onlyStatic);
     if (!found) {

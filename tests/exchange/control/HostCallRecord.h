@@ -1,13 +1,13 @@
-// Records every call that the loaded module makes into a host object, and can fail one before it reaches the object.
+// Records every call that the loaded module makes into a host object.
 //
 // The executable that links this stands in for the host's `omCallMethod` towards the module, and passes each call on.
 #pragma once
 
 #include "vantik/Object.h"
 
-#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -32,19 +32,15 @@ public:
     std::vector<std::string> linesWithoutCounts() const;
     void clear() { Lines.clear(); }
 
-    // Runs before a call of this method is passed on. What it raises leaves the call.
-    void beforeCallOf(const std::string& method, std::function<void()> action) { Actions[method] = std::move(action); }
-
     // For the function that stands in.
     static HostCallRecord* current() noexcept;
     const std::string& shown(const std::string& className) const;
-    void enter(std::string line, const std::string& method);
+    void enter(std::string line) { Lines.push_back(std::move(line)); }
     void noteAbsent() { Lines.back() += " absent"; }
 
 private:
     std::map<std::string, std::string> Names; // by class
     std::vector<std::string> Lines;
-    std::map<std::string, std::function<void()>> Actions;
 };
 
 } // namespace testsupport

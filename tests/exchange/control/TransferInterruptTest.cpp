@@ -6,45 +6,35 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <new>
-#include <stdexcept>
 
 namespace {
 
 using namespace testsupport;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using vantik::Array;
-using vantik::Object;
 
 class Interrupt : public HostCallFixture {};
 
-struct Moment {
-    const char* Name;
-    Script (*Server)(vantik::Host& host);
-    void (*BeforeTheCopy)(vantik::Host& host);
-};
-
 TEST_F(Interrupt, BeforeTheAnswerIsAFailedConnection) {
+    const auto interrupt = [this] { host().interrupt(); };
+    struct Moment {
+        const char* Name;
+        Script BeforeTheAnswer;
+        std::function<void()> BeforeTheCopy;
+    };
     for (const Moment& moment :
-         {Moment{"while the answer is awaited",
-                 [](vantik::Host& host) {
-                     return Script{step::expectHead(), step::run([&host] { host.interrupt(); }), step::awaitPeerEnd()};
-                 },
-                 [](vantik::Host&) {}},
-          {"before the transfer", [](vantik::Host&) { return breaksOff(""); },
-           [](vantik::Host& host) { host.interrupt(); }},
-          {"after a total time", [](vantik::Host&) { return breaksOff(""); },
-           [](vantik::Host& host) { host.interruptAfter(std::chrono::milliseconds(50)); }}}) {
+         {Moment{"while the answer is awaited", {step::run(interrupt)}, [] {}},
+          {"before the transfer", {}, interrupt},
+          {"after a total time", {}, [this] { host().interruptAfter(std::chrono::milliseconds(50)); }}}) {
         SCOPED_TRACE(moment.Name);
-        const Object connection = open(serve(moment.Server(host())).url("/"));
-        moment.BeforeTheCopy(host());
+        const Object connection =
+            open(serve(Script{step::expectHead()} + moment.BeforeTheAnswer + Script{step::awaitPeerEnd()}).url("/"));
+        moment.BeforeTheCopy();
         EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
         EXPECT_FALSE(host().interruptPending()) << "what was seen does not stay pending";
         EXPECT_TRUE(host().wasInterrupted()) << "this tells it from a failure of the network";
         host().clearInterrupt();
         EXPECT_FALSE(host().wasInterrupted());
-        expectScopeUsable(connection);
     }
 }
 
@@ -69,7 +59,6 @@ TEST_F(Interrupt, BeforeTheAnswerIsNotItsEnd) {
         EXPECT_EQ(connection.get("RedirectURL").text(), server.url("/moved"));
         EXPECT_EQ(server.record().Heads.size(), 1U);
         expectCopyRefused(connection, kCopiedAlready);
-        expectScopeUsable(connection);
     }
 }
 
@@ -86,19 +75,6 @@ TEST_F(Interrupt, WhileTheContentIsAwaitedKeepsWhatHadCome) {
     EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "interrupt by the host");
     EXPECT_FALSE(host().interruptPending());
     EXPECT_EQ(connection.get("ResponsePayload").byteText().substr(0, 4), "part");
-}
-
-TEST_F(Interrupt, EndsTheImpersonationWithTheSend) {
-    std::size_t entries = 0;
-    std::size_t exits = 0;
-    host().onImpersonation([&] { ++entries; }, [&] { ++exits; });
-    const Object connection =
-        open(serve({step::expectHead(), step::run([this] { host().interrupt(); }), step::awaitPeerEnd()}).url("/"));
-    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
-    EXPECT_EQ(entries, 1U);
-    EXPECT_EQ(exits, 1U);
-    EXPECT_EQ(host().impersonationDepth(), 0U);
-    host().onImpersonation({}, {});
 }
 
 TEST_F(Interrupt, ClosesAConsumerThatCannotBeToldOfItAndCannotSave) {
@@ -273,91 +249,5 @@ TEST_P(StoppedTransfer, TellsThoseConcernedWithABuffer) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, StoppedTransfer, ::testing::ValuesIn(stops()), kRowName);
-
-// What is raised in the two stages of a transfer, sending and copying, when something other than the transfer fails.
-// The two differ on purpose: an interrupt passes the one as it is and leaves the other as a failed connection.
-struct Raised {
-    void (*BeforeTheCall)(vantik::Host& host); // of the object
-    void (*InTheObject)();
-};
-const Raised kInterrupt{[](vantik::Host& host) { host.interrupt(); }, [] {}}; // the next poll raises it
-const Raised kHostFailure{
-    [](vantik::Host&) {},
-    [] {
-        throw vantik::Failure({"test:host", "Unreadable", {std::string("x.bin"), std::int64_t{7}}, "cannot read"});
-    }};
-const Raised kMemory{[](vantik::Host&) { throw std::bad_alloc(); }, [] {}};
-const Raised kStandard{[](vantik::Host&) { throw std::out_of_range("raised on the way"); }, [] {}};
-
-struct Raise {
-    const char* Name;
-    const char* At; // the method whose call raises it
-    bool OptionsMode;
-    const Raised& What;
-    const char* Caller;
-    double Status; // of the response, as the caller reads it afterwards; 0: there was none
-};
-
-constexpr const char* kByHost = "interrupt by the host";
-constexpr const char* kNoMemory = "VANTIK:webservices:ConnectionFailed(std::bad_alloc)";
-constexpr const char* kOutOfRange = "VANTIK:webservices:ConnectionFailed(raised on the way)";
-constexpr const char* kOfTheHost = "test:host:Unreadable(x.bin, 7)";
-
-// clang-format off
-const Raise kRaises[] = {
-    {"InterruptWhileSending",                 "getDataInternal", true,  kInterrupt,   kStopped,    0},
-    {"InterruptWhileSendingInTheOlderMode",   "getDataInternal", false, kInterrupt,   kStopped,    0},
-    {"HostFailureWhileSending",               "getDataInternal", true,  kHostFailure, kOfTheHost,  0},
-    {"MemoryWhileSending",                    "getDataInternal", true,  kMemory,      kNoMemory,   0},
-    {"MemoryWhileSendingInTheOlderMode",      "getDataInternal", false, kMemory,      kNoMemory,   0},
-    {"StandardWhileSending",                  "getDataInternal", true,  kStandard,    kOutOfRange, 0},
-    {"InterruptWhileCopying",                 "putDataInternal", true,  kInterrupt,   kByHost,     200},
-    {"InterruptWhileCopyingInTheOlderMode",   "putDataInternal", false, kInterrupt,   kByHost,     200},
-    {"HostFailureWhileCopying",               "putDataInternal", true,  kHostFailure, kOfTheHost,  200},
-    {"HostFailureWhileCopyingInTheOlderMode", "putDataInternal", false, kHostFailure, kOfTheHost,  200},
-    {"HostFailureInAReport",                  "update",          true,  kHostFailure, kOfTheHost,  200},
-    {"MemoryWhileCopying",                    "putDataInternal", true,  kMemory,      kNoMemory,   200},
-    {"MemoryWhileCopyingInTheOlderMode",      "putDataInternal", false, kMemory,      kNoMemory,   400},
-    {"StandardWhileCopying",                  "putDataInternal", true,  kStandard,    kOutOfRange, 200},
-    {"StandardWhileCopyingInTheOlderMode",    "putDataInternal", false, kStandard,    kOutOfRange, 400},
-    {"MemoryBeforeTheCopyInTheOlderMode",     "startInternal",   false, kMemory,      kNoMemory,   400},
-    {"StandardInAReportInTheOlderMode",       "update",          false, kStandard,    kOutOfRange, 400},
-};
-// clang-format on
-
-class RaisedOnTheWay : public HostCallFixture, public ::testing::WithParamInterface<Raise> {};
-
-TEST_P(RaisedOnTheWay, IsSortedByStage) {
-    const Raise& row = GetParam();
-    const std::string at = row.At;
-    Provider->OnRead = [&](int, std::uint64_t) {
-        row.What.InTheObject();
-        return Array::bytes("piece");
-    };
-    Consumer->OnPut = [&](int, const std::string& piece) {
-        if (at == "putDataInternal") {
-            row.What.InTheObject();
-        }
-        return allOf(piece);
-    };
-    Reporter->OnUpdate = [&](int, std::uint64_t) {
-        row.What.InTheObject();
-        return Array(true);
-    };
-    const Object connection = openDownload(serve(breaksOff(kPart)).url("/"), row.OptionsMode);
-    if (at == "getDataInternal") {
-        connection.set("RequestMethod", "PURGE"); // in the older mode PUT and POST have content of their own
-        connection.set("Provider", Provider);
-    }
-    Calls.beforeCallOf(at, [&] { row.What.BeforeTheCall(host()); });
-    EXPECT_EQ(outcomeOf([&] { copyToConsumer(connection); }), row.Caller);
-    Calls.beforeCallOf(at, {});
-    if (row.Status != 0) { // otherwise the request is due again, and asking for the status would send it
-        EXPECT_EQ(connection.get("ResponseCode").number(), row.Status);
-    }
-    EXPECT_FALSE(host().interruptPending());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, RaisedOnTheWay, ::testing::ValuesIn(kRaises), kRowName);
 
 } // namespace

@@ -2,8 +2,6 @@
 #include "tests/exchange/ExchangeFixture.h"
 #include "vantik/HostClass.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <malloc.h>
 #include <set>
@@ -11,8 +9,6 @@
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 constexpr std::size_t kLength = 48'000'000;
 // libcurl is paused once half a megabyte waits, and the buffer for it doubles as it grows. Far less than the content.

@@ -3,15 +3,11 @@
 #include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/ChallengedUpload.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 // Where a call comes from, in the order in which the places come in one exchange.
 enum class Place {

@@ -1,13 +1,9 @@
 // Several objects on the one pair of handles of a scope: what is one object's is not changed, shown or sent by another.
 #include "tests/exchange/ExchangeFixture.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 // How far the exchange of the open object has come.
 enum class Stage { Opened, StatusRead, Copied };

@@ -3,16 +3,12 @@
 #include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/ChallengedUpload.h"
 
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <stdexcept>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 enum class From { Memory, Provider };
 enum class After { Kept, Replaced, Cleared };

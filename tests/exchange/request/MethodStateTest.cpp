@@ -2,16 +2,12 @@
 #include "tests/exchange/ExchangeFixture.h"
 #include "tests/support/server/UnreachablePorts.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <filesystem>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 struct State {
     const char* Name;

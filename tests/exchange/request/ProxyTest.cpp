@@ -2,15 +2,12 @@
 #include "tests/exchange/ExchangeFixture.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 class Proxy : public ExchangeFixture {
 protected:
@@ -19,12 +16,10 @@ protected:
         openThroughProxy(connection, proxy.port());
         return connection;
     }
-    static Array proxyWith(const Array& port) { return Array::structure({{"Host", "127.0.0.1"}, {"Port", port}}); }
     // The answer of the built-in look-up: its host and its port.
     Texts lookUp() {
         const std::vector<Array> inputs = {"http://example.test/"};
         const Array info = host().callBuiltin("ws_base::getProxyInfoBuiltin", inputs);
-        EXPECT_EQ(info.fieldNames(), (Texts{"Host", "Port", "Username", "Password"}));
         return {info.field("Host").text(), std::to_string(static_cast<int>(info.field("Port").number()))};
     }
 };
@@ -97,21 +92,15 @@ TEST_F(Proxy, ThatCannotBeFoundIsNamed) {
 }
 
 // Taken for the number 0, a port without a number would send the request to the port that libcurl has for proxies.
-TEST_F(Proxy, PortThatCannotBeOneIsRefused) {
-    struct Row {
-        Array Port;
-        const char* Failure; // its beginning
-    };
-    for (const Row& row : {Row{65536.0, "VANTIK:host:Failure("},
-                           {-1.0, "VANTIK:host:Failure("},
-                           {1e300, "VANTIK:host:Failure("},
-                           {"3128", "VANTIK:vx:ExpectedClass(number, char)"},
-                           {Array::structure({{"Number", 3128.0}}), "VANTIK:vx:ExpectedClass(number, struct)"},
-                           {Array::enumeration("vantik.net.http.AuthenticationScheme", {"Basic"}),
-                            "VANTIK:vx:ExpectedClass(number, vantik.net.http.AuthenticationScheme)"}}) {
+TEST_F(Proxy, PortWithoutANumberIsRefused) {
+    for (const auto& [port, className] : {std::pair<Array, std::string>{"3128", "char"},
+                                          {Array::structure({{"Number", 3128.0}}), "struct"},
+                                          {Array::enumeration("vantik.net.http.AuthenticationScheme", {"Basic"}),
+                                           "vantik.net.http.AuthenticationScheme"}}) {
         const Object connection = makeFor("http://127.0.0.1:9/");
-        EXPECT_THAT(outcomeOf([&] { connection.call("openProxyConnection", {proxyWith(row.Port)}); }),
-                    ::testing::StartsWith(row.Failure));
+        const Array proxy = Array::structure({{"Host", "127.0.0.1"}, {"Port", port}});
+        EXPECT_EQ(outcomeOf([&] { connection.call("openProxyConnection", {proxy}); }),
+                  "VANTIK:vx:ExpectedClass(number, " + className + ")");
         expectScopeUsable(connection);
     }
 }

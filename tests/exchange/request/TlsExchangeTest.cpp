@@ -2,12 +2,9 @@
 #include "tests/exchange/ExchangeFixture.h"
 #include "tests/exchange/request/TlsServer.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace testsupport;
-using vantik::Object;
 
 const std::string kOwnName = "IP:127.0.0.1";
 const std::string kOtherName = "DNS:other.test";

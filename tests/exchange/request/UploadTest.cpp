@@ -1,13 +1,9 @@
 // Request content that arrives whole: from memory, from a provider, and as the text of the older interface.
 #include "tests/exchange/ExchangeFixture.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 const std::u16string kText = u"na\u00efve \u20ac";
 const std::string kUtf8 = "na\xc3\xafve \xe2\x82\xac";
@@ -132,7 +128,6 @@ TEST_F(Upload, ComesAgainWithEveryReopen) {
         connection.set("RequestMethod", "PUT");
         EXPECT_EQ(receiveBytes(connection), "taken");
         EXPECT_EQ(server.record().Bodies, (Texts{body, body}));
-        expectScopeUsable(connection);
     }
     EXPECT_EQ(provider->Starts, 2);
 }
@@ -155,29 +150,23 @@ TEST_F(Upload, WithoutContentIsAHeadAlone) {
         EXPECT_EQ(receiveBytes(connection), "none");
         EXPECT_EQ(server.record().Received, std::string(row.Method) + " / HTTP/1.1\r\nHost: " + server.authority() +
                                                 "\r\n" + row.Fields + "\r\n");
-        expectScopeUsable(connection);
     }
 }
 
 TEST_F(Upload, OfTheOlderInterfaceIsEncodedByItsContentType) {
     struct Row {
         const char* Method;
-        const char* ContentType; // empty: no such field
+        const char* ContentType;
         std::string Bytes;
     };
-    for (const Row& row : {Row{"POST", "text/plain; charset=utf-8", kUtf8},
+    for (const Row& row : {Row{"POST", "application/json", kUtf8},
                            {"PUT", "text/plain; charset=windows-1252", "na\xefve \x80"},
-                           {"PATCH", "text/plain; charset=\"UTF-8\"; x=y", kUtf8},
-                           {"POST", "application/json", kUtf8},
-                           {"POST", "", kUtf8}}) {
-        SCOPED_TRACE(row.ContentType);
+                           {"PATCH", "text/plain; charset=\"UTF-8\"; x=y", kUtf8}}) {
         ScriptedServer& server = serve({step::expectHead(), step::continueIfExpected(),
                                         step::expectBody(row.Bytes.size()), step::send(response("taken"))});
         const Object connection = open(server.url("/"), false);
         connection.set("RequestMethod", row.Method);
-        if (*row.ContentType != '\0') {
-            connection.call("setRequestProperty", {"Content-Type", row.ContentType});
-        }
+        connection.call("setRequestProperty", {"Content-Type", row.ContentType});
         connection.set("PostData", kText);
         EXPECT_EQ(receiveBytes(connection), "taken");
         const Record record = server.record();
@@ -185,7 +174,6 @@ TEST_F(Upload, OfTheOlderInterfaceIsEncodedByItsContentType) {
         EXPECT_EQ(fieldValue(record.Heads.at(0), "Content-Length"), std::to_string(row.Bytes.size()));
         EXPECT_EQ(fieldValue(record.Heads.at(0), "Transfer-Encoding"), std::nullopt);
         EXPECT_EQ(startLine(record.Heads.at(0)), std::string(row.Method) + " / HTTP/1.1");
-        expectScopeUsable(connection);
     }
 }
 
@@ -196,11 +184,8 @@ TEST_F(Upload, OfTextThatTheCharsetLacksIsRefusedUntilTheTextIsReplaced) {
     connection.set("RequestMethod", "POST");
     connection.call("setRequestProperty", {"Content-Type", "text/plain; charset=ISO-8859-1"});
     connection.set("PostData", kText);
-    const vantik::Message message = failureOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(message.identifier(), "VANTIK:webservices:EncodingFailure");
-    ASSERT_EQ(message.Arguments.size(), 3U);
-    EXPECT_EQ(std::get<std::string>(message.Arguments[0]), kUtf8);
-    EXPECT_EQ(std::get<std::string>(message.Arguments[1]), "ISO-8859-1");
+    const std::string failure = "VANTIK:webservices:EncodingFailure(" + kUtf8 + ", ISO-8859-1, ";
+    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }).substr(0, failure.size()), failure);
     EXPECT_FALSE(connection.get("Sent").truth());
     EXPECT_EQ(connection.get("Payload").size(), 0U);
     EXPECT_EQ(server.connectionCount(), 0U);

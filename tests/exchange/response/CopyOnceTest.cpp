@@ -1,15 +1,11 @@
 // What may be copied after a copy: the content of a response comes once, and never a part of it for all of it.
 #include "tests/exchange/ExchangeFixture.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 // The first exchange has 100,000 bytes, of which the last half comes once the test lets it; the second one is whole.
 class CopyOnce : public ExchangeFixture {
@@ -40,17 +36,6 @@ protected:
         EXPECT_EQ(outcomeOf(copy), byHost ? "interrupt by the host" : "interrupt by the program");
         Connection.set("ProgressReporter", Array());
     }
-    void expectSaveCannotGoOn(bool byHost) {
-        stopInTheMiddle([this] { save(); }, byHost);
-        const std::string part = saved();
-        EXPECT_EQ(difference(part, Content.substr(0, part.size())), "");
-        EXPECT_LT(part.size(), Content.size());
-        Server.raise("the rest");
-        expectCopyRefused(Connection, kCopiedAlready);
-        EXPECT_EQ(outcomeOf([this] { save(); }), kCopiedAlready);
-        EXPECT_EQ(difference(saved(), part), "") << "the file that was begun keeps what it has";
-        expectNextIsWhole();
-    }
     void stopByteArray() {
         stopInTheMiddle([this] { receiveBytes(Connection); });
     }
@@ -74,34 +59,46 @@ protected:
         EXPECT_EQ(receiveBytes(Connection), "next");
     }
 
+    // Nothing of the first exchange is left to copy, and the next one is whole.
+    void expectOver() {
+        expectCopyRefused(Connection, kCopiedAlready);
+        expectNextIsWhole();
+    }
+
     std::string Content;
     ScriptedServer& Server;
     Object Connection;
 };
 
-TEST_F(CopyOnce, SaveThatWasStoppedCannotGoOnInAnotherFile) {
-    expectSaveCannotGoOn(false);
+class StoppedSave : public CopyOnce, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(StoppedSave, CannotGoOnInAnotherFile) {
+    stopInTheMiddle([this] { save(); }, GetParam());
+    const std::string part = saved();
+    EXPECT_EQ(difference(part, Content.substr(0, part.size())), "");
+    EXPECT_LT(part.size(), Content.size());
+    Server.raise("the rest");
+    expectCopyRefused(Connection, kCopiedAlready);
+    EXPECT_EQ(outcomeOf([this] { save(); }), kCopiedAlready);
+    EXPECT_EQ(difference(saved(), part), "") << "the file that was begun keeps what it has";
+    expectNextIsWhole();
 }
 
-TEST_F(CopyOnce, SaveThatWasInterruptedCannotGoOnInAnotherFile) {
-    expectSaveCannotGoOn(true);
-}
+INSTANTIATE_TEST_SUITE_P(ByHost, StoppedSave, ::testing::Bool());
 
 TEST_F(CopyOnce, FileIsWholeAndComesOnce) {
     Server.raise("the rest");
     save();
     EXPECT_EQ(outcomeOf([&] { save(); }), kCopiedAlready);
     EXPECT_EQ(difference(saved(), Content), "");
-    expectCopyRefused(Connection, kCopiedAlready);
-    expectNextIsWhole();
+    expectOver();
 }
 
 TEST_F(CopyOnce, ByteArrayIsWholeAndComesOnce) {
     Server.raise("the rest");
     EXPECT_EQ(difference(receiveBytes(Connection), Content), "");
-    expectCopyRefused(Connection, kCopiedAlready);
     EXPECT_EQ(Connection.get("ResponsePayload").size(), 0U);
-    expectNextIsWhole();
+    expectOver();
 }
 
 TEST_F(CopyOnce, ConsumerGetsTheContentAndNobodyElse) {
@@ -110,8 +107,7 @@ TEST_F(CopyOnce, ConsumerGetsTheContentAndNobodyElse) {
     Connection.set("Consumer", consumer);
     copyToConsumer(Connection);
     EXPECT_EQ(difference(consumer->content(), Content), "");
-    expectCopyRefused(Connection, kCopiedAlready);
-    expectNextIsWhole();
+    expectOver();
 }
 
 // What a consumer does with its second piece, and what the caller of the copy sees.
@@ -134,7 +130,7 @@ const Stop kStops[] = {
 
 class StoppedByTheConsumer : public CopyOnce, public ::testing::WithParamInterface<Stop> {
 protected:
-    void expectOver(bool toBuffer) {
+    void expectNothingMore(bool toBuffer) {
         const Stop& stop = GetParam();
         const ScriptedConsumer consumer = makeScriptedConsumer(host());
         consumer->OnStart = [] { return Array(10'000.0); };
@@ -156,11 +152,11 @@ protected:
 };
 
 TEST_P(StoppedByTheConsumer, CopyCannotGoOn) {
-    expectOver(false);
+    expectNothingMore(false);
 }
 
 TEST_P(StoppedByTheConsumer, CopyIntoTheBufferCannotGoOn) {
-    expectOver(true);
+    expectNothingMore(true);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, StoppedByTheConsumer, ::testing::ValuesIn(kStops), kRowName);
@@ -201,8 +197,7 @@ TEST_F(CopyOnce, ByteArrayThatWasStoppedGoesOnToTheWholeInAByteArrayAlone) {
     stopByteArray();
     kept();
     EXPECT_EQ(difference(receiveBytes(Connection), Content), "");
-    expectCopyRefused(Connection, kCopiedAlready);
-    expectNextIsWhole();
+    expectOver();
 }
 
 TEST_F(CopyOnce, BytesThatWereKeptNeverLeadTheNextContent) {
@@ -247,8 +242,7 @@ TEST_F(CopyOnce, BytesOfTheHostStayAndLeadTheContent) {
     Connection.set("ResponsePayload", Array::bytes("lead "));
     stopByteArray();
     const std::string kept(Connection.get("ResponsePayload").byteText());
-    EXPECT_EQ(kept.substr(0, 5), "lead ");
-    EXPECT_EQ(difference(kept.substr(5), Content.substr(0, kept.size() - 5)), "");
+    EXPECT_EQ(kept, ("lead " + Content).substr(0, kept.size()));
     reopen();
     EXPECT_EQ(Connection.get("ResponsePayload").byteText(), "lead ");
     EXPECT_EQ(receiveBytes(Connection), "lead next");
@@ -259,8 +253,7 @@ TEST_F(CopyOnce, BytesOfTheHostLeadTheWholeThatGoesOn) {
     stopByteArray();
     Server.raise("the rest");
     EXPECT_EQ(difference(receiveBytes(Connection), "lead " + Content), "");
-    expectCopyRefused(Connection, kCopiedAlready);
-    expectNextIsWhole();
+    expectOver();
 }
 
 TEST_F(CopyOnce, BytesOfTheHostAreAllThatAClosedConnectionHas) {

@@ -1,13 +1,9 @@
 // One request, step by step: a GET that is read into a byte array, and what the caller learns of the answer.
 #include "tests/exchange/ExchangeFixture.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 using namespace testsupport;
-using vantik::Array;
-using vantik::Object;
 
 class GetExchange : public ExchangeFixture {};
 
@@ -67,28 +63,21 @@ TEST_F(GetExchange, SendsWhenAPropertyOfTheResponseIsRead) {
     EXPECT_EQ(server.record().Heads.size(), 1U);
 }
 
-TEST_F(GetExchange, FindsAFieldWhateverItsCase) {
-    ScriptedServer& server = serve(answers(response("", {"X-Twice: first", "x-twice: second", "X-Empty:"})));
+TEST_F(GetExchange, ReadsTheFirstFieldOfANameWhateverItsCaseAsTheHostsNarrowText) {
+    ScriptedServer& server =
+        serve(answers(response("raw", {"Content-Type: a/b; name=caf\u00e9", "content-ENCODING: \u4e2d",
+                                       "Content-Encoding: second", "X-Name: gr\u00fc\u00df dich", "X-Empty:"})));
     const Object connection = open(server.url("/"));
-    receiveBytes(connection);
-    EXPECT_EQ(connection.call("getResponseField", {"X-TWICE"}).text(), "first");
+    connection.set("Decode", false);
+    EXPECT_EQ(connection.get("ContentType").text(), "a/b; name=caf\u00e9");
+    EXPECT_EQ(connection.get("ContentEncoding").text(), "\u4e2d");
+    EXPECT_EQ(connection.call("getResponseField", {"x-NAME"}).text(), "gr\u00fc\u00df dich");
     for (const char* name : {"X-Absent", "X-Empty"}) {
         const Array value = connection.call("getResponseField", {name});
         EXPECT_TRUE(value.empty()) << name;
         EXPECT_EQ(value.className(), Array().className()) << name;
     }
-    EXPECT_EQ(connection.call("getResponseFields").dimensions(), (std::vector<std::size_t>{1, 4}));
-}
-
-TEST_F(GetExchange, ReadsTheFirstFieldOfANameAsTheHostsNarrowText) {
-    ScriptedServer& server =
-        serve(answers(response("raw", {"Content-Type: a/b; name=caf\u00e9", "content-ENCODING: \u4e2d",
-                                       "Content-Encoding: second", "X-Name: gr\u00fc\u00df dich"})));
-    const Object connection = open(server.url("/"));
-    connection.set("Decode", false);
-    EXPECT_EQ(connection.get("ContentType").text(), "a/b; name=caf\u00e9");
-    EXPECT_EQ(connection.get("ContentEncoding").text(), "\u4e2d");
-    EXPECT_EQ(connection.call("getResponseField", {"x-name"}).text(), "gr\u00fc\u00df dich");
+    EXPECT_EQ(connection.call("getResponseFields").dimensions(), (std::vector<std::size_t>{1, 6}));
     EXPECT_EQ(receiveBytes(connection), "raw");
 }
 
@@ -107,11 +96,6 @@ TEST_F(GetExchange, WithoutABufferAndAConsumerIsGoodForAnEmptyResponse) {
     const Object connection = open(server.url("/"));
     EXPECT_EQ(connection.call("copyContentToByteArray", {false}).size(), 0U);
     EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-}
-
-TEST_F(GetExchange, ReadsItsUrlBackInAscii) {
-    EXPECT_EQ(makeFor("HTTP://b\u00fccher.Example/\u00e4?\u00f6#\u00fc").get("URL").text(),
-              "http://xn--bcher-kva.example/%C3%A4?%C3%B6#%C3%BC");
 }
 
 class Redirect : public ExchangeFixture {};
@@ -137,7 +121,6 @@ TEST_F(Redirect, IsResolvedAndNotFollowed) {
         EXPECT_EQ(receiveBytes(connection), "moved");
         EXPECT_EQ(connection.get("ResponseCode").number(), 302.0);
         EXPECT_EQ(server.record().Heads.size(), 1U);
-        expectScopeUsable(connection);
     }
 }
 
