@@ -95,4 +95,19 @@ void ExchangeFixture::expectCopyRefused(const Object& connection, const std::str
     connection.set("Consumer", before);
 }
 
+void ExchangeFixture::expectObjectUsable(const Object& connection) {
+    const ScriptedServer& next = serve(answers(response("good again")));
+    connection.call("closeConnection");
+    for (const char* property : {"Provider", "Consumer", "ProgressReporter", "Payload"}) {
+        connection.set(property, Array());
+    }
+    connection.set("URL", next.url("/again"));
+    connection.call("openConnection");
+    connection.set("RequestMethod", "GET");
+    EXPECT_EQ(receiveBytes(connection), "good again");
+    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    EXPECT_EQ(startLine(next.record().Heads.at(0)), "GET /again HTTP/1.1");
+    expectScopeUsable(connection);
+}
+
 } // namespace testsupport

@@ -111,6 +111,9 @@ protected:
     // what it holds, and the consumer is not even started.
     void expectCopyRefused(const Object& connection, const std::string& failure);
 
+    // Whatever has become of its exchange, after a close the same object is good for a plain one with another server.
+    void expectObjectUsable(const Object& connection);
+
     TemporaryFolder Folder;
 
 private:

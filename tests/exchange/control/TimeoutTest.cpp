@@ -51,17 +51,9 @@ const SilenceRow kSilenceRows[] = {
     {true, {5000, 150, -kUnlimited}, "0.150", "HTTPOptions.ResponseTimeout"},
 };
 
-TEST_F(Timeouts, SilentServerOnAFreshConnection) {
-    for (const SilenceRow& row : kSilenceRows) {
-        ScriptedServer& server = serve(breaksOff(""));
-        expectTimeout(openWithTimeouts(server.url("/"), Array::doubles(row.Limits), row.OptionsMode), row.Seconds,
-                      row.Option);
-    }
-}
-
 // The time of connecting reads as zero for the whole of a transfer on a connection that is used again; the limits hold
 // all the same.
-TEST_F(Timeouts, SilentServerOnAReusedConnection) {
+TEST_F(Timeouts, SilentServerOnAFreshAndOnAReusedConnection) {
     for (const SilenceRow& row : kSilenceRows) {
         ScriptedServer& server = serve(answers(response("first")) + breaksOff(""));
         const Object connection = openWithTimeouts(server.url("/"), Array::doubles({60000}), row.OptionsMode);
@@ -70,6 +62,8 @@ TEST_F(Timeouts, SilentServerOnAReusedConnection) {
         connection.call("openConnection");
         expectTimeout(connection, row.Seconds, row.Option);
         EXPECT_EQ(server.connectionCount(), 1U);
+        expectTimeout(openWithTimeouts(serve(breaksOff("")).url("/"), Array::doubles(row.Limits), row.OptionsMode),
+                      row.Seconds, row.Option);
     }
 }
 

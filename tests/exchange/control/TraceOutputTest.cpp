@@ -104,13 +104,6 @@ TEST_F(TraceOutput, OfContent) {
     }
 }
 
-TEST_F(TraceOutput, OfAnInterimHeadReportsFieldsThatAreNotExpected) {
-    const Object connection =
-        openTraced(serve(answers("HTTP/1.1 100 Continue\r\nX-Extra: 1\r\n\r\n" + response("x"))).url("/"), 1);
-    receiveBytes(connection);
-    expectInOrder(written(), {"UNEXPECTED HEADERS FOR RESPONSE 100 TO GET\nHTTP/1.1 100 Continue\nX-Extra: 1\n\n"});
-}
-
 TEST_F(TraceOutput, ShowsCredentialsOnTheWireAndNoPasswordByName) {
     const Object connection = openTraced(serve(answers(response(""))).url("/"), 1);
     setLogin(connection, "someone", "secret word");

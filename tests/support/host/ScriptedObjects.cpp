@@ -48,6 +48,17 @@ vantik::Array nextPiece(ProviderState& state, std::uint64_t wanted) {
     return vantik::Array::bytes(piece);
 }
 
+void note(Journal* journal, const std::string& call) {
+    if (journal != nullptr) {
+        journal->push_back(call);
+    }
+}
+
+void noteConsumer(ConsumerState& state, const std::string& call) {
+    state.Calls.push_back(call);
+    note(state.Shared, "consumer " + call);
+}
+
 } // namespace
 
 std::string ConsumerState::content() const {
@@ -65,6 +76,7 @@ ScriptedProvider makeScriptedProvider(vantik::Host& host, std::string content, c
     maker.method("startInternal", [state](Inputs) -> Results {
         ++state->Starts;
         state->Position = 0;
+        note(state->Shared, "provider start");
         if (state->OnStart) {
             state->OnStart(state->Starts);
         }
@@ -73,6 +85,7 @@ ScriptedProvider makeScriptedProvider(vantik::Host& host, std::string content, c
     maker.method("getDataInternal", [state](Inputs inputs) -> Results {
         const std::uint64_t wanted = inputs[1].unsignedInteger();
         state->Wanted.push_back(wanted);
+        note(state->Shared, "provider get " + std::to_string(wanted));
         const int call = static_cast<int>(state->Wanted.size());
         return {state->OnRead ? state->OnRead(call, wanted) : nextPiece(*state, wanted)};
     });
@@ -83,31 +96,31 @@ ScriptedConsumer makeScriptedConsumer(vantik::Host& host, const Missing& missing
     auto state = std::make_shared<ConsumerState>();
     ClassMaker maker(freshClassName("Consumer"), "vantik.net.http.io.ContentConsumer", missing);
     maker.method("startInternal", [state](Inputs) -> Results {
-        state->Calls.emplace_back("start");
+        noteConsumer(*state, "start");
         return {state->OnStart ? state->OnStart() : vantik::Array()};
     });
     maker.method("putDataInternal", [state](Inputs inputs) -> Results {
         const std::string piece(inputs[1].byteText());
-        state->Calls.push_back("put " + std::to_string(piece.size()));
+        noteConsumer(*state, "put " + std::to_string(piece.size()));
         state->Pieces.push_back(piece);
         state->Shapes.push_back(inputs[1].dimensions());
         const int call = static_cast<int>(state->Pieces.size());
         return {state->OnPut ? state->OnPut(call, piece) : vantik::Array(static_cast<double>(piece.size()))};
     });
     maker.method("closeInternal", [state](Inputs) -> Results {
-        state->Calls.emplace_back("close");
+        noteConsumer(*state, "close");
         if (state->OnClose) {
             state->OnClose();
         }
         return {};
     });
     maker.method("interruptInternal", [state](Inputs) -> Results {
-        state->Calls.emplace_back("interrupt");
+        noteConsumer(*state, "interrupt");
         return {};
     });
     maker.method("savePayloadInternal", [state](Inputs inputs) -> Results {
         state->Saved = inputs[1].byteText();
-        state->Calls.push_back("save " + std::to_string(state->Saved.size()));
+        noteConsumer(*state, "save " + std::to_string(state->Saved.size()));
         return {};
     });
     return {maker.makeIn(host), state};
@@ -118,6 +131,7 @@ ScriptedReporter makeScriptedReporter(vantik::Host& host, const Missing& missing
     ClassMaker maker(freshClassName("Reporter"), "vantik.net.http.internal.ProgressReporter", missing);
     maker.method("update", [state](Inputs inputs) -> Results {
         state->Counts.push_back(inputs[1].unsignedInteger());
+        note(state->Shared, "report " + std::to_string(state->Counts.back()));
         const int call = static_cast<int>(state->Counts.size());
         return {state->OnUpdate ? state->OnUpdate(call, state->Counts.back()) : vantik::Array(true)};
     });

@@ -18,6 +18,10 @@ namespace testsupport {
 // Names of methods that the class of an object is to lack.
 using Missing = std::set<std::string>;
 
+// The calls of several objects in their order: "provider start", "provider get 16384", "consumer put 100", "report
+// 100".
+using Journal = std::vector<std::string>;
+
 // Gives `Content` in pieces as large as wanted, from the start again after each start, unless `OnRead` says otherwise.
 struct ProviderState {
     std::string Content;
@@ -26,6 +30,7 @@ struct ProviderState {
     std::function<vantik::Array(int call, std::uint64_t wanted)> OnRead;
     int Starts = 0;
     std::vector<std::uint64_t> Wanted; // one entry a read
+    Journal* Shared = nullptr;         // each call goes there too
 };
 
 // Takes everything unless `OnPut` says otherwise. `OnStart` gives the answer to the start: nothing by default.
@@ -37,6 +42,7 @@ struct ConsumerState {
     std::vector<std::string> Pieces;
     std::vector<std::vector<std::size_t>> Shapes; // dimensions of each piece
     std::string Saved;                            // what savePayloadInternal was given
+    Journal* Shared = nullptr;                    // each call goes there too
 
     std::string content() const; // all pieces together
 };
@@ -45,6 +51,7 @@ struct ConsumerState {
 struct ReporterState {
     std::function<vantik::Array(int call, std::uint64_t bytes)> OnUpdate;
     std::vector<std::uint64_t> Counts;
+    Journal* Shared = nullptr; // each call goes there too
 };
 
 // An object of a class made for it, together with what it remembers.
