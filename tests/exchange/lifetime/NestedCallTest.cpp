@@ -111,19 +111,6 @@ protected:
         EXPECT_EQ(Provider->Starts, 1);
         EXPECT_GE(Runs, 1) << "nothing was tried";
     }
-    // The object is still good for another exchange, also in the hands of another server.
-    void expectUsable() {
-        ScriptedServer& next = serve(answers(response("next")));
-        Connection.call("closeConnection");
-        for (const char* property : {"Provider", "Consumer", "ProgressReporter", "Payload"}) {
-            Connection.set(property, Array());
-        }
-        Connection.set("URL", next.url("/next"));
-        Connection.call("openConnection");
-        EXPECT_EQ(receiveBytes(Connection), "next");
-        EXPECT_EQ(startLine(next.record().Heads.at(0)), "GET /next HTTP/1.1");
-        Connection.call("closeConnection");
-    }
 
     std::string Sent;
     std::string Answer;
@@ -191,7 +178,7 @@ TEST_P(NestedCall, LeavesTheRunningTransferWhole) {
     openUpload();
     expectWhole();
     EXPECT_EQ(outcome, call.Sends && place == Place::ProviderStart ? refusalOf("Sending the request") : call.Outcome);
-    expectUsable();
+    expectObjectUsable(Connection);
 }
 
 INSTANTIATE_TEST_SUITE_P(Refused, NestedCall,
@@ -212,7 +199,7 @@ TEST_P(NestedFailure, ReachesTheCaller) {
     openUpload();
     EXPECT_EQ(outcomeOf([&] { receiveBytes(Connection); }), refusalOf("Closing the connection"));
     EXPECT_EQ(outcomeOf([&] { makeAdapter(); }), kOnlyOneTransfer) << "it was not closed";
-    expectUsable();
+    expectObjectUsable(Connection);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, NestedFailure,

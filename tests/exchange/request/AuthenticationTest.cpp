@@ -38,15 +38,6 @@ TEST_F(Authentication, BasicIsSentAtOnceOrAfterAChallengeOrNotAtAll) {
     }
 }
 
-TEST_F(Authentication, CredentialsAreEncodedAsWindows1252) {
-    ScriptedServer& server = serve(answers(response("")));
-    const Object connection = open(server.url("/"));
-    setLogin(connection, "\u00e9", "\u20ac");
-    receiveBytes(connection);
-    EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Authorization"), "Basic 6TqA"); // E9 3A 80
-    EXPECT_EQ(connection.get("Username").text(), "\u00e9");
-}
-
 TEST_F(Authentication, ChallengeIsAnsweredWithinOneTransfer) {
     ScriptedServer& server = serve(answers(kChallenge) + answers(response("welcome")));
     const Object connection = open(server.url("/"));

@@ -84,13 +84,6 @@ TEST_F(Proxy, ThatOpensTheTunnelExcusesNothingAfterIt) {
     }
 }
 
-TEST_F(Proxy, ThatCannotBeFoundIsNamed) {
-    const Object connection = makeFor("http://127.0.0.1:9/");
-    connection.set("TimeoutInMilliseconds", Array::doubles({60000}));
-    connection.call("openProxyConnection", {Array::structure({{"Host", "no-such-proxy.invalid"}, {"Port", 3128.0}})});
-    EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), "VANTIK:webservices:UnknownHost(no-such-proxy.invalid)");
-}
-
 // Taken for the number 0, a port without a number would send the request to the port that libcurl has for proxies.
 TEST_F(Proxy, PortWithoutANumberIsRefused) {
     for (const auto& [port, className] : {std::pair<Array, std::string>{"3128", "char"},

@@ -1,6 +1,5 @@
 // Method and fields as they go out, as they read back, and fields that are refused before anything goes out.
 #include "tests/exchange/ExchangeFixture.h"
-#include "tests/support/server/UnreachablePorts.h"
 
 #include <algorithm>
 
@@ -111,15 +110,6 @@ TEST_F(RequestFields, BadLengthSendsNothingAndIsForgottenByAReopen) {
     connection.call("openConnection");
     EXPECT_EQ(receiveBytes(connection), "ok");
     EXPECT_EQ(server.record().Received, "GET / HTTP/1.1\r\nHost: " + server.authority() + "\r\n\r\n");
-}
-
-TEST_F(RequestFields, OfARequestThatNeverLeftAreThoseThatWereSet) {
-    const RefusingPort refusing;
-    const Object connection = open(refusing.url("/"));
-    connection.call("setRequestProperty", {"X-Set", "1"});
-    connection.call("setRequestProperty", {"X-Removed", ""});
-    failureOf([&] { receiveBytes(connection); });
-    EXPECT_EQ(fieldTexts(connection.call("getRequestFields")), Texts{"X-Set: 1"});
 }
 
 } // namespace

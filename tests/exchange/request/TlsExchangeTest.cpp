@@ -91,28 +91,22 @@ protected:
     }
 };
 
-// The proxy's 200 is interim; the answer of the server behind it takes its place.
+// The proxy's 200 is interim; any other success of it is a final head. The server's takes the place of either.
 TEST_F(TlsTunnel, HeadOfTheServerTakesThePlaceOfTheProxys) {
-    const TlsServer proxy("DNS:origin.test", response("through", {"X-Origin: 1"}, "404 Not Found"),
-                          "HTTP/1.1 200 Connection established\r\nX-Proxy: 1\r\n\r\n");
-    const Object connection = openThrough(proxy);
-    EXPECT_EQ(receiveBytes(connection), "through");
-    EXPECT_EQ(connection.get("ResponseCode").number(), 404.0);
-    EXPECT_EQ(resultTexts(connection, "getStatusLine", 3)[2], "Not Found");
-    EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
-    EXPECT_EQ(resultTexts(connection, "getRequestLine", 3)[1], "/p") << "the last request, not the proxy's";
-    EXPECT_EQ(startLine(proxy.tunnelHeads().at(0)), "CONNECT origin.test:443 HTTP/1.1");
-    EXPECT_EQ(startLine(proxy.heads().at(0)), "GET /p HTTP/1.1");
-}
-
-// Any other success of the proxy is a final head, which the server's replaces as that of a further response.
-TEST_F(TlsTunnel, OtherSuccessOfTheProxyIsReplacedToo) {
-    const TlsServer proxy("DNS:origin.test", response("through", {"X-Origin: 1"}),
-                          "HTTP/1.1 201 Created\r\nX-Proxy: 1\r\n\r\n");
-    const Object connection = openThrough(proxy);
-    EXPECT_EQ(receiveBytes(connection), "through");
-    EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
+    for (const std::string status : {"200 Connection established", "201 Created"}) {
+        const TlsServer proxy("DNS:origin.test", response("through", {"X-Origin: 1"}, "404 Not Found"),
+                              "HTTP/1.1 " + status + "\r\nX-Proxy: 1\r\n\r\n");
+        const Object connection = openThrough(proxy);
+        EXPECT_EQ(receiveBytes(connection), "through");
+        EXPECT_EQ(connection.get("ResponseCode").number(), 404.0);
+        EXPECT_EQ(resultTexts(connection, "getStatusLine", 3)[2], "Not Found");
+        EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), (Texts{"X-Origin: 1", "Content-Length: 7"}));
+        EXPECT_EQ(resultTexts(connection, "getRequestLine", 3)[1], "/p") << "the last request, not the proxy's";
+        EXPECT_EQ(startLine(proxy.tunnelHeads().at(0)), "CONNECT origin.test:443 HTTP/1.1");
+        EXPECT_EQ(startLine(proxy.heads().at(0)), "GET /p HTTP/1.1");
+        connection.call("closeConnection");
+        connection.call("closeAllConnections");
+    }
 }
 
 } // namespace

@@ -94,29 +94,6 @@ TEST_F(Upload, OfNothingFromAProviderIsAnEmptyBody) {
     }
 }
 
-// What the provider answers, piece after piece. The class of an answer is not checked, and its first dimension counts.
-TEST_F(Upload, EndsWithTheFirstEmptyAnswerOfAProvider) {
-    struct Row {
-        const char* What;
-        std::vector<Array> Answers;
-        std::string Content;
-    };
-    const std::string large = patternedBytes(50000);
-    const Array end = Array::bytes("");
-    for (const Row& row : {Row{"more than was asked for", {Array::bytes(large), end}, large},
-                           {"too little each time", {Array::bytes("01"), Array::bytes("2"), end}, "012"},
-                           {"a row", {Array::logicals({true, false, true}), end}, "\1"},
-                           {"an array of no class", {Array::bytes("all"), Array()}, "all"}}) {
-        SCOPED_TRACE(row.What);
-        const ScriptedProvider provider = makeScriptedProvider(host());
-        provider->OnRead = [&](int call, std::uint64_t) { return row.Answers.at(static_cast<std::size_t>(call - 1)); };
-        expectWhole("PUT", row.Content, kFramings[1], [&](const Object& connection) {
-            connection.set("Provider", provider);
-            connection.set("ProviderBufferSize", std::uint64_t{100});
-        });
-    }
-}
-
 TEST_F(Upload, ComesAgainWithEveryReopen) {
     const std::string body = patternedBytes(20000);
     const ScriptedProvider provider = makeScriptedProvider(host(), body);

@@ -34,12 +34,6 @@ TEST_F(GetExchange, GoesFromUrlToBytes) {
     }
 }
 
-TEST_F(GetExchange, WorksInTheOlderModeToo) {
-    ScriptedServer& server = serve(answers(response("old")));
-    EXPECT_EQ(receiveBytes(open(server.url("/"), false)), "old");
-    EXPECT_EQ(server.record().Received, "GET / HTTP/1.1\r\nHost: " + server.authority() + "\r\n\r\n");
-}
-
 TEST_F(GetExchange, TalksIPv6) {
     ScriptedServer server(answers(response("six")) + Script{step::close()}, Pace::Whole, Family::IPv6);
     const Object connection = open(server.url("/"));
@@ -91,13 +85,6 @@ TEST_F(GetExchange, ReadsBytesOfNoEncodingAsTextsToo) {
     EXPECT_EQ(connection.call("getResponseFields").size(), 4U);
 }
 
-TEST_F(GetExchange, WithoutABufferAndAConsumerIsGoodForAnEmptyResponse) {
-    ScriptedServer& server = serve(answers(response("")));
-    const Object connection = open(server.url("/"));
-    EXPECT_EQ(connection.call("copyContentToByteArray", {false}).size(), 0U);
-    EXPECT_EQ(connection.get("ResponseCode").number(), 200.0);
-}
-
 class Redirect : public ExchangeFixture {};
 
 TEST_F(Redirect, IsResolvedAndNotFollowed) {
@@ -107,8 +94,6 @@ TEST_F(Redirect, IsResolvedAndNotFollowed) {
     };
     for (const Row& row : {Row{"/other?x=1", "/other?x=1"},
                            {"next", "/a/next"},
-                           {"../up", "/up"},
-                           {"?q", "/a/b?q"},
                            {"http://example.test/x#y", "http://example.test/x#y"},
                            {"//example.test/z", "http://example.test/z"},
                            {"http://[bad", ""}}) {

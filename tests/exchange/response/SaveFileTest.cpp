@@ -53,12 +53,6 @@ TEST_F(SaveFile, HoldsExactlyTheContentAndTheConsumerGetsItToo) {
     }
 }
 
-TEST_F(SaveFile, OnAClosedConnectionEmptiesTheFile) {
-    writeFile(Path, "old");
-    EXPECT_EQ(save(makeAdapter(), Path), "nothing");
-    EXPECT_EQ(readFile(Path), "");
-}
-
 TEST_F(SaveFile, FolderIsNotAFile) {
     ScriptedServer& server = serve(answers(response("x")));
     EXPECT_EQ(save(open(server.url("/")), Folder.path()), "VANTIK:webservices:InvalidFilename(" + Folder.path() + ")");
