@@ -6,7 +6,7 @@
 namespace testsupport {
 
 ExchangeFixture::~ExchangeFixture() {
-    if (!HasFailure()) { // its messages stand there
+    if (!HasFailure()) { // otherwise the messages of gtest are in it
         EXPECT_EQ(Output.text(), "") << "something was written to standard output";
     }
 }

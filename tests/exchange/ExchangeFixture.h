@@ -40,6 +40,28 @@ inline Script breaksOff(const std::string& beginning) {
     return {step::expectHead(), step::send(beginning), step::awaitPeerEnd()};
 }
 
+inline const std::string kChallenge = response(
+    "", {"WWW-Authenticate: Digest realm=\"r\", nonce=\"abc\", qop=\"auth\", algorithm=MD5"}, "401 Unauthorized");
+
+// An upload that is refused first, so that libcurl sends its content again with a login. It may close the connection
+// after the challenge, since content was sent on it, or go on using it. The steps of `beforeTheChallenge` come once the
+// content is there.
+inline std::vector<Script> challengedUpload(const Step& content, const Script& beforeTheChallenge = {}) {
+    const Script whole{step::expectHead(), step::continueIfExpected(), content};
+    const Script taken = whole + Script{step::send(response("taken"))};
+    return {whole + beforeTheChallenge + Script{step::send(kChallenge)} + taken, taken};
+}
+
+// Content of requests that came whole, on all connections.
+inline Texts allBodies(const ScriptedServer& server) {
+    Texts bodies;
+    for (std::size_t index = 0; index < server.connectionCount(); ++index) {
+        const Texts of = server.record(index).Bodies;
+        bodies.insert(bodies.end(), of.begin(), of.end());
+    }
+    return bodies;
+}
+
 // Names of parameterized tests: the Name of a row, or those of all parts of a combination.
 inline std::string nameOf(const char* name) {
     return name;

@@ -50,9 +50,7 @@ Names quietOperations(const std::string& scenario) {
     return names;
 }
 
-using Parameters = std::tuple<Scenario, Fault>;
-
-class HostFaultTest : public ::testing::TestWithParam<Parameters> {};
+class HostFaultTest : public ::testing::TestWithParam<std::tuple<Scenario, Fault>> {};
 
 TEST_P(HostFaultTest, IsReportedAndLeavesTheScopeUsable) {
     const auto& [scenario, fault] = GetParam();

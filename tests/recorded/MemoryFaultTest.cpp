@@ -34,9 +34,7 @@ bool handlesAreGone(const Scenario& scenario, const PlayedRun& run) {
             run.Failure.find("\"curl_multi_init\" failed") != std::string::npos);
 }
 
-using Parameters = std::tuple<Scenario, Allocator>;
-
-class MemoryFault : public ::testing::TestWithParam<Parameters> {};
+class MemoryFault : public ::testing::TestWithParam<std::tuple<Scenario, Allocator>> {};
 
 TEST_P(MemoryFault, IsReportedAndLeavesTheScopeUsable) {
     const auto& [scenario, allocator] = GetParam();

@@ -1,7 +1,6 @@
 // Every call into the host objects of whole exchanges, in order. Those of a transfer that stops midway are in
 // TransferInterruptTest.cpp.
 #include "tests/exchange/control/HostCallFixture.h"
-#include "tests/exchange/request/ChallengedUpload.h"
 
 #include <gmock/gmock.h>
 
@@ -22,6 +21,15 @@ TEST_F(HostCalls, OfAnUpload) {
     EXPECT_EQ(server.record().Bodies.at(0), "0123456789");
     EXPECT_THAT(Calls,
                 ElementsAre("provider start", "provider get 4", "provider get 4", "provider get 4", "provider get 4"));
+}
+
+// Nothing set asks for 16384 bytes.
+TEST_F(HostCalls, OfAnUploadOfNothingAskOnce) {
+    ScriptedServer& server = serve(takes(response("ok")));
+    Provider->Content.clear();
+    EXPECT_EQ(receiveBytes(openUpload(server.url("/"), Provider)), "ok");
+    EXPECT_EQ(server.record().Bodies.at(0), "");
+    EXPECT_THAT(Calls, ElementsAre("provider start", "provider get 16384"));
 }
 
 // The restart comes from inside libcurl. After the end of the content nobody asks for more, so that this is all.

@@ -56,15 +56,4 @@ TEST_F(ProgressReport, OfAnUploadIsMadeOnceTheHeadIsThere) {
     EXPECT_EQ(*(Counts.end() - 2), sent);
 }
 
-TEST_F(ProgressReport, WithoutAnAnswerFailsAndClosesTheConsumer) {
-    const ScriptedConsumer consumer = makeScriptedConsumer(host());
-    Reporter->OnUpdate = [](int, std::uint64_t) { return Array(); };
-    const Object connection = open(serve(answers(response("body"))).url("/"));
-    connection.set("Consumer", consumer);
-    connection.set("ProgressReporter", Reporter);
-    EXPECT_EQ(outcomeOf([&] { copyToConsumer(connection); }),
-              "VANTIK:webservices:InternalError(Expected ProgressReporter.update to return scalar.)");
-    EXPECT_EQ(consumer->Calls.back(), "close");
-}
-
 } // namespace

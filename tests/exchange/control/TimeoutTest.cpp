@@ -47,8 +47,6 @@ const SilenceRow kSilenceRows[] = {
     {true, {5000, kUnlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {false, {5000, 60000, 150}, "0.150", "HTTPOptions.DataTimeout"},
     {true, {5000, 150, 60000}, "0.150", "HTTPOptions.ResponseTimeout"},
-    {true, {5000, -kUnlimited, 150}, "0.150", "HTTPOptions.DataTimeout"},
-    {true, {5000, 150, -kUnlimited}, "0.150", "HTTPOptions.ResponseTimeout"},
 };
 
 // The time of connecting reads as zero for the whole of a transfer on a connection that is used again; the limits hold

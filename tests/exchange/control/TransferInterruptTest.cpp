@@ -32,7 +32,7 @@ TEST_F(Interrupt, BeforeTheAnswerIsAFailedConnection) {
         moment.BeforeTheCopy();
         EXPECT_EQ(outcomeOf([&] { receiveBytes(connection); }), kStopped);
         EXPECT_FALSE(host().interruptPending()) << "what was seen does not stay pending";
-        EXPECT_TRUE(host().wasInterrupted()) << "this tells it from a failure of the network";
+        EXPECT_TRUE(host().wasInterrupted()) << "unlike after a failure of the network";
         host().clearInterrupt();
         EXPECT_FALSE(host().wasInterrupted());
     }
@@ -202,7 +202,7 @@ std::vector<Stop> stops() {
 
 class StoppedTransfer : public HostCallFixture, public ::testing::WithParamInterface<Stop> {
 protected:
-    void expectTold(bool toBuffer) {
+    void expectReported(bool toBuffer) {
         const Stop& stop = GetParam();
         ScriptedServer& server = serve(Script{step::expectHead()} + stop.Server);
         Consumer->OnStart = [] { return Array(6.0); };
@@ -232,12 +232,12 @@ protected:
     }
 };
 
-TEST_P(StoppedTransfer, TellsThoseConcerned) {
-    expectTold(false);
+TEST_P(StoppedTransfer, IsReportedToThoseConcerned) {
+    expectReported(false);
 }
 
-TEST_P(StoppedTransfer, TellsThoseConcernedWithABuffer) {
-    expectTold(true);
+TEST_P(StoppedTransfer, IsReportedToThoseConcernedWithABuffer) {
+    expectReported(true);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, StoppedTransfer, ::testing::ValuesIn(stops()), kRowName);

@@ -1,6 +1,5 @@
 // Opens, reopens and closes of one object on the handles of a scope: nothing of its last exchange comes into the next.
 #include "tests/exchange/ExchangeFixture.h"
-#include "tests/exchange/request/ChallengedUpload.h"
 #include "tests/support/process/StandardOutputCapture.h"
 
 #include <thread>
@@ -30,19 +29,6 @@ TEST_F(Lifecycle, DestructionClosesAndTheNextObjectReusesTheNetworkConnection) {
     EXPECT_EQ(startLine(server.record().Heads.at(1)), "GET /2 HTTP/1.1");
 }
 
-TEST_F(Lifecycle, CloseOfAllDropsTheNetworkConnectionsThatAreKept) {
-    const Script exchange = answers(response("x")) + Script{step::expectHead()};
-    ScriptedServer& server = serve({exchange, exchange});
-    const Object connection = open(server.url("/"));
-    receiveBytes(connection);
-    connection.call("closeConnection");
-    connection.call("closeAllConnections");
-    EXPECT_TRUE(server.waitUntilDone(0).PeerEnded);
-    connection.call("openConnection");
-    EXPECT_EQ(receiveBytes(connection), "x");
-    EXPECT_EQ(server.connectionCount(), 2U);
-}
-
 // A reset forgets every option; after a 401 the handle is kept as it is, and so is the method that was set on it.
 TEST_F(Lifecycle, ReopenForgetsTheMethodExceptAfterA401) {
     ScriptedServer& server =
@@ -50,11 +36,10 @@ TEST_F(Lifecycle, ReopenForgetsTheMethodExceptAfterA401) {
     const Object connection = open(server.url("/"));
     connection.set("RequestMethod", "DELETE");
     connection.call("setRequestProperty", {"X-Field", "1"});
-    receiveBytes(connection);
-    connection.call("openConnection");
-    receiveBytes(connection);
-    connection.call("openConnection");
-    receiveBytes(connection);
+    for (int round = 0; round < 3; ++round) {
+        receiveBytes(connection);
+        connection.call("openConnection");
+    }
     const Texts heads = server.record().Heads;
     ASSERT_EQ(heads.size(), 3U);
     EXPECT_EQ(startLine(heads[0]), "DELETE / HTTP/1.1");
@@ -105,9 +90,7 @@ TEST_F(Lifecycle, ReopenWithoutACopyLeavesNothingToCopyUntilTheClose) {
         bool Uploads;
     };
     for (const Row& row : {Row{"200 OK", "content", "ResponseCode", false},
-                           {"200 OK", "", "ContentType", false},
                            {"403 Forbidden", "no", "RedirectURL", false},
-                           {"401 Unauthorized", "denied", "ResponseCode", false},
                            {"401 Unauthorized", "", "ContentEncoding", false},
                            {"401 Unauthorized", "denied", "ResponseCode", true}}) {
         SCOPED_TRACE(std::string(row.Status) + row.Content);

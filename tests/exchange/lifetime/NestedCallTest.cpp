@@ -1,7 +1,6 @@
 // Calls of a connection, and of others, out of the objects that its transfer calls. What would open, close, send or
 // copy is refused and changes nothing; what only reads or sets is as good as at any other time.
 #include "tests/exchange/ExchangeFixture.h"
-#include "tests/exchange/request/ChallengedUpload.h"
 
 #include <functional>
 

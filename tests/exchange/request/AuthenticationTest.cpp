@@ -1,6 +1,5 @@
 // Credentials and schemes, and content that has to be sent again after a challenge.
 #include "tests/exchange/ExchangeFixture.h"
-#include "tests/exchange/request/ChallengedUpload.h"
 
 namespace {
 

@@ -1,7 +1,6 @@
 // Request content whose sending is broken off, asked for again, or replaced while it is sent. A server either gets all
 // of what was set when the request was sent, or no good end.
 #include "tests/exchange/ExchangeFixture.h"
-#include "tests/exchange/request/ChallengedUpload.h"
 
 #include <chrono>
 #include <stdexcept>

@@ -74,7 +74,7 @@ TEST_F(Proxy, ThatRefusesTheTunnelAnswersForTheServer) {
 // The proxy's good answer is interim, and no status of the server: the handshake that follows fails here.
 TEST_F(Proxy, ThatOpensTheTunnelExcusesNothingAfterIt) {
     const Script opened = answers("HTTP/1.1 200 Connection established\r\nX-Proxy: 1\r\n\r\n");
-    for (const Script& rest : {Script{step::close()}, {step::send("this is no TLS\r\n"), step::awaitPeerEnd()}}) {
+    for (const Script& rest : {Script{step::close()}, {step::send("this is not TLS\r\n"), step::awaitPeerEnd()}}) {
         ScriptedServer& proxy = serve(opened + rest);
         const Object connection = openThrough(proxy, "https://origin.test/secret");
         EXPECT_EQ(keyOf([&] { receiveBytes(connection); }), "VANTIK:webservices:SSLConnectionNoFile");

@@ -50,8 +50,8 @@ private:
     SocketHandle Listening;
     std::uint16_t Port = 0;
     mutable std::mutex Guard;
-    std::vector<std::string> TunnelHeads; // behind Guard
-    std::vector<std::string> Heads;       // behind Guard
+    std::vector<std::string> TunnelHeads; // under Guard
+    std::vector<std::string> Heads;       // under Guard
     std::thread Worker;
 };
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <ostream>
 #include <random>
 
 namespace {
@@ -25,13 +24,6 @@ const std::string kOk = "HTTP/1.1 200 OK\r\n";
 const std::string kGzip(
     "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xcb\x48\xcd\xc9\xc9\x57\xc8\x40\x90\x00\x80\x88\xf9\xe5\x11\x00\x00\x00",
     28); // "hello hello hello"
-
-PeerRequest with(const char* method, bool logsIn = false) {
-    PeerRequest request;
-    request.Method = method;
-    request.LogsIn = logsIn;
-    return request;
-}
 
 std::vector<Response> responses() {
     const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n" + chunked("content in chunks", 5);
@@ -54,13 +46,13 @@ std::vector<Response> responses() {
         {"range", {response("part", {"Content-Range: bytes 3-6/9"}, "206 Partial Content")}},
         {"gzip", {response(kGzip, {"Content-Encoding: gzip"})}},
         {"gzip in chunks", {kOk + "Content-Encoding: gzip\r\nTransfer-Encoding: chunked\r\n\r\n" + chunked(kGzip, 7)}},
-        {"head only", {kOk + "Content-Length: 300\r\nA: b\r\n\r\n"}, with("HEAD")},
-        {"upload", {"HTTP/1.1 100 Continue\r\n\r\n" + response("stored", {}, "201 Created")}, with("PUT")},
-        {"upload with no answer to it", {"HTTP/1.1 204 No Content\r\n\r\n"}, with("PUT")},
+        {"head only", {kOk + "Content-Length: 300\r\nA: b\r\n\r\n"}, {.Method = "HEAD"}},
+        {"upload", {"HTTP/1.1 100 Continue\r\n\r\n" + response("stored", {}, "201 Created")}, {.Method = "PUT"}},
+        {"upload with no answer to it", {"HTTP/1.1 204 No Content\r\n\r\n"}, {.Method = "PUT"}},
         {"login",
          {response("who?", {"WWW-Authenticate: Digest realm=\"a\", nonce=\"b\""}, "401 Unauthorized"),
           response("welcome")},
-         with("GET", true)},
+         {.LogsIn = true}},
     };
 }
 
