@@ -63,9 +63,6 @@ inline Texts allBodies(const ScriptedServer& server) {
 }
 
 // Names of parameterized tests: the Name of a row, or those of all parts of a combination.
-inline std::string nameOf(const char* name) {
-    return name;
-}
 inline std::string nameOf(Pace pace) {
     return pace == Pace::Whole ? "Whole" : "InSingleBytes";
 }

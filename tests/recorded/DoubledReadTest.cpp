@@ -1,6 +1,5 @@
-// Uploads from a provider under a libcurl that asks for content twice before the pump can answer with more, as later
-// versions do in the perform that starts a request. A plain "nothing" to the second question would end the upload
-// early, with a good status and no error.
+// Uploads under a libcurl that asks for content twice in one perform, as later versions do. A plain
+// "nothing" to the second question would end the upload early, with a good status and no error.
 #include "hostclass/ModuleEntry.h"
 #include "tests/support/curl/CurlInterposer.h"
 #include "tests/support/host/HostFixture.h"
@@ -59,7 +58,7 @@ protected:
         bytes.copy(buffer, bytes.size());
         return bytes.size();
     }
-    Object openUpload(const ScriptedServer& server, const Array& provider, std::uint64_t piece = 0) {
+    Object openUpload(const ScriptedServer& server, const Array& content, std::uint64_t piece = 0) {
         Object connection = host().create(kAdapterClass, {true});
         connection.set("URL", server.url("/"));
         // An upload that nobody takes up again ends as a timeout and not as a hanging test.
@@ -67,7 +66,7 @@ protected:
         connection.call("openConnection");
         connection.set("RequestMethod", "PUT");
         connection.call("removeField", {"Expect"});
-        connection.set("Provider", provider);
+        connection.set(content.className() == "uint8" ? "Payload" : "Provider", content);
         connection.set("ProviderBufferSize", piece);
         return connection;
     }
@@ -95,6 +94,15 @@ TEST_F(DoubledRead, PausesUntilThereIsMoreAndTheUploadArrivesWhole) {
             }
         }
     }
+}
+
+TEST_F(DoubledRead, OfContentInMemoryFindsTheEndAtOnce) {
+    const ScriptedServer server(kTakes);
+    const std::string body = patternedBytes(100'000);
+    EXPECT_EQ(receiveBytes(openUpload(server, Array::bytes(body))), "taken");
+    EXPECT_EQ(difference(server.record().Bodies.at(0), body), "");
+    EXPECT_EQ(Pauses, 0);
+    EXPECT_EQ(Ends, 1);
 }
 
 // Nobody takes up a pause again once the upload is broken off, so nobody may wait for it either.

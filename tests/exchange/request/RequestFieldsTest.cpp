@@ -1,7 +1,7 @@
 // Method and fields as they go out, as they read back, and fields that are refused before anything goes out.
 #include "tests/exchange/ExchangeFixture.h"
 
-#include <algorithm>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -75,10 +75,9 @@ TEST_F(RequestFields, AreStoredWithoutTheQuotesOfMd5) {
     receiveBytes(connection);
     EXPECT_EQ(fieldValue(server.record().Heads.at(0), "AUTHORIZATION"), "Digest algorithm=\"MD5\", x=\"MD5\"");
     EXPECT_EQ(fieldValue(server.record().Heads.at(0), "Cookie"), "algorithm=\"MD5\"; ");
-    const Texts stored = fieldTexts(connection.call("getRequestFields"));
-    EXPECT_NE(std::find(stored.begin(), stored.end(), "AUTHORIZATION: Digest algorithm=MD5  , x=\"MD5\""),
-              stored.end());
-    EXPECT_NE(std::find(stored.begin(), stored.end(), "Cookie: algorithm=\"MD5\";"), stored.end());
+    EXPECT_THAT(
+        fieldTexts(connection.call("getRequestFields")),
+        testing::IsSupersetOf({"AUTHORIZATION: Digest algorithm=MD5  , x=\"MD5\"", "Cookie: algorithm=\"MD5\";"}));
 }
 
 TEST_F(RequestFields, RemovedOnesStayAtHome) {

@@ -45,7 +45,6 @@ protected:
         EXPECT_EQ(fieldTexts(connection.call("getResponseFields")), Texts{"Content-Length: 5"});
         const Record record = server.record();
         EXPECT_EQ(difference(record.Bodies.at(0), body), "");
-        expectScopeUsable(connection);
         return record;
     }
 };
