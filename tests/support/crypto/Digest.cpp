@@ -1,8 +1,6 @@
 #include "tests/support/crypto/Digest.h"
 
-#include "tests/support/crypto/OpenSslOwner.h"
-
-#include <openssl/evp.h>
+#include <openssl/crypto.h>
 
 #include <algorithm>
 #include <array>
@@ -39,37 +37,24 @@ void generate(std::uint64_t size, const std::function<void(std::string_view)>& t
 
 } // namespace
 
-void Digest::FreeContext::operator()(evp_md_ctx_st* context) const {
-    EVP_MD_CTX_free(context);
-}
-
-Digest::Digest() : Context(EVP_MD_CTX_new()) {
+Digest::Digest() {
     requireOpenSsl(Context != nullptr && EVP_DigestInit_ex(Context.get(), EVP_sha256(), nullptr) == 1, "digest");
 }
 
-Digest::~Digest() = default;
-Digest::Digest(Digest&&) noexcept = default;
-Digest& Digest::operator=(Digest&&) noexcept = default;
-
 void Digest::add(std::string_view bytes) {
     requireOpenSsl(EVP_DigestUpdate(Context.get(), bytes.data(), bytes.size()) == 1, "digest");
-    Size += bytes.size();
 }
 
 std::string Digest::hex() const {
-    const OpenSslOwner<EVP_MD_CTX, EVP_MD_CTX_free> copy(EVP_MD_CTX_new());
+    const OpenSslOwner<EVP_MD_CTX, EVP_MD_CTX_free> copy(EVP_MD_CTX_new()); // so that more can be added
     std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
     unsigned length = 0;
     requireOpenSsl(copy != nullptr && EVP_MD_CTX_copy_ex(copy.get(), Context.get()) == 1 &&
                        EVP_DigestFinal_ex(copy.get(), bytes.data(), &length) == 1,
                    "digest");
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (unsigned index = 0; index < length; ++index) {
-        text += digits[bytes[index] >> 4U];
-        text += digits[bytes[index] & 15U];
-    }
-    return text;
+    std::string text(2 * length + 1, '\0');
+    requireOpenSsl(OPENSSL_buf2hexstr_ex(text.data(), text.size(), nullptr, bytes.data(), length, '\0') == 1, "digest");
+    return text.substr(0, 2 * length);
 }
 
 std::string digestOf(std::string_view bytes) {

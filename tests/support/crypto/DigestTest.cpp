@@ -8,18 +8,13 @@ namespace {
 
 using namespace testsupport;
 
-TEST(Digest, IsThatOfFips180) {
-    EXPECT_EQ(digestOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(digestOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-}
-
-TEST(Digest, GrowsAndCanBeReadInBetween) {
+TEST(Digest, IsThatOfFips180AndCanBeReadInBetween) {
     Digest digest;
+    EXPECT_EQ(digest.hex(), "E3B0C44298FC1C149AFBF4C8996FB92427AE41E4649B934CA495991B7852B855");
     digest.add("a");
-    EXPECT_EQ(digest.hex(), digestOf("a"));
     digest.add("bc");
     EXPECT_EQ(digest.hex(), digestOf("abc"));
-    EXPECT_EQ(digest.size(), 3U);
+    EXPECT_EQ(digest.hex(), "BA7816BF8F01CFEA414140DE5DAE2223B00361A396177A9CB410FF61F20015AD");
 }
 
 TEST(Digest, OfAFileIsThatOfItsContent) {
@@ -32,9 +27,6 @@ TEST(Digest, OfAFileIsThatOfItsContent) {
         EXPECT_EQ(readFile(path).size(), size);
     }
     EXPECT_THROW(digestOfFile(folder.file("none")), std::runtime_error);
-}
-
-TEST(Digest, GeneratedBlocksDiffer) {
     const std::string content = generated(3U << 20U);
     EXPECT_NE(content.substr(0, 1U << 20U), content.substr(1U << 20U, 1U << 20U));
 }

@@ -1,7 +1,9 @@
 #include "tests/support/curl/CurlInterposer.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace testsupport {
 
@@ -58,48 +60,48 @@ std::string optionText(const CurlCall& call) {
     }
 }
 
+enum class Detail { None, Number, Text, Option, Info };
+
+// In the order of CurlFunction.
+constexpr std::pair<const char*, Detail> kForms[] = {
+    {"curl_easy_init", Detail::None},
+    {"curl_easy_cleanup", Detail::None},
+    {"curl_easy_reset", Detail::None},
+    {"curl_easy_setopt", Detail::Option},
+    {"curl_easy_getinfo", Detail::Info},
+    {"curl_easy_pause", Detail::Number},
+    {"curl_multi_init", Detail::None},
+    {"curl_multi_cleanup", Detail::None},
+    {"curl_multi_add_handle", Detail::None},
+    {"curl_multi_remove_handle", Detail::None},
+    {"curl_multi_perform", Detail::None},
+    {"curl_multi_wait", Detail::Number},
+    {"curl_multi_info_read", Detail::None},
+    {"curl_slist_append", Detail::Text},
+    {"curl_slist_free_all", Detail::None},
+    {"curl_version_info", Detail::Number},
+    {"pause", Detail::Number},
+    {"interrupt poll", Detail::None},
+};
+static_assert(std::size(kForms) == static_cast<std::size_t>(CurlFunction::InterruptPoll) + 1);
+
 } // namespace
 
 std::string CurlCall::text() const {
-    switch (Function) {
-    case CurlFunction::EasyInit:
-        return "curl_easy_init";
-    case CurlFunction::EasyCleanup:
-        return "curl_easy_cleanup";
-    case CurlFunction::EasyReset:
-        return "curl_easy_reset";
-    case CurlFunction::EasySetopt:
+    const auto& [name, detail] = kForms[static_cast<std::size_t>(Function)];
+    switch (detail) {
+    case Detail::Option:
         return optionText(*this);
-    case CurlFunction::EasyGetinfo:
+    case Detail::Info:
         return infoName(Id);
-    case CurlFunction::EasyPause:
-        return "curl_easy_pause " + std::to_string(Number);
-    case CurlFunction::MultiInit:
-        return "curl_multi_init";
-    case CurlFunction::MultiCleanup:
-        return "curl_multi_cleanup";
-    case CurlFunction::MultiAddHandle:
-        return "curl_multi_add_handle";
-    case CurlFunction::MultiRemoveHandle:
-        return "curl_multi_remove_handle";
-    case CurlFunction::MultiPerform:
-        return "curl_multi_perform";
-    case CurlFunction::MultiWait:
-        return "curl_multi_wait " + std::to_string(Number);
-    case CurlFunction::MultiInfoRead:
-        return "curl_multi_info_read";
-    case CurlFunction::SlistAppend:
-        return "curl_slist_append " + Text;
-    case CurlFunction::SlistFreeAll:
-        return "curl_slist_free_all";
-    case CurlFunction::VersionInfo:
-        return "curl_version_info " + std::to_string(Number);
-    case CurlFunction::Pause:
-        return "pause " + std::to_string(Number);
-    case CurlFunction::InterruptPoll:
-        return "interrupt poll";
+    case Detail::Number:
+        return std::string(name) + ' ' + std::to_string(Number);
+    case Detail::Text:
+        return std::string(name) + ' ' + Text;
+    case Detail::None:
+        break;
     }
-    return "?";
+    return name;
 }
 
 CurlInterposer::CurlInterposer() {

@@ -7,7 +7,7 @@
 //     CurlInterposer curl;                                       // one at a time, on the thread of the test
 //     curl.failOption(CURLOPT_URL, CURLE_OUT_OF_MEMORY);         // the next time that it is set
 //     curl.OnPerform = [&](int& running) { running = 0; return CURLM_OK; };
-//     curl.finishWith(CURLE_RECV_ERROR);                         // what curl_multi_info_read gives, once
+//     curl.finishWith(CURLE_RECV_ERROR);                         // what curl_multi_info_read returns, once
 //     curl.giveInfo(CURLINFO_RESPONSE_CODE, 200L);               // from now on
 //     curl.setClock(0);                                          // the clock stands still; pauses move it
 //     connection.sendRequest();
@@ -90,8 +90,9 @@ public:
     const CurlCall* lastOption(CURLoption option) const; // null: not set since the last clear
     void clear() { Calls.clear(); }
 
-    // Make the n-th call from now fail once. `code` is what the call answers; the functions that give pointers then
-    // give null, those that give nothing cannot fail. The call is recorded and does not reach libcurl or a replacement.
+    // Make the n-th call from now fail once. `code` is what the call answers; functions that return pointers then
+    // return null, those that return nothing cannot fail. The call is recorded and does not reach libcurl or a
+    // replacement.
     void failCall(CurlFunction function, int code, int nth = 1);
     void failOption(CURLoption option, CURLcode code, int nth = 1);
     void failInfo(CURLINFO info, CURLcode code, int nth = 1);
@@ -102,7 +103,7 @@ public:
     void giveInfo(CURLINFO info, InfoValue value) { Infos[info] = value; }
     void keepInfo(CURLINFO info) { Infos.erase(info); } // libcurl's own again
 
-    // The next curl_multi_info_read gives a message of this result, the ones behind it libcurl's.
+    // The next curl_multi_info_read returns a message of this result, the ones after it libcurl's.
     void finishWith(CURLcode result, CURLMSG message = CURLMSG_DONE);
 
     // Replacements; empty: libcurl. They may call `callHeader` and the like to play libcurl's part.
@@ -131,7 +132,6 @@ public:
     // Clock in nanoseconds. Not set: the real one.
     void setClock(std::int64_t now) { Clock = now; }
     void advanceClock(std::int64_t nanoseconds) { Clock = Clock.value_or(0) + nanoseconds; }
-    void useRealClock() { Clock.reset(); }
 
     std::size_t pauses() const { return count(CurlFunction::Pause); }
 

@@ -2,6 +2,7 @@
 #include "tests/support/host/AllocationFaults.h"
 
 #include <cstdarg>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -41,13 +42,6 @@ CurlCall describeOption(CURLoption option, void* pointer) {
     return call;
 }
 
-CurlCall describeNumber(CURLoption option, std::int64_t number) {
-    CurlCall call{CurlFunction::EasySetopt};
-    call.Id = option;
-    call.Number = number;
-    return call;
-}
-
 CurlCall described(CurlFunction function, const char* text) {
     const AllocationsSpared spared;
     CurlCall call{function};
@@ -55,10 +49,22 @@ CurlCall described(CurlFunction function, const char* text) {
     return call;
 }
 
-CurlCall numbered(CurlFunction function, std::int64_t number) {
+CurlCall numbered(CurlFunction function, std::int64_t number, int id = 0) {
     CurlCall call{function};
+    call.Id = id;
     call.Number = number;
     return call;
+}
+
+// The failure that the test wants; or what its replacement answers; or what libcurl answers.
+template <class Code, class... Arguments, class Real>
+Code answer(CurlCall call, std::function<Code(Arguments...)> CurlInterposer::*replacement, const Real& real,
+            Arguments... arguments) {
+    if (const auto failure = record(std::move(call))) {
+        return static_cast<Code>(*failure);
+    }
+    CurlInterposer* interposer = CurlInterposer::current();
+    return interposer != nullptr && interposer->*replacement ? (interposer->*replacement)(arguments...) : real();
 }
 
 // libcurl writes each kind of value through a pointer to its own type.
@@ -69,7 +75,7 @@ struct WriteInfo {
     void operator()(const char* value) const { *static_cast<const char**>(Target) = value; }
 };
 
-static_assert(sizeof(long) == sizeof(curl_off_t), "both kinds of integers are written as long");
+static_assert(sizeof(long) == sizeof(curl_off_t), "both kinds of integers are read and written as long");
 
 } // namespace
 
@@ -123,13 +129,9 @@ CURLcode __wrap_curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     va_list arguments;
     va_start(arguments, option);
     CURLcode code = CURLE_OK;
-    if (option < CURLOPTTYPE_OBJECTPOINT) {
+    if (option < CURLOPTTYPE_OBJECTPOINT || (option >= CURLOPTTYPE_OFF_T && option < CURLOPTTYPE_BLOB)) {
         const long number = va_arg(arguments, long);
-        const auto failure = record(describeNumber(option, number));
-        code = failure ? static_cast<CURLcode>(*failure) : __real_curl_easy_setopt(easy, option, number);
-    } else if (option >= CURLOPTTYPE_OFF_T && option < CURLOPTTYPE_BLOB) {
-        const curl_off_t number = va_arg(arguments, curl_off_t);
-        const auto failure = record(describeNumber(option, number));
+        const auto failure = record(numbered(CurlFunction::EasySetopt, number, option));
         code = failure ? static_cast<CURLcode>(*failure) : __real_curl_easy_setopt(easy, option, number);
     } else {
         void* pointer = va_arg(arguments, void*);
@@ -149,9 +151,7 @@ CURLcode __wrap_curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
     va_start(arguments, info);
     void* target = va_arg(arguments, void*);
     va_end(arguments);
-    CurlCall call{CurlFunction::EasyGetinfo};
-    call.Id = info;
-    if (const auto failure = record(std::move(call))) {
+    if (const auto failure = record(numbered(CurlFunction::EasyGetinfo, 0, info))) {
         return static_cast<CURLcode>(*failure);
     }
     const CurlInterposer* interposer = CurlInterposer::current();
@@ -163,12 +163,9 @@ CURLcode __wrap_curl_easy_getinfo(CURL* easy, CURLINFO info, ...) {
 }
 
 CURLcode __wrap_curl_easy_pause(CURL* easy, int mask) {
-    if (const auto failure = record(numbered(CurlFunction::EasyPause, mask))) {
-        return static_cast<CURLcode>(*failure);
-    }
-    CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->OnEasyPause ? interposer->OnEasyPause(mask)
-                                                            : __real_curl_easy_pause(easy, mask);
+    return answer(
+        numbered(CurlFunction::EasyPause, mask), &CurlInterposer::OnEasyPause,
+        [&] { return __real_curl_easy_pause(easy, mask); }, mask);
 }
 
 CURLM* __wrap_curl_multi_init() {
@@ -181,40 +178,25 @@ CURLMcode __wrap_curl_multi_cleanup(CURLM* multi) {
 }
 
 CURLMcode __wrap_curl_multi_add_handle(CURLM* multi, CURL* easy) {
-    if (const auto failure = record({CurlFunction::MultiAddHandle})) {
-        return static_cast<CURLMcode>(*failure);
-    }
-    CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->OnAddHandle ? interposer->OnAddHandle()
-                                                            : __real_curl_multi_add_handle(multi, easy);
+    return answer({CurlFunction::MultiAddHandle}, &CurlInterposer::OnAddHandle,
+                  [&] { return __real_curl_multi_add_handle(multi, easy); });
 }
 
 CURLMcode __wrap_curl_multi_remove_handle(CURLM* multi, CURL* easy) {
-    if (const auto failure = record({CurlFunction::MultiRemoveHandle})) {
-        return static_cast<CURLMcode>(*failure);
-    }
-    CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->OnRemoveHandle ? interposer->OnRemoveHandle()
-                                                               : __real_curl_multi_remove_handle(multi, easy);
+    return answer({CurlFunction::MultiRemoveHandle}, &CurlInterposer::OnRemoveHandle,
+                  [&] { return __real_curl_multi_remove_handle(multi, easy); });
 }
 
 CURLMcode __wrap_curl_multi_perform(CURLM* multi, int* running) {
-    if (const auto failure = record({CurlFunction::MultiPerform})) {
-        return static_cast<CURLMcode>(*failure);
-    }
-    CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->OnPerform ? interposer->OnPerform(*running)
-                                                          : __real_curl_multi_perform(multi, running);
+    return answer<CURLMcode, int&>(
+        {CurlFunction::MultiPerform}, &CurlInterposer::OnPerform,
+        [&] { return __real_curl_multi_perform(multi, running); }, *running);
 }
 
 CURLMcode __wrap_curl_multi_wait(CURLM* multi, curl_waitfd* extra, unsigned int count, int milliseconds, int* ready) {
-    if (const auto failure = record(numbered(CurlFunction::MultiWait, milliseconds))) {
-        return static_cast<CURLMcode>(*failure);
-    }
-    CurlInterposer* interposer = CurlInterposer::current();
-    return interposer != nullptr && interposer->OnWait
-               ? interposer->OnWait(milliseconds, *ready)
-               : __real_curl_multi_wait(multi, extra, count, milliseconds, ready);
+    return answer<CURLMcode, int, int&>(
+        numbered(CurlFunction::MultiWait, milliseconds), &CurlInterposer::OnWait,
+        [&] { return __real_curl_multi_wait(multi, extra, count, milliseconds, ready); }, milliseconds, *ready);
 }
 
 CURLMsg* __wrap_curl_multi_info_read(CURLM* multi, int* remaining) {

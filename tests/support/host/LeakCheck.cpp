@@ -9,7 +9,7 @@ namespace testsupport {
 LeakCheck::LeakCheck() : ArraysAtStart(vantik::Host::liveArrays()) {}
 
 LeakCheck::~LeakCheck() {
-    EXPECT_EQ(vantik::Host::liveArrays(), ArraysAtStart) << "host arrays were left behind, or released twice";
+    EXPECT_EQ(vantik::Host::liveArrays(), ArraysAtStart) << "host arrays were left over, or released twice";
 }
 
 } // namespace testsupport

@@ -1,4 +1,4 @@
-// Waiting for what nobody tells: a condition is looked at again and again.
+// Waiting for what nobody reports: a condition is looked at again and again.
 #pragma once
 
 #include <chrono>
@@ -12,7 +12,7 @@ namespace testsupport {
 enum class Awaited { Held, Ended, TooLong };
 
 // Until `condition` holds, or until `hasEnded` says that whoever could bring it about is no more. What it did before
-// its end counts, so the condition is looked at once more behind the end.
+// its end counts, so the condition is looked at once more after the end.
 inline Awaited awaitOrEnd(const std::function<bool()>& condition, const std::function<bool()>& hasEnded) {
     constexpr std::chrono::seconds unreasonable{60};
     constexpr std::chrono::milliseconds betweenLooks{10};

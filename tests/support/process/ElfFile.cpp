@@ -1,81 +1,66 @@
 #include "tests/support/process/ElfFile.h"
 
-#include "tests/support/process/TemporaryFolder.h"
+#include <boost/core/demangle.hpp>
 
-#include <elf.h>
-
-#include <cstdlib>
-#include <cstring>
-#include <cxxabi.h>
+#include <cstdio>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 
 namespace testsupport {
+namespace {
+
+// What readelf, which comes with the compiler, prints of a file.
+std::string printed(const std::string& file) {
+    const std::string command = "LC_ALL=C readelf --wide --symbols --dynamic '" + file + "'";
+    std::unique_ptr<std::FILE, decltype(&::pclose)> stream(::popen(command.c_str(), "r"), &::pclose);
+    std::string text;
+    char block[65536];
+    while (const std::size_t length = stream ? std::fread(block, 1, sizeof block, stream.get()) : 0) {
+        text.append(block, length);
+    }
+    if (!stream || ::pclose(stream.release()) != 0) {
+        throw std::runtime_error(file + " is not an ELF file");
+    }
+    return text;
+}
+
+} // namespace
 
 std::string demangled(const std::string& name) {
-    int status = 0;
-    const std::unique_ptr<char, decltype(&std::free)> plain(
-        abi::__cxa_demangle(name.c_str(), nullptr, nullptr, &status), &std::free);
-    return status == 0 ? plain.get() : name;
+    return boost::core::demangle(name.c_str());
 }
 
-template <class Structure>
-Structure ElfFile::at(std::size_t offset) const {
-    if (offset > Bytes.size() || Bytes.size() - offset < sizeof(Structure)) {
-        throw std::runtime_error("the file ends too early");
-    }
-    Structure value;
-    std::memcpy(&value, Bytes.data() + offset, sizeof(Structure));
-    return value;
-}
-
-ElfFile::ElfFile(const std::string& name) : Bytes(readFile(name)) {
-    const auto header = at<Elf64_Ehdr>(0);
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) {
-        throw std::runtime_error(name + " is not a 64-bit ELF file");
-    }
-    for (std::size_t i = 0; i < header.e_shnum; ++i) {
-        const auto section = at<Elf64_Shdr>(header.e_shoff + i * header.e_shentsize);
-        Sections.push_back({section.sh_type, section.sh_link, section.sh_offset, section.sh_size});
-    }
-}
-
-std::string ElfFile::text(const Section& strings, std::size_t offset) const {
-    if (offset >= strings.Size || strings.Offset + strings.Size > Bytes.size()) {
-        throw std::runtime_error("a name lies outside of its section");
-    }
-    return Bytes.data() + strings.Offset + offset;
-}
-
-std::vector<ElfFile::Symbol> ElfFile::symbols(unsigned sectionType) const {
-    std::vector<Symbol> result;
-    for (const Section& section : Sections) {
-        if (section.Type != sectionType) {
-            continue;
-        }
-        for (std::size_t offset = 0; offset < section.Size; offset += sizeof(Elf64_Sym)) {
-            const auto symbol = at<Elf64_Sym>(section.Offset + offset);
-            const unsigned char visibility = ELF64_ST_VISIBILITY(symbol.st_other);
-            const unsigned char binding = ELF64_ST_BIND(symbol.st_info);
-            result.push_back({text(Sections.at(section.Link), symbol.st_name), symbol.st_shndx != SHN_UNDEF,
-                              binding == STB_GLOBAL,
-                              binding != STB_LOCAL && (visibility == STV_DEFAULT || visibility == STV_PROTECTED)});
+ElfFile::ElfFile(const std::string& name) {
+    std::istringstream lines(printed(name));
+    std::vector<Symbol>* table = nullptr;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string number, value, size, type, binding, visibility, section, symbol;
+        if (line.starts_with("Symbol table '")) {
+            table = line.find("'.dynsym'") == line.npos ? &All : &Dynamic;
+        } else if (const auto begin = line.find(": ["); line.starts_with(" 0x") && begin != line.npos) {
+            //  0x000000000000000e (SONAME)             Library soname: [libnetrove.so]
+            const std::string text = line.substr(begin + 3, line.rfind(']') - begin - 3);
+            if (line.find("(NEEDED)") != line.npos) {
+                Needed.push_back(text);
+            } else if (line.find("(SONAME)") != line.npos) {
+                Soname = text;
+            } else if (line.find("(RUNPATH)") != line.npos) {
+                RunPath = text;
+            }
+        } else if (words >> number >> value >> size >> type >> binding >> visibility >> section >> symbol &&
+                   number.ends_with(':') && number != "Num:") {
+            //  7: 0000000000001139    47 FUNC    GLOBAL DEFAULT   14 name@VERSION
+            table->push_back({symbol.substr(0, symbol.find('@')), section != "UND", binding == "GLOBAL",
+                              binding != "LOCAL" && (visibility == "DEFAULT" || visibility == "PROTECTED")});
         }
     }
-    return result;
-}
-
-std::vector<ElfFile::Symbol> ElfFile::dynamicSymbols() const {
-    return symbols(SHT_DYNSYM);
-}
-
-std::vector<ElfFile::Symbol> ElfFile::allSymbols() const {
-    return symbols(SHT_SYMTAB);
 }
 
 std::vector<std::string> ElfFile::exportedSymbols() const {
     std::vector<std::string> names;
-    for (const Symbol& symbol : dynamicSymbols()) {
+    for (const Symbol& symbol : Dynamic) {
         if (symbol.Defined && symbol.Shown) {
             names.push_back(symbol.Name);
         }
@@ -85,42 +70,12 @@ std::vector<std::string> ElfFile::exportedSymbols() const {
 
 std::vector<std::string> ElfFile::undefinedSymbols() const {
     std::vector<std::string> names;
-    for (const Symbol& symbol : dynamicSymbols()) {
-        if (!symbol.Defined && !symbol.Name.empty()) {
+    for (const Symbol& symbol : Dynamic) {
+        if (!symbol.Defined) {
             names.push_back(symbol.Name);
         }
     }
     return names;
-}
-
-std::vector<std::string> ElfFile::dynamicTexts(long tag) const {
-    std::vector<std::string> texts;
-    for (const Section& section : Sections) {
-        if (section.Type != SHT_DYNAMIC) {
-            continue;
-        }
-        for (std::size_t offset = 0; offset < section.Size; offset += sizeof(Elf64_Dyn)) {
-            const auto entry = at<Elf64_Dyn>(section.Offset + offset);
-            if (entry.d_tag == tag) {
-                texts.push_back(text(Sections.at(section.Link), entry.d_un.d_val));
-            }
-        }
-    }
-    return texts;
-}
-
-std::string ElfFile::soname() const {
-    const std::vector<std::string> names = dynamicTexts(DT_SONAME);
-    return names.empty() ? "" : names.front();
-}
-
-std::string ElfFile::runPath() const {
-    const std::vector<std::string> paths = dynamicTexts(DT_RUNPATH);
-    return paths.empty() ? "" : paths.front();
-}
-
-std::vector<std::string> ElfFile::neededLibraries() const {
-    return dynamicTexts(DT_NEEDED);
 }
 
 } // namespace testsupport

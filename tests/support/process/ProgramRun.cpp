@@ -35,27 +35,32 @@ void checkErrno(bool good, const char* what) {
 }
 
 struct Pipe {
-    int Read = -1;
-    int Write = -1;
-    Pipe() {
-        int ends[2];
-        checkErrno(pipe2(ends, O_CLOEXEC) == 0, "pipe");
-        Read = ends[0];
-        Write = ends[1];
-    }
+    SocketHandle Read;
+    SocketHandle Write;
 };
 
-// The master end of a new terminal, and the name of the other.
-std::pair<int, std::string> openTerminal() {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    checkErrno(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0, "terminal");
+Pipe makePipe() {
+    int ends[2];
+    checkErrno(pipe2(ends, O_CLOEXEC) == 0, "pipe");
+    return {SocketHandle(ends[0]), SocketHandle(ends[1])};
+}
+
+struct Terminal {
+    SocketHandle Master;
+    SocketHandle Slave;
+    std::string Name; // of the slave
+};
+
+Terminal openTerminal() {
+    SocketHandle master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    checkErrno(master && grantpt(master.get()) == 0 && unlockpt(master.get()) == 0, "terminal");
     char name[64];
-    check(ptsname_r(master, name, sizeof name), "ptsname_r");
-    winsize size{};
-    size.ws_row = 24;
-    size.ws_col = 100;
-    checkErrno(ioctl(master, TIOCSWINSZ, &size) == 0, "TIOCSWINSZ");
-    return {master, name};
+    check(ptsname_r(master.get(), name, sizeof name), "ptsname_r");
+    const winsize size{.ws_row = 24, .ws_col = 100, .ws_xpixel = 0, .ws_ypixel = 0};
+    checkErrno(ioctl(master.get(), TIOCSWINSZ, &size) == 0, "TIOCSWINSZ");
+    SocketHandle slave(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    checkErrno(static_cast<bool>(slave), "terminal");
+    return {std::move(master), std::move(slave), name};
 }
 
 std::vector<std::string> environment(const Surroundings& around) {
@@ -84,67 +89,40 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     ::signal(SIGPIPE, SIG_IGN); // a program that has ended takes no input
     const std::string executable = around.Executable.empty() ? programFile() : around.Executable;
     arguments.insert(arguments.begin(), executable);
-    const Pipe input;
+    Pipe input = makePipe();
+    Pipe out;
+    Pipe err;
     ProcessStart start{.File = executable,
                        .Arguments = std::move(arguments),
                        .Environment = environment(around),
                        .Folder = around.Folder,
-                       .Streams = {input.Read, -1, -1}};
-    int out = -1;
-    int err = -1;
-    int typed = -1;
-    std::vector<int> childEnds = {input.Read};
+                       .Streams = {input.Read.get(), -1, -1}};
     if (around.Terminal) {
-        const auto [master, name] = openTerminal();
-        const int slave = open(name.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        checkErrno(slave >= 0, "terminal");
-        start.Streams[1] = start.Streams[2] = slave;
-        childEnds.push_back(slave);
-        out = master;
+        Terminal terminal = openTerminal();
+        out = {std::move(terminal.Master), std::move(terminal.Slave)};
+        start.Streams[1] = start.Streams[2] = out.Write.get();
         if (around.TerminalInput) {
-            start.Terminal = name;
-            typed = fcntl(master, F_DUPFD_CLOEXEC, 0);
+            start.Terminal = terminal.Name;
+            input.Write = SocketHandle(fcntl(out.Read.get(), F_DUPFD_CLOEXEC, 0));
         }
     } else {
-        const Pipe errors;
-        start.Streams[2] = errors.Write;
-        childEnds.push_back(errors.Write);
-        err = errors.Read;
-        if (around.OutDescriptor >= 0) {
-            start.Streams[1] = around.OutDescriptor;
-        } else {
-            const Pipe output;
-            start.Streams[1] = output.Write;
-            childEnds.push_back(output.Write);
-            out = output.Read;
+        err = makePipe();
+        if (around.OutDescriptor < 0) {
+            out = makePipe();
         }
+        start.Streams[1] = around.OutDescriptor < 0 ? out.Write.get() : around.OutDescriptor;
+        start.Streams[2] = err.Write.get();
     }
-    std::exception_ptr failure;
-    try {
-        Process.emplace(start);
-    } catch (...) {
-        failure = std::current_exception();
+    Process.emplace(start);
+    for (SocketHandle* childEnd : {&input.Read, &out.Write, &err.Write}) {
+        childEnd->reset();
     }
-    for (const int end : childEnds) {
-        close(end);
+    Input = std::move(input.Write);
+    if (out.Read) {
+        OutReader = std::thread([this, from = std::move(out.Read)] { readToEnd(from, Out); });
     }
-    if (failure) {
-        for (const int end : {input.Write, out, err, typed}) {
-            if (end >= 0) {
-                close(end);
-            }
-        }
-        std::rethrow_exception(failure);
-    }
-    Input = input.Write;
-    if (typed >= 0) {
-        close(std::exchange(Input, typed));
-    }
-    if (out >= 0) {
-        OutReader = std::thread([this, out] { readToEnd(out, Out); });
-    }
-    if (err >= 0) {
-        ErrReader = std::thread([this, err] { readToEnd(err, Err); });
+    if (err.Read) {
+        ErrReader = std::thread([this, from = std::move(err.Read)] { readToEnd(from, Err); });
     }
     if (around.Input) {
         type(*around.Input);
@@ -152,16 +130,16 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
     }
 }
 
-void Program::readToEnd(int descriptor, std::string& text) {
+void Program::readToEnd(const SocketHandle& from, std::string& text) {
     char buffer[4096];
     bool leftByAll = false; // by the last program of a terminal
     for (;;) {
-        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        const ssize_t count = read(from.get(), buffer, sizeof buffer);
         if (count < 0 && errno == EINTR) {
             continue;
         }
-        // A terminal tells its end with this error, now and then before the last words have been read: the kernel
-        // looks for words first and for the end then. Behind it no more are written, so the next read has them.
+        // A terminal reports its end with this error, now and then before the last words have been read: the kernel
+        // looks for words first and for the end then. After it no more are written, so the next read has them.
         if (count < 0 && errno == EIO && !std::exchange(leftByAll, true)) {
             continue;
         }
@@ -173,7 +151,6 @@ void Program::readToEnd(int descriptor, std::string& text) {
         }
         text.append(buffer, static_cast<std::size_t>(count));
     }
-    close(descriptor);
 }
 
 void Program::waitForOutput(const std::string& text) {
@@ -218,7 +195,7 @@ void Program::freeze() const {
 void Program::type(const std::string& text) const {
     std::size_t written = 0;
     while (written < text.size()) {
-        const ssize_t count = write(Input, text.data() + written, text.size() - written);
+        const ssize_t count = write(Input.get(), text.data() + written, text.size() - written);
         if (count < 0 && errno == EPIPE) {
             return;
         }
@@ -228,10 +205,7 @@ void Program::type(const std::string& text) const {
 }
 
 void Program::closeInput() {
-    if (Input >= 0) {
-        close(Input);
-    }
-    Input = -1;
+    Input.reset();
 }
 
 Outcome Program::wait() {
@@ -247,29 +221,19 @@ Outcome Program::wait() {
 }
 
 Outcome Program::waitAtMost(std::chrono::milliseconds limit) {
-    pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, Process->id(), 0)), POLLIN, 0};
-    checkErrno(ended.fd >= 0, "pidfd_open");
+    const SocketHandle process(static_cast<int>(syscall(SYS_pidfd_open, Process->id(), 0)));
+    checkErrno(static_cast<bool>(process), "pidfd_open");
+    pollfd ended{process.get(), POLLIN, 0};
     // In short waits, so that a machine that stands still for a while takes one of them from the program and not all.
     constexpr std::chrono::milliseconds once{10};
     int count = 0;
     for (std::chrono::milliseconds waited{0}; count <= 0 && waited < limit; waited += once) {
         count = poll(&ended, 1, static_cast<int>(once.count()));
     }
-    close(ended.fd);
     if (count <= 0) {
         signal(SIGKILL);
     }
     return wait();
-}
-
-long Program::peakKiB() const {
-    std::ifstream status("/proc/" + std::to_string(Process->id()) + "/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) {
-            return std::strtol(line.c_str() + 6, nullptr, 10);
-        }
-    }
-    throw std::runtime_error("the program has ended");
 }
 
 std::string Program::commandLine() const {

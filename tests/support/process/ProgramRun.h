@@ -1,7 +1,8 @@
-// Runs the built program, or another one, as a person or a script does, and tells what came of it.
+// Runs the built program, or another one, as a person or a script does, and says what came of it.
 #pragma once
 
 #include "tests/support/process/WatchedProcess.h"
+#include "tests/support/server/SocketHandle.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -50,13 +51,11 @@ public:
     Outcome wait(); // until it has ended
     // The same, but a program that goes on for longer is killed, so that its status is -1.
     Outcome waitAtMost(std::chrono::milliseconds limit);
-    // The largest resident size so far. What rusage says would count this process too, as it was at the start.
-    long peakKiB() const;
-    std::string commandLine() const; // as the list of processes shows it, with a NUL behind each word
+    std::string commandLine() const; // as the list of processes shows it, with a NUL after each word
 
 private:
     std::optional<WatchedProcess> Process;
-    int Input = -1;
+    SocketHandle Input;
     std::thread OutReader;
     std::thread ErrReader;
     std::mutex Guard; // of what follows
@@ -65,7 +64,7 @@ private:
     std::string Out;
     std::string Err;
 
-    void readToEnd(int descriptor, std::string& text);
+    void readToEnd(const SocketHandle& from, std::string& text);
 };
 
 Outcome run(std::vector<std::string> arguments, const Surroundings& around = {});
@@ -73,7 +72,7 @@ Outcome run(std::vector<std::string> arguments, const Surroundings& around = {})
 // The path of the built program, for launchers.
 std::string programFile();
 
-// Whether who writes into a pipe has to wait. Its bytes do not tell: a piece that fills no page takes a whole one.
+// Whether a write to the pipe would have to wait. Its bytes do not say: a piece that fills no page takes a whole one.
 bool isFull(int writeEnd);
 
 // The last line of a text, without its end.

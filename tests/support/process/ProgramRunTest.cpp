@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
 #include <unistd.h>
 
 namespace {
@@ -33,14 +32,6 @@ TEST(ProgramRun, WaitForWhatNeverComesEndsWithTheProgram) {
     EXPECT_EQ(outcome.Err, "why\n");
 }
 
-TEST(ProgramRun, ConditionEndsTheWait) {
-    const TemporaryFolder folder;
-    Program program({"-c", "touch '" + folder.file("there") + "'; exec cat"}, shell());
-    program.awaitCondition([&] { return std::filesystem::exists(folder.file("there")); }, "the file is there");
-    program.closeInput();
-    EXPECT_EQ(program.wait().Status, 0);
-}
-
 TEST(ProgramRun, EndsWhateverTheProgramHasStarted) {
     pid_t child = -1;
     {
@@ -52,7 +43,7 @@ TEST(ProgramRun, EndsWhateverTheProgramHasStarted) {
     EXPECT_EQ(awaitOrEnd([child] { return processHasEnded(child); }, [] { return false; }), Awaited::Held);
 }
 
-TEST(ProgramRun, WhatCannotBeStartedIsTold) {
+TEST(ProgramRun, WhatCannotBeStartedIsNamed) {
     try {
         const Program program({}, {.Executable = "/no/such/program"});
         ADD_FAILURE() << "it has been started";

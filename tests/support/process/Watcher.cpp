@@ -3,67 +3,53 @@
 #include "tests/support/process/BuiltFile.h"
 #include "tests/support/process/WatcherWords.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
-#include <vector>
-
-extern char** environ;
 
 namespace testsupport::watcher {
 namespace {
 
-void check(int result) {
-    if (result != 0) {
-        throw std::system_error(result, std::generic_category(), "cannot start the watcher of tests");
+void check(bool good, const char* what) {
+    if (!good) {
+        throw std::system_error(errno, std::generic_category(), what);
     }
 }
 
 // In a session of its own, so that what is typed at a terminal ends the test and not the watcher.
 pid_t spawn(int socket) {
-    posix_spawn_file_actions_t actions;
-    check(::posix_spawn_file_actions_init(&actions));
-    posix_spawnattr_t attributes;
-    check(::posix_spawnattr_init(&attributes));
-    // Whoever reads what the test prints waits until nobody can print any more.
-    int result = ::posix_spawn_file_actions_adddup2(&actions, socket, STDIN_FILENO);
-    for (const int output : {STDOUT_FILENO, STDERR_FILENO}) {
-        if (result == 0) {
-            result = ::posix_spawn_file_actions_addopen(&actions, output, "/dev/null", O_WRONLY, 0);
+    const std::string name = builtFile("bin/netrove_test_watcher");
+    const pid_t process = ::fork();
+    if (process == 0) {
+        ::setsid();
+        // Whoever reads what the test prints waits until nobody can print any more.
+        const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (::dup2(socket, STDIN_FILENO) >= 0 && ::dup2(nowhere, STDOUT_FILENO) >= 0 &&
+            ::dup2(nowhere, STDERR_FILENO) >= 0) {
+            ::execl(name.c_str(), name.c_str(), nullptr);
         }
+        ::_exit(127);
     }
-    if (result == 0) {
-        result = ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-    }
-    pid_t process = -1;
-    if (result == 0) {
-        std::string name = builtFile("bin/netrove_test_watcher");
-        const std::array<char*, 2> arguments = {name.data(), nullptr};
-        result = ::posix_spawn(&process, name.data(), &actions, &attributes, arguments.data(), environ);
-    }
-    ::posix_spawnattr_destroy(&attributes);
-    ::posix_spawn_file_actions_destroy(&actions);
-    check(result);
     return process;
 }
 
 // The end of the socket here is never closed: the system does that when this process is gone.
 int startWatcher() {
     std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-        throw std::system_error(errno, std::generic_category(), "socketpair");
-    }
+    check(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) == 0, "socketpair");
     const pid_t process = spawn(ends[1]);
     ::close(ends[1]);
     int status = 0;
-    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
+    while (process > 0 && ::waitpid(process, &status, 0) < 0 && errno == EINTR) {
     }
-    check(status == 0 ? 0 : ECHILD);
+    errno = process > 0 ? ECHILD : errno;
+    check(process > 0 && status == 0, "cannot start the watcher of tests");
     return ends[0];
 }
 
@@ -78,27 +64,18 @@ bool tell(char verb, char kind, const char* value, std::size_t length) noexcept 
         errno = ENAMETOOLONG;
         return false;
     }
-    for (std::size_t index = 0; index < length; ++index) {
-        word[index + 2] = value[index];
-    }
+    std::copy_n(value, length, word.data() + 2);
     return ::send(link(), word.data(), length + 2, MSG_NOSIGNAL) > 0;
 }
 
 // Without the heap, since a child says it between fork and exec.
 bool tellGroup(char verb, pid_t group) noexcept {
-    std::array<char, 20> digits{};
-    std::size_t start = digits.size();
-    for (pid_t rest = group; rest > 0; rest /= 10) {
-        digits[--start] = static_cast<char>('0' + rest % 10);
-    }
-    return tell(verb, kGroup, digits.data() + start, digits.size() - start);
+    std::array<char, 20> digits;
+    const char* end = std::to_chars(digits.begin(), digits.end(), group).ptr;
+    return tell(verb, kGroup, digits.data(), static_cast<std::size_t>(end - digits.data()));
 }
 
-void require(bool told) {
-    if (!told) {
-        throw std::system_error(errno, std::generic_category(), "nobody watches over this test");
-    }
-}
+constexpr const char* kUnwatched = "nobody watches over this test";
 
 } // namespace
 
@@ -107,12 +84,12 @@ void start() {
 }
 
 void watchGroup(pid_t group) {
-    require(tellGroup(kWatch, group));
+    check(tellGroup(kWatch, group), kUnwatched);
 }
 
 void watchPath(const std::string& path) {
     start();
-    require(tell(kWatch, kPath, path.data(), path.size()));
+    check(tell(kWatch, kPath, path.data(), path.size()), kUnwatched);
 }
 
 void forgetGroup(pid_t group) noexcept {

@@ -18,7 +18,7 @@ namespace {
 
 using namespace testsupport::watcher;
 
-// Whoever has ended and is not collected yet does nothing any more.
+// A process that has ended and is not collected yet does nothing any more.
 bool runsInOneOf(const std::set<pid_t>& groups, const std::filesystem::path& process) {
     std::ostringstream content;
     content << std::ifstream(process / "stat").rdbuf();
@@ -84,7 +84,7 @@ int main() {
             watch ? static_cast<void>(paths.insert(value)) : static_cast<void>(paths.erase(value));
         }
     }
-    endGroups(groups); // first, so that nobody writes behind the removal
+    endGroups(groups); // first, so that nobody writes after the removal
     for (const std::string& path : paths) {
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);

@@ -1,37 +1,28 @@
 #include "tests/support/server/SocketHandle.h"
 
-#include <arpa/inet.h>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace testsupport {
 namespace {
 
-struct Address {
-    sockaddr_storage Storage{};
-    socklen_t Length = 0;
-    sockaddr* raw() { return reinterpret_cast<sockaddr*>(&Storage); }
+union Address {
+    sockaddr Any;
+    sockaddr_in In4;
+    sockaddr_in6 In6{};
 };
 
 Address loopback(Family family, std::uint16_t port) {
     Address address;
+    address.In6.sin6_family = family == Family::IPv6 ? AF_INET6 : AF_INET;
+    address.In6.sin6_port = htons(port); // at the same place in both
     if (family == Family::IPv6) {
-        auto& in6 = reinterpret_cast<sockaddr_in6&>(address.Storage);
-        in6.sin6_family = AF_INET6;
-        in6.sin6_port = htons(port);
-        in6.sin6_addr = in6addr_loopback;
-        address.Length = sizeof(sockaddr_in6);
+        address.In6.sin6_addr = in6addr_loopback;
     } else {
-        auto& in4 = reinterpret_cast<sockaddr_in&>(address.Storage);
-        in4.sin_family = AF_INET;
-        in4.sin_port = htons(port);
-        in4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.Length = sizeof(sockaddr_in);
+        address.In4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     }
     return address;
 }
@@ -55,16 +46,10 @@ SocketHandle open(Family family, int flags) {
 
 } // namespace
 
-void SocketHandle::reset() noexcept {
-    if (Descriptor >= 0) {
-        ::close(std::exchange(Descriptor, -1));
-    }
-}
-
 SocketHandle bindLoopback(Family family, bool blocking) {
     SocketHandle socket = open(family, blocking ? 0 : SOCK_NONBLOCK);
-    Address address = loopback(family, 0);
-    if (::bind(socket.get(), address.raw(), address.Length) != 0) {
+    const Address address = loopback(family, 0);
+    if (::bind(socket.get(), &address.Any, sizeof address) != 0) {
         failWithAddress("bind", family);
     }
     return socket;
@@ -81,27 +66,17 @@ bool hasLoopback(Family family) {
 
 std::uint16_t boundPort(const SocketHandle& socket) {
     Address address;
-    address.Length = sizeof(address.Storage);
-    if (::getsockname(socket.get(), address.raw(), &address.Length) != 0) {
+    socklen_t length = sizeof address;
+    if (::getsockname(socket.get(), &address.Any, &length) != 0) {
         fail("getsockname");
     }
-    return ntohs(address.Storage.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6&>(address.Storage).sin6_port
-                                                       : reinterpret_cast<sockaddr_in&>(address.Storage).sin_port);
+    return ntohs(address.In6.sin6_port);
 }
 
-SocketHandle connectLoopback(std::uint16_t port, Family family) {
-    SocketHandle socket = open(family, 0);
-    Address address = loopback(family, port);
-    if (::connect(socket.get(), address.raw(), address.Length) != 0) {
-        fail("connect");
-    }
-    return socket;
-}
-
-SocketHandle beginConnect(std::uint16_t port) {
-    SocketHandle socket = open(Family::IPv4, SOCK_NONBLOCK);
-    Address address = loopback(Family::IPv4, port);
-    if (::connect(socket.get(), address.raw(), address.Length) != 0 && errno != EINPROGRESS) {
+SocketHandle connectLoopback(std::uint16_t port, Family family, bool blocking) {
+    SocketHandle socket = open(family, blocking ? 0 : SOCK_NONBLOCK);
+    const Address address = loopback(family, port);
+    if (::connect(socket.get(), &address.Any, sizeof address) != 0 && (blocking || errno != EINPROGRESS)) {
         fail("connect");
     }
     return socket;

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 namespace testsupport {
@@ -26,7 +27,11 @@ public:
 
     int get() const noexcept { return Descriptor; }
     explicit operator bool() const noexcept { return Descriptor >= 0; }
-    void reset() noexcept;
+    void reset() noexcept {
+        if (Descriptor >= 0) {
+            ::close(std::exchange(Descriptor, -1));
+        }
+    }
 
 private:
     int Descriptor = -1;
@@ -42,13 +47,10 @@ bool hasLoopback(Family family);
 // The port that a socket is bound to.
 std::uint16_t boundPort(const SocketHandle& socket);
 
-// A blocking socket connected to a port of 127.0.0.1.
-SocketHandle connectLoopback(std::uint16_t port, Family family = Family::IPv4);
+// A socket connected to a port of the loopback address; where it is not blocking, one that has begun to connect.
+SocketHandle connectLoopback(std::uint16_t port, Family family = Family::IPv4, bool blocking = true);
 
-// Starts a connection and gives the socket at once, whatever becomes of it.
-SocketHandle beginConnect(std::uint16_t port);
-
-// Blocking transfer on a connected socket, for clients in tests. `readSome` gives an empty text at the end.
+// Blocking transfer on a connected socket, for clients in tests. `readSome` returns an empty text at the end.
 void writeAll(const SocketHandle& socket, const std::string& bytes);
 std::string readSome(const SocketHandle& socket);
 std::string readToEnd(const SocketHandle& socket);

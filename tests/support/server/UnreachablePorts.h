@@ -3,33 +3,31 @@
 
 #include "tests/support/server/SocketHandle.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace testsupport {
 
-// Bound but not listening: connections are refused at once.
-class RefusingPort {
+class LoopbackPort {
 public:
-    RefusingPort();
     std::uint16_t port() const { return boundPort(Bound); }
-    std::string url(const std::string& path = "/") const;
+    std::string url(const std::string& path = "/") const { return "http://127.0.0.1:" + std::to_string(port()) + path; }
 
-private:
-    SocketHandle Bound;
+protected:
+    const SocketHandle Bound = bindLoopback(Family::IPv4, true);
 };
 
+// Bound but not listening: connections are refused at once.
+class RefusingPort : public LoopbackPort {};
+
 // Listening with a full queue that nobody empties: a further connection is neither accepted nor refused.
-class SilentPort {
+class SilentPort : public LoopbackPort {
 public:
     SilentPort();
-    std::uint16_t port() const { return boundPort(Listening); }
-    std::string url(const std::string& path = "/") const;
 
 private:
-    SocketHandle Listening;
-    std::vector<SocketHandle> Fillers;
+    std::array<SocketHandle, 2> Fillers;
 };
 
 } // namespace testsupport
