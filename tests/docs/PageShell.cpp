@@ -1,9 +1,20 @@
 #include "tests/docs/PageShell.h"
 
+#include "tests/docs/Page.h"
 #include "tests/support/process/BuiltFile.h"
-#include "tests/support/process/ProgramRun.h"
+
+#include <Poco/Net/HTTPBasicCredentials.h>
+#include <Poco/Net/HTTPRequestHandler.h>
+#include <Poco/Net/HTTPRequestHandlerFactory.h>
+#include <Poco/Net/HTTPServer.h>
+#include <Poco/Net/HTTPServerRequest.h>
+#include <Poco/Net/HTTPServerResponse.h>
+#include <Poco/Net/ServerSocket.h>
+#include <Poco/NullStream.h>
+#include <Poco/StreamCopier.h>
 
 #include <filesystem>
+#include <utility>
 
 namespace docstest {
 namespace {
@@ -11,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using testsupport::writeFile;
 
-// Slurm wants a cluster: as many tasks as asked for, each told which it is.
+// Slurm wants a cluster: as many tasks as asked for, each is told which one it is.
 constexpr const char* kSrun = "#!/bin/sh\nset -e\ntasks=$2\nshift 2\nfor id in $(seq 0 $((tasks - 1))); do\n"
                               "    SLURM_JOB_ID=1 SLURM_STEP_ID=0 SLURM_PROCID=$id SLURM_NTASKS=$tasks \"$@\"\n"
                               "done\n";
@@ -30,16 +41,57 @@ const std::string kProject = "cmake_minimum_required(VERSION 3.25)\n"
                              "add_test(NAME Threads.Stand COMMAND ${CMAKE_COMMAND} -E true)\n"
                              "set_tests_properties(Threads.Stand PROPERTIES LABELS threads)\n";
 
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    for (auto at = text.find(from); at != text.npos; at = text.find(from, at + to.size())) {
-        text.replace(at, from.size(), to);
+using Poco::Net::HTTPServerRequest;
+using Poco::Net::HTTPServerResponse;
+
+bool loggedIn(const HTTPServerRequest& request) {
+    if (!request.hasCredentials()) {
+        return false;
     }
-    return text;
+    const Poco::Net::HTTPBasicCredentials credentials(request);
+    return credentials.getUsername() == "alice" && credentials.getPassword() == "wonderland";
 }
+
+struct Handler : Poco::Net::HTTPRequestHandler {
+    void handleRequest(HTTPServerRequest& request, HTTPServerResponse& response) override {
+        Poco::NullOutputStream nowhere;
+        const std::streamsize received = Poco::StreamCopier::copyStream(request.stream(), nowhere);
+        const std::string& path = request.getURI();
+        if (path.ends_with("/missing")) {
+            response.setStatusAndReason(HTTPServerResponse::HTTP_NOT_FOUND);
+        } else if (path.ends_with("/private") && !loggedIn(request)) {
+            response.requireAuthentication("pages");
+        }
+        const std::string text = request.getMethod() + " with " + std::to_string(received) + " bytes\n";
+        response.setContentType("text/plain");
+        response.setContentLength64(static_cast<Poco::Int64>(text.size()));
+        response.send() << text;
+    }
+};
+
+struct Factory : Poco::Net::HTTPRequestHandlerFactory {
+    Poco::Net::HTTPRequestHandler* createRequestHandler(const HTTPServerRequest&) override {
+        return new Handler; // the server deletes it
+    }
+};
 
 } // namespace
 
-PageShell::PageShell() {
+// Any path answers with a short text, whatever the method; "/missing" with 404; "/private" with 401 unless alice logs
+// in. A whole URL in the request line, as a proxy gets it, is answered in the same way.
+struct PageServer {
+    Poco::Net::ServerSocket Socket{Poco::Net::SocketAddress("127.0.0.1", 0)};
+    Poco::ThreadPool Threads{2, 16};
+    Poco::Net::HTTPServer Server{new Factory, Threads, Socket, new Poco::Net::HTTPServerParams};
+
+    PageServer() { Server.start(); }
+    ~PageServer() {
+        Server.stopAll(true);
+        Threads.joinAll();
+    }
+};
+
+PageShell::PageShell() : Server(std::make_shared<PageServer>()) {
     const fs::path root(NETROVE_SOURCES);
     for (const char* folder : {"bin", "work", "sources"}) {
         fs::create_directory(Folder.file(folder));
@@ -70,11 +122,16 @@ PageShell::PageShell() {
 }
 
 std::string PageShell::here(std::string text) const {
-    text = replaced(text, "https://example.org", "http://" + Server.authority());
-    text = replaced(text, "http://example.org", "http://" + Server.authority());
-    text = replaced(text, "proxy.example.org:3128", Server.authority());
-    return replaced(replaced(text, "/path/to/libhost1.so", testsupport::builtFile("lib/libvantik_embedded.so")),
-                    "/path/to/libhost2.so", testsupport::builtFile("lib/libvantik_embedded.so"));
+    const std::string authority = "127.0.0.1:" + std::to_string(Server->Socket.address().port());
+    const std::string host = testsupport::builtFile("lib/libvantik_embedded.so");
+    for (const auto& [shown, real] : {std::pair<std::string, std::string>("https://example.org", "http://" + authority),
+                                      {"http://example.org", "http://" + authority},
+                                      {"proxy.example.org:3128", authority},
+                                      {"/path/to/libhost1.so", host},
+                                      {"/path/to/libhost2.so", host}}) {
+        text = replaced(text, shown, real);
+    }
+    return text;
 }
 
 testsupport::Outcome PageShell::bash(const std::string& script, const std::string& folder) const {

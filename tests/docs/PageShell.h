@@ -2,13 +2,15 @@
 // example.org.
 #pragma once
 
-#include "tests/docs/PageServer.h"
 #include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 
+#include <memory>
 #include <string>
 
 namespace docstest {
+
+struct PageServer;
 
 class PageShell {
 public:
@@ -20,7 +22,7 @@ public:
     testsupport::Outcome run(const std::string& command, const std::string& before) const;
 
     // In a folder that has all of the sources, with builds of its own. Where the command ends with a build, that only
-    // tells what it would do; `target` is built in earnest after it.
+    // says what it would do; `target` is really built after it.
     testsupport::Outcome runInSources(const std::string& command, const std::string& target) const;
 
     // A file of the first folder.
@@ -32,7 +34,7 @@ public:
     std::string here(std::string text) const;
 
 private:
-    const PageServer Server;
+    const std::shared_ptr<PageServer> Server;
     const testsupport::TemporaryFolder Folder;
 
     testsupport::Outcome bash(const std::string& script, const std::string& folder) const;

@@ -8,7 +8,7 @@ constexpr const char* kPackaging =
     "builds a release, which takes minutes, and asks lintian, which the tests do without; "
     "tests/install/PackagesTest.cpp makes the same packages of the build under test";
 constexpr const char* kInstalling = "changes the machine; tests/install/PackagesTest.cpp unpacks the packages instead";
-constexpr const char* kMeasuring = "measures for minutes, and tells nothing unless it is alone on the machine";
+constexpr const char* kMeasuring = "measures for minutes, and means nothing unless it is alone on the machine";
 constexpr const char* kReplaying = "fuzz/CMakeLists.txt: .replaysItsSeeds";
 constexpr const char* kClang = "needs clang, which the tests do without; they replay the seeds";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
@@ -49,7 +49,7 @@ constexpr CommandRow kCommands[] = {
     {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/commands/DescribeCommandTest.cpp: HelpOption, WritesToStandardOutput"},
     {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/ReferenceTest.cpp: ReferencePages, AreWhatTheProgramPrints"},
     {"docs/cli.md", R"(printf 'Authorization: Bearer %s\n' "$TOKEN" | netrove get -H @- https://example.org/)", Way::Here, ""},
-    {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list stand below it"},
+    {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list are below it"},
 
     {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
 

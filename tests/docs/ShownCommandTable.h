@@ -8,8 +8,8 @@ namespace docstest {
 
 enum class Way {
     Here,      // run in the folder of PageShell
-    Sources,   // run in a folder with all of the sources; a build tells what it would do, see Detail
-    Elsewhere, // run by a test of another folder. Detail: its file, ": ", and the name that stands in it
+    Sources,   // run in a folder with all of the sources; a build only says what it would do, see Detail
+    Elsewhere, // run by a test of another folder. Detail: its file, ": ", and the name that is in it
     Never,     // Detail: why a test cannot run it
 };
 
@@ -17,7 +17,7 @@ struct CommandRow {
     const char* Page;
     const char* Command; // as shown, without its comment
     docstest::Way Way;
-    const char* Detail; // Sources: a target that is built in earnest behind a build that only tells; or nothing
+    const char* Detail; // Sources: a target that is really built after a build that only says what it would do; or ""
 };
 
 // What a command that is run here has to print or leave behind. Everything that says in its comment what comes of it

@@ -1,31 +1,23 @@
 #include "tests/docs/ShownCommands.h"
 
-#include <algorithm>
-#include <cctype>
-#include <filesystem>
+#include "tests/docs/Page.h"
+
+#include <regex>
 #include <sstream>
 
 namespace docstest {
 namespace {
 
-namespace fs = std::filesystem;
-
-constexpr const char* kPrograms[] = {"netrove", "cmake",  "cpack", "ctest",  "apt",    "apt-get", "sudo",    "g++",
-                                     "jq",      "seq",    "srun",  "sbatch", "mpirun", "mv",      "cp",      "git",
-                                     "man",     "export", "ninja", "curl",   "dpkg",   "python3", "parallel"};
-constexpr const char* kFolders[] = {"scripts/", "packaging/", "build/", "./", "\"$HOME/"};
+// Begins with the name of a program or a script, after variables that are set for it.
+bool looksLikeACommand(const std::string& text) {
+    static const std::regex command(
+        R"re(\s*([A-Z0-9_]+=\S*\s+)*(scripts/|packaging/|build/|\./|"\$HOME/|(netrove|cmake|cpack|ctest|apt|apt-get|sudo|g\+\+|jq|seq|srun|sbatch|mpirun|mv|cp|git|man|export|ninja|curl|dpkg|python3|parallel)(\s|$)))re");
+    return std::regex_search(text, command, std::regex_constants::match_continuous);
+}
 
 std::string trimmed(const std::string& text) {
     const auto begin = text.find_first_not_of(" \t");
     return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
-
-// "NAME=value", which sets a variable for the command after it.
-bool isAssignment(const std::string& word) {
-    const auto end = word.find('=');
-    return end != word.npos && end > 0 &&
-           std::all_of(word.begin(), word.begin() + static_cast<std::ptrdiff_t>(end),
-                       [](unsigned char c) { return std::isupper(c) || std::isdigit(c) || c == '_'; });
 }
 
 // Where a comment begins: a hash after a blank, outside quotation marks.
@@ -56,33 +48,7 @@ ShownCommand command(const std::string& line) {
     return result;
 }
 
-void addPhrases(const std::string& line, std::vector<ShownCommand>& commands) {
-    for (auto begin = line.find('`'); begin != line.npos; begin = line.find('`', begin + 1)) {
-        const auto end = line.find('`', begin + 1);
-        if (end == line.npos) {
-            return;
-        }
-        const std::string phrase = line.substr(begin + 1, end - begin - 1);
-        if (looksLikeACommand(phrase) && phrase.find(' ') != phrase.npos) {
-            commands.push_back({phrase, {}});
-        }
-        begin = end;
-    }
-}
-
 } // namespace
-
-bool looksLikeACommand(const std::string& text) {
-    std::istringstream words(text);
-    std::string word;
-    do {
-        if (!(words >> word)) {
-            return false;
-        }
-    } while (isAssignment(word));
-    return std::ranges::find(kPrograms, word) != std::end(kPrograms) ||
-           std::ranges::any_of(kFolders, [&](const char* folder) { return word.starts_with(folder); });
-}
 
 std::vector<ShownCommand> shownCommands(const std::string& page) {
     std::vector<ShownCommand> commands;
@@ -97,7 +63,11 @@ std::vector<ShownCommand> shownCommands(const std::string& page) {
         }
         const bool indented = line.starts_with("    ");
         if (!inBlock && !indented) {
-            addPhrases(line, commands);
+            for (const std::string& phrase : matches(line, "`([^`]+)`")) {
+                if (looksLikeACommand(phrase) && phrase.find(' ') != phrase.npos) {
+                    commands.push_back({phrase, {}});
+                }
+            }
             continue;
         }
         if (inBlock && language != "sh" && !language.empty()) {
@@ -113,20 +83,6 @@ std::vector<ShownCommand> shownCommands(const std::string& page) {
         }
     }
     return commands;
-}
-
-std::vector<std::string> allPages() {
-    const fs::path root(NETROVE_SOURCES);
-    std::vector<std::string> pages;
-    for (const char* folder : {".", "docs", "bench", "fuzz"}) {
-        for (const auto& entry : fs::directory_iterator(root / folder)) {
-            if (entry.path().extension() == ".md") {
-                pages.push_back(entry.path().lexically_normal().lexically_relative(root.lexically_normal()).string());
-            }
-        }
-    }
-    std::ranges::sort(pages);
-    return pages;
 }
 
 } // namespace docstest

@@ -12,14 +12,8 @@ struct ShownCommand {
     int Status = 0;      // "exits N" in the comment
 };
 
-// What begins with the name of a program or a script, as opposed to other words between backticks.
-bool looksLikeACommand(const std::string& text);
-
 // In a block marked "sh" every line is one; in a block without a language, in an indented one and between backticks
 // what looks like one and has an argument.
 std::vector<ShownCommand> shownCommands(const std::string& page);
-
-// All pages of the sources, as paths from their root, sorted.
-std::vector<std::string> allPages();
 
 } // namespace docstest

@@ -1,6 +1,7 @@
 // Every command that a page shows is run, here or by another test, or has a row that says why it is not.
 #include "tests/docs/ShownCommands.h"
 
+#include "tests/docs/Page.h"
 #include "tests/docs/PageShell.h"
 #include "tests/docs/ShownCommandTable.h"
 #include "tests/support/process/BuiltFile.h"
@@ -20,12 +21,12 @@ using testing::HasSubstr;
 using testsupport::Outcome;
 using testsupport::readFile;
 
-std::string source(const std::string& path) {
-    return readFile(std::string(NETROVE_SOURCES) + "/" + path);
-}
-
 std::vector<ShownCommand> commandsOf(const std::string& page) {
     return shownCommands(source(page));
+}
+
+std::ptrdiff_t timesShown(const std::string& page, const std::string& command) {
+    return std::ranges::count(commandsOf(page), command, &ShownCommand::Text);
 }
 
 const CommandRow* rowOf(const std::string& page, const std::string& command) {
@@ -42,7 +43,7 @@ bool runsWithoutARow(const std::string& command) {
     return std::ranges::any_of(kBeginnings, [&](const char* beginning) { return command.starts_with(beginning); });
 }
 
-// The row of a command that stands there for the time of that number, from 0.
+// The row of a command that the page shows for the time of that number, from 0.
 const ResultRow* resultOf(const std::string& page, const std::string& command, int time) {
     for (const ResultRow& row : resultTable()) {
         if (page == row.Page && command == row.Command && time-- == 0) {
@@ -113,17 +114,11 @@ TEST(ShownCommands, AreAllAccountedFor) {
 
 TEST(ShownCommands, TableHasNothingThatNoPageShows) {
     for (const CommandRow& row : commandTable()) {
-        const std::vector<ShownCommand> shown = commandsOf(row.Page);
-        EXPECT_TRUE(
-            std::ranges::any_of(shown, [&](const ShownCommand& command) { return command.Text == row.Command; }))
-            << row.Page << " does not show \"" << row.Command << '"';
+        EXPECT_GT(timesShown(row.Page, row.Command), 0) << row.Page << " does not show \"" << row.Command << '"';
     }
     std::map<std::pair<std::string, std::string>, std::ptrdiff_t> rows;
     for (const ResultRow& row : resultTable()) {
-        const std::vector<ShownCommand> shown = commandsOf(row.Page);
-        EXPECT_LE(
-            ++rows[std::pair(std::string(row.Page), std::string(row.Command))],
-            std::ranges::count_if(shown, [&](const ShownCommand& command) { return command.Text == row.Command; }))
+        EXPECT_LE((++rows[{row.Page, row.Command}]), timesShown(row.Page, row.Command))
             << row.Page << ": " << row.Command;
     }
 }
@@ -187,15 +182,14 @@ TEST(ModuleForAnotherHost, IsInstalledAsThePageSays) {
     EXPECT_THAT(found.Out, HasSubstr("-- module " + std::filesystem::canonical(module).string() + "\n"));
 }
 
-// Presets that are named only in commands that no test runs.
+// Some presets are named only in commands that no test runs.
 TEST(ShownCommands, PresetsAreThere) {
     const std::string presets = source("CMakePresets.json");
     std::set<std::string> named;
     for (const std::string& page : allPages()) {
         for (const ShownCommand& command : commandsOf(page)) {
-            for (auto at = command.Text.find("--preset "); at != std::string::npos;
-                 at = command.Text.find("--preset ", at + 1)) {
-                named.insert(command.Text.substr(at + 9, command.Text.find(' ', at + 9) - at - 9));
+            for (const std::string& name : matches(command.Text, "--preset (\\S+)")) {
+                named.insert(name);
             }
         }
     }
@@ -212,13 +206,12 @@ TEST(ShownCommands, AreReadFromEveryKindOfBlock) {
                                                              "```\nhttps://example.org/ a.csv\nnetrove get x\n```\n"
                                                              "```cpp\ncmake --build x\n```\n\n"
                                                              "    X=1 scripts/test --quick\n    other text\n");
-    std::vector<std::string> texts;
-    for (const ShownCommand& command : commands) {
-        texts.push_back(command.Text);
-    }
-    EXPECT_THAT(texts, testing::ElementsAre("netrove help", "anything 'with # in it'", "a b", "netrove get x",
-                                            "X=1 scripts/test --quick"));
-    EXPECT_EQ(commands.at(1).Status, 22);
+    const auto shows = [](const char* text, int status = 0) {
+        return testing::AllOf(testing::Field(&ShownCommand::Text, text), testing::Field(&ShownCommand::Status, status));
+    };
+    EXPECT_THAT(commands,
+                testing::ElementsAre(shows("netrove help"), shows("anything 'with # in it'", 22), shows("a b"),
+                                     shows("netrove get x"), shows("X=1 scripts/test --quick")));
 }
 
 } // namespace

@@ -1,71 +1,34 @@
 #include "tests/install/InstallFixture.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <sys/wait.h>
 
 namespace installtest {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-// For a shell, as one word.
-std::string quoted(const std::string& text) {
-    std::string result = "'";
-    for (const char c : text) {
-        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return result + "'";
+testsupport::Outcome shell(const std::string& commands, const std::string& folder,
+                           std::map<std::string, std::string> environment) {
+    environment.insert({{"PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {"HOME", folder}});
+    return testsupport::run(
+        {"-euc", "exec 2>&1\n" + commands},
+        {.Input = "", .Environment = std::move(environment), .Folder = folder, .Executable = "/bin/bash"});
 }
 
-} // namespace
-
-ShellOutcome shell(const std::string& commands, const std::string& folder,
-                   const std::map<std::string, std::string>& environment) {
-    std::map<std::string, std::string> values = {
-        {"PATH", "/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {"HOME", folder}, {"LANG", "C.UTF-8"}};
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TMPDIR"}) {
-        if (const char* value = std::getenv(name)) {
-            values[name] = value;
-        }
+void makeIn(const testsupport::TemporaryFolder& folder, const std::string& commands) {
+    const testsupport::Outcome outcome = shell(commands, folder.path());
+    if (outcome.Status != 0) {
+        throw std::runtime_error(outcome.Out);
     }
-    for (const auto& [name, value] : environment) {
-        values[name] = value;
-    }
-    std::string line = "cd " + quoted(folder) + " && exec env -i";
-    for (const auto& [name, value] : values) {
-        line += " " + quoted(name + "=" + value);
-    }
-    line += " bash -euc " + quoted(commands) + " 2>&1 </dev/null";
-
-    FILE* stream = popen(line.c_str(), "r");
-    if (stream == nullptr) {
-        throw std::runtime_error("no shell");
-    }
-    ShellOutcome outcome;
-    char buffer[4096];
-    for (std::size_t count = 0; (count = std::fread(buffer, 1, sizeof buffer, stream)) > 0;) {
-        outcome.Out.append(buffer, count);
-    }
-    const int status = pclose(stream);
-    outcome.Status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
 }
 
 std::unique_ptr<testsupport::TemporaryFolder> InstalledTree::Folder;
 
 void InstalledTree::SetUpTestSuite() {
     Folder = std::make_unique<testsupport::TemporaryFolder>();
-    const ShellOutcome outcome =
-        shell("cmake --install '" NETROVE_BUILD_FOLDER "' --prefix first/place\nmkdir second\nmv first/place second/",
-              Folder->path());
-    if (outcome.Status != 0) {
-        throw std::runtime_error(outcome.Out);
-    }
+    makeIn(*Folder,
+           "cmake --install '" NETROVE_BUILD_FOLDER "' --prefix first/place\nmkdir second\nmv first/place second/");
 }
 
 void InstalledTree::TearDownTestSuite() {
@@ -95,15 +58,6 @@ std::vector<std::string> filesBelow(const std::string& folder) {
     }
     std::ranges::sort(files);
     return files;
-}
-
-std::string source(const std::string& path) {
-    return std::string(NETROVE_SOURCE_FOLDER "/") + path;
-}
-
-std::string sanitizerFlags() {
-    const std::string kinds = NETROVE_SANITIZERS;
-    return kinds.empty() ? "" : "-fsanitize=" + kinds;
 }
 
 } // namespace installtest

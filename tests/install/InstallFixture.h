@@ -1,6 +1,8 @@
 // The tree that `cmake --install` makes of this build, in a folder of its own, and moved before it is used.
 #pragma once
 
+#include "tests/docs/Page.h"
+#include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -12,14 +14,15 @@
 
 namespace installtest {
 
-struct ShellOutcome {
-    int Status = -1; // exit status of the first command that failed; 0: none has; -1: ended by a signal
-    std::string Out; // standard output and standard error, in order
-};
+using docstest::source;
+using docstest::sourcePath;
 
-// Runs commands in a folder with a plain environment: no path of this build, no proxy, HOME in that folder.
-ShellOutcome shell(const std::string& commands, const std::string& folder,
-                   const std::map<std::string, std::string>& environment = {});
+// Runs commands in a folder with a plain environment: no path of this build, no proxy, HOME in that folder. What they
+// print is all in Out, in order; the status is that of the first command that failed.
+testsupport::Outcome shell(const std::string& commands, const std::string& folder,
+                           std::map<std::string, std::string> environment = {});
+// The same for what tests are to find there. Raises std::runtime_error where it fails.
+void makeIn(const testsupport::TemporaryFolder& folder, const std::string& commands);
 
 // A fixture whose tests share one tree; it is made once a process.
 class InstalledTree : public testing::Test {
@@ -37,11 +40,5 @@ private:
 
 // Every file and link below a folder, relative to it and sorted.
 std::vector<std::string> filesBelow(const std::string& folder);
-
-// A file of the sources.
-std::string source(const std::string& path);
-
-// "-fsanitize=…" where this build has sanitizers: a program that links the library needs the same.
-std::string sanitizerFlags();
 
 } // namespace installtest

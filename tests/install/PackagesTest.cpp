@@ -23,16 +23,12 @@ class Packages : public testing::Test {
 protected:
     static void SetUpTestSuite() {
         Folder = std::make_unique<TemporaryFolder>();
-        const ShellOutcome outcome = shell("cpack -G DEB --config '" NETROVE_BUILD_FOLDER "/CPackConfig.cmake' -B .\n"
-                                           "for package in *.deb; do\n"
-                                           "    dpkg-deb -x $package ${package%%_*}\n"
-                                           "    dpkg-deb -e $package ${package%%_*}.control\n"
-                                           "    dpkg-deb -x $package root\n"
-                                           "done",
-                                           Folder->path());
-        if (outcome.Status != 0) {
-            throw std::runtime_error(outcome.Out);
-        }
+        makeIn(*Folder, "cpack -G DEB --config '" NETROVE_BUILD_FOLDER "/CPackConfig.cmake' -B .\n"
+                        "for package in *.deb; do\n"
+                        "    dpkg-deb -x $package ${package%%_*}\n"
+                        "    dpkg-deb -e $package ${package%%_*}.control\n"
+                        "    dpkg-deb -x $package root\n"
+                        "done");
     }
     static void TearDownTestSuite() { Folder.reset(); }
 
@@ -42,13 +38,9 @@ protected:
 
     // One field of the control file; empty where there is none.
     static std::string field(const std::string& package, const std::string& name) {
-        const std::string control = "\n" + readFile(place(package + ".control/control"));
-        const std::size_t start = control.find("\n" + name + ": ");
-        if (start == std::string::npos) {
-            return {};
-        }
-        const std::size_t value = start + name.size() + 3;
-        return control.substr(value, control.find('\n', value) - value);
+        const auto values = docstest::matches("\n" + readFile(place(package + ".control/control")),
+                                              ("\n" + name + ": ([^\n]*)").c_str());
+        return values.empty() ? "" : values.front();
     }
 
 private:
@@ -90,10 +82,10 @@ TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
     std::vector<std::string> expected =
         with("libnetrove-dev", {kLib + "libvantik_embedded.so", kLib + "cmake/netrove/netroveConfig.cmake",
                                 kLib + "cmake/netrove/netroveConfigVersion.cmake", kLib + "pkgconfig/netrove.pc"});
-    for (const std::string& header : filesBelow(source("embedded/include"))) {
+    for (const std::string& header : filesBelow(sourcePath("embedded/include"))) {
         expected.push_back("usr/include/" + header);
     }
-    for (const std::string& page : filesBelow(source("docs"))) {
+    for (const std::string& page : filesBelow(sourcePath("docs"))) {
         if (page.ends_with(".md")) {
             expected.push_back("usr/share/doc/netrove/docs/" + page);
         }
@@ -142,16 +134,15 @@ TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
 }
 
 TEST_F(Packages, CompressedPagesAreTheOnesOfTheSources) {
-    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out,
-              readFile(source("packaging/netrove.1")));
+    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out, source("packaging/netrove.1"));
     EXPECT_EQ(shell("gzip -dc netrove/usr/share/doc/netrove/changelog.gz", place("")).Out,
-              readFile(source("packaging/debian/changelog")));
-    EXPECT_THAT(readFile(source("packaging/debian/changelog")), testing::StartsWith("netrove (" NETROVE_VERSION ") "));
+              source("packaging/debian/changelog"));
+    EXPECT_THAT(source("packaging/debian/changelog"), testing::StartsWith("netrove (" NETROVE_VERSION ") "));
 }
 
 TEST_F(Packages, ToolRunsWhereTheyAreUnpacked) {
     ScriptedServer server({step::expectHead(), step::send(response("hello")), step::awaitPeerEnd()});
-    const ShellOutcome got = shell("root/usr/bin/netrove get " + server.url(), place(""));
+    const Outcome got = shell("root/usr/bin/netrove get " + server.url(), place(""));
     EXPECT_EQ(got.Status, 0);
     EXPECT_EQ(got.Out, "hello");
 }

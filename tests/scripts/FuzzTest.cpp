@@ -1,6 +1,5 @@
 // scripts/fuzz with stand-ins for cmake, clang and the drivers: which of them it runs, for how long, and what it says.
 #include "tests/scripts/ScriptFixture.h"
-#include "tests/support/process/ProgramRun.h"
 
 #include <gmock/gmock.h>
 
@@ -16,11 +15,10 @@ using testsupport::Outcome;
 class FuzzDrivers : public ScriptFixture {
 protected:
     FuzzDrivers() {
-        for (const char* folder : {"bin", "scripts", "fuzz", "build", "build/fuzz", "build/fuzz/bin"}) {
+        for (const char* folder : {"bin", "fuzz", "build", "build/fuzz", "build/fuzz/bin"}) {
             fs::create_directory(Folder.file(folder));
         }
-        fs::copy_file(NETROVE_SOURCES "/scripts/fuzz", Folder.file("scripts/fuzz"));
-        standIn("scripts/deps", "");
+        copy("scripts/fuzz");
         standIn("bin/cmake", "");
         standIn("bin/clang++", "");
         write("fuzz/CMakeLists.txt",
@@ -30,13 +28,7 @@ protected:
         }
     }
 
-    Outcome fuzz(std::vector<std::string> arguments) const {
-        testsupport::Surroundings around;
-        around.Environment["PATH"] = Folder.file("bin") + ":/usr/bin:/bin";
-        around.Folder = Folder.path();
-        around.Executable = Folder.file("scripts/fuzz");
-        return testsupport::run(std::move(arguments), around);
-    }
+    Outcome fuzz(std::vector<std::string> arguments) const { return run("scripts/fuzz", std::move(arguments)); }
 };
 
 TEST_F(FuzzDrivers, AllRunForAMinuteWithoutArguments) {
@@ -68,7 +60,7 @@ TEST_F(FuzzDrivers, ATimeIsANumber) {
     }
 }
 
-TEST_F(FuzzDrivers, AFailureIsToldAndTheOthersStillRun) {
+TEST_F(FuzzDrivers, AFailureIsReportedAndTheOthersStillRun) {
     standIn("build/fuzz/bin/fuzz_one_two", "exit 77\n");
     const Outcome outcome = fuzz({"1"});
     EXPECT_EQ(outcome.Status, 1);

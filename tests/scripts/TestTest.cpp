@@ -1,6 +1,5 @@
 // scripts/test with stand-ins for cmake, ctest and scripts/deps: what its last lines say of what it has run.
 #include "tests/scripts/ScriptFixture.h"
-#include "tests/support/process/ProgramRun.h"
 
 #include <curl/curlver.h>
 #include <gmock/gmock.h>
@@ -61,11 +60,8 @@ const std::string kOneFailed = entry("some_tests.1",
 class AllTests : public ScriptFixture {
 protected:
     AllTests() {
-        for (const char* folder : {"bin", "scripts"}) {
-            fs::create_directory(Folder.file(folder));
-        }
-        fs::copy_file(NETROVE_SOURCES "/scripts/test", Folder.file("scripts/test"));
-        standIn("scripts/deps", "");
+        fs::create_directory(Folder.file("bin"));
+        copy("scripts/test");
         standIn("bin/cmake", kCMake);
         standIn("bin/ctest", kCTest);
         write("unbuildable", "");
@@ -75,12 +71,12 @@ protected:
         }
     }
 
-    Outcome runAll(std::vector<std::string> arguments = {}) const {
-        testsupport::Surroundings around;
-        around.Environment["PATH"] = Folder.file("bin") + ":/usr/bin:/bin";
-        around.Folder = Folder.path();
-        around.Executable = Folder.file("scripts/test");
-        return testsupport::run(std::move(arguments), around);
+    Outcome runAll(std::vector<std::string> arguments = {}) const { return run("scripts/test", std::move(arguments)); }
+
+    void expectFailure(const std::string& lastLines) const {
+        const Outcome outcome = runAll();
+        EXPECT_EQ(outcome.Status, 1);
+        EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n" + lastLines));
     }
 
     // A folder with a file that is called as libcurl is.
@@ -101,31 +97,25 @@ TEST_F(AllTests, WhereAllPassTheLastLineCountsThem) {
 
 TEST_F(AllTests, WhatFailedIsShownAgainAtTheEnd) {
     write("dev.log", kTwoPassed + kOneFailed);
-    const Outcome outcome = runAll();
-    EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n"
-                                      "dev: 1 failed\n"
-                                      "[ RUN      ] Some.OtherTest\n"
-                                      "SomeTest.cpp:7: Failure\n"
-                                      "Value of: three\n"
-                                      "[  FAILED  ] Some.OtherTest, where GetParam() = 3 (1 ms)\n"
-                                      "\n"
-                                      "8 passed, 1 failed\n"));
+    expectFailure("dev: 1 failed\n"
+                  "[ RUN      ] Some.OtherTest\n"
+                  "SomeTest.cpp:7: Failure\n"
+                  "Value of: three\n"
+                  "[  FAILED  ] Some.OtherTest, where GetParam() = 3 (1 ms)\n"
+                  "\n"
+                  "8 passed, 1 failed\n");
 }
 
-// A crash takes GoogleTest's last words with it; a test that is no executable of GoogleTest has none.
+// A crash takes GoogleTest's last words with it; a test without GoogleTest has none.
 TEST_F(AllTests, EntryWithoutASummaryIsOneTest) {
     write("asan.log", entry("headers", "", true) +
                           entry("some_tests.2", ok("Some.Test") + "[ RUN      ] Some.Crash\nhalf a li\n", false));
-    const Outcome outcome = runAll();
-    EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\n"
-                                      "asan: 1 failed\n"
-                                      "\"some_tests.2\" ended with:\n"
-                                      "[ RUN      ] Some.Crash\n"
-                                      "half a li\n"
-                                      "\n"
-                                      "5 passed, 1 failed\n"));
+    expectFailure("asan: 1 failed\n"
+                  "\"some_tests.2\" ended with:\n"
+                  "[ RUN      ] Some.Crash\n"
+                  "half a li\n"
+                  "\n"
+                  "5 passed, 1 failed\n");
 }
 
 TEST_F(AllTests, OfALongOutputTheBeginningIsShownAgain) {
@@ -146,16 +136,12 @@ TEST_F(AllTests, OneTestIsRunByItsName) {
 
 TEST_F(AllTests, WhatCannotBeBuiltCountsAsAFailure) {
     write("unbuildable", "asan\n");
-    const Outcome outcome = runAll();
-    EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\nasan: the build failed\n\n4 passed, 1 failed\n"));
+    expectFailure("asan: the build failed\n\n4 passed, 1 failed\n");
 }
 
 TEST_F(AllTests, NoTestAtAllCountsAsAFailure) {
     write("tsan.log", "Start testing: now\n");
-    const Outcome outcome = runAll();
-    EXPECT_EQ(outcome.Status, 1);
-    EXPECT_THAT(outcome.Out, EndsWith("\n== what failed\ntsan: no test has run\n\n4 passed, 1 failed\n"));
+    expectFailure("tsan: no test has run\n\n4 passed, 1 failed\n");
 }
 
 TEST_F(AllTests, AnotherLibcurlServesAllOfThem) {

@@ -17,15 +17,15 @@ public:
         bool Shown;  // to other files, by its visibility
     };
     // What the linker knew; empty where the file has been stripped.
-    const std::vector<Symbol>& allSymbols() const { return All; }
+    std::vector<Symbol> allSymbols() const { return All; }
 
     // Raw names of what is exported, and of what others must define, as the dynamic loader knows them.
     std::vector<std::string> exportedSymbols() const;
     std::vector<std::string> undefinedSymbols() const;
 
-    const std::string& soname() const { return Soname; }   // empty where there is none
-    const std::string& runPath() const { return RunPath; } // where the loader looks for what is needed
-    const std::vector<std::string>& neededLibraries() const { return Needed; } // by soname, in order
+    std::string soname() const { return Soname; }                       // empty where there is none
+    std::string runPath() const { return RunPath; }                     // where the loader looks for what is needed
+    std::vector<std::string> neededLibraries() const { return Needed; } // by soname, in order
 
 private:
     std::vector<Symbol> Dynamic;
