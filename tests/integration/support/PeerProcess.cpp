@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -40,19 +41,13 @@ std::set<std::string> listenersOn(std::uint16_t port) {
         std::string line;
         std::getline(file, line); // the heading
         while (std::getline(file, line)) {
-            std::istringstream words(line);
-            std::string slot;
-            std::string local;
-            std::string remote;
-            std::string state;
-            std::string inode;
-            words >> slot >> local >> remote >> state;
-            for (int skipped = 0; skipped < 6; ++skipped) {
-                words >> inode;
-            }
+            // sl, local address, remote address, state, queues, timers, retransmissions, user, timeouts, inode
+            std::istringstream fields(line);
+            const std::vector<std::string> words{std::istream_iterator<std::string>(fields), {}};
             constexpr const char* listening = "0A";
-            if (state == listening && std::stoul(local.substr(local.rfind(':') + 1), nullptr, 16) == port) {
-                sockets.insert("socket:[" + inode + "]");
+            const std::string& local = words.at(1);
+            if (words.at(3) == listening && std::stoul(local.substr(local.rfind(':') + 1), nullptr, 16) == port) {
+                sockets.insert("socket:[" + words.at(9) + "]");
             }
         }
     }
@@ -85,12 +80,8 @@ bool groupListensOn(std::uint16_t port, pid_t group) {
     return false;
 }
 
-std::vector<std::string> environment(const std::map<std::string, std::string>& more) {
-    std::map<std::string, std::string> values = {
-        {"PATH", kProgramFolders}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}};
-    for (const auto& [name, value] : more) {
-        values[name] = value;
-    }
+std::vector<std::string> environment(std::map<std::string, std::string> values) {
+    values.insert({{"PATH", kProgramFolders}, {"HOME", "/nonexistent"}, {"LANG", "C.UTF-8"}});
     std::vector<std::string> result;
     for (const auto& [name, value] : values) {
         result.push_back(name + "=" + value);

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <utility>
 
 namespace {
 
@@ -21,10 +20,6 @@ using testsupport::processHasEnded;
 using testsupport::readFile;
 using testsupport::TemporaryFolder;
 
-std::string textOf(const std::string& path) {
-    return std::filesystem::exists(path) ? readFile(path) : "";
-}
-
 std::string whatFails(const std::function<void()>& action) {
     try {
         action();
@@ -34,16 +29,7 @@ std::string whatFails(const std::function<void()>& action) {
     return "nothing failed";
 }
 
-TEST(PeerProcess, RunsInItsFolderWithItsEnvironment) {
-    const TemporaryFolder folder;
-    PeerProcess process({"sh", "-c", "echo $GREETING from $PWD > said; exec sleep 600"}, folder.file("log"),
-                        {.Environment = {{"GREETING", "hello"}}, .Folder = folder.path()});
-    process.awaitCondition(
-        [&] { return std::filesystem::exists(folder.file("said")) && !readFile(folder.file("said")).empty(); }, "said");
-    EXPECT_EQ(readFile(folder.file("said")), "hello from " + folder.path() + "\n");
-}
-
-TEST(PeerProcess, EarlyEndIsToldWithWhatWasPrinted) {
+TEST(PeerProcess, EarlyEndIsReportedWithWhatWasPrinted) {
     const TemporaryFolder folder;
     PeerProcess process({"sh", "-c", "echo bad configuration >&2; exit 1"}, folder.file("log"));
     EXPECT_THAT(whatFails([&] { process.awaitListening(freePorts(1)[0]); }),
@@ -77,22 +63,9 @@ TEST(PeerProcess, StopEndsWhateverItHasStarted) {
     process.stop();
 }
 
-TEST(PeerProcess, WhatItDidBeforeItsEndCounts) {
-    const TemporaryFolder folder;
-    PeerProcess process({"sh", "-c", "echo $$ > id; until [ -e go ]; do sleep 0.01; done; touch done"},
-                        folder.file("log"), {.Folder = folder.path()});
-    process.awaitCondition([&] { return !textOf(folder.file("id")).empty(); }, "running");
-    const pid_t id = std::stoi(readFile(folder.file("id")));
-    bool first = true;
-    const auto doneBehindTheFirstLook = [&] {
-        const bool done = !first && std::filesystem::exists(folder.file("done"));
-        if (std::exchange(first, false)) {
-            testsupport::writeFile(folder.file("go"), "");
-            EXPECT_EQ(awaitOrEnd([id] { return processHasEnded(id); }, [] { return false; }), Awaited::Held);
-        }
-        return done;
-    };
-    EXPECT_EQ(whatFails([&] { process.awaitCondition(doneBehindTheFirstLook, "done"); }), "nothing failed");
+TEST(Await, WhatWasDoneBeforeTheEndCounts) {
+    bool done = false;
+    EXPECT_EQ(awaitOrEnd([&] { return done; }, [&] { return done = true; }), Awaited::Held);
 }
 
 TEST(FreePorts, AreDifferent) {

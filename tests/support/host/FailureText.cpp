@@ -31,7 +31,7 @@ std::string numberText(double value) {
 std::string className(const std::exception& failure) {
     const std::string name = boost::core::demangle(typeid(failure).name());
     const std::string prefix = "webservices::";
-    return name.rfind(prefix, 0) == 0 ? name.substr(prefix.size()) : name;
+    return name.starts_with(prefix) ? name.substr(prefix.size()) : name;
 }
 
 std::string activeFailure() {

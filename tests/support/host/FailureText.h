@@ -9,9 +9,8 @@
 namespace testsupport {
 
 // What an action fails with:
-//   message exceptions             "VANTIK:webservices:StatusError[I:404, U:Not Found, U:http://h/]", with each
-//   argument's
-//                                  kind: I integer, N narrow, U UTF-16
+//   message exceptions             "VANTIK:webservices:StatusError[I:404, U:Not Found, U:http://h/]", with the kind
+//                                  of each argument: I integer, N narrow, U UTF-16
 //   failures of the transfer layer "HTTPDNSException[h]", "HTTPTimeoutException[text, 1500, option]",
 //                                  "SSLException[text, url, file]", "HTTPStatusError[reason, url, 404]"
 //   everything else                type and text: "std::runtime_error[text]"

@@ -1,5 +1,5 @@
-// Fixture for tests that take the road of a real host: module loaded with the dynamic loader, everything through the
-// class.
+// Fixture for tests that do as a real host does: the module is loaded with the dynamic loader, everything goes through
+// the class.
 #pragma once
 
 #include "tests/support/host/LeakCheck.h"

@@ -11,7 +11,7 @@
 
 namespace testsupport {
 
-// The functions of host/ find this scope. It ends when the fixture is destroyed, behind all members of a derived
+// The functions of host/ find this scope. It ends when the fixture is destroyed, after all members of a derived
 // fixture; then no array may be left.
 class ScopeFixture : public ::testing::Test {
 protected:

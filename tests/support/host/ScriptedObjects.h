@@ -22,7 +22,8 @@ using Missing = std::set<std::string>;
 // 100".
 using Journal = std::vector<std::string>;
 
-// Gives `Content` in pieces as large as wanted, from the start again after each start, unless `OnRead` says otherwise.
+// Provides `Content` in pieces as large as wanted, from the start again after each start, unless `OnRead` says
+// otherwise.
 struct ProviderState {
     std::string Content;
     std::size_t Position = 0;
@@ -33,7 +34,7 @@ struct ProviderState {
     Journal* Shared = nullptr;         // each call goes there too
 };
 
-// Takes everything unless `OnPut` says otherwise. `OnStart` gives the answer to the start: nothing by default.
+// Takes everything unless `OnPut` says otherwise. `OnStart` answers the start: nothing by default.
 struct ConsumerState {
     std::function<vantik::Array()> OnStart;
     std::function<vantik::Array(int call, const std::string& piece)> OnPut;

@@ -1,4 +1,4 @@
-// Catches what this process writes to its standard output on any road: std::cout, stdio (where libcurl puts content
+// Catches what this process writes to its standard output in whatever way: std::cout, stdio (where libcurl puts content
 // that it has no callback for), or the descriptor.
 #pragma once
 

@@ -2,6 +2,7 @@
 
 #include "tests/support/process/Await.h"
 #include "tests/support/process/BuiltFile.h"
+#include "tests/support/process/ProcessState.h"
 
 #include <cerrno>
 #include <csignal>
@@ -183,11 +184,7 @@ void Program::signal(int number) const {
 
 void Program::freeze() const {
     signal(SIGSTOP);
-    const auto stopped = [this] {
-        std::ifstream file("/proc/" + std::to_string(Process->id()) + "/stat");
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
-        return text.at(text.rfind(") ") + 2) == 'T';
-    };
+    const auto stopped = [this] { return stateOf(std::to_string(Process->id())).State == 'T'; };
     awaitOrRaise(
         "the program", stopped, "it has stopped", [this] { return Process->hasEnded(); }, [] { return std::string(); });
 }

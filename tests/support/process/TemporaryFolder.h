@@ -14,11 +14,11 @@ namespace testsupport {
 
 class TemporaryFolder {
 public:
-    std::string path() const { return kPath.path(); }
+    std::string path() const { return Path.path(); }
     std::string file(const std::string& name) const { return (std::filesystem::path(path()) / name).string(); }
 
 private:
-    WatchedPath kPath{create()};
+    WatchedPath Path{create()};
 
     static std::string create() {
         std::string pattern = (std::filesystem::temp_directory_path() / "netrove-test-XXXXXX").string();

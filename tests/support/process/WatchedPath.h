@@ -13,19 +13,19 @@ namespace testsupport {
 class WatchedPath {
 public:
     // It may come to be later, or never.
-    explicit WatchedPath(std::string path) : kPath(std::move(path)) { watcher::watchPath(kPath); }
+    explicit WatchedPath(std::string path) : Path(std::move(path)) { watcher::watchPath(Path); }
     ~WatchedPath() {
         std::error_code ignored;
-        std::filesystem::remove_all(kPath, ignored);
-        watcher::forgetPath(kPath);
+        std::filesystem::remove_all(Path, ignored);
+        watcher::forgetPath(Path);
     }
     WatchedPath(const WatchedPath&) = delete;
     WatchedPath& operator=(const WatchedPath&) = delete;
 
-    const std::string& path() const noexcept { return kPath; }
+    const std::string& path() const noexcept { return Path; }
 
 private:
-    std::string kPath;
+    std::string Path;
 };
 
 } // namespace testsupport

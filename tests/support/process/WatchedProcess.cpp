@@ -1,5 +1,6 @@
 #include "tests/support/process/WatchedProcess.h"
 
+#include "tests/support/process/ProcessState.h"
 #include "tests/support/process/Watcher.h"
 
 #include <linux/close_range.h>
@@ -7,8 +8,6 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <fstream>
-#include <sstream>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -69,7 +68,7 @@ WatchedProcess::WatchedProcess(const ProcessStart& start) {
     ProcessStart own = start;
     const std::vector<char*> arguments = pointers(own.Arguments);
     const std::vector<char*> variables = pointers(own.Environment);
-    std::array<int, 2> failure{}; // closed by the exec, or told why there was none
+    std::array<int, 2> failure{}; // closed by the exec, or written to: why there was none
     if (::pipe2(failure.data(), O_CLOEXEC) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
     }
@@ -81,7 +80,7 @@ WatchedProcess::WatchedProcess(const ProcessStart& start) {
             errno = unwatched.code().value();
         }
         const int reason = errno;
-        [[maybe_unused]] const ssize_t told = ::write(failure[1], &reason, sizeof reason);
+        [[maybe_unused]] const ssize_t written = ::write(failure[1], &reason, sizeof reason);
         ::_exit(127);
     }
     int reason = process < 0 ? errno : 0;
@@ -140,11 +139,7 @@ int WatchedProcess::collect() noexcept {
 }
 
 bool processHasEnded(pid_t process) {
-    std::ostringstream content;
-    content << std::ifstream("/proc/" + std::to_string(process) + "/stat").rdbuf();
-    const std::string text = content.str();
-    const std::size_t name = text.rfind(") ");
-    return name == std::string::npos || text.at(name + 2) == 'Z' || text.at(name + 2) == 'X';
+    return stateOf(std::to_string(process)).hasEnded();
 }
 
 } // namespace testsupport

@@ -1,13 +1,12 @@
 // The program that Watcher.h starts. Its standard input is a socket whose other end goes with the test.
+#include "tests/support/process/ProcessState.h"
 #include "tests/support/process/WatcherWords.h"
 
 #include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <sys/socket.h>
 #include <system_error>
@@ -18,29 +17,15 @@ namespace {
 
 using namespace testsupport::watcher;
 
-// A process that has ended and is not collected yet does nothing any more.
-bool runsInOneOf(const std::set<pid_t>& groups, const std::filesystem::path& process) {
-    std::ostringstream content;
-    content << std::ifstream(process / "stat").rdbuf();
-    const std::string text = content.str();
-    const std::size_t name = text.rfind(')'); // may hold blanks itself
-    if (name == std::string::npos) {
-        return false;
-    }
-    std::istringstream fields(text.substr(name + 1));
-    char state = 0;
-    pid_t parent = 0;
-    pid_t group = 0;
-    fields >> state >> parent >> group;
-    return state != 'Z' && state != 'X' && groups.contains(group);
-}
-
 bool anybodyRuns(const std::set<pid_t>& groups) {
     std::error_code ignored;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
         const std::string name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") == std::string::npos && runsInOneOf(groups, entry.path())) {
-            return true;
+        if (name.find_first_not_of("0123456789") == std::string::npos) {
+            const testsupport::ProcessState state = testsupport::stateOf(name);
+            if (!state.hasEnded() && groups.contains(state.Group)) {
+                return true;
+            }
         }
     }
     return false;

@@ -10,17 +10,8 @@
 
 namespace testsupport {
 
-inline std::string gzip(std::string_view content) {
-    std::ostringstream compressed;
-    Poco::DeflatingOutputStream stream(compressed, Poco::DeflatingStreamBuf::STREAM_GZIP);
-    stream.write(content.data(), static_cast<std::streamsize>(content.size()));
-    stream.close();
-    return compressed.str();
-}
-
-// So many zero bytes, of which no more than a piece is held at a time.
-inline std::string gzippedZeros(std::size_t length) {
-    const std::string piece(std::size_t{1} << 20, '\0');
+// `piece` again and again, up to that length, of which no more than a piece is held at a time.
+inline std::string gzipRepeated(std::string_view piece, std::size_t length) {
     std::ostringstream compressed;
     Poco::DeflatingOutputStream stream(compressed, Poco::DeflatingStreamBuf::STREAM_GZIP);
     for (; length > 0; length -= std::min(length, piece.size())) {
@@ -28,6 +19,14 @@ inline std::string gzippedZeros(std::size_t length) {
     }
     stream.close();
     return compressed.str();
+}
+
+inline std::string gzip(std::string_view content) {
+    return gzipRepeated(content, content.size());
+}
+
+inline std::string gzippedZeros(std::size_t length) {
+    return gzipRepeated(std::string(std::size_t{1} << 20, '\0'), length);
 }
 
 } // namespace testsupport

@@ -1,7 +1,9 @@
 #include "tests/support/server/ResponseReading.h"
 
+#include "tests/support/server/WireText.h"
+
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -13,21 +15,12 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t";
 
-bool isDigit(char character) {
-    return character >= '0' && character <= '9';
-}
-
 std::string_view trimmed(std::string_view text) {
     const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == std::string_view::npos) {
         return {};
     }
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
-bool sameWord(std::string_view one, std::string_view other) {
-    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
-                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
 }
 
 // The elements of a list, separated by commas; empty ones count for nothing.
@@ -77,16 +70,12 @@ struct Framing {
     std::optional<std::uint64_t> Length; // the largest that is announced
 };
 
-// What is no number, or too large for one, is more than any content.
+// What is not a number, or too large for one, is more than any content.
 std::uint64_t lengthFrom(std::string_view text) {
     constexpr std::uint64_t most = std::numeric_limits<std::int64_t>::max();
     std::uint64_t length = 0;
-    std::size_t digits = 0;
-    for (; digits < text.size() && isDigit(text[digits]); ++digits) {
-        const auto digit = static_cast<std::uint64_t>(text[digits] - '0');
-        length = length > (most - digit) / 10 ? most : length * 10 + digit;
-    }
-    return digits == 0 ? most : length;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    return error == std::errc() ? std::min(length, most) : most;
 }
 
 // The field lines of a head, each with the lines that continue it.
@@ -108,18 +97,18 @@ Framing framingOf(const std::vector<std::string>& head) {
         const std::size_t colon = std::min(line.find(':'), line.size());
         const std::string_view name = line.substr(0, colon);
         const auto values = elements(line.substr(std::min(colon + 1, line.size())));
-        if (sameWord(name, "Content-Length")) {
+        if (sameName(name, "Content-Length")) {
             framing.Length = std::max(framing.Length.value_or(0), values.empty() ? lengthFrom({}) : 0);
             for (const std::string_view value : values) {
                 framing.Length = std::max(*framing.Length, lengthFrom(value));
             }
         }
-        const bool transfer = sameWord(name, "Transfer-Encoding");
-        if (transfer || sameWord(name, "Content-Encoding")) {
+        const bool transfer = sameName(name, "Transfer-Encoding");
+        if (transfer || sameName(name, "Content-Encoding")) {
             for (const std::string_view coding : values) {
-                if (transfer && sameWord(coding, "chunked")) {
+                if (transfer && sameName(coding, "chunked")) {
                     framing.Chunked = true;
-                } else if (!sameWord(coding, "identity")) {
+                } else if (!sameName(coding, "identity")) {
                     framing.Codings.emplace_back(coding);
                     framing.TransferCoded = framing.TransferCoded || transfer;
                 }
@@ -149,7 +138,7 @@ private:
             std::vector<std::string> head;
             for (;;) {
                 const auto line = takeLine(Rest);
-                if (!line || (head.empty() && !sameWord(line->substr(0, 5), "HTTP/"))) {
+                if (!line || (head.empty() && !sameName(line->substr(0, 5), "HTTP/"))) {
                     return false;
                 }
                 if (line->empty()) {
@@ -169,7 +158,7 @@ private:
         const Framing framing = framingOf(Reading.Head);
         Reading.Coded = !framing.Codings.empty();
         Reading.Gzip = framing.Codings.size() == 1 &&
-                       (sameWord(framing.Codings[0], "gzip") || sameWord(framing.Codings[0], "x-gzip"));
+                       (sameName(framing.Codings[0], "gzip") || sameName(framing.Codings[0], "x-gzip"));
         if (Method == "HEAD" || Reading.Status == 204 || Reading.Status == 304) {
             return {};
         }

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 namespace testsupport {
 namespace {
 
@@ -17,9 +15,6 @@ struct Row {
     int Status;
     const char* Content;
 };
-void PrintTo(const Row& row, std::ostream* stream) {
-    *stream << row.Name;
-}
 
 constexpr StreamEnd kOpen = StreamEnd::Open;
 constexpr StreamEnd kClosed = StreamEnd::Closed;
@@ -89,13 +84,13 @@ TEST(ResponseReading, GoesOnAfterTheFirst) {
     EXPECT_EQ(readResponse(first.substr(0, first.size() - 1), kClosed, "GET", 2).Status, 401);
 }
 
-TEST(ResponseReading, GivesTheLinesOfTheFinalHead) {
+TEST(ResponseReading, ReturnsTheLinesOfTheFinalHead) {
     const auto reading =
         readResponse("HTTP/1.1 103 Hints\r\nLink: a\r\n\r\n" + kChunks + "0\r\nA: b\r\n\r\n", kOpen, "GET");
     EXPECT_EQ(reading.Head, (std::vector<std::string>{"HTTP/1.1 200 OK", "Transfer-Encoding: chunked"}));
 }
 
-TEST(ResponseReading, TellsOfCodings) {
+TEST(ResponseReading, ReportsCodings) {
     EXPECT_TRUE(readResponse(kOk + "Content-Encoding: gzip\r\nContent-Length: 0\r\n\r\n", kOpen, "GET").Coded);
     EXPECT_TRUE(readResponse(kOk + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", kOpen, "GET").Coded);
     EXPECT_FALSE(readResponse(kOk + "Content-Encoding: identity\r\nContent-Length: 0\r\n\r\n", kOpen, "GET").Coded);

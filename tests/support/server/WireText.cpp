@@ -1,19 +1,14 @@
 #include "tests/support/server/WireText.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <strings.h>
 
 namespace testsupport {
-namespace {
-
-bool sameName(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+bool sameName(std::string_view one, std::string_view other) {
+    return one.size() == other.size() && ::strncasecmp(one.data(), other.data(), one.size()) == 0;
 }
-
-} // namespace
 
 std::string startLine(std::string_view head) {
     return std::string(head.substr(0, head.find("\r\n")));

@@ -12,6 +12,9 @@ namespace testsupport {
 
 using FieldLines = std::vector<std::pair<std::string, std::string>>;
 
+// Whether two names of fields are the same, whatever the case of their letters.
+bool sameName(std::string_view one, std::string_view other);
+
 // First line of a head, without its end.
 std::string startLine(std::string_view head);
 
