@@ -1,7 +1,6 @@
 #include "tests/support/process/Watcher.h"
 
 #include "tests/support/process/BuiltFile.h"
-#include "tests/support/process/WatcherWords.h"
 
 #include <algorithm>
 #include <array>

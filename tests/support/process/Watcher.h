@@ -3,6 +3,7 @@
 // it something, started by the first word.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <sys/types.h>
 
@@ -19,5 +20,12 @@ void forgetPath(const std::string& path) noexcept;
 
 // Starts it, where that has not happened yet; for a process that is about to fork.
 void start();
+
+// What is said to it: a verb, a kind, and a number or a path; one word a packet.
+constexpr char kWatch = '+';
+constexpr char kForget = '-';
+constexpr char kGroup = 'g';
+constexpr char kPath = 'p';
+constexpr std::size_t kMaximumWord = 4200; // a path of the system's limit
 
 } // namespace testsupport::watcher

@@ -1,6 +1,6 @@
 // The program that Watcher.h starts. Its standard input is a socket whose other end goes with the test.
 #include "tests/support/process/ProcessState.h"
-#include "tests/support/process/WatcherWords.h"
+#include "tests/support/process/Watcher.h"
 
 #include <array>
 #include <chrono>
