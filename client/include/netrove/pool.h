@@ -1,0 +1,133 @@
+/// @file
+/// Many requests at a time.
+#pragma once
+
+#include <netrove/client.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace netrove {
+
+struct PoolSettings {
+    int jobs = 8;          ///< threads, each with a Client of its own; 1 to 1000
+    int perHost = 6;       ///< requests to one host and port at a time
+    std::size_t queue = 0; ///< tasks that may wait before `submit` does; 0: any number
+};
+
+/// What became of one of many requests.
+struct Result {
+    std::size_t index = 0; ///< of the request, from 0
+    std::string url;
+    std::optional<Response> response; ///< empty: it failed
+    std::exception_ptr failure;
+
+    explicit operator bool() const { return response.has_value(); }
+    /// The response. @throws what the call threw
+    const Response& value() const;
+    /// What went wrong, as one line; empty where nothing did.
+    std::string error() const;
+};
+
+/// The results of many requests in the order in which they end: a range for one `for`. Dropped before its end, it stops
+/// what still runs.
+class NETROVE_API Results {
+public:
+    class iterator {
+    public:
+        using value_type = Result;
+        using difference_type = std::ptrdiff_t;
+        explicit iterator(Results* results) : From(results) { ++*this; }
+        const Result& operator*() const { return *Current; }
+        iterator& operator++() {
+            Current = From->next();
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+        bool operator==(std::default_sentinel_t) const { return !Current; }
+
+    private:
+        Results* From;
+        std::optional<Result> Current;
+    };
+
+    ~Results();
+    Results(Results&&) noexcept;
+    iterator begin() { return iterator(this); }
+    std::default_sentinel_t end() { return {}; }
+    /// The next that ends; nothing after the last.
+    std::optional<Result> next();
+
+private:
+    friend class Pool;
+    struct State;
+    explicit Results(std::shared_ptr<State> state);
+    std::shared_ptr<State> Own;
+};
+
+/// Clients on threads of their own. Any thread may submit. The destructor stops what runs and drops what waits: their
+/// futures fail as interrupted.
+class NETROVE_API Pool {
+public:
+    /// @param defaults      as for a Client
+    /// @param makeTransport makes the transport of each client; empty: over the network
+    explicit Pool(PoolSettings settings = {}, Request defaults = {},
+                  std::function<std::unique_ptr<Transport>()> makeTransport = {});
+    ~Pool();
+    Pool(const Pool&) = delete;
+    Pool& operator=(const Pool&) = delete;
+
+    std::future<Response> get(std::string url, Request more = {});
+    std::future<Response> request(Request request);
+    std::future<Response> save(std::string url, std::filesystem::path target, Request more = {});
+    /// All of these, with results in the order in which they end.
+    Results getAll(std::vector<std::string> urls, Request more = {});
+    Results requestAll(std::vector<Request> requests);
+
+    /// Runs a callable with one of the clients, as one request to the host of this URL.
+    template <class Callable>
+    auto submit(const std::string& url, Callable callable) -> std::future<std::invoke_result_t<Callable&, Client&>> {
+        using Value = std::invoke_result_t<Callable&, Client&>;
+        auto promise = std::make_shared<std::promise<Value>>();
+        auto future = promise->get_future();
+        enqueue(url, [promise, callable = std::move(callable)](Client* client) mutable {
+            try {
+                if (client == nullptr) {
+                    throwDropped();
+                }
+                if constexpr (std::is_void_v<Value>) {
+                    callable(*client);
+                    promise->set_value();
+                } else {
+                    promise->set_value(callable(*client));
+                }
+            } catch (...) {
+                promise->set_exception(std::current_exception());
+            }
+        });
+        return future;
+    }
+
+    /// Stops what runs and drops what waits; the pool can be used further.
+    void interrupt() noexcept;
+
+private:
+    using Task = std::function<void(Client* client)>; // null: the task is dropped
+    void enqueue(const std::string& url, Task task);
+    [[noreturn]] static void throwDropped();
+
+    struct State;
+    std::shared_ptr<State> Own;
+};
+
+} // namespace netrove

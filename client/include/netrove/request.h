@@ -1,0 +1,124 @@
+/// @file
+/// What is asked for, and how.
+#pragma once
+
+#include <netrove/body.h>
+#include <netrove/fields.h>
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace netrove {
+
+/// How a login is proven.
+enum class Scheme { Basic, Digest, Ntlm, Negotiate };
+
+/// A login at a server or a proxy.
+struct Login {
+    std::optional<std::string> user = {}; ///< without a colon; empty: no login, whatever the client's says
+    std::string password = {};
+    std::vector<Scheme> schemes = {Scheme::Basic,
+                                   Scheme::Digest}; ///< allowed; the safest that the server offers is used
+    std::string bearer = {};                        ///< a token instead of user and password (RFC 6750)
+};
+
+/// Which proxy to use. Nothing set: that of the system's settings.
+struct Proxy {
+    std::string url = {}; ///< "[scheme://][user[:password]@]host[:port]"; http, https, socks4, socks4a, socks5, socks5h
+    Login login = {};
+    std::optional<bool> automatic = {}; ///< without `url`: true the system's, false none
+
+    static Proxy none() { return {.automatic = false}; }
+    static Proxy system() { return {.automatic = true}; }
+};
+
+/// A length of time; `kUnlimited` for no limit.
+using Limit = std::chrono::milliseconds;
+inline constexpr Limit kUnlimited = Limit::max();
+
+/// Longest times. A transfer that keeps moving is limited by `total` only.
+struct Limits {
+    std::optional<Limit> connect = {};        ///< until there is a connection, name look-up and TLS included; 10 s
+    std::optional<Limit> response = {};       ///< of silence before the response's head; 30 s
+    std::optional<Limit> data = {};           ///< of silence while content moves, in either direction; 30 s
+    std::optional<Limit> total = {};          ///< for the whole call with redirects, retries and waits; unlimited
+    std::optional<std::uint64_t> memory = {}; ///< bytes of content collected in memory; 64 MiB
+};
+
+/// How a server proves who it is.
+struct Tls {
+    std::optional<bool> verify = {};     ///< its certificate; true
+    std::optional<bool> verifyName = {}; ///< that the certificate is for this host; true
+    std::string file = {};               ///< PEM file of authorities to trust in addition to the system's
+};
+
+/// Redirects (RFC 9110, section 15.4). On another origin the login, Authorization, Proxy-Authorization, Cookie, Host,
+/// If-* and what `secret` names stay behind.
+struct Redirects {
+    std::optional<int> most = {};         ///< 10; 0: a redirect is the response
+    std::optional<bool> downgrade = {};   ///< from https to http; false: an error
+    std::vector<std::string> secret = {}; ///< names of further fields that are meant for the first origin only
+};
+
+/// What is tried again, and when: failures that may pass, of requests that may be repeated (RFC 9110, section 9.2.2) or
+/// were not sent. The wait is random between 0 and `wait` doubled for each attempt, or what Retry-After says.
+struct Retry {
+    std::optional<int> attempts = {};              ///< in all; 3
+    std::optional<Limit> wait = {};                ///< 250 ms
+    std::optional<Limit> longestWait = {};         ///< 30 s; a Retry-After beyond it ends the call
+    std::optional<bool> unsafe = {};               ///< POST and PATCH too, which may then be done twice; false
+    std::optional<std::vector<int>> statuses = {}; ///< that may pass; 408, 429, 502, 503, 504
+};
+
+/// How far a call has come.
+struct Progress {
+    std::uint64_t sent = 0;     ///< bytes of content
+    std::uint64_t received = 0; ///< bytes of content as delivered, what was resumed included
+    std::optional<std::uint64_t> toSend = {};
+    std::optional<std::uint64_t> toReceive = {};
+};
+
+/// One line of what goes over the wire and why.
+struct TraceLine {
+    enum class Kind {
+        Note,    ///< which proxy, why again, where to
+        Sent,    ///< a line of the request's head
+        Received ///< a line of the response's head
+    };
+    Kind kind;
+    std::string text; ///< without line end; values of fields that hold credentials are "***"
+};
+
+/// One request. Of the settings that a call leaves out, the client's apply, then the defaults named here.
+struct Request {
+    std::string url = {};    ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
+    std::string method = {}; ///< empty: GET, with a body POST
+    Fields fields = {};      ///< in order; a name here replaces the client's fields of that name
+    Body body = {};
+    Login login = {};
+    Proxy proxy = {};
+    Limits limits = {};
+    Tls tls = {};
+    Redirects redirects = {};
+    Retry retry = {};
+    std::optional<bool> decode = {};      ///< by Content-Encoding; true
+    std::optional<bool> checkStatus = {}; ///< 400 and above raise Error; true
+    std::function<void(const Progress&)> progress = {};
+    std::function<void(const TraceLine&)> trace = {};
+    std::stop_token stop = {}; ///< ends the call within a second
+
+    // For `save` only.
+    bool resume = false;     ///< what an earlier call has left in FILE.part goes on, if the server's file is the same
+    bool replace = true;     ///< false: a file that is there is an error
+    bool keepTime = false;   ///< the file's time is that of Last-Modified
+    std::string sha256 = {}; ///< of the whole content, in hex; anything else is an error and is not kept
+};
+
+} // namespace netrove

@@ -1,0 +1,62 @@
+/// @file
+/// The seam below a Client: one request to one server. Programs that send requests have no use for it; what replaces
+/// the network does, see <netrove/testing.h>.
+#pragma once
+
+#include <netrove/request.h>
+#include <netrove/response.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace netrove {
+
+/// The head of a response, as a transport delivers it.
+struct Head {
+    std::string url; ///< of the request, in ASCII
+    std::string version;
+    int status = 0;
+    std::string reason;
+    Fields fields;
+    std::string redirectUrl; ///< Location made absolute; empty for none
+};
+
+/// Takes one piece of content; false ends the transfer.
+using Taker = std::function<bool(std::span<const std::byte> piece)>;
+/// Gets the head, once; returns what takes the content, or nothing if the content is not wanted.
+using HeadHandler = std::function<Taker(const Head&)>;
+
+/// Performs one request and follows, repeats and decides nothing. One thread at a time, except `interrupt`.
+class NETROVE_API Transport {
+public:
+    virtual ~Transport() = default;
+
+    /// @param request  complete: absolute URL, method, all settings
+    /// @param first    the first of a call: nothing of an earlier call, such as cookies, may have an effect
+    /// @throws Error, and what body, handler, taker and the callbacks of the request throw, unchanged
+    virtual void exchange(const Request& request, bool first, const HeadHandler& onHead) = 0;
+
+    /// From now on exchanges end at this time; nothing: never.
+    virtual void endAt(std::optional<std::chrono::steady_clock::time_point> time) = 0;
+    /// Ends the running exchange, or the next one. Any thread, also in a signal handler.
+    virtual void interrupt() noexcept = 0;
+    /// Forgets an interrupt that nothing has seen.
+    virtual void clearInterrupt() noexcept = 0;
+};
+
+/// How the class of the module is driven, for a transport over the network.
+struct NetworkSettings {
+    bool simple = false; ///< the class's older interface
+    int debug = 0;       ///< the class's own trace on std::cout: 0 to 2
+};
+/// The transport that a Client has unless it is given another: libcurl, by the module "netrove" in a host of its own.
+/// @param onWarning called with each warning, on the thread of the call; empty: standard error
+NETROVE_API std::unique_ptr<Transport>
+networkTransport(NetworkSettings settings = {},
+                 std::function<void(const std::string& identifier, const std::string& text)> onWarning = {});
+
+} // namespace netrove
