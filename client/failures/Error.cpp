@@ -8,8 +8,8 @@ namespace netrove {
 
 namespace {
 
-constexpr std::array<std::string_view, 12> kNames = {"url",     "name",        "connect", "proxy",   "tls",  "timeout",
-                                                     "interrupted", "status", "content", "file", "usage", "other"};
+constexpr std::array<std::string_view, 12> kNames = {"url",         "name",   "connect", "proxy", "tls",   "timeout",
+                                                     "interrupted", "status", "content", "file",  "usage", "other"};
 
 } // namespace
 

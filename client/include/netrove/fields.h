@@ -14,8 +14,8 @@ namespace netrove {
 
 /// One header field.
 struct Field {
-    std::string name;
-    std::string value; ///< empty in a request: libcurl does not send its own field of that name
+    std::string name = {};
+    std::string value = {}; ///< empty in a request: libcurl does not send its own field of that name
     bool operator==(const Field&) const = default;
 };
 

@@ -28,9 +28,9 @@ struct PoolSettings {
 /// What became of one of many requests.
 struct Result {
     std::size_t index = 0; ///< of the request, from 0
-    std::string url;
-    std::optional<Response> response; ///< empty: it failed
-    std::exception_ptr failure;
+    std::string url = {};
+    std::optional<Response> response = {}; ///< empty: it failed
+    std::exception_ptr failure = {};
 
     explicit operator bool() const { return response.has_value(); }
     /// The response. @throws what the call threw

@@ -16,10 +16,10 @@ namespace netrove {
 
 /// One request on the way to a response: every hop of every attempt.
 struct Hop {
-    std::string url; ///< without user name and password
-    std::string method;
+    std::string url = {}; ///< without user name and password
+    std::string method = {};
     int status = 0;                            ///< 0: no head came
-    std::string failure;                       ///< text of the failure; empty for none
+    std::string failure = {};                       ///< text of the failure; empty for none
     std::chrono::duration<double> untilHead{}; ///< from the beginning of this request to the end of the response's head
     std::chrono::duration<double> time{};      ///< to its end
 };
@@ -27,19 +27,19 @@ struct Hop {
 /// A response.
 struct NETROVE_API Response {
     int status = 0;
-    std::string reason;  ///< reason phrase; empty with HTTP/2
-    std::string version; ///< "HTTP/1.1"
-    Fields fields;
-    std::string url; ///< after redirects, in ASCII, without user name and password
-    std::string method;
+    std::string reason = {};  ///< reason phrase; empty with HTTP/2
+    std::string version = {}; ///< "HTTP/1.1"
+    Fields fields = {};
+    std::string url = {}; ///< after redirects, in ASCII, without user name and password
+    std::string method = {};
 
-    std::vector<Hop> hops;              ///< all requests made for this response, in order, the last one included
+    std::vector<Hop> hops = {};              ///< all requests made for this response, in order, the last one included
     std::vector<Hop> redirects() const; ///< those of the last attempt that were answered by a redirect
     int attempts = 0;                   ///< how often the call was tried
 
     std::uint64_t received = 0;  ///< bytes of content as delivered, whether it was kept, saved or passed on
     bool whole = true;           ///< false: a consumer ended the transfer before the content's end
-    std::filesystem::path file;  ///< of `save`: where the content is
+    std::filesystem::path file = {};  ///< of `save`: where the content is
     std::uint64_t resumedAt = 0; ///< of `save`: bytes that were there before
 
     /// True for 200 to 299.
@@ -59,7 +59,7 @@ struct NETROVE_API Response {
         return Value::parse(content.starts_with("\xEF\xBB\xBF") ? content.substr(3) : content);
     }
 
-    std::string content; ///< what `bytes` shows
+    std::string content = {}; ///< what `bytes` shows
 };
 
 } // namespace netrove

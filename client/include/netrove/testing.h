@@ -34,10 +34,10 @@ struct Answer {
 
 /// A request as it would have gone out.
 struct SentRequest {
-    std::string method;
-    std::string url;
-    Fields fields;
-    std::string content;
+    std::string method = {};
+    std::string url = {};
+    Fields fields = {};
+    std::string content = {};
 };
 
 /// A list of answers, given one for each request in order, and a record of the requests. May be used by the clients of
@@ -54,7 +54,7 @@ public:
     Script& operator=(const Script&) = delete;
 
     void add(Answer answer);
-    /// For a Client. It may outlive this object: then every request fails.
+    /// For a Client, which may outlive this object.
     std::unique_ptr<Transport> transport() const;
     std::vector<SentRequest> requests() const;
     std::size_t left() const; ///< answers that nobody has asked for

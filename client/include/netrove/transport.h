@@ -17,12 +17,13 @@ namespace netrove {
 
 /// The head of a response, as a transport delivers it.
 struct Head {
-    std::string url; ///< of the request, in ASCII
-    std::string version;
+    std::string url = {}; ///< of the request, in ASCII
+    std::string version = {};
     int status = 0;
-    std::string reason;
-    Fields fields;
-    std::string redirectUrl; ///< Location made absolute; empty for none
+    std::string reason = {};
+    Fields fields = {};
+    std::string redirectUrl = {}; ///< Location made absolute; empty for none
+    std::string proxy = {};       ///< that the request went through, as host:port; empty for none
 };
 
 /// Takes one piece of content; false ends the transfer.

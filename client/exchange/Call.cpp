@@ -1,0 +1,243 @@
+#include "client/exchange/Call.h"
+
+#include "client/exchange/FailureTranslation.h"
+#include "client/exchange/Redirects.h"
+#include "client/failures/ClientFailure.h"
+#include "client/request/RequestChecks.h"
+
+#include <netrove/text.h>
+#include <netrove/url.h>
+
+#include <charconv>
+#include <cstdio>
+#include <utility>
+
+namespace netrove {
+
+namespace {
+
+constexpr int kFirstErrorStatus = 400;                          // RFC 9110, section 15
+constexpr std::size_t kLargestErrorPage = std::size_t{1} << 20; // of content that comes with such a status
+
+std::optional<std::uint64_t> number(const std::string& text) {
+    std::uint64_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
+
+std::string secondsText(std::chrono::duration<double> time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f s", time.count());
+    return text;
+}
+
+} // namespace
+
+std::optional<std::uint64_t> announcedLength(const Response& response, const Request& request) {
+    if (equalsIgnoringCase(response.method, "HEAD") || response.status == 204 || response.status == 304) {
+        return 0;
+    }
+    const std::string encoding = response.fields["Content-Encoding"];
+    const bool decoded = *request.decode && !encoding.empty() && !equalsIgnoringCase(encoding, "identity");
+    if (decoded || response.fields.contains("Transfer-Encoding")) {
+        return std::nullopt;
+    }
+    return number(response.fields["Content-Length"]);
+}
+
+Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
+    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)) {
+    if (*Asked.limits.total != kUnlimited) {
+        End = Clock::now() + *Asked.limits.total;
+    }
+}
+
+Response Call::run() {
+    Tools.TheTransport.endAt(End);
+    for (int number = 1;; ++number) {
+        try {
+            Response response = attempt(number);
+            response.hops = Hops;
+            response.attempts = number;
+            return response;
+        } catch (const Error& failure) {
+            Response before = failure.response();
+            before.hops = Hops;
+            before.attempts = number;
+            waitForNext(number, failure.with(std::move(before), failure.sent()));
+        }
+    }
+}
+
+// Returns when it is time for the next attempt; raises the failure where there is to be none.
+void Call::waitForNext(int attempts, const Error& failure) {
+    if (PassedOn && !MayRestart) {
+        throw failure;
+    }
+    const auto wait = Tools.Policy.waitAfter(attempts, Asked, failure, timeLeft());
+    if (!wait) {
+        throw failure;
+    }
+    note("tries again in " + secondsText(*wait) + " (attempt " + std::to_string(attempts + 1) + " of " +
+         std::to_string(*Asked.retry.attempts) + "): " + failure.what());
+    if (End && Clock::now() + *wait >= *End) {
+        throw failure;
+    }
+    if (Tools.Stopped || !Tools.Wake.sleepUntil(Clock::now() + *wait)) {
+        failStopped();
+    }
+}
+
+Response Call::attempt(int number) {
+    RedirectChain chain(Asked);
+    Request current = Asked;
+    Now = {};
+    current.progress = [this](const Progress& upload) {
+        Now.sent = upload.sent;
+        Now.toSend = upload.toSend;
+        report();
+    };
+    for (bool first = true;; first = false) {
+        if (Tools.Stopped) {
+            failStopped();
+        }
+        Response response;
+        if (!hop(current, chain, response, number, first)) {
+            return response;
+        }
+    }
+}
+
+bool Call::hop(Request& current, RedirectChain& chain, Response& response, int number, bool first) {
+    Request sent = current;
+    if (BeforeEach) {
+        BeforeEach(sent);
+    }
+    if (!Asked.progress) {
+        sent.progress = nullptr;
+    }
+    const auto start = Clock::now();
+    Hops.push_back({.url = maskUserInfo(current.url), .method = current.method});
+    Head last;
+    bool follow = false;
+    try {
+        Tools.TheTransport.exchange(sent, first, [&](const Head& head) {
+            Hops.back().status = head.status;
+            Hops.back().url = head.url;
+            Hops.back().untilHead = Clock::now() - start;
+            last = head;
+            return takerFor(head, current, response, number, follow);
+        });
+        Hops.back().time = Clock::now() - start;
+        if (follow) {
+            try {
+                current = chain.next(current, last);
+            } catch (const Error& refusal) {
+                throw refusal.with(response, true);
+            }
+            note("follows the redirect to " + current.url);
+            return true;
+        }
+        if (!isFinalStatus(response, current, number)) {
+            throw statusError(response.status, response.reason, {.Url = response.url, .Proxy = last.proxy})
+                .with(response, true);
+        }
+    } catch (const Error& failure) {
+        Hops.back().time = Clock::now() - start;
+        Hops.back().failure = failure.what();
+        Response before = failure.response().fields.empty() ? response : failure.response();
+        before.method = current.method;
+        if (before.url.empty()) {
+            before.url = Hops.back().url;
+        }
+        throw failure.with(std::move(before), failure.sent() || chain.followed() > 0);
+    }
+    return false;
+}
+
+Taker Call::takerFor(const Head& head, const Request& current, Response& response, int number, bool& follow) {
+    response = {.status = head.status,
+                .reason = head.reason,
+                .version = head.version,
+                .fields = head.fields,
+                .url = head.url,
+                .method = current.method,
+                .hops = Hops,
+                .attempts = number};
+    // Content that is gone cannot go where a 307 sends it; the response itself says so best (RFC 9110, section 15.4.8).
+    const bool keepsContent = current.body && (head.status == 307 || head.status == 308);
+    follow = isRedirect(head.status) && *Asked.redirects.most > 0 && head.fields.contains("Location") &&
+             (!keepsContent || current.body.repeatable());
+    if (follow) {
+        return {};
+    }
+    if (!isFinalStatus(response, current, number)) {
+        return errorPage(response);
+    }
+    Now.toReceive = announcedLength(response, current);
+    Now.received = 0;
+    Taker taker = OnHead(response);
+    return taker ? counted(std::move(taker), response) : Taker();
+}
+
+// False for a status that is a failure: because the program wants that, or because another attempt may do better.
+bool Call::isFinalStatus(const Response& response, const Request& current, int number) const {
+    if (response.status < kFirstErrorStatus) {
+        return true;
+    }
+    if (*Asked.checkStatus) {
+        return false;
+    }
+    const Error failure = statusError(response.status, response.reason, {.Url = current.url}).with(response, true);
+    try {
+        return PassedOn || !Tools.Policy.waitAfter(number, Asked, failure, timeLeft());
+    } catch (const Error&) {
+        return true; // it would have to wait too long
+    }
+}
+
+Taker Call::errorPage(Response& response) const {
+    return [&response](std::span<const std::byte> piece) {
+        const std::size_t room = kLargestErrorPage - response.content.size();
+        response.content.append(reinterpret_cast<const char*>(piece.data()), std::min(room, piece.size()));
+        return piece.size() <= room;
+    };
+}
+
+Taker Call::counted(Taker taker, Response& response) {
+    Now.received = response.resumedAt;
+    if (Now.toReceive) {
+        *Now.toReceive += response.resumedAt;
+    }
+    return [this, &response, taker = std::move(taker)](std::span<const std::byte> piece) {
+        PassedOn = true;
+        const bool more = taker(piece);
+        response.received += piece.size();
+        response.whole = more;
+        Now.received += piece.size();
+        report();
+        return more;
+    };
+}
+
+Limit Call::timeLeft() const {
+    return End ? std::max(Limit::zero(), std::chrono::duration_cast<Limit>(*End - Clock::now())) : Limit(-1);
+}
+
+void Call::failStopped() const {
+    fail(failure::kInterrupted, {}, "interrupted");
+}
+
+void Call::report() {
+    if (Asked.progress) {
+        Asked.progress(Now);
+    }
+}
+
+void Call::note(const std::string& text) const {
+    if (Asked.trace) {
+        Asked.trace({TraceLine::Kind::Note, printable(text)});
+    }
+}
+
+} // namespace netrove

@@ -1,0 +1,71 @@
+// One call of a Client: attempts, each with its chain of redirects, until there is a response or no hope.
+#pragma once
+
+#include "client/exchange/RetryPolicy.h"
+#include "client/exchange/WakeEvent.h"
+
+#include <netrove/transport.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <optional>
+
+namespace netrove {
+
+class RedirectChain;
+
+// What a Client has that a call works with.
+struct CallTools {
+    Transport& TheTransport;
+    const WakeEvent& Wake;
+    const std::atomic<bool>& Stopped; // somebody has asked the call to end
+    const RetryPolicy& Policy;
+};
+
+// How many bytes of content will be delivered, if the response says.
+std::optional<std::uint64_t> announcedLength(const Response& response, const Request& request);
+
+class Call {
+public:
+    // Takes the head of the response of an attempt; returns what takes its content, or nothing.
+    using HeadReceiver = std::function<Taker(Response& head)>;
+
+    // `request` is complete.
+    Call(const CallTools& tools, Request request, HeadReceiver onHead);
+
+    // Adds fields to each request just before it goes out.
+    void beforeEach(std::function<void(Request&)> hook) { BeforeEach = std::move(hook); }
+    // True: content that has been passed on is taken back by the next head, so an attempt may follow it.
+    void mayRestart(bool may) { MayRestart = may; }
+
+    Response run();
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    Response attempt(int number);
+    // One request; true if a redirect is to be followed, which `current` is then.
+    bool hop(Request& current, RedirectChain& chain, Response& response, int number, bool first);
+    Taker takerFor(const Head& head, const Request& current, Response& response, int number, bool& follow);
+    Taker errorPage(Response& response) const;
+    bool isFinalStatus(const Response& response, const Request& current, int number) const;
+    Taker counted(Taker taker, Response& response);
+    void waitForNext(int attempts, const Error& failure);
+    Limit timeLeft() const; // negative: no limit
+    [[noreturn]] void failStopped() const;
+    void report();
+    void note(const std::string& text) const;
+
+    CallTools Tools;
+    Request Asked;
+    HeadReceiver OnHead;
+    std::function<void(Request&)> BeforeEach;
+    bool MayRestart = false;
+    bool PassedOn = false; // content has reached the program
+    std::optional<Clock::time_point> End;
+    std::vector<Hop> Hops;
+    Progress Now;
+};
+
+} // namespace netrove

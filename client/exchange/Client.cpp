@@ -1,0 +1,287 @@
+#include "client/exchange/Call.h"
+#include "client/failures/ClientFailure.h"
+#include "client/request/RequestChecks.h"
+#include "client/save/SavedContent.h"
+
+#include <netrove/client.h>
+#include <netrove/url.h>
+
+#include <atomic>
+#include <optional>
+#include <random>
+#include <utility>
+
+namespace netrove {
+
+namespace {
+
+constexpr int kRangeNotSatisfiable = 416;
+
+double randomShare() {
+    thread_local std::minstd_rand engine(std::random_device{}());
+    return std::uniform_real_distribution<double>(0, 1)(engine);
+}
+
+// What `save` puts the content into.
+std::unique_ptr<SavedContent> savedContent(const std::filesystem::path& target, const Request& request) {
+    const bool folder = target.empty() || !target.has_filename() || std::filesystem::is_directory(target);
+    if (!request.resume) {
+        return folder ? namedContent(target, request.replace) : wholeContent(target, request.replace);
+    }
+    // What is there already must be known before the server can name it.
+    return resumedContent(folder ? target / fileNameFor(request.url) : target, request.replace);
+}
+
+} // namespace
+
+struct Client::State {
+    State(Request defaults, std::unique_ptr<Transport> transport)
+        : Defaults(std::move(defaults)), TheTransport(std::move(transport)),
+          Policy(randomShare, [] { return WallClock::now(); }) {
+        checkRequest(Defaults, Use::Defaults);
+    }
+
+    void interrupt() noexcept {
+        Stopped = true;
+        TheTransport->interrupt();
+        Wake.raise();
+    }
+
+    // Runs one call; nobody else may meanwhile.
+    template <class Run>
+    auto alone(const Request& request, Run run) {
+        const Turn turn(*this);
+        const std::stop_callback onStop(request.stop, [this] { interrupt(); });
+        return run(CallTools{*TheTransport, Wake, Stopped, Policy});
+    }
+
+    // Checked, and with everything that it leaves open filled in.
+    Request prepared(Request request, Use use) const {
+        checkRequest(request, use);
+        return completed(std::move(request), Defaults);
+    }
+
+    Response perform(const Request& request, const Call::HeadReceiver& onHead, bool mayRestart) {
+        return alone(request, [&](const CallTools& tools) {
+            Call call(tools, request, onHead);
+            call.mayRestart(mayRestart);
+            return call.run();
+        });
+    }
+
+    Response saveInto(SavedContent& content, const Request& request, const CallTools& tools);
+
+    Request Defaults;
+    std::unique_ptr<Transport> TheTransport;
+    RetryPolicy Policy;
+    WakeEvent Wake;
+    std::atomic<bool> Stopped = false;
+    std::atomic<bool> Busy = false;
+
+private:
+    // What asks the client to stop before a call stops that call; what asks a call to stop does not stop the next one.
+    class Turn {
+    public:
+        explicit Turn(State& state) : Own(state) {
+            if (Own.Busy.exchange(true)) {
+                fail(failure::kInUse, {}, "the client is in use: one call at a time, and none from within another");
+            }
+            Own.TheTransport->clearInterrupt();
+            if (Own.Stopped) {
+                Own.interrupt();
+            }
+        }
+        ~Turn() {
+            Own.Stopped = false;
+            Own.Wake.clear();
+            Own.TheTransport->endAt(std::nullopt);
+            Own.TheTransport->clearInterrupt();
+            Own.Busy = false;
+        }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        State& Own;
+    };
+};
+
+Response Client::State::saveInto(SavedContent& content, const Request& request, const CallTools& tools) {
+    for (int round = 1;; ++round) {
+        bool again = false;
+        Call call(tools, request, [&](Response& head) -> Taker {
+            again = !content.begin(head);
+            if (again) {
+                return {};
+            }
+            return [&content](std::span<const std::byte> piece) {
+                content.write(piece);
+                return true;
+            };
+        });
+        call.beforeEach([&](Request& hop) { content.ask(hop); });
+        call.mayRestart(true);
+        Response response;
+        try {
+            response = call.run();
+        } catch (const Error& failure) {
+            response = failure.response();
+            if (response.status != kRangeNotSatisfiable || round > 1) {
+                throw;
+            }
+            again = !content.isWhole(response);
+        }
+        if (again && round > 1) {
+            fail(failure::kIncomplete, {"0", "-1"}, "the server sends parts that nobody has asked for");
+        }
+        if (!again) {
+            content.keep(request, response);
+            response.file = content.target();
+            return response;
+        }
+    }
+}
+
+Client::Client(Request defaults) : Client(std::move(defaults), networkTransport()) {}
+
+Client::Client(Request defaults, std::unique_ptr<Transport> transport)
+    : Own(std::make_unique<State>(std::move(defaults), std::move(transport))) {}
+
+Client::~Client() = default;
+Client::Client(Client&&) noexcept = default;
+Client& Client::operator=(Client&&) noexcept = default;
+
+namespace {
+
+Request withUrl(std::string url, Request more) {
+    if (!more.url.empty()) {
+        failUsage("the URL of this call is given twice");
+    }
+    more.url = std::move(url);
+    return more;
+}
+
+Request named(const char* method, std::string url, Request more) {
+    if (!more.method.empty()) {
+        failUsage("the method of this call is given twice");
+    }
+    more.method = method;
+    return withUrl(std::move(url), std::move(more));
+}
+
+Request withBody(const char* method, std::string url, Body body, Request more) {
+    if (more.body) {
+        failUsage("the content of this call is given twice");
+    }
+    more.body = std::move(body);
+    return named(method, std::move(url), std::move(more));
+}
+
+} // namespace
+
+Response Client::get(std::string url, Request more) {
+    return request(named("GET", std::move(url), std::move(more)));
+}
+
+Response Client::head(std::string url, Request more) {
+    return request(named("HEAD", std::move(url), std::move(more)));
+}
+
+Response Client::del(std::string url, Request more) {
+    return request(named("DELETE", std::move(url), std::move(more)));
+}
+
+Response Client::post(std::string url, Body body, Request more) {
+    return request(withBody("POST", std::move(url), std::move(body), std::move(more)));
+}
+
+Response Client::put(std::string url, Body body, Request more) {
+    return request(withBody("PUT", std::move(url), std::move(body), std::move(more)));
+}
+
+Response Client::patch(std::string url, Body body, Request more) {
+    return request(withBody("PATCH", std::move(url), std::move(body), std::move(more)));
+}
+
+Response Client::request(Request request) {
+    request = Own->prepared(std::move(request), Use::Collect);
+    const std::uint64_t most = *request.limits.memory;
+    std::string content;
+    const auto collect = [&](std::span<const std::byte> piece) {
+        if (piece.size() > most - content.size()) {
+            fail(failure::kContentTooLarge, {static_cast<std::int64_t>(most)},
+                 "the content is larger than " + std::to_string(most) +
+                     " bytes, the limit `memory`; save it to a file, or stream it");
+        }
+        content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+        return true;
+    };
+    const auto onHead = [&](const Response& head) -> Taker {
+        content.clear();
+        content.reserve(std::min(announcedLength(head, request).value_or(0), most));
+        return collect;
+    };
+    Response response = Own->perform(request, onHead, true);
+    response.content = std::move(content);
+    return response;
+}
+
+Response Client::stream(std::string url, Consumer consumer, Request more) {
+    const Request request = Own->prepared(withUrl(std::move(url), std::move(more)), Use::Stream);
+    return Own->perform(
+        request, [&](Response&) { return consumer.taker(); }, false);
+}
+
+Response Client::stream(Request request, const std::function<Taker(const Response&)>& onHead) {
+    return Own->perform(Own->prepared(std::move(request), Use::Stream), onHead, true);
+}
+
+Response Client::save(std::string url, std::filesystem::path target, Request more) {
+    return save(withUrl(std::move(url), std::move(more)), std::move(target));
+}
+
+Response Client::save(Request request, std::filesystem::path target) {
+    request = Own->prepared(std::move(request), Use::Save);
+    return Own->alone(request, [&](const CallTools& tools) {
+        const auto content = savedContent(target, request); // first, so that a bad target costs no request
+        return Own->saveInto(*content, request, tools);
+    });
+}
+
+void Client::interrupt() noexcept {
+    Own->interrupt();
+}
+
+Response get(std::string url, Request more) {
+    return Client().get(std::move(url), std::move(more));
+}
+
+Response head(std::string url, Request more) {
+    return Client().head(std::move(url), std::move(more));
+}
+
+Response del(std::string url, Request more) {
+    return Client().del(std::move(url), std::move(more));
+}
+
+Response post(std::string url, Body body, Request more) {
+    return Client().post(std::move(url), std::move(body), std::move(more));
+}
+
+Response put(std::string url, Body body, Request more) {
+    return Client().put(std::move(url), std::move(body), std::move(more));
+}
+
+Response patch(std::string url, Body body, Request more) {
+    return Client().patch(std::move(url), std::move(body), std::move(more));
+}
+
+Response request(Request request) {
+    return Client().request(std::move(request));
+}
+
+Response save(std::string url, std::filesystem::path target, Request more) {
+    return Client().save(std::move(url), std::move(target), std::move(more));
+}
+
+} // namespace netrove

@@ -1,0 +1,215 @@
+#include "client/exchange/FailureTranslation.h"
+
+#include "client/failures/ClientFailure.h"
+#include "vantik/Http.h"
+
+#include <netrove/text.h>
+#include <netrove/url.h>
+
+#include <algorithm>
+#include <variant>
+
+namespace netrove {
+
+namespace {
+
+constexpr std::string_view kCopyFailure = "VANTIK:webservices:CopyContentToDataStreamError";
+constexpr std::string_view kRefused = "VANTIK:webservices:ConnectionRefused";
+constexpr std::string_view kCutOff = "VANTIK:webservices:PartialFileWarning";
+
+struct KindRow {
+    std::string_view Identifier;
+    ErrorKind Kind;
+};
+
+constexpr KindRow kKinds[] = {
+    {"VANTIK:webservices:MalformedURL", ErrorKind::Url},
+    {"VANTIK:webservices:ExpectedProtocol", ErrorKind::Url},
+    {"VANTIK:webservices:FileNotFound", ErrorKind::Url}, // a URL without a host
+    {"VANTIK:webservices:UnknownHost", ErrorKind::Name},
+    {kRefused, ErrorKind::Connect},
+    {"VANTIK:webservices:ConnectionFailed", ErrorKind::Connect},
+    {kCopyFailure, ErrorKind::Connect},
+    {"VANTIK:webservices:SSLConnectionNoFile", ErrorKind::Tls},
+    {"VANTIK:webservices:SSLConnectionSystemFailure", ErrorKind::Tls},
+    {"VANTIK:webservices:SSLConnectionFailure", ErrorKind::Tls},
+    {"VANTIK:webservices:CertificateFailedVerification", ErrorKind::Tls},
+    {"VANTIK:webservices:Timeout", ErrorKind::Timeout},
+    {"VANTIK:webservices:StatusError", ErrorKind::Status},
+    {kCutOff, ErrorKind::Content},
+    {"VANTIK:webservices:DecodingError", ErrorKind::Content},
+    {"VANTIK:webservices:DecodedContentTooLarge", ErrorKind::Content},
+    {"VANTIK:webservices:EncodingFailure", ErrorKind::Usage},
+    {"VANTIK:webservices:EmptyName", ErrorKind::Usage},
+    {"VANTIK:host:Interrupted", ErrorKind::Interrupted},
+};
+
+ErrorKind kindOf(std::string_view identifier) {
+    const auto* row = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                   [&](const KindRow& candidate) { return candidate.Identifier == identifier; });
+    return row == std::end(kKinds) ? ErrorKind::Other : row->Kind;
+}
+
+std::string argumentText(const vantik::Message& message, std::size_t index) {
+    if (index >= message.Arguments.size()) {
+        return {};
+    }
+    const auto* text = std::get_if<std::string>(&message.Arguments[index]);
+    return text != nullptr ? *text : std::to_string(std::get<std::int64_t>(message.Arguments[index]));
+}
+
+// libcurl's own words about the failure.
+std::string causeIn(const vantik::Message& message) {
+    const std::string identifier = message.identifier();
+    if (identifier == kCutOff) {
+        return argumentText(message, 2);
+    }
+    return argumentText(message, identifier == kCopyFailure ? 0 : 1);
+}
+
+bool says(std::string_view text, std::string_view words) {
+    return text.find(words) != text.npos;
+}
+
+std::string hostOf(std::string_view url) {
+    const UrlParts parts = splitUrl(url);
+    return parts.Host + ":" + parts.Port;
+}
+
+// How far the answer had come when it broke off.
+std::string progressText(const Circumstances& known) {
+    if (known.Status == 0) {
+        return known.Sent ? "before its response" : "before the request was sent";
+    }
+    return "after " + std::to_string(known.Received) + " bytes of content";
+}
+
+std::string connectText(const std::string& cause, const std::string& party, const Circumstances& known) {
+    if (says(cause, "reset by peer") || says(cause, "Broken pipe")) {
+        return party + " reset the connection " + progressText(known);
+    }
+    if (says(cause, "Empty reply")) {
+        return party + " closed the connection without a response";
+    }
+    if (says(cause, "HTTP/0.9")) {
+        return party + " does not speak HTTP on this port";
+    }
+    if (says(cause, "Couldn't connect") || says(cause, "Failed to connect")) {
+        return "no connection to " + party + ": it does not run, or it refuses; " + cause;
+    }
+    return party + ": " + cause;
+}
+
+// What went wrong between us and the proxy, or by its decision; empty where the server is meant.
+std::string proxyText(const vantik::Message& message, ErrorKind kind, const std::string& cause,
+                      const Circumstances& known) {
+    if (known.Proxy.empty()) {
+        return {};
+    }
+    const std::string party = "the proxy " + known.Proxy;
+    const bool secureTarget = splitUrl(known.Url).Scheme == "https";
+    if (says(cause, "CONNECT tunnel failed, response ")) {
+        const std::string status = cause.substr(cause.rfind(' ') + 1);
+        return party + (status == "407" ? " asks for a login" : " did not connect to the server") + ": it answered " +
+               status;
+    }
+    if (says(cause, "Proxy CONNECT aborted")) {
+        return party + (says(cause, "timeout") ? " did not connect to the server in time" : " closed the connection");
+    }
+    if (says(cause, "SOCKS")) {
+        return party + ": " + cause;
+    }
+    if (kind == ErrorKind::Name && known.Proxy.find(argumentText(message, 0)) != std::string::npos) {
+        return "no such host: " + party;
+    }
+    // A connection is one to the proxy, until a tunnel through it has been made.
+    if (kind == ErrorKind::Connect && (!secureTarget || !known.Sent)) {
+        return connectText(cause, party, known);
+    }
+    if (kind == ErrorKind::Tls && !secureTarget) {
+        return party + ": no secure connection: " + cause;
+    }
+    return {};
+}
+
+std::string timeoutText(const vantik::Message& message, const Circumstances& known) {
+    const std::string limit = argumentText(message, 3);
+    const std::string name = says(limit, "Connect") || !known.Sent ? "connect"
+                             : known.Status == 0                   ? "response"
+                                                                   : "data";
+    return "no progress with " + hostOf(known.Url) + " for " + argumentText(message, 1) + " s, the limit `" + name +
+           "`: " + argumentText(message, 2);
+}
+
+std::string textFor(const vantik::Message& message, ErrorKind kind, const std::string& cause,
+                    const Circumstances& known) {
+    switch (kind) {
+    case ErrorKind::Connect:
+        return connectText(cause.empty() ? message.Text : cause, hostOf(known.Url), known);
+    case ErrorKind::Name:
+        return "no such host: " + splitUrl(known.Url).Host;
+    case ErrorKind::Tls:
+        return "no secure connection to " + hostOf(known.Url) + ": " + cause;
+    case ErrorKind::Timeout:
+        return timeoutText(message, known);
+    default:
+        return message.Text;
+    }
+}
+
+std::vector<Error::Argument> argumentsOf(const vantik::Message& message) {
+    std::vector<Error::Argument> arguments;
+    for (const vantik::MessageArgument& argument : message.Arguments) {
+        const auto* text = std::get_if<std::string>(&argument);
+        arguments.push_back(text != nullptr ? Error::Argument(vantik::withoutSecrets(*text))
+                                            : Error::Argument(std::get<std::int64_t>(argument)));
+    }
+    return arguments;
+}
+
+// One line that a terminal shows as it is.
+std::string shown(const std::string& text) {
+    return printable(maskUserInfo(vantik::withoutSecrets(text)));
+}
+
+Error incomplete(const vantik::Message& message, const Circumstances& known) {
+    const std::string announced = argumentText(message, 1);
+    const bool unknown = announced == "-1" || announced == "0";
+    const std::string text = "the content from " + hostOf(known.Url) + " is incomplete: " + argumentText(message, 0) +
+                             (unknown ? "" : " of " + announced) + " bytes came; " + causeIn(message);
+    return clientError(failure::kIncomplete, argumentsOf(message), shown(text));
+}
+
+} // namespace
+
+Error translated(const vantik::Message& message, const Circumstances& known) {
+    const std::string identifier = message.identifier();
+    ErrorKind kind = kindOf(identifier);
+    if (known.TotalTimeOver) {
+        return clientError(failure::kTotalTime, {}, "not complete within the limit `total`");
+    }
+    if (known.Interrupted || kind == ErrorKind::Interrupted) {
+        return clientError(failure::kInterrupted, {}, "interrupted");
+    }
+    const std::string cause = causeIn(message);
+    if (const std::string text = proxyText(message, kind, cause, known); !text.empty()) {
+        return {ErrorKind::Proxy, identifier, argumentsOf(message), shown(text)};
+    }
+    if (identifier == kCutOff) {
+        return incomplete(message, known);
+    }
+    return {kind, identifier, argumentsOf(message), shown(textFor(message, kind, cause, known))};
+}
+
+Error statusError(int status, const std::string& reason, const Circumstances& known) {
+    const std::string shownUrl = maskUserInfo(known.Url);
+    if (status == 407 && !known.Proxy.empty()) {
+        return Error(ErrorKind::Proxy, "NETROVE:client:StatusError", {std::int64_t{status}, reason, shownUrl},
+                     "the proxy " + known.Proxy + " asks for a login: it answered 407");
+    }
+    return clientError(failure::kStatusError, {std::int64_t{status}, reason, shownUrl},
+                       "the server answered " + std::to_string(status) +
+                           (reason.empty() ? "" : " " + printable(reason)) + " for " + shownUrl);
+}
+
+} // namespace netrove

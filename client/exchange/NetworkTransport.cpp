@@ -1,0 +1,422 @@
+// The transport over the network: one request through the connection object, in the order that its class requires.
+#include "client/exchange/Challenges.h"
+#include "client/exchange/FailureTranslation.h"
+#include "client/failures/ClientFailure.h"
+#include "client/request/RequestChecks.h"
+#include "vantik/Host.h"
+#include "vantik/HostClass.h"
+#include "vantik/Http.h"
+
+#include <netrove/transport.h>
+#include <netrove/url.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <iostream>
+#include <utility>
+
+namespace netrove {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kSystemStore = "default"; // as CertificateFilename: the system's certificates
+constexpr std::size_t kLargestPiece = std::size_t{1} << 20;
+constexpr std::size_t kUsualPiece = std::size_t{64} << 10;
+
+std::string textOf(const vantik::Array& value) {
+    return value.textOr("");
+}
+
+// For the class an empty name means "do not verify", and a special one means the system's store.
+std::string certificateName(const Tls& tls) {
+    if (!*tls.verify) {
+        return "";
+    }
+    if (tls.file.empty()) {
+        return kSystemStore;
+    }
+    return tls.file == kSystemStore ? "./" + tls.file : tls.file;
+}
+
+vantik::Milliseconds milliseconds(Limit limit) {
+    return limit == kUnlimited ? vantik::kNoLimit : vantik::Milliseconds(limit);
+}
+
+vantik::Array schemeNames(const std::vector<Scheme>& schemes) {
+    std::vector<std::string> names;
+    for (const Scheme scheme : schemes) {
+        names.push_back(className(scheme));
+    }
+    return vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, names);
+}
+
+// Content that is read while it is sent.
+class Upload {
+public:
+    Upload(const Request& request) : TheRequest(request), Reader(request.body.open()) {}
+
+    vantik::ContentProvider provider() {
+        return {[this] { rewind(); }, [this](std::uint64_t wanted) { return read(wanted); }};
+    }
+    bool mustBeginAgain() const { return RewindAsked; }
+
+private:
+    // Within one request the library goes on with what it holds of the content, so a second reading from the start
+    // would send it twice or in part. The request has to be made anew.
+    void rewind() {
+        if (Given != 0) {
+            RewindAsked = true;
+            fail(failure::kContentNotRepeated, {"the server asks for it again"},
+                 "the server asks for the content a second time, and it can be sent once only");
+        }
+    }
+
+    vantik::Array read(std::uint64_t wanted) {
+        const std::size_t room = wanted == 0 ? kUsualPiece : std::min<std::uint64_t>(wanted, kLargestPiece);
+        Buffer.resize(std::max(room, kUsualPiece));
+        const std::size_t count = Reader->read(Buffer);
+        Given += count;
+        const auto length = TheRequest.body.length();
+        if (length && (Given > *length || (count == 0 && Given < *length))) {
+            fail(failure::kContentChanged, {"the content"},
+                 "the content to send has " + std::string(count == 0 ? "fewer" : "more") + " than the " +
+                     std::to_string(*length) + " bytes that it was to have");
+        }
+        if (TheRequest.progress && count != 0) {
+            TheRequest.progress({.sent = Given, .toSend = length});
+        }
+        return vantik::Array::bytes(std::span(Buffer).first(count));
+    }
+
+    const Request& TheRequest;
+    std::unique_ptr<BodyReader> Reader;
+    std::vector<std::byte> Buffer;
+    std::uint64_t Given = 0;
+    bool RewindAsked = false;
+};
+
+class NetworkTransport final : public Transport {
+public:
+    NetworkTransport(NetworkSettings settings, std::function<void(const std::string&, const std::string&)> onWarning)
+        : Settings(settings) {
+        Host.load("netrove");
+        Host.treatAsFailure(vantik::kIncompleteContent);
+        if (onWarning) {
+            Host.onWarning([onWarning = std::move(onWarning)](const vantik::Message& message) {
+                onWarning(message.identifier(), message.Text);
+            });
+        }
+    }
+
+    void exchange(const Request& request, bool first, const HeadHandler& onHead) override {
+        if (first || Settings.simple) {
+            Connection = vantik::Object(); // before the next one: one at a time is open
+            Connection = Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Settings.simple)});
+        }
+        Known = {};
+        try {
+            perform(request, onHead);
+        } catch (const vantik::Failure& failure) {
+            settle();
+            const Error error = translated(failure.message(), Known);
+            throw error.with(Response{.status = Known.Status, .url = Known.Url}, Known.Sent);
+        } catch (const Error& error) { // of one of our own, in the middle of the transfer
+            settle();
+            throw error.with(error.response(), Known.Sent);
+        } catch (...) {
+            Connection = vantik::Object();
+            throw;
+        }
+    }
+
+    void endAt(std::optional<Clock::time_point> time) override {
+        End = time;
+        Host.interruptAfter(time ? std::max<Clock::duration>(*time - Clock::now(), Clock::duration::zero())
+                                 : std::chrono::nanoseconds::max());
+    }
+    void interrupt() noexcept override { Host.interrupt(); }
+    void clearInterrupt() noexcept override { Host.clearInterrupt(); }
+
+private:
+    // The logins to use for one sending, with the schemes allowed for it.
+    struct Logins {
+        Login Server;
+        Login Proxy;
+    };
+
+    void perform(const Request& request, const HeadHandler& onHead) {
+        Known.Url = request.url;
+        Logins logins = {request.login, {}};
+        // libcurl would find out which scheme is asked for by sending all content for nothing, and then want it again.
+        const bool streamed = request.body && !request.body.inMemory();
+        for (bool again = false;; again = true) {
+            std::optional<Upload> upload;
+            if (streamed) {
+                upload.emplace(request);
+            }
+            try {
+                prepare(request, logins, upload, streamed && !again);
+                const Head head = readHead(request);
+                if (streamed && !again && choosesScheme(request, head, logins)) {
+                    close();
+                    continue;
+                }
+                deliver(onHead(head));
+            } catch (const Error&) {
+                // Once: a kept connection that the server had closed may ask for it, or a login.
+                if (!upload || !upload->mustBeginAgain() || again || !request.body.repeatable()) {
+                    throw;
+                }
+                continue;
+            }
+            return close();
+        }
+    }
+
+    // After a sending without any login: true if the one to use is known now.
+    static bool choosesScheme(const Request& request, const Head& head, Logins& logins) {
+        const bool server = head.status == 401 && !request.login.user.value_or("").empty();
+        const bool proxy = head.status == 407 && !logins.Proxy.user.value_or("").empty();
+        if (!server && !proxy) {
+            return false;
+        }
+        Login& login = server ? logins.Server : logins.Proxy;
+        const auto offered =
+            offeredScheme(head.fields.all(server ? "WWW-Authenticate" : "Proxy-Authenticate"), login.schemes);
+        if (!offered || !request.body.repeatable()) {
+            return false;
+        }
+        login.schemes = {*offered};
+        return true;
+    }
+
+    void prepare(const Request& request, Logins& logins, std::optional<Upload>& upload, bool withholdsLogin) {
+        Connection.set("Debug", vantik::Array(static_cast<std::int32_t>(Settings.debug)));
+        Connection.set("URL", request.url);
+        Known.Url = Connection.get("URL").text(); // the ASCII form, which the proxy look-up needs
+        Connection.set("CertificateFilename", certificateName(request.tls));
+        Connection.set("VerifyServerName", *request.tls.verifyName && *request.tls.verify);
+        Connection.set("Decode", *request.decode);
+        Connection.set("TimeoutInMilliseconds",
+                       vantik::httpTimeouts({.Connect = milliseconds(*request.limits.connect),
+                                             .Response = milliseconds(*request.limits.response),
+                                             .Data = milliseconds(*request.limits.data)}));
+        const vantik::HttpProxy proxy = chooseProxy(request.proxy);
+        if (logins.Proxy.user == std::nullopt) {
+            logins.Proxy = request.proxy.login;
+            if (!logins.Proxy.user) {
+                logins.Proxy.user = proxy.Username;
+                logins.Proxy.password = proxy.Password;
+            }
+        }
+        const Login server = usable(logins.Server, request, withholdsLogin);
+        const Login atProxy = usable(logins.Proxy, request, withholdsLogin && !tunnelled());
+        Connection.set("Username", server.user.value_or(""));
+        Connection.set("Password", server.password);
+        Connection.set("ProxyUsername", atProxy.user.value_or(""));
+        Connection.set("ProxyPassword", atProxy.password);
+        // Without a host this is a direct connection. It is opened in the same way, because the object would otherwise
+        // keep the proxy of the request before.
+        invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
+                                                                 {"Port", vantik::Array(double(proxy.Port))}})});
+        Connection.set("RequestMethod", request.method);
+        if (!Settings.simple) { // which allows every scheme anyway
+            invoke("setAuthenticationSchemes", {schemeNames(server.schemes), vantik::Array(false)});
+            invoke("setAuthenticationSchemes", {schemeNames(atProxy.schemes), vantik::Array(true)});
+        }
+        setContent(request, upload);
+        const Fields fields = completeFields(request);
+        std::vector<vantik::HttpField> rows;
+        for (const Field& field : fields) {
+            rows.push_back({field.name, field.value});
+        }
+        if (!rows.empty()) {
+            invoke("setFields", {vantik::httpFields(rows)});
+        }
+    }
+
+    // The login for one sending: no name means no schemes, and a choice of schemes waits for the first answer.
+    static Login usable(Login login, const Request& request, bool withhold) {
+        if (login.user.value_or("").empty() || (withhold && login.schemes.size() > 1)) {
+            if (!login.user.value_or("").empty() && !request.body.repeatable()) {
+                fail(failure::kContentNotRepeated, {"a choice of login schemes"},
+                     "the content can be sent once only, so name the one scheme that the login uses");
+            }
+            return {.user = "", .schemes = {}};
+        }
+        return login;
+    }
+
+    vantik::HttpProxy chooseProxy(const Proxy& wanted) {
+        vantik::HttpProxy proxy;
+        if (!wanted.url.empty()) {
+            proxy = vantik::readHttpProxy(wanted.url);
+        } else if (wanted.automatic.value_or(true)) {
+            const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, {vantik::Array(Known.Url)});
+            proxy = {found.field("Host").text(), static_cast<std::uint16_t>(found.field("Port").number()),
+                     found.field("Username").text(), found.field("Password").text(), ""};
+        }
+        if (!proxy.Host.empty()) {
+            Known.Proxy = proxy.Host + ":" + std::to_string(proxy.Port);
+        }
+        return proxy;
+    }
+
+    // Behind a tunnel the proxy's login is settled before any content is sent.
+    bool tunnelled() const { return Known.Proxy.empty() || splitUrl(Known.Url).Scheme == "https"; }
+
+    // True if the older interface makes the content from PostData and adds the length itself.
+    bool sendsPostData(const Request& request) const {
+        return Settings.simple && (request.method == "POST" || request.method == "PUT" || request.method == "PATCH");
+    }
+
+    void setContent(const Request& request, std::optional<Upload>& upload) {
+        const std::string_view held = request.body.inMemory().value_or("");
+        Connection.set("PostData", vantik::Array(sendsPostData(request) ? held : ""));
+        Connection.set("Payload", vantik::Array::bytes(sendsPostData(request) ? "" : held));
+        Connection.set("ProgressReporter", vantik::Array());
+        Connection.set("Provider", vantik::Array());
+        if (upload) {
+            Connection.set("Provider", makeProvider(Host, upload->provider()));
+        } else if (!held.empty() && request.progress) {
+            Connection.set("ProgressReporter", makeProgressReporter(Host, [this, &request](std::uint64_t bytes) {
+                               if (Known.Status == 0) {
+                                   request.progress({.sent = bytes, .toSend = request.body.length()});
+                               }
+                               return true;
+                           }));
+        }
+    }
+
+    Fields completeFields(const Request& request) const {
+        Fields fields = request.fields;
+        const auto addUnlessSet = [&](const char* name, const std::string& value) {
+            if (!fields.contains(name)) {
+                fields.add(name, value);
+            }
+        };
+        addUnlessSet("User-Agent", "netrove/" NETROVE_VERSION);
+        if (!request.login.bearer.empty()) {
+            addUnlessSet("Authorization", "Bearer " + request.login.bearer);
+        }
+        if (!request.body) {
+            return fields;
+        }
+        if (!request.body.contentType().empty()) {
+            addUnlessSet("Content-Type", request.body.contentType());
+        }
+        const auto length = request.body.length();
+        if (length && !sendsPostData(request) && !fields.contains("Transfer-Encoding")) {
+            addUnlessSet("Content-Length", std::to_string(*length));
+        }
+        // An empty value keeps the request from waiting a second for servers that do not answer an expectation.
+        addUnlessSet("Expect", "");
+        return fields;
+    }
+
+    Head readHead(const Request& request) {
+        if (request.trace) {
+            note(request, Known.Proxy.empty() ? "direct connection" : "through the proxy " + Known.Proxy);
+        }
+        try {
+            // Sends first: the status line's version is that of the request as sent, and the class takes it before it
+            // sends.
+            Connection.get("ResponseCode");
+        } catch (...) {
+            traceSent(request);
+            throw;
+        }
+        traceSent(request);
+        const auto line = Connection.call("getStatusLine", std::span<const vantik::Array>(), 3);
+        Head head{.url = Known.Url,
+                  .version = textOf(line.at(0)),
+                  .status = static_cast<int>(line.at(1).number()),
+                  .reason = textOf(line.at(2)),
+                  .proxy = Known.Proxy};
+        Known.Sent = true;
+        Known.Status = head.status;
+        for (vantik::HttpField& field : vantik::readHttpFields(Connection.call("getResponseFields"))) {
+            head.fields.add(std::move(field.Name), std::move(field.Value));
+        }
+        if (head.fields.contains("Location")) {
+            head.redirectUrl = textOf(Connection.get("RedirectURL"));
+        }
+        if (request.trace) {
+            request.trace({TraceLine::Kind::Received, head.version + " " + std::to_string(head.status) +
+                                                          (head.reason.empty() ? "" : " ") + head.reason});
+            traceFields(request, TraceLine::Kind::Received, head.fields);
+        }
+        return head;
+    }
+
+    void deliver(const Taker& taker) {
+        if (!taker) {
+            return;
+        }
+        vantik::ContentConsumer consumer;
+        consumer.write = [&](std::span<const std::byte> piece) -> vantik::Taken {
+            Known.Received += piece.size();
+            return taker(piece) ? static_cast<double>(piece.size()) : 0.0;
+        };
+        Connection.set("Consumer", makeConsumer(Host, consumer));
+        Connection.call("copyContentToByteArray", {vantik::Array(false)});
+        Connection.set("Consumer", vantik::Array());
+    }
+
+    void traceSent(const Request& request) {
+        if (!request.trace || !Connection.get("Sent").truth()) {
+            return;
+        }
+        const auto line = Connection.call("getRequestLine", std::span<const vantik::Array>(), 3);
+        request.trace(
+            {TraceLine::Kind::Sent, textOf(line.at(0)) + " " + textOf(line.at(1)) + " " + textOf(line.at(2))});
+        Fields fields;
+        for (vantik::HttpField& field : vantik::readHttpFields(Connection.call("getRequestFields"))) {
+            fields.add(std::move(field.Name), std::move(field.Value));
+        }
+        traceFields(request, TraceLine::Kind::Sent, fields);
+    }
+
+    static void traceFields(const Request& request, TraceLine::Kind kind, const Fields& fields) {
+        for (const Field& field : fields) {
+            request.trace({kind, field.name + ": " + (isSecretField(field.name) ? "***" : field.value)});
+        }
+    }
+
+    static void note(const Request& request, const std::string& text) { request.trace({TraceLine::Kind::Note, text}); }
+
+    void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {}) {
+        Connection.call(method, std::span(arguments.begin(), arguments.size()), 0);
+    }
+
+    void close() { invoke("closeConnection"); }
+
+    // What is known at the moment of a failure. The object goes: its provider and consumer refer to what unwinds.
+    void settle() {
+        Known.Sent = Known.Sent || (Connection && Connection.get("Sent").truth());
+        Known.Interrupted = Host.wasInterrupted();
+        Known.TotalTimeOver = Known.Interrupted && End && Clock::now() >= *End;
+        Connection = vantik::Object();
+    }
+
+    NetworkSettings Settings;
+    vantik::Host Host;
+    vantik::Object Connection; // in the host; destroyed before it
+    std::optional<Clock::time_point> End;
+    Circumstances Known;
+};
+
+} // namespace
+
+std::unique_ptr<Transport> networkTransport(NetworkSettings settings,
+                                            std::function<void(const std::string&, const std::string&)> onWarning) {
+    try {
+        return std::make_unique<NetworkTransport>(settings, std::move(onWarning));
+    } catch (const vantik::Failure& failure) {
+        throw translated(failure.message(), {});
+    }
+}
+
+} // namespace netrove

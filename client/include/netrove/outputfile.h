@@ -1,0 +1,61 @@
+// A file that appears under its name only when it is complete.
+#pragma once
+
+#include <netrove/descriptor.h>
+#include <netrove/temporaryentry.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace netrove {
+
+class OutputFile {
+public:
+    // Makes a file in the folder of `target`, without a name if the file system can, else under an unpredictable one.
+    // Raises FileExists if the target exists and is not to be replaced, FileNotWritten if no file can be made or the
+    // target is a folder, a device, a pipe or a socket.
+    OutputFile(const std::string& target, bool replace);
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    // The only name that an incomplete file can have; a file without a name has it for the moment in which it replaces
+    // another one.
+    const std::string& temporaryName() const { return TemporaryPath; }
+    int descriptor() const { return File.Number; }
+    std::uint64_t size() const; // raises FileNotWritten
+
+    // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists if somebody else
+    // has made the target meanwhile.
+    void keep();
+
+private:
+    OutputFile(const std::string& target, const std::string& real, bool replace);
+    bool openWithoutName(unsigned mode);
+    void settlePermissions() const;
+    void checkClose() const;
+    void checkTemporary() const;
+    int link(const char* name) const;
+    void rename();
+    [[noreturn]] void failNotWritten(int errorNumber) const;
+
+    std::string Target; // as given
+    bool Replace;
+    Descriptor Folder; // of the names that follow, even if it is renamed itself
+    std::string Name;
+    TemporaryEntry Temporary;
+    std::string TemporaryPath;
+    std::optional<unsigned> Permissions; // of the file that is replaced
+    bool Named = false;                  // by its temporary name
+    Descriptor File;
+};
+
+// True for a name that OutputFile gives to an incomplete file.
+bool isTemporaryName(const std::string& path);
+
+// True for a device, a pipe or a socket: content is written into such a target and never replaces it.
+bool isSpecialFile(const std::string& path);
+bool isFolder(const std::string& path);
+bool fileExists(const std::string& path); // a dangling link counts
+
+} // namespace netrove

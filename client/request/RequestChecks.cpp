@@ -1,0 +1,287 @@
+#include "client/request/RequestChecks.h"
+
+#include "client/failures/ClientFailure.h"
+#include "vantik/Failure.h"
+#include "vantik/Http.h"
+
+#include <boost/url/parse.hpp>
+#include <boost/url/url.hpp>
+#include <netrove/text.h>
+#include <netrove/url.h>
+
+#include <algorithm>
+#include <variant>
+
+namespace netrove {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::string_view kTokenMarks = "!#$%&'*+-.^_`|~";
+constexpr std::size_t kSha256Digits = 64;
+
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool isLetterOrDigit(char c) {
+    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z');
+}
+
+bool isHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'f');
+}
+
+void refuse(bool condition, const std::string& text) {
+    if (condition) {
+        failUsage(text);
+    }
+}
+
+void checkFields(const Fields& fields) {
+    for (const Field& field : fields) {
+        refuse(!isToken(field.name), "'" + printable(field.name) + "' is not the name of a header field");
+        // A tab between words is the only control character that a value may hold.
+        const bool bad = std::any_of(field.value.begin(), field.value.end(), [](char c) {
+            return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || static_cast<unsigned char>(c) >= 0x7F;
+        });
+        refuse(bad, "the value of the header field '" + field.name + "' is not printable ASCII");
+    }
+}
+
+void checkLogin(const Login& login, const std::string& whose) {
+    const std::string user = login.user.value_or("");
+    refuse(hasControls(user), "the user name " + whose + " has control characters");
+    refuse(user.find(':') != user.npos, "the user name " + whose + " has a colon");
+    refuse(hasControls(login.password), "the password " + whose + " has control characters");
+    refuse(!login.password.empty() && user.empty(), "a password " + whose + " needs a user name");
+    refuse(!user.empty() && login.schemes.empty(), "a login " + whose + " needs a scheme");
+    refuse(!login.bearer.empty() && !user.empty(), "a login " + whose + " has a user name or a token, not both");
+    refuse(login.bearer.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~+/=") !=
+               login.bearer.npos,
+           "the token " + whose + " has characters that a token cannot have");
+}
+
+void checkLimit(const std::optional<Limit>& limit, const char* name) {
+    refuse(limit && *limit <= 0ms, std::string("the limit ") + name + " is not above zero");
+}
+
+void checkSaving(const Request& request) {
+    const bool hex = std::all_of(request.sha256.begin(), request.sha256.end(), isHexDigit);
+    refuse(!request.sha256.empty() && (!hex || request.sha256.size() != kSha256Digits),
+           "sha256 takes 64 hexadecimal digits");
+}
+
+template <class Value>
+void inherit(std::optional<Value>& own, const std::optional<Value>& other) {
+    if (!own) {
+        own = other;
+    }
+}
+
+template <class Value>
+    requires requires(const Value& value) { value.empty(); }
+void inherit(Value& own, const Value& other) {
+    if (own.empty()) {
+        own = other;
+    }
+}
+
+// A login is one thing: a password never goes with another one's user name.
+void inherit(Login& own, const Login& other) {
+    if (!own.user && own.bearer.empty()) {
+        own = other;
+    }
+}
+
+void inherit(Proxy& own, const Proxy& other) {
+    if (own.url.empty() && !own.automatic) {
+        const Login login = own.login;
+        own = other;
+        if (login.user) {
+            own.login = login;
+        }
+    }
+}
+
+void inherit(Request& own, const Request& other) {
+    Fields fields;
+    for (const Field& field : other.fields) {
+        if (!own.fields.contains(field.name)) {
+            fields.add(field.name, field.value);
+        }
+    }
+    for (const Field& field : own.fields) {
+        fields.add(field.name, field.value);
+    }
+    own.fields = fields;
+    inherit(own.login, other.login);
+    inherit(own.proxy, other.proxy);
+    inherit(own.limits.connect, other.limits.connect);
+    inherit(own.limits.response, other.limits.response);
+    inherit(own.limits.data, other.limits.data);
+    inherit(own.limits.total, other.limits.total);
+    inherit(own.limits.memory, other.limits.memory);
+    inherit(own.tls.verify, other.tls.verify);
+    inherit(own.tls.verifyName, other.tls.verifyName);
+    inherit(own.tls.file, other.tls.file);
+    inherit(own.redirects.most, other.redirects.most);
+    inherit(own.redirects.downgrade, other.redirects.downgrade);
+    inherit(own.redirects.secret, other.redirects.secret);
+    inherit(own.retry.attempts, other.retry.attempts);
+    inherit(own.retry.wait, other.retry.wait);
+    inherit(own.retry.longestWait, other.retry.longestWait);
+    inherit(own.retry.unsafe, other.retry.unsafe);
+    inherit(own.retry.statuses, other.retry.statuses);
+    inherit(own.decode, other.decode);
+    inherit(own.checkStatus, other.checkStatus);
+    if (!own.progress) {
+        own.progress = other.progress;
+    }
+    if (!own.trace) {
+        own.trace = other.trace;
+    }
+    if (!own.stop.stop_possible()) {
+        own.stop = other.stop;
+    }
+}
+
+const Request& documentedDefaults() {
+    static const Request defaults = {
+        .limits = {.connect = 10s, .response = 30s, .data = 30s, .total = kUnlimited, .memory = 64 << 20},
+        .tls = {.verify = true, .verifyName = true},
+        .redirects = {.most = 10, .downgrade = false},
+        .retry = {.attempts = 3,
+                  .wait = 250ms,
+                  .longestWait = 30s,
+                  .unsafe = false,
+                  .statuses = std::vector<int>{408, 429, 502, 503, 504}},
+        .decode = true,
+        .checkStatus = true,
+    };
+    return defaults;
+}
+
+bool isAbsolute(std::string_view url) {
+    const auto colon = url.find("://");
+    return colon != url.npos && url.find_first_of("/?#") > colon;
+}
+
+// Boost reads URLs in ASCII only.
+std::string asciiOf(std::string_view url) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string result;
+    for (const char c : url) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte > 0x20 && byte < 0x7F && std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos) {
+            result += c;
+        } else {
+            result += {'%', digits[byte >> 4], digits[byte & 15]};
+        }
+    }
+    return result;
+}
+
+void completeUrl(Request& own, const std::string& base) {
+    if (!isAbsolute(own.url)) {
+        if (base.empty()) {
+            throw Error(ErrorKind::Url, "NETROVE:client:Usage", {own.url},
+                        own.url.empty() ? "the URL is empty"
+                                        : "'" + printable(maskUserInfo(own.url)) +
+                                              "' has no scheme; write http:// or https:// in front of it");
+        }
+        const std::string url = resolvedUrl(base, own.url);
+        refuse(url.empty(), "'" + printable(own.url) + "' is not a valid URL");
+        own.url = url;
+    }
+    const UserInfo info = takeUserInfo(own.url);
+    if (info.Present && !own.login.user && own.login.bearer.empty()) {
+        own.login.user = info.User;
+        own.login.password = info.Password.value_or("");
+    }
+}
+
+} // namespace
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return lower(a) == lower(b); });
+}
+
+bool hasControls(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool isToken(std::string_view text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+        return isLetterOrDigit(c) || kTokenMarks.find(c) != kTokenMarks.npos;
+    });
+}
+
+bool isSecretField(std::string_view name) {
+    return std::any_of(std::begin(vantik::kSecretHttpFields), std::end(vantik::kSecretHttpFields),
+                       [&](std::string_view secret) { return equalsIgnoringCase(name, secret); });
+}
+
+void checkRequest(const Request& request, Use use) {
+    refuse(hasControls(request.url), "the URL has control characters");
+    refuse(!request.method.empty() && !isToken(request.method),
+           "'" + printable(request.method) + "' is not a request method");
+    const bool noBody = equalsIgnoringCase(request.method, "GET") || equalsIgnoringCase(request.method, "HEAD");
+    refuse(noBody && request.body, "a request with the method " + request.method + " has no body");
+    checkFields(request.fields);
+    checkLogin(request.login, "for the server");
+    checkLogin(request.proxy.login, "for the proxy");
+    refuse(!request.proxy.login.bearer.empty(), "a proxy takes a user name and a password, no token");
+    checkLimit(request.limits.connect, "connect");
+    checkLimit(request.limits.response, "response");
+    checkLimit(request.limits.data, "data");
+    checkLimit(request.limits.total, "total");
+    checkLimit(request.retry.wait, "retry.wait");
+    checkLimit(request.retry.longestWait, "retry.longestWait");
+    refuse(request.retry.attempts && *request.retry.attempts < 1, "retry.attempts is not above zero");
+    refuse(request.redirects.most && *request.redirects.most < 0, "redirects.most is below zero");
+    refuse(!request.tls.file.empty() && request.tls.verify == false,
+           "tls.file says whom to trust, and tls.verify not to ask");
+    if (!request.proxy.url.empty()) {
+        try {
+            vantik::readHttpProxy(request.proxy.url);
+        } catch (const vantik::Failure& refusal) {
+            failUsage("the proxy cannot be used: " + std::get<std::string>(refusal.message().Arguments.front()));
+        }
+    }
+    if (use == Use::Save) {
+        return checkSaving(request);
+    }
+    refuse(request.resume || !request.replace || request.keepTime || !request.sha256.empty(),
+           "resume, replace, keepTime and sha256 are for save");
+    refuse(use == Use::Defaults && (!request.method.empty() || request.body),
+           "the defaults of a client have no method and no body");
+}
+
+Request completed(Request own, const Request& defaults) {
+    inherit(own, defaults);
+    inherit(own, documentedDefaults());
+    completeUrl(own, defaults.url);
+    if (own.method.empty()) {
+        own.method = own.body ? "POST" : "GET";
+    }
+    return own;
+}
+
+std::string resolvedUrl(std::string_view base, std::string_view reference) {
+    const auto from = boost::urls::parse_uri(asciiOf(base));
+    const auto to = boost::urls::parse_uri_reference(asciiOf(reference));
+    boost::urls::url result;
+    if (!from || !to || !boost::urls::resolve(*from, *to, result)) {
+        return {};
+    }
+    if (!result.has_fragment() && from->has_fragment()) {
+        result.set_encoded_fragment(from->encoded_fragment());
+    }
+    return std::string(result.buffer());
+}
+
+} // namespace netrove

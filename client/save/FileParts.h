@@ -1,0 +1,21 @@
+// What both ways to save share: writing, the digest, the file's time.
+#pragma once
+
+#include <netrove/request.h>
+#include <netrove/response.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <span>
+#include <string>
+
+namespace netrove {
+
+// Raises FileNotWritten, naming the file.
+void writeAll(int descriptor, std::span<const std::byte> bytes, const std::string& name);
+// The content before it gets its name: digest and time, as the request wants them. Raises DigestMismatch.
+void finishContent(int descriptor, const Request& request, const Response& response, const std::string& name);
+// In lower case hexadecimal digits, of the file from its start.
+std::string sha256Of(int descriptor, const std::string& name);
+
+} // namespace netrove

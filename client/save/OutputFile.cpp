@@ -1,0 +1,255 @@
+#include "client/failures/ClientFailure.h"
+
+#include <netrove/outputfile.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <string_view>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace netrove {
+
+namespace {
+
+constexpr std::size_t kLongestPrefix = 200; // of the target's name in the temporary one
+constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz012345";
+constexpr std::size_t kRandomLetters = 16;
+constexpr std::string_view kEnd = ".part";
+
+std::string randomText() {
+    std::array<unsigned char, kRandomLetters> bytes{};
+    if (retried([&] { return getrandom(bytes.data(), bytes.size(), 0); }) != static_cast<ssize_t>(bytes.size())) {
+        failSystem(failure::kFileNotWritten, "temporary file", errno);
+    }
+    std::string text;
+    for (const unsigned char byte : bytes) {
+        text += kLetters[byte % kLetters.size()];
+    }
+    return text;
+}
+
+// Follows links, so that the file that a link leads to is replaced, and not the link.
+std::string realTarget(const std::string& target) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(target.c_str(), nullptr), &std::free);
+    return real ? std::string(real.get()) : target;
+}
+
+// With its slash; empty for the current folder.
+std::string folderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/') + 1);
+}
+
+std::string nameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::string temporaryNameFor(const std::string& name) {
+    return "." + name.substr(0, kLongestPrefix) + "." + randomText() + std::string(kEnd);
+}
+
+// Needs only permission to search the folder.
+int openFolder(const std::string& folder) {
+    return retried([&] { return open(folder.empty() ? "." : folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC); });
+}
+
+std::string nameOfDescriptor(int descriptor) {
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+bool sameFile(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+[[noreturn]] void failExists(const std::string& target) {
+    fail(failure::kFileExists, {target}, target + " exists");
+}
+
+} // namespace
+
+OutputFile::OutputFile(const std::string& target, bool replace)
+    : OutputFile(target, replace ? realTarget(target) : target, replace) {}
+
+OutputFile::OutputFile(const std::string& target, const std::string& real, bool replace)
+    : Target(target), Replace(replace), Folder(openFolder(folderOf(real))), Name(nameOf(real)),
+      Temporary(Folder.Number, temporaryNameFor(Name)), TemporaryPath(folderOf(real) + Temporary.name()), File(-1) {
+    if (Folder.Number < 0) {
+        failNotWritten(errno);
+    }
+    if (Name.empty()) {
+        failNotWritten(isFolder(real) ? EISDIR : ENOENT);
+    }
+    struct stat old {};
+    const bool exists = fstatat(Folder.Number, Name.c_str(), &old, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!exists && errno != ENOENT) {
+        failNotWritten(errno);
+    }
+    if (exists && S_ISDIR(old.st_mode)) {
+        failNotWritten(EISDIR);
+    }
+    // Also by the name as given: a pipe known only by its descriptor has no other.
+    if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target)) {
+        fail(failure::kFileNotWritten, {target, "not a regular file"}, target + ": not a regular file");
+    }
+    if (exists && !replace) {
+        failExists(target);
+    }
+    // Set-user-ID and the like are dropped: the content comes from elsewhere, and the owner may be another one.
+    if (exists && S_ISREG(old.st_mode)) {
+        Permissions = old.st_mode & 0777;
+    }
+    // Until the permissions are settled, nobody may open what the replaced file would not let them read.
+    const mode_t mode = Permissions ? 0600 : 0666;
+    if (openWithoutName(mode)) {
+        return;
+    }
+    Named = Temporary.make([&] {
+        File.Number = retried([&] {
+            return openat(Folder.Number, Temporary.name(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        });
+        return File.Number;
+    }) >= 0;
+    if (!Named) {
+        failNotWritten(errno);
+    }
+}
+
+// A file that nobody else can open or replace, and that disappears with the program. False if the file system cannot
+// make one, or if it could not be given a name later because /proc is missing.
+bool OutputFile::openWithoutName(unsigned mode) {
+    Descriptor file(retried([&] { return openat(Folder.Number, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, mode); }));
+    struct stat own {};
+    struct stat seen {};
+    if (file.Number < 0 || fstat(file.Number, &own) != 0 || stat(nameOfDescriptor(file.Number).c_str(), &seen) != 0 ||
+        !sameFile(own, seen)) {
+        return false;
+    }
+    std::swap(File.Number, file.Number);
+    return true;
+}
+
+std::uint64_t OutputFile::size() const {
+    struct stat facts {};
+    if (fstat(File.Number, &facts) != 0) {
+        failNotWritten(errno);
+    }
+    return static_cast<std::uint64_t>(facts.st_size);
+}
+
+void OutputFile::keep() {
+    settlePermissions();
+    // A name that is on the disk before the content would be an empty file after a power cut.
+    if (const int error = syncContent(File.Number)) {
+        failNotWritten(error);
+    }
+    checkClose();
+    if (Named) {
+        checkTemporary();
+    } else {
+        if (link(Name.c_str()) == 0) {
+            return;
+        }
+        if (errno == EEXIST && !Replace) {
+            failExists(Target);
+        }
+        // Only a rename replaces a file, and it needs a name to start from.
+        if (errno != EEXIST || Temporary.make([&] { return link(Temporary.name()); }) != 0) {
+            failNotWritten(errno);
+        }
+    }
+    rename();
+}
+
+// A replaced file keeps its permissions, if the file system has any.
+void OutputFile::settlePermissions() const {
+    if (Permissions && retried([&] { return fchmod(File.Number, *Permissions); }) != 0 && errno != EPERM &&
+        errno != EOPNOTSUPP && errno != ENOSYS) {
+        failNotWritten(errno);
+    }
+}
+
+// Some file systems report a failed write only at a close, and each close of the file is one. It is done by hand: an
+// owner could not report it.
+void OutputFile::checkClose() const {
+    const int copy = fcntl(File.Number, F_DUPFD_CLOEXEC, 0);
+    if (copy < 0 || (close(copy) != 0 && errno != EINTR)) {
+        failNotWritten(errno);
+    }
+}
+
+// If somebody has replaced the temporary file, it is not what was received.
+void OutputFile::checkTemporary() const {
+    struct stat own {};
+    struct stat there {};
+    if (fstat(File.Number, &own) != 0 || fstatat(Folder.Number, Temporary.name(), &there, AT_SYMLINK_NOFOLLOW) != 0) {
+        failNotWritten(errno);
+    }
+    if (!sameFile(own, there)) {
+        fail(failure::kFileNotWritten, {Target, "somebody replaced its temporary file"},
+             Target + ": somebody replaced its temporary file");
+    }
+}
+
+int OutputFile::link(const char* name) const {
+    const std::string own = nameOfDescriptor(File.Number);
+    return retried([&] { return linkat(AT_FDCWD, own.c_str(), Folder.Number, name, AT_SYMLINK_FOLLOW); });
+}
+
+void OutputFile::rename() {
+    const int moved = Temporary.take([&] {
+        return retried([&] {
+            return renameat2(Folder.Number, Temporary.name(), Folder.Number, Name.c_str(),
+                             Replace ? 0 : RENAME_NOREPLACE);
+        });
+    });
+    if (moved == 0) {
+        return;
+    }
+    // For a file system without that operation: a link never replaces anything either. The temporary name is removed at
+    // the end.
+    if (!Replace && (errno == EINVAL || errno == ENOSYS) &&
+        retried([&] { return linkat(Folder.Number, Temporary.name(), Folder.Number, Name.c_str(), 0); }) == 0) {
+        return;
+    }
+    if (errno == EEXIST && !Replace) {
+        failExists(Target);
+    }
+    failNotWritten(errno);
+}
+
+void OutputFile::failNotWritten(int errorNumber) const {
+    failSystem(failure::kFileNotWritten, Target, errorNumber);
+}
+
+bool isTemporaryName(const std::string& path) {
+    const std::string name = nameOf(path);
+    if (!name.starts_with('.') || !name.ends_with(kEnd) || name.size() < 2 + kRandomLetters + kEnd.size()) {
+        return false;
+    }
+    const std::string_view random =
+        std::string_view(name).substr(name.size() - kEnd.size() - kRandomLetters, kRandomLetters);
+    return random.find_first_not_of(kLetters) == random.npos &&
+           name[name.size() - kEnd.size() - kRandomLetters - 1] == '.';
+}
+
+bool isSpecialFile(const std::string& path) {
+    struct stat facts {};
+    return stat(path.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode) && !S_ISDIR(facts.st_mode);
+}
+
+bool isFolder(const std::string& path) {
+    struct stat facts {};
+    return stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+bool fileExists(const std::string& path) {
+    struct stat facts {};
+    return lstat(path.c_str(), &facts) == 0;
+}
+
+} // namespace netrove

@@ -1,0 +1,68 @@
+#include "client/failures/ClientFailure.h"
+#include "client/response/ContentDisposition.h"
+#include "client/save/FileParts.h"
+#include "client/save/SavedContent.h"
+
+#include <netrove/outputfile.h>
+#include <netrove/url.h>
+
+#include <cerrno>
+#include <unistd.h>
+#include <utility>
+
+namespace netrove {
+
+namespace {
+
+class WholeContent final : public SavedContent {
+public:
+    WholeContent(const std::filesystem::path& target, bool replace) : Target(target), File(target.string(), replace) {}
+
+    bool begin(Response&) override {
+        if (ftruncate(File.descriptor(), 0) != 0 || lseek(File.descriptor(), 0, SEEK_SET) != 0) {
+            failSystem(failure::kFileNotWritten, Target.string(), errno);
+        }
+        return true;
+    }
+    void write(std::span<const std::byte> piece) override { writeAll(File.descriptor(), piece, Target.string()); }
+    void keep(const Request& request, const Response& response) override {
+        finishContent(File.descriptor(), request, response, Target.string());
+        File.keep();
+    }
+    const std::filesystem::path& target() const override { return Target; }
+
+private:
+    std::filesystem::path Target;
+    OutputFile File;
+};
+
+class NamedContent final : public SavedContent {
+public:
+    NamedContent(std::filesystem::path folder, bool replace) : Folder(std::move(folder)), Replace(replace) {}
+
+    bool begin(Response& head) override {
+        const auto name = fileNameOf(head.fields["Content-Disposition"]);
+        Content = wholeContent(Folder / name.value_or(fileNameFor(head.url)), Replace);
+        return Content->begin(head);
+    }
+    void write(std::span<const std::byte> piece) override { Content->write(piece); }
+    void keep(const Request& request, const Response& response) override { Content->keep(request, response); }
+    const std::filesystem::path& target() const override { return Content->target(); }
+
+private:
+    std::filesystem::path Folder;
+    bool Replace;
+    std::unique_ptr<SavedContent> Content; // from the head on
+};
+
+} // namespace
+
+std::unique_ptr<SavedContent> namedContent(const std::filesystem::path& folder, bool replace) {
+    return std::make_unique<NamedContent>(folder, replace);
+}
+
+std::unique_ptr<SavedContent> wholeContent(const std::filesystem::path& target, bool replace) {
+    return std::make_unique<WholeContent>(target, replace);
+}
+
+} // namespace netrove
