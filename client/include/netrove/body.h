@@ -57,7 +57,7 @@ public:
     std::optional<std::string_view> inMemory() const;
 
 private:
-    friend Body text(std::string content, std::string contentType);
+    friend struct BodyAccess;
     struct Shared;
     std::shared_ptr<const Shared> Parts;
 };
@@ -104,7 +104,9 @@ struct Part {
     Body content;              ///< text(…), bytes(…), file(…), generator(…)
     std::string filename = {}; ///< in UTF-8; empty: that of a file, none for other content
 };
-/// multipart/form-data. Its parts are streamed, in order; its length is known where that of each part is.
+/// multipart/form-data. Its parts are streamed, in order; its length is known where that of each part is. A part has
+/// the Content-Type of its content; plain text(…) without a file name goes without one, as browsers send the fields of
+/// a form.
 /// @throws Error of kind Usage for a part without a name
 NETROVE_API Body multipart(std::vector<Part> parts);
 

@@ -1,0 +1,12 @@
+// Which type a file has, by its name.
+#pragma once
+
+#include <string>
+
+namespace netrove {
+
+// As the system's shared MIME database says; application/octet-stream for a name that it does not know, and where there
+// is no database. `fileName` is without folders.
+std::string mediaTypeOf(const std::string& fileName);
+
+} // namespace netrove
