@@ -1,0 +1,512 @@
+// Calls over the network: what goes out, what comes back, and whose fault a failure was.
+#include "tests/support/server/ScriptedServer.h"
+#include "tests/support/server/UnreachablePorts.h"
+#include "tests/support/server/WireText.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netrove/client.h>
+
+#include <thread>
+
+using namespace netrove;
+using namespace std::chrono_literals;
+using namespace testsupport;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+namespace {
+
+// Limits that no working test reaches, no proxy of the surroundings, one attempt.
+Request direct() {
+    return {.proxy = Proxy::none(), .limits = {.response = 60s, .data = 60s}, .retry = {.attempts = 1}};
+}
+
+template <class Call>
+Error errorOf(Call call) {
+    try {
+        call();
+    } catch (const Error& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error";
+    return {ErrorKind::Other, "none", {}, "none"};
+}
+
+Script answer(std::string bytes) {
+    return {step::expectHead(), step::send(std::move(bytes))};
+}
+
+TEST(Client, GetReturnsTheResponseWithAllItsParts) {
+    ScriptedServer server(answer("HTTP/1.1 203 Fine\r\nContent-Type: text/plain; charset=iso-8859-1\r\nX-A: 1\r\n"
+                                 "x-a: 2\r\nContent-Length: 4\r\n\r\ncaf\xE9"));
+    Client client(direct());
+    const Response response = client.get(server.url("/page"), {.fields = {{"X-Mine", "yes"}}});
+    EXPECT_EQ(response.status, 203);
+    EXPECT_EQ(response.reason, "Fine");
+    EXPECT_EQ(response.version, "HTTP/1.1");
+    EXPECT_EQ(response.url, server.url("/page"));
+    EXPECT_EQ(response.text(), "caf\xC3\xA9");
+    EXPECT_EQ(response.bytes().size(), 4u);
+    EXPECT_EQ(response.received, 4u);
+    EXPECT_EQ(response.fields["X-A"], "1");
+    EXPECT_EQ(response.fields.all("X-a"), (std::vector<std::string>{"1", "2"}));
+    EXPECT_TRUE(response.ok());
+    const std::string head = server.record().Heads.at(0);
+    EXPECT_THAT(head, HasSubstr("GET /page HTTP/1.1\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nX-Mine: yes\r\n"));
+    EXPECT_THAT(head, HasSubstr("\r\nUser-Agent: netrove/"));
+}
+
+TEST(Client, EachVerbSendsItsMethodAndContent) {
+    const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+    ScriptedServer server(Script{step::expectHead(), step::send(ok), step::expectHead(), step::send(ok),
+                                 step::expectHead(), step::expectBody(13), step::send(ok), step::expectHead(),
+                                 step::expectBody(4), step::send(ok), step::expectHead(), step::expectBody(2),
+                                 step::send(ok)});
+    Client client(direct());
+    client.head(server.url());
+    client.del(server.url());
+    client.post(server.url(), form({{"name", "a b"}, {"x", "1"}}));
+    client.put(server.url(), text("text"));
+    client.patch(server.url(), json("{}"));
+    const Record record = server.waitUntilDone();
+    EXPECT_EQ(server.connectionCount(), 1u) << "the connection is kept";
+    EXPECT_EQ(record.Bodies, (std::vector<std::string>{"name=a+b&x=1\0"s.substr(0, 12), "text", "{}"}));
+    const char* lines[] = {"HEAD /", "DELETE /", "POST /", "PUT /", "PATCH /"};
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_THAT(record.Heads.at(i), ::testing::StartsWith(lines[i]));
+    }
+    EXPECT_THAT(record.Heads.at(2), HasSubstr("\r\nContent-Type: application/x-www-form-urlencoded\r\n"));
+    EXPECT_THAT(record.Heads.at(4), HasSubstr("\r\nContent-Type: application/json\r\n"));
+    EXPECT_THAT(record.Heads.at(4), Not(HasSubstr("Expect:")));
+}
+
+TEST(Client, UrlsAreIris) {
+    ScriptedServer server(answer(response("")));
+    Client client({.url = server.url("/base/"), .proxy = Proxy::none()});
+    EXPECT_EQ(client.get("\xC3\xA9t\xC3\xA9?q=\xC3\xBC").url, server.url("/base/%C3%A9t%C3%A9?q=%C3%BC"));
+}
+
+// Errors
+
+struct FaultRow {
+    std::string Name;
+    std::function<std::string(ScriptedServer&)> Url;
+    Script Answer;
+    Request More;
+    ErrorKind Kind;
+    std::string Says;
+};
+
+class ClientFault : public ::testing::TestWithParam<FaultRow> {};
+
+TEST_P(ClientFault, SaysWhatFailedAndWhoseFaultItWas) {
+    const FaultRow& row = GetParam();
+    ScriptedServer server(row.Answer);
+    Client client(direct());
+    const Error error = errorOf([&] { client.get(row.Url(server), row.More); });
+    EXPECT_EQ(error.kind(), row.Kind) << nameOf(error.kind()) << ": " << error.what();
+    EXPECT_THAT(error.what(), HasSubstr(row.Says));
+    EXPECT_THAT(error.what(), Not(HasSubstr("secret")));
+    EXPECT_THAT(error.what(), Not(HasSubstr("\n")));
+    EXPECT_FALSE(error.identifier().empty());
+    EXPECT_EQ(error.response().attempts, 1);
+}
+
+std::string atServer(ScriptedServer& server) {
+    return server.url();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, ClientFault,
+    ::testing::Values(
+        FaultRow{"Reset",
+                 atServer,
+                 {step::expectHead(), step::reset()},
+                 {},
+                 ErrorKind::Connect,
+                 "reset the connection before its response"},
+        FaultRow{"ResetInContent",
+                 atServer,
+                 {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"),
+                  step::await("got"), step::reset()},
+                 {},
+                 ErrorKind::Connect,
+                 "reset the connection after 4 bytes of content"},
+        FaultRow{"NoAnswer",
+                 atServer,
+                 {step::expectHead(), step::close()},
+                 {},
+                 ErrorKind::Connect,
+                 "closed the connection without a response"},
+        FaultRow{"NotHttp", atServer, answer("hello\r\n\r\n"), {}, ErrorKind::Connect, "does not speak HTTP"},
+        FaultRow{"Short",
+                 atServer,
+                 {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"), step::close()},
+                 {},
+                 ErrorKind::Content,
+                 "is incomplete: 4 of 9 bytes came"},
+        FaultRow{"NoLastChunk",
+                 atServer,
+                 {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nfour\r\n"),
+                  step::close()},
+                 {},
+                 ErrorKind::Content,
+                 "is incomplete: 4 bytes came"},
+        FaultRow{"Silence",
+                 atServer,
+                 {step::expectHead()},
+                 {.limits = {.response = 100ms}},
+                 ErrorKind::Timeout,
+                 "for 0.100 s, the limit `response`"},
+        FaultRow{"SilenceInContent",
+                 atServer,
+                 {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour")},
+                 {.limits = {.data = 100ms}},
+                 ErrorKind::Timeout,
+                 "the limit `data`"},
+        FaultRow{"TotalTime",
+                 atServer,
+                 {step::expectHead()},
+                 {.limits = {.total = 100ms}},
+                 ErrorKind::Timeout,
+                 "the limit `total`"},
+        FaultRow{"Status",
+                 atServer,
+                 answer("HTTP/1.1 404 Gone Fishing\r\nContent-Length: 4\r\n\r\npage"),
+                 {},
+                 ErrorKind::Status,
+                 "the server answered 404 Gone Fishing for http://127.0.0.1"},
+        FaultRow{"UnknownHost",
+                 [](ScriptedServer&) { return "http://nosuch.invalid/"; },
+                 {},
+                 {},
+                 ErrorKind::Name,
+                 "no such host: nosuch.invalid"},
+        FaultRow{"Refused",
+                 [](ScriptedServer&) { return "http://127.0.0.1:1/"; },
+                 {},
+                 {},
+                 ErrorKind::Connect,
+                 "no connection to 127.0.0.1:1"},
+        FaultRow{"NoTls",
+                 [](ScriptedServer& server) { return "https://" + server.authority(); },
+                 {step::send("HTTP/1.1 400 Bad\r\n\r\n"), step::close()},
+                 {},
+                 ErrorKind::Tls,
+                 "no secure connection to 127.0.0.1"},
+        FaultRow{"NoScheme",
+                 [](ScriptedServer&) { return "me:secret@example.org/x"; },
+                 {},
+                 {},
+                 ErrorKind::Url,
+                 "has no scheme"},
+        FaultRow{"OtherScheme", [](ScriptedServer&) { return "ftp://example.org/"; }, {}, {}, ErrorKind::Url, "ftp"},
+        FaultRow{"DeadProxy",
+                 atServer,
+                 {},
+                 {.proxy = {.url = "me:secret@127.0.0.1:1"}},
+                 ErrorKind::Proxy,
+                 "no connection to the proxy 127.0.0.1:1"},
+        FaultRow{"UnknownProxy",
+                 atServer,
+                 {},
+                 {.proxy = {.url = "nosuch.invalid:3128"}},
+                 ErrorKind::Proxy,
+                 "no such host: the proxy nosuch.invalid:3128"}),
+    [](const auto& info) { return info.param.Name; });
+
+// The same with the scripted server as the proxy.
+struct ProxyRow {
+    std::string Name;
+    std::string Scheme; // of the proxy
+    std::string Url;
+    Script Answer;
+    std::string Says;
+};
+
+class ProxyFault : public ::testing::TestWithParam<ProxyRow> {};
+
+TEST_P(ProxyFault, NamesTheProxy) {
+    const ProxyRow& row = GetParam();
+    ScriptedServer proxy(row.Answer);
+    Client client(direct());
+    const Error error =
+        errorOf([&] { client.get(row.Url, {.proxy = {.url = row.Scheme + "me:secret@" + proxy.authority()}}); });
+    EXPECT_EQ(error.kind(), ErrorKind::Proxy) << error.what();
+    EXPECT_THAT(error.what(), HasSubstr(row.Says));
+    EXPECT_THAT(error.what(), HasSubstr(proxy.authority()));
+    EXPECT_THAT(error.what(), Not(HasSubstr("secret")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Client, ProxyFault,
+    ::testing::Values(
+        ProxyRow{"Reset", "", "http://a.invalid/", {step::expectHead(), step::reset()}, "reset the connection"},
+        ProxyRow{
+            "ResetByTunnel", "", "https://a.invalid/", {step::expectHead(), step::reset()}, "reset the connection"},
+        ProxyRow{
+            "ClosedTunnel", "", "https://a.invalid/", {step::expectHead(), step::close()}, "closed the connection"},
+        ProxyRow{"RefusedTunnel", "", "https://a.invalid/", answer("HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n"),
+                 "did not connect to the server: it answered 403"},
+        ProxyRow{"Login", "", "http://a.invalid/", answer("HTTP/1.1 407 Who\r\nContent-Length: 0\r\n\r\n"),
+                 "asks for a login: it answered 407"},
+        ProxyRow{"LoginOfTunnel", "", "https://a.invalid/", answer("HTTP/1.1 407 Who\r\nContent-Length: 0\r\n\r\n"),
+                 "asks for a login: it answered 407"},
+        ProxyRow{"NoTls",
+                 "https://",
+                 "http://a.invalid/",
+                 {step::send("HTTP/1.1 400 Bad\r\n\r\n"), step::close()},
+                 "no secure connection"},
+        ProxyRow{"NoSocks",
+                 "socks5://",
+                 "http://a.invalid/",
+                 {step::send("HTTP/1.1 400 Bad\r\n\r\n"), step::close()},
+                 "SOCKS"}),
+    [](const auto& info) { return info.param.Name; });
+
+TEST(Client, AnErrorCarriesThePageThatCameWithIt) {
+    ScriptedServer server(answer("HTTP/1.1 422 No\r\nX-Why: 1\r\nContent-Length: 4\r\n\r\npage"));
+    Client client(direct());
+    const Error error = errorOf([&] { client.put(server.url(), text("")); });
+    EXPECT_EQ(error.response().status, 422);
+    EXPECT_EQ(error.response().fields["X-Why"], "1");
+    EXPECT_EQ(error.response().text(), "page");
+    EXPECT_TRUE(error.sent());
+}
+
+TEST(Client, CheckStatusFalseMakesEveryStatusAResponse) {
+    ScriptedServer server(answer("HTTP/1.1 404 No\r\nContent-Length: 4\r\n\r\npage"));
+    const Response response = Client(direct()).get(server.url(), {.checkStatus = false});
+    EXPECT_EQ(response.status, 404);
+    EXPECT_EQ(response.text(), "page");
+}
+
+// Values that make no sense are refused before anything is sent.
+TEST(Client, RefusesWhatMakesNoSense) {
+    Client client(direct());
+    const auto refused = [&](Request request, const std::string& says) {
+        request.url = "http://127.0.0.1:1/";
+        const Error error = errorOf([&] { client.request(request); });
+        EXPECT_EQ(error.kind(), ErrorKind::Usage) << error.what();
+        EXPECT_THAT(error.what(), HasSubstr(says));
+    };
+    refused({.method = "GE T"}, "is not a request method");
+    refused({.method = "GET", .body = text("x")}, "has no body");
+    for (const char* bad : {"a\r\nX: 1", "a\nb", "a\x01", "caf\xC3\xA9"}) {
+        refused({.fields = {{"X-A", bad}}}, "'X-A' is not printable ASCII");
+    }
+    refused({.fields = {{"X-A", std::string("a\0b", 3)}}}, "'X-A' is not printable ASCII");
+    refused({.fields = {{"X A", "1"}}}, "'X A' is not the name of a header field");
+    refused({.login = {.user = "a:b"}}, "has a colon");
+    refused({.login = {.user = "a", .password = "x\ny"}}, "password for the server has control characters");
+    refused({.login = {.password = "x"}}, "needs a user name");
+    refused({.login = {.user = "a", .bearer = "t"}}, "not both");
+    refused({.login = {.bearer = "a b"}}, "characters that a token cannot have");
+    refused({.proxy = {.url = "gopher://x"}}, "the proxy cannot be used");
+    refused({.limits = {.connect = 0ms}}, "connect is not above zero");
+    refused({.limits = {.total = -1ms}}, "total is not above zero");
+    refused({.tls = {.verify = false, .file = "ca.pem"}}, "tls.verify");
+    refused({.redirects = {.most = -1}}, "redirects.most is below zero");
+    refused({.retry = {.attempts = 0}}, "retry.attempts is not above zero");
+    refused({.resume = true}, "are for save");
+    EXPECT_THROW(Client({.method = "PUT"}), Error);
+    EXPECT_THROW(client.get("http://a/", {.url = "http://b/"}), Error);
+    EXPECT_THROW(client.put("http://a/", text("x"), {.body = text("y")}), Error);
+}
+
+TEST(Client, ContentBeyondTheMemoryLimitIsRefused) {
+    ScriptedServer server(answer(response(std::string(2000, 'x'))));
+    const Error error = errorOf([&] { Client(direct()).get(server.url(), {.limits = {.memory = 1000}}); });
+    EXPECT_EQ(error.identifier(), "NETROVE:client:ContentTooLarge");
+    EXPECT_THAT(error.what(), HasSubstr("`memory`"));
+}
+
+// Logins
+
+TEST(Client, StreamedContentIsSentOnceTheSchemeIsKnown) {
+    const std::string challenge =
+        "HTTP/1.1 401 Who\r\nWWW-Authenticate: Basic realm=\"Digest, x\"\r\nContent-Length: 0\r\n\r\n";
+    ScriptedServer server(Script{step::expectHead(), step::expectBody(7), step::send(challenge), step::expectHead(),
+                                 step::expectBody(7), step::send(response("in"))});
+    int starts = 0;
+    const Body body = generators(
+        [&] {
+            ++starts;
+            return [left = true]() mutable -> std::span<const std::byte> {
+                static constexpr std::string_view content = "content";
+                return std::exchange(left, false) ? std::as_bytes(std::span(content)) : std::span<const std::byte>();
+            };
+        },
+        7);
+    Client client(direct());
+    EXPECT_EQ(client.put(server.url(), body, {.login = {.user = "ada", .password = "x"}}).text(), "in");
+    EXPECT_EQ(starts, 2);
+    const Record record = server.waitUntilDone();
+    EXPECT_THAT(record.Heads.at(0), Not(HasSubstr("Authorization")));
+    EXPECT_THAT(record.Heads.at(1), HasSubstr("Authorization: Basic YWRhOng="));
+}
+
+TEST(Client, ContentThatCanBeSentOnceNeedsANamedScheme) {
+    const auto once = [] {
+        return generator([left = true]() mutable -> std::span<const std::byte> {
+            static constexpr std::string_view content = "content";
+            return std::exchange(left, false) ? std::as_bytes(std::span(content)) : std::span<const std::byte>();
+        });
+    };
+    ScriptedServer server(Script{step::expectHead(), step::expectChunkedBody(), step::send(response("in"))});
+    Client client(direct());
+    const Error error = errorOf([&] { client.put(server.url(), once(), {.login = {.user = "ada"}}); });
+    EXPECT_EQ(error.kind(), ErrorKind::Usage);
+    EXPECT_THAT(error.what(), HasSubstr("name the one scheme"));
+    EXPECT_EQ(server.connectionCount(), 0u);
+    EXPECT_EQ(client.put(server.url(), once(), {.login = {.user = "ada", .schemes = {Scheme::Basic}}}).text(), "in");
+    EXPECT_EQ(server.record().Bodies.at(0), "content");
+}
+
+TEST(Client, BearerTokensAndUserNamesInUrlsAreLogins) {
+    ScriptedServer server(
+        Script{step::expectHead(), step::send(response("")), step::expectHead(), step::send(response(""))});
+    Client client(direct());
+    client.get(server.url(), {.login = {.bearer = "abc.def"}});
+    client.get("http://ada:p%40ss@" + server.authority() + "/", {.login = {.schemes = {Scheme::Basic}}});
+    const Record record = server.waitUntilDone();
+    EXPECT_THAT(record.Heads.at(0), HasSubstr("\r\nAuthorization: Bearer abc.def\r\n"));
+    EXPECT_THAT(record.Heads.at(1), HasSubstr("\r\nAuthorization: Basic YWRhOnBAc3M=\r\n"));
+}
+
+// Streams, progress, trace
+
+TEST(Client, StreamPassesPiecesOnAndStopsWhereTheConsumerWants) {
+    ScriptedServer server(Script{step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"),
+                                 step::await("more"), step::send(" more")});
+    Client client(direct());
+    std::string content;
+    const Response response = client.stream(server.url(), [&](std::span<const std::byte> piece) {
+        content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+        return false;
+    });
+    EXPECT_EQ(content, "four");
+    EXPECT_FALSE(response.whole);
+    EXPECT_EQ(response.received, 4u);
+    EXPECT_TRUE(response.bytes().empty());
+}
+
+TEST(Client, ExceptionsOfCallablesArriveUnchangedAndTheClientGoesOn) {
+    struct Own {};
+    ScriptedServer server({answer(response("one")), answer(response("two")), answer(response("three"))});
+    Client client(direct());
+    EXPECT_THROW(client.stream(server.url(), [](std::span<const std::byte>) { throw Own(); }), Own);
+    const Body bad = generator([]() -> std::span<const std::byte> { throw Own(); });
+    EXPECT_THROW(client.put(server.url(), bad), Own);
+    EXPECT_EQ(client.get(server.url()).text(), "three");
+}
+
+TEST(Client, ProgressCountsBothDirections) {
+    ScriptedServer server(Script{step::expectHead(), step::expectBody(7), step::send(response("answer"))});
+    std::vector<Progress> seen;
+    Client(direct()).put(server.url(),
+                         generator(
+                             [left = true]() mutable -> std::span<const std::byte> {
+                                 static constexpr std::string_view content = "content";
+                                 return std::exchange(left, false) ? std::as_bytes(std::span(content))
+                                                                   : std::span<const std::byte>();
+                             },
+                             7),
+                         {.progress = [&](const Progress& progress) { seen.push_back(progress); }});
+    ASSERT_GE(seen.size(), 2u);
+    EXPECT_EQ(seen.front().sent, 7u);
+    EXPECT_EQ(seen.front().toSend, 7u);
+    EXPECT_EQ(seen.back().sent, 7u);
+    EXPECT_EQ(seen.back().received, 6u);
+    EXPECT_EQ(seen.back().toReceive, 6u);
+}
+
+TEST(Client, TraceShowsHeadsWithoutSecrets) {
+    ScriptedServer server(answer("HTTP/1.1 200 OK\r\nSet-Cookie: secret=1\r\nContent-Length: 0\r\n\r\n"));
+    std::string trace;
+    Client(direct()).get(server.url("/t"), {.login = {.bearer = "secret"}, .trace = [&](const TraceLine& line) {
+                                                trace += std::string(1, "*><"[static_cast<int>(line.kind)]) + " " +
+                                                         line.text + "\n";
+                                            }});
+    EXPECT_THAT(trace, HasSubstr("* direct connection\n> GET /t HTTP/1.1\n"));
+    EXPECT_THAT(trace, HasSubstr("\n> Authorization: ***\n"));
+    EXPECT_THAT(trace, HasSubstr("\n< HTTP/1.1 200 OK\n< Set-Cookie: ***\n"));
+}
+
+// Stopping, and one call at a time
+
+TEST(Client, AStopTokenEndsTheCallAndTheNextOneWorks) {
+    ScriptedServer server({{step::expectHead(), step::signal("asked")}, answer(response("next"))});
+    Client client(direct());
+    std::stop_source stop;
+    std::jthread stopper([&] {
+        server.waitFor("asked");
+        stop.request_stop();
+    });
+    const Error error = errorOf([&] { client.get(server.url(), {.stop = stop.get_token()}); });
+    EXPECT_EQ(error.kind(), ErrorKind::Interrupted) << error.what();
+    EXPECT_EQ(client.get(server.url()).text(), "next");
+    EXPECT_EQ(errorOf([&] { client.get(server.url(), {.stop = stop.get_token()}); }).kind(), ErrorKind::Interrupted);
+}
+
+TEST(Client, AStopEndsTheWaitForTheNextAttempt) {
+    ScriptedServer server(answer("HTTP/1.1 503 Busy\r\nRetry-After: 3600\r\nContent-Length: 0\r\n\r\n"));
+    Client client(direct());
+    std::stop_source stop;
+    const auto onTrace = [&](const TraceLine& line) {
+        if (line.text.find("tries again") != line.text.npos) {
+            stop.request_stop();
+        }
+    };
+    const Error error = errorOf([&] {
+        client.get(server.url(),
+                   {.retry = {.attempts = 2, .longestWait = 2h}, .trace = onTrace, .stop = stop.get_token()});
+    });
+    EXPECT_EQ(error.kind(), ErrorKind::Interrupted) << error.what();
+}
+
+TEST(Client, InterruptStopsTheCallUnderWayOrTheNextOneOnly) {
+    ScriptedServer server(answer(response("in")));
+    Client client(direct());
+    client.interrupt();
+    EXPECT_EQ(errorOf([&] { client.get(server.url()); }).kind(), ErrorKind::Interrupted);
+    EXPECT_EQ(client.get(server.url()).text(), "in");
+}
+
+TEST(Client, ACallFromWithinACallIsRefused) {
+    ScriptedServer server(answer(response("in")));
+    Client client(direct());
+    std::string inner;
+    client.stream(server.url(), [&](std::span<const std::byte>) {
+        inner = errorOf([&] { client.get(server.url()); }).identifier();
+        return true;
+    });
+    EXPECT_EQ(inner, "NETROVE:client:InUse");
+}
+
+TEST(Client, CanBeMovedWithItsConnection) {
+    ScriptedServer server(
+        Script{step::expectHead(), step::send(response("1")), step::expectHead(), step::send(response("2"))});
+    Client first(direct());
+    first.get(server.url());
+    Client second(std::move(first));
+    EXPECT_EQ(second.get(server.url()).text(), "2");
+    EXPECT_EQ(server.connectionCount(), 1u);
+}
+
+TEST(Client, CookiesLastForOneCall) {
+    ScriptedServer server(
+        Script{step::expectHead(),
+               step::send("HTTP/1.1 302 Go\r\nSet-Cookie: a=1\r\nLocation: /2\r\nContent-Length: 0\r\n\r\n"),
+               step::expectHead(), step::send(response("")), step::expectHead(), step::send(response(""))});
+    Client client(direct());
+    client.get(server.url());
+    client.get(server.url());
+    const Record record = server.waitUntilDone();
+    EXPECT_THAT(record.Heads.at(1), HasSubstr("\r\nCookie: a=1\r\n"));
+    EXPECT_THAT(record.Heads.at(2), Not(HasSubstr("Cookie")));
+}
+
+} // namespace

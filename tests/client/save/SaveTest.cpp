@@ -1,0 +1,228 @@
+#include "tests/support/process/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netrove/client.h>
+#include <netrove/testing.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+
+using namespace netrove;
+using netrove::testing::Fault;
+using ::testing::HasSubstr;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Answer = netrove::testing::Answer;
+constexpr const char* kUrl = "http://a.example/data.bin";
+constexpr const char* kDigest = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"; // of "hello"
+
+class Save : public ::testing::Test {
+protected:
+    std::string path(const std::string& name) const { return Folder.path() + "/" + name; }
+    void put(const std::string& name, const std::string& content) const { std::ofstream(path(name)) << content; }
+    std::string content(const std::string& name) const { return testsupport::readFile(path(name)); }
+    std::vector<std::string> names() const {
+        std::vector<std::string> result;
+        for (const auto& entry : fs::directory_iterator(Folder.path())) {
+            result.push_back(entry.path().filename());
+        }
+        std::sort(result.begin(), result.end());
+        return result;
+    }
+    template <class Call>
+    static Error errorOf(Call call) {
+        try {
+            call();
+        } catch (const Error& error) {
+            return error;
+        }
+        ADD_FAILURE() << "no error";
+        return {ErrorKind::Other, "none", {}, "none"};
+    }
+
+    testsupport::TemporaryFolder Folder;
+    netrove::testing::Script Server{};
+    Client TheClient{{.retry = {.attempts = 1, .wait = std::chrono::milliseconds(1)}}, Server.transport()};
+};
+
+TEST_F(Save, WritesTheWholeFileAndSaysWhere) {
+    Server.add({.content = "hello"});
+    const Response response = TheClient.save(kUrl, path("f"), {.sha256 = kDigest});
+    EXPECT_EQ(content("f"), "hello");
+    EXPECT_EQ(response.file, path("f"));
+    EXPECT_EQ(response.received, 5u);
+    EXPECT_TRUE(response.bytes().empty());
+    EXPECT_EQ(names(), std::vector<std::string>{"f"});
+}
+
+TEST_F(Save, KeepsNothingThatIsNotWholeAndRight) {
+    put("f", "old");
+    for (const auto& [answer, digest] :
+         std::initializer_list<std::pair<Answer, const char*>>{{{.content = "half", .fault = Fault::Short}, ""},
+                                                               {{.status = 404, .content = "page"}, ""},
+                                                               {{.fault = Fault::Reset}, ""},
+                                                               {{.content = "other"}, kDigest}}) {
+        Server.add(answer);
+        EXPECT_THROW(TheClient.save(kUrl, path("f"), {.sha256 = digest}), Error);
+        EXPECT_EQ(content("f"), "old");
+        EXPECT_EQ(names(), std::vector<std::string>{"f"});
+    }
+}
+
+TEST_F(Save, ADigestThatDiffersIsNamed) {
+    Server.add({.content = "other"});
+    const Error error = errorOf([&] { TheClient.save(kUrl, path("f"), {.sha256 = kDigest}); });
+    EXPECT_EQ(error.kind(), ErrorKind::Content);
+    EXPECT_EQ(error.arguments().at(0), Error::Argument(kDigest));
+    EXPECT_THROW(TheClient.save(kUrl, path("f"), {.sha256 = "abc"}), Error) << "not a digest";
+}
+
+TEST_F(Save, ReplacesOnlyWhereAllowedAndKeepsPermissions) {
+    put("f", "old");
+    chmod(path("f").c_str(), 0640);
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.replace = false}); }).identifier(),
+              "NETROVE:client:FileExists");
+    Server.add({.content = "new"});
+    TheClient.save(kUrl, path("f"));
+    EXPECT_EQ(content("f"), "new");
+    EXPECT_EQ(fs::status(path("f")).permissions(), fs::perms(0640));
+}
+
+TEST_F(Save, AnAttemptThatFailedLeavesNothingInTheNextOne) {
+    Server.add({.content = "first try", .fault = Fault::Short});
+    Server.add({.content = "hello"});
+    EXPECT_EQ(TheClient.save(kUrl, path("f"), {.retry = {.attempts = 2}}).attempts, 2);
+    EXPECT_EQ(content("f"), "hello");
+}
+
+TEST_F(Save, KeepsTheServersTime) {
+    Server.add({.fields = {{"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}}, .content = "x"});
+    TheClient.save(kUrl, path("f"), {.keepTime = true});
+    struct stat facts {};
+    ASSERT_EQ(stat(path("f").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mtime, 784111777);
+}
+
+TEST_F(Save, AFolderLetsTheServerNameTheFile) {
+    Server.add({.fields = {{"Content-Disposition", "attachment; filename=\"../../caf\xC3\xA9.txt\""}}, .content = "1"});
+    EXPECT_EQ(TheClient.save(kUrl, Folder.path()).file, path("caf\xC3\xA9.txt"));
+    Server.add({.content = "2"});
+    EXPECT_EQ(TheClient.save(kUrl, Folder.path() + "/").file, path("data.bin"));
+}
+
+TEST_F(Save, ATargetThatCannotBeMadeCostsNoRequest) {
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("none/f")); }).kind(), ErrorKind::File);
+    EXPECT_TRUE(Server.requests().empty());
+}
+
+// Resuming
+
+class Resume : public Save {
+protected:
+    // A download that broke off after "hel".
+    void breakOff(Fields fields) {
+        Server.add({.fields = std::move(fields), .content = "hel", .fault = Fault::Short});
+        EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = true}), Error);
+    }
+    Response goOn(Answer answer) {
+        Server.add(std::move(answer));
+        return TheClient.save(kUrl, path("f"), {.resume = true, .sha256 = kDigest});
+    }
+    Fields lastSent() const { return Server.requests().back().fields; }
+};
+
+TEST_F(Resume, AsksForTheRestOfTheSameContent) {
+    breakOff({{"ETag", "\"v1\""}});
+    EXPECT_EQ(content("f.part"), "hel");
+    EXPECT_FALSE(fs::exists(path("f")));
+    const Response response =
+        goOn({.status = 206, .fields = {{"ETag", "\"v1\""}, {"Content-Range", "bytes 3-4/5"}}, .content = "lo"});
+    EXPECT_EQ(lastSent()["Range"], "bytes=3-");
+    EXPECT_EQ(lastSent()["If-Range"], "\"v1\"");
+    EXPECT_EQ(lastSent()["Accept-Encoding"], "identity");
+    EXPECT_EQ(content("f"), "hello");
+    EXPECT_EQ(response.resumedAt, 3u);
+    EXPECT_EQ(names(), std::vector<std::string>{"f"});
+}
+
+TEST_F(Resume, BeginsAnewWhereTheServerSendsEverything) {
+    breakOff({{"ETag", "\"v1\""}});
+    EXPECT_EQ(goOn({.fields = {{"ETag", "\"v2\""}}, .content = "hello"}).resumedAt, 0u);
+    EXPECT_EQ(content("f"), "hello");
+}
+
+TEST_F(Resume, GoesOnWithinOneCall) {
+    Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hel", .fault = Fault::Short});
+    Server.add({.status = 206, .fields = {{"ETag", "\"v1\""}, {"Content-Range", "bytes 3-4/5"}}, .content = "lo"});
+    TheClient.save(kUrl, path("f"), {.retry = {.attempts = 2}, .resume = true, .sha256 = kDigest});
+    EXPECT_EQ(lastSent()["Range"], "bytes=3-");
+}
+
+// Without a validator that proves that the content is the same, everything is asked for again.
+TEST_F(Resume, NeedsAStrongValidator) {
+    for (const Fields& fields :
+         {Fields{}, Fields{{"ETag", "W/\"v1\""}}, Fields{{"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}},
+          Fields{{"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Date", "Sun, 06 Nov 1994 08:50:00 GMT"}}}) {
+        breakOff(fields);
+        goOn({.content = "hello"});
+        EXPECT_FALSE(lastSent().contains("Range"));
+        EXPECT_EQ(content("f"), "hello");
+    }
+    breakOff({{"Last-Modified", "Sun, 06 Nov 1994 08:49:37 GMT"}, {"Date", "Sun, 06 Nov 1994 08:51:00 GMT"}});
+    goOn({.status = 206, .fields = {{"Content-Range", "bytes 3-4/5"}}, .content = "lo"});
+    EXPECT_EQ(lastSent()["If-Range"], "Sun, 06 Nov 1994 08:49:37 GMT");
+}
+
+// Parts that nobody has asked for, and what else a server may do with a range.
+TEST_F(Resume, TakesNoOtherPart) {
+    for (const Fields& fields : {Fields{{"Content-Range", "bytes 2-4/5"}}, Fields{{"Content-Range", "bytes 3-4"}},
+                                 Fields{{"Content-Range", "items 3-4/5"}}, Fields{},
+                                 Fields{{"Content-Range", "bytes 3-4/5"}, {"ETag", "\"v2\""}}}) {
+        breakOff({{"ETag", "\"v1\""}});
+        Server.add({.status = 206, .fields = fields, .content = "lo"});
+        goOn({.content = "hello"});
+        EXPECT_FALSE(lastSent().contains("Range")) << "anew";
+        EXPECT_EQ(content("f"), "hello");
+    }
+}
+
+TEST_F(Resume, ARangeBeyondTheEndMeansThatAllIsThere) {
+    Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello", .fault = Fault::Short});
+    EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = true}), Error);
+    goOn({.status = 416, .fields = {{"Content-Range", "bytes */5"}}});
+    EXPECT_EQ(content("f"), "hello");
+    breakOff({{"ETag", "\"v1\""}});
+    Server.add({.status = 416, .fields = {{"Content-Range", "bytes */2"}}});
+    goOn({.content = "hello"});
+    EXPECT_EQ(content("f"), "hello");
+}
+
+TEST_F(Resume, RefusesAPartThatIsNotItsOwn) {
+    fs::create_symlink(path("elsewhere"), path("f.part"));
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true}); }).kind(), ErrorKind::File);
+    EXPECT_FALSE(fs::exists(path("elsewhere")));
+    fs::remove(path("f.part"));
+    put("other", "x");
+    fs::create_hard_link(path("other"), path("f.part"));
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true}); }).kind(), ErrorKind::File);
+}
+
+TEST_F(Resume, OneProgramAtATime) {
+    std::string inner;
+    netrove::testing::Script other{};
+    Client second({}, other.transport());
+    Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello"});
+    TheClient.save(
+        kUrl, path("f"),
+        {.progress =
+             [&](const Progress&) { inner = errorOf([&] { second.save(kUrl, path("f"), {.resume = true}); }).what(); },
+         .resume = true});
+    EXPECT_THAT(inner, HasSubstr("f.part is in use"));
+}
+
+} // namespace
