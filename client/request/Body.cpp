@@ -2,6 +2,7 @@
 #include "client/request/BodySource.h"
 
 #include <netrove/body.h>
+#include <netrove/text.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -146,9 +147,10 @@ private:
     std::streambuf& Source;
 };
 
+// It becomes a header field of the request or of a part, after the fields of the request have been checked.
 void checkContentType(std::string_view contentType) {
-    if (contentType.find_first_of(std::string_view("\r\n\0", 3)) != contentType.npos) {
-        failUsage("a content type must not have a line break or NUL");
+    if (!std::all_of(contentType.begin(), contentType.end(), [](char c) { return c >= 0x20 && c < 0x7F; })) {
+        failUsage("a content type is printable ASCII; this one is not: \"" + printable(contentType) + "\"");
     }
 }
 

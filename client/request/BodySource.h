@@ -16,7 +16,7 @@ class BodySource {
 public:
     virtual ~BodySource() = default;
 
-    // Asked before each sending, and promised to the server: `open` delivers as much.
+    // While there is a reader, what the last of them delivers: it is what the server was promised.
     virtual std::optional<std::uint64_t> length() = 0;
     virtual bool repeatable() const = 0;
     // Called once if the content is not repeatable.
@@ -42,5 +42,7 @@ Body memoryBody(std::string content, std::string contentType);
 // take what is too much for the next request. `onOther` raises the failure; it gets what is wrong.
 std::unique_ptr<BodyReader> exactly(std::uint64_t length, std::unique_ptr<BodyReader> content,
                                     std::function<void(const std::string& what)> onOther);
+// Raises ContentChanged. `what` goes on after "it".
+[[noreturn]] void failChanged(const std::string& file, const std::string& what);
 
 } // namespace netrove

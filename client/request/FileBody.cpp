@@ -1,7 +1,8 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/BodySource.h"
 #include "client/request/MediaType.h"
-#include "client/system/Descriptor.h"
+
+#include <netrove/descriptor.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -38,10 +39,6 @@ FileState stateOf(const std::string& file) {
     return stateOf(file, [&](struct stat& facts) { return ::stat(file.c_str(), &facts); });
 }
 
-[[noreturn]] void failChanged(const std::string& file, const std::string& what) {
-    fail(failure::kContentChanged, {file}, file + ": changed while it was being sent: it " + what);
-}
-
 class FileReader : public BodyReader {
 public:
     explicit FileReader(const std::string& name)
@@ -49,10 +46,10 @@ public:
         if (File.Number < 0) {
             failSystem(failure::kFileNotRead, Name, errno);
         }
-        AtOpen = state();
+        AtOpen = std::make_shared<const FileState>(state());
     }
 
-    const FileState& atOpen() const { return AtOpen; }
+    const std::shared_ptr<const FileState>& atOpen() const { return AtOpen; }
 
     std::size_t read(std::span<std::byte> room) override {
         const ssize_t count = retried([&] { return ::read(File.Number, room.data(), room.size()); });
@@ -60,7 +57,7 @@ public:
             failSystem(failure::kFileNotRead, Name, errno);
         }
         // The same length may be another content: half of it old, half of it new.
-        if (count == 0 && AtOpen.Regular && !(state() == AtOpen)) {
+        if (count == 0 && AtOpen->Regular && !(state() == *AtOpen)) {
             failChanged(Name, "was written to");
         }
         return static_cast<std::size_t>(count);
@@ -73,7 +70,7 @@ private:
 
     std::string Name;
     Descriptor File;
-    FileState AtOpen;
+    std::shared_ptr<const FileState> AtOpen;
 };
 
 class FileSource : public BodySource {
@@ -90,8 +87,8 @@ public:
         if (!Regular) {
             return {};
         }
-        Announced = stateOf(Name);
-        return Announced->Size;
+        const auto sending = Sending.lock();
+        return sending ? sending->Size : stateOf(Name).Size;
     }
 
     bool repeatable() const override { return Regular; }
@@ -101,11 +98,12 @@ public:
         if (!Regular) {
             return reader;
         }
-        const FileState now = reader->atOpen();
-        if (!now.Regular || (Announced && !(now == *Announced))) {
-            failChanged(Name, "is not what it was when its length was announced");
+        const std::shared_ptr<const FileState> now = reader->atOpen();
+        if (!now->Regular) {
+            failChanged(Name, "is no regular file any more");
         }
-        return exactly(now.Size, std::move(reader),
+        Sending = now;
+        return exactly(now->Size, std::move(reader),
                        [name = Name](const std::string& what) { failChanged(name, what); });
     }
 
@@ -115,10 +113,14 @@ private:
     std::string Name;
     std::string FileName;
     bool Regular;
-    std::optional<FileState> Announced; // when `length` was asked for the last time
+    std::weak_ptr<const FileState> Sending; // of the reader that was opened last, for as long as it is there
 };
 
 } // namespace
+
+void failChanged(const std::string& file, const std::string& what) {
+    fail(failure::kContentChanged, {file}, file + ": changed while it was being sent: it " + what);
+}
 
 Body file(const std::filesystem::path& path, std::string contentType) {
     auto source = std::make_shared<FileSource>(path);

@@ -84,9 +84,32 @@ struct Layout {
     std::string Tail;
 };
 
+// What a form promises when it is opened; a file may change before it is its turn.
+struct Promise {
+    std::vector<std::optional<std::uint64_t>> Contents;
+    std::optional<std::uint64_t> Total;
+};
+
+Promise promiseOf(const Layout& layout) {
+    Promise promise{{}, layout.Tail.size()};
+    for (const Section& section : layout.Sections) {
+        const std::optional<std::uint64_t> length = section.Content.length();
+        promise.Contents.push_back(length);
+        if (length && promise.Total) {
+            *promise.Total += section.Head.size() + *length;
+        } else {
+            promise.Total.reset();
+        }
+    }
+    return promise;
+}
+
 class MultipartReader : public BodyReader {
 public:
-    explicit MultipartReader(std::shared_ptr<const Layout> layout) : All(std::move(layout)) {}
+    explicit MultipartReader(std::shared_ptr<const Layout> layout)
+        : All(std::move(layout)), Promised(std::make_shared<const Promise>(promiseOf(*All))) {}
+
+    const std::shared_ptr<const Promise>& promised() const { return Promised; }
 
     std::size_t read(std::span<std::byte> room) override {
         for (; Step <= 2 * All->Sections.size(); ++Step) {
@@ -110,7 +133,7 @@ private:
     // A part is open while it is read only, so that a form may have more files than a process may open.
     std::size_t readContent(std::span<std::byte> room) {
         if (!Content) {
-            Content = All->Sections[Step / 2].Content.open();
+            Content = openedContent(All->Sections[Step / 2].Content, Promised->Contents[Step / 2]);
         }
         const std::size_t count = Content->read(room);
         if (count == 0) {
@@ -119,7 +142,18 @@ private:
         return count;
     }
 
+    static std::unique_ptr<BodyReader> openedContent(const Body& content, std::optional<std::uint64_t> promised) {
+        auto reader = content.open();
+        if (!promised) {
+            return reader;
+        }
+        return exactly(*promised, std::move(reader), [name = BodyAccess::fileName(content)](const std::string& what) {
+            failChanged(name.empty() ? "the content of a part" : name, what);
+        });
+    }
+
     std::shared_ptr<const Layout> All;
+    std::shared_ptr<const Promise> Promised;
     std::size_t Step = 0;  // heads and contents in turn, then the tail
     std::size_t Given = 0; // of the text of this step
     std::unique_ptr<BodyReader> Content;
@@ -130,15 +164,8 @@ public:
     explicit MultipartSource(Layout layout) : All(std::make_shared<const Layout>(std::move(layout))) {}
 
     std::optional<std::uint64_t> length() override {
-        std::uint64_t sum = All->Tail.size();
-        for (const Section& section : All->Sections) {
-            const std::optional<std::uint64_t> length = section.Content.length();
-            if (!length) {
-                return {};
-            }
-            sum += section.Head.size() + *length;
-        }
-        return sum;
+        const auto sending = Sending.lock();
+        return sending ? sending->Total : promiseOf(*All).Total;
     }
 
     bool repeatable() const override {
@@ -146,10 +173,15 @@ public:
                            [](const Section& section) { return section.Content.repeatable(); });
     }
 
-    std::unique_ptr<BodyReader> open() override { return std::make_unique<MultipartReader>(All); }
+    std::unique_ptr<BodyReader> open() override {
+        auto reader = std::make_unique<MultipartReader>(All);
+        Sending = reader->promised();
+        return reader;
+    }
 
 private:
     std::shared_ptr<const Layout> All;
+    std::weak_ptr<const Promise> Sending; // of the reader that was opened last, for as long as it is there
 };
 
 } // namespace

@@ -1,9 +1,10 @@
 #include "client/response/ContentDisposition.h"
 
+#include "client/request/RequestChecks.h"
 #include "client/response/Ascii.h"
 #include "client/response/Parameters.h"
 
-#include <unicode/uchar.h>
+#include <netrove/text.h>
 #include <unicode/utf8.h>
 
 #include <algorithm>
@@ -24,11 +25,6 @@ constexpr std::array<std::string_view, 2> kNumberedDevices = {"com", "lpt"};
 constexpr std::array<std::string_view, 13> kDeviceNumbers = {
     "0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "\xC2\xB9", "\xC2\xB2", "\xC2\xB3"}; // superscripts too
 
-// ICU's macros for UTF-8 want it so.
-const std::uint8_t* units(std::string_view text) {
-    return reinterpret_cast<const std::uint8_t*>(text.data());
-}
-
 bool isDevice(std::string_view name) {
     std::string base = lowered(name.substr(0, name.find_first_of(".:")));
     base.erase(base.find_last_not_of(' ') + 1);
@@ -40,30 +36,6 @@ bool isDevice(std::string_view name) {
     }
     const std::string_view number = std::string_view(base).substr(std::min<std::size_t>(3, base.size()));
     return among(kNumberedDevices, base.substr(0, 3)) && among(kDeviceNumbers, number);
-}
-
-// A control character ends a line in a listing or moves a cursor; one that turns the direction of writing makes
-// "exe.txt" of "txt.exe".
-bool isMisleading(UChar32 character) {
-    return u_iscntrl(character) || u_hasBinaryProperty(character, UCHAR_BIDI_CONTROL) != 0 || character == 0x2028 ||
-           character == 0x2029;
-}
-
-// Each character of a text in UTF-8 for which `holds`; false at bytes that are not UTF-8.
-template <class Condition>
-bool allCharacters(std::string_view text, Condition holds) {
-    for (std::size_t i = 0; i < text.size();) {
-        UChar32 character = 0;
-        U8_NEXT(units(text), i, text.size(), character);
-        if (character < 0 || !holds(character)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool isUtf8(std::string_view text) {
-    return allCharacters(text, [](UChar32) { return true; });
 }
 
 std::string fromLatin1(std::string_view text) {
@@ -107,11 +79,11 @@ std::optional<std::string> extendedValue(std::string_view value) {
     }
     const std::string_view charset = value.substr(0, first);
     std::optional<std::string> text = percentDecoded(value.substr(second + 1));
-    if (text && sameName(charset, "utf-8") && isUtf8(*text)) {
+    if (text && equalsIgnoringCase(charset, "utf-8") && isUtf8(*text)) {
         return text;
     }
     // RFC 5987, the predecessor, has this one too.
-    if (text && sameName(charset, "iso-8859-1")) {
+    if (text && equalsIgnoringCase(charset, "iso-8859-1")) {
         return fromLatin1(*text);
     }
     return std::nullopt;
@@ -123,12 +95,12 @@ std::optional<std::string> vetted(std::string_view name) {
     result.erase(0, std::min(result.find_first_not_of(". "), result.size()));
     if (result.size() > kLongest) {
         std::size_t end = kLongest;
-        U8_SET_CP_START(units(result), 0, end);
+        U8_SET_CP_START(reinterpret_cast<const std::uint8_t*>(result.data()), 0, end);
         result.resize(end);
     }
     result.erase(result.find_last_not_of(' ') + 1);
-    if (result.empty() || isDevice(result) ||
-        !allCharacters(result, [](UChar32 character) { return !isMisleading(character); })) {
+    // A control character moves a cursor; one that turns the direction of writing makes "exe.txt" of "txt.exe".
+    if (result.empty() || isDevice(result) || replaceControls(result, "?") != result) {
         return std::nullopt;
     }
     return result;

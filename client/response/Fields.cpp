@@ -1,4 +1,4 @@
-#include "client/response/Ascii.h"
+#include "client/request/RequestChecks.h"
 
 #include <netrove/fields.h>
 
@@ -8,15 +8,15 @@
 namespace netrove {
 
 std::optional<std::string> Fields::find(std::string_view name) const {
-    const auto found =
-        std::find_if(List.begin(), List.end(), [&](const Field& field) { return sameName(field.name, name); });
+    const auto found = std::find_if(List.begin(), List.end(),
+                                    [&](const Field& field) { return equalsIgnoringCase(field.name, name); });
     return found == List.end() ? std::nullopt : std::optional(found->value);
 }
 
 std::vector<std::string> Fields::all(std::string_view name) const {
     std::vector<std::string> values;
     for (const Field& field : List) {
-        if (sameName(field.name, name)) {
+        if (equalsIgnoringCase(field.name, name)) {
             values.push_back(field.value);
         }
     }
@@ -31,7 +31,7 @@ void Fields::set(std::string name, std::string value) {
 void Fields::erase(std::string_view name) {
     // The name may be that of a field of this list.
     const std::string erased(name);
-    std::erase_if(List, [&](const Field& field) { return sameName(field.name, erased); });
+    std::erase_if(List, [&](const Field& field) { return equalsIgnoringCase(field.name, erased); });
 }
 
 } // namespace netrove

@@ -44,6 +44,7 @@ public:
          std::string contentType);
 
     explicit operator bool() const { return static_cast<bool>(Parts); }
+    /// In bytes, where it is known. While a reader is open, what the last one delivers, or fails: ask after `open`.
     std::optional<std::uint64_t> length() const;
     bool repeatable() const;
     const std::string& contentType() const;
