@@ -1,9 +1,11 @@
 #include "client/exchange/Call.h"
 
+#include "client/exchange/Drain.h"
 #include "client/exchange/FailureTranslation.h"
 #include "client/exchange/Redirects.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/text.h>
 #include <netrove/url.h>
@@ -150,7 +152,7 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
         if (before.url.empty()) {
             before.url = Hops.back().url;
         }
-        throw failure.with(std::move(before), failure.sent() || chain.followed() > 0);
+        throw failure.with(std::move(before), failure.sent() || chain.followed() > 0 || response.status != 0);
     }
     return false;
 }
@@ -169,7 +171,7 @@ Taker Call::takerFor(const Head& head, const Request& current, Response& respons
     follow = isRedirect(head.status) && *Asked.redirects.most > 0 && head.fields.contains("Location") &&
              (!keepsContent || current.body.repeatable());
     if (follow) {
-        return {};
+        return drain();
     }
     if (!isFinalStatus(response, current, number)) {
         return errorPage(response);

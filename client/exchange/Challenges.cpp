@@ -1,6 +1,7 @@
 #include "client/exchange/Challenges.h"
 
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <algorithm>
 #include <iterator>

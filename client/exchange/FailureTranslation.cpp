@@ -1,6 +1,7 @@
 #include "client/exchange/FailureTranslation.h"
 
 #include "client/failures/ClientFailure.h"
+#include "client/text/RefusedUrl.h"
 #include "vantik/Http.h"
 
 #include <netrove/text.h>
@@ -123,7 +124,7 @@ std::string proxyText(const vantik::Message& message, ErrorKind kind, const std:
         return "no such host: " + party;
     }
     // A connection is one to the proxy, until a tunnel through it has been made.
-    if (kind == ErrorKind::Connect && (!secureTarget || !known.Sent)) {
+    if (kind == ErrorKind::Connect && (!secureTarget || !known.Sent || known.Tunnelling)) {
         return connectText(cause, party, known);
     }
     if (kind == ErrorKind::Tls && !secureTarget) {
@@ -182,9 +183,10 @@ Error incomplete(const vantik::Message& message, const Circumstances& known) {
 
 } // namespace
 
-Error translated(const vantik::Message& message, const Circumstances& known) {
-    const std::string identifier = message.identifier();
-    ErrorKind kind = kindOf(identifier);
+Error translated(const vantik::Message& original, const Circumstances& known) {
+    const std::string identifier = original.identifier();
+    const ErrorKind kind = kindOf(identifier);
+    const vantik::Message message = kind == ErrorKind::Url ? withRefusedUrlMasked(original, known.Url) : original;
     if (known.TotalTimeOver) {
         return clientError(failure::kTotalTime, {}, "not complete within the limit `total`");
     }

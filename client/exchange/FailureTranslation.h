@@ -13,7 +13,8 @@ namespace netrove {
 // What the transport knows about the request that failed.
 struct Circumstances {
     std::string Url = {};
-    std::string Proxy = {};          // host and port, with the scheme where it is not http; empty: none
+    std::string Proxy = {};     // host and port, with the scheme where it is not http; empty: none
+    bool Tunnelling = false;    // the proxy has been asked for a tunnel and has not answered
     bool Sent = false;          // some of the request has gone out
     int Status = 0;             // of the head that has come; 0: none
     std::uint64_t Received = 0; // bytes of content

@@ -1,5 +1,6 @@
 // The transport over the network: one request through the connection object, in the order that its class requires.
 #include "client/exchange/Challenges.h"
+#include "client/exchange/Drain.h"
 #include "client/exchange/FailureTranslation.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
@@ -152,6 +153,8 @@ private:
         // libcurl would find out which scheme is asked for by sending all content for nothing, and then want it again.
         const bool streamed = request.body && !request.body.inMemory();
         for (bool again = false;; again = true) {
+            Known.Status = 0;
+            Known.Received = 0;
             std::optional<Upload> upload;
             if (streamed) {
                 upload.emplace(request);
@@ -160,6 +163,7 @@ private:
                 prepare(request, logins, upload, streamed && !again);
                 const Head head = readHead(request);
                 if (streamed && !again && choosesScheme(request, head, logins)) {
+                    deliver(drain());
                     close();
                     continue;
                 }
@@ -337,9 +341,7 @@ private:
                   .proxy = Known.Proxy};
         Known.Sent = true;
         Known.Status = head.status;
-        for (vantik::HttpField& field : vantik::readHttpFields(Connection.call("getResponseFields"))) {
-            head.fields.add(std::move(field.Name), std::move(field.Value));
-        }
+        head.fields = fieldsOf(Connection.call("getResponseFields"));
         if (head.fields.contains("Location")) {
             head.redirectUrl = textOf(Connection.get("RedirectURL"));
         }
@@ -372,11 +374,17 @@ private:
         const auto line = Connection.call("getRequestLine", std::span<const vantik::Array>(), 3);
         request.trace(
             {TraceLine::Kind::Sent, textOf(line.at(0)) + " " + textOf(line.at(1)) + " " + textOf(line.at(2))});
+        traceFields(request, TraceLine::Kind::Sent, sentFields());
+    }
+
+    Fields sentFields() { return fieldsOf(Connection.call("getRequestFields")); }
+
+    static Fields fieldsOf(const vantik::Array& list) {
         Fields fields;
-        for (vantik::HttpField& field : vantik::readHttpFields(Connection.call("getRequestFields"))) {
+        for (vantik::HttpField& field : vantik::readHttpFields(list)) {
             fields.add(std::move(field.Name), std::move(field.Value));
         }
-        traceFields(request, TraceLine::Kind::Sent, fields);
+        return fields;
     }
 
     static void traceFields(const Request& request, TraceLine::Kind kind, const Fields& fields) {
@@ -396,6 +404,7 @@ private:
     // What is known at the moment of a failure. The object goes: its provider and consumer refer to what unwinds.
     void settle() {
         Known.Sent = Known.Sent || (Connection && Connection.get("Sent").truth());
+        Known.Tunnelling = Known.Sent && Known.Status == 0 && sentFields().contains("Proxy-Connection");
         Known.Interrupted = Host.wasInterrupted();
         Known.TotalTimeOver = Known.Interrupted && End && Clock::now() >= *End;
         Connection = vantik::Object();

@@ -2,6 +2,7 @@
 
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/text.h>
 #include <netrove/url.h>

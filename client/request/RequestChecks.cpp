@@ -1,6 +1,8 @@
 #include "client/request/RequestChecks.h"
 
 #include "client/failures/ClientFailure.h"
+#include "client/text/Ascii.h"
+#include "client/text/RefusedUrl.h"
 #include "vantik/Failure.h"
 #include "vantik/Http.h"
 
@@ -21,16 +23,12 @@ using namespace std::chrono_literals;
 constexpr std::string_view kTokenMarks = "!#$%&'*+-.^_`|~";
 constexpr std::size_t kSha256Digits = 64;
 
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool isLetterOrDigit(char c) {
-    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z');
+    return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'z');
 }
 
 bool isHexDigit(char c) {
-    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'f');
+    return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'f');
 }
 
 void refuse(bool condition, const std::string& text) {
@@ -90,7 +88,8 @@ void inherit(Value& own, const Value& other) {
 
 // A login is one thing: a password never goes with another one's user name.
 void inherit(Login& own, const Login& other) {
-    if (!own.user && own.bearer.empty()) {
+    const bool says = other.user || !other.bearer.empty();
+    if (says && !own.user && own.bearer.empty()) {
         own = other;
     }
 }
@@ -186,9 +185,9 @@ std::string asciiOf(std::string_view url) {
 void completeUrl(Request& own, const std::string& base) {
     if (!isAbsolute(own.url)) {
         if (base.empty()) {
-            throw Error(ErrorKind::Url, "NETROVE:client:Usage", {own.url},
+            throw Error(ErrorKind::Url, "NETROVE:client:Usage", {maskRefusedUrl(own.url)},
                         own.url.empty() ? "the URL is empty"
-                                        : "'" + printable(maskUserInfo(own.url)) +
+                                        : "'" + printable(maskRefusedUrl(own.url)) +
                                               "' has no scheme; write http:// or https:// in front of it");
         }
         const std::string url = resolvedUrl(base, own.url);
@@ -203,11 +202,6 @@ void completeUrl(Request& own, const std::string& base) {
 }
 
 } // namespace
-
-bool equalsIgnoringCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
-}
 
 bool hasControls(std::string_view text) {
     return std::any_of(text.begin(), text.end(),
@@ -272,8 +266,10 @@ Request completed(Request own, const Request& defaults) {
 }
 
 std::string resolvedUrl(std::string_view base, std::string_view reference) {
-    const auto from = boost::urls::parse_uri(asciiOf(base));
-    const auto to = boost::urls::parse_uri_reference(asciiOf(reference));
+    const std::string fromText = asciiOf(base); // what is parsed refers to it
+    const std::string toText = asciiOf(reference);
+    const auto from = boost::urls::parse_uri(fromText);
+    const auto to = boost::urls::parse_uri_reference(toText);
     boost::urls::url result;
     if (!from || !to || !boost::urls::resolve(*from, *to, result)) {
         return {};

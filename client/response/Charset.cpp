@@ -1,7 +1,7 @@
 #include "client/response/Charset.h"
 
-#include "client/response/Ascii.h"
 #include "client/response/Parameters.h"
+#include "client/text/Ascii.h"
 
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_cb.h>

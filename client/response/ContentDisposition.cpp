@@ -1,8 +1,7 @@
 #include "client/response/ContentDisposition.h"
 
-#include "client/request/RequestChecks.h"
-#include "client/response/Ascii.h"
 #include "client/response/Parameters.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/text.h>
 #include <unicode/utf8.h>

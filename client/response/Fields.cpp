@@ -1,4 +1,4 @@
-#include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/fields.h>
 

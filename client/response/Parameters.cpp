@@ -1,6 +1,6 @@
 #include "client/response/Parameters.h"
 
-#include "client/response/Ascii.h"
+#include "client/text/Ascii.h"
 
 #include <utility>
 

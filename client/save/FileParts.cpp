@@ -3,6 +3,7 @@
 #include "client/exchange/RetryPolicy.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/descriptor.h>
 #include <openssl/evp.h>

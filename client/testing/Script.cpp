@@ -1,6 +1,7 @@
 #include "client/exchange/FailureTranslation.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/testing.h>
 
@@ -109,9 +110,11 @@ public:
             left.remove_prefix(piece.size());
         }
         if (taker && answer.fault == Fault::Short) {
-            fail(failure::kIncomplete, {std::to_string(answer.content.size()), head.fields["Content-Length"]},
-                 "the content is incomplete: " + std::to_string(answer.content.size()) + " of " +
-                     head.fields["Content-Length"] + " bytes came");
+            const std::string came = std::to_string(answer.content.size());
+            const std::string announced = head.fields["Content-Length"];
+            throw clientError(failure::kIncomplete, {came, announced},
+                              "the content is incomplete: " + came + " of " + announced + " bytes came")
+                .with(Response{.status = answer.status, .url = request.url}, true);
         }
     }
 

@@ -110,7 +110,7 @@ std::string asciiOnly(std::u16string_view text, std::size_t position) {
 
 // "[" address "]"
 std::string addressToAscii(std::u16string_view host, std::size_t position) {
-    const std::string text = lowered(asciiOnly(host, position));
+    std::string text = lowered(asciiOnly(host, position));
     const std::string_view address = std::string_view(text).substr(1, text.size() - 2);
     // The form reserved for future addresses is a matter of the grammar alone.
     if (!address.starts_with('v') && !boost::urls::parse_ipv6_address(address)) {

@@ -273,11 +273,13 @@ vcos::COSValue slotOf(const vxArray_tag* array) noexcept {
 }
 
 vxArray_tag* arrayIn(const vcos::COSValue& slot) noexcept {
+    // A slot holds any value as bits. NOLINTNEXTLINE(performance-no-int-to-ptr)
     return reinterpret_cast<vxArray_tag*>(static_cast<std::uintptr_t>(slot.Bits));
 }
 
 vxArray_tag* arrayFromSlot(const TypeWord& type, const vcos::COSValue& slot) {
     if (type.Content == TypeWord::Kind::UnicodeString) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr)
         const auto* text = reinterpret_cast<const std::u16string*>(static_cast<std::uintptr_t>(slot.Bits));
         return makeText(text ? std::u16string_view(*text) : std::u16string_view());
     }

@@ -22,10 +22,8 @@ using detail::Scope;
 using detail::ScopeEntry;
 
 std::vector<std::string> textsOf(const std::vector<detail::TypeWord>& types) {
-    std::vector<std::string> texts;
-    for (const detail::TypeWord& type : types) {
-        texts.push_back(type.Text);
-    }
+    std::vector<std::string> texts(types.size());
+    std::transform(types.begin(), types.end(), texts.begin(), [](const detail::TypeWord& type) { return type.Text; });
     return texts;
 }
 

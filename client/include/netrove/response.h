@@ -19,7 +19,7 @@ struct Hop {
     std::string url = {}; ///< without user name and password
     std::string method = {};
     int status = 0;                            ///< 0: no head came
-    std::string failure = {};                       ///< text of the failure; empty for none
+    std::string failure = {};                  ///< text of the failure; empty for none
     std::chrono::duration<double> untilHead{}; ///< from the beginning of this request to the end of the response's head
     std::chrono::duration<double> time{};      ///< to its end
 };
@@ -33,14 +33,14 @@ struct NETROVE_API Response {
     std::string url = {}; ///< after redirects, in ASCII, without user name and password
     std::string method = {};
 
-    std::vector<Hop> hops = {};              ///< all requests made for this response, in order, the last one included
+    std::vector<Hop> hops = {};         ///< all requests made for this response, in order, the last one included
     std::vector<Hop> redirects() const; ///< those of the last attempt that were answered by a redirect
     int attempts = 0;                   ///< how often the call was tried
 
-    std::uint64_t received = 0;  ///< bytes of content as delivered, whether it was kept, saved or passed on
-    bool whole = true;           ///< false: a consumer ended the transfer before the content's end
-    std::filesystem::path file = {};  ///< of `save`: where the content is
-    std::uint64_t resumedAt = 0; ///< of `save`: bytes that were there before
+    std::uint64_t received = 0;      ///< bytes of content as delivered, whether it was kept, saved or passed on
+    bool whole = true;               ///< false: a consumer ended the transfer before the content's end
+    std::filesystem::path file = {}; ///< of `save`: where the content is
+    std::uint64_t resumedAt = 0;     ///< of `save`: bytes that were there before
 
     /// True for 200 to 299.
     bool ok() const { return status >= 200 && status < 300; }

@@ -61,7 +61,7 @@ TEST(Client, GetReturnsTheResponseWithAllItsParts) {
 TEST(Client, EachVerbSendsItsMethodAndContent) {
     const std::string ok = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
     ScriptedServer server(Script{step::expectHead(), step::send(ok), step::expectHead(), step::send(ok),
-                                 step::expectHead(), step::expectBody(13), step::send(ok), step::expectHead(),
+                                 step::expectHead(), step::expectBody(12), step::send(ok), step::expectHead(),
                                  step::expectBody(4), step::send(ok), step::expectHead(), step::expectBody(2),
                                  step::send(ok)});
     Client client(direct());
@@ -72,7 +72,7 @@ TEST(Client, EachVerbSendsItsMethodAndContent) {
     client.patch(server.url(), json("{}"));
     const Record record = server.waitUntilDone();
     EXPECT_EQ(server.connectionCount(), 1u) << "the connection is kept";
-    EXPECT_EQ(record.Bodies, (std::vector<std::string>{"name=a+b&x=1\0"s.substr(0, 12), "text", "{}"}));
+    EXPECT_EQ(record.Bodies, (std::vector<std::string>{"name=a+b&x=1", "text", "{}"}));
     const char* lines[] = {"HEAD /", "DELETE /", "POST /", "PUT /", "PATCH /"};
     for (std::size_t i = 0; i < 5; ++i) {
         EXPECT_THAT(record.Heads.at(i), ::testing::StartsWith(lines[i]));
@@ -111,7 +111,6 @@ TEST_P(ClientFault, SaysWhatFailedAndWhoseFaultItWas) {
     EXPECT_THAT(error.what(), Not(HasSubstr("secret")));
     EXPECT_THAT(error.what(), Not(HasSubstr("\n")));
     EXPECT_FALSE(error.identifier().empty());
-    EXPECT_EQ(error.response().attempts, 1);
 }
 
 std::string atServer(ScriptedServer& server) {
@@ -127,13 +126,6 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  ErrorKind::Connect,
                  "reset the connection before its response"},
-        FaultRow{"ResetInContent",
-                 atServer,
-                 {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"),
-                  step::await("got"), step::reset()},
-                 {},
-                 ErrorKind::Connect,
-                 "reset the connection after 4 bytes of content"},
         FaultRow{"NoAnswer",
                  atServer,
                  {step::expectHead(), step::close()},
@@ -265,6 +257,16 @@ INSTANTIATE_TEST_SUITE_P(
                  {step::send("HTTP/1.1 400 Bad\r\n\r\n"), step::close()},
                  "SOCKS"}),
     [](const auto& info) { return info.param.Name; });
+
+TEST(Client, AResetInTheContentSaysHowMuchHadCome) {
+    ScriptedServer server(Script{step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"),
+                                 step::await("got"), step::reset()});
+    Client client(direct());
+    const Error error =
+        errorOf([&] { client.stream(server.url(), [&](std::span<const std::byte>) { server.raise("got"); }); });
+    EXPECT_EQ(error.kind(), ErrorKind::Connect);
+    EXPECT_THAT(error.what(), HasSubstr("reset the connection after 4 bytes of content"));
+}
 
 TEST(Client, AnErrorCarriesThePageThatCameWithIt) {
     ScriptedServer server(answer("HTTP/1.1 422 No\r\nX-Why: 1\r\nContent-Length: 4\r\n\r\npage"));

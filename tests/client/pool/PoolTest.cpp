@@ -13,6 +13,9 @@
 
 using namespace netrove;
 using netrove::testing::Fault;
+namespace step = testsupport::step;
+using testsupport::Script;
+using testsupport::ScriptedServer;
 
 namespace {
 
@@ -71,7 +74,7 @@ TEST(Pool, LimitsRequestsToOneHost) {
 }
 
 TEST(Pool, ItsEndStopsWhatRunsAndDropsWhatWaits) {
-    testsupport::ScriptedServer server({{testsupport::step::expectHead(), testsupport::step::signal("asked")}});
+    ScriptedServer server(Script{step::expectHead(), step::signal("asked")});
     std::future<Response> running;
     std::future<Response> waiting;
     {
@@ -91,9 +94,8 @@ TEST(Pool, ItsEndStopsWhatRunsAndDropsWhatWaits) {
 }
 
 TEST(Pool, ResultsThatAreDroppedStopTheirRequests) {
-    testsupport::ScriptedServer server(
-        {{testsupport::step::expectHead(), testsupport::step::signal("asked")},
-         {testsupport::step::expectHead(), testsupport::step::send(testsupport::response("next"))}});
+    ScriptedServer server({Script{step::expectHead(), step::signal("asked")},
+                           Script{step::expectHead(), step::send(testsupport::response("next"))}});
     Pool pool({.jobs = 1}, {.proxy = Proxy::none(), .retry = {.attempts = 1}});
     {
         const Results dropped = pool.getAll({server.url(), server.url()});

@@ -14,4 +14,9 @@ inline std::string lowered(std::string_view text) {
     return result;
 }
 
+inline bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return lowered(a) == lowered(b); });
+}
+
 } // namespace netrove
