@@ -75,17 +75,17 @@ struct OriginRow {
 class RedirectedOrigin : public ::testing::TestWithParam<OriginRow> {};
 
 TEST_P(RedirectedOrigin, DecidesWhatIsStillSent) {
-    netrove::testing::Script script{redirect(302, GetParam().Target), redirect(302, "http://a.example/back"), {}};
+    netrove::testing::Script script{redirect(302, GetParam().Target), redirect(302, "https://a.example/back"), {}};
     Client client({}, script.transport());
-    client.get("http://a.example/", {.fields = {{"Authorization", "Basic eA=="},
-                                                {"Cookie", "a=b"},
-                                                {"Proxy-Authorization", "Basic eA=="},
-                                                {"Host", "other"},
-                                                {"If-Match", "\"1\""},
-                                                {"X-Key", "secret"},
-                                                {"X-Mine", "1"}},
-                                     .login = {.user = "ada", .password = "x"},
-                                     .redirects = {.secret = {"x-key"}}});
+    client.get("https://a.example/", {.fields = {{"Authorization", "Basic eA=="},
+                                                 {"Cookie", "a=b"},
+                                                 {"Proxy-Authorization", "Basic eA=="},
+                                                 {"Host", "other"},
+                                                 {"If-Match", "\"1\""},
+                                                 {"X-Key", "secret"},
+                                                 {"X-Mine", "1"}},
+                                      .login = {.user = "ada", .password = "x"},
+                                      .redirects = {.downgrade = true, .secret = {"x-key"}}});
     const auto requests = script.requests();
     ASSERT_EQ(requests.size(), 3u);
     for (const std::size_t hop : {1u, 2u}) {
@@ -97,10 +97,10 @@ TEST_P(RedirectedOrigin, DecidesWhatIsStillSent) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Redirects, RedirectedOrigin,
-                         ::testing::Values(OriginRow{"SamePort", "http://A.EXAMPLE:80/x", true},
-                                           OriginRow{"Scheme", "https://a.example/x", false},
-                                           OriginRow{"Host", "http://b.example/x", false},
-                                           OriginRow{"Port", "http://a.example:81/x", false}),
+                         ::testing::Values(OriginRow{"SamePort", "https://A.EXAMPLE:443/x", true},
+                                           OriginRow{"Scheme", "http://a.example/x", false},
+                                           OriginRow{"Host", "https://b.example/x", false},
+                                           OriginRow{"Port", "https://a.example:444/x", false}),
                          [](const auto& info) { return info.param.Name; });
 
 TEST(Redirects, LoginStaysBehindOnAnotherOrigin) {
