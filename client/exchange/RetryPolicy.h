@@ -1,6 +1,8 @@
 // Whether and when a failed request is tried again.
 #pragma once
 
+#include "client/text/HttpDate.h"
+
 #include <netrove/error.h>
 #include <netrove/request.h>
 #include <netrove/response.h>
@@ -11,8 +13,6 @@
 #include <string_view>
 
 namespace netrove {
-
-using WallClock = std::chrono::system_clock;
 
 class RetryPolicy {
 public:
@@ -32,12 +32,5 @@ private:
 
 // True for methods that have the same effect when repeated (RFC 9110, section 9.2.2).
 bool isIdempotent(std::string_view method);
-
-// Seconds from `now` according to Retry-After: a number, or one of the three forms of an HTTP date. Nothing for a value
-// that is neither; 0 for a date in the past.
-std::optional<double> parseRetryAfter(std::string_view value, WallClock::time_point now);
-
-// A date of a field (RFC 9110, section 5.6.7); nothing for a text that is not one.
-std::optional<std::chrono::sys_seconds> parseHttpDate(std::string_view text, WallClock::time_point now);
 
 } // namespace netrove

@@ -1,9 +1,9 @@
 #include "client/save/FileParts.h"
 
-#include "client/exchange/RetryPolicy.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/text/Ascii.h"
+#include "client/text/HttpDate.h"
 
 #include <netrove/descriptor.h>
 #include <openssl/evp.h>

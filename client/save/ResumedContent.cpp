@@ -1,7 +1,7 @@
-#include "client/exchange/RetryPolicy.h"
 #include "client/failures/ClientFailure.h"
 #include "client/save/FileParts.h"
 #include "client/save/SavedContent.h"
+#include "client/text/HttpDate.h"
 
 #include <netrove/descriptor.h>
 #include <nlohmann/json.hpp>

@@ -17,14 +17,16 @@ using Graph = std::map<std::string, Names>;
 Graph includeGraph(std::string (*name)(fs::path)) {
     Graph graph;
     for (const char* top : {"http", "errors", "hostcalls", "transfer", "streaming", "hostclass", "proxy", "host",
-                            "embedded", "cli", "tests", "fuzz", "bench", "examples"}) {
+                            "embedded", "client", "cli", "tests", "fuzz", "bench", "examples"}) {
         for (const fs::path& file : fs::recursive_directory_iterator(sourcePath(top))) {
             if (file.extension() != ".h" && file.extension() != ".cpp") {
                 continue;
             }
             const std::string from = name(file.lexically_relative(NETROVE_SOURCES));
             for (const std::string& path : matches(testsupport::readFile(file), R"re(#include ["<]([^">]+)[">])re")) {
-                const std::string to = name(path.starts_with("vantik/") ? "embedded/include/" + path : path);
+                const std::string to = name(path.starts_with("vantik/")    ? "embedded/include/" + path
+                                            : path.starts_with("netrove/") ? "client/include/" + path
+                                                                           : path);
                 if (to != from) {
                     graph[from].insert(to);
                 }
@@ -43,11 +45,12 @@ const Graph kBelow = {
     {"streaming", {"host", "errors", "hostcalls", "http", "transfer", "curl"}},
     {"hostclass", {"host", "errors", "hostcalls", "http", "transfer", "streaming"}},
     {"proxy", {"host", "errors", "hostcalls"}},
+    {"client", {"embedded"}},
 };
 
 TEST(Floors, IncludesGoDown) {
     const Names folders = {"http",  "errors",   "hostcalls", "transfer", "streaming", "hostclass",
-                           "proxy", "embedded", "cli",       "host",     "curl"};
+                           "proxy", "embedded", "client",    "cli",      "host",      "curl"};
     const Graph graph = includeGraph([](fs::path file) { return file.begin()->string(); });
     for (const auto& [folder, below] : kBelow) {
         ASSERT_TRUE(graph.contains(folder)) << folder;
