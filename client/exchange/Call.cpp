@@ -27,6 +27,10 @@ std::optional<std::uint64_t> number(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
 }
 
+std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
+    return limit == kUnlimited ? std::nullopt : std::optional(std::chrono::steady_clock::now() + limit);
+}
+
 std::string secondsText(std::chrono::duration<double> time) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f s", time.count());
@@ -48,15 +52,12 @@ std::optional<std::uint64_t> announcedLength(const Response& response, const Req
 }
 
 Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
-    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)) {
-    if (*Asked.limits.total != kUnlimited) {
-        End = Clock::now() + *Asked.limits.total;
-    }
-}
+    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), End(endOf(*Asked.limits.total)) {}
 
 Response Call::run() {
-    Tools.TheTransport.endAt(End);
     for (int number = 1;; ++number) {
+        const auto attemptEnd = endOf(*Asked.limits.attempt);
+        Tools.TheTransport.endAt(End && attemptEnd ? std::min(End, attemptEnd) : End ? End : attemptEnd);
         try {
             Response response = attempt(number);
             response.hops = Hops;
@@ -66,7 +67,12 @@ Response Call::run() {
             Response before = failure.response();
             before.hops = Hops;
             before.attempts = number;
-            waitForNext(number, failure.with(std::move(before), failure.sent()));
+            const bool attemptOver =
+                failure.identifier().ends_with(netrove::failure::kTotalTime) && timeLeft() != Limit::zero();
+            const Error& told =
+                attemptOver ? clientError(netrove::failure::kAttemptTime, {}, "not complete within the limit `attempt`")
+                            : failure;
+            waitForNext(number, told.with(std::move(before), failure.sent()));
         }
     }
 }

@@ -30,7 +30,6 @@ constexpr KindRow kKinds[] = {
     {"VANTIK:webservices:UnknownHost", ErrorKind::Name},
     {kRefused, ErrorKind::Connect},
     {"VANTIK:webservices:ConnectionFailed", ErrorKind::Connect},
-    {kCopyFailure, ErrorKind::Connect},
     {"VANTIK:webservices:SSLConnectionNoFile", ErrorKind::Tls},
     {"VANTIK:webservices:SSLConnectionSystemFailure", ErrorKind::Tls},
     {"VANTIK:webservices:SSLConnectionFailure", ErrorKind::Tls},
@@ -44,6 +43,27 @@ constexpr KindRow kKinds[] = {
     {"VANTIK:webservices:EmptyName", ErrorKind::Usage},
     {"VANTIK:host:Interrupted", ErrorKind::Interrupted},
 };
+
+// Connections that end without a response share an identifier with other failures; libcurl's code, at the end of the
+// first argument, says which it is.
+struct CodeRow {
+    std::string_view End;
+    ErrorKind Kind;
+};
+
+constexpr CodeRow kCodes[] = {
+    {"(CURLE code 1)", ErrorKind::Content},  // not HTTP
+    {"(CURLE code 16)", ErrorKind::Connect}, // HTTP/2 framing
+    {"(CURLE code 52)", ErrorKind::Connect}, // no response
+    {"(CURLE code 55)", ErrorKind::Connect}, // not sent
+    {"(CURLE code 92)", ErrorKind::Connect}, // an HTTP/2 stream that was reset
+};
+
+ErrorKind kindOfCopyFailure(std::string_view cause) {
+    const auto* row = std::find_if(std::begin(kCodes), std::end(kCodes),
+                                   [&](const CodeRow& candidate) { return cause.ends_with(candidate.End); });
+    return row == std::end(kCodes) ? ErrorKind::Other : row->Kind;
+}
 
 ErrorKind kindOf(std::string_view identifier) {
     const auto* row = std::find_if(std::begin(kKinds), std::end(kKinds),
@@ -145,6 +165,8 @@ std::string timeoutText(const vantik::Message& message, const Circumstances& kno
 std::string textFor(const vantik::Message& message, ErrorKind kind, const std::string& cause,
                     const Circumstances& known) {
     switch (kind) {
+    case ErrorKind::Content:
+        return message.identifier() == kCopyFailure ? connectText(cause, hostOf(known.Url), known) : message.Text;
     case ErrorKind::Connect:
         return connectText(cause.empty() ? message.Text : cause, hostOf(known.Url), known);
     case ErrorKind::Name:
@@ -178,14 +200,15 @@ Error incomplete(const vantik::Message& message, const Circumstances& known) {
     const bool unknown = announced == "-1" || announced == "0";
     const std::string text = "the content from " + hostOf(known.Url) + " is incomplete: " + argumentText(message, 0) +
                              (unknown ? "" : " of " + announced) + " bytes came; " + causeIn(message);
-    return clientError(failure::kIncomplete, argumentsOf(message), shown(text));
+    return {ErrorKind::Content, std::string(kCutOff), argumentsOf(message), shown(text)};
 }
 
 } // namespace
 
 Error translated(const vantik::Message& original, const Circumstances& known) {
     const std::string identifier = original.identifier();
-    const ErrorKind kind = kindOf(identifier);
+    const ErrorKind kind =
+        identifier == kCopyFailure ? kindOfCopyFailure(argumentText(original, 0)) : kindOf(identifier);
     const vantik::Message message = kind == ErrorKind::Url ? withRefusedUrlMasked(original, known.Url) : original;
     if (known.TotalTimeOver) {
         return clientError(failure::kTotalTime, {}, "not complete within the limit `total`");

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <exception>
 #include <iostream>
 #include <utility>
 
@@ -53,13 +54,26 @@ vantik::Array schemeNames(const std::vector<Scheme>& schemes) {
     return vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, names);
 }
 
+// Runs a callable of the program. The host makes failures of its own of some exceptions; this one is raised in the end.
+template <class Run>
+auto kept(std::exception_ptr& escaped, Run run) {
+    try {
+        return run();
+    } catch (...) {
+        escaped = std::current_exception();
+        throw;
+    }
+}
+
 // Content that is read while it is sent.
 class Upload {
 public:
-    Upload(const Request& request) : TheRequest(request), Reader(request.body.open()) {}
+    Upload(const Request& request, std::exception_ptr& escaped)
+        : TheRequest(request), Escaped(escaped), Reader(request.body.open()) {}
 
     vantik::ContentProvider provider() {
-        return {[this] { rewind(); }, [this](std::uint64_t wanted) { return read(wanted); }};
+        return {[this] { rewind(); },
+                [this](std::uint64_t wanted) { return kept(Escaped, [&] { return read(wanted); }); }};
     }
     bool mustBeginAgain() const { return RewindAsked; }
 
@@ -69,7 +83,7 @@ private:
     void rewind() {
         if (Given != 0) {
             RewindAsked = true;
-            fail(failure::kContentNotRepeated, {"the server asks for it again"},
+            fail(failure::kContentNotRewound, {"the server asks for it again"},
                  "the server asks for the content a second time, and it can be sent once only");
         }
     }
@@ -86,6 +100,7 @@ private:
     }
 
     const Request& TheRequest;
+    std::exception_ptr& Escaped;
     std::unique_ptr<BodyReader> Reader;
     std::vector<std::byte> Buffer;
     std::uint64_t Given = 0;
@@ -111,9 +126,14 @@ public:
             Connection = Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Settings.simple)});
         }
         Known = {};
+        Escaped = nullptr;
         try {
             perform(request, onHead);
         } catch (const vantik::Failure& failure) {
+            if (Escaped) { // of a callable, whatever the host made of it
+                Connection = vantik::Object();
+                std::rethrow_exception(std::exchange(Escaped, nullptr));
+            }
             settle();
             const Error error = translated(failure.message(), Known);
             throw error.with(Response{.status = Known.Status, .url = Known.Url}, Known.Sent);
@@ -151,7 +171,7 @@ private:
             Known.Received = 0;
             std::optional<Upload> upload;
             if (streamed) {
-                upload.emplace(request);
+                upload.emplace(request, Escaped);
             }
             try {
                 prepare(request, logins, upload, streamed && !again);
@@ -239,7 +259,7 @@ private:
     static Login usable(Login login, const Request& request, bool withhold) {
         if (login.user.value_or("").empty() || (withhold && login.schemes.size() > 1)) {
             if (!login.user.value_or("").empty() && !request.body.repeatable()) {
-                fail(failure::kContentNotRepeated, {"a choice of login schemes"},
+                fail(failure::kContentNotRewound, {"a choice of login schemes"},
                      "the content can be sent once only, so name the one scheme that the login uses");
             }
             return {.user = "", .schemes = {}};
@@ -277,11 +297,13 @@ private:
         Connection.set("ProgressReporter", vantik::Array());
         Connection.set("Provider", vantik::Array());
         if (upload) {
+            Connection.set("ProviderBufferSize", vantik::Array(Settings.uploadBuffer));
             Connection.set("Provider", makeProvider(Host, upload->provider()));
         } else if (!held.empty() && request.progress) {
             Connection.set("ProgressReporter", makeProgressReporter(Host, [this, &request](std::uint64_t bytes) {
                                if (Known.Status == 0) {
-                                   request.progress({.sent = bytes, .toSend = request.body.length()});
+                                   kept(Escaped,
+                                        [&] { request.progress({.sent = bytes, .toSend = request.body.length()}); });
                                }
                                return true;
                            }));
@@ -354,7 +376,7 @@ private:
         vantik::ContentConsumer consumer;
         consumer.write = [&](std::span<const std::byte> piece) -> vantik::Taken {
             Known.Received += piece.size();
-            return taker(piece) ? static_cast<double>(piece.size()) : 0.0;
+            return kept(Escaped, [&] { return taker(piece); }) ? static_cast<double>(piece.size()) : 0.0;
         };
         Connection.set("Consumer", makeConsumer(Host, consumer));
         Connection.call("copyContentToByteArray", {vantik::Array(false)});
@@ -409,6 +431,7 @@ private:
     vantik::Object Connection; // in the host; destroyed before it
     std::optional<Clock::time_point> End;
     Circumstances Known;
+    std::exception_ptr Escaped; // what a callable of the program has raised
 };
 
 } // namespace

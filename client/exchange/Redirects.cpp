@@ -3,6 +3,7 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/text/Ascii.h"
+#include "client/text/RefusedUrl.h"
 
 #include <netrove/text.h>
 #include <netrove/url.h>
@@ -60,7 +61,10 @@ RedirectChain::RedirectChain(const Request& first) {
 Request RedirectChain::next(const Request& current, const Head& redirect) {
     const std::string& target = redirect.redirectUrl;
     if (target.empty()) {
-        refuse(target, "the server redirects, but not to a valid URL");
+        const std::string shown = printable(maskRefusedUrl(redirect.fields["Location"]));
+        fail(failure::kRedirectRefused, {shown},
+             shown.empty() ? "the server redirects, but its Location is empty"
+                           : "the server redirects to what is not a valid URL: " + shown);
     }
     if (!userInfoIn(target).empty()) {
         refuse(target, "the server redirects to a URL with a user name");
@@ -98,7 +102,8 @@ Request RedirectChain::next(const Request& current, const Head& redirect) {
         Seen.clear();
     }
     if (!Seen.emplace(next.method, next.url).second) {
-        refuse(target, "the server redirects in a circle");
+        fail(failure::kTooManyRedirects, {std::int64_t{most}, target},
+             "the server redirects in a circle, to " + printable(target));
     }
     ++Followed;
     return next;

@@ -38,7 +38,8 @@ bool mayPass(const Error& failed, const Request& requested) {
     case ErrorKind::Timeout:
         return failed.identifier() != "NETROVE:client:TotalTime";
     case ErrorKind::Content:
-        return failed.identifier() == "NETROVE:client:Incomplete";
+        return failed.identifier() == "NETROVE:client:Incomplete" ||
+               failed.identifier() == "VANTIK:webservices:PartialFileWarning";
     default:
         return false;
     }

@@ -19,7 +19,7 @@ constexpr KindRow kKinds[] = {
     {failure::kFileNotWritten, ErrorKind::File},
     {failure::kFileExists, ErrorKind::File},
     {failure::kContentChanged, ErrorKind::File},
-    {failure::kContentNotRepeated, ErrorKind::Usage},
+    {failure::kContentNotRewound, ErrorKind::Usage},
     {failure::kContentTooLarge, ErrorKind::Content},
     {failure::kContentNotText, ErrorKind::Content},
     {failure::kDigestMismatch, ErrorKind::Content},
@@ -28,6 +28,7 @@ constexpr KindRow kKinds[] = {
     {failure::kTooManyRedirects, ErrorKind::Url},
     {failure::kRedirectRefused, ErrorKind::Url},
     {failure::kTotalTime, ErrorKind::Timeout},
+    {failure::kAttemptTime, ErrorKind::Timeout},
     {failure::kInterrupted, ErrorKind::Interrupted},
     {failure::kRetryTooLate, ErrorKind::Status},
 };

@@ -13,19 +13,20 @@ namespace netrove {
 namespace failure {
 constexpr std::string_view kUsage = "Usage";
 constexpr std::string_view kInUse = "InUse";
-constexpr std::string_view kFileNotRead = "FileNotRead";               // file, reason
-constexpr std::string_view kFileNotWritten = "FileNotWritten";         // file, reason
-constexpr std::string_view kFileExists = "FileExists";                 // file
-constexpr std::string_view kContentChanged = "ContentChanged";         // file
-constexpr std::string_view kContentNotRepeated = "ContentNotRepeated"; // why it was to be sent again
-constexpr std::string_view kContentTooLarge = "ContentTooLarge";       // most bytes
-constexpr std::string_view kContentNotText = "ContentNotText";         // offset of the first bad byte, or the charset
-constexpr std::string_view kDigestMismatch = "DigestMismatch";         // expected, found
-constexpr std::string_view kIncomplete = "Incomplete";                 // bytes that came, bytes announced (-1: unknown)
-constexpr std::string_view kStatusError = "StatusError";               // status, reason phrase, URL
-constexpr std::string_view kTooManyRedirects = "TooManyRedirects";     // limit, URL
-constexpr std::string_view kRedirectRefused = "RedirectRefused";       // URL
-constexpr std::string_view kTotalTime = "TotalTime";                   // seconds
+constexpr std::string_view kFileNotRead = "FileNotRead";             // file, reason
+constexpr std::string_view kFileNotWritten = "FileNotWritten";       // file, reason
+constexpr std::string_view kFileExists = "FileExists";               // file
+constexpr std::string_view kContentChanged = "ContentChanged";       // file
+constexpr std::string_view kContentNotRewound = "ContentNotRewound"; // why it was to be sent again
+constexpr std::string_view kContentTooLarge = "ContentTooLarge";     // most bytes
+constexpr std::string_view kContentNotText = "ContentNotText";       // offset of the first bad byte, or the charset
+constexpr std::string_view kDigestMismatch = "DigestMismatch";       // expected, found
+constexpr std::string_view kIncomplete = "Incomplete";               // bytes that came, bytes announced (-1: unknown)
+constexpr std::string_view kStatusError = "StatusError";             // status, reason phrase, URL
+constexpr std::string_view kTooManyRedirects = "TooManyRedirects";   // limit, URL
+constexpr std::string_view kRedirectRefused = "RedirectRefused";     // URL
+constexpr std::string_view kTotalTime = "TotalTime";
+constexpr std::string_view kAttemptTime = "AttemptTime";
 constexpr std::string_view kInterrupted = "Interrupted";
 constexpr std::string_view kRetryTooLate = "RetryTooLate"; // seconds that the server asks for
 } // namespace failure

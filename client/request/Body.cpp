@@ -246,7 +246,7 @@ std::unique_ptr<BodyReader> Body::open() const {
     BodySource& content = *Parts->Content;
     if (!content.repeatable() && std::exchange(content.Opened, true)) {
         const std::string reason = "it can be read only once";
-        fail(failure::kContentNotRepeated, {reason}, "the content cannot be sent again: " + reason);
+        fail(failure::kContentNotRewound, {reason}, "the content cannot be sent again: " + reason);
     }
     return content.open();
 }
@@ -302,7 +302,7 @@ Body stream(std::istream& source, std::string contentType) {
     }
     const auto open = [&buffer, start] {
         if (buffer.pubseekpos(start, std::ios::in) != std::streampos(start)) {
-            fail(failure::kContentNotRepeated, {"the stream cannot be moved back"},
+            fail(failure::kContentNotRewound, {"the stream cannot be moved back"},
                  "the content cannot be sent again: the stream cannot be moved back");
         }
         return std::make_unique<StreamReader>(buffer);

@@ -120,6 +120,7 @@ void inherit(Request& own, const Request& other) {
     inherit(own.limits.connect, other.limits.connect);
     inherit(own.limits.response, other.limits.response);
     inherit(own.limits.data, other.limits.data);
+    inherit(own.limits.attempt, other.limits.attempt);
     inherit(own.limits.total, other.limits.total);
     inherit(own.limits.memory, other.limits.memory);
     inherit(own.tls.verify, other.tls.verify);
@@ -148,7 +149,12 @@ void inherit(Request& own, const Request& other) {
 
 const Request& documentedDefaults() {
     static const Request defaults = {
-        .limits = {.connect = 10s, .response = 30s, .data = 30s, .total = kUnlimited, .memory = 64 << 20},
+        .limits = {.connect = 10s,
+                   .response = 30s,
+                   .data = 30s,
+                   .attempt = kUnlimited,
+                   .total = kUnlimited,
+                   .memory = 64 << 20},
         .tls = {.verify = true, .verifyName = true},
         .redirects = {.most = 10, .downgrade = false},
         .retry = {.attempts = 3,
@@ -232,6 +238,7 @@ void checkRequest(const Request& request, Use use) {
     checkLimit(request.limits.connect, "connect");
     checkLimit(request.limits.response, "response");
     checkLimit(request.limits.data, "data");
+    checkLimit(request.limits.attempt, "attempt");
     checkLimit(request.limits.total, "total");
     checkLimit(request.retry.wait, "retry.wait");
     checkLimit(request.retry.longestWait, "retry.longestWait");

@@ -48,6 +48,7 @@ struct Limits {
     std::optional<Limit> connect = {};        ///< until there is a connection, name look-up and TLS included; 10 s
     std::optional<Limit> response = {};       ///< of silence before the response's head; 30 s
     std::optional<Limit> data = {};           ///< of silence while content moves, in either direction; 30 s
+    std::optional<Limit> attempt = {};        ///< for one attempt with its redirects; unlimited
     std::optional<Limit> total = {};          ///< for the whole call with redirects, retries and waits; unlimited
     std::optional<std::uint64_t> memory = {}; ///< bytes of content collected in memory; 64 MiB
 };

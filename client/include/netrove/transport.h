@@ -51,8 +51,9 @@ public:
 
 /// How the class of the module is driven, for a transport over the network.
 struct NetworkSettings {
-    bool simple = false; ///< the class's older interface
-    int debug = 0;       ///< the class's own trace on std::cout: 0 to 2
+    bool simple = false;            ///< the class's older interface
+    int debug = 0;                  ///< the class's own trace on std::cout: 0 to 2
+    std::uint64_t uploadBuffer = 0; ///< bytes asked of streamed content at a time; 0: the choice of the class
 };
 /// The transport that a Client has unless it is given another: libcurl, by the module "netrove" in a host of its own.
 /// @param onWarning called with each warning, on the thread of the call; empty: standard error

@@ -132,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  ErrorKind::Connect,
                  "closed the connection without a response"},
-        FaultRow{"NotHttp", atServer, answer("hello\r\n\r\n"), {}, ErrorKind::Connect, "does not speak HTTP"},
+        FaultRow{"NotHttp", atServer, answer("hello\r\n\r\n"), {}, ErrorKind::Content, "does not speak HTTP"},
         FaultRow{"Short",
                  atServer,
                  {step::expectHead(), step::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nfour"), step::close()},

@@ -180,14 +180,17 @@ INSTANTIATE_TEST_SUITE_P(
                    {"http://a.example/"},
                    "NETROVE:client:RedirectRefused",
                    "from https to http"},
-        RefusedRow{"Circle", "http://a.example/1", {"/2", "/1"}, "NETROVE:client:RedirectRefused", "in a circle"},
+        RefusedRow{"Circle", "http://a.example/1", {"/2", "/1"}, "NETROVE:client:TooManyRedirects", "in a circle"},
         RefusedRow{"TooMany",
                    "http://a.example/1",
                    {"/2", "/3", "/4", "/5"},
                    "NETROVE:client:TooManyRedirects",
                    "more than 3 redirects"},
-        RefusedRow{
-            "NotAUrl", "http://a.example/1", {"http://[bad"}, "NETROVE:client:RedirectRefused", "not to a valid URL"}),
+        RefusedRow{"NotAUrl",
+                   "http://a.example/1",
+                   {"http://[bad"},
+                   "NETROVE:client:RedirectRefused",
+                   "to what is not a valid URL: http://[bad"}),
     [](const auto& info) { return info.param.Name; });
 
 TEST(Redirects, TheSameUrlAgainIsFollowedAfterANewCookie) {

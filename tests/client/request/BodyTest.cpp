@@ -99,7 +99,7 @@ TEST(Body, SameContentUnderAnotherType) {
     EXPECT_EQ(once.contentType(), "application/octet-stream");
     EXPECT_EQ(other.contentType(), "text/csv");
     EXPECT_EQ(readWhole(other), "a");
-    EXPECT_EQ(identifierOf([&] { readWhole(once); }), "NETROVE:client:ContentNotRepeated");
+    EXPECT_EQ(identifierOf([&] { readWhole(once); }), "NETROVE:client:ContentNotRewound");
 }
 
 TEST(Body, TypeThatWouldBreakTheHeadIsRefused) {
@@ -182,7 +182,7 @@ TEST(Body, OfOnesOwnReader) {
     EXPECT_EQ(once.length(), std::nullopt);
     EXPECT_FALSE(once.repeatable());
     EXPECT_EQ(readWhole(once), "321");
-    EXPECT_EQ(identifierOf([&] { once.open(); }), "NETROVE:client:ContentNotRepeated");
+    EXPECT_EQ(identifierOf([&] { once.open(); }), "NETROVE:client:ContentNotRewound");
     EXPECT_EQ(opened, 3);
 
     EXPECT_EQ(identifierOf([] { Body(nullptr, {}, true, ""); }), "NETROVE:client:Usage");
@@ -194,7 +194,7 @@ TEST(Body, GeneratorRunsOnce) {
     EXPECT_EQ(body.length(), std::nullopt);
     EXPECT_FALSE(body.repeatable());
     EXPECT_EQ(readWhole(body, 2), "onetwo three");
-    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRepeated");
+    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRewound");
     EXPECT_EQ(identifierOf([] { netrove::generator(nullptr); }), "NETROVE:client:Usage");
 }
 
@@ -268,7 +268,7 @@ TEST(Body, StreamThatCannotBeMovedIsSentOnce) {
     EXPECT_EQ(body.length(), std::nullopt);
     EXPECT_FALSE(body.repeatable());
     EXPECT_EQ(readWhole(body), "forward only");
-    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRepeated");
+    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRewound");
 }
 
 TEST(Body, StreamThatWasNeverOpenedIsRefused) {
@@ -391,7 +391,7 @@ TEST_F(FileBody, PipeIsReadOnceAndHasNoLength) {
     EXPECT_FALSE(body.repeatable());
     std::jthread writer([&] { std::ofstream(name) << "through a pipe"; });
     EXPECT_EQ(readWhole(body), "through a pipe");
-    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRepeated");
+    EXPECT_EQ(identifierOf([&] { body.open(); }), "NETROVE:client:ContentNotRewound");
 }
 
 TEST_F(FileBody, DeviceIsReadOnceAndHasNoLength) {
