@@ -2,6 +2,7 @@
 
 #include "cli/commands/Commands.h"
 #include "cli/demo/Demo.h"
+#include "cli/exchange/RequestOf.h"
 #include "cli/exchange/Session.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
@@ -20,10 +21,43 @@
 
 namespace {
 
+using namespace netrove;
 using namespace netrove::cli;
 
-// `trace` belongs to main, because it must outlive the objects of the session: their destruction is traced too.
-int runCommand(Session& session, Settings& settings, Console& console, std::optional<TraceOutput>& trace) {
+void hideSecrets(const Settings& settings, Console& console) {
+    for (const auto& secret : {settings.Password, settings.ProxyPassword}) {
+        console.hide(secret.value_or(""));
+    }
+    for (const Field& field : settings.Fields) {
+        if (isSecretField(field.name)) {
+            console.hide(field.value);
+        }
+    }
+}
+
+bool transfers(const Settings& settings) {
+    return !settings.ShowVersion &&
+           (settings.Command == Command::Get || settings.Command == Command::Save || settings.Command == Command::Send);
+}
+
+// get, save and send: all that waits ends with a signal.
+int runClient(Settings& settings, Console& console) {
+    netrove::Client client({}, netrove::networkTransport(networkSettings(settings), warningsTo(console)));
+    const SignalScope signals(client);
+    completePasswords(settings);
+    hideSecrets(settings, console);
+    if (settings.Debug != 0) {
+        console.note("the trace shows credentials and cookies as they are sent");
+    }
+    std::optional<Clock::time_point> deadline;
+    if (settings.MaxTime) {
+        deadline = Clock::now() +
+                   std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*settings.MaxTime));
+    }
+    return runTransfer(client, settings, console, deadline);
+}
+
+int runHost(Session& session, Settings& settings, Console& console) {
     session.load();
     if (settings.ShowVersion) {
         return runVersion(session, console);
@@ -36,41 +70,27 @@ int runCommand(Session& session, Settings& settings, Console& console, std::opti
     case Command::Demo:
         return runDemo(session, console);
     default:
-        break;
-    }
-    completePasswords(settings);
-    for (const auto& secret : {settings.Password, settings.ProxyPassword}) {
-        console.hide(secret.value_or(""));
-    }
-    for (const Field& field : settings.Fields) {
-        if (isSecretField(field.Name)) {
-            console.hide(field.Value);
-        }
-    }
-    if (settings.Debug != 0) {
-        console.note("the trace shows credentials and cookies as they are sent");
-        trace.emplace(console.errIsTerminal());
-    }
-    session.reportWarnings(console);
-    if (settings.Command == Command::Batch) {
+        completePasswords(settings);
+        hideSecrets(settings, console);
         return runBatch(session, settings, console);
     }
-    if (settings.MaxTime) {
-        session.limitTime(*settings.MaxTime);
-    }
-    return runTransfer(session, settings, console);
 }
 
 // The exit status of `operation`. Reports what it raises.
 template <class Operation>
-int reported(const Console& console, Circumstances circumstances, const Session* session, Operation operation) {
+int reported(const Console& console, Circumstances circumstances, Operation operation) {
     vantik::Message message;
     try {
         return operation();
+    } catch (const netrove::Error& error) {
+        circumstances.Signal = signalSeen();
+        const Verdict verdict = judge(error, circumstances);
+        console.failure(verdict);
+        return verdict.Status;
     } catch (const vantik::Interrupted& interrupted) {
         message = interrupted.message();
         circumstances.Interrupted = true;
-        circumstances.StoppedByProgram = interrupted.byProgram();
+        circumstances.MaxTimeElapsed = circumstances.MaxTimeSeconds > 0;
     } catch (const vantik::Failure& failure) {
         message = failure.message();
     } catch (const std::bad_alloc&) {
@@ -79,10 +99,6 @@ int reported(const Console& console, Circumstances circumstances, const Session*
         message = cliMessage(failure::kFailure, {exception.what()}, exception.what());
     }
     circumstances.Signal = signalSeen();
-    if (session != nullptr) {
-        circumstances.MaxTimeElapsed = session->timeIsOver();
-        circumstances.MaxTimeSeconds = session->MaxTimeSeconds;
-    }
     const Verdict verdict = judge(message, circumstances);
     console.failure(verdict);
     return verdict.Status;
@@ -94,7 +110,7 @@ int main(int argc, char** argv) {
     Console console;
     console.configure(ColorChoice::Auto, wantsJsonErrors(argc, argv));
     ParseResult parsed;
-    const int parseStatus = reported(console, {}, nullptr, [&] {
+    const int parseStatus = reported(console, {}, [&] {
         parsed = parseCommandLine(argc, argv);
         return int{kExitDone};
     });
@@ -108,18 +124,18 @@ int main(int argc, char** argv) {
     }
     wipeSecrets(argc, argv, parsed.Secrets);
 
-    std::optional<TraceOutput> trace;
-    std::unique_ptr<Session> session;
-    int status = kExitFailure;
-    std::optional<SignalScope> signals;
-    status = reported(console, {}, nullptr, [&] {
-        session = std::make_unique<Session>();
-        signals.emplace(session->Host);
-        return int{kExitDone};
-    });
-    if (status == kExitDone) {
-        status =
-            reported(console, {}, session.get(), [&] { return runCommand(*session, parsed.Settings, console, trace); });
+    Settings& settings = parsed.Settings;
+    std::optional<TraceOutput> trace; // outlives the client: its end is traced too
+    if (transfers(settings)) {
+        if (settings.Debug != 0) {
+            trace.emplace(console.errIsTerminal());
+        }
+        return reported(console, {.MaxTimeSeconds = settings.MaxTime.value_or(0)},
+                        [&] { return runClient(settings, console); });
     }
-    return status;
+    return reported(console, {}, [&] {
+        Session session;
+        const SignalScope signals(session);
+        return runHost(session, settings, console);
+    });
 }

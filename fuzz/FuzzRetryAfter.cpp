@@ -1,11 +1,11 @@
 // The value of Retry-After: no date that a server makes up yields a time before now, or something that is not a number.
-#include "cli/batch/BatchRetry.h"
+#include "client/text/HttpDate.h"
 #include "fuzz/FuzzInput.h"
 
 #include <cstdlib>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto seconds = netrove::cli::parseRetryAfter(textOf(data, size), std::chrono::system_clock::now());
+    const auto seconds = netrove::parseRetryAfter(textOf(data, size), std::chrono::system_clock::now());
     if (seconds && !(*seconds >= 0 && *seconds <= 1e12)) {
         std::abort();
     }

@@ -1,10 +1,10 @@
 #include "cli/batch/BatchJournal.h"
 
 #include "cli/failures/CliFailure.h"
-#include "cli/system/Descriptor.h"
 #include "cli/terminal/Output.h"
-#include "cli/text/SafeText.h"
 
+#include <netrove/descriptor.h>
+#include <netrove/text.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>

@@ -3,9 +3,10 @@
 #pragma once
 
 #include "cli/batch/BatchManifest.h"
-#include "cli/system/Descriptor.h"
-#include "cli/system/OutputFile.h"
 #include "vantik/Failure.h"
+
+#include <netrove/descriptor.h>
+#include <netrove/outputfile.h>
 
 #include <chrono>
 #include <cstddef>

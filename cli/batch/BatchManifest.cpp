@@ -3,12 +3,12 @@
 #include "cli/batch/JournalNames.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
-#include "cli/options/RefusedUrl.h"
-#include "cli/system/OutputFile.h"
-#include "cli/text/SafeText.h"
-#include "cli/text/UrlText.h"
 
 #include <Poco/SHA2Engine.h>
+#include <netrove/outputfile.h>
+#include <netrove/refusedurl.h>
+#include <netrove/text.h>
+#include <netrove/url.h>
 
 #include <array>
 #include <cstdio>
@@ -53,7 +53,7 @@ void checkUrl(const std::string& url) {
     if (url.empty()) {
         failUsage("the URL is empty");
     }
-    if (hasControlBytes(url) || !isUtf8(url)) {
+    if (hasControls(url) || !isUtf8(url)) {
         failUsage("the URL has control characters or is not UTF-8");
     }
     const UrlParts parts = splitUrl(url);
@@ -113,8 +113,8 @@ std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {
     }
     if (line.Extras) {
         for (const Field& field : line.Extras->Fields) {
-            digest.add(field.Name);
-            digest.add(isSecretField(field.Name) ? std::string_view() : std::string_view(field.Value));
+            digest.add(field.name);
+            digest.add(isSecretField(field.name) ? std::string_view() : std::string_view(field.value));
         }
     }
     digest.add(std::to_string(repetition));
@@ -215,7 +215,11 @@ BatchLine BatchManifestParser::parseText(std::string_view text) const {
 void BatchManifestParser::complete(BatchLine& line) {
     checkUrl(line.Url);
     takeCredentials(line);
-    maskingRefused(line.Url, [&] { CheckUrl(line.Url); });
+    try {
+        CheckUrl(line.Url);
+    } catch (const vantik::Failure& failure) {
+        throw vantik::Failure(withRefusedUrlMasked(failure.message(), line.Url));
+    }
     settleTarget(line);
     settleId(line);
 }
@@ -226,7 +230,7 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
         return;
     }
     std::string& target = *line.Target;
-    if (hasControlBytes(target)) {
+    if (hasControls(target)) {
         failUsage("the target has control characters");
     }
     if (target.empty()) {

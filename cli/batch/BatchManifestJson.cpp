@@ -2,8 +2,8 @@
 #include "cli/batch/BatchManifest.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
-#include "cli/text/SafeText.h"
 
+#include <netrove/text.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -99,7 +99,7 @@ void takeBodyFile(BatchLine&, BatchExtras& extras, const Json& value) {
 
 void takeId(BatchLine&, BatchExtras& extras, const Json& value) {
     extras.Id = value.is_number_integer() ? value.dump() : nonEmpty(value, "id");
-    if (hasControlBytes(extras.Id) || extras.Id.size() > kLongestId) {
+    if (hasControls(extras.Id) || extras.Id.size() > kLongestId) {
         failUsage("the value of \"id\" has control characters or more than " + std::to_string(kLongestId) + " bytes");
     }
 }
@@ -147,7 +147,7 @@ Json parsed(std::string_view source) {
 
 bool named(const std::vector<Field>& fields, std::string_view name) {
     return std::any_of(fields.begin(), fields.end(),
-                       [&](const Field& field) { return equalsIgnoringCase(field.Name, name); });
+                       [&](const Field& field) { return equalsIgnoringCase(field.name, name); });
 }
 
 void checkBody(const BatchLine& line, BatchExtras& extras, const Json& object) {

@@ -3,8 +3,8 @@
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/terminal/Progress.h"
-#include "cli/text/UrlText.h"
 
+#include <netrove/url.h>
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -35,8 +35,8 @@ Console consoleFor(const BatchLine& line, const Console& console) {
     }
     result.hide(line.Extras->Password.value_or(""));
     for (const Field& field : line.Extras->Fields) {
-        if (isSecretField(field.Name)) {
-            result.hide(field.Value);
+        if (isSecretField(field.name)) {
+            result.hide(field.value);
         }
     }
     return result;
@@ -144,8 +144,9 @@ void BatchReport::planned(const BatchLine& line) {
 
 void BatchReport::print(const std::string& text) {
     // After a signal the line is lost; the journal has the transfer.
-    if (!OutputSink.write(text + "\n") && OutputSink.failure()) {
-        throw vantik::Failure(*OutputSink.failure());
+    try {
+        OutputSink.write(text + "\n");
+    } catch (const vantik::Interrupted&) {
     }
 }
 

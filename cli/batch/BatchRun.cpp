@@ -1,11 +1,11 @@
 #include "cli/batch/BatchRun.h"
 
-#include "cli/exchange/Session.h"
+#include "cli/exchange/RequestOf.h"
 #include "cli/system/Signals.h"
+#include "cli/terminal/Progress.h"
 
 #include <algorithm>
 #include <optional>
-#include <random>
 #include <unistd.h>
 #include <utility>
 
@@ -13,15 +13,8 @@ namespace netrove::cli {
 
 namespace {
 
-using namespace std::chrono_literals;
-
-RetrySettings retrySettings(const BatchSettings& batch) {
-    return {batch.Retries, batch.RetryWait, batch.LongestRetryWait, batch.RetryUnsafe};
-}
-
-double randomShare() {
-    thread_local std::minstd_rand engine(std::random_device{}());
-    return std::uniform_real_distribution<double>(0, 1)(engine);
+int workerCount(const Settings& settings, const std::vector<BatchLine>& lines) {
+    return static_cast<int>(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs)));
 }
 
 } // namespace
@@ -29,41 +22,22 @@ double randomShare() {
 BatchRun::BatchRun(const Settings& settings, const Console& console, const std::vector<BatchLine>& lines,
                    BatchJournal* journal, BatchReport& report)
     : TheSettings(settings), TheConsole(console), Lines(lines), Journal(journal), Report(report),
-      Policy(retrySettings(settings.Batch), randomShare, [] { return WallClock::now(); }),
-      LiveBytes(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs))) {}
-
-BatchRun::~BatchRun() {
-    stop(nullptr);
-    for (std::thread& thread : Threads) {
-        thread.join();
-    }
-}
+      Workers({.jobs = workerCount(settings, lines), .perHost = settings.Batch.Jobs}, {},
+              [&] { return netrove::networkTransport(networkSettings(settings), warningsTo(console)); }) {}
 
 void BatchRun::run() {
     // On a terminal the lines on standard output say enough.
     const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
     const auto interval = progressInterval(TheConsole.errIsTerminal());
-    WorkerCount = LiveBytes.size();
-    for (std::atomic<std::uint64_t>& liveBytes : LiveBytes) {
-        try {
-            Threads.emplace_back([this, &liveBytes] { work(liveBytes); });
-        } catch (const std::system_error&) {
-            // Fewer threads than wanted do the same work; without any, nobody does.
-            const std::lock_guard lock(Guard);
-            WorkerCount -= LiveBytes.size() - Threads.size();
-            if (Threads.empty()) {
-                throw;
-            }
-            break;
-        }
+    WorkersLeft = static_cast<std::size_t>(workerCount(TheSettings, Lines));
+    std::vector<std::future<void>> workers;
+    for (std::size_t i = WorkersLeft; i > 0; --i) {
+        workers.push_back(Workers.submit("", [this](netrove::Client& client) { work(client); }));
     }
-    const auto over = [this] {
-        const std::lock_guard lock(Guard);
-        return WorkerCount == 0;
-    };
-    while (!over()) {
+    while (WorkersLeft != 0) {
         const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
         if (waitReadable(WorkerLeft.descriptor(), next) == Waited::Interrupted) {
+            stop(nullptr);
             break;
         }
         WorkerLeft.clear();
@@ -71,83 +45,58 @@ void BatchRun::run() {
             draw(false);
         }
     }
-    if (signalSeen() != 0) {
-        stop(nullptr);
+    for (std::future<void>& worker : workers) {
+        try {
+            worker.get();
+        } catch (...) { // a client that cannot be made; with another reason to stop, one that has been dropped
+            stop(std::current_exception());
+        }
     }
-    for (std::thread& thread : Threads) {
-        thread.join();
-    }
-    Threads.clear();
     if (shown) {
         draw(true);
     }
-    if (FirstFailure) {
+    if (FirstFailure && signalSeen() == 0) {
         std::rethrow_exception(FirstFailure);
     }
 }
 
-void BatchRun::work(std::atomic<std::uint64_t>& liveBytes) {
-    std::unique_ptr<Session> session;
+void BatchRun::work(netrove::Client& client) {
     try {
-        session = std::make_unique<Session>();
-        {
-            const std::lock_guard lock(Guard);
-            Hosts.insert(&session->Host);
+        const BatchTools tools{TheSettings, Journal, LiveBytes, Stopped};
+        while (!Stopped && signalSeen() == 0) {
+            const std::size_t place = NextLine++;
+            if (place >= Lines.size()) {
+                break;
+            }
+            ++RunningTransfers;
+            const BatchOutcome outcome = transferLine(client, Lines[place], tools);
+            --RunningTransfers;
+            if (outcome.Abandoned) {
+                break;
+            }
+            Report.ended(Lines[place], outcome);
         }
-        session->load();
-        session->reportWarnings(TheConsole);
-        workThrough(*session, liveBytes);
     } catch (...) {
         stop(std::current_exception());
     }
-    if (session) {
-        const std::lock_guard lock(Guard);
-        Hosts.erase(&session->Host);
-    }
-    session.reset();
-    leave();
-}
-
-void BatchRun::workThrough(Session& session, std::atomic<std::uint64_t>& liveBytes) {
-    BatchTransfer transfer(session, TheSettings, TheConsole, Policy, Stop, Journal, liveBytes);
-    while (!Stop.raised()) {
-        const std::size_t place = NextLine++;
-        if (place >= Lines.size()) {
-            return;
-        }
-        ++RunningTransfers;
-        const BatchOutcome outcome = transfer.run(Lines[place]);
-        --RunningTransfers;
-        if (outcome.Abandoned) {
-            return;
-        }
-        Report.ended(Lines[place], outcome);
-    }
-}
-
-void BatchRun::leave() {
-    const std::lock_guard lock(Guard);
-    --WorkerCount;
+    --WorkersLeft;
     WorkerLeft.raise();
 }
 
-// The flag is raised first, so that a thread that clears its interrupt between two transfers sees it.
 void BatchRun::stop(std::exception_ptr reason) {
-    Stop.raise();
-    const std::lock_guard lock(Guard);
-    if (!FirstFailure) {
-        FirstFailure = std::move(reason);
+    {
+        const std::lock_guard lock(Guard);
+        if (!FirstFailure) {
+            FirstFailure = std::move(reason);
+        }
     }
-    for (vantik::Host* host : Hosts) {
-        host->interrupt();
-    }
+    Stopped = true;
+    Workers.interrupt();
 }
 
 void BatchRun::draw(bool last) {
     BatchTotals totals = Report.totals();
-    for (const std::atomic<std::uint64_t>& liveBytes : LiveBytes) {
-        totals.Bytes += liveBytes.load();
-    }
+    totals.Bytes += LiveBytes;
     const bool terminal = TheConsole.errIsTerminal();
     const std::size_t width = progressWidth(terminal);
     const std::string text = batchProgressText(totals, RunningTransfers.load(), width);

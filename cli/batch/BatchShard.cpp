@@ -1,8 +1,9 @@
 #include "cli/batch/BatchShard.h"
 
 #include "cli/failures/CliFailure.h"
-#include "cli/text/NumberText.h"
-#include "cli/text/SafeText.h"
+#include "cli/options/NumberText.h"
+
+#include <netrove/text.h>
 
 #include <optional>
 #include <string_view>

@@ -1,20 +1,17 @@
-// One line of a manifest, with its retries, in one scope.
+// One line of a manifest.
 #pragma once
 
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
-#include "cli/batch/BatchRetry.h"
-#include "cli/exchange/Exchange.h"
-#include "cli/exchange/Session.h"
 #include "cli/failures/ExitStatus.h"
-#include "cli/system/WakeEvent.h"
-#include "cli/terminal/Output.h"
+
+#include <netrove/client.h>
 
 #include <atomic>
-#include <cstddef>
+#include <chrono>
 #include <cstdint>
+#include <exception>
 #include <optional>
-#include <string>
 
 namespace netrove::cli {
 
@@ -28,47 +25,16 @@ struct BatchOutcome {
     std::chrono::duration<double> Time{}; // waits included
 };
 
-// Says that the whole run must end: a signal came, or its results cannot be written.
-class BatchStop {
-public:
-    void raise() noexcept {
-        Raised = true;
-        Wake.raise();
-    }
-    bool raised() const noexcept { return Raised.load() || signalSeen() != 0; }
-    // True once the time has come; false if the run must end first.
-    bool sleepUntil(Clock::time_point moment) const;
-
-private:
-    std::atomic<bool> Raised = false;
-    WakeEvent Wake;
-};
-
-class BatchTransfer {
-public:
-    // All arguments must outlive this object. `liveBytes` gets the bytes of the running attempt; `journal` may be null.
-    BatchTransfer(Session& session, const Settings& settings, const Console& console, const RetryPolicy& policy,
-                  const BatchStop& stop, BatchJournal* journal, std::atomic<std::uint64_t>& liveBytes);
-
-    // Raises only what ends the run: a journal that cannot be written, or no memory.
-    BatchOutcome run(const BatchLine& line);
-
-private:
-    struct Attempt;
-    void attempt(const BatchLine& line, const Settings& lineSettings, Attempt& current);
-    void send(Attempt& current, const std::string& method);
-    void deliver(const BatchLine& line, Attempt& current);
-    void settle(Attempt& current, const vantik::Message& message, Circumstances circumstances);
-    void tidy();
-
-    Session& TheSession;
+// What the transfers of a run share. All of it outlives them.
+struct BatchTools {
     const Settings& TheSettings;
-    const Console& TheConsole;
-    const RetryPolicy& Policy;
-    const BatchStop& Stop;
-    BatchJournal* Journal;
-    std::atomic<std::uint64_t>& LiveBytes;
+    BatchJournal* Journal;                 // may be null
+    std::atomic<std::uint64_t>& LiveBytes; // of the running attempts
+    const std::atomic<bool>& Stopped;
 };
+
+// With its retries, by this client. Raises only what ends the run: a journal that cannot be written, or no memory.
+BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const BatchTools& tools);
 
 // The settings for one line: those of the command line, overridden by the line's own.
 Settings batchSettings(const Settings& settings, const BatchLine& line);

@@ -21,7 +21,7 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::uint64_t kPiece = std::uint64_t{1} << 16;
+constexpr std::size_t kPiece = std::size_t{1} << 16;
 
 class BatchCommand {
 public:
@@ -73,10 +73,10 @@ private:
         if (!JournalBase.empty()) {
             parser.reserveJournals(JournalBase);
         }
-        BodySource source(name, std::nullopt);
-        const vantik::ContentProvider provider = source.provider();
-        for (vantik::Array piece = provider.read(kPiece); !piece.empty(); piece = provider.read(kPiece)) {
-            parser.feed(piece.byteText());
+        FileReader reader(name);
+        std::vector<std::byte> piece(kPiece);
+        while (const std::size_t count = reader.read(piece)) {
+            parser.feed(std::string_view(reinterpret_cast<const char*>(piece.data()), count));
         }
         BatchManifest manifest = parser.finish();
         TheSession.Connection = vantik::Object();

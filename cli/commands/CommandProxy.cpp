@@ -1,8 +1,7 @@
 #include "cli/commands/Commands.h"
-#include "cli/options/ProxyChoice.h"
-#include "cli/options/RefusedUrl.h"
-#include "cli/text/SafeText.h"
 
+#include <netrove/refusedurl.h>
+#include <netrove/text.h>
 #include <nlohmann/json.hpp>
 
 #include <span>
@@ -16,14 +15,22 @@ constexpr const char* kHidden = "***";
 // The lookup takes only ASCII, and answers "direct" to what is not a valid URL. The class refuses that as it does for
 // `get`: a missing host when it opens the connection, which does not reach a server yet.
 std::string asciiUrl(Session& session, const std::string& url) {
-    return maskingRefused(url, [&] {
+    try {
         session.Connection = session.Host.create(vantik::kHttpConnectionClass, {vantik::Array(true)});
         session.Connection.set("URL", vantik::Array(url));
         session.Connection.call("openConnection", std::span<const vantik::Array>(), 0);
         const std::string ascii = session.Connection.get("URL").text();
         session.Connection = vantik::Object();
         return ascii;
-    });
+    } catch (const vantik::Failure& failure) {
+        throw vantik::Failure(withRefusedUrlMasked(failure.message(), url));
+    }
+}
+
+vantik::HttpProxy lookUpProxy(vantik::Host& host, const std::string& url) {
+    const vantik::Array answer = host.callBuiltin(vantik::kProxyLookup, {vantik::Array(url)});
+    return {answer.field("Host").text(), static_cast<std::uint16_t>(answer.field("Port").number()),
+            answer.field("Username").text(), answer.field("Password").text(), ""};
 }
 
 std::string row(const Console& console, std::string_view label, const std::string& value) {
@@ -35,12 +42,12 @@ std::string row(const Console& console, std::string_view label, const std::strin
 } // namespace
 
 int runProxy(Session& session, const Settings& settings, const Console& console) {
-    const ProxyChoice proxy = lookUpProxy(session.Host, asciiUrl(session, settings.Url));
+    const vantik::HttpProxy proxy = lookUpProxy(session.Host, asciiUrl(session, settings.Url));
     const std::string password = proxy.Password.empty() || settings.ShowPassword ? proxy.Password : kHidden;
     if (settings.Json) {
-        const nlohmann::ordered_json object = {{"url", settings.Url},    {"direct", proxy.Host.empty()},
-                                               {"host", proxy.Host},     {"port", proxy.Port},
-                                               {"username", proxy.User}, {"password", password}};
+        const nlohmann::ordered_json object = {{"url", settings.Url},        {"direct", proxy.Host.empty()},
+                                               {"host", proxy.Host},         {"port", proxy.Port},
+                                               {"username", proxy.Username}, {"password", password}};
         console.print(object.dump(2, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
         return kExitDone;
     }
@@ -49,8 +56,8 @@ int runProxy(Session& session, const Settings& settings, const Console& console)
         return kExitDone;
     }
     std::string text = row(console, "Host", proxy.Host) + row(console, "Port", std::to_string(proxy.Port));
-    if (!proxy.User.empty()) {
-        text += row(console, "User", proxy.User) + row(console, "Password", password);
+    if (!proxy.Username.empty()) {
+        text += row(console, "User", proxy.Username) + row(console, "Password", password);
     }
     console.print(text);
     return kExitDone;

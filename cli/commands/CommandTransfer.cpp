@@ -1,12 +1,14 @@
 #include "cli/commands/Commands.h"
-#include "cli/exchange/Exchange.h"
+#include "cli/exchange/BodySink.h"
+#include "cli/exchange/RequestOf.h"
 #include "cli/exchange/ResponseJson.h"
 #include "cli/failures/CliFailure.h"
-#include "cli/system/Descriptor.h"
-#include "cli/system/OutputFile.h"
 #include "cli/terminal/Progress.h"
-#include "cli/text/SafeText.h"
-#include "cli/text/UrlText.h"
+
+#include <netrove/client.h>
+#include <netrove/descriptor.h>
+#include <netrove/outputfile.h>
+#include <netrove/url.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -19,15 +21,29 @@ namespace netrove::cli {
 
 namespace {
 
+constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
+
 // Limit for the content in the object of --json. Several copies are held while the object is made, and a control byte
 // takes six characters in it.
 constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
 
+// The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8 come
+// out as replacement characters.
+std::string headOf(const netrove::Response& response) {
+    std::string text = response.version + " " + std::to_string(response.status) +
+                       (response.reason.empty() ? "" : " " + response.reason) + "\r\n";
+    for (const Field& field : response.fields) {
+        text += field.name + ": " + field.value + "\r\n";
+    }
+    return text + "\r\n";
+}
+
 // One command that delivers content somewhere.
 class Transfer {
 public:
-    Transfer(Session& session, const Settings& settings, const Console& console)
-        : TheSession(session), TheSettings(settings), TheConsole(console) {}
+    Transfer(netrove::Client& client, const Settings& settings, const Console& console,
+             std::optional<Clock::time_point> deadline)
+        : TheClient(client), TheSettings(settings), TheConsole(console), Deadline(deadline) {}
 
     void run() {
         if (TheSettings.Command == Command::Save) {
@@ -46,30 +62,52 @@ public:
     }
 
 private:
-    // Sends, and refuses the response if the settings say so. Nothing has been written by then.
-    Response send(Exchange& exchange) {
-        Response response = exchange.send();
-        Facts.UntilHead = Clock::now() - Start;
-        if (TheSettings.Fail && response.Status >= kFirstErrorStatus) {
-            exchange.close();
-            throw vantik::Failure(response.statusError());
-        }
+    // Sends, and delivers the content. Nothing is written before the head is accepted.
+    netrove::Response exchange(BodySink& sink, bool progressIsUsual, bool terminal) {
+        const bool errTerminal = TheConsole.errIsTerminal();
+        const bool streams = !TheSettings.StreamFile.empty();
+        ProgressMeter sent("sent", streams && TheSettings.Progress.value_or(false), errTerminal);
+        ProgressMeter received("received", TheSettings.Progress.value_or(progressIsUsual && errTerminal), errTerminal);
+        netrove::Request request = requestOf(TheSettings, Deadline);
+        const bool repeatable = !request.body || request.body.repeatable();
+        bool headCame = false;
+        request.progress = [&](const netrove::Progress& progress) {
+            if (!headCame) {
+                sent.expect(progress.toSend);
+                return sent.update(progress.sent);
+            }
+            received.expect(progress.toReceive);
+            received.update(progress.received);
+        };
+        const auto onHead = [&](const netrove::Response& head) -> netrove::Taker {
+            headCame = true;
+            sent.finish();
+            Facts.UntilHead = Clock::now() - Start;
+            const bool redirect = head.status == 307 || head.status == 308;
+            if (redirect && !repeatable && TheSettings.redirectLimit() > 0 && head.fields.contains("Location")) {
+                fail(failure::kContentNotRewound, {TheSettings.StreamFile},
+                     "the content cannot be read a second time for the redirected request; send it from a file "
+                     "instead");
+            }
+            if (TheSettings.Include) {
+                sink.write(terminal ? printableLines(headOf(head)) : headOf(head));
+            }
+            return [&](std::span<const std::byte> piece) {
+                sink.take(piece);
+                return true;
+            };
+        };
+        netrove::Response response = TheClient.stream(std::move(request), onHead);
+        received.finish();
         return response;
     }
 
     void toDescriptor(int descriptor, const std::string& name, bool guardTerminal) {
         const bool terminal = isatty(descriptor) == 1;
-        BodySink sink(descriptor, name, terminal && guardTerminal, TheSession.Deadline);
-        Exchange exchange(TheSession, TheSettings, TheConsole);
-        const Response response = send(exchange);
-        writeHead(sink, response, terminal);
-        ProgressMeter meter("received", TheSettings.Progress.value_or(false), TheConsole.errIsTerminal());
-        meter.expect(exchange.announcedLength(response));
-        const std::uint64_t delivered = exchange.receive(sink, meter);
-        meter.finish();
-        exchange.finish();
+        BodySink sink(descriptor, name, terminal && guardTerminal, Deadline);
+        const netrove::Response response = exchange(sink, false, terminal);
         if (TheSettings.Json) {
-            printFacts(response, delivered);
+            printFacts(response);
         }
     }
 
@@ -79,19 +117,14 @@ private:
         if (memory.Number < 0) {
             failSystem(failure::kFileNotWritten, "memory for the content", errno);
         }
-        BodySink sink(memory.Number, "memory for the content", false, TheSession.Deadline);
+        BodySink sink(memory.Number, "memory for the content", false, Deadline);
         sink.limit(kLargestJsonContent,
                    cliMessage(failure::kContentTooLarge, {std::int64_t{kLargestJsonContent}},
                               "the content is larger than " + std::to_string(kLargestJsonContent >> 20) +
                                   " MiB, the most that --json puts into its object; use --output FILE"));
-        Exchange exchange(TheSession, TheSettings, TheConsole);
-        const Response response = send(exchange);
-        ProgressMeter meter("received", TheSettings.Progress.value_or(false), TheConsole.errIsTerminal());
-        const std::uint64_t delivered = exchange.receive(sink, meter);
-        meter.finish();
-        exchange.finish();
-        Facts.Content = contentOf(memory.Number, delivered);
-        printFacts(response, delivered);
+        const netrove::Response response = exchange(sink, false, false);
+        Facts.Content = contentOf(memory.Number, response.received);
+        printFacts(response);
     }
 
     static std::string contentOf(int descriptor, std::uint64_t length) {
@@ -108,8 +141,8 @@ private:
         return content;
     }
 
-    void printFacts(const Response& response, std::uint64_t delivered) {
-        Facts.Bytes = delivered;
+    void printFacts(const netrove::Response& response) {
+        Facts.Bytes = response.received;
         Facts.File = TheSettings.OutputFile;
         Facts.UntilEnd = Clock::now() - Start;
         TheConsole.print(responseJson(response, Facts) + "\n");
@@ -126,43 +159,25 @@ private:
 
     void toFile(const std::string& target, bool replace) {
         OutputFile file(target, replace); // first, so that a bad target costs no request
-        Exchange exchange(TheSession, TheSettings, TheConsole);
-        const Response response = send(exchange);
-        ProgressMeter meter("received", TheSettings.Progress.value_or(TheConsole.errIsTerminal()),
-                            TheConsole.errIsTerminal());
-        meter.expect(exchange.announcedLength(response));
         // By descriptor and never by name: anyone who may write in the folder could put a link there.
-        BodySink sink(file.descriptor(), target, false, TheSession.Deadline);
-        writeHead(sink, response, false);
-        const std::uint64_t delivered = exchange.receive(sink, meter);
-        meter.finish();
-        exchange.finish();
+        BodySink sink(file.descriptor(), target, false, Deadline);
+        const netrove::Response response = exchange(sink, true, false);
         file.keep();
         if (TheSettings.Json) {
-            return printFacts(response, delivered);
+            return printFacts(response);
         }
-        if (response.Status >= kFirstErrorStatus) {
-            TheConsole.note("the server answered " + std::to_string(response.Status) + " " + response.Reason + "; " +
+        if (response.status >= kFirstErrorStatus) {
+            TheConsole.note("the server answered " + std::to_string(response.status) + " " + response.reason + "; " +
                             target + " holds that response");
         } else if (TheConsole.errIsTerminal() && TheSettings.Progress.value_or(true)) {
-            TheConsole.note("saved " + target + " (" + sizeText(delivered) + ")");
+            TheConsole.note("saved " + target + " (" + sizeText(response.received) + ")");
         }
     }
 
-    void writeHead(BodySink& sink, const Response& response, bool terminal) {
-        if (!TheSettings.Include) {
-            return;
-        }
-        const std::string head = response.head();
-        if (!sink.write(terminal ? printableLines(head) : head)) {
-            throw sink.failure() ? vantik::Failure(*sink.failure())
-                                 : vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
-        }
-    }
-
-    Session& TheSession;
+    netrove::Client& TheClient;
     const Settings& TheSettings;
     const Console& TheConsole;
+    std::optional<Clock::time_point> Deadline;
     const Clock::time_point Start = Clock::now();
     ResponseFacts Facts;
 };
@@ -179,8 +194,9 @@ std::string saveTarget(const Settings& settings) {
     return settings.Target + (settings.Target.ends_with('/') ? "" : "/") + fileNameFor(settings.Url);
 }
 
-int runTransfer(Session& session, const Settings& settings, const Console& console) {
-    Transfer(session, settings, console).run();
+int runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
+                std::optional<Clock::time_point> deadline) {
+    Transfer(client, settings, console, deadline).run();
     return kExitDone;
 }
 

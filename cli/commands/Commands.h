@@ -3,13 +3,19 @@
 
 #include "cli/exchange/Session.h"
 #include "cli/options/Settings.h"
+#include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
 
+#include <netrove/client.h>
+
+#include <optional>
 #include <string>
 
 namespace netrove::cli {
 
-int runTransfer(Session& session, const Settings& settings, const Console& console); // get, save, send
+// get, save, send; waits of our own end at the deadline
+int runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
+                std::optional<Clock::time_point> deadline);
 int runBatch(Session& session, const Settings& settings, const Console& console);
 int runProxy(Session& session, const Settings& settings, const Console& console);
 int runDescribe(Session& session, const Settings& settings, const Console& console);

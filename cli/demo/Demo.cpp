@@ -3,7 +3,8 @@
 #include "cli/demo/DemoServer.h"
 #include "cli/demo/DemoSteps.h"
 #include "cli/failures/CliFailure.h"
-#include "cli/text/SafeText.h"
+
+#include <netrove/text.h>
 
 #include <cerrno>
 #include <cstdint>

@@ -1,10 +1,10 @@
 #include "cli/demo/DemoSteps.h"
 
 #include "cli/terminal/Progress.h"
-#include "cli/text/SafeText.h"
 #include "vantik/HostClass.h"
 
 #include <Poco/Net/StreamSocket.h>
+#include <netrove/text.h>
 
 #include <algorithm>
 #include <fstream>

@@ -3,6 +3,7 @@
 
 #include "cli/demo/DemoServer.h"
 #include "cli/exchange/Session.h"
+#include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
 
 #include <filesystem>

@@ -1,15 +1,16 @@
-// Where a consumer puts response content: standard output or an open file.
+// Where response content goes: standard output or an open file.
 #pragma once
 
 #include "cli/system/Signals.h"
-#include "cli/text/SafeText.h"
-#include "vantik/HostClass.h"
+
+#include <netrove/text.h>
+#include <vantik/Failure.h>
 
 #include <cstdint>
-#include <functional>
-#include <limits>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace netrove::cli {
 
@@ -18,22 +19,18 @@ public:
     // `descriptor` is borrowed. With `guardTerminal`, content that a terminal would obey is refused.
     BodySink(int descriptor, std::string name, bool guardTerminal, std::optional<Clock::time_point> deadline);
 
-    // False, and the failure is kept, if not everything could be written.
-    bool write(std::string_view bytes);
+    // Writes all of it. Raises FileNotWritten; Interrupted where a signal came or the time allowed is over.
+    void write(std::string_view bytes);
+    // The same for content: raises BinaryToTerminal, and `excess` beyond the limit.
+    void take(std::span<const std::byte> piece);
 
-    // The consumer takes no more than `most` bytes; `excess` is the failure of content that is longer.
+    // Content may have no more than `most` bytes; `excess` is the failure of more.
     void limit(std::uint64_t most, vantik::Message excess);
 
-    // The callables refer to this object.
-    vantik::ContentConsumer consumer();
-    void onWrite(std::function<void(std::uint64_t taken)> handler) { WriteHandler = std::move(handler); }
-
-    std::uint64_t taken() const { return Taken; } // by the consumer
-    // What went wrong here, whatever the library made of it.
-    const std::optional<vantik::Message>& failure() const { return Failed; }
+    std::uint64_t taken() const { return Taken; } // of content
 
 private:
-    bool writePiece(std::string_view bytes);
+    void writePiece(std::string_view bytes);
 
     int Descriptor;
     std::string Name;
@@ -42,10 +39,8 @@ private:
     bool Regular;
     std::optional<Clock::time_point> Deadline;
     std::uint64_t Taken = 0;
-    std::uint64_t Most = std::numeric_limits<std::uint64_t>::max();
-    std::optional<vantik::Message> Excess;
-    std::function<void(std::uint64_t)> WriteHandler;
-    std::optional<vantik::Message> Failed;
+    std::optional<std::uint64_t> Most;
+    vantik::Message Excess;
 };
 
 } // namespace netrove::cli

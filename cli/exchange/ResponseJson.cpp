@@ -1,9 +1,7 @@
 #include "cli/exchange/ResponseJson.h"
 
-#include "cli/options/FieldText.h"
-#include "cli/text/SafeText.h"
-
 #include <Poco/Base64Encoder.h>
+#include <netrove/text.h>
 #include <nlohmann/json.hpp>
 
 #include <cmath>
@@ -29,17 +27,17 @@ double seconds(std::chrono::duration<double> time) {
 
 } // namespace
 
-std::string responseJson(const Response& response, const ResponseFacts& facts) {
+std::string responseJson(const netrove::Response& response, const ResponseFacts& facts) {
     nlohmann::ordered_json fields = nlohmann::ordered_json::array();
-    for (const Field& field : response.Fields) {
-        fields.push_back({{"name", field.Name}, {"value", isSecretField(field.Name) ? "***" : field.Value}});
+    for (const Field& field : response.fields) {
+        fields.push_back({{"name", field.name}, {"value", isSecretField(field.name) ? "***" : field.value}});
     }
-    nlohmann::ordered_json object = {{"url", response.Url},
-                                     {"method", response.Method},
-                                     {"redirects", response.Redirects},
-                                     {"httpVersion", response.Version},
-                                     {"status", response.Status},
-                                     {"reason", response.Reason},
+    nlohmann::ordered_json object = {{"url", response.url},
+                                     {"method", response.method},
+                                     {"redirects", response.redirects().size()},
+                                     {"httpVersion", response.version},
+                                     {"status", response.status},
+                                     {"reason", response.reason},
                                      {"fields", fields},
                                      {"bytes", facts.Bytes},
                                      {"secondsToHead", seconds(facts.UntilHead)},

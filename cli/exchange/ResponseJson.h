@@ -1,7 +1,7 @@
 // The result of a request as one JSON object, for programs.
 #pragma once
 
-#include "cli/exchange/Exchange.h"
+#include <netrove/response.h>
 
 #include <chrono>
 #include <cstdint>
@@ -20,6 +20,6 @@ struct ResponseFacts {
 
 // One line without its end: url, method, redirects, httpVersion, status, reason, fields (in order, as name and value,
 // that of a secret field masked), bytes, seconds, secondsToHead, and file, content or contentBase64.
-std::string responseJson(const Response& response, const ResponseFacts& facts);
+std::string responseJson(const netrove::Response& response, const ResponseFacts& facts);
 
 } // namespace netrove::cli

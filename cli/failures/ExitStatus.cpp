@@ -1,6 +1,7 @@
 #include "cli/failures/ExitStatus.h"
 
 #include "cli/failures/CliFailure.h"
+#include "cli/failures/ErrorMessages.h"
 
 #include <csignal>
 #include <cstdio>
@@ -141,9 +142,16 @@ Verdict judge(const vantik::Message& message, const Circumstances& circumstances
             kExitTimeout};
     }
     if (circumstances.Interrupted) {
-        return {message, circumstances.StoppedByProgram ? kExitStopped : kExitInterrupted};
+        return {message, kExitInterrupted};
     }
     return {message, exitStatus(message)};
+}
+
+Verdict judge(const netrove::Error& error, Circumstances circumstances) {
+    circumstances.Interrupted = error.kind() == netrove::ErrorKind::Interrupted;
+    circumstances.MaxTimeElapsed = error.identifier().ends_with(":AttemptTime");
+    circumstances.Interrupted |= circumstances.MaxTimeElapsed;
+    return judge(messageOf(error), circumstances);
 }
 
 } // namespace netrove::cli

@@ -3,6 +3,8 @@
 
 #include "vantik/Failure.h"
 
+#include <netrove/error.h>
+
 #include <span>
 #include <string_view>
 
@@ -42,10 +44,9 @@ int exitStatus(const vantik::Message& message);
 // What the program knows about an operation that failed, beyond the failure itself.
 struct Circumstances {
     int Signal = 0;              // the signal that this program's own handler saw; 0 for none
-    bool MaxTimeElapsed = false; // the time set by --max-time was over
-    double MaxTimeSeconds = 0;
-    bool Interrupted = false;      // the failure was an interrupt
-    bool StoppedByProgram = false; // …requested by a progress reporter or consumer of this program
+    double MaxTimeSeconds = 0;   // of --max-time
+    bool MaxTimeElapsed = false; // it was over
+    bool Interrupted = false;    // the failure was an interrupt
 };
 
 struct Verdict {
@@ -56,5 +57,6 @@ struct Verdict {
 // The failure as it is reported. An interrupt while a request goes out surfaces as a failed connection, so what the
 // program itself knows overrides the identifier: after a signal it is an interrupt, after --max-time a timeout.
 Verdict judge(const vantik::Message& message, const Circumstances& circumstances);
+Verdict judge(const netrove::Error& error, Circumstances circumstances);
 
 } // namespace netrove::cli

@@ -1,24 +1,15 @@
 #include "cli/options/FieldText.h"
 
 #include "cli/failures/CliFailure.h"
-#include "cli/text/SafeText.h"
-#include "vantik/Http.h"
+#include "vantik/Failure.h"
+
+#include <netrove/text.h>
 
 #include <algorithm>
 
 namespace netrove::cli {
 
 namespace {
-
-constexpr std::string_view kTokenMarks = "!#$%&'*+-.^_`|~";
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool isTokenByte(char c) {
-    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z') || kTokenMarks.find(c) != kTokenMarks.npos;
-}
 
 std::string_view trimBlanks(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");
@@ -29,25 +20,6 @@ std::string_view trimBlanks(std::string_view text) {
 }
 
 } // namespace
-
-bool equalsIgnoringCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lower(a) == lower(b); });
-}
-
-bool hasControlBytes(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-}
-
-bool isToken(std::string_view text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), isTokenByte);
-}
-
-bool isSecretField(std::string_view name) {
-    return std::any_of(std::begin(vantik::kSecretHttpFields), std::end(vantik::kSecretHttpFields),
-                       [&](std::string_view secret) { return equalsIgnoringCase(name, secret); });
-}
 
 Field parseField(std::string_view text) {
     const auto colon = text.find(':');
@@ -105,7 +77,7 @@ void checkMethod(std::string_view method) {
 }
 
 void checkUserName(std::string_view name) {
-    if (hasControlBytes(name)) {
+    if (hasControls(name)) {
         failUsage("the user name has control characters");
     }
     if (name.find(':') != name.npos) {
@@ -114,7 +86,7 @@ void checkUserName(std::string_view name) {
 }
 
 void checkPassword(std::string_view password) {
-    if (hasControlBytes(password)) {
+    if (hasControls(password)) {
         failUsage("the password has control characters");
     }
 }

@@ -5,11 +5,11 @@
 #include "cli/failures/Hints.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/Reference.h"
-#include "cli/options/RefusedUrl.h"
-#include "cli/text/SafeText.h"
-#include "cli/text/UrlText.h"
 
 #include <CLI/CLI.hpp>
+#include <netrove/refusedurl.h>
+#include <netrove/text.h>
+#include <netrove/url.h>
 
 #include <algorithm>
 #include <cstring>

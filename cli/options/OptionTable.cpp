@@ -4,7 +4,8 @@
 #include "cli/options/FieldText.h"
 #include "cli/options/ProxyChoice.h"
 #include "cli/system/BodySource.h"
-#include "cli/text/SafeText.h"
+
+#include <netrove/text.h>
 
 #include <algorithm>
 #include <array>
@@ -134,7 +135,7 @@ void takeUser(std::optional<std::string>& user, std::optional<std::string>& pass
 
 void takeProxy(Settings& settings, const std::string& text) {
     if (text != "auto" && text != "none") {
-        parseProxy(text); // refuses now what could not be used later
+        checkProxy(text); // refuses now what could not be used later
     }
     settings.Proxy = text.empty() ? "none" : text;
 }

@@ -3,7 +3,8 @@
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
-#include "cli/text/SafeText.h"
+
+#include <netrove/text.h>
 
 #include <algorithm>
 #include <vector>

@@ -2,7 +2,8 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
-#include "cli/text/UrlText.h"
+
+#include <netrove/url.h>
 
 namespace netrove::cli {
 
@@ -85,7 +86,7 @@ void completeSettings(Settings& settings) {
         checkBatch(settings.Batch);
     } else {
         refuse(settings.Url.empty(), "the URL is empty");
-        refuse(hasControlBytes(settings.Url), "the URL has control characters");
+        refuse(hasControls(settings.Url), "the URL has control characters");
         adoptUserInfo(settings);
     }
     if (settings.User) {

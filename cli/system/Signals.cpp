@@ -1,6 +1,6 @@
 #include "cli/system/Signals.h"
 
-#include "cli/system/TemporaryEntry.h"
+#include <netrove/temporaryentry.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,7 +16,8 @@ namespace netrove::cli {
 namespace {
 
 // Everything that the handler uses is lock-free or async-signal-safe.
-std::atomic<vantik::Host*> theHost = nullptr;
+std::atomic<void*> theTarget = nullptr;
+std::atomic<void (*)(void*) noexcept> theInterrupt = nullptr;
 std::atomic<int> theSignal = 0;
 // A pipe that the handler writes to, so that a poll cannot miss a signal that came before it.
 std::atomic<int> theWakeEnd = -1;
@@ -35,8 +36,8 @@ extern "C" void onSignal(int number) {
         removeTemporaryEntries();
         _exit(128 + number);
     }
-    if (vantik::Host* host = theHost.load()) {
-        host->interrupt();
+    if (void* target = theTarget.load()) {
+        theInterrupt.load()(target);
     }
     if (const int end = theWakeEnd.load(); end >= 0) {
         [[maybe_unused]] const auto written = write(end, "!", 1); // full: the reader wakes anyway
@@ -83,13 +84,14 @@ Waited waitFor(int descriptor, short events, std::optional<Clock::time_point> un
 
 } // namespace
 
-SignalScope::SignalScope(vantik::Host& host) {
+SignalScope::SignalScope(void* target, Interrupt interrupt) {
     theSignal = 0;
     if (int ends[2]; pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0) {
         theReadEnd = ReadEnd.Number = ends[0];
         theWakeEnd = WakeEnd.Number = ends[1];
     }
-    theHost = &host;
+    theInterrupt = interrupt;
+    theTarget = target;
     struct sigaction action = {};
     action.sa_handler = onSignal; // without SA_RESTART: a blocked read or write of this program must return
     sigemptyset(&action.sa_mask);
@@ -109,7 +111,7 @@ SignalScope::~SignalScope() {
     sigaction(SIGTERM, &previousTerm, nullptr);
     sigaction(SIGPIPE, &previousPipe, nullptr);
     sigaction(SIGXFSZ, &previousXfsz, nullptr);
-    theHost = nullptr;
+    theTarget = nullptr;
     theWakeEnd = -1; // before the members close the pipe
     theReadEnd = -1;
 }

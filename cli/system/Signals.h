@@ -1,9 +1,8 @@
-// Ctrl-C, termination and a terminal that goes away. The first signal asks the host to stop; a second one ends the
+// Ctrl-C, termination and a terminal that goes away. The first signal asks what runs to stop; a second one ends the
 // program at once and removes files with a temporary name.
 #pragma once
 
-#include "cli/system/Descriptor.h"
-#include "vantik/Host.h"
+#include <netrove/descriptor.h>
 
 #include <chrono>
 #include <optional>
@@ -13,12 +12,18 @@ namespace netrove::cli {
 // Installs the handlers for its lifetime. One at a time in a program.
 class SignalScope {
 public:
-    explicit SignalScope(vantik::Host& host);
+    // `target` has an `interrupt` that may be called in a signal handler.
+    template <class Target>
+    explicit SignalScope(Target& target)
+        : SignalScope(&target, [](void* object) noexcept { static_cast<Target*>(object)->interrupt(); }) {}
     ~SignalScope();
     SignalScope(const SignalScope&) = delete;
     SignalScope& operator=(const SignalScope&) = delete;
 
 private:
+    using Interrupt = void (*)(void* target) noexcept;
+    SignalScope(void* target, Interrupt interrupt);
+
     Descriptor ReadEnd{-1};
     Descriptor WakeEnd{-1};
 };

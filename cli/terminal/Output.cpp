@@ -1,10 +1,10 @@
 #include "cli/terminal/Output.h"
 
 #include "cli/failures/Hints.h"
-#include "cli/text/SafeText.h"
-#include "cli/text/UrlText.h"
 #include "vantik/Http.h"
 
+#include <netrove/text.h>
+#include <netrove/url.h>
 #include <nlohmann/json.hpp>
 
 #include <cerrno>

@@ -2,10 +2,11 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
-#include "cli/system/Descriptor.h"
 #include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
-#include "cli/text/SafeText.h"
+
+#include <netrove/descriptor.h>
+#include <netrove/text.h>
 
 #include <cerrno>
 #include <cstdlib>

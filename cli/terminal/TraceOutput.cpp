@@ -1,7 +1,8 @@
 #include "cli/terminal/TraceOutput.h"
 
 #include "cli/terminal/Output.h"
-#include "cli/text/SafeText.h"
+
+#include <netrove/text.h>
 
 #include <iostream>
 #include <string>

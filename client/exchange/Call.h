@@ -2,8 +2,8 @@
 #pragma once
 
 #include "client/exchange/RetryPolicy.h"
-#include "client/exchange/WakeEvent.h"
 
+#include <netrove/descriptor.h>
 #include <netrove/transport.h>
 
 #include <atomic>

@@ -1,7 +1,7 @@
 #include "client/exchange/FailureTranslation.h"
 
 #include "client/failures/ClientFailure.h"
-#include "client/text/RefusedUrl.h"
+#include <netrove/refusedurl.h>
 #include "vantik/Http.h"
 
 #include <netrove/text.h>
@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::string_view kCopyFailure = "VANTIK:webservices:CopyContentToDataStreamError";
 constexpr std::string_view kRefused = "VANTIK:webservices:ConnectionRefused";
+constexpr std::string_view kTimeout = "VANTIK:webservices:Timeout";
 constexpr std::string_view kCutOff = "VANTIK:webservices:PartialFileWarning";
 
 struct KindRow {
@@ -34,7 +35,7 @@ constexpr KindRow kKinds[] = {
     {"VANTIK:webservices:SSLConnectionSystemFailure", ErrorKind::Tls},
     {"VANTIK:webservices:SSLConnectionFailure", ErrorKind::Tls},
     {"VANTIK:webservices:CertificateFailedVerification", ErrorKind::Tls},
-    {"VANTIK:webservices:Timeout", ErrorKind::Timeout},
+    {kTimeout, ErrorKind::Timeout},
     {"VANTIK:webservices:StatusError", ErrorKind::Status},
     {kCutOff, ErrorKind::Content},
     {"VANTIK:webservices:DecodingError", ErrorKind::Content},
@@ -82,7 +83,7 @@ std::string argumentText(const vantik::Message& message, std::size_t index) {
 // libcurl's own words about the failure.
 std::string causeIn(const vantik::Message& message) {
     const std::string identifier = message.identifier();
-    if (identifier == kCutOff) {
+    if (identifier == kCutOff || identifier == kTimeout) {
         return argumentText(message, 2);
     }
     return argumentText(message, identifier == kCopyFailure ? 0 : 1);
@@ -116,7 +117,7 @@ std::string connectText(const std::string& cause, const std::string& party, cons
         return party + " does not speak HTTP on this port";
     }
     if (says(cause, "Couldn't connect") || says(cause, "Failed to connect")) {
-        return "no connection to " + party + ": it does not run, or it refuses; " + cause;
+        return "no connection to " + party + ": nothing listens there, or a firewall refuses";
     }
     return party + ": " + cause;
 }

@@ -3,7 +3,7 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/text/Ascii.h"
-#include "client/text/RefusedUrl.h"
+#include <netrove/refusedurl.h>
 
 #include <netrove/text.h>
 #include <netrove/url.h>

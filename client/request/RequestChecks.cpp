@@ -2,7 +2,7 @@
 
 #include "client/failures/ClientFailure.h"
 #include "client/text/Ascii.h"
-#include "client/text/RefusedUrl.h"
+#include <netrove/refusedurl.h>
 #include "vantik/Failure.h"
 #include "vantik/Http.h"
 
@@ -20,12 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::string_view kTokenMarks = "!#$%&'*+-.^_`|~";
 constexpr std::size_t kSha256Digits = 64;
-
-bool isLetterOrDigit(char c) {
-    return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'z');
-}
 
 bool isHexDigit(char c) {
     return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'f');
@@ -208,22 +203,6 @@ void completeUrl(Request& own, const std::string& base) {
 }
 
 } // namespace
-
-bool hasControls(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
-}
-
-bool isToken(std::string_view text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-        return isLetterOrDigit(c) || kTokenMarks.find(c) != kTokenMarks.npos;
-    });
-}
-
-bool isSecretField(std::string_view name) {
-    return std::any_of(std::begin(vantik::kSecretHttpFields), std::end(vantik::kSecretHttpFields),
-                       [&](std::string_view secret) { return equalsIgnoringCase(name, secret); });
-}
 
 void checkRequest(const Request& request, Use use) {
     refuse(hasControls(request.url), "the URL has control characters");

@@ -18,10 +18,6 @@ void checkRequest(const Request& request, Use use);
 // absolute, user name and password have moved from it to the login, the method is set.
 Request completed(Request own, const Request& defaults);
 
-bool hasControls(std::string_view text);   // below 0x20, and 0x7F
-bool isToken(std::string_view text);       // RFC 9110, section 5.6.2
-bool isSecretField(std::string_view name); // its value is a credential
-
 // A reference as in Location or as a program gives it, against an absolute URL (RFC 3986, section 5); a missing
 // fragment is inherited (RFC 9110, section 10.2.2). Empty where it cannot be read.
 std::string resolvedUrl(std::string_view base, std::string_view reference);

@@ -1,4 +1,4 @@
-#include "client/text/RefusedUrl.h"
+#include <netrove/refusedurl.h>
 
 #include "client/text/Ascii.h"
 

@@ -1,6 +1,9 @@
+#include "client/text/Ascii.h"
+
 #include <netrove/text.h>
 #include <unicode/uchar.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace netrove {
@@ -130,6 +133,16 @@ bool ControlFinder::findsIn(std::string_view piece) {
         Least = value == 0xC2 || value == 0xE0 ? 0xA0 : value == 0xF0 ? 0x90 : 0x80;
     }
     return false;
+}
+
+bool hasControls(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; });
+}
+
+bool equalsIgnoringCase(std::string_view left, std::string_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return lowered(a) == lowered(b); });
 }
 
 bool isUtf8(std::string_view text) {

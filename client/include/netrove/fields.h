@@ -51,4 +51,9 @@ private:
     std::vector<Field> List;
 };
 
+/// A token of RFC 9110, section 5.6.2: names of fields, methods, schemes.
+NETROVE_API bool isToken(std::string_view text);
+/// True for fields whose values are credentials: Authorization, Proxy-Authorization, Cookie, Set-Cookie.
+NETROVE_API bool isSecretField(std::string_view name);
+
 } // namespace netrove

@@ -1,6 +1,7 @@
 // A file that appears under its name only when it is complete.
 #pragma once
 
+#include <netrove/api.h>
 #include <netrove/descriptor.h>
 #include <netrove/temporaryentry.h>
 
@@ -10,7 +11,7 @@
 
 namespace netrove {
 
-class OutputFile {
+class NETROVE_API OutputFile {
 public:
     // Makes a file in the folder of `target`, without a name if the file system can, else under an unpredictable one.
     // Raises FileExists if the target exists and is not to be replaced, FileNotWritten if no file can be made or the
@@ -51,11 +52,11 @@ private:
 };
 
 // True for a name that OutputFile gives to an incomplete file.
-bool isTemporaryName(const std::string& path);
+NETROVE_API bool isTemporaryName(const std::string& path);
 
 // True for a device, a pipe or a socket: content is written into such a target and never replaces it.
-bool isSpecialFile(const std::string& path);
-bool isFolder(const std::string& path);
-bool fileExists(const std::string& path); // a dangling link counts
+NETROVE_API bool isSpecialFile(const std::string& path);
+NETROVE_API bool isFolder(const std::string& path);
+NETROVE_API bool fileExists(const std::string& path); // a dangling link counts
 
 } // namespace netrove

@@ -1,13 +1,15 @@
 // A name in a folder that is removed however the program ends.
 #pragma once
 
+#include <netrove/api.h>
+
 #include <functional>
 #include <string>
 #include <utility>
 
 namespace netrove {
 
-class TemporaryEntry {
+class NETROVE_API TemporaryEntry {
 public:
     // Makes nothing yet. `folder` is the descriptor of the folder; borrowed.
     TemporaryEntry(int folder, std::string name) : Folder(folder), Name(std::move(name)) {}
@@ -24,7 +26,7 @@ public:
     int take(const std::function<int()>& call);
 
 private:
-    friend void removeTemporaryEntries() noexcept;
+    friend NETROVE_API void removeTemporaryEntries() noexcept;
 
     int Folder;
     std::string Name;
@@ -33,6 +35,6 @@ private:
 
 // Removes all entries, and blocks every thread that would make another one: for a signal handler that ends the program
 // next. Waits for calls that are under way on other threads.
-void removeTemporaryEntries() noexcept;
+NETROVE_API void removeTemporaryEntries() noexcept;
 
 } // namespace netrove

@@ -1,6 +1,8 @@
 // What the command line itself must know about a URL: the origin, the user name in it, and a name for the file.
 #pragma once
 
+#include <netrove/api.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,11 +18,11 @@ struct UrlParts {
 };
 
 // Never fails: missing parts stay empty.
-UrlParts splitUrl(std::string_view url);
-bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
+NETROVE_API UrlParts splitUrl(std::string_view url);
+NETROVE_API bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
 
 // "user:password" in a URL, as written; a view into `url`. Empty if there is none.
-std::string_view userInfoIn(std::string_view url);
+NETROVE_API std::string_view userInfoIn(std::string_view url);
 
 struct UserInfo {
     bool Present = false;
@@ -29,17 +31,17 @@ struct UserInfo {
 };
 
 // Removes "user:password@" from a URL and returns it.
-UserInfo takeUserInfo(std::string& url);
+NETROVE_API UserInfo takeUserInfo(std::string& url);
 
 // The text with the user name and password of every URL in it replaced by "***".
-std::string maskUserInfo(std::string_view text);
+NETROVE_API std::string maskUserInfo(std::string_view text);
 
 // Invalid escapes stay as they are: people write passwords and names of files into URLs as they are. The libraries at
 // hand refuse such text as a whole.
-std::string percentDecode(std::string_view text);
+NETROVE_API std::string percentDecode(std::string_view text);
 
 // A file name for a URL: the last segment of its path, decoded, without anything that a file name should not hold.
 // "download" if nothing is left.
-std::string fileNameFor(std::string_view url);
+NETROVE_API std::string fileNameFor(std::string_view url);
 
 } // namespace netrove

@@ -1,7 +1,7 @@
 #include "cli/batch/BatchManifest.h"
 
 #include "cli/failures/CliFailure.h"
-#include "cli/text/SafeText.h"
+#include <netrove/text.h>
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,4 @@
 // Redirects: what the next request is, and whole runs that follow them or not.
-#include "cli/exchange/Redirects.h"
 
 #include "tests/cli/ProgramFixture.h"
 

@@ -19,7 +19,7 @@ using Fields = std::vector<Field>;
 std::string refusal(const std::function<void()>& operation) {
     const vantik::Message message = testsupport::failureOf(operation);
     EXPECT_EQ(message.identifier(), "NETROVE:cli:Usage");
-    EXPECT_FALSE(hasControlBytes(message.Text));
+    EXPECT_FALSE(hasControls(message.Text));
     EXPECT_THAT(message.Text, Not(HasSubstr("hush")));
     return message.Text;
 }

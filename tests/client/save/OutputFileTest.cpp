@@ -1,6 +1,6 @@
-#include "cli/system/OutputFile.h"
+#include <netrove/outputfile.h>
 
-#include "tests/cli/system/DiskCalls.h"
+#include "tests/client/save/DiskCalls.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
 
@@ -14,7 +14,7 @@
 namespace {
 
 namespace fs = std::filesystem;
-using netrove::cli::OutputFile;
+using netrove::OutputFile;
 using testsupport::failureOf;
 using testsupport::readFile;
 using testsupport::writeFile;
@@ -66,22 +66,22 @@ TEST_F(OutputFileTest, RefusesWhatIsNotARegularFile) {
     }
     EXPECT_EQ(refusalOf(Folder.path(), true), "NETROVE:cli:FileNotWritten");
     EXPECT_EQ(entries(), 1u);
-    EXPECT_TRUE(netrove::cli::isSpecialFile("/dev/null"));
-    EXPECT_FALSE(netrove::cli::isSpecialFile(Folder.path()) || netrove::cli::isSpecialFile(path("missing")));
-    EXPECT_TRUE(netrove::cli::isFolder(Folder.path()));
-    EXPECT_FALSE(netrove::cli::isFolder(path("missing")));
+    EXPECT_TRUE(netrove::isSpecialFile("/dev/null"));
+    EXPECT_FALSE(netrove::isSpecialFile(Folder.path()) || netrove::isSpecialFile(path("missing")));
+    EXPECT_TRUE(netrove::isFolder(Folder.path()));
+    EXPECT_FALSE(netrove::isFolder(path("missing")));
 }
 
 TEST_F(OutputFileTest, TemporaryNamesDifferAndAreKnown) {
     const OutputFile one(path("x"), false);
     const OutputFile two(path("x"), false);
     EXPECT_NE(one.temporaryName(), two.temporaryName());
-    EXPECT_TRUE(netrove::cli::isTemporaryName(one.temporaryName()));
-    EXPECT_TRUE(netrove::cli::isTemporaryName(OutputFile(path(std::string(255, 'n')), false).temporaryName()));
+    EXPECT_TRUE(netrove::isTemporaryName(one.temporaryName()));
+    EXPECT_TRUE(netrove::isTemporaryName(OutputFile(path(std::string(255, 'n')), false).temporaryName()));
     for (const char* other :
          {"", ".part", "x.part", ".x.abc.part", ".x.abcdefghijklmno9.part", "x.abcdefghijklmnop.part",
           ".x.abcdefghijklmnop.par", ".abcdefghijklmnop.part/x", ".xabcdefghijklmnop.part"}) {
-        EXPECT_FALSE(netrove::cli::isTemporaryName(other)) << other;
+        EXPECT_FALSE(netrove::isTemporaryName(other)) << other;
     }
 }
 

@@ -1,4 +1,4 @@
-#include "cli/text/SafeText.h"
+#include <netrove/text.h>
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 namespace {
 
 using namespace std::string_literals;
-using namespace netrove::cli;
+using namespace netrove;
 
 TEST(SafeText, ControlCharactersAreShownAndNotObeyed) {
     EXPECT_EQ(printable("a\x1b[31mred\x07"), "a\\x1B[31mred\\x07");

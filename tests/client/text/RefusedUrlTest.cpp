@@ -1,4 +1,4 @@
-#include "cli/options/RefusedUrl.h"
+#include <netrove/refusedurl.h>
 
 #include "tests/support/host/HostFixture.h"
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-using namespace netrove::cli;
+using namespace netrove;
 using Arguments = std::vector<vantik::MessageArgument>;
 
 vantik::Message refusal(std::string key, Arguments arguments, std::string text) {

@@ -2,7 +2,8 @@
 // password begin in it, so everything before its last '@' is taken for them.
 #pragma once
 
-#include "vantik/Failure.h"
+#include <netrove/api.h>
+#include <vantik/Failure.h>
 
 #include <string>
 #include <string_view>
@@ -10,9 +11,9 @@
 namespace netrove {
 
 // The URL with everything between its scheme and its last '@' replaced by "***".
-std::string maskRefusedUrl(std::string_view url);
+NETROVE_API std::string maskRefusedUrl(std::string_view url);
 
 // The message with that URL masked wherever it occurs, and the user name too if it was taken for a scheme.
-vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view url);
+NETROVE_API vantik::Message withRefusedUrlMasked(vantik::Message message, std::string_view url);
 
 } // namespace netrove

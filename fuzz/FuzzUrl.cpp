@@ -1,14 +1,14 @@
-// What the command line reads from a URL: credentials are taken out or masked and nothing else changes, and a file name
+// What is read from a URL as people write it: credentials are taken out or masked and nothing else changes, and a file name
 // never leads out of its folder or deceives a reader.
-#include "cli/options/FieldText.h"
-#include "cli/options/RefusedUrl.h"
-#include "cli/text/SafeText.h"
-#include "cli/text/UrlText.h"
 #include "fuzz/FuzzInput.h"
+
+#include <netrove/refusedurl.h>
+#include <netrove/text.h>
+#include <netrove/url.h>
 
 #include <string>
 
-using namespace netrove::cli;
+using namespace netrove;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string url(textOf(data, size));
@@ -34,6 +34,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string name = fileNameFor(url);
     require(!name.empty() && name.size() <= 200, "a file name has from 1 to 200 bytes");
     require(name.front() != '.' && name.find_first_of("/\\") == name.npos, "a file name is one, and not hidden");
-    require(!hasControlBytes(name) && isUtf8(name), "a file name is text");
+    require(!hasControls(name) && isUtf8(name), "a file name is text");
     return 0;
 }

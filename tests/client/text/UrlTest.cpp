@@ -1,4 +1,4 @@
-#include "cli/text/UrlText.h"
+#include <netrove/url.h>
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 namespace {
 
 using namespace std::string_literals;
-using namespace netrove::cli;
+using namespace netrove;
 
 TEST(UrlText, APartIsFoundWhereverItIs) {
     const std::string whole = "HTTP://user:pa@ss@Example.ORG:8080/a/b?c=/d#e/f";

@@ -1,4 +1,4 @@
-#include "tests/cli/system/DiskCalls.h"
+#include "tests/client/save/DiskCalls.h"
 
 #include <cerrno>
 #include <cstdarg>

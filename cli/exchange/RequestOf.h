@@ -1,0 +1,25 @@
+// What a person asked for on the command line, as a request of the client.
+#pragma once
+
+#include "cli/options/Settings.h"
+#include "cli/system/Signals.h"
+
+#include <netrove/client.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace netrove::cli {
+
+// The request, with its content opened. Raises FileNotRead. Waits for the content end at the deadline.
+netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_point> deadline);
+
+// The class as the settings want it driven.
+netrove::NetworkSettings networkSettings(const Settings& settings);
+
+// Where warnings go that are not failures: the console must outlive what it is given to.
+class Console;
+std::function<void(const std::string& identifier, const std::string& text)> warningsTo(const Console& console);
+
+} // namespace netrove::cli
