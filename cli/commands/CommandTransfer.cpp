@@ -85,9 +85,9 @@ private:
             Facts.UntilHead = Clock::now() - Start;
             const bool redirect = head.status == 307 || head.status == 308;
             if (redirect && !repeatable && TheSettings.redirectLimit() > 0 && head.fields.contains("Location")) {
-                fail(failure::kContentNotRewound, {TheSettings.StreamFile},
-                     "the content cannot be read a second time for the redirected request; send it from a file "
-                     "instead");
+                const std::string name = TheSettings.StreamFile == "-" ? "standard input" : TheSettings.StreamFile;
+                fail(failure::kContentNotRewound, {name},
+                     name + " cannot be read a second time for the redirected request; send it from a file instead");
             }
             if (TheSettings.Include) {
                 sink.write(terminal ? printableLines(headOf(head)) : headOf(head));

@@ -1,9 +1,9 @@
 #include "client/exchange/FailureTranslation.h"
 
 #include "client/failures/ClientFailure.h"
-#include <netrove/refusedurl.h>
 #include "vantik/Http.h"
 
+#include <netrove/refusedurl.h>
 #include <netrove/text.h>
 #include <netrove/url.h>
 
@@ -18,6 +18,8 @@ constexpr std::string_view kCopyFailure = "VANTIK:webservices:CopyContentToDataS
 constexpr std::string_view kRefused = "VANTIK:webservices:ConnectionRefused";
 constexpr std::string_view kTimeout = "VANTIK:webservices:Timeout";
 constexpr std::string_view kCutOff = "VANTIK:webservices:PartialFileWarning";
+
+constexpr std::string_view kTunnelRefused = "CONNECT tunnel failed, response ";
 
 struct KindRow {
     std::string_view Identifier;
@@ -130,7 +132,7 @@ std::string proxyText(const vantik::Message& message, ErrorKind kind, const std:
     }
     const std::string party = "the proxy " + known.Proxy;
     const bool secureTarget = splitUrl(known.Url).Scheme == "https";
-    if (says(cause, "CONNECT tunnel failed, response ")) {
+    if (says(cause, kTunnelRefused)) {
         const std::string status = cause.substr(cause.rfind(' ') + 1);
         return party + (status == "407" ? " asks for a login" : " did not connect to the server") + ": it answered " +
                status;
@@ -205,6 +207,10 @@ Error incomplete(const vantik::Message& message, const Circumstances& known) {
 }
 
 } // namespace
+
+bool isTunnelRefused(const vantik::Message& message) {
+    return says(causeIn(message), kTunnelRefused);
+}
 
 Error translated(const vantik::Message& original, const Circumstances& known) {
     const std::string identifier = original.identifier();

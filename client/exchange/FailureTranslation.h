@@ -22,6 +22,9 @@ struct Circumstances {
     bool Interrupted = false;   // by the program
 };
 
+// True for the failure of a proxy that does not make a tunnel.
+bool isTunnelRefused(const vantik::Message& message);
+
 Error translated(const vantik::Message& message, const Circumstances& circumstances);
 
 // For a status of 400 and above. One of 407 is the proxy's.

@@ -112,12 +112,15 @@ public:
     NetworkTransport(NetworkSettings settings, std::function<void(const std::string&, const std::string&)> onWarning)
         : Settings(settings) {
         Host.load("netrove");
-        Host.treatAsFailure(vantik::kIncompleteContent);
-        if (onWarning) {
-            Host.onWarning([onWarning = std::move(onWarning)](const vantik::Message& message) {
+        Host.onWarning([this, onWarning = std::move(onWarning)](const vantik::Message& message) {
+            if (message.identifier() == vantik::kIncompleteContent) {
+                CutOff = message; // a failure, once what has come is delivered
+            } else if (onWarning) {
                 onWarning(message.identifier(), message.Text);
-            });
-        }
+            } else {
+                std::cerr << "warning: " << message.Text << '\n';
+            }
+        });
     }
 
     void exchange(const Request& request, bool first, const HeadHandler& onHead) override {
@@ -127,6 +130,7 @@ public:
         }
         Known = {};
         Escaped = nullptr;
+        CutOff.reset();
         try {
             perform(request, onHead);
         } catch (const vantik::Failure& failure) {
@@ -181,7 +185,14 @@ private:
                     close();
                     continue;
                 }
-                deliver(onHead(head));
+                const Taker taker = onHead(head);
+                // The older interface fails for the content of a redirect.
+                if (!Settings.simple || head.redirectUrl.empty()) {
+                    deliver(taker);
+                }
+                if (CutOff && !Stopped) {
+                    throw vantik::Failure(*CutOff);
+                }
             } catch (const Error&) {
                 // Once: a kept connection that the server had closed may ask for it, or a login.
                 if (!upload || !upload->mustBeginAgain() || again || !request.body.repeatable()) {
@@ -358,6 +369,10 @@ private:
         Known.Sent = true;
         Known.Status = head.status;
         head.fields = fieldsOf(Connection.call("getResponseFields"));
+        // A Location that was cut off may lead anywhere; and without a tunnel the head is the proxy's.
+        if (CutOff && (head.fields.contains("Location") || isTunnelRefused(*CutOff))) {
+            throw vantik::Failure(*CutOff);
+        }
         if (head.fields.contains("Location")) {
             head.redirectUrl = textOf(Connection.get("RedirectURL"));
         }
@@ -370,13 +385,15 @@ private:
     }
 
     void deliver(const Taker& taker) {
+        Stopped = false;
         if (!taker) {
             return;
         }
         vantik::ContentConsumer consumer;
         consumer.write = [&](std::span<const std::byte> piece) -> vantik::Taken {
             Known.Received += piece.size();
-            return kept(Escaped, [&] { return taker(piece); }) ? static_cast<double>(piece.size()) : 0.0;
+            Stopped = !kept(Escaped, [&] { return taker(piece); });
+            return Stopped ? 0.0 : static_cast<double>(piece.size());
         };
         Connection.set("Consumer", makeConsumer(Host, consumer));
         Connection.call("copyContentToByteArray", {vantik::Array(false)});
@@ -431,7 +448,9 @@ private:
     vantik::Object Connection; // in the host; destroyed before it
     std::optional<Clock::time_point> End;
     Circumstances Known;
-    std::exception_ptr Escaped; // what a callable of the program has raised
+    std::optional<vantik::Message> CutOff; // the warning that the response is incomplete
+    bool Stopped = false;                  // by the taker, before the end
+    std::exception_ptr Escaped;            // what a callable of the program has raised
 };
 
 } // namespace

@@ -3,8 +3,8 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/text/Ascii.h"
-#include <netrove/refusedurl.h>
 
+#include <netrove/refusedurl.h>
 #include <netrove/text.h>
 #include <netrove/url.h>
 

@@ -2,12 +2,12 @@
 
 #include "client/failures/ClientFailure.h"
 #include "client/text/Ascii.h"
-#include <netrove/refusedurl.h>
 #include "vantik/Failure.h"
 #include "vantik/Http.h"
 
 #include <boost/url/parse.hpp>
 #include <boost/url/url.hpp>
+#include <netrove/refusedurl.h>
 #include <netrove/text.h>
 #include <netrove/url.h>
 
@@ -91,11 +91,9 @@ void inherit(Login& own, const Login& other) {
 
 void inherit(Proxy& own, const Proxy& other) {
     if (own.url.empty() && !own.automatic) {
-        const Login login = own.login;
-        own = other;
-        if (login.user) {
-            own.login = login;
-        }
+        own.url = other.url;
+        own.automatic = other.automatic;
+        inherit(own.login, other.login);
     }
 }
 
@@ -184,15 +182,12 @@ std::string asciiOf(std::string_view url) {
 }
 
 void completeUrl(Request& own, const std::string& base) {
-    if (!isAbsolute(own.url)) {
-        if (base.empty()) {
-            throw Error(ErrorKind::Url, "NETROVE:client:Usage", {maskRefusedUrl(own.url)},
-                        own.url.empty() ? "the URL is empty"
-                                        : "'" + printable(maskRefusedUrl(own.url)) +
-                                              "' has no scheme; write http:// or https:// in front of it");
-        }
+    if (own.url.empty()) {
+        throw Error(ErrorKind::Url, "NETROVE:client:Usage", {}, "the URL is empty");
+    }
+    if (!base.empty() && !isAbsolute(own.url)) {
         const std::string url = resolvedUrl(base, own.url);
-        refuse(url.empty(), "'" + printable(own.url) + "' is not a valid URL");
+        refuse(url.empty(), "'" + printable(maskRefusedUrl(own.url)) + "' is not a valid URL");
         own.url = url;
     }
     const UserInfo info = takeUserInfo(own.url);

@@ -1,10 +1,10 @@
 #include "cli/batch/BatchManifest.h"
 
 #include "cli/failures/CliFailure.h"
-#include <netrove/text.h>
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
+#include <netrove/text.h>
 
 #include <filesystem>
 #include <functional>

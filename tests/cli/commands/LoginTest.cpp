@@ -47,12 +47,18 @@ TEST_F(Login, UsesTheCredentialsOfTheUrl) {
     EXPECT_EQ(fieldValue(server.waitUntilDone().Heads.at(0), "Authorization"), kBasic);
 }
 
-TEST_F(Login, NeverSendsAStreamedBodyWrongAfterAChallenge) {
+TEST_F(Login, SendsAStreamedBodyAgainAfterAChallengeWhereItCanBeReadAgain) {
     writeFile(file("body"), "streamed");
-    const Exchanged failed =
-        runAgainst(takingBody(8, challenge()), {"send", "-u", "me:secret", "-T", file("body"), "URL"});
-    EXPECT_THAT(failed, ended(26, _, StartsWith("netrove: NETROVE:cli:ContentNotRewound: ")));
-    EXPECT_EQ(failed.Seen.Heads.size(), 1u);
+    const Words words = {"send", "-u", "me:secret", "-T"};
+    const ScriptedServer server({closingAfterBody(8, challenge("Connection: close\r\n")), takingBody(8)});
+    EXPECT_EQ(run(words + Words{file("body"), server.url()}).Out, "done");
+    EXPECT_EQ(server.record(0).Bodies, server.record(1).Bodies);
+    EXPECT_EQ(fieldValue(server.record(1).Heads.at(0), "Authorization"), kBasic);
+    // Standard input cannot, so nothing is sent.
+    const ScriptedServer unasked(takingBody(8));
+    EXPECT_THAT(run(words + Words{"-", unasked.url()}, {.Input = "streamed"}),
+                ended(26, "", StartsWith("netrove: NETROVE:cli:ContentNotRewound: ")));
+    EXPECT_EQ(unasked.connectionCount(), 0u);
     // Basic alone needs no challenge.
     const Exchanged sent =
         runAgainst(takingBody(8), {"send", "-u", "me:secret", "--auth", "basic", "-T", file("body"), "URL"});

@@ -82,7 +82,7 @@ TEST(Judge, ASignalIsAnInterruptWhateverTheIdentifier) {
 }
 
 TEST(Judge, AnElapsedTotalTimeIsATimeoutWhereAnInterruptCouldHaveCausedTheFailure) {
-    Circumstances late = {.MaxTimeElapsed = true, .MaxTimeSeconds = 1.5};
+    Circumstances late = {.MaxTimeSeconds = 1.5, .MaxTimeElapsed = true};
     const Verdict verdict = judge(ofTransfer("ConnectionFailed"), late);
     EXPECT_EQ(verdict.Status, 28);
     EXPECT_EQ(verdict.Message.identifier(), "NETROVE:cli:MaxTime");
@@ -94,9 +94,17 @@ TEST(Judge, AnElapsedTotalTimeIsATimeoutWhereAnInterruptCouldHaveCausedTheFailur
     EXPECT_EQ(judge(kStopped, late).Status, 28);
 }
 
-TEST(Judge, AStopByTheReporterIsNotAnInterruptByTheUser) {
-    EXPECT_EQ(judge(kStopped, {.Interrupted = true, .StoppedByProgram = true}).Status, 42);
-    EXPECT_EQ(judge(kStopped, {.Interrupted = true}).Status, 130);
+TEST(Judge, AFailureOfTheClientIsReportedUnderTheProgramsOwnCatalogue) {
+    const netrove::Error late(netrove::ErrorKind::Timeout, "NETROVE:client:AttemptTime", {}, "late");
+    EXPECT_EQ(judge(late, {.MaxTimeSeconds = 2}).Message.Text, "not complete after 2 s, the limit of --max-time");
+    const netrove::Error stopped(netrove::ErrorKind::Interrupted, "NETROVE:client:Interrupted", {}, "interrupted");
+    EXPECT_EQ(judge(stopped, {}).Status, 130);
+    const netrove::Error there(netrove::ErrorKind::File, "NETROVE:client:FileExists", {"f"}, "f exists");
+    const Verdict verdict = judge(there, {});
+    EXPECT_EQ(verdict.Status, 23);
+    EXPECT_EQ(verdict.Message.identifier(), "NETROVE:cli:FileExists");
+    EXPECT_EQ(verdict.Message.Arguments, (std::vector<vantik::MessageArgument>{"f"}));
+    EXPECT_EQ(verdict.Message.Text, "f exists; use --force to replace it");
 }
 
 TEST(Judge, ReportsAnOrdinaryFailureAsItIs) {

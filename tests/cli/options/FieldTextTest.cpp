@@ -10,10 +10,11 @@
 namespace {
 
 using namespace std::string_literals;
+using namespace netrove;
 using namespace netrove::cli;
 using testing::HasSubstr;
 using testing::Not;
-using Fields = std::vector<Field>;
+using FieldList = std::vector<Field>;
 
 // The text of the usage failure that an operation raises; it shows neither a control character nor the secret "hush".
 std::string refusal(const std::function<void()>& operation) {
@@ -67,9 +68,9 @@ TEST(FieldText, RefusesWhatIsNotAField) {
 }
 
 TEST(FieldText, LinesOfAFileAreFields) {
-    EXPECT_EQ(parseFieldLines("A: 1\r\n\n \t\nB:two\nA: 3", "file"), (Fields{{"A", "1"}, {"B", "two"}, {"A", "3"}}));
-    EXPECT_EQ(parseFieldLines("", "file"), Fields{});
-    EXPECT_EQ(parseFieldLines("\n", "file"), Fields{});
+    EXPECT_EQ(parseFieldLines("A: 1\r\n\n \t\nB:two\nA: 3", "file"), (FieldList{{"A", "1"}, {"B", "two"}, {"A", "3"}}));
+    EXPECT_EQ(parseFieldLines("", "file"), FieldList{});
+    EXPECT_EQ(parseFieldLines("\n", "file"), FieldList{});
     EXPECT_EQ(refusal([] { parseFieldLines("A: 1\n\nBearer hush\n", "to\nken"); }),
               "to ken:3: a header field is written 'Name: value'; this one has no colon");
     refusal([] { parseFieldLines("A: 1\0B: 2"s, "file"); });

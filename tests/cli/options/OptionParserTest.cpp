@@ -68,7 +68,7 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
                "--proxy-password qw --proxy-auth basic -x p:3128 --connect-timeout 100 --response-timeout 200.5 "
                "--data-timeout 0 -m 1.5 --ca-file ca.pem --no-verify-name --progress -vv --json-errors --color never");
     EXPECT_EQ(s.Method, "PATCH");
-    EXPECT_EQ(s.Fields, (std::vector<Field>{{"A", "1"}, {"B", "2"}}));
+    EXPECT_EQ(s.Fields, (std::vector<netrove::Field>{{"A", "1"}, {"B", "2"}}));
     EXPECT_EQ(s.RemovedFields, Words{"C"});
     EXPECT_EQ(s.StreamFile, "data");
     EXPECT_EQ(s.BufferSize, 4096u);
@@ -113,7 +113,7 @@ TEST(OptionParser, JoinsBodiesAndReadsFiles) {
     EXPECT_EQ(parsed("send URL -d ''").BodyText, "");
     EXPECT_EQ(parsed("send URL -T -").effectiveMethod(), "PUT");
     EXPECT_EQ(parsed("get -H A:1 -H @" + folder.file("fields") + " -H B:2 URL").Fields,
-              (std::vector<Field>{{"A", "1"}, {"Authorization", "Bearer hush"}, {"X-Key", "k"}, {"B", "2"}}));
+              (std::vector<netrove::Field>{{"A", "1"}, {"Authorization", "Bearer hush"}, {"X-Key", "k"}, {"B", "2"}}));
     EXPECT_THROW(parsed("get -H @" + folder.file("none") + " URL"), vantik::Failure);
 }
 
@@ -230,7 +230,7 @@ TEST(OptionParser, WipesSecretsFromTheArguments) {
     }
     const ParseResult result = parseCommandLine(static_cast<int>(argv.size()), argv.data());
     EXPECT_EQ(result.Settings.Password, "second");
-    EXPECT_EQ(result.Settings.Fields.back(), (Field{"Authorization", "Bearer tok"}));
+    EXPECT_EQ(result.Settings.Fields.back(), (netrove::Field{"Authorization", "Bearer tok"}));
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
     EXPECT_EQ(words, lineWith("netrove send -u me:xxxxx --password=xxxxxx --proxy-user you --proxy-password xxxxx "
                               "-x xxx@p:1 http://xxxxxxxx@h/p@th -HCookie:xxx --field=proxy-authorization:x "

@@ -3,32 +3,32 @@
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
 
+#include <netrove/error.h>
+
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
-using netrove::cli::BodySource;
+using netrove::cli::streamedContent;
 using testsupport::failureOf;
 using testsupport::writeFile;
 
-std::string readAll(const vantik::ContentProvider& provider, std::uint64_t wanted = 100) {
+std::string readAll(const netrove::Body& body, std::size_t wanted = 100) {
+    const auto reader = body.open();
+    std::vector<std::byte> room(wanted);
     std::string content;
-    for (;;) {
-        const vantik::Array piece = provider.read(wanted);
-        if (piece.empty()) {
-            return content;
-        }
-        EXPECT_LE(piece.size(), wanted);
-        content += piece.byteText();
+    while (const std::size_t count = reader->read(room)) {
+        content.append(reinterpret_cast<const char*>(room.data()), count);
     }
+    return content;
 }
 
 class BodySourceTest : public testing::Test {
 protected:
-    vantik::Host Host; // array values belong to a host
     const testsupport::TemporaryFolder Folder;
 
     std::string file(const std::string& content) const {
@@ -38,61 +38,42 @@ protected:
 };
 
 TEST_F(BodySourceTest, ReadsAFileInPiecesAndAgainForEachRequest) {
-    BodySource source(file("0123456789"), std::nullopt);
-    EXPECT_EQ(source.length(), 10u);
-    std::uint64_t given = 0;
-    source.onRead([&](std::uint64_t count) { given = count; });
-    const auto provider = source.provider();
-    for (int request = 0; request < 2; ++request) {
-        source.beginRequest();
-        provider.rewind();
-        EXPECT_EQ(readAll(provider, 3), "0123456789");
-        EXPECT_EQ(given, 10u);
-    }
-    EXPECT_EQ(source.failure(), std::nullopt);
-}
-
-TEST_F(BodySourceTest, RefusesARewindWithinARequest) {
-    BodySource source(file("content"), std::nullopt);
-    const auto provider = source.provider();
-    provider.rewind();
-    provider.read(3);
-    EXPECT_EQ(failureOf(provider.rewind).identifier(), "NETROVE:cli:ContentNotRewound");
-    ASSERT_TRUE(source.failure());
-    EXPECT_EQ(source.failure()->identifier(), "NETROVE:cli:ContentNotRewound");
+    const netrove::Body body = streamedContent(file("0123456789"), true, std::nullopt);
+    EXPECT_EQ(body.length(), 10u);
+    EXPECT_TRUE(body.repeatable());
+    EXPECT_EQ(readAll(body, 3), "0123456789");
+    EXPECT_EQ(readAll(body, 100), "0123456789");
+    EXPECT_EQ(streamedContent(file("0123456789"), false, std::nullopt).length(), std::nullopt);
 }
 
 TEST_F(BodySourceTest, KeepsAPromisedLengthWhateverBecomesOfTheFile) {
     const std::string name = file("0123456789");
-    BodySource longer(name, std::nullopt);
-    longer.promiseLength();
-    BodySource shorter(name, std::nullopt);
-    shorter.promiseLength();
+    const netrove::Body body = streamedContent(name, true, std::nullopt);
     writeFile(name, "0123456789 and more");
-    EXPECT_EQ(readAll(longer.provider()), "0123456789");
+    EXPECT_EQ(readAll(body), "0123456789");
     std::filesystem::resize_file(name, 4);
-    EXPECT_EQ(failureOf([&] { readAll(shorter.provider()); }).identifier(), "NETROVE:cli:ContentChanged");
+    EXPECT_EQ(failureOf([&] { readAll(body); }).identifier(), "NETROVE:cli:ContentChanged");
 }
 
 TEST_F(BodySourceTest, APipeHasNoLengthIsReadOnceAndGivenUpWhenTheTimeIsOver) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const std::string name = "/dev/fd/" + std::to_string(ends[0]);
-    BodySource silent(name, netrove::cli::Clock::now());
-    const auto provider = silent.provider();
-    EXPECT_THROW(provider.read(10), vantik::Interrupted);
+    EXPECT_THROW(readAll(streamedContent(name, true, netrove::cli::Clock::now())), vantik::Interrupted);
     ASSERT_EQ(write(ends[1], "piped", 5), 5);
     close(ends[1]);
-    BodySource source(name, std::nullopt);
-    EXPECT_EQ(source.length(), std::nullopt);
-    EXPECT_EQ(readAll(source.provider()), "piped");
-    EXPECT_EQ(failureOf([&] { source.beginRequest(); }).identifier(), "NETROVE:cli:ContentNotRewound");
+    const netrove::Body body = streamedContent(name, true, std::nullopt);
+    EXPECT_EQ(body.length(), std::nullopt);
+    EXPECT_FALSE(body.repeatable());
+    EXPECT_EQ(readAll(body), "piped");
+    EXPECT_THROW(body.open(), netrove::Error);
     close(ends[0]);
 }
 
 TEST_F(BodySourceTest, RefusesWhatCannotBeRead) {
     for (const std::string& name : {Folder.file("missing"), Folder.path()}) {
-        EXPECT_EQ(failureOf([&] { BodySource source(name, std::nullopt); }).identifier(), "NETROVE:cli:FileNotRead");
+        EXPECT_EQ(failureOf([&] { streamedContent(name, true, std::nullopt); }).identifier(),
+                  "NETROVE:cli:FileNotRead");
     }
 }
 

@@ -193,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
                  {},
                  {},
                  ErrorKind::Url,
-                 "has no scheme"},
+                 "has the scheme \"***\""},
         FaultRow{"OtherScheme", [](ScriptedServer&) { return "ftp://example.org/"; }, {}, {}, ErrorKind::Url, "ftp"},
         FaultRow{"DeadProxy",
                  atServer,

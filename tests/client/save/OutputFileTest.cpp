@@ -1,8 +1,9 @@
-#include <netrove/outputfile.h>
-
 #include "tests/client/save/DiskCalls.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
+
+#include <netrove/error.h>
+#include <netrove/outputfile.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -15,9 +16,19 @@ namespace {
 
 namespace fs = std::filesystem;
 using netrove::OutputFile;
-using testsupport::failureOf;
 using testsupport::readFile;
 using testsupport::writeFile;
+
+template <class Call>
+netrove::Error failureOf(Call call) {
+    try {
+        call();
+    } catch (const netrove::Error& error) {
+        return error;
+    }
+    ADD_FAILURE() << "no error";
+    return {netrove::ErrorKind::Other, "none", {}, "none"};
+}
 
 unsigned permissions(const std::string& path) {
     struct stat facts {};
@@ -52,8 +63,8 @@ protected:
 TEST_F(OutputFileTest, ReplacesNoFileUnlessAsked) {
     writeFile(path("old"), "old");
     fs::create_symlink("nowhere", path("dangling"));
-    EXPECT_EQ(refusalOf(path("old"), false), "NETROVE:cli:FileExists");
-    EXPECT_EQ(refusalOf(path("dangling"), false), "NETROVE:cli:FileExists");
+    EXPECT_EQ(refusalOf(path("old"), false), "NETROVE:client:FileExists");
+    EXPECT_EQ(refusalOf(path("dangling"), false), "NETROVE:client:FileExists");
     EXPECT_EQ(readFile(path("old")), "old");
 }
 
@@ -61,10 +72,10 @@ TEST_F(OutputFileTest, RefusesWhatIsNotARegularFile) {
     ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
     for (const bool replace : {false, true}) {
         for (const std::string& target : {path("pipe"), std::string("/dev/null"), path("no/such"), std::string()}) {
-            EXPECT_EQ(refusalOf(target, replace), "NETROVE:cli:FileNotWritten") << target;
+            EXPECT_EQ(refusalOf(target, replace), "NETROVE:client:FileNotWritten") << target;
         }
     }
-    EXPECT_EQ(refusalOf(Folder.path(), true), "NETROVE:cli:FileNotWritten");
+    EXPECT_EQ(refusalOf(Folder.path(), true), "NETROVE:client:FileNotWritten");
     EXPECT_EQ(entries(), 1u);
     EXPECT_TRUE(netrove::isSpecialFile("/dev/null"));
     EXPECT_FALSE(netrove::isSpecialFile(Folder.path()) || netrove::isSpecialFile(path("missing")));
@@ -123,7 +134,7 @@ TEST_P(OutputFileOnDisk, ReplacesNoFileThatCameMeanwhile) {
     OutputFile file(path("page"), false);
     put(file, "mine");
     writeFile(path("page"), "theirs");
-    EXPECT_EQ(failureOf([&] { file.keep(); }).identifier(), "NETROVE:cli:FileExists");
+    EXPECT_EQ(failureOf([&] { file.keep(); }).identifier(), "NETROVE:client:FileExists");
     EXPECT_EQ(readFile(path("page")), "theirs");
 }
 
@@ -142,9 +153,9 @@ TEST_P(OutputFileOnDisk, IsNotWrittenThroughALinkInThePlaceOfTheTemporaryFile) {
             file.keep();
             EXPECT_EQ(readFile(path("page")), "mine");
         } else {
-            const vantik::Message failure = failureOf([&] { file.keep(); });
-            EXPECT_EQ(failure.identifier(), "NETROVE:cli:FileNotWritten");
-            EXPECT_EQ(failure.Text.ends_with("/page: somebody replaced its temporary file"), !nameless());
+            const netrove::Error failure = failureOf([&] { file.keep(); });
+            EXPECT_EQ(failure.identifier(), "NETROVE:client:FileNotWritten");
+            EXPECT_EQ(std::string_view(failure.what()).ends_with("/page: somebody replaced its temporary file"), !nameless());
         }
         EXPECT_TRUE(!replace || readFile(path("page")) == "old");
         fs::remove(file.temporaryName());

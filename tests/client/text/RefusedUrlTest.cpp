@@ -1,8 +1,8 @@
+#include <gtest/gtest.h>
 #include <netrove/refusedurl.h>
 
-#include "tests/support/host/HostFixture.h"
-
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -60,19 +60,6 @@ TEST(RefusedUrl, AMessageShowsItMaskedInTextAndArguments) {
         EXPECT_EQ(message.Text, row.Text);
         EXPECT_EQ(message.Arguments, row.Shown) << row.Text;
     }
-}
-
-TEST(RefusedUrl, OnlyFailuresOfTheUrlAreChanged) {
-    for (const auto& [key, text] :
-         {std::pair("MalformedURL", "about http:/***@h/"), std::pair("UnknownHost", "about http:/alice:wonder@h/")}) {
-        std::string url = "http:/alice:wonder@h/";
-        const auto operation = [&] {
-            url = "another URL, which is longer"; // it may change meanwhile
-            throw vantik::Failure(refusal(key, {}, "about http:/alice:wonder@h/"));
-        };
-        EXPECT_EQ(testsupport::failureOf([&] { maskingRefused(url, operation); }).Text, text);
-    }
-    EXPECT_EQ(maskingRefused("", [] { return 7; }), 7);
 }
 
 } // namespace

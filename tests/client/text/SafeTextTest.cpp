@@ -1,6 +1,5 @@
-#include <netrove/text.h>
-
 #include <gtest/gtest.h>
+#include <netrove/text.h>
 
 #include <algorithm>
 #include <string>

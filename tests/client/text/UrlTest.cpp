@@ -1,6 +1,5 @@
-#include <netrove/url.h>
-
 #include <gtest/gtest.h>
+#include <netrove/url.h>
 
 #include <string>
 #include <vector>
