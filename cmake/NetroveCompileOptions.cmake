@@ -9,6 +9,9 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # Where it optimizes, GCC 12 sees overlapping copies in concatenations of strings that cannot overlap (its bug 105651).
   target_compile_options(netrove_options INTERFACE "$<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>")
+  if(NETROVE_PRECOMPILE) # it shows warnings of the standard library's headers then, which are as unfounded
+    target_compile_options(netrove_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+  endif()
 endif()
 if(NETROVE_SANITIZE)
   target_compile_options(netrove_options INTERFACE -fsanitize=${NETROVE_SANITIZE} -fno-omit-frame-pointer)
@@ -20,3 +23,11 @@ endif()
 if(NETROVE_FUZZ)
   target_compile_options(netrove_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+# netrove_precompile(<library>): what most sources include is compiled once. Each source still includes what it uses,
+# which builds without this notice.
+function(netrove_precompile library)
+  if(NETROVE_PRECOMPILE)
+    target_precompile_headers(${library} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/Precompiled.h)
+  endif()
+endfunction()

@@ -43,6 +43,7 @@ set(NETROVE_SOURCES
 set(NETROVE_LIBRARIES netrove_host CURL::libcurl Boost::thread Boost::chrono Boost::date_time Poco::Net)
 add_library(netrove_static STATIC ${NETROVE_SOURCES})
 target_link_libraries(netrove_static PUBLIC ${NETROVE_LIBRARIES})
+netrove_precompile(netrove_static)
 
 # The module exports its three entry points and nothing else: the version script also hides what templates of the host's
 # headers leave behind.

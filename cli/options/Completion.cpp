@@ -81,7 +81,7 @@ std::vector<std::string> helpWords() {
 }
 
 // Text in single quotes for a shell, which must be closed and opened again around a quote.
-std::string quoted(std::string_view text) {
+std::string shellQuoted(std::string_view text) {
     std::string result = "'";
     for (const char c : text) {
         if (c == '\'') {
@@ -128,9 +128,9 @@ std::string zshOptions(unsigned commands) {
         }
         const std::string description = "[" + zshText(row.Help) + "]" + zshValue(row);
         if (row.ShortName != 0) {
-            text += "        " + quoted("*-" + std::string(1, row.ShortName) + description) + "\n";
+            text += "        " + shellQuoted("*-" + std::string(1, row.ShortName) + description) + "\n";
         }
-        text += "        " + quoted("*--" + std::string(row.LongName) + description) + "\n";
+        text += "        " + shellQuoted("*--" + std::string(row.LongName) + description) + "\n";
     }
     return text + "        '(- *)'{-h,--help}'[print help]'\n";
 }
@@ -146,9 +146,9 @@ std::string fishOption(const OptionRow& row) {
         text += values.Files ? " -r -F" : " -x";
     }
     if (!values.Words.empty()) {
-        text += " -a " + quoted(joined(values.Words));
+        text += " -a " + shellQuoted(joined(values.Words));
     }
-    return text + " -d " + quoted(row.Help) + "\n";
+    return text + " -d " + shellQuoted(row.Help) + "\n";
 }
 
 } // namespace
@@ -189,20 +189,21 @@ std::string bashCompletion() {
             text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
         } else if (values.List) {
             text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
-                    quoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
+                    shellQuoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
         } else if (!values.Words.empty()) {
-            text += "        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(values.Words)) + " -- \"$word\")\n";
+            text +=
+                "        mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(joined(values.Words)) + " -- \"$word\")\n";
         }
         text += "        return\n        ;;\n";
     }
     text += "    esac\n    case $command in\n";
     for (const CommandRow& command : commandTable()) {
         text += "    " + std::string(command.Name) + ")\n        [[ $word == -* ]] &&\n" +
-                "            mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(optionWords(command.Set))) +
+                "            mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(joined(optionWords(command.Set))) +
                 " -- \"$word\")\n";
         if (command.Topic) {
             text += "        [[ $word == -* ]] ||\n            mapfile -t COMPREPLY < <(compgen -W " +
-                    quoted(joined(helpWords())) + " -- \"$word\")\n";
+                    shellQuoted(joined(helpWords())) + " -- \"$word\")\n";
         }
         text += "        ;;\n";
     }
@@ -210,7 +211,7 @@ std::string bashCompletion() {
     for (const std::string& word : optionWords(kProgram)) {
         first.push_back(word);
     }
-    text += "    *)\n        mapfile -t COMPREPLY < <(compgen -W " + quoted(joined(first)) +
+    text += "    *)\n        mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(joined(first)) +
             " -- \"$word\")\n        ;;\n    esac\n}\ncomplete -o default -F _netrove netrove\n";
     return text;
 }
@@ -221,7 +222,7 @@ std::string zshCompletion() {
             "        '1:command:->command' \\\n        '*::arguments:->arguments'\n"
             "    case $state in\n    command)\n        local -a commands=(\n";
     for (const CommandRow& command : commandTable()) {
-        text += "            " + quoted(std::string(command.Name) + ":" + std::string(command.Summary)) + "\n";
+        text += "            " + shellQuoted(std::string(command.Name) + ":" + std::string(command.Summary)) + "\n";
     }
     text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
     for (const CommandRow& command : commandTable()) {
@@ -244,7 +245,7 @@ std::string fishCompletion() {
     }
     for (const CommandRow& command : commandTable()) {
         text += "complete -c netrove -f -n '" + before + "' -a " + std::string(command.Name) + " -d " +
-                quoted(command.Summary) + "\n";
+                shellQuoted(command.Summary) + "\n";
     }
     for (const OptionRow& row : optionTable()) {
         std::vector<std::string> takers;
@@ -260,7 +261,7 @@ std::string fishCompletion() {
     for (const CommandRow& command : commandTable()) {
         if (command.Topic) {
             text += "complete -c netrove -f -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
-                    quoted(joined(helpWords())) + "\n";
+                    shellQuoted(joined(helpWords())) + "\n";
         }
     }
     return text;
