@@ -10,8 +10,10 @@
 
 namespace vantik::detail {
 
-// The candidate with the fewest edits (a character inserted, deleted or replaced; letter case counts half) from `name`,
-// at most a third of the length of its last part. Empty where none is close.
+// The candidate with the fewest edits from `name`: a character inserted, deleted or replaced is one, another case of a
+// letter half, a word of a name such as "copyContentToFile" too many or too few two. At most a third of the length of
+// the last part of `name`, and at most three; words that the candidate has in addition do not count for that. Empty
+// where none is close.
 std::string nearestName(std::string_view name, std::span<const std::string> candidates);
 
 // The arguments of a failure, then the hint, or "none". The texts of these failures show no hint for "none".
