@@ -140,6 +140,20 @@ Array::Array(std::int32_t value) : Handle(kept(detail::makeInt32(value))) {}
 
 Array::Array(std::uint64_t value) : Handle(kept(detail::makeUInt64(value))) {}
 
+Array Array::wideInteger(std::int64_t value) {
+    if (std::in_range<std::int32_t>(value)) {
+        return {static_cast<std::int32_t>(value)};
+    }
+    if (value >= 0) {
+        return {static_cast<std::uint64_t>(value)};
+    }
+    const auto number = static_cast<double>(value); // from -2^63 on, so it converts back
+    if (static_cast<std::int64_t>(number) != value) {
+        fail("NumberNotHeld", {value});
+    }
+    return {number};
+}
+
 Array::Array(const Array& other) : Handle(sharedCopy(other.Handle)) {}
 
 Array::Array(Array&& other) noexcept : Handle(std::exchange(other.Handle, nullptr)) {}

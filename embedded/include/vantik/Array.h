@@ -1,18 +1,28 @@
 // Array values: what goes into and comes out of properties and methods.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 struct vxArray_tag;
 
 namespace vantik {
+
+template <class T>
+concept CharacterType = std::same_as<T, char> || std::same_as<T, wchar_t> || std::same_as<T, char8_t> ||
+                        std::same_as<T, char16_t> || std::same_as<T, char32_t>;
+// An integer that has no array class of its own.
+template <class T>
+concept OtherIntegerType = std::integral<T> && !CharacterType<T> && !std::same_as<T, bool> &&
+                           !std::same_as<T, std::int32_t> && !std::same_as<T, std::uint64_t>;
 
 // A value with class, dimensions and contents. It owns its handle; copies share contents until one of them is written.
 // Nothing here needs a Host, and different Arrays may be used on different threads at once, copies of one another too;
@@ -39,6 +49,12 @@ public:
     Array(double value);        // double
     Array(std::int32_t value);  // int32
     Array(std::uint64_t value); // uint64
+    // Any other integer: int32 where its type fits there, uint64 where it is unsigned. The rest are wider and signed:
+    // int32, else uint64, else double, whichever holds the value. Raises VANTIK:vx:NumberNotHeld where none does.
+    template <OtherIntegerType Integer>
+    Array(Integer value) : Array(held(value)) {}
+    template <CharacterType Character>
+    Array(Character) = delete; // neither a text nor a number
 
     Array(const Array& other);
     Array(Array&& other) noexcept;
@@ -94,6 +110,18 @@ public:
     static Array adopt(vxArray_tag* handle) noexcept;
 
 private:
+    template <class Integer>
+    static Array held(Integer value) {
+        if constexpr (sizeof(Integer) < sizeof(std::int32_t)) {
+            return {static_cast<std::int32_t>(value)};
+        } else if constexpr (std::is_unsigned_v<Integer>) {
+            return {static_cast<std::uint64_t>(value)};
+        } else {
+            return wideInteger(value);
+        }
+    }
+    static Array wideInteger(std::int64_t value);
+
     vxArray_tag* Handle;
 };
 

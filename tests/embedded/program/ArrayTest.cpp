@@ -52,6 +52,43 @@ TEST_F(ArrayValues, NumbersHaveTheirClassesAndShapes) {
     EXPECT_FALSE(Array(0.0).truth());
 }
 
+TEST_F(ArrayValues, IntegersOfAnyTypeAreTaken) {
+    struct Row {
+        Array Value;
+        const char* Class;
+        double Number;
+    };
+    constexpr long long kWide = 1LL << 40;
+    for (const Row& row : {Row{Array(std::int8_t{-1}), "int32", -1},
+                           {Array(std::uint8_t{200}), "int32", 200},
+                           {Array(short{-300}), "int32", -300},
+                           {Array(std::uint16_t{65535}), "int32", 65535},
+                           {Array(7), "int32", 7},
+                           {Array(7U), "uint64", 7},
+                           {Array(7L), "int32", 7},
+                           {Array(7LL), "int32", 7},
+                           {Array(7UL), "uint64", 7},
+                           {Array(7ULL), "uint64", 7},
+                           {Array(std::size_t{7}), "uint64", 7},
+                           {Array(long{INT32_MIN}), "int32", INT32_MIN},
+                           {Array(long{INT32_MAX}), "int32", INT32_MAX},
+                           {Array(long{INT32_MAX} + 1), "uint64", 2147483648.0},
+                           {Array(kWide), "uint64", double(kWide)},
+                           {Array(long{INT32_MIN} - 1), "double", -2147483649.0},
+                           {Array(-kWide), "double", -double(kWide)},
+                           {Array(INT64_MIN), "double", -9223372036854775808.0}}) {
+        EXPECT_EQ(row.Value.className(), row.Class) << row.Number;
+        EXPECT_EQ(row.Value.number(), row.Number);
+    }
+    EXPECT_EQ(Array(INT64_MAX).unsignedInteger(), 9223372036854775807u);
+    EXPECT_EQ(failureOf([] { Array{-9007199254740993LL}; }), "VANTIK:vx:NumberNotHeld(-9007199254740993)");
+    static_assert(!std::is_constructible_v<Array, char>);
+    static_assert(!std::is_constructible_v<Array, char16_t>);
+    static_assert(!std::is_constructible_v<Array, wchar_t>);
+    static_assert(!std::is_constructible_v<Array, const void*>);
+    EXPECT_EQ(Array(true).className(), "logical");
+}
+
 TEST_F(ArrayValues, TextSurvivesBothWays) {
     const std::string utf8 = "a\u00E9\U0001F600";
     for (const Array& value :
