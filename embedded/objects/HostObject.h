@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace vantik::detail {
@@ -27,6 +28,13 @@ public:
     const std::shared_ptr<Scope>& scope() const noexcept { return Owner; }
 
     void* getInstanceData(vcos::InternedName classKey) override;
+
+    // What a program has called so far: see program/CallOrder.h.
+    struct CallState {
+        bool HasUrl = false;
+        bool Open = false;
+        std::vector<std::string_view> SetEarly; // members that the next open clears
+    } Calls;
 
 private:
     HostObject(std::shared_ptr<Scope> scope, std::shared_ptr<const ClassDefinition> definition);

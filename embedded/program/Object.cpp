@@ -5,6 +5,7 @@
 #include "embedded/messages/HostFailure.h"
 #include "embedded/objects/ObjectCalls.h"
 #include "embedded/program/Boundary.h"
+#include "embedded/program/CallOrder.h"
 #include "embedded/program/ProgramValues.h"
 #include "embedded/scope/Scope.h"
 
@@ -47,7 +48,10 @@ std::vector<ArrayOwner> callMethod(HostObject& object, const Array& self, const 
                                    std::span<const Array> inputs, int resultsWanted) {
     std::vector<vxArray_tag*> arguments = borrowedHandles(*object.scope(), inputs);
     arguments.insert(arguments.begin(), borrowed(self));
-    return runMethod(object, method, resultsWanted, arguments);
+    warnOfOrder(object, method.Name);
+    std::vector<ArrayOwner> results = runMethod(object, method, resultsWanted, arguments);
+    noteOrder(object, method.Name, Array());
+    return results;
 }
 
 } // namespace
@@ -126,6 +130,7 @@ void Object::set(std::string_view property, const Array& value) const {
     detail::onObject(Value, [&](detail::HostObject& object) {
         detail::checkValue(*object.scope(), value);
         detail::setProperty(object, property, detail::borrowed(value));
+        detail::noteOrder(object, property, value);
     });
 }
 

@@ -57,7 +57,8 @@ public:
     InterruptState Interrupt;
     WarningSink Warnings;
     ImpersonationState Impersonation;
-    bool RegistersPerScope = true; // what omGetVcosUsingUSM answers
+    bool RegistersPerScope = true;    // what omGetVcosUsingUSM answers
+    bool ConnectionWasOpened = false; // by the program: see program/CallOrder.h
     SingletonTable Singletons;
     ModuleTable Modules; // told to terminate before anything goes
 };

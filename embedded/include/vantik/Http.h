@@ -30,6 +30,12 @@ inline constexpr std::string_view kProxyLookup = "ws_base::getProxyInfoBuiltin";
 // The warning of content that ended before its announced length (RFC 9112, section 8), for `Host::treatAsFailure`.
 inline constexpr std::string_view kIncompleteContent = "VANTIK:webservices:PartialFileWarning";
 
+// Warnings of this API, for `Host::treatAsFailure` too: of copyContentToByteArray or copyContentToFile while no
+// connection is open, which then receive nothing (as a failure, they are not even called), and of a method or fields
+// that were set before the open, which has cleared them.
+inline constexpr std::string_view kCopyWithoutOpen = "VANTIK:host:CopyWithoutOpen";
+inline constexpr std::string_view kClearedByOpen = "VANTIK:host:ClearedByOpen";
+
 // One header field. Both texts are ASCII on the wire.
 struct HttpField {
     std::string Name;
