@@ -113,7 +113,7 @@ TEST(StreamJsonLines, StopsAtTheLineThatItLooksFor) {
     for (const ExampleExchange& found : {endless, onePiece}) {
         EXPECT_EQ(found.Status, 0);
         EXPECT_EQ(found.Out, kFound);
-        EXPECT_EQ(found.Err, "") << "stopping early is no failure";
+        EXPECT_EQ(found.Err, "") << "stopping early is not a failure";
         EXPECT_TRUE(found.Seen.PeerEnded);
     }
 }

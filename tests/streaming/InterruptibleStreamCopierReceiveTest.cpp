@@ -112,7 +112,7 @@ TEST_F(ReceivePump, ProgressIsReportedAfterEachDrainBeforeTheBufferIsEmptied) {
     EXPECT_THAT(pumpJournal(), testing::StartsWith("poll, update 5, "));
 }
 
-// Trace. Its line is closed by bytes, by a failure and by the end; a wait that fails is no pass.
+// Trace. Its line is closed by bytes, by a failure and by the end; a wait that fails does not count as a pass.
 TEST_F(ReceivePump, TraceCountsThePassesOnTheNetwork) {
     EXPECT_EQ(traceOf(1, [&] { receiveBy({leaves(1), leaves(1), leaves(0)}); }), "PERFORM IN READER 3 times\n");
 
@@ -221,7 +221,7 @@ TEST_F(ConsumingPump, TakingLessThanOfferedEndsTheCopy) {
 }
 
 // The interruption of a thread is not a std::exception.
-TEST_F(ConsumingPump, IsNotClosedAfterAThreadInterruptionButIsTold) {
+TEST_F(ConsumingPump, IsInformedOfAThreadInterruptionButNotClosed) {
     Curl.OnPause = [] { throw boost::thread_interrupted(); };
     willWait({0, 0});
     willPerform({leaves(1)});

@@ -23,7 +23,7 @@ protected:
         Curl.clear();
         Copier->sendRequest();
     }
-    // What goes up where the provider gives this array, which is not copied, and then nothing.
+    // What is sent when the provider returns this array, which is not copied, and then nothing.
     std::string uploadOf(const vantik::Array& content, std::size_t performs) {
         using matrix::detail::noninlined::vx_array_api::vxGetData;
         const auto provider = provide("");

@@ -245,11 +245,11 @@ TEST_P(CopierState, ReadWithoutRoom) {
 TEST_P(CopierState, SeekToTheSecondByte) {
     EXPECT_EQ(Curl.callSeek(1), Now.Seek);
     EXPECT_EQ(Provider->Starts, Now.HasProvider && !Now.Failed ? 1 : 0);
-    // A provider that the pump still asks gives all of it again: its last array leaves the offer.
-    const bool givesAgain = Now.PumpWantsData && !Now.Failed;
-    EXPECT_EQ(Copier->SendPosition, givesAgain ? 0 : Now.Failed ? Now.Position : 1);
+    // A provider that the pump still asks starts over: what is left of its last array is dropped.
+    const bool startsOver = Now.PumpWantsData && !Now.Failed;
+    EXPECT_EQ(Copier->SendPosition, startsOver ? 0 : Now.Failed ? Now.Position : 1);
     EXPECT_EQ(Copier->TotalSent, Now.Failed ? kTotalBefore : kTotalBefore + 1 - Now.Position);
-    EXPECT_EQ(Copier->SendLength, givesAgain ? 0 : std::string_view(Now.Offer).size());
+    EXPECT_EQ(Copier->SendLength, startsOver ? 0 : std::string_view(Now.Offer).size());
     EXPECT_EQ(Copier->PumpWantsData, Now.PumpWantsData);
     EXPECT_EQ(Copier->ReadPaused, Now.Paused);
 }

@@ -261,7 +261,7 @@ const ReceiveRow kReceiveRows[] = {
     {"HostInterrupts", [](auto& t) { t.host().interrupt(); }, kStopText, {"start", "interrupt", "close"}, "abc"},
     {"HostInterruptsAConsumerWithoutTheMethod", [](auto& t) { t.consumeWithout("interruptInternal"); t.host().interrupt(); }, kStopText, kClosed, "abc"},
     {"HostInterruptsWithoutAConsumer", [](auto& t) { t.consumeNothing(); t.host().interrupt(); }, kStopText, {}, "abc"},
-    {"ReporterStops", [](auto& t) { t.answerUpdates(false); }, kStopText, kPutAndClosed}, // which is no interrupt to the consumer
+    {"ReporterStops", [](auto& t) { t.answerUpdates(false); }, kStopText, kPutAndClosed}, // the consumer does not see that as an interrupt
     {"ReporterLacksItsMethod", [](auto& t) { t.reportWithoutUpdate(); }, kNoUpdate, kPutAndClosed},
     {"StreamIsBad", [](auto& t) { t.failStream(); }, "HTTPCopyStreamException[Error saving to local data stream.]", {"start", "put 3", "put 2", "close"}},
 };

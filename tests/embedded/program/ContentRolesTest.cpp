@@ -150,7 +150,7 @@ TEST_F(ContentRoles, WhatACallableRaisesIsCarried) {
                  foundation::core::except::IUserException);
 }
 
-TEST_F(ContentRoles, WithoutTheBaseClassThereIsNoRole) {
+TEST_F(ContentRoles, NeedTheBaseClassOfTheirRole) {
     Home->scope()->Classes.removeClass(kContentConsumerClass);
     EXPECT_EQ(
         failureOf([&] { makeConsumer(*Home, {.write = [](std::span<const std::byte>) { return std::nullopt; }}); }),

@@ -87,7 +87,7 @@ TEST_F(Http, LimitsAreMilliseconds) {
     EXPECT_EQ(vantik::httpTimeouts().doubles(), (std::vector<double>{10000, 60000, 60000}));
 }
 
-TEST_F(Http, WhatIsLongerThanTheClassCanStoreIsNoLimit) {
+TEST_F(Http, LongerThanTheClassCanStoreMeansNoLimit) {
     const Array limits = vantik::httpTimeouts({.Connect = vantik::kNoLimit,
                                                .Response = vantik::Milliseconds(2147483648.0),
                                                .Data = std::chrono::nanoseconds::max()});

@@ -85,7 +85,7 @@ TEST(SerialCallsOfAThread, CallRunsElsewhereAndTakesNoSignal) {
     EXPECT_EQ(sigismember(&blocked, SIGINT), 0) << "the caller still takes it";
 }
 
-TEST(SerialCallsOfAThread, WhoGivesUpLeavesTheCallRunning) {
+TEST(SerialCallsOfAThread, CallerThatGivesUpLeavesTheCallRunning) {
     SerialCalls calls;
     HeldCall held;
     EXPECT_THROW(calls.run(held.call(),

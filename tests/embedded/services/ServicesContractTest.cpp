@@ -150,7 +150,7 @@ TEST_F(ServicesContract, RegistrationNeedsAnObjectAndAnInterfaceWithAName) {
     }
 }
 
-// Where there is no service of the interface, a filter need not be read. The subset refuses every filter; the package
+// Without a service of the interface a filter need not be read. The subset refuses every filter; the package
 // applies it.
 TEST_F(ServicesContract, FilterIsAppliedOrRefusedAndNeverIgnored) {
     EXPECT_EQ(LDAPFilter().ToString(), "");

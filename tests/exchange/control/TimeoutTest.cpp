@@ -125,7 +125,7 @@ TEST_F(Timeouts, ConnectionThatIsNeverAnswered) {
     }
 }
 
-TEST_F(Timeouts, InfinityOfEitherSignIsNoLimit) {
+TEST_F(Timeouts, InfinityOfEitherSignMeansNoLimit) {
     for (const Array& limits :
          {Array::doubles({-kUnlimited}), Array::doubles({-kUnlimited, -kUnlimited, -kUnlimited, -kUnlimited}),
           Array::doubles({60000, -kUnlimited, 60000}), Array::doubles({60000, 60000, -kUnlimited})}) {

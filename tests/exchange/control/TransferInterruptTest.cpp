@@ -77,7 +77,7 @@ TEST_F(Interrupt, WhileTheContentIsAwaitedKeepsWhatHadCome) {
     EXPECT_EQ(connection.get("ResponsePayload").byteText().substr(0, 4), "part");
 }
 
-TEST_F(Interrupt, ClosesAConsumerThatCannotBeToldOfItAndCannotSave) {
+TEST_F(Interrupt, ClosesAConsumerThatHandlesNeitherInterruptNorSave) {
     const ScriptedConsumer bare = makeScriptedConsumer(host(), {"interruptInternal", "savePayloadInternal"});
     bare->OnPut = [&](int, const std::string& piece) {
         host().interrupt();

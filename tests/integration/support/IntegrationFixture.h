@@ -54,7 +54,7 @@ protected:
     // Receives the response piece by piece through a consumer object, so that its size does not matter.
     Digest receiveDigest(const Object& connection);
 
-    // Gives a request its content, from memory or from a provider.
+    // Sets the content of a request, from memory or from a provider.
     void setContent(const Object& connection, const std::string& content, bool byProvider);
     // Receives the content of a response with status 200 and compares it.
     void expectContent(const Object& connection, const std::string& content);

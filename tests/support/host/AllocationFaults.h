@@ -1,5 +1,5 @@
 // Makes one allocation of the thread fail, counted from a moment on. Works in executables that link
-// AllocationFaults.cpp, which replaces operator new and gives libcurl its memory.
+// AllocationFaults.cpp, which replaces operator new and supplies libcurl with memory.
 #pragma once
 
 #include <cstddef>

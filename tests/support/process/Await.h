@@ -11,8 +11,8 @@ namespace testsupport {
 
 enum class Awaited { Held, Ended, TooLong };
 
-// Until `condition` holds, or until `hasEnded` says that whoever could bring it about is no more. What it did before
-// its end counts, so the condition is looked at once more after the end.
+// Until `condition` holds, or until `hasEnded` says that whoever could make it true has ended. What was done before the
+// end counts, so the condition is checked once more after it.
 inline Awaited awaitOrEnd(const std::function<bool()>& condition, const std::function<bool()>& hasEnded) {
     constexpr std::chrono::seconds unreasonable{60};
     constexpr std::chrono::milliseconds betweenLooks{10};

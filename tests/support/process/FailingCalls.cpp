@@ -123,7 +123,7 @@ mode_t modeOf(int flags, std::va_list rest) {
 } // namespace
 
 #define NETROVE_EXPORT extern "C" __attribute__((visibility("default")))
-// The function of that name behind this library.
+// The function of that name that this library stands in for.
 #define NETROVE_NEXT(name) static const auto next = reinterpret_cast<decltype(&(name))>(::dlsym(RTLD_NEXT, #name))
 // A function that fails as the plan says, and otherwise calls the next one.
 #define NETROVE_CALL(result, name, call, inside, parameters, arguments)                                                \

@@ -1,6 +1,6 @@
 // Runs a program and writes down its largest resident size: netrove_test_peak FILE PROGRAM ARGUMENTS...
-// What the system tells of a process begins with the size of the one that it was forked from, so a test that is large
-// itself has it forked here.
+// The size that the system reports for a process starts from that of the process it was forked from, so a large test
+// has it forked here.
 #include <fstream>
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -1,6 +1,6 @@
-// A process that outlives a test which crashes or is killed, and does then what the test's destructors would have done:
-// it ends the process groups and removes the files that it has been told of. There is one for each process that tells
-// it something, started by the first word.
+// A process that outlives a test which crashes or is killed, and then does what the test's destructors would have done:
+// it ends the process groups and removes the files that were registered with it. Each process that registers something
+// has a watcher of its own, started by the first registration.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +9,12 @@
 
 namespace testsupport::watcher {
 
-// Said before there is anything to leave behind, where that can be. Both raise std::system_error where there is no
-// watcher.
+// To be called before there is anything to leave behind, where possible. Both raise std::system_error if the watcher
+// cannot be started.
 void watchGroup(pid_t group);
 void watchPath(const std::string& path);
 
-// Said when the work is done: a group's number is given to others once its leader has been waited for.
+// To be called when the work is done: a group's number is given to others once its leader has been waited for.
 void forgetGroup(pid_t group) noexcept;
 void forgetPath(const std::string& path) noexcept;
 

@@ -51,7 +51,7 @@ TEST(ScriptedServer, HalfCloses) {
     EXPECT_EQ(record.Problem, "");
 }
 
-TEST(ScriptedServer, GivesEachConnectionItsScriptAndClosesFurtherOnes) {
+TEST(ScriptedServer, PlaysOneScriptPerConnectionAndClosesFurtherOnes) {
     ScriptedServer server(std::vector<Script>{{step::send("one")}, {step::send("two"), step::close()}});
     const SocketHandle first = connectLoopback(server.port());
     EXPECT_EQ(readSome(first), "one");
