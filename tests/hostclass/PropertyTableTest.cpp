@@ -187,6 +187,24 @@ TEST_F(PropertyTable, HostSeesTheSameProperties) {
     }
 }
 
+TEST_F(Properties, TakeIntegersOfAnyTypeThatFit) {
+    const auto debugAfter = [&](const Array& value) {
+        Adapter.set("Debug", value);
+        return Adapter.get("Debug").number();
+    };
+    EXPECT_EQ(debugAfter(1), 1);
+    EXPECT_EQ(debugAfter(2L), 2);
+    EXPECT_EQ(debugAfter(3LL), 3);
+    EXPECT_EQ(debugAfter(4U), 4);
+    EXPECT_EQ(debugAfter(std::size_t{5}), 5);
+    EXPECT_EQ(debugAfter(std::uint8_t{6}), 6);
+    EXPECT_EQ(debugAfter(-7L), -7);
+    EXPECT_THROW(debugAfter(1L << 31), vantik::Failure);
+    EXPECT_EQ(debugAfter(0), 0);
+    Adapter.set("ProviderBufferSize", 8);
+    EXPECT_EQ(Adapter.get("ProviderBufferSize").unsignedInteger(), 8U);
+}
+
 TEST_F(Properties, StartWithTheirDefaults) {
     for (const char* property : kTextProperties) {
         EXPECT_EQ(text(property), "") << property;

@@ -99,7 +99,7 @@ TEST_F(TraceOutput, OfContent) {
         expectInOrder(text, {"OUT DATA (T): " + shown + '\n'});
         expectInOrder(text, {"\nIN DATA (T): " + shown + '\n'});
         expectInOrder(text, {"RECEIVING " + size + " BYTES\n" + (level == 2 ? content + '\n' : "")});
-        connection.set("Debug", std::int32_t{0});
+        connection.set("Debug", 0);
         expectScopeUsable(connection);
     }
 }

@@ -54,7 +54,7 @@ TEST_F(Lifecycle, ObjectMayBeDroppedInTheMiddleOfATransfer) {
     {
         const StandardOutputCapture output;
         const Object connection = makeFor(server.url("/"));
-        connection.set("Debug", std::int32_t{2});
+        connection.set("Debug", 2);
         connection.set("TimeoutInMilliseconds", Array::doubles({60000, 60000, 60000}));
         connection.call("openConnection");
         EXPECT_EQ(connection.get("ResponseCode").number(), 200.0) << "the head is complete, the content is not";

@@ -31,6 +31,7 @@ TEST_F(RefusedInput, NamesWhatIsWrongAndTheOpenConnectionIsStillGood) {
                                 {"TimeoutInMilliseconds", "soon"},
                                 {"Payload", 1.5},
                                 {"Debug", "loud"},
+                                {"Debug", 1LL << 31},
                                 {"ProviderBufferSize", -1.0}}) {
         expectNamed(row.Name, [&] { connection.set(row.Name, row.Value); });
     }
