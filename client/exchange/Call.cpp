@@ -134,7 +134,8 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
             Hops.back().url = head.url;
             Hops.back().untilHead = Clock::now() - start;
             last = head;
-            return takerFor(head, current, response, number, follow);
+            // The function that is returned owns its target, which the analyzer takes for lost.
+            return takerFor(head, current, response, number, follow); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
         });
         Hops.back().time = Clock::now() - start;
         if (follow) {

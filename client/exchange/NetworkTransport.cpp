@@ -48,8 +48,9 @@ vantik::Milliseconds milliseconds(Limit limit) {
 
 vantik::Array schemeNames(const std::vector<Scheme>& schemes) {
     std::vector<std::string> names;
+    names.reserve(schemes.size());
     for (const Scheme scheme : schemes) {
-        names.push_back(className(scheme));
+        names.emplace_back(className(scheme));
     }
     return vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, names);
 }

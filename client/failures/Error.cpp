@@ -27,8 +27,11 @@ struct Error::Content {
 };
 
 Error::Error(ErrorKind kind, std::string identifier, std::vector<Argument> arguments, const std::string& text)
-    : Error(std::make_shared<const Content>(
-          Content{kind, identifier, std::move(arguments), text.empty() ? identifier : text, {}})) {}
+    : Error([&] {
+          std::string shown = text.empty() ? identifier : text;
+          return std::make_shared<const Content>(
+              Content{kind, std::move(identifier), std::move(arguments), std::move(shown), {}});
+      }()) {}
 
 Error::Error(std::shared_ptr<const Content> content) : std::runtime_error(content->Text), Shared(std::move(content)) {}
 

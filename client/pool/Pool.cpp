@@ -234,9 +234,10 @@ std::string Result::error() const {
 
 Results Pool::getAll(std::vector<std::string> urls, Request more) {
     std::vector<Request> requests;
+    requests.reserve(urls.size());
     for (std::string& url : urls) {
+        more.url = std::move(url);
         requests.push_back(more);
-        requests.back().url = std::move(url);
     }
     return requestAll(std::move(requests));
 }
