@@ -136,7 +136,7 @@ std::shared_ptr<ClassDefinition> ClassRegistry::define(std::string_view package,
     if (!description->isHandle() && !description->isEnumeration()) {
         raiseHostFailure("VANTIK:vcos", "NotAHandleClass", {joined(package, name)});
     }
-    const auto added = std::make_shared<ClassDefinition>(*this, joined(package, name), std::move(description));
+    auto added = std::make_shared<ClassDefinition>(*this, joined(package, name), std::move(description));
     const auto named = [&](const auto& known) { return known->name() == added->name(); };
     std::shared_ptr<ClassDefinition> replaced;
     if (const auto taken = std::find_if(Classes.begin(), Classes.end(), named); taken != Classes.end()) {

@@ -1,6 +1,6 @@
 // Calls that the class of the HTTP client accepts although they come to nothing: a copy while no connection is open,
-// and a method or fields that the next open clears. Its contract leaves it no word about them, so the embedding API
-// warns, of what goes through vantik::Object only.
+// and a method or fields that the next open clears. Its contract is to say nothing about them. So the embedding API
+// warns, and only of calls through vantik::Object: those of the host go on unchanged.
 #pragma once
 
 #include <string_view>

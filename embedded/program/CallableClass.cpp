@@ -22,6 +22,7 @@ std::string_view shortNameOf(std::string_view fullName) {
 // A word that is not a type word is refused, by name, when the method is added to its class.
 std::vector<TypeWord> parseAll(const std::vector<std::string>& words) {
     std::vector<TypeWord> types;
+    types.reserve(words.size());
     for (const std::string& word : words) {
         types.push_back(TypeWord::parse(word).value_or(TypeWord()));
     }

@@ -21,6 +21,7 @@ class Scope;
 // expected: VANTIK:vcos:NoObject without an object, VANTIK:vcos:UnknownProperty or VANTIK:vcos:UnknownMethod with the
 // nearest name that there is, VANTIK:vcos:ForeignObject for a value that holds an object of another Host, and what the
 // class itself raises. An exception of the program's own callables passes through all of them unchanged.
+// Calls of the HTTP client's class that come to nothing warn: see kCopyWithoutOpen and kClearedByOpen in Http.h.
 class __attribute__((visibility("default"))) Object {
 public:
     Object() noexcept;            // no object
