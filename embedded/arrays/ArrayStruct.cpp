@@ -42,8 +42,10 @@ void destroyDoomed() noexcept {
 
 std::size_t valueCount(std::size_t elements, std::size_t fields) {
     std::size_t count = 0;
+    // The values are pointers. NOLINTNEXTLINE(bugprone-sizeof-expression)
+    constexpr std::size_t valueSize = sizeof(vxArray_tag*);
     if (__builtin_mul_overflow(elements, fields, &count) ||
-        count > static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / sizeof(vxArray_tag*)) {
+        count > static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / valueSize) {
         throw std::bad_alloc();
     }
     return count;
