@@ -43,11 +43,12 @@ public:
     Body(std::function<std::unique_ptr<BodyReader>()> open, std::optional<std::uint64_t> length, bool repeatable,
          std::string contentType);
 
+    /// False: there is no content.
     explicit operator bool() const { return static_cast<bool>(Parts); }
     /// In bytes, where it is known. While a reader is open, what the last one delivers, or fails: ask after `open`.
     std::optional<std::uint64_t> length() const;
-    bool repeatable() const;
-    const std::string& contentType() const;
+    bool repeatable() const;                ///< it may be sent again
+    const std::string& contentType() const; ///< for the field Content-Type; empty: none
     /// The same content under another type.
     Body as(std::string contentType) const;
 
@@ -82,6 +83,7 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 NETROVE_API Body form(const Pairs& pairs);
 
 /// A file, opened when the request is sent, and read from its start for each sending.
+/// @param path        of the file
 /// @param contentType empty: by the end of the file's name
 /// @throws Error of kind File, here or when it is sent, naming the file. A file that changes its size while it is sent
 /// fails the request.

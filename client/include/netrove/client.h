@@ -3,7 +3,7 @@
 /// @code
 /// netrove::Client client;
 /// std::cout << client.get("https://example.org/").text();
-/// client.save("https://example.org/data.bin", "data.bin", {.resume = true, .retry = {.attempts = 5}});
+/// client.save("https://example.org/data.bin", "data.bin", {.retry = {.attempts = 5}, .resume = true});
 /// @endcode
 #pragma once
 
@@ -26,6 +26,7 @@ namespace netrove {
 /// Takes content piece by piece. A callable may return nothing, or whether it wants more.
 class Consumer {
 public:
+    /// Made of any callable that takes a `std::span<const std::byte>`.
     template <class Callable>
         requires std::is_invocable_v<Callable&, std::span<const std::byte>>
     Consumer(Callable callable) {
@@ -38,7 +39,7 @@ public:
             };
         }
     }
-    const Taker& taker() const { return Take; }
+    const Taker& taker() const { return Take; } ///< what it does with a piece
 
 private:
     Taker Take;
@@ -58,22 +59,30 @@ public:
     /// The same over another transport.
     Client(Request defaults, std::unique_ptr<Transport> transport);
     ~Client();
+    ///@{
+    /// Movable while no call runs. A client that was moved from can only be assigned to or destroyed.
     Client(Client&&) noexcept;
     Client& operator=(Client&&) noexcept;
+    ///@}
 
+    ///@{
+    /// A request with this method; the content is collected in memory, up to Limits::memory.
     Response get(std::string url, Request more = {});
     Response head(std::string url, Request more = {});
     Response del(std::string url, Request more = {});
     Response post(std::string url, Body body, Request more = {});
     Response put(std::string url, Body body, Request more = {});
     Response patch(std::string url, Body body, Request more = {});
+    ///@}
     /// Any request; the content is collected in memory, up to Limits::memory.
     Response request(Request request);
 
+    ///@{
     /// Content into a file that is whole or not there: it is received beside its target and gets its name at the end.
-    /// @param target a file; or a folder, then the server's Content-Disposition or the URL names the file
+    /// The target is a file, or a folder; then the server's Content-Disposition or the URL names the file.
     Response save(std::string url, std::filesystem::path target, Request more = {});
     Response save(Request request, std::filesystem::path target);
+    ///@}
 
     /// Content piece by piece, as it comes. A piece stays in place during the call only. A consumer that returns false
     /// ends the transfer quietly; Response::whole is false then.
@@ -89,6 +98,7 @@ private:
     std::unique_ptr<State> Own;
 };
 
+///@{
 /// A single call with a Client of its own.
 NETROVE_API Response get(std::string url, Request more = {});
 NETROVE_API Response head(std::string url, Request more = {});
@@ -98,5 +108,6 @@ NETROVE_API Response put(std::string url, Body body, Request more = {});
 NETROVE_API Response patch(std::string url, Body body, Request more = {});
 NETROVE_API Response request(Request request);
 NETROVE_API Response save(std::string url, std::filesystem::path target, Request more = {});
+///@}
 
 } // namespace netrove

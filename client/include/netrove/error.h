@@ -41,15 +41,16 @@ public:
     /// One argument of a failure: a signed integer, or text in UTF-8.
     using Argument = std::variant<std::int64_t, std::string>;
 
+    /// For transports and programs that raise failures of their own. An empty text becomes the identifier.
     Error(ErrorKind kind, std::string identifier, std::vector<Argument> arguments, const std::string& text);
     ~Error() override;
-    Error(const Error&);
+    Error(const Error&); ///< shares its content
     Error& operator=(const Error&) = delete;
 
-    ErrorKind kind() const noexcept;
+    ErrorKind kind() const noexcept; ///< what failed
     /// "NETROVE:client:StatusError", "VANTIK:webservices:Timeout": what a program compares.
     const std::string& identifier() const noexcept;
-    const std::vector<Argument>& arguments() const noexcept;
+    const std::vector<Argument>& arguments() const noexcept; ///< in the order of the identifier
     /// What had come before: head, redirects, attempts and, where it was collected in memory, content. Its status is 0
     /// where no head came.
     const Response& response() const noexcept;
@@ -58,7 +59,7 @@ public:
 
     /// The same failure with what the caller of a transport knows in addition.
     Error with(Response response, bool sent) const;
-    Error with(ErrorKind kind, const std::string& text) const;
+    Error with(ErrorKind kind, const std::string& text) const; ///< under another kind and text
 
 private:
     struct Content;

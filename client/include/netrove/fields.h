@@ -14,9 +14,9 @@ namespace netrove {
 
 /// One header field.
 struct Field {
-    std::string name = {};
+    std::string name = {};  ///< a token (RFC 9110, section 5.6.2)
     std::string value = {}; ///< empty in a request: libcurl does not send its own field of that name
-    bool operator==(const Field&) const = default;
+    bool operator==(const Field&) const = default; ///< the same name, letter by letter, and the same value
 };
 
 /// Header fields in the order of the wire, repeated names included. Names are compared without regard to case (RFC
@@ -24,7 +24,7 @@ struct Field {
 class NETROVE_API Fields {
 public:
     Fields() = default;
-    Fields(std::initializer_list<Field> fields) : List(fields) {}
+    Fields(std::initializer_list<Field> fields) : List(fields) {} ///< in this order
 
     /// The first value of that name; nothing if there is none.
     std::optional<std::string> find(std::string_view name) const;
@@ -32,7 +32,7 @@ public:
     std::string operator[](std::string_view name) const { return find(name).value_or(std::string()); }
     /// All values of that name, in order.
     std::vector<std::string> all(std::string_view name) const;
-    bool contains(std::string_view name) const { return find(name).has_value(); }
+    bool contains(std::string_view name) const { return find(name).has_value(); } ///< a field of that name is there
 
     /// Adds one at the end, whatever is there.
     void add(std::string name, std::string value) { List.push_back({std::move(name), std::move(value)}); }
@@ -41,11 +41,14 @@ public:
     /// Removes all of that name.
     void erase(std::string_view name);
 
+    ///@{
+    /// A range of Field in the order of the wire.
     auto begin() const { return List.begin(); }
     auto end() const { return List.end(); }
     std::size_t size() const { return List.size(); }
     bool empty() const { return List.empty(); }
-    bool operator==(const Fields&) const = default;
+    ///@}
+    bool operator==(const Fields&) const = default; ///< the same fields in the same order
 
 private:
     std::vector<Field> List;

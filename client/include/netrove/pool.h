@@ -19,6 +19,7 @@
 
 namespace netrove {
 
+/// How many requests at a time.
 struct PoolSettings {
     int jobs = 8;          ///< threads, each with a Client of its own; 1 to 1000
     int perHost = 6;       ///< requests to one host and port at a time
@@ -26,13 +27,13 @@ struct PoolSettings {
 };
 
 /// What became of one of many requests.
-struct Result {
-    std::size_t index = 0; ///< of the request, from 0
-    std::string url = {};
+struct NETROVE_API Result {
+    std::size_t index = 0;                 ///< of the request, from 0
+    std::string url = {};                  ///< of the request, as it was given
     std::optional<Response> response = {}; ///< empty: it failed
-    std::exception_ptr failure = {};
+    std::exception_ptr failure = {};       ///< what the call threw; null where there is a response
 
-    explicit operator bool() const { return response.has_value(); }
+    explicit operator bool() const { return response.has_value(); } ///< true: it went well
     /// The response. @throws what the call threw
     const Response& value() const;
     /// What went wrong, as one line; empty where nothing did.
@@ -43,8 +44,11 @@ struct Result {
 /// what still runs.
 class NETROVE_API Results {
 public:
+    /// Moves from one result to the next; each step waits for one that ends.
     class iterator {
     public:
+        ///@{
+        /// Part of an input iterator.
         using value_type = Result;
         using difference_type = std::ptrdiff_t;
         explicit iterator(Results* results) : From(results) { ++*this; }
@@ -55,6 +59,7 @@ public:
         }
         void operator++(int) { ++*this; }
         bool operator==(std::default_sentinel_t) const { return !Current; }
+        ///@}
 
     private:
         Results* From;
@@ -62,9 +67,12 @@ public:
     };
 
     ~Results();
-    Results(Results&&) noexcept;
+    Results(Results&&) noexcept; ///< results that were moved from have none left
+    ///@{
+    /// For one `for`: results that were taken do not come again.
     iterator begin() { return iterator(this); }
     std::default_sentinel_t end() { return {}; }
+    ///@}
     /// The next that ends; nothing after the last.
     std::optional<Result> next();
 
@@ -79,6 +87,7 @@ private:
 /// futures fail as interrupted.
 class NETROVE_API Pool {
 public:
+    /// @param settings      how many at a time
     /// @param defaults      as for a Client
     /// @param makeTransport makes the transport of each client; empty: over the network
     explicit Pool(PoolSettings settings = {}, Request defaults = {},
@@ -87,12 +96,17 @@ public:
     Pool(const Pool&) = delete;
     Pool& operator=(const Pool&) = delete;
 
+    ///@{
+    /// As the operation of a Client; the future throws what it throws.
     std::future<Response> get(std::string url, Request more = {});
     std::future<Response> request(Request request);
     std::future<Response> save(std::string url, std::filesystem::path target, Request more = {});
+    ///@}
+    ///@{
     /// All of these, with results in the order in which they end.
     Results getAll(std::vector<std::string> urls, Request more = {});
     Results requestAll(std::vector<Request> requests);
+    ///@}
 
     /// Runs a callable with one of the clients, as one request to the host of this URL.
     template <class Callable>

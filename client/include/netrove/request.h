@@ -23,7 +23,7 @@ enum class Scheme { Basic, Digest, Ntlm, Negotiate };
 /// A login at a server or a proxy.
 struct Login {
     std::optional<std::string> user = {}; ///< without a colon; empty: no login, whatever the client's says
-    std::string password = {};
+    std::string password = {};            ///< in UTF-8
     std::vector<Scheme> schemes = {Scheme::Basic,
                                    Scheme::Digest}; ///< allowed; the safest that the server offers is used
     std::string bearer = {};                        ///< a token instead of user and password (RFC 6750)
@@ -32,15 +32,19 @@ struct Login {
 /// Which proxy to use. Nothing set: that of the system's settings.
 struct Proxy {
     std::string url = {}; ///< "[scheme://][user[:password]@]host[:port]"; http, https, socks4, socks4a, socks5, socks5h
-    Login login = {};
+    Login login = {};     ///< at the proxy; `url` may hold it instead
     std::optional<bool> automatic = {}; ///< without `url`: true the system's, false none
 
+    ///@{
+    /// A direct connection, or the proxy of the system's settings, whatever the client has.
     static Proxy none() { return {.automatic = false}; }
     static Proxy system() { return {.automatic = true}; }
+    ///@}
 };
 
 /// A length of time; `kUnlimited` for no limit.
 using Limit = std::chrono::milliseconds;
+/// No limit.
 inline constexpr Limit kUnlimited = Limit::max();
 
 /// Longest times. A transfer that keeps moving is limited by `total` only.
@@ -82,36 +86,42 @@ struct Retry {
 struct Progress {
     std::uint64_t sent = 0;     ///< bytes of content
     std::uint64_t received = 0; ///< bytes of content as delivered, what was resumed included
+    ///@{
+    /// How many there will be, where that is known.
     std::optional<std::uint64_t> toSend = {};
     std::optional<std::uint64_t> toReceive = {};
+    ///@}
 };
 
 /// One line of what goes over the wire and why.
 struct TraceLine {
+    /// Where a line belongs.
     enum class Kind {
         Note,    ///< which proxy, why again, where to
         Sent,    ///< a line of the request's head
         Received ///< a line of the response's head
     };
-    Kind kind;
+    Kind kind;        ///< where it belongs
     std::string text; ///< without line end; values of fields that hold credentials are "***"
 };
 
 /// One request. Of the settings that a call leaves out, the client's apply, then the defaults named here.
 struct Request {
-    std::string url = {};    ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
-    std::string method = {}; ///< empty: GET, with a body POST
-    Fields fields = {};      ///< in order; a name here replaces the client's fields of that name
-    Body body = {};
-    Login login = {};
-    Proxy proxy = {};
-    Limits limits = {};
-    Tls tls = {};
-    Redirects redirects = {};
-    Retry retry = {};
-    std::optional<bool> decode = {};      ///< by Content-Encoding; true
+    std::string url = {};            ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
+    std::string method = {};         ///< empty: GET, with a body POST
+    Fields fields = {};              ///< in order; a name here replaces the client's fields of that name
+    Body body = {};                  ///< content
+    Login login = {};                ///< at the server
+    Proxy proxy = {};                ///< on the way to it
+    Limits limits = {};              ///< longest times, most content
+    Tls tls = {};                    ///< whom to trust
+    Redirects redirects = {};        ///< how far to follow
+    Retry retry = {};                ///< what to try again
+    std::optional<bool> decode = {}; ///< by Content-Encoding; true
     std::optional<bool> checkStatus = {}; ///< 400 and above raise Error; true
+    /// Called on the thread of the call when content has moved. What it throws ends the call.
     std::function<void(const Progress&)> progress = {};
+    /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
     std::stop_token stop = {}; ///< ends the call within a second
 

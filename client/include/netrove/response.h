@@ -16,8 +16,8 @@ namespace netrove {
 
 /// One request on the way to a response: every hop of every attempt.
 struct Hop {
-    std::string url = {}; ///< without user name and password
-    std::string method = {};
+    std::string url = {};                      ///< without user name and password
+    std::string method = {};                   ///< as it was sent
     int status = 0;                            ///< 0: no head came
     std::string failure = {};                  ///< text of the failure; empty for none
     std::chrono::duration<double> untilHead{}; ///< from the beginning of this request to the end of the response's head
@@ -26,12 +26,12 @@ struct Hop {
 
 /// A response.
 struct NETROVE_API Response {
-    int status = 0;
+    int status = 0;           ///< of the last response
     std::string reason = {};  ///< reason phrase; empty with HTTP/2
     std::string version = {}; ///< "HTTP/1.1"
-    Fields fields = {};
-    std::string url = {}; ///< after redirects, in ASCII, without user name and password
-    std::string method = {};
+    Fields fields = {};       ///< header fields
+    std::string url = {};     ///< after redirects, in ASCII, without user name and password
+    std::string method = {};  ///< of the last request, after redirects
 
     std::vector<Hop> hops = {};         ///< all requests made for this response, in order, the last one included
     std::vector<Hop> redirects() const; ///< those of the last attempt that were answered by a redirect

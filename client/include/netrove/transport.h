@@ -17,11 +17,11 @@ namespace netrove {
 
 /// The head of a response, as a transport delivers it.
 struct Head {
-    std::string url = {}; ///< of the request, in ASCII
-    std::string version = {};
-    int status = 0;
-    std::string reason = {};
-    Fields fields = {};
+    std::string url = {};         ///< of the request, in ASCII
+    std::string version = {};     ///< "HTTP/1.1"
+    int status = 0;               ///< 100 to 999
+    std::string reason = {};      ///< reason phrase; empty with HTTP/2
+    Fields fields = {};           ///< in the order of the wire
     std::string redirectUrl = {}; ///< Location made absolute; empty for none
     std::string proxy = {};       ///< that the request went through, as host:port; empty for none
 };
@@ -38,6 +38,7 @@ public:
 
     /// @param request  complete: absolute URL, method, all settings
     /// @param first    the first of a call: nothing of an earlier call, such as cookies, may have an effect
+    /// @param onHead   called once, with the head of the response
     /// @throws Error, and what body, handler, taker and the callbacks of the request throw, unchanged
     virtual void exchange(const Request& request, bool first, const HeadHandler& onHead) = 0;
 
@@ -56,6 +57,7 @@ struct NetworkSettings {
     std::uint64_t uploadBuffer = 0; ///< bytes asked of streamed content at a time; 0: the choice of the class
 };
 /// The transport that a Client has unless it is given another: libcurl, by the module "netrove" in a host of its own.
+/// @param settings  how the class is driven
 /// @param onWarning called with each warning, on the thread of the call; empty: standard error
 NETROVE_API std::unique_ptr<Transport>
 networkTransport(NetworkSettings settings = {},
