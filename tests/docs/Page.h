@@ -97,6 +97,31 @@ inline std::vector<Block> blocksOf(const std::string& page, std::string* prose =
     return blocks;
 }
 
+// What a page may quote: a whole source, or with "source: name" the lines between "// [name]" and "// [/name]", without
+// the indentation that they share. Empty if there is no such part.
+inline std::string quotable(const std::string& name) {
+    const auto colon = name.find(": ");
+    std::istringstream lines(source(name.substr(0, colon)));
+    if (colon == name.npos) {
+        return lines.str();
+    }
+    const std::string part = name.substr(colon + 2);
+    std::string text;
+    std::size_t indentation = 0;
+    bool inside = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.ends_with("// [" + part + "]")) {
+            inside = true;
+            indentation = line.find('/');
+        } else if (line.ends_with("// [/" + part + "]")) {
+            return text;
+        } else if (inside) {
+            text += line.substr(std::min(line.size(), indentation)) + "\n";
+        }
+    }
+    return "";
+}
+
 // The texts of the blocks of one language.
 inline std::vector<std::string> blockTexts(const std::string& page, const std::string& language) {
     std::vector<std::string> texts;

@@ -51,6 +51,43 @@ TEST(Pages, ErrorsNameEveryIdentifierOfTheCommandLine) {
         16);
 }
 
+TEST(Pages, ErrorsNameEveryIdentifierAndKindOfTheClient) {
+    const std::string page = section(source(kErrorsPage), "## Failures of the library");
+    expectEachInCode(page, matches(source("client/failures/ClientFailure.h"), R"re(string_view k\w+ = "(\w+)")re"), 18);
+    const std::string header = source("client/include/netrove/error.h");
+    const auto begin = header.find("enum class ErrorKind {");
+    expectEachInCode(page, matches(header.substr(begin, header.find("};", begin) - begin), R"(\n    (\w+),)"), 12);
+}
+
+// A member that belongs to a group is named with it: `limits.total`.
+TEST(Pages, ApiNamesEverySettingInItsOrder) {
+    const std::string header = source("client/include/netrove/request.h");
+    const auto membersIn = [&](const std::string& name) {
+        const auto begin = header.find("\nstruct " + name + " {");
+        return matches(header.substr(begin, header.find("\n};", begin) - begin), R"(\n    \S[^\n]*? (\w+) = )");
+    };
+    const std::pair<const char*, const char*> groups[] = {{"login", "Login"},         {"proxy", "Proxy"},
+                                                          {"limits", "Limits"},       {"tls", "Tls"},
+                                                          {"redirects", "Redirects"}, {"retry", "Retry"}};
+    std::vector<std::string> expected;
+    for (const std::string& member : membersIn("Request")) {
+        const auto group = std::ranges::find(groups, member, [](const auto& pair) { return std::string(pair.first); });
+        if (group == std::end(groups)) {
+            expected.push_back(member);
+            continue;
+        }
+        for (const std::string& inner : membersIn(group->second)) {
+            expected.push_back(member + "." + inner);
+        }
+    }
+    EXPECT_GE(expected.size(), 35U);
+    std::vector<std::string> named;
+    for (const std::string& row : matches(section(source("docs/api.md"), "## Settings"), R"(\n\| (`[^|]+) \|)")) {
+        std::ranges::copy(matches(row, "`([^`]+)`"), std::back_inserter(named));
+    }
+    EXPECT_EQ(named, expected);
+}
+
 std::vector<std::string> membersOf(const std::string& json) {
     std::vector<std::string> names;
     const nlohmann::json object = nlohmann::json::parse(json);

@@ -12,9 +12,10 @@ namespace {
 using namespace docstest;
 using Texts = std::vector<std::string>;
 
-// A block right after a line "<!-- path -->", where the path names a C++ file, quotes that file.
+// A block right after a line "<!-- path -->", where the path names a C++ file, quotes that file; "<!-- path: name -->"
+// a part of it.
 std::string quotedFile(const Block& block) {
-    const Texts files = matches(block.Before, R"(^<!-- (\S+\.cpp) -->$)");
+    const Texts files = matches(block.Before, R"(^<!-- (\S+\.cpp(: \w+)?) -->$)");
     return files.empty() ? "" : files.front();
 }
 
@@ -33,7 +34,7 @@ TEST(QuotedPages, QuoteTheirFilesInFull) {
     for (const std::string& page : allPages()) {
         for (const Block& block : blocksOf(source(page))) {
             if (const std::string file = quotedFile(block); !file.empty()) {
-                EXPECT_EQ(block.Text, source(file)) << page << " quotes " << file;
+                EXPECT_EQ(block.Text, quotable(file)) << page << " quotes " << file;
             }
         }
     }
@@ -42,11 +43,25 @@ TEST(QuotedPages, QuoteTheirFilesInFull) {
 TEST(QuotedPages, EveryExampleIsQuotedAndShort) {
     const Texts examples = sourcesIn("examples", ".cpp");
     EXPECT_THAT(filesQuoted("docs/embedding.md"), testing::UnorderedElementsAreArray(examples));
-    EXPECT_THAT(filesQuoted("README.md"), testing::ElementsAre("examples/get_to_memory.cpp"));
+    EXPECT_THAT(filesQuoted("README.md"), testing::ElementsAre("examples/client/first.cpp: first"));
     for (const std::string& example : examples) {
         const std::string text = source(example);
         EXPECT_LT(std::ranges::count(text, '\n'), 60) << example;
     }
+}
+
+TEST(QuotedPages, EveryPartOfAnExampleIsQuotedOnce) {
+    Texts parts;
+    for (const std::string& example : sourcesIn("examples/client", ".cpp")) {
+        for (const std::string& part : matches(source(example), R"(// \[(\w+)\]\n)")) {
+            parts.push_back(example + ": " + part);
+        }
+    }
+    Texts quoted;
+    for (const char* page : {"README.md", "docs/get-started.md", "docs/cookbook.md"}) {
+        std::ranges::copy(filesQuoted(page), std::back_inserter(quoted));
+    }
+    EXPECT_THAT(quoted, testing::UnorderedElementsAreArray(parts));
 }
 
 class ClassTables : public testsupport::HostFixture {

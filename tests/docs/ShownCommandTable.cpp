@@ -11,6 +11,7 @@ constexpr const char* kInstalling = "changes the machine; tests/install/Packages
 constexpr const char* kMeasuring = "measures for minutes, and means nothing unless it is alone on the machine";
 constexpr const char* kReplaying = "fuzz/CMakeLists.txt: .replaysItsSeeds";
 constexpr const char* kClang = "needs clang, which the tests do without; they replay the seeds";
+constexpr const char* kDoxygen = "needs Doxygen, which the tests do without; scripts/check runs it";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
 
 // clang-format off
@@ -25,7 +26,9 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "apt-get download libcurl4/bookworm-backports", Way::Never, "needs Debian's backports"},
     {"CONTRIBUTING.md", "dpkg-deb -x libcurl4_8*.deb curl8", Way::Never, "needs Debian's backports"},
     {"CONTRIBUTING.md", "scripts/format", Way::Never, "needs clang-format and git, which the tests do without"},
-    {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format, scripts/tidy and scripts/test one after the other, and the first two need tools of clang"},
+    {"CONTRIBUTING.md", "scripts/docs", Way::Never, kDoxygen},
+    {"CONTRIBUTING.md", "scripts/picture", Way::Elsewhere, "tests/docs/PictureTest.cpp: Picture, ShowsWhatTheProgramPrints"},
+    {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format, scripts/tidy, scripts/docs and scripts/test one after the other, and the first two need tools of clang"},
     {"CONTRIBUTING.md", "scripts/tidy cli/main.cpp", Way::Never, "needs clang-tidy"},
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
     {"CONTRIBUTING.md", "cmake --build --preset dev --target reference_pages", Way::Sources, ""},
@@ -42,6 +45,8 @@ constexpr CommandRow kCommands[] = {
     {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_bench netrove_stream_memory", Way::Sources, ""},
     {"bench/README.md", "build/release/bin/netrove_bench --benchmark_repetitions=9 --benchmark_report_aggregates_only=true --benchmark_enable_random_interleaving=true --benchmark_min_time=0.15", Way::Never, kMeasuring},
     {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
+
+    {"docs/api.md", "scripts/docs", Way::Never, kDoxygen},
 
     {"docs/batch.md", "netrove batch", Way::Never, "the name of the command in the heading"},
     {"docs/batch.md", "sbatch --array", Way::Elsewhere, "tests/cli/batch/BatchShardCommandTest.cpp: BatchShardCommand, ASlurmArraySaysWhich"},
