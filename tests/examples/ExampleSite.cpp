@@ -97,6 +97,8 @@ public:
             brokenOff(request, response);
         } else if (path == "/busy" && ++Asked < 3) {
             answer(response, "busy\n", HTTPServerResponse::HTTP_SERVICE_UNAVAILABLE);
+        } else if (path == "/busy") {
+            answer(response, "Here is the report.\n");
         } else if (path == "/endless") {
             response.setChunkedTransferEncoding(true);
             std::ostream& stream = response.send();
