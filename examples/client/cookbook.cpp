@@ -67,7 +67,7 @@ void resume() {
     // [resume]
     netrove::Client client;
     const auto saved = client.save("https://example.org/broken-off.bin", "big.bin",
-                                   {.retry = {.attempts = 5, .wait = 100ms}, .resume = true});
+                                   {.resume = true, .retry = {.attempts = 5, .wait = 100ms}});
     std::cout << std::filesystem::file_size(saved.file) << " bytes after " << saved.attempts << " attempts\n";
     // [/resume]
 }

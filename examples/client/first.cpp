@@ -18,7 +18,7 @@ bool use(std::span<const std::byte> piece) {
 int main() {
     netrove::Client client; // verifies servers, follows redirects, sane limits
     std::cout << client.get("https://example.org/").text();
-    client.save("https://example.org/data.bin", "data.bin", {.retry = {.attempts = 5}, .resume = true});
+    client.save("https://example.org/data.bin", "data.bin", {.resume = true, .retry = {.attempts = 5}});
     client.put("https://example.org/items/1", netrove::json(R"({"name":"x"})"));
     client.stream("https://example.org/log", [](std::span<const std::byte> piece) { return use(piece); });
 }

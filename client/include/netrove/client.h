@@ -3,7 +3,7 @@
 /// @code
 /// netrove::Client client;
 /// std::cout << client.get("https://example.org/").text();
-/// client.save("https://example.org/data.bin", "data.bin", {.retry = {.attempts = 5}, .resume = true});
+/// client.save("https://example.org/data.bin", "data.bin", {.resume = true, .retry = {.attempts = 5}});
 /// @endcode
 #pragma once
 

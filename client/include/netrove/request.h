@@ -32,7 +32,11 @@ struct Login {
 /// Which proxy to use. Nothing set: that of the system's settings.
 struct Proxy {
     std::string url = {}; ///< "[scheme://][user[:password]@]host[:port]"; http, https, socks4, socks4a, socks5, socks5h
-    Login login = {};     ///< at the proxy; `url` may hold it instead
+    bool resume = false;  ///< `save`: what an earlier call has left in FILE.part goes on, if it is the same file
+    bool replace = true;  ///< `save`: false: a file that is there is an error
+    bool keepTime = false;   ///< `save`: the file's time is that of Last-Modified
+    std::string sha256 = {}; ///< `save`: of the whole content, in hex; anything else is an error and is not kept
+    Login login = {};        ///< at the proxy; `url` may hold it instead
     std::optional<bool> automatic = {}; ///< without `url`: true the system's, false none
 
     ///@{
@@ -124,12 +128,6 @@ struct Request {
     /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
     std::stop_token stop = {}; ///< ends the call within a second
-
-    // For `save` only.
-    bool resume = false;     ///< what an earlier call has left in FILE.part goes on, if the server's file is the same
-    bool replace = true;     ///< false: a file that is there is an error
-    bool keepTime = false;   ///< the file's time is that of Last-Modified
-    std::string sha256 = {}; ///< of the whole content, in hex; anything else is an error and is not kept
 };
 
 } // namespace netrove

@@ -159,7 +159,7 @@ TEST_F(Resume, BeginsAnewWhereTheServerSendsEverything) {
 TEST_F(Resume, GoesOnWithinOneCall) {
     Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hel", .fault = Fault::Short});
     Server.add({.status = 206, .fields = {{"ETag", "\"v1\""}, {"Content-Range", "bytes 3-4/5"}}, .content = "lo"});
-    TheClient.save(kUrl, path("f"), {.retry = {.attempts = 2}, .resume = true, .sha256 = kDigest});
+    TheClient.save(kUrl, path("f"), {.resume = true, .sha256 = kDigest, .retry = {.attempts = 2}});
     EXPECT_EQ(lastSent()["Range"], "bytes=3-");
 }
 
@@ -217,11 +217,10 @@ TEST_F(Resume, OneProgramAtATime) {
     netrove::testing::Script other{};
     Client second({}, other.transport());
     Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello"});
-    TheClient.save(
-        kUrl, path("f"),
-        {.progress =
-             [&](const Progress&) { inner = errorOf([&] { second.save(kUrl, path("f"), {.resume = true}); }).what(); },
-         .resume = true});
+    TheClient.save(kUrl, path("f"), {.resume = true, .progress = [&](const Progress&) {
+                                         inner =
+                                             errorOf([&] { second.save(kUrl, path("f"), {.resume = true}); }).what();
+                                     }});
     EXPECT_THAT(inner, HasSubstr("f.part is in use"));
 }
 
