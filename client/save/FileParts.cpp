@@ -45,6 +45,12 @@ void writeAll(int descriptor, std::span<const std::byte> bytes, const std::strin
     }
 }
 
+void restart(int descriptor, const std::string& name) {
+    if (retried([&] { return ftruncate(descriptor, 0); }) != 0 || lseek(descriptor, 0, SEEK_SET) != 0) {
+        failSystem(failure::kFileNotWritten, name, errno);
+    }
+}
+
 void finishContent(int descriptor, const Request& request, const Response& response, const std::string& name) {
     if (!request.sha256.empty()) {
         const std::string found = sha256Of(descriptor, name);

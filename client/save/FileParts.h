@@ -13,6 +13,8 @@ namespace netrove {
 
 // Raises FileNotWritten, naming the file.
 void writeAll(int descriptor, std::span<const std::byte> bytes, const std::string& name);
+// Drops what has been written. Raises FileNotWritten, naming the file.
+void restart(int descriptor, const std::string& name);
 // The content before it gets its name: digest and time, as the request wants them. Raises DigestMismatch.
 void finishContent(int descriptor, const Request& request, const Response& response, const std::string& name);
 // In lower case hexadecimal digits, of the file from its start.

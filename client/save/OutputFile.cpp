@@ -1,4 +1,5 @@
 #include "client/failures/ClientFailure.h"
+#include "client/save/FileParts.h"
 
 #include <netrove/outputfile.h>
 
@@ -139,6 +140,14 @@ std::uint64_t OutputFile::size() const {
         failNotWritten(errno);
     }
     return static_cast<std::uint64_t>(facts.st_size);
+}
+
+void OutputFile::write(std::span<const std::byte> bytes) {
+    writeAll(File.Number, bytes, Target);
+}
+
+void OutputFile::restart() {
+    netrove::restart(File.Number, Target);
 }
 
 void OutputFile::keep() {

@@ -191,9 +191,7 @@ private:
 
     // From now on the content is that of this validator, from its first byte.
     void startAnew(const std::string& validator) {
-        if (ftruncate(File.Number, 0) != 0 || lseek(File.Number, 0, SEEK_SET) != 0) {
-            failNotWritten(errno);
-        }
+        restart(File.Number, Target.string());
         Validator = validator;
         Asked = 0;
         std::error_code ignored;

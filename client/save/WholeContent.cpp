@@ -1,4 +1,3 @@
-#include "client/failures/ClientFailure.h"
 #include "client/response/ContentDisposition.h"
 #include "client/save/FileParts.h"
 #include "client/save/SavedContent.h"
@@ -6,8 +5,6 @@
 #include <netrove/outputfile.h>
 #include <netrove/url.h>
 
-#include <cerrno>
-#include <unistd.h>
 #include <utility>
 
 namespace netrove {
@@ -19,12 +16,10 @@ public:
     WholeContent(const std::filesystem::path& target, bool replace) : Target(target), File(target.string(), replace) {}
 
     bool begin(Response&) override {
-        if (ftruncate(File.descriptor(), 0) != 0 || lseek(File.descriptor(), 0, SEEK_SET) != 0) {
-            failSystem(failure::kFileNotWritten, Target.string(), errno);
-        }
+        File.restart();
         return true;
     }
-    void write(std::span<const std::byte> piece) override { writeAll(File.descriptor(), piece, Target.string()); }
+    void write(std::span<const std::byte> piece) override { File.write(piece); }
     void keep(const Request& request, const Response& response) override {
         finishContent(File.descriptor(), request, response, Target.string());
         File.keep();

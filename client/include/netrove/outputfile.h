@@ -5,8 +5,10 @@
 #include <netrove/descriptor.h>
 #include <netrove/temporaryentry.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace netrove {
@@ -25,6 +27,11 @@ public:
     const std::string& temporaryName() const { return TemporaryPath; }
     int descriptor() const { return File.Number; }
     std::uint64_t size() const; // raises FileNotWritten
+
+    // Content goes to the end of what has been written, or to the start again, in place of it. Both raise
+    // FileNotWritten.
+    void write(std::span<const std::byte> bytes);
+    void restart();
 
     // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists if somebody else
     // has made the target meanwhile.
