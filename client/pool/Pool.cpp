@@ -22,6 +22,10 @@ std::string hostOf(const std::string& url) {
     return parts.Host + ":" + parts.Port;
 }
 
+std::exception_ptr droppedTask() {
+    return std::make_exception_ptr(clientError(failure::kInterrupted, {}, "the pool has dropped the request"));
+}
+
 } // namespace
 
 struct Pool::State {
@@ -72,7 +76,7 @@ struct Pool::State {
         }
         Room.notify_all();
         for (const Waiting& task : dropped) {
-            task.Run(nullptr);
+            task.Run(nullptr, droppedTask());
         }
     }
 
@@ -119,7 +123,7 @@ struct Pool::State {
                 client.emplace(Defaults, MakeTransport ? MakeTransport() : networkTransport());
             }
         } catch (...) {
-            return task.Run(nullptr);
+            return task.Run(nullptr, std::current_exception());
         }
         {
             const std::lock_guard lock(Guard);
@@ -128,7 +132,7 @@ struct Pool::State {
                 client->interrupt();
             }
         }
-        task.Run(&*client);
+        task.Run(&*client, nullptr);
         const std::lock_guard lock(Guard);
         std::erase(Running, &*client);
     }
@@ -153,10 +157,6 @@ Pool::~Pool() = default;
 
 void Pool::enqueue(const std::string& url, Task task) {
     Own->enqueue(url, std::move(task));
-}
-
-void Pool::throwDropped() {
-    fail(failure::kInterrupted, {}, "the pool has dropped the request");
 }
 
 void Pool::interrupt() noexcept {
@@ -251,11 +251,11 @@ Results Pool::requestAll(std::vector<Request> requests) {
         if (!request.stop.stop_possible()) {
             request.stop = state->Stop.get_token();
         }
-        Own->enqueue(url, [state, i, request = std::move(request)](Client* client) {
+        Own->enqueue(url, [state, i, request = std::move(request)](Client* client, const std::exception_ptr& why) {
             Result result{.index = i, .url = request.url};
             try {
                 if (client == nullptr || request.stop.stop_requested()) {
-                    throwDropped();
+                    std::rethrow_exception(client == nullptr ? why : droppedTask());
                 }
                 result.response = client->request(request);
             } catch (...) {

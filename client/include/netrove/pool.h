@@ -114,10 +114,10 @@ public:
         using Value = std::invoke_result_t<Callable&, Client&>;
         auto promise = std::make_shared<std::promise<Value>>();
         auto future = promise->get_future();
-        enqueue(url, [promise, callable = std::move(callable)](Client* client) mutable {
+        enqueue(url, [promise, callable = std::move(callable)](Client* client, const std::exception_ptr& why) mutable {
             try {
                 if (client == nullptr) {
-                    throwDropped();
+                    std::rethrow_exception(why);
                 }
                 if constexpr (std::is_void_v<Value>) {
                     callable(*client);
@@ -136,9 +136,8 @@ public:
     void interrupt() noexcept;
 
 private:
-    using Task = std::function<void(Client* client)>; // null: the task is dropped
+    using Task = std::function<void(Client* client, const std::exception_ptr& why)>; // no client: and why there is none
     void enqueue(const std::string& url, Task task);
-    [[noreturn]] static void throwDropped();
 
     struct State;
     std::shared_ptr<State> Own;
