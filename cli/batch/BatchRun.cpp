@@ -5,6 +5,8 @@
 #include "cli/terminal/Progress.h"
 
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <optional>
 #include <unistd.h>
 #include <utility>
@@ -29,12 +31,13 @@ void BatchRun::run() {
     // On a terminal the lines on standard output say enough.
     const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
     const auto interval = progressInterval(TheConsole.errIsTerminal());
-    WorkersLeft = static_cast<std::size_t>(workerCount(TheSettings, Lines));
     std::vector<std::future<void>> workers;
-    for (std::size_t i = WorkersLeft; i > 0; --i) {
-        workers.push_back(Workers.submit("", [this](netrove::Client& client) { work(client); }));
+    for (int i = workerCount(TheSettings, Lines); i > 0; --i) {
+        // Also if there is no client for it, and it never runs.
+        const std::shared_ptr<void> onEnd(nullptr, [this](void*) { WorkerLeft.raise(); });
+        workers.push_back(Workers.submit("", [this, onEnd](netrove::Client& client) { work(client); }));
     }
-    while (WorkersLeft != 0) {
+    while (someLeft(workers)) {
         const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
         if (waitReadable(WorkerLeft.descriptor(), next) == Waited::Interrupted) {
             stop(nullptr);
@@ -45,12 +48,8 @@ void BatchRun::run() {
             draw(false);
         }
     }
-    for (std::future<void>& worker : workers) {
-        try {
-            worker.get();
-        } catch (...) { // a client that cannot be made; with another reason to stop, one that has been dropped
-            stop(std::current_exception());
-        }
+    for (const std::future<void>& worker : workers) { // of an interrupted run
+        worker.wait();
     }
     if (shown) {
         draw(true);
@@ -61,34 +60,40 @@ void BatchRun::run() {
 }
 
 void BatchRun::work(netrove::Client& client) {
-    try {
-        const BatchTools tools{TheSettings, Journal, LiveBytes, Stopped};
-        while (!Stopped && signalSeen() == 0) {
-            const std::size_t place = NextLine++;
-            if (place >= Lines.size()) {
-                break;
-            }
-            ++RunningTransfers;
-            const BatchOutcome outcome = transferLine(client, Lines[place], tools);
-            --RunningTransfers;
-            if (outcome.Abandoned) {
-                break;
-            }
-            Report.ended(Lines[place], outcome);
+    const BatchTools tools{TheSettings, Journal, LiveBytes, Stopped};
+    while (!Stopped && signalSeen() == 0) {
+        const std::size_t place = NextLine++;
+        if (place >= Lines.size()) {
+            return;
         }
-    } catch (...) {
-        stop(std::current_exception());
+        ++RunningTransfers;
+        const BatchOutcome outcome = transferLine(client, Lines[place], tools);
+        --RunningTransfers;
+        if (outcome.Abandoned) {
+            return;
+        }
+        Report.ended(Lines[place], outcome);
     }
-    --WorkersLeft;
-    WorkerLeft.raise();
+}
+
+bool BatchRun::someLeft(std::vector<std::future<void>>& workers) {
+    std::erase_if(workers, [this](std::future<void>& worker) {
+        if (worker.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            return false;
+        }
+        try {
+            worker.get();
+        } catch (...) { // where there is another reason to stop, one that has not begun
+            stop(std::current_exception());
+        }
+        return true;
+    });
+    return !workers.empty();
 }
 
 void BatchRun::stop(std::exception_ptr reason) {
-    {
-        const std::lock_guard lock(Guard);
-        if (!FirstFailure) {
-            FirstFailure = std::move(reason);
-        }
+    if (!FirstFailure) {
+        FirstFailure = std::move(reason);
     }
     Stopped = true;
     Workers.interrupt();

@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <mutex>
+#include <future>
 #include <vector>
 
 namespace netrove::cli {
@@ -32,6 +32,8 @@ public:
 
 private:
     void work(netrove::Client& client);
+    // True if workers are left. A failure of one that has ended stops the others.
+    bool someLeft(std::vector<std::future<void>>& workers);
     void stop(std::exception_ptr reason);
     void draw(bool last);
 
@@ -44,10 +46,7 @@ private:
     std::atomic<std::size_t> NextLine = 0;
     std::atomic<std::uint64_t> LiveBytes = 0; // of the running transfers
     std::atomic<std::size_t> RunningTransfers = 0;
-    std::atomic<std::size_t> WorkersLeft = 0;
     WakeEvent WorkerLeft;
-
-    std::mutex Guard;
     std::exception_ptr FirstFailure;
     netrove::Pool Workers; // last: it ends before what its threads use
 };
