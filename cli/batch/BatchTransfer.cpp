@@ -1,19 +1,16 @@
 #include "cli/batch/BatchTransfer.h"
 
-#include "cli/exchange/BodySink.h"
 #include "cli/exchange/RequestOf.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
+#include "cli/system/Signals.h"
 
-#include <netrove/descriptor.h>
 #include <netrove/outputfile.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
+#include <memory>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -54,8 +51,38 @@ void journaled(BatchJournal* journal, Operation operation) {
     }
 }
 
+// Content of a request whose failures are those of the client, so that they say in which attempt they came.
+class Content final : public netrove::BodyReader {
+public:
+    explicit Content(std::unique_ptr<netrove::BodyReader> reader) : Reader(std::move(reader)) {}
+    std::size_t read(std::span<std::byte> room) override {
+        try {
+            return Reader->read(room);
+        } catch (const vantik::Interrupted&) {
+            throw;
+        } catch (const vantik::Failure& failure) {
+            const vantik::Message& message = failure.message();
+            throw netrove::Error(netrove::ErrorKind::File, message.identifier(), message.Arguments, message.Text);
+        }
+    }
+
+private:
+    std::unique_ptr<netrove::BodyReader> Reader;
+};
+
 netrove::Request requestFor(const Settings& settings) {
-    netrove::Request request = requestOf(settings, std::nullopt);
+    std::optional<Clock::time_point> deadline;
+    if (settings.MaxTime) {
+        // Only content that can be read once waits for it, and there is one attempt for that.
+        deadline = Clock::now() +
+                   std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*settings.MaxTime));
+    }
+    netrove::Request request = requestOf(settings, deadline);
+    if (request.body && !request.body.inMemory()) {
+        const netrove::Body body = request.body;
+        request.body = {[body] { return std::make_unique<Content>(body.open()); }, body.length(), body.repeatable(),
+                        body.contentType()};
+    }
     const BatchSettings& batch = settings.Batch;
     const auto milliseconds = [](double seconds) {
         return std::chrono::ceil<netrove::Limit>(std::chrono::duration<double>(std::max(seconds, 0.001)));
@@ -86,11 +113,14 @@ public:
         }
         netrove::Request request = requestFor(LineSettings);
         request.progress = [this](const netrove::Progress& progress) { count(progress.received); };
-        const netrove::Response response =
-            TheClient.stream(std::move(request), [&](const netrove::Response&) { return begin(file); });
-        outcome.Status = response.status;
-        outcome.Attempts = response.attempts;
-        outcome.Bytes = response.received;
+        const bool repeatable = !request.body || request.body.repeatable();
+        const auto onHead = [&](const netrove::Response& head) {
+            outcome.Status = head.status;
+            outcome.Attempts = head.attempts;
+            refuseSpentContent(LineSettings, head, repeatable);
+            return takerFor(file);
+        };
+        outcome.Bytes = TheClient.stream(std::move(request), onHead).received;
         if (file) {
             journaled(Tools.Journal, [&](BatchJournal& journal) { journal.written(Line, *file); });
             file->keep();
@@ -99,16 +129,13 @@ public:
 
 private:
     // The content of an attempt, in place of that of an attempt before.
-    netrove::Taker begin(const std::optional<OutputFile>& file) {
+    static netrove::Taker takerFor(std::optional<OutputFile>& file) {
         if (!file) {
             return [](std::span<const std::byte>) { return true; };
         }
-        if (ftruncate(file->descriptor(), 0) != 0 || lseek(file->descriptor(), 0, SEEK_SET) != 0) {
-            failSystem(failure::kFileNotWritten, *Line.Target, errno);
-        }
-        const auto sink = std::make_shared<BodySink>(file->descriptor(), *Line.Target, false, std::nullopt);
-        return [sink](std::span<const std::byte> piece) {
-            sink->take(piece);
+        file->restart();
+        return [&file](std::span<const std::byte> piece) {
+            file->write(piece);
             return true;
         };
     }
@@ -156,17 +183,23 @@ Settings batchSettings(const Settings& settings, const BatchLine& line) {
 }
 
 BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const BatchTools& tools) {
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     BatchOutcome outcome;
-    const Circumstances circumstances{.MaxTimeSeconds = tools.TheSettings.MaxTime.value_or(0)};
+    Circumstances circumstances{.MaxTimeSeconds = tools.TheSettings.MaxTime.value_or(0)};
     try {
         Transfer(client, line, tools).run(outcome);
     } catch (const JournalFailure& failure) {
         throw vantik::Failure(failure.Reason);
     } catch (const netrove::Error& error) {
         outcome.Failed = judge(error, circumstances);
-        outcome.Status = error.response().status;
-        outcome.Attempts = error.response().attempts;
+        if (error.response().attempts != 0) { // not of the file, before the request or after it
+            outcome.Status = error.response().status;
+            outcome.Attempts = error.response().attempts;
+        }
+    } catch (const vantik::Interrupted& interrupted) { // a wait for content that can be read once
+        outcome.Attempts = 1;
+        circumstances.Interrupted = circumstances.MaxTimeElapsed = true;
+        outcome.Failed = judge(interrupted.message(), circumstances);
     } catch (const vantik::Failure& failure) {
         outcome.Failed = judge(failure.message(), circumstances);
     } catch (const std::bad_alloc&) {
@@ -174,7 +207,7 @@ BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const 
     } catch (const std::exception& exception) {
         outcome.Failed = judge(cliMessage(failure::kFailure, {exception.what()}, exception.what()), circumstances);
     }
-    outcome.Time = std::chrono::steady_clock::now() - start;
+    outcome.Time = Clock::now() - start;
     if (outcome.Failed && (tools.Stopped || signalSeen() != 0)) {
         outcome.Abandoned = true;
         return outcome;

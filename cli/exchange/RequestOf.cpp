@@ -1,5 +1,6 @@
 #include "cli/exchange/RequestOf.h"
 
+#include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 #include "cli/system/BodySource.h"
 #include "cli/terminal/Output.h"
@@ -100,6 +101,16 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     request.decode = settings.Decode;
     request.checkStatus = settings.Fail;
     return request;
+}
+
+void refuseSpentContent(const Settings& settings, const netrove::Response& head, bool repeatable) {
+    const bool wantsContent = head.status == 307 || head.status == 308;
+    if (!wantsContent || repeatable || settings.redirectLimit() == 0 || !head.fields.contains("Location")) {
+        return;
+    }
+    const std::string name = settings.StreamFile == "-" ? "standard input" : settings.StreamFile;
+    fail(failure::kContentNotRewound, {name},
+         name + " cannot be read a second time for the redirected request; send it from a file instead");
 }
 
 netrove::NetworkSettings networkSettings(const Settings& settings) {

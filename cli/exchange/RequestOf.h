@@ -15,6 +15,10 @@ namespace netrove::cli {
 // The request, with its content opened. Raises FileNotRead. Waits for the content end at the deadline.
 netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_point> deadline);
 
+// Raises ContentNotRewound where this is a redirect to follow that wants the content again, which can be read only
+// once.
+void refuseSpentContent(const Settings& settings, const netrove::Response& head, bool repeatable);
+
 // The class as the settings want it driven.
 netrove::NetworkSettings networkSettings(const Settings& settings);
 
