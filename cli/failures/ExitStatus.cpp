@@ -65,6 +65,7 @@ constexpr Row kRows[] = {
     {"NETROVE:cli:JournalInUse", kExitNotWritten},
     {"NETROVE:cli:RedirectRefused", kExitUrl},
     {"NETROVE:cli:StatusError", kExitStatus},
+    {"NETROVE:cli:RetryTooLate", kExitStatus},
     {"NETROVE:cli:FileNotWritten", kExitNotWritten},
     {"NETROVE:cli:FileExists", kExitNotWritten},
     {"NETROVE:cli:BinaryToTerminal", kExitNotWritten},

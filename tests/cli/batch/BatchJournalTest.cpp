@@ -16,6 +16,7 @@
 
 namespace {
 
+using namespace netrove;
 using namespace netrove::cli;
 using testsupport::readFile;
 using testsupport::writeFile;

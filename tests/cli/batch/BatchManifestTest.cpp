@@ -14,6 +14,7 @@
 
 namespace {
 
+using namespace netrove;
 using namespace netrove::cli;
 
 BatchManifest parsed(const std::string& text, std::size_t piece = std::string::npos) {

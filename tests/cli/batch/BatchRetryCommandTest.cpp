@@ -1,8 +1,13 @@
-// Retries as a server sees them. Which failures are worth one, and how long the waits are: BatchRetryTest.cpp.
+// Retries as a server sees them. Which failures are worth one, and how long the waits are: RetryPolicyTest.cpp.
 #include "tests/cli/batch/BatchFixture.h"
+#include "tests/support/process/FailingCalls.h"
 #include "tests/support/server/UnreachablePorts.h"
 
+#include <cerrno>
 #include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -19,13 +24,13 @@ protected:
 };
 
 TEST_F(BatchRetryCommand, TriesAgainWhatMayPass) {
-    Server.answer("/busy", {{503, {{"Retry-After", "1"}}, ""}, {429, {}, ""}, {200, {}, "good"}});
+    Server.answer("/busy", {{503, {{"Retry-After", "1"}}, ""}, {429, {}, ""}, {500, {}, ""}, {200, {}, "good"}});
     Server.answer("/cut", {{200, {}, "the first par", true}, {200, {}, "all"}});
     Server.answer("/gone", {{404, {}, ""}});
     const Outcome outcome =
         retried(Server.url("/busy") + "\n" + Server.url("/cut") + "\n" + Server.url("/gone") + "\n");
     EXPECT_EQ(outcome.Status, 22);
-    expectMembers(results(outcome).at(0), {{"attempts", 3}, {"status", 200}});
+    expectMembers(results(outcome).at(0), {{"attempts", 4}, {"status", 200}});
     EXPECT_EQ(readFile(file("busy")), "good");
     EXPECT_EQ(results(outcome).at(1)["bytes"], 3) << "fetched again from its start";
     EXPECT_EQ(readFile(file("cut")), "all");
@@ -66,6 +71,65 @@ TEST_F(BatchRetryCommand, SendsTwiceWhatMayNotBeDoneTwiceOnlyWhereAsked) {
     EXPECT_EQ(Server.allRequests(), 2u);
     EXPECT_EQ(retried(post(Server.url("/order")), {"--retry-unsafe"}).Status, 0);
     EXPECT_EQ(Server.seen("/order").at(1).Body, "x");
+}
+
+TEST_F(BatchRetryCommand, EndsWhereTheServerAsksForMoreTimeThanAllowed) {
+    Server.answer("/busy", {{503, {{"Retry-After", "8"}}, "busy"}});
+    const Words limit = {"--retry-max-wait", "7"};
+    const Outcome outcome = retried(Server.url("/busy") + "\n", limit);
+    EXPECT_EQ(outcome.Status, 22);
+    expectMembers(results(outcome).at(0), {{"identifier", "NETROVE:cli:RetryTooLate"},
+                                           {"arguments", {8}},
+                                           {"status", 503},
+                                           {"attempts", 1},
+                                           {"exit", 22}});
+    EXPECT_EQ(files(), Words{});
+    EXPECT_EQ(retried(Server.url("/busy") + "\n", limit + Words{"--no-fail"}).Status, 0);
+    EXPECT_EQ(readFile(file("busy")), "busy");
+    EXPECT_EQ(Server.requests("/busy"), 2u);
+}
+
+TEST_F(BatchRetryCommand, CountsTheAttemptThatTheDiskEnds) {
+    Server.answer("/n/1", {{503, {}, ""}, {200, {}, "content"}});
+    write(Server.url("/n/1") + " 1\n");
+    Surroundings around = here();
+    around.Environment = failingCalls(Folder.path(), {{"fdatasync", 1, ENOSPC}});
+    const Outcome outcome = run({"batch", "list", "--retry", "3", "--retry-wait", "0", "--no-journal"}, around);
+    EXPECT_EQ(outcome.Status, 23) << outcome.Err;
+    expectMembers(results(outcome).at(0),
+                  {{"identifier", "NETROVE:cli:FileNotWritten"}, {"attempts", 2}, {"status", 200}});
+    EXPECT_EQ(files(), Words{});
+}
+
+TEST_F(BatchRetryCommand, DoesNotWaitLongerThanAllowedForContent) {
+    ASSERT_EQ(mkfifo(file("list.pipe").c_str(), 0600), 0);
+    const int pipe = open(file("list.pipe").c_str(), O_RDWR | O_CLOEXEC); // so it never comes to its end
+    ASSERT_GE(pipe, 0);
+    const Outcome outcome =
+        retried(json("/slow", R"("method":"PUT","body_file":"list.pipe","target":null)"), {"--max-time", "0.3"});
+    close(pipe);
+    EXPECT_EQ(outcome.Status, 28) << outcome.Err;
+    expectMembers(results(outcome).at(0), {{"identifier", "NETROVE:cli:MaxTime"}, {"attempts", 1}});
+}
+
+TEST_F(BatchRetryCommand, FollowsNoRedirectThatWantsContentASecondTimeWhichIsGone) {
+    ASSERT_EQ(mkfifo(file("list.pipe").c_str(), 0600), 0);
+    Server.answer("/moved", {{307, {{"Location", "/n/1"}}, "see there"}});
+    write(json("/moved", R"("method":"PUT","body_file":"list.pipe","target":"answer")"));
+    Program program({"batch", "list", "--retry", "3"}, here());
+    const int pipe = open(file("list.pipe").c_str(), O_WRONLY | O_CLOEXEC); // once the program reads it
+    ASSERT_GE(pipe, 0);
+    EXPECT_EQ(::write(pipe, "x", 1), 1);
+    close(pipe);
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 26) << outcome.Err;
+    expectMembers(results(outcome).at(0), {{"identifier", "NETROVE:cli:ContentNotRewound"},
+                                           {"arguments", {"list.pipe"}},
+                                           {"status", 307},
+                                           {"attempts", 1}});
+    EXPECT_EQ(Server.seen("/moved").at(0).Body, "x");
+    EXPECT_EQ(Server.requests("/n/1"), 0u);
+    EXPECT_EQ(files(), Words{});
 }
 
 TEST_F(BatchRetryCommand, CtrlCEndsTheWait) {
