@@ -71,3 +71,20 @@ TEST_F(Adapter, ContentReplacedWhileATransferSendsItLivesUntilThen) {
     EXPECT_EQ(Settings.Provider, nullptr);
     EXPECT_THAT(Settings.payload(), testing::ElementsAre(9));
 }
+
+TEST_F(Adapter, DropsWhatTheTransferHasPassedOnOnceAndNothingElse) {
+    std::ostringstream& buffer = Native.ResponseBuffer;
+    RunningTransfer& transfer = Native.Connection.Transfer;
+    buffer << "before";
+    transfer.Target = &buffer;
+    transfer.TargetStart = 6;
+    Native.dropReceived();
+    EXPECT_EQ(buffer.view(), "before") << "nothing was passed on";
+    buffer << "received";
+    transfer.PassedOn = 8;
+    Native.dropReceived();
+    EXPECT_EQ(buffer.view(), "before");
+    buffer << " and after";
+    Native.dropReceived();
+    EXPECT_EQ(buffer.view(), "before and after");
+}

@@ -69,6 +69,37 @@ TEST_F(ReceivePump, RunningTransferForNobodyFailsWithoutAByteAndBeforeTheInterru
     host().clearInterrupt();
 }
 
+// What a file or a consumer gets is not held, and what came as it is cost its sender as much.
+TEST_F(ReceivePump, OnlyMemoryRefusesMoreThan512MiBAndOnlyIfDecodingMadeThem) {
+    struct Row {
+        bool ToMemory;
+        std::uint64_t Before;
+        long OnTheWire;
+        std::string Report;
+    };
+    constexpr std::uint64_t kMost = std::uint64_t{512} << 20;
+    for (const auto& [toMemory, before, onTheWire, report] :
+         {Row{true, kMost - 1, 1, "nothing"}, Row{true, kMost, kMost + 1, "nothing"}, Row{false, kMost, 1, "nothing"},
+          Row{true, kMost, kMost, "VANTIK:webservices:DecodedContentTooLarge[N:536870912, N:br]"}}) {
+        std::stringbuf device;
+        std::ostream file(&device);
+        Connection.Transfer.PassedOn = before;
+        Connection.Metadata.ContentEncoding = "br";
+        Curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, onTheWire);
+        Copier.ReceiveBuffer.clear();
+        willPerform({receives("x", 0)});
+        EXPECT_EQ(failureText([&] { receive(toMemory ? &SaveTo : &file); }), report);
+        EXPECT_EQ(device.str(), toMemory ? "" : "x");
+    }
+    EXPECT_EQ(SaveTo.view(), "xx");
+    const auto consumer = consume();
+    Connection.Transfer.PassedOn = kMost;
+    Copier.ReceiveBuffer.clear();
+    willPerform({receives("x", 0)});
+    receive(nullptr);
+    EXPECT_EQ(consumer->content(), "x");
+}
+
 TEST_F(ReceivePump, StreamThatOnlyFailedIsNotBad) {
     SaveTo.setstate(std::ios_base::failbit);
     EXPECT_NO_THROW(receiveBy({receives("abc", 0)}));

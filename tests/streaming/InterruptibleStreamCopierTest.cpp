@@ -3,6 +3,7 @@
 
 #include "hostcalls/HostObjectCall.h"
 #include "tests/streaming/CopierFixture.h"
+#include "transfer/CurlCallbacks.h"
 
 #include <memory>
 #include <stdexcept>
@@ -124,6 +125,51 @@ TEST_F(CopierCallbacks, EveryOriginOfASeekIsTakenAsAbsolute) {
     }
     EXPECT_EQ(Curl.callSeek(-1), CURL_SEEKFUNC_OK);
     EXPECT_EQ(read(100), "end");
+}
+
+// A head that comes before the end of the content has forbidden to use the network connection again.
+TEST_F(CopierCallbacks, EndOfTheUploadAllowsReuseAfterAnEarlyHead) {
+    setPayload("ab");
+    const InterruptibleStreamCopier copier(Connection);
+    bool& pending = Connection.Transfer.UploadPending;
+    const auto allowed = [&] { return Curl.texts({CurlFunction::EasySetopt}); };
+    Curl.clear();
+    pending = true;
+    EXPECT_EQ(read(2), "2 ab");
+    EXPECT_EQ(read(2), "end");
+    EXPECT_FALSE(pending);
+    EXPECT_THAT(allowed(), ElementsAre()) << "nothing has forbidden it";
+    Connection.ReceivedHead.HeadersComplete = true;
+    EXPECT_EQ(read(2), "end");
+    EXPECT_THAT(allowed(), ElementsAre()) << "the upload had ended before";
+    Curl.callSeek(0);
+    EXPECT_TRUE(pending) << "the content is sent again";
+    Connection.Transfer.HasContentLength = true;
+    Connection.Transfer.ContentLengthToSend = 2;
+    EXPECT_EQ(read(1), "1 a");
+    EXPECT_TRUE(pending);
+    EXPECT_EQ(read(1), "1 b");
+    EXPECT_FALSE(pending) << "libcurl does not ask again after the announced length";
+    EXPECT_THAT(allowed(), ElementsAre("CURLOPT_FORBID_REUSE 0"));
+}
+
+// In the middle of decoding, libcurl would go on into a buffer of its own.
+TEST_F(CopierCallbacks, ContentThatMayExpandWithoutLimitPausesAtTheNextReadOfTheNetwork) {
+    Connection.ReceivedHead.ResponseHeaderLines = {"HTTP/1.1 200 OK", "Content-Encoding: br"};
+    Connection.Transfer.Copier = std::make_shared<InterruptibleStreamCopier>(Connection);
+    const auto readNetwork = [&] {
+        char byte = 'x';
+        debugCallback(Connection.Handles->EasyHandle, CURLINFO_DATA_IN, &byte, 1, &Connection);
+    };
+    Curl.OnEasyPause = [](int) { return CURLE_OK; };
+    Curl.clear();
+    Curl.callWrite(std::string(InterruptibleStreamCopier::kReceiveStep - 1, 'x'));
+    readNetwork();
+    Curl.callWrite("x");
+    EXPECT_EQ(Curl.count(CurlFunction::EasyPause), 0U);
+    readNetwork();
+    readNetwork();
+    EXPECT_THAT(Curl.texts({CurlFunction::EasyPause}), ElementsAre("curl_easy_pause 1"));
 }
 
 // Bytes sent are on the line of their length, bytes received on a line of their own. A level below 0 is neither 0
