@@ -182,7 +182,7 @@ INSTANTIATE_TEST_SUITE_P(Statuses, CompletionOfStatus, ::testing::ValuesIn(kStat
                          [](const auto& info) { return info.param.Name; });
 
 // A status that libcurl has read does not make a response of a head that never ended.
-TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
+TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndOrThatOfItsContentIsAWarning) {
     CURL* const easy = connection.Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_HEADERDATA), &connection);
     setOption(easy, CURL_NAMED(CURLOPT_HEADERFUNCTION), &headerCallback);
@@ -202,6 +202,8 @@ TEST_F(HTTPConnectionCompletionTest, HeadWithoutItsEndIsAWarning) {
     EXPECT_THAT(warned("HTTP/1.1 103 Early Hints\r\n\r\n", CURLE_OK, ""),
                 ElementsAre(partWarning("No response came after an interim one.")));
     EXPECT_THAT(warned("HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", CURLE_OK, ""), IsEmpty());
+    EXPECT_THAT(warned("HTTP/1.1 200 OK\r\nContent-Length: 4\r\nContent-Length: 6\r\n\r\n", CURLE_OK, ""),
+                ElementsAre(partWarning("The head of the response does not say for certain where its content ends.")));
 }
 
 TEST_F(HTTPConnectionCompletionTest, NothingIsJudgedWithoutAMessageOfTheEnd) {

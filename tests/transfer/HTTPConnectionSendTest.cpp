@@ -132,6 +132,12 @@ TEST_F(HTTPConnectionSendTest, FlagsAreClearedBetweenTheHeadAndTheTraceOptions) 
     EXPECT_FALSE(connection.Transfer.PerformDone);
 }
 
+TEST_F(HTTPConnectionSendTest, HeadThatAnEarlierTransferHasNotEndedDoesNotGoOn) {
+    connection.SentHead.InRequestHead = true;
+    EXPECT_EQ(sendAnswered(), "nothing");
+    EXPECT_THAT(connection.SentHead.RequestHeaderLines, ElementsAre("Host: 127.0.0.1"));
+}
+
 // The loop.
 
 TEST_F(HTTPConnectionSendTest, PassIsWaitPausePerformInterruptTimeout) {
