@@ -1,5 +1,7 @@
 #include "client/failures/ClientFailure.h"
 
+#include <netrove/text.h>
+
 #include <system_error>
 #include <utility>
 
@@ -45,7 +47,8 @@ ErrorKind kindOf(std::string_view key) {
 } // namespace
 
 Error clientError(std::string_view key, std::vector<Error::Argument> arguments, const std::string& text) {
-    return {kindOf(key), "NETROVE:client:" + std::string(key), std::move(arguments), text};
+    // Names of files and words of a server are in it.
+    return {kindOf(key), "NETROVE:client:" + std::string(key), std::move(arguments), printable(text)};
 }
 
 void fail(std::string_view key, std::vector<Error::Argument> arguments, const std::string& text) {

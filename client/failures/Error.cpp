@@ -28,7 +28,7 @@ struct Error::Content {
 
 Error::Error(ErrorKind kind, std::string identifier, std::vector<Argument> arguments, const std::string& text)
     : Error([&] {
-          std::string shown = text.empty() ? identifier : text;
+          std::string shown = !text.empty() ? text : !identifier.empty() ? identifier : std::string(nameOf(kind));
           return std::make_shared<const Content>(
               Content{kind, std::move(identifier), std::move(arguments), std::move(shown), {}});
       }()) {}
@@ -68,7 +68,7 @@ Error Error::with(Response response, bool sent) const {
 Error Error::with(ErrorKind kind, const std::string& text) const {
     Content content = *Shared;
     content.Kind = kind;
-    content.Text = text;
+    content.Text = text.empty() ? content.Text : text;
     return Error(std::make_shared<const Content>(std::move(content)));
 }
 

@@ -35,11 +35,7 @@ void refuse(bool condition, const std::string& text) {
 void checkFields(const Fields& fields) {
     for (const Field& field : fields) {
         refuse(!isToken(field.name), "'" + printable(field.name) + "' is not the name of a header field");
-        // A tab between words is the only control character that a value may hold.
-        const bool bad = std::any_of(field.value.begin(), field.value.end(), [](char c) {
-            return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || static_cast<unsigned char>(c) >= 0x7F;
-        });
-        refuse(bad, "the value of the header field '" + field.name + "' is not printable ASCII");
+        refuse(!isFieldValue(field.value), "the value of the header field '" + field.name + "' is not printable ASCII");
     }
 }
 
@@ -61,6 +57,11 @@ void checkLimit(const std::optional<Limit>& limit, const char* name) {
 }
 
 void checkSaving(const Request& request) {
+    refuse(equalsIgnoringCase(request.method, "HEAD"), "the response to a HEAD has no content to save");
+    refuse(request.resume && ((!request.method.empty() && request.method != "GET") || request.body),
+           "resume is for GET only");
+    refuse(request.resume && (request.fields.contains("Range") || request.fields.contains("If-Range")),
+           "resume sets the fields Range and If-Range itself");
     const bool hex = std::all_of(request.sha256.begin(), request.sha256.end(), isHexDigit);
     refuse(!request.sha256.empty() && (!hex || request.sha256.size() != kSha256Digits),
            "sha256 takes 64 hexadecimal digits");
@@ -97,6 +98,16 @@ void inherit(Proxy& own, const Proxy& other) {
     }
 }
 
+void inherit(Tls& own, const Tls& other) {
+    // Otherwise a client that verifies nothing would not ask whom the call trusts.
+    if (!own.file.empty() && !own.verify) {
+        refuse(other.verify == false, "tls.file says whom to trust, and tls.verify of the client not to ask");
+    }
+    inherit(own.verify, other.verify);
+    inherit(own.verifyName, other.verifyName);
+    inherit(own.file, other.file);
+}
+
 void inherit(Request& own, const Request& other) {
     Fields fields;
     for (const Field& field : other.fields) {
@@ -116,9 +127,7 @@ void inherit(Request& own, const Request& other) {
     inherit(own.limits.attempt, other.limits.attempt);
     inherit(own.limits.total, other.limits.total);
     inherit(own.limits.memory, other.limits.memory);
-    inherit(own.tls.verify, other.tls.verify);
-    inherit(own.tls.verifyName, other.tls.verifyName);
-    inherit(own.tls.file, other.tls.file);
+    inherit(own.tls, other.tls);
     inherit(own.redirects.most, other.redirects.most);
     inherit(own.redirects.downgrade, other.redirects.downgrade);
     inherit(own.redirects.secret, other.redirects.secret);
@@ -161,11 +170,6 @@ const Request& documentedDefaults() {
     return defaults;
 }
 
-bool isAbsolute(std::string_view url) {
-    const auto colon = url.find("://");
-    return colon != url.npos && url.find_first_of("/?#") > colon;
-}
-
 // Boost reads URLs in ASCII only.
 std::string asciiOf(std::string_view url) {
     constexpr std::string_view digits = "0123456789ABCDEF";
@@ -181,6 +185,17 @@ std::string asciiOf(std::string_view url) {
     return result;
 }
 
+// Moves user name and password from the URL to the login, unless the call has one of its own.
+void takeLogin(Request& own) {
+    const UserInfo info = takeUserInfo(own.url);
+    if (!info.Present || own.login.user || !own.login.bearer.empty()) {
+        return;
+    }
+    own.login.user = info.User;
+    own.login.password = info.Password.value_or("");
+    checkLogin(own.login, "in the URL");
+}
+
 void completeUrl(Request& own, const std::string& base) {
     if (own.url.empty()) {
         throw Error(ErrorKind::Url, "NETROVE:client:Usage", {}, "the URL is empty");
@@ -190,14 +205,19 @@ void completeUrl(Request& own, const std::string& base) {
         refuse(url.empty(), "'" + printable(maskRefusedUrl(own.url)) + "' is not a valid URL");
         own.url = url;
     }
-    const UserInfo info = takeUserInfo(own.url);
-    if (info.Present && !own.login.user && own.login.bearer.empty()) {
-        own.login.user = info.User;
-        own.login.password = info.Password.value_or("");
-    }
+    takeLogin(own);
 }
 
 } // namespace
+
+bool isAbsolute(std::string_view url) {
+    const auto colon = url.find("://");
+    return colon != url.npos && url.find_first_of("/?#") > colon;
+}
+
+bool isFieldValue(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return (c >= 0x20 && c < 0x7F) || c == '	'; });
+}
 
 void checkRequest(const Request& request, Use use) {
     refuse(hasControls(request.url), "the URL has control characters");
@@ -222,11 +242,20 @@ void checkRequest(const Request& request, Use use) {
            "tls.file says whom to trust, and tls.verify not to ask");
     if (!request.proxy.url.empty()) {
         try {
-            vantik::readHttpProxy(request.proxy.url);
+            const vantik::HttpProxy proxy = vantik::readHttpProxy(request.proxy.url);
+            refuse(hasControls(proxy.Username) || hasControls(proxy.Password),
+                   "the login in the URL of the proxy has control characters");
         } catch (const vantik::Failure& refusal) {
             failUsage("the proxy cannot be used: " + std::get<std::string>(refusal.message().Arguments.front()));
         }
     }
+    const auto isFailure = [](int status) { return status >= 400 && status <= 599; };
+    refuse(request.retry.statuses &&
+               !std::all_of(request.retry.statuses->begin(), request.retry.statuses->end(), isFailure),
+           "retry.statuses takes what is a failure: 400 to 599");
+    refuse(request.tls.file.find('\0') != std::string::npos, "tls.file has a NUL");
+    refuse(use == Use::Defaults && !request.url.empty() && !isAbsolute(request.url),
+           "the URL of a client's defaults is absolute: others are relative to it");
     if (use == Use::Save) {
         return checkSaving(request);
     }
@@ -237,6 +266,9 @@ void checkRequest(const Request& request, Use use) {
 }
 
 Request completed(Request own, const Request& defaults) {
+    if (isAbsolute(own.url)) {
+        takeLogin(own); // it is the call's, and so goes before that of the client
+    }
     inherit(own, defaults);
     inherit(own, documentedDefaults());
     completeUrl(own, defaults.url);

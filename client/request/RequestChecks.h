@@ -18,6 +18,10 @@ void checkRequest(const Request& request, Use use);
 // absolute, user name and password have moved from it to the login, the method is set.
 Request completed(Request own, const Request& defaults);
 
+bool isAbsolute(std::string_view url); // "scheme://…"
+// Printable ASCII. A tab between words is the only control character that a value may hold.
+bool isFieldValue(std::string_view text);
+
 // A reference as in Location or as a program gives it, against an absolute URL (RFC 3986, section 5); a missing
 // fragment is inherited (RFC 9110, section 10.2.2). Empty where it cannot be read.
 std::string resolvedUrl(std::string_view base, std::string_view reference);
