@@ -1,10 +1,10 @@
 #include "client/failures/ClientFailure.h"
+#include "client/request/RequestChecks.h"
 
 #include <netrove/pool.h>
 #include <netrove/url.h>
 
-#include <algorithm>
-#include <atomic>
+#include <cstdint>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -17,43 +17,42 @@ namespace {
 
 constexpr int kMostJobs = 1000;
 
-std::string hostOf(const std::string& url) {
-    const UrlParts parts = splitUrl(url);
-    return parts.Host + ":" + parts.Port;
-}
-
-std::exception_ptr droppedTask() {
+std::exception_ptr dropped() {
     return std::make_exception_ptr(clientError(failure::kInterrupted, {}, "the pool has dropped the request"));
 }
 
 } // namespace
 
 struct Pool::State {
-    struct Waiting {
-        std::string Host;
-        Task Run;
+    // The tasks for one host.
+    struct Lane {
+        std::deque<std::pair<std::uint64_t, Task>> Waiting; // with their numbers, in order of arrival
+        int Busy = 0;                                       // requests under way
     };
+    using Lanes = std::map<std::string, Lane>;
 
     State(PoolSettings settings, Request defaults, std::function<std::unique_ptr<Transport>()> makeTransport)
         : Settings(settings), Defaults(std::move(defaults)), MakeTransport(std::move(makeTransport)) {
         if (Settings.jobs < 1 || Settings.jobs > kMostJobs || Settings.perHost < 1) {
             failUsage("a pool has 1 to " + std::to_string(kMostJobs) + " jobs, and at least one for each host");
         }
-        const Client checked(Defaults, nullptr);
+        checkRequest(Defaults, Use::Defaults);
+        Threads.reserve(static_cast<std::size_t>(Settings.jobs));
         for (int i = 0; i < Settings.jobs; ++i) {
             try {
                 Threads.emplace_back([this] { work(); });
-            } catch (const std::system_error&) {
+            } catch (const std::system_error& failure) {
                 // Fewer threads than wanted do the same work; without any, nobody does.
                 if (Threads.empty()) {
-                    throw;
+                    fail("Failure", {failure.what()}, std::string("no thread can be started: ") + failure.what());
                 }
                 break;
             }
         }
     }
 
-    ~State() {
+    // Nobody waits in `enqueue` for a pool that has ended, though some may still be on their way out of it.
+    void end() {
         {
             const std::lock_guard lock(Guard);
             Ended = true;
@@ -66,86 +65,126 @@ struct Pool::State {
     }
 
     void interrupt() noexcept {
-        std::deque<Waiting> dropped;
+        std::vector<Task> tasks;
         {
             const std::lock_guard lock(Guard);
-            dropped.swap(Queue);
-            for (Client* client : Running) {
+            for (auto& [host, lane] : All) {
+                for (auto& [number, task] : lane.Waiting) {
+                    tasks.push_back(std::move(task));
+                }
+                lane.Waiting.clear();
+            }
+            std::erase_if(All, [](const auto& entry) { return entry.second.Busy == 0; });
+            Ready.clear();
+            Waiting = 0;
+            for (auto& [client, interrupted] : Running) {
+                interrupted = true;
                 client->interrupt();
             }
         }
         Room.notify_all();
-        for (const Waiting& task : dropped) {
-            task.Run(nullptr, droppedTask());
+        for (Task& task : tasks) {
+            task(nullptr, dropped());
         }
     }
 
-    void enqueue(const std::string& url, Task task) {
-        std::unique_lock lock(Guard);
-        Room.wait(lock, [this] { return Ended || Settings.queue == 0 || Queue.size() < Settings.queue; });
-        Queue.push_back({hostOf(url), std::move(task)});
-        lock.unlock();
-        Changed.notify_one();
+    std::string hostOf(const std::string& url) const {
+        const UrlParts parts = splitUrl(isAbsolute(url) || Defaults.url.empty() ? url : resolvedUrl(Defaults.url, url));
+        return parts.Host + ":" + parts.Port;
     }
 
-    // The first task whose host has room; the end of the queue if none has.
-    std::deque<Waiting>::iterator nextTask() {
-        return std::find_if(Queue.begin(), Queue.end(),
-                            [this](const Waiting& task) { return Busy[task.Host] < Settings.perHost; });
+    void enqueue(const std::string& url, Task task) {
+        const std::string host = hostOf(url);
+        {
+            std::unique_lock lock(Guard);
+            Room.wait(lock, [this] { return Ended || Settings.queue == 0 || Waiting < Settings.queue; });
+            if (!Ended) {
+                const auto lane = All.try_emplace(host).first;
+                lane->second.Waiting.emplace_back(NextNumber++, std::move(task));
+                ++Waiting;
+                makeReady(lane);
+                lock.unlock();
+                Changed.notify_one();
+                return;
+            }
+        }
+        task(nullptr, dropped());
+    }
+
+    // With the lock held. A host is ready while it has room and a task; it is found by the number of its first task.
+    void makeReady(Lanes::iterator lane) {
+        if (!lane->second.Waiting.empty() && lane->second.Busy < Settings.perHost) {
+            Ready.emplace(lane->second.Waiting.front().first, lane);
+        }
     }
 
     void work() {
         std::optional<Client> client; // made with the first task: what cannot be made fails that
         std::unique_lock lock(Guard);
         for (;;) {
-            auto next = Queue.end();
-            Changed.wait(lock, [&] { return Ended || (next = nextTask()) != Queue.end(); });
+            Changed.wait(lock, [this] { return Ended || !Ready.empty(); });
             if (Ended) {
                 return;
             }
-            const Waiting task = std::move(*next);
-            Queue.erase(next);
-            ++Busy[task.Host];
+            const auto lane = Ready.begin()->second;
+            Ready.erase(Ready.begin());
+            Task task = std::move(lane->second.Waiting.front().second);
+            lane->second.Waiting.pop_front();
+            --Waiting;
+            ++lane->second.Busy;
+            makeReady(lane);
             lock.unlock();
             Room.notify_one();
             run(task, client);
+            task = nullptr; // what it holds may be anything, so it goes without the lock
             lock.lock();
-            if (--Busy[task.Host] == 0) {
-                Busy.erase(task.Host);
+            --lane->second.Busy;
+            if (lane->second.Busy == 0 && lane->second.Waiting.empty()) {
+                All.erase(lane);
+            } else {
+                makeReady(lane);
+                Changed.notify_one();
             }
-            Changed.notify_all(); // the host has room again
         }
     }
 
-    void run(const Waiting& task, std::optional<Client>& client) {
+    void run(const Task& task, std::optional<Client>& client) {
         try {
             if (!client) {
                 client.emplace(Defaults, MakeTransport ? MakeTransport() : networkTransport());
             }
         } catch (...) {
-            return task.Run(nullptr, std::current_exception());
+            return task(nullptr, std::current_exception());
         }
         {
             const std::lock_guard lock(Guard);
-            Running.push_back(&*client);
+            Running.emplace(&*client, Ended);
             if (Ended) {
                 client->interrupt();
             }
         }
-        task.Run(&*client, nullptr);
-        const std::lock_guard lock(Guard);
-        std::erase(Running, &*client);
+        task(&*client, nullptr);
+        bool interrupted = false;
+        {
+            const std::lock_guard lock(Guard);
+            interrupted = Running.extract(&*client).mapped();
+        }
+        if (interrupted) {
+            client.reset(); // it may not have noticed, and would stop the next task instead
+        }
     }
 
     PoolSettings Settings;
     Request Defaults;
     std::function<std::unique_ptr<Transport>()> MakeTransport;
     std::mutex Guard;
-    std::condition_variable Changed; // a task has come, a host has room, or the pool ends
-    std::condition_variable Room;    // the queue has become shorter
-    std::deque<Waiting> Queue;
-    std::map<std::string, int> Busy; // requests under way to each host
-    std::vector<Client*> Running;
+    std::condition_variable Changed; // a host has become ready, or the pool ends
+    std::condition_variable Room;    // fewer tasks wait
+    Lanes All;                       // hosts with tasks or requests
+    std::map<std::uint64_t, Lanes::iterator> Ready;
+    std::uint64_t NextNumber = 0;
+    std::size_t Waiting = 0;         // tasks of all hosts
+    std::map<Client*, bool> Running; // and whether it has been interrupted
     bool Ended = false;
     std::vector<std::thread> Threads;
 };
@@ -153,10 +192,13 @@ struct Pool::State {
 Pool::Pool(PoolSettings settings, Request defaults, std::function<std::unique_ptr<Transport>()> makeTransport)
     : Own(std::make_shared<State>(settings, std::move(defaults), std::move(makeTransport))) {}
 
-Pool::~Pool() = default;
+Pool::~Pool() {
+    Own->end();
+}
 
 void Pool::enqueue(const std::string& url, Task task) {
-    Own->enqueue(url, std::move(task));
+    const std::shared_ptr<State> own = Own; // outlives the pool for whoever waits here
+    own->enqueue(url, std::move(task));
 }
 
 void Pool::interrupt() noexcept {
@@ -205,8 +247,8 @@ std::optional<Result> Results::next() {
     if (Own->Left == 0) {
         return std::nullopt;
     }
-    Own->Ended.wait(lock, [this] { return !Own->Ready.empty(); });
     --Own->Left;
+    Own->Ended.wait(lock, [this] { return !Own->Ready.empty(); });
     Result result = std::move(Own->Ready.front());
     Own->Ready.pop_front();
     return result;
@@ -249,22 +291,29 @@ Results Pool::requestAll(std::vector<Request> requests) {
         Request& request = requests[i];
         const std::string url = request.url;
         if (!request.stop.stop_possible()) {
-            request.stop = state->Stop.get_token();
+            request.stop = Own->Defaults.stop;
         }
-        Own->enqueue(url, [state, i, request = std::move(request)](Client* client, const std::exception_ptr& why) {
-            Result result{.index = i, .url = request.url};
-            try {
-                if (client == nullptr || request.stop.stop_requested()) {
-                    std::rethrow_exception(client == nullptr ? why : droppedTask());
-                }
-                result.response = client->request(request);
-            } catch (...) {
-                result.failure = std::current_exception();
-            }
-            const std::lock_guard lock(state->Guard);
-            state->Ready.push_back(std::move(result));
-            state->Ended.notify_one();
-        });
+        enqueue(url,
+                [state, i, request = std::move(request)](Client* client, const std::exception_ptr& failed) mutable {
+                    Result result{.index = i, .url = request.url};
+                    try {
+                        // The program's own word counts as much as that of the results, which may be dropped.
+                        std::stop_source both;
+                        const auto stop = [&both] { both.request_stop(); };
+                        const std::stop_callback onOwn(request.stop, stop);
+                        const std::stop_callback onDropped(state->Stop.get_token(), stop);
+                        request.stop = both.get_token();
+                        if (client == nullptr || both.stop_requested()) {
+                            std::rethrow_exception(failed ? failed : dropped());
+                        }
+                        result.response = client->request(request);
+                    } catch (...) {
+                        result.failure = std::current_exception();
+                    }
+                    const std::lock_guard lock(state->Guard);
+                    state->Ready.push_back(std::move(result));
+                    state->Ended.notify_one();
+                });
     }
     return Results(state);
 }

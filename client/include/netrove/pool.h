@@ -108,22 +108,24 @@ public:
     Results requestAll(std::vector<Request> requests);
     ///@}
 
-    /// Runs a callable with one of the clients, as one request to the host of this URL.
+    /// Runs a callable with one of the clients, as one request to the host of this URL. In a task of the same pool it
+    /// must not wait for room in a full queue: that may be room which the task itself takes.
     template <class Callable>
     auto submit(const std::string& url, Callable callable) -> std::future<std::invoke_result_t<Callable&, Client&>> {
         using Value = std::invoke_result_t<Callable&, Client&>;
         auto promise = std::make_shared<std::promise<Value>>();
         auto future = promise->get_future();
-        enqueue(url, [promise, callable = std::move(callable)](Client* client, const std::exception_ptr& why) mutable {
+        auto run = std::make_shared<Callable>(std::move(callable)); // which may be one that cannot be copied
+        enqueue(url, [promise, run](Client* client, const std::exception_ptr& failed) {
             try {
-                if (client == nullptr) {
-                    std::rethrow_exception(why);
+                if (failed) {
+                    std::rethrow_exception(failed);
                 }
                 if constexpr (std::is_void_v<Value>) {
-                    callable(*client);
+                    (*run)(*client);
                     promise->set_value();
                 } else {
-                    promise->set_value(callable(*client));
+                    promise->set_value((*run)(*client));
                 }
             } catch (...) {
                 promise->set_exception(std::current_exception());
@@ -136,7 +138,8 @@ public:
     void interrupt() noexcept;
 
 private:
-    using Task = std::function<void(Client* client, const std::exception_ptr& why)>; // no client: and why there is none
+    // Gets a client, or null and why there is none.
+    using Task = std::function<void(Client* client, const std::exception_ptr& failed)>;
     void enqueue(const std::string& url, Task task);
 
     struct State;

@@ -127,6 +127,96 @@ TEST(Pool, AFullQueueMakesTheProgramWait) {
     }
 }
 
+TEST(Pool, AClientThatCannotBeMadeFailsItsTasksWithTheReason) {
+    struct Own {};
+    Pool pool({.jobs = 1}, {}, []() -> std::unique_ptr<Transport> { throw Own(); });
+    EXPECT_THROW(pool.get("http://a/").get(), Own);
+}
+
+TEST(Pool, AnInterruptThatATaskDoesNotNoticeStopsNoOther) {
+    netrove::testing::Script script{{.content = "next"}};
+    Pool pool({.jobs = 1}, {}, [&] { return script.transport(); });
+    std::latch running(1);
+    std::latch interrupted(1);
+    auto first = pool.submit("http://a/", [&](Client&) {
+        running.count_down();
+        interrupted.wait();
+    });
+    running.wait();
+    pool.interrupt();
+    interrupted.count_down();
+    first.get();
+    EXPECT_EQ(pool.get("http://a/").get().text(), "next");
+}
+
+// A task that waits for room in the queue when the pool ends.
+TEST(Pool, ItsEndDropsWhatWaitsToBeQueued) {
+    netrove::testing::Script script{};
+    std::vector<std::future<void>> futures;
+    std::latch filled(1);
+    {
+        Pool pool({.jobs = 1, .queue = 1}, {}, [&] { return script.transport(); });
+        pool.submit("http://a/", [&](Client&) {
+            futures.push_back(pool.submit("http://a/", [](Client&) {}));
+            filled.count_down();
+            futures.push_back(pool.submit("http://a/", [](Client&) {}));
+        });
+        filled.wait();
+    }
+    ASSERT_EQ(futures.size(), 2u);
+    for (auto& future : futures) {
+        EXPECT_THROW(future.get(), Error);
+    }
+}
+
+TEST(Pool, TasksMayHoldWhatCannotBeCopied) {
+    netrove::testing::Script script{};
+    Pool pool({.jobs = 1}, {}, [&] { return script.transport(); });
+    auto value = std::make_unique<int>(7);
+    EXPECT_EQ(pool.submit("http://a/", [value = std::move(value)](Client&) { return *value; }).get(), 7);
+}
+
+TEST(Pool, RelativeUrlsCountForTheirHost) {
+    netrove::testing::Script script{};
+    Pool pool({.jobs = 4, .perHost = 1}, {.url = "http://a/"}, [&] { return script.transport(); });
+    std::atomic<int> now = 0;
+    std::atomic<bool> together = false;
+    std::vector<std::future<void>> futures;
+    for (int i = 0; i < 100; ++i) {
+        futures.push_back(pool.submit(i % 2 == 0 ? "x" : "http://a:80/x", [&](Client&) {
+            if (++now > 1) {
+                together = true;
+            }
+            std::this_thread::yield();
+            --now;
+        }));
+    }
+    for (auto& future : futures) {
+        future.get();
+    }
+    EXPECT_FALSE(together);
+}
+
+TEST(Pool, DroppedResultsStopRequestsThatHaveAStopOfTheirOwn) {
+    ScriptedServer server(Script{step::expectHead(), step::signal("asked")});
+    std::stop_source own;
+    Pool pool({.jobs = 1}, {.proxy = Proxy::none(), .retry = {.attempts = 1}});
+    {
+        const Results dropped = pool.getAll({server.url()}, {.stop = own.get_token()});
+        server.waitFor("asked");
+    }
+    EXPECT_EQ(pool.submit(server.url(), [](Client&) { return 7; }).get(), 7) << "the thread is free again";
+}
+
+TEST(Pool, TheStopOfItsDefaultsHoldsForAll) {
+    netrove::testing::Script script{{.content = "x"}};
+    std::stop_source stop;
+    stop.request_stop();
+    Pool pool({.jobs = 1}, {.stop = stop.get_token()}, [&] { return script.transport(); });
+    EXPECT_FALSE(*pool.getAll({"http://a/"}).next());
+    EXPECT_EQ(script.left(), 1u);
+}
+
 TEST(Pool, RefusesSettingsThatMakeNoSense) {
     EXPECT_THROW(Pool({.jobs = 0}), Error);
     EXPECT_THROW(Pool({.perHost = 0}), Error);
