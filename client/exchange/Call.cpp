@@ -27,8 +27,11 @@ std::optional<std::uint64_t> number(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
 }
 
-std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
-    return limit == kUnlimited ? std::nullopt : std::optional(std::chrono::steady_clock::now() + limit);
+// Far enough away for any limit, and near enough for the clock to count.
+constexpr std::chrono::hours kLongestWait(24 * 365 * 10);
+
+std::chrono::steady_clock::time_point after(Limit time) {
+    return std::chrono::steady_clock::now() + std::min<Limit>(time, kLongestWait);
 }
 
 std::string secondsText(std::chrono::duration<double> time) {
@@ -51,52 +54,73 @@ std::optional<std::uint64_t> announcedLength(const Response& response, const Req
     return number(response.fields["Content-Length"]);
 }
 
+std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
+    return limit == kUnlimited ? std::nullopt : std::optional(after(limit));
+}
+
 Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
-    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), End(endOf(*Asked.limits.total)) {}
+    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)) {}
 
 Response Call::run() {
-    for (int number = 1;; ++number) {
+    for (;;) {
+        ++Attempts;
         const auto attemptEnd = endOf(*Asked.limits.attempt);
-        Tools.TheTransport.endAt(End && attemptEnd ? std::min(End, attemptEnd) : End ? End : attemptEnd);
+        Tools.TheTransport.endAt(Tools.End && attemptEnd ? std::min(Tools.End, attemptEnd)
+                                 : Tools.End             ? Tools.End
+                                                         : attemptEnd);
         try {
-            Response response = attempt(number);
+            Response response = attempt();
             response.hops = Hops;
-            response.attempts = number;
+            response.attempts = Attempts;
             return response;
         } catch (const Error& failure) {
+            if (Foreign) {
+                throw;
+            }
             Response before = failure.response();
             before.hops = Hops;
-            before.attempts = number;
+            before.attempts = Attempts;
             const bool attemptOver =
                 failure.identifier().ends_with(netrove::failure::kTotalTime) && timeLeft() != Limit::zero();
             const Error& told =
                 attemptOver ? clientError(netrove::failure::kAttemptTime, {}, "not complete within the limit `attempt`")
                             : failure;
-            waitForNext(number, told.with(std::move(before), failure.sent()));
+            forgetAttemptsEnd();
+            waitForNext(told.with(std::move(before), failure.sent()));
         }
     }
 }
 
-// Returns when it is time for the next attempt; raises the failure where there is to be none.
-void Call::waitForNext(int attempts, const Error& failure) {
-    if (PassedOn && !MayRestart) {
-        throw failure;
-    }
-    const auto wait = Tools.Policy.waitAfter(attempts, Asked, failure, timeLeft());
-    if (!wait) {
-        throw failure;
-    }
-    note("tries again in " + secondsText(*wait) + " (attempt " + std::to_string(attempts + 1) + " of " +
-         std::to_string(*Asked.retry.attempts) + "): " + failure.what());
-    if (End && Clock::now() + *wait >= *End) {
-        throw failure;
-    }
-    if (Tools.Stopped || !Tools.Wake.sleepUntil(Clock::now() + *wait)) {
-        failStopped();
+// What ended one attempt, or would have, is nothing to the next one.
+void Call::forgetAttemptsEnd() {
+    Tools.TheTransport.endAt(Tools.End);
+    Tools.TheTransport.clearInterrupt();
+    if (Tools.Stopped) {
+        Tools.TheTransport.interrupt();
     }
 }
 
-Response Call::attempt(int number) {
+// Returns when it is time for the next attempt; raises the failure where there is to be none.
+void Call::waitForNext(const Error& failure) {
+    if (PassedOn && !MayRestart) {
+        throw failure;
+    }
+    const auto wait = Tools.Policy.waitAfter(Attempts, Asked, failure, timeLeft());
+    if (!wait) {
+        throw failure;
+    }
+    note("tries again in " + secondsText(*wait) + " (attempt " + std::to_string(Attempts + 1) + " of " +
+         std::to_string(*Asked.retry.attempts) + "): " + failure.what());
+    const auto next = after(*wait);
+    if (Tools.End && next >= *Tools.End) {
+        throw failure;
+    }
+    if (Tools.Stopped || !Tools.Wake.sleepUntil(next)) {
+        throw stopped().with(failure.response(), failure.sent());
+    }
+}
+
+Response Call::attempt() {
     RedirectChain chain(Asked);
     Request current = Asked;
     Now = {};
@@ -107,16 +131,16 @@ Response Call::attempt(int number) {
     };
     for (bool first = true;; first = false) {
         if (Tools.Stopped) {
-            failStopped();
+            throw stopped();
         }
         Response response;
-        if (!hop(current, chain, response, number, first)) {
+        if (!hop(current, chain, response, first)) {
             return response;
         }
     }
 }
 
-bool Call::hop(Request& current, RedirectChain& chain, Response& response, int number, bool first) {
+bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool first) {
     Request sent = current;
     if (BeforeEach) {
         BeforeEach(sent);
@@ -127,7 +151,7 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
     const auto start = Clock::now();
     Hops.push_back({.url = maskUserInfo(current.url), .method = current.method});
     Head last;
-    bool follow = false;
+    Fate fate = Fate::None;
     try {
         Tools.TheTransport.exchange(sent, first, [&](const Head& head) {
             Hops.back().status = head.status;
@@ -135,10 +159,13 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
             Hops.back().untilHead = Clock::now() - start;
             last = head;
             // The function that is returned owns its target, which the analyzer takes for lost.
-            return takerFor(head, current, response, number, follow); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
+            return takerFor(head, current, response, fate); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
         });
         Hops.back().time = Clock::now() - start;
-        if (follow) {
+        if (fate == Fate::None) {
+            fail("Failure", {"no head"}, "the transport ended without a response");
+        }
+        if (fate == Fate::Followed) {
             try {
                 current = chain.next(current, last);
             } catch (const Error& refusal) {
@@ -147,11 +174,16 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
             note("follows the redirect to " + current.url);
             return true;
         }
-        if (!isFinalStatus(response, current, number)) {
+        if (fate == Fate::Failure) {
             throw statusError(response.status, response.reason, {.Url = response.url, .Proxy = last.proxy})
                 .with(response, true);
         }
     } catch (const Error& failure) {
+        // A callable of the program may have made a call of its own, of another client.
+        Foreign = failure.response().attempts != 0;
+        if (Foreign) {
+            throw;
+        }
         Hops.back().time = Clock::now() - start;
         Hops.back().failure = failure.what();
         Response before = failure.response().fields.empty() ? response : failure.response();
@@ -164,25 +196,28 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, int n
     return false;
 }
 
-Taker Call::takerFor(const Head& head, const Request& current, Response& response, int number, bool& follow) {
+Taker Call::takerFor(const Head& head, const Request& current, Response& response, Fate& fate) {
     response = {.status = head.status,
                 .reason = head.reason,
                 .version = head.version,
                 .fields = head.fields,
                 .url = head.url,
                 .method = current.method,
-                .hops = Hops,
-                .attempts = number};
-    // Content that is gone cannot go where a 307 sends it; the response itself says so best (RFC 9110, section 15.4.8).
-    const bool keepsContent = current.body && (head.status == 307 || head.status == 308);
-    follow = isRedirect(head.status) && *Asked.redirects.most > 0 && head.fields.contains("Location") &&
-             (!keepsContent || current.body.repeatable());
-    if (follow) {
+                .hops = Hops};
+    // Content that is gone cannot go where a redirect sends it; the response itself says so best (RFC 9110, section
+    // 15.4.8).
+    const bool keepsContent = current.body && !becomesGet(current, head.status);
+    if (isRedirect(head.status) && *Asked.redirects.most > 0 && head.fields.contains("Location") &&
+        (!keepsContent || current.body.repeatable())) {
+        fate = Fate::Followed;
         return drain();
     }
-    if (!isFinalStatus(response, current, number)) {
+    if (!isFinalStatus(response, current)) {
+        fate = Fate::Failure;
         return errorPage(response);
     }
+    fate = Fate::Final;
+    response.attempts = Attempts;
     Now.toReceive = announcedLength(response, current);
     Now.received = 0;
     Taker taker = OnHead(response);
@@ -190,7 +225,7 @@ Taker Call::takerFor(const Head& head, const Request& current, Response& respons
 }
 
 // False for a status that is a failure: because the program wants that, or because another attempt may do better.
-bool Call::isFinalStatus(const Response& response, const Request& current, int number) const {
+bool Call::isFinalStatus(const Response& response, const Request& current) const {
     if (response.status < kFirstErrorStatus) {
         return true;
     }
@@ -199,7 +234,7 @@ bool Call::isFinalStatus(const Response& response, const Request& current, int n
     }
     const Error failure = statusError(response.status, response.reason, {.Url = current.url}).with(response, true);
     try {
-        return PassedOn || !Tools.Policy.waitAfter(number, Asked, failure, timeLeft());
+        return PassedOn || !Tools.Policy.waitAfter(Attempts, Asked, failure, timeLeft());
     } catch (const Error&) {
         return true; // it would have to wait too long
     }
@@ -230,11 +265,12 @@ Taker Call::counted(Taker taker, Response& response) {
 }
 
 Limit Call::timeLeft() const {
-    return End ? std::max(Limit::zero(), std::chrono::duration_cast<Limit>(*End - Clock::now())) : Limit(-1);
+    return Tools.End ? std::max(Limit::zero(), std::chrono::duration_cast<Limit>(*Tools.End - Clock::now()))
+                     : Limit(-1);
 }
 
-void Call::failStopped() const {
-    fail(failure::kInterrupted, {}, "interrupted");
+Error Call::stopped() {
+    return clientError(failure::kInterrupted, {}, "interrupted");
 }
 
 void Call::report() {

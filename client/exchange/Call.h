@@ -21,7 +21,11 @@ struct CallTools {
     const WakeEvent& Wake;
     const std::atomic<bool>& Stopped; // somebody has asked the call to end
     const RetryPolicy& Policy;
+    std::optional<std::chrono::steady_clock::time_point> End; // of the whole call
 };
+
+// When something that begins now has to be over; nothing: never.
+std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit);
 
 // How many bytes of content will be delivered, if the response says.
 std::optional<std::uint64_t> announcedLength(const Response& response, const Request& request);
@@ -39,21 +43,26 @@ public:
     // True: content that has been passed on is taken back by the next head, so an attempt may follow it.
     void mayRestart(bool may) { MayRestart = may; }
 
+    // May be called again: what came was of no use, and the request is to be made anew.
     Response run();
 
 private:
     using Clock = std::chrono::steady_clock;
 
-    Response attempt(int number);
+    // What becomes of a response, settled with its head.
+    enum class Fate { None, Final, Failure, Followed };
+
+    Response attempt();
     // One request; true if a redirect is to be followed, which `current` is then.
-    bool hop(Request& current, RedirectChain& chain, Response& response, int number, bool first);
-    Taker takerFor(const Head& head, const Request& current, Response& response, int number, bool& follow);
+    bool hop(Request& current, RedirectChain& chain, Response& response, bool first);
+    Taker takerFor(const Head& head, const Request& current, Response& response, Fate& fate);
     Taker errorPage(Response& response) const;
-    bool isFinalStatus(const Response& response, const Request& current, int number) const;
+    bool isFinalStatus(const Response& response, const Request& current) const;
     Taker counted(Taker taker, Response& response);
-    void waitForNext(int attempts, const Error& failure);
+    void forgetAttemptsEnd();
+    void waitForNext(const Error& failure);
     Limit timeLeft() const; // negative: no limit
-    [[noreturn]] void failStopped() const;
+    static Error stopped();
     void report();
     void note(const std::string& text) const;
 
@@ -63,7 +72,8 @@ private:
     std::function<void(Request&)> BeforeEach;
     bool MayRestart = false;
     bool PassedOn = false; // content has reached the program
-    std::optional<Clock::time_point> End;
+    bool Foreign = false;  // the failure is one of the program's own
+    int Attempts = 0;
     std::vector<Hop> Hops;
     Progress Now;
 };

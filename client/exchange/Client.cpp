@@ -4,6 +4,7 @@
 #include "client/save/SavedContent.h"
 
 #include <netrove/client.h>
+#include <netrove/outputfile.h>
 #include <netrove/url.h>
 
 #include <atomic>
@@ -15,7 +16,9 @@ namespace netrove {
 
 namespace {
 
+constexpr int kNotModified = 304;
 constexpr int kRangeNotSatisfiable = 416;
+constexpr std::uint64_t kMostReserved = 64 << 20; // bytes, on the word of a server
 
 double randomShare() {
     thread_local std::minstd_rand engine(std::random_device{}());
@@ -24,7 +27,10 @@ double randomShare() {
 
 // What `save` puts the content into.
 std::unique_ptr<SavedContent> savedContent(const std::filesystem::path& target, const Request& request) {
-    const bool folder = target.empty() || !target.has_filename() || std::filesystem::is_directory(target);
+    if (target.native().find('\0') != std::string::npos) {
+        failUsage("the name of the file has a NUL");
+    }
+    const bool folder = target.empty() || !target.has_filename() || isFolder(target);
     if (!request.resume) {
         return folder ? namedContent(target, request.replace) : wholeContent(target, request.replace);
     }
@@ -39,6 +45,16 @@ struct Client::State {
         : Defaults(std::move(defaults)), TheTransport(std::move(transport)),
           Policy(randomShare, [] { return WallClock::now(); }) {
         checkRequest(Defaults, Use::Defaults);
+        if (!TheTransport) {
+            failUsage("a client needs a transport");
+        }
+    }
+
+    static State& of(const std::unique_ptr<State>& own) {
+        if (!own) {
+            failUsage("the client has been moved from");
+        }
+        return *own;
     }
 
     void interrupt() noexcept {
@@ -52,7 +68,7 @@ struct Client::State {
     auto alone(const Request& request, Run run) {
         const Turn turn(*this);
         const std::stop_callback onStop(request.stop, [this] { interrupt(); });
-        return run(CallTools{*TheTransport, Wake, Stopped, Policy});
+        return run(CallTools{*TheTransport, Wake, Stopped, Policy, endOf(*request.limits.total)});
     }
 
     // Checked, and with everything that it leaves open filled in.
@@ -107,38 +123,57 @@ private:
 };
 
 Response Client::State::saveInto(SavedContent& content, const Request& request, const CallTools& tools) {
-    for (int round = 1;; ++round) {
-        bool again = false;
-        Call call(tools, request, [&](Response& head) -> Taker {
-            again = !content.begin(head);
-            if (again) {
-                return {};
-            }
-            return [&content](std::span<const std::byte> piece) {
-                content.write(piece);
-                return true;
-            };
-        });
-        call.beforeEach([&](Request& hop) { content.ask(hop); });
-        call.mayRestart(true);
+    bool whole = false; // what was there before is all that there is
+    bool again = false; // what came is of no use
+    const auto beyondItsEnd = [&](Response& head) {
+        whole = content.isWhole(head);
+        again = !whole;
+    };
+    Call call(tools, request, [&](Response& head) -> Taker {
+        whole = again = false;
+        if (head.status == kNotModified) {
+            return {};
+        }
+        if (head.status == kRangeNotSatisfiable && content.asksForPart()) {
+            beyondItsEnd(head);
+            return {};
+        }
+        again = !content.begin(head);
+        if (again) {
+            return {};
+        }
+        return [&content](std::span<const std::byte> piece) {
+            content.write(piece);
+            return true;
+        };
+    });
+    call.beforeEach([&](Request& hop) { content.ask(hop); });
+    call.mayRestart(true);
+    for (bool last = false;; last = true) {
         Response response;
         try {
             response = call.run();
         } catch (const Error& failure) {
             response = failure.response();
-            if (response.status != kRangeNotSatisfiable || round > 1) {
+            if (response.status != kRangeNotSatisfiable || failure.kind() != ErrorKind::Status ||
+                !content.asksForPart()) {
                 throw;
             }
-            again = !content.isWhole(response);
+            beyondItsEnd(response);
+            response.content.clear(); // the page that said so
         }
-        if (again && round > 1) {
-            fail(failure::kIncomplete, {"0", "-1"}, "the server sends parts that nobody has asked for");
+        if (again && last) {
+            throw clientError(failure::kIncomplete, {"0", "-1"}, "the server sends parts that nobody has asked for")
+                .with(std::move(response), true);
         }
-        if (!again) {
+        if (again) {
+            continue;
+        }
+        if (response.status != kNotModified) {
             content.keep(request, response);
             response.file = content.target();
-            return response;
         }
+        return response;
     }
 }
 
@@ -204,36 +239,41 @@ Response Client::patch(std::string url, Body body, Request more) {
 }
 
 Response Client::request(Request request) {
-    request = Own->prepared(std::move(request), Use::Collect);
+    State& own = State::of(Own);
+    request = own.prepared(std::move(request), Use::Collect);
     const std::uint64_t most = *request.limits.memory;
-    std::string content;
-    const auto collect = [&](std::span<const std::byte> piece) {
-        if (piece.size() > most - content.size()) {
-            fail(failure::kContentTooLarge, {static_cast<std::int64_t>(most)},
-                 "the content is larger than " + std::to_string(most) +
-                     " bytes, the limit `memory`; save it to a file, or stream it");
-        }
-        content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
-        return true;
+    // Into the response itself, so that an error carries what came before it.
+    const auto onHead = [&](Response& head) -> Taker {
+        head.content.reserve(std::min({announcedLength(head, request).value_or(0), most, kMostReserved}));
+        return [&content = head.content, most](std::span<const std::byte> piece) {
+            if (piece.size() > most - content.size()) {
+                fail(failure::kContentTooLarge, {static_cast<std::int64_t>(most)},
+                     "the content is larger than " + std::to_string(most) +
+                         " bytes, the limit `memory`; save it to a file, or stream it");
+            }
+            content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+            return true;
+        };
     };
-    const auto onHead = [&](const Response& head) -> Taker {
-        content.clear();
-        content.reserve(std::min(announcedLength(head, request).value_or(0), most));
-        return collect;
-    };
-    Response response = Own->perform(request, onHead, true);
-    response.content = std::move(content);
-    return response;
+    return own.perform(request, onHead, true);
 }
 
 Response Client::stream(std::string url, Consumer consumer, Request more) {
-    const Request request = Own->prepared(withUrl(std::move(url), std::move(more)), Use::Stream);
-    return Own->perform(
+    State& own = State::of(Own);
+    if (!consumer.taker()) {
+        failUsage("a consumer is missing");
+    }
+    const Request request = own.prepared(withUrl(std::move(url), std::move(more)), Use::Stream);
+    return own.perform(
         request, [&](Response&) { return consumer.taker(); }, false);
 }
 
 Response Client::stream(Request request, const std::function<Taker(const Response&)>& onHead) {
-    return Own->perform(Own->prepared(std::move(request), Use::Stream), onHead, true);
+    State& own = State::of(Own);
+    if (!onHead) {
+        failUsage("a callable that takes the head is missing");
+    }
+    return own.perform(own.prepared(std::move(request), Use::Stream), onHead, true);
 }
 
 Response Client::save(std::string url, std::filesystem::path target, Request more) {
@@ -241,15 +281,18 @@ Response Client::save(std::string url, std::filesystem::path target, Request mor
 }
 
 Response Client::save(Request request, std::filesystem::path target) {
-    request = Own->prepared(std::move(request), Use::Save);
-    return Own->alone(request, [&](const CallTools& tools) {
+    State& own = State::of(Own);
+    request = own.prepared(std::move(request), Use::Save);
+    return own.alone(request, [&](const CallTools& tools) {
         const auto content = savedContent(target, request); // first, so that a bad target costs no request
-        return Own->saveInto(*content, request, tools);
+        return own.saveInto(*content, request, tools);
     });
 }
 
 void Client::interrupt() noexcept {
-    Own->interrupt();
+    if (Own) {
+        Own->interrupt();
+    }
 }
 
 Response get(std::string url, Request more) {

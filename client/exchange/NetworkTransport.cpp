@@ -4,6 +4,7 @@
 #include "client/exchange/FailureTranslation.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/text/Ascii.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 #include "vantik/Http.h"
@@ -93,6 +94,9 @@ private:
         const std::size_t room = wanted == 0 ? kUsualPiece : std::min<std::uint64_t>(wanted, kLargestPiece);
         Buffer.resize(std::max(room, kUsualPiece));
         const std::size_t count = Reader->read(Buffer);
+        if (count > Buffer.size()) {
+            failUsage("what reads the content returned more bytes than there was room for");
+        }
         Given += count;
         if (TheRequest.progress && count != 0) {
             TheRequest.progress({.sent = Given, .toSend = TheRequest.body.length()});
@@ -125,14 +129,14 @@ public:
     }
 
     void exchange(const Request& request, bool first, const HeadHandler& onHead) override {
-        if (first || Settings.simple) {
-            Connection = vantik::Object(); // before the next one: one at a time is open
-            Connection = Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Settings.simple)});
-        }
         Known = {};
         Escaped = nullptr;
         CutOff.reset();
         try {
+            if (first || Settings.simple) {
+                Connection = vantik::Object(); // before the next one: one at a time is open
+                Connection = Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Settings.simple)});
+            }
             perform(request, onHead);
         } catch (const vantik::Failure& failure) {
             if (Escaped) { // of a callable, whatever the host made of it
@@ -144,6 +148,9 @@ public:
             throw error.with(Response{.status = Known.Status, .url = Known.Url}, Known.Sent);
         } catch (const Error& error) { // of one of our own, in the middle of the transfer
             settle();
+            if (error.response().attempts != 0) {
+                throw; // of another call, which a callable of the program has made
+            }
             throw error.with(error.response(), Known.Sent);
         } catch (...) {
             Connection = vantik::Object();
@@ -422,8 +429,12 @@ private:
     }
 
     static void traceFields(const Request& request, TraceLine::Kind kind, const Fields& fields) {
+        const std::vector<std::string>& more = request.redirects.secret;
         for (const Field& field : fields) {
-            request.trace({kind, field.name + ": " + (isSecretField(field.name) ? "***" : field.value)});
+            const bool secret = isSecretField(field.name) ||
+                                std::any_of(more.begin(), more.end(),
+                                            [&](const auto& name) { return equalsIgnoringCase(name, field.name); });
+            request.trace({kind, field.name + ": " + (secret ? "***" : field.value)});
         }
     }
 

@@ -37,13 +37,6 @@ void dropFields(Fields& fields, const Patterns& patterns) {
     }
 }
 
-bool becomesGet(const Request& request, int status) {
-    if (status == 303) {
-        return !equalsIgnoringCase(request.method, "HEAD");
-    }
-    return (status == 301 || status == 302) && request.method == "POST";
-}
-
 [[noreturn]] void refuse(const std::string& target, const std::string& reason) {
     fail(failure::kRedirectRefused, {maskUserInfo(target)}, reason + ": " + printable(maskUserInfo(target)));
 }
@@ -52,6 +45,13 @@ bool becomesGet(const Request& request, int status) {
 
 bool isRedirect(int status) {
     return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
+bool becomesGet(const Request& request, int status) {
+    if (status == 303) {
+        return !equalsIgnoringCase(request.method, "HEAD");
+    }
+    return (status == 301 || status == 302) && request.method == "POST";
 }
 
 RedirectChain::RedirectChain(const Request& first) {

@@ -11,6 +11,9 @@ namespace netrove {
 
 bool isRedirect(int status); // 301, 302, 303, 307, 308
 
+// True if the request that follows is a GET without content.
+bool becomesGet(const Request& request, int status);
+
 // One chain of redirects.
 class RedirectChain {
 public:

@@ -54,6 +54,9 @@ public:
         if (Left > 0) {
             room = room.first(static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), Left)));
             count = Content->read(room);
+            if (count > room.size()) {
+                OnOther("returned more bytes than there was room for");
+            }
             if (count == 0) {
                 OnOther("ended after " + std::to_string(Length - Left) + " of " + std::to_string(Length) + " bytes");
             }

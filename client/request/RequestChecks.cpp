@@ -216,7 +216,7 @@ bool isAbsolute(std::string_view url) {
 }
 
 bool isFieldValue(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return (c >= 0x20 && c < 0x7F) || c == '	'; });
+    return std::all_of(text.begin(), text.end(), [](char c) { return (c >= 0x20 && c < 0x7F) || c == '\t'; });
 }
 
 void checkRequest(const Request& request, Use use) {

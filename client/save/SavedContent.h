@@ -18,10 +18,13 @@ public:
 
     // Before each request: asks for what is missing only, where some is there.
     virtual void ask(Request&) {}
+    // True if the last request asked for a part.
+    virtual bool asksForPart() const { return false; }
     // A head that is not a failure. Sets `resumedAt`. False: it brings the wrong part, so everything is asked for anew.
     virtual bool begin(Response& head) = 0;
-    // The server has no more of it (416). True: what is there is whole; otherwise everything is asked for anew.
-    virtual bool isWhole(const Response&) { return false; }
+    // The server has no more of the part (416). True: what is there is whole, which sets `resumedAt`; otherwise
+    // everything is asked for anew.
+    virtual bool isWhole(Response&) { return false; }
     virtual void write(std::span<const std::byte> piece) = 0;
     // Gives the content its name. Nothing is kept if this is not reached or raises, except what may be resumed.
     virtual void keep(const Request& request, const Response& response) = 0;

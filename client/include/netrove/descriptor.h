@@ -54,8 +54,10 @@ public:
     int descriptor() const { return Event.Number; } // readable from `raise` to `clear`
 
     void raise() const noexcept {
+        const int savedErrno = errno; // a signal handler leaves it alone
         const std::uint64_t one = 1;
         [[maybe_unused]] const auto written = write(Event.Number, &one, sizeof one); // full: awake anyway
+        errno = savedErrno;
     }
     void clear() const noexcept {
         std::uint64_t count = 0;

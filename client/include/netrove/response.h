@@ -39,7 +39,7 @@ struct NETROVE_API Response {
 
     std::uint64_t received = 0;      ///< bytes of content as delivered, whether it was kept, saved or passed on
     bool whole = true;               ///< false: a consumer ended the transfer before the content's end
-    std::filesystem::path file = {}; ///< of `save`: where the content is
+    std::filesystem::path file = {}; ///< of `save`: where the content is; empty after a 304, which leaves files alone
     std::uint64_t resumedAt = 0;     ///< of `save`: bytes that were there before
 
     /// True for 200 to 299.

@@ -437,6 +437,39 @@ TEST(Client, TraceShowsHeadsWithoutSecrets) {
     EXPECT_THAT(trace, HasSubstr("\n< HTTP/1.1 200 OK\n< Set-Cookie: ***\n"));
 }
 
+TEST(Client, TheLimitOfOneAttemptIsNothingToTheNext) {
+    ScriptedServer server({{step::expectHead()}, {step::expectHead(), step::reset()}});
+    const Error error = errorOf([&] {
+        Client(direct()).get(server.url(), {.limits = {.attempt = 200ms}, .retry = {.attempts = 2, .wait = 1ms}});
+    });
+    EXPECT_EQ(error.kind(), ErrorKind::Connect) << error.what();
+    EXPECT_EQ(error.response().hops.size(), 2u);
+}
+
+TEST(Client, TraceHidesTheFieldsThatARequestCallsSecret) {
+    ScriptedServer server(answer(response("")));
+    std::string trace;
+    Client(direct()).get(server.url(), {.fields = {{"X-Key", "hidden"}},
+                                        .redirects = {.secret = {"x-key"}},
+                                        .trace = [&](const TraceLine& line) { trace += line.text + "\n"; }});
+    EXPECT_THAT(trace, HasSubstr("\nX-Key: ***\n"));
+    EXPECT_THAT(trace, Not(HasSubstr("hidden")));
+}
+
+// A reader that counts wrongly must not make the library send what is next in memory.
+TEST(Client, AReaderThatReturnsMoreThanThereIsRoomForIsRefused) {
+    class Liar : public BodyReader {
+    public:
+        std::size_t read(std::span<std::byte> room) override { return room.size() + 1; }
+    };
+    for (const std::optional<std::uint64_t> length :
+         {std::optional<std::uint64_t>(), std::optional<std::uint64_t>(9)}) {
+        ScriptedServer server(answer(""));
+        const Body body([] { return std::make_unique<Liar>(); }, length, true, "");
+        EXPECT_THAT(errorOf([&] { Client(direct()).put(server.url(), body); }).what(), HasSubstr("room for"));
+    }
+}
+
 // Stopping, and one call at a time
 
 TEST(Client, AStopTokenEndsTheCallAndTheNextOneWorks) {

@@ -131,6 +131,8 @@ TEST(Pool, AClientThatCannotBeMadeFailsItsTasksWithTheReason) {
     struct Own {};
     Pool pool({.jobs = 1}, {}, []() -> std::unique_ptr<Transport> { throw Own(); });
     EXPECT_THROW(pool.get("http://a/").get(), Own);
+    Pool empty({.jobs = 1}, {}, [] { return std::unique_ptr<Transport>(); });
+    EXPECT_THAT(empty.getAll({"http://a/"}).next()->error(), ::testing::HasSubstr("transport"));
 }
 
 TEST(Pool, AnInterruptThatATaskDoesNotNoticeStopsNoOther) {

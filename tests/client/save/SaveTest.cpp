@@ -120,6 +120,44 @@ TEST_F(Save, ATargetThatCannotBeMadeCostsNoRequest) {
     EXPECT_TRUE(Server.requests().empty());
 }
 
+TEST_F(Save, NothingIsSavedWhereNothingHasChanged) {
+    put("f", "old");
+    for (const bool resume : {false, true}) {
+        Server.add({.status = 304});
+        const Response response =
+            TheClient.save(kUrl, path("f"), {.fields = {{"If-None-Match", "\"v1\""}}, .resume = resume});
+        EXPECT_EQ(response.status, 304);
+        EXPECT_EQ(response.file, "");
+        EXPECT_EQ(content("f"), "old");
+        EXPECT_EQ(names(), std::vector<std::string>{"f"});
+    }
+    Server.add({.status = 304});
+    EXPECT_EQ(TheClient.save(kUrl, Folder.path()).status, 304);
+}
+
+TEST_F(Save, RefusesWhatCannotBeSaved) {
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.method = "HEAD"}); }).kind(), ErrorKind::Usage);
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.body = text("x"), .resume = true}); }).kind(),
+              ErrorKind::Usage);
+    EXPECT_EQ(errorOf([&] {
+                  TheClient.save(kUrl, path("f"), {.fields = {{"Range", "bytes=1-"}}, .resume = true});
+              }).kind(),
+              ErrorKind::Usage);
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path(std::string("f\0x", 3))); }).kind(), ErrorKind::Usage);
+    for (const bool resume : {false, true}) {
+        EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path(std::string(300, 'x')), {.resume = resume}); }).kind(),
+                  ErrorKind::File);
+    }
+    EXPECT_TRUE(Server.requests().empty());
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(Save, A416WithoutARangeIsAnErrorLikeAnyOther) {
+    Server.add({.status = 416});
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f")); }).kind(), ErrorKind::Status);
+    EXPECT_EQ(Server.requests().size(), 1u);
+}
+
 // Resuming
 
 class Resume : public Save {
@@ -200,6 +238,110 @@ TEST_F(Resume, ARangeBeyondTheEndMeansThatAllIsThere) {
     Server.add({.status = 416, .fields = {{"Content-Range", "bytes */2"}}});
     goOn({.content = "hello"});
     EXPECT_EQ(content("f"), "hello");
+}
+
+TEST_F(Resume, ARangeBeyondTheEndMeansThatAllIsThereWhateverTheChecks) {
+    Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello", .fault = Fault::Short});
+    EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = true}), Error);
+    Server.add({.status = 416, .fields = {{"Content-Range", "bytes */5"}}, .content = "page"});
+    const Response response = TheClient.save(kUrl, path("f"), {.checkStatus = false, .resume = true});
+    EXPECT_EQ(content("f"), "hello");
+    EXPECT_EQ(response.resumedAt, 5u);
+    EXPECT_TRUE(response.bytes().empty());
+}
+
+// A server may send less than it was asked for.
+TEST_F(Resume, APartThatEndsTooEarlyIsNotTheWhole) {
+    breakOff({{"ETag", "\"v1\""}});
+    Server.add({.status = 206, .fields = {{"ETag", "\"v1\""}, {"Content-Range", "bytes 3-3/5"}}, .content = "l"});
+    const Error error = errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true}); });
+    EXPECT_EQ(error.identifier(), "NETROVE:client:Incomplete");
+    EXPECT_THAT(error.what(), HasSubstr("4 of 5 bytes"));
+    EXPECT_FALSE(fs::exists(path("f")));
+    EXPECT_EQ(goOn({.status = 206, .fields = {{"Content-Range", "bytes 4-4/5"}}, .content = "o"}).resumedAt, 4u);
+    EXPECT_EQ(content("f"), "hello");
+}
+
+TEST_F(Resume, APartThatNobodyAskedForIsNotTheWhole) {
+    for (int i = 0; i < 2; ++i) {
+        Server.add({.status = 206, .fields = {{"Content-Range", "bytes 0-1/5"}}, .content = "he"});
+    }
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true}); }).identifier(),
+              "NETROVE:client:Incomplete");
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(Resume, AskingAnewIsPartOfTheSameCall) {
+    breakOff({{"ETag", "\"v1\""}});
+    Server.add({.status = 206, .fields = {{"Content-Range", "bytes 0-1/5"}}, .content = "he"});
+    const Response response = goOn({.content = "hello"});
+    EXPECT_EQ(response.attempts, 2);
+    ASSERT_EQ(response.hops.size(), 2u);
+    EXPECT_EQ(response.hops[0].status, 206);
+    EXPECT_EQ(response.hops[1].status, 200);
+}
+
+TEST_F(Resume, LeavesNothingWhereNothingCame) {
+    Server.add({.fault = Fault::Refused});
+    EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = true}), Error);
+    put("f", "old");
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true, .replace = false}); }).identifier(),
+              "NETROVE:client:FileExists");
+    EXPECT_EQ(names(), std::vector<std::string>{"f"});
+}
+
+TEST_F(Resume, DoesNotReplaceWhatAppearsMeanwhile) {
+    Server.add({.content = "hello"});
+    const Error error = errorOf([&] {
+        TheClient.save(kUrl, path("f"),
+                       {.progress = [&](const Progress&) { put("f", "theirs"); }, .resume = true, .replace = false});
+    });
+    EXPECT_EQ(error.identifier(), "NETROVE:client:FileExists");
+    EXPECT_EQ(content("f"), "theirs");
+}
+
+TEST_F(Resume, ReplacesTheFileThatALinkLeadsTo) {
+    put("real", "old");
+    fs::create_symlink("real", path("f"));
+    EXPECT_EQ(goOn({.content = "hello"}).file, path("f"));
+    EXPECT_TRUE(fs::is_symlink(path("f")));
+    EXPECT_EQ(content("real"), "hello");
+}
+
+TEST_F(Resume, ReplacesNoPipe) {
+    ASSERT_EQ(mkfifo(path("f").c_str(), 0600), 0);
+    EXPECT_EQ(errorOf([&] { TheClient.save(kUrl, path("f"), {.resume = true}); }).kind(), ErrorKind::File);
+    EXPECT_EQ(names(), std::vector<std::string>{"f"});
+}
+
+TEST_F(Resume, NobodyReadsThePartWhoMayNotReadTheFile) {
+    put("f", "old");
+    chmod(path("f").c_str(), 0600);
+    breakOff({{"ETag", "\"v1\""}});
+    EXPECT_EQ(fs::status(path("f.part")).permissions(), fs::perms(0600));
+}
+
+// In a folder where others may write.
+TEST_F(Resume, FollowsNoLinkOfItsNote) {
+    fs::create_symlink(path("elsewhere"), path("f.part.json"));
+    breakOff({{"ETag", "\"v1\""}});
+    EXPECT_FALSE(fs::exists(path("elsewhere")));
+    put("elsewhere", R"({"validator": "\"v1\""})");
+    fs::remove(path("f.part.json"));
+    fs::create_symlink(path("elsewhere"), path("f.part.json"));
+    goOn({.content = "hello"});
+    EXPECT_FALSE(lastSent().contains("Range"));
+}
+
+TEST_F(Resume, BelievesNoNoteThatIsNotAValidator) {
+    for (const char* note : {"", "{", "[]", "[[[[[[[[", R"({"validator": 1})", R"({"validator": "a\r\nX: 1"})",
+                             R"({"validator": "\u00e9"})"}) {
+        put("f.part", "hel");
+        put("f.part.json", note);
+        goOn({.content = "hello"});
+        EXPECT_FALSE(lastSent().contains("Range")) << note;
+        EXPECT_EQ(content("f"), "hello");
+    }
 }
 
 TEST_F(Resume, RefusesAPartThatIsNotItsOwn) {
