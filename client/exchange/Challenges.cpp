@@ -40,12 +40,13 @@ bool offers(std::string_view challenges, std::string_view scheme) {
         } else if (c == ',') {
             atStart = true;
         } else if (c != ' ' && c != '\t') {
-            const auto end = std::min(challenges.find_first_of(" \t,=", i), challenges.size());
-            const bool word = end == challenges.size() || challenges[end] != '=';
+            const auto end = std::min(challenges.find_first_of(" \t,=\"", i), challenges.size());
+            const bool word = end == challenges.size() || (challenges[end] != '=' && challenges[end] != '"');
             if (atStart && word && equalsIgnoringCase(challenges.substr(i, end - i), scheme)) {
                 return true;
             }
             atStart = false;
+            i = std::max(end, i + 1) - 1; // the rest of the word says no more, however long it is
         }
     }
     return false;
