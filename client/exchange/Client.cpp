@@ -40,7 +40,7 @@ std::unique_ptr<SavedContent> savedContent(const std::filesystem::path& target, 
 
 } // namespace
 
-struct Client::State {
+struct [[gnu::visibility("hidden")]] Client::State {
     State(Request defaults, std::unique_ptr<Transport> transport)
         : Defaults(std::move(defaults)), TheTransport(std::move(transport)),
           Policy(randomShare, [] { return WallClock::now(); }) {

@@ -1,4 +1,5 @@
-// What the host's library shows to others: what host/ and the embedding API declare, and nothing that it is made of.
+// What the libraries show to others: the host's what host/ and the embedding API declare, the client's what its headers
+// declare, and neither what it is made of.
 #include "tests/install/InstallFixture.h"
 #include "tests/support/process/ElfFile.h"
 
@@ -49,11 +50,11 @@ const Names kForeign = {"std", "boost", "icu", "icu_72", "Poco", "void", "bool",
 
 constexpr const char* kInternals[] = {"vantik::detail::", "vxArray_tag::", "cppmicroservices::detail::"};
 
-// What the object files of the host define for the rest of it or for others. Inline functions and templates are left
+// What the object files of a library define for the rest of it or for others. Inline functions and templates are left
 // out: each program has its own.
-std::vector<ElfFile::Symbol> objectSymbols() {
+std::vector<ElfFile::Symbol> objectSymbols(const char* list) {
     std::vector<ElfFile::Symbol> result;
-    std::istringstream files(readFile(NETROVE_EMBEDDED_OBJECTS));
+    std::istringstream files(readFile(list));
     for (std::string file; std::getline(files, file);) {
         for (const ElfFile::Symbol& symbol : ElfFile(file).allSymbols()) {
             if (symbol.Defined && symbol.Strong && !symbol.Name.starts_with("__") &&
@@ -65,7 +66,56 @@ std::vector<ElfFile::Symbol> objectSymbols() {
     return result;
 }
 
+// "Client" of "netrove::Client::get(…) const", "Script" of "typeinfo for netrove::testing::Script", empty for what is
+// not of this library.
+std::string nameInClient(const std::string& symbol) {
+    const std::regex form(R"((?:typeinfo for |typeinfo name for |vtable for )?netrove::(?:testing::)?(\w+).*)");
+    std::smatch found;
+    return std::regex_match(symbol, found, form) ? found[1].str() : "";
+}
+
+// What the documented headers of the client declare: the first parenthesis of the expression, each time.
+Names declaredInClient(const char* expression) {
+    Names names;
+    for (const std::string& header : docstest::sourcesIn("client/include/netrove", ".h")) {
+        if (const std::string text = installtest::source(header); text.starts_with("/// @file\n")) {
+            names.merge(setOf(docstest::matches(text, expression)));
+        }
+    }
+    return names;
+}
+
 } // namespace
+
+TEST(ExportedSymbols, OfTheClientAreThoseOfItsHeaders) {
+    Names declared = declaredInClient(R"((?:class|struct) NETROVE_API (\w+))");
+    declared.merge(declaredInClient(R"(NETROVE_API (?!__)[^(;{]*?(\w+)\()"));
+    ASSERT_GT(declared.size(), 20u);
+    Names found;
+    for (const std::string& symbol : ElfFile(NETROVE_CLIENT_FILE).exportedSymbols()) {
+        const std::string name = nameInClient(demangled(symbol));
+        EXPECT_TRUE(declared.contains(name)) << demangled(symbol);
+        EXPECT_EQ(demangled(symbol).find("::State::"), std::string::npos) << demangled(symbol);
+        found.insert(name);
+    }
+    EXPECT_EQ(found, declared);
+}
+
+// A member that is declared without being exported would only be missed when a program uses it.
+TEST(ExportedSymbols, OfTheClientAreAllMembersOfItsClasses) {
+    const Names declared = declaredInClient(R"((?:class|struct) (?:NETROVE_API )?(\w+) )");
+    const Names exported = setOf(ElfFile(NETROVE_CLIENT_FILE).exportedSymbols());
+    const std::regex nested(R"(netrove::(testing::)?\w+::(State|Shared|Content)::.*)");
+    std::size_t members = 0;
+    for (const ElfFile::Symbol& symbol : objectSymbols(NETROVE_CLIENT_OBJECTS)) {
+        const std::string name = demangled(symbol.Name);
+        if (declared.contains(nameInClient(name)) && !std::regex_match(name, nested)) {
+            EXPECT_TRUE(exported.contains(symbol.Name)) << name << " is not exported";
+            ++members;
+        }
+    }
+    EXPECT_GT(members, 60u);
+}
 
 TEST(ExportedSymbols, OfTheHostAreThoseOfItsHeaders) {
     const Names declared = declaredWords();
@@ -79,7 +129,7 @@ TEST(ExportedSymbols, OfTheHostAreThoseOfItsHeaders) {
 TEST(ExportedSymbols, OfTheHostAreAllThatItsSourcesShowAndOnlyInternalsAreHidden) {
     const Names exported = setOf(ElfFile(NETROVE_EMBEDDED_FILE).exportedSymbols());
     std::size_t shown = 0;
-    for (const ElfFile::Symbol& symbol : objectSymbols()) {
+    for (const ElfFile::Symbol& symbol : objectSymbols(NETROVE_EMBEDDED_OBJECTS)) {
         const std::string name = demangled(symbol.Name);
         if (symbol.Shown) {
             ++shown;
@@ -110,6 +160,10 @@ TEST(ExportedSymbols, AreOfAVersionThatTheSonameNames) {
     const ElfFile host(NETROVE_EMBEDDED_FILE);
     EXPECT_EQ(host.soname(), "libvantik_embedded.so." NETROVE_SOVERSION);
     EXPECT_EQ(fs::canonical(NETROVE_EMBEDDED_FILE).filename(), "libvantik_embedded.so." NETROVE_VERSION);
+    const ElfFile client(NETROVE_CLIENT_FILE);
+    EXPECT_EQ(client.soname(), "libnetrove_client.so." NETROVE_SOVERSION);
+    EXPECT_EQ(fs::canonical(NETROVE_CLIENT_FILE).filename(), "libnetrove_client.so." NETROVE_VERSION);
+    EXPECT_THAT(client.neededLibraries(), testing::Contains(host.soname()));
     const ElfFile module(NETROVE_MODULE_FILE);
     EXPECT_EQ(module.soname(), "libnetrove.so");
     EXPECT_THAT(module.neededLibraries(), testing::Contains(host.soname()));
