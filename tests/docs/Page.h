@@ -133,4 +133,13 @@ inline std::vector<std::string> blockTexts(const std::string& page, const std::s
     return texts;
 }
 
+// Where the links and pictures of a page lead, without those into the network and those within the page.
+inline std::vector<std::string> relativeLinks(const std::string& page) {
+    std::string prose; // a lambda of C++ looks like a link
+    blocksOf(page, &prose);
+    std::vector<std::string> targets = matches(prose, R"re((?:\]\(|<img [^>]*src=")([^")#]+))re");
+    std::erase_if(targets, [](const std::string& target) { return target.find(":") != target.npos; });
+    return targets;
+}
+
 } // namespace docstest

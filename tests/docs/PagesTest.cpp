@@ -124,13 +124,9 @@ TEST(Pages, HostingNamesEveryOperation) {
 
 TEST(Pages, LinksLeadSomewhere) {
     for (const std::string& page : allPages()) {
-        std::string prose; // a lambda of C++ looks like a link
-        blocksOf(source(page), &prose);
-        for (const std::string& target : matches(prose, R"(\]\(([^)#]+))")) {
-            if (target.find("://") == target.npos) {
-                EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(sourcePath(page)).parent_path() / target))
-                    << page << " links to " << target;
-            }
+        for (const std::string& target : relativeLinks(source(page))) {
+            EXPECT_TRUE(std::filesystem::exists(std::filesystem::path(sourcePath(page)).parent_path() / target))
+                << page << " links to " << target;
         }
     }
 }

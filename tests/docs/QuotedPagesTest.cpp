@@ -41,7 +41,7 @@ TEST(QuotedPages, QuoteTheirFilesInFull) {
 }
 
 TEST(QuotedPages, EveryExampleIsQuotedAndShort) {
-    const Texts examples = sourcesIn("examples", ".cpp");
+    const Texts examples = sourcesIn("examples/embedding", ".cpp");
     EXPECT_THAT(filesQuoted("docs/embedding.md"), testing::UnorderedElementsAreArray(examples));
     EXPECT_THAT(filesQuoted("README.md"), testing::ElementsAre("examples/client/first.cpp: first"));
     for (const std::string& example : examples) {

@@ -23,8 +23,8 @@ protected:
                                   std::filesystem::copy_options::overwrite_existing);
     }
 
-    Outcome build(const std::string& commands) const {
-        return shell(commands, Folder,
+    Outcome build(const std::string& commands, const std::string& folder = "") const {
+        return shell(commands, Folder + folder,
                      {{"CMAKE_GENERATOR", "Ninja"},
                       {"CMAKE_PREFIX_PATH", prefix()},
                       {"PKG_CONFIG_PATH", library("pkgconfig")},
@@ -45,7 +45,7 @@ std::string block(const std::string& language) {
 } // namespace
 
 TEST_F(EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample) {
-    expectContent(build(block("sh") + "./get_to_memory " + Server.url() + "\n"));
+    expectContent(build(block("sh") + "./get_to_memory " + Server.url() + "\n", "/embedding"));
 }
 
 TEST_F(EmbeddingPage, ExamplesAreBuiltByThemselves) {
@@ -54,7 +54,10 @@ TEST_F(EmbeddingPage, ExamplesAreBuiltByThemselves) {
     EXPECT_THAT(block("cmake"), testing::HasSubstr("find_package(netrove CONFIG REQUIRED)\n"));
     EXPECT_THAT(list, testing::HasSubstr("find_package(netrove CONFIG REQUIRED)\n"));
     expectContent(build("cmake -S . -B build\ncmake --build build\nbuild/get_to_memory " + Server.url() + "\n"));
-    for (const char* example : {"save_with_progress", "upload_from_generator", "stream_json_lines", "through_proxy"}) {
-        EXPECT_TRUE(std::filesystem::exists(Folder + "/build/" + example)) << example;
+    for (const char* folder : {"examples", "examples/embedding"}) {
+        for (const std::string& file : docstest::sourcesIn(folder, ".cpp")) {
+            const std::string example = std::filesystem::path(file).stem().string();
+            EXPECT_TRUE(std::filesystem::exists(Folder + "/build/" + example)) << example;
+        }
     }
 }
