@@ -15,6 +15,7 @@ set(CPACK_NETROVE_DEBIAN_FOLDER ${CMAKE_CURRENT_SOURCE_DIR}/debian)
 
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "netrove maintainers <maintainers@netrove.example.org>")
+set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${PROJECT_HOMEPAGE_URL})
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # The packages' own libraries are found where they were built, the others through the packages that own them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
@@ -23,13 +24,14 @@ set(same_version "(= ${PROJECT_VERSION})")
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libnetrove0)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS ca-certificates)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "HTTP client module and the host to load it
-Requests and responses are objects, content streams to and from objects, and
-every failure has an identifier. Transfers run on libcurl in the thread of the
-caller.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "ca-certificates, shared-mime-info")
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "HTTP client library for C++ programs
+Calls with redirects, retries, files that are whole or not there, forms,
+logins and proxies, many at a time if wanted, on libcurl. A lower layer shows
+requests and responses as objects of a host.
 
-This package holds the module, the host that programs link, and its messages.")
+This package holds the client library, the host below it, the module with the
+class that both use, and its messages.")
 # Programs that are packaged with this library depend on the versions that its soname stands for.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
   math(EXPR next "${PROJECT_VERSION_MINOR} + 1")
@@ -46,12 +48,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnetrove0 ${same_version}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS netrove)
-set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "HTTP client module - files to build programs with
-Requests and responses are objects, content streams to and from objects, and
-every failure has an identifier. Transfers run on libcurl in the thread of the
-caller.
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "HTTP client library for C++ programs - development files
+Calls with redirects, retries, files that are whole or not there, forms,
+logins and proxies, many at a time if wanted, on libcurl. A lower layer shows
+requests and responses as objects of a host.
 
-This package holds headers, files for CMake and pkg-config, and documentation.")
+This package holds headers, files for CMake and pkg-config, documentation and
+examples.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME netrove)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION web)

@@ -14,6 +14,10 @@ foreach(part IN LISTS CPACK_COMPONENTS_ALL)
   file(COPY ${CPACK_NETROVE_DEBIAN_FOLDER}/copyright ${CPACK_NETROVE_DEBIAN_FOLDER}/changelog
       DESTINATION ${root}/doc/${package} ${permissions})
   compress(${root}/doc/${package}/changelog)
+  # The pages link to the licence, which every Debian system has already.
+  if(EXISTS ${root}/doc/netrove/README.md)
+    file(CREATE_LINK ../../common-licenses/Apache-2.0 ${root}/doc/netrove/LICENSE SYMBOLIC)
+  endif()
   file(GLOB pages ${root}/man/man*/*)
   foreach(page IN LISTS pages)
     compress(${page})

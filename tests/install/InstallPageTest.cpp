@@ -1,6 +1,7 @@
 // docs/install.md is done as it says, in order, by one shell: from the installation to programs of both build systems.
 // What differs: this build instead of a release, a loopback server instead of a site.
 #include "tests/install/InstallFixture.h"
+#include "tests/support/process/ElfFile.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/WireText.h"
 
@@ -55,5 +56,12 @@ TEST(InstallPage, CommandsWorkInTheOrderOfThePage) {
     EXPECT_EQ(countOf(outcome.Out, "[content]"), requests) << outcome.Out;
     for (std::size_t index = 0; index < requests; ++index) {
         EXPECT_EQ(startLine(server.waitUntilDone(index).Heads.at(0)), "GET / HTTP/1.1");
+    }
+    // What the library is made of stays its own business.
+    for (const char* program : {"fetch", "build/fetch"}) {
+        EXPECT_THAT(ElfFile(home.file(program)).neededLibraries(),
+                    testing::IsSubsetOf({"libnetrove_client.so." NETROVE_SOVERSION, "libstdc++.so.6", "libm.so.6",
+                                         "libgcc_s.so.1", "libc.so.6"}))
+            << program;
     }
 }

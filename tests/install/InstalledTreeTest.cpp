@@ -16,6 +16,17 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::StartsWith;
 
+// Those of the client that programs may use: they have documentation.
+std::vector<std::string> clientHeaders() {
+    std::vector<std::string> headers;
+    for (const std::string& header : docstest::sourcesIn("client/include/netrove", ".h")) {
+        if (source(header).starts_with("/// @file\n")) {
+            headers.push_back(header.substr(header.find("netrove/")));
+        }
+    }
+    return headers;
+}
+
 std::vector<std::string> installedHeaders(const std::string& prefix) {
     return filesBelow(prefix + "/include");
 }
@@ -24,17 +35,24 @@ std::vector<std::string> installedHeaders(const std::string& prefix) {
 
 TEST_F(InstalledTree, HasEachKindOfFileInItsUsualPlace) {
     std::vector<std::string> expected = {"bin/netrove"};
-    for (const char* file : {"libnetrove.so", "libvantik_embedded.so", "libvantik_embedded.so." NETROVE_SOVERSION,
-                             "libvantik_embedded.so." NETROVE_VERSION, "cmake/netrove/netroveConfig.cmake",
-                             "cmake/netrove/netroveConfigVersion.cmake", "pkgconfig/netrove.pc"}) {
+    for (const char* file :
+         {"libnetrove.so", "libnetrove_client.so", "libnetrove_client.so." NETROVE_SOVERSION,
+          "libnetrove_client.so." NETROVE_VERSION, "libvantik_embedded.so", "libvantik_embedded.so." NETROVE_SOVERSION,
+          "libvantik_embedded.so." NETROVE_VERSION, "cmake/netrove/netroveConfig.cmake",
+          "cmake/netrove/netroveConfigVersion.cmake", "pkgconfig/netrove.pc", "pkgconfig/netrove-client.pc"}) {
         expected.push_back(NETROVE_LIBRARY_FOLDER "/" + std::string(file));
+    }
+    for (const std::string& header : clientHeaders()) {
+        expected.push_back("include/" + header);
     }
     for (const char* header : {"Array.h", "Failure.h", "Host.h", "HostClass.h", "Object.h"}) {
         expected.push_back(std::string("include/vantik/") + header);
     }
     for (const char* file : {"netrove/messages/en.txt", "man/man1/netrove.1", "bash-completion/completions/netrove",
                              "zsh/vendor-completions/_netrove", "fish/vendor_completions.d/netrove.fish",
-                             "doc/netrove/LICENSE", "doc/netrove/README.md", "doc/netrove/docs/install.md"}) {
+                             "doc/netrove/LICENSE", "doc/netrove/README.md", "doc/netrove/CHANGELOG.md",
+                             "doc/netrove/docs/install.md", "doc/netrove/examples/CMakeLists.txt",
+                             "doc/netrove/examples/download.cpp", "doc/netrove/examples/embedding/get_to_memory.cpp"}) {
         expected.push_back(std::string("share/") + file);
     }
     EXPECT_THAT(filesBelow(prefix()), testing::IsSupersetOf(expected));
@@ -42,7 +60,7 @@ TEST_F(InstalledTree, HasEachKindOfFileInItsUsualPlace) {
 
 TEST_F(InstalledTree, NamesNoFolderOfTheBuild) {
     for (const std::string& file : filesBelow(prefix())) {
-        if (file.find("/libvantik_embedded") != std::string::npos || file.ends_with("libnetrove.so") ||
+        if (file.find("/libvantik_embedded") != std::string::npos || file.find("/libnetrove") != std::string::npos ||
             file == "bin/netrove") {
             continue; // debug information names its sources
         }
@@ -83,9 +101,37 @@ TEST_F(InstalledTree, EachHeaderCompilesAlone) {
     }
 }
 
+// A header beside them is for the command line; what it declares is not exported.
+TEST_F(InstalledTree, HasTheDocumentedHeadersOfTheClientAndTheseIncludeNoOther) {
+    std::vector<std::string> installed = installedHeaders(prefix());
+    std::erase_if(installed, [](const std::string& header) { return !header.starts_with("netrove/"); });
+    EXPECT_EQ(installed, clientHeaders());
+    for (const std::string& header : installed) {
+        for (const std::string& included :
+             docstest::matches(readFile(prefix() + "/include/" + header), R"re(#include ["<]([^">]+)[">])re")) {
+            EXPECT_TRUE(testing::Value(installed, Contains(included)) || included.find_first_of("./") == included.npos)
+                << header << " includes " << included;
+        }
+    }
+}
+
+TEST_F(InstalledTree, LinksOfThePagesLeadToInstalledFiles) {
+    std::size_t links = 0;
+    for (const std::string& page : filesBelow(prefix())) {
+        if (page.ends_with(".md")) {
+            for (const std::string& target : docstest::relativeLinks(readFile(prefix() + "/" + page))) {
+                const auto file = std::filesystem::path(prefix() + "/" + page).parent_path() / target;
+                EXPECT_TRUE(std::filesystem::exists(file)) << page << " links to " << target;
+                ++links;
+            }
+        }
+    }
+    EXPECT_GT(links, 20u);
+}
+
 TEST_F(InstalledTree, HeadersShowNoTypeOfAnotherLibrary) {
     const std::regex comment("//[^\n]*"); // which may well name one
-    const char* const libraries = "curl|boost|icu|unicode/|uchar|poco|libproxy|cppmicroservices";
+    const char* const libraries = "curl|boost|icu|unicode/|uchar|poco|libproxy|cppmicroservices|nlohmann|openssl|evp";
     for (const std::string& header : installedHeaders(prefix())) {
         const std::string code = std::regex_replace(readFile(prefix() + "/include/" + header), comment, "");
         std::smatch found;
@@ -121,9 +167,9 @@ TEST_F(InstalledTree, BothPackagesSayWhereTheModuleIs) {
                                       "' >log || { cat log; false; }\n"
                                       "realpath \"$(cat build/place)\"\n"
                                       "realpath \"$(pkg-config --variable=module netrove)\"\n"
-                                      "pkg-config --modversion netrove\n",
+                                      "pkg-config --modversion netrove netrove-client\n",
                                   folder, {{"PKG_CONFIG_PATH", library("pkgconfig")}});
     EXPECT_EQ(outcome.Status, 0);
     const std::string module = std::filesystem::canonical(library("libnetrove.so")).string();
-    EXPECT_EQ(outcome.Out, module + "\n" + module + "\n" NETROVE_VERSION "\n");
+    EXPECT_EQ(outcome.Out, module + "\n" + module + "\n" NETROVE_VERSION "\n" NETROVE_VERSION "\n");
 }

@@ -65,30 +65,46 @@ std::vector<std::string> with(const std::string& package, std::vector<std::strin
 TEST_F(Packages, RuntimePackageHoldsWhatRunningProgramsNeed) {
     EXPECT_THAT(files("libnetrove0"),
                 UnorderedElementsAreArray(with(
-                    "libnetrove0", {kLib + "libnetrove.so", kLib + "libvantik_embedded.so." NETROVE_SOVERSION,
-                                    kLib + "libvantik_embedded.so." NETROVE_VERSION,
-                                    "usr/share/lintian/overrides/libnetrove0", "usr/share/netrove/messages/en.txt"})));
+                    "libnetrove0",
+                    {kLib + "libnetrove.so", kLib + "libnetrove_client.so." NETROVE_SOVERSION,
+                     kLib + "libnetrove_client.so." NETROVE_VERSION, kLib + "libvantik_embedded.so." NETROVE_SOVERSION,
+                     kLib + "libvantik_embedded.so." NETROVE_VERSION, "usr/share/lintian/overrides/libnetrove0",
+                     "usr/share/netrove/messages/en.txt"})));
 }
 
 TEST_F(Packages, ToolPackageHoldsTheProgramWithItsPages) {
     EXPECT_THAT(files("netrove"),
-                UnorderedElementsAreArray(with(
-                    "netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
-                                "usr/share/doc/netrove/README.md", "usr/share/fish/vendor_completions.d/netrove.fish",
-                                "usr/share/man/man1/netrove.1.gz", "usr/share/zsh/vendor-completions/_netrove"})));
+                UnorderedElementsAreArray(
+                    with("netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
+                                     "usr/share/fish/vendor_completions.d/netrove.fish",
+                                     "usr/share/man/man1/netrove.1.gz", "usr/share/zsh/vendor-completions/_netrove"})));
 }
 
 TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
     std::vector<std::string> expected =
-        with("libnetrove-dev", {kLib + "libvantik_embedded.so", kLib + "cmake/netrove/netroveConfig.cmake",
-                                kLib + "cmake/netrove/netroveConfigVersion.cmake", kLib + "pkgconfig/netrove.pc"});
+        with("libnetrove-dev",
+             {kLib + "libnetrove_client.so", kLib + "libvantik_embedded.so", kLib + "cmake/netrove/netroveConfig.cmake",
+              kLib + "cmake/netrove/netroveConfigVersion.cmake", kLib + "pkgconfig/netrove.pc",
+              kLib + "pkgconfig/netrove-client.pc", "usr/share/doc/netrove/LICENSE"});
     for (const std::string& header : filesBelow(sourcePath("embedded/include"))) {
         expected.push_back("usr/include/" + header);
     }
-    for (const std::string& page : filesBelow(sourcePath("docs"))) {
-        if (page.ends_with(".md")) {
-            expected.push_back("usr/share/doc/netrove/docs/" + page);
+    for (const std::string& header : filesBelow(sourcePath("client/include"))) {
+        if (source("client/include/" + header).starts_with("/// @file\n")) {
+            expected.push_back("usr/include/" + header);
         }
+    }
+    std::vector<std::string> documents = docstest::sourcesIn(".", ".md");
+    for (const char* folder : {"bench", "docs", "examples"}) {
+        for (const std::string& file : filesBelow(sourcePath(folder))) {
+            if (folder == std::string("examples") || file.ends_with(".md") || file.ends_with(".svg") ||
+                file.ends_with(".png")) {
+                documents.push_back(folder + ("/" + file));
+            }
+        }
+    }
+    for (const std::string& document : documents) {
+        expected.push_back("usr/share/doc/netrove/" + document);
     }
     EXPECT_THAT(files("libnetrove-dev"), UnorderedElementsAreArray(expected));
 }
@@ -100,6 +116,7 @@ TEST_F(Packages, ControlFieldsSayWhatEachIs) {
         EXPECT_EQ(field(package, "Priority"), "optional");
         EXPECT_THAT(field(package, "Maintainer"), HasSubstr("netrove maintainers"));
         EXPECT_FALSE(field(package, "Description").empty());
+        EXPECT_EQ(field(package, "Homepage"), "https://netrove.example.org/");
     }
     EXPECT_EQ(field("libnetrove0", "Section"), "libs");
     EXPECT_EQ(field("libnetrove-dev", "Section"), "libdevel");
@@ -109,24 +126,46 @@ TEST_F(Packages, ControlFieldsSayWhatEachIs) {
 
 TEST_F(Packages, DependOnTheLibrariesTheyAreLinkedWithAndOnEachOther) {
     const std::string runtime = field("libnetrove0", "Depends");
-    for (const char* library : {"libcurl4", "libicu", "libboost-url", "libproxy1", "libpoconet", "libc6"}) {
+    for (const char* library : {"libcurl4", "libicu", "libboost-url", "libproxy1", "libpoconet", "libssl3", "libc6"}) {
         EXPECT_THAT(runtime, HasSubstr(library));
     }
+    EXPECT_EQ(field("libnetrove0", "Recommends"), "ca-certificates, shared-mime-info");
     EXPECT_EQ(field("libnetrove-dev", "Depends"), kSameVersion);
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr(kSameVersion));
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr("ca-certificates"));
+    const std::string needed = " " NETROVE_SOVERSION " libnetrove0 (>= " NETROVE_VERSION "), libnetrove0 (<< 0.2~)\n";
     EXPECT_EQ(readFile(place("libnetrove0.control/shlibs")),
-              "libvantik_embedded " NETROVE_SOVERSION " libnetrove0 (>= " NETROVE_VERSION "), libnetrove0 (<< 0.2~)\n");
+              "libvantik_embedded" + needed + "libnetrove_client" + needed);
 }
 
-TEST_F(Packages, LinkForBuildingLeadsIntoTheRuntimePackage) {
-    EXPECT_EQ(fs::read_symlink(place("libnetrove-dev/" + kLib + "libvantik_embedded.so")).string(),
-              "libvantik_embedded.so." NETROVE_SOVERSION);
-    EXPECT_TRUE(fs::exists(place("root/" + kLib + "libvantik_embedded.so")));
+TEST_F(Packages, LinksForBuildingLeadIntoTheRuntimePackage) {
+    for (const std::string library : {"libnetrove_client.so", "libvantik_embedded.so"}) {
+        EXPECT_EQ(fs::read_symlink(place("libnetrove-dev/" + kLib + library)).string(),
+                  library + "." NETROVE_SOVERSION);
+        EXPECT_TRUE(fs::exists(place("root/" + kLib + library)));
+    }
+}
+
+// Each package's pages are of use without the others. The licence is in every Debian system.
+TEST_F(Packages, LinksOfThePagesLeadIntoTheSamePackage) {
+    EXPECT_EQ(fs::read_symlink(place("libnetrove-dev/usr/share/doc/netrove/LICENSE")).string(),
+              "../../common-licenses/Apache-2.0");
+    for (const std::string& package : kPackages) {
+        for (const std::string& page : files(package)) {
+            if (page.ends_with(".md")) {
+                for (const std::string& target : docstest::relativeLinks(readFile(place(package + "/" + page)))) {
+                    const fs::path file = fs::path(place(package + "/" + page)).parent_path() / target;
+                    EXPECT_NE(fs::symlink_status(file).type(), fs::file_type::not_found)
+                        << package << ": " << page << " links to " << target;
+                }
+            }
+        }
+    }
 }
 
 TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
-    for (const std::string& file : {kLib + "libnetrove.so", kLib + "libvantik_embedded.so." NETROVE_VERSION}) {
+    for (const std::string& file : {kLib + "libnetrove.so", kLib + "libnetrove_client.so." NETROVE_VERSION,
+                                    kLib + "libvantik_embedded.so." NETROVE_VERSION}) {
         EXPECT_TRUE(ElfFile(place("libnetrove0/" + file)).allSymbols().empty()) << file;
         EXPECT_THAT(ElfFile(place("libnetrove0/" + file)).runPath(), Not(HasSubstr("/"))) << file;
     }
