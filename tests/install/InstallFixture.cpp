@@ -60,4 +60,18 @@ std::vector<std::string> filesBelow(const std::string& folder) {
     return files;
 }
 
+std::vector<std::string> clientHeaders() {
+    std::vector<std::string> headers = {"netrove/client.h", "netrove/pool.h", "netrove/testing.h"};
+    for (std::size_t index = 0; index < headers.size(); ++index) {
+        for (const std::string& included :
+             docstest::matches(source("client/include/" + headers[index]), "#include <(netrove/[^>]+)>")) {
+            if (std::ranges::find(headers, included) == headers.end()) {
+                headers.push_back(included);
+            }
+        }
+    }
+    std::ranges::sort(headers);
+    return headers;
+}
+
 } // namespace installtest

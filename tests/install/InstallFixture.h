@@ -41,4 +41,8 @@ private:
 // Every file and link below a folder, relative to it and sorted.
 std::vector<std::string> filesBelow(const std::string& folder);
 
+// The headers of the client that programs may include, with all that these include, as they are included. Those beside
+// them are for the command line.
+std::vector<std::string> clientHeaders();
+
 } // namespace installtest

@@ -16,17 +16,6 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Those of the client that programs may use: they have documentation.
-std::vector<std::string> clientHeaders() {
-    std::vector<std::string> headers;
-    for (const std::string& header : docstest::sourcesIn("client/include/netrove", ".h")) {
-        if (source(header).starts_with("/// @file\n")) {
-            headers.push_back(header.substr(header.find("netrove/")));
-        }
-    }
-    return headers;
-}
-
 std::vector<std::string> installedHeaders(const std::string& prefix) {
     return filesBelow(prefix + "/include");
 }
@@ -101,8 +90,7 @@ TEST_F(InstalledTree, EachHeaderCompilesAlone) {
     }
 }
 
-// A header beside them is for the command line; what it declares is not exported.
-TEST_F(InstalledTree, HasTheDocumentedHeadersOfTheClientAndTheseIncludeNoOther) {
+TEST_F(InstalledTree, HasTheHeadersOfTheClientAndTheseIncludeNoOther) {
     std::vector<std::string> installed = installedHeaders(prefix());
     std::erase_if(installed, [](const std::string& header) { return !header.starts_with("netrove/"); });
     EXPECT_EQ(installed, clientHeaders());
