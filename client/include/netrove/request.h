@@ -32,11 +32,7 @@ struct Login {
 /// Which proxy to use. Nothing set: that of the system's settings.
 struct Proxy {
     std::string url = {}; ///< "[scheme://][user[:password]@]host[:port]"; http, https, socks4, socks4a, socks5, socks5h
-    bool resume = false;  ///< `save`: what an earlier call has left in FILE.part goes on, if it is the same file
-    bool replace = true;  ///< `save`: false: a file that is there is an error
-    bool keepTime = false;   ///< `save`: the file's time is that of Last-Modified
-    std::string sha256 = {}; ///< `save`: of the whole content, in hex; anything else is an error and is not kept
-    Login login = {};        ///< at the proxy; `url` may hold it instead
+    Login login = {};     ///< at the proxy; `url` may hold it instead
     std::optional<bool> automatic = {}; ///< without `url`: true the system's, false none
 
     ///@{
@@ -111,17 +107,21 @@ struct TraceLine {
 
 /// One request. Of the settings that a call leaves out, the client's apply, then the defaults named here.
 struct Request {
-    std::string url = {};            ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
-    std::string method = {};         ///< empty: GET, with a body POST
-    Fields fields = {};              ///< in order; a name here replaces the client's fields of that name
-    Body body = {};                  ///< content
-    Login login = {};                ///< at the server
-    Proxy proxy = {};                ///< on the way to it
-    Limits limits = {};              ///< longest times, most content
-    Tls tls = {};                    ///< whom to trust
-    Redirects redirects = {};        ///< how far to follow
-    Retry retry = {};                ///< what to try again
-    std::optional<bool> decode = {}; ///< by Content-Encoding; true
+    std::string url = {};     ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
+    std::string method = {};  ///< empty: GET, with a body POST
+    Fields fields = {};       ///< in order; a name here replaces the client's fields of that name
+    Body body = {};           ///< content
+    bool resume = false;      ///< `save`: what an earlier call has left in FILE.part goes on, if it is the same file
+    bool replace = true;      ///< `save`: false: a file that is there is an error
+    bool keepTime = false;    ///< `save`: the file's time is that of Last-Modified
+    std::string sha256 = {};  ///< `save`: of the whole content, in hex; anything else is an error and is not kept
+    Login login = {};         ///< at the server
+    Proxy proxy = {};         ///< on the way to it
+    Limits limits = {};       ///< longest times, most content
+    Tls tls = {};             ///< whom to trust
+    Redirects redirects = {}; ///< how far to follow
+    Retry retry = {};         ///< what to try again
+    std::optional<bool> decode = {};      ///< by Content-Encoding; true
     std::optional<bool> checkStatus = {}; ///< 400 and above raise Error; true
     /// Called on the thread of the call when content has moved. What it throws ends the call.
     std::function<void(const Progress&)> progress = {};
