@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        const netrove::Response saved = netrove::save(argv[1], argv[2], {.progress = show, .resume = true});
+        const netrove::Response saved = netrove::save(argv[1], argv[2], {.resume = true, .progress = show});
         std::cerr << saved.file.string() << ": " << saved.resumedAt + saved.received << " bytes saved\n";
     } catch (const netrove::Error& error) {
         std::cerr << error.what() << '\n';
