@@ -6,6 +6,7 @@
 
 #include <string>
 
+using namespace netrove;
 using namespace netrove::cli;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -13,19 +14,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         fields = parseFieldLines(textOf(data, size), "file");
     } catch (const vantik::Failure& failure) {
-        require(!hasControlBytes(failure.message().Text), "a refusal is one line of text");
+        require(!hasControls(failure.message().Text), "a refusal is one line of text");
         return 0;
     }
     std::string again;
     for (const Field& field : fields) {
-        require(isToken(field.Name), "the name of a field is a token");
-        require(field.Value.find_first_of(std::string_view("\r\n\0", 3)) == field.Value.npos, "a value is one line");
-        again += field.Name + ": " + field.Value + "\r\n";
+        require(isToken(field.name), "the name of a field is a token");
+        require(field.value.find_first_of(std::string_view("\r\n\0", 3)) == field.value.npos, "a value is one line");
+        again += field.name + ": " + field.value + "\r\n";
     }
     const std::vector<Field> read = parseFieldLines(again, "file");
     require(read.size() == fields.size(), "fields that are written are as many when they are read");
     for (std::size_t i = 0; i < read.size(); ++i) {
-        require(read[i].Name == fields[i].Name && read[i].Value == fields[i].Value,
+        require(read[i].name == fields[i].name && read[i].value == fields[i].value,
                 "a field is read as it was written");
     }
     return 0;

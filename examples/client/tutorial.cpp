@@ -80,9 +80,9 @@ void save() {
     netrove::Client client;
     const auto saved =
         client.save("https://example.org/data.bin", "data.bin",
-                    {.progress = [](const netrove::Progress& now) { std::clog << '\r' << now.received << " bytes"; },
-                     .keepTime = true,
-                     .sha256 = "bc634ceb27746878af610424e3afd5024f31e06f1f3479deda6cb33a21258bf7"});
+                    {.keepTime = true,
+                     .sha256 = "bc634ceb27746878af610424e3afd5024f31e06f1f3479deda6cb33a21258bf7",
+                     .progress = [](const netrove::Progress& now) { std::clog << '\r' << now.received << " bytes"; }});
     std::cout << saved.file.string() << ": " << saved.received << " bytes\n";
     // [/save]
 }

@@ -244,7 +244,7 @@ TEST_F(Resume, ARangeBeyondTheEndMeansThatAllIsThereWhateverTheChecks) {
     Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello", .fault = Fault::Short});
     EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = true}), Error);
     Server.add({.status = 416, .fields = {{"Content-Range", "bytes */5"}}, .content = "page"});
-    const Response response = TheClient.save(kUrl, path("f"), {.checkStatus = false, .resume = true});
+    const Response response = TheClient.save(kUrl, path("f"), {.resume = true, .checkStatus = false});
     EXPECT_EQ(content("f"), "hello");
     EXPECT_EQ(response.resumedAt, 5u);
     EXPECT_TRUE(response.bytes().empty());
@@ -294,7 +294,7 @@ TEST_F(Resume, DoesNotReplaceWhatAppearsMeanwhile) {
     Server.add({.content = "hello"});
     const Error error = errorOf([&] {
         TheClient.save(kUrl, path("f"),
-                       {.progress = [&](const Progress&) { put("f", "theirs"); }, .resume = true, .replace = false});
+                       {.resume = true, .replace = false, .progress = [&](const Progress&) { put("f", "theirs"); }});
     });
     EXPECT_EQ(error.identifier(), "NETROVE:client:FileExists");
     EXPECT_EQ(content("f"), "theirs");
