@@ -10,6 +10,7 @@
 
 namespace {
 
+using namespace netrove;
 using namespace netrove::cli;
 
 // The parser reads the files that these name, and a fuzzer must not read files.
@@ -56,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 "a get that is taken has a URL");
         requireWiped(words, result);
     } catch (const vantik::Failure& failure) {
-        require(!failure.message().Text.empty() && !hasControlBytes(failure.message().Text),
+        require(!failure.message().Text.empty() && !hasControls(failure.message().Text),
                 "a refusal is one line of text");
     }
     return 0;

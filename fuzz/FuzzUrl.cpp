@@ -1,5 +1,5 @@
-// What is read from a URL as people write it: credentials are taken out or masked and nothing else changes, and a file name
-// never leads out of its folder or deceives a reader.
+// What is read from a URL as people write it: credentials are taken out or masked and nothing else changes, and a file
+// name never leads out of its folder or deceives a reader.
 #include "fuzz/FuzzInput.h"
 
 #include <netrove/refusedurl.h>
