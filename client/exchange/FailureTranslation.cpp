@@ -206,6 +206,19 @@ Error incomplete(const vantik::Message& message, const Circumstances& known) {
     return {ErrorKind::Content, std::string(kCutOff), argumentsOf(message), shown(text)};
 }
 
+// In the words of the client.
+Error described(const vantik::Message& message, ErrorKind kind, const Circumstances& known) {
+    const std::string identifier = message.identifier();
+    const std::string cause = causeIn(message);
+    if (const std::string text = proxyText(message, kind, cause, known); !text.empty()) {
+        return {ErrorKind::Proxy, identifier, argumentsOf(message), shown(text)};
+    }
+    if (identifier == kCutOff) {
+        return incomplete(message, known);
+    }
+    return {kind, identifier, argumentsOf(message), shown(textFor(message, kind, cause, known))};
+}
+
 } // namespace
 
 bool isTunnelRefused(const vantik::Message& message) {
@@ -223,14 +236,7 @@ Error translated(const vantik::Message& original, const Circumstances& known) {
     if (known.Interrupted || kind == ErrorKind::Interrupted) {
         return clientError(failure::kInterrupted, {}, "interrupted");
     }
-    const std::string cause = causeIn(message);
-    if (const std::string text = proxyText(message, kind, cause, known); !text.empty()) {
-        return {ErrorKind::Proxy, identifier, argumentsOf(message), shown(text)};
-    }
-    if (identifier == kCutOff) {
-        return incomplete(message, known);
-    }
-    return {kind, identifier, argumentsOf(message), shown(textFor(message, kind, cause, known))};
+    return described(message, kind, known).withHostText(maskUserInfo(vantik::withoutSecrets(message.Text)));
 }
 
 Error statusError(int status, const std::string& reason, const Circumstances& known) {

@@ -56,6 +56,12 @@ vantik::Array schemeNames(const std::vector<Scheme>& schemes) {
     return vantik::Array::enumeration(vantik::kAuthenticationSchemeClass, names);
 }
 
+// Negotiate needs no name: it takes the ticket of the user who runs the program.
+bool isUsed(const Login& login) {
+    const bool ticket = std::find(login.schemes.begin(), login.schemes.end(), Scheme::Negotiate) != login.schemes.end();
+    return login.user && (!login.user->empty() || ticket);
+}
+
 // Runs a callable of the program. The host makes failures of its own of some exceptions; this one is raised in the end.
 template <class Run>
 auto kept(std::exception_ptr& escaped, Run run) {
@@ -214,8 +220,8 @@ private:
 
     // After a sending without any login: true if the one to use is known now.
     static bool choosesScheme(const Request& request, const Head& head, Logins& logins) {
-        const bool server = head.status == 401 && !request.login.user.value_or("").empty();
-        const bool proxy = head.status == 407 && !logins.Proxy.user.value_or("").empty();
+        const bool server = head.status == 401 && isUsed(request.login);
+        const bool proxy = head.status == 407 && isUsed(logins.Proxy);
         if (!server && !proxy) {
             return false;
         }
@@ -276,8 +282,8 @@ private:
 
     // The login for one sending: no name means no schemes, and a choice of schemes waits for the first answer.
     static Login usable(Login login, const Request& request, bool withhold) {
-        if (login.user.value_or("").empty() || (withhold && login.schemes.size() > 1)) {
-            if (!login.user.value_or("").empty() && !request.body.repeatable()) {
+        if (!isUsed(login) || (withhold && login.schemes.size() > 1)) {
+            if (isUsed(login) && !request.body.repeatable()) {
                 fail(failure::kContentNotRewound, {"a choice of login schemes"},
                      "the content can be sent once only, so name the one scheme that the login uses");
             }
@@ -378,6 +384,10 @@ private:
         Known.Status = head.status;
         head.fields = fieldsOf(Connection.call("getResponseFields"));
         // A Location that was cut off may lead anywhere; and without a tunnel the head is the proxy's.
+        if (CutOff && isTunnelRefused(*CutOff) && *request.checkStatus) {
+            throw statusError(head.status, head.reason, Known)
+                .with(ErrorKind::Proxy, translated(*CutOff, Known).what());
+        }
         if (CutOff && (head.fields.contains("Location") || isTunnelRefused(*CutOff))) {
             throw vantik::Failure(*CutOff);
         }

@@ -24,6 +24,7 @@ struct Error::Content {
     std::string Text;
     Response Before;
     bool Sent = false;
+    std::string HostText = {};
 };
 
 Error::Error(ErrorKind kind, std::string identifier, std::vector<Argument> arguments, const std::string& text)
@@ -56,6 +57,16 @@ const Response& Error::response() const noexcept {
 
 bool Error::sent() const noexcept {
     return Shared->Sent;
+}
+
+const std::string& Error::hostText() const noexcept {
+    return Shared->HostText;
+}
+
+Error Error::withHostText(std::string text) const {
+    Content content = *Shared;
+    content.HostText = std::move(text);
+    return Error(std::make_shared<const Content>(std::move(content)));
 }
 
 Error Error::with(Response response, bool sent) const {

@@ -1,6 +1,6 @@
-#include <netrove/refusedurl.h>
-
 #include "client/text/Ascii.h"
+
+#include <netrove/refusedurl.h>
 
 #include <algorithm>
 #include <utility>

@@ -58,7 +58,7 @@ constexpr CommandRow kCommands[] = {
 
     {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
 
-    {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
+    {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove-client)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
 
     {"docs/hosting.md", "cmake --preset release -DNETROVE_EMBEDDED_HOST=OFF -DNETROVE_BUILD_TESTS=OFF -DNETROVE_HOST_LIBRARIES=\"/path/to/libhost1.so;/path/to/libhost2.so\"", Way::Sources, ""},
     {"docs/hosting.md", "cmake --build --preset release --target netrove", Way::Sources, "CMakeFiles/netrove_static.dir/hostclass/ModuleEntry.cpp.o"},
@@ -77,7 +77,7 @@ constexpr CommandRow kCommands[] = {
     {"docs/install.md", "cmake --build build", Way::Elsewhere, kInstallPage},
     {"docs/install.md", "build/fetch https://example.org/", Way::Elsewhere, kInstallPage},
     {"docs/install.md", "export PKG_CONFIG_PATH=\"$HOME/tools/lib/pkgconfig\"", Way::Elsewhere, kInstallPage},
-    {"docs/install.md", "g++ -std=c++20 main.cpp -o fetch $(pkg-config --cflags --libs netrove) -Wl,-rpath,\"$(pkg-config --variable=libdir netrove)\"", Way::Elsewhere, kInstallPage},
+    {"docs/install.md", "g++ -std=c++20 main.cpp -o fetch $(pkg-config --cflags --libs netrove-client) -Wl,-rpath,\"$(pkg-config --variable=libdir netrove-client)\"", Way::Elsewhere, kInstallPage},
     {"docs/install.md", "./fetch https://example.org/", Way::Elsewhere, kInstallPage},
     {"docs/install.md", "cmake --install", Way::Elsewhere, "tests/docs/ShownCommandsTest.cpp: ModuleForAnotherHost, IsInstalledAsThePageSays"},
 

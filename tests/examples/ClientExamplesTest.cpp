@@ -172,7 +172,7 @@ TEST_F(ClientExamples, LoginTellsARefusedOneFromOtherFailures) {
 TEST_F(ClientExamples, EachNamesWhoCouldNotBeReached) {
     expectEachSays(Dead.url(), AllOf(StartsWith("no connection to "), HasSubstr(hostOf(Dead.url()))));
     expectEachSays(kUnknownHost, "no such host: no-such-host.invalid\n");
-    expectEachSays("example.org", HasSubstr("has no scheme"));
+    expectEachSays("example.org", HasSubstr("no protocol"));
 }
 
 TEST_F(ClientExamples, ManyTellsFailuresApart) {

@@ -56,9 +56,13 @@ public:
     const Response& response() const noexcept;
     /// False: no byte of the last request has left this machine.
     bool sent() const noexcept;
+    /// For a failure of the class below: its message from the host's catalogue, in the language of that. Empty for the
+    /// others.
+    const std::string& hostText() const noexcept;
 
     /// The same failure with what the caller of a transport knows in addition.
     Error with(Response response, bool sent) const;
+    Error withHostText(std::string text) const;                ///< with what `hostText` returns
     Error with(ErrorKind kind, const std::string& text) const; ///< under another kind and text
 
 private:

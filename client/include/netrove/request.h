@@ -22,8 +22,10 @@ enum class Scheme { Basic, Digest, Ntlm, Negotiate };
 
 /// A login at a server or a proxy.
 struct Login {
-    std::optional<std::string> user = {}; ///< without a colon; empty: no login, whatever the client's says
-    std::string password = {};            ///< in UTF-8
+    /// Without a colon. Empty: no login, whatever the client's says; with Negotiate, the ticket of the user who runs
+    /// the program.
+    std::optional<std::string> user = {};
+    std::string password = {}; ///< in UTF-8
     std::vector<Scheme> schemes = {Scheme::Basic,
                                    Scheme::Digest}; ///< allowed; the safest that the server offers is used
     std::string bearer = {};                        ///< a token instead of user and password (RFC 6750)
