@@ -58,7 +58,7 @@ constexpr CommandRow kCommands[] = {
 
     {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
 
-    {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove-client)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
+    {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
 
     {"docs/hosting.md", "cmake --preset release -DNETROVE_EMBEDDED_HOST=OFF -DNETROVE_BUILD_TESTS=OFF -DNETROVE_HOST_LIBRARIES=\"/path/to/libhost1.so;/path/to/libhost2.so\"", Way::Sources, ""},
     {"docs/hosting.md", "cmake --build --preset release --target netrove", Way::Sources, "CMakeFiles/netrove_static.dir/hostclass/ModuleEntry.cpp.o"},
