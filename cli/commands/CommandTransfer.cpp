@@ -83,12 +83,7 @@ private:
             headCame = true;
             sent.finish();
             Facts.UntilHead = Clock::now() - Start;
-            const bool redirect = head.status == 307 || head.status == 308;
-            if (redirect && !repeatable && TheSettings.redirectLimit() > 0 && head.fields.contains("Location")) {
-                const std::string name = TheSettings.StreamFile == "-" ? "standard input" : TheSettings.StreamFile;
-                fail(failure::kContentNotRewound, {name},
-                     name + " cannot be read a second time for the redirected request; send it from a file instead");
-            }
+            refuseSpentContent(TheSettings, head, repeatable);
             if (TheSettings.Include) {
                 sink.write(terminal ? printableLines(headOf(head)) : headOf(head));
             }

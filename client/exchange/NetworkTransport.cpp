@@ -199,7 +199,7 @@ private:
                     close();
                     continue;
                 }
-                const Taker taker = onHead(head);
+                const Taker taker = kept(Escaped, [&] { return onHead(head); });
                 // The older interface fails for the content of a redirect.
                 if (!Settings.simple || head.redirectUrl.empty()) {
                     deliver(taker);
@@ -307,7 +307,7 @@ private:
         return proxy;
     }
 
-    // Behind a tunnel the proxy's login is settled before any content is sent.
+    // Where there is a tunnel, the proxy's login is settled before any content is sent.
     bool tunnelled() const { return Known.Proxy.empty() || splitUrl(Known.Url).Scheme == "https"; }
 
     // True if the older interface makes the content from PostData and adds the length itself.

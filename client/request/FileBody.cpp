@@ -100,7 +100,7 @@ public:
         }
         const std::shared_ptr<const FileState> now = reader->atOpen();
         if (!now->Regular) {
-            failChanged(Name, "is no regular file any more");
+            failChanged(Name, "is not a regular file any more");
         }
         Sending = now;
         return exactly(now->Size, std::move(reader),

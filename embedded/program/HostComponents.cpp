@@ -63,7 +63,8 @@ std::string curlComponent() {
 
 std::vector<std::string> hostComponents() {
     return {
-        curlComponent(),   "ICU " + icuVersion(), "Boost " + boostVersion(), std::string("libproxy ") + VANTIK_LIBPROXY_VERSION,
+        curlComponent(),           "ICU " + icuVersion(),
+        "Boost " + boostVersion(), std::string("libproxy ") + VANTIK_LIBPROXY_VERSION,
         servicesVersion(),
     };
 }

@@ -56,6 +56,9 @@ std::vector<ElfFile::Symbol> objectSymbols(const char* list) {
     std::vector<ElfFile::Symbol> result;
     std::istringstream files(readFile(list));
     for (std::string file; std::getline(files, file);) {
+        if (file.ends_with(".gch")) {
+            continue; // the precompiled header is listed with the objects
+        }
         for (const ElfFile::Symbol& symbol : ElfFile(file).allSymbols()) {
             if (symbol.Defined && symbol.Strong && !symbol.Name.starts_with("__") &&
                 symbol.Name.find("DW.ref") == std::string::npos) {

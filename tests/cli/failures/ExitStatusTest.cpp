@@ -41,7 +41,7 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {1, {"Failure", "DemoFailed"}},
         {2, {"Usage"}},
         {3, {"RedirectRefused"}},
-        {22, {"StatusError"}},
+        {22, {"StatusError", "RetryTooLate"}},
         {23, {"FileNotWritten", "FileExists", "BinaryToTerminal", "ContentTooLarge", "NoJournal", "JournalInUse"}},
         {26, {"FileNotRead", "ContentChanged", "ContentNotRewound"}},
         {28, {"MaxTime"}},

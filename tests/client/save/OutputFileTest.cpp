@@ -155,7 +155,8 @@ TEST_P(OutputFileOnDisk, IsNotWrittenThroughALinkInThePlaceOfTheTemporaryFile) {
         } else {
             const netrove::Error failure = failureOf([&] { file.keep(); });
             EXPECT_EQ(failure.identifier(), "NETROVE:client:FileNotWritten");
-            EXPECT_EQ(std::string_view(failure.what()).ends_with("/page: somebody replaced its temporary file"), !nameless());
+            EXPECT_EQ(std::string_view(failure.what()).ends_with("/page: somebody replaced its temporary file"),
+                      !nameless());
         }
         EXPECT_TRUE(!replace || readFile(path("page")) == "old");
         fs::remove(file.temporaryName());
