@@ -40,7 +40,11 @@ auto onObject(const Array& value, Operation operation) {
     return runForProgram([&] {
         HostObject& object = objectIn(value);
         const ScopeEntry entry(object.scope());
-        return withWarningsRaised(object.scope()->Warnings, [&] { return operation(object); });
+        return withWarningsRaised(object.scope()->Warnings, [&] {
+            // The program may drop the value in the middle of the operation.
+            const vcos::COSInterfacePtr held = scalarObject(value.handle());
+            return operation(object);
+        });
     });
 }
 
