@@ -1,4 +1,6 @@
 // Calls over scripted answers: what a call promises whatever its transport is.
+#include "tests/client/ErrorOf.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netrove/client.h>
@@ -17,18 +19,9 @@ using ::testing::Not;
 
 namespace {
 
-constexpr const char* kUrl = "http://a.example/";
+using clienttest::errorOf;
 
-template <class Call>
-Error errorOf(Call call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no error";
-    return {ErrorKind::Other, "none", {}, "none"};
-}
+constexpr const char* kUrl = "http://a.example/";
 
 Body once() {
     return generator([left = true]() mutable -> std::span<const std::byte> {

@@ -1,4 +1,5 @@
 // Calls over the network: what goes out, what comes back, and whose fault a failure was.
+#include "tests/client/ErrorOf.h"
 #include "tests/support/server/ScriptedServer.h"
 #include "tests/support/server/UnreachablePorts.h"
 #include "tests/support/server/WireText.h"
@@ -17,20 +18,11 @@ using ::testing::Not;
 
 namespace {
 
+using clienttest::errorOf;
+
 // Limits that no working test reaches, no proxy of the surroundings, one attempt.
 Request direct() {
     return {.proxy = Proxy::none(), .limits = {.response = 60s, .data = 60s}, .retry = {.attempts = 1}};
-}
-
-template <class Call>
-Error errorOf(Call call) {
-    try {
-        call();
-    } catch (const Error& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no error";
-    return {ErrorKind::Other, "none", {}, "none"};
 }
 
 Script answer(std::string bytes) {

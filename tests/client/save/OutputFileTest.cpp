@@ -1,3 +1,4 @@
+#include "tests/client/ErrorOf.h"
 #include "tests/client/save/DiskCalls.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
@@ -14,21 +15,12 @@
 
 namespace {
 
+using clienttest::errorOf;
+
 namespace fs = std::filesystem;
 using netrove::OutputFile;
 using testsupport::readFile;
 using testsupport::writeFile;
-
-template <class Call>
-netrove::Error failureOf(Call call) {
-    try {
-        call();
-    } catch (const netrove::Error& error) {
-        return error;
-    }
-    ADD_FAILURE() << "no error";
-    return {netrove::ErrorKind::Other, "none", {}, "none"};
-}
 
 unsigned permissions(const std::string& path) {
     struct stat facts {};
@@ -53,7 +45,7 @@ protected:
         return static_cast<std::size_t>(std::distance(begin(range), end(range)));
     }
     std::string refusalOf(const std::string& target, bool replace) const {
-        return failureOf([&] { OutputFile file(target, replace); }).identifier();
+        return errorOf([&] { OutputFile file(target, replace); }).identifier();
     }
 
     const testsupport::TemporaryFolder Folder;
@@ -134,7 +126,7 @@ TEST_P(OutputFileOnDisk, ReplacesNoFileThatCameMeanwhile) {
     OutputFile file(path("page"), false);
     put(file, "mine");
     writeFile(path("page"), "theirs");
-    EXPECT_EQ(failureOf([&] { file.keep(); }).identifier(), "NETROVE:client:FileExists");
+    EXPECT_EQ(errorOf([&] { file.keep(); }).identifier(), "NETROVE:client:FileExists");
     EXPECT_EQ(readFile(path("page")), "theirs");
 }
 
@@ -153,7 +145,7 @@ TEST_P(OutputFileOnDisk, IsNotWrittenThroughALinkInThePlaceOfTheTemporaryFile) {
             file.keep();
             EXPECT_EQ(readFile(path("page")), "mine");
         } else {
-            const netrove::Error failure = failureOf([&] { file.keep(); });
+            const netrove::Error failure = errorOf([&] { file.keep(); });
             EXPECT_EQ(failure.identifier(), "NETROVE:client:FileNotWritten");
             EXPECT_EQ(std::string_view(failure.what()).ends_with("/page: somebody replaced its temporary file"),
                       !nameless());

@@ -1,3 +1,4 @@
+#include "tests/client/ErrorOf.h"
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -14,6 +15,8 @@ using netrove::testing::Fault;
 using ::testing::HasSubstr;
 
 namespace {
+
+using clienttest::errorOf;
 
 namespace fs = std::filesystem;
 
@@ -34,17 +37,6 @@ protected:
         std::sort(result.begin(), result.end());
         return result;
     }
-    template <class Call>
-    static Error errorOf(Call call) {
-        try {
-            call();
-        } catch (const Error& error) {
-            return error;
-        }
-        ADD_FAILURE() << "no error";
-        return {ErrorKind::Other, "none", {}, "none"};
-    }
-
     testsupport::TemporaryFolder Folder;
     netrove::testing::Script Server{};
     Client TheClient{{.retry = {.attempts = 1, .wait = std::chrono::milliseconds(1)}}, Server.transport()};
