@@ -1,8 +1,8 @@
 #include "cli/exchange/RequestOf.h"
 
+#include "cli/exchange/ContentOf.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
-#include "cli/system/BodySource.h"
 #include "cli/terminal/Output.h"
 
 #include <cmath>
@@ -11,8 +11,6 @@
 namespace netrove::cli {
 
 namespace {
-
-constexpr const char* kFormType = "application/x-www-form-urlencoded";
 
 netrove::Limit limitOf(double milliseconds) {
     return std::isinf(milliseconds) ? netrove::kUnlimited
@@ -38,29 +36,6 @@ std::vector<netrove::Scheme> schemesOf(const std::optional<std::vector<std::stri
     return schemes;
 }
 
-// Content in memory whose length is not said.
-netrove::Body chunked(std::string content, const char* type) {
-    const auto held = std::make_shared<const std::string>(std::move(content));
-    const auto start = [held] {
-        return [held, left = true]() mutable {
-            return std::exchange(left, false) ? std::as_bytes(std::span(*held)) : std::span<const std::byte>();
-        };
-    };
-    return netrove::generators(start, {}, type);
-}
-
-netrove::Body bodyOf(const Settings& settings, std::optional<Clock::time_point> deadline) {
-    if (!settings.StreamFile.empty()) {
-        return streamedContent(settings.StreamFile, !settings.Chunked, deadline);
-    }
-    if (!settings.BodyText && settings.BodyFile.empty()) {
-        return {};
-    }
-    std::string content = settings.BodyText ? *settings.BodyText : readWhole(settings.BodyFile, deadline);
-    const char* type = settings.BodyText ? kFormType : "";
-    return settings.Chunked ? chunked(std::move(content), type) : netrove::text(std::move(content), type);
-}
-
 netrove::Proxy proxyOf(const Settings& settings) {
     netrove::Proxy proxy;
     if (settings.Proxy == "none") {
@@ -83,7 +58,7 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     for (const Field& field : settings.Fields) {
         request.fields.add(field.name, field.value);
     }
-    request.body = bodyOf(settings, deadline);
+    request.body = contentOf(settings, deadline);
     for (const std::string& name : settings.RemovedFields) {
         request.fields.set(name, "");
     }

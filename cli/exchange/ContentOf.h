@@ -1,0 +1,16 @@
+// The content of a request, from the options that name it.
+#pragma once
+
+#include "cli/options/Settings.h"
+#include "cli/system/Signals.h"
+
+#include <netrove/body.h>
+
+#include <optional>
+
+namespace netrove::cli {
+
+// None where the options name none. Raises FileNotRead. Waits for the content end at the deadline.
+netrove::Body contentOf(const Settings& settings, std::optional<Clock::time_point> deadline);
+
+} // namespace netrove::cli
