@@ -4,7 +4,6 @@
 #include "cli/system/Signals.h"
 #include "cli/terminal/Progress.h"
 
-#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -13,18 +12,10 @@
 
 namespace netrove::cli {
 
-namespace {
-
-int workerCount(const Settings& settings, const std::vector<BatchLine>& lines) {
-    return static_cast<int>(std::min(lines.size(), static_cast<std::size_t>(settings.Batch.Jobs)));
-}
-
-} // namespace
-
-BatchRun::BatchRun(const Settings& settings, const Console& console, const std::vector<BatchLine>& lines,
-                   BatchJournal* journal, BatchReport& report)
+BatchRun::BatchRun(const Settings& settings, const Console& console, LineSource& lines, BatchJournal* journal,
+                   BatchReport& report)
     : TheSettings(settings), TheConsole(console), Lines(lines), Journal(journal), Report(report),
-      Workers({.jobs = workerCount(settings, lines), .perHost = settings.Batch.Jobs}, {},
+      Workers({.jobs = settings.Batch.Jobs, .perHost = settings.Batch.Jobs}, {},
               [&] { return netrove::networkTransport(networkSettings(settings), warningsTo(console)); }) {}
 
 void BatchRun::run() {
@@ -32,7 +23,7 @@ void BatchRun::run() {
     const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
     const auto interval = progressInterval(TheConsole.errIsTerminal());
     std::vector<std::future<void>> workers;
-    for (int i = workerCount(TheSettings, Lines); i > 0; --i) {
+    for (int i = TheSettings.Batch.Jobs; i > 0; --i) {
         // Also if there is no client for it, and it never runs.
         const std::shared_ptr<void> onEnd(nullptr, [this](void*) { WorkerLeft.raise(); });
         workers.push_back(Workers.submit("", [this, onEnd](netrove::Client& client) { work(client); }));
@@ -62,18 +53,23 @@ void BatchRun::run() {
 void BatchRun::work(netrove::Client& client) {
     const BatchTools tools{TheSettings, Journal, LiveBytes, Stopped};
     while (!Stopped && signalSeen() == 0) {
-        const std::size_t place = NextLine++;
-        if (place >= Lines.size()) {
+        const std::optional<BatchLine> line = takeLine();
+        if (!line) {
             return;
         }
         ++RunningTransfers;
-        const BatchOutcome outcome = transferLine(client, Lines[place], tools);
+        const BatchOutcome outcome = transferLine(client, *line, tools);
         --RunningTransfers;
         if (outcome.Abandoned) {
             return;
         }
-        Report.ended(Lines[place], outcome);
+        Report.ended(*line, outcome);
     }
+}
+
+std::optional<BatchLine> BatchRun::takeLine() {
+    const std::lock_guard lock(TakingLine);
+    return Lines.next();
 }
 
 bool BatchRun::someLeft(std::vector<std::future<void>>& workers) {

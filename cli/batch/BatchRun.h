@@ -5,6 +5,7 @@
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchReport.h"
 #include "cli/batch/BatchTransfer.h"
+#include "cli/batch/LineSource.h"
 #include "cli/options/Settings.h"
 #include "cli/terminal/Output.h"
 
@@ -16,6 +17,8 @@
 #include <cstdint>
 #include <exception>
 #include <future>
+#include <mutex>
+#include <optional>
 #include <vector>
 
 namespace netrove::cli {
@@ -23,8 +26,8 @@ namespace netrove::cli {
 class BatchRun {
 public:
     // What is given outlives this object; `journal` may be null.
-    BatchRun(const Settings& settings, const Console& console, const std::vector<BatchLine>& lines,
-             BatchJournal* journal, BatchReport& report);
+    BatchRun(const Settings& settings, const Console& console, LineSource& lines, BatchJournal* journal,
+             BatchReport& report);
 
     // Returns once every line has been dealt with or a signal has come, which interrupts every running transfer; those
     // leave no files. Raises what ended the run early: output or journal that cannot be written.
@@ -32,6 +35,7 @@ public:
 
 private:
     void work(netrove::Client& client);
+    std::optional<BatchLine> takeLine();
     // True if workers are left. A failure of one that has ended stops the others.
     bool someLeft(std::vector<std::future<void>>& workers);
     void stop(std::exception_ptr reason);
@@ -39,11 +43,11 @@ private:
 
     const Settings& TheSettings;
     const Console& TheConsole;
-    const std::vector<BatchLine>& Lines;
+    LineSource& Lines;
+    std::mutex TakingLine;
     BatchJournal* Journal;
     BatchReport& Report;
     std::atomic<bool> Stopped = false;
-    std::atomic<std::size_t> NextLine = 0;
     std::atomic<std::uint64_t> LiveBytes = 0; // of the running transfers
     std::atomic<std::size_t> RunningTransfers = 0;
     WakeEvent WorkerLeft;

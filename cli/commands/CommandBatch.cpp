@@ -5,6 +5,7 @@
 #include "cli/batch/BatchRun.h"
 #include "cli/batch/BatchShard.h"
 #include "cli/batch/JournalNames.h"
+#include "cli/batch/LineSource.h"
 #include "cli/commands/Commands.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/system/BodySource.h"
@@ -22,6 +23,18 @@ namespace netrove::cli {
 namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 16;
+
+class HeldLines final : public LineSource {
+public:
+    explicit HeldLines(std::vector<BatchLine> lines) : Lines(std::move(lines)) {}
+    std::optional<BatchLine> next() override {
+        return Place < Lines.size() ? std::optional(std::move(Lines[Place++])) : std::nullopt;
+    }
+
+private:
+    std::vector<BatchLine> Lines;
+    std::size_t Place = 0;
+};
 
 class BatchCommand {
 public:
@@ -54,7 +67,8 @@ public:
             return kExitDone;
         }
         if (!lines.empty()) {
-            BatchRun(TheSettings, TheConsole, lines, Journal.get(), report).run();
+            HeldLines source(std::move(lines));
+            BatchRun(TheSettings, TheConsole, source, Journal.get(), report).run();
         }
         if (Journal) {
             Journal->sync();
