@@ -25,7 +25,13 @@ constexpr std::size_t kHelpTextWidth = 64;
 
 std::string optionNames(const OptionRow& row) {
     std::string names = row.ShortName == 0 ? "" : std::string("-") + row.ShortName + ",";
-    return names + "--" + std::string(row.LongName);
+    names += "--" + std::string(row.LongName);
+    for (std::size_t start = 0; start < row.Traits.OtherNames.size();) {
+        const auto end = std::min(row.Traits.OtherNames.find(' ', start), row.Traits.OtherNames.size());
+        names += ",--" + std::string(row.Traits.OtherNames.substr(start, end - start));
+        start = end + 1;
+    }
+    return names;
 }
 
 // Adds one option of the table. It is applied when it is parsed, so that the last of two contradicting options wins.
@@ -44,7 +50,7 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
     } else {
         option = app.add_option(
             optionNames(row),
-            [apply, secret = row.Secret, &result](const CLI::results_t& values) {
+            [apply, secret = row.Traits.Secret, &result](const CLI::results_t& values) {
                 for (const std::string& value : values) {
                     apply(result.Settings, value);
                     if (secret != Secrecy::None) {

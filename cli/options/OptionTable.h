@@ -28,22 +28,26 @@ enum CommandSet : unsigned {
 // Which part of a value is hidden from the list of processes.
 enum class Secrecy { None, Whole, AfterColon, BeforeAt, FieldValue };
 
+// What only some rows say.
+struct OptionTraits {
+    Secrecy Secret = Secrecy::None;
+    std::string_view OtherNames = {}; // further long names, separated by blanks: what users of other programs type
+    unsigned Common = 0;              // the commands whose short help shows it
+};
+
 struct OptionRow {
     std::string_view LongName;
     char ShortName;             // 0 for none
     std::string_view ValueName; // empty for a flag
-    std::string_view Group;     // the heading in the help
     unsigned Commands;
     std::string_view Help;
     // Applies one occurrence, in the order given; a flag's value is empty. Raises a usage failure.
     void (*Apply)(Settings& settings, const std::string& value);
-    Secrecy Secret = Secrecy::None;
+    OptionTraits Traits = {};
+    std::string_view Group = {}; // the heading in the help, set by optionTable()
 };
 
 std::span<const OptionRow> optionTable(); // in the order of the help
-
-// The authentication schemes that an option with the value LIST takes, as they are written.
-std::span<const std::string_view> knownSchemes();
 
 struct CommandRow {
     std::string_view Name;

@@ -31,7 +31,6 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format, scripts/tidy, scripts/docs and scripts/test one after the other, and the first two need tools of clang"},
     {"CONTRIBUTING.md", "scripts/tidy cli/main.cpp", Way::Never, "needs clang-tidy"},
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
-    {"CONTRIBUTING.md", "cmake --build --preset dev --target reference_pages", Way::Sources, ""},
     {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
     {"CONTRIBUTING.md", "scripts/mutate --count 20", Way::Never, "builds the library and runs its tests for each of the changes"},
     {"CONTRIBUTING.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},

@@ -170,8 +170,8 @@ TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
     EXPECT_EQ(ElfFile(place("netrove/usr/bin/netrove")).runPath(), "$ORIGIN/../" NETROVE_LIBRARY_FOLDER);
 }
 
-TEST_F(Packages, CompressedPagesAreTheOnesOfTheSources) {
-    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out, source("packaging/netrove.1"));
+TEST_F(Packages, CompressedPagesAreWhole) {
+    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out, run({"help", "man"}).Out);
     EXPECT_EQ(shell("gzip -dc netrove/usr/share/doc/netrove/changelog.gz", place("")).Out,
               source("packaging/debian/changelog"));
     EXPECT_THAT(source("packaging/debian/changelog"), testing::StartsWith("netrove (" NETROVE_VERSION ") "));

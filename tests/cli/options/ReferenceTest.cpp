@@ -3,7 +3,6 @@
 
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
-#include "tests/support/process/ProgramRun.h"
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -96,22 +95,6 @@ TEST(Reference, BashCompletesWhatAPersonTypes) {
     testsupport::writeFile(folder.file("try"), script);
     ASSERT_EQ(std::system(("cd " + folder.path() + " && bash try > offered").c_str()), 0);
     EXPECT_EQ(readFile(folder.file("offered")), expected);
-}
-
-// The manual page and the completions that packages carry are those that the program prints. Where one differs, the
-// target `reference_pages` writes them anew.
-TEST(ReferencePages, AreWhatTheProgramPrints) {
-    const std::pair<std::string, std::string> pages[] = {{"man", "netrove.1"},
-                                                         {"bash", "completions/netrove.bash"},
-                                                         {"zsh", "completions/_netrove"},
-                                                         {"fish", "completions/netrove.fish"}};
-    for (const auto& [topic, name] : pages) {
-        const testsupport::Outcome outcome = testsupport::run({"help", topic});
-        EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-        EXPECT_GT(outcome.Out.size(), 500u);
-        EXPECT_TRUE(outcome.Out == readFile(NETROVE_PACKAGING_FOLDER "/" + name))
-            << name << " differs; build the target reference_pages";
-    }
 }
 
 } // namespace

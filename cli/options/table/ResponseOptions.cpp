@@ -1,0 +1,41 @@
+#include "cli/options/table/OptionGroups.h"
+#include "cli/options/table/OptionValues.h"
+
+namespace netrove::cli {
+
+namespace {
+
+// clang-format off
+const OptionRow kOptions[] = {
+    {"output", 'o', "FILE", kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content",
+     [](S& s, V v) { s.OutputFile = nonEmpty("output", v); }},
+    {"force", 0, "", kSave | kBatch, "replace an existing file",
+     [](S& s, V) { s.Force = true; }},
+    {"include", 'i', "", kGet | kSend, "write the head of the response before its content",
+     [](S& s, V) { s.Include = true; }},
+    {"consumer", 0, "", kSingle, "no effect; kept for older scripts, since content always goes through a consumer object",
+     [](S&, V) {}},
+    {"no-decode", 0, "", kTransfers, "do not decompress content",
+     [](S& s, V) { s.Decode = false; }},
+    {"location", 'L', "", kTransfers, "follow up to 20 redirects, the default except for send",
+     [](S& s, V) { s.MaxRedirects = kDefaultRedirects; }},
+    {"follow", 0, "N", kTransfers, "follow up to N redirects",
+     [](S& s, V v) { s.MaxRedirects = number<int>("follow", v, 0, 1000); }},
+    {"no-follow", 0, "", kTransfers, "follow no redirects, the default for send",
+     [](S& s, V) { s.MaxRedirects = 0; }},
+    {"fail", 'f', "", kTransfers, "treat a status of 400 or above as a failure, the default for batch",
+     [](S& s, V) { s.Fail = s.Batch.Fail = true; }},
+    {"no-fail", 0, "", kBatch, "keep the content that comes with a status of 400 or above",
+     [](S& s, V) { s.Batch.Fail = false; }},
+    {"create-dirs", 0, "", kBatch, "create missing folders for the targets",
+     [](S& s, V) { s.Batch.MakeFolders = true; }},
+};
+// clang-format on
+
+} // namespace
+
+std::span<const OptionRow> responseOptions() {
+    return kOptions;
+}
+
+} // namespace netrove::cli
