@@ -1,5 +1,6 @@
 // A journal that earlier runs, or anybody else, left behind: it is read or refused, and the next run knows what is then
 // written to it. The first byte says whether the rest follows a good first line.
+#include "cli/batch/BatchHistory.h"
 #include "cli/batch/BatchJournal.h"
 #include "fuzz/FuzzInput.h"
 #include "tests/support/server/SocketHandle.h"
@@ -26,7 +27,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     static const BatchLine line = lineWithoutTarget();
-    std::string text = data[0] % 2 != 0 ? "{\"journal\":\"netrove batch\",\"version\":1}\n" : "";
+    std::string text;
+    if (data[0] % 2 != 0) {
+        text = std::string(data[0] % 4 == 1 ? kJsonJournalHeader : kJournalHeader) + "\n";
+    }
     text += textOf(data + 1, size - 1);
     const testsupport::SocketHandle memory(::memfd_create("journal", MFD_CLOEXEC));
     const std::string file = "/proc/self/fd/" + std::to_string(memory.get());
@@ -40,7 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0; // not a journal
     }
     require(unreadable <= linesOf(text).size(), "no more lines are unreadable than there are");
-    BatchJournal(file).done(line, 200, 3);
+    {
+        BatchJournal journal(file);
+        journal.done(line, 200, 3);
+        journal.sync();
+    }
     BatchHistory after;
     require(after.read(file) == unreadable, "a journal that goes on is read as before");
     const auto ended = after.done(line);

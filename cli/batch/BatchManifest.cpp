@@ -1,10 +1,10 @@
 #include "cli/batch/BatchManifest.h"
 
+#include "cli/batch/ContentDigest.h"
 #include "cli/batch/JournalNames.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/options/FieldText.h"
 
-#include <Poco/SHA2Engine.h>
 #include <netrove/outputfile.h>
 #include <netrove/refusedurl.h>
 #include <netrove/text.h>
@@ -78,26 +78,6 @@ void takeCredentials(BatchLine& line) {
     line.Extras->User = std::move(found.User);
     line.Extras->Password = std::move(found.Password);
 }
-
-// Each part after its length, so that no two lists of parts make the same text.
-class ContentDigest {
-public:
-    void add(std::string_view part) {
-        Engine.update(std::to_string(part.size()) + ":");
-        Engine.update(part.data(), part.size());
-    }
-    std::uint64_t value() {
-        const Poco::DigestEngine::Digest bytes = Engine.digest();
-        std::uint64_t result = 0;
-        for (std::size_t i = 0; i < sizeof result; ++i) {
-            result = result << 8 | bytes[i];
-        }
-        return result;
-    }
-
-private:
-    Poco::SHA2Engine Engine{Poco::SHA2Engine::SHA_256};
-};
 
 // Without credentials: the digest goes into the journal, where a guessed password could be checked against it.
 std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {

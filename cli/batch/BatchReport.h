@@ -1,6 +1,7 @@
 // What a run reports: one JSON line for each transfer on standard output, progress and a summary for people.
 #pragma once
 
+#include "cli/batch/BatchHistory.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchTransfer.h"
 #include "cli/exchange/BodySink.h"

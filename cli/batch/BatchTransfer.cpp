@@ -8,9 +8,11 @@
 #include <netrove/outputfile.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <sys/stat.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -109,7 +111,10 @@ public:
                 makeFoldersFor(*Line.Target);
             }
             file.emplace(*Line.Target, LineSettings.Force);
-            journaled(Tools.Journal, [&](BatchJournal& journal) { journal.started(Line, *file); });
+            journaled(Tools.Journal, [&](BatchJournal& journal) {
+                journal.begun(Line, *file);
+                journal.flush();
+            });
         }
         netrove::Request request = requestFor(LineSettings);
         request.progress = [this](const netrove::Progress& progress) { count(progress.received); };
@@ -122,7 +127,14 @@ public:
         };
         outcome.Bytes = TheClient.stream(std::move(request), onHead).received;
         if (file) {
-            journaled(Tools.Journal, [&](BatchJournal& journal) { journal.written(Line, *file); });
+            journaled(Tools.Journal, [&](BatchJournal& journal) {
+                struct stat facts {};
+                if (fstat(file->descriptor(), &facts) != 0) {
+                    failSystem(failure::kFileNotWritten, *Line.Target, errno);
+                }
+                journal.written(Line, outcome.Status, static_cast<std::uint64_t>(facts.st_size), facts.st_ino);
+                journal.flush();
+            });
             file->keep();
         }
     }
@@ -219,6 +231,7 @@ BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const 
             } else {
                 journal.done(line, outcome.Status, outcome.Bytes);
             }
+            journal.flush();
         });
     } catch (const JournalFailure& failure) {
         throw vantik::Failure(failure.Reason);

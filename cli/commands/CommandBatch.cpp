@@ -1,4 +1,5 @@
 // The command `batch`: manifest, shard, journal, run, summary.
+#include "cli/batch/BatchHistory.h"
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchReport.h"

@@ -1,13 +1,20 @@
 #include "cli/batch/BatchJournal.h"
 
+#include "cli/batch/BatchHistory.h"
 #include "cli/batch/JournalNames.h"
 #include "cli/terminal/Output.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
 
+#include <Poco/Checksum.h>
+
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <iomanip>
+#include <limits>
+#include <memory>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -34,28 +41,65 @@ protected:
     const std::string Name = Folder.file("list.journal");
     BatchLine Line = lineOf("http://h/a " + Folder.file("a"));
 
-    BatchHistory history() const {
-        BatchHistory result;
-        EXPECT_EQ(result.read(Name), 0u);
+    std::unique_ptr<BatchHistory> history() const {
+        auto result = std::make_unique<BatchHistory>();
+        EXPECT_EQ(result->read(Name), 0u);
         return result;
     }
-    bool isDone(const BatchLine& line) const { return history().done(line).has_value(); }
+    bool isDone(const BatchLine& line) const { return history()->done(line).has_value(); }
     // Begins the line and writes its file, which has no name yet; `then` goes on.
     void start(const std::function<void(BatchJournal&, OutputFile&)>& then) const {
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, true);
-        journal.started(Line, file);
+        journal.begun(Line, file);
         ASSERT_TRUE(writeAll(file.descriptor(), "content"));
+        journal.flush();
         then(journal, file);
+        journal.flush();
+    }
+    void write(BatchJournal& journal, const OutputFile& file) const {
+        struct stat facts {};
+        ASSERT_EQ(fstat(file.descriptor(), &facts), 0);
+        journal.written(Line, 200, file.size(), facts.st_ino);
+        journal.flush();
     }
     // The journal of a run that has done the line, as text.
     std::string save() const {
         start([this](BatchJournal& journal, OutputFile& file) {
-            journal.written(Line, file);
+            write(journal, file);
             file.keep();
-            journal.done(Line, 200, 7);
+            journal.kept();
         });
         return readFile(Name);
+    }
+    static void fail(const std::string& name, const BatchLine& line) {
+        BatchJournal journal(name);
+        journal.failed(line, {"NETROVE:cli", "StatusError", {}, "x"});
+        journal.sync();
+    }
+    static void finish(const std::string& name, const BatchLine& line) {
+        BatchJournal journal(name);
+        journal.done(line, 200, 7);
+        journal.sync();
+    }
+    // As versions before wrote them.
+    std::string jsonJournal(const std::string& records) const {
+        const std::string head =
+            R"({"id":"x","key":"=)" + *Line.Target + R"(","line":")" + Line.digest() + R"(","state":)";
+        std::string text = std::string(kJsonJournalHeader) + "\n";
+        std::istringstream words(records);
+        for (std::string word; words >> word;) {
+            struct stat facts {};
+            const bool there = stat(Line.Target->c_str(), &facts) == 0;
+            text += head +
+                    (word == "started" ? R"("started","temporary":"=t","device":)" + std::to_string(facts.st_dev) +
+                                             R"(,"inode":)" + std::to_string(there ? facts.st_ino : 1)
+                     : word == "written" ? R"("written","bytes":7)"
+                     : word == "done"    ? R"("done","status":200,"bytes":7)"
+                                         : R"("failed","identifier":"NETROVE:cli:StatusError")") +
+                    "}\n";
+        }
+        return text;
     }
     static std::string identifierOf(const std::string& name) {
         return testsupport::failureOf([&] { const BatchJournal journal(name); }).identifier();
@@ -65,7 +109,7 @@ protected:
 TEST_F(BatchJournalFile, RecordsWhatIsDoneForTheNextRun) {
     EXPECT_FALSE(isDone(Line)) << "no journal is an empty one";
     save();
-    const auto ended = history().done(Line);
+    const auto ended = history()->done(Line);
     ASSERT_TRUE(ended);
     EXPECT_EQ(ended->Status, 200);
     EXPECT_EQ(ended->Bytes, 7u);
@@ -81,12 +125,12 @@ TEST_F(BatchJournalFile, RecordsWhatIsDoneForTheNextRun) {
 TEST_F(BatchJournalFile, KnowsAFileThatGotItsNameWithoutTheLastLine) {
     start([this](BatchJournal& journal, OutputFile& file) {
         EXPECT_FALSE(isDone(Line));
-        journal.written(Line, file);
+        write(journal, file);
         EXPECT_FALSE(isDone(Line));
         file.keep();
     });
     ASSERT_TRUE(isDone(Line));
-    EXPECT_EQ(history().done(Line)->Bytes, 7u);
+    EXPECT_EQ(history()->done(Line)->Bytes, 7u);
     // Somebody else's file is not ours, even under that name.
     writeFile(Folder.file("other"), "content");
     std::filesystem::rename(Folder.file("other"), Folder.file("a"));
@@ -97,7 +141,7 @@ TEST_F(BatchJournalFile, DoesNotCountAFileThatGotItsNameWithoutItsContent) {
     for (const bool written : {false, true}) {
         start([&](BatchJournal& journal, OutputFile& file) {
             if (written) {
-                journal.written(Line, file);
+                write(journal, file);
             }
             file.keep();
         });
@@ -115,10 +159,10 @@ TEST_F(BatchJournalFile, RemovesTheLeftoversOfAKilledRun) {
         ASSERT_EQ(linkat(AT_FDCWD, own.c_str(), AT_FDCWD, Folder.file("kept").c_str(), AT_SYMLINK_FOLLOW), 0);
     });
     std::filesystem::create_hard_link(Folder.file("kept"), leftover); // as if nobody had cleaned up
-    history().removeLeftovers();
+    history()->removeLeftovers();
     EXPECT_FALSE(std::filesystem::exists(leftover));
     writeFile(leftover, "somebody else's by now");
-    history().removeLeftovers();
+    history()->removeLeftovers();
     EXPECT_EQ(readFile(leftover), "somebody else's by now");
 }
 
@@ -128,11 +172,18 @@ TEST_F(BatchJournalFile, RemovesNothingElseWhateverTheJournalSays) {
     struct stat facts {};
     ASSERT_EQ(stat(Folder.file("precious").c_str(), &facts), 0);
     { const BatchJournal journal(Name); }
-    writeFile(Name, readFile(Name) + R"({"key":"=a","line":"0","state":"started","temporary":"=)" +
-                        Folder.file("precious") + R"(","device":)" + std::to_string(facts.st_dev) + R"(,"inode":)" +
-                        std::to_string(facts.st_ino) + "}\n");
-    history().removeLeftovers();
-    EXPECT_EQ(readFile(Folder.file("precious")), "x");
+    const std::string header = readFile(Name);
+    for (const std::string& record :
+         {R"({"key":"=a","line":"0","state":"started","temporary":"=)" + Folder.file("precious") + R"(","device":)" +
+              std::to_string(facts.st_dev) + R"(,"inode":)" + std::to_string(facts.st_ino) + "}\n",
+          recordText({.State = JournalState::Begun,
+          .Device = facts.st_dev,
+          .Inode = facts.st_ino,
+          .Name = Folder.file("precious")})}) {
+        writeFile(Name, header + record);
+        history()->removeLeftovers();
+        EXPECT_EQ(readFile(Folder.file("precious")), "x");
+    }
 }
 
 TEST_F(BatchJournalFile, LosesATornEndAndKeepsTheRest) {
@@ -141,14 +192,123 @@ TEST_F(BatchJournalFile, LosesATornEndAndKeepsTheRest) {
     const BatchLine other = lineOf("http://h/b " + Folder.file("b"));
     for (std::size_t length = 0; length < whole.size(); ++length) {
         writeFile(Name, whole.substr(0, length));
-        BatchJournal(Name).failed(other, {"NETROVE:cli", "StatusError", {}, "x"});
-        // Its file got its name before the last line was to be written, and the line before knows it.
+        fail(Name, other);
+        // Its file got its name before the last record was to be written, and the one before knows it.
         EXPECT_TRUE(length < lastLine || isDone(Line)) << "cut at " << length;
         EXPECT_FALSE(isDone(other)) << "cut at " << length;
         const std::string now = readFile(Name);
-        EXPECT_EQ(now.find("{\"journal\""), 0u);
-        EXPECT_EQ(now.rfind("{\"journal\""), 0u);
+        EXPECT_EQ(now.find(kJournalHeader), 0u);
+        EXPECT_EQ(now.rfind(kJournalHeader), 0u);
     }
+    // What a power cut left may be longer than what is read at a time, and without any text.
+    writeFile(Name, whole + std::string(200'000, '\0'));
+    fail(Name, other);
+    EXPECT_TRUE(isDone(Line));
+}
+
+TEST_F(BatchJournalFile, EveryDamagedByteIsFoundAndCounted) {
+    finish(Name, Line);
+    writeFile(*Line.Target, "content");
+    const std::string whole = readFile(Name);
+    ASSERT_TRUE(isDone(Line));
+    for (std::size_t place = whole.find('\n') + 1; place + 1 < whole.size(); ++place) {
+        for (const char mask : {1, 2, 16}) {
+            std::string damaged = whole;
+            damaged[place] = static_cast<char>(damaged[place] ^ mask);
+            writeFile(Name, damaged);
+            BatchHistory result;
+            EXPECT_NE(result.read(Name), 0u) << damaged;
+            EXPECT_FALSE(result.done(Line)) << damaged;
+        }
+    }
+}
+
+// One after another for each file, and the one at the end for all.
+TEST_F(BatchJournalFile, AGroupIsDoneButForTheFilesThatFailed) {
+    const auto target = [this](int i) { return Folder.file(std::to_string(i)); };
+    const auto lineFor = [&](int i) { return lineOf("http://h/" + std::to_string(i) + " " + target(i)); };
+    {
+        BatchJournal journal(Name);
+        for (int i = 0; i < 4; ++i) {
+            writeFile(target(i), "content"); // also where it belongs to somebody else
+            journal.written(lineFor(i), 200, 7, 1);
+        }
+        journal.failed(lineFor(2), {"NETROVE:cli", "FileExists", {}, "x"});
+        journal.flush();
+        EXPECT_FALSE(isDone(lineFor(0))) << "that is not the file which was written";
+        journal.kept();
+        journal.written(lineFor(3), 200, 7, 1); // again, by a later group
+        journal.sync();
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(isDone(lineFor(i)), i != 2) << i;
+    }
+    // Without the record of the one that failed, nobody knows which.
+    std::string text = readFile(Name);
+    text[text.find("failed")] = 'F';
+    writeFile(Name, text);
+    BatchHistory result;
+    EXPECT_EQ(result.read(Name), 1u);
+    EXPECT_FALSE(result.done(lineFor(0)));
+    EXPECT_FALSE(result.done(lineFor(2)));
+}
+
+TEST_F(BatchJournalFile, TakesAtMostAHundredBytesForAFile) {
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    for (const JournalState state : {JournalState::Written, JournalState::Done}) {
+        EXPECT_LE(
+            recordText({.State = state, .Line = kMost, .Key = kMost, .Status = 999, .Bytes = kMost, .Inode = kMost})
+                .size(),
+            100u);
+    }
+    { BatchJournal(Name).sync(); }
+    const std::size_t before = readFile(Name).size();
+    {
+        BatchJournal journal(Name);
+        journal.failed(Line, {std::string(100, 'a'), std::string(100, 'b'), {}, "x"});
+        journal.sync();
+    }
+    EXPECT_LE(readFile(Name).size() - before, 100u);
+}
+
+TEST_F(BatchJournalFile, ReadsJournalsOfEarlierVersionsAndGoesOnWithThem) {
+    const std::pair<const char*, bool> rows[] = {
+        {"", false},
+        {"started", false},
+        {"started written", true}, // it has the inode number and the size of its file
+        {"written", false},
+        {"started written done", true},
+        {"done", true},
+        {"failed", false},
+        {"done failed", true},
+        {"done started", true},
+        {"started written failed", false},
+    };
+    writeFile(*Line.Target, "content");
+    const BatchLine other = lineOf(R"({"url":"http://h/ping","target":null,"id":"ping"})");
+    for (const auto& [records, expected] : rows) {
+        const std::string text = jsonJournal(records);
+        writeFile(Name, text);
+        EXPECT_EQ(isDone(Line), expected) << records;
+        finish(Name, other);
+        EXPECT_EQ(readFile(Name).find(text), 0u) << "nothing of it is lost";
+        EXPECT_EQ(isDone(Line), expected) << records;
+        EXPECT_TRUE(isDone(other)) << records;
+        finish(Name, Line);
+        EXPECT_TRUE(isDone(Line)) << records;
+    }
+    const BatchLine raw = lineOf("http://h/a " + Folder.file("\xFF"));
+    std::string digits;
+    for (const char c : *raw.Target) {
+        digits += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
+        digits += "0123456789abcdef"[static_cast<unsigned char>(c) & 15];
+    }
+    const std::string tail = R"(,"state":"done","status":200,"bytes":7})";
+    writeFile(Name, std::string(kJsonJournalHeader) + "\n" + R"({"key":"#)" + digits + R"(","line":")" + raw.digest() +
+                        "\"" + tail + "\n" + R"({"key":"@ping","line":")" + other.digest() + "\"" + tail + "\n");
+    writeFile(*raw.Target, "content");
+    EXPECT_TRUE(isDone(raw));
+    EXPECT_TRUE(isDone(other));
 }
 
 TEST_F(BatchJournalFile, CountsTheLinesThatCannotBeReadAndDoesNotObeyThem) {
@@ -161,15 +321,48 @@ TEST_F(BatchJournalFile, CountsTheLinesThatCannotBeReadAndDoesNotObeyThem) {
     const auto done = [&](const std::string& numbers) {
         return R"({"key":"@ping","line":")" + ping.digest() + R"(","state":"done")" + numbers + "}";
     };
+    // The sum is right, and the rest is not.
+    const auto summed = [](const std::string& text) {
+        Poco::Checksum sum(Poco::Checksum::TYPE_CRC32);
+        sum.update(text);
+        std::ostringstream digits;
+        digits << std::hex << std::setw(8) << std::setfill('0') << sum.checksum();
+        return text + " " + digits.str();
+    };
+    const std::string key = ping.digest() + " " + (std::ostringstream() << std::hex << journalKey(ping)).str();
     std::string all;
     std::size_t count = 0;
-    for (const std::string& line :
-         {std::string("nonsense"), std::string(R"({"key":"=x"})"),
-          std::string(R"({"key":"=x","state":"done","line":7})"), std::string("[]"), started("\"#zz\""),
-          started("\"#6\""), started("\"#6 \""), started("\"#-1\""), started("\"#610\""), started("\"a\""),
-          started("\"\""), started("7"), started("\"=a\"", "1e300"), started("\"=a\"", "-1"), done(""),
-          done(R"(,"status":200)"), done(R"(,"status":200,"bytes":"7")"), done(R"(,"status":200,"bytes":1e300)"),
-          std::string(100'000, '[') + std::string(100'000, ']')}) {
+    for (const std::string& line : {std::string("nonsense"),
+                                    std::string(R"({"key":"=x"})"),
+                                    std::string(R"({"key":"x","state":"failed"})"),
+                                    std::string(R"({"key":"=x","state":"done","line":7})"),
+                                    std::string("[]"),
+                                    started("\"#zz\""),
+                                    started("\"#6\""),
+                                    started("\"#6 \""),
+                                    started("\"#-1\""),
+                                    started("\"#610\""),
+                                    started("\"a\""),
+                                    started("\"\""),
+                                    started("7"),
+                                    started("\"=a\"", "1e300"),
+                                    started("\"=a\"", "-1"),
+                                    done(""),
+                                    done(R"(,"status":200)"),
+                                    done(R"(,"status":200,"bytes":"7")"),
+                                    done(R"(,"status":200,"bytes":1e300)"),
+                                    std::string(100'000, '[') + std::string(100'000, ']'),
+                                    std::string("done " + key + " 200 7 00000000"),
+                                    summed("done " + key),
+                                    summed("done " + key + " 200"),
+                                    summed("done " + key + " 200 -7"),
+                                    summed("done " + key + " 2x0 7"),
+                                    summed("done " + key + " 200 7 7"),
+                                    summed("done  200 7 7"),
+                                    summed("done " + key + " 99999999999 7"),
+                                    summed("gone " + key + " 200 7"),
+                                    summed("kept 1"),
+                                    summed("")}) {
         all += line + "\n";
         ++count;
         for (const auto& [text, unreadable] : {std::pair(line + "\n", std::size_t{1}), std::pair(all, count)}) {
@@ -181,13 +374,16 @@ TEST_F(BatchJournalFile, CountsTheLinesThatCannotBeReadAndDoesNotObeyThem) {
         }
     }
     // Whole, they count.
+    writeFile(Name, whole + summed("done " + key + " 200 7") + "\n");
+    EXPECT_TRUE(isDone(ping));
     writeFile(Name, whole + started("\"#61ff\"") + "\n" + done(R"(,"status":200,"bytes":7)") + "\n");
     EXPECT_TRUE(isDone(ping));
 }
 
 TEST_F(BatchJournalFile, RefusesAndSparesWhatIsNotAJournal) {
     for (const std::string text : {"x", "a text\nof two lines", "important\n", "{\"journal\":\"something else\"}\n",
-                                   "{\"journal\":\"netrove batch\",\"version\":2}\n"}) {
+                                   "{\"journal\":\"netrove batch\",\"version\":2}\n", "netrove batch journal 3\n",
+                                   "netrove batch journal 22\n"}) {
         writeFile(Name, text);
         EXPECT_EQ(identifierOf(Name), "NETROVE:cli:NoJournal") << text;
         EXPECT_EQ(readFile(Name), text);
@@ -216,13 +412,14 @@ TEST_F(BatchJournalFile, TakesWholeLinesFromThreads) {
             threads.emplace_back([&, thread] {
                 for (int i = 0; i < kLines; ++i) {
                     journal.done(lineOfThread(thread, i), 200, 1);
+                    journal.flush();
                 }
             });
         }
     }
-    const BatchHistory result = history();
+    const auto result = history();
     for (int line = 0; line < kThreads * kLines; ++line) {
-        EXPECT_TRUE(result.done(lineOfThread(line / kLines, line % kLines)));
+        EXPECT_TRUE(result->done(lineOfThread(line / kLines, line % kLines)));
     }
 }
 
