@@ -5,6 +5,7 @@
 #include "client/exchange/Redirects.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
+#include "client/save/ContentRange.h"
 #include "client/text/Ascii.h"
 
 #include <netrove/text.h>
@@ -40,6 +41,11 @@ std::string secondsText(std::chrono::duration<double> time) {
     return text;
 }
 
+std::string hostOf(const std::string& url) {
+    const UrlParts parts = splitUrl(url);
+    return parts.Host + ":" + parts.Port;
+}
+
 } // namespace
 
 std::optional<std::uint64_t> announcedLength(const Response& response, const Request& request) {
@@ -65,9 +71,8 @@ Response Call::run() {
     for (;;) {
         ++Attempts;
         const auto attemptEnd = endOf(*Asked.limits.attempt);
-        Tools.TheTransport.endAt(Tools.End && attemptEnd ? std::min(Tools.End, attemptEnd)
-                                 : Tools.End             ? Tools.End
-                                                         : attemptEnd);
+        End = Tools.End && attemptEnd ? std::min(Tools.End, attemptEnd) : Tools.End ? Tools.End : attemptEnd;
+        Tools.TheTransport.endAt(End);
         try {
             Response response = attempt();
             response.hops = Hops;
@@ -148,6 +153,9 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool 
     if (!Asked.progress) {
         sent.progress = nullptr;
     }
+    if (Asked.rate && current.body) {
+        sent.body = paced(current.body, hostOf(current.url));
+    }
     const auto start = Clock::now();
     Hops.push_back({.url = maskUserInfo(current.url), .method = current.method});
     Head last;
@@ -220,6 +228,7 @@ Taker Call::takerFor(const Head& head, const Request& current, Response& respons
     response.attempts = Attempts;
     Now.toReceive = announcedLength(response, current);
     Now.received = 0;
+    refuseLarge(response);
     Taker taker = OnHead(response);
     return taker ? counted(std::move(taker), response) : Taker();
 }
@@ -253,7 +262,10 @@ Taker Call::counted(Taker taker, Response& response) {
     if (Now.toReceive) {
         *Now.toReceive += response.resumedAt;
     }
-    return [this, &response, taker = std::move(taker)](std::span<const std::byte> piece) {
+    const auto take = [this, &response, taker = std::move(taker)](std::span<const std::byte> piece) {
+        if (piece.size() > *Asked.limits.content - std::min(*Asked.limits.content, Now.received)) {
+            failLarge(-1);
+        }
         PassedOn = true;
         const bool more = taker(piece);
         response.received += piece.size();
@@ -262,6 +274,76 @@ Taker Call::counted(Taker taker, Response& response) {
         report();
         return more;
     };
+    if (!Asked.rate) {
+        return take;
+    }
+    return [this, take, host = hostOf(response.url)](std::span<const std::byte> bytes) {
+        while (!bytes.empty()) {
+            const std::size_t count = std::min<std::uint64_t>(bytes.size(), Asked.rate->step());
+            if (!take(bytes.first(count))) {
+                return false;
+            }
+            pace(host, count);
+            bytes = bytes.subspan(count);
+        }
+        return true;
+    };
+}
+
+// Before anything is written. What a response says of its length it says of content as it is on the wire, which is
+// rarely longer than what is delivered.
+void Call::refuseLarge(const Response& head) const {
+    if (equalsIgnoringCase(head.method, "HEAD") || head.status == 304 || head.fields.contains("Transfer-Encoding")) {
+        return;
+    }
+    std::optional<std::uint64_t> length = number(head.fields["Content-Length"]);
+    if (head.status == 206) {
+        const auto range = parseContentRange(head.fields["Content-Range"]);
+        length = range && range->First && Asked.resume ? range->Total : length;
+    }
+    if (length && *length > *Asked.limits.content) {
+        failLarge(static_cast<std::int64_t>(*length));
+    }
+}
+
+void Call::failLarge(std::int64_t announced) const {
+    const std::uint64_t most = *Asked.limits.content;
+    fail(failure::kContentLimit, {static_cast<std::int64_t>(most), announced},
+         "the content is larger than " + std::to_string(most) + " bytes, the limit `content`" +
+             (announced < 0 ? "" : ": it has " + std::to_string(announced)));
+}
+
+// Content that is sent at the speed allowed. What is sent in one step anyway stays as it is.
+Body Call::paced(const Body& body, const std::string& host) {
+    class Reader final : public BodyReader {
+    public:
+        Reader(const Call& call, std::string host, std::unique_ptr<BodyReader> content)
+            : TheCall(call), Host(std::move(host)), Content(std::move(content)) {}
+        std::size_t read(std::span<std::byte> room) override {
+            const std::size_t count =
+                Content->read(room.first(std::min<std::uint64_t>(room.size(), TheCall.Asked.rate->step())));
+            TheCall.pace(Host, count);
+            return count;
+        }
+
+    private:
+        const Call& TheCall;
+        std::string Host;
+        std::unique_ptr<BodyReader> Content;
+    };
+    if (body.inMemory() && body.inMemory()->size() <= Asked.rate->step()) {
+        return body;
+    }
+    const auto open = [this, body, host] { return std::make_unique<Reader>(*this, host, body.open()); };
+    return {open, body.length(), body.repeatable(), body.contentType()};
+}
+
+// The transport notices by itself that the time is over.
+void Call::pace(const std::string& host, std::size_t bytes) const {
+    const auto next = Asked.rate->take(host, bytes, Clock::now());
+    if (!Tools.Wake.sleepUntil(End ? std::min(next, *End) : next)) {
+        throw stopped();
+    }
 }
 
 Limit Call::timeLeft() const {

@@ -59,6 +59,10 @@ private:
     Taker errorPage(Response& response) const;
     bool isFinalStatus(const Response& response, const Request& current) const;
     Taker counted(Taker taker, Response& response);
+    void refuseLarge(const Response& head) const;
+    [[noreturn]] void failLarge(std::int64_t announced) const;
+    Body paced(const Body& body, const std::string& host);
+    void pace(const std::string& host, std::size_t bytes) const;
     void forgetAttemptsEnd();
     void waitForNext(const Error& failure);
     Limit timeLeft() const; // negative: no limit
@@ -67,6 +71,7 @@ private:
     void note(const std::string& text) const;
 
     CallTools Tools;
+    std::optional<Clock::time_point> End; // of the call or of this attempt, whichever comes first
     Request Asked;
     HeadReceiver OnHead;
     std::function<void(Request&)> BeforeEach;

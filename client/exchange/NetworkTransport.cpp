@@ -5,6 +5,7 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/text/Ascii.h"
+#include "vantik/ContentCodings.h"
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 #include "vantik/Http.h"
@@ -343,6 +344,9 @@ private:
             }
         };
         addUnlessSet("User-Agent", "netrove/" NETROVE_VERSION);
+        if (*request.compressed && *request.decode) {
+            addUnlessSet("Accept-Encoding", vantik::contentCodings());
+        }
         if (!request.login.bearer.empty()) {
             addUnlessSet("Authorization", "Bearer " + request.login.bearer);
         }

@@ -23,6 +23,7 @@ constexpr KindRow kKinds[] = {
     {failure::kContentChanged, ErrorKind::File},
     {failure::kContentNotRewound, ErrorKind::Usage},
     {failure::kContentTooLarge, ErrorKind::Content},
+    {failure::kContentLimit, ErrorKind::Content},
     {failure::kContentNotText, ErrorKind::Content},
     {failure::kDigestMismatch, ErrorKind::Content},
     {failure::kIncomplete, ErrorKind::Content},

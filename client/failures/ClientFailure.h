@@ -19,6 +19,7 @@ constexpr std::string_view kFileExists = "FileExists";               // file
 constexpr std::string_view kContentChanged = "ContentChanged";       // file
 constexpr std::string_view kContentNotRewound = "ContentNotRewound"; // why it was to be sent again
 constexpr std::string_view kContentTooLarge = "ContentTooLarge";     // most bytes
+constexpr std::string_view kContentLimit = "ContentLimit";           // most bytes, bytes announced (-1: unknown)
 constexpr std::string_view kContentNotText = "ContentNotText";       // offset of the first bad byte, or the charset
 constexpr std::string_view kDigestMismatch = "DigestMismatch";       // expected, found
 constexpr std::string_view kIncomplete = "Incomplete";               // bytes that came, bytes announced (-1: unknown)

@@ -12,6 +12,7 @@
 #include <netrove/url.h>
 
 #include <algorithm>
+#include <limits>
 #include <variant>
 
 namespace netrove {
@@ -62,6 +63,7 @@ void checkSaving(const Request& request) {
            "resume is for GET only");
     refuse(request.resume && (request.fields.contains("Range") || request.fields.contains("If-Range")),
            "resume sets the fields Range and If-Range itself");
+    refuse(request.resume && request.compressed == true, "resume takes content as it is, so leave out compressed");
     const bool hex = std::all_of(request.sha256.begin(), request.sha256.end(), isHexDigit);
     refuse(!request.sha256.empty() && (!hex || request.sha256.size() != kSha256Digits),
            "sha256 takes 64 hexadecimal digits");
@@ -127,6 +129,7 @@ void inherit(Request& own, const Request& other) {
     inherit(own.limits.attempt, other.limits.attempt);
     inherit(own.limits.total, other.limits.total);
     inherit(own.limits.memory, other.limits.memory);
+    inherit(own.limits.content, other.limits.content);
     inherit(own.tls, other.tls);
     inherit(own.redirects.most, other.redirects.most);
     inherit(own.redirects.downgrade, other.redirects.downgrade);
@@ -137,12 +140,16 @@ void inherit(Request& own, const Request& other) {
     inherit(own.retry.unsafe, other.retry.unsafe);
     inherit(own.retry.statuses, other.retry.statuses);
     inherit(own.decode, other.decode);
+    inherit(own.compressed, other.compressed);
     inherit(own.checkStatus, other.checkStatus);
     if (!own.progress) {
         own.progress = other.progress;
     }
     if (!own.trace) {
         own.trace = other.trace;
+    }
+    if (!own.rate) {
+        own.rate = other.rate;
     }
     if (!own.stop.stop_possible()) {
         own.stop = other.stop;
@@ -156,7 +163,8 @@ const Request& documentedDefaults() {
                    .data = 30s,
                    .attempt = kUnlimited,
                    .total = kUnlimited,
-                   .memory = 64 << 20},
+                   .memory = 64 << 20,
+                   .content = std::numeric_limits<std::uint64_t>::max()},
         .tls = {.verify = true, .verifyName = true},
         .redirects = {.most = 10, .downgrade = false},
         .retry = {.attempts = 3,
@@ -165,6 +173,7 @@ const Request& documentedDefaults() {
                   .unsafe = false,
                   .statuses = std::vector<int>{408, 429, 502, 503, 504}},
         .decode = true,
+        .compressed = false,
         .checkStatus = true,
     };
     return defaults;

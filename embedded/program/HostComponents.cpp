@@ -1,4 +1,5 @@
 // What this host is made of.
+#include "vantik/ContentCodings.h"
 #include "vantik/Host.h"
 
 #include <boost/version.hpp>
@@ -59,7 +60,26 @@ std::string curlComponent() {
     return text;
 }
 
+// In the order in which libcurl names them itself.
+struct Coding {
+    int Bit;
+    const char* Names;
+};
+constexpr Coding kCodings[] = {
+    {CURL_VERSION_LIBZ, "deflate, gzip"}, {CURL_VERSION_BROTLI, "br"}, {CURL_VERSION_ZSTD, "zstd"}};
+
 } // namespace
+
+std::string contentCodings() {
+    const curl_version_info_data* facts = curl_version_info(CURLVERSION_NOW);
+    std::string names;
+    for (const Coding& coding : kCodings) {
+        if ((facts->features & coding.Bit) != 0) {
+            names += (names.empty() ? "" : ", ") + std::string(coding.Names);
+        }
+    }
+    return names.empty() ? "identity" : names;
+}
 
 std::vector<std::string> hostComponents() {
     return {

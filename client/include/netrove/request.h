@@ -4,11 +4,13 @@
 
 #include <netrove/body.h>
 #include <netrove/fields.h>
+#include <netrove/ratelimit.h>
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -49,14 +51,15 @@ using Limit = std::chrono::milliseconds;
 /// No limit.
 inline constexpr Limit kUnlimited = Limit::max();
 
-/// Longest times. A transfer that keeps moving is limited by `total` only.
+/// Longest times, most content. A transfer that keeps moving is limited by `total` only.
 struct Limits {
-    std::optional<Limit> connect = {};        ///< until there is a connection, name look-up and TLS included; 10 s
-    std::optional<Limit> response = {};       ///< of silence before the response's head; 30 s
-    std::optional<Limit> data = {};           ///< of silence while content moves, in either direction; 30 s
-    std::optional<Limit> attempt = {};        ///< for one attempt with its redirects; unlimited
-    std::optional<Limit> total = {};          ///< for the whole call with redirects, retries and waits; unlimited
-    std::optional<std::uint64_t> memory = {}; ///< bytes of content collected in memory; 64 MiB
+    std::optional<Limit> connect = {};         ///< until there is a connection, name look-up and TLS included; 10 s
+    std::optional<Limit> response = {};        ///< of silence before the response's head; 30 s
+    std::optional<Limit> data = {};            ///< of silence while content moves, in either direction; 30 s
+    std::optional<Limit> attempt = {};         ///< for one attempt with its redirects; unlimited
+    std::optional<Limit> total = {};           ///< for the whole call with redirects, retries and waits; unlimited
+    std::optional<std::uint64_t> memory = {};  ///< bytes of content collected in memory; 64 MiB
+    std::optional<std::uint64_t> content = {}; ///< bytes of content, wherever they go; unlimited
 };
 
 /// How a server proves who it is.
@@ -124,12 +127,14 @@ struct Request {
     Redirects redirects = {}; ///< how far to follow
     Retry retry = {};         ///< what to try again
     std::optional<bool> decode = {};      ///< by Content-Encoding; true
+    std::optional<bool> compressed = {};  ///< asks for content in a coding that is decoded; not with `resume`; false
     std::optional<bool> checkStatus = {}; ///< 400 and above raise Error; true
     /// Called on the thread of the call when content has moved. What it throws ends the call.
     std::function<void(const Progress&)> progress = {};
     /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
-    std::stop_token stop = {}; ///< ends the call within a second
+    std::shared_ptr<RateLimit> rate = {}; ///< how fast content may move; waits for it are no silence of the server
+    std::stop_token stop = {};            ///< ends the call within a second
 };
 
 } // namespace netrove

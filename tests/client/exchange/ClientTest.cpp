@@ -317,6 +317,60 @@ TEST(Client, ContentBeyondTheMemoryLimitIsRefused) {
     EXPECT_THAT(error.what(), HasSubstr("`memory`"));
 }
 
+// By what is announced nothing has been written yet; by what comes, no more than the limit.
+TEST(Client, ContentBeyondItsLimitIsRefused) {
+    struct Row {
+        std::string Answer;
+        std::uint64_t Limit;
+        std::string Passed;
+        std::vector<Error::Argument> Arguments; // empty: it fits
+    };
+    const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const Row rows[] = {
+        {response("12345"), 4, "", {std::int64_t{4}, std::int64_t{5}}},
+        {response("12345"), 5, "12345", {}},
+        {response(""), 0, "", {}},
+        {chunked + "3\r\nabc\r\n0\r\n\r\n", 3, "abc", {}},
+        {chunked + "5\r\nabcde\r\n0\r\n\r\n", 4, "", {std::int64_t{4}, std::int64_t{-1}}},
+    };
+    for (const Row& row : rows) {
+        ScriptedServer server(answer(row.Answer));
+        Request request = direct();
+        request.limits.content = row.Limit;
+        std::string passed;
+        const auto take = [&](std::span<const std::byte> piece) {
+            passed.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+        };
+        Client client(request);
+        if (row.Arguments.empty()) {
+            client.stream(server.url(), take);
+        } else {
+            const Error error = errorOf([&] { client.stream(server.url(), take); });
+            EXPECT_EQ(error.identifier(), "NETROVE:client:ContentLimit");
+            EXPECT_EQ(error.kind(), ErrorKind::Content);
+            EXPECT_EQ(error.arguments(), row.Arguments);
+        }
+        EXPECT_EQ(passed, row.Passed) << row.Answer;
+    }
+}
+
+TEST(Client, CompressedContentIsAskedForAndDecoded) {
+    // "compressed" by gzip
+    const std::string gzip =
+        std::string("\x1f\x8b\x08\0\0\0\0\0\0\x03", 10) +
+        std::string("\x4b\xce\xcf\x2d\x28\x4a\x2d\x2e\x4e\x4d\x01\0\x1e\x4b\x56\x97\x0a\0\0\0", 20);
+    const std::string coded =
+        "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: " + std::to_string(gzip.size()) + "\r\n\r\n" +
+        gzip;
+    ScriptedServer server(Script{step::expectHead(), step::send(coded), step::expectHead(), step::send(coded)});
+    Client client(direct());
+    EXPECT_EQ(client.get(server.url(), {.compressed = true}).text(), "compressed");
+    EXPECT_EQ(client.get(server.url()).text(), "compressed");
+    const Record record = server.waitUntilDone();
+    EXPECT_THAT(record.Heads.at(0), HasSubstr("\r\nAccept-Encoding: deflate, gzip"));
+    EXPECT_THAT(record.Heads.at(1), Not(HasSubstr("Accept-Encoding")));
+}
+
 // Logins
 
 TEST(Client, StreamedContentIsSentOnceTheSchemeIsKnown) {
