@@ -65,7 +65,7 @@ std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
 }
 
 Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
-    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)) {}
+    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), Attempts(Asked.retry.made) {}
 
 Response Call::run() {
     for (;;) {
@@ -117,7 +117,7 @@ void Call::waitForNext(const Error& failure) {
     note("tries again in " + secondsText(*wait) + " (attempt " + std::to_string(Attempts + 1) + " of " +
          std::to_string(*Asked.retry.attempts) + "): " + failure.what());
     const auto next = after(*wait);
-    if (Tools.End && next >= *Tools.End) {
+    if ((Tools.End && next >= *Tools.End) || (Asked.onWait && !Asked.onWait(failure, *wait))) {
         throw failure;
     }
     if (Tools.Stopped || !Tools.Wake.sleepUntil(next)) {

@@ -170,7 +170,7 @@ Response Client::State::saveInto(SavedContent& content, const Request& request, 
             continue;
         }
         if (response.status != kNotModified) {
-            content.keep(request, response);
+            content.finish(request, response);
             response.file = content.target();
         }
         return response;
@@ -285,7 +285,28 @@ Response Client::save(Request request, std::filesystem::path target) {
     request = own.prepared(std::move(request), Use::Save);
     return own.alone(request, [&](const CallTools& tools) {
         const auto content = savedContent(target, request); // first, so that a bad target costs no request
-        return own.saveInto(*content, request, tools);
+        Response response = own.saveInto(*content, request, tools);
+        if (!response.file.empty()) {
+            content->settle(false);
+            content->name();
+        }
+        return response;
+    });
+}
+
+Response Client::receive(Request request, std::filesystem::path target, ReceivedFile& file, Receiving how) {
+    State& own = State::of(Own);
+    request = own.prepared(std::move(request), Use::Receive);
+    const bool resumes =
+        request.method == "GET" && !request.fields.contains("Range") && !request.fields.contains("If-Range");
+    return own.alone(request, [&](const CallTools& tools) {
+        auto content = listedContent(target, request.replace, resumes ? std::optional(how.resumedFrom) : std::nullopt,
+                                     std::move(how.onTemporary));
+        Response response = own.saveInto(*content, request, tools);
+        if (!response.file.empty()) {
+            file.Content = std::move(content);
+        }
+        return response;
     });
 }
 

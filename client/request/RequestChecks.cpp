@@ -57,8 +57,9 @@ void checkLimit(const std::optional<Limit>& limit, const char* name) {
     refuse(limit && *limit <= 0ms, std::string("the limit ") + name + " is not above zero");
 }
 
-void checkSaving(const Request& request) {
-    refuse(equalsIgnoringCase(request.method, "HEAD"), "the response to a HEAD has no content to save");
+void checkSaving(const Request& request, Use use) {
+    refuse(use == Use::Save && equalsIgnoringCase(request.method, "HEAD"),
+           "the response to a HEAD has no content to save");
     refuse(request.resume && ((!request.method.empty() && request.method != "GET") || request.body),
            "resume is for GET only");
     refuse(request.resume && (request.fields.contains("Range") || request.fields.contains("If-Range")),
@@ -150,6 +151,9 @@ void inherit(Request& own, const Request& other) {
     }
     if (!own.rate) {
         own.rate = other.rate;
+    }
+    if (!own.onWait) {
+        own.onWait = other.onWait;
     }
     if (!own.stop.stop_possible()) {
         own.stop = other.stop;
@@ -246,6 +250,7 @@ void checkRequest(const Request& request, Use use) {
     checkLimit(request.retry.wait, "retry.wait");
     checkLimit(request.retry.longestWait, "retry.longestWait");
     refuse(request.retry.attempts && *request.retry.attempts < 1, "retry.attempts is not above zero");
+    refuse(request.retry.made < 0, "retry.made is below zero");
     refuse(request.redirects.most && *request.redirects.most < 0, "redirects.most is below zero");
     refuse(!request.tls.file.empty() && request.tls.verify == false,
            "tls.file says whom to trust, and tls.verify not to ask");
@@ -265,8 +270,8 @@ void checkRequest(const Request& request, Use use) {
     refuse(request.tls.file.find('\0') != std::string::npos, "tls.file has a NUL");
     refuse(use == Use::Defaults && !request.url.empty() && !isAbsolute(request.url),
            "the URL of a client's defaults is absolute: others are relative to it");
-    if (use == Use::Save) {
-        return checkSaving(request);
+    if (use == Use::Save || use == Use::Receive) {
+        return checkSaving(request, use);
     }
     refuse(request.resume || !request.replace || request.keepTime || !request.sha256.empty(),
            "resume, replace, keepTime and sha256 are for save");

@@ -9,7 +9,7 @@
 
 namespace netrove {
 
-enum class Use { Defaults, Collect, Stream, Save };
+enum class Use { Defaults, Collect, Stream, Save, Receive };
 
 // Raises an Error of kind Usage, or Url, that names what is wrong; a secret is never repeated.
 void checkRequest(const Request& request, Use use);

@@ -151,12 +151,19 @@ void OutputFile::restart() {
 }
 
 void OutputFile::keep() {
+    settle();
+    name();
+}
+
+void OutputFile::settle(bool flushed) {
     settlePermissions();
-    // A name that is on the disk before the content would be an empty file after a power cut.
-    if (const int error = syncContent(File.Number)) {
+    if (const int error = flushed ? 0 : syncContent(File.Number)) {
         failNotWritten(error);
     }
     checkClose();
+}
+
+void OutputFile::name() {
     if (Named) {
         checkTemporary();
     } else {

@@ -26,8 +26,8 @@ namespace fs = std::filesystem;
 // A date proves that content is the same only if it was old when the content came (RFC 9110, section 8.8.2.2).
 constexpr std::chrono::seconds kOldEnough(60);
 
-// What stays the same as long as the server's content does; fit for If-Range (RFC 9110, section 13.1.5). Empty: nothing
-// does.
+} // namespace
+
 std::string validatorOf(const Fields& fields) {
     const std::string tag = fields["ETag"];
     if (!tag.empty()) {
@@ -39,7 +39,7 @@ std::string validatorOf(const Fields& fields) {
     return modified && sent && *sent - *modified >= kOldEnough ? fields["Last-Modified"] : "";
 }
 
-constexpr std::size_t kLargestNote = 4096; // bytes
+namespace {
 
 // The link itself stays, as with a file that is received anew.
 fs::path withoutLink(const fs::path& target, bool replace) {
@@ -47,6 +47,20 @@ fs::path withoutLink(const fs::path& target, bool replace) {
     const fs::path real = replace && fs::is_symlink(target, none) ? fs::canonical(target, none) : fs::path();
     return real.empty() ? target : real;
 }
+
+} // namespace
+
+fs::path partNameFor(const fs::path& target, bool replace) {
+    return withoutLink(target, replace).string() + ".part";
+}
+
+fs::path noteNameFor(const fs::path& part) {
+    return part.string() + ".json";
+}
+
+namespace {
+
+constexpr std::size_t kLargestNote = 4096; // bytes
 
 bool sameFile(const struct stat& left, const struct stat& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
@@ -61,7 +75,7 @@ class ResumedContent final : public SavedContent {
 public:
     ResumedContent(const fs::path& target, bool replace)
         : Given(target), Target(withoutLink(target, replace)), Replace(replace), Part(Target.string() + ".part"),
-          Note(Part.string() + ".json"), File(-1) {
+          Note(noteNameFor(Part)), File(-1) {
         checkTarget();
         File.Number = openPart();
         Validator = readNote();
@@ -126,7 +140,7 @@ public:
 
     void write(std::span<const std::byte> piece) override { writeAll(File.Number, piece, Part.string()); }
 
-    void keep(const Request& request, const Response& response) override {
+    void finish(const Request& request, const Response& response) override {
         // A server may send less than was asked for. What has come is kept, and the next call goes on from there.
         if (End && size() != *End) {
             const std::string came = std::to_string(size());
@@ -142,13 +156,19 @@ public:
             }
             throw;
         }
+    }
+
+    void settle(bool flushed) override {
         struct stat old {};
         if (stat(Target.c_str(), &old) == 0 && S_ISREG(old.st_mode) && fchmod(File.Number, old.st_mode & 0777) != 0) {
             failNotWritten(errno);
         }
-        if (const int error = syncContent(File.Number)) {
+        if (const int error = flushed ? 0 : syncContent(File.Number)) {
             failNotWritten(error);
         }
+    }
+
+    void name() override {
         if (!isAt(Part)) {
             fail(failure::kFileNotWritten, {Part.string(), "somebody replaced it"},
                  Part.string() + ": somebody replaced it");
@@ -163,6 +183,8 @@ public:
         unlink(Note.c_str()); // without the other file it says nothing
     }
 
+    int descriptor() const override { return File.Number; }
+    std::string temporaryName() const override { return Part; }
     const fs::path& target() const override { return Given; }
 
 private:

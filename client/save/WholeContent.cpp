@@ -20,10 +20,13 @@ public:
         return true;
     }
     void write(std::span<const std::byte> piece) override { File.write(piece); }
-    void keep(const Request& request, const Response& response) override {
+    void finish(const Request& request, const Response& response) override {
         finishContent(File.descriptor(), request, response, Target.string());
-        File.keep();
     }
+    void settle(bool flushed) override { File.settle(flushed); }
+    void name() override { File.name(); }
+    int descriptor() const override { return File.descriptor(); }
+    std::string temporaryName() const override { return File.nameless() ? "" : File.temporaryName(); }
     const std::filesystem::path& target() const override { return Target; }
 
 private:
@@ -41,7 +44,10 @@ public:
         return Content->begin(head);
     }
     void write(std::span<const std::byte> piece) override { Content->write(piece); }
-    void keep(const Request& request, const Response& response) override { Content->keep(request, response); }
+    void finish(const Request& request, const Response& response) override { Content->finish(request, response); }
+    void settle(bool flushed) override { Content->settle(flushed); }
+    void name() override { Content->name(); }
+    int descriptor() const override { return Content->descriptor(); }
     const std::filesystem::path& target() const override { return Content->target(); }
 
 private:

@@ -13,6 +13,7 @@
 #include <netrove/response.h>
 #include <netrove/transport.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -43,6 +44,39 @@ public:
 
 private:
     Taker Take;
+};
+
+/// How content of a list is received.
+struct Receiving {
+    /// The length from which content goes on where an earlier call or attempt has ended; as announced by the server.
+    std::uint64_t resumedFrom = std::uint64_t{1} << 20;
+    /// Called before anything is written to a file that a killed program leaves: its name and descriptor.
+    std::function<void(const std::string& name, int descriptor)> onTemporary = {};
+};
+
+class SavedContent;
+
+/// Content that has come whole and has no name yet. Without one it is dropped, except what may be resumed.
+class NETROVE_API ReceivedFile {
+public:
+    ReceivedFile();
+    ~ReceivedFile();
+    ReceivedFile(ReceivedFile&&) noexcept;
+    ReceivedFile& operator=(ReceivedFile&&) noexcept;
+
+    /// Brings the content to the disk, or finishes what the caller has brought there.
+    /// @throws Error of kind File
+    void settle(bool flushed = false);
+    /// Gives it its name. A name that is on the disk before its content is an empty file after a power cut: so once
+    /// `settle` has returned. @throws Error of kind File
+    void name();
+    int descriptor() const;                      ///< of the file
+    explicit operator bool() const;              ///< true: there is content
+    const std::filesystem::path& target() const; ///< the name that it gets
+
+private:
+    friend class Client;
+    std::unique_ptr<SavedContent> Content;
 };
 
 /// An HTTP client. It keeps its connections for the next call; cookies live for one call and its redirects.
@@ -83,6 +117,9 @@ public:
     Response save(std::string url, std::filesystem::path target, Request more = {});
     Response save(Request request, std::filesystem::path target);
     ///@}
+
+    /// As `save`, but the content gets its name later, by `file`: for many files at a time.
+    Response receive(Request request, std::filesystem::path target, ReceivedFile& file, Receiving how = {});
 
     /// Content piece by piece, as it comes. A piece stays in place during the call only. A consumer that returns false
     /// ends the transfer quietly; Response::whole is false then.

@@ -36,6 +36,12 @@ public:
     // Gives the file its name, once its content is on the disk. Raises FileNotWritten, or FileExists if somebody else
     // has made the target meanwhile.
     void keep();
+    // The same in two steps, for many files at a time: a name that is on the disk before the content would be an empty
+    // file after a power cut. `flushed`: somebody else has brought the content there.
+    void settle(bool flushed = false);
+    void name();
+    // True for a file that has no name yet, and so leaves nothing if the program is killed.
+    bool nameless() const { return !Named; }
 
 private:
     OutputFile(const std::string& target, const std::string& real, bool replace);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <netrove/body.h>
+#include <netrove/error.h>
 #include <netrove/fields.h>
 #include <netrove/ratelimit.h>
 
@@ -85,6 +86,7 @@ struct Retry {
     std::optional<Limit> longestWait = {};         ///< 30 s; a Retry-After beyond it ends the call
     std::optional<bool> unsafe = {};               ///< POST and PATCH too, which may then be done twice; false
     std::optional<std::vector<int>> statuses = {}; ///< that may pass; 408, 429, 502, 503, 504
+    int made = 0;                                  ///< attempts that the program has made before; they count
 };
 
 /// How far a call has come.
@@ -134,7 +136,10 @@ struct Request {
     /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
     std::shared_ptr<RateLimit> rate = {}; ///< how fast content may move; waits for it are no silence of the server
-    std::stop_token stop = {};            ///< ends the call within a second
+    /// Called with what has failed before a wait for the next attempt. False: the call ends with that failure, for
+    /// programs that wait themselves.
+    std::function<bool(const Error& failure, Limit wait)> onWait = {};
+    std::stop_token stop = {}; ///< ends the call within a second
 };
 
 } // namespace netrove

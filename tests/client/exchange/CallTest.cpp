@@ -215,4 +215,23 @@ TEST(Error, IsAlwaysOneLineOfText) {
     EXPECT_THAT(error.what(), Not(::testing::AnyOf(HasSubstr("\n"), HasSubstr("\x1B"), HasSubstr("\xFF"))));
 }
 
+// For programs that do something else meanwhile.
+TEST(Call, AProgramMayWaitAndTryAgainItself) {
+    Script script{{.status = 503, .fields = {{"Retry-After", "7"}}}, {.fault = Fault::Reset}, {.content = "x"}};
+    Client client({}, script.transport());
+    std::vector<Limit> waits;
+    Request request{.retry = {.attempts = 3}, .onWait = [&](const Error&, Limit wait) {
+                        waits.push_back(wait);
+                        return false;
+                    }};
+    EXPECT_EQ(errorOf([&] { client.get(kUrl, request); }).response().status, 503);
+    request.retry.made = 1;
+    EXPECT_EQ(errorOf([&] { client.get(kUrl, request); }).response().attempts, 2);
+    request.retry.made = 2;
+    EXPECT_EQ(client.get(kUrl, request).attempts, 3);
+    ASSERT_EQ(waits.size(), 2u);
+    EXPECT_EQ(waits[0], 7s);
+    EXPECT_LE(waits[1], 500ms) << "doubled once";
+}
+
 } // namespace

@@ -21,6 +21,7 @@ using clienttest::errorOf;
 namespace fs = std::filesystem;
 
 using Answer = netrove::testing::Answer;
+using Words = std::vector<std::string>;
 constexpr const char* kUrl = "http://a.example/data.bin";
 constexpr const char* kDigest = "2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824"; // of "hello"
 
@@ -356,6 +357,82 @@ TEST_F(Resume, OneProgramAtATime) {
                                              errorOf([&] { second.save(kUrl, path("f"), {.resume = true}); }).what();
                                      }});
     EXPECT_THAT(inner, HasSubstr("f.part is in use"));
+}
+
+// Content for a list: long content can go on, and leaves nothing of somebody else's in doubt.
+class Received : public Save {
+protected:
+    ReceivedFile File{};
+    Words Temporaries{};
+
+    Response receive(Request more = {}, std::uint64_t resumedFrom = 4) {
+        more.url = kUrl;
+        return TheClient.receive(std::move(more), path("f"), File,
+                                 {resumedFrom, [this](const std::string& name, int) { Temporaries.push_back(name); }});
+    }
+};
+
+TEST_F(Received, GetsItsNameWhenTheProgramWants) {
+    Server.add({.fields = {{"ETag", "\"1\""}}, .content = "abc"});
+    EXPECT_EQ(receive().file, path("f"));
+    EXPECT_EQ(names(), Words{}) << "short content has no name";
+    File.settle();
+    File.name();
+    EXPECT_EQ(content("f"), "abc");
+    EXPECT_EQ(Temporaries, Words{});
+}
+
+TEST_F(Received, WhatIsNotNamedIsDropped) {
+    Server.add({.content = "abc"});
+    receive();
+    File = ReceivedFile();
+    EXPECT_EQ(names(), Words{});
+    EXPECT_FALSE(File);
+}
+
+TEST_F(Received, LongContentGoesOn) {
+    const Fields tag = {{"ETag", "\"1\""}};
+    Server.add({.fields = tag, .content = "hello", .fault = Fault::Short});
+    EXPECT_THROW(receive(), Error);
+    EXPECT_EQ(names(), (Words{"f.part", "f.part.json"}));
+    EXPECT_EQ(Temporaries, Words{path("f.part")});
+    Server.add({.status = 206, .fields = {{"ETag", "\"1\""}, {"Content-Range", "bytes 5-9/10"}}, .content = "world"});
+    EXPECT_EQ(receive().resumedAt, 5u);
+    EXPECT_EQ(Server.requests().back().fields["Range"], "bytes=5-");
+    File.settle();
+    File.name();
+    EXPECT_EQ(content("f"), "helloworld");
+    EXPECT_EQ(names(), Words{"f"});
+}
+
+TEST_F(Received, WhatCannotGoOnLeavesNothing) {
+    struct Row {
+        Answer Given;
+        Request Asked{};
+    };
+    const Fields tag = {{"ETag", "\"1\""}};
+    for (const Row& row :
+         std::initializer_list<Row>{{{.content = "hello"}},
+                                    {{.fields = {{"ETag", "W/\"1\""}}, .content = "hello"}},
+                                    {{.fields = {{"ETag", "\"1\""}, {"Content-Encoding", "gzip"}}, .content = "hello"}},
+                                    {{.fields = tag, .content = "ab"}},
+                                    {{.fields = tag, .content = "hello"}, {.method = "POST"}},
+                                    {{.fields = tag, .content = "hello"}, {.fields = {{"Range", "bytes=0-9"}}}}}) {
+        Answer answer = row.Given;
+        answer.fault = Fault::Short;
+        Server.add(answer);
+        EXPECT_THROW(receive(row.Asked), Error);
+        EXPECT_EQ(names(), Words{});
+    }
+}
+
+TEST_F(Received, AFileOfTheUsersOwnIsNoBeginning) {
+    put("f.part", "mine");
+    Server.add({.fields = {{"ETag", "\"1\""}}, .content = "hello"});
+    receive();
+    EXPECT_EQ(content("f.part"), "mine");
+    EXPECT_FALSE(Server.requests().back().fields.contains("Range"));
+    EXPECT_EQ(names(), Words{"f.part"});
 }
 
 } // namespace
