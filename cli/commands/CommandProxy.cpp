@@ -42,7 +42,11 @@ std::string row(const Console& console, std::string_view label, const std::strin
 } // namespace
 
 int runProxy(Session& session, const Settings& settings, const Console& console) {
-    const vantik::HttpProxy proxy = lookUpProxy(session.Host, asciiUrl(session, settings.Url));
+    const std::string url = asciiUrl(session, settings.Url);
+    const vantik::HttpProxy proxy = lookUpProxy(session.Host, url);
+    if (vantik::proxyVariable(url) == "HTTP_PROXY") {
+        console.note("HTTP_PROXY is not used, since the caller of a CGI program can set it; set http_proxy instead");
+    }
     const std::string password = proxy.Password.empty() || settings.ShowPassword ? proxy.Password : kHidden;
     if (settings.Json) {
         const nlohmann::ordered_json object = {{"url", settings.Url},        {"direct", proxy.Host.empty()},

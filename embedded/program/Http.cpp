@@ -2,6 +2,7 @@
 
 #include "embedded/messages/HostFailure.h"
 #include "embedded/program/Boundary.h"
+#include "embedded/proxy/EnvironmentProxy.h"
 #include "embedded/proxy/ProxyText.h"
 
 #include <algorithm>
@@ -116,6 +117,14 @@ std::string withoutSecrets(std::string_view text) {
             std::string(kCutHead.substr(0, kCutHead.find(':'))) + " (" + std::to_string(quoted) + " bytes, not shown)";
     }
     return result;
+}
+
+std::string proxyVariable(std::string_view url) {
+    try {
+        return detail::environmentProxy(detail::proxyQuestion(std::string(url))).Variable;
+    } catch (const std::invalid_argument&) {
+        return {}; // no URL
+    }
 }
 
 HttpProxy readHttpProxy(std::string_view text) {

@@ -1,5 +1,8 @@
 #include "host/ProxySelector.h"
 
+#include "embedded/proxy/EnvironmentProxy.h"
+#include "embedded/proxy/LibproxyPlugIns.h"
+#include "embedded/proxy/ProxyAnswers.h"
 #include "embedded/proxy/ProxyText.h"
 #include "embedded/proxy/SerialCalls.h"
 #include "embedded/scope/Scope.h"
@@ -8,9 +11,6 @@
 
 #include <proxy.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <iterator>
 #include <list>
 #include <stdexcept>
 #include <string>
@@ -93,7 +93,7 @@ private:
 // answers one question at a time, whatever the thread. A server of proxy scripts that does not answer holds it up
 // without a limit.
 struct SystemSettings {
-    SerialCalls Calls;                 // for all scopes
+    ProxyAnswers Answers;              // for all scopes
     pxProxyFactory* Factory = nullptr; // only within a call
 };
 
@@ -156,43 +156,30 @@ Proxy proxyOf(const std::string& setting) {
     }
 }
 
-// The name of the variable that libproxy reads for a URL: one that is set but empty counts as well.
-const char* environmentVariable(const std::string& question) {
-    constexpr const char* names[] = {"https_proxy", "HTTPS_PROXY", "http_proxy", "HTTP_PROXY"};
-    const std::size_t first = question.starts_with("https:") ? 0 : 2;
-    const auto* const set =
-        std::find_if(names + first, std::end(names), [](const char* name) { return std::getenv(name) != nullptr; });
-    return set == std::end(names) ? nullptr : *set;
-}
-
-// A setting that libproxy does not understand means a direct connection for it. Somebody wanted a proxy, and may need
-// it to stay unseen.
-void refuseIgnoredSetting(const std::string& question) {
-    const char* const name = environmentVariable(question);
-    const char* const value = name == nullptr ? nullptr : std::getenv(name);
-    if (value != nullptr && *value != '\0' && !beginsLikeUrl(value)) {
-        refuseSetting(std::string(name) + " is not written http://HOST:PORT");
-    }
-}
-
 class SystemProxySelector final : public foundation::httpproxy::ProxySelector {
 public:
     ProxyList getProxies(const std::string& url) override {
         const std::string question = proxyQuestion(url);
-        const bool schemeAlone = question.ends_with("://");
+        const auto checkStop = [schemeAlone = question.ends_with("://")] { stopWhereWanted(schemeAlone); };
+        checkStop();
+        const EnvironmentProxy environment = environmentProxy(question);
+        if (environment.What == EnvironmentProxy::Kind::Proxy) {
+            return ProxyList({proxyOf(environment.Setting)});
+        }
+        const bool script = environment.What == EnvironmentProxy::Kind::Script;
+        if (environment.What == EnvironmentProxy::Kind::Direct || (!script && !libproxyReadsMoreThanEnvironment())) {
+            return {};
+        }
         SystemSettings& settings = systemSettings();
-        const SerialCalls::Answer answer =
-            settings.Calls.run([&settings, question] { return askSettings(settings, question); },
-                               [schemeAlone] { stopWhereWanted(schemeAlone); });
+        const SerialCalls::Answer answer = settings.Answers.get(
+            question + ' ' + environment.Setting, [&settings, question] { return askSettings(settings, question); },
+            checkStop);
         std::list<Proxy> proxies;
         for (const std::string& text : answer) {
             if (text.starts_with("direct://")) {
                 break; // what follows a direct connection is for when that fails
             }
             proxies.push_back(proxyOf(text));
-        }
-        if (proxies.empty()) {
-            refuseIgnoredSetting(question);
         }
         return ProxyList(std::move(proxies));
     }

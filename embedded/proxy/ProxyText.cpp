@@ -1,10 +1,7 @@
 #include "embedded/proxy/ProxyText.h"
 
-#include <boost/url/grammar/alnum_chars.hpp>
-#include <boost/url/grammar/alpha_chars.hpp>
 #include <boost/url/grammar/ci_string.hpp>
 #include <boost/url/grammar/hexdig_chars.hpp>
-#include <boost/url/grammar/lut_chars.hpp>
 
 #include <algorithm>
 #include <charconv>
@@ -127,14 +124,6 @@ ProxyText readProxy(std::string_view text) {
     return proxy;
 }
 
-bool beginsLikeUrl(std::string_view text) {
-    const std::size_t colon = text.find(':');
-    constexpr boost::urls::grammar::lut_chars schemeCharacters =
-        boost::urls::grammar::alnum_chars + boost::urls::grammar::lut_chars("+-.");
-    return colon != std::string_view::npos && colon > 0 && boost::urls::grammar::alpha_chars(text.front()) &&
-           std::ranges::all_of(text.substr(0, colon), schemeCharacters);
-}
-
 // By hand, since the question is put for whatever has a scheme, also for what Boost.URL refuses.
 std::string proxyQuestion(const std::string& url) {
     if (std::ranges::any_of(url, isControl)) {
@@ -146,12 +135,13 @@ std::string proxyQuestion(const std::string& url) {
     }
     const std::size_t start = mark + 3;
     const std::size_t end = authorityEnd(url, start);
-    std::string question = url.substr(0, url.find('#', end));
-    const std::size_t at = url.rfind('@', end);
-    if (at != std::string::npos && at >= start && at < end) {
-        question.erase(start, at + 1 - start);
+    if (end == start) {
+        return url.substr(0, start);
     }
-    return question;
+    const std::size_t at = url.rfind('@', end);
+    const bool credentials = at != std::string::npos && at >= start && at < end;
+    const std::size_t host = credentials ? at + 1 : start;
+    return url.substr(0, start) + url.substr(host, end - host) + "/";
 }
 
 } // namespace vantik::detail

@@ -21,12 +21,9 @@ struct ProxyText {
 // used:" and repeat nothing of the text: it may hold a password.
 ProxyText readProxy(std::string_view text);
 
-// True for the text of an environment variable that libproxy takes for a setting at all: one that begins like a URL.
-// It ignores every other one silently.
-bool beginsLikeUrl(std::string_view text);
-
-// A URL as it is given to the settings and to proxy scripts: without credentials and fragment. Raises
-// std::invalid_argument for text without a scheme and for control characters.
+// The question that the settings and proxy scripts are asked about a URL: scheme, host and port with a "/", so that it
+// is the same for all URLs of a server, or the scheme alone. Raises std::invalid_argument for text without a scheme and
+// for control characters.
 std::string proxyQuestion(const std::string& url);
 
 } // namespace vantik::detail

@@ -68,6 +68,11 @@ inline constexpr std::string_view kSecretHttpFields[] = {"Authorization", "Proxy
 /// not read, the failure quotes a piece that may begin and end within a value: its bytes are only counted. Any thread.
 __attribute__((visibility("default"))) std::string withoutSecrets(std::string_view text);
 
+/// The environment variable that decides which proxy applies to a URL, such as "https_proxy" or "no_proxy"; empty where
+/// none does, so that other settings of the machine count. "HTTP_PROXY" is never used, since the callers of a CGI
+/// program can set it; where it is all that is set, it stands for the direct connection that follows. Any thread.
+__attribute__((visibility("default"))) std::string proxyVariable(std::string_view url);
+
 /// A proxy, taken apart: Host and Port are fit for `openProxyConnection`, the rest for ProxyUsername and ProxyPassword.
 struct HttpProxy {
     std::string Host;        ///< with the scheme in front where that is not http, as in "socks5://host"

@@ -33,6 +33,14 @@ TEST(ProxyCommand, ShowsTheProxyOfTheEnvironmentWithItsPasswordMasked) {
     EXPECT_EQ(shownJson({"--show-password", "http://server.example/"}, around).at("password"), "s3cr3t");
 }
 
+TEST(ProxyCommand, SaysThatTheNameInCapitalsIsNotUsed) {
+    const Surroundings around{.Environment = {{"HTTP_PROXY", "http://evil.example:1"}}};
+    EXPECT_THAT(run({"proxy", "http://server.example/"}, around),
+                ended(0, "No proxy: a direct connection.\n", HasSubstr("HTTP_PROXY is not used")));
+    const Surroundings both{.Environment = {{"HTTP_PROXY", "http://evil.example:1"}, {"http_proxy", "plain:3128"}}};
+    EXPECT_THAT(run({"proxy", "http://server.example/"}, both), ended(0, HasSubstr("plain"), ""));
+}
+
 TEST(ProxyCommand, RefusesTheUrlsThatGetRefuses) {
     for (const char* url : {"nonsense", "ftp://x/", "http://h:99999/", "http:/h/"}) {
         EXPECT_THAT(run({"proxy", url}), ended(3, "", run({"get", "-x", "none", url}).Err)) << url;

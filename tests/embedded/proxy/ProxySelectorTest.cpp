@@ -1,5 +1,6 @@
 #include "host/ProxySelector.h"
 
+#include "embedded/proxy/LibproxyPlugIns.h"
 #include "embedded/services/Services.h"
 #include "tests/support/process/TemporaryFolder.h"
 
@@ -79,7 +80,7 @@ class SystemProxies : public testing::Test {
 protected:
     void SetUp() override {
         for (const char* name : {"http_proxy", "https_proxy", "no_proxy", "HTTP_PROXY", "HTTPS_PROXY", "NO_PROXY",
-                                 "all_proxy", "ftp_proxy", "XDG_CURRENT_DESKTOP", "DESKTOP_SESSION"}) {
+                                 "all_proxy", "ALL_PROXY", "ftp_proxy", "XDG_CURRENT_DESKTOP", "DESKTOP_SESSION"}) {
             const char* value = std::getenv(name);
             Before[name] = value == nullptr ? std::nullopt : std::optional<std::string>(value);
             unsetenv(name);
@@ -141,24 +142,53 @@ TEST_F(SystemProxies, SchemeOtherThanHttpStaysWithTheHostAndUnknownOneIsAFailure
     EXPECT_EQ(refusalFor("http://example.org/"), kUnusable + "its port is not a number from 1 to 65535");
 }
 
-// libproxy ignores them without a word, which would mean a direct connection.
-TEST_F(SystemProxies, SettingThatDoesNotBeginLikeAUrlIsAFailureWithTheNameOfItsVariable) {
-    const std::string form = " is not written http://HOST:PORT";
-    setenv("HTTP_PROXY", "garbage", 1);
-    EXPECT_EQ(refusalFor("http://example.org/"), kUnusable + "HTTP_PROXY" + form);
-    EXPECT_EQ(refusalFor("https://example.org/"), kUnusable + "HTTP_PROXY" + form);
-    for (const char* text : {"127.0.0.1:3128", "proxy.corp", " http://h:1", "u_s:secret@h:1"}) {
+TEST_F(SystemProxies, SettingNeedsNoScheme) {
+    for (const auto& [text, proxy] : {std::pair{"127.0.0.1:3128", "127.0.0.1 3128"},
+                                      {"[::1]:3128", "[::1] 3128"},
+                                      {"proxy.corp", "proxy.corp 80"},
+                                      {"u_s:secret@h:1", "h 1 u_s / secret"}}) {
         setenv("http_proxy", text, 1);
-        EXPECT_EQ(refusalFor("http://"), kUnusable + "http_proxy" + form) << text;
+        EXPECT_EQ(proxyFor("http://example.org/"), proxy);
     }
-    setenv("HTTPS_PROXY", "waste", 1);
-    EXPECT_EQ(refusalFor("https://"), kUnusable + "HTTPS_PROXY" + form);
-    setenv("https_proxy", "http://secure.corp:8443", 1);
-    EXPECT_EQ(proxyFor("https://example.org/"), "secure.corp 8443");
+    setenv("http_proxy", "some garbage", 1);
+    EXPECT_EQ(refusalFor("http://example.org/"), kUnusable + "it names no host");
+}
+
+TEST_F(SystemProxies, OneForAllSchemesYieldsToThatOfAScheme) {
+    setenv("all_proxy", "socks5h://all.corp:1080", 1);
+    EXPECT_EQ(proxyFor("http://example.org/"), "socks5h://all.corp 1080");
+    EXPECT_EQ(proxyFor("https://example.org/"), "socks5h://all.corp 1080");
+    setenv("http_proxy", "plain.corp:3128", 1);
+    EXPECT_EQ(proxyFor("http://example.org/"), "plain.corp 3128");
+    EXPECT_EQ(proxyFor("https://example.org/"), "socks5h://all.corp 1080");
+    unsetenv("all_proxy");
+    EXPECT_EQ(proxyFor("https://example.org/"), "plain.corp 3128");
+}
+
+// Whoever calls a CGI program sets HTTP_PROXY by a field of the request.
+TEST_F(SystemProxies, NameInCapitalsIsRefusedForHttpOnly) {
+    setenv("HTTP_PROXY", "http://evil.corp:1", 1);
+    EXPECT_EQ(proxyFor("http://example.org/"), "direct");
+    EXPECT_EQ(proxyFor("https://example.org/"), "direct");
+    setenv("HTTPS_PROXY", "http://secure.corp:2", 1);
+    EXPECT_EQ(proxyFor("https://example.org/"), "secure.corp 2");
+    setenv("ALL_PROXY", "http://all.corp:3", 1);
+    EXPECT_EQ(proxyFor("http://example.org/"), "all.corp 3");
+    setenv("NO_PROXY", "*", 1);
+    EXPECT_EQ(proxyFor("http://example.org/"), "direct");
+}
+
+TEST_F(SystemProxies, WithoutSettingsNothingIsLoaded) {
+    if (vantik::detail::libproxyReadsMoreThanEnvironment()) {
+        GTEST_SKIP() << "this machine may have settings of a desktop";
+    }
+    const std::set<std::string> before = mappedFiles();
+    EXPECT_EQ(proxyFor("http://example.org/"), "direct");
+    EXPECT_EQ(mappedFiles(), before);
 }
 
 TEST_F(SystemProxies, EmptySettingAndOneThatSaysSoMeanDirect) {
-    setenv("HTTP_PROXY", "http://plain.corp:3128", 1);
+    setenv("all_proxy", "http://plain.corp:3128", 1);
     for (const char* text : {"", "direct://"}) {
         setenv("http_proxy", text, 1);
         EXPECT_EQ(proxyFor("http://example.org/"), "direct") << text;

@@ -17,9 +17,9 @@ std::string scriptFor(const ScriptedServer& proxy) {
            "  if (host == 'direct.test') return 'DIRECT';\n"
            "  if (url.substring(0, 6) == 'https:') return 'PROXY secure.test:8443';\n"
            "  if (dnsDomainIs(host, '.two.test')) return 'PROXY first.test:1; PROXY second.test:2; DIRECT';\n"
-           "  if (shExpMatch(url, '*/socks/*')) return 'SOCKS socks.test:1080; PROXY other.test:3128';\n"
-           "  if (shExpMatch(url, '*/socks5/*')) return 'SOCKS5 socks.test:1080';\n"
-           "  if (shExpMatch(url, '*/tls/*')) return 'HTTPS tls.test:8443; PROXY other.test:3128';\n"
+           "  if (host == 'socks.test') return 'SOCKS socks.test:1080; PROXY other.test:3128';\n"
+           "  if (host == 'socks5.test') return 'SOCKS5 socks.test:1080';\n"
+           "  if (host == 'tls.test') return 'HTTPS tls.test:8443; PROXY other.test:3128';\n"
            "  if (host == 'nonsense.test') return 'nonsense';\n"
            "  if (host == 'throws.test') throw 'on purpose';\n"
            "  return 'PROXY " +
@@ -34,17 +34,17 @@ protected:
         EXPECT_EQ(lookUp("http://direct.test/"), kDirect);
         EXPECT_EQ(lookUp("https://any.test/"), "secure.test 8443");
         EXPECT_EQ(lookUp("http://a.two.test/"), "first.test 1");
-        EXPECT_EQ(lookUp("http://any.test/socks/x"), "socks://socks.test 1080");
-        EXPECT_EQ(lookUp("http://any.test/socks5/x"), "socks5://socks.test 1080");
-        EXPECT_EQ(lookUp("http://any.test/tls/x"), "other.test 3128") << "libproxy leaves HTTPS out";
-        EXPECT_EQ(lookUp("http://any.test/"), "127.0.0.1 " + std::to_string(proxy.port()));
+        EXPECT_EQ(lookUp("http://socks.test/x"), "socks://socks.test 1080");
+        EXPECT_EQ(lookUp("http://socks5.test/x"), "socks5://socks.test 1080");
+        EXPECT_EQ(lookUp("http://tls.test/x"), "other.test 3128") << "libproxy leaves HTTPS out";
+        EXPECT_EQ(lookUp("http://any.test/x?y"), "127.0.0.1 " + std::to_string(proxy.port()));
         // What a script does wrong counts as no proxy.
         EXPECT_EQ(lookUp("http://nonsense.test/"), kDirect);
         EXPECT_EQ(lookUp("http://throws.test/"), kDirect);
     }
 };
 
-TEST_F(ProxyScripts, FromAFileDecideByTheUrl) {
+TEST_F(ProxyScripts, FromAFileDecideByTheServer) {
     ScriptedServer& proxy =
         serve(std::vector<Script>(2, {step::expectHead(), step::send(response("by script")), step::awaitPeerEnd()}));
     writeFile(folder().file("proxy.pac"), scriptFor(proxy));
@@ -59,7 +59,7 @@ TEST_F(ProxyScripts, FromAFileDecideByTheUrl) {
 }
 
 // It is fetched once and kept for as long as the setting stays.
-TEST_F(ProxyScripts, FromAServerDecideByTheUrl) {
+TEST_F(ProxyScripts, FromAServerDecideByTheServer) {
     ScriptedServer& proxy = serve({step::expectHead(), step::send(response("by script"))});
     const std::string script = scriptFor(proxy);
     ScriptedServer& source =
