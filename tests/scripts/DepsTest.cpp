@@ -22,7 +22,13 @@ for name in "$@"; do
     case $name in -*|*Package*) ;; *) grep -qx "$name" missing || echo "ii  $name" ;; esac
 done
 )";
-constexpr const char* kAptGet = "\necho \"apt-get $*\" >> log\n";
+// It says how far it has come, and more.
+constexpr const char* kAptGet = R"(
+echo "apt-get $*" >> log
+echo 'dlstatus:1:90.0:Retrieving file 1 of 1'
+echo 'Unpacking everything ...'
+echo 'pmstatus:ninja-build:50.5:Installing ninja-build'
+)";
 constexpr const char* kAptCache = "\necho \"Package: $*\"\n";
 constexpr const char* kId = "\necho 1000\n";
 // Asks on the terminal of the session, as sudo does, unless the file "free" is there. What would write below /usr is
@@ -48,7 +54,10 @@ class Deps : public ScriptFixture {
 protected:
     Deps() {
         fs::create_directory(Folder.file("bin"));
-        for (const char* tool : {"bash", "env", "tr", "xargs", "cat", "grep"}) {
+        copy("scripts/progress.bash");
+        fs::copy_file(NETROVE_SOURCES "/scripts/deps", Folder.file("scripts/deps"),
+                      fs::copy_options::overwrite_existing);
+        for (const char* tool : {"bash", "env", "tr", "xargs", "cat", "grep", "awk", "tee", "dirname", "mkdir"}) {
             const std::string inUsr = std::string("/usr/bin/") + tool;
             fs::create_symlink(fs::exists(inUsr) ? inUsr : std::string("/bin/") + tool, Folder.file("bin/") + tool);
         }
@@ -67,7 +76,7 @@ protected:
         testsupport::Surroundings around;
         around.Environment["PATH"] = Folder.file("bin");
         around.Folder = Folder.path();
-        around.Executable = NETROVE_SOURCES "/scripts/deps";
+        around.Executable = Folder.file("scripts/deps");
         around.Terminal = terminal;
         around.TerminalInput = terminal;
         return around;
@@ -81,7 +90,7 @@ protected:
     }
 
     static constexpr const char* kInstalled =
-        "apt-get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends ninja-build\n";
+        "apt-get -q -o Dpkg::Use-Pty=0 -o APT::Status-Fd=1 install --yes --no-install-recommends ninja-build\n";
 };
 
 } // namespace
@@ -97,7 +106,8 @@ TEST_F(Deps, WhatIsMissingIsInstalled) {
     write("free", "");
     const Outcome outcome = withoutTerminal();
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
-    EXPECT_EQ(outcome.Err, "Installing ninja-build\n");
+    EXPECT_EQ(outcome.Err, "Installing packages: ninja-build\n  packages: 30 %\n  packages: 67 %\n");
+    EXPECT_THAT(readFile(Folder.file("build/packages.log")), HasSubstr("\nUnpacking everything ...\n"));
     EXPECT_THAT(log(), HasSubstr(kInstalled));
     EXPECT_THAT(log(), Not(HasSubstr("sudo -v")));
 }
