@@ -3,6 +3,7 @@
 #include "tests/docs/Page.h"
 #include "tests/support/process/BuiltFile.h"
 
+#include <Poco/DeflatingStream.h>
 #include <Poco/Net/HTTPBasicCredentials.h>
 #include <Poco/Net/HTTPRequestHandler.h>
 #include <Poco/Net/HTTPRequestHandlerFactory.h>
@@ -10,10 +11,11 @@
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/ServerSocket.h>
-#include <Poco/NullStream.h>
 #include <Poco/StreamCopier.h>
 
+#include <cstdio>
 #include <filesystem>
+#include <sstream>
 #include <utility>
 
 namespace docstest {
@@ -52,20 +54,77 @@ bool loggedIn(const HTTPServerRequest& request) {
     return credentials.getUsername() == "alice" && credentials.getPassword() == "wonderland";
 }
 
+const std::string kDataCsv = "id,name\n1,one\n2,two\n"; // 20 bytes
+constexpr const char* kDataTag = "\"v1\"";
+
+// All that came: request line, fields, content.
+std::string echo(const HTTPServerRequest& request, const std::string& content) {
+    std::ostringstream text;
+    text << request.getMethod() << ' ' << request.getURI() << '\n';
+    for (const auto& [name, value] : request) {
+        text << name << ": " << value << '\n';
+    }
+    text << content << '\n';
+    return text.str();
+}
+
+std::string gzip(const std::string& text) {
+    std::ostringstream packed;
+    Poco::DeflatingOutputStream stream(packed, Poco::DeflatingStreamBuf::STREAM_GZIP);
+    stream << text;
+    stream.close();
+    return packed.str();
+}
+
+// A file with a tag and a date, of which a part may be asked for.
+std::string data(const HTTPServerRequest& request, HTTPServerResponse& response) {
+    response.set("ETag", kDataTag);
+    response.set("Last-Modified", "Thu, 01 Jan 2026 00:00:00 GMT");
+    if (request.get("If-None-Match", "") == kDataTag || request.has("If-Modified-Since")) {
+        response.setStatusAndReason(HTTPServerResponse::HTTP_NOT_MODIFIED);
+        return "";
+    }
+    unsigned long first = 0;
+    unsigned long last = kDataCsv.size() - 1;
+    const std::string range = request.get("Range", "");
+    if (std::sscanf(range.c_str(), "bytes=%lu-%lu", &first, &last) < 1) {
+        return kDataCsv;
+    }
+    response.setStatusAndReason(HTTPServerResponse::HTTP_PARTIAL_CONTENT);
+    response.set("Content-Range",
+                 "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" + std::to_string(kDataCsv.size()));
+    return kDataCsv.substr(first, last + 1 - first);
+}
+
 struct Handler : Poco::Net::HTTPRequestHandler {
     void handleRequest(HTTPServerRequest& request, HTTPServerResponse& response) override {
-        Poco::NullOutputStream nowhere;
-        const std::streamsize received = Poco::StreamCopier::copyStream(request.stream(), nowhere);
+        std::string content;
+        Poco::StreamCopier::copyToString(request.stream(), content);
         const std::string& path = request.getURI();
+        std::string text = request.getMethod() + " with " + std::to_string(content.size()) + " bytes\n";
+        response.setContentType("text/plain");
         if (path.ends_with("/missing")) {
             response.setStatusAndReason(HTTPServerResponse::HTTP_NOT_FOUND);
         } else if (path.ends_with("/private") && !loggedIn(request)) {
             response.requireAuthentication("pages");
+        } else if (path.ends_with("/moved")) {
+            response.setStatusAndReason(HTTPServerResponse::HTTP_FOUND);
+            response.set("Location", "/");
+        } else if (path.ends_with("/report")) {
+            response.set("Content-Disposition", "attachment; filename=\"report.pdf\"");
+        } else if (path.ends_with("/items.json")) {
+            response.setContentType("application/json");
+            text = R"({"items":[1,2]})";
+        } else if (path.ends_with("/packed") && request.get("Accept-Encoding", "").find("gzip") != path.npos) {
+            response.set("Content-Encoding", "gzip");
+            text = gzip("unpacked\n");
+        } else if (path.ends_with("/data.csv") && request.getMethod() == "GET") {
+            text = data(request, response);
+        } else if (path.find("/echo") != path.npos) {
+            text = echo(request, content);
         }
-        const std::string text = request.getMethod() + " with " + std::to_string(received) + " bytes\n";
-        response.setContentType("text/plain");
         response.setContentLength64(static_cast<Poco::Int64>(text.size()));
-        response.send() << text;
+        response.send() << (request.getMethod() == "HEAD" ? "" : text);
     }
 };
 
@@ -78,7 +137,9 @@ struct Factory : Poco::Net::HTTPRequestHandlerFactory {
 } // namespace
 
 // Any path answers with a short text, whatever the method; "/missing" with 404; "/private" with 401 unless alice logs
-// in. A whole URL in the request line, as a proxy gets it, is answered in the same way.
+// in; "/moved" leads to "/"; "/report" names its file; "/data.csv" knows tags, dates and ranges; "/packed" compresses;
+// "/items.json" is what it says; "/echo" says all that came. A whole URL in the request line, as a proxy gets it, is
+// answered in the same way.
 struct PageServer {
     Poco::Net::ServerSocket Socket{Poco::Net::SocketAddress("127.0.0.1", 0)};
     Poco::ThreadPool Threads{2, 16};
