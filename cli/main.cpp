@@ -117,7 +117,8 @@ int main(int argc, char** argv) {
     if (parseStatus != kExitDone) {
         return parseStatus;
     }
-    console.configure(parsed.Settings.Color, parsed.Settings.JsonErrors || parsed.Settings.Json);
+    console.configure(parsed.Settings.Color, parsed.Settings.JsonErrors || parsed.Settings.json());
+    console.quieten(parsed.Settings.Silent, parsed.Settings.hidesFailures());
     if (parsed.Help) {
         console.print(*parsed.Help);
         return kExitDone;

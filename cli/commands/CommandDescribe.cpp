@@ -80,7 +80,7 @@ nlohmann::ordered_json asJson(const vantik::ClassDescription& description) {
 
 int runDescribe(Session& session, const Settings& settings, const Console& console) {
     const vantik::ClassDescription description = session.Host.describe(vantik::kHttpConnectionClass);
-    if (settings.Json) {
+    if (settings.json()) {
         console.print(asJson(description).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
         return kExitDone;
     }

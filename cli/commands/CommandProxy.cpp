@@ -48,7 +48,7 @@ int runProxy(Session& session, const Settings& settings, const Console& console)
         console.note("HTTP_PROXY is not used, since the caller of a CGI program can set it; set http_proxy instead");
     }
     const std::string password = proxy.Password.empty() || settings.ShowPassword ? proxy.Password : kHidden;
-    if (settings.Json) {
+    if (settings.json()) {
         const nlohmann::ordered_json object = {{"url", settings.Url},        {"direct", proxy.Host.empty()},
                                                {"host", proxy.Host},         {"port", proxy.Port},
                                                {"username", proxy.Username}, {"password", password}};

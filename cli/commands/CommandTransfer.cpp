@@ -27,7 +27,7 @@ int runTransfer(netrove::Client& client, const Settings& settings, const Console
     Exchange exchange(client, settings, console, deadline);
     if (settings.Command == Command::Save) {
         toFile(exchange, saveTarget(settings), settings.Force);
-    } else if (settings.Json && settings.OutputFile.empty()) {
+    } else if (settings.json() && settings.OutputFile.empty()) {
         toJson(exchange);
     } else if (settings.OutputFile.empty() || settings.OutputFile == "-") {
         toStandardOutput(exchange, settings.OutputFile.empty());

@@ -19,7 +19,7 @@ void toFile(Exchange& exchange, const std::string& target, bool replace) {
     BodySink sink(file.descriptor(), target, false, exchange.Deadline);
     const netrove::Response response = exchange.run(sink, true, false);
     file.keep();
-    if (exchange.TheSettings.Json) {
+    if (exchange.TheSettings.json()) {
         return exchange.printFacts(response);
     }
     if (response.status >= kFirstErrorStatus) {

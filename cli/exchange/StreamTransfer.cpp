@@ -15,8 +15,8 @@ namespace netrove::cli {
 
 namespace {
 
-// Limit for the content in the object of --json. Several copies are held while the object is made, and a control byte
-// takes six characters in it.
+// Limit for the content in the object of --format json. Several copies are held while the object is made, and a control
+// byte takes six characters in it.
 constexpr std::uint64_t kLargestJsonContent = std::uint64_t{16} << 20;
 
 std::string contentOf(int descriptor, std::uint64_t length) {
@@ -36,7 +36,7 @@ void toDescriptor(Exchange& exchange, int descriptor, const std::string& name, b
     const bool terminal = isatty(descriptor) == 1;
     BodySink sink(descriptor, name, terminal && guardTerminal, exchange.Deadline);
     const netrove::Response response = exchange.run(sink, false, terminal);
-    if (exchange.TheSettings.Json) {
+    if (exchange.TheSettings.json()) {
         exchange.printFacts(response);
     }
 }
@@ -65,7 +65,7 @@ void toJson(Exchange& exchange) {
     sink.limit(kLargestJsonContent,
                cliMessage(failure::kContentTooLarge, {std::int64_t{kLargestJsonContent}},
                           "the content is larger than " + std::to_string(kLargestJsonContent >> 20) +
-                              " MiB, the most that --json puts into its object; use --output FILE"));
+                              " MiB, the most that --format json puts into its object; use --output FILE"));
     const netrove::Response response = exchange.run(sink, false, false);
     exchange.Facts.Content = contentOf(memory.Number, response.received);
     exchange.printFacts(response);

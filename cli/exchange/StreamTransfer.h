@@ -1,4 +1,4 @@
-// Content that is passed on as it comes: to standard output, into a device or a pipe, into the object of --json.
+// Content that is passed on as it comes: to standard output, into a device or a pipe, into the object of --format json.
 #pragma once
 
 #include "cli/exchange/Exchange.h"

@@ -4,6 +4,7 @@
 #include "cli/failures/ExitStatus.h"
 #include "cli/failures/Hints.h"
 #include "cli/options/FieldText.h"
+#include "cli/options/ForeignOptions.h"
 #include "cli/options/Reference.h"
 
 #include <CLI/CLI.hpp>
@@ -24,12 +25,9 @@ constexpr std::size_t kHelpNameWidth = 34;
 constexpr std::size_t kHelpTextWidth = 64;
 
 std::string optionNames(const OptionRow& row) {
-    std::string names = row.ShortName == 0 ? "" : std::string("-") + row.ShortName + ",";
-    names += "--" + std::string(row.LongName);
-    for (std::size_t start = 0; start < row.Traits.OtherNames.size();) {
-        const auto end = std::min(row.Traits.OtherNames.find(' ', start), row.Traits.OtherNames.size());
-        names += ",--" + std::string(row.Traits.OtherNames.substr(start, end - start));
-        start = end + 1;
+    std::string names = row.ShortName == 0 ? "" : std::string("-") + row.ShortName;
+    for (const std::string& name : longNames(row)) {
+        names += (names.empty() ? "--" : ",--") + name;
     }
     return names;
 }
@@ -144,10 +142,8 @@ std::string optionName(const std::string& word) {
 std::string takersOf(std::string_view name) {
     std::vector<std::string_view> takers;
     for (const OptionRow& row : optionTable()) {
-        const bool named = name.starts_with("--") ? name.substr(2) == row.LongName
-                                                  : row.ShortName != 0 && name.ends_with(row.ShortName);
         for (const CommandRow& command : commandTable()) {
-            if (named && (row.Commands & command.Set) != 0) {
+            if (isNamed(row, name) && (row.Commands & command.Set) != 0) {
                 takers.push_back(command.Name);
             }
         }
@@ -162,6 +158,15 @@ std::string takersOf(std::string_view name) {
     return text + (takers.size() == 1 ? " has it" : " have it");
 }
 
+// What to write instead of an option that a command does not have.
+std::string alternative(std::string_view name, unsigned commands, const std::vector<std::string>& known) {
+    if (const std::string_view instead = insteadOf(name, commands); !instead.empty()) {
+        return "; " + std::string(instead);
+    }
+    const std::string takers = takersOf(name);
+    return takers.empty() ? suggestion(name, known) : "; " + takers;
+}
+
 // Names the first word that nothing in the table accepts.
 [[noreturn]] void failOnExtras(const CLI::App& app) {
     const auto chosen = app.get_subcommands();
@@ -173,13 +178,14 @@ std::string takersOf(std::string_view name) {
         std::vector<std::string> known = {"--help"};
         for (const OptionRow& row : optionTable()) {
             if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0) {
-                known.push_back("--" + std::string(row.LongName));
+                for (const std::string& name : longNames(row)) {
+                    known.push_back("--" + name);
+                }
             }
         }
-        const std::string takers = takersOf(name);
         failUsage("unknown option '" + printable(name) + "'" +
                   (chosen.empty() ? "" : " for " + chosen.front()->get_name()) +
-                  (takers.empty() ? suggestion(name, known) : "; " + takers));
+                  alternative(name, chosen.empty() ? kAll : commandSet(chosen.front()->get_name()), known));
     }
     if (!chosen.empty()) {
         failUsage("unexpected argument '" + printable(maskRefusedUrl(left.front())) + "' for " +

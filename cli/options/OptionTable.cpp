@@ -2,6 +2,8 @@
 
 #include "cli/options/table/OptionGroups.h"
 
+#include <algorithm>
+#include <sstream>
 #include <vector>
 
 namespace netrove::cli {
@@ -47,6 +49,23 @@ std::vector<OptionRow> joined() {
 }
 
 } // namespace
+
+std::vector<std::string> longNames(const OptionRow& row) {
+    std::vector<std::string> names = {std::string(row.LongName)};
+    std::istringstream others{std::string(row.Traits.OtherNames)};
+    for (std::string name; others >> name;) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+bool isNamed(const OptionRow& row, std::string_view typed) {
+    if (!typed.starts_with("--")) {
+        return row.ShortName != 0 && typed.size() == 2 && typed[1] == row.ShortName;
+    }
+    const std::vector<std::string> names = longNames(row);
+    return std::ranges::find(names, typed.substr(2)) != names.end();
+}
 
 std::span<const OptionRow> optionTable() {
     static const std::vector<OptionRow> kRows = joined();

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -46,6 +47,11 @@ struct OptionRow {
     OptionTraits Traits = {};
     std::string_view Group = {}; // the heading in the help, set by optionTable()
 };
+
+// Every long name: ours first, then those of other programs.
+std::vector<std::string> longNames(const OptionRow& row);
+
+bool isNamed(const OptionRow& row, std::string_view typed); // "--name" or "-n"
 
 std::span<const OptionRow> optionTable(); // in the order of the help
 

@@ -82,6 +82,9 @@ void completeSettings(Settings& settings) {
         settings.Command == Command::None) {
         return;
     }
+    if (settings.Silent) {
+        settings.Progress = settings.Progress.value_or(false);
+    }
     if (settings.Command == Command::Batch) {
         checkBatch(settings.Batch);
     } else {
@@ -105,8 +108,9 @@ void completeSettings(Settings& settings) {
     refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
            "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
     refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify cannot be combined");
-    refuse(settings.Json && settings.Include, "--json includes the head already; leave out --include");
-    refuse(settings.Json && settings.OutputFile == "-", "--json writes its object to standard output; name a file");
+    refuse(settings.json() && settings.Include, "--format json includes the head already; leave out --include");
+    refuse(settings.json() && settings.OutputFile == "-",
+           "--format json writes its object to standard output; name a file");
     refuse(settings.Target == "-", "save writes a file; use get for standard output");
 }
 

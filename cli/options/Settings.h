@@ -12,6 +12,7 @@ namespace netrove::cli {
 
 enum class Command { None, Get, Save, Send, Batch, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
+enum class OutputFormat { Default, Text, Json };
 
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;
@@ -82,18 +83,22 @@ struct Settings {
 
     // what is shown
     std::optional<bool> Progress;
+    bool Silent = false;     // no notes, no warnings, no failures
+    bool ShowErrors = false; // …but failures
     int Debug = 0;
     bool JsonErrors = false;
-    bool Json = false;
+    OutputFormat Format = OutputFormat::Default;
     bool ShowPassword = false;
     bool ShowVersion = false;
     ColorChoice Color = ColorChoice::Auto;
 
     Settings();
 
+    bool json() const { return Format == OutputFormat::Json; }
     bool hasBody() const { return BodyText || !BodyFile.empty() || !StreamFile.empty(); }
     std::string effectiveMethod() const;
     int redirectLimit() const; // of this command
+    bool hidesFailures() const { return Silent && !ShowErrors && !JsonErrors && !json(); }
 };
 
 // Refuses combinations that cannot work, and moves a user name and password out of the URL. Raises a usage failure.

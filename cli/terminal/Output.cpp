@@ -92,6 +92,11 @@ void Console::configure(ColorChoice color, bool jsonErrors) {
     Json = jsonErrors;
 }
 
+void Console::quieten(bool notes, bool failures) {
+    NotesHidden = notes;
+    FailuresHidden = failures;
+}
+
 void Console::hide(std::string secret) {
     if (secret.size() >= kShortestSecret) {
         Secrets.push_back(std::move(secret));
@@ -108,14 +113,21 @@ void Console::print(std::string_view text) const {
 }
 
 void Console::note(std::string_view text) const {
-    line(Style::Faint, "note: ", text);
+    if (!NotesHidden) {
+        line(Style::Faint, "note: ", text);
+    }
 }
 
 void Console::warning(const vantik::Message& message) const {
-    line(Style::Bold, "warning: ", message.identifier() + ": " + message.Text);
+    if (!NotesHidden) {
+        line(Style::Bold, "warning: ", message.identifier() + ": " + message.Text);
+    }
 }
 
 void Console::failure(const Verdict& verdict) const {
+    if (FailuresHidden) {
+        return;
+    }
     if (Json) {
         [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, failureText(verdict) + "\n");
         return;

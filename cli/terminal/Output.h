@@ -21,6 +21,8 @@ public:
 
     // Whether to use colours (by choice, by NO_COLOR, by what the streams are), and JSON for failures.
     void configure(ColorChoice color, bool jsonErrors);
+    // Whether notes and warnings are left out, and failures as well.
+    void quieten(bool notes, bool failures);
     // Text that must never be shown. Fewer than four characters are ignored, as hiding them would garble every message.
     void hide(std::string secret);
 
@@ -50,6 +52,8 @@ private:
     bool OutColor = false;
     bool ErrColor = false;
     bool Json = false;
+    bool NotesHidden = false;
+    bool FailuresHidden = false;
     std::vector<std::string> Secrets;
 };
 

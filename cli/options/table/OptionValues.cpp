@@ -52,6 +52,51 @@ constexpr std::string_view kSchemes[] = {"Basic", "Digest", "NTLM", "Negotiate"}
 constexpr std::string_view kTypedSchemes[] = {"basic", "digest", "ntlm", "negotiate"};
 static_assert(std::size(kSchemes) == std::size(kTypedSchemes));
 
+struct TimeUnit {
+    std::string_view Suffix;
+    double Milliseconds;
+};
+// The longer suffix first where one ends with the other.
+constexpr TimeUnit kTimeUnits[] = {{"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
+
+struct SizeUnit {
+    char Letter;
+    char Other;
+    std::uint64_t Bytes;
+};
+constexpr SizeUnit kSizeUnits[] = {
+    {'G', 'g', std::uint64_t{1} << 30}, {'M', 'm', std::uint64_t{1} << 20}, {'k', 'K', std::uint64_t{1} << 10}};
+
+// In the largest unit that leaves no rest.
+std::string shownSize(std::uint64_t bytes) {
+    for (const SizeUnit& unit : kSizeUnits) {
+        if (bytes % unit.Bytes == 0) {
+            return std::to_string(bytes / unit.Bytes) + unit.Letter;
+        }
+    }
+    return std::to_string(bytes);
+}
+
+// In units of `unitMs`.
+double lengthOfTime(const char* option, const std::string& text, const std::string& unit, double unitMs, double least,
+                    double most) {
+    std::string_view digits = text;
+    double factor = 1;
+    for (const TimeUnit& known : kTimeUnits) {
+        if (digits.ends_with(known.Suffix)) {
+            digits.remove_suffix(known.Suffix.size());
+            factor = known.Milliseconds / unitMs;
+            break;
+        }
+    }
+    const double value = parsed<double>(digits).value_or(-1) * factor;
+    if (!(value >= least && value <= most)) {
+        failValue(option, text,
+                  unit + " from " + shown(least) + " to " + shown(most) + ", or a time such as 500ms, 10s, 2m or 1h");
+    }
+    return value;
+}
+
 } // namespace
 
 void failValue(const char* option, const std::string& text, const std::string& wanted) {
@@ -71,28 +116,42 @@ template int number(const char*, const std::string&, int, int);
 template std::uint64_t number(const char*, const std::string&, std::uint64_t, std::uint64_t);
 template double number(const char*, const std::string&, double, double);
 
+double milliseconds(const char* option, const std::string& text, double least, double most) {
+    return lengthOfTime(option, text, "milliseconds", 1, least, most);
+}
+
+double seconds(const char* option, const std::string& text, double least, double most) {
+    return lengthOfTime(option, text, "seconds", 1000, least, most);
+}
+
 double limitMs(const char* option, const std::string& text) {
-    const double value = number<double>(option, text, 0.0, kLongestMs);
+    const double value = milliseconds(option, text, 0.0, kLongestMs);
     return value == 0 ? kInfinite : value;
 }
 
 std::uint64_t byteSize(const char* option, const std::string& text, std::uint64_t most) {
     std::string_view digits = text;
     std::uint64_t factor = 1;
-    if (text.ends_with('k') || text.ends_with('K')) {
-        factor = std::uint64_t{1} << 10;
-    } else if (text.ends_with('M') || text.ends_with('m')) {
-        factor = std::uint64_t{1} << 20;
-    }
-    if (factor != 1) {
-        digits.remove_suffix(1);
+    for (const SizeUnit& unit : kSizeUnits) {
+        if (!digits.empty() && (digits.back() == unit.Letter || digits.back() == unit.Other)) {
+            factor = unit.Bytes;
+            digits.remove_suffix(1);
+            break;
+        }
     }
     const auto value = parsed<std::uint64_t>(digits);
     if (!value || *value == 0 || *value > most / factor) {
-        failValue(option, text,
-                  "a whole number from 1 to " + std::to_string(most >> 20) + "M, which k or M may follow");
+        failValue(option, text, "a whole number from 1 to " + shownSize(most) + ", which k, M or G may follow");
     }
     return *value * factor;
+}
+
+void failChoice(const char* option, const std::string& text, const std::vector<std::string_view>& words) {
+    std::string known;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        known += (i == 0 ? "" : i + 1 == words.size() ? " or " : ", ") + std::string(words[i]);
+    }
+    failUsage("'" + printable(text) + "' is not a valid value for --" + option + "; use " + known);
 }
 
 std::vector<std::string> schemes(const char* option, const std::string& text) {

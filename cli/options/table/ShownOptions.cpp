@@ -1,8 +1,5 @@
-#include "cli/failures/CliFailure.h"
 #include "cli/options/table/OptionGroups.h"
 #include "cli/options/table/OptionValues.h"
-
-#include <netrove/text.h>
 
 #include <algorithm>
 
@@ -12,37 +9,32 @@ namespace {
 
 constexpr int kMostDebug = 2;
 
-ColorChoice colorChoice(const std::string& text) {
-    if (text == "always") {
-        return ColorChoice::Always;
-    }
-    if (text == "never") {
-        return ColorChoice::Never;
-    }
-    if (text != "auto") {
-        failUsage("'" + printable(text) + "' is not a valid value for --color; use auto, always or never");
-    }
-    return ColorChoice::Auto;
-}
+constexpr Choice<ColorChoice> kColors[] = {
+    {"auto", ColorChoice::Auto}, {"always", ColorChoice::Always}, {"never", ColorChoice::Never}};
+constexpr Choice<OutputFormat> kFormats[] = {{"text", OutputFormat::Text}, {"json", OutputFormat::Json}};
 
 // clang-format off
 const OptionRow kOptions[] = {
-    {"progress", 0, "", kTransfers, "show progress even if standard error is not a terminal",
-     [](S& s, V) { s.Progress = true; }},
+    {"silent", 's', "", kTransfers, "show no progress and no messages, not even of failures, which the exit status still says; with -S failures are shown",
+     [](S& s, V) { s.Silent = true; }, {.OtherNames = "quiet"}},
+    {"show-error", 'S', "", kTransfers, "show failures in spite of -s",
+     [](S& s, V) { s.ShowErrors = true; }, {.OtherNames = "show-errors"}},
+    {"progress", '#', "", kTransfers, "show progress even if standard error is not a terminal",
+     [](S& s, V) { s.Progress = true; }, {.OtherNames = "progress-bar"}},
     {"no-progress", 0, "", kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
     {"verbose", 'v', "", kSingle, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
      [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }},
     {"debug", 0, "N", kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
-    {"json", 0, "", kSend | kProxy | kDescribe, "print JSON; with send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
-     [](S& s, V) { s.Json = true; }},
+    {"format", 0, "text|json", kSend | kBatch | kProxy | kDescribe, "form of what is printed; json with send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
+     [](S& s, V v) { s.Format = chosen("format", v, kFormats); }},
     {"show-password", 0, "", kProxy, "print the password instead of ***",
      [](S& s, V) { s.ShowPassword = true; }},
     {"json-errors", 0, "", kAll, "report a failure as one JSON object",
      [](S& s, V) { s.JsonErrors = true; }},
     {"color", 0, "auto|always|never", kAll, "when to use colours; with auto, NO_COLOR in the environment turns them off",
-     [](S& s, V v) { s.Color = colorChoice(v); }},
+     [](S& s, V v) { s.Color = chosen("color", v, kColors); }},
     {"version", 0, "", kProgram, "print the version, features and components",
      [](S& s, V) { s.ShowVersion = true; }},
 };

@@ -8,9 +8,9 @@ namespace {
 // clang-format off
 const OptionRow kOptions[] = {
     {"ca-file", 0, "FILE", kTransfers, "PEM file of certificates to trust in addition to those in the system's folder",
-     [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }},
+     [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }, {.OtherNames = "cacert ca-certificate"}},
     {"no-verify", 'k', "", kTransfers, "accept any certificate: anyone on the path can read and change everything",
-     [](S& s, V) { s.VerifyPeer = false; }},
+     [](S& s, V) { s.VerifyPeer = false; }, {.OtherNames = "insecure no-check-certificate"}},
     {"no-verify-name", 0, "", kTransfers, "accept a trusted certificate for another host name: its owner can pose as the server",
      [](S& s, V) { s.VerifyName = false; }},
 };

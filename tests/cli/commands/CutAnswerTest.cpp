@@ -136,7 +136,7 @@ TEST_F(CutAnswer, LeavesTheOldFileAndMakesNoObject) {
         EXPECT_THAT(runAgainst(playing(row.Answer), {"save", "--force", "URL", "old"}, here()), ended(row.Status));
         EXPECT_EQ(readFile(file("old")), "old");
         EXPECT_EQ(names(), Words{"old"});
-        const Exchanged shown = runAgainst(playing(row.Answer), {"send", "--json", "URL"});
+        const Exchanged shown = runAgainst(playing(row.Answer), {"send", "--format", "json", "URL"});
         EXPECT_THAT(shown, ended(row.Status, ""));
         EXPECT_EQ(json::parse(shown.Err)["exit"], shown.Status);
     }

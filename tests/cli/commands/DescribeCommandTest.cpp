@@ -18,7 +18,7 @@ TEST(DescribeCommand, ListsEveryPropertyAndMethod) {
 }
 
 TEST(DescribeCommand, ShowsTheSignaturesInJson) {
-    const Outcome outcome = run({"describe", "--json"});
+    const Outcome outcome = run({"describe", "--format", "json"});
     EXPECT_EQ(outcome.Status, 0) << outcome.Err;
     const auto description = nlohmann::json::parse(outcome.Out);
     EXPECT_EQ(description.at("properties").size(), 24u);

@@ -36,6 +36,15 @@ void expectFailures(const std::vector<FailureCase>& cases) {
     }
 }
 
+TEST(FailedCommand, IsSilentWhenAsked) {
+    const auto told = StartsWith("netrove: VANTIK:webservices:MalformedURL: ");
+    EXPECT_THAT(run({"get", "-s", "http://a b/"}), ended(3, "", ""));
+    EXPECT_THAT(run({"get", "-sS", "http://a b/"}), ended(3, "", told));
+    EXPECT_THAT(run({"get", "-s", "--json-errors", "http://a b/"}), ended(3, "", StartsWith("{")));
+    // Notes are messages too, failures or not.
+    EXPECT_THAT(run({"get", "-sS", "-v", "http://a b/"}), ended(3, "", told));
+}
+
 TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
     const auto withoutHint = Not(HasSubstr("Hint:"));
     const auto noScheme = AllOf(HasSubstr("Hint: put http:// or https:// in front of it.\n"), Not(HasSubstr("quotes")));

@@ -76,8 +76,9 @@ TEST_F(PeakMemory, TwoLayersAreWholeOrAFailure) {
 }
 
 TEST_F(PeakMemory, ContentForAnObjectEndsAtItsLimit) {
-    EXPECT_THAT(peakOf(response(gzippedZeros(kMuch), {"Content-Encoding: gzip"}), {"send", "--json", "URL"}).Result,
-                ended(23, _, HasSubstr("NETROVE:cli:ContentTooLarge")));
+    EXPECT_THAT(
+        peakOf(response(gzippedZeros(kMuch), {"Content-Encoding: gzip"}), {"send", "--format", "json", "URL"}).Result,
+        ended(23, _, HasSubstr("NETROVE:cli:ContentTooLarge")));
 }
 
 TEST_F(PeakMemory, TrailersWithoutAnEndAreAFailure) {

@@ -12,7 +12,7 @@ Surroundings withProxy(const std::string& proxy) {
 }
 
 nlohmann::json shownJson(const Words& more, const Surroundings& around = {}) {
-    return nlohmann::json::parse(run(Words{"proxy", "--json"} + more, around).Out);
+    return nlohmann::json::parse(run(Words{"proxy", "--format", "json"} + more, around).Out);
 }
 
 TEST(ProxyCommand, WithoutSettingsTheConnectionIsDirect) {

@@ -1,4 +1,4 @@
-// `send --json`: one object for programs.
+// `send --format json`: one object for programs.
 #include "tests/cli/ProgramFixture.h"
 #include "tests/support/server/UnreachablePorts.h"
 
@@ -14,7 +14,7 @@ struct Shown : Exchanged {
 };
 
 Shown show(const Script& script, const Words& more = {}) {
-    Shown shown{runAgainst(script, Words{"send", "--json", "URL/a"} + more), {}};
+    Shown shown{runAgainst(script, Words{"send", "--format", "json", "URL/a"} + more), {}};
     EXPECT_EQ(shown.Status, 0) << shown.Err;
     EXPECT_EQ(shown.Err, "");
     EXPECT_TRUE(shown.Out.ends_with("}\n"));
@@ -80,10 +80,10 @@ TEST(SendJson, RefusesContentBeyondItsLimit) {
     const Shown held = show(endless(kMost));
     EXPECT_EQ(held.Object.at("bytes"), kMost);
     EXPECT_EQ(held.Object.at("content").get<std::string>().size(), kMost);
-    EXPECT_THAT(runAgainst(endless(kMost + 1), {"send", "--json", "URL"}),
+    EXPECT_THAT(runAgainst(endless(kMost + 1), {"send", "--format", "json", "URL"}),
                 ended(23, "",
                       "{\"identifier\":\"NETROVE:cli:ContentTooLarge\",\"message\":\"the content is larger than "
-                      "16 MiB, the most that --json puts into its object; use --output FILE\","
+                      "16 MiB, the most that --format json puts into its object; use --output FILE\","
                       "\"arguments\":[16777216],\"exit\":23}\n"));
 }
 
@@ -100,7 +100,7 @@ TEST(SendJson, CountsRedirectsAndNamesTheLastUrl) {
 
 TEST(SendJson, AFailureIsAnObjectToo) {
     const RefusingPort port;
-    const Outcome outcome = run({"send", "--json", port.url()});
+    const Outcome outcome = run({"send", "--format", "json", port.url()});
     EXPECT_THAT(outcome, ended(7, ""));
     EXPECT_EQ(json::parse(outcome.Err).at("identifier"), "VANTIK:webservices:ConnectionRefused");
 }

@@ -38,6 +38,8 @@ Settings parsed(const std::string& line) {
     return parse(wordsOf(line)).Settings;
 }
 
+constexpr double kNever = std::numeric_limits<double>::infinity();
+
 // The text of the usage failure, which is one line.
 std::string refusal(const Words& words) {
     const vantik::Message message = testsupport::failureOf([&] { parse(words); });
@@ -96,6 +98,81 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
     EXPECT_EQ(s.Color, ColorChoice::Never);
 }
 
+TEST(OptionParser, TimesHaveUnitsAndPlainNumbersKeepTheirs) {
+    const std::pair<const char*, double> limits[] = {{"250", 250},     {"250ms", 250},    {"1.5s", 1500},
+                                                     {"2m", 120'000},  {"1h", 3'600'000}, {"0s", kNever},
+                                                     {"0.5m", 30'000}, {"1e3ms", 1000}};
+    for (const auto& [text, wanted] : limits) {
+        const Settings s = parsed("get URL --connect-timeout " + std::string(text) + " --response-timeout " + text +
+                                  " --data-timeout " + text);
+        EXPECT_EQ(s.ConnectTimeout, wanted) << text;
+        EXPECT_EQ(s.ResponseTimeout, wanted) << text;
+        EXPECT_EQ(s.DataTimeout, wanted) << text;
+    }
+    const std::pair<const char*, double> times[] = {
+        {"1.5", 1.5}, {"500ms", 0.5}, {"10s", 10}, {"2m", 120}, {"1h", 3600}};
+    for (const auto& [text, wanted] : times) {
+        EXPECT_DOUBLE_EQ(parsed("get URL -m " + std::string(text)).MaxTime.value(), wanted) << text;
+        EXPECT_DOUBLE_EQ(parsed("batch list --retry-max-wait 2h --retry-wait " + std::string(text)).Batch.RetryWait,
+                         wanted)
+            << text;
+    }
+}
+
+TEST(OptionParser, SilenceIsOfProgressAndMessages) {
+    struct Row {
+        const char* Line;
+        bool Silent;
+        bool HidesFailures;
+        std::optional<bool> Progress;
+    };
+    const Row rows[] = {
+        {"get URL", false, false, std::nullopt},
+        {"get -s URL", true, true, false},
+        {"get -sS URL", true, false, false},
+        {"save -S -s URL", true, false, false},
+        {"get -S URL", false, false, std::nullopt},
+        {"get -s --progress URL", true, true, true},
+        {"get -s --json-errors URL", true, false, false},
+        {"get --silent --show-error URL", true, false, false},
+        {"get -fsSL URL", true, false, false},
+        {"get -# URL", false, false, true},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.Line);
+        const Settings s = parsed(row.Line);
+        EXPECT_EQ(s.Silent, row.Silent);
+        EXPECT_EQ(s.hidesFailures(), row.HidesFailures);
+        EXPECT_EQ(s.Progress, row.Progress);
+    }
+}
+
+TEST(OptionParser, NamesOfOtherProgramsAreUnderstood) {
+    const Settings s = parsed("send URL --request PATCH --header A:1 --data x --output-document out --show-headers "
+                              "--max-redirs 3 --check-status --http-user me --http-password pw --insecure -#");
+    EXPECT_EQ(s.Method, "PATCH");
+    EXPECT_EQ(s.Fields, (std::vector<netrove::Field>{{"A", "1"}}));
+    EXPECT_EQ(s.BodyText, "x");
+    EXPECT_EQ(s.OutputFile, "out");
+    EXPECT_TRUE(s.Include && s.Fail && !s.VerifyPeer);
+    EXPECT_EQ(s.redirectLimit(), 3);
+    EXPECT_EQ(s.User, "me");
+    EXPECT_EQ(s.Password, "pw");
+    EXPECT_EQ(s.Progress, true);
+    EXPECT_EQ(parsed("send URL --upload-file f --cacert ca.pem").StreamFile, "f");
+    EXPECT_EQ(parsed("send URL --upload-file f --cacert ca.pem").CaFile, "ca.pem");
+    EXPECT_EQ(parsed("batch list --parallel-max 7").Batch.Jobs, 7);
+    EXPECT_EQ(refusal("get URL --data x"), "unknown option '--data' for get; send has it");
+}
+
+TEST(OptionParser, FormatsAreNamed) {
+    for (const char* line : {"send URL", "proxy URL", "describe", "batch list"}) {
+        EXPECT_FALSE(parsed(line).json()) << line;
+        EXPECT_TRUE(parsed(std::string(line) + " --format json").json()) << line;
+        EXPECT_FALSE(parsed(std::string(line) + " --format json --format text").json()) << line;
+    }
+}
+
 TEST(OptionParser, TheLastOfContradictingOptionsCounts) {
     EXPECT_EQ(parsed("send -L --no-follow URL").redirectLimit(), 0);
     EXPECT_EQ(parsed("send --no-follow -v -L URL").redirectLimit(), 20);
@@ -131,11 +208,11 @@ TEST(OptionParser, RefusesWhatContradictsItself) {
         send -X GET -d a URL; send -X head -d a URL; send -T f --simple URL; send --chunked URL; get -o '' URL;
         send --buffer-size 10 URL; send -T f --buffer-size 0 URL; send -T f --buffer-size 65M URL; send --body-file '' URL; get --ca-file '' URL;
         get --ca-file x -k URL; get --follow -1 URL; get --follow many URL; get --connect-timeout nan URL;
-        get --connect-timeout -1 URL; get --response-timeout 1e12 URL; get --data-timeout 10s URL; get -m 1,5 URL;
+        get --connect-timeout -1 URL; get --response-timeout 1e12 URL; get --data-timeout 10d URL; get --data-timeout s URL; get --data-timeout -1s URL; get --data-timeout 600h URL; get -m 0.5ms URL; get -m 1,5 URL;
         get --color pink URL; get --auth basic URL; get -u me --auth magic URL; get -u me --auth '' URL;
         get --password pw URL; get --proxy-password pw URL; get -u me:pw --auth basic --simple URL;
         get -x p:99999 URL; get -x ftp://h:80 URL; get -x p:3128/path URL; save URL -; describe URL;
-        proxy -X GET URL; send --json -i URL; send --json -o - URL)");
+        proxy -X GET URL; send --format json -i URL; send --format json -o - URL; send --format xml URL)");
     for (std::string line; std::getline(lines, line, ';');) {
         SCOPED_TRACE(line);
         refusal(line);
@@ -164,12 +241,17 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"version", "unknown command 'version'; did you mean --version?"},
         {"-V", "unknown option '-V'; did you mean --version?"},
         {"get --ouput=x URL", "unknown option '--ouput' for get; did you mean --output?"},
+        {"get --hedaer=x URL", "unknown option '--hedaer' for get; did you mean --header?"},
         {"get URL more", "unexpected argument 'more' for get"},
         {"get -o", "--output needs a value"},
         {"get -X POST URL", "unknown option '-X' for get; send has it"},
         {"get -d a=b URL", "unknown option '-d' for get; send has it"},
         {"save -ox URL", "unknown option '-o' for save; get and send have it"},
         {"get --jobs=3 URL", "unknown option '--jobs' for get; batch has it"},
+        {"proxy --json URL", "unknown option '--json' for proxy; use --format json"},
+        {"describe --json", "unknown option '--json' for describe; use --format json"},
+        {"get -w x URL", "unknown option '-w' for get; use send --format json, which prints status, fields and times"},
+        {"save --read-timeout=9 URL", "unknown option '--read-timeout' for save; use --data-timeout"},
         {"demo --location", "unknown option '--location' for demo; get, save, send and batch have it"},
         {"-i URL", "unknown option '-i'; get and send have it"},
         {"get -psecret URL", "unknown option '-p' for get"},
@@ -177,12 +259,15 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"http://alice:s3cr3t/@h/", "no command; try 'netrove get http://***@h/'"},
         {"get URL alice:s3cr3t@h/x", "unexpected argument '***@h/x' for get"},
         {"get --connect-timeout abc URL",
-         "'abc' is not a valid value for --connect-timeout; it takes a number from 0 to 2147483647"},
-        {"get -m 0 URL", "'0' is not a valid value for --max-time; it takes a number from 0.001 to 100000000"},
+         "'abc' is not a valid value for --connect-timeout; "
+         "it takes milliseconds from 0 to 2147483647, or a time such as 500ms, 10s, 2m or 1h"},
+        {"get -m 0 URL",
+         "'0' is not a valid value for --max-time; it takes seconds from 0.001 to 100000000, or a time such as "
+         "500ms, 10s, 2m or 1h"},
         {"batch --jobs 65 list", "'65' is not a valid value for --jobs; it takes a whole number from 1 to 64"},
         {"get --debug 7 URL", "'7' is not a valid value for --debug; it takes a whole number from 0 to 2"},
-        {"send -T f --buffer-size 1G URL",
-         "'1G' is not a valid value for --buffer-size; it takes a whole number from 1 to 64M, which k or M may follow"},
+        {"send -T f --buffer-size 1G URL", "'1G' is not a valid value for --buffer-size; it takes a whole number from "
+                                           "1 to 64M, which k, M or G may follow"},
     };
     for (const auto& [line, text] : rows) {
         EXPECT_EQ(refusal(std::string(line)), text);

@@ -1,0 +1,77 @@
+#include "cli/options/ForeignOptions.h"
+
+#include "cli/options/OptionTable.h"
+
+#include <algorithm>
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr std::string_view kAddresses = "addresses of both kinds are tried, and the first that answers is used";
+constexpr std::string_view kVersions =
+    "leave it out: HTTP/2 is used where server and proxy offer it over TLS, otherwise HTTP/1.1";
+constexpr std::string_view kClientCertificate = "client certificates are not supported";
+constexpr std::string_view kTlsSettings = "the configuration of OpenSSL (openssl.cnf) decides";
+constexpr std::string_view kSocks = "use --proxy with socks5:// or socks4:// in front";
+
+// clang-format off
+constexpr ForeignOption kForeign[] = {
+    {"--json", "use --format json", kProxy | kDescribe | kBatch},
+    {"-4 --ipv4 --inet4-only -6 --ipv6 --inet6-only", kAddresses, kTransfers},
+    {"-0 --http1.0 --http1.1 --http2 --http2-prior-knowledge --http3", kVersions, kTransfers},
+    {"-w --write-out", "use send --format json, which prints status, fields and times", kTransfers},
+    {"-D --dump-header --save-headers", "use --include, or send --format json", kTransfers},
+    {"-c --cookie-jar --save-cookies --session", "cookies are not kept between runs", kTransfers},
+    {"-E --cert --key --certificate --private-key --cert-key", kClientCertificate, kTransfers},
+    {"--capath --ca-directory", "use --ca-file", kTransfers},
+    {"--tlsv1.2 --tlsv1.3 --tls-max --ciphers --tls13-ciphers --secure-protocol --ssl", kTlsSettings, kTransfers},
+    {"--resolve --connect-to", "add the name to /etc/hosts", kTransfers},
+    {"--basic --digest --ntlm --negotiate --anyauth", "use --auth with basic, digest, ntlm or negotiate", kTransfers},
+    {"--proxy-basic --proxy-digest --proxy-ntlm --proxy-negotiate --proxy-anyauth", "use --proxy-auth with basic, digest, ntlm or negotiate", kTransfers},
+    {"--socks4 --socks4a --socks5 --socks5-hostname", kSocks, kTransfers},
+    {"--trace --trace-ascii", "use --debug 2", kSingle},
+    {"--stderr", "redirect standard error: 2> FILE", kTransfers},
+    {"-g --globoff", "leave it out: braces and brackets in a URL are sent as they are", kTransfers},
+    {"-N --no-buffer", "leave it out: content is written as it arrives", kTransfers},
+    {"-q --disable", "use --silent to show nothing", kTransfers},
+    {"-M --manual", "use netrove help man", kAll},
+    {"-t --tries", "use --retry", kTransfers},
+    {"--timeout", "use --max-time, --connect-timeout, --response-timeout or --data-timeout", kTransfers},
+    {"-y -Y --speed-time --speed-limit --read-timeout --lowest-speed-limit", "use --data-timeout", kTransfers},
+    {"-U", "use --proxy-user for a proxy", kTransfers},
+    {"-a", "use --user", kTransfers},
+    {"-P --directory-prefix --dir", "name the folder: netrove save URL FOLDER/", kSave},
+    {"--page-requisites --recursive --mirror", "only URLs that are named are fetched; a list of them: netrove batch", kTransfers},
+    {"--input-file --force-html", "use netrove batch FILE", kSingle},
+};
+// clang-format on
+
+// Whether `name` is one of `names`, which are separated by blanks.
+bool isOneOf(std::string_view names, std::string_view name) {
+    for (std::size_t start = 0; start < names.size();) {
+        const auto end = std::min(names.find(' ', start), names.size());
+        if (names.substr(start, end - start) == name) {
+            return true;
+        }
+        start = end + 1;
+    }
+    return false;
+}
+
+} // namespace
+
+std::span<const ForeignOption> foreignOptions() {
+    return kForeign;
+}
+
+std::string_view insteadOf(std::string_view name, unsigned commands) {
+    for (const ForeignOption& row : kForeign) {
+        if ((row.Commands & commands) != 0 && isOneOf(row.Names, name)) {
+            return row.Instead;
+        }
+    }
+    return {};
+}
+
+} // namespace netrove::cli
