@@ -5,7 +5,8 @@
 #include "cli/failures/Hints.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/ForeignOptions.h"
-#include "cli/options/Reference.h"
+#include "cli/options/pages/Help.h"
+#include "cli/options/pages/Reference.h"
 
 #include <CLI/CLI.hpp>
 #include <netrove/refusedurl.h>
@@ -21,9 +22,6 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::size_t kHelpNameWidth = 34;
-constexpr std::size_t kHelpTextWidth = 64;
-
 std::string optionNames(const OptionRow& row) {
     std::string names = row.ShortName == 0 ? "" : std::string("-") + row.ShortName;
     for (const std::string& name : longNames(row)) {
@@ -37,42 +35,32 @@ void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
     CLI::Option* option = nullptr;
     const auto apply = row.Apply;
     if (row.ValueName.empty()) {
-        option = app.add_flag_function(
-            optionNames(row),
-            [apply, &result](std::int64_t count) {
-                if (count > 0) {
-                    apply(result.Settings, "");
-                }
-            },
-            wrapped(row.Help, kHelpTextWidth));
+        option = app.add_flag_function(optionNames(row), [apply, &result](std::int64_t count) {
+            if (count > 0) {
+                apply(result.Settings, "");
+            }
+        });
     } else {
-        option = app.add_option(
-            optionNames(row),
-            [apply, secret = row.Traits.Secret, &result](const CLI::results_t& values) {
-                for (const std::string& value : values) {
-                    apply(result.Settings, value);
-                    if (secret != Secrecy::None) {
-                        result.Secrets.push_back({value, secret});
-                    }
-                }
-                return true;
-            },
-            wrapped(row.Help, kHelpTextWidth));
+        option = app.add_option(optionNames(row),
+                                [apply, secret = row.Traits.Secret, &result](const CLI::results_t& values) {
+                                    for (const std::string& value : values) {
+                                        apply(result.Settings, value);
+                                        if (secret != Secrecy::None) {
+                                            result.Secrets.push_back({value, secret});
+                                        }
+                                    }
+                                    return true;
+                                });
         option->type_size(1)->expected(1)->type_name(std::string(row.ValueName));
         option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
-    option->group(std::string(row.Group))->trigger_on_parse();
-}
-
-// Last, so that its group comes where the table has it.
-void addHelp(CLI::App& app) {
-    app.set_help_flag("-h,--help", "print this help")->group(std::string(optionTable().back().Group));
+    option->trigger_on_parse();
 }
 
 void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     Settings& settings = result.Settings;
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
-    sub->set_help_flag();
+    sub->set_help_flag("-h,--help");
     if (command.Url) {
         sub->add_option("URL", settings.Url, "http or https URL")->required()->type_name("");
     }
@@ -93,24 +81,41 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
             addOption(*sub, row, result);
         }
     }
-    addHelp(*sub);
     sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
-    if ((command.Set & kTransfers) != 0) {
-        sub->footer("Exit status:\n" + exitLines(2));
-    }
+}
+
+const CommandRow* commandNamed(std::string_view name) {
+    const auto found = std::ranges::find(commandTable(), name, &CommandRow::Name);
+    return found == commandTable().end() ? nullptr : &*found;
 }
 
 // A command has its own help, everything else is a topic.
-std::string helpOn(const CLI::App& app, const std::string& topic) {
+std::string helpOn(const std::string& topic) {
     if (topic.empty()) {
-        return topicList();
+        return topicList(helpColumns());
     }
-    for (const CommandRow& command : commandTable()) {
-        if (command.Name == topic) {
-            return app.get_subcommand(topic)->help("netrove");
-        }
+    if (const CommandRow* command = commandNamed(topic)) {
+        return commandHelp(*command, helpColumns(), false);
     }
-    return helpTopic(topic);
+    return helpTopic(topic, helpColumns());
+}
+
+// What --help asks for: the word after it may say what about.
+std::string helpAsked(const CLI::App& app, int argc, const char* const* argv) {
+    std::string_view about;
+    for (int i = 1; i + 1 < argc && about.empty(); ++i) {
+        const std::string_view word = argv[i];
+        about = word == "--help" || word == "-h" ? std::string_view(argv[i + 1]) : std::string_view();
+    }
+    if (about.starts_with('-')) {
+        about = {};
+    }
+    const auto chosen = app.get_subcommands();
+    const std::vector<std::string> topics = topicNames();
+    if (!chosen.empty() && (about.empty() || about == "all" || std::ranges::find(topics, about) == topics.end())) {
+        return commandHelp(*commandNamed(chosen.front()->get_name()), helpColumns(), about == "all");
+    }
+    return about.empty() ? programHelp(helpColumns()) : helpOn(std::string(about));
 }
 
 // Every failure is one line.
@@ -125,12 +130,8 @@ std::string suggestion(std::string_view word, const std::vector<std::string>& kn
 }
 
 unsigned commandSet(std::string_view name) {
-    for (const CommandRow& command : commandTable()) {
-        if (command.Name == name) {
-            return command.Set;
-        }
-    }
-    return 0;
+    const CommandRow* command = commandNamed(name);
+    return command == nullptr ? 0 : command->Set;
 }
 
 // "--name" without its value, or a letter without what follows it, which may be a password.
@@ -235,25 +236,21 @@ std::string_view secretPart(const SecretValue& value) {
 
 ParseResult parseCommandLine(int argc, const char* const* argv) {
     ParseResult result;
-    CLI::App app("HTTP client on the netrove module", "netrove");
-    app.set_help_flag();
+    CLI::App app("", "netrove");
+    app.set_help_flag("-h,--help");
     app.require_subcommand(0, 1);
-    app.get_formatter()->column_width(kHelpNameWidth);
     for (const OptionRow& row : optionTable()) {
         if ((row.Commands & kProgram) != 0) {
             addOption(app, row, result);
         }
     }
-    addHelp(app);
     for (const CommandRow& command : commandTable()) {
         addCommand(app, command, result);
     }
-    app.footer("'netrove COMMAND --help' lists the options of a command, 'netrove help' the topics.");
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
-        const auto chosen = app.get_subcommands();
-        result.Help = chosen.empty() ? app.help() : chosen.front()->help("netrove");
+        result.Help = helpAsked(app, argc, argv);
         return result;
     } catch (const CLI::ExtrasError&) {
         failOnExtras(app);
@@ -267,7 +264,7 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         failUsage(firstLine(error.what()));
     }
     if (result.Settings.Command == Command::Help) {
-        result.Help = helpOn(app, result.Settings.Topic);
+        result.Help = helpOn(result.Settings.Topic);
         return result;
     }
     if (result.Settings.Command == Command::None && !result.Settings.ShowVersion) {

@@ -10,15 +10,15 @@ constexpr int kMostJobs = 64;
 // clang-format off
 const OptionRow kOptions[] = {
     {"jobs", 'j', "N", kBatch, "transfers at a time, 1 to 64 (default 4)",
-     [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "parallel-max max-threads max-concurrent-downloads"}},
+     [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "parallel-max max-threads max-concurrent-downloads", .Common = kBatch}},
     {"shard", 0, "I/N", kBatch, "do part I of N of the manifest, counted from 1; by default what Slurm, Open MPI or GNU parallel say, if anything. 1/1 does everything",
      [](S& s, V v) { s.Batch.Shard = nonEmpty("shard", v); }},
     {"journal", 0, "FILE", kBatch, "record in this file what is done, so that a stopped run can be resumed; shards add their number (default: MANIFEST.journal)",
-     [](S& s, V v) { s.Batch.Journal = nonEmpty("journal", v); }},
+     [](S& s, V v) { s.Batch.Journal = nonEmpty("journal", v); }, {.Common = kBatch}},
     {"no-journal", 0, "", kBatch, "keep no journal and do every line",
      [](S& s, V) { s.Batch.NoJournal = true; }},
     {"dry-run", 0, "", kBatch, "check the manifest and print what would be done",
-     [](S& s, V) { s.Batch.DryRun = true; }},
+     [](S& s, V) { s.Batch.DryRun = true; }, {.Common = kBatch}},
 };
 // clang-format on
 

@@ -15,11 +15,11 @@ void addBody(Settings& settings, const std::string& text) {
 // clang-format off
 const OptionRow kOptions[] = {
     {"body", 'd', "TEXT", kSend, "body text, or @FILE to read it from a file; several are joined with '&'. Sent as a form unless -H sets another Content-Type",
-     addBody, {.OtherNames = "data body-data post-data"}},
+     addBody, {.OtherNames = "data body-data post-data", .Common = kSend}},
     {"body-file", 0, "FILE", kSend, "read the body from a file into memory; '-' is standard input",
      [](S& s, V v) { s.BodyFile = nonEmpty("body-file", v); }, {.OtherNames = "post-file"}},
     {"stream-file", 'T', "FILE", kSend, "stream the body from a file through a provider object; '-' is standard input",
-     [](S& s, V v) { s.StreamFile = nonEmpty("stream-file", v); }, {.OtherNames = "upload-file"}},
+     [](S& s, V v) { s.StreamFile = nonEmpty("stream-file", v); }, {.OtherNames = "upload-file", .Common = kSend}},
     {"buffer-size", 0, "N", kSend, "bytes to ask the provider for at a time; k means 1024, M 1048576",
      [](S& s, V v) { s.BufferSize = byteSize("buffer-size", v, kLargestBuffer); }},
     {"chunked", 0, "", kSend, "do not send the length of the body, even if it is known",

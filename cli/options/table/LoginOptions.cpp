@@ -21,7 +21,7 @@ void takeUser(std::optional<std::string>& user, std::optional<std::string>& pass
 // clang-format off
 const OptionRow kOptions[] = {
     {"user", 'u', "NAME", kTransfers, "user name, or NAME:PASSWORD. Allows the schemes basic and digest unless --auth says otherwise",
-     [](S& s, V v) { takeUser(s.User, s.Password, v); }, {.Secret = Secrecy::AfterColon, .OtherNames = "http-user"}},
+     [](S& s, V v) { takeUser(s.User, s.Password, v); }, {.Secret = Secrecy::AfterColon, .OtherNames = "http-user", .Common = kTransfers}},
     {"password", 0, "TEXT", kTransfers, "password; better set in NETROVE_PASSWORD or typed at the prompt",
      [](S& s, V v) { s.Password = v; }, {.Secret = Secrecy::Whole, .OtherNames = "http-password http-passwd"}},
     {"auth", 0, "LIST", kTransfers, "authentication schemes, separated by commas: basic, digest, ntlm, negotiate",

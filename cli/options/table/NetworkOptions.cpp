@@ -16,7 +16,7 @@ void takeProxy(Settings& settings, const std::string& text) {
 // clang-format off
 const OptionRow kOptions[] = {
     {"proxy", 'x', "HOST:PORT|auto|none", kTransfers, "proxy to use, with http:// (port 80 by default), https:// (443), socks4://, socks4a://, socks5:// or socks5h:// (1080) in front if needed. auto (the default) uses the environment and the desktop's settings, none connects directly",
-     takeProxy, {.Secret = Secrecy::BeforeAt, .OtherNames = "all-proxy"}},
+     takeProxy, {.Secret = Secrecy::BeforeAt, .OtherNames = "all-proxy", .Common = kTransfers}},
     {"connect-timeout", 0, "MS", kTransfers, "longest wait for a connection in milliseconds, or with a unit (500ms, 10s, 2m, 1h); 0 for no limit (default 30000)",
      [](S& s, V v) { s.ConnectTimeout = limitMs("connect-timeout", v); }},
     {"response-timeout", 0, "MS", kTransfers, "longest silence before the response, 0 for no limit (default 300000)",
@@ -24,7 +24,7 @@ const OptionRow kOptions[] = {
     {"data-timeout", 0, "MS", kTransfers, "longest silence while content is transferred, 0 for no limit (default 300000)",
      [](S& s, V v) { s.DataTimeout = limitMs("data-timeout", v); }},
     {"max-time", 'm', "S", kTransfers, "longest time in seconds for everything, with batch for each attempt; may have a fraction or a unit (500ms, 2m)",
-     [](S& s, V v) { s.MaxTime = seconds("max-time", v, 0.001, kLongestSeconds); }},
+     [](S& s, V v) { s.MaxTime = seconds("max-time", v, 0.001, kLongestSeconds); }, {.Common = kTransfers}},
 };
 // clang-format on
 

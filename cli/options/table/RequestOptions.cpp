@@ -19,9 +19,9 @@ void addFields(Settings& settings, const std::string& text) {
 // clang-format off
 const OptionRow kOptions[] = {
     {"method", 'X', "M", kSend, "request method (default: GET, with a body POST, with a streamed one PUT)",
-     [](S& s, V v) { checkMethod(v); s.Method = v; }, {.OtherNames = "request"}},
+     [](S& s, V v) { checkMethod(v); s.Method = v; }, {.OtherNames = "request", .Common = kSend}},
     {"field", 'H', "'NAME: VALUE'|@FILE", kTransfers, "add a header field; @FILE reads one per line from a file, where other users cannot see them ('@-': standard input). 'NAME:' leaves out the field that the library adds. Repeatable",
-     addFields, {.Secret = Secrecy::FieldValue, .OtherNames = "header"}},
+     addFields, {.Secret = Secrecy::FieldValue, .OtherNames = "header", .Common = kTransfers}},
     {"remove-field", 0, "NAME", kTransfers, "leave out all header fields with that name. Repeatable",
      [](S& s, V v) { checkFieldName(v); s.RemovedFields.push_back(v); }},
     {"simple", 0, "", kSingle, "use the older interface: every authentication scheme is allowed, and a status outside 200 to 299 is a failure",

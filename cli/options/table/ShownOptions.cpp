@@ -16,7 +16,7 @@ constexpr Choice<OutputFormat> kFormats[] = {{"text", OutputFormat::Text}, {"jso
 // clang-format off
 const OptionRow kOptions[] = {
     {"silent", 's', "", kTransfers, "show no progress and no messages, not even of failures, which the exit status still says; with -S failures are shown",
-     [](S& s, V) { s.Silent = true; }, {.OtherNames = "quiet"}},
+     [](S& s, V) { s.Silent = true; }, {.OtherNames = "quiet", .Common = kTransfers}},
     {"show-error", 'S', "", kTransfers, "show failures in spite of -s",
      [](S& s, V) { s.ShowErrors = true; }, {.OtherNames = "show-errors"}},
     {"progress", '#', "", kTransfers, "show progress even if standard error is not a terminal",
@@ -24,19 +24,19 @@ const OptionRow kOptions[] = {
     {"no-progress", 0, "", kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
     {"verbose", 'v', "", kSingle, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
-     [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }},
+     [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }, {.Common = kSingle}},
     {"debug", 0, "N", kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
     {"format", 0, "text|json", kSend | kBatch | kProxy | kDescribe, "form of what is printed; json with send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
-     [](S& s, V v) { s.Format = chosen("format", v, kFormats); }},
+     [](S& s, V v) { s.Format = chosen("format", v, kFormats); }, {.Common = kSend | kProxy | kDescribe}},
     {"show-password", 0, "", kProxy, "print the password instead of ***",
-     [](S& s, V) { s.ShowPassword = true; }},
+     [](S& s, V) { s.ShowPassword = true; }, {.Common = kProxy}},
     {"json-errors", 0, "", kAll, "report a failure as one JSON object",
      [](S& s, V) { s.JsonErrors = true; }},
     {"color", 0, "auto|always|never", kAll, "when to use colours; with auto, NO_COLOR in the environment turns them off",
      [](S& s, V v) { s.Color = chosen("color", v, kColors); }},
     {"version", 0, "", kProgram, "print the version, features and components",
-     [](S& s, V) { s.ShowVersion = true; }},
+     [](S& s, V) { s.ShowVersion = true; }, {.Common = kProgram}},
 };
 // clang-format on
 

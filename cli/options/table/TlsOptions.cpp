@@ -10,7 +10,7 @@ const OptionRow kOptions[] = {
     {"ca-file", 0, "FILE", kTransfers, "PEM file of certificates to trust in addition to those in the system's folder",
      [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }, {.OtherNames = "cacert ca-certificate"}},
     {"no-verify", 'k', "", kTransfers, "accept any certificate: anyone on the path can read and change everything",
-     [](S& s, V) { s.VerifyPeer = false; }, {.OtherNames = "insecure no-check-certificate"}},
+     [](S& s, V) { s.VerifyPeer = false; }, {.OtherNames = "insecure no-check-certificate", .Common = kTransfers}},
     {"no-verify-name", 0, "", kTransfers, "accept a trusted certificate for another host name: its owner can pose as the server",
      [](S& s, V) { s.VerifyName = false; }},
 };

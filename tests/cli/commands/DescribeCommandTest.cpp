@@ -44,7 +44,7 @@ TEST(VersionOption, NamesTheProgramAndWhatItIsMadeOf) {
 }
 
 TEST(HelpOption, WritesToStandardOutput) {
-    for (const Words& words : {Words{"--help"}, {"get", "--help"}}) {
+    for (const Words& words : {Words{"--help"}, {"get", "--help"}, {"get", "--help", "all"}}) {
         EXPECT_THAT(run(words), ended(0, Not(""), ""));
     }
 }

@@ -41,8 +41,7 @@ TEST(FailedCommand, IsSilentWhenAsked) {
     EXPECT_THAT(run({"get", "-s", "http://a b/"}), ended(3, "", ""));
     EXPECT_THAT(run({"get", "-sS", "http://a b/"}), ended(3, "", told));
     EXPECT_THAT(run({"get", "-s", "--json-errors", "http://a b/"}), ended(3, "", StartsWith("{")));
-    // Notes are messages too, failures or not.
-    EXPECT_THAT(run({"get", "-sS", "-v", "http://a b/"}), ended(3, "", told));
+}), ended(3, "", told));
 }
 
 TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {

@@ -277,7 +277,10 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
 TEST(OptionParser, HelpIsTextAndNoFailure) {
     const std::pair<Words, Words> rows[] = {
         {{"--help"}, {"get", "save", "send", "proxy", "describe", "demo", "--version"}},
-        {{"send", "--help"}, {"-X,--method", "-T,--stream-file", "--no-verify", "130", "basic and digest"}},
+        {{"send", "--help"}, {"-X, --method", "-T, --stream-file", "--help all"}},
+        {{"send", "--help", "all"}, {"--no-verify-name", "130", "basic and digest"}},
+        {{"send", "-h", "tls"}, {"--ca-file FILE"}},
+        {{"--help", "all"}, {"--no-verify-name", "Environment"}},
         {{"help"}, {"  exit          exit statuses\n"}},
         {{"help", "exit"}, {"  130  interrupted (Ctrl-C)\n"}},
         {{"help", "tls"}, {"--ca-file FILE"}},
@@ -289,7 +292,7 @@ TEST(OptionParser, HelpIsTextAndNoFailure) {
     }
     EXPECT_EQ(parse({"help", "send"}).Help, parse({"send", "--help"}).Help);
     EXPECT_THAT(refusal("help nonsense"),
-                HasSubstr("no help on 'nonsense'; the topics are the commands and request, response"));
+                HasSubstr("no help on 'nonsense'; the topics are the commands and request, content, response"));
 }
 
 TEST(OptionParser, JsonErrorsAreNoticedBeforeTheParse) {

@@ -1,7 +1,7 @@
 // The manual page, in the macros of man(7).
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
-#include "cli/options/Reference.h"
+#include "cli/options/pages/Reference.h"
 
 namespace netrove::cli {
 

@@ -22,16 +22,13 @@ struct ExampleRow {
 };
 std::span<const ExampleRow> exampleTable();
 
-// `text` in lines of at most `width` columns, broken at blanks; each line after the first begins with `indent` blanks,
-// which are not counted.
-std::string wrapped(std::string_view text, std::size_t width, std::size_t indent = 0);
-// One line for each exit status, each after `indent` blanks.
-std::string exitLines(std::size_t indent);
+// One entry for each exit status, each after `indent` blanks.
+std::string exitLines(std::size_t indent, std::size_t columns);
 
-// What `netrove help TOPIC` prints; for an unknown topic a usage failure names the topics. Commands have their own
-// help.
-std::string helpTopic(std::string_view topic);
-std::string topicList();
+// What `netrove help TOPIC` prints, in lines of at most `columns`; for an unknown topic a usage failure names the
+// topics. Commands have their own help.
+std::string helpTopic(std::string_view topic, std::size_t columns);
+std::string topicList(std::size_t columns);
 std::vector<std::string> topicNames(); // without the commands
 
 std::string manPage(); // section 1, as roff

@@ -1,8 +1,9 @@
-#include "cli/options/Reference.h"
+#include "cli/options/pages/Reference.h"
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
+#include "cli/options/pages/Help.h"
 
 #include <netrove/text.h>
 
@@ -41,18 +42,8 @@ constexpr ExampleRow kExamples[] = {
 struct TopicRow {
     std::string_view Name;
     std::string_view Summary;
-    std::string (*Text)();
+    std::string (*Text)(std::size_t columns);
 };
-
-// "-x, --proxy HOST:PORT".
-std::string usageOf(const OptionRow& row) {
-    std::string text = row.ShortName == 0 ? "    " : std::string("-") + row.ShortName + ", ";
-    text += "--" + std::string(row.LongName);
-    if (!row.ValueName.empty()) {
-        text += " " + std::string(row.ValueName);
-    }
-    return text;
-}
 
 // Names of the commands that take an option, or "all commands".
 std::string commandsOf(const OptionRow& row) {
@@ -68,101 +59,80 @@ std::string commandsOf(const OptionRow& row) {
     return all ? "all commands" : names;
 }
 
-std::string entry(std::string_view name, std::string_view text) {
-    constexpr std::size_t indent = 6;
-    constexpr std::size_t width = 72;
-    return "  " + std::string(name) + "\n" + std::string(indent, ' ') + wrapped(text, width, indent) + "\n";
-}
-
-std::string groupText(std::string_view group) {
+std::string groupText(std::string_view group, std::size_t columns) {
     std::string text = std::string(group) + "\n\n";
     for (const OptionRow& row : optionTable()) {
         if (row.Group == group) {
-            text += entry(usageOf(row), std::string(row.Help) + " (" + commandsOf(row) + ")");
+            text += entry(usageOf(row), meaningOf(row) + " (" + commandsOf(row) + ")", columns);
         }
     }
     return text;
 }
 
-std::string exitText() {
-    return "Exit status\n\n" + exitLines(0);
+std::string exitText(std::size_t columns) {
+    return "Exit status\n\n" + exitLines(0, columns);
 }
 
-std::string environmentText() {
+std::string environmentText(std::size_t columns) {
     std::string text = "Environment\n\n";
     for (const EnvironmentRow& row : kEnvironment) {
-        text += entry(row.Name, row.Meaning);
+        text += entry(row.Name, row.Meaning, columns, 24);
     }
     return text;
 }
 
-std::string exampleText() {
+std::string exampleText(std::size_t columns) {
     std::string text = "Examples\n\n";
     for (const ExampleRow& row : kExamples) {
-        text += entry(row.Line, row.Meaning);
+        text +=
+            "  " + commandLines(row.Line, columns - 2, 10) + "\n      " + wrapped(row.Meaning, columns - 6, 6) + "\n";
     }
     return text;
 }
 
-std::string allText() {
+std::string allText(std::size_t columns) {
     std::string text;
     std::string_view group;
     for (const OptionRow& row : optionTable()) {
         if (row.Group != group) {
             group = row.Group;
-            text += groupText(group) + "\n";
+            text += groupText(group, columns) + "\n";
         }
     }
-    return text + exitText() + "\n" + environmentText() + "\n" + exampleText();
+    return text + exitText(columns) + "\n" + environmentText(columns) + "\n" + exampleText(columns);
 }
 
 constexpr TopicRow kTopics[] = {
-    {"request", "what is sent", [] { return groupText("Request"); }},
-    {"response", "what happens to the response", [] { return groupText("Response"); }},
-    {"transfers", "many transfers: jobs, retries, shards, journal", [] { return groupText("Many transfers"); }},
-    {"credentials", "users, passwords, schemes", [] { return groupText("Credentials"); }},
-    {"limits", "proxy and timeouts", [] { return groupText("Proxy and limits"); }},
-    {"tls", "certificates", [] { return groupText("TLS"); }},
-    {"output", "what is shown", [] { return groupText("What is shown"); }},
+    {"request", "what is sent", [](std::size_t columns) { return groupText("Request", columns); }},
+    {"content", "bodies of requests", [](std::size_t columns) { return groupText("Content", columns); }},
+    {"response", "what happens to the response", [](std::size_t columns) { return groupText("Response", columns); }},
+    {"transfers", "many transfers: jobs, shards, journal",
+     [](std::size_t columns) { return groupText("Many transfers", columns); }},
+    {"retries", "further attempts", [](std::size_t columns) { return groupText("Retries", columns); }},
+    {"credentials", "users, passwords, schemes", [](std::size_t columns) { return groupText("Credentials", columns); }},
+    {"limits", "proxy and timeouts", [](std::size_t columns) { return groupText("Proxy and limits", columns); }},
+    {"tls", "certificates", [](std::size_t columns) { return groupText("TLS", columns); }},
+    {"output", "what is shown", [](std::size_t columns) { return groupText("What is shown", columns); }},
     {"exit", "exit statuses", exitText},
     {"environment", "environment variables", environmentText},
     {"examples", "command lines to start from", exampleText},
     {"all", "all of these", allText},
-    {"man", "the manual page, as roff", manPage},
-    {"bash", "completion for bash", bashCompletion},
-    {"zsh", "completion for zsh", zshCompletion},
-    {"fish", "completion for fish", fishCompletion},
+    {"man", "the manual page, as roff", [](std::size_t) { return manPage(); }},
+    {"bash", "completion for bash", [](std::size_t) { return bashCompletion(); }},
+    {"zsh", "completion for zsh", [](std::size_t) { return zshCompletion(); }},
+    {"fish", "completion for fish", [](std::size_t) { return fishCompletion(); }},
 };
 
 } // namespace
 
-std::string wrapped(std::string_view text, std::size_t width, std::size_t indent) {
-    std::string result;
-    std::size_t column = 0;
-    for (std::size_t start = 0; start < text.size();) {
-        const auto end = std::min(text.find(' ', start), text.size());
-        const std::string_view word = text.substr(start, end - start);
-        if (column != 0 && column + 1 + word.size() > width) {
-            result += "\n" + std::string(indent, ' ');
-            column = 0;
-        } else if (column != 0) {
-            result += ' ';
-            ++column;
-        }
-        result += word;
-        column += word.size();
-        start = end + 1;
-    }
-    return result;
-}
-
-std::string exitLines(std::size_t indent) {
+std::string exitLines(std::size_t indent, std::size_t columns) {
     constexpr std::size_t numberWidth = 5;
+    const std::size_t beside = indent + numberWidth + 2;
     std::string text;
     for (const ExitMeaning& meaning : exitMeanings()) {
         const std::string number = std::to_string(meaning.Status);
-        text += std::string(indent + numberWidth - number.size(), ' ') + number + "  " + std::string(meaning.Meaning) +
-                "\n";
+        text += std::string(indent + numberWidth - number.size(), ' ') + number + "  " +
+                wrapped(meaning.Meaning, columns - beside, beside) + "\n";
     }
     return text;
 }
@@ -175,10 +145,11 @@ std::span<const ExampleRow> exampleTable() {
     return kExamples;
 }
 
-std::string topicList() {
-    std::string text = "Topics of 'netrove help TOPIC'; 'netrove COMMAND --help' describes a command.\n\n";
+std::string topicList(std::size_t columns) {
+    std::string text =
+        paragraph("Topics of 'netrove help TOPIC'; 'netrove COMMAND --help' describes a command.", columns) + "\n";
     for (const TopicRow& row : kTopics) {
-        text += "  " + std::string(row.Name) + std::string(14 - row.Name.size(), ' ') + std::string(row.Summary) + "\n";
+        text += entry(row.Name, row.Summary, columns, 14);
     }
     return text;
 }
@@ -191,10 +162,10 @@ std::vector<std::string> topicNames() {
     return names;
 }
 
-std::string helpTopic(std::string_view topic) {
+std::string helpTopic(std::string_view topic, std::size_t columns) {
     for (const TopicRow& row : kTopics) {
         if (row.Name == topic) {
-            return row.Text();
+            return row.Text(columns);
         }
     }
     std::string names;

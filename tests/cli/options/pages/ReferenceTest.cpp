@@ -1,5 +1,5 @@
 // Help by topic, man page and completions: everything in the tables is in them.
-#include "cli/options/Reference.h"
+#include "cli/options/pages/Reference.h"
 
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
@@ -31,7 +31,7 @@ std::string roffName(std::string_view name) {
 TEST(Reference, EveryOptionIsInEveryForm) {
     for (const OptionRow& row : optionTable()) {
         const std::string name(row.LongName);
-        EXPECT_THAT(helpTopic("all"), HasSubstr("--" + name));
+        EXPECT_THAT(helpTopic("all", 80), HasSubstr("--" + name));
         EXPECT_THAT(manPage(), HasSubstr("\\fB" + roffName(name) + "\\fR"));
         EXPECT_THAT(bashCompletion(), HasSubstr("--" + name));
         if ((row.Commands & ~unsigned{kProgram}) != 0) {
@@ -65,11 +65,11 @@ TEST(Reference, EveryGroupOfOptionsHasATopic) {
     const std::vector<std::string> topics = topicNames();
     for (const OptionRow& row : optionTable()) {
         const auto topic = std::ranges::find_if(topics, [&](const std::string& name) {
-            return name != "all" && helpTopic(name).starts_with(std::string(row.Group) + "\n\n");
+            return name != "all" && helpTopic(name, 80).starts_with(std::string(row.Group) + "\n\n");
         });
         ASSERT_NE(topic, topics.end()) << row.Group;
-        EXPECT_THAT(helpTopic(*topic), HasSubstr("--" + std::string(row.LongName)));
-        EXPECT_THAT(helpTopic("all"), HasSubstr(helpTopic(*topic)));
+        EXPECT_THAT(helpTopic(*topic, 80), HasSubstr("--" + std::string(row.LongName)));
+        EXPECT_THAT(helpTopic("all", 80), HasSubstr(helpTopic(*topic, 80)));
     }
 }
 
