@@ -2,15 +2,46 @@
 #include "cli/exchange/Exchange.h"
 #include "cli/exchange/FileTransfer.h"
 #include "cli/exchange/StreamTransfer.h"
+#include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 
 #include <netrove/client.h>
 #include <netrove/outputfile.h>
+#include <netrove/text.h>
 #include <netrove/url.h>
 
+#include <cstdint>
 #include <string>
 
 namespace netrove::cli {
+
+namespace {
+
+constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
+
+// Whoever finds no file wants to know that it is not elsewhere either.
+void toFileOrNothing(Exchange& exchange, const std::string& target, bool replace) {
+    try {
+        toFile(exchange, target, replace);
+    } catch (const netrove::Error& error) {
+        if (error.kind() != netrove::ErrorKind::Status || !error.hostText().empty()) {
+            throw;
+        }
+        throw error.with(error.kind(), std::string(error.what()) + "; nothing was saved");
+    }
+}
+
+// A status that is a failure although its content has been delivered.
+void checkStatus(const Settings& settings, const netrove::Response& response) {
+    if (settings.onStatus() != StatusChoice::FailWithBody || response.status < kFirstErrorStatus) {
+        return;
+    }
+    fail(failure::kStatusError, {std::int64_t{response.status}, response.reason, response.url},
+         "the server answered " + std::to_string(response.status) + (response.reason.empty() ? "" : " ") +
+             printable(response.reason) + " for " + response.url);
+}
+
+} // namespace
 
 std::string saveTarget(const Settings& settings) {
     if (settings.Target.empty()) {
@@ -26,7 +57,7 @@ int runTransfer(netrove::Client& client, const Settings& settings, const Console
                 std::optional<Clock::time_point> deadline) {
     Exchange exchange(client, settings, console, deadline);
     if (settings.Command == Command::Save) {
-        toFile(exchange, saveTarget(settings), settings.Force);
+        toFileOrNothing(exchange, saveTarget(settings), settings.Force);
     } else if (settings.json() && settings.OutputFile.empty()) {
         toJson(exchange);
     } else if (settings.OutputFile.empty() || settings.OutputFile == "-") {
@@ -34,8 +65,9 @@ int runTransfer(netrove::Client& client, const Settings& settings, const Console
     } else if (isSpecialFile(settings.OutputFile)) {
         toSpecialFile(exchange, settings.OutputFile);
     } else {
-        toFile(exchange, settings.OutputFile, true);
+        toFileOrNothing(exchange, settings.OutputFile, true);
     }
+    checkStatus(settings, exchange.Last);
     return kExitDone;
 }
 

@@ -58,6 +58,7 @@ netrove::Response Exchange::run(BodySink& sink, bool progressIsUsual, bool termi
     };
     netrove::Response response = TheClient.stream(std::move(request), onHead);
     received.finish();
+    Last = response;
     return response;
 }
 

@@ -30,6 +30,7 @@ public:
     const Console& TheConsole;
     std::optional<Clock::time_point> Deadline;
     ResponseFacts Facts;
+    netrove::Response Last; // without content
 
 private:
     const Clock::time_point Start = Clock::now();

@@ -74,7 +74,10 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     request.redirects = {settings.redirectLimit(), true, {}};
     request.retry.attempts = 1;
     request.decode = settings.Decode;
-    request.checkStatus = settings.Fail;
+    request.compressed = settings.Compressed;
+    request.checkStatus = settings.onStatus() == StatusChoice::Fail;
+    request.limits.content = settings.MaxFileSize;
+    request.rate = settings.Rate;
     return request;
 }
 

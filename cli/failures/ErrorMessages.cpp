@@ -36,6 +36,12 @@ vantik::Message messageOf(const netrove::Error& error) {
     if (!error.hostText().empty() && error.kind() != netrove::ErrorKind::Proxy) {
         message.Text = worded(message, error.hostText());
     }
+    if (message.Key == failure::kContentLimit) {
+        constexpr std::string_view kSetting = "limit `content`";
+        if (const auto at = message.Text.find(kSetting); at != message.Text.npos) {
+            message.Text.replace(at, kSetting.size(), "limit of --max-filesize");
+        }
+    }
     if (message.Key == failure::kFileExists) {
         message.Text += "; use --force to replace it";
     }

@@ -26,6 +26,7 @@ enum ExitStatus : int {
     kExitRedirects = 47,
     kExitTls = 60,
     kExitDecoding = 61,
+    kExitTooLarge = 63,
     kExitHungUp = 129,      // 128 and the number of SIGHUP
     kExitInterrupted = 130, // 128 and the number of SIGINT
     kExitTerminated = 143,  // 128 and the number of SIGTERM

@@ -77,6 +77,10 @@ int Settings::redirectLimit() const {
     return Command == Command::Send ? 0 : kDefaultRedirects;
 }
 
+StatusChoice Settings::onStatus() const {
+    return OnStatus.value_or(Command == Command::Send ? StatusChoice::Deliver : StatusChoice::Fail);
+}
+
 void completeSettings(Settings& settings) {
     if (settings.Command == Command::Demo || settings.Command == Command::Describe ||
         settings.Command == Command::None) {
@@ -107,6 +111,12 @@ void completeSettings(Settings& settings) {
     refuse(settings.Auth && !settings.User, "--auth needs --user");
     refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
            "--simple allows every authentication scheme; leave out --auth and --proxy-auth");
+    refuse(settings.Compressed && !settings.Decode, "--compressed and --no-decode cannot be combined");
+    if (settings.LimitRate != 0 || settings.LimitRateHost != 0) {
+        refuse(settings.Simple, "--simple sends content at once; leave out --limit-rate and --limit-rate-host");
+        settings.Rate = std::make_shared<netrove::RateLimit>(
+            netrove::RateLimit::Rates{.total = settings.LimitRate, .host = settings.LimitRateHost});
+    }
     refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify cannot be combined");
     refuse(settings.json() && settings.Include, "--format json includes the head already; leave out --include");
     refuse(settings.json() && settings.OutputFile == "-",

@@ -3,7 +3,10 @@
 
 #include "cli/options/FieldText.h"
 
+#include <netrove/ratelimit.h>
+
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +16,7 @@ namespace netrove::cli {
 enum class Command { None, Get, Save, Send, Batch, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
 enum class OutputFormat { Default, Text, Json };
+enum class StatusChoice { Fail, FailWithBody, Deliver }; // at a status of 400 and above
 
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;
@@ -55,7 +59,8 @@ struct Settings {
     bool Include = false;
     bool Force = false;
     bool Decode = true;
-    bool Fail = false;
+    std::optional<StatusChoice> OnStatus;
+    bool Compressed = false;
     bool Simple = false;
     std::optional<int> MaxRedirects; // 0: none
 
@@ -72,7 +77,11 @@ struct Settings {
     double ConnectTimeout;
     double ResponseTimeout;
     double DataTimeout;
-    std::optional<double> MaxTime; // seconds
+    std::optional<double> MaxTime;            // seconds
+    std::uint64_t LimitRate = 0;              // bytes per second of all transfers; 0: no limit
+    std::uint64_t LimitRateHost = 0;          // the same for each host
+    std::shared_ptr<netrove::RateLimit> Rate; // made of them, and shared by all copies of these settings
+    std::optional<std::uint64_t> MaxFileSize; // bytes
 
     // TLS
     std::string CaFile;
@@ -99,6 +108,7 @@ struct Settings {
     std::string effectiveMethod() const;
     int redirectLimit() const; // of this command
     bool hidesFailures() const { return Silent && !ShowErrors && !JsonErrors && !json(); }
+    StatusChoice onStatus() const;
 };
 
 // Refuses combinations that cannot work, and moves a user name and password out of the URL. Raises a usage failure.

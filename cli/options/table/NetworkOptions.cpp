@@ -25,6 +25,12 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.DataTimeout = limitMs("data-timeout", v); }},
     {"max-time", 'm', "S", kTransfers, "longest time in seconds for everything, with batch for each attempt; may have a fraction or a unit (500ms, 2m)",
      [](S& s, V v) { s.MaxTime = seconds("max-time", v, 0.001, kLongestSeconds); }, {.Common = kTransfers}},
+    {"limit-rate", 0, "SPEED", kTransfers, "most bytes per second of content, sent and received, of all transfers together; k means 1024, M 1048576, G 1073741824",
+     [](S& s, V v) { s.LimitRate = byteSize("limit-rate", v, kLargestSize); }, {.OtherNames = "limit-rate-total", .Common = kSave | kBatch}},
+    {"limit-rate-host", 0, "SPEED", kTransfers, "the same of the transfers with one host and port",
+     [](S& s, V v) { s.LimitRateHost = byteSize("limit-rate-host", v, kLargestSize); }},
+    {"max-filesize", 0, "SIZE", kTransfers, "most bytes of content: a longer response is a failure, before anything is written if it says its length. k means 1024, M 1048576, G 1073741824",
+     [](S& s, V v) { s.MaxFileSize = byteSize("max-filesize", v, kLargestSize); }},
 };
 // clang-format on
 

@@ -28,6 +28,8 @@ double seconds(const char* option, const std::string& text, double least, double
 // Milliseconds for the class; 0 lifts the limit.
 double limitMs(const char* option, const std::string& text);
 
+constexpr std::uint64_t kLargestSize = std::uint64_t{1} << 50;
+
 // Bytes from 1; k, M or G may follow, for powers of 1024.
 std::uint64_t byteSize(const char* option, const std::string& text, std::uint64_t most);
 

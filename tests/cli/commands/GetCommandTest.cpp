@@ -37,18 +37,16 @@ struct GetRow {
 
 TEST_F(GetCommand, WritesWhatTheOptionsAskFor) {
     const std::string missing = response("sorry", {}, "404 Not Found");
+    const std::string failed = "netrove: NETROVE:cli:StatusError: the server answered 404 Not Found for URL/\n";
     const std::string packed = gzip("hello\n");
     const Text statusError = StartsWith("netrove: VANTIK:webservices:StatusError: ");
     const std::string head = "HTTP/1.1 203 Not Quite\r\nX-A: 1\r\nX-B: \r\nContent-Length: 2\r\n\r\n";
     const GetRow rows[] = {
         {"head", {"-i"}, "HTTP/1.1 203 Not Quite\r\nX-A: 1\r\nX-B:\r\nContent-Length: 2\r\n\r\nok", 0, head + "ok", ""},
-        {"error status", {}, missing, 0, "sorry", ""},
-        {"--fail",
-         {"--fail"},
-         missing,
-         22,
-         "",
-         "netrove: NETROVE:cli:StatusError: the server answered 404 Not Found for URL/\n"},
+        {"error status", {}, missing, 22, "", failed},
+        {"--fail", {"--fail"}, missing, 22, "", failed},
+        {"--no-fail", {"--no-fail"}, missing, 0, "sorry", ""},
+        {"--fail-with-body", {"--fail-with-body"}, missing, 22, "sorry", failed},
         {"older interface, 404", {"--simple"}, missing, 22, "", statusError},
         {"older interface, 304", {"--simple"}, response("", {}, "304 Not Modified"), 22, "", statusError},
         {"older interface, 200", {"--simple"}, response("fine"), 0, "fine", ""},

@@ -58,12 +58,21 @@ TEST_F(SaveCommand, RefusesPipesAndMissingFolders) {
                   "FileNotWritten: no/such/file: No such file or directory. Hint: create the folder first.");
 }
 
-TEST_F(SaveCommand, KeepsAnErrorPageUnlessAskedToFail) {
+TEST_F(SaveCommand, KeepsAnErrorPageOnlyWhereAsked) {
     const Script missing = answering(response("sorry", {}, "404 Not Found"));
-    EXPECT_EQ(save(missing, {"-f", "URL", "file"}).Status, 22);
-    EXPECT_EQ(names(), Words{});
-    EXPECT_THAT(save(missing, {"URL", "file"}),
-                ended(0, "", "netrove: note: the server answered 404 Not Found; file holds that response\n"));
+    const std::string failed = "netrove: NETROVE:cli:StatusError: the server answered 404 Not Found for URL/";
+    for (const Words& options : {Words{}, {"-f"}, {"--no-fail", "--fail"}}) {
+        const Exchanged saved = save(missing, options + Words{"URL", "file"});
+        EXPECT_THAT(saved, ended(22, ""));
+        EXPECT_EQ(saved.complaint(), failed + "; nothing was saved\n");
+        EXPECT_EQ(names(), Words{});
+    }
+    const std::string kept = "netrove: note: the server answered 404 Not Found; file holds that response\n";
+    EXPECT_THAT(save(missing, {"--no-fail", "URL", "file"}), ended(0, "", kept));
+    EXPECT_EQ(readFile(file("file")), "sorry");
+    const Exchanged both = save(missing, {"--fail-with-body", "--force", "URL", "file"});
+    EXPECT_EQ(both.Status, 22);
+    EXPECT_EQ(both.complaint(), kept + failed + "\n");
     EXPECT_EQ(readFile(file("file")), "sorry");
 }
 

@@ -32,7 +32,7 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
          "HTTP/1.1 200 OK\r\nX-Evil: \\x1B[31mred\r\nContent-Length: 2\r\n\r\nok"},
         {"the trace", {"get", "-v", "URL"}, evil, AllOf(HasSubstr("X-Evil: \\x1B[31mred"), Not(HasSubstr("\x1b")))},
         {"a reason that turns the line around",
-         {"save", "-v", "URL", "file"},
+         {"save", "-v", "--no-fail", "URL", "file"},
          response("x", {"X-Evil: \u202Egpj.exe"}, "404 \u202EdnuoF toN"),
          AllOf(HasSubstr("404 \\xE2\\x80\\xAEdnuoF toN; file holds that response"), Not(HasSubstr("\u202E")))},
         {"what was saved",

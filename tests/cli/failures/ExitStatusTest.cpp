@@ -46,6 +46,7 @@ TEST(ExitStatus, EachIdentifierHasItsNumber) {
         {26, {"FileNotRead", "ContentChanged", "ContentNotRewound"}},
         {28, {"MaxTime"}},
         {47, {"TooManyRedirects"}},
+        {63, {"ContentLimit"}},
     };
     for (const auto& [catalogue, numbers] :
          {std::pair("VANTIK:webservices", &ofTransfers), {"NETROVE:cli", &ofProgram}}) {
@@ -68,7 +69,7 @@ TEST(ExitStatus, EveryStatusOfTheTableIsExplained) {
         EXPECT_FALSE(meaning.Meaning.empty());
         EXPECT_TRUE(explained.insert(meaning.Status).second) << meaning.Status;
     }
-    EXPECT_EQ(explained, (std::set<int>{0, 1, 2, 3, 6, 7, 18, 22, 23, 26, 28, 42, 47, 60, 61, 129, 130, 143}));
+    EXPECT_EQ(explained, (std::set<int>{0, 1, 2, 3, 6, 7, 18, 22, 23, 26, 28, 42, 47, 60, 61, 63, 129, 130, 143}));
 }
 
 TEST(Judge, ASignalIsAnInterruptWhateverTheIdentifier) {

@@ -76,7 +76,8 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
     EXPECT_EQ(s.BufferSize, 4096u);
     EXPECT_EQ(parsed("send -T f --buffer-size 64M URL").BufferSize, 64u << 20);
     EXPECT_EQ(parsed("send -T f --buffer-size 67108864 URL").BufferSize, 64u << 20);
-    EXPECT_TRUE(s.Chunked && s.Include && !s.Decode && s.Fail);
+    EXPECT_TRUE(s.Chunked && s.Include && !s.Decode);
+    EXPECT_EQ(s.onStatus(), StatusChoice::Fail);
     EXPECT_EQ(s.OutputFile, "out");
     EXPECT_EQ(s.redirectLimit(), 3);
     EXPECT_EQ(s.User, "me");
@@ -154,7 +155,7 @@ TEST(OptionParser, NamesOfOtherProgramsAreUnderstood) {
     EXPECT_EQ(s.Fields, (std::vector<netrove::Field>{{"A", "1"}}));
     EXPECT_EQ(s.BodyText, "x");
     EXPECT_EQ(s.OutputFile, "out");
-    EXPECT_TRUE(s.Include && s.Fail && !s.VerifyPeer);
+    EXPECT_TRUE(s.Include && s.onStatus() == StatusChoice::Fail && !s.VerifyPeer);
     EXPECT_EQ(s.redirectLimit(), 3);
     EXPECT_EQ(s.User, "me");
     EXPECT_EQ(s.Password, "pw");
