@@ -12,12 +12,14 @@
 #include "cli/terminal/Output.h"
 #include "cli/terminal/Password.h"
 #include "cli/terminal/TraceOutput.h"
+#include "cli/terminal/WireTrace.h"
 
 #include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -42,7 +44,16 @@ bool transfers(const Settings& settings) {
 
 // get, save and send: all that waits ends with a signal.
 int runClient(Settings& settings, Console& console) {
-    netrove::Client client({}, netrove::networkTransport(networkSettings(settings), warningsTo(console)));
+    netrove::Request defaults;
+    netrove::NetworkSettings network = networkSettings(settings);
+    std::optional<WireTrace> trace; // outlives the client
+    if (settings.Verbose != 0 && settings.Debug == 0) {
+        const bool everything = settings.Verbose > 1;
+        trace.emplace(console, everything, everything || settings.TraceTime);
+        defaults.trace = [&trace](const netrove::TraceLine& line) { trace->line(line); };
+        network.debug = 1;
+    }
+    netrove::Client client(std::move(defaults), netrove::networkTransport(network, warningsTo(console)));
     const SignalScope signals(client);
     completePasswords(settings);
     hideSecrets(settings, console);

@@ -95,6 +95,8 @@ struct Settings {
     bool Silent = false;     // no notes, no warnings, no failures
     bool ShowErrors = false; // …but failures
     int Debug = 0;
+    int Verbose = 0;
+    bool TraceTime = false;
     bool JsonErrors = false;
     OutputFormat Format = OutputFormat::Default;
     bool ShowPassword = false;

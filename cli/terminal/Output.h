@@ -42,8 +42,10 @@ public:
     // The line or JSON object that `failure` writes, without colour and without the line end.
     std::string failureText(const Verdict& verdict) const;
 
-private:
+    // One line that a terminal shows as it is, without credentials.
     std::string safe(std::string_view text) const;
+
+private:
     std::string masked(std::string_view text) const;
     void line(Style style, std::string_view label, std::string_view text) const;
 

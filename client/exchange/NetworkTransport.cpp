@@ -196,14 +196,14 @@ private:
                 prepare(request, logins, upload, streamed && !again);
                 const Head head = readHead(request);
                 if (streamed && !again && choosesScheme(request, head, logins)) {
-                    deliver(drain());
+                    deliver(request, drain());
                     close();
                     continue;
                 }
                 const Taker taker = kept(Escaped, [&] { return onHead(head); });
                 // The older interface fails for the content of a redirect.
                 if (!Settings.simple || head.redirectUrl.empty()) {
-                    deliver(taker);
+                    deliver(request, taker);
                 }
                 if (CutOff && !Stopped) {
                     throw vantik::Failure(*CutOff);
@@ -295,17 +295,27 @@ private:
 
     vantik::HttpProxy chooseProxy(const Proxy& wanted) {
         vantik::HttpProxy proxy;
+        ProxyReason = "as asked";
         if (!wanted.url.empty()) {
             proxy = vantik::readHttpProxy(wanted.url);
         } else if (wanted.automatic.value_or(true)) {
             const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, {vantik::Array(Known.Url)});
             proxy = {found.field("Host").text(), static_cast<std::uint16_t>(found.field("Port").number()),
                      found.field("Username").text(), found.field("Password").text(), ""};
+            ProxyReason = reasonFor(vantik::proxyVariable(Known.Url), !proxy.Host.empty());
         }
         if (!proxy.Host.empty()) {
             Known.Proxy = proxy.Host + ":" + std::to_string(proxy.Port);
         }
         return proxy;
+    }
+
+    // Why a proxy applies, or none, when nobody asked for either.
+    static std::string reasonFor(const std::string& variable, bool used) {
+        if (variable == "HTTP_PROXY") {
+            return "HTTP_PROXY is not used, since the caller of a CGI program can set it";
+        }
+        return !variable.empty() ? variable : used ? "the system's settings" : "no setting names a proxy";
     }
 
     // Where there is a tunnel, the proxy's login is settled before any content is sent.
@@ -367,7 +377,8 @@ private:
 
     Head readHead(const Request& request) {
         if (request.trace) {
-            note(request, Known.Proxy.empty() ? "direct connection" : "through the proxy " + Known.Proxy);
+            note(request, (Known.Proxy.empty() ? "direct connection" : "through the proxy " + Known.Proxy) + " (" +
+                              ProxyReason + ")");
         }
         try {
             // Sends first: the status line's version is that of the request as sent, and the class takes it before it
@@ -406,7 +417,7 @@ private:
         return head;
     }
 
-    void deliver(const Taker& taker) {
+    void deliver(const Request& request, const Taker& taker) {
         Stopped = false;
         if (!taker) {
             return;
@@ -420,6 +431,9 @@ private:
         Connection.set("Consumer", makeConsumer(Host, consumer));
         Connection.call("copyContentToByteArray", {vantik::Array(false)});
         Connection.set("Consumer", vantik::Array());
+        if (request.trace) {
+            note(request, std::to_string(Known.Received) + " bytes of content came");
+        }
     }
 
     void traceSent(const Request& request) {
@@ -474,6 +488,7 @@ private:
     vantik::Object Connection; // in the host; destroyed before it
     std::optional<Clock::time_point> End;
     Circumstances Known;
+    std::string ProxyReason;               // for the trace
     std::optional<vantik::Message> CutOff; // the warning that the response is incomplete
     bool Stopped = false;                  // by the taker, before the end
     std::exception_ptr Escaped;            // what a callable of the program has raised

@@ -8,6 +8,7 @@ namespace netrove::cli {
 namespace {
 
 constexpr int kMostDebug = 2;
+constexpr int kMostVerbose = 2;
 
 constexpr Choice<ColorChoice> kColors[] = {
     {"auto", ColorChoice::Auto}, {"always", ColorChoice::Always}, {"never", ColorChoice::Never}};
@@ -23,9 +24,11 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.Progress = true; }, {.OtherNames = "progress-bar"}},
     {"no-progress", 0, "", kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
-    {"verbose", 'v', "", kSingle, "show the wire trace on standard error, with credentials as they are sent; twice: content too",
-     [](S& s, V) { s.Debug = std::min(s.Debug + 1, kMostDebug); }, {.Common = kSingle}},
-    {"debug", 0, "N", kSingle, "set the trace level: 0 none, 1 heads, 2 content too",
+    {"verbose", 'v', "", kSingle, "show on standard error what happens: the connection, its certificate, heads sent and received, proxies, redirects, retries. Credentials are masked. Twice: all that libcurl says, with times",
+     [](S& s, V) { s.Verbose = std::min(s.Verbose + 1, kMostVerbose); }, {.Common = kSingle}},
+    {"trace-time", 0, "", kSingle, "put the time of day before each line of -v",
+     [](S& s, V) { s.TraceTime = true; }},
+    {"debug", 0, "N", kSingle, "show the class's own trace instead of -v, with credentials as they are sent: 0 none, 1 heads, 2 content too",
      [](S& s, V v) { s.Debug = number<int>("debug", v, 0, kMostDebug); }},
     {"format", 0, "text|json", kSend | kBatch | kProxy | kDescribe, "form of what is printed; json with send: one object with final URL, status, fields, times and content (up to 16 MiB, more with -o), or a failure as with --json-errors",
      [](S& s, V v) { s.Format = chosen("format", v, kFormats); }, {.Common = kSend | kProxy | kDescribe}},

@@ -58,13 +58,6 @@ TEST_F(GetCommand, WritesWhatTheOptionsAskFor) {
          23,
          "",
          "netrove: NETROVE:cli:FileNotWritten: /dev/full: No space left on device\n"},
-        {"trace",
-         {"-v", "-H", "Authorization: Bearer token99"},
-         response("body"),
-         0,
-         "body",
-         AllOf(StartsWith("netrove: note: the trace shows credentials"), HasSubstr("Authorization: Bearer token99"),
-               HasSubstr("IN  HDR: HTTP/1.1 200 OK"), HasSubstr("DESTROYING HTTPCONNECTION"))},
     };
     for (const GetRow& row : rows) {
         SCOPED_TRACE(row.Name);

@@ -94,7 +94,7 @@ TEST(OptionParser, EveryOptionReachesItsSetting) {
     EXPECT_EQ(s.CaFile, "ca.pem");
     EXPECT_FALSE(s.VerifyName);
     EXPECT_EQ(s.Progress, true);
-    EXPECT_EQ(s.Debug, 2);
+    EXPECT_EQ(s.Verbose, 2);
     EXPECT_TRUE(s.JsonErrors);
     EXPECT_EQ(s.Color, ColorChoice::Never);
 }

@@ -478,7 +478,7 @@ TEST(Client, TraceShowsHeadsWithoutSecrets) {
                                                 trace += std::string(1, "*><"[static_cast<int>(line.kind)]) + " " +
                                                          line.text + "\n";
                                             }});
-    EXPECT_THAT(trace, HasSubstr("* direct connection\n> GET /t HTTP/1.1\n"));
+    EXPECT_THAT(trace, HasSubstr("* direct connection (as asked)\n> GET /t HTTP/1.1\n"));
     EXPECT_THAT(trace, HasSubstr("\n> Authorization: ***\n"));
     EXPECT_THAT(trace, HasSubstr("\n< HTTP/1.1 200 OK\n< Set-Cookie: ***\n"));
 }
