@@ -17,6 +17,8 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kBarWidth = 20;
+constexpr std::size_t kNamedCauses = 5;      // in the summary
+constexpr std::size_t kToldOfEachCause = 10; // on a terminal, where more would scroll everything else away
 
 std::string dumped(const Json& object) {
     return object.dump(-1, ' ', true, Json::error_handler_t::replace);
@@ -29,7 +31,6 @@ Json targetOf(const BatchLine& line) {
 // A console that also hides the secrets of this line.
 Console consoleFor(const BatchLine& line, const Console& console) {
     Console result = console;
-    result.configure(ColorChoice::Never, true);
     if (!line.Extras) {
         return result;
     }
@@ -62,7 +63,7 @@ std::string summaryText(const BatchTotals& totals) {
     return text + "; " + sizeText(totals.Bytes) + " in " + durationText(totals.Elapsed);
 }
 
-std::string batchProgressText(const BatchTotals& totals, std::size_t running, std::size_t width) {
+std::string batchProgressText(const BatchTotals& totals, std::size_t running) {
     const std::size_t over = totals.All - totals.left();
     const std::size_t filled = totals.All == 0 ? kBarWidth : kBarWidth * over / totals.All;
     std::string text = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
@@ -75,11 +76,7 @@ std::string batchProgressText(const BatchTotals& totals, std::size_t running, st
     if (rate >= 1) {
         text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
     }
-    text += ", " + durationText(totals.Elapsed);
-    if (text.size() > width) {
-        text.resize(width);
-    }
-    return text;
+    return text + ", " + durationText(totals.Elapsed);
 }
 
 std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console) {
@@ -93,7 +90,9 @@ std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const
                    {"attempts", outcome.Attempts},
                    {"result", outcome.Failed ? "failed" : "done"}};
     if (outcome.Failed) {
-        object.update(Json::parse(consoleFor(line, console).failureText(*outcome.Failed)));
+        Console json = consoleFor(line, console);
+        json.configure(ColorChoice::Never, true);
+        object.update(Json::parse(json.failureText(*outcome.Failed)));
     }
     return dumped(object);
 }
@@ -110,18 +109,21 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
                    {"result", result}});
 }
 
-BatchReport::BatchReport(const Console& console, std::size_t all)
-    : TheConsole(console), OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt),
-      Start(std::chrono::steady_clock::now()) {
+BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all)
+    : TheConsole(console), Lines(settings.Batch.DryRun || settings.json() ||
+                                 (settings.Format != OutputFormat::Text && !console.outIsTerminal())),
+      TellsFailures(!settings.JsonErrors && !settings.json() && !settings.hidesFailures()),
+      OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt), Start(std::chrono::steady_clock::now()) {
     Totals.All = all;
 }
 
 void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
-    const std::string text = resultLine(line, outcome, TheConsole);
+    const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
     const std::lock_guard lock(Guard);
     if (outcome.Failed) {
         ++Totals.Failed;
         ++FailuresByStatus[outcome.Failed->Status];
+        tell(line, outcome.Failed->Message, Causes.add(causeOf(outcome.Failed->Message, line.Url), line.Number));
     } else {
         ++Totals.Done;
         Totals.Bytes += outcome.Bytes;
@@ -130,7 +132,7 @@ void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
 }
 
 void BatchReport::skipped(const BatchLine& line, const BatchHistory::Ended& ended) {
-    const std::string text = plainLine(line, "skipped", &ended);
+    const std::string text = Lines ? plainLine(line, "skipped", &ended) : std::string();
     const std::lock_guard lock(Guard);
     ++Totals.Skipped;
     print(text);
@@ -143,11 +145,32 @@ void BatchReport::planned(const BatchLine& line) {
 }
 
 void BatchReport::print(const std::string& text) {
+    if (!Lines) {
+        return;
+    }
+    const std::string_view first = TheConsole.outIsTerminal() ? TheConsole.removesDisplay() : "";
     // After a signal the line is lost; the journal has the transfer.
     try {
-        OutputSink.write(text + "\n");
+        OutputSink.write(std::string(first) + text + "\n");
     } catch (const vantik::Interrupted&) {
     }
+}
+
+void BatchReport::tell(const BatchLine& line, const vantik::Message& message, std::size_t count) const {
+    if (!TellsFailures) {
+        return;
+    }
+    if (Lines || count <= kToldOfEachCause) {
+        consoleFor(line, TheConsole).failureOf("line " + std::to_string(line.Number), message);
+    }
+    if (!Lines && count == kToldOfEachCause) {
+        TheConsole.note("further failures like these are counted only");
+    }
+}
+
+std::string BatchReport::causes() const {
+    const std::lock_guard lock(Guard);
+    return causesText(Causes.sorted(), kNamedCauses);
 }
 
 BatchTotals BatchReport::totals() const {

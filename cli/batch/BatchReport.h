@@ -5,6 +5,7 @@
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchTransfer.h"
 #include "cli/exchange/BodySink.h"
+#include "cli/report/FailureCause.h"
 #include "cli/terminal/Output.h"
 
 #include <atomic>
@@ -31,8 +32,8 @@ struct BatchTotals {
 
 // "98 done, 1 failed, 1 done before; 12.3 MiB in 3 s".
 std::string summaryText(const BatchTotals& totals);
-// One line, at most `width` columns.
-std::string batchProgressText(const BatchTotals& totals, std::size_t running, std::size_t width);
+// One line for a log.
+std::string batchProgressText(const BatchTotals& totals, std::size_t running);
 // The line of a transfer, without its end. Credentials are masked, and the text is ASCII.
 std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console);
 std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended);
@@ -40,26 +41,36 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
 // Callable from any thread.
 class BatchReport {
 public:
-    BatchReport(const Console& console, std::size_t all);
+    BatchReport(const Settings& settings, const Console& console, std::size_t all);
 
-    // Each prints the line and counts it. They raise FileNotWritten if standard output can no longer be written.
+    // Whether results are lines on standard output, as programs want them; otherwise people see failures only.
+    bool printsLines() const { return Lines; }
+
+    // Each counts the line, prints it where lines are wanted, and a failure on standard error as well. They raise
+    // FileNotWritten if standard output can no longer be written.
     void ended(const BatchLine& line, const BatchOutcome& outcome);
     void skipped(const BatchLine& line, const BatchHistory::Ended& ended);
     void planned(const BatchLine& line);
 
     BatchTotals totals() const;
+    // "2 x the server answered 404 Not Found, 1 x connection refused by HOST:PORT"; empty without a failure.
+    std::string causes() const;
     // 0 without a failure; the exit status that all failures share; otherwise that of "any other failure".
     int exitStatus() const;
 
 private:
     void print(const std::string& text);
+    void tell(const BatchLine& line, const vantik::Message& message, std::size_t count) const;
 
     const Console& TheConsole;
+    bool Lines;
+    bool TellsFailures;
     BodySink OutputSink;
     std::chrono::steady_clock::time_point Start;
     mutable std::mutex Guard; // of what follows, and of the order of lines
     BatchTotals Totals;
     std::map<int, std::size_t> FailuresByStatus; // exit status
+    CauseCounts Causes;
 };
 
 } // namespace netrove::cli

@@ -1,13 +1,12 @@
 #include "cli/batch/BatchRun.h"
 
+#include "cli/batch/BatchDisplay.h"
 #include "cli/exchange/RequestOf.h"
 #include "cli/system/Signals.h"
-#include "cli/terminal/Progress.h"
 
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <unistd.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -19,9 +18,7 @@ BatchRun::BatchRun(const Settings& settings, const Console& console, LineSource&
               [&] { return netrove::networkTransport(networkSettings(settings), warningsTo(console)); }) {}
 
 void BatchRun::run() {
-    // On a terminal the lines on standard output say enough.
-    const bool shown = TheSettings.Progress.value_or(TheConsole.errIsTerminal() && !TheConsole.outIsTerminal());
-    const auto interval = progressInterval(TheConsole.errIsTerminal());
+    BatchDisplay display(TheSettings, TheConsole, Report, Live);
     std::vector<std::future<void>> workers;
     for (int i = TheSettings.Batch.Jobs; i > 0; --i) {
         // Also if there is no client for it, and it never runs.
@@ -29,37 +26,30 @@ void BatchRun::run() {
         workers.push_back(Workers.submit("", [this, onEnd](netrove::Client& client) { work(client); }));
     }
     while (someLeft(workers)) {
-        const auto next = shown ? std::optional(Clock::now() + interval) : std::nullopt;
-        if (waitReadable(WorkerLeft.descriptor(), next) == Waited::Interrupted) {
+        if (waitReadable(WorkerLeft.descriptor(), display.next()) == Waited::Interrupted) {
             stop(nullptr);
             break;
         }
         WorkerLeft.clear();
-        if (shown) {
-            draw(false);
-        }
+        display.draw();
     }
     for (const std::future<void>& worker : workers) { // of an interrupted run
         worker.wait();
     }
-    if (shown) {
-        draw(true);
-    }
+    display.finish();
     if (FirstFailure && signalSeen() == 0) {
         std::rethrow_exception(FirstFailure);
     }
 }
 
 void BatchRun::work(netrove::Client& client) {
-    const BatchTools tools{TheSettings, Journal, LiveBytes, Stopped};
+    const BatchTools tools{TheSettings, Journal, Live, Stopped};
     while (!Stopped && signalSeen() == 0) {
         const std::optional<BatchLine> line = takeLine();
         if (!line) {
             return;
         }
-        ++RunningTransfers;
         const BatchOutcome outcome = transferLine(client, *line, tools);
-        --RunningTransfers;
         if (outcome.Abandoned) {
             return;
         }
@@ -93,16 +83,6 @@ void BatchRun::stop(std::exception_ptr reason) {
     }
     Stopped = true;
     Workers.interrupt();
-}
-
-void BatchRun::draw(bool last) {
-    BatchTotals totals = Report.totals();
-    totals.Bytes += LiveBytes;
-    const bool terminal = TheConsole.errIsTerminal();
-    const std::size_t width = progressWidth(terminal);
-    const std::string text = batchProgressText(totals, RunningTransfers.load(), width);
-    const std::string drawn = terminal ? "\r" + text + "\033[K" + (last ? "\n" : "") : text + "\n";
-    [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, drawn);
 }
 
 } // namespace netrove::cli

@@ -6,6 +6,7 @@
 #include "cli/batch/BatchReport.h"
 #include "cli/batch/BatchTransfer.h"
 #include "cli/batch/LineSource.h"
+#include "cli/batch/LiveTransfers.h"
 #include "cli/options/Settings.h"
 #include "cli/terminal/Output.h"
 
@@ -39,7 +40,6 @@ private:
     // True if workers are left. A failure of one that has ended stops the others.
     bool someLeft(std::vector<std::future<void>>& workers);
     void stop(std::exception_ptr reason);
-    void draw(bool last);
 
     const Settings& TheSettings;
     const Console& TheConsole;
@@ -48,8 +48,7 @@ private:
     BatchJournal* Journal;
     BatchReport& Report;
     std::atomic<bool> Stopped = false;
-    std::atomic<std::uint64_t> LiveBytes = 0; // of the running transfers
-    std::atomic<std::size_t> RunningTransfers = 0;
+    LiveTransfers Live;
     WakeEvent WorkerLeft;
     std::exception_ptr FirstFailure;
     netrove::Pool Workers; // last: it ends before what its threads use

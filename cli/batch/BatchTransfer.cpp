@@ -99,10 +99,8 @@ netrove::Request requestFor(const Settings& settings) {
 class Transfer {
 public:
     Transfer(netrove::Client& client, const BatchLine& line, const BatchTools& tools)
-        : TheClient(client), Line(line), Tools(tools), LineSettings(batchSettings(tools.TheSettings, line)) {}
-    ~Transfer() { Tools.LiveBytes -= Live; }
-    Transfer(const Transfer&) = delete;
-    Transfer& operator=(const Transfer&) = delete;
+        : TheClient(client), Line(line), Tools(tools), LineSettings(batchSettings(tools.TheSettings, line)),
+          Live(tools.Live, line.Url) {}
 
     void run(BatchOutcome& outcome) {
         std::optional<OutputFile> file;
@@ -117,7 +115,9 @@ public:
             });
         }
         netrove::Request request = requestFor(LineSettings);
-        request.progress = [this](const netrove::Progress& progress) { count(progress.received); };
+        request.progress = [this](const netrove::Progress& progress) {
+            Live.count(progress.received, progress.toReceive);
+        };
         const bool repeatable = !request.body || request.body.repeatable();
         const auto onHead = [&](const netrove::Response& head) {
             outcome.Status = head.status;
@@ -152,16 +152,11 @@ private:
         };
     }
 
-    void count(std::uint64_t received) {
-        Tools.LiveBytes += received - Live; // less than before when an attempt begins
-        Live = received;
-    }
-
     netrove::Client& TheClient;
     const BatchLine& Line;
     const BatchTools& Tools;
     Settings LineSettings;
-    std::uint64_t Live = 0;
+    LiveTransfers::Entry Live;
 };
 
 } // namespace

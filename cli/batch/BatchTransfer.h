@@ -3,6 +3,7 @@
 
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
+#include "cli/batch/LiveTransfers.h"
 #include "cli/failures/ExitStatus.h"
 
 #include <netrove/client.h>
@@ -28,8 +29,8 @@ struct BatchOutcome {
 // What the transfers of a run share. All of it outlives them.
 struct BatchTools {
     const Settings& TheSettings;
-    BatchJournal* Journal;                 // may be null
-    std::atomic<std::uint64_t>& LiveBytes; // of the running attempts
+    BatchJournal* Journal; // may be null
+    LiveTransfers& Live;
     const std::atomic<bool>& Stopped;
 };
 

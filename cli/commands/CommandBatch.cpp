@@ -12,6 +12,8 @@
 #include "cli/system/BodySource.h"
 #include "cli/system/Signals.h"
 
+#include <netrove/text.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -59,7 +61,7 @@ public:
         if (!JournalName.empty() && !TheSettings.Batch.DryRun) {
             Journal = std::make_unique<BatchJournal>(JournalName);
         }
-        BatchReport report(TheConsole, lines.size());
+        BatchReport report(TheSettings, TheConsole, lines.size());
         skipDone(lines, report);
         if (TheSettings.Batch.DryRun) {
             for (const BatchLine& line : lines) {
@@ -171,9 +173,19 @@ private:
         });
     }
 
+    void say(const std::string& text, const BatchReport& report) const {
+        TheConsole.note(text);
+        if (!report.printsLines() && !TheConsole.errIsTerminal()) {
+            TheConsole.print(printable(text) + "\n"); // where the display was
+        }
+    }
+
     int conclude(const BatchReport& report) const {
         const BatchTotals totals = report.totals();
-        TheConsole.note(summaryText(totals));
+        say(summaryText(totals), report);
+        if (totals.Failed != 0) {
+            say(std::to_string(totals.Failed) + " failed: " + report.causes(), report);
+        }
         if (signalSeen() != 0) {
             if (Journal) {
                 TheConsole.note("run the same command again to resume");

@@ -135,6 +135,14 @@ void Console::failure(const Verdict& verdict) const {
     line(Style::Bad, "", failureLine(verdict.Message));
 }
 
+void Console::failureOf(std::string_view subject, const vantik::Message& message) const {
+    line(Style::Bad, "", std::string(subject) + ": " + message.identifier() + ": " + message.Text);
+}
+
+std::string_view Console::removesDisplay() const {
+    return displayBelow() ? "\r\033[J" : "";
+}
+
 std::string Console::failureText(const Verdict& verdict) const {
     if (!Json) {
         return "netrove: " + safe(failureLine(verdict.Message));
@@ -173,7 +181,8 @@ std::string Console::safe(std::string_view text) const {
 }
 
 void Console::line(Style style, std::string_view label, std::string_view text) const {
-    const std::string head = colored(ErrColor, style, "netrove: " + std::string(label));
+    const std::string_view first = ErrTerminal ? removesDisplay() : "";
+    const std::string head = std::string(first) + colored(ErrColor, style, "netrove: " + std::string(label));
     [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, head + safe(text) + "\n");
 }
 

@@ -4,6 +4,8 @@
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/Settings.h"
 
+#include <atomic>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +40,17 @@ public:
     void note(std::string_view text) const;
     void warning(const vantik::Message& message) const;
     void failure(const Verdict& verdict) const;
+    // One of many, which is named by `subject`: without the hint.
+    void failureOf(std::string_view subject, const vantik::Message& message) const;
+
+    // A display that is drawn again in place, with the cursor at its beginning: whatever is printed on the terminal
+    // removes it first. For all copies of this console.
+    void displayBelow(bool shown) const { *DisplayShown = shown; }
+    bool displayBelow() const { return *DisplayShown; }
+    // What is printed before a line on a terminal, to remove a display.
+    std::string_view removesDisplay() const;
+    // Without secrets.
+    std::string masked(std::string_view text) const;
 
     // The line or JSON object that `failure` writes, without colour and without the line end.
     std::string failureText(const Verdict& verdict) const;
@@ -46,7 +59,6 @@ public:
     std::string safe(std::string_view text) const;
 
 private:
-    std::string masked(std::string_view text) const;
     void line(Style style, std::string_view label, std::string_view text) const;
 
     bool OutTerminal;
@@ -57,6 +69,7 @@ private:
     bool NotesHidden = false;
     bool FailuresHidden = false;
     std::vector<std::string> Secrets;
+    std::shared_ptr<std::atomic<bool>> DisplayShown = std::make_shared<std::atomic<bool>>(false);
 };
 
 } // namespace netrove::cli

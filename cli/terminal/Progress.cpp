@@ -21,7 +21,7 @@ constexpr std::chrono::steady_clock::duration kTerminalInterval = 100ms;
 constexpr std::chrono::steady_clock::duration kLogInterval = 1s;
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kShortBarWidth = 10;
-constexpr std::size_t kUsualWidth = 80;
+constexpr TerminalSize kUsualSize = {80, 24};
 constexpr double kLongestEstimate = 360'000; // seconds; a longer time left says nothing
 
 template <class... Values>
@@ -46,9 +46,13 @@ std::size_t progressWidth(bool terminal) {
     if (!terminal) {
         return std::string::npos;
     }
+    return terminalSize(STDERR_FILENO).Columns - 1; // a full line would break
+}
+
+TerminalSize terminalSize(int descriptor) {
     winsize size{};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return (known ? size.ws_col : kUsualWidth) - 1; // a full line would break
+    const bool known = ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return {known ? size.ws_col : kUsualSize.Columns, known && size.ws_row > 0 ? size.ws_row : kUsualSize.Rows};
 }
 
 std::string sizeText(std::uint64_t bytes) {

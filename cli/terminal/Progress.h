@@ -27,6 +27,13 @@ std::string progressText(const std::string& label, const ProgressState& state, s
 std::chrono::steady_clock::duration progressInterval(bool terminal);
 std::size_t progressWidth(bool terminal);
 
+struct TerminalSize {
+    std::size_t Columns;
+    std::size_t Rows;
+};
+// 80 by 24 where the terminal does not say.
+TerminalSize terminalSize(int descriptor);
+
 // Draws on standard error, at most ten times a second.
 class ProgressMeter {
 public:

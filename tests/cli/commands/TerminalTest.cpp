@@ -74,16 +74,4 @@ TEST_F(Terminal, ShowsFailuresInColourUnlessTheUserObjects) {
     EXPECT_THAT(run({"get", port.url()}).Err, StartsWith("netrove: "));
 }
 
-TEST_F(Terminal, ABatchDrawsNoBarBetweenItsResultsUnlessAskedTo) {
-    for (const bool asked : {false, true}) {
-        const ScriptedServer server(answering(response("x")));
-        writeFile(file("list"), server.url() + " file\n");
-        const Outcome outcome = run(Words{"batch", "list", "--color", "never", "--no-journal", "--force"} +
-                                        (asked ? Words{"--progress"} : Words{}),
-                                    onTerminal());
-        EXPECT_THAT(outcome, ended(0, HasSubstr("\"result\":\"done\"")));
-        EXPECT_EQ(outcome.Out.find("\033[K") != std::string::npos, asked) << outcome.Out;
-    }
-}
-
 } // namespace

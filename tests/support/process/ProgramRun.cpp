@@ -52,13 +52,17 @@ struct Terminal {
     std::string Name; // of the slave
 };
 
-Terminal openTerminal() {
+void setSize(int terminal, int columns) {
+    const winsize size{.ws_row = 24, .ws_col = static_cast<unsigned short>(columns), .ws_xpixel = 0, .ws_ypixel = 0};
+    checkErrno(ioctl(terminal, TIOCSWINSZ, &size) == 0, "TIOCSWINSZ");
+}
+
+Terminal openTerminal(int columns) {
     SocketHandle master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
     checkErrno(master && grantpt(master.get()) == 0 && unlockpt(master.get()) == 0, "terminal");
     char name[64];
     check(ptsname_r(master.get(), name, sizeof name), "ptsname_r");
-    const winsize size{.ws_row = 24, .ws_col = 100, .ws_xpixel = 0, .ws_ypixel = 0};
-    checkErrno(ioctl(master.get(), TIOCSWINSZ, &size) == 0, "TIOCSWINSZ");
+    setSize(master.get(), columns);
     SocketHandle slave(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
     checkErrno(static_cast<bool>(slave), "terminal");
     return {std::move(master), std::move(slave), name};
@@ -99,9 +103,10 @@ Program::Program(std::vector<std::string> arguments, const Surroundings& around)
                        .Folder = around.Folder,
                        .Streams = {input.Read.get(), -1, -1}};
     if (around.Terminal) {
-        Terminal terminal = openTerminal();
+        Terminal terminal = openTerminal(around.Columns);
         out = {std::move(terminal.Master), std::move(terminal.Slave)};
         start.Streams[1] = start.Streams[2] = out.Write.get();
+        Screen = SocketHandle(fcntl(out.Read.get(), F_DUPFD_CLOEXEC, 0));
         if (around.TerminalInput) {
             start.Terminal = terminal.Name;
             input.Write = SocketHandle(fcntl(out.Read.get(), F_DUPFD_CLOEXEC, 0));
@@ -199,6 +204,10 @@ void Program::type(const std::string& text) const {
         checkErrno(count > 0, "write");
         written += static_cast<std::size_t>(count);
     }
+}
+
+void Program::resize(int columns) const {
+    setSize(Screen.get(), columns);
 }
 
 void Program::closeInput() {

@@ -29,6 +29,7 @@ struct Surroundings {
     std::string Executable{};                         // to run instead of netrove
     bool Terminal = false;                            // standard output and standard error are a terminal
     bool TerminalInput = false;                       // …and standard input too, of a login of its own
+    int Columns = 100;                                // of the terminal
     int OutDescriptor = -1;                           // standard output goes here and is not collected
 };
 
@@ -44,6 +45,7 @@ public:
     void freeze() const;                      // until it gets SIGCONT; what is sent meanwhile comes to it at once then
     void type(const std::string& text) const; // on its standard input
     void closeInput();
+    void resize(int columns) const;              // the terminal
     void waitForOutput(const std::string& text); // on standard output; raises where the program ends without
     // Until `condition` holds. Raises std::runtime_error where the program ends before, or where that takes
     // unreasonably long.
@@ -56,6 +58,7 @@ public:
 private:
     std::optional<WatchedProcess> Process;
     SocketHandle Input;
+    SocketHandle Screen; // of the terminal
     std::thread OutReader;
     std::thread ErrReader;
     std::mutex Guard; // of what follows
