@@ -35,6 +35,12 @@ std::chrono::steady_clock::time_point after(Limit time) {
     return std::chrono::steady_clock::now() + std::min<Limit>(time, kLongestWait);
 }
 
+// Negative: no limit.
+Limit leftUntil(const std::optional<std::chrono::steady_clock::time_point>& end) {
+    return end ? std::max(Limit::zero(), std::chrono::duration_cast<Limit>(*end - std::chrono::steady_clock::now()))
+               : Limit(-1);
+}
+
 std::string secondsText(std::chrono::duration<double> time) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f s", time.count());
@@ -65,7 +71,8 @@ std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
 }
 
 Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
-    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), Attempts(Asked.retry.made) {}
+    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), Attempts(Asked.retry.made),
+      LastStart(endOf(*Asked.retry.most)) {}
 
 Response Call::run() {
     for (;;) {
@@ -107,17 +114,20 @@ void Call::forgetAttemptsEnd() {
 
 // Returns when it is time for the next attempt; raises the failure where there is to be none.
 void Call::waitForNext(const Error& failure) {
-    if (PassedOn && !MayRestart) {
+    if (PassedOn && !(MayFollow && MayFollow())) {
         throw failure;
     }
-    const auto wait = Tools.Policy.waitAfter(Attempts, Asked, failure, timeLeft());
+    const auto wait = Tools.Policy.waitAfter(Attempts, Asked, failure, timeForNext());
     if (!wait) {
+        throw failure;
+    }
+    const auto next = after(*wait);
+    if ((Tools.End && next >= *Tools.End) || (LastStart && next > *LastStart)) {
         throw failure;
     }
     note("tries again in " + secondsText(*wait) + " (attempt " + std::to_string(Attempts + 1) + " of " +
          std::to_string(*Asked.retry.attempts) + "): " + failure.what());
-    const auto next = after(*wait);
-    if ((Tools.End && next >= *Tools.End) || (Asked.onWait && !Asked.onWait(failure, *wait))) {
+    if (Asked.onWait && !Asked.onWait(failure, *wait)) {
         throw failure;
     }
     if (Tools.Stopped || !Tools.Wake.sleepUntil(next)) {
@@ -243,7 +253,8 @@ bool Call::isFinalStatus(const Response& response, const Request& current) const
     }
     const Error failure = statusError(response.status, response.reason, {.Url = current.url}).with(response, true);
     try {
-        return PassedOn || !Tools.Policy.waitAfter(Attempts, Asked, failure, timeLeft());
+        return (PassedOn && !(MayFollow && MayFollow())) ||
+               !Tools.Policy.waitAfter(Attempts, Asked, failure, timeForNext());
     } catch (const Error&) {
         return true; // it would have to wait too long
     }
@@ -347,8 +358,11 @@ void Call::pace(const std::string& host, std::size_t bytes) const {
 }
 
 Limit Call::timeLeft() const {
-    return Tools.End ? std::max(Limit::zero(), std::chrono::duration_cast<Limit>(*Tools.End - Clock::now()))
-                     : Limit(-1);
+    return leftUntil(Tools.End);
+}
+
+Limit Call::timeForNext() const {
+    return leftUntil(LastStart && (!Tools.End || *LastStart < *Tools.End) ? LastStart : Tools.End);
 }
 
 Error Call::stopped() {

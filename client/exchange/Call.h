@@ -40,8 +40,8 @@ public:
 
     // Adds fields to each request just before it goes out.
     void beforeEach(std::function<void(Request&)> hook) { BeforeEach = std::move(hook); }
-    // True: content that has been passed on is taken back by the next head, so an attempt may follow it.
-    void mayRestart(bool may) { MayRestart = may; }
+    // Whether an attempt may follow though content has been passed on: the next head takes it back, or it goes on.
+    void mayFollow(std::function<bool()> may) { MayFollow = std::move(may); }
 
     // May be called again: what came was of no use, and the request is to be made anew.
     Response run();
@@ -65,7 +65,10 @@ private:
     void pace(const std::string& host, std::size_t bytes) const;
     void forgetAttemptsEnd();
     void waitForNext(const Error& failure);
-    Limit timeLeft() const; // negative: no limit
+    ///@{ Negative: no limit.
+    Limit timeLeft() const;    // for the call
+    Limit timeForNext() const; // for waits before another attempt
+    ///@}
     static Error stopped();
     void report();
     void note(const std::string& text) const;
@@ -75,11 +78,12 @@ private:
     Request Asked;
     HeadReceiver OnHead;
     std::function<void(Request&)> BeforeEach;
-    bool MayRestart = false;
-    bool PassedOn = false; // content has reached the program
-    bool Foreign = false;  // the failure is one of the program's own
+    std::function<bool()> MayFollow; // empty: it may not
+    bool PassedOn = false;           // content has reached the program
+    bool Foreign = false;            // the failure is one of the program's own
     int Attempts = 0;
     std::vector<Hop> Hops;
+    const std::optional<Clock::time_point> LastStart; // of an attempt
     Progress Now;
 };
 

@@ -1,7 +1,7 @@
 #include "client/exchange/Call.h"
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
-#include "client/save/SavedContent.h"
+#include "client/save/JoinedContent.h"
 
 #include <netrove/client.h>
 #include <netrove/outputfile.h>
@@ -26,16 +26,24 @@ double randomShare() {
 }
 
 // What `save` puts the content into.
-std::unique_ptr<SavedContent> savedContent(const std::filesystem::path& target, const Request& request) {
+JoinedContent savedContent(const std::filesystem::path& target, const Request& request) {
     if (target.native().find('\0') != std::string::npos) {
         failUsage("the name of the file has a NUL");
     }
     const bool folder = target.empty() || !target.has_filename() || isFolder(target);
     if (!request.resume) {
-        return folder ? namedContent(target, request.replace) : wholeContent(target, request.replace);
+        return {folder ? namedFile(target, request.replace) : wholeFile(target, request.replace), {}};
     }
     // What is there already must be known before the server can name it.
-    return resumedContent(folder ? target / fileNameFor(request.url) : target, request.replace);
+    const std::filesystem::path file = folder ? target / fileNameFor(request.url) : target;
+    const bool unproven = request.resumeUnproven || request.resumeAt;
+    JoinedContent content(partFile(file, request.replace, unproven), {.Unproven = unproven, .At = request.resumeAt});
+    if (const std::uint64_t at = request.resumeAt.value_or(0); at > content.size()) {
+        fail(failure::kBadOffset, {static_cast<std::int64_t>(at), static_cast<std::int64_t>(content.size())},
+             file.string() + " has " + std::to_string(content.size()) + " bytes, so byte " + std::to_string(at) +
+                 " does not follow them");
+    }
+    return content;
 }
 
 } // namespace
@@ -80,12 +88,13 @@ struct [[gnu::visibility("hidden")]] Client::State {
     Response perform(const Request& request, const Call::HeadReceiver& onHead, bool mayRestart) {
         return alone(request, [&](const CallTools& tools) {
             Call call(tools, request, onHead);
-            call.mayRestart(mayRestart);
+            call.mayFollow([mayRestart] { return mayRestart; });
             return call.run();
         });
     }
 
-    Response saveInto(SavedContent& content, const Request& request, const CallTools& tools);
+    // What comes goes into `content`, in as many responses as it takes.
+    static Response join(JoinedContent& content, const Request& request, const CallTools& tools, bool saves);
 
     Request Defaults;
     std::unique_ptr<Transport> TheTransport;
@@ -122,16 +131,15 @@ private:
     };
 };
 
-Response Client::State::saveInto(SavedContent& content, const Request& request, const CallTools& tools) {
-    bool whole = false; // what was there before is all that there is
+Response Client::State::join(JoinedContent& content, const Request& request, const CallTools& tools, bool saves) {
     bool again = false; // what came is of no use
-    const auto beyondItsEnd = [&](Response& head) {
-        whole = content.isWhole(head);
-        again = !whole;
-    };
+    const auto beyondItsEnd = [&](Response& head) { again = !content.isWhole(head); };
     Call call(tools, request, [&](Response& head) -> Taker {
-        whole = again = false;
-        if (head.status == kNotModified) {
+        again = false;
+        if (saves && request.onHead) {
+            request.onHead(head);
+        }
+        if (saves && head.status == kNotModified) {
             return {};
         }
         if (head.status == kRangeNotSatisfiable && content.asksForPart()) {
@@ -142,14 +150,16 @@ Response Client::State::saveInto(SavedContent& content, const Request& request, 
         if (again) {
             return {};
         }
-        return [&content](std::span<const std::byte> piece) {
-            content.write(piece);
-            return true;
+        return [&](std::span<const std::byte> piece) {
+            const Piece fate = content.write(piece);
+            again = fate == Piece::Wrong;
+            return fate == Piece::Taken;
         };
     });
     call.beforeEach([&](Request& hop) { content.ask(hop); });
-    call.mayRestart(true);
-    for (bool last = false;; last = true) {
+    call.mayFollow([&] { return content.mayFollow(); });
+    for (int idle = 0;;) {
+        const std::uint64_t before = content.size();
         Response response;
         try {
             response = call.run();
@@ -162,16 +172,36 @@ Response Client::State::saveInto(SavedContent& content, const Request& request, 
             beyondItsEnd(response);
             response.content.clear(); // the page that said so
         }
-        if (again && last) {
+        if (again && !content.asksForPart()) {
             throw clientError(failure::kIncomplete, {"0", "-1"}, "the server sends parts that nobody has asked for")
                 .with(std::move(response), true);
         }
         if (again) {
             continue;
         }
-        if (response.status != kNotModified) {
+        if (saves && response.status == kNotModified) {
+            return response;
+        }
+        // A server may send less than was asked for, as long as it sends something.
+        idle = content.size() > before ? 0 : idle + 1;
+        if (content.wantsMore() && response.whole) {
+            if (idle < 2) {
+                continue;
+            }
+            const std::string came = std::to_string(content.size());
+            const std::string end = std::to_string(content.end());
+            throw clientError(failure::kIncomplete, {came, end},
+                              "the content is incomplete: " + came + " of " + end + " bytes came")
+                .with(std::move(response), true);
+        }
+        try {
             content.finish(request, response);
-            response.file = content.target();
+        } catch (const Error& failure) {
+            // Parts may not have belonged together, whatever the server says.
+            if (!failure.identifier().ends_with(netrove::failure::kDigestMismatch) || !content.discard()) {
+                throw;
+            }
+            continue;
         }
         return response;
     }
@@ -273,7 +303,16 @@ Response Client::stream(Request request, const std::function<Taker(const Respons
     if (!onHead) {
         failUsage("a callable that takes the head is missing");
     }
-    return own.perform(own.prepared(std::move(request), Use::Stream), onHead, true);
+    request = own.prepared(std::move(request), Use::Stream);
+    if (!request.resume) {
+        return own.perform(request, onHead, true);
+    }
+    return own.alone(request, [&](const CallTools& tools) {
+        JoinedContent content(passedOn(onHead), {});
+        Response response = State::join(content, request, tools, false);
+        response.received = content.size();
+        return response;
+    });
 }
 
 Response Client::save(std::string url, std::filesystem::path target, Request more) {
@@ -283,12 +322,15 @@ Response Client::save(std::string url, std::filesystem::path target, Request mor
 Response Client::save(Request request, std::filesystem::path target) {
     State& own = State::of(Own);
     request = own.prepared(std::move(request), Use::Save);
+    if (request.resume) {
+        request.checkStatus = true; // no page of an error goes into what may be resumed
+    }
     return own.alone(request, [&](const CallTools& tools) {
-        const auto content = savedContent(target, request); // first, so that a bad target costs no request
-        Response response = own.saveInto(*content, request, tools);
+        JoinedContent content = savedContent(target, request); // first, so that a bad target costs no request
+        Response response = State::join(content, request, tools, true);
         if (!response.file.empty()) {
-            content->settle(false);
-            content->name();
+            content.store().settle(false);
+            content.store().name();
         }
         return response;
     });
@@ -300,11 +342,13 @@ Response Client::receive(Request request, std::filesystem::path target, Received
     const bool resumes =
         request.method == "GET" && !request.fields.contains("Range") && !request.fields.contains("If-Range");
     return own.alone(request, [&](const CallTools& tools) {
-        auto content = listedContent(target, request.replace, resumes ? std::optional(how.resumedFrom) : std::nullopt,
-                                     std::move(how.onTemporary));
-        Response response = own.saveInto(*content, request, tools);
+        JoinedContent content(listedFile(target, request.replace, *request.decode,
+                                         resumes ? std::optional(how.resumedFrom) : std::nullopt,
+                                         std::move(how.onTemporary)),
+                              {});
+        Response response = State::join(content, request, tools, true);
         if (!response.file.empty()) {
-            file.Content = std::move(content);
+            file.Content = content.release();
         }
         return response;
     });

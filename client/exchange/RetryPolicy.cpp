@@ -24,6 +24,23 @@ bool isTransientStatus(int status, const Response& response, const Request& requ
            (status == kOnlyWithRetryAfter && response.fields.contains("Retry-After"));
 }
 
+// Another attempt would end in the same way.
+bool isFinal(const Error& failed) {
+    switch (failed.kind()) {
+    case ErrorKind::Url:
+    case ErrorKind::Interrupted:
+    case ErrorKind::File:
+    case ErrorKind::Usage:
+        return true;
+    case ErrorKind::Timeout:
+        return failed.identifier() == "NETROVE:client:TotalTime";
+    case ErrorKind::Content:
+        return failed.identifier() == "NETROVE:client:ContentTooLarge";
+    default:
+        return false;
+    }
+}
+
 // An unknown host may be one whose name server did not answer: the library cannot tell the difference.
 bool mayPass(const Error& failed, const Request& requested) {
     switch (failed.kind()) {
@@ -55,7 +72,7 @@ bool isIdempotent(std::string_view method) {
 std::optional<Limit> RetryPolicy::waitAfter(int attempts, const Request& requested, const Error& failed,
                                             Limit left) const {
     const Retry& retry = requested.retry;
-    if (attempts >= *retry.attempts || !mayPass(failed, requested)) {
+    if (attempts >= *retry.attempts || !(*retry.any ? !isFinal(failed) : mayPass(failed, requested))) {
         return std::nullopt;
     }
     if (!*retry.unsafe && failed.sent() && !isIdempotent(requested.method)) {

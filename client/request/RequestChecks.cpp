@@ -65,6 +65,8 @@ void checkSaving(const Request& request, Use use) {
     refuse(request.resume && (request.fields.contains("Range") || request.fields.contains("If-Range")),
            "resume sets the fields Range and If-Range itself");
     refuse(request.resume && request.compressed == true, "resume takes content as it is, so leave out compressed");
+    refuse(!request.resume && (request.resumeUnproven || request.resumeAt),
+           "resumeUnproven and resumeAt are for resume");
     const bool hex = std::all_of(request.sha256.begin(), request.sha256.end(), isHexDigit);
     refuse(!request.sha256.empty() && (!hex || request.sha256.size() != kSha256Digits),
            "sha256 takes 64 hexadecimal digits");
@@ -140,6 +142,8 @@ void inherit(Request& own, const Request& other) {
     inherit(own.retry.longestWait, other.retry.longestWait);
     inherit(own.retry.unsafe, other.retry.unsafe);
     inherit(own.retry.statuses, other.retry.statuses);
+    inherit(own.retry.most, other.retry.most);
+    inherit(own.retry.any, other.retry.any);
     inherit(own.decode, other.decode);
     inherit(own.compressed, other.compressed);
     inherit(own.checkStatus, other.checkStatus);
@@ -151,6 +155,9 @@ void inherit(Request& own, const Request& other) {
     }
     if (!own.rate) {
         own.rate = other.rate;
+    }
+    if (!own.onHead) {
+        own.onHead = other.onHead;
     }
     if (!own.onWait) {
         own.onWait = other.onWait;
@@ -175,7 +182,9 @@ const Request& documentedDefaults() {
                   .wait = 250ms,
                   .longestWait = 30s,
                   .unsafe = false,
-                  .statuses = std::vector<int>{408, 429, 502, 503, 504}},
+                  .statuses = std::vector<int>{408, 429, 502, 503, 504},
+                  .most = kUnlimited,
+                  .any = false},
         .decode = true,
         .compressed = false,
         .checkStatus = true,
@@ -249,6 +258,7 @@ void checkRequest(const Request& request, Use use) {
     checkLimit(request.limits.total, "total");
     checkLimit(request.retry.wait, "retry.wait");
     checkLimit(request.retry.longestWait, "retry.longestWait");
+    checkLimit(request.retry.most, "retry.most");
     refuse(request.retry.attempts && *request.retry.attempts < 1, "retry.attempts is not above zero");
     refuse(request.retry.made < 0, "retry.made is below zero");
     refuse(request.redirects.most && *request.redirects.most < 0, "redirects.most is below zero");
@@ -273,7 +283,8 @@ void checkRequest(const Request& request, Use use) {
     if (use == Use::Save || use == Use::Receive) {
         return checkSaving(request, use);
     }
-    refuse(request.resume || !request.replace || request.keepTime || !request.sha256.empty(),
+    refuse((request.resume && use != Use::Stream) || request.resumeUnproven || request.resumeAt || !request.replace ||
+               request.keepTime || !request.sha256.empty(),
            "resume, replace, keepTime and sha256 are for save");
     refuse(use == Use::Defaults && (!request.method.empty() || request.body),
            "the defaults of a client have no method and no body");

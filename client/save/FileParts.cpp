@@ -8,6 +8,7 @@
 #include <netrove/descriptor.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
@@ -49,6 +50,24 @@ void restart(int descriptor, const std::string& name) {
     if (retried([&] { return ftruncate(descriptor, 0); }) != 0 || lseek(descriptor, 0, SEEK_SET) != 0) {
         failSystem(failure::kFileNotWritten, name, errno);
     }
+}
+
+bool holdsBytes(int descriptor, std::uint64_t at, std::span<const std::byte> bytes, const std::string& name) {
+    std::vector<std::byte> there(std::min(bytes.size(), kPiece));
+    while (!bytes.empty()) {
+        const std::size_t most = std::min(bytes.size(), there.size());
+        const ssize_t count = retried([&] { return pread(descriptor, there.data(), most, static_cast<off_t>(at)); });
+        if (count < 0) {
+            failSystem(failure::kFileNotRead, name, errno);
+        }
+        const auto length = static_cast<std::size_t>(count);
+        if (length == 0 || !std::equal(there.begin(), there.begin() + count, bytes.begin())) {
+            return false;
+        }
+        bytes = bytes.subspan(length);
+        at += length;
+    }
+    return true;
 }
 
 void finishContent(int descriptor, const Request& request, const Response& response, const std::string& name) {

@@ -1,4 +1,4 @@
-#include "client/save/SavedContent.h"
+#include "client/save/ContentStore.h"
 
 #include <netrove/client.h>
 
@@ -25,7 +25,7 @@ int ReceivedFile::descriptor() const {
     return Content->descriptor();
 }
 
-const std::filesystem::path& ReceivedFile::target() const {
+std::filesystem::path ReceivedFile::target() const {
     return Content->target();
 }
 

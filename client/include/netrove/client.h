@@ -54,7 +54,7 @@ struct Receiving {
     std::function<void(const std::string& name, int descriptor)> onTemporary = {};
 };
 
-class SavedContent;
+class ContentStore;
 
 /// Content that has come whole and has no name yet. Without one it is dropped, except what may be resumed.
 class NETROVE_API ReceivedFile {
@@ -70,13 +70,13 @@ public:
     /// Gives it its name. A name that is on the disk before its content is an empty file after a power cut: so once
     /// `settle` has returned. @throws Error of kind File
     void name();
-    int descriptor() const;                      ///< of the file
-    explicit operator bool() const;              ///< true: there is content
-    const std::filesystem::path& target() const; ///< the name that it gets
+    int descriptor() const;               ///< of the file
+    explicit operator bool() const;       ///< true: there is content
+    std::filesystem::path target() const; ///< the name that it gets
 
 private:
     friend class Client;
-    std::unique_ptr<SavedContent> Content;
+    std::unique_ptr<ContentStore> Content;
 };
 
 /// An HTTP client. It keeps its connections for the next call; cookies live for one call and its redirects.

@@ -86,7 +86,9 @@ struct Retry {
     std::optional<Limit> longestWait = {};         ///< 30 s; a Retry-After beyond it ends the call
     std::optional<bool> unsafe = {};               ///< POST and PATCH too, which may then be done twice; false
     std::optional<std::vector<int>> statuses = {}; ///< that may pass; 408, 429, 502, 503, 504
-    int made = 0;                                  ///< attempts that the program has made before; they count
+    std::optional<Limit> most = {}; ///< no attempt begins later than this after the call has begun; unlimited
+    std::optional<bool> any = {};   ///< whatever failure of the server or the way to it; false
+    int made = 0;                   ///< attempts that the program has made before; they count
 };
 
 /// How far a call has come.
@@ -114,13 +116,16 @@ struct TraceLine {
 
 /// One request. Of the settings that a call leaves out, the client's apply, then the defaults named here.
 struct Request {
-    std::string url = {};     ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
-    std::string method = {};  ///< empty: GET, with a body POST
-    Fields fields = {};       ///< in order; a name here replaces the client's fields of that name
-    Body body = {};           ///< content
-    bool resume = false;      ///< `save`: what an earlier call has left in FILE.part goes on, if it is the same file
-    bool replace = true;      ///< `save`: false: a file that is there is an error
-    bool keepTime = false;    ///< `save`: the file's time is that of Last-Modified
+    std::string url = {};    ///< http or https, UTF-8; an IRI is converted. Relative: to that of the client
+    std::string method = {}; ///< empty: GET, with a body POST
+    Fields fields = {};      ///< in order; a name here replaces the client's fields of that name
+    Body body = {};          ///< content
+    bool resume = false;     ///< `save`: what an earlier call has left in FILE.part goes on, if it is the same file.
+                             ///< `stream`: `onHead` is called for the first content; what breaks off after it goes on
+    bool resumeUnproven = false; ///< with `resume`: so does what nothing is known of, FILE itself included
+    std::optional<std::uint64_t> resumeAt = {}; ///< with `resume`: from this byte on, whatever is known of others
+    bool replace = true;                        ///< `save`: false: a file that is there is an error
+    bool keepTime = false;                      ///< `save`: the file's time is that of Last-Modified
     std::string sha256 = {};  ///< `save`: of the whole content, in hex; anything else is an error and is not kept
     Login login = {};         ///< at the server
     Proxy proxy = {};         ///< on the way to it
@@ -136,6 +141,8 @@ struct Request {
     /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
     std::shared_ptr<RateLimit> rate = {}; ///< how fast content may move; waits for it are no silence of the server
+    /// Called by `save` with the head of the response before its content. What it throws ends the call.
+    std::function<void(const Response& head)> onHead = {};
     /// Called with what has failed before a wait for the next attempt. False: the call ends with that failure, for
     /// programs that wait themselves.
     std::function<bool(const Error& failure, Limit wait)> onWait = {};

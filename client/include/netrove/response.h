@@ -41,6 +41,7 @@ struct NETROVE_API Response {
     bool whole = true;               ///< false: a consumer ended the transfer before the content's end
     std::filesystem::path file = {}; ///< of `save`: where the content is; empty after a 304, which leaves files alone
     std::uint64_t resumedAt = 0;     ///< of `save`: bytes that were there before
+    bool unproven = false; ///< of `save`: neither a validator nor a digest says that those are of the same content
 
     /// True for 200 to 299.
     bool ok() const { return status >= 200 && status < 300; }

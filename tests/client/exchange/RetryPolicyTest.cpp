@@ -79,6 +79,8 @@ INSTANTIATE_TEST_SUITE_P(
                       RetryRow{"Status413WithTime", "GET", status(413, {{"Retry-After", "0"}}), true},
                       RetryRow{"Status503AfterPost", "POST", status(503), false},
                       RetryRow{"StatusOfTheProgram", "GET", status(500), true, {.statuses = std::vector<int>{500}}},
+                      RetryRow{"AnyStatus", "GET", status(404), true, {.any = true}},
+                      RetryRow{"AnyAfterPost", "POST", status(404), false, {.any = true}},
                       RetryRow{"OneAttempt", "GET", {.fault = Fault::Reset}, false, {.attempts = 1}}),
     [](const auto& info) { return info.param.Name; });
 
@@ -87,6 +89,35 @@ TEST(RetryPolicy, ContentThatCannotBeMadeAgainIsNotSentAgain) {
     Client client = quick(script);
     EXPECT_THROW(client.put("http://a.example/", generator([]() -> std::span<const std::byte> { return {}; })), Error);
     EXPECT_EQ(script.left(), 1u);
+}
+
+TEST(RetryPolicy, NoAttemptBeginsAfterTheTimeForThem) {
+    netrove::testing::Script script{status(503, {{"Retry-After", "60"}}), {}};
+    Client client = quick(script, {.longestWait = kUnlimited, .most = 10s});
+    int waits = 0;
+    const auto count = [&](const Error&, Limit) { return ++waits > 0; };
+    try {
+        client.request({.url = "http://a.example/", .onWait = count});
+        FAIL() << "no error";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.identifier(), "NETROVE:client:RetryTooLate");
+    }
+    EXPECT_EQ(waits, 0);
+    EXPECT_EQ(script.left(), 1u);
+}
+
+TEST(RetryPolicy, EachWaitIsReportedWithItsCause) {
+    netrove::testing::Script script{{.fault = Fault::Reset}, status(503, {{"Retry-After", "0"}}), {}};
+    Client client = quick(script);
+    std::vector<std::pair<ErrorKind, Limit>> seen;
+    client.request({.url = "http://a.example/", .onWait = [&](const Error& failure, Limit wait) {
+                        seen.emplace_back(failure.kind(), wait);
+                        return true;
+                    }});
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].first, ErrorKind::Connect);
+    EXPECT_LE(seen[0].second, 1ms);
+    EXPECT_EQ(seen[1], std::pair(ErrorKind::Status, Limit(0)));
 }
 
 TEST(RetryPolicy, ThreeAttemptsAreMadeAndAllAreListed) {
