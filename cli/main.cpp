@@ -6,6 +6,7 @@
 #include "cli/exchange/Session.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
+#include "cli/options/ConfigFile.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/OptionParser.h"
 #include "cli/system/Signals.h"
@@ -122,7 +123,7 @@ int main(int argc, char** argv) {
     console.configure(ColorChoice::Auto, wantsJsonErrors(argc, argv));
     ParseResult parsed;
     const int parseStatus = reported(console, {}, [&] {
-        parsed = parseCommandLine(argc, argv);
+        parsed = parseCommandLine(argc, argv, usualConfigFile());
         return int{kExitDone};
     });
     if (parseStatus != kExitDone) {
@@ -135,6 +136,9 @@ int main(int argc, char** argv) {
         return kExitDone;
     }
     wipeSecrets(argc, argv, parsed.Secrets);
+    for (const std::string& warning : parsed.Warnings) {
+        console.warning(cliMessage(failure::kReadableSecret, {}, warning));
+    }
 
     Settings& settings = parsed.Settings;
     std::optional<TraceOutput> trace; // outlives the client: its end is traced too

@@ -15,6 +15,7 @@ constexpr std::string_view kCatalogue = "NETROVE:cli";
 // Keys of the failures raised here; ExitStatus.cpp has the exit status of each.
 namespace failure {
 constexpr std::string_view kUsage = "Usage";
+constexpr std::string_view kReadableSecret = "ReadableSecret";       // a warning
 constexpr std::string_view kFileNotWritten = "FileNotWritten";       // file, reason
 constexpr std::string_view kFileExists = "FileExists";               // file
 constexpr std::string_view kFileNotRead = "FileNotRead";             // file, reason

@@ -34,7 +34,7 @@ constexpr ForeignOption kForeign[] = {
     {"--stderr", "redirect standard error: 2> FILE", kTransfers},
     {"-g --globoff", "leave it out: braces and brackets in a URL are sent as they are", kTransfers},
     {"-N --no-buffer", "leave it out: content is written as it arrives", kTransfers},
-    {"-q --disable", "use --silent to show nothing", kTransfers},
+    {"-q --disable", "use --no-config, or --silent to show nothing", kTransfers},
     {"-M --manual", "use netrove help man", kAll},
     {"-t --tries", "use --retry", kTransfers},
     {"--timeout", "use --max-time, --connect-timeout, --response-timeout or --data-timeout", kTransfers},

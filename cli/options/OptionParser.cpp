@@ -3,10 +3,13 @@
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/failures/Hints.h"
+#include "cli/options/ConfigFile.h"
 #include "cli/options/FieldText.h"
 #include "cli/options/ForeignOptions.h"
 #include "cli/options/pages/Help.h"
 #include "cli/options/pages/Reference.h"
+#include "cli/system/BodySource.h"
+#include "vantik/Failure.h"
 
 #include <CLI/CLI.hpp>
 #include <netrove/refusedurl.h>
@@ -16,6 +19,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace netrove::cli {
@@ -30,35 +34,36 @@ std::string optionNames(const OptionRow& row) {
     return names;
 }
 
-// Adds one option of the table. It is applied when it is parsed, so that the last of two contradicting options wins.
-void addOption(CLI::App& app, const OptionRow& row, ParseResult& result) {
+// An option as it was typed.
+struct Occurrence {
+    const OptionRow* Row;
+    std::string Value;
+};
+
+// Adds one option of the table. What is typed is noted in its order, so that the last of two contradicting options
+// wins.
+void addOption(CLI::App& app, const OptionRow& row, std::vector<Occurrence>& typed) {
     CLI::Option* option = nullptr;
-    const auto apply = row.Apply;
     if (row.ValueName.empty()) {
-        option = app.add_flag_function(optionNames(row), [apply, &result](std::int64_t count) {
+        option = app.add_flag_function(optionNames(row), [&row, &typed](std::int64_t count) {
             if (count > 0) {
-                apply(result.Settings, "");
+                typed.push_back({&row, ""});
             }
         });
     } else {
-        option = app.add_option(optionNames(row),
-                                [apply, secret = row.Traits.Secret, &result](const CLI::results_t& values) {
-                                    for (const std::string& value : values) {
-                                        apply(result.Settings, value);
-                                        if (secret != Secrecy::None) {
-                                            result.Secrets.push_back({value, secret});
-                                        }
-                                    }
-                                    return true;
-                                });
+        option = app.add_option(optionNames(row), [&row, &typed](const CLI::results_t& values) {
+            for (const std::string& value : values) {
+                typed.push_back({&row, value});
+            }
+            return true;
+        });
         option->type_size(1)->expected(1)->type_name(std::string(row.ValueName));
         option->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     }
     option->trigger_on_parse();
 }
 
-void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
-    Settings& settings = result.Settings;
+void addCommand(CLI::App& app, const CommandRow& command, Settings& settings, std::vector<Occurrence>& typed) {
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
     sub->set_help_flag("-h,--help");
     if (command.Url) {
@@ -78,7 +83,7 @@ void addCommand(CLI::App& app, const CommandRow& command, ParseResult& result) {
     }
     for (const OptionRow& row : optionTable()) {
         if ((row.Commands & command.Set) != 0) {
-            addOption(*sub, row, result);
+            addOption(*sub, row, typed);
         }
     }
     sub->callback([&settings, kind = command.Kind] { settings.Command = kind; });
@@ -232,20 +237,71 @@ std::string_view secretPart(const SecretValue& value) {
     return {};
 }
 
+unsigned setOf(Command kind) {
+    const auto found = std::ranges::find(commandTable(), kind, &CommandRow::Kind);
+    return found == commandTable().end() ? unsigned{kProgram} : found->Set;
+}
+
+// The file that is named must be there, the usual one need not.
+void applyConfig(ParseResult& result, const std::string& usualFile) {
+    const bool named = !result.Settings.ConfigFile.empty();
+    const std::string file = named ? result.Settings.ConfigFile : usualFile;
+    if (result.Settings.NoConfig || (!named && (file.empty() || access(file.c_str(), F_OK) != 0))) {
+        return;
+    }
+    bool secret = false;
+    for (const ConfigEntry& entry : configEntries(readWhole(file), file, setOf(result.Settings.Command))) {
+        try {
+            entry.Row->Apply(result.Settings, entry.Value);
+        } catch (const vantik::Failure& failure) {
+            if (failure.message().Key != failure::kUsage) {
+                throw;
+            }
+            failUsage(printable(file) + ":" + std::to_string(entry.Line) + ": " + failure.message().Text);
+        }
+        secret = secret || !secretPart({entry.Value, entry.Row->Traits.Secret}).empty();
+    }
+    if (secret && isReadableByOthers(file)) {
+        result.Warnings.push_back(printable(file) + " has a secret in it and other users can read it; chmod 600 helps");
+    }
+}
+
+// What is typed wins over the configuration file, so it comes later; which file that is comes first.
+void applyAll(ParseResult& result, const std::vector<Occurrence>& typed, const std::string& usualConfig) {
+    const auto choosesFile = [](const Occurrence& occurrence) {
+        return occurrence.Row->LongName == "config" || occurrence.Row->LongName == "no-config";
+    };
+    for (const Occurrence& occurrence : typed) {
+        if (choosesFile(occurrence)) {
+            occurrence.Row->Apply(result.Settings, occurrence.Value);
+        }
+    }
+    applyConfig(result, usualConfig);
+    for (const auto& [row, value] : typed) {
+        if (!choosesFile({row, value})) {
+            row->Apply(result.Settings, value);
+        }
+        if (row->Traits.Secret != Secrecy::None) {
+            result.Secrets.push_back({value, row->Traits.Secret});
+        }
+    }
+}
+
 } // namespace
 
-ParseResult parseCommandLine(int argc, const char* const* argv) {
+ParseResult parseCommandLine(int argc, const char* const* argv, const std::string& usualConfig) {
     ParseResult result;
+    std::vector<Occurrence> typed;
     CLI::App app("", "netrove");
     app.set_help_flag("-h,--help");
     app.require_subcommand(0, 1);
     for (const OptionRow& row : optionTable()) {
         if ((row.Commands & kProgram) != 0) {
-            addOption(app, row, result);
+            addOption(app, row, typed);
         }
     }
     for (const CommandRow& command : commandTable()) {
-        addCommand(app, command, result);
+        addCommand(app, command, result.Settings, typed);
     }
     try {
         app.parse(argc, argv);
@@ -267,6 +323,7 @@ ParseResult parseCommandLine(int argc, const char* const* argv) {
         result.Help = helpOn(result.Settings.Topic);
         return result;
     }
+    applyAll(result, typed, usualConfig);
     if (result.Settings.Command == Command::None && !result.Settings.ShowVersion) {
         failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
     }

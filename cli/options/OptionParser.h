@@ -19,11 +19,13 @@ struct SecretValue {
 struct ParseResult {
     cli::Settings Settings;
     std::vector<SecretValue> Secrets;
-    std::optional<std::string> Help; // asked for: print this and stop
+    std::vector<std::string> Warnings; // of the configuration file
+    std::optional<std::string> Help;   // asked for: print this and stop
 };
 
+// `usualConfig` is the configuration file that is read, if it is there, unless another one is named or none is wanted.
 // Raises a usage failure. The settings are complete except for passwords that must be asked for.
-ParseResult parseCommandLine(int argc, const char* const* argv);
+ParseResult parseCommandLine(int argc, const char* const* argv, const std::string& usualConfig = {});
 
 // True if `--json-errors` is among the arguments; for failures of the parse itself.
 bool wantsJsonErrors(int argc, const char* const* argv);

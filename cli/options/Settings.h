@@ -39,9 +39,11 @@ struct BatchSettings {
 
 struct Settings {
     cli::Command Command = Command::None;
-    std::string Url;    // without user name and password, which move to User and Password
-    std::string Target; // save: the file or folder named, empty for none
-    std::string Topic;  // help: empty for the list of topics
+    std::string Url;        // without user name and password, which move to User and Password
+    std::string Target;     // save: the file or folder named, empty for none
+    std::string ConfigFile; // empty: the usual one
+    bool NoConfig = false;
+    std::string Topic; // help: empty for the list of topics
 
     // the request
     std::string Method; // empty: GET, POST with a body, PUT with a streamed one

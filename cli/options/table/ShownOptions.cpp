@@ -38,6 +38,10 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.JsonErrors = true; }},
     {"color", 0, "auto|always|never", kAll, "when to use colours; with auto, NO_COLOR in the environment turns them off",
      [](S& s, V v) { s.Color = chosen("color", v, kColors); }},
+    {"config", 'K', "FILE", kAll, "read options from this configuration file instead of the usual one",
+     [](S& s, V v) { s.ConfigFile = nonEmpty("config", v); }},
+    {"no-config", 0, "", kAll, "read no configuration file",
+     [](S& s, V) { s.NoConfig = true; }},
     {"version", 0, "", kProgram, "print the version, features and components",
      [](S& s, V) { s.ShowVersion = true; }, {.Common = kProgram}},
 };

@@ -77,7 +77,7 @@ TEST(Reference, BashCompletesWhatAPersonTypes) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("netrove.bash"), bashCompletion());
     const std::pair<std::string, std::string> rows[] = {
-        {"send --con", "--consumer\n--connect-timeout\n"},
+        {"send --connect", "--connect-timeout\n"},
         {"send --color a", "auto\nalways\n"},
         {"get --auth d", "digest\n"},
         {"get --auth basic,n", "basic,ntlm\nbasic,negotiate\n"},
