@@ -94,17 +94,17 @@ void BatchJournal::mend() {
     }
 }
 
-void BatchJournal::begun(const BatchLine& line, const OutputFile& file) {
+void BatchJournal::begun(const BatchLine& line, const std::string& temporary, int descriptor) {
     struct stat facts {};
-    if (fstat(file.descriptor(), &facts) != 0) {
-        failSystem(failure::kFileNotWritten, file.temporaryName(), errno);
+    if (fstat(descriptor, &facts) != 0) {
+        failSystem(failure::kFileNotWritten, temporary, errno);
     }
     add({.State = JournalState::Begun,
          .Line = line.Content,
          .Key = journalKey(line),
          .Device = facts.st_dev,
          .Inode = facts.st_ino,
-         .Name = file.temporaryName()});
+         .Name = temporary});
 }
 
 void BatchJournal::written(const BatchLine& line, int status, std::uint64_t bytes, std::uint64_t inode) {

@@ -7,7 +7,6 @@
 #include "vantik/Failure.h"
 
 #include <netrove/descriptor.h>
-#include <netrove/outputfile.h>
 
 #include <chrono>
 #include <cstdint>
@@ -30,7 +29,7 @@ public:
     BatchJournal(const BatchJournal&) = delete;
     BatchJournal& operator=(const BatchJournal&) = delete;
 
-    void begun(const BatchLine& line, const OutputFile& file); // raises FileNotWritten
+    void begun(const BatchLine& line, const std::string& temporary, int descriptor); // raises FileNotWritten
     void written(const BatchLine& line, int status, std::uint64_t bytes, std::uint64_t inode);
     void kept();
     void done(const BatchLine& line, int status, std::uint64_t bytes);

@@ -7,7 +7,9 @@
 #include <netrove/url.h>
 #include <nlohmann/json.hpp>
 
+#include <climits>
 #include <cmath>
+#include <poll.h>
 #include <unistd.h>
 
 namespace netrove::cli {
@@ -149,10 +151,14 @@ void BatchReport::print(const std::string& text) {
         return;
     }
     const std::string_view first = TheConsole.outIsTerminal() ? TheConsole.removesDisplay() : "";
-    // After a signal the line is lost; the journal has the transfer.
     try {
         OutputSink.write(std::string(first) + text + "\n");
     } catch (const vantik::Interrupted&) {
+        // After a signal nobody is waited for; where the line is lost, the journal has the transfer.
+        pollfd entry{STDOUT_FILENO, POLLOUT, 0};
+        if (text.size() < PIPE_BUF && poll(&entry, 1, 0) > 0) {
+            [[maybe_unused]] const bool written = writeAll(STDOUT_FILENO, text + "\n");
+        }
     }
 }
 

@@ -1,9 +1,11 @@
 // Does a list of transfers, several at a time.
 #pragma once
 
+#include "cli/batch/BatchCommit.h"
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchReport.h"
+#include "cli/batch/BatchSchedule.h"
 #include "cli/batch/BatchTransfer.h"
 #include "cli/batch/LineSource.h"
 #include "cli/batch/LiveTransfers.h"
@@ -14,6 +16,7 @@
 #include <netrove/pool.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -35,22 +38,36 @@ public:
     void run();
 
 private:
+    void read();
     void work(netrove::Client& client);
-    std::optional<BatchLine> takeLine();
+    // The next to do, as soon as there is one; nothing at the end.
+    std::optional<BatchJob> nextJob();
+    bool isThere(const BatchJob& job) const; // its file, where that is enough
+    void end(BatchJob job, BatchAttempt attempt, Clock::duration taken);
+    void report(BatchJob& job, BatchAttempt& attempt);
     // True if workers are left. A failure of one that has ended stops the others.
     bool someLeft(std::vector<std::future<void>>& workers);
     void stop(std::exception_ptr reason);
+    void raise(std::exception_ptr reason); // from another thread
+    void startNoMore();
 
     const Settings& TheSettings;
     const Console& TheConsole;
     LineSource& Lines;
-    std::mutex TakingLine;
     BatchJournal* Journal;
     BatchReport& Report;
     std::atomic<bool> Stopped = false;
     LiveTransfers Live;
-    WakeEvent WorkerLeft;
+    WakeEvent Woken; // a worker has left, or another thread has failed
     std::exception_ptr FirstFailure;
+    std::mutex Guard; // of what follows
+    std::condition_variable JobsCame;
+    std::condition_variable RoomCame;
+    BatchSchedule Schedule;
+    bool AllRead = false;
+    bool NoMore = false; // is read or begun
+    std::exception_ptr Raised;
+    std::optional<BatchCommit> Commit;
     netrove::Pool Workers; // last: it ends before what its threads use
 };
 

@@ -5,14 +5,10 @@
 #include "cli/options/FieldText.h"
 #include "cli/system/Signals.h"
 
-#include <netrove/outputfile.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <memory>
 #include <new>
-#include <sys/stat.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -21,6 +17,9 @@ namespace {
 
 // A body up to this size is held in memory; a larger one is streamed.
 constexpr std::uintmax_t kLargestHeldBody = std::uintmax_t{8} << 20;
+
+// A file of this length goes on where an attempt or a run has ended; a shorter one is sooner received anew.
+constexpr std::uint64_t kResumedFrom = std::uint64_t{1} << 20;
 
 // What is worth another attempt, a fault within the server too: the transfers of a list have all the time they need.
 const std::vector<int> kTransientStatuses = {408, 429, 500, 502, 503, 504};
@@ -95,64 +94,59 @@ netrove::Request requestFor(const Settings& settings) {
     return request;
 }
 
-// One transfer into its file, or into nothing.
+// One attempt, into its file or into nothing.
 class Transfer {
 public:
-    Transfer(netrove::Client& client, const BatchLine& line, const BatchTools& tools)
-        : TheClient(client), Line(line), Tools(tools), LineSettings(batchSettings(tools.TheSettings, line)),
-          Live(tools.Live, line.Url) {}
+    Transfer(netrove::Client& client, const BatchJob& job, const BatchTools& tools)
+        : TheClient(client), Job(job), Line(job.Line), Tools(tools),
+          LineSettings(batchSettings(tools.TheSettings, job.Line)), Live(tools.Live, job.Line.Url) {}
 
-    void run(BatchOutcome& outcome) {
-        std::optional<OutputFile> file;
-        if (Line.Target) {
-            if (LineSettings.Batch.MakeFolders) {
-                makeFoldersFor(*Line.Target);
-            }
-            file.emplace(*Line.Target, LineSettings.Force);
-            journaled(Tools.Journal, [&](BatchJournal& journal) {
-                journal.begun(Line, *file);
-                journal.flush();
-            });
+    void run(BatchAttempt& attempt) {
+        if (Line.Target && LineSettings.Batch.MakeFolders) {
+            makeFoldersFor(*Line.Target);
         }
         netrove::Request request = requestFor(LineSettings);
         request.progress = [this](const netrove::Progress& progress) {
             Live.count(progress.received, progress.toReceive);
         };
-        const bool repeatable = !request.body || request.body.repeatable();
-        const auto onHead = [&](const netrove::Response& head) {
-            outcome.Status = head.status;
-            outcome.Attempts = head.attempts;
-            refuseSpentContent(LineSettings, head, repeatable);
-            return takerFor(file);
+        request.retry.made = Job.Attempts;
+        // The wait is the run's, which does something else meanwhile.
+        request.onWait = [&attempt](const netrove::Error&, netrove::Limit wait) {
+            attempt.Again = Clock::now() + wait;
+            return false;
         };
-        outcome.Bytes = TheClient.stream(std::move(request), onHead).received;
-        if (file) {
-            journaled(Tools.Journal, [&](BatchJournal& journal) {
-                struct stat facts {};
-                if (fstat(file->descriptor(), &facts) != 0) {
-                    failSystem(failure::kFileNotWritten, *Line.Target, errno);
-                }
-                journal.written(Line, outcome.Status, static_cast<std::uint64_t>(facts.st_size), facts.st_ino);
-                journal.flush();
-            });
-            file->keep();
-        }
+        const bool repeatable = !request.body || request.body.repeatable();
+        const netrove::Response response = Line.Target ? toFile(std::move(request), attempt.File)
+                                                       : toNothing(std::move(request), attempt.Outcome, repeatable);
+        attempt.Outcome.Status = response.status;
+        attempt.Outcome.Attempts = response.attempts;
+        attempt.Outcome.Bytes = response.resumedAt + response.received;
+        refuseSpentContent(LineSettings, response, repeatable);
     }
 
 private:
-    // The content of an attempt, in place of that of an attempt before.
-    static netrove::Taker takerFor(std::optional<OutputFile>& file) {
-        if (!file) {
+    netrove::Response toNothing(netrove::Request request, BatchOutcome& outcome, bool repeatable) {
+        return TheClient.stream(std::move(request), [&](const netrove::Response& head) -> netrove::Taker {
+            outcome.Status = head.status;
+            outcome.Attempts = head.attempts;
+            refuseSpentContent(LineSettings, head, repeatable);
             return [](std::span<const std::byte>) { return true; };
-        }
-        file->restart();
-        return [&file](std::span<const std::byte> piece) {
-            file->write(piece);
-            return true;
+        });
+    }
+
+    netrove::Response toFile(netrove::Request request, netrove::ReceivedFile& file) {
+        request.replace = LineSettings.Force;
+        const auto onTemporary = [this](const std::string& name, int descriptor) {
+            journaled(Tools.Journal, [&](BatchJournal& journal) {
+                journal.begun(Line, name, descriptor);
+                journal.flush();
+            });
         };
+        return TheClient.receive(std::move(request), *Line.Target, file, {kResumedFrom, onTemporary});
     }
 
     netrove::Client& TheClient;
+    const BatchJob& Job;
     const BatchLine& Line;
     const BatchTools& Tools;
     Settings LineSettings;
@@ -189,12 +183,12 @@ Settings batchSettings(const Settings& settings, const BatchLine& line) {
     return lineSettings;
 }
 
-BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const BatchTools& tools) {
-    const auto start = Clock::now();
-    BatchOutcome outcome;
+BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const BatchTools& tools) {
+    BatchAttempt attempt;
+    BatchOutcome& outcome = attempt.Outcome;
     Circumstances circumstances{.MaxTimeSeconds = tools.TheSettings.MaxTime.value_or(0)};
     try {
-        Transfer(client, line, tools).run(outcome);
+        Transfer(client, job, tools).run(attempt);
     } catch (const JournalFailure& failure) {
         throw vantik::Failure(failure.Reason);
     } catch (const netrove::Error& error) {
@@ -214,24 +208,9 @@ BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const 
     } catch (const std::exception& exception) {
         outcome.Failed = judge(cliMessage(failure::kFailure, {exception.what()}, exception.what()), circumstances);
     }
-    outcome.Time = Clock::now() - start;
-    if (outcome.Failed && (tools.Stopped || signalSeen() != 0)) {
-        outcome.Abandoned = true;
-        return outcome;
-    }
-    try {
-        journaled(tools.Journal, [&](BatchJournal& journal) {
-            if (outcome.Failed) {
-                journal.failed(line, outcome.Failed->Message);
-            } else {
-                journal.done(line, outcome.Status, outcome.Bytes);
-            }
-            journal.flush();
-        });
-    } catch (const JournalFailure& failure) {
-        throw vantik::Failure(failure.Reason);
-    }
-    return outcome;
+    outcome.Time = Clock::now() - job.Begun;
+    outcome.Abandoned = outcome.Failed && (tools.Stopped || signalSeen() != 0);
+    return attempt;
 }
 
 } // namespace netrove::cli

@@ -3,8 +3,10 @@
 
 #include "cli/batch/BatchJournal.h"
 #include "cli/batch/BatchManifest.h"
+#include "cli/batch/BatchSchedule.h"
 #include "cli/batch/LiveTransfers.h"
 #include "cli/failures/ExitStatus.h"
+#include "cli/system/Signals.h"
 
 #include <netrove/client.h>
 
@@ -34,8 +36,15 @@ struct BatchTools {
     const std::atomic<bool>& Stopped;
 };
 
-// With its retries, by this client. Raises only what ends the run: a journal that cannot be written, or no memory.
-BatchOutcome transferLine(netrove::Client& client, const BatchLine& line, const BatchTools& tools);
+// What an attempt has come to.
+struct BatchAttempt {
+    BatchOutcome Outcome;
+    netrove::ReceivedFile File{};             // of a line with a target that did not fail
+    std::optional<Clock::time_point> Again{}; // when to try once more; the outcome is not the last one then
+};
+
+// One attempt by this client. Raises only what ends the run: a journal that cannot be written, or no memory.
+BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const BatchTools& tools);
 
 // The settings for one line: those of the command line, overridden by the line's own.
 Settings batchSettings(const Settings& settings, const BatchLine& line);

@@ -1,12 +1,11 @@
 #include "cli/batch/DigestStore.h"
 
 #include "cli/failures/CliFailure.h"
+#include "cli/system/TemporaryFile.h"
 
 #include <netrove/text.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -21,39 +20,12 @@ constexpr unsigned kFirstBits = 2;
 // How full the table may become, in tenths. Beyond it entries are ever further from where they are looked for.
 constexpr std::size_t kFullTenths = 7;
 
-[[noreturn]] void failTemporary(const std::string& folder, int error) {
-    failSystem(failure::kFileNotWritten, folder, error);
-}
-
-// In a folder that outlives a start of the system, since such folders are those with room.
-std::string temporaryFolder() {
-    const char* const chosen = std::getenv("TMPDIR");
-    if (chosen != nullptr && *chosen != '\0') {
-        return chosen;
-    }
-    return access("/var/tmp", W_OK | X_OK) == 0 ? "/var/tmp" : "/tmp";
-}
-
-int openTemporary(const std::string& folder) {
-    const int file = retried([&] { return open(folder.c_str(), O_RDWR | O_TMPFILE | O_CLOEXEC, 0600); });
-    if (file >= 0) {
-        return file;
-    }
-    std::string name = folder + "/netrove-XXXXXX"; // on a file system that knows only files with names
-    const int named = retried([&] { return mkostemp(name.data(), O_CLOEXEC); });
-    if (named < 0) {
-        failTemporary(folder, errno);
-    }
-    unlink(name.c_str());
-    return named;
-}
-
 template <class Call>
 void transferAll(std::size_t length, const Call& call) {
     for (std::size_t done = 0; done < length;) {
         const ssize_t count = retried([&] { return call(done); });
         if (count <= 0) {
-            failTemporary(temporaryFolder(), count < 0 ? errno : EIO);
+            failSystem(failure::kFileNotWritten, temporaryFolder(), count < 0 ? errno : EIO);
         }
         done += static_cast<std::size_t>(count);
     }
@@ -160,10 +132,10 @@ void DigestTable::grow() {
     if (larger.Bits <= kHeldBits) {
         larger.All.resize(kPageSize << larger.Bits);
     } else {
-        larger.File.Number = openTemporary(temporaryFolder());
+        larger.File.Number = openTemporary();
         larger.Page.resize(kPageSize);
         if (retried([&] { return ftruncate(larger.File.Number, static_cast<off_t>(kPageSize << larger.Bits)); }) != 0) {
-            failTemporary(temporaryFolder(), errno);
+            failSystem(failure::kFileNotWritten, temporaryFolder(), errno);
         }
     }
     for (std::size_t place = 0; place < EntriesOfPage << Bits; ++place) {

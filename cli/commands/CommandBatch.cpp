@@ -183,6 +183,10 @@ private:
     int conclude(const BatchReport& report) const {
         const BatchTotals totals = report.totals();
         say(summaryText(totals), report);
+        const auto most = TheSettings.Batch.MostFailures;
+        if (most && totals.Failed >= *most && totals.left() != 0) {
+            say("stopped after " + std::to_string(totals.Failed) + " failures, because of --max-failures", report);
+        }
         if (totals.Failed != 0) {
             say(std::to_string(totals.Failed) + " failed: " + report.causes(), report);
         }

@@ -5,6 +5,7 @@
 
 #include <netrove/ratelimit.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -25,6 +26,9 @@ constexpr int kDefaultRedirects = 20;
 struct BatchSettings {
     std::string Manifest; // "-": standard input
     int Jobs = 4;
+    int MostOfHost = 8; // transfers at a time
+    std::optional<std::size_t> MostFailures;
+    bool SkipExisting = false;
     int Retries = 0;
     double RetryWait = 1;          // seconds before the first of them
     double LongestRetryWait = 300; // seconds

@@ -231,10 +231,11 @@ TEST_F(BatchCommand, EndsWhereNobodyReadsItsOutput) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     close(ends[0]);
-    const Outcome outcome = run({"batch", "list", "-j", "2"}, {.Folder = Folder.path(), .OutDescriptor = ends[1]});
+    Server.hold("/n/10"); // until the first files are reported
+    const Outcome outcome = run({"batch", "list", "-j", "1"}, {.Folder = Folder.path(), .OutDescriptor = ends[1]});
     close(ends[1]);
     EXPECT_EQ(outcome.Status, 23) << outcome.Err;
-    EXPECT_LT(Server.allRequests(), 20u);
+    EXPECT_EQ(Server.allRequests(), 10u);
 }
 
 TEST_F(BatchCommand, ATimeLimitIsOneForEachAttempt) {
@@ -245,6 +246,59 @@ TEST_F(BatchCommand, ATimeLimitIsOneForEachAttempt) {
     EXPECT_EQ(outcome.Status, 28) << outcome.Err;
     expectMembers(results(outcome).at(0), {{"identifier", "NETROVE:cli:MaxTime"}, {"attempts", 2}});
     EXPECT_EQ(files(), Words{"quick"});
+}
+
+TEST_F(BatchCommand, HostsHaveAMostOfTransfersAtATime) {
+    writeList(6);
+    const Words paths = {"/n/1", "/n/2"};
+    std::ranges::for_each(paths, [this](const std::string& path) { Server.hold(path); });
+    Program program({"batch", "list", "-j", "6", "--parallel-max-host", "2"}, here());
+    std::ranges::for_each(paths, [this](const std::string& path) { Server.waitForRequest(path); });
+    std::ranges::for_each(paths, [this](const std::string& path) { Server.release(path); });
+    EXPECT_EQ(program.wait().Status, 0);
+    EXPECT_EQ(Server.mostAtOnce(), 2u);
+    expectFiles(6);
+}
+
+TEST_F(BatchCommand, ASlowHostHoldsUpNobody) {
+    BatchServer slow;
+    std::string text;
+    for (const char* name : {"a", "b", "c", "d"}) {
+        slow.hold(std::string("/") + name);
+        text += slow.url(std::string("/") + name) + " " + name + "\n";
+    }
+    text += Server.url("/n/1") + " 1\n" + Server.url("/n/2") + " 2\n";
+    write(text);
+    Program program({"batch", "list", "-j", "3", "--parallel-max-host", "2"}, here());
+    program.waitForOutput("\"line\":6"); // while all that the slow one may have is under way
+    EXPECT_EQ(slow.allRequests(), 2u);
+    for (const char* name : {"a", "b", "c", "d"}) {
+        slow.release(std::string("/") + name);
+    }
+    EXPECT_EQ(program.wait().Status, 0);
+}
+
+TEST_F(BatchCommand, WhatExistsIsSkippedWhereThatIsWanted) {
+    writeList(2);
+    writeFile(file("1"), "old");
+    const Outcome outcome = batch({"list", "--skip-existing"});
+    EXPECT_EQ(outcome.Status, 0);
+    EXPECT_EQ(count(outcome, "skipped"), 1);
+    EXPECT_EQ(readFile(file("1")), "old");
+    EXPECT_EQ(Server.allRequests(), 1u);
+}
+
+TEST_F(BatchCommand, EndsAfterSoManyFailures) {
+    std::string text;
+    for (int i = 1; i <= 5; ++i) {
+        const std::string path = "/bad/" + std::to_string(i);
+        Server.answer(path, {{404, {}, ""}});
+        text += Server.url(path) + " " + std::to_string(i) + "\n";
+    }
+    write(text);
+    EXPECT_THAT(batch({"list", "-j", "1", "--max-failures", "2"}),
+                ended(22, _, AllOf(HasSubstr("2 failed, 3 left"), HasSubstr("stopped after 2 failures"))));
+    EXPECT_EQ(Server.allRequests(), 2u);
 }
 
 } // namespace

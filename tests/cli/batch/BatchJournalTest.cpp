@@ -7,6 +7,7 @@
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <Poco/Checksum.h>
+#include <netrove/outputfile.h>
 
 #include <fcntl.h>
 #include <filesystem>
@@ -51,7 +52,7 @@ protected:
     void start(const std::function<void(BatchJournal&, OutputFile&)>& then) const {
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, true);
-        journal.begun(Line, file);
+        journal.begun(Line, file.temporaryName(), file.descriptor());
         ASSERT_TRUE(writeAll(file.descriptor(), "content"));
         journal.flush();
         then(journal, file);
