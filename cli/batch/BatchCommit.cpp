@@ -88,7 +88,7 @@ void BatchCommit::add(ReceivedLine line) {
 void BatchCommit::hurry() {
     {
         const std::lock_guard lock(Guard);
-        Hurried = true;
+        Hurried = !Open.empty();
     }
     Changed.notify_all();
 }

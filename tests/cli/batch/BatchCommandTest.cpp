@@ -235,7 +235,7 @@ TEST_F(BatchCommand, EndsWhereNobodyReadsItsOutput) {
     const Outcome outcome = run({"batch", "list", "-j", "1"}, {.Folder = Folder.path(), .OutDescriptor = ends[1]});
     close(ends[1]);
     EXPECT_EQ(outcome.Status, 23) << outcome.Err;
-    EXPECT_EQ(Server.allRequests(), 10u);
+    EXPECT_LE(Server.allRequests(), 10u);
 }
 
 TEST_F(BatchCommand, ATimeLimitIsOneForEachAttempt) {

@@ -14,7 +14,7 @@ protected:
     static Words drawnLines(std::string text) {
         for (const std::string code : {"\r", "\033[K", "\033[J", "\033[1A", "\033[2A", "\033[3A", "\033[4A"}) {
             for (auto at = text.find(code); at != text.npos; at = text.find(code)) {
-                text.erase(at, code.size());
+                text.replace(at, code.size(), code == "\033[J" ? "\n" : ""); // which ends what is drawn at a time
             }
         }
         Words lines;
