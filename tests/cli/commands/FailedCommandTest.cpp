@@ -41,7 +41,6 @@ TEST(FailedCommand, IsSilentWhenAsked) {
     EXPECT_THAT(run({"get", "-s", "http://a b/"}), ended(3, "", ""));
     EXPECT_THAT(run({"get", "-sS", "http://a b/"}), ended(3, "", told));
     EXPECT_THAT(run({"get", "-s", "--json-errors", "http://a b/"}), ended(3, "", StartsWith("{")));
-}), ended(3, "", told));
 }
 
 TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
