@@ -1,6 +1,7 @@
 // What the pages repeat of the code is compared with it: tables, names, members. Their links lead somewhere.
 #include "cli/failures/ExitStatus.h"
 #include "cli/options/OptionTable.h"
+#include "cli/options/pages/Reference.h"
 #include "tests/docs/Page.h"
 #include "tests/support/process/ProgramRun.h"
 
@@ -109,6 +110,16 @@ TEST(Pages, BatchNamesEveryMemberOfAResult) {
     testsupport::writeFile(folder.file("list"), "http://127.0.0.1/ missing/file\n");
     const auto outcome = testsupport::run({"batch", "list"}, {.Folder = folder.path()});
     expectEachInCode(section(source("docs/batch.md"), "## Results"), membersOf(outcome.Out), 1);
+}
+
+TEST(Pages, ManualOfBatchNamesEveryKeyOfTheManifest) {
+    const std::string page = netrove::cli::helpTopic("man-batch", 80);
+    const std::vector<std::string> keys =
+        matches(section(source("docs/batch.md"), "## The manifest"), R"(\n\| `(\w+)` \|)");
+    EXPECT_GE(keys.size(), 7u);
+    for (const std::string& key : keys) {
+        EXPECT_THAT(page, HasSubstr("\n\\fB" + key + "\\fR\n"));
+    }
 }
 
 // The free functions that a host must supply.

@@ -37,11 +37,12 @@ TEST_F(InstalledTree, HasEachKindOfFileInItsUsualPlace) {
     for (const char* header : {"Array.h", "Failure.h", "Host.h", "HostClass.h", "Object.h"}) {
         expected.push_back(std::string("include/vantik/") + header);
     }
-    for (const char* file : {"netrove/messages/en.txt", "man/man1/netrove.1", "bash-completion/completions/netrove",
-                             "zsh/vendor-completions/_netrove", "fish/vendor_completions.d/netrove.fish",
-                             "doc/netrove/LICENSE", "doc/netrove/README.md", "doc/netrove/CHANGELOG.md",
-                             "doc/netrove/docs/install.md", "doc/netrove/examples/CMakeLists.txt",
-                             "doc/netrove/examples/download.cpp", "doc/netrove/examples/embedding/get_to_memory.cpp"}) {
+    for (const char* file :
+         {"netrove/messages/en.txt", "man/man1/netrove.1", "man/man1/netrove-batch.1",
+          "bash-completion/completions/netrove", "zsh/vendor-completions/_netrove",
+          "fish/vendor_completions.d/netrove.fish", "doc/netrove/LICENSE", "doc/netrove/README.md",
+          "doc/netrove/CHANGELOG.md", "doc/netrove/docs/install.md", "doc/netrove/examples/CMakeLists.txt",
+          "doc/netrove/examples/download.cpp", "doc/netrove/examples/embedding/get_to_memory.cpp"}) {
         expected.push_back(std::string("share/") + file);
     }
     EXPECT_THAT(filesBelow(prefix()), testing::IsSupersetOf(expected));

@@ -73,11 +73,14 @@ TEST_F(Packages, RuntimePackageHoldsWhatRunningProgramsNeed) {
 }
 
 TEST_F(Packages, ToolPackageHoldsTheProgramWithItsPages) {
-    EXPECT_THAT(files("netrove"),
-                UnorderedElementsAreArray(
-                    with("netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
-                                     "usr/share/fish/vendor_completions.d/netrove.fish",
-                                     "usr/share/man/man1/netrove.1.gz", "usr/share/zsh/vendor-completions/_netrove"})));
+    std::vector<std::string> expected =
+        with("netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
+                         "usr/share/fish/vendor_completions.d/netrove.fish", "usr/share/man/man1/netrove.1.gz",
+                         "usr/share/zsh/vendor-completions/_netrove"});
+    for (const char* command : {"get", "save", "send", "batch", "proxy", "describe", "demo", "help"}) {
+        expected.push_back("usr/share/man/man1/netrove-" + std::string(command) + ".1.gz");
+    }
+    EXPECT_THAT(files("netrove"), UnorderedElementsAreArray(expected));
 }
 
 TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
@@ -172,6 +175,8 @@ TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
 
 TEST_F(Packages, CompressedPagesAreWhole) {
     EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove.1.gz", place("")).Out, run({"help", "man"}).Out);
+    EXPECT_EQ(shell("gzip -dc netrove/usr/share/man/man1/netrove-save.1.gz", place("")).Out,
+              run({"help", "man-save"}).Out);
     EXPECT_EQ(shell("gzip -dc netrove/usr/share/doc/netrove/changelog.gz", place("")).Out,
               source("packaging/debian/changelog"));
     EXPECT_THAT(source("packaging/debian/changelog"), testing::StartsWith("netrove (" NETROVE_VERSION ") "));

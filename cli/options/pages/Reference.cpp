@@ -29,14 +29,23 @@ constexpr EnvironmentRow kEnvironment[] = {
 };
 
 constexpr ExampleRow kExamples[] = {
-    {"netrove get https://example.org/", "write a page to standard output"},
-    {"netrove save https://example.org/data.zip", "save a file under its own name, complete or not at all"},
-    {"netrove send -d name=value https://example.org/form", "send a form"},
-    {"netrove send -X PUT -T data.bin https://example.org/data.bin", "upload a file of any size"},
-    {"netrove send -i -X DELETE https://example.org/data.bin", "use any method, and show the head of the response"},
-    {"netrove get -u alice https://example.org/private", "log in; the password is asked for"},
-    {"netrove batch list.txt --retry 3", "fetch every URL of a list, four at a time; run it again to resume"},
-    {"netrove proxy https://example.org/", "see which proxy applies"},
+    {"netrove get https://example.org/", "write a page to standard output", kGet},
+    {"netrove save https://example.org/data.zip", "save a file under its own name, complete or not at all", kSave},
+    {"netrove send -d name=value https://example.org/form", "send a form", kSend},
+    {"netrove send -X PUT -T data.bin https://example.org/data.bin", "upload a file of any size", kSend},
+    {"netrove send -i -X DELETE https://example.org/data.bin", "use any method, and show the head of the response", kSend},
+    {"netrove send --format json https://example.org/items", "status, fields, times and content as one object", kSend},
+    {"netrove get -u alice https://example.org/private", "log in; the password is asked for", kGet},
+    {"netrove get -fsS https://example.org/version", "in a script: nothing but the content, or the reason of a failure", kGet},
+    {"netrove save https://example.org/data.zip downloads/", "save it in a folder", kSave},
+    {"netrove save --max-time 10m https://example.org/data.zip new.zip", "save it under another name, and give up after ten minutes", kSave},
+    {"netrove batch list.txt --retry 3", "fetch every URL of a list, four at a time; run it again to resume", kBatch},
+    {"netrove batch list.txt --dry-run", "check the list and show what would be done", kBatch},
+    {"netrove batch list.txt --shard 2/8", "do the second of eight parts", kBatch},
+    {"netrove proxy https://example.org/", "see which proxy applies", kProxy},
+    {"netrove describe --format json", "the class for programs to read", kDescribe},
+    {"netrove demo", "a tour without a network", kDemo},
+    {"netrove help exit", "exit statuses", kHelp},
 };
 // clang-format on
 
@@ -118,7 +127,8 @@ constexpr TopicRow kTopics[] = {
     {"environment", "environment variables", environmentText},
     {"examples", "command lines to start from", exampleText},
     {"all", "all of these", allText},
-    {"man", "the manual page, as roff", [](std::size_t) { return manPage(); }},
+    {"man", "the manual page, as roff; man-get, man-save and so on are those of the commands",
+     [](std::size_t) { return manPage(); }},
     {"bash", "completion for bash", [](std::size_t) { return bashCompletion(); }},
     {"zsh", "completion for zsh", [](std::size_t) { return zshCompletion(); }},
     {"fish", "completion for fish", [](std::size_t) { return fishCompletion(); }},
@@ -167,6 +177,11 @@ std::string helpTopic(std::string_view topic, std::size_t columns) {
     for (const TopicRow& row : kTopics) {
         if (row.Name == topic) {
             return row.Text(columns);
+        }
+    }
+    for (const CommandRow& command : commandTable()) {
+        if (topic == "man-" + std::string(command.Name)) {
+            return manPage(command);
         }
     }
     std::string names;

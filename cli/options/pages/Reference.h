@@ -2,6 +2,8 @@
 // tables of commands, options, exit statuses and environment variables.
 #pragma once
 
+#include "cli/options/OptionTable.h"
+
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,10 +17,11 @@ struct EnvironmentRow {
 };
 std::span<const EnvironmentRow> environmentTable();
 
-// A command line that is worth showing, and what it does.
+// A command line that is worth showing, and what it does. Those for whom the program is new are the first three.
 struct ExampleRow {
     std::string_view Line;
     std::string_view Meaning;
+    unsigned Commands; // whose manual page shows it
 };
 std::span<const ExampleRow> exampleTable();
 
@@ -31,7 +34,9 @@ std::string helpTopic(std::string_view topic, std::size_t columns);
 std::string topicList(std::size_t columns);
 std::vector<std::string> topicNames(); // without the commands
 
-std::string manPage(); // section 1, as roff
+// Pages of section 1, as roff: of the program, and of a command.
+std::string manPage();
+std::string manPage(const CommandRow& command);
 std::string bashCompletion();
 std::string zshCompletion();
 std::string fishCompletion();

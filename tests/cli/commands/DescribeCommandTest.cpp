@@ -1,7 +1,11 @@
 // What the program says of itself: `describe`, `demo`, --version, --help.
+#include "cli/options/pages/Reference.h"
 #include "tests/cli/ProgramFixture.h"
 
 #include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <sstream>
 
 namespace {
 
@@ -47,6 +51,26 @@ TEST(HelpOption, WritesToStandardOutput) {
     for (const Words& words : {Words{"--help"}, {"get", "--help"}, {"get", "--help", "all"}}) {
         EXPECT_THAT(run(words), ended(0, Not(""), ""));
     }
+}
+
+TEST(HelpOption, FitsTheTerminal) {
+    for (const std::size_t columns : {std::size_t{60}, std::size_t{80}, std::size_t{200}}) {
+        for (const Words& words : {Words{"--help"}, {"send", "--help"}, {"batch", "--help", "all"}, {"help", "all"}}) {
+            const Outcome outcome = run(words, {.Terminal = true, .Columns = static_cast<int>(columns)});
+            EXPECT_EQ(outcome.Status, 0);
+            std::size_t longest = 0;
+            std::istringstream lines(outcome.Out);
+            for (std::string line; std::getline(lines, line);) {
+                line.erase(line.find_last_not_of('\r') + 1);
+                EXPECT_LE(line.size(), columns) << line;
+                longest = std::max(longest, line.size());
+            }
+            EXPECT_TRUE(words.front() == "--help" || longest > std::min(columns - 10, std::size_t{120})) << longest;
+        }
+    }
+    // Not a terminal: 80, or what COLUMNS says.
+    EXPECT_EQ(run({"help", "all"}).Out, netrove::cli::helpTopic("all", 80));
+    EXPECT_EQ(run({"help", "all"}, {.Environment = {{"COLUMNS", "70"}}}).Out, netrove::cli::helpTopic("all", 70));
 }
 
 TEST(DemoCommand, EveryStepDoesWhatItSaysAndNothingIsLeft) {

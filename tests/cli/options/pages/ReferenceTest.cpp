@@ -60,6 +60,49 @@ TEST(Reference, EveryCommandExitStatusAndVariableIsInTheManPage) {
     }
 }
 
+TEST(Reference, EveryCommandHasAPageOfItsOwn) {
+    for (const CommandRow& command : commandTable()) {
+        SCOPED_TRACE(command.Name);
+        const std::string page = manPage(command);
+        EXPECT_EQ(helpTopic("man-" + std::string(command.Name), 80), page);
+        std::size_t from = 0;
+        for (const char* title : {"NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "ENVIRONMENT", "FILES",
+                                  "EXAMPLES", "SEE ALSO"}) {
+            const auto at = page.find("\n.SH " + std::string(title) + "\n", from);
+            ASSERT_NE(at, page.npos) << title;
+            EXPECT_NE(page.substr(at + 1).find("\n"), page.substr(at + 1).find("\n.SH")) << title << " is empty";
+            from = at;
+        }
+        for (const OptionRow& row : optionTable()) {
+            const auto named = HasSubstr("\\fB" + roffName(row.LongName) + "\\fR");
+            if ((row.Commands & command.Set) != 0) {
+                EXPECT_THAT(page, named);
+            } else {
+                EXPECT_THAT(page, Not(named));
+            }
+        }
+        EXPECT_THAT(manPage(), HasSubstr("\\fBnetrove\\-" + std::string(command.Name) + "\\fR(1)"));
+    }
+}
+
+TEST(Reference, PagesAreTypesetWithoutAWarning) {
+    if (std::system("command -v groff > /dev/null") != 0) {
+        GTEST_SKIP() << "groff is missing";
+    }
+    const testsupport::TemporaryFolder folder;
+    const auto warnings = [&](const std::string& page) {
+        testsupport::writeFile(folder.file("page.1"), page);
+        const std::string command = "cd " + folder.path() + " && groff -ww -man -Tutf8 -z page.1 2> warnings";
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        return readFile(folder.file("warnings"));
+    };
+    EXPECT_EQ(warnings(manPage()), "");
+    for (const CommandRow& command : commandTable()) {
+        EXPECT_EQ(warnings(manPage(command)), "") << command.Name;
+    }
+    EXPECT_NE(warnings(".TH X 1\n.nonsense\n"), "");
+}
+
 // Groups of the table and topics of the help are two lists.
 TEST(Reference, EveryGroupOfOptionsHasATopic) {
     const std::vector<std::string> topics = topicNames();
