@@ -13,31 +13,39 @@ namespace {
 
 constexpr std::string_view kOrigin = "Change the tables of the command line instead.\n";
 
+constexpr std::string_view kUrlSchemes = "http:// https://";
+constexpr std::string_view kProxySchemes[] = {"http://",    "https://",  "socks4://",
+                                              "socks4a://", "socks5://", "socks5h://"};
+
 // How the value of an option is completed, which the name of the value says.
 struct Values {
     bool Files = false;
+    bool FilesAfterAt = false; // "@FILE"
+    bool Folders = false;
     bool List = false; // several of the words, separated by commas
     std::vector<std::string> Words;
 };
 
 Values valuesOf(const OptionRow& row) {
     Values values;
-    values.Files = row.ValueName == "FILE";
-    values.List = row.ValueName == "LIST";
-    if (values.List) {
-        values.Words.assign(knownSchemes().begin(), knownSchemes().end());
-    }
-    if (row.ValueName.find('|') == row.ValueName.npos) {
-        return values;
-    }
-    for (std::size_t start = 0; start <= row.ValueName.size();) {
+    for (std::size_t start = 0; start < row.ValueName.size();) {
         const auto end = std::min(row.ValueName.find('|', start), row.ValueName.size());
-        const std::string word(row.ValueName.substr(start, end - start));
-        const bool placeholder = std::any_of(word.begin(), word.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
-        if (!placeholder) {
-            values.Words.push_back(word);
-        }
+        const std::string_view word = row.ValueName.substr(start, end - start);
         start = end + 1;
+        if (word == "FILE") {
+            values.Files = true;
+        } else if (word == "@FILE") {
+            values.FilesAfterAt = true;
+        } else if (word == "FOLDER" || word == "DIR") {
+            values.Folders = true;
+        } else if (word == "LIST") {
+            values.List = true;
+            values.Words.assign(knownSchemes().begin(), knownSchemes().end());
+        } else if (word == "HOST:PORT") {
+            values.Words.insert(values.Words.end(), std::begin(kProxySchemes), std::end(kProxySchemes));
+        } else if (std::ranges::none_of(word, [](char c) { return c >= 'A' && c <= 'Z'; })) { // not a placeholder
+            values.Words.emplace_back(word);
+        }
     }
     return values;
 }
@@ -54,7 +62,9 @@ std::vector<std::string> optionWords(unsigned commands) {
     std::vector<std::string> words;
     for (const OptionRow& row : optionTable()) {
         if ((row.Commands & commands) != 0) {
-            words.push_back("--" + std::string(row.LongName));
+            for (const std::string& name : longNames(row)) {
+                words.push_back("--" + name);
+            }
             if (row.ShortName != 0) {
                 words.push_back(std::string("-") + row.ShortName);
             }
@@ -115,6 +125,12 @@ std::string zshValue(const OptionRow& row) {
     if (values.Files) {
         return what + "_files";
     }
+    if (values.Folders) {
+        return what + "_files -/";
+    }
+    if (values.FilesAfterAt) {
+        return what + "{compset -P @ && _files}";
+    }
     if (values.List) {
         return what + "_values -s , scheme " + joined(values.Words);
     }
@@ -131,20 +147,41 @@ std::string zshOptions(unsigned commands) {
         if (row.ShortName != 0) {
             text += "        " + shellQuoted("*-" + std::string(1, row.ShortName) + description) + "\n";
         }
-        text += "        " + shellQuoted("*--" + std::string(row.LongName) + description) + "\n";
+        for (const std::string& name : longNames(row)) {
+            text += "        " + shellQuoted("*--" + name + description) + "\n";
+        }
     }
     return text + "        '(- *)'{-h,--help}'[print help]'\n";
 }
 
+std::string zshArguments(const CommandRow& command) {
+    if (command.Topic) {
+        return "'1:topic:(" + joined(helpWords()) + ")'";
+    }
+    if (command.Manifest) {
+        return "'1:manifest:_files'";
+    }
+    if (!command.Url) {
+        return "'*:argument:_default'";
+    }
+    return command.Target ? "'1:URL:_urls' '*:file or folder:_files'" : "'*:URL:_urls'";
+}
+
 // What follows the condition in a line of fish.
 std::string fishOption(const OptionRow& row) {
-    std::string text = "-l " + std::string(row.LongName);
+    std::string text;
+    for (const std::string& name : longNames(row)) {
+        text += (text.empty() ? "-l " : " -l ") + name;
+    }
     if (row.ShortName != 0) {
         text += std::string(" -s ") + row.ShortName;
     }
     const Values values = valuesOf(row);
     if (!row.ValueName.empty()) {
-        text += values.Files ? " -r -F" : " -x";
+        text += values.Files || values.FilesAfterAt ? " -r -F" : " -x";
+    }
+    if (values.Folders) {
+        text += " -a '(__fish_complete_directories)'";
     }
     if (!values.Words.empty()) {
         text += " -a " + shellQuoted(joined(values.Words));
@@ -157,7 +194,7 @@ std::string fishOption(const OptionRow& row) {
 std::string bashCompletion() {
     std::string text = "# Completion for bash, made by 'netrove help bash'. " + std::string(kOrigin);
     text += "_netrove() {\n"
-            "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' i\n"
+            "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' url='' i\n"
             "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
             "        case ${COMP_WORDS[i]} in\n"
             "        " +
@@ -174,6 +211,9 @@ std::string bashCompletion() {
             "            ;;\n"
             "        esac\n"
             "    done\n"
+            "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
+            "        [[ ${COMP_WORDS[i]} != *//* ]] || url=yes\n"
+            "    done\n"
             "    COMPREPLY=()\n"
             "    case $before in\n";
     for (const OptionRow& row : optionTable()) {
@@ -181,13 +221,20 @@ std::string bashCompletion() {
         if (row.ValueName.empty()) {
             continue;
         }
-        text += "    --" + std::string(row.LongName);
+        text += "    ";
+        for (const std::string& name : longNames(row)) {
+            text += (name == row.LongName ? "--" : " | --") + name;
+        }
         if (row.ShortName != 0) {
             text += std::string(" | -") + row.ShortName;
         }
         text += ")\n";
         if (values.Files) {
             text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
+        } else if (values.Folders) {
+            text += "        mapfile -t COMPREPLY < <(compgen -d -- \"$word\")\n";
+        } else if (values.FilesAfterAt) {
+            text += "        [[ $word != @* ]] || mapfile -t COMPREPLY < <(compgen -P @ -f -- \"${word#@}\")\n";
         } else if (values.List) {
             text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
                     shellQuoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
@@ -205,6 +252,12 @@ std::string bashCompletion() {
         if (command.Topic) {
             text += "        [[ $word == -* ]] ||\n            mapfile -t COMPREPLY < <(compgen -W " +
                     shellQuoted(joined(helpWords())) + " -- \"$word\")\n";
+        }
+        if (command.Url) {
+            // Nothing offered means names of files.
+            text += std::string("        if [[ $word != -*") + (command.Target ? " && -z $url" : "") +
+                    " ]]; then\n            mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(kUrlSchemes) +
+                    " -- \"$word\")\n            compopt -o nospace 2> /dev/null\n        fi\n";
         }
         text += "        ;;\n";
     }
@@ -227,8 +280,7 @@ std::string zshCompletion() {
     }
     text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
     for (const CommandRow& command : commandTable()) {
-        const std::string rest =
-            command.Topic ? "'1:topic:(" + joined(helpWords()) + ")'" : std::string("'*:argument:_default'");
+        const std::string rest = zshArguments(command);
         text += "        " + std::string(command.Name) + ")\n            local -a options=(\n" +
                 zshOptions(command.Set) + "            )\n            _arguments -s $options " + rest + "\n" +
                 "            ;;\n";
@@ -260,6 +312,11 @@ std::string fishCompletion() {
         }
     }
     for (const CommandRow& command : commandTable()) {
+        if (command.Url) {
+            text += "complete -c netrove" + std::string(command.Target ? "" : " -f") +
+                    " -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
+                    shellQuoted(kUrlSchemes) + "\n";
+        }
         if (command.Topic) {
             text += "complete -c netrove -f -n '__fish_seen_subcommand_from " + std::string(command.Name) + "' -a " +
                     shellQuoted(joined(helpWords())) + "\n";

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -70,7 +71,7 @@ TEST(Reference, EveryCommandHasAPageOfItsOwn) {
                                   "EXAMPLES", "SEE ALSO"}) {
             const auto at = page.find("\n.SH " + std::string(title) + "\n", from);
             ASSERT_NE(at, page.npos) << title;
-            EXPECT_NE(page.substr(at + 1).find("\n"), page.substr(at + 1).find("\n.SH")) << title << " is empty";
+            EXPECT_NE(page.substr(page.find('\n', at + 1), 4), "\n.SH") << title << " is empty";
             from = at;
         }
         for (const OptionRow& row : optionTable()) {
@@ -119,11 +120,20 @@ TEST(Reference, EveryGroupOfOptionsHasATopic) {
 TEST(Reference, BashCompletesWhatAPersonTypes) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("netrove.bash"), bashCompletion());
+    testsupport::writeFile(folder.file("file"), "");
+    std::filesystem::create_directory(folder.file("folder"));
     const std::pair<std::string, std::string> rows[] = {
         {"send --connect", "--connect-timeout\n"},
         {"send --color a", "auto\nalways\n"},
         {"get --auth d", "digest\n"},
         {"get --auth basic,n", "basic,ntlm\nbasic,negotiate\n"},
+        {"get --req", ""},
+        {"send --req", "--request\n"},
+        {"get h", "http://\nhttps://\n"},
+        {"get --proxy s", "socks4://\nsocks4a://\nsocks5://\nsocks5h://\n"},
+        {"get --output fold", "folder\n"},
+        {"get --header @fil", "@file\n"},
+        {"save http://h/ h", ""}, // the shell offers files by itself
         {"help e", "exit\nenvironment\nexamples\n"},
         {"d", "describe\ndemo\n"},
     };
@@ -132,7 +142,7 @@ TEST(Reference, BashCompletesWhatAPersonTypes) {
     for (const auto& [typed, offered] : rows) {
         script += "COMP_WORDS=(netrove " + typed +
                   "); COMP_CWORD=" + std::to_string(1 + std::ranges::count(typed, ' ')) +
-                  "; _netrove; printf '%s\\n' \"${COMPREPLY[@]}\"\n";
+                  "; _netrove; for one in \"${COMPREPLY[@]}\"; do echo \"$one\"; done\n";
         expected += offered;
     }
     testsupport::writeFile(folder.file("try"), script);
