@@ -3,7 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace netrove::cli {
@@ -16,6 +18,44 @@ std::string joined(const std::vector<std::string>& words) {
         text += (text.empty() ? "" : ", ") + word;
     }
     return text;
+}
+
+struct MeaningRow {
+    std::string_view Property;
+    std::string_view Meaning;
+};
+
+// The class describes its properties by their types only; JSON has what it says.
+constexpr MeaningRow kMeanings[] = {
+    {"URL", "what is asked for"},
+    {"CertificateFilename", "PEM file of trusted certificates; default: those of libcurl, empty: any is accepted"},
+    {"ContentType", "Content-Type of the response"},
+    {"ContentEncoding", "Content-Encoding of the response"},
+    {"ProxyUsername", "user name for the proxy"},
+    {"ProxyPassword", "password for the proxy"},
+    {"Username", "user name for the server"},
+    {"Password", "password for the server"},
+    {"ResponseCode", "status of the response"},
+    {"RedirectURL", "where the response redirects to"},
+    {"RequestMethod", "method of the request"},
+    {"PostData", "content of the request as text"},
+    {"Payload", "content of the request as bytes"},
+    {"ResponsePayload", "content of the response as bytes"},
+    {"TimeoutInMilliseconds", "limits of waiting: for a connection, for the response, for data"},
+    {"Sent", "whether the request has gone out"},
+    {"VerifyServerName", "whether the certificate must be for the server's name"},
+    {"Decode", "whether content is decompressed"},
+    {"ProviderBufferSize", "bytes to ask the provider for at a time"},
+    {"Chunked", "whether the length of the content is left out"},
+    {"Debug", "level of the trace: 0 none, 1 heads, 2 content too"},
+    {"ProgressReporter", "object that is told of progress"},
+    {"Provider", "object that provides the content of the request"},
+    {"Consumer", "object that takes the content of the response"},
+};
+
+std::string_view meaningOf(const vantik::PropertyDescription& property) {
+    const auto row = std::ranges::find(kMeanings, property.Name, &MeaningRow::Property);
+    return row == std::end(kMeanings) ? std::string_view(property.Description) : row->Meaning;
 }
 
 // Rows as columns of equal width; the first row is the heading.
@@ -87,7 +127,7 @@ int runDescribe(Session& session, const Settings& settings, const Console& conso
     std::vector<std::vector<std::string>> properties = {{"property", "type", "", "description"}};
     for (const vantik::PropertyDescription& property : description.Properties) {
         properties.push_back(
-            {property.Name, property.Type, property.Settable ? "" : "read only", property.Description});
+            {property.Name, property.Type, property.Settable ? "" : "read only", std::string(meaningOf(property))});
     }
     std::vector<std::vector<std::string>> methods = {{"method", "inputs after the object", "outputs"}};
     for (const vantik::MethodDescription& method : description.Methods) {

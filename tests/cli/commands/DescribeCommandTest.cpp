@@ -19,6 +19,11 @@ TEST(DescribeCommand, ListsEveryPropertyAndMethod) {
                              "copyContentToByteArray", "(logical scalar)", "uint8 vector", "closeAllConnections"}) {
         EXPECT_THAT(outcome.Out, HasSubstr(text));
     }
+    // Each property is explained, which its type does not.
+    EXPECT_THAT(outcome.Out, HasSubstr("what is asked for\n"));
+    for (const char* text : {"string for ", "scalar for ", "vector for ", "vantik.net.http.io.ContentProvider\n"}) {
+        EXPECT_THAT(outcome.Out, Not(HasSubstr(text)));
+    }
 }
 
 TEST(DescribeCommand, ShowsTheSignaturesInJson) {
