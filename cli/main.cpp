@@ -31,6 +31,9 @@ void hideSecrets(const Settings& settings, Console& console) {
     for (const auto& secret : {settings.Password, settings.ProxyPassword}) {
         console.hide(secret.value_or(""));
     }
+    for (const std::string& secret : furtherSecrets(settings)) {
+        console.hide(secret);
+    }
     for (const Field& field : settings.Fields) {
         if (isSecretField(field.name)) {
             console.hide(field.value);
@@ -56,6 +59,7 @@ int runClient(Settings& settings, Console& console) {
     }
     netrove::Client client(std::move(defaults), netrove::networkTransport(network, warningsTo(console)));
     const SignalScope signals(client);
+    readNetrc(settings, console);
     completePasswords(settings);
     hideSecrets(settings, console);
     if (settings.Debug != 0) {
@@ -82,6 +86,7 @@ int runHost(Session& session, Settings& settings, Console& console) {
     case Command::Demo:
         return runDemo(session, console);
     default:
+        readNetrc(settings, console);
         completePasswords(settings);
         hideSecrets(settings, console);
         return runBatch(session, settings, console);

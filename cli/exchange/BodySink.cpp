@@ -2,6 +2,7 @@
 
 #include "cli/failures/CliFailure.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <sys/stat.h>
@@ -15,6 +16,13 @@ namespace {
 bool isRegular(int descriptor) {
     struct stat facts {};
     return fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+// "application/json", "application/problem+json", "application/x-ndjson", whatever parameters follow.
+bool isJson(std::string_view contentType) {
+    std::string_view type = contentType.substr(0, contentType.find_first_of("; \t"));
+    type.remove_prefix(std::min(type.find_last_of("/+-.") + 1, type.size()));
+    return equalsIgnoringCase(type, "json") || equalsIgnoringCase(type, "ndjson") || equalsIgnoringCase(type, "jsonl");
 }
 
 } // namespace
@@ -63,8 +71,26 @@ void BodySink::take(std::span<const std::byte> piece) {
     if (Most && piece.size() > *Most - Taken) {
         throw vantik::Failure(Excess);
     }
-    write(bytes);
+    if (Indenter) {
+        Indenter->take(bytes);
+    } else {
+        write(bytes);
+    }
     Taken += piece.size();
+}
+
+void BodySink::begin(std::string_view contentType) {
+    Indenter.reset();
+    if (TheLooks.IndentsJson && (TheLooks.IndentsAnyType || isJson(contentType))) {
+        Indenter.emplace([this](std::string_view text) { write(text); }, TheLooks.Colored);
+    }
+}
+
+void BodySink::finish() {
+    if (Indenter) {
+        Indenter->finish();
+        Indenter.reset();
+    }
 }
 
 } // namespace netrove::cli

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/system/Signals.h"
+#include "cli/terminal/JsonIndenter.h"
 
 #include <netrove/text.h>
 #include <vantik/Failure.h>
@@ -14,6 +15,13 @@
 
 namespace netrove::cli {
 
+// What is done for people who look at it.
+struct Looks {
+    bool Colored = false;
+    bool IndentsJson = false;
+    bool IndentsAnyType = false; // whatever the server calls it, as long as it is JSON
+};
+
 class BodySink {
 public:
     // `descriptor` is borrowed. With `guardTerminal`, content that a terminal would obey is refused.
@@ -23,6 +31,13 @@ public:
     void write(std::string_view bytes);
     // The same for content: raises BinaryToTerminal, and `excess` beyond the limit.
     void take(std::span<const std::byte> piece);
+
+    void look(Looks looks) { TheLooks = looks; }
+    const Looks& looks() const { return TheLooks; }
+    // Content of this type comes next.
+    void begin(std::string_view contentType);
+    // No more content comes: writes what JSON that has not ended holds back.
+    void finish();
 
     // Content may have no more than `most` bytes; `excess` is the failure of more.
     void limit(std::uint64_t most, vantik::Message excess);
@@ -36,6 +51,8 @@ private:
     std::string Name;
     bool GuardTerminal;
     ControlFinder Controls; // of what has been taken so far
+    Looks TheLooks;
+    std::optional<JsonIndenter> Indenter;
     bool Regular;
     std::optional<Clock::time_point> Deadline;
     std::uint64_t Taken = 0;

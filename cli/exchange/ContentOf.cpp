@@ -1,11 +1,10 @@
 #include "cli/exchange/ContentOf.h"
 
+#include "cli/options/DataText.h"
 #include "cli/system/BodySource.h"
 
-#include <memory>
-#include <span>
-#include <string>
 #include <utility>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -13,15 +12,44 @@ namespace {
 
 constexpr const char* kFormType = "application/x-www-form-urlencoded";
 
-// Content in memory whose length is not said.
-netrove::Body chunked(std::string content, const char* type) {
-    const auto held = std::make_shared<const std::string>(std::move(content));
-    const auto start = [held] {
-        return [held, left = true]() mutable {
-            return std::exchange(left, false) ? std::as_bytes(std::span(*held)) : std::span<const std::byte>();
-        };
-    };
-    return netrove::generators(start, {}, type);
+netrove::Body withoutLength(const netrove::Body& body) {
+    return {[body] { return body.open(); }, {}, body.repeatable(), body.contentType()};
+}
+
+netrove::Part partOf(const FormField& field, std::optional<Clock::time_point> deadline) {
+    if (field.ContentKind == FormField::Kind::Upload) {
+        // Opened while it is sent only, so that a form may have more files than a process may open.
+        const bool input = field.Value == "-";
+        netrove::Body content =
+            input ? streamedContent("-", true, deadline).as(field.Type) : netrove::file(field.Value, field.Type);
+        return {field.Name, std::move(content), input && field.FileName.empty() ? "-" : field.FileName};
+    }
+    std::string text = field.ContentKind == FormField::Kind::Text ? field.Value : readWhole(field.Value, deadline);
+    return {field.Name,
+            field.Type.empty() ? netrove::text(std::move(text)) : netrove::text(std::move(text), field.Type),
+            field.FileName};
+}
+
+netrove::Body formOf(const std::vector<FormField>& fields, std::optional<Clock::time_point> deadline) {
+    std::vector<netrove::Part> parts;
+    parts.reserve(fields.size());
+    for (const FormField& field : fields) {
+        parts.push_back(partOf(field, deadline));
+    }
+    return netrove::multipart(std::move(parts));
+}
+
+netrove::Body heldOrForm(const Settings& settings, std::optional<Clock::time_point> deadline) {
+    if (!settings.Form.empty()) {
+        return formOf(settings.Form, deadline);
+    }
+    if (settings.JsonText) {
+        return netrove::text(*settings.JsonText, "application/json");
+    }
+    if (settings.BodyText && !settings.DataInQuery) {
+        return netrove::text(*settings.BodyText, kFormType);
+    }
+    return settings.BodyFile.empty() ? netrove::Body() : netrove::text(readWhole(settings.BodyFile, deadline), "");
 }
 
 } // namespace
@@ -30,12 +58,13 @@ netrove::Body contentOf(const Settings& settings, std::optional<Clock::time_poin
     if (!settings.StreamFile.empty()) {
         return streamedContent(settings.StreamFile, !settings.Chunked, deadline);
     }
-    if (!settings.BodyText && settings.BodyFile.empty()) {
-        return {};
-    }
-    std::string content = settings.BodyText ? *settings.BodyText : readWhole(settings.BodyFile, deadline);
-    const char* type = settings.BodyText ? kFormType : "";
-    return settings.Chunked ? chunked(std::move(content), type) : netrove::text(std::move(content), type);
+    const netrove::Body content = heldOrForm(settings, deadline);
+    return settings.Chunked && content ? withoutLength(content) : content;
+}
+
+std::string requestUrl(const Settings& settings) {
+    const std::string url = withQuery(settings.Url, settings.MoreQuery);
+    return settings.DataInQuery ? withQuery(url, settings.BodyText.value_or("")) : url;
 }
 
 } // namespace netrove::cli

@@ -7,10 +7,14 @@
 #include <netrove/body.h>
 
 #include <optional>
+#include <string>
 
 namespace netrove::cli {
 
 // None where the options name none. Raises FileNotRead. Waits for the content end at the deadline.
 netrove::Body contentOf(const Settings& settings, std::optional<Clock::time_point> deadline);
+
+// The URL with what the options add to its query.
+std::string requestUrl(const Settings& settings);
 
 } // namespace netrove::cli

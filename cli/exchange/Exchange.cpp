@@ -14,22 +14,27 @@ namespace netrove::cli {
 
 namespace {
 
+constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
+
 // The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8 come
 // out as replacement characters.
-std::string headOf(const netrove::Response& response) {
-    std::string text = response.version + " " + std::to_string(response.status) +
-                       (response.reason.empty() ? "" : " " + response.reason) + "\r\n";
+// `shown` makes a part fit for where it goes.
+template <class Shown>
+std::string headOf(const netrove::Response& response, const std::string& lineEnd, Shown shown) {
+    const std::string status = response.version + " " + std::to_string(response.status) +
+                               (response.reason.empty() ? "" : " " + response.reason);
+    std::string text = shown(response.status < kFirstErrorStatus ? Style::Good : Style::Bad, status) + lineEnd;
     for (const Field& field : response.fields) {
-        text += field.name + ": " + field.value + "\r\n";
+        text += shown(Style::Bold, field.name) + ": " + shown(Style::Plain, field.value) + lineEnd;
     }
-    return text + "\r\n";
+    return text + lineEnd;
 }
 
 } // namespace
 
 netrove::Response Exchange::run(BodySink& sink, bool progressIsUsual, bool terminal) {
     const bool errTerminal = TheConsole.errIsTerminal();
-    const bool streams = !TheSettings.StreamFile.empty();
+    const bool streams = !TheSettings.StreamFile.empty() || !TheSettings.Form.empty();
     ProgressMeter sent("sent", streams && TheSettings.Progress.value_or(false), errTerminal);
     ProgressMeter received("received", TheSettings.Progress.value_or(progressIsUsual && errTerminal), errTerminal);
     netrove::Request request = requestOf(TheSettings, Deadline);
@@ -49,14 +54,25 @@ netrove::Response Exchange::run(BodySink& sink, bool progressIsUsual, bool termi
         Facts.UntilHead = Clock::now() - Start;
         refuseSpentContent(TheSettings, head, repeatable);
         if (TheSettings.Include) {
-            sink.write(terminal ? printableLines(headOf(head)) : headOf(head));
+            sink.write(headOf(head, terminal ? "\n" : "\r\n", [&](Style style, const std::string& text) {
+                const std::string safe = terminal ? printable(text) : text;
+                return sink.looks().Colored ? TheConsole.styled(style, safe) : safe;
+            }));
         }
+        sink.begin(head.fields["Content-Type"]);
         return [&](std::span<const std::byte> piece) {
             sink.take(piece);
             return true;
         };
     };
-    netrove::Response response = TheClient.stream(std::move(request), onHead);
+    netrove::Response response;
+    try {
+        response = TheClient.stream(std::move(request), onHead);
+    } catch (const netrove::Error&) {
+        sink.finish(); // what came before the failure
+        throw;
+    }
+    sink.finish();
     received.finish();
     Last = response;
     return response;

@@ -2,9 +2,16 @@
 
 #include "cli/exchange/ContentOf.h"
 #include "cli/failures/CliFailure.h"
+#include "cli/logins/CookieJar.h"
+#include "cli/logins/Netrc.h"
 #include "cli/options/FieldText.h"
 #include "cli/terminal/Output.h"
 
+#include <netrove/text.h>
+#include <netrove/url.h>
+
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
@@ -49,20 +56,61 @@ netrove::Proxy proxyOf(const Settings& settings) {
     return proxy;
 }
 
+// A field of -H counts more than the option that stands for it.
+void addNamedFields(netrove::Fields& fields, const Settings& settings) {
+    const auto add = [&](const char* name, const std::optional<std::string>& value) {
+        if (value && !fields.contains(name)) {
+            fields.add(name, *value);
+        }
+    };
+    add("User-Agent", settings.UserAgent);
+    add("Referer", settings.Referer);
+    add("Accept", settings.JsonText ? std::optional<std::string>("application/json") : std::nullopt);
+    std::string cookies;
+    for (const std::string& cookie : settings.Cookies) {
+        cookies += (cookies.empty() ? "" : "; ") + cookie;
+    }
+    if (settings.CookiesOfFile) {
+        const std::string more = settings.CookiesOfFile->headerFor(
+            settings.Url, std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+        cookies += (cookies.empty() || more.empty() ? "" : "; ") + more;
+    }
+    add("Cookie", cookies.empty() ? std::nullopt : std::optional(cookies));
+}
+
+// That of a netrc file is for the host of the URL; the client sends no login to another origin.
+netrove::Login loginOf(const Settings& settings) {
+    netrove::Login login{settings.User, settings.Password.value_or(""), schemesOf(settings.Auth), ""};
+    if (settings.User) {
+        return login;
+    }
+    login.bearer = settings.Bearer;
+    const auto isAuthorization = [](const Field& field) { return equalsIgnoringCase(field.name, "Authorization"); };
+    if (login.bearer.empty() && settings.NetrcLogins &&
+        std::none_of(settings.Fields.begin(), settings.Fields.end(), isAuthorization)) {
+        if (const auto found = settings.NetrcLogins->find(splitUrl(settings.Url).Host)) {
+            login.user = found->User;
+            login.password = found->Password;
+        }
+    }
+    return login;
+}
+
 } // namespace
 
 netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_point> deadline) {
     netrove::Request request;
-    request.url = settings.Url;
+    request.url = requestUrl(settings);
     request.method = settings.effectiveMethod();
     for (const Field& field : settings.Fields) {
         request.fields.add(field.name, field.value);
     }
+    addNamedFields(request.fields, settings);
     request.body = contentOf(settings, deadline);
     for (const std::string& name : settings.RemovedFields) {
         request.fields.set(name, "");
     }
-    request.login = {settings.User, settings.Password.value_or(""), schemesOf(settings.Auth), ""};
+    request.login = loginOf(settings);
     request.proxy = proxyOf(settings);
     request.limits.connect = limitOf(settings.ConnectTimeout);
     request.limits.response = limitOf(settings.ResponseTimeout);
@@ -86,7 +134,8 @@ void refuseSpentContent(const Settings& settings, const netrove::Response& head,
     if (!wantsContent || repeatable || settings.redirectLimit() == 0 || !head.fields.contains("Location")) {
         return;
     }
-    const std::string name = settings.StreamFile == "-" ? "standard input" : settings.StreamFile;
+    const bool file = !settings.StreamFile.empty() && settings.StreamFile != "-";
+    const std::string name = file ? settings.StreamFile : "standard input";
     fail(failure::kContentNotRewound, {name},
          name + " cannot be read a second time for the redirected request; send it from a file instead");
 }

@@ -32,9 +32,10 @@ std::string contentOf(int descriptor, std::uint64_t length) {
     return content;
 }
 
-void toDescriptor(Exchange& exchange, int descriptor, const std::string& name, bool guardTerminal) {
+void toDescriptor(Exchange& exchange, int descriptor, const std::string& name, bool guardTerminal, Looks looks) {
     const bool terminal = isatty(descriptor) == 1;
     BodySink sink(descriptor, name, terminal && guardTerminal, exchange.Deadline);
+    sink.look(looks);
     const netrove::Response response = exchange.run(sink, false, terminal);
     if (exchange.TheSettings.json()) {
         exchange.printFacts(response);
@@ -44,7 +45,11 @@ void toDescriptor(Exchange& exchange, int descriptor, const std::string& name, b
 } // namespace
 
 void toStandardOutput(Exchange& exchange, bool guardTerminal) {
-    toDescriptor(exchange, STDOUT_FILENO, "standard output", guardTerminal);
+    const PrettyChoice choice = exchange.TheSettings.Pretty;
+    const bool always = choice == PrettyChoice::Always;
+    const bool automatic = choice == PrettyChoice::Auto && exchange.TheConsole.outIsTerminal();
+    toDescriptor(exchange, STDOUT_FILENO, "standard output", guardTerminal,
+                 {exchange.TheConsole.outHasColor() && choice != PrettyChoice::Never, always || automatic, always});
 }
 
 void toSpecialFile(Exchange& exchange, const std::string& name) {
@@ -52,7 +57,7 @@ void toSpecialFile(Exchange& exchange, const std::string& name) {
     if (file.Number < 0) {
         failSystem(failure::kFileNotWritten, name, errno);
     }
-    toDescriptor(exchange, file.Number, name, false);
+    toDescriptor(exchange, file.Number, name, false, {});
 }
 
 // The content goes into the object, so it is collected first, in a file in memory.

@@ -31,9 +31,15 @@ void adoptUserInfo(Settings& settings) {
 }
 
 void checkBody(const Settings& settings) {
-    const int bodies =
-        int(settings.BodyText.has_value()) + int(!settings.BodyFile.empty()) + int(!settings.StreamFile.empty());
-    refuse(bodies > 1, "only one of --body, --body-file and --stream-file can be given");
+    const bool text = settings.BodyText.has_value();
+    const int bodies = int(text) + int(!settings.BodyFile.empty()) + int(!settings.StreamFile.empty()) +
+                       int(settings.JsonText.has_value()) + int(!settings.Form.empty());
+    refuse(bodies > 1, "only one of --body, --body-file, --stream-file, --form and --json can be given");
+    refuse(settings.DataInQuery && bodies > int(text), "--get takes only what --body and its kin give");
+    if (settings.hasBody() && (settings.Command == Command::Get || settings.Command == Command::Save)) {
+        failUsage(std::string(settings.Command == Command::Get ? "get" : "save") +
+                  " sends no content; use send, or --get to put the data into the query of the URL");
+    }
     if (settings.hasBody()) {
         // The class would send such a request under another method.
         const std::string method = settings.effectiveMethod();
@@ -42,6 +48,7 @@ void checkBody(const Settings& settings) {
     }
     refuse(settings.Simple && !settings.StreamFile.empty(),
            "--stream-file needs the newer interface; leave out --simple");
+    refuse(settings.Simple && !settings.Form.empty(), "--form needs the newer interface; leave out --simple");
     const int readers = settings.InputReaders + int(settings.BodyFile == "-") + int(settings.StreamFile == "-") +
                         int(settings.Batch.Manifest == "-");
     refuse(readers > 1, "standard input can be read for one thing only");
@@ -59,6 +66,10 @@ void checkBatch(const BatchSettings& batch) {
 
 Settings::Settings()
     : ConnectTimeout(kDefaultConnectMs), ResponseTimeout(kDefaultSilenceMs), DataTimeout(kDefaultSilenceMs) {}
+
+bool Settings::hasBody() const {
+    return (BodyText && !DataInQuery) || JsonText || !Form.empty() || !BodyFile.empty() || !StreamFile.empty();
+}
 
 std::string Settings::effectiveMethod() const {
     if (!Method.empty()) {
@@ -108,6 +119,7 @@ void completeSettings(Settings& settings) {
     }
     checkBody(settings);
     refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
+    refuse(!settings.Bearer.empty() && settings.User, "--bearer and --user cannot be combined");
     refuse(settings.Auth && !settings.User, "--auth needs --user");
     refuse(settings.Simple && (settings.Auth || settings.ProxyAuth),
            "--simple allows every authentication scheme; leave out --auth and --proxy-auth");

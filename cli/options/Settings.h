@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/options/FieldText.h"
+#include "cli/options/FormText.h"
 
 #include <netrove/ratelimit.h>
 
@@ -14,10 +15,14 @@
 
 namespace netrove::cli {
 
+class CookieJar;
+class Netrc;
+
 enum class Command { None, Get, Save, Send, Batch, Proxy, Describe, Demo, Help };
 enum class ColorChoice { Auto, Always, Never };
 enum class OutputFormat { Default, Text, Json };
 enum class StatusChoice { Fail, FailWithBody, Deliver }; // at a status of 400 and above
+enum class PrettyChoice { Auto, Always, Never };
 
 // Redirects followed by `get` and `save`, and by `send -L`.
 constexpr int kDefaultRedirects = 20;
@@ -53,7 +58,17 @@ struct Settings {
     std::string Method; // empty: GET, POST with a body, PUT with a streamed one
     std::vector<Field> Fields;
     std::vector<std::string> RemovedFields;
+    std::string MoreQuery; // of --url-query
+    std::optional<std::string> UserAgent;
+    std::optional<std::string> Referer;
+    std::vector<std::string> Cookies;               // "NAME=VALUE", of --cookie
+    std::shared_ptr<const CookieJar> CookiesOfFile; // null: none
+
+    // its content
     std::optional<std::string> BodyText;
+    bool DataInQuery = false; // BodyText goes there
+    std::optional<std::string> JsonText;
+    std::vector<FormField> Form;
     std::string BodyFile;         // "-": standard input
     std::string StreamFile;       // "-": standard input
     std::uint64_t BufferSize = 0; // bytes asked of the provider at a time; 0: the library's choice
@@ -74,6 +89,10 @@ struct Settings {
     std::optional<std::string> User;
     std::optional<std::string> Password;
     std::optional<std::vector<std::string>> Auth;
+    std::string Bearer;    // empty: none
+    std::string NetrcFile; // empty: none, or the usual one with UseNetrc
+    bool UseNetrc = false;
+    std::shared_ptr<const Netrc> NetrcLogins; // null until the file has been read
     std::string Proxy = "auto";
     std::optional<std::string> ProxyUser;
     std::optional<std::string> ProxyPassword;
@@ -108,11 +127,12 @@ struct Settings {
     bool ShowPassword = false;
     bool ShowVersion = false;
     ColorChoice Color = ColorChoice::Auto;
+    PrettyChoice Pretty = PrettyChoice::Auto; // JSON and heads
 
     Settings();
 
     bool json() const { return Format == OutputFormat::Json; }
-    bool hasBody() const { return BodyText || !BodyFile.empty() || !StreamFile.empty(); }
+    bool hasBody() const;
     std::string effectiveMethod() const;
     int redirectLimit() const; // of this command
     bool hidesFailures() const { return Silent && !ShowErrors && !JsonErrors && !json(); }

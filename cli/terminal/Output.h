@@ -29,6 +29,7 @@ public:
     void hide(std::string secret);
 
     bool outIsTerminal() const { return OutTerminal; }
+    bool outHasColor() const { return OutColor; }
     bool errIsTerminal() const { return ErrTerminal; }
 
     // To standard output, unchanged; callers make what a server said safe first.

@@ -1,16 +1,22 @@
 #include "cli/terminal/Password.h"
 
 #include "cli/failures/CliFailure.h"
+#include "cli/logins/CookieJar.h"
+#include "cli/logins/Netrc.h"
 #include "cli/options/FieldText.h"
+#include "cli/system/BodySource.h"
 #include "cli/system/Signals.h"
 #include "cli/terminal/Output.h"
 
 #include <netrove/descriptor.h>
 #include <netrove/text.h>
+#include <netrove/url.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <optional>
 #include <termios.h>
 #include <unistd.h>
@@ -73,9 +79,54 @@ void complete(std::optional<std::string>& password, const std::optional<std::str
 
 } // namespace
 
+void readNetrc(Settings& settings, const Console& console) {
+    if (!settings.UseNetrc && settings.NetrcFile.empty()) {
+        return;
+    }
+    std::string file = settings.NetrcFile;
+    if (file.empty()) {
+        const auto home = fromEnvironment("HOME");
+        if (!home || home->empty()) {
+            failUsage("--netrc needs HOME in the environment; name the file with --netrc-file");
+        }
+        file = *home + "/.netrc";
+    }
+    settings.NetrcLogins = std::make_shared<const Netrc>(readWhole(file), file);
+    if (othersMayRead(file)) {
+        console.note(file + " can be read by other users; 'chmod 600' keeps its passwords to you");
+    }
+}
+
 void completePasswords(Settings& settings) {
+    if (settings.User && !settings.Password && settings.NetrcLogins && settings.Command != Command::Batch) {
+        if (const auto found = settings.NetrcLogins->find(splitUrl(settings.Url).Host, settings.User)) {
+            settings.Password = found->Password;
+        }
+    }
     complete(settings.Password, settings.User, "NETROVE_PASSWORD", "user");
     complete(settings.ProxyPassword, settings.ProxyUser, "NETROVE_PROXY_PASSWORD", "proxy user");
+}
+
+std::vector<std::string> furtherSecrets(const Settings& settings) {
+    std::vector<std::string> secrets = {settings.Bearer};
+    for (const std::string& cookies : settings.Cookies) { // "a=1; b=2"
+        for (std::size_t start = 0; start < cookies.size();) {
+            const auto end = std::min(cookies.find(';', start), cookies.size());
+            const auto sign = cookies.find('=', start);
+            secrets.push_back(sign < end ? cookies.substr(sign + 1, end - sign - 1) : "");
+            start = end + 1;
+        }
+    }
+    if (settings.CookiesOfFile) {
+        for (const Cookie& cookie : settings.CookiesOfFile->cookies()) {
+            secrets.push_back(cookie.Value);
+        }
+    }
+    if (settings.NetrcLogins) {
+        const std::vector<std::string> passwords = settings.NetrcLogins->passwords();
+        secrets.insert(secrets.end(), passwords.begin(), passwords.end());
+    }
+    return secrets;
 }
 
 std::string askPassword(const std::string& prompt) {

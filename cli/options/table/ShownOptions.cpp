@@ -13,6 +13,8 @@ constexpr int kMostVerbose = 2;
 constexpr Choice<ColorChoice> kColors[] = {
     {"auto", ColorChoice::Auto}, {"always", ColorChoice::Always}, {"never", ColorChoice::Never}};
 constexpr Choice<OutputFormat> kFormats[] = {{"text", OutputFormat::Text}, {"json", OutputFormat::Json}};
+constexpr Choice<PrettyChoice> kPretty[] = {
+    {"auto", PrettyChoice::Auto}, {"always", PrettyChoice::Always}, {"never", PrettyChoice::Never}};
 
 // clang-format off
 const OptionRow kOptions[] = {
@@ -38,6 +40,8 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.JsonErrors = true; }},
     {"color", 0, "auto|always|never", kAll, "when to use colours; with auto, NO_COLOR in the environment turns them off",
      [](S& s, V v) { s.Color = chosen("color", v, kColors); }},
+    {"pretty", 0, "auto|always|never", kGet | kSend, "indent and colour JSON, and colour the head that -i shows, on standard output: on a terminal (auto), always, or never. Nothing else about the text changes; what is not JSON is shown as it came",
+     [](S& s, V v) { s.Pretty = chosen("pretty", v, kPretty); }},
     {"config", 'K', "FILE", kAll, "read options from this configuration file instead of the usual one",
      [](S& s, V v) { s.ConfigFile = nonEmpty("config", v); }},
     {"no-config", 0, "", kAll, "read no configuration file",

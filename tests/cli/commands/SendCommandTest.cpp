@@ -103,6 +103,26 @@ TEST_F(SendCommand, StreamsInChunksWhereTheLengthIsUnknown) {
     }
 }
 
+// What the parts are: ContentOfTest.cpp.
+TEST_F(SendCommand, StreamsAForm) {
+    const std::string content = patternedBytes(100'000);
+    const Script chunks = {step::expectHead(), step::expectChunkedBody(), step::send(response("done")),
+                           step::awaitPeerEnd()};
+    const Exchanged sent = send(chunks, {"URL", "-F", "a=1", "-F", "b=@-;filename=c"}, {.Input = content});
+    EXPECT_THAT(sent, ended(0, "done"));
+    EXPECT_EQ(sent.requestLine(), "POST / HTTP/1.1");
+    const std::string type = sent.field("Content-Type").value_or("");
+    const std::string prefix = "multipart/form-data; boundary=";
+    ASSERT_THAT(type, StartsWith(prefix));
+    const std::string line = "--" + type.substr(prefix.size());
+    EXPECT_EQ(
+        difference(sent.Seen.Bodies.at(0), line + "\r\nContent-Disposition: form-data; name=\"a\"\r\n\r\n1\r\n" + line +
+                                               "\r\nContent-Disposition: form-data; name=\"b\"; filename=\"c\"\r\n"
+                                               "Content-Type: application/octet-stream\r\n\r\n" +
+                                               content + "\r\n" + line + "--\r\n"),
+        "");
+}
+
 TEST_F(SendCommand, PassesStandardInputOnBeforeItEnds) {
     ScriptedServer server({step::expectHead(), step::expectBody(std::string("5\r\nfirst\r\n").size()),
                            step::signal("first"), step::expectBody(std::string("6\r\nsecond\r\n0\r\n\r\n").size()),
@@ -136,8 +156,11 @@ TEST_F(SendCommand, ReadsAFileAgainAfterARedirectButNeverStandardInput) {
 }
 
 TEST_F(SendCommand, NamesABodyThatIsNotThere) {
-    for (const char* option : {"--body-file", "-T"}) {
-        EXPECT_THAT(run({"send", "http://127.0.0.1:1/", option, "/no/such/file"}),
+    for (const Words& option : {Words{"--body-file", "/no/such/file"},
+                                {"-T", "/no/such/file"},
+                                {"-F", "a=@/no/such/file"},
+                                {"-F", "a=</no/such/file"}}) {
+        EXPECT_THAT(run(Words{"send", "http://127.0.0.1:1/"} + option),
                     ended(26, "", "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n"));
     }
 }

@@ -53,6 +53,52 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
     }
 }
 
+TEST_F(Terminal, ShowsJsonIndentedAndHeadsInColour) {
+    const std::string json = "{\"b\":1.50,\"a\":[]}";
+    const auto answer = [](const std::string& content, const std::string& type) {
+        return kOk + "Content-Type: " + type + "\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" +
+               content;
+    };
+    const std::string plain = "{\n  \"b\": 1.50,\n  \"a\": []\n}\n";
+    const std::string shown = "{\r\n  \"b\": 1.50,\r\n  \"a\": []\r\n}\r\n";
+    const ShownRow onTerminalRows[] = {
+        {"without colour", {"get", "--color", "never", "URL"}, answer(json, "application/problem+json;x=y"), shown},
+        {"in colour", {"get", "URL"}, answer("[1]", "application/json"), "[\r\n  \x1b[36m1\x1b[0m\r\n]\r\n"},
+        {"a head",
+         {"get", "-i", "URL"},
+         answer("x", "text/plain"),
+         "\x1b[32mHTTP/1.1 200 OK\x1b[0m\r\n\x1b[1mContent-Type\x1b[0m: text/plain\r\n\x1b[1mContent-Length\x1b[0m: "
+         "1\r\n\r\nx"},
+        {"not asked for",
+         {"get", "-i", "--pretty", "never", "URL"},
+         answer(json, "application/json"),
+         answer(json, "application/json")},
+        {"another type", {"get", "URL"}, answer(json, "text/plain"), json},
+        {"not JSON", {"get", "URL"}, answer("<html>", "application/json"), "<html>"},
+        {"with controls", {"get", "URL"}, answer("[\"\x9B\"]", "application/json"), HasSubstr("BinaryToTerminal"), 23},
+        {"cut off",
+         {"get", "URL"},
+         kOk + "Content-Type: application/json\r\nContent-Length: 9\r\n\r\n[1,2",
+         StartsWith("[1,2"),
+         18},
+    };
+    for (const ShownRow& row : onTerminalRows) {
+        SCOPED_TRACE(row.Name);
+        const Script script = {step::expectHead(), step::send(row.Answer),
+                               row.Status == 18 ? step::close() : step::awaitPeerEnd()};
+        EXPECT_THAT(runAgainst(script, row.Arguments, onTerminal()), ended(row.Status, row.Shown));
+    }
+    const std::pair<Words, std::string> elsewhere[] = {
+        {{"get", "URL"}, json},
+        {{"get", "--pretty", "always", "URL"}, plain},
+        {{"get", "--pretty", "always", "-o", "file", "URL"}, ""},
+    };
+    for (const auto& [words, out] : elsewhere) {
+        EXPECT_THAT(runAgainst(answering(answer(json, "text/plain")), words, here()), ended(0, out));
+    }
+    EXPECT_EQ(readFile(file("file")), json);
+}
+
 TEST_F(Terminal, RefusesAControlCharacterThatComesInTwoPieces) {
     ScriptedServer server({step::expectHead(), step::send(kOk + "Content-Length: 9\r\n\r\nhi\xC2"),
                            step::await("shown"), step::send("\23331mred"), step::awaitPeerEnd()});

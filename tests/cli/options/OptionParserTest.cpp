@@ -163,7 +163,7 @@ TEST(OptionParser, NamesOfOtherProgramsAreUnderstood) {
     EXPECT_EQ(parsed("send URL --upload-file f --cacert ca.pem").StreamFile, "f");
     EXPECT_EQ(parsed("send URL --upload-file f --cacert ca.pem").CaFile, "ca.pem");
     EXPECT_EQ(parsed("batch list --parallel-max 7").Batch.Jobs, 7);
-    EXPECT_EQ(refusal("get URL --data x"), "unknown option '--data' for get; send has it");
+    EXPECT_EQ(refusal("get URL --post-file x"), "unknown option '--post-file' for get; send has it");
 }
 
 TEST(OptionParser, FormatsAreNamed) {
@@ -195,6 +195,31 @@ TEST(OptionParser, JoinsBodiesAndReadsFiles) {
     EXPECT_THROW(parsed("get -H @" + folder.file("none") + " URL"), vantik::Failure);
 }
 
+TEST(OptionParser, TakesDataAsItIsEncodedOrForTheQuery) {
+    const testsupport::TemporaryFolder folder;
+    testsupport::writeFile(folder.file("part"), "c d\n");
+    const std::string part = folder.file("part");
+    EXPECT_EQ(parsed("send URL --data-raw @a --data-binary @" + part + " --data x --data-ascii y").BodyText,
+              "@a&c d\n&x&y");
+    EXPECT_EQ(parsed("send URL -d a=1 --data-urlencode b=2&3 --data-urlencode c@" + part).BodyText,
+              "a=1&b=2%263&c=c+d%0A");
+    const Settings get = parsed("get -G -d a=1 --url-query b=2&3 --url-query +c=/ URL");
+    EXPECT_EQ(get.effectiveMethod(), "GET");
+    EXPECT_EQ(get.MoreQuery, "b=2%263&c=/");
+    EXPECT_EQ(parsed("send -G -d a=1 -X DELETE URL").effectiveMethod(), "DELETE");
+    EXPECT_EQ(parsed("send -F a=b URL").effectiveMethod(), "POST");
+}
+
+TEST(OptionParser, TakesTokens) {
+    const testsupport::TemporaryFolder folder;
+    testsupport::writeFile(folder.file("token"), "abc-._~+/=\n");
+    EXPECT_EQ(parsed("get --bearer @" + folder.file("token") + " URL").Bearer, "abc-._~+/=");
+    EXPECT_EQ(parsed("get --oauth2-bearer t URL").Bearer, "t");
+    // Not even a part of it is shown.
+    EXPECT_EQ(refusal(Words{"get", "--bearer", "to ken", "http://h/"}),
+              "the token of --bearer has characters that a token cannot have");
+}
+
 TEST(OptionParser, TakesCredentialsOutOfTheUrl) {
     const auto taken = [](const std::string& line) {
         const Settings settings = parsed(line);
@@ -212,6 +237,8 @@ TEST(OptionParser, RefusesWhatContradictsItself) {
         get --connect-timeout -1 URL; get --response-timeout 1e12 URL; get --data-timeout 10d URL; get --data-timeout s URL; get --data-timeout -1s URL; get --data-timeout 600h URL; get -m 0.5ms URL; get -m 1,5 URL;
         get --color pink URL; get --auth basic URL; get -u me --auth magic URL; get -u me --auth '' URL;
         get --password pw URL; get --proxy-password pw URL; get -u me:pw --auth basic --simple URL;
+        send -G -T f URL; send -F a=b -d c URL; send -F a=b --simple URL; send --form-string a URL;
+        get --bearer t -u me:pw URL; get --bearer '' URL; get --bearer t,u URL; get --pretty no URL;
         get -x p:99999 URL; get -x ftp://h:80 URL; get -x p:3128/path URL; save URL -; describe URL;
         proxy -X GET URL; send --format json -i URL; send --format json -o - URL; send --format xml URL)");
     for (std::string line; std::getline(lines, line, ';');) {
@@ -221,12 +248,15 @@ TEST(OptionParser, RefusesWhatContradictsItself) {
     for (const Words& words : {Words{"get", "--", "http://h/\r\nX: y"},
                                {"send", "-X", "BAD METHOD", "http://h/"},
                                {"send", "-H", "no field", "http://h/"},
+                               {"send", "-b", "a=b\r\nX: y", "http://h/"},
+                               {"send", "-A", "a\r\nX: y", "http://h/"},
+                               {"send", "-e", "http://h/;auto", "http://h/"},
                                {"send", "-H", "X: a\r\nY: b", "http://h/"},
                                {"get", "-u", "m\ne:pw", "http://h/"}}) {
         SCOPED_TRACE(words.at(2));
         refusal(words);
     }
-    for (const char* more : {"-T -", "--body-file -", "-d @-"}) {
+    for (const char* more : {"-T -", "--body-file -", "-d @-", "-F a=@-", "-F a=<-", "--netrc-file -"}) {
         EXPECT_THAT(refusal("send http://h/ -H @- " + std::string(more)),
                     HasSubstr("standard input can be read for one thing only"));
     }
@@ -246,7 +276,8 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"get URL more", "unexpected argument 'more' for get"},
         {"get -o", "--output needs a value"},
         {"get -X POST URL", "unknown option '-X' for get; send has it"},
-        {"get -d a=b URL", "unknown option '-d' for get; send has it"},
+        {"get -d a=b URL", "get sends no content; use send, or --get to put the data into the query of the URL"},
+        {"get -F a=b URL", "unknown option '-F' for get; send has it"},
         {"save -ox URL", "unknown option '-o' for save; get and send have it"},
         {"get --jobs=3 URL", "unknown option '--jobs' for get; batch has it"},
         {"proxy --json URL", "unknown option '--json' for proxy; use --format json"},
@@ -311,7 +342,7 @@ TEST(OptionParser, WipesSecretsFromTheArguments) {
     };
     Words words = lineWith("netrove send -u me:first --password=second --proxy-user you --proxy-password third "
                            "-x a:b@p:1 http://x:fourth@h/p@th -HCookie:s=1 --field=proxy-authorization:b -H Accept:a "
-                           "-H Cookie:",
+                           "-H Cookie: -b s=2",
                            "\tBearer tok");
     std::vector<char*> argv;
     for (std::string& word : words) {
@@ -323,7 +354,7 @@ TEST(OptionParser, WipesSecretsFromTheArguments) {
     wipeSecrets(static_cast<int>(argv.size()), argv.data(), result.Secrets);
     EXPECT_EQ(words, lineWith("netrove send -u me:xxxxx --password=xxxxxx --proxy-user you --proxy-password xxxxx "
                               "-x xxx@p:1 http://xxxxxxxx@h/p@th -HCookie:xxx --field=proxy-authorization:x "
-                              "-H Accept:a -H Cookie:",
+                              "-H Accept:a -H Cookie: -b xxx",
                               "\txxxxxxxxxx"));
 }
 

@@ -1,6 +1,6 @@
 #include "client/request/MultipartBody.h"
 
-#include "tests/client/request/BodyReading.h"
+#include "tests/client/request/MultipartReading.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,8 @@
 
 namespace {
 
-using clienttest::python;
+using clienttest::readBack;
+using clienttest::ReadPart;
 using clienttest::readWhole;
 using netrove::Body;
 using netrove::Part;
@@ -26,51 +27,6 @@ std::string boundaryOf(const Body& form) {
     const std::string prefix = "multipart/form-data; boundary=";
     EXPECT_TRUE(form.contentType().starts_with(prefix)) << form.contentType();
     return form.contentType().substr(prefix.size());
-}
-
-// A part as Python's parser of mail reads it.
-struct ReadPart {
-    std::string Name;
-    std::optional<std::string> FileName;
-    std::vector<std::string> Fields; // all names
-    std::string Type;
-    std::string Content; // in hex
-    bool operator==(const ReadPart&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const ReadPart& part) {
-    return out << part.Name << " | " << part.FileName.value_or("-") << " | " << part.Type << " | " << part.Content;
-}
-
-std::vector<ReadPart> readBack(const Body& form) {
-    const nlohmann::json parts = python(R"(
-import email, email.message, json, sys
-message = email.message_from_bytes(open(sys.argv[1], "rb").read())
-assert message.is_multipart() and not message.defects, message.defects
-result = []
-for part in message.get_payload():
-    assert not part.defects, part.defects
-    fields = {name.lower(): value.encode("ascii", "surrogateescape").decode("utf-8") for name, value in part._headers}
-    disposition = email.message.Message()
-    disposition["Content-Disposition"] = fields["content-disposition"]
-    assert disposition.get_content_disposition() == "form-data"
-    result.append({
-        "name": disposition.get_param("name", header="content-disposition"),
-        "filename": disposition.get_param("filename", header="content-disposition"),
-        "fields": [name for name, value in part._headers],
-        "type": fields.get("content-type", ""),
-        "content": part.get_payload(decode=True).hex(),
-    })
-print(json.dumps(result))
-)",
-                                        "Content-Type: " + form.contentType() + "\r\n\r\n" + readWhole(form));
-    std::vector<ReadPart> result;
-    for (const auto& part : parts) {
-        const auto& fileName = part["filename"];
-        result.push_back({part["name"], fileName.is_null() ? std::nullopt : std::optional<std::string>(fileName),
-                          part["fields"], part["type"], part["content"]});
-    }
-    return result;
 }
 
 const std::vector<std::string> kDispositionOnly = {"Content-Disposition"};
