@@ -17,6 +17,7 @@ namespace {
 // clang-format off
 constexpr EnvironmentRow kEnvironment[] = {
     {"NETROVE_PASSWORD", "password of the user given with -u"},
+    {"NETROVE_BEARER", "token of --bearer @env"},
     {"NETROVE_PROXY_PASSWORD", "password of the user given with --proxy-user"},
     {"NETROVE_SHARDS", "number of parts of a batch run under GNU parallel; PARALLEL_SEQ says which part"},
     {"XDG_CONFIG_HOME", "folder of netrove/config, the configuration file; ~/.config if not set"},
