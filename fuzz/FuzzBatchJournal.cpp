@@ -15,9 +15,7 @@ namespace {
 using namespace netrove::cli;
 
 BatchLine lineWithoutTarget() {
-    BatchManifestParser parser([](const std::string&) {});
-    parser.feed(R"({"url":"http://h/","target":null,"id":"a"})");
-    return std::move(parser.finish().Lines.at(0));
+    return ManifestLines([](const std::string&) {}).once(1, R"({"url":"http://h/","target":null,"id":"a"})");
 }
 
 } // namespace

@@ -45,6 +45,8 @@ std::size_t BatchHistory::read(const std::string& file) {
     if (!S_ISREG(facts.st_mode)) {
         failNoJournal(file);
     }
+    Begun.clear();
+    Damaged = false;
     std::size_t unreadable = 0;
     bool first = true;
     const auto takeNext = [&](std::string_view line) {

@@ -29,7 +29,8 @@ public:
     // if it must be done.
     std::optional<Ended> done(const BatchLine& line);
 
-    // Removes the temporary files of transfers that never ended. Only for the journal of a run that is certainly over.
+    // Removes the temporary files of transfers that never ended, as the journal says that was read last. Only where
+    // its run is certainly over.
     void removeLeftovers() const;
 
 private:
@@ -49,8 +50,8 @@ private:
     DigestStore<Entry> Done;
     DigestStore<Entry> Unfinished; // written, and perhaps with their names; those that no longer count have no line
     std::unordered_map<std::uint64_t, JournalRecord> Written; // since the last `kept`
-    std::unordered_map<std::uint64_t, JournalRecord> Begun;
-    bool Damaged = false; // a record since the last `kept`
+    std::unordered_map<std::uint64_t, JournalRecord> Begun;   // in the journal that is read last
+    bool Damaged = false;                                     // a record since the last `kept`
 };
 
 } // namespace netrove::cli

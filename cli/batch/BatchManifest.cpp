@@ -19,16 +19,11 @@ namespace netrove::cli {
 namespace {
 
 constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 // A file that is not a manifest at all has as many bad lines as it has lines.
 constexpr std::size_t kMostBadLines = 100;
 constexpr std::size_t kLongestProblem = 1000;
+constexpr std::size_t kMostFolders = 10'000; // that are remembered
 constexpr const char* kJournal = "a journal of this manifest";
-
-std::string_view withoutLeadingBlanks(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-    return text;
-}
 
 // Without its middle if it is too long to read: what is wrong comes at the end.
 std::string shortened(std::string text) {
@@ -79,6 +74,22 @@ void takeCredentials(BatchLine& line) {
     line.Extras->Password = std::move(found.Password);
 }
 
+BatchLine parseText(std::string_view text) {
+    BatchLine line;
+    const auto end = std::min(text.find_first_of(kBlanks), text.size());
+    line.Url = text.substr(0, end);
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks, end), text.size()));
+    line.Target = text;
+    return line;
+}
+
+BatchLine parsed(std::size_t number, std::string_view text) {
+    BatchLine line = text.starts_with('{') ? parseBatchJson(text) : parseText(text);
+    line.Number = number;
+    line.Text = text;
+    return line;
+}
+
 // Without credentials: the digest goes into the journal, where a guessed password could be checked against it.
 std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {
     ContentDigest digest;
@@ -96,6 +107,10 @@ std::uint64_t digestOf(const BatchLine& line, std::size_t repetition) {
             digest.add(field.name);
             digest.add(isSecretField(field.name) ? std::string_view() : std::string_view(field.value));
         }
+    }
+    if (line.Extras && !line.Extras->Sha256.empty()) {
+        digest.add("sha256");
+        digest.add(line.Extras->Sha256);
     }
     digest.add(std::to_string(repetition));
     return digest.value();
@@ -120,11 +135,19 @@ std::string BatchLine::method() const {
     return Extras && Extras->hasBody() ? "POST" : "GET";
 }
 
-void BatchManifestParser::reserve(const std::string& file, const std::string& what) {
+void BadLines::add(std::size_t number, const std::string& problem) {
+    if (First.size() < kMostBadLines) {
+        First.push_back({number, shortened(problem)});
+    } else {
+        ++More;
+    }
+}
+
+void ManifestLines::reserve(const std::string& file, const std::string& what) {
     Reserved[Names.of(file)] = what;
 }
 
-void BatchManifestParser::reserveJournals(const std::string& base) {
+void ManifestLines::reserveJournals(const std::string& base) {
     JournalBase = Names.ofEntry(base);
     for (const std::string& file : siblingJournals(base)) {
         reserve(file, kJournal);
@@ -132,97 +155,92 @@ void BatchManifestParser::reserveJournals(const std::string& base) {
     reserve(base, kJournal);
 }
 
-void BatchManifestParser::feed(std::string_view piece) {
-    for (auto end = piece.find('\n'); end != piece.npos; end = piece.find('\n')) {
-        if (UnfinishedLine.empty()) {
-            takeLine(piece.substr(0, end));
-        } else {
-            UnfinishedLine += piece.substr(0, end);
-            takeLine(std::exchange(UnfinishedLine, {}));
-        }
-        piece.remove_prefix(end + 1);
-    }
-    UnfinishedLine += piece;
+void ManifestLines::check(std::size_t number, std::string_view text) {
+    bool inFolder = false;
+    checked(number, text, CheckUrl, inFolder);
+    InFolder.push_back(inFolder);
 }
 
-BatchManifest BatchManifestParser::finish() {
-    if (!UnfinishedLine.empty()) {
-        takeLine(std::exchange(UnfinishedLine, {}));
-    }
-    Targets.clear();
-    Ids.clear();
-    LinesWithoutTarget.clear();
-    return std::move(Manifest);
-}
-
-void BatchManifestParser::takeLine(std::string_view text) {
-    if (++LineNumber == 1 && text.starts_with(kByteOrderMark)) {
-        text.remove_prefix(kByteOrderMark.size());
-    }
-    if (text.ends_with('\r')) {
-        text.remove_suffix(1);
-    }
-    text = withoutLeadingBlanks(text);
-    if (text.empty() || text.front() == '#') {
-        return;
-    }
-    try {
-        BatchLine line = text.front() == '{' ? parseBatchJson(text) : parseText(text);
-        line.Number = LineNumber;
-        complete(line);
-        Manifest.Lines.push_back(std::move(line));
-    } catch (const vantik::Failure& failure) {
-        if (Manifest.Bad.size() < kMostBadLines) {
-            Manifest.Bad.push_back({LineNumber, shortened(failure.message().Text)});
-        } else {
-            ++Manifest.MoreBad;
-        }
-    }
-}
-
-BatchLine BatchManifestParser::parseText(std::string_view text) const {
-    BatchLine line;
-    const auto end = std::min(text.find_first_of(kBlanks), text.size());
-    line.Url = text.substr(0, end);
-    const std::string_view target = withoutLeadingBlanks(text.substr(end));
-    if (!target.empty() && kBlanks.find(target.back()) != kBlanks.npos) {
-        failUsage("the line ends with a blank; write a target that ends with one as JSON");
-    }
-    line.Target = target;
+BatchLine ManifestLines::again(std::size_t number, std::string_view text) {
+    BatchLine line = parsed(number, text);
+    takeCredentials(line);
+    settleTarget(line, InFolder.at(Taken++));
+    settleDigest(line);
     return line;
 }
 
-void BatchManifestParser::complete(BatchLine& line) {
+BatchLine ManifestLines::once(std::size_t number, std::string_view text) {
+    bool inFolder = false;
+    BatchLine line = checked(
+        number, text, [](const std::string&) {}, inFolder);
+    settleDigest(line);
+    return line;
+}
+
+// The literal null is in every line without a target; others need no look.
+void ManifestLines::pass(std::string_view text) noexcept {
+    if (text.front() != '{' || text.find("null") == text.npos) {
+        return;
+    }
+    try {
+        BatchLine line = parseBatchJson(text);
+        takeCredentials(line);
+        if (!line.Target) {
+            settleDigest(line);
+        }
+    } catch (const vantik::Failure&) { // its own shard reports it
+    }
+}
+
+BatchLine ManifestLines::checked(std::size_t number, std::string_view text, const UrlCheck& checkFurther,
+                                 bool& inFolder) {
+    BatchLine line = parsed(number, text);
     checkUrl(line.Url);
     takeCredentials(line);
     try {
-        CheckUrl(line.Url);
+        checkFurther(line.Url);
     } catch (const vantik::Failure& failure) {
         throw vantik::Failure(withRefusedUrlMasked(failure.message(), line.Url));
     }
-    settleTarget(line);
-    settleId(line);
+    if (line.Target) {
+        if (hasControls(*line.Target)) {
+            failUsage("the target has control characters");
+        }
+        inFolder = !line.Target->ends_with('/') && fileExists(*line.Target) && isFolder(*line.Target);
+        settleTarget(line, inFolder);
+        checkTarget(line);
+    }
+    if (line.Extras && !line.Extras->Id.empty()) {
+        const std::string& id = line.Extras->Id;
+        ContentDigest digest;
+        digest.add(id);
+        const auto earlier = Ids.add(digest.value(), {digest.value(1), number});
+        if (earlier && earlier->Digest == digest.value(1)) {
+            failUsage("the id '" + printable(id) + "' is already used by line " + std::to_string(earlier->Number));
+        }
+    }
+    return line;
 }
 
 // Without a name of its own a target gets that of the URL, as with `save`.
-void BatchManifestParser::settleTarget(BatchLine& line) {
+void ManifestLines::settleTarget(BatchLine& line, bool inFolder) {
     if (!line.Target) {
         return;
     }
     std::string& target = *line.Target;
-    if (hasControls(target)) {
-        failUsage("the target has control characters");
-    }
-    if (target.empty()) {
-        target = fileNameFor(line.Url);
-    } else if (target.ends_with('/')) {
+    if (target.empty() || target.ends_with('/')) {
         target += fileNameFor(line.Url);
-    } else if (isFolder(target)) {
+    } else if (inFolder) {
         target += "/" + fileNameFor(line.Url);
     }
-    if (isSpecialFile(target)) {
+}
+
+void ManifestLines::checkTarget(const BatchLine& line) {
+    const std::string& target = *line.Target;
+    if (fileExists(target) && isSpecialFile(target)) {
         failUsage("the target '" + printable(target) + "' is not a regular file; \"target\":null drops the content");
     }
+    checkFolder(target);
     const std::string name = Names.of(target);
     if (const auto found = Reserved.find(name); found != Reserved.end()) {
         failUsage("the target '" + printable(target) + "' is " + found->second);
@@ -230,27 +248,47 @@ void BatchManifestParser::settleTarget(BatchLine& line) {
     if (!JournalBase.empty() && isJournalName(name, JournalBase)) {
         failUsage("the target '" + printable(target) + "' is " + kJournal);
     }
-    const auto [found, isNew] = Targets.emplace(name, LineNumber);
-    if (!isNew) {
-        failUsage("the target '" + printable(target) + "' is already used by line " + std::to_string(found->second));
+    ContentDigest digest;
+    digest.add(name);
+    const auto earlier = Targets.add(digest.value(), {digest.value(1), line.Number});
+    if (earlier && earlier->Digest == digest.value(1)) {
+        failUsage("the target '" + printable(target) + "' is already used by line " + std::to_string(earlier->Number));
     }
 }
 
-void BatchManifestParser::settleId(BatchLine& line) {
-    line.Content = digestOf(line, 0);
-    // Lines without a target may be equal on purpose: the same request several times.
-    if (!line.Target) {
-        if (const std::size_t earlier = LinesWithoutTarget[line.Content]++; earlier != 0) {
-            line.Content = digestOf(line, earlier);
-        }
-    }
-    if (!line.Extras || line.Extras->Id.empty()) {
+void ManifestLines::checkFolder(const std::string& target) {
+    const auto slash = target.rfind('/');
+    if (!FoldersRequired || slash == target.npos || slash == 0) {
         return;
     }
-    const auto [found, isNew] = Ids.emplace(line.Extras->Id, LineNumber);
-    if (!isNew) {
-        failUsage("the id '" + printable(line.Extras->Id) + "' is already used by line " +
-                  std::to_string(found->second));
+    const std::string folder = target.substr(0, slash);
+    if (FoldersThere.contains(folder)) {
+        return;
+    }
+    if (isFolder(folder)) {
+        if (FoldersThere.size() >= kMostFolders) {
+            FoldersThere.clear();
+        }
+        FoldersThere.insert(folder);
+        return;
+    }
+    // Beyond so many, each line says it.
+    if (FoldersMissing.size() < kMostFolders ? FoldersMissing.insert(folder).second
+                                             : !FoldersMissing.contains(folder)) {
+        failUsage("there is no folder '" + printable(folder) + "' for the target; --create-dirs creates it");
+    }
+}
+
+// Lines without a target may be equal on purpose: the same request several times.
+void ManifestLines::settleDigest(BatchLine& line) {
+    line.Content = digestOf(line, 0);
+    if (line.Target) {
+        return;
+    }
+    const std::uint64_t earlier = LinesWithoutTarget.find(line.Content).value_or(0);
+    LinesWithoutTarget.put(line.Content, earlier + 1);
+    if (earlier != 0) {
+        line.Content = digestOf(line, earlier);
     }
 }
 

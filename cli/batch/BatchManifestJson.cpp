@@ -17,6 +17,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kLongestId = 200;
+constexpr std::size_t kSha256Digits = 64;
 // Writing a body out again recurses for each nested array, and no service needs more.
 constexpr int kDeepest = 500;
 
@@ -104,13 +105,23 @@ void takeId(BatchLine&, BatchExtras& extras, const Json& value) {
     }
 }
 
+void takeSha256(BatchLine&, BatchExtras& extras, const Json& value) {
+    extras.Sha256 = text(value, "sha256");
+    const auto isDigit = [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    };
+    if (extras.Sha256.size() != kSha256Digits || !std::ranges::all_of(extras.Sha256, isDigit)) {
+        failUsage("the value of \"sha256\" is not 64 hexadecimal digits");
+    }
+}
+
 struct KeyRow {
     std::string_view Name;
     void (*Take)(BatchLine& line, BatchExtras& extras, const Json& value);
 };
 constexpr KeyRow kKeys[] = {
     {"url", takeUrl},   {"target", takeTarget},      {"method", takeMethod}, {"fields", takeFields},
-    {"body", takeBody}, {"body_file", takeBodyFile}, {"id", takeId},
+    {"body", takeBody}, {"body_file", takeBodyFile}, {"sha256", takeSha256}, {"id", takeId},
 };
 
 bool begins(Json::parse_event_t event) {
@@ -179,7 +190,7 @@ BatchLine parseBatchJson(std::string_view source) {
                                        [&name = name](const KeyRow& known) { return known.Name == name; });
         if (row == std::end(kKeys)) {
             failUsage("unknown key " + inQuotes(name) +
-                      "; the keys are url, target, method, fields, body, body_file and id");
+                      "; the keys are url, target, method, fields, body, body_file, sha256 and id");
         }
         row->Take(line, *line.Extras, value);
     }
@@ -187,6 +198,9 @@ BatchLine parseBatchJson(std::string_view source) {
         failUsage("the key 'url' is missing");
     }
     checkBody(line, *line.Extras, object);
+    if (!line.Target && !line.Extras->Sha256.empty()) {
+        failUsage("\"sha256\" is of a file; the line has no target");
+    }
     return line;
 }
 

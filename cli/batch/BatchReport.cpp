@@ -119,6 +119,11 @@ BatchReport::BatchReport(const Settings& settings, const Console& console, std::
     Totals.All = all;
 }
 
+void BatchReport::expectOneMore() {
+    const std::lock_guard lock(Guard);
+    ++Totals.All;
+}
+
 void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
     const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
     const std::lock_guard lock(Guard);

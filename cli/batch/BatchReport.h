@@ -46,6 +46,8 @@ public:
     // Whether results are lines on standard output, as programs want them; otherwise people see failures only.
     bool printsLines() const { return Lines; }
 
+    // There is one more to do than was known.
+    void expectOneMore();
     // Each counts the line, prints it where lines are wanted, and a failure on standard error as well. They raise
     // FileNotWritten if standard output can no longer be written.
     void ended(const BatchLine& line, const BatchOutcome& outcome);

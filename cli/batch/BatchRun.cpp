@@ -224,6 +224,7 @@ void BatchRun::startNoMore() {
     NoMore = true;
     JobsCame.notify_all();
     RoomCame.notify_all();
+    Lines.stop();
 }
 
 } // namespace netrove::cli

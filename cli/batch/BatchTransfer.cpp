@@ -136,6 +136,7 @@ private:
 
     netrove::Response toFile(netrove::Request request, netrove::ReceivedFile& file) {
         request.replace = LineSettings.Force;
+        request.sha256 = Line.Extras ? Line.Extras->Sha256 : "";
         const auto onTemporary = [this](const std::string& name, int descriptor) {
             journaled(Tools.Journal, [&](BatchJournal& journal) {
                 journal.begun(Line, name, descriptor);

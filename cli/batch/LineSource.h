@@ -17,6 +17,8 @@ public:
     // The next one that has to be done; nothing at the end. Not for several threads at a time. Where lines come from a
     // pipe it waits for one, and raises Interrupted after a signal. Raises FileNotRead, BadManifest.
     virtual std::optional<BatchLine> next() = 0;
+    // Ends a wait of `next` on another thread: from now on there are no more.
+    virtual void stop() noexcept = 0;
 };
 
 } // namespace netrove::cli

@@ -97,14 +97,14 @@ private:
 
 template <class Tool, class Line>
 void eachMember(Tool& tool, Line& line) {
-    auto& [number, content, url, target, extras] = line;
-    tool.all(number, content, url, target);
+    auto& [number, content, text, url, target, extras] = line;
+    tool.all(number, content, text, url, target);
 }
 
 template <class Tool, class Extras>
 void eachExtra(Tool& tool, Extras& extras) {
-    auto& [id, method, fields, body, bodyFile, user, password] = extras;
-    tool.all(id, method, fields, body, bodyFile, user, password);
+    auto& [id, method, fields, body, bodyFile, sha256, user, password] = extras;
+    tool.all(id, method, fields, body, bodyFile, sha256, user, password);
 }
 
 std::string packed(const BatchLine& line) {

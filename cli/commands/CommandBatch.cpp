@@ -6,10 +6,9 @@
 #include "cli/batch/BatchRun.h"
 #include "cli/batch/BatchShard.h"
 #include "cli/batch/JournalNames.h"
-#include "cli/batch/LineSource.h"
+#include "cli/batch/ManifestSource.h"
 #include "cli/commands/Commands.h"
 #include "cli/failures/CliFailure.h"
-#include "cli/system/BodySource.h"
 #include "cli/system/Signals.h"
 
 #include <netrove/text.h>
@@ -25,18 +24,40 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 16;
-
-class HeldLines final : public LineSource {
+// The lines of a manifest without those that an earlier run has done.
+class LinesToDo final : public LineSource {
 public:
-    explicit HeldLines(std::vector<BatchLine> lines) : Lines(std::move(lines)) {}
+    LinesToDo(ManifestSource& lines, BatchHistory& history, BatchReport& report)
+        : Lines(lines), History(history), Report(report) {}
+
     std::optional<BatchLine> next() override {
-        return Place < Lines.size() ? std::optional(std::move(Lines[Place++])) : std::nullopt;
+        if (First) {
+            return std::exchange(First, std::nullopt);
+        }
+        while (auto line = Lines.next()) {
+            if (!Lines.isReadTwice()) {
+                Report.expectOneMore();
+            }
+            const auto ended = History.done(*line);
+            if (!ended) {
+                return line;
+            }
+            Report.skipped(*line, *ended);
+        }
+        return std::nullopt;
+    }
+    void stop() noexcept override { Lines.stop(); }
+    // Waits for the first one.
+    bool some() {
+        First = next();
+        return First.has_value();
     }
 
 private:
-    std::vector<BatchLine> Lines;
-    std::size_t Place = 0;
+    ManifestSource& Lines;
+    BatchHistory& History;
+    BatchReport& Report;
+    std::optional<BatchLine> First;
 };
 
 class BatchCommand {
@@ -52,65 +73,66 @@ public:
     }
 
     int run() {
-        std::vector<BatchLine> lines = readManifest();
-        if (!Shard.Source.empty()) {
-            TheConsole.note("shard " + std::to_string(Shard.Index) + " of " + std::to_string(Shard.Count) + ", from " +
-                            Shard.Source + "; " + std::to_string(lines.size()) + " of " + std::to_string(LineCount) +
-                            " lines");
+        ManifestLines lines([this](const std::string& url) { checkUrl(url); });
+        if (TheSettings.Batch.Manifest != "-") {
+            lines.reserve(TheSettings.Batch.Manifest, "the manifest");
         }
+        if (!JournalBase.empty()) {
+            lines.reserveJournals(JournalBase);
+        }
+        std::optional<BatchReport> report;
+        ManifestSource manifest(TheSettings.Batch.Manifest, Shard, lines,
+                                [&](const BatchLine& line, const vantik::Message& problem) {
+                                    report->expectOneMore();
+                                    report->ended(line, {.Failed = Verdict{problem, kExitUsage}});
+                                });
+        if (manifest.isReadTwice()) {
+            check(manifest, lines);
+        }
+        describeShard(manifest);
         if (!JournalName.empty() && !TheSettings.Batch.DryRun) {
             Journal = std::make_unique<BatchJournal>(JournalName);
         }
-        BatchReport report(TheSettings, TheConsole, lines.size());
-        skipDone(lines, report);
+        report.emplace(TheSettings, TheConsole, manifest.own());
+        BatchHistory history;
+        readJournals(history);
+        LinesToDo toDo(manifest, history, *report);
         if (TheSettings.Batch.DryRun) {
-            for (const BatchLine& line : lines) {
-                report.planned(line);
+            while (const auto line = toDo.next()) {
+                report->planned(*line);
             }
-            return kExitDone;
+            return endedWith(*report);
         }
-        if (!lines.empty()) {
-            HeldLines source(std::move(lines));
-            BatchRun(TheSettings, TheConsole, source, Journal.get(), report).run();
+        if (toDo.some()) {
+            BatchRun(TheSettings, TheConsole, toDo, Journal.get(), *report).run();
         }
         if (Journal) {
             Journal->sync();
         }
-        return conclude(report);
+        return conclude(*report);
     }
 
 private:
-    // The lines of this shard. The others are checked too, so that every machine refuses a bad manifest.
-    std::vector<BatchLine> readManifest() {
-        const std::string& name = TheSettings.Batch.Manifest;
-        BatchManifestParser parser([this](const std::string& url) { checkUrl(url); });
-        if (name != "-") {
-            parser.reserve(name, "the manifest");
+    void check(ManifestSource& manifest, ManifestLines& lines) {
+        if (!TheSettings.Batch.MakeFolders) {
+            lines.requireFolders();
         }
-        if (!JournalBase.empty()) {
-            parser.reserveJournals(JournalBase);
-        }
-        FileReader reader(name);
-        std::vector<std::byte> piece(kPiece);
-        while (const std::size_t count = reader.read(piece)) {
-            parser.feed(std::string_view(reinterpret_cast<const char*>(piece.data()), count));
-        }
-        BatchManifest manifest = parser.finish();
+        const BadLines bad = manifest.check();
         TheSession.Connection = vantik::Object();
-        if (!manifest.Bad.empty()) {
-            refuse(manifest);
+        if (!bad.First.empty()) {
+            refuse(bad);
         }
-        LineCount = manifest.Lines.size();
-        if (Shard.whole()) {
-            return std::move(manifest.Lines);
+    }
+
+    void describeShard(const ManifestSource& manifest) const {
+        if (Shard.Source.empty()) {
+            return;
         }
-        std::vector<BatchLine> own;
-        for (std::size_t i = 0; i < manifest.Lines.size(); ++i) {
-            if (Shard.has(i)) {
-                own.push_back(std::move(manifest.Lines[i]));
-            }
-        }
-        return own;
+        const std::string lines = manifest.isReadTwice() ? "; " + std::to_string(manifest.own()) + " of " +
+                                                               std::to_string(manifest.all()) + " lines"
+                                                         : "";
+        TheConsole.note("shard " + std::to_string(Shard.Index) + " of " + std::to_string(Shard.Count) + ", from " +
+                        Shard.Source + lines);
     }
 
     // By the class itself, which knows what a valid URL is.
@@ -121,20 +143,19 @@ private:
         TheSession.Connection.set("URL", url);
     }
 
-    [[noreturn]] void refuse(const BatchManifest& manifest) const {
-        const std::string name = TheSettings.Batch.Manifest == "-" ? "standard input" : TheSettings.Batch.Manifest;
-        const std::vector<BadLine>& bad = manifest.Bad;
-        const std::size_t all = bad.size() + manifest.MoreBad;
+    [[noreturn]] void refuse(const BadLines& bad) const {
+        const std::string& name = TheSettings.Batch.Manifest;
+        const std::size_t all = bad.First.size() + bad.More;
         std::vector<vantik::MessageArgument> arguments = {name};
-        for (const BadLine& line : bad) {
+        for (const BadLines::One& line : bad.First) {
             arguments.push_back("line " + std::to_string(line.Number) + ": " + line.Problem);
         }
         if (!TheSettings.JsonErrors) {
-            for (const BadLine& line : bad) {
+            for (const BadLines::One& line : bad.First) {
                 TheConsole.note(name + ":" + std::to_string(line.Number) + ": " + line.Problem);
             }
-            if (manifest.MoreBad != 0) {
-                TheConsole.note(name + ": and " + std::to_string(manifest.MoreBad) + " more");
+            if (bad.More != 0) {
+                TheConsole.note(name + ": and " + std::to_string(bad.More) + " more");
             }
         }
         fail(failure::kBadManifest, std::move(arguments),
@@ -142,16 +163,10 @@ private:
     }
 
     // Reads every journal of the manifest, whatever the number of shards was then.
-    void skipDone(std::vector<BatchLine>& lines, BatchReport& report) const {
+    void readJournals(BatchHistory& history) const {
         if (JournalName.empty()) {
             return;
         }
-        if (Journal) {
-            BatchHistory own;
-            own.read(JournalName);
-            own.removeLeftovers();
-        }
-        BatchHistory history;
         std::size_t unreadable = 0;
         for (const std::string& file : siblingJournals(JournalBase)) {
             if (!std::filesystem::equivalent(file, JournalName, Ignored)) {
@@ -159,18 +174,14 @@ private:
             }
         }
         unreadable += history.read(JournalName);
+        if (Journal) {
+            history.removeLeftovers();
+        }
         if (unreadable != 0) {
             TheConsole.note(unreadable == 1
                                 ? "1 line of the journal cannot be read and is ignored"
                                 : std::to_string(unreadable) + " lines of the journal cannot be read and are ignored");
         }
-        std::erase_if(lines, [&](const BatchLine& line) {
-            const auto ended = history.done(line);
-            if (ended) {
-                report.skipped(line, *ended);
-            }
-            return ended.has_value();
-        });
     }
 
     void say(const std::string& text, const BatchReport& report) const {
@@ -196,6 +207,11 @@ private:
             }
             throw vantik::Interrupted(cliMessage(failure::kInterrupted, {}, "interrupted"), false);
         }
+        return endedWith(report);
+    }
+
+    int endedWith(const BatchReport& report) const {
+        const BatchTotals totals = report.totals();
         if (totals.Failed != 0) {
             TheConsole.failure(
                 {cliMessage(failure::kBatchFailed, {std::int64_t(totals.Failed), std::int64_t(totals.All)},
@@ -209,8 +225,7 @@ private:
     const Settings& TheSettings;
     const Console& TheConsole;
     BatchShard Shard;
-    std::size_t LineCount = 0; // of the manifest
-    std::string JournalBase;   // without the number of a shard; empty for no journal
+    std::string JournalBase; // without the number of a shard; empty for no journal
     std::string JournalName;
     std::unique_ptr<BatchJournal> Journal;
     mutable std::error_code Ignored;

@@ -9,6 +9,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t kMostFolders = 10'000; // that are remembered
+
 std::string resolved(const fs::path& path) {
     std::error_code error;
     const fs::path absolute = fs::absolute(path, error);
@@ -37,6 +39,9 @@ std::string RealNames::ofEntry(const std::string& path) {
 }
 
 const std::string& RealNames::folder(const std::string& path) {
+    if (Folders.size() >= kMostFolders) {
+        Folders.clear();
+    }
     std::string& known = Folders[path];
     if (known.empty()) {
         known = resolved(path);

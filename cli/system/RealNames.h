@@ -18,7 +18,7 @@ public:
 private:
     const std::string& folder(const std::string& path);
 
-    std::unordered_map<std::string, std::string> Folders; // as they are written, and their names with a slash
+    std::unordered_map<std::string, std::string> Folders; // some: as they are written, and their names with a slash
 };
 
 } // namespace netrove::cli

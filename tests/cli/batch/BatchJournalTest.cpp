@@ -30,10 +30,7 @@ using testsupport::readFile;
 using testsupport::writeFile;
 
 BatchLine lineOf(const std::string& text) {
-    BatchManifestParser parser([](const std::string&) {});
-    parser.feed(text);
-    BatchManifest manifest = parser.finish();
-    return std::move(manifest.Lines.at(0));
+    return ManifestLines([](const std::string&) {}).once(1, text);
 }
 
 class BatchJournalFile : public testing::Test {

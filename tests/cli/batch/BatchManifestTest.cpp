@@ -1,6 +1,8 @@
 #include "cli/batch/BatchManifest.h"
 
+#include "cli/batch/LineReader.h"
 #include "cli/failures/CliFailure.h"
+#include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -9,7 +11,9 @@
 #include <filesystem>
 #include <functional>
 #include <set>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -17,43 +21,67 @@ namespace {
 using namespace netrove;
 using namespace netrove::cli;
 
-BatchManifest parsed(const std::string& text, std::size_t piece = std::string::npos) {
-    BatchManifestParser parser([](const std::string&) {});
-    parser.reserve("list.txt", "the manifest");
-    for (std::size_t i = 0; i < text.size(); i += std::min(piece, text.size())) {
-        parser.feed(std::string_view(text).substr(i, piece));
+const ManifestLines::UrlCheck kAnyUrl = [](const std::string&) {};
+
+LineReader::Read inPieces(const std::string& text, std::size_t piece) {
+    return [&text, piece, place = std::size_t{0}](std::span<char> room) mutable {
+        const std::size_t count = text.copy(room.data(), std::min(piece, room.size()), place);
+        place += count;
+        return count;
+    };
+}
+
+struct Manifest {
+    std::vector<BatchLine> Lines;
+    BadLines Bad;
+};
+
+Manifest read(const std::string& text, ManifestLines& lines, std::size_t piece = std::string::npos) {
+    Manifest result;
+    LineReader reader(inPieces(text, piece));
+    while (const auto line = reader.next()) {
+        try {
+            result.Lines.push_back(lines.once(line->Number, line->Text));
+        } catch (const vantik::Failure& failure) {
+            result.Bad.add(line->Number, failure.message().Text);
+        }
     }
-    return parser.finish();
+    return result;
+}
+
+Manifest parsed(const std::string& text, std::size_t piece = std::string::npos) {
+    ManifestLines lines(kAnyUrl);
+    lines.reserve("list.txt", "the manifest");
+    return read(text, lines, piece);
 }
 
 BatchLine only(const std::string& text) {
-    BatchManifest manifest = parsed(text);
-    EXPECT_TRUE(manifest.Bad.empty()) << manifest.Bad.front().Problem;
+    Manifest manifest = parsed(text);
+    EXPECT_TRUE(manifest.Bad.First.empty()) << manifest.Bad.First.front().Problem;
     EXPECT_EQ(manifest.Lines.size(), 1u) << text;
     return std::move(manifest.Lines.at(0));
 }
 
 // What is wrong with each line that is bad, in one line each.
-std::string problems(const std::string& text, const std::function<void(BatchManifestParser&)>& prepare) {
-    BatchManifestParser parser([](const std::string&) {});
-    prepare(parser);
-    parser.feed(text);
+std::string problems(const std::string& text, const std::function<void(ManifestLines&)>& prepare) {
+    ManifestLines lines(kAnyUrl);
+    prepare(lines);
     std::string all;
-    for (const auto& bad : parser.finish().Bad) {
+    for (const auto& bad : read(text, lines).Bad.First) {
         all += (all.empty() ? "" : "\n") + bad.Problem;
     }
     return all;
 }
 std::string problem(const std::string& text) {
-    return problems(text, [](BatchManifestParser& parser) { parser.reserve("list.txt", "the manifest"); });
+    return problems(text, [](ManifestLines& lines) { lines.reserve("list.txt", "the manifest"); });
 }
 
 TEST(BatchManifest, LinesAreUrlAndTarget) {
     const std::string text =
         "\xEF\xBB\xBF# list\r\n\r\n  http://h/a  one two\r\nHTTPS://h/b\tb.txt\n \t\nhttp://h/c%20d";
     for (const std::size_t piece : {std::string::npos, std::size_t{1}, std::size_t{7}}) {
-        const BatchManifest manifest = parsed(text, piece);
-        ASSERT_TRUE(manifest.Bad.empty());
+        const Manifest manifest = parsed(text, piece);
+        ASSERT_TRUE(manifest.Bad.First.empty());
         std::vector<std::string> lines;
         for (const BatchLine& line : manifest.Lines) {
             lines.push_back(std::to_string(line.Number) + " " + line.method() + " " + line.Url + " > " + *line.Target);
@@ -69,6 +97,8 @@ TEST(BatchManifest, TargetsStayAsTheyAreGivenOrTakeTheNameOfTheUrl) {
         {"http://h/a ../b/./c", "../b/./c"},
         {"http://h/a \xFF\xFE", "\xFF\xFE"},
         {"http://h/a #1", "#1"},
+        {"http://h/a b c \t ", "b c"},
+        {"http://h/a  ", "a"},
         {"{\"url\":\"http://h/a\",\"target\":\" b \"}", " b "},
         {"http://h/x/a.bin?v=1 " + folder.path(), folder.file("a.bin")},
         {"http://h/x/a.bin not/there/", "not/there/a.bin"},
@@ -115,7 +145,6 @@ TEST(BatchManifest, SaysWhatIsWrongWithALine) {
         {"http://u:secret@", "'http://***@' has no host"},
         {"http://h/\x01", "the URL has control characters or is not UTF-8"},
         {"http://h/\xFF", "the URL has control characters or is not UTF-8"},
-        {"http://h/a b ", "the line ends with a blank; write a target that ends with one as JSON"},
         {"http://h/a b\x1B", "the target has control characters"},
         {"http://h/a ./x/../list.txt", "the target './x/../list.txt' is the manifest"},
         {"http://h/a /dev/null", "the target '/dev/null' is not a regular file; \"target\":null drops the content"},
@@ -131,7 +160,8 @@ TEST(BatchManifest, SaysWhatIsWrongWithALine) {
     // After "url":"http://h/a".
     const std::pair<std::string, std::string> keys[] = {
         {R"("target":"")", "the value of \"target\" is empty"},
-        {R"("Target":"b")", "unknown key 'Target'; the keys are url, target, method, fields, body, body_file and id"},
+        {R"("Target":"b")",
+         "unknown key 'Target'; the keys are url, target, method, fields, body, body_file, sha256 and id"},
         {R"("url":"http://h/b")", "the key 'url' is given twice"},
         {R"("method":"A B")", "'A B' is not a request method"},
         {R"("fields":{"A":"1\r\nB: 2"})", "the value of the header field 'A' is not printable ASCII"},
@@ -143,6 +173,10 @@ TEST(BatchManifest, SaysWhatIsWrongWithALine) {
          "a request with the method GET or HEAD has no body; name another as \"method\""},
         {R"("body_file":"-")", "\"body_file\" must name a file; standard input cannot be used"},
         {R"("id":"")", "the value of \"id\" is empty"},
+        {R"("sha256":"12")", "the value of \"sha256\" is not 64 hexadecimal digits"},
+        {R"("sha256":")" + std::string(63, 'a') + R"(g")", "the value of \"sha256\" is not 64 hexadecimal digits"},
+        {R"("target":null,"sha256":")" + std::string(64, 'a') + R"(")",
+         "\"sha256\" is of a file; the line has no target"},
     };
     for (const auto& [rest, expected] : keys) {
         EXPECT_EQ(problem(R"({"url":"http://h/a",)" + rest + "}"), expected) << rest;
@@ -163,10 +197,10 @@ TEST(BatchManifest, AnArrayInAnArrayHasALimit) {
     EXPECT_EQ(only(line(500)).Extras->Body, std::string(500, '[') + std::string(500, ']'));
     const std::string expected = "not usable JSON: arrays and objects are nested more than 500 deep";
     for (const std::size_t depth : {501, 50'000}) {
-        const BatchManifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
-        ASSERT_EQ(manifest.Bad.size(), 1u);
-        EXPECT_EQ(manifest.Bad[0].Number, 2u);
-        EXPECT_EQ(manifest.Bad[0].Problem, expected);
+        const Manifest manifest = parsed("http://h/b b\n" + line(depth) + "\nhttp://h/c c\n");
+        ASSERT_EQ(manifest.Bad.First.size(), 1u);
+        EXPECT_EQ(manifest.Bad.First[0].Number, 2u);
+        EXPECT_EQ(manifest.Bad.First[0].Problem, expected);
         EXPECT_EQ(manifest.Lines.size(), 2u);
     }
     std::string objects;
@@ -189,7 +223,7 @@ TEST(BatchManifest, AFileHasOneLineHoweverItIsWritten) {
     const std::string relative = std::filesystem::relative(path).string();
     const auto problemsOf = [&](const std::string& first, const std::string& second) {
         return problems("http://h/1 " + first + "\nhttp://h/2 " + second + "\n",
-                        [&](BatchManifestParser& parser) { parser.reserve(folder.file("real/list"), "the manifest"); });
+                        [&](ManifestLines& lines) { lines.reserve(folder.file("real/list"), "the manifest"); });
     };
     const auto same = [&](const std::string& first, const std::string& second) {
         return problemsOf(first, second) == "the target '" + second + "' is already used by line 1";
@@ -215,7 +249,7 @@ TEST(BatchManifest, NoLineNamesAJournalOfAnyPart) {
     std::filesystem::create_symlink("elsewhere", folder.file("j.3-of-4"));
     const auto problemsOf = [&](const std::string& target) {
         return problems("http://h/1 " + folder.file(target) + "\n",
-                        [&](BatchManifestParser& parser) { parser.reserveJournals(folder.file("j")); });
+                        [&](ManifestLines& lines) { lines.reserveJournals(folder.file("j")); });
     };
     for (const char* name : {"j", "./j", "j.1-of-2", "not-there/../j.12-of-30", "j.3-of-4", "elsewhere"}) {
         EXPECT_EQ(problemsOf(name), "the target '" + folder.file(name) + "' is a journal of this manifest") << name;
@@ -230,16 +264,16 @@ TEST(BatchManifest, OfManyBadLinesTheFirstAreKeptAndTheRestCounted) {
     for (int i = 0; i < 100; ++i) {
         text += "bad\n";
     }
-    const BatchManifest few = parsed(text);
-    EXPECT_EQ(few.Bad.size(), 100u);
-    EXPECT_EQ(few.MoreBad, 0u);
+    const Manifest few = parsed(text);
+    EXPECT_EQ(few.Bad.First.size(), 100u);
+    EXPECT_EQ(few.Bad.More, 0u);
     for (int i = 0; i < 900; ++i) {
         text += "bad\n";
     }
-    const BatchManifest many = parsed(text, 1000);
-    EXPECT_EQ(many.Bad.size(), 100u);
-    EXPECT_EQ(many.Bad.back().Number, 101u);
-    EXPECT_EQ(many.MoreBad, 900u);
+    const Manifest many = parsed(text, 1000);
+    EXPECT_EQ(many.Bad.First.size(), 100u);
+    EXPECT_EQ(many.Bad.First.back().Number, 101u);
+    EXPECT_EQ(many.Bad.More, 900u);
 }
 
 TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
@@ -258,18 +292,57 @@ TEST(BatchManifest, OfALongBadLineStartAndReasonAreShown) {
 
 TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
     std::vector<std::string> asked;
-    BatchManifestParser parser([&](const std::string& url) {
+    ManifestLines lines([&](const std::string& url) {
         asked.push_back(url);
         if (url.ends_with("bad")) {
             failUsage("not that one");
         }
     });
-    parser.feed("http://u:p@h/good\nhttp://h/bad\n");
-    const BatchManifest manifest = parser.finish();
+    lines.check(1, "http://u:p@h/good");
+    EXPECT_EQ(testsupport::failureOf([&] { lines.check(2, "http://h/bad"); }).Text, "not that one");
     EXPECT_EQ(asked, (std::vector<std::string>{"http://h/good", "http://h/bad"}));
-    ASSERT_EQ(manifest.Bad.size(), 1u);
-    EXPECT_EQ(manifest.Bad[0].Number, 2u);
-    EXPECT_EQ(manifest.Bad[0].Problem, "not that one");
+}
+
+TEST(BatchManifest, AMissingFolderIsOneProblem) {
+    const testsupport::TemporaryFolder folder;
+    std::filesystem::create_directory(folder.file("there"));
+    testsupport::writeFile(folder.file("file"), "");
+    const std::string missing = folder.file("a/b");
+    const std::string text = "http://h/0 0\nhttp://h/1 " + missing + "/1\nhttp://h/2 " + missing + "/2\nhttp://h/3 " +
+                             folder.file("there/") + "\nhttp://h/4 " + folder.file("file/4") + "\nhttp://h/5 " +
+                             missing + "/\nhttp://h/6 /7\n";
+    EXPECT_EQ(problems(text, [](ManifestLines& lines) { lines.requireFolders(); }),
+              "there is no folder '" + missing + "' for the target; --create-dirs creates it\n" +
+                  "there is no folder '" + folder.file("file") + "' for the target; --create-dirs creates it");
+    EXPECT_EQ(problems(text, [](ManifestLines&) {}), "");
+}
+
+// What a run makes meanwhile does not change what a line means.
+TEST(BatchManifest, ALineIsTheSameWhenItIsReadAgain) {
+    const testsupport::TemporaryFolder folder;
+    std::filesystem::create_directory(folder.file("old"));
+    const std::string null = R"({"url":"http://h/a","target":null})";
+    const std::vector<std::string> texts = {"http://u:p@h/1 " + folder.file("old"), "http://h/2 " + folder.file("new"),
+                                            null, null, R"({"url":"http://h/b","id":"b"})"};
+    ManifestLines twice(kAnyUrl);
+    ManifestLines once(kAnyUrl);
+    std::vector<std::string> expected;
+    for (const std::string& text : texts) {
+        const BatchLine line = once.once(expected.size() + 1, text);
+        twice.check(expected.size() + 1, text);
+        expected.push_back(line.id() + " " + line.digest() + " " + line.Target.value_or("-"));
+    }
+    EXPECT_NE(expected[0].find("old/1"), std::string::npos);
+    std::filesystem::create_directory(folder.file("new"));
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        const BatchLine line = twice.again(i + 1, texts[i]);
+        EXPECT_EQ(line.id() + " " + line.digest() + " " + line.Target.value_or("-"), expected[i]);
+        EXPECT_EQ(line.Text, texts[i]);
+    }
+    // So it is where another shard has the lines before.
+    ManifestLines second(kAnyUrl);
+    second.pass(texts[2]);
+    EXPECT_EQ(second.once(4, texts[3]).digest(), expected[3].substr(0, 16));
 }
 
 TEST(BatchManifest, CredentialsLeaveTheUrl) {
@@ -291,7 +364,8 @@ TEST(BatchManifest, TheDigestIsThatOfTheContentWithoutCredentials) {
         return only(R"({"url":"http://h/a","target":"t",)" + more + "}").digest();
     };
     for (const char* more : {R"("method":"HEAD")", R"("body":"")", R"("body":"x")", R"("body_file":"x")",
-                             R"("fields":["A: 1"])", R"("fields":["A: 2"])", R"("fields":["Cookie: 2"])"}) {
+                             R"("fields":["A: 1"])", R"("fields":["A: 2"])", R"("fields":["Cookie: 2"])",
+                             R"("sha256":"0123456789abcdef0123456789abcdef0123456789abcdef0123456789abcdef")"}) {
         EXPECT_TRUE(digests.insert(digestWith(more)).second) << more;
     }
     EXPECT_TRUE(digests.contains(digestWith(R"("fields":["Cookie: 3"])")));
@@ -299,7 +373,7 @@ TEST(BatchManifest, TheDigestIsThatOfTheContentWithoutCredentials) {
 
 TEST(BatchManifest, EqualLinesWithoutATargetAreTransfersOfTheirOwn) {
     const std::string line = R"({"url":"http://h/a","target":null})";
-    const BatchManifest manifest = parsed(line + "\n" + line + "\n" + line);
+    const Manifest manifest = parsed(line + "\n" + line + "\n" + line);
     ASSERT_EQ(manifest.Lines.size(), 3u);
     EXPECT_EQ((std::set{manifest.Lines[0].id(), manifest.Lines[1].id(), manifest.Lines[2].id()}.size()), 3u);
     EXPECT_EQ(only(line).id(), manifest.Lines[0].id());

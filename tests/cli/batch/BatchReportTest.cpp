@@ -12,10 +12,7 @@ using namespace std::chrono_literals;
 using Json = nlohmann::json;
 
 BatchLine lineOf(const std::string& text) {
-    BatchManifestParser parser([](const std::string&) {});
-    parser.feed(text);
-    BatchManifest manifest = parser.finish();
-    return std::move(manifest.Lines.at(0));
+    return ManifestLines([](const std::string&) {}).once(1, text);
 }
 
 TEST(BatchReport, TheSummaryNamesWhatThereIs) {

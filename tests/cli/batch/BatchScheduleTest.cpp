@@ -155,8 +155,8 @@ TEST(BatchSchedule, ALineComesBackFromTheDiskAsItWas) {
     LineSpill::Queue queue;
     BatchLine line = lineFor("a", 7);
     line.Content = 0x1234567890abcdef;
-    line.Extras = std::make_unique<BatchExtras>(
-        BatchExtras{"id", "PUT", {{"X-A", "1"}, {"X-B", ""}}, std::string("a\0b", 3), "file", "user", std::nullopt});
+    line.Extras = std::make_unique<BatchExtras>(BatchExtras{
+        "id", "PUT", {{"X-A", "1"}, {"X-B", ""}}, std::string("a\0b", 3), "file", "digest", "user", std::nullopt});
     spill.add(queue, line);
     line.Target.reset();
     line.Extras.reset();
@@ -173,6 +173,7 @@ TEST(BatchSchedule, ALineComesBackFromTheDiskAsItWas) {
     EXPECT_EQ(first.Extras->Fields[0].value, "1");
     EXPECT_EQ(first.Extras->Body, std::string("a\0b", 3));
     EXPECT_EQ(first.Extras->BodyFile, "file");
+    EXPECT_EQ(first.Extras->Sha256, "digest");
     EXPECT_EQ(first.Extras->User, "user");
     EXPECT_EQ(first.Extras->Password, std::nullopt);
     const BatchLine second = spill.take(queue);
