@@ -20,7 +20,9 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -39,6 +41,12 @@ void hideSecrets(const Settings& settings, Console& console) {
             console.hide(field.value);
         }
     }
+}
+
+// The schemes of a login that was asked for.
+std::vector<std::string> schemesOf(const std::optional<std::string>& user,
+                                   const std::optional<std::vector<std::string>>& named) {
+    return user ? named.value_or(std::vector<std::string>{"basic", "digest"}) : std::vector<std::string>();
 }
 
 bool transfers(const Settings& settings) {
@@ -151,7 +159,10 @@ int main(int argc, char** argv) {
         if (settings.Debug != 0) {
             trace.emplace(console.errIsTerminal());
         }
-        return reported(console, {.MaxTimeSeconds = settings.MaxTime.value_or(0)},
+        return reported(console,
+                        {.MaxTimeSeconds = settings.MaxTime.value_or(0),
+                         .Schemes = schemesOf(settings.User, settings.Auth),
+                         .ProxySchemes = schemesOf(settings.ProxyUser, settings.ProxyAuth)},
                         [&] { return runClient(settings, console); });
     }
     return reported(console, {}, [&] {

@@ -1,9 +1,8 @@
 #include "cli/failures/ErrorMessages.h"
 
 #include "cli/failures/CliFailure.h"
-#include "vantik/Http.h"
 
-#include <variant>
+#include <string>
 
 namespace netrove::cli {
 
@@ -11,16 +10,34 @@ namespace {
 
 constexpr std::string_view kClientCatalogue = "NETROVE:client";
 
-// The warning has a length of -1 if none was announced, and 0 if none is known because the head was cut off. Neither
-// says anything to a person.
-std::string worded(const vantik::Message& message, const std::string& text) {
-    if (message.identifier() != vantik::kIncompleteContent || message.Arguments.size() < 3 ||
-        (message.Arguments[1] != vantik::MessageArgument("-1") &&
-         message.Arguments[1] != vantik::MessageArgument("0"))) {
-        return text;
+// What the client says better than the catalogue: it knows the proxy, and how far a request had come. The catalogue
+// has advice in it, which the command line gives by itself and in terms of its options.
+bool saidByClient(netrove::ErrorKind kind) {
+    using Kind = netrove::ErrorKind;
+    return kind == Kind::Connect || kind == Kind::Proxy || kind == Kind::Tls || kind == Kind::Timeout ||
+           kind == Kind::Content;
+}
+
+struct LimitRow {
+    std::string_view Theirs;
+    std::string_view Ours;
+};
+
+// The client's names for its limits, and ours.
+constexpr LimitRow kLimits[] = {
+    {"limit `connect`", "limit of --connect-timeout"},
+    {"limit `response`", "limit of --response-timeout"},
+    {"limit `data`", "limit of --data-timeout"},
+    {"limit `content`", "limit of --max-filesize"},
+};
+
+std::string withOptionNames(std::string text) {
+    for (const LimitRow& row : kLimits) {
+        if (const auto at = text.find(row.Theirs); at != text.npos) {
+            text.replace(at, row.Theirs.size(), row.Ours);
+        }
     }
-    return "The response is incomplete: it was cut off after " + std::get<std::string>(message.Arguments[0]) +
-           " bytes of content. " + std::get<std::string>(message.Arguments[2]);
+    return text;
 }
 
 } // namespace
@@ -32,18 +49,20 @@ vantik::Message messageOf(const netrove::Error& error) {
     if (message.Catalogue == kClientCatalogue) {
         message.Catalogue = kCatalogue;
     }
-    // The proxy is named only by the client; everything else the catalogue says too, in the user's language.
-    if (!error.hostText().empty() && error.kind() != netrove::ErrorKind::Proxy) {
-        message.Text = worded(message, error.hostText());
+    if (!error.hostText().empty() && !saidByClient(error.kind())) {
+        message.Text = error.hostText();
     }
-    if (message.Key == failure::kContentLimit) {
-        constexpr std::string_view kSetting = "limit `content`";
-        if (const auto at = message.Text.find(kSetting); at != message.Text.npos) {
-            message.Text.replace(at, kSetting.size(), "limit of --max-filesize");
-        }
-    }
+    message.Text = withOptionNames(message.Text);
     if (message.Key == failure::kFileExists) {
         message.Text += "; use --force to replace it";
+    }
+    return message;
+}
+
+vantik::Message withoutAdvice(vantik::Message message) {
+    constexpr std::string_view advice = " Write it as http://host/path or https://host/path.";
+    if (message.Text.ends_with(advice)) {
+        message.Text.resize(message.Text.size() - advice.size());
     }
     return message;
 }

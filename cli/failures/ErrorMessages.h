@@ -9,4 +9,7 @@ namespace netrove::cli {
 
 vantik::Message messageOf(const netrove::Error& error);
 
+// Without the catalogue's advice about URLs: the hint says what to write.
+vantik::Message withoutAdvice(vantik::Message message);
+
 } // namespace netrove::cli

@@ -2,6 +2,8 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ErrorMessages.h"
+#include "cli/failures/Hints.h"
+#include "cli/failures/LoginHint.h"
 
 #include <csignal>
 #include <cstdio>
@@ -147,14 +149,20 @@ Verdict judge(const vantik::Message& message, const Circumstances& circumstances
     if (circumstances.Interrupted) {
         return {message, kExitInterrupted};
     }
-    return {message, exitStatus(message)};
+    return {withoutAdvice(message), exitStatus(message)};
 }
 
 Verdict judge(const netrove::Error& error, Circumstances circumstances) {
     circumstances.Interrupted = error.kind() == netrove::ErrorKind::Interrupted;
     circumstances.MaxTimeElapsed = error.identifier().ends_with(":AttemptTime");
     circumstances.Interrupted |= circumstances.MaxTimeElapsed;
-    return judge(messageOf(error), circumstances);
+    Verdict verdict = judge(messageOf(error), circumstances);
+    verdict.Hint = loginHint(error, circumstances);
+    return verdict;
+}
+
+std::string hintOf(const Verdict& verdict) {
+    return verdict.Hint.empty() ? hintFor(verdict.Message) : verdict.Hint;
 }
 
 } // namespace netrove::cli

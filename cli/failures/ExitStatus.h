@@ -6,7 +6,9 @@
 #include <netrove/error.h>
 
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace netrove::cli {
 
@@ -48,12 +50,17 @@ struct Circumstances {
     double MaxTimeSeconds = 0;   // of --max-time
     bool MaxTimeElapsed = false; // it was over
     bool Interrupted = false;    // the failure was an interrupt
+    // The schemes that a login at the server, and one at the proxy, may use; none: there is no such login.
+    std::vector<std::string> Schemes = {};
+    std::vector<std::string> ProxySchemes = {};
 };
 
 struct Verdict {
     vantik::Message Message;
     int Status;
+    std::string Hint = {}; // empty: that of the message
 };
+std::string hintOf(const Verdict& verdict);
 
 // The failure as it is reported. An interrupt while a request goes out surfaces as a failed connection, so what the
 // program itself knows overrides the identifier: after a signal it is an interrupt, after --max-time a timeout.

@@ -1,6 +1,5 @@
 #include "cli/terminal/Output.h"
 
-#include "cli/failures/Hints.h"
 #include "vantik/Http.h"
 
 #include <netrove/text.h>
@@ -54,11 +53,12 @@ bool colorWanted(ColorChoice choice, bool terminal) {
 
 // Identifier, text, and what to try next. Secrets are removed before the hint is added: a head quoted at the end of the
 // text would otherwise include the hint.
-std::string failureLine(const vantik::Message& message) {
+std::string failureLine(const Verdict& verdict) {
+    const vantik::Message& message = verdict.Message;
     std::string text = message.identifier() + ": " + vantik::withoutSecrets(message.Text);
-    const std::string_view hint = hintFor(message);
+    const std::string hint = hintOf(verdict);
     if (!hint.empty()) {
-        text += (text.ends_with('.') ? " Hint: " : ". Hint: ") + std::string(hint) + ".";
+        text += (text.ends_with('.') ? " Hint: " : ". Hint: ") + hint + ".";
     }
     return text;
 }
@@ -132,7 +132,7 @@ void Console::failure(const Verdict& verdict) const {
         [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, failureText(verdict) + "\n");
         return;
     }
-    line(Style::Bad, "", failureLine(verdict.Message));
+    line(Style::Bad, "", failureLine(verdict));
 }
 
 void Console::failureOf(std::string_view subject, const vantik::Message& message) const {
@@ -145,7 +145,7 @@ std::string_view Console::removesDisplay() const {
 
 std::string Console::failureText(const Verdict& verdict) const {
     if (!Json) {
-        return "netrove: " + safe(failureLine(verdict.Message));
+        return "netrove: " + safe(failureLine(verdict));
     }
     nlohmann::json arguments = nlohmann::json::array();
     for (const vantik::MessageArgument& argument : verdict.Message.Arguments) {
@@ -159,8 +159,8 @@ std::string Console::failureText(const Verdict& verdict) const {
                                      {"message", masked(verdict.Message.Text)},
                                      {"arguments", arguments},
                                      {"exit", verdict.Status}};
-    if (const std::string_view hint = hintFor(verdict.Message); !hint.empty()) {
-        object["hint"] = hint;
+    if (const std::string hint = hintOf(verdict); !hint.empty()) {
+        object["hint"] = masked(hint);
     }
     // Escaped to ASCII, so that nothing a server said can affect a terminal or a line-based reader.
     return object.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);

@@ -124,6 +124,34 @@ std::string connectText(const std::string& cause, const std::string& party, cons
     return party + ": " + cause;
 }
 
+std::string tlsText(const std::string& cause, const std::string& party) {
+    // What the TLS library makes of an answer in plain text.
+    for (const char* words : {"wrong version number", "packet length too long", "http request"}) {
+        if (says(cause, words)) {
+            return party + " does not speak TLS on this port";
+        }
+    }
+    return "no secure connection to " + party + ": " + cause;
+}
+
+// A limit of silence, or of the system.
+std::string timeoutText(const vantik::Message& message, const std::string& party, const Circumstances& known) {
+    const std::string option = argumentText(message, 3);
+    const bool ofAll = says(option, "weboptions"); // of the older interface, which has one limit for all
+    const bool connecting = ofAll ? !known.Sent : says(option, "Connect");
+    const std::string seconds = argumentText(message, 1) + " s, the limit ";
+    if (connecting) {
+        return "no connection to " + party + " for " + seconds + "`connect`";
+    }
+    if (says(option, "Response") || (ofAll && known.Status == 0)) {
+        return "no response from " + party + " for " + seconds + "`response`";
+    }
+    if (says(option, "Data") || ofAll) {
+        return "no data from or to " + party + " for " + seconds + "`data`";
+    }
+    return "no connection to " + party + " for " + seconds + "of the system";
+}
+
 // What went wrong between us and the proxy, or by its decision; empty where the server is meant.
 std::string proxyText(const vantik::Message& message, ErrorKind kind, const std::string& cause,
                       const Circumstances& known) {
@@ -147,22 +175,19 @@ std::string proxyText(const vantik::Message& message, ErrorKind kind, const std:
         return "no such host: " + party;
     }
     // A connection is one to the proxy, until a tunnel through it has been made.
-    if (kind == ErrorKind::Connect && (!secureTarget || !known.Sent || known.Tunnelling)) {
+    const bool itsConnection = !secureTarget || !known.Sent || known.Tunnelling;
+    if (kind == ErrorKind::Connect && itsConnection) {
         return connectText(cause, party, known);
     }
-    if (kind == ErrorKind::Tls && !secureTarget) {
-        return party + ": no secure connection: " + cause;
+    if (kind == ErrorKind::Timeout && itsConnection) {
+        return timeoutText(message, party, known);
+    }
+    // A handshake before anything has gone out is with the proxy; one with the server needs a tunnel. A file of
+    // certificates that cannot be used has nothing to do with either.
+    if (kind == ErrorKind::Tls && (!secureTarget || !known.Sent) && !says(cause, "error setting certificate")) {
+        return tlsText(cause, party);
     }
     return {};
-}
-
-std::string timeoutText(const vantik::Message& message, const Circumstances& known) {
-    const std::string limit = argumentText(message, 3);
-    const std::string name = says(limit, "Connect") || !known.Sent ? "connect"
-                             : known.Status == 0                   ? "response"
-                                                                   : "data";
-    return "no progress with " + hostOf(known.Url) + " for " + argumentText(message, 1) + " s, the limit `" + name +
-           "`: " + argumentText(message, 2);
 }
 
 std::string textFor(const vantik::Message& message, ErrorKind kind, const std::string& cause,
@@ -175,9 +200,9 @@ std::string textFor(const vantik::Message& message, ErrorKind kind, const std::s
     case ErrorKind::Name:
         return "no such host: " + splitUrl(known.Url).Host;
     case ErrorKind::Tls:
-        return "no secure connection to " + hostOf(known.Url) + ": " + cause;
+        return tlsText(cause, hostOf(known.Url));
     case ErrorKind::Timeout:
-        return timeoutText(message, known);
+        return timeoutText(message, hostOf(known.Url), known);
     default:
         return message.Text;
     }
@@ -198,11 +223,26 @@ std::string shown(const std::string& text) {
     return printable(maskUserInfo(vantik::withoutSecrets(text)));
 }
 
+// libcurl's words for a connection that ended early, in words that need no libcurl.
+std::string cutText(const std::string& cause) {
+    constexpr std::string_view before = "transfer closed with ";
+    constexpr std::string_view after = " bytes remaining to read";
+    const std::size_t start = cause.find(before);
+    if (start == cause.npos) {
+        return cause;
+    }
+    const std::size_t count = start + before.size();
+    const std::size_t end = cause.find(after, count);
+    return end == cause.npos
+               ? "the connection was closed before the last chunk"
+               : "the connection was closed " + cause.substr(count, end - count) + " bytes before the end";
+}
+
 Error incomplete(const vantik::Message& message, const Circumstances& known) {
     const std::string announced = argumentText(message, 1);
     const bool unknown = announced == "-1" || announced == "0";
     const std::string text = "the content from " + hostOf(known.Url) + " is incomplete: " + argumentText(message, 0) +
-                             (unknown ? "" : " of " + announced) + " bytes came; " + causeIn(message);
+                             (unknown ? "" : " of " + announced) + " bytes came; " + cutText(causeIn(message));
     return {ErrorKind::Content, std::string(kCutOff), argumentsOf(message), shown(text)};
 }
 

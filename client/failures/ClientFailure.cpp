@@ -65,7 +65,8 @@ void failUsage(const std::string& text) {
 
 void failSystem(std::string_view key, const std::string& file, int errorNumber) {
     const std::string reason = systemText(errorNumber);
-    fail(key, {file, reason}, file + ": " + reason);
+    const char* const attempt = key == failure::kFileNotRead ? "cannot read " : "cannot write ";
+    fail(key, {file, reason}, attempt + file + ": " + reason);
 }
 
 std::string systemText(int errorNumber) {

@@ -108,7 +108,7 @@ TEST_F(BatchCommand, ReplacesNeitherItsManifestNorAJournal) {
 }
 
 TEST_F(BatchCommand, NamesAMissingManifestAndHasNothingToDoForAnEmptyOne) {
-    EXPECT_THAT(batch({"list"}), ended(26, "", "netrove: NETROVE:cli:FileNotRead: list: No such file or directory\n"));
+    EXPECT_THAT(batch({"list"}), ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read list: No such file or directory\n"));
     write("# nothing today\n");
     EXPECT_THAT(batch({"list"}), ended(0, ""));
 }

@@ -51,7 +51,7 @@ protected:
         EXPECT_TRUE(!Force || readFile(file("file")) == "old");
     }
     void expectFailed(const Outcome& outcome, const std::string& reason) const {
-        EXPECT_THAT(outcome, ended(23, "", "netrove: NETROVE:cli:FileNotWritten: file: " + reason + "\n"));
+        EXPECT_THAT(outcome, ended(23, "", "netrove: NETROVE:cli:FileNotWritten: cannot write file: " + reason + "\n"));
         expectUntouched();
     }
 };

@@ -45,15 +45,19 @@ TEST(FailedCommand, IsSilentWhenAsked) {
 
 TEST(FailedCommand, NamesWhatIsWrongWithAUrl) {
     const auto withoutHint = Not(HasSubstr("Hint:"));
-    const auto noScheme = AllOf(HasSubstr("Hint: put http:// or https:// in front of it.\n"), Not(HasSubstr("quotes")));
+    const auto instead = [](const std::string& url) {
+        return AllOf(HasSubstr(". Hint: write " + url + ", or https:// if it speaks TLS.\n"),
+                     Not(HasSubstr("Write it as")));
+    };
     expectFailures({
         {2, "cli:Usage", "", HasSubstr("no command; try 'netrove get URL'")},
-        {3, "MalformedURL", "get example.org/x", noScheme},
-        {3, "ExpectedProtocol", "get localhost:8080/x", noScheme},
-        {3, "MalformedURL", "get my_page", noScheme},
+        {3, "MalformedURL", "get example.org/x", instead("http://example.org/x")},
+        {3, "ExpectedProtocol", "get localhost:8080/x", instead("http://localhost:8080/x")},
+        {3, "MalformedURL", "get 127.0.0.1:9080/x", instead("http://127.0.0.1:9080/x")},
+        {3, "MalformedURL", "get my_page", HasSubstr("Hint: put http:// or https:// in front of it.\n")},
         {3, "FileNotFound", "get http:/h/", HasSubstr("Hint: two slashes follow the scheme")},
         {3, "MalformedURL", "get http://a_b/", HasSubstr("put the URL in quotes, and write %20 for a space")},
-        {3, "MalformedURL", "get http://127.0.0.1:99999/", withoutHint},
+        {3, "MalformedURL", "get http://127.0.0.1:99999/", HasSubstr("Hint: the port 99999 is above 65535")},
         {3, "ExpectedProtocol", "get ftp://127.0.0.1/", withoutHint},
         {3, "FileNotFound", "get http:///x", withoutHint},
         // A name of a domain that is reserved for names that exist nowhere.
@@ -67,15 +71,15 @@ TEST(FailedCommand, NamesTheLimitThatWasReached) {
     const Script interim = answering("HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n");
     const SilentPort unreachable;
     const auto setBy = [](const std::string& option) {
-        return HasSubstr("Hint: " + option + " MS sets that limit, 0 lifts it.\n");
+        return AllOf(HasSubstr(" for 0.100 s, the limit of " + option + ". Hint: 0 lifts that limit.\n"),
+                     Not(HasSubstr("options.")), Not(HasSubstr("Options.")));
     };
-    const auto both = HasSubstr("Hint: --connect-timeout MS and --response-timeout MS set that limit");
     const auto maxTime = HasSubstr("--max-time");
     expectFailures({
         {28, "Timeout", "get --connect-timeout 100 " + unreachable.url(), setBy("--connect-timeout")},
         {28, "Timeout", "get --response-timeout 100 URL", setBy("--response-timeout"), silent},
         {28, "Timeout", "get --response-timeout 100 URL", setBy("--response-timeout"), interim},
-        {28, "Timeout", "get --simple --response-timeout 100 URL", both, silent},
+        {28, "Timeout", "get --simple --response-timeout 100 URL", setBy("--response-timeout"), silent},
         {28, "Timeout", "get --data-timeout 100 URL", setBy("--data-timeout"), half},
         {28, "cli:MaxTime", "get -m 0.2 URL", maxTime, silent},
         {28, "cli:MaxTime", "get -m 0.2 URL", maxTime, half},
@@ -97,10 +101,62 @@ TEST(FailedCommand, NamesWhatIsWrongWithTheServersAnswer) {
          locked},
         {22, "cli:StatusError", "get -f URL", AllOf(HasSubstr("\\x1B[31mred"), Not(HasSubstr("\x1b"))), coloured},
         {60, "SSLConnectionSystemFailure", "get TLS",
-         HasSubstr("the server does not speak TLS on this port; try http://"), plain},
+         testing::EndsWith(" does not speak TLS on this port. Hint: try http:// or another port.\n"), plain},
         {60, "SSLConnectionFailure", "get --ca-file /no/such/ca.pem TLS", _, {step::awaitPeerEnd()}},
         {1, "CopyContentToDataStreamError", "get URL",
          HasSubstr("the server may expect TLS on this port; try https://"), closing},
+    });
+}
+
+TEST(FailedCommand, NamesTheProxyWhereItIsTheOneThatFails) {
+    const RefusingPort dead;
+    const SilentPort silent;
+    const auto ofProxy = [](const std::string& text) {
+        return AllOf(HasSubstr(": " + text), Not(HasSubstr("h.test")));
+    };
+    const auto at = [](std::uint16_t port) { return "the proxy 127.0.0.1:" + std::to_string(port); };
+    for (const std::string url : {" http://h.test/", " https://h.test/"}) {
+        expectFailures({
+            {7, "ConnectionRefused", "get -x 127.0.0.1:" + std::to_string(dead.port()) + url,
+             ofProxy("no connection to " + at(dead.port()) + ": nothing listens there")},
+            {28, "Timeout", "get --connect-timeout 100 -x " + silent.url().substr(7) + url,
+             ofProxy("no connection to the proxy ")},
+        });
+        const ScriptedServer plain(Script{step::send(response("", {}, "400 Bad Request")), step::awaitPeerEnd()});
+        expectFailures({{60, "SSLConnectionSystemFailure", "get -x https://" + plain.authority() + url,
+                         ofProxy("the proxy https://" + plain.authority() +
+                                 " does not speak TLS on this port. Hint: write the proxy with http:// in front")}});
+    }
+    const ScriptedServer closing(Script{step::expectHead(), step::close()});
+    expectFailures({{1, "CopyContentToDataStreamError", "get -x " + closing.authority() + " http://h.test/",
+                     AllOf(ofProxy("the proxy " + closing.authority() + " closed the connection without a response"),
+                           Not(HasSubstr("Hint")))}});
+}
+
+TEST(FailedCommand, SaysHowFarAConnectionCame) {
+    const std::string half = kOk + "Content-Length: 9\r\n\r\nhalf";
+    expectFailures({
+        {7,
+         "ConnectionRefused",
+         "get URL",
+         AllOf(HasSubstr(" reset the connection before its response. Hint: the server may expect TLS on this port"),
+               Not(HasSubstr("heck the port"))),
+         {step::expectHead(), step::reset()}},
+        {18,
+         "PartialFileWarning",
+         "get -o /dev/null URL",
+         HasSubstr(" is incomplete: 4 of 9 bytes came; the connection was closed 5 bytes before the end\n"),
+         {step::expectHead(), step::send(half), step::close()}},
+    });
+}
+
+TEST(FailedCommand, NamesTheSchemesThatAreOffered) {
+    const Script locked = answering(response("", {"WWW-Authenticate: Basic realm=x"}, "401 Unauthorized"));
+    expectFailures({
+        {22, "cli:StatusError", "get --auth digest -u me --password pw URL",
+         HasSubstr("Hint: the server offers only basic; --auth basic allows that.\n"), locked},
+        {22, "cli:StatusError", "get --auth basic -u me --password pw URL",
+         HasSubstr("Hint: check name and password.\n"), locked},
     });
 }
 

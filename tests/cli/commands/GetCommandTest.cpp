@@ -57,7 +57,7 @@ TEST_F(GetCommand, WritesWhatTheOptionsAskFor) {
          response("x"),
          23,
          "",
-         "netrove: NETROVE:cli:FileNotWritten: /dev/full: No space left on device\n"},
+         "netrove: NETROVE:cli:FileNotWritten: cannot write /dev/full: No space left on device\n"},
     };
     for (const GetRow& row : rows) {
         SCOPED_TRACE(row.Name);
@@ -110,7 +110,7 @@ TEST_F(GetCommand, FailsWhereNobodyReadsItsOutput) {
     const Exchanged got =
         runAgainst(answering(response(patternedBytes(100'000))), {"get", "URL"}, {.OutDescriptor = ends[1]});
     close(ends[1]);
-    EXPECT_THAT(got, ended(23, _, "netrove: NETROVE:cli:FileNotWritten: standard output: Broken pipe\n"));
+    EXPECT_THAT(got, ended(23, _, "netrove: NETROVE:cli:FileNotWritten: cannot write standard output: Broken pipe\n"));
 }
 
 } // namespace

@@ -134,8 +134,9 @@ TEST_F(RequestFields, ANetrcFileThatOthersMayReadIsNamed) {
     EXPECT_THAT(run, ended(0, "in",
                            "netrove: note: " + file("netrc") +
                                " can be read by other users; 'chmod 600' keeps its passwords to you\n"));
-    EXPECT_THAT(clitest::run({"get", "--netrc-file", "/no/such/file", "http://127.0.0.1:1/"}),
-                ended(26, "", "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n"));
+    EXPECT_THAT(
+        clitest::run({"get", "--netrc-file", "/no/such/file", "http://127.0.0.1:1/"}),
+        ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read /no/such/file: No such file or directory\n"));
 }
 
 } // namespace

@@ -55,7 +55,7 @@ TEST_F(SaveCommand, RefusesPipesAndMissingFolders) {
     expectRefused({"--force", "URL", "link"}, "FileNotWritten: link: not a regular file");
     EXPECT_TRUE(std::filesystem::is_fifo(file("pipe")));
     expectRefused({"URL", "no/such/file"},
-                  "FileNotWritten: no/such/file: No such file or directory. Hint: create the folder first.");
+                  "FileNotWritten: cannot write no/such/file: No such file or directory. Hint: create the folder first.");
 }
 
 TEST_F(SaveCommand, KeepsAnErrorPageOnlyWhereAsked) {

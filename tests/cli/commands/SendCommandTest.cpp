@@ -160,8 +160,9 @@ TEST_F(SendCommand, NamesABodyThatIsNotThere) {
                                 {"-T", "/no/such/file"},
                                 {"-F", "a=@/no/such/file"},
                                 {"-F", "a=</no/such/file"}}) {
-        EXPECT_THAT(run(Words{"send", "http://127.0.0.1:1/"} + option),
-                    ended(26, "", "netrove: NETROVE:cli:FileNotRead: /no/such/file: No such file or directory\n"));
+        EXPECT_THAT(
+            run(Words{"send", "http://127.0.0.1:1/"} + option),
+            ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read /no/such/file: No such file or directory\n"));
     }
 }
 

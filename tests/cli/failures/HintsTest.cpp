@@ -19,8 +19,14 @@ vantik::Message messageOf(const HintRow& row) {
     vantik::Message message;
     message.Catalogue = identifier.substr(0, colon);
     message.Key = identifier.substr(colon + 1);
-    message.Arguments.assign(static_cast<std::size_t>(row.Argument) + 1, "");
-    message.Arguments.back() = row.Lacks ? "something else" : "before " + std::string(row.Needle) + " after";
+    const std::string words = row.Lacks ? "something else" : "before " + std::string(row.Needle) + " after";
+    message.Text = row.Of == Party::Proxy ? "no secure connection to the proxy h:1" : "";
+    if (row.Argument == kWholeText) {
+        message.Text += words;
+    } else {
+        message.Arguments.assign(row.Argument + 1, "");
+        message.Arguments.back() = words;
+    }
     return message;
 }
 
@@ -38,7 +44,17 @@ TEST(Hints, OtherFailuresHaveNone) {
         {"VANTIK:webservices", "UnknownHost", {"a b", "wrong version number"}, "wrong version number"},
         {"VANTIK:webservices", "Timeout", {"http://h/", "1", "reason", "the system"}, "a text"},
         // The catalogue's text speaks of certificates, and has blanks, whatever the reason is.
-        {"VANTIK:webservices", "MalformedURL", {"http://h:99999/"}, "Not a usable URL: http://h:99999/."},
+        {"VANTIK:webservices", "MalformedURL", {"http://h:99/[x"}, "Not a usable URL: http://h:99/[x."},
+        // What was asked for is TLS already, and a proxy is not the server.
+        {"VANTIK:webservices", "CopyContentToDataStreamError", {"Empty reply from server", "https://h/"}, "a text"},
+        {"VANTIK:webservices",
+         "CopyContentToDataStreamError",
+         {"Empty reply from server", "http://h/"},
+         "the proxy h:1"},
+        {"VANTIK:webservices",
+         "ConnectionRefused",
+         {"http://h/", "Connection reset"},
+         "h:80 reset the connection after 4 bytes of content"},
         {"VANTIK:webservices",
          "SSLConnectionSystemFailure",
          {"https://h/", "unexpected eof while reading"},
@@ -50,6 +66,29 @@ TEST(Hints, OtherFailuresHaveNone) {
         EXPECT_EQ(hintFor(message), "") << message.identifier();
     }
     EXPECT_NE(hintFor({"NETROVE:cli", "StatusError", {std::int64_t{401}}, "it said so"}), "");
+}
+
+TEST(Hints, OfAUrlSayWhatToWriteInstead) {
+    const std::map<std::string, std::string> rows = {
+        {"127.0.0.1:9080/x", "write http://127.0.0.1:9080/x, or https:// if it speaks TLS"},
+        {"\"example.org/x\" (no protocol)", "write http://example.org/x, or https:// if it speaks TLS"},
+        {"[::1]:80/x", "write http://[::1]:80/x, or https:// if it speaks TLS"},
+        {"\"//h/x\" (no protocol)", "put http:// or https:// in front of it"},
+        {"***@h/x", ""},
+        {"http://h:99999/", "the port 99999 is above 65535, the largest there is"},
+        {"http://me:1@h:123456789012345678901/", "the port 123456789012345678901 is above 65535, the largest there is"},
+        {"http://[::1]:65536", "the port 65536 is above 65535, the largest there is"},
+        {"http://h:8o80/", "'8o80' is not a port; a port is a number from 1 to 65535"},
+        {"http://h:65535/", ""},
+        {"http://[::1]/", ""},
+    };
+    for (const auto& [url, hint] : rows) {
+        EXPECT_EQ(hintFor({"VANTIK:webservices", "MalformedURL", {url}, "a text"}), hint) << url;
+    }
+    EXPECT_EQ(hintFor({"VANTIK:webservices", "ExpectedProtocol", {"h", "h:8080/x"}, "a text"}),
+              "write http://h:8080/x, or https:// if it speaks TLS");
+    EXPECT_EQ(hintFor({"VANTIK:webservices", "ExpectedProtocol", {"mailto", "mailto:me"}, "a text"}),
+              "put http:// or https:// in front of it");
 }
 
 TEST(NearestWord, IsAtMostTwoLettersAwayAndOneWhereItIsShort) {

@@ -328,8 +328,8 @@ TEST_F(FileBody, TypeByTheEndOfTheName) {
 TEST_F(FileBody, ThatIsNotThereFailsAtOnce) {
     const std::string missing = Folder.file("missing");
     EXPECT_EQ(identifierOf([&] { netrove::file(missing); }, kFile), "NETROVE:client:FileNotRead");
-    EXPECT_EQ(textOf([&] { netrove::file(missing); }), missing + ": No such file or directory");
-    EXPECT_EQ(textOf([&] { netrove::file(Folder.path()); }), Folder.path() + ": Is a directory");
+    EXPECT_EQ(textOf([&] { netrove::file(missing); }), "cannot read " + missing + ": No such file or directory");
+    EXPECT_EQ(textOf([&] { netrove::file(Folder.path()); }), "cannot read " + Folder.path() + ": Is a directory");
 }
 
 TEST_F(FileBody, ThatHasGoneFailsWhenItIsSent) {

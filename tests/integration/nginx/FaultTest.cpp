@@ -318,7 +318,7 @@ protected:
         }
     }
 
-    // The exit status of the failure, its text in one line, and no file.
+    // The exit status of the failure, its identifier in one line, and no file.
     void expectCommandFails(const std::string& url) {
         const std::map<std::string, int> exits = {
             {"ConnectionRefused", 7}, {"CopyContentToDataStreamError", 1}, {"DecodingError", 61}, {"InternalError", 1}};
@@ -332,7 +332,7 @@ protected:
             const testsupport::Outcome outcome = run(words, {.Folder = target.path()});
             const std::string identifier = Failed.identifier();
             expectFailed(outcome, exits.at(identifier.substr(identifier.rfind(':') + 1)),
-                         testing::StartsWith("netrove: " + identifier + ": " + Failed.Text));
+                         testing::StartsWith("netrove: " + identifier + ": "));
             EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1) << "one line: " << outcome.Err;
             EXPECT_TRUE(std::filesystem::is_empty(target.path()));
         }
