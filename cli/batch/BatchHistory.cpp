@@ -26,6 +26,11 @@ void addTo(std::string& line, std::string_view more) {
     line += more.substr(0, kLongestRecord - line.size());
 }
 
+// True for what a further attempt goes on with.
+bool goesOn(const JournalRecord& begun) {
+    return begun.Name.ends_with(".part") && !isTemporaryName(begun.Name);
+}
+
 } // namespace
 
 std::size_t BatchHistory::read(const std::string& file) {
@@ -121,8 +126,14 @@ void BatchHistory::take(JournalRecord record) {
     case JournalState::Done:
         Done.put(key, {record.Line, record.Bytes, 0, record.Status});
         return forget(key);
-    case JournalState::Failed:
-        return forget(key);
+    case JournalState::Failed: {
+        auto begun = Begun.extract(key);
+        forget(key);
+        if (begun && goesOn(begun.mapped())) { // the file stays for the next attempt
+            Begun.insert(std::move(begun));
+        }
+        return;
+    }
     }
 }
 
@@ -154,6 +165,9 @@ void BatchHistory::forget(std::uint64_t key) {
 }
 
 std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) {
+    if (!Begun.empty()) {
+        Begun.erase(journalKey(line));
+    }
     if (Done.empty() && Unfinished.empty()) {
         return std::nullopt;
     }
@@ -179,14 +193,32 @@ std::optional<BatchHistory::Ended> BatchHistory::done(const BatchLine& line) {
 
 // Someone who can write the journal must not be able to make us remove other files: a file is removed only if its name
 // is one that we make, and it is ours and the very file that was written.
+bool BatchHistory::isThere(const JournalRecord& begun) {
+    struct stat facts {};
+    return lstat(begun.Name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() &&
+           facts.st_ino == begun.Inode && facts.st_dev == begun.Device;
+}
+
 void BatchHistory::removeLeftovers() const {
     for (const auto& [key, begun] : Begun) {
-        struct stat facts {};
-        if (isTemporaryName(begun.Name) && lstat(begun.Name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) &&
-            facts.st_uid == geteuid() && facts.st_ino == begun.Inode && facts.st_dev == begun.Device) {
+        if (isTemporaryName(begun.Name) && isThere(begun)) {
             unlink(begun.Name.c_str());
         }
     }
+}
+
+std::size_t BatchHistory::removeUnlisted() const {
+    std::size_t count = 0;
+    for (const auto& [key, begun] : Begun) {
+        const std::string note = begun.Name + ".json";
+        struct stat facts {};
+        if (goesOn(begun) && isThere(begun) && lstat(note.c_str(), &facts) == 0 && facts.st_uid == geteuid() &&
+            unlink(begun.Name.c_str()) == 0) {
+            unlink(note.c_str());
+            ++count;
+        }
+    }
+    return count;
 }
 
 } // namespace netrove::cli

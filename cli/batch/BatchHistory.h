@@ -32,6 +32,8 @@ public:
     // Removes the temporary files of transfers that never ended, as the journal says that was read last. Only where
     // its run is certainly over.
     void removeLeftovers() const;
+    // The same for those that could go on, of lines that `done` has not been asked for: nobody will. Returns how many.
+    std::size_t removeUnlisted() const;
 
 private:
     struct Entry {
@@ -45,6 +47,7 @@ private:
     void takeKept();
     void setAside();
     void forget(std::uint64_t key);
+    static bool isThere(const JournalRecord& begun); // the very file
 
     // All by the keys of records.
     DigestStore<Entry> Done;

@@ -161,8 +161,16 @@ void ManifestLines::check(std::size_t number, std::string_view text) {
     InFolder.push_back(inFolder);
 }
 
-BatchLine ManifestLines::again(std::size_t number, std::string_view text) {
+BatchLine ManifestLines::placed(std::size_t number, std::string_view text) const {
     BatchLine line = parsed(number, text);
+    if (line.Target && !Folder.empty() && !line.Target->starts_with('/')) {
+        line.Target = Folder + (Folder.ends_with('/') ? "" : "/") + *line.Target;
+    }
+    return line;
+}
+
+BatchLine ManifestLines::again(std::size_t number, std::string_view text) {
+    BatchLine line = placed(number, text);
     takeCredentials(line);
     settleTarget(line, InFolder.at(Taken++));
     settleDigest(line);
@@ -194,7 +202,7 @@ void ManifestLines::pass(std::string_view text) noexcept {
 
 BatchLine ManifestLines::checked(std::size_t number, std::string_view text, const UrlCheck& checkFurther,
                                  bool& inFolder) {
-    BatchLine line = parsed(number, text);
+    BatchLine line = placed(number, text);
     checkUrl(line.Url);
     takeCredentials(line);
     try {

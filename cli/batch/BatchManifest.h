@@ -72,6 +72,8 @@ public:
     void reserve(const std::string& file, const std::string& what);
     // The same for journals: this file, and those that shards have or will have beside it.
     void reserveJournals(const std::string& base);
+    // Where targets are that are not absolute; empty for the current folder.
+    void targetsBelow(std::string folder) { Folder = std::move(folder); }
     // A folder that is missing is a fault of the first line that needs it.
     void requireFolders() { FoldersRequired = true; }
 
@@ -97,7 +99,11 @@ private:
     void checkFolder(const std::string& target);
     void settleDigest(BatchLine& line);
 
+    // A line by itself, its target where it belongs.
+    BatchLine placed(std::size_t number, std::string_view text) const;
+
     UrlCheck CheckUrl;
+    std::string Folder;
     RealNames Names;
     std::map<std::string, std::string> Reserved; // by the real name
     std::string JournalBase;                     // a link at its end not followed; empty for none

@@ -108,6 +108,7 @@ public:
         }
         if (Journal) {
             Journal->sync();
+            removeUnlisted(history, *report);
         }
         return conclude(*report);
     }
@@ -181,6 +182,18 @@ private:
             TheConsole.note(unreadable == 1
                                 ? "1 line of the journal cannot be read and is ignored"
                                 : std::to_string(unreadable) + " lines of the journal cannot be read and are ignored");
+        }
+    }
+
+    // Once every line of the list is known.
+    void removeUnlisted(const BatchHistory& history, const BatchReport& report) const {
+        if (signalSeen() != 0 || report.totals().left() != 0) {
+            return;
+        }
+        if (const std::size_t count = history.removeUnlisted()) {
+            TheConsole.note("removed what had come of " +
+                            (count == 1 ? "a file that is" : std::to_string(count) + " files that are") +
+                            " no longer in the list");
         }
     }
 

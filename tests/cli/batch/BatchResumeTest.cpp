@@ -124,4 +124,24 @@ TEST_F(BatchResume, TwoRunsDoNotShareAJournalAndNoOtherFileBecomesOne) {
     EXPECT_EQ(Server.allRequests(), 3u);
 }
 
+// Long content that breaks off is kept for the next attempt, as long as there is a line that makes one.
+TEST_F(BatchResume, LongContentGoesOnAndIsRemovedOnceNobodyWantsIt) {
+    const std::string content(std::size_t{3} << 20, 'x');
+    const std::map<std::string, std::string> tag = {{"ETag", "\"1\""}};
+    Server.answer("/a", {{200, tag, content, true}});
+    Server.answer("/b", {{200, tag, content, true}});
+    write(Server.url("/a") + " a\n" + Server.url("/b") + " b\n");
+    EXPECT_EQ(batch({"list"}).Status, 18);
+    EXPECT_EQ(files(), (Words{"a.part", "a.part.json", "b.part", "b.part.json"}));
+
+    write(Server.url("/a") + " a\n");
+    const std::string place = std::to_string(content.size());
+    Server.answer("/a", {{206, {{"ETag", "\"1\""}, {"Content-Range", "bytes " + place + "-" + place + "/*"}}, "y"}});
+    const Outcome outcome = batch({"list"});
+    EXPECT_EQ(Server.seen("/a").at(1).Fields.at("range"), "bytes=" + place + "-");
+    EXPECT_TRUE(readFile(file("a")) == content + "y");
+    EXPECT_THAT(outcome.Err, HasSubstr("removed what had come of a file that is no longer in the list"));
+    EXPECT_EQ(files(), Words{"a"});
+}
+
 } // namespace
