@@ -41,6 +41,8 @@ Values valuesOf(const OptionRow& row) {
         } else if (word == "LIST") {
             values.List = true;
             values.Words.assign(knownSchemes().begin(), knownSchemes().end());
+        } else if (word == "URL") {
+            values.Words = {"http://", "https://"};
         } else if (word == "HOST:PORT") {
             values.Words.insert(values.Words.end(), std::begin(kProxySchemes), std::end(kProxySchemes));
         } else if (std::ranges::none_of(word, [](char c) { return c >= 'A' && c <= 'Z'; })) { // not a placeholder
