@@ -1,6 +1,6 @@
 // The command line, one word per line: it is accepted, or refused in one line of text, and secrets in it are wiped.
 #include "cli/options/FieldText.h"
-#include "cli/options/OptionParser.h"
+#include "cli/options/parser/OptionParser.h"
 #include "fuzz/FuzzInput.h"
 #include "vantik/Failure.h"
 

@@ -1,7 +1,7 @@
 // What the pages repeat of the code is compared with it: tables, names, members. Their links lead somewhere.
 #include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
 #include "cli/options/pages/Reference.h"
+#include "cli/options/table/OptionTable.h"
 #include "tests/docs/Page.h"
 #include "tests/support/process/ProgramRun.h"
 

@@ -52,7 +52,7 @@ constexpr CommandRow kCommands[] = {
 
     {"docs/cli.md", "netrove COMMAND --help", Way::Elsewhere, "tests/cli/commands/DescribeCommandTest.cpp: HelpOption, WritesToStandardOutput"},
     {"docs/cli.md", "netrove COMMAND --help all", Way::Elsewhere, "tests/cli/commands/DescribeCommandTest.cpp: HelpOption, WritesToStandardOutput"},
-    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/ReferenceTest.cpp: Reference, EveryOptionIsInEveryForm"},
+    {"docs/cli.md", "man netrove", Way::Elsewhere, "tests/cli/options/pages/ReferenceTest.cpp: Reference, EveryOptionIsInEveryForm"},
     {"docs/cli.md", R"(printf 'Authorization: Bearer %s\n' "$TOKEN" | netrove get -H @- https://example.org/)", Way::Here, ""},
     {"docs/cli.md", "NETROVE_BEARER=t0ken netrove get --bearer @env https://example.org/", Way::Here, ""},
     {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list are below it"},

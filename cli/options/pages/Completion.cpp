@@ -1,6 +1,6 @@
 // Completions for the shells.
-#include "cli/options/OptionTable.h"
 #include "cli/options/pages/Reference.h"
+#include "cli/options/table/OptionTable.h"
 #include "cli/options/table/OptionValues.h"
 
 #include <algorithm>

@@ -1,32 +1,14 @@
-// Help for people at a terminal: the program, a command, and the layout that all of it shares.
+// Help for people at a terminal: on the program and on a command.
 #pragma once
 
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <string>
-#include <string_view>
 
 namespace netrove::cli {
 
 // Columns of the terminal that standard output is: as COLUMNS says, as the terminal says, otherwise 80.
 std::size_t helpColumns();
-
-// `text` in lines of at most `width` columns, broken at blanks; each line after the first begins with `indent` blanks,
-// which are not counted.
-std::string wrapped(std::string_view text, std::size_t width, std::size_t indent = 0);
-// A paragraph.
-std::string paragraph(std::string_view text, std::size_t columns);
-// A name, and what it means beside it; below it where the lines are short or the name is long.
-std::string entry(std::string_view name, std::string_view text, std::size_t columns, std::size_t nameWidth = 30);
-// A command line for a shell, continued after a backslash where it is too long.
-std::string commandLines(std::string_view line, std::size_t width, std::size_t indent);
-
-// "-x, --proxy HOST:PORT".
-std::string usageOf(const OptionRow& row);
-// What an option does, and the names that other programs have for it.
-std::string meaningOf(const OptionRow& row);
-// "netrove save [OPTIONS] URL [FILE]".
-std::string usageOf(const CommandRow& command);
 
 std::string programHelp(std::size_t columns);
 // The options that are used most, or all of them.

@@ -1,8 +1,8 @@
 // The manual pages, in the macros of man(7).
 #include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
-#include "cli/options/pages/Help.h"
+#include "cli/options/pages/Layout.h"
 #include "cli/options/pages/Reference.h"
+#include "cli/options/table/OptionTable.h"
 
 namespace netrove::cli {
 

@@ -2,8 +2,8 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
-#include "cli/options/pages/Help.h"
+#include "cli/options/pages/Layout.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <netrove/text.h>
 

@@ -2,7 +2,7 @@
 // tables of commands, options, exit statuses and environment variables.
 #pragma once
 
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <span>
 #include <string>

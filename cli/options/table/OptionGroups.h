@@ -1,7 +1,7 @@
 // Rows of the option table, a file for each group. The order of the rows is that of the help.
 #pragma once
 
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionRow.h"
 
 #include <span>
 

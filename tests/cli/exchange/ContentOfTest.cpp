@@ -1,7 +1,7 @@
 // Content as it is sent, from the words of a command line.
 #include "cli/exchange/ContentOf.h"
 
-#include "cli/options/OptionParser.h"
+#include "cli/options/parser/OptionParser.h"
 #include "tests/client/request/MultipartReading.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 #include "cli/failures/Hints.h"
 
 #include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <gmock/gmock.h>
 

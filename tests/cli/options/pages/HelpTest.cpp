@@ -1,5 +1,6 @@
 #include "cli/options/pages/Help.h"
 
+#include "cli/options/pages/Layout.h"
 #include "cli/options/pages/Reference.h"
 
 #include <gmock/gmock.h>

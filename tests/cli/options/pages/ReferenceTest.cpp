@@ -2,7 +2,7 @@
 #include "cli/options/pages/Reference.h"
 
 #include "cli/failures/ExitStatus.h"
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 #include "tests/support/process/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // Of what the options stand for, and which of them contradict each other: Settings.cpp, by way of the parser.
-#include "cli/options/OptionParser.h"
+#include "cli/options/parser/OptionParser.h"
 
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"

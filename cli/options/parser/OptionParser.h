@@ -1,8 +1,8 @@
 // The parser, filled from the option table.
 #pragma once
 
-#include "cli/options/OptionTable.h"
 #include "cli/options/Settings.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <optional>
 #include <string>

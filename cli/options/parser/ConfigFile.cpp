@@ -1,8 +1,8 @@
-#include "cli/options/ConfigFile.h"
+#include "cli/options/parser/ConfigFile.h"
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/Hints.h"
-#include "cli/options/ForeignOptions.h"
+#include "cli/options/table/ForeignOptions.h"
 
 #include <netrove/text.h>
 

@@ -1,7 +1,7 @@
 // The configuration file: options by their long names, for every command that has them or in a section for one.
 #pragma once
 
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <cstddef>
 #include <string>

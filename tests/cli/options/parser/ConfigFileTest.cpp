@@ -1,6 +1,6 @@
-#include "cli/options/ConfigFile.h"
+#include "cli/options/parser/ConfigFile.h"
 
-#include "cli/options/OptionParser.h"
+#include "cli/options/parser/OptionParser.h"
 #include "tests/support/host/HostFixture.h"
 #include "tests/support/process/TemporaryFolder.h"
 

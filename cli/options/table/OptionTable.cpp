@@ -1,4 +1,4 @@
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include "cli/options/table/OptionGroups.h"
 

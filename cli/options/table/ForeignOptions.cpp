@@ -1,6 +1,6 @@
-#include "cli/options/ForeignOptions.h"
+#include "cli/options/table/ForeignOptions.h"
 
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // That each option is there, with its letter and for its commands: ReferenceTest.cpp, which holds the pages made of the
 // table.
-#include "cli/options/OptionTable.h"
+#include "cli/options/table/OptionTable.h"
 
-#include "cli/options/ForeignOptions.h"
+#include "cli/options/table/ForeignOptions.h"
 
 #include <gtest/gtest.h>
 

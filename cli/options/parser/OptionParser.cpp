@@ -1,13 +1,13 @@
-#include "cli/options/OptionParser.h"
+#include "cli/options/parser/OptionParser.h"
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/ExitStatus.h"
 #include "cli/failures/Hints.h"
-#include "cli/options/ConfigFile.h"
 #include "cli/options/FieldText.h"
-#include "cli/options/ForeignOptions.h"
 #include "cli/options/pages/Help.h"
 #include "cli/options/pages/Reference.h"
+#include "cli/options/parser/ConfigFile.h"
+#include "cli/options/table/ForeignOptions.h"
 #include "cli/system/BodySource.h"
 #include "vantik/Failure.h"
 
