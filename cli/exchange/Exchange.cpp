@@ -16,9 +16,8 @@ namespace {
 
 constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
 
-// The head, each line ended by CR LF, the blank line included. The host holds text, so bytes that are not UTF-8 come
-// out as replacement characters.
-// `shown` makes a part fit for where it goes.
+// The head, the blank line included. The host holds text, so bytes that are not UTF-8 come out as replacement
+// characters. `shown` makes a part fit for where it goes; a terminal ends lines in its own way.
 template <class Shown>
 std::string headOf(const netrove::Response& response, const std::string& lineEnd, Shown shown) {
     const std::string status = response.version + " " + std::to_string(response.status) +
