@@ -128,6 +128,7 @@ constexpr NamedRow kManifestKeys[] = {
     {"fields", "header fields: an object of names and values, with an array for several fields with one name, or an array of texts as -H takes them", kBatch},
     {"body", "text, sent as a form unless the fields have a Content-Type; or an object or array, sent as JSON", kBatch},
     {"body_file", "a file to send", kBatch},
+    {"sha256", "64 hexadecimal digits: content with another digest is a failure and is not kept", kBatch},
     {"id", "text or number that names the transfer in results and journal; default: a digest of the line", kBatch},
 };
 // clang-format on
@@ -135,7 +136,7 @@ constexpr NamedRow kManifestKeys[] = {
 std::string manifestFormat() {
     std::string text = section("MANIFEST");
     text += "A text line is a URL and, after blanks or a tab, the file for its content; the rest of the line is that\n"
-            "name, exactly as written. Without one the name comes from the URL; where it ends with a slash or is a\n"
+            "name, without blanks at its end. Without one the name comes from the URL; where it ends with a slash or is a\n"
             "folder, the file gets that name in it. Empty lines and lines that begin with # are skipped.\n";
     text += ".PP\n.nf\n" + roff("# URL                            target") + "\n" +
             roff("https://example.org/data/a.csv   data/a.csv") + "\n" + roff("https://example.org/data/b.csv") +

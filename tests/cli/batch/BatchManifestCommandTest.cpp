@@ -127,6 +127,22 @@ TEST_F(BatchManifestCommand, AMissingFolderIsFoundBeforeAnythingRuns) {
     EXPECT_EQ(readFile(file("a/b/3")), BatchServer::contentOf("/n/3"));
 }
 
+TEST_F(BatchManifestCommand, ContentWithAnotherDigestIsNotKept) {
+    const std::string digest = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015aD";
+    Server.answer("/abc", {{200, {}, "abc"}});
+    Server.answer("/abd", {{200, {}, "abd"}});
+    write(json("/abc", R"("sha256":")" + digest + "\"") + json("/abd", R"("sha256":")" + digest + "\""));
+    const Outcome outcome = batch({"list", "-j", "1"});
+    EXPECT_EQ(count(outcome, "done"), 1);
+    for (const Json& one : results(outcome)) {
+        if (one["line"] == 2) {
+            EXPECT_THAT(one.at("identifier").get<std::string>(), testing::EndsWith(":DigestMismatch"));
+        }
+    }
+    EXPECT_NE(outcome.Status, 0);
+    EXPECT_EQ(files(), Words{"abc"});
+}
+
 TEST_F(BatchManifestCommand, ALineThatChangesDuringTheRunIsNoticedAndMoreAtTheEndIsNot) {
     const std::string first = Server.url("/n/1") + " 1\n";
     for (const bool changes : {true, false}) {
@@ -206,6 +222,7 @@ TEST_F(BatchManifestCommand, MemoryDoesNotGrowWithRequestsAndTheirJournal) {
     const long few = peak(kLines / 10, {"--no-journal"});
     const long many = peak(kLines, {"--force"});
     EXPECT_LT(many, few + kMoreKiB);
+    EXPECT_LE(journal().size(), kLines * 100);
     EXPECT_EQ(count(batch({"list", "--create-dirs"}), "skipped"), static_cast<std::ptrdiff_t>(kLines));
 }
 
