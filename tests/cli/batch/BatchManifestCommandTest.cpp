@@ -65,7 +65,7 @@ TEST_F(BatchManifestCommand, ABadLineOfStandardInputFailsAlone) {
     const std::map<std::size_t, std::string> messages = {{2, "'ftp://***@host/b' is not an http or https URL"},
                                                          {3, "the target '1' is already used by line 1"},
                                                          {4, "the key 'id' is given twice"},
-                                                         {6, "missing/z: No such file or directory"}};
+                                                         {6, "cannot write missing/z: No such file or directory"}};
     std::size_t failed = 0;
     for (const Json& one : results(outcome)) {
         const auto line = one["line"].get<std::size_t>();
