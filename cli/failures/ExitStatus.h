@@ -1,6 +1,7 @@
 // What each exit status means: one table.
 #pragma once
 
+#include "cli/failures/Circumstances.h"
 #include "vantik/Failure.h"
 
 #include <netrove/error.h>
@@ -43,17 +44,6 @@ std::span<const ExitMeaning> exitMeanings();
 
 // The exit status of a failure.
 int exitStatus(const vantik::Message& message);
-
-// What the program knows about an operation that failed, beyond the failure itself.
-struct Circumstances {
-    int Signal = 0;              // the signal that this program's own handler saw; 0 for none
-    double MaxTimeSeconds = 0;   // of --max-time
-    bool MaxTimeElapsed = false; // it was over
-    bool Interrupted = false;    // the failure was an interrupt
-    // The schemes that a login at the server, and one at the proxy, may use; none: there is no such login.
-    std::vector<std::string> Schemes = {};
-    std::vector<std::string> ProxySchemes = {};
-};
 
 struct Verdict {
     vantik::Message Message;

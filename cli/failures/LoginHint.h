@@ -1,7 +1,7 @@
 // What to try after a status that asks for a login.
 #pragma once
 
-#include "cli/failures/ExitStatus.h"
+#include "cli/failures/Circumstances.h"
 
 #include <netrove/error.h>
 
