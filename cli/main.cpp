@@ -1,6 +1,8 @@
 // netrove, the command line: a program on the embedding API that drives the module as any host would.
 
 #include "cli/commands/Commands.h"
+#include "cli/commands/TransferList.h"
+#include "cli/commands/VerdictOf.h"
 #include "cli/demo/Demo.h"
 #include "cli/exchange/RequestOf.h"
 #include "cli/exchange/Session.h"
@@ -15,10 +17,9 @@
 #include "cli/terminal/TraceOutput.h"
 #include "cli/terminal/WireTrace.h"
 
+#include <netrove/url.h>
+
 #include <cstdlib>
-#include <exception>
-#include <memory>
-#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -43,19 +44,41 @@ void hideSecrets(const Settings& settings, Console& console) {
     }
 }
 
-// The schemes of a login that was asked for.
-std::vector<std::string> schemesOf(const std::optional<std::string>& user,
-                                   const std::optional<std::vector<std::string>>& named) {
-    return user ? named.value_or(std::vector<std::string>{"basic", "digest"}) : std::vector<std::string>();
-}
-
 bool transfers(const Settings& settings) {
     return !settings.ShowVersion &&
            (settings.Command == Command::Get || settings.Command == Command::Save || settings.Command == Command::Send);
 }
 
+// Nobody is asked twice for the password of one user at one server; another server does not get it.
+void prepare(std::vector<Settings>& transfers, Console& console) {
+    const Settings& first = transfers.front();
+    for (Settings& settings : transfers) {
+        if (settings.User == first.User && !settings.Password && sameOrigin(settings.Url, first.Url)) {
+            settings.Password = first.Password;
+        }
+        if (!settings.ProxyPassword) {
+            settings.ProxyPassword = first.ProxyPassword;
+        }
+        readNetrc(settings, console);
+        completePasswords(settings);
+        hideSecrets(settings, console);
+    }
+    if (first.Debug != 0) {
+        console.note("the trace shows credentials and cookies as they are sent");
+    }
+}
+
 // get, save and send: all that waits ends with a signal.
-int runClient(Settings& settings, Console& console) {
+int runClient(std::vector<Settings>& transfers, Console& console) {
+    if (transfers.front().Parallel && transfers.size() > 1) {
+        struct {
+            void interrupt() noexcept {} // whoever runs the transfers sees it
+        } nobody;
+        const SignalScope signals(nobody);
+        prepare(transfers, console);
+        return runParallel(transfers, console);
+    }
+    const Settings& settings = transfers.front();
     netrove::Request defaults;
     netrove::NetworkSettings network = networkSettings(settings);
     std::optional<WireTrace> trace; // outlives the client
@@ -67,18 +90,8 @@ int runClient(Settings& settings, Console& console) {
     }
     netrove::Client client(std::move(defaults), netrove::networkTransport(network, warningsTo(console)));
     const SignalScope signals(client);
-    readNetrc(settings, console);
-    completePasswords(settings);
-    hideSecrets(settings, console);
-    if (settings.Debug != 0) {
-        console.note("the trace shows credentials and cookies as they are sent");
-    }
-    std::optional<Clock::time_point> deadline;
-    if (settings.MaxTime) {
-        deadline = Clock::now() +
-                   std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*settings.MaxTime));
-    }
-    return runTransfer(client, settings, console, deadline);
+    prepare(transfers, console);
+    return runTransfers(client, transfers, console);
 }
 
 int runHost(Session& session, Settings& settings, Console& console) {
@@ -104,29 +117,12 @@ int runHost(Session& session, Settings& settings, Console& console) {
 // The exit status of `operation`. Reports what it raises.
 template <class Operation>
 int reported(const Console& console, Circumstances circumstances, Operation operation) {
-    vantik::Message message;
-    try {
-        return operation();
-    } catch (const netrove::Error& error) {
-        circumstances.Signal = signalSeen();
-        const Verdict verdict = judge(error, circumstances);
-        console.failure(verdict);
-        return verdict.Status;
-    } catch (const vantik::Interrupted& interrupted) {
-        message = interrupted.message();
-        circumstances.Interrupted = true;
-        circumstances.MaxTimeElapsed = circumstances.MaxTimeSeconds > 0;
-    } catch (const vantik::Failure& failure) {
-        message = failure.message();
-    } catch (const std::bad_alloc&) {
-        message = cliMessage(failure::kFailure, {"memory"}, "out of memory");
-    } catch (const std::exception& exception) {
-        message = cliMessage(failure::kFailure, {exception.what()}, exception.what());
+    int status = kExitDone;
+    if (const auto failed = verdictOf(circumstances, [&] { status = operation(); })) {
+        console.failure(*failed);
+        return failed->Status;
     }
-    circumstances.Signal = signalSeen();
-    const Verdict verdict = judge(message, circumstances);
-    console.failure(verdict);
-    return verdict.Status;
+    return status;
 }
 
 } // namespace
@@ -159,11 +155,8 @@ int main(int argc, char** argv) {
         if (settings.Debug != 0) {
             trace.emplace(console.errIsTerminal());
         }
-        return reported(console,
-                        {.MaxTimeSeconds = settings.MaxTime.value_or(0),
-                         .Schemes = schemesOf(settings.User, settings.Auth),
-                         .ProxySchemes = schemesOf(settings.ProxyUser, settings.ProxyAuth)},
-                        [&] { return runClient(settings, console); });
+        return reported(console, {.MaxTimeSeconds = settings.MaxTime.value_or(0)},
+                        [&] { return runClient(parsed.Transfers, console); });
     }
     return reported(console, {}, [&] {
         Session session;

@@ -53,8 +53,8 @@ std::string saveTarget(const Settings& settings) {
     return settings.Target + (settings.Target.ends_with('/') ? "" : "/") + fileNameFor(settings.Url);
 }
 
-int runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
-                std::optional<Clock::time_point> deadline) {
+void runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
+                 std::optional<Clock::time_point> deadline, netrove::Response& response) {
     Exchange exchange(client, settings, console, deadline);
     if (settings.Command == Command::Save) {
         toFileOrNothing(exchange, saveTarget(settings), settings.Force);
@@ -67,8 +67,8 @@ int runTransfer(netrove::Client& client, const Settings& settings, const Console
     } else {
         toFileOrNothing(exchange, settings.OutputFile, true);
     }
-    checkStatus(settings, exchange.Last);
-    return kExitDone;
+    response = exchange.Last;
+    checkStatus(settings, response);
 }
 
 } // namespace netrove::cli

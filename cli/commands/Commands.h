@@ -13,9 +13,9 @@
 
 namespace netrove::cli {
 
-// get, save, send; waits of our own end at the deadline
-int runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
-                std::optional<Clock::time_point> deadline);
+// get, save, send, for one URL; waits of our own end at the deadline. `response` is without content.
+void runTransfer(netrove::Client& client, const Settings& settings, const Console& console,
+                 std::optional<Clock::time_point> deadline, netrove::Response& response);
 int runBatch(Session& session, const Settings& settings, const Console& console);
 int runProxy(Session& session, const Settings& settings, const Console& console);
 int runDescribe(Session& session, const Settings& settings, const Console& console);

@@ -31,7 +31,17 @@ BodySink::BodySink(int descriptor, std::string name, bool guardTerminal, std::op
     : Descriptor(descriptor), Name(std::move(name)), GuardTerminal(guardTerminal), Regular(isRegular(descriptor)),
       Deadline(deadline) {}
 
+namespace {
+
+// Content of transfers that run at the same time goes to standard output one after the other.
+std::mutex theOutput;
+
+} // namespace
+
 void BodySink::write(std::string_view bytes) {
+    if (Descriptor == STDOUT_FILENO && !Turn.owns_lock()) {
+        Turn = std::unique_lock(theOutput);
+    }
     while (!bytes.empty()) {
         // A pipe that is ready takes PIPE_BUF bytes without blocking; more could block us past a signal or the time
         // limit.

@@ -8,6 +8,7 @@
 #include <vantik/Failure.h>
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -47,6 +48,7 @@ public:
 private:
     void writePiece(std::string_view bytes);
 
+    std::unique_lock<std::mutex> Turn; // at standard output, from the first byte on
     int Descriptor;
     std::string Name;
     bool GuardTerminal;

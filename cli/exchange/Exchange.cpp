@@ -1,11 +1,15 @@
 #include "cli/exchange/Exchange.h"
 
 #include "cli/exchange/RequestOf.h"
+#include "cli/failures/CliFailure.h"
 #include "cli/terminal/Progress.h"
 
+#include <netrove/descriptor.h>
 #include <netrove/text.h>
 
+#include <cerrno>
 #include <cstddef>
+#include <fcntl.h>
 #include <span>
 #include <string>
 #include <utility>
@@ -51,6 +55,7 @@ netrove::Response Exchange::run(BodySink& sink, bool progressIsUsual, bool termi
         headCame = true;
         sent.finish();
         Facts.UntilHead = Clock::now() - Start;
+        dumpHead(head);
         refuseSpentContent(TheSettings, head, repeatable);
         if (TheSettings.Include) {
             sink.write(headOf(head, terminal ? "\n" : "\r\n", [&](Style style, const std::string& text) {
@@ -67,14 +72,34 @@ netrove::Response Exchange::run(BodySink& sink, bool progressIsUsual, bool termi
     netrove::Response response;
     try {
         response = TheClient.stream(std::move(request), onHead);
-    } catch (const netrove::Error&) {
+    } catch (const netrove::Error& error) {
         sink.finish(); // what came before the failure
+        if (!headCame && error.response().status != 0) {
+            dumpHead(error.response());
+        }
         throw;
     }
     sink.finish();
     received.finish();
     Last = response;
     return response;
+}
+
+// One write, so that the heads of several transfers do not run into one another.
+void Exchange::dumpHead(const netrove::Response& head) const {
+    const std::string& name = TheSettings.HeadFile;
+    if (name.empty()) {
+        return;
+    }
+    const std::string text = headOf(head, "\r\n", [](Style, const std::string& part) { return part; });
+    if (name == "-") {
+        return TheConsole.print(TheConsole.outIsTerminal() ? printableLines(text) : text);
+    }
+    const Descriptor file(
+        retried([&] { return open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666); }));
+    if (file.Number < 0 || !writeAll(file.Number, text)) {
+        failSystem(failure::kFileNotWritten, name, errno);
+    }
 }
 
 void Exchange::printFacts(const netrove::Response& response) {

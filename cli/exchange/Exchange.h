@@ -33,6 +33,8 @@ public:
     netrove::Response Last; // without content
 
 private:
+    void dumpHead(const netrove::Response& head) const;
+
     const Clock::time_point Start = Clock::now();
 };
 

@@ -75,6 +75,9 @@ std::string Settings::effectiveMethod() const {
     if (!Method.empty()) {
         return Method;
     }
+    if (Head) {
+        return "HEAD";
+    }
     if (!StreamFile.empty()) {
         return "PUT";
     }
@@ -89,7 +92,10 @@ int Settings::redirectLimit() const {
 }
 
 StatusChoice Settings::onStatus() const {
-    return OnStatus.value_or(Command == Command::Send ? StatusChoice::Deliver : StatusChoice::Fail);
+    if (OnStatus) {
+        return *OnStatus;
+    }
+    return Command == Command::Send ? StatusChoice::Deliver : Head ? StatusChoice::FailWithBody : StatusChoice::Fail;
 }
 
 void completeSettings(Settings& settings) {
@@ -118,6 +124,7 @@ void completeSettings(Settings& settings) {
         return;
     }
     checkBody(settings);
+    settings.Include |= settings.Head && !settings.json();
     refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
     refuse(!settings.Bearer.empty() && settings.User, "--bearer and --user cannot be combined");
     refuse(settings.Auth && !settings.User, "--auth needs --user");
@@ -126,8 +133,9 @@ void completeSettings(Settings& settings) {
     refuse(settings.Compressed && !settings.Decode, "--compressed and --no-decode cannot be combined");
     if (settings.LimitRate != 0 || settings.LimitRateHost != 0) {
         refuse(settings.Simple, "--simple sends content at once; leave out --limit-rate and --limit-rate-host");
-        settings.Rate = std::make_shared<netrove::RateLimit>(
-            netrove::RateLimit::Rates{.total = settings.LimitRate, .host = settings.LimitRateHost});
+        settings.Rate = settings.Rate != nullptr ? settings.Rate
+                                                 : std::make_shared<netrove::RateLimit>(netrove::RateLimit::Rates{
+                                                       .total = settings.LimitRate, .host = settings.LimitRateHost});
     }
     refuse(!settings.VerifyPeer && !settings.CaFile.empty(), "--ca-file and --no-verify cannot be combined");
     refuse(settings.json() && settings.Include, "--format json includes the head already; leave out --include");

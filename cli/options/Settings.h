@@ -48,9 +48,12 @@ struct BatchSettings {
 
 struct Settings {
     cli::Command Command = Command::None;
-    std::string Url;        // without user name and password, which move to User and Password
-    std::string Target;     // save: the file or folder named, empty for none
-    std::string ConfigFile; // empty: the usual one
+    std::string Url;                // without user name and password, which move to User and Password
+    std::string Target;             // save: the file or folder named, empty for none
+    std::vector<std::string> Words; // get, save, send: URLs, and the target of save, as given
+    std::vector<std::string> Urls;  // of --url
+    std::size_t UrlNumber = 0;      // of Url, from 0
+    std::string ConfigFile;         // empty: the usual one
     bool NoConfig = false;
     std::string Topic; // help: empty for the list of topics
 
@@ -76,8 +79,13 @@ struct Settings {
     bool Chunked = false;         // no Content-Length for content whose length is known
 
     // the response
-    std::string OutputFile; // "-": standard output, whatever the content
+    std::string OutputFile;                          // "-": standard output, whatever the content
+    std::vector<std::optional<std::string>> Outputs; // those of several URLs; nothing: the name in the URL
+    bool RemoteNames = false;                        // for URLs that have none of them
     bool Include = false;
+    bool Head = false;    // only that
+    std::string HeadFile; // gets the head too; "-": standard output
+    std::string WriteOut; // what is said at the end
     bool Force = false;
     bool Decode = true;
     std::optional<StatusChoice> OnStatus;
@@ -97,6 +105,12 @@ struct Settings {
     std::optional<std::string> ProxyUser;
     std::optional<std::string> ProxyPassword;
     std::optional<std::vector<std::string>> ProxyAuth;
+
+    // several URLs
+    bool Parallel = false;
+    int ParallelMax = 50;
+    int ParallelMaxHost = 0; // 0: no limit
+    bool FailEarly = false;
 
     // limits; milliseconds, +infinity for none
     double ConnectTimeout;

@@ -4,6 +4,7 @@
 #include "cli/failures/ExitStatus.h"
 #include "cli/failures/Hints.h"
 #include "cli/options/FieldText.h"
+#include "cli/options/UrlList.h"
 #include "cli/options/pages/Help.h"
 #include "cli/options/pages/Reference.h"
 #include "cli/options/parser/ConfigFile.h"
@@ -63,10 +64,15 @@ void addOption(CLI::App& app, const OptionRow& row, std::vector<Occurrence>& typ
     option->trigger_on_parse();
 }
 
-void addCommand(CLI::App& app, const CommandRow& command, Settings& settings, std::vector<Occurrence>& typed) {
+void addCommand(CLI::App& app, const CommandRow& command, Settings& settings, std::vector<Occurrence>& typed,
+                bool urlByOption) {
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
     sub->set_help_flag("-h,--help");
-    if (command.Url) {
+    if (command.Url && (command.Set & kSingle) != 0) {
+        sub->add_option("URL", settings.Words, "http or https URL; get and save take several")
+            ->required(!urlByOption)
+            ->type_name("");
+    } else if (command.Url) {
         sub->add_option("URL", settings.Url, "http or https URL")->required()->type_name("");
     }
     if (command.Target) {
@@ -300,8 +306,10 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
             addOption(app, row, typed);
         }
     }
+    const bool urlByOption = std::any_of(
+        argv, argv + argc, [](std::string_view word) { return word == "--url" || word.starts_with("--url="); });
     for (const CommandRow& command : commandTable()) {
-        addCommand(app, command, result.Settings, typed);
+        addCommand(app, command, result.Settings, typed, urlByOption);
     }
     try {
         app.parse(argc, argv);
@@ -327,7 +335,12 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
     if (result.Settings.Command == Command::None && !result.Settings.ShowVersion) {
         failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
     }
-    if (!result.Settings.ShowVersion) {
+    const cli::Command command = result.Settings.Command;
+    if (!result.Settings.ShowVersion &&
+        (command == Command::Get || command == Command::Save || command == Command::Send)) {
+        result.Transfers = settingsOfUrls(result.Settings);
+        result.Settings = result.Transfers.front();
+    } else if (!result.Settings.ShowVersion) {
         completeSettings(result.Settings);
     }
     return result;

@@ -18,6 +18,7 @@ struct SecretValue {
 
 struct ParseResult {
     cli::Settings Settings;
+    std::vector<cli::Settings> Transfers; // get, save, send: one for each URL, the first as in Settings
     std::vector<SecretValue> Secrets;
     std::vector<std::string> Warnings; // of the configuration file
     std::optional<std::string> Help;   // asked for: print this and stop

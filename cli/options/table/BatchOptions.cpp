@@ -11,9 +11,7 @@ constexpr std::uint64_t kMostFailures = 1'000'000'000;
 // clang-format off
 const OptionRow kOptions[] = {
     {"jobs", 'j', "N", kBatch, "transfers at a time, 1 to 64 (default 4)",
-     [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "parallel-max max-threads max-concurrent-downloads", .Common = kBatch}},
-    {"parallel-max-host", 0, "N", kBatch, "transfers at a time with one host and port, 1 to 64 (default 8)",
-     [](S& s, V v) { s.Batch.MostOfHost = number<int>("parallel-max-host", v, 1, kMostJobs); }},
+     [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "max-threads max-concurrent-downloads", .Common = kBatch}},
     {"max-failures", 0, "N", kBatch, "begin no further transfer once N have failed",
      [](S& s, V v) { s.Batch.MostFailures = number<std::uint64_t>("max-failures", v, 1, kMostFailures); }},
     {"skip-existing", 0, "", kBatch, "leave a target that exists as it is, and make no request for it",

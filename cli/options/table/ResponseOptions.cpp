@@ -7,12 +7,18 @@ namespace {
 
 // clang-format off
 const OptionRow kOptions[] = {
-    {"output", 'o', "FILE", kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content",
-     [](S& s, V v) { s.OutputFile = nonEmpty("output", v); }, {.OtherNames = "output-document", .Common = kGet | kSend}},
+    {"output", 'o', "FILE", kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content. Of several, the first is for the first URL, and so on",
+     [](S& s, V v) { s.Outputs.emplace_back(nonEmpty("output", v)); }, {.OtherNames = "output-document", .Common = kGet | kSend}},
     {"force", 0, "", kSave | kBatch, "replace an existing file",
      [](S& s, V) { s.Force = true; }, {.Common = kSave | kBatch}},
     {"include", 'i', "", kGet | kSend, "write the head of the response before its content",
      [](S& s, V) { s.Include = true; }, {.OtherNames = "show-headers", .Common = kGet | kSend}},
+    {"head", 'I', "", kGet | kSend, "ask for the head only, and write it",
+     [](S& s, V) { s.Head = true; }, {.Common = kGet}},
+    {"dump-header", 'D', "FILE", kSingle, "write the head of the response to this file too; of several URLs one after the other. '-' is standard output",
+     [](S& s, V v) { s.HeadFile = nonEmpty("dump-header", v); }, {.OtherNames = "save-headers"}},
+    {"write-out", 'w', "FORMAT", kSingle, "write this after each transfer, with %{http_code}, %{time_total}, %{json} and other names of curl's; \\n is a line break. @FILE reads it from a file",
+     [](S& s, V v) { s.WriteOut = v.starts_with('@') ? fileText(s, v) : v; }},
     {"consumer", 0, "", kSingle, "no effect; kept for older scripts, since content always goes through a consumer object",
      [](S&, V) {}},
     {"no-decode", 0, "", kTransfers, "do not decompress content",

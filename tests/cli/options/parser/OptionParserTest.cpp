@@ -282,7 +282,7 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"get --jobs=3 URL", "unknown option '--jobs' for get; batch has it"},
         {"proxy --json URL", "unknown option '--json' for proxy; use --format json"},
         {"describe --json", "unknown option '--json' for describe; use --format json"},
-        {"get -w x URL", "unknown option '-w' for get; use send --format json, which prints status, fields and times"},
+        {"batch -w x list", "unknown option '-w' for batch; each line of the result has status, sizes and times"},
         {"save --read-timeout=9 URL", "unknown option '--read-timeout' for save; use --data-timeout"},
         {"demo --location", "unknown option '--location' for demo; get, save, send and batch have it"},
         {"-i URL", "unknown option '-i'; get and send have it"},
