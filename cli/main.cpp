@@ -144,6 +144,7 @@ int main(int argc, char** argv) {
         console.print(*parsed.Help);
         return kExitDone;
     }
+    parsed.Settings.Batch.CommandLine = shownCommandLine(argc, argv, parsed.Secrets);
     wipeSecrets(argc, argv, parsed.Secrets);
     for (const std::string& warning : parsed.Warnings) {
         console.warning(cliMessage(failure::kReadableSecret, {}, warning));

@@ -2,6 +2,7 @@
 
 #include "cli/terminal/Progress.h"
 
+#include <netrove/error.h>
 #include <netrove/text.h>
 
 #include <algorithm>
@@ -53,6 +54,9 @@ std::string counted(std::size_t number, const char* what) {
 
 std::string barLine(const BatchTotals& totals, std::size_t width) {
     const std::size_t over = totals.All - totals.left();
+    if (totals.Open) {
+        return joined({counted(over, "ended"), "the list goes on"}, width);
+    }
     const double share = totals.All == 0 ? 1 : static_cast<double>(over) / static_cast<double>(totals.All);
     const std::string tail = " " + padded(std::to_string(static_cast<int>(share * 100)), 3) + "%  " +
                              std::to_string(over) + " of " + std::to_string(totals.All);
@@ -79,7 +83,7 @@ std::string speedLine(const BatchMoment& moment, std::size_t width) {
     const double elapsed = totals.Elapsed.count();
     const auto ended = static_cast<double>(totals.Done + totals.Failed);
     const double pace = moment.LinesPerSecond > 0 ? moment.LinesPerSecond : elapsed > 0 ? ended / elapsed : 0;
-    if (pace > 0 && totals.left() != 0) {
+    if (pace > 0 && totals.left() != 0 && !totals.Open) {
         pieces.push_back(timeLeftText(static_cast<double>(totals.left()) / pace) + " left");
     }
     pieces.push_back(sizeText(totals.Bytes));
@@ -201,7 +205,7 @@ double RecentSpeed::linesPerSecond() const {
     return time <= 0 ? 0 : static_cast<double>(Samples.back().Lines - Samples.front().Lines) / time;
 }
 
-BatchDisplay::BatchDisplay(const Settings& settings, const Console& console, const BatchReport& report,
+BatchDisplay::BatchDisplay(const Settings& settings, const Console& console, BatchReport& report,
                            const LiveTransfers& transfers)
     : TheConsole(console), Report(report), Transfers(transfers),
       Descriptor(report.printsLines() || !console.outIsTerminal() ? STDERR_FILENO : STDOUT_FILENO),
@@ -220,12 +224,24 @@ BatchDisplay::~BatchDisplay() {
 }
 
 std::optional<Clock::time_point> BatchDisplay::next() const {
-    return Shown ? std::optional(Next) : std::nullopt;
+    const auto live = Report.nextLive();
+    if (!Shown) {
+        return live;
+    }
+    return live ? std::min(*live, Next) : Next;
 }
 
 void BatchDisplay::draw() {
-    if (Shown && Clock::now() >= Next) {
+    const auto now = Clock::now();
+    if (Shown && now >= Next) {
         drawNow();
+    }
+    if (const auto live = Report.nextLive(); live && now >= *live) {
+        try {
+            Report.writeLive(Transfers.running());
+        } catch (
+            const netrove::Error&) { // no reason to stop: the next time may be better, and the last one is reported
+        }
     }
 }
 

@@ -52,15 +52,14 @@ private:
 class BatchDisplay {
 public:
     // Draws in place on a terminal, a line a second elsewhere. What is given outlives this object.
-    BatchDisplay(const Settings& settings, const Console& console, const BatchReport& report,
-                 const LiveTransfers& transfers);
+    BatchDisplay(const Settings& settings, const Console& console, BatchReport& report, const LiveTransfers& transfers);
     ~BatchDisplay(); // removes what is drawn in place
     BatchDisplay(const BatchDisplay&) = delete;
     BatchDisplay& operator=(const BatchDisplay&) = delete;
 
     // When to draw next; nothing: never.
     std::optional<std::chrono::steady_clock::time_point> next() const;
-    // Draws if it is time.
+    // Draws, and writes reports for those who look on from elsewhere, if it is time.
     void draw();
     // What is left to say at the end; removes what is drawn in place.
     void finish();
@@ -70,7 +69,7 @@ private:
     BatchMoment moment();
 
     const Console& TheConsole;
-    const BatchReport& Report;
+    BatchReport& Report;
     const LiveTransfers& Transfers;
     int Descriptor; // of the terminal, or standard error
     bool InPlace;

@@ -7,6 +7,7 @@
 #include <netrove/url.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <poll.h>
@@ -19,8 +20,9 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kBarWidth = 20;
-constexpr std::size_t kNamedCauses = 5;      // in the summary
-constexpr std::size_t kToldOfEachCause = 10; // on a terminal, where more would scroll everything else away
+constexpr std::chrono::seconds kLiveInterval{15}; // as often as such files are read
+constexpr std::size_t kNamedCauses = 5;           // in the summary
+constexpr std::size_t kToldOfEachCause = 10;      // on a terminal, where more would scroll everything else away
 
 std::string dumped(const Json& object) {
     return object.dump(-1, ' ', true, Json::error_handler_t::replace);
@@ -111,26 +113,57 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
                    {"result", result}});
 }
 
-BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all)
+BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all, const std::string& shard)
     : TheConsole(console), Lines(settings.Batch.DryRun || settings.json() ||
                                  (settings.Format != OutputFormat::Text && !console.outIsTerminal())),
       TellsFailures(!settings.JsonErrors && !settings.json() && !settings.hidesFailures()),
       OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt), Start(std::chrono::steady_clock::now()) {
     Totals.All = all;
+    const BatchSettings& batch = settings.Batch;
+    if (batch.DryRun) {
+        return;
+    }
+    Facts.Version = NETROVE_VERSION;
+    Facts.Command = console.masked(batch.CommandLine);
+    Facts.Manifest = batch.Manifest == "-" ? "standard input" : batch.Manifest;
+    Facts.Shard = shard;
+    Facts.Start = std::chrono::system_clock::now();
+    if (!batch.Failures.empty()) {
+        Failures.emplace(batch.Failures);
+    }
+    for (const std::string& name : batch.Reports) {
+        Reports.emplace_back(name);
+    }
+    writeLive(0);
 }
 
 void BatchReport::expectOneMore() {
     const std::lock_guard lock(Guard);
     ++Totals.All;
+    Totals.Open = true;
 }
 
 void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
     const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
+    EndedLine figures{.Number = line.Number,
+                      .Url = TheConsole.masked(line.Url),
+                      .Status = outcome.Status,
+                      .Bytes = outcome.Bytes,
+                      .Attempts = outcome.Attempts};
+    if (outcome.Failed) {
+        figures.Failed = causeOf(outcome.Failed->Message, line.Url);
+    }
     const std::lock_guard lock(Guard);
+    figures.End = std::chrono::duration<double>(outcome.Ended.value_or(Clock::now()) - Start).count();
+    figures.Start = figures.End - outcome.Time.count();
+    const std::size_t alike = Facts.Figures.add(figures);
     if (outcome.Failed) {
         ++Totals.Failed;
         ++FailuresByStatus[outcome.Failed->Status];
-        tell(line, outcome.Failed->Message, Causes.add(causeOf(outcome.Failed->Message, line.Url), line.Number));
+        tell(line, outcome.Failed->Message, alike);
+        if (Failures) {
+            Failures->add(line, figures.Failed->text(), outcome.Failed->Status != kExitUsage);
+        }
     } else {
         ++Totals.Done;
         Totals.Bytes += outcome.Bytes;
@@ -181,7 +214,54 @@ void BatchReport::tell(const BatchLine& line, const vantik::Message& message, st
 
 std::string BatchReport::causes() const {
     const std::lock_guard lock(Guard);
-    return causesText(Causes.sorted(), kNamedCauses);
+    return causesText(Facts.Figures.causes().sorted(), kNamedCauses);
+}
+
+RunFacts BatchReport::facts() const {
+    const BatchTotals now = totals();
+    const std::lock_guard lock(Guard);
+    RunFacts result = Facts;
+    result.Seconds = now.Elapsed.count();
+    result.All = now.All;
+    result.Done = now.Done;
+    result.Failed = now.Failed;
+    result.Skipped = now.Skipped;
+    result.Bytes = now.Bytes;
+    return result;
+}
+
+std::optional<std::chrono::steady_clock::time_point> BatchReport::nextLive() const {
+    const bool any = std::any_of(Reports.begin(), Reports.end(), [](const ReportFile& file) { return file.isLive(); });
+    return any ? std::optional(NextLive) : std::nullopt;
+}
+
+void BatchReport::writeLive(std::size_t running) {
+    NextLive = std::chrono::steady_clock::now() + kLiveInterval;
+    if (!nextLive()) {
+        return;
+    }
+    RunFacts now = facts();
+    now.Over = false;
+    now.Running = running;
+    for (const ReportFile& file : Reports) {
+        if (file.isLive()) {
+            file.write(now);
+        }
+    }
+}
+
+void BatchReport::finish(const std::string& stopped) {
+    if (Failures) {
+        Failures->keep();
+    }
+    if (Reports.empty()) {
+        return;
+    }
+    RunFacts now = facts();
+    now.Stopped = stopped;
+    for (const ReportFile& file : Reports) {
+        file.write(now);
+    }
 }
 
 BatchTotals BatchReport::totals() const {

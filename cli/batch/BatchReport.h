@@ -4,8 +4,10 @@
 #include "cli/batch/BatchHistory.h"
 #include "cli/batch/BatchManifest.h"
 #include "cli/batch/BatchTransfer.h"
+#include "cli/batch/FailureList.h"
 #include "cli/exchange/BodySink.h"
-#include "cli/report/FailureCause.h"
+#include "cli/report/ReportFile.h"
+#include "cli/report/RunReport.h"
 #include "cli/terminal/Output.h"
 
 #include <atomic>
@@ -14,6 +16,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +29,7 @@ struct BatchTotals {
     std::size_t Skipped = 0; // done by an earlier run
     std::uint64_t Bytes = 0; // received and kept by this run
     std::chrono::duration<double> Elapsed{};
+    bool Open = false; // All is what is known so far: more lines may come
 
     std::size_t left() const { return All - Done - Failed - Skipped; }
 };
@@ -41,7 +45,8 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
 // Callable from any thread.
 class BatchReport {
 public:
-    BatchReport(const Settings& settings, const Console& console, std::size_t all);
+    // Raises FileNotWritten if one of the files that the settings name could not be written. `shard`: "2/8", or empty.
+    BatchReport(const Settings& settings, const Console& console, std::size_t all, const std::string& shard);
 
     // Whether results are lines on standard output, as programs want them; otherwise people see failures only.
     bool printsLines() const { return Lines; }
@@ -57,11 +62,17 @@ public:
     BatchTotals totals() const;
     // "2 x the server answered 404 Not Found, 1 x connection refused by HOST:PORT"; empty without a failure.
     std::string causes() const;
+    // When the reports that are of use during a run are to be written again; nothing: never.
+    std::optional<std::chrono::steady_clock::time_point> nextLive() const;
+    void writeLive(std::size_t running);
+    // Writes what the settings name. Raises FileNotWritten.
+    void finish(const std::string& stopped);
     // 0 without a failure; the exit status that all failures share; otherwise that of "any other failure".
     int exitStatus() const;
 
 private:
     void print(const std::string& text);
+    RunFacts facts() const;
     void tell(const BatchLine& line, const vantik::Message& message, std::size_t count) const;
 
     const Console& TheConsole;
@@ -72,7 +83,10 @@ private:
     mutable std::mutex Guard; // of what follows, and of the order of lines
     BatchTotals Totals;
     std::map<int, std::size_t> FailuresByStatus; // exit status
-    CauseCounts Causes;
+    RunFacts Facts;                              // its counts are those of Totals
+    std::optional<FailureList> Failures;
+    std::vector<ReportFile> Reports;
+    std::chrono::steady_clock::time_point NextLive;
 };
 
 } // namespace netrove::cli

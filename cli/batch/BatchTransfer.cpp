@@ -209,7 +209,8 @@ BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const Ba
     } catch (const std::exception& exception) {
         outcome.Failed = judge(cliMessage(failure::kFailure, {exception.what()}, exception.what()), circumstances);
     }
-    outcome.Time = Clock::now() - job.Begun;
+    outcome.Ended = Clock::now();
+    outcome.Time = *outcome.Ended - job.Begun;
     outcome.Abandoned = outcome.Failed && (tools.Stopped || signalSeen() != 0);
     return attempt;
 }

@@ -25,7 +25,8 @@ struct BatchOutcome {
     int Status = 0; // of the last response; 0 for none
     std::uint64_t Bytes = 0;
     int Attempts = 0;
-    std::chrono::duration<double> Time{}; // waits included
+    std::chrono::duration<double> Time{};     // waits included
+    std::optional<Clock::time_point> Ended{}; // before its file got its name, together with others
 };
 
 // What the transfers of a run share. All of it outlives them.

@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -77,6 +78,12 @@ public:
         if (TheSettings.Batch.Manifest != "-") {
             lines.reserve(TheSettings.Batch.Manifest, "the manifest");
         }
+        if (!TheSettings.Batch.Failures.empty()) {
+            lines.reserve(TheSettings.Batch.Failures, "the list of failures");
+        }
+        for (const std::string& file : TheSettings.Batch.Reports) {
+            lines.reserve(file, "the report");
+        }
         if (!JournalBase.empty()) {
             lines.reserveJournals(JournalBase);
         }
@@ -93,7 +100,7 @@ public:
         if (!JournalName.empty() && !TheSettings.Batch.DryRun) {
             Journal = std::make_unique<BatchJournal>(JournalName);
         }
-        report.emplace(TheSettings, TheConsole, manifest.own());
+        report.emplace(TheSettings, TheConsole, manifest.own(), shardText());
         BatchHistory history;
         readJournals(history);
         LinesToDo toDo(manifest, history, *report);
@@ -204,7 +211,11 @@ private:
         }
     }
 
-    int conclude(const BatchReport& report) const {
+    std::string shardText() const {
+        return Shard.whole() ? "" : std::to_string(Shard.Index) + "/" + std::to_string(Shard.Count);
+    }
+
+    int conclude(BatchReport& report) const {
         const BatchTotals totals = report.totals();
         say(summaryText(totals), report);
         const auto most = TheSettings.Batch.MostFailures;
@@ -214,7 +225,9 @@ private:
         if (totals.Failed != 0) {
             say(std::to_string(totals.Failed) + " failed: " + report.causes(), report);
         }
-        if (signalSeen() != 0) {
+        const int signal = signalSeen();
+        report.finish(signal == 0 ? "" : "SIG" + std::string(sigabbrev_np(signal)));
+        if (signal != 0) {
             if (Journal) {
                 TheConsole.note("run the same command again to resume");
             }

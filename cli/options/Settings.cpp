@@ -58,6 +58,7 @@ void checkBody(const Settings& settings) {
 
 void checkBatch(const BatchSettings& batch) {
     refuse(batch.Manifest.empty(), "the name of the manifest is empty");
+    refuse(!batch.Failures.empty() && batch.Failures == batch.Manifest, "--failures names the manifest itself");
     refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal cannot be combined");
     refuse(batch.LongestRetryWait < batch.RetryWait, "--retry-max-wait is less than --retry-wait");
 }

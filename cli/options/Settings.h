@@ -38,8 +38,11 @@ struct BatchSettings {
     double RetryWait = 1;          // seconds before the first of them
     double LongestRetryWait = 300; // seconds
     bool RetryUnsafe = false;
-    std::string Shard;   // "I/N"; empty: by the environment
-    std::string Journal; // empty: beside the manifest
+    std::string Shard;                // "I/N"; empty: by the environment
+    std::string Journal;              // empty: beside the manifest
+    std::string Failures;             // gets the lines that fail; empty: no file
+    std::vector<std::string> Reports; // files
+    std::string CommandLine;          // as typed, without secrets
     bool NoJournal = false;
     bool Fail = true; // a status of 400 and above is a failure
     bool MakeFolders = false;

@@ -18,6 +18,7 @@
 #include <netrove/url.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <string_view>
 #include <unistd.h>
@@ -353,6 +354,33 @@ bool wantsJsonErrors(int argc, const char* const* argv) {
         }
     }
     return false;
+}
+
+std::string shownCommandLine(int argc, const char* const* argv, const std::vector<SecretValue>& secrets) {
+    constexpr std::string_view plain = "-._~/:=,+@%";
+    std::string line = "netrove";
+    for (int i = 1; i < argc; ++i) {
+        std::string word = argv[i];
+        for (const SecretValue& value : secrets) {
+            if (const std::string_view secret = secretPart(value); !secret.empty() && word.ends_with(value.Text)) {
+                const auto offset = static_cast<std::size_t>(secret.data() - value.Text.data());
+                word.replace(word.size() - value.Text.size() + offset, secret.size(), "***");
+                break;
+            }
+        }
+        word = maskUserInfo(word);
+        const bool bare = !word.empty() && std::all_of(word.begin(), word.end(), [&](unsigned char c) {
+            return std::isalnum(c) != 0 || plain.find(static_cast<char>(c)) != plain.npos;
+        });
+        if (!bare) {
+            for (auto at = word.find('\''); at != word.npos; at = word.find('\'', at + 4)) {
+                word.replace(at, 1, "'\\''");
+            }
+            word = "'" + word + "'";
+        }
+        line += " " + word;
+    }
+    return line;
 }
 
 void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets) {

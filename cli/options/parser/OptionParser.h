@@ -31,6 +31,9 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
 // True if `--json-errors` is among the arguments; for failures of the parse itself.
 bool wantsJsonErrors(int argc, const char* const* argv);
 
+// The command line as a shell takes it, without the values of secret options.
+std::string shownCommandLine(int argc, const char* const* argv, const std::vector<SecretValue>& secrets);
+
 // Overwrites the values of secret options, and user names and passwords in URLs, so that the list of processes no
 // longer shows them. Best effort: they were visible for a moment.
 void wipeSecrets(int argc, char** argv, const std::vector<SecretValue>& secrets);

@@ -1,3 +1,4 @@
+#include "cli/options/ReportName.h"
 #include "cli/options/table/OptionGroups.h"
 #include "cli/options/table/OptionValues.h"
 
@@ -22,6 +23,10 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.Batch.Journal = nonEmpty("journal", v); }, {.Common = kBatch}},
     {"no-journal", 0, "", kBatch, "keep no journal and do every line",
      [](S& s, V) { s.Batch.NoJournal = true; }},
+    {"failures", 0, "FILE", kBatch, "write the lines that fail into a manifest of their own, with their causes as comments",
+     [](S& s, V v) { s.Batch.Failures = nonEmpty("failures", v); }},
+    {"report", 0, "FILE", kBatch, "write a report of the run: a page (.html), a summary (.json) or metrics for Prometheus (.prom), by the ending of the name. Repeatable",
+     [](S& s, V v) { reportForm(v); s.Batch.Reports.push_back(v); }},
     {"dry-run", 0, "", kBatch, "check the manifest and print what would be done",
      [](S& s, V) { s.Batch.DryRun = true; }, {.Common = kBatch}},
 };

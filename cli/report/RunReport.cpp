@@ -1,0 +1,34 @@
+#include "cli/report/RunReport.h"
+
+#include <array>
+#include <ctime>
+
+namespace netrove::cli {
+
+std::string verdictText(const RunFacts& facts) {
+    const std::string all = std::to_string(facts.All) + (facts.All == 1 ? " transfer" : " transfers");
+    std::string text;
+    if (!facts.Stopped.empty()) {
+        text = "Stopped (" + facts.Stopped + ") with " + std::to_string(facts.left()) + " of " + all + " left";
+    } else if (!facts.Over) {
+        text = "Under way: " + std::to_string(facts.left()) + " of " + all + " left";
+    } else if (facts.left() != 0) {
+        text = "Ended early with " + std::to_string(facts.left()) + " of " + all + " left";
+    } else if (facts.Failed == 0) {
+        return facts.All == 1 ? "The only transfer is done" : "All " + all + " are done";
+    } else {
+        return std::to_string(facts.Failed) + " of " + all + " failed";
+    }
+    return facts.Failed == 0 ? text : text + ", " + std::to_string(facts.Failed) + " failed";
+}
+
+std::string timeText(std::chrono::system_clock::time_point time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm parts{};
+    gmtime_r(&seconds, &parts);
+    std::array<char, 32> buffer{};
+    const std::size_t length = std::strftime(buffer.data(), buffer.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return {buffer.data(), length};
+}
+
+} // namespace netrove::cli
