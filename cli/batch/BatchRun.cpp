@@ -134,7 +134,7 @@ std::optional<BatchJob> BatchRun::nextJob() {
 }
 
 bool BatchRun::isThere(const BatchJob& job) const {
-    return TheSettings.Batch.SkipExisting && job.Line.Target && job.Attempts == 0 &&
+    return TheSettings.File.SkipExisting && job.Line.Target && job.Attempts == 0 &&
            netrove::fileExists(*job.Line.Target);
 }
 

@@ -21,9 +21,6 @@ constexpr std::uintmax_t kLargestHeldBody = std::uintmax_t{8} << 20;
 // A file of this length goes on where an attempt or a run has ended; a shorter one is sooner received anew.
 constexpr std::uint64_t kResumedFrom = std::uint64_t{1} << 20;
 
-// What is worth another attempt, a fault within the server too: the transfers of a list have all the time they need.
-const std::vector<int> kTransientStatuses = {408, 429, 500, 502, 503, 504};
-
 void makeFoldersFor(const std::string& target) {
     const std::filesystem::path folder = std::filesystem::path(target).parent_path();
     std::error_code error;
@@ -84,13 +81,7 @@ netrove::Request requestFor(const Settings& settings) {
         request.body = {[body] { return std::make_unique<Content>(body.open()); }, body.length(), body.repeatable(),
                         body.contentType()};
     }
-    const BatchSettings& batch = settings.Batch;
-    const auto milliseconds = [](double seconds) {
-        return std::chrono::ceil<netrove::Limit>(std::chrono::duration<double>(std::max(seconds, 0.001)));
-    };
-    request.retry = {batch.Retries + 1, milliseconds(batch.RetryWait), milliseconds(batch.LongestRetryWait),
-                     batch.RetryUnsafe, kTransientStatuses};
-    request.checkStatus = batch.Fail;
+    request.checkStatus = settings.Batch.Fail;
     return request;
 }
 
@@ -102,7 +93,7 @@ public:
           LineSettings(batchSettings(tools.TheSettings, job.Line)), Live(tools.Live, job.Line.Url) {}
 
     void run(BatchAttempt& attempt) {
-        if (Line.Target && LineSettings.Batch.MakeFolders) {
+        if (Line.Target && LineSettings.File.MakeFolders) {
             makeFoldersFor(*Line.Target);
         }
         netrove::Request request = requestFor(LineSettings);

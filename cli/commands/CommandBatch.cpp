@@ -122,7 +122,7 @@ public:
 
 private:
     void check(ManifestSource& manifest, ManifestLines& lines) {
-        if (!TheSettings.Batch.MakeFolders) {
+        if (!TheSettings.File.MakeFolders) {
             lines.requireFolders();
         }
         const BadLines bad = manifest.check();

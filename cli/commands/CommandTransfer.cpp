@@ -44,6 +44,9 @@ void checkStatus(const Settings& settings, const netrove::Response& response) {
 } // namespace
 
 std::string saveTarget(const Settings& settings) {
+    if (settings.File.RemoteName) {
+        return settings.Target;
+    }
     if (settings.Target.empty()) {
         return fileNameFor(settings.Url);
     }

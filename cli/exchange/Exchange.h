@@ -10,6 +10,7 @@
 #include <netrove/client.h>
 
 #include <optional>
+#include <string>
 
 namespace netrove::cli {
 
@@ -22,6 +23,8 @@ public:
 
     // Sends, and delivers the content. Nothing is written before the head is accepted.
     netrove::Response run(BodySink& sink, bool progressIsUsual, bool terminal);
+    // The same into a file that is whole or not there; into a folder under the name that the server gives it.
+    netrove::Response save(const std::string& target, bool replace);
     // The result as one JSON object.
     void printFacts(const netrove::Response& response);
 
@@ -33,6 +36,10 @@ public:
     netrove::Response Last; // without content
 
 private:
+    class Meters;
+
+    netrove::Request prepared(Meters& meters);
+    void accept(const netrove::Response& head, Meters& meters, bool repeatable);
     void dumpHead(const netrove::Response& head) const;
 
     const Clock::time_point Start = Clock::now();

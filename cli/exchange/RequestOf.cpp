@@ -1,5 +1,6 @@
 #include "cli/exchange/RequestOf.h"
 
+#include "cli/exchange/Conditions.h"
 #include "cli/exchange/ContentOf.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/logins/CookieJar.h"
@@ -14,10 +15,14 @@
 #include <chrono>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 namespace netrove::cli {
 
 namespace {
+
+// What is worth another attempt, a fault within the server too.
+const std::vector<int> kTransientStatuses = {408, 425, 429, 500, 502, 503, 504, 520, 521, 522, 523, 524};
 
 netrove::Limit limitOf(double milliseconds) {
     return std::isinf(milliseconds) ? netrove::kUnlimited
@@ -96,6 +101,17 @@ netrove::Login loginOf(const Settings& settings) {
     return login;
 }
 
+netrove::Retry retryOf(const RetrySettings& settings) {
+    const auto limit = [](double seconds) { return limitOf(std::max(seconds * 1000, 1.0)); };
+    return {.attempts = settings.Count + 1,
+            .wait = limit(settings.Wait),
+            .longestWait = limit(settings.LongestWait),
+            .unsafe = settings.Unsafe,
+            .statuses = kTransientStatuses,
+            .most = settings.MaxTime > 0 ? limit(settings.MaxTime) : netrove::kUnlimited,
+            .any = settings.AllErrors};
+}
+
 } // namespace
 
 netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_point> deadline) {
@@ -116,16 +132,18 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     request.limits.response = limitOf(settings.ResponseTimeout);
     request.limits.data = limitOf(settings.DataTimeout);
     if (settings.MaxTime) {
-        request.limits.attempt = limitOf(*settings.MaxTime * 1000);
+        (settings.Command == Command::Batch ? request.limits.attempt : request.limits.total) =
+            limitOf(*settings.MaxTime * 1000);
     }
     request.tls = {settings.VerifyPeer, settings.VerifyPeer && settings.VerifyName, settings.CaFile};
     request.redirects = {settings.redirectLimit(), true, {}};
-    request.retry.attempts = 1;
+    request.retry = retryOf(settings.Retry);
     request.decode = settings.Decode;
     request.compressed = settings.Compressed;
     request.checkStatus = settings.onStatus() == StatusChoice::Fail;
     request.limits.content = settings.MaxFileSize;
     request.rate = settings.Rate;
+    addConditions(request, settings);
     return request;
 }
 

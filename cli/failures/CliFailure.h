@@ -25,6 +25,7 @@ constexpr std::string_view kBinaryToTerminal = "BinaryToTerminal";
 constexpr std::string_view kContentTooLarge = "ContentTooLarge";   // most bytes
 constexpr std::string_view kContentLimit = "ContentLimit";         // most bytes, bytes announced (-1: unknown)
 constexpr std::string_view kStatusError = "StatusError";           // status, reason phrase, URL
+constexpr std::string_view kRangeRefused = "RangeRefused";         // range, status
 constexpr std::string_view kTooManyRedirects = "TooManyRedirects"; // limit, URL
 constexpr std::string_view kRedirectRefused = "RedirectRefused";   // URL
 constexpr std::string_view kMaxTime = "MaxTime";                   // seconds

@@ -25,11 +25,14 @@ constexpr ExitMeaning kMeanings[] = {
     {kExitNotWritten, "file or output not written"},
     {kExitNotRead, "content to send, or the manifest of batch, not read"},
     {kExitTimeout, "timeout"},
+    {kExitRange, "the server does not send the range asked for"},
+    {kExitOffset, "the file has fewer bytes than --continue-at says"},
     {kExitStopped, "stopped by the consumer or the progress reporter"},
     {kExitRedirects, "too many redirects"},
     {kExitTls, "TLS: certificate or handshake"},
     {kExitDecoding, "content could not be decoded"},
     {kExitTooLarge, "content larger than --max-filesize"},
+    {kExitDigest, "the content has another digest than --digest says"},
     {kExitHungUp, "hung up (the terminal is gone)"},
     {kExitInterrupted, "interrupted (Ctrl-C)"},
     {kExitTerminated, "terminated"},
@@ -75,6 +78,11 @@ constexpr Row kRows[] = {
     {"NETROVE:cli:ContentTooLarge", kExitNotWritten},
     {"NETROVE:cli:ContentLimit", kExitTooLarge},
     {"NETROVE:cli:FileNotRead", kExitNotRead},
+    {"NETROVE:cli:RangeRefused", kExitRange},
+    {"NETROVE:cli:DigestMismatch", kExitDigest},
+    {"NETROVE:cli:BadOffset", kExitOffset},
+    {"NETROVE:cli:NotResumed", kExitIncomplete},
+    {"NETROVE:cli:Incomplete", kExitIncomplete},
     {"NETROVE:cli:ContentChanged", kExitNotRead},
     {"NETROVE:cli:ContentNotRewound", kExitNotRead},
     {"NETROVE:cli:MaxTime", kExitTimeout},
@@ -154,7 +162,8 @@ Verdict judge(const vantik::Message& message, const Circumstances& circumstances
 
 Verdict judge(const netrove::Error& error, Circumstances circumstances) {
     circumstances.Interrupted = error.kind() == netrove::ErrorKind::Interrupted;
-    circumstances.MaxTimeElapsed = error.identifier().ends_with(":AttemptTime");
+    circumstances.MaxTimeElapsed =
+        error.identifier().ends_with(":AttemptTime") || error.identifier().ends_with(":TotalTime");
     circumstances.Interrupted |= circumstances.MaxTimeElapsed;
     Verdict verdict = judge(messageOf(error), circumstances);
     verdict.Hint = loginHint(error, circumstances);

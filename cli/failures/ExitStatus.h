@@ -25,11 +25,14 @@ enum ExitStatus : int {
     kExitNotWritten = 23,
     kExitNotRead = 26,
     kExitTimeout = 28,
+    kExitRange = 33,
+    kExitOffset = 36,
     kExitStopped = 42,
     kExitRedirects = 47,
     kExitTls = 60,
     kExitDecoding = 61,
     kExitTooLarge = 63,
+    kExitDigest = 105,
     kExitHungUp = 129,      // 128 and the number of SIGHUP
     kExitInterrupted = 130, // 128 and the number of SIGINT
     kExitTerminated = 143,  // 128 and the number of SIGTERM

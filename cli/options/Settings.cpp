@@ -60,7 +60,29 @@ void checkBatch(const BatchSettings& batch) {
     refuse(batch.Manifest.empty(), "the name of the manifest is empty");
     refuse(!batch.Failures.empty() && batch.Failures == batch.Manifest, "--failures names the manifest itself");
     refuse(batch.NoJournal && !batch.Journal.empty(), "--journal and --no-journal cannot be combined");
-    refuse(batch.LongestRetryWait < batch.RetryWait, "--retry-max-wait is less than --retry-wait");
+}
+
+void checkRetry(const RetrySettings& retry) {
+    refuse(retry.LongestWait < retry.Wait, "--retry-max-wait is less than --retry-wait");
+}
+
+void checkFile(const Settings& settings) {
+    const FileSettings& file = settings.File;
+    if (file.Continue) {
+        const bool hasFile =
+            settings.Command == Command::Save || (!settings.OutputFile.empty() && settings.OutputFile != "-");
+        refuse(!hasFile, "--continue-at goes on with a file; use save, or name it with --output");
+        refuse(!settings.Range.empty(), "--continue-at and --range cannot be combined");
+        refuse(settings.Include, "--continue-at goes on with content alone; leave out --include");
+        refuse(settings.Compressed, "--continue-at takes content as it is; leave out --compressed");
+        refuse(settings.onStatus() != StatusChoice::Fail,
+               "--continue-at takes no page of an error; leave out --no-fail and --fail-with-body");
+        refuse(file.RemoteName,
+               "--continue-at needs to know the file before the server names it; leave out --remote-header-name");
+        refuse(file.SkipExisting, "--continue-at and --skip-existing cannot be combined");
+        refuse(!settings.TimeCondition.empty() || !file.TagCompared.empty(),
+               "--continue-at asks for a part of the content; leave out --time-cond and --etag-compare");
+    }
 }
 
 } // namespace
@@ -126,6 +148,8 @@ void completeSettings(Settings& settings) {
     }
     checkBody(settings);
     settings.Include |= settings.Head && !settings.json();
+    checkRetry(settings.Retry);
+    checkFile(settings);
     refuse(settings.ProxyPassword && !settings.ProxyUser, "--proxy-password needs --proxy-user");
     refuse(!settings.Bearer.empty() && settings.User, "--bearer and --user cannot be combined");
     refuse(settings.Auth && !settings.User, "--auth needs --user");

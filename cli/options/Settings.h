@@ -33,11 +33,6 @@ struct BatchSettings {
     int Jobs = 4;
     int MostOfHost = 8; // transfers at a time
     std::optional<std::size_t> MostFailures;
-    bool SkipExisting = false;
-    int Retries = 0;
-    double RetryWait = 1;          // seconds before the first of them
-    double LongestRetryWait = 300; // seconds
-    bool RetryUnsafe = false;
     std::string Shard;                // "I/N"; empty: by the environment
     std::string Journal;              // empty: beside the manifest
     std::string Failures;             // gets the lines that fail; empty: no file
@@ -45,8 +40,31 @@ struct BatchSettings {
     std::string CommandLine;          // as typed, without secrets
     bool NoJournal = false;
     bool Fail = true; // a status of 400 and above is a failure
-    bool MakeFolders = false;
     bool DryRun = false;
+};
+
+// What is tried again, and when.
+struct RetrySettings {
+    int Count = 0;
+    double Wait = 1;          // seconds before the first of them
+    double LongestWait = 300; // seconds
+    double MaxTime = 0;       // seconds after which no attempt begins; 0: no limit
+    bool Unsafe = false;
+    bool AllErrors = false;
+};
+
+// Content that becomes a file.
+struct FileSettings {
+    bool Continue = false;                   // what is there goes on
+    std::optional<std::uint64_t> ContinueAt; // from this byte on, whatever is there
+    bool SkipExisting = false;
+    bool RemoteTime = false;
+    bool RemoteName = false; // that of Content-Disposition
+    bool MakeFolders = false;
+    std::string Folder;      // for targets without one of their own from the root
+    std::string Sha256;      // in hex
+    std::string TagCompared; // file with the tag of what is there
+    std::string TagSaved;    // file for the tag of what comes
 };
 
 struct Settings {
@@ -95,6 +113,12 @@ struct Settings {
     bool Compressed = false;
     bool Simple = false;
     std::optional<int> MaxRedirects; // 0: none
+
+    std::string Range;         // "A-B", "A-" or "-N"
+    std::string TimeCondition; // date, or the file whose time it is; with '-' in front: if not modified since
+
+    RetrySettings Retry;
+    FileSettings File;
 
     // credentials
     std::optional<std::string> User;

@@ -168,4 +168,8 @@ std::string fileNameFor(std::string_view url) {
     return clean.empty() ? "download" : clean;
 }
 
+bool hasFileName(std::string_view url) {
+    return !splitUrl(url).Path.ends_with('/') && !splitUrl(url).Path.empty();
+}
+
 } // namespace netrove

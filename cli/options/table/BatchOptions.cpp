@@ -15,8 +15,6 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "max-threads max-concurrent-downloads", .Common = kBatch}},
     {"max-failures", 0, "N", kBatch, "begin no further transfer once N have failed",
      [](S& s, V v) { s.Batch.MostFailures = number<std::uint64_t>("max-failures", v, 1, kMostFailures); }},
-    {"skip-existing", 0, "", kBatch, "leave a target that exists as it is, and make no request for it",
-     [](S& s, V) { s.Batch.SkipExisting = true; }},
     {"shard", 0, "I/N", kBatch, "do part I of N of the manifest, counted from 1; by default what Slurm, Open MPI or GNU parallel say, if anything. 1/1 does everything",
      [](S& s, V v) { s.Batch.Shard = nonEmpty("shard", v); }},
     {"journal", 0, "FILE", kBatch, "record in this file what is done, so that a stopped run can be resumed; shards add their number (default: MANIFEST.journal)",

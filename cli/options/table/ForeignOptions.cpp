@@ -26,7 +26,7 @@ constexpr ForeignOption kForeign[] = {
     {"--capath --ca-directory", "use --ca-file", kTransfers},
     {"--tlsv1.2 --tlsv1.3 --tls-max --ciphers --tls13-ciphers --secure-protocol --ssl", kTlsSettings, kTransfers},
     {"--resolve --connect-to", "add the name to /etc/hosts", kTransfers},
-    {"--basic --digest --ntlm --negotiate --anyauth", "use --auth with basic, digest, ntlm or negotiate", kTransfers},
+    {"--basic --ntlm --negotiate --anyauth", "use --auth with basic, digest, ntlm or negotiate", kTransfers},
     {"--proxy-basic --proxy-digest --proxy-ntlm --proxy-negotiate --proxy-anyauth", "use --proxy-auth with basic, digest, ntlm or negotiate", kTransfers},
     {"--socks4 --socks4a --socks5 --socks5-hostname", kSocks, kTransfers},
     {"--trace --trace-ascii", "use --debug 2", kSingle},

@@ -11,6 +11,7 @@ std::span<const OptionRow> requestOptions();
 std::span<const OptionRow> contentOptions();
 std::span<const OptionRow> responseOptions();
 std::span<const OptionRow> severalOptions();
+std::span<const OptionRow> fileOptions();
 std::span<const OptionRow> batchOptions();
 std::span<const OptionRow> retryOptions();
 std::span<const OptionRow> loginOptions();

@@ -17,10 +17,10 @@ struct GroupRow {
 
 // In the order of the help.
 constexpr GroupRow kGroups[] = {
-    {"Request", requestOptions},      {"Content", contentOptions},          {"Response", responseOptions},
-    {"Several URLs", severalOptions}, {"Many transfers", batchOptions},     {"Retries", retryOptions},
-    {"Credentials", loginOptions},    {"Proxy and limits", networkOptions}, {"TLS", tlsOptions},
-    {"What is shown", shownOptions},
+    {"Request", requestOptions}, {"Content", contentOptions},      {"Response", responseOptions},
+    {"Files", fileOptions},      {"Several URLs", severalOptions}, {"Many transfers", batchOptions},
+    {"Retries", retryOptions},   {"Credentials", loginOptions},    {"Proxy and limits", networkOptions},
+    {"TLS", tlsOptions},         {"What is shown", shownOptions},
 };
 
 // clang-format off

@@ -9,8 +9,6 @@ namespace {
 const OptionRow kOptions[] = {
     {"output", 'o', "FILE", kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content. Of several, the first is for the first URL, and so on",
      [](S& s, V v) { s.Outputs.emplace_back(nonEmpty("output", v)); }, {.OtherNames = "output-document", .Common = kGet | kSend}},
-    {"force", 0, "", kSave | kBatch, "replace an existing file",
-     [](S& s, V) { s.Force = true; }, {.Common = kSave | kBatch}},
     {"include", 'i', "", kGet | kSend, "write the head of the response before its content",
      [](S& s, V) { s.Include = true; }, {.OtherNames = "show-headers", .Common = kGet | kSend}},
     {"head", 'I', "", kGet | kSend, "ask for the head only, and write it",
@@ -37,8 +35,6 @@ const OptionRow kOptions[] = {
      [](S& s, V) { s.OnStatus = StatusChoice::Deliver; s.Batch.Fail = false; }, {.Common = kGet | kSave | kBatch}},
     {"compressed", 0, "", kTransfers, "ask for compressed content, and decompress it",
      [](S& s, V) { s.Compressed = true; }, {.Common = kGet}},
-    {"create-dirs", 0, "", kBatch, "create missing folders for the targets",
-     [](S& s, V) { s.Batch.MakeFolders = true; }},
 };
 // clang-format on
 

@@ -7,14 +7,18 @@ namespace {
 
 // clang-format off
 const OptionRow kOptions[] = {
-    {"retry", 0, "N", kBatch, "retry up to N times if the cause may pass: timeouts, failed connections, incomplete content, status 408, 429, 500, 502, 503 and 504 (default 0)",
-     [](S& s, V v) { s.Batch.Retries = number<int>("retry", v, 0, 1000); }, {.Common = kTransfers}},
-    {"retry-wait", 0, "S", kBatch, "most seconds before the first retry, doubled for each further one; the wait is a random part of that, or what a server's Retry-After says (default 1)",
-     [](S& s, V v) { s.Batch.RetryWait = seconds("retry-wait", v, 0, kLongestSeconds); }},
-    {"retry-max-wait", 0, "S", kBatch, "longest wait before a retry in seconds; a Retry-After beyond it ends the retries (default 300)",
-     [](S& s, V v) { s.Batch.LongestRetryWait = seconds("retry-max-wait", v, 0, kLongestSeconds); }},
-    {"retry-unsafe", 0, "", kBatch, "also retry what may then be done twice: methods such as POST and PATCH once the request has gone out",
-     [](S& s, V) { s.Batch.RetryUnsafe = true; }},
+    {"retry", 0, "N", kTransfers, "retry up to N times if the cause may pass: timeouts, failed connections, incomplete content, status 408, 425, 429, 500, 502, 503, 504 and 520 to 524. Content that broke off goes on, where the server can prove that it is the same (default 0)",
+     [](S& s, V v) { s.Retry.Count = number<int>("retry", v, 0, 1000); }, {.Common = kTransfers}},
+    {"retry-wait", 0, "S", kTransfers, "most seconds before the first retry, doubled for each further one; the wait is a random part of that, or what a server's Retry-After says (default 1)",
+     [](S& s, V v) { s.Retry.Wait = seconds("retry-wait", v, 0, kLongestSeconds); }, {.OtherNames = "retry-delay"}},
+    {"retry-max-wait", 0, "S", kTransfers, "longest wait before a retry in seconds; a Retry-After beyond it ends the retries (default 300)",
+     [](S& s, V v) { s.Retry.LongestWait = seconds("retry-max-wait", v, 0, kLongestSeconds); }},
+    {"retry-max-time", 0, "S", kSingle, "begin no retry later than so many seconds after the start, 0 for no limit (default 0)",
+     [](S& s, V v) { s.Retry.MaxTime = seconds("retry-max-time", v, 0, kLongestSeconds); }},
+    {"retry-unsafe", 0, "", kTransfers, "also retry what may then be done twice: methods such as POST and PATCH once the request has gone out",
+     [](S& s, V) { s.Retry.Unsafe = true; }},
+    {"retry-all-errors", 0, "", kTransfers, "retry whatever the failure of the server or of the way to it",
+     [](S& s, V) { s.Retry.AllErrors = true; }},
 };
 // clang-format on
 

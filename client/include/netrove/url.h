@@ -43,5 +43,7 @@ NETROVE_API std::string percentDecode(std::string_view text);
 // A file name for a URL: the last segment of its path, decoded, without anything that a file name should not hold.
 // "download" if nothing is left.
 NETROVE_API std::string fileNameFor(std::string_view url);
+// True if the path ends with a name.
+NETROVE_API bool hasFileName(std::string_view url);
 
 } // namespace netrove

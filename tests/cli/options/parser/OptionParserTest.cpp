@@ -114,7 +114,7 @@ TEST(OptionParser, TimesHaveUnitsAndPlainNumbersKeepTheirs) {
         {"1.5", 1.5}, {"500ms", 0.5}, {"10s", 10}, {"2m", 120}, {"1h", 3600}};
     for (const auto& [text, wanted] : times) {
         EXPECT_DOUBLE_EQ(parsed("get URL -m " + std::string(text)).MaxTime.value(), wanted) << text;
-        EXPECT_DOUBLE_EQ(parsed("batch list --retry-max-wait 2h --retry-wait " + std::string(text)).Batch.RetryWait,
+        EXPECT_DOUBLE_EQ(parsed("batch list --retry-max-wait 2h --retry-wait " + std::string(text)).Retry.Wait,
                          wanted)
             << text;
     }
