@@ -65,7 +65,7 @@ std::vector<ShownCommand> shownCommands(const std::string& page) {
         if (!inBlock && !indented) {
             for (const std::string& phrase : matches(line, "`([^`]+)`")) {
                 if (looksLikeACommand(phrase) && phrase.find(' ') != phrase.npos) {
-                    commands.push_back({phrase, {}});
+                    commands.push_back({replaced(phrase, "\\|", "|"), {}}); // as a table shows a bar
                 }
             }
             continue;
