@@ -101,6 +101,10 @@ public:
             Live.count(progress.received, progress.toReceive);
         };
         request.retry.made = Job.Attempts;
+        if (LineSettings.Retry.MaxTime > 0) { // of the line, while a call is one attempt
+            const auto left = std::chrono::duration<double>(LineSettings.Retry.MaxTime) - (Clock::now() - Job.Begun);
+            request.retry.most = std::max(netrove::Limit::zero(), std::chrono::ceil<netrove::Limit>(left));
+        }
         // The wait is the run's, which does something else meanwhile.
         request.onWait = [&attempt](const netrove::Error&, netrove::Limit wait) {
             attempt.Again = Clock::now() + wait;

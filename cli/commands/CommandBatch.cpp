@@ -87,6 +87,7 @@ public:
         if (!JournalBase.empty()) {
             lines.reserveJournals(JournalBase);
         }
+        lines.targetsBelow(TheSettings.File.Folder);
         std::optional<BatchReport> report;
         ManifestSource manifest(TheSettings.Batch.Manifest, Shard, lines,
                                 [&](const BatchLine& line, const vantik::Message& problem) {

@@ -13,7 +13,7 @@ const OptionRow kOptions[] = {
      [](S& s, V v) { s.Retry.Wait = seconds("retry-wait", v, 0, kLongestSeconds); }, {.OtherNames = "retry-delay"}},
     {"retry-max-wait", 0, "S", kTransfers, "longest wait before a retry in seconds; a Retry-After beyond it ends the retries (default 300)",
      [](S& s, V v) { s.Retry.LongestWait = seconds("retry-max-wait", v, 0, kLongestSeconds); }},
-    {"retry-max-time", 0, "S", kSingle, "begin no retry later than so many seconds after the start, 0 for no limit (default 0)",
+    {"retry-max-time", 0, "S", kTransfers, "begin no retry later than so many seconds after the start (with batch, of its line), 0 for no limit (default 0)",
      [](S& s, V v) { s.Retry.MaxTime = seconds("retry-max-time", v, 0, kLongestSeconds); }},
     {"retry-unsafe", 0, "", kTransfers, "also retry what may then be done twice: methods such as POST and PATCH once the request has gone out",
      [](S& s, V) { s.Retry.Unsafe = true; }},

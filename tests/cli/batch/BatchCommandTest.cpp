@@ -108,7 +108,8 @@ TEST_F(BatchCommand, ReplacesNeitherItsManifestNorAJournal) {
 }
 
 TEST_F(BatchCommand, NamesAMissingManifestAndHasNothingToDoForAnEmptyOne) {
-    EXPECT_THAT(batch({"list"}), ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read list: No such file or directory\n"));
+    EXPECT_THAT(batch({"list"}),
+                ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read list: No such file or directory\n"));
     write("# nothing today\n");
     EXPECT_THAT(batch({"list"}), ended(0, ""));
 }
@@ -291,6 +292,16 @@ TEST_F(BatchCommand, EndsAfterSoManyFailures) {
     EXPECT_THAT(batch({"list", "-j", "1", "--max-failures", "2"}),
                 ended(22, _, AllOf(HasSubstr("2 failed, 3 left"), HasSubstr("stopped after 2 failures"))));
     EXPECT_EQ(Server.allRequests(), 2u);
+}
+
+TEST_F(BatchCommand, TargetsAreBelowTheFolderForOutput) {
+    write(Server.url("/n/1") + " sub/1\n" + Server.url("/n/2") + "\n" + Server.url("/n/3") + " " + file("3") + "\n");
+    const Outcome outcome = batch({"list", "--output-dir", "out", "--create-dirs"});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_EQ(readFile(file("out/sub/1")), BatchServer::contentOf("/n/1"));
+    EXPECT_EQ(readFile(file("out/2")), BatchServer::contentOf("/n/2"));
+    EXPECT_EQ(readFile(file("3")), BatchServer::contentOf("/n/3")) << "an absolute one stays";
+    EXPECT_THAT(batch({"list", "--output-dir", "out/"}), ended(0, _, HasSubstr("3 done before")));
 }
 
 } // namespace

@@ -161,4 +161,13 @@ TEST_F(BatchRetryCommand, AWaitHoldsNoJob) {
     EXPECT_EQ(files(), Words{"1"});
 }
 
+// Each wait by itself is short enough; together they are not.
+TEST_F(BatchRetryCommand, AllAttemptsOfALineHaveOneTimeLimit) {
+    Server.answer("/busy", {{503, {{"Retry-After", "1"}}, ""}});
+    write(Server.url("/busy") + "\n");
+    const Outcome outcome = batch({"list", "--retry", "9", "--retry-max-time", "1.5"});
+    EXPECT_EQ(outcome.Status, 22);
+    EXPECT_THAT(Server.requests("/busy"), testing::AllOf(testing::Ge(1U), testing::Le(2U)));
+}
+
 } // namespace
