@@ -114,8 +114,10 @@ std::string plainLine(const BatchLine& line, const std::string& result, const Ba
 }
 
 BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all, const std::string& shard)
-    : TheConsole(console), Lines(settings.Batch.DryRun || settings.json() ||
-                                 (settings.Format != OutputFormat::Text && !console.outIsTerminal())),
+    : TheConsole(console),
+      // The parts of a run may share a terminal, which Open MPI makes for each: one display would draw over another.
+      Lines(settings.Batch.DryRun || settings.json() ||
+            (settings.Format != OutputFormat::Text && !(console.outIsTerminal() && shard.empty()))),
       TellsFailures(!settings.JsonErrors && !settings.json() && !settings.hidesFailures()),
       OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt), Start(std::chrono::steady_clock::now()) {
     Totals.All = all;

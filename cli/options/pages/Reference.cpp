@@ -118,6 +118,7 @@ constexpr TopicRow kTopics[] = {
     {"content", "bodies of requests", [](std::size_t columns) { return groupText("Content", columns); }},
     {"response", "what happens to the response", [](std::size_t columns) { return groupText("Response", columns); }},
     {"files", "saved files: resume, names, checks", [](std::size_t columns) { return groupText("Files", columns); }},
+    {"several", "several URLs in one call", [](std::size_t columns) { return groupText("Several URLs", columns); }},
     {"transfers", "many transfers: jobs, shards, journal",
      [](std::size_t columns) { return groupText("Many transfers", columns); }},
     {"retries", "further attempts", [](std::size_t columns) { return groupText("Retries", columns); }},

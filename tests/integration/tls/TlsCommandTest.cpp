@@ -86,9 +86,10 @@ TEST_F(TlsCommand, SavesWhatItMayTrustAndSaysWhyNotOtherwise) {
             expectSaved(outcome);
             continue;
         }
-        // One line that names the URL and what helps.
+        // One line that names the server and what helps.
         expectFailed(outcome, 60,
-                     AllOf(StartsWith("netrove: VANTIK:webservices:" + std::string(row.Key) + ": "), HasSubstr(url),
+                     AllOf(StartsWith("netrove: VANTIK:webservices:" + std::string(row.Key) +
+                                      ": no secure connection to localhost:" + std::to_string(peer().port(row.Server))),
                            HasSubstr(row.Reason)));
         EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1);
         EXPECT_EQ(peer().requestsUpToNow().size(), served) << "something was sent";

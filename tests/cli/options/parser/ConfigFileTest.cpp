@@ -93,8 +93,9 @@ TEST_F(ConfigFile, IsRefusedByFileAndLine) {
         {"[gett]\n", "config:1: there is no command '[gett]'; did you mean [get]?"},
         {"[get]\njobs = 3\n", "config:2: 'jobs' cannot be set here"},
         {"config = x\n", "config:1: 'config' cannot be set here"},
-        {"write-out = x\n",
-         "config:1: unknown option 'write-out'; use send --format json, which prints status, fields and times"},
+        {"http2 = x\n",
+         "config:1: unknown option 'http2'; leave it out: HTTP/2 is used where server and proxy offer it over TLS, "
+         "otherwise HTTP/1.1"},
         {"location = yes\n", "config:1: 'location' takes no value; write the name alone"},
         {"max-time\n", "config:1: 'max-time' needs a value: max-time = S"},
         {"#\n#\nfollow = many\n",
