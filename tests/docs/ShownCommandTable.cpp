@@ -112,7 +112,7 @@ constexpr ResultRow kResults[] = {
     {"README.md", "scripts/test", "", "\n5 passed, 0 failed\n", "build/asan/Testing/Temporary/LastTest.log", "Messages.Stand"},
     {"README.md", "scripts/run get https://example.org/", "", "GET with 0 bytes\n", "", ""},
     {"README.md", "scripts/run save https://example.org/data.csv", "", "", "data.csv", "1,one\n"},
-    {"README.md", "scripts/run send https://example.org/items -H 'Content-Type: application/json' -d '{\"name\":\"x\"}'", "", "POST with 12 bytes\n", "", ""},
+    {"README.md", "scripts/run send https://example.org/items --json '{\"name\":\"x\"}'", "", "POST with 12 bytes\n", "", ""},
     {"README.md", "scripts/run send https://example.org/upload -T big.bin --progress", "", "PUT with 13 bytes\n", "", ""},
     {"README.md", "scripts/run proxy https://example.org/", "", "No proxy: a direct connection.\n", "", ""},
     {"README.md", "scripts/run describe --format json", "", "{\n  \"name\": \"vantik.internal.webservices.HTTPConnectionAdapter\",", "", ""},
