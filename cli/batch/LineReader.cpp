@@ -44,7 +44,7 @@ std::optional<std::string_view> LineReader::whole() {
         if (Finished) {
             return std::nullopt;
         }
-        std::memmove(Buffer.data(), Buffer.data() + Begin, End - Begin);
+        std::copy(Buffer.data() + Begin, Buffer.data() + End, Buffer.data());
         End -= Begin;
         Begin = 0;
         Checked = End;
