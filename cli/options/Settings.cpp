@@ -68,6 +68,8 @@ void checkRetry(const RetrySettings& retry) {
 
 void checkFile(const Settings& settings) {
     const FileSettings& file = settings.File;
+    refuse(settings.Compressed && !settings.Range.empty(),
+           "--range counts the bytes of content as it is; leave out --compressed");
     if (file.Continue) {
         const bool hasFile =
             settings.Command == Command::Save || (!settings.OutputFile.empty() && settings.OutputFile != "-");

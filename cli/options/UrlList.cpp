@@ -62,6 +62,12 @@ std::vector<Settings> settingsOfUrls(Settings asked) {
     if (asked.Parallel && urls.size() > 1 && (asked.Verbose != 0 || asked.Debug != 0)) {
         failUsage("--verbose and --debug show one transfer at a time; leave out --parallel");
     }
+    if (urls.size() > 1 && !asked.File.Sha256.empty()) {
+        failUsage("--digest is that of one file; give one URL, or a sha256 in each line of a batch");
+    }
+    if (urls.size() > 1 && asked.File.ContinueAt) {
+        failUsage("--continue-at with an offset is for one file; give one URL, or -C - for all of them");
+    }
     std::vector<Settings> all;
     for (std::size_t i = 0; i < urls.size(); ++i) {
         Settings one = asked;

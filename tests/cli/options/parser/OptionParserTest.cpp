@@ -114,8 +114,7 @@ TEST(OptionParser, TimesHaveUnitsAndPlainNumbersKeepTheirs) {
         {"1.5", 1.5}, {"500ms", 0.5}, {"10s", 10}, {"2m", 120}, {"1h", 3600}};
     for (const auto& [text, wanted] : times) {
         EXPECT_DOUBLE_EQ(parsed("get URL -m " + std::string(text)).MaxTime.value(), wanted) << text;
-        EXPECT_DOUBLE_EQ(parsed("batch list --retry-max-wait 2h --retry-wait " + std::string(text)).Retry.Wait,
-                         wanted)
+        EXPECT_DOUBLE_EQ(parsed("batch list --retry-max-wait 2h --retry-wait " + std::string(text)).Retry.Wait, wanted)
             << text;
     }
 }
@@ -273,6 +272,8 @@ TEST(OptionParser, SaysWhatToWriteInstead) {
         {"-V", "unknown option '-V'; did you mean --version?"},
         {"get --ouput=x URL", "unknown option '--ouput' for get; did you mean --output?"},
         {"get --hedaer=x URL", "unknown option '--hedaer' for get; did you mean --header?"},
+        {"save -C - --compressed URL", "--continue-at takes content as it is; leave out --compressed"},
+        {"get -r 0-1 --compressed URL", "--range counts the bytes of content as it is; leave out --compressed"},
         {"get URL more", "unexpected argument 'more' for get"},
         {"get -o", "--output needs a value"},
         {"get -X POST URL", "unknown option '-X' for get; send has it"},
