@@ -41,6 +41,7 @@ std::string placed(const std::string& target, const FileSettings& settings) {
 // The head goes into the file too, which only the command line does.
 netrove::Response withHead(Exchange& exchange, const std::string& target, bool replace) {
     OutputFile file(target, replace); // first, so that a bad target costs no request
+    file.removeLeftovers();
     // By descriptor and never by name: anyone who may write in the folder could put a link there.
     BodySink sink(file.descriptor(), target, false, exchange.Deadline);
     netrove::Response response = exchange.run(sink, true, false);

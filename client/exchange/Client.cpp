@@ -32,7 +32,7 @@ JoinedContent savedContent(const std::filesystem::path& target, const Request& r
     }
     const bool folder = target.empty() || !target.has_filename() || isFolder(target);
     if (!request.resume) {
-        return {folder ? namedFile(target, request.replace) : wholeFile(target, request.replace), {}};
+        return {folder ? namedFile(target, request.replace) : wholeFile(target, request.replace, true), {}};
     }
     // What is there already must be known before the server can name it.
     const std::filesystem::path file = folder ? target / fileNameFor(request.url) : target;
@@ -43,6 +43,7 @@ JoinedContent savedContent(const std::filesystem::path& target, const Request& r
              file.string() + " has " + std::to_string(content.size()) + " bytes, so byte " + std::to_string(at) +
                  " does not follow them");
     }
+    removeLeftovers(file.string());
     return content;
 }
 

@@ -53,15 +53,20 @@ public:
 };
 
 // A file that is whole or not there. Raises an Error of kind File where it cannot be made.
-std::unique_ptr<ContentStore> wholeFile(const std::filesystem::path& target, bool replace);
+// `tidy`: what killed programs have left of the same target is removed, temporary files at once and the part of a file
+// that was to go on once the whole has its name.
+std::unique_ptr<ContentStore> wholeFile(const std::filesystem::path& target, bool replace, bool tidy);
 
-// The same in a folder, under the name that Content-Disposition (RFC 6266) or else the URL gives it.
+// The same in a folder, tidied, under the name that Content-Disposition (RFC 6266) or else the URL gives it.
 std::unique_ptr<ContentStore> namedFile(const std::filesystem::path& folder, bool replace);
 
 // A file that goes on where an earlier call ended. It is collected in TARGET.part; TARGET.part.json says which content
 // of the server it is the beginning of. With `adopt`, TARGET itself goes on where there is no such part. Raises an
 // Error of kind File, also while another program does the same.
 std::unique_ptr<ContentStore> partFile(const std::filesystem::path& target, bool replace, bool adopt);
+
+// Removes such a part and its note, unless another program uses it or nothing says that it is one. Raises nothing.
+void removePart(const std::filesystem::path& target);
 
 // Where such a part is, and the note that says what it is.
 std::filesystem::path partNameFor(const std::filesystem::path& target, bool replace);

@@ -19,7 +19,7 @@ public:
         const bool there = !ResumedFrom || fileExists(part);
         // Without a note it may be a file of the user's own.
         take(ResumedFrom && there && fileExists(noteNameFor(part)) ? partFile(Target, Replace, false)
-                                                                   : wholeFile(Target, Replace));
+                                                                   : wholeFile(Target, Replace, false));
         MayChange = !there;
     }
 

@@ -6,9 +6,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,6 +24,7 @@ constexpr std::size_t kLongestPrefix = 200; // of the target's name in the tempo
 constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz012345";
 constexpr std::size_t kRandomLetters = 16;
 constexpr std::string_view kEnd = ".part";
+constexpr int kMostNames = 8; // that are tried where others lock our files
 
 std::string randomText() {
     std::array<unsigned char, kRandomLetters> bytes{};
@@ -50,8 +53,18 @@ std::string nameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+std::string prefixFor(const std::string& name) {
+    return "." + name.substr(0, kLongestPrefix) + ".";
+}
+
 std::string temporaryNameFor(const std::string& name) {
-    return "." + name.substr(0, kLongestPrefix) + "." + randomText() + std::string(kEnd);
+    return prefixFor(name) + randomText() + std::string(kEnd);
+}
+
+bool isTemporaryNameFor(const std::string& name, std::string_view entry) {
+    const std::string prefix = prefixFor(name);
+    return entry.size() == prefix.size() + kRandomLetters + kEnd.size() && entry.starts_with(prefix) &&
+           isTemporaryName(std::string(entry));
 }
 
 // Needs only permission to search the folder.
@@ -65,6 +78,57 @@ std::string nameOfDescriptor(int descriptor) {
 
 bool sameFile(const struct stat& left, const struct stat& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+// False if another program has it, or removed it before it could be locked. A file system without locks is no reason to
+// fail: nobody can take the file for a leftover then.
+bool lockOwn(int descriptor) {
+    struct stat facts {};
+    return retried([&] { return flock(descriptor, LOCK_EX | LOCK_NB); }) == 0
+               ? fstat(descriptor, &facts) != 0 || facts.st_nlink != 0
+               : errno != EWOULDBLOCK;
+}
+
+// Only a regular file of this user.
+void removeUnlessLocked(int folder, const char* name) {
+    struct stat seen {};
+    const auto isOwn = [&] {
+        return fstatat(folder, name, &seen, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(seen.st_mode) &&
+               seen.st_uid == geteuid();
+    };
+    if (!isOwn()) {
+        return;
+    }
+    const auto openFor = [&](int access) {
+        return retried([&] { return openat(folder, name, access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
+    };
+    Descriptor file(openFor(O_RDWR)); // some file systems lock nothing that cannot be written
+    if (file.Number < 0) {
+        file.Number = openFor(O_RDONLY); // it may have the permissions of the file that it was to replace
+    }
+    struct stat own {};
+    if (file.Number >= 0 && retried([&] { return flock(file.Number, LOCK_EX | LOCK_NB); }) == 0 &&
+        fstat(file.Number, &own) == 0 && isOwn() && sameFile(own, seen)) {
+        unlinkat(folder, name, 0);
+    }
+}
+
+struct CloseFolder {
+    void operator()(DIR* folder) const { closedir(folder); }
+};
+
+void removeLeftoversOf(int folder, const std::string& name, std::string_view own) {
+    const int listing = retried([&] { return openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    const std::unique_ptr<DIR, CloseFolder> entries(listing < 0 ? nullptr : fdopendir(listing));
+    if (!entries) {
+        const Descriptor unused(listing);
+        return;
+    }
+    while (const dirent* entry = readdir(entries.get())) {
+        if (isTemporaryNameFor(name, entry->d_name) && entry->d_name != own) {
+            removeUnlessLocked(folder, entry->d_name);
+        }
+    }
 }
 
 [[noreturn]] void failExists(const std::string& target) {
@@ -109,14 +173,36 @@ OutputFile::OutputFile(const std::string& target, const std::string& real, bool 
     if (openWithoutName(mode)) {
         return;
     }
-    Named = Temporary.make([&] {
+    Named = openNamed(mode);
+    if (!Named) {
+        failNotWritten(errno);
+    }
+}
+
+// Locked, so that nobody takes it for the leftover of a killed program. Between the two calls somebody may, and then
+// there is another one.
+bool OutputFile::openNamed(unsigned mode) {
+    const auto make = [&] {
         File.Number = retried([&] {
             return openat(Folder.Number, Temporary.name(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         });
         return File.Number;
-    }) >= 0;
-    if (!Named) {
-        failNotWritten(errno);
+    };
+    for (int names = 1; Temporary.make(make) >= 0; ++names) {
+        if (lockOwn(File.Number) || names == kMostNames) {
+            return true;
+        }
+        close(std::exchange(File.Number, -1));
+        Temporary.renew(temporaryNameFor(Name));
+        TemporaryPath = folderOf(TemporaryPath) + Temporary.name();
+    }
+    return false;
+}
+
+// Where the file system makes files without a name, only one that replaces another ever has a temporary one.
+void OutputFile::removeLeftovers() const {
+    if (Named || Permissions) {
+        removeLeftoversOf(Folder.Number, Name, Temporary.name());
     }
 }
 
@@ -173,8 +259,12 @@ void OutputFile::name() {
         if (errno == EEXIST && !Replace) {
             failExists(Target);
         }
-        // Only a rename replaces a file, and it needs a name to start from.
-        if (errno != EEXIST || Temporary.make([&] { return link(Temporary.name()); }) != 0) {
+        if (errno != EEXIST) {
+            failNotWritten(errno);
+        }
+        // Only a rename replaces a file, and it needs a name to start from. Nobody else can have locked it.
+        retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); });
+        if (Temporary.make([&] { return link(Temporary.name()); }) != 0) {
             failNotWritten(errno);
         }
     }
@@ -240,6 +330,12 @@ void OutputFile::rename() {
 
 void OutputFile::failNotWritten(int errorNumber) const {
     failSystem(failure::kFileNotWritten, Target, errorNumber);
+}
+
+void removeLeftovers(const std::string& target) {
+    const std::string real = realTarget(target);
+    const Descriptor folder(openFolder(folderOf(real)));
+    removeLeftoversOf(folder.Number, nameOf(real), {});
 }
 
 bool isTemporaryName(const std::string& path) {

@@ -102,6 +102,19 @@ std::optional<Note> noteIn(const std::string& text) {
                 number("synced").value_or(0)};
 }
 
+std::optional<Note> noteAt(const fs::path& path) {
+    const Descriptor file(
+        retried([&] { return open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+    struct stat facts {};
+    if (file.Number < 0 || fstat(file.Number, &facts) != 0 || !isOwn(facts)) {
+        return std::nullopt;
+    }
+    std::string text(kLargestNote, '\0');
+    const ssize_t count = retried([&] { return read(file.Number, text.data(), text.size()); });
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    return noteIn(text);
+}
+
 class PartFile final : public ContentStore {
 public:
     PartFile(const fs::path& target, bool replace, bool adopt)
@@ -246,11 +259,20 @@ public:
         unlink(NoteFile.c_str()); // without the other file it says nothing
     }
 
+    // Of a killed program: it and what belongs to it.
+    void remove() {
+        for (const fs::path& name : {NewPart, newNote()}) {
+            unlink(name.c_str());
+        }
+        discard(); // an empty part goes at the end
+    }
+
     int descriptor() const override { return current(); }
     std::string temporaryName() const override { return Adopted ? std::string() : Part.string(); }
     fs::path target() const override { return Given; }
 
 private:
+    fs::path newNote() const { return NoteFile.string() + ".new"; }
     int current() const { return Newer.Number >= 0 ? Newer.Number : File.Number; }
 
     // As for a file that is received anew: a device is not replaced by a file.
@@ -364,16 +386,7 @@ private:
 
     // Nothing is known where there is none that can be used.
     void readNote() {
-        const Descriptor file(
-            retried([&] { return open(NoteFile.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-        struct stat facts {};
-        if (sizeOf(File.Number) == 0 || file.Number < 0 || fstat(file.Number, &facts) != 0 || !isOwn(facts)) {
-            return;
-        }
-        std::string text(kLargestNote, '\0');
-        const ssize_t count = retried([&] { return read(file.Number, text.data(), text.size()); });
-        text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-        const auto note = noteIn(text);
+        const auto note = sizeOf(File.Number) == 0 ? std::nullopt : noteAt(NoteFile);
         if (!note) {
             return;
         }
@@ -389,7 +402,7 @@ private:
     void writeNote(std::uint64_t synced) {
         Unsynced = 0;
         const std::string text = textOf({*Known, bootId(), synced});
-        const std::string name = NoteFile.string() + ".new";
+        const std::string name = newNote().string();
         unlink(name.c_str());
         const Descriptor file(
             retried([&] { return open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600); }));
@@ -427,6 +440,17 @@ private:
 };
 
 } // namespace
+
+void removePart(const fs::path& target) {
+    const fs::path note = noteNameFor(partNameFor(target, true));
+    if (!fileExists(note.string()) || !noteAt(note)) {
+        return; // without one it may be a file of the user's own
+    }
+    try {
+        PartFile(target, true, false).remove();
+    } catch (const Error&) { // in use, or not of this user alone
+    }
+}
 
 std::unique_ptr<ContentStore> partFile(const fs::path& target, bool replace, bool adopt) {
     return std::make_unique<PartFile>(target, replace, adopt);

@@ -45,12 +45,22 @@ private:
 } // namespace
 
 TemporaryEntry::~TemporaryEntry() {
+    remove();
+}
+
+void TemporaryEntry::remove() {
     if (!There) {
         return;
     }
     const EntriesLock lock;
     unlinkat(Folder, name(), 0);
     std::erase(theEntries, this);
+    There = false;
+}
+
+void TemporaryEntry::renew(std::string name) {
+    remove();
+    Name = std::move(name);
 }
 
 int TemporaryEntry::make(const std::function<int()>& call) {

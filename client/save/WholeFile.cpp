@@ -13,7 +13,12 @@ namespace {
 
 class WholeFile final : public ContentStore {
 public:
-    WholeFile(const std::filesystem::path& target, bool replace) : Target(target), File(target.string(), replace) {}
+    WholeFile(const std::filesystem::path& target, bool replace, bool tidy)
+        : Target(target), Tidy(tidy), File(target.string(), replace) {
+        if (Tidy) {
+            File.removeLeftovers();
+        }
+    }
 
     std::uint64_t size() const override { return Known ? File.size() : 0; }
     const std::optional<ContentState>& state() const override { return Known; }
@@ -34,13 +39,19 @@ public:
         finishContent(File.descriptor(), request, response, Target.string());
     }
     void settle(bool flushed) override { File.settle(flushed); }
-    void name() override { File.name(); }
+    void name() override {
+        File.name();
+        if (Tidy) {
+            removePart(Target);
+        }
+    }
     int descriptor() const override { return File.descriptor(); }
     std::string temporaryName() const override { return File.nameless() ? "" : File.temporaryName(); }
     std::filesystem::path target() const override { return Target; }
 
 private:
     std::filesystem::path Target;
+    bool Tidy;
     OutputFile File;
     std::optional<ContentState> Known; // from the first head on
 };
@@ -56,7 +67,7 @@ public:
         const auto name = fileNameOf(head.fields["Content-Disposition"]);
         const auto target = Folder / name.value_or(fileNameFor(head.url));
         if (!File || File->target() != target) {
-            File = wholeFile(target, Replace);
+            File = wholeFile(target, Replace, true);
         }
         return File->restart(head);
     }
@@ -111,8 +122,8 @@ std::unique_ptr<ContentStore> namedFile(const std::filesystem::path& folder, boo
     return std::make_unique<NamedFile>(folder, replace);
 }
 
-std::unique_ptr<ContentStore> wholeFile(const std::filesystem::path& target, bool replace) {
-    return std::make_unique<WholeFile>(target, replace);
+std::unique_ptr<ContentStore> wholeFile(const std::filesystem::path& target, bool replace, bool tidy) {
+    return std::make_unique<WholeFile>(target, replace, tidy);
 }
 
 std::unique_ptr<ContentStore> passedOn(std::function<Taker(const Response& head)> onHead) {

@@ -22,6 +22,9 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
+    // Removes what killed programs have left of this target. What belongs to a running one is locked, and stays.
+    void removeLeftovers() const;
+
     // The only name that an incomplete file can have; a file without a name has it for the moment in which it replaces
     // another one.
     const std::string& temporaryName() const { return TemporaryPath; }
@@ -46,6 +49,7 @@ public:
 private:
     OutputFile(const std::string& target, const std::string& real, bool replace);
     bool openWithoutName(unsigned mode);
+    bool openNamed(unsigned mode);
     void settlePermissions() const;
     void checkClose() const;
     void checkTemporary() const;
@@ -63,6 +67,9 @@ private:
     bool Named = false;                  // by its temporary name
     Descriptor File;
 };
+
+// The same for a target that is received elsewhere.
+NETROVE_API void removeLeftovers(const std::string& target);
 
 // True for a name that OutputFile gives to an incomplete file.
 NETROVE_API bool isTemporaryName(const std::string& path);

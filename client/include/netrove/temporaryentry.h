@@ -18,6 +18,7 @@ public:
     TemporaryEntry& operator=(const TemporaryEntry&) = delete;
 
     const char* name() const { return Name.c_str(); }
+    void renew(std::string name); // removes the entry if it exists; the next one has this name
 
     // Each returns the result of its call, which is negative if it failed and changed nothing. The call of `make`
     // creates the entry, that of `take` moves it away; from the one to the other removeTemporaryEntries knows of it,
@@ -26,6 +27,7 @@ public:
     int take(const std::function<int()>& call);
 
 private:
+    void remove();
     friend NETROVE_API void removeTemporaryEntries() noexcept;
 
     int Folder;

@@ -153,6 +153,13 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Disks, HalfReceived, kDisks, kDiskName);
 
+TEST_P(HalfReceived, IsRemovedByTheNextRunWhereTheProgramIsKilled) {
+    Saving->signal(SIGKILL);
+    EXPECT_EQ(Saving->wait().Status, -1);
+    EXPECT_EQ(names().size(), (Force ? 1u : 0u) + (Kind == Disk::Named ? 1u : 0u));
+    expectWhole(save());
+}
+
 // As a closing terminal and `timeout` send them: the second ends the program wherever it is.
 TEST_P(HalfReceived, IsRemovedWhereTwoSignalsComeAtOnce) {
     Saving->freeze();

@@ -3,12 +3,14 @@
 #include <cerrno>
 #include <cstdarg>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 namespace diskcalls {
 
 std::function<int(int descriptor)> Sync;
+std::function<int(int descriptor)> Lock;
 bool FilesWithoutNames = true;
 
 } // namespace diskcalls
@@ -18,6 +20,14 @@ extern "C" int fdatasync(int descriptor) {
         return static_cast<int>(syscall(SYS_fdatasync, descriptor));
     }
     errno = diskcalls::Sync(descriptor);
+    return errno == 0 ? 0 : -1;
+}
+
+extern "C" int flock(int descriptor, int operation) noexcept {
+    if (!diskcalls::Lock) {
+        return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+    }
+    errno = diskcalls::Lock(descriptor);
     return errno == 0 ? 0 : -1;
 }
 

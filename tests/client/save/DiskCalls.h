@@ -6,6 +6,7 @@
 namespace diskcalls {
 
 extern std::function<int(int descriptor)> Sync; // returns an error number, 0: done; null: as the system does it
+extern std::function<int(int descriptor)> Lock; // the same for flock
 extern bool FilesWithoutNames;                  // as the file system makes them; false: it makes none
 
 // As it is by itself, again at the end.
@@ -13,6 +14,7 @@ struct Scope {
     Scope() = default;
     ~Scope() {
         Sync = nullptr;
+        Lock = nullptr;
         FilesWithoutNames = true;
     }
     Scope(const Scope&) = delete;

@@ -122,6 +122,92 @@ TEST_P(OutputFileOnDisk, LeavesNothingWhereItIsNotKept) {
     EXPECT_EQ(entries(), 0u);
 }
 
+const std::string kLeftover = ".page.abcdefghijklmnop.part";
+
+TEST_P(OutputFileOnDisk, RemovesWhatKilledProgramsLeftOfTheSameTarget) {
+    writeFile(path("page"), "old");
+    const std::vector<std::string> others = {".page.part",
+                                             ".page.abc.part",
+                                             ".pages.abcdefghijklmnop.part",
+                                             ".page.x.abcdefghijklmnop.part",
+                                             "page.abcdefghijklmnop.part",
+                                             ".page.abcdefghijklmno9.part",
+                                             "page.part"};
+    for (const std::string& name : others) {
+        writeFile(path(name), "theirs");
+    }
+    fs::create_symlink("page", path(".page.bbbbbbbbbbbbbbbb.part"));
+    fs::create_directory(path(".page.cccccccccccccccc.part"));
+    ASSERT_EQ(mkfifo(path(".page.dddddddddddddddd.part").c_str(), 0600), 0);
+    const std::size_t before = entries();
+    writeFile(path(kLeftover), "half");
+    writeFile(path(".page.ponmlkjihgfedcba.part"), "half");
+    ASSERT_EQ(chmod(path(kLeftover).c_str(), 0400), 0);
+    OutputFile file(path("page"), true);
+    EXPECT_EQ(entries(), before + (nameless() ? 2 : 3)); // nothing by itself
+    file.removeLeftovers();
+    EXPECT_EQ(entries(), before + (nameless() ? 0 : 1));
+    put(file, "new");
+    file.keep();
+    EXPECT_EQ(entries(), before);
+    EXPECT_EQ(readFile(path("page")), "new");
+    for (const std::string& name : others) {
+        EXPECT_EQ(readFile(path(name)), "theirs") << name;
+    }
+}
+
+TEST_P(OutputFileOnDisk, LeavesTheFilesOfRunningPrograms) {
+    writeFile(path("page"), "old");
+    OutputFile first(path("page"), true);
+    put(first, "first");
+    OutputFile second(path("page"), true);
+    second.removeLeftovers();
+    first.removeLeftovers();
+    put(second, "second");
+    second.keep();
+    EXPECT_EQ(readFile(path("page")), "second");
+    first.keep();
+    EXPECT_EQ(readFile(path("page")), "first");
+    EXPECT_EQ(entries(), 1u);
+}
+
+TEST_P(OutputFileOnDisk, LeavesWhatItCannotLock) {
+    writeFile(path("page"), "old");
+    writeFile(path(kLeftover), "half");
+    diskcalls::Lock = [](int) { return ENOLCK; };
+    OutputFile file(path("page"), true);
+    file.removeLeftovers();
+    put(file, "new");
+    file.keep();
+    EXPECT_EQ(readFile(path("page")), "new");
+    EXPECT_EQ(readFile(path(kLeftover)), "half");
+}
+
+// Another program sees the file before it is locked.
+TEST_F(OutputFileTest, MakesAnotherFileWhereItIsTakenForALeftover) {
+    diskcalls::FilesWithoutNames = false;
+    for (const bool removed : {false, true}) {
+        int calls = 0;
+        std::string taken;
+        diskcalls::Lock = [&](int descriptor) {
+            if (++calls > 1) {
+                return 0;
+            }
+            taken = fs::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string();
+            EXPECT_TRUE(!removed || fs::remove(taken));
+            return removed ? 0 : EWOULDBLOCK;
+        };
+        OutputFile file(path("page"), true);
+        EXPECT_NE(file.temporaryName(), taken);
+        EXPECT_TRUE(fs::exists(file.temporaryName()));
+        EXPECT_EQ(entries(), removed ? 2u : 1u); // and the page of the first time
+        put(file, "content");
+        file.keep();
+        EXPECT_EQ(readFile(path("page")), "content");
+        EXPECT_EQ(entries(), 1u);
+    }
+}
+
 TEST_P(OutputFileOnDisk, ReplacesNoFileThatCameMeanwhile) {
     OutputFile file(path("page"), false);
     put(file, "mine");

@@ -89,6 +89,54 @@ TEST_F(Resume, AfterAPowerCutOnlyWhatIsOnTheDiskCounts) {
     EXPECT_EQ(content("f"), "hello");
 }
 
+// Once the file is whole.
+TEST_F(Resume, LeavesNothingAfterASaveThatDoesNotGoOn) {
+    const std::string leftover = ".f.abcdefghijklmnop.part";
+    for (const bool goesOn : {false, true}) {
+        breakOff({{"ETag", "\"v1\""}});
+        put("f.part.new", "h");
+        put("f.part.json.new", "{");
+        put("f", "old");
+        put(leftover, "half");
+        Server.add({.content = "he", .fault = Fault::Short});
+        EXPECT_THROW(TheClient.save(kUrl, path("f"), {.resume = goesOn}), Error);
+        EXPECT_EQ(content("f.part"), "hel");
+        Server.add({.content = "hello"});
+        TheClient.save(kUrl, path("f"));
+        EXPECT_EQ(content("f"), "hello");
+        EXPECT_EQ(names(), std::vector<std::string>{"f"});
+    }
+    breakOff({{"ETag", "\"v1\""}});
+    fs::remove(path("f.part"));
+    Server.add({.content = "hello"});
+    TheClient.save(kUrl, path("f"));
+    EXPECT_EQ(names(), std::vector<std::string>{"f"});
+}
+
+TEST_F(Resume, LeavesAPartThatIsInUseOrNotItsOwn) {
+    netrove::testing::Script other{};
+    Client second({}, other.transport());
+    other.add({.content = "other"});
+    Server.add({.fields = {{"ETag", "\"v1\""}}, .content = "hello"});
+    TheClient.save(kUrl, path("f"), {.resume = true, .onHead = [&](const Response&) { second.save(kUrl, path("f")); }});
+    EXPECT_EQ(other.requests().size(), 1u);
+    EXPECT_EQ(content("f"), "hello");
+
+    const std::string note = R"({"validator": "\"v1\""})";
+    for (const std::string& text : {std::string(), std::string("mine"), note}) {
+        put("f.part", "hel");
+        put("f.part.json", text);
+        fs::remove(path("same"));
+        if (text == note) {
+            fs::create_hard_link(path("f.part"), path("same"));
+        }
+        Server.add({.content = "hello"});
+        TheClient.save(kUrl, path("f"));
+        EXPECT_EQ(content("f.part"), "hel");
+        EXPECT_EQ(content("f.part.json"), text);
+    }
+}
+
 TEST_F(Resume, OneProgramAtATimeGoesOnWithAFileOfAnother) {
     std::string inner;
     netrove::testing::Script other{};
