@@ -198,6 +198,7 @@ TEST_F(OutputFileTest, MakesAnotherFileWhereItIsTakenForALeftover) {
             return removed ? 0 : EWOULDBLOCK;
         };
         OutputFile file(path("page"), true);
+        EXPECT_EQ(calls, 2);
         EXPECT_NE(file.temporaryName(), taken);
         EXPECT_TRUE(fs::exists(file.temporaryName()));
         EXPECT_EQ(entries(), removed ? 2u : 1u); // and the page of the first time
