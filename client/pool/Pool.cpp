@@ -77,6 +77,7 @@ struct Pool::State {
             std::erase_if(All, [](const auto& entry) { return entry.second.Busy == 0; });
             Ready.clear();
             Waiting = 0;
+            ++Interrupts;
             for (auto& [client, interrupted] : Running) {
                 interrupted = true;
                 client->interrupt();
@@ -133,9 +134,10 @@ struct Pool::State {
             --Waiting;
             ++lane->second.Busy;
             makeReady(lane);
+            const std::uint64_t interrupts = Interrupts;
             lock.unlock();
             Room.notify_one();
-            run(task, client);
+            run(task, client, interrupts);
             task = nullptr; // what it holds may be anything, so it goes without the lock
             lock.lock();
             --lane->second.Busy;
@@ -148,7 +150,8 @@ struct Pool::State {
         }
     }
 
-    void run(const Task& task, std::optional<Client>& client) {
+    // `interrupts`: how many there had been when the task was taken, and waited no more.
+    void run(const Task& task, std::optional<Client>& client, std::uint64_t interrupts) {
         try {
             if (!client) {
                 client.emplace(Defaults, MakeTransport ? MakeTransport() : networkTransport());
@@ -158,8 +161,9 @@ struct Pool::State {
         }
         {
             const std::lock_guard lock(Guard);
-            Running.emplace(&*client, Ended);
-            if (Ended) {
+            const bool late = Ended || interrupts != Interrupts;
+            Running.emplace(&*client, late);
+            if (late) {
                 client->interrupt();
             }
         }
@@ -183,7 +187,8 @@ struct Pool::State {
     Lanes All;                       // hosts with tasks or requests
     std::map<std::uint64_t, Lanes::iterator> Ready;
     std::uint64_t NextNumber = 0;
-    std::size_t Waiting = 0;         // tasks of all hosts
+    std::size_t Waiting = 0; // tasks of all hosts
+    std::uint64_t Interrupts = 0;
     std::map<Client*, bool> Running; // and whether it has been interrupted
     bool Ended = false;
     std::vector<std::thread> Threads;

@@ -10,6 +10,7 @@
 #include <latch>
 #include <map>
 #include <mutex>
+#include <utility>
 
 using namespace netrove;
 using netrove::testing::Fault;
@@ -149,6 +150,22 @@ TEST(Pool, AnInterruptThatATaskDoesNotNoticeStopsNoOther) {
     interrupted.count_down();
     first.get();
     EXPECT_EQ(pool.get("http://a/").get().text(), "next");
+}
+
+// Taken from the queue, but not yet running: its client is being made.
+TEST(Pool, AnInterruptStopsATaskThatIsAboutToBegin) {
+    netrove::testing::Script script{{.content = "a"}};
+    Pool* own = nullptr;
+    std::latch known(1);
+    Pool pool({.jobs = 1}, {}, [&] {
+        known.wait();
+        std::exchange(own, nullptr)->interrupt();
+        return script.transport();
+    });
+    own = &pool;
+    auto first = pool.get("http://a/");
+    known.count_down();
+    EXPECT_THROW(first.get(), Error);
 }
 
 // A task that waits for room in the queue when the pool ends.
