@@ -1,7 +1,7 @@
 // A journal that earlier runs, or anybody else, left behind: it is read or refused, and the next run knows what is then
 // written to it. The first byte says whether the rest follows a good first line.
-#include "cli/batch/BatchHistory.h"
-#include "cli/batch/BatchJournal.h"
+#include "cli/batch/journal/BatchHistory.h"
+#include "cli/batch/journal/BatchJournal.h"
 #include "fuzz/FuzzInput.h"
 #include "tests/support/server/SocketHandle.h"
 

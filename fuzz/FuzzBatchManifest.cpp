@@ -1,7 +1,7 @@
 // A manifest: every line is taken, reported or skipped, and the result is the same if it is read in pieces, and if it
 // is read again.
-#include "cli/batch/BatchManifest.h"
-#include "cli/batch/LineReader.h"
+#include "cli/batch/manifest/BatchManifest.h"
+#include "cli/batch/manifest/LineReader.h"
 #include "fuzz/FuzzInput.h"
 #include "vantik/Failure.h"
 

@@ -1,6 +1,6 @@
 // Which part of a manifest a run does: the first line is the value of --shard, the others are environment variables.
 // What is accepted is a part that exists.
-#include "cli/batch/BatchShard.h"
+#include "cli/batch/manifest/BatchShard.h"
 #include "cli/options/FieldText.h"
 #include "fuzz/FuzzInput.h"
 #include "vantik/Failure.h"

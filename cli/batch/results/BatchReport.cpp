@@ -1,0 +1,284 @@
+#include "cli/batch/results/BatchReport.h"
+
+#include "cli/failures/CliFailure.h"
+#include "cli/options/FieldText.h"
+#include "cli/terminal/Progress.h"
+
+#include <netrove/url.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <poll.h>
+#include <unistd.h>
+
+namespace netrove::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kBarWidth = 20;
+constexpr std::chrono::seconds kLiveInterval{15}; // as often as such files are read
+constexpr std::size_t kNamedCauses = 5;           // in the summary
+constexpr std::size_t kToldOfEachCause = 10;      // on a terminal, where more would scroll everything else away
+
+std::string dumped(const Json& object) {
+    return object.dump(-1, ' ', true, Json::error_handler_t::replace);
+}
+
+Json targetOf(const BatchLine& line) {
+    return line.Target ? Json(*line.Target) : Json(nullptr);
+}
+
+// A console that also hides the secrets of this line.
+Console consoleFor(const BatchLine& line, const Console& console) {
+    Console result = console;
+    if (!line.Extras) {
+        return result;
+    }
+    result.hide(line.Extras->Password.value_or(""));
+    for (const Field& field : line.Extras->Fields) {
+        if (isSecretField(field.name)) {
+            result.hide(field.value);
+        }
+    }
+    return result;
+}
+
+std::string count(std::size_t number, const char* what) {
+    return std::to_string(number) + " " + what;
+}
+
+} // namespace
+
+std::string summaryText(const BatchTotals& totals) {
+    std::string text = count(totals.Done, "done");
+    if (totals.Failed != 0) {
+        text += ", " + count(totals.Failed, "failed");
+    }
+    if (totals.Skipped != 0) {
+        text += ", " + count(totals.Skipped, "done before");
+    }
+    if (totals.left() != 0) {
+        text += ", " + count(totals.left(), "left");
+    }
+    return text + "; " + sizeText(totals.Bytes) + " in " + durationText(totals.Elapsed);
+}
+
+std::string batchProgressText(const BatchTotals& totals, std::size_t running) {
+    const std::size_t over = totals.All - totals.left();
+    const std::size_t filled = totals.All == 0 ? kBarWidth : kBarWidth * over / totals.All;
+    std::string text = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
+                       std::to_string(over) + " of " + std::to_string(totals.All);
+    if (totals.Failed != 0) {
+        text += ", " + count(totals.Failed, "failed");
+    }
+    text += ", " + count(running, "running") + ", " + sizeText(totals.Bytes);
+    const double rate = totals.Elapsed.count() > 0 ? static_cast<double>(totals.Bytes) / totals.Elapsed.count() : 0;
+    if (rate >= 1) {
+        text += ", " + sizeText(static_cast<std::uint64_t>(rate)) + "/s";
+    }
+    return text + ", " + durationText(totals.Elapsed);
+}
+
+std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console) {
+    Json object = {{"id", line.id()},
+                   {"line", line.Number},
+                   {"url", line.Url},
+                   {"target", targetOf(line)},
+                   {"status", outcome.Status == 0 ? Json(nullptr) : Json(outcome.Status)},
+                   {"bytes", outcome.Bytes},
+                   {"seconds", std::round(outcome.Time.count() * 1000) / 1000},
+                   {"attempts", outcome.Attempts},
+                   {"result", outcome.Failed ? "failed" : "done"}};
+    if (outcome.Failed) {
+        Console json = consoleFor(line, console);
+        json.configure(ColorChoice::Never, true);
+        object.update(Json::parse(json.failureText(*outcome.Failed)));
+    }
+    return dumped(object);
+}
+
+std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended) {
+    return dumped({{"id", line.id()},
+                   {"line", line.Number},
+                   {"url", line.Url},
+                   {"target", targetOf(line)},
+                   {"status", ended == nullptr || ended->Status == 0 ? Json(nullptr) : Json(ended->Status)},
+                   {"bytes", ended == nullptr ? 0 : ended->Bytes},
+                   {"seconds", 0.0},
+                   {"attempts", 0},
+                   {"result", result}});
+}
+
+BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all, const std::string& shard)
+    : TheConsole(console),
+      // The parts of a run may share a terminal, which Open MPI makes for each: one display would draw over another.
+      Lines(settings.Batch.DryRun || settings.json() ||
+            (settings.Format != OutputFormat::Text && !(console.outIsTerminal() && shard.empty()))),
+      TellsFailures(!settings.JsonErrors && !settings.json() && !settings.hidesFailures()),
+      OutputSink(STDOUT_FILENO, "standard output", false, std::nullopt), Start(std::chrono::steady_clock::now()) {
+    Totals.All = all;
+    const BatchSettings& batch = settings.Batch;
+    if (batch.DryRun) {
+        return;
+    }
+    Facts.Version = NETROVE_VERSION;
+    Facts.Command = console.masked(batch.CommandLine);
+    Facts.Manifest = batch.Manifest == "-" ? "standard input" : batch.Manifest;
+    Facts.Shard = shard;
+    Facts.Start = std::chrono::system_clock::now();
+    if (!batch.Failures.empty()) {
+        Failures.emplace(batch.Failures);
+    }
+    for (const std::string& name : batch.Reports) {
+        Reports.emplace_back(name);
+    }
+    writeLive(0);
+}
+
+void BatchReport::expectOneMore() {
+    const std::lock_guard lock(Guard);
+    ++Totals.All;
+    Totals.Open = true;
+}
+
+void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
+    const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
+    EndedLine figures{.Number = line.Number,
+                      .Url = TheConsole.masked(line.Url),
+                      .Status = outcome.Status,
+                      .Bytes = outcome.Bytes,
+                      .Attempts = outcome.Attempts};
+    if (outcome.Failed) {
+        figures.Failed = causeOf(outcome.Failed->Message, line.Url);
+    }
+    const std::lock_guard lock(Guard);
+    figures.End = std::chrono::duration<double>(outcome.Ended.value_or(Clock::now()) - Start).count();
+    figures.Start = figures.End - outcome.Time.count();
+    const std::size_t alike = Facts.Figures.add(figures);
+    if (outcome.Failed) {
+        ++Totals.Failed;
+        ++FailuresByStatus[outcome.Failed->Status];
+        tell(line, outcome.Failed->Message, alike);
+        if (Failures) {
+            Failures->add(line, figures.Failed->text(), outcome.Failed->Status != kExitUsage);
+        }
+    } else {
+        ++Totals.Done;
+        Totals.Bytes += outcome.Bytes;
+    }
+    print(text);
+}
+
+void BatchReport::skipped(const BatchLine& line, const BatchHistory::Ended& ended) {
+    const std::string text = Lines ? plainLine(line, "skipped", &ended) : std::string();
+    const std::lock_guard lock(Guard);
+    ++Totals.Skipped;
+    print(text);
+}
+
+void BatchReport::planned(const BatchLine& line) {
+    const std::string text = plainLine(line, "planned", nullptr);
+    const std::lock_guard lock(Guard);
+    print(text);
+}
+
+void BatchReport::print(const std::string& text) {
+    if (!Lines) {
+        return;
+    }
+    const std::string_view first = TheConsole.outIsTerminal() ? TheConsole.removesDisplay() : "";
+    try {
+        OutputSink.write(std::string(first) + text + "\n");
+    } catch (const vantik::Interrupted&) {
+        // After a signal nobody is waited for; where the line is lost, the journal has the transfer.
+        pollfd entry{STDOUT_FILENO, POLLOUT, 0};
+        if (text.size() < PIPE_BUF && poll(&entry, 1, 0) > 0) {
+            [[maybe_unused]] const bool written = writeAll(STDOUT_FILENO, text + "\n");
+        }
+    }
+}
+
+void BatchReport::tell(const BatchLine& line, const vantik::Message& message, std::size_t count) const {
+    if (!TellsFailures) {
+        return;
+    }
+    if (Lines || count <= kToldOfEachCause) {
+        consoleFor(line, TheConsole).failureOf("line " + std::to_string(line.Number), message);
+    }
+    if (!Lines && count == kToldOfEachCause) {
+        TheConsole.note("further failures like these are counted only");
+    }
+}
+
+std::string BatchReport::causes() const {
+    const std::lock_guard lock(Guard);
+    return causesText(Facts.Figures.causes().sorted(), kNamedCauses);
+}
+
+RunFacts BatchReport::facts() const {
+    const BatchTotals now = totals();
+    const std::lock_guard lock(Guard);
+    RunFacts result = Facts;
+    result.Seconds = now.Elapsed.count();
+    result.All = now.All;
+    result.Done = now.Done;
+    result.Failed = now.Failed;
+    result.Skipped = now.Skipped;
+    result.Bytes = now.Bytes;
+    return result;
+}
+
+std::optional<std::chrono::steady_clock::time_point> BatchReport::nextLive() const {
+    const bool any = std::any_of(Reports.begin(), Reports.end(), [](const ReportFile& file) { return file.isLive(); });
+    return any ? std::optional(NextLive) : std::nullopt;
+}
+
+void BatchReport::writeLive(std::size_t running) {
+    NextLive = std::chrono::steady_clock::now() + kLiveInterval;
+    if (!nextLive()) {
+        return;
+    }
+    RunFacts now = facts();
+    now.Over = false;
+    now.Running = running;
+    for (const ReportFile& file : Reports) {
+        if (file.isLive()) {
+            file.write(now);
+        }
+    }
+}
+
+void BatchReport::finish(const std::string& stopped) {
+    if (Failures) {
+        Failures->keep();
+    }
+    if (Reports.empty()) {
+        return;
+    }
+    RunFacts now = facts();
+    now.Stopped = stopped;
+    for (const ReportFile& file : Reports) {
+        file.write(now);
+    }
+}
+
+BatchTotals BatchReport::totals() const {
+    const std::lock_guard lock(Guard);
+    BatchTotals result = Totals;
+    result.Elapsed = std::chrono::steady_clock::now() - Start;
+    return result;
+}
+
+int BatchReport::exitStatus() const {
+    const std::lock_guard lock(Guard);
+    if (FailuresByStatus.empty()) {
+        return kExitDone;
+    }
+    return FailuresByStatus.size() == 1 ? FailuresByStatus.begin()->first : int{kExitFailure};
+}
+
+} // namespace netrove::cli

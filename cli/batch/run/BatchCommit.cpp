@@ -1,0 +1,195 @@
+#include "cli/batch/run/BatchCommit.h"
+
+#include "cli/failures/CliFailure.h"
+
+#include <netrove/descriptor.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace netrove::cli {
+
+namespace {
+
+constexpr std::size_t kMostFiles = 1000;
+constexpr auto kLongestWait = std::chrono::seconds(1);
+// From so many files on, one call for the whole file system is faster than one for each.
+constexpr std::size_t kManyFiles = 16;
+
+// Each file of the two groups under way has two descriptors, and as many are left for everything else.
+std::size_t mostFiles() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 1;
+    }
+    if (limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, std::max<rlim_t>(limit.rlim_cur, 8 * kMostFiles));
+        setrlimit(RLIMIT_NOFILE, &limit); // where it fails, the groups are as small as before
+        getrlimit(RLIMIT_NOFILE, &limit);
+    }
+    return std::clamp<std::size_t>(limit.rlim_cur / 8, 1, kMostFiles);
+}
+
+template <class Step>
+void step(ReceivedLine& line, Step step) {
+    if (line.Outcome.Failed) {
+        return;
+    }
+    try {
+        step();
+    } catch (const netrove::Error& error) {
+        line.Outcome.Failed = judge(error, {});
+    }
+}
+
+int openFolder(const std::filesystem::path& folder) {
+    return retried(
+        [&] { return openat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+}
+
+} // namespace
+
+BatchCommit::BatchCommit(BatchJournal* journal, BatchReport& report, std::function<void(std::exception_ptr)> onFailure)
+    : Journal(journal), Report(report), OnFailure(std::move(onFailure)), Most(mostFiles()), Thread([this] { work(); }) {
+}
+
+BatchCommit::~BatchCommit() {
+    {
+        const std::lock_guard lock(Guard);
+        Ended = true;
+    }
+    Changed.notify_all();
+    Thread.join();
+}
+
+void BatchCommit::add(ReceivedLine line) {
+    std::unique_lock lock(Guard);
+    Changed.wait(lock, [this] { return Open.size() < Most || Broken; });
+    if (Broken) {
+        return;
+    }
+    if (Open.empty()) {
+        Due = std::chrono::steady_clock::now() + kLongestWait;
+    }
+    Open.push_back(std::move(line));
+    if (Open.size() == 1 || Open.size() == Most) {
+        Changed.notify_all();
+    }
+}
+
+void BatchCommit::hurry() {
+    {
+        const std::lock_guard lock(Guard);
+        Hurried = !Open.empty();
+    }
+    Changed.notify_all();
+}
+
+void BatchCommit::work() {
+    std::unique_lock lock(Guard);
+    for (;;) {
+        Changed.wait(lock, [this] { return Ended || !Open.empty(); });
+        if (Open.empty()) {
+            return;
+        }
+        Changed.wait_until(lock, Due, [this] { return Ended || Hurried || Open.size() >= Most; });
+        Hurried = false;
+        Group group = std::exchange(Open, {});
+        lock.unlock();
+        Changed.notify_all();
+        try {
+            finish(group);
+        } catch (...) {
+            lock.lock();
+            Broken = true;
+            lock.unlock();
+            Changed.notify_all();
+            OnFailure(std::current_exception());
+            return;
+        }
+        group.clear();
+        lock.lock();
+    }
+}
+
+void BatchCommit::finish(Group& group) {
+    settle(group);
+    if (Journal != nullptr) {
+        // What has its name though the records below are missing is known by its inode number.
+        for (ReceivedLine& line : group) {
+            step(line, [&] {
+                struct stat facts {};
+                if (fstat(line.File.descriptor(), &facts) == 0) {
+                    Journal->written(line.Line, line.Outcome.Status, static_cast<std::uint64_t>(facts.st_size),
+                                     facts.st_ino);
+                }
+            });
+        }
+        Journal->sync();
+    }
+    for (ReceivedLine& line : group) {
+        step(line, [&] { line.File.name(); });
+    }
+    syncFolders(group);
+    record(group);
+}
+
+// Brings all content to the disk.
+void BatchCommit::settle(Group& group) {
+    std::map<dev_t, std::vector<ReceivedLine*>> byDisk;
+    for (ReceivedLine& line : group) {
+        struct stat facts {};
+        const bool known = fstat(line.File.descriptor(), &facts) == 0;
+        byDisk[known ? facts.st_dev : 0].push_back(&line);
+    }
+    for (const auto& [disk, lines] : byDisk) {
+        const int any = lines.front()->File.descriptor();
+        const bool flushed = lines.size() >= kManyFiles && retried([&] { return syncfs(any); }) == 0;
+        for (std::size_t i = 0; !flushed && lines.size() > 1 && i < lines.size(); ++i) {
+            sync_file_range(lines[i]->File.descriptor(), 0, 0, SYNC_FILE_RANGE_WRITE); // only to begin with all of them
+        }
+        for (ReceivedLine* line : lines) {
+            step(*line, [&] { line->File.settle(flushed); });
+        }
+    }
+}
+
+void BatchCommit::syncFolders(const Group& group) {
+    std::set<std::filesystem::path> folders;
+    for (const ReceivedLine& line : group) {
+        folders.insert(line.File.target().parent_path());
+    }
+    for (const std::filesystem::path& folder : folders) {
+        // What may not be read, or is on a file system that cannot do it, the system brings there in its time.
+        const Descriptor opened(openFolder(folder));
+        const bool synced = opened.Number >= 0 && retried([&] { return fsync(opened.Number); }) == 0;
+        if (!synced && errno != EACCES && errno != EINVAL && errno != EROFS) {
+            failSystem(failure::kFileNotWritten, folder.string(), errno);
+        }
+    }
+}
+
+void BatchCommit::record(Group& group) {
+    if (Journal != nullptr) {
+        for (const ReceivedLine& line : group) {
+            if (line.Outcome.Failed) {
+                Journal->failed(line.Line, line.Outcome.Failed->Message);
+            }
+        }
+        Journal->kept();
+        Journal->sync();
+    }
+    for (const ReceivedLine& line : group) {
+        Report.ended(line.Line, line.Outcome);
+    }
+}
+
+} // namespace netrove::cli

@@ -1,0 +1,66 @@
+// Finishes files in groups: their content goes to the disk, then they get their names, then the journal's records
+// follow. So there is never a record without its file, and no file under its name without its content, whatever ends
+// the program or the machine; and the disk is waited for once, not for each file.
+#pragma once
+
+#include "cli/batch/journal/BatchJournal.h"
+#include "cli/batch/results/BatchReport.h"
+#include "cli/batch/run/BatchTransfer.h"
+
+#include <netrove/client.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace netrove::cli {
+
+// A file that has come.
+struct ReceivedLine {
+    BatchLine Line{};
+    BatchOutcome Outcome{};
+    netrove::ReceivedFile File{};
+};
+
+class BatchCommit {
+public:
+    // What is given outlives this object; `journal` may be null. `onFailure` is called on another thread with what ends
+    // the run: a journal or standard output that cannot be written.
+    BatchCommit(BatchJournal* journal, BatchReport& report, std::function<void(std::exception_ptr)> onFailure);
+    ~BatchCommit(); // finishes what is there
+    BatchCommit(const BatchCommit&) = delete;
+    BatchCommit& operator=(const BatchCommit&) = delete;
+
+    // From any thread. Waits while a full group is being finished.
+    void add(ReceivedLine line);
+    // Nothing else runs, so there is nothing to wait for.
+    void hurry();
+
+private:
+    using Group = std::vector<ReceivedLine>;
+    void work();
+    void finish(Group& group);
+    static void settle(Group& group);
+    static void syncFolders(const Group& group);
+    void record(Group& group);
+
+    BatchJournal* Journal;
+    BatchReport& Report;
+    std::function<void(std::exception_ptr)> OnFailure;
+    std::size_t Most; // files of a group
+    std::mutex Guard; // of what follows
+    std::condition_variable Changed;
+    Group Open;
+    std::chrono::steady_clock::time_point Due; // of the group
+    bool Hurried = false;
+    bool Ended = false;
+    bool Broken = false;
+    std::thread Thread;
+};
+
+} // namespace netrove::cli
