@@ -87,9 +87,6 @@ TEST(Reference, EveryCommandHasAPageOfItsOwn) {
 }
 
 TEST(Reference, PagesAreTypesetWithoutAWarning) {
-    if (std::system("command -v groff > /dev/null") != 0) {
-        GTEST_SKIP() << "groff is missing";
-    }
     const testsupport::TemporaryFolder folder;
     const auto warnings = [&](const std::string& page) {
         testsupport::writeFile(folder.file("page.1"), page);
