@@ -12,7 +12,7 @@ struct Circumstances {
     double MaxTimeSeconds = 0;   // of --max-time
     bool MaxTimeElapsed = false; // it was over
     bool Interrupted = false;    // the failure was an interrupt
-    // The schemes that a login at the server, and one at the proxy, may use; none: there is no such login.
+    // The schemes that a login at the server, and one at the proxy, may use; nothing without such a login.
     std::vector<std::string> Schemes = {};
     std::vector<std::string> ProxySchemes = {};
 };

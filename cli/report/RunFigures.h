@@ -27,7 +27,7 @@ struct EndedLine {
     std::optional<FailureCause> Failed{};
 };
 
-// Equal spans of time from the start of the run on. When there is no room for a moment, two become one.
+// Equal spans of time from the start of the run. A moment beyond the last span joins all spans in pairs.
 class TimeLine {
 public:
     struct Span {

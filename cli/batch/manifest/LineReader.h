@@ -31,7 +31,7 @@ private:
     Read ReadMore;
     std::vector<char> Buffer;
     std::size_t Begin = 0;   // of the line that is next
-    std::size_t Checked = 0; // up to here there is no end of it
+    std::size_t Checked = 0; // its end is not before this
     std::size_t End = 0;     // of what was read
     bool Finished = false;
     std::size_t Number = 0;

@@ -38,7 +38,7 @@ void BatchRun::run() {
         });
         std::vector<std::future<void>> workers;
         for (int i = TheSettings.Batch.Jobs; i > 0; --i) {
-            // Also if there is no client for it, and it never runs.
+            // Also of a task that never runs, for want of a client.
             const std::shared_ptr<void> onEnd(nullptr, [this](void*) { Woken.raise(); });
             workers.push_back(Workers.submit("", [this, onEnd](netrove::Client& client) { work(client); }));
         }

@@ -16,7 +16,7 @@ struct ConfigEntry {
     std::size_t Line; // from 1
 };
 
-// Where the file is unless another one is named; empty where there is no home.
+// Where the file is unless another one is named; empty without a home folder.
 std::string usualConfigFile();
 
 // What applies to a command, in the order of the file. Everything is checked, also what is for other commands: raises a

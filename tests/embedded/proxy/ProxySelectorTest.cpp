@@ -179,12 +179,9 @@ TEST_F(SystemProxies, NameInCapitalsIsRefusedForHttpOnly) {
 }
 
 TEST_F(SystemProxies, WithoutSettingsNothingIsLoaded) {
-    if (vantik::detail::libproxyReadsMoreThanEnvironment()) {
-        GTEST_SKIP() << "this machine may have settings of a desktop";
-    }
     const std::set<std::string> before = mappedFiles();
     EXPECT_EQ(proxyFor("http://example.org/"), "direct");
-    EXPECT_EQ(mappedFiles(), before);
+    EXPECT_TRUE(vantik::detail::libproxyReadsMoreThanEnvironment() || mappedFiles() == before);
 }
 
 TEST_F(SystemProxies, EmptySettingAndOneThatSaysSoMeanDirect) {
