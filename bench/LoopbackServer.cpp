@@ -1,19 +1,22 @@
 #include "bench/LoopbackServer.h"
 
+#include "bench/Content.h"
 #include "tests/support/server/SocketHandle.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstring>
+#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <string_view>
 #include <strings.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
@@ -27,7 +30,8 @@ namespace {
 using testsupport::SocketHandle;
 
 constexpr std::size_t kBlockSize = std::size_t{256} << 10;
-constexpr std::size_t kLongestHead = std::size_t{64} << 10;
+constexpr std::size_t kLongestHead = std::size_t{256} << 10;
+constexpr std::string_view kFieldLine = "X-Field: a value as long as many are\r\n";
 
 [[noreturn]] void raiseSystemError(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -35,6 +39,12 @@ constexpr std::size_t kLongestHead = std::size_t{64} << 10;
 
 // The peer went away, or sent something that is not a request: the connection ends.
 struct ConnectionEnd {};
+
+// What a GET asks for.
+struct Target {
+    std::uint64_t Length = 0;
+    std::uint64_t Fields = 0;
+};
 
 struct RequestHead {
     std::string Method;
@@ -51,6 +61,21 @@ std::uint64_t parseNumber(std::string_view text, int base) {
         throw ConnectionEnd();
     }
     return number;
+}
+
+Target parseTarget(std::string_view text) {
+    constexpr std::string_view kFields = "?fields=";
+    const std::size_t fields = text.find(kFields);
+    return {parseNumber(text.substr(1), 10),
+            fields == std::string_view::npos ? 0 : parseNumber(text.substr(fields + kFields.size()), 10)};
+}
+
+// User and system.
+std::string cpuSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    return std::to_string(static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                          static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6);
 }
 
 RequestHead parseHead(std::string_view head) {
@@ -87,18 +112,20 @@ public:
         while (true) {
             const RequestHead request = readHead();
             if (request.Method == "GET") {
-                const std::uint64_t length = parseNumber(std::string_view(request.Target).substr(1), 10);
-                sendText("HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
-                         std::to_string(length) + "\r\n\r\n");
-                sendContent(length);
+                answerGet(request.Target);
                 continue;
             }
             if (request.ExpectsContinue) {
-                sendText("HTTP/1.1 100 Continue\r\n\r\n");
+                send("HTTP/1.1 100 Continue\r\n\r\n");
             }
-            const std::string received =
-                std::to_string(request.Chunked ? takeChunks() : takeBytes(request.ContentLength));
-            sendText("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(received.size()) + "\r\n\r\n" + received);
+            Tally received(request.Target == "/checksum");
+            if (request.Chunked) {
+                takeChunks(received);
+            } else {
+                takeBytes(request.ContentLength, received);
+            }
+            answer(std::to_string(received.count()) +
+                   (request.Target == "/checksum" ? " " + std::to_string(received.checksum()) : ""));
         }
     }
 
@@ -138,49 +165,70 @@ private:
 
     RequestHead readHead() { return parseHead(takeThrough("\r\n\r\n")); }
 
-    std::uint64_t takeBytes(std::uint64_t length) {
+    void takeBytes(std::uint64_t length, Tally& received) {
         for (std::uint64_t left = length; left > 0;) {
             if (Begin == End) {
                 fill();
             }
             const std::size_t count = std::min<std::uint64_t>(left, End - Begin);
+            received.take(Input.data() + Begin, count);
             Begin += count;
             left -= count;
         }
-        return length;
     }
 
-    std::uint64_t takeChunks() {
-        std::uint64_t total = 0;
+    void takeChunks(Tally& received) {
         while (true) {
             const std::uint64_t length = parseNumber(takeThrough("\r\n"), 16);
-            total += takeBytes(length);
+            takeBytes(length, received);
             takeThrough("\r\n"); // after the chunk, or the end of the trailer, which is empty
             if (length == 0) {
-                return total;
+                return;
             }
         }
     }
 
-    void send(const char* data, std::size_t size) {
-        while (size > 0) {
-            const ssize_t count = ::send(Peer.get(), data, size, MSG_NOSIGNAL);
+    void answerGet(const std::string& text) {
+        if (text == "/cpu") {
+            answer(cpuSeconds());
+            return;
+        }
+        static const std::string content = contentOf(kContentPeriod);
+        const Target target = parseTarget(text);
+        std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\nContent-Length: " +
+                           std::to_string(target.Length) + "\r\n";
+        for (std::uint64_t field = 0; field < target.Fields; ++field) {
+            head += kFieldLine;
+        }
+        head += "\r\n";
+        std::uint64_t left = target.Length;
+        do { // what is small goes out in one piece
+            const std::size_t count = std::min<std::uint64_t>(left, content.size());
+            send(head, std::string_view(content).substr(0, count));
+            head.clear();
+            left -= count;
+        } while (left > 0);
+    }
+
+    void answer(const std::string& content) {
+        send("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(content.size()) + "\r\n\r\n" + content);
+    }
+
+    // Sends both texts.
+    void send(std::string_view first, std::string_view second = {}) {
+        while (!first.empty() || !second.empty()) {
+            iovec parts[] = {{const_cast<char*>(first.data()), first.size()},
+                             {const_cast<char*>(second.data()), second.size()}};
+            msghdr message{};
+            message.msg_iov = parts;
+            message.msg_iovlen = std::size(parts);
+            const ssize_t count = ::sendmsg(Peer.get(), &message, MSG_NOSIGNAL);
             if (count <= 0) {
                 throw ConnectionEnd();
             }
-            data += count;
-            size -= static_cast<std::size_t>(count);
-        }
-    }
-
-    void sendText(std::string_view text) { send(text.data(), text.size()); }
-
-    void sendContent(std::uint64_t length) {
-        static const std::vector<char> block(kBlockSize, 'n');
-        for (std::uint64_t left = length; left > 0;) {
-            const std::size_t count = std::min<std::uint64_t>(left, block.size());
-            send(block.data(), count);
-            left -= count;
+            const std::size_t ofFirst = std::min(first.size(), static_cast<std::size_t>(count));
+            first.remove_prefix(ofFirst);
+            second.remove_prefix(static_cast<std::size_t>(count) - ofFirst);
         }
     }
 
@@ -190,9 +238,11 @@ private:
     std::size_t End = 0;
 };
 
-[[noreturn]] void serveForever(int listening) {
+} // namespace
+
+[[noreturn]] void serveForever(const SocketHandle& listening) {
     while (true) {
-        SocketHandle peer(::accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
+        SocketHandle peer(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!peer) {
             if (errno == EINTR || errno == ECONNABORTED) {
                 continue;
@@ -210,13 +260,16 @@ private:
     }
 }
 
-} // namespace
-
-LoopbackServer::LoopbackServer() {
-    const SocketHandle listening = testsupport::bindLoopback(testsupport::Family::IPv4, true);
+SocketHandle listenOnLoopback() {
+    SocketHandle listening = testsupport::bindLoopback(testsupport::Family::IPv4, true);
     if (::listen(listening.get(), 16) != 0) {
         raiseSystemError("listening on loopback");
     }
+    return listening;
+}
+
+LoopbackServer::LoopbackServer() {
+    const SocketHandle listening = listenOnLoopback();
     Port = testsupport::boundPort(listening);
     const pid_t parent = ::getpid();
     Process = ::fork();
@@ -228,7 +281,7 @@ LoopbackServer::LoopbackServer() {
         if (::getppid() != parent) { // it ended before the line above
             ::_exit(0);
         }
-        serveForever(listening.get());
+        serveForever(listening);
     }
 }
 

@@ -12,6 +12,7 @@ constexpr const char* kMeasuring = "measures for minutes, and means nothing unle
 constexpr const char* kReplaying = "fuzz/CMakeLists.txt: .replaysItsSeeds";
 constexpr const char* kClang = "needs clang, which the tests do without; they replay the seeds";
 constexpr const char* kDoxygen = "needs Doxygen, which the tests do without; scripts/check runs it";
+constexpr const char* kBenchRun = "tests/bench/BenchRunTest.cpp: BenchRun, PlaysEveryKindOfJob";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
 
 // clang-format off
@@ -41,8 +42,12 @@ constexpr CommandRow kCommands[] = {
     {"README.md", "sudo apt install ./build/packages/*.deb", Way::Never, kInstalling},
     {"README.md", "cmake --install", Way::Elsewhere, kInstallPage},
 
-    {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_bench netrove_stream_memory", Way::Sources, ""},
-    {"bench/README.md", "build/release/bin/netrove_bench --benchmark_repetitions=9 --benchmark_report_aggregates_only=true --benchmark_enable_random_interleaving=true --benchmark_min_time=0.15", Way::Never, kMeasuring},
+    {"bench/README.md", "scripts/deps bench", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
+    {"bench/README.md", "bench/run", Way::Never, kMeasuring},
+    {"bench/README.md", "bench/run --quick", Way::Elsewhere, kBenchRun},
+    {"bench/README.md", "bench/run --only small --rounds 15", Way::Elsewhere, kBenchRun},
+    {"bench/README.md", "bench/run --against ../netrove-old/build/release", Way::Never, "builds the peers with another netrove, which takes minutes"},
+    {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_stream_memory", Way::Sources, ""},
     {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
 
     {"docs/api.md", "scripts/docs", Way::Never, kDoxygen},
@@ -57,6 +62,7 @@ constexpr CommandRow kCommands[] = {
     {"docs/cli.md", "NETROVE_BEARER=t0ken netrove get --bearer @env https://example.org/", Way::Here, ""},
     {"docs/cli.md", "netrove batch", Way::Never, "the name of the command in a sentence; lines with a list are below it"},
 
+    {"docs/dependencies.md", "scripts/deps bench", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
     {"docs/dependencies.md", "netrove batch", Way::Never, "the name of the command in a sentence"},
 
     {"docs/embedding.md", "g++ -std=c++20 get_to_memory.cpp -o get_to_memory $(pkg-config --cflags --libs netrove)", Way::Elsewhere, "tests/install/EmbeddingPageTest.cpp: EmbeddingPage, LineWithoutCMakeBuildsTheFirstExample"},
@@ -82,9 +88,7 @@ constexpr CommandRow kCommands[] = {
     {"docs/install.md", "./fetch https://example.org/", Way::Elsewhere, kInstallPage},
     {"docs/install.md", "cmake --install", Way::Elsewhere, "tests/docs/ShownCommandsTest.cpp: ModuleForAnotherHost, IsInstalledAsThePageSays"},
 
-    {"docs/performance.md", "cmake --preset release && cmake --build --preset release --target netrove_bench netrove_stream_memory", Way::Sources, ""},
-    {"docs/performance.md", "build/release/bin/netrove_bench --benchmark_repetitions=9 --benchmark_report_aggregates_only=true", Way::Never, kMeasuring},
-    {"docs/performance.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
+    {"docs/performance.md", "bench/run", Way::Never, kMeasuring},
 
     {"fuzz/README.md", "cmake --preset fuzz && cmake --build --preset fuzz", Way::Never, kClang},
     {"fuzz/README.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
