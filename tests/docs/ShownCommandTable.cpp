@@ -12,6 +12,8 @@ constexpr const char* kMeasuring = "measures for minutes, and means nothing unle
 constexpr const char* kReplaying = "fuzz/CMakeLists.txt: .replaysItsSeeds";
 constexpr const char* kClang = "needs clang, which the tests do without; they replay the seeds";
 constexpr const char* kDoxygen = "needs Doxygen, which the tests do without; scripts/check runs it";
+constexpr const char* kBenchCheck =
+    "tests/scripts/BenchCheckTest.cpp: BenchCheck, MoreThanThatIsNamedUntilTheFileSaysSo";
 constexpr const char* kBenchRun = "tests/bench/BenchRunTest.cpp: BenchRun, PlaysEveryKindOfJob";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
 
@@ -34,6 +36,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
     {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
     {"CONTRIBUTING.md", "scripts/mutate --count 20", Way::Never, "builds the library and runs its tests for each of the changes"},
+    {"CONTRIBUTING.md", "scripts/bench-check", Way::Elsewhere, kBenchCheck},
     {"CONTRIBUTING.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
     {"CONTRIBUTING.md", "export CMAKE_CXX_COMPILER_LAUNCHER=ccache", Way::Never, "a variable of CMake for a program that the tests do without"},
 
@@ -48,6 +51,8 @@ constexpr CommandRow kCommands[] = {
     {"bench/README.md", "bench/run --only small --rounds 15", Way::Elsewhere, kBenchRun},
     {"bench/README.md", "bench/run --against ../netrove-old/build/release", Way::Never, "builds the peers with another netrove, which takes minutes"},
     {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_stream_memory", Way::Sources, ""},
+    {"bench/README.md", "scripts/bench-check", Way::Elsewhere, kBenchCheck},
+    {"bench/README.md", "scripts/bench-check --update", Way::Elsewhere, kBenchCheck},
     {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
 
     {"docs/api.md", "scripts/docs", Way::Never, kDoxygen},
