@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <span>
 #include <string_view>
 #include <unistd.h>
 #include <vector>
@@ -40,6 +41,35 @@ std::string optionNames(const OptionRow& row) {
 struct Occurrence {
     const OptionRow* Row;
     std::string Value;
+};
+
+// The names that the words of a command line may mean, and maybe some more. Only these are made known to the parser: it
+// compares each new option with all before, which takes longer than a small transfer.
+class TypedNames {
+public:
+    TypedNames(int argc, const char* const* argv) {
+        for (const std::string_view word : std::span(argv, static_cast<std::size_t>(argc))) {
+            if (word.starts_with("--")) {
+                Options.push_back(word.substr(0, word.find('=')));
+            } else if (word.starts_with('-')) {
+                Letters += word; // several flags, or one with its value
+            } else {
+                Others.push_back(word);
+            }
+        }
+    }
+
+    bool have(const CommandRow& row) const { return std::ranges::find(Others, row.Name) != Others.end(); }
+    bool have(const OptionRow& row) const {
+        return (row.ShortName != 0 && Letters.find(row.ShortName) != Letters.npos) ||
+               std::ranges::any_of(Options, [&](std::string_view word) { return isNamed(row, word); });
+    }
+    bool haveUrl() const { return std::ranges::find(Options, "--url") != Options.end(); }
+
+private:
+    std::vector<std::string_view> Options; // without what follows "="
+    std::vector<std::string_view> Others;
+    std::string Letters;
 };
 
 // Adds one option of the table. What is typed is noted in its order, so that the last of two contradicting options
@@ -66,12 +96,15 @@ void addOption(CLI::App& app, const OptionRow& row, std::vector<Occurrence>& typ
 }
 
 void addCommand(CLI::App& app, const CommandRow& command, Settings& settings, std::vector<Occurrence>& typed,
-                bool urlByOption) {
+                const TypedNames& names) {
     CLI::App* sub = app.add_subcommand(std::string(command.Name), std::string(command.Summary));
+    if (!names.have(command)) {
+        return;
+    }
     sub->set_help_flag("-h,--help");
     if (command.Url && (command.Set & kSingle) != 0) {
         sub->add_option("URL", settings.Words, "http or https URL; get and save take several")
-            ->required(!urlByOption)
+            ->required(!names.haveUrl())
             ->type_name("");
     } else if (command.Url) {
         sub->add_option("URL", settings.Url, "http or https URL")->required()->type_name("");
@@ -89,7 +122,7 @@ void addCommand(CLI::App& app, const CommandRow& command, Settings& settings, st
         sub->add_option("TOPIC", settings.Topic, "what to explain; without it the topics are listed")->type_name("");
     }
     for (const OptionRow& row : optionTable()) {
-        if ((row.Commands & command.Set) != 0) {
+        if ((row.Commands & command.Set) != 0 && names.have(row)) {
             addOption(*sub, row, typed);
         }
     }
@@ -302,15 +335,14 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
     CLI::App app("", "netrove");
     app.set_help_flag("-h,--help");
     app.require_subcommand(0, 1);
+    const TypedNames names(argc, argv);
     for (const OptionRow& row : optionTable()) {
-        if ((row.Commands & kProgram) != 0) {
+        if ((row.Commands & kProgram) != 0 && names.have(row)) {
             addOption(app, row, typed);
         }
     }
-    const bool urlByOption = std::any_of(
-        argv, argv + argc, [](std::string_view word) { return word == "--url" || word.starts_with("--url="); });
     for (const CommandRow& command : commandTable()) {
-        addCommand(app, command, result.Settings, typed, urlByOption);
+        addCommand(app, command, result.Settings, typed, names);
     }
     try {
         app.parse(argc, argv);

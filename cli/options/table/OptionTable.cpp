@@ -3,6 +3,7 @@
 #include "cli/options/table/OptionGroups.h"
 
 #include <algorithm>
+#include <ranges>
 #include <sstream>
 #include <vector>
 
@@ -58,12 +59,15 @@ std::vector<std::string> longNames(const OptionRow& row) {
     return names;
 }
 
+// Asked for each row and each word of a command line, so it makes no strings.
 bool isNamed(const OptionRow& row, std::string_view typed) {
     if (!typed.starts_with("--")) {
         return row.ShortName != 0 && typed.size() == 2 && typed[1] == row.ShortName;
     }
-    const std::vector<std::string> names = longNames(row);
-    return std::ranges::find(names, typed.substr(2)) != names.end();
+    const std::string_view name = typed.substr(2);
+    auto others = std::views::split(row.Traits.OtherNames, ' ');
+    return name == row.LongName ||
+           std::ranges::any_of(others, [&](auto other) { return std::ranges::equal(other, name); });
 }
 
 std::span<const OptionRow> optionTable() {
