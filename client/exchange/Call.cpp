@@ -28,6 +28,8 @@ std::optional<std::uint64_t> number(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
 }
 
+constexpr std::chrono::milliseconds kPollInterval(100); // in which a program that waits is asked whether to go on
+
 // Far enough away for any limit, and near enough for the clock to count.
 constexpr std::chrono::hours kLongestWait(24 * 365 * 10);
 
@@ -130,9 +132,23 @@ void Call::waitForNext(const Error& failure) {
     if (Asked.onWait && !Asked.onWait(failure, *wait)) {
         throw failure;
     }
-    if (Tools.Stopped || !Tools.Wake.sleepUntil(next)) {
+    if (Tools.Stopped || !sleepUntil(next)) {
         throw stopped().with(failure.response(), failure.sent());
     }
+}
+
+bool Call::sleepUntil(Clock::time_point end) const {
+    while (Asked.poll) {
+        Asked.poll();
+        const auto pause = Clock::now() + kPollInterval;
+        if (pause >= end) {
+            break;
+        }
+        if (!Tools.Wake.sleepUntil(pause)) {
+            return false;
+        }
+    }
+    return Tools.Wake.sleepUntil(end);
 }
 
 Response Call::attempt() {
@@ -352,7 +368,7 @@ Body Call::paced(const Body& body, const std::string& host) {
 // The transport notices by itself that the time is over.
 void Call::pace(const std::string& host, std::size_t bytes) const {
     const auto next = Asked.rate->take(host, bytes, Clock::now());
-    if (!Tools.Wake.sleepUntil(End ? std::min(next, *End) : next)) {
+    if (!sleepUntil(End ? std::min(next, *End) : next)) {
         throw stopped();
     }
 }

@@ -65,6 +65,7 @@ private:
     void pace(const std::string& host, std::size_t bytes) const;
     void forgetAttemptsEnd();
     void waitForNext(const Error& failure);
+    bool sleepUntil(Clock::time_point end) const; // false: somebody has asked the call to end
     ///@{ Negative: no limit.
     Limit timeLeft() const;    // for the call
     Limit timeForNext() const; // for waits before another attempt

@@ -94,6 +94,28 @@ struct [[gnu::visibility("hidden")]] Client::State {
         });
     }
 
+    // What comes goes into `content`, which `onHead` prepares for it.
+    template <class OnHead>
+    Response collect(Request request, Collector& content, OnHead onHead) {
+        request = prepared(std::move(request), Use::Collect);
+        const std::uint64_t most = *request.limits.memory;
+        const auto begin = [&](Response& head) -> Taker {
+            onHead(head);
+            content.begin(std::min(announcedLength(head, request).value_or(0), most));
+            return [&content, most, came = std::uint64_t{0}](std::span<const std::byte> piece) mutable {
+                if (piece.size() > most - came) {
+                    fail(failure::kContentTooLarge, {static_cast<std::int64_t>(most)},
+                         "the content is larger than " + std::to_string(most) +
+                             " bytes, the limit `memory`; save it to a file, or stream it");
+                }
+                came += piece.size();
+                content.add(piece);
+                return true;
+            };
+        };
+        return perform(request, begin, true);
+    }
+
     // What comes goes into `content`, in as many responses as it takes.
     static Response join(JoinedContent& content, const Request& request, const CallTools& tools, bool saves);
 
@@ -270,23 +292,20 @@ Response Client::patch(std::string url, Body body, Request more) {
 }
 
 Response Client::request(Request request) {
-    State& own = State::of(Own);
-    request = own.prepared(std::move(request), Use::Collect);
-    const std::uint64_t most = *request.limits.memory;
     // Into the response itself, so that an error carries what came before it.
-    const auto onHead = [&](Response& head) -> Taker {
-        head.content.reserve(std::min({announcedLength(head, request).value_or(0), most, kMostReserved}));
-        return [&content = head.content, most](std::span<const std::byte> piece) {
-            if (piece.size() > most - content.size()) {
-                fail(failure::kContentTooLarge, {static_cast<std::int64_t>(most)},
-                     "the content is larger than " + std::to_string(most) +
-                         " bytes, the limit `memory`; save it to a file, or stream it");
-            }
-            content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
-            return true;
-        };
-    };
-    return own.perform(request, onHead, true);
+    class Memory final : public Collector {
+    public:
+        void begin(std::uint64_t expected) override { Content->reserve(std::min(expected, kMostReserved)); }
+        void add(std::span<const std::byte> piece) override {
+            Content->append(reinterpret_cast<const char*>(piece.data()), piece.size());
+        }
+        std::string* Content = nullptr;
+    } memory;
+    return State::of(Own).collect(std::move(request), memory, [&](Response& head) { memory.Content = &head.content; });
+}
+
+Response Client::request(Request request, Collector& content) {
+    return State::of(Own).collect(std::move(request), content, [](Response&) {});
 }
 
 Response Client::stream(std::string url, Consumer consumer, Request more) {

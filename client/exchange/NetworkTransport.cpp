@@ -139,6 +139,8 @@ public:
         Known = {};
         Escaped = nullptr;
         CutOff.reset();
+        Host.onInterruptCheck(request.poll ? [this, &request] { return asksToStop(request); }
+                                           : std::function<bool()>());
         try {
             if (first || Settings.simple) {
                 Connection = vantik::Object(); // before the next one: one at a time is open
@@ -415,6 +417,17 @@ private:
             traceFields(request, TraceLine::Kind::Received, head.fields);
         }
         return head;
+    }
+
+    // The host asks; what the program throws is raised in the end.
+    bool asksToStop(const Request& request) {
+        try {
+            request.poll();
+            return false;
+        } catch (...) {
+            Escaped = std::current_exception();
+            return true;
+        }
     }
 
     void deliver(const Request& request, const Taker& taker) {

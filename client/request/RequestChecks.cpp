@@ -162,6 +162,9 @@ void inherit(Request& own, const Request& other) {
     if (!own.onWait) {
         own.onWait = other.onWait;
     }
+    if (!own.poll) {
+        own.poll = other.poll;
+    }
     if (!own.stop.stop_possible()) {
         own.stop = other.stop;
     }

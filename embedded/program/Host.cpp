@@ -162,6 +162,10 @@ void Host::interruptAfter(std::chrono::nanoseconds time) {
     State->Interrupt.requestAfter(time);
 }
 
+void Host::onInterruptCheck(std::function<bool()> asksToStop) {
+    State->AsksToStop = std::move(asksToStop);
+}
+
 void Host::onImpersonation(std::function<void()> entry, std::function<void()> exit) {
     State->Impersonation.OnEntry = hook(std::move(entry));
     State->Impersonation.OnExit = hook(std::move(exit));

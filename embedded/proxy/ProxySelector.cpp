@@ -127,8 +127,8 @@ SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& que
 // The caller takes every failure for a failure of the URL, and asks again with the scheme alone. So a request to stop
 // stays for that second question, which takes it.
 void stopWhereWanted(bool askedAgain) {
-    const Scope* const scope = Scope::currentOrNull();
-    if (scope == nullptr || !scope->Interrupt.pending()) {
+    Scope* const scope = Scope::currentOrNull();
+    if (scope == nullptr || !scope->wantsToStop()) {
         return;
     }
     if (!askedAgain) {

@@ -36,9 +36,9 @@ void InterruptException::rethrow() const {
 namespace utInterruptState {
 
 void ThrowIfInterruptPending() {
-    vantik::detail::InterruptState& state = vantik::detail::Scope::current().Interrupt;
-    if (state.take()) {
-        state.noteStopped();
+    vantik::detail::Scope& scope = vantik::detail::Scope::current();
+    if (scope.wantsToStop() && scope.Interrupt.take()) {
+        scope.Interrupt.noteStopped();
         throw Zentorak::System::InterruptException(false);
     }
 }

@@ -11,6 +11,7 @@
 #include "embedded/scope/ModuleTable.h"
 #include "embedded/scope/SingletonTable.h"
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -48,6 +49,14 @@ public:
     static Scope& current();
     static Scope* currentOrNull() noexcept;
 
+    // A request to stop is pending, or the program makes one now that it is asked. On the scope's thread only.
+    bool wantsToStop() {
+        if (AsksToStop && AsksToStop()) {
+            Interrupt.request();
+        }
+        return Interrupt.pending();
+    }
+
     // Keeps something of the process alive until every member of the scope is gone.
     void keepAlive(std::shared_ptr<void> services) noexcept { ProcessServices = std::move(services); }
     const void* keptAlive() const noexcept { return ProcessServices.get(); }
@@ -55,6 +64,7 @@ public:
     InternTable Names;
     ClassRegistry Classes;
     InterruptState Interrupt;
+    std::function<bool()> AsksToStop; // the program's own question at each check, beside the state; may be empty
     WarningSink Warnings;
     ImpersonationState Impersonation;
     bool RegistersPerScope = true;    // what omGetVcosUsingUSM answers

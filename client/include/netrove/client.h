@@ -46,6 +46,17 @@ private:
     Taker Take;
 };
 
+/// Where content is collected: memory of the program's own. What it throws ends the call.
+class NETROVE_API Collector {
+public:
+    virtual ~Collector() = default;
+    /// The content begins. Called again where a further attempt is made: what came before is of no use then.
+    /// @param expected bytes, as the server announces them; 0 where it does not
+    virtual void begin(std::uint64_t expected) = 0;
+    /// The next piece. Together they are not larger than Limits::memory.
+    virtual void add(std::span<const std::byte> piece) = 0;
+};
+
 /// How content of a list is received.
 struct Receiving {
     /// The length from which content goes on where an earlier call or attempt has ended; as announced by the server.
@@ -110,6 +121,8 @@ public:
     ///@}
     /// Any request; the content is collected in memory, up to Limits::memory.
     Response request(Request request);
+    /// The same, but the content goes into `content`; Response::content is empty.
+    Response request(Request request, Collector& content);
 
     ///@{
     /// Content into a file that is whole or not there: it is received beside its target and gets its name at the end.

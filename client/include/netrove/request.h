@@ -146,6 +146,9 @@ struct Request {
     /// Called with what has failed before a wait for the next attempt. False: the call ends with that failure, for
     /// programs that wait themselves.
     std::function<bool(const Error& failure, Limit wait)> onWait = {};
+    /// Called on the thread of the call, at least once a second while the call runs or waits. What it throws ends the
+    /// call.
+    std::function<void()> poll = {};
     std::stop_token stop = {}; ///< ends the call within a second
 };
 

@@ -108,6 +108,10 @@ public:
     /// duration::max(): never. The time runs on from one operation to the next.
     void interruptAfter(std::chrono::nanoseconds time);
 
+    /// Asked at each check for a request to stop, on the Host's thread: at least once a second while a transfer runs.
+    /// True is as `interrupt`. It must raise nothing. For programs whose signals a thread has to ask for.
+    void onInterruptCheck(std::function<bool()> asksToStop);
+
     /// Called on entry and exit of each stretch that runs on the user's behalf (during a send), on the Host's thread.
     /// What `entry` raises fails the send. Either may be empty.
     void onImpersonation(std::function<void()> entry, std::function<void()> exit);

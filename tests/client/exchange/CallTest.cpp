@@ -45,6 +45,29 @@ TEST(Call, AnAnnouncedLengthTakesNoMemory) {
     EXPECT_EQ(client.get(kUrl).text(), "x");
 }
 
+struct Collected : Collector {
+    void begin(std::uint64_t expected) override { *this = {}, Expected = expected; }
+    void add(std::span<const std::byte> piece) override {
+        Content.append(reinterpret_cast<const char*>(piece.data()), piece.size());
+    }
+    std::string Content = {};
+    std::uint64_t Expected = 0;
+};
+
+TEST(Call, ContentIsCollectedWhereTheProgramWantsItAnewForEachAttempt) {
+    Script script{{.content = "half", .fault = Fault::Short}, {.content = "whole"}, {.content = "large"}};
+    Client client({.retry = {.wait = 1ms}}, script.transport());
+    Collected collected;
+    const Response response = client.request({.url = kUrl}, collected);
+    EXPECT_EQ(collected.Content, "whole");
+    EXPECT_EQ(collected.Expected, 5u);
+    EXPECT_EQ(response.content, "");
+    EXPECT_EQ(response.received, 5u);
+    EXPECT_THAT(errorOf([&] { client.request({.url = kUrl, .limits = {.memory = 4}}, collected); }).what(),
+                HasSubstr("the limit `memory`"));
+    EXPECT_EQ(collected.Content, "");
+}
+
 TEST(Call, ALimitMayBeLongerThanTheClockCounts) {
     Script script{{.content = "x"}};
     Client client({.limits = {.total = kUnlimited - 1ms}}, script.transport());
@@ -213,6 +236,19 @@ TEST(Error, IsAlwaysOneLineOfText) {
     EXPECT_STREQ(Error(ErrorKind::Tls, "X", {}, "text").with(ErrorKind::Url, "").what(), "text");
     const Error error = errorOf([] { file("/nonexistent/a\nb\x1B[31m\xFF"); });
     EXPECT_THAT(error.what(), Not(::testing::AnyOf(HasSubstr("\n"), HasSubstr("\x1B"), HasSubstr("\xFF"))));
+}
+
+TEST(Call, WhatThePollThrowsEndsTheWaitForTheNextAttempt) {
+    Script script{{.status = 503, .fields = {{"Retry-After", "3600"}}}};
+    Client client({.retry = {.longestWait = 2h}}, script.transport());
+    int left = 2;
+    const auto poll = [&] {
+        if (--left == 0) {
+            throw std::domain_error("of the program");
+        }
+    };
+    EXPECT_THROW(client.get(kUrl, {.poll = poll}), std::domain_error);
+    EXPECT_EQ(left, 0);
 }
 
 // For programs that do something else meanwhile.

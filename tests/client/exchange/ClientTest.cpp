@@ -553,6 +553,24 @@ TEST(Client, AStopEndsTheWaitForTheNextAttempt) {
     EXPECT_EQ(error.kind(), ErrorKind::Interrupted) << error.what();
 }
 
+// A program whose signals are noticed only where it asks for them.
+TEST(Client, WhatThePollThrowsEndsTheCallUnchanged) {
+    for (const Script& script :
+         {Script{step::expectHead()}, answer("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nhalf")}) {
+        ScriptedServer server({script, answer(response("next"))});
+        Client client(direct());
+        bool asked = false;
+        const auto poll = [&] {
+            asked = asked || (server.connectionCount() != 0 && server.record().AllDone);
+            if (asked) {
+                throw std::domain_error("of the program");
+            }
+        };
+        EXPECT_THROW(client.get(server.url(), {.poll = poll}), std::domain_error);
+        EXPECT_EQ(client.get(server.url(), {.poll = [] {}}).text(), "next");
+    }
+}
+
 TEST(Client, InterruptStopsTheCallUnderWayOrTheNextOneOnly) {
     ScriptedServer server(answer(response("in")));
     Client client(direct());

@@ -1,5 +1,7 @@
 #include "vantik/Host.h"
 
+#include "embedded/scope/Scope.h"
+#include "host/Interrupt.h"
 #include "tests/embedded/program/ProgramFixture.h"
 
 #include <algorithm>
@@ -83,6 +85,19 @@ TEST_F(Hosts, InterruptStaysPendingUntilDropped) {
     Home->clearInterrupt();
     Home->interruptAfter(std::chrono::nanoseconds::max());
     EXPECT_FALSE(Home->interruptPending());
+}
+
+TEST_F(Hosts, AProgramThatIsAskedStopsWhatRuns) {
+    bool stops = false;
+    Home->onInterruptCheck([&] { return stops; });
+    const vantik::detail::ScopeEntry entry(Home->scope());
+    utInterruptState::ThrowIfInterruptPending();
+    stops = true;
+    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), Zentorak::System::InterruptException);
+    EXPECT_TRUE(Home->wasInterrupted());
+    EXPECT_FALSE(Home->interruptPending()) << "taken";
+    Home->onInterruptCheck({});
+    utInterruptState::ThrowIfInterruptPending();
 }
 
 TEST(HostComponents, NameLibrariesAndVersions) {
