@@ -14,6 +14,7 @@ constexpr const char* kClang = "needs clang, which the tests do without; they re
 constexpr const char* kDoxygen = "needs Doxygen, which the tests do without; scripts/check runs it";
 constexpr const char* kBenchCheck =
     "tests/scripts/BenchCheckTest.cpp: BenchCheck, MoreThanThatIsNamedUntilTheFileSaysSo";
+constexpr const char* kBenchFigures = "tests/bench/BenchFiguresTest.cpp: BenchFigures, FillThePage";
 constexpr const char* kBenchRun = "tests/bench/BenchRunTest.cpp: BenchRun, PlaysEveryKindOfJob";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
 
@@ -51,6 +52,8 @@ constexpr CommandRow kCommands[] = {
     {"bench/README.md", "bench/run --only small --rounds 15", Way::Elsewhere, kBenchRun},
     {"bench/README.md", "bench/run --against ../netrove-old/build/release", Way::Never, "builds the peers with another netrove, which takes minutes"},
     {"bench/README.md", "cmake --preset release && cmake --build --preset release --target netrove_stream_memory", Way::Sources, ""},
+    {"bench/README.md", "bench/figures.py", Way::Elsewhere, kBenchFigures},
+    {"bench/README.md", "bench/figures.py --page", Way::Elsewhere, kBenchFigures},
     {"bench/README.md", "scripts/bench-check", Way::Elsewhere, kBenchCheck},
     {"bench/README.md", "scripts/bench-check --update", Way::Elsewhere, kBenchCheck},
     {"bench/README.md", "build/release/bin/netrove_stream_memory", Way::Elsewhere, kStreamMemory},
@@ -94,6 +97,7 @@ constexpr CommandRow kCommands[] = {
     {"docs/install.md", "cmake --install", Way::Elsewhere, "tests/docs/ShownCommandsTest.cpp: ModuleForAnotherHost, IsInstalledAsThePageSays"},
 
     {"docs/performance.md", "bench/run", Way::Never, kMeasuring},
+    {"docs/performance.md", "bench/figures.py --page", Way::Elsewhere, kBenchFigures},
 
     {"fuzz/README.md", "cmake --preset fuzz && cmake --build --preset fuzz", Way::Never, kClang},
     {"fuzz/README.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
