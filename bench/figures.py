@@ -13,6 +13,7 @@ import sys
 
 sys.dont_write_bytecode = True
 import plots
+from jobs import size_text
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BEGIN, END = "<!-- figures: bench/figures.py writes what follows -->", "<!-- end of figures -->"
@@ -132,13 +133,6 @@ def tables(results, heading="##"):
 
 # Plots
 
-def size_text(size):
-    for unit, name in ((1 << 30, "GiB"), (1 << 20, "MiB"), (1 << 10, "KiB")):
-        if size >= unit:
-            return f"{size // unit} {name}"
-    return str(size)
-
-
 def bar_panel(results, job, key, text, reference):
     titles = titles_of(results, [job])
     scale = statistics.median(job["results"][job["baseline"]][key]) if reference else 1
@@ -194,7 +188,8 @@ ABOVE = {"transfers": ["transfers", "memory"], "processes": ["processes"], "prot
 def page(results):
     """Puts the figures where the page has room for them."""
     drawn = pictures(results)
-    parts = [f"Measured on {results['date']} in {results['rounds']} rounds: {results['machine']}."]
+    parts = [f"Measured on {results['date']} in {results['rounds']} rounds: {results['machine']}. " +
+             ", ".join(f"{package} {version}" for package, version in results["versions"].items()) + "."]
     for group, title, make in SECTIONS:
         jobs = [job for job in results["jobs"] if job["group"] == group]
         if jobs:

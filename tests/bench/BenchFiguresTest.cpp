@@ -18,6 +18,7 @@ using testsupport::readFile;
 
 constexpr const char* kResults = R"({
   "machine": "a machine", "date": "2026-01-02", "network": "private", "rounds": 3,
+  "versions": {"netrove": "abc", "libcurl4": "7.88.1"},
   "peers": {"multi": "bare loop", "poco": "Poco", "netrove": "netrove"}, "processes": {"netrove": "netrove"},
   "jobs": [
     {"key": "file", "title": "1 GB into a file", "group": "transfers", "job": "file", "size": 1000000000, "count": 1,
@@ -42,7 +43,7 @@ protected:
         for (const char* folder : {"bench", "docs"}) {
             fs::create_directory(Folder.file(folder));
         }
-        for (const char* script : {"bench/figures.py", "bench/plots.py"}) {
+        for (const char* script : {"bench/figures.py", "bench/jobs.py", "bench/plots.py"}) {
             fs::copy_file(std::string(NETROVE_SOURCES "/") + script, Folder.file(script));
         }
         testsupport::writeFile(Folder.file("results.json"), kResults);
@@ -75,11 +76,12 @@ TEST_F(BenchFigures, FillThePage) {
         const Outcome outcome = figures({"--page"});
         EXPECT_EQ(outcome.Status, 0) << outcome.Err;
         EXPECT_EQ(outcome.Out, "");
-        EXPECT_THAT(page(),
-                    AllOf(testing::StartsWith("# Performance\n\nBefore.\n\n<!-- figures: "),
-                          testing::EndsWith("\n\n<!-- end of figures -->\n\nAfter.\n"),
-                          HasSubstr("\n\nMeasured on 2026-01-02 in 3 rounds: a machine.\n\n"), HasSubstr(kTimes),
-                          HasSubstr("](pictures/transfers.svg)\n"), Not(HasSubstr("old\n"))));
+        EXPECT_THAT(
+            page(),
+            AllOf(testing::StartsWith("# Performance\n\nBefore.\n\n<!-- figures: "),
+                  testing::EndsWith("\n\n<!-- end of figures -->\n\nAfter.\n"),
+                  HasSubstr("\n\nMeasured on 2026-01-02 in 3 rounds: a machine. netrove abc, libcurl4 7.88.1.\n\n"),
+                  HasSubstr(kTimes), HasSubstr("](pictures/transfers.svg)\n"), Not(HasSubstr("old\n"))));
     }
     EXPECT_THAT(readFile(Folder.file("docs/pictures/transfers.svg")), HasSubstr(">0.80</text>"));
     EXPECT_THAT(readFile(Folder.file("docs/pictures/growth.svg")), HasSubstr(">2 KiB</text>"));

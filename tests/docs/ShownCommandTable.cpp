@@ -37,6 +37,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},
     {"CONTRIBUTING.md", "scripts/coverage", Way::Never, "builds everything anew and runs all tests, this one among them"},
     {"CONTRIBUTING.md", "scripts/mutate --count 20", Way::Never, "builds the library and runs its tests for each of the changes"},
+    {"CONTRIBUTING.md", "bench/run --quick", Way::Elsewhere, kBenchRun},
     {"CONTRIBUTING.md", "scripts/bench-check", Way::Elsewhere, kBenchCheck},
     {"CONTRIBUTING.md", "scripts/fuzz", Way::Elsewhere, "tests/scripts/FuzzTest.cpp: FuzzDrivers, AllRunForAMinuteWithoutArguments"},
     {"CONTRIBUTING.md", "export CMAKE_CXX_COMPILER_LAUNCHER=ccache", Way::Never, "a variable of CMake for a program that the tests do without"},

@@ -1,0 +1,93 @@
+"""What bench/run plays: the jobs, and who plays them."""
+import collections
+
+KIB, MIB, GIB = 1 << 10, 1 << 20, 1 << 30
+
+# What is compared, in the order of the columns: the name of the program peer_NAME, and what people call it.
+PEERS = {
+    "multi": "bare loop",
+    "socket": "raw socket",
+    "easy": "libcurl easy",
+    "easy512": "libcurl easy, 512 KiB",
+    "beast": "Beast",
+    "soup": "libsoup",
+    "httplib": "cpp-httplib",
+    "poco": "Poco",
+    "curl": "curl tool",
+    "before": "before",
+    "netrove": "netrove",
+}
+CURLS = ["multi", "easy", "before", "netrove"]  # those that know TLS and send header fields
+PROCESSES = {  # the same for jobs of whole processes
+    "curl": "curl",
+    "aria2c": "aria2c",
+    "wget": "wget",
+    "before": "before",
+    "before-direct": "before, -x none",
+    "netrove": "netrove",
+    "netrove-direct": "netrove, -x none",
+}
+
+# `group` says in which table or plot the job is; `x` its place on the axis there.
+Job = collections.namedtuple(
+    "Job", "key title group job size count x peers baseline server settings repeat",
+    defaults=(1, None, None, "multi", "plain", {}, 1))
+
+
+def jobs(quick, everything):
+    scale = 32 if quick else 1
+    gib, quarter = GIB // scale, 256 * MIB // scale
+    small = 20000 // scale
+    table = [
+        Job("consumer", f"{size_text(gib)} into a consumer that drops it", "transfers", "consumer", gib),
+        Job("memory", f"{size_text(quarter)} into memory", "transfers", "memory", quarter),
+        Job("file", f"{size_text(gib)} into a file", "transfers", "file", gib),
+        Job("upload", f"{size_text(gib)} from a provider, arrays of 64 KiB", "transfers", "upload", gib,
+            settings={"piece": 64 * KIB}),
+        Job("upload-1m", f"{size_text(gib)} from a provider, arrays of 1 MiB", "transfers", "upload", gib,
+            settings={"piece": MIB}),
+        Job("small", f"{small:,} GETs of 100 bytes, all on one CPU", "transfers", "memory", 100, small, server="near"),
+    ]
+    for protocol, title in [("tls", "HTTP/1.1 with TLS"), ("http2", "HTTP/2 with TLS")]:
+        table += [
+            Job(f"{protocol}-consumer", f"{size_text(quarter)} into a consumer, {title}", "protocols", "consumer",
+                quarter, peers=CURLS, server=protocol),
+            Job(f"{protocol}-small", f"{small // 10:,} GETs of 100 bytes, {title}", "protocols", "memory", 100,
+                small // 10, peers=CURLS, server=protocol),
+        ]
+    for threads in (1, 2, 4):
+        table.append(Job(f"scopes-{threads}", f"{small:,} GETs by {threads} client{'s, each on its own thread' if threads > 1 else ''}", "scopes",
+                         "memory", 100, small, threads, ["multi", "before", "netrove"], server="anywhere",
+                         settings={"threads": threads}))
+    for power in range(10, 31 if not quick else 25, 4):
+        size = 1 << power
+        count = max(1, min(2000, 256 * MIB // size) // scale)
+        table.append(Job(f"size-{size}", f"{size_text(size)} into memory", "size", "memory", size, count, size,
+                         ["multi", "socket", "easy", "before", "netrove"]))
+    for fields in (1, 10, 100, 1000):
+        table.append(Job(f"fields-{fields}", f"{fields:,} field{'s' if fields > 1 else ''} each way", "fields", "memory", 100,
+                         max(20, 4000 // fields) // (4 if quick else 1), fields, CURLS, settings={"fields": fields}))
+    files = 5000 // (scale // 2 or 1)
+    table += [
+        Job("batch", f"{files:,} files of 1 KiB, 8 at a time", "processes", "batch", KIB, files, baseline="curl"),
+        Job("get", "one GET of 100 bytes", "processes", "get", 100, baseline="curl", repeat=10),
+    ]
+    for lines in [100, 1000] + ([] if quick else [10000]) + ([100000] if everything else []):
+        table.append(Job(f"lines-{lines}", f"{lines:,} files of 1 KiB by a list", "lines", "batch", KIB, lines, lines,
+                         ["curl", "before", "netrove"], "curl"))
+    for lines in [100, 10000] + ([] if quick else [100000, 1000000]) + ([10000000] if everything else []):
+        table.append(Job(f"dry-{lines}", f"a list of {lines:,} lines, checked only", "dry", "dry", 0, lines, lines,
+                         ["before", "netrove"], "netrove"))
+    return table
+
+
+def size_text(size):
+    for unit, name in ((GIB, "GiB"), (MIB, "MiB"), (KIB, "KiB")):
+        if size >= unit:
+            return f"{size // unit} {name}"
+    return f"{size} bytes"
+
+
+def expect(condition, text):
+    if not condition:
+        raise SystemExit(f"bench/run: {text}")
