@@ -13,6 +13,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
     target_compile_options(netrove_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   endif()
 endif()
+if(CMAKE_UNITY_BUILD) # an unnamed namespace is then in what GCC takes for a header
+  target_compile_options(netrove_options INTERFACE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
+endif()
 if(NETROVE_SANITIZE)
   target_compile_options(netrove_options INTERFACE -fsanitize=${NETROVE_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(netrove_options INTERFACE -fsanitize=${NETROVE_SANITIZE})

@@ -17,7 +17,6 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
 
 // Whoever finds no file wants to know that it is not elsewhere either.
 void toFileOrNothing(Exchange& exchange, const std::string& target, bool replace) {
@@ -33,7 +32,7 @@ void toFileOrNothing(Exchange& exchange, const std::string& target, bool replace
 
 // A status that is a failure although its content has been delivered.
 void checkStatus(const Settings& settings, const netrove::Response& response) {
-    if (settings.onStatus() != StatusChoice::FailWithBody || response.status < kFirstErrorStatus) {
+    if (settings.onStatus() != StatusChoice::FailWithBody || !response.failed()) {
         return;
     }
     fail(failure::kStatusError, {std::int64_t{response.status}, response.reason, response.url},

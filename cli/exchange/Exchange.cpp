@@ -22,15 +22,13 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
-
 // The head, the blank line included. The host holds text, so bytes that are not UTF-8 come out as replacement
 // characters. `shown` makes a part fit for where it goes; a terminal ends lines in its own way.
 template <class Shown>
 std::string headOf(const netrove::Response& response, const std::string& lineEnd, Shown shown) {
     const std::string status = response.version + " " + std::to_string(response.status) +
                                (response.reason.empty() ? "" : " " + response.reason);
-    std::string text = shown(response.status < kFirstErrorStatus ? Style::Good : Style::Bad, status) + lineEnd;
+    std::string text = shown(response.failed() ? Style::Bad : Style::Good, status) + lineEnd;
     for (const Field& field : response.fields) {
         text += shown(Style::Bold, field.name) + ": " + shown(Style::Plain, field.value) + lineEnd;
     }

@@ -19,7 +19,6 @@ namespace netrove::cli {
 namespace {
 
 constexpr int kNotModified = 304;
-constexpr int kFirstErrorStatus = 400; // RFC 9110, section 15
 
 void makeFolders(const std::string& folder) {
     std::error_code error;
@@ -53,7 +52,7 @@ void reportSaved(const Exchange& exchange, const netrove::Response& response, co
     const Settings& settings = exchange.TheSettings;
     const Console& console = exchange.TheConsole;
     const std::uint64_t there = response.resumedAt;
-    if (response.status >= kFirstErrorStatus && there == 0) {
+    if (response.failed() && there == 0) {
         console.note("the server answered " + std::to_string(response.status) + " " + response.reason + "; " + target +
                      " holds that response");
         return;

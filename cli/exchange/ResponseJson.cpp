@@ -21,7 +21,7 @@ std::string base64(const std::string& bytes) {
 }
 
 // To the microsecond: further digits mean nothing.
-double seconds(std::chrono::duration<double> time) {
+double roundedSeconds(std::chrono::duration<double> time) {
     return std::round(time.count() * 1e6) / 1e6;
 }
 
@@ -40,8 +40,8 @@ std::string responseJson(const netrove::Response& response, const ResponseFacts&
                                      {"reason", response.reason},
                                      {"fields", fields},
                                      {"bytes", facts.Bytes},
-                                     {"secondsToHead", seconds(facts.UntilHead)},
-                                     {"seconds", seconds(facts.UntilEnd)}};
+                                     {"secondsToHead", roundedSeconds(facts.UntilHead)},
+                                     {"seconds", roundedSeconds(facts.UntilEnd)}};
     if (!facts.Content) {
         object["file"] = facts.File;
     } else if (isUtf8(*facts.Content)) {

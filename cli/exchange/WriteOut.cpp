@@ -92,7 +92,7 @@ constexpr std::string_view kHeaderJson = "header_json";
 constexpr std::string_view kStdout = "stdout";
 constexpr std::string_view kStderr = "stderr";
 constexpr std::string_view kOnError = "onerror";
-constexpr std::string_view kOtherNames[] = {kJson, kHeaderJson, kStdout, kStderr, kOnError};
+constexpr std::string_view kOutsideTheTable[] = {kJson, kHeaderJson, kStdout, kStderr, kOnError};
 
 const NameRow* rowOf(std::string_view name) {
     const auto* found =
@@ -214,11 +214,11 @@ void checkWriteOut(const std::string& format) {
     walk(
         format, ignore,
         [](std::string_view name) {
-            if (rowOf(name) != nullptr ||
-                std::find(std::begin(kOtherNames), std::end(kOtherNames), name) != std::end(kOtherNames)) {
+            if (rowOf(name) != nullptr || std::find(std::begin(kOutsideTheTable), std::end(kOutsideTheTable), name) !=
+                                              std::end(kOutsideTheTable)) {
                 return;
             }
-            std::vector<std::string> known(std::begin(kOtherNames), std::end(kOtherNames));
+            std::vector<std::string> known(std::begin(kOutsideTheTable), std::end(kOutsideTheTable));
             for (const NameRow& row : kNames) {
                 known.emplace_back(row.Name);
             }

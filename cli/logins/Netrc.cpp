@@ -12,7 +12,7 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n";
+constexpr std::string_view kBetweenWords = " \t\r\n";
 
 char unescaped(char c) {
     switch (c) {
@@ -59,7 +59,7 @@ public:
 
 private:
     bool skipBlanks() {
-        At = std::min(Text.find_first_not_of(kBlanks, At), Text.size());
+        At = std::min(Text.find_first_not_of(kBetweenWords, At), Text.size());
         return At != Text.size();
     }
 
@@ -67,7 +67,7 @@ private:
         if (Text[At] == '"') {
             return quoted();
         }
-        const auto end = std::min(Text.find_first_of(kBlanks, At), Text.size());
+        const auto end = std::min(Text.find_first_of(kBetweenWords, At), Text.size());
         return std::string(Text.substr(std::exchange(At, end), end - At));
     }
 

@@ -1,6 +1,7 @@
 #include "cli/options/FormText.h"
 
 #include "cli/failures/CliFailure.h"
+#include "cli/options/Trimmed.h"
 
 #include <netrove/text.h>
 
@@ -12,12 +13,7 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(kBlanks);
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
+constexpr std::string_view kSpaces = " \t";
 
 // Reads values that ';' ends, and ',' between files.
 class Reader {
@@ -38,7 +34,7 @@ public:
         if (At < Text.size() && Text[At] == '"' && closingQuote() != Text.npos) {
             return quoted(ends);
         }
-        return std::string(trimmed(upTo(ends)));
+        return std::string(trimmed(upTo(ends), kSpaces));
     }
 
     // ";type=T" and ";filename=N"; what follows a type without being either belongs to it ("text/html;charset=utf-8").
@@ -47,7 +43,7 @@ public:
         while (take(';')) {
             skipBlanks();
             if (takeKey("type=")) {
-                field.Type = trimmed(upTo(ends));
+                field.Type = trimmed(upTo(ends), kSpaces);
                 if (field.Type.find('/') == field.Type.npos || hasControls(field.Type)) {
                     failUsage("the type of the part '" + printable(Name) + "' is not written TYPE/SUBTYPE");
                 }
@@ -56,7 +52,7 @@ public:
                 field.FileName = word(ends);
                 afterType = false;
             } else if (afterType) {
-                field.Type += ";" + std::string(trimmed(upTo(ends)));
+                field.Type += ";" + std::string(trimmed(upTo(ends), kSpaces));
             } else {
                 failUsage("the part '" + printable(Name) +
                           "' goes on after ';' with neither type= nor filename=; to send a ';' itself put the "
@@ -66,7 +62,7 @@ public:
     }
 
 private:
-    void skipBlanks() { At = std::min(Text.find_first_not_of(kBlanks, At), Text.size()); }
+    void skipBlanks() { At = std::min(Text.find_first_not_of(kSpaces, At), Text.size()); }
 
     std::string_view upTo(std::string_view ends) {
         const auto end = std::min(Text.find_first_of(ends, At), Text.size());
@@ -100,7 +96,7 @@ private:
             value += Text[At];
         }
         ++At;
-        if (!trimmed(upTo(ends)).empty()) {
+        if (!trimmed(upTo(ends), kSpaces).empty()) {
             failUsage("the part '" + printable(Name) + "' goes on after its closing '\"'");
         }
         return value;

@@ -134,8 +134,7 @@ std::string reasonIn(const vantik::Message& message) {
 } // namespace
 
 std::string hostOf(std::string_view url) {
-    const UrlParts parts = splitUrl(url);
-    std::string host = printable(parts.Host + ":" + parts.Port);
+    std::string host = printable(hostAndPort(url));
     if (host.size() > kLongestHost) {
         host.resize(kLongestHost);
     }

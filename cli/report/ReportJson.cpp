@@ -10,8 +10,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kHosts = 100;
-constexpr std::size_t kCauses = 100;
+constexpr std::size_t kListedHosts = 100;
+constexpr std::size_t kListedCauses = 100;
 
 // Milliseconds are exact enough, and shorter.
 double rounded(double seconds) {
@@ -38,7 +38,7 @@ Json failuresOf(const CauseCounts& causes) {
     Json result = Json::array();
     std::size_t more = 0;
     for (const CauseCounts::Counted& cause : causes.sorted()) {
-        if (result.size() < kCauses) {
+        if (result.size() < kListedCauses) {
             result.push_back({{"cause", cause.Text}, {"count", cause.Count}, {"firstLine", cause.FirstLine}});
         } else {
             more += cause.Count;
@@ -52,7 +52,7 @@ Json failuresOf(const CauseCounts& causes) {
 
 Json hostsOf(const RunFigures& figures) {
     Json result = Json::array();
-    for (const HostFigures& host : figures.topHosts(kHosts)) {
+    for (const HostFigures& host : figures.topHosts(kListedHosts)) {
         result.push_back({{"host", host.Name},
                           {"done", host.Done},
                           {"failed", host.Failed},

@@ -11,7 +11,7 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::size_t kHosts = 20; // and "other": each label makes a series that is kept for long
+constexpr std::size_t kMetricHosts = 20; // and "other": each label makes a series that is kept for long
 constexpr std::size_t kKinds = 20; // likewise
 
 using Labels = std::vector<std::pair<std::string_view, std::string>>;
@@ -121,7 +121,7 @@ std::string reportMetrics(const RunFacts& facts) {
     metrics.begin("line_seconds", "summary", "Time from the first attempt of a line to its end.");
     addSummary(metrics, facts.Figures.seconds(), {});
 
-    const std::vector<HostFigures> hosts = facts.Figures.topHosts(kHosts);
+    const std::vector<HostFigures> hosts = facts.Figures.topHosts(kMetricHosts);
     metrics.begin("host_lines_ended_total", "counter", "Lines that have ended, by host and result.");
     for (const HostFigures& host : hosts) {
         metrics.value(std::uint64_t{host.Done}, {{"host", host.Name}, {"result", "done"}});

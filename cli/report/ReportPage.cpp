@@ -11,8 +11,8 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::size_t kHosts = 20;
-constexpr std::size_t kCauses = 50;
+constexpr std::size_t kShownHosts = 20;
+constexpr std::size_t kShownCauses = 50;
 
 constexpr std::string_view kStyle = R"(
 :root { color-scheme: light dark; --page: #f4f6f9; --panel: #fff; --text: #1c2430; --faint: #586475; --line: #dde2ea;
@@ -180,7 +180,7 @@ std::string causesOf(const RunFacts& facts) {
     std::size_t moreCauses = 0;
     const auto causes = facts.Figures.causes().sorted();
     for (const CauseCounts::Counted& cause : causes) {
-        if (rows.size() > kCauses) {
+        if (rows.size() > kShownCauses) {
             more += cause.Count;
             ++moreCauses;
             continue;
@@ -204,7 +204,7 @@ std::string causesOf(const RunFacts& facts) {
 std::string failingHostsOf(const RunFacts& facts) {
     Cells rows = {{"host", "failed", "lines"}};
     std::string body;
-    for (const HostFigures& host : facts.Figures.failingHosts(kHosts)) {
+    for (const HostFigures& host : facts.Figures.failingHosts(kShownHosts)) {
         rows.push_back({host.Name, std::to_string(host.Failed), std::to_string(host.lines())});
         const double share = ratio(static_cast<double>(host.Failed), static_cast<double>(host.lines()));
         body += "<tr><td class=\"long\">" + html(host.Name) + "</td>" + cell(numberData(host.Failed)) +
@@ -220,7 +220,7 @@ std::string failingHostsOf(const RunFacts& facts) {
 std::string hostsOf(const RunFacts& facts) {
     Cells rows = {{"host", "lines", "failed", "bytes", "p50 (s)", "p95 (s)", "p99 (s)", "longest (s)"}};
     std::string body;
-    for (const HostFigures& host : facts.Figures.topHosts(kHosts)) {
+    for (const HostFigures& host : facts.Figures.topHosts(kShownHosts)) {
         std::vector<std::string> row = {host.Name, std::to_string(host.lines()), std::to_string(host.Failed),
                                         std::to_string(host.Bytes)};
         body += "<tr><td class=\"long\">" + html(host.Name) + "</td>" + cell(numberData(host.lines())) +

@@ -19,7 +19,6 @@ namespace netrove {
 
 namespace {
 
-constexpr int kFirstErrorStatus = 400;                          // RFC 9110, section 15
 constexpr std::size_t kLargestErrorPage = std::size_t{1} << 20; // of content that comes with such a status
 
 std::optional<std::uint64_t> number(const std::string& text) {
@@ -47,11 +46,6 @@ std::string secondsText(std::chrono::duration<double> time) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f s", time.count());
     return text;
-}
-
-std::string hostOf(const std::string& url) {
-    const UrlParts parts = splitUrl(url);
-    return parts.Host + ":" + parts.Port;
 }
 
 } // namespace
@@ -180,7 +174,7 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool 
         sent.progress = nullptr;
     }
     if (Asked.rate && current.body) {
-        sent.body = paced(current.body, hostOf(current.url));
+        sent.body = paced(current.body, hostAndPort(current.url));
     }
     const auto start = Clock::now();
     Hops.push_back({.url = maskUserInfo(current.url), .method = current.method});
@@ -261,7 +255,7 @@ Taker Call::takerFor(const Head& head, const Request& current, Response& respons
 
 // False for a status that is a failure: because the program wants that, or because another attempt may do better.
 bool Call::isFinalStatus(const Response& response, const Request& current) const {
-    if (response.status < kFirstErrorStatus) {
+    if (!response.failed()) {
         return true;
     }
     if (*Asked.checkStatus) {
@@ -304,7 +298,7 @@ Taker Call::counted(Taker taker, Response& response) {
     if (!Asked.rate) {
         return take;
     }
-    return [this, take, host = hostOf(response.url)](std::span<const std::byte> bytes) {
+    return [this, take, host = hostAndPort(response.url)](std::span<const std::byte> bytes) {
         while (!bytes.empty()) {
             const std::size_t count = std::min<std::uint64_t>(bytes.size(), Asked.rate->step());
             if (!take(bytes.first(count))) {

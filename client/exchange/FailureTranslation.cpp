@@ -95,11 +95,6 @@ bool says(std::string_view text, std::string_view words) {
     return text.find(words) != text.npos;
 }
 
-std::string hostOf(std::string_view url) {
-    const UrlParts parts = splitUrl(url);
-    return parts.Host + ":" + parts.Port;
-}
-
 // How far the answer had come when it broke off.
 std::string progressText(const Circumstances& known) {
     if (known.Status == 0) {
@@ -194,15 +189,15 @@ std::string textFor(const vantik::Message& message, ErrorKind kind, const std::s
                     const Circumstances& known) {
     switch (kind) {
     case ErrorKind::Content:
-        return message.identifier() == kCopyFailure ? connectText(cause, hostOf(known.Url), known) : message.Text;
+        return message.identifier() == kCopyFailure ? connectText(cause, hostAndPort(known.Url), known) : message.Text;
     case ErrorKind::Connect:
-        return connectText(cause.empty() ? message.Text : cause, hostOf(known.Url), known);
+        return connectText(cause.empty() ? message.Text : cause, hostAndPort(known.Url), known);
     case ErrorKind::Name:
         return "no such host: " + splitUrl(known.Url).Host;
     case ErrorKind::Tls:
-        return tlsText(cause, hostOf(known.Url));
+        return tlsText(cause, hostAndPort(known.Url));
     case ErrorKind::Timeout:
-        return timeoutText(message, hostOf(known.Url), known);
+        return timeoutText(message, hostAndPort(known.Url), known);
     default:
         return message.Text;
     }
@@ -241,7 +236,7 @@ std::string cutText(const std::string& cause) {
 Error incomplete(const vantik::Message& message, const Circumstances& known) {
     const std::string announced = argumentText(message, 1);
     const bool unknown = announced == "-1" || announced == "0";
-    const std::string text = "the content from " + hostOf(known.Url) + " is incomplete: " + argumentText(message, 0) +
+    const std::string text = "the content from " + hostAndPort(known.Url) + " is incomplete: " + argumentText(message, 0) +
                              (unknown ? "" : " of " + announced) + " bytes came; " + cutText(causeIn(message));
     return {ErrorKind::Content, std::string(kCutOff), argumentsOf(message), shown(text)};
 }

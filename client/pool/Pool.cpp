@@ -90,8 +90,7 @@ struct Pool::State {
     }
 
     std::string hostOf(const std::string& url) const {
-        const UrlParts parts = splitUrl(isAbsolute(url) || Defaults.url.empty() ? url : resolvedUrl(Defaults.url, url));
-        return parts.Host + ":" + parts.Port;
+        return hostAndPort(isAbsolute(url) || Defaults.url.empty() ? url : resolvedUrl(Defaults.url, url));
     }
 
     void enqueue(const std::string& url, Task task) {

@@ -9,8 +9,13 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <sys/stat.h>
 
 namespace netrove {
+
+inline bool sameFile(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
 
 // Raises FileNotWritten, naming the file.
 void writeAll(int descriptor, std::span<const std::byte> bytes, const std::string& name);

@@ -76,10 +76,6 @@ std::string nameOfDescriptor(int descriptor) {
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
-bool sameFile(const struct stat& left, const struct stat& right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
-
 // False if another program has it, or removed it before it could be locked. A file system without locks is no reason to
 // fail: nobody can take the file for a leftover then.
 bool lockOwn(int descriptor) {

@@ -44,10 +44,6 @@ fs::path noteNameFor(const fs::path& part) {
 
 namespace {
 
-bool sameFile(const struct stat& left, const struct stat& right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
-
 // A file that nobody but this user has made.
 bool isOwn(const struct stat& facts) {
     return S_ISREG(facts.st_mode) && facts.st_uid == geteuid() && facts.st_nlink == 1;

@@ -1,4 +1,5 @@
-#include <netrove/text.h>
+#include "client/text/Ascii.h"
+
 #include <netrove/url.h>
 
 #include <algorithm>
@@ -9,13 +10,6 @@ namespace netrove {
 namespace {
 
 constexpr std::size_t kLongestFileName = 200; // bytes; leaves room for the temporary name within the usual 255
-
-std::string lowered(std::string_view text) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return result;
-}
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') {
@@ -95,6 +89,11 @@ UrlParts splitUrl(std::string_view url) {
     const std::string_view rest = url.substr(found->Last);
     parts.Path = rest.substr(0, rest.find_first_of("?#"));
     return parts;
+}
+
+std::string hostAndPort(std::string_view url) {
+    const UrlParts parts = splitUrl(url);
+    return parts.Host + ":" + parts.Port;
 }
 
 bool sameOrigin(std::string_view left, std::string_view right) {

@@ -8,6 +8,7 @@
 #include <boost/core/demangle.hpp>
 #include <gmock/gmock.h>
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -166,7 +167,9 @@ const std::string& moduleBytes() {
 }
 
 bool moduleHasType(const std::string& name) {
-    return moduleBytes().find('\0' + name + '\0') != std::string::npos;
+    const std::string_view bytes = moduleBytes();
+    const std::string wanted = '\0' + name + '\0';
+    return memmem(bytes.data(), bytes.size(), wanted.data(), wanted.size()) != nullptr; // find stops at each zero
 }
 
 TEST(IdentifiersInModule, AreThrownOnlyWhereTheyAreMeantToBe) {

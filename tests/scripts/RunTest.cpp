@@ -16,7 +16,7 @@ using testsupport::Outcome;
 using testsupport::readFile;
 
 // Configures, or builds a program that says how it was called; not where the file "broken" is.
-constexpr const char* kCMake = R"(
+constexpr const char* kBuildingCMake = R"(
 if [ "$1" = -S ]; then
     echo configured
     touch build/run/build.ninja
@@ -36,7 +36,7 @@ protected:
         copy("scripts/progress.bash");
         copy("scripts/run");
         fs::create_directory(Folder.file("bin"));
-        standIn("bin/cmake", kCMake);
+        standIn("bin/cmake", kBuildingCMake);
     }
     Outcome netrove(std::vector<std::string> arguments) const { return run("scripts/run", std::move(arguments)); }
 };

@@ -16,8 +16,8 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 16; // read at a time
-constexpr std::size_t kLongestIdentifier = 46;       // which makes a record of 100 bytes
+constexpr std::size_t kTailPiece = std::size_t{1} << 16; // read at a time
+constexpr std::size_t kLongestIdentifier = 46;           // which makes a record of 100 bytes
 // The work of the last moments before a power cut is done again; avoiding that is not worth waiting for the disk.
 constexpr auto kSyncInterval = std::chrono::seconds(1);
 
@@ -77,7 +77,7 @@ void BatchJournal::mend() {
     off_t end = facts.st_size;
     std::string piece;
     while (end > 0) {
-        piece.resize(std::min<std::size_t>(static_cast<std::size_t>(end), kPiece));
+        piece.resize(std::min<std::size_t>(static_cast<std::size_t>(end), kTailPiece));
         readAt(piece.data(), piece.size(), end - static_cast<off_t>(piece.size()));
         const auto last = piece.rfind('\n');
         end -= static_cast<off_t>(last == piece.npos ? piece.size() : piece.size() - last - 1);

@@ -16,7 +16,7 @@ namespace netrove::cli {
 
 namespace {
 
-using Json = nlohmann::json;
+using OldJson = nlohmann::json;
 
 constexpr int kHexadecimal = 16;
 constexpr std::size_t kSumLength = 8; // digits
@@ -134,8 +134,8 @@ std::optional<std::string> restored(const std::string& stored) {
                                      : std::nullopt;
 }
 
-std::uint64_t wholeNumber(const Json& value) {
-    return value.get_ref<const Json::number_unsigned_t&>(); // raises for a fraction or a negative one
+std::uint64_t numberOf(const OldJson& value) {
+    return value.get_ref<const OldJson::number_unsigned_t&>(); // raises for a fraction or a negative one
 }
 
 bool begins(std::string_view text, std::string_view header) {
@@ -215,7 +215,7 @@ std::optional<JournalRecord> parseRecord(std::string_view line) {
 }
 
 std::optional<JournalRecord> parseJsonRecord(std::string_view line) {
-    const Json object = Json::parse(line, nullptr, false);
+    const OldJson object = OldJson::parse(line, nullptr, false);
     try {
         JournalRecord record;
         const std::string key = object.at("key");
@@ -236,19 +236,19 @@ std::optional<JournalRecord> parseJsonRecord(std::string_view line) {
             const auto name = restored(object.at("temporary"));
             record.State = JournalState::Begun;
             record.Name = name.value_or("");
-            record.Device = wholeNumber(object.at("device"));
-            record.Inode = wholeNumber(object.at("inode"));
+            record.Device = numberOf(object.at("device"));
+            record.Inode = numberOf(object.at("inode"));
             return name ? std::optional(record) : std::nullopt;
         }
-        record.Bytes = wholeNumber(object.at("bytes"));
+        record.Bytes = numberOf(object.at("bytes"));
         if (state == "written") {
             record.State = JournalState::Written;
             return record;
         }
         record.State = JournalState::Done;
-        record.Status = static_cast<int>(wholeNumber(object.at("status")));
+        record.Status = static_cast<int>(numberOf(object.at("status")));
         return state == "done" ? std::optional(record) : std::nullopt;
-    } catch (const Json::exception&) {
+    } catch (const OldJson::exception&) {
         return std::nullopt;
     }
 }

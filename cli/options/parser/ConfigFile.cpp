@@ -2,6 +2,7 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/failures/Hints.h"
+#include "cli/options/Trimmed.h"
 #include "cli/options/table/ForeignOptions.h"
 
 #include <netrove/text.h>
@@ -18,11 +19,6 @@ constexpr std::string_view kBlanks = " \t\r";
 // They choose the file, or end the program before anything in it counts.
 constexpr std::string_view kNotHere[] = {"config", "no-config", "version"};
 
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(kBlanks);
-    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 std::string didYouMean(std::string_view word, const std::vector<std::string>& known) {
     const std::string_view nearest = nearestWord(word, known);
     return nearest.empty() ? std::string() : "; did you mean " + std::string(nearest) + "?";
@@ -35,7 +31,7 @@ public:
 
     void take(std::string_view line) {
         ++Line;
-        const std::string_view text = trimmed(line);
+        const std::string_view text = trimmed(line, kBlanks);
         if (text.empty() || text.starts_with('#')) {
             return;
         }
@@ -87,9 +83,9 @@ private:
 
     void takeOption(std::string_view text) {
         const auto sign = text.find('=');
-        const std::string_view name = trimmed(text.substr(0, sign));
+        const std::string_view name = trimmed(text.substr(0, sign), kBlanks);
         const OptionRow& row = rowNamed(name);
-        std::string_view value = sign == text.npos ? std::string_view() : trimmed(text.substr(sign + 1));
+        std::string_view value = sign == text.npos ? std::string_view() : trimmed(text.substr(sign + 1), kBlanks);
         if (value.size() > 1 && value.starts_with('"') && value.ends_with('"')) {
             value = value.substr(1, value.size() - 2); // keeps blanks at its ends
         }

@@ -10,7 +10,7 @@ constexpr int kMostJobs = 64;
 constexpr std::uint64_t kMostFailures = 1'000'000'000;
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kBatchOptions[] = {
     {"jobs", 'j', "N", kBatch, "transfers at a time, 1 to 64 (default 4)",
      [](S& s, V v) { s.Batch.Jobs = number<int>("jobs", v, 1, kMostJobs); }, {.OtherNames = "max-threads max-concurrent-downloads", .Common = kBatch}},
     {"max-failures", 0, "N", kBatch, "begin no further transfer once N have failed",
@@ -33,7 +33,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> batchOptions() {
-    return kOptions;
+    return kBatchOptions;
 }
 
 } // namespace netrove::cli

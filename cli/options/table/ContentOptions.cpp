@@ -36,7 +36,7 @@ void addForm(Settings& settings, const std::string& text) {
 }
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kContentOptions[] = {
     {"body", 'd', "TEXT|@FILE", kSingle, "body text, or @FILE to read it from a file, every byte of it; several are joined with '&'. Sent as a form unless -H sets another Content-Type. With get and save it needs --get",
      addBody, {.OtherNames = "data data-ascii data-binary body-data post-data", .Common = kSend}},
     {"data-raw", 0, "TEXT", kSingle, "as --body, but '@' is a letter like any other",
@@ -67,7 +67,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> contentOptions() {
-    return kOptions;
+    return kContentOptions;
 }
 
 } // namespace netrove::cli

@@ -55,7 +55,7 @@ void takeDigest(S& s, V v) {
 }
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kFileOptions[] = {
     {"continue-at", 'C', "OFFSET|-", kGet | kSave, "go on where an earlier download ended: '-' with what it left, FILE.part or a shorter FILE of another program; with a number of bytes exactly there, or fail. What is there already is not fetched again",
      takeContinue, {.Common = kSave}},
     {"continue", 0, "", kGet | kSave, "the same as -C -",
@@ -88,7 +88,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> fileOptions() {
-    return kOptions;
+    return kFileOptions;
 }
 
 } // namespace netrove::cli

@@ -45,7 +45,7 @@ void takeBearer(Settings& settings, const std::string& text) {
 }
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kLoginOptions[] = {
     {"user", 'u', "NAME", kTransfers, "user name, or NAME:PASSWORD. Allows the schemes basic and digest unless --auth says otherwise",
      [](S& s, V v) { takeUser(s.User, s.Password, v); }, {.Secret = Secrecy::AfterColon, .OtherNames = "http-user", .Common = kTransfers}},
     {"password", 0, "TEXT", kTransfers, "password; better set in NETROVE_PASSWORD or typed at the prompt",
@@ -70,7 +70,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> loginOptions() {
-    return kOptions;
+    return kLoginOptions;
 }
 
 } // namespace netrove::cli

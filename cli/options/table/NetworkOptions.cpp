@@ -14,7 +14,7 @@ void takeProxy(Settings& settings, const std::string& text) {
 }
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kNetworkOptions[] = {
     {"proxy", 'x', "HOST:PORT|auto|none", kTransfers, "proxy to use, with http:// (port 80 by default), https:// (443), socks4://, socks4a://, socks5:// or socks5h:// (1080) in front if needed. auto (the default) uses the environment and the desktop's settings, none connects directly",
      takeProxy, {.Secret = Secrecy::BeforeAt, .OtherNames = "all-proxy", .Common = kTransfers}},
     {"connect-timeout", 0, "MS", kTransfers, "longest wait for a connection in milliseconds, or with a unit (500ms, 10s, 2m, 1h); 0 for no limit (default 30000)",
@@ -37,7 +37,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> networkOptions() {
-    return kOptions;
+    return kNetworkOptions;
 }
 
 } // namespace netrove::cli

@@ -45,7 +45,7 @@ void addCookies(Settings& settings, const std::string& text) {
 }
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kRequestOptions[] = {
     {"method", 'X', "M", kSend, "request method (default: GET, with a body POST, with a streamed one PUT)",
      [](S& s, V v) { checkMethod(v); s.Method = v; }, {.OtherNames = "request", .Common = kSend}},
     {"field", 'H', "'NAME: VALUE'|@FILE", kTransfers, "add a header field; @FILE reads one per line from a file, where other users cannot see them ('@-': standard input). 'NAME:' leaves out the field that the library adds. Repeatable",
@@ -66,7 +66,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> requestOptions() {
-    return kOptions;
+    return kRequestOptions;
 }
 
 } // namespace netrove::cli

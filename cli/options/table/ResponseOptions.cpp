@@ -6,7 +6,7 @@ namespace netrove::cli {
 namespace {
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kResponseOptions[] = {
     {"output", 'o', "FILE", kGet | kSend, "write the content to a file, which appears only when complete and replaces an existing one; '-' is standard output, whatever the content. Of several, the first is for the first URL, and so on",
      [](S& s, V v) { s.Outputs.emplace_back(nonEmpty("output", v)); }, {.OtherNames = "output-document", .Common = kGet | kSend}},
     {"include", 'i', "", kGet | kSend, "write the head of the response before its content",
@@ -41,7 +41,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> responseOptions() {
-    return kOptions;
+    return kResponseOptions;
 }
 
 } // namespace netrove::cli

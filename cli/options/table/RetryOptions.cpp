@@ -6,7 +6,7 @@ namespace netrove::cli {
 namespace {
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kRetryOptions[] = {
     {"retry", 0, "N", kTransfers, "retry up to N times if the cause may pass: timeouts, failed connections, incomplete content, status 408, 425, 429, 500, 502, 503, 504 and 520 to 524. Content that broke off goes on, where the server can prove that it is the same (default 0)",
      [](S& s, V v) { s.Retry.Count = number<int>("retry", v, 0, 1000); }, {.Common = kTransfers}},
     {"retry-wait", 0, "S", kTransfers, "most seconds before the first retry, doubled for each further one; the wait is a random part of that, or what a server's Retry-After says (default 1)",
@@ -25,7 +25,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> retryOptions() {
-    return kOptions;
+    return kRetryOptions;
 }
 
 } // namespace netrove::cli

@@ -12,7 +12,7 @@ constexpr int kMostParallel = 300;
 constexpr int kMostJobs = 64; // of batch
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kSeveralOptions[] = {
     {"url", 0, "URL", kSingle, "one more URL; those of this option come before the others. Repeatable with get and save",
      [](S& s, V v) { s.Urls.push_back(v); }},
     {"remote-name", 'O', "", kGet | kSave, "write the content of a URL to a file with the name that is in the URL, replacing an existing one; with -o and -O, the first is for the first URL, and so on. No effect with save, which does that anyway",
@@ -33,7 +33,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> severalOptions() {
-    return kOptions;
+    return kSeveralOptions;
 }
 
 } // namespace netrove::cli

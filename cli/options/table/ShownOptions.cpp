@@ -17,7 +17,7 @@ constexpr Choice<PrettyChoice> kPretty[] = {
     {"auto", PrettyChoice::Auto}, {"always", PrettyChoice::Always}, {"never", PrettyChoice::Never}};
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kShownOptions[] = {
     {"silent", 's', "", kTransfers, "show no progress and no messages, not even of failures, which the exit status still says; with -S failures are shown",
      [](S& s, V) { s.Silent = true; }, {.OtherNames = "quiet", .Common = kTransfers}},
     {"show-error", 'S', "", kTransfers, "show failures in spite of -s",
@@ -54,7 +54,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> shownOptions() {
-    return kOptions;
+    return kShownOptions;
 }
 
 } // namespace netrove::cli

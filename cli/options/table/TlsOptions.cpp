@@ -6,7 +6,7 @@ namespace netrove::cli {
 namespace {
 
 // clang-format off
-const OptionRow kOptions[] = {
+const OptionRow kTlsOptions[] = {
     {"ca-file", 0, "FILE", kTransfers, "PEM file of certificates to trust in addition to those in the system's folder",
      [](S& s, V v) { s.CaFile = nonEmpty("ca-file", v); }, {.OtherNames = "cacert ca-certificate"}},
     {"no-verify", 'k', "", kTransfers, "accept any certificate: anyone on the path can read and change everything",
@@ -19,7 +19,7 @@ const OptionRow kOptions[] = {
 } // namespace
 
 std::span<const OptionRow> tlsOptions() {
-    return kOptions;
+    return kTlsOptions;
 }
 
 } // namespace netrove::cli

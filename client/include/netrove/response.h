@@ -45,6 +45,8 @@ struct NETROVE_API Response {
 
     /// True for 200 to 299.
     bool ok() const { return status >= 200 && status < 300; }
+    /// True from 400 on: the client or the server is at fault (RFC 9110, section 15).
+    bool failed() const { return status >= 400; }
     /// The content as it came, decoded by Content-Encoding; empty where it was saved or passed on.
     std::span<const std::byte> bytes() const { return std::as_bytes(std::span(content)); }
     /// The content as text in UTF-8: by its byte order mark, else by the charset of Content-Type, else as UTF-8. Bytes

@@ -19,6 +19,7 @@ struct UrlParts {
 
 // Never fails: missing parts stay empty.
 NETROVE_API UrlParts splitUrl(std::string_view url);
+NETROVE_API std::string hostAndPort(std::string_view url); // "example.org:443"
 NETROVE_API bool sameOrigin(std::string_view left, std::string_view right); // scheme, host and port
 
 // "user:password" in a URL, as written; a view into `url`. Empty if there is none.

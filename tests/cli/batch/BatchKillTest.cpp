@@ -32,8 +32,8 @@ constexpr std::size_t kSmall = 3000;
 constexpr int kLargeFiles = 5;
 constexpr int kSmallFiles = 40;
 constexpr int kJobs = 4;
-constexpr int kKills = 50;
-constexpr std::size_t kHeaderLength = 30; // of a journal
+const int kKills = testsupport::isSanitized() ? 12 : 50; // under sanitizers a start takes ten times as long
+constexpr std::size_t kHeaderLength = 30;                // of a journal
 // What a transfer may have on its way: in the buffers of both ends of its connection.
 constexpr std::uint64_t kOnItsWay = std::uint64_t{512} << 10;
 

@@ -8,8 +8,6 @@ using namespace clitest;
 using RequestFields = ProgramFixture;
 using Sent = std::vector<std::pair<std::string, std::optional<std::string>>>; // nothing: it is not there
 
-const std::optional<std::string> kNone;
-
 struct Row {
     const char* Name;
     Words Arguments;
@@ -26,7 +24,7 @@ TEST_F(RequestFields, AreThoseOfTheirOptions) {
         {"data in the query",
          {"get", "-G", "-d", "a=1", "-d", "b=2", "URL/x?q"},
          "GET /x?q&a=1&b=2",
-         {{"Content-Length", kNone}, {"Content-Type", kNone}}},
+         {{"Content-Length", std::nullopt}, {"Content-Type", std::nullopt}}},
         {"more in the query of a body",
          {"send", "--url-query", "q=a b", "-d", "x", "-X", "PUT", "URL/x"},
          "PUT /x?q=a+b",
@@ -43,7 +41,7 @@ TEST_F(RequestFields, AreThoseOfTheirOptions) {
          {"get", "-A", "me/1", "-e", "http://r/", "URL"},
          "GET /",
          {{"User-Agent", "me/1"}, {"Referer", "http://r/"}}},
-        {"a user agent less", {"get", "-A", "", "URL"}, "GET /", {{"User-Agent", kNone}}},
+        {"a user agent less", {"get", "-A", "", "URL"}, "GET /", {{"User-Agent", std::nullopt}}},
         {"a field counts more",
          {"get", "-A", "me", "-H", "user-agent: you", "-b", "a=1", "-H", "Cookie: z=0", "URL"},
          "GET /",
@@ -52,13 +50,13 @@ TEST_F(RequestFields, AreThoseOfTheirOptions) {
          {"get", "-b", "a=1; x=y", "-b", file("cookies"), "URL/p/q"},
          "GET /p/q",
          {{"Cookie", "a=1; x=y; b=2; "}}},
-        {"cookies of others", {"get", "-b", file("cookies"), "URL/"}, "GET /", {{"Cookie", kNone}}},
+        {"cookies of others", {"get", "-b", file("cookies"), "URL/"}, "GET /", {{"Cookie", std::nullopt}}},
         {"a token", {"get", "--bearer", "@" + file("token"), "URL"}, "GET /", {{"Authorization", "Bearer t0ken"}}},
         {"a token from the environment",
          {"get", "--bearer", "@env", "URL"},
          "GET /",
          {{"Authorization", "Bearer env-t"}}},
-        {"a token in the environment alone", {"get", "URL"}, "GET /", {{"Authorization", kNone}}},
+        {"a token in the environment alone", {"get", "URL"}, "GET /", {{"Authorization", std::nullopt}}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.Name);
@@ -89,8 +87,8 @@ TEST_F(RequestFields, OfCredentialsStayWithTheFirstServer) {
         EXPECT_EQ(run.Status, 0) << run.Err;
         const Record seen = other.waitUntilDone();
         ASSERT_EQ(seen.Heads.size(), 1u);
-        EXPECT_EQ(fieldValue(seen.Heads.at(0), "Authorization"), kNone);
-        EXPECT_EQ(fieldValue(seen.Heads.at(0), "Cookie"), kNone);
+        EXPECT_EQ(fieldValue(seen.Heads.at(0), "Authorization"), std::nullopt);
+        EXPECT_EQ(fieldValue(seen.Heads.at(0), "Cookie"), std::nullopt);
     }
 }
 

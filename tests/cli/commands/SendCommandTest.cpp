@@ -6,8 +6,6 @@ namespace {
 using namespace clitest;
 using Fields = std::vector<std::pair<std::string, std::optional<std::string>>>; // nothing: it is not there
 
-const std::optional<std::string> kNone;
-
 class SendCommand : public ProgramFixture {
 protected:
     Exchanged send(const Script& script, const Words& words, const Surroundings& around = {}) const {
@@ -36,14 +34,14 @@ TEST_F(SendCommand, SendsABodyFromMemory) {
          "POST /form",
          {{"Content-Length", "7"},
           {"Content-Type", "application/x-www-form-urlencoded"},
-          {"Transfer-Encoding", kNone},
-          {"Expect", kNone}}},
+          {"Transfer-Encoding", std::nullopt},
+          {"Expect", std::nullopt}}},
         {"the user's method and type",
          {"-X", "PATCH", "URL", "-d", "{}", "-H", "Content-Type: application/json"},
          "{}",
          "PATCH /",
          {{"Content-Type", "application/json"}}},
-        {"a file", {"URL", "--body-file", fileWith(large)}, large, "POST /", {{"Content-Type", kNone}}},
+        {"a file", {"URL", "--body-file", fileWith(large)}, large, "POST /", {{"Content-Type", std::nullopt}}},
         {"an empty body", {"URL", "-d", ""}, "", "POST /", {{"Content-Length", "0"}}},
         {"none", {"-X", "DELETE", "URL/thing"}, "", "DELETE /thing", {}},
         // "Grüße" in ISO 8859-1 has five bytes.

@@ -20,7 +20,7 @@ Wanted found(const std::string& text, const std::string& host, const Wanted& use
     return login ? Wanted(login->User + ":" + login->Password) : std::nullopt;
 }
 
-struct Row {
+struct LoginRow {
     const char* Text;
     const char* Host;
     Wanted User;
@@ -33,7 +33,7 @@ TEST(Netrc, FindsTheLoginForAHost) {
     const char* macro = "machine a login x password y\nmacdef init\nmachine h login no password no\n\n"
                         "machine h login me password pw";
     const char* comments = "# machine h login no password no\nmachine h # the host\n login me password #pw\n";
-    const Row rows[] = {
+    const LoginRow rows[] = {
         {"machine h login me password pw", "h", {}, "me:pw"},
         {"machine\th\r\n\tlogin me\r\n\taccount acc\r\n\tpassword pw\r\n", "h", {}, "me:pw"},
         {"machine h login me password pw", "g", {}, {}},
@@ -54,7 +54,7 @@ TEST(Netrc, FindsTheLoginForAHost) {
         {"macdef only", "h", {}, {}},
         {"", "h", {}, {}},
     };
-    for (const Row& row : rows) {
+    for (const LoginRow& row : rows) {
         EXPECT_EQ(found(row.Text, row.Host, row.User), row.Found) << row.Text;
     }
 }

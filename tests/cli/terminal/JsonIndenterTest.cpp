@@ -19,13 +19,13 @@ std::string indented(std::string_view text, std::size_t piece, bool colored = fa
     return shown;
 }
 
-struct Row {
+struct JsonRow {
     std::string Text;
     std::string Shown;
 };
 
 TEST(JsonIndenter, IndentsWhatIsJsonAndNothingElse) {
-    const Row rows[] = {
+    const JsonRow rows[] = {
         {R"({"b":1,"a":[true,null,{}],"b":[]})",
          "{\n  \"b\": 1,\n  \"a\": [\n    true,\n    null,\n    {}\n  ],\n  \"b\": []\n}\n"},
         {" [ 1 ,\r\n\t2 ] ", "[\n  1,\n  2\n]\n"},
@@ -40,7 +40,7 @@ TEST(JsonIndenter, IndentsWhatIsJsonAndNothingElse) {
         {"", ""},
         {" \n", " \n"},
     };
-    for (const Row& row : rows) {
+    for (const JsonRow& row : rows) {
         for (const std::size_t piece : {std::size_t{1}, std::size_t{3}, std::size_t{1000}}) {
             EXPECT_EQ(indented(row.Text, piece), row.Shown) << piece;
         }

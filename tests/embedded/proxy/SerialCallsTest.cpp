@@ -20,7 +20,7 @@ namespace {
 
 using Answer = SerialCalls::Answer;
 
-const auto kNeverStop = [] {};
+const auto kNeverGiveUp = [] {};
 
 struct GivenUp {};
 
@@ -52,20 +52,20 @@ private:
 
 TEST(SerialCallsOfAThread, AnswerReachesTheCaller) {
     SerialCalls calls;
-    EXPECT_THAT(calls.run([] { return Answer{"a", "b"}; }, kNeverStop), ElementsAre("a", "b"));
-    EXPECT_THAT(calls.run([] { return Answer{}; }, kNeverStop), ElementsAre());
+    EXPECT_THAT(calls.run([] { return Answer{"a", "b"}; }, kNeverGiveUp), ElementsAre("a", "b"));
+    EXPECT_THAT(calls.run([] { return Answer{}; }, kNeverGiveUp), ElementsAre());
 }
 
 TEST(SerialCallsOfAThread, FailureReachesTheCallerWithItsWords) {
     SerialCalls calls;
     try {
-        calls.run([]() -> Answer { throw std::logic_error("on purpose"); }, kNeverStop);
+        calls.run([]() -> Answer { throw std::logic_error("on purpose"); }, kNeverGiveUp);
         FAIL() << "nothing was raised";
     } catch (const std::runtime_error& failure) {
         EXPECT_STREQ(failure.what(), "on purpose");
     }
-    EXPECT_THROW(calls.run([]() -> Answer { throw 42; }, kNeverStop), std::runtime_error);
-    EXPECT_THAT(calls.run([] { return Answer{"again"}; }, kNeverStop), ElementsAre("again"));
+    EXPECT_THROW(calls.run([]() -> Answer { throw 42; }, kNeverGiveUp), std::runtime_error);
+    EXPECT_THAT(calls.run([] { return Answer{"again"}; }, kNeverGiveUp), ElementsAre("again"));
 }
 
 TEST(SerialCallsOfAThread, CallRunsElsewhereAndTakesNoSignal) {
@@ -78,7 +78,7 @@ TEST(SerialCallsOfAThread, CallRunsElsewhereAndTakesNoSignal) {
             return Answer{std::this_thread::get_id() == here ? "here" : "elsewhere",
                           sigismember(&blocked, SIGINT) == 1 ? "blocked" : "open"};
         },
-        kNeverStop);
+        kNeverGiveUp);
     EXPECT_THAT(seen, ElementsAre("elsewhere", "blocked"));
     sigset_t blocked;
     pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
@@ -106,7 +106,7 @@ TEST(SerialCallsOfAThread, CallerThatGivesUpLeavesTheCallRunning) {
                  GivenUp);
     EXPECT_FALSE(ran);
     held.release();
-    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "after" : "beside"}; }, kNeverStop), ElementsAre("after"));
+    EXPECT_THAT(calls.run([&] { return Answer{held.over() ? "after" : "beside"}; }, kNeverGiveUp), ElementsAre("after"));
 }
 
 TEST(SerialCallsOfAThread, CallOutlivesWhatRanIt) {
@@ -130,7 +130,7 @@ TEST(SerialCallsOfManyThreads, RunOneAtATime) {
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < kRounds; ++round) {
-                const Answer answer = calls.run([&] { return Answer{std::to_string(++count)}; }, kNeverStop);
+                const Answer answer = calls.run([&] { return Answer{std::to_string(++count)}; }, kNeverGiveUp);
                 right += answer.size() == 1 ? 1 : 0;
             }
         });

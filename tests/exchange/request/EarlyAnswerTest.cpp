@@ -7,7 +7,7 @@ namespace {
 
 using namespace testsupport;
 
-constexpr std::size_t kLarge = 30'000'000;
+constexpr std::size_t kMuch = 30'000'000;
 const std::string kHeadOfDone = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n";
 
 class EarlyAnswer : public ExchangeFixture {
@@ -33,7 +33,7 @@ TEST_F(EarlyAnswer, RefusalEndsTheUpload) {
                             {step::expectBody(1000)},
                             {},
                             "Payload",
-                            Array::bytes(std::string(kLarge, 'x'))}}) {
+                            Array::bytes(std::string(kMuch, 'x'))}}) {
         SCOPED_TRACE(row.Where);
         ScriptedServer& server =
             serve(Script{step::expectHead()} + row.Taken +
@@ -47,7 +47,7 @@ TEST_F(EarlyAnswer, RefusalEndsTheUpload) {
         }
         EXPECT_EQ(receiveBytes(connection), "too large");
         EXPECT_EQ(resultTexts(connection, "getStatusLine", 3), (Texts{"HTTP/1.1", "413", "Too Large"}));
-        EXPECT_LT(server.waitUntilDone().Received.size(), kLarge);
+        EXPECT_LT(server.waitUntilDone().Received.size(), kMuch);
     }
 }
 

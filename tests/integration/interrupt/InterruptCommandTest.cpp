@@ -20,7 +20,7 @@ using namespace testsupport;
 using Texts = std::vector<std::string>;
 
 const std::string kInterrupted = "netrove: NETROVE:cli:Interrupted: interrupted\n";
-constexpr int kRounds = 8;                   // each command twice
+constexpr int kCommandRounds = 8;                   // each command twice
 constexpr std::chrono::seconds kPatience{2}; // of the person who has pressed Ctrl-C
 
 class InterruptedCommand : public testing::Test {
@@ -41,7 +41,7 @@ protected:
 
     // Unless something fails.
     void repeat(const std::function<void(int round)>& action) {
-        for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+        for (int round = 0; round < kCommandRounds && !HasFailure(); ++round) {
             SCOPED_TRACE(round);
             action(round);
         }

@@ -11,7 +11,7 @@ using namespace netrove::cli;
 using namespace std::chrono_literals;
 using Json = nlohmann::json;
 
-BatchLine lineOf(const std::string& text) {
+BatchLine parsedLine(const std::string& text) {
     return ManifestLines([](const std::string&) {}).once(1, text);
 }
 
@@ -36,7 +36,7 @@ TEST(BatchReport, AFailureIsAllInOneLine) {
         .Status = 503,
         .Attempts = 4,
         .Time = 1.23456s};
-    const std::string text = resultLine(lineOf("http://h/a b"), outcome, console);
+    const std::string text = resultLine(parsedLine("http://h/a b"), outcome, console);
     EXPECT_EQ(text.find_first_of("\n\xC3"), text.npos) << text;
     const Json object = Json::parse(text);
     EXPECT_EQ(object["result"], "failed");
@@ -54,7 +54,7 @@ TEST(BatchReport, SecretsOfALineAreHidden) {
     BatchOutcome outcome{.Failed =
                              Verdict{{"A", "B", {"wonderland"}, "the server repeats wonderland, Bearer topsecret"}, 1}};
     const BatchLine line =
-        lineOf("{\"url\":\"http://alice:wonderland@h/a\",\"fields\":[\"Authorization: Bearer topsecret\"]}");
+        parsedLine("{\"url\":\"http://alice:wonderland@h/a\",\"fields\":[\"Authorization: Bearer topsecret\"]}");
     const std::string text = resultLine(line, outcome, console);
     EXPECT_EQ(text.find("wonderland"), text.npos) << text;
     EXPECT_EQ(text.find("topsecret"), text.npos) << text;
@@ -66,7 +66,7 @@ TEST(BatchReport, AHeadInAFailureIsMasked) {
     const std::string whole = "a head: set-cookie: topsecret\nX: y";
     const std::string cut = "CRLF not found in headers:\nopsecret";
     BatchOutcome outcome{.Failed = Verdict{{"A", "B", {whole, cut}, whole + " " + cut}, 1}};
-    const Json object = Json::parse(resultLine(lineOf("http://h/a"), outcome, Console()));
+    const Json object = Json::parse(resultLine(parsedLine("http://h/a"), outcome, Console()));
     const std::string wholeShown = "a head: set-cookie: ***\nX: y";
     const std::string cutShown = "CRLF not found in headers (8 bytes, not shown)";
     EXPECT_EQ(object["arguments"], Json({wholeShown, cutShown}));
@@ -74,7 +74,7 @@ TEST(BatchReport, AHeadInAFailureIsMasked) {
 }
 
 TEST(BatchReport, WithoutAResponseThereIsNoStatus) {
-    const Json object = Json::parse(plainLine(lineOf("{\"url\":\"http://h/a\",\"target\":null}"), "planned", nullptr));
+    const Json object = Json::parse(plainLine(parsedLine("{\"url\":\"http://h/a\",\"target\":null}"), "planned", nullptr));
     EXPECT_EQ(object["status"], nullptr);
     EXPECT_EQ(object["target"], nullptr);
     EXPECT_EQ(object["result"], "planned");
