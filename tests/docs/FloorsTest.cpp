@@ -17,7 +17,7 @@ using Graph = std::map<std::string, Names>;
 Graph includeGraph(std::string (*name)(fs::path)) {
     Graph graph;
     for (const char* top : {"http", "errors", "hostcalls", "transfer", "streaming", "hostclass", "proxy", "host",
-                            "embedded", "client", "cli", "tests", "fuzz", "bench", "examples"}) {
+                            "embedded", "client", "cli", "python", "tests", "fuzz", "bench", "examples"}) {
         for (const fs::path& file : fs::recursive_directory_iterator(sourcePath(top))) {
             if (file.extension() != ".h" && file.extension() != ".cpp") {
                 continue;

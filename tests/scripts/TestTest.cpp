@@ -106,6 +106,20 @@ TEST_F(AllTests, WhatFailedIsShownAgainAtTheEnd) {
                   "8 passed, 1 failed\n");
 }
 
+TEST_F(AllTests, TestsOfPytestCountOneByOne) {
+    const std::string rest = " ===================\n";
+    write(
+        "dev.log",
+        entry("python", ".....s\n== 5 passed, 1 skipped in 0.31s" + rest, true) +
+            entry("more", "F..\nE  assert 2 == 3\n=== 2 failed, 7 passed, 1 error in 61.20s (0:01:01)" + rest, false) +
+            entry("none", "=== 9 deselected in 0.01s" + rest, true));
+    expectFailure("dev: 3 failed\n"
+                  "F..\n"
+                  "E  assert 2 == 3\n"
+                  "\n"
+                  "16 passed, 3 failed\n");
+}
+
 // A crash takes GoogleTest's last words with it; a test without GoogleTest has none.
 TEST_F(AllTests, EntryWithoutASummaryIsOneTest) {
     write("asan.log", entry("headers", "", true) +

@@ -1,0 +1,103 @@
+"""HTTP for Python on the library netrove.
+
+    import netrove
+    page = netrove.get("https://example.org/").text
+    netrove.save("https://example.org/big.bin", "big.bin", resume=True, progress=True)
+"""
+
+from __future__ import annotations
+
+import atexit
+import os
+import threading
+from json import JSONDecodeError
+
+from . import _netrove
+from ._client import Client, delete, get, head, options, patch, post, put, request, save, stream
+from ._errors import (
+    ConnectionError,
+    ConnectTimeout,
+    ContentError,
+    Error,
+    FileError,
+    HTTPStatusError,
+    Interrupted,
+    InvalidURL,
+    NameResolutionError,
+    ProxyError,
+    ReadTimeout,
+    RequestError,
+    SSLError,
+    Timeout,
+    TooManyRedirects,
+    UsageError,
+)
+from ._headers import Headers
+from ._netrove import RateLimit
+from ._netrove import __version__ as __version__
+from ._response import Response, StreamedResponse
+from ._settings import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
+
+# Names that other libraries have for these.
+Session = Client
+RequestException = Error
+HTTPError = HTTPStatusError
+ConnectError = ConnectionError
+TimeoutException = Timeout
+
+__all__ = [
+    "BasicAuth",
+    "Client",
+    "ConnectError",
+    "ConnectTimeout",
+    "ConnectionError",
+    "ContentError",
+    "DigestAuth",
+    "Error",
+    "FileError",
+    "HTTPError",
+    "HTTPStatusError",
+    "Headers",
+    "Interrupted",
+    "InvalidURL",
+    "JSONDecodeError",
+    "Limits",
+    "Login",
+    "NameResolutionError",
+    "Progress",
+    "ProxyError",
+    "RateLimit",
+    "ReadTimeout",
+    "RequestError",
+    "RequestException",
+    "Response",
+    "Retry",
+    "SSLError",
+    "Session",
+    "StreamedResponse",
+    "Timeout",
+    "TimeoutException",
+    "TooManyRedirects",
+    "UsageError",
+    "delete",
+    "get",
+    "head",
+    "options",
+    "patch",
+    "post",
+    "put",
+    "request",
+    "save",
+    "stream",
+]
+
+
+def _note_main_thread() -> None:
+    ident = threading.main_thread().ident
+    if ident is not None:
+        _netrove.set_main_thread(ident)
+
+
+_note_main_thread()
+os.register_at_fork(after_in_child=_note_main_thread)
+atexit.register(_netrove.stop_all)

@@ -1,0 +1,318 @@
+"""The client: requests that read like what they do."""
+
+from __future__ import annotations
+
+import inspect
+import os
+import threading
+from collections.abc import Callable, Iterator
+from contextlib import contextmanager
+from pathlib import Path
+from types import TracebackType
+from typing import Any
+
+from . import _netrove, _progress, _settings
+from ._headers import Headers
+from ._response import Response, StreamedResponse
+from ._settings import UNSET
+
+_OPTIONS = """
+    Args:
+        params: names and values for the query of the URL: a mapping or pairs.
+        headers: header fields: a mapping or pairs. A name here replaces the client's fields of that name.
+        cookies: names and values that are sent as cookies with this request.
+        auth: (user, password) or a Login.
+        content: what is sent as it is: bytes or anything with a buffer, which is not copied if it is large; text in
+            UTF-8; an open file from where it stands; a path; a generator or an iterable of such pieces.
+        data: the same, or the names and values of a form.
+        json: a value that is sent as JSON.
+        form: names and values of a form: a mapping or pairs.
+        files: files of a form: name to content, (filename, content) or (filename, content, type).
+        timeout: seconds or timedelta for the limits connect, response and data, or a pair: connect, and the others.
+            None is no limit. 10 s to connect and 30 s of silence unless it is given.
+        limits: a Limits, where one number is not enough.
+        retry: how often the call is tried in all, or a Retry. 3.
+        follow_redirects: False, or how many redirects are followed at most. 10.
+        verify: False verifies no certificate; a path names a file of authorities to trust besides the system's.
+        verify_name: False accepts a certificate for another host.
+        proxy: its URL; False for none, True for that of the system, which is the default.
+        proxies: the same by scheme: {"http": ..., "https": ...}.
+        rate: a RateLimit that calls may share.
+        decode: False leaves content in the coding in which it came.
+        compressed: True asks for content in a coding that is decoded.
+        check_status: True raises HTTPStatusError for a status of 400 and above.
+        progress: True shows a bar; a callable gets a Progress at most 20 times a second, and one at the end.
+        trace: a callable that gets ("note" | "sent" | "received", line) for each line of a head and each decision.
+
+    Raises:
+        Error: one of its classes, with `kind`, `identifier` and `arguments`. Exceptions of your own callables and
+            generators arrive unchanged, and so does KeyboardInterrupt, within a second.
+"""
+
+_NAMES = [line.split(":")[0].strip() for line in _OPTIONS.splitlines() if line.startswith("        ") and line[8] != " "]
+_CALL_NAMES = [name for name in _NAMES if name != "Error"]
+_SAVE_NAMES = ["resume", "resume_unproven", "replace", "keep_time", "sha256"]
+
+_SAVE_OPTIONS = """
+    Args:
+        target: a file, or a folder, in which the server or the URL names the file; the current folder if left out.
+        resume: True goes on with what an earlier call has left in FILE.part, if it is the same file.
+        resume_unproven: with resume: even if nothing proves that it is the same file.
+        replace: False refuses to replace a file.
+        keep_time: True gives the file the time of Last-Modified.
+        sha256: of the whole content, 64 hexadecimal digits; anything else is an error, and is not kept.
+"""
+
+
+def _described(first: list[inspect.Parameter], options: list[str], more: str) -> Callable[[Any], Any]:
+    """Gives a function the signature that its callers see, and the text about its arguments."""
+    keyword = inspect.Parameter.KEYWORD_ONLY
+    optional = [inspect.Parameter(name, keyword, default=UNSET) for name in options]
+
+    def describe(function: Any) -> Any:
+        own = [p for p in inspect.signature(function).parameters.values() if p.name == "self"]
+        function.__signature__ = inspect.Signature(own + first + optional)
+        function.__doc__ = inspect.cleandoc(function.__doc__) + "\n\n" + inspect.cleandoc(more)
+        return function
+
+    return describe
+
+
+def _parameter(name: str, default: Any = inspect.Parameter.empty) -> inspect.Parameter:
+    return inspect.Parameter(name, inspect.Parameter.POSITIONAL_OR_KEYWORD, default=default)
+
+
+_URL = _parameter("url")
+_call = _described([_URL], _CALL_NAMES, _OPTIONS)
+_request = _described([_parameter("method"), _URL], _CALL_NAMES, _OPTIONS)
+_save = _described(
+    [_URL, _parameter("target", None)],
+    _SAVE_NAMES + _CALL_NAMES,
+    _SAVE_OPTIONS.rstrip() + _OPTIONS.replace("\n    Args:", "", 1),
+)
+
+
+@contextmanager
+def _progress_of(options: dict[str, Any], url: Any) -> Iterator[None]:
+    """A bar in the place of True, which is closed in the end."""
+    progress = options.get("progress")
+    if not isinstance(progress, bool):
+        yield
+        return
+    options.pop("progress")
+    if not progress:
+        yield
+        return
+    title = os.path.basename(str(url).partition("?")[0].rstrip("/")) or str(url)
+    bar = _progress.bar(title)
+    options["progress"] = bar
+    try:
+        yield
+    finally:
+        bar.close()
+
+
+class Client:
+    """An HTTP client. It keeps its connections for the next call; cookies live for one call and its redirects.
+
+    A client makes one call at a time: one that begins while another one runs, on another thread or in a callback, is
+    refused with UsageError. ``interrupt`` may be called by any thread. For many calls at a time there is ``get_all``.
+
+    Args:
+        base_url: to which the URLs of calls are relative.
+        headers, params, auth: for every call. They can be changed later, as attributes.
+        options: what ``get`` takes, for every call that does not say otherwise.
+    """
+
+    def __init__(self, base_url: str = "", *, headers: Any = None, params: Any = None, auth: Any = None, **options: Any):
+        self.headers = Headers(headers or ())
+        self.params: Any = {} if params is None else params
+        self.auth = auth
+        self._proxies = options.pop("proxies", None)
+        self._defaults = _netrove.Settings()
+        self._defaults.url = str(base_url)
+        self._check_status = options.pop("check_status", None)
+        _settings.apply(self._defaults, options)
+        self._core = _netrove.Client(self._defaults)
+
+    def _prepared(self, method: str, url: Any, options: dict[str, Any]) -> _netrove.Settings:
+        defaults: dict[str, Any] = {}
+        if self.params:
+            defaults["params"] = self.params
+        if self.auth is not None:
+            defaults["auth"] = self.auth
+        if len(self.headers):
+            own = Headers(options.get("headers") or ())
+            options["headers"] = [
+                *(field for field in self.headers.multi_items() if field[0] not in own),
+                *own.multi_items(),
+            ]
+        if self._proxies is not None:
+            options.setdefault("proxies", self._proxies)
+        return _settings.request(method, url, defaults, options)
+
+    def _send(self, method: str, url: Any, options: dict[str, Any]) -> Response:
+        if options:
+            if options.pop("stream", False):
+                return self._stream(method, url, options)
+            if "progress" in options:
+                with _progress_of(options, url):
+                    return self._collect(method, url, options)
+        return self._collect(method, url, options)
+
+    def _collect(self, method: str, url: Any, options: dict[str, Any]) -> Response:
+        check = options.pop("check_status", None)
+        settings = self._prepared(method, url, options)
+        settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
+        return Response(*self._core.collect(settings))
+
+    def _stream(self, method: str, url: Any, options: dict[str, Any]) -> StreamedResponse:
+        check = options.pop("check_status", None)
+        settings = self._prepared(method, url, options)
+        settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
+        return StreamedResponse(_netrove.Stream(self._core, settings))
+
+    @_call
+    def get(self, url: Any, **options: Any) -> Response:
+        """Sends a GET request; the content is collected in memory."""
+        return self._send("GET", url, options)
+
+    @_call
+    def head(self, url: Any, **options: Any) -> Response:
+        """Sends a HEAD request."""
+        return self._send("HEAD", url, options)
+
+    @_call
+    def options(self, url: Any, **options: Any) -> Response:
+        """Sends an OPTIONS request."""
+        return self._send("OPTIONS", url, options)
+
+    @_call
+    def post(self, url: Any, **options: Any) -> Response:
+        """Sends a POST request."""
+        return self._send("POST", url, options)
+
+    @_call
+    def put(self, url: Any, **options: Any) -> Response:
+        """Sends a PUT request."""
+        return self._send("PUT", url, options)
+
+    @_call
+    def patch(self, url: Any, **options: Any) -> Response:
+        """Sends a PATCH request."""
+        return self._send("PATCH", url, options)
+
+    @_call
+    def delete(self, url: Any, **options: Any) -> Response:
+        """Sends a DELETE request."""
+        return self._send("DELETE", url, options)
+
+    @_request
+    def request(self, method: str, url: Any, **options: Any) -> Response:
+        """Sends a request with any method; the content is collected in memory."""
+        return self._send(method.upper(), url, options)
+
+    @_save
+    def save(self, url: Any, target: Any = None, **options: Any) -> Response:
+        """Receives content into a file that is whole or not there: it gets its name at the end. ``response.file`` is
+        where it is. A status of 400 and above raises HTTPStatusError unless ``check_status`` is False."""
+        with _progress_of(options, url):
+            return Response(self._core.save(self._prepared("GET", url, options), _target(target)), b"")
+
+    def stream(self, url: Any, *more: Any, **options: Any) -> StreamedResponse:
+        """Sends a request and returns when its head has come; the content is received while it is asked for::
+
+            for piece in client.stream("https://example.org/log"):
+                ...
+            with client.stream("GET", "https://example.org/log") as response:
+                for line in response.iter_lines():
+                    ...
+
+        A method other than GET goes before the URL. The arguments are those of ``get``."""
+        method, url = ("GET", url) if not more else (url, *more)
+        return self._stream(method.upper(), url, options)
+
+    def interrupt(self) -> None:
+        """Ends the call under way, or the next one, within a second, with Interrupted. Any thread."""
+        self._core.interrupt()
+
+    def close(self) -> None:
+        """Closes the connections; the client cannot be used any more."""
+        self._core.close()
+
+    def __enter__(self) -> Client:
+        return self
+
+    def __exit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        self.close()
+
+
+def _target(target: Any) -> Path:
+    if target is None:
+        return Path(".")
+    text = os.fspath(target)
+    if isinstance(text, str) and text.endswith("/") and not os.path.isdir(text):
+        raise FileNotFoundError(f"there is no folder {text}")
+    return Path(target)
+
+
+class _Own(threading.local):
+    """The client of a thread for calls without one: its connections are kept for the next call."""
+
+    client: Client | None = None
+    busy = False
+
+
+_own = _Own()
+
+
+@contextmanager
+def _any_client() -> Iterator[Client]:
+    if _own.busy:  # a call from within a callback of another one
+        with Client() as client:
+            yield client
+        return
+    if _own.client is None or not _own.client._core.usable:
+        _own.client = Client()
+    _own.busy = True
+    try:
+        yield _own.client
+    finally:
+        _own.busy = False
+
+
+def _single(name: str) -> Any:
+    method = getattr(Client, name)
+
+    def call(*arguments: Any, **options: Any) -> Any:
+        if options.get("stream"):
+            return getattr(Client(), name)(*arguments, **options)
+        with _any_client() as client:
+            return method(client, *arguments, **options)
+
+    parameters = list(inspect.signature(method).parameters.values())[1:]
+    call.__name__ = call.__qualname__ = name
+    call.__module__ = "netrove"
+    call.__doc__ = method.__doc__
+    call.__signature__ = inspect.Signature(parameters)  # type: ignore[attr-defined]
+    return call
+
+
+get = _single("get")
+head = _single("head")
+options = _single("options")
+post = _single("post")
+put = _single("put")
+patch = _single("patch")
+delete = _single("delete")
+request = _single("request")
+save = _single("save")
+
+
+def stream(url: Any, *more: Any, **options: Any) -> StreamedResponse:
+    return Client().stream(url, *more, **options)
+
+
+stream.__doc__ = Client.stream.__doc__

@@ -1,0 +1,278 @@
+"""What is asked for, and how: arguments of calls as settings of the library."""
+
+from __future__ import annotations
+
+import base64
+import math
+import os
+from collections.abc import Callable, Mapping, Sequence
+from dataclasses import dataclass
+from datetime import timedelta
+from typing import Any, NamedTuple, Union
+from urllib.parse import urlencode
+
+from . import _bodies, _netrove
+from ._errors import UsageError
+from ._headers import Headers
+
+Seconds = Union[float, timedelta]
+
+
+class _Unset:
+    def __repr__(self) -> str:
+        return "..."
+
+
+UNSET: Any = _Unset()
+
+
+@dataclass(frozen=True)
+class Limits:
+    """Longest times, in seconds or as timedelta, and most content, in bytes. None leaves a value to the client, or to
+    the default that is named; ``math.inf`` is no limit. A transfer that keeps moving is limited by ``total`` only.
+
+    Attributes:
+        connect: until there is a connection, name look-up and TLS included; 10 s.
+        response: of silence before the response's head; 30 s.
+        data: of silence while content moves, in either direction; 30 s.
+        attempt: for one attempt with its redirects; no limit.
+        total: for the whole call with redirects, retries and waits; no limit.
+        memory: bytes of content collected in memory; 64 MiB.
+        content: bytes of content, wherever they go; no limit.
+    """
+
+    connect: Seconds | None = None
+    response: Seconds | None = None
+    data: Seconds | None = None
+    attempt: Seconds | None = None
+    total: Seconds | None = None
+    memory: int | None = None
+    content: int | None = None
+
+
+@dataclass(frozen=True)
+class Retry:
+    """What is tried again, and when: failures that may pass, of requests that may be repeated or were not sent. None
+    leaves a value to the client, or to the default that is named.
+
+    Attributes:
+        attempts: in all; 3.
+        wait: seconds or timedelta, doubled for each attempt; the wait is random between 0 and that, or what the server
+            asks for; 0.25 s.
+        longest_wait: seconds or timedelta; a server that asks for more ends the call; 30 s.
+        unsafe: POST and PATCH too, which may then be done twice; False.
+        statuses: that may pass; 408, 429, 502, 503, 504.
+        any: whatever failure of the server or the way to it; False.
+    """
+
+    attempts: int | None = None
+    wait: Seconds | None = None
+    longest_wait: Seconds | None = None
+    unsafe: bool | None = None
+    statuses: Sequence[int] | None = None
+    any: bool | None = None
+
+
+@dataclass(frozen=True)
+class Login:
+    """A login at the server. The safest scheme that it offers is used: of "basic", "digest", "ntlm", "negotiate", those
+    that ``schemes`` names; without any, basic and digest. ``bearer`` is a token in place of user and password."""
+
+    user: str | None = None
+    password: str = ""
+    schemes: Sequence[str] = ()
+    bearer: str = ""
+
+
+def BasicAuth(username: str, password: str) -> Login:
+    """A login by the scheme Basic."""
+    return Login(username, password, ("basic",))
+
+
+def DigestAuth(username: str, password: str) -> Login:
+    """A login by the scheme Digest."""
+    return Login(username, password, ("digest",))
+
+
+class Progress(NamedTuple):
+    """How far a call has come, in bytes of content.
+
+    Attributes:
+        sent: bytes that were sent.
+        received: bytes that came, what was resumed included.
+        to_send: how many there will be, where that is known.
+        to_receive: the same of what comes.
+    """
+
+    sent: int
+    received: int
+    to_send: int | None
+    to_receive: int | None
+
+
+def seconds(value: Seconds) -> float:
+    """As a number; infinity for no limit."""
+    number = value.total_seconds() if isinstance(value, timedelta) else float(value)
+    if math.isnan(number):
+        raise ValueError("a time is a number of seconds or a timedelta")
+    return number
+
+
+def _set_limits(to: _netrove.Settings, limits: Limits) -> None:
+    for name in ("connect", "response", "data", "attempt", "total"):
+        if (value := getattr(limits, name)) is not None:
+            setattr(to, name, seconds(value))
+    for name in ("memory", "content"):
+        if (value := getattr(limits, name)) is not None:
+            setattr(to, name, min(value, 2**63) if value != math.inf else 2**63)
+
+
+def _set_timeout(to: _netrove.Settings, timeout: Any) -> None:
+    if isinstance(timeout, tuple):
+        connect, rest = timeout
+    else:
+        connect = rest = timeout
+    to.connect = math.inf if connect is None else seconds(connect)
+    to.response = to.data = math.inf if rest is None else seconds(rest)
+
+
+def _set_auth(to: _netrove.Settings, auth: Any) -> None:
+    if isinstance(auth, tuple):
+        auth = Login(*auth)
+    to.login(auth.user, auth.password, auth.bearer, list(auth.schemes))
+
+
+def _set_retry(to: _netrove.Settings, retry: Any) -> None:
+    if isinstance(retry, int):
+        retry = Retry(attempts=retry)
+    for name, own in (
+        ("attempts", "attempts"),
+        ("unsafe", "retry_unsafe"),
+        ("any", "retry_any"),
+    ):
+        if (value := getattr(retry, name)) is not None:
+            setattr(to, own, value)
+    if retry.wait is not None:
+        to.retry_wait = seconds(retry.wait)
+    if retry.longest_wait is not None:
+        to.retry_longest_wait = seconds(retry.longest_wait)
+    if retry.statuses is not None:
+        to.retry_statuses = list(retry.statuses)
+
+
+def _set_redirects(to: _netrove.Settings, follow: bool | int) -> None:
+    if follow is not True:
+        to.redirects = int(follow)
+
+
+def _set_verify(to: _netrove.Settings, verify: Any) -> None:
+    if isinstance(verify, (str, os.PathLike)):
+        to.authorities = os.fspath(verify)
+    else:
+        to.verify = bool(verify)
+
+
+def _set_cookies(to: _netrove.Settings, cookies: Mapping[str, str]) -> None:
+    to.field("Cookie", "; ".join(f"{name}={value}" for name, value in cookies.items()))
+
+
+def _set_proxy(to: _netrove.Settings, proxy: str | bool) -> None:
+    if isinstance(proxy, str):
+        to.proxy = proxy
+    else:
+        to.system_proxy = proxy
+
+
+def _set_progress(to: _netrove.Settings, progress: Callable[[Progress], object]) -> None:
+    to.progress = lambda *counts: progress(Progress(*counts))
+
+
+def _set_plainly(name: str) -> Callable[[_netrove.Settings, Any], None]:
+    return lambda to, value: setattr(to, name, value)
+
+
+# By the name of the argument. None says nothing, but for `timeout`.
+_SETTERS: dict[str, Callable[[_netrove.Settings, Any], None]] = {
+    "cookies": _set_cookies,
+    "auth": _set_auth,
+    "limits": _set_limits,
+    "timeout": _set_timeout,
+    "retry": _set_retry,
+    "follow_redirects": _set_redirects,
+    "verify": _set_verify,
+    "verify_name": _set_plainly("verify_name"),
+    "proxy": _set_proxy,
+    "rate": _set_plainly("rate"),
+    "decode": _set_plainly("decode"),
+    "compressed": _set_plainly("compressed"),
+    "check_status": _set_plainly("check_status"),
+    "progress": _set_progress,
+    "trace": _set_plainly("trace"),
+    "resume": _set_plainly("resume"),
+    "resume_unproven": _set_plainly("resume_unproven"),
+    "replace": _set_plainly("replace"),
+    "keep_time": _set_plainly("keep_time"),
+    "sha256": _set_plainly("sha256"),
+}
+
+# Names that other libraries have for these.
+_OTHER_NAMES = {"allow_redirects": "follow_redirects"}
+
+
+def _proxy_of(proxies: Mapping[str, str | None], url: str) -> str | bool | None:
+    """What requests calls `proxies`: by scheme, with or without "://", or for all."""
+    scheme = url.partition("://")[0].lower()
+    for key in (scheme, scheme + "://", "all", "all://"):
+        if key in proxies:
+            return proxies[key] or False
+    return None
+
+
+def apply(to: _netrove.Settings, options: Mapping[str, Any]) -> None:
+    """Sets what the arguments of a call say."""
+    for name, value in options.items():
+        setter = _SETTERS.get(_OTHER_NAMES.get(name, name))
+        if setter is None:
+            raise TypeError(f"there is no argument '{name}'")
+        if value is UNSET or (value is None and name != "timeout"):
+            continue
+        setter(to, value)
+
+
+def with_params(url: str, params: Any) -> str:
+    """The URL with further names and values in its query."""
+    if params is None:
+        return url
+    query = params if isinstance(params, str) else urlencode(_bodies.pairs(params))
+    if not query:
+        return url
+    url, mark, fragment = url.partition("#")
+    return url + ("&" if "?" in url else "?") + query + mark + fragment
+
+
+def request(
+    method: str, url: Any, defaults: Mapping[str, Any], options: dict[str, Any]
+) -> _netrove.Settings:
+    """The settings of one call. `defaults` are those of the client that may have been changed since it was made."""
+    to = _netrove.Settings()
+    to.method = method
+    if not options and not defaults:
+        to.url = str(url)
+        return to
+    params = options.pop("params", None)
+    url = with_params(str(url), defaults.get("params"))
+    to.url = url = with_params(url, params)
+    headers = options.pop("headers", None)
+    for name, value in Headers(headers or ()).multi_items():
+        to.field(name, value if isinstance(value, str) else value.decode())
+    given = {name: options.pop(name, None) for name in ("content", "data", "form", "files")}
+    json = options.pop("json", UNSET)
+    has_json = json is not UNSET and json is not None
+    if (content := _bodies.body(json=json, has_json=has_json, **given)) is not None:
+        to.body = content
+    if (proxies := options.pop("proxies", None)) is not None and options.get("proxy") is None:
+        options["proxy"] = _proxy_of(proxies, url)
+    if options.get("auth") is None and defaults.get("auth") is not None:
+        options["auth"] = defaults["auth"]
+    apply(to, options)
+    return to
