@@ -1,4 +1,5 @@
 // Forms as httpbin reads them, logins at httpbin and at Apache httpd.
+#include "tests/client/ErrorOf.h"
 #include "tests/integration/apache/Apache.h"
 #include "tests/integration/httpbin/Httpbin.h"
 #include "tests/support/crypto/Digest.h"
@@ -35,17 +36,6 @@ protected:
     static void TearDownTestSuite() { Server.reset(); }
 
     static std::string url(const std::string& path) { return Server->url(path); }
-    template <class Call>
-    static netrove::Error errorOf(Call call) {
-        try {
-            call();
-        } catch (const netrove::Error& error) {
-            return error;
-        }
-        ADD_FAILURE() << "no error";
-        return {netrove::ErrorKind::Other, "none", {}, "none"};
-    }
-
     netrove::Client Client{{.proxy = netrove::Proxy::none()}};
 
 private:
@@ -95,7 +85,7 @@ TEST_F(ClientAtHttpbin, KnowsWhoLogsIn) {
           Row{"/bearer", {.bearer = "token"}, {}}}) {
         SCOPED_TRACE(row.Path);
         EXPECT_EQ(Client.get(url(row.Path), {.login = row.Right}).json<json>().at("authenticated"), true);
-        const netrove::Error error = errorOf([&] { Client.get(url(row.Path), {.login = row.Wrong}); });
+        const netrove::Error error = clienttest::errorOf([&] { Client.get(url(row.Path), {.login = row.Wrong}); });
         EXPECT_EQ(error.kind(), netrove::ErrorKind::Status);
         EXPECT_EQ(error.response().status, 401);
         EXPECT_THAT(error.what(), testing::Not(testing::HasSubstr("hidden")));
