@@ -23,7 +23,8 @@ constexpr int kPumpWaitMs = 1000; // whatever the timeouts are
 
 InterruptibleStreamCopier::InterruptibleStreamCopier(HTTPConnection& connection)
     : Connection(&connection), Payload(connection.Settings.Payload), Provider(connection.Settings.Provider),
-      ProviderClass(vcos::internal::makeInterned(kProviderClassName)), ProviderArgs{Provider.get(), nullptr} {
+      ProviderClass(Provider != nullptr ? vcos::internal::makeInterned(kProviderClassName) : nullptr),
+      ProviderArgs{Provider.get(), nullptr} {
     offerPayload();
     CURL* easy = connection.Handles->EasyHandle;
     setOption(easy, CURL_NAMED(CURLOPT_WRITEFUNCTION), &writeCallback);
@@ -124,21 +125,18 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     if (Connection->Transfer.Fault != TransferFault::None) {
         return CURL_READFUNC_ABORT;
     }
-    const std::uint64_t offered = SendPosition < SendLength ? SendLength - SendPosition : 0;
-    const std::size_t length = std::min<std::uint64_t>(room, offered);
-    if (length == 0) {
-        if (PumpWantsData && offered == 0) {
+    if (!hasOffer()) {
+        if (PumpWantsData) {
             ReadPaused = true;
             return CURL_READFUNC_PAUSE;
         }
-        if (offered == 0) {
-            noteEndOfUpload();
-        }
+        noteEndOfUpload();
         return 0;
     }
-    const std::uint8_t* source = SendData + SendPosition;
-    std::memcpy(buffer, source, length);
-    SendPosition += length;
+    const std::size_t length = copyOffer(buffer, room);
+    if (length == 0) {
+        return 0; // there was no room
+    }
     TotalSent += length;
     const RunningTransfer& transfer = Connection->Transfer;
     if (transfer.HasContentLength && TotalSent >= static_cast<std::uint64_t>(transfer.ContentLengthToSend)) {
@@ -146,13 +144,37 @@ std::size_t InterruptibleStreamCopier::giveBytes(char* buffer, std::size_t room)
     }
     const std::int32_t debug = Connection->Settings.Debug;
     if (debug > 1) {
-        traceLine(debug, "SENDING " + std::to_string(length) +
-                             " BYTES: " + std::string(reinterpret_cast<const char*>(source), length));
+        traceLine(debug, "SENDING " + std::to_string(length) + " BYTES: " + std::string(buffer, length));
     } else if (debug == 1) {
         traceLine(debug, "SENDING " + std::to_string(length) + " BYTES");
     }
     Connection->updateDeadline();
     return length;
+}
+
+std::size_t InterruptibleStreamCopier::copyOffer(char* buffer, std::size_t room) {
+    std::size_t copied = 0;
+    do {
+        if (SendPosition < SendLength) {
+            const std::size_t length = std::min<std::uint64_t>(room - copied, SendLength - SendPosition);
+            std::memcpy(buffer + copied, SendData + SendPosition, length);
+            SendPosition += length;
+            copied += length;
+        }
+    } while (copied < room && offerNextPiece());
+    return copied;
+}
+
+// False: there is none.
+bool InterruptibleStreamCopier::offerNextPiece() noexcept {
+    if (NextPiece == Pieces.size()) {
+        return false;
+    }
+    SendData = Pieces[NextPiece].Data;
+    SendLength = Pieces[NextPiece].Length;
+    SendPosition = 0;
+    ++NextPiece;
+    return true;
 }
 
 // All content has been handed over. A head that arrived earlier has forbidden the reuse of the network connection.
@@ -163,7 +185,7 @@ void InterruptibleStreamCopier::noteEndOfUpload() {
 }
 
 // libcurl is about to send the body again. Each seek is taken as absolute; content in memory is offered again from
-// there. A provider is restarted here, inside libcurl's call, and delivers everything again, so its last array is
+// there. A provider is restarted here, inside libcurl's call, and delivers everything again, so its last arrays are
 // withdrawn. Once the pump has ended, nothing asks a provider any more: the seek fails, which ends the transfer before
 // a server could take no content for all of it.
 int InterruptibleStreamCopier::rewind(curl_off_t offset) {
@@ -181,6 +203,8 @@ int InterruptibleStreamCopier::rewind(curl_off_t offset) {
         return CURL_SEEKFUNC_FAIL;
     }
     if (PumpWantsData) {
+        NextPiece = Pieces.size(); // the next refill releases them: no host object goes inside libcurl's call
+        ProviderEnded = false;
         offerPayload();
     }
     return CURL_SEEKFUNC_OK;

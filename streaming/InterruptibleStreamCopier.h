@@ -51,12 +51,13 @@ public:
     static std::size_t readCallback(char* buffer, std::size_t size, std::size_t count, void* copier);
     static int seekCallback(void* copier, curl_off_t offset, int origin);
 
-    HTTPConnection* Connection;              // borrowed; outlives the copier's use
-    const std::uint8_t* SendData = nullptr;  // bytes on offer to libcurl; in `Payload` or in the provider's last array
-    std::uint64_t SendLength = 0;            // number of bytes at SendData
-    std::uint64_t SendPosition = 0;          // next byte to hand to libcurl
-    std::uint64_t TotalSent = 0;             // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;               // response bytes not yet drained
+    HTTPConnection* Connection; // borrowed; outlives the copier's use
+    const std::uint8_t* SendData =
+        nullptr;                    // bytes on offer to libcurl; in `Payload` or in one of the provider's arrays
+    std::uint64_t SendLength = 0;   // number of bytes at SendData
+    std::uint64_t SendPosition = 0; // next byte to hand to libcurl
+    std::uint64_t TotalSent = 0;    // bytes handed to libcurl for this request, moved back by a rewind
+    std::string ReceiveBuffer;      // response bytes not yet drained
     std::size_t ReceiveLimit = kReceiveStep; // once ReceiveBuffer has this size, libcurl reads no more
 
     // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
@@ -69,8 +70,9 @@ public:
     std::shared_ptr<const std::vector<std::uint8_t>>
         Payload;                      // shared with the connection, which may have another by now
     SharedHostArray Provider;         // the same; null: none
-    vcos::InternedName ProviderClass; // class name for calls on the provider
+    vcos::InternedName ProviderClass; // class name for calls on the provider; null without one
     vxArray_tag* ProviderArgs[2];     // the provider; the wanted size, valid only during sendRequest
+    std::uint64_t WantedSize = 0;     // the value of that
     bool PumpWantsData = false;       // sendRequest runs with a provider that has not reported its end
     bool ReadPaused = false;          // readCallback has paused the upload; sendRequest resumes it after a refill
     bool WritePaused = false;         // the download is paused; the pumps resume it
@@ -80,6 +82,16 @@ private:
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
     void offerPayload() noexcept;
+    // What the provider has returned: `Length` bytes at `Data` in `Array`, at least one.
+    struct Piece {
+        HostArray Array;
+        const std::uint8_t* Data;
+        std::uint64_t Length;
+    };
+
+    bool hasOffer() const noexcept { return SendPosition < SendLength || NextPiece < Pieces.size(); }
+    bool offerNextPiece() noexcept;
+    std::size_t copyOffer(char* buffer, std::size_t room);
     void noteEndOfUpload();
 
     // both pumps
@@ -89,10 +101,14 @@ private:
     void applyPauses();
 
     // sendRequest
-    bool refill(HostArray& lastArray);
+    bool refill();
+    void askProvider();
+    std::uint64_t takePiece();
+    bool mayAskAgain(std::uint64_t length, std::uint64_t gathered, std::int64_t start) const;
     void resumeReading();
     void makeRoomForEarlyContent();
     void withdrawOffer() noexcept;
+    void dropPieces() noexcept;
     void breakUpload() noexcept;
 
     // receiveResponse
@@ -102,6 +118,10 @@ private:
     void receiveOnce(Receiver& receiver);
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);
+
+    std::vector<Piece> Pieces;  // on offer one after the other
+    std::size_t NextPiece = 0;  // of those, the one on offer once SendData is used up
+    bool ProviderEnded = false; // the provider has reported its end, and `Pieces` are still on offer
 };
 
 } // namespace netrove

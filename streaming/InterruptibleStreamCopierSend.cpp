@@ -18,6 +18,10 @@ using namespace matrix::detail::noninlined::vx_array_api;
 namespace {
 
 constexpr std::uint64_t kDefaultProviderBuffer = 16384;
+// Providers that deliver less at a time may be waiting for what comes of it.
+constexpr std::uint64_t kSmallestGathered = 16384;
+// What has been gathered is not held back for longer: a provider that takes its time is asked once for each perform.
+constexpr std::int64_t kGatherNs = kNsPerMs;
 
 } // namespace
 
@@ -28,13 +32,12 @@ void InterruptibleStreamCopier::sendRequest() {
     HostArray wantedSize;
     if (Provider != nullptr) {
         wantedSize = makeUInt64Scalar();
-        uint64Of(wantedSize.get()) = connection.Settings.ProviderBufferSize == 0
-                                         ? kDefaultProviderBuffer
-                                         : connection.Settings.ProviderBufferSize;
+        WantedSize = connection.Settings.ProviderBufferSize == 0 ? kDefaultProviderBuffer
+                                                                 : connection.Settings.ProviderBufferSize;
+        uint64Of(wantedSize.get()) = WantedSize;
         ProviderArgs[1] = wantedSize.get();
     }
     ProgressReporterCall progress(connection.Settings.ProgressReporter);
-    HostArray lastArray; // SendData points into it
     bool hasEnded = false;
     const ScopeExit leave([&] {
         withdrawOffer();
@@ -52,7 +55,7 @@ void InterruptibleStreamCopier::sendRequest() {
         if (!ReadPaused && !WritePaused) { // during a pause there is nothing to wait for
             awaitActivity(count);
         }
-        if (!refill(lastArray)) {
+        if (!refill()) {
             break;
         }
         resumeReading();
@@ -70,33 +73,69 @@ void InterruptibleStreamCopier::sendRequest() {
     hasEnded = true;
 }
 
-// Asks the provider for more once its last array is used up. False: there is nothing left to offer.
-bool InterruptibleStreamCopier::refill(HostArray& lastArray) {
-    if (SendPosition < SendLength) {
+// Asks the provider for more once its last arrays are used up. False: there is nothing left to offer.
+bool InterruptibleStreamCopier::refill() {
+    if (hasOffer()) {
         return true;
     }
     if (Provider == nullptr) {
         return false;
     }
-    HostArray next = callHostMethod(kProviderGetData, ProviderClass, ProviderArgs);
-    // Neither class nor size is checked: the first dimension is the number of bytes, unless the array is empty.
-    SendData = nullptr;
-    SendLength = 0;
-    if (!isNothing(next)) {
-        SendData = static_cast<const std::uint8_t*>(vxGetData(static_cast<const vxArray_tag*>(next.get())));
-        if (SendData == nullptr) {
-            throwInternalError("vantik.net.http.io.ContentProvider.getDataInternal returned no bytes");
-        }
-        SendLength = vxGetDimensions(next.get())[0];
+    dropPieces(); // before the provider is asked, so that it may write into its last array again
+    if (!std::exchange(ProviderEnded, false)) {
+        askProvider();
     }
-    SendPosition = 0;
-    lastArray = std::move(next);
-    if (SendLength != 0) {
+    if (offerNextPiece()) {
         return true;
     }
     PumpWantsData = false;
     resumeReading(); // the read callback now signals the end to libcurl
     return false;
+}
+
+// Once or, where the provider cannot tell the difference, until there is enough for one read of libcurl.
+void InterruptibleStreamCopier::askProvider() {
+    const std::int64_t start = monotonicNow();
+    std::uint64_t gathered = 0;
+    std::uint64_t length = 0;
+    do {
+        if (!Pieces.empty()) {
+            utInterruptState::ThrowIfInterruptPending(); // as between two passes
+        }
+        length = takePiece();
+        gathered += length;
+    } while (mayAskAgain(length, gathered, start));
+    ProviderEnded = length == 0;
+}
+
+// Returns the number of its bytes; 0: the provider has no more.
+std::uint64_t InterruptibleStreamCopier::takePiece() {
+    HostArray array = callHostMethod(kProviderGetData, ProviderClass, ProviderArgs);
+    if (isNothing(array)) {
+        return 0;
+    }
+    // Neither class nor size is checked: the first dimension is the number of bytes, unless the array is empty.
+    const auto* data = static_cast<const std::uint8_t*>(vxGetData(static_cast<const vxArray_tag*>(array.get())));
+    if (data == nullptr) {
+        throwInternalError("vantik.net.http.io.ContentProvider.getDataInternal returned no bytes");
+    }
+    const std::uint64_t length = vxGetDimensions(array.get())[0];
+    if (length != 0) {
+        Pieces.push_back({std::move(array), data, length});
+    }
+    return length;
+}
+
+// Content of known length that comes in full pieces and without delay is gathered: each read of libcurl becomes a write
+// to the network, and few large ones cost less. The first piece goes out alone, since the server may refuse what
+// follows. A trace shows each piece, and once a head has come, progress is reported for each.
+bool InterruptibleStreamCopier::mayAskAgain(std::uint64_t length, std::uint64_t gathered, std::int64_t start) const {
+    const RunningTransfer& transfer = Connection->Transfer;
+    return transfer.IsSentByLength && TotalSent != 0 && WantedSize >= kSmallestGathered && length >= WantedSize &&
+           gathered + WantedSize <= kUploadBuffer &&
+           TotalSent + gathered < static_cast<std::uint64_t>(transfer.ContentLengthToSend) &&
+           Connection->Settings.Debug == 0 && !Connection->ReceivedHead.HeadersComplete &&
+           monotonicNow() - start < kGatherNs;
 }
 
 void InterruptibleStreamCopier::resumeReading() {
@@ -118,16 +157,23 @@ void InterruptibleStreamCopier::makeRoomForEarlyContent() {
     resume(false, true);
 }
 
-// The provider's array is released with the pump, so none of it may stay on offer. Content in memory stays: a rewind in
-// a later phase sends it again.
+// The provider's arrays are released with the pump, so none of it may stay on offer. Content in memory stays: a rewind
+// in a later phase sends it again.
 void InterruptibleStreamCopier::withdrawOffer() noexcept {
     PumpWantsData = false;
     if (Provider != nullptr) {
         ProviderArgs[1] = nullptr;
-        SendData = nullptr;
-        SendLength = 0;
-        SendPosition = 0;
+        ProviderEnded = false;
+        dropPieces();
     }
+}
+
+void InterruptibleStreamCopier::dropPieces() noexcept {
+    SendData = nullptr;
+    SendLength = 0;
+    SendPosition = 0;
+    Pieces.clear();
+    NextPiece = 0;
 }
 
 // No server may take what it has received for all of it: from here on the read callback aborts, and a pause is ended so

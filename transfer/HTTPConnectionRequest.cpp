@@ -200,6 +200,7 @@ void HTTPConnection::buildHeaderLists() {
     Transfer.RequestHeaders.clear();
     Transfer.ProxyHeaders.clear();
     Transfer.HasContentLength = false;
+    Transfer.IsSentByLength = false;
     bool transferEncodingSeen = false;
     std::string cookies;
     if (Settings.RequestFields.empty()) {
@@ -225,7 +226,8 @@ void HTTPConnection::buildHeaderLists() {
         Transfer.HasContentLength = true;
         Transfer.RequestHeaders.append("Content-Length: " + std::to_string(Transfer.ContentLengthToSend));
     }
-    if (Transfer.HasContentLength && !transferEncodingSeen) {
+    Transfer.IsSentByLength = Transfer.HasContentLength && !transferEncodingSeen;
+    if (Transfer.IsSentByLength) {
         Transfer.RequestHeaders.append("Transfer-Encoding:"); // otherwise chunks: libcurl is told no size
     }
     if (!cookies.empty()) {

@@ -84,6 +84,9 @@ void HTTPConnection::beginTransfer() {
     if (hasBody) {
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
         Handles->Uploads = true;
+        if (Settings.Debug == 0 && (Settings.Provider != nullptr || Settings.payload().size() > CURL_MAX_WRITE_SIZE)) {
+            setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD_BUFFERSIZE), kUploadBuffer);
+        }
         traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
                                   "*****************");
         sendContent();

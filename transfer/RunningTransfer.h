@@ -13,6 +13,9 @@ namespace netrove {
 
 class InterruptibleStreamCopier;
 
+// What libcurl reads of large content at a time, and so writes to the network at a time, unless the content is traced.
+inline constexpr long kUploadBuffer = 512L << 10;
+
 // Why a transfer can no longer deliver a whole response.
 enum class TransferFault {
     None,
@@ -51,6 +54,7 @@ struct RunningTransfer {
     bool UploadPending = false;           // libcurl has not been told that the request's content has ended
     bool BodyFromPostData = false;        // the content is encoded PostData, so its length is announced
     bool HasContentLength = false;        // of the request being built
+    bool IsSentByLength = false;          // that length, and no chunks, shows the server where the content ends
     std::int64_t ContentLengthToSend = 0; // goes with HasContentLength
     CurlSlist RequestHeaders;             // given to CURLOPT_HTTPHEADER; lives until the next send
     CurlSlist ProxyHeaders;               // given to CURLOPT_PROXYHEADER; lives until the next send

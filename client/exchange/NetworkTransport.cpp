@@ -28,6 +28,7 @@ using Clock = std::chrono::steady_clock;
 constexpr const char* kSystemStore = "default"; // as CertificateFilename: the system's certificates
 constexpr std::size_t kLargestPiece = std::size_t{1} << 20;
 constexpr std::size_t kUsualPiece = std::size_t{64} << 10;
+constexpr std::size_t kMostInUse = std::size_t{512} << 10; // what the library asks for before it is done with any of it
 
 std::string textOf(const vantik::Array& value) {
     return value.textOr("");
@@ -78,7 +79,7 @@ auto kept(std::exception_ptr& escaped, Run run) {
 class Upload {
 public:
     Upload(const Request& request, std::exception_ptr& escaped)
-        : TheRequest(request), Escaped(escaped), Reader(request.body.open()) {}
+        : TheRequest(request), Escaped(escaped), Reader(request.body.open()), HasLength(request.body.length()) {}
 
     vantik::ContentProvider provider() {
         return {[this] { rewind(); },
@@ -98,23 +99,36 @@ private:
     }
 
     vantik::Array read(std::uint64_t wanted) {
-        const std::size_t room = wanted == 0 ? kUsualPiece : std::min<std::uint64_t>(wanted, kLargestPiece);
-        Buffer.resize(std::max(room, kUsualPiece));
-        const std::size_t count = Reader->read(Buffer);
-        if (count > Buffer.size()) {
+        const std::size_t room =
+            std::max<std::size_t>(kUsualPiece, std::min<std::uint64_t>(wanted, kLargestPiece)); // 0 is the usual one
+        vantik::Array& piece = nextPiece(room);
+        const std::size_t count = Reader->read(piece.writableBytes());
+        if (count > room) {
             failUsage("what reads the content returned more bytes than there was room for");
         }
         Given += count;
         if (TheRequest.progress && count != 0) {
             TheRequest.progress({.sent = Given, .toSend = TheRequest.body.length()});
         }
-        return vantik::Array::bytes(std::span(Buffer).first(count));
+        return count == room ? piece : vantik::Array::bytes(piece.bytes().first(count));
+    }
+
+    // In turn: the library is done with the one that is next, so nothing is copied to write into it. Content of unknown
+    // length is asked for piece by piece.
+    vantik::Array& nextPiece(std::size_t room) {
+        const std::size_t inUse = HasLength ? std::max<std::size_t>(kMostInUse / room, 1) : 1;
+        if (Pieces.size() < inUse) {
+            return Pieces.emplace_back(vantik::Array::bytes(std::string(room, '\0')));
+        }
+        return Pieces[std::exchange(Oldest, (Oldest + 1) % inUse)];
     }
 
     const Request& TheRequest;
     std::exception_ptr& Escaped;
     std::unique_ptr<BodyReader> Reader;
-    std::vector<std::byte> Buffer;
+    const bool HasLength;
+    std::vector<vantik::Array> Pieces;
+    std::size_t Oldest = 0; // of Pieces
     std::uint64_t Given = 0;
     bool RewindAsked = false;
 };

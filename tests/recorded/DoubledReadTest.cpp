@@ -96,6 +96,16 @@ TEST_F(DoubledRead, PausesUntilThereIsMoreAndTheUploadArrivesWhole) {
     }
 }
 
+TEST_F(DoubledRead, TakesGatheredPiecesWhole) {
+    const std::string body = patternedBytes(1'000'000);
+    const ScriptedServer server({step::expectHead(), step::expectBody(body.size()), step::send(response("taken"))});
+    const Object connection = openUpload(server, makeScriptedProvider(host(), body), 65536);
+    connection.call("setRequestProperty", {"Content-Length", std::to_string(body.size())});
+    EXPECT_EQ(receiveBytes(connection), "taken");
+    EXPECT_EQ(difference(server.record().Bodies.at(0), body), "");
+    EXPECT_EQ(Ends, 0);
+}
+
 TEST_F(DoubledRead, OfContentInMemoryFindsTheEndAtOnce) {
     const ScriptedServer server(kTakes);
     const std::string body = patternedBytes(100'000);

@@ -3,6 +3,7 @@
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -226,6 +227,141 @@ TEST_F(SendPump, OneArrayLivesAtATime) {
     }));
     EXPECT_THAT(living, testing::Each(3U)) << "the wanted size, the counter of progress and the last array";
     EXPECT_EQ(vantik::Host::liveArrays(), before);
+}
+
+// Content of known length: what the provider delivers at once goes to libcurl in one read.
+
+constexpr std::size_t kPiece = 16384;
+constexpr std::size_t kWholeRead = std::size_t{1} << 20;
+
+class SendPumpByLength : public SendPump {
+public:
+    // A provider of so many bytes, all of them announced.
+    testsupport::ScriptedProvider announce(std::size_t length) {
+        std::string content(length, '\0');
+        for (std::size_t i = 0; i < length; ++i) {
+            content[i] = static_cast<char>((i * 131) >> 3);
+        }
+        Connection.Transfer.HasContentLength = Connection.Transfer.IsSentByLength = true;
+        Connection.Transfer.ContentLengthToSend = static_cast<std::int64_t>(length);
+        return provide(std::move(content));
+    }
+    using SendPump::sendBy;
+};
+
+TEST_F(SendPumpByLength, GathersFullPiecesAfterTheFirst) {
+    const auto provider = announce(4 * kPiece + 10);
+    sendBy({sends(kWholeRead, 1), sends(kWholeRead, 1)});
+    EXPECT_EQ(pumpJournal(), "start, wait, get 16384, perform, poll, wait, get 16384, poll, get 16384, poll, "
+                             "get 16384, poll, get 16384, perform, poll, wait, get 16384");
+    EXPECT_EQ(Uploaded, provider->Content);
+}
+
+TEST_F(SendPumpByLength, GathersNoMoreThanLibcurlReadsAtATime) {
+    const auto provider = announce(1'000'000);
+    Connection.Settings.ProviderBufferSize = 200'000;
+    sendBy({sends(kWholeRead, 1), sends(kWholeRead, 1), sends(kWholeRead, 1)});
+    EXPECT_EQ(provider->Wanted.size(), 6U);
+    EXPECT_EQ(Uploaded, provider->Content);
+}
+
+// libcurl may leave some of it for later, and may begin in the middle of a piece.
+TEST_F(SendPumpByLength, GatheredPiecesAreReadInAnyParts) {
+    const auto provider = announce(3 * kPiece);
+    sendBy({sends(kWholeRead, 1), sends(10'000, 1), sends(20'000, 1), sends(kWholeRead, 1)});
+    EXPECT_EQ(Uploaded, provider->Content);
+}
+
+// It has reported its end, so nobody asks again.
+TEST_F(SendPumpByLength, EndAmongGatheredPiecesIsTheEnd) {
+    const auto provider = announce(2 * kPiece);
+    Connection.Transfer.ContentLengthToSend *= 2;
+    sendBy({sends(kWholeRead, 1), sends(kWholeRead, 1)});
+    EXPECT_EQ(pumpJournal(),
+              "start, wait, get 16384, perform, poll, wait, get 16384, poll, get 16384, perform, poll, wait");
+    EXPECT_EQ(Uploaded, provider->Content);
+    EXPECT_EQ(read(100), "end");
+}
+
+TEST_F(SendPumpByLength, RewindDropsWhatWasGathered) {
+    const auto provider = announce(3 * kPiece);
+    provider->OnStart = [state = provider.operator->()](int) { state->Position = 0; };
+    sendBy({sends(kWholeRead, 1),
+            [&] {
+                read(kPiece / 2);
+                EXPECT_EQ(Curl.callSeek(0), CURL_SEEKFUNC_OK);
+                Uploaded.clear();
+                return 1;
+            },
+            sends(kWholeRead, 1), sends(kWholeRead, 1)});
+    EXPECT_EQ(Uploaded, provider->Content);
+    EXPECT_EQ(provider->Starts, 2);
+}
+
+struct AloneRow {
+    const char* Name;
+    std::function<void(SendPumpByLength&, testsupport::ProviderState&)> Arrange;
+};
+
+class SendPumpAlone : public SendPumpByLength, public testing::WithParamInterface<AloneRow> {};
+
+// Where it would show, each piece has a perform of its own.
+// clang-format off
+const AloneRow kAloneRows[] = {
+    {"InChunks", [](auto& test, auto&) { test.Connection.Transfer.IsSentByLength = false; }},
+    {"SmallPieces", [](auto& test, auto&) { test.Connection.Settings.ProviderBufferSize = kPiece - 1; }},
+    {"PiecesThatAreNotFull", [](auto& test, auto&) { test.Connection.Settings.ProviderBufferSize = 100'000; }},
+    {"ProviderThatTakesItsTime", [](auto& test, auto& provider) {
+        provider.OnRead = [&test, read = provider.OnRead](int call, std::uint64_t) {
+            test.Curl.advanceClock(1'000'000);
+            return read(call, kPiece);
+        };
+    }},
+    {"HeadHasCome", [](auto& test, auto&) { test.Connection.ReceivedHead.HeadersComplete = true; }},
+};
+// clang-format on
+
+TEST_P(SendPumpAlone, PieceByPiece) {
+    const auto provider = announce(4 * kPiece);
+    provider->OnRead = [this, read = provider->OnRead](int call, std::uint64_t wanted) {
+        return read(call, std::min<std::uint64_t>(wanted, kPiece));
+    };
+    GetParam().Arrange(*this, *provider.operator->());
+    std::vector<std::size_t> askedFor; // each perform
+    std::size_t before = 0;
+    sendBy(std::vector<Perform>(6, [&] {
+        askedFor.push_back(provider->Wanted.size() - std::exchange(before, provider->Wanted.size()));
+        return sends(kWholeRead, 1)();
+    }));
+    EXPECT_THAT(askedFor, testing::Each(1U));
+    EXPECT_EQ(Uploaded, provider->Content);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, SendPumpAlone, testing::ValuesIn(kAloneRows),
+                         [](const auto& info) { return std::string(info.param.Name); });
+
+TEST_F(SendPumpByLength, TraceShowsEachPieceByItself) {
+    const auto provider = announce(3 * kPiece);
+    EXPECT_EQ(traceOf(1,
+                      [&] {
+                          sendBy({sends(kWholeRead, 1), sends(kWholeRead, 1), sends(kWholeRead, 1)});
+                      }),
+              "PERFORM IN WRITER 1 times\nSENDING 16384 BYTES\nPERFORM IN WRITER 1 times\nSENDING 16384 BYTES\n"
+              "PERFORM IN WRITER 1 times\nSENDING 16384 BYTES\n");
+}
+
+// As between two performs: the provider is not asked any more.
+TEST_F(SendPumpByLength, InterruptIsSeenBetweenGatheredPieces) {
+    const auto provider = announce(9 * kPiece);
+    provider->OnRead = [this, read = provider->OnRead](int call, std::uint64_t wanted) {
+        if (call == 3) {
+            host().interrupt();
+        }
+        return read(call, wanted);
+    };
+    EXPECT_EQ(failureText([&] { sendBy({sends(kWholeRead, 1)}); }), kStopText);
+    EXPECT_EQ(provider->Wanted.size(), 3U);
+    EXPECT_EQ(read(100), "abort");
 }
 
 // Trace. Its line is closed by whatever else is traced, by a failure and by the end.

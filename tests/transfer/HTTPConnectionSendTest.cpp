@@ -1,5 +1,6 @@
 // The options of a send, and its loop around wait and perform.
 #include "streaming/InterruptibleStreamCopier.h"
+#include "tests/support/process/StandardOutputCapture.h"
 #include "tests/transfer/ConnectionFixture.h"
 
 #include <boost/numeric/conversion/cast.hpp>
@@ -117,6 +118,27 @@ TEST_F(HTTPConnectionSendTest, RefusedOptionIsNamedAndFailsTheTransfer) {
         EXPECT_FALSE(connection.Transfer.ResponseDone);
         EXPECT_EQ(curl.count(CurlFunction::MultiPerform), 0u);
         EXPECT_EQ(send(), "nothing"); // the same connection sends afterwards
+    }
+}
+
+// A trace shows each read.
+TEST_F(HTTPConnectionSendTest, LargeContentIsReadInLargeParts) {
+    struct Row {
+        std::size_t Bytes;
+        std::int32_t Debug;
+        const char* Option;
+    };
+    connection.setRequestMethod("PUT");
+    for (const Row& row :
+         {Row{16384, 0, "unset"}, {16385, 0, "CURLOPT_UPLOAD_BUFFERSIZE 524288"}, {16385, 1, "unset"}}) {
+        reopen();
+        connection.Settings.setPayload(RequestSettings::Bytes(row.Bytes));
+        connection.Settings.Debug = row.Debug;
+        {
+            const testsupport::StandardOutputCapture trace;
+            EXPECT_EQ(sendAnswered(), "nothing");
+        }
+        EXPECT_EQ(optionText(CURLOPT_UPLOAD_BUFFERSIZE), row.Option);
     }
 }
 

@@ -23,11 +23,11 @@ public:
         Bytes.push_back(heap.uordblks + heap.hblkhd);
         Arrays.insert(vantik::Host::liveArrays());
     }
-    void expectSteady(std::size_t leastCalls) const {
+    void expectSteady(std::size_t leastCalls, std::size_t mostPieces) const {
         ASSERT_GE(Bytes.size(), leastCalls);
         const std::size_t early = *std::max_element(Bytes.begin(), Bytes.begin() + 10);
         EXPECT_LE(*std::max_element(Bytes.begin(), Bytes.end()), early + kTolerated);
-        EXPECT_LE(*Arrays.rbegin() - *Arrays.begin(), 2U) << "arrays pile up";
+        EXPECT_LE(*Arrays.rbegin() - *Arrays.begin(), mostPieces + 1) << "arrays pile up";
     }
 
 private:
@@ -51,7 +51,7 @@ TEST_F(Memory, OfADownloadIsSteady) {
     connection.set("Consumer", consumer);
     copyToConsumer(connection);
     EXPECT_EQ(received, kLength);
-    usage.expectSteady(kLength / 16384);
+    usage.expectSteady(kLength / 16384, 1);
 }
 
 TEST_F(Memory, OfAnUploadIsSteady) {
@@ -75,7 +75,7 @@ TEST_F(Memory, OfAnUploadIsSteady) {
     connection.set("ProviderBufferSize", std::uint64_t{block.size()});
     connection.call("setRequestProperty", {"Content-Length", std::to_string(kLength)});
     EXPECT_EQ(receiveBytes(connection), "taken");
-    usage.expectSteady(kLength / block.size());
+    usage.expectSteady(kLength / block.size(), 5); // half a megabyte is gathered for one read of libcurl
 }
 
 } // namespace
