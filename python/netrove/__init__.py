@@ -13,7 +13,7 @@ import threading
 from json import JSONDecodeError
 
 from . import _netrove
-from ._client import Client, delete, get, head, options, patch, post, put, request, save, stream
+from ._client import Client, delete, get, get_all, head, options, patch, post, put, request, save, save_all, stream
 from ._errors import (
     ConnectionError,
     ConnectTimeout,
@@ -81,6 +81,7 @@ __all__ = [
     "UsageError",
     "delete",
     "get",
+    "get_all",
     "head",
     "options",
     "patch",
@@ -88,6 +89,7 @@ __all__ = [
     "put",
     "request",
     "save",
+    "save_all",
     "stream",
 ]
 

@@ -2,16 +2,18 @@
 
 from __future__ import annotations
 
+import asyncio
 import inspect
 import os
 import threading
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
 from pathlib import Path
 from types import TracebackType
 from typing import Any
 
-from . import _netrove, _progress, _settings
+from . import _many, _netrove, _progress, _settings
+from ._errors import Error
 from ._headers import Headers
 from ._response import Response, StreamedResponse
 from ._settings import UNSET
@@ -49,8 +51,10 @@ _OPTIONS = """
             generators arrive unchanged, and so does KeyboardInterrupt, within a second.
 """
 
-_NAMES = [line.split(":")[0].strip() for line in _OPTIONS.splitlines() if line.startswith("        ") and line[8] != " "]
-_CALL_NAMES = [name for name in _NAMES if name != "Error"]
+_CALL_NAMES = (
+    "params headers cookies auth content data json form files timeout limits retry follow_redirects "
+    "verify verify_name proxy proxies rate decode compressed check_status progress trace"
+).split()
 _SAVE_NAMES = ["resume", "resume_unproven", "replace", "keep_time", "sha256"]
 
 _SAVE_OPTIONS = """
@@ -121,10 +125,22 @@ class Client:
     Args:
         base_url: to which the URLs of calls are relative.
         headers, params, auth: for every call. They can be changed later, as attributes.
+        jobs: how many calls asyncio may wait for at a time, each on a thread of its own.
+        per_host: how many of them to one host and port.
         options: what ``get`` takes, for every call that does not say otherwise.
     """
 
-    def __init__(self, base_url: str = "", *, headers: Any = None, params: Any = None, auth: Any = None, **options: Any):
+    def __init__(
+        self,
+        base_url: str = "",
+        *,
+        headers: Any = None,
+        params: Any = None,
+        auth: Any = None,
+        jobs: int = 8,
+        per_host: int = 6,
+        **options: Any,
+    ) -> None:
         self.headers = Headers(headers or ())
         self.params: Any = {} if params is None else params
         self.auth = auth
@@ -134,6 +150,9 @@ class Client:
         self._check_status = options.pop("check_status", None)
         _settings.apply(self._defaults, options)
         self._core = _netrove.Client(self._defaults)
+        self._jobs = jobs
+        self._per_host = per_host
+        self._pool: _netrove.Pool | None = None
 
     def _prepared(self, method: str, url: Any, options: dict[str, Any]) -> _netrove.Settings:
         defaults: dict[str, Any] = {}
@@ -232,13 +251,101 @@ class Client:
         method, url = ("GET", url) if not more else (url, *more)
         return self._stream(method.upper(), url, options)
 
+    def get_all(
+        self, urls: Iterable[Any], *, jobs: int = 8, per_host: int = 6, **options: Any
+    ) -> Iterator[tuple[str, Response | Error]]:
+        """Sends GET requests, ``jobs`` at a time and ``per_host`` to one host and port, and yields (URL, result) as they
+        end; a result is a Response, or the Error that the call ended with::
+
+            for url, result in client.get_all(urls, jobs=16, per_host=4):
+                if isinstance(result, netrove.Response):
+                    ...
+
+        URLs are taken from ``urls`` when their time comes. The other arguments are those of ``get``; callables among
+        them are called on threads of their own. An iterator that is dropped stops what still runs."""
+        check = options.pop("check_status", None)
+
+        def prepared() -> Iterator[_many.Prepared]:
+            for url in urls:
+                settings = self._prepared("GET", url, dict(options))
+                settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
+                yield str(url), settings, None
+
+        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared())
+
+    def save_all(
+        self, urls: Iterable[Any], target: Any = None, *, jobs: int = 8, per_host: int = 6, **options: Any
+    ) -> Iterator[tuple[str, Response | Error]]:
+        """The same as ``get_all``, but each content goes into a file, as with ``save``: ``urls`` are URLs, whose files
+        go into the folder ``target``, or pairs (URL, file or folder)."""
+
+        def prepared() -> Iterator[_many.Prepared]:
+            for url, file in _many.pairs(urls, target):
+                yield str(url), self._prepared("GET", url, dict(options)), _target(file)
+
+        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared())
+
+    async def _asend(self, method: str, url: Any, options: dict[str, Any]) -> Response:
+        check = options.pop("check_status", None)
+        settings = self._prepared(method, url, options)
+        settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
+        return await _many.wait_for(self._own_pool(), settings, None)
+
+    def _own_pool(self) -> _netrove.Pool:
+        if self._pool is None:
+            self._pool = _netrove.Pool(self._defaults, self._jobs, self._per_host)
+        return self._pool
+
+    @_call
+    async def aget(self, url: Any, **options: Any) -> Response:
+        """The same as ``get`` for asyncio, several at a time. Cancelled, it stops the transfer."""
+        return await self._asend("GET", url, options)
+
+    @_call
+    async def ahead(self, url: Any, **options: Any) -> Response:
+        """The same as ``head`` for asyncio."""
+        return await self._asend("HEAD", url, options)
+
+    @_call
+    async def apost(self, url: Any, **options: Any) -> Response:
+        """The same as ``post`` for asyncio."""
+        return await self._asend("POST", url, options)
+
+    @_call
+    async def aput(self, url: Any, **options: Any) -> Response:
+        """The same as ``put`` for asyncio."""
+        return await self._asend("PUT", url, options)
+
+    @_call
+    async def apatch(self, url: Any, **options: Any) -> Response:
+        """The same as ``patch`` for asyncio."""
+        return await self._asend("PATCH", url, options)
+
+    @_call
+    async def adelete(self, url: Any, **options: Any) -> Response:
+        """The same as ``delete`` for asyncio."""
+        return await self._asend("DELETE", url, options)
+
+    @_request
+    async def arequest(self, method: str, url: Any, **options: Any) -> Response:
+        """The same as ``request`` for asyncio."""
+        return await self._asend(method.upper(), url, options)
+
+    @_save
+    async def asave(self, url: Any, target: Any = None, **options: Any) -> Response:
+        """The same as ``save`` for asyncio."""
+        with _progress_of(options, url):
+            return await _many.wait_for(self._own_pool(), self._prepared("GET", url, options), _target(target))
+
     def interrupt(self) -> None:
         """Ends the call under way, or the next one, within a second, with Interrupted. Any thread."""
         self._core.interrupt()
 
     def close(self) -> None:
-        """Closes the connections; the client cannot be used any more."""
+        """Closes the connections, and stops what asyncio waits for; the client cannot be used any more."""
         self._core.close()
+        if self._pool is not None:
+            self._pool.close()
 
     def __enter__(self) -> Client:
         return self
@@ -247,6 +354,14 @@ class Client:
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
         self.close()
+
+    async def __aenter__(self) -> Client:
+        return self
+
+    async def __aexit__(
+        self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
+    ) -> None:
+        await asyncio.to_thread(self.close)
 
 
 def _target(target: Any) -> Path:
@@ -316,3 +431,19 @@ def stream(url: Any, *more: Any, **options: Any) -> StreamedResponse:
 
 
 stream.__doc__ = Client.stream.__doc__
+
+
+def get_all(
+    urls: Iterable[Any], *, jobs: int = 8, per_host: int = 6, **options: Any
+) -> Iterator[tuple[str, Response | Error]]:
+    return Client().get_all(urls, jobs=jobs, per_host=per_host, **options)
+
+
+def save_all(
+    urls: Iterable[Any], target: Any = None, *, jobs: int = 8, per_host: int = 6, **options: Any
+) -> Iterator[tuple[str, Response | Error]]:
+    return Client().save_all(urls, target, jobs=jobs, per_host=per_host, **options)
+
+
+get_all.__doc__ = Client.get_all.__doc__
+save_all.__doc__ = Client.save_all.__doc__

@@ -126,13 +126,13 @@ class Response:
         return self._content
 
     @property
-    def encoding(self) -> str | None:
-        """The charset of Content-Type, or what it was set to; None where there is neither."""
+    def encoding(self) -> str:
+        """The charset of Content-Type, or what it was set to; "utf-8" where there is neither."""
         if self._encoding is not None:
             return self._encoding
         message = Message()
         message["Content-Type"] = self.headers.get("Content-Type", "")
-        return message.get_content_charset()
+        return message.get_content_charset("utf-8")
 
     @encoding.setter
     def encoding(self, name: str | None) -> None:
@@ -208,7 +208,7 @@ class Response:
 
     def iter_text(self, chunk_size: int | None = None) -> Iterator[str]:
         """The content as text in pieces; ``chunk_size`` counts bytes."""
-        decoder = codecs.getincrementaldecoder(self.encoding or "utf-8")("replace")
+        decoder = codecs.getincrementaldecoder(self.encoding)("replace")
         for piece in self.iter_bytes(chunk_size):
             if text := decoder.decode(piece):
                 yield text

@@ -1,0 +1,76 @@
+"""Many calls at a time: their results as they come, and calls that asyncio waits for."""
+
+from __future__ import annotations
+
+import asyncio
+from collections.abc import Iterable, Iterator
+from queue import SimpleQueue
+from typing import Any
+
+from . import _netrove
+from ._errors import Error
+from ._response import Response
+
+# What Client makes of one item: the URL as it was given, its settings, and where it is saved.
+Prepared = tuple[str, _netrove.Settings, Any]
+
+
+def results(pool: _netrove.Pool, ahead: int, items: Iterator[Prepared]) -> Iterator[tuple[str, Response | Error]]:
+    """What becomes of the calls, in the order in which they end. `ahead` of them are under way or wait, so that items
+    are only taken when their time comes. Closes the pool."""
+    ended: SimpleQueue[tuple[str, Any, Any, Any]] = SimpleQueue()
+    left = 0
+
+    def submit() -> bool:
+        for url, settings, target in items:
+            pool.submit(settings, target, lambda *end, url=url: ended.put((url, *end)))
+            return True
+        return False
+
+    try:
+        while left < ahead and submit():
+            left += 1
+        while left:
+            url, core, content, error = ended.get()
+            left -= 1
+            left += submit()
+            if error is not None and not isinstance(error, Error):
+                raise error  # of a callable of the program
+            yield url, error if core is None else Response(core, content)
+    finally:
+        pool.close()
+
+
+async def wait_for(pool: _netrove.Pool, settings: _netrove.Settings, target: Any) -> Response:
+    """One call. Where it is cancelled the transfer ends within a second, and nothing is kept of it."""
+    loop = asyncio.get_running_loop()
+    future: asyncio.Future[Response] = loop.create_future()
+
+    def settle(core: Any, content: Any, error: Any) -> None:
+        if future.done():
+            return
+        if error is not None:
+            future.set_exception(error)
+        else:
+            future.set_result(Response(core, content or b""))
+
+    def done(*end: Any) -> None:
+        try:
+            loop.call_soon_threadsafe(settle, *end)
+        except RuntimeError:
+            pass  # the loop is closed: nobody waits
+
+    task = pool.submit(settings, target, done)
+    try:
+        return await future
+    except asyncio.CancelledError:
+        task.cancel()
+        raise
+
+
+def pairs(items: Iterable[Any], target: Any) -> Iterator[tuple[Any, Any]]:
+    """URLs with their targets: given as pairs, or all with the same folder."""
+    for item in items:
+        yield item if isinstance(item, tuple) else (item, target)
+
+
