@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import asyncio
 from collections.abc import Iterable, Iterator
+from functools import partial
 from queue import SimpleQueue
 from typing import Any
 
@@ -21,9 +22,12 @@ def results(pool: _netrove.Pool, ahead: int, items: Iterator[Prepared]) -> Itera
     ended: SimpleQueue[tuple[str, Any, Any, Any]] = SimpleQueue()
     left = 0
 
+    def note(url: str, core: Any, content: Any, error: Any) -> None:
+        ended.put((url, core, content, error))
+
     def submit() -> bool:
         for url, settings, target in items:
-            pool.submit(settings, target, lambda *end, url=url: ended.put((url, *end)))
+            pool.submit(settings, target, partial(note, url))
             return True
         return False
 
@@ -34,9 +38,12 @@ def results(pool: _netrove.Pool, ahead: int, items: Iterator[Prepared]) -> Itera
             url, core, content, error = ended.get()
             left -= 1
             left += submit()
-            if error is not None and not isinstance(error, Error):
+            if core is not None:
+                yield url, Response(core, content or b"")
+            elif isinstance(error, Error):
+                yield url, error
+            else:
                 raise error  # of a callable of the program
-            yield url, error if core is None else Response(core, content)
     finally:
         pool.close()
 
@@ -71,6 +78,7 @@ async def wait_for(pool: _netrove.Pool, settings: _netrove.Settings, target: Any
 def pairs(items: Iterable[Any], target: Any) -> Iterator[tuple[Any, Any]]:
     """URLs with their targets: given as pairs, or all with the same folder."""
     for item in items:
-        yield item if isinstance(item, tuple) else (item, target)
+        url, file = item if isinstance(item, tuple) else (item, target)
+        yield url, file
 
 

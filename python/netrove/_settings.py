@@ -264,7 +264,7 @@ def request(
     to.url = url = with_params(url, params)
     headers = options.pop("headers", None)
     for name, value in Headers(headers or ()).multi_items():
-        to.field(name, value if isinstance(value, str) else value.decode())
+        to.field(name, value)
     given = {name: options.pop(name, None) for name in ("content", "data", "form", "files")}
     json = options.pop("json", UNSET)
     has_json = json is not UNSET and json is not None
