@@ -77,7 +77,7 @@ def section(results, jobs, title):
     peaks = [[job["title"], *cells(job, titles, lambda figures: short(statistics.median(figures["peak"]) / 1024))]
              for job in jobs]
     return "\n\n".join([
-        "Time by the clock, as a ratio of medians; ± is half of the range in which the middle half of the rounds lies:",
+        "Time by the clock, as a ratio of medians; ± is half of the range that the middle half of the rounds lies in:",
         ratios("seconds", True),
         "CPU time of the client, user and system:", ratios("cpu", False),
         "CPU time of the server:", ratios("server", False),

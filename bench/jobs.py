@@ -16,8 +16,9 @@ PEERS = {
     "curl": "curl tool",
     "before": "before",
     "netrove": "netrove",
+    "netrove_client": "netrove::Client",
 }
-CURLS = ["multi", "easy", "before", "netrove"]  # those that know TLS and send header fields
+OURS_AND_LIBCURL = ["multi", "easy", "before", "netrove", "netrove_client"]  # they know TLS and send fields
 PROCESSES = {  # the same for jobs of whole processes
     "curl": "curl",
     "aria2c": "aria2c",
@@ -51,22 +52,23 @@ def jobs(quick, everything):
     for protocol, title in [("tls", "HTTP/1.1 with TLS"), ("http2", "HTTP/2 with TLS")]:
         table += [
             Job(f"{protocol}-consumer", f"{size_text(quarter)} into a consumer, {title}", "protocols", "consumer",
-                quarter, peers=CURLS, server=protocol),
+                quarter, peers=OURS_AND_LIBCURL, server=protocol),
             Job(f"{protocol}-small", f"{small // 10:,} GETs of 100 bytes, {title}", "protocols", "memory", 100,
-                small // 10, peers=CURLS, server=protocol),
+                small // 10, peers=OURS_AND_LIBCURL, server=protocol),
         ]
     for threads in (1, 2, 4):
-        table.append(Job(f"scopes-{threads}", f"{small:,} GETs by {threads} client{'s, each on its own thread' if threads > 1 else ''}", "scopes",
-                         "memory", 100, small, threads, ["multi", "before", "netrove"], server="anywhere",
-                         settings={"threads": threads}))
+        clients = f"{threads} clients on as many threads" if threads > 1 else "1 client"
+        table.append(Job(f"scopes-{threads}", f"{small:,} GETs by {clients}", "scopes", "memory", 100, small, threads,
+                         OURS_AND_LIBCURL, server="anywhere", settings={"threads": threads}))
     for power in range(10, 31 if not quick else 25, 4):
         size = 1 << power
         count = max(1, min(2000, 256 * MIB // size) // scale)
         table.append(Job(f"size-{size}", f"{size_text(size)} into memory", "size", "memory", size, count, size,
-                         ["multi", "socket", "easy", "before", "netrove"]))
+                         ["socket", *OURS_AND_LIBCURL]))
     for fields in (1, 10, 100, 1000):
-        table.append(Job(f"fields-{fields}", f"{fields:,} field{'s' if fields > 1 else ''} each way", "fields", "memory", 100,
-                         max(20, 4000 // fields) // (4 if quick else 1), fields, CURLS, settings={"fields": fields}))
+        table.append(Job(f"fields-{fields}", f"{fields:,} field{'s' if fields > 1 else ''} each way", "fields",
+                         "memory", 100, max(20, 4000 // fields) // (4 if quick else 1), fields, OURS_AND_LIBCURL,
+                         settings={"fields": fields}))
     files = 5000 // (scale // 2 or 1)
     table += [
         Job("batch", f"{files:,} files of 1 KiB, 8 at a time", "processes", "batch", KIB, files, baseline="curl"),

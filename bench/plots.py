@@ -4,14 +4,13 @@ from xml.sax.saxutils import escape
 
 WIDTH = 860
 TEXT, FAINT, GRID = "#24292f", "#6e7781", "#d8dee4"
-OURS, BEFORE, BASE, OTHERS = "#0969da", "#9cc7f5", "#57606a", "#c4cbd3"
-LINES = ["#57606a", "#bf8700", "#8250df", "#1a7f37", "#cf222e"]
+OURS, TYPED, BEFORE, BASE, OTHERS = "#0969da", "#0a3069", "#9cc7f5", "#57606a", "#c4cbd3"
+LINES = ["#bf8700", "#8250df", "#1a7f37", "#cf222e"]  # where there are several others
 
 
 def colour(name):
-    if name.startswith("netrove"):
-        return OURS
-    return BEFORE if name.startswith("before") else BASE if name == "multi" else OTHERS
+    known = {"netrove_client": TYPED, "multi": BASE}
+    return known.get(name, OURS if name.startswith("netrove") else BEFORE if name.startswith("before") else OTHERS)
 
 
 class Drawing:
@@ -112,7 +111,9 @@ def lines_panel(drawing, left, top, width, height, head, panel):
     others = iter(LINES)
     for name, label, points in series:
         ours = name.startswith("netrove")
-        stroke = OURS if ours else BEFORE if name.startswith("before") else next(others)
+        stroke = colour(name)
+        if stroke == OTHERS:
+            stroke = next(others)
         drawing.line([(across(x), up(y)) for x, y in points], stroke, 2.5 if ours else 1.5)
         for x, y in points:
             drawing.dot(across(x), up(y), stroke)
