@@ -1,4 +1,5 @@
-// Charts as SVG, drawn here: a page needs no script for them.
+// Charts of stacked columns, drawn here: a page needs no script for them. The columns are stretched to the width that
+// there is; texts keep their size.
 #pragma once
 
 #include <functional>
@@ -10,9 +11,8 @@ namespace netrove::cli {
 struct ChartColumn {
     double From = 0; // on the axis of columns
     double To = 0;
-    double Value = 0;  // the lower part
-    double Above = 0;  // the part on top of it, in the colour of failures
-    std::string Label; // what a pointer on the column shows
+    std::vector<double> Parts{}; // one for each series, from the ground up
+    std::string Label{};         // what a pointer on the column shows
 };
 
 struct ChartMark {
@@ -21,16 +21,21 @@ struct ChartMark {
 };
 
 struct Chart {
-    std::string Title{}; // for those who cannot see it
+    std::string Title{};               // for those who cannot see it
+    std::vector<std::string> Series{}; // their classes in the page's style; those of kBadSeries are never invisible
     std::vector<ChartColumn> Columns{};
-    double End = 1;      // of the axis of columns
-    double Width = 1000; // in units of which letters are twelve high
+    double End = 1; // of the axis of columns
     std::vector<ChartMark> Marks{};
-    std::function<std::string(double)> ValueText{};
+    std::function<std::string(double value, double top)>
+        ValueText{};       // beside a line of the chart that goes up to `top`
     double ValueBase = 10; // values are marked at 1, 2 and 5 times its powers; 1024: of bytes
+    bool WholeValues = false;
+    bool Separate = false; // columns with room between them
 };
 
-std::string chartSvg(const Chart& chart);
+inline constexpr const char* kBadSeries = "bad";
+
+std::string chartHtml(const Chart& chart);
 
 // Marks of an axis of seconds.
 std::vector<ChartMark> timeMarks(double seconds);

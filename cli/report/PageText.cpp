@@ -78,10 +78,14 @@ std::string numberData(std::uint64_t number) {
     return "<data value=\"" + std::to_string(number) + "\">" + grouped(number) + "</data>";
 }
 
-std::string decimal(double value, int digits) {
+std::string fixed(double value, int digits) {
     std::array<char, 64> buffer{};
     const int length = std::snprintf(buffer.data(), buffer.size(), "%.*f", digits, value);
-    std::string text(buffer.data(), static_cast<std::size_t>(length));
+    return {buffer.data(), static_cast<std::size_t>(length)};
+}
+
+std::string decimal(double value, int digits) {
+    std::string text = fixed(value, digits);
     if (text.find('.') != text.npos) {
         text.erase(text.find_last_not_of('0') + 1);
         if (text.back() == '.') {
@@ -92,11 +96,14 @@ std::string decimal(double value, int digits) {
 }
 
 std::string secondsText(double seconds) {
+    if (!(seconds > 0)) {
+        return "0 s";
+    }
     if (seconds < 0.0995) {
-        return decimal(seconds * 1000, seconds < 0.00995 ? 1 : 0) + " ms";
+        return fixed(seconds * 1000, seconds < 0.00995 ? 1 : 0) + " ms";
     }
     if (seconds < 59.95) {
-        return decimal(seconds, seconds < 9.995 ? 2 : 1) + " s";
+        return fixed(seconds, seconds < 9.995 ? 2 : 1) + " s";
     }
     return durationText(std::chrono::duration<double>(seconds));
 }
@@ -111,19 +118,6 @@ std::string csvLink(const std::string& name, const Cells& rows) {
     }
     return "<a class=\"csv\" download=\"" + name + ".csv\" href=\"data:text/csv;charset=utf-8," + percentEncoded(csv) +
            "\">CSV</a>";
-}
-
-std::string numbersOf(const std::string& name, const Cells& rows) {
-    std::string text =
-        "<details><summary>Numbers</summary>" + csvLink(name, rows) + "<div class=\"wide\"><table class=\"small\">\n";
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        text += "<tr>";
-        for (const std::string& cell : rows[i]) {
-            text += i == 0 ? "<th scope=\"col\">" + html(cell) + "</th>" : "<td>" + html(cell) + "</td>";
-        }
-        text += "</tr>\n";
-    }
-    return text + "</table></div></details>\n";
 }
 
 } // namespace netrove::cli

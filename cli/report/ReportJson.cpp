@@ -12,6 +12,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kListedHosts = 100;
 constexpr std::size_t kListedCauses = 100;
+constexpr std::size_t kListedSeries = 6; // as on the page
 
 // Milliseconds are exact enough, and shorter.
 double rounded(double seconds) {
@@ -62,15 +63,42 @@ Json hostsOf(const RunFigures& figures) {
     return result;
 }
 
-Json timesOf(const TimeLine& times) {
-    Json spans = Json::array();
-    double start = 0;
-    for (const TimeLine::Span& span : times.spans()) {
-        spans.push_back(
-            {{"start", start}, {"done", span.Done}, {"failed", span.Failed}, {"bytes", std::llround(span.Bytes)}});
-        start += times.spanSeconds();
+Json seriesOf(const char* name, const std::vector<NamedSeries>& series, const char* values) {
+    Json result = Json::array();
+    for (const NamedSeries& one : series) {
+        Json numbers = Json::array();
+        for (const double value : one.Values) {
+            numbers.push_back(rounded(value));
+        }
+        result.push_back({{name, one.Name}, {values, numbers}});
     }
-    return {{"spanSeconds", times.spanSeconds()}, {"spans", spans}};
+    return result;
+}
+
+Json timesOf(const RunFigures& figures) {
+    const TimeLine& times = figures.times();
+    Json spans = Json::array();
+    const std::vector<TimeLine::Span> all = times.spans();
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const TimeLine::Span& span = all[i];
+        spans.push_back({{"start", static_cast<double>(i) * times.spanSeconds()},
+                         {"done", span.Done},
+                         {"failed", span.Failed},
+                         {"bytes", std::llround(span.Bytes)},
+                         {"transferSeconds", rounded(span.Busy)}});
+    }
+    return {{"spanSeconds", times.spanSeconds()},
+            {"spans", spans},
+            {"failures", seriesOf("cause", figures.failuresInTime(kListedSeries), "failed")},
+            {"hosts", seriesOf("host", figures.hostsInTime(kListedSeries), "transferSeconds")}};
+}
+
+Json phasesOf(const Phases& spent) {
+    Json result = Json::object();
+    for (std::size_t i = 0; i < spent.size(); ++i) {
+        result[kPhases[i].Key] = rounded(spent[i]);
+    }
+    return result;
 }
 
 Json slowestOf(const RunFigures& figures) {
@@ -80,6 +108,7 @@ Json slowestOf(const RunFigures& figures) {
                           {"url", line.Url},
                           {"start", rounded(line.Start)},
                           {"seconds", rounded(line.End - line.Start)},
+                          {"phases", phasesOf(line.Spent)},
                           {"status", line.Status == 0 ? Json(nullptr) : Json(line.Status)},
                           {"bytes", line.Bytes},
                           {"attempts", line.Attempts},
@@ -114,10 +143,11 @@ std::string reportJson(const RunFacts& facts) {
         {"bytes", facts.Bytes},
         {"bytesPerSecond", std::llround(static_cast<double>(facts.Bytes) / seconds)},
         {"lineSeconds", secondsOf(figures.seconds())},
+        {"phases", phasesOf(figures.spent())},
         {"attempts", figures.attempts()},
         {"failures", failuresOf(figures.causes())},
         {"hosts", hostsOf(figures)},
-        {"times", timesOf(figures.times())},
+        {"times", timesOf(figures)},
         {"slowest", slowestOf(figures)},
         {"histograms", {{"seconds", histogramOf(figures.seconds())}, {"bytes", histogramOf(figures.sizes())}}}};
     return object.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <set>
 #include <utility>
 
 namespace netrove::cli {
@@ -9,6 +11,7 @@ namespace netrove::cli {
 namespace {
 
 constexpr std::size_t kMostHosts = 2000;
+constexpr std::size_t kMostKinds = 200;  // of causes, in time
 constexpr std::size_t kLongestUrl = 300; // bytes
 constexpr const char* kOther = "other";
 
@@ -32,43 +35,56 @@ std::string clipped(const std::string& url) {
 
 } // namespace
 
+TimeLine::Span& TimeLine::Span::operator+=(const Span& other) {
+    Done += other.Done;
+    Failed += other.Failed;
+    Bytes += other.Bytes;
+    Busy += other.Busy;
+    return *this;
+}
+
 std::size_t TimeLine::reach(double seconds) {
     seconds = std::max(seconds, 0.0);
     while (seconds / Width >= static_cast<double>(kMostSpans)) {
-        for (std::size_t i = 0; i < Spans.size(); i += 2) {
-            Span sum = Spans[i];
-            if (i + 1 < Spans.size()) {
-                sum.Done += Spans[i + 1].Done;
-                sum.Failed += Spans[i + 1].Failed;
-                sum.Bytes += Spans[i + 1].Bytes;
-            }
-            Spans[i / 2] = sum;
-        }
-        Spans.resize((Spans.size() + 1) / 2);
         Width *= 2;
+        ++Joins;
+        Count = (Count + 1) / 2;
     }
     const auto place = static_cast<std::size_t>(seconds / Width);
-    if (place >= Spans.size()) {
-        Spans.resize(place + 1);
-    }
+    Count = std::max(Count, place + 1);
     return place;
+}
+
+template <class Visit>
+void TimeLine::overlaps(double start, double end, Visit visit) {
+    const std::size_t last = reach(end);
+    start = std::clamp(start, 0.0, std::max(end, 0.0));
+    for (auto i = static_cast<std::size_t>(start / Width); i <= last; ++i) {
+        const double from = std::max(start, static_cast<double>(i) * Width);
+        const double to = std::min(end, static_cast<double>(i + 1) * Width);
+        visit(i, std::max(to - from, 0.0));
+    }
 }
 
 void TimeLine::add(const EndedLine& line) {
     const std::size_t last = reach(line.End);
-    ++(line.Failed ? Spans[last].Failed : Spans[last].Done);
-    const double start = std::clamp(line.Start, 0.0, std::max(line.End, 0.0));
-    const double time = line.End - start;
+    Span& end = Spans.at(last, Joins);
+    ++(line.Failed ? end.Failed : end.Done);
+    const double time = line.End - std::max(line.Start, 0.0);
     const auto bytes = static_cast<double>(line.Bytes);
     if (time <= 0) {
-        Spans[last].Bytes += bytes;
+        end.Bytes += bytes;
         return;
     }
-    for (auto i = static_cast<std::size_t>(start / Width); i <= last; ++i) {
-        const double from = std::max(start, static_cast<double>(i) * Width);
-        const double to = std::min(line.End, static_cast<double>(i + 1) * Width);
-        Spans[i].Bytes += bytes * std::max(to - from, 0.0) / time;
-    }
+    overlaps(line.Start, line.End,
+             [&](std::size_t span, double seconds) { Spans.at(span, Joins).Bytes += bytes * seconds / time; });
+}
+
+void TimeLine::addBusy(double start, double end, SpanSeries<float>& series) {
+    overlaps(start, end, [&](std::size_t span, double seconds) {
+        Spans.at(span, Joins).Busy += seconds;
+        series.at(span, Joins) += static_cast<float>(seconds);
+    });
 }
 
 void HostFigures::add(const HostFigures& other) {
@@ -76,6 +92,7 @@ void HostFigures::add(const HostFigures& other) {
     Failed += other.Failed;
     Bytes += other.Bytes;
     Seconds.add(other.Seconds);
+    Busy.add(other.Busy);
 }
 
 HostFigures& RunFigures::hostFor(const std::string& name) {
@@ -98,9 +115,12 @@ std::size_t RunFigures::add(const EndedLine& line) {
     Seconds.add(seconds);
     HostFigures& host = hostFor(hostOf(line.Url));
     host.Seconds.add(seconds);
+    Times.addBusy(line.LastStart, line.End, host.Busy);
+    std::transform(Spent.begin(), Spent.end(), line.Spent.begin(), Spent.begin(), std::plus<>());
     if (line.Failed) {
         ++host.Failed;
         alike = Causes.add(*line.Failed, line.Number);
+        addFailure(*line.Failed, line.End);
     } else {
         ++host.Done;
         host.Bytes += line.Bytes;
@@ -118,6 +138,54 @@ std::size_t RunFigures::add(const EndedLine& line) {
         }
     }
     return alike;
+}
+
+void RunFigures::addAttempt(const std::string& url, double start, double end) {
+    Times.addBusy(start, end, hostFor(hostOf(url)).Busy);
+}
+
+void RunFigures::addFailure(const FailureCause& cause, double end) {
+    const bool known = Kinds.size() < kMostKinds || Kinds.contains(cause.Kind);
+    ++Kinds[known ? cause.Kind : kOther].at(Times.reach(end), Times.joins());
+}
+
+std::vector<NamedSeries> RunFigures::failuresInTime(std::size_t most) const {
+    std::vector<std::pair<std::size_t, std::string>> order;
+    for (const auto& [kind, count] : Causes.byKind()) {
+        order.emplace_back(count, kind);
+    }
+    std::stable_sort(order.begin(), order.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::vector<NamedSeries> result;
+    SpanSeries<std::uint32_t> other;
+    const auto append = [&](const std::string& name, const SpanSeries<std::uint32_t>& series) {
+        const auto values = series.values(Times.count(), Times.joins());
+        result.push_back({name, {values.begin(), values.end()}});
+    };
+    std::set<std::string> named;
+    for (const auto& [count, kind] : order) {
+        if (const auto found = Kinds.find(kind); found != Kinds.end() && kind != kOther && result.size() < most) {
+            append(kind, found->second);
+            named.insert(kind);
+        }
+    }
+    for (const auto& [kind, series] : Kinds) {
+        if (!named.contains(kind)) {
+            other.add(series);
+        }
+    }
+    if (named.size() != Kinds.size()) {
+        append(kOther, other);
+    }
+    return result;
+}
+
+std::vector<NamedSeries> RunFigures::hostsInTime(std::size_t most) const {
+    std::vector<NamedSeries> result;
+    for (const HostFigures& host : topHosts(most)) {
+        const auto seconds = host.Busy.values(Times.count(), Times.joins());
+        result.push_back({host.Name, {seconds.begin(), seconds.end()}});
+    }
+    return result;
 }
 
 std::vector<EndedLine> RunFigures::slowest() const {

@@ -1,25 +1,27 @@
 #include "cli/report/RunReport.h"
 
+#include "cli/report/PageText.h"
+
 #include <array>
 #include <ctime>
 
 namespace netrove::cli {
 
 std::string verdictText(const RunFacts& facts) {
-    const std::string all = std::to_string(facts.All) + (facts.All == 1 ? " transfer" : " transfers");
+    const std::string all = grouped(facts.All) + (facts.All == 1 ? " transfer" : " transfers");
     std::string text;
     if (!facts.Stopped.empty()) {
-        text = "Stopped (" + facts.Stopped + ") with " + std::to_string(facts.left()) + " of " + all + " left";
+        text = "Stopped (" + facts.Stopped + ") with " + grouped(facts.left()) + " of " + all + " left";
     } else if (!facts.Over) {
-        text = "Under way: " + std::to_string(facts.left()) + " of " + all + " left";
+        text = "Under way: " + grouped(facts.left()) + " of " + all + " left";
     } else if (facts.left() != 0) {
-        text = "Ended early with " + std::to_string(facts.left()) + " of " + all + " left";
+        text = "Ended early with " + grouped(facts.left()) + " of " + all + " left";
     } else if (facts.Failed == 0) {
         return facts.All == 1 ? "The only transfer is done" : "All " + all + " are done";
     } else {
-        return std::to_string(facts.Failed) + " of " + all + " failed";
+        return grouped(facts.Failed) + " of " + all + " failed";
     }
-    return facts.Failed == 0 ? text : text + ", " + std::to_string(facts.Failed) + " failed";
+    return facts.Failed == 0 ? text : text + ", " + grouped(facts.Failed) + " failed";
 }
 
 std::string timeText(std::chrono::system_clock::time_point time) {

@@ -24,6 +24,8 @@ struct RunFacts {
     std::size_t Skipped = 0;
     std::uint64_t Bytes = 0;
     std::size_t Running = 0;
+    int Jobs = 0;       // how many transfers there may be at a time; 0: not known
+    int MostOfHost = 0; // of them with one host
     bool Over = true;
     std::string Stopped; // why it ended early: "SIGINT"; empty: it did not
     RunFigures Figures;

@@ -19,6 +19,11 @@ struct BatchOutcome {
     int Attempts = 0;
     std::chrono::duration<double> Time{};     // waits included
     std::optional<Clock::time_point> Ended{}; // before its file got its name, together with others
+    Clock::time_point Began{};                // the last attempt
+    ///@{ Of its last request.
+    std::chrono::duration<double> UntilHead{}; // zero: no head came
+    std::chrono::duration<double> Request{};   // to its end
+    ///@}
 };
 
 } // namespace netrove::cli

@@ -47,6 +47,17 @@ Console consoleFor(const BatchLine& line, const Console& console) {
     return result;
 }
 
+// What the time went to, of a line of which Start and End are known.
+void addTimes(EndedLine& line, const BatchOutcome& outcome) {
+    const std::chrono::duration<double> attempt = outcome.Ended.value_or(outcome.Began) - outcome.Began;
+    line.LastStart = line.End - attempt.count();
+    const double request = outcome.Request.count();
+    const double head = outcome.UntilHead.count() > 0 ? outcome.UntilHead.count() : request;
+    line.Spent[std::size_t(Phase::Before)] = std::max(outcome.Time.count() - request, 0.0);
+    line.Spent[std::size_t(Phase::Head)] = head;
+    line.Spent[std::size_t(Phase::Content)] = request - head;
+}
+
 std::string count(std::size_t number, const char* what) {
     return std::to_string(number) + " " + what;
 }
@@ -129,6 +140,8 @@ BatchReport::BatchReport(const Settings& settings, const Console& console, std::
     Facts.Command = console.masked(batch.CommandLine);
     Facts.Manifest = batch.Manifest == "-" ? "standard input" : batch.Manifest;
     Facts.Shard = shard;
+    Facts.Jobs = batch.Jobs;
+    Facts.MostOfHost = std::min(batch.Jobs, batch.MostOfHost);
     Facts.Start = std::chrono::system_clock::now();
     if (!batch.Failures.empty()) {
         Failures.emplace(batch.Failures);
@@ -145,6 +158,15 @@ void BatchReport::expectOneMore() {
     Totals.Open = true;
 }
 
+void BatchReport::tried(const BatchLine& line, const BatchOutcome& outcome) {
+    if (Reports.empty()) {
+        return;
+    }
+    const std::string url = TheConsole.masked(line.Url);
+    const std::lock_guard lock(Guard);
+    Facts.Figures.addAttempt(url, secondsAt(outcome.Began), secondsAt(outcome.Ended.value_or(outcome.Began)));
+}
+
 void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
     const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
     EndedLine figures{.Number = line.Number,
@@ -158,6 +180,7 @@ void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
     const std::lock_guard lock(Guard);
     figures.End = std::chrono::duration<double>(outcome.Ended.value_or(Clock::now()) - Start).count();
     figures.Start = figures.End - outcome.Time.count();
+    addTimes(figures, outcome);
     const std::size_t alike = Facts.Figures.add(figures);
     if (outcome.Failed) {
         ++Totals.Failed;

@@ -53,6 +53,8 @@ public:
 
     // There is one more to do than was known.
     void expectOneMore();
+    // An attempt after which the line is to be tried again.
+    void tried(const BatchLine& line, const BatchOutcome& outcome);
     // Each counts the line, prints it where lines are wanted, and a failure on standard error as well. They raise
     // FileNotWritten if standard output can no longer be written.
     void ended(const BatchLine& line, const BatchOutcome& outcome);
@@ -73,6 +75,7 @@ public:
 private:
     void print(const std::string& text);
     RunFacts facts() const;
+    double secondsAt(Clock::time_point time) const { return std::chrono::duration<double>(time - Start).count(); }
     void tell(const BatchLine& line, const vantik::Message& message, std::size_t count) const;
 
     const Console& TheConsole;

@@ -141,7 +141,9 @@ bool BatchRun::isThere(const BatchJob& job) const {
 void BatchRun::end(BatchJob job, BatchAttempt attempt, Clock::duration taken) {
     const bool again = attempt.Again && !attempt.Outcome.Abandoned;
     const std::string origin = job.Origin;
-    if (!again) {
+    if (again) {
+        Report.tried(job.Line, attempt.Outcome);
+    } else {
         report(job, attempt);
     }
     const std::lock_guard lock(Guard);

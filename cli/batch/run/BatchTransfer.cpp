@@ -85,6 +85,13 @@ netrove::Request requestFor(const Settings& settings) {
     return request;
 }
 
+void takeTimes(BatchOutcome& outcome, const netrove::Response& response) {
+    if (!response.hops.empty()) {
+        outcome.UntilHead = response.hops.back().untilHead;
+        outcome.Request = response.hops.back().time;
+    }
+}
+
 // One attempt, into its file or into nothing.
 class Transfer {
 public:
@@ -116,6 +123,7 @@ public:
         attempt.Outcome.Status = response.status;
         attempt.Outcome.Attempts = response.attempts;
         attempt.Outcome.Bytes = response.resumedAt + response.received;
+        takeTimes(attempt.Outcome, response);
         refuseSpentContent(LineSettings, response, repeatable);
     }
 
@@ -182,6 +190,7 @@ Settings batchSettings(const Settings& settings, const BatchLine& line) {
 BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const BatchTools& tools) {
     BatchAttempt attempt;
     BatchOutcome& outcome = attempt.Outcome;
+    outcome.Began = Clock::now();
     Circumstances circumstances{.MaxTimeSeconds = tools.TheSettings.MaxTime.value_or(0)};
     try {
         Transfer(client, job, tools).run(attempt);
@@ -189,6 +198,7 @@ BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const Ba
         throw vantik::Failure(failure.Reason);
     } catch (const netrove::Error& error) {
         outcome.Failed = judge(error, circumstances);
+        takeTimes(outcome, error.response());
         if (error.response().attempts != 0) { // not of the file, before the request or after it
             outcome.Status = error.response().status;
             outcome.Attempts = error.response().attempts;

@@ -93,10 +93,75 @@ TEST(RunFigures, TimesKeepEverythingHoweverLongTheRun) {
 TEST(RunFigures, BytesAreSpreadOverTheTimeOfALine) {
     TimeLine times;
     times.add(lineOf(1, 0, 10, 1000));
-    const double half = std::accumulate(times.spans().begin(),
-                                        times.spans().begin() + static_cast<std::ptrdiff_t>(5 / times.spanSeconds()),
-                                        0.0, [](double sum, const TimeLine::Span& span) { return sum + span.Bytes; });
+    const std::vector<TimeLine::Span> spans = times.spans();
+    const double half =
+        std::accumulate(spans.begin(), spans.begin() + static_cast<std::ptrdiff_t>(5 / times.spanSeconds()), 0.0,
+                        [](double sum, const TimeLine::Span& span) { return sum + span.Bytes; });
     EXPECT_NEAR(half, 500, 1);
+}
+
+double sumOf(const std::vector<double>& values) {
+    return std::accumulate(values.begin(), values.end(), 0.0);
+}
+
+TEST(SpanSeries, SpansAreJoinedWhenTheyAreNextUsed) {
+    SpanSeries<int> series;
+    for (const int value : {1, 2, 3, 4, 5}) {
+        series.at(static_cast<std::size_t>(value) - 1, 0) = value;
+    }
+    EXPECT_EQ(series.values(4, 1), (std::vector{3, 7, 5, 0}));
+    series.at(0, 2) += 100; // as wide as four of the first
+    EXPECT_EQ(series.values(2, 2), (std::vector{110, 5}));
+    SpanSeries<int> late;
+    late.at(1, 0) = 1000;
+    series.add(late);
+    late.add(series);
+    EXPECT_EQ(series.values(2, 2), (std::vector{1110, 5}));
+    EXPECT_EQ(late.values(2, 2), (std::vector{2110, 5}));
+}
+
+TEST(RunFigures, TransfersAreUnderWayFromTheirLastAttemptAndInEarlierOnes) {
+    RunFigures figures;
+    EndedLine line = lineOf(1, 0, 10);
+    line.LastStart = 8;
+    line.Spent = {8, 1.5, 0.5};
+    figures.addAttempt(line.Url, 0, 1);
+    figures.add(line);
+    figures.add(lineOf(2, 0, 4, 0, "http://other/"));
+    const auto hosts = figures.hostsInTime(5);
+    ASSERT_EQ(hosts.size(), 2U);
+    EXPECT_EQ(hosts[0].Name, "h:80");
+    EXPECT_NEAR(sumOf(hosts[0].Values), 3, 0.01);
+    EXPECT_NEAR(sumOf(hosts[1].Values), 4, 0.01);
+    const auto half = static_cast<std::ptrdiff_t>(5 / figures.times().spanSeconds());
+    EXPECT_NEAR(sumOf({hosts[0].Values.begin(), hosts[0].Values.begin() + half}), 1, 0.01);
+    double busy = 0;
+    for (const TimeLine::Span& span : figures.times().spans()) {
+        busy += span.Busy;
+    }
+    EXPECT_NEAR(busy, 7, 0.01);
+    EXPECT_EQ(figures.spent(), (Phases{8, 1.5, 0.5}));
+}
+
+TEST(RunFigures, FailuresInTimeAreOfTheCommonestCauses) {
+    RunFigures figures;
+    for (std::size_t i = 0; i < 5000; ++i) {
+        EndedLine line = failedLine(i, "http://h" + std::to_string(i) + "/");
+        line.End = static_cast<double>(i);
+        line.LastStart = line.End - 1;
+        line.Failed->Kind = i % 2 == 0 ? "refused" : "cause " + std::to_string(i);
+        figures.add(line);
+    }
+    const auto causes = figures.failuresInTime(2);
+    ASSERT_EQ(causes.size(), 3U);
+    EXPECT_EQ(causes[0].Name, "refused");
+    EXPECT_EQ(sumOf(causes[0].Values), 2500);
+    EXPECT_EQ(causes[2].Name, "other");
+    EXPECT_EQ(sumOf(causes[0].Values) + sumOf(causes[1].Values) + sumOf(causes[2].Values), 5000);
+    for (const NamedSeries& series : causes) {
+        EXPECT_EQ(series.Values.size(), figures.times().count());
+    }
+    EXPECT_EQ(figures.hostsInTime(6).size(), 7U);
 }
 
 TEST(RunFigures, TheSlowestHundredAreKept) {

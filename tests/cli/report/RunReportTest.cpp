@@ -25,6 +25,7 @@ void add(RunFacts& facts, std::size_t number, const std::string& url, double sta
     EndedLine line{.Number = number,
                    .Url = url,
                    .Start = start,
+                   .LastStart = start,
                    .End = start + seconds,
                    .Status = 200,
                    .Bytes = 1000,
@@ -83,10 +84,15 @@ TEST(RunReport, JsonHasTheFigures) {
     EXPECT_EQ(report["slowest"][0]["line"], 9);
     EXPECT_EQ(report["slowest"][0]["failed"], "refused by b:80");
     std::size_t done = 0;
+    double busy = 0;
     for (const Json& span : report["times"]["spans"]) {
         done += span["done"].get<std::size_t>();
+        busy += span["transferSeconds"].get<double>();
     }
     EXPECT_EQ(done, 8U);
+    EXPECT_NEAR(busy, 8 * 2 + 5 + 4, 0.1);
+    EXPECT_EQ(report["times"]["failures"][0]["cause"], "refused");
+    EXPECT_EQ(report["times"]["hosts"][1]["host"], "b:80");
 }
 
 TEST(RunReport, MetricsAreInTheFormatOfPrometheus) {
@@ -164,7 +170,7 @@ TEST(PageText, IsShort) {
     EXPECT_EQ(grouped(1'234'567), "1,234,567");
     EXPECT_EQ(secondsText(0.0042), "4.2 ms");
     EXPECT_EQ(secondsText(0.042), "42 ms");
-    EXPECT_EQ(secondsText(1.5), "1.5 s");
+    EXPECT_EQ(secondsText(1.5), "1.50 s");
     EXPECT_EQ(secondsText(125), "2 min 05 s");
     EXPECT_EQ(html("<a href=\"x\">&\x1b"), "&lt;a href=&quot;x&quot;&gt;&amp;\\x1B");
     EXPECT_THAT(csvLink("n", {{"a", "b,\"c\""}}),
