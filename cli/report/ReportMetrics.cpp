@@ -1,5 +1,7 @@
 #include "cli/report/RunReport.h"
 
+#include <netrove/text.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -37,7 +39,7 @@ std::string escaped(std::string_view text) {
 class Metrics {
 public:
     explicit Metrics(const RunFacts& facts) {
-        Common.emplace_back("manifest", facts.Manifest);
+        Common.emplace_back("manifest", printable(facts.Manifest)); // a name that is not UTF-8 would spoil the file
         if (!facts.Shard.empty()) {
             Common.emplace_back("shard", facts.Shard);
         }
@@ -118,6 +120,10 @@ std::string reportMetrics(const RunFacts& facts) {
     metrics.begin("elapsed_seconds", "gauge", "How long the run has taken.");
     metrics.value(facts.Seconds);
     addFailures(metrics, facts.Figures.causes());
+    metrics.begin("spent_seconds_total", "counter", "What the time of lines went to.");
+    for (std::size_t i = 0; i < std::size(kPhases); ++i) {
+        metrics.value(facts.Figures.spent()[i], {{"phase", kPhases[i].Key}});
+    }
     metrics.begin("line_seconds", "summary", "Time from the first attempt of a line to its end.");
     addSummary(metrics, facts.Figures.seconds(), {});
 

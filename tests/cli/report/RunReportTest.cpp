@@ -104,6 +104,7 @@ TEST(RunReport, MetricsAreInTheFormatOfPrometheus) {
     const std::string metrics = reportMetrics(facts);
     const std::string labels = R"(manifest="my \"list\"",shard="2/8")";
     EXPECT_THAT(metrics, HasSubstr("netrove_batch_lines_ended_total{" + labels + ",result=\"done\"} 108\n"));
+    EXPECT_THAT(metrics, HasSubstr("netrove_batch_spent_seconds_total{" + labels + ",phase=\"head\"} 0\n"));
     EXPECT_THAT(metrics, HasSubstr("netrove_batch_failures_total{" + labels + ",cause=\"refused\"} 2\n"));
     EXPECT_THAT(metrics, HasSubstr("netrove_batch_host_line_seconds_count{" + labels + ",host=\"a:80\"} 8\n"));
     EXPECT_THAT(metrics,
@@ -122,6 +123,8 @@ TEST(RunReport, MetricsAreInTheFormatOfPrometheus) {
         }
     }
     EXPECT_THAT(metrics, Not(HasSubstr("http://")));
+    facts.Manifest = "m\xFF\n"; // labels are UTF-8
+    EXPECT_THAT(reportMetrics(facts), HasSubstr("netrove_batch_lines{manifest=\"m\\\\xFF \","));
 }
 
 TEST(RunReport, ThePageNeedsNothingAndObeysNobody) {
