@@ -29,8 +29,8 @@ a { color: inherit; text-decoration-color: var(--faint); }
 .note { margin: 2px 0 12px; font-size: 13px; }
 pre { margin: 14px 0 18px; padding: 10px 14px; background: var(--panel); border: 1px solid var(--line);
   border-radius: 8px; font: 13px/1.5 ui-monospace, monospace; white-space: pre-wrap; overflow-wrap: anywhere; }
-.tiles { display: grid; grid-template-columns: repeat(auto-fit,
-  minmax(max(132px, calc(100% / var(--columns) - 12px)), 1fr)); gap: 12px; margin: 0 0 18px; }
+.tiles { --n: var(--columns); display: grid; grid-template-columns: repeat(auto-fit,
+  minmax(max(132px, calc(100% / var(--n) - 12px)), 1fr)); gap: 12px; margin: 0 0 18px; }
 .tiles div { padding: 12px 16px; background: var(--panel); border: 1px solid var(--line); border-radius: 10px; }
 .tiles dt { color: var(--faint); font-size: 13px; }
 .tiles dd { margin: 0; font-size: 22px; line-height: 1.3; font-weight: 600; font-variant-numeric: tabular-nums; }
@@ -84,13 +84,15 @@ td.long { min-width: 190px; overflow-wrap: anywhere; }
 .all .bar { height: 18px; margin: 0; }
 table.small, details { font-size: 13px; } details { margin-top: 10px; } summary { cursor: pointer; color: var(--faint); }
 footer { font-size: 13px; }
+@media (max-width: 1100px) { .tiles div { padding: 12px 14px; } .tiles dd { font-size: 18px; } }
+@media (max-width: 860px) { .tiles { --n: var(--narrow); } }
 @media (max-width: 640px) {
   main { padding: 18px 12px 32px; } section { padding: 14px; } h1 { font-size: 23px; }
   .chart { padding-right: 14px; } .chart .values, .chart .area { height: 130px; }
   .values { min-width: 72px; } .marks span:nth-child(even) { display: none; }
   .track, .more { display: none; } #slowest .track:last-child { display: table-cell; } td.long { min-width: 150px; }
   .url { min-width: 0; max-width: 150px; }
-  .tiles { gap: 8px; } .tiles div { padding: 9px 12px; } .tiles dd { font-size: 19px; } }
+  .tiles { gap: 8px; } .tiles div { padding: 9px 12px; } }
 @media print {
   * { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
   body { background: none; font-size: 11pt; } main { max-width: none; padding: 0; }

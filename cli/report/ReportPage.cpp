@@ -30,8 +30,9 @@ std::string tilesOf(const RunFacts& facts) {
         tile("speed", "mean speed", "<data value=\"" + std::to_string(speed) + "\">" + sizeText(speed) + "/s</data>"));
     tiles.push_back(tile("pace", "lines per second",
                          "<data value=\"" + number(pace) + "\">" + decimal(pace, pace < 10 ? 2 : 0) + "</data>"));
-    std::string text = // in one row or in two
-        "<dl class=\"tiles\" style=\"--columns: " + std::string(tiles.size() > 6 ? "4" : "6") + "\">\n";
+    // In one row or in two of the same length.
+    std::string text = std::string("<dl class=\"tiles\" style=\"") +
+                       (tiles.size() > 6 ? "--columns: 4; --narrow: 4" : "--columns: 6; --narrow: 3") + "\">\n";
     for (const std::string& one : tiles) {
         text += one;
     }

@@ -32,6 +32,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/format", Way::Never, "needs clang-format and git, which the tests do without"},
     {"CONTRIBUTING.md", "scripts/docs", Way::Never, kDoxygen},
     {"CONTRIBUTING.md", "scripts/picture", Way::Elsewhere, "tests/docs/PictureTest.cpp: Picture, ShowsWhatTheProgramPrints"},
+    {"CONTRIBUTING.md", "scripts/report-picture", Way::Never, "builds in the sources; what draws is tests/cli/report/ReportPageTest.cpp"},
     {"CONTRIBUTING.md", "scripts/check", Way::Never, "scripts/format, scripts/tidy, scripts/docs and scripts/test one after the other, and the first two need tools of clang"},
     {"CONTRIBUTING.md", "scripts/tidy cli/main.cpp", Way::Never, "needs clang-tidy"},
     {"CONTRIBUTING.md", "scripts/package", Way::Never, kPackaging},

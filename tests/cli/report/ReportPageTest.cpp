@@ -132,9 +132,9 @@ TEST_F(ReportPage, ShowsWhatTheJsonOfTheSameRunSays) {
     EXPECT_EQ(TheBrowser->complaints(), std::vector<std::string>());
 }
 
-// With NETROVE_SCREENSHOTS=FOLDER the pages and their pictures stay there, to be looked at.
+// With NETROVE_PICTURES=FOLDER the pages and their pictures stay there, to be looked at; one is for the documentation.
 TEST_F(ReportPage, OfAnyRunFitsAnyWidthAndNeedsNothing) {
-    const char* pictures = std::getenv("NETROVE_SCREENSHOTS");
+    const char* pictures = std::getenv("NETROVE_PICTURES");
     for (const auto& [name, facts] : runs()) {
         const std::string page = reportPage(facts);
         open(page);
@@ -149,6 +149,10 @@ TEST_F(ReportPage, OfAnyRunFitsAnyWidthAndNeedsNothing) {
                     TheBrowser->savePicture(file + "-" + std::to_string(width) + (dark ? "-dark.png" : ".png"));
                 }
             }
+        }
+        if (pictures != nullptr && name == "failures") {
+            TheBrowser->show(1000, false);
+            TheBrowser->savePicture(std::string(pictures) + "/report.png", 1225);
         }
         TheBrowser->show(720, false, true);
         EXPECT_EQ(value(kOverflow), Json::array()) << name << " on paper";

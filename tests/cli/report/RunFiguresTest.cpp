@@ -186,6 +186,7 @@ TEST(RunFigures, HostsBeyondTheFirstAreCountedTogether) {
     EXPECT_EQ(top.front().Name, "busy:80");
     EXPECT_EQ(top.front().lines(), 5000U);
     EXPECT_EQ(top.back().Name, "other");
+    EXPECT_EQ(figures.hosts(), 2000U);
     std::size_t all = 0;
     for (const HostFigures& host : top) {
         all += host.lines();

@@ -169,9 +169,12 @@ json Browser::evaluate(const std::string& expression) {
     return result["result"].value("value", json());
 }
 
-void Browser::savePicture(const std::string& file) {
-    const json answer = call("Page.captureScreenshot", {{"format", "png"}, {"captureBeyondViewport", true}});
-    writeFile(file, decoded(answer["data"]));
+void Browser::savePicture(const std::string& file, int height) {
+    json parameters = {{"format", "png"}, {"captureBeyondViewport", true}};
+    if (height != 0) {
+        parameters["clip"] = {{"x", 0}, {"y", 0}, {"width", evaluate("innerWidth")}, {"height", height}, {"scale", 1}};
+    }
+    writeFile(file, decoded(call("Page.captureScreenshot", parameters)["data"]));
 }
 
 std::vector<std::string> Browser::complaints() {

@@ -24,8 +24,8 @@ public:
     void show(int width, bool dark, bool paper = false);
     // The value of an expression of JavaScript. Raises std::runtime_error with what it throws.
     nlohmann::json evaluate(const std::string& expression);
-    // Of the whole page, as PNG.
-    void savePicture(const std::string& file);
+    // Of the whole page as PNG, or of its first lines of pixels.
+    void savePicture(const std::string& file, int height = 0);
     // Since the page was opened: messages of the console, and what it asked for besides itself.
     std::vector<std::string> complaints();
 
