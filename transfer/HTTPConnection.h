@@ -129,6 +129,7 @@ private:
     void prepareRequest();
     void sendAndWait();
     void beginTransfer();
+    void setReadSize();
     void setSendOptions();
     void startContent();
     void sendContent();

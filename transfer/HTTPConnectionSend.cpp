@@ -22,6 +22,9 @@ namespace {
 // Longest wait of one pass: bounds how late an interrupt or a deadline is seen, whatever the timeouts are.
 constexpr std::int32_t kLongestWaitMs = 500;
 
+// Of the network. Still larger ones cost more again: the kernel seldom has so much at hand.
+constexpr long kLargeRead = 128L << 10;
+
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
     char digits[8]; // for 32 bits; to_chars ignores the locale
     char* const end = std::to_chars(std::begin(digits), std::end(digits), schemes, 16).ptr;
@@ -77,6 +80,7 @@ void HTTPConnection::beginTransfer() {
         attachHandle();
     }
     Transfer.begin(Handles->Generation);
+    setReadSize();                  // before the first perform: libcurl refuses it while it has a buffer
     SentHead.InRequestHead = false; // no head of an earlier transfer continues, no status is reported again
     ReceivedHead.ResponseCode = 0;
     startContent();
@@ -93,6 +97,17 @@ void HTTPConnection::beginTransfer() {
     } else {
         traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS AND RECEIVING RESPONSE HEADERS "
                                   "*****************");
+    }
+}
+
+// Large reads cost less. But what a read is decoded to is held as a whole, and a server may encode its content unasked:
+// only where nothing is decoded are they safe. A trace shows each read, so it goes by libcurl's own size.
+void HTTPConnection::setReadSize() {
+    const long size = Handles->Decodes || Settings.Debug != 0 ? CURL_MAX_WRITE_SIZE : kLargeRead;
+    const CURLcode code = curl_easy_setopt(Handles->EasyHandle, CURLOPT_BUFFERSIZE, size);
+    // Refused like this, libcurl still has the buffer of a transfer that never connected, and goes on with that.
+    if (code != CURLE_OK && code != CURLE_BAD_FUNCTION_ARGUMENT) {
+        throwCurlCodeError("CURLOPT_BUFFERSIZE", code, "");
     }
 }
 

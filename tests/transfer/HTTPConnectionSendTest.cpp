@@ -45,8 +45,9 @@ TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
                 ElementsAre("CURLOPT_HTTPHEADER {Accept:}", "CURLOPT_HEADERDATA", "CURLOPT_HEADERFUNCTION",
                             "CURLOPT_VERBOSE 1", "CURLOPT_DEBUGDATA", "CURLOPT_DEBUGFUNCTION", "CURLOPT_SSL_OPTIONS 8",
                             "CURLOPT_SSLVERSION 65541", "CURLOPT_NOSIGNAL 1", "CURLOPT_HTTPAUTH 0",
-                            "CURLOPT_PROXYAUTH 0", "CURLOPT_ERRORBUFFER", "CURLOPT_WRITEFUNCTION", "CURLOPT_WRITEDATA",
-                            "CURLOPT_READFUNCTION", "CURLOPT_READDATA", "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
+                            "CURLOPT_PROXYAUTH 0", "CURLOPT_ERRORBUFFER", "CURLOPT_BUFFERSIZE 131072",
+                            "CURLOPT_WRITEFUNCTION", "CURLOPT_WRITEDATA", "CURLOPT_READFUNCTION", "CURLOPT_READDATA",
+                            "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
     EXPECT_EQ(curl.lastOption(CURLOPT_HEADERDATA)->Pointer, &connection);
     EXPECT_EQ(curl.lastOption(CURLOPT_DEBUGDATA)->Pointer, &connection);
     EXPECT_EQ(curl.lastOption(CURLOPT_HEADERFUNCTION)->Pointer, reinterpret_cast<const void*>(&headerCallback));
@@ -94,6 +95,32 @@ TEST_F(HTTPConnectionSendTest, CredentialsGoWithTheirOwnSchemes) {
     EXPECT_EQ(connection.Settings.HostAuthSchemes & connection.Settings.ProxyAuthSchemes, 0xFFFFFFEFu);
 }
 
+// A trace shows the size of each read, and what a read is decoded to is held as a whole.
+TEST_F(HTTPConnectionSendTest, ReadsAreLargeWhereNothingIsDecodedOrTraced) {
+    struct Row {
+        bool Decodes;
+        std::int32_t Debug;
+        std::string Option;
+    };
+    for (const Row& row : {Row{false, 0, "CURLOPT_BUFFERSIZE 131072"}, Row{false, 1, "CURLOPT_BUFFERSIZE 16384"},
+                           Row{true, 0, "CURLOPT_BUFFERSIZE 16384"}, Row{true, 2, "CURLOPT_BUFFERSIZE 16384"}}) {
+        reopen();
+        connection.Settings.Decode = row.Decodes;
+        connection.Settings.Debug = row.Debug;
+        const StandardOutputCapture output;
+        EXPECT_EQ(sendAnswered(), "nothing");
+        connection.Settings.Debug = 0;
+        EXPECT_EQ(optionText(CURLOPT_BUFFERSIZE), row.Option) << row.Decodes << row.Debug;
+    }
+}
+
+// libcurl 7.88 keeps its buffer after a connect that has failed.
+TEST_F(HTTPConnectionSendTest, BufferThatIsKeptIsUsed) {
+    reopen();
+    curl.failOption(CURLOPT_BUFFERSIZE, CURLE_BAD_FUNCTION_ARGUMENT);
+    EXPECT_EQ(sendAnswered(), "nothing");
+}
+
 TEST_F(HTTPConnectionSendTest, RefusedOptionIsNamedAndFailsTheTransfer) {
     connection.setRequestMethod("PUT");
     connection.Settings.setPayload({1});
@@ -104,7 +131,7 @@ TEST_F(HTTPConnectionSendTest, RefusedOptionIsNamedAndFailsTheTransfer) {
         return call.Function != CurlFunction::EasySetopt || call.Id == CURLOPT_HTTPHEADER ||
                call.Id == CURLOPT_FORBID_REUSE; // neither of them is an option of the transfer itself
     });
-    ASSERT_EQ(inOrder.size(), 22U);
+    ASSERT_EQ(inOrder.size(), 23U);
     EXPECT_EQ(inOrder.back().text(), "CURLOPT_UPLOAD 1");
     EXPECT_EQ(optionText(CURLOPT_FORBID_REUSE), "CURLOPT_FORBID_REUSE 1") << "the answer came before the content";
     for (const CurlCall& call : inOrder) {
