@@ -25,6 +25,7 @@ set(NETROVE_SOURCES
     transfer/HTTPConnectionWire.cpp
     transfer/HTTPConnectionTimeouts.cpp
     transfer/HTTPConnectionRequest.cpp
+    streaming/ContentBuffer.cpp
     streaming/HTTPConnectionContent.cpp
     hostcalls/HostObjectCall.cpp
     streaming/InterruptibleStreamCopier.cpp

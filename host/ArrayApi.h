@@ -59,7 +59,8 @@ namespace detail::noninlined::vx_array_api {
 VANTIK_HOST_API vxArray_tag* vxCreateString(const char* text);
 // New empty array of no class, always persistent.
 VANTIK_HOST_API vxArray_tag* vxCreateEmptyUnknownArrayNotOnArrayList();
-// New numeric matrix with all elements zero. Raises a message exception for a class that is not numeric and
+// New numeric matrix with all elements zero. The library makes columns as long as a server announces, up to 1 GiB, so a
+// large one should cost no memory before it is written. Raises a message exception for a class that is not numeric and
 // std::bad_alloc where there is no memory.
 VANTIK_HOST_API vxArray_tag* vxCreateNumericMatrix(std::size_t rows, std::size_t columns, vxClassID classId,
                                                    vxComplexity complexity);

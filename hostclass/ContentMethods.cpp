@@ -23,7 +23,7 @@ namespace {
 void savePartialPayload(HTTPConnectionAdapter& adapter) noexcept {
     try {
         const SharedHostArray consumer = adapter.Connection.Settings.Consumer;
-        HostArray saved = makeByteColumn(adapter.responseBytes());
+        const HostArray saved = adapter.takeResponse();
         vxArray_tag* arguments[] = {consumer.get(), saved.get()};
         HostArray none;
         tryHostMethod(kConsumerSavePayload, vcos::internal::makeInterned(kConsumerClassName), arguments, none);
@@ -74,9 +74,7 @@ void copyContentToByteArray(HTTPConnectionAdapter* adapter, int, vcos::COSValue*
     if (!adapter->Connection.Transfer.Opened) {
         adapter->dropReceived(); // a closed connection has no content, whatever a failed copy had kept
     }
-    HostArray content = makeByteColumn(adapter->responseBytes());
-    adapter->emptyResponseBuffer();
-    giveResult(results[0], std::move(content));
+    giveResult(results[0], adapter->takeResponse());
 }
 
 void copyContentToFile(HTTPConnectionAdapter* adapter, int, vcos::COSValue*, int, const vcos::COSValue* inputs) {

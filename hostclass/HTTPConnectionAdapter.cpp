@@ -38,20 +38,23 @@ void HTTPConnectionAdapter::adoptHostObject(SharedHostArray RequestSettings::*fi
     const SharedHostArray previous = std::exchange(Connection.Settings.*field, SharedHostArray(std::move(copy)));
 }
 
+HostArray HTTPConnectionAdapter::takeResponse() {
+    HostArray content = ResponseBuffer.release();
+    emptyResponseBuffer();
+    return content;
+}
+
 void HTTPConnectionAdapter::emptyResponseBuffer() {
-    // A swap frees the memory of a large response now; an emptied string would keep it for as long as the object lives.
-    std::ostringstream().swap(ResponseBuffer);
+    ResponseBuffer.clear();
     if (Connection.Transfer.Target == &ResponseBuffer) {
         Connection.Transfer.Target = nullptr;
     }
 }
 
 void HTTPConnectionAdapter::dropReceived() {
-    const RunningTransfer& transfer = Connection.Transfer;
+    RunningTransfer& transfer = Connection.Transfer;
     if (transfer.Target == &ResponseBuffer && transfer.PassedOn != 0) {
-        std::string bytes = std::move(ResponseBuffer).str();
-        bytes.erase(static_cast<std::size_t>(transfer.TargetStart), transfer.PassedOn);
-        emptyResponseBuffer();
-        ResponseBuffer << bytes;
+        ResponseBuffer.erase(static_cast<std::size_t>(transfer.TargetStart), transfer.PassedOn);
+        transfer.Target = nullptr;
     }
 }

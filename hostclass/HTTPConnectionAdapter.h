@@ -3,11 +3,10 @@
 #pragma once
 
 #include "host/ArrayApi.h"
+#include "streaming/ContentBuffer.h"
 #include "transfer/HTTPConnection.h"
 
-#include <sstream>
 #include <string>
-#include <string_view>
 
 namespace netrove {
 
@@ -39,12 +38,12 @@ public:
     // Removes from ResponseBuffer what an interrupted copy has left there. What the host itself has put there stays.
     void dropReceived();
 
-    // What has been collected of the response.
-    std::string_view responseBytes() const noexcept { return ResponseBuffer.view(); }
+    // Takes what has been collected of the response, as bytes in a column.
+    netrove::HostArray takeResponse();
     // Drops it, frees its memory, and clears the stream's error state.
     void emptyResponseBuffer();
 
-    std::ostringstream ResponseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
+    netrove::ContentBuffer ResponseBuffer; // response bytes for copyContentToByteArray and ResponsePayload
     netrove::HTTPConnection Connection;
     std::u16string ContentEncoding;     // overwritten by the first read of the property
     std::u16string ContentType;         // overwritten by the first read of the property

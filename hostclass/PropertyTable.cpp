@@ -144,7 +144,7 @@ void setPayload(Adapter& adapter, vxArray_tag* array) {
 }
 
 vxArray_tag* getResponsePayload(Adapter& adapter) {
-    return makeByteColumn(adapter.responseBytes()).release();
+    return adapter.ResponseBuffer.copy().release();
 }
 
 void setResponsePayload(Adapter& adapter, vxArray_tag* array) {

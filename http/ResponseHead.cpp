@@ -138,7 +138,7 @@ std::vector<std::string> ResponseHead::codings() const {
         codings.push_back(std::move(coding));
     }
     std::erase_if(codings, [&](const auto& coding) {
-        return equalIgnoringCase(coding, "identity") || equalIgnoringCase(coding, "chunked");
+        return coding.empty() || equalIgnoringCase(coding, "identity") || equalIgnoringCase(coding, "chunked");
     });
     return codings;
 }

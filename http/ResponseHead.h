@@ -54,6 +54,7 @@ struct ResponseHead {
     // Value of the first field of that name, ignoring case; empty if there is none.
     std::string getResponseField(const std::string& name) const;
     std::string reasonPhrase() const;
+    bool isEncoded() const { return !codings().empty(); } // decoding changes the content
     // Decoding makes the content at most a thousand times larger: it is not encoded at all, or once, by gzip or
     // deflate.
     bool expandsLittle() const;

@@ -2,37 +2,13 @@
 #include "errors/InternalError.h"
 #include "errors/ScopeExit.h"
 #include "host/Messages.h"
+#include "streaming/ContentBuffer.h"
 #include "streaming/InterruptibleStreamCopier.h"
+#include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
 
-#include <new>
-#include <sstream>
-
 namespace netrove {
-
-namespace {
-
-// No announced length makes us reserve more than this. Reserved memory is not touched until bytes arrive.
-constexpr std::int64_t kLargestReservation = std::int64_t{1} << 30;
-
-// Makes room in a memory stream for the announced content at once: growing step by step would copy all of it several
-// times. Only a hint, so a false length or a lack of memory changes nothing.
-void reserveFor(std::ostream& stream, std::int64_t contentLength) {
-    auto* memory = dynamic_cast<std::ostringstream*>(&stream);
-    if (memory == nullptr || contentLength <= 0 || contentLength > kLargestReservation) {
-        return;
-    }
-    std::string content = std::move(*memory).str();
-    try {
-        content.reserve(content.size() + static_cast<std::size_t>(contentLength));
-    } catch (const std::bad_alloc&) { // see above
-    }
-    memory->str(std::move(content));
-    memory->seekp(0, std::ios_base::end);
-}
-
-} // namespace
 
 // The new copier replaces the last one, which stays if the new one cannot be built.
 void HTTPConnection::startContent() {
@@ -110,8 +86,12 @@ void HTTPConnection::copyContentToStream(std::ostream& stream, bool useStream) {
 }
 
 void HTTPConnection::receiveContent(std::ostream* target) {
-    if (target != nullptr) {
-        reserveFor(*target, Metadata.ResponseContentLength);
+    if (auto* memory = dynamic_cast<ContentBuffer*>(target)) {
+        // The length of encoded content says nothing of what is decoded.
+        const bool isDecoded = Handles->Decodes && ReceivedHead.isEncoded();
+        const std::int64_t left =
+            Metadata.ResponseContentLength - static_cast<std::int64_t>(Transfer.PassedOn); // unknown: negative
+        memory->expect(isDecoded || left < 0 ? 0 : static_cast<std::uint64_t>(left));
     }
     if (Transfer.PassedOn == 0) {
         Transfer.Target = target;

@@ -87,7 +87,7 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
             traceLine(debug, {data, length});
         }
     }
-    const std::size_t size = ReceiveBuffer.size() + length;
+    const std::size_t size = waiting() + length;
     const std::size_t largest = ReceiveLimit + kLargestExpansion;
     if (size > largest) {
         VANTIK::raise<VANTIK::webservices::DecodingError>(Connection->ReceivedHead.getResponseField("Content-Encoding"),
@@ -97,9 +97,12 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
     if (size > 2 * ReceiveLimit) { // growing step by step would need twice as much
         ReceiveBuffer.reserve(largest);
     }
-    ReceiveBuffer.append(data, length);
+    const std::size_t landing = ReceiveBuffer.empty() ? std::min(length, Landing.size() - Landed) : 0;
+    std::copy_n(data, landing, Landing.data() + Landed);
+    ReceiveBuffer.append(data + landing, length - landing);
+    Landed += landing;
     Connection->Transfer.Tail.noteDecoded(length);
-    if (ReceiveBuffer.size() >= ReceiveLimit && !WritePaused && Connection->ReceivedHead.expandsLittle()) {
+    if (waiting() >= ReceiveLimit && !WritePaused && Connection->ReceivedHead.expandsLittle()) {
         pause();
     }
     return length;
@@ -113,7 +116,7 @@ void InterruptibleStreamCopier::pause() {
 }
 
 void InterruptibleStreamCopier::pauseAtLimit() {
-    if (ReceiveBuffer.size() >= ReceiveLimit && !WritePaused) {
+    if (waiting() >= ReceiveLimit && !WritePaused) {
         pause();
     }
 }

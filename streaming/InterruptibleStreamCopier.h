@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <memory>
 #include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,8 @@ public:
     std::uint64_t SendLength = 0;   // number of bytes at SendData
     std::uint64_t SendPosition = 0; // next byte to hand to libcurl
     std::uint64_t TotalSent = 0;    // bytes handed to libcurl for this request, moved back by a rewind
-    std::string ReceiveBuffer;      // response bytes not yet drained
-    std::size_t ReceiveLimit = kReceiveStep; // once ReceiveBuffer has this size, libcurl reads no more
+    std::string ReceiveBuffer;      // response bytes not yet drained, after those in Landing
+    std::size_t ReceiveLimit = kReceiveStep; // once so much is not yet drained, libcurl reads no more
 
     // One perform can bring a hundred reads of the network, so libcurl is paused after this much content.
     static constexpr std::size_t kReceiveStep = std::size_t{512} << 10;
@@ -78,6 +79,7 @@ public:
     bool WritePaused = false;         // the download is paused; the pumps resume it
 
 private:
+    std::size_t waiting() const noexcept { return Landed + ReceiveBuffer.size(); } // bytes not yet drained
     std::size_t takeBytes(const char* data, std::size_t length);
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
@@ -116,12 +118,17 @@ private:
     void drainUntilDone(Receiver& receiver);
     void requireRoom(const Receiver& receiver, std::size_t length) const;
     void receiveOnce(Receiver& receiver);
+    void passToStream(Receiver& receiver, std::size_t length);
+    void takeBackLanded() noexcept;
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);
 
     std::vector<Piece> Pieces;  // on offer one after the other
     std::size_t NextPiece = 0;  // of those, the one on offer once SendData is used up
     bool ProviderEnded = false; // the provider has reported its end, and `Pieces` are still on offer
+
+    std::span<char> Landing; // memory of the target: content goes there first, and only the rest to ReceiveBuffer
+    std::size_t Landed = 0;  // bytes at its beginning that have not yet been drained
 };
 
 } // namespace netrove

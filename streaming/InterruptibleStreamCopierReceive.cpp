@@ -6,6 +6,7 @@
 #include "hostcalls/HostObjectCall.h"
 #include "hostcalls/NumericNarrowing.h"
 #include "http/MonotonicTime.h"
+#include "streaming/ContentBuffer.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "streaming/ProgressReporterCall.h"
 #include "transfer/CurlCalls.h"
@@ -14,7 +15,8 @@
 #include "transfer/Trace.h"
 
 #include <algorithm>
-#include <sstream>
+#include <cstring>
+#include <utility>
 
 namespace netrove {
 
@@ -33,13 +35,28 @@ struct InterruptibleStreamCopier::Receiver {
     SharedHostArray ConsumerShare; // the connection may have another by the next piece
     vxArray_tag* Consumer;         // in ConsumerShare; null: none
     std::ostream* SaveTo;          // borrowed; null: none
+    ContentBuffer* Memory;         // that is SaveTo; null: it is something else
     ProgressReporterCall Progress;
     std::uint64_t PieceSize = kLargestPiece; // largest piece passed to the consumer
     int Idle = 0;                            // empty waits in a row
     int Running = 0;                         // handles that the last perform left running, or set here
     std::uint64_t Total = 0;                 // bytes passed on
+    HostArray Piece = {};                    // the last one passed to the consumer
+    std::size_t PieceLength = 0;             // its length
 
     std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
+
+    // A column of these bytes. It is the last one again where the length is the same: if the consumer has kept that,
+    // the host lets us write to a copy.
+    vxArray_tag* pieceOf(std::span<const char> bytes) {
+        if (Piece != nullptr && PieceLength == bytes.size()) {
+            std::memcpy(vxGetData(Piece.get()), bytes.data(), bytes.size());
+        } else {
+            Piece = makeByteColumn(bytes);
+            PieceLength = bytes.size();
+        }
+        return Piece.get();
+    }
 
     // Calls a method of the consumer, if there is one. A consumer without the method is accepted, on purpose.
     void notify(const HostMethod& method) {
@@ -59,9 +76,16 @@ struct InterruptibleStreamCopier::Receiver {
 
 void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
     const RequestSettings& settings = Connection->Settings;
-    Receiver receiver{vcos::internal::makeInterned(kConsumerClassName), settings.Consumer, settings.Consumer.get(),
-                      saveTo, ProgressReporterCall(settings.ProgressReporter)};
-    const ScopeExit leave([] { flushRepeats(); });
+    Receiver receiver{vcos::internal::makeInterned(kConsumerClassName),
+                      settings.Consumer,
+                      settings.Consumer.get(),
+                      saveTo,
+                      dynamic_cast<ContentBuffer*>(saveTo),
+                      ProgressReporterCall(settings.ProgressReporter)};
+    const ScopeExit leave([this] {
+        takeBackLanded();
+        flushRepeats();
+    });
     ReceiveLimit = kReceiveStep;
     if (receiver.Consumer != nullptr) {
         const HostArray wanted = callHostMethod(kConsumerStart, receiver.ConsumerClass, receiver.self());
@@ -91,12 +115,15 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
 // consumer slows the socket instead of filling memory.
 void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
     do {
-        if (ReceiveBuffer.empty()) {
+        if (waiting() == 0) {
+            if (receiver.Memory != nullptr && receiver.Consumer == nullptr) {
+                Landing = receiver.Memory->room();
+            }
             receiveOnce(receiver);
         } else {
             receiver.Running = 1;
         }
-        std::size_t length = ReceiveBuffer.size();
+        std::size_t length = waiting();
         if (length == 0 && receiver.Running == 0) {
             return;
         }
@@ -112,8 +139,7 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
         if (receiver.Consumer != nullptr) {
             length = passToConsumer(receiver, length);
         } else {
-            receiver.SaveTo->write(ReceiveBuffer.data(), static_cast<std::streamsize>(length));
-            Connection->Transfer.PassedOn += length;
+            passToStream(receiver, length);
         }
         receiver.Total += length;
         const ScopeExit drained([this] { ReceiveBuffer.clear(); }); // keeps its capacity; no byte comes twice
@@ -125,7 +151,7 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
 void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
     if (WritePaused) {
         resume(false, true);
-        if (!ReceiveBuffer.empty()) {
+        if (waiting() != 0) {
             receiver.Running = 1;
             return;
         }
@@ -143,7 +169,7 @@ void InterruptibleStreamCopier::receiveOnce(Receiver& receiver) {
 // sender just as much.
 void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_t length) const {
     const std::uint64_t size = Connection->Transfer.PassedOn + length;
-    if (size <= kLargestDecodedInMemory || dynamic_cast<std::ostringstream*>(receiver.SaveTo) == nullptr) {
+    if (size <= kLargestDecodedInMemory || receiver.Memory == nullptr) {
         return;
     }
     const auto wire = getInfo<curl_off_t>(Connection->Handles->EasyHandle, CURL_NAMED(CURLINFO_SIZE_DOWNLOAD_T));
@@ -153,17 +179,40 @@ void InterruptibleStreamCopier::requireRoom(const Receiver& receiver, std::size_
     }
 }
 
+void InterruptibleStreamCopier::passToStream(Receiver& receiver, std::size_t length) {
+    if (receiver.Memory == nullptr) {
+        receiver.SaveTo->write(ReceiveBuffer.data(), static_cast<std::streamsize>(length));
+    } else {
+        receiver.Memory->addLanded(Landed);
+        Connection->Transfer.PassedOn += std::exchange(Landed, 0);
+        Landing = {};
+        receiver.Memory->append(ReceiveBuffer);
+    }
+    Connection->Transfer.PassedOn += ReceiveBuffer.size();
+}
+
+// What has not been drained waits for a later copy, which may go elsewhere.
+void InterruptibleStreamCopier::takeBackLanded() noexcept {
+    try {
+        ReceiveBuffer.insert(0, Landing.data(), Landed);
+    } catch (const std::bad_alloc&) { // it is lost, and a later copy must not go on after it
+        Connection->Transfer.Fault = TransferFault::Failed;
+    }
+    Landing = {};
+    Landed = 0;
+}
+
 // Returns the number of bytes that count as taken. Taking less than offered ends the copy without a failure.
 std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::size_t length) {
     for (std::size_t offset = 0; offset < length; offset += receiver.PieceSize) {
         const std::size_t piece = std::min<std::uint64_t>(receiver.PieceSize, length - offset);
-        const HostArray content = makeByteColumn({ReceiveBuffer.data() + offset, piece});
+        vxArray_tag* const content = receiver.pieceOf({ReceiveBuffer.data() + offset, piece});
         if (receiver.SaveTo != nullptr) { // before the consumer, so it includes what that then refuses
             receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
         }
         Connection->Transfer.PassedOn += piece; // whatever the consumer does with it
         Connection->Transfer.ConsumerHasPart = true;
-        vxArray_tag* arguments[] = {receiver.Consumer, content.get()};
+        vxArray_tag* arguments[] = {receiver.Consumer, content};
         const HostArray result = callHostMethod(kConsumerPutData, receiver.ConsumerClass, arguments);
         if (isNothing(result)) {
             throw webservices::HTTPConsumerException("Web service copy operation aborted by consumer");

@@ -167,9 +167,12 @@ TEST(ResponseHead, SaysHowItsContentIsEncoded) {
         Lines Fields;
         bool IsGzip;
         bool ExpandsLittle;
+        bool IsEncoded = true;
     };
-    for (const Row& row : std::vector<Row>{{{}, false, true},
-                                           {{"Content-Encoding: identity"}, false, true},
+    for (const Row& row : std::vector<Row>{{{}, false, true, false},
+                                           {{"Content-Encoding: identity"}, false, true, false},
+                                           {{"Transfer-Encoding: chunked"}, false, true, false},
+                                           {{"Content-Encoding:"}, false, true, false},
                                            {{"Content-Encoding: GZIP", "Transfer-Encoding: chunked"}, true, true},
                                            {{"Content-Encoding: x-gzip"}, true, true},
                                            {{"Transfer-Encoding: gzip, chunked"}, false, true},
@@ -181,6 +184,7 @@ TEST(ResponseHead, SaysHowItsContentIsEncoded) {
                                            {{"Content-Encoding: gzip", "Transfer-Encoding: gzip"}, false, false}}) {
         EXPECT_EQ(headWith(row.Fields).isGzip(), row.IsGzip) << ::testing::PrintToString(row.Fields);
         EXPECT_EQ(headWith(row.Fields).expandsLittle(), row.ExpandsLittle) << ::testing::PrintToString(row.Fields);
+        EXPECT_EQ(headWith(row.Fields).isEncoded(), row.IsEncoded) << ::testing::PrintToString(row.Fields);
     }
 }
 

@@ -1,8 +1,11 @@
 // The pump for response content: order and conditions of its steps, what a consumer is given and what its answers mean.
 // How a consumer is closed after a failure is among the failures.
 #include "errors/HTTPException.h"
+#include "hostcalls/HostObjectCall.h"
+#include "streaming/ContentBuffer.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
+#include "vantik/HostClass.h"
 
 #include <boost/thread/exceptions.hpp>
 
@@ -13,6 +16,7 @@
 #include <vector>
 
 using namespace streamingtest;
+using matrix::detail::noninlined::vx_array_api::vxGetData;
 
 namespace {
 
@@ -81,23 +85,64 @@ TEST_F(ReceivePump, OnlyMemoryRefusesMoreThan512MiBAndOnlyIfDecodingMadeThem) {
     for (const auto& [toMemory, before, onTheWire, report] :
          {Row{true, kMost - 1, 1, "nothing"}, Row{true, kMost, kMost + 1, "nothing"}, Row{false, kMost, 1, "nothing"},
           Row{true, kMost, kMost, "VANTIK:webservices:DecodedContentTooLarge[N:536870912, N:br]"}}) {
-        std::stringbuf device;
-        std::ostream file(&device);
+        std::ostringstream file;
+        ContentBuffer memory;
         Connection.Transfer.PassedOn = before;
         Connection.Metadata.ContentEncoding = "br";
         Curl.giveInfo(CURLINFO_SIZE_DOWNLOAD_T, onTheWire);
         Copier.ReceiveBuffer.clear();
         willPerform({receives("x", 0)});
-        EXPECT_EQ(failureText([&] { receive(toMemory ? &SaveTo : &file); }), report);
-        EXPECT_EQ(device.str(), toMemory ? "" : "x");
+        EXPECT_EQ(failureText([&] { receive(toMemory ? static_cast<std::ostream*>(&memory) : &file); }), report);
+        EXPECT_EQ(file.view(), toMemory ? "" : "x");
+        EXPECT_EQ(memory.size(), toMemory && report == "nothing" ? 1U : 0U);
     }
-    EXPECT_EQ(SaveTo.view(), "xx");
     const auto consumer = consume();
     Connection.Transfer.PassedOn = kMost;
     Copier.ReceiveBuffer.clear();
     willPerform({receives("x", 0)});
     receive(nullptr);
     EXPECT_EQ(consumer->content(), "x");
+}
+
+TEST_F(ReceivePump, ContentForMemoryIsPutThereAtOnce) {
+    ContentBuffer memory;
+    memory.expect(300'000);
+    const std::string content(200'000, 'x');
+    Curl.callWrite("came early,");
+    willPerform({[&] {
+                     Curl.callWrite(content);
+                     EXPECT_TRUE(Copier.ReceiveBuffer.empty());
+                     EXPECT_EQ(memory.size(), 11U) << "it does not count before it has been passed on";
+                     return 1;
+                 },
+                 [&] {
+                     EXPECT_EQ(memory.size(), 200'011U);
+                     Curl.callWrite(content); // more than was announced
+                     EXPECT_EQ(Copier.ReceiveBuffer.size(), 100'011U);
+                     return 0;
+                 }});
+    receive(&memory);
+    EXPECT_EQ(memory.size(), 400'011U);
+    EXPECT_EQ(Connection.Transfer.PassedOn, 400'011U);
+    const HostArray taken = memory.release();
+    EXPECT_EQ(std::string_view(static_cast<const char*>(vxGetData(taken.get())), 400'011),
+              "came early," + content + content);
+}
+
+TEST_F(ReceivePump, WhatAnInterruptKeepsFromMemoryWaitsForALaterCopy) {
+    ContentBuffer memory;
+    memory.expect(300'000);
+    willPerform({receives("abc", 1), [&] {
+                     Curl.callWrite("def");
+                     host().interrupt();
+                     return 1;
+                 }});
+    EXPECT_EQ(failureText([&] { receive(&memory); }), kStopText);
+    EXPECT_EQ(memory.size(), 3U);
+    EXPECT_EQ(Copier.ReceiveBuffer, "def");
+    willPerform({receives("ghi", 0)});
+    receive();
+    EXPECT_EQ(SaveTo.view(), "defghi");
 }
 
 TEST_F(ReceivePump, StreamThatOnlyFailedIsNotBad) {
@@ -249,6 +294,48 @@ TEST_F(ConsumingPump, TakingLessThanOfferedEndsTheCopy) {
         EXPECT_EQ(Curl.count(CurlFunction::MultiPerform), goesOn ? 1U : 0U) << takenOfTen;
         EXPECT_EQ(Taker->Calls.back(), "close");
     }
+}
+
+// Pieces of the same length are one array, which a consumer may keep all the same.
+TEST_F(ReceivePump, PiecesShareAnArrayUntilTheConsumerKeepsOne) {
+    std::vector<vantik::Array> kept;
+    bool keeps = false;
+    std::vector<const void*> places;
+    const auto answer = [](std::span<const vantik::Array>) -> std::vector<vantik::Array> { return {vantik::Array()}; };
+    vantik::HostClass("keeping.Consumer")
+        .derivesFrom(kConsumerClassName)
+        .method("startInternal", answer)
+        .method("putDataInternal",
+                [&](std::span<const vantik::Array> inputs) -> std::vector<vantik::Array> {
+                    places.push_back(inputs[1].bytes().data());
+                    if (keeps) {
+                        kept.push_back(inputs[1]);
+                    }
+                    return {static_cast<double>(inputs[1].size())};
+                })
+        .method("closeInternal", answer)
+        .defineIn(host());
+    const vantik::Object consumer = host().create("keeping.Consumer");
+    Connection.Settings.Consumer = sharedOf(consumer.array());
+    std::string content;
+    for (const char letter : {'a', 'b', 'c'}) {
+        content += std::string(16384, letter);
+    }
+    content += "end";
+    for (const bool doesKeep : {false, true}) {
+        keeps = doesKeep;
+        places.clear();
+        Curl.callWrite(content);
+        willPerform({leaves(0)});
+        receive(nullptr);
+        ASSERT_EQ(places.size(), 4U);
+        EXPECT_EQ(places[0] == places[1] && places[1] == places[2], !doesKeep);
+    }
+    std::string all;
+    for (const vantik::Array& piece : kept) {
+        all += piece.byteText();
+    }
+    EXPECT_EQ(all, content);
 }
 
 // The interruption of a thread is not a std::exception.
