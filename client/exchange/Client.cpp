@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kNotModified = 304;
 constexpr int kRangeNotSatisfiable = 416;
-constexpr std::uint64_t kMostReserved = 64 << 20; // bytes, on the word of a server
+constexpr std::uint64_t kMostReserved = 1 << 30; // bytes, on the word of a server; none is touched before it comes
 
 double randomShare() {
     thread_local std::minstd_rand engine(std::random_device{}());
