@@ -5,10 +5,8 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <new>
 #include <stdexcept>
-#include <sys/mman.h>
 #include <utility>
 
 namespace vantik::detail {
@@ -61,25 +59,6 @@ std::size_t blockSize(vxClassID classId, std::size_t count) {
     return size;
 }
 
-// From here on every block is memory of its own, right from the system.
-constexpr std::size_t kLargestOnHeap = std::size_t{32} << 20;
-
-// Most of the cost of filling a large block is that each of its pages is touched for the first time: larger pages are
-// fewer. Only a hint.
-void preferLargePages(void* block, std::size_t size) noexcept {
-#ifdef MADV_HUGEPAGE
-    constexpr std::size_t page = std::size_t{2} << 20;
-    void* begin = block;
-    std::size_t room = size;
-    if (size > kLargestOnHeap && std::align(page, page, begin, room) != nullptr) {
-        static_cast<void>(::madvise(begin, room, MADV_HUGEPAGE));
-    }
-#else
-    static_cast<void>(block);
-    static_cast<void>(size);
-#endif
-}
-
 // At least one byte, so that a block always has an address.
 void* allocateBlock(std::size_t size, PlainContents::Fill fill) {
     // calloc knows which pages are fresh from the system and leaves those alone, so a large array costs no memory
@@ -89,7 +68,6 @@ void* allocateBlock(std::size_t size, PlainContents::Fill fill) {
     if (!block) {
         throw std::bad_alloc();
     }
-    preferLargePages(block, size);
     return block;
 }
 
