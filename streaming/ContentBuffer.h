@@ -47,6 +47,7 @@ private:
         char* Begin;
         std::size_t Room;
         std::size_t Used = 0;
+        std::size_t Mapped = 0; // what has been made ready to be written
 
         std::size_t left() const noexcept { return Room - Used; }
     };
