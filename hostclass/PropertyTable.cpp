@@ -55,6 +55,10 @@ void setUrl(Adapter& adapter, Text value) {
 void setEncoded(Adapter& adapter, Text value, std::u16string Adapter::*kept, std::string& stored,
                 const char* encoding) {
     adapter.*kept = textOrEmpty(value);
+    if ((adapter.*kept).empty()) { // in every encoding
+        stored.clear();
+        return;
+    }
     stored = toNarrow(adapter.*kept, encoding);
 }
 

@@ -2,11 +2,7 @@
 
 #include "http/HttpSyntax.h"
 
-#include <boost/algorithm/string/trim.hpp>
-
 #include <algorithm>
-#include <locale>
-#include <string_view>
 #include <utility>
 
 namespace netrove {
@@ -20,7 +16,7 @@ void RequestHead::take(char* data, std::size_t size) {
         if (length == std::string_view::npos) {
             throw MalformedHead{"CRLF not found in headers:\n" + std::string(rest)};
         }
-        const std::string line = boost::algorithm::trim_copy(std::string(rest.substr(0, length)), std::locale());
+        const std::string_view line = trimmed(rest.substr(0, length));
         if (!InRequestHead) {
             takeRequestLine(line);
         } else if (line.empty()) {
@@ -33,18 +29,18 @@ void RequestHead::take(char* data, std::size_t size) {
     }
 }
 
-void RequestHead::takeRequestLine(const std::string& line) {
+void RequestHead::takeRequestLine(std::string_view line) {
     if (line.empty()) {
         throw MalformedHead{"Empty CRLF encountered when request line expected"};
     }
     InRequestHead = true;
     const std::size_t first = line.find(' ');
-    if (first == std::string::npos) {
+    if (first == std::string_view::npos) {
         throw MalformedHead{"No space found in request line"};
     }
     EffectiveMethod = line.substr(0, first);
     const std::size_t second = line.find(' ', first + 1);
-    if (second == std::string::npos) {
+    if (second == std::string_view::npos) {
         throw MalformedHead{"Second space not found in request line"};
     }
     RequestURI = line.substr(first + 1, second - first - 1);
@@ -53,11 +49,12 @@ void RequestHead::takeRequestLine(const std::string& line) {
 }
 
 // libcurl traces a head after it has written it, so the bytes on the wire keep their quotes.
-void RequestHead::takeRequestField(std::string line, char* start) {
+void RequestHead::takeRequestField(std::string_view text, char* start) {
     constexpr std::string_view name = "authorization:";
     constexpr std::string_view quoted = "\"MD5\"";
     constexpr std::string_view plain = "MD5  ";
-    if (line.size() >= name.size() && equalIgnoringCase(std::string_view(line).substr(0, name.size()), name)) {
+    std::string line(text);
+    if (equalIgnoringCase(text.substr(0, name.size()), name)) {
         const std::size_t position = line.find(quoted);
         if (position != std::string::npos) {
             line.replace(position, quoted.size(), plain);

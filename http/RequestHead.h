@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace netrove {
@@ -21,8 +22,8 @@ struct RequestHead {
     bool Sent = false;                           // a whole head has been sent since the last open
 
 private:
-    void takeRequestLine(const std::string& line);
-    void takeRequestField(std::string line, char* start);
+    void takeRequestLine(std::string_view line);
+    void takeRequestField(std::string_view text, char* start);
 };
 
 } // namespace netrove

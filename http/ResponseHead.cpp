@@ -2,24 +2,24 @@
 
 #include "http/HttpSyntax.h"
 
-#include <boost/algorithm/string.hpp>
 #include <boost/numeric/conversion/cast.hpp>
 
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <optional>
 
 namespace netrove {
 
 namespace {
 
 // The number after the first blank, as atol reads it; 0 if there is none.
-long statusFromLine(const std::string& line) {
+long statusFromLine(std::string_view line) {
     const std::size_t blank = line.find(' ');
-    return blank == std::string::npos ? 0 : std::strtol(line.c_str() + blank, nullptr, 10);
+    return blank == std::string_view::npos ? 0 : std::strtol(std::string(line.substr(blank)).c_str(), nullptr, 10);
 }
 
-bool isGzipName(const std::string& coding) {
+bool isGzipName(std::string_view coding) {
     return equalIgnoringCase(coding, "gzip") || equalIgnoringCase(coding, "x-gzip");
 }
 
@@ -47,7 +47,7 @@ bool ResponseHead::beginsWithNext() {
     return ResponseHeaderLines.empty();
 }
 
-void ResponseHead::takeStatus(long codeOfLibcurl, const std::string& line) {
+void ResponseHead::takeStatus(long codeOfLibcurl, std::string_view line) {
     const long code = codeOfLibcurl != 0 ? codeOfLibcurl : statusFromLine(line);
     try {
         ResponseCode = boost::numeric_cast<std::int32_t>(code);
@@ -78,79 +78,111 @@ ResponseHead::End ResponseHead::end(const std::string& effectiveMethod) {
     return End::Final;
 }
 
-std::string ResponseHead::getResponseField(const std::string& name) const {
+std::string ResponseHead::getResponseField(std::string_view name) const {
     for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) { // line 0 is the status line
-        auto [fieldName, value] = splitFieldLine(ResponseHeaderLines[i]);
+        const auto [fieldName, value] = viewFieldLine(ResponseHeaderLines[i]);
         if (equalIgnoringCase(fieldName, name)) {
-            return value;
+            return std::string(value);
         }
     }
     return {};
 }
 
-std::vector<std::string> ResponseHead::listOf(const std::string& name) const {
-    std::vector<std::string> all;
+template <class Visit>
+void ResponseHead::forEachElement(std::string_view name, Visit visit) const {
     for (const std::string& line : ResponseHeaderLines) {
-        const auto [fieldName, value] = splitFieldLine(line);
-        if (equalIgnoringCase(fieldName, name)) {
-            std::vector<std::string> elements;
-            boost::split(elements, value, boost::is_any_of(","));
-            for (std::string& element : elements) {
-                all.push_back(boost::trim_copy(element));
+        const auto [fieldName, value] = viewFieldLine(line);
+        if (!equalIgnoringCase(fieldName, name)) {
+            continue;
+        }
+        for (std::string_view rest = value;;) {
+            const std::size_t comma = rest.find(',');
+            visit(trimmed(rest.substr(0, comma)));
+            if (comma == std::string_view::npos) {
+                break;
             }
+            rest.remove_prefix(comma + 1);
         }
     }
-    return all;
+}
+
+bool ResponseHead::hasField(std::string_view name) const {
+    return std::any_of(ResponseHeaderLines.begin(), ResponseHeaderLines.end(),
+                       [&](const std::string& line) { return equalIgnoringCase(viewFieldLine(line).first, name); });
 }
 
 bool ResponseHead::lengthIsUnclear() const {
     for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) {
-        const std::string name = splitFieldLine(ResponseHeaderLines[i - 1]).first;
         const std::string& line = ResponseHeaderLines[i];
-        const bool isFolded = line.starts_with(' ') || line.starts_with('\t');
-        if (isFolded && (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding"))) {
+        if (!line.starts_with(' ') && !line.starts_with('\t')) {
+            continue; // it is not folded
+        }
+        const std::string_view name = viewFieldLine(ResponseHeaderLines[i - 1]).first;
+        if (equalIgnoringCase(name, "Content-Length") || equalIgnoringCase(name, "Transfer-Encoding")) {
             return true;
         }
     }
-    return contentLength() < 0 && !listOf("Content-Length").empty() && listOf("Transfer-Encoding").empty();
+    return contentLength() < 0 && hasField("Content-Length") && !hasField("Transfer-Encoding");
 }
 
 std::int64_t ResponseHead::contentLength() const {
-    const std::vector<std::string> lengths = listOf("Content-Length");
-    const bool isOne = !lengths.empty() && std::all_of(lengths.begin(), lengths.end(),
-                                                       [&](const auto& length) { return length == lengths[0]; });
+    std::optional<std::string_view> announced;
+    bool differs = false;
+    forEachElement("Content-Length", [&](std::string_view length) {
+        differs = differs || (announced && *announced != length);
+        announced = length;
+    });
+    if (!announced || differs) {
+        return -1;
+    }
     std::int64_t length = 0;
-    const char* const end = isOne ? lengths[0].data() + lengths[0].size() : nullptr;
-    const bool isNumber =
-        isOne && std::from_chars(lengths[0].data(), end, length) == std::from_chars_result{end, std::errc()};
+    const char* const end = announced->data() + announced->size();
+    const bool isNumber = std::from_chars(announced->data(), end, length) == std::from_chars_result{end, std::errc()};
     return isNumber && length >= 0 ? length : -1;
 }
 
 bool ResponseHead::isChunked() const {
-    const std::vector<std::string> codings = listOf("Transfer-Encoding");
-    return !codings.empty() && equalIgnoringCase(codings.back(), "chunked");
+    std::string_view last;
+    forEachElement("Transfer-Encoding", [&](std::string_view coding) { last = coding; });
+    return equalIgnoringCase(last, "chunked");
 }
 
 // The codings of the content in order, without those that change no byte of it.
-std::vector<std::string> ResponseHead::codings() const {
-    std::vector<std::string> codings = listOf("Content-Encoding");
-    for (std::string& coding : listOf("Transfer-Encoding")) {
-        codings.push_back(std::move(coding));
+template <class Visit>
+void ResponseHead::forEachCoding(Visit visit) const {
+    for (const std::string_view field : {"Content-Encoding", "Transfer-Encoding"}) {
+        forEachElement(field, [&](std::string_view coding) {
+            if (!coding.empty() && !equalIgnoringCase(coding, "identity") && !equalIgnoringCase(coding, "chunked")) {
+                visit(coding);
+            }
+        });
     }
-    std::erase_if(codings, [&](const auto& coding) {
-        return coding.empty() || equalIgnoringCase(coding, "identity") || equalIgnoringCase(coding, "chunked");
-    });
-    return codings;
+}
+
+bool ResponseHead::isEncoded() const {
+    bool is = false;
+    forEachCoding([&](std::string_view) { is = true; });
+    return is;
 }
 
 bool ResponseHead::isGzip() const {
-    const std::vector<std::string> ofContent = listOf("Content-Encoding");
-    return codings().size() == 1 && std::any_of(ofContent.begin(), ofContent.end(), isGzipName);
+    bool isNamed = false;
+    forEachElement("Content-Encoding", [&](std::string_view coding) { isNamed = isNamed || isGzipName(coding); });
+    std::size_t count = 0;
+    if (isNamed) {
+        forEachCoding([&](std::string_view) { ++count; });
+    }
+    return count == 1;
 }
 
 bool ResponseHead::expandsLittle() const {
-    const std::vector<std::string> all = codings();
-    return all.empty() || (all.size() == 1 && (isGzipName(all[0]) || equalIgnoringCase(all[0], "deflate")));
+    std::size_t count = 0;
+    bool isKnown = true;
+    forEachCoding([&](std::string_view coding) {
+        ++count;
+        isKnown = isKnown && (isGzipName(coding) || equalIgnoringCase(coding, "deflate"));
+    });
+    return count == 0 || (count == 1 && isKnown);
 }
 
 std::string ResponseHead::reasonPhrase() const {

@@ -37,7 +37,7 @@ struct ResponseHead {
     bool beginsWithNext();
     // Takes the status for a first line: libcurl's or, if libcurl has none, the one in the line. Raises MalformedHead
     // if it is out of range; the status then stays as it was.
-    void takeStatus(long codeOfLibcurl, const std::string& line);
+    void takeStatus(long codeOfLibcurl, std::string_view line);
     // Keeps the line without its CR LF. If there is none, raises MalformedHead and keeps nothing.
     void keep(std::string_view line);
     End end(const std::string& effectiveMethod); // the blank line
@@ -52,9 +52,9 @@ struct ResponseHead {
     bool isGzip() const;                // the content is encoded once, by gzip, and the transfer adds no coding
 
     // Value of the first field of that name, ignoring case; empty if there is none.
-    std::string getResponseField(const std::string& name) const;
+    std::string getResponseField(std::string_view name) const;
     std::string reasonPhrase() const;
-    bool isEncoded() const { return !codings().empty(); } // decoding changes the content
+    bool isEncoded() const; // decoding changes the content
     // Decoding makes the content at most a thousand times larger: it is not encoded at all, or once, by gzip or
     // deflate.
     bool expandsLittle() const;
@@ -65,8 +65,11 @@ struct ResponseHead {
     bool HasInterim = false;                      // the lines are those of a complete interim head
 
 private:
-    std::vector<std::string> listOf(const std::string& name) const; // elements of all fields of that name
-    std::vector<std::string> codings() const;
+    template <class Visit>
+    void forEachElement(std::string_view name, Visit visit) const; // of all fields of that name
+    bool hasField(std::string_view name) const;
+    template <class Visit>
+    void forEachCoding(Visit visit) const;
 
     std::size_t Size = 0; // of all lines of the exchange
 };

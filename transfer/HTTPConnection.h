@@ -28,6 +28,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace netrove {
@@ -77,7 +78,7 @@ public:
     void setAuthenticationSchemes(const std::vector<std::string>& names, bool forProxy);
     void addField(const std::string& name, const std::string& value); // serves setRequestProperty and setFields
     void removeField(const std::string& name);
-    std::string getRequestField(const std::string& name) const;
+    std::string getRequestField(std::string_view name) const;
     void sendRequest();
 
     // Response. The getters send the request first if that is due.
@@ -130,6 +131,7 @@ private:
     void sendAndWait();
     void beginTransfer();
     void setReadSize();
+    bool mayBeLarge() const;
     void setSendOptions();
     void startContent();
     void sendContent();
@@ -140,9 +142,9 @@ private:
     void buildHeaderLists();
     void sendCookieList();
     void endHead();
-    void startHead(const std::string& line);
-    void keepHeadLine(const std::string& line);
-    void traceHeadLine(const std::string& line) const;
+    void startHead(std::string_view line);
+    void keepHeadLine(std::string_view line);
+    void traceHeadLine(std::string_view line) const;
     template <class Check>
     void keepFailure(Check check); // runs it; what it raises goes to CallbackFailure
     void judgeCompletion(int result, std::int64_t start);

@@ -36,7 +36,7 @@ std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
         throw webservices::HTTPConnectionRefusedException("Heads and trailers of the response are larger than " +
                                                           std::to_string(ResponseHead::kLargestSize) + " bytes.");
     }
-    const std::string line(data, length);
+    const std::string_view line(data, length);
     if (line == "\r\n") {
         endHead();
     } else if (ReceivedHead.isTrailer(line)) {
@@ -51,14 +51,14 @@ std::size_t HTTPConnection::takeHeadLine(const char* data, std::size_t length) {
     return length;
 }
 
-void HTTPConnection::startHead(const std::string& line) {
+void HTTPConnection::startHead(std::string_view line) {
     // The handle to ask is the current scope's, which libcurl is running, not the one that was borrowed at the start.
     const long code = getInfo<long>(getCurlSingleton().EasyHandle, CURL_NAMED(CURLINFO_RESPONSE_CODE),
                                     "getting response code after first header");
     keepFailure([&] { ReceivedHead.takeStatus(code, line); });
 }
 
-void HTTPConnection::keepHeadLine(const std::string& line) {
+void HTTPConnection::keepHeadLine(std::string_view line) {
     keepFailure([&] {
         traceHeadLine(line);
         ReceivedHead.keep(line);
@@ -66,9 +66,9 @@ void HTTPConnection::keepHeadLine(const std::string& line) {
 }
 
 // Without a newline, kept on purpose: the CR stays at the end, and what is traced next follows on the same line.
-void HTTPConnection::traceHeadLine(const std::string& line) const {
+void HTTPConnection::traceHeadLine(std::string_view line) const {
     if (Settings.Debug != 0) {
-        traceText(Settings.Debug, "IN  HDR: " + line.substr(0, line.empty() ? 0 : line.size() - 1));
+        traceText(Settings.Debug, "IN  HDR: " + std::string(line.substr(0, line.empty() ? 0 : line.size() - 1)));
     }
 }
 

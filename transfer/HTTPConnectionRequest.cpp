@@ -102,7 +102,7 @@ void HTTPConnection::removeField(const std::string& name) {
     addField(name, "");
 }
 
-std::string HTTPConnection::getRequestField(const std::string& name) const {
+std::string HTTPConnection::getRequestField(std::string_view name) const {
     const auto field = std::find_if(Settings.RequestFields.begin(), Settings.RequestFields.end(),
                                     [&](const auto& candidate) { return equalIgnoringCase(candidate.first, name); });
     return field == Settings.RequestFields.end() ? std::string() : field->second;

@@ -88,7 +88,7 @@ void HTTPConnection::beginTransfer() {
     if (hasBody) {
         setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD), 1L);
         Handles->Uploads = true;
-        if (Settings.Debug == 0 && (Settings.Provider != nullptr || Settings.payload().size() > CURL_MAX_WRITE_SIZE)) {
+        if (Settings.Debug == 0 && mayBeLarge()) {
             setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_UPLOAD_BUFFERSIZE), kUploadBuffer);
         }
         traceLine(Settings.Debug, "*****************SENDING REQUEST HEADERS+DATA AND RECEIVING RESPONSE HEADERS "
@@ -109,6 +109,15 @@ void HTTPConnection::setReadSize() {
     if (code != CURLE_OK && code != CURLE_BAD_FUNCTION_ARGUMENT) {
         throwCurlCodeError("CURLOPT_BUFFERSIZE", code, "");
     }
+}
+
+// The request's content may be more than libcurl reads at a time of its own accord.
+bool HTTPConnection::mayBeLarge() const {
+    constexpr std::int64_t usualUploadBuffer = 65536;
+    if (Transfer.HasContentLength) {
+        return Transfer.ContentLengthToSend > usualUploadBuffer;
+    }
+    return Settings.Provider != nullptr || std::ssize(Settings.payload()) > usualUploadBuffer;
 }
 
 void HTTPConnection::setSendOptions() {

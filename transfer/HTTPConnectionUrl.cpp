@@ -12,6 +12,10 @@ using foundation::network::IRIArgs;
 // The message that refuses a URL shows it as the caller wrote it, so messages take UTF-8; what goes to libcurl is
 // ASCII.
 void HTTPConnection::setURL(const std::u16string& url) {
+    if (!url.empty() && url == Settings.GivenURL) { // parsing it again would make the same of it
+        return;
+    }
+    Settings.GivenURL.clear();
     try {
         Settings.ParsedURL = IRI(url);
     } catch (const foundation::core::except::IInternalException&) {
@@ -36,6 +40,7 @@ void HTTPConnection::setURL(const std::u16string& url) {
     if (Metadata.RedirectURL.empty()) {
         Settings.InitialURL = toNarrow(Settings.URL, "");
     }
+    Settings.GivenURL = url;
 }
 
 // A malformed "Location" is the server's mistake and not a failure: there is just no redirect URL.

@@ -23,6 +23,7 @@ struct RequestSettings {
         return Payload ? std::span(*Payload) : std::span<const std::uint8_t>();
     }
 
+    std::u16string GivenURL;              // what URL and ParsedURL were made of; empty: not known
     std::u16string URL;                   // request URL in ASCII, any fragment still in it
     foundation::network::IRI ParsedURL;   // the same without fragment
     std::string InitialURL;               // copy of URL, written while RedirectURL is empty; nothing reads it

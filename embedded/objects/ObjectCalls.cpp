@@ -6,9 +6,11 @@
 #include "embedded/objects/SlotValue.h"
 #include "embedded/text/NearestName.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <algorithm>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <utility>
 
@@ -19,6 +21,9 @@ namespace vx = matrix::detail::noninlined::vx_array_api;
 namespace {
 
 constexpr std::string_view kInternalSuffix = "Internal";
+
+// Most calls have so few, and then need no memory of the heap for them.
+using SlotList = boost::container::small_vector<vcos::COSValue, 4>;
 
 // The inputs of one call as slots, checked against what the method declares.
 class InputSlots {
@@ -62,8 +67,8 @@ private:
                          {definition.name(), method.Name, counted(tooMany ? most : least), counted(given)});
     }
 
-    std::deque<SlotValue> Values; // a slot may point into its value, so none of them moves
-    std::vector<vcos::COSValue> Slots;
+    std::list<SlotValue> Values; // a slot may point into its value, so none of them moves
+    SlotList Slots;
 };
 
 // Tells the description that the host has finished with what a getter returned: exactly once, in every case.
@@ -139,7 +144,7 @@ vxArray_tag* createObject(std::shared_ptr<const ClassDefinition> definition, std
     ArrayOwner array(makeObjectArray(kept->name(), {HostObject::make(std::move(definition))}));
     if (constructor) {
         // Room for whatever the constructor declares in addition to the object itself.
-        std::vector<vcos::COSValue> results(std::max<std::size_t>(constructor->Outputs.size(), 1));
+        SlotList results(std::max<std::size_t>(constructor->Outputs.size(), 1));
         results.front() = slotOf(array.get());
         int resultCount = 1;
         constructor->Info->invoke(resultCount, results.data(), slots.count(), slots.data());
@@ -213,7 +218,7 @@ std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method,
     // and may always return one.
     const int declared = method.Declared ? static_cast<int>(method.Outputs.size()) : std::max(resultsWanted, 0);
     const int wanted = std::clamp(resultsWanted, 0, declared);
-    std::vector<vcos::COSValue> slots(static_cast<std::size_t>(std::max(declared, 1)));
+    SlotList slots(static_cast<std::size_t>(std::max(declared, 1)));
     std::vector<ArrayOwner> results(slots.size()); // made now: once there are handles, nothing may fail before them
     int delivered = wanted;
     method.Info->invoke(delivered, slots.data(), inputs.count(), inputs.data());

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
+#include <locale>
+#include <vector>
+
 using namespace netrove;
 
 namespace {
@@ -20,6 +23,33 @@ TEST(HttpSyntax, NamesAreComparedWithoutCaseAndInFullLength) {
     EXPECT_FALSE(equalIgnoringCase("a", ""));
     EXPECT_FALSE(equalIgnoringCase("[", "{")); // differ in the bit that letters differ in
     EXPECT_FALSE(equalIgnoringCase(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
+}
+
+// A capital letter and a space that ASCII lacks.
+class Letters : public std::ctype<char> {
+protected:
+    char do_toupper(char c) const override { return c == '\xE4' ? '\xC4' : std::ctype<char>::do_toupper(c); }
+    static const mask* table() {
+        static const std::vector<mask> masks = [] {
+            std::vector<mask> all(classic_table(), classic_table() + table_size);
+            all[0xA0] = space;
+            return all;
+        }();
+        return masks.data();
+    }
+
+public:
+    Letters() : std::ctype<char>(table()) {}
+};
+
+TEST(HttpSyntax, DefaultLocaleHasTheLettersAndSpaces) {
+    EXPECT_FALSE(equalIgnoringCase("n\xE4me", "N\xC4ME"));
+    EXPECT_EQ(trimmed(" \t\xA0\v\f\r\n"), "\xA0");
+    EXPECT_EQ(trimmed("a b"), "a b");
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Letters));
+    EXPECT_TRUE(equalIgnoringCase("n\xE4me", "N\xC4ME"));
+    EXPECT_EQ(trimmed(" \t\xA0\v"), "");
+    std::locale::global(before);
 }
 
 TEST(HttpSyntax, FieldLinesAreSplitAtTheFirstColon) {

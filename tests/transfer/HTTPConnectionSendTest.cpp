@@ -153,14 +153,21 @@ TEST_F(HTTPConnectionSendTest, LargeContentIsReadInLargeParts) {
     struct Row {
         std::size_t Bytes;
         std::int32_t Debug;
+        const char* Announced;
         const char* Option;
     };
     connection.setRequestMethod("PUT");
-    for (const Row& row :
-         {Row{16384, 0, "unset"}, {16385, 0, "CURLOPT_UPLOAD_BUFFERSIZE 524288"}, {16385, 1, "unset"}}) {
+    for (const Row& row : {Row{65536, 0, "", "unset"},
+                           {65537, 0, "", "CURLOPT_UPLOAD_BUFFERSIZE 524288"},
+                           {1, 0, "65537", "CURLOPT_UPLOAD_BUFFERSIZE 524288"},
+                           {65537, 0, "65536", "unset"},
+                           {65537, 1, "", "unset"}}) {
         reopen();
         connection.Settings.setPayload(RequestSettings::Bytes(row.Bytes));
         connection.Settings.Debug = row.Debug;
+        if (*row.Announced != '\0') {
+            connection.addField("Content-Length", row.Announced);
+        }
         {
             const testsupport::StandardOutputCapture trace;
             EXPECT_EQ(sendAnswered(), "nothing");

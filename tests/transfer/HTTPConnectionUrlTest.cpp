@@ -53,6 +53,18 @@ TEST_F(HTTPConnectionUrlTest, MissingAndOtherSchemesAreRefused) {
     EXPECT_EQ(refusal(u"\u00E4"), "HTTPURLException[\"\u00E4\" (no protocol)]");
 }
 
+TEST_F(HTTPConnectionUrlTest, UrlThatIsSetAgainCountsWhateverCameBetween) {
+    connection.setURL(u"http://old.example/");
+    connection.setURL(u"http://old.example/");
+    EXPECT_EQ(url() + ' ' + parsedUrl(), "http://old.example/ http://old.example/");
+    EXPECT_NE(refusal(u"ftp://host/a"), "nothing");
+    connection.setURL(u"http://old.example/");
+    EXPECT_EQ(url() + ' ' + parsedUrl(), "http://old.example/ http://old.example/");
+    connection.setURL(u"");
+    connection.setURL(u"http://old.example/");
+    EXPECT_EQ(url() + ' ' + parsedUrl(), "http://old.example/ http://old.example/");
+}
+
 TEST_F(HTTPConnectionUrlTest, SchemeInCapitalsIsLoweredByTheParser) {
     ASSERT_EQ(foundation::network::IRI(u"HTTPS://h/").getScheme(), u"https");
     EXPECT_EQ(refusal(u"HTTPS://h/"), "nothing");
