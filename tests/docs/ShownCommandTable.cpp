@@ -16,6 +16,7 @@ constexpr const char* kBenchCheck =
     "tests/scripts/BenchCheckTest.cpp: BenchCheck, MoreThanThatIsNamedUntilTheFileSaysSo";
 constexpr const char* kBenchFigures = "tests/bench/BenchFiguresTest.cpp: BenchFigures, FillThePage";
 constexpr const char* kBenchRun = "tests/bench/BenchRunTest.cpp: BenchRun, PlaysEveryKindOfJob";
+constexpr const char* kPython = "tests/scripts/RunTest.cpp: Run, AnInterpreterFindsThePackageWhateverWasBuiltBefore";
 constexpr const char* kStreamMemory = "bench/CMakeLists.txt: StreamMemory.DoesNotGrowWithTheLength";
 
 // clang-format off
@@ -23,6 +24,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/deps", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
     {"CONTRIBUTING.md", "cmake --preset dev", Way::Sources, ""},
     {"CONTRIBUTING.md", "cmake --build --preset dev", Way::Sources, ""},
+    {"CONTRIBUTING.md", "scripts/run python", Way::Elsewhere, kPython},
     {"CONTRIBUTING.md", "scripts/test --only 'Messages.*'", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test --quick", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test", Way::Here, ""},
@@ -47,6 +49,9 @@ constexpr CommandRow kCommands[] = {
     {"README.md", "scripts/package", Way::Never, kPackaging},
     {"README.md", "sudo apt install ./build/packages/*.deb", Way::Never, kInstalling},
     {"README.md", "cmake --install", Way::Elsewhere, kInstallPage},
+
+    {"docs/python.md", "scripts/run python", Way::Elsewhere, kPython},
+    {"docs/python.md", "PYTHONPATH=build/dev/python python3", Way::Elsewhere, "python/tests/CMakeLists.txt: PYTHONPATH=${NETROVE_PYTHON_FOLDER}"},
 
     {"bench/README.md", "scripts/deps bench", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
     {"bench/README.md", "bench/run", Way::Never, kMeasuring},

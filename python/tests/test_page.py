@@ -1,0 +1,91 @@
+"""The page for users, line by line, against a server that stands for example.org."""
+
+from __future__ import annotations
+
+import doctest
+import http.server
+import json
+import re
+import threading
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any
+
+import pytest
+
+import netrove
+
+PAGE = Path(__file__).resolve().parents[2] / "docs" / "python.md"
+BIG = bytes(i % 251 for i in range(1_000_000))
+
+
+class _Site(http.server.BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+    disable_nagle_algorithm = True
+
+    def log_message(self, *arguments: Any) -> None:
+        pass
+
+    def _content(self) -> bytes:
+        if self.headers.get("Transfer-Encoding") != "chunked":
+            return self.rfile.read(int(self.headers.get("Content-Length", 0)))
+        content = b""
+        while size := int(self.rfile.readline(), 16):
+            content += self.rfile.read(size)
+            self.rfile.readline()
+        self.rfile.readline()
+        return content
+
+    def _answer(self) -> None:
+        received = self._content()
+        path, _, query = self.path.partition("?")
+        kind, content, status = "text/plain", b"", 200
+        if path == "/hello.txt":
+            content = b"Hello, world!\n"
+        elif path.endswith(".bin") and path != "/part13.bin":
+            kind, content = "application/octet-stream", BIG
+        elif path in ("/items", "/search"):
+            kind = "application/json"
+            content = json.dumps({"received": received.decode(errors="replace"), "query": query}).encode()
+        else:
+            status = 404
+        self.send_response(status)
+        self.send_header("Content-Type", kind)
+        self.send_header("ETag", '"one"')
+        self.send_header("Content-Length", str(len(content)))
+        self.end_headers()
+        self.wfile.write(content)
+
+    do_GET = do_POST = do_PUT = _answer
+
+
+@pytest.fixture
+def site() -> Iterator[str]:
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), _Site) as running:
+        running.block_on_close = False
+        running.daemon_threads = True
+        threading.Thread(target=running.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
+        yield f"http://127.0.0.1:{running.server_address[1]}"
+        running.shutdown()
+
+
+def test_every_line_of_the_page_is_true(site: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(tmp_path)
+    blocks = re.findall(r"^```python\n(.*?)^```$", PAGE.read_text(), re.MULTILINE | re.DOTALL)
+    session = "\n".join(blocks).replace("https://example.org", site)
+    examples = doctest.DocTestParser().get_doctest(session, {}, "python.md", str(PAGE), 0)
+    assert len(examples.examples) > 30
+    assert all(block.startswith(">>>") for block in blocks), "a block without a session would not be run"
+    told: list[str] = []
+    failed, tried = doctest.DocTestRunner().run(examples, out=told.append)
+    assert (failed, tried) == (0, len(examples.examples)), "".join(told)
+
+
+def test_the_page_names_every_exception() -> None:
+    table = PAGE.read_text().partition("| Exception |")[2].partition("\n\n")[0]
+    own = {
+        value.__name__
+        for value in vars(netrove).values()
+        if isinstance(value, type) and issubclass(value, netrove.Error)
+    }
+    assert own <= set(re.findall(r"`(\w+)`", table))
