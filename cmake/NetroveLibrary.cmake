@@ -41,7 +41,8 @@ set(NETROVE_SOURCES
     hostclass/ValueConversion.cpp
     proxy/ProxyLookup.cpp)
 
-set(NETROVE_LIBRARIES netrove_host CURL::libcurl Boost::thread Boost::chrono Boost::date_time Poco::Net)
+set(NETROVE_LIBRARIES netrove_host CURL::libcurl Boost::thread Boost::chrono Boost::date_time
+    ${CMAKE_DL_LIBS})
 add_library(netrove_static STATIC ${NETROVE_SOURCES})
 # Each source by itself: tests stand in front of functions with the linker's --wrap, which reaches calls between objects.
 set_target_properties(netrove_static PROPERTIES UNITY_BUILD OFF)
@@ -56,3 +57,8 @@ set_target_properties(netrove PROPERTIES
     LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/netrove.map INSTALL_RPATH "$ORIGIN")
 target_link_libraries(netrove PRIVATE ${NETROVE_LIBRARIES})
 target_link_options(netrove PRIVATE "LINKER:--version-script=${CMAKE_SOURCE_DIR}/cmake/netrove.map")
+# As in late/, without the library.
+target_compile_definitions(netrove_static PUBLIC
+    $<TARGET_PROPERTY:Poco::Foundation,INTERFACE_COMPILE_DEFINITIONS>)
+add_dependencies(netrove_static netrove_poco)
+add_dependencies(netrove netrove_poco)

@@ -4,14 +4,12 @@
 #include "host/Text.h"
 #include "hostcalls/TextEncoding.h"
 #include "http/HttpSyntax.h"
+#include "late/LateLibrary.h"
+#include "late/PocoCalls.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
 #include "transfer/HTTPConnection.h"
 #include "transfer/Trace.h"
-
-#include <Poco/Exception.h>
-#include <Poco/Net/MessageHeader.h>
-#include <Poco/Net/NameValueCollection.h>
 
 #include <algorithm>
 #include <optional>
@@ -44,17 +42,6 @@ std::int64_t parseContentLength(const std::string& value) {
     } catch (const std::logic_error&) { // no digits, or out of range: reported below like any other bad value
     }
     throwInternalError("Bad Content-Length value " + value);
-}
-
-std::optional<std::string> charsetOf(const std::string& contentType) {
-    std::string mediaType;
-    Poco::Net::NameValueCollection parameters;
-    Poco::Net::MessageHeader::splitParameters(contentType, mediaType, parameters);
-    try {
-        return parameters.get("charset");
-    } catch (const Poco::NotFoundException&) {
-        return std::nullopt;
-    }
 }
 
 } // namespace
@@ -183,7 +170,11 @@ void HTTPConnection::prepareRequest() {
 }
 
 void HTTPConnection::encodePostData() {
-    const std::optional<std::string> charset = charsetOf(getRequestField("Content-Type"));
+    const std::string type = getRequestField("Content-Type");
+    std::optional<std::string> charset;
+    if (type.find(';') != type.npos) { // what has no parameters needs no Poco
+        charset = lateCalls<PocoCalls>().parameter(type, "charset");
+    }
     const std::string body = charset ? toNarrow(Settings.PostData, *charset) : fl::i18n::to_string(Settings.PostData);
     Settings.setPayload({body.begin(), body.end()});
     Transfer.BodyFromPostData = true;

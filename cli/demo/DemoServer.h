@@ -1,35 +1,26 @@
 // The server of the tour: HTTP on a loopback port that the system picks.
 #pragma once
 
-#include <cstddef>
+#include "cli/demo/DemoCalls.h"
+#include "late/LateLibrary.h"
+
 #include <memory>
 #include <string>
 
 namespace netrove::cli {
 
-// Paths: /hello a short text; /file content of `kFileSize` bytes; /upload answers what it received; /missing a 404;
+// Paths: /hello a short text; /file content of `kDemoFileSize` bytes; /upload answers what it received; /missing a 404;
 // /silent sends nothing until released; /half sends half of /file and stops until released.
 class DemoServer {
 public:
-    static constexpr std::size_t kFileSize = std::size_t{1} << 20;
-
-    DemoServer();
-    ~DemoServer(); // releases whoever waits
-    DemoServer(const DemoServer&) = delete;
-    DemoServer& operator=(const DemoServer&) = delete;
-
-    std::string url(const std::string& path) const;
-    // Lets the handlers of /silent and /half go on, now and later.
-    void release();
+    std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(Inside->port()) + path;
+    }
+    // Lets the handlers of /silent and /half go on, now and later. So does the end.
+    void release() { Inside->release(); }
 
 private:
-    struct Content;
-    std::unique_ptr<Content> Inside;
+    std::unique_ptr<DemoPeer> Inside = lateCalls<DemoCalls>().server();
 };
-
-// Bytes that are easy to make and hard to get right by chance.
-char patternByte(std::size_t position);
-// SHA-256 in hexadecimal.
-std::string digestOf(const std::string& bytes);
 
 } // namespace netrove::cli

@@ -1,9 +1,9 @@
 #include "cli/demo/DemoSteps.h"
 
+#include "cli/demo/DemoContent.h"
 #include "cli/terminal/Progress.h"
 #include "vantik/HostClass.h"
 
-#include <Poco/Net/StreamSocket.h>
 #include <netrove/text.h>
 
 #include <algorithm>
@@ -53,19 +53,6 @@ private:
     std::streambuf* Previous;
 };
 
-// A port on which nobody listens, and which nobody else can take.
-class ClosedPort {
-public:
-    ClosedPort() { Socket.bind(Poco::Net::SocketAddress("127.0.0.1", 0)); }
-    std::string url() const { return "http://127.0.0.1:" + std::to_string(Socket.address().port()) + "/"; }
-
-private:
-    struct BoundSocket : Poco::Net::StreamSocket {
-        void bind(const Poco::Net::SocketAddress& address) { impl()->bind(address); }
-    };
-    BoundSocket Socket;
-};
-
 void getIntoArray(DemoStage& stage) {
     const std::string url = stage.Server.url("/hello");
     const vantik::Object& connection = stage.open(url);
@@ -84,7 +71,7 @@ void saveWithProgress(DemoStage& stage) {
     const vantik::Object& connection = stage.open(stage.Server.url("/file"));
     const std::filesystem::path part = target.string() + ".part"; // in a folder of our own
     ProgressMeter meter("   received", stage.TheConsole.errIsTerminal(), true);
-    meter.expect(DemoServer::kFileSize);
+    meter.expect(kDemoFileSize);
     std::size_t reports = 0;
     connection.set("ProgressReporter", makeProgressReporter(stage.TheSession.Host, [&](std::uint64_t bytes) {
                        ++reports;
@@ -101,8 +88,8 @@ void saveWithProgress(DemoStage& stage) {
     content << stream.rdbuf();
     stage.say(target.filename().string() + ": " + sizeText(content.str().size()) + ", last report " +
               std::to_string(meter.bytes()) + " bytes");
-    stage.expect(reports > 0 && meter.bytes() == DemoServer::kFileSize, "the reporter should have seen every byte");
-    stage.expect(content.str() == pattern(DemoServer::kFileSize), "the file should hold what the server sent");
+    stage.expect(reports > 0 && meter.bytes() == kDemoFileSize, "the reporter should have seen every byte");
+    stage.expect(content.str() == pattern(kDemoFileSize), "the file should hold what the server sent");
 }
 
 void uploadFromProvider(DemoStage& stage) {
@@ -159,7 +146,7 @@ void downloadIntoConsumer(DemoStage& stage) {
               std::to_string(largest) + ", as it had asked for.");
     stage.expect(started == 1 && closed == 1, "the consumer should have been started and closed once");
     stage.expect(largest <= 4096, "no piece should have been larger than asked for");
-    stage.expect(received == pattern(DemoServer::kFileSize), "the consumer should have taken what the server sent");
+    stage.expect(received == pattern(kDemoFileSize), "the consumer should have taken what the server sent");
 }
 
 void notFoundInBothModes(DemoStage& stage) {
@@ -182,8 +169,8 @@ void notFoundInBothModes(DemoStage& stage) {
 }
 
 void refusedConnection(DemoStage& stage) {
-    const ClosedPort port;
-    const vantik::Object& connection = stage.open(port.url());
+    const std::unique_ptr<DemoPeer> peer = lateCalls<DemoCalls>().closedPort();
+    const vantik::Object& connection = stage.open("http://127.0.0.1:" + std::to_string(peer->port()) + "/");
     const vantik::Message failure =
         stage.failureOf([&] { connection.call("copyContentToByteArray", {vantik::Array(true)}); },
                         "a port on which nobody listens should refuse");
@@ -231,7 +218,7 @@ void interruptedTransfer(DemoStage& stage) {
     }
     stage.invoke("closeConnection");
     stage.expect(interrupted && told, "the transfer should have been interrupted, and the consumer notified");
-    stage.expect(taken > 0 && taken < DemoServer::kFileSize, "a part of the content should have arrived");
+    stage.expect(taken > 0 && taken < kDemoFileSize, "a part of the content should have arrived");
     stage.say("The transfer was interrupted, and the consumer was notified.");
 
     stage.open(stage.Server.url("/hello"));

@@ -2,12 +2,9 @@
 
 #include "cli/failures/CliFailure.h"
 #include "cli/system/BodySource.h"
+#include "late/LateLibrary.h"
+#include "late/PocoCalls.h"
 
-#include <Poco/DateTime.h>
-#include <Poco/DateTimeFormat.h>
-#include <Poco/DateTimeFormatter.h>
-#include <Poco/DateTimeParser.h>
-#include <Poco/Timestamp.h>
 #include <netrove/outputfile.h>
 #include <netrove/text.h>
 
@@ -24,26 +21,20 @@ namespace {
 constexpr int kPartialContent = 206;
 constexpr int kRangeNotSatisfiable = 416;
 
-// As in a field of the head (RFC 9110, section 5.6.7).
-std::string httpDate(const Poco::Timestamp& time) {
-    return Poco::DateTimeFormatter::format(time, Poco::DateTimeFormat::HTTP_FORMAT);
-}
-
-// The time of the file of that name, or else the date that it is.
+// The time of the file of that name, or else the date that it is, as in a field of the head.
 std::string dateOf(const std::string& text) {
     struct stat facts {};
+    const auto& poco = lateCalls<PocoCalls>();
     if (stat(text.c_str(), &facts) == 0) {
-        return httpDate(Poco::Timestamp::fromEpochTime(facts.st_mtime));
+        return poco.fieldDate(facts.st_mtime);
     }
-    Poco::DateTime date;
-    int zone = 0; // seconds
-    if (!Poco::DateTimeParser::tryParse(text, date, zone)) {
+    const auto date = poco.readDate(text);
+    if (!date) {
         failUsage("'" + printable(text) +
                   "' is neither a file nor a date; --time-cond takes one, as in 'Sun, 06 Nov 1994 08:49:37 GMT' or "
                   "1994-11-06");
     }
-    date.makeUTC(zone);
-    return httpDate(date.timestamp());
+    return *date;
 }
 
 void addTimeCondition(netrove::Request& request, const std::string& text) {

@@ -2,15 +2,13 @@
 
 #include "client/response/Parameters.h"
 #include "client/text/Ascii.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
-#include <unicode/ucnv.h>
-#include <unicode/ucnv_cb.h>
+#include <netrove/text.h>
 
 #include <algorithm>
-#include <array>
-#include <memory>
-#include <new>
-#include <stdexcept>
+#include <utility>
 
 namespace netrove {
 
@@ -40,11 +38,6 @@ constexpr Replacement kReplacements[] = {
     {"UTF-16", "UTF-16LE"},
 };
 
-struct CloseConverter {
-    void operator()(UConverter* converter) const noexcept { ucnv_close(converter); }
-};
-using Converter = std::unique_ptr<UConverter, CloseConverter>;
-
 // ICU reads the empty name as its default charset, what follows a comma as options, and a name that it does not know as
 // that of a file.
 bool isLabel(std::string_view name) {
@@ -54,88 +47,22 @@ bool isLabel(std::string_view name) {
     });
 }
 
-// Null if there is no charset of that name.
-Converter openConverter(const std::string& name) {
-    if (!isLabel(name)) {
-        return nullptr;
-    }
-    UErrorCode status = U_ZERO_ERROR;
-    Converter converter(ucnv_open(name.c_str(), &status));
-    if (status == U_MEMORY_ALLOCATION_ERROR) {
-        throw std::bad_alloc();
-    }
-    return U_SUCCESS(status) ? std::move(converter) : nullptr;
-}
+constexpr const char* kUtf8 = "UTF-8";
 
-std::string icuName(UConverter* converter) {
-    UErrorCode status = U_ZERO_ERROR;
-    const char* name = ucnv_getName(converter, &status);
-    return U_SUCCESS(status) && name != nullptr ? name : "";
-}
-
-struct Reading {
-    const char* Start;
-    std::optional<std::size_t> FirstBad;
-};
-
-// ICU's own callback writes U+001A for some bytes of some charsets.
-void U_CALLCONV replaceBad(const void* context, UConverterToUnicodeArgs* arguments, const char*, int32_t length,
-                           UConverterCallbackReason reason, UErrorCode* status) {
-    if (reason > UCNV_IRREGULAR) {
-        return; // the converter is reset or closed
+// ICU's name of a charset; empty if there is none of that name. The usual one needs no ICU.
+std::string icuName(const std::string& label) {
+    if (equalsIgnoringCase(label, kUtf8)) {
+        return kUtf8;
     }
-    // ICU takes the context as const, but hands back what it was given.
-    auto& reading = *static_cast<Reading*>(const_cast<void*>(context));
-    if (!reading.FirstBad) {
-        reading.FirstBad = static_cast<std::size_t>(arguments->source - reading.Start - length);
-    }
-    constexpr UChar replacement = 0xFFFD;
-    *status = U_ZERO_ERROR;
-    ucnv_cbToUWriteUChars(arguments, &replacement, 1, 0, status);
-}
-
-void check(UErrorCode status) {
-    if (status == U_MEMORY_ALLOCATION_ERROR) {
-        throw std::bad_alloc();
-    }
-    if (U_FAILURE(status)) {
-        throw std::runtime_error(std::string("text cannot be converted: ") + u_errorName(status));
-    }
+    return isLabel(label) ? lateCalls<IcuCalls>().charsetName(label) : std::string();
 }
 
 Decoded decode(std::string_view content, const std::string& charset) {
-    const Converter source = openConverter(charset);
-    const Converter utf8 = openConverter("UTF-8");
-    if (!source || !utf8) {
-        throw std::runtime_error("ICU lacks the charset " + charset);
+    if (equalsIgnoringCase(charset, kUtf8) && isUtf8(content)) {
+        return {std::string(content), std::nullopt, charset, ""};
     }
-    Reading reading{content.data(), {}};
-    UErrorCode status = U_ZERO_ERROR;
-    ucnv_setToUCallBack(source.get(), replaceBad, &reading, nullptr, nullptr, &status);
-    check(status);
-
-    Decoded result;
-    result.Charset = charset;
-    result.Text.reserve(content.size());
-    std::array<UChar, 4096> pivot;
-    std::array<char, 8192> piece;
-    UChar* pivotSource = pivot.data();
-    UChar* pivotTarget = pivot.data();
-    const char* next = content.data();
-    const char* const end = next + content.size();
-    bool first = true;
-    do {
-        char* target = piece.data();
-        status = U_ZERO_ERROR;
-        ucnv_convertEx(utf8.get(), source.get(), &target, piece.data() + piece.size(), &next, end, pivot.data(),
-                       &pivotSource, &pivotTarget, pivot.data() + pivot.size(), static_cast<UBool>(first), true,
-                       &status);
-        result.Text.append(piece.data(), target);
-        first = false;
-    } while (status == U_BUFFER_OVERFLOW_ERROR);
-    check(status);
-    result.FirstBad = reading.FirstBad;
-    return result;
+    WideText read = lateCalls<IcuCalls>().decode(content, charset);
+    return {std::move(read.Utf8), read.FirstBad, charset, ""};
 }
 
 // RFC 6839 has the suffix.
@@ -160,15 +87,14 @@ Decoded decodeText(std::string_view content, std::string_view contentType) {
     const auto charset = std::find_if(parameters.List.begin(), parameters.List.end(),
                                       [](const Parameter& parameter) { return parameter.Name == "charset"; });
     if (isJson(parameters.Main) || charset == parameters.List.end() || charset->Value.empty()) {
-        return decode(content, "UTF-8");
+        return decode(content, kUtf8);
     }
-    const Converter named = openConverter(charset->Value);
-    if (!named) {
-        Decoded result = decode(content, "UTF-8");
+    const std::string name = icuName(charset->Value);
+    if (name.empty()) {
+        Decoded result = decode(content, kUtf8);
         result.Unknown = charset->Value;
         return result;
     }
-    const std::string name = icuName(named.get());
     const auto* const row = std::find_if(std::begin(kReplacements), std::end(kReplacements),
                                          [&](const Replacement& replacement) { return replacement.Named == name; });
     return decode(content, row == std::end(kReplacements) ? charset->Value : row->Used);

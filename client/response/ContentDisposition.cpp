@@ -94,7 +94,9 @@ std::optional<std::string> vetted(std::string_view name) {
     result.erase(0, std::min(result.find_first_not_of(". "), result.size()));
     if (result.size() > kLongest) {
         std::size_t end = kLongest;
-        U8_SET_CP_START(reinterpret_cast<const std::uint8_t*>(result.data()), 0, end);
+        while (end > 0 && U8_IS_TRAIL(static_cast<std::uint8_t>(result[end]))) {
+            --end;
+        }
         result.resize(end);
     }
     result.erase(result.find_last_not_of(' ') + 1);

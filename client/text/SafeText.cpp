@@ -1,7 +1,8 @@
 #include "client/text/Ascii.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
 #include <netrove/text.h>
-#include <unicode/uchar.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -39,27 +40,22 @@ std::size_t sequenceLength(std::string_view text, std::size_t position) {
 }
 
 // The character of a well-formed sequence.
-UChar32 characterOf(std::string_view sequence) {
+char32_t characterOf(std::string_view sequence) {
     const unsigned first = byteAt(sequence, 0);
     unsigned value = sequence.size() == 1 ? first : first & (0xFFu >> (sequence.size() + 1));
     for (std::size_t i = 1; i < sequence.size(); ++i) {
         value = value << 6 | (byteAt(sequence, i) & 0x3F);
     }
-    return static_cast<UChar32>(value);
+    return value;
 }
 
 // True for what a terminal obeys, and for invisible characters that reverse or hide the text around them: directions of
 // writing, characters without width, separators of lines and paragraphs.
-bool isDeceptive(UChar32 character) {
-    switch (u_charType(character)) {
-    case U_CONTROL_CHAR:
-    case U_FORMAT_CHAR:
-    case U_LINE_SEPARATOR:
-    case U_PARAGRAPH_SEPARATOR:
-        return true;
-    default:
-        return false;
+bool isDeceptive(char32_t character) {
+    if (character < 0x80) {
+        return character < 0x20 || character == 0x7F;
     }
+    return lateCalls<IcuCalls>().isDeceptive(character);
 }
 
 // Calls `keep` with each harmless piece and `mend` with each byte that is not.

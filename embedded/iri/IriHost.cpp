@@ -3,6 +3,8 @@
 #include "embedded/iri/IriText.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/text/TextConversion.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
 #include <boost/url/grammar/ci_string.hpp>
 #include <boost/url/ipv6_address.hpp>
@@ -10,9 +12,8 @@
 #include <unicode/uidna.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -23,8 +24,6 @@ namespace {
 // A name has at most 253 ASCII characters. This allows for percent-encodings and for characters that the mapping drops,
 // and keeps the mapping, which is slow for long labels, from getting more than it can handle in reasonable time.
 constexpr std::size_t kLongestHost = 2048;
-
-constexpr std::uint32_t kUts46Options = UIDNA_CHECK_BIDI | UIDNA_CHECK_CONTEXTJ | UIDNA_NONTRANSITIONAL_TO_ASCII;
 
 // Names with hyphens in these places are in use ("r3---sn.example"), so they are no reason to refuse one.
 constexpr std::uint32_t kAcceptedErrors =
@@ -55,40 +54,36 @@ const char* reasonFor(std::uint32_t errors) {
     return found == std::end(kReasons) ? "host name that is not valid" : found->Text;
 }
 
-struct CloseIdna {
-    void operator()(UIDNA* idna) const noexcept { uidna_close(idna); }
-};
-
-// ICU's object for UTS 46 never changes after it has been opened, so all threads share it.
-const UIDNA* uts46() {
-    static const std::unique_ptr<UIDNA, CloseIdna> instance = [] {
-        UErrorCode status = U_ZERO_ERROR;
-        std::unique_ptr<UIDNA, CloseIdna> opened(uidna_openUTS46(kUts46Options, &status));
-        if (U_FAILURE(status)) {
-            raiseHostFailure("VANTIK:host", "LibraryNotUsable",
-                             {std::string("ICU"), std::string("uidna_openUTS46: ") + u_errorName(status)});
-        }
-        return opened;
-    }();
-    return instance.get();
-}
-
 // The ASCII form by UTS 46; what it found wrong is in `errors`.
 std::u16string mapName(std::u16string_view name, std::uint32_t& errors) {
-    std::u16string result(name.size() + 256, u'\0');
-    for (;;) {
-        UErrorCode status = U_ZERO_ERROR;
-        UIDNAInfo info = UIDNA_INFO_INITIALIZER;
-        const int32_t length = uidna_nameToASCII(uts46(), name.data(), static_cast<int32_t>(name.size()), result.data(),
-                                                 static_cast<int32_t>(result.size()), &info, &status);
-        if (status == U_BUFFER_OVERFLOW_ERROR) {
-            result.resize(static_cast<std::size_t>(length));
-            continue;
-        }
-        errors = U_FAILURE(status) ? std::uint32_t{UIDNA_ERROR_DISALLOWED} : info.errors;
-        result.resize(U_FAILURE(status) ? 0 : static_cast<std::size_t>(length));
-        return result;
+    try {
+        return netrove::lateCalls<netrove::IcuCalls>().hostName(name, errors);
+    } catch (const std::runtime_error& failure) {
+        raiseHostFailure("VANTIK:host", "LibraryNotUsable", {std::string("ICU"), std::string(failure.what())});
     }
+}
+
+// True for a name that the mapping leaves as it is but for its letter case: labels of letters, digits and hyphens in
+// ASCII, none of which says that it stands for other characters. Such a name needs no ICU.
+bool isPlainName(std::u16string_view name) {
+    constexpr std::size_t longestName = 253;
+    constexpr std::size_t longestLabel = 63;
+    if (name.size() > longestName) {
+        return false;
+    }
+    for (std::size_t start = 0; start <= name.size();) {
+        const std::size_t end = std::min(name.find(u'.', start), name.size());
+        const std::u16string_view label = name.substr(start, end - start);
+        const bool plain = std::all_of(label.begin(), label.end(), [](char16_t c) {
+            return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'-';
+        });
+        if (!plain || label.empty() || label.size() > longestLabel ||
+            (label.size() > 3 && label.substr(2, 2) == u"--")) {
+            return false;
+        }
+        start = end + 1;
+    }
+    return true;
 }
 
 std::string lowered(std::string text) {
@@ -162,6 +157,9 @@ std::string hostToAscii(std::u16string_view host, std::size_t position) {
     }
     if (host.front() == u'[' && host.back() == u']') {
         return addressToAscii(host, position);
+    }
+    if (isPlainName(host)) {
+        return lowered(std::string(host.begin(), host.end()));
     }
     return nameToAscii(host, position);
 }

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 namespace vantik::detail {
@@ -115,15 +116,19 @@ std::vector<std::shared_ptr<const MessageTable>> messageTables(const std::string
 
 std::u16string messageText(const resource_core::BaseMsgID& id, const std::string& localeName) {
     const std::string fullName = id.fullName();
-    for (const auto& table : messageTables(localeName)) {
-        const std::u16string* pattern = table->find(fullName);
-        if (pattern == nullptr) {
-            continue;
+    try {
+        for (const auto& table : messageTables(localeName)) {
+            const std::u16string* pattern = table->find(fullName);
+            if (pattern == nullptr) {
+                continue;
+            }
+            std::u16string text = fillPattern(*pattern, id.arguments());
+            if (text.find_first_not_of(u" \t\r\n") != std::u16string::npos) {
+                return text;
+            }
         }
-        std::u16string text = fillPattern(*pattern, id.arguments());
-        if (text.find_first_not_of(u" \t\r\n") != std::u16string::npos) {
-            return text;
-        }
+    } catch (const std::runtime_error&) {
+        // Patterns need ICU. Where it cannot be loaded, a failure must not take the place of the one to be shown.
     }
     return textWithoutPattern(id);
 }

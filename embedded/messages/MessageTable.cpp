@@ -1,16 +1,14 @@
 #include "embedded/messages/MessageTable.h"
 
 #include "host/Text.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
-#include <unicode/fmtable.h>
-#include <unicode/locid.h>
-#include <unicode/messagepattern.h>
-#include <unicode/msgfmt.h>
-#include <unicode/unistr.h>
+#include <unicode/utf16.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
+#include <utility>
 
 namespace vantik::detail {
 
@@ -43,56 +41,6 @@ bool isFullName(std::string_view name) {
         start = end + 1;
     }
     return parts >= 2;
-}
-
-// Undoes \n and \\; any other pair stays as it is.
-icu::UnicodeString withoutEscapes(const icu::UnicodeString& text) {
-    icu::UnicodeString result;
-    for (std::int32_t i = 0; i < text.length(); ++i) {
-        const char16_t next = text.charAt(i + 1); // U+FFFF at the end
-        if (text.charAt(i) == u'\\' && (next == u'n' || next == u'\\')) {
-            result.append(next == u'n' ? u'\n' : u'\\');
-            ++i;
-        } else {
-            result.append(text.charAt(i));
-        }
-    }
-    return result;
-}
-
-// Why a pattern cannot be used; empty where it can. `pattern` keeps what the parser read.
-std::string patternProblem(icu::MessagePattern& pattern, const icu::UnicodeString& text) {
-    UErrorCode status = U_ZERO_ERROR;
-    UParseError place{};
-    pattern.parse(text, &place, status);
-    if (U_FAILURE(status)) {
-        return std::string("bad pattern at character ") + std::to_string(place.offset + 1) + " (" +
-               u_errorName(status) + ")";
-    }
-    for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
-        const UMessagePatternPartType type = pattern.getPartType(i);
-        if (type == UMSGPAT_PART_TYPE_ARG_NAME) {
-            return "arguments have numbers, not names";
-        }
-        if (type == UMSGPAT_PART_TYPE_ARG_START) {
-            const UMessagePatternArgType kind = pattern.getPart(i).getArgType();
-            if (kind != UMSGPAT_ARG_TYPE_NONE && kind != UMSGPAT_ARG_TYPE_SELECT) {
-                return "arguments are text: only {0} and {0,select,...} are allowed";
-            }
-        }
-    }
-    return {};
-}
-
-// One more than the highest argument number of a pattern.
-std::size_t argumentCount(const icu::MessagePattern& pattern) {
-    std::size_t count = 0;
-    for (std::int32_t i = 0; i < pattern.countParts(); ++i) {
-        if (pattern.getPartType(i) == UMSGPAT_PART_TYPE_ARG_NUMBER) {
-            count = std::max<std::size_t>(count, static_cast<std::size_t>(pattern.getPart(i).getValue()) + 1);
-        }
-    }
-    return count;
 }
 
 // More of one argument than this is of no use, and ICU counts in 32 bits.
@@ -150,15 +98,13 @@ MessageTable MessageTable::parse(std::string_view utf8, const std::string& sourc
             problem(name + " has no text");
             continue;
         }
-        const icu::UnicodeString wide = withoutEscapes(
-            icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size()))));
-        UErrorCode status = U_ZERO_ERROR;
-        icu::MessagePattern pattern(status);
-        if (const std::string reason = patternProblem(pattern, wide); !reason.empty()) {
+        std::string reason;
+        std::u16string pattern = netrove::lateCalls<netrove::IcuCalls>().pattern(text, reason);
+        if (!reason.empty()) {
             problem(name + ": " + reason);
             continue;
         }
-        if (!table.Patterns.try_emplace(name, wide.getBuffer(), static_cast<std::size_t>(wide.length())).second) {
+        if (!table.Patterns.try_emplace(name, std::move(pattern)).second) {
             problem(name + " appears for the second time; the first one counts");
         }
     }
@@ -185,27 +131,9 @@ const MessageTable& MessageTable::english() {
 }
 
 std::u16string fillPattern(const std::u16string& pattern, const std::vector<resource_core::MsgArgument>& arguments) {
-    UErrorCode status = U_ZERO_ERROR;
-    icu::MessagePattern parsed(status);
-    const icu::UnicodeString text(pattern.data(), static_cast<std::int32_t>(pattern.size()));
-    if (U_FAILURE(status) || !patternProblem(parsed, text).empty()) {
-        return {};
-    }
-    // An argument that the pattern names and the message lacks becomes empty; ICU would leave "{2}" in the text.
-    std::vector<icu::Formattable> values(std::max(arguments.size(), argumentCount(parsed)),
-                                         icu::Formattable(icu::UnicodeString()));
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::u16string value = argumentText(arguments[i]);
-        values[i] = icu::Formattable(icu::UnicodeString(value.data(), static_cast<std::int32_t>(value.size())));
-    }
-    const icu::MessageFormat format(text, icu::Locale::getRoot(), status);
-    icu::UnicodeString result;
-    icu::FieldPosition ignored;
-    if (U_SUCCESS(status)) {
-        format.format(values.data(), static_cast<std::int32_t>(values.size()), result, ignored, status);
-    }
-    return U_SUCCESS(status) ? std::u16string(result.getBuffer(), static_cast<std::size_t>(result.length()))
-                             : std::u16string();
+    std::vector<std::u16string> texts(arguments.size());
+    std::ranges::transform(arguments, texts.begin(), argumentText);
+    return netrove::lateCalls<netrove::IcuCalls>().message(pattern, texts);
 }
 
 std::u16string textWithoutPattern(const resource_core::BaseMsgID& id) {

@@ -1,10 +1,11 @@
 // What this host is made of.
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 #include "vantik/ContentCodings.h"
 #include "vantik/Host.h"
 
 #include <boost/version.hpp>
 #include <curl/curl.h>
-#include <unicode/uversion.h>
 
 #include <algorithm>
 #include <string>
@@ -12,14 +13,6 @@
 namespace vantik {
 
 namespace {
-
-std::string icuVersion() {
-    UVersionInfo version;
-    u_getVersion(version);
-    char text[U_MAX_VERSION_STRING_LENGTH];
-    u_versionToString(version, text);
-    return text;
-}
 
 std::string boostVersion() {
     std::string text = BOOST_LIB_VERSION; // "1_81"
@@ -83,7 +76,7 @@ std::string contentCodings() {
 
 std::vector<std::string> hostComponents() {
     return {
-        curlComponent(),           "ICU " + icuVersion(),
+        curlComponent(),           "ICU " + netrove::lateCalls<netrove::IcuCalls>().version(),
         "Boost " + boostVersion(), std::string("libproxy ") + VANTIK_LIBPROXY_VERSION,
         servicesVersion(),
     };

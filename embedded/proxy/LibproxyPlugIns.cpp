@@ -1,10 +1,7 @@
 #include "embedded/proxy/LibproxyPlugIns.h"
 
-#include <proxy.h>
-
 #include <algorithm>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <system_error>
 
 namespace vantik::detail {
@@ -25,14 +22,8 @@ bool readsMoreThanEnvironment(const fs::path& plugIns, const fs::path& systemFil
 bool libproxyReadsMoreThanEnvironment() {
     // libproxy looks once, too: when it is asked for the first time.
     static const bool answer = [] {
-        Dl_info library{};
-        if (std::getenv("PX_MODULE_PATH") != nullptr ||
-            dladdr(reinterpret_cast<const void*>(&px_proxy_factory_new), &library) == 0) {
-            return true;
-        }
-        const fs::path folder = fs::path(library.dli_fname).parent_path();
-        return readsMoreThanEnvironment(folder / "libproxy" / VANTIK_LIBPROXY_VERSION / "modules",
-                                        "/etc/sysconfig/proxy");
+        const fs::path folder = fs::path(VANTIK_LIBPROXY_FOLDER) / "libproxy" / VANTIK_LIBPROXY_VERSION / "modules";
+        return std::getenv("PX_MODULE_PATH") != nullptr || readsMoreThanEnvironment(folder, "/etc/sysconfig/proxy");
     }();
     return answer;
 }

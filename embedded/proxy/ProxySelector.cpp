@@ -8,8 +8,8 @@
 #include "embedded/scope/Scope.h"
 #include "embedded/services/Services.h"
 #include "host/Interrupt.h"
-
-#include <proxy.h>
+#include "late/LateLibrary.h"
+#include "late/LibproxyCalls.h"
 
 #include <list>
 #include <stdexcept>
@@ -93,8 +93,8 @@ private:
 // answers one question at a time, whatever the thread. A server of proxy scripts that does not answer holds it up
 // without a limit.
 struct SystemSettings {
-    ProxyAnswers Answers;              // for all scopes
-    pxProxyFactory* Factory = nullptr; // only within a call
+    ProxyAnswers Answers;   // for all scopes
+    void* Reader = nullptr; // libproxy's; only within a call
 };
 
 SystemSettings& systemSettings() {
@@ -102,26 +102,19 @@ SystemSettings& systemSettings() {
     return instance;
 }
 
-struct FreeProxies {
-    void operator()(char** proxies) const noexcept { px_proxy_factory_free_proxies(proxies); }
-};
-
 SerialCalls::Answer askSettings(SystemSettings& settings, const std::string& question) {
-    if (settings.Factory == nullptr) {
-        settings.Factory = px_proxy_factory_new();
+    const auto& libproxy = netrove::lateCalls<netrove::LibproxyCalls>();
+    if (settings.Reader == nullptr) {
+        settings.Reader = libproxy.newReader();
     }
-    if (settings.Factory == nullptr) {
+    if (settings.Reader == nullptr) {
         throw std::runtime_error("The proxy settings of this system cannot be read");
     }
-    const std::unique_ptr<char*, FreeProxies> answer(px_proxy_factory_get_proxies(settings.Factory, question.c_str()));
+    auto answer = libproxy.proxies(settings.Reader, question);
     if (!answer) {
         throw std::runtime_error("The proxy settings of this system have no answer for this URL");
     }
-    SerialCalls::Answer texts;
-    for (char** entry = answer.get(); *entry != nullptr; ++entry) {
-        texts.emplace_back(*entry);
-    }
-    return texts;
+    return *std::move(answer);
 }
 
 // The caller takes every failure for a failure of the URL, and asks again with the scheme alone. So a request to stop

@@ -1,9 +1,9 @@
 #include "host/Text.h"
 
 #include "embedded/text/TextConversion.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
-#include <unicode/ucnv.h>
-#include <unicode/ucnv_err.h>
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
@@ -55,16 +55,6 @@ private:
     }
 };
 
-struct CloseConverter {
-    void operator()(UConverter* converter) const noexcept { ucnv_close(converter); }
-};
-using Converter = std::unique_ptr<UConverter, CloseConverter>;
-
-// Leaves the error that the converter has found in place. The callback that comes with ICU is not strict enough: it
-// drops characters that may be ignored in display, such as U+200B.
-void U_CALLCONV refuse(const void*, UConverterFromUnicodeArgs*, const UChar*, int32_t, UChar32,
-                       UConverterCallbackReason, UErrorCode*) {}
-
 // ICU reads the empty name as its default converter and what follows a comma as options; neither names an encoding.
 bool isEncodingName(const std::string& name) {
     constexpr std::size_t longest = 59; // ICU's own limit
@@ -74,41 +64,48 @@ bool isEncodingName(const std::string& name) {
     });
 }
 
-Converter openConverter(const std::string& encoding) {
+// Encodings that write ASCII as it is.
+constexpr std::string_view kPlainEncodings[] = {"UTF-8", "utf-8", "windows-1252", "ISO-8859-1", "US-ASCII"};
+
+bool isPlainEncoding(std::string_view encoding) {
+    return std::find(std::begin(kPlainEncodings), std::end(kPlainEncodings), encoding) != std::end(kPlainEncodings);
+}
+
+// True where encodeUtf8 writes the same as the encoding, so that ICU need not be loaded.
+bool isUtf8In(const std::string& encoding, const std::u16string& text) {
+    if (!isPlainEncoding(encoding)) {
+        return false;
+    }
+    const bool all = encoding == "UTF-8" || encoding == "utf-8";
+    for (std::size_t i = 0; i < text.size();) {
+        UChar32 character = 0;
+        U16_NEXT(text, i, text.size(), character);
+        if (character > 0x7F && (!all || U_IS_SURROGATE(character))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string encoded(const std::u16string& text, const std::string& encoding) {
     if (!isEncodingName(encoding)) {
         throw UnknownEncoding(encoding);
     }
-    UErrorCode status = U_ZERO_ERROR;
-    Converter converter(ucnv_open(encoding.c_str(), &status));
-    if (status == U_MEMORY_ALLOCATION_ERROR) {
-        throw std::bad_alloc();
-    }
-    if (U_FAILURE(status)) {
+    netrove::NarrowText result = netrove::lateCalls<netrove::IcuCalls>().encode(text, encoding);
+    using End = netrove::NarrowText::End;
+    switch (result.How) {
+    case End::Whole:
+        return std::move(result.Text);
+    case End::NoSuchEncoding:
         throw UnknownEncoding(encoding);
+    case End::EncodingNotUsable:
+        throw CvtExceptionBase("the encoding " + encoding + " cannot be used: " + result.Reason);
+    case End::NotConverted:
+        break;
+    case End::CharacterLacking:
+        throw UnmappableCharacter(result.Character, result.Position, encoding);
     }
-    ucnv_setFallback(converter.get(), false); // a letter that only looks alike is a substitute too
-    ucnv_setFromUCallBack(converter.get(), refuse, nullptr, nullptr, nullptr, &status);
-    if (U_FAILURE(status)) {
-        throw CvtExceptionBase("the encoding " + encoding + " cannot be used: " + u_errorName(status));
-    }
-    return converter;
-}
-
-// Raises the failure for what the converter stopped at; `consumed` is how far it has read.
-[[noreturn]] void raiseStop(UConverter* converter, UErrorCode reason, std::size_t consumed,
-                            const std::string& encoding) {
-    std::array<UChar, 16> units{};
-    auto length = static_cast<int8_t>(units.size());
-    UErrorCode status = U_ZERO_ERROR;
-    ucnv_getInvalidUChars(converter, units.data(), &length, &status);
-    if (U_FAILURE(status) || length <= 0) {
-        throw CvtExceptionBase("the text cannot be converted to the encoding " + encoding + ": " + u_errorName(reason));
-    }
-    std::uint32_t character = units[0];
-    if (length >= 2 && U16_IS_LEAD(units[0]) && U16_IS_TRAIL(units[1])) {
-        character = static_cast<std::uint32_t>(U16_GET_SUPPLEMENTARY(units[0], units[1]));
-    }
-    throw UnmappableCharacter(character, consumed - static_cast<std::size_t>(length), encoding);
+    throw CvtExceptionBase("the text cannot be converted to the encoding " + encoding + ": " + result.Reason);
 }
 
 } // namespace
@@ -136,30 +133,15 @@ std::string codecvt_ustring_to_ascii::convert(const std::u16string& text) const 
 }
 
 codecvt_ustring_to_string::codecvt_ustring_to_string(const std::string& encoding, bool) : Encoding(encoding) {
-    openConverter(Encoding); // fails here, not at the first text
+    if (!isPlainEncoding(Encoding)) {
+        encoded({}, Encoding); // fails here, not at the first text
+    }
 }
 
 codecvt_ustring_to_string::~codecvt_ustring_to_string() = default;
 
 std::string codecvt_ustring_to_string::convert(const std::u16string& text) const {
-    const Converter converter = openConverter(Encoding);
-    std::string result;
-    std::array<char, 4096> piece;
-    const UChar* source = text.data();
-    const UChar* const end = source + text.size();
-    for (;;) {
-        char* target = piece.data();
-        UErrorCode status = U_ZERO_ERROR;
-        ucnv_fromUnicode(converter.get(), &target, piece.data() + piece.size(), &source, end, nullptr, true, &status);
-        result.append(piece.data(), target);
-        if (status == U_BUFFER_OVERFLOW_ERROR) {
-            continue;
-        }
-        if (U_FAILURE(status)) {
-            raiseStop(converter.get(), status, static_cast<std::size_t>(source - text.data()), Encoding);
-        }
-        return result;
-    }
+    return isUtf8In(Encoding, text) ? vantik::detail::encodeUtf8(text) : encoded(text, Encoding);
 }
 
 std::string to_string(const std::u16string& text) {

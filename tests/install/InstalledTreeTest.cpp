@@ -27,7 +27,8 @@ TEST_F(InstalledTree, HasEachKindOfFileInItsUsualPlace) {
     for (const char* file :
          {"libnetrove.so", "libnetrove_client.so", "libnetrove_client.so." NETROVE_SOVERSION,
           "libnetrove_client.so." NETROVE_VERSION, "libvantik_embedded.so", "libvantik_embedded.so." NETROVE_SOVERSION,
-          "libvantik_embedded.so." NETROVE_VERSION, "cmake/netrove/netroveConfig.cmake",
+          "libvantik_embedded.so." NETROVE_VERSION, "netrove/libnetrove_icu.so", "netrove/libnetrove_poco.so",
+          "netrove/libnetrove_libproxy.so", "netrove/libnetrove_demo.so", "cmake/netrove/netroveConfig.cmake",
           "cmake/netrove/netroveConfigVersion.cmake", "pkgconfig/netrove.pc", "pkgconfig/netrove-client.pc"}) {
         expected.push_back(NETROVE_LIBRARY_FOLDER "/" + std::string(file));
     }
@@ -66,7 +67,9 @@ TEST_F(InstalledTree, ProgramRunsFromAnotherPlace) {
     const Outcome got = shell(program + "get " + server.url(), scratch("run"));
     EXPECT_EQ(got.Status, 0);
     EXPECT_EQ(got.Out, "hello");
+    // What is loaded when it is first needed is found beside the rest too: ICU, Poco and the server of the tour.
     EXPECT_THAT(shell(program + "--version", scratch("version")).Out, StartsWith("netrove " NETROVE_VERSION "\n"));
+    EXPECT_EQ(shell(program + "demo", scratch("demo")).Status, 0);
 }
 
 TEST_F(InstalledTree, MessagesOfAnotherLanguageAreFoundBesideIt) {

@@ -68,15 +68,16 @@ TEST_F(Packages, RuntimePackageHoldsWhatRunningProgramsNeed) {
                     "libnetrove0",
                     {kLib + "libnetrove.so", kLib + "libnetrove_client.so." NETROVE_SOVERSION,
                      kLib + "libnetrove_client.so." NETROVE_VERSION, kLib + "libvantik_embedded.so." NETROVE_SOVERSION,
-                     kLib + "libvantik_embedded.so." NETROVE_VERSION, "usr/share/lintian/overrides/libnetrove0",
-                     "usr/share/netrove/messages/en.txt"})));
+                     kLib + "libvantik_embedded.so." NETROVE_VERSION, kLib + "netrove/libnetrove_icu.so",
+                     kLib + "netrove/libnetrove_libproxy.so", kLib + "netrove/libnetrove_poco.so",
+                     "usr/share/lintian/overrides/libnetrove0", "usr/share/netrove/messages/en.txt"})));
 }
 
 TEST_F(Packages, ToolPackageHoldsTheProgramWithItsPages) {
-    std::vector<std::string> expected =
-        with("netrove", {"usr/bin/netrove", "usr/share/bash-completion/completions/netrove",
-                         "usr/share/fish/vendor_completions.d/netrove.fish", "usr/share/man/man1/netrove.1.gz",
-                         "usr/share/zsh/vendor-completions/_netrove"});
+    std::vector<std::string> expected = with(
+        "netrove", {"usr/bin/netrove", kLib + "netrove/libnetrove_demo.so",
+                    "usr/share/bash-completion/completions/netrove", "usr/share/fish/vendor_completions.d/netrove.fish",
+                    "usr/share/man/man1/netrove.1.gz", "usr/share/zsh/vendor-completions/_netrove"});
     for (const char* command : {"get", "save", "send", "batch", "proxy", "describe", "demo", "help"}) {
         expected.push_back("usr/share/man/man1/netrove-" + std::string(command) + ".1.gz");
     }

@@ -2,8 +2,8 @@
 
 #include "cli/batch/manifest/ContentDigest.h"
 #include "cli/failures/CliFailure.h"
+#include "cli/system/Checksum.h"
 
-#include <Poco/Checksum.h>
 #include <nlohmann/json.hpp>
 
 #include <array>
@@ -22,10 +22,8 @@ constexpr int kHexadecimal = 16;
 constexpr std::size_t kSumLength = 8; // digits
 
 std::string checksum(std::string_view text) {
-    Poco::Checksum sum(Poco::Checksum::TYPE_CRC32);
-    sum.update(text.data(), static_cast<unsigned>(text.size()));
     std::array<char, kSumLength + 1> digits{};
-    std::snprintf(digits.data(), digits.size(), "%08x", sum.checksum());
+    std::snprintf(digits.data(), digits.size(), "%08x", checksumOf(text));
     return digits.data();
 }
 

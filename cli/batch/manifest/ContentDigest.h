@@ -1,8 +1,7 @@
 // Digests that stand for texts: of lines, names and identifiers.
 #pragma once
 
-#include <Poco/SHA2Engine.h>
-
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,28 +9,17 @@
 
 namespace netrove::cli {
 
-// Each part after its length, so that no two lists of parts make the same text.
+// SHA-256 of all parts, each after its length, so that no two lists of parts make the same text.
 class ContentDigest {
 public:
-    void add(std::string_view part) {
-        Engine.update(std::to_string(part.size()) + ":");
-        Engine.update(part.data(), part.size());
-    }
-    // The number at a place from 0 to 3. Adding ends with the first call.
-    std::uint64_t value(std::size_t place = 0) {
-        if (Bytes.empty()) {
-            Bytes = Engine.digest();
-        }
-        std::uint64_t result = 0;
-        for (std::size_t i = 0; i < sizeof result; ++i) {
-            result = result << 8 | Bytes[place * sizeof result + i];
-        }
-        return result;
-    }
+    void add(std::string_view part);
+    // The number at a place from 0 to 3, of the parts so far.
+    std::uint64_t value(std::size_t place = 0);
 
 private:
-    Poco::SHA2Engine Engine{Poco::SHA2Engine::SHA_256};
-    Poco::DigestEngine::Digest Bytes;
+    std::string Parts;
+    std::array<unsigned char, 32> Bytes{};
+    bool Known = false; // Bytes are those of Parts
 };
 
 } // namespace netrove::cli

@@ -1,10 +1,9 @@
 #include "cli/batch/manifest/ManifestSource.h"
 
 #include "cli/failures/CliFailure.h"
+#include "cli/system/Checksum.h"
 #include "cli/system/Signals.h"
 #include "vantik/Failure.h"
-
-#include <Poco/Checksum.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -29,12 +28,6 @@ int opened(const std::string& file, const std::string& name) {
         failSystem(failure::kFileNotRead, name, errno);
     }
     return descriptor;
-}
-
-std::uint32_t checksum(std::string_view text) {
-    Poco::Checksum sum(Poco::Checksum::TYPE_CRC32);
-    sum.update(text.data(), static_cast<unsigned>(text.size()));
-    return sum.checksum();
 }
 
 [[noreturn]] void failInterrupted() {
@@ -154,7 +147,7 @@ std::size_t ManifestSource::readFirst(std::span<char> room) {
         Block.resize(readBlock(Block, Read));
         BlockTaken = 0;
         Read += Block.size();
-        Sums.push_back(checksum(Block));
+        Sums.push_back(checksumOf(Block));
         Read <= kLongestHeld ? Held += Block : Held = {};
     }
     return takeBlock(room);
@@ -167,7 +160,7 @@ std::size_t ManifestSource::readAgain(std::span<char> room) {
             Block = Held.substr(Read, length);
         } else {
             Block.resize(length);
-            if (readBlock(Block, Read) != length || checksum(Block) != Sums.at(Read / kBlock)) {
+            if (readBlock(Block, Read) != length || checksumOf(Block) != Sums.at(Read / kBlock)) {
                 fail(failure::kFileNotRead, {Name, "it has changed"},
                      Name + " has changed since it was checked; run the same command again");
             }

@@ -1,5 +1,9 @@
 // Hosts of identifiers: names, their form in ASCII, and addresses.
+#include "embedded/iri/IriHost.h"
+
 #include "IriHelpers.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
 #include <gtest/gtest.h>
 
@@ -32,6 +36,20 @@ TEST(IriHost, NamesBecomeAscii) {
         EXPECT_EQ(ascii(IRI(value.toAsciiString(false))), ascii(value)); // its own form is read back
     }
     static_assert(static_cast<int>(IRI::Encoding::Ascii) == 3); // callers name it by its number
+}
+
+// Names of letters, digits and hyphens are mapped without ICU.
+TEST(IriHost, PlainNamesBecomeWhatIcuMakesOfThem) {
+    const std::u16string label(63, u'a');
+    const std::u16string longest = label + u"." + label + u"." + label + u"." + std::u16string(61, u'b');
+    ASSERT_EQ(longest.size(), 253U);
+    for (const std::u16string& name :
+         {std::u16string(u"Example.COM"), std::u16string(u"a"), std::u16string(u"127.0.0.1"), std::u16string(u"0.x-1"),
+          std::u16string(u"-a-.B-"), std::u16string(u"a--b.c"), std::u16string(u"a-.--"), label, longest}) {
+        std::uint32_t errors = 0;
+        const std::u16string mapped = netrove::lateCalls<netrove::IcuCalls>().hostName(name, errors);
+        EXPECT_EQ(vantik::detail::hostToAscii(name, 0), std::string(mapped.begin(), mapped.end()));
+    }
 }
 
 TEST(IriHost, Ipv6AddressesStandInBrackets) {

@@ -1,6 +1,8 @@
 #include "host/Text.h"
 
 #include "embedded/text/TextConversion.h"
+#include "late/IcuCalls.h"
+#include "late/LateLibrary.h"
 
 #include <gtest/gtest.h>
 
@@ -93,6 +95,19 @@ TEST(NamedConverter, Windows1252HasItsOwnLettersBetween80And9F) {
         EXPECT_EQ(convert("windows-1252", std::u16string(1, static_cast<char16_t>(c))),
                   std::string(1, static_cast<char>(c)))
             << c;
+    }
+}
+
+// ASCII in these encodings is written without ICU.
+TEST(NamedConverter, WritesAsciiAsIcuDoes) {
+    std::u16string text;
+    for (char16_t c = 0; c < 0x80; ++c) {
+        text += c;
+    }
+    for (const std::string encoding : {"UTF-8", "utf-8", "windows-1252", "ISO-8859-1", "US-ASCII"}) {
+        const std::string written = codecvt_ustring_to_string(encoding, false).convert(text);
+        EXPECT_EQ(written, netrove::lateCalls<netrove::IcuCalls>().encode(text, encoding).Text) << encoding;
+        EXPECT_EQ(written.size(), text.size());
     }
 }
 

@@ -1,4 +1,7 @@
-#include "cli/demo/DemoServer.h"
+#include "cli/demo/DemoCalls.h"
+
+#include "cli/demo/DemoContent.h"
+#include "late/LateLibrary.h"
 
 #include <Poco/Event.h>
 #include <Poco/Net/HTTPRequestHandler.h>
@@ -8,7 +11,7 @@
 #include <Poco/Net/HTTPServerRequest.h>
 #include <Poco/Net/HTTPServerResponse.h>
 #include <Poco/Net/ServerSocket.h>
-#include <Poco/SHA2Engine.h>
+#include <Poco/Net/StreamSocket.h>
 
 #include <algorithm>
 #include <iostream>
@@ -51,10 +54,10 @@ public:
             return upload(request, response);
         }
         if (path == "/file") {
-            return file(response, DemoServer::kFileSize);
+            return file(response, kDemoFileSize);
         }
         if (path == "/half") {
-            return file(response, DemoServer::kFileSize / 2);
+            return file(response, kDemoFileSize / 2);
         }
         if (path == "/silent") {
             Released.tryWait(kLongestWaitMs);
@@ -79,11 +82,11 @@ private:
 
     void file(HTTPServerResponse& response, std::size_t size) {
         response.setContentType("application/octet-stream");
-        response.setContentLength64(static_cast<Poco::Int64>(DemoServer::kFileSize));
+        response.setContentLength64(static_cast<Poco::Int64>(kDemoFileSize));
         std::ostream& out = response.send();
         writePattern(out, 0, size);
         out.flush();
-        if (size < DemoServer::kFileSize) {
+        if (size < kDemoFileSize) {
             Released.tryWait(kLongestWaitMs);
         }
     }
@@ -109,41 +112,48 @@ Poco::Net::HTTPServerParams::Ptr parameters() {
     return result;
 }
 
-} // namespace
+class Server : public DemoPeer {
+public:
+    Server() { Listener.start(); }
+    ~Server() override {
+        release();
+        Listener.stopAll(true);
+        Threads.joinAll();
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+    std::uint16_t port() const override { return Socket.address().port(); }
+    void release() override { Released.set(); }
 
-struct DemoServer::Content {
+private:
     Poco::Event Released{Poco::Event::EVENT_MANUALRESET};
     Poco::Net::ServerSocket Socket{Poco::Net::SocketAddress("127.0.0.1", 0)};
     Poco::ThreadPool Threads{2, 16};
-    Poco::Net::HTTPServer Server{new Factory(Released), Threads, Socket, parameters()};
+    Poco::Net::HTTPServer Listener{new Factory(Released), Threads, Socket, parameters()};
 };
 
-DemoServer::DemoServer() : Inside(std::make_unique<Content>()) {
-    Inside->Server.start();
+class ClosedPort : public DemoPeer {
+public:
+    ClosedPort() { Socket.bind(Poco::Net::SocketAddress("127.0.0.1", 0)); }
+    std::uint16_t port() const override { return Socket.address().port(); }
+
+private:
+    struct BoundSocket : Poco::Net::StreamSocket {
+        void bind(const Poco::Net::SocketAddress& address) { impl()->bind(address); }
+    };
+    BoundSocket Socket;
+};
+
+std::unique_ptr<DemoPeer> server() {
+    return std::make_unique<Server>();
 }
 
-DemoServer::~DemoServer() {
-    release();
-    Inside->Server.stopAll(true);
-    Inside->Threads.joinAll();
+std::unique_ptr<DemoPeer> closedPort() {
+    return std::make_unique<ClosedPort>();
 }
 
-std::string DemoServer::url(const std::string& path) const {
-    return "http://127.0.0.1:" + std::to_string(Inside->Socket.address().port()) + path;
-}
+} // namespace
 
-void DemoServer::release() {
-    Inside->Released.set();
-}
-
-char patternByte(std::size_t position) {
-    return static_cast<char>((position * 31 + (position >> 8) * 7 + (position >> 16)) & 0xFF);
-}
-
-std::string digestOf(const std::string& bytes) {
-    Poco::SHA2Engine engine(Poco::SHA2Engine::SHA_256);
-    engine.update(bytes);
-    return Poco::DigestEngine::digestToHex(engine.digest());
-}
+NETROVE_LATE_CALLS(DemoCalls, server, closedPort)
 
 } // namespace netrove::cli
