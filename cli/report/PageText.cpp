@@ -15,6 +15,9 @@ constexpr std::string_view kHex = "0123456789ABCDEF";
 constexpr std::string_view kPlainInUrl = "-._~,/:";
 
 std::string csvCell(const std::string& text) {
+    if (text.find_first_of("=+-@\t") == 0) { // a formula for a spreadsheet, out of a URL; numbers here are not negative
+        return csvCell("'" + text);
+    }
     if (text.find_first_of(",\"\r\n") == std::string::npos) {
         return text;
     }

@@ -178,6 +178,7 @@ TEST(PageText, IsShort) {
     EXPECT_EQ(html("<a href=\"x\">&\x1b"), "&lt;a href=&quot;x&quot;&gt;&amp;\\x1B");
     EXPECT_THAT(csvLink("n", {{"a", "b,\"c\""}}),
                 HasSubstr("data:text/csv;charset=utf-8,a,%22b,%22%22c%22%22%22%0D%0A"));
+    EXPECT_THAT(csvLink("n", {{"=1+1:80", "2"}}), HasSubstr("data:text/csv;charset=utf-8,%27%3D1%2B1:80,2%0D%0A"));
 }
 
 } // namespace
