@@ -103,8 +103,10 @@ bool fits(std::string_view entry, std::string_view host, std::uint16_t port) {
     if (place.Host.starts_with('.')) {
         return endsWith(host, place.Host);
     }
-    const auto address = addressOf(host);
-    return ci_is_equal(host, place.Host) || (!address.empty() && address == addressOf(place.Host));
+    if (const auto address = addressOf(host); !address.empty()) {
+        return address == addressOf(place.Host); // has no names below it
+    }
+    return ci_is_equal(host, place.Host) || endsWith(host, "." + std::string(place.Host));
 }
 
 bool isExcepted(std::string_view question, const char* variable) {

@@ -22,7 +22,7 @@ constexpr EnvironmentRow kEnvironment[] = {
     {"NETROVE_SHARDS", "number of parts of a batch run under GNU parallel; PARALLEL_SEQ says which part"},
     {"XDG_CONFIG_HOME", "folder of netrove/config, the configuration file; ~/.config if not set"},
     {"http_proxy, https_proxy, all_proxy", "proxy as [SCHEME://]HOST:PORT, if --proxy is auto; http_proxy applies to https too unless one of the others is set. HTTP_PROXY in capitals is never used"},
-    {"no_proxy", "hosts reached without a proxy, separated by commas: NAME is that host only, .NAME those below it, * every host"},
+    {"no_proxy", "hosts reached without a proxy, separated by commas: NAME is that host and those below it, .NAME only those below it, * every host"},
     {"NO_COLOR", "if set and not empty, no colours unless --color is always"},
     {"LC_ALL, LC_MESSAGES, LANG", "language of the messages"},
     {"VANTIK_MESSAGES_PATH", "additional folder of message files"},

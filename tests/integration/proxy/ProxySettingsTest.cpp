@@ -38,7 +38,7 @@ const Row kRows[] = {
     {"LoopbackIsNotAnException", {{"http_proxy", kProxy}}, "http://127.0.0.1/", "proxy.corp 1"},
     {"ExceptionByName", {{"http_proxy", kProxy}, {"no_proxy", "b.corp, a.corp"}}, "http://a.corp/", kDirect},
     {"ExceptionOfOthers", {{"http_proxy", kProxy}, {"no_proxy", "b.corp"}}, "http://a.corp/", "proxy.corp 1"},
-    {"ExceptionByNameIsNotForThoseBelow", {{"http_proxy", kProxy}, {"no_proxy", "a.corp"}}, "http://www.a.corp/", "proxy.corp 1"},
+    {"ExceptionByNameIsForThoseBelow", {{"http_proxy", kProxy}, {"no_proxy", "a.corp"}}, "http://www.a.corp/", kDirect},
     {"ExceptionByDomainIsNotForItself", {{"http_proxy", kProxy}, {"no_proxy", ".a.corp"}}, "http://a.corp/", "proxy.corp 1"},
     {"ExceptionByEnding", {{"http_proxy", kProxy}, {"no_proxy", "*a.corp"}}, "http://a.corp/", kDirect},
     {"ExceptionByEndingIsForThoseBelow", {{"http_proxy", kProxy}, {"no_proxy", "*a.corp"}}, "http://www.a.corp/", kDirect},
