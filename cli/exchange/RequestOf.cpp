@@ -61,6 +61,22 @@ netrove::Proxy proxyOf(const Settings& settings) {
     return proxy;
 }
 
+// Those of a file for each request of an attempt. What a server has set on the way is sent by libcurl, in the place of
+// one that the file has.
+std::function<std::string(const std::string&, const netrove::Response*)>
+cookiesOf(const std::shared_ptr<const CookieJar>& file) {
+    return [file, left = CookieJar()](const std::string& url, const netrove::Response* redirect) mutable {
+        if (redirect == nullptr) {
+            left = *file;
+        } else {
+            for (const std::string& value : redirect->fields.all("Set-Cookie")) {
+                left.forgetReplaced(value, redirect->url);
+            }
+        }
+        return left.headerFor(url, std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+    };
+}
+
 // A field of -H counts more than the option that stands for it.
 void addNamedFields(netrove::Fields& fields, const Settings& settings) {
     const auto add = [&](const char* name, const std::optional<std::string>& value) {
@@ -75,10 +91,8 @@ void addNamedFields(netrove::Fields& fields, const Settings& settings) {
     for (const std::string& cookie : settings.Cookies) {
         cookies += (cookies.empty() ? "" : "; ") + cookie;
     }
-    if (settings.CookiesOfFile) {
-        const std::string more = settings.CookiesOfFile->headerFor(
-            settings.Url, std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
-        cookies += (cookies.empty() || more.empty() ? "" : "; ") + more;
+    if (settings.CookiesOfFile && !fields.contains("Cookie")) {
+        request.cookies = cookiesOf(settings.CookiesOfFile);
     }
     add("Cookie", cookies.empty() ? std::nullopt : std::optional(cookies));
 }
@@ -126,6 +140,9 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     for (const std::string& name : settings.RemovedFields) {
         request.fields.set(name, "");
     }
+        if (equalsIgnoringCase(name, "Cookie")) {
+            request.cookies = nullptr;
+        }
     request.login = loginOf(settings);
     request.proxy = proxyOf(settings);
     request.limits.connect = limitOf(settings.ConnectTimeout);

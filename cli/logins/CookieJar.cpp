@@ -64,6 +64,21 @@ bool isAddress(std::string_view host) {
     return host.starts_with('[') || host.find_first_not_of("0123456789.") == host.npos;
 }
 
+// Where what is secure may go without TLS, as in curl and browsers: it does not leave the machine.
+bool isLoopback(std::string_view host) {
+    return host == "localhost" || host == "127.0.0.1" || host == "[::1]";
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t");
+    return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// "/a/b" of "/a/b/" and "/a/b".
+std::string_view withoutEnd(std::string_view path) {
+    return path.size() > 1 && path.ends_with('/') ? path.substr(0, path.size() - 1) : path;
+}
+
 bool matchesHost(const Cookie& cookie, std::string_view host) {
     if (host == cookie.Domain) {
         return true;
@@ -105,7 +120,7 @@ std::string CookieJar::headerFor(std::string_view url, Time now) const {
     for (const Cookie& cookie : Cookies) {
         const bool alive = cookie.Expires == 0 || cookie.Expires > now.time_since_epoch().count();
         if (alive && matchesHost(cookie, parts.Host) && matchesPath(cookie.Path, path) &&
-            (!cookie.Secure || parts.Scheme == "https")) {
+            (!cookie.Secure || parts.Scheme == "https" || isLoopback(parts.Host))) {
             chosen.push_back(&cookie);
         }
     }
@@ -116,6 +131,36 @@ std::string CookieJar::headerFor(std::string_view url, Time now) const {
         value += (value.empty() ? "" : "; ") + cookie->Name + "=" + cookie->Value;
     }
     return value;
+}
+
+// One cookie replaces another of the same name, domain and path (RFC 6265, section 5.3).
+void CookieJar::forgetReplaced(std::string_view setCookie, std::string_view url) {
+    const UrlParts parts = splitUrl(url);
+    const std::size_t end = std::min(setCookie.find(';'), setCookie.size());
+    const std::string_view name = trimmed(setCookie.substr(0, std::min(setCookie.find('='), end)));
+    std::string domain = parts.Host;
+    const std::size_t slash = parts.Path.rfind('/');
+    std::string path = slash == parts.Path.npos || slash == 0 ? "/" : parts.Path.substr(0, slash);
+    for (std::size_t start = end + 1; start < setCookie.size();) {
+        const std::size_t next = std::min(setCookie.find(';', start), setCookie.size());
+        const std::string_view attribute = setCookie.substr(start, next - start);
+        const std::size_t sign = attribute.find('=');
+        start = next + 1;
+        if (sign == attribute.npos) {
+            continue;
+        }
+        const std::string_view word = trimmed(attribute.substr(0, sign));
+        const std::string_view value = trimmed(attribute.substr(sign + 1));
+        if (equalsIgnoringCase(word, "Domain") && !value.empty()) {
+            domain = lowered(value.substr(value.starts_with('.') ? 1 : 0));
+        } else if (equalsIgnoringCase(word, "Path") && value.starts_with('/')) {
+            path = value;
+        }
+    }
+    std::erase_if(Cookies, [&](const Cookie& cookie) {
+        return cookie.Name == name && cookie.Domain == domain && withoutEnd(cookie.Path) == withoutEnd(path) &&
+               matchesHost(cookie, parts.Host);
+    });
 }
 
 } // namespace netrove::cli

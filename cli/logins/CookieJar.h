@@ -33,6 +33,9 @@ public:
     // The value of Cookie for a request, "a=1; b=2", those with longer paths first; empty for none.
     std::string headerFor(std::string_view url, Time now) const;
 
+    // Forgets the one that a server replaces by a field Set-Cookie of its response to the request for `url`.
+    void forgetReplaced(std::string_view setCookie, std::string_view url);
+
     const std::vector<Cookie>& cookies() const { return Cookies; }
 
 private:

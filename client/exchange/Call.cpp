@@ -154,11 +154,11 @@ Response Call::attempt() {
         Now.toSend = upload.toSend;
         report();
     };
+    Response response;
     for (bool first = true;; first = false) {
         if (Tools.Stopped) {
             throw stopped();
         }
-        Response response;
         if (!hop(current, chain, response, first)) {
             return response;
         }
@@ -170,6 +170,8 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool 
     if (BeforeEach) {
         BeforeEach(sent);
     }
+    addCookies(sent, first ? nullptr : &response);
+    response = {};
     if (!Asked.progress) {
         sent.progress = nullptr;
     }
@@ -222,6 +224,19 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool 
         throw failure.with(std::move(before), failure.sent() || chain.followed() > 0 || response.status != 0);
     }
     return false;
+}
+
+void Call::addCookies(Request& sent, const Response* redirect) const {
+    if (!Asked.cookies) {
+        return;
+    }
+    const std::string more = Asked.cookies(sent.url, redirect);
+    if (!isFieldValue(more)) {
+        failUsage("what `cookies` returned is not printable ASCII");
+    }
+    if (!more.empty()) {
+        sent.fields.add("Cookie", more);
+    }
 }
 
 Taker Call::takerFor(const Head& head, const Request& current, Response& response, Fate& fate) {

@@ -53,8 +53,10 @@ private:
     enum class Fate { None, Final, Failure, Followed };
 
     Response attempt();
-    // One request; true if a redirect is to be followed, which `current` is then.
+    // One request; true if a redirect is to be followed, which `current` is then. `response` is the one that led there,
+    // and becomes its own.
     bool hop(Request& current, RedirectChain& chain, Response& response, bool first);
+    void addCookies(Request& sent, const Response* redirect) const;
     Taker takerFor(const Head& head, const Request& current, Response& response, Fate& fate);
     Taker errorPage(Response& response) const;
     bool isFinalStatus(const Response& response, const Request& current) const;

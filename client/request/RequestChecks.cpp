@@ -153,6 +153,9 @@ void inherit(Request& own, const Request& other) {
     if (!own.trace) {
         own.trace = other.trace;
     }
+    if (!own.cookies) {
+        own.cookies = other.cookies;
+    }
     if (!own.rate) {
         own.rate = other.rate;
     }

@@ -140,6 +140,9 @@ struct Request {
     std::function<void(const Progress&)> progress = {};
     /// Called with each line of a head, and with what is decided.
     std::function<void(const TraceLine&)> trace = {};
+    /// Called before each request of an attempt with its URL; what it returns is added to the field Cookie. `redirect`
+    /// is the response that led there, null for the first request. What it throws ends the call.
+    std::function<std::string(const std::string& url, const Response* redirect)> cookies = {};
     std::shared_ptr<RateLimit> rate = {}; ///< how fast content may move; waits for it are no silence of the server
     /// Called by `save` with the head of the response before its content. What it throws ends the call.
     std::function<void(const Response& head)> onHead = {};

@@ -8,6 +8,10 @@ using namespace clitest;
 using RequestFields = ProgramFixture;
 using Sent = std::vector<std::pair<std::string, std::optional<std::string>>>; // nothing: it is not there
 
+std::string redirectTo(const std::string& location, const std::string& more = "") {
+    return "HTTP/1.1 302 Go\r\nLocation: " + location + "\r\n" + more + "Content-Length: 0\r\n\r\n";
+}
+
 struct Row {
     const char* Name;
     Words Arguments;
@@ -50,6 +54,14 @@ TEST_F(RequestFields, AreThoseOfTheirOptions) {
          {"get", "-b", "a=1; x=y", "-b", file("cookies"), "URL/p/q"},
          "GET /p/q",
          {{"Cookie", "a=1; x=y; b=2; "}}},
+        {"a field less than its cookies",
+         {"get", "-b", file("cookies"), "--remove-field", "cookie", "URL/p/q"},
+         "GET /p/q",
+         {{"Cookie", std::nullopt}}},
+        {"a field for cookies of a file",
+         {"get", "-b", file("cookies"), "-H", "Cookie: z=0", "URL/p/q"},
+         "GET /p/q",
+         {{"Cookie", "z=0; "}}},
         {"cookies of others", {"get", "-b", file("cookies"), "URL/"}, "GET /", {{"Cookie", std::nullopt}}},
         {"a token", {"get", "--bearer", "@" + file("token"), "URL"}, "GET /", {{"Authorization", "Bearer t0ken"}}},
         {"a token from the environment",
@@ -72,24 +84,41 @@ TEST_F(RequestFields, AreThoseOfTheirOptions) {
 }
 
 TEST_F(RequestFields, OfCredentialsStayWithTheFirstServer) {
-    writeFile(file("cookies"), "127.0.0.1\tFALSE\t/\tFALSE\t0\tb\t2\n");
     writeFile(file("netrc"), "machine 127.0.0.1 login me password secret\n");
     std::filesystem::permissions(file("netrc"), std::filesystem::perms::owner_read);
     const std::string challenge =
         "HTTP/1.1 401 Who\r\nWWW-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n";
-    for (const Words& option :
-         {Words{"--bearer", "t0ken"}, {"-b", "a=1"}, {"-b", file("cookies")}, {"--netrc-file", file("netrc")}}) {
+    for (const Words& option : {Words{"--bearer", "t0ken"}, {"-b", "a=1"}, {"--netrc-file", file("netrc")}}) {
         SCOPED_TRACE(option.at(1));
         const ScriptedServer other(answering(challenge));
-        const std::string redirect =
-            "HTTP/1.1 302 Go\r\nLocation: " + other.url("/b") + "\r\nContent-Length: 0\r\n\r\n";
-        const Exchanged run = runAgainst(answering(redirect), Words{"send", "-L"} + option + Words{"URL"});
+        const Exchanged run =
+            runAgainst(answering(redirectTo(other.url("/b"))), Words{"send", "-L"} + option + Words{"URL"});
         EXPECT_EQ(run.Status, 0) << run.Err;
         const Record seen = other.waitUntilDone();
         ASSERT_EQ(seen.Heads.size(), 1u);
         EXPECT_EQ(fieldValue(seen.Heads.at(0), "Authorization"), std::nullopt);
         EXPECT_EQ(fieldValue(seen.Heads.at(0), "Cookie"), std::nullopt);
     }
+}
+
+// The cookies of each URL, and of each place that a redirect leads to, whatever the port, as in curl.
+TEST_F(RequestFields, OfACookieFileAreChosenForEachRequest) {
+    writeFile(file("cookies"), "127.0.0.1\tFALSE\t/a\tFALSE\t0\tat\ta\n127.0.0.1\tFALSE\t/b\tFALSE\t0\tat\tb\n"
+                               "127.0.0.1\tFALSE\t/\tFALSE\t0\tall\t1\n127.0.0.1\tFALSE\t/\tFALSE\t1\told\t1\n"
+                               "[::1]\tFALSE\t/\tFALSE\t0\tsix\t6\n");
+    const ScriptedServer six(answering(response("6")), Pace::Whole, Family::IPv6);
+    const ScriptedServer other({step::expectHead(), step::send(redirectTo(six.url("/a"))), step::awaitPeerEnd()});
+    const Script first = {step::expectHead(),  step::send(response("0")),
+                          step::expectHead(),  step::send(redirectTo("/b/c", "Set-Cookie: all=2; Path=/\r\n")),
+                          step::expectHead(),  step::send(redirectTo(other.url("/a"))),
+                          step::awaitPeerEnd()};
+    const Exchanged run = runAgainst(first, {"get", "-b", "mine=1", "-b", file("cookies"), "URL/b", "URL/a"});
+    EXPECT_THAT(run, ended(0, "06", ""));
+    EXPECT_EQ(run.field("Cookie", 0), "mine=1; at=b; all=1; ");
+    EXPECT_EQ(run.field("Cookie", 1), "mine=1; at=a; all=1; ");
+    EXPECT_EQ(run.field("Cookie", 2), "all=2; mine=1; at=b; ");
+    EXPECT_EQ(fieldValue(other.waitUntilDone().Heads.at(0), "Cookie"), "all=2; at=a; ");
+    EXPECT_EQ(fieldValue(six.waitUntilDone().Heads.at(0), "Cookie"), "six=6; ");
 }
 
 TEST_F(RequestFields, OfCredentialsAreNotInTheListOfProcesses) {

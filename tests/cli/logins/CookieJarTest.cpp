@@ -45,6 +45,7 @@ TEST(CookieJar, SendsACookieWhereItBelongs) {
         {path, "http://h.org/", ""},
         {secure, "https://h.org/", "a=1"},
         {secure, "http://h.org/", ""},
+        {"localhost\tFALSE\t/\tTRUE\t0\ta\t1", "http://localhost:8080/", "a=1"},
         {"h.org\tFALSE\t/\tFALSE\t1000001\ta\t1", "http://h.org/", "a=1"},
         {"h.org\tFALSE\t/\tFALSE\t1000000\ta\t1", "http://h.org/", ""},
         {"h.org\tFALSE\t/\tFALSE\t0\ta\t", "http://h.org/", "a="},
@@ -57,6 +58,36 @@ TEST(CookieJar, SendsACookieWhereItBelongs) {
     };
     for (const Row& row : rows) {
         EXPECT_EQ(sent(row.Line, row.Url), row.Sent) << row.Line << row.Url;
+    }
+}
+
+TEST(CookieJar, ForgetsWhatAServerReplaces) {
+    const std::string all = ".h.org\tTRUE\t/\tFALSE\t0\ta\t1\nh.org\tFALSE\t/p/\tFALSE\t0\ta\t2\n";
+    struct {
+        const char* SetCookie;
+        const char* Url;
+        const char* Sent;
+    } const rows[] = {
+        {"b=9", "http://h.org/", "a=2; a=1"},
+        {"a=9", "http://h.org/", "a=2"}, // the path is that of the URL
+        {"a=9", "http://h.org", "a=2"},
+        {"a=9", "http://h.org/x", "a=2"},
+        {"a=9", "http://h.org/p/x", "a=1"},
+        {" a = 9 ; secure; PATH=/p ;x", "http://h.org/", "a=1"},
+        {"a=9; Path=/p/x", "http://h.org/", "a=2; a=1"},
+        {"a=9; Path=p", "http://h.org/", "a=2"},
+        {"a=9", "http://w.h.org/", "a=2; a=1"},
+        {"a=9;domain=.H.org", "http://w.h.org/", "a=2"},
+        {"a=9; Domain=h.org; Path=/p", "http://w.h.org/", "a=2; a=1"}, // not its own
+        {"a=9; Domain=h.org", "http://evil.org/", "a=2; a=1"},
+        {"", "http://h.org/", "a=2; a=1"},
+        {";", "http://h.org/", "a=2; a=1"},
+    };
+    for (const auto& [setCookie, url, left] : rows) {
+        CookieJar jar;
+        jar.load(all, "file");
+        jar.forgetReplaced(setCookie, url);
+        EXPECT_EQ(jar.headerFor("http://h.org/p/q", kNow), left) << setCookie << " of " << url;
     }
 }
 

@@ -193,6 +193,25 @@ INSTANTIATE_TEST_SUITE_P(
                    "to what is not a valid URL: http://[bad"}),
     [](const auto& info) { return info.param.Name; });
 
+TEST(Redirects, CookiesAreAskedForWithEachRequest) {
+    netrove::testing::Script script{redirect(302, "http://b.example/"), {.status = 503}, {.content = "done"}};
+    Client client({.retry = {.wait = std::chrono::milliseconds(1)}}, script.transport());
+    std::vector<std::string> asked;
+    const auto cookies = [&](const std::string& url, const Response* redirect) {
+        asked.push_back(url + (redirect != nullptr ? " after " + redirect->url : ""));
+        return "n=" + std::to_string(asked.size());
+    };
+    client.get("http://a.example/", {.fields = {{"Cookie", "mine=1"}}, .cookies = cookies});
+    EXPECT_THAT(asked,
+                ElementsAre("http://a.example/", "http://b.example/ after http://a.example/", "http://a.example/"));
+    const auto requests = script.requests();
+    EXPECT_THAT(requests.at(0).fields.all("Cookie"), ElementsAre("mine=1", "n=1"));
+    EXPECT_THAT(requests.at(1).fields.all("Cookie"), ElementsAre("n=2")) << "what was set by hand is not for others";
+    const auto broken = [](const std::string&, const Response*) { return "a\r\nb"; };
+    EXPECT_THROW(client.get("http://a.example/", {.cookies = broken}), Error);
+    EXPECT_EQ(script.requests().size(), 3u);
+}
+
 TEST(Redirects, TheSameUrlAgainIsFollowedAfterANewCookie) {
     netrove::testing::Script script{redirect(302, "/", {{"Set-Cookie", "seen=1"}}), {.content = "in"}};
     EXPECT_EQ(Client({}, script.transport()).get("http://a.example/").text(), "in");
