@@ -20,8 +20,10 @@
 #include <netrove/url.h>
 
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -68,27 +70,32 @@ void prepare(std::vector<Settings>& transfers, Console& console) {
     }
 }
 
+// What shows -v, and must outlive the clients; null where that was not asked for.
+std::unique_ptr<WireTrace> traceOf(const Settings& settings, const Console& console) {
+    if (settings.Verbose == 0 || settings.Debug != 0) {
+        return nullptr;
+    }
+    const auto write = [&console](const std::string& start, std::string_view text) {
+        [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, start + console.safe(text) + "\n");
+    };
+    const bool everything = settings.Verbose > 1;
+    return std::make_unique<WireTrace>(write, everything, everything || settings.TraceTime);
+}
+
 // get, save and send: all that waits ends with a signal.
 int runClient(std::vector<Settings>& transfers, Console& console) {
-    if (transfers.front().Parallel && transfers.size() > 1) {
+    const Settings& settings = transfers.front();
+    const std::unique_ptr<WireTrace> trace = traceOf(settings, console);
+    if (settings.Parallel && transfers.size() > 1) {
         struct {
             void interrupt() noexcept {} // whoever runs the transfers sees it
         } nobody;
         const SignalScope signals(nobody);
         prepare(transfers, console);
-        return runParallel(transfers, console);
+        return runParallel(transfers, console, trace.get());
     }
-    const Settings& settings = transfers.front();
-    netrove::Request defaults;
-    netrove::NetworkSettings network = networkSettings(settings);
-    std::optional<WireTrace> trace; // outlives the client
-    if (settings.Verbose != 0 && settings.Debug == 0) {
-        const bool everything = settings.Verbose > 1;
-        trace.emplace(console, everything, everything || settings.TraceTime);
-        defaults.trace = [&trace](const netrove::TraceLine& line) { trace->line(line); };
-        network.debug = 1;
-    }
-    netrove::Client client(std::move(defaults), netrove::networkTransport(network, warningsTo(console)));
+    netrove::Client client(tracedBy(trace.get()),
+                           netrove::networkTransport(networkSettings(settings), warningsTo(console)));
     const SignalScope signals(client);
     prepare(transfers, console);
     return runTransfers(client, transfers, console);

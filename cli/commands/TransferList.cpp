@@ -7,6 +7,7 @@
 #include "cli/failures/CliFailure.h"
 #include "cli/system/Signals.h"
 
+#include "cli/terminal/WireTrace.h"
 #include <netrove/descriptor.h>
 #include <netrove/outputfile.h>
 #include <netrove/pool.h>
@@ -181,7 +182,7 @@ int runTransfers(netrove::Client& client, const std::vector<Settings>& transfers
     return list.exitStatus();
 }
 
-int runParallel(const std::vector<Settings>& transfers, const Console& console) {
+int runParallel(const std::vector<Settings>& transfers, const Console& console, WireTrace* trace) {
     begin(transfers, console);
     const Settings& first = transfers.front();
     const int jobs =
@@ -190,7 +191,8 @@ int runParallel(const std::vector<Settings>& transfers, const Console& console) 
     WakeEvent ended;
     std::atomic<std::size_t> left = transfers.size();
     std::atomic<bool> failed = false;
-    netrove::Pool pool({.jobs = jobs, .perHost = first.ParallelMaxHost == 0 ? jobs : first.ParallelMaxHost}, {},
+    netrove::Pool pool({.jobs = jobs, .perHost = first.ParallelMaxHost == 0 ? jobs : first.ParallelMaxHost},
+                       tracedBy(trace),
                        [&] { return netrove::networkTransport(networkSettings(first), warningsTo(console)); });
     std::vector<std::future<void>> futures;
     for (const Settings& settings : transfers) {
@@ -204,6 +206,10 @@ int runParallel(const std::vector<Settings>& transfers, const Console& console) 
             own.Progress = false; // bars of several would run into one another
             failed = !list.run(client, own) || failed;
         }));
+            std::optional<WireTrace::Transfer> marked;
+            if (trace != nullptr) {
+                marked.emplace(*trace, own.UrlNumber + 1, own.Url);
+            }
     }
     while (left != 0) {
         if (waitReadable(ended.descriptor(), std::nullopt) == Waited::Interrupted) {

@@ -10,9 +10,11 @@
 
 namespace netrove::cli {
 
+class WireTrace;
+
 // Both return the exit status. Each failure is reported as it comes; what would make a second URL replace the file of a
-// first one is raised before anything is sent. The transfers end with a signal.
+// first one is raised before anything is sent. The transfers end with a signal. `trace` may be null.
 int runTransfers(netrove::Client& client, const std::vector<Settings>& transfers, const Console& console);
-int runParallel(const std::vector<Settings>& transfers, const Console& console);
+int runParallel(const std::vector<Settings>& transfers, const Console& console, WireTrace* trace);
 
 } // namespace netrove::cli

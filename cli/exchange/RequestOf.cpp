@@ -78,7 +78,8 @@ cookiesOf(const std::shared_ptr<const CookieJar>& file) {
 }
 
 // A field of -H counts more than the option that stands for it.
-void addNamedFields(netrove::Fields& fields, const Settings& settings) {
+void addNamedFields(netrove::Request& request, const Settings& settings) {
+    netrove::Fields& fields = request.fields;
     const auto add = [&](const char* name, const std::optional<std::string>& value) {
         if (value && !fields.contains(name)) {
             fields.add(name, *value);
@@ -135,14 +136,14 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
     for (const Field& field : settings.Fields) {
         request.fields.add(field.name, field.value);
     }
-    addNamedFields(request.fields, settings);
+    addNamedFields(request, settings);
     request.body = contentOf(settings, deadline);
     for (const std::string& name : settings.RemovedFields) {
         request.fields.set(name, "");
-    }
         if (equalsIgnoringCase(name, "Cookie")) {
             request.cookies = nullptr;
         }
+    }
     request.login = loginOf(settings);
     request.proxy = proxyOf(settings);
     request.limits.connect = limitOf(settings.ConnectTimeout);
@@ -176,7 +177,8 @@ void refuseSpentContent(const Settings& settings, const netrove::Response& head,
 }
 
 netrove::NetworkSettings networkSettings(const Settings& settings) {
-    return {settings.Simple, settings.Debug, settings.BufferSize};
+    const bool traced = settings.Verbose != 0 && settings.Debug == 0; // WireTrace takes what the class says
+    return {settings.Simple, traced ? 1 : settings.Debug, settings.BufferSize};
 }
 
 std::function<void(const std::string&, const std::string&)> warningsTo(const Console& console) {

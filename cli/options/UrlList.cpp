@@ -59,8 +59,9 @@ std::vector<Settings> settingsOfUrls(Settings asked) {
                   " times, and there " +
                   (urls.size() == 1 ? "is 1 URL" : "are " + std::to_string(urls.size()) + " URLs"));
     }
-    if (asked.Parallel && urls.size() > 1 && (asked.Verbose != 0 || asked.Debug != 0)) {
-        failUsage("--verbose and --debug show one transfer at a time; leave out --parallel");
+    if (asked.Parallel && urls.size() > 1 && asked.Debug != 0) {
+        failUsage(
+            "--debug shows one transfer at a time; leave out --parallel, or use --verbose, which marks its lines");
     }
     if (urls.size() > 1 && !asked.File.Sha256.empty()) {
         failUsage("--digest is that of one file; give one URL, or a sha256 in each line of a batch");

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <iostream>
 #include <iterator>
-#include <unistd.h>
+#include <utility>
 
 namespace netrove::cli {
 
@@ -46,6 +46,9 @@ bool ofCookies(std::string_view words) {
     return words.find("cookie") != words.npos || words.find("Cookie") != words.npos;
 }
 
+// What this thread does; 0: the only one.
+thread_local std::size_t transferNumber = 0;
+
 std::string timeOfDay() {
     using namespace std::chrono;
     const auto now = system_clock::now();
@@ -82,15 +85,24 @@ private:
     WireTrace& Trace;
 };
 
-WireTrace::WireTrace(const Console& console, bool everything, bool times)
-    : TheConsole(console), Everything(everything), Times(times), Buffer(std::make_unique<Words>(*this)),
+WireTrace::WireTrace(Writer writer, bool everything, bool times)
+    : Write(std::move(writer)), Everything(everything), Times(times), Buffer(std::make_unique<Words>(*this)),
       Previous(std::cout.rdbuf(Buffer.get())) {}
 
 WireTrace::~WireTrace() {
     std::cout.rdbuf(Previous);
-    if (Open != 0) {
-        write(Open, "");
-    }
+    endHead();
+}
+
+WireTrace::Transfer::Transfer(WireTrace& trace, std::size_t number, const std::string& url) : Trace(trace) {
+    transferNumber = number;
+    Trace.put('*', url);
+}
+
+WireTrace::Transfer::~Transfer() {
+    const std::lock_guard guard(Trace.Guard);
+    Trace.endHead();
+    transferNumber = 0;
 }
 
 void WireTrace::line(const netrove::TraceLine& line) {
@@ -106,20 +118,33 @@ void WireTrace::said(std::string_view text) {
 
 void WireTrace::put(char mark, std::string_view text) {
     const std::lock_guard guard(Guard);
-    if (Open != 0 && Open != mark) {
-        write(Open, ""); // the empty line at the end of a head
+    if (Open[transferNumber] != mark) {
+        endHead();
     }
-    Open = mark == '*' ? 0 : mark;
+    Open[transferNumber] = mark == '*' ? 0 : mark;
     write(mark, text);
 }
 
-void WireTrace::write(char mark, std::string_view text) const {
-    std::string line = Times ? timeOfDay() : "";
-    line += mark;
-    if (!text.empty()) {
-        line += ' ' + TheConsole.safe(text);
+// The empty line there.
+void WireTrace::endHead() {
+    if (const char mark = std::exchange(Open[transferNumber], 0); mark != 0) {
+        write(mark, "");
     }
-    [[maybe_unused]] const bool written = writeAll(STDERR_FILENO, line + "\n");
+}
+
+void WireTrace::write(char mark, std::string_view text) const {
+    std::string start = Times ? timeOfDay() : "";
+    start += transferNumber == 0 ? "" : "[" + std::to_string(transferNumber) + "] ";
+    start += mark;
+    Write(start + (text.empty() ? "" : " "), text);
+}
+
+netrove::Request tracedBy(WireTrace* trace) {
+    netrove::Request defaults;
+    if (trace != nullptr) {
+        defaults.trace = [trace](const netrove::TraceLine& line) { trace->line(line); };
+    }
+    return defaults;
 }
 
 bool matters(std::string_view words) {

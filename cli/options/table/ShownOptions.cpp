@@ -26,7 +26,7 @@ const OptionRow kShownOptions[] = {
      [](S& s, V) { s.Progress = true; }, {.OtherNames = "progress-bar"}},
     {"no-progress", 0, "", kTransfers, "show no progress",
      [](S& s, V) { s.Progress = false; }},
-    {"verbose", 'v', "", kSingle, "show on standard error what happens: the connection, its certificate, heads sent and received, proxies, redirects, retries. Credentials are masked. Twice: all that libcurl says, with times",
+    {"verbose", 'v', "", kSingle, "show on standard error what happens: the connection, its certificate, heads sent and received, proxies, redirects, retries. Credentials are masked. With --parallel each line begins with the number of its URL. Twice: all that libcurl says, with times",
      [](S& s, V) { s.Verbose = std::min(s.Verbose + 1, kMostVerbose); }, {.Common = kSingle}},
     {"trace-time", 0, "", kSingle, "put the time of day before each line of -v",
      [](S& s, V) { s.TraceTime = true; }},

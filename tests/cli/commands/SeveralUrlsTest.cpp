@@ -70,6 +70,8 @@ TEST_F(SeveralUrls, WhatCannotWorkIsRefusedBeforeAnythingIsSent) {
         {{"get", "URL/a", "file"}, "unexpected argument 'file' for get"},
         {{"send", "URL/a", "http://h/"}, "unexpected argument 'http://h/' for send"},
         {{"get", "-o", "a", "-O", "URL/x"}, "--output and --remote-name are given 2 times, and there is 1 URL"},
+        {{"get", "-Z", "--debug", "1", "URL/a", "URL/b"},
+         "--debug shows one transfer at a time; leave out --parallel, or use --verbose, which marks its lines"},
         {{"get", "-w", "%{http_cod}", "URL"}, "--write-out knows no '%{http_cod}'; did you mean %{http_code}?"},
     };
     for (const auto& [words, complaint] : rows) {
@@ -146,6 +148,19 @@ TEST_F(SeveralUrls, RunAtTheSameTime) {
     EXPECT_THAT(program.wait(), ended(0, "", ""));
     EXPECT_EQ(names(), (Words{"a", "b", "c"}));
     EXPECT_EQ(readFile(file("a")) + readFile(file("b")) + readFile(file("c")), "111");
+}
+
+TEST_F(SeveralUrls, AtTheSameTimeLinesOfTheTraceSayWhose) {
+    ScriptedServer server({waiting("1", response("x")), waiting("2", response("x"))});
+    Program program({"get", "-Z", "-v", server.url("/a"), server.url("/b")});
+    server.waitFor("1");
+    server.waitFor("2");
+    server.raise("all are there");
+    const Outcome ran = program.wait();
+    EXPECT_THAT(ran, ended(0, "xx",
+                           AllOf(HasSubstr("[1] * " + server.url("/a") + "\n"), HasSubstr("[1] > GET /a HTTP/1.1\n"),
+                                 HasSubstr("[2] * " + server.url("/b") + "\n"), HasSubstr("[2] > GET /b HTTP/1.1\n"),
+                                 HasSubstr("[2] < HTTP/1.1 200 OK\n"), Not(HasSubstr("\n* ")))));
 }
 
 TEST_F(SeveralUrls, ContentOfTransfersAtTheSameTimeDoesNotRunIntoOneAnother) {
