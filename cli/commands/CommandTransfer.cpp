@@ -49,7 +49,7 @@ std::string saveTarget(const Settings& settings) {
     if (settings.Target.empty()) {
         return fileNameFor(settings.Url);
     }
-    if (!isFolder(settings.Target)) {
+    if (!isTargetFolder(settings)) {
         return settings.Target;
     }
     return settings.Target + (settings.Target.ends_with('/') ? "" : "/") + fileNameFor(settings.Url);

@@ -2,12 +2,13 @@
 
 #include "cli/commands/Commands.h"
 #include "cli/commands/VerdictOf.h"
+#include "cli/exchange/FileTransfer.h"
 #include "cli/exchange/RequestOf.h"
 #include "cli/exchange/WriteOut.h"
 #include "cli/failures/CliFailure.h"
 #include "cli/system/Signals.h"
-
 #include "cli/terminal/WireTrace.h"
+
 #include <netrove/descriptor.h>
 #include <netrove/outputfile.h>
 #include <netrove/pool.h>
@@ -21,6 +22,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -83,7 +85,7 @@ void begin(const std::vector<Settings>& transfers, const Console& console) {
     if (transfers.size() == 1) {
         return emptyHeadFile(first.HeadFile);
     }
-    if (first.Command == Command::Save && !first.Target.empty() && !isFolder(first.Target)) {
+    if (first.Command == Command::Save && !first.Target.empty() && !isTargetFolder(first)) {
         failUsage("several URLs are saved into a folder, and '" + printable(first.Target) + "' is not one");
     }
     refuseSharedFiles(transfers);
@@ -204,12 +206,12 @@ int runParallel(const std::vector<Settings>& transfers, const Console& console, 
         futures.push_back(pool.submit(settings.Url, [&, onEnd](netrove::Client& client) {
             Settings own = settings;
             own.Progress = false; // bars of several would run into one another
-            failed = !list.run(client, own) || failed;
-        }));
             std::optional<WireTrace::Transfer> marked;
             if (trace != nullptr) {
                 marked.emplace(*trace, own.UrlNumber + 1, own.Url);
             }
+            failed = !list.run(client, own) || failed;
+        }));
     }
     while (left != 0) {
         if (waitReadable(ended.descriptor(), std::nullopt) == Waited::Interrupted) {

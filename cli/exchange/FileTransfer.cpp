@@ -28,13 +28,9 @@ void makeFolders(const std::string& folder) {
     }
 }
 
-// In the folder of --output-dir, which exists afterwards if it may be made.
-std::string placed(const std::string& target, const FileSettings& settings) {
-    const std::filesystem::path path = std::filesystem::path(settings.Folder) / target;
-    if (settings.MakeFolders && path.has_parent_path()) {
-        makeFolders(path.parent_path().string());
-    }
-    return path.string();
+// In the folder of --output-dir.
+std::filesystem::path placed(const std::string& target, const FileSettings& settings) {
+    return std::filesystem::path(settings.Folder) / target;
 }
 
 // The head goes into the file too, which only the command line does.
@@ -60,7 +56,7 @@ void reportSaved(const Exchange& exchange, const netrove::Response& response, co
     // Whoever named no file, and whose URL names none either, does not know where to look.
     const bool unnamed = settings.Command == Command::Save &&
                          (settings.File.RemoteName || !hasFileName(settings.Url)) &&
-                         (settings.Target.empty() || isFolder(settings.Target));
+                         (settings.Target.empty() || isTargetFolder(settings));
     if (unnamed || (console.errIsTerminal() && settings.Progress.value_or(true))) {
         console.note("saved " + target + " (" + sizeText(response.received) +
                      (there == 0 ? "" : ", " + sizeText(there) + " of them before") + ")");
@@ -75,9 +71,18 @@ void reportSaved(const Exchange& exchange, const netrove::Response& response, co
 
 } // namespace
 
+bool isTargetFolder(const Settings& settings) {
+    const std::string target = placed(settings.Target, settings.File).string();
+    return !settings.Target.empty() && (isFolder(target) || (settings.File.MakeFolders && target.ends_with('/')));
+}
+
 void toFile(Exchange& exchange, const std::string& given, bool replace) {
     const Settings& settings = exchange.TheSettings;
-    const std::string target = placed(given, settings.File);
+    const std::filesystem::path place = placed(given, settings.File);
+    if (settings.File.MakeFolders && place.has_parent_path()) {
+        makeFolders(place.parent_path().string());
+    }
+    const std::string target = place.string();
     if (settings.File.SkipExisting && !isFolder(target) && fileExists(target)) {
         exchange.TheConsole.note(target + " exists and is left as it is");
         return;

@@ -72,7 +72,7 @@ const OptionRow kFileOptions[] = {
      [](S& s, V) { s.File.RemoteTime = true; }},
     {"digest", 0, "sha256:HEX", kGet | kSave, "fail, and keep no file, unless the content has this SHA-256",
      takeDigest, {.OtherNames = "checksum"}},
-    {"output-dir", 0, "FOLDER", kGet | kSave | kBatch, "put the file into this folder; with batch, targets that are not absolute",
+    {"output-dir", 0, "FOLDER", kGet | kSave | kBatch, "put the file into this folder: targets are below it, unless they are absolute",
      [](S& s, V v) { s.File.Folder = nonEmpty("output-dir", v); }},
     {"create-dirs", 0, "", kGet | kSave | kBatch, "create missing folders for the targets",
      [](S& s, V) { s.File.MakeFolders = true; }},

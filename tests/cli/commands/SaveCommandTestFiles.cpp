@@ -187,6 +187,16 @@ TEST_F(SaveFiles, GoIntoTheirFolder) {
     EXPECT_EQ(readFile(file("a/b/f")), "abc");
     EXPECT_EQ(run(answering(response("d")), {"get", "--output-dir", "a", "-o", "g", "URL"}).Status, 0);
     EXPECT_EQ(readFile(file("a/g")), "d");
+    // A folder that is named is one below it, whatever there is here.
+    std::filesystem::create_directory(file("c"));
+    const Words there = {"save", "--output-dir", "a", "http://127.0.0.1:1/f", "b"};
+    EXPECT_THAT(testsupport::run(there, here()), ended(23, "", HasSubstr(": a/b/f exists; ")));
+    EXPECT_EQ(run(answering(response("e")), {"save", "--output-dir", "a", "URL/g", "b"}).Status, 0);
+    EXPECT_EQ(run(answering(response("f")), {"save", "--output-dir", "a", "URL/f", "c"}).Status, 0);
+    EXPECT_EQ(readFile(file("a/b/g")) + readFile(file("a/c")), "ef");
+    EXPECT_EQ(run(answering(response("g")), {"save", "--output-dir", "a", "--create-dirs", "URL/f", "new/"}).Status, 0);
+    EXPECT_EQ(readFile(file("a/new/f")), "g");
+    EXPECT_EQ(namesIn(file("c")), Words{});
 }
 
 TEST_F(SaveFiles, HaveTheDigestThatWasGiven) {
