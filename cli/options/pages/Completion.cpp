@@ -124,6 +124,7 @@ std::string zshValue(const OptionRow& row) {
     }
     const Values values = valuesOf(row);
     const std::string what = ":" + zshText(row.ValueName) + ":";
+    const std::string words = zshText(joined(values.Words));
     if (values.Files) {
         return what + "_files";
     }
@@ -134,9 +135,9 @@ std::string zshValue(const OptionRow& row) {
         return what + "{compset -P @ && _files}";
     }
     if (values.List) {
-        return what + "_values -s , scheme " + joined(values.Words);
+        return what + "_values -s , scheme " + words;
     }
-    return values.Words.empty() ? what : what + "(" + joined(values.Words) + ")";
+    return values.Words.empty() ? what : what + "(" + words + ")";
 }
 
 std::string zshOptions(unsigned commands) {
@@ -150,7 +151,7 @@ std::string zshOptions(unsigned commands) {
             text += "        " + shellQuoted("*-" + std::string(1, row.ShortName) + description) + "\n";
         }
         for (const std::string& name : longNames(row)) {
-            text += "        " + shellQuoted("*--" + name + description) + "\n";
+            text += "        " + shellQuoted("*--" + name + (row.ValueName.empty() ? "" : "=") + description) + "\n";
         }
     }
     return text + "        '(- *)'{-h,--help}'[print help]'\n";
@@ -185,7 +186,12 @@ std::string fishOption(const OptionRow& row) {
     if (values.Folders) {
         text += " -a '(__fish_complete_directories)'";
     }
-    if (!values.Words.empty()) {
+    if (values.FilesAfterAt) {
+        text += " -a '(__netrove_file_after_at)'";
+    }
+    if (values.List) {
+        text += " -a '(__fish_append , " + joined(values.Words) + ")'";
+    } else if (!values.Words.empty()) {
         text += " -a " + shellQuoted(joined(values.Words));
     }
     return text + " -d " + shellQuoted(row.Help) + "\n";
@@ -195,10 +201,25 @@ std::string fishOption(const OptionRow& row) {
 
 std::string bashCompletion() {
     std::string text = "# Completion for bash, made by 'netrove help bash'. " + std::string(kOrigin);
-    text += "_netrove() {\n"
-            "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command='' url='' i\n"
-            "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
-            "        case ${COMP_WORDS[i]} in\n"
+    text += "_netrove_colons() { # replies go in place of what follows the last colon\n"
+            "    [[ $COMP_WORDBREAKS != *:* || $word != *:* ]] || COMPREPLY=(\"${COMPREPLY[@]#\"${word%:*}:\"}\")\n"
+            "    [[ ${COMPREPLY[*]} != *// ]] || compopt -o nospace\n"
+            "}\n"
+            "_netrove() {\n"
+            "    # The words as the program gets them; bash breaks them at '=', ':' and '@' too.\n"
+            "    local line=${COMP_LINE:0:COMP_POINT} word before command='' url='' each\n"
+            "    local -a words\n"
+            "    read -r -a words <<< \"$line\"\n"
+            "    [[ $line != *[[:space:]] ]] || words+=('')\n"
+            "    word=${words[-1]}\n"
+            "    unset 'words[-1]'\n"
+            "    before=${words[-1]}\n"
+            "    if [[ $word == --*=* ]]; then\n"
+            "        before=${word%%=*}\n"
+            "        word=${word#*=}\n"
+            "    fi\n"
+            "    for each in \"${words[@]:1}\"; do\n"
+            "        case $each in\n"
             "        " +
             [] {
                 std::string pattern;
@@ -208,14 +229,12 @@ std::string bashCompletion() {
                 return pattern;
             }() +
             ")\n"
-            "            command=${COMP_WORDS[i]}\n"
+            "            command=$each\n"
             "            break\n"
             "            ;;\n"
             "        esac\n"
             "    done\n"
-            "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
-            "        [[ ${COMP_WORDS[i]} != *//* ]] || url=yes\n"
-            "    done\n"
+            "    [[ \" ${words[*]}\" != *//* ]] || url=yes\n"
             "    COMPREPLY=()\n"
             "    case $before in\n";
     for (const OptionRow& row : optionTable()) {
@@ -231,18 +250,19 @@ std::string bashCompletion() {
             text += std::string(" | -") + row.ShortName;
         }
         text += ")\n";
-        if (values.Files) {
-            text += "        mapfile -t COMPREPLY < <(compgen -f -- \"$word\")\n";
+        // Nothing offered means names of files.
+        if (values.FilesAfterAt) {
+            text += "        if [[ $word == *@* ]]; then\n"
+                    "            mapfile -t COMPREPLY < <(compgen -P @ -f -- \"${word#*@}\")\n"
+                    "            compopt -o filenames\n        fi\n";
         } else if (values.Folders) {
-            text += "        mapfile -t COMPREPLY < <(compgen -d -- \"$word\")\n";
-        } else if (values.FilesAfterAt) {
-            text += "        [[ $word != @* ]] || mapfile -t COMPREPLY < <(compgen -P @ -f -- \"${word#@}\")\n";
+            text += "        mapfile -t COMPREPLY < <(compgen -d -- \"$word\")\n        compopt -o filenames\n";
         } else if (values.List) {
             text += "        mapfile -t COMPREPLY < <(compgen -P \"${word%\"${word##*,}\"}\" -W " +
                     shellQuoted(joined(values.Words)) + " -- \"${word##*,}\")\n";
-        } else if (!values.Words.empty()) {
-            text +=
-                "        mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(joined(values.Words)) + " -- \"$word\")\n";
+        } else if (!values.Words.empty() && !values.Files) {
+            text += "        mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(joined(values.Words)) +
+                    " -- \"$word\")\n        _netrove_colons\n";
         }
         text += "        return\n        ;;\n";
     }
@@ -256,10 +276,9 @@ std::string bashCompletion() {
                     shellQuoted(joined(helpWords())) + " -- \"$word\")\n";
         }
         if (command.Url) {
-            // Nothing offered means names of files.
             text += std::string("        if [[ $word != -*") + (command.Target ? " && -z $url" : "") +
                     " ]]; then\n            mapfile -t COMPREPLY < <(compgen -W " + shellQuoted(kUrlSchemes) +
-                    " -- \"$word\")\n            compopt -o nospace 2> /dev/null\n        fi\n";
+                    " -- \"$word\")\n            _netrove_colons\n        fi\n";
         }
         text += "        ;;\n";
     }
@@ -274,7 +293,8 @@ std::string bashCompletion() {
 
 std::string zshCompletion() {
     std::string text = "#compdef netrove\n# Completion for zsh, made by 'netrove help zsh'. " + std::string(kOrigin);
-    text += "_netrove() {\n    local context state line\n    _arguments -C \\\n"
+    text += "_netrove() {\n    local context state line\n    local -a options=(\n" + zshOptions(kProgram) +
+            "    )\n    _arguments -C $options \\\n"
             "        '1:command:->command' \\\n        '*::arguments:->arguments'\n"
             "    case $state in\n    command)\n        local -a commands=(\n";
     for (const CommandRow& command : commandTable()) {
@@ -283,15 +303,19 @@ std::string zshCompletion() {
     text += "        )\n        _describe command commands\n        ;;\n    arguments)\n        case $words[1] in\n";
     for (const CommandRow& command : commandTable()) {
         const std::string rest = zshArguments(command);
-        text += "        " + std::string(command.Name) + ")\n            local -a options=(\n" +
-                zshOptions(command.Set) + "            )\n            _arguments -s $options " + rest + "\n" +
-                "            ;;\n";
+        text += "        " + std::string(command.Name) + ")\n            options=(\n" + zshOptions(command.Set) +
+                "            )\n            _arguments -s $options " + rest + "\n" + "            ;;\n";
     }
     return text + "        esac\n        ;;\n    esac\n}\n_netrove \"$@\"\n";
 }
 
 std::string fishCompletion() {
     std::string text = "# Completion for fish, made by 'netrove help fish'. " + std::string(kOrigin);
+    text += "function __netrove_file_after_at\n"
+            "    set -l word (commandline -ct | string replace -r '^--[^=]*=' '')\n"
+            "    string match -q '@*' -- $word\n"
+            "    and __fish_complete_path (string sub -s 2 -- $word) | string replace -r '^' '@'\n"
+            "end\n";
     const std::string before = "not __fish_seen_subcommand_from " + joined(commandWords());
     for (const OptionRow& row : optionTable()) {
         if ((row.Commands & kProgram) != 0) {
