@@ -1,24 +1,13 @@
 // A batch of large and small files that is killed again and again, at random moments, and does the rest each time:
 // nothing is under its name that is not whole, and nothing is fetched twice but what was on its way.
+#include "tests/cli/CountingServer.h"
 #include "tests/cli/ProgramFixture.h"
 
-#include <Poco/Net/HTTPRequestHandler.h>
-#include <Poco/Net/HTTPRequestHandlerFactory.h>
-#include <Poco/Net/HTTPServer.h>
-#include <Poco/Net/HTTPServerParams.h>
-#include <Poco/Net/HTTPServerRequest.h>
-#include <Poco/Net/HTTPServerRequestImpl.h>
-#include <Poco/Net/HTTPServerResponse.h>
-#include <Poco/Net/ServerSocket.h>
-#include <Poco/ThreadPool.h>
-
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -27,153 +16,11 @@ namespace {
 
 using namespace clitest;
 
-constexpr std::size_t kLarge = std::size_t{4} << 20;
-constexpr std::size_t kSmall = 3000;
 constexpr int kLargeFiles = 5;
 constexpr int kSmallFiles = 40;
 constexpr int kJobs = 4;
 const int kKills = testsupport::isSanitized() ? 12 : 50; // under sanitizers a start takes ten times as long
 constexpr std::size_t kHeaderLength = 30;                // of a journal
-// What a transfer may have on its way: in the buffers of both ends of its connection.
-constexpr std::uint64_t kOnItsWay = std::uint64_t{512} << 10;
-
-std::size_t lengthOf(const std::string& name) {
-    return name.starts_with('l') ? kLarge : kSmall;
-}
-
-std::string contentOf(const std::string& name) {
-    std::string content(lengthOf(name), '\0');
-    const auto start = std::hash<std::string>()(name);
-    for (std::size_t i = 0; i < content.size(); ++i) {
-        content[i] = static_cast<char>(start + i * 131 + (i >> 8));
-    }
-    return content;
-}
-
-// Sends no more than it is allowed to, so that the program is killed when so many bytes have gone out.
-class CountingServer {
-public:
-    CountingServer() {
-        Poco::Net::HTTPServerParams::Ptr parameters = new Poco::Net::HTTPServerParams;
-        parameters->setMaxThreads(kThreads);
-        Server.emplace(new Factory(*this), Threads, Socket, parameters);
-        Server->start();
-    }
-    ~CountingServer() {
-        beginRun(0);
-        Server->stopAll(true);
-        Threads.joinAll();
-    }
-    std::string url(const std::string& name) const {
-        return "http://127.0.0.1:" + std::to_string(Socket.address().port()) + "/" + name;
-    }
-
-    // Forgets the requests of the run before, and ends what is still sent to it. Requests of the new one say its
-    // number, since some of a killed program may still be on their way.
-    int beginRun(std::uint64_t allowed) {
-        const std::lock_guard lock(Guard);
-        ++Run;
-        Sent = 0;
-        Allowed = allowed;
-        Begins.clear();
-        Changed.notify_all();
-        return Run;
-    }
-    bool sentAll() const {
-        const std::lock_guard lock(Guard);
-        return Sent >= Allowed;
-    }
-    std::uint64_t sent() const {
-        const std::lock_guard lock(Guard);
-        return Sent;
-    }
-    // By name: where each request of this run began.
-    std::map<std::string, std::vector<std::size_t>> begins() const {
-        const std::lock_guard lock(Guard);
-        return Begins;
-    }
-
-private:
-    static constexpr int kThreads = 64;
-    static constexpr std::size_t kPiece = std::size_t{32} << 10;
-
-    class Handler : public Poco::Net::HTTPRequestHandler {
-    public:
-        explicit Handler(CountingServer& server) : Own(server) {}
-        void handleRequest(Poco::Net::HTTPServerRequest& request, Poco::Net::HTTPServerResponse& response) override {
-            static_cast<Poco::Net::HTTPServerRequestImpl&>(request).socket().setSendBufferSize(kPiece);
-            const std::string name = request.getURI().substr(1);
-            const std::string content = contentOf(name);
-            const std::string range = request.get("Range", "");
-            const int run = std::stoi(request.get("X-Run"));
-            const std::size_t first = range.empty() ? 0 : std::stoul(range.substr(sizeof "bytes=" - 1));
-            if (!range.empty()) {
-                EXPECT_EQ(request.get("If-Range", ""), "\"" + name + "\"");
-                if (first == content.size()) { // only its name is missing
-                    Own.begin(run, name, first);
-                    response.setStatusAndReason(Poco::Net::HTTPResponse::HTTP_REQUESTED_RANGE_NOT_SATISFIABLE);
-                    response.set("Content-Range", "bytes */" + std::to_string(content.size()));
-                    response.setContentLength(0);
-                    response.send();
-                    return;
-                }
-                response.setStatusAndReason(Poco::Net::HTTPResponse::HTTP_PARTIAL_CONTENT);
-                response.set("Content-Range", "bytes " + std::to_string(first) + "-" +
-                                                  std::to_string(content.size() - 1) + "/" +
-                                                  std::to_string(content.size()));
-            }
-            response.set("ETag", "\"" + name + "\"");
-            response.setContentLength64(static_cast<Poco::Int64>(content.size() - first));
-            Own.begin(run, name, first);
-            std::ostream& out = response.send();
-            for (std::size_t at = first; at < content.size() && out.good(); at += kPiece) {
-                const std::size_t length = std::min(kPiece, content.size() - at);
-                if (!Own.mayGo(run, length)) {
-                    response.setKeepAlive(false);
-                    return;
-                }
-                out.write(content.data() + at, static_cast<std::streamsize>(length)) << std::flush;
-            }
-        }
-
-    private:
-        CountingServer& Own;
-    };
-    class Factory : public Poco::Net::HTTPRequestHandlerFactory {
-    public:
-        explicit Factory(CountingServer& server) : Own(server) {}
-        Poco::Net::HTTPRequestHandler* createRequestHandler(const Poco::Net::HTTPServerRequest&) override {
-            return new Handler(Own);
-        }
-
-    private:
-        CountingServer& Own;
-    };
-
-    void begin(int run, const std::string& name, std::size_t first) {
-        const std::lock_guard lock(Guard);
-        if (run == Run) {
-            Begins[name].push_back(first);
-        }
-    }
-    // Waits until so much may be sent; false once the run is over.
-    bool mayGo(int run, std::size_t length) {
-        std::unique_lock lock(Guard);
-        Changed.wait(lock, [&] { return run != Run || Sent < Allowed; });
-        Sent += run == Run ? length : 0;
-        return run == Run;
-    }
-
-    mutable std::mutex Guard; // of what follows
-    std::condition_variable Changed;
-    int Run = 0;
-    std::uint64_t Sent = 0;
-    std::uint64_t Allowed = 0;
-    std::map<std::string, std::vector<std::size_t>> Begins;
-    Poco::Net::ServerSocket Socket{Poco::Net::SocketAddress("127.0.0.1", 0)};
-    Poco::ThreadPool Threads{kThreads, kThreads};
-    std::optional<Poco::Net::HTTPServer> Server;
-};
 
 class BatchKill : public ProgramFixture {
 protected:
@@ -184,7 +31,7 @@ protected:
     void writeManifest() {
         std::string text;
         const auto add = [&](const std::string& name) {
-            Contents[name] = contentOf(name);
+            Contents[name] = CountingServer::contentOf(name);
             text += Server.url(name) + " " + name + "\n";
         };
         for (int i = 0; i < kSmallFiles; ++i) {
@@ -290,7 +137,8 @@ TEST_F(BatchKill, EveryFileIsWholeAndNothingIsFetchedTwice) {
     runAndKill(2 * needed);
     sent += Server.sent();
     EXPECT_EQ(kept().size(), Contents.size());
-    const std::uint64_t most = (lists + 1) * needed + kKills * (kJobs * kOnItsWay + kSmallFiles * kSmall);
+    const std::uint64_t most =
+        (lists + 1) * needed + kKills * (kJobs * kOnItsWay + kSmallFiles * CountingServer::kSmall);
     std::printf("seed %u: %d lists of %llu bytes, %llu bytes sent, most %llu\n", seed, lists + 1,
                 static_cast<unsigned long long>(needed), static_cast<unsigned long long>(sent),
                 static_cast<unsigned long long>(most));

@@ -1,29 +1,16 @@
 // A batch where a person looks on.
 #include "tests/cli/batch/BatchFixture.h"
+#include "tests/support/process/Screen.h"
 
 namespace {
 
 using namespace batchtest;
+using testing::Each;
 
 class BatchOnATerminal : public BatchFixture {
 protected:
     Surroundings terminal(int columns) const { return {.Folder = Folder.path(), .Terminal = true, .Columns = columns}; }
     static Words batchWords() { return {"batch", "list", "--color", "never", "-j", "2"}; }
-
-    // What was drawn, without what moves the cursor.
-    static Words drawnLines(std::string text) {
-        for (const std::string code : {"\r", "\033[K", "\033[J", "\033[1A", "\033[2A", "\033[3A", "\033[4A"}) {
-            for (auto at = text.find(code); at != text.npos; at = text.find(code)) {
-                text.replace(at, code.size(), code == "\033[J" ? "\n" : ""); // which ends what is drawn at a time
-            }
-        }
-        Words lines;
-        std::istringstream all(text);
-        for (std::string line; std::getline(all, line);) {
-            lines.push_back(line);
-        }
-        return lines;
-    }
 };
 
 TEST_F(BatchOnATerminal, ShowsWhatRunsInPlaceOfResults) {
@@ -37,10 +24,10 @@ TEST_F(BatchOnATerminal, ShowsWhatRunsInPlaceOfResults) {
         const Outcome outcome = program.wait();
         EXPECT_THAT(outcome,
                     ended(0, AllOf(HasSubstr("1 of 2"), HasSubstr("  127.0.0.1:"), Not(HasSubstr("\"result\"")))));
-        for (const std::string& line : drawnLines(outcome.Out.substr(0, outcome.Out.find("netrove: note: ")))) {
-            EXPECT_LT(line.size(), static_cast<std::size_t>(columns)) << line;
-        }
-        EXPECT_THAT(outcome.Out, testing::ContainsRegex("\r\033\\[Jnetrove: note: 2 done; [^\033]*\r\n$"));
+        const auto end = outcome.Out.find("netrove: note: ");
+        EXPECT_LT(Screen(outcome.Out.substr(0, end)).Widest, static_cast<std::size_t>(columns));
+        EXPECT_THAT(Screen(outcome.Out).Lines, Each(StartsWith("netrove: note: "))) << "something is left";
+        EXPECT_THAT(outcome.Out.substr(end), StartsWith("netrove: note: 2 done; "));
     }
 }
 
@@ -57,9 +44,8 @@ TEST_F(BatchOnATerminal, TheDisplayFollowsTheTerminalsWidth) {
     EXPECT_EQ(outcome.Status, 0);
     const auto narrow = outcome.Out.rfind("\r[", outcome.Out.find("...x"));
     ASSERT_NE(narrow, std::string::npos);
-    for (const std::string& line : drawnLines(outcome.Out.substr(narrow, outcome.Out.find("netrove: note") - narrow))) {
-        EXPECT_LT(line.size(), 60U) << line;
-    }
+    EXPECT_LT(Screen(outcome.Out.substr(narrow, outcome.Out.find("netrove: note") - narrow)).Widest, 60U);
+    EXPECT_THAT(Screen(outcome.Out).Lines, Each(StartsWith("netrove: note: "))) << "something is left";
 }
 
 TEST_F(BatchOnATerminal, FailuresStandAboveTheDisplay) {

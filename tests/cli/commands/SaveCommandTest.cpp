@@ -54,8 +54,9 @@ TEST_F(SaveCommand, RefusesPipesAndMissingFolders) {
     expectRefused({"--force", "URL", "pipe"}, "FileNotWritten: pipe: not a regular file");
     expectRefused({"--force", "URL", "link"}, "FileNotWritten: link: not a regular file");
     EXPECT_TRUE(std::filesystem::is_fifo(file("pipe")));
-    expectRefused({"URL", "no/such/file"},
-                  "FileNotWritten: cannot write no/such/file: No such file or directory. Hint: create the folder first.");
+    expectRefused(
+        {"URL", "no/such/file"},
+        "FileNotWritten: cannot write no/such/file: No such file or directory. Hint: create the folder first.");
 }
 
 TEST_F(SaveCommand, KeepsAnErrorPageOnlyWhereAsked) {

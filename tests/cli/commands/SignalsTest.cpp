@@ -9,6 +9,7 @@
 namespace {
 
 using namespace clitest;
+using testing::ContainsRegex;
 
 class Signals : public ProgramFixture {
 protected:
@@ -72,6 +73,43 @@ TEST_F(Signals, EndTheProgramWhileNobodyReadsItsOutput) {
     expectInterrupted(program);
     close(ends[0]);
     close(ends[1]);
+}
+
+// The first content breaks off, so that there is some to lose; the second answer asks for a wait.
+TEST_F(Signals, EndTheProgramWhileItWaitsForTheNextTry) {
+    const std::string tag = "ETag: \"a\"\r\nAccept-Ranges: bytes\r\n";
+    const Script broken = {step::expectHead(), step::send(kOk + tag + "Content-Length: 5\r\n\r\nhel"), step::close()};
+    const Script busy = answering("HTTP/1.1 503 Busy\r\nRetry-After: 200\r\nContent-Length: 0\r\n\r\n");
+    struct {
+        Words Arguments;
+        Words Left;
+    } const rows[] = {
+        {{"get", "URL/f"}, {}},
+        {{"get", "-o", "f", "URL/f"}, {}},
+        {{"save", "URL/f"}, {}},
+        {{"save", "-C", "-", "URL/f"}, {"f.part", "f.part.json"}},
+        {{"send", "-X", "PUT", "-d", "x", "-o", "f", "URL/f"}, {}},
+    };
+    for (const auto& [words, left] : rows) {
+        for (const int number : {SIGINT, SIGTERM}) {
+            SCOPED_TRACE(words.at(0));
+            const ScriptedServer server({broken, busy});
+            Program program(withUrl(words, server) + Words{"--retry", "3", "--retry-delay", "1ms", "--color", "never"},
+                            onTerminal());
+            program.waitForOutput("netrove: note: the server answered 503 Busy for " + server.url("/f") +
+                                  "; next try at ");
+            program.signal(number);
+            const Outcome ran = program.wait();
+            EXPECT_EQ(ran.Status, 128 + number);
+            EXPECT_THAT(ran.Out, ContainsRegex("next try at [0-9]{2}:[0-9]{2}:[0-9]{2}, in 3 min 20 s\r\n"
+                                               "netrove: NETROVE:cli:Interrupted: interrupted\r\n$"));
+            EXPECT_EQ(names(), left);
+            EXPECT_EQ(server.connectionCount(), 2U);
+            for (const std::string& name : left) {
+                std::filesystem::remove(file(name));
+            }
+        }
+    }
 }
 
 TEST_F(Signals, AHangUpThatIsIgnoredStaysIgnored) {

@@ -1,5 +1,6 @@
 // What is different where a person looks on.
 #include "tests/cli/ProgramFixture.h"
+#include "tests/support/process/Screen.h"
 #include "tests/support/server/UnreachablePorts.h"
 
 namespace {
@@ -51,6 +52,44 @@ TEST_F(Terminal, ShowsTextAndNeverObeysTheServer) {
         EXPECT_THAT(runAgainst(answering(row.Answer), row.Arguments + Words{"--color", "never"}, onTerminal()),
                     ended(row.Status, row.Shown));
     }
+}
+
+// Drawn in place, within the terminal; at the end there are one line and the note. A speed limit makes it last.
+TEST_F(Terminal, ProgressFitsAndLeavesNothing) {
+    const std::string answer = response(std::string(60'000, 'x'));
+    const Words slowly = {"--limit-rate", "200k", "--color", "never", "URL"};
+    for (const int columns : {60, 80, 200}) {
+        for (const Words& words : {Words{"save", "--force"}, {"get", "-o", "download"}}) {
+            Surroundings around = onTerminal();
+            around.Columns = columns;
+            const Outcome ran = runAgainst(answering(answer), words + slowly, around);
+            EXPECT_EQ(ran.Status, 0);
+            EXPECT_GT(std::count(ran.Out.begin(), ran.Out.end(), '\r'), 3) << "it was drawn more than once";
+            const Screen screen(ran.Out);
+            EXPECT_LT(screen.Widest, static_cast<std::size_t>(columns));
+            EXPECT_THAT(screen.Lines,
+                        testing::ElementsAre(AllOf(StartsWith("received: "), HasSubstr("58.6 KiB of 58.6 KiB")),
+                                             "netrove: note: saved download (58.6 KiB)"));
+        }
+    }
+}
+
+TEST_F(Terminal, ProgressFollowsTheTerminalsWidth) {
+    ScriptedServer server({step::expectHead(),
+                           step::send(kOk + "Content-Length: 60000\r\n\r\n" + std::string(30'000, 'x')),
+                           step::await("resized"), step::send(std::string(30'000, 'x')), step::awaitPeerEnd()});
+    Surroundings around = onTerminal();
+    around.Columns = 200;
+    Program program({"save", "--limit-rate", "60k", "--color", "never", server.url()}, around);
+    program.waitForOutput("received: [");
+    program.resize(60);
+    server.raise("resized");
+    const Outcome ran = program.wait();
+    EXPECT_EQ(ran.Status, 0);
+    const Screen screen(ran.Out);
+    EXPECT_GT(screen.Widest, 60U);
+    ASSERT_EQ(screen.Lines.size(), 2U) << ran.Out;
+    EXPECT_LT(screen.Lines.front().size(), 60U);
 }
 
 TEST_F(Terminal, ShowsJsonIndentedAndHeadsInColour) {
