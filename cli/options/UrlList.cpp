@@ -13,18 +13,33 @@ namespace netrove::cli {
 
 namespace {
 
-[[noreturn]] void failUnexpected(const std::string& word, Command command) {
-    failUsage("unexpected argument '" + printable(maskRefusedUrl(word)) + "' for " +
-              (command == Command::Get    ? "get"
-               : command == Command::Save ? "save"
-                                          : "send"));
+bool hasScheme(const std::string& word) {
+    return word.find("://") != word.npos;
 }
 
-// The first word is a URL whatever it looks like; after that, what has no scheme is a file.
+[[noreturn]] void failUnexpected(const std::string& word, Command command) {
+    const std::string shown = printable(maskRefusedUrl(word));
+    const bool content = command == Command::Send && word.find('=') != word.npos && !hasScheme(word);
+    failUsage("unexpected argument '" + shown + "' for " +
+              (command == Command::Get    ? "get"
+               : command == Command::Save ? "save"
+                                          : "send") +
+              (content ? "; --body, --form and --json take content, as in --body " + shown : ""));
+}
+
+// The first word is a URL whatever it looks like; after that, what has no scheme is a file. The other way around is the
+// order of other programs.
 std::vector<std::string> filesAmong(const Settings& asked, std::vector<std::string>& urls) {
+    const std::vector<std::string>& words = asked.Words;
+    if (urls.empty() && words.size() > 1 && words.front().find(':') == std::string::npos && !hasScheme(words.front()) &&
+        hasScheme(words[1])) {
+        const std::string first = printable(maskRefusedUrl(words.front()));
+        failUsage("'" + first + "' is not a URL" +
+                  (asked.Command == Command::Save ? "; the file follows the URL: netrove save URL " + first : ""));
+    }
     std::vector<std::string> files;
-    for (const std::string& word : asked.Words) {
-        (urls.empty() || word.find("://") != word.npos ? urls : files).push_back(word);
+    for (const std::string& word : words) {
+        (urls.empty() || hasScheme(word) ? urls : files).push_back(word);
     }
     return files;
 }

@@ -90,6 +90,9 @@ void readNetrc(Settings& settings, const Console& console) {
             failUsage("--netrc needs HOME in the environment; name the file with --netrc-file");
         }
         file = *home + "/.netrc";
+        if (access(file.c_str(), F_OK) != 0) {
+            return; // as with curl: somebody without one has no logins
+        }
     }
     settings.NetrcLogins = std::make_shared<const Netrc>(readWhole(file), file);
     if (othersMayRead(file)) {

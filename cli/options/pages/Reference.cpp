@@ -67,7 +67,7 @@ std::string commandsOf(const OptionRow& row) {
         }
         names += (names.empty() ? "" : ", ") + std::string(command.Name);
     }
-    return all ? "all commands" : names;
+    return names.empty() ? "without a command" : all ? "all commands" : names;
 }
 
 std::string groupText(std::string_view group, std::size_t columns) {

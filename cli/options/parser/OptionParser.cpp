@@ -206,11 +206,46 @@ std::string takersOf(std::string_view name) {
 
 // What to write instead of an option that a command does not have.
 std::string alternative(std::string_view name, unsigned commands, const std::vector<std::string>& known) {
-    if (const std::string_view instead = insteadOf(name, commands); !instead.empty()) {
+    const std::string takers = takersOf(name);
+    const std::string_view instead = insteadOf(name, commands);
+    if (!instead.empty() && (commands != kAll || takers.empty())) { // without a command those that have it say more
         return "; " + std::string(instead);
     }
-    const std::string takers = takersOf(name);
     return takers.empty() ? suggestion(name, known) : "; " + takers;
+}
+
+bool isOption(std::string_view name, unsigned commands) {
+    return std::ranges::any_of(
+        optionTable(), [&](const OptionRow& row) { return (row.Commands & commands) != 0 && isNamed(row, name); });
+}
+
+// A method is not a command, but says what is wanted.
+std::string suggestedCommand(const std::string& word, const std::vector<std::string>& known) {
+    constexpr std::string_view methods[] = {"HEAD", "POST", "PUT", "PATCH", "DELETE", "OPTIONS"};
+    if (std::ranges::find(methods, word) != std::end(methods)) {
+        return "; did you mean send --method " + word + "?";
+    }
+    std::string lowered = word;
+    std::ranges::transform(lowered, lowered.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return suggestion(lowered, known);
+}
+
+unsigned setOf(Command kind) {
+    const auto found = std::ranges::find(commandTable(), kind, &CommandRow::Kind);
+    return found == commandTable().end() ? unsigned{kProgram} : found->Set;
+}
+
+// The parser takes "-4" for a number and thus for an argument.
+void refuseDigits(const Settings& settings) {
+    for (const std::string& word : settings.Words) {
+        if (word.size() == 2 && word.front() == '-' && std::isdigit(static_cast<unsigned char>(word.back())) != 0) {
+            const unsigned commands = setOf(settings.Command);
+            const auto command = std::ranges::find(commandTable(), settings.Command, &CommandRow::Kind);
+            failUsage("unknown option '" + word + "' for " + std::string(command->Name) +
+                      alternative(word, commands, {}));
+        }
+    }
 }
 
 // Names the first word that nothing in the table accepts.
@@ -221,6 +256,11 @@ std::string alternative(std::string_view name, unsigned commands, const std::vec
         std::find_if(left.begin(), left.end(), [](const std::string& word) { return word.starts_with('-'); });
     if (option != left.end()) {
         const std::string name = optionName(*option);
+        if (!chosen.empty() && isOption(name, commandSet(chosen.front()->get_name()))) {
+            const std::string command = chosen.front()->get_name();
+            failUsage("'" + name + "' is an option of " + command + " and comes after it: netrove " + command + " " +
+                      name);
+        }
         std::vector<std::string> known = {"--help"};
         for (const OptionRow& row : optionTable()) {
             if (chosen.empty() || (row.Commands & commandSet(chosen.front()->get_name())) != 0) {
@@ -247,7 +287,7 @@ std::string alternative(std::string_view name, unsigned commands, const std::vec
         failUsage("no command; try 'netrove get " + printable(maskRefusedUrl(left.front())) + "'");
     }
     const std::string& word = *found;
-    failUsage("unknown command '" + printable(maskRefusedUrl(word)) + "'" + suggestion(word, known));
+    failUsage("unknown command '" + printable(maskRefusedUrl(word)) + "'" + suggestedCommand(word, known));
 }
 
 // The part of a value that is secret.
@@ -275,11 +315,6 @@ std::string_view secretPart(const SecretValue& value) {
         break;
     }
     return {};
-}
-
-unsigned setOf(Command kind) {
-    const auto found = std::ranges::find(commandTable(), kind, &CommandRow::Kind);
-    return found == commandTable().end() ? unsigned{kProgram} : found->Set;
 }
 
 // The file that is named must be there, the usual one need not.
@@ -352,8 +387,10 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
     } catch (const CLI::ExtrasError&) {
         failOnExtras(app);
     } catch (const CLI::RequiredError& error) {
+        const std::string command = app.get_subcommands().front()->get_name();
         const bool url = std::string_view(error.what()).starts_with("URL");
-        failUsage(url ? "no URL; give it as in 'netrove get https://example.org/'" : firstLine(error.what()));
+        failUsage("no " + std::string(url ? "URL" : "list") + "; give it as in 'netrove " + command +
+                  (url ? " https://example.org/'" : " list.txt'"));
     } catch (const CLI::ArgumentMismatch& error) {
         const std::string text = error.what(); // begins with the option
         failUsage(text.substr(0, text.find(':')) + " needs a value");
@@ -368,6 +405,7 @@ ParseResult parseCommandLine(int argc, const char* const* argv, const std::strin
     if (result.Settings.Command == Command::None && !result.Settings.ShowVersion) {
         failUsage("no command; try 'netrove get URL', or 'netrove --help' for all of them");
     }
+    refuseDigits(result.Settings);
     const cli::Command command = result.Settings.Command;
     if (!result.Settings.ShowVersion &&
         (command == Command::Get || command == Command::Save || command == Command::Send)) {

@@ -42,13 +42,15 @@ void takeRange(S& s, V v) {
     s.Range = v;
 }
 
-// "sha256:HEX", or "sha256=HEX" as others write it.
+// "sha256:HEX", with another sign or a hyphen as others write it, or the digits alone, as sha256sum prints them.
 void takeDigest(S& s, V v) {
-    const std::string_view prefix =
-        std::string_view(v).substr(0, std::min(v.size(), std::string_view("sha256:").size()));
-    const std::string digits = v.substr(prefix.size());
-    if ((prefix != "sha256:" && prefix != "sha256=") || digits.size() != kSha256Digits ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
+    std::string_view digits = v;
+    for (const std::string_view name : {"sha256", "sha-256"}) {
+        const bool named =
+            v.starts_with(name) && v.size() > name.size() && (v[name.size()] == ':' || v[name.size()] == '=');
+        digits.remove_prefix(named ? name.size() + 1 : 0);
+    }
+    if (digits.size() != kSha256Digits || digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
         failValue("digest", v, "sha256: and 64 hexadecimal digits (the scheme of a login is --auth digest)");
     }
     s.File.Sha256 = digits;

@@ -11,6 +11,8 @@ namespace {
 constexpr std::string_view kAddresses = "addresses of both kinds are tried, and the first that answers is used";
 constexpr std::string_view kVersions =
     "leave it out: HTTP/2 is used where server and proxy offer it over TLS, otherwise HTTP/1.1";
+constexpr std::string_view kCookies = "cookies are not kept between runs";
+constexpr std::string_view kRoutes = "connections go by TCP to the addresses that the system has for the name";
 constexpr std::string_view kClientCertificate = "client certificates are not supported";
 constexpr std::string_view kTlsSettings = "the configuration of OpenSSL (openssl.cnf) decides";
 constexpr std::string_view kSocks = "use --proxy with socks5:// or socks4:// in front";
@@ -21,7 +23,9 @@ constexpr ForeignOption kForeign[] = {
     {"-4 --ipv4 --inet4-only -6 --ipv6 --inet6-only", kAddresses, kTransfers},
     {"-0 --http1.0 --http1.1 --http2 --http2-prior-knowledge --http3", kVersions, kTransfers},
     {"-w --write-out -D --dump-header --save-headers", "each line of the result has status, sizes and times", kBatch},
-    {"-c --cookie-jar --save-cookies --session", "cookies are not kept between runs", kTransfers},
+    {"-c", "use -C - to go on with a file, --skip-existing to leave it alone; cookies are not kept between runs", kSave},
+    {"-c", kCookies, kTransfers & ~unsigned{kSave}},
+    {"--cookie-jar --save-cookies --session", kCookies, kTransfers},
     {"-E --cert --key --certificate --private-key --cert-key", kClientCertificate, kTransfers},
     {"--capath --ca-directory", "use --ca-file", kTransfers},
     {"--tlsv1.2 --tlsv1.3 --tls-max --ciphers --tls13-ciphers --secure-protocol --ssl", kTlsSettings, kTransfers},
@@ -40,7 +44,10 @@ constexpr ForeignOption kForeign[] = {
     {"-y -Y --speed-time --speed-limit --read-timeout --lowest-speed-limit", "use --data-timeout", kTransfers},
     {"-U", "use --proxy-user for a proxy", kTransfers},
     {"-a", "use --user", kTransfers},
-    {"-P --directory-prefix --dir", "name the folder: netrove save URL FOLDER/", kSave},
+    {"-P --directory-prefix --dir", "use --output-dir, with --create-dirs if the folder is not there", kSave},
+    {"-o --output --out --output-document", "the file follows the URL: netrove save URL FILE", kSave},
+    {"-i", "a list of URLs: netrove batch FILE", kSave},
+    {"--interface --local-port --unix-socket --abstract-unix-socket --dns-servers --doh-url", kRoutes, kTransfers},
     {"--page-requisites --recursive --mirror", "only URLs that are named are fetched; a list of them: netrove batch", kTransfers},
     {"--input-file --force-html", "use netrove batch FILE", kSingle},
 };

@@ -56,7 +56,7 @@ const OptionRow kRequestOptions[] = {
      [](S& s, V v) { s.UserAgent = fieldValue("User-Agent", v); }},
     {"referer", 'e', "URL", kTransfers, "the page that led to this one, in Referer",
      takeReferer},
-    {"cookie", 'b', "NAME=VALUE|FILE", kTransfers, "send a cookie, several as 'A=1; B=2', or those of a cookie file (in Netscape's format, as browsers' add-ons, curl and wget write it) that belong to the URL. Repeatable",
+    {"cookie", 'b', "NAME=VALUE|FILE", kTransfers, "send a cookie, several as 'A=1; B=2', or those of a cookie file (in Netscape's format, as browsers' add-ons, curl and wget write it) that belong to the URL, and to each that a redirect leads to. Repeatable",
      addCookies, {.Secret = Secrecy::Whole}},
     {"simple", 0, "", kSingle, "use the older interface: every authentication scheme is allowed, and a status outside 200 to 299 is a failure",
      [](S& s, V) { s.Simple = true; }},

@@ -17,7 +17,7 @@ const OptionRow kResponseOptions[] = {
      [](S& s, V v) { s.HeadFile = nonEmpty("dump-header", v); }, {.OtherNames = "save-headers"}},
     {"write-out", 'w', "FORMAT", kSingle, "write this after each transfer, with %{http_code}, %{time_total}, %{json} and other names of curl's; \\n is a line break. @FILE reads it from a file",
      [](S& s, V v) { s.WriteOut = v.starts_with('@') ? fileText(s, v) : v; }},
-    {"consumer", 0, "", kSingle, "no effect; kept for older scripts, since content always goes through a consumer object",
+    {"consumer", 0, "", kSingle, "no effect; kept for older scripts",
      [](S&, V) {}},
     {"no-decode", 0, "", kTransfers, "do not decompress content",
      [](S& s, V) { s.Decode = false; }},

@@ -161,6 +161,7 @@ TEST_F(RequestFields, ANetrcFileThatOthersMayReadIsNamed) {
     EXPECT_THAT(run, ended(0, "in",
                            "netrove: note: " + file("netrc") +
                                " can be read by other users; 'chmod 600' keeps its passwords to you\n"));
+    EXPECT_THAT(runAgainst(answering(response("in")), {"get", "-n", "URL"}), ended(0, "in", "")); // there is none
     EXPECT_THAT(
         clitest::run({"get", "--netrc-file", "/no/such/file", "http://127.0.0.1:1/"}),
         ended(26, "", "netrove: NETROVE:cli:FileNotRead: cannot read /no/such/file: No such file or directory\n"));

@@ -203,6 +203,9 @@ TEST_F(SaveFiles, HaveTheDigestThatWasGiven) {
     const std::string digest = kDigest;
     EXPECT_EQ(run(answering(response("hello")), {"save", "--digest", "sha256:" + digest, "URL", "f"}).Status, 0);
     EXPECT_EQ(run(answering(response("other")), {"save", "--checksum", "sha256=" + digest, "URL", "g"}).Status, 105);
+    for (const std::string& written : {digest, "sha-256=" + digest}) {
+        EXPECT_EQ(run(answering(response("hello")), {"save", "--force", "--digest", written, "URL", "f"}).Status, 0);
+    }
     EXPECT_EQ(names(), Words{"f"});
     EXPECT_EQ(testsupport::run({"save", "--digest", "sha256:abc", "http://127.0.0.1:1/f"}, here()).Status, 2);
 }
