@@ -69,7 +69,7 @@ bool isLoopback(std::string_view host) {
     return host == "localhost" || host == "127.0.0.1" || host == "[::1]";
 }
 
-std::string_view trimmed(std::string_view text) {
+std::string_view withoutBlanks(std::string_view text) {
     const auto first = text.find_first_not_of(" \t");
     return first == text.npos ? std::string_view() : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
@@ -137,7 +137,7 @@ std::string CookieJar::headerFor(std::string_view url, Time now) const {
 void CookieJar::forgetReplaced(std::string_view setCookie, std::string_view url) {
     const UrlParts parts = splitUrl(url);
     const std::size_t end = std::min(setCookie.find(';'), setCookie.size());
-    const std::string_view name = trimmed(setCookie.substr(0, std::min(setCookie.find('='), end)));
+    const std::string_view name = withoutBlanks(setCookie.substr(0, std::min(setCookie.find('='), end)));
     std::string domain = parts.Host;
     const std::size_t slash = parts.Path.rfind('/');
     std::string path = slash == parts.Path.npos || slash == 0 ? "/" : parts.Path.substr(0, slash);
@@ -149,8 +149,8 @@ void CookieJar::forgetReplaced(std::string_view setCookie, std::string_view url)
         if (sign == attribute.npos) {
             continue;
         }
-        const std::string_view word = trimmed(attribute.substr(0, sign));
-        const std::string_view value = trimmed(attribute.substr(sign + 1));
+        const std::string_view word = withoutBlanks(attribute.substr(0, sign));
+        const std::string_view value = withoutBlanks(attribute.substr(sign + 1));
         if (equalsIgnoringCase(word, "Domain") && !value.empty()) {
             domain = lowered(value.substr(value.starts_with('.') ? 1 : 0));
         } else if (equalsIgnoringCase(word, "Path") && value.starts_with('/')) {
