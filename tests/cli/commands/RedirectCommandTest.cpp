@@ -17,12 +17,12 @@ Script redirecting(const std::string& first) {
 }
 
 const Words kLogin = {"-u", "me:secret", "--auth", "basic"};
-constexpr const char* kBasic = "Basic bWU6c2VjcmV0";
+constexpr const char* kBasicOfMe = "Basic bWU6c2VjcmV0";
 
 using RedirectCommand = ProgramFixture;
 
 TEST_F(RedirectCommand, SendsNoCredentialsToAnotherPort) {
-    const std::pair<Words, const char*> rows[] = {{kLogin, kBasic},
+    const std::pair<Words, const char*> rows[] = {{kLogin, kBasicOfMe},
                                                   {{"--simple", "-H", "Authorization: Bearer t0ken"}, "Bearer t0ken"}};
     for (const auto& [login, authorization] : rows) {
         const ScriptedServer target(answering(response("there")));
@@ -45,7 +45,7 @@ TEST_F(RedirectCommand, SendsCookieAndCredentialsToTheSameOrigin) {
     EXPECT_THAT(got, ended(0, "there"));
     EXPECT_EQ(got.requestLine(1), "GET /one/b?x=1 HTTP/1.1");
     EXPECT_EQ(got.field("Cookie", 1), "seen=1");
-    EXPECT_EQ(got.field("Authorization", 1), kBasic);
+    EXPECT_EQ(got.field("Authorization", 1), kBasicOfMe);
 }
 
 TEST_F(RedirectCommand, SendsABodyAgainOnlyWhereTheStatusKeepsTheMethod) {
