@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 #include <variant>
 
 namespace netrove {
@@ -27,34 +28,40 @@ bool isHexDigit(char c) {
     return (c >= '0' && c <= '9') || (lowered(c) >= 'a' && lowered(c) <= 'f');
 }
 
-void refuse(bool condition, const std::string& text) {
+// The text is put together only where it is needed: each request is checked.
+template <class... Parts>
+void refuse(bool condition, const Parts&... parts) {
     if (condition) {
+        std::string text;
+        ((text += parts), ...);
         failUsage(text);
     }
 }
 
 void checkFields(const Fields& fields) {
     for (const Field& field : fields) {
-        refuse(!isToken(field.name), "'" + printable(field.name) + "' is not the name of a header field");
-        refuse(!isFieldValue(field.value), "the value of the header field '" + field.name + "' is not printable ASCII");
+        if (!isToken(field.name)) {
+            failUsage("'" + printable(field.name) + "' is not the name of a header field");
+        }
+        refuse(!isFieldValue(field.value), "the value of the header field '", field.name, "' is not printable ASCII");
     }
 }
 
-void checkLogin(const Login& login, const std::string& whose) {
-    const std::string user = login.user.value_or("");
-    refuse(hasControls(user), "the user name " + whose + " has control characters");
-    refuse(user.find(':') != user.npos, "the user name " + whose + " has a colon");
-    refuse(hasControls(login.password), "the password " + whose + " has control characters");
-    refuse(!login.password.empty() && user.empty(), "a password " + whose + " needs a user name");
-    refuse(!user.empty() && login.schemes.empty(), "a login " + whose + " needs a scheme");
-    refuse(!login.bearer.empty() && !user.empty(), "a login " + whose + " has a user name or a token, not both");
+void checkLogin(const Login& login, const char* whose) {
+    const std::string_view user = login.user ? std::string_view(*login.user) : std::string_view();
+    refuse(hasControls(user), "the user name ", whose, " has control characters");
+    refuse(user.find(':') != user.npos, "the user name ", whose, " has a colon");
+    refuse(hasControls(login.password), "the password ", whose, " has control characters");
+    refuse(!login.password.empty() && user.empty(), "a password ", whose, " needs a user name");
+    refuse(!user.empty() && login.schemes.empty(), "a login ", whose, " needs a scheme");
+    refuse(!login.bearer.empty() && !user.empty(), "a login ", whose, " has a user name or a token, not both");
     refuse(login.bearer.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~+/=") !=
                login.bearer.npos,
-           "the token " + whose + " has characters that a token cannot have");
+           "the token ", whose, " has characters that a token cannot have");
 }
 
 void checkLimit(const std::optional<Limit>& limit, const char* name) {
-    refuse(limit && *limit <= 0ms, std::string("the limit ") + name + " is not above zero");
+    refuse(limit && *limit <= 0ms, "the limit ", name, " is not above zero");
 }
 
 void checkSaving(const Request& request, Use use) {
@@ -113,17 +120,24 @@ void inherit(Tls& own, const Tls& other) {
     inherit(own.file, other.file);
 }
 
-void inherit(Request& own, const Request& other) {
+void inherit(Fields& own, const Fields& other) {
+    if (other.empty()) {
+        return;
+    }
     Fields fields;
-    for (const Field& field : other.fields) {
-        if (!own.fields.contains(field.name)) {
+    for (const Field& field : other) {
+        if (!own.contains(field.name)) {
             fields.add(field.name, field.value);
         }
     }
-    for (const Field& field : own.fields) {
+    for (const Field& field : own) {
         fields.add(field.name, field.value);
     }
-    own.fields = fields;
+    own = std::move(fields);
+}
+
+void inherit(Request& own, const Request& other) {
+    inherit(own.fields, other.fields);
     inherit(own.login, other.login);
     inherit(own.proxy, other.proxy);
     inherit(own.limits.connect, other.limits.connect);
@@ -230,7 +244,9 @@ void completeUrl(Request& own, const std::string& base) {
     }
     if (!base.empty() && !isAbsolute(own.url)) {
         const std::string url = resolvedUrl(base, own.url);
-        refuse(url.empty(), "'" + printable(maskRefusedUrl(own.url)) + "' is not a valid URL");
+        if (url.empty()) {
+            failUsage("'" + printable(maskRefusedUrl(own.url)) + "' is not a valid URL");
+        }
         own.url = url;
     }
     takeLogin(own);
@@ -249,10 +265,11 @@ bool isFieldValue(std::string_view text) {
 
 void checkRequest(const Request& request, Use use) {
     refuse(hasControls(request.url), "the URL has control characters");
-    refuse(!request.method.empty() && !isToken(request.method),
-           "'" + printable(request.method) + "' is not a request method");
+    if (!request.method.empty() && !isToken(request.method)) {
+        failUsage("'" + printable(request.method) + "' is not a request method");
+    }
     const bool noBody = equalsIgnoringCase(request.method, "GET") || equalsIgnoringCase(request.method, "HEAD");
-    refuse(noBody && request.body, "a request with the method " + request.method + " has no body");
+    refuse(noBody && request.body, "a request with the method ", request.method, " has no body");
     checkFields(request.fields);
     checkLogin(request.login, "for the server");
     checkLogin(request.proxy.login, "for the proxy");

@@ -4,6 +4,7 @@
 #include <netrove/outputfile.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
@@ -138,7 +139,7 @@ OutputFile::OutputFile(const std::string& target, bool replace)
 
 OutputFile::OutputFile(const std::string& target, const std::string& real, bool replace)
     : Target(target), Replace(replace), Folder(openFolder(folderOf(real))), Name(nameOf(real)),
-      Temporary(Folder.Number, temporaryNameFor(Name)), TemporaryPath(folderOf(real) + Temporary.name()), File(-1) {
+      FolderPath(folderOf(real)), Temporary(Folder.Number, ""), File(-1) {
     if (Folder.Number < 0) {
         failNotWritten(errno);
     }
@@ -154,7 +155,8 @@ OutputFile::OutputFile(const std::string& target, const std::string& real, bool 
         failNotWritten(EISDIR);
     }
     // Also by the name as given: a pipe known only by its descriptor has no other.
-    if ((exists && !S_ISREG(old.st_mode) && !S_ISLNK(old.st_mode)) || isSpecialFile(target)) {
+    const bool leadsOn = exists ? S_ISLNK(old.st_mode) : real != target;
+    if ((exists && !S_ISREG(old.st_mode) && !leadsOn) || (leadsOn && isSpecialFile(target))) {
         fail(failure::kFileNotWritten, {target, "not a regular file"}, target + ": not a regular file");
     }
     if (exists && !replace) {
@@ -184,15 +186,20 @@ bool OutputFile::openNamed(unsigned mode) {
         });
         return File.Number;
     };
+    renewTemporary();
     for (int names = 1; Temporary.make(make) >= 0; ++names) {
         if (lockOwn(File.Number) || names == kMostNames) {
             return true;
         }
         close(std::exchange(File.Number, -1));
-        Temporary.renew(temporaryNameFor(Name));
-        TemporaryPath = folderOf(TemporaryPath) + Temporary.name();
+        renewTemporary();
     }
     return false;
+}
+
+void OutputFile::renewTemporary() {
+    Temporary.renew(temporaryNameFor(Name));
+    TemporaryPath = FolderPath + Temporary.name();
 }
 
 // Where the file system makes files without a name, only one that replaces another ever has a temporary one.
@@ -205,31 +212,33 @@ void OutputFile::removeLeftovers() const {
 // A file that nobody else can open or replace, and that disappears with the program. False if the file system cannot
 // make one, or if it could not be given a name later because /proc is missing.
 bool OutputFile::openWithoutName(unsigned mode) {
+    static std::atomic<bool> canBeNamed = false; // what works for one file works for all
     Descriptor file(retried([&] { return openat(Folder.Number, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, mode); }));
-    struct stat own {};
-    struct stat seen {};
-    if (file.Number < 0 || fstat(file.Number, &own) != 0 || stat(nameOfDescriptor(file.Number).c_str(), &seen) != 0 ||
-        !sameFile(own, seen)) {
+    if (file.Number < 0) {
         return false;
+    }
+    if (!canBeNamed) {
+        struct stat own {};
+        struct stat seen {};
+        if (fstat(file.Number, &own) != 0 || stat(nameOfDescriptor(file.Number).c_str(), &seen) != 0 ||
+            !sameFile(own, seen)) {
+            return false;
+        }
+        canBeNamed = true;
     }
     std::swap(File.Number, file.Number);
     return true;
 }
 
-std::uint64_t OutputFile::size() const {
-    struct stat facts {};
-    if (fstat(File.Number, &facts) != 0) {
-        failNotWritten(errno);
-    }
-    return static_cast<std::uint64_t>(facts.st_size);
-}
-
 void OutputFile::write(std::span<const std::byte> bytes) {
     writeAll(File.Number, bytes, Target);
+    Written += bytes.size();
 }
 
 void OutputFile::restart() {
-    netrove::restart(File.Number, Target);
+    if (std::exchange(Written, 0) != 0) {
+        netrove::restart(File.Number, Target);
+    }
 }
 
 void OutputFile::keep() {
@@ -259,6 +268,7 @@ void OutputFile::name() {
             failNotWritten(errno);
         }
         // Only a rename replaces a file, and it needs a name to start from. Nobody else can have locked it.
+        renewTemporary();
         retried([&] { return flock(File.Number, LOCK_EX | LOCK_NB); });
         if (Temporary.make([&] { return link(Temporary.name()); }) != 0) {
             failNotWritten(errno);

@@ -25,11 +25,11 @@ public:
     // Removes what killed programs have left of this target. What belongs to a running one is locked, and stays.
     void removeLeftovers() const;
 
-    // The only name that an incomplete file can have; a file without a name has it for the moment in which it replaces
-    // another one.
+    // The only name that an incomplete file can have. Empty for a file without a name, which gets one for the moment in
+    // which it replaces another.
     const std::string& temporaryName() const { return TemporaryPath; }
     int descriptor() const { return File.Number; }
-    std::uint64_t size() const; // raises FileNotWritten
+    std::uint64_t size() const { return Written; }
 
     // Content goes to the end of what has been written, or to the start again, in place of it. Both raise
     // FileNotWritten.
@@ -50,6 +50,7 @@ private:
     OutputFile(const std::string& target, const std::string& real, bool replace);
     bool openWithoutName(unsigned mode);
     bool openNamed(unsigned mode);
+    void renewTemporary();
     void settlePermissions() const;
     void checkClose() const;
     void checkTemporary() const;
@@ -61,11 +62,13 @@ private:
     bool Replace;
     Descriptor Folder; // of the names that follow, even if it is renamed itself
     std::string Name;
+    std::string FolderPath; // with its slash; empty for the current folder
     TemporaryEntry Temporary;
     std::string TemporaryPath;
     std::optional<unsigned> Permissions; // of the file that is replaced
     bool Named = false;                  // by its temporary name
     Descriptor File;
+    std::uint64_t Written = 0; // bytes
 };
 
 // The same for a target that is received elsewhere.
