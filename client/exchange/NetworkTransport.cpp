@@ -17,6 +17,7 @@
 #include <cstddef>
 #include <exception>
 #include <iostream>
+#include <unordered_map>
 #include <utility>
 
 namespace netrove {
@@ -29,6 +30,7 @@ constexpr const char* kSystemStore = "default"; // as CertificateFilename: the s
 constexpr std::size_t kLargestPiece = std::size_t{1} << 20;
 constexpr std::size_t kUsualPiece = std::size_t{64} << 10;
 constexpr std::size_t kMostInUse = std::size_t{512} << 10; // what the library asks for before it is done with any of it
+constexpr std::size_t kMostProxies = 1000;                 // that are remembered
 
 std::string textOf(const vantik::Array& value) {
     return value.textOr("");
@@ -158,6 +160,7 @@ public:
         try {
             if (first || Settings.simple) {
                 Connection = vantik::Object(); // before the next one: one at a time is open
+                Told = {};
                 Connection = Host.create(vantik::kHttpConnectionClass, {vantik::Array(!Settings.simple)});
             }
             perform(request, onHead);
@@ -253,12 +256,12 @@ private:
     }
 
     void prepare(const Request& request, Logins& logins, std::optional<Upload>& upload, bool withholdsLogin) {
-        Connection.set("Debug", vantik::Array(static_cast<std::int32_t>(Settings.debug)));
+        tell("Debug", Told.Debug, static_cast<std::int32_t>(Settings.debug));
         Connection.set("URL", request.url);
         Known.Url = Connection.get("URL").text(); // the ASCII form, which the proxy look-up needs
-        Connection.set("CertificateFilename", certificateName(request.tls));
-        Connection.set("VerifyServerName", *request.tls.verifyName && *request.tls.verify);
-        Connection.set("Decode", *request.decode);
+        tell("CertificateFilename", Told.Certificate, certificateName(request.tls));
+        tell("VerifyServerName", Told.VerifyName, *request.tls.verifyName && *request.tls.verify);
+        tell("Decode", Told.Decode, *request.decode);
         Connection.set("TimeoutInMilliseconds",
                        vantik::httpTimeouts({.Connect = milliseconds(*request.limits.connect),
                                              .Response = milliseconds(*request.limits.response),
@@ -273,18 +276,18 @@ private:
         }
         const Login server = usable(logins.Server, request, withholdsLogin);
         const Login atProxy = usable(logins.Proxy, request, withholdsLogin && !tunnelled());
-        Connection.set("Username", server.user.value_or(""));
-        Connection.set("Password", server.password);
-        Connection.set("ProxyUsername", atProxy.user.value_or(""));
-        Connection.set("ProxyPassword", atProxy.password);
+        tell("Username", Told.User, server.user.value_or(""));
+        tell("Password", Told.Password, server.password);
+        tell("ProxyUsername", Told.ProxyUser, atProxy.user.value_or(""));
+        tell("ProxyPassword", Told.ProxyPassword, atProxy.password);
         // Without a host this is a direct connection. It is opened in the same way, because the object would otherwise
         // keep the proxy of the request before.
         invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
                                                                  {"Port", vantik::Array(double(proxy.Port))}})});
         Connection.set("RequestMethod", request.method);
         if (!Settings.simple) { // which allows every scheme anyway
-            invoke("setAuthenticationSchemes", {schemeNames(server.schemes), vantik::Array(false)});
-            invoke("setAuthenticationSchemes", {schemeNames(atProxy.schemes), vantik::Array(true)});
+            tellSchemes(Told.Schemes, server.schemes, false);
+            tellSchemes(Told.ProxySchemes, atProxy.schemes, true);
         }
         setContent(request, upload);
         const Fields fields = completeFields(request);
@@ -294,6 +297,20 @@ private:
         }
         if (!rows.empty()) {
             invoke("setFields", {vantik::httpFields(rows)});
+        }
+    }
+
+    template <class Value>
+    void tell(const char* property, Value& told, Value value) {
+        if (told != value) {
+            Connection.set(property, vantik::Array(value));
+            told = std::move(value);
+        }
+    }
+    void tellSchemes(std::vector<Scheme>& told, const std::vector<Scheme>& schemes, bool proxy) {
+        if (told != schemes) {
+            invoke("setAuthenticationSchemes", {schemeNames(schemes), vantik::Array(proxy)});
+            told = schemes;
         }
     }
 
@@ -315,13 +332,29 @@ private:
         if (!wanted.url.empty()) {
             proxy = vantik::readHttpProxy(wanted.url);
         } else if (wanted.automatic.value_or(true)) {
-            const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, {vantik::Array(Known.Url)});
-            proxy = {found.field("Host").text(), static_cast<std::uint16_t>(found.field("Port").number()),
-                     found.field("Username").text(), found.field("Password").text(), ""};
+            proxy = automaticProxy();
             ProxyReason = reasonFor(vantik::proxyVariable(Known.Url), !proxy.Host.empty());
         }
         if (!proxy.Host.empty()) {
             Known.Proxy = proxy.Host + ":" + std::to_string(proxy.Port);
+        }
+        return proxy;
+    }
+
+    vantik::HttpProxy automaticProxy() {
+        const UrlParts parts = splitUrl(Known.Url);
+        const std::string origin = parts.Scheme + "://" + parts.Host + ":" + parts.Port;
+        if (const auto found = ProxiesSeen.find(origin); found != ProxiesSeen.end()) {
+            return found->second;
+        }
+        const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, {vantik::Array(Known.Url)});
+        vantik::HttpProxy proxy = {found.field("Host").text(), static_cast<std::uint16_t>(found.field("Port").number()),
+                                   found.field("Username").text(), found.field("Password").text(), ""};
+        if (Settings.proxyOnce) {
+            if (ProxiesSeen.size() >= kMostProxies) {
+                ProxiesSeen.clear();
+            }
+            ProxiesSeen.emplace(origin, proxy);
         }
         return proxy;
     }
@@ -343,6 +376,10 @@ private:
     }
 
     void setContent(const Request& request, std::optional<Upload>& upload) {
+        if (!request.body && !Told.Content) {
+            return;
+        }
+        Told.Content = true;
         const std::string_view held = request.body.inMemory().value_or("");
         Connection.set("PostData", vantik::Array(sendsPostData(request) ? held : ""));
         Connection.set("Payload", vantik::Array::bytes(sendsPostData(request) ? "" : held));
@@ -510,9 +547,26 @@ private:
         Connection = vantik::Object();
     }
 
+    // What the connection object has been told. A new one is as its class makes it, so most of it need not be told.
+    struct Properties {
+        std::int32_t Debug = 0;
+        std::string Certificate = {};
+        bool VerifyName = true;
+        bool Decode = true;
+        std::string User = {};
+        std::string Password = {};
+        std::string ProxyUser = {};
+        std::string ProxyPassword = {};
+        std::vector<Scheme> Schemes = {};
+        std::vector<Scheme> ProxySchemes = {};
+        bool Content = false;
+    };
+
     NetworkSettings Settings;
     vantik::Host Host;
     vantik::Object Connection; // in the host; destroyed before it
+    Properties Told;
+    std::unordered_map<std::string, vantik::HttpProxy> ProxiesSeen; // by origin; some of them
     std::optional<Clock::time_point> End;
     Circumstances Known;
     std::string ProxyReason;               // for the trace

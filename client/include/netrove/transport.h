@@ -54,6 +54,7 @@ public:
 struct NetworkSettings {
     bool simple = false;            ///< the class's older interface
     int debug = 0;                  ///< the class's own trace on std::cout: 0 to 2
+    bool proxyOnce = false;         ///< the proxy of an origin is looked up once, whatever changes later
     std::uint64_t uploadBuffer = 0; ///< bytes asked of streamed content at a time; 0: the choice of the class
 };
 /// The transport that a Client has unless it is given another: libcurl, by the module "netrove" in a host of its own.
