@@ -14,16 +14,10 @@
 
 namespace netrove::cli {
 
-namespace {
-
-constexpr std::size_t kWindow = 10'000; // lines that are known before they are done
-
-} // namespace
-
 BatchRun::BatchRun(const Settings& settings, const Console& console, LineSource& lines, BatchJournal* journal,
                    BatchReport& report)
     : TheSettings(settings), TheConsole(console), Lines(lines), Journal(journal), Report(report),
-      Schedule(settings.Batch.MostOfHost, kWindow),
+      Schedule(settings.Batch.MostOfHost, {}),
       Workers({.jobs = settings.Batch.Jobs, .perHost = settings.Batch.Jobs}, {},
               [&] { return netrove::networkTransport(networkSettings(settings), warningsTo(console)); }) {}
 
@@ -108,13 +102,18 @@ void BatchRun::work(netrove::Client& client) {
 }
 
 std::optional<BatchJob> BatchRun::nextJob() {
+    if (enoughFailed()) {
+        startNoMore();
+    }
     std::unique_lock lock(Guard);
     for (;;) {
         if (NoMore || signalSeen() != 0) {
             return std::nullopt;
         }
         if (std::optional<BatchJob> job = Schedule.take(Clock::now())) {
-            RoomCame.notify_one();
+            if (Schedule.wantsMany()) {
+                RoomCame.notify_one();
+            }
             return job;
         }
         if (AllRead && Schedule.empty()) {
@@ -174,9 +173,12 @@ void BatchRun::report(BatchJob& job, BatchAttempt& attempt) {
         Journal->flush();
     }
     Report.ended(job.Line, outcome);
-    if (outcome.Failed && TheSettings.Batch.MostFailures && Report.totals().Failed >= *TheSettings.Batch.MostFailures) {
-        startNoMore();
-    }
+}
+
+// Also files that could not be finished count.
+bool BatchRun::enoughFailed() const {
+    const auto most = TheSettings.Batch.MostFailures;
+    return most && Report.totals().Failed >= *most;
 }
 
 bool BatchRun::someLeft(std::vector<std::future<void>>& workers) {

@@ -49,6 +49,7 @@ private:
     bool someLeft(std::vector<std::future<void>>& workers);
     void stop(std::exception_ptr reason);
     void raise(std::exception_ptr reason); // from another thread
+    bool enoughFailed() const;
     void startNoMore();
 
     const Settings& TheSettings;

@@ -9,8 +9,23 @@
 
 namespace netrove::cli {
 
-BatchSchedule::BatchSchedule(int mostOfOrigin, std::size_t window)
-    : MostOfOrigin(mostOfOrigin), Window(window), MostHeld(std::max<std::size_t>(1, window / 10)) {}
+namespace {
+
+std::size_t bytesOf(const BatchLine& line) {
+    std::size_t bytes = sizeof(BatchJob) + line.Text.size() + line.Url.size() + (line.Target ? line.Target->size() : 0);
+    if (line.Extras) {
+        bytes += sizeof(BatchExtras) + (line.Extras->Body ? line.Extras->Body->size() : 0);
+        for (const Field& field : line.Extras->Fields) {
+            bytes += sizeof(Field) + field.name.size() + field.value.size();
+        }
+    }
+    return bytes;
+}
+
+} // namespace
+
+BatchSchedule::BatchSchedule(int mostOfOrigin, BatchWindow window)
+    : MostOfOrigin(mostOfOrigin), Window(window), MostHeld(std::max<std::size_t>(1, window.Lines / 10)) {}
 
 void BatchSchedule::add(BatchLine line) {
     const auto [origin, isNew] = Origins.try_emplace(originOf(line.Url));
@@ -20,8 +35,7 @@ void BatchSchedule::add(BatchLine line) {
     }
     Origin& own = origin->second;
     leave(origin);
-    const bool waits =
-        own.OnDisk.Count != 0 || own.Held.size() + own.Delayed >= MostHeld || (InMemory >= Window && !own.Held.empty());
+    const bool waits = own.OnDisk.Count != 0 || (full() && !own.Held.empty());
     if (waits && !DiskFull) {
         try {
             Spill.add(own.OnDisk, line);
@@ -30,9 +44,15 @@ void BatchSchedule::add(BatchLine line) {
             DiskFull = true; // then the rest stays where it is until there is room in memory
         }
     }
-    own.Held.push_back({std::move(line), origin->first});
-    ++InMemory;
+    hold(own, std::move(line), origin->first);
     settle(origin);
+}
+
+void BatchSchedule::hold(Origin& origin, BatchLine line, std::string name) {
+    const std::size_t bytes = bytesOf(line);
+    origin.Held.push_back({std::move(line), std::move(name), bytes});
+    ++InMemory;
+    Bytes += bytes;
 }
 
 std::optional<BatchJob> BatchSchedule::take(Time now) {
@@ -46,6 +66,7 @@ std::optional<BatchJob> BatchSchedule::take(Time now) {
     BatchJob job = std::move(own.Held.front());
     own.Held.pop_front();
     --InMemory;
+    Bytes -= job.Bytes;
     ++own.Busy;
     ++Running;
     own.Turn = ++Turns;
@@ -73,6 +94,8 @@ void BatchSchedule::again(BatchJob job, Duration taken, Time due) {
     finish(origin, taken);
     ++origin->second.Delayed;
     ++InMemory;
+    Bytes += job.Bytes;
+    DelayedBytes += job.Bytes;
     Delayed.emplace(due, std::move(job));
     settle(origin);
 }
@@ -87,6 +110,7 @@ void BatchSchedule::takeDue(Time now) {
         const auto origin = Origins.find(entry.mapped().Origin);
         leave(origin);
         --origin->second.Delayed;
+        DelayedBytes -= entry.mapped().Bytes;
         origin->second.Held.push_front(std::move(entry.mapped()));
         settle(origin);
     }
@@ -94,11 +118,16 @@ void BatchSchedule::takeDue(Time now) {
 
 // Where many lines of an origin wait for a further attempt, more of them would only fail too, and take memory.
 bool BatchSchedule::fails(const Origin& origin) const {
-    return origin.Delayed >= MostHeld || (origin.Delayed != 0 && Delayed.size() >= Window);
+    const bool windowWaits = Delayed.size() >= Window.Lines || DelayedBytes >= Window.Bytes;
+    return origin.Delayed >= MostHeld || (origin.Delayed != 0 && windowWaits);
 }
 
 void BatchSchedule::settle(Named::iterator origin) {
-    const Origin& own = origin->second;
+    Origin& own = origin->second;
+    const std::size_t held = own.Held.size() + own.Delayed;
+    Excess -= own.Excess;
+    own.Excess = held - std::min(held, MostHeld);
+    Excess += own.Excess;
     const bool hasLines = !own.Held.empty();
     const bool triedBefore = hasLines && own.Held.front().Attempts != 0;
     if (hasLines && own.Busy < MostOfOrigin && (triedBefore || !fails(own))) {
@@ -108,16 +137,18 @@ void BatchSchedule::settle(Named::iterator origin) {
     }
 }
 
-// Half of what it may hold at a time, once there is none.
+// Many at a time, once there is none.
 void BatchSchedule::refill(Origin& origin) {
     if (!origin.Held.empty()) {
         return;
     }
     for (std::size_t i = 0; i < std::max<std::size_t>(1, MostHeld / 2) && origin.OnDisk.Count != 0; ++i) {
+        if (i != 0 && full()) {
+            return;
+        }
         BatchLine line = Spill.take(origin.OnDisk);
         std::string name = originOf(line.Url);
-        origin.Held.push_back({std::move(line), std::move(name)});
-        ++InMemory;
+        hold(origin, std::move(line), std::move(name));
     }
 }
 

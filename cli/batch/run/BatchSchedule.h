@@ -21,8 +21,15 @@ namespace netrove::cli {
 struct BatchJob {
     BatchLine Line{};
     std::string Origin{};
+    std::size_t Bytes = 0; // of memory
     int Attempts = 0;
     std::chrono::steady_clock::time_point Begun{}; // the first of them
+};
+
+// What may be in memory before it is done.
+struct BatchWindow {
+    std::size_t Lines = 10'000;
+    std::size_t Bytes = std::size_t{32} << 20;
 };
 
 class BatchSchedule {
@@ -30,11 +37,14 @@ public:
     using Time = std::chrono::steady_clock::time_point;
     using Duration = Time::duration;
 
-    // At most `window` lines are in memory, of one origin a tenth; those that an origin has beyond are on the disk.
-    BatchSchedule(int mostOfOrigin, std::size_t window);
+    // Lines beyond the window are on the disk, but for one of each origin.
+    BatchSchedule(int mostOfOrigin, BatchWindow window);
 
-    // False: there is enough to do for every origin that could be next.
-    bool wantsMore() const { return InMemory < Window || (Ready.empty() && !DiskFull); }
+    // False: there is enough to do for every origin that could be next. What one origin has beyond a tenth of the
+    // window counts for nothing: the next line may be that of another one.
+    bool wantsMore() const { return InMemory - Excess < Window.Lines || looksForOthers(); }
+    // The same with so much room that it is worth waking who reads.
+    bool wantsMany() const { return InMemory - Excess < Window.Lines - MostHeld || looksForOthers(); }
     void add(BatchLine line);
 
     // Of the origins with room, the next line of the one with the fewest running transfers; among those, of the one
@@ -47,6 +57,7 @@ public:
     std::optional<Time> nextDue() const;
     bool empty() const { return Origins.empty(); } // nothing waits and nothing runs
     std::size_t running() const { return Running; }
+    std::size_t onDisk() const { return Spill.size(); } // lines
 
 private:
     struct Origin {
@@ -54,6 +65,7 @@ private:
         LineSpill::Queue OnDisk;
         int Busy = 0;
         std::size_t Delayed = 0;
+        std::size_t Excess = 0; // lines in memory beyond MostHeld
         Duration Taken{};
         std::uint64_t Turn = 0;
     };
@@ -66,23 +78,30 @@ private:
         }
     };
 
+    bool looksForOthers() const { return Ready.empty() && !DiskFull; }
+    bool full() const { return InMemory >= Window.Lines || Bytes >= Window.Bytes; }
+
     // Around each change of an origin.
     void leave(Named::iterator origin) { Ready.erase(origin); }
     void settle(Named::iterator origin);
+    void hold(Origin& origin, BatchLine line, std::string name);
     bool fails(const Origin& origin) const;
     void refill(Origin& origin);
     void takeDue(Time now);
     void finish(Named::iterator origin, Duration taken);
 
     int MostOfOrigin;
-    std::size_t Window;
-    std::size_t MostHeld; // of an origin
+    BatchWindow Window;
+    std::size_t MostHeld; // of an origin, before it counts as having much
     Named Origins;
     std::set<Named::iterator, Order> Ready; // those with a line and room for it
     std::multimap<Time, BatchJob> Delayed;
     LineSpill Spill;
     bool DiskFull = false;
     std::size_t InMemory = 0;
+    std::size_t Bytes = 0; // of those
+    std::size_t DelayedBytes = 0;
+    std::size_t Excess = 0; // of all origins
     std::size_t Running = 0;
     std::uint64_t Turns = 0;
     Duration Pace{}; // time taken by the origin that was chosen last: newcomers begin there

@@ -24,6 +24,7 @@ public:
 
     void add(Queue& queue, const BatchLine& line);
     BatchLine take(Queue& queue); // not of an empty one
+    std::size_t size() const { return All; }
 
 private:
     void write(std::string_view bytes, std::uint64_t at) const;

@@ -49,7 +49,7 @@ std::vector<std::size_t> doAll(BatchSchedule& schedule) {
 }
 
 TEST(BatchSchedule, AnOriginHasAMostOfTransfersAtATime) {
-    BatchSchedule schedule(2, 100);
+    BatchSchedule schedule(2, {.Lines = 100});
     addLines(schedule, "a", 1, 3);
     schedule.add(lineFor("a:80", 4)); // the same origin
     schedule.add(lineFor("a:81", 5));
@@ -61,7 +61,7 @@ TEST(BatchSchedule, AnOriginHasAMostOfTransfersAtATime) {
 
 // The hosts share the jobs, however long the transfers of one of them take.
 TEST(BatchSchedule, ASlowHostHoldsUpNobody) {
-    BatchSchedule schedule(8, 1000);
+    BatchSchedule schedule(8, {.Lines = 1000});
     addLines(schedule, "slow", 1, 50);
     addLines(schedule, "fast", 51, 60);
     const auto slow = schedule.take(kNow);
@@ -74,7 +74,7 @@ TEST(BatchSchedule, ASlowHostHoldsUpNobody) {
 }
 
 TEST(BatchSchedule, HostsGetTheSameTimeWhereThereAreMoreHostsThanJobs) {
-    BatchSchedule schedule(8, 1000);
+    BatchSchedule schedule(8, {.Lines = 1000});
     addLines(schedule, "slow", 1, 9);
     addLines(schedule, "fast", 11, 19);
     schedule.take(kNow);
@@ -89,7 +89,7 @@ TEST(BatchSchedule, HostsGetTheSameTimeWhereThereAreMoreHostsThanJobs) {
 }
 
 TEST(BatchSchedule, AWaitForAFurtherAttemptHoldsNoJob) {
-    BatchSchedule schedule(1, 100);
+    BatchSchedule schedule(1, {.Lines = 100});
     addLines(schedule, "a", 1, 2);
     auto job = schedule.take(kNow);
     job->Attempts = 1;
@@ -106,8 +106,45 @@ TEST(BatchSchedule, AWaitForAFurtherAttemptHoldsNoJob) {
     EXPECT_TRUE(schedule.empty());
 }
 
+TEST(BatchSchedule, AListThatFitsIntoTheWindowStaysInMemory) {
+    BatchSchedule schedule(4, {.Lines = 100});
+    addLines(schedule, "a", 1, 100);
+    EXPECT_EQ(schedule.onDisk(), 0u);
+    schedule.add(lineFor("a", 101));
+    EXPECT_EQ(schedule.onDisk(), 1u);
+}
+
+// A few lines may be as long as many others.
+TEST(BatchSchedule, TheWindowHasSoManyBytesAtMost) {
+    BatchSchedule schedule(4, {.Lines = 100, .Bytes = 10'000});
+    for (std::size_t i = 1; i <= 10; ++i) {
+        BatchLine line = lineFor("a", i);
+        line.Extras = std::make_unique<BatchExtras>();
+        line.Extras->Body = std::string(4000, 'x');
+        schedule.add(std::move(line));
+    }
+    EXPECT_EQ(schedule.onDisk(), 7u) << "with the third one it is full";
+    EXPECT_THAT(doAll(schedule), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10));
+}
+
+// Long lines that wait for a further attempt must not fill the memory either.
+TEST(BatchSchedule, AHostWhoseLongLinesWaitGetsNoFurtherOnes) {
+    BatchSchedule schedule(8, {.Lines = 1000, .Bytes = 10'000});
+    for (std::size_t i = 1; i <= 50; ++i) {
+        BatchLine line = lineFor("down", i);
+        line.Text = std::string(4000, 'x');
+        schedule.add(std::move(line));
+    }
+    std::size_t begun = 0;
+    while (auto job = schedule.take(kNow)) {
+        ASSERT_LE(++begun, 50u);
+        schedule.again(std::move(*job), 1ms, kNow + 1s);
+    }
+    EXPECT_EQ(begun, 3u);
+}
+
 TEST(BatchSchedule, LinesOfOneHostBeyondItsShareWaitOnTheDiskInOrder) {
-    BatchSchedule schedule(4, 100);
+    BatchSchedule schedule(4, {.Lines = 100});
     std::vector<std::size_t> all;
     for (std::size_t i = 1; i <= 500; ++i) {
         EXPECT_TRUE(schedule.wantsMore()) << "others may follow";
@@ -125,7 +162,7 @@ TEST(BatchSchedule, LinesOfOneHostBeyondItsShareWaitOnTheDiskInOrder) {
 }
 
 TEST(BatchSchedule, ReadsNoFurtherWhileManyHostsHaveEnough) {
-    BatchSchedule schedule(1, 100);
+    BatchSchedule schedule(1, {.Lines = 100});
     std::size_t count = 0;
     for (; schedule.wantsMore() && count < 1000; ++count) {
         schedule.add(lineFor("host" + std::to_string(count), count));
@@ -137,7 +174,7 @@ TEST(BatchSchedule, ReadsNoFurtherWhileManyHostsHaveEnough) {
 
 // What a host that is down has waiting must not fill the memory.
 TEST(BatchSchedule, AHostWhoseLinesAllWaitGetsNoFurtherOnes) {
-    BatchSchedule schedule(8, 100);
+    BatchSchedule schedule(8, {.Lines = 100});
     addLines(schedule, "down", 1, 100);
     std::size_t begun = 0;
     while (auto job = schedule.take(kNow)) {
