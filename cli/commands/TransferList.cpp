@@ -93,12 +93,6 @@ void begin(const std::vector<Settings>& transfers, const Console& console) {
     emptyHeadFile(first.HeadFile);
 }
 
-// The schemes of a login that was asked for.
-std::vector<std::string> schemesOf(const std::optional<std::string>& user,
-                                   const std::optional<std::vector<std::string>>& named) {
-    return user ? named.value_or(std::vector<std::string>{"basic", "digest"}) : std::vector<std::string>();
-}
-
 class TransferList {
 public:
     TransferList(const std::vector<Settings>& transfers, const Console& console)
@@ -114,10 +108,8 @@ public:
         }
         netrove::Response response;
         std::optional<Verdict> failed = verdictOf(
-            {.MaxTimeSeconds = settings.MaxTime.value_or(0),
-             .Schemes = schemesOf(settings.User, settings.Auth),
-             .ProxySchemes = schemesOf(settings.ProxyUser, settings.ProxyAuth)},
-            [&] { runTransfer(client, settings, TheConsole, deadline, response); }, &response);
+            circumstancesOf(settings), [&] { runTransfer(client, settings, TheConsole, deadline, response); },
+            &response);
         if (failed && Ending && signalSeen() == 0) {
             return false; // only because another one has failed
         }

@@ -176,9 +176,21 @@ void refuseSpentContent(const Settings& settings, const netrove::Response& head,
          name + " cannot be read a second time for the redirected request; send it from a file instead");
 }
 
+Circumstances circumstancesOf(const Settings& settings) {
+    const auto schemes = [](const auto& user, const auto& named) {
+        return user ? named.value_or(std::vector<std::string>{"basic", "digest"}) : std::vector<std::string>();
+    };
+    return {.MaxTimeSeconds = settings.MaxTime.value_or(0),
+            .Schemes = schemes(settings.User, settings.Auth),
+            .ProxySchemes = schemes(settings.ProxyUser, settings.ProxyAuth)};
+}
+
 netrove::NetworkSettings networkSettings(const Settings& settings) {
     const bool traced = settings.Verbose != 0 && settings.Debug == 0; // WireTrace takes what the class says
-    return {settings.Simple, traced ? 1 : settings.Debug, settings.BufferSize};
+    return {.simple = settings.Simple,
+            .debug = traced ? 1 : settings.Debug,
+            .proxyOnce = true,
+            .uploadBuffer = settings.BufferSize};
 }
 
 std::function<void(const std::string&, const std::string&)> warningsTo(const Console& console) {

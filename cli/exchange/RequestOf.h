@@ -1,6 +1,7 @@
 // What a person asked for on the command line, as a request of the client.
 #pragma once
 
+#include "cli/failures/Circumstances.h"
 #include "cli/options/Settings.h"
 #include "cli/system/Signals.h"
 
@@ -18,6 +19,9 @@ netrove::Request requestOf(const Settings& settings, std::optional<Clock::time_p
 // Raises ContentNotRewound where this is a redirect to follow that wants the content again, which can be read only
 // once.
 void refuseSpentContent(const Settings& settings, const netrove::Response& head, bool repeatable);
+
+// What is known of a request by these settings, should it fail.
+Circumstances circumstancesOf(const Settings& settings);
 
 // The class as the settings want it driven.
 netrove::NetworkSettings networkSettings(const Settings& settings);

@@ -6,10 +6,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <concepts>
-#include <cstdio>
+#include <initializer_list>
 #include <limits>
 
 namespace netrove::cli {
@@ -19,23 +20,21 @@ namespace {
 using OldJson = nlohmann::json;
 
 constexpr int kHexadecimal = 16;
-constexpr std::size_t kSumLength = 8; // digits
+constexpr std::size_t kSumLength = 8;     // digits
+constexpr std::size_t kDigestLength = 16; // as results show it
 
-std::string checksum(std::string_view text) {
-    std::array<char, kSumLength + 1> digits{};
-    std::snprintf(digits.data(), digits.size(), "%08x", checksumOf(text));
-    return digits.data();
-}
-
-std::string hex(std::uint64_t number) {
+// At least so many digits.
+void addHex(std::string& text, std::uint64_t number, std::size_t least = 1) {
     std::array<char, 16> digits{};
     const auto [end, error] = std::to_chars(digits.begin(), digits.end(), number, kHexadecimal);
-    return {digits.begin(), end};
+    const auto count = static_cast<std::size_t>(end - digits.begin());
+    text.append(least - std::min(least, count), '0').append(digits.data(), count);
 }
 
-std::string digest(std::uint64_t number) {
-    const std::string digits = hex(number);
-    return std::string(16 - digits.size(), '0') + digits; // as results show it
+std::string checksum(std::string_view text) {
+    std::string digits;
+    addHex(digits, checksumOf(text), kSumLength);
+    return digits;
 }
 
 template <std::unsigned_integral Number>
@@ -51,15 +50,6 @@ bool takeStatus(std::string_view text, int& status) {
     }
     status = static_cast<int>(number);
     return true;
-}
-
-std::string inHex(std::string_view name) {
-    std::string result;
-    for (const char c : name) {
-        const std::string digits = hex(static_cast<unsigned char>(c));
-        result += (digits.size() == 1 ? "0" : "") + digits;
-    }
-    return result;
 }
 
 std::optional<std::string> fromHex(std::string_view digits) {
@@ -167,33 +157,47 @@ std::uint64_t journalKey(std::string_view text, bool isTarget) {
 }
 
 std::string recordText(const JournalRecord& record) {
-    const std::string status = std::to_string(record.Status) + " " + std::to_string(record.Bytes);
     std::string text;
     for (const StateRow& row : kStates) {
         if (row.State == record.State) {
             text = row.Word;
         }
     }
+    const auto addNumbers = [&](std::initializer_list<std::uint64_t> numbers, std::size_t digits) {
+        for (const std::uint64_t number : numbers) {
+            text += ' ';
+            addHex(text, number, digits);
+        }
+    };
+    const auto addStatus = [&] {
+        text.append(1, ' ').append(std::to_string(record.Status));
+        text.append(1, ' ').append(std::to_string(record.Bytes));
+    };
     if (record.State != JournalState::Kept) {
-        text += " " + digest(record.Line) + " " + digest(record.Key);
+        addNumbers({record.Line, record.Key}, kDigestLength);
     }
     switch (record.State) {
     case JournalState::Begun:
-        text += " " + hex(record.Device) + " " + hex(record.Inode) + " " + inHex(record.Name);
+        addNumbers({record.Device, record.Inode}, 1);
+        text += ' ';
+        for (const char c : record.Name) {
+            addHex(text, static_cast<unsigned char>(c), 2);
+        }
         break;
     case JournalState::Written:
-        text += " " + status + " " + hex(record.Inode);
+        addStatus();
+        addNumbers({record.Inode}, 1);
         break;
     case JournalState::Done:
-        text += " " + status;
+        addStatus();
         break;
     case JournalState::Failed:
-        text += " " + record.Name;
+        text += ' ' + record.Name;
         break;
     case JournalState::Kept:
         break;
     }
-    return text + " " + checksum(text) + "\n";
+    return text + ' ' + checksum(text) + '\n';
 }
 
 std::optional<JournalRecord> parseRecord(std::string_view line) {

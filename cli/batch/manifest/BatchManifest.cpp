@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdio>
+#include <sys/stat.h>
 #include <utility>
 
 namespace netrove::cli {
@@ -23,6 +24,7 @@ constexpr std::string_view kBlanks = " \t";
 constexpr std::size_t kMostBadLines = 100;
 constexpr std::size_t kLongestProblem = 1000;
 constexpr std::size_t kMostFolders = 10'000; // that are remembered
+constexpr std::size_t kMostOrigins = 1000;   // likewise
 constexpr const char* kJournal = "a journal of this manifest";
 
 // Without its middle if it is too long to read: what is wrong comes at the end.
@@ -58,6 +60,32 @@ void checkUrl(const std::string& url) {
     if (parts.Host.empty()) {
         failUsage("'" + printable(maskRefusedUrl(url)) + "' has no host");
     }
+}
+
+// True for a path and query that are valid with any origin.
+bool isPlain(std::string_view text) {
+    return text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/?=&+,:") ==
+           text.npos;
+}
+
+// What is under a name.
+struct Entry {
+    bool Link = false;
+    bool Folder = false;  // links followed
+    bool Special = false; // neither a folder nor a regular file
+};
+
+Entry entryAt(const std::string& path) {
+    struct stat facts {};
+    if (lstat(path.c_str(), &facts) != 0) {
+        return {};
+    }
+    Entry entry{.Link = S_ISLNK(facts.st_mode)};
+    if (!entry.Link || stat(path.c_str(), &facts) == 0) {
+        entry.Folder = S_ISDIR(facts.st_mode);
+        entry.Special = !S_ISDIR(facts.st_mode) && !S_ISREG(facts.st_mode);
+    }
+    return entry;
 }
 
 void takeCredentials(BatchLine& line) {
@@ -179,8 +207,7 @@ BatchLine ManifestLines::again(std::size_t number, std::string_view text) {
 
 BatchLine ManifestLines::once(std::size_t number, std::string_view text) {
     bool inFolder = false;
-    BatchLine line = checked(
-        number, text, [](const std::string&) {}, inFolder);
+    BatchLine line = checked(number, text, {}, inFolder);
     settleDigest(line);
     return line;
 }
@@ -205,18 +232,11 @@ BatchLine ManifestLines::checked(std::size_t number, std::string_view text, cons
     BatchLine line = placed(number, text);
     checkUrl(line.Url);
     takeCredentials(line);
-    try {
-        checkFurther(line.Url);
-    } catch (const vantik::Failure& failure) {
-        throw vantik::Failure(withRefusedUrlMasked(failure.message(), line.Url));
+    if (checkFurther) {
+        checkAgain(line.Url, checkFurther);
     }
     if (line.Target) {
-        if (hasControls(*line.Target)) {
-            failUsage("the target has control characters");
-        }
-        inFolder = !line.Target->ends_with('/') && fileExists(*line.Target) && isFolder(*line.Target);
-        settleTarget(line, inFolder);
-        checkTarget(line);
+        inFolder = checkTarget(line);
     }
     if (line.Extras && !line.Extras->Id.empty()) {
         const std::string& id = line.Extras->Id;
@@ -228,6 +248,24 @@ BatchLine ManifestLines::checked(std::size_t number, std::string_view text, cons
         }
     }
     return line;
+}
+
+// What is wrong with most URLs is wrong with their origin, which few lines have for themselves.
+void ManifestLines::checkAgain(const std::string& url, const UrlCheck& checkFurther) {
+    const auto end = std::min(url.find_first_of("/?#", url.find("://") + 3), url.size());
+    std::string origin = url.substr(0, end);
+    if (OriginsSeen.contains(origin) && isPlain(std::string_view(url).substr(end))) {
+        return;
+    }
+    try {
+        checkFurther(url);
+    } catch (const vantik::Failure& failure) {
+        throw vantik::Failure(withRefusedUrlMasked(failure.message(), url));
+    }
+    if (OriginsSeen.size() >= kMostOrigins) {
+        OriginsSeen.clear();
+    }
+    OriginsSeen.insert(std::move(origin));
 }
 
 // Without a name of its own a target gets that of the URL, as with `save`.
@@ -243,13 +281,24 @@ void ManifestLines::settleTarget(BatchLine& line, bool inFolder) {
     }
 }
 
-void ManifestLines::checkTarget(const BatchLine& line) {
+// Returns whether it is a folder, in which the file gets the name of the URL.
+bool ManifestLines::checkTarget(BatchLine& line) {
     const std::string& target = *line.Target;
-    if (fileExists(target) && isSpecialFile(target)) {
+    if (hasControls(target)) {
+        failUsage("the target has control characters");
+    }
+    const bool named = !target.empty() && !target.ends_with('/');
+    Entry entry = named ? entryAt(target) : Entry();
+    const bool inFolder = entry.Folder;
+    settleTarget(line, inFolder);
+    if (!named || inFolder) {
+        entry = entryAt(target);
+    }
+    if (entry.Special) {
         failUsage("the target '" + printable(target) + "' is not a regular file; \"target\":null drops the content");
     }
     checkFolder(target);
-    const std::string name = Names.of(target);
+    const std::string name = entry.Link ? Names.of(target) : Names.ofEntry(target);
     if (const auto found = Reserved.find(name); found != Reserved.end()) {
         failUsage("the target '" + printable(target) + "' is " + found->second);
     }
@@ -262,6 +311,7 @@ void ManifestLines::checkTarget(const BatchLine& line) {
     if (earlier && earlier->Digest == digest.value(1)) {
         failUsage("the target '" + printable(target) + "' is already used by line " + std::to_string(earlier->Number));
     }
+    return inFolder;
 }
 
 void ManifestLines::checkFolder(const std::string& target) {

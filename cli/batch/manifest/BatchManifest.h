@@ -95,7 +95,8 @@ private:
     };
     BatchLine checked(std::size_t number, std::string_view text, const UrlCheck& checkFurther, bool& inFolder);
     static void settleTarget(BatchLine& line, bool inFolder);
-    void checkTarget(const BatchLine& line);
+    void checkAgain(const std::string& url, const UrlCheck& checkFurther);
+    bool checkTarget(BatchLine& line);
     void checkFolder(const std::string& target);
     void settleDigest(BatchLine& line);
 
@@ -103,6 +104,7 @@ private:
     BatchLine placed(std::size_t number, std::string_view text) const;
 
     UrlCheck CheckUrl;
+    std::unordered_set<std::string> OriginsSeen; // some of those whose URLs were checked further
     std::string Folder;
     RealNames Names;
     std::map<std::string, std::string> Reserved; // by the real name

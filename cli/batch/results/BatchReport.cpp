@@ -1,51 +1,25 @@
 #include "cli/batch/results/BatchReport.h"
 
+#include "cli/batch/results/ResultLine.h"
 #include "cli/failures/CliFailure.h"
-#include "cli/options/FieldText.h"
 #include "cli/terminal/Progress.h"
 
 #include <netrove/url.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace netrove::cli {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr std::size_t kBarWidth = 20;
 constexpr std::chrono::seconds kLiveInterval{15}; // as often as such files are read
 constexpr std::size_t kNamedCauses = 5;           // in the summary
 constexpr std::size_t kToldOfEachCause = 10;      // on a terminal, where more would scroll everything else away
-
-std::string dumped(const Json& object) {
-    return object.dump(-1, ' ', true, Json::error_handler_t::replace);
-}
-
-Json targetOf(const BatchLine& line) {
-    return line.Target ? Json(*line.Target) : Json(nullptr);
-}
-
-// A console that also hides the secrets of this line.
-Console consoleFor(const BatchLine& line, const Console& console) {
-    Console result = console;
-    if (!line.Extras) {
-        return result;
-    }
-    result.hide(line.Extras->Password.value_or(""));
-    for (const Field& field : line.Extras->Fields) {
-        if (isSecretField(field.name)) {
-            result.hide(field.value);
-        }
-    }
-    return result;
-}
 
 // What the time went to, of a line of which Start and End are known.
 void addTimes(EndedLine& line, const BatchOutcome& outcome) {
@@ -94,36 +68,6 @@ std::string batchProgressText(const BatchTotals& totals, std::size_t running) {
     return text + ", " + durationText(totals.Elapsed);
 }
 
-std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console) {
-    Json object = {{"id", line.id()},
-                   {"line", line.Number},
-                   {"url", line.Url},
-                   {"target", targetOf(line)},
-                   {"status", outcome.Status == 0 ? Json(nullptr) : Json(outcome.Status)},
-                   {"bytes", outcome.Bytes},
-                   {"seconds", std::round(outcome.Time.count() * 1000) / 1000},
-                   {"attempts", outcome.Attempts},
-                   {"result", outcome.Failed ? "failed" : "done"}};
-    if (outcome.Failed) {
-        Console json = consoleFor(line, console);
-        json.configure(ColorChoice::Never, true);
-        object.update(Json::parse(json.failureText(*outcome.Failed)));
-    }
-    return dumped(object);
-}
-
-std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended) {
-    return dumped({{"id", line.id()},
-                   {"line", line.Number},
-                   {"url", line.Url},
-                   {"target", targetOf(line)},
-                   {"status", ended == nullptr || ended->Status == 0 ? Json(nullptr) : Json(ended->Status)},
-                   {"bytes", ended == nullptr ? 0 : ended->Bytes},
-                   {"seconds", 0.0},
-                   {"attempts", 0},
-                   {"result", result}});
-}
-
 BatchReport::BatchReport(const Settings& settings, const Console& console, std::size_t all, const std::string& shard)
     : TheConsole(console),
       // The parts of a run may share a terminal, which Open MPI makes for each: one display would draw over another.
@@ -167,60 +111,86 @@ void BatchReport::tried(const BatchLine& line, const BatchOutcome& outcome) {
     Facts.Figures.addAttempt(url, secondsAt(outcome.Began), secondsAt(outcome.Ended.value_or(outcome.Began)));
 }
 
-void BatchReport::ended(const BatchLine& line, const BatchOutcome& outcome) {
-    const std::string text = Lines ? resultLine(line, outcome, TheConsole) : std::string();
-    EndedLine figures{.Number = line.Number,
-                      .Url = TheConsole.masked(line.Url),
-                      .Status = outcome.Status,
-                      .Bytes = outcome.Bytes,
-                      .Attempts = outcome.Attempts};
-    if (outcome.Failed) {
-        figures.Failed = causeOf(outcome.Failed->Message, line.Url);
+void BatchReport::ended(std::span<const EndedTransfer> transfers) {
+    std::vector<std::string> texts;
+    for (const EndedTransfer& transfer : transfers) {
+        if (Lines) {
+            texts.push_back(resultLine(transfer.Line, transfer.Outcome, TheConsole) + "\n");
+        }
     }
     const std::lock_guard lock(Guard);
-    figures.End = std::chrono::duration<double>(outcome.Ended.value_or(Clock::now()) - Start).count();
-    figures.Start = figures.End - outcome.Time.count();
-    addTimes(figures, outcome);
-    const std::size_t alike = Facts.Figures.add(figures);
-    if (outcome.Failed) {
-        ++Totals.Failed;
-        ++FailuresByStatus[outcome.Failed->Status];
-        tell(line, outcome.Failed->Message, alike);
-        if (Failures) {
-            Failures->add(line, figures.Failed->text(), outcome.Failed->Status != kExitUsage);
+    for (const auto& [line, outcome] : transfers) {
+        take(line, outcome);
+    }
+    print(texts);
+}
+
+void BatchReport::take(const BatchLine& line, const BatchOutcome& outcome) {
+    std::size_t alike = 0;
+    std::string cause;
+    if (outcome.Failed || !Reports.empty()) { // nobody asks for the figures of the others
+        EndedLine figures{.Number = line.Number,
+                          .Url = TheConsole.masked(line.Url),
+                          .Status = outcome.Status,
+                          .Bytes = outcome.Bytes,
+                          .Attempts = outcome.Attempts};
+        figures.End = std::chrono::duration<double>(outcome.Ended.value_or(Clock::now()) - Start).count();
+        figures.Start = figures.End - outcome.Time.count();
+        if (outcome.Failed) {
+            figures.Failed = causeOf(outcome.Failed->Message, line.Url);
+            cause = figures.Failed->text();
         }
-    } else {
+        addTimes(figures, outcome);
+        alike = Facts.Figures.add(figures);
+    }
+    if (!outcome.Failed) {
         ++Totals.Done;
         Totals.Bytes += outcome.Bytes;
+        return;
     }
-    print(text);
+    ++Totals.Failed;
+    ++FailuresByStatus[outcome.Failed->Status];
+    tell(line, outcome.Failed->Message, alike);
+    if (Failures) {
+        Failures->add(line, cause, outcome.Failed->Status != kExitUsage);
+    }
 }
 
 void BatchReport::skipped(const BatchLine& line, const BatchHistory::Ended& ended) {
-    const std::string text = Lines ? plainLine(line, "skipped", &ended) : std::string();
+    std::vector<std::string> texts;
+    if (Lines) {
+        texts.push_back(plainLine(line, "skipped", &ended) + "\n");
+    }
     const std::lock_guard lock(Guard);
     ++Totals.Skipped;
-    print(text);
+    print(texts);
 }
 
 void BatchReport::planned(const BatchLine& line) {
-    const std::string text = plainLine(line, "planned", nullptr);
     const std::lock_guard lock(Guard);
-    print(text);
+    print(std::vector{plainLine(line, "planned", nullptr) + "\n"});
+}
+
+// As many lines at a time as a pipe takes at once, so that none is cut in two.
+void BatchReport::print(const std::vector<std::string>& lines) {
+    std::string piece;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        piece += lines[i];
+        if (i + 1 == lines.size() || piece.size() + lines[i + 1].size() > PIPE_BUF) {
+            print(std::exchange(piece, {}));
+        }
+    }
 }
 
 void BatchReport::print(const std::string& text) {
-    if (!Lines) {
-        return;
-    }
     const std::string_view first = TheConsole.outIsTerminal() ? TheConsole.removesDisplay() : "";
     try {
-        OutputSink.write(std::string(first) + text + "\n");
+        OutputSink.write(std::string(first) + text);
     } catch (const vantik::Interrupted&) {
-        // After a signal nobody is waited for; where the line is lost, the journal has the transfer.
+        // After a signal nobody is waited for; where lines are lost, the journal has the transfers.
         pollfd entry{STDOUT_FILENO, POLLOUT, 0};
-        if (text.size() < PIPE_BUF && poll(&entry, 1, 0) > 0) {
-            [[maybe_unused]] const bool written = writeAll(STDOUT_FILENO, text + "\n");
+        if (text.size() <= PIPE_BUF && poll(&entry, 1, 0) > 0) {
+            [[maybe_unused]] const bool written = writeAll(STDOUT_FILENO, text);
         }
     }
 }

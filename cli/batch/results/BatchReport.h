@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -38,9 +39,10 @@ struct BatchTotals {
 std::string summaryText(const BatchTotals& totals);
 // One line for a log.
 std::string batchProgressText(const BatchTotals& totals, std::size_t running);
-// The line of a transfer, without its end. Credentials are masked, and the text is ASCII.
-std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const Console& console);
-std::string plainLine(const BatchLine& line, const std::string& result, const BatchHistory::Ended* ended);
+struct EndedTransfer {
+    const BatchLine& Line;
+    const BatchOutcome& Outcome;
+};
 
 // Callable from any thread.
 class BatchReport {
@@ -57,7 +59,8 @@ public:
     void tried(const BatchLine& line, const BatchOutcome& outcome);
     // Each counts the line, prints it where lines are wanted, and a failure on standard error as well. They raise
     // FileNotWritten if standard output can no longer be written.
-    void ended(const BatchLine& line, const BatchOutcome& outcome);
+    void ended(std::span<const EndedTransfer> transfers);
+    void ended(const BatchLine& line, const BatchOutcome& outcome) { ended({{{line, outcome}}}); }
     void skipped(const BatchLine& line, const BatchHistory::Ended& ended);
     void planned(const BatchLine& line);
 
@@ -73,6 +76,8 @@ public:
     int exitStatus() const;
 
 private:
+    void take(const BatchLine& line, const BatchOutcome& outcome);
+    void print(const std::vector<std::string>& lines);
     void print(const std::string& text);
     RunFacts facts() const;
     double secondsAt(Clock::time_point time) const { return std::chrono::duration<double>(time - Start).count(); }

@@ -125,13 +125,10 @@ void BatchCommit::finish(Group& group) {
     if (Journal != nullptr) {
         // What has its name though the records below are missing is known by its inode number.
         for (ReceivedLine& line : group) {
-            step(line, [&] {
-                struct stat facts {};
-                if (fstat(line.File.descriptor(), &facts) == 0) {
-                    Journal->written(line.Line, line.Outcome.Status, static_cast<std::uint64_t>(facts.st_size),
-                                     facts.st_ino);
-                }
-            });
+            if (!line.Outcome.Failed && line.Facts.st_mode != 0) {
+                Journal->written(line.Line, line.Outcome.Status, static_cast<std::uint64_t>(line.Facts.st_size),
+                                 line.Facts.st_ino);
+            }
         }
         Journal->sync();
     }
@@ -146,9 +143,10 @@ void BatchCommit::finish(Group& group) {
 void BatchCommit::settle(Group& group) {
     std::map<dev_t, std::vector<ReceivedLine*>> byDisk;
     for (ReceivedLine& line : group) {
-        struct stat facts {};
-        const bool known = fstat(line.File.descriptor(), &facts) == 0;
-        byDisk[known ? facts.st_dev : 0].push_back(&line);
+        if (fstat(line.File.descriptor(), &line.Facts) != 0) {
+            line.Facts = {};
+        }
+        byDisk[line.Facts.st_dev].push_back(&line);
     }
     for (const auto& [disk, lines] : byDisk) {
         const int any = lines.front()->File.descriptor();
@@ -187,9 +185,12 @@ void BatchCommit::record(Group& group) {
         Journal->kept();
         Journal->sync();
     }
+    std::vector<EndedTransfer> ended;
+    ended.reserve(group.size());
     for (const ReceivedLine& line : group) {
-        Report.ended(line.Line, line.Outcome);
+        ended.push_back({line.Line, line.Outcome});
     }
+    Report.ended(ended);
 }
 
 } // namespace netrove::cli

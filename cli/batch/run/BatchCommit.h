@@ -15,6 +15,7 @@
 #include <exception>
 #include <functional>
 #include <mutex>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct ReceivedLine {
     BatchLine Line{};
     BatchOutcome Outcome{};
     netrove::ReceivedFile File{};
+    struct stat Facts {}; // once all of the file is there; no mode: not known
 };
 
 class BatchCommit {

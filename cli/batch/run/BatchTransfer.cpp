@@ -95,9 +95,9 @@ void takeTimes(BatchOutcome& outcome, const netrove::Response& response) {
 // One attempt, into its file or into nothing.
 class Transfer {
 public:
-    Transfer(netrove::Client& client, const BatchJob& job, const BatchTools& tools)
-        : TheClient(client), Job(job), Line(job.Line), Tools(tools),
-          LineSettings(batchSettings(tools.TheSettings, job.Line)), Live(tools.Live, job.Line.Url) {}
+    Transfer(netrove::Client& client, const BatchJob& job, const BatchTools& tools, const Settings& settings)
+        : TheClient(client), Job(job), Line(job.Line), Tools(tools), LineSettings(settings),
+          Live(tools.Live, job.Line.Url) {}
 
     void run(BatchAttempt& attempt) {
         if (Line.Target && LineSettings.File.MakeFolders) {
@@ -153,7 +153,7 @@ private:
     const BatchJob& Job;
     const BatchLine& Line;
     const BatchTools& Tools;
-    Settings LineSettings;
+    const Settings& LineSettings;
     LiveTransfers::Entry Live;
 };
 
@@ -191,9 +191,10 @@ BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const Ba
     BatchAttempt attempt;
     BatchOutcome& outcome = attempt.Outcome;
     outcome.Began = Clock::now();
-    Circumstances circumstances{.MaxTimeSeconds = tools.TheSettings.MaxTime.value_or(0)};
+    const Settings settings = batchSettings(tools.TheSettings, job.Line);
+    Circumstances circumstances = circumstancesOf(settings);
     try {
-        Transfer(client, job, tools).run(attempt);
+        Transfer(client, job, tools, settings).run(attempt);
     } catch (const JournalFailure& failure) {
         throw vantik::Failure(failure.Reason);
     } catch (const netrove::Error& error) {

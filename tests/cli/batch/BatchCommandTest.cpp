@@ -166,6 +166,20 @@ TEST_F(BatchCommand, TakesAStatusOfFourHundredForAFailureUnlessAskedNotTo) {
     EXPECT_EQ(readFile(file("gone")), "sorry");
 }
 
+TEST_F(BatchCommand, NamesTheLoginThatTheServerOffers) {
+    Server.answer("/private", {{401, {{"WWW-Authenticate", "Digest realm=\"x\", nonce=\"y\""}}, ""}});
+    const std::string url = Server.url("/private");
+    write(url + " 1\nhttp://alice:wonderland@" + url.substr(7) + " 2\n");
+    const std::string offered = "the server offers only digest; --auth digest allows that";
+    const Outcome outcome = batch({"list", "-j", "1", "-u", "bob:builder99", "--auth", "basic"});
+    EXPECT_EQ(outcome.Status, 22) << outcome.Err;
+    EXPECT_EQ(results(outcome).at(0)["hint"], offered);
+    EXPECT_EQ(results(outcome).at(1)["hint"], offered);
+    const Outcome without = batch({"list", "-j", "1"});
+    EXPECT_EQ(results(without).at(0)["hint"], "log in with --user NAME, or check name and password");
+    EXPECT_EQ(results(without).at(1)["hint"], "check name and password");
+}
+
 TEST_F(BatchCommand, EndsWithTheStatusOfItsFailuresOrWithOneWhereTheyDiffer) {
     Server.answer("/gone", {{404, {}, ""}});
     const RefusingPort refusing;

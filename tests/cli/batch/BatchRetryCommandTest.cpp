@@ -141,24 +141,17 @@ TEST_F(BatchRetryCommand, FollowsNoRedirectThatWantsContentASecondTimeWhichIsGon
     EXPECT_EQ(files(), Words{});
 }
 
-TEST_F(BatchRetryCommand, CtrlCEndsTheWait) {
-    Server.answer("/busy", {{503, {{"Retry-After", "250"}}, ""}});
-    write(Server.url("/busy") + "\n");
-    Program program({"batch", "list", "-j", "1", "--retry", "3"}, here());
-    Server.waitForRequest("/busy");
-    program.signal(SIGINT);
-    EXPECT_THAT(program.wait(), ended(130, ""));
-    EXPECT_EQ(Server.allRequests(), 1u);
-}
-
-TEST_F(BatchRetryCommand, AWaitHoldsNoJob) {
+TEST_F(BatchRetryCommand, AWaitHoldsNoJobAndCtrlCEndsIt) {
     Server.answer("/busy", {{503, {{"Retry-After", "250"}}, ""}});
     write(Server.url("/busy") + "\n" + Server.url("/n/1") + " 1\n");
-    Program program({"batch", "list", "-j", "1", "--retry", "3"}, here());
-    program.waitForOutput("\"line\":2");
-    program.signal(SIGTERM);
-    EXPECT_THAT(program.wait(), ended(143, _, HasSubstr("1 done, 1 left")));
-    EXPECT_EQ(files(), Words{"1"});
+    for (const int number : {SIGINT, SIGTERM}) {
+        Program program({"batch", "list", "-j", "1", "--retry", "3", "--no-journal", "--force"}, here());
+        program.waitForOutput("\"line\":2"); // the only job has done that, so the other line waits
+        program.signal(number);
+        EXPECT_THAT(program.wait(), ended(128 + number, _, HasSubstr("1 done, 1 left")));
+        EXPECT_EQ(files(), Words{"1"});
+    }
+    EXPECT_EQ(Server.requests("/busy"), 2u);
 }
 
 // Each wait by itself is short enough; together they are not.

@@ -64,6 +64,18 @@ TEST_F(Signals, EndTheProgramWhileStandardInputIsSilent) {
     expectInterrupted(program);
 }
 
+TEST_F(Signals, EndTheProgramWhileItWaitsForItsNextTry) {
+    const ScriptedServer server({step::expectHead(),
+                                 step::send("HTTP/1.1 503 Busy\r\nRetry-After: 250\r\nContent-Length: 0\r\n\r\n"),
+                                 step::awaitPeerEnd()});
+    Program program({"get", server.url(), "--retry", "3"}, {.Terminal = true});
+    program.waitForOutput(", in 4 min 10 s");
+    program.signal(SIGINT);
+    const Outcome outcome = program.wait();
+    EXPECT_EQ(outcome.Status, 130);
+    EXPECT_THAT(outcome.Out, testing::ContainsRegex("; next try at [0-2][0-9]:[0-5][0-9]:[0-5][0-9], in 4 min 10 s"));
+}
+
 TEST_F(Signals, EndTheProgramWhileNobodyReadsItsOutput) {
     const ScriptedServer server(answering(response(patternedBytes(5'000'000))));
     int ends[2];

@@ -15,6 +15,7 @@
 #include <iomanip>
 #include <limits>
 #include <memory>
+#include <span>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -37,6 +38,7 @@ class BatchJournalFile : public testing::Test {
 protected:
     const testsupport::TemporaryFolder Folder;
     const std::string Name = Folder.file("list.journal");
+    const std::string Temporary = Folder.file(".a.abcdefghijklmnop.part"); // as if the file had one
     BatchLine Line = lineOf("http://h/a " + Folder.file("a"));
 
     std::unique_ptr<BatchHistory> history() const {
@@ -49,8 +51,8 @@ protected:
     void start(const std::function<void(BatchJournal&, OutputFile&)>& then) const {
         BatchJournal journal(Name);
         OutputFile file(*Line.Target, true);
-        journal.begun(Line, file.temporaryName(), file.descriptor());
-        ASSERT_TRUE(writeAll(file.descriptor(), "content"));
+        journal.begun(Line, Temporary, file.descriptor());
+        file.write(std::as_bytes(std::span("content", 7)));
         journal.flush();
         then(journal, file);
         journal.flush();
@@ -149,9 +151,8 @@ TEST_F(BatchJournalFile, DoesNotCountAFileThatGotItsNameWithoutItsContent) {
 }
 
 TEST_F(BatchJournalFile, RemovesTheLeftoversOfAKilledRun) {
-    std::string leftover;
+    const std::string& leftover = Temporary;
     start([&](BatchJournal&, const OutputFile& file) {
-        leftover = file.temporaryName();
         // Another name for what has none yet, or a temporary one.
         const std::string own = "/proc/self/fd/" + std::to_string(file.descriptor());
         ASSERT_EQ(linkat(AT_FDCWD, own.c_str(), AT_FDCWD, Folder.file("kept").c_str(), AT_SYMLINK_FOLLOW), 0);

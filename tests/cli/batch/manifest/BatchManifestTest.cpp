@@ -294,13 +294,17 @@ TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
     std::vector<std::string> asked;
     ManifestLines lines([&](const std::string& url) {
         asked.push_back(url);
-        if (url.ends_with("bad")) {
+        if (url.find("bad") != url.npos) {
             failUsage("not that one");
         }
     });
     lines.check(1, "http://u:p@h/good");
-    EXPECT_EQ(testsupport::failureOf([&] { lines.check(2, "http://h/bad"); }).Text, "not that one");
-    EXPECT_EQ(asked, (std::vector<std::string>{"http://h/good", "http://h/bad"}));
+    lines.check(2, "http://h/also?good=1");
+    for (const char* bad : {"http://bad/x", "http://bad/y", "http://h/[bad]"}) {
+        EXPECT_EQ(testsupport::failureOf([&] { lines.check(3, bad); }).Text, "not that one");
+    }
+    EXPECT_EQ(asked, (std::vector<std::string>{"http://h/good", "http://bad/x", "http://bad/y", "http://h/[bad]"}))
+        << "an origin is asked for once if there is nothing wrong with it";
 }
 
 TEST(BatchManifest, AMissingFolderIsOneProblem) {
