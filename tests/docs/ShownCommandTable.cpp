@@ -24,6 +24,7 @@ constexpr CommandRow kCommands[] = {
     {"CONTRIBUTING.md", "scripts/deps", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
     {"CONTRIBUTING.md", "cmake --preset dev", Way::Sources, ""},
     {"CONTRIBUTING.md", "cmake --build --preset dev", Way::Sources, ""},
+    {"CHANGELOG.md", "scripts/run python", Way::Elsewhere, kPython},
     {"CONTRIBUTING.md", "scripts/run python", Way::Elsewhere, kPython},
     {"CONTRIBUTING.md", "scripts/test --only 'Messages.*'", Way::Here, ""},
     {"CONTRIBUTING.md", "scripts/test --quick", Way::Here, ""},

@@ -161,8 +161,9 @@ TEST(ModuleForAnotherHost, IsInstalledAsThePageSays) {
     ASSERT_NE(configure, commands.end());
     ASSERT_EQ(shell.runInSources(configure->Text, "").Status, 0);
     std::filesystem::create_directories(shell.sources("build/release/lib"));
-    std::filesystem::copy_file(testsupport::builtFile("lib/libnetrove.so"),
-                               shell.sources("build/release/lib/libnetrove.so"));
+    for (const std::string library : {"lib/libnetrove.so", "lib/libnetrove_poco.so"}) {
+        std::filesystem::copy_file(testsupport::builtFile(library), shell.sources("build/release/" + library));
+    }
     const Outcome installed = shell.runInSources("cmake --install build/release --prefix build/installed", "");
     ASSERT_EQ(installed.Status, 0) << installed.Out << installed.Err;
 
@@ -180,6 +181,7 @@ TEST(ModuleForAnotherHost, IsInstalledAsThePageSays) {
     EXPECT_EQ(found.Status, 0) << found.Err;
     const std::filesystem::path module = shell.sources("build/installed/lib/libnetrove.so");
     EXPECT_THAT(found.Out, HasSubstr("-- module " + std::filesystem::canonical(module).string() + "\n"));
+    EXPECT_TRUE(std::filesystem::exists(shell.sources("build/installed/lib/netrove/libnetrove_poco.so")));
 }
 
 // Some presets are named only in commands that no test runs.

@@ -171,7 +171,8 @@ TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
         EXPECT_TRUE(ElfFile(place("libnetrove0/" + file)).allSymbols().empty()) << file;
         EXPECT_THAT(ElfFile(place("libnetrove0/" + file)).runPath(), Not(HasSubstr("/"))) << file;
     }
-    EXPECT_EQ(ElfFile(place("netrove/usr/bin/netrove")).runPath(), "$ORIGIN/../" NETROVE_LIBRARY_FOLDER);
+    EXPECT_EQ(ElfFile(place("netrove/usr/bin/netrove")).runPath(),
+              "$ORIGIN/../" NETROVE_LIBRARY_FOLDER ":$ORIGIN/../" NETROVE_LIBRARY_FOLDER "/netrove");
 }
 
 TEST_F(Packages, CompressedPagesAreWhole) {
