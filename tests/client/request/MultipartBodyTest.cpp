@@ -59,7 +59,6 @@ TEST(MultipartBody, BytesOnTheWire) {
     EXPECT_TRUE(form.repeatable());
 }
 
-// Rule M1.
 TEST(MultipartBody, BoundaryIsLegalAndDiffersEachTime) {
     std::set<std::string> seen;
     for (int i = 0; i < 20; ++i) {
@@ -83,7 +82,7 @@ TEST(MultipartBody, BoundaryThatOccursInAPartIsNotUsed) {
     EXPECT_EQ(chosen, "free");
 }
 
-// Rules M2 and M6; a part has no other field.
+// A part has no other field.
 TEST(MultipartBody, PythonReadsWhatWasWritten) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("photo.jpg"), "\xFF\xD8");
@@ -135,7 +134,6 @@ TEST(MultipartBody, FileNameIsItsLastSegment) {
     EXPECT_THROW(sent("folder/"), netrove::Error);
 }
 
-// Rules M3 and M4.
 TEST(MultipartBody, NamesAreUtf8WithThreeEscapes) {
     const std::string name = "\xC3\xA9 \"x\"\r\n%22;'\\";
     const std::string escaped = "\xC3\xA9 %22x%22%0D%0A%22;'\\";
@@ -148,7 +146,6 @@ TEST(MultipartBody, NamesAreUtf8WithThreeEscapes) {
                              "text/plain;charset=utf-8", ""}));
 }
 
-// Rule M5.
 TEST(MultipartBody, FilesOfOneFieldAreSeveralPartsInOrder) {
     EXPECT_THAT(
         readBack(netrove::multipart(
@@ -157,7 +154,6 @@ TEST(MultipartBody, FilesOfOneFieldAreSeveralPartsInOrder) {
                     ReadPart{"f", "a", kWithType, "a/b", "31"}));
 }
 
-// Rule M7.
 TEST(MultipartBody, LengthIsKnownWhereThatOfEachPartIs) {
     const testsupport::TemporaryFolder folder;
     testsupport::writeFile(folder.file("data"), std::string(12345, 'x'));

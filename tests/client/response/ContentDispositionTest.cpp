@@ -42,7 +42,6 @@ TEST(ContentDisposition, PlainNames) {
     });
 }
 
-// Rule N1.
 TEST(ContentDisposition, ExtendedNameWinsInEitherOrder) {
     check({
         {"attachment; filename=\"plain.txt\"; filename*=UTF-8''r%C3%A9al.txt", "r\xC3\xA9"
@@ -52,7 +51,6 @@ TEST(ContentDisposition, ExtendedNameWinsInEitherOrder) {
     });
 }
 
-// Rule N2.
 TEST(ContentDisposition, ExtendedNamesAreDecodedOrPassedOver) {
     check({
         {"attachment; filename*=UTF-8''na%C3%AFve.txt", "na\xC3\xAFve.txt"},
@@ -75,7 +73,6 @@ TEST(ContentDisposition, ExtendedNamesAreDecodedOrPassedOver) {
     });
 }
 
-// Rule N3.
 TEST(ContentDisposition, OnlyTheLastSegmentIsKept) {
     check({
         {"attachment; filename=\"/etc/passwd\"", "passwd"},
@@ -141,7 +138,6 @@ TEST(ContentDisposition, HarmlessNamesStay) {
     });
 }
 
-// Rule N4.
 TEST(ContentDisposition, RepeatedParameterMakesItInvalid) {
     check({
         {"attachment; filename=a.txt; filename=b.txt", kRefused},

@@ -64,6 +64,7 @@ TEST_F(TlsCommand, SavesWhatItMayTrustAndSaysWhyNotOtherwise) {
         std::vector<std::string> Options;
         const char* Key; // of the failure; null: it is saved
         std::string Reason;
+        std::string Help = {};
     };
     const char* const withFile = "SSLConnectionFailure";
     const char* const withSystem = "SSLConnectionSystemFailure";
@@ -76,7 +77,11 @@ TEST_F(TlsCommand, SavesWhatItMayTrustAndSaysWhyNotOtherwise) {
           {OtherName, {"--ca-file", CaFile}, withFile, "no alternative certificate subject name matches"},
           {OtherName, {"--ca-file", CaFile, "--no-verify-name"}, nullptr, ""},
           {OtherName, {"--no-verify-name"}, withSystem, "unable to get local issuer certificate"},
-          {Expired, {"--ca-file", CaFile}, withFile, "certificate has expired"},
+          {Expired,
+           {"--ca-file", CaFile},
+           withFile,
+           "certificate has expired",
+           "only the server's owner can renew its certificate"},
           {OldVersion, {"-k"}, "SSLConnectionNoFile", "protocol version"}}) {
         const std::string url = peer().url(row.Server);
         SCOPED_TRACE(url + " " + testing::PrintToString(row.Options));
@@ -90,7 +95,7 @@ TEST_F(TlsCommand, SavesWhatItMayTrustAndSaysWhyNotOtherwise) {
         expectFailed(outcome, 60,
                      AllOf(StartsWith("netrove: VANTIK:webservices:" + std::string(row.Key) +
                                       ": no secure connection to localhost:" + std::to_string(peer().port(row.Server))),
-                           HasSubstr(row.Reason)));
+                           HasSubstr(row.Reason), HasSubstr(row.Help)));
         EXPECT_EQ(outcome.Err.find('\n'), outcome.Err.size() - 1);
         EXPECT_EQ(peer().requestsUpToNow().size(), served) << "something was sent";
     }
