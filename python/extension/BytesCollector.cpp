@@ -8,7 +8,7 @@ namespace netrove::python {
 
 namespace {
 
-constexpr std::size_t kSmallContent = std::size_t{64} << 10;
+constexpr std::size_t kShortContent = std::size_t{64} << 10;
 constexpr std::size_t kMostReserved = std::size_t{64} << 20; // on the word of a server
 
 } // namespace
@@ -22,18 +22,18 @@ BytesCollector::~BytesCollector() {
 void BytesCollector::begin(std::uint64_t expected) {
     Small.clear();
     Used = 0;
-    if (expected > kSmallContent && Large == nullptr) {
+    if (expected > kShortContent && Large == nullptr) {
         makeRoom(std::min<std::uint64_t>(expected, kMostReserved));
     }
 }
 
 void BytesCollector::add(std::span<const std::byte> piece) {
-    if (Large == nullptr && Small.size() + piece.size() <= kSmallContent) {
+    if (Large == nullptr && Small.size() + piece.size() <= kShortContent) {
         Small.append(reinterpret_cast<const char*>(piece.data()), piece.size());
         return;
     }
     if (Large == nullptr) {
-        makeRoom(std::max(4 * kSmallContent, 2 * piece.size()));
+        makeRoom(std::max(4 * kShortContent, 2 * piece.size()));
         std::memcpy(PyBytes_AS_STRING(Large), Small.data(), Small.size());
         Used = Small.size();
     }
