@@ -151,12 +151,16 @@ struct Pool::State {
 
     // `interrupts`: how many there had been when the task was taken, and waited no more.
     void run(const Task& task, std::optional<Client>& client, std::uint64_t interrupts) {
+        std::exception_ptr failed;
         try {
             if (!client) {
                 client.emplace(Defaults, MakeTransport ? MakeTransport() : networkTransport());
             }
         } catch (...) {
-            return task(nullptr, std::current_exception());
+            failed = std::current_exception();
+        }
+        if (failed) {
+            return task(nullptr, std::move(failed)); // this thread keeps nothing of it
         }
         {
             const std::lock_guard lock(Guard);
@@ -297,27 +301,26 @@ Results Pool::requestAll(std::vector<Request> requests) {
         if (!request.stop.stop_possible()) {
             request.stop = Own->Defaults.stop;
         }
-        enqueue(url,
-                [state, i, request = std::move(request)](Client* client, const std::exception_ptr& failed) mutable {
-                    Result result{.index = i, .url = request.url};
-                    try {
-                        // The program's own word counts as much as that of the results, which may be dropped.
-                        std::stop_source both;
-                        const auto stop = [&both] { both.request_stop(); };
-                        const std::stop_callback onOwn(request.stop, stop);
-                        const std::stop_callback onDropped(state->Stop.get_token(), stop);
-                        request.stop = both.get_token();
-                        if (client == nullptr || both.stop_requested()) {
-                            std::rethrow_exception(failed ? failed : dropped());
-                        }
-                        result.response = client->request(request);
-                    } catch (...) {
-                        result.failure = std::current_exception();
-                    }
-                    const std::lock_guard lock(state->Guard);
-                    state->Ready.push_back(std::move(result));
-                    state->Ended.notify_one();
-                });
+        enqueue(url, [state, i, request = std::move(request)](Client* client, std::exception_ptr failed) mutable {
+            Result result{.index = i, .url = request.url};
+            try {
+                // The program's own word counts as much as that of the results, which may be dropped.
+                std::stop_source both;
+                const auto stop = [&both] { both.request_stop(); };
+                const std::stop_callback onOwn(request.stop, stop);
+                const std::stop_callback onDropped(state->Stop.get_token(), stop);
+                request.stop = both.get_token();
+                if (client == nullptr || both.stop_requested()) {
+                    std::rethrow_exception(failed ? std::exchange(failed, nullptr) : dropped());
+                }
+                result.response = client->request(request);
+            } catch (...) {
+                result.failure = std::current_exception();
+            }
+            const std::lock_guard lock(state->Guard);
+            state->Ready.push_back(std::move(result));
+            state->Ended.notify_one();
+        });
     }
     return Results(state);
 }

@@ -116,20 +116,21 @@ public:
         auto promise = std::make_shared<std::promise<Value>>();
         auto future = promise->get_future();
         auto run = std::make_shared<Callable>(std::move(callable)); // which may be one that cannot be copied
-        enqueue(url, [promise, run](Client* client, const std::exception_ptr& failed) {
-            try {
-                if (failed) {
-                    std::rethrow_exception(failed);
+        enqueue(url, [promise, run](Client* client, std::exception_ptr failed) {
+            if (!failed) {
+                try {
+                    if constexpr (std::is_void_v<Value>) {
+                        (*run)(*client);
+                        promise->set_value();
+                    } else {
+                        promise->set_value((*run)(*client));
+                    }
+                    return;
+                } catch (...) {
+                    failed = std::current_exception();
                 }
-                if constexpr (std::is_void_v<Value>) {
-                    (*run)(*client);
-                    promise->set_value();
-                } else {
-                    promise->set_value((*run)(*client));
-                }
-            } catch (...) {
-                promise->set_exception(std::current_exception());
             }
+            promise->set_exception(std::move(failed)); // this thread keeps nothing of it
         });
         return future;
     }
@@ -139,7 +140,7 @@ public:
 
 private:
     // Gets a client, or null and why there is none.
-    using Task = std::function<void(Client* client, const std::exception_ptr& failed)>;
+    using Task = std::function<void(Client* client, std::exception_ptr failed)>;
     void enqueue(const std::string& url, Task task);
 
     struct State;
