@@ -1,4 +1,4 @@
-// The content that the server sends and the peers upload: bytes with a period that is no power of two, so that a piece
+// The content that the server sends and the peers upload: bytes with a period that is not a power of two, so that a piece
 // that is lost, doubled or out of place changes the checksum. bench/run makes the same bytes.
 #pragma once
 
