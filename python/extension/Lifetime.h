@@ -1,4 +1,4 @@
-// What runs without the GIL, so that the interpreter can end it before it ends itself, and what a fork leaves behind.
+// What runs without the GIL, so that the interpreter can end it before it ends itself, and what a forked child gets.
 #pragma once
 
 #include <pybind11/pybind11.h>
