@@ -94,6 +94,12 @@ __all__ = [
 ]
 
 
+for _name in __all__:
+    _public = globals()[_name]
+    if isinstance(_public, type) and _public.__module__.startswith("netrove."):
+        _public.__module__ = "netrove"  # what tracebacks show is what programs import
+
+
 def _note_main_thread() -> None:
     ident = threading.main_thread().ident
     if ident is not None:

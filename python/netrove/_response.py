@@ -21,6 +21,25 @@ _PIECE = 65536  # bytes
 _Self = TypeVar("_Self", bound="Response")
 
 
+class Lines:
+    """Makes lines, without their ends, of text that comes in pieces."""
+
+    def __init__(self) -> None:
+        self._newlines = io.IncrementalNewlineDecoder(None, translate=True)
+        self._begun: list[str] = []  # the parts of a line whose end has not come
+
+    def split(self, text: str, final: bool = False) -> list[str]:
+        """The lines that end in this text, and with ``final`` the last one, which needs no end."""
+        first, *more = self._newlines.decode(text, final).split("\n")
+        self._begun.append(first)
+        if not more and not final:
+            return []
+        lines = ["".join(self._begun), *more]
+        if not final or not lines[-1]:
+            self._begun = [lines.pop()]
+        return lines
+
+
 class Request:
     """What was asked for, in the end: after redirects."""
 
@@ -217,15 +236,10 @@ class Response:
 
     def iter_lines(self) -> Iterator[str]:
         """The content as lines of text, without their ends."""
-        newlines = io.IncrementalNewlineDecoder(None, translate=True)
-        rest = ""
+        lines = Lines()
         for text in self.iter_text():
-            *lines, rest = (rest + newlines.decode(text)).split("\n")
-            yield from lines
-        *lines, rest = (rest + newlines.decode("", True)).split("\n")
-        yield from lines
-        if rest:
-            yield rest
+            yield from lines.split(text)
+        yield from lines.split("", final=True)
 
     def read(self) -> bytes:
         """The whole content."""

@@ -120,3 +120,9 @@ def test_content_in_pieces(client: netrove.Client) -> None:
     assert list(got.iter_lines()) == ["one", "two", "three", "four é", "", "last"]
     with pytest.raises(ValueError):
         got.iter_bytes(0).__next__()
+
+
+def test_lines_are_whole_where_pieces_of_64_kib_end_within_them(client: netrove.Client) -> None:
+    lines = ["x" * 65535, "é" * 100000, "", "last"]
+    with ScriptedServer(answering(response("\r\n".join(lines)))) as server:
+        assert list(client.get(server.url()).iter_lines()) == lines
