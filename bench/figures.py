@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Tables and plots of what bench/run has measured.
 
-    bench/figures.py [--page] [RESULTS]
+    bench/figures.py [--page] [RESULTS...]
 
-It prints the tables of build/bench/results.json, or of another file. With --page it writes them into
+It prints the tables of build/bench/results.json, or of other files, one after the other. With --page it writes them into
 docs/performance.md, between the two comments there, and the plots into docs/pictures/.
 """
 import json
@@ -43,7 +43,8 @@ def cells(job, titles, cell):
 
 def titles_of(results, jobs):
     """The columns: all that have played at least one of the jobs."""
-    titles = results["processes" if jobs[0]["group"] in PROCESSES else "peers"]
+    group = jobs[0]["group"]
+    titles = results[group if group == "python" else "processes" if group in PROCESSES else "peers"]
     return {name: title for name, title in titles.items() if any(name in job["results"] for job in jobs)}
 
 
@@ -68,7 +69,7 @@ def section(results, jobs, title):
     def rate(job, key, base):
         if base == 0:
             return ""
-        if job["group"] in ("transfers", "protocols") and job["size"] >= 1 << 16 and key == "seconds":
+        if job["group"] in ("transfers", "protocols", "python") and job["size"] >= 1 << 16 and key == "seconds":
             return f" (1 = {job['size'] * job['count'] / base / 1e9:.2f} GB/s)"
         if job["count"] > 1 and key == "seconds":
             return f" (1 = {job['count'] / base:,.0f}/s)"
@@ -110,6 +111,7 @@ def series(results, jobs, axis):
 SECTIONS = [
     ("transfers", "Transfers", lambda results, jobs: section(results, jobs, "Job")),
     ("processes", "Whole processes", lambda results, jobs: section(results, jobs, "Job")),
+    ("python", "In Python", lambda results, jobs: section(results, jobs, "Job")),
     ("protocols", "TLS and HTTP/2", lambda results, jobs: section(results, jobs, "Job")),
     ("scopes", "Several clients at a time", lambda results, jobs: section(results, jobs, "Job")),
     ("size", "By size: time and peak memory of one request", lambda results, jobs: series(results, jobs, "Content")),
@@ -159,7 +161,7 @@ def pictures(results):
         return {name: plots.bars(BAR_TITLES[name], [bar_panel(results, job, key, text, reference) for job in jobs])
                 } if jobs else {}
     drawn = {}
-    for name in ("transfers", "processes", "protocols"):
+    for name in ("transfers", "processes", "python", "protocols"):
         compared = [job for job in group(name) if job["baseline"] in job["results"]]
         drawn |= bar_plot(name, compared, "seconds", ratio, True)
     held = [job for job in group("transfers") if job["key"] in ("memory", "consumer")] + group("processes")
@@ -171,6 +173,7 @@ def pictures(results):
 BAR_TITLES = {
     "transfers": "Time of transfers as a ratio to a bare libcurl loop",
     "processes": "Time of whole processes as a ratio to curl",
+    "python": "Time in Python as a ratio to netrove::Client in C++",
     "protocols": "Time of transfers with TLS as a ratio to a bare libcurl loop",
     "memory": "Peak memory",
 }
@@ -181,13 +184,12 @@ GROWTH = [
     ("dry", "Time to check a list, by its lines", lambda count: f"{count:,}"),
     ("scopes", "Time of one of 20,000 GETs, by clients at a time", str),
 ]
-ABOVE = {"transfers": ["transfers", "memory"], "processes": ["processes"], "protocols": ["protocols"],
+ABOVE = {"transfers": ["transfers", "memory"], "processes": ["processes"], "python": ["python"], "protocols": ["protocols"],
          "size": ["growth"]}
 
 
-def page(results):
-    """Puts the figures where the page has room for them."""
-    drawn = pictures(results)
+def page_of(results, drawn):
+    """The figures of one run; `drawn` are its pictures."""
     parts = [f"Measured on {results['date']} in {results['rounds']} rounds: {results['machine']}. " +
              ", ".join(f"{package} {version}" for package, version in results["versions"].items()) + "."]
     for group, title, make in SECTIONS:
@@ -197,6 +199,13 @@ def page(results):
             parts += [f"![{BAR_TITLES.get(name, 'How time grows')}](pictures/{name}.svg)"
                       for name in ABOVE.get(group, []) if name in drawn]
             parts += [make(results, jobs)]
+    return parts
+
+
+def page(runs):
+    """Puts the figures where the page has room for them."""
+    drawn = [pictures(results) for results in runs]
+    parts = [part for results, own in zip(runs, drawn) for part in page_of(results, own)]
     file = ROOT / "docs/performance.md"
     before, _, rest = file.read_text(encoding="utf-8").partition(BEGIN)
     _, found, after = rest.partition(END)
@@ -204,7 +213,7 @@ def page(results):
         raise SystemExit(f"{file} has no place for the figures: {BEGIN} ... {END}")
     folder = ROOT / "docs/pictures"
     folder.mkdir(exist_ok=True)
-    for name, picture in drawn.items():
+    for name, picture in (item for own in drawn for item in own.items()):
         (folder / f"{name}.svg").write_text(picture, encoding="utf-8")
     file.write_text("\n\n".join([before + BEGIN, *parts, END + after]), encoding="utf-8")
 
@@ -213,13 +222,13 @@ def main():
     arguments = sys.argv[1:]
     to_page = "--page" in arguments
     files = [argument for argument in arguments if argument != "--page"]
-    if len(files) > 1 or any(file.startswith("-") for file in files):
+    if any(file.startswith("-") for file in files):
         raise SystemExit(f"usage: {__doc__.split(chr(10) * 2)[1].strip()}")
-    results = json.loads((pathlib.Path(files[0]) if files else ROOT / "build/bench/results.json").read_text())
+    runs = [json.loads(pathlib.Path(file).read_text()) for file in files or [ROOT / "build/bench/results.json"]]
     if to_page:
-        page(results)
+        page(runs)
     else:
-        print(tables(results))
+        print("\n\n".join(map(tables, runs)))
 
 
 if __name__ == "__main__":

@@ -28,6 +28,27 @@ PROCESSES = {  # the same for jobs of whole processes
     "netrove": "netrove",
     "netrove-direct": "netrove, -x none",
 }
+PYTHON = {  # and for jobs of Python programs, beside the interface for C++
+    "netrove_client": "netrove::Client, C++",
+    "python-netrove": "netrove for Python",
+    "python-pycurl": "pycurl",
+    "python-aiohttp": "aiohttp",
+    "python-requests": "requests",
+    "python-httpx": "httpx",
+}
+START = {  # one GET by a program of its own
+    "python-netrove": "import netrove; netrove.get({url!r}).content",
+    "python-pycurl": "import io, pycurl; c = pycurl.Curl(); c.setopt(pycurl.URL, {url!r}); b = io.BytesIO(); "
+                     "c.setopt(pycurl.WRITEDATA, b); c.perform()",
+    "python-aiohttp": """
+import aiohttp, asyncio
+async def get():
+    async with aiohttp.ClientSession() as session, session.get({url!r}) as response:
+        return await response.read()
+asyncio.run(get())""",
+    "python-requests": "import requests; requests.get({url!r}).content",
+    "python-httpx": "import httpx; httpx.get({url!r}).content",
+}
 
 # `group` says in which table or plot the job is; `x` its place on the axis there.
 Job = collections.namedtuple(
@@ -80,6 +101,20 @@ def jobs(quick, everything):
     for lines in [100, 10000] + ([] if quick else [100000, 1000000]) + ([10000000] if everything else []):
         table.append(Job(f"dry-{lines}", f"a list of {lines:,} lines, checked only", "dry", "dry", 0, lines, lines,
                          ["before", "netrove"], "netrove"))
+    gets = 10000 // scale
+
+    def python(key, title, *what, **more):
+        table.append(Job(f"python-{key}", title, "python", *what, None, list(PYTHON), "netrove_client", **more))
+
+    python("file", f"{size_text(gib)} into a file", "file", gib, 1)
+    python("memory", f"{size_text(quarter)} into memory", "memory", quarter, 1)
+    python("buffer", f"{size_text(gib)} from a buffer", "upload", gib, 1, settings={"piece": gib})
+    python("generator", f"{size_text(gib)} from a generator of 64 KiB", "upload", gib, 1,
+           settings={"piece": 64 * KIB, "sized": 0})
+    python("small", f"{gets:,} GETs of 100 bytes, one after another, all on one CPU", "memory", 100, gets,
+           server="near")
+    python("many", f"{gets:,} GETs of 100 bytes, 16 at a time", "memory", 100, gets, settings={"jobs": 16})
+    python("get", "a program that makes one GET of 100 bytes", "get", 100, 1, repeat=5)
     return table
 
 

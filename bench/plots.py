@@ -8,9 +8,13 @@ OURS, TYPED, BEFORE, BASE, OTHERS = "#0969da", "#0a3069", "#9cc7f5", "#57606a", 
 LINES = ["#bf8700", "#8250df", "#1a7f37", "#cf222e"]  # where there are several others
 
 
+def is_ours(name):
+    return name.startswith("netrove") or name == "python-netrove"
+
+
 def colour(name):
     known = {"netrove_client": TYPED, "multi": BASE}
-    return known.get(name, OURS if name.startswith("netrove") else BEFORE if name.startswith("before") else OTHERS)
+    return known.get(name, OURS if is_ours(name) else BEFORE if name.startswith("before") else OTHERS)
 
 
 class Drawing:
@@ -61,7 +65,7 @@ def bars(title, panels, columns=2):
                 drawing.line([(x, top + head - 3), (x, top + head + len(values) * row)], BASE, 1, "3 3")
             for place, (name, label, value, text) in enumerate(sorted(values, key=lambda bar: bar[2])):
                 y = top + head + place * row
-                ours = name.startswith("netrove")
+                ours = is_ours(name)
                 drawing.text(left + names - 8, y + 11, label, "end", weight="600" if ours else "normal",
                              fill=TEXT if ours else FAINT)
                 drawing.box(left + names, y + 1, room * value / longest, row - 4, colour(name))
@@ -110,7 +114,7 @@ def lines_panel(drawing, left, top, width, height, head, panel):
     labels = []
     others = iter(LINES)
     for name, label, points in series:
-        ours = name.startswith("netrove")
+        ours = is_ours(name)
         stroke = colour(name)
         if stroke == OTHERS:
             stroke = next(others)

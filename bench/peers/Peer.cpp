@@ -10,6 +10,7 @@
 #include <iterator>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <thread>
@@ -40,6 +41,7 @@ struct Task {
     Request What;
     std::uint64_t Count = 1;
     unsigned Threads = 1;
+    unsigned Jobs = 1;
     bool Check = false;
 };
 
@@ -62,6 +64,10 @@ Task readArguments(const std::vector<std::string>& arguments) {
             task.What.Fields = static_cast<unsigned>(numberOf(value));
         } else if (name == "count") {
             task.Count = numberOf(value);
+        } else if (name == "sized") {
+            task.What.Sized = value != "0";
+        } else if (name == "jobs") {
+            task.Jobs = static_cast<unsigned>(numberOf(value));
         } else if (name == "threads") {
             task.Threads = static_cast<unsigned>(numberOf(value));
         } else if (name == "check") {
@@ -75,8 +81,12 @@ Task readArguments(const std::vector<std::string>& arguments) {
 }
 
 // Plays the task's requests on one client.
-void play(Peer& peer, const Task& task, std::uint64_t count, bench::Tally& received, std::string& answer) {
-    Source source(task.What);
+void play(Peer& peer, const Task& task, std::uint64_t count, Source& source, bench::Tally& received,
+          std::string& answer) {
+    if (task.Jobs > 1) {
+        peer.many(task.What, count, task.Jobs, received);
+        return;
+    }
     for (std::uint64_t done = 0; done < count; ++done) {
         if (task.Job == "consumer") {
             peer.consumer(task.What, received);
@@ -133,6 +143,7 @@ void run(const Task& task) {
     });
     const auto playOne = [&](unsigned index) {
         std::unique_ptr<Peer> peer;
+        std::optional<Source> source; // a large piece takes longer to make than to send
         const auto guarded = [&](const auto& step) {
             try {
                 step();
@@ -140,11 +151,14 @@ void run(const Task& task) {
                 failures[index] = std::current_exception();
             }
         };
-        guarded([&] { peer = makePeer(); });
+        guarded([&] {
+            source.emplace(task.What);
+            peer = makePeer();
+        });
         begin.arrive_and_wait();
         if (peer) {
             const std::uint64_t count = task.Count / task.Threads + (index < task.Count % task.Threads ? 1 : 0);
-            guarded([&] { play(*peer, task, count, received[index], answers[index]); });
+            guarded([&] { play(*peer, task, count, *source, received[index], answers[index]); });
         }
         end.arrive_and_wait();
     };
@@ -169,6 +183,10 @@ void run(const Task& task) {
 }
 
 } // namespace
+
+void Peer::many(const Request&, std::uint64_t, unsigned, bench::Tally&) {
+    throw std::runtime_error("this peer sends one request at a time");
+}
 
 void require(bool condition, const std::string& failure) {
     if (!condition) {

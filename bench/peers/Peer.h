@@ -9,7 +9,9 @@
 //
 //     count=N       as many requests, one after the other, on a connection that is kept
 //     threads=N     as many clients, each on a thread of its own; they share the count
+//     jobs=N        memory: N of the requests at a time, by what the library has for that (netrove_client only)
 //     fields=N      header fields to send with each request
+//     sized=0       upload: the length is not announced (netrove_client only)
 //     check=1       the checksum of what is received
 //
 // Making the client is not timed. The figures are a line of JSON: seconds and CPU seconds of the requests, the peak
@@ -32,6 +34,7 @@ struct Request {
     std::uint64_t Size = 0;
     std::size_t Piece = std::size_t{64} << 10;
     unsigned Fields = 0;
+    bool Sized = true;
 };
 
 // http://HOST:PORT/TARGET, for peers that want it in parts.
@@ -68,6 +71,7 @@ public:
     virtual void memory(const Request& request, bench::Tally& received) = 0;
     virtual void file(const Request& request) = 0;
     virtual std::string upload(const Request& request, Source& source) = 0; // returns the server's answer
+    virtual void many(const Request& request, std::uint64_t count, unsigned jobs, bench::Tally& received);
 };
 
 // Each peer defines this one. Called on the thread that uses the peer.

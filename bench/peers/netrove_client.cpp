@@ -3,8 +3,11 @@
 #include "bench/peers/Peer.h"
 
 #include <netrove/client.h>
+#include <netrove/pool.h>
 
 #include <limits>
+#include <optional>
+#include <vector>
 
 namespace peers {
 namespace {
@@ -23,9 +26,17 @@ public:
     void file(const Request& request) override { check(Client.save(request.Url, request.File, more(request))); }
     std::string upload(const Request& request, Source& source) override {
         const auto next = [&] { return std::as_bytes(std::span(source.next())); };
-        const netrove::Response response = Client.put(request.Url, netrove::generator(next, request.Size));
+        const auto length = request.Sized ? std::optional(request.Size) : std::nullopt;
+        const netrove::Response response = Client.put(request.Url, netrove::generator(next, length));
         check(response);
         return response.text();
+    }
+    void many(const Request& request, std::uint64_t count, unsigned jobs, bench::Tally& received) override {
+        netrove::Pool pool({.jobs = static_cast<int>(jobs), .perHost = static_cast<int>(jobs)});
+        for (const netrove::Result& result : pool.getAll(std::vector(count, request.Url), more(request))) {
+            check(result.value());
+            received.take(result.value().content.data(), result.value().content.size());
+        }
     }
 
 private:

@@ -32,6 +32,16 @@ constexpr const char* kResults = R"({
      "baseline": "multi", "results": {"netrove": {"seconds": [0.3], "cpu": [0.1], "server": [0.2], "peak": [2048]}}}
   ]
 })";
+constexpr const char* kOfPython = R"({
+  "machine": "a machine", "date": "2026-01-03", "network": "private", "rounds": 1, "versions": {"python3": "3.11.2"},
+  "peers": {}, "processes": {}, "python": {"netrove_client": "C++", "python-netrove": "Python"},
+  "jobs": [
+    {"key": "python-file", "title": "1 GB into a file", "group": "python", "job": "file", "size": 1000000000, "count": 1,
+     "x": null, "baseline": "netrove_client", "results": {
+      "netrove_client": {"seconds": [0.5], "cpu": [0.2], "server": [0.1], "peak": [10240]},
+      "python-netrove": {"seconds": [0.6], "cpu": [0.3], "server": [0.1], "peak": [20480]}}}
+  ]
+})";
 constexpr const char* kPage = "# Performance\n\nBefore.\n\n<!-- figures: bench/figures.py writes what follows -->\n\n"
                               "old\n\n<!-- end of figures -->\n\nAfter.\n";
 constexpr const char* kTimes = "| Job | bare loop | netrove |\n|---|---|---|\n"
@@ -86,6 +96,17 @@ TEST_F(BenchFigures, FillThePage) {
     EXPECT_THAT(readFile(Folder.file("docs/pictures/transfers.svg")), HasSubstr(">0.80</text>"));
     EXPECT_THAT(readFile(Folder.file("docs/pictures/growth.svg")), HasSubstr(">2 KiB</text>"));
     EXPECT_FALSE(fs::exists(Folder.file("docs/pictures/processes.svg"))); // nothing of it was measured
+}
+
+TEST_F(BenchFigures, OfTwoRunsStandOneAfterTheOther) {
+    testsupport::writeFile(Folder.file("python.json"), kOfPython);
+    const Outcome outcome = figures({"--page", Folder.file("python.json")});
+    EXPECT_EQ(outcome.Status, 0) << outcome.Err;
+    EXPECT_THAT(page(), testing::ContainsRegex("Measured on 2026-01-03 in 1 rounds: a machine. python3 3.11.2.\n\n"
+                                               "## In Python\n\n!\\[[^]]*\\]\\(pictures/python.svg\\)\n"));
+    EXPECT_THAT(page(), AllOf(HasSubstr("| 1 GB into a file (1 = 2.00 GB/s) | 1.00 ±0.00 | 1.20 ±0.00 |\n"),
+                              HasSubstr("\n\nMeasured on 2026-01-02 in 3 rounds: "), HasSubstr(kTimes)));
+    EXPECT_TRUE(fs::exists(Folder.file("docs/pictures/python.svg")));
 }
 
 TEST_F(BenchFigures, APageWithoutTheirPlaceStaysAsItIs) {

@@ -13,7 +13,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing::Contains;
 using testing::HasSubstr;
 using testsupport::Outcome;
 
@@ -66,6 +65,27 @@ TEST_F(BenchRun, PlaysEveryKindOfJob) {
             }
         }
     }
+}
+
+TEST_F(BenchRun, PlaysTheJobsOfPython) {
+    fs::create_symlink(testsupport::builtFile("bin/peer_netrove_client"), Folder.file("peer_netrove_client"));
+    std::vector<std::string> peers = {"netrove_client", "python-requests", "python-httpx"};
+    if (!testsupport::isSanitized()) { // an interpreter without sanitizers cannot load an extension with them
+        peers.push_back("python-netrove");
+    }
+    const std::vector<std::string> jobs = {"python-file", "python-buffer", "python-generator", "python-many",
+                                           "python-get"};
+    const Outcome outcome = play(jobs);
+    ASSERT_EQ(outcome.Status, 0) << outcome.Err;
+    const auto results = nlohmann::json::parse(testsupport::readFile(Folder.file("results.json")));
+    std::vector<std::string> played;
+    for (const nlohmann::json& job : results.at("jobs")) {
+        played.push_back(job.at("key"));
+        for (const std::string& peer : peers) {
+            EXPECT_GT(job.at("results").at(peer).at("seconds").at(0).get<double>(), 0) << played.back() << ' ' << peer;
+        }
+    }
+    EXPECT_EQ(played, jobs);
 }
 
 TEST_F(BenchRun, OtherContentThanTheServersIsNoticed) {
