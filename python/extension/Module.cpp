@@ -7,6 +7,7 @@
 #include "python/extension/Settings.h"
 #include "python/extension/SignalWatch.h"
 #include "python/extension/Stream.h"
+#include "python/extension/Texts.h"
 #include "vantik/Host.h"
 
 #include <netrove/response.h>
@@ -19,15 +20,6 @@
 namespace netrove::python {
 
 namespace {
-
-// What a server sends need not be UTF-8.
-py::str textOf(const std::string& text) {
-    PyObject* const result = PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "surrogateescape");
-    if (result == nullptr) {
-        throw py::error_already_set();
-    }
-    return py::reinterpret_steal<py::str>(result);
-}
 
 template <class Owner>
 auto text(std::string Owner::*member) {
@@ -64,6 +56,8 @@ void defineResponse(py::module_& module) {
         .def_property_readonly("reason", text(&Response::reason))
         .def_property_readonly("version", text(&Response::version))
         .def_property_readonly("fields", &fieldsOf)
+        .def_property_readonly("set_cookies",
+                               [](const Response& self) { return textsOf(self.fields.all("Set-Cookie")); })
         .def_property_readonly("url", text(&Response::url))
         .def_property_readonly("method", text(&Response::method))
         .def_readonly("hops", &Response::hops)

@@ -1,5 +1,7 @@
 #include "python/extension/Settings.h"
 
+#include "python/extension/Texts.h"
+
 #include <pybind11/chrono.h>
 #include <pybind11/functional.h>
 #include <pybind11/stl.h>
@@ -164,6 +166,21 @@ void defineSettings(py::module_& module) {
         const auto reports = std::make_shared<ProgressReports>(held(std::move(callable)));
         self.Progress = reports;
         self.Asked.progress = [reports](const Progress& now) { reports->take(now); };
+    });
+    // The callable gets the URL of each request, that of the redirect that led there, empty for the first, and what
+    // that set; it returns what is sent. Without cookies to send it is only called after a redirect that sets some.
+    type.def("cookies", [](Settings& self, py::object callable, bool some) {
+        self.Asked.cookies = [callable = held(std::move(callable)), some](const std::string& url,
+                                                                          const Response* redirect) {
+            static const Response none;
+            const Response& before = redirect == nullptr ? none : *redirect;
+            const auto set = before.fields.all("Set-Cookie");
+            if (!some && set.empty()) {
+                return std::string();
+            }
+            const py::gil_scoped_acquire gil;
+            return py::cast<std::string>((*callable)(url, before.url, textsOf(set)));
+        };
     });
     setter(type, "trace", [](Settings& self, py::object callable) {
         self.Asked.trace = [callable = held(std::move(callable))](const TraceLine& line) {

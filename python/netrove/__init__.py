@@ -11,6 +11,7 @@ import atexit
 import os
 import threading
 from json import JSONDecodeError
+from typing import TYPE_CHECKING, Any
 
 from . import _netrove
 from ._client import Client, delete, get, get_all, head, options, patch, post, put, request, save, save_all, stream
@@ -38,6 +39,9 @@ from ._netrove import __version__ as __version__
 from ._response import Response, StreamedResponse
 from ._settings import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
 
+if TYPE_CHECKING:
+    from ._cookies import Cookies
+
 # Names that other libraries have for these.
 Session = Client
 RequestException = Error
@@ -52,6 +56,7 @@ __all__ = [
     "ConnectTimeout",
     "ConnectionError",
     "ContentError",
+    "Cookies",
     "DigestAuth",
     "Error",
     "FileError",
@@ -94,8 +99,17 @@ __all__ = [
 ]
 
 
+
+def __getattr__(name: str) -> Any:
+    if name == "Cookies":  # what it needs is slow to load
+        from ._cookies import Cookies
+
+        return Cookies
+    raise AttributeError(f"module 'netrove' has no attribute '{name}'")
+
+
 for _name in __all__:
-    _public = globals()[_name]
+    _public = globals().get(_name)
     if isinstance(_public, type) and _public.__module__.startswith("netrove."):
         _public.__module__ = "netrove"  # what tracebacks show is what programs import
 

@@ -10,7 +10,7 @@ from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
 from pathlib import Path
 from types import TracebackType
-from typing import Any
+from typing import TYPE_CHECKING, Any, TypeVar
 
 from . import _many, _netrove, _progress, _settings
 from ._errors import Error
@@ -18,11 +18,16 @@ from ._headers import Headers
 from ._response import Response, StreamedResponse
 from ._settings import UNSET
 
+if TYPE_CHECKING:
+    from ._cookies import Cookies, CookieTypes
+
+_Response = TypeVar("_Response", bound=Response)
+
 _OPTIONS = """
     Args:
         params: names and values for the query of the URL: a mapping or pairs.
         headers: header fields: a mapping or pairs. A name here replaces the client's fields of that name.
-        cookies: names and values that are sent as cookies with this request.
+        cookies: names and values that are sent as cookies with this request, and redirects on its origin.
         auth: (user, password) or a Login.
         content: what is sent as it is: bytes or anything with a buffer, which is not copied if it is large; text in
             UTF-8; an open file from where it stands; a path; a generator or an iterable of such pieces.
@@ -117,7 +122,7 @@ def _progress_of(options: dict[str, Any], url: Any) -> Iterator[None]:
 
 
 class Client:
-    """An HTTP client. It keeps its connections for the next call; cookies live for one call and its redirects.
+    """An HTTP client. It keeps its connections and its cookies for the next call.
 
     A client makes one call at a time: one that begins while another one runs, on another thread or in a callback, is
     refused with UsageError. ``interrupt`` may be called by any thread. For many calls at a time there is ``get_all``.
@@ -125,6 +130,7 @@ class Client:
     Args:
         base_url: to which the URLs of calls are relative.
         headers, params, auth: for every call. They can be changed later, as attributes.
+        cookies: names and values for every call, or a Cookies, which clients may share. False keeps none between calls.
         jobs: how many calls asyncio may wait for at a time, each on a thread of its own.
         per_host: how many of them to one host and port.
         options: what ``get`` takes, for every call that does not say otherwise.
@@ -137,11 +143,16 @@ class Client:
         headers: Any = None,
         params: Any = None,
         auth: Any = None,
+        cookies: CookieTypes | bool | None = None,
         jobs: int = 8,
         per_host: int = 6,
         **options: Any,
     ) -> None:
         self.headers = Headers(headers or ())
+        self._cookies: Cookies | None = None
+        self._keeps_cookies = cookies is not False
+        if not isinstance(cookies, (bool, type(None))):
+            self.cookies = cookies
         self.params: Any = {} if params is None else params
         self.auth = auth
         self._proxies = options.pop("proxies", None)
@@ -153,6 +164,57 @@ class Client:
         self._jobs = jobs
         self._per_host = per_host
         self._pool: _netrove.Pool | None = None
+
+    @property
+    def cookies(self) -> Cookies:
+        """What servers have set in earlier calls, and what the program sets for all."""
+        if self._cookies is None:
+            from ._cookies import Cookies  # what it needs is slow to load, and most programs have no cookies
+
+            self._cookies = Cookies()
+        return self._cookies
+
+    @cookies.setter
+    def cookies(self, cookies: CookieTypes) -> None:
+        from ._cookies import Cookies
+
+        self._cookies = cookies if isinstance(cookies, Cookies) else Cookies(cookies)
+
+    def _send_cookies(self, settings: _netrove.Settings, given: Any) -> None:
+        journey: Any = None
+
+        def field(url: str, redirected_by: str, set_cookies: list[str]) -> str:
+            nonlocal journey
+            if journey is None:
+                from ._cookies import Journey
+
+                journey = Journey(self.cookies, given)
+            return journey.field(url, redirected_by, set_cookies)
+
+        settings.cookies(field, self._cookies is not None and len(self._cookies.jar) > 0)
+
+    def _learn_cookies(self, result: Response | Error) -> None:
+        response = result if isinstance(result, Response) else result.response
+        if response is not None and self._keeps_cookies and (values := response._core.set_cookies):
+            self.cookies._learn(response.url, values)
+
+    def _ended(self, call: Callable[[], _Response]) -> _Response:
+        try:
+            response = call()
+        except Error as failure:
+            self._learn_cookies(failure)
+            raise
+        self._learn_cookies(response)
+        return response
+
+    async def _awaited(self, settings: _netrove.Settings, target: Path | None) -> Response:
+        try:
+            response = await _many.wait_for(self._own_pool(), settings, target)
+        except Error as failure:
+            self._learn_cookies(failure)
+            raise
+        self._learn_cookies(response)
+        return response
 
     def _prepared(self, method: str, url: Any, options: dict[str, Any]) -> _netrove.Settings:
         defaults: dict[str, Any] = {}
@@ -168,7 +230,14 @@ class Client:
             ]
         if self._proxies is not None:
             options.setdefault("proxies", self._proxies)
-        return _settings.request(method, url, defaults, options)
+        if not self._keeps_cookies:
+            return _settings.request(method, url, defaults, options)
+        given = options.get("cookies") or ()
+        if self._cookies is not None and self._cookies._own:
+            options["cookies"] = given = {**self._cookies._own, **dict(given)}
+        settings = _settings.request(method, url, defaults, options)
+        self._send_cookies(settings, given)
+        return settings
 
     def _send(self, method: str, url: Any, options: dict[str, Any]) -> Response:
         if options:
@@ -183,13 +252,13 @@ class Client:
         check = options.pop("check_status", None)
         settings = self._prepared(method, url, options)
         settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
-        return Response(*self._core.collect(settings))
+        return self._ended(lambda: Response(*self._core.collect(settings)))
 
     def _stream(self, method: str, url: Any, options: dict[str, Any]) -> StreamedResponse:
         check = options.pop("check_status", None)
         settings = self._prepared(method, url, options)
         settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
-        return StreamedResponse(_netrove.Stream(self._core, settings))
+        return self._ended(lambda: StreamedResponse(_netrove.Stream(self._core, settings)))
 
     @_call
     def get(self, url: Any, **options: Any) -> Response:
@@ -236,7 +305,8 @@ class Client:
         """Receives content into a file that is whole or not there: it gets its name at the end. ``response.file`` is
         where it is. A status of 400 and above raises HTTPStatusError unless ``check_status`` is False."""
         with _progress_of(options, url):
-            return Response(self._core.save(self._prepared("GET", url, options), _target(target)), b"")
+            settings = self._prepared("GET", url, options)
+            return self._ended(lambda: Response(self._core.save(settings, _target(target)), b""))
 
     def stream(self, url: Any, *more: Any, **options: Any) -> StreamedResponse:
         """Sends a request and returns when its head has come; the content is received while it is asked for::
@@ -271,7 +341,7 @@ class Client:
                 settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
                 yield str(url), settings, None
 
-        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared())
+        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared(), self._learn_cookies)
 
     def save_all(
         self, urls: Iterable[Any], target: Any = None, *, jobs: int = 8, per_host: int = 6, **options: Any
@@ -283,13 +353,13 @@ class Client:
             for url, file in _many.pairs(urls, target):
                 yield str(url), self._prepared("GET", url, dict(options)), _target(file)
 
-        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared())
+        return _many.results(_netrove.Pool(self._defaults, jobs, per_host), 4 * jobs, prepared(), self._learn_cookies)
 
     async def _asend(self, method: str, url: Any, options: dict[str, Any]) -> Response:
         check = options.pop("check_status", None)
         settings = self._prepared(method, url, options)
         settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
-        return await _many.wait_for(self._own_pool(), settings, None)
+        return await self._awaited(settings, None)
 
     def _own_pool(self) -> _netrove.Pool:
         if self._pool is None:
@@ -335,7 +405,7 @@ class Client:
     async def asave(self, url: Any, target: Any = None, **options: Any) -> Response:
         """The same as ``save`` for asyncio."""
         with _progress_of(options, url):
-            return await _many.wait_for(self._own_pool(), self._prepared("GET", url, options), _target(target))
+            return await self._awaited(self._prepared("GET", url, options), _target(target))
 
     def interrupt(self) -> None:
         """Ends the call under way, or the next one, within a second, with Interrupted. Any thread."""
@@ -386,11 +456,11 @@ _own = _Own()
 @contextmanager
 def _any_client() -> Iterator[Client]:
     if _own.busy:  # a call from within a callback of another one
-        with Client() as client:
+        with Client(cookies=False) as client:
             yield client
         return
     if _own.client is None or not _own.client._core.usable:
-        _own.client = Client()
+        _own.client = Client(cookies=False)
     _own.busy = True
     try:
         yield _own.client

@@ -7,6 +7,7 @@ from typing import Any, TypeAlias, TypedDict, overload
 
 from typing_extensions import Unpack
 
+from ._cookies import Cookies, CookieTypes
 from ._errors import Error
 from ._headers import Headers, HeaderTypes
 from ._netrove import RateLimit
@@ -62,6 +63,10 @@ class Client:
     headers: Headers
     params: Any
     auth: Auth | None
+    @property
+    def cookies(self) -> Cookies: ...
+    @cookies.setter
+    def cookies(self, cookies: CookieTypes) -> None: ...
     def __init__(
         self,
         base_url: str = "",
@@ -69,6 +74,7 @@ class Client:
         headers: HeaderTypes | None = ...,
         params: Params | None = ...,
         auth: Auth | None = ...,
+        cookies: CookieTypes | bool | None = ...,
         jobs: int = ...,
         per_host: int = ...,
         **options: Unpack[Defaults],

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import asyncio
-from collections.abc import Iterable, Iterator
+from collections.abc import Callable, Iterable, Iterator
 from functools import partial
 from queue import SimpleQueue
 from typing import Any
@@ -16,9 +16,11 @@ from ._response import Response
 Prepared = tuple[str, _netrove.Settings, Any]
 
 
-def results(pool: _netrove.Pool, ahead: int, items: Iterator[Prepared]) -> Iterator[tuple[str, Response | Error]]:
-    """What becomes of the calls, in the order in which they end. `ahead` of them are under way or wait, so that items
-    are only taken when their time comes. Closes the pool."""
+def results(
+    pool: _netrove.Pool, ahead: int, items: Iterator[Prepared], learn: Callable[[Response | Error], None]
+) -> Iterator[tuple[str, Response | Error]]:
+    """What becomes of the calls, in the order in which they end; `learn` sees it first. `ahead` of them are under way or
+    wait, so that items are only taken when their time comes. Closes the pool."""
     ended: SimpleQueue[tuple[str, Any, Any, Any]] = SimpleQueue()
     left = 0
 
@@ -37,13 +39,12 @@ def results(pool: _netrove.Pool, ahead: int, items: Iterator[Prepared]) -> Itera
         while left:
             url, core, content, error = ended.get()
             left -= 1
+            result = error if core is None else Response(core, content or b"")
+            if not isinstance(result, (Response, Error)):
+                raise result  # of a callable of the program
+            learn(result)
             left += submit()
-            if core is not None:
-                yield url, Response(core, content or b"")
-            elif isinstance(error, Error):
-                yield url, error
-            else:
-                raise error  # of a callable of the program
+            yield url, result
     finally:
         pool.close()
 

@@ -173,7 +173,7 @@ class Response:
     def cookies(self) -> dict[str, str]:
         """The cookies of this response by name."""
         jar: SimpleCookie[str] = SimpleCookie()
-        for value in self.headers.get_list("Set-Cookie"):
+        for value in self._core.set_cookies:
             try:
                 jar.load(value)
             except CookieError:

@@ -232,6 +232,13 @@ class _Handler(http.server.BaseHTTPRequestHandler):
                 self._answer(b"", [("WWW-Authenticate", 'Basic realm="x"')], 401)
         elif kind == "repeated":
             self._answer(b"", [("X-A", "1"), ("x-a", "2"), ("Set-Cookie", "a=1; Path=/"), ("Set-Cookie", "b=2")])
+        elif kind == "set":
+            pairs = urllib.parse.parse_qsl(self.path.partition("?")[2], encoding="latin-1")
+            fields = [("Set-Cookie", f"{name}={value}" + ("" if ";" in value else "; Path=/")) for name, value in pairs]
+            if argument.isdigit():
+                self._answer(b"", fields, int(argument))
+            else:
+                self._answer(b"", [*fields, ("Location", "/" + argument)], 302 if argument else 200)
         else:
             self._echo()
 
@@ -239,7 +246,8 @@ class _Handler(http.server.BaseHTTPRequestHandler):
 
 
 class AnsweringServer(socketserver.ThreadingMixIn, http.server.HTTPServer):
-    """Answers by path: /echo, /status/N, /redirect/N, /bytes/N, /large/N, /gzip, /latin1, /basic, /repeated."""
+    """Answers by path: /echo, /status/N, /redirect/N, /bytes/N, /large/N, /gzip, /latin1, /basic, /repeated.
+    /set?NAME=VALUE, /set/STATUS?... and /set/PATH?..., which is a redirect, set cookies."""
 
     daemon_threads = True
     block_on_close = False
