@@ -65,4 +65,23 @@ Fetches, saves and sends over HTTP and HTTPS: files that are complete or not
 there at all, uploads of any size, progress, time limits, proxies and logins,
 with an exit status for each kind of failure.")
 
+if(NETROVE_PYTHON)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+  math(EXPR next "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-netrove)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  # The extension is for the Python that it was built with.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "libnetrove0 ${same_version}, ca-certificates,\
+ python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}~), python3 (<< ${Python_VERSION_MAJOR}.${next})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-tqdm)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+      ${CMAKE_CURRENT_SOURCE_DIR}/debian/postinst ${CMAKE_CURRENT_SOURCE_DIR}/debian/prerm)
+  set(CPACK_DEBIAN_PYTHON_DESCRIPTION "HTTP client for Python
+Requests under the names that users of requests and httpx know, with limits for
+silence, files that are whole or not there and resume, many at a time if
+wanted, also for asyncio. Ctrl-C ends a call within a second in every phase.
+
+This package holds the modules for Python 3, with their types.")
+endif()
+
 include(CPack)

@@ -52,6 +52,11 @@ constexpr CommandRow kCommands[] = {
     {"README.md", "cmake --install", Way::Elsewhere, kInstallPage},
 
     {"docs/python.md", "scripts/run python", Way::Elsewhere, kPython},
+    {"docs/python.md", "scripts/deps build python", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},
+    {"docs/python.md", "pip install .", Way::Elsewhere, "python/tests/test_wheel.py: test_pip_installs_it_with_all_that_it_loads"},
+    {"CHANGELOG.md", "pip install .", Way::Elsewhere, "python/tests/test_wheel.py: test_pip_installs_it_with_all_that_it_loads"},
+    {"docs/python.md", "scripts/package", Way::Never, kPackaging},
+    {"docs/python.md", "sudo apt install ./build/packages/libnetrove0_*.deb ./build/packages/python3-netrove_*.deb", Way::Never, kInstalling},
     {"docs/python.md", "PYTHONPATH=build/dev/python python3", Way::Elsewhere, "python/tests/CMakeLists.txt: PYTHONPATH=${NETROVE_PYTHON_FOLDER}"},
 
     {"bench/README.md", "scripts/deps bench", Way::Elsewhere, "tests/scripts/DepsTest.cpp: Deps, WhatIsMissingIsInstalled"},

@@ -11,7 +11,7 @@ namespace {
 // Begins with the name of a program or a script, after variables that are set for it.
 bool looksLikeACommand(const std::string& text) {
     static const std::regex command(
-        R"re(\s*([A-Z0-9_]+=\S*\s+)*(scripts/|packaging/|build/|\./|"\$HOME/|(netrove|cmake|cpack|ctest|apt|apt-get|sudo|g\+\+|jq|seq|srun|sbatch|mpirun|mv|cp|git|man|export|ninja|curl|dpkg|python3|parallel)(\s|$)))re");
+        R"re(\s*([A-Z0-9_]+=\S*\s+)*(scripts/|packaging/|build/|\./|"\$HOME/|(netrove|cmake|cpack|ctest|apt|apt-get|sudo|g\+\+|jq|seq|srun|sbatch|mpirun|mv|cp|git|man|export|ninja|curl|dpkg|python3|pip|parallel)(\s|$)))re");
     return std::regex_search(text, command, std::regex_constants::match_continuous);
 }
 

@@ -16,6 +16,7 @@ using namespace testsupport;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 using testing::UnorderedElementsAreArray;
 
 // The packages are made once a process: packing takes seconds.
@@ -49,7 +50,7 @@ private:
 
 std::unique_ptr<TemporaryFolder> Packages::Folder;
 
-const std::vector<std::string> kPackages = {"libnetrove0", "libnetrove-dev", "netrove"};
+const std::vector<std::string> kPackages = {"libnetrove0", "libnetrove-dev", "netrove", "python3-netrove"};
 const std::string kLib = "usr/" NETROVE_LIBRARY_FOLDER "/";
 constexpr const char* kSameVersion = "libnetrove0 (= " NETROVE_VERSION ")";
 
@@ -82,6 +83,17 @@ TEST_F(Packages, ToolPackageHoldsTheProgramWithItsPages) {
         expected.push_back("usr/share/man/man1/netrove-" + std::string(command) + ".1.gz");
     }
     EXPECT_THAT(files("netrove"), UnorderedElementsAreArray(expected));
+}
+
+TEST_F(Packages, PythonPackageHoldsTheModulesWithTheirTypes) {
+    const std::string folder = "usr/lib/python3/dist-packages/netrove/";
+    std::vector<std::string> expected = with("python3-netrove", {folder + NETROVE_PYTHON_EXTENSION});
+    for (const std::string& file : filesBelow(sourcePath("python/netrove"))) {
+        if (file.find("__pycache__") == std::string::npos) {
+            expected.push_back(folder + file);
+        }
+    }
+    EXPECT_THAT(files("python3-netrove"), UnorderedElementsAreArray(expected));
 }
 
 TEST_F(Packages, DevelopmentPackageHoldsHeadersAndFilesOfBuildSystems) {
@@ -123,6 +135,7 @@ TEST_F(Packages, ControlFieldsSayWhatEachIs) {
     EXPECT_EQ(field("libnetrove0", "Section"), "libs");
     EXPECT_EQ(field("libnetrove-dev", "Section"), "libdevel");
     EXPECT_EQ(field("netrove", "Section"), "web");
+    EXPECT_EQ(field("python3-netrove", "Section"), "python");
     EXPECT_EQ(field("netrove", "Description"), "command line for HTTP requests and transfers");
 }
 
@@ -135,6 +148,9 @@ TEST_F(Packages, DependOnTheLibrariesTheyAreLinkedWithAndOnEachOther) {
     EXPECT_EQ(field("libnetrove-dev", "Depends"), kSameVersion);
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr(kSameVersion));
     EXPECT_THAT(field("netrove", "Depends"), HasSubstr("ca-certificates"));
+    EXPECT_THAT(field("python3-netrove", "Depends"),
+                StartsWith(kSameVersion + std::string(", ca-certificates, python3 (>= 3.")));
+    EXPECT_THAT(field("python3-netrove", "Depends"), HasSubstr(", python3 (<< 3."));
     const std::string needed = " " NETROVE_SOVERSION " libnetrove0 (>= " NETROVE_VERSION "), libnetrove0 (<< 0.2~)\n";
     EXPECT_EQ(readFile(place("libnetrove0.control/shlibs")),
               "libvantik_embedded" + needed + "libnetrove_client" + needed);
@@ -171,6 +187,9 @@ TEST_F(Packages, BinariesAreStrippedAndLookForTheirOwnBesideThem) {
         EXPECT_TRUE(ElfFile(place("libnetrove0/" + file)).allSymbols().empty()) << file;
         EXPECT_THAT(ElfFile(place("libnetrove0/" + file)).runPath(), Not(HasSubstr("/"))) << file;
     }
+    EXPECT_TRUE(ElfFile(place("python3-netrove/usr/lib/python3/dist-packages/netrove/" NETROVE_PYTHON_EXTENSION))
+                    .allSymbols()
+                    .empty());
     EXPECT_EQ(ElfFile(place("netrove/usr/bin/netrove")).runPath(),
               "$ORIGIN/../" NETROVE_LIBRARY_FOLDER ":$ORIGIN/../" NETROVE_LIBRARY_FOLDER "/netrove");
 }
@@ -189,4 +208,29 @@ TEST_F(Packages, ToolRunsWhereTheyAreUnpacked) {
     const Outcome got = shell("root/usr/bin/netrove get " + server.url(), place(""));
     EXPECT_EQ(got.Status, 0);
     EXPECT_EQ(got.Out, "hello");
+}
+
+// With the libraries of libnetrove0, those that are loaded late among them.
+TEST_F(Packages, PythonImportsItWhereTheyAreUnpacked) {
+    ScriptedServer server({step::expectHead(),
+                           step::send(response("\xC9t\xE9", {"Content-Type: text/plain; charset=iso-8859-1"})),
+                           step::awaitPeerEnd()});
+    const Outcome got = shell(NETROVE_PYTHON " -B -c '\n"
+                                             "import netrove\n"
+                                             "print(netrove.get(\"" +
+                                  server.url() +
+                                  "\", proxy=False).text)\n"
+                                  "for line in open(\"/proc/self/maps\"):\n"
+                                  "    if \"netrove\" in line and \" r-xp \" in line:\n"
+                                  "        print(line.split()[-1])'",
+                              place(""), {{"PYTHONPATH", place("root/usr/lib/python3/dist-packages")}});
+    EXPECT_EQ(got.Status, 0);
+    const std::vector<std::string> lines = docstest::matches(got.Out, "([^\n]+)\n");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_EQ(lines.front(), "Été");
+    const std::string library = fs::canonical(place("root")).string() + "/" + kLib;
+    for (const std::string file :
+         {"libnetrove.so", "libnetrove_client.so." NETROVE_VERSION, "netrove/libnetrove_icu.so"}) {
+        EXPECT_THAT(lines, Contains(library + file));
+    }
 }
