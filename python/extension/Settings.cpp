@@ -2,6 +2,7 @@
 
 #include "python/extension/Texts.h"
 
+#include <netrove/response.h>
 #include <pybind11/chrono.h>
 #include <pybind11/functional.h>
 #include <pybind11/stl.h>
