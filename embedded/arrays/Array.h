@@ -57,11 +57,11 @@ public:
 
     template <class T>
     T* elements() noexcept {
-        return static_cast<T*>(Block.get());
+        return static_cast<T*>(Block ? Block.get() : static_cast<void*>(Small));
     }
     template <class T>
     const T* elements() const noexcept {
-        return static_cast<const T*>(Block.get());
+        return static_cast<const T*>(Block ? Block.get() : static_cast<const void*>(Small));
     }
     std::size_t byteCount() const noexcept { return ByteCount; }
 
@@ -69,9 +69,9 @@ private:
     struct Free {
         void operator()(void* block) const noexcept { std::free(block); }
     };
-
     std::size_t ByteCount;
-    std::unique_ptr<void, Free> Block; // never null, even without elements
+    std::unique_ptr<void, Free> Block;             // null: the elements are in `Small`
+    alignas(std::max_align_t) std::byte Small[64]; // numbers and short texts, which most arrays are
 };
 
 // Values by field and element. The contents own the values; a missing value is null.

@@ -59,12 +59,10 @@ std::size_t blockSize(vxClassID classId, std::size_t count) {
     return size;
 }
 
-// At least one byte, so that a block always has an address.
 void* allocateBlock(std::size_t size, PlainContents::Fill fill) {
     // calloc knows which pages are fresh from the system and leaves those alone, so a large array costs no memory
     // before it is written.
-    void* block = fill == PlainContents::Fill::Zero ? std::calloc(std::max<std::size_t>(size, 1), 1)
-                                                    : std::malloc(std::max<std::size_t>(size, 1));
+    void* block = fill == PlainContents::Fill::Zero ? std::calloc(size, 1) : std::malloc(size);
     if (!block) {
         throw std::bad_alloc();
     }
@@ -85,11 +83,15 @@ ArrayContents::~ArrayContents() = default;
 
 PlainContents::PlainContents(vxClassID classId, std::size_t rows, std::size_t columns, Fill fill)
     : ArrayContents(classId, rows, columns), ByteCount(blockSize(classId, Count)),
-      Block(allocateBlock(ByteCount, fill)) {}
+      Block(ByteCount <= sizeof Small ? nullptr : allocateBlock(ByteCount, fill)) {
+    if (!Block && fill == Fill::Zero) {
+        std::memset(Small, 0, sizeof Small);
+    }
+}
 
 PlainContents::PlainContents(const PlainContents& other)
     : PlainContents(other.ClassId, other.Size[0], other.Size[1], Fill::Undefined) {
-    std::memcpy(Block.get(), other.Block.get(), ByteCount);
+    std::memcpy(elements<std::byte>(), other.elements<std::byte>(), ByteCount);
 }
 
 const char* PlainContents::className() const noexcept {

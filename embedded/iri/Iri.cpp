@@ -40,7 +40,7 @@ IRI& IRI::operator=(IRI&&) noexcept = default;
 IRI::~IRI() = default;
 
 bool IRI::isEmpty() const {
-    return !Data || vantik::detail::composeIri(*Data, false).empty();
+    return !Data || (!Data->Scheme && !Data->HasAuthority && Data->Path.empty() && !Data->Query && !Data->Fragment);
 }
 
 bool IRI::hasScheme() const {

@@ -9,8 +9,10 @@
 #include <boost/container/small_vector.hpp>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <list>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -44,9 +46,11 @@ public:
             Slots.push_back(slotOf(inputs[index]));
         }
         for (std::size_t index = first; index < inputs.size(); ++index) {
-            const int position = static_cast<int>(index - first) + 1;
-            const SlotPlace place{definition.name(), method.Name, SlotPlace::Role::Input, position};
-            Slots.push_back(Values.emplace_back(method.Inputs[index], inputs[index], place).slot());
+            const std::size_t number = index - first;
+            const SlotPlace place{definition.name(), method.Name, SlotPlace::Role::Input, static_cast<int>(number) + 1};
+            SlotValue& value = number < First.size() ? First[number].emplace(method.Inputs[index], inputs[index], place)
+                                                     : Rest.emplace_back(method.Inputs[index], inputs[index], place);
+            Slots.push_back(value.slot());
         }
     }
 
@@ -67,7 +71,9 @@ private:
                          {definition.name(), method.Name, counted(tooMany ? most : least), counted(given)});
     }
 
-    std::list<SlotValue> Values; // a slot may point into its value, so none of them moves
+    // A slot may point into its value, so none of them moves.
+    std::array<std::optional<SlotValue>, 2> First;
+    std::list<SlotValue> Rest;
     SlotList Slots;
 };
 

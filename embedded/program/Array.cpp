@@ -4,6 +4,7 @@
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/program/Boundary.h"
+#include "embedded/program/ProgramValues.h"
 #include "embedded/text/TextConversion.h"
 #include "host/Text.h"
 #include "vantik/Failure.h"
@@ -97,26 +98,47 @@ std::u16string_view textOf(const vxArray_tag* handle) {
     return detail::textElements(*contents);
 }
 
-// Takes one row of values for each element, in the order of the field names.
-Array makeStructure(std::size_t elements, std::vector<std::string> names, const std::vector<std::vector<Array>>& rows) {
+// `valueAt(row, field)` is the value there, in the order of the field names.
+template <class ValueAt>
+Array makeStructure(std::size_t elements, std::vector<std::string> names, ValueAt valueAt) {
     return translated([&] {
         auto* contents = new detail::StructContents(1, elements, std::move(names));
         Array result = Array::adopt(detail::makeArray(contents));
         for (std::size_t row = 0; row < elements; ++row) {
             for (std::size_t field = 0; field < contents->FieldNames.size(); ++field) {
-                vxArray_tag* value = sharedCopy(rows[row][field].handle());
-                if (!value) {
-                    continue;
-                }
-                value->Nested = true;
-                contents->value(row, field) = value;
+                detail::setField(*contents, row, field, valueAt(row, field));
             }
         }
         return result;
     });
 }
 
+// Borrowed from the struct.
+vxArray_tag* fieldValue(const vxArray_tag* handle, std::string_view name, std::size_t index) {
+    const detail::StructContents& contents = structOf(handle);
+    const std::size_t field = contents.fieldNumber(name);
+    if (field == contents.FieldNames.size()) {
+        fail("NoSuchField", {std::string(name)});
+    }
+    if (index >= contents.Count) {
+        fail("IndexOutOfRange", {static_cast<std::int64_t>(index), static_cast<std::int64_t>(contents.Count)});
+    }
+    return contents.value(index, field);
+}
+
 } // namespace
+
+void detail::setField(StructContents& contents, std::size_t index, std::size_t field, Array value) noexcept {
+    vxArray_tag* handle = value.release();
+    if (handle) {
+        handle->Nested = true;
+        contents.value(index, field) = handle;
+    }
+}
+
+std::string detail::fieldText(const Array& structure, std::string_view name, std::size_t index) {
+    return Array::adopt(fieldValue(structure.handle(), name, index)).textOr(""); // which does not destroy it
+}
 
 Array::Array() noexcept : Handle(nullptr) {}
 
@@ -198,12 +220,12 @@ Array Array::enumeration(std::string_view className, std::initializer_list<std::
 
 Array Array::structure(std::initializer_list<Field> fields) {
     std::vector<std::string> names;
-    std::vector<std::vector<Array>> rows(1);
+    names.reserve(fields.size());
     for (const Field& field : fields) {
         names.push_back(field.first);
-        rows[0].push_back(field.second);
     }
-    return makeStructure(1, std::move(names), rows);
+    return makeStructure(1, std::move(names),
+                         [&](std::size_t, std::size_t field) { return fields.begin()[field].second; });
 }
 
 Array Array::structures(const std::vector<std::string>& fieldNames, const std::vector<std::vector<Array>>& rows) {
@@ -213,7 +235,7 @@ Array Array::structures(const std::vector<std::string>& fieldNames, const std::v
                                static_cast<std::int64_t>(rows[row].size())});
         }
     }
-    return makeStructure(rows.size(), fieldNames, rows);
+    return makeStructure(rows.size(), fieldNames, [&](std::size_t row, std::size_t field) { return rows[row][field]; });
 }
 
 std::string Array::className() const {
@@ -301,15 +323,7 @@ std::vector<std::string> Array::fieldNames() const {
 }
 
 Array Array::field(std::string_view name, std::size_t index) const {
-    const detail::StructContents& contents = structOf(Handle);
-    const std::size_t field = contents.fieldNumber(name);
-    if (field == contents.FieldNames.size()) {
-        fail("NoSuchField", {std::string(name)});
-    }
-    if (index >= contents.Count) {
-        fail("IndexOutOfRange", {static_cast<std::int64_t>(index), static_cast<std::int64_t>(contents.Count)});
-    }
-    return adopt(sharedCopy(contents.value(index, field)));
+    return adopt(sharedCopy(fieldValue(Handle, name, index)));
 }
 
 std::span<std::byte> Array::writableBytes() {

@@ -99,7 +99,7 @@ Object Host::create(std::string_view className, std::initializer_list<Array> arg
 Object Host::create(std::string_view className, std::span<const Array> arguments) {
     return detail::runForProgram([&] {
         const ScopeEntry entry(State);
-        const std::vector<vxArray_tag*> inputs = detail::borrowedHandles(*State, arguments);
+        const detail::HandleList inputs = detail::borrowedHandles(*State, arguments);
         return Object(Array::adopt(detail::createObject(State->Classes.require(className), inputs)));
     });
 }
@@ -112,7 +112,7 @@ Array Host::callBuiltin(std::string_view name, std::span<const Array> arguments)
     return detail::runForProgram([&] {
         const ScopeEntry entry(State);
         const detail::ModuleTable::Builtin builtin = State->Modules.findBuiltin(name);
-        std::vector<vxArray_tag*> inputs = detail::borrowedHandles(*State, arguments);
+        detail::HandleList inputs = detail::borrowedHandles(*State, arguments);
         return detail::withWarningsRaised(State->Warnings, [&] {
             detail::CallFrame frame;
             vxArray_tag* result = nullptr;

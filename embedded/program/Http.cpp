@@ -1,7 +1,9 @@
 #include "vantik/Http.h"
 
+#include "embedded/arrays/Array.h"
 #include "embedded/messages/HostFailure.h"
 #include "embedded/program/Boundary.h"
+#include "embedded/program/ProgramValues.h"
 #include "embedded/proxy/EnvironmentProxy.h"
 #include "embedded/proxy/ProxyText.h"
 
@@ -67,18 +69,20 @@ double checkedLimit(Milliseconds limit) {
 } // namespace
 
 Array httpFields(std::span<const HttpField> fields) {
-    std::vector<std::vector<Array>> rows;
-    rows.reserve(fields.size());
-    for (const HttpField& field : fields) {
+    auto* contents = new detail::StructContents(1, fields.size(), {"Name", "Value"});
+    Array result = Array::adopt(detail::makeArray(contents));
+    for (std::size_t index = 0; index < fields.size(); ++index) {
+        const HttpField& field = fields[index];
         if (!isToken(field.Name)) {
             fail("InvalidFieldName", field.Name);
         }
         if (field.Value.find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) {
             fail("InvalidFieldValue", field.Name); // the value may be a secret
         }
-        rows.push_back({Array(field.Name), Array(field.Value)});
+        detail::setField(*contents, index, 0, Array(field.Name));
+        detail::setField(*contents, index, 1, Array(field.Value));
     }
-    return Array::structures({"Name", "Value"}, rows);
+    return result;
 }
 
 Array httpFields(std::initializer_list<HttpField> fields) {
@@ -87,10 +91,12 @@ Array httpFields(std::initializer_list<HttpField> fields) {
 
 std::vector<HttpField> readHttpFields(const Array& fields) {
     std::vector<HttpField> result;
-    fields.fieldNames(); // raises for what is not a struct, even an empty one
+    if (fields.size() == 0) {
+        fields.fieldNames(); // raises for what is not a struct, even an empty one
+    }
     result.reserve(fields.size());
     for (std::size_t index = 0; index < fields.size(); ++index) {
-        result.push_back({fields.field("Name", index).textOr(""), fields.field("Value", index).textOr("")});
+        result.push_back({detail::fieldText(fields, "Name", index), detail::fieldText(fields, "Value", index)});
     }
     return result;
 }

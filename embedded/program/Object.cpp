@@ -50,7 +50,7 @@ auto onObject(const Array& value, Operation operation) {
 
 std::vector<ArrayOwner> callMethod(HostObject& object, const Array& self, const MethodEntry& method,
                                    std::span<const Array> inputs, int resultsWanted) {
-    std::vector<vxArray_tag*> arguments = borrowedHandles(*object.scope(), inputs);
+    HandleList arguments = borrowedHandles(*object.scope(), inputs);
     arguments.insert(arguments.begin(), borrowed(self));
     warnOfOrder(object, method.Name);
     std::vector<ArrayOwner> results = runMethod(object, method, resultsWanted, arguments);
@@ -87,8 +87,8 @@ void checkValue(const Scope& scope, const Array& value) {
     }
 }
 
-std::vector<vxArray_tag*> borrowedHandles(const Scope& scope, std::span<const Array> values) {
-    std::vector<vxArray_tag*> handles;
+HandleList borrowedHandles(const Scope& scope, std::span<const Array> values) {
+    HandleList handles;
     handles.reserve(values.size() + 1); // a caller may put the object in front
     for (const Array& value : values) {
         checkValue(scope, value);

@@ -1,11 +1,15 @@
-// Values on their way from a program into a scope.
+// Values on their way from a program into a scope, and what structs hold without handles of their own.
 #pragma once
 
+#include "embedded/arrays/Array.h"
 #include "embedded/scope/Scope.h"
 #include "vantik/Array.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <span>
-#include <vector>
+#include <string>
+#include <string_view>
 
 namespace vantik::detail {
 
@@ -14,7 +18,15 @@ namespace vantik::detail {
 // ignored.)
 void checkValue(const Scope& scope, const Array& value);
 
+// Most calls have so few, and then need no memory of the heap for them.
+using HandleList = boost::container::small_vector<vxArray_tag*, 4>;
+
 // The handles of values, borrowed from them, each one checked.
-std::vector<vxArray_tag*> borrowedHandles(const Scope& scope, std::span<const Array> values);
+HandleList borrowedHandles(const Scope& scope, std::span<const Array> values);
+
+// Sets a field that has no value yet.
+void setField(StructContents& contents, std::size_t index, std::size_t field, Array value) noexcept;
+// The text of a field; "" where it is empty.
+std::string fieldText(const Array& structure, std::string_view name, std::size_t index);
 
 } // namespace vantik::detail

@@ -121,9 +121,11 @@ void ModuleTable::load(std::string_view nameOrPath) {
         }
     }
     Modules.push_back({module.Name, library, baseOf(entry)});
+    Found.clear(); // the newest module counts
 }
 
 void ModuleTable::terminate() noexcept {
+    Found.clear();
     while (!Modules.empty()) {
         const Module last = std::move(Modules.back());
         Modules.pop_back();
@@ -137,7 +139,15 @@ void ModuleTable::terminate() noexcept {
     }
 }
 
-ModuleTable::Builtin ModuleTable::findBuiltin(std::string_view name) const {
+ModuleTable::Builtin ModuleTable::findBuiltin(std::string_view name) {
+    auto known = Found.find(name);
+    if (known == Found.end()) {
+        known = Found.emplace(name, lookUp(name)).first;
+    }
+    return known->second;
+}
+
+ModuleTable::Builtin ModuleTable::lookUp(std::string_view name) const {
     const std::string symbols[] = {std::string(name), builtinSymbol(name)};
     for (auto module = Modules.rbegin(); module != Modules.rend(); ++module) {
         for (const std::string& symbol : symbols) {

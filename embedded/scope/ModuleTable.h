@@ -1,6 +1,8 @@
 // The modules that one scope has loaded.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,7 +30,7 @@ public:
 
     // A builtin by its plain symbol name or by its qualified C++ name; the newest module that has it counts. Raises
     // where none has.
-    Builtin findBuiltin(std::string_view name) const;
+    Builtin findBuiltin(std::string_view name);
 
 private:
     struct Module {
@@ -36,7 +38,10 @@ private:
         void* Library;
         const void* Base; // where the library was loaded
     };
+    Builtin lookUp(std::string_view name) const;
+
     std::vector<Module> Modules;
+    std::map<std::string, Builtin, std::less<>> Found; // since the last module was loaded
 };
 
 // The symbol name of `void ns::name(int, vxArray_tag**, int, vxArray_tag**)`.

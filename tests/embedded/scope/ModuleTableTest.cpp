@@ -3,6 +3,7 @@
 
 #include "tests/embedded/program/ProgramFixture.h"
 #include "tests/support/process/BuiltFile.h"
+#include "tests/support/process/TemporaryFolder.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -46,6 +47,17 @@ TEST_F(Modules, AreFoundByNameOrPathOrBesideTheHost) {
     Host beside;
     beside.load("vantik_test_module");
     EXPECT_GT(counts(beside).first, 0);
+}
+
+TEST_F(Modules, OfTwoWithTheSameBuiltinTheNewerCounts) {
+    const testsupport::TemporaryFolder folder;
+    const std::string copy = folder.file("libvantik_test_module.so");
+    std::filesystem::copy_file(kModule, copy); // another module for the loader, with counts of its own
+    Home->load("vantik_test_module");
+    Home->load(kModule.string());
+    EXPECT_GT(counts(*Home).first, 1);
+    Home->load(copy);
+    EXPECT_EQ(counts(*Home), (std::pair{1, 0}));
 }
 
 TEST_F(Modules, AreInitializedWithEachLoadAndTerminatedOnceWithTheirScope) {
