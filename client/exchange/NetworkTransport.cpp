@@ -14,6 +14,7 @@
 #include <netrove/url.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <exception>
 #include <iostream>
@@ -76,6 +77,26 @@ auto kept(std::exception_ptr& escaped, Run run) {
         throw;
     }
 }
+
+// A value for the connection object, made again only when what it is made of has changed: most requests of a client are
+// alike.
+template <class Source>
+class Derived {
+public:
+    template <class Make>
+    const vantik::Array& of(Source source, Make make) {
+        if (!From || *From != source) {
+            From.reset();
+            Value = make(source);
+            From = std::move(source);
+        }
+        return Value;
+    }
+
+private:
+    std::optional<Source> From;
+    vantik::Array Value;
+};
 
 // Content that is read while it is sent.
 class Upload {
@@ -258,15 +279,21 @@ private:
     void prepare(const Request& request, Logins& logins, std::optional<Upload>& upload, bool withholdsLogin) {
         tell("Debug", Told.Debug, static_cast<std::int32_t>(Settings.debug));
         Connection.set("URL", request.url);
-        Known.Url = Connection.get("URL").text(); // the ASCII form, which the proxy look-up needs
-        tell("CertificateFilename", Told.Certificate, certificateName(request.tls));
+        const vantik::Array url = Connection.get("URL"); // the ASCII form, which the proxy look-up needs
+        Known.Url = url.text();
+        // Without TLS nobody asks for the system's certificates.
+        if (Known.Url.starts_with("https:") || !request.tls.file.empty()) {
+            tell("CertificateFilename", Told.Certificate, certificateName(request.tls));
+        }
         tell("VerifyServerName", Told.VerifyName, *request.tls.verifyName && *request.tls.verify);
         tell("Decode", Told.Decode, *request.decode);
-        Connection.set("TimeoutInMilliseconds",
-                       vantik::httpTimeouts({.Connect = milliseconds(*request.limits.connect),
-                                             .Response = milliseconds(*request.limits.response),
-                                             .Data = milliseconds(*request.limits.data)}));
-        const vantik::HttpProxy proxy = chooseProxy(request.proxy);
+        const std::array limits = {*request.limits.connect, *request.limits.response, *request.limits.data};
+        Connection.set("TimeoutInMilliseconds", Timeouts.of(limits, [](const auto& limit) {
+            return vantik::httpTimeouts({.Connect = milliseconds(limit[0]),
+                                         .Response = milliseconds(limit[1]),
+                                         .Data = milliseconds(limit[2])});
+        }));
+        const vantik::HttpProxy proxy = chooseProxy(request, url);
         if (logins.Proxy.user == std::nullopt) {
             logins.Proxy = request.proxy.login;
             if (!logins.Proxy.user) {
@@ -274,29 +301,33 @@ private:
                 logins.Proxy.password = proxy.Password;
             }
         }
-        const Login server = usable(logins.Server, request, withholdsLogin);
-        const Login atProxy = usable(logins.Proxy, request, withholdsLogin && !tunnelled());
+        const Login& server = usable(logins.Server, request, withholdsLogin);
+        const Login& atProxy = usable(logins.Proxy, request, withholdsLogin && !tunnelled());
         tell("Username", Told.User, server.user.value_or(""));
         tell("Password", Told.Password, server.password);
         tell("ProxyUsername", Told.ProxyUser, atProxy.user.value_or(""));
         tell("ProxyPassword", Told.ProxyPassword, atProxy.password);
         // Without a host this is a direct connection. It is opened in the same way, because the object would otherwise
         // keep the proxy of the request before.
-        invoke("openProxyConnection", {vantik::Array::structure({{"Host", vantik::Array(proxy.Host)},
-                                                                 {"Port", vantik::Array(double(proxy.Port))}})});
+        invoke("openProxyConnection", ProxyPlace.of({proxy.Host, proxy.Port}, [](const auto& place) {
+            return vantik::Array::structure(
+                {{"Host", vantik::Array(place.first)}, {"Port", vantik::Array(double(place.second))}});
+        }));
         Connection.set("RequestMethod", request.method);
         if (!Settings.simple) { // which allows every scheme anyway
             tellSchemes(Told.Schemes, server.schemes, false);
             tellSchemes(Told.ProxySchemes, atProxy.schemes, true);
         }
         setContent(request, upload);
-        const Fields fields = completeFields(request);
-        std::vector<vantik::HttpField> rows;
-        for (const Field& field : fields) {
-            rows.push_back({field.name, field.value});
-        }
-        if (!rows.empty()) {
-            invoke("setFields", {vantik::httpFields(rows)});
+        Fields fields = completeFields(request);
+        if (!fields.empty()) {
+            invoke("setFields", FieldRows.of(std::move(fields), [](const Fields& list) {
+                std::vector<vantik::HttpField> rows;
+                for (const Field& field : list) {
+                    rows.push_back({field.name, field.value});
+                }
+                return vantik::httpFields(rows);
+            }));
         }
     }
 
@@ -309,31 +340,35 @@ private:
     }
     void tellSchemes(std::vector<Scheme>& told, const std::vector<Scheme>& schemes, bool proxy) {
         if (told != schemes) {
-            invoke("setAuthenticationSchemes", {schemeNames(schemes), vantik::Array(proxy)});
+            Connection.call("setAuthenticationSchemes", {schemeNames(schemes), vantik::Array(proxy)}, 0);
             told = schemes;
         }
     }
 
     // The login for one sending: no name means no schemes, and a choice of schemes waits for the first answer.
-    static Login usable(Login login, const Request& request, bool withhold) {
+    static const Login& usable(const Login& login, const Request& request, bool withhold) {
+        static const Login none = {.user = "", .schemes = {}};
         if (!isUsed(login) || (withhold && login.schemes.size() > 1)) {
             if (isUsed(login) && !request.body.repeatable()) {
                 fail(failure::kContentNotRewound, {"a choice of login schemes"},
                      "the content can be sent once only, so name the one scheme that the login uses");
             }
-            return {.user = "", .schemes = {}};
+            return none;
         }
         return login;
     }
 
-    vantik::HttpProxy chooseProxy(const Proxy& wanted) {
+    vantik::HttpProxy chooseProxy(const Request& request, const vantik::Array& url) {
+        const Proxy& wanted = request.proxy;
         vantik::HttpProxy proxy;
         ProxyReason = "as asked";
         if (!wanted.url.empty()) {
             proxy = vantik::readHttpProxy(wanted.url);
         } else if (wanted.automatic.value_or(true)) {
-            proxy = automaticProxy();
-            ProxyReason = reasonFor(vantik::proxyVariable(Known.Url), !proxy.Host.empty());
+            proxy = automaticProxy(url);
+            if (request.trace) {
+                ProxyReason = reasonFor(vantik::proxyVariable(Known.Url), !proxy.Host.empty());
+            }
         }
         if (!proxy.Host.empty()) {
             Known.Proxy = proxy.Host + ":" + std::to_string(proxy.Port);
@@ -341,20 +376,29 @@ private:
         return proxy;
     }
 
-    vantik::HttpProxy automaticProxy() {
+    vantik::HttpProxy automaticProxy(const vantik::Array& url) {
+        if (!Settings.proxyOnce) {
+            return lookUpProxy(url);
+        }
         const UrlParts parts = splitUrl(Known.Url);
         const std::string origin = parts.Scheme + "://" + parts.Host + ":" + parts.Port;
         if (const auto found = ProxiesSeen.find(origin); found != ProxiesSeen.end()) {
             return found->second;
         }
-        const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, {vantik::Array(Known.Url)});
-        vantik::HttpProxy proxy = {found.field("Host").text(), static_cast<std::uint16_t>(found.field("Port").number()),
-                                   found.field("Username").text(), found.field("Password").text(), ""};
-        if (Settings.proxyOnce) {
-            if (ProxiesSeen.size() >= kMostProxies) {
-                ProxiesSeen.clear();
-            }
-            ProxiesSeen.emplace(origin, proxy);
+        if (ProxiesSeen.size() >= kMostProxies) {
+            ProxiesSeen.clear();
+        }
+        return ProxiesSeen.emplace(origin, lookUpProxy(url)).first->second;
+    }
+
+    vantik::HttpProxy lookUpProxy(const vantik::Array& url) {
+        const vantik::Array found = Host.callBuiltin(vantik::kProxyLookup, std::span(&url, 1));
+        vantik::HttpProxy proxy;
+        proxy.Host = found.field("Host").text();
+        proxy.Port = static_cast<std::uint16_t>(found.field("Port").number());
+        if (!proxy.Host.empty()) {
+            proxy.Username = found.field("Username").text();
+            proxy.Password = found.field("Password").text();
         }
         return proxy;
     }
@@ -486,18 +530,23 @@ private:
         if (!taker) {
             return;
         }
-        vantik::ContentConsumer consumer;
-        consumer.write = [&](std::span<const std::byte> piece) -> vantik::Taken {
-            Known.Received += piece.size();
-            Stopped = !kept(Escaped, [&] { return taker(piece); });
-            return Stopped ? 0.0 : static_cast<double>(piece.size());
-        };
-        Connection.set("Consumer", makeConsumer(Host, consumer));
+        Taking = &taker;
+        if (!Consumer) {
+            Consumer = makeConsumer(Host, {.write = [this](std::span<const std::byte> piece) { return take(piece); }});
+        }
+        if (!std::exchange(Told.Consumer, true)) {
+            Connection.set("Consumer", Consumer.array());
+        }
         Connection.call("copyContentToByteArray", {vantik::Array(false)});
-        Connection.set("Consumer", vantik::Array());
         if (request.trace) {
             note(request, std::to_string(Known.Received) + " bytes of content came");
         }
+    }
+
+    vantik::Taken take(std::span<const std::byte> piece) {
+        Known.Received += piece.size();
+        Stopped = !kept(Escaped, [&] { return (*Taking)(piece); });
+        return Stopped ? 0.0 : static_cast<double>(piece.size());
     }
 
     void traceSent(const Request& request) {
@@ -532,13 +581,13 @@ private:
 
     static void note(const Request& request, const std::string& text) { request.trace({TraceLine::Kind::Note, text}); }
 
-    void invoke(std::string_view method, std::initializer_list<vantik::Array> arguments = {}) {
-        Connection.call(method, std::span(arguments.begin(), arguments.size()), 0);
+    void invoke(std::string_view method, const vantik::Array& argument) {
+        Connection.call(method, std::span(&argument, 1), 0);
     }
 
-    void close() { invoke("closeConnection"); }
+    void close() { Connection.call("closeConnection", std::span<const vantik::Array>(), 0); }
 
-    // What is known at the moment of a failure. The object goes: its provider and consumer refer to what unwinds.
+    // What is known at the moment of a failure. The object goes: its provider refers to what unwinds.
     void settle() {
         Known.Sent = Known.Sent || (Connection && Connection.get("Sent").truth());
         Known.Tunnelling = Known.Sent && Known.Status == 0 && sentFields().contains("Proxy-Connection");
@@ -560,12 +609,18 @@ private:
         std::vector<Scheme> Schemes = {};
         std::vector<Scheme> ProxySchemes = {};
         bool Content = false;
+        bool Consumer = false;
     };
 
     NetworkSettings Settings;
     vantik::Host Host;
     vantik::Object Connection; // in the host; destroyed before it
     Properties Told;
+    Derived<std::array<Limit, 3>> Timeouts;
+    Derived<std::pair<std::string, std::uint16_t>> ProxyPlace;
+    Derived<Fields> FieldRows;
+    vantik::Object Consumer;                                        // of every connection; made for the first content
+    const Taker* Taking = nullptr;                                  // what it passes the content to
     std::unordered_map<std::string, vantik::HttpProxy> ProxiesSeen; // by origin; some of them
     std::optional<Clock::time_point> End;
     Circumstances Known;

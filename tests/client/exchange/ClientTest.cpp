@@ -74,6 +74,26 @@ TEST(Client, EachVerbSendsItsMethodAndContent) {
     EXPECT_THAT(record.Heads.at(4), Not(HasSubstr("Expect:")));
 }
 
+TEST(Client, WhatDiffersFromTheCallBeforeIsSentAnew) {
+    Script three;
+    for (int i = 0; i < 3; ++i) {
+        three.insert(three.end(), {step::expectHead(), step::send(response(""))});
+    }
+    ScriptedServer server(three);
+    ScriptedServer proxy(answer(response("")));
+    Client client(direct());
+    client.get(server.url("/a"), {.fields = {{"X-A", "1"}}});
+    client.get(server.url("/b"), {.fields = {{"X-A", "2"}}, .limits = {.response = 50s}});
+    client.get("http://elsewhere.invalid/c", {.fields = {{"X-A", "2"}}, .proxy = {.url = proxy.url()}});
+    client.get(server.url("/d"));
+    const std::vector<std::string> heads = server.waitUntilDone().Heads;
+    EXPECT_THAT(heads.at(0), HasSubstr("\r\nX-A: 1\r\n"));
+    EXPECT_THAT(heads.at(1), HasSubstr("\r\nX-A: 2\r\n"));
+    EXPECT_THAT(proxy.waitUntilDone().Heads.at(0), HasSubstr("GET http://elsewhere.invalid/c HTTP/1.1\r\n"));
+    EXPECT_THAT(heads.at(2), Not(HasSubstr("X-A")));
+    EXPECT_THAT(heads.at(2), HasSubstr("GET /d HTTP/1.1\r\n"));
+}
+
 TEST(Client, UrlsAreIris) {
     ScriptedServer server(answer(response("")));
     Client client({.url = server.url("/base/"), .proxy = Proxy::none()});
