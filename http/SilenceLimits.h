@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <string>
+#include <string_view>
 #include <vector>
 
 namespace netrove {
@@ -34,10 +34,10 @@ struct SilenceLimits {
     double ExtraTimeout = kUnlimited;    // stored and returned only
     std::int64_t ResponseTimeoutMs = 0;  // the same as integers, written at open when finite
     std::int64_t DataTimeoutMs = 0;
-    double ActiveTimeout = 0.0;     // ms; the timeout that set Deadline
-    std::int32_t TimeoutReason = 0; // 0: the head was awaited, 1: content
-    std::u16string TimeoutOption;   // name of the option that set Deadline
-    std::int64_t Deadline = 0;      // monotonic ns; kNoDeadline: none
+    double ActiveTimeout = 0.0;        // ms; the timeout that set Deadline
+    std::int32_t TimeoutReason = 0;    // 0: the head was awaited, 1: content
+    std::u16string_view TimeoutOption; // name of the option that set Deadline; a literal
+    std::int64_t Deadline = 0;         // monotonic ns; kNoDeadline: none
 };
 
 } // namespace netrove

@@ -5,6 +5,7 @@
 #include "transfer/CurlCalls.h"
 
 #include <typeinfo>
+#include <utility>
 
 namespace netrove {
 
@@ -26,6 +27,7 @@ void destroyHandles(CurlSingleton& handles) {
 void makeHandles(CurlSingleton& handles) {
     ++handles.Generation;
     handles.Owner = nullptr;
+    handles.IsReset = false;
     handles.CookieEngineRuns = false;
     handles.Uploads = false;
     handles.Decodes = false;
@@ -60,6 +62,7 @@ CURLMcode CurlSingleton::detach() noexcept {
 
 CURLMcode CurlSingleton::attach() noexcept {
     ++Generation;
+    IsReset = false;
     return curl_multi_add_handle(MultiHandle, EasyHandle);
 }
 
@@ -67,7 +70,9 @@ void CurlSingleton::reset() noexcept {
     ++Generation;
     Uploads = false;
     Decodes = false;
-    curl_easy_reset(EasyHandle);
+    if (!std::exchange(IsReset, true)) {
+        curl_easy_reset(EasyHandle);
+    }
 }
 
 CurlSingleton& getCurlSingleton() {

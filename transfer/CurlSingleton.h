@@ -18,13 +18,14 @@ struct CurlSingleton {
     // each.
     CURLMcode detach() noexcept; // from the multi handle
     CURLMcode attach() noexcept;
-    void reset() noexcept; // clears all options, the owner's callbacks included
+    void reset() noexcept; // clears all options, the owner's callbacks included; nothing to do if none has been set
 
     CURL* EasyHandle = nullptr;          // never null once built
     CURLM* MultiHandle = nullptr;        // never null once built
     char ErrorBuffer[CURL_ERROR_SIZE]{}; // set as CURLOPT_ERRORBUFFER before every transfer
     bool ConnectionOpen = false;         // the owner is open: no other may be built or opened, and no handle replaced
     bool EasyHandleAttached = false;     // set by the first open and never cleared: from then on an open first detaches
+    bool IsReset = false;                // no option that a reset clears has been set since the last one
     bool Uploads = false;                // CURLOPT_UPLOAD is set; it stays so after a challenge
     bool Decodes = false;                // CURLOPT_ACCEPT_ENCODING is set; it stays so after a challenge
     bool CookieEngineRuns = false;       // on the easy handle as it is now; no reset stops it

@@ -18,11 +18,15 @@ HTTPConnection::HTTPConnection() : CurlInitializer(newLibCurlInitializer()) {
     if (Handles->ConnectionOpen) {
         VANTIK::raise<VANTIK::http::OnlyOneTransferAtATime>();
     }
-    startCookieEngine();
+    // A new connection begins without cookies; a reopen keeps those it has received.
+    if (Handles->CookieEngineRuns) {
+        setOption(Handles->EasyHandle, CURL_NAMED(CURLOPT_COOKIELIST), "ALL");
+    } else {
+        startCookieEngine();
+    }
 }
 
-// An empty file name starts the cookie engine without reading a file. A new connection begins without cookies; a reopen
-// keeps those it has received.
+// An empty file name starts the cookie engine without reading a file.
 void HTTPConnection::startCookieEngine() {
     CURL* easy = Handles->EasyHandle;
     try {

@@ -56,6 +56,7 @@ void HTTPConnection::setRequestMethod(const std::string& method) {
         return;
     }
     Handles->Owner = this;
+    Handles->IsReset = false;
     CURL* easy = Handles->EasyHandle;
     if (equalIgnoringCase(SentHead.EffectiveMethod, "HEAD")) {
         setOption(easy, CURL_NAMED(CURLOPT_NOBODY), 1L);

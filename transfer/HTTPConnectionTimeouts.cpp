@@ -92,17 +92,18 @@ void HTTPConnection::checkTimeout(std::int64_t start, bool libcurlTimedOut) {
         reported = libcurlTimedOut ? elapsed : std::min(elapsed, Limits.ActiveTimeout);
     }
     std::u16string reason;
+    std::u16string option(Limits.TimeoutOption);
     if (!libcurlTimedOut) {
         reason = Limits.TimeoutReason == 0 ? catalogueText(id::TimeoutReasonResponseHeader())
                                            : catalogueText(id::TimeoutReasonStoppedSending());
     } else if (elapsed <= kSystemLimitMs) {
         reason = fl::i18n::to_ustring(Handles->ErrorBuffer);
-        Limits.TimeoutOption = connectOption(Settings.HTTPOptionsMode);
+        option = connectOption(Settings.HTTPOptionsMode);
     } else {
         reason = catalogueText(id::TimeoutReasonSystemLimit());
-        Limits.TimeoutOption = catalogueText(id::TimeoutSystemTCP());
+        option = catalogueText(id::TimeoutSystemTCP());
     }
-    throw webservices::HTTPTimeoutException(reason, reported, Limits.TimeoutOption);
+    throw webservices::HTTPTimeoutException(reason, reported, option);
 }
 
 } // namespace netrove
