@@ -6,6 +6,8 @@
 #include "embedded/scope/Scope.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <utility>
 
 namespace vantik::detail {
@@ -124,11 +126,13 @@ void CallableClassInfo::defineClass(vcos::COSClass& definition) {
     }
 }
 
-// The callables hold whatever state there is; the instance only has to exist.
+// What a program attaches to the object (see vantik/Binding.h); the callables hold whatever else there is.
 void* CallableClassInfo::createInstance() {
-    return this;
+    return new (std::nothrow) std::shared_ptr<void>;
 }
-void CallableClassInfo::destroyInstance(void*) {}
+void CallableClassInfo::destroyInstance(void* instance) {
+    delete static_cast<std::shared_ptr<void>*>(instance);
+}
 
 bool CallableClassInfo::isConstructible() const {
     return true;
