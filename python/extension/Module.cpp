@@ -2,6 +2,7 @@
 #include "python/extension/Bodies.h"
 #include "python/extension/ClientCore.h"
 #include "python/extension/Failures.h"
+#include "python/extension/HostCore.h"
 #include "python/extension/Lifetime.h"
 #include "python/extension/PoolCore.h"
 #include "python/extension/Settings.h"
@@ -85,6 +86,7 @@ PYBIND11_MODULE(_netrove, module) {
     defineClient(module);
     defineStream(module);
     definePool(module);
+    defineHost(module);
     module.def("set_main_thread", &setMainThread);
     module.def("stop_all", &stopAll);
     module.def("live_arrays", &vantik::Host::liveArrays); // for leak checks

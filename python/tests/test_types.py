@@ -44,6 +44,32 @@ with netrove.Client("http://a.example/", limits=netrove.Limits(connect=5, respon
 
 async def run(client: netrove.Client) -> bytes:
     return (await client.aget("x")).content
+
+from netrove import host as nh
+
+class Lines(nh.ContentProvider):
+    def read(self, wanted: int) -> bytes:
+        return b""
+
+class Point:
+    @nh.method(outputs=["double scalar"])
+    def norm(self) -> float:
+        return 1.0
+
+with nh.Host(failures=[nh.INCOMPLETE_CONTENT]) as host:
+    connection: nh.Object = host.connection()
+    connection.URL = "http://a.example/"
+    connection.TimeoutInMilliseconds = nh.timeouts(connect=5, response=timedelta(seconds=30), data=None)
+    connection.Provider = Lines()
+    connection.setFields(nh.fields({"A": 1}))
+    fields: netrove.Headers = nh.headers(connection.getResponseFields())
+    content: nh.Array = connection.copyContentToByteArray(True)
+    shape: tuple[int, int] = content.dimensions
+    host.define(Point, "test.Point")
+    try:
+        host.load("x")
+    except nh.HostError as error:
+        identifier: str = error.identifier
 """
     )
     checked = mypy(str(PACKAGE), str(program))
