@@ -130,7 +130,8 @@ for _ in range(3):
         print("interrupted", flush=True)
     assert client.get({server.url()!r}).ok
 """
-    environment = {**os.environ, "LD_PRELOAD": os.environ["NETROVE_HELD_LOOKUP"]}
+    preloaded = [os.environ.get("LD_PRELOAD", ""), os.environ["NETROVE_HELD_LOOKUP"]]  # after that of a sanitizer
+    environment = {**os.environ, "LD_PRELOAD": " ".join(preloaded)}
     with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, text=True, env=environment) as run:
         assert run.stdout is not None
         for line in run.stdout:
