@@ -97,15 +97,29 @@ std::size_t InterruptibleStreamCopier::takeBytes(const char* data, std::size_t l
     if (size > 2 * ReceiveLimit) { // growing step by step would need twice as much
         ReceiveBuffer.reserve(largest);
     }
-    const std::size_t landing = ReceiveBuffer.empty() ? std::min(length, Landing.size() - Landed) : 0;
-    std::copy_n(data, landing, Landing.data() + Landed);
-    ReceiveBuffer.append(data + landing, length - landing);
-    Landed += landing;
+    const std::size_t landed = land({data, length});
+    ReceiveBuffer.append(data + landed, length - landed);
     Connection->Transfer.Tail.noteDecoded(length);
     if (waiting() >= ReceiveLimit && !WritePaused && Connection->ReceivedHead.expandsLittle()) {
         pause();
     }
     return length;
+}
+
+// Returns how many have found room.
+std::size_t InterruptibleStreamCopier::land(std::span<const char> bytes) noexcept {
+    std::size_t taken = 0;
+    if (ReceiveBuffer.empty() && !Landing.empty()) {
+        const std::size_t part = Landing.front().size();
+        while (taken != bytes.size() && Landed != part * Landing.size()) {
+            const std::span<char> room = Landing[Landed / part].subspan(Landed % part);
+            const std::size_t length = std::min(room.size(), bytes.size() - taken);
+            std::copy_n(bytes.data() + taken, length, room.data());
+            taken += length;
+            Landed += length;
+        }
+    }
+    return taken;
 }
 
 // By the call and not by the callback's return value: after that, libcurl would copy what it keeps again for each piece

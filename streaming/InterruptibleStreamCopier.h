@@ -81,6 +81,7 @@ public:
 private:
     std::size_t waiting() const noexcept { return Landed + ReceiveBuffer.size(); } // bytes not yet drained
     std::size_t takeBytes(const char* data, std::size_t length);
+    std::size_t land(std::span<const char> bytes) noexcept;
     std::size_t giveBytes(char* buffer, std::size_t room);
     int rewind(curl_off_t offset);
     void offerPayload() noexcept;
@@ -117,9 +118,11 @@ private:
     struct Receiver;
     void drainUntilDone(Receiver& receiver);
     void requireRoom(const Receiver& receiver, std::size_t length) const;
+    void prepareLanding(Receiver& receiver);
     void receiveOnce(Receiver& receiver);
     void passToStream(Receiver& receiver, std::size_t length);
     void takeBackLanded() noexcept;
+    std::span<const char> waitingAt(std::size_t offset, std::size_t length) const noexcept;
     std::size_t passToConsumer(Receiver& receiver, std::size_t length);
     void pollInterrupt(Receiver& receiver);
 
@@ -127,8 +130,9 @@ private:
     std::size_t NextPiece = 0;  // of those, the one on offer once SendData is used up
     bool ProviderEnded = false; // the provider has reported its end, and `Pieces` are still on offer
 
-    std::span<char> Landing; // memory of the target: content goes there first, and only the rest to ReceiveBuffer
-    std::size_t Landed = 0;  // bytes at its beginning that have not yet been drained
+    // Memory of the target, in parts of one length: content goes there first, and only the rest to ReceiveBuffer.
+    std::vector<std::span<char>> Landing;
+    std::size_t Landed = 0; // bytes at its beginning that have not yet been drained
 };
 
 } // namespace netrove

@@ -43,6 +43,7 @@ struct InterruptibleStreamCopier::Receiver {
     std::uint64_t Total = 0;                 // bytes passed on
     HostArray Piece = {};                    // the last one passed to the consumer
     std::size_t PieceLength = 0;             // its length
+    std::vector<HostArray> Places = {};      // largest pieces, in which content lands
 
     std::span<vxArray_tag*> self() { return {&Consumer, 1}; }
 
@@ -56,6 +57,12 @@ struct InterruptibleStreamCopier::Receiver {
             PieceLength = bytes.size();
         }
         return Piece.get();
+    }
+
+    void makePlaces(std::size_t count) {
+        while (Places.size() < count) {
+            Places.emplace_back(vxCreateNumericMatrix(kLargestPiece, 1, vxUINT8_CLASS, vxREAL));
+        }
     }
 
     // Calls a method of the consumer, if there is one. A consumer without the method is accepted, on purpose.
@@ -116,9 +123,7 @@ void InterruptibleStreamCopier::receiveResponse(std::ostream* saveTo) {
 void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
     do {
         if (waiting() == 0) {
-            if (receiver.Memory != nullptr && receiver.Consumer == nullptr) {
-                Landing = receiver.Memory->room();
-            }
+            prepareLanding(receiver);
             receiveOnce(receiver);
         } else {
             receiver.Running = 1;
@@ -142,9 +147,27 @@ void InterruptibleStreamCopier::drainUntilDone(Receiver& receiver) {
             passToStream(receiver, length);
         }
         receiver.Total += length;
-        const ScopeExit drained([this] { ReceiveBuffer.clear(); }); // keeps its capacity; no byte comes twice
+        const ScopeExit drained([this] { // no byte comes twice
+            ReceiveBuffer.clear();       // keeps its capacity
+            Landed = 0;
+        });
         receiver.Progress.update(receiver.Total);
     } while (receiver.Running != 0);
+}
+
+// Pieces for a consumer land in arrays where the drain before had many: a short response needs none.
+void InterruptibleStreamCopier::prepareLanding(Receiver& receiver) {
+    Landing.clear();
+    if (receiver.Consumer != nullptr) {
+        for (const HostArray& place : receiver.Places) {
+            // If the consumer has kept it, the host lets us write to a copy.
+            Landing.emplace_back(static_cast<char*>(vxGetData(place.get())), kLargestPiece);
+        }
+    } else if (receiver.Memory != nullptr) {
+        if (const std::span<char> room = receiver.Memory->room(); !room.empty()) {
+            Landing.push_back(room);
+        }
+    }
 }
 
 // After a pause libcurl first delivers what it has kept, which may be all that there is.
@@ -185,7 +208,7 @@ void InterruptibleStreamCopier::passToStream(Receiver& receiver, std::size_t len
     } else {
         receiver.Memory->addLanded(Landed);
         Connection->Transfer.PassedOn += std::exchange(Landed, 0);
-        Landing = {};
+        Landing.clear();
         receiver.Memory->append(ReceiveBuffer);
     }
     Connection->Transfer.PassedOn += ReceiveBuffer.size();
@@ -194,21 +217,37 @@ void InterruptibleStreamCopier::passToStream(Receiver& receiver, std::size_t len
 // What has not been drained waits for a later copy, which may go elsewhere.
 void InterruptibleStreamCopier::takeBackLanded() noexcept {
     try {
-        ReceiveBuffer.insert(0, Landing.data(), Landed);
+        std::string landed;
+        for (const std::span<char> part : Landing) {
+            landed.append(part.data(), std::min(part.size(), Landed - landed.size()));
+        }
+        ReceiveBuffer.insert(0, landed);
     } catch (const std::bad_alloc&) { // it is lost, and a later copy must not go on after it
         Connection->Transfer.Fault = TransferFault::Failed;
     }
-    Landing = {};
+    Landing.clear();
     Landed = 0;
+}
+
+// So many bytes of what has not been drained. Where some have landed, and where the rest is, pieces meet.
+std::span<const char> InterruptibleStreamCopier::waitingAt(std::size_t offset, std::size_t length) const noexcept {
+    if (offset < Landed) {
+        const std::size_t part = Landing.front().size();
+        return Landing[offset / part].subspan(offset % part, length);
+    }
+    return {ReceiveBuffer.data() + (offset - Landed), length};
 }
 
 // Returns the number of bytes that count as taken. Taking less than offered ends the copy without a failure.
 std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::size_t length) {
     for (std::size_t offset = 0; offset < length; offset += receiver.PieceSize) {
         const std::size_t piece = std::min<std::uint64_t>(receiver.PieceSize, length - offset);
-        vxArray_tag* const content = receiver.pieceOf({ReceiveBuffer.data() + offset, piece});
+        const std::span<const char> bytes = waitingAt(offset, piece);
+        vxArray_tag* const content = offset < Landed && piece == kLargestPiece
+                                         ? receiver.Places[offset / kLargestPiece].get()
+                                         : receiver.pieceOf(bytes);
         if (receiver.SaveTo != nullptr) { // before the consumer, so it includes what that then refuses
-            receiver.SaveTo->write(ReceiveBuffer.data() + offset, static_cast<std::streamsize>(piece));
+            receiver.SaveTo->write(bytes.data(), static_cast<std::streamsize>(piece));
         }
         Connection->Transfer.PassedOn += piece; // whatever the consumer does with it
         Connection->Transfer.ConsumerHasPart = true;
@@ -222,6 +261,9 @@ std::size_t InterruptibleStreamCopier::passToConsumer(Receiver& receiver, std::s
             receiver.Running = 0;
             return offset + taken;
         }
+    }
+    if (receiver.PieceSize == kLargestPiece) {
+        receiver.makePlaces(std::min(length, ReceiveLimit) / kLargestPiece);
     }
     return length;
 }

@@ -5,6 +5,7 @@
 #include "streaming/ContentBuffer.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/streaming/CopierFixture.h"
+#include "tests/support/server/WireText.h"
 #include "vantik/HostClass.h"
 
 #include <boost/thread/exceptions.hpp>
@@ -19,6 +20,8 @@ using namespace streamingtest;
 using matrix::detail::noninlined::vx_array_api::vxGetData;
 
 namespace {
+
+constexpr std::size_t kPiece = 16384; // the largest
 
 class ReceivePump : public CopierFixture {
 protected:
@@ -280,6 +283,55 @@ TEST_F(ConsumingPump, StreamGetsEachPieceOfADrainBeforeTheConsumer) {
     EXPECT_EQ(Curl.count(CurlFunction::InterruptPoll), 1U) << "not between the pieces";
 }
 
+// A drain that brought whole pieces is followed by arrays to receive the next ones in.
+TEST_F(ConsumingPump, WholePiecesAreReceivedInTheirArrays) {
+    const std::string content = testsupport::patternedBytes(10 * kPiece);
+    const std::string_view all = content;
+    std::size_t sent = 0;
+    const auto come = [&](std::size_t length) {
+        Curl.callWrite(std::string(all.substr(sent, length)));
+        sent += length;
+    };
+    std::ostringstream saveTo;
+    willPerform({[&] {
+                     come(3 * kPiece + 5);
+                     return 1;
+                 },
+                 [&] {
+                     come(100);
+                     come(2 * kPiece);
+                     EXPECT_TRUE(Copier.ReceiveBuffer.empty());
+                     return 1;
+                 },
+                 [&] {
+                     come(3 * kPiece - 1);
+                     come(2); // for the last of which there is no array
+                     EXPECT_EQ(Copier.ReceiveBuffer.size(), 1U);
+                     come(kPiece);
+                     return 0;
+                 }});
+    receive(&saveTo);
+    std::vector<std::size_t> sizes;
+    for (const std::string& piece : Taker->Pieces) {
+        sizes.push_back(piece.size());
+    }
+    EXPECT_THAT(sizes, ElementsAre(kPiece, kPiece, kPiece, 5, kPiece, kPiece, 100, kPiece, kPiece, kPiece, kPiece, 1));
+    EXPECT_EQ(Taker->content(), all.substr(0, sent));
+    EXPECT_EQ(saveTo.view(), all.substr(0, sent));
+    EXPECT_EQ(Connection.Transfer.PassedOn, sent);
+}
+
+TEST_F(ConsumingPump, WhatHasComeIntoArraysIsNotLostInAnInterrupt) {
+    const std::string content = testsupport::patternedBytes(5 * kPiece + 9);
+    willPerform({receives(content.substr(0, 2 * kPiece), 1), [&] {
+                     Curl.callWrite(content.substr(2 * kPiece));
+                     host().interrupt();
+                     return 1;
+                 }});
+    EXPECT_EQ(failureText([&] { receive(); }), kStopText);
+    EXPECT_EQ(Taker->content() + Copier.ReceiveBuffer, content);
+}
+
 TEST_F(ConsumingPump, TakingLessThanOfferedEndsTheCopy) {
     const std::pair<double, bool> rows[] = {
         {10.0, true}, {10.9, true}, {11.0, true},  {std::nextafter(10.0, 0.0), false},
@@ -326,16 +378,17 @@ TEST_F(ReceivePump, PiecesShareAnArrayUntilTheConsumerKeepsOne) {
         keeps = doesKeep;
         places.clear();
         Curl.callWrite(content);
-        willPerform({leaves(0)});
+        willPerform({receives(content, 1), receives(content, 0)}); // in arrays that the drain before made
         receive(nullptr);
-        ASSERT_EQ(places.size(), 4U);
+        ASSERT_EQ(places.size(), 12U);
         EXPECT_EQ(places[0] == places[1] && places[1] == places[2], !doesKeep);
+        EXPECT_EQ(places[4] == places[8] && places[5] == places[9] && places[6] == places[10], !doesKeep);
     }
     std::string all;
     for (const vantik::Array& piece : kept) {
         all += piece.byteText();
     }
-    EXPECT_EQ(all, content);
+    EXPECT_EQ(all, content + content + content);
 }
 
 // The interruption of a thread is not a std::exception.
