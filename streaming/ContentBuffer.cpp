@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <new>
 #include <string>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <utility>
 
 namespace netrove {
@@ -22,25 +20,6 @@ constexpr std::uint64_t kSmallestArray = std::uint64_t{256} << 10;
 // Of memory of our own: all that there is once more, within these limits.
 constexpr std::size_t kSmallestBlock = std::size_t{16} << 10;
 constexpr std::size_t kLargestBlock = std::size_t{4} << 20;
-
-// What large blocks get at a time of memory that can be written without a fault for each page: more than one perform
-// brings, and little where nothing comes any more.
-constexpr std::size_t kMappedAhead = std::size_t{1} << 20;
-constexpr std::size_t kSmallestMapped = std::size_t{4} << 20;
-
-// Only to save time: what fails is done by the writes.
-void mapPages(char* begin, std::size_t length) noexcept {
-#ifdef MADV_POPULATE_WRITE
-    static const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    void* first = begin;
-    if (std::align(page, page, first, length) != nullptr) {
-        static_cast<void>(::madvise(first, length / page * page, MADV_POPULATE_WRITE));
-    }
-#else
-    static_cast<void>(begin);
-    static_cast<void>(length);
-#endif
-}
 
 HostArray makeColumn(std::size_t length) {
     return HostArray(vxCreateNumericMatrix(length, 1, vxUINT8_CLASS, vxREAL));
@@ -93,12 +72,7 @@ std::span<char> ContentBuffer::room() {
         return {};
     }
     Block& block = Content.Blocks.back();
-    if (block.Room >= kSmallestMapped && block.Mapped < std::min(block.Used + kMappedAhead / 2, block.Room)) {
-        const std::size_t from = std::max(block.Mapped, block.Used);
-        const std::size_t length = std::min(kMappedAhead, block.Room - from);
-        mapPages(block.Begin + from, length);
-        block.Mapped = from + length;
-    }
+    block.Ahead.advance(block.Begin, block.Used, block.Room);
     return {block.Begin + block.Used, block.left()};
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "hostcalls/HostArray.h"
+#include "http/MappedAhead.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -47,7 +48,7 @@ private:
         char* Begin;
         std::size_t Room;
         std::size_t Used = 0;
-        std::size_t Mapped = 0; // what has been made ready to be written
+        MappedAhead Ahead = {};
 
         std::size_t left() const noexcept { return Room - Used; }
     };

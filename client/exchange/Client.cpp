@@ -2,6 +2,7 @@
 #include "client/failures/ClientFailure.h"
 #include "client/request/RequestChecks.h"
 #include "client/save/JoinedContent.h"
+#include "http/MappedAhead.h"
 
 #include <netrove/client.h>
 #include <netrove/outputfile.h>
@@ -295,11 +296,18 @@ Response Client::request(Request request) {
     // Into the response itself, so that an error carries what came before it.
     class Memory final : public Collector {
     public:
-        void begin(std::uint64_t expected) override { Content->reserve(std::min(expected, kMostReserved)); }
+        void begin(std::uint64_t expected) override {
+            Content->reserve(std::min(expected, kMostReserved));
+            Ahead = {};
+        }
         void add(std::span<const std::byte> piece) override {
+            Ahead.advance(Content->data(), Content->size(), Content->capacity());
             Content->append(reinterpret_cast<const char*>(piece.data()), piece.size());
         }
         std::string* Content = nullptr;
+
+    private:
+        MappedAhead Ahead;
     } memory;
     return State::of(Own).collect(std::move(request), memory, [&](Response& head) { memory.Content = &head.content; });
 }

@@ -46,7 +46,7 @@ const Graph kBelow = {
     {"streaming", {"host", "errors", "hostcalls", "http", "transfer", "curl"}},
     {"hostclass", {"host", "errors", "hostcalls", "http", "transfer", "streaming"}},
     {"proxy", {"host", "errors", "hostcalls"}},
-    {"client", {"embedded", "late"}},
+    {"client", {"embedded", "http", "late"}},
 };
 
 TEST(Floors, IncludesGoDown) {
