@@ -23,7 +23,7 @@ namespace {
 constexpr std::int32_t kLongestWaitMs = 500;
 
 // Of the network. Still larger ones cost more again: the kernel seldom has so much at hand.
-constexpr long kLargeRead = 128L << 10;
+constexpr long kLargeRead = 64L << 10;
 
 std::string describeLogin(const char* side, const std::string& username, std::uint32_t schemes) {
     char digits[8]; // for 32 bits; to_chars ignores the locale

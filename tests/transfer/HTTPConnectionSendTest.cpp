@@ -45,7 +45,7 @@ TEST_F(HTTPConnectionSendTest, SetsItsOptionsInOrder) {
                 ElementsAre("CURLOPT_HTTPHEADER {Accept:}", "CURLOPT_HEADERDATA", "CURLOPT_HEADERFUNCTION",
                             "CURLOPT_VERBOSE 1", "CURLOPT_DEBUGDATA", "CURLOPT_DEBUGFUNCTION", "CURLOPT_SSL_OPTIONS 8",
                             "CURLOPT_SSLVERSION 65541", "CURLOPT_NOSIGNAL 1", "CURLOPT_HTTPAUTH 0",
-                            "CURLOPT_PROXYAUTH 0", "CURLOPT_ERRORBUFFER", "CURLOPT_BUFFERSIZE 131072",
+                            "CURLOPT_PROXYAUTH 0", "CURLOPT_ERRORBUFFER", "CURLOPT_BUFFERSIZE 65536",
                             "CURLOPT_WRITEFUNCTION", "CURLOPT_WRITEDATA", "CURLOPT_READFUNCTION", "CURLOPT_READDATA",
                             "CURLOPT_SEEKFUNCTION", "CURLOPT_SEEKDATA"));
     EXPECT_EQ(curl.lastOption(CURLOPT_HEADERDATA)->Pointer, &connection);
@@ -102,7 +102,7 @@ TEST_F(HTTPConnectionSendTest, ReadsAreLargeWhereNothingIsDecodedOrTraced) {
         std::int32_t Debug;
         std::string Option;
     };
-    for (const Row& row : {Row{false, 0, "CURLOPT_BUFFERSIZE 131072"}, Row{false, 1, "CURLOPT_BUFFERSIZE 16384"},
+    for (const Row& row : {Row{false, 0, "CURLOPT_BUFFERSIZE 65536"}, Row{false, 1, "CURLOPT_BUFFERSIZE 16384"},
                            Row{true, 0, "CURLOPT_BUFFERSIZE 16384"}, Row{true, 2, "CURLOPT_BUFFERSIZE 16384"}}) {
         reopen();
         connection.Settings.Decode = row.Decodes;
