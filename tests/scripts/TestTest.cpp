@@ -132,6 +132,18 @@ TEST_F(AllTests, EntryWithoutASummaryIsOneTest) {
                   "5 passed, 1 failed\n");
 }
 
+// A sanitizer speaks when the program ends.
+TEST_F(AllTests, WhatFailsAfterAllItsTestsIsShownToo) {
+    const std::string leak = "==7==ERROR: LeakSanitizer: detected memory leaks\n";
+    write("asan.log", entry("some_tests.1", ok("Some.Test") + "[  PASSED  ] 1 test.\n" + leak, false) +
+                          entry("python", "..\n=== 2 passed in 0.31s ===\n" + leak, false) + kTwoPassed);
+    expectFailure("asan: 2 failed\n"
+                  "\"some_tests.1\" ended with:\n" +
+                  leak + "\"python\" ended with:\n" + leak +
+                  "\n"
+                  "9 passed, 2 failed\n");
+}
+
 TEST_F(AllTests, OfALongOutputTheBeginningIsShownAgain) {
     std::string lines;
     for (int line = 0; line < 100; ++line) {
