@@ -1,4 +1,4 @@
-// Many calls at a time, each of which tells a Python callable what became of it.
+// Many calls at a time. What became of one is told to a Python callable, or waits until Python asks.
 #pragma once
 
 #include "python/extension/ClientCore.h"
@@ -32,10 +32,20 @@ public:
     // Without a target the content comes with the response.
     std::shared_ptr<Task> submit(const Settings& settings, std::optional<std::filesystem::path> target,
                                  py::object done);
+    // The same, but what became of it is what `take` returns under this number: no thread of the pool waits for the
+    // GIL.
+    void add(const Settings& settings, std::optional<std::filesystem::path> target, std::uint64_t number);
+    // Of calls that were added: all that have ended and were not taken, as (number, response, content, exception).
+    // Waits for one. Raises what a signal handler raises.
+    py::list take();
     void close(); // stops what runs, drops what waits
 
 private:
+    class Ends;
+    Pool& open();
+
     std::uint64_t Generation = processGeneration();
+    std::shared_ptr<Ends> Ended;
     std::unique_ptr<Pool> Own;
 };
 

@@ -51,6 +51,32 @@ private:
     std::chrono::steady_clock::time_point Next{};
 };
 
+// What the calls of a client ask which cookies they send. Only the client's callable is kept for each of them, not a
+// Python object of their own, which a thread that drops it would need the GIL for.
+struct CookieSource {
+    Held Begin; // gets the cookies of one call, and returns what is asked before each of its requests
+};
+
+class CookieJourney {
+public:
+    CookieJourney(const CookieSource& source, const py::object& given)
+        : Begin(source.Begin), Given(given.is_none() ? nullptr : held(given)) {}
+
+    // What is sent with a request for this URL, after that redirect (empty: the first), which has set this.
+    std::string field(const std::string& url, const std::string& redirect, const std::vector<std::string>& set) {
+        const py::gil_scoped_acquire gil;
+        if (!Next) {
+            Next = held((*Begin)(Given ? *Given : py::none()));
+        }
+        return py::cast<std::string>((*Next)(url, redirect, textsOf(set)));
+    }
+
+private:
+    Held Begin;
+    Held Given; // null: none
+    Held Next;  // null before the first request
+};
+
 void Settings::finishProgress() const {
     if (Progress) {
         Progress->finish();
@@ -116,6 +142,10 @@ void defineSettings(py::module_& module) {
              }),
              py::arg("total") = 0, py::arg("host") = 0);
 
+    py::class_<CookieSource>(module, "CookieSource").def(py::init([](py::object begin) {
+        return CookieSource{held(std::move(begin))};
+    }));
+
     py::class_<Settings> type(module, "Settings");
     type.def(py::init<>());
     type.def("__copy__", [](const Settings& self) { return self; });
@@ -168,19 +198,14 @@ void defineSettings(py::module_& module) {
         self.Progress = reports;
         self.Asked.progress = [reports](const Progress& now) { reports->take(now); };
     });
-    // The callable gets the URL of each request, that of the redirect that led there, empty for the first, and what
-    // that set; it returns what is sent. Without cookies to send it is only called after a redirect that sets some.
-    type.def("cookies", [](Settings& self, py::object callable, bool some) {
-        self.Asked.cookies = [callable = held(std::move(callable)), some](const std::string& url,
-                                                                          const Response* redirect) {
+    // Without cookies to send nobody is asked before a redirect sets some.
+    type.def("cookies", [](Settings& self, const CookieSource& source, const py::object& given, bool some) {
+        const auto journey = std::make_shared<CookieJourney>(source, given);
+        self.Asked.cookies = [journey, some](const std::string& url, const Response* redirect) {
             static const Response none;
             const Response& before = redirect == nullptr ? none : *redirect;
             const auto set = before.fields.all("Set-Cookie");
-            if (!some && set.empty()) {
-                return std::string();
-            }
-            const py::gil_scoped_acquire gil;
-            return py::cast<std::string>((*callable)(url, before.url, textsOf(set)));
+            return some || !set.empty() ? journey->field(url, before.url, set) : std::string();
         };
     });
     setter(type, "trace", [](Settings& self, py::object callable) {

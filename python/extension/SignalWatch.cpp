@@ -45,9 +45,9 @@ public:
 // Never closed: a signal may come at any time. After a fork parent and child would read what the other is sent.
 SignalPipe& signalPipe() {
     static SignalPipe* ends = new SignalPipe;
-    static pid_t owner = getpid();
-    if (owner != getpid()) {
-        owner = getpid();
+    static std::uint64_t owner = processGeneration();
+    if (owner != processGeneration()) {
+        owner = processGeneration();
         ends = new SignalPipe;
     }
     return *ends;

@@ -10,7 +10,6 @@ from __future__ import annotations
 import atexit
 import os
 import threading
-from json import JSONDecodeError
 from typing import TYPE_CHECKING, Any
 
 from . import _netrove
@@ -40,6 +39,8 @@ from ._response import Response, StreamedResponse
 from ._settings import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
 
 if TYPE_CHECKING:
+    from json import JSONDecodeError
+
     from ._cookies import Cookies
 
 # Names that other libraries have for these.
@@ -99,12 +100,16 @@ __all__ = [
 ]
 
 
-
 def __getattr__(name: str) -> Any:
-    if name == "Cookies":  # what it needs is slow to load
+    # What these need takes long to load, as do the modules that functions import when they need them.
+    if name == "Cookies":
         from ._cookies import Cookies
 
         return Cookies
+    if name == "JSONDecodeError":
+        from json import JSONDecodeError
+
+        return JSONDecodeError
     raise AttributeError(f"module 'netrove' has no attribute '{name}'")
 
 

@@ -3,11 +3,8 @@
 from __future__ import annotations
 
 import io
-import json as _json
-import mimetypes
 import os
 from collections.abc import Callable, Iterable, Iterator, Mapping
-from pathlib import Path
 from typing import Any, Union
 
 from . import _netrove
@@ -79,6 +76,8 @@ def raw(value: Any, content_type: str = "") -> _netrove.Body:
     if _is_buffer(value):
         return _netrove.buffer_body(value, content_type)
     if isinstance(value, os.PathLike):
+        from pathlib import Path
+
         return _netrove.file_body(Path(value), content_type)
     if hasattr(value, "read"):
         return _netrove.pieces_body(_file_pieces(value), _file_length(value), _seekable(value), content_type)
@@ -107,6 +106,8 @@ def _part(name: str, value: Any) -> tuple[str, _netrove.Body, str]:
         own = value if isinstance(value, os.PathLike) else getattr(value, "name", None)
         filename = os.path.basename(os.fspath(own)) if isinstance(own, (str, os.PathLike)) else name
     if kind is None:
+        import mimetypes
+
         kind = mimetypes.guess_type(filename)[0] or _BINARY
     return name, raw(value, kind), filename
 
@@ -130,7 +131,9 @@ def body(content: Any, data: Any, json: Any, form: Any, files: Any, has_json: bo
     if len(kinds) > 1:
         raise UsageError(f"the content of this call is given twice: by {kinds[0]} and by {kinds[1]}", kind="usage")
     if has_json:
-        text = _json.dumps(json, ensure_ascii=False, allow_nan=False, separators=(",", ":"))
+        import json as encoder
+
+        text = encoder.dumps(json, ensure_ascii=False, allow_nan=False, separators=(",", ":"))
         return _netrove.text_body(text, "application/json")
     if files is not None:
         items = files.items() if isinstance(files, Mapping) else files

@@ -2,13 +2,11 @@
 
 from __future__ import annotations
 
-import asyncio
 import inspect
 import os
 import threading
 from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
-from pathlib import Path
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, TypeVar
 
@@ -19,6 +17,8 @@ from ._response import Response, StreamedResponse
 from ._settings import UNSET
 
 if TYPE_CHECKING:
+    from pathlib import Path
+
     from ._cookies import Cookies, CookieTypes
 
 _Response = TypeVar("_Response", bound=Response)
@@ -74,14 +74,16 @@ _SAVE_OPTIONS = """
 
 
 def _described(first: list[inspect.Parameter], options: list[str], more: str) -> Callable[[Any], Any]:
-    """Gives a function the signature that its callers see, and the text about its arguments."""
+    """Gives a method the signature that its callers see, and the text about its arguments. ``_single`` is the signature
+    of the function of that name."""
     keyword = inspect.Parameter.KEYWORD_ONLY
-    optional = [inspect.Parameter(name, keyword, default=UNSET) for name in options]
+    single = inspect.Signature(first + [inspect.Parameter(name, keyword, default=UNSET) for name in options])
+    signature = single.replace(parameters=[_parameter("self"), *single.parameters.values()])
+    more = "\n\n" + inspect.cleandoc(more)
 
     def describe(function: Any) -> Any:
-        own = [p for p in inspect.signature(function).parameters.values() if p.name == "self"]
-        function.__signature__ = inspect.Signature(own + first + optional)
-        function.__doc__ = inspect.cleandoc(function.__doc__) + "\n\n" + inspect.cleandoc(more)
+        function.__signature__, function._single = signature, single
+        function.__doc__ = inspect.cleandoc(function.__doc__) + more
         return function
 
     return describe
@@ -121,6 +123,25 @@ def _progress_of(options: dict[str, Any], url: Any) -> Iterator[None]:
         bar.close()
 
 
+class _Kept:
+    """The cookies of a client, made when there is one. The extension asks it which of them go with a request."""
+
+    def __init__(self) -> None:
+        self.cookies: Cookies | None = None
+
+    def all(self) -> Cookies:
+        if self.cookies is None:
+            from ._cookies import Cookies  # what it needs is slow to load, and most programs have no cookies
+
+            self.cookies = Cookies()
+        return self.cookies
+
+    def journey(self, given: Any) -> Callable[[str, str, list[str]], str]:
+        from ._cookies import Journey
+
+        return Journey(self.all(), given or ()).field
+
+
 class Client:
     """An HTTP client. It keeps its connections and its cookies for the next call.
 
@@ -149,7 +170,8 @@ class Client:
         **options: Any,
     ) -> None:
         self.headers = Headers(headers or ())
-        self._cookies: Cookies | None = None
+        self._kept = _Kept()
+        self._cookie_source = _netrove.CookieSource(self._kept.journey)
         self._keeps_cookies = cookies is not False
         if not isinstance(cookies, (bool, type(None))):
             self.cookies = cookies
@@ -168,30 +190,13 @@ class Client:
     @property
     def cookies(self) -> Cookies:
         """What servers have set in earlier calls, and what the program sets for all."""
-        if self._cookies is None:
-            from ._cookies import Cookies  # what it needs is slow to load, and most programs have no cookies
-
-            self._cookies = Cookies()
-        return self._cookies
+        return self._kept.all()
 
     @cookies.setter
     def cookies(self, cookies: CookieTypes) -> None:
         from ._cookies import Cookies
 
-        self._cookies = cookies if isinstance(cookies, Cookies) else Cookies(cookies)
-
-    def _send_cookies(self, settings: _netrove.Settings, given: Any) -> None:
-        journey: Any = None
-
-        def field(url: str, redirected_by: str, set_cookies: list[str]) -> str:
-            nonlocal journey
-            if journey is None:
-                from ._cookies import Journey
-
-                journey = Journey(self.cookies, given)
-            return journey.field(url, redirected_by, set_cookies)
-
-        settings.cookies(field, self._cookies is not None and len(self._cookies.jar) > 0)
+        self._kept.cookies = cookies if isinstance(cookies, Cookies) else Cookies(cookies)
 
     def _learn_cookies(self, result: Response | Error) -> None:
         response = result if isinstance(result, Response) else result.response
@@ -232,11 +237,12 @@ class Client:
             options.setdefault("proxies", self._proxies)
         if not self._keeps_cookies:
             return _settings.request(method, url, defaults, options)
-        given = options.get("cookies") or ()
-        if self._cookies is not None and self._cookies._own:
-            options["cookies"] = given = {**self._cookies._own, **dict(given)}
+        given = options.get("cookies")
+        kept = self._kept.cookies
+        if kept is not None and kept._own:
+            options["cookies"] = given = {**kept._own, **dict(given or ())}
         settings = _settings.request(method, url, defaults, options)
-        self._send_cookies(settings, given)
+        settings.cookies(self._cookie_source, given, kept is not None and len(kept.jar) > 0)
         return settings
 
     def _send(self, method: str, url: Any, options: dict[str, Any]) -> Response:
@@ -431,10 +437,14 @@ class Client:
     async def __aexit__(
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
+        import asyncio  # which takes as long to load as all the rest
+
         await asyncio.to_thread(self.close)
 
 
 def _target(target: Any) -> Path:
+    from pathlib import Path
+
     if target is None:
         return Path(".")
     text = os.fspath(target)
@@ -477,11 +487,10 @@ def _single(name: str) -> Any:
         with _any_client() as client:
             return method(client, *arguments, **options)
 
-    parameters = list(inspect.signature(method).parameters.values())[1:]
     call.__name__ = call.__qualname__ = name
     call.__module__ = "netrove"
     call.__doc__ = method.__doc__
-    call.__signature__ = inspect.Signature(parameters)  # type: ignore[attr-defined]
+    call.__signature__ = method._single  # type: ignore[attr-defined]
     return call
 
 

@@ -2,10 +2,8 @@
 
 from __future__ import annotations
 
-import asyncio
+import itertools
 from collections.abc import Callable, Iterable, Iterator
-from functools import partial
-from queue import SimpleQueue
 from typing import Any
 
 from . import _netrove
@@ -21,36 +19,37 @@ def results(
 ) -> Iterator[tuple[str, Response | Error]]:
     """What becomes of the calls, in the order in which they end; `learn` sees it first. `ahead` of them are under way or
     wait, so that items are only taken when their time comes. Closes the pool."""
-    ended: SimpleQueue[tuple[str, Any, Any, Any]] = SimpleQueue()
-    left = 0
+    urls: dict[int, str] = {}  # of the calls that have not been yielded
+    numbers = itertools.count()
 
-    def note(url: str, core: Any, content: Any, error: Any) -> None:
-        ended.put((url, core, content, error))
-
-    def submit() -> bool:
+    def add() -> bool:
         for url, settings, target in items:
-            pool.submit(settings, target, partial(note, url))
+            number = next(numbers)
+            urls[number] = url
+            pool.add(settings, target, number)
             return True
         return False
 
     try:
-        while left < ahead and submit():
-            left += 1
-        while left:
-            url, core, content, error = ended.get()
-            left -= 1
-            result = error if core is None else Response(core, content or b"")
-            if not isinstance(result, (Response, Error)):
-                raise result  # of a callable of the program
-            learn(result)
-            left += submit()
-            yield url, result
+        while len(urls) < ahead and add():
+            pass
+        while urls:
+            for number, core, content, error in pool.take():
+                result = Response(core, content) if error is None else error
+                if not isinstance(result, (Response, Error)):
+                    raise result  # of a callable of the program
+                learn(result)
+                url = urls.pop(number)
+                add()
+                yield url, result
     finally:
         pool.close()
 
 
 async def wait_for(pool: _netrove.Pool, settings: _netrove.Settings, target: Any) -> Response:
     """One call. Where it is cancelled the transfer ends within a second, and nothing is kept of it."""
+    import asyncio  # not before it is used: it takes as long to load as all the rest
+
     loop = asyncio.get_running_loop()
     future: asyncio.Future[Response] = loop.create_future()
 

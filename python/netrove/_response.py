@@ -4,18 +4,17 @@ from __future__ import annotations
 
 import codecs
 import io
-import json
 from collections.abc import Iterator
 from datetime import timedelta
-from email.message import Message
-from http.cookies import CookieError, SimpleCookie
-from pathlib import Path
 from types import TracebackType
-from typing import Any, TypeVar
+from typing import TYPE_CHECKING, Any, TypeVar
 
 from . import _netrove
 from ._errors import HTTPStatusError
 from ._headers import Headers
+
+if TYPE_CHECKING:
+    from pathlib import Path
 
 _PIECE = 65536  # bytes
 _Self = TypeVar("_Self", bound="Response")
@@ -149,6 +148,8 @@ class Response:
         """The charset of Content-Type, or what it was set to; "utf-8" where there is neither."""
         if self._encoding is not None:
             return self._encoding
+        from email.message import Message
+
         message = Message()
         message["Content-Type"] = self.headers.get("Content-Type", "")
         return message.get_content_charset("utf-8")
@@ -167,11 +168,15 @@ class Response:
 
     def json(self, **options: Any) -> Any:
         """The content as JSON; ``options`` are those of ``json.loads``. Raises JSONDecodeError, a ValueError."""
+        import json
+
         return json.loads(self.content, **options)
 
     @property
     def cookies(self) -> dict[str, str]:
         """The cookies of this response by name."""
+        from http.cookies import CookieError, SimpleCookie
+
         jar: SimpleCookie[str] = SimpleCookie()
         for value in self._core.set_cookies:
             try:

@@ -2,14 +2,12 @@
 
 from __future__ import annotations
 
-import base64
 import math
 import os
 from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
 from datetime import timedelta
 from typing import Any, NamedTuple, Union
-from urllib.parse import urlencode
 
 from . import _bodies, _netrove
 from ._errors import UsageError
@@ -243,7 +241,11 @@ def with_params(url: str, params: Any) -> str:
     """The URL with further names and values in its query."""
     if params is None:
         return url
-    query = params if isinstance(params, str) else urlencode(_bodies.pairs(params))
+    if not isinstance(params, str):
+        from urllib.parse import urlencode
+
+        params = urlencode(_bodies.pairs(params))
+    query: str = params
     if not query:
         return url
     url, mark, fragment = url.partition("#")

@@ -140,6 +140,12 @@ def work():
     except netrove.Interrupted: pass
 threading.Thread(target=work, daemon=True).start()
 netrove.get(asked)""",
+    "a thread that waits for results": """
+def work():
+    try: list(netrove.get_all([halts], check_status=True))
+    except netrove.Interrupted: pass
+threading.Thread(target=work, daemon=True).start()
+netrove.get(asked)""",
     "a failure": """
 try: netrove.get(url, check_status=True, headers={'bad name': 'x'})
 except netrove.Error as e: kept = e""",
@@ -190,21 +196,35 @@ def test_nothing_is_left_of_calls(server: AnsweringServer, tmp_path: Path) -> No
             with pytest.raises(ZeroDivisionError):
                 client.get(server.url("/bytes/1000"), progress=lambda now: 1 / 0)
 
+    others = set(threading.enumerate())
+
+    def collect() -> None:
+        for connection in set(threading.enumerate()) - others:
+            connection.join(60)  # at the server's side, in this process
+        gc.collect()
+
     calls()
-    gc.collect()
+    collect()
     arrays = _netrove.live_arrays()
     files = len(os.listdir("/proc/self/fd"))
     tracemalloc.start()
     try:
         calls()
-        gc.collect()
+        collect()
         before = tracemalloc.get_traced_memory()[0]
         for _ in range(20):
             calls()
-        gc.collect()
+        collect()
         grown = tracemalloc.get_traced_memory()[0] - before
     finally:
         tracemalloc.stop()
     assert _netrove.live_arrays() == arrays
     assert len(os.listdir("/proc/self/fd")) <= files + 2, "connections of the server's side may be closing"
     assert grown < 20 * 1000, "bytes; one kept content would be a hundred thousand"
+
+
+def test_an_import_loads_nothing_that_only_some_calls_need() -> None:
+    slow = "{'asyncio', 'email.message', 'http.cookies', 'http.cookiejar', 'json', 'mimetypes', 'pathlib', 'ssl'}"
+    program = f"import sys, netrove; print({slow} & set(sys.modules)); netrove.JSONDecodeError; netrove.Cookies"
+    ended = subprocess.run([sys.executable, "-S", "-c", program], capture_output=True, text=True)  # no other package
+    assert (ended.stdout, ended.stderr) == ("set()\n", "")

@@ -173,3 +173,27 @@ def test_a_client_that_is_closed_ends_what_is_awaited() -> None:
                 await client.aget(waits.url())
 
     asyncio.run(run())
+
+
+def test_a_signal_handler_runs_while_results_are_awaited(client: netrove.Client) -> None:
+    def late(peer: Peer) -> None:
+        peer.head()
+        peer.signal("asked")
+        peer.wait("handled")
+        peer.send(response("late"))
+        peer.until_client_goes()
+
+    with ScriptedServer(late) as waits:
+        before = signal.signal(signal.SIGUSR1, lambda number, frame: waits.event("handled").set())
+
+        def send() -> None:
+            waits.wait_for("asked")
+            os.kill(os.getpid(), signal.SIGUSR1)
+
+        thread = threading.Thread(target=send)
+        thread.start()
+        try:
+            assert [result.text for _, result in client.get_all([waits.url()])] == ["late"]
+        finally:
+            thread.join()
+            signal.signal(signal.SIGUSR1, before)
