@@ -49,6 +49,11 @@ auto raisingFailures(Run run) {
 // As the Python part describes a method.
 using MethodTuple = std::tuple<std::string, std::string, bool, HostCore::Types, HostCore::Types>;
 
+// Python remembers where it found a name by the text object.
+py::object interned(const std::string& name) {
+    return py::reinterpret_steal<py::object>(PyUnicode_InternFromString(name.c_str()));
+}
+
 bool isVector(const std::string& typeWord) {
     return typeWord.ends_with(" vector");
 }
@@ -321,10 +326,10 @@ py::tuple HostCore::pythonValues(std::span<const vantik::Array> values, const Ty
 // Several results are a tuple.
 std::vector<vantik::Array> HostCore::runMethod(const MethodRow& row, std::span<const vantik::Array> inputs) {
     const py::object instance = objectFromHost(inputs[0]);
-    const py::object given = instance.attr(row.Attribute.c_str())(*pythonValues(inputs.subspan(1), row.Inputs));
+    const py::object given = instance.attr(*row.Attribute)(*pythonValues(inputs.subspan(1), row.Inputs));
     std::vector<vantik::Array> results;
     const auto add = [&](const py::handle& value) {
-        const std::string place = "result " + std::to_string(results.size() + 1) + " of " + row.Attribute;
+        const std::string place = "result " + std::to_string(results.size() + 1) + " of " + row.Name;
         results.push_back(hostValue(value, place, *this));
     };
     if (PyTuple_Check(given.ptr())) {
@@ -450,7 +455,7 @@ void defineHost(py::module_& module) {
                           const std::vector<std::string>& bases, const std::vector<MethodTuple>& methods) {
             std::vector<HostCore::MethodRow> rows;
             for (const auto& [own, attribute, declared, inputs, outputs] : methods) {
-                rows.push_back({own, attribute, declared, inputs, outputs});
+                rows.push_back({own, held(interned(attribute)), declared, inputs, outputs});
             }
             self.define(type, name, bases, rows);
         });

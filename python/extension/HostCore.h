@@ -48,7 +48,7 @@ public:
     using Types = std::vector<std::string>;
     struct MethodRow {
         std::string Name;
-        std::string Attribute; // its name in Python
+        Held Attribute; // its name in Python, interned
         bool Declared;
         Types Inputs;
         Types Outputs;

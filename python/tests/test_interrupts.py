@@ -92,7 +92,9 @@ def test_an_interrupt_ends_every_phase_and_the_client_goes_on(
     assert [name for name in os.listdir(tmp_path) if name not in ("y.part", "y.part.json")] == []
 
 
-def test_an_interrupt_ends_a_connect_that_nobody_answers(server: AnsweringServer) -> None:
+@contextmanager
+def signalled_in_connect() -> Iterator[str]:
+    """A URL that nobody answers; the signal comes once somebody connects to it."""
     # A queue of length 0 still takes one connection; the second filler stays unanswered already.
     with ExitStack() as open_sockets:
         listening = open_sockets.enter_context(socket.socket())
@@ -110,13 +112,19 @@ def test_an_interrupt_ends_a_connect_that_nobody_answers(server: AnsweringServer
                 pass
             os.kill(os.getpid(), signal.SIGINT)
 
-        with netrove.Client(limits=LIMITS, retry=1, proxy=False) as client:
-            thread = threading.Thread(target=send)
-            thread.start()
-            with pytest.raises(KeyboardInterrupt):
-                client.get(f"http://127.0.0.1:{address[1]}/")
+        thread = threading.Thread(target=send)
+        thread.start()
+        try:
+            yield f"http://127.0.0.1:{address[1]}/"
+        finally:
             thread.join()
-            assert client.get(server.url()).ok
+
+
+def test_an_interrupt_ends_a_connect_that_nobody_answers(server: AnsweringServer) -> None:
+    with netrove.Client(limits=LIMITS, retry=1, proxy=False) as client:
+        with signalled_in_connect() as url, pytest.raises(KeyboardInterrupt):
+            client.get(url)
+        assert client.get(server.url()).ok
 
 
 def test_an_interrupt_ends_a_look_up_that_does_not_end(server: AnsweringServer) -> None:
