@@ -1,19 +1,15 @@
 #include "cli/failures/LoginHint.h"
 
+#include "client/text/Ascii.h"
+
 #include <netrove/response.h>
 
 #include <algorithm>
-#include <cctype>
 #include <vector>
 
 namespace netrove::cli {
 
 namespace {
-
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
 
 // True if a challenge for that scheme is in the value (RFC 9110, section 11.6.1). Quoted parameters may say anything.
 bool offers(const std::string& value, const std::string& scheme) {

@@ -1,6 +1,7 @@
 #include "cli/logins/CookieJar.h"
 
 #include "cli/failures/CliFailure.h"
+#include "client/text/Ascii.h"
 
 #include <netrove/text.h>
 #include <netrove/url.h>
@@ -16,13 +17,6 @@ namespace {
 
 constexpr std::string_view kHttpOnly = "#HttpOnly_";
 constexpr std::size_t kColumns = 7;
-
-std::string lowered(std::string_view text) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-    return result;
-}
 
 // What may stand in the field Cookie.
 bool isSendable(std::string_view text) {

@@ -1,11 +1,11 @@
 #include "embedded/proxy/SerialCalls.h"
 
+#include "embedded/scope/SignalsBlocked.h"
+
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <exception>
 #include <mutex>
-#include <pthread.h>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -26,22 +26,6 @@ struct Call {
     std::string Failure; // what was raised, as text
     bool Failed = false;
     bool Done = false;
-};
-
-// A thread that is started meanwhile takes no signal: they are meant for the program's own threads.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &Before);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &Before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t Before;
 };
 
 void runKeepingWords(Call& call) {

@@ -1,17 +1,16 @@
 #include "python/extension/Stream.h"
 
+#include "embedded/scope/SignalsBlocked.h"
 #include "python/extension/Failures.h"
 
 #include <netrove/descriptor.h>
 
 #include <algorithm>
 #include <condition_variable>
-#include <csignal>
 #include <exception>
 #include <mutex>
 #include <optional>
 #include <poll.h>
-#include <pthread.h>
 #include <span>
 #include <stop_token>
 
@@ -23,22 +22,6 @@ constexpr std::size_t kMostWaiting = std::size_t{1} << 20; // bytes that nobody 
 
 // Nobody asks for the content any more.
 struct Abandoned {};
-
-// A thread that is started meanwhile takes no signal: they are meant for Python's main thread.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &Before);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &Before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t Before;
-};
 
 } // namespace
 
@@ -101,7 +84,7 @@ struct Stream::State {
 Stream::Stream(std::shared_ptr<ClientCore> client, const Settings& settings)
     : TheClient(std::move(client)), Shared(std::make_shared<State>()) {
     Shared->Sender = &TheClient->open();
-    const SignalsBlocked blocked;
+    const vantik::detail::SignalsBlocked blocked; // they are meant for Python's main thread
     Receiver =
         std::thread([state = Shared.get(), request = settings.Asked]() mutable { state->receive(std::move(request)); });
 }

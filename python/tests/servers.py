@@ -158,8 +158,8 @@ def taking(peer: Peer) -> None:
     peer.wait("never")
 
 
-class _Handler(http.server.BaseHTTPRequestHandler):
-    """Paths say what is answered, in the manner of httpbin."""
+class Handler(http.server.BaseHTTPRequestHandler):
+    """What handlers have in common."""
 
     protocol_version = "HTTP/1.1"
     disable_nagle_algorithm = True
@@ -167,7 +167,7 @@ class _Handler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *arguments: Any) -> None:
         pass
 
-    def _content(self) -> bytes:
+    def content(self) -> bytes:
         if self.headers.get("Transfer-Encoding", "") == "chunked":
             content = b""
             while size := int(self.rfile.readline(), 16):
@@ -177,7 +177,7 @@ class _Handler(http.server.BaseHTTPRequestHandler):
             return content
         return self.rfile.read(int(self.headers.get("Content-Length", 0)))
 
-    def _answer(self, content: bytes, fields: Sequence[tuple[str, str]] = (), status: int = 200) -> None:
+    def answer(self, content: bytes, fields: Sequence[tuple[str, str]] = (), status: int = 200) -> None:
         self.send_response(status)
         for name, value in fields:
             self.send_header(name, value)
@@ -186,8 +186,12 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         if self.command != "HEAD":
             self.wfile.write(content)
 
+
+class _EchoingHandler(Handler):
+    """Paths say what is answered, in the manner of httpbin."""
+
     def _echo(self) -> None:
-        content = self._content()
+        content = self.content()
         path, _, query = self.path.partition("?")
         sent = {
             "method": self.command,
@@ -199,19 +203,19 @@ class _Handler(http.server.BaseHTTPRequestHandler):
             if self.headers.get("Content-Type") == "application/x-www-form-urlencoded"
             else [],
         }
-        self._answer(json.dumps(sent).encode(), [("Content-Type", "application/json")])
+        self.answer(json.dumps(sent).encode(), [("Content-Type", "application/json")])
 
     def _play(self) -> None:
         kind, _, argument = self.path[1:].partition("?")[0].partition("/")
         if kind == "status":
-            self._content()
-            self._answer(b"said", status=int(argument))
+            self.content()
+            self.answer(b"said", status=int(argument))
         elif kind == "redirect":
             left = int(argument)
-            self._content()
-            self._answer(b"", [("Location", f"/redirect/{left - 1}" if left > 1 else "/echo")], 302)
+            self.content()
+            self.answer(b"", [("Location", f"/redirect/{left - 1}" if left > 1 else "/echo")], 302)
         elif kind == "bytes":
-            self._answer(bytes(i % 251 for i in range(int(argument))))
+            self.answer(bytes(i % 251 for i in range(int(argument))))
         elif kind == "large":
             size = int(argument)
             self.send_response(200)
@@ -222,23 +226,23 @@ class _Handler(http.server.BaseHTTPRequestHandler):
                 self.wfile.write(piece)
                 size -= len(piece)
         elif kind == "gzip":
-            self._answer(gzip.compress(b"compressed"), [("Content-Encoding", "gzip")])
+            self.answer(gzip.compress(b"compressed"), [("Content-Encoding", "gzip")])
         elif kind == "latin1":
-            self._answer("Été".encode("latin-1"), [("Content-Type", "text/plain; charset=iso-8859-1")])
+            self.answer("Été".encode("latin-1"), [("Content-Type", "text/plain; charset=iso-8859-1")])
         elif kind == "basic":
             if self.headers.get("Authorization") == "Basic dXNlcjpwYXNz":
-                self._answer(b"welcome")
+                self.answer(b"welcome")
             else:
-                self._answer(b"", [("WWW-Authenticate", 'Basic realm="x"')], 401)
+                self.answer(b"", [("WWW-Authenticate", 'Basic realm="x"')], 401)
         elif kind == "repeated":
-            self._answer(b"", [("X-A", "1"), ("x-a", "2"), ("Set-Cookie", "a=1; Path=/"), ("Set-Cookie", "b=2")])
+            self.answer(b"", [("X-A", "1"), ("x-a", "2"), ("Set-Cookie", "a=1; Path=/"), ("Set-Cookie", "b=2")])
         elif kind == "set":
             pairs = urllib.parse.parse_qsl(self.path.partition("?")[2], encoding="latin-1")
             fields = [("Set-Cookie", f"{name}={value}" + ("" if ";" in value else "; Path=/")) for name, value in pairs]
             if argument.isdigit():
-                self._answer(b"", fields, int(argument))
+                self.answer(b"", fields, int(argument))
             else:
-                self._answer(b"", [*fields, ("Location", "/" + argument)], 302 if argument else 200)
+                self.answer(b"", [*fields, ("Location", "/" + argument)], 302 if argument else 200)
         else:
             self._echo()
 
@@ -254,7 +258,7 @@ class AnsweringServer(socketserver.ThreadingMixIn, http.server.HTTPServer):
     request_queue_size = 128
 
     def __init__(self) -> None:
-        super().__init__(("127.0.0.1", 0), _Handler)
+        super().__init__(("127.0.0.1", 0), _EchoingHandler)
         threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
 
     def handle_error(self, request: Any, client_address: Any) -> None:

@@ -9,35 +9,19 @@ import re
 import threading
 from collections.abc import Iterator
 from pathlib import Path
-from typing import Any
 
 import pytest
 
 import netrove
+from servers import Handler
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "python.md"
 BIG = bytes(i % 251 for i in range(1_000_000))
 
 
-class _Site(http.server.BaseHTTPRequestHandler):
-    protocol_version = "HTTP/1.1"
-    disable_nagle_algorithm = True
-
-    def log_message(self, *arguments: Any) -> None:
-        pass
-
-    def _content(self) -> bytes:
-        if self.headers.get("Transfer-Encoding") != "chunked":
-            return self.rfile.read(int(self.headers.get("Content-Length", 0)))
-        content = b""
-        while size := int(self.rfile.readline(), 16):
-            content += self.rfile.read(size)
-            self.rfile.readline()
-        self.rfile.readline()
-        return content
-
-    def _answer(self) -> None:
-        received = self._content()
+class _Site(Handler):
+    def _play(self) -> None:
+        received = self.content()
         path, _, query = self.path.partition("?")
         kind, content, status = "text/plain", b"", 200
         if path == "/hello.txt":
@@ -49,14 +33,9 @@ class _Site(http.server.BaseHTTPRequestHandler):
             content = json.dumps({"received": received.decode(errors="replace"), "query": query}).encode()
         else:
             status = 404
-        self.send_response(status)
-        self.send_header("Content-Type", kind)
-        self.send_header("ETag", '"one"')
-        self.send_header("Content-Length", str(len(content)))
-        self.end_headers()
-        self.wfile.write(content)
+        self.answer(content, [("Content-Type", kind), ("ETag", '"one"')], status)
 
-    do_GET = do_POST = do_PUT = _answer
+    do_GET = do_POST = do_PUT = _play
 
 
 @pytest.fixture
