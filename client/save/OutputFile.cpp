@@ -307,9 +307,21 @@ void OutputFile::checkTemporary() const {
     }
 }
 
+// By the descriptor itself where the system allows that; else by its name in /proc.
 int OutputFile::link(const char* name) const {
+    static std::atomic<bool> byDescriptor = true; // what works for one file works for all
+    if (byDescriptor) {
+        const int linked = retried([&] { return linkat(File.Number, "", Folder.Number, name, AT_EMPTY_PATH); });
+        if (linked == 0 || (errno != ENOENT && errno != EINVAL && errno != EPERM)) {
+            return linked;
+        }
+    }
     const std::string own = nameOfDescriptor(File.Number);
-    return retried([&] { return linkat(AT_FDCWD, own.c_str(), Folder.Number, name, AT_SYMLINK_FOLLOW); });
+    const int linked = retried([&] { return linkat(AT_FDCWD, own.c_str(), Folder.Number, name, AT_SYMLINK_FOLLOW); });
+    if (linked == 0) {
+        byDescriptor = false;
+    }
+    return linked;
 }
 
 void OutputFile::rename() {

@@ -59,7 +59,7 @@ const FailureRow kFailures[] = {
     {"pread", {EIO}, {EINTR, kHalfDone}},
     {"fdatasync", {EIO}, {EINTR, EINVAL}},
     {"ftruncate", {EIO}, {EINTR}},
-    {"linkat", {EIO}, {EINTR}},
+    {"linkat", {EIO}, {EINTR, ENOENT}}, // ENOENT: not allowed by descriptor
     {"renameat2", {EIO}, {EINTR}},
     {"mkdir", {EACCES}, {}},
     {"fstatat", {EIO}, {}},

@@ -72,7 +72,7 @@ const FailureRow kFailures[] = {
     {"fchmod", {EIO}, {EINTR, EPERM}},
     {"fdatasync", {EIO}, {EINTR, EINVAL}},
     {"dup", {EMFILE}, {}},
-    {"linkat", {EIO}, {EINTR}},
+    {"linkat", {EIO}, {EINTR, ENOENT}}, // ENOENT: not allowed by descriptor
     {"renameat2", {EIO}, {EINTR}},
     {"fstatat", {EIO}, {}},
     {"close", {}, {EINTR}},
