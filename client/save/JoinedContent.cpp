@@ -171,7 +171,8 @@ bool JoinedContent::discard() {
 
 void JoinedContent::finish(const Request& request, Response& response) {
     // A response with a part may leave out what is known already.
-    if (const auto& state = Store->state(); state && !response.fields.contains("Last-Modified")) {
+    const auto& state = Store->state();
+    if (state && !state->Modified.empty() && !response.fields.contains("Last-Modified")) {
         Response told = response;
         told.fields.set("Last-Modified", state->Modified);
         Store->finish(request, told);

@@ -32,18 +32,19 @@ struct Authority {
     std::size_t At = std::string_view::npos; // the last '@'
 };
 
-constexpr std::string_view kAuthorityEnds = "/?#";
+constexpr CharacterSet kAuthorityEnds("/?#");
+constexpr CharacterSet kPathEnds("?#");
 // Within running text a URL ends at these too.
-constexpr std::string_view kUrlEnds = "/?# \t\r\n\"'<>\\";
+constexpr CharacterSet kUrlEnds("/?# \t\r\n\"'<>\\");
 
 // The first authority after `start`; nothing where there is no "://".
-std::optional<Authority> findAuthority(std::string_view text, std::string_view ends = kAuthorityEnds,
+std::optional<Authority> findAuthority(std::string_view text, const CharacterSet& ends = kAuthorityEnds,
                                        std::size_t start = 0) {
     const auto mark = text.find("://", start);
     if (mark == text.npos) {
         return std::nullopt;
     }
-    Authority found{mark + 3, std::min(text.find_first_of(ends, mark + 3), text.size())};
+    Authority found{mark + 3, std::min(ends.firstIn(text, mark + 3), text.size())};
     if (const auto at = text.substr(found.First, found.Last - found.First).rfind('@'); at != text.npos) {
         found.At = found.First + at;
     }
@@ -87,7 +88,7 @@ UrlParts splitUrl(std::string_view url) {
         parts.Port = defaultPort(parts.Scheme);
     }
     const std::string_view rest = url.substr(found->Last);
-    parts.Path = rest.substr(0, rest.find_first_of("?#"));
+    parts.Path = rest.substr(0, kPathEnds.firstIn(rest));
     return parts;
 }
 

@@ -21,6 +21,7 @@ using OldJson = nlohmann::json;
 
 constexpr int kHexadecimal = 16;
 constexpr std::size_t kSumLength = 8;     // digits
+constexpr std::size_t kUsualRecord = 100; // bytes
 constexpr std::size_t kDigestLength = 16; // as results show it
 
 // At least so many digits.
@@ -158,6 +159,7 @@ std::uint64_t journalKey(std::string_view text, bool isTarget) {
 
 std::string recordText(const JournalRecord& record) {
     std::string text;
+    text.reserve(kUsualRecord);
     for (const StateRow& row : kStates) {
         if (row.State == record.State) {
             text = row.Word;
@@ -197,7 +199,9 @@ std::string recordText(const JournalRecord& record) {
     case JournalState::Kept:
         break;
     }
-    return text + ' ' + checksum(text) + '\n';
+    const std::string sum = checksum(text);
+    text.append(1, ' ').append(sum).append(1, '\n');
+    return text;
 }
 
 std::optional<JournalRecord> parseRecord(std::string_view line) {

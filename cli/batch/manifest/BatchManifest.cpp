@@ -10,8 +10,8 @@
 #include <netrove/text.h>
 #include <netrove/url.h>
 
+#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <sys/stat.h>
 #include <utility>
 
@@ -19,7 +19,6 @@ namespace netrove::cli {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
 // A file that is not a manifest at all has as many bad lines as it has lines.
 constexpr std::size_t kMostBadLines = 100;
 constexpr std::size_t kLongestProblem = 1000;
@@ -62,10 +61,25 @@ void checkUrl(const std::string& url) {
     }
 }
 
+constexpr auto kPlain = [] {
+    std::array<bool, 256> members{};
+    for (const unsigned char c :
+         std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/?=&+,:")) {
+        members.at(c) = true;
+    }
+    return members;
+}();
+
 // True for a path and query that are valid with any origin.
 bool isPlain(std::string_view text) {
-    return text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/?=&+,:") ==
-           text.npos;
+    return std::all_of(text.begin(), text.end(), [](unsigned char c) { return kPlain.at(c); });
+}
+
+// Scheme, host and port, with what else is before the path.
+std::string_view originIn(std::string_view url) {
+    const auto mark = url.find("://");
+    const auto* const first = url.begin() + (mark == url.npos ? 0 : mark + 3);
+    return {url.begin(), std::find_if(first, url.end(), [](char c) { return c == '/' || c == '?' || c == '#'; })};
 }
 
 // What is under a name.
@@ -104,9 +118,10 @@ void takeCredentials(BatchLine& line) {
 
 BatchLine parseText(std::string_view text) {
     BatchLine line;
-    const auto end = std::min(text.find_first_of(kBlanks), text.size());
-    line.Url = text.substr(0, end);
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks, end), text.size()));
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t'; };
+    const auto* const end = std::find_if(text.begin(), text.end(), isBlank);
+    line.Url.assign(text.begin(), end);
+    text.remove_prefix(static_cast<std::size_t>(std::find_if_not(end, text.end(), isBlank) - text.begin()));
     line.Target = text;
     return line;
 }
@@ -151,9 +166,13 @@ std::string BatchLine::id() const {
 }
 
 std::string BatchLine::digest() const {
-    std::array<char, 20> text{};
-    std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(Content));
-    return text.data();
+    constexpr std::string_view digits = "0123456789abcdef";
+    std::string text(16, '0');
+    std::uint64_t rest = Content;
+    for (auto place = text.rbegin(); rest != 0; ++place, rest >>= 4) {
+        *place = digits[rest & 15];
+    }
+    return text;
 }
 
 std::string BatchLine::method() const {
@@ -230,10 +249,12 @@ void ManifestLines::pass(std::string_view text) noexcept {
 BatchLine ManifestLines::checked(std::size_t number, std::string_view text, const UrlCheck& checkFurther,
                                  bool& inFolder) {
     BatchLine line = placed(number, text);
-    checkUrl(line.Url);
-    takeCredentials(line);
-    if (checkFurther) {
-        checkAgain(line.Url, checkFurther);
+    if (!isKnown(line.Url)) {
+        checkUrl(line.Url);
+        takeCredentials(line);
+        if (checkFurther) {
+            checkAgain(line.Url, checkFurther);
+        }
     }
     if (line.Target) {
         inFolder = checkTarget(line);
@@ -250,11 +271,15 @@ BatchLine ManifestLines::checked(std::size_t number, std::string_view text, cons
     return line;
 }
 
-// What is wrong with most URLs is wrong with their origin, which few lines have for themselves.
+// What is wrong with most URLs is wrong with their origin, which few lines have for themselves. Those that are kept are
+// without credentials.
+bool ManifestLines::isKnown(std::string_view url) const {
+    const std::string_view origin = originIn(url);
+    return OriginsSeen.contains(origin) && isPlain(url.substr(origin.size()));
+}
+
 void ManifestLines::checkAgain(const std::string& url, const UrlCheck& checkFurther) {
-    const auto end = std::min(url.find_first_of("/?#", url.find("://") + 3), url.size());
-    std::string origin = url.substr(0, end);
-    if (OriginsSeen.contains(origin) && isPlain(std::string_view(url).substr(end))) {
+    if (isKnown(url)) { // now that it is without them
         return;
     }
     try {
@@ -265,7 +290,7 @@ void ManifestLines::checkAgain(const std::string& url, const UrlCheck& checkFurt
     if (OriginsSeen.size() >= kMostOrigins) {
         OriginsSeen.clear();
     }
-    OriginsSeen.insert(std::move(origin));
+    OriginsSeen.emplace(originIn(url));
 }
 
 // Without a name of its own a target gets that of the URL, as with `save`.

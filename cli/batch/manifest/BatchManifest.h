@@ -95,6 +95,8 @@ private:
     };
     BatchLine checked(std::size_t number, std::string_view text, const UrlCheck& checkFurther, bool& inFolder);
     static void settleTarget(BatchLine& line, bool inFolder);
+    // True where nothing of the URL is left to check.
+    bool isKnown(std::string_view url) const;
     void checkAgain(const std::string& url, const UrlCheck& checkFurther);
     bool checkTarget(BatchLine& line);
     void checkFolder(const std::string& target);
@@ -103,8 +105,14 @@ private:
     // A line by itself, its target where it belongs.
     BatchLine placed(std::size_t number, std::string_view text) const;
 
+    struct TextHash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+    };
+
     UrlCheck CheckUrl;
-    std::unordered_set<std::string> OriginsSeen; // some of those whose URLs were checked further
+    // Some of those whose URLs were checked further.
+    std::unordered_set<std::string, TextHash, std::equal_to<>> OriginsSeen;
     std::string Folder;
     RealNames Names;
     std::map<std::string, std::string> Reserved; // by the real name

@@ -10,11 +10,12 @@ namespace netrove::cli {
 
 namespace {
 
-// Looked up once: that takes longer than the digest of a short text.
-const EVP_MD* algorithm() {
-    static const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> found(EVP_MD_fetch(nullptr, "SHA256", nullptr),
-                                                                       &EVP_MD_free);
-    return found.get();
+// Looked up once, and made once for each thread: either takes longer than the digest of a short text.
+EVP_MD_CTX* context() {
+    static const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> algorithm(EVP_MD_fetch(nullptr, "SHA256", nullptr),
+                                                                           &EVP_MD_free);
+    thread_local const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> own(EVP_MD_CTX_new(), &EVP_MD_CTX_free);
+    return algorithm && own && EVP_DigestInit_ex(own.get(), algorithm.get(), nullptr) == 1 ? own.get() : nullptr;
 }
 
 } // namespace
@@ -28,8 +29,9 @@ void ContentDigest::add(std::string_view part) {
 
 std::uint64_t ContentDigest::value(std::size_t place) {
     if (!Known) {
-        if (algorithm() == nullptr ||
-            EVP_Digest(Parts.data(), Parts.size(), Bytes.data(), nullptr, algorithm(), nullptr) != 1) {
+        EVP_MD_CTX* const digest = context();
+        if (digest == nullptr || EVP_DigestUpdate(digest, Parts.data(), Parts.size()) != 1 ||
+            EVP_DigestFinal_ex(digest, Bytes.data(), nullptr) != 1) {
             fail(failure::kFailure, {"SHA-256"}, "the SHA-256 of a line cannot be computed");
         }
         Known = true;

@@ -17,6 +17,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+constexpr std::size_t kUsualRest = 160; // of a line: all but its URL and target
+
 // Most texts are as they stand in JSON.
 void addText(std::string& to, std::string_view text) {
     const bool plain =
@@ -41,13 +43,16 @@ void addSeconds(std::string& to, double seconds) {
 }
 
 std::string beginning(const BatchLine& line) {
-    std::string text = "{\"id\":";
+    std::string text;
+    text.reserve(kUsualRest + line.Url.size() + (line.Target ? line.Target->size() : 0));
+    text += "{\"id\":";
     addText(text, line.id());
     text += ",\"line\":" + std::to_string(line.Number) + ",\"url\":";
     addText(text, line.Url);
     text += ",\"target\":";
     line.Target ? addText(text, *line.Target) : void(text += "null");
-    return text + ",\"status\":";
+    text += ",\"status\":";
+    return text;
 }
 
 } // namespace
@@ -73,7 +78,8 @@ std::string resultLine(const BatchLine& line, const BatchOutcome& outcome, const
     addSeconds(text, outcome.Time.count());
     text += ",\"attempts\":" + std::to_string(outcome.Attempts) + ",\"result\":";
     if (!outcome.Failed) {
-        return text + "\"done\"}";
+        text += "\"done\"}";
+        return text;
     }
     Console json = consoleFor(line, console);
     json.configure(ColorChoice::Never, true);

@@ -84,7 +84,8 @@ void BatchRun::read() {
 }
 
 void BatchRun::work(netrove::Client& client) {
-    const BatchTools tools{TheSettings, Journal, Live, Stopped};
+    Settings plain = batchSettings(TheSettings, {});
+    const BatchTools tools{TheSettings, plain, Journal, Live, Stopped};
     while (std::optional<BatchJob> job = nextJob()) {
         const auto start = Clock::now();
         if (job->Attempts == 0) {

@@ -28,7 +28,7 @@ BatchSchedule::BatchSchedule(int mostOfOrigin, BatchWindow window)
     : MostOfOrigin(mostOfOrigin), Window(window), MostHeld(std::max<std::size_t>(1, window.Lines / 10)) {}
 
 void BatchSchedule::add(BatchLine line) {
-    const auto [origin, isNew] = Origins.try_emplace(originOf(line.Url));
+    const auto [origin, isNew] = Origins.try_emplace(nameOfOrigin(line.Url));
     if (isNew) {
         origin->second.Taken = Pace;
         origin->second.Turn = ++Turns;
@@ -147,9 +147,19 @@ void BatchSchedule::refill(Origin& origin) {
             return;
         }
         BatchLine line = Spill.take(origin.OnDisk);
-        std::string name = originOf(line.Url);
+        std::string name = nameOfOrigin(line.Url);
         hold(origin, std::move(line), std::move(name));
     }
+}
+
+// Most lines have the origin of the line before.
+const std::string& BatchSchedule::nameOfOrigin(const std::string& url) {
+    if (LastGiven.empty() || !url.starts_with(LastGiven) || url[LastGiven.size()] != '/') {
+        LastName = originOf(url);
+        const auto mark = url.find("://");
+        LastGiven = mark == url.npos ? "" : url.substr(0, url.find_first_of("/?#", mark + 3));
+    }
+    return LastName;
 }
 
 std::string originOf(const std::string& url) {

@@ -82,6 +82,7 @@ private:
     bool full() const { return InMemory >= Window.Lines || Bytes >= Window.Bytes; }
 
     // Around each change of an origin.
+    const std::string& nameOfOrigin(const std::string& url);
     void leave(Named::iterator origin) { Ready.erase(origin); }
     void settle(Named::iterator origin);
     void hold(Origin& origin, BatchLine line, std::string name);
@@ -92,7 +93,9 @@ private:
 
     int MostOfOrigin;
     BatchWindow Window;
-    std::size_t MostHeld; // of an origin, before it counts as having much
+    std::size_t MostHeld;  // of an origin, before it counts as having much
+    std::string LastGiven; // of a URL, up to its path
+    std::string LastName;  // of that origin
     Named Origins;
     std::set<Named::iterator, Order> Ready; // those with a line and room for it
     std::multimap<Time, BatchJob> Delayed;

@@ -191,7 +191,13 @@ BatchAttempt transferLine(netrove::Client& client, const BatchJob& job, const Ba
     BatchAttempt attempt;
     BatchOutcome& outcome = attempt.Outcome;
     outcome.Began = Clock::now();
-    const Settings settings = batchSettings(tools.TheSettings, job.Line);
+    std::optional<Settings> own;
+    if (job.Line.Extras) {
+        own = batchSettings(tools.TheSettings, job.Line);
+    } else {
+        tools.Plain.Url = job.Line.Url;
+    }
+    const Settings& settings = own ? *own : tools.Plain;
     Circumstances circumstances = circumstancesOf(settings);
     try {
         Transfer(client, job, tools, settings).run(attempt);

@@ -18,9 +18,10 @@
 
 namespace netrove::cli {
 
-// What the transfers of a run share. All of it outlives them.
+// What the transfers of a worker share. All of it outlives them.
 struct BatchTools {
     const Settings& TheSettings;
+    Settings& Plain;       // of this worker alone: batchSettings for a line with nothing but a URL, which changes
     BatchJournal* Journal; // may be null
     LiveTransfers& Live;
     const std::atomic<bool>& Stopped;
