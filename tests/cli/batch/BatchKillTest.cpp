@@ -2,6 +2,7 @@
 // nothing is under its name that is not whole, and nothing is fetched twice but what was on its way.
 #include "tests/cli/CountingServer.h"
 #include "tests/cli/ProgramFixture.h"
+#include "tests/support/process/BuiltFile.h"
 
 #include <csignal>
 #include <cstdio>

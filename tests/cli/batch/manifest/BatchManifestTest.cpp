@@ -303,6 +303,8 @@ TEST(BatchManifest, TheCheckOfUrlsIsAskedAndItsReasonShown) {
     for (const char* bad : {"http://bad/x", "http://bad/y", "http://h/[bad]"}) {
         EXPECT_EQ(testsupport::failureOf([&] { lines.check(3, bad); }).Text, "not that one");
     }
+    EXPECT_EQ(testsupport::failureOf([&] { lines.check(6, "http://h/\x7f"); }).Text,
+              "the URL has control characters or is not UTF-8");
     EXPECT_EQ(asked, (std::vector<std::string>{"http://h/good", "http://bad/x", "http://bad/y", "http://h/[bad]"}))
         << "an origin is asked for once if there is nothing wrong with it";
 }
