@@ -66,8 +66,8 @@ std::optional<std::chrono::steady_clock::time_point> endOf(Limit limit) {
     return limit == kUnlimited ? std::nullopt : std::optional(after(limit));
 }
 
-Call::Call(const CallTools& tools, Request request, HeadReceiver onHead)
-    : Tools(tools), Asked(std::move(request)), OnHead(std::move(onHead)), Attempts(Asked.retry.made),
+Call::Call(const CallTools& tools, const Request& request, HeadReceiver onHead)
+    : Tools(tools), Asked(request), OnHead(std::move(onHead)), Attempts(Asked.retry.made),
       LastStart(endOf(*Asked.retry.most)) {}
 
 Response Call::run() {
@@ -147,62 +147,75 @@ bool Call::sleepUntil(Clock::time_point end) const {
 
 Response Call::attempt() {
     RedirectChain chain(Asked);
-    Request current = Asked;
     Now = {};
-    current.progress = [this](const Progress& upload) {
-        Now.sent = upload.sent;
-        Now.toSend = upload.toSend;
-        report();
-    };
     Response response;
+    std::optional<Request> redirected;
     for (bool first = true;; first = false) {
         if (Tools.Stopped) {
             throw stopped();
         }
-        if (!hop(current, chain, response, first)) {
+        redirected = hop(redirected ? *redirected : Asked, chain, response, first);
+        if (!redirected) {
             return response;
         }
     }
 }
 
-bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool first) {
+std::optional<Request> Call::changed(const Request& current, const Response* redirect) {
+    const bool paces = Asked.rate && current.body;
+    if (!BeforeEach && !Asked.cookies && !Asked.progress && !paces) {
+        return std::nullopt;
+    }
     Request sent = current;
     if (BeforeEach) {
         BeforeEach(sent);
     }
-    addCookies(sent, first ? nullptr : &response);
-    response = {};
-    if (!Asked.progress) {
-        sent.progress = nullptr;
+    addCookies(sent, redirect);
+    if (Asked.progress) {
+        sent.progress = [this](const Progress& upload) {
+            Now.sent = upload.sent;
+            Now.toSend = upload.toSend;
+            report();
+        };
     }
-    if (Asked.rate && current.body) {
+    if (paces) {
         sent.body = paced(current.body, hostAndPort(current.url));
     }
+    return sent;
+}
+
+std::optional<Request> Call::hop(const Request& current, RedirectChain& chain, Response& response, bool first) {
+    const std::optional<Request> sent = changed(current, first ? nullptr : &response);
+    response = {};
     const auto start = Clock::now();
     Hops.push_back({.url = maskUserInfo(current.url), .method = current.method});
     Head last;
     Fate fate = Fate::None;
     try {
-        Tools.TheTransport.exchange(sent, first, [&](const Head& head) {
+        Tools.TheTransport.exchange(sent ? *sent : current, first, [&](const Head& head) {
             Hops.back().status = head.status;
             Hops.back().url = head.url;
             Hops.back().untilHead = Clock::now() - start;
-            last = head;
             // The function that is returned owns its target, which the analyzer takes for lost.
-            return takerFor(head, current, response, fate); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
+            Taker taker = takerFor(head, current, response, fate); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
+            if (fate != Fate::Final) {
+                last = head;
+            }
+            return taker;
         });
         Hops.back().time = Clock::now() - start;
         if (fate == Fate::None) {
             fail("Failure", {"no head"}, "the transport ended without a response");
         }
         if (fate == Fate::Followed) {
+            std::optional<Request> next;
             try {
-                current = chain.next(current, last);
+                next = chain.next(current, last);
             } catch (const Error& refusal) {
                 throw refusal.with(response, true);
             }
-            note("follows the redirect to " + current.url);
-            return true;
+            note("follows the redirect to " + next->url);
+            return next;
         }
         if (fate == Fate::Failure) {
             throw statusError(response.status, response.reason, {.Url = response.url, .Proxy = last.proxy})
@@ -223,7 +236,7 @@ bool Call::hop(Request& current, RedirectChain& chain, Response& response, bool 
         }
         throw failure.with(std::move(before), failure.sent() || chain.followed() > 0 || response.status != 0);
     }
-    return false;
+    return std::nullopt;
 }
 
 void Call::addCookies(Request& sent, const Response* redirect) const {

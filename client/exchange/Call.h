@@ -35,8 +35,9 @@ public:
     // Takes the head of the response of an attempt; returns what takes its content, or nothing.
     using HeadReceiver = std::function<Taker(Response& head)>;
 
-    // `request` is complete.
-    Call(const CallTools& tools, Request request, HeadReceiver onHead);
+    // `request` is complete, and outlives the call.
+    Call(const CallTools& tools, const Request& request, HeadReceiver onHead);
+    Call(const CallTools& tools, Request&& request, HeadReceiver onHead) = delete;
 
     // Adds fields to each request just before it goes out.
     void beforeEach(std::function<void(Request&)> hook) { BeforeEach = std::move(hook); }
@@ -53,9 +54,11 @@ private:
     enum class Fate { None, Final, Failure, Followed };
 
     Response attempt();
-    // One request; true if a redirect is to be followed, which `current` is then. `response` is the one that led there,
-    // and becomes its own.
-    bool hop(Request& current, RedirectChain& chain, Response& response, bool first);
+    // One request; returns the one that follows it, if it is redirected. `response` is the one that led there, and
+    // becomes its own.
+    std::optional<Request> hop(const Request& current, RedirectChain& chain, Response& response, bool first);
+    // `current` with what is added when it goes out; nothing if that is nothing.
+    std::optional<Request> changed(const Request& current, const Response* redirect);
     void addCookies(Request& sent, const Response* redirect) const;
     Taker takerFor(const Head& head, const Request& current, Response& response, Fate& fate);
     Taker errorPage(Response& response) const;
@@ -78,7 +81,7 @@ private:
 
     CallTools Tools;
     std::optional<Clock::time_point> End; // of the call or of this attempt, whichever comes first
-    Request Asked;
+    const Request& Asked;
     HeadReceiver OnHead;
     std::function<void(Request&)> BeforeEach;
     std::function<bool()> MayFollow; // empty: it may not

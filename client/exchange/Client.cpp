@@ -68,9 +68,9 @@ struct [[gnu::visibility("hidden")]] Client::State {
     }
 
     void interrupt() noexcept {
+        Wake.raise(); // first: whoever sees the flag may clear both
         Stopped = true;
         TheTransport->interrupt();
-        Wake.raise();
     }
 
     // Runs one call; nobody else may meanwhile.
@@ -81,10 +81,10 @@ struct [[gnu::visibility("hidden")]] Client::State {
         return run(CallTools{*TheTransport, Wake, Stopped, Policy, endOf(*request.limits.total)});
     }
 
-    // Checked, and with everything that it leaves open filled in.
-    Request prepared(Request request, Use use) const {
+    // Checks the request, and fills in everything that it leaves open.
+    void prepare(Request& request, Use use) const {
         checkRequest(request, use);
-        return completed(std::move(request), Defaults);
+        complete(request, Defaults);
     }
 
     Response perform(const Request& request, const Call::HeadReceiver& onHead, bool mayRestart) {
@@ -97,8 +97,8 @@ struct [[gnu::visibility("hidden")]] Client::State {
 
     // What comes goes into `content`, which `onHead` prepares for it.
     template <class OnHead>
-    Response collect(Request request, Collector& content, OnHead onHead) {
-        request = prepared(std::move(request), Use::Collect);
+    Response collect(Request& request, Collector& content, OnHead onHead) {
+        prepare(request, Use::Collect);
         const std::uint64_t most = *request.limits.memory;
         const auto begin = [&](Response& head) -> Taker {
             onHead(head);
@@ -141,8 +141,9 @@ private:
             }
         }
         ~Turn() {
-            Own.Stopped = false;
-            Own.Wake.clear();
+            if (Own.Stopped.exchange(false)) {
+                Own.Wake.clear();
+            }
             Own.TheTransport->endAt(std::nullopt);
             Own.TheTransport->clearInterrupt();
             Own.Busy = false;
@@ -242,54 +243,59 @@ Client& Client::operator=(Client&&) noexcept = default;
 
 namespace {
 
-Request withUrl(std::string url, Request more) {
+void setUrl(Request& more, std::string url) {
     if (!more.url.empty()) {
         failUsage("the URL of this call is given twice");
     }
     more.url = std::move(url);
-    return more;
 }
 
-Request named(const char* method, std::string url, Request more) {
+void name(Request& more, const char* method, std::string url) {
     if (!more.method.empty()) {
         failUsage("the method of this call is given twice");
     }
     more.method = method;
-    return withUrl(std::move(url), std::move(more));
+    setUrl(more, std::move(url));
 }
 
-Request withBody(const char* method, std::string url, Body body, Request more) {
+void name(Request& more, const char* method, std::string url, Body body) {
     if (more.body) {
         failUsage("the content of this call is given twice");
     }
     more.body = std::move(body);
-    return named(method, std::move(url), std::move(more));
+    name(more, method, std::move(url));
 }
 
 } // namespace
 
 Response Client::get(std::string url, Request more) {
-    return request(named("GET", std::move(url), std::move(more)));
+    name(more, "GET", std::move(url));
+    return request(std::move(more));
 }
 
 Response Client::head(std::string url, Request more) {
-    return request(named("HEAD", std::move(url), std::move(more)));
+    name(more, "HEAD", std::move(url));
+    return request(std::move(more));
 }
 
 Response Client::del(std::string url, Request more) {
-    return request(named("DELETE", std::move(url), std::move(more)));
+    name(more, "DELETE", std::move(url));
+    return request(std::move(more));
 }
 
 Response Client::post(std::string url, Body body, Request more) {
-    return request(withBody("POST", std::move(url), std::move(body), std::move(more)));
+    name(more, "POST", std::move(url), std::move(body));
+    return request(std::move(more));
 }
 
 Response Client::put(std::string url, Body body, Request more) {
-    return request(withBody("PUT", std::move(url), std::move(body), std::move(more)));
+    name(more, "PUT", std::move(url), std::move(body));
+    return request(std::move(more));
 }
 
 Response Client::patch(std::string url, Body body, Request more) {
-    return request(withBody("PATCH", std::move(url), std::move(body), std::move(more)));
+    name(more, "PATCH", std::move(url), std::move(body));
+    return request(std::move(more));
 }
 
 Response Client::request(Request request) {
@@ -309,11 +315,11 @@ Response Client::request(Request request) {
     private:
         MappedAhead Ahead;
     } memory;
-    return State::of(Own).collect(std::move(request), memory, [&](Response& head) { memory.Content = &head.content; });
+    return State::of(Own).collect(request, memory, [&](Response& head) { memory.Content = &head.content; });
 }
 
 Response Client::request(Request request, Collector& content) {
-    return State::of(Own).collect(std::move(request), content, [](Response&) {});
+    return State::of(Own).collect(request, content, [](Response&) {});
 }
 
 Response Client::stream(std::string url, Consumer consumer, Request more) {
@@ -321,9 +327,10 @@ Response Client::stream(std::string url, Consumer consumer, Request more) {
     if (!consumer.taker()) {
         failUsage("a consumer is missing");
     }
-    const Request request = own.prepared(withUrl(std::move(url), std::move(more)), Use::Stream);
+    setUrl(more, std::move(url));
+    own.prepare(more, Use::Stream);
     return own.perform(
-        request, [&](Response&) { return consumer.taker(); }, false);
+        more, [&](Response&) { return consumer.taker(); }, false);
 }
 
 Response Client::stream(Request request, const std::function<Taker(const Response&)>& onHead) {
@@ -331,7 +338,7 @@ Response Client::stream(Request request, const std::function<Taker(const Respons
     if (!onHead) {
         failUsage("a callable that takes the head is missing");
     }
-    request = own.prepared(std::move(request), Use::Stream);
+    own.prepare(request, Use::Stream);
     if (!request.resume) {
         return own.perform(request, onHead, true);
     }
@@ -344,12 +351,13 @@ Response Client::stream(Request request, const std::function<Taker(const Respons
 }
 
 Response Client::save(std::string url, std::filesystem::path target, Request more) {
-    return save(withUrl(std::move(url), std::move(more)), std::move(target));
+    setUrl(more, std::move(url));
+    return save(std::move(more), std::move(target));
 }
 
 Response Client::save(Request request, std::filesystem::path target) {
     State& own = State::of(Own);
-    request = own.prepared(std::move(request), Use::Save);
+    own.prepare(request, Use::Save);
     if (request.resume) {
         request.checkStatus = true; // no page of an error goes into what may be resumed
     }
@@ -366,7 +374,7 @@ Response Client::save(Request request, std::filesystem::path target) {
 
 Response Client::receive(Request request, std::filesystem::path target, ReceivedFile& file, Receiving how) {
     State& own = State::of(Own);
-    request = own.prepared(std::move(request), Use::Receive);
+    own.prepare(request, Use::Receive);
     const bool resumes =
         request.method == "GET" && !request.fields.contains("Range") && !request.fields.contains("If-Range");
     return own.alone(request, [&](const CallTools& tools) {

@@ -313,7 +313,7 @@ void checkRequest(const Request& request, Use use) {
            "the defaults of a client have no method and no body");
 }
 
-Request completed(Request own, const Request& defaults) {
+void complete(Request& own, const Request& defaults) {
     if (isAbsolute(own.url)) {
         takeLogin(own); // it is the call's, and so goes before that of the client
     }
@@ -323,7 +323,6 @@ Request completed(Request own, const Request& defaults) {
     if (own.method.empty()) {
         own.method = own.body ? "POST" : "GET";
     }
-    return own;
 }
 
 std::string resolvedUrl(std::string_view base, std::string_view reference) {

@@ -14,9 +14,9 @@ enum class Use { Defaults, Collect, Stream, Save, Receive };
 // Raises an Error of kind Usage, or Url, that names what is wrong; a secret is never repeated.
 void checkRequest(const Request& request, Use use);
 
-// `own`, where it says nothing with what `defaults` says, and where neither does with the documented values. The URL is
+// Where `own` says nothing, what `defaults` says, and where neither does, the documented values. Afterwards the URL is
 // absolute, user name and password have moved from it to the login, the method is set.
-Request completed(Request own, const Request& defaults);
+void complete(Request& own, const Request& defaults);
 
 bool isAbsolute(std::string_view url); // "scheme://…"
 // Printable ASCII. A tab between words is the only control character that a value may hold.

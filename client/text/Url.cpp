@@ -110,6 +110,9 @@ std::string_view userInfoIn(std::string_view url) {
 
 UserInfo takeUserInfo(std::string& url) {
     UserInfo result;
+    if (url.find('@') == url.npos) { // as almost always
+        return result;
+    }
     const auto found = findAuthority(url);
     if (!found || found->At == url.npos) {
         return result;
@@ -130,6 +133,9 @@ UserInfo takeUserInfo(std::string& url) {
 
 std::string maskUserInfo(std::string_view text) {
     std::string result(text);
+    if (text.find('@') == text.npos) {
+        return result;
+    }
     std::size_t position = 0;
     while (const auto found = findAuthority(result, kUrlEnds, position)) {
         position = found->First;

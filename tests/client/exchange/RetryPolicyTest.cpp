@@ -149,8 +149,8 @@ class RetryWait : public ::testing::TestWithParam<WaitRow> {};
 TEST_P(RetryWait, IsWhatTheServerAsksForOrRandom) {
     const auto now = WallClock::time_point(std::chrono::sys_days(std::chrono::year(2026) / 11 / 22));
     const RetryPolicy policy([] { return 0.5; }, [&] { return now; });
-    const Request request =
-        completed({.url = "http://a/", .retry = {.attempts = 9, .wait = 1s, .longestWait = 30s}}, {});
+    Request request = {.url = "http://a/", .retry = {.attempts = 9, .wait = 1s, .longestWait = 30s}};
+    complete(request, {});
     const WaitRow& row = GetParam();
     Response response{.status = 503};
     if (!row.RetryAfter.empty()) {
@@ -183,7 +183,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(RetryPolicy, NoWaitGoesBeyondTheTotalTime) {
     const RetryPolicy policy([] { return 0.5; }, [] { return WallClock::now(); });
-    const Request request = completed({.url = "http://a/"}, {});
+    Request request = {.url = "http://a/"};
+    complete(request, {});
     const Error busy =
         Error(ErrorKind::Status, "x", {}, "busy").with({.status = 503, .fields = {{"Retry-After", "20"}}}, true);
     EXPECT_THROW(policy.waitAfter(1, request, busy, 10s), Error);
