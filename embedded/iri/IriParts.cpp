@@ -4,7 +4,6 @@
 #include "embedded/iri/IriText.h"
 
 #include <boost/url/parse.hpp>
-#include <boost/url/url_view.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -96,11 +95,12 @@ std::string mapPort(const Piece& port) {
     return result;
 }
 
-// Appends the ASCII form of [ userinfo "@" ] host [ ":" port ].
-void mapAuthority(const Piece& authority, std::string& result) {
+// The ASCII form of [ userinfo "@" ] host [ ":" port ].
+void mapAuthority(const Piece& authority, IriParts& parts) {
+    parts.HasAuthority = true;
     Piece rest = authority;
     if (const std::size_t at = rest.Text.find(u'@'); at != rest.Text.npos) {
-        result += encodeComponent(IriComponent::UserInfo, rest.Text.substr(0, at), rest.Position) + "@";
+        parts.UserInfo = encodeComponent(IriComponent::UserInfo, rest.Text.substr(0, at), rest.Position);
         rest = {rest.Text.substr(at + 1), rest.Position + at + 1};
         // Readers differ in which "@" ends the user information, and so in which host is meant.
         if (const std::size_t second = rest.Text.find(u'@'); second != rest.Text.npos) {
@@ -120,68 +120,38 @@ void mapAuthority(const Piece& authority, std::string& result) {
     } else {
         hostEnd = std::min(rest.Text.find(u':'), rest.Text.size());
     }
-    result += hostToAscii(rest.Text.substr(0, hostEnd), rest.Position);
+    parts.Host = hostToAscii(rest.Text.substr(0, hostEnd), rest.Position);
     if (hostEnd < rest.Text.size()) {
-        result += ":" + mapPort({rest.Text.substr(hostEnd + 1), rest.Position + hostEnd + 1});
+        parts.Port = mapPort({rest.Text.substr(hostEnd + 1), rest.Position + hostEnd + 1});
     }
-}
-
-// RFC 3987 section 3.1: the identifier in ASCII.
-std::string mapToUri(std::u16string_view text) {
-    const Pieces pieces = split(text);
-    std::string uri;
-    uri.reserve(text.size());
-    if (pieces.Scheme) {
-        uri += mapScheme(*pieces.Scheme) + ":";
-    }
-    if (pieces.Authority) {
-        uri += "//";
-        mapAuthority(*pieces.Authority, uri);
-    }
-    uri += encodeComponent(IriComponent::Path, pieces.Path.Text, pieces.Path.Position);
-    if (pieces.Query) {
-        uri += "?" + encodeComponent(IriComponent::Query, pieces.Query->Text, pieces.Query->Position);
-    }
-    if (pieces.Fragment) {
-        uri += "#" + encodeComponent(IriComponent::Fragment, pieces.Fragment->Text, pieces.Fragment->Position);
-    }
-    return uri;
-}
-
-template <class Text>
-std::string toText(const Text& text) {
-    return std::string(text.data(), text.size());
 }
 
 } // namespace
 
+// RFC 3987 section 3.1: the identifier in ASCII, part by part.
 IriParts parseIri(std::u16string_view text) {
     checkIriText(text);
-    const std::string uri = mapToUri(text);
-    const auto parsed = boost::urls::parse_uri_reference(uri);
-    if (!parsed) {
-        refuseIri("text that is not an identifier (" + parsed.error().message() + ")", 0);
-    }
-
-    const boost::urls::url_view& view = *parsed;
+    const Pieces pieces = split(text);
     IriParts parts;
-    if (view.has_scheme()) {
-        parts.Scheme = toText(view.scheme());
+    if (pieces.Scheme) {
+        parts.Scheme = mapScheme(*pieces.Scheme);
     }
-    parts.HasAuthority = view.has_authority();
-    if (view.has_userinfo()) {
-        parts.UserInfo = toText(view.encoded_userinfo());
+    if (pieces.Authority) {
+        mapAuthority(*pieces.Authority, parts);
     }
-    parts.Host = toText(view.encoded_host());
-    if (view.has_port()) {
-        parts.Port = toText(view.port());
+    parts.Path = encodeComponent(IriComponent::Path, pieces.Path.Text, pieces.Path.Position);
+    if (pieces.Query) {
+        parts.Query = encodeComponent(IriComponent::Query, pieces.Query->Text, pieces.Query->Position);
     }
-    parts.Path = toText(view.encoded_path());
-    if (view.has_query()) {
-        parts.Query = toText(view.encoded_query());
+    if (pieces.Fragment) {
+        parts.Fragment = encodeComponent(IriComponent::Fragment, pieces.Fragment->Text, pieces.Fragment->Position);
     }
-    if (view.has_fragment()) {
-        parts.Fragment = toText(view.encoded_fragment());
+    // With a scheme and a host that is a name, parts that are right make a whole that is. What else may be is up to the
+    // grammar.
+    if (!parts.Scheme || parts.Host.empty() || parts.Host.starts_with('[')) {
+        if (const auto parsed = boost::urls::parse_uri_reference(composeIri(parts, false)); !parsed) {
+            refuseIri("text that is not an identifier (" + parsed.error().message() + ")", 0);
+        }
     }
     return parts;
 }
