@@ -19,6 +19,12 @@ long statusFromLine(std::string_view line) {
     return blank == std::string_view::npos ? 0 : std::strtol(std::string(line.substr(blank)).c_str(), nullptr, 10);
 }
 
+// Most lines have another name, which the place of the colon shows before anything is compared.
+bool hasName(std::string_view line, std::string_view name) {
+    const bool fits = line.size() > name.size() ? line[name.size()] == ':' : line.size() == name.size();
+    return fits && equalIgnoringCase(viewFieldLine(line).first, name);
+}
+
 bool isGzipName(std::string_view coding) {
     return equalIgnoringCase(coding, "gzip") || equalIgnoringCase(coding, "x-gzip");
 }
@@ -80,9 +86,8 @@ ResponseHead::End ResponseHead::end(const std::string& effectiveMethod) {
 
 std::string ResponseHead::getResponseField(std::string_view name) const {
     for (std::size_t i = 1; i < ResponseHeaderLines.size(); ++i) { // line 0 is the status line
-        const auto [fieldName, value] = viewFieldLine(ResponseHeaderLines[i]);
-        if (equalIgnoringCase(fieldName, name)) {
-            return std::string(value);
+        if (hasName(ResponseHeaderLines[i], name)) {
+            return std::string(viewFieldLine(ResponseHeaderLines[i]).second);
         }
     }
     return {};
@@ -91,11 +96,10 @@ std::string ResponseHead::getResponseField(std::string_view name) const {
 template <class Visit>
 void ResponseHead::forEachElement(std::string_view name, Visit visit) const {
     for (const std::string& line : ResponseHeaderLines) {
-        const auto [fieldName, value] = viewFieldLine(line);
-        if (!equalIgnoringCase(fieldName, name)) {
+        if (!hasName(line, name)) {
             continue;
         }
-        for (std::string_view rest = value;;) {
+        for (std::string_view rest = viewFieldLine(line).second;;) {
             const std::size_t comma = rest.find(',');
             visit(trimmed(rest.substr(0, comma)));
             if (comma == std::string_view::npos) {
@@ -108,7 +112,7 @@ void ResponseHead::forEachElement(std::string_view name, Visit visit) const {
 
 bool ResponseHead::hasField(std::string_view name) const {
     return std::any_of(ResponseHeaderLines.begin(), ResponseHeaderLines.end(),
-                       [&](const std::string& line) { return equalIgnoringCase(viewFieldLine(line).first, name); });
+                       [&](const std::string& line) { return hasName(line, name); });
 }
 
 bool ResponseHead::lengthIsUnclear() const {
