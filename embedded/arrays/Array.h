@@ -71,7 +71,7 @@ private:
     };
     std::size_t ByteCount;
     std::unique_ptr<void, Free> Block;             // null: the elements are in `Small`
-    alignas(std::max_align_t) std::byte Small[64]; // numbers and short texts, which most arrays are
+    alignas(std::max_align_t) std::byte Small[48]; // numbers and short texts, which most arrays are
 };
 
 // Values by field and element. The contents own the values; a missing value is null.
@@ -154,6 +154,7 @@ vxArray_tag* makeObjectArray(const std::string& className,
 vxArray_tag* makeEnumerationArray(const std::string& className,
                                   std::vector<std::string> members); // 1-by-n; none: 0-by-0
 vxArray_tag* makeText(std::u16string_view text);                     // 1-by-n char
+vxArray_tag* makeAsciiText(std::string_view ascii);                  // the same of ASCII, without a copy in between
 vxArray_tag* makeLogical(bool value);
 vxArray_tag* makeDouble(double value);
 vxArray_tag* makeInt32(std::int32_t value);

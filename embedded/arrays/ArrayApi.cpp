@@ -4,6 +4,7 @@
 #include "embedded/arrays/Array.h"
 #include "embedded/arrays/CallFrame.h"
 #include "embedded/messages/HostFailure.h"
+#include "embedded/text/TextConversion.h"
 #include "host/Text.h"
 
 #include <cstring>
@@ -30,7 +31,8 @@ void vxDestroy_deleter::operator()(vxArray_tag* array) const noexcept {
 }
 
 std::unique_ptr<vxArray_tag, vxDestroy_deleter> create(const char* text, std::size_t length) {
-    return ArrayOwner(makeText(text ? fl::i18n::to_ustring(std::string(text, length)) : std::u16string()));
+    const std::string_view utf8 = text ? std::string_view(text, length) : std::string_view();
+    return ArrayOwner(isAscii(utf8) ? makeAsciiText(utf8) : makeText(decodeUtf8(utf8)));
 }
 
 void destroyArray(vxArray_tag* array) noexcept {

@@ -110,6 +110,13 @@ vxArray_tag* makeText(std::u16string_view text) {
     return makePlainFrom(vxCHAR_CLASS, 1, text.size(), text.data());
 }
 
+vxArray_tag* makeAsciiText(std::string_view ascii) {
+    boost::intrusive_ptr<PlainContents> contents(
+        new PlainContents(vxCHAR_CLASS, 1, ascii.size(), PlainContents::Fill::Undefined));
+    std::copy(ascii.begin(), ascii.end(), contents->elements<char16_t>());
+    return makeArray(std::move(contents));
+}
+
 vxArray_tag* makeLogical(bool value) {
     return makeScalar<std::uint8_t>(vxLOGICAL_CLASS, value ? 1 : 0);
 }

@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace vantik::detail {
 
@@ -214,8 +215,8 @@ const MethodEntry& requireMethod(const HostObject& object, std::string_view meth
     return *found;
 }
 
-std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method, int resultsWanted,
-                                  std::span<vxArray_tag* const> arguments) {
+ResultList runMethod(HostObject& object, const MethodEntry& method, int resultsWanted,
+                     std::span<vxArray_tag* const> arguments) {
     CallFrame frame;
     const vcos::COSInterfacePtr kept(&object);
     const InputSlots inputs(object.definition(), method, arguments, 1);
@@ -225,7 +226,7 @@ std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method,
     const int declared = method.Declared ? static_cast<int>(method.Outputs.size()) : std::max(resultsWanted, 0);
     const int wanted = std::clamp(resultsWanted, 0, declared);
     SlotList slots(static_cast<std::size_t>(std::max(declared, 1)));
-    std::vector<ArrayOwner> results(slots.size()); // made now: once there are handles, nothing may fail before them
+    ResultList results(slots.size()); // made now: once there are handles, nothing may fail before them
     int delivered = wanted;
     method.Info->invoke(delivered, slots.data(), inputs.count(), inputs.data());
     delivered = std::clamp(delivered, 0, static_cast<int>(slots.size()));

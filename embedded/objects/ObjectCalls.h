@@ -6,9 +6,10 @@
 #include "embedded/objects/HostObject.h"
 #include "host/ClassSystem.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <span>
 #include <string_view>
-#include <vector>
 
 namespace vcos {
 
@@ -43,9 +44,12 @@ const MethodEntry* findMethod(const HostObject& object, std::string_view method,
 // The same, and a failure that names the nearest method where there is none.
 const MethodEntry& requireMethod(const HostObject& object, std::string_view method, const vcos::COSClient& client);
 
+// Most methods have so few, and then need no memory of the heap for them.
+using ResultList = boost::container::small_vector<ArrayOwner, 3>;
+
 // Runs a method. `arguments` begins with the object. The results are those that the method delivered, at most as many
 // as wanted unless the method returns a first result unasked; one that it left out is null.
-std::vector<ArrayOwner> runMethod(HostObject& object, const MethodEntry& method, int resultsWanted,
-                                  std::span<vxArray_tag* const> arguments);
+ResultList runMethod(HostObject& object, const MethodEntry& method, int resultsWanted,
+                     std::span<vxArray_tag* const> arguments);
 
 } // namespace vantik::detail

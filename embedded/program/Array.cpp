@@ -47,6 +47,9 @@ vxArray_tag* sharedCopy(const vxArray_tag* handle) {
 }
 
 vxArray_tag* textHandle(std::string_view utf8) {
+    if (detail::isAscii(utf8)) {
+        return kept(detail::makeAsciiText(utf8));
+    }
     std::size_t badByte = 0;
     const auto text = detail::decodeUtf8Strictly(utf8, badByte);
     if (!text) {

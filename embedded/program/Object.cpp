@@ -48,12 +48,12 @@ auto onObject(const Array& value, Operation operation) {
     });
 }
 
-std::vector<ArrayOwner> callMethod(HostObject& object, const Array& self, const MethodEntry& method,
-                                   std::span<const Array> inputs, int resultsWanted) {
+ResultList callMethod(HostObject& object, const Array& self, const MethodEntry& method, std::span<const Array> inputs,
+                      int resultsWanted) {
     HandleList arguments = borrowedHandles(*object.scope(), inputs);
     arguments.insert(arguments.begin(), borrowed(self));
     warnOfOrder(object, method.Name);
-    std::vector<ArrayOwner> results = runMethod(object, method, resultsWanted, arguments);
+    ResultList results = runMethod(object, method, resultsWanted, arguments);
     noteOrder(object, method.Name, Array());
     return results;
 }

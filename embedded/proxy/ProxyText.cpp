@@ -47,7 +47,9 @@ std::string percentDecoded(std::string_view text) {
 
 // The end of the authority that starts at `start`.
 std::size_t authorityEnd(std::string_view url, std::size_t start) {
-    return std::min(url.find_first_of("/?#", start), url.size());
+    const auto ends = [](char character) { return character == '/' || character == '?' || character == '#'; };
+    return static_cast<std::size_t>(std::find_if(url.begin() + static_cast<std::ptrdiff_t>(start), url.end(), ends) -
+                                    url.begin());
 }
 
 [[noreturn]] void refuse(const char* reason) {

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <type_traits>
 #include <utility>
 
 namespace fl::i18n {
@@ -21,17 +20,6 @@ namespace fl::i18n {
 namespace {
 
 constexpr char16_t kReplacement = 0xFFFD;
-
-// Almost all text is, and then its characters are copied as they are. No early end: like this, the compiler looks at
-// many characters at a time.
-template <class Text>
-bool isAscii(const Text& text) {
-    std::make_unsigned_t<typename Text::value_type> all = 0;
-    for (const auto character : text) {
-        all |= character;
-    }
-    return all <= 0x7F;
-}
 
 // A character that the target encoding lacks, or half a character.
 class UnmappableCharacter : public CvtExceptionBase {
@@ -88,7 +76,7 @@ bool isUtf8In(const std::string& encoding, const std::u16string& text) {
     if (!isPlainEncoding(encoding)) {
         return false;
     }
-    if (isAscii(text)) {
+    if (vantik::detail::isAscii(std::u16string_view(text))) {
         return true;
     }
     const bool all = encoding == "UTF-8" || encoding == "utf-8";
@@ -134,7 +122,7 @@ codecvt_ustring_to_ascii::codecvt_ustring_to_ascii(bool) {}
 codecvt_ustring_to_ascii::~codecvt_ustring_to_ascii() = default;
 
 std::string codecvt_ustring_to_ascii::convert(const std::u16string& text) const {
-    for (std::size_t i = isAscii(text) ? text.size() : 0; i < text.size(); ++i) {
+    for (std::size_t i = vantik::detail::isAscii(std::u16string_view(text)) ? text.size() : 0; i < text.size(); ++i) {
         if (text[i] > 0x7F) {
             const bool pair = U16_IS_LEAD(text[i]) && i + 1 < text.size() && U16_IS_TRAIL(text[i + 1]);
             throw UnmappableCharacter(
@@ -211,7 +199,7 @@ UChar32 nextCharacter(std::string_view text, std::size_t& position) {
 } // namespace
 
 std::u16string decodeUtf8(std::string_view text) {
-    if (fl::i18n::isAscii(text)) {
+    if (isAscii(text)) {
         return {text.begin(), text.end()};
     }
     std::u16string result;
@@ -229,7 +217,7 @@ std::u16string decodeUtf8(std::string_view text) {
 }
 
 std::optional<std::u16string> decodeUtf8Strictly(std::string_view text, std::size_t& badByte) {
-    if (fl::i18n::isAscii(text)) {
+    if (isAscii(text)) {
         return std::u16string(text.begin(), text.end());
     }
     std::u16string result;
@@ -246,7 +234,7 @@ std::optional<std::u16string> decodeUtf8Strictly(std::string_view text, std::siz
 }
 
 std::string encodeUtf8(std::u16string_view text) {
-    if (fl::i18n::isAscii(text)) {
+    if (isAscii(text)) {
         return {text.begin(), text.end()};
     }
     std::string result;

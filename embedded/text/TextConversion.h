@@ -5,8 +5,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace vantik::detail {
+
+// Almost all text is: its characters are the same in UTF-8 and UTF-16. No early end: like this, the compiler looks at
+// many characters at a time.
+template <class Character>
+bool isAscii(std::basic_string_view<Character> text) {
+    std::make_unsigned_t<Character> all = 0;
+    for (const Character character : text) {
+        all |= character;
+    }
+    return all <= 0x7F;
+}
 
 // UTF-16 from UTF-8. The first form maps each byte that is not valid to U+FFFD; the second returns nothing for text
 // that is not valid throughout and stores the offset of the first bad byte.

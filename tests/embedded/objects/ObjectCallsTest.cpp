@@ -53,7 +53,7 @@ protected:
         return om("test.Thing", "run", {object.get()}, wanted).value();
     }
     // The same as a program does, which wants none.
-    static std::vector<ArrayOwner> runForNothing(const ArrayOwner& object) {
+    static vantik::detail::ResultList runForNothing(const ArrayOwner& object) {
         vxArray_tag* self = object.get();
         const MethodEntry& method = requireMethod(objectIn(object), "run", *COSGetPublicClient());
         return runMethod(objectIn(object), method, 0, {&self, 1});
