@@ -5,6 +5,7 @@
 #include "python/extension/HostCore.h"
 #include "python/extension/Lifetime.h"
 #include "python/extension/PoolCore.h"
+#include "python/extension/PoolStream.h"
 #include "python/extension/Settings.h"
 #include "python/extension/SignalWatch.h"
 #include "python/extension/Stream.h"
@@ -86,6 +87,7 @@ PYBIND11_MODULE(_netrove, module) {
     defineClient(module);
     defineStream(module);
     definePool(module);
+    definePoolStream(module);
     defineHost(module);
     module.def("set_main_thread", &setMainThread);
     module.def("stop_all", &stopAll);

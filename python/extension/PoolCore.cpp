@@ -203,6 +203,7 @@ py::list PoolCore::take() {
 
 void PoolCore::close() {
     const GilBreak released;
+    Closing.request_stop();
     Own.reset();
 }
 

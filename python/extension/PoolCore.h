@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 namespace netrove::python {
 
@@ -40,10 +41,15 @@ public:
     py::list take();
     void close(); // stops what runs, drops what waits
 
+    // For further kinds of tasks: raises where none can begin.
+    Pool& open();
+    // Requested before the pool ends, for tasks that wait for something else than their transfer.
+    std::stop_token closing() const { return Closing.get_token(); }
+
 private:
     class Ends;
-    Pool& open();
 
+    std::stop_source Closing;
     std::uint64_t Generation = processGeneration();
     std::shared_ptr<Ends> Ended;
     std::unique_ptr<Pool> Own;

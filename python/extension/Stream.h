@@ -2,6 +2,7 @@
 #pragma once
 
 #include "python/extension/ClientCore.h"
+#include "python/extension/Reception.h"
 
 #include <memory>
 #include <string>
@@ -23,19 +24,16 @@ public:
     void close(); // stops what still runs
 
 private:
-    struct State;
-    template <class Condition>
-    void await(Condition condition);
-    template <class Run>
-    auto asked(Run run);
-    void takePiece();
+    template <class Has>
+    void await(Has has);
 
     std::uint64_t Generation = processGeneration();
     std::shared_ptr<ClientCore> TheClient; // outlives the thread
-    std::shared_ptr<State> Shared;
+    std::shared_ptr<Reception> Shared;
     std::thread Receiver;
     std::string Piece; // taken from what has come
     std::size_t Given = 0;
+    bool Closed = false;
 };
 
 void defineStream(py::module_& module);

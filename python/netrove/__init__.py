@@ -41,6 +41,7 @@ from ._settings import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
 if TYPE_CHECKING:
     from json import JSONDecodeError
 
+    from ._astream import AsyncStreamedResponse
     from ._cookies import Cookies
 
 # Names that other libraries have for these.
@@ -51,6 +52,7 @@ ConnectError = ConnectionError
 TimeoutException = Timeout
 
 __all__ = [
+    "AsyncStreamedResponse",
     "BasicAuth",
     "Client",
     "ConnectError",
@@ -106,6 +108,10 @@ def __getattr__(name: str) -> Any:
         from ._cookies import Cookies
 
         return Cookies
+    if name == "AsyncStreamedResponse":
+        from ._astream import AsyncStreamedResponse
+
+        return AsyncStreamedResponse
     if name == "JSONDecodeError":
         from json import JSONDecodeError
 

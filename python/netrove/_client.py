@@ -19,6 +19,7 @@ from ._settings import UNSET
 if TYPE_CHECKING:
     from pathlib import Path
 
+    from ._astream import AsyncStream
     from ._cookies import Cookies, CookieTypes
 
 _Response = TypeVar("_Response", bound=Response)
@@ -381,6 +382,22 @@ class Client:
     async def ahead(self, url: Any, **options: Any) -> Response:
         """The same as ``head`` for asyncio."""
         return await self._asend("HEAD", url, options)
+
+    def astream(self, url: Any, *more: Any, **options: Any) -> AsyncStream:
+        """The same as ``stream`` for asyncio, several at a time::
+
+            async with client.astream("https://example.org/log") as response:
+                async for piece in response.aiter_bytes():
+                    ...
+
+        While the block runs the stream takes one of the client's ``jobs``; its end stops the transfer."""
+        from ._astream import AsyncStream
+
+        method, url = ("GET", url) if not more else (url, *more)
+        check = options.pop("check_status", None)
+        settings = self._prepared(method.upper(), url, options)
+        settings.check_status = bool(self._check_status if check in (None, UNSET) else check)
+        return AsyncStream(self._own_pool(), settings, self._learn_cookies)
 
     @_call
     async def apost(self, url: Any, **options: Any) -> Response:

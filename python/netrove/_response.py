@@ -222,7 +222,7 @@ class Response:
 
     def iter_bytes(self, chunk_size: int | None = None) -> Iterator[bytes]:
         """The content in pieces of this many bytes, the last one shorter."""
-        size = _checked(chunk_size) or _PIECE
+        size = checked_size(chunk_size) or _PIECE
         for start in range(0, len(self.content), size):
             yield self.content[start : start + size]
 
@@ -268,7 +268,7 @@ class Response:
         return f"<Response [{self.status_code}{' ' if self.reason else ''}{self.reason}]>"
 
 
-def _checked(size: int | None) -> int | None:
+def checked_size(size: int | None) -> int | None:
     if size is not None and size < 1:
         raise ValueError("a piece has at least one byte")
     return size
@@ -293,7 +293,7 @@ class StreamedResponse(Response):
     def iter_bytes(self, chunk_size: int | None = None) -> Iterator[bytes]:
         """The content in pieces as they come; with ``chunk_size`` in pieces of this many bytes, the last one shorter.
         Raises what ends the transfer early."""
-        _checked(chunk_size)
+        checked_size(chunk_size)
         if self._read:
             return super().iter_bytes(chunk_size)
         if self._begun:

@@ -133,6 +133,13 @@ ENDS = {
     "a response": "kept = [netrove.get(url)]; kept.append(kept)",
     "a stream": "stream = netrove.stream(halts); next(iter(stream))",
     "a stream that nobody has read": "stream = netrove.stream(halts)",
+    "a stream of asyncio": """
+import asyncio
+async def read():
+    global kept
+    kept = netrove.Client().astream(halts)
+    await (await kept.__aenter__()).aiter_bytes().__anext__()
+asyncio.run(read())""",
     "a callback": "c = netrove.Client(progress=lambda now: c, trace=lambda *line: c); c.get(url)",
     "a thread in a call": """
 def work():

@@ -43,6 +43,10 @@ with netrove.Client("http://a.example/", limits=netrove.Limits(connect=5, respon
             kind: str = result.kind
 
 async def run(client: netrove.Client) -> bytes:
+    async with client.astream("POST", "x", content=b"y") as response:
+        streamed: netrove.AsyncStreamedResponse = response
+        async for line in streamed.aiter_lines():
+            length: int = len(line)
     return (await client.aget("x")).content
 
 from netrove import host as nh
