@@ -240,6 +240,19 @@ void HostCore::treatAsFailure(const std::string& identifier) {
     perform([&](vantik::Host& host) { host.treatAsFailure(identifier); });
 }
 
+void HostCore::onImpersonation(const py::object& entry, const py::object& exit) {
+    const auto hook = [](const py::object& callable) -> std::function<void()> {
+        if (callable.is_none()) {
+            return {};
+        }
+        return [callable = held(callable)] {
+            const py::gil_scoped_acquire gil;
+            (*callable)();
+        };
+    };
+    perform([&](vantik::Host& host) { host.onImpersonation(hook(entry), hook(exit)); });
+}
+
 void HostCore::close() {
     if (Generation != processGeneration() || !Own) {
         return;
@@ -444,6 +457,7 @@ void defineHost(py::module_& module) {
         .def_property_readonly("classes", &HostCore::classes)
         .def("class_names", &HostCore::classNames)
         .def("treat_as_failure", &HostCore::treatAsFailure)
+        .def("on_impersonation", &HostCore::onImpersonation)
         .def("close", &HostCore::close)
         .def("interrupt", &HostCore::interrupt)
         .def("clear_interrupt", &HostCore::clearInterrupt)
@@ -483,6 +497,16 @@ void defineHost(py::module_& module) {
         return arrayValue(
             vantik::httpTimeouts({.Connect = seconds(connect), .Response = seconds(response), .Data = seconds(data)}));
     });
+    module.def("host_read_proxy", [](const std::string& text) {
+        const vantik::HttpProxy proxy = vantik::readHttpProxy(text);
+        py::dict found;
+        found["Host"] = proxy.Host;
+        found["Port"] = static_cast<double>(proxy.Port);
+        found["Username"] = proxy.Username;
+        found["Password"] = proxy.Password;
+        return found;
+    });
+    module.def("host_components", &vantik::hostComponents);
     py::register_exception_translator([](std::exception_ptr failure) {
         try {
             if (failure) {

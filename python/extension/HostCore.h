@@ -34,6 +34,7 @@ public:
     py::tuple describe(const std::string& className);
     std::vector<std::string> classNames();
     void treatAsFailure(const std::string& identifier);
+    void onImpersonation(const py::object& entry, const py::object& exit);
     py::dict classes() const { return Known; } // for descriptions that the Python part has asked for
     void close();                              // drops the objects that are left with their connections
 

@@ -308,6 +308,19 @@ vantik::Array integerOf(const py::handle& value, const std::string& place) {
     return vectorOf<std::int64_t>(one, kWide, place);
 }
 
+// Raises RecursionError for what holds itself.
+class Nested {
+public:
+    Nested() {
+        if (Py_EnterRecursiveCall(" in a value for the host") != 0) {
+            throw py::error_already_set();
+        }
+    }
+    ~Nested() { Py_LeaveRecursiveCall(); }
+    Nested(const Nested&) = delete;
+    Nested& operator=(const Nested&) = delete;
+};
+
 std::string elementPlace(const std::string& place, std::size_t index) {
     return place + "[" + std::to_string(index) + "]";
 }
@@ -377,6 +390,7 @@ std::vector<py::object> itemsOf(const py::handle& sequence) {
 // One element for each mapping, all with the names of the first.
 vantik::Array structOf(const std::vector<py::object>& rows, bool single, const std::string& place,
                        ObjectValues& objects) {
+    const Nested nested;
     std::vector<std::string> names;
     std::vector<std::vector<vantik::Array>> values;
     for (std::size_t index = 0; index < rows.size(); ++index) {

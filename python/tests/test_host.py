@@ -140,6 +140,13 @@ def test_what_cannot_be_converted_is_named_by_its_place(host: nh.Host, value: An
         connection.setRequestProperty("a", {1})
 
 
+def test_a_value_that_holds_itself_is_refused(host: nh.Host) -> None:
+    value: dict[str, Any] = {}
+    value["A"] = [value]
+    with pytest.raises(RecursionError):
+        host.connection().PostData = value
+
+
 def test_an_array_is_read_where_it_is(through: Callable[[Any], Any]) -> None:
     array = nh.Array([1, 2, 3], "uint8")
     assert (array, array.dimensions, bytes(array)) == (b"\1\2\3", (3, 1), b"\1\2\3")
@@ -335,9 +342,39 @@ def test_a_request_goes_through_a_proxy(host: nh.Host) -> None:
     with ScriptedServer(answering(response("by proxy"))) as server:
         connection = host.connection()
         connection.URL = "http://a.example/x"
-        connection.openProxyConnection({"Host": "127.0.0.1", "Port": int(server.url().split(":")[2][:-1])})
+        proxy = nh.read_proxy(server.url().replace("//", "//us%20er:pass@"))
+        assert (proxy["Username"], proxy["Password"]) == ("us er", "pass")
+        connection.openProxyConnection(proxy)
         assert connection.copyContentToByteArray(True) == b"by proxy"
         assert server.heads[0].startswith("GET http://a.example/x HTTP/1.1\r\n")
+    with pytest.raises(nh.HostError) as refused:
+        nh.read_proxy("http://user:secret@:99999")
+    assert refused.value.identifier == "VANTIK:host:InvalidProxy" and "secret" not in str(refused.value)
+
+
+def test_requests_are_sent_on_the_user_s_behalf(host: nh.Host, server: AnsweringServer) -> None:
+    steps: list[str] = []
+    host.on_impersonation(lambda: steps.append("entry"), lambda: steps.append("exit"))
+    connection = opened(host, server.url())
+    assert connection.ResponseCode == 200
+    assert steps[:2] == ["entry", "exit"] and len(steps) % 2 == 0
+    connection.closeConnection()
+
+    def refuse() -> None:
+        raise KeyError("entry")
+
+    host.on_impersonation(refuse, None)
+    connection.openConnection()
+    with pytest.raises(KeyError, match="entry"):
+        _ = connection.ResponseCode
+    connection.closeConnection()
+    host.on_impersonation(None, None)
+    connection.openConnection()
+    assert connection.ResponseCode == 200
+
+
+def test_a_host_names_its_parts() -> None:
+    assert any(name.startswith("libcurl") for name in nh.components())
 
 
 def test_a_module_that_is_not_there(host: nh.Host) -> None:
