@@ -455,3 +455,9 @@ def test_instances_pass_through_the_host_as_themselves(host: nh.Host, through: C
         other.define(Echo, "test.Echo")
         other.wrap(Echo()).echo(connection)
     assert failed.value.identifier == "VANTIK:vcos:ForeignObject"
+
+
+def test_the_text_of_a_failure_keeps_credentials_back() -> None:
+    with pytest.raises(nh.HostError) as failed:
+        nh.fields({"Authorization: Bearer token": "x"})
+    assert "token" in failed.value.arguments[0] and "token" not in str(failed.value)
