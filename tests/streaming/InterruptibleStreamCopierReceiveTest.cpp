@@ -21,7 +21,7 @@ using matrix::detail::noninlined::vx_array_api::vxGetData;
 
 namespace {
 
-constexpr std::size_t kPiece = 16384; // the largest
+constexpr std::size_t kLargestPiece = 16384; // the largest
 
 class ReceivePump : public CopierFixture {
 protected:
@@ -285,7 +285,7 @@ TEST_F(ConsumingPump, StreamGetsEachPieceOfADrainBeforeTheConsumer) {
 
 // A drain that brought whole pieces is followed by arrays to receive the next ones in.
 TEST_F(ConsumingPump, WholePiecesAreReceivedInTheirArrays) {
-    const std::string content = testsupport::patternedBytes(10 * kPiece);
+    const std::string content = testsupport::patternedBytes(10 * kLargestPiece);
     const std::string_view all = content;
     std::size_t sent = 0;
     const auto come = [&](std::size_t length) {
@@ -294,20 +294,20 @@ TEST_F(ConsumingPump, WholePiecesAreReceivedInTheirArrays) {
     };
     std::ostringstream saveTo;
     willPerform({[&] {
-                     come(3 * kPiece + 5);
+                     come(3 * kLargestPiece + 5);
                      return 1;
                  },
                  [&] {
                      come(100);
-                     come(2 * kPiece);
+                     come(2 * kLargestPiece);
                      EXPECT_TRUE(Copier.ReceiveBuffer.empty());
                      return 1;
                  },
                  [&] {
-                     come(3 * kPiece - 1);
+                     come(3 * kLargestPiece - 1);
                      come(2); // for the last of which there is no array
                      EXPECT_EQ(Copier.ReceiveBuffer.size(), 1U);
-                     come(kPiece);
+                     come(kLargestPiece);
                      return 0;
                  }});
     receive(&saveTo);
@@ -315,16 +315,17 @@ TEST_F(ConsumingPump, WholePiecesAreReceivedInTheirArrays) {
     for (const std::string& piece : Taker->Pieces) {
         sizes.push_back(piece.size());
     }
-    EXPECT_THAT(sizes, ElementsAre(kPiece, kPiece, kPiece, 5, kPiece, kPiece, 100, kPiece, kPiece, kPiece, kPiece, 1));
+    EXPECT_THAT(sizes, ElementsAre(kLargestPiece, kLargestPiece, kLargestPiece, 5, kLargestPiece, kLargestPiece, 100,
+                                   kLargestPiece, kLargestPiece, kLargestPiece, kLargestPiece, 1));
     EXPECT_EQ(Taker->content(), all.substr(0, sent));
     EXPECT_EQ(saveTo.view(), all.substr(0, sent));
     EXPECT_EQ(Connection.Transfer.PassedOn, sent);
 }
 
 TEST_F(ConsumingPump, WhatHasComeIntoArraysIsNotLostInAnInterrupt) {
-    const std::string content = testsupport::patternedBytes(5 * kPiece + 9);
-    willPerform({receives(content.substr(0, 2 * kPiece), 1), [&] {
-                     Curl.callWrite(content.substr(2 * kPiece));
+    const std::string content = testsupport::patternedBytes(5 * kLargestPiece + 9);
+    willPerform({receives(content.substr(0, 2 * kLargestPiece), 1), [&] {
+                     Curl.callWrite(content.substr(2 * kLargestPiece));
                      host().interrupt();
                      return 1;
                  }});
