@@ -40,6 +40,7 @@ void BytesCollector::add(std::span<const std::byte> piece) {
     if (piece.size() > Room - Used) {
         makeRoom(std::max(2 * Room, Used + piece.size()));
     }
+    Ahead.advance(PyBytes_AS_STRING(Large), Used, Room);
     std::memcpy(PyBytes_AS_STRING(Large) + Used, piece.data(), piece.size());
     Used += piece.size();
 }

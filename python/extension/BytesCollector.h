@@ -1,6 +1,7 @@
 // Content collected in a bytes object, where Python finds it without a copy.
 #pragma once
 
+#include "http/MappedAhead.h"
 #include "python/extension/Held.h"
 
 #include <netrove/client.h>
@@ -29,6 +30,7 @@ private:
     PyObject* Large = nullptr; // the only reference to a bytes object; null: what came is in Small
     std::size_t Room = 0;      // in Large
     std::size_t Used = 0;      // of Large
+    MappedAhead Ahead = {};    // in Large
 };
 
 } // namespace netrove::python
