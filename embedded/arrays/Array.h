@@ -7,6 +7,7 @@
 //   ArrayObjects.cpp    object and enumeration arrays, the is-a test
 #pragma once
 
+#include "embedded/arrays/SpareBlocks.h"
 #include "host/ArrayApi.h"
 #include "host/ClassSystem.h"
 
@@ -47,7 +48,7 @@ public:
 using ContentsPtr = boost::intrusive_ptr<ArrayContents>;
 
 // Elements of one size in one block, in column order: char, logical and the numbers.
-class PlainContents final : public ArrayContents {
+class PlainContents final : public ArrayContents, public SpareBlocks<PlainContents> {
 public:
     enum class Fill { Zero, Undefined };
 
@@ -71,7 +72,7 @@ private:
     };
     std::size_t ByteCount;
     std::unique_ptr<void, Free> Block;             // null: the elements are in `Small`
-    alignas(std::max_align_t) std::byte Small[48]; // numbers and short texts, which most arrays are
+    alignas(std::max_align_t) std::byte Small[64]; // numbers and short texts, which most arrays are
 };
 
 // Values by field and element. The contents own the values; a missing value is null.
@@ -120,7 +121,7 @@ public:
 } // namespace vantik::detail
 
 // A handle. It is used on one thread at a time.
-struct vxArray_tag {
+struct vxArray_tag : vantik::detail::SpareBlocks<vxArray_tag> {
     explicit vxArray_tag(vantik::detail::ContentsPtr contents) noexcept;
     ~vxArray_tag();
     vxArray_tag(const vxArray_tag&) = delete;

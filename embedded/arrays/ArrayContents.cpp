@@ -74,7 +74,82 @@ vxArray_tag* makeScalar(vxClassID classId, T value) {
     return makePlainFrom(classId, 1, 1, &value);
 }
 
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t kMostSpare = 0; // so that a use after the end is seen
+#else
+constexpr std::size_t kMostSpare = 64;
+#endif
+
+// What waits on a thread. Without a destructor, since arrays may come and go while the thread ends.
+template <class Object>
+struct Spare {
+    struct Block {
+        Block* Next;
+    };
+    static_assert(sizeof(Object) >= sizeof(Block));
+
+    Block* First;
+    std::size_t Room; // for more of them; 0 before the first one and after the end
+    bool Begun;
+
+    void begin() noexcept {
+        struct AtThreadsEnd {
+            ~AtThreadsEnd() { SpareBlocks<Object>::end(); }
+        };
+        static thread_local const AtThreadsEnd atEnd;
+        static_cast<void>(atEnd);
+        Begun = true;
+        Room = kMostSpare;
+    }
+
+    static thread_local Spare Own;
+};
+template <class Object>
+constinit thread_local Spare<Object> Spare<Object>::Own = {nullptr, 0, false};
+
 } // namespace
+
+template <class Object>
+void* SpareBlocks<Object>::operator new(std::size_t size) {
+    Spare<Object>& own = Spare<Object>::Own;
+    if (!own.First) {
+        return ::operator new(size);
+    }
+    ++own.Room;
+    return std::exchange(own.First, own.First->Next);
+}
+
+template <class Object>
+void SpareBlocks<Object>::operator delete(void* block) noexcept {
+    Spare<Object>& own = Spare<Object>::Own;
+    if (!own.Begun) {
+        own.begin();
+    }
+    if (own.Room == 0) {
+        ::operator delete(block);
+        return;
+    }
+    --own.Room;
+    own.First = new (block) typename Spare<Object>::Block{own.First};
+}
+
+template <class Object>
+void SpareBlocks<Object>::end() noexcept {
+    Spare<Object>& own = Spare<Object>::Own;
+    own.Begun = true;
+    own.Room = 0;
+    while (own.First) {
+        ::operator delete(std::exchange(own.First, own.First->Next));
+    }
+}
+
+template class SpareBlocks<PlainContents>;
+template class SpareBlocks<vxArray_tag>;
+
+void endSpareBlocks() noexcept {
+    SpareBlocks<PlainContents>::end();
+    SpareBlocks<vxArray_tag>::end();
+}
 
 ArrayContents::ArrayContents(vxClassID classId, std::size_t rows, std::size_t columns)
     : ClassId(classId), Size{rows, columns}, Count(product(rows, columns)) {}

@@ -38,6 +38,7 @@ using vantik::Array;
 // Runs an operation with memory for 0, 1, 2, … allocations until it succeeds. After each failure `check` looks at what
 // is left. Returns the number of failures.
 static int failAtEachStep(const std::function<void()>& operation, const std::function<void()>& check) {
+    endSpareBlocks();
     for (int step = 0; step < 1000; ++step) {
         bool failed = false;
         allocationsLeft = step;

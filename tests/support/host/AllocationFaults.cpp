@@ -1,5 +1,7 @@
 #include "tests/support/host/AllocationFaults.h"
 
+#include "embedded/arrays/SpareBlocks.h"
+
 #include <curl/curl.h>
 
 #include <cstdlib>
@@ -51,6 +53,7 @@ char* duplicate(const char* text) {
 } // namespace
 
 void failAllocation(Allocator allocator, std::size_t nth) noexcept {
+    vantik::detail::endSpareBlocks();
     faults() = {true, false, allocator, nth};
 }
 
