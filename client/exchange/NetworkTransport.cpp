@@ -9,6 +9,7 @@
 #include "vantik/Host.h"
 #include "vantik/HostClass.h"
 #include "vantik/Http.h"
+#include "vantik/ProxySettings.h"
 
 #include <netrove/transport.h>
 #include <netrove/url.h>
@@ -313,7 +314,11 @@ private:
             return vantik::Array::structure(
                 {{"Host", vantik::Array(place.first)}, {"Port", vantik::Array(double(place.second))}});
         }));
-        Connection.set("RequestMethod", request.method);
+        // GET is what an object sends that has never been told; but it does not say so to a trace.
+        if (Told.Method || request.method != "GET" || request.trace) {
+            Connection.set("RequestMethod", request.method);
+            Told.Method = true;
+        }
         if (!Settings.simple) { // which allows every scheme anyway
             tellSchemes(Told.Schemes, server.schemes, false);
             tellSchemes(Told.ProxySchemes, atProxy.schemes, true);
@@ -377,6 +382,9 @@ private:
     }
 
     vantik::HttpProxy automaticProxy(const vantik::Array& url) {
+        if (!vantik::proxySettingsExist()) {
+            return {};
+        }
         if (!Settings.proxyOnce) {
             return lookUpProxy(url);
         }
@@ -608,6 +616,7 @@ private:
         std::string ProxyPassword = {};
         std::vector<Scheme> Schemes = {};
         std::vector<Scheme> ProxySchemes = {};
+        bool Method = false;
         bool Content = false;
         bool Consumer = false;
     };

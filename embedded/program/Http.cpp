@@ -5,7 +5,9 @@
 #include "embedded/program/Boundary.h"
 #include "embedded/program/ProgramValues.h"
 #include "embedded/proxy/EnvironmentProxy.h"
+#include "embedded/proxy/LibproxyPlugIns.h"
 #include "embedded/proxy/ProxyText.h"
+#include "vantik/ProxySettings.h"
 
 #include <algorithm>
 #include <iterator>
@@ -131,6 +133,10 @@ std::string proxyVariable(std::string_view url) {
     } catch (const std::invalid_argument&) {
         return {}; // no URL
     }
+}
+
+bool proxySettingsExist() {
+    return detail::environmentHasProxies() || detail::libproxyReadsMoreThanEnvironment();
 }
 
 HttpProxy readHttpProxy(std::string_view text) {

@@ -134,6 +134,10 @@ bool isException(std::string_view exceptions, std::string_view host, std::uint16
     return false;
 }
 
+bool environmentHasProxies() {
+    return firstSet(kForHttps) != nullptr || firstSet(kForHttp) != nullptr;
+}
+
 EnvironmentProxy environmentProxy(std::string_view question) {
     using Kind = EnvironmentProxy::Kind;
     if (const char* none = firstSet(kForNone); none != nullptr && isExcepted(question, none)) {

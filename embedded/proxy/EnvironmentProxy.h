@@ -22,6 +22,9 @@ struct EnvironmentProxy {
 // `question` is a URL as proxyQuestion makes it.
 EnvironmentProxy environmentProxy(std::string_view question);
 
+// True if a variable is set that may name a proxy for some URL.
+bool environmentHasProxies();
+
 // True if an exception of the list `exceptions`, in the form of no_proxy, is for that host. `host` is in ASCII, without
 // brackets; empty for a question about a scheme alone.
 bool isException(std::string_view exceptions, std::string_view host, std::uint16_t port);

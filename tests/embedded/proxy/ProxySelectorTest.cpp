@@ -3,6 +3,7 @@
 #include "embedded/proxy/LibproxyPlugIns.h"
 #include "embedded/services/Services.h"
 #include "tests/support/process/TemporaryFolder.h"
+#include "vantik/ProxySettings.h"
 
 #include <gtest/gtest.h>
 
@@ -116,6 +117,16 @@ TEST_F(SystemProxies, EnvironmentNamesThemByScheme) {
     EXPECT_EQ(proxyFor("http://"), "plain.corp 3128 us@er / p:w") << "a scheme alone is answered";
     EXPECT_EQ(proxyFor("https://"), "secure.corp 8443");
     EXPECT_THROW(Selector->getProxies("nonsense"), std::invalid_argument);
+}
+
+TEST_F(SystemProxies, AreAQuestionOnceAVariableNamesOneOrTheSystemHasOtherSettings) {
+    EXPECT_EQ(vantik::proxySettingsExist(), vantik::detail::libproxyReadsMoreThanEnvironment());
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
+        setenv(name, "proxy.corp:1", 1);
+        EXPECT_TRUE(vantik::proxySettingsExist()) << name;
+        EXPECT_TRUE(proxyFor("http://example.org/") != "direct" || proxyFor("https://example.org/") != "direct");
+        unsetenv(name);
+    }
 }
 
 TEST_F(SystemProxies, ExceptionsAreHonouredAndChangesSeenByTheSameSelector) {
