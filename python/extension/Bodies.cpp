@@ -115,8 +115,9 @@ Body piecesBody(py::object start, std::optional<std::uint64_t> length, bool repe
     return {open, length, repeatable, std::move(contentType)};
 }
 
-Body multipartBody(std::vector<std::tuple<std::string, Body, std::string>> parts) {
+Body multipartBody(std::vector<std::tuple<std::string, Body, std::string>>&& parts) {
     std::vector<Part> all;
+    all.reserve(parts.size());
     for (auto& [name, content, filename] : parts) {
         all.push_back({std::move(name), std::move(content), std::move(filename)});
     }

@@ -4,6 +4,7 @@
 #include <pybind11/stl.h>
 
 #include <string>
+#include <utility>
 #include <variant>
 
 namespace netrove::python {
@@ -60,7 +61,7 @@ void defineFailures(py::module_& module) {
     py::register_exception_translator([](std::exception_ptr failure) {
         try {
             if (failure) {
-                std::rethrow_exception(failure);
+                std::rethrow_exception(std::move(failure));
             }
         } catch (const Error& known) {
             const py::object exception = exceptionOf(known);

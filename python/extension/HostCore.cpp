@@ -8,6 +8,7 @@
 #include <pybind11/stl.h>
 
 #include <chrono>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -178,7 +179,7 @@ void HostCore::warn(const vantik::Message& message) noexcept {
 
 void HostCore::drop(vantik::Object object) noexcept {
     if (Generation != processGeneration()) {
-        static_cast<void>(new vantik::Object(std::move(object)));
+        static_cast<void>(new (std::nothrow) vantik::Object(std::move(object)));
     } else if (object && Depth != 0 && Thread != PyThread_get_thread_ident()) {
         Dropped.push_back(std::move(object));
     }
@@ -468,6 +469,7 @@ void defineHost(py::module_& module) {
         .def("define", [](HostCore& self, const py::type& type, const std::string& name,
                           const std::vector<std::string>& bases, const std::vector<MethodTuple>& methods) {
             std::vector<HostCore::MethodRow> rows;
+            rows.reserve(methods.size());
             for (const auto& [own, attribute, declared, inputs, outputs] : methods) {
                 rows.push_back({own, held(interned(attribute)), declared, inputs, outputs});
             }
@@ -487,6 +489,7 @@ void defineHost(py::module_& module) {
     });
     module.def("host_fields", [](const std::vector<std::pair<std::string, std::string>>& fields) {
         std::vector<vantik::HttpField> all;
+        all.reserve(fields.size());
         for (const auto& [name, value] : fields) {
             all.push_back({name, value});
         }
@@ -510,7 +513,7 @@ void defineHost(py::module_& module) {
     py::register_exception_translator([](std::exception_ptr failure) {
         try {
             if (failure) {
-                std::rethrow_exception(failure);
+                std::rethrow_exception(std::move(failure));
             }
         } catch (const vantik::Failure& known) {
             try {
