@@ -68,9 +68,10 @@ struct [[gnu::visibility("hidden")]] Client::State {
     }
 
     void interrupt() noexcept {
-        Wake.raise(); // first: whoever sees the flag may clear both
         Stopped = true;
         TheTransport->interrupt();
+        Wake.raise();
+        Raised = true;
     }
 
     // Runs one call; nobody else may meanwhile.
@@ -125,6 +126,7 @@ struct [[gnu::visibility("hidden")]] Client::State {
     RetryPolicy Policy;
     WakeEvent Wake;
     std::atomic<bool> Stopped = false;
+    std::atomic<bool> Raised = false; // Wake may be; spares each call the system call that clears it
     std::atomic<bool> Busy = false;
 
 private:
@@ -141,7 +143,9 @@ private:
             }
         }
         ~Turn() {
-            if (Own.Stopped.exchange(false)) {
+            // The event is raised after the first flag and before the second.
+            const bool stopped = Own.Stopped.exchange(false);
+            if (Own.Raised.exchange(false) || stopped) {
                 Own.Wake.clear();
             }
             Own.TheTransport->endAt(std::nullopt);
