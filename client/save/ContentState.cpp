@@ -32,6 +32,12 @@ std::string validatorOf(const Fields& fields) {
     return modified && sent && *sent - *modified >= kOldEnough ? fields["Last-Modified"] : "";
 }
 
+bool differ(std::string_view known, std::string_view seen) {
+    return !seen.empty() && seen != known;
+}
+
+} // namespace
+
 std::optional<std::uint64_t> wholeLength(const Response& head) {
     if (head.status == kPartialContent) {
         const auto range = parseContentRange(head.fields["Content-Range"]);
@@ -43,12 +49,6 @@ std::optional<std::uint64_t> wholeLength(const Response& head) {
     const bool said = error == std::errc() && end == text.data() + text.size();
     return said && !head.fields.contains("Transfer-Encoding") ? std::optional(length) : std::nullopt;
 }
-
-bool differ(std::string_view known, std::string_view seen) {
-    return !seen.empty() && seen != known;
-}
-
-} // namespace
 
 ContentState stateOf(const Response& head) {
     const std::string coding = head.fields["Content-Encoding"];

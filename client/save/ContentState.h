@@ -17,6 +17,9 @@ struct ContentState {
     std::optional<std::uint64_t> Length; // of the whole
 };
 
+// How many bytes the whole has, if the head of a response with the whole (200) or a part (206) says it.
+std::optional<std::uint64_t> wholeLength(const Response& head);
+
 // According to the head of a response with the whole (200) or a part (206).
 ContentState stateOf(const Response& head);
 

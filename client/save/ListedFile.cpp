@@ -28,12 +28,13 @@ public:
     bool holds(std::uint64_t at, std::span<const std::byte> bytes) const override { return File->holds(at, bytes); }
     bool plain() const override { return File->plain(); }
     bool restart(const Response& head) override {
-        const ContentState coming = stateOf(head);
-        // What is decoded while it is written has offsets of its own.
-        if (MayChange && (coming.Coding.empty() || !Decodes) && coming.Length.value_or(0) >= *ResumedFrom &&
-            !coming.Validator.empty()) {
-            take(partFile(Target, Replace, false));
-            MayChange = false;
+        if (MayChange && wholeLength(head).value_or(0) >= *ResumedFrom) {
+            const ContentState coming = stateOf(head);
+            // What is decoded while it is written has offsets of its own.
+            if ((coming.Coding.empty() || !Decodes) && !coming.Validator.empty()) {
+                take(partFile(Target, Replace, false));
+                MayChange = false;
+            }
         }
         return File->restart(head);
     }

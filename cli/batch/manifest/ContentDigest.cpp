@@ -10,6 +10,8 @@ namespace netrove::cli {
 
 namespace {
 
+constexpr std::size_t kUsualLength = 200; // bytes
+
 // Looked up once, and made once for each thread: either takes longer than the digest of a short text.
 EVP_MD_CTX* context() {
     static const std::unique_ptr<EVP_MD, decltype(&EVP_MD_free)> algorithm(EVP_MD_fetch(nullptr, "SHA256", nullptr),
@@ -21,6 +23,9 @@ EVP_MD_CTX* context() {
 } // namespace
 
 void ContentDigest::add(std::string_view part) {
+    if (Parts.empty()) {
+        Parts.reserve(kUsualLength);
+    }
     Parts += std::to_string(part.size());
     Parts += ':';
     Parts += part;

@@ -6,7 +6,7 @@ namespace netrove::cli {
 
 LiveTransfers::Entry::Entry(LiveTransfers& all, const std::string& url) : All(all) {
     const std::lock_guard lock(All.Guard);
-    All.Slots.push_back({url, std::chrono::steady_clock::now(), 0, std::nullopt});
+    All.Slots.push_back({&url, std::chrono::steady_clock::now(), 0, std::nullopt});
     Own = std::prev(All.Slots.end());
 }
 
@@ -41,7 +41,7 @@ std::vector<LiveTransfer> LiveTransfers::longest(std::size_t most) const {
         if (result.size() == most) {
             break;
         }
-        result.push_back({slot.Url, slot.Received, slot.Total, now - slot.Start});
+        result.push_back({*slot.Url, slot.Received, slot.Total, now - slot.Start});
     }
     return result;
 }

@@ -23,7 +23,7 @@ struct LiveTransfer {
 // Callable from any thread.
 class LiveTransfers {
     struct Slot {
-        std::string Url;
+        const std::string* Url; // of the line, which outlives the entry
         std::chrono::steady_clock::time_point Start;
         std::uint64_t Received = 0;
         std::optional<std::uint64_t> Total;
@@ -33,7 +33,7 @@ public:
     // One of them, for as long as it lives.
     class Entry {
     public:
-        Entry(LiveTransfers& all, const std::string& url);
+        Entry(LiveTransfers& all, const std::string& url); // both are borrowed
         ~Entry();
         Entry(const Entry&) = delete;
         Entry& operator=(const Entry&) = delete;
