@@ -21,6 +21,9 @@ namespace {
 
 constexpr std::size_t kMostFiles = 1000;
 constexpr auto kLongestWait = std::chrono::seconds(1);
+constexpr std::size_t kFewestFiles = 64;
+// What a file may cost of the time that the disk takes: little beside its transfer.
+constexpr auto kDiskTimeOfFile = std::chrono::microseconds(20);
 // From so many files on, one call for the whole file system is faster than one for each.
 constexpr std::size_t kManyFiles = 16;
 
@@ -57,9 +60,15 @@ int openFolder(const std::filesystem::path& folder) {
 
 } // namespace
 
-BatchCommit::BatchCommit(BatchJournal* journal, BatchReport& report, std::function<void(std::exception_ptr)> onFailure)
-    : Journal(journal), Report(report), OnFailure(std::move(onFailure)), Most(mostFiles()), Thread([this] { work(); }) {
+std::size_t nextGroup(std::size_t files, std::chrono::nanoseconds disk, std::size_t most) {
+    const auto wanted = static_cast<std::size_t>(std::max<std::int64_t>(disk / kDiskTimeOfFile, 0));
+    // By steps: one slow group says little of the next one.
+    return std::min(most, std::clamp(wanted, std::max(kFewestFiles, files / 2), std::max(kFewestFiles, files * 2)));
 }
+
+BatchCommit::BatchCommit(BatchJournal* journal, BatchReport& report, std::function<void(std::exception_ptr)> onFailure)
+    : Journal(journal), Report(report), OnFailure(std::move(onFailure)), Most(mostFiles()),
+      Enough(std::min(kFewestFiles, Most)), Thread([this] { work(); }) {}
 
 BatchCommit::~BatchCommit() {
     {
@@ -80,7 +89,7 @@ void BatchCommit::add(ReceivedLine line) {
         Due = std::chrono::steady_clock::now() + kLongestWait;
     }
     Open.push_back(std::move(line));
-    if (Open.size() == 1 || Open.size() == Most) {
+    if (Open.size() == 1 || Open.size() == Enough) {
         Changed.notify_all();
     }
 }
@@ -100,13 +109,14 @@ void BatchCommit::work() {
         if (Open.empty()) {
             return;
         }
-        Changed.wait_until(lock, Due, [this] { return Ended || Hurried || Open.size() >= Most; });
+        Changed.wait_until(lock, Due, [this] { return Ended || Hurried || Open.size() >= Enough; });
         Hurried = false;
         Group group = std::exchange(Open, {});
         lock.unlock();
         Changed.notify_all();
+        std::size_t next = 0;
         try {
-            finish(group);
+            next = finish(group);
         } catch (...) {
             lock.lock();
             Broken = true;
@@ -117,11 +127,18 @@ void BatchCommit::work() {
         }
         group.clear();
         lock.lock();
+        Enough = next;
     }
 }
 
-void BatchCommit::finish(Group& group) {
-    settle(group);
+std::size_t BatchCommit::finish(Group& group) {
+    std::chrono::nanoseconds disk{};
+    const auto timed = [&disk](auto sync) {
+        const auto start = std::chrono::steady_clock::now();
+        sync();
+        disk += std::chrono::steady_clock::now() - start;
+    };
+    timed([&] { settle(group); });
     if (Journal != nullptr) {
         // What has its name though the records below are missing is known by its inode number.
         for (ReceivedLine& line : group) {
@@ -130,13 +147,14 @@ void BatchCommit::finish(Group& group) {
                                  line.Facts.st_ino);
             }
         }
-        Journal->sync();
+        timed([&] { Journal->sync(); });
     }
     for (ReceivedLine& line : group) {
         step(line, [&] { line.File.name(); });
     }
-    syncFolders(group);
+    timed([&] { syncFolders(group); });
     record(group);
+    return nextGroup(group.size(), disk, Most);
 }
 
 // Brings all content to the disk.

@@ -29,6 +29,10 @@ struct ReceivedLine {
     struct stat Facts {}; // once all of the file is there; no mode: not known
 };
 
+// How many files to finish together the next time, after `files` of them kept the disk busy for so long. Few where it
+// is fast: they are still in the processor's cache then, and have their names sooner.
+std::size_t nextGroup(std::size_t files, std::chrono::nanoseconds disk, std::size_t most);
+
 class BatchCommit {
 public:
     // What is given outlives this object; `journal` may be null. `onFailure` is called on another thread with what ends
@@ -38,7 +42,7 @@ public:
     BatchCommit(const BatchCommit&) = delete;
     BatchCommit& operator=(const BatchCommit&) = delete;
 
-    // From any thread. Waits while a full group is being finished.
+    // From any thread. Waits while as many as there may be are being finished.
     void add(ReceivedLine line);
     // Nothing else runs, so there is nothing to wait for.
     void hurry();
@@ -46,7 +50,7 @@ public:
 private:
     using Group = std::vector<ReceivedLine>;
     void work();
-    void finish(Group& group);
+    std::size_t finish(Group& group); // returns how many there are to be the next time
     static void settle(Group& group);
     static void syncFolders(const Group& group);
     void record(Group& group);
@@ -54,9 +58,10 @@ private:
     BatchJournal* Journal;
     BatchReport& Report;
     std::function<void(std::exception_ptr)> OnFailure;
-    std::size_t Most; // files of a group
-    std::mutex Guard; // of what follows
+    const std::size_t Most; // files that wait
+    std::mutex Guard;       // of what follows
     std::condition_variable Changed;
+    std::size_t Enough; // files of a group
     Group Open;
     std::chrono::steady_clock::time_point Due; // of the group
     bool Hurried = false;
