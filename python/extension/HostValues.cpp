@@ -97,7 +97,7 @@ bool convert(const From& from, To& to) {
         to = static_cast<To>(value);
         return true;
     } else {
-        to = static_cast<To>(from);
+        to = static_cast<To>(from); // NOLINT(bugprone-signed-char-misuse): a number of eight bits, no letter
         return std::in_range<To>(from);
     }
 }
@@ -339,6 +339,7 @@ vantik::Array numbersOf(const std::vector<py::object>& items, Classes only, cons
     }
     if (areTruths && !items.empty()) {
         std::vector<Truth> values;
+        values.reserve(items.size());
         for (const py::object& item : items) {
             values.push_back({static_cast<unsigned char>(item.is(py::handle(Py_True)) ? 1 : 0)});
         }
