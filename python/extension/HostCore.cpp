@@ -7,7 +7,9 @@
 #include <netrove/error.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <chrono>
+#include <functional>
 #include <new>
 #include <tuple>
 #include <utility>
@@ -64,8 +66,8 @@ bool isVector(const std::string& typeWord) {
 // One operation of the thread that is in the host. Made and ended with the GIL.
 class HostCore::Occupied {
 public:
-    Occupied(HostCore& core, const SignalWatch& watch)
-        : Core(core), OuterWatch(std::exchange(core.Watch, &watch)), OuterRaised(std::exchange(core.Raised, nullptr)) {
+    explicit Occupied(HostCore& core)
+        : Core(core), OuterWatch(core.Watch), OuterRaised(std::exchange(core.Raised, nullptr)) {
         Core.Thread = PyThread_get_thread_ident();
         ++Core.Depth;
     }
@@ -127,8 +129,9 @@ vantik::Host& HostCore::open() {
 template <class Run>
 auto HostCore::perform(Run run) {
     vantik::Host& host = open();
+    const Occupied occupied(*this); // at once: handlers of signals may let other threads run
     const SignalWatch watch;
-    const Occupied occupied(*this, watch);
+    Watch = &watch;
     const Running running([&host] { host.interrupt(); });
     return raisingFailures([&] { return run(host); });
 }
@@ -146,9 +149,11 @@ auto HostCore::released(Run run) {
             failure = std::current_exception();
         }
     }
+    if (std::exchange(AskedToStop, false)) {
+        Own->clearInterrupt();
+    }
     if (Raised) {
         failure = std::exchange(Raised, nullptr);
-        Own->clearInterrupt();
     }
     if (failure) {
         std::rethrow_exception(failure);
@@ -164,6 +169,7 @@ bool HostCore::asksToStop() noexcept {
         return false;
     } catch (...) {
         Raised = std::current_exception();
+        AskedToStop = true;
         return true;
     }
 }
@@ -375,28 +381,44 @@ py::object HostCore::wrap(const py::object& instance) {
     });
 }
 
+// The name in the host of the nearest class that was defined; null for what is not of one.
+const std::string* HostCore::classNameOf(const py::handle& value) const {
+    if (Classes.empty()) {
+        return nullptr;
+    }
+    for (const py::handle type : py::reinterpret_borrow<py::tuple>(Py_TYPE(value.ptr())->tp_mro)) {
+        if (const auto known = Classes.find(type.ptr()); known != Classes.end()) {
+            return &known->second.second;
+        }
+    }
+    return nullptr;
+}
+
+bool HostCore::defines(const py::object& value) const {
+    return classNameOf(value) != nullptr;
+}
+
 std::optional<vantik::Array> HostCore::objectForHost(const py::handle& value) {
-    if (PyObject_IsInstance(value.ptr(), makers.ObjectType) == 1) {
+    if (PyObject_TypeCheck(value.ptr(), reinterpret_cast<PyTypeObject*>(makers.ObjectType)) != 0) {
         const auto& object = value.attr("_core").cast<const HostObject&>();
         if (!object.Value) {
             throw Error(ErrorKind::Usage, "NETROVE:client:Usage", {}, "the host of this object is closed");
         }
         return object.Value.array();
     }
-    if (Classes.empty()) {
+    const std::string* const name = classNameOf(value);
+    if (name == nullptr) {
         return std::nullopt;
     }
-    for (const py::handle type : py::reinterpret_borrow<py::tuple>(Py_TYPE(value.ptr())->tp_mro)) {
-        const auto known = Classes.find(type.ptr());
-        if (known == Classes.end()) {
-            continue;
-        }
+    return perform([&](vantik::Host& host) {
         Adopted = py::reinterpret_borrow<py::object>(value);
-        return perform([&](vantik::Host& host) {
-            return released([&] { return vantik::Array(host.create(known->second.second).array()); });
-        });
-    }
-    return std::nullopt;
+        try {
+            return released([&] { return vantik::Array(host.create(*name).array()); });
+        } catch (...) {
+            Adopted = {};
+            throw;
+        }
+    });
 }
 
 HostObject::HostObject(std::shared_ptr<HostCore> core, vantik::Object value)
@@ -466,6 +488,7 @@ void defineHost(py::module_& module) {
         .def("interrupt_pending", &HostCore::interruptPending)
         .def("was_interrupted", &HostCore::wasInterrupted)
         .def("wrap", &HostCore::wrap)
+        .def("defines", &HostCore::defines)
         .def("define", [](HostCore& self, const py::type& type, const std::string& name,
                           const std::vector<std::string>& bases, const std::vector<MethodTuple>& methods) {
             std::vector<HostCore::MethodRow> rows;

@@ -57,6 +57,7 @@ public:
     void define(const py::type& type, const std::string& name, const std::vector<std::string>& bases,
                 const std::vector<MethodRow>& methods);
 
+    bool defines(const py::object& value) const; // its class
     py::object wrap(const py::object& instance); // as the host sees it; None for what is not an object
 
     py::object objectFromHost(vantik::Array object) override;
@@ -76,6 +77,7 @@ private:
     void warn(const vantik::Message& message) noexcept;
     void drop(vantik::Object object) noexcept;
     std::vector<vantik::Array> hostValues(const py::tuple& arguments, const std::string& place);
+    const std::string* classNameOf(const py::handle& value) const;
     py::object seen(vantik::Object object);
     py::tuple pythonValues(std::span<const vantik::Array> values, const Types& types);
     std::vector<vantik::Array> runMethod(const MethodRow& row, std::span<const vantik::Array> inputs);
@@ -94,6 +96,7 @@ private:
 
     // Of the innermost operation; on its thread.
     const SignalWatch* Watch = nullptr;
+    bool AskedToStop = false;  // for a signal
     std::exception_ptr Raised; // by a handler of a signal or a filter of warnings: ends the operation
 };
 

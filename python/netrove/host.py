@@ -296,7 +296,7 @@ class Object:
     def __setattr__(self, name: str, value: Any) -> None:
         role = _ROLES.get(name)
         if role is not None and value is not None and not isinstance(value, Object):
-            value = role(value)
+            value = value if self._core.host.defines(value) else role(value)
         self._core.set(name, value, f"the property {name}")
 
     def __dir__(self) -> list[str]:
@@ -367,8 +367,10 @@ def method(*, inputs: Iterable[str] = (), outputs: Iterable[str] = ()) -> Callab
     """Declares inputs and results of a method for ``Host.define``, in type words such as "double scalar"; calls that do
     not fit are refused, and values converted where nothing is lost."""
 
+    types = (list(inputs), list(outputs))
+
     def declare(function: _Function) -> _Function:
-        function.__host_types__ = (list(inputs), list(outputs))  # type: ignore[attr-defined]
+        function.__host_types__ = types  # type: ignore[attr-defined]
         return function
 
     return declare

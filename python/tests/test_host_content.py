@@ -312,6 +312,8 @@ def test_a_class_derived_from_the_host_s_is_a_provider(host: nh.Host, server: An
     host.define(Source, "test.Source", bases=["vantik.net.http.io.ContentProvider"])
     source = Source()
     assert host.wrap(source).is_a("vantik.net.http.io.ContentProvider")
-    connection = opened(host, server.url(), RequestMethod="PUT", Provider=host.wrap(source))
+    connection = opened(host, server.url(), RequestMethod="PUT", Provider=source)
+    assert connection.Provider is source
+    connection.Provider = host.wrap(source)
     assert connection.Provider is source
     assert json.loads(connection.copyContentToByteArray(True).decode())["data"] == "of a class"

@@ -9,6 +9,7 @@ import subprocess
 import sys
 import threading
 import tracemalloc
+import warnings
 import weakref
 from collections.abc import Callable, Iterator
 from pathlib import Path
@@ -195,6 +196,25 @@ def test_a_request_to_stop_waits_for_the_next_request(server: AnsweringServer) -
         assert connection.ResponseCode == 200
 
 
+def test_a_warning_that_is_raised_forgets_no_request_to_stop() -> None:
+    def cut(peer: Peer) -> None:
+        peer.head()
+        peer.send(b"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf.")
+
+    with nh.Host(failures=()) as host, ScriptedServer(cut, cut) as server, warnings.catch_warnings():
+        warnings.simplefilter("error")
+        connection = opened(host, server.url())
+        host.interrupt()
+        with pytest.raises(nh.HostError):
+            connection.copyContentToByteArray(True)
+        assert host.was_interrupted
+        connection.closeConnection()
+        connection.openConnection()
+        with pytest.raises(nh.HostWarning, match="5 of 10 bytes"):
+            connection.copyContentToByteArray(True)
+        assert host.was_interrupted
+
+
 def test_hosts_of_two_threads_run_at_once(server: AnsweringServer) -> None:
     statuses: list[float] = []
 
@@ -310,7 +330,7 @@ ENDS = {
     "a thread in an operation": """
 def work():
     try: opened(halts).copyContentToByteArray(True)
-    except Interrupted: pass
+    except HostError: pass
 threading.Thread(target=work, daemon=True).start()
 netrove.get(asked)""",
 }
@@ -327,7 +347,7 @@ def test_the_interpreter_ends_with(server: AnsweringServer, what: str) -> None:
         expect_quiet(
             f"""
 import sys, threading, netrove
-from netrove.host import Host, Interrupted
+from netrove.host import Host, HostError
 host, url, halts, asked = Host(), {server.url()!r}, {halts.url()!r}, {later.url()!r}
 def opened(url=url):
     connection = host.connection()
