@@ -8,7 +8,7 @@ using namespace netrove;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view line = textOf(data, size);
-    const auto [name, value] = splitFieldLine(line);
+    const auto [name, value] = viewFieldLine(line);
     if (name.size() + value.size() > line.size() || !line.starts_with(name) || !line.ends_with(value)) {
         std::abort();
     }

@@ -7,7 +7,7 @@
 #include "http/HttpSyntax.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
 
 namespace netrove {
 
@@ -25,8 +25,8 @@ std::span<const Element> elementsOf(const vxArray_tag* array) {
 }
 
 // Up to the text's first NUL: a stored line may hold one, and no host text goes beyond it.
-HostArray makeText(const std::string& text) {
-    return matrix::create(text.c_str(), std::strlen(text.c_str()));
+HostArray makeText(std::string_view text) {
+    return matrix::create(text.data(), std::min(text.find('\0'), text.size()));
 }
 
 template <class Conversion>
@@ -80,7 +80,7 @@ HostArray makeFieldStruct(std::size_t count, FieldLine first, FieldLine last) {
     HostArray fields(vx::vxCreateStructMatrix(1, count, 2, fieldNames));
     std::size_t index = 0;
     for (auto line = first; line != last && index < count; ++line, ++index) {
-        const auto [name, value] = splitFieldLine(*line);
+        const auto [name, value] = viewFieldLine(*line);
         vx::vxSetField(fields.get(), index, "Name", makeText(name).release());
         vx::vxSetField(fields.get(), index, "Value", makeText(value).release());
     }

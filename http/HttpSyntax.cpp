@@ -56,11 +56,6 @@ std::pair<std::string_view, std::string_view> viewFieldLine(std::string_view lin
     return {line.substr(0, colon), value == std::string_view::npos ? std::string_view() : line.substr(value)};
 }
 
-std::pair<std::string, std::string> splitFieldLine(std::string_view line) {
-    const auto [name, value] = viewFieldLine(line);
-    return {std::string(name), std::string(value)};
-}
-
 std::string reasonPhraseOf(std::string_view statusLine) {
     const std::size_t first = statusLine.find(' ');
     const std::size_t second = first == std::string_view::npos ? first : statusLine.find(' ', first + 1);

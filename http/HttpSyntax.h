@@ -21,8 +21,6 @@ std::string_view trimmed(std::string_view text);
 // Name and value of a stored field line, in the line. Blanks (0x20 only) after the colon are dropped; a line without a
 // colon is a name with an empty value.
 std::pair<std::string_view, std::string_view> viewFieldLine(std::string_view line);
-// The same as texts of their own.
-std::pair<std::string, std::string> splitFieldLine(std::string_view line);
 
 // What follows the second blank of a status line; empty if there is none.
 std::string reasonPhraseOf(std::string_view statusLine);

@@ -172,8 +172,10 @@ void vxSetField(vxArray_tag* array, std::size_t index, const char* name, vxArray
         CallFrame::unlink(taken.get());
         taken->Nested = true;
     }
-    doom(std::exchange(place, taken.release()));
-    destroyDoomed();
+    if (vxArray_tag* const previous = std::exchange(place, taken.release())) {
+        doom(previous);
+        destroyDoomed();
+    }
 }
 
 } // namespace matrix::detail::noninlined::vx_array_api
