@@ -272,9 +272,12 @@ void HostCore::close() {
     for (HostObject* object : Objects) {
         left.push_back(std::move(object->Value));
     }
-    const GilBreak released;
-    left.clear();
-    own.reset();
+    {
+        const GilBreak released;
+        left.clear();
+        own.reset();
+    }
+    Classes.clear();
 }
 
 void HostCore::interrupt() noexcept {

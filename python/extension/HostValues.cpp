@@ -308,18 +308,25 @@ vantik::Array integerOf(const py::handle& value, const std::string& place) {
     return vectorOf<std::int64_t>(one, kWide, place);
 }
 
-// Raises RecursionError for what holds itself.
+// Values within values are converted on the stack, and so is what the host does with them. Raises RecursionError.
 class Nested {
 public:
     Nested() {
-        if (Py_EnterRecursiveCall(" in a value for the host") != 0) {
+        if (Depth == kDeepest) {
+            PyErr_SetString(PyExc_RecursionError, "a value for the host is nested too deeply");
             throw py::error_already_set();
         }
+        ++Depth;
     }
-    ~Nested() { Py_LeaveRecursiveCall(); }
+    ~Nested() { --Depth; }
     Nested(const Nested&) = delete;
     Nested& operator=(const Nested&) = delete;
+
+private:
+    static constexpr int kDeepest = 100;
+    static thread_local int Depth;
 };
+thread_local int Nested::Depth = 0;
 
 std::string elementPlace(const std::string& place, std::size_t index) {
     return place + "[" + std::to_string(index) + "]";

@@ -19,9 +19,11 @@ repeated or followed unless the program says so.
 from __future__ import annotations
 
 import builtins
+import atexit
 import io
 import math
 import warnings
+import weakref
 from collections.abc import Callable, Iterable, Iterator, Mapping, Sequence
 from dataclasses import dataclass
 from datetime import timedelta
@@ -489,6 +491,7 @@ class Host:
 
     def __init__(self, *modules: str, failures: Iterable[str] = (INCOMPLETE_CONTENT,)) -> None:
         self._core = _netrove.HostCore()
+        _cores.add(self._core)
         for role, base in _ROLE_BASES.items():
             self.define(role, f"netrove.python.{role.__name__[1:]}", bases=[base])
         for module in modules or ("netrove",):
@@ -650,4 +653,18 @@ def headers(values: Iterable[Mapping[str, str]]) -> Headers:
     return Headers([(row["Name"], row["Value"]) for row in values])
 
 
+# What holds itself by way of a host is nothing that Python's collector sees, and a function holds the whole of its
+# module, which the interpreter then could not end in order.
+_cores: weakref.WeakSet[_netrove.HostCore] = weakref.WeakSet()
+
+
+def _close_all() -> None:
+    for core in list(_cores):
+        try:
+            core.close()
+        except _errors.UsageError:
+            pass  # another thread is in it, and is stopped next
+
+
+atexit.register(_close_all)
 _netrove.set_host_makers(_failure, Object, Object, _warn)

@@ -140,11 +140,15 @@ def test_what_cannot_be_converted_is_named_by_its_place(host: nh.Host, value: An
         connection.setRequestProperty("a", {1})
 
 
-def test_a_value_that_holds_itself_is_refused(host: nh.Host) -> None:
+def test_a_value_that_holds_itself_is_refused(host: nh.Host, through: Callable[[Any], Any]) -> None:
     value: dict[str, Any] = {}
     value["A"] = [value]
-    with pytest.raises(RecursionError):
+    with pytest.raises(RecursionError, match="nested too deeply"):
         host.connection().PostData = value
+    deep: dict[str, Any] = {"A": 1.0}
+    for _ in range(99):
+        deep = {"A": deep}
+    assert through(deep) == deep
 
 
 def test_an_array_is_read_where_it_is(through: Callable[[Any], Any]) -> None:

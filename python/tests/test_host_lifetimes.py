@@ -359,6 +359,22 @@ def opened(url=url):
         )
 
 
+def test_what_only_a_host_holds_goes_when_the_interpreter_ends() -> None:
+    expect_quiet(
+        """
+import os
+from netrove.host import Host
+class Own:
+    def __del__(self, write=os.write):
+        write(1, b"gone\\n")
+host = Host()
+host.define(Own, "test.Own")
+kept = host.wrap(Own())
+""",
+        "gone\n",
+    )
+
+
 class Refers:
     def write(self, piece: nh.Array) -> None:
         pass
