@@ -5,8 +5,6 @@ from __future__ import annotations
 import gc
 import os
 import signal
-import subprocess
-import sys
 import threading
 import tracemalloc
 import warnings
@@ -22,7 +20,7 @@ import netrove
 from netrove import _netrove
 from netrove import host as nh
 from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent, taking
-from test_interrupts import handshake, signalled_in_connect, signalled_when
+from test_interrupts import handshake, interrupt_each_look_up, signalled_in_connect, signalled_when
 from test_lifetimes import expect_quiet
 
 LARGE = bytes(50_000_000)  # more than any buffer on the way
@@ -100,7 +98,8 @@ def test_an_interrupt_ends_a_connect_that_nobody_answers(server: AnsweringServer
 
 
 def test_an_interrupt_ends_a_look_up_that_does_not_end(server: AnsweringServer) -> None:
-    program = f"""
+    interrupt_each_look_up(
+        f"""
 from netrove.host import Host, timeouts
 with Host() as host:
     for _ in range(3):
@@ -118,15 +117,7 @@ with Host() as host:
         assert connection.ResponseCode == 200
         connection.closeConnection()
 """
-    environment = {**os.environ, "LD_PRELOAD": os.environ["NETROVE_HELD_LOOKUP"]}
-    with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, text=True, env=environment) as run:
-        assert run.stdout is not None
-        for line in run.stdout:
-            if line == "looking up\n":
-                run.send_signal(signal.SIGINT)
-            else:
-                assert line == "interrupted\n"
-        assert run.wait() == 0
+    )
 
 
 class Own(Exception):

@@ -127,8 +127,24 @@ def test_an_interrupt_ends_a_connect_that_nobody_answers(server: AnsweringServer
         assert client.get(server.url()).ok
 
 
+def interrupt_each_look_up(program: str) -> None:
+    """Runs a program whose look-ups never end, and interrupts each of them, of which it has to tell."""
+    preloaded = [os.environ.get("LD_PRELOAD", ""), os.environ["NETROVE_HELD_LOOKUP"]]  # after that of a sanitizer
+    environment = {**os.environ, "LD_PRELOAD": " ".join(preloaded)}
+    with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, text=True, env=environment) as run:
+        assert run.stdout is not None
+        lines = []
+        for line in run.stdout:
+            lines.append(line)
+            if line == "looking up\n":
+                run.send_signal(signal.SIGINT)
+        assert run.wait() == 0
+    assert [line for line in lines if line != "looking up\n"] == ["interrupted\n"] * 3
+
+
 def test_an_interrupt_ends_a_look_up_that_does_not_end(server: AnsweringServer) -> None:
-    program = f"""
+    interrupt_each_look_up(
+        f"""
 import netrove
 client = netrove.Client(limits=netrove.Limits(connect=600), proxy=False)
 for _ in range(3):
@@ -138,16 +154,7 @@ for _ in range(3):
         print("interrupted", flush=True)
     assert client.get({server.url()!r}).ok
 """
-    preloaded = [os.environ.get("LD_PRELOAD", ""), os.environ["NETROVE_HELD_LOOKUP"]]  # after that of a sanitizer
-    environment = {**os.environ, "LD_PRELOAD": " ".join(preloaded)}
-    with subprocess.Popen([sys.executable, "-c", program], stdout=subprocess.PIPE, text=True, env=environment) as run:
-        assert run.stdout is not None
-        for line in run.stdout:
-            if line == "looking up\n":
-                run.send_signal(signal.SIGINT)
-            else:
-                assert line == "interrupted\n"
-        assert run.wait() == 0
+    )
 
 
 class Own(Exception):
