@@ -26,4 +26,9 @@ namespace utInterruptState {
 // Returns, or clears the pending request of the current scope and raises InterruptException(false).
 VANTIK_HOST_API void ThrowIfInterruptPending();
 
+// A descriptor that becomes readable when a request is made, so that a wait for the network can end then; negative for
+// none. It is asked for before each wait, and what is read or written there is the host's alone. The one operation that
+// a host may lack: a request is then seen when the wait is over, a second later at most.
+VANTIK_HOST_API __attribute__((weak)) int InterruptDescriptor() noexcept;
+
 } // namespace utInterruptState

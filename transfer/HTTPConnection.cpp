@@ -2,6 +2,7 @@
 
 #include "errors/InternalError.h"
 #include "errors/MessageIdentifiers.h"
+#include "host/Interrupt.h"
 #include "transfer/CurlCalls.h"
 #include "transfer/CurlSingleton.h"
 #include "transfer/LibCurlInitializer.h"
@@ -114,6 +115,7 @@ int HTTPConnection::perform(const char* detail) {
     requireOwnTransfer();
     int running = 0;
     const CURLMcode code = curl_multi_perform(Handles->MultiHandle, &running);
+    Transfer.Runs = running != 0;
     rethrowEscapedFailure();
     if (code != CURLM_OK) {
         Transfer.Fault = TransferFault::Failed;
@@ -122,9 +124,15 @@ int HTTPConnection::perform(const char* detail) {
     return running;
 }
 
+// A request to stop ends the wait where the host has a descriptor for it. It then counts as ready, so the pass goes on
+// to the check for such requests. Where nothing runs there must be no descriptor: libcurl returns at once without any.
 int HTTPConnection::wait(int milliseconds) {
+    curl_waitfd stop = {-1, CURL_WAIT_POLLIN, 0};
+    if (Transfer.Runs && utInterruptState::InterruptDescriptor) {
+        stop.fd = utInterruptState::InterruptDescriptor();
+    }
     int ready = 0;
-    const CURLMcode code = curl_multi_wait(Handles->MultiHandle, nullptr, 0, milliseconds, &ready);
+    const CURLMcode code = curl_multi_wait(Handles->MultiHandle, &stop, stop.fd < 0 ? 0 : 1, milliseconds, &ready);
     if (code != CURLM_OK) {
         throwCurlMultiCodeError("curl_multi_wait", code, "");
     }

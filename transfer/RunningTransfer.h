@@ -28,6 +28,7 @@ struct RunningTransfer {
     void begin(std::uint64_t generation) {
         Generation = generation;
         Fault = TransferFault::None;
+        Runs = false;
         HeadAwaited = true;
         UploadPending = false;
         IsPartial = false;
@@ -42,6 +43,7 @@ struct RunningTransfer {
     bool InProgress = false;      // libcurl or a host object is being called for it: no call from there may disturb it
     std::uint64_t Generation = 0; // of the handles when it began; it runs while theirs is the same. 0: none began
     TransferFault Fault = TransferFault::None;
+    bool Runs = false; // the last perform has left it running
 
     ContentTail Tail;                     // of the response's content
     std::uint64_t PassedOn = 0;           // bytes of the response's content that were delivered

@@ -43,4 +43,9 @@ void ThrowIfInterruptPending() {
     }
 }
 
+int InterruptDescriptor() noexcept {
+    vantik::detail::Scope* const scope = vantik::detail::Scope::currentOrNull();
+    return scope != nullptr ? scope->Interrupt.descriptor() : -1;
+}
+
 } // namespace utInterruptState

@@ -1,6 +1,49 @@
 #include "embedded/scope/InterruptState.h"
 
+#include <cerrno>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 namespace vantik::detail {
+
+InterruptState::~InterruptState() {
+    if (Bell != kNone) {
+        ::close(Bell);
+    }
+}
+
+void InterruptState::request() noexcept {
+    Requested.store(true);
+    ring();
+}
+
+void InterruptState::ring() noexcept {
+    const int bell = Bell.load();
+    if (bell != kNone) {
+        const int before = errno; // a signal handler must leave it as it is
+        [[maybe_unused]] const int written = ::eventfd_write(bell, 1);
+        errno = before;
+        Rung.store(true); // after the write, so that whoever sees it finds something to read
+    }
+}
+
+// A request is noted before the bell is rung, and looked for after the bell was made or silenced: in whatever order
+// both threads run, one of them rings.
+int InterruptState::descriptor() noexcept {
+    if (Bell.load() == kNone) {
+        Bell.store(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)); // -1 where it fails, and the next wait tries again
+    } else if (!Rung.load() || Requested.load()) {
+        return Bell.load(); // silent, or rightly readable
+    } else {
+        eventfd_t ignored = 0;
+        static_cast<void>(::eventfd_read(Bell.load(), &ignored));
+        Rung.store(false);
+    }
+    if (Requested.load()) { // made meanwhile
+        ring();
+    }
+    return Bell.load();
+}
 
 std::int64_t InterruptState::now() noexcept {
     return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();

@@ -2,6 +2,7 @@
 #include "transfer/HTTPConnection.h"
 
 #include "embedded/services/Services.h"
+#include "host/Interrupt.h"
 #include "streaming/InterruptibleStreamCopier.h"
 #include "tests/transfer/ConnectionFixture.h"
 
@@ -16,6 +17,7 @@
 #include <optional>
 #include <stdexcept>
 #include <streambuf>
+#include <thread>
 
 namespace {
 
@@ -411,6 +413,20 @@ TEST_F(EscapedFailureTest, DuringTheDestructionIsDropped) {
     curl.OnRemoveHandle = nullptr;
     curl_multi_remove_handle(getCurlSingleton().MultiHandle, getCurlSingleton().EasyHandle);
     expectUsable(connection);
+}
+
+// No descriptor of libcurl's ends it.
+TEST_F(HTTPConnectionTest, RequestToStopEndsAWait) {
+    HTTPConnection connection;
+    constexpr int hour = 3'600'000;
+    EXPECT_EQ(connection.wait(hour), 0) << "there is nothing to wait for";
+    connection.Transfer.Runs = true;
+    std::thread other([this] { host().interrupt(); });
+    EXPECT_EQ(connection.wait(hour), 1);
+    other.join();
+    EXPECT_EQ(connection.wait(hour), 1) << "it has not been seen yet";
+    EXPECT_THROW(utInterruptState::ThrowIfInterruptPending(), Zentorak::System::InterruptException);
+    EXPECT_EQ(connection.wait(0), 0);
 }
 
 } // namespace

@@ -96,8 +96,9 @@ public:
     void treatAsFailure(std::string_view identifier);
 
     /// Asks what runs in this scope to stop; it raises Interrupted at its next check, about a second later at most
-    /// while a transfer runs. Callable from a signal handler and from any thread. A request that nothing has seen stays
-    /// pending, and stops the next operation that checks; `clearInterrupt` drops it.
+    /// while a transfer runs. A wait for the network ends for it. Callable from a signal handler and from any thread. A
+    /// request that nothing has seen stays pending, and stops the next operation that checks; `clearInterrupt` drops
+    /// it.
     void interrupt() noexcept;
     void clearInterrupt() noexcept;         ///< also makes `wasInterrupted` false
     bool interruptPending() const noexcept; ///< a request to stop that nothing has seen yet

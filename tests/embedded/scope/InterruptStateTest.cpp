@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <poll.h>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
@@ -69,6 +70,44 @@ TEST(InterruptState, TimeIsOverOnceAndReplacedByTheNext) {
     EXPECT_GE(InterruptState::Clock::now() - start, 1ms);
 }
 
+static bool isReadable(int descriptor) {
+    pollfd entry = {.fd = descriptor, .events = POLLIN, .revents = 0};
+    return poll(&entry, 1, 0) == 1;
+}
+
+TEST(InterruptState, DescriptorIsReadableFromTheRequestUntilItWasTaken) {
+    for (const bool early : {false, true}) {
+        InterruptState state;
+        if (early) {
+            state.request(); // before anybody has waited
+        }
+        const int descriptor = state.descriptor();
+        ASSERT_GE(descriptor, 0);
+        EXPECT_EQ(isReadable(descriptor), early);
+        for (int round = 0; round < 2; ++round) {
+            state.request();
+            state.request();
+            EXPECT_TRUE(isReadable(descriptor));
+            EXPECT_EQ(state.descriptor(), descriptor);
+            EXPECT_TRUE(isReadable(descriptor)) << "nobody has taken it";
+            EXPECT_TRUE(state.take());
+            EXPECT_FALSE(isReadable(state.descriptor()));
+        }
+    }
+}
+
+TEST(InterruptState, RequestOfAnotherThreadEndsAWait) {
+    InterruptState state;
+    for (int round = 0; round < 1000; ++round) {
+        std::thread other([&state] { state.request(); });
+        pollfd entry = {.fd = state.descriptor(), .events = POLLIN, .revents = 0};
+        EXPECT_EQ(poll(&entry, 1, -1), 1);
+        EXPECT_TRUE(state.take());
+        other.join();
+        EXPECT_FALSE(isReadable(state.descriptor()));
+    }
+}
+
 static InterruptState* signalled = nullptr;
 
 TEST(InterruptState, AnotherThreadOrASignalHandlerRequests) {
@@ -81,8 +120,10 @@ TEST(InterruptState, AnotherThreadOrASignalHandlerRequests) {
     EXPECT_FALSE(state.pending());
     signalled = &state;
     const auto previous = std::signal(SIGUSR1, [](int) { signalled->request(); });
+    const int descriptor = state.descriptor();
     std::raise(SIGUSR1);
     std::signal(SIGUSR1, previous);
+    EXPECT_TRUE(isReadable(descriptor));
     EXPECT_TRUE(state.take());
 }
 
