@@ -101,6 +101,7 @@ Response Call::run() {
 
 // What ended one attempt, or would have, is nothing to the next one.
 void Call::forgetAttemptsEnd() {
+    Tools.TheTransport.release();
     Tools.TheTransport.endAt(Tools.End);
     Tools.TheTransport.clearInterrupt();
     if (Tools.Stopped) {

@@ -148,6 +148,7 @@ private:
             if (Own.Raised.exchange(false) || stopped) {
                 Own.Wake.clear();
             }
+            Own.TheTransport->release();
             Own.TheTransport->endAt(std::nullopt);
             Own.TheTransport->clearInterrupt();
             Own.Busy = false;

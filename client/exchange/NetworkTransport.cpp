@@ -177,6 +177,7 @@ public:
         Known = {};
         Escaped = nullptr;
         CutOff.reset();
+        Unread = false;
         Host.onInterruptCheck(request.poll ? [this, &request] { return asksToStop(request); }
                                            : std::function<bool()>());
         try {
@@ -213,6 +214,12 @@ public:
     }
     void interrupt() noexcept override { Host.interrupt(); }
     void clearInterrupt() noexcept override { Host.clearInterrupt(); }
+    // A close would leave the connection to the server half read until the next open. The end of the object closes it.
+    void release() noexcept override {
+        if (std::exchange(Unread, false)) {
+            Connection = vantik::Object();
+        }
+    }
 
 private:
     // The logins to use for one sending, with the schemes allowed for it.
@@ -535,6 +542,7 @@ private:
 
     void deliver(const Request& request, const Taker& taker) {
         Stopped = false;
+        Unread = !taker;
         if (!taker) {
             return;
         }
@@ -553,7 +561,7 @@ private:
 
     vantik::Taken take(std::span<const std::byte> piece) {
         Known.Received += piece.size();
-        Stopped = !kept(Escaped, [&] { return (*Taking)(piece); });
+        Stopped = Unread = !kept(Escaped, [&] { return (*Taking)(piece); });
         return Stopped ? 0.0 : static_cast<double>(piece.size());
     }
 
@@ -636,6 +644,7 @@ private:
     std::string ProxyReason;               // for the trace
     std::optional<vantik::Message> CutOff; // the warning that the response is incomplete
     bool Stopped = false;                  // by the taker, before the end
+    bool Unread = false;                   // there may be content that nobody has taken
     std::exception_ptr Escaped;            // what a callable of the program has raised
 };
 

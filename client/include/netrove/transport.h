@@ -48,6 +48,8 @@ public:
     virtual void interrupt() noexcept = 0;
     /// Forgets an interrupt that nothing has seen.
     virtual void clearInterrupt() noexcept = 0;
+    /// No other exchange follows at once: content of the last one that nobody has taken need not come any more.
+    virtual void release() noexcept {}
 };
 
 /// How the class of the module is driven, for a transport over the network.

@@ -465,6 +465,28 @@ TEST(Client, StreamPassesPiecesOnAndStopsWhereTheConsumerWants) {
     EXPECT_TRUE(response.bytes().empty());
 }
 
+// The server need not wait for the next call to learn that nobody reads on.
+TEST(Client, AServerWhoseContentIsNotWantedIsLeftAtOnce) {
+    const auto sends = [](const std::string& status, std::string begin) {
+        return Script{step::expectHead(),
+                      step::send("HTTP/1.1 " + status + "\r\nContent-Length: 9000000\r\n\r\n" + std::move(begin)),
+                      step::awaitPeerEnd()};
+    };
+    Client client(direct());
+    ScriptedServer stopped(sends("200 OK", "begin"));
+    client.stream(stopped.url(), [](std::span<const std::byte>) { return false; });
+    EXPECT_TRUE(stopped.waitUntilDone().PeerEnded);
+
+    ScriptedServer unwanted(sends("200 OK", "begin"));
+    client.stream(Request{.url = unwanted.url()}, [](const Response&) { return Taker(); });
+    EXPECT_TRUE(unwanted.waitUntilDone().PeerEnded);
+
+    // A page of more than a megabyte, before the wait for the next attempt.
+    ScriptedServer failing({sends("503 Busy", std::string(1'100'000, 'x')), answer(response("good"))});
+    const auto onWait = [&](const Error&, Limit) { return failing.waitUntilDone().PeerEnded; };
+    EXPECT_EQ(client.get(failing.url(), {.retry = {.attempts = 2, .wait = 1ms}, .onWait = onWait}).text(), "good");
+}
+
 TEST(Client, ExceptionsOfCallablesArriveUnchangedAndTheClientGoesOn) {
     struct Own {};
     const std::string last = response("next", {"Connection: close"});
