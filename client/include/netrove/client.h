@@ -72,8 +72,8 @@ class NETROVE_API ReceivedFile {
 public:
     ReceivedFile();
     ~ReceivedFile();
-    ReceivedFile(ReceivedFile&&) noexcept;
-    ReceivedFile& operator=(ReceivedFile&&) noexcept;
+    ReceivedFile(ReceivedFile&&) noexcept;            ///< leaves the other one without content
+    ReceivedFile& operator=(ReceivedFile&&) noexcept; ///< the same; drops what it had
 
     /// Brings the content to the disk, or finishes what the caller has brought there.
     /// @throws Error of kind File
