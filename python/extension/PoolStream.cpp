@@ -3,6 +3,7 @@
 #include "python/extension/Failures.h"
 
 #include <algorithm>
+#include <new>
 #include <stop_token>
 #include <utility>
 
@@ -48,7 +49,7 @@ PoolStream::~PoolStream() {
     if (Generation == processGeneration()) {
         close();
     } else { // the parent's thread may have held its lock
-        static_cast<void>(new std::shared_ptr<Reception>(std::move(Shared)));
+        static_cast<void>(new (std::nothrow) std::shared_ptr<Reception>(std::move(Shared)));
     }
 }
 
