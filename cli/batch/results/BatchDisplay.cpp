@@ -31,7 +31,7 @@ constexpr std::string_view kGap = "...";
 // Removes what is drawn below the cursor, which stands at its beginning.
 constexpr std::string_view kRemove = "\r\033[J";
 
-std::string padded(std::string text, std::size_t columns) {
+std::string padded(const std::string& text, std::size_t columns) {
     return text.size() < columns ? std::string(columns - text.size(), ' ') + text : text;
 }
 
