@@ -51,6 +51,12 @@ void BodySink::write(std::string_view bytes) {
     }
 }
 
+void BodySink::endTurn() {
+    if (Turn.owns_lock()) {
+        Turn.unlock();
+    }
+}
+
 void BodySink::writePiece(std::string_view bytes) {
     while (!bytes.empty()) {
         if (!Regular && waitWritable(Descriptor, Deadline) != Waited::Ready) {

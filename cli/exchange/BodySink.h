@@ -39,6 +39,8 @@ public:
     void begin(std::string_view contentType);
     // No more content comes: writes what JSON that has not ended holds back.
     void finish();
+    // On the thread that has written: lets others write to standard output, until this one writes again.
+    void endTurn();
 
     // Content may have no more than `most` bytes; `excess` is the failure of more.
     void limit(std::uint64_t most, vantik::Message excess);

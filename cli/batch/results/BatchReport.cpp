@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <memory>
 #include <poll.h>
 #include <unistd.h>
 #include <utility>
@@ -184,6 +185,8 @@ void BatchReport::print(const std::vector<std::string>& lines) {
 
 void BatchReport::print(const std::string& text) {
     const std::string_view first = TheConsole.outIsTerminal() ? TheConsole.removesDisplay() : "";
+    // The next lines may come on another thread.
+    const std::shared_ptr<void> turn(nullptr, [this](void*) { OutputSink.endTurn(); });
     try {
         OutputSink.write(std::string(first) + text);
     } catch (const vantik::Interrupted&) {

@@ -1,8 +1,12 @@
 #include "cli/batch/results/BatchReport.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
+#include <optional>
 #include <string>
+#include <unistd.h>
 
 namespace {
 
@@ -21,6 +25,23 @@ TEST(BatchReport, ProgressOfALogIsOneLine) {
     EXPECT_EQ(batchProgressText(totals, 2),
               "[##########..........] 4 of 8, 1 failed, 2 running, 4.0 KiB, 2.0 KiB/s, 2 s");
     EXPECT_EQ(batchProgressText({}, 0), "[####################] 0 of 0, 0 running, 0 B, 0 s");
+}
+
+// Results are printed by the thread that has them, and each leaves the output as it found it.
+TEST(BatchReport, EachThreadThatPrintsLeavesTheOutputToOthers) {
+    Settings settings;
+    settings.Batch.DryRun = true;
+    const Console console;
+    BatchReport report(settings, console, 2, "");
+    BatchLine line;
+    line.Number = 1;
+    const auto inThread = [](auto print) { std::async(std::launch::async, print).get(); };
+    testing::internal::CaptureStdout();
+    report.planned(line);
+    inThread([] { BodySink(STDOUT_FILENO, "standard output", false, std::nullopt).write("another\n"); });
+    inThread([&] { report.planned(line); });
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::MatchesRegex(".*\"line\":1,.*\nanother\n.*\"line\":1,.*\n"));
 }
 
 } // namespace
