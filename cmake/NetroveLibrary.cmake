@@ -57,8 +57,5 @@ set_target_properties(netrove PROPERTIES
     LINKER_LANGUAGE CXX LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/netrove.map INSTALL_RPATH "$ORIGIN")
 target_link_libraries(netrove PRIVATE ${NETROVE_LIBRARIES})
 target_link_options(netrove PRIVATE "LINKER:--version-script=${CMAKE_SOURCE_DIR}/cmake/netrove.map")
-# As in late/, without the library.
-target_compile_definitions(netrove_static PUBLIC
-    $<TARGET_PROPERTY:Poco::Foundation,INTERFACE_COMPILE_DEFINITIONS>)
 add_dependencies(netrove_static netrove_poco)
 add_dependencies(netrove netrove_poco)
