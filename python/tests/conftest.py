@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import fnmatch
 import os
+import signal
 from collections.abc import Iterator
 from typing import Any
 
@@ -11,6 +12,9 @@ import pytest
 
 import netrove
 from servers import AnsweringServer
+
+# What a shell starts in the background ignores interrupts, and so would the programs of tests.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(scope="session")
