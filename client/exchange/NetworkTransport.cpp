@@ -289,10 +289,6 @@ private:
         Connection.set("URL", request.url);
         const vantik::Array url = Connection.get("URL"); // the ASCII form, which the proxy look-up needs
         Known.Url = url.text();
-        // Without TLS nobody asks for the system's certificates.
-        if (Known.Url.starts_with("https:") || !request.tls.file.empty()) {
-            tell("CertificateFilename", Told.Certificate, certificateName(request.tls));
-        }
         tell("VerifyServerName", Told.VerifyName, *request.tls.verifyName && *request.tls.verify);
         tell("Decode", Told.Decode, *request.decode);
         const std::array limits = {*request.limits.connect, *request.limits.response, *request.limits.data};
@@ -302,6 +298,10 @@ private:
                                          .Data = milliseconds(limit[2])});
         }));
         const vantik::HttpProxy proxy = chooseProxy(request, url);
+        // Without TLS, which a proxy may speak too, nobody asks for the system's certificates.
+        if (Known.Url.starts_with("https:") || !proxy.Host.empty() || !request.tls.file.empty()) {
+            tell("CertificateFilename", Told.Certificate, certificateName(request.tls));
+        }
         if (logins.Proxy.user == std::nullopt) {
             logins.Proxy = request.proxy.login;
             if (!logins.Proxy.user) {
