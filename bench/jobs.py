@@ -111,9 +111,8 @@ def jobs(quick, everything):
     python("buffer", f"{size_text(gib)} from a buffer", "upload", gib, 1, settings={"piece": gib})
     python("generator", f"{size_text(gib)} from a generator of 64 KiB", "upload", gib, 1,
            settings={"piece": 64 * KIB, "sized": 0})
-    python("small", f"{gets:,} GETs of 100 bytes, one after another, all on one CPU", "memory", 100, gets,
-           server="near")
-    python("many", f"{gets:,} GETs of 100 bytes, 16 at a time", "memory", 100, gets, settings={"jobs": 16})
+    python("small", f"{gets:,} GETs, one by one, on one CPU", "memory", 100, gets, server="near")
+    python("many", f"{gets:,} GETs, 16 at a time", "memory", 100, gets, settings={"jobs": 16})
     python("get", "a program that makes one GET of 100 bytes", "get", 100, 1, repeat=5)
     return table
 
