@@ -17,11 +17,7 @@ protected:
         ASSERT_NE(Memory, MAP_FAILED);
         ::madvise(Memory, kRoom + kMiB, MADV_NOHUGEPAGE); // a huge page would be ready as a whole
 #ifdef MADV_POPULATE_WRITE
-        if (::madvise(begin() + kRoom, Page, MADV_POPULATE_WRITE) != 0) {
-            GTEST_SKIP() << "this kernel cannot do it";
-        }
-#else
-        GTEST_SKIP() << "the system's headers do not know it";
+        Possible = ::madvise(begin() + kRoom, Page, MADV_POPULATE_WRITE) == 0;
 #endif
     }
     ~MappedPages() override { ::munmap(Memory, kRoom + kMiB); }
@@ -41,6 +37,7 @@ protected:
     static constexpr std::size_t kRoom = 4 * kMiB;
     const std::size_t Page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
     void* Memory = ::mmap(nullptr, kRoom + kMiB, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    bool Possible = false; // older systems cannot do it, and leave it all to the writes
     MappedAhead Ahead;
 };
 
@@ -52,7 +49,7 @@ TEST_F(MappedPages, AreAStepAheadOfWhatIsWrittenAndNeverBeyondTheRoom) {
                                                                                        {3 * kMiB - 1, kRoom},
                                                                                        {kRoom, kRoom}}) {
         Ahead.advance(begin(), used, kRoom);
-        EXPECT_EQ(ready(), mapped) << used;
+        EXPECT_EQ(ready(), Possible ? mapped : 0) << used;
     }
 }
 

@@ -33,9 +33,9 @@ __attribute__((visibility("default"))) std::optional<std::vector<std::string>> m
 ///@}
 
 ///@{
-/// An object of a class that a HostClass has defined carries one value, such as the object of another language behind
-/// it, which is dropped with it. `attach` replaces it, and returns false for an object of another class; `attached`
-/// returns null where there is none. Both raise VANTIK:vcos:NoObject.
+/// An object of a class that a HostClass has defined carries one value, such as the object of another language that it
+/// stands for, which is dropped with it. `attach` replaces it, and returns false for an object of another class;
+/// `attached` returns null where there is none. Both raise VANTIK:vcos:NoObject.
 __attribute__((visibility("default"))) bool attach(const Object& object, std::shared_ptr<void> value);
 __attribute__((visibility("default"))) std::shared_ptr<void> attached(const Object& object);
 ///@}
