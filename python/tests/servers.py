@@ -151,6 +151,15 @@ def halting(peer: Peer) -> None:
     peer.until_client_goes()
 
 
+def late(peer: Peer) -> None:
+    """Answers after the event "handled"."""
+    peer.head()
+    peer.signal("asked")
+    peer.wait("handled")
+    peer.send(response("late"))
+    peer.until_client_goes()
+
+
 def taking(peer: Peer) -> None:
     """Asks for the content and reads none of it."""
     peer.head()

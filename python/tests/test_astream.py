@@ -4,8 +4,6 @@ from __future__ import annotations
 
 import asyncio
 import gc
-import os
-import signal
 import threading
 from collections.abc import Callable, Coroutine
 from typing import Any
@@ -13,7 +11,8 @@ from typing import Any
 import pytest
 
 import netrove
-from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent
+from servers import AnsweringServer, Peer, ScriptedServer, halting, silent
+from test_interrupts import signalled_when
 
 
 def run(program: Callable[[netrove.Client], Coroutine[Any, Any, None]], **options: Any) -> None:
@@ -175,15 +174,8 @@ def test_an_interrupt_ends_it(server: AnsweringServer) -> None:
             async with netrove.Client(proxy=False, timeout=600).astream(halts.url()) as got:
                 await got.aread()
 
-        def send() -> None:
-            halts.wait_for("asked")
-            os.kill(os.getpid(), signal.SIGINT)
-
-        thread = threading.Thread(target=send)
-        thread.start()
-        with pytest.raises(KeyboardInterrupt):
+        with signalled_when(halts, "asked"), pytest.raises(KeyboardInterrupt):
             asyncio.run(read())
-        thread.join()
         halts.wait_for("gone")
 
     async def again(client: netrove.Client) -> None:

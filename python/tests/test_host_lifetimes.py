@@ -6,7 +6,6 @@ import gc
 import os
 import signal
 import threading
-import tracemalloc
 import warnings
 import weakref
 from collections.abc import Callable, Iterator
@@ -21,7 +20,7 @@ from netrove import _netrove
 from netrove import host as nh
 from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent, taking
 from test_interrupts import handshake, interrupt_each_look_up, signalled_in_connect, signalled_when
-from test_lifetimes import expect_quiet
+from test_lifetimes import expect_nothing_left, expect_quiet
 
 LARGE = bytes(50_000_000)  # more than any buffer on the way
 
@@ -425,21 +424,4 @@ def test_nothing_is_left_of_hosts(server: AnsweringServer, tmp_path: Path) -> No
             with pytest.raises(AttributeError):
                 _ = connection.URl
 
-    use()
-    gc.collect()
-    arrays = _netrove.live_arrays()
-    files = len(os.listdir("/proc/self/fd"))
-    tracemalloc.start()
-    try:
-        use()
-        gc.collect()
-        before = tracemalloc.get_traced_memory()[0]
-        for _ in range(20):
-            use()
-        gc.collect()
-        grown = tracemalloc.get_traced_memory()[0] - before
-    finally:
-        tracemalloc.stop()
-    assert _netrove.live_arrays() == arrays
-    assert len(os.listdir("/proc/self/fd")) <= files + 2, "connections of the server's side may be closing"
-    assert grown < 20 * 1000, "bytes"
+    expect_nothing_left(use)

@@ -17,7 +17,7 @@ from typing import Any
 import pytest
 
 import netrove
-from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent, taking
+from servers import AnsweringServer, Peer, ScriptedServer, halting, late, response, silent, taking
 
 LIMITS = netrove.Limits(connect=600, response=600, data=600)
 LARGE = bytes(50_000_000)  # more than any buffer on the way
@@ -183,13 +183,6 @@ def test_what_a_handler_raises_ends_the_call(handled: Any, client: netrove.Clien
 
 
 def test_a_handler_that_raises_nothing_lets_the_call_go_on(handled: Any, client: netrove.Client) -> None:
-    def late(peer: Peer) -> None:
-        peer.head()
-        peer.signal("asked")
-        peer.wait("handled")
-        peer.send(response("late"))
-        peer.until_client_goes()
-
     with ScriptedServer(late, late) as peer:
         for call in (lambda: client.get(peer.url()).content, lambda: b"".join(client.stream(peer.url()))):
             peer.event("asked").clear()

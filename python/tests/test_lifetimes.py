@@ -189,6 +189,35 @@ def test_parts_may_go_in_any_order(server: AnsweringServer) -> None:
                 gc.collect()
 
 
+def expect_nothing_left(use: Callable[[], None]) -> None:
+    """What is done again and again leaves no array, no descriptor and no memory."""
+    others = set(threading.enumerate())
+
+    def collect() -> None:
+        for connection in set(threading.enumerate()) - others:
+            connection.join(60)  # at the server's side, in this process
+        gc.collect()
+
+    use()
+    collect()
+    arrays = _netrove.live_arrays()
+    files = len(os.listdir("/proc/self/fd"))
+    tracemalloc.start()
+    try:
+        use()
+        collect()
+        before = tracemalloc.get_traced_memory()[0]
+        for _ in range(20):
+            use()
+        collect()
+        grown = tracemalloc.get_traced_memory()[0] - before
+    finally:
+        tracemalloc.stop()
+    assert _netrove.live_arrays() == arrays
+    assert len(os.listdir("/proc/self/fd")) <= files + 2, "connections of the server's side may be closing"
+    assert grown < 20 * 1000, "bytes; one kept content would be a hundred thousand"
+
+
 def test_nothing_is_left_of_calls(server: AnsweringServer, tmp_path: Path) -> None:
     def calls() -> None:
         with netrove.Client(retry=1, proxy=False) as client:
@@ -203,31 +232,7 @@ def test_nothing_is_left_of_calls(server: AnsweringServer, tmp_path: Path) -> No
             with pytest.raises(ZeroDivisionError):
                 client.get(server.url("/bytes/1000"), progress=lambda now: 1 / 0)
 
-    others = set(threading.enumerate())
-
-    def collect() -> None:
-        for connection in set(threading.enumerate()) - others:
-            connection.join(60)  # at the server's side, in this process
-        gc.collect()
-
-    calls()
-    collect()
-    arrays = _netrove.live_arrays()
-    files = len(os.listdir("/proc/self/fd"))
-    tracemalloc.start()
-    try:
-        calls()
-        collect()
-        before = tracemalloc.get_traced_memory()[0]
-        for _ in range(20):
-            calls()
-        collect()
-        grown = tracemalloc.get_traced_memory()[0] - before
-    finally:
-        tracemalloc.stop()
-    assert _netrove.live_arrays() == arrays
-    assert len(os.listdir("/proc/self/fd")) <= files + 2, "connections of the server's side may be closing"
-    assert grown < 20 * 1000, "bytes; one kept content would be a hundred thousand"
+    expect_nothing_left(calls)
 
 
 def test_an_import_loads_nothing_that_only_some_calls_need() -> None:

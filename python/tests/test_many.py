@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import asyncio
-import os
 import signal
 import threading
 from collections.abc import Iterator
@@ -12,7 +11,8 @@ from pathlib import Path
 import pytest
 
 import netrove
-from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent
+from servers import AnsweringServer, Peer, ScriptedServer, halting, late, response, silent
+from test_interrupts import signalled_when
 
 
 def test_all_results_come_with_their_urls(server: AnsweringServer, client: netrove.Client) -> None:
@@ -79,16 +79,8 @@ def test_files_of_many(server: AnsweringServer, client: netrove.Client, tmp_path
 
 def test_an_interrupt_ends_all(client: netrove.Client) -> None:
     with ScriptedServer(halting, halting) as halts:
-
-        def send() -> None:
-            halts.wait_for("asked")
-            os.kill(os.getpid(), signal.SIGINT)
-
-        thread = threading.Thread(target=send)
-        thread.start()
-        with pytest.raises(KeyboardInterrupt):
+        with signalled_when(halts, "asked"), pytest.raises(KeyboardInterrupt):
             list(client.get_all([halts.url()] * 2))
-        thread.join()
         halts.wait_for("gone")
 
 
@@ -176,24 +168,10 @@ def test_a_client_that_is_closed_ends_what_is_awaited() -> None:
 
 
 def test_a_signal_handler_runs_while_results_are_awaited(client: netrove.Client) -> None:
-    def late(peer: Peer) -> None:
-        peer.head()
-        peer.signal("asked")
-        peer.wait("handled")
-        peer.send(response("late"))
-        peer.until_client_goes()
-
     with ScriptedServer(late) as waits:
         before = signal.signal(signal.SIGUSR1, lambda number, frame: waits.event("handled").set())
-
-        def send() -> None:
-            waits.wait_for("asked")
-            os.kill(os.getpid(), signal.SIGUSR1)
-
-        thread = threading.Thread(target=send)
-        thread.start()
         try:
-            assert [result.text for _, result in client.get_all([waits.url()])] == ["late"]
+            with signalled_when(waits, "asked", signal.SIGUSR1):
+                assert [result.text for _, result in client.get_all([waits.url()])] == ["late"]
         finally:
-            thread.join()
             signal.signal(signal.SIGUSR1, before)

@@ -305,7 +305,7 @@ TEST_F(ConsumingPump, WholePiecesAreReceivedInTheirArrays) {
                  },
                  [&] {
                      come(3 * kLargestPiece - 1);
-                     come(2); // for the last of which there is no array
+                     come(2); // the second byte finds no room in the arrays
                      EXPECT_EQ(Copier.ReceiveBuffer.size(), 1U);
                      come(kLargestPiece);
                      return 0;
