@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import faulthandler
 import fnmatch
 import os
 import signal
@@ -17,11 +18,20 @@ from servers import AnsweringServer
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
+_LONGEST = 240  # seconds; then every thread's stack is written, and it is all over
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_protocol(item: pytest.Item) -> Iterator[None]:
+    faulthandler.dump_traceback_later(_LONGEST, exit=True)
+    yield
+    faulthandler.cancel_dump_traceback_later()
+
+
 @pytest.fixture(scope="session")
 def server() -> Iterator[AnsweringServer]:
     with AnsweringServer() as running:
         yield running
-        running.shutdown()
 
 
 @pytest.fixture

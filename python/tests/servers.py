@@ -1,5 +1,5 @@
 """Servers on loopback for the tests: one that plays a script, and one that answers by path. No test waits for a time to
-pass: both wait for events."""
+pass: both wait for events. The end of a server is that of its threads, so that none of them meets the next test."""
 
 from __future__ import annotations
 
@@ -77,30 +77,43 @@ class ScriptedServer:
     def __init__(self, *scripts: Callable[[Peer], None]) -> None:
         self.heads: list[str] = []
         self._events: dict[str, threading.Event] = {}
-        self._guard = threading.Lock()
-        self._listening = socket.create_server(("127.0.0.1", 0))
-        self._open: list[socket.socket] = []
-        self._thread = threading.Thread(target=self._serve, args=(list(scripts),), daemon=True)
-        self._thread.start()
+        self._guard = threading.RLock()  # for all that follows, also for a handler of signals
+        self._over = False
+        self._open = [socket.create_server(("127.0.0.1", 0))]
+        self._threads: list[threading.Thread] = []
+        self._address = self._open[0].getsockname()
+        self._start(self._serve, list(scripts))
 
     def url(self, path: str = "/") -> str:
-        return f"http://127.0.0.1:{self._listening.getsockname()[1]}{path}"
+        return f"http://127.0.0.1:{self._address[1]}{path}"
 
     def event(self, name: str) -> threading.Event:
         with self._guard:
-            return self._events.setdefault(name, threading.Event())
+            event = self._events.setdefault(name, threading.Event())
+            if self._over:
+                event.set()
+            return event
 
     def wait_for(self, name: str) -> None:
         assert self.event(name).wait(_LONG), f"'{name}' did not happen"
 
+    def _start(self, run: Callable[..., None], *arguments: Any) -> None:
+        thread = threading.Thread(target=run, args=arguments, daemon=True)
+        self._threads.append(thread)
+        thread.start()
+
     def _serve(self, scripts: list[Callable[[Peer], None]]) -> None:
         for script in scripts:
             try:
-                connection, _ = self._listening.accept()
+                connection, _ = self._open[0].accept()
             except OSError:
                 return
-            self._open.append(connection)
-            threading.Thread(target=self._play, args=(script, connection), daemon=True).start()
+            with self._guard:
+                if self._over:
+                    connection.close()
+                    return
+                self._open.append(connection)
+                self._start(self._play, script, connection)
 
     def _play(self, script: Callable[[Peer], None], connection: socket.socket) -> None:
         with connection:
@@ -113,14 +126,29 @@ class ScriptedServer:
         return self
 
     def __exit__(self, *error: object) -> None:
-        for event in self._events.values():
-            event.set()
-        for one in [self._listening, *self._open]:
-            try:
-                one.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
-            one.close()
+        with self._guard:
+            self._over = True
+            for event in self._events.values():
+                event.set()
+            for one in self._open:
+                shut_down(one)
+        for thread in self._threads:
+            thread.join()
+        self._open[0].close()
+
+
+def wait_for_a_signal() -> None:
+    """For the main thread, whose handlers raise. One wait without an end would miss a signal that comes just before."""
+    while True:
+        threading.Event().wait(1)
+
+
+def shut_down(one: socket.socket) -> None:
+    """Ends what waits for it."""
+    try:
+        one.shutdown(socket.SHUT_RDWR)
+    except OSError:
+        pass  # it has been closed
 
 
 def answering(*answers: bytes) -> Callable[[Peer], None]:
@@ -258,20 +286,50 @@ class _EchoingHandler(Handler):
     do_GET = do_HEAD = do_POST = do_PUT = do_PATCH = do_DELETE = do_OPTIONS = _play
 
 
-class AnsweringServer(socketserver.ThreadingMixIn, http.server.HTTPServer):
-    """Answers by path: /echo, /status/N, /redirect/N, /bytes/N, /large/N, /gzip, /latin1, /basic, /repeated.
-    /set?NAME=VALUE, /set/STATUS?... and /set/PATH?..., which is a redirect, set cookies."""
+class EndingServer(socketserver.ThreadingMixIn, http.server.HTTPServer):
+    """Serves within a block, at whose end it and its threads are gone."""
 
-    daemon_threads = True
-    block_on_close = False
     request_queue_size = 128
 
-    def __init__(self) -> None:
-        super().__init__(("127.0.0.1", 0), _EchoingHandler)
-        threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
+    def __init__(self, handler: type[Handler]) -> None:
+        super().__init__(("127.0.0.1", 0), handler)
+        self._open: set[socket.socket] = set()
+        self._guard = threading.Lock()
+        self._thread = threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.05})
+        self._thread.start()
+
+    def get_request(self) -> tuple[socket.socket, Any]:
+        connection, address = super().get_request()
+        with self._guard:
+            self._open.add(connection)
+        return connection, address
+
+    def shutdown_request(self, request: Any) -> None:
+        with self._guard:
+            self._open.remove(request)
+        super().shutdown_request(request)
 
     def handle_error(self, request: Any, client_address: Any) -> None:
         pass  # the client has gone
 
-    def url(self, path: str = "/echo") -> str:
+    def server_close(self) -> None:
+        self.shutdown()
+        self._thread.join()
+        with self._guard:
+            for connection in self._open:
+                shut_down(connection)
+        super().server_close()  # waits for the threads of the connections
+
+    def url(self, path: str = "") -> str:
         return f"http://127.0.0.1:{self.server_address[1]}{path}"
+
+
+class AnsweringServer(EndingServer):
+    """Answers by path: /echo, /status/N, /redirect/N, /bytes/N, /large/N, /gzip, /latin1, /basic, /repeated.
+    /set?NAME=VALUE, /set/STATUS?... and /set/PATH?..., which is a redirect, set cookies."""
+
+    def __init__(self) -> None:
+        super().__init__(_EchoingHandler)
+
+    def url(self, path: str = "/echo") -> str:
+        return super().url(path)

@@ -8,7 +8,7 @@ import signal
 import threading
 import warnings
 import weakref
-from collections.abc import Callable, Iterator
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
@@ -18,8 +18,8 @@ import pytest
 import netrove
 from netrove import _netrove
 from netrove import host as nh
-from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent, taking
-from test_interrupts import handshake, interrupt_each_look_up, signalled_in_connect, signalled_when
+from servers import AnsweringServer, Peer, ScriptedServer, halting, response, silent, taking, wait_for_a_signal
+from test_interrupts import handshake, interrupt_each_look_up, signalled_in_connect, signalled_when, waiting
 from test_lifetimes import expect_nothing_left, expect_quiet
 
 LARGE = bytes(50_000_000)  # more than any buffer on the way
@@ -47,14 +47,9 @@ def consumed(connection: Any) -> None:
     connection.copyContentToByteArray(False)
 
 
-def waiting() -> Iterator[bytes]:
-    yield b"x"
-    threading.Event().wait()
-
-
 class Waiting:
     def write(self, piece: nh.Array) -> None:
-        threading.Event().wait()
+        wait_for_a_signal()
 
 
 PHASES: dict[str, tuple[Callable[[Peer], None], Callable[[Any, Path], Any]]] = {

@@ -17,7 +17,7 @@ from typing import Any
 import pytest
 
 import netrove
-from servers import AnsweringServer, Peer, ScriptedServer, halting, late, response, silent, taking
+from servers import AnsweringServer, Peer, ScriptedServer, halting, late, response, silent, taking, wait_for_a_signal
 
 LIMITS = netrove.Limits(connect=600, response=600, data=600)
 LARGE = bytes(50_000_000)  # more than any buffer on the way
@@ -58,9 +58,9 @@ def handshake(peer: Peer) -> None:
     peer.until_client_goes()
 
 
-def waiting_for(event: threading.Event) -> Iterator[bytes]:
+def waiting() -> Iterator[bytes]:
     yield b"x"
-    event.wait()
+    wait_for_a_signal()
 
 
 PHASES: dict[str, tuple[Callable[[Peer], None], str, Callable[[netrove.Client, str, Path], Any]]] = {
@@ -70,7 +70,7 @@ PHASES: dict[str, tuple[Callable[[Peer], None], str, Callable[[netrove.Client, s
     "file": (halting, "asked", lambda c, url, folder: c.save(url, folder / "x")),
     "resumable file": (halting, "asked", lambda c, url, folder: c.save(url, folder / "y", resume=True)),
     "upload": (taking, "asked", lambda c, url, _: c.put(url, content=LARGE)),
-    "generator": (silent, "asked", lambda c, url, _: c.put(url, content=waiting_for(threading.Event()))),
+    "generator": (silent, "asked", lambda c, url, _: c.put(url, content=waiting())),
     "wait": (busy, "gone", lambda c, url, _: c.get(url, retry=netrove.Retry(attempts=2, longest_wait=4000))),
     "rate": (plenty, "sent", lambda c, url, _: c.get(url, rate=netrove.RateLimit(total=1))),
     "stream head": (silent, "asked", lambda c, url, _: c.stream(url)),

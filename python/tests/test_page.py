@@ -3,17 +3,15 @@
 from __future__ import annotations
 
 import doctest
-import http.server
 import json
 import re
-import threading
 from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
 
 import netrove
-from servers import Handler
+from servers import EndingServer, Handler
 
 PAGE = Path(__file__).resolve().parents[2] / "docs" / "python.md"
 BIG = bytes(i % 251 for i in range(1_000_000))
@@ -40,12 +38,8 @@ class _Site(Handler):
 
 @pytest.fixture
 def site() -> Iterator[str]:
-    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), _Site) as running:
-        running.block_on_close = False
-        running.daemon_threads = True
-        threading.Thread(target=running.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True).start()
-        yield f"http://127.0.0.1:{running.server_address[1]}"
-        running.shutdown()
+    with EndingServer(_Site) as running:
+        yield running.url()
 
 
 def test_every_line_of_the_page_is_true(site: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
