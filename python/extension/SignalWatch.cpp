@@ -15,7 +15,8 @@ std::atomic<unsigned long> mainThread = 0;
 // From now on Python writes the number of each signal to `descriptor`; returns where it did so before. On the main
 // thread, with the GIL.
 int setWakeup(int descriptor) {
-    static PyObject* const function = py::object(py::module_::import("signal").attr("set_wakeup_fd")).release().ptr();
+    // The module signal has it from there, and takes a tenth of a short program's time to load.
+    static PyObject* const function = py::object(py::module_::import("_signal").attr("set_wakeup_fd")).release().ptr();
     static PyObject* const names = py::make_tuple("warn_on_full_buffer").release().ptr();
     const py::int_ number(descriptor);
     PyObject* const arguments[] = {number.ptr(), Py_False};

@@ -10,7 +10,6 @@ from __future__ import annotations
 import atexit
 import os
 import threading
-from typing import TYPE_CHECKING, Any
 
 from . import _netrove
 from ._client import Client, delete, get, get_all, head, options, patch, post, put, request, save, save_all, stream
@@ -36,13 +35,15 @@ from ._headers import Headers
 from ._netrove import RateLimit
 from ._netrove import __version__ as __version__
 from ._response import Response, StreamedResponse
-from ._settings import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
 
+TYPE_CHECKING = False  # as type checkers know it; typing is slow to load
 if TYPE_CHECKING:
     from json import JSONDecodeError
+    from typing import Any
 
     from ._astream import AsyncStreamedResponse
     from ._cookies import Cookies
+    from ._values import BasicAuth, DigestAuth, Limits, Login, Progress, Retry
 
 # Names that other libraries have for these.
 Session = Client
@@ -102,27 +103,38 @@ __all__ = [
 ]
 
 
+# What these need takes long to load, as do the modules that functions import when they need them.
+_LATER = {
+    "._astream": ["AsyncStreamedResponse"],
+    "._cookies": ["Cookies"],
+    "._values": ["BasicAuth", "DigestAuth", "Limits", "Login", "Progress", "Retry"],
+    "json": ["JSONDecodeError"],
+}
+
+
+def _show(name: str) -> None:
+    public = globals().get(name)
+    if isinstance(public, type) and public.__module__.startswith("netrove."):
+        public.__module__ = "netrove"  # what tracebacks show is what programs import
+
+
 def __getattr__(name: str) -> Any:
-    # What these need takes long to load, as do the modules that functions import when they need them.
-    if name == "Cookies":
-        from ._cookies import Cookies
+    for module, names in _LATER.items():
+        if name in names:
+            from importlib import import_module
 
-        return Cookies
-    if name == "AsyncStreamedResponse":
-        from ._astream import AsyncStreamedResponse
-
-        return AsyncStreamedResponse
-    if name == "JSONDecodeError":
-        from json import JSONDecodeError
-
-        return JSONDecodeError
+            globals()[name] = getattr(import_module(module, __name__), name)
+            _show(name)
+            return globals()[name]
     raise AttributeError(f"module 'netrove' has no attribute '{name}'")
 
 
+def __dir__() -> list[str]:
+    return sorted({*globals(), *__all__})
+
+
 for _name in __all__:
-    _public = globals().get(_name)
-    if isinstance(_public, type) and _public.__module__.startswith("netrove."):
-        _public.__module__ = "netrove"  # what tracebacks show is what programs import
+    _show(_name)
 
 
 def _note_main_thread() -> None:

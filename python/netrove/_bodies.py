@@ -5,15 +5,18 @@ from __future__ import annotations
 import io
 import os
 from collections.abc import Callable, Iterable, Iterator, Mapping
-from typing import Any, Union
 
 from . import _netrove
 from ._errors import UsageError
 
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Any, Union
+
+    Pairs = Union[Mapping[str, Any], Iterable[tuple[str, Any]]]
+
 _PIECE = 262144  # bytes that are read from a file at a time
 _BINARY = "application/octet-stream"
-
-Pairs = Union[Mapping[str, Any], Iterable[tuple[str, Any]]]
 
 
 def pairs(values: Pairs) -> list[tuple[str, str]]:

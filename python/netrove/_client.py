@@ -2,13 +2,11 @@
 
 from __future__ import annotations
 
-import inspect
 import os
 import threading
 from collections.abc import Callable, Iterable, Iterator
 from contextlib import contextmanager
-from types import TracebackType
-from typing import TYPE_CHECKING, Any, TypeVar
+from types import MethodType
 
 from . import _many, _netrove, _progress, _settings
 from ._errors import Error
@@ -16,45 +14,46 @@ from ._headers import Headers
 from ._response import Response, StreamedResponse
 from ._settings import UNSET
 
+TYPE_CHECKING = False
 if TYPE_CHECKING:
     from pathlib import Path
+    from types import TracebackType
+    from typing import Any
 
     from ._astream import AsyncStream
     from ._cookies import Cookies, CookieTypes
 
-_Response = TypeVar("_Response", bound=Response)
-
 _OPTIONS = """
-    Args:
-        params: names and values for the query of the URL: a mapping or pairs.
-        headers: header fields: a mapping or pairs. A name here replaces the client's fields of that name.
-        cookies: names and values that are sent as cookies with this request, and redirects on its origin.
-        auth: (user, password) or a Login.
-        content: what is sent as it is: bytes or anything with a buffer, which is not copied if it is large; text in
-            UTF-8; an open file from where it stands; a path; a generator or an iterable of such pieces.
-        data: the same, or the names and values of a form.
-        json: a value that is sent as JSON.
-        form: names and values of a form: a mapping or pairs.
-        files: files of a form: name to content, (filename, content) or (filename, content, type).
-        timeout: seconds or timedelta for the limits connect, response and data, or a pair: connect, and the others.
-            None is no limit. 10 s to connect and 30 s of silence unless it is given.
-        limits: a Limits, where one number is not enough.
-        retry: how often the call is tried in all, or a Retry. 3.
-        follow_redirects: False, or how many redirects are followed at most. 10.
-        verify: False verifies no certificate; a path names a file of authorities to trust besides the system's.
-        verify_name: False accepts a certificate for another host.
-        proxy: its URL; False for none, True for that of the system, which is the default.
-        proxies: the same by scheme: {"http": ..., "https": ...}.
-        rate: a RateLimit that calls may share.
-        decode: False leaves content in the coding in which it came.
-        compressed: True asks for content in a coding that is decoded.
-        check_status: True raises HTTPStatusError for a status of 400 and above.
-        progress: True shows a bar; a callable gets a Progress at most 20 times a second, and one at the end.
-        trace: a callable that gets ("note" | "sent" | "received", line) for each line of a head and each decision.
+Args:
+    params: names and values for the query of the URL: a mapping or pairs.
+    headers: header fields: a mapping or pairs. A name here replaces the client's fields of that name.
+    cookies: names and values that are sent as cookies with this request, and redirects on its origin.
+    auth: (user, password) or a Login.
+    content: what is sent as it is: bytes or anything with a buffer, which is not copied if it is large; text in
+        UTF-8; an open file from where it stands; a path; a generator or an iterable of such pieces.
+    data: the same, or the names and values of a form.
+    json: a value that is sent as JSON.
+    form: names and values of a form: a mapping or pairs.
+    files: files of a form: name to content, (filename, content) or (filename, content, type).
+    timeout: seconds or timedelta for the limits connect, response and data, or a pair: connect, and the others.
+        None is no limit. 10 s to connect and 30 s of silence unless it is given.
+    limits: a Limits, where one number is not enough.
+    retry: how often the call is tried in all, or a Retry. 3.
+    follow_redirects: False, or how many redirects are followed at most. 10.
+    verify: False verifies no certificate; a path names a file of authorities to trust besides the system's.
+    verify_name: False accepts a certificate for another host.
+    proxy: its URL; False for none, True for that of the system, which is the default.
+    proxies: the same by scheme: {"http": ..., "https": ...}.
+    rate: a RateLimit that calls may share.
+    decode: False leaves content in the coding in which it came.
+    compressed: True asks for content in a coding that is decoded.
+    check_status: True raises HTTPStatusError for a status of 400 and above.
+    progress: True shows a bar; a callable gets a Progress at most 20 times a second, and one at the end.
+    trace: a callable that gets ("note" | "sent" | "received", line) for each line of a head and each decision.
 
-    Raises:
-        Error: one of its classes, with `kind`, `identifier` and `arguments`. Exceptions of your own callables and
-            generators arrive unchanged, and so does KeyboardInterrupt, within a second.
+Raises:
+    Error: one of its classes, with `kind`, `identifier` and `arguments`. Exceptions of your own callables and
+        generators arrive unchanged, and so does KeyboardInterrupt, within a second.
 """
 
 _CALL_NAMES = (
@@ -64,43 +63,33 @@ _CALL_NAMES = (
 _SAVE_NAMES = ["resume", "resume_unproven", "replace", "keep_time", "sha256"]
 
 _SAVE_OPTIONS = """
-    Args:
-        target: a file, or a folder, in which the server or the URL names the file; the current folder if left out.
-        resume: True goes on with what an earlier call has left in FILE.part, if it is the same file.
-        resume_unproven: with resume: even if nothing proves that it is the same file.
-        replace: False refuses to replace a file.
-        keep_time: True gives the file the time of Last-Modified.
-        sha256: of the whole content, 64 hexadecimal digits; anything else is an error, and is not kept.
+Args:
+    target: a file, or a folder, in which the server or the URL names the file; the current folder if left out.
+    resume: True goes on with what an earlier call has left in FILE.part, if it is the same file.
+    resume_unproven: with resume: even if nothing proves that it is the same file.
+    replace: False refuses to replace a file.
+    keep_time: True gives the file the time of Last-Modified.
+    sha256: of the whole content, 64 hexadecimal digits; anything else is an error, and is not kept.
 """
 
 
-def _described(first: list[inspect.Parameter], options: list[str], more: str) -> Callable[[Any], Any]:
-    """Gives a method the signature that its callers see, and the text about its arguments. ``_single`` is the signature
-    of the function of that name."""
-    keyword = inspect.Parameter.KEYWORD_ONLY
-    single = inspect.Signature(first + [inspect.Parameter(name, keyword, default=UNSET) for name in options])
-    signature = single.replace(parameters=[_parameter("self"), *single.parameters.values()])
-    more = "\n\n" + inspect.cleandoc(more)
+def _described(first: str, options: list[str], more: str) -> Callable[[Any], Any]:
+    """Gives a method the signature that its callers see, and the text about its arguments."""
+    # The module inspect has a class for it, and takes as long to load as half of the rest.
+    seen = eval(f"lambda self, {first}, *, {'=UNSET, '.join(options)}=UNSET: None", {"UNSET": UNSET})
 
     def describe(function: Any) -> Any:
-        function.__signature__, function._single = signature, single
-        function.__doc__ = inspect.cleandoc(function.__doc__) + more
+        function.__wrapped__ = seen
+        function.__doc__ = function.__doc__.replace("\n        ", "\n") + "\n" + more
         return function
 
     return describe
 
 
-def _parameter(name: str, default: Any = inspect.Parameter.empty) -> inspect.Parameter:
-    return inspect.Parameter(name, inspect.Parameter.POSITIONAL_OR_KEYWORD, default=default)
-
-
-_URL = _parameter("url")
-_call = _described([_URL], _CALL_NAMES, _OPTIONS)
-_request = _described([_parameter("method"), _URL], _CALL_NAMES, _OPTIONS)
+_call = _described("url", _CALL_NAMES, _OPTIONS)
+_request = _described("method, url", _CALL_NAMES, _OPTIONS)
 _save = _described(
-    [_URL, _parameter("target", None)],
-    _SAVE_NAMES + _CALL_NAMES,
-    _SAVE_OPTIONS.rstrip() + _OPTIONS.replace("\n    Args:", "", 1),
+    "url, target=None", _SAVE_NAMES + _CALL_NAMES, _SAVE_OPTIONS.rstrip() + _OPTIONS.replace("\nArgs:", "", 1)
 )
 
 
@@ -204,7 +193,7 @@ class Client:
         if response is not None and self._keeps_cookies and (values := response._core.set_cookies):
             self.cookies._learn(response.url, values)
 
-    def _ended(self, call: Callable[[], _Response]) -> _Response:
+    def _ended(self, call: Callable[[], Any]) -> Any:
         try:
             response = call()
         except Error as failure:
@@ -507,7 +496,7 @@ def _single(name: str) -> Any:
     call.__name__ = call.__qualname__ = name
     call.__module__ = "netrove"
     call.__doc__ = method.__doc__
-    call.__signature__ = method._single  # type: ignore[attr-defined]
+    call.__wrapped__ = MethodType(method.__wrapped__, Client)  # type: ignore[attr-defined]
     return call
 
 

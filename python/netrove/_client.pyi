@@ -13,7 +13,7 @@ from ._errors import Error
 from ._headers import Headers, HeaderTypes
 from ._netrove import RateLimit
 from ._response import Response, StreamedResponse
-from ._settings import Limits, Login, Progress, Retry, Seconds
+from ._values import Limits, Login, Progress, Retry, Seconds
 
 Pairs: TypeAlias = Mapping[str, Any] | Iterable[tuple[str, Any]]
 Params: TypeAlias = Pairs | str

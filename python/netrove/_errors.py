@@ -4,11 +4,13 @@ from __future__ import annotations
 
 import builtins
 from collections.abc import Sequence
-from typing import TYPE_CHECKING, Any
 
 from . import _netrove
 
+TYPE_CHECKING = False
 if TYPE_CHECKING:
+    from typing import Any
+
     from ._response import Response
 
 

@@ -3,9 +3,12 @@
 from __future__ import annotations
 
 from collections.abc import Iterable, Iterator, Mapping, MutableMapping
-from typing import Union
 
-HeaderTypes = Union[Mapping[str, str], Iterable[tuple[str, str]]]
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Union
+
+    HeaderTypes = Union[Mapping[str, str], Iterable[tuple[str, str]]]
 
 
 class Headers(MutableMapping[str, str]):

@@ -4,14 +4,17 @@ from __future__ import annotations
 
 import itertools
 from collections.abc import Callable, Iterable, Iterator
-from typing import Any
 
 from . import _netrove
 from ._errors import Error
 from ._response import Response
 
-# What Client makes of one item: the URL as it was given, its settings, and where it is saved.
-Prepared = tuple[str, _netrove.Settings, Any]
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Any
+
+    # What Client makes of one item: the URL as it was given, its settings, and where it is saved.
+    Prepared = tuple[str, _netrove.Settings, Any]
 
 
 def results(

@@ -4,9 +4,12 @@ from __future__ import annotations
 
 import sys
 import time
-from typing import Any
 
-from ._settings import Progress
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Any
+
+    from ._values import Progress
 
 
 def _size(count: float) -> str:

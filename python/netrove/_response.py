@@ -5,19 +5,21 @@ from __future__ import annotations
 import codecs
 import io
 from collections.abc import Iterator
-from datetime import timedelta
-from types import TracebackType
-from typing import TYPE_CHECKING, Any, TypeVar
 
 from . import _netrove
 from ._errors import HTTPStatusError
 from ._headers import Headers
 
+TYPE_CHECKING = False
 if TYPE_CHECKING:
+    from datetime import timedelta
     from pathlib import Path
+    from types import TracebackType
+    from typing import Any, TypeVar
+
+    _Self = TypeVar("_Self", bound="Response")
 
 _PIECE = 65536  # bytes
-_Self = TypeVar("_Self", bound="Response")
 
 
 class Lines:
@@ -119,8 +121,7 @@ class Response:
     @property
     def elapsed(self) -> timedelta:
         """The time from the beginning of the last request to the end of the response's head."""
-        hops = self._core.hops
-        return hops[-1].until_head if hops else timedelta()
+        return self._core.hops[-1].until_head
 
     @property
     def received(self) -> int:

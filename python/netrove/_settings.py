@@ -4,16 +4,17 @@ from __future__ import annotations
 
 import math
 import os
-from collections.abc import Callable, Mapping, Sequence
-from dataclasses import dataclass
-from datetime import timedelta
-from typing import Any, NamedTuple, Union
+from collections.abc import Callable, Mapping
 
 from . import _bodies, _netrove
 from ._errors import UsageError
 from ._headers import Headers
 
-Seconds = Union[float, timedelta]
+TYPE_CHECKING = False
+if TYPE_CHECKING:
+    from typing import Any
+
+    from ._values import Limits, Progress, Seconds
 
 
 class _Unset:
@@ -24,93 +25,9 @@ class _Unset:
 UNSET: Any = _Unset()
 
 
-@dataclass(frozen=True)
-class Limits:
-    """Longest times, in seconds or as timedelta, and most content, in bytes. None leaves a value to the client, or to
-    the default that is named; ``math.inf`` is no limit. A transfer that keeps moving is limited by ``total`` only.
-
-    Attributes:
-        connect: until there is a connection, name look-up and TLS included; 10 s.
-        response: of silence before the response's head; 30 s.
-        data: of silence while content moves, in either direction; 30 s.
-        attempt: for one attempt with its redirects; no limit.
-        total: for the whole call with redirects, retries and waits; no limit.
-        memory: bytes of content collected in memory; 64 MiB.
-        content: bytes of content, wherever they go; no limit.
-    """
-
-    connect: Seconds | None = None
-    response: Seconds | None = None
-    data: Seconds | None = None
-    attempt: Seconds | None = None
-    total: Seconds | None = None
-    memory: int | None = None
-    content: int | None = None
-
-
-@dataclass(frozen=True)
-class Retry:
-    """What is tried again, and when: failures that may pass, of requests that may be repeated or were not sent. None
-    leaves a value to the client, or to the default that is named.
-
-    Attributes:
-        attempts: in all; 3.
-        wait: seconds or timedelta, doubled for each attempt; the wait is random between 0 and that, or what the server
-            asks for; 0.25 s.
-        longest_wait: seconds or timedelta; a server that asks for more ends the call; 30 s.
-        unsafe: POST and PATCH too, which may then be done twice; False.
-        statuses: that may pass; 408, 429, 502, 503, 504.
-        any: whatever failure of the server or the way to it; False.
-    """
-
-    attempts: int | None = None
-    wait: Seconds | None = None
-    longest_wait: Seconds | None = None
-    unsafe: bool | None = None
-    statuses: Sequence[int] | None = None
-    any: bool | None = None
-
-
-@dataclass(frozen=True)
-class Login:
-    """A login at the server. The safest scheme that it offers is used: of "basic", "digest", "ntlm", "negotiate", those
-    that ``schemes`` names; without any, basic and digest. ``bearer`` is a token in place of user and password."""
-
-    user: str | None = None
-    password: str = ""
-    schemes: Sequence[str] = ()
-    bearer: str = ""
-
-
-def BasicAuth(username: str, password: str) -> Login:
-    """A login by the scheme Basic."""
-    return Login(username, password, ("basic",))
-
-
-def DigestAuth(username: str, password: str) -> Login:
-    """A login by the scheme Digest."""
-    return Login(username, password, ("digest",))
-
-
-class Progress(NamedTuple):
-    """How far a call has come, in bytes of content.
-
-    Attributes:
-        sent: bytes that were sent.
-        received: bytes that came, what was resumed included.
-        to_send: how many there will be, where that is known.
-        to_receive: the same of what comes.
-    """
-
-    sent: int
-    received: int
-    to_send: int | None
-    to_receive: int | None
-
-
 def seconds(value: Seconds) -> float:
     """As a number; infinity for no limit."""
-    number = value.total_seconds() if isinstance(value, timedelta) else float(value)
+    number = float(value if isinstance(value, (int, float)) else value.total_seconds())
     if math.isnan(number):
         raise ValueError("a time is a number of seconds or a timedelta")
     return number
@@ -136,12 +53,16 @@ def _set_timeout(to: _netrove.Settings, timeout: Any) -> None:
 
 def _set_auth(to: _netrove.Settings, auth: Any) -> None:
     if isinstance(auth, tuple):
+        from ._values import Login
+
         auth = Login(*auth)
     to.login(auth.user, auth.password, auth.bearer, list(auth.schemes))
 
 
 def _set_retry(to: _netrove.Settings, retry: Any) -> None:
     if isinstance(retry, int):
+        from ._values import Retry
+
         retry = Retry(attempts=retry)
     for name, own in (
         ("attempts", "attempts"),
@@ -182,6 +103,8 @@ def _set_proxy(to: _netrove.Settings, proxy: str | bool) -> None:
 
 
 def _set_progress(to: _netrove.Settings, progress: Callable[[Progress], object]) -> None:
+    from ._values import Progress
+
     to.progress = lambda *counts: progress(Progress(*counts))
 
 
