@@ -80,7 +80,7 @@ def _described(first: str, options: list[str], more: str) -> Callable[[Any], Any
 
     def describe(function: Any) -> Any:
         function.__wrapped__ = seen
-        function.__doc__ = function.__doc__.replace("\n        ", "\n") + "\n" + more
+        function.__doc__ = (function.__doc__ or "").replace("\n        ", "\n") + "\n" + more
         return function
 
     return describe

@@ -249,3 +249,9 @@ for name in netrove.__all__:
 """
     ended = subprocess.run([sys.executable, "-S", "-c", program], capture_output=True, text=True)  # no other package
     assert (ended.stdout, ended.stderr) == ("set()\n", "")
+
+
+def test_it_can_be_used_without_docstrings(server: AnsweringServer) -> None:
+    program = f"import netrove, netrove.host; print(netrove.get({server.url('/bytes/3')!r}).content)"
+    ended = subprocess.run([sys.executable, "-OO", "-c", program], capture_output=True, text=True)
+    assert (ended.stdout, ended.stderr) == ("b'\\x00\\x01\\x02'\n", "")
