@@ -27,7 +27,7 @@ UNSET: Any = _Unset()
 
 def seconds(value: Seconds) -> float:
     """As a number; infinity for no limit."""
-    number = float(value if isinstance(value, (int, float)) else value.total_seconds())
+    number = value.total_seconds() if hasattr(value, "total_seconds") else float(value)
     if math.isnan(number):
         raise ValueError("a time is a number of seconds or a timedelta")
     return number

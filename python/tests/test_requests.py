@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from datetime import timedelta
+from decimal import Decimal
 from typing import Any
 
 import pytest
@@ -90,7 +91,7 @@ def test_redirects_are_followed_unless_told(server: AnsweringServer, client: net
         client.get(server.url("/redirect/3"), follow_redirects=2)
 
 
-@pytest.mark.parametrize("timeout", [0.05, timedelta(milliseconds=50), (5, 0.05)])
+@pytest.mark.parametrize("timeout", [0.05, Decimal("0.05"), timedelta(milliseconds=50), (5, 0.05)])
 def test_a_timeout_is_seconds_a_timedelta_or_a_pair(client: netrove.Client, timeout: Any) -> None:
     with ScriptedServer(lambda peer: peer.until_client_goes()) as server:
         with pytest.raises(netrove.ReadTimeout) as caught:
